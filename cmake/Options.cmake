@@ -1,0 +1,20 @@
+# What every source file of the project is compiled with.
+add_library(kelvane_options INTERFACE)
+target_compile_options(kelvane_options INTERFACE
+    -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wold-style-cast -Wnon-virtual-dtor
+    -Woverloaded-virtual -Wcast-align -Wformat=2 -Wnull-dereference -Wundef -Werror
+    -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=
+    # g++ counts the names of an enum class as shadowing what stands around it.
+    $<IF:$<CXX_COMPILER_ID:GNU>,-Wshadow=local,-Wshadow>)
+if(CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo")
+    target_compile_definitions(kelvane_options INTERFACE _FORTIFY_SOURCE=2 _GLIBCXX_ASSERTIONS)
+    target_compile_options(kelvane_options INTERFACE -fstack-protector-strong)
+endif()
+
+if(KELVANE_SANITIZE)
+    add_compile_options(-fsanitize=${KELVANE_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    add_link_options(-fsanitize=${KELVANE_SANITIZE})
+endif()
+if(KELVANE_FUZZ)
+    add_compile_options(-fsanitize=fuzzer-no-link)
+endif()

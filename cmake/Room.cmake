@@ -1,0 +1,37 @@
+# A room is one folder that is one link target. Its headers are reachable only through a folder of links that the
+# target publishes, so a source file can include nothing but its own room and the rooms that it links: an include
+# that runs the other way does not find its file.
+#
+#   kelvane_room(Common FOLDER Common LINKS kelvane_support)
+#
+# makes the static library kelvane_common from every .cpp that stands directly in the folder.
+function(kelvane_room name)
+    cmake_parse_arguments(ROOM "" "FOLDER" "LINKS;PRIVATE_LINKS" ${ARGN})
+    string(TOLOWER "kelvane_${name}" target)
+    set(folder "${PROJECT_SOURCE_DIR}/${ROOM_FOLDER}")
+    file(GLOB sources CONFIGURE_DEPENDS "${folder}/*.cpp")
+    kelvane_publish_headers("${ROOM_FOLDER}" "${PROJECT_BINARY_DIR}/rooms/${name}")
+
+    if(sources)
+        add_library(${target} STATIC ${sources})
+        set(scope PUBLIC)
+        target_link_libraries(${target} PRIVATE kelvane_options ${ROOM_PRIVATE_LINKS})
+        set_property(TARGET ${target} PROPERTY POSITION_INDEPENDENT_CODE ON)
+    else()
+        add_library(${target} INTERFACE)
+        set(scope INTERFACE)
+    endif()
+    target_include_directories(${target} ${scope} "${PROJECT_BINARY_DIR}/rooms/${name}")
+    target_link_libraries(${target} ${scope} ${ROOM_LINKS})
+endfunction()
+
+# Links each header that stands directly in `folder` to the same relative path below `destination`.
+function(kelvane_publish_headers folder destination)
+    file(GLOB headers CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/${folder}/*.h")
+    file(REMOVE_RECURSE "${destination}")
+    file(MAKE_DIRECTORY "${destination}/${folder}")
+    foreach(header IN LISTS headers)
+        get_filename_component(file "${header}" NAME)
+        file(CREATE_LINK "${header}" "${destination}/${folder}/${file}" SYMBOLIC)
+    endforeach()
+endfunction()
