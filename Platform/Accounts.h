@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace kelvane {
+
+// The machine's users and groups. Any thread may ask; an answer can block on a directory service.
+class Accounts {
+public:
+    Accounts() = default;
+    virtual ~Accounts() = default;
+    Accounts(const Accounts&) = delete;
+    Accounts& operator=(const Accounts&) = delete;
+
+    // None when there is no such user or group, or the database cannot be asked.
+    [[nodiscard]] virtual std::optional<std::string> userName(std::uint32_t uid) const = 0;
+    [[nodiscard]] virtual std::optional<std::string> groupName(std::uint32_t gid) const = 0;
+};
+
+class SystemAccounts : public Accounts {
+public:
+    [[nodiscard]] std::optional<std::string> userName(std::uint32_t uid) const override;
+    [[nodiscard]] std::optional<std::string> groupName(std::uint32_t gid) const override;
+};
+
+} // namespace kelvane

@@ -1,0 +1,53 @@
+#pragma once
+
+#include "Foundation/Value.h"
+
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace kelvane {
+
+// A bundle folder: what it says about itself, its texts and the files that it brings.
+//
+//   Info.plist                          the information dictionary
+//   Helpers/<name>                      auxiliary programs
+//   Resources/<name>.<type>             resources
+//   Resources/en.lproj/<table>.strings  string tables
+//
+// Everything that is text is read once, when the bundle is made, and does not change any more: any thread may
+// ask. Property lists are XML or binary. A file that cannot be read counts as empty, and `error` says why.
+class Bundle {
+public:
+    explicit Bundle(std::string path);
+    // Has an information dictionary and nothing else: for programs without a folder, and for tests.
+    explicit Bundle(Value information);
+
+    // One line for each file that could not be read; empty when all is well.
+    [[nodiscard]] const std::string& error() const { return error_; }
+    // Empty for a bundle without a folder.
+    [[nodiscard]] const std::string& path() const { return path_; }
+
+    [[nodiscard]] const Value& information(std::string_view key) const { return information_[key]; }
+
+    // `fallback` when the table does not have the key.
+    [[nodiscard]] std::string localizedString(std::string_view key, std::string_view fallback,
+                                              std::string_view table = "Localizable") const;
+
+    // None when there is no such file. `type` is the extension without its dot and may be empty.
+    [[nodiscard]] std::optional<std::string> resourcePath(std::string_view name, std::string_view type) const;
+    // None when there is no such file or it cannot be executed.
+    [[nodiscard]] std::optional<std::string> auxiliaryExecutable(std::string_view name) const;
+
+private:
+    [[nodiscard]] Value readDictionary(const std::string& file);
+    void readStringTables();
+
+    std::string path_;
+    Value information_;
+    std::map<std::string, Value, std::less<>> stringTables_;
+    std::string error_;
+};
+
+} // namespace kelvane

@@ -1,0 +1,166 @@
+#include "Platform/FileContents.h"
+
+#include "Platform/FileDescriptor.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <system_error>
+
+namespace kelvane {
+namespace {
+
+constexpr std::size_t readingStep = std::size_t{64} << 10U;
+constexpr int temporaryNameAttempts = 8;
+
+FileOutcome failure(const std::string& step, const std::string& path, int error) {
+    return {error, step + ' ' + path + ": " + std::generic_category().message(error)};
+}
+
+FileReading readingFailure(const std::string& step, const std::string& path, int error) {
+    return {failure(step, path, error), {}};
+}
+
+template <class Call>
+auto uninterrupted(Call call) {
+    auto result = call();
+    while (result < 0 && errno == EINTR)
+        result = call();
+    return result;
+}
+
+// 0 when `descriptor` is a regular file.
+int refusalOf(int descriptor) {
+    struct stat status {};
+    if (::fstat(descriptor, &status) != 0)
+        return errno;
+    if (S_ISDIR(status.st_mode))
+        return EISDIR;
+    return S_ISREG(status.st_mode) ? 0 : EINVAL;
+}
+
+struct Location {
+    std::string folder;
+    std::string name;
+};
+
+Location locationOf(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string::npos)
+        return {".", path};
+    return {path.substr(0, std::max<std::size_t>(slash, 1)), path.substr(slash + 1)};
+}
+
+// A file of its own name in a folder, which is removed again unless it is moved away.
+class TemporaryFile {
+public:
+    explicit TemporaryFile(int folder) : folder_(folder) {
+        for (int attempt = 0; attempt < temporaryNameAttempts && !descriptor_; ++attempt) {
+            if (!chooseName())
+                return;
+            descriptor_.reset(
+                ::openat(folder_, name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+            if (!descriptor_ && errno != EEXIST)
+                return;
+        }
+    }
+    ~TemporaryFile() {
+        if (descriptor_ && !moved_)
+            ::unlinkat(folder_, name_.c_str(), 0);
+    }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+    [[nodiscard]] bool isOpen() const { return static_cast<bool>(descriptor_); }
+
+    // Each is false with errno set when it fails.
+    bool fill(std::span<const std::uint8_t> bytes) {
+        while (!bytes.empty()) {
+            const ssize_t size =
+                uninterrupted([&] { return ::write(descriptor_.get(), bytes.data(), bytes.size()); });
+            if (size < 0)
+                return false;
+            bytes = bytes.subspan(static_cast<std::size_t>(size));
+        }
+        return true;
+    }
+    bool finish(mode_t mode) {
+        return ::fchmod(descriptor_.get(), mode) == 0 &&
+               uninterrupted([&] { return ::fsync(descriptor_.get()); }) == 0;
+    }
+    bool moveTo(const std::string& name) {
+        moved_ = ::renameat(folder_, name_.c_str(), folder_, name.c_str()) == 0;
+        return moved_;
+    }
+
+private:
+    // Not made from the target's name, which may already have the length of the longest one.
+    bool chooseName() {
+        std::uint64_t number = 0;
+        if (::getrandom(&number, sizeof number, 0) != static_cast<ssize_t>(sizeof number))
+            return false;
+        std::array<char, 32> text{};
+        std::snprintf(text.data(), text.size(), ".kelvane-%016llx", static_cast<unsigned long long>(number));
+        name_ = text.data();
+        return true;
+    }
+
+    int folder_;
+    std::string name_;
+    FileDescriptor descriptor_;
+    bool moved_ = false;
+};
+
+} // namespace
+
+FileReading readFile(const std::string& path, std::size_t limit, SymbolicLinks links) {
+    const int noLinks = links == SymbolicLinks::Refuse ? O_NOFOLLOW : 0;
+    // Without O_NONBLOCK, opening a pipe would wait for its writer.
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | noLinks));
+    if (!file)
+        return readingFailure("cannot open", path, errno);
+    if (const int error = refusalOf(file.get()))
+        return readingFailure("cannot read", path, error);
+    FileReading reading;
+    // One byte more than is allowed, to notice that there is one. The file's own size is not asked for: it
+    // may grow.
+    for (std::size_t used = 0;;) {
+        const std::size_t step = std::min(readingStep, limit - used) + 1;
+        reading.bytes.resize(used + step);
+        const ssize_t size =
+            uninterrupted([&] { return ::read(file.get(), reading.bytes.data() + used, step); });
+        if (size < 0)
+            return readingFailure("cannot read", path, errno);
+        used += static_cast<std::size_t>(size);
+        if (used > limit)
+            return readingFailure("cannot read", path, EFBIG);
+        if (size == 0) {
+            reading.bytes.resize(used);
+            return reading;
+        }
+    }
+}
+
+FileOutcome replaceFileAtomically(const std::string& path, std::span<const std::uint8_t> bytes, mode_t mode) {
+    const Location location = locationOf(path);
+    const FileDescriptor folder(::open(location.folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!folder)
+        return failure("cannot open", location.folder, errno);
+    TemporaryFile file(folder.get());
+    if (!file.isOpen())
+        return failure("cannot create a file in", location.folder, errno);
+    if (!file.fill(bytes) || !file.finish(mode))
+        return failure("cannot write", path, errno);
+    if (!file.moveTo(location.name))
+        return failure("cannot replace", path, errno);
+    // Some file systems know no flushing of folders (EINVAL); nothing is lost there that could be kept.
+    if (uninterrupted([&] { return ::fsync(folder.get()); }) != 0 && errno != EINVAL)
+        return failure("cannot flush", location.folder, errno);
+    return {};
+}
+
+} // namespace kelvane

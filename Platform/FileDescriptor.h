@@ -1,0 +1,33 @@
+#pragma once
+
+#include <unistd.h>
+#include <utility>
+
+namespace kelvane {
+
+// Owns a file descriptor; -1 is none. Moves only.
+class FileDescriptor {
+public:
+    FileDescriptor() = default;
+    explicit FileDescriptor(int descriptor) : descriptor_(descriptor) {}
+    ~FileDescriptor() { reset(); }
+    FileDescriptor(FileDescriptor&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+    FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+        if (this != &other)
+            reset(std::exchange(other.descriptor_, -1));
+        return *this;
+    }
+
+    [[nodiscard]] int get() const { return descriptor_; }
+    [[nodiscard]] explicit operator bool() const { return descriptor_ >= 0; }
+    void reset(int descriptor = -1) {
+        if (descriptor_ >= 0)
+            ::close(descriptor_);
+        descriptor_ = descriptor;
+    }
+
+private:
+    int descriptor_ = -1;
+};
+
+} // namespace kelvane

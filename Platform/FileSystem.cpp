@@ -1,0 +1,143 @@
+#include "Platform/FileSystem.h"
+
+#include "Foundation/PathComponents.h"
+#include "Foundation/Unicode.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace kelvane {
+namespace {
+
+// 2001-01-01 in seconds since 1970.
+constexpr double referenceTime = 978307200;
+
+Date dateOf(const timespec& time) {
+    return {static_cast<double>(time.tv_sec) - referenceTime + static_cast<double>(time.tv_nsec) / 1e9};
+}
+
+FileAttributes::Kind kindOf(mode_t mode) {
+    if (S_ISREG(mode))
+        return FileAttributes::Kind::File;
+    if (S_ISDIR(mode))
+        return FileAttributes::Kind::Directory;
+    return S_ISLNK(mode) ? FileAttributes::Kind::SymbolicLink : FileAttributes::Kind::Other;
+}
+
+std::optional<struct stat> statusOf(const std::optional<std::string>& path, int flags) {
+    struct stat status {};
+    if (!path || ::fstatat(AT_FDCWD, path->c_str(), &status, flags) != 0)
+        return std::nullopt;
+    return status;
+}
+
+class FolderReader {
+public:
+    // `error` says why when there is nothing to read.
+    explicit FolderReader(const std::string& path) {
+        const int descriptor = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (descriptor >= 0)
+            stream_ = ::fdopendir(descriptor);
+        error_ = stream_ ? 0 : errno;
+        if (!stream_ && descriptor >= 0)
+            ::close(descriptor);
+    }
+    ~FolderReader() {
+        if (stream_)
+            ::closedir(stream_);
+    }
+    FolderReader(const FolderReader&) = delete;
+    FolderReader& operator=(const FolderReader&) = delete;
+
+    [[nodiscard]] int error() const { return error_; }
+
+    // None at the end and after an error.
+    [[nodiscard]] std::optional<std::string> next() {
+        while (stream_ && error_ == 0) {
+            errno = 0;
+            const dirent* entry = ::readdir(stream_);
+            if (!entry) {
+                error_ = errno;
+                break;
+            }
+            std::string name = entry->d_name;
+            if (name != "." && name != "..")
+                return name;
+        }
+        return std::nullopt;
+    }
+
+private:
+    DIR* stream_ = nullptr;
+    int error_ = 0;
+};
+
+} // namespace
+
+std::string FileSystem::displayName(const std::string& path) const {
+    const std::shared_ptr<const Volumes> known = volumes();
+    if (const std::optional<std::string> real = known->realPath(path)) {
+        const auto volume = std::ranges::find(known->all(), *real, &Volume::mountPoint);
+        if (volume != known->all().end())
+            return volume->name;
+    }
+    return lastPathComponent(path);
+}
+
+std::shared_ptr<const Volumes> LocalFileSystem::volumes() const {
+    return fixedVolumes_ ? fixedVolumes_ : mountedVolumes_.current();
+}
+
+bool LocalFileSystem::exists(const std::string& path) const {
+    return statusOf(volumes()->realPath(path), 0).has_value();
+}
+
+bool LocalFileSystem::isDirectory(const std::string& path) const {
+    const std::optional<struct stat> status = statusOf(volumes()->realPath(path), 0);
+    return status && S_ISDIR(status->st_mode);
+}
+
+std::optional<FileAttributes> LocalFileSystem::attributes(const std::string& path) const {
+    const std::optional<struct stat> status = statusOf(volumes()->realPath(path), AT_SYMLINK_NOFOLLOW);
+    if (!status)
+        return std::nullopt;
+    return FileAttributes{kindOf(status->st_mode), static_cast<std::uint64_t>(status->st_size),
+                          status->st_uid,          status->st_gid,
+                          dateOf(status->st_mtim), dateOf(status->st_atim),
+                          dateOf(status->st_ctim)};
+}
+
+bool LocalFileSystem::isReadable(const std::string& path) const {
+    const std::optional<std::string> real = volumes()->realPath(path);
+    return real && ::faccessat(AT_FDCWD, real->c_str(), R_OK, AT_EACCESS) == 0;
+}
+
+FolderListing LocalFileSystem::list(const std::string& path, std::size_t limit) const {
+    FolderListing listing;
+    const std::optional<std::string> real = volumes()->realPath(path);
+    if (!real) {
+        listing.error = ENOENT;
+        return listing;
+    }
+    FolderReader reader(*real);
+    std::optional<std::string> name = reader.next();
+    for (std::size_t count = 0; name && count < limit; ++count, name = reader.next()) {
+        const bool isText = isAscii(*name) || utf16BigEndianFromUtf8(*name).has_value();
+        (isText ? listing.names : listing.unspeakableNames).push_back(std::move(*name));
+    }
+    listing.error = reader.error();
+    listing.isComplete = !name && listing.error == 0;
+    return listing;
+}
+
+std::optional<std::string> LocalFileSystem::mountPoint(const std::string& path) const {
+    const std::shared_ptr<const Volumes> known = volumes();
+    const std::optional<std::string> real = known->realPath(path);
+    return statusOf(real, 0) ? known->mountPointOf(*real) : std::nullopt;
+}
+
+} // namespace kelvane

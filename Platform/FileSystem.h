@@ -1,0 +1,87 @@
+#pragma once
+
+#include "Foundation/Value.h"
+#include "Platform/MountTable.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kelvane {
+
+struct FileAttributes {
+    enum class Kind { File, Directory, SymbolicLink, Other };
+
+    Kind kind = Kind::Other;
+    std::uint64_t size = 0;
+    std::uint32_t uid = 0;
+    std::uint32_t gid = 0;
+    Date modified;
+    Date accessed;
+    Date statusChanged; // also by a rename or a change of owner or mode
+};
+
+struct FolderListing {
+    std::vector<std::string> names; // without "." and "..", in no order
+    // Names that are no UTF-8: nothing that travels on the link or is shown can carry them. They count for
+    // the limit.
+    std::vector<std::string> unspeakableNames;
+    bool isComplete = false; // there was nothing beyond the limit, and no error
+    int error = 0;           // errno's number
+};
+
+// What is on the disks. Paths may be real ones or begin with a volume's name ("/Volumes/Disk/a"); a path in a
+// volume that is not there does not exist.
+//
+// Any thread may ask. Everything blocks on the disk, and nothing is remembered.
+class FileSystem {
+public:
+    FileSystem() = default;
+    virtual ~FileSystem() = default;
+    FileSystem(const FileSystem&) = delete;
+    FileSystem& operator=(const FileSystem&) = delete;
+
+    // Never null.
+    [[nodiscard]] virtual std::shared_ptr<const Volumes> volumes() const = 0;
+
+    // Both follow a final symbolic link.
+    [[nodiscard]] virtual bool exists(const std::string& path) const = 0;
+    [[nodiscard]] virtual bool isDirectory(const std::string& path) const = 0;
+    // Of the link itself when the path ends in one; none when there is nothing.
+    [[nodiscard]] virtual std::optional<FileAttributes> attributes(const std::string& path) const = 0;
+    // Whether this process may read it; false when it does not exist.
+    [[nodiscard]] virtual bool isReadable(const std::string& path) const = 0;
+    // At most `limit` names.
+    [[nodiscard]] virtual FolderListing list(const std::string& path, std::size_t limit) const = 0;
+    // The mount point of what is there, as `Volumes` names it; none when there is nothing.
+    [[nodiscard]] virtual std::optional<std::string> mountPoint(const std::string& path) const = 0;
+
+    // The volume's name for the path of a whole volume ("/" included), else the last component.
+    [[nodiscard]] std::string displayName(const std::string& path) const;
+};
+
+// The disks of this machine.
+class LocalFileSystem : public FileSystem {
+public:
+    // The volumes that are mounted at the time of each call.
+    LocalFileSystem() = default;
+    explicit LocalFileSystem(Volumes volumes)
+        : fixedVolumes_(std::make_shared<Volumes>(std::move(volumes))) {}
+
+    [[nodiscard]] std::shared_ptr<const Volumes> volumes() const override;
+    [[nodiscard]] bool exists(const std::string& path) const override;
+    [[nodiscard]] bool isDirectory(const std::string& path) const override;
+    [[nodiscard]] std::optional<FileAttributes> attributes(const std::string& path) const override;
+    [[nodiscard]] bool isReadable(const std::string& path) const override;
+    [[nodiscard]] FolderListing list(const std::string& path, std::size_t limit) const override;
+    [[nodiscard]] std::optional<std::string> mountPoint(const std::string& path) const override;
+
+private:
+    std::shared_ptr<const Volumes> fixedVolumes_;
+    mutable MountedVolumes mountedVolumes_;
+};
+
+} // namespace kelvane

@@ -1,0 +1,142 @@
+#include "Platform/MountTable.h"
+
+#include "Foundation/PathComponents.h"
+#include "Platform/FileContents.h"
+
+#include <algorithm>
+#include <array>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <optional>
+#include <poll.h>
+#include <sys/ioctl.h>
+
+namespace kelvane {
+namespace {
+
+constexpr const char* mountTablePath = "/proc/self/mountinfo";
+// Some thousand containers make some megabytes.
+constexpr std::size_t mountTableLimit = std::size_t{16} << 20U;
+
+constexpr auto mountFolders = std::to_array<std::string_view>({"/media/", "/mnt/", "/run/media/"});
+
+constexpr auto kernelFileSystems = std::to_array<std::string_view>({
+    "autofs",     "binfmt_misc", "bpf",      "cgroup",  "cgroup2",     "configfs",        "debugfs",
+    "devpts",     "devtmpfs",    "efivarfs", "fusectl", "fuse.portal", "fuse.gvfsd-fuse", "hugetlbfs",
+    "mqueue",     "nsfs",        "overlay",  "proc",    "pstore",      "ramfs",           "rpc_pipefs",
+    "securityfs", "selinuxfs",   "sysfs",    "tmpfs",   "tracefs",
+});
+
+struct Mount {
+    std::string_view device; // "major:minor"
+    std::string mountPoint;
+    std::string_view type;
+};
+
+std::string_view takeUntil(std::string_view& text, char end) {
+    const std::string_view taken = text.substr(0, text.find(end));
+    text.remove_prefix(std::min(taken.size() + 1, text.size()));
+    return taken;
+}
+
+bool isOctal(char character) {
+    return character >= '0' && character <= '7';
+}
+
+// Blanks, line ends and backslashes are written as a backslash and three octal digits.
+std::string decoded(std::string_view field) {
+    std::string text;
+    for (std::size_t at = 0; at < field.size(); ++at) {
+        const std::string_view code = field.substr(at + 1, 3);
+        if (field[at] != '\\' || code.size() < 3 || !std::ranges::all_of(code, isOctal)) {
+            text += field[at];
+            continue;
+        }
+        text += static_cast<char>((code[0] - '0') * 64 + (code[1] - '0') * 8 + (code[2] - '0'));
+        at += code.size();
+    }
+    return text;
+}
+
+// id, parent, device, root, mount point, options, any number of tags, "-", type, and more.
+std::optional<Mount> mountInLine(std::string_view line) {
+    Mount mount;
+    takeUntil(line, ' ');
+    takeUntil(line, ' ');
+    mount.device = takeUntil(line, ' ');
+    takeUntil(line, ' ');
+    mount.mountPoint = decoded(takeUntil(line, ' '));
+    while (!line.empty() && takeUntil(line, ' ') != "-") {
+    }
+    mount.type = takeUntil(line, ' ');
+    if (mount.type.empty() || !isAbsolutePath(mount.mountPoint))
+        return std::nullopt;
+    return mount;
+}
+
+bool isInMountFolder(const Mount& mount) {
+    return std::ranges::any_of(mountFolders,
+                               [&](std::string_view folder) { return mount.mountPoint.starts_with(folder); });
+}
+
+bool isDisk(const Mount& mount, std::string_view bootDevice) {
+    return mount.device != bootDevice &&
+           std::ranges::find(kernelFileSystems, mount.type) == kernelFileSystems.end();
+}
+
+// The label that the file system itself keeps; empty when it has none or does not say.
+std::string bootVolumeLabel() {
+    const FileDescriptor root(::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    std::array<char, FSLABEL_MAX + 1> label{};
+    if (!root || ::ioctl(root.get(), FS_IOC_GETFSLABEL, label.data()) != 0)
+        return {};
+    return label.data();
+}
+
+} // namespace
+
+Volumes volumesInMountTable(std::string_view mountTable, const std::string& bootVolumeName) {
+    std::vector<Mount> mounts;
+    std::string_view bootDevice;
+    while (!mountTable.empty()) {
+        const std::optional<Mount> mount = mountInLine(takeUntil(mountTable, '\n'));
+        if (mount && mount->mountPoint == "/")
+            bootDevice = mount->device; // the last one hides those before it
+        if (!mount || !isInMountFolder(*mount))
+            continue;
+        // So does a mount upon another, whose place and name it takes.
+        const auto hidden = std::ranges::find(mounts, mount->mountPoint, &Mount::mountPoint);
+        if (hidden == mounts.end()) {
+            mounts.push_back(*mount);
+        } else {
+            *hidden = *mount;
+        }
+    }
+    std::vector<Volume> volumes;
+    for (const Mount& mount : mounts) {
+        if (isDisk(mount, bootDevice))
+            volumes.push_back({lastPathComponent(mount.mountPoint), mount.mountPoint});
+    }
+    return Volumes(bootVolumeName, std::move(volumes));
+}
+
+Volumes Volumes::current() {
+    const FileReading mountTable = readFile(mountTablePath, mountTableLimit);
+    return volumesInMountTable(std::string(mountTable.bytes.begin(), mountTable.bytes.end()),
+                               bootVolumeLabel());
+}
+
+MountedVolumes::MountedVolumes() : mountTable_(::open(mountTablePath, O_RDONLY | O_CLOEXEC)) {}
+
+std::shared_ptr<const Volumes> MountedVolumes::current() {
+    const std::scoped_lock guard(mutex_);
+    // The kernel reports each change once to every descriptor on the table, and only changes after it was
+    // opened.
+    pollfd changes{mountTable_.get(), POLLPRI, 0};
+    const bool changed = !mountTable_ || ::poll(&changes, 1, 0) != 0;
+    if (!volumes_ || changed)
+        volumes_ = std::make_shared<const Volumes>(Volumes::current());
+    return volumes_;
+}
+
+} // namespace kelvane

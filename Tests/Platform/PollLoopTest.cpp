@@ -1,0 +1,144 @@
+#include "Platform/PollLoop.h"
+#include "Platform/SignalWatch.h"
+
+#include <array>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+namespace kelvane {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+using Repeat = MainLoop::Repeat;
+
+TEST(PollLoop, RunsWhatThreadsPostInTheOrderOfEach) {
+    constexpr int taskCount = 1000;
+    PollLoop loop;
+    std::array<int, 3> next{};
+    const auto postAll = [&](int& count) {
+        for (int task = 0; task < taskCount; ++task)
+            loop.post([&count, task] { EXPECT_EQ(count++, task); });
+        loop.post([&] {
+            if (next == std::array{taskCount, taskCount, taskCount})
+                loop.quit(5);
+        });
+    };
+    std::vector<std::thread> threads;
+    for (int& count : next)
+        threads.emplace_back([&] { postAll(count); });
+    EXPECT_EQ(loop.run(), 5);
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+TEST(PollLoop, EndsWithTheFirstStatusAndKeepsWhatCameAfter) {
+    PollLoop loop;
+    loop.quit(3); // before it runs
+    loop.quit(4);
+    loop.post([&] { loop.quit(5); });
+    EXPECT_EQ(loop.run(), 3);
+    EXPECT_EQ(loop.run(), 5);
+}
+
+TEST(PollLoop, LeavesTheOtherTasksWhenOneThrows) {
+    PollLoop loop;
+    std::string ran;
+    const Timer timer = loop.schedule(0ms, Repeat::Once, [] { throw std::runtime_error("timer"); });
+    const Timer other = loop.schedule(0ms, Repeat::Once, [&] { ran += 't'; });
+    loop.post([] { throw std::runtime_error("task"); });
+    loop.post([&] { ran += 'p'; });
+    loop.post([&] { loop.quit(); });
+    EXPECT_THROW(loop.run(), std::runtime_error);
+    EXPECT_THROW(loop.run(), std::runtime_error);
+    loop.run();
+    EXPECT_EQ(ran, "tp");
+}
+
+TEST(PollLoop, FiresTimersInTheOrderOfTheirTimesForAsLongAsTheirTokensLive) {
+    PollLoop loop;
+    std::string fired;
+    const Timer last = loop.schedule(4ms, Repeat::Once, [&] { loop.quit(); });
+    Timer droppedByAnother = loop.schedule(2ms, Repeat::Always, [&] { fired += 'x'; });
+    Timer droppedByItself;
+    droppedByItself = loop.schedule(1ms, Repeat::Always, [&, held = std::string("once")] {
+        droppedByItself.stop();
+        droppedByAnother.stop();
+        fired += held;
+    });
+    const Timer farAway =
+        loop.schedule(std::chrono::milliseconds::max(), Repeat::Always, [&] { fired += 'y'; });
+    for (const auto end = Clock::now() + 5ms; Clock::now() < end;) // until all are due
+        ;
+    loop.run();
+    EXPECT_EQ(fired, "once");
+}
+
+TEST(PollLoop, DoesNotCatchUpWithMissedTimes) {
+    PollLoop loop;
+    int count = 0;
+    Clock::time_point free;
+    const Timer timer = loop.schedule(10ms, Repeat::Always, [&] {
+        if (++count == 1)
+            for (const auto end = Clock::now() + 50ms; (free = Clock::now()) < end;)
+                ;
+        if (count == 5)
+            loop.quit();
+    });
+    loop.run();
+    // The first of the four that follow comes at once, the others at their pace.
+    EXPECT_GE(Clock::now() - free, 30ms);
+}
+
+TEST(PollLoop, ReportsBytesAndTheHangUpBesideATaskThatPostsItself) {
+    PollLoop loop;
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK), 0);
+    const FileDescriptor reader(ends[0]);
+    FileDescriptor writer(ends[1]);
+    std::function<void()> again = [&] { loop.post(again); };
+    again();
+    std::string seen;
+    PollLoop::Watch watch = loop.watchDescriptor(reader.get(), POLLIN, [&] {
+        char byte = '.';
+        if (::read(reader.get(), &byte, 1) == 0) {
+            watch.stop();
+            loop.post([&] { loop.quit(); });
+        }
+        seen += byte;
+    });
+    const Timer timer = loop.schedule(1ms, Repeat::Once, [&] {
+        EXPECT_EQ(::write(writer.get(), "ab", 2), 2);
+        writer.reset();
+    });
+    loop.run();
+    EXPECT_EQ(seen, "ab.");
+}
+
+TEST(SignalWatch, TurnsSignalsIntoTasksAndRestoresTheMask) {
+    PollLoop loop;
+    std::vector<int> seen;
+    std::unique_ptr<SignalWatch> watch;
+    watch = std::make_unique<SignalWatch>(loop, std::vector{SIGINT, SIGTERM}, [&](int signal) {
+        seen.push_back(signal);
+        if (signal == SIGINT)
+            return;
+        ::raise(SIGTERM); // still pending when the watch ends: it must not end the process
+        watch.reset();
+        loop.quit();
+    });
+    ::raise(SIGINT);
+    ::raise(SIGTERM);
+    loop.run();
+    EXPECT_EQ(seen, (std::vector{SIGINT, SIGTERM}));
+    sigset_t mask;
+    ::pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+    EXPECT_EQ(::sigismember(&mask, SIGTERM), 0);
+}
+
+} // namespace
+} // namespace kelvane

@@ -1,0 +1,106 @@
+#include "Platform/Volumes.h"
+#include "Platform/MountTable.h"
+
+#include <gtest/gtest.h>
+
+namespace kelvane {
+namespace {
+
+using Names = std::vector<std::string>;
+
+std::vector<std::string> described(const Volumes& volumes) {
+    std::vector<std::string> lines;
+    for (const Volume& volume : volumes.all())
+        lines.push_back(volume.name + " at " + volume.mountPoint);
+    return lines;
+}
+
+TEST(Volumes, HaveNamesThatCanStandInAPathAndTellThemApart) {
+    const struct {
+        Names names, cleaned;
+    } cases[] = {
+        {{""}, {"System"}},
+        {{"/"}, {"System"}},
+        {{"root", "", "/"}, {"root", "Volume", "Volume 2"}},
+        {{"a/b", "..", "\xFF\x01z"}, {"a_b", "Volume", "__z"}},
+        {{"Caf\xC3\xA9", "Disk", "Disk", "Disk 2", "Disk"},
+         {"Caf\xC3\xA9", "Disk", "Disk 2", "Disk 2 2", "Disk 3"}},
+        {{"a/b", "a_b"}, {"a_b", "a_b 2"}},
+    };
+    for (const auto& each : cases)
+        EXPECT_EQ(cleanedVolumeNames(each.names), each.cleaned);
+}
+
+TEST(Volumes, MapPathsBothWaysAndKnowTheMountPoint) {
+    const Volumes volumes("Mac", {{"Part", "/media/joe/Disk/part"}, {"Disk", "/media/joe/Disk/"}});
+    const struct {
+        std::string path, real, volumePath, mountPoint;
+    } cases[] = {
+        {"/", "/", "/Volumes/Mac", "/"},
+        {"/home/joe//a/", "/home/joe/a", "/Volumes/Mac/home/joe/a", "/"},
+        {"/Volumes/Mac", "/", "/Volumes/Mac", "/"},
+        {"/Volumes/Mac/home", "/home", "/Volumes/Mac/home", "/"},
+        {"/System/Volumes/Data", "/", "/Volumes/Mac", "/"},
+        {"/System/Volumes/Data/home", "/home", "/Volumes/Mac/home", "/"},
+        {"/System/Volumes/Database", "/System/Volumes/Database", "/Volumes/Mac/System/Volumes/Database", "/"},
+        {"/media/joe/Disk", "/media/joe/Disk", "/Volumes/Disk", "/Volumes/Disk"},
+        {"/Volumes/Disk/a", "/media/joe/Disk/a", "/Volumes/Disk/a", "/Volumes/Disk"},
+        {"/media/joe/Disk 2/a", "/media/joe/Disk 2/a", "/Volumes/Mac/media/joe/Disk 2/a", "/"},
+        {"/Volumes/Mac/media/joe/Disk/a", "/media/joe/Disk/a", "/Volumes/Disk/a", "/Volumes/Disk"},
+        {"/Volumes/Disk/part/a", "/media/joe/Disk/part/a", "/Volumes/Part/a", "/Volumes/Part"},
+        {"a/b", "a/b", "a/b", "/"},
+    };
+    for (const auto& each : cases) {
+        EXPECT_EQ(volumes.realPath(each.path), each.real) << each.path;
+        EXPECT_EQ(volumes.volumePath(each.path), each.volumePath) << each.path;
+        EXPECT_EQ(volumes.mountPointOf(each.path), each.mountPoint) << each.path;
+    }
+}
+
+TEST(Volumes, HaveNoRealPathWhereThereIsNoSuchVolumeOrNoSuchName) {
+    const Volumes volumes("Mac");
+    for (const std::string& path : {std::string("/Volumes/Gone/a"), std::string("/Volumes/../etc/passwd"),
+                                    std::string("/Volumes/mac"), std::string("/a\0b", 4)}) {
+        EXPECT_EQ(volumes.realPath(path), std::nullopt) << path;
+        EXPECT_EQ(volumes.mountPointOf(path), std::nullopt) << path;
+        EXPECT_EQ(volumes.volumePath(path), path);
+    }
+}
+
+TEST(MountTable, NamesTheDisksThatAreMountedForPeople) {
+    const std::string table =
+        "22 27 0:21 / /proc rw,relatime - proc proc rw\n"
+        "26 1 0:2 / / rw - rootfs rootfs rw\n"
+        "27 1 254:0 / / rw,relatime - ext4 /dev/vda rw,discard\n"
+        "30 27 8:1 / /media/joe/My\\040Disk\\134 rw shared:12 master:3 - vfat /dev/sda1 rw\n"
+        "31 27 8:2 / /run/media/joe/Caf\xC3\xA9 rw - btrfs /dev/sda2 rw\n"
+        "32 27 0:55 / /mnt/share rw - nfs4 server:/share rw\n"
+        "33 27 8:3 / /mnt/old rw - ext4 /dev/sda3 rw\n"
+        "34 33 8:4 / /mnt/old rw - xfs /dev/sda4 rw\n"
+        "35 27 8:5 / /media/ann/My\\040Disk\\134 rw - vfat /dev/sda5 rw\n"
+        "40 27 254:0 /home /mnt/home rw - ext4 /dev/vda rw\n"
+        "41 27 0:27 / /mnt/memory rw - tmpfs none rw\n"
+        "42 27 8:6 / /srv/data rw - ext4 /dev/sda6 rw\n"
+        "43 27 8:7 / /mnt rw - ext4 /dev/sda7 rw\n"
+        "44 27 8:8 / /mnt/cut rw\n"
+        "\n45";
+    const std::vector<std::string> expected{"Mac at /",
+                                            "My Disk\\ at /media/joe/My Disk\\",
+                                            "Caf\xC3\xA9 at /run/media/joe/Caf\xC3\xA9",
+                                            "share at /mnt/share",
+                                            "old at /mnt/old",
+                                            "My Disk\\ 2 at /media/ann/My Disk\\"};
+    EXPECT_EQ(described(volumesInMountTable(table, "Mac")), expected);
+    EXPECT_EQ(described(volumesInMountTable("", "")), (std::vector<std::string>{"System at /"}));
+}
+
+TEST(MountTable, OfThisMachineIsReadOnceUntilAMountChanges) {
+    MountedVolumes mounted;
+    const auto first = mounted.current();
+    EXPECT_EQ(first->bootVolume().mountPoint, "/");
+    EXPECT_FALSE(first->bootVolume().name.empty());
+    EXPECT_EQ(mounted.current(), first);
+}
+
+} // namespace
+} // namespace kelvane
