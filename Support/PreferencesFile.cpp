@@ -1,0 +1,112 @@
+#include "Support/PreferencesFile.h"
+
+#include "Platform/FileContents.h"
+#include "Platform/FileDescriptor.h"
+#include "Platform/PropertyListFile.h"
+#include "Platform/SpecialFolders.h"
+#include "Support/Logging.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <system_error>
+#include <thread>
+
+namespace kelvane {
+namespace {
+
+constexpr std::size_t largestFile = std::size_t{4} << 20U;
+constexpr mode_t fileMode = 0600; // it holds the account's e-mail
+constexpr std::chrono::seconds lockPatience(2);
+// Short beside the time for which a writer holds the lock, or one who writes a lot would never be
+// interrupted.
+constexpr std::chrono::microseconds lockRetryInterval(250);
+
+std::string textOfError(int error) {
+    return std::generic_category().message(error);
+}
+
+// Held until it goes. A lock that waits cannot be given a limit, so this one asks again and again.
+class FileLock {
+public:
+    explicit FileLock(const std::string& path)
+        : file_(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, fileMode)) {
+        const auto deadline = std::chrono::steady_clock::now() + lockPatience;
+        error_ = file_ ? tryLock() : errno;
+        while (error_ == EWOULDBLOCK && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::sleep_for(lockRetryInterval);
+            error_ = tryLock();
+        }
+    }
+
+    // errno's number; 0: locked.
+    [[nodiscard]] int error() const { return error_; }
+
+private:
+    [[nodiscard]] int tryLock() const { return ::flock(file_.get(), LOCK_EX | LOCK_NB) == 0 ? 0 : errno; }
+
+    FileDescriptor file_;
+    int error_ = 0;
+};
+
+bool holds(const Dictionary& entries, std::string_view key, const Value& value) {
+    const Value* const present = entries.find(key);
+    // Numbers are equal whatever their kind, but other readers tell them apart.
+    return present != nullptr && present->kind() == value.kind() && *present == value;
+}
+
+} // namespace
+
+PreferencesFile::Reading PreferencesFile::read() const {
+    const FileReading file = readFile(path_, largestFile);
+    if (file.error == ENOENT || file.error == ENOTDIR)
+        return {Content::Absent, {}, {}};
+    if (!file.succeeded())
+        return {Content::Unreadable, {}, file.reason};
+    const PropertyListReading list = readPropertyList(file.bytes);
+    if (!list.succeeded())
+        return {Content::Damaged, {}, path_ + " is damaged: " + list.error};
+    if (!list.value.isDictionary())
+        return {Content::Damaged, {}, path_ + " is damaged: not a dictionary"};
+    return {Content::Read, list.value.dictionary(), {}};
+}
+
+std::string PreferencesFile::set(std::string_view key, const Value& value, Dictionary& entries) const {
+    // Most values are written again and again as they are: no lock and no flushing for those.
+    if (Reading reading = read(); holds(reading.entries, key, value)) {
+        entries = std::move(reading.entries);
+        return {};
+    }
+    if (const std::size_t slash = path_.rfind('/'); slash != std::string::npos && slash > 0)
+        if (const std::string folder = path_.substr(0, slash); !ensureFolder(folder))
+            return "cannot make " + folder + ": " + textOfError(errno);
+    const FileLock lock(path_ + ".lock");
+    if (lock.error() != 0)
+        return "cannot lock " + path_ + ".lock: " + textOfError(lock.error());
+    return setLocked(key, value, entries);
+}
+
+std::string PreferencesFile::setLocked(std::string_view key, const Value& value, Dictionary& entries) const {
+    Reading reading = read();
+    if (reading.content == Content::Unreadable)
+        return reading.error;
+    Dictionary changed = reading.content == Content::Damaged ? entries : std::move(reading.entries);
+    changed.set(key, value);
+    const PropertyListWriting list = writeBinaryPropertyList(changed);
+    if (!list.succeeded())
+        return "cannot write " + path_ + ": " + list.error;
+    if (reading.content == Content::Damaged) {
+        KelvaneCLog("DefaultsDB: %@, kept as %@.damaged", reading.error, path_);
+        if (std::rename(path_.c_str(), (path_ + ".damaged").c_str()) != 0)
+            return "cannot put aside " + path_ + ": " + textOfError(errno);
+    }
+    const FileOutcome outcome = replaceFileAtomically(path_, list.bytes, fileMode);
+    if (!outcome.succeeded())
+        return outcome.reason;
+    entries = std::move(changed);
+    return {};
+}
+
+} // namespace kelvane

@@ -1,0 +1,173 @@
+#include "Support/DefaultsDB.h"
+
+#include "Foundation/BinaryPropertyList.h"
+#include "Support/Logging.h"
+#include "Tests/Harness/EnvironmentVariable.h"
+#include "Tests/Harness/TemporaryFolder.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace kelvane {
+namespace {
+
+constexpr const char* fileName = "com.kelvane.preferences.plist";
+
+// A domain of the test's own.
+class DefaultsDBTest : public ::testing::Test {
+protected:
+    // As another process does it.
+    void store(const Dictionary& entries) const {
+        const Data bytes = writeBinaryPropertyList(entries).bytes;
+        folder_.write(fileName, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    }
+    [[nodiscard]] Value stored() const {
+        const std::string bytes = folder_.read(fileName);
+        return readBinaryPropertyList(Data(bytes.begin(), bytes.end())).value;
+    }
+
+    const tests::TemporaryFolder folder_;
+    const std::string file_ = folder_ / fileName;
+    const tests::EnvironmentVariable variable_{"XDG_CONFIG_HOME", folder_.path().c_str()};
+};
+
+TEST_F(DefaultsDBTest, StoresTextsNumbersAndBooleansBesideWhatOthersWrote) {
+    store({{"foreign", Date{5}}, {"number", true}});
+    DefaultsDB::setStringProperty("a@b.c", "text");
+    DefaultsDB::setIntProperty(1, "number");
+    DefaultsDB::setBoolProperty(true, "yes");
+    DefaultsDB::setBoolProperty(false, "no");
+    EXPECT_EQ(stored(),
+              Value(Dictionary{
+                  {"foreign", Date{5}}, {"text", "a@b.c"}, {"number", 1}, {"yes", "YES"}, {"no", "NO"}}));
+    EXPECT_EQ(stored()["number"].kind(), Value::Kind::Integer);
+}
+
+TEST_F(DefaultsDBTest, ReadsStoredValuesByConversion) {
+    const struct {
+        Value stored;
+        std::optional<std::string> text;
+        std::int32_t number;
+        bool flag;
+    } cases[] = {
+        {" -12 apples", " -12 apples", -12, false},
+        {"99999999999999999999", "99999999999999999999", 2147483647, false},
+        {"-99999999999999999999", "-99999999999999999999", -2147483647 - 1, false},
+        {"", "", 0, false},
+        {"YES", "YES", 0, true},
+        {"yes", "yes", 0, false},
+        {42, "42", 42, false},
+        {true, "1", 1, false},
+        {Array{"YES"}, std::nullopt, 0, false},
+    };
+    for (const auto& [value, text, number, flag] : cases) {
+        SCOPED_TRACE(value.description());
+        store({{"key", value}});
+        EXPECT_EQ(DefaultsDB::stringProperty("key", true), text);
+        EXPECT_TRUE(DefaultsDB::lastReadOK());
+        EXPECT_EQ(DefaultsDB::stringProperty("key", false, "default"), text.value_or("default"));
+        EXPECT_EQ(DefaultsDB::intProperty("key"), number);
+        EXPECT_EQ(DefaultsDB::intProperty("key", false, 5), number);
+        EXPECT_EQ(DefaultsDB::boolProperty("key", false, !flag), flag);
+    }
+}
+
+TEST_F(DefaultsDBTest, GivesDefaultsForAbsentKeysAndTellsThemApart) {
+    DefaultsDB::setIntProperty(0, "present");
+    EXPECT_EQ(DefaultsDB::stringProperty("absent"), std::nullopt);
+    EXPECT_FALSE(DefaultsDB::lastReadOK());
+    EXPECT_EQ(DefaultsDB::stringProperty("absent", true, "default"), "default");
+    EXPECT_EQ(DefaultsDB::intProperty("absent", true, 5), 5);
+    EXPECT_TRUE(DefaultsDB::boolProperty("absent", true, true));
+    EXPECT_EQ(DefaultsDB::intProperty("present", false, 5), 0);
+    EXPECT_TRUE(DefaultsDB::lastReadOK());
+}
+
+TEST_F(DefaultsDBTest, SeesWhatOthersWroteWhenItSynchronizesOrWrites) {
+    store({{"a", 1}});
+    EXPECT_EQ(DefaultsDB::intProperty("a"), 1);
+    store({{"a", 2}});
+    EXPECT_EQ(DefaultsDB::intProperty("a"), 1);
+    EXPECT_EQ(DefaultsDB::intProperty("a", true), 2);
+    store({{"a", 3}});
+    DefaultsDB::setIntProperty(4, "b");
+    EXPECT_EQ(DefaultsDB::intProperty("a"), 3);
+}
+
+TEST_F(DefaultsDBTest, LosesNothingWhenTwoProcessesWriteAtOnce) {
+    constexpr int keyCount = 100;
+    const auto writeAll = [](const std::string& prefix) {
+        for (int key = 0; key < keyCount; ++key)
+            DefaultsDB::setIntProperty(key, prefix + std::to_string(key));
+    };
+    const pid_t child = ::fork();
+    if (child == 0) {
+        writeAll("child");
+        std::_Exit(0);
+    }
+    writeAll("parent");
+    ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+    EXPECT_EQ(stored().size(), 2U * keyCount);
+    EXPECT_EQ(folder_.names().size(), 2U); // the file and its lock
+}
+
+// A write that cannot reach the disk: harmless, logged, and readable until the next load.
+void expectUnwritable(const std::string& reason) {
+    std::string logged;
+    KelvaneLogStart("/");
+    const LogSinkToken sink = setLogSink([&](const LogEntry& entry) { logged += entry.text; });
+    DefaultsDB::setStringProperty("kept", "key");
+    EXPECT_EQ(DefaultsDB::stringProperty("key"), "kept");
+    EXPECT_NE(logged.find(reason), std::string::npos) << logged;
+}
+
+TEST_F(DefaultsDBTest, LeavesAloneWhatItCannotRead) {
+    const std::string target = folder_.write("elsewhere/target", "precious");
+    std::filesystem::create_symlink(target, file_);
+    expectUnwritable("Too many levels of symbolic links");
+    EXPECT_TRUE(std::filesystem::is_symlink(file_));
+    EXPECT_EQ(folder_.read("elsewhere/target"), "precious");
+
+    std::filesystem::remove(file_);
+    std::filesystem::create_directory(file_);
+    expectUnwritable("Is a directory");
+
+    std::filesystem::remove(file_);
+    folder_.write(fileName, "precious");
+    std::filesystem::permissions(file_, std::filesystem::perms::none);
+    const bool isRoot = ::geteuid() == 0; // whom no permission stops
+    if (isRoot) {
+        ASSERT_TRUE(::chmod(folder_.path().c_str(), 0777) == 0 &&
+                    ::chmod((file_ + ".lock").c_str(), 0666) == 0 && ::seteuid(65534) == 0);
+    }
+    expectUnwritable("Permission denied");
+    if (isRoot) {
+        ASSERT_EQ(::seteuid(0), 0);
+    }
+    std::filesystem::permissions(file_, std::filesystem::perms::owner_all);
+    EXPECT_EQ(folder_.read(fileName), "precious");
+
+    const tests::EnvironmentVariable nowhere("XDG_CONFIG_HOME", "/proc/self/nowhere");
+    expectUnwritable("cannot make /proc/self/nowhere");
+}
+
+TEST_F(DefaultsDBTest, PutsADamagedFileAsideAndWritesWhatItKnew) {
+    store({{"known", 1}, {"key", 1}});
+    EXPECT_EQ(DefaultsDB::intProperty("known"), 1);
+    const std::string whole = folder_.read(fileName);
+    for (const std::string& damaged :
+         {whole.substr(0, whole.size() - 1), std::string("<plist><array/></plist>")}) {
+        folder_.write(fileName, damaged);
+        EXPECT_EQ(DefaultsDB::intProperty("known", true), 1);
+        DefaultsDB::setIntProperty(2, "key");
+        EXPECT_EQ(stored(), Value(Dictionary{{"known", 1}, {"key", 2}}));
+        EXPECT_EQ(folder_.read(std::string(fileName) + ".damaged"), damaged);
+    }
+}
+
+} // namespace
+} // namespace kelvane

@@ -1,0 +1,112 @@
+#include "Support/Logging.h"
+#include "Tests/Harness/TemporaryFolder.h"
+
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace kelvane {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+LogSinkToken collectInto(Lines& lines) {
+    return setLogSink([&lines](const LogEntry& entry) { lines.push_back(entry.text); });
+}
+
+// What is written with the marker at `path`. To be called in a process of its own: logging stays on.
+Lines writtenWithMarker(const std::string& path) {
+    Lines lines;
+    const LogSinkToken sink = collectInto(lines);
+    KelvaneCLog("too early %d", 1);
+    KelvaneLogStart(path);
+    KelvaneLogStart(path + ".absent");
+    KelvaneCLog("%@ %u", Value(Array{1}), 7U);
+    KelvaneLog(std::string("%s"), std::string("text"));
+    KelvaneSystemLog("always");
+    return lines;
+}
+
+// First in this program: the switch has no way back.
+TEST(LoggingDeathTest, IsOnWhenTheMarkerStandsThereAtTheStart) {
+    const tests::TemporaryFolder folder;
+    const Lines on{Value(Array{1}).description() + " 7", "text", "always"};
+    const std::pair<std::string, Lines> cases[] = {
+        {folder / "absent", {"always"}}, {folder.write("file", ""), on}, {folder.path(), on}};
+    for (const auto& [path, expected] : cases)
+        EXPECT_EXIT(std::_Exit(writtenWithMarker(path) == expected ? 0 : 1), ::testing::ExitedWithCode(0), "")
+            << path;
+}
+
+TEST(Logging, MakesOneBoundedLineOfWhateverIsWritten) {
+    const std::string longText(longestLogEntry - 1, 'x');
+    const std::pair<std::string, std::string> cases[] = {
+        {"a\nb\r\tc", "a\\nb\\r\\tc"},
+        {std::string("\x1b[2J\x7f\0!", 7), "\\x1b[2J\\x7f\\x00!"},
+        {"100 % of C:\\n, \xC3\xA9", "100 % of C:\\n, \xC3\xA9"},
+        {"\xC2\x9B[m", "\xC2\\x9b[m"},
+        {longText + "1", longText + "1"},
+        {longText + "123", longText + "1 [2 more bytes]"},
+        {longText + "\xC3\xA9+", longText + "\xC3\xA9 [1 more bytes]"},
+    };
+    Lines lines;
+    const LogSinkToken sink = collectInto(lines);
+    for (const auto& [text, expected] : cases) {
+        KelvaneSystemLog("%@", text);
+        EXPECT_EQ(lines.back(), expected);
+    }
+    KelvaneSystemLog("%@", std::string(1 << 20, '\x80')); // no end of a character to cut at
+    EXPECT_LE(lines.back().size(), longestLogEntry + 64);
+}
+
+TEST(Logging, SinksNestAndGiveBackWhatWasBefore) {
+    Lines outer;
+    Lines inner;
+    const LogSinkToken outerSink = collectInto(outer);
+    {
+        const LogSinkToken innerSink = setLogSink([&](const LogEntry& entry) {
+            inner.push_back(entry.text);
+            KelvaneSystemLog("from a sink");
+        });
+        KelvaneSystemLog("one");
+    }
+    KelvaneSystemLog("two");
+    EXPECT_EQ(inner, Lines{"one"});
+    EXPECT_EQ(outer, Lines{"two"});
+}
+
+TEST(Logging, TakesEntriesOfThreadsOneAtATime) {
+    Lines lines; // unguarded: two sinks at once would be a race
+    const LogSinkToken sink = collectInto(lines);
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread)
+        threads.emplace_back([] {
+            for (int entry = 0; entry < 500; ++entry)
+                KelvaneSystemLog("%d", entry);
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(lines.size(), 2000U);
+}
+
+TEST(Logging, ShowsEntriesOnATerminal) {
+    int terminal = -1;
+    const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (child == 0) {
+        KelvaneSystemLog("seen\nby a person");
+        std::_Exit(0);
+    }
+    std::string seen;
+    for (char byte = 0; ::read(terminal, &byte, 1) == 1;)
+        seen += byte;
+    ::close(terminal);
+    ::waitpid(child, nullptr, 0);
+    const std::string end = " support_test[" + std::to_string(child) + "] seen\\nby a person\r\n";
+    EXPECT_EQ(seen.find(end), std::string_view("2025-01-02 03:04:05.678").size()) << seen;
+}
+
+} // namespace
+} // namespace kelvane
