@@ -4,16 +4,18 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <optional>
+#include <span>
 #include <string_view>
 
-// How a binary property list is laid out: the header, the objects, a table with the offset of each object, and the
-// trailer, which says how wide offsets and references are and where the table stands. Every number has its highest
-// byte first.
+// How a binary property list is laid out: the header, the objects, a table with the offset of each object,
+// and the trailer, which says how wide offsets and references are and where the table stands. A reference is
+// an object's place in the table. Every number has its highest byte first.
 namespace kelvane::layout {
 
 inline constexpr std::string_view header = "bplist00";
 
-// The first byte of an object: its type in the high four bits, its size in the low ones.
+// The high four bits of an object's first byte.
 enum class Type : std::uint8_t {
     Simple = 0x0,
     Integer = 0x1,
@@ -29,30 +31,47 @@ enum class Type : std::uint8_t {
     Dictionary = 0xD,
 };
 
+// First bytes that say all.
 inline constexpr std::uint8_t nullMarker = 0x00;
 inline constexpr std::uint8_t falseMarker = 0x08;
 inline constexpr std::uint8_t trueMarker = 0x09;
+inline constexpr std::uint8_t floatMarker = 0x22;
+inline constexpr std::uint8_t doubleMarker = 0x23;
 inline constexpr std::uint8_t dateMarker = 0x33;
-// Stands for the count where that does not fit four bits; an integer object with the count follows.
+
+// The low four bits of the first byte are a count, or this where the count does not fit: an integer object
+// with the count follows.
 inline constexpr std::uint8_t countFollows = 0xF;
 
 inline constexpr std::size_t trailerSize = 32;
-inline constexpr std::size_t trailerOffsetWidth = 6;
-inline constexpr std::size_t trailerReferenceWidth = 7;
-inline constexpr std::size_t trailerObjectCount = 8;
-inline constexpr std::size_t trailerTopObject = 16;
-inline constexpr std::size_t trailerTableOffset = 24;
 
-inline std::uint64_t swapped(std::uint64_t number) {
-    static_assert(std::endian::native == std::endian::little);
-    return __builtin_bswap64(number);
-}
+struct Trailer {
+    unsigned offsetWidth = 0;
+    unsigned referenceWidth = 0;
+    std::uint64_t objectCount = 0;
+    std::uint64_t topObject = 0;
+    std::uint64_t tableOffset = 0;
+};
 
-// `width` is 1 to 8. Eight bytes are read whatever the width: only for places that stand before the trailer or in it.
+// None when header or trailer are not those of a binary property list, or the table does not exactly fill the
+// room between the objects and the trailer.
+[[nodiscard]] std::optional<Trailer> readTrailer(std::span<const std::uint8_t> file);
+// Writes `trailerSize` bytes.
+void writeTrailer(std::uint8_t* at, const Trailer& trailer);
+
+static_assert(std::endian::native == std::endian::little);
+
+// Numbers of 1 to 8 bytes. Eight bytes are touched whatever the width is, which spares a loop: only for
+// places with a trailer, or what will be one, behind them; and one writes from front to back.
 inline std::uint64_t readNumber(const std::uint8_t* at, unsigned width) {
     std::uint64_t number = 0;
     std::memcpy(&number, at, sizeof(number));
-    return swapped(number) >> (64U - 8U * width);
+    return __builtin_bswap64(number) >> (64U - 8U * width);
+}
+
+inline void writeNumber(std::uint8_t* at, std::uint64_t number, unsigned width) {
+    const std::uint64_t swapped = __builtin_bswap64(number << (64U - 8U * width));
+    std::memcpy(at, &swapped, sizeof(swapped));
 }
 
 } // namespace kelvane::layout

@@ -3,8 +3,8 @@
 #include "Foundation/BinaryPropertyListLayout.h"
 #include "Foundation/Unicode.h"
 
+#include <algorithm>
 #include <bit>
-#include <limits>
 #include <map>
 #include <optional>
 #include <vector>
@@ -13,344 +13,365 @@ namespace kelvane {
 namespace {
 
 using layout::Type;
+using Keys = Dictionary::Keys;
 
-struct Trailer {
-    unsigned offsetWidth = 0;
-    unsigned referenceWidth = 0;
-    std::uint64_t objectCount = 0;
-    std::uint64_t topObject = 0;
-    std::uint64_t tableOffset = 0;
-};
+constexpr const char* reachesOutside = "an object reaches outside the objects";
+constexpr const char* tooDeep = "it is nested too deeply";
 
-bool isWidth(unsigned width) { return width >= 1 && width <= 8; }
-
-// None when header or trailer are not those of a binary property list, or the offset table does not exactly fill the
-// room between the objects and the trailer.
-std::optional<Trailer> trailerOf(std::span<const std::uint8_t> bytes) {
-    if (bytes.size() < layout::header.size() + layout::trailerSize ||
-        std::memcmp(bytes.data(), layout::header.data(), layout::header.size()) != 0)
-        return std::nullopt;
-    const std::uint64_t tableEnd = bytes.size() - layout::trailerSize;
-    const std::uint8_t* at = bytes.data() + tableEnd;
-    const Trailer trailer{at[layout::trailerOffsetWidth], at[layout::trailerReferenceWidth],
-                          layout::readNumber(at + layout::trailerObjectCount, 8),
-                          layout::readNumber(at + layout::trailerTopObject, 8),
-                          layout::readNumber(at + layout::trailerTableOffset, 8)};
-    if (!isWidth(trailer.offsetWidth) || !isWidth(trailer.referenceWidth) ||
-        trailer.tableOffset < layout::header.size() || trailer.tableOffset > tableEnd)
-        return std::nullopt;
-    const std::uint64_t tableSize = tableEnd - trailer.tableOffset;
-    if (tableSize % trailer.offsetWidth != 0 || tableSize / trailer.offsetWidth != trailer.objectCount)
-        return std::nullopt;
-    return trailer;
+bool hasTwins(const Keys& keys) {
+    std::vector<std::string_view> sorted(keys.begin(), keys.end());
+    std::sort(sorted.begin(), sorted.end());
+    return std::adjacent_find(sorted.begin(), sorted.end()) != sorted.end();
 }
 
-// Reads the objects of one property list. Its operations return an absent value once `error_` says why.
+// Reads the objects of one property list. What answers false, none or null has told `refuse` why.
 class Reader {
 public:
-    Reader(std::span<const std::uint8_t> bytes, const Trailer& trailer)
-        : bytes_(bytes.data()), trailer_(trailer), referenceRoom_(trailer.tableOffset), containerOf_(trailer.objectCount),
-          keyOf_(trailer.objectCount) {}
+    Reader(std::span<const std::uint8_t> bytes, const layout::Trailer& trailer)
+        : bytes_(bytes.data()),
+          trailer_(trailer),
+          objectsEnd_(trailer.tableOffset),
+          room_(trailer.tableOffset),
+          known_(trailer.objectCount) {}
 
     PropertyListReading read() {
-        Value value = object(trailer_.topObject, 1);
-        return {std::move(value), error_};
+        Array root;
+        root.reserve(1);
+        if (!object(trailer_.topObject, 0, root))
+            return {{}, error_};
+        return {std::move(root.front()), {}};
     }
 
 private:
-    // An object's content: `count` as its marker gives it, and where the bytes behind the marker begin.
+    // What stands behind an object's first byte and its count.
     struct Content {
         std::uint64_t count = 0;
         std::uint64_t at = 0;
     };
-    struct Container {
-        Value value;
-        std::uint64_t expansion;
-        int height;
+    // A string, data or container that was read.
+    struct Known {
+        const Value* value = nullptr; // in the container that referred to it first; null: not read yet
+        std::uint32_t expansion = 0;
+        std::int16_t levels = 0; // of containers: 0 for a string
+        bool isBeingRead = false;
     };
-    // A key's text, and the last dictionary that has it.
-    using Keys = std::map<std::string, std::uint64_t, std::less<>>;
+    // The keys of all dictionaries that name them by the same references.
+    struct Shape {
+        Shared<Keys> keys;
+        std::uint64_t expansion = 0;
+    };
 
-    static constexpr std::uint32_t notRead = 0;
-    static constexpr std::uint32_t beingRead = std::numeric_limits<std::uint32_t>::max();
-
-    Value refuse(const char* reason) {
+    bool refuse(const char* reason) {
         error_ = reason;
-        return {};
+        return false;
     }
-    bool charge(std::uint64_t cost);
-    std::optional<std::uint64_t> offsetOf(std::uint64_t index);
-    std::optional<Content> counted(std::uint64_t at, unsigned size, std::uint64_t unit);
-    std::uint64_t reference(std::uint64_t list, std::uint64_t position) const {
-        return layout::readNumber(bytes_ + list + position * trailer_.referenceWidth, trailer_.referenceWidth);
+    bool charge(std::uint64_t cost) {
+        expansion_ += cost;
+        return expansion_ <= largestExpansion || refuse("it expands to more than can be held");
     }
+    bool takeRoom(std::uint64_t size);
 
-    Value object(std::uint64_t index, int level);
-    Value simple(std::uint8_t marker);
-    Value integer(std::uint64_t at, unsigned size);
-    Value real(std::uint64_t at, unsigned size);
-    Value date(std::uint64_t at, std::uint8_t marker);
-    Value data(std::uint64_t at, unsigned size);
-    Value string(std::uint64_t at, Type type, unsigned size);
-    Value container(std::uint64_t index, std::uint64_t at, int level);
-    Value array(const Content& content, int level);
-    Value dictionary(const Content& content, int level);
-    Keys::value_type* key(std::uint64_t index);
-    bool takeKeys(const Content& content);
+    [[nodiscard]] std::uint64_t reference(std::uint64_t list, std::uint64_t position) const {
+        return layout::readNumber(bytes_ + list + position * trailer_.referenceWidth,
+                                  trailer_.referenceWidth);
+    }
+    std::optional<std::uint64_t> offsetOf(std::uint64_t object);
+    std::optional<Content> contentAt(std::uint64_t at, std::uint64_t unit);
+    std::optional<std::string> textAt(std::uint64_t at);
+
+    // Each appends what it reads to `values`, which has room for it.
+    bool object(std::uint64_t object, int depth, Array& values);
+    bool simple(std::uint64_t at, Array& values);
+    bool integer(std::uint64_t at, Array& values);
+    bool real(std::uint64_t at, Array& values);
+    bool date(std::uint64_t at, Array& values);
+    bool data(std::uint64_t at, Known& known, Array& values);
+    bool string(std::uint64_t at, Known& known, Array& values);
+    bool container(std::uint64_t at, Known& known, int depth, Array& values);
+    bool again(const Known& known, int depth, Array& values);
+
+    bool array(const Content& content, int depth, Array& values);
+    bool dictionary(const Content& content, int depth, Array& values);
+    bool objects(std::uint64_t list, std::uint64_t count, int depth, Array& values);
+    const Shape* shape(const Content& dictionary);
+    std::optional<Keys> keys(const Content& dictionary);
 
     const std::uint8_t* bytes_;
-    Trailer trailer_;
-    std::string error_;
+    layout::Trailer trailer_;
+    std::uint64_t objectsEnd_;
+    const char* error_ = "";
     std::uint64_t expansion_ = 0;
-    // Containers do not overlap in a sound file, so that all their references together fit into it. Held against that,
-    // a small file cannot make a large number of values out of the same bytes.
-    std::uint64_t referenceRoom_;
-    int deepest_ = 0;
-
-    std::vector<Container> containers_;
-    std::vector<std::uint32_t> containerOf_; // by object: `notRead`, `beingRead`, or the place in `containers_` from 1
-    Keys keys_;
-    std::vector<Keys::value_type*> keyOf_; // by object
-    std::uint64_t dictionaries_ = 0;
+    std::uint64_t room_; // bytes of the file that no container, string or data was made of so far
+    int levels_ = 0;     // of the deepest container met so far inside the one that is being read
+    std::vector<Known> known_;
+    std::map<std::string_view, Shape> shapes_; // by the bytes of the references
 };
 
-bool Reader::charge(std::uint64_t cost) {
-    expansion_ += cost;
-    if (expansion_ <= largestExpansion)
-        return true;
-    refuse("it expands to more than can be held");
-    return false;
+// Objects do not overlap in a sound file. Where they do, a small file could make a huge number of values out
+// of the same bytes.
+bool Reader::takeRoom(std::uint64_t size) {
+    if (size > room_)
+        return refuse("objects overlap");
+    room_ -= size;
+    return true;
 }
 
-std::optional<std::uint64_t> Reader::offsetOf(std::uint64_t index) {
-    if (index >= trailer_.objectCount) {
-        refuse("a reference to an object that is not there");
+std::optional<std::uint64_t> Reader::offsetOf(std::uint64_t object) {
+    if (object >= trailer_.objectCount) {
+        refuse("a reference names no object");
         return std::nullopt;
     }
-    const std::uint64_t offset =
-        layout::readNumber(bytes_ + trailer_.tableOffset + index * trailer_.offsetWidth, trailer_.offsetWidth);
-    if (offset < layout::header.size() || offset >= trailer_.tableOffset) {
-        refuse("an object outside the file");
+    const std::uint64_t offset = layout::readNumber(
+        bytes_ + trailer_.tableOffset + object * trailer_.offsetWidth, trailer_.offsetWidth);
+    if (offset < layout::header.size() || offset >= objectsEnd_) {
+        refuse("an object stands outside the objects");
         return std::nullopt;
     }
     return offset;
 }
 
-// The content of an object with a count, of `unit` bytes each, whose first byte at `at` has `size` in its low bits.
-std::optional<Reader::Content> Reader::counted(std::uint64_t at, unsigned size, std::uint64_t unit) {
-    Content content{size, at + 1};
-    if (size == layout::countFollows) {
+// The content of the object at `at` whose count counts units of `unit` bytes.
+std::optional<Reader::Content> Reader::contentAt(std::uint64_t at, std::uint64_t unit) {
+    Content content{bytes_[at] & 0xFU, at + 1};
+    if (content.count == layout::countFollows) {
         const unsigned marker = bytes_[at + 1];
         const unsigned width = 1U << (marker & 0xFU);
-        if (marker >> 4U != static_cast<unsigned>(Type::Integer) || width > 8) {
-            refuse("a count that is not an integer");
+        if (static_cast<Type>(marker >> 4U) != Type::Integer || width > 8) {
+            refuse("a count is not a number");
             return std::nullopt;
         }
         content = {layout::readNumber(bytes_ + at + 2, width), at + 2 + width};
     }
-    if (content.at > trailer_.tableOffset || content.count > (trailer_.tableOffset - content.at) / unit) {
-        refuse("an object that reaches beyond the objects");
+    if (content.at > objectsEnd_ || content.count > (objectsEnd_ - content.at) / unit) {
+        refuse(reachesOutside);
         return std::nullopt;
     }
     return content;
 }
 
-Value Reader::object(std::uint64_t index, int level) {
-    const std::optional<std::uint64_t> at = offsetOf(index);
+std::optional<std::string> Reader::textAt(std::uint64_t at) {
+    const bool isAsciiString = static_cast<Type>(bytes_[at] >> 4U) == Type::AsciiString;
+    const std::uint64_t unit = isAsciiString ? 1 : 2;
+    const std::optional<Content> content = contentAt(at, unit);
+    if (!content || !charge(1 + content->count * unit))
+        return std::nullopt;
+    const std::uint8_t* begin = bytes_ + content->at;
+    std::optional<std::string> text;
+    if (!isAsciiString)
+        text = utf8FromUtf16BigEndian({begin, begin + content->count * unit});
+    else if (const std::string_view ascii(reinterpret_cast<const char*>(begin), content->count);
+             isAscii(ascii))
+        text = ascii;
+    if (!text)
+        refuse(isAsciiString ? "a string is not ASCII" : "a string is not UTF-16");
+    return text;
+}
+
+bool Reader::object(std::uint64_t object, int depth, Array& values) {
+    const std::optional<std::uint64_t> at = offsetOf(object);
     if (!at)
-        return {};
-    const std::uint8_t marker = bytes_[*at];
-    const auto type = static_cast<Type>(marker >> 4U);
-    if (type == Type::Array || type == Type::Dictionary)
-        return container(index, *at, level);
-    if (!charge(1))
-        return {};
-    const unsigned size = marker & 0xFU;
-    switch (type) {
-    case Type::Simple: return simple(marker);
-    case Type::Integer: return integer(*at, size);
-    case Type::Real: return real(*at, size);
-    case Type::Date: return date(*at, marker);
-    case Type::Data: return data(*at, size);
+        return false;
+    Known& known = known_[object];
+    if (known.value)
+        return again(known, depth, values);
+    switch (static_cast<Type>(bytes_[*at] >> 4U)) {
+    case Type::Simple: return simple(*at, values);
+    case Type::Integer: return integer(*at, values);
+    case Type::Real: return real(*at, values);
+    case Type::Date: return date(*at, values);
+    case Type::Data: return data(*at, known, values);
     case Type::AsciiString:
-    case Type::Utf16String: return string(*at, type, size);
-    case Type::Uid: return refuse("a UID");
+    case Type::Utf16String: return string(*at, known, values);
+    case Type::Array:
+    case Type::Dictionary: return container(*at, known, depth, values);
+    case Type::Uid: return refuse("UIDs are not supported");
     case Type::OrderedSet:
-    case Type::Set: return refuse("a set");
-    default: return refuse("an object of unknown type");
+    case Type::Set: return refuse("sets are not supported");
+    default: return refuse("an object is of unknown type");
     }
 }
 
-Value Reader::simple(std::uint8_t marker) {
-    switch (marker) {
-    case layout::falseMarker: return false;
-    case layout::trueMarker: return true;
-    case layout::nullMarker: return refuse("a null object");
-    default: return refuse("an object of unknown type");
-    }
+bool Reader::simple(std::uint64_t at, Array& values) {
+    const std::uint8_t marker = bytes_[at];
+    if (marker == layout::nullMarker)
+        return refuse("null is not supported");
+    if (marker != layout::falseMarker && marker != layout::trueMarker)
+        return refuse("an object is of unknown type");
+    values.emplace_back(marker == layout::trueMarker);
+    return charge(1);
 }
 
-Value Reader::integer(std::uint64_t at, unsigned size) {
-    const unsigned width = 1U << size;
+bool Reader::integer(std::uint64_t at, Array& values) {
+    const unsigned width = 1U << (bytes_[at] & 0xFU);
     if (width > 16)
-        return refuse("an integer of more than 16 bytes");
-    if (at + 1 + width > trailer_.tableOffset)
-        return refuse("an object that reaches beyond the objects");
-    const std::uint8_t* bytes = bytes_ + at + 1;
-    if (width <= 8) // only eight bytes have a sign
-        return static_cast<std::int64_t>(layout::readNumber(bytes, width));
-    const std::uint64_t high = layout::readNumber(bytes, 8);
-    const std::uint64_t low = layout::readNumber(bytes + 8, 8);
+        return refuse("an integer has more than 16 bytes");
+    if (at + 1 + width > objectsEnd_)
+        return refuse(reachesOutside);
+    const std::uint8_t* number = bytes_ + at + 1;
+    if (width <= 8) { // of these only eight bytes fill the sign
+        values.emplace_back(static_cast<std::int64_t>(layout::readNumber(number, width)));
+        return charge(1);
+    }
+    const std::uint64_t high = layout::readNumber(number, 8);
+    const std::uint64_t low = layout::readNumber(number + 8, 8);
     if (high == 0)
-        return low;
-    if (high == ~0ULL && static_cast<std::int64_t>(low) < 0)
-        return static_cast<std::int64_t>(low);
-    return refuse("an integer of more than 64 bits");
+        values.emplace_back(low);
+    else if (high == ~0ULL && static_cast<std::int64_t>(low) < 0)
+        values.emplace_back(static_cast<std::int64_t>(low));
+    else
+        return refuse("an integer has more than 64 bits");
+    return charge(1);
 }
 
-Value Reader::real(std::uint64_t at, unsigned size) {
-    const unsigned width = 1U << size;
-    if (width != 4 && width != 8)
-        return refuse("a real of neither 4 nor 8 bytes");
-    if (at + 1 + width > trailer_.tableOffset)
-        return refuse("an object that reaches beyond the objects");
+bool Reader::real(std::uint64_t at, Array& values) {
+    const std::uint8_t marker = bytes_[at];
+    if (marker != layout::floatMarker && marker != layout::doubleMarker)
+        return refuse("a real has neither 4 nor 8 bytes");
+    const unsigned width = marker == layout::floatMarker ? 4 : 8;
+    if (at + 1 + width > objectsEnd_)
+        return refuse(reachesOutside);
     const std::uint64_t bits = layout::readNumber(bytes_ + at + 1, width);
     if (width == 4)
-        return std::bit_cast<float>(static_cast<std::uint32_t>(bits));
-    return std::bit_cast<double>(bits);
+        values.emplace_back(std::bit_cast<float>(static_cast<std::uint32_t>(bits)));
+    else
+        values.emplace_back(std::bit_cast<double>(bits));
+    return charge(1);
 }
 
-Value Reader::date(std::uint64_t at, std::uint8_t marker) {
-    if (marker != layout::dateMarker)
-        return refuse("a date that is not of 8 bytes");
-    if (at + 9 > trailer_.tableOffset)
-        return refuse("an object that reaches beyond the objects");
-    return Date{std::bit_cast<double>(layout::readNumber(bytes_ + at + 1, 8))};
+bool Reader::date(std::uint64_t at, Array& values) {
+    if (bytes_[at] != layout::dateMarker)
+        return refuse("a date does not have 8 bytes");
+    if (at + 9 > objectsEnd_)
+        return refuse(reachesOutside);
+    values.emplace_back(Date{std::bit_cast<double>(layout::readNumber(bytes_ + at + 1, 8))});
+    return charge(1);
 }
 
-Value Reader::data(std::uint64_t at, unsigned size) {
-    const std::optional<Content> content = counted(at, size, 1);
-    if (!content || !charge(content->count))
-        return {};
+bool Reader::data(std::uint64_t at, Known& known, Array& values) {
+    const std::optional<Content> content = contentAt(at, 1);
+    if (!content || !charge(1 + content->count) || !takeRoom(content->count))
+        return false;
     const std::uint8_t* begin = bytes_ + content->at;
-    return Data(begin, begin + content->count);
-}
-
-Value Reader::string(std::uint64_t at, Type type, unsigned size) {
-    const std::uint64_t unit = type == Type::AsciiString ? 1 : 2;
-    const std::optional<Content> content = counted(at, size, unit);
-    if (!content || !charge(content->count * unit))
-        return {};
-    const std::uint8_t* begin = bytes_ + content->at;
-    if (type == Type::AsciiString) {
-        std::string text(reinterpret_cast<const char*>(begin), content->count);
-        return isAscii(text) ? Value(std::move(text)) : refuse("text that is not ASCII");
-    }
-    std::optional<std::string> text = utf8FromUtf16BigEndian({begin, begin + content->count * unit});
-    return text ? Value(*std::move(text)) : refuse("text that is not UTF-16");
-}
-
-Value Reader::container(std::uint64_t index, std::uint64_t at, int level) {
-    std::uint32_t& slot = containerOf_[index];
-    if (slot == beingRead)
-        return refuse("a container that contains itself");
-    if (slot != notRead) {
-        const Container& known = containers_[slot - 1];
-        if (level + known.height - 1 > deepestNesting)
-            return refuse("it is nested too deeply");
-        deepest_ = std::max(deepest_, level + known.height - 1);
-        return charge(known.expansion) ? known.value : Value();
-    }
-    if (level > deepestNesting)
-        return refuse("it is nested too deeply");
-
-    const unsigned type = bytes_[at] >> 4U;
-    const std::uint64_t references = type == static_cast<unsigned>(Type::Dictionary) ? 2 : 1;
-    const std::optional<Content> content = counted(at, bytes_[at] & 0xFU, references * trailer_.referenceWidth);
-    if (!content || !charge(1))
-        return {};
-    const std::uint64_t room = content->count * references * trailer_.referenceWidth;
-    if (room > referenceRoom_)
-        return refuse("containers that overlap");
-    referenceRoom_ -= room;
-
-    slot = beingRead;
-    const std::uint64_t expansionBefore = expansion_ - 1;
-    const int deepestBefore = std::exchange(deepest_, level);
-    Value value = references == 2 ? dictionary(*content, level) : array(*content, level);
-    if (value.isAbsent())
-        return {};
-    containers_.push_back({value, expansion_ - expansionBefore, deepest_ - level + 1});
-    slot = static_cast<std::uint32_t>(containers_.size());
-    deepest_ = std::max(deepest_, deepestBefore);
-    return value;
-}
-
-Value Reader::array(const Content& content, int level) {
-    Array items;
-    items.reserve(content.count);
-    for (std::uint64_t i = 0; i < content.count; ++i) {
-        Value item = object(reference(content.at, i), level + 1);
-        if (item.isAbsent())
-            return {};
-        items.push_back(std::move(item));
-    }
-    return items;
-}
-
-Value Reader::dictionary(const Content& content, int level) {
-    if (!takeKeys(content))
-        return {};
-    Dictionary entries;
-    entries.reserve(content.count);
-    for (std::uint64_t i = 0; i < content.count; ++i) {
-        Value value = object(reference(content.at, content.count + i), level + 1);
-        if (value.isAbsent())
-            return {};
-        entries.append(keyOf_[reference(content.at, i)]->first, std::move(value));
-    }
-    return entries;
-}
-
-bool Reader::takeKeys(const Content& content) {
-    ++dictionaries_;
-    for (std::uint64_t i = 0; i < content.count; ++i) {
-        Keys::value_type* known = key(reference(content.at, i));
-        if (!known || !charge(1 + known->first.size()))
-            return false;
-        if (known->second == dictionaries_) {
-            refuse("a key that stands twice");
-            return false;
-        }
-        known->second = dictionaries_;
-    }
+    values.emplace_back(Data(begin, begin + content->count));
+    known = {&values.back(), static_cast<std::uint32_t>(1 + content->count)};
     return true;
 }
 
-Reader::Keys::value_type* Reader::key(std::uint64_t index) {
-    if (index < keyOf_.size() && keyOf_[index])
-        return keyOf_[index];
-    const std::optional<std::uint64_t> at = offsetOf(index);
-    if (!at)
-        return nullptr;
-    const auto type = static_cast<Type>(bytes_[*at] >> 4U);
-    if (type != Type::AsciiString && type != Type::Utf16String) {
-        refuse("a key that is not a string");
-        return nullptr;
+bool Reader::string(std::uint64_t at, Known& known, Array& values) {
+    const std::uint64_t before = expansion_;
+    std::optional<std::string> text = textAt(at);
+    if (!text || !takeRoom(expansion_ - before - 1))
+        return false;
+    values.emplace_back(*std::move(text));
+    known = {&values.back(), static_cast<std::uint32_t>(expansion_ - before)};
+    return true;
+}
+
+bool Reader::container(std::uint64_t at, Known& known, int depth, Array& values) {
+    if (known.isBeingRead)
+        return refuse("a container contains itself");
+    if (depth == deepestNesting)
+        return refuse(tooDeep);
+    const bool isDictionary = static_cast<Type>(bytes_[at] >> 4U) == Type::Dictionary;
+    const std::uint64_t unit = (isDictionary ? 2 : 1) * trailer_.referenceWidth;
+    const std::optional<Content> content = contentAt(at, unit);
+    if (!content || !charge(1) || !takeRoom(content->count * unit))
+        return false;
+
+    known.isBeingRead = true;
+    const std::uint64_t before = expansion_ - 1;
+    const int levelsBefore = std::exchange(levels_, 0);
+    if (!(isDictionary ? dictionary(*content, depth + 1, values) : array(*content, depth + 1, values)))
+        return false;
+    const int levels = levels_ + 1;
+    known = {&values.back(), static_cast<std::uint32_t>(expansion_ - before),
+             static_cast<std::int16_t>(levels)};
+    levels_ = std::max(levelsBefore, levels);
+    return true;
+}
+
+bool Reader::again(const Known& known, int depth, Array& values) {
+    if (depth + known.levels > deepestNesting)
+        return refuse(tooDeep);
+    if (!charge(known.expansion))
+        return false;
+    levels_ = std::max<int>(levels_, known.levels);
+    values.push_back(*known.value);
+    return true;
+}
+
+bool Reader::array(const Content& content, int depth, Array& values) {
+    Array items;
+    if (!objects(content.at, content.count, depth, items))
+        return false;
+    values.emplace_back(std::move(items));
+    return true;
+}
+
+bool Reader::dictionary(const Content& content, int depth, Array& values) {
+    const Shape* keys = shape(content);
+    Array entries;
+    if (!keys || !charge(keys->expansion) ||
+        !objects(content.at + content.count * trailer_.referenceWidth, content.count, depth, entries))
+        return false;
+    values.emplace_back(Dictionary(keys->keys, std::move(entries)));
+    return true;
+}
+
+bool Reader::objects(std::uint64_t list, std::uint64_t count, int depth, Array& values) {
+    values.reserve(count); // also what keeps the values in their places, which `Known` relies on
+    for (std::uint64_t i = 0; i < count; ++i)
+        if (!object(reference(list, i), depth, values))
+            return false;
+    return true;
+}
+
+const Reader::Shape* Reader::shape(const Content& dictionary) {
+    const std::string_view references(reinterpret_cast<const char*>(bytes_) + dictionary.at,
+                                      dictionary.count * trailer_.referenceWidth);
+    auto found = shapes_.find(references);
+    if (found == shapes_.end()) {
+        const std::uint64_t before = expansion_;
+        std::optional<Keys> read = keys(dictionary);
+        if (!read)
+            return nullptr;
+        const std::uint64_t expansion = expansion_ - before;
+        expansion_ = before; // it is charged by each dictionary that has them
+        found = shapes_.emplace(references, Shape{Shared(*std::move(read)), expansion}).first;
     }
-    const Value text = string(*at, type, bytes_[*at] & 0xFU);
-    if (text.isAbsent())
-        return nullptr;
-    keyOf_[index] = &*keys_.try_emplace(text.stringValue(), 0).first;
-    return keyOf_[index];
+    return &found->second;
+}
+
+std::optional<Keys> Reader::keys(const Content& dictionary) {
+    Keys keys;
+    keys.reserve(dictionary.count);
+    for (std::uint64_t i = 0; i < dictionary.count; ++i) {
+        const std::optional<std::uint64_t> at = offsetOf(reference(dictionary.at, i));
+        if (!at)
+            return std::nullopt;
+        const auto type = static_cast<Type>(bytes_[*at] >> 4U);
+        if (type != Type::AsciiString && type != Type::Utf16String) {
+            refuse("a key is not a string");
+            return std::nullopt;
+        }
+        std::optional<std::string> text = textAt(*at);
+        if (!text)
+            return std::nullopt;
+        keys.push_back(*std::move(text));
+    }
+    if (hasTwins(keys)) {
+        refuse("a dictionary has a key twice");
+        return std::nullopt;
+    }
+    return keys;
 }
 
 } // namespace
 
 PropertyListReading readBinaryPropertyList(std::span<const std::uint8_t> bytes) {
-    const std::optional<Trailer> trailer = trailerOf(bytes);
+    const std::optional<layout::Trailer> trailer = layout::readTrailer(bytes);
     if (!trailer)
-        return {{}, "not a binary property list, or one that was cut off"};
+        return {{}, "it is cut off or not a binary property list"};
     return Reader(bytes, *trailer).read();
 }
 

@@ -1,159 +1,191 @@
 #include "Foundation/BinaryPropertyList.h"
 
-#include "Foundation/BinaryPropertyListLayout.h"
-#include "Foundation/Unicode.h"
+#include "Foundation/PropertyListObjects.h"
 
+#include <algorithm>
+#include <array>
+#include <optional>
 #include <unordered_map>
 
-// First version: one pass that numbers the objects, each scalar once, and writes them.
 namespace kelvane {
 namespace {
 
 using layout::Type;
+using Keys = Dictionary::Keys;
+using Id = PropertyListObjects::Id;
 
-unsigned widthFor(std::uint64_t n) { return n < 0x100 ? 1 : n < 0x10000 ? 2 : n < 0x100000000ULL ? 4 : 8; }
+constexpr const char* tooDeep = "it is nested too deeply";
+constexpr const char* notUtf8 = "a string is not UTF-8";
 
-void appendNumber(Data& out, std::uint64_t n, unsigned width) {
-    for (unsigned i = width; i-- > 0;)
-        out.push_back(static_cast<std::uint8_t>(n >> (8 * i)));
+bool isContainer(const Value& value) {
+    return value.isArray() || value.isDictionary();
 }
 
-void appendInteger(Data& out, std::uint64_t bits, bool negative, bool large) {
-    if (large) {
-        out.push_back(0x14);
-        appendNumber(out, 0, 8);
-        appendNumber(out, bits, 8);
-        return;
-    }
-    const unsigned width = negative ? 8 : widthFor(bits);
-    out.push_back(static_cast<std::uint8_t>(0x10U | (width == 1 ? 0U : width == 2 ? 1U : width == 4 ? 2U : 3U)));
-    appendNumber(out, bits, width);
-}
-
-void appendHead(Data& out, Type type, std::uint64_t count) {
-    const unsigned high = static_cast<unsigned>(type) << 4U;
-    out.push_back(static_cast<std::uint8_t>(high | (count < 15 ? count : 15U)));
-    if (count >= 15)
-        appendInteger(out, count, false, false);
-}
-
+// Writes one value with all that it holds. What answers false or none has told `refuse` why.
 class Writer {
 public:
-    std::string error;
-    std::vector<Data> objects;              // scalars written; containers empty until the end
-    std::vector<std::vector<std::uint32_t>> references;
-    std::vector<Type> types;
-
-    std::uint32_t add(const Value& value, int level) {
-        if (level > deepestNesting)
-            error = "it is nested too deeply";
-        if (!error.empty())
-            return 0;
-        if (value.isArray() || value.isDictionary())
-            return addContainer(value, level);
-        Data bytes = scalar(value);
-        std::string key(bytes.begin(), bytes.end());
-        const auto [found, isNew] = known_.emplace(std::move(key), static_cast<std::uint32_t>(objects.size()));
-        if (isNew)
-            push(std::move(bytes), Type::Simple);
-        return found->second;
+    PropertyListWriting write(const Value& root) {
+        const std::optional<Id> top = isContainer(root) ? container(root, 0) : plain(root);
+        if (!top)
+            return {{}, error_};
+        return {objects_.finish(*top), {}};
     }
 
 private:
-    void push(Data bytes, Type type) {
-        objects.push_back(std::move(bytes));
-        references.emplace_back();
-        types.push_back(type);
+    // An array or dictionary that several values hold. `levels` is 0 while it is being written.
+    struct SharedContainer {
+        Id id = 0;
+        int levels = 0;
+    };
+
+    struct Prepared {
+        Encoding encoding;
+        std::uint32_t hash = 0;
+    };
+
+    std::nullopt_t refuse(const char* reason) {
+        error_ = reason;
+        return std::nullopt;
     }
 
-    std::uint32_t addContainer(const Value& value, int level) {
-        const auto index = static_cast<std::uint32_t>(objects.size());
-        push({}, value.isArray() ? Type::Array : Type::Dictionary);
-        std::vector<std::uint32_t> refs;
-        for (const Value& item : value.array())
-            refs.push_back(add(item, level + 1));
-        for (const auto& entry : value.dictionary())
-            refs.push_back(add(entry.first, level + 1));
-        for (const auto& entry : value.dictionary())
-            refs.push_back(add(entry.second, level + 1));
-        appendHead(objects[index], types[index], value.size());
-        references[index] = std::move(refs);
-        return index;
-    }
+    std::optional<Id> plain(const Value& value);
+    std::optional<Id> container(const Value& value, int depth);
+    std::optional<Id> unsharedContainer(const Value& value, int depth);
 
-    Data scalar(const Value& value) {
-        Data out;
-        switch (value.kind()) {
-        case Value::Kind::Bool: out.push_back(value.boolValue() ? layout::trueMarker : layout::falseMarker); break;
-        case Value::Kind::Integer: {
-            const Integer n = *value.integer();
-            appendInteger(out, n.bits, n.isNegative(), !n.isSigned && n.bits >> 63U != 0);
-            break;
-        }
-        case Value::Kind::Float:
-            out.push_back(0x22);
-            appendNumber(out, std::bit_cast<std::uint32_t>(value.floatValue()), 4);
-            break;
-        case Value::Kind::Double:
-            out.push_back(0x23);
-            appendNumber(out, std::bit_cast<std::uint64_t>(value.doubleValue()), 8);
-            break;
-        case Value::Kind::Date:
-            out.push_back(layout::dateMarker);
-            appendNumber(out, std::bit_cast<std::uint64_t>(value.dateValue().secondsSinceReference), 8);
-            break;
-        case Value::Kind::Data:
-            appendHead(out, Type::Data, value.dataValue().size());
-            out.insert(out.end(), value.dataValue().begin(), value.dataValue().end());
-            break;
-        case Value::Kind::String: text(out, value.stringValue()); break;
-        default: error = "an absent value has no form in a property list";
-        }
-        return out;
-    }
+    // These set the references from `slot` on.
+    bool keys(const Keys& keys, std::size_t slot);
+    bool contents(std::span<const Value> values, int depth, std::size_t slot);
+    bool plainValues(std::span<const Value> values, std::size_t slot);
+    bool containers(std::span<const Value> values, int depth, std::size_t slot);
 
-    void text(Data& out, const std::string& string) {
-        if (isAscii(string)) {
-            appendHead(out, Type::AsciiString, string.size());
-            out.insert(out.end(), string.begin(), string.end());
-        } else if (const auto units = utf16BigEndianFromUtf8(string)) {
-            appendHead(out, Type::Utf16String, units->size() / 2);
-            out.insert(out.end(), units->begin(), units->end());
-        } else {
-            error = "a text is not UTF-8";
-        }
-    }
-
-    std::unordered_map<std::string, std::uint32_t> known_;
+    PropertyListObjects objects_;
+    const char* error_ = "";
+    std::unordered_map<const void*, SharedContainer> shared_;
+    int levels_ = 0; // of the deepest container met so far inside the one that is being written
+    // The keys of the previous dictionary and where their references stand: mostly the next one has the same.
+    const Keys* lastKeys_ = nullptr;
+    std::size_t lastKeysSlot_ = 0;
+    std::array<Prepared, 16> batch_;
 };
+
+std::optional<Id> Writer::plain(const Value& value) {
+    Encoding encoding;
+    if (!encoding.set(value))
+        return refuse(value.isAbsent() ? "a value is absent" : notUtf8);
+    return objects_.unique(encoding, encoding.hash());
+}
+
+std::optional<Id> Writer::container(const Value& value, int depth) {
+    if (!value.isShared())
+        return unsharedContainer(value, depth);
+    const void* identity = value.isArray() ? static_cast<const void*>(&value.array()) : &value.dictionary();
+    const auto [found, isNew] = shared_.try_emplace(identity);
+    SharedContainer& known = found->second; // stays where it is while others are added
+    if (isNew) {
+        const int levelsBefore = std::exchange(levels_, 0);
+        const std::optional<Id> id = unsharedContainer(value, depth);
+        if (!id)
+            return std::nullopt;
+        known = {*id, levels_};
+        levels_ = std::max(levels_, levelsBefore);
+        return id;
+    }
+    if (known.levels == 0)
+        return refuse("a container contains itself");
+    if (depth + known.levels > deepestNesting)
+        return refuse(tooDeep);
+    levels_ = std::max(levels_, known.levels);
+    return known.id;
+}
+
+std::optional<Id> Writer::unsharedContainer(const Value& value, int depth) {
+    if (depth == deepestNesting)
+        return refuse(tooDeep);
+    const int levelsBefore = std::exchange(levels_, 0);
+    PropertyListObjects::Container container;
+    if (value.isDictionary()) {
+        const Dictionary& entries = value.dictionary();
+        container = objects_.addContainer(Type::Dictionary, entries.size());
+        const std::size_t valuesSlot = container.slots + entries.size() * PropertyListObjects::slotSize;
+        if (!keys(entries.keys(), container.slots) || !contents(entries.values(), depth + 1, valuesSlot))
+            return std::nullopt;
+    } else {
+        container = objects_.addContainer(Type::Array, value.size());
+        if (!contents(value.array(), depth + 1, container.slots))
+            return std::nullopt;
+    }
+    levels_ = std::max(levels_ + 1, levelsBefore);
+    return container.id;
+}
+
+bool Writer::keys(const Keys& keys, std::size_t slot) {
+    const Keys* last = std::exchange(lastKeys_, &keys);
+    std::size_t lastSlot = std::exchange(lastKeysSlot_, slot);
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+        const bool isAsBefore = last == &keys || (last && i < last->size() && (*last)[i] == keys[i]);
+        if (isAsBefore) {
+            objects_.setReference(slot, objects_.reference(lastSlot));
+        } else {
+            Encoding key;
+            if (!key.setString(keys[i])) {
+                refuse(notUtf8);
+                return false;
+            }
+            objects_.setReference(slot, objects_.unique(key, key.hash()));
+        }
+        slot += PropertyListObjects::slotSize;
+        lastSlot += PropertyListObjects::slotSize;
+    }
+    return true;
+}
+
+bool Writer::contents(std::span<const Value> values, int depth, std::size_t slot) {
+    while (!values.empty()) {
+        const auto part = values.first(std::min(values.size(), batch_.size()));
+        if (!plainValues(part, slot) || !containers(part, depth, slot))
+            return false;
+        slot += part.size() * PropertyListObjects::slotSize;
+        values = values.subspan(part.size());
+    }
+    return true;
+}
+
+bool Writer::plainValues(std::span<const Value> values, std::size_t slot) {
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        if (isContainer(values[i]))
+            continue;
+        auto& [encoding, hash] = batch_[i];
+        if (!encoding.set(values[i])) {
+            refuse(values[i].isAbsent() ? "a value is absent" : notUtf8);
+            return false;
+        }
+        hash = encoding.hash();
+        objects_.expect(hash);
+    }
+    for (std::size_t i = 0; i < values.size(); ++i)
+        if (!isContainer(values[i]))
+            objects_.setReference(slot + i * PropertyListObjects::slotSize,
+                                  objects_.unique(batch_[i].encoding, batch_[i].hash));
+    return true;
+}
+
+bool Writer::containers(std::span<const Value> values, int depth, std::size_t slot) {
+    for (const Value& value : values) {
+        if (isContainer(value)) {
+            const std::optional<Id> id = container(value, depth);
+            if (!id)
+                return false;
+            objects_.setReference(slot, *id);
+        }
+        slot += PropertyListObjects::slotSize;
+    }
+    return true;
+}
 
 } // namespace
 
 PropertyListWriting writeBinaryPropertyList(const Value& value) {
-    Writer writer;
-    writer.add(value, 1);
-    if (!writer.error.empty())
-        return {{}, writer.error};
-    Data out(layout::header.begin(), layout::header.end());
-    std::vector<std::uint64_t> offsets;
-    const unsigned referenceWidth = widthFor(writer.objects.size());
-    for (std::size_t i = 0; i < writer.objects.size(); ++i) {
-        offsets.push_back(out.size());
-        out.insert(out.end(), writer.objects[i].begin(), writer.objects[i].end());
-        for (const std::uint32_t reference : writer.references[i])
-            appendNumber(out, reference, referenceWidth);
-    }
-    const std::uint64_t table = out.size();
-    const unsigned offsetWidth = widthFor(table);
-    for (const std::uint64_t offset : offsets)
-        appendNumber(out, offset, offsetWidth);
-    out.insert(out.end(), 6, 0);
-    out.push_back(static_cast<std::uint8_t>(offsetWidth));
-    out.push_back(static_cast<std::uint8_t>(referenceWidth));
-    appendNumber(out, writer.objects.size(), 8);
-    appendNumber(out, 0, 8);
-    appendNumber(out, table, 8);
-    return {std::move(out), {}};
+    return Writer().write(value);
 }
 
 } // namespace kelvane

@@ -12,12 +12,16 @@ namespace kelvane {
 namespace {
 
 constexpr int deepestLevel = 64;
+// Containers end early beyond it: shared ones can say in a kilobyte what would fill the memory when written
+// out.
+constexpr std::size_t longestText = 1U << 20U;
 
 constexpr auto referenceDay = std::chrono::sys_days{std::chrono::year{2001} / 1 / 1};
 
 void appendValue(std::string& text, const Value& value, int level, bool quoted);
 
-template <class Number> void appendReal(std::string& text, Number number) {
+template <class Number>
+void appendReal(std::string& text, Number number) {
     std::array<char, 64> buffer{};
     const auto result = std::to_chars(buffer.data(), buffer.data() + buffer.size(), number);
     text.append(buffer.data(), result.ptr);
@@ -33,12 +37,22 @@ void appendData(std::string& text, const Data& bytes) {
     text += '>';
 }
 
+// Then says so at the end of `text`.
+bool isTooLong(std::string& text) {
+    if (text.size() < longestText)
+        return false;
+    text += "...";
+    return true;
+}
+
 void appendArray(std::string& text, const Array& items, int level) {
     text += '(';
     bool first = true;
     for (const Value& item : items) {
         text += first ? "" : ", ";
         first = false;
+        if (isTooLong(text))
+            break;
         appendValue(text, item, level, true);
     }
     text += ')';
@@ -47,11 +61,13 @@ void appendArray(std::string& text, const Array& items, int level) {
 void appendDictionary(std::string& text, const Dictionary& entries, int level) {
     text += '{';
     for (const auto& [key, value] : entries) {
+        if (isTooLong(text))
+            break;
         text += key + " = ";
         appendValue(text, value, level, true);
         text += "; ";
     }
-    if (!entries.empty())
+    if (text.back() == ' ')
         text.pop_back();
     text += '}';
 }
@@ -65,7 +81,8 @@ void appendValue(std::string& text, const Value& value, int level, bool quoted) 
     case Value::Kind::Absent: text += "(null)"; break;
     case Value::Kind::Bool: text += value.boolValue() ? '1' : '0'; break;
     case Value::Kind::Integer:
-        text += value.integer()->isSigned ? std::to_string(value.int64Value()) : std::to_string(value.uint64Value());
+        text += value.integer()->isSigned ? std::to_string(value.int64Value())
+                                          : std::to_string(value.uint64Value());
         break;
     case Value::Kind::Float: appendReal(text, value.floatValue()); break;
     case Value::Kind::Double: appendReal(text, value.doubleValue()); break;
@@ -103,7 +120,12 @@ std::string describe(const Value& value) {
 
 std::string iso8601(Date date) {
     using namespace std::chrono;
-    const double whole = std::floor(date.secondsSinceReference);
+    double whole = std::floor(date.secondsSinceReference);
+    double fraction = date.secondsSinceReference - whole;
+    if (fraction == 1) { // the date is so close below a second that the difference rounds
+        whole += 1;
+        fraction = 0;
+    }
     constexpr double earliest = duration<double>(sys_days{year{1} / 1 / 1} - referenceDay).count();
     constexpr double latest = duration<double>(sys_days{year{10000} / 1 / 1} - referenceDay).count();
     if (!(whole >= earliest && whole < latest))
@@ -113,13 +135,12 @@ std::string iso8601(Date date) {
     const year_month_day calendar{day};
     const hh_mm_ss clock{moment - day};
     std::array<char, 80> text{};
-    const int length = std::snprintf(text.data(), text.size(), "%04d-%02u-%02uT%02d:%02d:%02d",
-                                     static_cast<int>(calendar.year()), static_cast<unsigned>(calendar.month()),
-                                     static_cast<unsigned>(calendar.day()), static_cast<int>(clock.hours().count()),
-                                     static_cast<int>(clock.minutes().count()),
-                                     static_cast<int>(clock.seconds().count()));
-    return std::string(text.data(), static_cast<std::size_t>(length)) +
-           decimals(date.secondsSinceReference - whole) + "Z";
+    const int length =
+        std::snprintf(text.data(), text.size(), "%04d-%02u-%02uT%02d:%02d:%02d",
+                      static_cast<int>(calendar.year()), static_cast<unsigned>(calendar.month()),
+                      static_cast<unsigned>(calendar.day()), static_cast<int>(clock.hours().count()),
+                      static_cast<int>(clock.minutes().count()), static_cast<int>(clock.seconds().count()));
+    return std::string(text.data(), static_cast<std::size_t>(length)) + decimals(fraction) + "Z";
 }
 
 } // namespace kelvane

@@ -1,5 +1,6 @@
 #include "Foundation/Format.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <optional>
@@ -76,7 +77,8 @@ std::optional<Conversion> takeConversion(Scanner& scanner) {
     return conversion;
 }
 
-template <class T> std::string printed(const Conversion& conversion, std::string_view suffix, T value) {
+template <class T>
+std::string printed(const Conversion& conversion, std::string_view suffix, T value) {
     const std::string format = '%' + conversion.flags + std::string(suffix);
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
@@ -112,7 +114,8 @@ std::string signedText(const Conversion& conversion, std::uint64_t bits) {
 
 std::string unsignedText(const Conversion& conversion, std::uint64_t bits) {
     const std::uint64_t mask = conversion.lengthBits == 64 ? ~0ULL : (1ULL << conversion.lengthBits) - 1;
-    return printed(conversion, std::string("ll") + conversion.letter, static_cast<unsigned long long>(bits & mask));
+    return printed(conversion, std::string("ll") + conversion.letter,
+                   static_cast<unsigned long long>(bits & mask));
 }
 
 std::string realText(const Conversion& conversion, const FormatArgument& argument) {
@@ -152,7 +155,9 @@ std::string textOf(const Conversion& conversion, const FormatArgument& argument)
                                                                 : unsignedText(conversion, *bits);
 }
 
-bool isKnown(char letter) { return std::string_view("@scdiuxXofeg").find(letter) != std::string_view::npos; }
+bool isKnown(char letter) {
+    return std::string_view("@scdiuxXofeg").find(letter) != std::string_view::npos;
+}
 
 } // namespace
 
@@ -173,7 +178,8 @@ std::string formatArguments(std::string_view format, std::span<const FormatArgum
             text += format.substr(start, scanner.offset() - start);
         } else {
             const std::size_t index = conversion->position > 0 ? conversion->position - 1 : next++;
-            text += index < arguments.size() ? textOf(*conversion, arguments[index]) : std::string(noArgument);
+            text +=
+                index < arguments.size() ? textOf(*conversion, arguments[index]) : std::string(noArgument);
         }
     }
     return text;

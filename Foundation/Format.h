@@ -17,17 +17,19 @@ public:
     template <std::integral T>
     FormatArgument(T number) // NOLINT(google-explicit-constructor)
         : content_(integer(number)) {}
-    FormatArgument(double number) : content_(number) {}                        // NOLINT(google-explicit-constructor)
-    FormatArgument(const char* text) : content_(textOf(text)) {}               // NOLINT(google-explicit-constructor)
-    FormatArgument(std::string_view text) : content_(text) {}                  // NOLINT(google-explicit-constructor)
-    FormatArgument(const std::string& text) : content_(std::string_view(text)) {} // NOLINT(google-explicit-constructor)
-    FormatArgument(const Value& value) : content_(&value) {}                   // NOLINT(google-explicit-constructor)
+    FormatArgument(double number) : content_(number) {}          // NOLINT(google-explicit-constructor)
+    FormatArgument(const char* text) : content_(textOf(text)) {} // NOLINT(google-explicit-constructor)
+    FormatArgument(std::string_view text) : content_(text) {}    // NOLINT(google-explicit-constructor)
+    FormatArgument(const std::string& text)
+        : content_(std::string_view(text)) {}                // NOLINT(google-explicit-constructor)
+    FormatArgument(const Value& value) : content_(&value) {} // NOLINT(google-explicit-constructor)
 
     using Content = std::variant<std::int64_t, std::uint64_t, double, std::string_view, const Value*>;
     [[nodiscard]] const Content& content() const { return content_; }
 
 private:
-    template <std::integral T> static Content integer(T number) {
+    template <std::integral T>
+    static Content integer(T number) {
         if constexpr (std::is_signed_v<T>)
             return static_cast<std::int64_t>(number);
         else
@@ -38,11 +40,12 @@ private:
     Content content_;
 };
 
-// The text of `format` with its arguments. Conversions: `%@` a value's description (or any other argument as it is),
-// `%s`, `%c`, `%d %i %u %x %X %o` with their length letters, `%f %e %g`, `%%`; flags, width and precision as in
-// printf, and "%2$@" to pick an argument. An integer is cut to the width that its length letters name (32 bits
-// without one). A conversion without an argument, or with one of another kind, is written as "(null)"; an unknown
-// conversion stands as it is. Nothing here fails or reads memory that is not there.
+// The text of `format` with its arguments. Conversions: `%@` a value's description (or any other argument as
+// it is),
+// `%s`, `%c`, `%d %i %u %x %X %o` with their length letters, `%f %e %g`, `%%`; flags, width and precision as
+// in printf, and "%2$@" to pick an argument. An integer is cut to the width that its length letters name (32
+// bits without one). A conversion without an argument, or with one of another kind, is written as "(null)";
+// an unknown conversion stands as it is. Nothing here fails or reads memory that is not there.
 [[nodiscard]] std::string formatArguments(std::string_view format, std::span<const FormatArgument> arguments);
 
 template <class... Arguments>

@@ -12,31 +12,63 @@ constexpr char32_t afterSurrogates = 0xE000;
 constexpr char32_t firstSupplementary = 0x10000;
 constexpr char32_t largestCharacter = 0x10FFFF;
 
-bool isHighSurrogate(char32_t unit) { return unit >= firstHighSurrogate && unit < firstLowSurrogate; }
-bool isLowSurrogate(char32_t unit) { return unit >= firstLowSurrogate && unit < afterSurrogates; }
-
-void appendUtf8(std::string& text, char32_t character) {
-    const auto continuation = [character](unsigned shift) {
-        return static_cast<char>(0x80U | ((character >> shift) & 0x3FU));
-    };
-    if (character < 0x80) {
-        text += static_cast<char>(character);
-    } else if (character < 0x800) {
-        text += static_cast<char>(0xC0U | (character >> 6U));
-        text += continuation(0);
-    } else if (character < firstSupplementary) {
-        text += static_cast<char>(0xE0U | (character >> 12U));
-        text += continuation(6);
-        text += continuation(0);
-    } else {
-        text += static_cast<char>(0xF0U | (character >> 18U));
-        text += continuation(12);
-        text += continuation(6);
-        text += continuation(0);
-    }
+bool isHighSurrogate(char32_t unit) {
+    return unit >= firstHighSurrogate && unit < firstLowSurrogate;
+}
+bool isLowSurrogate(char32_t unit) {
+    return unit >= firstLowSurrogate && unit < afterSurrogates;
 }
 
-// What the first byte of a character says: how many bytes follow, the bits it holds, the least number so written.
+char32_t unitAt(const std::uint8_t* at) {
+    return (static_cast<char32_t>(at[0]) << 8U) | at[1];
+}
+
+// The character that begins at `at`, which stands for as many units as it takes. The text is known to be
+// sound.
+char32_t takeUtf16(const std::uint8_t*& at) {
+    const char32_t unit = unitAt(at);
+    at += 2;
+    if (!isHighSurrogate(unit))
+        return unit;
+    const char32_t low = unitAt(at);
+    at += 2;
+    return firstSupplementary + ((unit - firstHighSurrogate) << 10U) + (low - firstLowSurrogate);
+}
+
+std::size_t utf8Size(char32_t character) {
+    return character < 0x80 ? 1 : character < 0x800 ? 2 : character < firstSupplementary ? 3 : 4;
+}
+
+// The bytes that a text takes in UTF-8; none when a surrogate stands alone.
+std::optional<std::size_t> utf8Size(std::span<const std::uint8_t> utf16) {
+    std::size_t size = 0;
+    for (std::size_t at = 0; at < utf16.size(); at += 2) {
+        const char32_t unit = unitAt(utf16.data() + at);
+        if (isHighSurrogate(unit)) {
+            at += 2;
+            if (at == utf16.size() || !isLowSurrogate(unitAt(utf16.data() + at)))
+                return std::nullopt;
+            size += 4;
+        } else if (isLowSurrogate(unit)) {
+            return std::nullopt;
+        } else {
+            size += utf8Size(unit);
+        }
+    }
+    return size;
+}
+
+char* writeUtf8(char* at, char32_t character) {
+    static constexpr std::array<std::uint8_t, 5> leads = {0, 0, 0xC0, 0xE0, 0xF0};
+    const std::size_t size = utf8Size(character);
+    for (std::size_t i = size; i-- > 1; character >>= 6U)
+        at[i] = static_cast<char>(0x80U | (character & 0x3FU));
+    at[0] = static_cast<char>(leads[size] | character);
+    return at + size;
+}
+
+// What the first byte of a character says: how many bytes follow, the bits it holds, the least number so
+// written.
 struct Lead {
     std::size_t following;
     char32_t bits;
@@ -44,8 +76,6 @@ struct Lead {
 };
 
 std::optional<Lead> leadOf(std::uint8_t byte) {
-    if (byte < 0x80)
-        return Lead{0, byte, 0};
     if ((byte & 0xE0U) == 0xC0)
         return Lead{1, byte & 0x1FU, 0x80};
     if ((byte & 0xF0U) == 0xE0)
@@ -73,9 +103,10 @@ std::optional<char32_t> takeUtf8(std::string_view text, std::size_t& at) {
     return character;
 }
 
-void appendUnit(std::vector<std::uint8_t>& bytes, char32_t unit) {
-    bytes.push_back(static_cast<std::uint8_t>(unit >> 8U));
-    bytes.push_back(static_cast<std::uint8_t>(unit));
+std::uint8_t* writeUnit(std::uint8_t* at, char32_t unit) {
+    at[0] = static_cast<std::uint8_t>(unit >> 8U);
+    at[1] = static_cast<std::uint8_t>(unit);
+    return at + 2;
 }
 
 } // namespace
@@ -95,43 +126,48 @@ bool isAscii(std::string_view text) {
     return (seen & highBits) == 0;
 }
 
-std::optional<std::string> utf8FromUtf16BigEndian(std::span<const std::uint8_t> bytes) {
-    std::string text;
-    text.reserve(bytes.size());
-    const auto unit = [bytes](std::size_t at) {
-        return (static_cast<char32_t>(bytes[at]) << 8U) | static_cast<char32_t>(bytes[at + 1]);
-    };
-    for (std::size_t at = 0; at + 1 < bytes.size(); at += 2) {
-        char32_t character = unit(at);
-        if (isLowSurrogate(character))
-            return std::nullopt;
-        if (isHighSurrogate(character)) {
-            at += 2;
-            if (at + 1 >= bytes.size() || !isLowSurrogate(unit(at)))
-                return std::nullopt;
-            character = firstSupplementary + ((character - firstHighSurrogate) << 10U) + (unit(at) - firstLowSurrogate);
-        }
-        appendUtf8(text, character);
+bool isUtf8(std::string_view text) {
+    for (std::size_t at = 0; at < text.size();) {
+        if (static_cast<std::uint8_t>(text[at]) < 0x80)
+            ++at;
+        else if (!takeUtf8(text, at))
+            return false;
     }
+    return true;
+}
+
+std::optional<std::string> utf8FromUtf16BigEndian(std::span<const std::uint8_t> bytes) {
+    const std::optional<std::size_t> size = utf8Size(bytes);
+    if (!size)
+        return std::nullopt;
+    std::string text(*size, '\0');
+    char* to = text.data();
+    for (const std::uint8_t* at = bytes.data(); at != bytes.data() + bytes.size();)
+        to = writeUtf8(to, takeUtf16(at));
     return text;
 }
 
-std::optional<std::vector<std::uint8_t>> utf16BigEndianFromUtf8(std::string_view text) {
-    std::vector<std::uint8_t> bytes;
-    bytes.reserve(text.size() * 2);
+bool setUtf16BigEndian(std::vector<std::uint8_t>& units, std::string_view text) {
+    units.resize(2 * text.size()); // no character takes more units than bytes
+    std::uint8_t* to = units.data();
     for (std::size_t at = 0; at < text.size();) {
+        if (static_cast<std::uint8_t>(text[at]) < 0x80) {
+            to = writeUnit(to, static_cast<std::uint8_t>(text[at++]));
+            continue;
+        }
         const std::optional<char32_t> character = takeUtf8(text, at);
         if (!character)
-            return std::nullopt;
+            return false;
         if (*character < firstSupplementary) {
-            appendUnit(bytes, *character);
+            to = writeUnit(to, *character);
         } else {
             const char32_t rest = *character - firstSupplementary;
-            appendUnit(bytes, firstHighSurrogate + (rest >> 10U));
-            appendUnit(bytes, firstLowSurrogate + (rest & 0x3FFU));
+            to = writeUnit(to, firstHighSurrogate + (rest >> 10U));
+            to = writeUnit(to, firstLowSurrogate + (rest & 0x3FFU));
         }
     }
-    return bytes;
+    units.resize(static_cast<std::size_t>(to - units.data()));
+    return true;
 }
 
 } // namespace kelvane

@@ -2,18 +2,13 @@
 
 #include "Foundation/Description.h"
 
-#include <algorithm>
 #include <cmath>
 #include <limits>
-#include <unordered_map>
 
 namespace kelvane {
 namespace {
 
 const Value absentValue;
-
-// Up to this many entries the other side's keys are looked for one by one.
-constexpr std::size_t linearSearchLimit = 32;
 
 // Containers release one another by plain recursion down to this level; what lies deeper is put off until the
 // outermost one is done.
@@ -33,9 +28,7 @@ T truncated(double number) {
 }
 
 Integer asInteger(const Value& value) {
-    if (const Integer* integer = value.integer())
-        return *integer;
-    return {value.boolValue() ? 1U : 0U, 1, false};
+    return value.integer().value_or(Integer{value.boolValue() ? 1U : 0U, 1, false});
 }
 
 bool isReal(const Value& value) {
@@ -70,109 +63,109 @@ bool equalNumbers(const Value& left, const Value& right) {
 
 // Trivial to destroy, so that values which die while the thread or the program ends find it in order.
 struct Value::Release {
+    struct Block {
+        Kind kind;
+        OwnerCount* block;
+    };
+
     int level = 0;
-    std::vector<Content>* postponed = nullptr;
+    std::vector<Block>* postponed = nullptr;
 
     static thread_local Release current;
 };
 
 thread_local Value::Release Value::Release::current;
 
-Value::Value(Array items) : content_(std::make_shared<Array>(std::move(items))) {}
+Value::Value(std::string text) : Value(Kind::String, new SharedBlock<std::string>(std::move(text))) {}
 
-Value::Value(Dictionary entries) : content_(std::make_shared<Dictionary>(std::move(entries))) {}
+Value::Value(Data bytes) : Value(Kind::Data, new SharedBlock<Data>(std::move(bytes))) {}
 
-void Value::releaseContainer() noexcept {
+Value::Value(Array items) : Value(Kind::Array, new SharedBlock<Array>(std::move(items))) {}
+
+Value::Value(Dictionary entries) : Value(Kind::Dictionary, new SharedBlock<Dictionary>(std::move(entries))) {}
+
+void Value::destroy(Kind kind, OwnerCount* block) noexcept {
     Release& release = Release::current;
-    if (release.level == deepestRelease) {
-        release.postponed->push_back(std::move(content_));
-        return;
-    }
-    if (release.level > 0) {
+    if (kind < Kind::Array) {
+        destroyNow(kind, block);
+    } else if (release.level == deepestRelease) {
+        release.postponed->push_back({kind, block});
+    } else if (release.level > 0) {
         ++release.level;
-        content_ = std::monostate();
+        destroyNow(kind, block);
         --release.level;
-        return;
+    } else {
+        std::vector<Release::Block> postponed{{kind, block}};
+        release = {1, &postponed};
+        while (!postponed.empty()) {
+            const Release::Block next = postponed.back();
+            postponed.pop_back();
+            destroyNow(next.kind, next.block);
+        }
+        release = {};
     }
-    std::vector<Content> postponed;
-    release = {1, &postponed};
-    content_ = std::monostate();
-    while (!postponed.empty()) {
-        const Content next = std::move(postponed.back());
-        postponed.pop_back();
+}
+
+void Value::destroyNow(Kind kind, OwnerCount* block) noexcept {
+    switch (kind) {
+    case Kind::String: delete static_cast<SharedBlock<std::string>*>(block); break;
+    case Kind::Data: delete static_cast<SharedBlock<Data>*>(block); break;
+    case Kind::Array: delete static_cast<SharedBlock<Array>*>(block); break;
+    default: delete static_cast<SharedBlock<Dictionary>*>(block); break;
     }
-    release = {};
 }
 
 bool Value::boolValue() const {
-    if (const bool* flag = std::get_if<bool>(&content_))
-        return *flag;
-    if (const Integer* number = integer())
-        return number->bits != 0;
-    return doubleValue() != 0;
+    return isReal(*this) ? doubleValue() != 0 : uint64Value() != 0;
 }
 
 std::int64_t Value::int64Value() const {
-    if (kind() == Kind::Float || kind() == Kind::Double)
-        return truncated<std::int64_t>(doubleValue());
-    return static_cast<std::int64_t>(uint64Value());
+    return isReal(*this) ? truncated<std::int64_t>(doubleValue()) : static_cast<std::int64_t>(uint64Value());
 }
 
 std::uint64_t Value::uint64Value() const {
-    switch (kind()) {
-    case Kind::Bool: return std::get<bool>(content_) ? 1 : 0;
-    case Kind::Integer: return integer()->bits;
-    case Kind::Float:
-    case Kind::Double: {
-        const double number = doubleValue();
-        return number < 0 ? static_cast<std::uint64_t>(truncated<std::int64_t>(number))
-                          : truncated<std::uint64_t>(number);
-    }
-    default: return 0;
-    }
+    if (!isReal(*this))
+        return isNumber() ? content_.bits : 0;
+    const double number = doubleValue();
+    return number < 0 ? static_cast<std::uint64_t>(truncated<std::int64_t>(number))
+                      : truncated<std::uint64_t>(number);
 }
 
 double Value::doubleValue() const {
-    switch (kind()) {
-    case Kind::Bool: return std::get<bool>(content_) ? 1 : 0;
-    case Kind::Integer: {
-        const Integer number = *integer();
-        return number.isSigned ? static_cast<double>(static_cast<std::int64_t>(number.bits))
-                               : static_cast<double>(number.bits);
-    }
-    case Kind::Float: return static_cast<double>(std::get<float>(content_));
-    case Kind::Double: return std::get<double>(content_);
+    switch (kind_) {
+    case Kind::Bool: return static_cast<double>(content_.bits);
+    case Kind::Integer:
+        return isSigned_ ? static_cast<double>(static_cast<std::int64_t>(content_.bits))
+                         : static_cast<double>(content_.bits);
+    case Kind::Float:
+        return static_cast<double>(std::bit_cast<float>(static_cast<std::uint32_t>(content_.bits)));
+    case Kind::Double: return std::bit_cast<double>(content_.bits);
     default: return 0;
     }
 }
 
 const std::string& Value::stringValue() const {
     static const std::string empty;
-    const auto* text = std::get_if<std::string>(&content_);
-    return text ? *text : empty;
+    return kind_ == Kind::String ? content<std::string>() : empty;
 }
 
 const Data& Value::dataValue() const {
     static const Data empty;
-    const auto* bytes = std::get_if<Data>(&content_);
-    return bytes ? *bytes : empty;
+    return kind_ == Kind::Data ? content<Data>() : empty;
 }
 
 Date Value::dateValue() const {
-    const auto* date = std::get_if<Date>(&content_);
-    return date ? *date : Date{};
+    return kind_ == Kind::Date ? Date{std::bit_cast<double>(content_.bits)} : Date{};
 }
 
 const Array& Value::array() const {
     static const Array empty;
-    const auto* items = std::get_if<SharedArray>(&content_);
-    return items ? **items : empty;
+    return kind_ == Kind::Array ? content<Array>() : empty;
 }
 
 const Dictionary& Value::dictionary() const {
     static const Dictionary empty;
-    const auto* entries = std::get_if<SharedDictionary>(&content_);
-    return entries ? **entries : empty;
+    return kind_ == Kind::Dictionary ? content<Dictionary>() : empty;
 }
 
 const Value& Value::operator[](std::string_view key) const {
@@ -188,22 +181,25 @@ std::size_t Value::size() const {
     return isArray() ? array().size() : dictionary().size();
 }
 
+bool Value::isShared() const {
+    return kind_ >= Kind::Array && !content_.block->isAlone();
+}
+
+template <class T>
+T& Value::ownContent(Kind kind) {
+    if (kind_ != kind)
+        *this = T();
+    else if (isShared())
+        *this = T(content<T>());
+    return content<T>();
+}
+
 Array& Value::mutableArray() {
-    if (!isArray())
-        content_ = std::make_shared<Array>();
-    auto& items = std::get<SharedArray>(content_);
-    if (items.use_count() > 1)
-        items = std::make_shared<Array>(*items);
-    return *items;
+    return ownContent<Array>(Kind::Array);
 }
 
 Dictionary& Value::mutableDictionary() {
-    if (!isDictionary())
-        content_ = std::make_shared<Dictionary>();
-    auto& entries = std::get<SharedDictionary>(content_);
-    if (entries.use_count() > 1)
-        entries = std::make_shared<Dictionary>(*entries);
-    return *entries;
+    return ownContent<Dictionary>(Kind::Dictionary);
 }
 
 std::string Value::description() const {
@@ -224,61 +220,6 @@ bool operator==(const Value& left, const Value& right) {
         return &left.dictionary() == &right.dictionary() || left.dictionary() == right.dictionary();
     default: return true;
     }
-}
-
-Dictionary::Dictionary(std::initializer_list<Entry> entries) {
-    for (const Entry& entry : entries)
-        set(entry.first, entry.second);
-}
-
-const Value* Dictionary::find(std::string_view key) const {
-    for (const Entry& entry : entries_)
-        if (entry.first == key)
-            return &entry.second;
-    return nullptr;
-}
-
-const Value& Dictionary::operator[](std::string_view key) const {
-    const Value* value = find(key);
-    return value ? *value : absentValue;
-}
-
-void Dictionary::set(std::string_view key, Value value) {
-    for (Entry& entry : entries_) {
-        if (entry.first == key) {
-            entry.second = std::move(value);
-            return;
-        }
-    }
-    entries_.emplace_back(std::string(key), std::move(value));
-}
-
-bool Dictionary::erase(std::string_view key) {
-    return std::erase_if(entries_, [key](const Entry& entry) { return entry.first == key; }) != 0;
-}
-
-bool operator==(const Dictionary& left, const Dictionary& right) {
-    if (left.size() != right.size())
-        return false;
-    std::unordered_map<std::string_view, const Value*> index;
-    for (std::size_t i = 0; i < left.size(); ++i) {
-        const auto& [key, value] = left.entries_[i];
-        const Value* other = nullptr;
-        if (right.entries_[i].first == key) {
-            other = &right.entries_[i].second;
-        } else if (right.size() <= linearSearchLimit) {
-            other = right.find(key);
-        } else {
-            if (index.empty())
-                for (const auto& [otherKey, otherValue] : right.entries_)
-                    index.emplace(otherKey, &otherValue);
-            const auto found = index.find(key);
-            other = found == index.end() ? nullptr : found->second;
-        }
-        if (!other || !(*other == value))
-            return false;
-    }
-    return true;
 }
 
 } // namespace kelvane

@@ -63,9 +63,10 @@ Value Bundle::readDictionary(const std::string& file) {
 void Bundle::readStringTables() {
     std::error_code error; // a bundle without texts is a good one
     std::filesystem::directory_iterator file(path_ + "/Resources/en.lproj", error);
-    for (; !error && file != std::filesystem::directory_iterator(); file.increment(error))
+    for (; !error && file != std::filesystem::directory_iterator(); file.increment(error)) {
         if (file->path().extension() == stringTableType)
             stringTables_[file->path().stem().string()] = readDictionary(file->path().string());
+    }
 }
 
 } // namespace kelvane

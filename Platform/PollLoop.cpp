@@ -39,10 +39,11 @@ struct PollLoop::TimerEntry {
     // The next time is counted from the last one, so that the pace does not drift; one that is already past
     // is left out.
     void moveOn(Clock::time_point now) {
-        if (repeat == Repeat::Once)
+        if (repeat == Repeat::Once) {
             due = never;
-        else
+        } else {
             due = due + interval > now ? due + interval : now + interval;
+        }
     }
 
     Clock::time_point due;
@@ -158,9 +159,10 @@ void PollLoop::servePosted() {
         const std::scoped_lock guard(mutex_);
         count = inbox_.size();
     }
-    for (; count > 0 && !isEnding(); --count)
+    for (; count > 0 && !isEnding(); --count) {
         if (const Task task = takePosted())
             task();
+    }
 }
 
 int PollLoop::pollTimeout() {
@@ -170,9 +172,10 @@ int PollLoop::pollTimeout() {
             return 0;
     }
     auto due = TimerEntry::never;
-    for (const auto& weak : timers_)
+    for (const auto& weak : timers_) {
         if (const auto timer = weak.lock())
             due = std::min(due, timer->due);
+    }
     if (due == TimerEntry::never)
         return -1;
     // Rounded up, or the last millisecond before a timer would be spent spinning.
@@ -183,9 +186,10 @@ int PollLoop::pollTimeout() {
 std::vector<std::weak_ptr<PollLoop::TimerEntry>> PollLoop::dueTimers(Clock::time_point now) {
     forgetExpired(timers_);
     std::vector<std::shared_ptr<TimerEntry>> due;
-    for (const auto& weak : timers_)
+    for (const auto& weak : timers_) {
         if (auto timer = weak.lock(); timer && timer->due <= now)
             due.push_back(std::move(timer));
+    }
     std::stable_sort(due.begin(), due.end(),
                      [](const auto& left, const auto& right) { return left->due < right->due; });
     return {due.begin(), due.end()};

@@ -21,10 +21,11 @@ struct Domain {
 
 void load(Domain& domain) {
     PreferencesFile::Reading reading = PreferencesFile(domain.path).read();
-    if (!reading.error.empty())
+    if (!reading.error.empty()) {
         KelvaneCLog("DefaultsDB: %@", reading.error);
-    else
+    } else {
         domain.entries = std::move(reading.entries);
+    }
     domain.isLoaded = true;
 }
 

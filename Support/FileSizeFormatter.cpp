@@ -2,6 +2,7 @@
 
 #include "Platform/Bundle.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <string_view>

@@ -122,10 +122,11 @@ void detail::writeLogEntry(std::string_view text) {
     };
     const std::scoped_lock guard(allSinks().mutex);
     const Writing writing;
-    if (allSinks().sinks.empty())
+    if (allSinks().sinks.empty()) {
         writeToSystem(entry);
-    else
+    } else {
         (*allSinks().sinks.back())(entry);
+    }
 }
 
 } // namespace kelvane

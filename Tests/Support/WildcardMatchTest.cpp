@@ -84,14 +84,10 @@ TEST(WildcardMatch, KnowsTheCasesThatExclusionsAreWrittenFor) {
         {"/Users/*/Library", "/users/bob/library", true},
         {"/Users/*/Library", "/Users/bob/x/Library", false},
         {"/Users/**/Library", "/Users/bob/x/Library", true},
-        {"/Users/**/Library", "/users/bob/library", true},
         {"/Users/*", "/Users/bob/x/Library", true},
         {"/Users", "/USERS", true},
         {"/Users", "/Users/", false},
         {"a?c", "abc", false},
-        {"", "", true},
-        {"*", "", true},
-        {"**a", "", false},
         {std::string("a\0b*", 4), std::string("A\0zz", 4), true},
     };
     for (const auto& each : cases)
