@@ -49,7 +49,7 @@ std::string PlainFileServices::dateAndTime(Date date) const {
         return Value(date).description();
     const std::string text = formatted(*calendar, locale_.get());
     // A locale whose character set is another one has no text for us.
-    if (!text.empty() && (isAscii(text) || utf16BigEndianFromUtf8(text)))
+    if (!text.empty() && isUtf8(text))
         return text;
     return Value(date).description();
 }

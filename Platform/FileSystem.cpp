@@ -126,7 +126,7 @@ FolderListing LocalFileSystem::list(const std::string& path, std::size_t limit) 
     FolderReader reader(*real);
     std::optional<std::string> name = reader.next();
     for (std::size_t count = 0; name && count < limit; ++count, name = reader.next()) {
-        const bool isText = isAscii(*name) || utf16BigEndianFromUtf8(*name).has_value();
+        const bool isText = isUtf8(*name);
         (isText ? listing.names : listing.unspeakableNames).push_back(std::move(*name));
     }
     listing.error = reader.error();

@@ -117,8 +117,10 @@ void PollLoop::serveDescriptors() {
     const auto watches = watches_;
     std::vector<pollfd> descriptors{{wakeup_.get(), POLLIN, 0}};
     for (const auto& weak : watches) {
-        const auto watch = weak.lock();
-        descriptors.push_back({watch->descriptor, watch->pollEvents, 0});
+        if (const auto watch = weak.lock())
+            descriptors.push_back({watch->descriptor, watch->pollEvents, 0});
+        else
+            descriptors.push_back({-1, 0, 0}); // passed over, and the others keep their places
     }
     if (::poll(descriptors.data(), descriptors.size(), pollTimeout()) < 0) {
         if (errno == EINTR)

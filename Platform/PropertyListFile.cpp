@@ -78,7 +78,7 @@ private:
 
     // A character reference may have brought in what the text itself did not hold.
     static std::optional<Value> checkedText(std::string_view text) {
-        if (text.find('\0') != std::string_view::npos || (!isAscii(text) && !utf16BigEndianFromUtf8(text)))
+        if (text.find('\0') != std::string_view::npos || !isUtf8(text))
             return std::nullopt;
         return Value(text);
     }

@@ -18,7 +18,7 @@ constexpr std::string_view otherFallback = "Volume";
 std::string cleanedName(std::string name, std::string_view fallback) {
     if (name.find_first_not_of("/ ") == std::string::npos || name == "." || name == "..")
         return std::string(fallback);
-    const bool isText = utf16BigEndianFromUtf8(name).has_value();
+    const bool isText = isUtf8(name);
     for (char& character : name) {
         const auto byte = static_cast<unsigned char>(character);
         if (character == '/' || byte < 0x20 || byte == 0x7F || (byte >= 0x80 && !isText))

@@ -30,7 +30,7 @@ bool isExecutableFile(const std::string& path) {
 
 // The system would end such a path at the zero byte.
 bool canBeArgument(const std::string& path) {
-    return path.find('\0') == std::string::npos && utf16BigEndianFromUtf8(path).has_value();
+    return path.find('\0') == std::string::npos && isUtf8(path);
 }
 
 class AllSignalsBlocked {

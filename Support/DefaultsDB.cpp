@@ -15,6 +15,7 @@ constexpr std::string_view fileName = "/com.kelvane.preferences.plist";
 struct Domain {
     std::string path;
     Dictionary entries;
+    Dictionary unwritten; // what could not be written when it was set
     bool isLoaded = false;
     bool lastReadOK = false;
 };
@@ -33,7 +34,7 @@ Domain& loadedDomain(bool synchronize) {
     static Domain domain;
     std::string path = configurationFolder().append(fileName);
     if (path != domain.path)
-        domain = {std::move(path), {}, false, domain.lastReadOK};
+        domain = {std::move(path), {}, {}, false, domain.lastReadOK};
     if (synchronize || !domain.isLoaded)
         load(domain);
     return domain;
@@ -48,11 +49,17 @@ const Value& read(std::string_view key, bool synchronize) {
 
 void write(std::string_view key, const Value& value) {
     Domain& domain = loadedDomain(false);
-    const std::string error = PreferencesFile(domain.path).set(key, value, domain.entries);
-    if (error.empty())
-        return;
-    KelvaneCLog("DefaultsDB: %@", error);
-    domain.entries.set(key, value);
+    domain.unwritten.set(key, value);
+    const Dictionary waiting = domain.unwritten;
+    for (const auto& [item, wanted] : waiting) {
+        const std::string error = PreferencesFile(domain.path).set(item, wanted, domain.entries);
+        if (error.empty())
+            domain.unwritten.erase(item);
+        else
+            KelvaneCLog("DefaultsDB: %@", error);
+    }
+    for (const auto& [item, wanted] : domain.unwritten)
+        domain.entries.set(item, wanted);
 }
 
 std::optional<std::string> textOf(const Value& value) {
@@ -93,7 +100,8 @@ std::optional<std::string> DefaultsDB::stringProperty(std::string_view key, bool
 
 std::string DefaultsDB::stringProperty(std::string_view key, bool synchronize,
                                        std::string_view withDefaultValue) {
-    return textOf(read(key, synchronize)).value_or(std::string(withDefaultValue));
+    const Value& value = read(key, synchronize);
+    return lastReadOK() ? textOf(value).value_or(std::string()) : std::string(withDefaultValue);
 }
 
 void DefaultsDB::setStringProperty(std::string_view value, std::string_view forItem) {

@@ -12,8 +12,8 @@ namespace kelvane {
 // disk when it returns, without touching what others wrote to other keys meanwhile.
 //
 // Main thread only: the domain and `lastReadOK` are shared by the whole process. Nothing here fails towards
-// the caller. A file that cannot be read leaves the values known so far, and a write that fails is logged and
-// holds until the next write or reload.
+// the caller. A file that cannot be read leaves the values known so far, and a write that fails is logged,
+// holds until the next reload, and is tried again with the next write.
 class DefaultsDB {
 public:
     DefaultsDB() = delete;
@@ -24,12 +24,16 @@ public:
                                                                    bool synchronize = false);
     [[nodiscard]] static std::string stringProperty(std::string_view key, bool synchronize,
                                                     std::string_view withDefaultValue);
+    // A default in the place of the bool would be taken for one.
+    static std::optional<std::string> stringProperty(std::string_view key,
+                                                     const char* withDefaultValue) = delete;
     static void setStringProperty(std::string_view value, std::string_view forItem);
 
     // A stored text reads as the number that it begins with, kept within the range.
     [[nodiscard]] static std::int32_t intProperty(std::string_view key, bool synchronize = false);
     [[nodiscard]] static std::int32_t intProperty(std::string_view key, bool synchronize,
                                                   std::int32_t withDefaultValue);
+    static std::int32_t intProperty(std::string_view key, std::int32_t withDefaultValue) = delete;
     static void setIntProperty(std::int32_t value, std::string_view forItem);
 
     // Booleans are the texts "YES" and "NO". Everything but exactly "YES" reads as false.

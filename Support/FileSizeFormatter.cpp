@@ -25,7 +25,7 @@ Units& units() {
 }
 
 bool isCountOf64Bits(const Value& number) {
-    const Integer* integer = number.integer();
+    const std::optional<Integer> integer = number.integer();
     return integer && integer->width == 8 && integer->isSigned;
 }
 

@@ -21,7 +21,7 @@ constexpr std::size_t mostDecimals = 32;
 
 // A locale that is not in UTF-8 writes its blank in its own code.
 std::string separatorText(const char* bytes, std::string_view fallback) {
-    return utf16BigEndianFromUtf8(bytes) ? std::string(bytes) : std::string(fallback);
+    return isUtf8(bytes) ? std::string(bytes) : std::string(fallback);
 }
 
 } // namespace

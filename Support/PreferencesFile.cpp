@@ -8,11 +8,11 @@
 
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <system_error>
 #include <thread>
+#include <unistd.h>
 
 namespace kelvane {
 namespace {
@@ -98,16 +98,24 @@ std::string PreferencesFile::setLocked(std::string_view key, const Value& value,
     const PropertyListWriting list = writeBinaryPropertyList(changed);
     if (!list.succeeded())
         return "cannot write " + path_ + ": " + list.error;
-    if (reading.content == Content::Damaged) {
-        KelvaneCLog("DefaultsDB: %@, kept as %@.damaged", reading.error, path_);
-        if (std::rename(path_.c_str(), (path_ + ".damaged").c_str()) != 0)
-            return "cannot put aside " + path_ + ": " + textOfError(errno);
-    }
+    // What is longer could never be read again, by anybody.
+    if (list.bytes.size() > largestFile)
+        return "cannot write " + path_ + ": it would become too large";
+    if (reading.content == Content::Damaged)
+        keepDamaged(reading.error);
     const FileOutcome outcome = replaceFileAtomically(path_, list.bytes, fileMode);
     if (!outcome.succeeded())
         return outcome.reason;
     entries = std::move(changed);
     return {};
+}
+
+// A second name for the damaged file, which stays until the new one takes its place.
+void PreferencesFile::keepDamaged(const std::string& reason) const {
+    const std::string kept = path_ + ".damaged";
+    ::unlink(kept.c_str());
+    const bool isKept = ::link(path_.c_str(), kept.c_str()) == 0;
+    KelvaneCLog("DefaultsDB: %@, %@", reason, isKept ? "kept as " + kept : "not kept: " + textOfError(errno));
 }
 
 } // namespace kelvane

@@ -38,6 +38,7 @@ public:
 
 private:
     [[nodiscard]] std::string setLocked(std::string_view key, const Value& value, Dictionary& entries) const;
+    void keepDamaged(const std::string& reason) const;
 
     std::string path_;
 };

@@ -69,11 +69,18 @@ TEST_F(DefaultsDBTest, ReadsStoredValuesByConversion) {
         store({{"key", value}});
         EXPECT_EQ(DefaultsDB::stringProperty("key", true), text);
         EXPECT_TRUE(DefaultsDB::lastReadOK());
-        EXPECT_EQ(DefaultsDB::stringProperty("key", false, "default"), text.value_or("default"));
+        EXPECT_EQ(DefaultsDB::stringProperty("key", false, "default"), text.value_or(""));
         EXPECT_EQ(DefaultsDB::intProperty("key"), number);
         EXPECT_EQ(DefaultsDB::intProperty("key", false, 5), number);
         EXPECT_EQ(DefaultsDB::boolProperty("key", false, !flag), flag);
     }
+}
+
+TEST_F(DefaultsDBTest, RefusesWhatItCouldNotReadAgainAndWritesTheRest) {
+    DefaultsDB::setStringProperty(std::string(std::size_t{5} << 20U, 'x'), "long");
+    DefaultsDB::setIntProperty(1, "short");
+    EXPECT_EQ(stored(), Value(Dictionary{{"short", 1}}));
+    EXPECT_EQ(DefaultsDB::intProperty("short", true), 1);
 }
 
 TEST_F(DefaultsDBTest, GivesDefaultsForAbsentKeysAndTellsThemApart) {
