@@ -1,0 +1,311 @@
+#include "Common/KelvProxy.h"
+
+#include "Foundation/Assertion.h"
+#include "Foundation/BinaryPropertyList.h"
+#include "Support/Logging.h"
+
+#include <limits>
+
+namespace kelvane {
+namespace {
+
+constexpr std::string_view source = "Common/KelvProxy";
+
+// A request: return length, return type, selector, number of arguments; then type and value of each.
+constexpr std::size_t selectorEntry = 2;
+constexpr std::size_t countEntry = 3;
+constexpr std::size_t headerEntries = 4;
+
+Array requestFor(const Invocation& invocation) {
+    const MethodSignature& signature = invocation.signature();
+    Array request{static_cast<unsigned long>(signature.returnLength()), signature.returnType,
+                  invocation.selector(), static_cast<unsigned long>(signature.argumentCount)};
+    for (std::size_t index = 0; index < signature.argumentCount; ++index) {
+        const std::string_view type = signature.argumentTypes[index];
+        Value encoded = encodeValue(type, invocation.argument(index));
+        if (encoded.isAbsent())
+            throw std::invalid_argument("an absent argument cannot travel: " + invocation.selector());
+        request.emplace_back(type);
+        request.push_back(std::move(encoded));
+    }
+    return request;
+}
+
+void run(InvocationTarget& target, Invocation& invocation) {
+    try {
+        target.invoke(invocation);
+    } catch (const std::exception& exception) {
+        KelvaneCLog("ERROR: KelvaneProxy processInvocationArgs caught exception: %@.", exception.what());
+    } catch (...) {
+        KelvaneCLog("ERROR: KelvaneProxy processInvocationArgs caught unknown exception.");
+    }
+}
+
+bool fitsFrame(const Data& payload) {
+    return payload.size() <= static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max());
+}
+
+} // namespace
+
+std::shared_ptr<KelvaneProxy> KelvaneProxy::create(std::shared_ptr<MainLoop> mainLoop) {
+    std::shared_ptr<KelvaneProxy> object(new KelvaneProxy(std::move(mainLoop)));
+    return {object.get(), [object](KelvaneProxy*) mutable {
+                object->close();
+                object.reset();
+            }};
+}
+
+KelvaneProxy::KelvaneProxy(std::shared_ptr<MainLoop> mainLoop) : mainLoop_(std::move(mainLoop)) {
+    resultCond_.interrupt();
+}
+
+KelvaneProxy::~KelvaneProxy() = default;
+
+void KelvaneProxy::setSocket(std::shared_ptr<KelvaneSocket> socket) {
+    std::shared_ptr<KelvaneSocket> old = socket;
+    {
+        const std::scoped_lock guard(stateMutex_);
+        old.swap(socket_);
+        resultCond_.interrupt(); // what waits for the old one
+        if (socket)
+            resultCond_.resume();
+    }
+    if (old)
+        old->close();
+    if (socket)
+        socket->setDataDelegate(shared_from_this());
+}
+
+void KelvaneProxy::setProtocol(Protocol protocol) {
+    const std::scoped_lock guard(stateMutex_);
+    protocol_ = protocol;
+}
+
+void KelvaneProxy::setDelegate(std::weak_ptr<InvocationTarget> delegate) {
+    const std::scoped_lock guard(stateMutex_);
+    delegate_.swap(delegate);
+}
+
+void KelvaneProxy::setCallDelegateOnMainThread(bool onMainThread) {
+    if (onMainThread && !mainLoop_)
+        throw AssertionFailure("delivery on the main thread needs a main loop", source, __LINE__);
+    const std::scoped_lock guard(stateMutex_);
+    callDelegateOnMainThread_ = onMainThread;
+}
+
+void KelvaneProxy::close() {
+    std::shared_ptr<KelvaneSocket> released;
+    {
+        const std::scoped_lock guard(stateMutex_);
+        released.swap(socket_);
+        waitingOnResult_ = false;
+        resultCond_.interrupt();
+    }
+}
+
+Value KelvaneProxy::invoke(std::string_view selector, const std::vector<Value>& arguments) {
+    const MethodSignature signature = methodSignatureForSelector(selector);
+    if (arguments.size() != signature.argumentCount)
+        throw std::invalid_argument(std::string(selector) + " takes " +
+                                    std::to_string(signature.argumentCount) + " arguments");
+    Invocation invocation(selector, signature);
+    for (std::size_t index = 0; index < arguments.size(); ++index)
+        decodeValue(arguments[index], signature.argumentTypes[index], invocation.argument(index));
+    forwardInvocation(invocation);
+    return signature.returnLength() == 0 ? Value() : encodeValue(signature.returnType, invocation.result());
+}
+
+MethodSignature KelvaneProxy::methodSignatureForSelector(std::string_view selector) const {
+    Protocol protocol;
+    {
+        const std::scoped_lock guard(stateMutex_);
+        protocol = protocol_;
+    }
+    const MethodDescription* method = findMethod(protocol, selector);
+    if (!method)
+        throw UnknownSelector(selector);
+    return MethodSignature::fromTypes(method->types);
+}
+
+void KelvaneProxy::forwardInvocation(Invocation& invocation) {
+    const auto self = shared_from_this();
+    const std::scoped_lock forwarding(forwardingLock_);
+    const PropertyListWriting request = writeBinaryPropertyList(requestFor(invocation));
+    if (!request.succeeded() || !fitsFrame(request.bytes)) {
+        KelvaneCLog("serialization failed");
+        return;
+    }
+    const unsigned interruptions = resultCond_.interruptions();
+    sendFrame(requestFrame, request.bytes);
+    if (invocation.signature().returnLength() != 0)
+        waitForResult(invocation, interruptions);
+}
+
+void KelvaneProxy::waitForResult(Invocation& invocation, unsigned interruptions) {
+    {
+        const std::scoped_lock guard(stateMutex_);
+        waitingOnResult_ = true;
+    }
+    if (!resultCond_.lockWhenCondition(1, interruptions))
+        return; // closed: the result stays 0 or nothing
+    const Value object = std::exchange(resultObject_, Value());
+    resultCond_.unlockWithCondition(0);
+    decodeValue(object, invocation.signature().returnType, invocation.result());
+}
+
+void KelvaneProxy::sendFrame(std::int32_t type, const Data& payload) {
+    const std::shared_ptr<KelvaneSocket> transport = socket();
+    if (!transport)
+        return;
+    const std::scoped_lock guard(socketLock_);
+    // What could not be sent is answered by the failure notice.
+    static_cast<void>(transport->sendString(frameMarker));
+    static_cast<void>(transport->sendInt(type));
+    static_cast<void>(transport->sendInt(static_cast<std::int32_t>(payload.size())));
+    if (!payload.empty())
+        static_cast<void>(transport->sendData(payload));
+}
+
+bool KelvaneProxy::processData(const Data* payload, std::int32_t type) {
+    try {
+        if (type == requestFrame)
+            processRequest(payload);
+        else if (type == responseFrame)
+            processResponse(payload);
+        else
+            processFailureNotice();
+    } catch (const std::exception& exception) {
+        KelvaneCLog("ERROR: KelvaneProxy processData caught exception: %@.", exception.what());
+    } catch (...) {
+        KelvaneCLog("ERROR: KelvaneProxy processData caught unknown exception.");
+    }
+    return true;
+}
+
+void KelvaneProxy::transportClosed(const KelvaneSocket& socket) {
+    const std::scoped_lock guard(stateMutex_);
+    if (!socket_ || socket_.get() == &socket) // not one that this proxy has left behind for another
+        resultCond_.interrupt();
+}
+
+void KelvaneProxy::processRequest(const Data* payload) {
+    const PropertyListReading request =
+        readBinaryPropertyList(payload ? std::span(*payload) : std::span<const std::uint8_t>());
+    if (!request.succeeded())
+        KelvaneCLog("Failed to unserialize request: %@", request.error);
+    else if (request.value.array().size() >= headerEntries)
+        processInvocationArgs(request.value.array());
+}
+
+void KelvaneProxy::processResponse(const Data* payload) {
+    PropertyListReading response;
+    if (payload)
+        response = readBinaryPropertyList(*payload);
+    if (!response.succeeded())
+        KelvaneCLog("Failed to unserialize response: %@", response.error);
+    if (!resultCond_.lockWhenCondition(0))
+        return;
+    resultObject_ = std::move(response.value);
+    resultCond_.unlockWithCondition(1);
+}
+
+void KelvaneProxy::processFailureNotice() {
+    if (!resultCond_.lockWhenCondition(0))
+        return;
+    bool waiting = false;
+    {
+        const std::scoped_lock guard(stateMutex_);
+        waiting = waitingOnResult_;
+    }
+    if (waiting) {
+        KelvaneCLog("KelvProxy detected error while waiting on result");
+        resultObject_ = {};
+    }
+    resultCond_.unlockWithCondition(waiting ? 1 : 0);
+}
+
+void KelvaneProxy::processInvocationArgs(const Array& arguments) {
+    const std::string& selector = arguments[selectorEntry].stringValue();
+    const std::shared_ptr<InvocationTarget> target = delegate();
+    const MethodDescription* method = target ? findMethod(target->methods(), selector) : nullptr;
+    if (!method)
+        return;
+    const std::uint64_t count = arguments[countEntry].uint64Value();
+    if (count > (arguments.size() - headerEntries) / 2) {
+        KelvaneCLog("KelvaneProxy dropped a request that claims more arguments than it brings: %@", selector);
+        return;
+    }
+    Invocation invocation(selector, MethodSignature::fromTypes(method->types));
+    for (std::size_t index = 0; index < count; ++index) {
+        const Value& type = arguments[headerEntries + 2 * index];
+        decodeValue(arguments[headerEntries + 2 * index + 1], type.stringValue(), invocation.argument(index));
+    }
+    bool onMainThread = false;
+    {
+        const std::scoped_lock guard(stateMutex_);
+        onMainThread = callDelegateOnMainThread_;
+    }
+    if (onMainThread && invocation.signature().returnLength() != 0)
+        throw AssertionFailure("invocation on main thread not allowed for methods with non-zero return size",
+                               source, 185);
+    if (onMainThread)
+        enqueue(target, std::move(invocation));
+    else
+        invokeAndRespond(*target, invocation);
+}
+
+void KelvaneProxy::enqueue(const std::shared_ptr<InvocationTarget>& target, Invocation invocation) {
+    bool wasEmpty = false;
+    {
+        const std::scoped_lock guard(invocationLock_);
+        wasEmpty = invocationQueue_.empty();
+        invocationQueue_.push_back({target, std::move(invocation)});
+    }
+    if (wasEmpty)
+        mainLoop_->post([self = shared_from_this()] { self->handlePortMessage(); });
+}
+
+void KelvaneProxy::handlePortMessage() {
+    while (true) {
+        std::optional<QueuedInvocation> next;
+        {
+            const std::scoped_lock guard(invocationLock_);
+            if (invocationQueue_.empty())
+                return;
+            next = std::move(invocationQueue_.front());
+            invocationQueue_.pop_front();
+        }
+        if (const std::shared_ptr<InvocationTarget> target = next->target.lock())
+            run(*target, next->invocation);
+    }
+}
+
+void KelvaneProxy::invokeAndRespond(InvocationTarget& target, Invocation& invocation) {
+    const std::scoped_lock forwarding(forwardingLock_);
+    run(target, invocation);
+    if (invocation.signature().returnLength() == 0)
+        return;
+    const Value result = encodeValue(invocation.signature().returnType, invocation.result());
+    PropertyListWriting response;
+    if (!result.isAbsent())
+        response = writeBinaryPropertyList(result);
+    if (response.succeeded() && !fitsFrame(response.bytes))
+        response.error = "it is too large for a frame";
+    if (!response.succeeded()) {
+        KelvaneCLog("Failed to serialize response: %@", response.error);
+        response.bytes.clear();
+    }
+    sendFrame(responseFrame, response.bytes);
+}
+
+std::shared_ptr<KelvaneSocket> KelvaneProxy::socket() const {
+    const std::scoped_lock guard(stateMutex_);
+    return socket_;
+}
+
+std::shared_ptr<InvocationTarget> KelvaneProxy::delegate() const {
+    const std::scoped_lock guard(stateMutex_);
+    return delegate_.lock();
+}
+
+} // namespace kelvane

@@ -1,0 +1,294 @@
+#include "Common/KelvSocket.h"
+
+#include "Common/SocketConnection.h"
+#include "Foundation/Assertion.h"
+#include "Support/Logging.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <sys/un.h>
+
+namespace kelvane {
+namespace {
+
+constexpr std::string_view source = "Common/KelvSocket";
+constexpr std::size_t longestPath = 103;
+constexpr int listenBacklog = 10;
+constexpr mode_t everybody = 0777;
+
+static_assert(sizeof(sockaddr_un::sun_path) > longestPath);
+
+sockaddr_un addressOf(std::string_view path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(static_cast<char*>(address.sun_path), longestPath);
+    return address;
+}
+
+const sockaddr* generic(const sockaddr_un& address) {
+    return reinterpret_cast<const sockaddr*>(&address);
+}
+
+// One that is connected already fails at once, too, although the system would have it wait for room in the
+// backlog.
+bool connectWithoutWaiting(int descriptor, const sockaddr_un& address) {
+    sockaddr_un peer{};
+    socklen_t size = sizeof peer;
+    if (::getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &size) == 0) {
+        errno = EISCONN;
+        return false;
+    }
+    return ::connect(descriptor, generic(address), sizeof address) == 0;
+}
+
+void setBlocking(int descriptor) {
+    const int flags = ::fcntl(descriptor, F_GETFL);
+    ::fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK);
+}
+
+void applySendTimeout(int descriptor, std::optional<std::chrono::milliseconds> timeout) {
+    const auto duration = timeout.value_or(std::chrono::milliseconds(0)); // 0: for ever
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(duration);
+    const timeval limit{seconds.count(), std::chrono::microseconds(duration - seconds).count()};
+    ::setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+}
+
+} // namespace
+
+bool isTrustedPeer(int descriptor) {
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    if (::getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0)
+        return false;
+    return peer.uid == 0 || peer.uid == ::geteuid();
+}
+
+std::shared_ptr<KelvaneSocket> KelvaneSocket::create(std::shared_ptr<MainLoop> mainLoop) {
+    std::shared_ptr<KelvaneSocket> object(new KelvaneSocket(std::move(mainLoop)));
+    return {object.get(), [object](KelvaneSocket*) mutable {
+                object->close();
+                object->end();
+                object.reset();
+            }};
+}
+
+KelvaneSocket::KelvaneSocket(std::shared_ptr<MainLoop> mainLoop) : mainLoop_(std::move(mainLoop)) {}
+
+KelvaneSocket::~KelvaneSocket() = default;
+
+bool KelvaneSocket::connectToPath(const std::string& path) {
+    const std::scoped_lock attempt(connectMutex_);
+    const std::shared_ptr<Connection> connection = open();
+    if (!connection)
+        return false;
+    const int descriptor = connection->descriptor.get();
+    if (!connectWithoutWaiting(descriptor, addressOf(path))) {
+        KelvaneCLog("connect failed: %s", std::strerror(errno));
+        return false;
+    }
+    const bool trusted = isTrustedPeer(descriptor);
+    if (!trusted)
+        KelvaneCLog("connect failed: %s", "the peer runs as another user");
+    setBlocking(descriptor);
+    if (trusted && start(connection))
+        return true;
+    drop(connection); // it is connected: the next attempt needs another
+    return false;
+}
+
+bool KelvaneSocket::listenAtPath(const std::string& path) {
+    const sockaddr_un address = addressOf(path);
+    const char* const bound = static_cast<const char*>(address.sun_path);
+    {
+        const std::scoped_lock guard(stateMutex_);
+        listenPath_ = bound;
+    }
+    ::unlink(bound);
+    std::shared_ptr<Connection> connection = open();
+    if (!connection)
+        return false;
+    const int descriptor = connection->descriptor.get();
+    // The mode without following a link that somebody may have put in the socket's place.
+    if (::bind(descriptor, generic(address), sizeof address) != 0 ||
+        ::fchmodat(AT_FDCWD, bound, everybody, AT_SYMLINK_NOFOLLOW) != 0 ||
+        ::listen(descriptor, listenBacklog) != 0)
+        return false;
+    setBlocking(descriptor);
+    {
+        const std::scoped_lock guard(stateMutex_);
+        acceptThreadRun_ = true;
+    }
+    return startLinkThread([self = shared_from_this(), connection = std::move(connection)]() mutable {
+        self->acceptThread(std::move(connection));
+    });
+}
+
+void KelvaneSocket::setSocketDelegate(std::shared_ptr<SocketDelegate> delegate) {
+    if (!delegate)
+        throw AssertionFailure("Setting delegate to NULL", source, 559);
+    const auto self = shared_from_this(); // the delegate may drop the last handle
+    const std::scoped_lock guard(monitor_);
+    if (delegate == socketDelegate_)
+        return;
+    if (const auto old = socketDelegate_)
+        old->socketFailed(*this);
+    socketDelegate_ = std::move(delegate);
+}
+
+// Not under the monitor: the delivery that this waits for may need that itself.
+void KelvaneSocket::setDataDelegate(std::shared_ptr<DataDelegate> delegate) {
+    if (!delegate)
+        throw AssertionFailure("Setting result delegate to NULL", source, 575);
+    if (delegate == dataDelegate())
+        return;
+    const bool holdsLock = deliveringThread_ == std::this_thread::get_id();
+    if (!holdsLock)
+        dataDelegateLock_.lock();
+    std::shared_ptr<DataDelegate> old = delegate;
+    bool isClosed = false;
+    {
+        const std::scoped_lock guard(stateMutex_);
+        old.swap(dataDelegate_);
+        isClosed = zombie_ && !connection_;
+    }
+    if (!holdsLock)
+        dataDelegateLock_.unlockWithCondition(1);
+    if (isClosed)
+        delegate->transportClosed(*this);
+}
+
+void KelvaneSocket::setCallDelegateOnMainThread(bool onMainThread) {
+    if (onMainThread && !mainLoop_)
+        throw AssertionFailure("delivery on the main thread needs a main loop", source, __LINE__);
+    callDelegateOnMainThread_ = onMainThread;
+}
+
+void KelvaneSocket::setSendTimeout(std::optional<std::chrono::milliseconds> timeout) {
+    const std::scoped_lock guard(stateMutex_);
+    sendTimeout_ = timeout;
+    if (connection_)
+        applySendTimeout(connection_->descriptor.get(), timeout);
+}
+
+bool KelvaneSocket::sendData(std::span<const std::uint8_t> bytes) {
+    return sendBytes(bytes.data(), bytes.size());
+}
+
+bool KelvaneSocket::sendString(std::string_view text) {
+    return sendBytes(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
+}
+
+bool KelvaneSocket::sendInt(std::int32_t number) {
+    return sendBytes(reinterpret_cast<const std::uint8_t*>(&number), sizeof number);
+}
+
+// The connection goes and waits end before the monitor is taken: whoever holds it may be one of those that
+// wait.
+void KelvaneSocket::close() {
+    std::shared_ptr<DataDelegate> waiting;
+    {
+        const std::scoped_lock guard(stateMutex_);
+        zombie_ = true;
+        if (connection_)
+            connection_->stop();
+        connection_.reset();
+        dataDelegateLock_.interrupt();
+        waiting = dataDelegate_;
+    }
+    if (waiting)
+        waiting->transportClosed(*this);
+
+    std::shared_ptr<SocketDelegate> released;
+    std::vector<std::shared_ptr<KelvaneSocket>> children;
+    std::string path;
+    {
+        const std::scoped_lock monitor(monitor_);
+        const std::scoped_lock guard(stateMutex_);
+        released.swap(socketDelegate_);
+        children.swap(children_);
+        if (!children.empty()) {
+            acceptThreadRun_ = false;
+            path.swap(listenPath_);
+            acceptStopped_.notify_all();
+        }
+    }
+    if (!path.empty())
+        ::unlink(path.c_str());
+    for (const auto& child : children)
+        child->close();
+}
+
+// Does not block before it is connected or listens: a full backlog must not hold up whoever connects.
+std::shared_ptr<KelvaneSocket::Connection> KelvaneSocket::open() {
+    const std::scoped_lock guard(stateMutex_);
+    if (!connection_) {
+        FileDescriptor descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+        if (!descriptor)
+            return nullptr;
+        applySendTimeout(descriptor.get(), sendTimeout_);
+        connection_ = std::make_shared<Connection>(std::move(descriptor));
+    }
+    return connection_;
+}
+
+std::shared_ptr<KelvaneSocket::Connection> KelvaneSocket::setSocket(FileDescriptor descriptor) {
+    const std::scoped_lock guard(stateMutex_);
+    applySendTimeout(descriptor.get(), sendTimeout_);
+    connection_ = std::make_shared<Connection>(std::move(descriptor));
+    return connection_;
+}
+
+void KelvaneSocket::drop(const std::shared_ptr<Connection>& connection) {
+    const std::scoped_lock guard(stateMutex_);
+    if (connection_ == connection)
+        connection_.reset();
+}
+
+bool KelvaneSocket::start(const std::shared_ptr<Connection>& connection) {
+    {
+        const std::scoped_lock guard(stateMutex_);
+        if (!connection->isRunning())
+            return false; // closed by another thread meanwhile
+        dataDelegateLock_.resume();
+        connection->interruptions = dataDelegateLock_.interruptions();
+    }
+    return startLinkThread([self = shared_from_this(), connection] { self->rcvThread(connection); });
+}
+
+// The accept thread of a listener that is closed without children has nothing left but to wait for this.
+void KelvaneSocket::end() {
+    const std::scoped_lock guard(stateMutex_);
+    handleGone_ = true;
+    acceptStopped_.notify_all();
+}
+
+bool KelvaneSocket::sendBytes(const std::uint8_t* buffer, std::size_t length) {
+    std::shared_ptr<Connection> connection;
+    {
+        const std::scoped_lock guard(stateMutex_);
+        connection = connection_;
+    }
+    if (!connection)
+        return false;
+    if (connection->writeBytes(buffer, length))
+        return true;
+    if (!connection->isRunning())
+        return false;                     // closed meanwhile, which is no failure to tell of
+    const auto self = shared_from_this(); // the delegate may drop the last handle
+    const std::scoped_lock guard(monitor_);
+    KelvaneCLog("KelvaneSocket write to socket failed");
+    if (const auto delegate = socketDelegate_)
+        delegate->socketFailed(*this);
+    return false;
+}
+
+std::shared_ptr<DataDelegate> KelvaneSocket::dataDelegate() const {
+    const std::scoped_lock guard(stateMutex_);
+    return dataDelegate_;
+}
+
+} // namespace kelvane

@@ -1,0 +1,131 @@
+// What runs on a socket's receive thread and on a listening socket's accept thread.
+
+#include "Common/KelvSocket.h"
+#include "Common/SocketConnection.h"
+#include "Support/Logging.h"
+
+#include <algorithm>
+#include <iterator>
+#include <sys/socket.h>
+
+namespace kelvane {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto pauseAfterPass = 100ms;
+constexpr auto pauseAfterReadFailure = 1s;
+constexpr auto pauseAfterAcceptFailure = 100ms;
+
+} // namespace
+
+void KelvaneSocket::rcvThread(const std::shared_ptr<Connection>& connection) {
+    tellDelegate(&SocketDelegate::socketConnected);
+    FrameReader reader(*connection);
+    while (connection->isRunning()) {
+        // After a good frame the next read is the pause, and ends as soon as bytes are waiting.
+        if (receiveFrame(*connection, reader) || !connection->isRunning())
+            continue;
+        reportFailure(*connection);
+        connection->pause(pauseAfterPass);
+    }
+}
+
+// False on a read failure; true also when the connection was stopped during the hunt for a marker.
+bool KelvaneSocket::receiveFrame(Connection& connection, FrameReader& reader) {
+    FrameReader::Marker marker = FrameReader::Marker::Nothing;
+    while (marker != FrameReader::Marker::Found) {
+        marker = reader.readMarker();
+        if (marker == FrameReader::Marker::Failed)
+            return false;
+        if (marker == FrameReader::Marker::Garbage)
+            KelvaneCLog("KelvaneSocket Expecting a UUID, got something else...");
+        if (marker != FrameReader::Marker::Found)
+            connection.pause(pauseAfterPass);
+        if (!connection.isRunning())
+            return true;
+    }
+    const std::optional<Frame> frame = reader.readFrame();
+    if (!frame)
+        return false;
+    deliver(connection, frame->payload ? &*frame->payload : nullptr, frame->type);
+    return true;
+}
+
+void KelvaneSocket::reportFailure(Connection& connection) {
+    connection.pause(pauseAfterReadFailure);
+    deliver(connection, nullptr, failureNotice);
+    if (!connection.isRunning())
+        return; // closed meanwhile: nobody is left to be told
+    KelvaneCLog("KelvaneSocket read from socket failed");
+    tellDelegate(&SocketDelegate::socketFailed);
+}
+
+void KelvaneSocket::deliver(Connection& connection, const Data* payload, std::int32_t type) {
+    if (!dataDelegateLock_.lockWhenCondition(1, connection.interruptions))
+        return; // closed while there was no data delegate
+    deliveringThread_ = std::this_thread::get_id();
+    const std::shared_ptr<DataDelegate> delegate = dataDelegate();
+    if (connection.isRunning())
+        static_cast<void>(delegate->processData(payload, type));
+    deliveringThread_ = std::thread::id();
+    dataDelegateLock_.unlock();
+}
+
+void KelvaneSocket::tellDelegate(void (SocketDelegate::*operation)(KelvaneSocket&)) {
+    const std::scoped_lock guard(monitor_);
+    const std::shared_ptr<SocketDelegate> delegate = socketDelegate_;
+    if (!delegate)
+        return;
+    if (callDelegateOnMainThread_)
+        mainLoop_->post([delegate, operation, self = shared_from_this()] { (*delegate.*operation)(*self); });
+    else
+        (*delegate.*operation)(*this);
+}
+
+void KelvaneSocket::acceptThread(std::shared_ptr<Connection> connection) {
+    while (connection->isRunning()) {
+        FileDescriptor accepted(::accept4(connection->descriptor.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        if (accepted.get() < 1)
+            // Without a pause a process that has run out of descriptors would spin.
+            connection->pause(pauseAfterAcceptFailure);
+        else if (isTrustedPeer(accepted.get()))
+            acceptOne(*connection, std::move(accepted));
+        else
+            KelvaneCLog("KelvaneSocket refused a connection of another user");
+    }
+    connection.reset(); // the descriptor goes even while the thread is parked
+    std::unique_lock guard(stateMutex_);
+    acceptStopped_.wait(guard, [this] { return !acceptThreadRun_ || handleGone_; });
+}
+
+void KelvaneSocket::acceptOne(const Connection& connection, FileDescriptor descriptor) {
+    std::vector<std::shared_ptr<KelvaneSocket>> zombies;
+    const std::shared_ptr<KelvaneSocket> child = create(mainLoop_);
+    {
+        const std::scoped_lock guard(stateMutex_);
+        if (!connection.isRunning())
+            return; // closed meanwhile, and nobody would close the child
+        std::copy_if(children_.begin(), children_.end(), std::back_inserter(zombies),
+                     [](const auto& each) { return each->isZombie(); });
+        children_.push_back(child);
+    }
+    for (const auto& zombie : zombies)
+        removeChild(zombie);
+
+    child->setParent(shared_from_this());
+    if (!child->start(child->setSocket(std::move(descriptor)))) {
+        child->close();
+        return;
+    }
+    const std::scoped_lock guard(monitor_);
+    if (const auto delegate = socketDelegate_)
+        delegate->socketCreated(child);
+}
+
+void KelvaneSocket::removeChild(const std::shared_ptr<KelvaneSocket>& child) {
+    const std::scoped_lock guard(stateMutex_);
+    std::erase(children_, child);
+}
+
+} // namespace kelvane

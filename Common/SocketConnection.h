@@ -1,0 +1,38 @@
+#pragma once
+
+#include "Common/KelvSocket.h"
+
+#include <functional>
+
+namespace kelvane {
+
+// What one descriptor is to the threads that use it. They share it, so that its number cannot be given to
+// somebody else while one of them still reads; `stop` wakes whoever is blocked in it.
+struct KelvaneSocket::Connection : ByteSource {
+    explicit Connection(FileDescriptor owned) : descriptor(std::move(owned)) {}
+
+    std::int32_t readBytes(std::int32_t count, std::uint8_t* buffer) override;
+    // All of them, not mixed with those of another thread, or false.
+    [[nodiscard]] bool writeBytes(const std::uint8_t* buffer, std::size_t count);
+
+    // For good: whoever wants to go on takes another connection.
+    void stop();
+    [[nodiscard]] bool isRunning() const { return running_; }
+    // Ends at once when the connection is stopped.
+    void pause(std::chrono::milliseconds duration);
+
+    const FileDescriptor descriptor;
+    unsigned interruptions = 0; // of the data delegate's lock, when the receive thread started
+
+private:
+    std::atomic<bool> running_{true};
+    std::mutex sendMutex_;
+    std::mutex mutex_;
+    std::condition_variable stopped_;
+};
+
+// Runs `body` on a thread of its own that no signal reaches and that counts as alive until it ends. False
+// when the system has no thread to give.
+[[nodiscard]] bool startLinkThread(std::function<void()> body);
+
+} // namespace kelvane

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string_view>
+
+// The keys of the dictionary that the daemon answers to `daemonState`.
+namespace kelvane::statekey {
+
+inline constexpr std::string_view backedUpFileCount = "backedUpFileCount";   // unsigned 32-bit
+inline constexpr std::string_view backedupFileSize = "backedupFileSize";     // unsigned 64-bit, bytes
+inline constexpr std::string_view pendingFileCount = "pendingFileCount";     // unsigned 32-bit
+inline constexpr std::string_view pendingFileSize = "pendingFileSize";       // unsigned 64-bit, bytes
+inline constexpr std::string_view currentBackupFile = "currentBackupFile";   // path
+inline constexpr std::string_view currentRestoreFile = "currentRestoreFile"; // path
+inline constexpr std::string_view statusString = "statusString";
+inline constexpr std::string_view backupState = "backupState";             // unsigned 32-bit
+inline constexpr std::string_view currentRestoreJob = "currentRestoreJob"; // unsigned 32-bit
+inline constexpr std::string_view isBackupNeeded = "isBackupNeeded";
+inline constexpr std::string_view lowerPriorityMode = "lowerPriorityMode";
+inline constexpr std::string_view paused = "paused";
+inline constexpr std::string_view recoverMode = "recoverMode";
+inline constexpr std::string_view serviceState = "serviceState"; // a service-state code
+inline constexpr std::string_view isQuotaLimited = "isQuotaLimited";
+inline constexpr std::string_view isOverQuota = "isOverQuota";
+inline constexpr std::string_view quotaMB = "quotaMB";                       // unsigned 32-bit
+inline constexpr std::string_view backupControlFlags = "backupControlFlags"; // unsigned 32-bit
+
+} // namespace kelvane::statekey

@@ -1,0 +1,93 @@
+#include "LocalDaemon/CallbackQueue.h"
+
+#include "Support/Logging.h"
+
+#include <utility>
+
+namespace kelvane {
+namespace {
+
+constexpr std::size_t mostStates = 64;
+constexpr std::size_t mostAlerts = 100;
+constexpr std::size_t mostFiles = 1000;
+
+} // namespace
+
+void CallbackQueue::setStateHandler(bool wanted) {
+    const std::scoped_lock guard(mutex_);
+    wantsStates_ = wanted;
+    if (!wanted)
+        states_.clear();
+}
+
+void CallbackQueue::setAlertHandler(bool wanted) {
+    const std::scoped_lock guard(mutex_);
+    wantsAlerts_ = wanted;
+    if (!wanted)
+        alerts_.clear();
+}
+
+void CallbackQueue::stateChanged(std::uint32_t code) {
+    const std::scoped_lock guard(mutex_);
+    if (!wantsStates_)
+        return;
+    std::erase(states_, code);
+    if (states_.size() == mostStates)
+        states_.erase(states_.begin()); // the newest are what counts
+    states_.push_back(code);
+    changed_.notify_all();
+}
+
+void CallbackQueue::alertRaised(const std::string& alert) {
+    const std::scoped_lock guard(mutex_);
+    if (!wantsAlerts_)
+        return;
+    if (alerts_.size() == mostAlerts) {
+        KelvaneSystemLog("A pane takes its alerts too slowly; it is not told: %@", alerts_.front());
+        alerts_.pop_front();
+    }
+    alerts_.push_back(alert);
+    changed_.notify_all();
+}
+
+void CallbackQueue::filesChanged(const std::vector<std::string>& paths) {
+    const std::scoped_lock guard(mutex_);
+    for (const std::string& path : paths) {
+        if (queuedFiles_.contains(path) || queuedFiles_.contains(everything_))
+            continue;
+        if (files_.size() == mostFiles) {
+            files_.assign(1, everything_);
+            queuedFiles_ = {everything_};
+        } else {
+            files_.push_back(path);
+            queuedFiles_.insert(path);
+        }
+    }
+    changed_.notify_all();
+}
+
+std::optional<CallbackQueue::Batch> CallbackQueue::take() {
+    std::unique_lock guard(mutex_);
+    changed_.wait(guard, [this] { return closed_ || !isEmpty(); });
+    if (closed_)
+        return std::nullopt;
+    Batch batch;
+    batch.states.swap(states_);
+    batch.files.swap(files_);
+    queuedFiles_.clear();
+    batch.alerts.assign(alerts_.begin(), alerts_.end());
+    alerts_.clear();
+    return batch;
+}
+
+void CallbackQueue::close() {
+    const std::scoped_lock guard(mutex_);
+    closed_ = true;
+    changed_.notify_all();
+}
+
+bool CallbackQueue::isEmpty() const {
+    return states_.empty() && alerts_.empty() && files_.empty();
+}
+
+} // namespace kelvane

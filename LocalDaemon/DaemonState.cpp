@@ -1,0 +1,221 @@
+#include "LocalDaemon/DaemonState.h"
+
+#include "Common/StateKeys.h"
+#include "Support/Logging.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace kelvane {
+namespace {
+
+constexpr std::int64_t secondsPerMinute = 60;
+constexpr std::uint64_t bytesPerMegabyte = std::uint64_t{1} << 20U;
+
+// From 26 up panes may ask for rules and policy. This daemon has them at hand before it listens.
+constexpr std::uint32_t rulesAreLoaded = 26;
+
+constexpr const char* settingsAlert = "settings_not_saved";
+constexpr const char* watchAlert = "watch_limit_reached";
+
+std::uint32_t narrowed(std::uint64_t count) {
+    return static_cast<std::uint32_t>(
+        std::min<std::uint64_t>(count, std::numeric_limits<std::uint32_t>::max()));
+}
+
+} // namespace
+
+DaemonState::DaemonState(Configuration configuration, Settings settings, std::unique_ptr<BackupEngine> engine,
+                         SaveSettings save, Clock clock)
+    : configuration_(std::move(configuration)),
+      engine_(std::move(engine)),
+      save_(std::move(save)),
+      clock_(std::move(clock)),
+      settings_(std::move(settings)),
+      announcedState_(currentServiceState()) {}
+
+void DaemonState::setObserver(std::weak_ptr<DaemonObserver> observer) {
+    const std::scoped_lock guard(mutex_);
+    observer_ = std::move(observer);
+}
+
+Settings DaemonState::settings() const {
+    const std::scoped_lock guard(mutex_);
+    return settings_;
+}
+
+void DaemonState::changeSettings(const std::function<void(Settings&)>& change) {
+    Settings changed;
+    std::uint64_t version = 0;
+    {
+        const std::scoped_lock guard(mutex_);
+        changed = settings_;
+        change(changed);
+        if (changed == settings_)
+            return;
+        settings_ = changed;
+        version = ++settingsVersion_;
+        announce();
+    }
+    const std::string failure = save_(changed, version);
+    if (failure.empty())
+        return withdrawAlert(settingsAlert);
+    KelvaneSystemLog("The settings cannot be saved: %@", failure);
+    raiseAlert({settingsAlert, "error", "Your settings could not be saved.",
+                "They are in use, but will be lost when the backup daemon ends. " + failure});
+}
+
+std::uint32_t DaemonState::pausedMinutes() const {
+    const std::scoped_lock guard(mutex_);
+    const std::int64_t left = std::max<std::int64_t>(settings_.pausedUntil - now(), 0);
+    return narrowed(static_cast<std::uint64_t>((left + secondsPerMinute - 1) / secondsPerMinute));
+}
+
+void DaemonState::setPausedMinutes(std::uint32_t minutes) {
+    changeSettings([this, minutes](Settings& settings) {
+        settings.pausedUntil = minutes == 0 ? 0 : now() + minutes * secondsPerMinute;
+    });
+}
+
+std::uint32_t DaemonState::serviceState() const {
+    const std::scoped_lock guard(mutex_);
+    return currentServiceState();
+}
+
+void DaemonState::overrideServiceState(std::uint32_t code) {
+    const std::scoped_lock guard(mutex_);
+    override_.reset();
+    if (code != 0)
+        override_ = Override{code, ownServiceState()};
+    announce();
+}
+
+void DaemonState::setOverQuotaForTesting(std::optional<bool> overQuota) {
+    const std::scoped_lock guard(mutex_);
+    overQuotaForTesting_ = overQuota;
+    announce();
+}
+
+Value DaemonState::stateDictionary() const {
+    const std::scoped_lock guard(mutex_);
+    const BackupTotals totals = currentTotals();
+    const std::uint32_t service = currentServiceState();
+    Dictionary state{
+        {std::string(statekey::serviceState), service},
+        {std::string(statekey::statusString), serviceStateText(service)},
+        {std::string(statekey::backupState), rulesAreLoaded},
+        {std::string(statekey::isBackupNeeded), totals.pending.count > 0},
+        {std::string(statekey::paused), isPaused()},
+        {std::string(statekey::recoverMode), settings_.recoverMode},
+        {std::string(statekey::lowerPriorityMode), settings_.lowerPriorityMode},
+        {std::string(statekey::backupControlFlags), settings_.backupControlFlags},
+        {std::string(statekey::isQuotaLimited), configuration_.quotaMB > 0 || isOverQuota()},
+        {std::string(statekey::isOverQuota), isOverQuota()},
+        {std::string(statekey::quotaMB), configuration_.quotaMB},
+        {std::string(statekey::currentBackupFile), ""},
+        {std::string(statekey::currentRestoreFile), ""},
+        {std::string(statekey::currentRestoreJob), std::uint32_t{0}},
+    };
+    // Before the scan has seen anything there is nothing to say, and panes show that they do not know.
+    if (scan_) {
+        state.set(statekey::backedUpFileCount, narrowed(totals.backedUp.count));
+        state.set(statekey::backedupFileSize, totals.backedUp.bytes);
+        state.set(statekey::pendingFileCount, narrowed(totals.pending.count));
+        state.set(statekey::pendingFileSize, totals.pending.bytes);
+    }
+    return state;
+}
+
+BackupTotals DaemonState::totals() const {
+    const std::scoped_lock guard(mutex_);
+    return currentTotals();
+}
+
+FileTotals DaemonState::found() const {
+    const std::scoped_lock guard(mutex_);
+    return currentlyFound();
+}
+
+void DaemonState::takeReport(const ScanReport& report) {
+    {
+        const std::scoped_lock guard(mutex_);
+        scan_ = report;
+        scan_->changedFolders.clear();
+        announce();
+        if (const auto observer = observer_.lock(); observer && !report.changedFolders.empty())
+            observer->filesChanged(report.changedFolders);
+    }
+    if (report.isWatchIncomplete)
+        raiseAlert({watchAlert, "warning", "Some changes are noticed late.",
+                    "The system lets you watch too few folders (fs.inotify.max_user_watches). The remaining "
+                    "ones are "
+                    "looked at from time to time."});
+}
+
+void DaemonState::refresh() {
+    const std::scoped_lock guard(mutex_);
+    announce();
+}
+
+void DaemonState::raiseAlert(const Alert& alert) {
+    const std::string text = alertString(alert);
+    const std::scoped_lock guard(mutex_);
+    if (alerts_[alert.kind] == text)
+        return;
+    alerts_[alert.kind] = text;
+    if (const auto observer = observer_.lock())
+        observer->alertRaised(text);
+}
+
+void DaemonState::withdrawAlert(const std::string& kind) {
+    const std::scoped_lock guard(mutex_);
+    alerts_.erase(kind);
+}
+
+void DaemonState::addAlertHandler(CallbackQueue& pane) const {
+    const std::scoped_lock guard(mutex_);
+    pane.setAlertHandler(true);
+    for (const auto& [kind, alert] : alerts_)
+        pane.alertRaised(alert);
+}
+
+std::int64_t DaemonState::now() const {
+    return std::chrono::floor<std::chrono::seconds>(clock_()).time_since_epoch().count();
+}
+
+bool DaemonState::isOverQuota() const {
+    if (overQuotaForTesting_)
+        return *overQuotaForTesting_;
+    const BackupTotals totals = currentTotals();
+    return configuration_.quotaMB > 0 &&
+           totals.backedUp.bytes + totals.pending.bytes > configuration_.quotaMB * bytesPerMegabyte;
+}
+
+std::uint32_t DaemonState::ownServiceState() const {
+    ServiceConditions conditions;
+    conditions.isEnabled = settings_.enabled;
+    conditions.isPaused = isPaused();
+    conditions.isRecovering = settings_.recoverMode;
+    conditions.isOverQuota = isOverQuota();
+    conditions.isScanning = !scan_ || scan_->isScanning;
+    conditions.hasPendingFiles = currentTotals().pending.count > 0;
+    return static_cast<std::uint32_t>(serviceStateFor(conditions));
+}
+
+std::uint32_t DaemonState::currentServiceState() const {
+    const std::uint32_t own = ownServiceState();
+    return override_ && override_->inFrontOf == own ? override_->code : own;
+}
+
+void DaemonState::announce() {
+    if (override_ && override_->inFrontOf != ownServiceState())
+        override_.reset(); // for good, also when the state comes back
+    const std::uint32_t state = currentServiceState();
+    if (state == announcedState_)
+        return;
+    announcedState_ = state;
+    if (const auto observer = observer_.lock(); observer && isAnnounced(state))
+        observer->stateChanged(state);
+}
+
+} // namespace kelvane

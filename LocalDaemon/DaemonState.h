@@ -1,0 +1,97 @@
+#pragma once
+
+#include "Foundation/Value.h"
+#include "LocalDaemon/Alert.h"
+#include "LocalDaemon/BackupEngine.h"
+#include "LocalDaemon/CallbackQueue.h"
+#include "LocalDaemon/Configuration.h"
+#include "LocalDaemon/FolderScan.h"
+#include "LocalDaemon/ServiceState.h"
+#include "LocalDaemon/Settings.h"
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+namespace kelvane {
+
+// The daemon's world, guarded by one mutex that is never held while anything is sent or written. Any thread.
+//
+// Panes are told through the observer: of the service state whenever it is another one, of alerts, and of
+// changed files.
+class DaemonState {
+public:
+    using Clock = std::function<std::chrono::system_clock::time_point()>;
+    // Returns why the settings could not be saved; empty when they are.
+    using SaveSettings = std::function<std::string(const Settings& settings, std::uint64_t version)>;
+
+    DaemonState(Configuration configuration, Settings settings, std::unique_ptr<BackupEngine> engine,
+                SaveSettings save, Clock clock);
+
+    void setObserver(std::weak_ptr<DaemonObserver> observer);
+
+    [[nodiscard]] const Configuration& configuration() const { return configuration_; }
+    [[nodiscard]] Settings settings() const;
+    // Saved when it returns, if anything has changed. A failure to save is logged and raised as an alert.
+    void changeSettings(const std::function<void(Settings&)>& change);
+
+    // Rounded up, so that 0 says that nothing is paused.
+    [[nodiscard]] std::uint32_t pausedMinutes() const;
+    void setPausedMinutes(std::uint32_t minutes);
+
+    [[nodiscard]] std::uint32_t serviceState() const;
+    // Stands in front of what the daemon finds itself in until that is another one; 0 takes it back.
+    void overrideServiceState(std::uint32_t code);
+    // Pretends that the account is over its quota, or is not; none: as it is.
+    void setOverQuotaForTesting(std::optional<bool> overQuota);
+
+    [[nodiscard]] Value stateDictionary() const;
+    [[nodiscard]] BackupTotals totals() const;
+    [[nodiscard]] FileTotals found() const;
+
+    void takeReport(const ScanReport& report);
+    // The clock has moved: a pause may be over.
+    void refresh();
+
+    // An alert stands until it is withdrawn, one of a kind; who wants alerts is told of those that stand.
+    void raiseAlert(const Alert& alert);
+    void withdrawAlert(const std::string& kind);
+    void addAlertHandler(CallbackQueue& pane) const;
+
+private:
+    // With the mutex held.
+    [[nodiscard]] std::int64_t now() const;
+    [[nodiscard]] bool isPaused() const { return settings_.pausedUntil > now(); }
+    [[nodiscard]] bool isOverQuota() const;
+    [[nodiscard]] FileTotals currentlyFound() const { return scan_ ? scan_->totals : FileTotals(); }
+    [[nodiscard]] BackupTotals currentTotals() const { return engine_->totals(currentlyFound()); }
+    [[nodiscard]] std::uint32_t ownServiceState() const;
+    [[nodiscard]] std::uint32_t currentServiceState() const;
+    void announce();
+
+    struct Override {
+        std::uint32_t code;
+        std::uint32_t inFrontOf;
+    };
+
+    const Configuration configuration_;
+    const std::unique_ptr<BackupEngine> engine_;
+    const SaveSettings save_;
+    const Clock clock_;
+
+    mutable std::mutex mutex_; // guards what follows
+    std::weak_ptr<DaemonObserver> observer_;
+    Settings settings_;
+    std::uint64_t settingsVersion_ = 0;
+    std::optional<ScanReport> scan_;
+    std::optional<bool> overQuotaForTesting_;
+    std::optional<Override> override_;
+    std::uint32_t announcedState_;
+    std::map<std::string, std::string> alerts_; // by kind
+};
+
+} // namespace kelvane

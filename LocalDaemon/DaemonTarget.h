@@ -1,0 +1,108 @@
+#pragma once
+
+#include "Common/Invocation.h"
+#include "LocalDaemon/CallbackQueue.h"
+#include "LocalDaemon/DaemonState.h"
+
+#include <functional>
+#include <memory>
+
+namespace kelvane {
+
+// What one pane calls: every method of the daemon, each run to its end on the receive thread of that pane's
+// socket.
+//
+// What a pane sends is not trusted: an argument that is missing or of another kind reads as 0, false or
+// empty, and a call that makes no sense then changes nothing.
+class DaemonTarget : public InvocationTarget {
+public:
+    // `terminate` is called on a receive thread and returns at once.
+    DaemonTarget(std::shared_ptr<DaemonState> state, std::shared_ptr<CallbackQueue> pane,
+                 std::function<void()> terminate)
+        : state_(std::move(state)), pane_(std::move(pane)), terminate_(std::move(terminate)) {}
+
+    [[nodiscard]] Protocol methods() const override;
+    void invoke(Invocation& invocation) override;
+
+    void terminate() { terminate_(); }
+
+    // State
+    std::uint32_t serviceState() { return state_->serviceState(); }
+    void setServiceState(std::uint32_t code) { state_->overrideServiceState(code); }
+    Value daemonState() { return state_->stateDictionary(); }
+    Value stringForState(std::uint32_t code);
+    std::uint64_t longlongForState(std::uint32_t) { return 0; } // nothing is being restored
+    std::int64_t longForState(std::uint32_t) { return 0; }
+    Value backedupStateString();
+    Value liveStateString();
+
+    // Callbacks of this pane
+    void setStateHandler() { pane_->setStateHandler(true); }
+    void endStateHandler() { pane_->setStateHandler(false); }
+    void setAlertHandler() { state_->addAlertHandler(*pane_); }
+    void endAlertHandler() { pane_->setAlertHandler(false); }
+
+    // Modes
+    bool automaticMode() { return state_->settings().automaticMode; }
+    void setAutomaticMode(bool on) { setFlag(&Settings::automaticMode, on); }
+    bool recoverMode() { return state_->settings().recoverMode; }
+    void setRecoverMode(bool on) { setFlag(&Settings::recoverMode, on); }
+    bool lowerPriorityMode() { return state_->settings().lowerPriorityMode; }
+    void setLowerPriorityMode(bool on) { setFlag(&Settings::lowerPriorityMode, on); }
+    bool delayShutdown() { return state_->settings().delayShutdown; }
+    void setDelayShutdown(bool on) { setFlag(&Settings::delayShutdown, on); }
+    void setIncludeRequired(bool on) { setFlag(&Settings::includeRequired, on); }
+    void setEnabled(bool on) { setFlag(&Settings::enabled, on); }
+    std::uint32_t pausedMinutes() { return state_->pausedMinutes(); }
+    void setPausedMinutes(std::uint32_t minutes) { state_->setPausedMinutes(minutes); }
+    void setBackupControl(std::uint32_t flags);
+
+    // Account and profile
+    Value serverURL() { return state_->configuration().serverURL; }
+    Value userEmail() { return state_->configuration().userEmail; }
+    Value computerNumber() { return state_->configuration().computerNumber; }
+    Value marketingMessage() { return ""; }
+    Value mappedUserAsString(const Value& user);
+    Value stringValueForProfileKey(const Value& key);
+    void setValueForProfileKey(const Value& key, const Value& text);
+    std::uint32_t getFileTypeToggle(const Value& fileType);
+    void setFileTypeToggle(const Value& fileType, std::uint32_t toggle);
+    void setAccountOverQuotaTestingFlag(bool overQuota) { state_->setOverQuotaForTesting(overQuota); }
+    void clearAccountOverQuotaTestingFlag() { state_->setOverQuotaForTesting(std::nullopt); }
+
+    // Single paths: this daemon knows none yet.
+    Value dictionaryForPath(const Value&) { return {}; }
+    Value dictionaryForPathWithDirSizes(const Value&, bool) { return {}; }
+    Value childrenDictionariesForPath(const Value&) { return Array(); }
+    Value backupColorsForFiles(const Value& paths);
+    Value excludedFiles(const Value&) { return Array(); }
+    Value policyExcludeList() { return Array(); }
+    std::uint32_t excludeFileFromBackup(const Value& path) { return refuse("excludeFileFromBackup:", path); }
+    std::uint32_t unexcludeFileFromBackup(const Value& path) {
+        return refuse("unexcludeFileFromBackup:", path);
+    }
+    void addFileToBackup(const Value& path) { refuse("addFileToBackup:", path); }
+    void addFilesToBackup(const Value& paths) { refuse("addFilesToBackup:", paths); }
+    void removeFileFromBackup(const Value& path) { refuse("removeFileFromBackup:", path); }
+    void setPriorityBackup(const Value& path) { refuse("setPriorityBackup:", path); }
+
+    // Restoring: there is nothing to restore from yet.
+    void showRestoreWizard() { refuse("showRestoreWizard", {}); }
+    bool restoreWithChoices(const Value& choices);
+    std::uint32_t restoreFile(const Value& source, const Value& destination, std::uint32_t version,
+                              std::uint32_t priority);
+    std::uint32_t getCurrentRestoreJob() { return 0; }
+    std::uint32_t getRestoreJobStatus(std::uint32_t) { return 0; }
+    void cancelAllRestoreJobs() {}
+
+private:
+    void setFlag(bool Settings::*flag, bool on);
+    // Logs what cannot be done, and answers a code that is not 0, which would say that it is done.
+    static std::uint32_t refuse(std::string_view selector, const Value& argument);
+
+    const std::shared_ptr<DaemonState> state_;
+    const std::shared_ptr<CallbackQueue> pane_;
+    const std::function<void()> terminate_;
+};
+
+} // namespace kelvane

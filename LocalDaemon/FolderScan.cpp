@@ -1,0 +1,241 @@
+#include "LocalDaemon/FolderScan.h"
+
+#include "Support/Logging.h"
+
+#include <algorithm>
+
+namespace kelvane {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto reportInterval = 200ms;
+// Between two looks during a burst: a program that writes all the time must not wake this thread at every
+// write.
+constexpr auto burstStep = 10ms;
+// A folder is left alone for this many times the time that it takes to list.
+constexpr int restAfterListing = 20;
+constexpr std::size_t mostChangedFolders = 1000;
+
+} // namespace
+
+FolderScan::FolderScan(std::string root, Listener listener, const Options& options)
+    : listener_(std::move(listener)),
+      options_(options),
+      watch_(DirectoryWatch::Contents::Watched, options.mostWatches),
+      tree_(std::move(root)) {}
+
+FolderScan::~FolderScan() {
+    stop();
+}
+
+void FolderScan::start() {
+    if (!watch_.error().empty())
+        KelvaneSystemLog("Folders cannot be watched: %@", watch_.error());
+    thread_ = std::thread([this] { run(); });
+}
+
+void FolderScan::stop() {
+    {
+        const std::scoped_lock guard(stopMutex_);
+        stopping_ = true;
+    }
+    stopped_.notify_all();
+    watch_.wake();
+    if (thread_.joinable())
+        thread_.join();
+}
+
+void FolderScan::run() {
+    lastReportTime_ = Clock::now();
+    nextRetry_ = lastReportTime_ + options_.rescanInterval;
+    scanEverything();
+    while (!stopping_) {
+        if (dirty_.empty()) {
+            finishPass();
+            waitForChanges();
+            continue;
+        }
+        Folder& next = **dirty_.begin();
+        dirty_.erase(dirty_.begin());
+        relist(next);
+        if (!stopping_ && Clock::now() - lastReportTime_ >= reportInterval) {
+            takeChanges(watch_.wait(0ms)); // before so many have gathered that the system drops some
+            report();
+        }
+    }
+}
+
+void FolderScan::scanEverything() {
+    report_.isScanning = true;
+    FolderTree::forEach(tree_.root(), [this](Folder& folder) { dirty_.insert(&folder); });
+    if (reported_)
+        report(); // however short it will be
+}
+
+void FolderScan::relist(Folder& folder) {
+    const auto begin = Clock::now();
+    const std::string path = FolderTree::pathOf(folder);
+    const bool wasWatched = folder.isWatched;
+    watch(folder, path); // first, so that nothing is missed that changes while it is listed
+    const FolderListing listing = listFolder(path, stopping_);
+    if (stopping_)
+        return;
+    folder.isReadable = listing.error == 0;
+    if (folder.isWatched && folder.isReadable)
+        unwatched_.erase(&folder);
+    else
+        unwatched_.insert(&folder);
+
+    const FileTotals before = folder.own;
+    const FolderTree::Difference difference = tree_.update(folder, listing);
+    const bool isDifferent = before != folder.own || !difference.added.empty() || !difference.removed.empty();
+    // A watched one is listed again only when something has changed, perhaps inside a file.
+    if (std::exchange(folder.isListed, true) && !report_.isScanning && (wasWatched || isDifferent))
+        noteChangedFolder(path);
+    for (const auto& removed : difference.removed)
+        forget(*removed);
+    dirty_.insert(difference.added.begin(), difference.added.end());
+    // One that became readable tells nobody but the folder that holds it.
+    for (const auto& subfolder : folder.subfolders)
+        if (!subfolder->isReadable)
+            markChanged(*subfolder);
+    const auto end = Clock::now();
+    folder.notBefore = end + restAfterListing * (end - begin);
+}
+
+void FolderScan::watch(Folder& folder, const std::string& path) {
+    const DirectoryWatch::Outcome outcome = watch_.add(path);
+    folder.isWatched = outcome == DirectoryWatch::Outcome::Watching;
+    if (outcome != DirectoryWatch::Outcome::LimitReached || report_.isWatchIncomplete)
+        return;
+    report_.isWatchIncomplete = true;
+    KelvaneSystemLog(
+        "The system lets this user watch no more folders (fs.inotify.max_user_watches). Changes in %@ "
+        "and others are noticed within %lld s.",
+        path, std::chrono::ceil<std::chrono::seconds>(options_.rescanInterval).count());
+}
+
+void FolderScan::markChanged(Folder& folder) {
+    if (Clock::now() < folder.notBefore && !dirty_.contains(&folder))
+        deferred_.insert(&folder);
+    else
+        dirty_.insert(&folder);
+}
+
+void FolderScan::forget(Folder& folder) {
+    FolderTree::forEach(folder, [this](Folder& each) {
+        watch_.remove(FolderTree::pathOf(each));
+        dirty_.erase(&each);
+        deferred_.erase(&each);
+        unwatched_.erase(&each);
+    });
+}
+
+void FolderScan::noteChangedFolder(const std::string& path) {
+    if (report_.changedFolders.size() == mostChangedFolders)
+        report_.changedFolders.assign(1, tree_.root().name);
+    if (report_.changedFolders.empty() || report_.changedFolders.front() != tree_.root().name)
+        report_.changedFolders.push_back(path);
+}
+
+void FolderScan::finishPass() {
+    if (std::exchange(report_.isScanning, false)) {
+        KelvaneCLog("The scan of %@ has found %llu files with %llu bytes.", tree_.root().name,
+                    tree_.totals().count, tree_.totals().bytes);
+        logUnreadable();
+    }
+    report();
+}
+
+void FolderScan::logUnreadable() const {
+    const auto isUnreadable = [](const Folder* folder) { return !folder->isReadable; };
+    const auto first = std::find_if(unwatched_.begin(), unwatched_.end(), isUnreadable);
+    if (first != unwatched_.end())
+        KelvaneSystemLog("Folders that cannot be read count for nothing: %lld, among them %@",
+                         std::count_if(unwatched_.begin(), unwatched_.end(), isUnreadable),
+                         FolderTree::pathOf(**first));
+}
+
+void FolderScan::report() {
+    lastReportTime_ = Clock::now();
+    report_.totals = tree_.totals();
+    const bool isNew =
+        !reported_ || reported_->totals != report_.totals || reported_->isScanning != report_.isScanning ||
+        reported_->isWatchIncomplete != report_.isWatchIncomplete || !report_.changedFolders.empty();
+    if (!isNew || stopping_)
+        return;
+    listener_(report_);
+    report_.changedFolders.clear();
+    reported_ = report_;
+}
+
+void FolderScan::waitForChanges() {
+    const auto changes = watch_.wait(timeUntilNextTask(Clock::now()));
+    if (!changes.empty() && !stopping_) {
+        takeChanges(changes);
+        gatherBurst();
+    }
+    takeDue(Clock::now());
+}
+
+void FolderScan::gatherBurst() {
+    const auto begin = Clock::now();
+    auto last = begin;
+    for (auto now = begin;
+         !stopping_ && now - last < options_.quiet && now - begin < options_.longestBurst;) {
+        pause(burstStep);
+        const auto changes = watch_.wait(0ms);
+        now = Clock::now();
+        if (changes.empty())
+            continue;
+        last = now;
+        takeChanges(changes);
+    }
+}
+
+void FolderScan::takeChanges(const std::vector<DirectoryWatch::Event>& changes) {
+    for (const auto& [path, change] : changes) {
+        if (change == DirectoryWatch::Change::Overflow) {
+            KelvaneSystemLog(
+                "Changes came faster than the system reports them: everything is scanned again.");
+            scanEverything();
+        } else if (Folder* const folder = tree_.find(path)) {
+            markChanged(*folder);
+            if (change == DirectoryWatch::Change::Gone && folder->parent)
+                markChanged(*folder->parent);
+        }
+    }
+}
+
+void FolderScan::takeDue(Clock::time_point now) {
+    for (auto at = deferred_.begin(); at != deferred_.end();) {
+        if ((*at)->notBefore <= now) {
+            dirty_.insert(*at);
+            at = deferred_.erase(at);
+        } else {
+            ++at;
+        }
+    }
+    if (now >= nextRetry_) {
+        dirty_.insert(unwatched_.begin(), unwatched_.end());
+        nextRetry_ = now + options_.rescanInterval;
+    }
+}
+
+// None: until something changes.
+std::optional<std::chrono::milliseconds> FolderScan::timeUntilNextTask(Clock::time_point now) const {
+    auto next = unwatched_.empty() ? Clock::time_point::max() : nextRetry_;
+    for (const Folder* folder : deferred_)
+        next = std::min(next, folder->notBefore);
+    if (next == Clock::time_point::max())
+        return std::nullopt;
+    return std::max(0ms, std::chrono::ceil<std::chrono::milliseconds>(next - now));
+}
+
+void FolderScan::pause(std::chrono::milliseconds duration) {
+    std::unique_lock guard(stopMutex_);
+    stopped_.wait_for(guard, duration, [this] { return stopping_.load(); });
+}
+
+} // namespace kelvane

@@ -1,0 +1,98 @@
+#pragma once
+
+#include "LocalDaemon/FolderTree.h"
+#include "Platform/DirectoryWatch.h"
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <unordered_set>
+#include <vector>
+
+namespace kelvane {
+
+struct ScanReport {
+    FileTotals totals;              // so far, while the scan looks at everything
+    bool isScanning = false;        // it looks at everything, not just at what has changed
+    bool isWatchIncomplete = false; // some folders are looked at from time to time only
+    // Folders in which something has changed since the report before. After a great many it is the root
+    // alone.
+    std::vector<std::string> changedFolders;
+};
+
+// Counts the regular files below a folder on a thread of its own, and keeps the count true as they change:
+// the folders are watched, and one that has changed is listed again once the burst of changes is over.
+// Neither links nor other file systems are followed. Folders for which the system has no watch left are
+// listed again from time to time.
+//
+// `start` and `stop` belong to the owner's thread; `stop` ends within the time of a single file-system call.
+// The listener is called on the scan's thread, without a lock.
+class FolderScan {
+public:
+    using Listener = std::function<void(const ScanReport&)>;
+
+    struct Options {
+        // A burst is over when nothing has changed for `quiet`, and is cut at `longestBurst`.
+        std::chrono::milliseconds quiet{50};
+        std::chrono::milliseconds longestBurst{500};
+        // For folders that cannot be watched.
+        std::chrono::milliseconds rescanInterval = std::chrono::minutes(10);
+        // Half of what the system allows the user: other programs watch folders as well.
+        std::size_t mostWatches = DirectoryWatch::systemLimit() / 2;
+    };
+
+    // `root` is an absolute path without a trailing separator.
+    FolderScan(std::string root, Listener listener, const Options& options);
+    ~FolderScan();
+    FolderScan(const FolderScan&) = delete;
+    FolderScan& operator=(const FolderScan&) = delete;
+
+    void start();
+    void stop();
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    void run();
+    void scanEverything();
+    void relist(Folder& folder);
+    void watch(Folder& folder, const std::string& path);
+    void markChanged(Folder& folder);
+    void forget(Folder& folder);
+    void noteChangedFolder(const std::string& path);
+    void finishPass();
+    void logUnreadable() const;
+    void report();
+
+    void waitForChanges();
+    void gatherBurst();
+    void takeChanges(const std::vector<DirectoryWatch::Event>& changes);
+    void takeDue(Clock::time_point now);
+    [[nodiscard]] std::optional<std::chrono::milliseconds> timeUntilNextTask(Clock::time_point now) const;
+    void pause(std::chrono::milliseconds duration);
+
+    const Listener listener_;
+    const Options options_;
+    DirectoryWatch watch_;
+    std::atomic<bool> stopping_{false};
+    std::mutex stopMutex_;
+    std::condition_variable stopped_;
+    std::thread thread_;
+
+    // What follows belongs to the scan's thread.
+    FolderTree tree_;
+    std::unordered_set<Folder*> dirty_;     // to be listed
+    std::unordered_set<Folder*> deferred_;  // to be listed when their time has come
+    std::unordered_set<Folder*> unwatched_; // or unreadable: to be tried again from time to time
+    Clock::time_point nextRetry_;
+    Clock::time_point lastReportTime_;
+    ScanReport report_;
+    std::optional<ScanReport> reported_;
+};
+
+} // namespace kelvane

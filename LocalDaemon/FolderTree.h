@@ -1,0 +1,56 @@
+#pragma once
+
+#include "LocalDaemon/FolderListing.h"
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kelvane {
+
+struct Folder {
+    std::string name; // the root's is its whole path
+    Folder* parent = nullptr;
+    std::vector<std::unique_ptr<Folder>> subfolders; // sorted by name
+    FileTotals own;
+    // Not listed again before this: a folder that takes long to list and changes all the time would take all
+    // the time.
+    std::chrono::steady_clock::time_point notBefore;
+    bool isListed = false; // at least once
+    bool isWatched = false;
+    bool isReadable = true;
+};
+
+// The folders below a root as they were last listed, and what they hold together. Remembers folders and no
+// files, so that its memory grows with the folders alone, and one that has changed costs one listing. Belongs
+// to one thread.
+class FolderTree {
+public:
+    explicit FolderTree(std::string root);
+
+    [[nodiscard]] Folder& root() { return root_; }
+    [[nodiscard]] const FileTotals& totals() const { return totals_; }
+
+    [[nodiscard]] static std::string pathOf(const Folder& folder);
+    // Null when there is none at that path.
+    [[nodiscard]] Folder* find(std::string_view path);
+    // Each folder after the one that holds it.
+    static void forEach(Folder& folder, const std::function<void(Folder&)>& visit);
+
+    struct Difference {
+        std::vector<Folder*> added; // empty until they are listed themselves
+        std::vector<std::unique_ptr<Folder>>
+            removed; // what they held counts no longer; `parent` is still set
+    };
+    // Takes over what `folder` holds now.
+    [[nodiscard]] Difference update(Folder& folder, const FolderListing& listing);
+
+private:
+    Folder root_;
+    FileTotals totals_;
+};
+
+} // namespace kelvane

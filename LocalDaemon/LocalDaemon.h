@@ -1,0 +1,61 @@
+#pragma once
+
+#include "Foundation/MainLoop.h"
+#include "LocalDaemon/DaemonState.h"
+#include "LocalDaemon/FolderScan.h"
+#include "LocalDaemon/PaneServer.h"
+#include "LocalDaemon/SettingsStore.h"
+#include "LocalDaemon/SocketClaim.h"
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace kelvane {
+
+// The whole daemon, put together: it counts what stands in a folder and serves panes at a socket.
+//
+// Belongs to the main thread, whose loop must run while it serves. `stop` takes back everything that `start`
+// made, and waits for the threads.
+class LocalDaemon {
+public:
+    struct Options {
+        std::string home; // absolute, without links
+        std::string socketPath;
+        std::string settingsPath;
+        std::string configurationPath;
+        std::chrono::milliseconds sendTimeout = std::chrono::seconds(10);
+        // How late the end of a pause may be noticed. Not one timer for the whole pause: timers stand still
+        // while the machine sleeps, and its clock may be set.
+        std::chrono::milliseconds refreshInterval = std::chrono::seconds(5);
+        FolderScan::Options scan;
+        DaemonState::Clock clock = std::chrono::system_clock::now;
+    };
+
+    // `terminate` is called when a pane asks for the end, on any thread.
+    LocalDaemon(Options options, std::shared_ptr<MainLoop> loop, std::function<void()> terminate);
+    ~LocalDaemon();
+    LocalDaemon(const LocalDaemon&) = delete;
+    LocalDaemon& operator=(const LocalDaemon&) = delete;
+
+    // Why it cannot serve, for people; empty when it does.
+    [[nodiscard]] std::string start();
+    void stop();
+
+private:
+    void makeWorld();
+
+    const Options options_;
+    const std::shared_ptr<MainLoop> loop_;
+    const std::function<void()> terminate_;
+
+    std::optional<SocketClaim> claim_;
+    std::shared_ptr<DaemonState> state_;
+    std::shared_ptr<PaneServer> server_;
+    std::optional<FolderScan> scan_;
+    Timer refresh_;
+};
+
+} // namespace kelvane

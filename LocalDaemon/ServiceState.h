@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace kelvane {
+
+// The service states that this daemon finds itself in; panes know more of them.
+enum class ServiceState : std::uint32_t {
+    BackupPending = 5,
+    Scanning = 7,
+    Idle = 8,
+    Disabled = 12,
+    Paused = 13,
+    OverQuota = 17,
+    RecoverMode = 25,
+};
+
+struct ServiceConditions {
+    bool isEnabled = true;
+    bool isPaused = false;
+    bool isRecovering = false;
+    bool isOverQuota = false;
+    bool isScanning = false;
+    bool hasPendingFiles = false;
+};
+
+[[nodiscard]] ServiceState serviceStateFor(const ServiceConditions& conditions);
+
+// The English name of any service state; empty for a code that has none.
+[[nodiscard]] std::string serviceStateText(std::uint32_t code);
+
+// Whether `stateChanged:` with this code says that the service state has changed. Panes understand some
+// numbers of that callback as progress of a restore, and two of those are service states as well.
+[[nodiscard]] bool isAnnounced(std::uint32_t serviceState);
+
+} // namespace kelvane

@@ -1,0 +1,117 @@
+#include "LocalDaemon/SocketClaim.h"
+
+#include "Foundation/PathComponents.h"
+#include "Platform/SpecialFolders.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace kelvane {
+namespace {
+
+// What an address holds beside its closing zero.
+constexpr std::size_t longestPath = 103;
+
+std::string messageOf(int error) {
+    return std::generic_category().message(error);
+}
+
+bool isSameFile(int descriptor, const std::string& path) {
+    struct stat opened {};
+    struct stat named {};
+    return ::fstat(descriptor, &opened) == 0 && ::lstat(path.c_str(), &named) == 0 &&
+           opened.st_ino == named.st_ino && opened.st_dev == named.st_dev;
+}
+
+// " (process 123)", or empty when the lock file does not say.
+std::string ownerOf(int lock) {
+    std::array<char, 16> text{};
+    const ssize_t size = ::pread(lock, text.data(), text.size() - 1, 0);
+    return size > 0 ? " (process " + std::string(text.data()) + ")" : "";
+}
+
+void writeOwner(int lock) {
+    const std::string text = std::to_string(::getpid());
+    // Only for the message of another process: nothing depends on it.
+    if (::ftruncate(lock, 0) == 0) [[maybe_unused]]
+        const ssize_t size = ::pwrite(lock, text.data(), text.size(), 0);
+}
+
+// errno's number of a try to connect; 0: somebody listens.
+int errorOfConnecting(const std::string& path) {
+    const FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, longestPath);
+    if (!socket || ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+        return errno;
+    return 0;
+}
+
+} // namespace
+
+SocketClaim::SocketClaim(std::string path) : path_(std::move(path)), lockPath_(path_ + ".lock") {
+    refusal_ = refusalOfPath();
+    if (refusal_.empty())
+        refusal_ = refusalOfLock();
+    if (refusal_.empty())
+        refusal_ = refusalOfSocket();
+}
+
+SocketClaim::~SocketClaim() {
+    if (!lock_)
+        return;
+    if (refusal_.empty())
+        ::unlink(path_.c_str());
+    ::unlink(lockPath_.c_str());
+}
+
+std::string SocketClaim::refusalOfPath() const {
+    if (path_.empty() || path_.size() > longestPath)
+        return "The path of the socket must have 1 to " + std::to_string(longestPath) + " bytes: " + path_;
+    const std::string folder = deleteLastPathComponent(path_);
+    if (!folder.empty() && !ensureFolder(folder))
+        return "The folder for the socket cannot be made: " + folder;
+    return {};
+}
+
+std::string SocketClaim::refusalOfLock() {
+    while (true) {
+        FileDescriptor lock(::open(lockPath_.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+        if (!lock)
+            return "The lock file " + lockPath_ + " cannot be opened: " + messageOf(errno);
+        if (::flock(lock.get(), LOCK_EX | LOCK_NB) != 0)
+            return "Another daemon" + ownerOf(lock.get()) + " already serves " + path_;
+        // Whoever had the lock before removed its file at the end: then this one is no longer the file of
+        // that name.
+        if (!isSameFile(lock.get(), lockPath_))
+            continue;
+        writeOwner(lock.get());
+        lock_ = std::move(lock);
+        return {};
+    }
+}
+
+std::string SocketClaim::refusalOfSocket() const {
+    struct stat status {};
+    if (::lstat(path_.c_str(), &status) != 0)
+        return errno == ENOENT ? "" : path_ + " cannot be used: " + messageOf(errno);
+    if (!S_ISSOCK(status.st_mode))
+        return path_ + " is no socket, and is left as it is";
+    switch (const int error = errorOfConnecting(path_)) {
+    case ECONNREFUSED: return {}; // left over from a process that is gone
+    case 0:
+    case EAGAIN: return "Another program already serves " + path_;
+    default: return path_ + " cannot be used: " + messageOf(error);
+    }
+}
+
+} // namespace kelvane

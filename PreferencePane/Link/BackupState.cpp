@@ -1,0 +1,154 @@
+#include "PreferencePane/Link/BackupState.h"
+
+#include "Support/DefaultsDB.h"
+#include "Support/Logging.h"
+
+#include <utility>
+
+namespace kelvane {
+namespace {
+
+constexpr std::chrono::milliseconds pollInterval(2000);
+
+} // namespace
+
+BackupState::BackupState(std::shared_ptr<MainLoop> mainLoop,
+                         std::shared_ptr<NotificationCenter> notifications,
+                         std::shared_ptr<const Bundle> bundle)
+    : mainLoop_(std::move(mainLoop)), notifications_(std::move(notifications)), bundle_(std::move(bundle)) {}
+
+BackupState::~BackupState() {
+    connectionObserver_ = {};
+    if (connection_)
+        connection_->stop();
+}
+
+void BackupState::onBegin() {
+    KelvaneCLog("BackupState:onBegin - opening connection");
+    if (connection_)
+        connection_->stop(); // it would keep itself, and its connection, for ever
+    connection_ = ConnectionController::create(mainLoop_, notifications_, bundle_, proxyDelegate_);
+    if (disableConnectTimer_)
+        connection_->disableConnectTimer();
+    connectionObserver_ =
+        notifications_->observe(std::string(KelvaneConnectionReadyChangedNotification), connection_.get(),
+                                [this](const Notification&) { daemonConnectionChangedNotification(); });
+    const auto connection = connection_; // an observer may end it at once
+    connection->start();
+}
+
+// The controller stops while it is still observed, so that the tabs hear of the end. It has left this object
+// by then: whoever hears of it may end once more, begin again, or drop this object.
+void BackupState::onEnd() {
+    statusTimer_.stop();
+    const auto observer = std::exchange(connectionObserver_, {});
+    if (const auto connection = std::exchange(connection_, nullptr))
+        connection->stop();
+}
+
+void BackupState::updateDaemonState() {
+    if (!connected())
+        return;
+    const std::weak_ptr<const void> presence = presence_;
+    Value state = query<"daemonState">();
+    if (presence.expired())
+        return;
+    if (!state.isDictionary())
+        state = {};
+    // Nothing equals an answer that is missing: it is always announced.
+    if (!state.isAbsent() && state == daemonState_)
+        return;
+    daemonState_ = state;
+    if (KelvaneLogEnabled())
+        KelvaneCLog("daemonState: %@", daemonState_);
+    notifications_->post(KelvaneBackupStateChangedNotification, this, std::move(state));
+}
+
+void BackupState::daemonConnectionChangedNotification() {
+    const bool isConnected = connected();
+    if (!isConnected)
+        statusTimer_.stop();
+    const std::weak_ptr<const void> presence = presence_;
+    notifications_->post(KelvaneBackupStateConnectionChangedNotification, this);
+    // An observer that asked the daemon may have found the link gone.
+    if (presence.expired() || !isConnected || !connected() || !wantsStateChangedNotifications_)
+        return;
+    statusTimer_ = mainLoop_->schedule(pollInterval, MainLoop::Repeat::Always, [this] { onStatusTimer(); });
+    updateDaemonState();
+}
+
+bool BackupState::isQuotaLimited() const {
+    const bool kept = DefaultsDB::intProperty(statekey::isQuotaLimited) == 1;
+    const bool wasKept = DefaultsDB::lastReadOK();
+    if (!connected())
+        return wasKept && kept;
+    const bool limited = flag(statekey::isQuotaLimited);
+    if (!wasKept || kept != limited)
+        DefaultsDB::setIntProperty(limited ? 1 : 0, statekey::isQuotaLimited);
+    return limited;
+}
+
+std::string BackupState::serverURL() const {
+    return proxyOrCacheString("serverURL", "lastServerURLStr");
+}
+
+Value BackupState::computerNumber() const {
+    return proxyOrCacheInt("computerNumber", "lastComputerNumberInt");
+}
+
+std::string BackupState::skinId() const {
+    return proxyOrCacheStringWithArg("stringValueForProfileKey:", "SkinId", "lastSkinIdStr");
+}
+
+std::string BackupState::userEmail() const {
+    return proxyOrCacheString("userEmail", "lastAcctEmailStr");
+}
+
+void BackupState::setBackupControl(std::uint32_t flags, bool turnOff) {
+    if (const auto daemon = proxy())
+        daemon->invoke("setBackupControl:turnOff:", {flags, turnOff});
+}
+
+std::int32_t BackupState::intValueForProfileKey(const std::string& key) const {
+    const auto daemon = proxy();
+    return daemon ? daemon->invoke("intValueForProfileKey:", {key}).int32Value() : 0;
+}
+
+void BackupState::setValueForProfileKey(const std::string& key, std::uint32_t withUnsigned) {
+    KelvaneSystemLog("%s: %@ = %u", "-[BackupState setValueForProfileKey:withUnsigned:]", key, withUnsigned);
+    if (const auto daemon = proxy())
+        daemon->invoke("setValueForProfileKey:withUnsigned:", {key, withUnsigned});
+}
+
+std::string BackupState::proxyOrCacheString(std::string_view selector, std::string_view forItem) const {
+    return proxyOrCacheStringWithArg(selector, {}, forItem);
+}
+
+std::string BackupState::proxyOrCacheStringWithArg(std::string_view selector, const Value& arg,
+                                                   std::string_view forItem) const {
+    const auto daemon = proxy();
+    if (!daemon)
+        return DefaultsDB::stringProperty(forItem).value_or(std::string());
+    const bool takesArgument = selector.find(':') != std::string_view::npos && !arg.isAbsent();
+    std::string result =
+        daemon->invoke(selector, takesArgument ? std::vector<Value>{arg} : std::vector<Value>{})
+            .stringValue();
+    if (DefaultsDB::stringProperty(forItem) != result)
+        DefaultsDB::setStringProperty(result, forItem);
+    return result;
+}
+
+Value BackupState::proxyOrCacheInt(std::string_view selector, std::string_view forItem) const {
+    const auto daemon = proxy();
+    if (!daemon)
+        return DefaultsDB::intProperty(forItem);
+    Value result = daemon->invoke(selector);
+    if (!result.isNumber())
+        result = 0;
+    const std::int32_t kept = DefaultsDB::intProperty(forItem);
+    if (!DefaultsDB::lastReadOK() || kept != result.int32Value())
+        DefaultsDB::setIntProperty(result.int32Value(), forItem);
+    return result;
+}
+
+} // namespace kelvane

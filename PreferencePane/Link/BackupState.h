@@ -1,0 +1,174 @@
+#pragma once
+
+#include "Common/StateKeys.h"
+#include "PreferencePane/Link/ConnectionController.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace kelvane {
+
+// Both with the BackupState as sender; the second carries the new state dictionary, nothing when the daemon
+// gave none.
+inline constexpr std::string_view KelvaneBackupStateConnectionChangedNotification =
+    "KelvaneBackupStateConnectionChangedNotification";
+inline constexpr std::string_view KelvaneBackupStateChangedNotification =
+    "KelvaneBackupStateChangedNotification";
+
+// The one facade over the daemon: owns the connection, polls the state dictionary every 2 s while connected
+// and announces each change, forwards commands and queries, and keeps a few account values for times without
+// a daemon. The getters stand below by where their answer comes from.
+//
+// Main thread only. A query blocks until the daemon answers, and the link may be lost meanwhile: when it was
+// found out by writing, the notification has been delivered before the query returns. An observer may call
+// `onEnd` or drop this object; what it interrupts then just ends. The proxy delegate is not owned.
+class BackupState {
+public:
+    BackupState(std::shared_ptr<MainLoop> mainLoop, std::shared_ptr<NotificationCenter> notifications,
+                std::shared_ptr<const Bundle> bundle);
+    // Closes the connection without telling anybody.
+    ~BackupState();
+    BackupState(const BackupState&) = delete;
+    BackupState& operator=(const BackupState&) = delete;
+
+    void setBundle(std::shared_ptr<const Bundle> bundle) { bundle_ = std::move(bundle); }
+    void setProxyDelegate(std::weak_ptr<InvocationTarget> delegate) { proxyDelegate_ = std::move(delegate); }
+    void setWantsStateChangedNotifications() { wantsStateChangedNotifications_ = true; }
+    void disableConnectTimer() { disableConnectTimer_ = true; }
+
+    void onBegin();
+    void onEnd();
+
+    [[nodiscard]] bool connected() const { return connection_ && connection_->connected(); }
+    [[nodiscard]] bool daemonReady() const { return connected(); }
+    // Null while disconnected.
+    [[nodiscard]] std::shared_ptr<KelvaneProxy> proxy() const {
+        return connected() ? connection_->proxy() : nullptr;
+    }
+    // Asks the daemon for its state dictionary and announces it when it is another one.
+    void updateDaemonState();
+
+    // From the last dictionary received, also while disconnected. A missing key reads as 0, false or absent.
+    [[nodiscard]] std::uint32_t backedUpFileCount() const { return number(statekey::backedUpFileCount); }
+    [[nodiscard]] bool backedUpFileCountAvailable() const { return has(statekey::backedUpFileCount); }
+    [[nodiscard]] std::uint64_t backedupFileSize() const { return byteCount(statekey::backedupFileSize); }
+    [[nodiscard]] bool backedupFileSizeAvailable() const { return has(statekey::backedupFileSize); }
+    [[nodiscard]] std::uint32_t pendingFileCount() const { return number(statekey::pendingFileCount); }
+    [[nodiscard]] bool pendingFileCountAvailable() const { return has(statekey::pendingFileCount); }
+    [[nodiscard]] std::uint64_t pendingFileSize() const { return byteCount(statekey::pendingFileSize); }
+    [[nodiscard]] bool pendingFileSizeAvailable() const { return has(statekey::pendingFileSize); }
+    [[nodiscard]] Value currentBackupFile() const { return daemonState_[statekey::currentBackupFile]; }
+    [[nodiscard]] Value currentRestoreFile() const { return daemonState_[statekey::currentRestoreFile]; }
+    [[nodiscard]] Value statusString() const { return daemonState_[statekey::statusString]; }
+    [[nodiscard]] std::uint32_t backupState() const { return number(statekey::backupState); }
+    [[nodiscard]] std::uint32_t currentRestoreJob() const { return number(statekey::currentRestoreJob); }
+    [[nodiscard]] bool isBackupNeeded() const { return flag(statekey::isBackupNeeded); }
+    [[nodiscard]] bool lowerPriorityMode() const { return flag(statekey::lowerPriorityMode); }
+    [[nodiscard]] bool paused() const { return flag(statekey::paused); }
+    [[nodiscard]] bool recoverMode() const { return flag(statekey::recoverMode); }
+    [[nodiscard]] std::uint32_t serviceState() const { return number(statekey::serviceState); }
+    [[nodiscard]] bool isOverQuota() const { return flag(statekey::isOverQuota); }
+    [[nodiscard]] std::uint32_t quotaMB() const { return number(statekey::quotaMB); }
+    [[nodiscard]] std::uint32_t quotaGB() const { return quotaMB() >> 10U; } // whole ones
+    [[nodiscard]] std::uint32_t getBackupControl() const { return number(statekey::backupControlFlags); }
+
+    // From the last dictionary while connected, else from the store.
+    [[nodiscard]] bool isQuotaLimited() const;
+
+    // From the daemon while connected, also when its answer is empty; else from the store.
+    [[nodiscard]] std::string serverURL() const;
+    [[nodiscard]] Value computerNumber() const; // a number
+    [[nodiscard]] std::string skinId() const;
+    [[nodiscard]] std::string userEmail() const;
+
+    // From the daemon; 0, false or absent while disconnected.
+    [[nodiscard]] bool automaticMode() const { return query<"automaticMode">(); }
+    [[nodiscard]] std::uint32_t pausedMinutes() const { return query<"pausedMinutes">(); }
+    [[nodiscard]] Value marketingMessage() const { return query<"marketingMessage">(); }
+    [[nodiscard]] Value dictionaryForPath(const std::string& path) const {
+        return query<"dictionaryForPath:">(path);
+    }
+    [[nodiscard]] Value dictionaryForPath(const std::string& path, bool withDirSizes) const {
+        return query<"dictionaryForPath:withDirSizes:">(path, withDirSizes);
+    }
+    [[nodiscard]] Value childrenDictionariesForPath(const std::string& path) const {
+        return query<"childrenDictionariesForPath:">(path);
+    }
+    [[nodiscard]] Value stringValueForProfileKey(const std::string& key) const {
+        return query<"stringValueForProfileKey:">(key);
+    }
+    [[nodiscard]] std::uint32_t getFileTypeToggle(const std::string& type) const {
+        return query<"getFileTypeToggle:">(type);
+    }
+
+    // To the daemon; dropped while disconnected.
+    void setLowerPriorityMode(bool lower) { command<"setLowerPriorityMode:">(lower); }
+    void setAutomaticMode(bool automatic) { command<"setAutomaticMode:">(automatic); }
+    void setPausedMinutes(std::uint32_t minutes) { command<"setPausedMinutes:">(minutes); }
+    void setRecoverMode(bool recover) { command<"setRecoverMode:">(recover); }
+    void setAccountOverQuotaTestingFlag(bool isOver) { command<"setAccountOverQuotaTestingFlag:">(isOver); }
+    void clearAccountOverQuotaTestingFlag() { command<"clearAccountOverQuotaTestingFlag">(); }
+    void setValueForProfileKey(const std::string& key, const std::string& withString) {
+        command<"setValueForProfileKey:withString:">(key, withString);
+    }
+    void addFileToBackup(const std::string& path) { command<"addFileToBackup:">(path); }
+    void removeFileFromBackup(const std::string& path) { command<"removeFileFromBackup:">(path); }
+    void setPriorityBackup(const std::string& path) { command<"setPriorityBackup:">(path); }
+    void setFileTypeToggle(const std::string& type, std::uint32_t toggle) {
+        command<"setFileTypeToggle:toggle:">(type, toggle);
+    }
+    void setAlertHandler() { command<"setAlertHandler">(); }
+    void endAlertHandler() { command<"endAlertHandler">(); }
+    void setStateHandler() { command<"setStateHandler">(); }
+    void endStateHandler() { command<"endStateHandler">(); }
+    void terminateDaemon() { command<"terminate">(); }
+
+    // Their methods are in no daemon's table: each throws UnknownSelector while connected.
+    void setBackupControl(std::uint32_t flags) { setBackupControl(flags, false); }
+    void setBackupControl(std::uint32_t flags, bool turnOff);
+    [[nodiscard]] std::int32_t intValueForProfileKey(const std::string& key) const;
+    void setValueForProfileKey(const std::string& key, std::uint32_t withUnsigned);
+
+private:
+    void onStatusTimer() { updateDaemonState(); }
+    void daemonConnectionChangedNotification();
+    [[nodiscard]] std::string proxyOrCacheString(std::string_view selector, std::string_view forItem) const;
+    [[nodiscard]] std::string proxyOrCacheStringWithArg(std::string_view selector, const Value& arg,
+                                                        std::string_view forItem) const;
+    [[nodiscard]] Value proxyOrCacheInt(std::string_view selector, std::string_view forItem) const;
+
+    [[nodiscard]] bool has(std::string_view key) const { return !daemonState_[key].isAbsent(); }
+    [[nodiscard]] bool flag(std::string_view key) const { return daemonState_[key].boolValue(); }
+    [[nodiscard]] std::uint32_t number(std::string_view key) const { return daemonState_[key].uint32Value(); }
+    [[nodiscard]] std::uint64_t byteCount(std::string_view key) const {
+        return daemonState_[key].uint64Value();
+    }
+
+    template <Selector selector, class... Arguments>
+    void command(const Arguments&... arguments) const {
+        if (const auto daemon = proxy())
+            daemon->call<selector>(arguments...);
+    }
+    template <Selector selector, class... Arguments>
+    [[nodiscard]] typename TypedMethod<selector>::Result query(const Arguments&... arguments) const {
+        const auto daemon = proxy();
+        return daemon ? daemon->call<selector>(arguments...) : typename TypedMethod<selector>::Result();
+    }
+
+    const std::shared_ptr<MainLoop> mainLoop_;
+    const std::shared_ptr<NotificationCenter> notifications_;
+    std::shared_ptr<ConnectionController> connection_;
+    NotificationCenter::Observer connectionObserver_;
+    Value daemonState_;
+    std::shared_ptr<const Bundle> bundle_;
+    Timer statusTimer_;
+    std::weak_ptr<InvocationTarget> proxyDelegate_;
+    bool wantsStateChangedNotifications_ = false;
+    bool disableConnectTimer_ = false;
+    // Ends with this object: by a weak pointer to it, what has called out sees whether it may go on.
+    const std::shared_ptr<const void> presence_ = std::make_shared<char>();
+};
+
+} // namespace kelvane

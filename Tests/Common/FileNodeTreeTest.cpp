@@ -1,0 +1,172 @@
+#include "Common/FileNode.h"
+#include "Foundation/Assertion.h"
+
+#include <gtest/gtest.h>
+
+namespace kelvane::tests {
+namespace {
+
+FileNodeRef add(const FileNodeRef& parent, std::string_view name, bool isDirectory = true) {
+    FileNodeRef node = KelvaneFileNode::create(name, isDirectory);
+    parent->addChild(node);
+    return node;
+}
+
+FileNodeRef newRoot(std::string_view path = "/") {
+    FileNodeRef root = KelvaneFileNode::create("the root", true);
+    root->setPath(path);
+    return root;
+}
+
+std::string names(const FileNodeList& nodes) {
+    std::string names;
+    for (const FileNodeRef& node : nodes)
+        names += node->fileName() + ' ';
+    return names;
+}
+
+} // namespace
+
+TEST(FileNodeTree, FindsNodesByExactNamesBelowTheRoot) {
+    const FileNodeRef root = newRoot();
+    const FileNodeRef a = add(root, "a");
+    const FileNodeRef first = add(a, "b");
+    add(a, "b");
+    a->addChild(KelvaneFileNode::create());
+    const std::pair<std::string_view, FileNodeRef> cases[] = {
+        {"/", root},         {"", root},      {"anything", root}, {"/a", a}, {"other//a/b/", first},
+        {"/a/b/c", nullptr}, {"/A", nullptr}, {"/b", nullptr}};
+    for (const auto& [path, node] : cases)
+        EXPECT_EQ(first->nodeAtPath(path), node) << path;
+    EXPECT_EQ(a->childWithName(""), nullptr) << "a node without a name has none to find it by";
+    EXPECT_EQ(first->root(), root);
+}
+
+TEST(FileNodeTree, KeepsAPathOnceItIsKnown) {
+    const FileNodeRef root = newRoot("/Volumes/Disk");
+    const FileNodeRef folder = add(root, "folder");
+    const FileNodeRef file = add(folder, "file");
+    EXPECT_EQ(file->path(), "/Volumes/Disk/folder/file");
+    add(root, "other")->addChild(file);
+    file->setFileName("renamed");
+    folder->setFileName("renamed");
+    EXPECT_EQ(file->path(), "/Volumes/Disk/folder/file");
+    EXPECT_EQ(folder->path(), "/Volumes/Disk/folder") << "it became known on the way";
+    EXPECT_EQ(file->parent()->path(), "/Volumes/Disk/other");
+    EXPECT_THROW(file->setPath("/elsewhere"), AssertionFailure) << "only a root is where one says";
+    EXPECT_EQ(add(newRoot("/"), "/a/")->path(), "/a");
+
+    const FileNodeRef pathless = KelvaneFileNode::create("/", true);
+    EXPECT_EQ(pathless->path() + add(pathless, "a")->path(), "");
+    pathless->setPath("/late");
+    EXPECT_EQ(pathless->children()[0]->path(), "/late/a");
+}
+
+TEST(FileNodeTree, RemovesEveryNodeOfThePath) {
+    const FileNodeRef root = newRoot();
+    for (const char* name : {"a", "b", "a", "c"})
+        add(root, name);
+    const FileNodeRef a = root->children()[0];
+    root->removeNodeAtPath("/a");
+    EXPECT_EQ(names(root->children()), "b c ");
+    EXPECT_EQ(a->parent(), root) << "it still knows where it was";
+    root->removeNodeAtPath("/gone");
+    root->removeNodeAtPath("/");
+    EXPECT_EQ(root->count(), 2U);
+
+    const FileNodeRef pathless = KelvaneFileNode::create("/", true);
+    add(pathless, "a");
+    pathless->removeNodeAtPath("/a");
+    EXPECT_EQ(pathless->count(), 1U) << "without a path it equals nothing, not even itself";
+}
+
+TEST(FileNodeTree, LeavesAHeldNodeWholeWhenItsTreeGoes) {
+    using Ending = void (*)(FileNodeRef & root);
+    const Ending endings[] = {[](FileNodeRef& root) { root.reset(); },
+                              [](FileNodeRef& root) { root->flush(); },
+                              [](FileNodeRef& root) { root->removeNodeAtPath("/a"); },
+                              [](FileNodeRef& root) {
+                                  root->initWithDictionary(Dictionary{{"children", Array{}}});
+                              }};
+    for (const Ending end : endings) {
+        FileNodeRef root = newRoot();
+        const FileNodeRef held = add(add(add(root, "a"), "b"), "c");
+        add(held, "child", false)->setSizeValue(7);
+        end(root);
+        EXPECT_EQ(held->path(), "/a/b/c");
+        EXPECT_EQ(held->parent(), nullptr);
+        EXPECT_EQ(held->root(), held);
+        EXPECT_EQ(held->sizeValue(), 7U);
+        EXPECT_EQ(held->children()[0]->path(), "/a/b/c/child");
+    }
+}
+
+TEST(FileNodeTree, AddsUpSizesAndTellsWhatItHolds) {
+    const FileNodeRef root = newRoot();
+    root->setSizeValue(10);
+    add(root, "Contents", false)->setSizeValue(5);
+    const FileNodeRef folder = add(root, "b");
+    folder->setSize(Value(3));
+    add(folder, "contents")->setSizeValue(4);
+    EXPECT_EQ(root->size(), Value(22));
+    const auto [directories, files] = folder->hasChildDirectoriesAndFiles();
+    EXPECT_TRUE(directories && !files);
+    EXPECT_TRUE(root->isBundle() && !folder->isBundle());
+}
+
+TEST(FileNodeTree, SortsEveryFolderStably) {
+    using Key = SortDescriptor::Key;
+    const FileNodeRef root = newRoot();
+    const FileNodeRef big = add(root, "big");
+    for (const char* name : {"z", "a"})
+        add(add(big, name), "x", false)->setSizeValue(100);
+    add(root, "b", false)->setSizeValue(7);
+    add(root, "c", false)->setBackupDate(Date{-5});
+    add(root, "\u00e9", false)->setVersion(2);
+    add(root, "a", false)->setDisplayName("\u00ea");
+    struct Case {
+        std::vector<SortDescriptor> descriptors;
+        std::string_view top;
+        std::string_view below;
+    };
+    const Case cases[] = {{{}, "big b c \u00e9 a ", "z a "},
+                          {{{Key::FileName}}, "a b big c \u00e9 ", "a z "},
+                          {{{Key::Size, false}}, "big b a c \u00e9 ", "a z "},
+                          {{{Key::IsDirectory, false}, {Key::FileName, false}}, "big \u00e9 c b a ", "z a "},
+                          {{{Key::BackupDate}}, "big \u00e9 b a c ", "z a "},
+                          {{{Key::Version, false}, {Key::DisplayName}}, "\u00e9 b big c a ", "a z "}};
+    for (const Case& each : cases) {
+        root->sortUsingDescriptors(each.descriptors);
+        EXPECT_EQ(names(root->children()), each.top);
+        EXPECT_EQ(names(big->children()), each.below);
+    }
+}
+
+// Each of these would overrun the stack if it went down one call a level.
+TEST(FileNodeTree, WorksAtAnyDepth) {
+    constexpr int depth = 100'000;
+    FileNodeRef root = newRoot();
+    FileNodeRef deepest = root;
+    for (int level = 0; level < depth; ++level) {
+        deepest = add(deepest, "d");
+        deepest->setSizeValue(1);
+    }
+    deepest->setIsDirectory(false);
+    deepest->setBackupDate(Date{1});
+    root->setSelected(1);
+    EXPECT_EQ(root->selectedChildren(true), FileNodeList{deepest});
+    EXPECT_EQ(root->deepestFullSelections(), FileNodeList{deepest->parent()});
+    deepest->setSelected(0);
+    EXPECT_EQ(root->selected(), 0);
+    EXPECT_EQ(root->sizeValue(), 100'000U);
+    const SortDescriptor bySize{SortDescriptor::Key::Size};
+    root->sortUsingDescriptors({&bySize, 1});
+
+    Value dictionary = root->recursiveDictionary();
+    EXPECT_EQ(KelvaneFileNode::createWithDictionary(dictionary)->sizeValue(), 100'000U);
+    dictionary = {};
+    root.reset();
+    EXPECT_EQ(deepest->path().size(), 2U * depth);
+}
+
+} // namespace kelvane::tests

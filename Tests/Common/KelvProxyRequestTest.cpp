@@ -1,0 +1,216 @@
+#include "Common/ClientTarget.h"
+#include "Common/Protocols.h"
+#include "Support/Logging.h"
+#include "Tests/Harness/LinkPair.h"
+#include "Tests/Harness/ManualLoop.h"
+
+#include <future>
+
+namespace kelvane::tests {
+namespace {
+
+constexpr MethodDescription methods[] = {
+    {"note:", "v24@0:8@16"},
+    {"add:to:", "q24@0:8i16i20"},
+    {"echo:", "@24@0:8@16"},
+    {"throw", "I16@0:8"},
+};
+
+// Answers the methods of a table with a function.
+class Target : public InvocationTarget {
+public:
+    Target(Protocol methods, std::function<void(Invocation&)> handler)
+        : methods_(methods), handler_(std::move(handler)) {}
+    [[nodiscard]] Protocol methods() const override { return methods_; }
+    void invoke(Invocation& invocation) override { handler_(invocation); }
+
+private:
+    const Protocol methods_;
+    const std::function<void(Invocation&)> handler_;
+};
+
+// The bytes of a request with its arguments as type and value in turn.
+std::string request(const char* selector, const Array& arguments = {}, const Value& count = {}) {
+    Array entries{0, "v", selector, count.isAbsent() ? Value(arguments.size() / 2) : count};
+    entries.insert(entries.end(), arguments.begin(), arguments.end());
+    return message(requestFrame, entries);
+}
+
+class KelvProxyRequest : public LinkTest {
+protected:
+    KelvProxyRequest() {
+        KelvaneLogStart("/");
+        proxy->setProtocol(KelvaneDaemonProtocol);
+        proxy->setDelegate(target);
+        proxy->setSocket(socket);
+    }
+    void TearDown() override {
+        proxy.reset();
+        LinkTest::TearDown();
+        loop->runPosted();
+        detail::logEnabled = false;
+    }
+    void run(Invocation& invocation) {
+        const std::string& selector = invocation.selector();
+        if (selector == "note:")
+            notes.add(invocation.argument(0).object());
+        else if (selector == "add:to:")
+            invocation.result().store<long long>(invocation.argument(0).load<int>() +
+                                                 invocation.argument(1).load<int>());
+        else if (selector == "echo:")
+            invocation.result().storeObject(invocation.argument(0).object());
+        else
+            throw std::runtime_error("on purpose");
+    }
+
+    Recorded<Value> notes;
+    Recorded<std::string> log;
+    const LogSinkToken sink = setLogSink([this](const LogEntry& entry) { log.add(entry.text); });
+    const std::shared_ptr<ManualLoop> loop = std::make_shared<ManualLoop>();
+    std::shared_ptr<Target> target =
+        std::make_shared<Target>(methods, [this](Invocation& call) { run(call); });
+    std::shared_ptr<KelvaneProxy> proxy = KelvaneProxy::create(loop);
+    RawPeer peer = peerOf(socket);
+};
+
+TEST_F(KelvProxyRequest, IsRunAndAnswered) {
+    const Value dictionary = Dictionary{{"a", Array{1, "two", 3.5, true}}};
+    const std::pair<std::string, Value> cases[] = {
+        {request("add:to:", {"i", 2, "i", -7}), -5},
+        {request("add:to:", {"s", 2, "q", 3}), 5},     // as the sender's types say
+        {request("add:to:", {"i", 2}), 2},             // too few: the rest reads as 0
+        {request("add:to:", {"i", "two", "i", 3}), 3}, // of another kind than its type says
+        {request("add:to:", {7, 2, "i", 3}, 0), 0},    // more entries than the count says
+        {request("echo:", {"@", dictionary}), dictionary},
+        {request("echo:", {"I", 5}), {}},
+        {request("echo:"), {}},
+        {request("throw"), 0},
+    };
+    for (const auto& [asked, answer] : cases) {
+        peer.send(asked);
+        const auto response = peer.receive();
+        ASSERT_TRUE(response);
+        EXPECT_EQ(response->first, responseFrame);
+        EXPECT_EQ(response->second, answer);
+    }
+    EXPECT_EQ(log.next(), "ERROR: KelvaneProxy processInvocationArgs caught exception: on purpose.");
+    proxy->setDelegate(target = std::make_shared<Target>(
+                           methods, [](Invocation& call) { call.result().storeObject("not \xff UTF-8"); }));
+    peer.send(request("echo:"));
+    EXPECT_EQ(peer.receive()->second, Value());
+    EXPECT_EQ(log.next().value_or("").substr(0, 30), "Failed to serialize response: ");
+}
+
+TEST_F(KelvProxyRequest, IsDroppedWithoutAnAnswerWhenItCannotRun) {
+    const std::string caught = "ERROR: KelvaneProxy processData caught exception: ";
+    const std::string lying =
+        "KelvaneProxy dropped a request that claims more arguments than it brings: echo:";
+    const std::pair<std::string, std::string> cases[] = {
+        {request("unknown:", {"@", "x"}), ""},
+        {message(requestFrame, Array{0, "v", "note:"}), ""},
+        {message(requestFrame, Array{0, "v", 7, 0}), ""},
+        {message(requestFrame, "echo:"), ""},
+        {frame(77, "of no known type"), ""},
+        {frame(requestFrame, ""), "Failed to unserialize request: "},
+        {frame(requestFrame, "bplist00 garbage"), "Failed to unserialize request: "},
+        {frame(responseFrame, "garbage"), "Failed to unserialize response: "},
+        {request("echo:", {"@", "x"}, 2), lying},
+        {request("echo:", {"@", "x"}, -1), lying},
+        {request("echo:", {"@", "x"}, UINT64_MAX), lying},
+        {request("echo:", {"@"}, 1), lying},
+        {request("echo:", {"r*", "x"}), caught + "Unknown argument type specifier: r."},
+        {request("echo:", {"@", "x", "@", "y"}), caught + "echo: takes fewer arguments."},
+    };
+    for (const auto& [bytes, text] : cases) {
+        peer.send(bytes + request("echo:", {"@", "afterwards"}));
+        EXPECT_EQ(peer.receive()->second, Value("afterwards")) << text;
+        EXPECT_EQ(text.empty() ? "" : log.next().value_or("").substr(0, text.size()), text);
+        EXPECT_EQ(log.count(), 0U) << text;
+    }
+}
+
+TEST_F(KelvProxyRequest, WaitsForTheMainThreadInOrderUnderOnePost) {
+    proxy->setCallDelegateOnMainThread(true);
+    peer.send(request("note:", {"@", 1}) + request("throw") + request("note:", {"@", 2}) +
+              message(responseFrame, 6));
+    EXPECT_EQ(proxy->call<"serviceState">(), 6U) << "while requests wait";
+    EXPECT_EQ(log.next(),
+              "ERROR: KelvaneProxy processData caught exception: invocation on main thread not allowed for "
+              "methods with non-zero return size.");
+    EXPECT_EQ(notes.count(), 0U);
+    EXPECT_EQ(loop->runPosted(), 1);
+    EXPECT_EQ(notes.next(), Value(1));
+    EXPECT_EQ(notes.next(), Value(2));
+
+    // What is queued when the link closes still runs, but nothing for a delegate that has gone.
+    peer.send(request("note:", {"@", 3}) + message(responseFrame, 6));
+    EXPECT_EQ(proxy->call<"serviceState">(), 6U);
+    proxy->close();
+    socket->close();
+    EXPECT_EQ(loop->runPosted(), 1);
+    EXPECT_EQ(notes.next(), Value(3));
+    const Data late = writeBinaryPropertyList(Array{0, "v", "note:", 1, "@", 4}).bytes;
+    proxy->processData(&late, requestFrame);
+    target.reset();
+    EXPECT_EQ(loop->runPosted(), 1);
+    EXPECT_EQ(notes.count(), 0U);
+}
+
+// Off the main thread a request waits for the call that is under way, whose answer comes on the very same
+// thread.
+TEST_F(KelvProxyRequest, ThatWaitsForACallIsEndedByClose) {
+    auto call = std::async(std::launch::async, [&] { return proxy->call<"serviceState">(); });
+    EXPECT_TRUE(peer.receive());
+    peer.send(request("note:", {"@", 1}) + message(responseFrame, 6));
+    EXPECT_EQ(call.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
+    socket->close();
+    EXPECT_EQ(call.get(), 0U);
+    EXPECT_TRUE(threadsEnd());
+}
+
+class Pane : public ClientTarget {
+public:
+    void fileChanged(const Value& path) override { heard.push_back(Array{"fileChanged:", path}); }
+    void filesChanged(const Value& paths) override { heard.push_back(Array{"filesChanged:", paths}); }
+    void folderChanged(const Value& path) override { heard.push_back(Array{"folderChanged:", path}); }
+    void foldersChanged(const Value& paths) override { heard.push_back(Array{"foldersChanged:", paths}); }
+    void stateChanged(std::uint32_t state) override { heard.push_back(Array{"stateChanged:", state}); }
+    void statesChanged(const Value& states) override { heard.push_back(Array{"statesChanged:", states}); }
+    void setAlertString(const Value& alert) override { heard.push_back(Array{"setAlertString:", alert}); }
+    void setAlertStrings(const Value& alerts) override { heard.push_back(Array{"setAlertStrings:", alerts}); }
+
+    Array heard;
+};
+
+// Two proxies: the daemon's calls back while it is answering, and in the pane that waits for the loop.
+TEST_F(KelvProxyRequest, RunsInBothDirections) {
+    const auto daemonProxy = KelvaneProxy::create();
+    const auto daemon = std::make_shared<Target>(KelvaneDaemonProtocol, [&](Invocation& invocation) {
+        for (const MethodDescription& method : KelvaneClientProtocol)
+            daemonProxy->invoke(method.selector, {8});
+        invocation.result().storeObject(Dictionary{{"serviceState", 8}});
+    });
+    daemonProxy->setProtocol(KelvaneClientProtocol);
+    daemonProxy->setDelegate(daemon);
+    const auto listener = KelvaneSocket::create();
+    listener->setSocketDelegate(fate);
+    ASSERT_TRUE(listener->listenAtPath(folder / "daemon"));
+    socket = KelvaneSocket::create();
+    ASSERT_TRUE(socket->connectToPath(folder / "daemon"));
+    daemonProxy->setSocket(fate->children.next().value_or(nullptr));
+
+    const auto pane = std::make_shared<Pane>();
+    proxy->setDelegate(pane);
+    proxy->setCallDelegateOnMainThread(true);
+    proxy->setSocket(socket);
+    EXPECT_EQ(proxy->call<"daemonState">(), Value(Dictionary{{"serviceState", 8}}));
+    EXPECT_TRUE(pane->heard.empty());
+    EXPECT_EQ(loop->runPosted(), 1);
+    Array expected;
+    for (const MethodDescription& method : KelvaneClientProtocol)
+        expected.push_back(Array{method.selector, 8});
+    EXPECT_EQ(pane->heard, expected);
+}
+
+} // namespace
+} // namespace kelvane::tests

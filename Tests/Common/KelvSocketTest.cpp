@@ -1,0 +1,171 @@
+#include "Tests/Harness/LinkPair.h"
+#include "Tests/Harness/ManualLoop.h"
+
+#include <future>
+
+namespace kelvane::tests {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+using Delivery = RecordingDataDelegate::Delivery;
+using KelvSocket = LinkTest;
+
+TEST_F(KelvSocket, KeepsWhatArrivesUntilThereIsADataDelegate) {
+    const RawPeer peer = peerOf(socket);
+    peer.send(frame(1, "first") + frame(2, "") + frame(-3, "third"));
+    EXPECT_TRUE(eventually([&] { return peer.unread() < 200; }));
+    socket->setDataDelegate(data);
+    EXPECT_EQ(data->deliveries.next(), Delivery(1, "first"));
+    EXPECT_EQ(data->deliveries.next(), Delivery(2, std::nullopt));
+    EXPECT_EQ(data->deliveries.next(), Delivery(-3, "third"));
+}
+
+TEST_F(KelvSocket, PausesAfterGarbageAndNotAfterGoodFrames) {
+    socket->setSocketDelegate(fate);
+    socket->setDataDelegate(data);
+    const RawPeer peer = peerOf(socket);
+    EXPECT_EQ(fate->events.next(), "connected");
+    const auto start = Clock::now();
+    for (int number = 0; number < 100; ++number)
+        peer.send(frame(number, ""));
+    for (int number = 0; number < 100; ++number)
+        ASSERT_EQ(data->deliveries.next(), Delivery(number, std::nullopt));
+    EXPECT_LT(Clock::now() - start, 5s); // and not 100 times 0.1 s
+
+    const auto garbage = Clock::now();
+    peer.send(std::string(72, '#') + frame(1, "found again"));
+    EXPECT_EQ(data->deliveries.next(), Delivery(1, "found again"));
+    EXPECT_GE(Clock::now() - garbage, 200ms);
+    EXPECT_EQ(fate->events.count(), 0U) << "garbage is no failure";
+}
+
+TEST_F(KelvSocket, ReportsAFailedReadUntilItIsClosed) {
+    Recorded<std::string> order;
+    data->onData = [&] { order.add("data"); };
+    fate->onEvent = [&](const std::string& event, KelvaneSocket&) { order.add(event); };
+    socket->setDataDelegate(data);
+    socket->setSocketDelegate(fate);
+    RawPeer peer = peerOf(socket);
+    EXPECT_EQ(order.next(), "connected");
+    const auto lost = Clock::now();
+    peer.send(frame(1, "", -1) + frame(1, "still there"));
+    EXPECT_EQ(data->deliveries.next(), Delivery(0, std::nullopt));
+    EXPECT_GE(Clock::now() - lost, 1s);
+    EXPECT_EQ(data->deliveries.next(), Delivery(1, "still there"));
+    peer.hangUp();
+    for (const char* told : {"data", "failed", "data", "data", "failed", "data", "failed"})
+        EXPECT_EQ(order.next(), told);
+    EXPECT_GE(Clock::now() - lost, 3200ms);
+    EXPECT_EQ(data->deliveries.next(), Delivery(0, std::nullopt));
+    socket->close();
+}
+
+TEST_F(KelvSocket, TriesAgainWithTheSameObjectAndNeverBlocks) {
+    const std::string path = folder / "socket";
+    EXPECT_FALSE(socket->sendInt(1)) << "without a descriptor";
+    EXPECT_FALSE(socket->connectToPath(path));
+    const RawPeer listener;
+    ASSERT_TRUE(listener.listen(path, 0));
+    std::vector<std::shared_ptr<KelvaneSocket>> others;
+    do // until the backlog is full
+        others.push_back(KelvaneSocket::create());
+    while (others.back()->connectToPath(path) && others.size() < 100);
+    EXPECT_LT(others.size(), 100U);
+    EXPECT_FALSE(socket->connectToPath(path));
+    const RawPeer first = listener.accept();
+    EXPECT_TRUE(socket->connectToPath(path));
+    EXPECT_FALSE(socket->connectToPath(path)) << "connected already";
+    EXPECT_TRUE(socket->sendString("x"));
+}
+
+TEST_F(KelvSocket, CutsItsPathTo103Bytes) {
+    const std::string path = folder / std::string(120, 'p');
+    const RawPeer listener;
+    ASSERT_TRUE(listener.listen(path.substr(0, 103)));
+    EXPECT_TRUE(socket->connectToPath(path));
+    const auto listening = KelvaneSocket::create();
+    ASSERT_TRUE(listening->listenAtPath(path)) << "in the place of what was there";
+    EXPECT_TRUE(RawPeer().connect(path.substr(0, 103)));
+    EXPECT_FALSE(KelvaneSocket::create()->listenAtPath(folder / "no such folder/socket"));
+}
+
+TEST_F(KelvSocket, TellsAReplacedDelegateThatItFailed) {
+    socket->setSocketDelegate(fate);
+    socket->setSocketDelegate(fate);
+    EXPECT_EQ(fate->events.count(), 0U);
+    const auto second = std::make_shared<RecordingSocketDelegate>();
+    socket->setSocketDelegate(second);
+    EXPECT_EQ(fate->events.next(), "failed");
+    EXPECT_EQ(second->events.count(), 0U);
+    socket->close();
+    EXPECT_EQ(second.use_count(), 1) << "let go by close";
+    EXPECT_EQ(assertionOf([&] { socket->setSocketDelegate(nullptr); }),
+              "Setting delegate to NULL (Common/KelvSocket:559)");
+    EXPECT_EQ(assertionOf([&] { socket->setDataDelegate(nullptr); }),
+              "Setting result delegate to NULL (Common/KelvSocket:575)");
+}
+
+TEST_F(KelvSocket, ReplacesADataDelegateBetweenDeliveriesOnly) {
+    const RawPeer peer = peerOf(socket);
+    const auto second = std::make_shared<RecordingDataDelegate>();
+    std::promise<void> mayEnd;
+    data->onData = [&, ended = mayEnd.get_future().share()] { ended.wait(); };
+    second->onData = [&] { socket->setDataDelegate(data); }; // from inside its own delivery
+    socket->setDataDelegate(data);
+    peer.send(frame(1, "") + frame(2, "") + frame(3, ""));
+    EXPECT_EQ(data->deliveries.next(), Delivery(1, std::nullopt));
+    const auto replaced = std::async(std::launch::async, [&] { socket->setDataDelegate(second); });
+    EXPECT_EQ(replaced.wait_for(20ms), std::future_status::timeout);
+    mayEnd.set_value();
+    replaced.wait();
+    EXPECT_TRUE(eventually([&] { return data->deliveries.count() + second->deliveries.count() == 2; }));
+    socket->close();
+}
+
+TEST_F(KelvSocket, SpeaksToItsDelegateOnTheMainThreadExceptAboutWrites) {
+    EXPECT_THROW(socket->setCallDelegateOnMainThread(true), AssertionFailure) << "has no loop";
+    const auto loop = std::make_shared<ManualLoop>();
+    socket = KelvaneSocket::create(loop);
+    socket->setCallDelegateOnMainThread(true);
+    socket->setSocketDelegate(fate);
+    socket->setDataDelegate(data);
+    RawPeer peer = peerOf(socket);
+    peer.send(frame(1, ""));
+    EXPECT_TRUE(data->deliveries.next());
+    EXPECT_EQ(fate->events.count(), 0U);
+    EXPECT_EQ(loop->runPosted(), 1);
+    EXPECT_EQ(fate->events.next(), "connected");
+
+    peer.hangUp();
+    EXPECT_FALSE(socket->sendInt(1));
+    EXPECT_EQ(fate->events.next(), "failed") << "at once, on the thread that wrote";
+    socket->close();
+    EXPECT_TRUE(threadsEnd());
+    loop->runPosted();
+}
+
+TEST_F(KelvSocket, KeepsTheBytesOfOneWriteTogether) {
+    socket->setSendTimeout(60s);
+    RawPeer peer = peerOf(socket);
+    const auto send = [&](std::uint8_t letter) { EXPECT_TRUE(socket->sendData(Data(1U << 20U, letter))); };
+    const auto first = std::async(std::launch::async, send, 1);
+    const auto second = std::async(std::launch::async, send, 2);
+    Data received(2U << 20U);
+    ASSERT_GT(peer.readBytes(2 << 20, received.data()), 0);
+    const auto middle = received.begin() + (1 << 20);
+    EXPECT_EQ(std::count(received.begin(), middle, received.front()), 1 << 20);
+    EXPECT_EQ(std::count(middle, received.end(), received.front()), 0);
+}
+
+TEST_F(KelvSocket, GivesUpAWriteThatFindsNoRoomInTime) {
+    socket->setSendTimeout(50ms);
+    socket->setSocketDelegate(fate);
+    const RawPeer peer = peerOf(socket);
+    EXPECT_EQ(fate->events.next(), "connected");
+    EXPECT_FALSE(socket->sendData(Data(8U << 20U)));
+    EXPECT_EQ(fate->events.next(), "failed");
+}
+
+} // namespace
+} // namespace kelvane::tests

@@ -1,0 +1,103 @@
+#pragma once
+
+#include "Common/KelvProxy.h"
+#include "Tests/Harness/DaemonWorld.h"
+
+#include <condition_variable>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace kelvane::tests {
+
+struct ReceivedCall {
+    std::string selector;
+    Array arguments; // numbers as the method's types have them
+
+    friend bool operator==(const ReceivedCall&, const ReceivedCall&) = default;
+};
+
+// A backup daemon as a test wants it: listens at a path, with a KelvaneProxy for each pane, answers the whole
+// method table from a DaemonWorld and records every call. It can be told to answer otherwise, wrongly, late
+// or never, and to call its panes.
+//
+// Any thread may call any operation. Requests run on their pane's receive thread, and so do the functions
+// given to `answerWith`. Those may use everything here: what they send to panes goes out before the answer,
+// and after `stop` or `closePanes` there is none. A call to the panes from another thread waits for the
+// request that a pane is just answering.
+//
+// When it goes, its connections, its threads and the socket's file have gone; everything that is held is let
+// go.
+class FakeDaemon {
+public:
+    explicit FakeDaemon(std::string path, DaemonWorld world = {});
+    ~FakeDaemon();
+    FakeDaemon(const FakeDaemon&) = delete;
+    FakeDaemon& operator=(const FakeDaemon&) = delete;
+
+    // False when it cannot listen.
+    [[nodiscard]] bool start();
+    // As if its process had died, but without a stale file: panes find nobody until the next `start`.
+    void stop();
+    // Listens on.
+    void closePanes();
+    // False when the number of panes does not come true within ten seconds of real time.
+    [[nodiscard]] bool waitForPanes(std::size_t count);
+
+    [[nodiscard]] DaemonWorld world() const;
+    void changeWorld(const std::function<void(DaemonWorld&)>& change);
+    void setState(std::string_view key, Value value);
+
+    using Answer = std::function<Value(const Array& arguments)>;
+    // Instead of the world's answer, and exactly as it is, of whatever kind; an absent one makes an empty
+    // response.
+    void answer(const std::string& selector, Value value);
+    void answerWith(const std::string& selector, Answer answer);
+    // A response that is no property list.
+    void answerWithGarbage(const std::string& selector);
+    void answerAsUsual(const std::string& selector);
+    // Calls of the selector ("" for all) get no answer while the token lives. Must not outlive the daemon.
+    using Hold = std::shared_ptr<void>;
+    [[nodiscard]] Hold hold(const std::string& selector);
+
+    // Throws as KelvaneProxy does when KelvaneClientProtocol has no such method or the arguments do not fit.
+    void callPanes(std::string_view selector, const std::vector<Value>& arguments);
+    // Bytes that need not be a frame.
+    void sendToPanes(const Data& bytes);
+
+    [[nodiscard]] std::vector<ReceivedCall> calls() const;
+    [[nodiscard]] std::size_t callCount(std::string_view selector) const;
+    void forgetCalls();
+    // False when so many calls do not come within ten seconds of real time.
+    [[nodiscard]] bool waitForCalls(std::string_view selector, std::size_t count = 1);
+
+private:
+    class Pane;
+    class Listener;
+
+    void addPane(const std::shared_ptr<KelvaneSocket>& socket);
+    void closePane(Pane& pane);
+    [[nodiscard]] Value answerTo(Pane& pane, const std::string& selector, const Array& arguments);
+    [[nodiscard]] std::vector<std::shared_ptr<Pane>> panes() const;
+    [[nodiscard]] std::size_t count(std::string_view selector) const;
+
+    const std::string path_;
+
+    // Guards what follows; never held while sending, answering or closing.
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    DaemonWorld world_;
+    std::map<std::string, Answer, std::less<>> answers_;
+    std::set<std::string, std::less<>> garbage_;
+    std::multiset<std::string, std::less<>> held_;
+    std::vector<ReceivedCall> calls_;
+    std::shared_ptr<KelvaneSocket> listener_;
+    std::vector<std::shared_ptr<Pane>> panes_;
+    std::vector<std::weak_ptr<KelvaneSocket>> sockets_; // alive for as long as one of their threads is
+};
+
+} // namespace kelvane::tests

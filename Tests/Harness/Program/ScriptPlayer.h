@@ -1,0 +1,48 @@
+#pragma once
+
+#include "Platform/PollLoop.h"
+#include "Tests/Harness/FakeDaemon.h"
+
+#include <deque>
+#include <string>
+#include <string_view>
+
+namespace kelvane::tests {
+
+// Plays a script for a fake daemon: one JSON object a line, each done as soon as it comes unless an earlier
+// one waits.
+//
+//   {"state": {"paused": true}}                              changes entries of the state dictionary
+//   {"answer": "userEmail", "value": "a@example.net"}        what the method answers; nothing without a value
+//   {"garbage": "userEmail"}  {"usual": "userEmail"}         a broken answer; the world's own again
+//   {"callback": "fileChanged:", "arguments": ["/tmp/a"]}    calls every pane
+//   {"wait": 1.5}                                            seconds
+//   {"panes": "close"}  {"daemon": "stop"}  {"daemon": "start"}
+//   {"quit": 0}                                              ends the program with this status
+//
+// On the loop's thread. A line that cannot be done ends the loop with status 2, after its reason has been
+// written to standard error.
+class ScriptPlayer {
+public:
+    ScriptPlayer(FakeDaemon& daemon, PollLoop& loop) : daemon_(daemon), loop_(loop) {}
+
+    // Any part of the script; a line is taken when its end has come.
+    void add(std::string_view text);
+    // The last line needs no line feed.
+    void end();
+
+private:
+    void play();
+    [[nodiscard]] std::string perform(const Value& step);
+    [[nodiscard]] std::string callBack(const Value& step);
+    [[nodiscard]] std::string setAnswer(std::string_view kind, const Value& step);
+
+    FakeDaemon& daemon_;
+    PollLoop& loop_;
+    std::string unfinished_;
+    std::deque<std::string> lines_;
+    std::size_t lineNumber_ = 0;
+    Timer waiting_;
+};
+
+} // namespace kelvane::tests

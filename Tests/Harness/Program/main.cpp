@@ -1,0 +1,81 @@
+// kelvane-fake-daemon: a backup daemon that plays a script, for demos, screenshots and trying things out.
+
+#include "Platform/SignalWatch.h"
+#include "Platform/SpecialFolders.h"
+#include "Support/Logging.h"
+#include "Tests/Harness/Program/ScriptPlayer.h"
+
+#include <CLI/CLI.hpp>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <iostream>
+#include <poll.h>
+
+namespace kelvane::tests {
+namespace {
+
+struct Options {
+    std::string socket = defaultDaemonPath().value_or(std::string());
+    std::string script;
+    bool isEmpty = false;
+};
+
+// Feeds the script to the player as it comes, so that a pipe can go on giving orders.
+void readScript(PollLoop& loop, PollLoop::Watch& watch, int descriptor, ScriptPlayer& player) {
+    watch = loop.watchDescriptor(descriptor, POLLIN, [&watch, &player, descriptor] {
+        std::array<char, 4096> block{};
+        const ssize_t count = ::read(descriptor, block.data(), block.size());
+        if (count > 0)
+            return player.add({block.data(), static_cast<std::size_t>(count)});
+        if (count < 0 && (errno == EINTR || errno == EAGAIN))
+            return;
+        watch.stop();
+        player.end();
+    });
+}
+
+int serve(const Options& options) {
+    PollLoop loop;
+    const SignalWatch signals(loop, {SIGTERM, SIGINT}, [&loop](int) { loop.quit(); });
+    FakeDaemon daemon(options.socket, options.isEmpty ? DaemonWorld() : demoWorld());
+    daemon.answerWith("terminate", [&loop](const Array&) {
+        loop.quit();
+        return Value();
+    });
+    FileDescriptor file;
+    if (!options.script.empty() && options.script != "-") {
+        file.reset(::open(options.script.c_str(), O_RDONLY | O_CLOEXEC));
+        if (!file) {
+            std::cerr << "kelvane-fake-daemon: " << options.script << ": " << std::strerror(errno) << '\n';
+            return 2;
+        }
+    }
+    if (!daemon.start()) {
+        std::cerr << "kelvane-fake-daemon: cannot listen at " << options.socket << '\n';
+        return 1;
+    }
+    std::cout << "listening at " << options.socket << std::endl;
+    ScriptPlayer player(daemon, loop);
+    PollLoop::Watch watch;
+    if (!options.script.empty())
+        readScript(loop, watch, file ? file.get() : STDIN_FILENO, player);
+    return loop.run();
+}
+
+} // namespace
+} // namespace kelvane::tests
+
+int main(int argc, char** argv) {
+    kelvane::tests::Options options;
+    CLI::App app(
+        "A backup daemon that plays a script. Without one it shows a demo account until it is ended.");
+    app.add_option("--socket", options.socket, "Where panes find it")->capture_default_str();
+    app.add_option("--script", options.script, "JSON lines, \"-\" for standard input; see ScriptPlayer.h");
+    app.add_flag("--empty", options.isEmpty, "Know nothing instead of showing a demo account");
+    CLI11_PARSE(app, argc, argv);
+    kelvane::KelvaneLogStart();
+    return kelvane::tests::serve(options);
+}

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "Tests/Harness/FakeDaemon.h"
+#include "Tests/Harness/TemporaryFolder.h"
+#include "Tests/Tools/ChildProgram.h"
+
+#include <gtest/gtest.h>
+#include <memory>
+
+namespace kelvane::tests {
+
+// kelvanectl as a child process, with preferences of its own, beside a fake daemon at its socket.
+class Kelvanectl : public testing::Test {
+protected:
+    using Words = std::vector<std::string>;
+
+    [[nodiscard]] std::unique_ptr<ChildProgram> start(Words words, std::string_view input = {},
+                                                      const std::string& output = {}) const {
+        words.insert(words.begin(), KELVANECTL);
+        return std::make_unique<ChildProgram>(std::move(words), environment_, input, output);
+    }
+    [[nodiscard]] ChildProgram::Result run(Words words, std::string_view input = {}) const {
+        return start(std::move(words), input)->finish();
+    }
+
+    // Ended with this status and one line of reason, which holds `reason`.
+    static void expectFailure(const ChildProgram::Result& result, int status, std::string_view reason) {
+        EXPECT_EQ(result.status, status) << result.errors;
+        EXPECT_TRUE(result.errors.starts_with("kelvanectl: ")) << result.errors;
+        EXPECT_NE(result.errors.find(reason), std::string::npos) << result.errors;
+        EXPECT_EQ(result.errors.find('\n'), result.errors.size() - 1) << result.errors;
+    }
+
+    static DaemonWorld world() {
+        DaemonWorld world;
+        world.state = Dictionary{{"serviceState", 8U},
+                                 {"backedUpFileCount", 1U},
+                                 {"backedupFileSize", std::uint64_t{6442450944}},
+                                 {"pendingFileCount", 2U},
+                                 {"pendingFileSize", std::uint64_t{1000}},
+                                 {"currentBackupFile", "/home/anna/a\x1b[31m\nb"},
+                                 {"isQuotaLimited", true},
+                                 {"quotaMB", 2048U}};
+        world.values = Dictionary{{"userEmail", "anna@example.net"},
+                                  {"serverURL", "backup.example.net"},
+                                  {"computerNumber", 4711},
+                                  {"pausedMinutes", 0U},
+                                  {"automaticMode", true}};
+        return world;
+    }
+
+    const TemporaryFolder folder_;
+    const std::string socket_ = folder_ / "daemon.sock";
+    std::vector<std::string> environment_{"KELVANE_DAEMON=" + socket_,
+                                          "XDG_CONFIG_HOME=" + (folder_ / "config"),
+                                          "XDG_RUNTIME_DIR=" + folder_.path(), "TZ=UTC"};
+    FakeDaemon daemon_{socket_, world()};
+};
+
+} // namespace kelvane::tests

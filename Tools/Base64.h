@@ -1,0 +1,18 @@
+#pragma once
+
+#include "Foundation/Value.h"
+
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace kelvane {
+
+// The padded form with "+" and "/", without line breaks.
+[[nodiscard]] std::string base64FromData(std::span<const std::uint8_t> bytes);
+
+// None for a text that `base64FromData` does not make from any bytes.
+[[nodiscard]] std::optional<Data> dataFromBase64(std::string_view text);
+
+} // namespace kelvane

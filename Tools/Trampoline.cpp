@@ -1,0 +1,133 @@
+// kelvane-trampoline PID PROGRAM [launchagent|launchdaemon]
+//
+// Waits until the process PID has ended, then starts PROGRAM: without arguments, in a session of its own, in
+// "/", with nothing on its standard streams. Agent and daemon are started alike.
+//
+// Ends with 0 when PROGRAM has been started, 64 for arguments that make no sense, 69 when PROGRAM cannot be
+// executed, 71 when the system refuses something else.
+
+#include "Platform/FileDescriptor.h"
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <limits>
+#include <poll.h>
+#include <spawn.h>
+#include <string_view>
+#include <sys/syscall.h>
+#include <sysexits.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int pollingMilliseconds = 100;
+
+// 0 for what names no process.
+pid_t processId(std::string_view text) {
+    pid_t pid = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), pid);
+    return error == std::errc() && end == text.data() + text.size() && pid > 0 ? pid : 0;
+}
+
+bool isTargetType(std::string_view word) {
+    return word == "launchagent" || word == "launchdaemon";
+}
+
+bool isRunning(pid_t pid) {
+    return ::kill(pid, 0) == 0 || errno == EPERM;
+}
+
+void waitForEnd(pid_t pid) {
+    // Not by the C library's function: its header gives it C++ linkage.
+    const kelvane::FileDescriptor process(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
+    if (!process && errno == ESRCH)
+        return;
+    pollfd end{process.get(), POLLIN, 0};
+    while (process && ::poll(&end, 1, -1) < 0 && errno == EINTR) {
+    }
+    // Where the system gives no descriptor for a process. There, one that has ended but was not waited for by
+    // its parent counts as running.
+    while (!process && isRunning(pid))
+        ::poll(nullptr, 0, pollingMilliseconds);
+}
+
+// What the program starts with. The first error is kept.
+class SpawnSettings {
+public:
+    SpawnSettings() {
+        ::posix_spawn_file_actions_init(&files_);
+        ::posix_spawnattr_init(&attributes_);
+        keep(::posix_spawn_file_actions_addopen(&files_, STDIN_FILENO, "/dev/null", O_RDWR, 0));
+        keep(::posix_spawn_file_actions_adddup2(&files_, STDIN_FILENO, STDOUT_FILENO));
+        keep(::posix_spawn_file_actions_adddup2(&files_, STDIN_FILENO, STDERR_FILENO));
+        keep(::posix_spawn_file_actions_addchdir_np(&files_, "/"));
+        sigset_t signals;
+        ::sigfillset(&signals);
+        keep(::posix_spawnattr_setsigdefault(&attributes_, &signals));
+        ::sigemptyset(&signals);
+        keep(::posix_spawnattr_setsigmask(&attributes_, &signals));
+        keep(::posix_spawnattr_setflags(&attributes_,
+                                        POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK));
+    }
+    ~SpawnSettings() {
+        ::posix_spawn_file_actions_destroy(&files_);
+        ::posix_spawnattr_destroy(&attributes_);
+    }
+    SpawnSettings(const SpawnSettings&) = delete;
+    SpawnSettings& operator=(const SpawnSettings&) = delete;
+
+    [[nodiscard]] int error() const { return error_; }
+    [[nodiscard]] const posix_spawn_file_actions_t* files() const { return &files_; }
+    [[nodiscard]] const posix_spawnattr_t* attributes() const { return &attributes_; }
+
+private:
+    void keep(int error) {
+        if (error_ == 0)
+            error_ = error;
+    }
+
+    posix_spawn_file_actions_t files_{};
+    posix_spawnattr_t attributes_{};
+    int error_ = 0;
+};
+
+int report(int status, const char* step, const char* program, int error) {
+    std::fprintf(stderr, "kelvane-trampoline: %s %s: %s\n", step, program, std::strerror(error));
+    return status;
+}
+
+int start(char* program) {
+    const SpawnSettings settings;
+    if (settings.error() != 0)
+        return report(EX_OSERR, "cannot prepare", program, settings.error());
+    const std::array<char*, 2> arguments{program, nullptr};
+    pid_t started = 0;
+    const int error =
+        ::posix_spawn(&started, program, settings.files(), settings.attributes(), arguments.data(), environ);
+    if (error == 0)
+        return EXIT_SUCCESS;
+    const bool isOutOfResources = error == EAGAIN || error == ENOMEM || error == EMFILE || error == ENFILE;
+    return report(isOutOfResources ? EX_OSERR : EX_UNAVAILABLE, "cannot start", program, error);
+}
+
+} // namespace
+
+int main(int count, char** arguments) {
+    const pid_t pid = count >= 2 ? processId(arguments[1]) : 0;
+    if (pid == 0 || count < 3 || count > 4 || (count == 4 && !isTargetType(arguments[3]))) {
+        std::fputs("usage: kelvane-trampoline PID PROGRAM [launchagent|launchdaemon]\n", stderr);
+        return EX_USAGE;
+    }
+    // Out of the caller's terminal, whose closing would end this. Fails only for a leader, which has left
+    // already.
+    ::setsid();
+    waitForEnd(pid);
+    return start(arguments[2]);
+}

@@ -1,0 +1,80 @@
+#include "Common/Protocols.h"
+#include "Tools/JsonPropertyList.h"
+#include "Tools/kelvanectl/CallArguments.h"
+#include "Tools/kelvanectl/Commands.h"
+#include "Tools/kelvanectl/JsonText.h"
+#include "Tools/kelvanectl/Session.h"
+#include "Tools/kelvanectl/Terminal.h"
+
+#include <nlohmann/json.hpp>
+
+namespace kelvane::ctl {
+namespace {
+
+struct Call {
+    std::string selector;
+    MethodSignature signature;
+    std::vector<Value> arguments;
+};
+
+// Taken raw: an argument may look like an option.
+Call callFromWords(const std::vector<std::string>& words) {
+    if (words.empty())
+        throw CLI::RequiredError("SELECTOR");
+    const std::string& selector = words.front();
+    const MethodDescription* method = findMethod(KelvaneDaemonProtocol, selector);
+    if (!method)
+        throw CLI::ValidationError("the daemon has no method \"" + selector + '"',
+                                   CLI::ExitCodes::ValidationError);
+    Call call{selector, MethodSignature::fromTypes(method->types), {}};
+    const std::size_t given = words.size() - 1;
+    if (given != call.signature.argumentCount)
+        throw CLI::ValidationError(selector, "takes " + std::to_string(call.signature.argumentCount) +
+                                                 " arguments, not " + std::to_string(given));
+    for (std::size_t index = 0; index < given; ++index) {
+        ArgumentReading argument = argumentFromText(call.signature.argumentTypes[index], words[index + 1]);
+        if (!argument.error.empty())
+            throw CLI::ValidationError(selector,
+                                       "argument " + std::to_string(index + 1) + ": " + argument.error);
+        call.arguments.push_back(std::move(argument.value));
+    }
+    return call;
+}
+
+bool isVoid(const Call& call) {
+    return call.signature.returnLength() == 0;
+}
+
+// Zero and nothing are also what a call answers whose link is lost, and a command has no answer of its own.
+bool needsConfirmation(const Call& call, const Value& result) {
+    const bool endsTheDaemon = call.selector == "terminate"; // it need not answer any more
+    return isVoid(call) ? !endsTheDaemon : result.isAbsent() || (result.isNumber() && !result.boolValue());
+}
+
+nlohmann::ordered_json resultJson(const Call& call, const Value& result) {
+    if (call.signature.returnType == "c") // a yes or no throughout the table
+        return result.boolValue();
+    return jsonFromPropertyList(result);
+}
+
+} // namespace
+
+ExitStatus runCall(CommandLine& line) {
+    if (!line.arguments().empty() &&
+        (line.arguments().front() == "--help" || line.arguments().front() == "-h"))
+        throw CLI::CallForHelp();
+    const Call call = callFromWords(line.arguments());
+    Session session(line);
+    if (!session.connect())
+        return complain(ExitStatus::Unreachable, session.failure());
+    const Value result = session.state().proxy()->invoke(call.selector, call.arguments);
+    const bool isAnswered = needsConfirmation(call, result) ? session.confirm()
+                            : isVoid(call)                  ? session.stands()
+                                                            : true;
+    if (!isAnswered)
+        return complain(ExitStatus::Unreachable, session.failure());
+    return isVoid(call) ? ExitStatus::Success
+                        : finishWith(jsonText(resultJson(call, result), line.settings().json));
+}
+
+} // namespace kelvane::ctl

@@ -1,0 +1,77 @@
+#include "Tools/kelvanectl/Session.h"
+
+#include "Tools/kelvanectl/RunPosted.h"
+#include "Tools/kelvanectl/Terminal.h"
+
+namespace kelvane::ctl {
+
+Session::Session(const CommandLine& line)
+    : daemonPath_(line.daemonPath()),
+      timeout_(line.settings().timeout),
+      bundle_(std::make_shared<const Bundle>(Value(Dictionary{{"DaemonPath", daemonPath_}}))),
+      state_(loop_, notifications_, bundle_) {
+    connectionObserver_ =
+        notifications_->observe(std::string(KelvaneBackupStateConnectionChangedNotification), &state_,
+                                [this](const Notification&) { connectionChanged(); });
+    deadline_ = deadlineLoop_.schedule(timeout_, MainLoop::Repeat::Once, [this] { expire(); });
+    deadlineThread_ = std::thread([this] { deadlineLoop_.run(); });
+}
+
+Session::~Session() {
+    deadlineLoop_.quit();
+    deadlineThread_.join();
+    end();
+}
+
+bool Session::connect() {
+    state_.onBegin();
+    loop_->run(); // until connected or out of time
+    return stands();
+}
+
+bool Session::confirm() {
+    // A failure that the last call took for its answer is not known here yet; it cannot answer the second one
+    // as well without having been reported.
+    for (int attempt = 0; attempt < 2 && stands(); ++attempt) {
+        const bool answered = state_.proxy()->call<"daemonState">().isDictionary();
+        runPosted(*loop_);
+        if (answered)
+            break;
+    }
+    return stands();
+}
+
+void Session::end() {
+    connectionObserver_ = {};
+    state_.onEnd();
+    runPosted(*loop_);
+}
+
+std::string Session::failure() const {
+    const std::string daemon = "the daemon at " + daemonPath_;
+    if (!connectedOnce_)
+        return daemon + " cannot be reached within " + durationText(timeout_);
+    if (lost_)
+        return "the connection to " + daemon + " was lost";
+    return daemon + " did not answer within " + durationText(timeout_);
+}
+
+void Session::connectionChanged() {
+    if (state_.connected()) {
+        breaker_.setProxy(state_.proxy());
+        connectedOnce_ = true;
+    } else if (connectedOnce_) {
+        lost_ = true;
+    }
+    loop_->quit();
+}
+
+// On the thread of the deadline. A proxy that is set too late to be broken is never called: whoever set it
+// looks at `expired_` before.
+void Session::expire() {
+    expired_ = true;
+    breaker_.breakLink();
+    loop_->quit();
+}
+
+} // namespace kelvane::ctl

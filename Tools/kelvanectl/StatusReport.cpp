@@ -1,0 +1,187 @@
+#include "Tools/kelvanectl/StatusReport.h"
+
+#include "Support/ServiceStates.h"
+#include "Tools/kelvanectl/Terminal.h"
+
+#include <array>
+#include <nlohmann/json.hpp>
+
+namespace kelvane::ctl {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+struct ModeName {
+    const char* word;
+    const char* text;
+};
+constexpr std::array<ModeName, 4> modeNames{
+    {{"enabled", "Enabled"}, {"paused", "Paused"}, {"recover", "Recover"}, {"disabled", "Disabled"}}};
+
+const ModeName& nameOf(DaemonMode mode) {
+    return modeNames.at(static_cast<std::size_t>(mode));
+}
+
+// Rows of a label and a text, the texts under each other.
+class Rows {
+public:
+    void add(std::string_view label, const std::string& text) {
+        constexpr std::size_t column = 16;
+        text_ += label;
+        text_.append(column - label.size(), ' ');
+        text_ += printable(text) + '\n';
+    }
+    void addIfAny(std::string_view label, const std::string& text) {
+        if (!text.empty())
+            add(label, text);
+    }
+    void addKnown(std::string_view label, const std::string& text) {
+        add(label, text.empty() ? "not known" : text);
+    }
+    void addHeading(std::string_view text) { text_ += '\n' + std::string(text) + '\n'; }
+
+    [[nodiscard]] std::string take() { return std::move(text_); }
+
+private:
+    std::string text_;
+};
+
+std::string textOf(const StatusReport::Amount& amount) {
+    std::string text;
+    if (amount.files)
+        text = std::to_string(*amount.files) + (*amount.files == 1 ? " file" : " files");
+    if (amount.bytes)
+        text += (text.empty() ? "" : ", ") + sizeText(*amount.bytes);
+    return text;
+}
+
+std::string modeText(const StatusReport& report) {
+    std::string text = nameOf(report.mode).text;
+    if (report.mode == DaemonMode::Paused)
+        text += " (" + std::to_string(report.pausedMinutes) + " minutes left)";
+    return text;
+}
+
+std::string serviceStateText(const StatusReport& report) {
+    const std::string& name = report.serviceStateText;
+    return std::to_string(report.serviceState) + (name.empty() ? "" : " (" + name + ")");
+}
+
+std::string restoreText(const StatusReport& report) {
+    if (report.currentRestoreJob == 0)
+        return report.currentRestoreFile;
+    return "job " + std::to_string(report.currentRestoreJob) +
+           (report.currentRestoreFile.empty() ? "" : ", " + report.currentRestoreFile);
+}
+
+std::string quotaText(const StatusReport& report) {
+    const bool wasNeverReached = !report.connected && report.userEmail.empty();
+    if (!report.isQuotaLimited)
+        return wasNeverReached ? "" : "not limited";
+    if (!report.connected)
+        return "limited";
+    return "limited to " + std::to_string(report.quotaMB) + " MB" + (report.isOverQuota ? ", exceeded" : "");
+}
+
+void addAccount(Rows& rows, const StatusReport& report) {
+    rows.addKnown("Account", report.userEmail);
+    rows.addKnown("Computer", report.computerNumber == 0 ? "" : std::to_string(report.computerNumber));
+    rows.addKnown("Server", report.serverURL);
+    rows.addIfAny("Skin", report.skinId);
+    rows.addKnown("Quota", quotaText(report));
+}
+
+template <class Number>
+std::optional<Number> ifAvailable(bool available, Number number) {
+    return available ? std::optional(number) : std::nullopt;
+}
+
+template <class Number>
+Json jsonOf(const std::optional<Number>& number) {
+    return number ? Json(*number) : Json();
+}
+
+void addLiveValues(Json& json, const StatusReport& report) {
+    json["pausedMinutes"] = report.pausedMinutes;
+    json["serviceState"] = report.serviceState;
+    json["serviceStateText"] = report.serviceStateText;
+    json["backedUpFileCount"] = jsonOf(report.backedUp.files);
+    json["backedupFileSize"] = jsonOf(report.backedUp.bytes);
+    json["pendingFileCount"] = jsonOf(report.pending.files);
+    json["pendingFileSize"] = jsonOf(report.pending.bytes);
+    json["currentBackupFile"] = report.currentBackupFile;
+    json["currentRestoreFile"] = report.currentRestoreFile;
+    json["currentRestoreJob"] = report.currentRestoreJob;
+    json["statusString"] = report.statusString;
+    json["lowerPriorityMode"] = report.lowerPriorityMode;
+    json["isOverQuota"] = report.isOverQuota;
+    json["quotaMB"] = report.quotaMB;
+}
+
+} // namespace
+
+StatusReport statusReport(const BackupState& state, const Bundle& bundle, std::string daemonPath) {
+    StatusReport report;
+    report.daemonPath = std::move(daemonPath);
+    report.connected = state.connected();
+    report.pausedMinutes = state.pausedMinutes();
+    report.mode = daemonMode(report.pausedMinutes, state.recoverMode(), report.connected);
+    report.serviceState = state.serviceState();
+    report.serviceStateText =
+        stringForKelvaneServiceState(static_cast<std::int32_t>(report.serviceState), bundle);
+    report.backedUp = {ifAvailable(state.backedUpFileCountAvailable(), state.backedUpFileCount()),
+                       ifAvailable(state.backedupFileSizeAvailable(), state.backedupFileSize())};
+    report.pending = {ifAvailable(state.pendingFileCountAvailable(), state.pendingFileCount()),
+                      ifAvailable(state.pendingFileSizeAvailable(), state.pendingFileSize())};
+    report.currentBackupFile = state.currentBackupFile().stringValue();
+    report.currentRestoreFile = state.currentRestoreFile().stringValue();
+    report.currentRestoreJob = state.currentRestoreJob();
+    report.statusString = state.statusString().stringValue();
+    report.lowerPriorityMode = state.lowerPriorityMode();
+    report.userEmail = state.userEmail();
+    report.computerNumber = state.computerNumber().int64Value();
+    report.serverURL = state.serverURL();
+    report.skinId = state.skinId();
+    report.isQuotaLimited = state.isQuotaLimited();
+    report.isOverQuota = state.isOverQuota();
+    report.quotaMB = state.quotaMB();
+    return report;
+}
+
+std::string textOf(const StatusReport& report) {
+    Rows rows;
+    rows.add("Connection", (report.connected ? "connected to " : "not connected to ") + report.daemonPath);
+    rows.add("Mode", modeText(report));
+    if (!report.connected) {
+        rows.addHeading("These values are old: they were kept when the daemon was last reached.");
+        addAccount(rows, report);
+        return rows.take();
+    }
+    rows.add("Service state", serviceStateText(report));
+    rows.addIfAny("Status", report.statusString);
+    rows.addKnown("Backed up", textOf(report.backedUp));
+    rows.addKnown("Pending", textOf(report.pending));
+    rows.addIfAny("Backing up", report.currentBackupFile);
+    rows.addIfAny("Restoring", restoreText(report));
+    rows.add("Priority", report.lowerPriorityMode ? "lower" : "normal");
+    addAccount(rows, report);
+    return rows.take();
+}
+
+Json jsonOf(const StatusReport& report) {
+    Json json;
+    json["connected"] = report.connected;
+    json["valuesAreOld"] = !report.connected;
+    json["daemon"] = report.daemonPath;
+    json["mode"] = nameOf(report.mode).word;
+    if (report.connected)
+        addLiveValues(json, report);
+    json["userEmail"] = report.userEmail;
+    json["computerNumber"] = report.computerNumber;
+    json["serverURL"] = report.serverURL;
+    json["skinId"] = report.skinId;
+    json["isQuotaLimited"] = report.isQuotaLimited;
+    return json;
+}
+
+} // namespace kelvane::ctl

@@ -1,0 +1,106 @@
+#include "Tools/kelvanectl/Terminal.h"
+
+#include "Support/FileSizeFormatter.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace kelvane::ctl {
+namespace {
+
+// Up to here the short form would be no shorter.
+constexpr std::uint64_t largestPlainSize = 1000;
+
+bool writeAll(int descriptor, const void* bytes, std::size_t count) {
+    const auto* next = static_cast<const std::uint8_t*>(bytes);
+    while (count > 0) {
+        const ssize_t written = ::write(descriptor, next, count);
+        if (written < 0 && errno != EINTR)
+            return false;
+        const std::size_t advance = written < 0 ? 0 : static_cast<std::size_t>(written);
+        next += advance;
+        count -= advance;
+    }
+    return true;
+}
+
+ExitStatus finished(bool written) {
+    if (written)
+        return ExitStatus::Success;
+    return complain(ExitStatus::Usage,
+                    std::string("cannot write to standard output: ") + std::strerror(errno));
+}
+
+// Of the two-byte controls of UTF-8 (U+0080 to U+009F) the second byte.
+bool isControl(std::string_view text, std::size_t at) {
+    const auto byte = static_cast<unsigned char>(text[at]);
+    return byte < 0x20 || byte == 0x7F || (byte >= 0x80 && byte <= 0x9F && at > 0 && text[at - 1] == '\xC2');
+}
+
+} // namespace
+
+void occupyStandardDescriptors() {
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (::fcntl(descriptor, F_GETFD) < 0)
+            // The lowest free number is this one.
+            static_cast<void>(::open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY));
+}
+
+bool writeOutput(std::string_view text) {
+    return writeAll(STDOUT_FILENO, text.data(), text.size());
+}
+
+bool writeOutput(std::span<const std::uint8_t> bytes) {
+    return writeAll(STDOUT_FILENO, bytes.data(), bytes.size());
+}
+
+ExitStatus finishWith(std::string_view output) {
+    return finished(writeOutput(output));
+}
+
+ExitStatus finishWith(std::span<const std::uint8_t> output) {
+    return finished(writeOutput(output));
+}
+
+ExitStatus complain(ExitStatus status, std::string_view reason) {
+    const std::string line = "kelvanectl: " + printable(reason) + '\n';
+    // There is nowhere left to report a failure of this.
+    static_cast<void>(writeAll(STDERR_FILENO, line.data(), line.size()));
+    return status;
+}
+
+std::string printable(std::string_view text) {
+    std::string line;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        if (!isControl(text, at)) {
+            line += text[at];
+            continue;
+        }
+        std::array<char, 8> code{};
+        std::snprintf(code.data(), code.size(), "\\x%02x",
+                      static_cast<unsigned>(static_cast<unsigned char>(text[at])));
+        line += code.data();
+    }
+    return line;
+}
+
+std::string sizeText(std::uint64_t bytes) {
+    std::string text = std::to_string(bytes) + " bytes";
+    if (bytes <= largestPlainSize)
+        return text;
+    const std::int64_t count = static_cast<std::int64_t>(std::min(bytes, std::uint64_t{INT64_MAX}));
+    return text + " (" + *FileSizeFormatter::sharedFileSizeAbbrevFormatter().stringFromNumber(count) + ')';
+}
+
+std::string durationText(std::chrono::milliseconds duration) {
+    std::array<char, 64> text{};
+    std::snprintf(text.data(), text.size(), "%.6g s", std::chrono::duration<double>(duration).count());
+    return text.data();
+}
+
+} // namespace kelvane::ctl
