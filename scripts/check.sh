@@ -1,0 +1,3 @@
+#!/usr/bin/env bash
+# Runs exactly what CI runs.
+exec "$(dirname "$0")/../.ci/run"
