@@ -58,7 +58,7 @@ public:
     // `call<"setPausedMinutes:">(1440U)`. Throws UnknownSelector when this proxy's table has not got it, and
     // std::invalid_argument for an absent object.
     template <Selector selector, class... Arguments>
-        requires TakesArguments<selector, Arguments...>
+    requires TakesArguments<selector, Arguments...>
     auto call(const Arguments&... arguments) {
         return callTyped<selector>(std::index_sequence_for<Arguments...>(), arguments...);
     }

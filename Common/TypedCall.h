@@ -54,11 +54,11 @@ struct NativeType<'@'> {
 };
 
 template <Selector selector>
-concept InMethodTable = methodOfEitherSide(selector.view()) != nullptr;
+concept InMethodTable = (methodOfEitherSide(selector.view()) != nullptr);
 
 // A selector of either table with its C++ types, known when the program is compiled.
 template <Selector selector>
-    requires InMethodTable<selector>
+requires InMethodTable<selector>
 struct TypedMethod {
     static constexpr const MethodDescription* description = methodOfEitherSide(selector.view());
     static constexpr MethodSignature signature = MethodSignature::fromTypes(description->types);
@@ -77,10 +77,13 @@ struct TypedMethod {
     }
 
 private:
+    template <class Type, class Given>
+    static constexpr bool isAccepted =
+        std::same_as<Type, Value> ? std::convertible_to<Given, Value> : std::same_as<Type, Given>;
+
     template <class... Given, std::size_t... index>
     static constexpr bool acceptsEach(std::index_sequence<index...> /*positions*/) {
-        return ((std::same_as<Argument<index>, Value> ? std::convertible_to<Given, Value>
-                                                      : std::same_as<Argument<index>, Given>)&&...);
+        return (isAccepted<Argument<index>, Given> && ...);
     }
 };
 

@@ -10,8 +10,9 @@ namespace kelvane {
 
 // Binary property lists, the published format whose files begin with "bplist00".
 //
-// Both directions are bounded: `deepestNesting` levels, and on reading an expansion of at most `largestExpansion`
-// objects and bytes, however often shared objects are referred to. Both are pure functions, for any thread.
+// Both directions are bounded: `deepestNesting` levels, and on reading an expansion of at most
+// `largestExpansion` objects and bytes, however often shared objects are referred to. Both are pure
+// functions, for any thread.
 
 inline constexpr int deepestNesting = 512;
 inline constexpr std::uint64_t largestExpansion = 1ULL << 28U;
@@ -23,9 +24,9 @@ struct PropertyListReading {
     [[nodiscard]] bool succeeded() const { return error.empty(); }
 };
 
-// Integers come back as signed 64-bit numbers, those above 2^63-1 as unsigned ones. Refused, with the reason: what is
-// truncated or points outside, loops, sets, UIDs and null, keys that are not strings or stand twice, text that is not
-// UTF-16 or ASCII, integers that fit neither a signed nor an unsigned 64-bit number.
+// Integers come back as signed 64-bit numbers, those above 2^63-1 as unsigned ones. Refused, with the reason:
+// what is truncated or points outside, loops, sets, UIDs and null, keys that are not strings or stand twice,
+// text that is not UTF-16 or ASCII, integers that fit neither a signed nor an unsigned 64-bit number.
 [[nodiscard]] PropertyListReading readBinaryPropertyList(std::span<const std::uint8_t> bytes);
 
 struct PropertyListWriting {
@@ -35,8 +36,8 @@ struct PropertyListWriting {
     [[nodiscard]] bool succeeded() const { return error.empty(); }
 };
 
-// Equal numbers of one kind, strings, dates and data are written once. Refused: an absent value anywhere, text that is
-// not UTF-8, nesting that is too deep.
+// Equal numbers of one kind, strings, dates and data are written once. Refused: an absent value anywhere,
+// text that is not UTF-8, nesting that is too deep.
 [[nodiscard]] PropertyListWriting writeBinaryPropertyList(const Value& value);
 
 } // namespace kelvane

@@ -120,8 +120,11 @@ void Encoding::setMarker(std::uint8_t marker) {
 }
 
 void Encoding::setNumber(std::uint8_t marker, std::uint64_t number, unsigned width) {
-    setMarker(marker);
-    append(number, width);
+    head_[0] = marker;
+    layout::writeNumber(head_.data() + 1, number, width);
+    headSize_ = 1 + width;
+    headHash_ = mixed(marker, number);
+    content_ = {};
 }
 
 void Encoding::setInteger(Integer integer) {

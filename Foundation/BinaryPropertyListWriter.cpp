@@ -38,9 +38,11 @@ private:
         int levels = 0;
     };
 
+    // A value that is going to be looked for among those that were written.
     struct Prepared {
         Encoding encoding;
         std::uint32_t hash = 0;
+        std::size_t slot = 0;
     };
 
     std::nullopt_t refuse(const char* reason) {
@@ -56,15 +58,20 @@ private:
     bool keys(const Keys& keys, std::size_t slot);
     bool contents(std::span<const Value> values, int depth, std::size_t slot);
     bool plainValues(std::span<const Value> values, std::size_t slot);
+    bool prepare(const Value& value, std::size_t slot, Prepared& prepared);
     bool containers(std::span<const Value> values, int depth, std::size_t slot);
 
     PropertyListObjects objects_;
     const char* error_ = "";
     std::unordered_map<const void*, SharedContainer> shared_;
     int levels_ = 0; // of the deepest container met so far inside the one that is being written
-    // The keys of the previous dictionary and where their references stand: mostly the next one has the same.
+    // The keys of the previous dictionary and the values of the previous container, with where their
+    // references stand: mostly the next one has the same keys, and many of the same values in the same
+    // places.
     const Keys* lastKeys_ = nullptr;
     std::size_t lastKeysSlot_ = 0;
+    std::span<const Value> lastValues_;
+    std::size_t lastValuesSlot_ = 0;
     std::array<Prepared, 16> batch_;
 };
 
@@ -151,21 +158,32 @@ bool Writer::contents(std::span<const Value> values, int depth, std::size_t slot
 }
 
 bool Writer::plainValues(std::span<const Value> values, std::size_t slot) {
+    const std::span<const Value> last = std::exchange(lastValues_, values);
+    std::size_t lastSlot = std::exchange(lastValuesSlot_, slot);
+    std::size_t count = 0;
     for (std::size_t i = 0; i < values.size(); ++i) {
-        if (isContainer(values[i]))
-            continue;
-        auto& [encoding, hash] = batch_[i];
-        if (!encoding.set(values[i])) {
-            refuse(values[i].isAbsent() ? "a value is absent" : notUtf8);
-            return false;
+        if (!isContainer(values[i])) {
+            if (i < last.size() && values[i].isSameAs(last[i]))
+                objects_.setReference(slot, objects_.reference(lastSlot));
+            else if (!prepare(values[i], slot, batch_[count++]))
+                return false;
         }
-        hash = encoding.hash();
-        objects_.expect(hash);
+        slot += PropertyListObjects::slotSize;
+        lastSlot += PropertyListObjects::slotSize;
     }
-    for (std::size_t i = 0; i < values.size(); ++i)
-        if (!isContainer(values[i]))
-            objects_.setReference(slot + i * PropertyListObjects::slotSize,
-                                  objects_.unique(batch_[i].encoding, batch_[i].hash));
+    for (const Prepared& value : std::span(batch_).first(count))
+        objects_.setReference(value.slot, objects_.unique(value.encoding, value.hash));
+    return true;
+}
+
+bool Writer::prepare(const Value& value, std::size_t slot, Prepared& prepared) {
+    if (!prepared.encoding.set(value)) {
+        refuse(value.isAbsent() ? "a value is absent" : notUtf8);
+        return false;
+    }
+    prepared.hash = prepared.encoding.hash();
+    prepared.slot = slot;
+    objects_.expect(prepared.hash);
     return true;
 }
 

@@ -150,7 +150,7 @@ std::string textOf(const Conversion& conversion, const FormatArgument& argument)
     if (!bits)
         return std::string(noArgument);
     if (conversion.letter == 'c')
-        return std::string(1, static_cast<char>(*bits));
+        return printed(conversion, "c", static_cast<int>(static_cast<unsigned char>(*bits)));
     return conversion.letter == 'd' || conversion.letter == 'i' ? signedText(conversion, *bits)
                                                                 : unsignedText(conversion, *bits);
 }

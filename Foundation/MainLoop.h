@@ -31,8 +31,8 @@ public:
     // From any thread, without waiting. Tasks run in the order in which they were posted.
     virtual void post(Task task) = 0;
 
-    // On the loop's thread only. A repeating timer that was late does not catch up: it fires once and goes on from
-    // there.
+    // On the loop's thread only. A repeating timer that was late does not catch up: it fires once and goes on
+    // from there.
     virtual Timer schedule(std::chrono::milliseconds interval, Repeat repeat, Task task) = 0;
 };
 

@@ -16,12 +16,12 @@ struct Notification {
     Value userInfo;
 };
 
-// Fan-out inside a process. Observers are called in the order in which they registered, on the thread that posts and
-// before `post` returns. One thread at a time: in the pane that is the main thread, in whose hands every post, every
-// registration and every token is.
+// Fan-out inside a process. Observers are called in the order in which they registered, on the thread that
+// posts and before `post` returns. One thread at a time: in the pane that is the main thread, in whose hands
+// every post, every registration and every token is.
 //
-// While a post is under way, an observer that is removed is not called any more, and one that is added hears of the
-// next post only. An exception of an observer leaves `post` at once.
+// While a post is under way, an observer that is removed is not called any more, and one that is added hears
+// of the next post only. An exception of an observer leaves `post` at once.
 class NotificationCenter {
 public:
     using Handler = std::function<void(const Notification&)>;

@@ -10,6 +10,8 @@ namespace {
 constexpr PropertyListObjects::Id noObject = std::numeric_limits<PropertyListObjects::Id>::max();
 
 constexpr std::size_t fewestPlaces = 64;
+// With more objects references take the four bytes that they have from the start.
+constexpr std::size_t mostNarrowed = 0x10000;
 // Beyond it an object is rather written twice: texts that were made to collide cost no more than this.
 constexpr std::size_t longestSearch = 256;
 
@@ -48,7 +50,8 @@ PropertyListObjects::Container PropertyListObjects::addContainer(layout::Type ty
     Container container{0, type == layout::Type::Dictionary ? 2 * count : count, 0};
     container.id = add(head, container.references);
     container.slots = bytes_.size() - container.references * slotSize;
-    containers_.push_back(container);
+    if (offsets_.size() <= mostNarrowed)
+        containers_.push_back(container);
     return container;
 }
 

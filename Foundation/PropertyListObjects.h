@@ -49,7 +49,7 @@ private:
 
     Data bytes_;
     std::vector<std::uint64_t> offsets_; // by object
-    std::vector<Container> containers_;
+    std::vector<Container> containers_;  // as long as their references may be narrowed
     // A hash table of what `unique` added; its size is a power of two, and at most half of it is taken.
     std::vector<Place> places_;
     std::size_t taken_ = 0;

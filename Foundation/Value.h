@@ -144,6 +144,11 @@ public:
 
     // Whether another value may hold the same array or dictionary.
     [[nodiscard]] bool isShared() const;
+    // Whether both hold the very same string, data, array or dictionary, or the same number of one kind.
+    // Cheap, and says nothing when false.
+    [[nodiscard]] bool isSameAs(const Value& other) const {
+        return kind_ == other.kind_ && isSigned_ == other.isSigned_ && content_.bits == other.content_.bits;
+    }
 
     // For changing in place; an array or dictionary shared with copies is copied first. A value of another
     // kind becomes an empty container.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <ctime>
 #include <mutex>
@@ -62,10 +63,23 @@ std::string oneLine(std::string_view text) {
     return line;
 }
 
+// A reader of standard error that has gone must not end the process: SIGPIPE is held back, and taken where it
+// came.
 void writeToStandardError(const LogEntry& entry) {
     const std::string line = entry.line() + '\n';
+    sigset_t brokenPipe;
+    sigset_t before;
+    sigset_t pending;
+    sigemptyset(&brokenPipe);
+    sigaddset(&brokenPipe, SIGPIPE);
+    sigpending(&pending);
+    pthread_sigmask(SIG_BLOCK, &brokenPipe, &before);
     // One call, so that lines of several processes do not mix. There is nowhere to report a failure.
-    [[maybe_unused]] const ssize_t size = ::write(STDERR_FILENO, line.data(), line.size());
+    const ssize_t size = ::write(STDERR_FILENO, line.data(), line.size());
+    const timespec now{};
+    if (size < 0 && errno == EPIPE && sigismember(&pending, SIGPIPE) == 0)
+        ::sigtimedwait(&brokenPipe, nullptr, &now);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 void writeToSystem(const LogEntry& entry) {

@@ -132,24 +132,25 @@ Value valueOfMarker(std::string_view key, const Value& content) {
 }
 
 std::optional<Date> dateFromText(std::string_view text) {
-    using namespace std::chrono;
+    namespace chrono = std::chrono;
     const auto year = takeNumber(text, 4, '-');
     const auto month = takeNumber(text, 2, '-');
     const auto day = takeNumber(text, 2, 'T');
     const auto hour = takeNumber(text, 2, ':');
     const auto minute = takeNumber(text, 2, ':');
-    const bool whole = text.size() == 3;
-    const auto second = takeNumber(text, 2, whole ? 'Z' : '.');
-    const auto fraction = whole ? 0 : fractionFromText(text);
+    const bool isWhole = text.size() == 3;
+    const auto second = takeNumber(text, 2, isWhole ? 'Z' : '.');
+    const auto fraction = isWhole ? 0 : fractionFromText(text);
     if (!year || !month || !day || !hour || !minute || !second || !fraction)
         return std::nullopt;
-    const year_month_day calendar(std::chrono::year(static_cast<int>(*year)), std::chrono::month(*month),
-                                  std::chrono::day(*day));
+    const chrono::year_month_day calendar(chrono::year(static_cast<int>(*year)), chrono::month(*month),
+                                          chrono::day(*day));
     if (*year == 0 || !calendar.ok() || *hour > 23 || *minute > 59 || *second > 59)
         return std::nullopt;
-    constexpr sys_days reference = std::chrono::year(2001) / 1 / 1;
-    const seconds clock = hours(*hour) + minutes(*minute) + seconds(*second);
-    return Date{static_cast<double>((sys_days(calendar) - reference + clock).count()) + *fraction};
+    constexpr chrono::sys_days reference = chrono::year(2001) / 1 / 1;
+    const chrono::seconds clock = chrono::hours(*hour) + chrono::minutes(*minute) + chrono::seconds(*second);
+    const chrono::seconds whole = chrono::sys_days(calendar) - reference + clock;
+    return Date{static_cast<double>(whole.count()) + *fraction};
 }
 
 std::string textOfNonFinite(float number) {

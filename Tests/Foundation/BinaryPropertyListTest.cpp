@@ -152,6 +152,24 @@ TEST(BinaryPropertyList, WritesEqualObjectsOfOneKindOnce) {
     EXPECT_EQ(readBack(strangers).description(), strangers.description());
 }
 
+TEST(BinaryPropertyList, KeepsApartWhatStandsAtTheSamePlaceInAlikeContainers) {
+    const Value kinds[] = {
+        1, true, 1.0, 1.0F, "1", -1, ~0ULL, Date{1}, Data{1}, Array{1}, Dictionary{{"k0", 1}}};
+    Array rows;
+    for (unsigned row = 0; row < 40; ++row) {
+        Dictionary entries;
+        for (unsigned i = 0; i < 20 + row % 3; ++i)
+            entries.append("k" + std::to_string(i / (1 + row % 2)) + (i % 2 ? "x" : ""),
+                           kinds[row * i / 7 % std::size(kinds)]);
+        rows.emplace_back(std::move(entries));
+    }
+    const Value back = readBack(rows);
+    EXPECT_EQ(back, Value(rows));
+    for (std::size_t row = 0; row < rows.size(); ++row)
+        for (const auto& [key, value] : rows[row].dictionary())
+            EXPECT_EQ(back.at(row)[key].kind(), value.kind()) << row << ' ' << key;
+}
+
 TEST(BinaryPropertyList, WritesASharedContainerOnceAndSharesItAgainWhenRead) {
     Value value = "leaf";
     for (int i = 0; i < 16; ++i)

@@ -13,12 +13,13 @@ namespace kelvane::tests {
 // without a link.
 struct DaemonWorld {
     Value state = Dictionary(); // what `daemonState` answers
-    Value values =
-        Dictionary(); // by selector: what a method without arguments answers, unless the state says it
+    // By selector: what a method without arguments answers, unless the state says it.
+    Value values = Dictionary();
     Value profile = Dictionary();     // texts
     Value fileTypes = Dictionary();   // toggles
     Value restoreJobs = Dictionary(); // by number in decimal: status codes
-    Value progress = Dictionary(); // by state code in decimal: what the three methods "...ForState:" answer
+    // By state code in decimal: what the three methods "...ForState:" answer.
+    Value progress = Dictionary();
     // Node dictionaries with their "path", in the order in which a folder lists them. The boot volume's path
     // is "/".
     std::vector<Value> files;

@@ -11,7 +11,8 @@
 
 namespace kelvane::tests {
 
-// A main loop whose clock moves only by `advance`. Any thread may post; the test's own thread runs everything.
+// A main loop whose clock moves only by `advance`. Any thread may post; the test's own thread runs
+// everything.
 class ManualLoop : public MainLoop {
 public:
     void post(Task task) override {
@@ -36,8 +37,10 @@ public:
         return count;
     }
 
-    // Runs posted tasks as they come until `condition` holds; false when it does not within `limit` of real time.
-    template <class Condition> [[nodiscard]] bool runUntil(Condition condition, std::chrono::seconds limit = std::chrono::seconds(10)) {
+    // Runs posted tasks as they come until `condition` holds; false when it does not within `limit` of real
+    // time.
+    template <class Condition>
+    [[nodiscard]] bool runUntil(Condition condition, std::chrono::seconds limit = std::chrono::seconds(10)) {
         const auto deadline = std::chrono::steady_clock::now() + limit;
         while (!condition()) {
             if (std::chrono::steady_clock::now() > deadline)
@@ -48,7 +51,8 @@ public:
         return true;
     }
 
-    // Moves the clock and fires what became due, in the order of the due times, posted tasks before and in between.
+    // Moves the clock and fires what became due, in the order of the due times, posted tasks before and in
+    // between.
     void advance(std::chrono::milliseconds duration) {
         const auto end = now_ + duration;
         runPosted();
@@ -99,7 +103,8 @@ private:
         std::erase_if(timers_, [](const auto& timer) { return timer.expired(); });
         std::shared_ptr<Entry> earliest;
         for (const auto& timer : timers_)
-            if (auto entry = timer.lock(); entry && entry->due <= end && (!earliest || entry->due < earliest->due))
+            if (auto entry = timer.lock();
+                entry && entry->due <= end && (!earliest || entry->due < earliest->due))
                 earliest = std::move(entry);
         return earliest;
     }

@@ -144,7 +144,7 @@ TEST_F(Serving, TellsEveryPaneOfFilesAndThoseThatWantItOfTheState) {
     TestPane other(folders.socket());
     ASSERT_TRUE(wanting.waitFor([&] { return wanting.call<"serviceState">() == 5; }));
     wanting.call<"setStateHandler">();
-    ASSERT_EQ(wanting.call<"pausedMinutes">(), 0U); // the handler is set by now
+    ASSERT_EQ(wanting.call<"pausedMinutes">(), 0U); // answered after the handler is set
 
     other.call<"setPausedMinutes:">(10U);
     EXPECT_TRUE(wanting.hears("state 13"));
@@ -157,15 +157,20 @@ TEST_F(Serving, TellsEveryPaneOfFilesAndThoseThatWantItOfTheState) {
         EXPECT_TRUE(pane->hears("file " + folders.home()));
         EXPECT_EQ(pane->state("pendingFileSize"), 3);
     }
-    EXPECT_EQ(other.heard(), std::vector<std::string>{"file " + folders.home()});
+    const auto hasHeardOfStates = [](TestPane& pane) {
+        return std::any_of(pane.heard().begin(), pane.heard().end(),
+                           [](const std::string& call) { return call.starts_with("state "); });
+    };
+    EXPECT_FALSE(hasHeardOfStates(other));
 
     wanting.call<"endStateHandler">();
+    ASSERT_EQ(wanting.call<"pausedMinutes">(), 0U);
     wanting.heard().clear();
     other.call<"setRecoverMode:">(true);
     ASSERT_TRUE(other.call<"recoverMode">());
     folders.write("home/last", "333");
     EXPECT_TRUE(wanting.hears("file " + folders.home()));
-    EXPECT_EQ(wanting.heard().size(), 1U);
+    EXPECT_FALSE(hasHeardOfStates(wanting));
 }
 
 TEST_F(Serving, TellsOfTheEndOfAPauseByTheClock) {
@@ -227,6 +232,12 @@ TEST_F(Serving, ServesManyPanesAtOnce) {
     EXPECT_TRUE(eventually([] { return KelvaneSocket::liveThreads() == 3; }));
 }
 
+// Without taking what the other side has sent before.
+bool isHungUp(int descriptor) {
+    pollfd waiting{descriptor, 0, 0};
+    return ::poll(&waiting, 1, 0) == 1;
+}
+
 // What never reads, and what fills its way meanwhile: answers that it asked for, or the daemon's own calls.
 class Stalled : public Serving, public ::testing::WithParamInterface<const char*> {};
 
@@ -234,7 +245,8 @@ TEST_P(Stalled, PaneIsClosedAndHoldsUpNobody) {
     const RunningDaemon daemon(folders, [](LocalDaemon::Options& options) { options.sendTimeout = 1s; });
     TestPane pane(folders.socket());
     pane.call<"setStateHandler">();
-    const tests::RawPeer stalled;
+    const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const tests::RawPeer stalled(descriptor);
     ASSERT_TRUE(stalled.connect(folders.socket()));
     stalled.send(tests::message(requestFrame, Array{0UL, "v", "setStateHandler", 0UL}));
     const bool isAsking = GetParam() == std::string_view("answers");
@@ -246,10 +258,10 @@ TEST_P(Stalled, PaneIsClosedAndHoldsUpNobody) {
         callBack();
         ASSERT_EQ(pane.call<"serviceState">(), state);
     }
-    EXPECT_FALSE(stalled.isHungUp());
+    EXPECT_FALSE(isHungUp(descriptor));
     EXPECT_TRUE(eventually([&] {
         callBack();
-        return stalled.isHungUp();
+        return isHungUp(descriptor);
     }));
     EXPECT_EQ(pane.call<"serviceState">(), state);
     EXPECT_TRUE(pane.hears("state 24"));

@@ -4,9 +4,8 @@
 
 #include <csignal>
 
+namespace kelvane::ctl {
 namespace {
-
-using namespace kelvane::ctl;
 
 ExitStatus run(const std::vector<std::string>& words) {
     try {
@@ -22,10 +21,12 @@ ExitStatus run(const std::vector<std::string>& words) {
 }
 
 } // namespace
+} // namespace kelvane::ctl
 
 int main(int argumentCount, char* arguments[]) {
-    occupyStandardDescriptors();
+    kelvane::ctl::occupyStandardDescriptors();
     std::signal(SIGPIPE, SIG_IGN); // whoever stops reading is told by the failure of the next write
     kelvane::KelvaneLogStart();
-    return static_cast<int>(run({arguments + (argumentCount > 0 ? 1 : 0), arguments + argumentCount}));
+    const std::vector<std::string> words(arguments + (argumentCount > 0 ? 1 : 0), arguments + argumentCount);
+    return static_cast<int>(kelvane::ctl::run(words));
 }
