@@ -1,4 +1,5 @@
 #include "Foundation/BinaryPropertyList.h"
+#include "Foundation/Unicode.h"
 #include "Tests/Foundation/RawPropertyList.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
@@ -210,12 +211,23 @@ TEST(BinaryPropertyList, RefusesToWriteWhatAReaderCouldNotTake) {
     EXPECT_EQ(errorOf(Array{1, Dictionary{{"k", Value()}}}), "a value is absent");
     EXPECT_EQ(errorOf(Array{nested}), "it is nested too deeply");
     EXPECT_EQ(errorOf(Array{nested, Dictionary{{"k", Array{nested}}}}), "it is nested too deeply");
+    // Half the limit, which is met again at the bottom of the other half.
+    Value half = Array{1};
+    for (int level = 1; level < deepestNesting / 2; ++level)
+        half = Array{half, Array{}};
+    Value whole = half;
+    for (int level = 1; level < deepestNesting / 2; ++level)
+        whole = Array{whole};
+    EXPECT_EQ(errorOf(Array{half, whole}), "");
+    EXPECT_EQ(errorOf(Array{half, Array{whole}, 1}), "it is nested too deeply");
+
     // Bytes that begin nothing, end too early, are longer than need be, a surrogate, beyond the last
     // character.
     for (const char* text :
          {"\xFF", "\x80", "x\xE2\x82", "\xC0\x80", "\xF0\x82\x82\xAC", "\xED\xA0\x80", "\xF4\x90\x80\x80"}) {
         EXPECT_EQ(errorOf(text), "a string is not UTF-8");
         EXPECT_EQ(errorOf(Array{Dictionary{{text, 1}}}), "a string is not UTF-8");
+        EXPECT_FALSE(isUtf8(text));
     }
 }
 

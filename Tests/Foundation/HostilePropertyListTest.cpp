@@ -36,7 +36,7 @@ TEST(HostilePropertyList, IsRefusedWithoutASoundFrame) {
     const RawPropertyList sound{{"\x09"}};
     EXPECT_EQ(errorOf(sound), "");
 
-    std::vector<RawPropertyList> frames(11, sound);
+    std::vector<RawPropertyList> frames(12, sound);
     frames[0].header = "bplist01";
     frames[1].header = "xplist00";
     frames[2].offsetWidth = 0;
@@ -48,6 +48,7 @@ TEST(HostilePropertyList, IsRefusedWithoutASoundFrame) {
     frames[8].tableOffset = 7;
     frames[9].tableOffset = 12; // inside the trailer
     frames[10].tableOffset = ~0ULL;
+    frames[11].tableOffset = 8; // one offset and a half
     for (const RawPropertyList& frame : frames)
         EXPECT_EQ(errorOf(frame), notOne) << hexOf(frame.bytes());
     EXPECT_EQ(readBinaryPropertyList({}).error, notOne);
@@ -66,8 +67,9 @@ TEST(HostilePropertyList, IsRefusedWhenAnObjectIsOutside) {
     EXPECT_EQ(errorOf({.objects = {"\x09"}, .offsets = {{9}}}), standsOutside);
     EXPECT_EQ(errorOf({.objects = {"\x09"}, .offsetWidth = 8, .offsets = {{~0ULL}}}), standsOutside);
 
-    expectRefused(reachesOutside, {"\x13...", "\x14........", "\x22...", "\x33...", "\x42x", "\x52x",
-                                   "\x5F\x10", "\x62\0a\0"s, "\xA1", "\xA2\0"s, "\xD1\0"s, "\x4F\x12\x10"});
+    expectRefused(reachesOutside,
+                  {"\x10", "\x13.......", "\x14...............", "\x22...", "\x33.......", "\x42x", "\x52x",
+                   "\x5F\x10", "\x62\0a\0"s, "\xA1", "\xA2\0"s, "\xD1\0"s, "\x4F\x12\x10"});
     expectRefused(reachesOutside, {"\x4F" + hugeCount, "\x5F" + hugeCount, "\x6F" + hugeCount,
                                    "\xAF" + hugeCount, "\xDF" + hugeCount});
     // Times 16 it is 0.
@@ -127,7 +129,9 @@ TEST(HostilePropertyList, MayBeNestedToTheLimitByWhateverWay) {
     // The inner half is known, and accepted, before it is met again at the bottom of the outer half.
     for (const unsigned outer : {deepestNesting / 2U, deepestNesting / 2U + 1}) {
         RawPropertyList list = nested(deepestNesting / 2U);
-        const std::uint64_t inner = 0;
+        const std::uint64_t inner = 0; // which also holds something shallow, last
+        list.objects[inner] = "\xA2" + bigEndian(1, 4) + bigEndian(list.objects.size(), 4);
+        list.objects.push_back("\xA0");
         const std::uint64_t first = list.objects.size();
         for (unsigned i = 1; i < outer; ++i)
             list.objects.push_back("\xA1" + bigEndian(i == 1 ? inner : first + i - 2, 4));

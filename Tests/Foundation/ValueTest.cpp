@@ -95,6 +95,7 @@ TEST(Value, EqualsByValueWhateverTheKindOfNumber) {
         {Value(Array{1})}, // in two braces it would be copied into the group
         {Dictionary{}},
         {Dictionary{{"a", 1}}},
+        {Dictionary{{"b", 1}}},
         {Dictionary{{"a", 1}, {"b", Array{}}}, Dictionary{{"b", Array{}}, {"a", true}}},
         {Dictionary{{"b", 1}, {"a", Array{}}}},
     };
