@@ -85,6 +85,11 @@ bool KelvaneSocket::connectToPath(const std::string& path) {
     const std::shared_ptr<Connection> connection = open();
     if (!connection)
         return false;
+    // An empty name would reach whoever has bound the nameless address.
+    if (path.empty()) {
+        KelvaneCLog("connect failed: %s", std::strerror(ENOENT));
+        return false;
+    }
     const int descriptor = connection->descriptor.get();
     if (!connectWithoutWaiting(descriptor, addressOf(path))) {
         KelvaneCLog("connect failed: %s", std::strerror(errno));
@@ -101,6 +106,8 @@ bool KelvaneSocket::connectToPath(const std::string& path) {
 }
 
 bool KelvaneSocket::listenAtPath(const std::string& path) {
+    if (path.empty())
+        return false;
     const sockaddr_un address = addressOf(path);
     const char* const bound = static_cast<const char*>(address.sun_path);
     {
@@ -189,6 +196,7 @@ bool KelvaneSocket::sendInt(std::int32_t number) {
 // The connection goes and waits end before the monitor is taken: whoever holds it may be one of those that
 // wait.
 void KelvaneSocket::close() {
+    const auto self = shared_from_this(); // a delegate may drop the last handle
     std::shared_ptr<DataDelegate> waiting;
     {
         const std::scoped_lock guard(stateMutex_);

@@ -80,6 +80,13 @@ TEST_F(KelvSocket, TriesAgainWithTheSameObjectAndNeverBlocks) {
     EXPECT_TRUE(socket->sendString("x"));
 }
 
+TEST_F(KelvSocket, HasNoPeerUnderAnEmptyPath) {
+    const tests::RawPeer nameless; // the address that a path of no length would name
+    ASSERT_TRUE(nameless.listen(""));
+    EXPECT_FALSE(KelvaneSocket::create()->connectToPath(""));
+    EXPECT_FALSE(KelvaneSocket::create()->listenAtPath(""));
+}
+
 TEST_F(KelvSocket, CutsItsPathTo103Bytes) {
     const std::string path = folder / std::string(120, 'p');
     const RawPeer listener;
