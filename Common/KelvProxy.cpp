@@ -67,13 +67,15 @@ void KelvaneProxy::setSocket(std::shared_ptr<KelvaneSocket> socket) {
         const std::scoped_lock guard(stateMutex_);
         old.swap(socket_);
         resultCond_.interrupt(); // what waits for the old one
-        if (socket)
+        if (socket && socket->isOpen())
             resultCond_.resume();
     }
     if (old)
         old->close();
-    if (socket)
-        socket->setDataDelegate(shared_from_this());
+    if (!socket)
+        return;
+    socket->setDataDelegate(shared_from_this());
+    transportChanged(*socket); // what it did before it knew its delegate
 }
 
 void KelvaneProxy::setProtocol(Protocol protocol) {
@@ -182,9 +184,14 @@ bool KelvaneProxy::processData(const Data* payload, std::int32_t type) {
     return true;
 }
 
-void KelvaneProxy::transportClosed(const KelvaneSocket& socket) {
+// Asks under the lock, so that of a close and a connect that cross each other the later one counts.
+void KelvaneProxy::transportChanged(const KelvaneSocket& socket) {
     const std::scoped_lock guard(stateMutex_);
-    if (!socket_ || socket_.get() == &socket) // not one that this proxy has left behind for another
+    if (socket_.get() != &socket)
+        return; // one that this proxy has left behind
+    if (socket.isOpen())
+        resultCond_.resume();
+    else
         resultCond_.interrupt();
 }
 

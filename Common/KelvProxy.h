@@ -37,8 +37,8 @@ public:
 // dropped. A call under way keeps proxy and socket alive.
 //
 // Threads. Any thread may call, and `close` from any thread, of the proxy or of its socket, ends every wait
-// until the next `setSocket`. A call that waits on the receive thread itself (from inside a request) would
-// wait for that `close`.
+// until the next `setSocket`, or until that socket is connected again. A call that waits on the receive
+// thread itself (from inside a request) would wait for that `close`.
 class KelvaneProxy : public DataDelegate, public std::enable_shared_from_this<KelvaneProxy> {
 public:
     // `mainLoop` is needed only for `setCallDelegateOnMainThread(true)`.
@@ -79,7 +79,7 @@ public:
 
     // On the receive thread.
     bool processData(const Data* payload, std::int32_t type) override;
-    void transportClosed(const KelvaneSocket& socket) override;
+    void transportChanged(const KelvaneSocket& socket) override;
 
 private:
     explicit KelvaneProxy(std::shared_ptr<MainLoop> mainLoop);

@@ -9,7 +9,6 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/time.h>
 #include <sys/un.h>
 
 namespace kelvane {
@@ -48,13 +47,6 @@ bool connectWithoutWaiting(int descriptor, const sockaddr_un& address) {
 void setBlocking(int descriptor) {
     const int flags = ::fcntl(descriptor, F_GETFL);
     ::fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK);
-}
-
-void applySendTimeout(int descriptor, std::optional<std::chrono::milliseconds> timeout) {
-    const auto duration = timeout.value_or(std::chrono::milliseconds(0)); // 0: for ever
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(duration);
-    const timeval limit{seconds.count(), std::chrono::microseconds(duration - seconds).count()};
-    ::setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
 }
 
 } // namespace
@@ -115,7 +107,7 @@ bool KelvaneSocket::listenAtPath(const std::string& path) {
         listenPath_ = bound;
     }
     ::unlink(bound);
-    std::shared_ptr<Connection> connection = open();
+    const std::shared_ptr<Connection> connection = open();
     if (!connection)
         return false;
     const int descriptor = connection->descriptor.get();
@@ -128,10 +120,13 @@ bool KelvaneSocket::listenAtPath(const std::string& path) {
     {
         const std::scoped_lock guard(stateMutex_);
         acceptThreadRun_ = true;
+        connection->isOpen = true;
     }
-    return startLinkThread([self = shared_from_this(), connection = std::move(connection)]() mutable {
-        self->acceptThread(std::move(connection));
-    });
+    if (startLinkThread(
+            [self = shared_from_this(), connection]() mutable { self->acceptThread(std::move(connection)); }))
+        return true;
+    drop(connection); // nobody would accept what connects
+    return false;
 }
 
 void KelvaneSocket::setSocketDelegate(std::shared_ptr<SocketDelegate> delegate) {
@@ -156,16 +151,12 @@ void KelvaneSocket::setDataDelegate(std::shared_ptr<DataDelegate> delegate) {
     if (!holdsLock)
         dataDelegateLock_.lock();
     std::shared_ptr<DataDelegate> old = delegate;
-    bool isClosed = false;
     {
         const std::scoped_lock guard(stateMutex_);
         old.swap(dataDelegate_);
-        isClosed = zombie_ && !connection_;
     }
     if (!holdsLock)
         dataDelegateLock_.unlockWithCondition(1);
-    if (isClosed)
-        delegate->transportClosed(*this);
 }
 
 void KelvaneSocket::setCallDelegateOnMainThread(bool onMainThread) {
@@ -178,7 +169,7 @@ void KelvaneSocket::setSendTimeout(std::optional<std::chrono::milliseconds> time
     const std::scoped_lock guard(stateMutex_);
     sendTimeout_ = timeout;
     if (connection_)
-        applySendTimeout(connection_->descriptor.get(), timeout);
+        connection_->setSendTimeout(timeout);
 }
 
 bool KelvaneSocket::sendData(std::span<const std::uint8_t> bytes) {
@@ -208,7 +199,7 @@ void KelvaneSocket::close() {
         waiting = dataDelegate_;
     }
     if (waiting)
-        waiting->transportClosed(*this);
+        waiting->transportChanged(*this);
 
     std::shared_ptr<SocketDelegate> released;
     std::vector<std::shared_ptr<KelvaneSocket>> children;
@@ -237,16 +228,16 @@ std::shared_ptr<KelvaneSocket::Connection> KelvaneSocket::open() {
         FileDescriptor descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
         if (!descriptor)
             return nullptr;
-        applySendTimeout(descriptor.get(), sendTimeout_);
         connection_ = std::make_shared<Connection>(std::move(descriptor));
+        connection_->setSendTimeout(sendTimeout_);
     }
     return connection_;
 }
 
 std::shared_ptr<KelvaneSocket::Connection> KelvaneSocket::setSocket(FileDescriptor descriptor) {
     const std::scoped_lock guard(stateMutex_);
-    applySendTimeout(descriptor.get(), sendTimeout_);
     connection_ = std::make_shared<Connection>(std::move(descriptor));
+    connection_->setSendTimeout(sendTimeout_);
     return connection_;
 }
 
@@ -257,13 +248,18 @@ void KelvaneSocket::drop(const std::shared_ptr<Connection>& connection) {
 }
 
 bool KelvaneSocket::start(const std::shared_ptr<Connection>& connection) {
+    std::shared_ptr<DataDelegate> waiting;
     {
         const std::scoped_lock guard(stateMutex_);
         if (!connection->isRunning())
             return false; // closed by another thread meanwhile
         dataDelegateLock_.resume();
         connection->interruptions = dataDelegateLock_.interruptions();
+        connection->isOpen = true;
+        waiting = dataDelegate_;
     }
+    if (waiting)
+        waiting->transportChanged(*this);
     return startLinkThread([self = shared_from_this(), connection] { self->rcvThread(connection); });
 }
 
@@ -292,6 +288,11 @@ bool KelvaneSocket::sendBytes(const std::uint8_t* buffer, std::size_t length) {
     if (const auto delegate = socketDelegate_)
         delegate->socketFailed(*this);
     return false;
+}
+
+bool KelvaneSocket::isOpen() const {
+    const std::scoped_lock guard(stateMutex_);
+    return connection_ && connection_->isOpen;
 }
 
 std::shared_ptr<DataDelegate> KelvaneSocket::dataDelegate() const {

@@ -46,9 +46,9 @@ public:
     virtual ~DataDelegate() = default;
     // `payload` is null for a frame without one; type 0 without a payload says that the connection failed.
     virtual bool processData(const Data* payload, std::int32_t type) = 0;
-    // The socket closes, or is closed already when this becomes its delegate: whatever waits on its behalf
-    // must end, now and until another socket comes. From any thread.
-    virtual void transportClosed(const KelvaneSocket& /*socket*/) {}
+    // The socket has closed, and whatever waits on its behalf must end; or it is connected again. `isOpen`
+    // says which. From any thread.
+    virtual void transportChanged(const KelvaneSocket& /*socket*/) {}
 };
 
 // The byte transport between pane and daemon: a stream socket in the Unix domain that frames every message.
@@ -97,9 +97,14 @@ public:
 
     void close();
     [[nodiscard]] bool isZombie() const { return zombie_; }
+    // Connected or listening, and not closed since.
+    [[nodiscard]] bool isOpen() const;
 
     // Receive and accept threads that are alive in this process.
     [[nodiscard]] static int liveThreads();
+    // What a program does at its end, so that none of them runs on while it is taken down. False when some
+    // are still alive after `limit`.
+    static bool waitForThreads(std::chrono::milliseconds limit = std::chrono::seconds(2));
 
 private:
     struct Connection;
@@ -118,7 +123,7 @@ private:
     bool receiveFrame(Connection& connection, FrameReader& reader);
     void reportFailure(Connection& connection);
     void deliver(Connection& connection, const Data* payload, std::int32_t type);
-    void tellDelegate(void (SocketDelegate::*operation)(KelvaneSocket&));
+    void tellDelegate(const Connection& connection, void (SocketDelegate::*operation)(KelvaneSocket&));
 
     void acceptThread(std::shared_ptr<Connection> connection);
     void acceptOne(const Connection& connection, FileDescriptor descriptor);

@@ -20,7 +20,7 @@ constexpr auto pauseAfterAcceptFailure = 100ms;
 } // namespace
 
 void KelvaneSocket::rcvThread(const std::shared_ptr<Connection>& connection) {
-    tellDelegate(&SocketDelegate::socketConnected);
+    tellDelegate(*connection, &SocketDelegate::socketConnected);
     FrameReader reader(*connection);
     while (connection->isRunning()) {
         // After a good frame the next read is the pause, and ends as soon as bytes are waiting.
@@ -55,10 +55,11 @@ bool KelvaneSocket::receiveFrame(Connection& connection, FrameReader& reader) {
 void KelvaneSocket::reportFailure(Connection& connection) {
     connection.pause(pauseAfterReadFailure);
     deliver(connection, nullptr, failureNotice);
+    const std::scoped_lock monitor(monitor_);
     if (!connection.isRunning())
         return; // closed meanwhile: nobody is left to be told
     KelvaneCLog("KelvaneSocket read from socket failed");
-    tellDelegate(&SocketDelegate::socketFailed);
+    tellDelegate(connection, &SocketDelegate::socketFailed);
 }
 
 void KelvaneSocket::deliver(Connection& connection, const Data* payload, std::int32_t type) {
@@ -72,10 +73,12 @@ void KelvaneSocket::deliver(Connection& connection, const Data* payload, std::in
     dataDelegateLock_.unlock();
 }
 
-void KelvaneSocket::tellDelegate(void (SocketDelegate::*operation)(KelvaneSocket&)) {
+// A connection that was closed meanwhile has nothing to say to the delegate of the next one.
+void KelvaneSocket::tellDelegate(const Connection& connection,
+                                 void (SocketDelegate::*operation)(KelvaneSocket&)) {
     const std::scoped_lock guard(monitor_);
     const std::shared_ptr<SocketDelegate> delegate = socketDelegate_;
-    if (!delegate)
+    if (!delegate || !connection.isRunning())
         return;
     if (callDelegateOnMainThread_)
         mainLoop_->post([delegate, operation, self = shared_from_this()] { (*delegate.*operation)(*self); });

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <csignal>
 #include <exception>
+#include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
 #include <thread>
@@ -12,16 +13,41 @@
 namespace kelvane {
 namespace {
 
-std::atomic<int> liveThreadCount{0};
+// Never destroyed: a thread may end after the statics have gone.
+struct LiveThreads {
+    std::mutex mutex;
+    std::condition_variable changed;
+    int count = 0;
+};
+
+LiveThreads& live() {
+    static auto* const threads = new LiveThreads;
+    return *threads;
+}
 
 // Counts from before the thread starts, so that nobody can miss one that is about to.
 class LiveThread {
 public:
-    LiveThread() { ++liveThreadCount; }
-    ~LiveThread() { --liveThreadCount; }
+    LiveThread() { add(1); }
+    ~LiveThread() { add(-1); }
     LiveThread(const LiveThread&) = delete;
     LiveThread& operator=(const LiveThread&) = delete;
+
+private:
+    static void add(int change) {
+        const std::scoped_lock guard(live().mutex);
+        live().count += change;
+        live().changed.notify_all();
+    }
 };
+
+void runGuarded(const std::function<void()>& body) {
+    try {
+        body();
+    } catch (const std::exception& error) {
+        KelvaneCLog("KelvaneSocket thread ended by an exception: %@", error.what());
+    }
+}
 
 } // namespace
 
@@ -44,13 +70,21 @@ bool KelvaneSocket::Connection::writeBytes(const std::uint8_t* buffer, std::size
     const std::scoped_lock guard(sendMutex_);
     while (count > 0) {
         // MSG_NOSIGNAL: a peer that went away must not end the process.
-        const ssize_t result = ::send(descriptor.get(), buffer, count, MSG_NOSIGNAL);
+        const ssize_t result = ::send(descriptor.get(), buffer, count, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (result < 0 && errno == EAGAIN && hasRoom())
+            continue;
         if (result <= 0)
             return false;
         buffer += result;
         count -= static_cast<std::size_t>(result);
     }
     return true;
+}
+
+// Waits for it; also true when the connection has ended, which the next write then finds.
+bool KelvaneSocket::Connection::hasRoom() const {
+    pollfd writable{descriptor.get(), POLLOUT, 0};
+    return ::poll(&writable, 1, sendTimeout_) > 0;
 }
 
 void KelvaneSocket::Connection::stop() {
@@ -75,7 +109,7 @@ bool startLinkThread(std::function<void()> body) {
     try {
         auto alive = std::make_shared<LiveThread>();
         std::thread([body = std::move(body), alive]() mutable {
-            body();
+            runGuarded(body);
             body = nullptr; // what it holds goes before the thread counts as ended
             alive.reset();
         }).detach();
@@ -88,7 +122,13 @@ bool startLinkThread(std::function<void()> body) {
 }
 
 int KelvaneSocket::liveThreads() {
-    return liveThreadCount;
+    const std::scoped_lock guard(live().mutex);
+    return live().count;
+}
+
+bool KelvaneSocket::waitForThreads(std::chrono::milliseconds limit) {
+    std::unique_lock guard(live().mutex);
+    return live().changed.wait_for(guard, limit, [] { return live().count == 0; });
 }
 
 } // namespace kelvane

@@ -14,6 +14,10 @@ struct KelvaneSocket::Connection : ByteSource {
     std::int32_t readBytes(std::int32_t count, std::uint8_t* buffer) override;
     // All of them, not mixed with those of another thread, or false.
     [[nodiscard]] bool writeBytes(const std::uint8_t* buffer, std::size_t count);
+    // How long a write may make no progress; none: for ever. For the writes that begin after it.
+    void setSendTimeout(std::optional<std::chrono::milliseconds> timeout) {
+        sendTimeout_ = timeout ? static_cast<int>(timeout->count()) : forEver;
+    }
 
     // For good: whoever wants to go on takes another connection.
     void stop();
@@ -23,16 +27,22 @@ struct KelvaneSocket::Connection : ByteSource {
 
     const FileDescriptor descriptor;
     unsigned interruptions = 0; // of the data delegate's lock, when the receive thread started
+    bool isOpen = false;        // guarded by the socket's `stateMutex_`
 
 private:
+    static constexpr int forEver = -1; // as poll has it
+
+    [[nodiscard]] bool hasRoom() const;
+
     std::atomic<bool> running_{true};
+    std::atomic<int> sendTimeout_{forEver};
     std::mutex sendMutex_;
     std::mutex mutex_;
     std::condition_variable stopped_;
 };
 
-// Runs `body` on a thread of its own that no signal reaches and that counts as alive until it ends. False
-// when the system has no thread to give.
+// Runs `body` on a thread of its own that no signal reaches and that counts as alive until it ends; what it
+// throws is logged. False when the system has no thread to give.
 [[nodiscard]] bool startLinkThread(std::function<void()> body);
 
 } // namespace kelvane

@@ -1,4 +1,6 @@
+#include "Common/KelvSocket.h"
 #include "LocalDaemon/LocalDaemon.h"
+#include "Platform/FileDescriptor.h"
 #include "Platform/PollLoop.h"
 #include "Platform/SignalWatch.h"
 #include "Platform/SpecialFolders.h"
@@ -70,6 +72,7 @@ int serve(const LocalDaemon::Options& options) {
         return complain(refusal, failed);
     const int status = loop->run();
     daemon.stop();
+    KelvaneSocket::waitForThreads();
     return status;
 }
 
@@ -93,6 +96,7 @@ int run(const Arguments& arguments) {
 } // namespace
 
 int main(int count, char** texts) {
+    kelvane::occupyStandardDescriptors();
     // A terminal that has gone must not end the daemon at its next line.
     std::signal(SIGPIPE, SIG_IGN);
     const auto log = setLogSink([](const LogEntry& entry) { std::cerr << entry.line() + '\n'; });

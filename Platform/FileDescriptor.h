@@ -30,4 +30,8 @@ private:
     int descriptor_ = -1;
 };
 
+// Opens something useless under those of the descriptors 0 to 2 that are closed, so that no file or socket of
+// this program gets their numbers. Reading and writing there fails as it did. The first thing in `main`.
+void occupyStandardDescriptors();
+
 } // namespace kelvane

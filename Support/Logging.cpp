@@ -1,13 +1,17 @@
 #include "Support/Logging.h"
 
+#include "Foundation/Unicode.h"
+#include "Platform/FileDescriptor.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <ctime>
 #include <mutex>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <syslog.h>
 #include <unistd.h>
 #include <vector>
@@ -15,7 +19,7 @@
 namespace kelvane {
 namespace {
 
-constexpr const char* systemLogSocket = "/dev/log";
+constexpr std::string_view systemLogSocket = "/dev/log";
 
 struct Sinks {
     std::mutex mutex; // held while a sink runs: entries come one at a time, and a token's death waits for it
@@ -28,37 +32,49 @@ Sinks& allSinks() {
     return *sinks;
 }
 
-bool isContinuation(char byte) {
-    return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
+// The first character of a text that is not empty; a byte that is no UTF-8 stands for itself.
+std::string_view firstCharacter(std::string_view text) {
+    constexpr std::size_t longestCharacter = 4;
+    for (std::size_t size = 1; size <= std::min(text.size(), longestCharacter); ++size)
+        if (isUtf8(text.substr(0, size)))
+            return text.substr(0, size);
+    return text.substr(0, 1);
 }
 
-// The text without line breaks and without what a terminal would take for a command; the two-byte controls of
-// UTF-8 (U+0080 to U+009F) are commands as well.
-std::string escaped(std::string_view text, std::size_t at) {
-    const auto byte = static_cast<unsigned char>(text[at]);
-    const bool isSecondOfControl = byte >= 0x80 && byte <= 0x9F && at > 0 && text[at - 1] == '\xC2';
-    if (byte >= 0x20 && byte != 0x7F && !isSecondOfControl)
-        return {text[at]};
-    switch (byte) {
+// The two-byte controls of UTF-8 (U+0080 to U+009F) are commands to a terminal as well, and so are their
+// single bytes to one that does not read UTF-8.
+bool isPlain(std::string_view character) {
+    const auto first = static_cast<unsigned char>(character.front());
+    if (character.size() == 1)
+        return first >= 0x20 && first < 0x7F;
+    return first != 0xC2 || static_cast<unsigned char>(character[1]) > 0x9F;
+}
+
+// Without line breaks and without what a terminal would take for a command.
+std::string escaped(std::string_view character) {
+    if (isPlain(character))
+        return std::string(character);
+    switch (character.front()) {
     case '\n': return "\\n";
     case '\r': return "\\r";
     case '\t': return "\\t";
     default: break;
     }
-    std::array<char, 8> code{};
-    std::snprintf(code.data(), code.size(), "\\x%02x", static_cast<unsigned>(byte));
-    return code.data();
+    std::string codes;
+    for (const char byte : character)
+        codes += formatText("\\x%02x", static_cast<unsigned>(static_cast<unsigned char>(byte)));
+    return codes;
 }
 
 std::string oneLine(std::string_view text) {
     std::string line;
     line.reserve(std::min(text.size(), longestLogEntry));
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        // Not in the middle of a character, unless there is no end to it.
-        if (line.size() >= longestLogEntry &&
-            (!isContinuation(text[at]) || line.size() >= longestLogEntry + 4))
-            return line + " [" + std::to_string(text.size() - at) + " more bytes]";
-        line += escaped(text, at);
+    while (!text.empty()) {
+        if (line.size() >= longestLogEntry)
+            return line + " [" + std::to_string(text.size()) + " more bytes]";
+        const std::string_view character = firstCharacter(text);
+        line += escaped(character);
+        text.remove_prefix(character.size());
     }
     return line;
 }
@@ -82,12 +98,22 @@ void writeToStandardError(const LogEntry& entry) {
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
+// Asked for each entry: the socket's file may outlive whoever listened there.
+bool hasSystemLog() {
+    const FileDescriptor probe(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    systemLogSocket.copy(static_cast<char*>(address.sun_path), systemLogSocket.size());
+    return probe && ::connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+}
+
 void writeToSystem(const LogEntry& entry) {
-    static const bool opened = (::openlog(nullptr, LOG_PID, LOG_USER), true);
-    const bool hasSystemLog = opened && ::access(systemLogSocket, W_OK) == 0;
-    if (hasSystemLog)
+    const bool isTaken = hasSystemLog();
+    if (isTaken) {
+        ::openlog(nullptr, LOG_PID, LOG_USER);
         ::syslog(LOG_NOTICE, "%s", entry.text.c_str());
-    if (!hasSystemLog || ::isatty(STDERR_FILENO) != 0)
+    }
+    if (!isTaken || ::isatty(STDERR_FILENO) != 0)
         writeToStandardError(entry);
 }
 
@@ -134,13 +160,13 @@ void detail::writeLogEntry(std::string_view text) {
         Writing() { isWriting = true; }
         ~Writing() { isWriting = false; }
     };
-    const std::scoped_lock guard(allSinks().mutex);
     const Writing writing;
-    if (allSinks().sinks.empty()) {
-        writeToSystem(entry);
-    } else {
-        (*allSinks().sinks.back())(entry);
+    {
+        const std::scoped_lock guard(allSinks().mutex);
+        if (!allSinks().sinks.empty())
+            return (*allSinks().sinks.back())(entry);
     }
+    writeToSystem(entry); // may block, and holds nobody else up
 }
 
 } // namespace kelvane

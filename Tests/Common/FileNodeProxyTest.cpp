@@ -1,7 +1,7 @@
 #include "Common/FileNodeProxy.h"
 #include "Common/KelvProxy.h"
 #include "Tests/Common/FakeFileServices.h"
-#include "Tests/Harness/FakeDaemon.h"
+#include "FakeDaemon/FakeDaemon.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
 #include <gtest/gtest.h>

@@ -78,6 +78,21 @@ TEST_F(KelvSocketClose, LetsTheSameObjectConnectAnew) {
     EXPECT_EQ(data->deliveries.next(), RecordingDataDelegate::Delivery(1, "anew"));
 }
 
+TEST_F(KelvSocketClose, EndsTheCallsOfItsProxyUntilItIsConnectedAnew) {
+    const auto proxy = KelvaneProxy::create();
+    proxy->setProtocol(KelvaneDaemonProtocol);
+    proxy->setSocket(socket);
+    EXPECT_EQ(proxy->call<"serviceState">(), 0U) << "never connected";
+    const RawPeer before = peerOf(socket);
+    socket->close();
+    EXPECT_EQ(proxy->call<"serviceState">(), 0U);
+    RawPeer after = peerOf(socket);
+    auto answer = std::async(std::launch::async, [&] { return proxy->call<"serviceState">(); });
+    EXPECT_TRUE(after.receive());
+    after.send(message(2, 8U));
+    EXPECT_EQ(answer.get(), 8U);
+}
+
 TEST_F(KelvSocketClose, OfAListenerTakesChildrenPathAndThread) {
     const std::string path = folder.write("socket", "in the way");
     socket->setSocketDelegate(fate);

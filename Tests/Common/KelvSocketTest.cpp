@@ -167,12 +167,15 @@ TEST_F(KelvSocket, KeepsTheBytesOfOneWriteTogether) {
 }
 
 TEST_F(KelvSocket, GivesUpAWriteThatFindsNoRoomInTime) {
-    socket->setSendTimeout(50ms);
+    socket->setSendTimeout(1s);
     socket->setSocketDelegate(fate);
     const RawPeer peer = peerOf(socket);
     EXPECT_EQ(fate->events.next(), "connected");
-    EXPECT_FALSE(socket->sendData(Data(8U << 20U)));
+    const auto start = Clock::now();
+    EXPECT_FALSE(socket->sendData(Data(8U << 20U))) << "although there was room for some of it";
     EXPECT_EQ(fate->events.next(), "failed");
+    EXPECT_GE(Clock::now() - start, 1s);
+    EXPECT_LT(Clock::now() - start, 1900ms);
 }
 
 } // namespace

@@ -3,7 +3,7 @@
 #include "PreferencePane/Link/BackupState.h"
 #include "Support/Logging.h"
 #include "Tests/Harness/EnvironmentVariable.h"
-#include "Tests/Harness/FakeDaemon.h"
+#include "FakeDaemon/FakeDaemon.h"
 #include "Tests/Harness/ManualLoop.h"
 #include "Tests/Harness/TemporaryFolder.h"
 

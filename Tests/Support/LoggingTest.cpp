@@ -47,7 +47,7 @@ TEST(Logging, MakesOneBoundedLineOfWhateverIsWritten) {
         {"a\nb\r\tc", "a\\nb\\r\\tc"},
         {std::string("\x1b[2J\x7f\0!", 7), "\\x1b[2J\\x7f\\x00!"},
         {"100 % of C:\\n, \xC3\xA9", "100 % of C:\\n, \xC3\xA9"},
-        {"\xC2\x9B[m", "\xC2\\x9b[m"},
+        {"\xC2\x9B[m \x9B[m \xE2\x82 \xE2\x82\xAC", "\\xc2\\x9b[m \\x9b[m \\xe2\\x82 \xE2\x82\xAC"},
         {longText + "1", longText + "1"},
         {longText + "123", longText + "1 [2 more bytes]"},
         {longText + "\xC3\xA9+", longText + "\xC3\xA9 [1 more bytes]"},
@@ -58,7 +58,7 @@ TEST(Logging, MakesOneBoundedLineOfWhateverIsWritten) {
         KelvaneSystemLog("%@", text);
         EXPECT_EQ(lines.back(), expected);
     }
-    KelvaneSystemLog("%@", std::string(1 << 20, '\x80')); // no end of a character to cut at
+    KelvaneSystemLog("%@", std::string(1 << 20, '\x80'));
     EXPECT_LE(lines.back().size(), longestLogEntry + 64);
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Tests/Harness/FakeDaemon.h"
+#include "FakeDaemon/FakeDaemon.h"
 #include "Tests/Harness/TemporaryFolder.h"
 #include "Tests/Tools/ChildProgram.h"
 

@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
 #include <unistd.h>
 
 namespace kelvane::ctl {
@@ -43,13 +42,6 @@ bool isControl(std::string_view text, std::size_t at) {
 }
 
 } // namespace
-
-void occupyStandardDescriptors() {
-    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
-        if (::fcntl(descriptor, F_GETFD) < 0)
-            // The lowest free number is this one.
-            static_cast<void>(::open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY));
-}
 
 bool writeOutput(std::string_view text) {
     return writeAll(STDOUT_FILENO, text.data(), text.size());

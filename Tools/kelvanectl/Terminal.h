@@ -9,10 +9,6 @@
 
 namespace kelvane::ctl {
 
-// Opens something useless under those of the descriptors 0 to 2 that are closed, so that no file or socket of
-// this program gets their numbers. Reading and writing there fails as it did.
-void occupyStandardDescriptors();
-
 // Writes all of it to standard output at once. False: it failed, and errno says why.
 [[nodiscard]] bool writeOutput(std::string_view text);
 [[nodiscard]] bool writeOutput(std::span<const std::uint8_t> bytes);

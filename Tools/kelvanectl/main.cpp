@@ -1,3 +1,4 @@
+#include "Platform/FileDescriptor.h"
 #include "Support/Logging.h"
 #include "Tools/kelvanectl/Commands.h"
 #include "Tools/kelvanectl/Terminal.h"
@@ -24,7 +25,7 @@ ExitStatus run(const std::vector<std::string>& words) {
 } // namespace kelvane::ctl
 
 int main(int argumentCount, char* arguments[]) {
-    kelvane::ctl::occupyStandardDescriptors();
+    kelvane::occupyStandardDescriptors();
     std::signal(SIGPIPE, SIG_IGN); // whoever stops reading is told by the failure of the next write
     kelvane::KelvaneLogStart();
     const std::vector<std::string> words(arguments + (argumentCount > 0 ? 1 : 0), arguments + argumentCount);

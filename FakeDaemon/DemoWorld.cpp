@@ -1,8 +1,8 @@
-#include "Tests/Harness/DaemonWorld.h"
+#include "FakeDaemon/DaemonWorld.h"
 
 #include "Common/StateKeys.h"
 
-namespace kelvane::tests {
+namespace kelvane {
 namespace {
 
 constexpr std::uint64_t megabyte = 1'000'000;
@@ -90,4 +90,4 @@ DaemonWorld demoWorld() {
     return world;
 }
 
-} // namespace kelvane::tests
+} // namespace kelvane

@@ -1,11 +1,11 @@
-#include "Tests/Harness/DaemonWorld.h"
+#include "FakeDaemon/DaemonWorld.h"
 
 #include "Common/StateKeys.h"
 
 #include <algorithm>
 #include <span>
 
-namespace kelvane::tests {
+namespace kelvane {
 namespace {
 
 // Of the flags and colours of a node, those by which a pane shows what is backed up.
@@ -282,4 +282,4 @@ std::string DaemonWorld::ownPath(const std::string& path) const {
     return path.starts_with(prefix + "/") ? path.substr(prefix.size()) : path;
 }
 
-} // namespace kelvane::tests
+} // namespace kelvane

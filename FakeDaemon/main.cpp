@@ -1,9 +1,11 @@
 // kelvane-fake-daemon: a backup daemon that plays a script, for demos, screenshots and trying things out.
 
+#include "FakeDaemon/ScriptPlayer.h"
+#include "Foundation/PathComponents.h"
+#include "Platform/FileDescriptor.h"
 #include "Platform/SignalWatch.h"
 #include "Platform/SpecialFolders.h"
 #include "Support/Logging.h"
-#include "Tests/Harness/Program/ScriptPlayer.h"
 
 #include <CLI/CLI.hpp>
 #include <array>
@@ -14,7 +16,7 @@
 #include <iostream>
 #include <poll.h>
 
-namespace kelvane::tests {
+namespace kelvane {
 namespace {
 
 struct Options {
@@ -53,6 +55,9 @@ int serve(const Options& options) {
             return 2;
         }
     }
+    if (options.socket == defaultDaemonPath())
+        // A folder that cannot be had is one where listening fails.
+        static_cast<void>(ensureFolder(deleteLastPathComponent(options.socket)));
     if (!daemon.start()) {
         std::cerr << "kelvane-fake-daemon: cannot listen at " << options.socket << '\n';
         return 1;
@@ -66,10 +71,11 @@ int serve(const Options& options) {
 }
 
 } // namespace
-} // namespace kelvane::tests
+} // namespace kelvane
 
 int main(int argc, char** argv) {
-    kelvane::tests::Options options;
+    kelvane::occupyStandardDescriptors();
+    kelvane::Options options;
     CLI::App app(
         "A backup daemon that plays a script. Without one it shows a demo account until it is ended.");
     app.add_option("--socket", options.socket, "Where panes find it")->capture_default_str();
@@ -77,5 +83,5 @@ int main(int argc, char** argv) {
     app.add_flag("--empty", options.isEmpty, "Know nothing instead of showing a demo account");
     CLI11_PARSE(app, argc, argv);
     kelvane::KelvaneLogStart();
-    return kelvane::tests::serve(options);
+    return kelvane::serve(options);
 }

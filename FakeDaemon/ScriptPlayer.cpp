@@ -1,4 +1,4 @@
-#include "Tests/Harness/Program/ScriptPlayer.h"
+#include "FakeDaemon/ScriptPlayer.h"
 
 #include "Common/Protocols.h"
 #include "Tools/JsonPropertyList.h"
@@ -6,7 +6,7 @@
 #include <cmath>
 #include <iostream>
 
-namespace kelvane::tests {
+namespace kelvane {
 namespace {
 
 constexpr int scriptError = 2;
@@ -102,4 +102,4 @@ std::string ScriptPlayer::setAnswer(std::string_view kind, const Value& step) {
     return {};
 }
 
-} // namespace kelvane::tests
+} // namespace kelvane

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "FakeDaemon/FakeDaemon.h"
 #include "Platform/PollLoop.h"
-#include "Tests/Harness/FakeDaemon.h"
 
 #include <deque>
 #include <string>
 #include <string_view>
 
-namespace kelvane::tests {
+namespace kelvane {
 
 // Plays a script for a fake daemon: one JSON object a line, each done as soon as it comes unless an earlier
 // one waits.
@@ -45,4 +45,4 @@ private:
     Timer waiting_;
 };
 
-} // namespace kelvane::tests
+} // namespace kelvane

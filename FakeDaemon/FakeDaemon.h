@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Common/KelvProxy.h"
-#include "Tests/Harness/DaemonWorld.h"
+#include "FakeDaemon/DaemonWorld.h"
 
 #include <condition_variable>
 #include <functional>
@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-namespace kelvane::tests {
+namespace kelvane {
 
 struct ReceivedCall {
     std::string selector;
@@ -100,4 +100,4 @@ private:
     std::vector<std::weak_ptr<KelvaneSocket>> sockets_; // alive for as long as one of their threads is
 };
 
-} // namespace kelvane::tests
+} // namespace kelvane

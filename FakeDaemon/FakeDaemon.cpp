@@ -1,9 +1,9 @@
-#include "Tests/Harness/FakeDaemon.h"
+#include "FakeDaemon/FakeDaemon.h"
 
 #include <algorithm>
 #include <unistd.h>
 
-namespace kelvane::tests {
+namespace kelvane {
 namespace {
 
 using namespace std::chrono_literals;
@@ -265,4 +265,4 @@ std::size_t FakeDaemon::count(std::string_view selector) const {
         calls_.begin(), calls_.end(), [&](const auto& call) { return call.selector == selector; }));
 }
 
-} // namespace kelvane::tests
+} // namespace kelvane

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-namespace kelvane::tests {
+namespace kelvane {
 
 // What a fake daemon knows, and how the calls of its panes change it. Plain values, without threads and
 // without a link.
@@ -46,4 +46,4 @@ struct DaemonWorld {
 // The account and files of somebody who has used the service for a while.
 [[nodiscard]] DaemonWorld demoWorld();
 
-} // namespace kelvane::tests
+} // namespace kelvane

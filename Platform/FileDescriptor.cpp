@@ -1,0 +1,14 @@
+#include "Platform/FileDescriptor.h"
+
+#include <fcntl.h>
+
+namespace kelvane {
+
+void occupyStandardDescriptors() {
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (::fcntl(descriptor, F_GETFD) < 0)
+            // The lowest free number is this one.
+            static_cast<void>(::open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY));
+}
+
+} // namespace kelvane
