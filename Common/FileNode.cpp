@@ -14,7 +14,7 @@ namespace {
 constexpr std::size_t longestPathOnTheWay = 4096;
 
 void extend(std::string& path, std::string_view name) {
-    if (name.empty() || name.find('/') != std::string_view::npos) {
+    if (name.empty() || name.find('/') != std::string_view::npos || path.ends_with("//")) {
         path = appendPathComponent(path, name);
         return;
     }

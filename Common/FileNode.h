@@ -44,7 +44,7 @@ struct SortDescriptor {
 //
 // Ownership. A node owns its children and refers to its parent weakly. Whoever holds a node may keep it for
 // as long as he likes: when the tree around it goes, it keeps its fields, its own children, and its path,
-// which it stores at that moment. It has no parent any more then.
+// which it stores at that moment. Only a flush or a removal leaves it the parent that it had.
 //
 // No operation recurses: a tree may be as deep as memory allows. Main thread only, like everything that shows
 // it. Nothing fails, except where an operation says so; an absent field reads as empty, 0 or false.
@@ -79,7 +79,8 @@ public:
     [[nodiscard]] static FileNodeList fileNodesForDictionaries(const Value& dictionaries);
 
     // All fields from a dictionary; also on a node inside a tree, which stays where it is, and keeps its
-    // children when the dictionary has none. The path is the dictionary's, without one it is computed anew.
+    // children when the dictionary has no such key. The path is the dictionary's, without one it is computed
+    // anew.
     void initWithDictionary(const Value& dictionary);
     [[nodiscard]] Value dictionary() const;
     // With the children that are loaded.

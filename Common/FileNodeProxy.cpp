@@ -7,8 +7,7 @@
 namespace kelvane {
 namespace {
 
-// A node that has no path asks for nothing at all, not for the empty path, which would be the list of
-// volumes.
+// Absent, which cannot be asked for, where a node has no path: the empty path would be the list of volumes.
 Value pathOf(const KelvaneFileNode& node) {
     std::string path = node.path();
     return path.empty() ? Value() : Value(std::move(path));
@@ -62,8 +61,9 @@ void KelvaneFileNodeProxy::loadChildren() {
     if (!link)
         return;
     const FileNodeRef self = shared_from_this();
-    const Value answer = link->call<"childrenDictionariesForPath:">(pathOf(*this));
-    childrenLoaded_ = true;
+    const Value path = pathOf(*this);
+    childrenLoaded_ = !path.isAbsent(); // before the call: a flush in the middle of it counts
+    const Value answer = link->call<"childrenDictionariesForPath:">(path);
     if (!answer.isArray())
         return;
     const FileNodeList nodes = fileNodesForDictionaries(answer);

@@ -18,6 +18,8 @@ public:
     [[nodiscard]] static std::shared_ptr<KelvaneFileNodeProxy> create();
     [[nodiscard]] static std::shared_ptr<KelvaneFileNodeProxy> create(std::string_view fileName,
                                                                       bool isDirectory);
+    // Would make a plain node.
+    static FileNodeRef createWithDictionary(const Value& dictionary) = delete;
 
     [[nodiscard]] std::shared_ptr<KelvaneProxy> proxy() const { return proxy_.lock(); }
     void setProxy(std::weak_ptr<KelvaneProxy> proxy) { proxy_ = std::move(proxy); }

@@ -24,8 +24,9 @@ FileNodeList KelvaneFileNode::children() {
 }
 
 FileNodeList* KelvaneFileNode::mutableChildren() {
+    const FileNodeRef self = shared_from_this();
     loadChildren();
-    return children_.get();
+    return self.use_count() > 1 ? children_.get() : nullptr;
 }
 
 std::size_t KelvaneFileNode::count() {

@@ -1,5 +1,6 @@
 #include "FakeDaemon/DaemonWorld.h"
 
+#include "Common/FileNodeFlags.h"
 #include "Common/StateKeys.h"
 
 #include <algorithm>
@@ -8,17 +9,7 @@
 namespace kelvane {
 namespace {
 
-// Of the flags and colours of a node, those by which a pane shows what is backed up.
-constexpr std::uint32_t backupFlag = 0x10;
-constexpr std::uint32_t backedUpFlag = 0x20;
-constexpr std::uint32_t excludeFlag = 0x40;
-constexpr std::uint32_t folderFlag = 0x800;
-constexpr std::uint32_t checkedAndEnabled = 0x3;
-constexpr std::uint32_t checkedFlag = 0x1;
-constexpr std::uint32_t priorityMask = 0xF;
-constexpr int noColor = 1;
-constexpr int green = 2;
-constexpr int yellow = 3;
+constexpr std::uint32_t checkedAndEnabled = Backup_Simple_Checked | Backup_Simple_Enabled;
 
 constexpr std::uint32_t restoreRunning = 51;
 
@@ -110,7 +101,7 @@ constexpr Method methods[] = {
          Array colors;
          for (const Value& path : arguments[0].array()) {
              const Value* node = world.file(path.stringValue());
-             colors.emplace_back(node ? (*node)["backupColor"].int32Value() : noColor);
+             colors.emplace_back(node ? (*node)["backupColor"].int32Value() : Backup_Color_None);
          }
          return Value(std::move(colors));
      }},
@@ -131,7 +122,7 @@ constexpr Method methods[] = {
     {"setPriorityBackup:",
      [](DaemonWorld& world, const Array& arguments) {
          if (Value* node = world.file(arguments[0].stringValue()))
-             set(*node, "backupFlags", (flags(*node) & ~priorityMask) | 1U);
+             set(*node, "backupFlags", (flags(*node) & ~Backup_Priority) | 1U);
          return Value();
      }},
     {"addFileToBackup:",
@@ -181,15 +172,15 @@ constexpr Method methods[] = {
 } // namespace
 
 void DaemonWorld::addFile(const std::string& path, bool isDirectory, std::uint64_t size, bool isBackedUp) {
-    const std::uint32_t kind = isDirectory ? folderFlag : 0;
+    const std::uint32_t kind = isDirectory ? Backup_Folder : 0;
     Dictionary node{
         {"fileName", path == "/" || parentOf(path) == "/Volumes" ? path : path.substr(path.rfind('/') + 1)},
         {"isDirectory", isDirectory},
         {"path", path},
         {"size", size},
-        {"backupFlags", kind | (isBackedUp ? backupFlag | backedUpFlag : 0)},
-        {"simpleFlags", isBackedUp ? checkedAndEnabled : checkedAndEnabled & ~checkedFlag},
-        {"backupColor", isBackedUp ? green : noColor},
+        {"backupFlags", kind | (isBackedUp ? Backup_Backup | Backup_BackedUp : 0)},
+        {"simpleFlags", isBackedUp ? checkedAndEnabled : checkedAndEnabled & ~Backup_Simple_Checked},
+        {"backupColor", isBackedUp ? Backup_Color_Green : Backup_Color_None},
         {"totalCount", 1U},
         {"uid", 1000U},
         {"gid", 1000U}};
@@ -254,16 +245,20 @@ void DaemonWorld::include(const std::string& path, bool isIncluded) {
     for (Value& node : files) {
         if (node["path"].stringValue() != own && !isBelow(node["path"].stringValue(), own))
             continue;
-        const bool isBackedUp = (flags(node) & backedUpFlag) != 0;
-        set(node, "backupFlags", isIncluded ? flags(node) | backupFlag : flags(node) & ~backupFlag);
-        set(node, "simpleFlags", isIncluded ? checkedAndEnabled : checkedAndEnabled & ~checkedFlag);
-        set(node, "backupColor", !isIncluded ? noColor : isBackedUp ? green : yellow);
+        const bool isBackedUp = (flags(node) & Backup_BackedUp) != 0;
+        set(node, "backupFlags", isIncluded ? flags(node) | Backup_Backup : flags(node) & ~Backup_Backup);
+        set(node, "simpleFlags", isIncluded ? checkedAndEnabled : checkedAndEnabled & ~Backup_Simple_Checked);
+        set(node, "backupColor",
+            !isIncluded  ? Backup_Color_None
+            : isBackedUp ? Backup_Color_Green
+                         : Backup_Color_Yellow);
     }
 }
 
 void DaemonWorld::exclude(const std::string& path, bool isExcluded) {
     if (Value* node = file(path)) {
-        set(*node, "backupFlags", isExcluded ? flags(*node) | excludeFlag : flags(*node) & ~excludeFlag);
+        set(*node, "backupFlags",
+            isExcluded ? flags(*node) | Backup_Exclude : flags(*node) & ~Backup_Exclude);
         include(path, !isExcluded);
     }
 }
@@ -271,7 +266,7 @@ void DaemonWorld::exclude(const std::string& path, bool isExcluded) {
 Value DaemonWorld::excludedFiles() const {
     Array nodes;
     std::copy_if(files.begin(), files.end(), std::back_inserter(nodes),
-                 [](const Value& node) { return (flags(node) & excludeFlag) != 0; });
+                 [](const Value& node) { return (flags(node) & Backup_Exclude) != 0; });
     return nodes;
 }
 

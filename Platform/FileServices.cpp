@@ -9,6 +9,9 @@
 namespace kelvane {
 namespace {
 
+// No others: one that names a locale which is not installed would spoil these.
+constexpr int dateCategories = LC_TIME_MASK | LC_CTYPE_MASK;
+
 // 2001-01-01 in seconds since 1970.
 constexpr double referenceTime = 978307200;
 // Beyond it no calendar counts years, and a time_t may not hold the second.
@@ -38,9 +41,9 @@ bool FileServices::isAlias(const std::string& path) const {
 
 PlainFileServices::PlainFileServices(const FileSystem& fileSystem, const Accounts& accounts,
                                      const char* localeName)
-    : FileServices(fileSystem, accounts), locale_(::newlocale(LC_ALL_MASK, localeName, nullptr)) {
+    : FileServices(fileSystem, accounts), locale_(::newlocale(dateCategories, localeName, nullptr)) {
     if (!locale_)
-        locale_.reset(::newlocale(LC_ALL_MASK, "C", nullptr));
+        locale_.reset(::newlocale(dateCategories, "C", nullptr));
 }
 
 std::string PlainFileServices::dateAndTime(Date date) const {

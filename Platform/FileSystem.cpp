@@ -136,8 +136,7 @@ FolderListing LocalFileSystem::list(const std::string& path, std::size_t limit) 
 
 std::optional<std::string> LocalFileSystem::mountPoint(const std::string& path) const {
     const std::shared_ptr<const Volumes> known = volumes();
-    const std::optional<std::string> real = known->realPath(path);
-    return statusOf(real, 0) ? known->mountPointOf(*real) : std::nullopt;
+    return statusOf(known->realPath(path), 0) ? known->mountPointOf(path) : std::nullopt;
 }
 
 } // namespace kelvane

@@ -102,7 +102,7 @@ Volumes volumesInMountTable(std::string_view mountTable, const std::string& boot
         const std::optional<Mount> mount = mountInLine(takeUntil(mountTable, '\n'));
         if (mount && mount->mountPoint == "/")
             bootDevice = mount->device; // the last one hides those before it
-        if (!mount || !isInMountFolder(*mount))
+        if (!mount || !isInMountFolder(*mount) || mount->mountPoint.ends_with("//deleted"))
             continue;
         // So does a mount upon another, whose place and name it takes.
         const auto hidden = std::ranges::find(mounts, mount->mountPoint, &Mount::mountPoint);

@@ -12,9 +12,9 @@ struct Volume {
     std::string mountPoint; // where it really is: "/" or "/media/joe/Disk"
 };
 
-// Names for the volumes that `names` are proposed for, the boot volume first: none empty or with a "/" or a
-// control in it, all of them UTF-8, no two alike (the second "Disk" becomes "Disk 2"). A name that cannot be
-// used at all gives way to "System" for the boot volume and "Volume" for another.
+// Names for the volumes that `names` are proposed for, the boot volume first: none empty or with a "/" or an
+// ASCII control in it, all of them UTF-8, no two alike (the second "Disk" becomes "Disk 2"). A name that
+// cannot be used at all gives way to "System" for the boot volume and "Volume" for another.
 [[nodiscard]] std::vector<std::string> cleanedVolumeNames(const std::vector<std::string>& names);
 
 // The disks of this machine under the names by which pane and daemon know them. "/Volumes/<name>" is a name

@@ -12,6 +12,7 @@
 #include <string_view>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <sys/wait.h>
 #include <system_error>
 #include <thread>
@@ -51,12 +52,15 @@ private:
 // From here to the end of `runChild`: only what is safe between fork and exec in a program with threads,
 // which is system calls on memory that was made before the fork.
 
+// To standard error when the parent has ended; a failure there has nowhere to go.
 void sendEntry(int logSocket, std::string_view entry) {
     if (logSocket < 0)
         return;
     const std::size_t size = std::min(entry.size(), longestLogEntry);
-    // Lost when the parent has ended: there is nowhere to report that.
-    [[maybe_unused]] const ssize_t sent = ::send(logSocket, entry.data(), size, MSG_NOSIGNAL);
+    if (::send(logSocket, entry.data(), size, MSG_NOSIGNAL) >= 0)
+        return;
+    const std::array<iovec, 2> line{{{const_cast<char*>(entry.data()), size}, {const_cast<char*>("\n"), 1}}};
+    [[maybe_unused]] const ssize_t written = ::writev(STDERR_FILENO, line.data(), line.size());
 }
 
 // A handler of the parent's must not run here once signals are let in again: it would act on what the two

@@ -18,8 +18,8 @@ public:
     KelvaneTrampoline() = delete;
 
     // Returns at once. The child stays this process's own child and becomes the trampoline; a thread waits
-    // for its end, so that it leaves no zombie in a caller that goes on. A caller that ends takes only that
-    // thread along.
+    // for its end, so that it leaves no zombie in a caller that goes on: not for code that may be unloaded. A
+    // caller that ends takes only that thread along, with the log entries that it has not passed on yet.
     static void trampoline(const std::string& trampolinePath, const std::string& launchPath,
                            std::uint32_t pid, int targetType);
 };

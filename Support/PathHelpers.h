@@ -16,6 +16,7 @@ namespace kelvane {
     return Volumes::dataPath;
 }
 
+// "/Volumes/" and the boot volume's name.
 [[nodiscard]] std::string kelv_rootVolumePath(const Volumes& volumes);
 
 // By its beginning alone.
@@ -34,6 +35,7 @@ namespace kelvane {
 // The name after "/Volumes/", else the boot volume's.
 [[nodiscard]] std::string kelv_volumeDisplayName(std::string_view path, const Volumes& volumes);
 
+// WildcardMatch with the text first.
 [[nodiscard]] bool kelv_isEqualToWildcardString(std::string_view text, std::string_view pattern);
 
 } // namespace kelvane

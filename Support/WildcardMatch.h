@@ -15,7 +15,7 @@ namespace kelvane {
 //   exact byte.
 //
 // Takes time in proportion to the pattern's length times the text's, whatever they hold, and memory in
-// proportion to the text's: patterns come from outside.
+// proportion to their sum: patterns come from outside.
 [[nodiscard]] bool WildcardMatch(std::string_view pattern, std::string_view text);
 
 } // namespace kelvane

@@ -125,8 +125,8 @@ int main(int count, char** arguments) {
         std::fputs("usage: kelvane-trampoline PID PROGRAM [launchagent|launchdaemon]\n", stderr);
         return EX_USAGE;
     }
-    // Out of the caller's terminal, whose closing would end this. Fails only for a leader, which has left
-    // already.
+    // Out of the caller's terminal, whose closing would end this. Fails for the leader of a group, which a
+    // person has started by hand.
     ::setsid();
     waitForEnd(pid);
     return start(arguments[2]);
