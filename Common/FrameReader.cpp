@@ -28,7 +28,7 @@ std::optional<Frame> FrameReader::readFrame() {
     if (!type)
         return std::nullopt;
     const std::optional<std::int32_t> length = readInt();
-    if (!length || *length < 0)
+    if (!length || *length < 0 || *length > largestPayload)
         return std::nullopt;
     if (*length == 0)
         return Frame{*type, std::nullopt};

@@ -4,7 +4,9 @@
 #include "Foundation/BinaryPropertyList.h"
 #include "Support/Logging.h"
 
+#include <algorithm>
 #include <limits>
+#include <new>
 
 namespace kelvane {
 namespace {
@@ -83,8 +85,11 @@ void KelvaneProxy::setProtocol(Protocol protocol) {
     protocol_ = protocol;
 }
 
+// Its methods now, so that a receive thread need not hold it, and with it whatever goes when it goes.
 void KelvaneProxy::setDelegate(std::weak_ptr<InvocationTarget> delegate) {
+    const std::shared_ptr<InvocationTarget> target = delegate.lock();
     const std::scoped_lock guard(stateMutex_);
+    delegateMethods_ = target ? target->methods() : Protocol();
     delegate_.swap(delegate);
 }
 
@@ -201,13 +206,21 @@ void KelvaneProxy::processRequest(const Data* payload) {
     if (!request.succeeded())
         KelvaneCLog("Failed to unserialize request: %@", request.error);
     else if (request.value.array().size() >= headerEntries)
-        processInvocationArgs(request.value.array());
+        processInvocationArgs(request.value.array(), payload->size());
 }
 
 void KelvaneProxy::processResponse(const Data* payload) {
+    if (!hasResults()) {
+        KelvaneCLog("KelvaneProxy dropped a response that no call of its can be waiting for");
+        return;
+    }
     PropertyListReading response;
-    if (payload)
-        response = readBinaryPropertyList(*payload);
+    try {
+        if (payload)
+            response = readBinaryPropertyList(*payload);
+    } catch (const std::bad_alloc&) {
+        response.error = "it is more than can be held";
+    }
     if (!response.succeeded())
         KelvaneCLog("Failed to unserialize response: %@", response.error);
     if (!resultCond_.lockWhenCondition(0))
@@ -231,10 +244,16 @@ void KelvaneProxy::processFailureNotice() {
     resultCond_.unlockWithCondition(waiting ? 1 : 0);
 }
 
-void KelvaneProxy::processInvocationArgs(const Array& arguments) {
+void KelvaneProxy::processInvocationArgs(const Array& arguments, std::size_t size) {
     const std::string& selector = arguments[selectorEntry].stringValue();
-    const std::shared_ptr<InvocationTarget> target = delegate();
-    const MethodDescription* method = target ? findMethod(target->methods(), selector) : nullptr;
+    Protocol methods;
+    bool onMainThread = false;
+    {
+        const std::scoped_lock guard(stateMutex_);
+        methods = delegateMethods_;
+        onMainThread = callDelegateOnMainThread_;
+    }
+    const MethodDescription* method = findMethod(methods, selector);
     if (!method)
         return;
     const std::uint64_t count = arguments[countEntry].uint64Value();
@@ -247,44 +266,65 @@ void KelvaneProxy::processInvocationArgs(const Array& arguments) {
         const Value& type = arguments[headerEntries + 2 * index];
         decodeValue(arguments[headerEntries + 2 * index + 1], type.stringValue(), invocation.argument(index));
     }
-    bool onMainThread = false;
-    {
-        const std::scoped_lock guard(stateMutex_);
-        onMainThread = callDelegateOnMainThread_;
-    }
     if (onMainThread && invocation.signature().returnLength() != 0)
         throw AssertionFailure("invocation on main thread not allowed for methods with non-zero return size",
                                source, 185);
+    std::weak_ptr<InvocationTarget> target;
+    {
+        const std::scoped_lock guard(stateMutex_);
+        target = delegate_;
+    }
     if (onMainThread)
-        enqueue(target, std::move(invocation));
-    else
-        invokeAndRespond(*target, invocation);
+        enqueue(std::move(target), std::move(invocation), size);
+    else if (const std::shared_ptr<InvocationTarget> alive = target.lock())
+        invokeAndRespond(*alive, invocation);
 }
 
-void KelvaneProxy::enqueue(const std::shared_ptr<InvocationTarget>& target, Invocation invocation) {
+void KelvaneProxy::enqueue(std::weak_ptr<InvocationTarget> target, Invocation invocation, std::size_t size) {
     bool wasEmpty = false;
+    bool isTooMuch = false;
     {
         const std::scoped_lock guard(invocationLock_);
         wasEmpty = invocationQueue_.empty();
-        invocationQueue_.push_back({target, std::move(invocation)});
+        isTooMuch = !wasEmpty && queuedBytes_ + size > mostQueuedBytes;
+        if (!isTooMuch) {
+            queuedBytes_ += size;
+            invocationQueue_.push_back({std::move(target), std::move(invocation), size});
+        }
     }
     if (wasEmpty)
         mainLoop_->post([self = shared_from_this()] { self->handlePortMessage(); });
+    if (!isTooMuch)
+        return;
+    KelvaneCLog("KelvaneProxy hangs up: more requests wait for the main thread than can be held");
+    if (const std::shared_ptr<KelvaneSocket> transport = socket())
+        transport->hangUp();
 }
 
+// Runs what is queued by now. What comes meanwhile has its own turn, so that a busy peer does not keep the
+// main thread from everything else.
 void KelvaneProxy::handlePortMessage() {
-    while (true) {
+    std::size_t count = 0;
+    {
+        const std::scoped_lock guard(invocationLock_);
+        count = invocationQueue_.size();
+    }
+    for (; count > 0; --count) {
         std::optional<QueuedInvocation> next;
         {
             const std::scoped_lock guard(invocationLock_);
             if (invocationQueue_.empty())
-                return;
+                return; // run by a loop inside one of these
             next = std::move(invocationQueue_.front());
             invocationQueue_.pop_front();
+            queuedBytes_ -= next->size;
         }
         if (const std::shared_ptr<InvocationTarget> target = next->target.lock())
             run(*target, next->invocation);
     }
+    const std::scoped_lock guard(invocationLock_);
+    if (!invocationQueue_.empty())
+        mainLoop_->post([self = shared_from_this()] { self->handlePortMessage(); });
 }
 
 void KelvaneProxy::invokeAndRespond(InvocationTarget& target, Invocation& invocation) {
@@ -292,6 +332,7 @@ void KelvaneProxy::invokeAndRespond(InvocationTarget& target, Invocation& invoca
     run(target, invocation);
     if (invocation.signature().returnLength() == 0)
         return;
+    // One that is nothing is no failure: it is the empty response.
     const Value result = encodeValue(invocation.signature().returnType, invocation.result());
     PropertyListWriting response;
     if (!result.isAbsent())
@@ -310,9 +351,11 @@ std::shared_ptr<KelvaneSocket> KelvaneProxy::socket() const {
     return socket_;
 }
 
-std::shared_ptr<InvocationTarget> KelvaneProxy::delegate() const {
+bool KelvaneProxy::hasResults() const {
     const std::scoped_lock guard(stateMutex_);
-    return delegate_.lock();
+    return std::ranges::any_of(protocol_, [](const MethodDescription& method) {
+        return MethodSignature::fromTypes(method.types).returnLength() != 0;
+    });
 }
 
 } // namespace kelvane

@@ -30,7 +30,8 @@ public:
 // loop, while a call may be waiting.
 //
 // An answer that nobody waited for, and a failure notice once a call has waited, stays until the next waiting
-// call takes it for its own.
+// call takes it for its own; a proxy whose table has no method with a result, which never waits, drops it. A
+// peer that sends requests faster than the main thread runs them loses the link once `mostQueuedBytes` wait.
 //
 // Ownership. `create` returns a handle; when the last one goes away the proxy closes. It owns its socket; the
 // socket keeps it as its data delegate; the delegate is held weakly, and requests for one that is gone are
@@ -54,6 +55,8 @@ public:
     void setCallDelegateOnMainThread(bool onMainThread);
     // Lets go of the socket without closing it.
     void close();
+
+    static constexpr std::size_t mostQueuedBytes = std::size_t{64} << 20U;
 
     // `call<"setPausedMinutes:">(1440U)`. Throws UnknownSelector when this proxy's table has not got it, and
     // std::invalid_argument for an absent object.
@@ -101,13 +104,13 @@ private:
     void processRequest(const Data* payload);
     void processResponse(const Data* payload);
     void processFailureNotice();
-    void processInvocationArgs(const Array& arguments);
-    void enqueue(const std::shared_ptr<InvocationTarget>& target, Invocation invocation);
+    void processInvocationArgs(const Array& arguments, std::size_t size);
+    void enqueue(std::weak_ptr<InvocationTarget> target, Invocation invocation, std::size_t size);
     void handlePortMessage();
     void invokeAndRespond(InvocationTarget& target, Invocation& invocation);
 
     [[nodiscard]] std::shared_ptr<KelvaneSocket> socket() const;
-    [[nodiscard]] std::shared_ptr<InvocationTarget> delegate() const;
+    [[nodiscard]] bool hasResults() const;
 
     const std::shared_ptr<MainLoop> mainLoop_;
 
@@ -116,6 +119,7 @@ private:
     std::shared_ptr<KelvaneSocket> socket_;
     Protocol protocol_;
     std::weak_ptr<InvocationTarget> delegate_;
+    Protocol delegateMethods_;
     bool callDelegateOnMainThread_ = false;
     bool waitingOnResult_ = false;
 
@@ -130,9 +134,11 @@ private:
     struct QueuedInvocation {
         std::weak_ptr<InvocationTarget> target;
         Invocation invocation;
+        std::size_t size; // bytes that brought it
     };
     std::mutex invocationLock_;
     std::deque<QueuedInvocation> invocationQueue_;
+    std::size_t queuedBytes_ = 0;
 };
 
 } // namespace kelvane

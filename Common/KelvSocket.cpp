@@ -221,6 +221,12 @@ void KelvaneSocket::close() {
         child->close();
 }
 
+void KelvaneSocket::hangUp() {
+    const std::scoped_lock guard(stateMutex_);
+    if (connection_)
+        ::shutdown(connection_->descriptor.get(), SHUT_RDWR);
+}
+
 // Does not block before it is connected or listens: a full backlog must not hold up whoever connects.
 std::shared_ptr<KelvaneSocket::Connection> KelvaneSocket::open() {
     const std::scoped_lock guard(stateMutex_);

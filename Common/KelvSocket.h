@@ -96,6 +96,8 @@ public:
     [[nodiscard]] bool sendInt(std::int32_t number);
 
     void close();
+    // As if the peer had: the receive thread finds it and reports the failure.
+    void hangUp();
     [[nodiscard]] bool isZombie() const { return zombie_; }
     // Connected or listening, and not closed since.
     [[nodiscard]] bool isOpen() const;

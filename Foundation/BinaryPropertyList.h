@@ -10,12 +10,15 @@ namespace kelvane {
 
 // Binary property lists, the published format whose files begin with "bplist00".
 //
-// Both directions are bounded: `deepestNesting` levels, and on reading an expansion of at most
-// `largestExpansion` objects and bytes, however often shared objects are referred to. Both are pure
-// functions, for any thread.
+// Both directions are bounded by `deepestNesting` levels. Reading is also bounded by what walking the values
+// comes to, in bytes, shared ones counted each time: at most `expansionFactor` times the list's own size and
+// `smallExpansion`, and never more than `largestExpansion`, which a folder of about 1,000,000 files reaches.
+// What is written is not measured against that. Both are pure functions, for any thread.
 
 inline constexpr int deepestNesting = 512;
-inline constexpr std::uint64_t largestExpansion = 1ULL << 28U;
+inline constexpr std::uint64_t expansionFactor = 32;
+inline constexpr std::uint64_t smallExpansion = 1ULL << 24U;
+inline constexpr std::uint64_t largestExpansion = 1ULL << 29U;
 
 struct PropertyListReading {
     Value value;       // absent when refused

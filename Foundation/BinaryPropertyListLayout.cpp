@@ -30,6 +30,8 @@ std::optional<Trailer> readTrailer(std::span<const std::uint8_t> file) {
     const std::uint64_t tableSize = tableEnd - trailer.tableOffset;
     if (tableSize % trailer.offsetWidth != 0 || tableSize / trailer.offsetWidth != trailer.objectCount)
         return std::nullopt;
+    if (trailer.objectCount > trailer.tableOffset - header.size()) // none is shorter than a byte
+        return std::nullopt;
     return trailer;
 }
 

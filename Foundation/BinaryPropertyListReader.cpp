@@ -17,6 +17,7 @@ using Keys = Dictionary::Keys;
 
 constexpr const char* reachesOutside = "an object reaches outside the objects";
 constexpr const char* tooDeep = "it is nested too deeply";
+constexpr std::uint64_t valueCost = sizeof(Value); // what each costs, beside its text or data
 
 bool hasTwins(const Keys& keys) {
     std::vector<std::string_view> sorted(keys.begin(), keys.end());
@@ -32,6 +33,7 @@ public:
           trailer_(trailer),
           objectsEnd_(trailer.tableOffset),
           room_(trailer.tableOffset),
+          mostExpansion_(std::min(largestExpansion, bytes.size() * expansionFactor + smallExpansion)),
           known_(trailer.objectCount) {}
 
     PropertyListReading read() {
@@ -67,7 +69,7 @@ private:
     }
     bool charge(std::uint64_t cost) {
         expansion_ += cost;
-        return expansion_ <= largestExpansion || refuse("it expands to more than can be held");
+        return expansion_ <= mostExpansion_ || refuse("it expands to more than can be held");
     }
     bool takeRoom(std::uint64_t size);
 
@@ -102,7 +104,8 @@ private:
     const char* error_ = "";
     std::uint64_t expansion_ = 0;
     std::uint64_t room_; // bytes of the file that no container, string or data was made of so far
-    int levels_ = 0;     // of the deepest container met so far inside the one that is being read
+    const std::uint64_t mostExpansion_;
+    int levels_ = 0; // of the deepest container met so far inside the one that is being read
     std::vector<Known> known_;
     std::map<std::string_view, Shape> shapes_; // by the bytes of the references
 };
@@ -153,7 +156,7 @@ std::optional<std::string> Reader::textAt(std::uint64_t at) {
     const bool isAsciiString = static_cast<Type>(bytes_[at] >> 4U) == Type::AsciiString;
     const std::uint64_t unit = isAsciiString ? 1 : 2;
     const std::optional<Content> content = contentAt(at, unit);
-    if (!content || !charge(1 + content->count * unit))
+    if (!content || !charge(valueCost + content->count * unit))
         return std::nullopt;
     const std::uint8_t* begin = bytes_ + content->at;
     std::optional<std::string> text;
@@ -198,7 +201,7 @@ bool Reader::simple(std::uint64_t at, Array& values) {
     if (marker != layout::falseMarker && marker != layout::trueMarker)
         return refuse("an object is of unknown type");
     values.emplace_back(marker == layout::trueMarker);
-    return charge(1);
+    return charge(valueCost);
 }
 
 bool Reader::integer(std::uint64_t at, Array& values) {
@@ -210,7 +213,7 @@ bool Reader::integer(std::uint64_t at, Array& values) {
     const std::uint8_t* number = bytes_ + at + 1;
     if (width <= 8) { // of these only eight bytes fill the sign
         values.emplace_back(static_cast<std::int64_t>(layout::readNumber(number, width)));
-        return charge(1);
+        return charge(valueCost);
     }
     const std::uint64_t high = layout::readNumber(number, 8);
     const std::uint64_t low = layout::readNumber(number + 8, 8);
@@ -220,7 +223,7 @@ bool Reader::integer(std::uint64_t at, Array& values) {
         values.emplace_back(static_cast<std::int64_t>(low));
     else
         return refuse("an integer has more than 64 bits");
-    return charge(1);
+    return charge(valueCost);
 }
 
 bool Reader::real(std::uint64_t at, Array& values) {
@@ -235,7 +238,7 @@ bool Reader::real(std::uint64_t at, Array& values) {
         values.emplace_back(std::bit_cast<float>(static_cast<std::uint32_t>(bits)));
     else
         values.emplace_back(std::bit_cast<double>(bits));
-    return charge(1);
+    return charge(valueCost);
 }
 
 bool Reader::date(std::uint64_t at, Array& values) {
@@ -244,23 +247,23 @@ bool Reader::date(std::uint64_t at, Array& values) {
     if (at + 9 > objectsEnd_)
         return refuse(reachesOutside);
     values.emplace_back(Date{std::bit_cast<double>(layout::readNumber(bytes_ + at + 1, 8))});
-    return charge(1);
+    return charge(valueCost);
 }
 
 bool Reader::data(std::uint64_t at, Known& known, Array& values) {
     const std::optional<Content> content = contentAt(at, 1);
-    if (!content || !charge(1 + content->count) || !takeRoom(content->count))
+    if (!content || !charge(valueCost + content->count) || !takeRoom(content->count))
         return false;
     const std::uint8_t* begin = bytes_ + content->at;
     values.emplace_back(Data(begin, begin + content->count));
-    known = {&values.back(), static_cast<std::uint32_t>(1 + content->count)};
+    known = {&values.back(), static_cast<std::uint32_t>(valueCost + content->count)};
     return true;
 }
 
 bool Reader::string(std::uint64_t at, Known& known, Array& values) {
     const std::uint64_t before = expansion_;
     std::optional<std::string> text = textAt(at);
-    if (!text || !takeRoom(expansion_ - before - 1))
+    if (!text || !takeRoom(expansion_ - before - valueCost))
         return false;
     values.emplace_back(*std::move(text));
     known = {&values.back(), static_cast<std::uint32_t>(expansion_ - before)};
@@ -275,11 +278,11 @@ bool Reader::container(std::uint64_t at, Known& known, int depth, Array& values)
     const bool isDictionary = static_cast<Type>(bytes_[at] >> 4U) == Type::Dictionary;
     const std::uint64_t unit = (isDictionary ? 2 : 1) * trailer_.referenceWidth;
     const std::optional<Content> content = contentAt(at, unit);
-    if (!content || !charge(1) || !takeRoom(content->count * unit))
+    if (!content || !charge(valueCost) || !takeRoom(content->count * unit))
         return false;
 
     known.isBeingRead = true;
-    const std::uint64_t before = expansion_ - 1;
+    const std::uint64_t before = expansion_ - valueCost;
     const int levelsBefore = std::exchange(levels_, 0);
     if (!(isDictionary ? dictionary(*content, depth + 1, values) : array(*content, depth + 1, values)))
         return false;

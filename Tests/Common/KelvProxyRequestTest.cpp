@@ -156,6 +156,42 @@ TEST_F(KelvProxyRequest, WaitsForTheMainThreadInOrderUnderOnePost) {
     EXPECT_EQ(notes.count(), 0U);
 }
 
+TEST_F(KelvProxyRequest, ThatKeepsComingDoesNotKeepTheMainThread) {
+    proxy->setCallDelegateOnMainThread(true);
+    const auto busy = std::make_shared<Target>(methods, [this](Invocation& call) {
+        notes.add(call.argument(0).object());
+        if (call.argument(0).object() != Value(1))
+            return;
+        loop->post([this] { notes.add("something else"); });
+        peer.send(request("note:", {"@", 2}) + message(responseFrame, 6));
+        EXPECT_EQ(proxy->call<"serviceState">(), 6U) << "by now the second one is queued";
+    });
+    proxy->setDelegate(busy);
+    peer.send(request("note:", {"@", 1}) + message(responseFrame, 6));
+    EXPECT_EQ(proxy->call<"serviceState">(), 6U);
+    loop->runPosted();
+    for (const Value& note : {Value(1), Value("something else"), Value(2)})
+        EXPECT_EQ(notes.next(), note);
+}
+
+TEST_F(KelvProxyRequest, CostsThePeerItsLinkWhenTooManyWait) {
+    proxy->setCallDelegateOnMainThread(true);
+    const std::string large = request("note:", {"@", std::string(1U << 20U, 'x')});
+    const std::size_t count = KelvaneProxy::mostQueuedBytes >> 20U;
+    for (std::size_t number = 0; number < count; ++number)
+        peer.send(large);
+    EXPECT_FALSE(peer.receive());
+    loop->runPosted();
+    EXPECT_EQ(notes.count(), count - 1) << "what was taken runs";
+}
+
+// One that calls only what has no result would keep the response for ever, and the failure behind it.
+TEST_F(KelvProxyRequest, GoesOnAfterAResponseThatNobodyCanWaitFor) {
+    proxy->setProtocol(KelvaneClientProtocol);
+    peer.send(message(responseFrame, 1) + message(responseFrame, 2) + request("add:to:", {"i", 1, "i", 2}));
+    EXPECT_EQ(peer.receive()->second, Value(3));
+}
+
 // Off the main thread a request waits for the call that is under way, whose answer comes on the very same
 // thread.
 TEST_F(KelvProxyRequest, ThatWaitsForACallIsEndedByClose) {
