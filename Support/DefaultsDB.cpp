@@ -18,7 +18,21 @@ struct Domain {
     Dictionary unwritten; // what could not be written when it was set
     bool isLoaded = false;
     bool lastReadOK = false;
+
+    // False when the file is at fault, for which each try may wait.
+    bool write(const std::string& key, const Value& value);
 };
+
+bool Domain::write(const std::string& key, const Value& value) {
+    const PreferencesFile::Writing written = PreferencesFile(path).set(key, value, entries);
+    if (written.error.empty()) {
+        unwritten.erase(key);
+        return true;
+    }
+    unwritten.set(key, value);
+    KelvaneCLog("DefaultsDB: %@", written.error);
+    return written.isValueAtFault;
+}
 
 void load(Domain& domain) {
     PreferencesFile::Reading reading = PreferencesFile(domain.path).read();
@@ -49,14 +63,12 @@ const Value& read(std::string_view key, bool synchronize) {
 
 void write(std::string_view key, const Value& value) {
     Domain& domain = loadedDomain(false);
-    domain.unwritten.set(key, value);
+    domain.unwritten.erase(key);
     const Dictionary waiting = domain.unwritten;
-    for (const auto& [item, wanted] : waiting) {
-        const std::string error = PreferencesFile(domain.path).set(item, wanted, domain.entries);
-        if (error.empty())
-            domain.unwritten.erase(item);
-        else
-            KelvaneCLog("DefaultsDB: %@", error);
+    if (domain.write(std::string(key), value)) {
+        for (const auto& [item, wanted] : waiting)
+            if (!domain.write(item, wanted))
+                break;
     }
     for (const auto& [item, wanted] : domain.unwritten)
         domain.entries.set(item, wanted);

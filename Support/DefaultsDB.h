@@ -13,7 +13,8 @@ namespace kelvane {
 //
 // Main thread only: the domain and `lastReadOK` are shared by the whole process. Nothing here fails towards
 // the caller. A file that cannot be read leaves the values known so far, and a write that fails is logged,
-// holds until the next reload, and is tried again with the next write.
+// holds until the next reload, and is tried again with the next write. A write blocks on the disk, and for at
+// most two seconds on another process that is writing.
 class DefaultsDB {
 public:
     DefaultsDB() = delete;

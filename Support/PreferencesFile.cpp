@@ -73,7 +73,8 @@ PreferencesFile::Reading PreferencesFile::read() const {
     return {Content::Read, list.value.dictionary(), {}};
 }
 
-std::string PreferencesFile::set(std::string_view key, const Value& value, Dictionary& entries) const {
+PreferencesFile::Writing PreferencesFile::set(std::string_view key, const Value& value,
+                                              Dictionary& entries) const {
     // Most values are written again and again as they are: no lock and no flushing for those.
     if (Reading reading = read(); holds(reading.entries, key, value)) {
         entries = std::move(reading.entries);
@@ -81,31 +82,32 @@ std::string PreferencesFile::set(std::string_view key, const Value& value, Dicti
     }
     if (const std::size_t slash = path_.rfind('/'); slash != std::string::npos && slash > 0) {
         if (const std::string folder = path_.substr(0, slash); !ensureFolder(folder))
-            return "cannot make " + folder + ": " + textOfError(errno);
+            return {"cannot make " + folder + ": " + textOfError(errno), false};
     }
     const FileLock lock(path_ + ".lock");
     if (lock.error() != 0)
-        return "cannot lock " + path_ + ".lock: " + textOfError(lock.error());
+        return {"cannot lock " + path_ + ".lock: " + textOfError(lock.error()), false};
     return setLocked(key, value, entries);
 }
 
-std::string PreferencesFile::setLocked(std::string_view key, const Value& value, Dictionary& entries) const {
+PreferencesFile::Writing PreferencesFile::setLocked(std::string_view key, const Value& value,
+                                                    Dictionary& entries) const {
     Reading reading = read();
     if (reading.content == Content::Unreadable)
-        return reading.error;
+        return {reading.error, false};
     Dictionary changed = reading.content == Content::Damaged ? entries : std::move(reading.entries);
     changed.set(key, value);
     const PropertyListWriting list = writeBinaryPropertyList(changed);
     if (!list.succeeded())
-        return "cannot write " + path_ + ": " + list.error;
+        return {"cannot write " + path_ + ": " + list.error};
     // What is longer could never be read again, by anybody.
     if (list.bytes.size() > largestFile)
-        return "cannot write " + path_ + ": it would become too large";
+        return {"cannot write " + path_ + ": it would become too large"};
     if (reading.content == Content::Damaged)
         keepDamaged(reading.error);
     const FileOutcome outcome = replaceFileAtomically(path_, list.bytes, fileMode);
     if (!outcome.succeeded())
-        return outcome.reason;
+        return {outcome.reason, false};
     entries = std::move(changed);
     return {};
 }

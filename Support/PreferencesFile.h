@@ -31,13 +31,17 @@ public:
     };
     [[nodiscard]] Reading read() const;
 
+    struct Writing {
+        std::string error;          // empty when it succeeded
+        bool isValueAtFault = true; // another key may fare better
+    };
     // Sets one key. `entries` is what the caller knows of the file: afterwards what the file holds now. A
-    // damaged file is kept beside as "<path>.damaged" and made anew from `entries`. Returns why it failed,
-    // empty when it did not; then the file and `entries` are as they were.
-    [[nodiscard]] std::string set(std::string_view key, const Value& value, Dictionary& entries) const;
+    // damaged file is kept beside as "<path>.damaged" and made anew from `entries`. When it fails, the file
+    // and `entries` are as they were.
+    [[nodiscard]] Writing set(std::string_view key, const Value& value, Dictionary& entries) const;
 
 private:
-    [[nodiscard]] std::string setLocked(std::string_view key, const Value& value, Dictionary& entries) const;
+    [[nodiscard]] Writing setLocked(std::string_view key, const Value& value, Dictionary& entries) const;
     void keepDamaged(const std::string& reason) const;
 
     std::string path_;

@@ -25,8 +25,11 @@ BackupState::~BackupState() {
 
 void BackupState::onBegin() {
     KelvaneCLog("BackupState:onBegin - opening connection");
+    const std::weak_ptr<const void> presence = presence_;
     if (connection_)
-        connection_->stop(); // it would keep itself, and its connection, for ever
+        onEnd(); // or it would keep itself, and its connection, for ever
+    if (presence.expired() || connection_)
+        return; // an observer of the end has dropped this object, or begun already
     connection_ = ConnectionController::create(mainLoop_, notifications_, bundle_, proxyDelegate_);
     if (disableConnectTimer_)
         connection_->disableConnectTimer();
@@ -133,6 +136,8 @@ std::string BackupState::proxyOrCacheStringWithArg(std::string_view selector, co
     std::string result =
         daemon->invoke(selector, takesArgument ? std::vector<Value>{arg} : std::vector<Value>{})
             .stringValue();
+    if (proxy() != daemon)
+        return DefaultsDB::stringProperty(forItem).value_or(std::string()); // lost in the middle: no answer
     if (DefaultsDB::stringProperty(forItem) != result)
         DefaultsDB::setStringProperty(result, forItem);
     return result;
@@ -143,6 +148,8 @@ Value BackupState::proxyOrCacheInt(std::string_view selector, std::string_view f
     if (!daemon)
         return DefaultsDB::intProperty(forItem);
     Value result = daemon->invoke(selector);
+    if (proxy() != daemon)
+        return DefaultsDB::intProperty(forItem);
     if (!result.isNumber())
         result = 0;
     const std::int32_t kept = DefaultsDB::intProperty(forItem);
