@@ -79,9 +79,18 @@ int main(int argc, char** argv) {
     CLI::App app(
         "A backup daemon that plays a script. Without one it shows a demo account until it is ended.");
     app.add_option("--socket", options.socket, "Where panes find it")->capture_default_str();
-    app.add_option("--script", options.script, "JSON lines, \"-\" for standard input; see ScriptPlayer.h");
+    app.add_option("--script", options.script,
+                   "JSON lines such as {\"state\": {\"paused\": true}} or {\"callback\": \"fileChanged:\", "
+                   "\"arguments\": [\"/a\"]}; \"-\" for standard input");
     app.add_flag("--empty", options.isEmpty, "Know nothing instead of showing a demo account");
-    CLI11_PARSE(app, argc, argv);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& help) {
+        return app.exit(help);
+    } catch (const CLI::ParseError& error) {
+        std::cerr << "kelvane-fake-daemon: " << error.what() << " (see --help)\n";
+        return 2;
+    }
     kelvane::KelvaneLogStart();
     return kelvane::serve(options);
 }

@@ -11,15 +11,13 @@ namespace kelvane {
 // Property lists as JSON and back, exact both ways, the order of a dictionary included. What JSON has no form
 // for is an object with one key:
 //
-//   {"$date": "2025-01-02T03:04:05Z"}  a date, with all its decimals; a date that the calendar from year 1 to
-//   9999
-//                                      does not name exactly is the number of seconds since 2001 instead
+//   {"$date": "2025-01-02T03:04:05Z"}  a date, with all its decimals
+//   {"$date": 1.5e300}                 one that no calendar from year 1 to 9999 names: seconds since 2001
 //   {"$data": "base64"}                bytes
 //   {"$float": 1.5}                    a real of four bytes
-//   {"$real": "nan"}                   a real that is "nan", "inf" or "-inf"; "nan:0x..." names the bits of
-//   any other
-//                                      NaN; {"$float": "nan"} likewise
-//   {"$dictionary": {...}}             a dictionary that would be taken for one of these, this one included
+//   {"$real": "nan"}                   "nan", "inf", "-inf", or "nan:0x..." with the bits of another NaN
+//   {"$float": "nan"}                  likewise, of four bytes
+//   {"$dictionary": {...}}             a dictionary that would be taken for one of these
 //
 // Numbers with a point or an exponent are reals, all others integers.
 //
@@ -36,7 +34,8 @@ struct JsonReading {
 };
 
 // Refused: what is no JSON in UTF-8, null, a key that stands twice, an integer beyond 64 bits, a marker whose
-// content is not its own or that has company, more than `deepestNesting` levels.
+// content is not its own, "$dictionary" in company, more than `deepestNesting` levels. Another marker in
+// company is a key like any other.
 [[nodiscard]] JsonReading propertyListFromJson(std::string_view text);
 
 } // namespace kelvane

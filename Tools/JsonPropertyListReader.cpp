@@ -97,11 +97,15 @@ private:
 
 JsonReading Builder::read() {
     const char* const end = text_.data() + text_.size();
-    const bool complete =
-        Json::sax_parse(CountingIterator(text_.data(), &position_), CountingIterator(end, nullptr), this);
-    // The parser takes a zero byte for the end.
-    if (complete && position_ != end)
+    // The parser would take a zero byte for the end.
+    if (const std::size_t zero = text_.find('\0'); zero != std::string_view::npos) {
+        position_ += zero + 1;
         refuse("a zero byte in the text");
+    } else if (text_.empty()) {
+        reading_.error = "it is empty";
+    } else {
+        Json::sax_parse(CountingIterator(text_.data(), &position_), CountingIterator(end, nullptr), this);
+    }
     if (!reading_.succeeded())
         reading_.value = {};
     return std::move(reading_);

@@ -3,6 +3,7 @@
 #include "FakeDaemon/FakeDaemon.h"
 #include "Tests/Harness/TemporaryFolder.h"
 #include "Tests/Tools/ChildProgram.h"
+#include "Tools/JsonPropertyList.h"
 
 #include <gtest/gtest.h>
 #include <memory>
@@ -14,6 +15,17 @@ class Kelvanectl : public testing::Test {
 protected:
     using Words = std::vector<std::string>;
 
+    void SetUp() override {
+        daemon_.changeWorld([](DaemonWorld& world) {
+            world.state = plist(R"({"serviceState": 8, "backedUpFileCount": 1, "backedupFileSize": 6442450944,
+                                    "pendingFileCount": 2, "currentBackupFile": "/a\u001b[31m\nb",
+                                    "isQuotaLimited": true, "quotaMB": 2048})");
+            world.values =
+                plist(R"({"userEmail": "anna@example.net", "computerNumber": 4711, "automaticMode": true})");
+        });
+        ASSERT_TRUE(daemon_.start());
+    }
+
     [[nodiscard]] std::unique_ptr<ChildProgram> start(Words words, std::string_view input = {},
                                                       const std::string& output = {}) const {
         words.insert(words.begin(), KELVANECTL);
@@ -23,6 +35,8 @@ protected:
         return start(std::move(words), input)->finish();
     }
 
+    [[nodiscard]] static Value plist(std::string_view json) { return propertyListFromJson(json).value; }
+
     // Ended with this status and one line of reason, which holds `reason`.
     static void expectFailure(const ChildProgram::Result& result, int status, std::string_view reason) {
         EXPECT_EQ(result.status, status) << result.errors;
@@ -31,30 +45,12 @@ protected:
         EXPECT_EQ(result.errors.find('\n'), result.errors.size() - 1) << result.errors;
     }
 
-    static DaemonWorld world() {
-        DaemonWorld world;
-        world.state = Dictionary{{"serviceState", 8U},
-                                 {"backedUpFileCount", 1U},
-                                 {"backedupFileSize", std::uint64_t{6442450944}},
-                                 {"pendingFileCount", 2U},
-                                 {"pendingFileSize", std::uint64_t{1000}},
-                                 {"currentBackupFile", "/home/anna/a\x1b[31m\nb"},
-                                 {"isQuotaLimited", true},
-                                 {"quotaMB", 2048U}};
-        world.values = Dictionary{{"userEmail", "anna@example.net"},
-                                  {"serverURL", "backup.example.net"},
-                                  {"computerNumber", 4711},
-                                  {"pausedMinutes", 0U},
-                                  {"automaticMode", true}};
-        return world;
-    }
-
     const TemporaryFolder folder_;
     const std::string socket_ = folder_ / "daemon.sock";
     std::vector<std::string> environment_{"KELVANE_DAEMON=" + socket_,
                                           "XDG_CONFIG_HOME=" + (folder_ / "config"),
                                           "XDG_RUNTIME_DIR=" + folder_.path(), "TZ=UTC"};
-    FakeDaemon daemon_{socket_, world()};
+    FakeDaemon daemon_{socket_};
 };
 
 } // namespace kelvane::tests

@@ -3,6 +3,7 @@
 #include "Foundation/Unicode.h"
 #include "Tools/JsonPropertyList.h"
 
+#include <cctype>
 #include <charconv>
 #include <cstdint>
 #include <limits>
@@ -22,14 +23,25 @@ ArgumentReading numberFromText(const std::string& text) {
                 std::to_string(+Limits::max())};
 }
 
+ArgumentReading flagFromText(const std::string& text) {
+    if (text == "true" || text == "false")
+        return {text == "true" ? 1 : 0, {}};
+    ArgumentReading number = numberFromText<signed char>(text);
+    if (!number.error.empty())
+        number.error += ", nor true or false";
+    return number;
+}
+
 // Text that is no JSON is meant as it stands, unless it begins like an object, an array or a string, or is a
 // number that no property list holds.
 bool isPlainText(const std::string& text) {
     const std::size_t start = text.find_first_not_of(" \t\r\n");
-    std::int64_t number = 0;
+    double number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    const bool isHugeNumber = error == std::errc::result_out_of_range && end == text.data() + text.size();
-    return !isHugeNumber && text != "null" &&
+    const bool isNumber = error != std::errc::invalid_argument &&
+                          std::isdigit(static_cast<unsigned char>(text.back())) != 0 &&
+                          end == text.data() + text.size();
+    return !isNumber && text != "null" &&
            (start == std::string::npos ||
             std::string_view("[{\"").find(text[start]) == std::string_view::npos);
 }
@@ -50,10 +62,7 @@ ArgumentReading objectFromText(const std::string& text) {
 ArgumentReading argumentFromText(std::string_view type, const std::string& text) {
     switch (type.empty() ? '\0' : type.front()) {
     case '@': return objectFromText(text);
-    case 'c':
-        if (text == "true" || text == "false")
-            return {text == "true" ? 1 : 0, {}};
-        return numberFromText<signed char>(text);
+    case 'c': return flagFromText(text);
     case 'I': return numberFromText<std::uint32_t>(text);
     case 'q': return numberFromText<std::int64_t>(text);
     case 'Q': return numberFromText<std::uint64_t>(text);

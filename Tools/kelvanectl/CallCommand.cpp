@@ -17,6 +17,10 @@ struct Call {
     std::vector<Value> arguments;
 };
 
+std::string countOfArguments(std::size_t count) {
+    return std::to_string(count) + (count == 1 ? " argument" : " arguments");
+}
+
 // Taken raw: an argument may look like an option.
 Call callFromWords(const std::vector<std::string>& words) {
     if (words.empty())
@@ -29,13 +33,16 @@ Call callFromWords(const std::vector<std::string>& words) {
     Call call{selector, MethodSignature::fromTypes(method->types), {}};
     const std::size_t given = words.size() - 1;
     if (given != call.signature.argumentCount)
-        throw CLI::ValidationError(selector, "takes " + std::to_string(call.signature.argumentCount) +
-                                                 " arguments, not " + std::to_string(given));
+        throw CLI::ValidationError('"' + selector + "\" takes " +
+                                       countOfArguments(call.signature.argumentCount) + ", not " +
+                                       std::to_string(given),
+                                   CLI::ExitCodes::ValidationError);
     for (std::size_t index = 0; index < given; ++index) {
         ArgumentReading argument = argumentFromText(call.signature.argumentTypes[index], words[index + 1]);
         if (!argument.error.empty())
-            throw CLI::ValidationError(selector,
-                                       "argument " + std::to_string(index + 1) + ": " + argument.error);
+            throw CLI::ValidationError('"' + selector + "\", argument " + std::to_string(index + 1) + ": " +
+                                           argument.error,
+                                       CLI::ExitCodes::ValidationError);
         call.arguments.push_back(std::move(argument.value));
     }
     return call;

@@ -19,7 +19,8 @@ std::chrono::milliseconds timeoutFromText(const std::string& text) {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
     const bool isWhole = error == std::errc() && end == text.data() + text.size();
     if (!isWhole || !(seconds > 0 && seconds <= longestTimeout))
-        throw CLI::ValidationError("--timeout", "\"" + text + "\" is no number of seconds from 0 to 1000000");
+        throw CLI::ValidationError("--timeout",
+                                   "\"" + text + "\" is no number of seconds above 0 and up to 1000000");
     return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(seconds));
 }
 
@@ -66,17 +67,18 @@ void CommandLine::parse(const std::function<void(CLI::App& options)>& addArgumen
 }
 
 std::string CommandLine::daemonPath() const {
-    const char* named = std::getenv("KELVANE_DAEMON");
-    std::string path = settings_.daemonPath;
-    if (path.empty() && named)
-        path = named;
-    if (path.empty())
-        path = defaultDaemonPath().value_or("");
+    const char* const variable = std::getenv("KELVANE_DAEMON");
+    const bool isFromEnvironment = !settings_.daemonPath && variable && *variable != '\0';
+    const std::string path =
+        settings_.daemonPath.value_or(isFromEnvironment ? variable : defaultDaemonPath().value_or(""));
+    if (settings_.daemonPath && path.empty())
+        throw CLI::ValidationError("--daemon", "the path is empty");
     if (path.empty())
         throw CLI::ValidationError("--daemon",
                                    "this user has no safe folder for the daemon's socket; name one");
     if (path.size() > longestSocketPath)
-        throw CLI::ValidationError("--daemon", "the path of a socket has at most 103 bytes");
+        throw CLI::ValidationError(isFromEnvironment ? "KELVANE_DAEMON" : "--daemon",
+                                   "the path of a socket has at most 103 bytes");
     return path;
 }
 
@@ -88,7 +90,7 @@ void CommandLine::addSharedOptions(CLI::App& options) {
 }
 
 std::string helpText(std::span<const CommandRow> commands) {
-    constexpr std::size_t column = 26;
+    constexpr std::size_t column = 35;
     std::string text =
         "Usage: kelvanectl [--daemon PATH] [--timeout SECONDS] [--json] COMMAND [ARGUMENT...]\n"
         "\nAsks the backup daemon, and tells it what to do.\n\nCommands:\n";
@@ -98,11 +100,12 @@ std::string helpText(std::span<const CommandRow> commands) {
         text += "  " + padded(usage, column) + std::string(row.summary) + '\n';
     }
     text += "\nOptions:\n"
-            "  --daemon PATH             the daemon's socket; else $KELVANE_DAEMON, else its usual place\n"
-            "  --timeout SECONDS         how long a command may take in all; 3 unless you say else\n"
-            "  --json                    JSON for programs; one object a line from watch\n"
-            "  -h, --help                this page\n"
-            "\nExit status: 0; 1 when the daemon cannot be reached or is lost; 2 for wrong usage or input.\n";
+            "  --daemon PATH                      else $KELVANE_DAEMON, else its usual place\n"
+            "  --timeout SECONDS                  how long a command may take; 3 without it\n"
+            "  --json                             for programs; from watch an object a line\n"
+            "  -h, --help                         this page\n"
+            "\nExit status: 0; 1 when the daemon cannot be reached or is lost; 2 for wrong usage or input,\n"
+            "a path that the daemon does not know included.\n";
     return text;
 }
 

@@ -3,6 +3,7 @@
 #include <CLI/App.hpp>
 #include <chrono>
 #include <functional>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -17,7 +18,7 @@ enum class ExitStatus : int {
 };
 
 struct Settings {
-    std::string daemonPath; // empty: where the daemon usually listens
+    std::optional<std::string> daemonPath; // empty: where the daemon usually listens
     std::chrono::milliseconds timeout{3000};
     bool json = false;
 };

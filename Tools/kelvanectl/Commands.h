@@ -6,6 +6,11 @@ namespace kelvane::ctl {
 
 ExitStatus runStatus(CommandLine& line);
 ExitStatus runWatch(CommandLine& line);
+ExitStatus runLs(CommandLine& line);
+ExitStatus runInfo(CommandLine& line);
+ExitStatus runChildren(CommandLine& line);
+ExitStatus runRules(CommandLine& line);
+ExitStatus runMatch(CommandLine& line);
 ExitStatus runCall(CommandLine& line);
 ExitStatus runDecode(CommandLine& line);
 ExitStatus runEncode(CommandLine& line);
@@ -14,7 +19,13 @@ ExitStatus runEncode(CommandLine& line);
 inline constexpr CommandRow commands[] = {
     {"status", "", "what the daemon is doing, and what waits", runStatus},
     {"watch", "", "one line for each event, until interrupted", runWatch},
-    {"call", "SELECTOR [ARG...]", "call any method of the daemon, print its result as JSON", runCall},
+    {"ls", "PATH", "a folder: what of it is in the backup", runLs},
+    {"info", "PATH [--dir-sizes]", "all that the daemon knows of an item", runInfo},
+    {"children", "PATH [--depth N]", "all below a folder, N levels deep", runChildren},
+    {"exclude", "list|add|remove [PATH...]", "what automatic backup leaves out", runRules},
+    {"include", "add|remove PATH...", "what manual backup takes in", runRules},
+    {"match", "PATTERN TEXT...", "which texts an exclusion pattern matches", runMatch},
+    {"call", "SELECTOR [ARG...]", "any method of the daemon, its result as JSON", runCall},
     {"decode", "[FILE]", "a binary property list as JSON", runDecode},
     {"encode", "[FILE]", "JSON as a binary property list", runEncode},
 };

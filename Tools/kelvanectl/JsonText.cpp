@@ -1,12 +1,35 @@
 #include "Tools/kelvanectl/JsonText.h"
 
+#include "Tools/kelvanectl/Terminal.h"
+
 #include <nlohmann/json.hpp>
 
 namespace kelvane::ctl {
+namespace {
+
+// Those controls that the writer lets through: delete and U+0080 to U+009F. Only texts hold them, and there
+// an escape says the same. (The others that are left are its own line ends.)
+std::string withControlsEscaped(const std::string& json) {
+    constexpr std::string_view digits = "0123456789abcdef";
+    std::string text;
+    for (std::size_t at = 0; at < json.size(); ++at) {
+        const std::size_t length = controlLength(std::string_view(json).substr(at));
+        if (length == 0 || json[at] == '\n') {
+            text += json[at];
+            continue;
+        }
+        at += length - 1;
+        const auto code = static_cast<unsigned char>(json[at]);
+        text += {'\\', 'u', '0', '0', digits[code / 16U], digits[code % 16U]};
+    }
+    return text;
+}
+
+} // namespace
 
 std::string jsonText(const nlohmann::ordered_json& json, bool onOneLine) {
     constexpr auto mend = nlohmann::ordered_json::error_handler_t::replace;
-    return json.dump(onOneLine ? -1 : 2, ' ', false, mend) + '\n';
+    return withControlsEscaped(json.dump(onOneLine ? -1 : 2, ' ', false, mend)) + '\n';
 }
 
 } // namespace kelvane::ctl

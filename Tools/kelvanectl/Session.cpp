@@ -74,4 +74,11 @@ void Session::expire() {
     loop_->quit();
 }
 
+ExitStatus askDaemon(const CommandLine& line, const std::function<void(Session& session)>& ask) {
+    Session session(line);
+    if (session.connect())
+        ask(session);
+    return session.confirm() ? ExitStatus::Success : complain(ExitStatus::Unreachable, session.failure());
+}
+
 } // namespace kelvane::ctl

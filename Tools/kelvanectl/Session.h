@@ -6,6 +6,7 @@
 #include "Tools/kelvanectl/LinkBreaker.h"
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -60,5 +61,9 @@ private:
     Timer deadline_;
     std::thread deadlineThread_;
 };
+
+// One connection for all that `ask` asks. Success: every answer was the daemon's own. Anything else has been
+// complained about, and the answers mean nothing.
+[[nodiscard]] ExitStatus askDaemon(const CommandLine& line, const std::function<void(Session& session)>& ask);
 
 } // namespace kelvane::ctl

@@ -1,7 +1,7 @@
 #include "Tools/kelvanectl/StatusReport.h"
 
 #include "Support/ServiceStates.h"
-#include "Tools/kelvanectl/Terminal.h"
+#include "Tools/kelvanectl/Rows.h"
 
 #include <array>
 #include <nlohmann/json.hpp>
@@ -21,30 +21,6 @@ constexpr std::array<ModeName, 4> modeNames{
 const ModeName& nameOf(DaemonMode mode) {
     return modeNames.at(static_cast<std::size_t>(mode));
 }
-
-// Rows of a label and a text, the texts under each other.
-class Rows {
-public:
-    void add(std::string_view label, const std::string& text) {
-        constexpr std::size_t column = 16;
-        text_ += label;
-        text_.append(column - label.size(), ' ');
-        text_ += printable(text) + '\n';
-    }
-    void addIfAny(std::string_view label, const std::string& text) {
-        if (!text.empty())
-            add(label, text);
-    }
-    void addKnown(std::string_view label, const std::string& text) {
-        add(label, text.empty() ? "not known" : text);
-    }
-    void addHeading(std::string_view text) { text_ += '\n' + std::string(text) + '\n'; }
-
-    [[nodiscard]] std::string take() { return std::move(text_); }
-
-private:
-    std::string text_;
-};
 
 std::string textOf(const StatusReport::Amount& amount) {
     std::string text;
@@ -153,7 +129,10 @@ std::string textOf(const StatusReport& report) {
     rows.add("Connection", (report.connected ? "connected to " : "not connected to ") + report.daemonPath);
     rows.add("Mode", modeText(report));
     if (!report.connected) {
-        rows.addHeading("These values are old: they were kept when the daemon was last reached.");
+        const bool isKept =
+            !report.userEmail.empty() || !report.serverURL.empty() || report.computerNumber != 0;
+        rows.addHeading(isKept ? "These values are old: they were kept when the daemon was last reached."
+                               : "Nothing is kept yet: no daemon has been reached so far.");
         addAccount(rows, report);
         return rows.take();
     }

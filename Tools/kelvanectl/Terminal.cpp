@@ -5,8 +5,10 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <clocale>
 #include <cstdio>
 #include <cstring>
+#include <cwchar>
 #include <unistd.h>
 
 namespace kelvane::ctl {
@@ -29,16 +31,10 @@ bool writeAll(int descriptor, const void* bytes, std::size_t count) {
 }
 
 ExitStatus finished(bool written) {
-    if (written)
+    if (written || errno == EPIPE) // whoever reads it has seen enough
         return ExitStatus::Success;
     return complain(ExitStatus::Usage,
                     std::string("cannot write to standard output: ") + std::strerror(errno));
-}
-
-// Of the two-byte controls of UTF-8 (U+0080 to U+009F) the second byte.
-bool isControl(std::string_view text, std::size_t at) {
-    const auto byte = static_cast<unsigned char>(text[at]);
-    return byte < 0x20 || byte == 0x7F || (byte >= 0x80 && byte <= 0x9F && at > 0 && text[at - 1] == '\xC2');
 }
 
 } // namespace
@@ -66,19 +62,46 @@ ExitStatus complain(ExitStatus status, std::string_view reason) {
     return status;
 }
 
+std::size_t controlLength(std::string_view text) {
+    const auto byte = [&](std::size_t at) {
+        return at < text.size() ? static_cast<unsigned char>(text[at]) : 0xFFU;
+    };
+    if (byte(0) < 0x20 || byte(0) == 0x7F)
+        return 1;
+    return byte(0) == 0xC2 && byte(1) >= 0x80 && byte(1) <= 0x9F ? 2 : 0;
+}
+
 std::string printable(std::string_view text) {
     std::string line;
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        if (!isControl(text, at)) {
-            line += text[at];
-            continue;
+    for (std::size_t at = 0; at < text.size();) {
+        std::size_t left = controlLength(text.substr(at));
+        if (left == 0)
+            line += text[at++];
+        for (; left > 0; --left, ++at) {
+            std::array<char, 8> code{};
+            std::snprintf(code.data(), code.size(), "\\x%02x",
+                          static_cast<unsigned>(static_cast<unsigned char>(text[at])));
+            line += code.data();
         }
-        std::array<char, 8> code{};
-        std::snprintf(code.data(), code.size(), "\\x%02x",
-                      static_cast<unsigned>(static_cast<unsigned char>(text[at])));
-        line += code.data();
     }
     return line;
+}
+
+std::size_t columnsOf(std::string_view text) {
+    // Not the user's locale, which may be of another character set.
+    static const locale_t unicode = ::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+    const locale_t before = ::uselocale(unicode);
+    std::size_t columns = 0;
+    while (!text.empty()) {
+        std::mbstate_t state{};
+        wchar_t character = 0;
+        const std::size_t length = std::mbrtowc(&character, text.data(), text.size(), &state);
+        const bool isCharacter = length > 0 && length <= text.size();
+        columns += static_cast<std::size_t>(isCharacter ? std::max(::wcwidth(character), 0) : 1);
+        text.remove_prefix(isCharacter ? length : 1);
+    }
+    ::uselocale(before);
+    return columns;
 }
 
 std::string sizeText(std::uint64_t bytes) {

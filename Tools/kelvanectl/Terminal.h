@@ -20,8 +20,15 @@ namespace kelvane::ctl {
 // One line on standard error. Returns `status`.
 ExitStatus complain(ExitStatus status, std::string_view reason);
 
+// How many bytes at the beginning of the text are a control character: one, or two for U+0080 to U+009F. 0:
+// none.
+[[nodiscard]] std::size_t controlLength(std::string_view text);
+
 // The text on one line, without what a terminal would take for a command.
 [[nodiscard]] std::string printable(std::string_view text);
+
+// How many columns of a terminal it takes: a character may take two of them, or none.
+[[nodiscard]] std::size_t columnsOf(std::string_view text);
 
 // "1536 bytes (1.50 KB)".
 [[nodiscard]] std::string sizeText(std::uint64_t bytes);

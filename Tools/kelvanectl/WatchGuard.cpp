@@ -1,10 +1,13 @@
 #include "Tools/kelvanectl/WatchGuard.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <unistd.h>
 
 namespace kelvane::ctl {
+
+using namespace std::chrono_literals;
 
 WatchGuard::WatchGuard(PollLoop& mainLoop, LinkBreaker& breaker, std::chrono::milliseconds patience,
                        std::function<bool()> isAtWork, std::function<void()> stoodStill)
@@ -15,7 +18,7 @@ WatchGuard::WatchGuard(PollLoop& mainLoop, LinkBreaker& breaker, std::chrono::mi
       signals_(loop_, {SIGINT, SIGTERM}, [this](int) { interrupt(); }),
       // Without events to wait for, only a reader that has gone is reported.
       output_(loop_.watchDescriptor(STDOUT_FILENO, 0, [this] { outputClosed(); })),
-      looking_(loop_.schedule(patience, MainLoop::Repeat::Always, [this] { look(); })),
+      looking_(loop_.schedule(std::max(patience / 2, 1ms), MainLoop::Repeat::Always, [this] { look(); })),
       thread_([this] { loop_.run(); }) {}
 
 WatchGuard::~WatchGuard() {

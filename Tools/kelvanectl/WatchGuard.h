@@ -13,9 +13,10 @@ namespace kelvane::ctl {
 // Looks after a program that runs until it is interrupted and whose main thread may be blocked in a call to
 // the daemon. On a thread of its own it
 // - ends the main loop on SIGINT and SIGTERM, and when nobody reads standard output any more;
-// - breaks the link when the main loop has stood still for the given patience, and then has it run
-// `stoodStill`;
-//   `isAtWork` says, on that thread, whether it has a reason to stand still.
+// - breaks the link when the main loop has stood still for the given patience, as two looks half of it apart
+// find,
+//   and then has it run `stoodStill`; `isAtWork` says, on that thread, whether it has a reason to stand
+//   still.
 //
 // Made on the main thread before any other thread, destroyed there. When the main thread does not come to an
 // end within a second of a signal, because whoever reads standard output has stopped, the process ends all

@@ -1,0 +1,127 @@
+#include "Platform/Volumes.h"
+#include "Tests/Tools/KelvanectlFixture.h"
+
+#include <nlohmann/json.hpp>
+
+namespace kelvane::tests {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+class KelvanectlPaths : public Kelvanectl {
+protected:
+    void SetUp() override {
+        Kelvanectl::SetUp();
+        daemon_.changeWorld([this](DaemonWorld& world) {
+            world.bootVolume = volumes_.bootVolume().name;
+            world.addFile("/home", true, 1, true);
+            world.addFile("/home/\xe6\x97\xa5\xe6\x9c\xac", true, 20, false);
+            world.addFile("/home/\xe6\x97\xa5\xe6\x9c\xac/x\x1b[2J\n\xc2\x9b", false, 6442450944, true);
+            world.addFile("/home/b", false, 7, true);
+            world.file("/home/b")->mutableDictionary().set("backupColor", 9);
+            world.files.push_back(Dictionary{{"path", "/home/"}, {"isDirectory", true}}); // without a name
+        });
+    }
+    [[nodiscard]] std::string onVolume(const std::string& path) const { return volumes_.volumePath(path); }
+
+    const Volumes volumes_ = Volumes::current();
+};
+
+TEST_F(KelvanectlPaths, ItemsStandInColumnsAndNamesGiveTheTerminalNoCommands) {
+    const std::string folder =
+        "Folder           None           20  Never              \xe6\x97\xa5\xe6\x9c\xac\n";
+    const std::string last = "Backup,BackedUp  9               7  01/02/25 03:04:05  b\n";
+    EXPECT_EQ(run({"children", "/home", "--depth", "2"}).output,
+              folder + "Backup,BackedUp  Green  6442450944  01/02/25 03:04:05    x\\x1b[2J\\x0a\\xc2\\x9b\n" +
+                  last);
+    EXPECT_EQ(run({"ls", "/home/b"}).output, "Backup,BackedUp  9  7  01/02/25 03:04:05  b\n");
+
+    const std::string text = run({"--json", "children", "/home", "--depth", "2"}).output;
+    EXPECT_EQ(text.find_first_of("\x1b\x9b"), std::string::npos) << text;
+    const Json json = Json::parse(text);
+    ASSERT_EQ(json.size(), 3U);
+    EXPECT_EQ(json[1]["path"], "/home/\xe6\x97\xa5\xe6\x9c\xac/x\x1b[2J\n\xc2\x9b");
+    EXPECT_EQ(json[1]["backupDate"]["$date"], "2025-01-02T03:04:05Z");
+    EXPECT_EQ(Json::parse(run({"ls", "/home", "--json"}).output), Json::array({json[0], json[2]}));
+}
+
+TEST_F(KelvanectlPaths, InfoReadsEveryField) {
+    daemon_.answer("dictionaryForPath:withDirSizes:",
+                   plist(R"({"fileName": "d", "displayName": "D\n", "isDirectory": true, "version": 3,
+                             "state": "s", "size": 1536, "backupFlags": 131125, "totalCount": 5})"));
+    EXPECT_EQ(
+        run({"info", "/home", "--dir-sizes"}).output,
+        "Name            d\nDisplay name    D\\x0a\nPath            " + onVolume("/home") +
+            "\nFolder          yes\nKind            Folder\nSize            1536 bytes (1.50 KB)\n"
+            "Files           5\nOwner           root (0)\nGroup           root (0)\nBackup date     Never\n"
+            "Version         3\nState           s\nColour          Backup_Color_Undefined (0)\n"
+            "Backup flags    0x00020035 : Backup_Priority (5) Backup_Backup Backup_BackedUp "
+            "Backup_No_Folder Backup_Folder_Exclude \nSimple flags    0x00000000 : Backup_Simple_None\n");
+    EXPECT_EQ(daemon_.calls().front().arguments, (Array{onVolume("/home"), 1}));
+    EXPECT_EQ(Json::parse(run({"info", "/", "--json"}).output)["texts"]["kind"], "Disk");
+}
+
+TEST_F(KelvanectlPaths, TheDaemonIsAskedBelowTheVolumesName) {
+    std::filesystem::create_directories(folder_ / "real/deep");
+    std::filesystem::create_directory_symlink("real/deep", folder_ / "link");
+    const std::string here = std::filesystem::current_path();
+    const std::pair<std::string, std::string> cases[] = {
+        {"/", "/"},
+        {"//home/./b/", "/home/b"},
+        {"x", here + "/x"},
+        {"x/..", here},
+        {folder_ / "link", folder_ / "link"},
+        {folder_ / "link/../f", folder_ / "real/f"},
+        {onVolume("/home/b"), "/home/b"},
+        {"/Volumes/no such volume/a/../b", "/Volumes/no such volume/b"}};
+    for (const auto& [typed, asked] : cases) {
+        daemon_.forgetCalls();
+        EXPECT_NE(run({"info", typed}).status, 1);
+        EXPECT_EQ(daemon_.calls().front().arguments[0], onVolume(asked)) << typed;
+    }
+}
+
+TEST_F(KelvanectlPaths, RulesChangeWhatTheDaemonBacksUpAndSayWhatIsNotDone) {
+    expectFailure(run({"exclude", "add", "/nowhere", "/home/b"}), 2,
+                  onVolume("/nowhere") + ": the daemon does not");
+    EXPECT_EQ(run({"exclude", "list"}).output, "BackedUp,Exclude  None  7  01/02/25 03:04:05  /home/b\n");
+    EXPECT_EQ(run({"exclude", "remove", "/home/b"}).status, 0);
+    EXPECT_EQ(run({"exclude", "list"}).output, "");
+    daemon_.answer("excludeFileFromBackup:", 23U);
+    expectFailure(run({"exclude", "add", "/home/b"}), 2, "refuses it (0x17)");
+
+    expectFailure(run({"include", "add", "/nowhere"}), 2, "does not know this path");
+    EXPECT_EQ(daemon_.callCount("addFileToBackup:"), 0U);
+    const ChildProgram::Result result = run({"--json", "include", "remove", "/nowhere", "/home/b"});
+    expectFailure(result, 2, "does not know this path");
+    EXPECT_EQ(daemon_.callCount("removeFileFromBackup:"), 2U); // what is gone may still be marked
+    EXPECT_EQ(Json::parse(result.output)[0]["done"], false);
+    EXPECT_EQ(Json::parse(result.output)[1], Json({{"path", onVolume("/home/b")}, {"done", true}}));
+    EXPECT_EQ(run({"ls", "/home/b"}).output, "BackedUp  None  7  01/02/25 03:04:05  b\n");
+    EXPECT_EQ(run({"include", "add", "/home/b"}).status, 0);
+    EXPECT_EQ(run({"ls", "/home/b"}).output, "Backup,BackedUp  Green  7  01/02/25 03:04:05  b\n");
+}
+
+// A part of a folder must not pass for all of it.
+TEST_F(KelvanectlPaths, AnUnknownPathIsWrongUsageAndALostDaemonIsNot) {
+    expectFailure(run({"ls", "/nowhere"}), 2, "does not know this path");
+    daemon_.answerWith("childrenDictionariesForPath:", [this](const Array& arguments) {
+        if (arguments[0].stringValue() == onVolume("/home"))
+            return daemon_.world().children("/home");
+        daemon_.closePanes();
+        return Value();
+    });
+    const ChildProgram::Result result = run({"children", "/home", "--depth", "3"});
+    expectFailure(result, 1, "was lost");
+    EXPECT_EQ(result.output, "");
+}
+
+TEST_F(Kelvanectl, MatchAsksNobody) {
+    daemon_.stop();
+    EXPECT_EQ(run({"match", "*.TMP", "a.tmp", "d/a.tmp", "\n.tmp"}).output,
+              "yes  a.tmp\nno   d/a.tmp\nyes  \\x0a.tmp\n");
+    EXPECT_EQ(run({"match", "--json", "--", "-*", "-x"}).output, "[{\"text\":\"-x\",\"matches\":true}]\n");
+}
+
+} // namespace
+} // namespace kelvane::tests

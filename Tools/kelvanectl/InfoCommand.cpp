@@ -1,0 +1,106 @@
+#include "Common/FileNode.h"
+#include "Support/PathHelpers.h"
+#include "Tools/JsonPropertyList.h"
+#include "Tools/kelvanectl/Commands.h"
+#include "Tools/kelvanectl/JsonText.h"
+#include "Tools/kelvanectl/PathArgument.h"
+#include "Tools/kelvanectl/Rows.h"
+#include "Tools/kelvanectl/Session.h"
+
+#include <nlohmann/json.hpp>
+
+namespace kelvane::ctl {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// How the coded fields are written for people.
+struct Texts {
+    std::string kind;
+    std::string size;
+    std::string backupDate;
+    std::string backupFlags;
+    std::string simpleFlags;
+    std::string backupColor;
+    std::string owner;
+    std::string group;
+};
+
+Texts textsOf(KelvaneFileNode& node) {
+    const LocalFileSystem disks;
+    const SystemAccounts accounts;
+    const PlainFileServices services(disks, accounts);
+    // A node without a parent would pass for a disk.
+    const FileNodeRef folder = kelv_isVolumePath(node.path()) ? nullptr : KelvaneFileNode::create();
+    node.setParent(folder);
+    return {node.kind(services),      sizeText(node.sizeValue()), node.backupDateString(services),
+            node.backupFlagsString(), node.simpleFlagsString(),   node.backupColorString(),
+            node.uidString(accounts), node.gidString(accounts)};
+}
+
+std::string numbered(const std::string& text, std::int64_t number) {
+    const std::string digits = std::to_string(number);
+    return text.empty() || text == digits ? digits : text + " (" + digits + ')';
+}
+
+std::string orNone(const std::string& text) {
+    return text.empty() ? "none" : text;
+}
+
+std::string textOf(const KelvaneFileNode& node, const Texts& texts) {
+    Rows rows;
+    rows.add("Name", node.fileName());
+    rows.add("Display name", node.displayName());
+    rows.add("Path", node.path());
+    rows.add("Folder", node.isDirectory() ? "yes" : "no");
+    rows.addKnown("Kind", texts.kind);
+    rows.add("Size", texts.size);
+    rows.add("Files", std::to_string(node.totalCount()));
+    rows.add("Owner", numbered(texts.owner, node.uid()));
+    rows.add("Group", numbered(texts.group, node.gid()));
+    rows.add("Backup date", texts.backupDate);
+    rows.add("Version", node.version().isAbsent() ? "none" : node.version().description());
+    rows.add("State", orNone(node.state()));
+    rows.add("Colour", numbered(texts.backupColor, node.backupColor()));
+    rows.add("Backup flags", texts.backupFlags);
+    rows.add("Simple flags", texts.simpleFlags);
+    return rows.take();
+}
+
+Json jsonOf(const KelvaneFileNode& node, const Texts& texts) {
+    Json json = jsonFromPropertyList(node.dictionary());
+    json["texts"] = Json::object({{"kind", texts.kind},
+                                  {"size", texts.size},
+                                  {"backupDate", texts.backupDate},
+                                  {"backupFlags", texts.backupFlags},
+                                  {"simpleFlags", texts.simpleFlags},
+                                  {"backupColor", texts.backupColor},
+                                  {"uid", texts.owner},
+                                  {"gid", texts.group}});
+    return json;
+}
+
+} // namespace
+
+ExitStatus runInfo(CommandLine& line) {
+    std::string typed;
+    bool withDirSizes = false;
+    line.parse([&](CLI::App& options) {
+        options.add_option("PATH", typed)->required();
+        options.add_flag("--dir-sizes", withDirSizes);
+    });
+    const std::string path = volumePathFromText(typed, Volumes::current());
+    FileNodeRef node;
+    const ExitStatus status = askDaemon(line, [&](Session& session) {
+        node = KelvaneFileNode::fileNodeForPath(path, withDirSizes, session.state().proxy());
+    });
+    if (status != ExitStatus::Success)
+        return status;
+    if (!node)
+        return complain(ExitStatus::Usage, path + ": " + unknownPath);
+    node->flush(); // this is about the item itself
+    const Texts texts = textsOf(*node);
+    return finishWith(line.settings().json ? jsonText(jsonOf(*node, texts), true) : textOf(*node, texts));
+}
+
+} // namespace kelvane::ctl

@@ -1,0 +1,35 @@
+#include "Tools/kelvanectl/PathArgument.h"
+
+#include "Foundation/PathComponents.h"
+#include "Foundation/Unicode.h"
+#include "Tools/kelvanectl/CommandLine.h"
+
+#include <filesystem>
+
+namespace kelvane::ctl {
+namespace {
+
+std::string folderAround(const std::string& path, const Volumes& volumes) {
+    std::error_code error;
+    const auto real = std::filesystem::weakly_canonical(volumes.realPath(path).value_or(path), error);
+    return deleteLastPathComponent(error ? path : real.string());
+}
+
+} // namespace
+
+std::string volumePathFromText(const std::string& text, const Volumes& volumes) {
+    if (text.empty())
+        throw CLI::ValidationError("PATH", "the path is empty");
+    std::string path = isAbsolutePath(text) ? "/" : std::filesystem::current_path().string();
+    for (const std::string& name : pathComponents(text)) {
+        if (name == "..")
+            path = folderAround(path, volumes);
+        else if (name != ".")
+            path = appendPathComponent(path, name);
+    }
+    if (!isUtf8(path))
+        throw CLI::ValidationError(path, "a path that is not UTF-8 cannot be asked for");
+    return volumes.volumePath(path);
+}
+
+} // namespace kelvane::ctl
