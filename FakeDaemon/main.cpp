@@ -1,10 +1,11 @@
 // kelvane-fake-daemon: a backup daemon that plays a script, for demos, screenshots and trying things out.
 
 #include "FakeDaemon/ScriptPlayer.h"
-#include "Foundation/PathComponents.h"
 #include "Platform/FileDescriptor.h"
 #include "Platform/SignalWatch.h"
+#include "Platform/SocketClaim.h"
 #include "Platform/SpecialFolders.h"
+#include "Platform/Volumes.h"
 #include "Support/Logging.h"
 
 #include <CLI/CLI.hpp>
@@ -42,7 +43,9 @@ void readScript(PollLoop& loop, PollLoop::Watch& watch, int descriptor, ScriptPl
 int serve(const Options& options) {
     PollLoop loop;
     const SignalWatch signals(loop, {SIGTERM, SIGINT}, [&loop](int) { loop.quit(); });
-    FakeDaemon daemon(options.socket, options.isEmpty ? DaemonWorld() : demoWorld());
+    DaemonWorld world = options.isEmpty ? DaemonWorld() : demoWorld();
+    world.bootVolume = Volumes::current().bootVolume().name; // as panes on this machine name it
+    FakeDaemon daemon(options.socket, std::move(world));
     daemon.answerWith("terminate", [&loop](const Array&) {
         loop.quit();
         return Value();
@@ -55,9 +58,11 @@ int serve(const Options& options) {
             return 2;
         }
     }
-    if (options.socket == defaultDaemonPath())
-        // A folder that cannot be had is one where listening fails.
-        static_cast<void>(ensureFolder(deleteLastPathComponent(options.socket)));
+    const SocketClaim claim(options.socket);
+    if (!claim.refusal().empty()) {
+        std::cerr << "kelvane-fake-daemon: " << claim.refusal() << '\n';
+        return 1;
+    }
     if (!daemon.start()) {
         std::cerr << "kelvane-fake-daemon: cannot listen at " << options.socket << '\n';
         return 1;

@@ -9,7 +9,8 @@ namespace {
 
 constexpr std::size_t mostStates = 64;
 constexpr std::size_t mostAlerts = 100;
-constexpr std::size_t mostFiles = 1000;
+constexpr std::size_t mostPaths = 1000;
+constexpr const char* everything = "/";
 
 } // namespace
 
@@ -51,19 +52,11 @@ void CallbackQueue::alertRaised(const std::string& alert) {
 }
 
 void CallbackQueue::filesChanged(const std::vector<std::string>& paths) {
-    const std::scoped_lock guard(mutex_);
-    for (const std::string& path : paths) {
-        if (queuedFiles_.contains(path) || queuedFiles_.contains(everything_))
-            continue;
-        if (files_.size() == mostFiles) {
-            files_.assign(1, everything_);
-            queuedFiles_ = {everything_};
-        } else {
-            files_.push_back(path);
-            queuedFiles_.insert(path);
-        }
-    }
-    changed_.notify_all();
+    add(&CallbackQueue::files_, paths);
+}
+
+void CallbackQueue::foldersChanged(const std::vector<std::string>& paths) {
+    add(&CallbackQueue::folders_, paths);
 }
 
 std::optional<CallbackQueue::Batch> CallbackQueue::take() {
@@ -73,8 +66,8 @@ std::optional<CallbackQueue::Batch> CallbackQueue::take() {
         return std::nullopt;
     Batch batch;
     batch.states.swap(states_);
-    batch.files.swap(files_);
-    queuedFiles_.clear();
+    batch.files = files_.take();
+    batch.folders = folders_.take();
     batch.alerts.assign(alerts_.begin(), alerts_.end());
     alerts_.clear();
     return batch;
@@ -86,8 +79,30 @@ void CallbackQueue::close() {
     changed_.notify_all();
 }
 
+void CallbackQueue::Paths::add(const std::vector<std::string>& paths) {
+    for (const std::string& path : paths)
+        if (!areTooMany_ && known_.insert(path).second)
+            inOrder_.push_back(path);
+    if (inOrder_.size() <= mostPaths)
+        return;
+    areTooMany_ = true;
+    inOrder_.assign(1, everything);
+}
+
+std::vector<std::string> CallbackQueue::Paths::take() {
+    known_.clear();
+    areTooMany_ = false;
+    return std::exchange(inOrder_, {});
+}
+
+void CallbackQueue::add(Paths CallbackQueue::*kind, const std::vector<std::string>& paths) {
+    const std::scoped_lock guard(mutex_);
+    (this->*kind).add(paths);
+    changed_.notify_all();
+}
+
 bool CallbackQueue::isEmpty() const {
-    return states_.empty() && alerts_.empty() && files_.empty();
+    return states_.empty() && alerts_.empty() && files_.empty() && folders_.empty();
 }
 
 } // namespace kelvane

@@ -1,5 +1,7 @@
 #include "LocalDaemon/Configuration.h"
 
+#include "Foundation/PathComponents.h"
+#include "LocalDaemon/CleanPath.h"
 #include "Platform/FileContents.h"
 #include "Platform/PropertyListFile.h"
 #include "Support/Logging.h"
@@ -13,6 +15,9 @@ namespace {
 
 constexpr const char* machineIdentityFile = "/etc/machine-id";
 constexpr std::size_t largestIdentity = 4096;
+
+constexpr const char* policyBelowHome[] = {".cache/", ".local/share/Trash/"};
+constexpr const char* policyOfMachine[] = {"/dev/", "/proc/", "/run/", "/sys/"};
 
 std::string machineIdentity() {
     const FileReading file = readFile(machineIdentityFile, largestIdentity, SymbolicLinks::Follow);
@@ -31,10 +36,38 @@ std::uint32_t hashOf(const std::string& text) {
     return hash;
 }
 
+// Mapped as a path is, which costs it its last separator.
+std::string withItsEnd(const std::string& mapped, const std::string& pattern) {
+    return pattern.ends_with('/') ? withSeparator(mapped) : mapped;
+}
+
+std::vector<std::string> defaultPolicy(const std::string& home) {
+    std::vector<std::string> policy(std::begin(policyOfMachine), std::end(policyOfMachine));
+    for (const char* pattern : policyBelowHome)
+        policy.push_back(withSeparator(home) + pattern);
+    return policy;
+}
+
+std::vector<std::string> policyFrom(const Value& patterns, const Volumes& volumes) {
+    std::vector<std::string> policy;
+    for (const Value& each : patterns.array()) {
+        const std::string& pattern = each.stringValue();
+        const auto real = volumes.realPath(pattern);
+        if (real && isAbsolutePath(pattern) && (pattern.ends_with('/') || pattern.ends_with('*')))
+            policy.push_back(withItsEnd(*real, pattern));
+        else
+            KelvaneSystemLog("A pattern of the policy is left out, for it is no absolute path in a volume of "
+                             "this machine that ends in \"/\" or \"*\": %@",
+                             each);
+    }
+    return policy;
+}
+
 } // namespace
 
-Configuration readConfiguration(const std::string& path) {
+Configuration readConfiguration(const std::string& path, const std::string& home, const Volumes& volumes) {
     Configuration configuration;
+    configuration.home = home;
     const FileReading file = readFile(path, largestPropertyListFile, SymbolicLinks::Follow);
     PropertyListReading list;
     if (file.succeeded())
@@ -50,7 +83,13 @@ Configuration readConfiguration(const std::string& path) {
     configuration.computerNumber = list.value["computerNumber"].uint32Value();
     if (configuration.computerNumber == 0)
         configuration.computerNumber = numberOfThisComputer();
+    const Value& patterns = list.value["policyExcludeList"];
+    configuration.policy = patterns.isArray() ? policyFrom(patterns, volumes) : defaultPolicy(home);
     return configuration;
+}
+
+std::string volumePattern(const std::string& pattern, const Volumes& volumes) {
+    return withItsEnd(volumes.volumePath(pattern), pattern);
 }
 
 std::uint32_t numberOfThisComputer() {

@@ -13,7 +13,9 @@ public:
     virtual ~DaemonObserver() = default;
     virtual void stateChanged(std::uint32_t code) = 0;
     virtual void alertRaised(const std::string& alert) = 0;
+    // Real paths; "/" alone stands for everything.
     virtual void filesChanged(const std::vector<std::string>& paths) = 0;
+    virtual void foldersChanged(const std::vector<std::string>& paths) = 0;
 };
 
 } // namespace kelvane

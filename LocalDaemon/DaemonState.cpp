@@ -1,6 +1,7 @@
 #include "LocalDaemon/DaemonState.h"
 
 #include "Common/StateKeys.h"
+#include "LocalDaemon/CleanPath.h"
 #include "Support/Logging.h"
 
 #include <algorithm>
@@ -23,6 +24,12 @@ std::uint32_t narrowed(std::uint64_t count) {
         std::min<std::uint64_t>(count, std::numeric_limits<std::uint32_t>::max()));
 }
 
+// The path and the folders that it is in, for theirs may be the bullets that change with its own.
+void addWithFolders(std::set<std::string>& paths, std::string_view path) {
+    while (paths.emplace(path).second)
+        path = folderOf(path);
+}
+
 } // namespace
 
 DaemonState::DaemonState(Configuration configuration, Settings settings, std::unique_ptr<BackupEngine> engine,
@@ -32,11 +39,22 @@ DaemonState::DaemonState(Configuration configuration, Settings settings, std::un
       save_(std::move(save)),
       clock_(std::move(clock)),
       settings_(std::move(settings)),
+      rules_(currentRules()),
       announcedState_(currentServiceState()) {}
 
 void DaemonState::setObserver(std::weak_ptr<DaemonObserver> observer) {
     const std::scoped_lock guard(mutex_);
     observer_ = std::move(observer);
+}
+
+void DaemonState::setRulesListener(RulesListener listener) {
+    const std::scoped_lock guard(mutex_);
+    rulesListener_ = std::move(listener);
+}
+
+DaemonState::Rules DaemonState::rules() const {
+    const std::scoped_lock guard(mutex_);
+    return rules_;
 }
 
 Settings DaemonState::settings() const {
@@ -53,9 +71,8 @@ void DaemonState::changeSettings(const std::function<void(Settings&)>& change) {
         change(changed);
         if (changed == settings_)
             return;
-        settings_ = changed;
-        version = ++settingsVersion_;
-        announce();
+        takeSettings(changed);
+        version = settingsVersion_;
     }
     const std::string failure = save_(changed, version);
     if (failure.empty())
@@ -143,7 +160,7 @@ void DaemonState::takeReport(const ScanReport& report) {
         scan_->changedFolders.clear();
         announce();
         if (const auto observer = observer_.lock(); observer && !report.changedFolders.empty())
-            observer->filesChanged(report.changedFolders);
+            observer->foldersChanged(report.changedFolders);
     }
     if (report.isWatchIncomplete)
         raiseAlert({watchAlert, "warning", "Some changes are noticed late.",
@@ -205,6 +222,39 @@ std::uint32_t DaemonState::ownServiceState() const {
 std::uint32_t DaemonState::currentServiceState() const {
     const std::uint32_t own = ownServiceState();
     return override_ && override_->inFrontOf == own ? override_->code : own;
+}
+
+DaemonState::Rules DaemonState::currentRules() const {
+    return std::make_shared<BackupRules>(
+        BackupRules{settings_.automaticMode, configuration_.home, configuration_.policy, settings_.paths});
+}
+
+void DaemonState::takeSettings(const Settings& settings) {
+    const bool areOtherRules =
+        settings.automaticMode != settings_.automaticMode || settings.paths != settings_.paths;
+    settings_ = settings;
+    ++settingsVersion_;
+    if (areOtherRules) {
+        const Rules before = std::exchange(rules_, currentRules());
+        if (rulesListener_)
+            rulesListener_(rules_);
+        announceRules(*before);
+    }
+    announce();
+}
+
+void DaemonState::announceRules(const BackupRules& before) const {
+    const auto observer = observer_.lock();
+    if (!observer)
+        return;
+    std::set<std::string> files;
+    std::set<std::string> folders;
+    for (const std::string& path : changedRules(before, *rules_)) {
+        addWithFolders(files, path);
+        folders.emplace(folderOf(path));
+    }
+    observer->filesChanged({files.begin(), files.end()});
+    observer->foldersChanged({folders.begin(), folders.end()});
 }
 
 void DaemonState::announce() {

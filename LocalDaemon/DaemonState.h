@@ -3,6 +3,7 @@
 #include "Foundation/Value.h"
 #include "LocalDaemon/Alert.h"
 #include "LocalDaemon/BackupEngine.h"
+#include "LocalDaemon/BackupRules.h"
 #include "LocalDaemon/CallbackQueue.h"
 #include "LocalDaemon/Configuration.h"
 #include "LocalDaemon/FolderScan.h"
@@ -19,22 +20,30 @@
 
 namespace kelvane {
 
-// The daemon's world, guarded by one mutex that is never held while anything is sent or written. Any thread.
+// The daemon's world, guarded by one mutex that is never held while anything is sent, written or looked for
+// on the disk. Any thread.
 //
-// Panes are told through the observer: of the service state whenever it is another one, of alerts, and of
-// changed files.
+// Panes are told through the observer: of the service state whenever it is another one, of alerts, of changed
+// folders, and of what is in the backup now and was not, or the other way round.
 class DaemonState {
 public:
     using Clock = std::function<std::chrono::system_clock::time_point()>;
     // Returns why the settings could not be saved; empty when they are.
     using SaveSettings = std::function<std::string(const Settings& settings, std::uint64_t version)>;
+    using Rules = std::shared_ptr<const BackupRules>;
+    // Called with the mutex held, so it takes note and returns.
+    using RulesListener = std::function<void(const Rules& rules)>;
 
     DaemonState(Configuration configuration, Settings settings, std::unique_ptr<BackupEngine> engine,
                 SaveSettings save, Clock clock);
 
     void setObserver(std::weak_ptr<DaemonObserver> observer);
+    void setRulesListener(RulesListener listener);
 
     [[nodiscard]] const Configuration& configuration() const { return configuration_; }
+    [[nodiscard]] const BackupEngine& engine() const { return *engine_; }
+    // As they are now; never null.
+    [[nodiscard]] Rules rules() const;
     [[nodiscard]] Settings settings() const;
     // Saved when it returns, if anything has changed. A failure to save is logged and raised as an alert.
     void changeSettings(const std::function<void(Settings&)>& change);
@@ -71,6 +80,9 @@ private:
     [[nodiscard]] BackupTotals currentTotals() const { return engine_->totals(currentlyFound()); }
     [[nodiscard]] std::uint32_t ownServiceState() const;
     [[nodiscard]] std::uint32_t currentServiceState() const;
+    [[nodiscard]] Rules currentRules() const;
+    void takeSettings(const Settings& settings);
+    void announceRules(const BackupRules& before) const;
     void announce();
 
     struct Override {
@@ -85,7 +97,9 @@ private:
 
     mutable std::mutex mutex_; // guards what follows
     std::weak_ptr<DaemonObserver> observer_;
+    RulesListener rulesListener_;
     Settings settings_;
+    Rules rules_;
     std::uint64_t settingsVersion_ = 0;
     std::optional<ScanReport> scan_;
     std::optional<bool> overQuotaForTesting_;

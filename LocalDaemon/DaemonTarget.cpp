@@ -150,9 +150,9 @@ void DaemonTarget::setFileTypeToggle(const Value& fileType, std::uint32_t toggle
     });
 }
 
-// One for each path, in their order: none has a colour.
-Value DaemonTarget::backupColorsForFiles(const Value& paths) {
-    return Array(paths.size(), Value(std::uint32_t{0}));
+Value DaemonTarget::dictionaryForPathWithDirSizes(const Value& path, bool withDirSizes) {
+    using Sizes = NodeAnswers::FolderSizes;
+    return nodes_->node(path, withDirSizes ? Sizes::Contents : Sizes::Own);
 }
 
 bool DaemonTarget::restoreWithChoices(const Value& choices) {

@@ -3,6 +3,8 @@
 #include "Common/Invocation.h"
 #include "LocalDaemon/CallbackQueue.h"
 #include "LocalDaemon/DaemonState.h"
+#include "LocalDaemon/NodeAnswers.h"
+#include "LocalDaemon/RuleCommands.h"
 
 #include <functional>
 #include <memory>
@@ -16,10 +18,20 @@ namespace kelvane {
 // empty, and a call that makes no sense then changes nothing.
 class DaemonTarget : public InvocationTarget {
 public:
-    // `terminate` is called on a receive thread and returns at once.
-    DaemonTarget(std::shared_ptr<DaemonState> state, std::shared_ptr<CallbackQueue> pane,
-                 std::function<void()> terminate)
-        : state_(std::move(state)), pane_(std::move(pane)), terminate_(std::move(terminate)) {}
+    // What all panes of a daemon share. `terminate` is called on a receive thread and returns at once.
+    struct World {
+        std::shared_ptr<DaemonState> state;
+        std::shared_ptr<const FileSystem> fileSystem;
+        std::shared_ptr<const NodeAnswers> nodes;
+        std::function<void()> terminate;
+    };
+
+    DaemonTarget(const World& world, std::shared_ptr<CallbackQueue> pane)
+        : state_(world.state),
+          fileSystem_(world.fileSystem),
+          nodes_(world.nodes),
+          pane_(std::move(pane)),
+          terminate_(world.terminate) {}
 
     [[nodiscard]] Protocol methods() const override;
     void invoke(Invocation& invocation) override;
@@ -70,20 +82,22 @@ public:
     void setAccountOverQuotaTestingFlag(bool overQuota) { state_->setOverQuotaForTesting(overQuota); }
     void clearAccountOverQuotaTestingFlag() { state_->setOverQuotaForTesting(std::nullopt); }
 
-    // Single paths: this daemon knows none yet.
-    Value dictionaryForPath(const Value&) { return {}; }
-    Value dictionaryForPathWithDirSizes(const Value&, bool) { return {}; }
-    Value childrenDictionariesForPath(const Value&) { return Array(); }
-    Value backupColorsForFiles(const Value& paths);
-    Value excludedFiles(const Value&) { return Array(); }
-    Value policyExcludeList() { return Array(); }
-    std::uint32_t excludeFileFromBackup(const Value& path) { return refuse("excludeFileFromBackup:", path); }
-    std::uint32_t unexcludeFileFromBackup(const Value& path) {
-        return refuse("unexcludeFileFromBackup:", path);
+    // Single paths
+    Value dictionaryForPath(const Value& path) { return dictionaryForPathWithDirSizes(path, false); }
+    Value dictionaryForPathWithDirSizes(const Value& path, bool withDirSizes);
+    Value childrenDictionariesForPath(const Value& path) { return nodes_->children(path); }
+    Value backupColorsForFiles(const Value& paths) { return nodes_->colors(paths); }
+    Value excludedFiles(const Value& path) { return nodes_->excludedFiles(path); }
+    Value policyExcludeList() { return nodes_->policy(); }
+    std::uint32_t excludeFileFromBackup(const Value& path) {
+        return excludeFile(*state_, *fileSystem_, path);
     }
-    void addFileToBackup(const Value& path) { refuse("addFileToBackup:", path); }
-    void addFilesToBackup(const Value& paths) { refuse("addFilesToBackup:", paths); }
-    void removeFileFromBackup(const Value& path) { refuse("removeFileFromBackup:", path); }
+    std::uint32_t unexcludeFileFromBackup(const Value& path) {
+        return unexcludeFile(*state_, *fileSystem_, path);
+    }
+    void addFileToBackup(const Value& path) { mark(Array{path}, PathRules::Mark::Added); }
+    void addFilesToBackup(const Value& paths) { mark(paths.array(), PathRules::Mark::Added); }
+    void removeFileFromBackup(const Value& path) { mark(Array{path}, PathRules::Mark::Removed); }
     void setPriorityBackup(const Value& path) { refuse("setPriorityBackup:", path); }
 
     // Restoring: there is nothing to restore from yet.
@@ -97,10 +111,13 @@ public:
 
 private:
     void setFlag(bool Settings::*flag, bool on);
+    void mark(const Array& paths, PathRules::Mark mark) { markFiles(*state_, *fileSystem_, paths, mark); }
     // Logs what cannot be done, and answers a code that is not 0, which would say that it is done.
     static std::uint32_t refuse(std::string_view selector, const Value& argument);
 
     const std::shared_ptr<DaemonState> state_;
+    const std::shared_ptr<const FileSystem> fileSystem_;
+    const std::shared_ptr<const NodeAnswers> nodes_;
     const std::shared_ptr<CallbackQueue> pane_;
     const std::function<void()> terminate_;
 };

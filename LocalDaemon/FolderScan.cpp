@@ -1,5 +1,6 @@
 #include "LocalDaemon/FolderScan.h"
 
+#include "LocalDaemon/CleanPath.h"
 #include "Support/Logging.h"
 
 #include <algorithm>
@@ -16,14 +17,15 @@ constexpr auto burstStep = 10ms;
 // A folder is left alone for this many times the time that it takes to list.
 constexpr int restAfterListing = 20;
 constexpr std::size_t mostChangedFolders = 1000;
+constexpr const char* everything = "/";
 
 } // namespace
 
-FolderScan::FolderScan(std::string root, Listener listener, const Options& options)
+FolderScan::FolderScan(Rules rules, Listener listener, const Options& options)
     : listener_(std::move(listener)),
       options_(options),
       watch_(DirectoryWatch::Contents::Watched, options.mostWatches),
-      tree_(std::move(root)) {}
+      rules_(std::move(rules)) {}
 
 FolderScan::~FolderScan() {
     stop();
@@ -37,7 +39,7 @@ void FolderScan::start() {
 
 void FolderScan::stop() {
     {
-        const std::scoped_lock guard(stopMutex_);
+        const std::scoped_lock guard(mutex_);
         stopping_ = true;
     }
     stopped_.notify_all();
@@ -46,11 +48,28 @@ void FolderScan::stop() {
         thread_.join();
 }
 
+void FolderScan::setRules(Rules rules) {
+    {
+        const std::scoped_lock guard(mutex_);
+        nextRules_ = std::move(rules);
+    }
+    watch_.wake();
+}
+
+void FolderScan::lookAtEverything() {
+    mustLookAtEverything_ = true;
+    watch_.wake();
+}
+
 void FolderScan::run() {
     lastReportTime_ = Clock::now();
     nextRetry_ = lastReportTime_ + options_.rescanInterval;
+    addRoots();
     scanEverything();
     while (!stopping_) {
+        takeRules();
+        if (mustLookAtEverything_.exchange(false))
+            scanEverything();
         if (dirty_.empty()) {
             finishPass();
             waitForChanges();
@@ -68,9 +87,53 @@ void FolderScan::run() {
 
 void FolderScan::scanEverything() {
     report_.isScanning = true;
-    FolderTree::forEach(tree_.root(), [this](Folder& folder) { dirty_.insert(&folder); });
+    for (const auto& [path, root] : tree_.roots())
+        FolderTree::forEach(*root, [this](Folder& folder) { dirty_.insert(&folder); });
     if (reported_)
         report(); // however short it will be
+}
+
+void FolderScan::takeRules() {
+    Rules rules;
+    {
+        const std::scoped_lock guard(mutex_);
+        rules.swap(nextRules_);
+    }
+    if (!rules)
+        return;
+    rules.swap(rules_);
+    const bool isOtherMode = rules->automaticMode != rules_->automaticMode;
+    const std::set<std::string> roots = scanRoots(*rules_);
+    std::vector<Folder*> unwanted;
+    for (const auto& [path, root] : tree_.roots())
+        if (isOtherMode || !roots.contains(path))
+            unwanted.push_back(root.get());
+    for (Folder* root : unwanted)
+        drop(*root);
+    for (const std::string& path : changedRules(*rules, *rules_))
+        lookAgainAt(path);
+    addRoots(); // last: what was watched in another tree is not any more
+    if (isOtherMode)
+        scanEverything();
+}
+
+void FolderScan::addRoots() {
+    for (const std::string& path : scanRoots(*rules_))
+        if (!tree_.roots().contains(path))
+            dirty_.insert(&tree_.addRoot(path));
+}
+
+void FolderScan::drop(Folder& folder) {
+    forget(*tree_.remove(folder));
+}
+
+void FolderScan::lookAgainAt(const std::string& path) {
+    if (Folder* const folder = tree_.find(path);
+        folder && folder->parent && !verdictFor(*rules_, path).isIn())
+        drop(*folder);
+    for (const std::string_view each : {std::string_view(path), folderOf(path)})
+        if (Folder* const folder = tree_.find(each))
+            dirty_.insert(folder);
 }
 
 void FolderScan::relist(Folder& folder) {
@@ -78,17 +141,17 @@ void FolderScan::relist(Folder& folder) {
     const std::string path = FolderTree::pathOf(folder);
     const bool wasWatched = folder.isWatched;
     watch(folder, path); // first, so that nothing is missed that changes while it is listed
-    const FolderListing listing = listFolder(path, stopping_);
+    const FolderContents contents = contentsOf(path);
     if (stopping_)
         return;
-    folder.isReadable = listing.error == 0;
+    folder.isReadable = contents.error == 0;
     if (folder.isWatched && folder.isReadable)
         unwatched_.erase(&folder);
     else
         unwatched_.insert(&folder);
 
     const FileTotals before = folder.own;
-    const FolderTree::Difference difference = tree_.update(folder, listing);
+    const FolderTree::Difference difference = tree_.update(folder, contents);
     const bool isDifferent = before != folder.own || !difference.added.empty() || !difference.removed.empty();
     // A watched one is listed again only when something has changed, perhaps inside a file.
     if (std::exchange(folder.isListed, true) && !report_.isScanning && (wasWatched || isDifferent))
@@ -102,6 +165,19 @@ void FolderScan::relist(Folder& folder) {
             markChanged(*subfolder);
     const auto end = Clock::now();
     folder.notBefore = end + restAfterListing * (end - begin);
+}
+
+FolderContents FolderScan::contentsOf(const std::string& path) const {
+    const Passage passage = verdictFor(*rules_, path).isIn() ? Passage::WithinFileSystem : Passage::Refused;
+    std::string entry = withSeparator(path);
+    const std::size_t length = entry.size();
+    return contentsOfFolder(path, stopping_, [&](std::string_view name) {
+        entry.replace(length, std::string::npos, name);
+        const std::optional<Verdict> rule = ruleAt(*rules_, entry);
+        if (!rule)
+            return passage;
+        return rule->isIn() ? Passage::AnyFileSystem : Passage::Refused;
+    });
 }
 
 void FolderScan::watch(Folder& folder, const std::string& path) {
@@ -134,15 +210,15 @@ void FolderScan::forget(Folder& folder) {
 
 void FolderScan::noteChangedFolder(const std::string& path) {
     if (report_.changedFolders.size() == mostChangedFolders)
-        report_.changedFolders.assign(1, tree_.root().name);
-    if (report_.changedFolders.empty() || report_.changedFolders.front() != tree_.root().name)
+        report_.changedFolders.assign(1, everything);
+    else
         report_.changedFolders.push_back(path);
 }
 
 void FolderScan::finishPass() {
     if (std::exchange(report_.isScanning, false)) {
-        KelvaneCLog("The scan of %@ has found %llu files with %llu bytes.", tree_.root().name,
-                    tree_.totals().count, tree_.totals().bytes);
+        KelvaneCLog("The scan has found %llu files with %llu bytes.", tree_.totals().count,
+                    tree_.totals().bytes);
         logUnreadable();
     }
     report();
@@ -234,7 +310,7 @@ std::optional<std::chrono::milliseconds> FolderScan::timeUntilNextTask(Clock::ti
 }
 
 void FolderScan::pause(std::chrono::milliseconds duration) {
-    std::unique_lock guard(stopMutex_);
+    std::unique_lock guard(mutex_);
     stopped_.wait_for(guard, duration, [this] { return stopping_.load(); });
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "LocalDaemon/BackupRules.h"
 #include "LocalDaemon/FolderTree.h"
 #include "Platform/DirectoryWatch.h"
 
@@ -7,6 +8,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -17,20 +19,20 @@
 namespace kelvane {
 
 struct ScanReport {
-    FileTotals totals;              // so far, while the scan looks at everything
+    FileTotals totals;              // of the files that are in; so far, while the scan looks at everything
     bool isScanning = false;        // it looks at everything, not just at what has changed
     bool isWatchIncomplete = false; // some folders are looked at from time to time only
-    // Folders in which something has changed since the report before. After a great many it is the root
-    // alone.
+    // Folders in which something has changed since the report before. "/" stands for a great many.
     std::vector<std::string> changedFolders;
 };
 
-// Counts the regular files below a folder on a thread of its own, and keeps the count true as they change:
-// the folders are watched, and one that has changed is listed again once the burst of changes is over.
-// Neither links nor other file systems are followed. Folders for which the system has no watch left are
-// listed again from time to time.
+// Counts the regular files that the rules put in the backup, on a thread of its own, and keeps the count true
+// as they and the rules change: the folders are watched, and one that has changed is listed again once the
+// burst of changes is over. Links are not followed, and other file systems only when they were added
+// themselves. Folders for which the system has no watch left are listed again from time to time.
 //
-// `start` and `stop` belong to the owner's thread; `stop` ends within the time of a single file-system call.
+// `start` and `stop` belong to the owner's thread, the rest to any; `stop` ends within the time of a single
+// file-system call.
 // The listener is called on the scan's thread, without a lock.
 class FolderScan {
 public:
@@ -46,21 +48,30 @@ public:
         std::size_t mostWatches = DirectoryWatch::systemLimit() / 2;
     };
 
-    // `root` is an absolute path without a trailing separator.
-    FolderScan(std::string root, Listener listener, const Options& options);
+    using Rules = std::shared_ptr<const BackupRules>; // not null
+
+    FolderScan(Rules rules, Listener listener, const Options& options);
     ~FolderScan();
     FolderScan(const FolderScan&) = delete;
     FolderScan& operator=(const FolderScan&) = delete;
 
     void start();
     void stop();
+    // These take note and return.
+    void setRules(Rules rules);
+    void lookAtEverything();
 
 private:
     using Clock = std::chrono::steady_clock;
 
     void run();
     void scanEverything();
+    void takeRules();
+    void addRoots();
+    void drop(Folder& folder);
+    void lookAgainAt(const std::string& path);
     void relist(Folder& folder);
+    [[nodiscard]] FolderContents contentsOf(const std::string& path) const;
     void watch(Folder& folder, const std::string& path);
     void markChanged(Folder& folder);
     void forget(Folder& folder);
@@ -80,11 +91,14 @@ private:
     const Options options_;
     DirectoryWatch watch_;
     std::atomic<bool> stopping_{false};
-    std::mutex stopMutex_;
+    std::mutex mutex_;
     std::condition_variable stopped_;
+    Rules nextRules_; // guarded by the mutex; null: they are as they were
+    std::atomic<bool> mustLookAtEverything_{false};
     std::thread thread_;
 
     // What follows belongs to the scan's thread.
+    Rules rules_;
     FolderTree tree_;
     std::unordered_set<Folder*> dirty_;     // to be listed
     std::unordered_set<Folder*> deferred_;  // to be listed when their time has come

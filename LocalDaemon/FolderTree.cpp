@@ -1,6 +1,7 @@
 #include "LocalDaemon/FolderTree.h"
 
 #include "Foundation/PathComponents.h"
+#include "LocalDaemon/CleanPath.h"
 
 #include <algorithm>
 
@@ -14,10 +15,33 @@ std::unique_ptr<Folder> newFolder(const std::string& name, Folder& parent) {
     return folder;
 }
 
+// Where the folder of this name stands, or would stand.
+auto siblingNamed(std::vector<std::unique_ptr<Folder>>& siblings, std::string_view name) {
+    return std::lower_bound(siblings.begin(), siblings.end(), name,
+                            [](const auto& each, std::string_view wanted) { return each->name < wanted; });
+}
+
+Folder* findBelow(Folder& root, std::string_view path) {
+    Folder* folder = &root;
+    for (const std::string& name : pathComponents(path)) {
+        if (name == "/")
+            continue;
+        const auto found = siblingNamed(folder->subfolders, name);
+        if (found == folder->subfolders.end() || (*found)->name != name)
+            return nullptr;
+        folder = found->get();
+    }
+    return folder;
+}
+
 } // namespace
 
-FolderTree::FolderTree(std::string root) {
-    root_.name = std::move(root);
+Folder& FolderTree::addRoot(const std::string& path) {
+    auto& root = roots_[path];
+    if (!root)
+        root = std::make_unique<Folder>();
+    root->name = path;
+    return *root;
 }
 
 std::string FolderTree::pathOf(const Folder& folder) {
@@ -33,24 +57,16 @@ std::string FolderTree::pathOf(const Folder& folder) {
     return path;
 }
 
-Folder* FolderTree::find(std::string_view path) {
-    if (!path.starts_with(root_.name))
-        return nullptr;
-    path.remove_prefix(root_.name.size());
-    if (!path.empty() && path.front() != '/' && root_.name != "/")
-        return nullptr;
-    Folder* folder = &root_;
-    for (const std::string& name : pathComponents(path)) {
-        if (name == "/")
-            continue;
-        const auto found =
-            std::lower_bound(folder->subfolders.begin(), folder->subfolders.end(), name,
-                             [](const auto& each, const auto& wanted) { return each->name < wanted; });
-        if (found == folder->subfolders.end() || (*found)->name != name)
-            return nullptr;
-        folder = found->get();
+// From the nearest root outwards: a root may lie below another without being in its tree.
+Folder* FolderTree::find(std::string_view path) const {
+    for (std::string_view at = path; at.starts_with('/'); at = folderOf(at)) {
+        if (const auto root = roots_.find(at); root != roots_.end())
+            if (Folder* const folder = findBelow(*root->second, path.substr(at.size())))
+                return folder;
+        if (at == "/")
+            break;
     }
-    return folder;
+    return nullptr;
 }
 
 // Recursion is as deep as a path can be long.
@@ -60,11 +76,11 @@ void FolderTree::forEach(Folder& folder, const std::function<void(Folder&)>& vis
         forEach(*subfolder, visit);
 }
 
-FolderTree::Difference FolderTree::update(Folder& folder, const FolderListing& listing) {
+FolderTree::Difference FolderTree::update(Folder& folder, const FolderContents& contents) {
     Difference difference;
     totals_ -= folder.own;
-    totals_ += listing.own;
-    folder.own = listing.own;
+    totals_ += contents.own;
+    folder.own = contents.own;
 
     // Both lists are sorted: one walk along the two.
     std::vector<std::unique_ptr<Folder>> before;
@@ -74,8 +90,8 @@ FolderTree::Difference FolderTree::update(Folder& folder, const FolderListing& l
         for (; old != before.end() && (!name || (*old)->name < *name); ++old)
             difference.removed.push_back(std::move(*old));
     };
-    folder.subfolders.reserve(listing.subfolders.size());
-    for (const std::string& name : listing.subfolders) {
+    folder.subfolders.reserve(contents.subfolders.size());
+    for (const std::string& name : contents.subfolders) {
         removeUntil(&name);
         if (old != before.end() && (*old)->name == name) {
             folder.subfolders.push_back(std::move(*old++));
@@ -86,8 +102,23 @@ FolderTree::Difference FolderTree::update(Folder& folder, const FolderListing& l
     }
     removeUntil(nullptr);
     for (const auto& removed : difference.removed)
-        forEach(*removed, [this](Folder& each) { totals_ -= each.own; });
+        discount(*removed);
     return difference;
+}
+
+std::unique_ptr<Folder> FolderTree::remove(Folder& folder) {
+    discount(folder);
+    if (!folder.parent)
+        return std::move(roots_.extract(folder.name).mapped());
+    auto& siblings = folder.parent->subfolders;
+    const auto place = siblingNamed(siblings, folder.name);
+    std::unique_ptr<Folder> removed = std::move(*place);
+    siblings.erase(place);
+    return removed;
+}
+
+void FolderTree::discount(Folder& folder) {
+    forEach(folder, [this](Folder& each) { totals_ -= each.own; });
 }
 
 } // namespace kelvane

@@ -1,9 +1,10 @@
 #pragma once
 
-#include "LocalDaemon/FolderListing.h"
+#include "LocalDaemon/FolderContents.h"
 
 #include <chrono>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -12,7 +13,7 @@
 namespace kelvane {
 
 struct Folder {
-    std::string name; // the root's is its whole path
+    std::string name; // a root's is its whole path
     Folder* parent = nullptr;
     std::vector<std::unique_ptr<Folder>> subfolders; // sorted by name
     FileTotals own;
@@ -24,19 +25,20 @@ struct Folder {
     bool isReadable = true;
 };
 
-// The folders below a root as they were last listed, and what they hold together. Remembers folders and no
-// files, so that its memory grows with the folders alone, and one that has changed costs one listing. Belongs
-// to one thread.
+// The folders below some roots as they were last listed, and what they hold together. Remembers folders and
+// no files, so that its memory grows with the folders alone, and one that has changed costs one listing.
+// Belongs to one thread.
 class FolderTree {
 public:
-    explicit FolderTree(std::string root);
+    using Roots = std::map<std::string, std::unique_ptr<Folder>, std::less<>>; // by path
 
-    [[nodiscard]] Folder& root() { return root_; }
+    [[nodiscard]] const Roots& roots() const { return roots_; }
+    [[nodiscard]] Folder& addRoot(const std::string& path);
     [[nodiscard]] const FileTotals& totals() const { return totals_; }
 
     [[nodiscard]] static std::string pathOf(const Folder& folder);
     // Null when there is none at that path.
-    [[nodiscard]] Folder* find(std::string_view path);
+    [[nodiscard]] Folder* find(std::string_view path) const;
     // Each folder after the one that holds it.
     static void forEach(Folder& folder, const std::function<void(Folder&)>& visit);
 
@@ -46,10 +48,14 @@ public:
             removed; // what they held counts no longer; `parent` is still set
     };
     // Takes over what `folder` holds now.
-    [[nodiscard]] Difference update(Folder& folder, const FolderListing& listing);
+    [[nodiscard]] Difference update(Folder& folder, const FolderContents& contents);
+    // A root, or what its parent holds; it counts no longer, `parent` is still set.
+    [[nodiscard]] std::unique_ptr<Folder> remove(Folder& folder);
 
 private:
-    Folder root_;
+    void discount(Folder& folder);
+
+    Roots roots_;
     FileTotals totals_;
 };
 

@@ -3,9 +3,10 @@
 #include "Foundation/MainLoop.h"
 #include "LocalDaemon/DaemonState.h"
 #include "LocalDaemon/FolderScan.h"
+#include "LocalDaemon/NodeAnswers.h"
 #include "LocalDaemon/PaneServer.h"
 #include "LocalDaemon/SettingsStore.h"
-#include "LocalDaemon/SocketClaim.h"
+#include "Platform/SocketClaim.h"
 
 #include <chrono>
 #include <functional>
@@ -15,7 +16,7 @@
 
 namespace kelvane {
 
-// The whole daemon, put together: it counts what stands in a folder and serves panes at a socket.
+// The whole daemon, put together: it counts what is to be backed up and serves panes at a socket.
 //
 // Belongs to the main thread, whose loop must run while it serves. `stop` takes back everything that `start`
 // made, and waits for the threads.
@@ -31,6 +32,7 @@ public:
         // while the machine sleeps, and its clock may be set.
         std::chrono::milliseconds refreshInterval = std::chrono::seconds(5);
         FolderScan::Options scan;
+        std::shared_ptr<const FileSystem> fileSystem = std::make_shared<LocalFileSystem>();
         DaemonState::Clock clock = std::chrono::system_clock::now;
     };
 
@@ -46,6 +48,7 @@ public:
 
 private:
     void makeWorld();
+    void refresh();
 
     const Options options_;
     const std::shared_ptr<MainLoop> loop_;
@@ -53,8 +56,10 @@ private:
 
     std::optional<SocketClaim> claim_;
     std::shared_ptr<DaemonState> state_;
+    std::shared_ptr<NodeAnswers> nodes_;
     std::shared_ptr<PaneServer> server_;
     std::optional<FolderScan> scan_;
+    std::shared_ptr<const Volumes> volumes_; // that the scan has seen
     Timer refresh_;
 };
 

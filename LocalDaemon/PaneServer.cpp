@@ -30,9 +30,9 @@ void PaneServer::stop() {
 }
 
 void PaneServer::socketCreated(const std::shared_ptr<KelvaneSocket>& child) {
-    const auto queue = std::make_shared<CallbackQueue>(options_.everything);
+    const auto queue = std::make_shared<CallbackQueue>();
     const auto session =
-        std::make_shared<PaneSession>(child, makeTarget_(queue), queue,
+        std::make_shared<PaneSession>(child, makeTarget_(queue), queue, options_.fileSystem,
                                       [weak = weak_from_this()](const std::shared_ptr<PaneSession>& ended) {
                                           if (const auto self = weak.lock())
                                               self->sessionEnded(ended);
@@ -57,6 +57,10 @@ void PaneServer::alertRaised(const std::string& alert) {
 
 void PaneServer::filesChanged(const std::vector<std::string>& paths) {
     tellAll([&](DaemonObserver& pane) { pane.filesChanged(paths); });
+}
+
+void PaneServer::foldersChanged(const std::vector<std::string>& paths) {
+    tellAll([&](DaemonObserver& pane) { pane.foldersChanged(paths); });
 }
 
 void PaneServer::sessionEnded(const std::shared_ptr<PaneSession>& session) {

@@ -2,6 +2,7 @@
 
 #include "Foundation/MainLoop.h"
 #include "LocalDaemon/PaneSession.h"
+#include "Platform/FileSystem.h"
 
 #include <chrono>
 #include <memory>
@@ -26,7 +27,7 @@ public:
         std::function<std::shared_ptr<InvocationTarget>(const std::shared_ptr<CallbackQueue>&)>;
 
     struct Options {
-        std::string everything; // the path that stands for all that can change
+        std::shared_ptr<const FileSystem> fileSystem; // in whose volumes panes are told of what has changed
         std::chrono::milliseconds sendTimeout = std::chrono::seconds(10);
     };
 
@@ -41,6 +42,7 @@ public:
     void stateChanged(std::uint32_t code) override;
     void alertRaised(const std::string& alert) override;
     void filesChanged(const std::vector<std::string>& paths) override;
+    void foldersChanged(const std::vector<std::string>& paths) override;
 
 private:
     void sessionEnded(const std::shared_ptr<PaneSession>& session);

@@ -8,12 +8,12 @@
 namespace kelvane {
 namespace {
 
-// A path that is not UTF-8 cannot travel.
-Array pathsThatTravel(const std::vector<std::string>& paths) {
+// As panes name them. A path that is not UTF-8 cannot travel.
+Array pathsThatTravel(const std::vector<std::string>& paths, const Volumes& volumes) {
     Array travelling;
     for (const std::string& path : paths) {
         if (isUtf8(path))
-            travelling.emplace_back(path);
+            travelling.emplace_back(volumes.volumePath(path));
         else
             KelvaneCLog("A path that is not UTF-8 has changed, which panes cannot be told.");
     }
@@ -32,11 +32,13 @@ void callEach(KelvaneProxy& proxy, const Array& items) {
 } // namespace
 
 PaneSession::PaneSession(std::shared_ptr<KelvaneSocket> socket, std::shared_ptr<InvocationTarget> target,
-                         std::shared_ptr<CallbackQueue> queue, Ended ended)
+                         std::shared_ptr<CallbackQueue> queue, std::shared_ptr<const FileSystem> fileSystem,
+                         Ended ended)
     : socket_(std::move(socket)),
       proxy_(KelvaneProxy::create()),
       target_(std::move(target)),
       queue_(std::move(queue)),
+      fileSystem_(std::move(fileSystem)),
       ended_(std::move(ended)) {}
 
 bool PaneSession::start(std::chrono::milliseconds sendTimeout) {
@@ -84,7 +86,9 @@ void PaneSession::send(const CallbackQueue::Batch& batch) {
     } else if (!batch.states.empty()) {
         proxy_->call<"statesChanged:">(Value(Array(batch.states.begin(), batch.states.end())));
     }
-    callEach<"fileChanged:", "filesChanged:">(*proxy_, pathsThatTravel(batch.files));
+    const auto volumes = fileSystem_->volumes();
+    callEach<"fileChanged:", "filesChanged:">(*proxy_, pathsThatTravel(batch.files, *volumes));
+    callEach<"folderChanged:", "foldersChanged:">(*proxy_, pathsThatTravel(batch.folders, *volumes));
     callEach<"setAlertString:", "setAlertStrings:">(*proxy_, Array(batch.alerts.begin(), batch.alerts.end()));
 }
 

@@ -2,6 +2,7 @@
 
 #include "Common/KelvProxy.h"
 #include "LocalDaemon/CallbackQueue.h"
+#include "Platform/FileSystem.h"
 
 #include <atomic>
 #include <chrono>
@@ -20,7 +21,8 @@ public:
     using Ended = std::function<void(const std::shared_ptr<PaneSession>&)>;
 
     PaneSession(std::shared_ptr<KelvaneSocket> socket, std::shared_ptr<InvocationTarget> target,
-                std::shared_ptr<CallbackQueue> queue, Ended ended);
+                std::shared_ptr<CallbackQueue> queue, std::shared_ptr<const FileSystem> fileSystem,
+                Ended ended);
 
     // False, which is logged, when the system has no thread to give.
     [[nodiscard]] bool start(std::chrono::milliseconds sendTimeout);
@@ -41,6 +43,7 @@ private:
     const std::shared_ptr<KelvaneProxy> proxy_;
     const std::shared_ptr<InvocationTarget> target_; // which the proxy holds weakly
     const std::shared_ptr<CallbackQueue> queue_;
+    const std::shared_ptr<const FileSystem> fileSystem_;
     const Ended ended_;
     std::atomic<bool> closed_{false};
     std::thread sender_;

@@ -19,10 +19,14 @@ constexpr std::string_view controlFlagsKey = "backupControlFlags";
 constexpr std::string_view pausedUntilKey = "pausedUntil";
 constexpr std::string_view profileKey = "profile";
 constexpr std::string_view togglesKey = "fileTypeToggles";
+constexpr std::string_view exclusionsKey = "exclusions";
+constexpr std::string_view addedKey = "added";
+constexpr std::string_view removedKey = "removed";
 
 constexpr std::size_t mostEntries = 100;
 constexpr std::size_t longestKey = 256;
 constexpr std::size_t longestText = 4096;
+constexpr std::size_t mostPathRules = std::size_t{1} << 20U; // bytes
 
 template <class IsRight>
 Dictionary entriesOf(const Value& value, IsRight isRight) {
@@ -31,6 +35,30 @@ Dictionary entriesOf(const Value& value, IsRight isRight) {
         if (isRight(entry))
             static_cast<void>(setEntry(entries, key, entry));
     return entries;
+}
+
+Array pathsMarked(const PathRules& paths, PathRules::Mark wanted) {
+    Array marked;
+    for (const auto& [path, mark] : paths.marks)
+        if (mark == wanted)
+            marked.emplace_back(path);
+    return marked;
+}
+
+template <class Take>
+void forEachPath(const Value& list, Take take) {
+    for (const Value& path : list.array())
+        if (path.stringValue().starts_with('/'))
+            take(path.stringValue());
+}
+
+PathRules pathRulesOf(const Value& value) {
+    using Mark = PathRules::Mark;
+    PathRules paths;
+    forEachPath(value[exclusionsKey], [&](const std::string& path) { paths.exclusions.insert(path); });
+    for (const auto& [key, mark] : {std::pair(addedKey, Mark::Added), std::pair(removedKey, Mark::Removed)})
+        forEachPath(value[key], [&, mark = mark](const std::string& path) { paths.marks[path] = mark; });
+    return paths;
 }
 
 } // namespace
@@ -43,6 +71,9 @@ Value valueFromSettings(const Settings& settings) {
     entries.set(pausedUntilKey, settings.pausedUntil);
     entries.set(profileKey, settings.profile);
     entries.set(togglesKey, settings.fileTypeToggles);
+    entries.set(exclusionsKey, Array(settings.paths.exclusions.begin(), settings.paths.exclusions.end()));
+    entries.set(addedKey, pathsMarked(settings.paths, PathRules::Mark::Added));
+    entries.set(removedKey, pathsMarked(settings.paths, PathRules::Mark::Removed));
     return entries;
 }
 
@@ -56,6 +87,7 @@ Settings settingsFromValue(const Value& value) {
     settings.profile = entriesOf(value[profileKey], [](const Value& entry) { return entry.isString(); });
     settings.fileTypeToggles =
         entriesOf(value[togglesKey], [](const Value& entry) { return entry.isNumber(); });
+    settings.paths = pathRulesOf(value);
     return settings;
 }
 
@@ -66,6 +98,10 @@ bool setEntry(Dictionary& entries, const std::string& key, const Value& value) {
         return false;
     entries.set(key, value);
     return true;
+}
+
+bool isTooLarge(const PathRules& paths) {
+    return paths.size() > mostPathRules;
 }
 
 } // namespace kelvane

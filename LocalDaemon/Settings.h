@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Foundation/Value.h"
+#include "LocalDaemon/BackupRules.h"
 
 #include <cstdint>
 #include <string>
@@ -19,6 +20,7 @@ struct Settings {
     std::int64_t pausedUntil = 0; // seconds since 1970; in the past or 0: not paused
     Dictionary profile;           // strings
     Dictionary fileTypeToggles;   // unsigned 32-bit numbers
+    PathRules paths;
 
     friend bool operator==(const Settings&, const Settings&) = default;
 };
@@ -31,5 +33,8 @@ struct Settings {
 // Sets an entry of `profile` or `fileTypeToggles`. False when the key or the text is longer than anyone needs
 // or there are too many entries: what a pane sends must not fill the disk.
 [[nodiscard]] bool setEntry(Dictionary& entries, const std::string& key, const Value& value);
+
+// Likewise for all path rules together.
+[[nodiscard]] bool isTooLarge(const PathRules& paths);
 
 } // namespace kelvane

@@ -21,7 +21,8 @@ struct FileAttributes {
     std::uint32_t gid = 0;
     Date modified;
     Date accessed;
-    Date statusChanged; // also by a rename or a change of owner or mode
+    Date statusChanged;       // also by a rename or a change of owner or mode
+    std::uint64_t device = 0; // the number of the file system that holds it
 };
 
 struct FolderListing {

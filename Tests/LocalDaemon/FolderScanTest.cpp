@@ -2,34 +2,43 @@
 
 #include "Tests/Harness/TemporaryFolder.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <random>
 #include <sys/fsuid.h>
 #include <sys/stat.h>
 
 namespace kelvane {
 namespace {
 
+namespace fs = std::filesystem;
 using namespace std::chrono_literals;
+using Mark = PathRules::Mark;
 using tests::TemporaryFolder;
+
+std::shared_ptr<BackupRules> rulesFor(const TemporaryFolder& home) {
+    return std::make_shared<BackupRules>(BackupRules{true, home.path(), {home / "cache/"}, {}});
+}
 
 // A scan of a folder, and what it last said.
 class WatchedScan {
 public:
-    explicit WatchedScan(const std::string& root, const FolderScan::Options& options = {})
-        : scan_(
-              root, [this](const ScanReport& report) { take(report); }, options) {
-        scan_.start();
+    // `atRest` runs on the scan's thread when that comes to rest for the first time.
+    explicit WatchedScan(
+        const TemporaryFolder& home, const FolderScan::Options& options = {},
+        std::function<void()> atRest = [] {})
+        : scan(
+              rulesFor(home), [this](const ScanReport& report) { take(report); }, options),
+          atRest_(std::move(atRest)) {
+        scan.start();
     }
-    ~WatchedScan() {
-        hold(false);
-        scan_.stop();
-    }
+    ~WatchedScan() { scan.stop(); }
 
     // False when the scan does not come to rest with these totals within the time that a slow machine needs.
     [[nodiscard]] bool comesTo(const FileTotals& totals) {
-        return awaits([&] { return last_ && !last_->isScanning && last_->totals == totals; });
+        return awaits([&] { return !last.isScanning && last.totals == totals; });
     }
     template <class Condition>
     [[nodiscard]] bool awaits(Condition condition) {
@@ -37,167 +46,146 @@ public:
         return changed_.wait_for(guard, 20s, condition);
     }
 
-    // Holds the scan's thread up at its next report.
-    void hold(bool held) {
-        const std::scoped_lock guard(mutex_);
-        isHeld_ = held;
-        changed_.notify_all();
-    }
-
     // With `awaits` only.
-    std::optional<ScanReport> last_;
-    bool isWaiting_ = false;
-    int fullScans_ = 0;
-    std::vector<std::string> changedFolders_;
+    ScanReport last{{}, true, false, {}};
+    std::vector<std::string> changedFolders;
+    FolderScan scan;
 
 private:
     void take(const ScanReport& report) {
-        std::unique_lock guard(mutex_);
-        fullScans_ += report.isScanning && !(last_ && last_->isScanning) ? 1 : 0;
-        last_ = report;
-        changedFolders_.insert(changedFolders_.end(), report.changedFolders.begin(),
-                               report.changedFolders.end());
-        isWaiting_ = isHeld_;
+        if (!report.isScanning)
+            std::exchange(atRest_, [] {})();
+        const std::scoped_lock guard(mutex_);
+        last = report;
+        changedFolders.insert(changedFolders.end(), report.changedFolders.begin(),
+                              report.changedFolders.end());
         changed_.notify_all();
-        changed_.wait(guard, [this] { return !isHeld_; });
-        isWaiting_ = false;
     }
 
+    std::function<void()> atRest_;
     std::mutex mutex_;
     std::condition_variable changed_;
-    bool isHeld_ = false;
-    FolderScan scan_;
 };
 
 // Counted anew, by other means.
-FileTotals totalsOf(const std::filesystem::path& root) {
+FileTotals totalsOf(const std::string& root, const BackupRules& rules) {
     FileTotals totals;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(root))
-        if (entry.symlink_status().type() == std::filesystem::file_type::regular)
+    for (const auto& entry : fs::recursive_directory_iterator(root))
+        if (entry.symlink_status().type() == fs::file_type::regular &&
+            verdictFor(rules, entry.path().string()).isIn())
             totals += {1, entry.file_size()};
     return totals;
 }
 
-TEST(FolderScan, CountsRegularFilesAndFollowsNoLinks) {
-    const TemporaryFolder outside;
-    outside.write("deep/file", "outside");
-    const TemporaryFolder home;
-    home.write("file", "12345");
-    home.write("a/b/c/.hidden", "123");
-    home.write("a/b/empty", "");
-    std::filesystem::create_hard_link(home / "file", home / "a/second name");
-    std::filesystem::create_symlink(home / "file", home / "a/link to a file");
-    std::filesystem::create_directory_symlink(outside.path(), home / "a/link to a folder");
-    std::filesystem::create_directory_symlink("..", home / "a/loop");
-    ASSERT_EQ(::mkfifo((home / "a/pipe").c_str(), 0600), 0);
-    WatchedScan scan(home.path());
-    EXPECT_TRUE(scan.comesTo({4, 5 + 3 + 0 + 5}));
-}
-
-TEST(FolderScan, StaysInItsFileSystem) {
+TEST(FolderScan, StaysInItsFileSystemUnlessAnotherIsAdded) {
     const std::atomic<bool> stopping = false;
-    const FolderListing listing = listFolder("/", stopping);
-    EXPECT_EQ(std::count(listing.subfolders.begin(), listing.subfolders.end(), "proc"), 0);
-    EXPECT_EQ(std::count(listing.subfolders.begin(), listing.subfolders.end(), "etc"), 1);
+    for (const Passage passage : {Passage::WithinFileSystem, Passage::AnyFileSystem}) {
+        const auto folders = contentsOfFolder("/", stopping, [&](auto) { return passage; }).subfolders;
+        EXPECT_EQ(std::ranges::count(folders, "proc"), passage == Passage::AnyFileSystem ? 1 : 0);
+        EXPECT_EQ(std::ranges::count(folders, "etc"), 1);
+    }
 }
 
 TEST(FolderScan, FollowsWhatChanges) {
     const TemporaryFolder home;
     home.write("file", "12345");
     home.write("a/b/file", "1234");
-    WatchedScan scan(home.path());
+    WatchedScan scan(home);
     ASSERT_TRUE(scan.comesTo({2, 9}));
+    const auto move = [&](const char* from, const char* to) { fs::rename(home / from, home / to); };
     const struct {
-        const char* what;
         std::function<void()> act;
         FileTotals totals;
         const char* where; // the folder that panes are to look at
     } steps[] = {
-        {"grow", [&] { std::ofstream(home / "file", std::ios::app) << "67"; }, {2, 11}, ""},
-        {"shrink", [&] { std::filesystem::resize_file(home / "a/b/file", 1); }, {2, 8}, "/a/b"},
-        {"new folders", [&] { home.write("x/y/z/file", "123"); }, {3, 11}, ""},
-        {"deep in a new folder", [&] { home.write("x/y/z/another", "12"); }, {4, 13}, "/x/y/z"},
-        {"rename a folder", [&] { std::filesystem::rename(home / "x", home / "a/b/x2"); }, {4, 13}, "/a/b"},
-        {"in the renamed one", [&] { home.write("a/b/x2/y/new", "1"); }, {5, 14}, "/a/b/x2/y"},
-        {"replace a file",
-         [&] { std::filesystem::rename(home / "a/b/x2/y/new", home / "file"); },
-         {4, 7},
-         ""},
-        {"delete a tree", [&] { std::filesystem::remove_all(home / "a"); }, {1, 1}, ""},
-        {"make it again", [&] { home.write("a/b/file", "12"); }, {2, 3}, ""},
+        {[&] { std::ofstream(home / "file", std::ios::app) << "67"; }, {2, 11}, ""},
+        {[&] { fs::resize_file(home / "a/b/file", 1); }, {2, 8}, "/a/b"},
+        {[&] { home.write("x/y/z/file", "123"); }, {3, 11}, ""},
+        {[&] { home.write("x/y/z/another", "12"); }, {4, 13}, "/x/y/z"},
+        {[&] { move("x", "a/b/x2"); }, {4, 13}, "/a/b"},
+        {[&] { move("a/b/x2", "x3"), move("a", "c"), move("x3", "a"); }, {4, 13}, ""},
+        {[&] { move("a/y/z/another", "file"); }, {3, 6}, "/a/y/z"},
+        {[&] { fs::remove_all(home / "a"); }, {2, 3}, ""},
+        {[&] { home.write("a/y/z/file", "12"); }, {3, 5}, ""},
     };
-    for (const auto& [what, act, totals, where] : steps) {
+    for (const auto& [act, totals, where] : steps) {
         act();
-        ASSERT_TRUE(scan.comesTo(totals)) << what;
-        ASSERT_TRUE(scan.awaits([&, path = home.path() + where] {
-            return std::count(scan.changedFolders_.begin(), scan.changedFolders_.end(), path) > 0;
-        })) << what;
-        scan.changedFolders_.clear();
+        ASSERT_TRUE(scan.comesTo(totals)) << totals.count << where;
+        const std::string path = home.path() + where;
+        ASSERT_TRUE(scan.awaits([&] { return std::ranges::count(scan.changedFolders, path) > 0; })) << path;
+        scan.changedFolders.clear();
     }
 }
 
-TEST(FolderScan, TellsApartFoldersThatSwapTheirNames) {
+// And counts nothing but regular files, none of them through a link.
+TEST(FolderScan, FollowsTheRules) {
     const TemporaryFolder home;
-    home.write("one/in/file", "1");
-    home.write("two/in/other/file", "22");
-    WatchedScan scan(home.path());
-    ASSERT_TRUE(scan.comesTo({2, 3}));
-    std::filesystem::rename(home / "one", home / "three");
-    std::filesystem::rename(home / "two", home / "one");
-    std::filesystem::rename(home / "three", home / "two");
-    home.write("one/in/other/file", "333");
-    ASSERT_TRUE(scan.comesTo({2, 4}));
-    std::filesystem::remove_all(home / "two");
-    EXPECT_TRUE(scan.comesTo({1, 3}));
-}
-
-TEST(FolderScan, IsTrueAfterABurst) {
-    const TemporaryFolder home;
-    home.write("stays/file", "1");
-    WatchedScan scan(home.path());
-    ASSERT_TRUE(scan.comesTo({1, 1}));
-    const auto write = [&](const std::string& top) {
-        for (int number = 0; number < 400; ++number) {
-            const std::string folder = top + '/' + std::to_string(number % 20);
-            home.write(folder + "/deep/" + std::to_string(number),
-                       std::string(static_cast<std::size_t>(number), 'x'));
-            if (number % 50 == 49)
-                std::filesystem::rename(home / folder, home / (folder + "-moved" + std::to_string(number)));
-            if (number % 70 == 69)
-                std::filesystem::remove_all(home / (top + "/3"));
+    std::mt19937 random(7);
+    std::vector<std::string> paths{home.path()};
+    const auto anyPath = [&] { return paths[random() % paths.size()]; };
+    for (const char* folder :
+         {"a", "a/b", "a/b/c", "a/b/c/d", "a/z", "cache", "cache/e", "e", "e/f", "e/f/g"})
+        for (const char* name : {"", "/.file", "/other"}) {
+            if (*name != 0)
+                home.write(folder + std::string(name), std::string(random() % 100'000, 'x'));
+            paths.push_back(home / (folder + std::string(name)));
         }
-    };
-    std::thread other([&] { write("other"); });
-    write("one");
-    other.join();
-    EXPECT_TRUE(scan.comesTo(totalsOf(home.path())));
+    fs::create_hard_link(home / "a/other", home / "a/second name");
+    fs::create_symlink(home / "a/other", home / "a/link to a file");
+    fs::create_directory_symlink("/etc", home / "a/link to a folder");
+    fs::create_directory_symlink("..", home / "a/loop");
+    ASSERT_EQ(::mkfifo((home / "a/pipe").c_str(), 0600), 0);
+
+    FolderScan::Options options;
+    options.quiet = 1ms;
+    WatchedScan scan(home, options);
+    BackupRules rules = *rulesFor(home);
+    ASSERT_TRUE(scan.comesTo(totalsOf(home.path(), rules)));
+    for (int step = 0; step < 200; ++step) {
+        const std::string path = anyPath();
+        switch (random() % 8) {
+        case 0: rules.automaticMode = !rules.automaticMode; break;
+        case 1: rules.paths.exclusions.insert(path); break;
+        case 2: rules.paths.exclusions.clear(); break;
+        case 3: rules.paths.mark(fs::path(path).parent_path(), Mark::Removed); [[fallthrough]];
+        default: rules.paths.mark(path, random() % 3 == 0 ? Mark::Removed : Mark::Added);
+        }
+        scan.scan.setRules(std::make_shared<BackupRules>(rules));
+        ASSERT_TRUE(scan.comesTo(totalsOf(home.path(), rules))) << "in step " << step;
+        std::ofstream(path, std::ios::app) << "longer"; // unless it is a folder
+        ASSERT_TRUE(scan.comesTo(totalsOf(home.path(), rules))) << "in step " << step;
+    }
 }
 
-TEST(FolderScan, LooksAtEverythingAgainWhenTheSystemHasDroppedChanges) {
+TEST(FolderScan, IsTrueAfterABurstAlsoWhenTheSystemHasDroppedChanges) {
     std::size_t longestQueue = 0;
     std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> longestQueue;
     const TemporaryFolder home;
-    home.write("a/b/file", "1");
-    home.write("c/file", "1");
-    WatchedScan scan(home.path());
-    ASSERT_TRUE(scan.comesTo({2, 2}));
-    scan.fullScans_ = 0;
-    scan.hold(true);
-    home.write("file", "1");
-    ASSERT_TRUE(scan.awaits([&] { return scan.isWaiting_; }));
-    for (std::size_t events = 0; events <= longestQueue; events += 2) {
-        home.write("file2", "");
-        std::filesystem::remove(home / "file2");
-    }
-    home.write("a/b/c/d/file", "22"); // of all this nothing is told
-    std::filesystem::remove_all(home / "c");
-    std::filesystem::create_directories(home / "c");
-    home.write("c/file", "333");
-    scan.hold(false);
-    EXPECT_TRUE(scan.comesTo({4, 7}));
-    home.write("c/file", "4444");
-    EXPECT_TRUE(scan.comesTo({4, 8}));
-    EXPECT_TRUE(scan.awaits([&] { return scan.fullScans_ > 0; }));
+    home.write("old/in/file", "1");
+    const auto write = [&](const std::string& top) {
+        for (int number = 0; number < 400; ++number) {
+            const std::string folder = top + '/' + std::to_string(number % 20);
+            home.write(folder + "/deep/" + std::to_string(number), folder);
+            if (number % 50 == 49)
+                fs::rename(home / folder, home / (folder + "-moved" + std::to_string(number)));
+            if (number % 70 == 69)
+                fs::remove_all(home / (top + "/3"));
+        }
+    };
+    WatchedScan scan(home, {}, [&] {
+        for (std::size_t events = 0; events <= longestQueue; events += 2) {
+            home.write("file", "");
+            fs::remove(home / "file");
+        }
+        fs::remove(home / "old/in/file"); // of this and the next nothing is told
+        write("old/in");
+    });
+    ASSERT_TRUE(scan.awaits([&] { return scan.last.totals.count > 1; }));
+    EXPECT_TRUE(scan.comesTo(totalsOf(home.path(), *rulesFor(home))));
+    std::thread other([&] { write("other"); });
+    write("one");
+    other.join();
+    EXPECT_TRUE(scan.comesTo(totalsOf(home.path(), *rulesFor(home))));
 }
 
 TEST(FolderScan, LooksFromTimeToTimeWhereItMayNotWatch) {
@@ -206,39 +194,35 @@ TEST(FolderScan, LooksFromTimeToTimeWhereItMayNotWatch) {
     FolderScan::Options options;
     options.mostWatches = 1;
     options.rescanInterval = 20ms;
-    WatchedScan scan(home.path(), options);
-    ASSERT_TRUE(scan.comesTo({1, 1}));
-    EXPECT_TRUE(scan.awaits([&] { return scan.last_->isWatchIncomplete; }));
+    WatchedScan scan(home, options);
+    EXPECT_TRUE(scan.awaits([&] { return scan.last.isWatchIncomplete; }));
     home.write("a/b/file", "22");
-    EXPECT_TRUE(scan.comesTo({1, 2}));
     home.write("a/b/c/file", "333");
     EXPECT_TRUE(scan.comesTo({2, 5}));
-    std::filesystem::remove_all(home / "a/b");
+    fs::remove_all(home / "a/b");
     EXPECT_TRUE(scan.comesTo({0, 0}));
 }
 
 TEST(FolderScan, LeavesOutWhatItMayNotReadUntilItMay) {
     const TemporaryFolder home;
-    std::filesystem::permissions(home.path(), std::filesystem::perms(0755));
+    fs::permissions(home.path(), fs::perms(0755));
     home.write("file", "1");
     home.write("closed/in/file", "22");
-    std::filesystem::permissions(home / "closed", std::filesystem::perms(0));
+    fs::permissions(home / "closed", fs::perms(0));
     std::optional<WatchedScan> scan;
     // Root may read everything; the scan's thread takes over whose files the thread that makes it may read.
     std::thread maker([&] {
         if (::geteuid() == 0)
             ::setfsuid(65534);
-        scan.emplace(home.path());
+        scan.emplace(home);
     });
     maker.join();
     EXPECT_TRUE(scan->comesTo({1, 1}));
-    std::filesystem::permissions(home / "closed", std::filesystem::perms(0755));
-    EXPECT_TRUE(scan->comesTo({2, 3}));
+    for (const int mode : {0755, 0, 0755}) {
+        fs::permissions(home / "closed", fs::perms(mode));
+        EXPECT_TRUE(scan->comesTo(mode == 0 ? FileTotals{1, 1} : FileTotals{2, 3}));
+    }
     home.write("closed/in/file", "333");
-    EXPECT_TRUE(scan->comesTo({2, 4}));
-    std::filesystem::permissions(home / "closed", std::filesystem::perms(0));
-    EXPECT_TRUE(scan->comesTo({1, 1}));
-    std::filesystem::permissions(home / "closed", std::filesystem::perms(0755));
     EXPECT_TRUE(scan->comesTo({2, 4}));
 }
 

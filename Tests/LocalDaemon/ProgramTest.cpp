@@ -5,22 +5,21 @@
 #include "Tests/Tools/ChildProgram.h"
 
 #include <csignal>
+#include <sys/stat.h>
 
 namespace kelvane {
 namespace {
 
 using namespace std::chrono_literals;
 using tests::ChildProgram;
-using tests::DaemonFolders;
 using tests::eventually;
 using tests::RawPeer;
 using tests::TestPane;
 
 class LocalDaemonProgram : public ::testing::Test {
 protected:
-    [[nodiscard]] std::unique_ptr<ChildProgram> start(const std::vector<std::string>& options) const {
-        std::vector<std::string> words{KELVANE_LOCAL_DAEMON};
-        words.insert(words.end(), options.begin(), options.end());
+    [[nodiscard]] std::unique_ptr<ChildProgram> start(std::vector<std::string> words) const {
+        words.insert(words.begin(), KELVANE_LOCAL_DAEMON);
         return std::make_unique<ChildProgram>(words, std::vector<std::string>{"HOME=" + folders.home()});
     }
     [[nodiscard]] std::unique_ptr<ChildProgram> serve(const std::string& home) const {
@@ -29,38 +28,18 @@ protected:
         return program;
     }
 
-    const DaemonFolders folders;
+    const tests::DaemonFolders folders;
 };
 
-TEST_F(LocalDaemonProgram, SaysHowItIsUsed) {
-    const struct {
-        std::vector<std::string> options;
-        int status;
-        const char* output;
-        const char* error;
-    } cases[] = {
-        {{"--help"}, 0, "--socket PATH", ""},
-        {{"--nonsense"}, 2, "", "--nonsense"},
-        {{"--home"}, 2, "", "--home"},
-        {{"--home", folders / "missing"}, 2, "", "missing"},
-        {{"--socket", std::string(104, 'x')}, 1, "", "103"},
-    };
-    for (const auto& [options, status, output, error] : cases) {
-        const ChildProgram::Result result = start(options)->finish();
-        EXPECT_EQ(result.status, status) << options.front();
-        EXPECT_NE(result.output.find(output), std::string::npos) << result.output;
-        EXPECT_NE(result.errors.find(error), std::string::npos) << result.errors;
-    }
-}
-
-// In the middle of a scan that takes long, and with panes that are connected.
+// In the middle of a scan that takes long, and with panes that are connected and wait for an answer.
 TEST_F(LocalDaemonProgram, EndsCleanlyAndAtOnceOnASignal) {
     for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
         const auto program = serve("/usr");
-        TestPane pane(folders.socket());
-        const RawPeer silent;
-        ASSERT_TRUE(silent.connect(folders.socket()));
-        EXPECT_EQ(pane.call<"serviceState">(), 7U);
+        const RawPeer waiting;
+        ASSERT_TRUE(waiting.connect(folders.socket()));
+        waiting.send(tests::message(
+            requestFrame, Array{8UL, "@", "dictionaryForPath:withDirSizes:", 2UL, "@", "/", "c", 1}));
+        EXPECT_EQ(TestPane(folders.socket()).call<"serviceState">(), 7U);
         const auto sent = std::chrono::steady_clock::now();
         program->send(signal);
         EXPECT_EQ(program->finish().status, 0);
@@ -69,35 +48,46 @@ TEST_F(LocalDaemonProgram, EndsCleanlyAndAtOnceOnASignal) {
     }
 }
 
-TEST_F(LocalDaemonProgram, ServesWhereNobodyElseDoes) {
+TEST_F(LocalDaemonProgram, ServesWhereNobodyElseDoesAndSaysWhyNot) {
     const auto first = serve(folders.home());
     struct stat status {};
     ASSERT_EQ(::stat((folders / "run").c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777U, 0700U);
-    const auto second = start({"--socket", folders.socket()})->finish();
-    EXPECT_EQ(second.status, 1);
-    EXPECT_NE(second.errors.find("already serves " + folders.socket()), std::string::npos) << second.errors;
-    EXPECT_EQ(TestPane(folders.socket()).call<"serverURL">(), "localhost");
-
     const RawPeer stranger; // without a lock
     ASSERT_TRUE(stranger.listen(folders / "stranger"));
-    EXPECT_EQ(start({"--socket", folders / "stranger"})->finish().status, 1);
-    EXPECT_TRUE(RawPeer().connect(folders / "stranger"));
-
     folders.write("precious", "contents");
-    EXPECT_EQ(start({"--socket", folders / "precious"})->finish().status, 1);
+    const struct {
+        std::vector<std::string> options;
+        int status;
+        std::string error;
+    } refusals[] = {
+        {{"--nonsense"}, 2, "--nonsense"},
+        {{"--home", folders / "missing"}, 2, "missing"},
+        {{"--socket", std::string(104, 'x')}, 1, "103"},
+        {{"--socket", folders.socket()}, 1, "already serves " + folders.socket()},
+        {{"--socket", folders / "stranger"}, 1, "already serves"},
+        {{"--socket", folders / "precious"}, 1, "no socket"},
+    };
+    for (const auto& [options, expected, error] : refusals) {
+        const ChildProgram::Result result = start(options)->finish();
+        EXPECT_EQ(result.status, expected) << options.back();
+        EXPECT_NE(result.errors.find(error), std::string::npos) << result.errors;
+    }
+    EXPECT_EQ(TestPane(folders.socket()).call<"serverURL">(), "localhost");
+    EXPECT_TRUE(RawPeer().connect(folders / "stranger"));
     EXPECT_EQ(folders.read("precious"), "contents");
 }
 
-TEST_F(LocalDaemonProgram, KeepsItsSettingsAndItsPlaceWhenItIsKilled) {
-    folders.write("home/file", "1");
+TEST_F(LocalDaemonProgram, KeepsItsSettingsItsRulesAndItsPlaceWhenItIsKilled) {
+    const std::string file = folders.write("home/file", "1");
     const auto killed = serve(folders.home());
     {
         TestPane pane(folders.socket());
         pane.call<"setPausedMinutes:">(1440U);
         pane.call<"setAutomaticMode:">(false);
-        pane.call<"setValueForProfileKey:withString:">("SkinId", "blue");
-        ASSERT_FALSE(pane.call<"automaticMode">());
+        EXPECT_EQ(pane.call<"excludeFileFromBackup:">(file), 0U);
+        pane.call<"addFileToBackup:">(file);
+        EXPECT_EQ(pane.call<"backupColorsForFiles:">(Value(Array{file})), Array{3});
     }
     killed->send(SIGKILL);
     ASSERT_EQ(killed->finish().status, -1);
@@ -106,9 +96,9 @@ TEST_F(LocalDaemonProgram, KeepsItsSettingsAndItsPlaceWhenItIsKilled) {
     const auto next = serve(folders.home());
     TestPane pane(folders.socket());
     EXPECT_NEAR(pane.call<"pausedMinutes">(), 1440U, 1U);
-    EXPECT_EQ(pane.call<"serviceState">(), 13U);
     EXPECT_FALSE(pane.call<"automaticMode">());
-    EXPECT_EQ(pane.call<"stringValueForProfileKey:">("SkinId"), "blue");
+    EXPECT_EQ(pane.call<"backupColorsForFiles:">(Value(Array{file})), Array{3});
+    EXPECT_EQ(pane.call<"excludedFiles:">("/").at(0)["fileName"], "file");
     pane.call<"terminate">();
     EXPECT_EQ(next->finish().status, 0);
     EXPECT_FALSE(std::filesystem::exists(folders.socket()));

@@ -1,13 +1,11 @@
 #pragma once
 
-#include "Common/ClientTarget.h"
 #include "Common/KelvProxy.h"
 #include "LocalDaemon/LocalDaemon.h"
 #include "Platform/PollLoop.h"
 #include "Tests/Harness/ManualLoop.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
-#include <atomic>
 #include <filesystem>
 #include <future>
 #include <gtest/gtest.h>
@@ -22,7 +20,6 @@ public:
 
     [[nodiscard]] std::string home() const { return *this / "home"; }
     [[nodiscard]] std::string socket() const { return *this / "run/daemon.sock"; }
-    [[nodiscard]] std::string settings() const { return *this / "state/settings.plist"; }
 };
 
 // The daemon inside the test, on a thread that takes the place of its main thread.
@@ -33,7 +30,7 @@ public:
         LocalDaemon::Options options;
         options.home = folders.home();
         options.socketPath = folders.socket();
-        options.settingsPath = folders.settings();
+        options.settingsPath = folders / "state/settings.plist";
         options.configurationPath = folders / "configuration.plist";
         if (adjust)
             adjust(options);
@@ -41,31 +38,19 @@ public:
         thread_ = std::thread([this, options, &started] { serve(options, started); });
         EXPECT_EQ(started.get_future().get(), "");
     }
-    ~RunningDaemon() { stop(); }
-
-    void stop() {
+    ~RunningDaemon() {
         loop_->quit();
-        if (thread_.joinable())
-            thread_.join();
-    }
-    // Whether it was asked to end, and not by the test.
-    [[nodiscard]] bool waitForEnd() {
         thread_.join();
-        return terminated_;
     }
 
 private:
     void serve(const LocalDaemon::Options& options, std::promise<std::string>& started) {
-        LocalDaemon daemon(options, loop_, [this] {
-            terminated_ = true;
-            loop_->quit();
-        });
+        LocalDaemon daemon(options, loop_, [] {});
         started.set_value(daemon.start());
         loop_->run();
     }
 
     const std::shared_ptr<PollLoop> loop_ = std::make_shared<PollLoop>();
-    std::atomic<bool> terminated_{false};
     std::thread thread_;
 };
 
@@ -99,50 +84,41 @@ public:
     [[nodiscard]] bool waitFor(Condition condition) {
         return loop_->runUntil(condition);
     }
-    [[nodiscard]] bool hears(const std::string& call) {
-        return waitFor([&] { return std::count(heard().begin(), heard().end(), call) > 0; });
+    [[nodiscard]] bool hasHeard(const std::string& start) {
+        return std::ranges::any_of(heard(), [&](const auto& call) { return call.starts_with(start); });
+    }
+    [[nodiscard]] bool hears(const std::string& start) {
+        return waitFor([&] { return hasHeard(start); });
     }
     [[nodiscard]] std::vector<std::string>& heard() { return target_->heard; }
 
 private:
-    // Takes nothing any more once it is closed: a call that comes late would keep its proxy, which keeps the
-    // loop.
-    class Loop : public ManualLoop {
-    public:
+    // Takes nothing once it is closed: a late call would keep its proxy, which keeps the loop.
+    struct Loop : ManualLoop {
         void post(Task task) override {
-            const std::scoped_lock guard(mutex_);
-            if (!closed_)
+            const std::scoped_lock guard(mutex);
+            if (!isClosed)
                 ManualLoop::post(std::move(task));
         }
         void close() {
-            {
-                const std::scoped_lock guard(mutex_);
-                closed_ = true;
-            }
+            std::unique_lock guard(mutex);
+            isClosed = true;
+            guard.unlock();
             runPosted();
         }
-
-    private:
-        std::mutex mutex_;
-        bool closed_ = false;
+        std::mutex mutex;
+        bool isClosed = false;
     };
 
-    struct Target : ClientTarget {
-        void fileChanged(const Value& path) override { heard.push_back("file " + path.stringValue()); }
-        void filesChanged(const Value& paths) override { each(paths, &Target::fileChanged); }
-        void folderChanged(const Value& path) override { heard.push_back("folder " + path.stringValue()); }
-        void foldersChanged(const Value& paths) override { each(paths, &Target::folderChanged); }
-        void stateChanged(std::uint32_t state) override { heard.push_back("state " + std::to_string(state)); }
-        void statesChanged(const Value& states) override {
-            for (const Value& state : states.array())
-                stateChanged(state.uint32Value());
-        }
-        void setAlertString(const Value& alert) override { heard.push_back("alert " + alert.stringValue()); }
-        void setAlertStrings(const Value& alerts) override { each(alerts, &Target::setAlertString); }
-
-        void each(const Value& items, void (Target::*one)(const Value&)) {
-            for (const Value& item : items.array())
-                (this->*one)(item);
+    // "folder /a" for folderChanged: with "/a", and for each path of foldersChanged:.
+    struct Target : InvocationTarget {
+        [[nodiscard]] Protocol methods() const override { return KelvaneClientProtocol; }
+        void invoke(Invocation& call) override {
+            const Value argument = encodeValue(call.signature().argumentTypes[0], call.argument(0));
+            for (const char* kind : {"file", "folder", "state", "setAlert"})
+                if (call.selector().starts_with(kind))
+                    for (const Value& item : argument.isArray() ? argument.array() : Array{argument})
+                        heard.push_back(std::string(kind) + ' ' + item.description());
         }
         std::vector<std::string> heard;
     };

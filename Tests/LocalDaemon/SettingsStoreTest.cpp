@@ -6,101 +6,70 @@
 #include "Tests/Harness/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 namespace kelvane {
 namespace {
 
-using tests::TemporaryFolder;
-
-Settings someSettings() {
-    Settings settings;
-    settings.automaticMode = false;
-    settings.enabled = false;
-    settings.recoverMode = true;
-    settings.lowerPriorityMode = true;
-    settings.delayShutdown = true;
-    settings.includeRequired = true;
-    settings.backupControlFlags = 0xFFFFFFFF;
-    settings.pausedUntil = 1'900'000'000;
-    settings.profile = {{"SkinId", "blü"}, {"empty", ""}};
-    settings.fileTypeToggles = {{"movies", 0xFFFFFFFFU}};
-    return settings;
-}
-
 class Store : public ::testing::Test {
 protected:
-    [[nodiscard]] SettingsStore store() const { return SettingsStore(path); }
+    std::string write(const std::string& name, const Value& value) const {
+        const Data bytes = writeBinaryPropertyList(value).bytes;
+        return folder.write(name, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    }
 
-    const TemporaryFolder folder;
+    const tests::TemporaryFolder folder;
     const std::string path = folder / "new folder/state.plist";
     int problems = 0;
     const LogSinkToken log = setLogSink([this](const LogEntry&) { ++problems; });
 };
 
-TEST_F(Store, BringsBackWhatItSaved) {
-    EXPECT_EQ(store().load(), Settings());
-    EXPECT_EQ(store().save(someSettings(), 1), "");
-    EXPECT_EQ(store().load(), someSettings());
-    struct stat status {};
-    ASSERT_EQ(::stat(path.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 0777U, 0600U);
+TEST_F(Store, BringsBackTheLatestOfWhatItSavedAndSetsAsideWhatItCannotRead) {
+    Settings settings;
+    settings.automaticMode = false;
+    settings.backupControlFlags = 0xFFFFFFFF;
+    settings.pausedUntil = 1'900'000'000;
+    settings.profile = {{"SkinId", "blü"}, {"empty", ""}};
+    settings.fileTypeToggles = {{"movies", 0xFFFFFFFFU}};
+    settings.paths.exclusions = {"/a\nb", "/home/ü"};
+    settings.paths.marks = {{"/", PathRules::Mark::Added}, {"/x", PathRules::Mark::Removed}};
+    EXPECT_EQ(SettingsStore(path).load(), Settings());
+    SettingsStore store(path);
+    EXPECT_EQ(store.save(settings, 2), "");
+    EXPECT_EQ(store.save(Settings(), 1), ""); // of several at once
+    EXPECT_EQ(store.load(), settings);
     EXPECT_EQ(problems, 0);
-}
 
-TEST_F(Store, KeepsTheLatestOfSeveralThatAreSavedAtOnce) {
-    SettingsStore one(path);
-    EXPECT_EQ(one.save(someSettings(), 2), "");
-    EXPECT_EQ(one.save(Settings(), 1), "");
-    EXPECT_EQ(one.load(), someSettings());
-}
-
-TEST_F(Store, SetsAsideWhatItCannotReadAndGoesOn) {
-    ASSERT_EQ(store().save(someSettings(), 1), "");
     const std::string whole = folder.read("new folder/state.plist");
-    std::vector<std::string> damaged{"", "bplist00", whole.substr(1), "<plist/>"};
-    for (std::size_t length = 1; length < whole.size(); length += 7)
-        damaged.push_back(whole.substr(0, length));
-    for (const std::string& contents : damaged) {
-        folder.write("new folder/state.plist", contents);
+    for (std::size_t length = 0; length < whole.size(); length += 7) {
+        folder.write("new folder/state.plist", whole.substr(0, length));
         problems = 0;
-        EXPECT_EQ(store().load(), Settings());
+        EXPECT_EQ(store.load(), Settings());
         EXPECT_EQ(problems, 1);
-        EXPECT_EQ(folder.read("new folder/state.plist.damaged"), contents);
-        EXPECT_EQ(store().save(someSettings(), 1), "");
-        EXPECT_EQ(store().load(), someSettings());
+        EXPECT_EQ(folder.read("new folder/state.plist.damaged"), whole.substr(0, length));
     }
-}
-
-TEST_F(Store, UsesWhatMakesSenseOfStrangeEntries) {
-    const Dictionary strange{
-        {"automaticMode", "no"},     {"enabled", 0},
-        {"pausedUntil", Array()},    {"profile", Dictionary{{"number", 1}, {"text", "a"}}},
-        {"fileTypeToggles", "none"}, {"of tomorrow", true}};
-    const Data bytes = writeBinaryPropertyList(strange).bytes;
-    folder.write("new folder/state.plist", std::string(bytes.begin(), bytes.end()));
+    const Array strange{"relative", 7, "/a", ""};
+    write("new folder/state.plist", Dictionary{{"enabled", 0}, {"profile", 7}, {"exclusions", strange}});
     Settings expected;
     expected.enabled = false;
-    expected.profile = {{"text", "a"}};
-    EXPECT_EQ(store().load(), expected);
+    expected.paths.exclusions = {"/a"};
+    EXPECT_EQ(store.load(), expected);
 }
 
-TEST_F(Store, SaysWhyItCannotSave) {
-    folder.write("new folder", "a file");
-    EXPECT_NE(store().save(someSettings(), 1), "");
-    EXPECT_EQ(folder.read("new folder"), "a file");
-}
-
-TEST_F(Store, ConfigurationHasHonestDefaults) {
-    const Configuration none = readConfiguration(folder / "none.plist");
-    EXPECT_EQ(none.serverURL, "localhost");
-    EXPECT_EQ(none.userEmail, "");
-    EXPECT_EQ(none.quotaMB, 0U);
-    EXPECT_GT(static_cast<std::int32_t>(none.computerNumber), 0);
-    EXPECT_EQ(none.computerNumber, readConfiguration(folder / "none.plist").computerNumber);
+TEST_F(Store, ConfigurationHasHonestDefaultsAndOnlyPatternsThatCanMatch) {
+    const Volumes volumes("Boot", {{"Disk", "/media/joe/Disk"}});
+    const auto read = [&](const std::string& file) { return readConfiguration(file, "/home/joe", volumes); };
+    EXPECT_GT(static_cast<std::int32_t>(read(folder / "none").computerNumber), 0);
+    EXPECT_EQ(read(folder / "none").computerNumber, read(folder / "none").computerNumber);
     EXPECT_EQ(problems, 0);
-    EXPECT_EQ(readConfiguration(folder.write("bad.plist", "<plist")).serverURL, "localhost");
+    EXPECT_EQ(read(folder.write("bad.plist", "<plist")).serverURL, "localhost");
     EXPECT_EQ(problems, 1);
+
+    const Array patterns{"/a/", "/a/*.o*", "/Volumes/Disk/b/", "/Volumes/Gone/", "a/", "/file", 7};
+    const auto policy = read(write("policy.plist", Dictionary{{"policyExcludeList", patterns}})).policy;
+    EXPECT_EQ(policy, (std::vector<std::string>{"/a/", "/a/*.o*", "/media/joe/Disk/b/"}));
+    EXPECT_EQ(problems, 5);
+    EXPECT_EQ(volumePattern(policy[2], volumes), "/Volumes/Disk/b/");
+    EXPECT_EQ(volumePattern(policy[1], volumes), "/Volumes/Boot/a/*.o*");
 }
 
 } // namespace

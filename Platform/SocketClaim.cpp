@@ -1,4 +1,4 @@
-#include "LocalDaemon/SocketClaim.h"
+#include "Platform/SocketClaim.h"
 
 #include "Foundation/PathComponents.h"
 #include "Platform/SpecialFolders.h"

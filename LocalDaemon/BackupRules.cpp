@@ -1,0 +1,133 @@
+#include "LocalDaemon/BackupRules.h"
+
+#include "LocalDaemon/CleanPath.h"
+#include "Support/WildcardMatch.h"
+
+#include <algorithm>
+
+namespace kelvane {
+namespace {
+
+using Mark = PathRules::Mark;
+
+// What one more rule takes beside its path.
+constexpr std::size_t sizeOfRule = 16;
+
+// The part of an ordered container whose keys lie below the path.
+template <class Container>
+auto below(Container& container, std::string_view path) {
+    const std::string first = withSeparator(path);
+    std::string behind = first;
+    ++behind.back();
+    return std::pair(container.upper_bound(first), container.lower_bound(behind));
+}
+
+bool hasMarkBelow(const PathRules& paths, std::string_view path, Mark wanted) {
+    const auto [begin, end] = below(paths.marks, path);
+    return std::any_of(begin, end, [wanted](const auto& mark) { return mark.second == wanted; });
+}
+
+std::optional<Verdict> personalRuleAt(const BackupRules& rules, std::string_view path) {
+    using Reason = Verdict::Reason;
+    if (rules.automaticMode) {
+        if (rules.paths.exclusions.contains(path))
+            return Verdict{Reason::Excluded, std::string(path)};
+        if (path == rules.home)
+            return Verdict{Reason::Home, std::string(path)};
+    } else if (const auto mark = rules.paths.marks.find(path); mark != rules.paths.marks.end()) {
+        return Verdict{mark->second == Mark::Added ? Reason::Added : Reason::Removed, std::string(path)};
+    }
+    return std::nullopt;
+}
+
+bool isBelowAdded(const PathRules& paths, std::string_view path) {
+    while (path != "/") {
+        path = folderOf(path);
+        if (const auto mark = paths.marks.find(path); mark != paths.marks.end())
+            return mark->second == Mark::Added;
+    }
+    return false;
+}
+
+// Keys that only one side has, or that mean another thing there.
+template <class Container>
+std::set<std::string> difference(const Container& before, const Container& now, auto keyOf) {
+    std::set<std::string> keys;
+    for (const auto& [one, other] : {std::pair(&before, &now), std::pair(&now, &before)})
+        for (const auto& rule : *one)
+            if (const auto found = other->find(keyOf(rule)); found == other->end() || *found != rule)
+                keys.insert(keyOf(rule));
+    return keys;
+}
+
+} // namespace
+
+void PathRules::mark(const std::string& path, Mark mark) {
+    const auto [begin, end] = below(marks, path);
+    marks.erase(begin, end);
+    marks.erase(path);
+    if (mark == Mark::Added || isBelowAdded(*this, path))
+        marks[path] = mark;
+}
+
+std::size_t PathRules::size() const {
+    std::size_t size = 0;
+    for (const std::string& path : exclusions)
+        size += path.size() + sizeOfRule;
+    for (const auto& [path, mark] : marks)
+        size += path.size() + sizeOfRule;
+    return size;
+}
+
+Verdict verdictFor(const BackupRules& rules, std::string_view path) {
+    for (std::string_view at = path; at.starts_with('/'); at = folderOf(at)) {
+        if (auto rule = ruleAt(rules, at))
+            return *rule;
+        if (at == "/")
+            break;
+    }
+    return {rules.automaticMode ? Verdict::Reason::OutsideHome : Verdict::Reason::NotAdded, {}};
+}
+
+std::optional<Verdict> ruleAt(const BackupRules& rules, std::string_view path) {
+    if (auto rule = personalRuleAt(rules, path))
+        return rule;
+    const std::string candidate = withSeparator(path);
+    for (const std::string& pattern : rules.policy)
+        if (WildcardMatch(pattern, candidate))
+            return Verdict{Verdict::Reason::Policy, pattern};
+    return std::nullopt;
+}
+
+bool isPartial(const BackupRules& rules, std::string_view path, bool isIn) {
+    if (!rules.automaticMode)
+        return hasMarkBelow(rules.paths, path, isIn ? Mark::Removed : Mark::Added);
+    if (!isIn)
+        return rules.home != path && rules.home.starts_with(withSeparator(path)) &&
+               !rules.paths.exclusions.contains(rules.home);
+    const auto [begin, end] = below(rules.paths.exclusions, path);
+    return begin != end;
+}
+
+std::set<std::string> scanRoots(const BackupRules& rules) {
+    if (rules.automaticMode)
+        return {rules.home};
+    std::set<std::string> roots;
+    for (const auto& [path, mark] : rules.paths.marks) {
+        const std::string_view folder = folderOf(path);
+        if (mark == Mark::Added && (path == "/" || !verdictFor(rules, folder).isIn()))
+            roots.emplace(folder);
+    }
+    return roots;
+}
+
+std::set<std::string> changedRules(const BackupRules& before, const BackupRules& now) {
+    if (before.automaticMode != now.automaticMode)
+        return {"/"};
+    if (now.automaticMode)
+        return difference(before.paths.exclusions, now.paths.exclusions,
+                          [](const std::string& path) { return path; });
+    return difference(before.paths.marks, now.paths.marks, [](const auto& mark) { return mark.first; });
+}
+
+} // namespace kelvane

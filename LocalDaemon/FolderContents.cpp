@@ -1,0 +1,96 @@
+#include "LocalDaemon/FolderContents.h"
+
+#include "Foundation/PathComponents.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <dirent.h>
+#include <fcntl.h>
+#include <memory>
+#include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace kelvane {
+namespace {
+
+struct CloseFolder {
+    void operator()(DIR* folder) const { ::closedir(folder); }
+};
+using OpenFolder = std::unique_ptr<DIR, CloseFolder>;
+
+// Null with errno set when it cannot be opened or is a link.
+OpenFolder openFolder(const std::string& path) {
+    const int descriptor = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (descriptor < 0)
+        return nullptr;
+    OpenFolder folder(::fdopendir(descriptor));
+    if (!folder) {
+        const int error = errno;
+        ::close(descriptor);
+        errno = error;
+    }
+    return folder;
+}
+
+void count(FolderContents& contents, const dirent& entry, const struct stat& status) {
+    if (S_ISREG(status.st_mode))
+        contents.own += {1, static_cast<std::uint64_t>(status.st_size)};
+    else if (S_ISDIR(status.st_mode))
+        contents.subfolders.emplace_back(&entry.d_name[0]);
+}
+
+bool isSelfOrParent(std::string_view name) {
+    return name == "." || name == "..";
+}
+
+// Null at the end, and with `error` set after a failure.
+const dirent* nextEntry(DIR& folder, int& error) {
+    errno = 0;
+    const dirent* const entry = ::readdir(&folder);
+    if (entry == nullptr)
+        error = errno;
+    return entry;
+}
+
+} // namespace
+
+FolderContents contentsOfFolder(const std::string& path, const std::atomic<bool>& stopping,
+                                const Sieve& sieve) {
+    FolderContents contents;
+    const OpenFolder folder = openFolder(path);
+    struct stat own {};
+    if (!folder || ::fstat(::dirfd(folder.get()), &own) != 0) {
+        contents.error = errno;
+        return contents;
+    }
+    while (const dirent* const entry = stopping ? nullptr : nextEntry(*folder, contents.error)) {
+        const char* const name = &entry->d_name[0];
+        const Passage passage = isSelfOrParent(name) ? Passage::Refused : sieve(name);
+        struct stat status {};
+        // Asking about a folder must not mount what is mounted there on demand.
+        if (passage != Passage::Refused &&
+            ::fstatat(::dirfd(folder.get()), name, &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) == 0 &&
+            (passage == Passage::AnyFileSystem || status.st_dev == own.st_dev))
+            count(contents, *entry, status);
+    }
+    std::sort(contents.subfolders.begin(), contents.subfolders.end());
+    return contents;
+}
+
+FileTotals totalsBelow(const std::string& path, const std::atomic<bool>& stopping) {
+    FileTotals totals;
+    std::vector<std::string> folders{path};
+    while (!folders.empty() && !stopping) {
+        const std::string folder = std::move(folders.back());
+        folders.pop_back();
+        const FolderContents contents =
+            contentsOfFolder(folder, stopping, [](std::string_view) { return Passage::WithinFileSystem; });
+        totals += contents.own;
+        for (const std::string& name : contents.subfolders)
+            folders.push_back(appendPathComponent(folder, name));
+    }
+    return totals;
+}
+
+} // namespace kelvane

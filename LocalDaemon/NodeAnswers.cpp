@@ -1,0 +1,212 @@
+#include "LocalDaemon/NodeAnswers.h"
+
+#include "Common/FileNode.h"
+#include "Foundation/PathComponents.h"
+#include "LocalDaemon/CleanPath.h"
+#include "LocalDaemon/FolderContents.h"
+#include "LocalDaemon/NodeLook.h"
+#include "Support/Logging.h"
+#include "Support/PathHelpers.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace kelvane {
+namespace {
+
+using Kind = FileAttributes::Kind;
+
+// An answer with more would take seconds and hundreds of megabytes on both sides.
+constexpr std::size_t mostChildren = 500'000;
+
+std::uint32_t narrowed(std::uint64_t count) {
+    return static_cast<std::uint32_t>(
+        std::min<std::uint64_t>(count, std::numeric_limits<std::uint32_t>::max()));
+}
+
+} // namespace
+
+// One question: the rules and volumes that its whole answer goes by.
+class NodeAnswers::Request {
+public:
+    explicit Request(const NodeAnswers& answers)
+        : state_(*answers.state_),
+          fileSystem_(*answers.fileSystem_),
+          rules_(state_.rules()),
+          entrance_(fileSystem_.volumes()) {}
+
+    struct File {
+        std::string path; // real, without links
+        FileAttributes attributes;
+    };
+    [[nodiscard]] std::optional<File> fileAt(const Value& asked) {
+        const std::optional<std::string> path = entrance_.pathWithoutLinks(asked.stringValue());
+        return path ? fileAtRealPath(*path) : std::nullopt;
+    }
+    [[nodiscard]] std::optional<File> fileAtRealPath(const std::string& path) const {
+        const auto attributes = fileSystem_.attributes(path);
+        return attributes ? std::optional(File{path, *attributes}) : std::nullopt;
+    }
+    [[nodiscard]] const Volumes& volumes() const { return entrance_.volumes(); }
+    [[nodiscard]] const BackupRules& rules() const { return *rules_; }
+
+    [[nodiscard]] NodeLook lookOf(const File& file, const std::optional<BackupCopy>& copy) {
+        const Verdict verdict = verdictOf(file);
+        const bool isPartial =
+            file.attributes.kind == Kind::Directory && kelvane::isPartial(*rules_, file.path, verdict.isIn());
+        return kelvane::lookOf(file.path, file.attributes.kind, verdict, isPartial, copy);
+    }
+    [[nodiscard]] std::int32_t colorOf(const File& file) { return lookOf(file, copyOf(file)).color; }
+
+    // `asked` is the path in the pane's words. Without a file only the rules, or the mount table, know of it.
+    [[nodiscard]] FileNodeRef node(const std::string& asked, const std::optional<File>& file) {
+        const FileNodeRef node = KelvaneFileNode::create(lastPathComponent(asked), false);
+        node->setPath(asked);
+        if (file) {
+            describe(*node, *file);
+        } else {
+            node->setBackupFlags(Backup_Missing);
+            node->setBackupColor(Backup_Color_None);
+        }
+        return node;
+    }
+    // A volume is named by its mount point.
+    [[nodiscard]] FileNodeRef volumeNode(const std::string& asked, const std::optional<File>& file) {
+        const FileNodeRef node = this->node(asked, file);
+        node->setFileName(volumes().mountPointOf(asked).value_or(asked));
+        node->setDisplayName(kelv_volumeDisplayName(node->fileName(), volumes()));
+        node->setIsDirectory(true);
+        return node;
+    }
+
+private:
+    void describe(KelvaneFileNode& node, const File& file) {
+        node.setIsDirectory(file.attributes.kind == Kind::Directory);
+        node.setSizeValue(file.attributes.size);
+        node.setTotalCount(file.attributes.kind == Kind::File ? 1 : 0);
+        node.setUid(file.attributes.uid);
+        node.setGid(file.attributes.gid);
+        const std::optional<BackupCopy> copy = copyOf(file);
+        if (copy) {
+            node.setBackupDate(copy->date);
+            node.setVersion(copy->version);
+        }
+        const NodeLook look = lookOf(file, copy);
+        node.setBackupFlags(look.backupFlags);
+        node.setSimpleFlags(look.simpleFlags);
+        node.setBackupColor(look.color);
+        node.setState(look.state);
+    }
+    [[nodiscard]] std::optional<BackupCopy> copyOf(const File& file) const {
+        return state_.engine().copyOf(file.path, file.attributes);
+    }
+    [[nodiscard]] Verdict verdictOf(const File& file) {
+        Verdict verdict = verdictFor(*rules_, file.path);
+        if (!verdict.isIn())
+            return verdict;
+        if (file.attributes.kind == Kind::Other)
+            return {Verdict::Reason::NoFile, {}};
+        if (file.attributes.device != deviceOf(verdict.rule))
+            return {Verdict::Reason::OtherFileSystem, verdict.rule};
+        return verdict;
+    }
+    // Remembers one: the files of a request mostly have the same rule.
+    [[nodiscard]] std::optional<std::uint64_t> deviceOf(const std::string& rule) {
+        if (rule != lastRule_) {
+            const auto attributes = fileSystem_.attributes(rule);
+            lastRule_ = rule;
+            lastDevice_ = attributes ? std::optional(attributes->device) : std::nullopt;
+        }
+        return lastDevice_;
+    }
+
+    const DaemonState& state_;
+    const FileSystem& fileSystem_;
+    const DaemonState::Rules rules_;
+    PathEntrance entrance_;
+    std::string lastRule_;
+    std::optional<std::uint64_t> lastDevice_;
+};
+
+Value NodeAnswers::node(const Value& path, FolderSizes sizes) const {
+    Request request(*this);
+    const auto file = request.fileAt(path);
+    if (!file)
+        return {};
+    const std::string asked = pathWithComponents(pathComponents(path.stringValue()));
+    const bool isVolume = asked == "/" || kelv_isVolumePath(asked);
+    const FileNodeRef node = isVolume ? request.volumeNode(asked, file) : request.node(asked, file);
+    if (sizes == FolderSizes::Contents && node->isDirectory()) {
+        const FileTotals totals = totalsBelow(file->path, stopping_);
+        node->setSizeValue(totals.bytes);
+        node->setTotalCount(narrowed(totals.count));
+    }
+    return node->dictionary();
+}
+
+Value NodeAnswers::children(const Value& path) const {
+    return path.stringValue().empty() ? volumes() : childrenOfFolder(path);
+}
+
+Value NodeAnswers::volumes() const {
+    Request request(*this);
+    Array nodes;
+    for (const Volume& volume : request.volumes().all())
+        nodes.push_back(request
+                            .volumeNode(request.volumes().mountPointName(volume),
+                                        request.fileAtRealPath(volume.mountPoint))
+                            ->dictionary());
+    return nodes;
+}
+
+Value NodeAnswers::childrenOfFolder(const Value& path) const {
+    Request request(*this);
+    Array nodes;
+    const auto folder = request.fileAt(path);
+    if (!folder || folder->attributes.kind != Kind::Directory)
+        return nodes;
+    auto listing = fileSystem_->list(folder->path, mostChildren);
+    if (!listing.isComplete || !listing.unspeakableNames.empty())
+        KelvaneCLog("Panes are not told of all that is in %@: %llu names are no UTF-8, error %d.",
+                    folder->path, listing.unspeakableNames.size(), listing.error);
+    std::ranges::sort(listing.names);
+    const std::string asked = withSeparator(pathWithComponents(pathComponents(path.stringValue())));
+    const std::string real = withSeparator(folder->path);
+    for (const std::string& name : listing.names)
+        if (const auto file = stopping_ ? std::nullopt : request.fileAtRealPath(real + name))
+            nodes.push_back(request.node(asked + name, file)->dictionary());
+    return nodes;
+}
+
+Value NodeAnswers::colors(const Value& paths) const {
+    Request request(*this);
+    Array colors;
+    for (const Value& path : paths.array()) {
+        const auto file = stopping_ ? std::nullopt : request.fileAt(path);
+        colors.emplace_back(
+            static_cast<std::uint32_t>(file ? request.colorOf(*file) : Backup_Color_Undefined));
+    }
+    return colors;
+}
+
+Value NodeAnswers::excludedFiles(const Value& path) const {
+    Request request(*this);
+    const auto folder = PathEntrance(fileSystem_->volumes()).pathWithoutLinks(path.stringValue());
+    Array nodes;
+    for (const std::string& excluded : request.rules().paths.exclusions)
+        if (folder && (excluded == *folder || excluded.starts_with(withSeparator(*folder))))
+            nodes.push_back(
+                request.node(request.volumes().volumePath(excluded), request.fileAtRealPath(excluded))
+                    ->dictionary());
+    return nodes;
+}
+
+Value NodeAnswers::policy() const {
+    const auto volumes = fileSystem_->volumes();
+    Array patterns;
+    for (const std::string& pattern : state_->rules()->policy)
+        patterns.emplace_back(volumePattern(pattern, *volumes));
+    return patterns;
+}
+
+} // namespace kelvane

@@ -1,0 +1,46 @@
+#include "LocalDaemon/PathEntrance.h"
+
+#include "Foundation/PathComponents.h"
+#include "LocalDaemon/CleanPath.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+
+namespace kelvane {
+namespace {
+
+struct FreeText {
+    void operator()(char* text) const { std::free(text); } // NOLINT(cppcoreguidelines-no-malloc)
+};
+
+std::string withoutLinks(const std::string& folder) {
+    const std::unique_ptr<char, FreeText> resolved(::realpath(folder.c_str(), nullptr));
+    return resolved ? std::string(resolved.get()) : folder;
+}
+
+bool isSelfOrParent(const std::string& component) {
+    return component == "." || component == "..";
+}
+
+} // namespace
+
+std::optional<std::string> PathEntrance::realPath(std::string_view path) const {
+    if (!isAbsolutePath(path) || std::ranges::any_of(pathComponents(path), isSelfOrParent))
+        return std::nullopt;
+    return volumes_->realPath(path);
+}
+
+std::optional<std::string> PathEntrance::pathWithoutLinks(std::string_view path) {
+    const std::optional<std::string> real = realPath(path);
+    if (!real || *real == "/")
+        return real;
+    const std::string_view folder = folderOf(*real);
+    if (folder != lastFolder_) {
+        lastFolder_ = folder;
+        lastFolderWithoutLinks_ = withoutLinks(lastFolder_);
+    }
+    return appendPathComponent(lastFolderWithoutLinks_, lastPathComponent(*real));
+}
+
+} // namespace kelvane
