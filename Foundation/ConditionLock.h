@@ -10,9 +10,9 @@ namespace kelvane {
 // there.
 //
 // Any thread may call any operation; only the thread that locked unlocks, and it must not lock again.
-// `interrupt` ends every wait for a condition that would not end at once, now and until `resume`, with false: an owner that
-// goes away calls it so that no thread stays behind. The condition is not changed by it. An owner must
-// outlive the waits that it interrupts.
+// `interrupt` ends every wait for a condition that would not end at once, now and until `resume`, with false:
+// an owner that goes away calls it so that no thread stays behind. The condition is not changed by it. An
+// owner must outlive the waits that it interrupts.
 class ConditionLock {
 public:
     explicit ConditionLock(int condition = 0) : condition_(condition) {}

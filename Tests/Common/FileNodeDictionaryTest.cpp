@@ -6,20 +6,11 @@ namespace kelvane::tests {
 namespace {
 
 // In the order in which the keys are written.
-const Dictionary everything{{"fileName", "a.txt"},
-                            {"displayName", ""},
-                            {"isDirectory", true},
-                            {"backupDate", Date{0}},
-                            {"version", 2.5},
-                            {"path", "/x/a.txt"},
-                            {"state", "idle"},
-                            {"size", 0xFFFFFFFFFFFFFFFFU},
-                            {"backupFlags", 0xFFFFFFFFU},
-                            {"simpleFlags", 2U},
-                            {"backupColor", 3U},
-                            {"totalCount", 4U},
-                            {"uid", 5U},
-                            {"gid", 4294967294U}};
+const Dictionary everything{
+    {"fileName", "a.txt"}, {"displayName", ""},  {"isDirectory", true}, {"backupDate", Date{0}},
+    {"version", 2.5},      {"path", "/x/a.txt"}, {"state", "idle"},     {"size", ~0ULL},
+    {"backupFlags", ~0U},  {"simpleFlags", 2U},  {"backupColor", 3U},   {"totalCount", 4U},
+    {"uid", 5U},           {"gid", ~1U}};
 
 std::string keysOf(const Value& dictionary) {
     std::string keys;
@@ -44,31 +35,23 @@ TEST(FileNodeDictionary, ComesBackAsItWent) {
     EXPECT_EQ(node->displayName(), "") << "empty is not absent";
 }
 
-TEST(FileNodeDictionary, LeavesOutWhatIsAbsent) {
+TEST(FileNodeDictionary, LeavesOutWhatIsAbsentOrOfAWrongKindAndCutsWordsTo32Bits) {
     const Dictionary wrongKinds{{"fileName", 1},       {"displayName", Data{1}}, {"isDirectory", "yes"},
                                 {"backupDate", "now"}, {"version", "2"},         {"path", 3},
                                 {"state", Array{}},    {"size", "big"},          {"uid", Date{7}}};
-    for (const Value& dictionary : {Value(), Value(Dictionary()), Value(wrongKinds)}) {
+    const Dictionary wide{
+        {"backupFlags", 0x1F00000035ULL}, {"totalCount", -1}, {"uid", 1000.9}, {"size", 1ULL << 33U}};
+    for (const Value& dictionary : {Value(), Value(wrongKinds), Value(wide)}) {
         const FileNodeRef node = KelvaneFileNode::createWithDictionary(dictionary);
         EXPECT_EQ(keysOf(node->dictionary()),
                   "isDirectory size backupFlags simpleFlags backupColor totalCount uid gid ");
         EXPECT_EQ(node->displayName() + node->path(), "");
-        EXPECT_EQ(node->isDirectory() + node->backupFlags() + node->uid() + node->sizeValue(), 0U);
+        const bool isWide = dictionary == Value(wide);
+        EXPECT_EQ(node->backupFlags(), isWide ? 0x35U : 0U);
+        EXPECT_EQ(node->totalCount(), isWide ? 0xFFFFFFFFU : 0U);
+        EXPECT_EQ(node->uid(), isWide ? 1000U : 0U);
+        EXPECT_EQ(node->sizeValue(), isWide ? 1ULL << 33U : 0U);
     }
-}
-
-TEST(FileNodeDictionary, CutsWordsTo32Bits) {
-    const Dictionary wide{{"backupFlags", 0x1F00000035ULL},
-                          {"backupColor", 0x100000003ULL},
-                          {"totalCount", -1},
-                          {"uid", 1000.9},
-                          {"size", 1ULL << 33U}};
-    const FileNodeRef node = KelvaneFileNode::createWithDictionary(wide);
-    EXPECT_EQ(node->backupFlags(), 0x35U);
-    EXPECT_EQ(node->backupColor(), Backup_Color_Yellow);
-    EXPECT_EQ(node->totalCount(), 0xFFFFFFFFU);
-    EXPECT_EQ(node->uid(), 1000U);
-    EXPECT_EQ(node->sizeValue(), 1ULL << 33U);
 }
 
 TEST(FileNodeDictionary, RefreshesANodeInItsPlace) {

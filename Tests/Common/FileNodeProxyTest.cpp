@@ -1,7 +1,7 @@
 #include "Common/FileNodeProxy.h"
 #include "Common/KelvProxy.h"
-#include "Tests/Common/FakeFileServices.h"
 #include "FakeDaemon/FakeDaemon.h"
+#include "Tests/Common/FakeFileServices.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -73,6 +73,14 @@ TEST_F(FileNodeProxy, AsksForItsChildrenOnceUntilItIsFlushed) {
     EXPECT_EQ(names(root->children()), "kept ") << "no list, so the old one stays";
     EXPECT_EQ(root->count(), 1U);
     EXPECT_EQ(asked("childrenDictionariesForPath:"), "/ ") << "not asked again";
+
+    daemon.answerWith("childrenDictionariesForPath:", [this](const Array&) {
+        root->flush(); // the asking thread waits for this one
+        return Value(Array{});
+    });
+    root->flush();
+    EXPECT_EQ(root->count() + root->count(), 0U);
+    EXPECT_EQ(asked("childrenDictionariesForPath:"), "/ / ") << "a flush in the middle of it counts";
 }
 
 TEST_F(FileNodeProxy, LoadsWhatItSelectsAndNothingElse) {
@@ -98,7 +106,7 @@ TEST_F(FileNodeProxy, IsAPlainNodeWithoutItsLink) {
 TEST_F(FileNodeProxy, SurvivesATreeThatGoesWhileItAsks) {
     KelvaneFileNodeProxy* node = root.get();
     daemon.answerWith("childrenDictionariesForPath:", [this](const Array&) {
-        root.reset(); // the asking thread waits for this one
+        root.reset();
         return Value(Array{Dictionary{{"fileName", "a"}}});
     });
     EXPECT_EQ(names(node->children()), "a ");

@@ -32,9 +32,9 @@ FileNodeList everythingFrom(const FileNodeRef& node) {
 FileNodeList tickedFiles(const FileNodeList& list) {
     FileNodeList files;
     for (const FileNodeRef& item : list)
-        for (const FileNodeRef& node : everythingFrom(item))
-            if (!node->isDirectory() && node->selected() == 1)
-                files.push_back(node);
+        std::ranges::copy_if(everythingFrom(item), std::back_inserter(files), [](const FileNodeRef& node) {
+            return !node->isDirectory() && node->selected() == 1;
+        });
     return files;
 }
 

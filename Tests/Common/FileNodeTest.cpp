@@ -8,42 +8,34 @@
 
 namespace kelvane::tests {
 
-TEST(FileNode, SpellsItsFlagsAndColours) {
-    const FileNodeRef node = KelvaneFileNode::create();
-    const std::pair<std::uint32_t, std::string_view> backupTexts[] = {
-        {0, "0x00000000 : Backup_Undefined"},
-        {0x00020000, "0x00020000 : Backup_Priority (0) Backup_No_Folder Backup_Folder_Exclude "},
-        {0x35, "0x00000035 : Backup_Priority (5) Backup_Backup Backup_BackedUp "},
-        {0xA8001FC0, "0xa8001fc0 : Backup_Priority (0) Backup_Exclude Backup_Include Backup_Extra "
-                     "Backup_System Backup_Not_Active Backup_Folder Backup_Missing "
-                     "Backup_Folder_Include Backup_Excluded_Visible "}};
-    for (const auto& [flags, text] : backupTexts) {
-        node->setBackupFlags(flags);
-        EXPECT_EQ(node->backupFlagsString(), text);
-    }
-    const std::pair<std::uint32_t, std::string_view> simpleTexts[] = {
-        {0, "0x00000000 : Backup_Simple_None"},
-        {0x70706, "0x00070706 : Backup_Simple_Enabled Backup_Simple_Grayed Backup_Simple_Type_Checked "
-                  "Backup_Simple_Type_Enabled Backup_Simple_Type_Visible Backup_Simple_Priority_Checked "
-                  "Backup_Simple_Priority_Enabled Backup_Simple_Priority_Visible "}};
-    for (const auto& [flags, text] : simpleTexts) {
-        node->setSimpleFlags(flags);
-        EXPECT_EQ(node->simpleFlagsString(), text);
-    }
-    const std::pair<std::int32_t, std::string_view> colors[] = {{0, "Backup_Color_Undefined"},
-                                                                {3, "Backup_Color_Yellow"},
-                                                                {5, "Backup_Color_Blue"},
-                                                                {6, ""},
-                                                                {-1, ""}};
-    for (const auto& [color, name] : colors) {
-        node->setBackupColor(color);
-        EXPECT_EQ(node->backupColorString(), name) << color;
-    }
-}
-
-TEST(FileNode, WritesOwnersAndDatesAsTheUserKnowsThem) {
+TEST(FileNode, SpellsItsFlagsColoursOwnersAndDates) {
     const FakeFileServices services;
     const FileNodeRef node = KelvaneFileNode::createWithDictionary(Dictionary{{"uid", 1}, {"gid", 2}});
+    const auto backup = [&](std::uint32_t flags) {
+        node->setBackupFlags(flags);
+        return node->backupFlagsString();
+    };
+    EXPECT_EQ(backup(0), "0x00000000 : Backup_Undefined");
+    EXPECT_EQ(backup(0x00020000), "0x00020000 : Backup_Priority (0) Backup_No_Folder Backup_Folder_Exclude ");
+    EXPECT_EQ(backup(0x35), "0x00000035 : Backup_Priority (5) Backup_Backup Backup_BackedUp ");
+    EXPECT_EQ(backup(0xA8001FC0),
+              "0xa8001fc0 : Backup_Priority (0) Backup_Exclude Backup_Include Backup_Extra "
+              "Backup_System Backup_Not_Active Backup_Folder Backup_Missing "
+              "Backup_Folder_Include Backup_Excluded_Visible ");
+    EXPECT_EQ(node->simpleFlagsString(), "0x00000000 : Backup_Simple_None");
+    node->setSimpleFlags(0x70706);
+    EXPECT_EQ(node->simpleFlagsString(),
+              "0x00070706 : Backup_Simple_Enabled Backup_Simple_Grayed Backup_Simple_Type_Checked "
+              "Backup_Simple_Type_Enabled Backup_Simple_Type_Visible Backup_Simple_Priority_Checked "
+              "Backup_Simple_Priority_Enabled Backup_Simple_Priority_Visible ");
+    std::string colors;
+    for (std::int32_t color = -1; color <= 6; ++color) {
+        node->setBackupColor(color);
+        colors += node->backupColorString() + ' ';
+    }
+    EXPECT_EQ(colors, " Backup_Color_Undefined Backup_Color_None Backup_Color_Green Backup_Color_Yellow "
+                      "Backup_Color_Gray Backup_Color_Blue  ");
+
     EXPECT_EQ(node->backupDateString(services), "Never");
     node->setBackupDate(Date{0});
     EXPECT_EQ(node->backupDateString(services), "a date");
@@ -58,18 +50,11 @@ TEST(FileNode, KnowsItsKindAndItsIcon) {
     constexpr auto link = FileAttributes::Kind::SymbolicLink;
     FakeFileServices services;
     services.disk.files = {{"/link", link}, {"/link.txt", link}, {"/x", file}, {"/plain", file}};
-    struct Case {
-        std::string_view path;
-        bool isDirectory;
-        std::string_view kind;
-        std::string_view icon;
-    };
-    const Case cases[] = {
+    const std::tuple<std::string_view, bool, std::string_view, std::string_view> cases[] = {
         {"/a.txt", false, "text", "txt"},  {"/link.txt", false, "text", "file /link.txt"},
         {"/x", false, "", "file /x"},      {"/link", false, "Alias", "file /link"},
         {"/gone.bin", false, "", "bin"},   {"/plain", true, "disk", "folder"},
-        {"/Volumes/D", false, "", "disk"}, {"/Volumes/D", true, "disk", "folder"},
-    };
+        {"/Volumes/D", false, "", "disk"}, {"/Volumes/D", true, "disk", "folder"}};
     for (const auto& [path, isDirectory, kind, icon] : cases) {
         const FileNodeRef node = KelvaneFileNode::create(path.substr(path.rfind('/') + 1), isDirectory);
         node->setPath(path);
@@ -90,14 +75,9 @@ TEST(FileNode, KnowsItsKindAndItsIcon) {
 TEST(FileNode, IsRestorableWhenBackedUpOrAnActiveFolder) {
     FakeFileServices services;
     services.disk.files = {{"/secret", FileAttributes::Kind::File}, {"/open", FileAttributes::Kind::File}};
-    struct Case {
-        std::string_view path;
-        std::uint32_t flags;
-        bool isShown;
-    };
-    const Case cases[] = {{"/open", 0x10, true},   {"/gone", 0x410, true}, {"/secret", 0x10, false},
-                          {"/open", 0x20, false},  {"/gone", 0x800, true}, {"/gone", 0xC00, false},
-                          {"/open", 0x1040, false}};
+    const std::tuple<std::string_view, std::uint32_t, bool> cases[] = {
+        {"/open", 0x10, true},  {"/gone", 0x410, true},  {"/secret", 0x10, false}, {"/open", 0x20, false},
+        {"/gone", 0x800, true}, {"/gone", 0xC00, false}, {"/open", 0x1040, false}};
     for (const auto& [path, flags, isShown] : cases) {
         const FileNodeRef node = KelvaneFileNode::create();
         node->setPath(path);

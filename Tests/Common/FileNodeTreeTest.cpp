@@ -1,6 +1,7 @@
 #include "Common/FileNode.h"
 #include "Foundation/Assertion.h"
 
+#include <functional>
 #include <gtest/gtest.h>
 
 namespace kelvane::tests {
@@ -81,14 +82,13 @@ TEST(FileNodeTree, RemovesEveryNodeOfThePath) {
 }
 
 TEST(FileNodeTree, LeavesAHeldNodeWholeWhenItsTreeGoes) {
-    using Ending = void (*)(FileNodeRef & root);
-    const Ending endings[] = {[](FileNodeRef& root) { root.reset(); },
-                              [](FileNodeRef& root) { root->flush(); },
-                              [](FileNodeRef& root) { root->removeNodeAtPath("/a"); },
-                              [](FileNodeRef& root) {
-                                  root->initWithDictionary(Dictionary{{"children", Array{}}});
-                              }};
-    for (const Ending end : endings) {
+    const std::function<void(FileNodeRef&)> endings[] = {
+        [](FileNodeRef& root) { root.reset(); }, [](FileNodeRef& root) { root->flush(); },
+        [](FileNodeRef& root) { root->removeNodeAtPath("/a"); },
+        [](FileNodeRef& root) {
+            root->initWithDictionary(Dictionary{{"children", Array{}}});
+        }};
+    for (const auto& end : endings) {
         FileNodeRef root = newRoot();
         const FileNodeRef held = add(add(add(root, "a"), "b"), "c");
         add(held, "child", false)->setSizeValue(7);
@@ -124,21 +124,17 @@ TEST(FileNodeTree, SortsEveryFolderStably) {
     add(root, "c", false)->setBackupDate(Date{-5});
     add(root, "\u00e9", false)->setVersion(2);
     add(root, "a", false)->setDisplayName("\u00ea");
-    struct Case {
-        std::vector<SortDescriptor> descriptors;
-        std::string_view top;
-        std::string_view below;
-    };
-    const Case cases[] = {{{}, "big b c \u00e9 a ", "z a "},
-                          {{{Key::FileName}}, "a b big c \u00e9 ", "a z "},
-                          {{{Key::Size, false}}, "big b a c \u00e9 ", "a z "},
-                          {{{Key::IsDirectory, false}, {Key::FileName, false}}, "big \u00e9 c b a ", "z a "},
-                          {{{Key::BackupDate}}, "big \u00e9 b a c ", "z a "},
-                          {{{Key::Version, false}, {Key::DisplayName}}, "\u00e9 b big c a ", "a z "}};
-    for (const Case& each : cases) {
-        root->sortUsingDescriptors(each.descriptors);
-        EXPECT_EQ(names(root->children()), each.top);
-        EXPECT_EQ(names(big->children()), each.below);
+    const std::tuple<std::vector<SortDescriptor>, std::string_view, std::string_view> cases[] = {
+        {{}, "big b c \u00e9 a ", "z a "},
+        {{{Key::FileName}}, "a b big c \u00e9 ", "a z "},
+        {{{Key::Size, false}}, "big b a c \u00e9 ", "a z "},
+        {{{Key::IsDirectory, false}, {Key::FileName, false}}, "big \u00e9 c b a ", "z a "},
+        {{{Key::BackupDate}}, "big \u00e9 b a c ", "z a "},
+        {{{Key::Version, false}, {Key::DisplayName}}, "\u00e9 b big c a ", "a z "}};
+    for (const auto& [descriptors, top, below] : cases) {
+        root->sortUsingDescriptors(descriptors);
+        EXPECT_EQ(names(root->children()), top);
+        EXPECT_EQ(names(big->children()), below);
     }
 }
 
@@ -167,6 +163,32 @@ TEST(FileNodeTree, WorksAtAnyDepth) {
     dictionary = {};
     root.reset();
     EXPECT_EQ(deepest->path().size(), 2U * depth);
+}
+
+// A folder of 100,000 items among 900 of 1,000: what costs more than its share in a wide folder would not
+// end.
+TEST(FileNodeTree, HoldsAMillionNodes) {
+    const FileNodeRef root = KelvaneFileNode::create("/", true);
+    root->setPath("/");
+    for (int folder = 0; folder <= 900; ++folder) {
+        const FileNodeRef parent = KelvaneFileNode::create(std::to_string(folder), true);
+        root->addChild(parent);
+        for (int item = 0; item < (folder == 0 ? 100'000 : 1'000); ++item) {
+            const FileNodeRef file = KelvaneFileNode::create(std::to_string(item), false);
+            file->setBackupDate(Date());
+            parent->addChild(file);
+        }
+    }
+    root->setSelected(1);
+    root->nodeAtPath("/0/99999")->setSelected(0);
+    EXPECT_EQ(root->selected(), -1);
+    FileNodeList files = root->selectedChildren(true);
+    EXPECT_EQ(files.size(), 999'999U);
+    EXPECT_EQ(root->selectedChildren(false).size(), 900U + 99'999U);
+    root->removeNodeAtPath("/0/5");
+    EXPECT_EQ(root->nodeAtPath("/0")->count(), 99'999U);
+    root->flush();
+    EXPECT_EQ(files.back()->path(), "/900/999");
 }
 
 } // namespace kelvane::tests

@@ -42,8 +42,7 @@ TEST(FrameReader, FindsTheMarkerOnlyAtTheStartOfABlockOf36) {
         {marker.substr(1) + "x" + marker, {Marker::Garbage, Marker::Found}},
         {"#" + marker, {Marker::Garbage, Marker::Failed}},
         // Off by one, and back on the blocks thanks to what lies between.
-        {"#" + marker + noise.substr(1) + marker, {Marker::Garbage, Marker::Garbage, Marker::Found}},
-    };
+        {"#" + marker + noise.substr(1) + marker, {Marker::Garbage, Marker::Garbage, Marker::Found}}};
     for (const auto& [bytes, results] : cases) {
         Bytes source(bytes);
         FrameReader reader(source);

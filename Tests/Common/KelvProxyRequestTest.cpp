@@ -1,4 +1,3 @@
-#include "Common/ClientTarget.h"
 #include "Common/Protocols.h"
 #include "Support/Logging.h"
 #include "Tests/Harness/LinkPair.h"
@@ -202,50 +201,6 @@ TEST_F(KelvProxyRequest, ThatWaitsForACallIsEndedByClose) {
     socket->close();
     EXPECT_EQ(call.get(), 0U);
     EXPECT_TRUE(threadsEnd());
-}
-
-class Pane : public ClientTarget {
-public:
-    void fileChanged(const Value& path) override { heard.push_back(Array{"fileChanged:", path}); }
-    void filesChanged(const Value& paths) override { heard.push_back(Array{"filesChanged:", paths}); }
-    void folderChanged(const Value& path) override { heard.push_back(Array{"folderChanged:", path}); }
-    void foldersChanged(const Value& paths) override { heard.push_back(Array{"foldersChanged:", paths}); }
-    void stateChanged(std::uint32_t state) override { heard.push_back(Array{"stateChanged:", state}); }
-    void statesChanged(const Value& states) override { heard.push_back(Array{"statesChanged:", states}); }
-    void setAlertString(const Value& alert) override { heard.push_back(Array{"setAlertString:", alert}); }
-    void setAlertStrings(const Value& alerts) override { heard.push_back(Array{"setAlertStrings:", alerts}); }
-
-    Array heard;
-};
-
-// Two proxies: the daemon's calls back while it is answering, and in the pane that waits for the loop.
-TEST_F(KelvProxyRequest, RunsInBothDirections) {
-    const auto daemonProxy = KelvaneProxy::create();
-    const auto daemon = std::make_shared<Target>(KelvaneDaemonProtocol, [&](Invocation& invocation) {
-        for (const MethodDescription& method : KelvaneClientProtocol)
-            daemonProxy->invoke(method.selector, {8});
-        invocation.result().storeObject(Dictionary{{"serviceState", 8}});
-    });
-    daemonProxy->setProtocol(KelvaneClientProtocol);
-    daemonProxy->setDelegate(daemon);
-    const auto listener = KelvaneSocket::create();
-    listener->setSocketDelegate(fate);
-    ASSERT_TRUE(listener->listenAtPath(folder / "daemon"));
-    socket = KelvaneSocket::create();
-    ASSERT_TRUE(socket->connectToPath(folder / "daemon"));
-    daemonProxy->setSocket(fate->children.next().value_or(nullptr));
-
-    const auto pane = std::make_shared<Pane>();
-    proxy->setDelegate(pane);
-    proxy->setCallDelegateOnMainThread(true);
-    proxy->setSocket(socket);
-    EXPECT_EQ(proxy->call<"daemonState">(), Value(Dictionary{{"serviceState", 8}}));
-    EXPECT_TRUE(pane->heard.empty());
-    EXPECT_EQ(loop->runPosted(), 1);
-    Array expected;
-    for (const MethodDescription& method : KelvaneClientProtocol)
-        expected.push_back(Array{method.selector, 8});
-    EXPECT_EQ(pane->heard, expected);
 }
 
 } // namespace

@@ -35,6 +35,14 @@ TEST_F(KelvProxy, WritesACallAsOneFrame) {
     EXPECT_EQ(readBinaryPropertyList(payload).value,
               Value(Array{0, "v", "setFileTypeToggle:toggle:", 2, "@", "movies", "I", 7}));
 
+    // A selector that is known only at run time.
+    EXPECT_TRUE(proxy->invoke("terminate").isAbsent());
+    EXPECT_EQ(peer.receive()->second, Value(Array{0, "v", "terminate", 0}));
+    peer.send(message(responseFrame, 3));
+    EXPECT_EQ(proxy->invoke("restoreFile:toPath:version:priority:", {"/a", "/b", 1, 2}), Value(3));
+    EXPECT_EQ(peer.receive()->second, Value(Array{4, "I", "restoreFile:toPath:version:priority:", 4, "@",
+                                                  "/a", "@", "/b", "I", 1, "I", 2}));
+
     proxy->call<"setEnabled:">(true);
     EXPECT_EQ(peer.receive()->second.at(5).kind(), Value::Kind::Integer) << "a c is a number on the wire";
     const Value choices =
@@ -69,15 +77,6 @@ TEST_F(KelvProxy, TakesTheAnswerThatStandsThere) {
     EXPECT_TRUE(threadsEnd());
 }
 
-TEST_F(KelvProxy, CallsASelectorThatIsKnownOnlyAtRunTime) {
-    peer.send(message(responseFrame, 3));
-    EXPECT_EQ(proxy->invoke("restoreFile:toPath:version:priority:", {"/a", "/b", 1, 2}), Value(3));
-    EXPECT_EQ(peer.receive()->second, Value(Array{4, "I", "restoreFile:toPath:version:priority:", 4, "@",
-                                                  "/a", "@", "/b", "I", 1, "I", 2}));
-    EXPECT_TRUE(proxy->invoke("terminate").isAbsent());
-    EXPECT_EQ(peer.receive()->second, Value(Array{0, "v", "terminate", 0}));
-}
-
 TEST_F(KelvProxy, RefusesWhatCannotTravelAndHoldsNoLockAfterwards) {
     EXPECT_THROW(proxy->invoke("setBackupControl:turnOff:", {1, false}), UnknownSelector);
     EXPECT_THROW(proxy->invoke("setPausedMinutes:", {}), std::invalid_argument);
@@ -106,22 +105,11 @@ TEST_F(KelvProxy, GivesEachThreadItsOwnAnswer) {
     socket->close();
 }
 
-TEST_F(KelvProxy, AnswersNothingWhenThePeerIsLost) {
-    auto result = callElsewhere();
-    EXPECT_TRUE(peer.receive());
-    peer.hangUp();
-    EXPECT_EQ(result.get(), 0U);
-    EXPECT_EQ(proxy->call<"serviceState">(), 0U) << "each further notice stands there for a call";
-}
-
-TEST_F(KelvProxy, EndsEveryWaitWhenItsLinkCloses) {
+TEST_F(KelvProxy, EndsEveryWaitWhenItsLinkClosesOrIsLost) {
     const auto other = KelvaneSocket::create();
     RawPeer otherPeer = peerOf(other);
-    const std::function<void()> ways[] = {
-        [&] { proxy->close(); },
-        [&] { socket->close(); },
-        [&] { proxy->setSocket(other); },
-    };
+    const std::function<void()> ways[] = {[&] { peer.hangUp(); }, [&] { proxy->close(); },
+                                          [&] { socket->close(); }, [&] { proxy->setSocket(other); }};
     for (const auto& close : ways) {
         socket = KelvaneSocket::create();
         peer = peerOf(socket);
@@ -131,7 +119,7 @@ TEST_F(KelvProxy, EndsEveryWaitWhenItsLinkCloses) {
         auto inLine = callElsewhere();
         close();
         EXPECT_EQ(waiting.get(), 0U);
-        const bool isReplaced = &close == &ways[2];
+        const bool isReplaced = &close == &ways[3];
         if (isReplaced) { // the one in line asks the new one
             EXPECT_TRUE(otherPeer.receive());
             otherPeer.send(message(responseFrame, 8));

@@ -69,15 +69,6 @@ TEST_F(KelvSocketClose, WakesASenderThatFindsNoRoom) {
     EXPECT_FALSE(sent.get());
 }
 
-TEST_F(KelvSocketClose, LetsTheSameObjectConnectAnew) {
-    const RawPeer before = peerOf(socket);
-    socket->close();
-    const RawPeer after = peerOf(socket);
-    after.send(frame(1, "anew"));
-    socket->setDataDelegate(data);
-    EXPECT_EQ(data->deliveries.next(), RecordingDataDelegate::Delivery(1, "anew"));
-}
-
 TEST_F(KelvSocketClose, EndsTheCallsOfItsProxyUntilItIsConnectedAnew) {
     const auto proxy = KelvaneProxy::create();
     proxy->setProtocol(KelvaneDaemonProtocol);
@@ -150,11 +141,9 @@ TEST_F(KelvSocketClose, LosesNoDescriptorAndNoThreadInAThousandConnections) {
     ASSERT_TRUE(socket->listenAtPath(folder / "socket"));
     const auto counts = [] {
         const auto entries = [](const char* of) {
-            return std::distance(std::filesystem::directory_iterator(of), {});
+            return std::to_string(std::distance(std::filesystem::directory_iterator(of), {}));
         };
-        return "descriptors " + std::to_string(entries("/proc/self/fd")) + ", threads " +
-               std::to_string(entries("/proc/self/task")) + ", of links " +
-               std::to_string(KelvaneSocket::liveThreads());
+        return entries("/proc/self/fd") + " descriptors, " + entries("/proc/self/task") + " threads";
     };
     const std::string before = counts();
     for (int number = 0; number < 1000; ++number) {

@@ -1,7 +1,7 @@
 #include "Common/ValueBuffer.h"
 #include "Tests/Harness/LinkPair.h"
 
-#include <limits>
+#include <climits>
 
 namespace kelvane::tests {
 namespace {
@@ -30,10 +30,10 @@ TEST(ValueBuffer, TurnsNumbersOfEachTypeIntoObjectsAndBack) {
     checkNumber<unsigned short>("S", 60000);
     checkNumber<int>("i", -2000000000);
     checkNumber<unsigned>("I", 4000000000);
-    checkNumber<long>("l", std::numeric_limits<long>::min());
-    checkNumber<unsigned long>("L", std::numeric_limits<unsigned long>::max());
-    checkNumber<long long>("q", std::numeric_limits<long long>::min());
-    checkNumber<unsigned long long>("Q", std::numeric_limits<unsigned long long>::max());
+    checkNumber<long>("l", LONG_MIN);
+    checkNumber<unsigned long>("L", ULONG_MAX);
+    checkNumber<long long>("q", LLONG_MIN);
+    checkNumber<unsigned long long>("Q", ULLONG_MAX);
     checkNumber<float>("f", 0.5F);
     checkNumber<double>("d", 0.1);
 

@@ -27,59 +27,44 @@ TEST(ConditionLock, HandsOverOnlyUnderTheConditionThatIsWaitedFor) {
     ASSERT_EQ(order.size(), 3U * rounds);
     for (std::size_t i = 0; i < order.size(); ++i)
         ASSERT_EQ(order[i], static_cast<int>(i % 3));
-    EXPECT_EQ(lock.condition(), 0);
 }
 
 TEST(ConditionLock, ExcludesOthersAndKeepsTheConditionOnAPlainUnlock) {
     ConditionLock lock(7);
-    lock.lock();
-    int guarded = 0;
-    std::thread other([&] {
+    for (const bool forCondition : {false, true}) {
         lock.lock();
-        EXPECT_EQ(guarded, 1);
+        auto other = std::async(std::launch::async, [&] {
+            if (forCondition)
+                EXPECT_TRUE(lock.lockWhenCondition(7));
+            else
+                lock.lock();
+            lock.unlock();
+        });
+        EXPECT_EQ(other.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
         lock.unlock();
-    });
-    std::thread waiting([&] {
-        ASSERT_TRUE(lock.lockWhenCondition(7));
-        EXPECT_EQ(guarded, 1);
-        lock.unlock();
-    });
-    guarded = 1;
-    lock.unlock();
-    other.join();
-    waiting.join();
+        other.get();
+    }
     EXPECT_EQ(lock.condition(), 7);
 }
 
 TEST(ConditionLock, EndsEveryWaitOnInterruptUntilResumed) {
     ConditionLock lock(0);
-    std::vector<std::future<bool>> waits;
-    for (int i = 0; i < 4; ++i)
-        waits.push_back(std::async(std::launch::async, [&] { return lock.lockWhenCondition(1); }));
+    const unsigned before = lock.interruptions();
+    const auto wait = [&] { return lock.lockWhenCondition(1); };
+    std::future<bool> waits[] = {std::async(std::launch::async, wait), std::async(std::launch::async, wait)};
     lock.interrupt();
-    for (auto& wait : waits)
-        EXPECT_FALSE(wait.get());
-    EXPECT_FALSE(lock.lockWhenCondition(1)) << "also a later one";
-    EXPECT_EQ(lock.condition(), 0);
+    for (auto& each : waits)
+        EXPECT_FALSE(each.get());
+    EXPECT_FALSE(wait()) << "also a later one";
     EXPECT_TRUE(lock.lockWhenCondition(0)) << "there is nothing to wait for";
     lock.unlock();
 
     lock.resume();
-    auto wait = std::async(std::launch::async, [&] { return lock.lockWhenCondition(1); });
-    lock.lock();
+    EXPECT_FALSE(lock.lockWhenCondition(1, before)) << "it is over, and came after the cause of the wait";
+    EXPECT_TRUE(lock.lockWhenCondition(0, before));
+    auto resumed = std::async(std::launch::async, wait);
     lock.unlockWithCondition(1);
-    EXPECT_TRUE(wait.get());
-    lock.unlock();
-}
-
-TEST(ConditionLock, NoticesAnInterruptThatIsOver) {
-    ConditionLock lock(0);
-    const unsigned before = lock.interruptions();
-    lock.interrupt();
-    lock.resume();
-    EXPECT_FALSE(lock.lockWhenCondition(1, before));
-    EXPECT_TRUE(lock.lockWhenCondition(0, before)) << "there is nothing to wait for";
-    lock.unlock();
+    EXPECT_TRUE(resumed.get());
 }
 
 } // namespace

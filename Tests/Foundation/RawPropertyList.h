@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace kelvane::tests {
@@ -26,29 +25,26 @@ inline std::string longObject(unsigned type, std::uint64_t count, const std::str
 // A binary property list put together byte by byte, sound or not: each text is an object as it stands in the
 // file.
 struct RawPropertyList {
-    std::vector<std::string> objects;
+    std::vector<std::string> objects = {"\x09"};
     unsigned offsetWidth = 2;
     unsigned referenceWidth = 1;
     std::uint64_t top = 0;
-    std::string header = "bplist00";
     // Instead of the true ones.
     std::optional<std::uint64_t> objectCount = std::nullopt;
-    std::optional<std::uint64_t> tableOffset = std::nullopt;
-    std::optional<std::vector<std::uint64_t>> offsets = std::nullopt;
+    std::vector<std::uint64_t> offsets = {};
 
     [[nodiscard]] Data bytes() const {
-        std::string file = header;
+        std::string file = "bplist00";
         std::vector<std::uint64_t> places;
         for (const std::string& object : objects) {
             places.push_back(file.size());
             file += object;
         }
         const std::uint64_t table = file.size();
-        for (const std::uint64_t place : offsets.value_or(places))
+        for (const std::uint64_t place : offsets.empty() ? places : offsets)
             file += bigEndian(place, offsetWidth);
         file += bigEndian(offsetWidth, 7) + bigEndian(referenceWidth, 1);
-        file += bigEndian(objectCount.value_or(objects.size()), 8) + bigEndian(top, 8) +
-                bigEndian(tableOffset.value_or(table), 8);
+        file += bigEndian(objectCount.value_or(objects.size()), 8) + bigEndian(top, 8) + bigEndian(table, 8);
         return {file.begin(), file.end()};
     }
 };

@@ -65,7 +65,6 @@ public:
         now_ = end;
     }
 
-    [[nodiscard]] std::chrono::milliseconds now() const { return now_; }
     [[nodiscard]] int runningTimers() {
         int count = 0;
         for (const auto& timer : timers_)

@@ -3,112 +3,47 @@
 namespace kelvane::tests {
 namespace {
 
+using S = BackupState;
 using Calls = std::vector<ReceivedCall>;
 
-// One operation of BackupState: what it gives, connected and afterwards, and which call the daemon sees.
+// An operation of BackupState that is a call of the daemon.
 struct Operation {
-    std::string name;
     std::function<Value(BackupState&)> run;
-    Value connected;
-    Value disconnected;
-    Calls calls;
+    ReceivedCall call;
+    Value answer;       // the daemon's, and what comes back then
+    Value disconnected; // what comes back without a daemon
 };
-
-template <class Function>
-Operation state(const char* key, Function get, const Value& value) {
-    return {key, [get](BackupState& state) { return Value((state.*get)()); }, value, value, {}};
+template <class Member, class... Given>
+Operation query(const char* selector, Member member, Value answer, Value disconnected,
+                const Given&... arguments) {
+    return {[=](BackupState& state) { return Value((state.*member)(arguments...)); },
+            {selector, {Value(arguments)...}},
+            std::move(answer),
+            std::move(disconnected)};
 }
-Operation query(ReceivedCall call, std::function<Value(BackupState&)> run, Value connected,
-                Value disconnected) {
-    return {call.selector, std::move(run), std::move(connected), std::move(disconnected), {call}};
-}
-template <class Result, class... Taken, class... Given>
-Operation command(const char* selector, Result (BackupState::*send)(Taken...), const Given&... arguments) {
+template <class Member, class... Given>
+Operation command(const char* selector, Member member, const Given&... arguments) {
     const auto run = [=](BackupState& state) {
-        (state.*send)(arguments...);
+        (state.*member)(arguments...);
         return Value();
     };
-    return {selector, run, {}, {}, {{selector, {Value(arguments)...}}}};
+    return {run, {selector, {Value(arguments)...}}, {}, {}};
 }
 
-// Differs in every entry from what the daemon answers when it is asked for it itself.
-Value stateDictionary() {
-    return Dictionary{{"backedUpFileCount", 4294967295U},
-                      {"backedupFileSize", 1ULL << 40U},
-                      {"pendingFileCount", 3U},
-                      {"currentBackupFile", "/a"},
-                      {"currentRestoreFile", Array{1}},
-                      {"statusString", "busy"},
-                      {"backupState", 26U},
-                      {"currentRestoreJob", 7U},
-                      {"isBackupNeeded", true},
-                      {"lowerPriorityMode", true},
-                      {"paused", true},
-                      {"recoverMode", true},
-                      {"serviceState", 17U},
-                      {"isOverQuota", true},
-                      {"quotaMB", 2047U},
-                      {"backupControlFlags", 0x80000001U}};
-}
-
-std::vector<Operation> dictionaryGetters() {
-    using S = BackupState;
-    return {state("backedUpFileCount", &S::backedUpFileCount, 4294967295U),
-            state("backedUpFileCountAvailable", &S::backedUpFileCountAvailable, true),
-            state("backedupFileSize", &S::backedupFileSize, 1ULL << 40U),
-            state("backedupFileSizeAvailable", &S::backedupFileSizeAvailable, true),
-            state("pendingFileCount", &S::pendingFileCount, 3U),
-            state("pendingFileCountAvailable", &S::pendingFileCountAvailable, true),
-            state("pendingFileSize", &S::pendingFileSize, 0U),
-            state("pendingFileSizeAvailable", &S::pendingFileSizeAvailable, false),
-            state("currentBackupFile", &S::currentBackupFile, "/a"),
-            state("currentRestoreFile", &S::currentRestoreFile, Array{1}),
-            state("statusString", &S::statusString, "busy"),
-            state("backupState", &S::backupState, 26U),
-            state("currentRestoreJob", &S::currentRestoreJob, 7U),
-            state("isBackupNeeded", &S::isBackupNeeded, true),
-            state("lowerPriorityMode", &S::lowerPriorityMode, true),
-            state("paused", &S::paused, true),
-            state("recoverMode", &S::recoverMode, true),
-            state("serviceState", &S::serviceState, 17U),
-            state("isOverQuota", &S::isOverQuota, true),
-            state("quotaMB", &S::quotaMB, 2047U),
-            state("quotaGB", &S::quotaGB, 1U),
-            state("getBackupControl", &S::getBackupControl, 0x80000001U)};
-}
-
-std::vector<Operation> queries() {
-    using S = BackupState&;
-    return {
-        query(
-            {"automaticMode", {}}, [](S s) { return s.automaticMode(); }, true, false),
-        query(
-            {"pausedMinutes", {}}, [](S s) { return s.pausedMinutes(); }, 1440U, 0U),
-        query({"marketingMessage", {}}, [](S s) { return s.marketingMessage(); }, "Hello", {}),
-        query({"dictionaryForPath:", {"/b"}}, [](S s) { return s.dictionaryForPath("/b")["size"]; }, 12U, {}),
-        query({"dictionaryForPath:withDirSizes:", {"/b", 1}},
-              [](S s) { return s.dictionaryForPath("/b", true)["size"]; }, 42U, {}),
-        query({"childrenDictionariesForPath:", {"/b"}},
-              [](S s) { return s.childrenDictionariesForPath("/b").at(0)["fileName"]; }, "c", {}),
-        query({"stringValueForProfileKey:", {"Color"}},
-              [](S s) { return s.stringValueForProfileKey("Color"); }, "blue", {}),
-        query(
-            {"getFileTypeToggle:", {"Music"}}, [](S s) { return s.getFileTypeToggle("Music"); }, 9U, 0U),
-        query(
-            {"serverURL", {}}, [](S s) { return s.serverURL(); }, "example.net", "example.net"),
-        query(
-            {"computerNumber", {}}, [](S s) { return s.computerNumber(); }, 99, 99),
-        query(
-            {"stringValueForProfileKey:", {"SkinId"}}, [](S s) { return s.skinId(); }, "plain", "plain"),
-        query(
-            {"userEmail", {}}, [](S s) { return s.userEmail(); }, "a@example.net", "a@example.net"),
-    };
-}
-
-std::vector<Operation> commands() {
-    using S = BackupState;
+std::vector<Operation> operations() {
+    using OfPath = Value (S::*)(const std::string&) const;
+    using OfPathAndFlag = Value (S::*)(const std::string&, bool) const;
     using SetText = void (S::*)(const std::string&, const std::string&);
     return {
+        query("automaticMode", &S::automaticMode, true, false),
+        query("pausedMinutes", &S::pausedMinutes, 1440U, 0U),
+        query("marketingMessage", &S::marketingMessage, "Hello", {}),
+        query("dictionaryForPath:", static_cast<OfPath>(&S::dictionaryForPath), 1, {}, "/b"),
+        query("dictionaryForPath:withDirSizes:", static_cast<OfPathAndFlag>(&S::dictionaryForPath), 2, {},
+              "/b", true),
+        query("childrenDictionariesForPath:", &S::childrenDictionariesForPath, 3, {}, "/b"),
+        query("stringValueForProfileKey:", &S::stringValueForProfileKey, "blue", {}, "Color"),
+        query("getFileTypeToggle:", &S::getFileTypeToggle, 9U, 0U, "Music"),
         command("setLowerPriorityMode:", &S::setLowerPriorityMode, true),
         command("setAutomaticMode:", &S::setAutomaticMode, false),
         command("setPausedMinutes:", &S::setPausedMinutes, 4294967295U),
@@ -129,113 +64,122 @@ std::vector<Operation> commands() {
     };
 }
 
+// An entry of the last dictionary.
+struct Entry {
+    const char* key;
+    std::function<Value(const BackupState&)> get;
+    Value value;
+};
+template <class Member>
+Entry entry(const char* key, Member member, Value value) {
+    return {key, [member](const BackupState& state) { return Value((state.*member)()); }, std::move(value)};
+}
+const auto entries = {entry("backedUpFileCount", &S::backedUpFileCount, 4294967295U),
+                      entry("backedupFileSize", &S::backedupFileSize, 1ULL << 40U),
+                      entry("pendingFileCount", &S::pendingFileCount, 3U),
+                      entry("pendingFileSize", &S::pendingFileSize, 1ULL << 41U),
+                      entry("currentBackupFile", &S::currentBackupFile, "/a"),
+                      entry("currentRestoreFile", &S::currentRestoreFile, Array{1}),
+                      entry("statusString", &S::statusString, "busy"),
+                      entry("backupState", &S::backupState, 26U),
+                      entry("currentRestoreJob", &S::currentRestoreJob, 7U),
+                      entry("isBackupNeeded", &S::isBackupNeeded, true),
+                      entry("lowerPriorityMode", &S::lowerPriorityMode, true),
+                      entry("paused", &S::paused, true),
+                      entry("recoverMode", &S::recoverMode, true),
+                      entry("serviceState", &S::serviceState, 17U),
+                      entry("isOverQuota", &S::isOverQuota, true),
+                      entry("quotaMB", &S::quotaMB, 2047U),
+                      entry("backupControlFlags", &S::getBackupControl, 0x80000001U)};
+
 class Answers : public BackupStateTest {
 protected:
-    void SetUp() override {
-        daemon.changeWorld([](DaemonWorld& world) {
-            world.state = stateDictionary();
-            world.values = Dictionary{{"automaticMode", true},       {"pausedMinutes", 1440U},
-                                      {"marketingMessage", "Hello"}, {"serverURL", "example.net"},
-                                      {"computerNumber", 99},        {"userEmail", "a@example.net"}};
-            world.profile = Dictionary{{"Color", "blue"}, {"SkinId", "plain"}};
-            world.fileTypes = Dictionary{{"Music", 9U}};
-            world.addFile("/b", true, 12, true);
-            world.addFile("/b/c", false, 30, true);
-        });
-        for (const char* selector :
-             {"serviceState", "getCurrentRestoreJob", "lowerPriorityMode", "recoverMode"})
-            daemon.answer(selector, 0);
-    }
-
-    // A call behind which every earlier one has been received, and which is not counted.
-    Calls callsOf(const Operation& operation, Value& result) {
-        daemon.forgetCalls();
-        result = operation.run(*state);
-        static_cast<void>(state->proxy()->call<"liveStateString">());
-        Calls calls = daemon.calls();
-        EXPECT_EQ(calls.back().selector, "liveStateString");
-        calls.pop_back();
-        return calls;
-    }
+    void SetUp() override { connect(); }
 };
 
-TEST_F(Answers, ComeFromTheDictionaryOrTheDaemonAndWhileDisconnectedFromNowhereElse) {
-    connect();
-    state->updateDaemonState();
-    std::vector<Operation> operations = dictionaryGetters();
-    for (const auto& more : {queries(), commands()})
-        operations.insert(operations.end(), more.begin(), more.end());
-    for (const Operation& operation : operations) {
-        Value result;
-        EXPECT_EQ(callsOf(operation, result), operation.calls) << operation.name;
-        EXPECT_EQ(result, operation.connected) << operation.name << ": " << result.description();
+TEST_F(Answers, ComeFromTheDaemonAndWhileDisconnectedFromNowhereElse) {
+    for (const Operation& operation : operations()) {
+        daemon.forgetCalls();
+        daemon.answer(operation.call.selector, operation.answer);
+        EXPECT_EQ(operation.run(*state), operation.answer) << operation.call.selector;
+        EXPECT_TRUE(daemon.waitForCalls(operation.call.selector));
+        EXPECT_EQ(daemon.calls(), Calls{operation.call});
     }
     daemon.stop();
     static_cast<void>(state->automaticMode()); // meets the loss
     ASSERT_FALSE(state->connected());
     daemon.forgetCalls();
-    for (const Operation& operation : operations)
-        EXPECT_EQ(operation.run(*state), operation.disconnected) << operation.name;
+    for (const Operation& operation : operations())
+        EXPECT_EQ(operation.run(*state), operation.disconnected) << operation.call.selector;
     EXPECT_EQ(daemon.calls(), Calls());
     EXPECT_EQ(state->proxy(), nullptr);
 }
 
-TEST_F(Answers, OfTheDictionaryAreNothingBeforeThereIsOne) {
-    connect();
-    for (const Operation& operation : dictionaryGetters()) {
-        const Value result = operation.run(*state);
-        EXPECT_TRUE(result.isAbsent() || result == Value(0))
-            << operation.name << ": " << result.description();
+TEST_F(Answers, OfTheLastDictionaryAreNothingBeforeThereIsOneAndOutliveTheLink) {
+    for (const Entry& each : entries) {
+        EXPECT_TRUE(each.get(*state).isAbsent() || each.get(*state) == Value(0)) << each.key;
+        daemon.setState(each.key, each.value);
+    }
+    state->updateDaemonState();
+    daemon.setState("paused", false); // not seen until the next time
+    for (const bool connected : {true, false}) {
+        for (const Entry& each : entries)
+            EXPECT_EQ(each.get(*state), each.value) << each.key;
+        EXPECT_EQ(state->quotaGB(), 1U) << "whole ones";
+        EXPECT_EQ(state->connected(), connected);
+        EXPECT_EQ(daemon.calls(), (Calls{{"daemonState", {}}}));
+        loseDaemon();
     }
 }
 
-TEST_F(Answers, QuotaInGigabytesCountsWholeOnes) {
-    connect();
-    for (const auto& [megabytes, gigabytes] :
-         {std::pair{1023U, 0U}, {1024U, 1U}, {1535U, 1U}, {4294967295U, 4194303U}}) {
-        daemon.setState("quotaMB", megabytes);
+TEST_F(Answers, TellWhetherTheDictionaryHasAnEntry) {
+    const std::pair<std::string, bool (S::*)() const> cases[] = {
+        {"backedUpFileCount", &S::backedUpFileCountAvailable},
+        {"backedupFileSize", &S::backedupFileSizeAvailable},
+        {"pendingFileCount", &S::pendingFileCountAvailable},
+        {"pendingFileSize", &S::pendingFileSizeAvailable}};
+    for (const auto& [key, get] : cases) {
+        daemon.answer("daemonState", Dictionary{{key, 0}});
         state->updateDaemonState();
-        EXPECT_EQ(state->quotaGB(), gigabytes);
+        for (const auto& [other, isAvailable] : cases)
+            EXPECT_EQ((*state.*isAvailable)(), key == other) << key << ", " << other;
     }
 }
 
 TEST_F(Answers, OfAWrongKindReadAsNothing) {
-    connect();
     daemon.answer("pausedMinutes", "many");
     daemon.answer("automaticMode", Array{1});
     daemon.answer("getFileTypeToggle:", Data{1});
-    EXPECT_EQ(state->pausedMinutes(), 0U);
+    EXPECT_EQ(state->pausedMinutes() + state->getFileTypeToggle("Music"), 0U);
     EXPECT_FALSE(state->automaticMode());
-    EXPECT_EQ(state->getFileTypeToggle("Music"), 0U);
     daemon.answerWithGarbage("pausedMinutes");
     EXPECT_EQ(state->pausedMinutes(), 0U);
     EXPECT_EQ(logged("Failed to unserialize response: ").size(), 1U);
     // The link has come through all this.
     daemon.sendToPanes(Data(36, 'x'));
+    daemon.answer("serverURL", "example.net");
     EXPECT_EQ(state->serverURL(), "example.net");
     EXPECT_EQ(logged("KelvaneSocket Expecting a UUID, got something else...").size(), 1U);
 }
 
 TEST_F(Answers, OfSelectorsThatNoDaemonHasAreErrorsWhileConnected) {
-    const auto callAll = [this](auto check) {
-        check([this] { state->setBackupControl(1U); }, "setBackupControl:turnOff:");
-        check([this] { state->setBackupControl(1U, true); }, "setBackupControl:turnOff:");
-        check([this] { EXPECT_EQ(state->intValueForProfileKey("k"), 0); }, "intValueForProfileKey:");
-        check([this] { state->setValueForProfileKey("k", 4294967295U); },
-              "setValueForProfileKey:withUnsigned:");
-    };
-    callAll([](auto call, const char*) { EXPECT_NO_THROW(call()); });
-    connect();
-    callAll([](auto call, const std::string& selector) {
+    const std::pair<const char*, std::function<void()>> cases[] = {
+        {"setBackupControl:turnOff:", [this] { state->setBackupControl(1U); }},
+        {"setBackupControl:turnOff:", [this] { state->setBackupControl(1U, true); }},
+        {"intValueForProfileKey:", [this] { EXPECT_EQ(state->intValueForProfileKey("k"), 0); }},
+        {"setValueForProfileKey:withUnsigned:", [this] { state->setValueForProfileKey("k", 4294967295U); }}};
+    for (const auto& [selector, call] : cases) {
         try {
             call();
             ADD_FAILURE() << selector << " did not throw";
         } catch (const UnknownSelector& error) {
-            EXPECT_NE(std::string(error.what()).find(selector), std::string::npos);
+            EXPECT_NE(std::string_view(error.what()).find(selector), std::string_view::npos);
         }
-    });
-    EXPECT_EQ(state->serverURL(), "example.net");
-    EXPECT_EQ(daemon.calls(), (Calls{{"serverURL", {}}}));
+    }
+    loseDaemon();
+    for (const auto& [selector, call] : cases)
+        EXPECT_NO_THROW(call()) << selector;
+    EXPECT_EQ(daemon.calls(), Calls());
     EXPECT_EQ(logged("-["), std::vector<std::string>(
                                 2, "-[BackupState setValueForProfileKey:withUnsigned:]: k = 4294967295"));
 }

@@ -1,18 +1,7 @@
 #include "Tests/Link/LinkTest.h"
 
-#include <filesystem>
-
 namespace kelvane::tests {
 namespace {
-
-std::size_t openDescriptors() {
-    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
-}
-
-// One for each type code of the tables.
-Value anyArgument(std::string_view type) {
-    return type == "@" ? Value("/home") : Value(1);
-}
 
 TEST_F(BackupStateTest, TheFakeDaemonAnswersEveryMethodWithTheMethodsType) {
     daemon.changeWorld([](DaemonWorld& world) { world = demoWorld(); });
@@ -21,7 +10,7 @@ TEST_F(BackupStateTest, TheFakeDaemonAnswersEveryMethodWithTheMethodsType) {
         const auto signature = MethodSignature::fromTypes(method.types);
         std::vector<Value> arguments;
         for (const std::string_view type : signature.arguments())
-            arguments.push_back(anyArgument(type));
+            arguments.push_back(type == "@" ? Value("/home") : Value(1));
         const Value result = state->proxy()->invoke(method.selector, arguments);
         const bool isNumber = signature.returnType != "v" && signature.returnType != "@";
         EXPECT_EQ(result.isNumber(), isNumber || method.selector == "computerNumber") << method.selector;
@@ -43,27 +32,6 @@ TEST_F(BackupStateTest, TheFakeDaemonAppliesWhatPanesSet) {
     EXPECT_EQ(state->childrenDictionariesForPath("").size(), 2U);
     state->updateDaemonState();
     EXPECT_TRUE(state->paused());
-}
-
-TEST_F(LinkTest, AFakeDaemonLeavesNoDescriptorNoThreadAndNoFile) {
-    const std::size_t before = openDescriptors();
-    for (int round = 0; round < 50; ++round) {
-        FakeDaemon other(folder / "other.sock");
-        ASSERT_TRUE(other.start());
-        const auto proxy = KelvaneProxy::create();
-        const auto socket = KelvaneSocket::create();
-        proxy->setProtocol(KelvaneDaemonProtocol);
-        proxy->setSocket(socket);
-        ASSERT_TRUE(socket->connectToPath(folder / "other.sock"));
-        const auto hold = other.hold("setEnabled:");
-        proxy->call<"setEnabled:">(true);
-        if (round % 2 == 0) {
-            ASSERT_TRUE(other.waitForCalls("setEnabled:"));
-        }
-    }
-    expectNothingLeft();
-    EXPECT_EQ(openDescriptors(), before);
-    EXPECT_FALSE(std::filesystem::exists(folder / "other.sock"));
 }
 
 } // namespace

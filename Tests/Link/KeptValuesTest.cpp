@@ -6,33 +6,23 @@
 namespace kelvane::tests {
 namespace {
 
-// One kept value, and how to make the daemon answer it.
+// One kept value, and the question to which the daemon answers it.
 struct Kept {
-    const char* storeKey;
-    std::function<Value(const BackupState&)> get;
-    std::function<void(FakeDaemon&, const Value&)> answer;
+    const char* selector;
+    const char* key;
+    Value (*get)(const BackupState&);
 };
-
-Kept answeredTo(const char* selector, const char* storeKey, std::function<Value(const BackupState&)> get) {
-    return {storeKey, std::move(get),
-            [selector](FakeDaemon& daemon, const Value& value) { daemon.answer(selector, value); }};
-}
-const Kept keptTexts[] = {
-    answeredTo("serverURL", "lastServerURLStr",
-               [](const BackupState& state) { return Value(state.serverURL()); }),
-    answeredTo("stringValueForProfileKey:", "lastSkinIdStr",
-               [](const BackupState& state) { return Value(state.skinId()); }),
-    answeredTo("userEmail", "lastAcctEmailStr",
-               [](const BackupState& state) { return Value(state.userEmail()); }),
-};
-const Kept keptNumber = answeredTo("computerNumber", "lastComputerNumberInt",
-                                   [](const BackupState& state) { return state.computerNumber(); });
+const Kept texts[] = {
+    {"serverURL", "lastServerURLStr", [](const BackupState& state) { return Value(state.serverURL()); }},
+    {"stringValueForProfileKey:", "lastSkinIdStr",
+     [](const BackupState& state) { return Value(state.skinId()); }},
+    {"userEmail", "lastAcctEmailStr", [](const BackupState& state) { return Value(state.userEmail()); }}};
+const Kept number{"computerNumber", "lastComputerNumberInt",
+                  [](const BackupState& state) { return state.computerNumber(); }};
 
 // What was kept before, what the daemon answers, and what is given and kept then.
 struct Case {
-    Value keptBefore;
-    Value answer;
-    Value given;
+    Value keptBefore, answer, given;
 };
 
 class KeptValues : public BackupStateTest {
@@ -44,42 +34,49 @@ protected:
         else if (value.isNumber())
             DefaultsDB::setIntProperty(value.int32Value(), key);
     }
-    void check(const Kept& kept, const Case& given) {
-        keep(kept.storeKey, given.keptBefore);
-        kept.answer(daemon, given.answer);
-        const Value result = kept.get(*state);
-        const std::string name = std::string(kept.storeKey) + " for " + given.answer.description();
-        EXPECT_EQ(result, given.given) << name;
-        EXPECT_EQ(result.isString() ? Value(DefaultsDB::stringProperty(kept.storeKey).value_or("nothing"))
-                                    : Value(DefaultsDB::intProperty(kept.storeKey)),
-                  Value(result.isString() ? result : Value(given.given.int32Value())))
-            << name;
-        EXPECT_TRUE(DefaultsDB::lastReadOK()) << name;
+    void check(const Kept& kept, const Case& each) {
+        SCOPED_TRACE(std::string(kept.key) + " for " + each.answer.description());
+        keep(kept.key, each.keptBefore);
+        daemon.answer(kept.selector, each.answer);
+        EXPECT_EQ(kept.get(*state), each.given);
+        if (each.given.isString())
+            EXPECT_EQ(DefaultsDB::stringProperty(kept.key), each.given.stringValue());
+        else
+            EXPECT_EQ(DefaultsDB::intProperty(kept.key), each.given.int32Value());
+        EXPECT_TRUE(DefaultsDB::lastReadOK());
     }
 };
 
 TEST_F(KeptValues, AreWhatTheDaemonSaidLast) {
     connect();
-    for (const Kept& kept : keptTexts)
-        for (const Case& each :
-             {Case{{}, "", ""}, Case{"", "first", "first"}, Case{"first", "first", "first"},
-              Case{"first", "second", "second"}, Case{"second", "", ""}, Case{"second", {}, ""},
-              Case{"second", 12, ""}, Case{7, "third", "third"}})
+    for (const Kept& kept : texts)
+        for (const Case& each : {Case{{}, "", ""}, Case{"", "first", "first"},
+                                 Case{"first", "second", "second"}, Case{"second", "", ""},
+                                 Case{"second", {}, ""}, Case{"second", 12, ""}, Case{7, "third", "third"}})
             check(kept, each);
-    for (const Case& each : {Case{{}, 0, 0}, Case{0, 5, 5}, Case{5, 5, 5}, Case{5, 6, 6}, Case{6, {}, 0},
-                             Case{6, "text", 0}, Case{"x", 0, 0}, Case{6, 4294967295U, 4294967295U}})
-        check(keptNumber, each);
+    EXPECT_EQ(state->skinId(), "third");
+    EXPECT_EQ(daemon.calls().back(), (ReceivedCall{"stringValueForProfileKey:", {"SkinId"}}));
+    for (const Case& each : {Case{{}, 0, 0}, Case{0, 5, 5}, Case{5, 6, 6}, Case{6, {}, 0}, Case{6, "text", 0},
+                             Case{"x", 0, 0}, Case{6, 4294967295U, 4294967295U}})
+        check(number, each);
 }
 
 TEST_F(KeptValues, AreShownWhileDisconnected) {
-    for (const Kept& kept : keptTexts) {
-        EXPECT_EQ(kept.get(*state), Value("")) << kept.storeKey;
-        keep(kept.storeKey, "kept");
-        EXPECT_EQ(kept.get(*state), Value("kept")) << kept.storeKey;
+    for (const Kept& kept : texts) {
+        EXPECT_EQ(kept.get(*state), Value("")) << kept.key;
+        keep(kept.key, "kept");
+        EXPECT_EQ(kept.get(*state), Value("kept")) << kept.key;
     }
-    EXPECT_EQ(keptNumber.get(*state), Value(0));
-    keep(keptNumber.storeKey, 815);
-    EXPECT_EQ(keptNumber.get(*state), Value(815));
+    EXPECT_EQ(number.get(*state), Value(0));
+    keep(number.key, 815);
+    EXPECT_EQ(number.get(*state), Value(815));
+
+    EXPECT_FALSE(state->isQuotaLimited());
+    for (const auto& [kept, expected] :
+         {std::pair<Value, bool>{1, true}, {0, false}, {2, false}, {"1", true}}) {
+        keep("isQuotaLimited", kept);
+        EXPECT_EQ(state->isQuotaLimited(), expected) << kept.description();
+    }
 }
 
 TEST_F(KeptValues, AreWrittenOnlyWhenTheyChange) {
@@ -102,13 +99,6 @@ TEST_F(KeptValues, AreWrittenOnlyWhenTheyChange) {
 }
 
 TEST_F(KeptValues, QuotaLimitIsKeptAsOneOrZero) {
-    EXPECT_FALSE(state->isQuotaLimited());
-    EXPECT_FALSE(DefaultsDB::lastReadOK());
-    for (const auto& [kept, expected] :
-         {std::pair<Value, bool>{1, true}, {0, false}, {2, false}, {"1", true}}) {
-        keep("isQuotaLimited", kept);
-        EXPECT_EQ(state->isQuotaLimited(), expected) << kept.description();
-    }
     connect();
     for (const int before : {0, 1, 2})
         for (const bool limited : {true, false}) {

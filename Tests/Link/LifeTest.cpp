@@ -29,23 +29,16 @@ private:
     const std::thread::id mainThread_ = std::this_thread::get_id();
 };
 
-class DaemonCalls : public BackupStateTest {
-protected:
-    void SetUp() override {
-        state->setProxyDelegate(pane);
-        connect();
-    }
-
-    std::shared_ptr<Pane> pane = std::make_shared<Pane>();
-};
-
-TEST_F(DaemonCalls, ArriveOnTheMainLoopInOrder) {
+TEST_F(BackupStateTest, TheDaemonsCallsArriveOnTheMainLoopInOrderWhileThePaneIsThere) {
     const std::vector<ReceivedCall> sent{
         {"fileChanged:", {"/a"}},         {"filesChanged:", {Value(Array{"/a", "/b"})}},
         {"folderChanged:", {"/c"}},       {"foldersChanged:", {Value(Array{"/c"})}},
         {"stateChanged:", {48U}},         {"statesChanged:", {Value(Array{15, 16})}},
         {"setAlertString:", {"a|b|c"}},   {"setAlertStrings:", {Value(Array{"a|b"})}},
         {"stateChanged:", {4294967295U}}, {"fileChanged:", {"/d"}}};
+    auto pane = std::make_shared<Pane>();
+    state->setProxyDelegate(pane);
+    connect();
     // While the pane waits for an answer: they come before it and run when the caller is back in its loop.
     daemon.answerWith("marketingMessage", [&](const Array&) {
         for (const ReceivedCall& call : sent)
@@ -56,16 +49,12 @@ TEST_F(DaemonCalls, ArriveOnTheMainLoopInOrder) {
     EXPECT_TRUE(pane->calls.empty());
     loop->runPosted();
     EXPECT_EQ(pane->calls, sent);
-}
 
-TEST_F(DaemonCalls, ForAPaneThatHasGoneAreDropped) {
-    daemon.callPanes("fileChanged:", {"/queued"});
-    static_cast<void>(state->automaticMode()); // the call before it has been received
+    EXPECT_EQ(state->marketingMessage(), Value("Hello"));
     const std::weak_ptr<Pane> gone = pane;
-    pane.reset();
-    ASSERT_TRUE(gone.expired());
-    daemon.callPanes("fileChanged:", {"/late"});
-    static_cast<void>(state->automaticMode());
+    pane.reset(); // while calls for it are queued, and more come
+    EXPECT_TRUE(gone.expired());
+    EXPECT_EQ(state->marketingMessage(), Value("Hello"));
     loop->runPosted();
     EXPECT_TRUE(state->connected());
 }
@@ -84,15 +73,12 @@ TEST_F(BackupStateTest, EndIsHeardByThoseWhoObserveIt) {
     EXPECT_EQ(logged("BackupState:onBegin - opening connection").size(), 2U);
 }
 
-TEST_F(BackupStateTest, EndsWhileItStillTries) {
+TEST_F(BackupStateTest, EndsWhileItStillTriesAndWithoutItsTimerTriesOnce) {
     state->onBegin();
     EXPECT_EQ(loop->runningTimers(), 1);
     state->onEnd();
     EXPECT_EQ(heard, Heard{"lost"});
     EXPECT_EQ(loop->runningTimers(), 0);
-}
-
-TEST_F(BackupStateTest, WithoutItsTimerTriesOnce) {
     state->disableConnectTimer();
     state->onBegin();
     EXPECT_EQ(loop->runningTimers(), 0);
@@ -108,30 +94,21 @@ TEST_F(BackupStateTest, BeginningAgainLeavesOneConnection) {
 
 // Whatever an observer does in the middle of a notification, nothing crashes and nothing goes on that has
 // been ended.
-struct Moment {
-    const char* name;
-    std::string_view notification;
-    bool connected;
-    bool byItself = false; // lost because it was ended
-};
-constexpr Moment moments[] = {
-    {"connected", KelvaneBackupStateConnectionChangedNotification, true},
-    {"state", KelvaneBackupStateChangedNotification, true},
-    {"lost", KelvaneBackupStateConnectionChangedNotification, false},
-    {"ended", KelvaneBackupStateConnectionChangedNotification, false, true},
-};
-
 TEST_F(LinkTest, AnObserverMayEndOrDropTheStateInTheMiddle) {
-    for (const Moment& moment : moments)
+    enum class Moment { Connected, StateCame, LostInAPoll, LostInACall, Ended };
+    for (const Moment moment :
+         {Moment::Connected, Moment::StateCame, Moment::LostInAPoll, Moment::LostInACall, Moment::Ended})
         for (const bool drops : {false, true}) {
-            SCOPED_TRACE(moment.name);
+            SCOPED_TRACE(static_cast<int>(moment));
             ASSERT_TRUE(daemon.start());
             auto state = std::make_unique<BackupState>(loop, notifications, bundle);
             state->setWantsStateChangedNotifications();
             int times = 0;
             const auto observer = notifications->observe(
-                std::string(moment.notification), state.get(), [&, drops](const Notification&) {
-                    if (!state || state->connected() != moment.connected || ++times > 1)
+                std::string(moment == Moment::StateCame ? KelvaneBackupStateChangedNotification
+                                                        : KelvaneBackupStateConnectionChangedNotification),
+                state.get(), [&, drops](const Notification&) {
+                    if (!state || state->connected() != (moment <= Moment::StateCame) || ++times > 1)
                         return;
                     if (drops)
                         state.reset();
@@ -139,28 +116,21 @@ TEST_F(LinkTest, AnObserverMayEndOrDropTheStateInTheMiddle) {
                         state->onEnd();
                 });
             state->onBegin();
-            if (moment.byItself) {
-                state->onEnd();
-            } else if (!moment.connected) {
+            BackupState* const started = state.get();
+            if (moment == Moment::Ended) {
+                started->onEnd();
+            } else if (moment > Moment::StateCame) {
                 ASSERT_TRUE(daemon.waitForPanes(1));
                 daemon.stop();
-                loop->advance(2s); // the poll meets the loss
+                if (moment == Moment::LostInAPoll)
+                    loop->advance(2s);
+                else
+                    EXPECT_EQ(started->dictionaryForPath("/a"), Value());
             }
             EXPECT_GE(times, 1);
             daemon.stop();
             expectNothingLeft();
         }
-}
-
-// The same from inside a question of the pane.
-TEST_F(BackupStateTest, MayBeDroppedByTheLossThatACallMeets) {
-    connect();
-    const auto observer = notifications->observe(std::string(KelvaneBackupStateConnectionChangedNotification),
-                                                 state.get(), [this](const Notification&) { state.reset(); });
-    BackupState& dropped = *state;
-    daemon.stop();
-    EXPECT_EQ(dropped.dictionaryForPath("/a"), Value());
-    EXPECT_EQ(state, nullptr);
 }
 
 } // namespace

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "FakeDaemon/FakeDaemon.h"
 #include "PreferencePane/Link/BackupState.h"
 #include "Support/Logging.h"
 #include "Tests/Harness/EnvironmentVariable.h"
-#include "FakeDaemon/FakeDaemon.h"
 #include "Tests/Harness/ManualLoop.h"
 #include "Tests/Harness/TemporaryFolder.h"
 

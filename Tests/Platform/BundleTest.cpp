@@ -30,31 +30,29 @@ TEST(PropertyListFile, ReadsEveryKindOfXML) {
 }
 
 TEST(PropertyListFile, RefusesHostileXMLInBoundedTime) {
-    for (const std::string& content : {
-             std::string("<dict><key>a</key><string>b</string>"),
-             std::string("<string>\xFF</string>"),
-             std::string("<string>&#xD800;</string>"),
-             std::string("<dict><key>\xFF</key><true/></dict>"),
-             "<string>a" + std::string(1, '\0') + "b</string>",
-             repeated("<array>", 100'000) + repeated("</array>", 100'000),
-             repeated("<dict><key>k</key>", 1000) + repeated("</dict>", 1000),
-             "<string>" + repeated("&amp;", 500'000) + "</string>",
-         })
+    for (const std::string& content :
+         {std::string("<dict><key>a</key><string>b</string>"), std::string("<string>\xFF</string>"),
+          std::string("<string>&#xD800;</string>"), std::string("<dict><key>\xFF</key><true/></dict>"),
+          "<string>a" + std::string(1, '\0') + "b</string>",
+          repeated("<array>", 100'000) + repeated("</array>", 100'000),
+          repeated("<dict><key>k</key>", 1000) + repeated("</dict>", 1000),
+          "<string>" + repeated("&amp;", 500'000) + "</string>"})
         EXPECT_FALSE(readXML(content).succeeded()) << content.substr(0, 60);
 }
 
 TEST(Bundle, GivesItsInformationTextsAndFiles) {
     const tests::TemporaryFolder folder;
-    folder.write("Info.plist", "<plist><dict><key>DaemonPath</key><string>/run/d</string></dict></plist>");
-    folder.write(
-        "Resources/en.lproj/Localizable.strings",
-        "<plist><dict><key>Title</key><string>Backup</string><key>Empty</key><string/></dict></plist>");
-    folder.write("Resources/en.lproj/MarketNames.strings",
-                 "<plist><dict><key>Title</key><string>M</string></dict></plist>");
+    const auto write = [&](const std::string& name, const std::string& entries) {
+        folder.write(name, "<plist><dict>" + entries + "</dict></plist>");
+    };
+    write("Info.plist", "<key>DaemonPath</key><string>/run/d</string>");
+    write("Resources/en.lproj/Localizable.strings",
+          "<key>Title</key><string>Backup</string><key>Empty</key><string/>");
+    write("Resources/en.lproj/MarketNames.strings", "<key>Title</key><string>M</string>");
     folder.write("Resources/blue.svg", "<svg/>");
+    folder.write("Helpers/notes", "");
     std::filesystem::permissions(folder.write("Helpers/Enable", "#!/bin/sh\n"),
                                  std::filesystem::perms::owner_all);
-    folder.write("Helpers/notes", "");
 
     const Bundle bundle(folder.path());
     EXPECT_EQ(bundle.error(), "");
@@ -72,14 +70,14 @@ TEST(Bundle, GivesItsInformationTextsAndFiles) {
 
 TEST(Bundle, IsEmptyAndSaysSoWhenItsFilesAreBroken) {
     const tests::TemporaryFolder folder;
-    folder.write("Info.plist", "<plist><array/></plist>");
+    const std::string information = folder.write("Info.plist", "<plist><array/></plist>");
     const std::string table =
-        folder.write("Resources/en.lproj/Localizable.strings", "<plist><dict><key>Title</key>");
+        folder.write("Resources/en.lproj/Localizable.strings", "<plist><dict><key>Title");
     const Bundle bundle(folder.path());
     EXPECT_TRUE(bundle.information("DaemonPath").isAbsent());
     EXPECT_EQ(bundle.localizedString("Title", "Backup"), "Backup");
-    EXPECT_EQ(bundle.error(), "cannot read " + folder.path() + "/Info.plist: not a dictionary\ncannot read " +
-                                  table + ": not a property list");
+    EXPECT_EQ(bundle.error(), "cannot read " + information + ": not a dictionary\ncannot read " + table +
+                                  ": not a property list");
 }
 
 } // namespace

@@ -6,18 +6,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace kelvane {
+namespace kelvane::tests {
 namespace {
-
-using tests::EnvironmentVariable;
 
 TEST(SpecialFolders, FollowTheEnvironmentWhereItGivesAnAbsolutePath) {
     const EnvironmentVariable home("HOME", "/home/u/");
-    const std::pair<const char*, std::string> cases[] = {{nullptr, "/home/u/.config"},
-                                                         {"", "/home/u/.config"},
-                                                         {"relative/folder", "/home/u/.config"},
-                                                         {"/else/where//", "/else/where"}};
-    for (const auto& [value, folder] : cases) {
+    for (const auto& [value, folder] : {std::pair<const char*, const char*>(nullptr, "/home/u/.config"),
+                                        {"", "/home/u/.config"},
+                                        {"relative/folder", "/home/u/.config"},
+                                        {"/else/where//", "/else/where"}}) {
         const EnvironmentVariable variable("XDG_CONFIG_HOME", value);
         EXPECT_EQ(configurationFolder(), folder);
     }
@@ -26,7 +23,7 @@ TEST(SpecialFolders, FollowTheEnvironmentWhereItGivesAnAbsolutePath) {
 }
 
 TEST(SpecialFolders, PrivateFolderIsOursAloneOrRefused) {
-    const tests::TemporaryFolder folder;
+    const TemporaryFolder folder;
     const std::string made = folder / "made";
     EXPECT_TRUE(ensurePrivateFolder(made));
     EXPECT_TRUE(ensurePrivateFolder(made));
@@ -36,8 +33,7 @@ TEST(SpecialFolders, PrivateFolderIsOursAloneOrRefused) {
     ASSERT_EQ(::chmod(made.c_str(), 0710), 0);
     EXPECT_FALSE(ensurePrivateFolder(made));
     if (::geteuid() == 0) { // nobody else can give a folder away
-        ASSERT_EQ(::chmod(made.c_str(), 0700), 0);
-        ASSERT_EQ(::chown(made.c_str(), 65534, 65534), 0);
+        ASSERT_TRUE(::chmod(made.c_str(), 0700) == 0 && ::chown(made.c_str(), 65534, 65534) == 0);
         EXPECT_FALSE(ensurePrivateFolder(made));
     }
 }
@@ -46,12 +42,11 @@ TEST(SpecialFolders, DaemonPathAlwaysFitsASocket) {
     const std::string shared = "/tmp/kelvane-" + std::to_string(::geteuid());
     const std::string tail = "/kelvane/daemon.sock";
     const std::string fits = '/' + std::string(103 - tail.size() - 1, 'r');
-    const std::pair<std::string, std::string> cases[] = {{fits, fits}, {fits + 'r', shared}, {"", shared}};
-    for (const auto& [runtime, folder] : cases) {
+    for (const auto& [runtime, folder] : {std::pair(fits, fits), {fits + 'r', shared}, {"", shared}}) {
         const EnvironmentVariable variable("XDG_RUNTIME_DIR", runtime.c_str());
         EXPECT_EQ(defaultDaemonPath(), folder + tail);
     }
 }
 
 } // namespace
-} // namespace kelvane
+} // namespace kelvane::tests

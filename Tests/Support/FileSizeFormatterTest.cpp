@@ -15,10 +15,7 @@ TEST(FileSizeFormatter, ScalesAboveAThousandAndReads64BitsOnlyOfASigned64BitNumb
     FileSizeFormatter full{NumberFormatter("#,##0", {})};
     FileSizeFormatter abbreviated{NumberFormatter("#,##0.00", {})};
     abbreviated.setAbbreviated(true);
-    const struct {
-        Value size;
-        Text full, abbreviated;
-    } cases[] = {
+    const std::tuple<Value, Text, Text> cases[] = {
         {0, "0 bytes", "0.00 bytes"},
         {1000, "1000 bytes", "1,000.00 bytes"},
         {1001, "1001 bytes", "0.98 KB"},
@@ -32,11 +29,10 @@ TEST(FileSizeFormatter, ScalesAboveAThousandAndReads64BitsOnlyOfASigned64BitNumb
         {1536.9F, "1536 bytes", "1.50 KB"},
         {true, "1 bytes", "1.00 bytes"},
         {"1536", std::nullopt, std::nullopt},
-        {Value(), std::nullopt, std::nullopt},
-    };
-    for (const auto& each : cases) {
-        EXPECT_EQ(full.stringForObjectValue(each.size), each.full) << each.size.description();
-        EXPECT_EQ(abbreviated.stringFromNumber(each.size), each.abbreviated) << each.size.description();
+        {Value(), std::nullopt, std::nullopt}};
+    for (const auto& [size, text, abbreviation] : cases) {
+        EXPECT_EQ(full.stringForObjectValue(size), text) << size.description();
+        EXPECT_EQ(abbreviated.stringFromNumber(size), abbreviation) << size.description();
     }
 }
 
@@ -44,7 +40,7 @@ TEST(FileSizeFormatter, WritesTheUnitsOfTheBundleAndItsOwnWhereThatHasNone) {
     const tests::EnvironmentVariable locale("LC_ALL", "C");
     const tests::TemporaryFolder folder;
     folder.write("Resources/en.lproj/Localizable.strings",
-                 "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>bytes</key><string>Bytes</string>"
+                 "<plist><dict><key>bytes</key><string>Bytes</string>"
                  "<key>MB</key><string>Mo</string></dict></plist>");
     FileSizeFormatter::initializeUsingBundle(Bundle(folder.path()));
     const Text full = FileSizeFormatter::sharedFileSizeFormatter().stringForObjectValue(1048576);

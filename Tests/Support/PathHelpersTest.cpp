@@ -10,20 +10,18 @@ TEST(PathHelpers, TellVolumePathsFromOthersAndWholeVolumesFromWhatIsInside) {
     const struct {
         std::string path, volumePath, displayName;
         bool isVolume;
-    } cases[] = {
-        {"", "", "Boot", false},
-        {"/", "/Volumes/Boot", "Boot", false},
-        {"/Users/a", "/Volumes/Boot/Users/a", "Boot", false},
-        {"/Volumes", "/Volumes/Boot/Volumes", "Boot", false},
-        {"/volumes/Disk", "/Volumes/Boot/volumes/Disk", "Boot", false},
-        {"/Volumes/", "/Volumes/", "Boot", false},
-        {"/Volumes/Disk", "/Volumes/Disk", "Disk", true},
-        {"/Volumes/Gone/a/", "/Volumes/Gone/a/", "Gone", false},
-        {"Volumes/Disk/a", "/Volumes/Boot/Volumes/Disk/a", "Boot", false},
-        {"/System/Volumes", "/Volumes/Boot/System/Volumes", "Boot", false},
-        {"/System/Volumes/Data", "/System/Volumes/Data", "Boot", true},
-        {"/System/Volumes/Data/a", "/System/Volumes/Data/a", "Boot", false},
-    };
+    } cases[] = {{"", "", "Boot", false},
+                 {"/", "/Volumes/Boot", "Boot", false},
+                 {"/Users/a", "/Volumes/Boot/Users/a", "Boot", false},
+                 {"/Volumes", "/Volumes/Boot/Volumes", "Boot", false},
+                 {"/volumes/Disk", "/Volumes/Boot/volumes/Disk", "Boot", false},
+                 {"/Volumes/", "/Volumes/", "Boot", false},
+                 {"/Volumes/Disk", "/Volumes/Disk", "Disk", true},
+                 {"/Volumes/Gone/a/", "/Volumes/Gone/a/", "Gone", false},
+                 {"Volumes/Disk/a", "/Volumes/Boot/Volumes/Disk/a", "Boot", false},
+                 {"/System/Volumes", "/Volumes/Boot/System/Volumes", "Boot", false},
+                 {"/System/Volumes/Data", "/System/Volumes/Data", "Boot", true},
+                 {"/System/Volumes/Data/a", "/System/Volumes/Data/a", "Boot", false}};
     for (const auto& each : cases) {
         EXPECT_EQ(stringWithKelvaneVolumePath(each.path, volumes), each.volumePath) << each.path;
         EXPECT_EQ(kelv_isVolumePath(each.path), each.isVolume) << each.path;
@@ -32,9 +30,7 @@ TEST(PathHelpers, TellVolumePathsFromOthersAndWholeVolumesFromWhatIsInside) {
     }
     EXPECT_EQ(kelv_shortVolumePath("//Volumes/Boot/", volumes), "/");
     EXPECT_EQ(kelv_shortVolumePath("/Volumes/Boot/a", volumes), "/Volumes/Boot/a");
-}
-
-TEST(PathHelpers, MatchThePathAgainstThePatternAndNotTheOtherWayRound) {
+    // The text comes first, the pattern behind it.
     EXPECT_TRUE(kelv_isEqualToWildcardString("/Volumes/Boot/a.tmp", "/Volumes/**.TMP"));
     EXPECT_FALSE(kelv_isEqualToWildcardString("/Volumes/**.TMP", "/Volumes/Boot/a.tmp"));
 }

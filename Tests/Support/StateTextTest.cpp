@@ -21,10 +21,9 @@ TEST(ServiceStates, HaveATextExactlyForTheCodesThatADaemonReports) {
 
 TEST(ServiceStates, CanBeTranslatedApartWhereTheyReadAlike) {
     const tests::TemporaryFolder folder;
-    folder.write(
-        "Resources/en.lproj/Localizable.strings",
-        "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict>"
-        "<key>Service_State_Alert_Account_Over_Quota</key><string>Konto voll</string></dict></plist>");
+    folder.write("Resources/en.lproj/Localizable.strings",
+                 "<plist><dict><key>Service_State_Alert_Account_Over_Quota</key><string>Konto "
+                 "voll</string></dict></plist>");
     EXPECT_EQ(stringForKelvaneServiceState(29, Bundle(folder.path())), "Konto voll");
     EXPECT_EQ(stringForKelvaneServiceState(17, Bundle(folder.path())), "Account over quota");
 }
@@ -33,14 +32,11 @@ std::optional<AlertRecord> alertFrom(std::string_view text) {
     return alertWithKelvaneStringComponents(alertStringComponents(text));
 }
 
-TEST(AlertRecord, NeedsSixFieldsATitleAndABody) {
+TEST(AlertRecord, NeedsSixFieldsWithATitleAndABodyAndTakesItsStyleFromTheExactWord) {
     for (const char* text :
          {"", "a|error|||Title", "a|error|||Title|Body|", "a|error||||Body", "a|error|||Title|"})
         EXPECT_FALSE(alertFrom(text)) << text;
     EXPECT_TRUE(alertFrom("|||| | "));
-}
-
-TEST(AlertRecord, TakesItsStyleFromTheExactWordAndShowsEscapedSeparators) {
     EXPECT_EQ(alertFrom("|error|||Title|Body")->style, AlertRecord::Style::Critical);
     EXPECT_EQ(alertFrom("|warning|||Title|Body")->style, AlertRecord::Style::Warning);
     const auto alert = alertFrom("|Error|||a&#124b&#124&#124|&#124;&#12 &amp;");
