@@ -19,6 +19,7 @@ inline constexpr Budget budgets[] = {
     {"readFileDictionaries", "readFileDictionariesByLibplist", 0.2},
     {"writeFileDictionaries", "writeFileDictionariesByPython", 0.05},
     {"fileNodesOf100000Dictionaries:bytesPerNode", "fileNodesOf100000Dictionaries:dictionaryBytes", 2},
+    {"backupColumnIsFilled/10000", "backupColumnBare/10000", 3},
     {"wildcardOf20DeepStars/32768", "wildcardOf20DeepStars/16384", 2.5},
 };
 

@@ -34,6 +34,11 @@ public:
     // On the loop's thread only. A repeating timer that was late does not catch up: it fires once and goes on
     // from there.
     virtual Timer schedule(std::chrono::milliseconds interval, Repeat repeat, Task task) = 0;
+
+    // While the token lives no task runs, also not in an event loop inside the one that asks; what comes due
+    // meanwhile runs afterwards. On the loop's thread only. A loop that runs no other inside itself has
+    // nothing to hold.
+    [[nodiscard]] virtual std::shared_ptr<void> hold() { return nullptr; }
 };
 
 } // namespace kelvane

@@ -18,8 +18,10 @@ bool isRegularFile(const std::string& path) {
 
 } // namespace
 
-Bundle::Bundle(std::string path) : path_(std::move(path)) {
+Bundle::Bundle(std::string path, const Dictionary& overrides) : path_(std::move(path)) {
     information_ = readDictionary(path_ + "/Info.plist");
+    for (const auto& [key, value] : overrides)
+        information_.mutableDictionary().set(key, value);
     readStringTables();
 }
 
@@ -39,6 +41,14 @@ std::optional<std::string> Bundle::resourcePath(std::string_view name, std::stri
     if (!type.empty())
         path.append(".").append(type);
     if (path_.empty() || !isRegularFile(path))
+        return std::nullopt;
+    return path;
+}
+
+std::optional<std::string> Bundle::plugInPath() const {
+    const std::string name = information("CFBundleExecutable").stringValue();
+    std::string path = path_ + "/PlugIns/" + name + ".so";
+    if (path_.empty() || name.empty() || name.find('/') != std::string::npos || !isRegularFile(path))
         return std::nullopt;
     return path;
 }

@@ -12,6 +12,7 @@ namespace kelvane {
 // A bundle folder: what it says about itself, its texts and the files that it brings.
 //
 //   Info.plist                          the information dictionary
+//   PlugIns/<CFBundleExecutable>.so     the code, where it has some
 //   Helpers/<name>                      auxiliary programs
 //   Resources/<name>.<type>             resources
 //   Resources/en.lproj/<table>.strings  string tables
@@ -20,7 +21,8 @@ namespace kelvane {
 // ask. Property lists are XML or binary. A file that cannot be read counts as empty, and `error` says why.
 class Bundle {
 public:
-    explicit Bundle(std::string path);
+    // `overrides` stand before the dictionary's own entries.
+    explicit Bundle(std::string path, const Dictionary& overrides = {});
     // Has an information dictionary and nothing else: for programs without a folder, and for tests.
     explicit Bundle(Value information);
 
@@ -37,6 +39,8 @@ public:
 
     // None when there is no such file. `type` is the extension without its dot and may be empty.
     [[nodiscard]] std::optional<std::string> resourcePath(std::string_view name, std::string_view type) const;
+    // None when the dictionary names no code, or there is no such file.
+    [[nodiscard]] std::optional<std::string> plugInPath() const;
     // None when there is no such file or it cannot be executed.
     [[nodiscard]] std::optional<std::string> auxiliaryExecutable(std::string_view name) const;
 

@@ -84,6 +84,11 @@ bool isDisk(const Mount& mount, std::string_view bootDevice) {
            std::ranges::find(kernelFileSystems, mount.type) == kernelFileSystems.end();
 }
 
+std::string currentMountTable() {
+    const FileReading mountTable = readFile(mountTablePath, mountTableLimit);
+    return {mountTable.bytes.begin(), mountTable.bytes.end()};
+}
+
 // The label that the file system itself keeps; empty when it has none or does not say.
 std::string bootVolumeLabel() {
     const FileDescriptor root(::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -121,9 +126,17 @@ Volumes volumesInMountTable(std::string_view mountTable, const std::string& boot
 }
 
 Volumes Volumes::current() {
-    const FileReading mountTable = readFile(mountTablePath, mountTableLimit);
-    return volumesInMountTable(std::string(mountTable.bytes.begin(), mountTable.bytes.end()),
-                               bootVolumeLabel());
+    return volumesInMountTable(currentMountTable(), bootVolumeLabel());
+}
+
+bool isMountPoint(std::string_view path) {
+    const std::string table = currentMountTable();
+    for (std::string_view rest = table; !rest.empty();) {
+        const std::optional<Mount> mount = mountInLine(takeUntil(rest, '\n'));
+        if (mount && mount->mountPoint == path)
+            return true;
+    }
+    return false;
 }
 
 MountedVolumes::MountedVolumes() : mountTable_(::open(mountTablePath, O_RDONLY | O_CLOEXEC)) {}

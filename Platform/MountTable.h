@@ -15,6 +15,9 @@ namespace kelvane {
 // disks, and neither is a second view of the boot volume's own. Lines that make no sense are skipped.
 [[nodiscard]] Volumes volumesInMountTable(std::string_view mountTable, const std::string& bootVolumeName);
 
+// Whether a file system is mounted at exactly this path now; false when the system does not say.
+[[nodiscard]] bool isMountPoint(std::string_view path);
+
 // The volumes of this machine, read again when a mount has changed since they were last asked for. Any
 // thread.
 class MountedVolumes {

@@ -1,8 +1,14 @@
-#include <QCoreApplication>
+#include <QGuiApplication>
+#include <cstdlib>
 #include <gtest/gtest.h>
 
+// The launcher has started a session bus for the tests alone; services of the system bus are played on it,
+// too.
 int main(int argc, char* argv[]) {
     ::testing::InitGoogleTest(&argc, argv);
-    const QCoreApplication application(argc, argv);
+    if (const char* const address = std::getenv("DBUS_SESSION_BUS_ADDRESS"))
+        ::setenv("DBUS_SYSTEM_BUS_ADDRESS", address, 1);
+    ::setenv("QT_QPA_PLATFORM", "offscreen", 1);
+    const QGuiApplication application(argc, argv);
     return RUN_ALL_TESTS();
 }

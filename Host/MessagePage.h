@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QLabel>
+#include <QWidget>
+
+namespace kelvane::host {
+
+// For a pane that has no picture of its own.
+inline constexpr const char* missingPanePicture = ":/Resources/pane-missing.svg";
+
+// What stands in the place of a pane that cannot be shown: what happened, where, and what to do next.
+class MessagePage : public QWidget {
+public:
+    explicit MessagePage(QWidget* parent = nullptr);
+
+    void show(const QString& title, const QString& problem, const QString& path);
+
+private:
+    QLabel* const title_;
+    QLabel* const problem_;
+    QLabel* const path_;
+};
+
+} // namespace kelvane::host

@@ -1,0 +1,51 @@
+#include "Host/Options.h"
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <filesystem>
+#include <map>
+
+namespace kelvane::host {
+namespace {
+
+const std::map<std::string, AuthorizationChoice> authorizations{{"polkit", AuthorizationChoice::Polkit},
+                                                                {"granted", AuthorizationChoice::Granted},
+                                                                {"denied", AuthorizationChoice::Denied}};
+const std::map<std::string, Appearance> appearances{
+    {"system", Appearance::System}, {"light", Appearance::Light}, {"dark", Appearance::Dark}};
+
+// A pane may change the working folder, and a bundle is known by its path.
+void makeAbsolute(std::string& path) {
+    if (!path.empty())
+        path = std::filesystem::absolute(path).lexically_normal();
+    if (path.size() > 1 && path.ends_with('/'))
+        path.pop_back();
+}
+
+} // namespace
+
+std::variant<Options, int> readOptions(int argc, const char* const* argv) {
+    Options options;
+    CLI::App app("Shows the settings of Kelvane: a list of panes and the one that is selected.");
+    app.add_option("--pane", options.pane, "PATH of a pane's bundle to show");
+    app.add_option("--daemon", options.daemon, "PATH of the daemon's socket, instead of the pane's own");
+    app.add_option("--authorization", options.authorization,
+                   "Who unlocks changes: polkit, or, for trying things out, granted or denied")
+        ->transform(CLI::Transformer(authorizations).description(""));
+    app.add_option("--tab", options.tab, "NAME of the tab to show");
+    app.add_option("--screenshot", options.screenshotFolder,
+                   "DIR for a picture of each tab; the program ends when they are there");
+    app.add_option("--appearance", options.appearance, "system, light or dark")
+        ->transform(CLI::Transformer(appearances).description(""));
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : 2;
+    }
+    for (std::string* const path : {&options.pane, &options.daemon, &options.screenshotFolder})
+        makeAbsolute(*path);
+    return options;
+}
+
+} // namespace kelvane::host

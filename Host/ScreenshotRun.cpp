@@ -1,0 +1,76 @@
+#include "Host/ScreenshotRun.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QPixmap>
+#include <QWidget>
+#include <algorithm>
+#include <iostream>
+
+namespace kelvane::host {
+namespace {
+
+constexpr std::chrono::seconds readyPatience(10);
+constexpr std::chrono::milliseconds lookInterval(50);
+
+// "Status" gives "status.png".
+QString fileName(const std::string& tab) {
+    QString name = QString::fromStdString(tab).toLower();
+    for (QChar& letter : name)
+        if (!letter.isLetterOrNumber())
+            letter = '-';
+    return name + ".png";
+}
+
+} // namespace
+
+ScreenshotRun::ScreenshotRun(QWidget& window, PaneLife& life, std::string folder, MainLoop& loop,
+                             std::function<void(int status)> finished)
+    : window_(window),
+      life_(life),
+      folder_(std::move(folder)),
+      loop_(loop),
+      finished_(std::move(finished)),
+      deadline_(Clock::now() + readyPatience) {
+    timer_ = loop_.schedule(lookInterval, MainLoop::Repeat::Always, [this] { waitForPane(); });
+}
+
+void ScreenshotRun::waitForPane() {
+    const Pane* const pane = life_.pane();
+    const bool isLate = Clock::now() > deadline_;
+    if (pane != nullptr && !pane->isReady() && !isLate)
+        return;
+    timer_.stop();
+    if (pane != nullptr && !pane->isReady())
+        std::cerr << "kelvane-settings: the pane is still waiting; the pictures show that\n";
+    if (pane != nullptr)
+        tabs_ = pane->tabNames();
+    std::ranges::reverse(tabs_);
+    if (tabs_.empty())
+        take(life_.description().title);
+    else
+        showNext();
+}
+
+void ScreenshotRun::showNext() {
+    if (tabs_.empty())
+        return finished_(0);
+    const std::string tab = tabs_.back();
+    tabs_.pop_back();
+    if (Pane* const pane = life_.pane())
+        pane->selectTab(tab);
+    painted_ = std::make_unique<AfterPaint>(window_, loop_, [this, tab] { take(tab); });
+}
+
+void ScreenshotRun::take(const std::string& name) {
+    const QString path = QDir(QString::fromStdString(folder_)).filePath(fileName(name));
+    if (!QDir().mkpath(QFileInfo(path).path()) || !window_.grab().save(path)) {
+        std::cerr << "kelvane-settings: cannot write " << path.toStdString() << '\n';
+        return finished_(1);
+    }
+    std::cout << path.toStdString() << std::endl;
+    // Not from inside its own task: the next one takes its place.
+    timer_ = loop_.schedule(std::chrono::milliseconds(0), MainLoop::Repeat::Once, [this] { showNext(); });
+}
+
+} // namespace kelvane::host

@@ -1,0 +1,53 @@
+#pragma once
+
+#include "Host/AfterPaint.h"
+#include "Host/Options.h"
+#include "Host/PaneLife.h"
+#include "Host/ScreenshotRun.h"
+#include "Host/SettingsWindow.h"
+
+#include <memory>
+#include <vector>
+
+namespace kelvane::host {
+
+// The program: shows the window, selects a pane once it has been painted, and takes every pane through its
+// life, up to the end. Main thread only; ends the QApplication.
+class SettingsHost : public PaneHost {
+public:
+    SettingsHost(Options options, std::shared_ptr<MainLoop> mainLoop, std::vector<PaneDescription> panes);
+    ~SettingsHost() override;
+    SettingsHost(const SettingsHost&) = delete;
+    SettingsHost& operator=(const SettingsHost&) = delete;
+
+    [[nodiscard]] SettingsWindow& window() { return window_; }
+    void show();
+    // The pane that is shown is unselected, the window's place kept, and the program's event loop left.
+    void end(int status = 0);
+
+    [[nodiscard]] std::shared_ptr<MainLoop> mainLoop() override { return mainLoop_; }
+    [[nodiscard]] std::unique_ptr<Authorization> makeAuthorization(const RightDefinition& right) override;
+    [[nodiscard]] Opener& opener() override { return opener_; }
+    void terminate() override;
+    void widenWindow(int) override {}
+
+private:
+    void choose(std::size_t index);
+    void open(PaneLife& life);
+    void select(PaneLife& life);
+    // Shows why, in place of the pane, when it has failed.
+    void showProblem(const PaneLife& life);
+    void obeyOptions(PaneLife& life);
+
+    Options options_; // what is left to be done of them
+    const std::shared_ptr<MainLoop> mainLoop_;
+    DesktopOpener opener_;
+    SettingsWindow window_;
+    std::vector<std::unique_ptr<PaneLife>> lives_;
+    PaneLife* shown_ = nullptr;
+    std::unique_ptr<AfterPaint> next_; // the step that waits for the window
+    std::unique_ptr<ScreenshotRun> screenshots_;
+    bool isEnding_ = false;
+};
+
+} // namespace kelvane::host

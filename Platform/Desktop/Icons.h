@@ -1,0 +1,38 @@
+#pragma once
+
+#include "Platform/Bundle.h"
+#include "Platform/FileServices.h"
+
+#include <QIcon>
+#include <memory>
+#include <string_view>
+
+namespace kelvane {
+
+// For widgets; a null icon when there is none.
+[[nodiscard]] QIcon qIcon(const IconHandle& icon);
+[[nodiscard]] IconHandle iconHandle(const QIcon& icon);
+
+// Pictures by the names of the freedesktop icon naming specification: an SVG of that name in the bundle's
+// resources first ("folder" is Resources/folder.svg), then the desktop's theme. Main thread only; needs a
+// QGuiApplication. Remembers what it has found.
+class Icons {
+public:
+    explicit Icons(std::shared_ptr<const Bundle> bundle);
+
+    // None when neither has it.
+    [[nodiscard]] IconHandle named(std::string_view name) const;
+
+    [[nodiscard]] IconHandle folder() const { return named("folder"); }
+    [[nodiscard]] IconHandle file() const { return named("text-x-generic"); }
+    [[nodiscard]] IconHandle disk() const { return named("drive-harddisk"); }
+    [[nodiscard]] IconHandle computer() const { return named("computer"); }
+    // Of a kind of file, found by its name's ending alone; that of any file when the kind has none.
+    [[nodiscard]] IconHandle fileNamed(std::string_view fileName) const;
+
+private:
+    const std::shared_ptr<const Bundle> bundle_;
+    mutable std::map<std::string, IconHandle, std::less<>> found_;
+};
+
+} // namespace kelvane

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "Platform/FileDescriptor.h"
+
+#include <optional>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace kelvane {
+
+// A program that runs beside this one and whose end is looked for: started without a shell, with the signals'
+// default actions, no signal blocked, and no descriptor but the standard ones. Belongs to one thread.
+//
+// Whoever drops it while the program runs leaves it to the process, which has a zombie then until it ends.
+class ChildProcess {
+public:
+    enum class Group { Shared, Own };
+
+    static constexpr int cannotExecute = 1;
+
+    // None when the system has no room for another process. A program that cannot be executed counts as one
+    // that has ended with `cannotExecute`. A name without a slash is looked for on the PATH.
+    [[nodiscard]] static std::optional<ChildProcess>
+    start(const std::string& program, const std::vector<std::string>& arguments, Group group = Group::Shared);
+
+    // Looks, and reaps it then.
+    [[nodiscard]] bool hasEnded();
+    void waitForEnd();
+    // Asks it to end; nothing when it has.
+    void terminate() const;
+    // Of one that has ended. A signal counts as 128 and its number, as in a shell.
+    [[nodiscard]] int exitStatus() const { return exitStatus_; }
+    // Readable once it has ended; -1 where the system has no such descriptors, or nothing runs.
+    [[nodiscard]] int descriptor() const { return descriptor_.get(); }
+
+private:
+    explicit ChildProcess(pid_t pid);
+
+    bool reap(int options);
+
+    pid_t pid_; // 0: has ended
+    int exitStatus_ = cannotExecute;
+    FileDescriptor descriptor_;
+};
+
+} // namespace kelvane

@@ -1,0 +1,260 @@
+// Which of its views the Backup tab shows, and what in them can be used. The list of exclusions is in
+// BackupTabExclusions.cpp, the browser in BackupTabBrowser.cpp.
+
+#include "PreferencePane/Backup/BackupTabController.h"
+
+#include "PreferencePane/Backup/BackupTabRules.h"
+#include "PreferencePane/Backup/ChoosePanel.h"
+#include "PreferencePane/Backup/ui_AutoBackupView.h"
+#include "PreferencePane/Backup/ui_DisabledBackupView.h"
+#include "PreferencePane/Backup/ui_ManualBackupView.h"
+#include "PreferencePane/Browser/BrowserPaths.h"
+#include "PreferencePane/Services/FormTexts.h"
+#include "Support/Logging.h"
+#include "Support/PathHelpers.h"
+
+#include <QLayout>
+
+namespace kelvane {
+namespace {
+
+// The daemon's backup state from which it has its policy at hand.
+constexpr std::uint32_t policyIsKnown = 26;
+
+constexpr const char* switchingLogs[] = {
+    "BackupTab:setCurrentView: possibly switching to disabled view (%@); current = %@",
+    "BackupTab:setCurrentView: possibly switching to auto-backup view (%@); current = %@",
+    "BackupTab:setCurrentView: possibly switching to manual-backup view (%@); current = %@",
+};
+
+std::string nameOf(const QWidget* view) {
+    return view != nullptr ? view->objectName().toStdString() : "(null)";
+}
+
+template <class Form>
+QWidget* makeView(Form& form, const PaneServices& prefs) {
+    auto* const view = new QWidget(prefs.backupTab());
+    view->hide();
+    form.setupUi(view);
+    localizeForm(*view, *prefs.bundle());
+    return view;
+}
+
+} // namespace
+
+std::unique_ptr<KelvaneBackupTabController>
+KelvaneBackupTabController::create(PaneServices& prefs, KelvaneInfoWindowController& infoController) {
+    std::unique_ptr<KelvaneBackupTabController> controller(
+        new KelvaneBackupTabController(prefs, infoController));
+    return controller->watcher_ ? std::move(controller) : nullptr;
+}
+
+KelvaneBackupTabController::KelvaneBackupTabController(PaneServices& prefs,
+                                                       KelvaneInfoWindowController& infoController)
+    : prefs_(prefs),
+      infoController_(infoController),
+      auto_(std::make_unique<Ui::AutoBackupView>()),
+      manual_(std::make_unique<Ui::ManualBackupView>()),
+      visibleFiles_(prefs.fileServices().fileSystem()),
+      throttle_(
+          prefs.mainLoop(), [this](int column) { manual_->manualBrowser->reloadColumn(column); },
+          ReloadThrottle::steadyNow),
+      watcher_(FolderWatcher::create(prefs.mainLoop(),
+                                     [this](const std::string& path) { diskPathChanged(path); })) {
+    Ui::DisabledBackupView disabled;
+    views_ = {{BackupView::Disabled, makeView(disabled, prefs_)},
+              {BackupView::Auto, makeView(*auto_, prefs_)},
+              {BackupView::Manual, makeView(*manual_, prefs_)}};
+    showContext(false);
+    manual_->manualBrowser->setTitle(QString::fromStdString(prefs_.text("Disks")));
+    showToggleState(togglestate::add);
+    auto_->excludeTable->setServices(prefs_);
+    connectControls();
+}
+
+KelvaneBackupTabController::~KelvaneBackupTabController() {
+    watcher_.reset();
+    delete panel_.data();
+    for (const auto& [which, view] : views_)
+        delete view.data();
+}
+
+void KelvaneBackupTabController::connectControls() {
+    const std::pair<QAbstractButton*, void (KelvaneBackupTabController::*)()> actions[] = {
+        {auto_->autoManualButton, &KelvaneBackupTabController::autoManualAction},
+        {manual_->manualAutoButton, &KelvaneBackupTabController::autoManualAction},
+        {manual_->manualToggleButton, &KelvaneBackupTabController::manualToggleAction},
+    };
+    for (const auto& [button, action] : actions)
+        QObject::connect(button, &QAbstractButton::clicked, &context_,
+                         [this, action = action] { (this->*action)(); });
+    const std::pair<QAbstractButton*, ExcludeSegment> segments[] = {
+        {auto_->addSegment, ExcludeSegment::Add},
+        {auto_->removeSegment, ExcludeSegment::Remove},
+        {auto_->infoSegment, ExcludeSegment::Info}};
+    for (const auto& [button, segment] : segments) {
+        button->setToolTip(button->accessibleName());
+        QObject::connect(button, &QAbstractButton::clicked, &context_,
+                         [this, segment = segment] { excludeButtonAction(segment); });
+    }
+    ExcludeTable* const table = auto_->excludeTable;
+    table->setAcceptsDrop([this] { return !prefs_.isInRecoverMode(); });
+    QObject::connect(table, &ExcludeTable::tableViewSelectionDidChange, &context_,
+                     [this] { tableViewSelectionDidChange(); });
+    QObject::connect(table, &ExcludeTable::dropped, &context_,
+                     [this](const std::vector<std::string>& paths) { addExcludePaths(paths); });
+    // A button that is disabled ignores its key, too.
+    QObject::connect(table, &ExcludeTable::insertPressed, auto_->addSegment, &QAbstractButton::click);
+    QObject::connect(table, &ExcludeTable::deletePressed, auto_->removeSegment, &QAbstractButton::click);
+    QObject::connect(manual_->manualBrowser, &ColumnBrowser::chosen, &context_,
+                     [this] { manualBrowserAction(); });
+}
+
+void KelvaneBackupTabController::awakeFromNib() {
+    manual_->manualBrowser->setDelegate(*this);
+    readyObserver_ =
+        prefs_.notifications()->observe(std::string(KelvanePrefPaneReadyChangedNotification), nullptr,
+                                        [this](const Notification&) { readyChangedNotification(); });
+    stateObserver_ =
+        prefs_.notifications()->observe(std::string(KelvanePrefPaneDaemonStateChangedNotification), nullptr,
+                                        [this](const Notification&) { daemonStateChangedNotification(); });
+}
+
+BackupView KelvaneBackupTabController::wantedView() const {
+    return backupViewFor(prefs_.connected(), manualBackupMode_);
+}
+
+QWidget* KelvaneBackupTabController::currentView() const {
+    const QLayoutItem* const item = prefs_.backupTab()->layout()->itemAt(0);
+    return item != nullptr ? item->widget() : nullptr;
+}
+
+void KelvaneBackupTabController::setCurrentView() {
+    const BackupView view = wantedView();
+    QWidget* const target = views_[view];
+    KelvaneCLog(switchingLogs[static_cast<std::size_t>(view)], nameOf(target), nameOf(currentView()));
+    if (view == BackupView::Auto)
+        folderChanged({});
+    // That asked the daemon: the link may be gone by now, which has been shown then.
+    QWidget* const current = currentView();
+    if (target == nullptr || target == current || view != wantedView())
+        return;
+    KelvaneCLog("BackupTab:setCurrentView: Really switching to new view (%@)", nameOf(target));
+    if (current != nullptr) {
+        prefs_.backupTab()->layout()->removeWidget(current);
+        current->hide();
+    }
+    prefs_.backupTab()->layout()->addWidget(target);
+    target->show();
+}
+
+void KelvaneBackupTabController::setManualBackupMode(bool isManual) {
+    if (std::exchange(manualBackupMode_, isManual) != isManual)
+        setCurrentView();
+}
+
+void KelvaneBackupTabController::autoManualAction() {
+    const auto state = prefs_.backupState();
+    if (!state || (manualBackupMode_ && state->isQuotaLimited()))
+        return;
+    const bool isManual = !manualBackupMode_;
+    setManualBackupMode(isManual);
+    state->setAutomaticMode(!isManual);
+}
+
+// The reload is last, because it asks the daemon.
+void KelvaneBackupTabController::enableTabItems(bool enabled) {
+    tabsEnabled_ = enabled;
+    setCurrentView();
+    const auto state = prefs_.backupState();
+    manual_->manualAutoButton->setVisible(!state || !state->isQuotaLimited());
+    const TabItems items = tabItemsFor(
+        {prefs_.connected(), prefs_.prefPaneAccessAuthorized(), prefs_.isInRecoverMode(), tabsEnabled_});
+    for (QWidget* const control :
+         {static_cast<QWidget*>(auto_->addSegment), static_cast<QWidget*>(auto_->removeSegment),
+          static_cast<QWidget*>(auto_->autoManualButton)})
+        control->setEnabled(items.excludes);
+    manual_->manualToggleButton->setEnabled(items.marks);
+    manual_->manualAutoButton->setEnabled(items.marks);
+    prefs_.flags().manualToggleButtonEnable = items.marks;
+    if (items.enablesTable)
+        auto_->excludeTable->setEnabled(true);
+    if (items.saysRecovering)
+        showContext(*items.saysRecovering);
+    if (items.reloadsFirstColumn)
+        manual_->manualBrowser->reloadColumn(0);
+}
+
+void KelvaneBackupTabController::showContext(bool isRecovering) {
+    const std::pair<BackupView, QLabel*> lines[] = {
+        {BackupView::Auto, auto_->currentAutoBackupViewContextMsg},
+        {BackupView::Manual, manual_->currentManualBackupViewContextMsg},
+    };
+    for (const auto& [view, line] : lines) {
+        const ContextText& context = contextTextFor(view, isRecovering);
+        line->setText(QString::fromStdString(prefs_.text(context.key, context.english)));
+    }
+}
+
+void KelvaneBackupTabController::readyChangedNotification() {
+    if (prefs_.connected()) {
+        KelvaneCLog("BackupTabController:readyChangedNotification: connected");
+        policyExcludeList_.clear();
+        folderChanged({});
+    } else {
+        KelvaneCLog("BackupTabController:readyChangedNotification: not connected");
+        watcher_->stopWatching();
+        previousState_ = 0;
+        if (panel_)
+            panel_->reject(); // what is chosen now could not be excluded
+    }
+    setCurrentView();
+    manual_->manualBrowser->reloadColumn(0);
+}
+
+void KelvaneBackupTabController::daemonStateChangedNotification() {
+    const auto state = prefs_.backupState();
+    if (!state)
+        return tableViewSelectionDidChange();
+    if (isAtWork(state->serviceState()))
+        manual_->manualBrowser->reloadColumn(0);
+    const std::uint32_t backupState = state->backupState();
+    if (backupState >= policyIsKnown && policyExcludeList_.empty())
+        readPolicyExcludeList();
+    // Of a daemon that is gone the answer would be no.
+    if (const bool isAutomatic = state->automaticMode(); state->connected())
+        setManualBackupMode(!isAutomatic);
+    tableViewSelectionDidChange();
+    previousState_ = backupState;
+}
+
+void KelvaneBackupTabController::readPolicyExcludeList() {
+    const auto daemon = prefs_.proxy();
+    if (!daemon)
+        return;
+    const Value patterns = daemon->call<"policyExcludeList">();
+    const auto volumes = prefs_.fileServices().fileSystem().volumes();
+    policyExcludeList_.clear();
+    Array logged;
+    for (const Value& pattern : patterns.array())
+        logged.emplace_back(
+            policyExcludeList_.emplace_back(stringWithKelvaneVolumePath(pattern.stringValue(), *volumes)));
+    KelvaneCLog("policyExcludeList: %@", Value(std::move(logged)));
+}
+
+bool KelvaneBackupTabController::isPathExcludedByPolicy(const std::string& path) const {
+    const std::string* const pattern = matchingPattern(path, policyExcludeList_);
+    if (pattern != nullptr)
+        KelvaneCLog("path: %@ is excluded by: %@", path, *pattern);
+    return pattern != nullptr;
+}
+
+void KelvaneBackupTabController::fileChanged(const std::string& path) {
+    if (!manualBackupMode_)
+        return;
+    kelvane::fileChanged(path, *manual_->manualBrowser, false, prefs_);
+    if (path == "/")
+        readPolicyExcludeList();
+}
+
+} // namespace kelvane

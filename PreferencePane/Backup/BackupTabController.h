@@ -1,0 +1,104 @@
+#pragma once
+
+#include "PreferencePane/Backup/FolderWatcher.h"
+#include "PreferencePane/Backup/ReloadThrottle.h"
+#include "PreferencePane/Backup/VisibleFiles.h"
+#include "PreferencePane/Browser/ColumnBrowserDelegate.h"
+#include "PreferencePane/Info/InfoWindowController.h"
+#include "PreferencePane/Services/PaneServices.h"
+#include "PreferencePane/Services/TabControllers.h"
+
+#include <QObject>
+#include <QPointer>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Ui {
+class AutoBackupView;
+class ManualBackupView;
+} // namespace Ui
+
+namespace kelvane {
+
+class ChoosePanel;
+enum class BackupView;
+
+// The Backup tab: what is backed up. In automatic mode a list of what is left out, in manual mode the live
+// disk in a browser whose rows are marked one by one, and a third view while there is no daemon. The folders
+// that the browser shows are watched, and its columns follow them.
+//
+// Main thread only. The pane and the Info window's controller outlive it. Its views are children of the
+// pane's page for them, which holds one at a time.
+class KelvaneBackupTabController final : public BackupTab, private ColumnBrowserDelegate {
+public:
+    // Null when folders cannot be watched.
+    [[nodiscard]] static std::unique_ptr<KelvaneBackupTabController>
+    create(PaneServices& prefs, KelvaneInfoWindowController& infoController);
+    ~KelvaneBackupTabController() override;
+
+    void awakeFromNib() override;
+    void enableTabItems(bool enabled) override;
+    void fileChanged(const std::string& path) override;
+    // Whatever the path: the list of excluded items is read anew.
+    void folderChanged(const std::string& path) override;
+
+private:
+    KelvaneBackupTabController(PaneServices& prefs, KelvaneInfoWindowController& infoController);
+
+    // The views
+    void connectControls();
+    void setCurrentView();
+    [[nodiscard]] BackupView wantedView() const;
+    [[nodiscard]] QWidget* currentView() const;
+    void showContext(bool isRecovering);
+    void setManualBackupMode(bool isManual);
+    void autoManualAction();
+    void readyChangedNotification();
+    void daemonStateChangedNotification();
+    void readPolicyExcludeList();
+    [[nodiscard]] bool isPathExcludedByPolicy(const std::string& path) const;
+
+    // Automatic mode
+    void tableViewSelectionDidChange();
+    enum class ExcludeSegment { Add, Remove, Info };
+    void excludeButtonAction(ExcludeSegment segment);
+    void chooseFiles();
+    void addFilesDidEnd(int returnCode);
+    void removeSelected();
+    void addExcludePaths(const std::vector<std::string>& paths);
+
+    // Manual mode
+    [[nodiscard]] std::optional<BrowserRows> createRowsForColumn(ColumnBrowser& browser, int column) override;
+    [[nodiscard]] IconHandle imageForCell(const KelvaneBrowserCell& cell) override;
+    [[nodiscard]] std::optional<BrowserRows> volumeRows(const std::shared_ptr<KelvaneProxy>& daemon) const;
+    [[nodiscard]] std::optional<BrowserRows> itemRows(const std::string& folder,
+                                                      const std::shared_ptr<KelvaneProxy>& daemon);
+    void manualBrowserAction();
+    void manualToggleAction();
+    void toggle(const std::string& path);
+    void showToggleState(std::int32_t state);
+    void diskPathChanged(const std::string& path);
+
+    PaneServices& prefs_;
+    KelvaneInfoWindowController& infoController_;
+    const std::unique_ptr<Ui::AutoBackupView> auto_;
+    const std::unique_ptr<Ui::ManualBackupView> manual_;
+    std::map<BackupView, QPointer<QWidget>> views_;
+    NotificationCenter::Observer readyObserver_;
+    NotificationCenter::Observer stateObserver_;
+    QPointer<ChoosePanel> panel_;
+
+    FileNodeList excludedNodes_; // without those that were removed since the table was filled
+    std::vector<std::string> policyExcludeList_;
+    VisibleFiles visibleFiles_;
+    bool manualBackupMode_ = false;
+    bool tabsEnabled_ = false;
+    std::uint32_t previousState_ = 0;
+    ReloadThrottle throttle_;
+    std::unique_ptr<FolderWatcher> watcher_;
+    QObject context_; // what the controls call ends with it
+};
+
+} // namespace kelvane

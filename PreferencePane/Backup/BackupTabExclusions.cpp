@@ -1,0 +1,97 @@
+// Automatic mode: the list of what is left out of the backup.
+
+#include "PreferencePane/Backup/BackupTabController.h"
+#include "PreferencePane/Backup/BackupTabRules.h"
+#include "PreferencePane/Backup/ChoosePanel.h"
+#include "PreferencePane/Backup/ui_AutoBackupView.h"
+#include "Support/Logging.h"
+
+#include <algorithm>
+
+namespace kelvane {
+namespace {
+
+void enable(QWidget& control, const std::optional<bool>& isEnabled) {
+    if (isEnabled)
+        control.setEnabled(*isEnabled);
+}
+
+} // namespace
+
+void KelvaneBackupTabController::folderChanged(const std::string& /*path*/) {
+    const auto daemon = prefs_.proxy();
+    if (manualBackupMode_ || !daemon)
+        return;
+    const Value files = daemon->call<"excludedFiles:">("/");
+    if (!files.isArray())
+        return;
+    excludedNodes_ = KelvaneFileNode::fileNodesForDictionaries(files);
+    auto_->excludeTable->setNodes(excludedNodes_);
+    tableViewSelectionDidChange();
+}
+
+void KelvaneBackupTabController::tableViewSelectionDidChange() {
+    const ExcludeSegments segments =
+        excludeSegmentsFor(auto_->excludeTable->selectedNodes().size(), prefs_.isInRecoverMode(),
+                           prefs_.prefPaneAccessAuthorized());
+    enable(*auto_->addSegment, segments.add);
+    enable(*auto_->removeSegment, segments.remove);
+    enable(*auto_->infoSegment, segments.info);
+}
+
+void KelvaneBackupTabController::excludeButtonAction(ExcludeSegment segment) {
+    switch (segment) {
+    case ExcludeSegment::Add: return chooseFiles();
+    case ExcludeSegment::Remove: return removeSelected();
+    case ExcludeSegment::Info: break;
+    }
+    if (const FileNodeList selected = auto_->excludeTable->selectedNodes(); !selected.empty())
+        infoController_.setFileNode(
+            KelvaneFileNode::fileNodeForPath(selected.front()->path(), prefs_.fileServices()));
+}
+
+void KelvaneBackupTabController::chooseFiles() {
+    if (panel_)
+        return;
+    panel_ = new ChoosePanel(prefs_.mainView()->window(),
+                             QString::fromStdString(prefs_.text("Select files to exclude from backup:")),
+                             QString::fromStdString(prefs_.text("Select")));
+    panel_->setAttribute(Qt::WA_DeleteOnClose);
+    QObject::connect(panel_, &QDialog::finished, &context_,
+                     [this](int returnCode) { addFilesDidEnd(returnCode); });
+    panel_->open();
+}
+
+void KelvaneBackupTabController::addFilesDidEnd(int returnCode) {
+    const std::vector<std::string> names = panel_->filenames();
+    panel_.clear(); // it deletes itself
+    if (returnCode == QDialog::Accepted && !names.empty())
+        addExcludePaths(names);
+}
+
+// The list follows when the daemon says that it has changed.
+void KelvaneBackupTabController::addExcludePaths(const std::vector<std::string>& paths) {
+    const auto volumes = prefs_.fileServices().fileSystem().volumes();
+    for (const std::string& path : paths) {
+        const std::optional<std::string> excluded = excludablePath(path, *volumes);
+        const auto daemon = prefs_.proxy();
+        if (!excluded || !daemon)
+            continue;
+        const std::uint32_t status = daemon->call<"excludeFileFromBackup:">(*excluded);
+        if (status != 0)
+            KelvaneCLog("excludeFileFromBackup failed: 0x%x for path:%@", status, path);
+    }
+}
+
+// The table keeps its rows until the daemon has said what is excluded now.
+void KelvaneBackupTabController::removeSelected() {
+    const FileNodeList selected = auto_->excludeTable->selectedNodes();
+    for (const FileNodeRef& node : selected)
+        if (const auto daemon = prefs_.proxy())
+            static_cast<void>(daemon->call<"unexcludeFileFromBackup:">(node->path()));
+    std::erase_if(excludedNodes_, [&](const FileNodeRef& node) {
+        return std::ranges::find(selected, node) != selected.end();
+    });
+}
+
+} // namespace kelvane

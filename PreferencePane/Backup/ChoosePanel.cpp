@@ -1,0 +1,55 @@
+#include "PreferencePane/Backup/ChoosePanel.h"
+
+#include <QAbstractButton>
+#include <QDialogButtonBox>
+#include <QLineEdit>
+#include <QListView>
+
+namespace kelvane {
+
+// The desktop's own dialogs choose files or folders, but not both.
+ChoosePanel::ChoosePanel(QWidget* window, const QString& message, const QString& prompt)
+    : QFileDialog(window, message), prompt_(prompt) {
+    setOption(DontUseNativeDialog);
+    setOption(ReadOnly);
+    setFileMode(ExistingFiles);
+    setLabelText(Accept, prompt);
+    connect(findChild<QListView*>("listView")->selectionModel(), &QItemSelectionModel::selectionChanged, this,
+            &ChoosePanel::keepPrompt);
+    connect(findChild<QLineEdit*>(), &QLineEdit::textChanged, this, &ChoosePanel::keepPrompt);
+}
+
+std::vector<std::string> ChoosePanel::filenames() const {
+    std::vector<std::string> names;
+    for (const QString& file : existingFiles()) {
+        const QString target = QFileInfo(file).canonicalFilePath();
+        names.push_back((target.isEmpty() ? QDir::cleanPath(file) : target).toStdString());
+    }
+    return names;
+}
+
+// As it comes, the dialog would go into a folder instead of choosing it.
+void ChoosePanel::accept() {
+    if (existingFiles().empty())
+        QFileDialog::accept();
+    else
+        done(Accepted);
+}
+
+// Qt calls the button "Open" as soon as a folder is selected.
+void ChoosePanel::keepPrompt() const {
+    for (QAbstractButton* const button : findChild<QDialogButtonBox*>()->buttons())
+        if (findChild<QDialogButtonBox*>()->buttonRole(button) == QDialogButtonBox::AcceptRole)
+            button->setText(prompt_);
+}
+
+QStringList ChoosePanel::existingFiles() const {
+    QStringList files = selectedFiles();
+    files.removeIf([](const QString& file) {
+        const QFileInfo info(file);
+        return !info.exists() && !info.isSymLink();
+    });
+    return files;
+}
+
+} // namespace kelvane

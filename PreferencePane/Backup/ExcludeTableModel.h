@@ -1,0 +1,33 @@
+#pragma once
+
+#include "Common/FileNode.h"
+#include "PreferencePane/Services/PaneServices.h"
+
+#include <QAbstractTableModel>
+
+namespace kelvane {
+
+// The excluded items as they were at the last refresh: name and owner, with the path for a tool tip.
+class ExcludeTableModel : public QAbstractTableModel {
+    Q_OBJECT
+public:
+    ExcludeTableModel(const PaneServices& prefs, QObject* parent)
+        : QAbstractTableModel(parent), prefs_(prefs) {}
+
+    void setNodes(FileNodeList nodes);
+    // In the order of the rows.
+    [[nodiscard]] const FileNodeList& nodes() const { return nodes_; }
+
+    [[nodiscard]] int rowCount(const QModelIndex& parent = {}) const override;
+    [[nodiscard]] int columnCount(const QModelIndex& parent = {}) const override;
+    [[nodiscard]] QVariant data(const QModelIndex& index, int role) const override;
+    [[nodiscard]] QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
+
+private:
+    [[nodiscard]] QString shownText(const KelvaneFileNode& node, int column) const;
+
+    const PaneServices& prefs_;
+    FileNodeList nodes_;
+};
+
+} // namespace kelvane

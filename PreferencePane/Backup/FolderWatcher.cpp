@@ -1,0 +1,153 @@
+#include "PreferencePane/Backup/FolderWatcher.h"
+
+#include "Foundation/PathComponents.h"
+#include "Support/Logging.h"
+
+#include <algorithm>
+#include <set>
+#include <system_error>
+#include <utility>
+
+namespace kelvane {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+constexpr auto longestWait = 5s;
+// Between two tellings: a person takes them for one, and the main thread has most of its time for others.
+constexpr Clock::duration shortestPause = 200ms;
+constexpr int pauseShare = 4; // times what the last telling took
+
+} // namespace
+
+std::unique_ptr<FolderWatcher> FolderWatcher::create(std::shared_ptr<MainLoop> mainLoop,
+                                                     DiskPathChanged diskPathChanged) {
+    std::string reason;
+    try {
+        std::unique_ptr<FolderWatcher> watcher(
+            new FolderWatcher(std::move(mainLoop), std::move(diskPathChanged)));
+        reason = watcher->watch_.error();
+        if (reason.empty()) {
+            watcher->thread_ = std::thread(&FolderWatcher::watcherThread, watcher.get());
+            return watcher;
+        }
+    } catch (const std::system_error& error) { // no descriptor, no thread
+        reason = error.what();
+    }
+    KelvaneSystemLog("Folders cannot be watched: %@", reason);
+    return nullptr;
+}
+
+FolderWatcher::FolderWatcher(std::shared_ptr<MainLoop> mainLoop, DiskPathChanged diskPathChanged)
+    : mainLoop_(std::move(mainLoop)), diskPathChanged_(std::move(diskPathChanged)) {}
+
+FolderWatcher::~FolderWatcher() {
+    stopWatching();
+    {
+        const std::scoped_lock guard(mutex_);
+        runWatcherThread_ = false;
+    }
+    changed_.notify_all();
+    watch_.wake();
+    if (thread_.joinable())
+        thread_.join();
+}
+
+void FolderWatcher::watchAllOfPath(const std::string& path, const Volumes& volumes) {
+    if (watchedPath_.starts_with(path))
+        return;
+    stopWatching();
+    watchedPath_ = path;
+    std::string next = path;
+    for (std::size_t length = 0; next.size() != length; next = deleteLastPathComponent(next)) {
+        length = next.size();
+        watchPath(next, volumes);
+    }
+}
+
+void FolderWatcher::watchPath(const std::string& path, const Volumes& volumes) {
+    const std::optional<std::string> real = volumes.realPath(path);
+    const std::scoped_lock guard(mutex_);
+    const bool isWatched =
+        std::ranges::any_of(watched_, [&](const Watched& other) { return real == other.realPath; });
+    if (!real || isWatched)
+        return;
+    const DirectoryWatch::Outcome outcome = watch_.add(*real);
+    if (outcome == DirectoryWatch::Outcome::Watching)
+        watched_.push_back({path, *real});
+    else if (outcome == DirectoryWatch::Outcome::LimitReached)
+        KelvaneCLog("%@ is not watched: this user's watches are used up", path);
+}
+
+void FolderWatcher::stopWatching() {
+    const std::scoped_lock guard(mutex_);
+    for (const Watched& each : watched_)
+        watch_.remove(each.realPath);
+    watched_.clear();
+}
+
+std::vector<std::string> FolderWatcher::watchedPaths() const {
+    const std::scoped_lock guard(mutex_);
+    std::vector<std::string> paths;
+    for (const Watched& each : watched_)
+        paths.push_back(each.path);
+    return paths;
+}
+
+void FolderWatcher::watcherThread() {
+    const auto runs = [this] {
+        const std::scoped_lock guard(mutex_);
+        return runWatcherThread_;
+    };
+    while (runs()) {
+        const std::vector<std::string> paths = changedPaths(watch_.wait(longestWait));
+        if (paths.empty())
+            continue;
+        const auto start = Clock::now();
+        for (const std::string& path : paths)
+            tell(path);
+        pause(std::max(shortestPause, pauseShare * (Clock::now() - start)));
+    }
+}
+
+// After an overflow that is every one.
+std::vector<std::string> FolderWatcher::changedPaths(const std::vector<DirectoryWatch::Event>& events) {
+    std::set<std::string> changed;
+    for (const DirectoryWatch::Event& event : events)
+        changed.insert(event.path);
+    const bool isAll = changed.contains(std::string());
+    const std::scoped_lock guard(mutex_);
+    std::vector<std::string> paths;
+    for (const Watched& each : watched_)
+        if (isAll || changed.contains(each.realPath))
+            paths.push_back(each.path);
+    return paths;
+}
+
+// Returns when the main thread has dealt with it, or when that waits for this thread to end.
+void FolderWatcher::tell(const std::string& path) {
+    {
+        const std::scoped_lock guard(mutex_);
+        isTold_ = false;
+    }
+    mainLoop_->post([this, path, presence = std::weak_ptr(presence_)] {
+        if (presence.expired())
+            return;
+        diskPathChanged_(path);
+        if (presence.expired())
+            return;
+        const std::scoped_lock guard(mutex_);
+        isTold_ = true;
+        changed_.notify_all();
+    });
+    std::unique_lock guard(mutex_);
+    changed_.wait(guard, [this] { return isTold_ || !runWatcherThread_; });
+}
+
+void FolderWatcher::pause(std::chrono::steady_clock::duration duration) {
+    std::unique_lock guard(mutex_);
+    changed_.wait_for(guard, duration, [this] { return !runWatcherThread_; });
+}
+
+} // namespace kelvane

@@ -1,0 +1,73 @@
+#pragma once
+
+#include "Foundation/MainLoop.h"
+#include "Platform/DirectoryWatch.h"
+#include "Platform/Volumes.h"
+
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace kelvane {
+
+// Watches a folder and all those above it on a thread of its own, and tells on the main loop which of them
+// have changed: something was made, deleted or renamed in them, or they were themselves. The thread waits
+// until that has been dealt with, and then for a while that grows with the time it took: however fast a
+// folder changes, it is told once in that while, and once more after the last change.
+//
+// Everything but the thread is on the main thread. When this goes, nothing is told any more.
+class FolderWatcher {
+public:
+    using DiskPathChanged = std::function<void(const std::string& path)>;
+
+    // Null when the system refuses to watch anything.
+    [[nodiscard]] static std::unique_ptr<FolderWatcher> create(std::shared_ptr<MainLoop> mainLoop,
+                                                               DiskPathChanged diskPathChanged);
+    ~FolderWatcher();
+    FolderWatcher(const FolderWatcher&) = delete;
+    FolderWatcher& operator=(const FolderWatcher&) = delete;
+
+    // The path, as `volumes` name it, and every one above it up to "/", instead of those before; nothing
+    // when the path watched before begins with it. What cannot be watched is not.
+    void watchAllOfPath(const std::string& path, const Volumes& volumes);
+    // But the path watched before stays known: it is not watched again before one that it does not begin
+    // with was.
+    void stopWatching();
+    // Under these names changes are told. A folder with two names is watched once, under its deepest.
+    [[nodiscard]] std::vector<std::string> watchedPaths() const;
+
+private:
+    struct Watched {
+        std::string path;
+        std::string realPath;
+    };
+
+    FolderWatcher(std::shared_ptr<MainLoop> mainLoop, DiskPathChanged diskPathChanged);
+
+    void watchPath(const std::string& path, const Volumes& volumes);
+    void watcherThread();
+    [[nodiscard]] std::vector<std::string> changedPaths(const std::vector<DirectoryWatch::Event>& events);
+    void tell(const std::string& path);
+    void pause(std::chrono::steady_clock::duration duration);
+
+    const std::shared_ptr<MainLoop> mainLoop_;
+    const DiskPathChanged diskPathChanged_;
+    DirectoryWatch watch_;
+    std::string watchedPath_; // the deepest one
+    // Ends with this object: what is still posted then must not touch it.
+    const std::shared_ptr<const void> presence_ = std::make_shared<char>();
+
+    mutable std::mutex mutex_; // guards what follows
+    std::condition_variable changed_;
+    std::vector<Watched> watched_;
+    bool runWatcherThread_ = true;
+    bool isTold_ = false;
+
+    std::thread thread_;
+};
+
+} // namespace kelvane

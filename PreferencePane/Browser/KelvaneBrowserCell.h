@@ -1,0 +1,69 @@
+#pragma once
+
+#include <QIcon>
+#include <QRect>
+#include <QString>
+#include <string>
+
+class QPainter;
+class QStyleOptionViewItem;
+
+namespace kelvane {
+
+// One row of a column browser: bullet, icon and title of a file or folder, and its path. A value; main thread
+// only. Texts are UTF-8.
+class KelvaneBrowserCell {
+public:
+    KelvaneBrowserCell() = default;
+    KelvaneBrowserCell(std::string title, std::string filePath)
+        : title_(std::move(title)), filePath_(std::move(filePath)) {}
+
+    [[nodiscard]] const std::string& title() const { return title_; }
+    void setTitle(std::string title) { title_ = std::move(title); }
+    // Empty when there is none.
+    [[nodiscard]] const std::string& getFilePath() const { return filePath_; }
+    void setFilePath(std::string path) { filePath_ = std::move(path); }
+    [[nodiscard]] const QIcon& bulletImage() const { return bulletImage_; }
+    void setBulletImage(const QIcon& image) { bulletImage_ = image; }
+    // A cell without one is given that of the browser's delegate when its row is first shown.
+    [[nodiscard]] const QIcon& image() const { return image_; }
+    void setImage(const QIcon& image) { image_ = image; }
+    // What the bullet means, in words.
+    [[nodiscard]] const std::string& stateText() const { return stateText_; }
+    void setStateText(std::string text) { stateText_ = std::move(text); }
+    // Nothing opens to the right of a leaf.
+    [[nodiscard]] bool isLeaf() const { return isLeaf_; }
+    void setLeaf(bool isLeaf) { isLeaf_ = isLeaf; }
+    [[nodiscard]] bool isEnabled() const { return isEnabled_; }
+    void setEnabled(bool isEnabled) { isEnabled_ = isEnabled; }
+
+    // In one line: a character that would break it, or turn what follows around, is replaced.
+    [[nodiscard]] QString shownTitle() const;
+    // The title in full where it does not fit into the frame, and the state; empty when that says nothing
+    // new.
+    [[nodiscard]] QString toolTip(const QRect& frame, const QStyleOptionViewItem& look) const;
+
+    // Zero without a bullet.
+    [[nodiscard]] QSize bulletSize() const;
+    // The bullet at the frame's origin, icon and title in what is left to the right of it. `look` says
+    // whether the row is selected, and with which palette and font.
+    void drawInteriorWithFrame(const QRect& frame, QPainter& painter, const QStyleOptionViewItem& look) const;
+
+private:
+    [[nodiscard]] QRect titleRect(const QRect& frame) const;
+    void drawBullet(const QRect& frame, QPainter& painter, const QStyleOptionViewItem& look) const;
+    void drawIconAndTitle(const QRect& frame, QPainter& painter, const QStyleOptionViewItem& look) const;
+
+    std::string title_;
+    std::string filePath_;
+    std::string stateText_;
+    QIcon bulletImage_;
+    QIcon image_;
+    bool isLeaf_ = false;
+    bool isEnabled_ = true;
+};
+
+// Whether they look and behave alike, their icons aside.
+[[nodiscard]] bool showsTheSame(const KelvaneBrowserCell& one, const KelvaneBrowserCell& other);
+
+} // namespace kelvane

@@ -1,0 +1,26 @@
+#include "PreferencePane/Info/InfoWindowRegistry.h"
+
+#include <algorithm>
+
+namespace kelvane {
+
+void InfoWindowRegistry::showInfoWindowForFileNode(const FileNodeRef& node) {
+    const auto shown = std::ranges::find(controllers_, node, &KelvaneInfoWindowController::fileNode);
+    if (shown != controllers_.end())
+        return (*shown)->show();
+    auto controller = std::make_shared<KelvaneInfoWindowController>(prefs_, node);
+    controller->setWindowWillClose([this, closed = controller.get()] { windowWillClose(closed); });
+    controllers_.push_back(controller);
+    controller->awakeFromNib();
+}
+
+void InfoWindowRegistry::windowWillClose(const KelvaneInfoWindowController* controller) {
+    const auto closed = std::ranges::find(controllers_, controller, &Controllers::value_type::get);
+    if (closed == controllers_.end())
+        return;
+    // The event that closes the window is still being handled in it.
+    prefs_.mainLoop()->post([kept = std::move(*closed)] {});
+    controllers_.erase(closed);
+}
+
+} // namespace kelvane

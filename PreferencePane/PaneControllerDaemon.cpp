@@ -1,0 +1,113 @@
+// How the pane controller answers to the daemon: its link, its state and its calls.
+
+#include "PreferencePane/PaneController.h"
+
+#include "PreferencePane/ClientProtocol.h"
+#include "PreferencePane/RestoreAlert.h"
+#include "Support/Logging.h"
+#include "Support/PathHelpers.h"
+
+namespace kelvane {
+namespace {
+
+// What the daemon tells by number while it restores.
+constexpr std::uint32_t restoredFileNameChanged = 15;
+constexpr std::uint32_t restoredFileSizeChanged = 16;
+constexpr std::uint32_t restoredPendingCountChanged = 35;
+constexpr std::uint32_t restoreStarted = 48;
+
+// The status from which a restore job counts as running.
+constexpr std::uint32_t runningJobStatus = 51;
+
+} // namespace
+
+void ComKelvanePreferencePanePref::onBackupStateChanged() {
+    post(KelvanePrefPaneDaemonStateChangedNotification);
+    changeTabConfiguration(tabconfiguration::normal, false);
+    updateMarketName();
+}
+
+void ComKelvanePreferencePanePref::onConnectionChanged() {
+    if (!connected()) {
+        KelvaneCLog("PreferencePane not connected");
+        changeTabConfiguration(tabconfiguration::normal, true);
+        post(KelvanePrefPaneReadyChangedNotification);
+        return;
+    }
+    KelvaneCLog("PreferencePane connected");
+    post(KelvanePrefPaneReadyChangedNotification);
+    onBackupStateChanged();
+    resumeRestoreProgress();
+}
+
+// A restore may have begun before this pane was there.
+void ComKelvanePreferencePanePref::resumeRestoreProgress() {
+    const std::shared_ptr<KelvaneProxy> daemon = proxy();
+    if (!daemon)
+        return;
+    const std::uint32_t job = daemon->call<"getCurrentRestoreJob">();
+    if (job != 0 && daemon->call<"getRestoreJobStatus:">(job) >= runningJobStatus)
+        showRestoreProgress(true);
+}
+
+void ComKelvanePreferencePanePref::updateMarketName() {
+    const std::shared_ptr<BackupState> state = backupState_;
+    const std::string skinId = state ? state->skinId() : std::string();
+    if (skinId.empty())
+        return;
+    const std::string name = bundle()->localizedString(skinId, "", "MarketNames");
+    if (name.empty() || name == skinId)
+        return;
+    // The id, not the name: one that stands there was put there on purpose.
+    if (view_->marketName() != skinId)
+        view_->setMarketName(name);
+}
+
+// Whoever comes back sees what is so now, and not what was so two seconds ago.
+void ComKelvanePreferencePanePref::fastUserSwitchNotification(bool isActive) {
+    const std::shared_ptr<BackupState> state = backupState_;
+    if (isActive && state)
+        state->updateDaemonState();
+}
+
+std::string ComKelvanePreferencePanePref::shortened(const std::string& path) const {
+    return kelv_shortVolumePath(path, *fileServices().fileSystem().volumes());
+}
+
+void ComKelvanePreferencePanePref::fileChanged(const std::string& path) {
+    const std::string shortPath = shortened(path);
+    if (parts_.backup)
+        parts_.backup->fileChanged(shortPath);
+    if (parts_.restore)
+        parts_.restore->fileChanged(shortPath);
+}
+
+void ComKelvanePreferencePanePref::folderChanged(const std::string& path) {
+    if (parts_.backup)
+        parts_.backup->folderChanged(shortened(path));
+}
+
+void ComKelvanePreferencePanePref::stateChanged(std::uint32_t state) {
+    if (state == restoreStarted)
+        return showRestoreProgress(true);
+    const std::shared_ptr<KelvaneProxy> daemon = proxy();
+    if (!parts_.restore)
+        return;
+    // Without a daemon the answer is nothing or 0, as it is when the link is lost in the middle of it.
+    if (state == restoredFileNameChanged)
+        parts_.restore->restoredFileName(daemon ? daemon->call<"stringForState:">(state).stringValue()
+                                                : std::string());
+    else if (state == restoredFileSizeChanged)
+        parts_.restore->restoredFileSize(daemon ? daemon->call<"longlongForState:">(state) : 0);
+    else if (state == restoredPendingCountChanged)
+        parts_.restore->restoredPendingCount(
+            static_cast<std::uint32_t>(daemon ? daemon->call<"longForState:">(state) : 0));
+}
+
+void ComKelvanePreferencePanePref::setAlertString(const std::string& alert) {
+    KelvaneLog("Alert: %@", alert);
+    if (endsRestoreProgress(alert))
+        showRestoreProgress(false);
+}
+
+} // namespace kelvane

@@ -1,0 +1,69 @@
+#pragma once
+
+#include "Platform/Bundle.h"
+#include "PreferencePane/AuthorizationView.h"
+
+#include <QWidget>
+#include <array>
+#include <memory>
+#include <string>
+#include <vector>
+
+class QLabel;
+class QStackedLayout;
+class QTabWidget;
+
+namespace kelvane {
+
+enum class PaneTab : std::size_t { Status, Backup, Restore, Help, Message };
+inline constexpr std::size_t paneTabCount = 5;
+
+// The pane's whole view: the market's name, the tab area or the restore progress in its place, and the lock.
+// Knows nothing of what the tabs do.
+class PaneView : public QWidget {
+    Q_OBJECT
+
+public:
+    // Takes the titles of the tabs from the bundle.
+    explicit PaneView(const Bundle& bundle);
+
+    // Gives a page something to show and its tab a place; a page without stays out of the tab area.
+    void fill(PaneTab tab, QWidget* content = nullptr);
+    // Appends the page's tab or takes it out; nothing when it is so already.
+    void show(PaneTab tab, bool isShown);
+    [[nodiscard]] bool isShown(PaneTab tab) const { return item(tab).isShown; }
+    [[nodiscard]] QWidget* page(PaneTab tab) const { return item(tab).page; }
+    [[nodiscard]] std::vector<std::string> tabNames() const;
+    [[nodiscard]] bool selectTab(const std::string& name);
+    void selectFirstTab();
+
+    void setMessage(const std::string& message);
+    [[nodiscard]] std::string marketName() const;
+    void setMarketName(const std::string& name);
+
+    // At the tab area's top left corner, in its own size.
+    void setRestoreProgressView(QWidget* view);
+    void showRestoreProgress(bool isShown);
+
+    [[nodiscard]] AuthorizationView& authView() { return *authView_; }
+
+private:
+    struct TabItem {
+        QWidget* page = nullptr;
+        QString title;
+        bool isFilled = false;
+        bool isShown = false;
+    };
+    [[nodiscard]] const TabItem& item(PaneTab tab) const { return items_[static_cast<std::size_t>(tab)]; }
+    [[nodiscard]] TabItem& item(PaneTab tab) { return items_[static_cast<std::size_t>(tab)]; }
+
+    std::array<TabItem, paneTabCount> items_;
+    QLabel* const marketNameText_;
+    QTabWidget* const tabView_;
+    QLabel* const messageText_;
+    QWidget* const progressPlace_;
+    QStackedLayout* const tabArea_;
+    AuthorizationView* const authView_;
+};
+
+} // namespace kelvane

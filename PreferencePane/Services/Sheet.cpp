@@ -1,0 +1,52 @@
+#include "PreferencePane/Services/Sheet.h"
+
+#include <QPushButton>
+
+namespace kelvane {
+namespace {
+
+int returnCodeOf(const QAbstractButton* clicked, const std::vector<QPushButton*>& buttons) {
+    int returnCode = firstButtonReturn;
+    for (const QPushButton* const button : buttons) {
+        if (button == clicked || button == buttons.back())
+            break;
+        ++returnCode;
+    }
+    return returnCode;
+}
+
+// Every button of a message box closes it, unless it is told of none of its clicks.
+void addHelp(QMessageBox& box, QObject* context, const std::function<void()>& showHelp) {
+    QPushButton* const help = box.addButton(QMessageBox::Help);
+    help->disconnect();
+    QObject::connect(help, &QAbstractButton::clicked, context, showHelp);
+}
+
+} // namespace
+
+QMessageBox* openSheet(QWidget* window, const Sheet& sheet, QObject* context,
+                       const std::function<void(int returnCode)>& ended) {
+    auto* const box = new QMessageBox(QMessageBox::Warning, {}, sheet.message, QMessageBox::NoButton, window);
+    box->setTextFormat(Qt::PlainText);
+    box->setInformativeText(sheet.informative);
+    std::vector<QPushButton*> buttons;
+    for (const QString& text : sheet.buttons) {
+        const auto role = buttons.empty() ? QMessageBox::AcceptRole : QMessageBox::RejectRole;
+        buttons.push_back(box->addButton(text, role));
+    }
+    buttons.front()->setEnabled(sheet.canConfirm);
+    if (sheet.showHelp)
+        addHelp(*box, context, sheet.showHelp);
+    box->setDefaultButton(buttons.front());
+    box->setEscapeButton(buttons.back());
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    QObject::connect(box, &QDialog::finished, context, [box, buttons, context, ended] {
+        const int returnCode = returnCodeOf(box->clickedButton(), buttons);
+        QMetaObject::invokeMethod(
+            context, [ended, returnCode] { ended(returnCode); }, Qt::QueuedConnection);
+    });
+    box->open();
+    return box;
+}
+
+} // namespace kelvane

@@ -1,0 +1,249 @@
+// What the Status tab shows, and its settings. The mode is in StatusTabMode.cpp, the bundle's tools in
+// StatusTabTools.cpp.
+
+#include "PreferencePane/Status/StatusTabController.h"
+
+#include "Foundation/Format.h"
+#include "Platform/Desktop/Broadcast.h"
+#include "PreferencePane/Services/FormTexts.h"
+#include "PreferencePane/Status/ScreenText.h"
+#include "PreferencePane/Status/StatusModes.h"
+#include "Support/DefaultsDB.h"
+#include "Support/Logging.h"
+
+#include <ui_StatusTab.h>
+#include <utility>
+
+namespace kelvane {
+namespace {
+
+constexpr std::string_view showMenuKey = "showKelvaneStatusInMenuBar";
+
+constexpr std::string_view statusKey = "lastBackupStatusStr";
+constexpr std::string_view containsKey = "lastSizeOfBackupStr";
+constexpr std::string_view awaitingKey = "lastNumberOfFilesAwaitingBackupStr";
+constexpr std::string_view accountKey = "lastAcctEmailStr";
+constexpr std::string_view percentKey = "lastPercentageDoneInt";
+constexpr std::string_view priorityKey = "lastPrioritySettingBool";
+
+constexpr std::uint32_t backingUp = 6;
+constexpr std::uint32_t scanning = 7;
+constexpr std::uint32_t idle = 8;
+constexpr std::uint32_t badConfiguration = 15;
+
+void restoreText(std::string_view key, QLabel& field) {
+    if (const auto kept = DefaultsDB::stringProperty(key))
+        field.setText(QString::fromStdString(*kept));
+}
+
+} // namespace
+
+KelvaneStatusTabController::KelvaneStatusTabController(PaneServices& prefs, std::string handOffPath)
+    : prefs_(prefs),
+      handOffPath_(std::move(handOffPath)),
+      ui_(std::make_unique<Ui::StatusTab>()),
+      view_(new QScrollArea) {
+    ui_->setupUi(static_cast<QScrollArea*>(view_.data()));
+    ui_->uninstallButton->hide();
+    static_cast<QScrollArea*>(view_.data())->viewport()->setAutoFillBackground(false);
+    ui_->content->setAutoFillBackground(false);
+    localizeForm(*view_, *prefs_.bundle());
+    for (int item = 0; item < ui_->daemonModeButton->count(); ++item) {
+        const std::string name = ui_->daemonModeButton->itemText(item).toStdString();
+        ui_->daemonModeButton->setItemText(item, screenText(prefs_.text(name)));
+    }
+    ui_->versionField->setAccessibleDescription(screenText(text(StatusText::VersionName)));
+    connectControls();
+}
+
+KelvaneStatusTabController::~KelvaneStatusTabController() {
+    delete sheet_.data();
+    if (view_ && !view_->parentWidget())
+        delete view_.data();
+}
+
+void KelvaneStatusTabController::connectControls() {
+    QObject::connect(ui_->daemonModeButton, &QComboBox::activated, &context_,
+                     [this](int index) { daemonModeAction(index); });
+    const std::pair<QAbstractButton*, void (KelvaneStatusTabController::*)()> actions[] = {
+        {ui_->uninstallButton, &KelvaneStatusTabController::uninstallAction},
+        {ui_->lowerPriorityButton, &KelvaneStatusTabController::lowerPriorityAction},
+        {ui_->showMenuButton, &KelvaneStatusTabController::showMenuAction},
+        {ui_->openAccountButton, &KelvaneStatusTabController::openAccountAction},
+        {ui_->referButton, &KelvaneStatusTabController::referAction},
+    };
+    for (const auto& [button, action] : actions)
+        QObject::connect(button, &QAbstractButton::clicked, &context_,
+                         [this, action = action] { (this->*action)(); });
+}
+
+void KelvaneStatusTabController::awakeFromNib() {
+    ui_->daemonModeButton->setEnabled(true);
+    lastDaemonModeButtonState_ = DefaultsDB::intProperty(modeSelectionKey);
+    currentDaemonModeButtonState_ = lastDaemonModeButtonState_;
+    ui_->daemonModeButton->showMode(lastDaemonModeButtonState_, {});
+    const std::string version = prefs_.bundle()->information("CFBundleShortVersionString").stringValue();
+    ui_->versionField->setText(screenText(formatText(text(StatusText::Version), version)));
+    readyChangedNotification();
+    readyObserver_ =
+        prefs_.notifications()->observe(std::string(KelvanePrefPaneReadyChangedNotification), nullptr,
+                                        [this](const Notification&) { readyChangedNotification(); });
+    stateObserver_ =
+        prefs_.notifications()->observe(std::string(KelvanePrefPaneDaemonStateChangedNotification), nullptr,
+                                        [this](const Notification&) { daemonStateChangedNotification(); });
+    ui_->showMenuButton->setChecked(DefaultsDB::boolProperty(showMenuKey, false, true));
+    ui_->referButton->setVisible(isShowRefer());
+    updateStatusFieldsFromDefaultsDB();
+}
+
+void KelvaneStatusTabController::didSelectPrefPane() {
+    isShown_ = true;
+    readyChangedNotification();
+    daemonStateChangedNotification();
+}
+
+bool KelvaneStatusTabController::inRecoverMode() const {
+    return currentDaemonModeButtonState_ == static_cast<std::int32_t>(DaemonMode::Recover);
+}
+
+void KelvaneStatusTabController::readyChangedNotification() {
+    const bool isConnected = prefs_.connected();
+    if (!isConnected) {
+        KelvaneCLog("StatusTab: disconnected");
+        isDisableInProgress_ = false;
+    } else if (!isDisableInProgress_) {
+        KelvaneCLog("StatusTab: connected");
+    }
+    ui_->lowerPriorityButton->setEnabled(isConnected);
+    updateMode();
+}
+
+void KelvaneStatusTabController::daemonStateChangedNotification() {
+    const auto state = prefs_.backupState();
+    ui_->showMenuButton->setEnabled(prefs_.prefPaneAccessAuthorized());
+    if (state && state->connected()) {
+        KelvaneCLog("StatusTabController:daemonStateChangedNotification(): (connected)");
+        return showDaemonState(*state);
+    }
+    KelvaneCLog("StatusTabController:daemonStateChangedNotification(): (not connected)");
+    updateMode();
+    if (!hasRecentDataFromDaemon_)
+        updateStatusFieldsFromDefaultsDB();
+}
+
+void KelvaneStatusTabController::showDaemonState(const BackupState& state) {
+    showAmounts(state);
+    showServiceState(state);
+    const AccountData account{state.userEmail(), state.serverURL(), state.computerNumber()};
+    // The link may be gone by now; that has been shown then, and these answers are none.
+    if (!state.connected())
+        return;
+    showAccount(account);
+    ui_->lowerPriorityButton->setChecked(state.lowerPriorityMode());
+    ui_->lowerPriorityButton->setEnabled(prefs_.flags().accountAuthorized &&
+                                         prefs_.prefPaneAccessAuthorized());
+    updateMode();
+    hasRecentDataFromDaemon_ = true;
+}
+
+void KelvaneStatusTabController::showAmounts(const BackupState& state) {
+    const BackupAmount backedUp{state.backedupFileSize(), state.backedUpFileCount(),
+                                state.backedupFileSizeAvailable(), state.backedUpFileCountAvailable()};
+    const BackupAmount pending{state.pendingFileSize(), state.pendingFileCount(),
+                               state.pendingFileSizeAvailable(), state.pendingFileCountAvailable()};
+    const AmountTexts texts = amountTexts(backedUp, pending, *prefs_.bundle());
+    ui_->backupContainsField->setText(screenText(texts.contains));
+    ui_->backupAwaitingField->setText(screenText(texts.awaiting));
+    ui_->backupProgress->setValue(percentDone(backedUp.size, pending.size));
+}
+
+void KelvaneStatusTabController::showServiceState(const BackupState& state) {
+    const std::uint32_t serviceState = state.serviceState();
+    if (serviceState == badConfiguration) {
+        prefs_.setMessageTabString(text(StatusText::BadConfiguration));
+        prefs_.changeTabConfiguration(tabconfiguration::messageOnly, true);
+        prefs_.setBadConfigurationFlag();
+    }
+    ui_->backupField->setText(screenText(statusLine(serviceState, state.quotaGB(), *prefs_.bundle())));
+    if (serviceState == idle)
+        ui_->backupProgress->stopAnimation();
+    else if (serviceState == backingUp || serviceState == scanning)
+        ui_->backupProgress->startAnimation();
+}
+
+void KelvaneStatusTabController::showAccount(const AccountData& account) {
+    showAccountText(account.userEmail);
+    prefs_.flags().accountAuthorized = true;
+    ui_->openAccountButton->setEnabled(account.isComplete());
+    ui_->referButton->setEnabled(account.isComplete());
+}
+
+void KelvaneStatusTabController::showAccountText(const std::string& email) {
+    ui_->accountField->setText(QString::fromStdString(email));
+    ui_->accountField->setToolTip(plainToolTip(ui_->accountField->text()));
+}
+
+void KelvaneStatusTabController::lowerPriorityAction() {
+    if (const auto state = prefs_.backupState())
+        state->setLowerPriorityMode(ui_->lowerPriorityButton->isChecked());
+}
+
+void KelvaneStatusTabController::showMenuAction() {
+    DefaultsDB::setBoolProperty(ui_->showMenuButton->isChecked(), showMenuKey);
+    const std::string failure = postBroadcast(DefaultsDB::propertyChangedNotificationString(),
+                                              DefaultsDB::propertyChangedSenderString());
+    if (!failure.empty())
+        KelvaneCLog("The menu-bar agent was not told of its setting: %@", failure);
+}
+
+void KelvaneStatusTabController::openAccountAction() {
+    openURLUsingKey("Open Account URL");
+}
+
+void KelvaneStatusTabController::referAction() {
+    openURLUsingKey("Refer URL");
+}
+
+void KelvaneStatusTabController::openURLUsingKey(const std::string& key) {
+    const auto state = prefs_.backupState();
+    AccountData account;
+    if (state)
+        account = {state->userEmail(), state->serverURL(), state->computerNumber()};
+    // A page needs the server; an account without an e-mail has pages, too.
+    if (account.serverURL.empty())
+        return KelvaneCLog("Unable to open web pages:  proxy is down");
+    const std::string address = webAddress(prefs_.bundle()->information(key).stringValue(), account);
+    if (address.empty())
+        return KelvaneCLog("The bundle names no page for \"%@\"", key);
+    prefs_.opener().openURL(address, [](const std::string& reason) { KelvaneCLog("%@", reason); });
+}
+
+void KelvaneStatusTabController::writeStatusFieldsToDefaultsDB() {
+    isShown_ = false;
+    if (sheet_)
+        sheet_->reject();
+    if (isOperating_)
+        prefs_.authorization().cancelUnlock();
+    if (isUninstalled_)
+        return; // nothing of the user's is to come back
+    DefaultsDB::setStringProperty(ui_->backupField->text().toStdString(), statusKey);
+    DefaultsDB::setStringProperty(ui_->backupContainsField->text().toStdString(), containsKey);
+    DefaultsDB::setStringProperty(ui_->backupAwaitingField->text().toStdString(), awaitingKey);
+    DefaultsDB::setStringProperty(ui_->accountField->text().toStdString(), accountKey);
+    DefaultsDB::setIntProperty(ui_->backupProgress->value(), percentKey);
+    DefaultsDB::setBoolProperty(ui_->lowerPriorityButton->isChecked(), priorityKey);
+}
+
+void KelvaneStatusTabController::updateStatusFieldsFromDefaultsDB() {
+    restoreText(statusKey, *ui_->backupField);
+    restoreText(containsKey, *ui_->backupContainsField);
+    restoreText(awaitingKey, *ui_->backupAwaitingField);
+    if (const auto kept = DefaultsDB::stringProperty(accountKey))
+        showAccountText(*kept);
+    if (const std::int32_t kept = DefaultsDB::intProperty(percentKey); DefaultsDB::lastReadOK())
+        ui_->backupProgress->setValue(kept);
+    if (const bool kept = DefaultsDB::boolProperty(priorityKey); DefaultsDB::lastReadOK())
+        ui_->lowerPriorityButton->setChecked(kept);
+}
+
+} // namespace kelvane

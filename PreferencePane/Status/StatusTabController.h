@@ -1,0 +1,109 @@
+#pragma once
+
+#include "PreferencePane/Auxiliary/HandOffFile.h"
+#include "PreferencePane/Services/PaneServices.h"
+#include "PreferencePane/Services/TabControllers.h"
+#include "PreferencePane/Status/StatusFigures.h"
+#include "PreferencePane/Status/StatusTexts.h"
+
+#include <QMessageBox>
+#include <QObject>
+#include <QPointer>
+#include <memory>
+#include <string>
+
+namespace Ui {
+class StatusTab;
+}
+
+namespace kelvane {
+
+// The Status tab: shows what the daemon is doing, lets the user choose the mode it is in and two settings,
+// opens web pages, and runs the tools of the bundle that start, stop and remove the daemon. While the daemon
+// cannot be reached it shows what was last known.
+//
+// Main thread only. The pane outlives it. Its view is its own until somebody takes it, and must be there for
+// as long as it is called. What asks for a password or runs a tool waits in an event loop of its own: the
+// pane may be hidden meanwhile, but this object must not be deleted.
+class KelvaneStatusTabController final : public StatusTab {
+public:
+    explicit KelvaneStatusTabController(PaneServices& prefs,
+                                        std::string handOffPath = HandOffFile::usualPath);
+    ~KelvaneStatusTabController() override;
+    KelvaneStatusTabController(const KelvaneStatusTabController&) = delete;
+    KelvaneStatusTabController& operator=(const KelvaneStatusTabController&) = delete;
+
+    [[nodiscard]] QWidget* view() override { return view_; }
+    void awakeFromNib() override;
+    void didSelectPrefPane() override;
+    void refreshStatusModePopup() override;
+    void writeStatusFieldsToDefaultsDB() override;
+    void updateStatusFieldsFromDefaultsDB();
+    [[nodiscard]] bool inRecoverMode() const override;
+    void openURLUsingKey(const std::string& key) override;
+
+private:
+    enum class Operation { Enable = 0, Disable = 1, Uninstall = 2 };
+    struct ModeReading {
+        DaemonMode mode = DaemonMode::Disabled;
+        std::uint32_t pausedMinutes = 0;
+    };
+    class Operating;
+
+    void connectControls();
+    void lowerPriorityAction();
+    void showMenuAction();
+    void openAccountAction();
+    void referAction();
+
+    void readyChangedNotification();
+    void daemonStateChangedNotification();
+    void showDaemonState(const BackupState& state);
+    void showAmounts(const BackupState& state);
+    void showServiceState(const BackupState& state);
+    void showAccount(const AccountData& account);
+    void showAccountText(const std::string& email);
+    [[nodiscard]] std::string text(StatusText name) const { return statusText(*prefs_.bundle(), name); }
+    [[nodiscard]] static bool isShowRefer() { return false; } // there is no such page yet
+
+    void daemonModeAction(std::int32_t index);
+    [[nodiscard]] DaemonMode getDaemonMode() const { return readDaemonMode().mode; }
+    [[nodiscard]] ModeReading readDaemonMode() const;
+    [[nodiscard]] bool isDisabled() const {
+        return currentDaemonModeButtonState_ == static_cast<std::int32_t>(DaemonMode::Disabled);
+    }
+    void updateMode();
+    void updateModeMenuForCurrentState(std::int32_t mode);
+    void setDaemonModeField(const ModeReading& reading);
+    void warnUserAboutMode(DaemonMode mode);
+    void alertDidEnd(int returnCode);
+    void handleDaemonModeAction(DaemonMode mode);
+    void applyMode(DaemonMode mode);
+    [[nodiscard]] int enableDaemon(bool enable);
+
+    [[nodiscard]] int uninstall(Operation operation);
+    [[nodiscard]] int runSwitch(Operation operation);
+    void runUninstaller(const HandOffFile& handOff);
+    void uninstallAction();
+    void uninstallAlertDidEnd(int returnCode);
+
+    PaneServices& prefs_;
+    const std::string handOffPath_;
+    const std::unique_ptr<Ui::StatusTab> ui_;
+    const QPointer<QWidget> view_;
+    NotificationCenter::Observer readyObserver_;
+    NotificationCenter::Observer stateObserver_;
+    QPointer<QMessageBox> sheet_;
+
+    std::int32_t lastDaemonModeButtonState_ = 0;
+    std::int32_t currentDaemonModeButtonState_ = 0;
+    DaemonMode nextRequestedMode_ = DaemonMode::Enabled;
+    bool hasRecentDataFromDaemon_ = false;
+    bool isDisableInProgress_ = false;
+    bool isShown_ = false;     // the pane
+    bool isOperating_ = false; // a password is asked for, or a tool runs
+    bool isUninstalled_ = false;
+    QObject context_; // what the controls call ends with it
+};
+
+} // namespace kelvane

@@ -1,0 +1,135 @@
+// What the Status tab needs an administrator for: the tools of the bundle that start, stop and remove the
+// daemon.
+
+#include "PreferencePane/Services/Sheet.h"
+#include "PreferencePane/Status/ScreenText.h"
+#include "PreferencePane/Status/StatusTabController.h"
+#include "PreferencePane/Status/ToolWait.h"
+#include "Support/Logging.h"
+
+#include <algorithm>
+#include <ui_StatusTab.h>
+#include <unistd.h>
+
+namespace kelvane {
+namespace {
+
+static_assert(HandOffFile::formSize == authorizationFormSize);
+
+// How many looks a tool has for its end after its last word, so that no zombie of it stays.
+constexpr int looksForTheEnd = 8;
+
+struct Switch {
+    const char* tool;
+    const char* word;
+    bool PaneFlags::*isAuthorized;
+};
+constexpr Switch enableSwitch{"Enable", "load", &PaneFlags::enableAuthorized};
+constexpr Switch disableSwitch{"Disable", "unload", &PaneFlags::disableAuthorized};
+
+} // namespace
+
+// Until it goes the tab takes no other order for the daemon.
+class KelvaneStatusTabController::Operating {
+public:
+    explicit Operating(KelvaneStatusTabController& tab)
+        : tab_(tab), hadFocus_(tab.ui_->daemonModeButton->hasFocus()) {
+        set(true);
+    }
+    ~Operating() {
+        set(false);
+        if (hadFocus_)
+            tab_.ui_->daemonModeButton->setFocus();
+    }
+    Operating(const Operating&) = delete;
+    Operating& operator=(const Operating&) = delete;
+
+private:
+    void set(bool isOperating) {
+        tab_.isOperating_ = isOperating;
+        tab_.ui_->daemonModeButton->setEnabled(!isOperating);
+    }
+
+    KelvaneStatusTabController& tab_;
+    const bool hadFocus_;
+};
+
+// 0 also for what did not come so far as to run a tool.
+int KelvaneStatusTabController::uninstall(Operation operation) {
+    const Operating operating(*this);
+    if (!unlockAndWait(prefs_.authorization()))
+        return 0;
+    const auto handOff = HandOffFile::create(handOffPath_);
+    const auto form = prefs_.authorization().externalForm();
+    if (!handOff || !form) {
+        KelvaneCLog("No authorization can be handed over in %@", handOffPath_);
+        return 0;
+    }
+    std::ranges::copy(*form, handOff->form().begin());
+    if (operation != Operation::Uninstall)
+        return runSwitch(operation);
+    runUninstaller(*handOff);
+    return 0;
+}
+
+int KelvaneStatusTabController::runSwitch(Operation operation) {
+    const Switch& wanted = operation == Operation::Enable ? enableSwitch : disableSwitch;
+    const auto tool = prefs_.bundle()->auxiliaryExecutable(wanted.tool);
+    if (!tool)
+        return 0;
+    auto process = ChildProcess::start(*tool, {"0", std::to_string(::getuid()), wanted.word});
+    if (process)
+        waitUntil([&] { return process->hasEnded(); }, *process);
+    const int status = process ? process->exitStatus() : ChildProcess::cannotExecute;
+    KelvaneCLog("%@ ended with status %d", *tool, status);
+    bool& isAuthorized = prefs_.flags().*wanted.isAuthorized;
+    isAuthorized = false;
+    isAuthorized = status == 0;
+    return status;
+}
+
+void KelvaneStatusTabController::runUninstaller(const HandOffFile& handOff) {
+    const auto tool = prefs_.bundle()->auxiliaryExecutable("Uninstall");
+    if (!tool)
+        return;
+    auto process =
+        ChildProcess::start(*tool, {std::to_string(::getpid()), std::to_string(::getuid()), "uninstall"},
+                            ChildProcess::Group::Own);
+    if (!process)
+        return;
+    waitUntil([&] { return handOff.completionWord() != 0 || process->hasEnded(); }, *process);
+    // Once more: the word may have come between the two looks.
+    isUninstalled_ = handOff.completionWord() == HandOffFile::succeeded;
+    int looks = 0;
+    waitUntil([&] { return process->hasEnded() || ++looks > looksForTheEnd; }, *process);
+    if (isUninstalled_)
+        return prefs_.terminateHost();
+    sheet_ = openSheet(view_->window(),
+                       {screenText(text(StatusText::UninstallErrorTitle)),
+                        screenText(text(StatusText::UninstallErrorMessage)),
+                        {"OK"}},
+                       &context_, [](int) {});
+}
+
+void KelvaneStatusTabController::uninstallAction() {
+    if (isOperating_)
+        return;
+    sheet_ = openSheet(view_->window(),
+                       {screenText(text(StatusText::UninstallMessage)),
+                        screenText(text(StatusText::UninstallInformative)),
+                        {screenText(text(StatusText::UninstallButton)),
+                         screenText(text(StatusText::UninstallCancelButton))}},
+                       &context_, [this](int returnCode) { uninstallAlertDidEnd(returnCode); });
+}
+
+void KelvaneStatusTabController::uninstallAlertDidEnd(int returnCode) {
+    if (returnCode != firstButtonReturn)
+        return;
+    const std::string survey = prefs_.bundle()->information("UninstallSurveyURL").stringValue();
+    if (!survey.empty())
+        prefs_.opener().openURL("http://" + survey,
+                                [](const std::string& reason) { KelvaneCLog("%@", reason); });
+    static_cast<void>(uninstall(Operation::Uninstall));
+}
+
+} // namespace kelvane

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "PreferencePane/Backup/BackupTabController.h"
+#include "PreferencePane/Backup/ExcludeTable.h"
+#include "Tests/Harness/BrowserTabTest.h"
+
+#include <QLabel>
+
+namespace kelvane::tests {
+
+using Paths = Strings;
+
+class BackupTabTest : public BrowserTabTest {
+protected:
+    BackupTabTest() : BrowserTabTest({"/", "/Volumes/USB"}) {
+        for (const char* const name : {"docs/a.txt", "docs/b.txt", "docs/deep/c.txt", "photos/p.jpg"})
+            addFile(name);
+        pane.flags().manualToggleButtonEnable = false;
+        observe(KelvaneBackupStateConnectionChangedNotification, [this] {
+            if (!pane.connected())
+                tab->enableTabItems(true);
+            pane.post(KelvanePrefPaneReadyChangedNotification);
+            if (pane.connected())
+                changed();
+        });
+        observe(KelvaneBackupStateChangedNotification, [this] { changed(); });
+        tab->enableTabItems(true);
+        tab->awakeFromNib();
+        show(pane.backupTab());
+    }
+    ~BackupTabTest() override { pane.state->onEnd(); }
+
+    void begin(bool isAutomatic) {
+        daemon.changeWorld(
+            [&](DaemonWorld& world) { world.values.mutableDictionary().set("automaticMode", isAutomatic); });
+        connect();
+    }
+    void changed() {
+        pane.post(KelvanePrefPaneDaemonStateChangedNotification);
+        tab->enableTabItems(true);
+    }
+    // The arguments of the calls since the last question.
+    Paths asked(std::string_view selector) {
+        Paths paths;
+        for (const ReceivedCall& call : daemon.calls())
+            if (call.selector == selector)
+                paths.push_back(call.arguments.front().stringValue());
+        daemon.forgetCalls();
+        return paths;
+    }
+    [[nodiscard]] std::string shownView() const {
+        return pane.backupTab()->layout()->itemAt(0)->widget()->objectName().toStdString();
+    }
+    [[nodiscard]] ExcludeTable& table() const { return control<ExcludeTable>("excludeTable"); }
+
+    KelvaneInfoWindowController info{pane};
+    std::unique_ptr<KelvaneBackupTabController> tab = KelvaneBackupTabController::create(pane, info);
+};
+
+} // namespace kelvane::tests

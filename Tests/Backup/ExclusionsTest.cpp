@@ -1,0 +1,150 @@
+#include "Tests/Backup/BackupTabTest.h"
+
+#include "PreferencePane/Backup/ChoosePanel.h"
+
+#include <QDropEvent>
+#include <QMimeData>
+#include <QSignalSpy>
+#include <filesystem>
+
+namespace kelvane::tests {
+namespace {
+
+const std::vector<const char*> segments{"addSegment", "removeSegment", "infoSegment"};
+
+class ExclusionsTest : public BackupTabTest {
+protected:
+    void beginWithExclusions(const Paths& names) {
+        daemon.changeWorld([&](DaemonWorld& world) {
+            for (const std::string& name : names)
+                world.exclude("/Volumes/USB/" + name, true);
+        });
+        begin(true);
+    }
+    [[nodiscard]] Paths rows() const {
+        Paths found;
+        const QAbstractItemModel& model = *table().model();
+        for (int row = 0; row < model.rowCount(); ++row)
+            found.push_back(model.index(row, 0).data().toString().toStdString());
+        return found;
+    }
+    void select(const std::vector<int>& selected) const {
+        table().clearSelection();
+        for (const int row : selected)
+            table().selectionModel()->select(table().model()->index(row, 0),
+                                             QItemSelectionModel::Select | QItemSelectionModel::Rows);
+    }
+    // False when it is refused.
+    bool drop(const QByteArray& format, const QByteArray& contents) const {
+        QMimeData data;
+        data.setData(format, contents);
+        const QPoint place = table().viewport()->rect().center();
+        QDragEnterEvent enter(place, Qt::CopyAction | Qt::MoveAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QCoreApplication::sendEvent(table().viewport(), &enter);
+        if (!enter.isAccepted())
+            return false;
+        EXPECT_EQ(enter.dropAction(), Qt::CopyAction);
+        QDropEvent drop(place, Qt::CopyAction | Qt::MoveAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QCoreApplication::sendEvent(table().viewport(), &drop);
+        return drop.isAccepted();
+    }
+    [[nodiscard]] QByteArray address(const std::string& path) const {
+        return QUrl::fromLocalFile(QString::fromStdString(path)).toEncoded() + "\r\n";
+    }
+};
+
+TEST_F(ExclusionsTest, AreShownWithNameOwnerAndPath) {
+    daemon.changeWorld([](DaemonWorld& world) {
+        world.file("/Volumes/USB/docs/b.txt")->mutableDictionary().set("uid", 1U);
+    });
+    beginWithExclusions({"docs/a.txt", "docs/b.txt"});
+    EXPECT_EQ(rows(), (Paths{"a.txt", "b.txt"}));
+    const QAbstractItemModel& model = *table().model();
+    EXPECT_EQ(model.index(1, 1).data().toString(), "joe");
+    EXPECT_EQ(model.index(0, 1).data().toString(), "1000"); // without a name
+    EXPECT_TRUE(model.index(0, 1).data(Qt::ToolTipRole).toString().contains("/Volumes/USB/docs/a.txt"));
+
+    select({1});
+    daemon.changeWorld([](DaemonWorld& world) { world.exclude("/Volumes/USB/docs/a.txt", false); });
+    EXPECT_EQ(rows().size(), 2);
+    tab->folderChanged("/");
+    EXPECT_EQ(rows(), Paths{"b.txt"});
+    EXPECT_EQ(table().selectedNodes().size(), 1); // the same item
+    daemon.answer("excludedFiles:", Value());
+    tab->folderChanged("/");
+    EXPECT_EQ(rows(), Paths{"b.txt"}); // no answer changes nothing
+}
+
+TEST_F(ExclusionsTest, AreRemovedAtTheDaemonAndShownUntilItSaysSo) {
+    beginWithExclusions({"docs/a.txt", "docs/b.txt", "photos/p.jpg"});
+    select({0, 2});
+    EXPECT_EQ(enabled(segments), "addSegment removeSegment");
+    daemon.forgetCalls();
+    QTest::keyClick(&table(), Qt::Key_Delete);
+    EXPECT_EQ(asked("unexcludeFileFromBackup:"),
+              (Paths{"/Volumes/USB/docs/a.txt", "/Volumes/USB/photos/p.jpg"}));
+    EXPECT_EQ(rows().size(), 3);
+    tab->folderChanged("");
+    EXPECT_EQ(rows(), Paths{"b.txt"});
+
+    select({0});
+    pane.isAuthorized = false;
+    changed();
+    EXPECT_EQ(enabled(segments), "");
+    daemon.forgetCalls();
+    QTest::keyClick(&table(), Qt::Key_Delete);
+    QTest::keyClick(&table(), Qt::Key_Insert);
+    EXPECT_EQ(asked("unexcludeFileFromBackup:"), Paths());
+    EXPECT_EQ(pane.mainView()->findChild<ChoosePanel*>(), nullptr);
+}
+
+TEST_F(ExclusionsTest, AreDroppedAsRealPathsAndNeverAsVolumes) {
+    begin(true);
+    daemon.forgetCalls();
+    EXPECT_TRUE(drop("text/uri-list", address(folder / "USB") + address(folder / "USB/docs") +
+                                          address("/home/nobody/x") + "trash:///y\r\n"));
+    EXPECT_EQ(asked("excludeFileFromBackup:"), (Paths{"/Volumes/USB/docs", "/home/nobody/x"}));
+    EXPECT_TRUE(drop("XdndDirectSave0", "promised.txt"));
+    EXPECT_FALSE(drop("text/plain", "/home/joe"));
+    pane.isRecovering = true;
+    EXPECT_FALSE(drop("text/uri-list", address(folder / "USB/docs")));
+    EXPECT_EQ(asked("excludeFileFromBackup:"), Paths());
+}
+
+TEST_F(ExclusionsTest, AreChosenInAPanelThatTakesFilesAndFolders) {
+    begin(true);
+    std::filesystem::create_symlink("photos/p.jpg", folder / "USB/link");
+    daemon.forgetCalls();
+    QTest::keyClick(&table(), Qt::Key_Insert);
+    auto* const panel = pane.mainView()->findChild<ChoosePanel*>();
+    ASSERT_NE(panel, nullptr);
+    EXPECT_EQ(panel->windowModality(), Qt::WindowModal);
+    panel->setDirectory(QString::fromStdString(folder / "USB"));
+    auto& list = *panel->findChild<QListView*>("listView");
+    const auto count = [&] { return list.model()->rowCount(list.rootIndex()); };
+    ASSERT_TRUE(QTest::qWaitFor([&] { return count() == 3; }));
+    list.selectAll();
+    const auto buttons = panel->findChildren<QAbstractButton*>();
+    const auto select = std::ranges::find(buttons, "Select", &QAbstractButton::text);
+    ASSERT_NE(select, buttons.end());
+    QTest::mouseClick(*select, Qt::LeftButton);
+    Paths chosen = asked("excludeFileFromBackup:");
+    std::ranges::sort(chosen);
+    EXPECT_EQ(chosen, (Paths{"/Volumes/USB/docs", "/Volumes/USB/photos", "/Volumes/USB/photos/p.jpg"}));
+}
+
+TEST_F(ExclusionsTest, HaveAnInfoWindow) {
+    beginWithExclusions({"docs/a.txt"});
+    select({0});
+    EXPECT_EQ(enabled(segments), "addSegment removeSegment infoSegment");
+    pane.isRecovering = true;
+    changed();
+    EXPECT_EQ(enabled(segments), "infoSegment");
+    click("infoSegment");
+    ASSERT_TRUE(info.fileNode());
+    EXPECT_EQ(info.fileNode()->path(), "/Volumes/USB/docs/a.txt");
+    EXPECT_TRUE(info.window()->isVisible());
+}
+
+} // namespace
+} // namespace kelvane::tests

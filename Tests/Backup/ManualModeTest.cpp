@@ -1,0 +1,180 @@
+#include "Tests/Backup/BackupTabTest.h"
+
+#include "Common/FileNodeFlags.h"
+
+#include <filesystem>
+
+namespace kelvane::tests {
+namespace {
+
+class ManualModeTest : public BackupTabTest {
+protected:
+    void beginManual() {
+        begin(false);
+        setState("serviceState", 6U);
+        daemon.forgetCalls();
+    }
+    [[nodiscard]] const KelvaneBrowserCell& cell(int column, const std::string& title) const {
+        const Paths all = titles(column);
+        const auto row = std::ranges::find(all, title) - all.begin();
+        if (row == std::ssize(all))
+            throw std::runtime_error("no row " + title);
+        return *browser().cell(column, static_cast<int>(row));
+    }
+    [[nodiscard]] bool appears(int column, const std::string& title) {
+        return loop->runUntil([&] {
+            loop->advance(0ms);
+            return std::ranges::count(titles(column), title) == 1;
+        });
+    }
+};
+
+TEST_F(ManualModeTest, ShowsVolumesThatAreThere) {
+    daemon.changeWorld([](DaemonWorld& world) {
+        world.volumes.emplace_back("/Volumes/Gone");
+        world.addFile("/Volumes/Gone", true, 0, false);
+        world.file("/Volumes/Gone")->mutableDictionary().set("backupFlags", Backup_Missing);
+        world.file("/Volumes/USB")->mutableDictionary().set("backupColor", Backup_Color_Gray);
+    });
+    beginManual();
+    EXPECT_EQ(titles(0), (Paths{"System", "USB"}));
+    EXPECT_EQ(cell(0, "System").getFilePath(), "/Volumes/System");
+    EXPECT_EQ(cell(0, "USB").stateText(), "Partly backed up");
+    EXPECT_FALSE(cell(0, "USB").isLeaf());
+    tab->enableTabItems(false);
+    EXPECT_EQ(titles(0), Paths());
+}
+
+TEST_F(ManualModeTest, ShowsFoldersAsTheyAreOnTheDisk) {
+    folder.write("USB/.dotted", "");
+    folder.write("USB/cache/x", "");
+    std::filesystem::create_directory_symlink("docs", folder / "USB/link");
+    daemon.answer("policyExcludeList", Array{"/Volumes/USB/cache/", 7});
+    daemon.setState("backupState", 26U);
+    beginManual();
+    choose({"USB"});
+    EXPECT_EQ(titles(1), (Paths{"docs", "link", "photos"}));
+    EXPECT_TRUE(cell(1, "link").isLeaf());
+    EXPECT_FALSE(cell(1, "docs").isLeaf());
+    EXPECT_EQ(cell(1, "docs").getFilePath(), "/Volumes/USB/docs");
+    EXPECT_EQ(daemon.callCount("backupColorsForFiles:"), 1);
+    choose({"docs"}, {}, 1);
+    EXPECT_EQ(titles(2), (Paths{"a.txt", "b.txt", "deep"}));
+    EXPECT_EQ(cell(2, "a.txt").stateText(), "Backed up");
+
+    daemon.answer("backupColorsForFiles:", Array{3, 2});
+    choose({"docs"}, {}, 1);
+    EXPECT_EQ(titles(2), (Paths{"a.txt", "b.txt"})); // no more than were answered
+    EXPECT_EQ(cell(2, "a.txt").stateText(), "Waiting to be backed up");
+    daemon.answer("backupColorsForFiles:", Array{2, 2, 2, 2, 2, 2});
+    choose({"docs"}, {}, 1);
+    EXPECT_EQ(titles(2).size(), 3);
+    // The policy is read anew when the daemon says that all has changed.
+    daemon.answer("policyExcludeList", Array());
+    tab->fileChanged("/");
+    choose({"USB"});
+    EXPECT_EQ(titles(1), (Paths{"cache", "docs", "link", "photos"}));
+}
+
+TEST_F(ManualModeTest, KeepsSelectionsWhileTheStateChanges) {
+    beginManual();
+    choose({"USB", "docs", "a.txt"});
+    setState("pendingFileCount", 5U);
+    tab->fileChanged("/Volumes/USB/docs");
+    EXPECT_EQ(browser().selectedFilePaths(), Paths{"/Volumes/USB/docs/a.txt"});
+}
+
+TEST_F(ManualModeTest, MarksWhatIsSelected) {
+    addFile("docs/new1.txt", false);
+    addFile("docs/new2.txt", false);
+    beginManual();
+    choose({"USB", "docs", "new1.txt"});
+    EXPECT_EQ(text("manualToggleButton"), "Back this up");
+    choose({"new2.txt"}, Qt::ControlModifier, 2);
+    daemon.forgetCalls();
+    click("manualToggleButton");
+    // The first one waits now, but is checked: the second one is still to be added.
+    EXPECT_EQ(asked("addFileToBackup:"), (Paths{"/Volumes/USB/docs/new1.txt", "/Volumes/USB/docs/new2.txt"}));
+    EXPECT_EQ(text("manualToggleButton"), "Do not back this up");
+    tab->fileChanged("/Volumes/USB/docs/new1.txt");
+    EXPECT_EQ(cell(2, "new1.txt").stateText(), "Waiting to be backed up");
+
+    choose({"a.txt"}, {}, 2);
+    click("manualToggleButton");
+    EXPECT_EQ(asked("removeFileFromBackup:"), Paths{"/Volumes/USB/docs/a.txt"});
+    tab->fileChanged("/Volumes/USB/docs/a.txt");
+    EXPECT_EQ(cell(2, "a.txt").stateText(), "Not backed up");
+    EXPECT_EQ(text("manualToggleButton"), "Back this up");
+
+    choose({"a.txt"}, Qt::ControlModifier, 2); // no more
+    choose({"USB"}, Qt::ControlModifier, 0);
+    EXPECT_FALSE(control("manualToggleButton").isEnabled());
+}
+
+// A daemon may call an item unchecked though it waits for its backup: then the next path is taken out.
+TEST_F(ManualModeTest, ReadsTheToggleStateAnewForEachPath) {
+    for (const char* const name : {"docs/new1.txt", "docs/new2.txt"})
+        addFile(name, false);
+    beginManual();
+    choose({"USB", "docs", "new1.txt"});
+    choose({"new2.txt"}, Qt::ControlModifier, 2);
+    daemon.answerWith("addFileToBackup:", [this](const Array& arguments) {
+        daemon.changeWorld([&](DaemonWorld& world) {
+            world.file(arguments.front().stringValue())->mutableDictionary().set("backupColor", 3);
+        });
+        return Value();
+    });
+    daemon.forgetCalls();
+    click("manualToggleButton");
+    ASSERT_TRUE(daemon.waitForCalls("removeFileFromBackup:"));
+    EXPECT_EQ(daemon.callCount("addFileToBackup:"), 1);
+    EXPECT_EQ(asked("removeFileFromBackup:"), Paths{"/Volumes/USB/docs/new2.txt"});
+}
+
+TEST_F(ManualModeTest, FollowsTheDisk) {
+    beginManual();
+    choose({"USB", "docs"});
+    addFile("docs/made.txt", false);
+    EXPECT_TRUE(appears(2, "made.txt"));
+    std::filesystem::rename(folder / "USB/docs/made.txt", folder / "USB/docs/named.txt");
+    EXPECT_TRUE(appears(2, "named.txt"));
+    choose({"deep"}, {}, 2);
+    ASSERT_EQ(titles(3), Paths{"c.txt"});
+    std::filesystem::remove_all(folder / "USB/docs");
+    EXPECT_TRUE(loop->runUntil([this] {
+        loop->advance(0ms);
+        return titles(1) == Paths{"photos"};
+    }));
+    EXPECT_EQ(browser().lastColumn(), 1);
+}
+
+TEST_F(ManualModeTest, KeepsWhatItShowsWhenTheLinkIsLostInTheMiddle) {
+    beginManual();
+    choose({"USB", "docs", "a.txt"});
+    const std::pair<const char*, const char*> moments[] = {
+        {"backupColorsForFiles:", "photos"},
+        {"childrenDictionariesForPath:", nullptr},
+        {"dictionaryForPath:withDirSizes:", nullptr},
+    };
+    for (const auto& [selector, title] : moments) {
+        SCOPED_TRACE(selector);
+        breakLinkAt(selector);
+        if (title)
+            choose({title}, {}, 1);
+        else
+            click("manualToggleButton");
+        if (pane.connected())
+            setState("pendingFileCount", daemon.calls().size());
+        EXPECT_TRUE(loop->runUntil([this] { return !pane.connected(); }));
+        EXPECT_EQ(shownView(), "disabledBackupView");
+        EXPECT_EQ(titles(0), (Paths{"System", "USB"}));
+        EXPECT_EQ(titles(1), (Paths{"docs", "photos"}));
+        daemon.answerAsUsual(selector);
+        loop->advance(1s);
+        ASSERT_TRUE(pane.connected());
+        EXPECT_EQ(shownView(), "manualBackupView");
+    }
+}
+
+} // namespace
+} // namespace kelvane::tests

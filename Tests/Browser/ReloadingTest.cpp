@@ -1,0 +1,129 @@
+#include "Tests/Browser/BrowserTest.h"
+
+#include <QScrollBar>
+
+namespace kelvane::tests {
+namespace {
+
+using Reloading = ColumnBrowserTest;
+
+TEST_F(Reloading, ChangesNothingForTheOneWhoLooks) {
+    std::vector<std::string>& disk = folders.listing["/Volumes/Disk"];
+    for (int number = 100; number < 300; ++number)
+        disk.push_back("file " + std::to_string(number));
+    open({"Disk", "docs", "a.txt"});
+    QListView& view = *browser->columnView(1);
+    view.verticalScrollBar()->setValue(view.verticalScrollBar()->maximum() / 2 + 3);
+    const QPersistentModelIndex seen = view.indexAt({5, 40});
+    const QRect place = view.visualRect(seen);
+
+    const auto replaceSome = [&] {
+        for (std::size_t row = 5; row < 90; row += 2)
+            disk[row] += " changed";
+    };
+    const std::pair<const char*, std::function<void()>> cases[] = {
+        {"as it was", [] {}},
+        {"new above",
+         [&] {
+             disk.insert(disk.begin(), {"new", "newer/"});
+         }},
+        {"gone above", [&] { std::erase(disk, "plan.txt"); }},
+        {"gone at the edge",
+         [&] {
+             std::erase(disk, view.indexAt({5, 0}).data().toString().toStdString());
+         }},
+        {"new and gone all over", replaceSome},
+        {"in another order", [&] { std::rotate(disk.begin(), disk.begin() + 3, disk.end()); }},
+    };
+    for (const auto& [what, change] : cases) {
+        SCOPED_TRACE(what);
+        change();
+        browser->reloadColumn(1);
+        EXPECT_EQ(browser->rowCount(1), static_cast<int>(disk.size()));
+        EXPECT_EQ(selected(), "docs/a.txt");
+        EXPECT_EQ(columnToPath(1, *browser), "/Volumes/Disk/docs");
+        EXPECT_EQ(browser->lastColumn(), 2);
+        EXPECT_EQ(view.visualRect(seen), place);
+        EXPECT_EQ(choices.size(), 0);
+    }
+}
+
+TEST_F(Reloading, ClosesTheColumnsOfAFolderThatHasGone) {
+    const auto before = folders.listing["/Volumes/Disk"];
+    for (const std::vector<std::string>& disk : {std::vector<std::string>{"photos/"}, {"docs", "photos/"}}) {
+        SCOPED_TRACE(disk.front());
+        open({"Disk", "docs", "deep", "end.txt"});
+        folders.listing["/Volumes/Disk"] = disk;
+        browser->reloadColumn(1);
+        EXPECT_EQ(browser->lastColumn(), 1);
+        EXPECT_EQ(browser->selectedFilePaths(), std::vector<std::string>{"/Volumes/Disk"});
+        EXPECT_EQ(columnWithKeyboard(), 1);
+        EXPECT_EQ(choices.size(), 0);
+        folders.listing["/Volumes/Disk"] = before;
+        browser->reloadColumn(1);
+    }
+}
+
+TEST_F(Reloading, ForgetsADelegateThatHasGone) {
+    browser->setDelegate(ListedFolders());
+    browser->reloadColumn(0);
+    EXPECT_EQ(browser->rowCount(0), 2);
+}
+
+// The daemon may be lost, or its notices come, in the middle of a fill.
+TEST_F(Reloading, BearsAnythingThatHappensInTheMiddleOfAFill) {
+    struct Case {
+        const char* what;
+        std::function<void()> meanwhile;
+        int lastColumn;
+        std::string selected;
+        int rowsOfFolder;
+    };
+    const Case cases[] = {
+        {"a newer fill",
+         [this] { folders.listing["/Volumes/Disk/docs"] = {"newer.txt"}, browser->reloadColumn(2); }, 2,
+         "docs", 1},
+        {"the folder goes",
+         [this] { folders.listing["/Volumes/Disk"] = {"photos/"}, browser->reloadColumn(1); }, 1, "", 0},
+        {"somebody opens another", [this] { click(1, "photos"); }, 2, "photos", 1},
+        {"the link is lost", [this] { folders.keepsRows = true, browser->reloadColumn(0); }, 2, "docs", 0},
+        {"the browser goes", [this] { browser.reset(); }, 0, "", 0},
+    };
+    const auto listing = folders.listing;
+    for (const Case& example : cases) {
+        SCOPED_TRACE(example.what);
+        folders.listing = listing;
+        folders.keepsRows = false;
+        open({"Disk"});
+        folders.meanwhile = example.meanwhile;
+        click(1, "docs");
+        if (!browser)
+            break;
+        EXPECT_EQ(browser->lastColumn(), example.lastColumn);
+        EXPECT_EQ(selected(), example.selected);
+        EXPECT_EQ(browser->rowCount(2), example.rowsOfFolder);
+    }
+}
+
+TEST_F(Reloading, EnablesAndDisablesWithoutChoosing) {
+    open({"Disk", "docs", "a.txt"});
+    folders.listing["/Volumes/Disk"] = {"-docs/", "photos/", "-old.txt", "plan.txt"};
+    browser->reloadColumn(1);
+    EXPECT_FALSE(browser->selectedCell(1)->isEnabled());
+    EXPECT_EQ(selected(), "docs/a.txt");
+    click(1, "photos");
+    click(1, "docs");
+    EXPECT_EQ(selected(), "photos");
+
+    click(1, "photos");
+    click(1, "plan.txt", Qt::ShiftModifier);
+    EXPECT_EQ(selected(), "photos plan.txt");
+    folders.listing["/Volumes/Disk"] = {"docs/", "photos/", "old.txt", "plan.txt"};
+    choices.clear();
+    browser->reloadColumn(1);
+    EXPECT_EQ(selected(), "photos plan.txt");
+    EXPECT_EQ(choices.size(), 0);
+}
+
+} // namespace
+} // namespace kelvane::tests

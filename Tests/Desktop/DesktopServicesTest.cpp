@@ -1,0 +1,130 @@
+#include "Platform/Desktop/ComputerName.h"
+#include "Platform/Desktop/DesktopFileServices.h"
+#include "Platform/Desktop/Opener.h"
+#include "Platform/Desktop/RunningApplications.h"
+#include "Platform/Desktop/SessionWatch.h"
+#include "Tests/Desktop/FakeService.h"
+#include "Tests/Harness/RunUntil.h"
+#include "Tests/Harness/TemporaryFolder.h"
+
+#include <QDBusVariant>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+namespace kelvane {
+namespace {
+
+TEST(Opener, HandsOverWhatIsToBeOpenedAndReportsWhatFails) {
+    const tests::TemporaryFolder folder;
+    const std::string program = folder.write("opener", "#!/bin/sh\necho \"$#:$1\" >> " + (folder / "opened") +
+                                                           "\ncase $1 in */3*) exit 3;; esac\n");
+    std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+    std::vector<std::string> reasons;
+    const auto failed = [&](const std::string& reason) { reasons.push_back(reason); };
+    DesktopOpener opener(program);
+    opener.openURL("http://host/a b?c=d@e", failed);
+    EXPECT_TRUE(tests::runUntil([&] { return folder.read("opened") == "1:http://host/a%20b?c=d@e\n"; }));
+    opener.openFile("/tmp/3 $(x)", failed);
+    ASSERT_TRUE(tests::runUntil([&] { return reasons.size() == 1; }));
+    EXPECT_EQ(reasons[0], "cannot open /tmp/3 $(x): no program is set up to open it");
+    for (const char* const wrong : {"", "host/page", "--help", "http://[bad"})
+        opener.openURL(wrong, failed);
+    opener.openFile("relative", failed);
+    DesktopOpener missing(folder / "missing");
+    missing.openURL("http://host", failed);
+    EXPECT_EQ(reasons.size(), 1U); // never inside the call
+    ASSERT_TRUE(tests::runUntil([&] { return reasons.size() == 7; }));
+    EXPECT_NE(reasons[6].find("No such file"), std::string::npos);
+    EXPECT_EQ(folder.read("opened"), "1:http://host/a%20b?c=d@e\n1:/tmp/3 $(x)\n");
+}
+
+TEST(DesktopFileServices, TellsKindsAndPicturesByName) {
+    const tests::TemporaryFolder folder;
+    const std::string picture = R"(<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 4 4"></svg>)";
+    for (const char* const name : {"folder", "text-x-generic", "drive-harddisk", "image-x-generic"})
+        folder.write(std::string("Resources/") + name + ".svg", picture);
+    folder.write("Info.plist", "<plist><dict/></plist>");
+    const LocalFileSystem files(Volumes("System", {{"Disk", folder / "Resources"}}));
+    const SystemAccounts accounts;
+    const Icons icons(std::make_shared<const Bundle>(folder.path()));
+    const DesktopFileServices services(files, accounts, icons);
+    EXPECT_EQ(services.kindOfExtension("png"), "PNG image");
+    EXPECT_EQ(services.kindOfExtension("nothing-known"), "");
+    EXPECT_EQ(services.kindOfExtension(""), "");
+    const struct {
+        IconHandle icon;
+        const char* name;
+    } expected[] = {
+        {services.iconOfExtension("png"), "image-x-generic"},
+        {services.iconOfExtension("nothing-known"), "text-x-generic"},
+        {services.iconOfFile(folder / "Info.plist"), "text-x-generic"},
+        {services.iconOfFile(folder.path()), "folder"},
+        {services.iconOfFile("/"), "drive-harddisk"},
+        {services.iconOfFile("/Volumes/Disk"), "drive-harddisk"},
+        {icons.computer(), "computer"}, // not there, and no theme
+    };
+    for (const auto& row : expected)
+        EXPECT_EQ(row.icon, icons.named(row.name)) << row.name;
+    EXPECT_FALSE(qIcon(services.iconOfFolder()).isNull());
+    EXPECT_TRUE(qIcon(icons.named("nothing-known")).isNull());
+}
+
+TEST(RunningApplications, AreNamesOnTheBusWhateverTheirCase) {
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    ASSERT_TRUE(bus.registerService("com.kelvane.Agent"));
+    const std::vector<std::string> running = runningApplications();
+    bus.unregisterService("com.kelvane.Agent");
+    EXPECT_TRUE(isApplicationAmong(running, "com.KELVANE.agent"));
+    for (const char* const other : {"com.kelvane.Agen", "com.kelvane.Agent2", ""})
+        EXPECT_FALSE(isApplicationAmong(running, other)) << other;
+    EXPECT_FALSE(isApplicationAmong(runningApplications(), "com.kelvane.agent"));
+}
+
+TEST(ComputerName, IsThePrettyOneAsAShellReadsIt) {
+    const tests::TemporaryFolder folder;
+    char host[256] = {};
+    ASSERT_EQ(::gethostname(host, sizeof host - 1), 0);
+    const struct {
+        const char* text;
+        std::string name;
+    } expected[] = {
+        {"ICON_NAME=x\nPRETTY_HOSTNAME=\"Ann's \\\"big\\\" \\$5\"\n", "Ann's \"big\" $5"},
+        {"PRETTY_HOSTNAME='a\\b'c\n", "a\\bc"},
+        {"PRETTY_HOSTNAME=\n", host},
+        {"PRETTY_HOSTNAME=\"\xFF\"\n", host},
+        {"", host},
+    };
+    for (const auto& row : expected)
+        EXPECT_EQ(computerName(folder.write("info", row.text)), row.name) << row.text;
+    EXPECT_EQ(computerName(folder / "missing"), host);
+}
+
+TEST(SessionWatch, TellsChangesOfItsOwnSessionOnly) {
+    bool isActive = true;
+    int questions = 0;
+    tests::FakeService login("org.freedesktop.login1", [&](const QDBusMessage& call) {
+        ++questions;
+        EXPECT_EQ(call.path().toStdString(), "/org/freedesktop/login1/session/auto");
+        return call.createReply(QVariant::fromValue(QDBusVariant(isActive)));
+    });
+    std::string seen;
+    const SessionWatch watch([&](bool active) { seen += active ? "on " : "off "; });
+    EXPECT_TRUE(tests::runUntil([&] { return questions == 1; }));
+    const auto change = [&](bool active, const char* property) {
+        isActive = active;
+        login.emitSignal("/org/freedesktop/login1/session/_31", "org.freedesktop.DBus.Properties",
+                         "PropertiesChanged",
+                         {"org.freedesktop.login1.Session", QVariantMap{{property, active}}, QStringList()});
+    };
+    change(true, "IdleHint");
+    change(true, "Active"); // of another session
+    change(false, "Active");
+    EXPECT_TRUE(tests::runUntil([&] { return seen == "off "; }));
+    change(true, "Active");
+    EXPECT_TRUE(tests::runUntil([&] { return seen == "off on "; }));
+    EXPECT_EQ(questions, 4);
+}
+
+} // namespace
+} // namespace kelvane

@@ -1,0 +1,167 @@
+#include "Platform/Desktop/PolicyFile.h"
+#include "Tests/Desktop/PrivatePolkit.h"
+#include "Tests/Harness/RunUntil.h"
+
+#include <gtest/gtest.h>
+
+namespace kelvane {
+namespace {
+
+using tests::processPatience;
+using Answer = tests::ScriptedAgent::Answer;
+
+const RightDefinition right{"com.kelvane.test.change", "Change the test", "The test asks <you> & others"};
+constexpr const char* otherUser = "65534";
+
+// A process that wants the right.
+class Peer {
+public:
+    // Of a user who is not root, whom polkit would grant everything.
+    explicit Peer(const tests::PrivatePolkit& polkit, const QStringList& arguments = {})
+        : Peer(polkit.address(), "setpriv",
+               QStringList{"--reuid", otherUser, "--regid", otherUser, "--clear-groups",
+                           polkit.copyOf(AUTHORIZATION_PEER)} +
+                   arguments) {}
+    Peer(const QString& busAddress, const QString& program, const QStringList& arguments) {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("DBUS_SYSTEM_BUS_ADDRESS", busAddress);
+        process_.setProcessEnvironment(environment);
+        process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        process_.start(program, arguments);
+    }
+    ~Peer() {
+        process_.closeWriteChannel();
+        EXPECT_TRUE(process_.state() == QProcess::NotRunning || process_.waitForFinished(processPatience));
+    }
+    Peer(const Peer&) = delete;
+    Peer& operator=(const Peer&) = delete;
+
+    void say(const char* word) { process_.write(QByteArray(word) + '\n'); }
+    // The agent lives in this process: it is served while the line is waited for.
+    std::string nextLine() {
+        EXPECT_TRUE(tests::runUntil([this] { return process_.canReadLine(); }));
+        return process_.readLine().trimmed().toStdString();
+    }
+    std::string ask(const char* word) {
+        say(word);
+        return nextLine();
+    }
+    std::string lines(int count) {
+        std::string lines;
+        for (int i = 0; i < count; ++i)
+            lines += (i == 0 ? "" : ", ") + nextLine();
+        return lines;
+    }
+
+private:
+    QProcess process_;
+};
+
+TEST(PolkitWithoutABus, IsLockedAndSaysWhy) {
+    Peer peer("unix:path=/nonexistent/bus", AUTHORIZATION_PEER, {});
+    EXPECT_NE(peer.nextLine(), "");
+    EXPECT_EQ(peer.ask("look-up"), "unreachable");
+    EXPECT_EQ(peer.ask("follow"), "deauthorized");
+    peer.say("unlock");
+    EXPECT_EQ(peer.lines(2), "asking, asked");
+    EXPECT_NE(peer.nextLine().find("Ask the administrator of this computer. (no system bus)"),
+              std::string::npos);
+    EXPECT_EQ(Peer("unix:path=/nonexistent/bus", AUTHORIZATION_PEER, {"1", "1", "0"}).nextLine(),
+              "unreachable");
+}
+
+class Polkit : public testing::Test {
+protected:
+    void SetUp() override {
+        if (::geteuid() != 0)
+            GTEST_SKIP() << "needs root, for a private polkitd and for processes of another user";
+        ASSERT_EQ(installPolicy(right, policyFolder), "");
+        polkit = std::make_unique<tests::PrivatePolkit>();
+        peer = std::make_unique<Peer>(*polkit);
+        const QStringList words = QString::fromStdString(peer->nextLine()).split(' ');
+        ASSERT_EQ(words.size(), 3);
+        process = words;
+        polkit->registerAgent(words[0].toUInt(), words[1].toULongLong(), words[2].toUInt());
+    }
+    void TearDown() override {
+        peer.reset();
+        polkit.reset();
+        removePolicy();
+    }
+    static void removePolicy() {
+        std::error_code ignored; // not there, in a test that was skipped
+        std::filesystem::remove(policyFolder + ('/' + right.name + ".policy"), ignored);
+    }
+    // What another program of the same user is told about the peer.
+    std::string checkedFromOutside() { return Peer(*polkit, process).nextLine(); }
+
+    std::unique_ptr<tests::PrivatePolkit> polkit;
+    std::unique_ptr<Peer> peer;
+    QStringList process;
+};
+
+TEST_F(Polkit, UnlocksWithAnApprovingAgentAndLocksAgain) {
+    EXPECT_EQ(peer->ask("follow"), "deauthorized");
+    EXPECT_EQ(checkedFromOutside(), "refused");
+    peer->say("unlock");
+    EXPECT_EQ(peer->lines(4), "asking, authorized, asked, granted");
+    EXPECT_EQ(polkit->agent.message.toStdString(), right.message);
+    EXPECT_EQ(checkedFromOutside(), "granted");
+    EXPECT_EQ(peer->ask("lock"), "deauthorized");
+    EXPECT_EQ(peer->ask("look-up"), "exists");
+    peer->say("unlock");
+    EXPECT_EQ(peer->lines(4), "asking, authorized, asked, granted");
+}
+
+TEST_F(Polkit, StaysLockedWhenTheAgentCancelsOrNobodyAnswers) {
+    EXPECT_EQ(peer->ask("follow"), "deauthorized");
+    polkit->agent.answer = Answer::Cancel;
+    peer->say("unlock");
+    EXPECT_EQ(peer->lines(3), "asking, asked, not granted");
+    polkit->agent.answer = Answer::None;
+    EXPECT_EQ(peer->ask("unlock"), "asking");
+    EXPECT_EQ(peer->ask("look-up"), "exists"); // it is asked, and waits for nobody
+    peer->say("unlock");
+    peer->say("cancel");
+    EXPECT_EQ(peer->lines(3), "asked, not granted, not granted");
+    EXPECT_TRUE(tests::runUntil([this] { return polkit->agent.withdrawnCount > 0; }));
+    polkit->agent.answer = Answer::Approve;
+    peer->say("unlock");
+    EXPECT_EQ(peer->lines(4), "asking, authorized, asked, granted");
+}
+
+TEST_F(Polkit, LocksWhenTheAuthorityGoesAndComesBackWithoutIt) {
+    peer->say("follow");
+    peer->say("unlock");
+    EXPECT_EQ(peer->lines(4), "asking, authorized, asked, granted");
+    polkit->stopAuthority();
+    EXPECT_EQ(peer->nextLine(), "deauthorized");
+    EXPECT_EQ(peer->ask("look-up"), "unreachable");
+    EXPECT_EQ(checkedFromOutside(), "unreachable");
+    polkit->startAuthority();
+    peer->say("unlock"); // the agent is unknown to it
+    EXPECT_EQ(peer->lines(2), "asking, asked");
+    EXPECT_NE(peer->nextLine().find("no authentication agent is running"), std::string::npos);
+}
+
+TEST_F(Polkit, LocksWhenTheBusGoes) {
+    peer->say("unlock");
+    EXPECT_EQ(peer->lines(4), "asking, authorized, asked, granted");
+    peer->say("follow");
+    polkit->stopBus();
+    EXPECT_EQ(peer->nextLine(), "deauthorized");
+}
+
+TEST_F(Polkit, KnowsARightFromTheMomentItsFileIsThere) {
+    removePolicy();
+    EXPECT_TRUE(tests::runUntil([this] { return peer->ask("look-up") == "absent"; }));
+    EXPECT_EQ(peer->ask("create"), "not created"); // not by this user
+    EXPECT_EQ(peer->ask("follow"), "deauthorized");
+    ASSERT_EQ(installPolicy(right, policyFolder), "");
+    EXPECT_TRUE(tests::runUntil([this] { return peer->ask("look-up") == "exists"; }));
+    peer->say("unlock");
+    EXPECT_EQ(peer->lines(4), "asking, authorized, asked, granted");
+}
+
+} // namespace
+} // namespace kelvane

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "Tests/Harness/TemporaryFolder.h"
+
+#include <filesystem>
+#include <map>
+#include <sstream>
+
+namespace kelvane::tests {
+
+// A folder of bundles whose panes write what is done to them into one file.
+class PaneFolder {
+public:
+    using Settings = std::map<std::string, std::string>;
+
+    // A bundle with these entries in its information. `code` is a plug-in, another file, or none when empty.
+    std::string add(const std::string& name, const Settings& settings = {},
+                    const std::string& code = TEST_PANE) const {
+        const std::string bundle = name + ".prefPane/";
+        std::string text = "<plist><dict><key>CFBundleName</key><string>" + name +
+                           "</string><key>CFBundleExecutable</key><string>Code</string>"
+                           "<key>Log</key><string>" +
+                           (folder_ / "log") + "</string>";
+        for (const auto& [key, value] : settings)
+            text += "<key>" + key + "</key><string>" + value + "</string>";
+        folder_.write(bundle + "Info.plist", text + "</dict></plist>");
+        std::filesystem::create_directories(folder_ / (bundle + "PlugIns"));
+        if (!code.empty())
+            std::filesystem::create_symlink(code, folder_ / (bundle + "PlugIns/Code.so"));
+        return folder_ / (name + ".prefPane");
+    }
+    // On one line.
+    [[nodiscard]] std::string log() const {
+        std::string text = folder_.read("log");
+        std::ranges::replace(text, '\n', ',');
+        return text;
+    }
+    void forgetLog() const { std::filesystem::remove(folder_ / "log"); }
+    [[nodiscard]] const TemporaryFolder& folder() const { return folder_; }
+
+private:
+    const TemporaryFolder folder_;
+};
+
+} // namespace kelvane::tests

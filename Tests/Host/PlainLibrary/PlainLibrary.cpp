@@ -1,0 +1,5 @@
+// Code that loads and is no pane.
+
+extern "C" int answer() {
+    return 42;
+}

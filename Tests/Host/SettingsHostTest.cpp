@@ -1,0 +1,164 @@
+#include "Host/SettingsHost.h"
+#include "Platform/Desktop/QtMainLoop.h"
+#include "Tests/Harness/EnvironmentVariable.h"
+#include "Tests/Harness/RunUntil.h"
+#include "Tests/Host/PaneFolder.h"
+
+#include <QApplication>
+#include <QLabel>
+#include <QListWidget>
+#include <gtest/gtest.h>
+#include <iterator>
+
+namespace kelvane::host {
+namespace {
+
+class SettingsHostTest : public testing::Test {
+protected:
+    void start(const std::vector<std::string>& bundles, Options options = {}) {
+        std::vector<PaneDescription> descriptions;
+        for (const std::string& bundle : bundles)
+            descriptions.push_back(describePane(bundle, {}));
+        host = std::make_unique<SettingsHost>(options, loop, std::move(descriptions));
+        host->show();
+    }
+    [[nodiscard]] bool comesTo(const std::string& log) {
+        return tests::runUntil([&] { return panes.log() == log; });
+    }
+    // Everything that the window says.
+    [[nodiscard]] QString texts() {
+        QString texts;
+        for (const QLabel* const label : host->window().findChildren<QLabel*>())
+            if (label->isVisible())
+                texts += label->text().remove(QChar(0x200b)) + '\n';
+        return texts;
+    }
+
+    const tests::PaneFolder panes;
+    const tests::EnvironmentVariable configuration{"XDG_CONFIG_HOME", panes.folder().path().c_str()};
+    const std::shared_ptr<QtMainLoop> loop = std::make_shared<QtMainLoop>();
+    std::unique_ptr<SettingsHost> host;
+};
+
+TEST_F(SettingsHostTest, TakesPanesThroughTheirLifeAndPaintsBeforeItSelects) {
+    start({panes.add("A"), panes.add("B"), panes.add("C")});
+    const std::string begin = "A made,A awake,A loaded,A painted,A selected,";
+    EXPECT_TRUE(comesTo(begin)) << panes.log();
+    host->window().choosePane(1);
+    const std::string second = begin + "A unselected,B made,B awake,B loaded,B painted,B selected,";
+    EXPECT_TRUE(comesTo(second)) << panes.log();
+    host->window().choosePane(0);
+    EXPECT_TRUE(comesTo(second + "B unselected,A selected,")) << panes.log();
+    panes.forgetLog();
+    host->window().close();
+    host->end(); // a second end changes nothing
+    EXPECT_EQ(panes.log(), "A unselected,");
+    host.reset();
+    EXPECT_EQ(panes.log(), "A unselected,A deleted,B deleted,");
+}
+
+TEST_F(SettingsHostTest, APaneThatEndsTheHostGoesOnUntilItsCallIsOver) {
+    start({panes.add("A", {{"Terminate", "selected"}})});
+    EXPECT_EQ(QApplication::exec(), 0);
+    EXPECT_EQ(panes.log(), "A made,A awake,A loaded,A painted,A selected,A went on,A unselected,");
+}
+
+TEST_F(SettingsHostTest, APaneThatIsLeftBeforeItWasSelectedIsNotSelected) {
+    start({panes.add("A"), panes.add("B")});
+    EXPECT_TRUE(tests::runUntil([&] { return panes.log().ends_with("A loaded,"); }));
+    host->window().choosePane(1);
+    EXPECT_TRUE(tests::runUntil([&] { return panes.log().ends_with("B selected,"); }));
+    EXPECT_EQ(panes.log().find("A selected"), std::string::npos);
+    EXPECT_EQ(panes.log().find("A unselected"), std::string::npos);
+}
+
+TEST_F(SettingsHostTest, SaysWhyAPaneCannotBeShownAndShowsTheOthers) {
+    const std::string damaged = panes.add("Damaged", {}, "");
+    panes.folder().write("Damaged.prefPane/Info.plist", "<plist><dict>");
+    const std::string noCode = panes.folder().write("note.txt", "no code");
+    const struct {
+        std::string bundle;
+        const char* text;
+    } expected[] = {
+        {panes.folder() / "Missing.prefPane", "There is no such folder."},
+        {damaged, "It is damaged: cannot read Info.plist: not a property list."},
+        {panes.add("Empty", {}, ""), "It has no code."},
+        {panes.add("Outside", {{"CFBundleExecutable", "../PlugIns/Code"}}), "It has no code."},
+        {panes.add("Text", {}, noCode), "Its code cannot be loaded: "},
+        {panes.add("Library", {}, PLAIN_LIBRARY), "Its code is not that of a pane."},
+        {panes.add("Other", {}, OTHER_TEST_PANE), "It was made for another version of this program"},
+        {panes.add("NoView", {{"View", "none"}}), "Its code makes no pane."},
+        {panes.add("Maker", {{"Fault", "made"}}), "It could not start: a fault on purpose."},
+        {panes.add("Waker", {{"Fault", "awake"}}), "It stopped with a fault: a fault on purpose."},
+        {panes.add("Selector", {{"Fault", "selected"}}), "It stopped with a fault: a fault on purpose."},
+    };
+    std::vector<std::string> bundles;
+    for (const auto& row : expected)
+        bundles.push_back(row.bundle);
+    bundles.push_back(panes.add("Good"));
+    start(bundles);
+    for (int i = 0; i < static_cast<int>(std::size(expected)); ++i) {
+        host->window().choosePane(i);
+        EXPECT_TRUE(tests::runUntil([&] { return texts().contains(expected[i].text); }))
+            << expected[i].text << " in " << texts().toStdString();
+        EXPECT_TRUE(texts().contains(QString::fromStdString(expected[i].bundle)));
+    }
+    host->window().choosePane(static_cast<int>(std::size(expected)));
+    EXPECT_TRUE(tests::runUntil([&] { return panes.log().ends_with("Good selected,"); }));
+    EXPECT_EQ(panes.log().find("Other "), std::string::npos); // nothing of it has run
+    EXPECT_EQ(panes.log().find("Waker loaded"), std::string::npos);
+}
+
+TEST_F(SettingsHostTest, SaysThatATrialIsOne) {
+    const struct {
+        AuthorizationChoice choice;
+        const char* text;
+    } expected[] = {{AuthorizationChoice::Polkit, ""},
+                    {AuthorizationChoice::Granted, "changes are allowed"},
+                    {AuthorizationChoice::Denied, "changes stay locked"}};
+    for (const auto& row : expected) {
+        Options options;
+        options.authorization = row.choice;
+        start({panes.add("Pane" + std::to_string(static_cast<int>(row.choice)))}, options);
+        EXPECT_EQ(texts().contains("Trial run"), *row.text != '\0');
+        EXPECT_TRUE(texts().contains(row.text)) << texts().toStdString();
+    }
+}
+
+std::ptrdiff_t entriesOf(const char* folder) {
+    return std::distance(std::filesystem::directory_iterator(folder), {});
+}
+
+TEST_F(SettingsHostTest, AHundredSelectionsKeepNoThreadDescriptorOrWindow) {
+    start({panes.add("A"), panes.add("B")});
+    const auto select = [&](int index) {
+        panes.forgetLog();
+        host->window().choosePane(index);
+        EXPECT_TRUE(tests::runUntil([&] { return panes.log().ends_with(" selected,"); }));
+    };
+    select(1);
+    select(0);
+    const auto count = [] {
+        return std::tuple(entriesOf("/proc/self/fd"), entriesOf("/proc/self/task"),
+                          QApplication::allWidgets().size());
+    };
+    const auto before = count();
+    for (int i = 1; i <= 100; ++i)
+        select(i % 2);
+    EXPECT_EQ(count(), before);
+}
+
+TEST_F(SettingsHostTest, RemembersItsSizeAndSurvivesADamagedMemory) {
+    start({});
+    EXPECT_TRUE(texts().contains("There are no panes"));
+    host->window().setGeometry(20, 30, 901, 611);
+    host->end();
+    start({});
+    EXPECT_EQ(host->window().size(), QSize(901, 611));
+    panes.folder().write("kelvane-settings.conf", "[window]\ngeometry=\"@ByteArray(\\x1\\xd9nonsense)\"\n");
+    start({});
+    EXPECT_EQ(host->window().size(), QSize(860, 600));
+}
+
+} // namespace
+} // namespace kelvane::host

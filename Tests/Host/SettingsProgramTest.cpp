@@ -1,0 +1,125 @@
+#include "Host/PaneBundles.h"
+#include "Tests/Harness/EnvironmentVariable.h"
+#include "Tests/Harness/RunUntil.h"
+#include "Tests/Host/PaneFolder.h"
+
+#include <QImage>
+#include <QProcess>
+#include <csignal>
+#include <gtest/gtest.h>
+
+namespace kelvane::host {
+namespace {
+
+using tests::EnvironmentVariable;
+
+TEST(PaneBundles, AreFoundOnceAndInOrder) {
+    const tests::PaneFolder own;
+    const tests::PaneFolder shared;
+    const auto named = [](const char* identifier) {
+        return tests::PaneFolder::Settings{{"CFBundleIdentifier", identifier}};
+    };
+    own.add("Zebra", named("z"));
+    const std::string first = own.add("First", named("f"));
+    shared.add("Other Zebra", named("z"));
+    shared.add("Anna", {});
+    shared.add("Broken", {}, "");
+    shared.folder().write("File.prefPane", "");
+    std::string titles;
+    for (const PaneDescription& pane :
+         findPanes({own.folder().path(), "/nonexistent", shared.folder().path()}, first, {}))
+        titles += pane.title + ',';
+    EXPECT_EQ(titles, "First,Anna,Zebra,Broken,");
+}
+
+TEST(PaneBundles, GetTheDaemonThatIsNamedOrTheirOwnOrTheUsualOne) {
+    const tests::PaneFolder panes;
+    const EnvironmentVariable runtime("XDG_RUNTIME_DIR", panes.folder().path().c_str());
+    const std::string own = panes.add("Own", {{"DaemonPath", "/own"}});
+    const std::string usual = panes.add("Usual", {{"DaemonPath", ""}});
+    const auto pathOf = [](const std::string& bundle, const char* named) {
+        return describePane(bundle, named).bundle->information("DaemonPath").stringValue();
+    };
+    EXPECT_EQ(pathOf(own, ""), "/own");
+    EXPECT_EQ(pathOf(own, "/named"), "/named");
+    EXPECT_EQ(pathOf(usual, "/named"), "/named");
+    EXPECT_TRUE(pathOf(usual, "").starts_with(panes.folder().path()));
+}
+
+TEST(PaneBundles, StandInTheDataFolders) {
+    const EnvironmentVariable user("XDG_DATA_HOME", "/user");
+    const EnvironmentVariable system("XDG_DATA_DIRS", "/one:relative::/two");
+    EXPECT_EQ(paneFolders("/program"),
+              (std::vector<std::string>{"/program/Bundles", "/user/kelvane/PreferencePanes",
+                                        "/one/kelvane/PreferencePanes", "/two/kelvane/PreferencePanes"}));
+}
+
+class SettingsProgram : public testing::Test {
+protected:
+    SettingsProgram() {
+        process.setProcessChannelMode(QProcess::MergedChannels);
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("XDG_CONFIG_HOME", QString::fromStdString(panes.folder().path()));
+        environment.insert("QT_QPA_PLATFORM", "offscreen");
+        process.setProcessEnvironment(environment);
+    }
+    void start(const QStringList& arguments) { process.start(KELVANE_SETTINGS, arguments); }
+    [[nodiscard]] int status() {
+        EXPECT_TRUE(process.waitForFinished(20'000));
+        EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
+        return process.exitCode();
+    }
+
+    const tests::PaneFolder panes;
+    const QString pictures = QString::fromStdString(panes.folder() / "pictures/new");
+    QProcess process;
+};
+
+TEST_F(SettingsProgram, TakesAPictureOfEachTabAndEnds) {
+    const QString bundle = QString::fromStdString(panes.add("A", {{"Tabs", "Status Back/up"}}));
+    start({"--pane", bundle, "--tab", "Nothing", "--screenshot", pictures, "--appearance", "dark"});
+    EXPECT_EQ(status(), 0);
+    const QString output = process.readAll();
+    EXPECT_TRUE(output.contains("there is no tab \"Nothing\"")) << output.toStdString();
+    for (const char* const name : {"/status.png", "/back-up.png"}) {
+        EXPECT_TRUE(output.contains(pictures + name + '\n'));
+        const QImage picture(pictures + name);
+        EXPECT_EQ(picture.size(), QSize(860, 600));
+        EXPECT_LT(picture.pixelColor(850, 590).lightness(), 60);
+    }
+    EXPECT_TRUE(panes.log().ends_with("A selected,A tab Nothing,A tab Status,A tab Back/up,A unselected,"
+                                      "A deleted,"))
+        << panes.log();
+    EXPECT_FALSE(std::filesystem::exists(panes.folder() / "kelvane-settings.conf"));
+}
+
+TEST_F(SettingsProgram, FailsWhenItCannotWriteItsPictures) {
+    const std::string file = panes.folder().write("file", "");
+    start({"--pane", QString::fromStdString(panes.add("A")), "--screenshot", QString::fromStdString(file)});
+    EXPECT_EQ(status(), 1);
+    EXPECT_TRUE(process.readAll().contains("cannot write"));
+}
+
+TEST_F(SettingsProgram, EndsCleanlyOnASignal) {
+    start({"--pane", QString::fromStdString(panes.add("A"))});
+    EXPECT_TRUE(tests::runUntil([&] { return panes.log().ends_with("A selected,"); }));
+    ::kill(static_cast<pid_t>(process.processId()), SIGTERM);
+    EXPECT_EQ(status(), 0);
+    EXPECT_TRUE(panes.log().ends_with("A selected,A unselected,A deleted,"));
+    EXPECT_TRUE(std::filesystem::exists(panes.folder() / "kelvane-settings.conf"));
+}
+
+TEST_F(SettingsProgram, RefusesWhatItDoesNotKnow) {
+    for (const QStringList& wrong :
+         {QStringList{"--authorization", "maybe"}, {"--appearance", "pink"}, {"--unknown"}, {"word"}}) {
+        start(wrong);
+        EXPECT_EQ(status(), 2) << wrong.join(' ').toStdString();
+    }
+    process.setProcessEnvironment({});
+    start({});
+    EXPECT_EQ(status(), 1);
+    EXPECT_TRUE(process.readAll().contains("there is no display"));
+}
+
+} // namespace
+} // namespace kelvane::host

@@ -1,0 +1,182 @@
+#include "PreferencePane/Info/InfoWindowController.h"
+
+#include "Platform/Desktop/ComputerName.h"
+#include "PreferencePane/Info/InfoWindowRegistry.h"
+#include "PreferencePane/Services/OneLineLabel.h"
+#include "Support/FileSizeFormatter.h"
+#include "Tests/Harness/PaneDouble.h"
+#include "Tests/Harness/TemporaryFolder.h"
+
+#include <QComboBox>
+#include <QHelpEvent>
+#include <QTest>
+#include <gtest/gtest.h>
+
+namespace kelvane {
+namespace {
+
+using tests::PaneDouble;
+
+struct InfoWindow : testing::Test {
+    static OneLineLabel& field(const KelvaneInfoWindowController& controller, const char* name) {
+        return *controller.window()->findChild<OneLineLabel*>(name);
+    }
+    static QComboBox& where(const KelvaneInfoWindowController& controller) {
+        return *controller.window()->findChild<QComboBox*>("whereField");
+    }
+    // What the window says, by what screen readers call it.
+    static std::map<std::string, std::string> said(const KelvaneInfoWindowController& controller) {
+        std::map<std::string, std::string> texts;
+        for (const auto* const label : controller.window()->findChildren<OneLineLabel*>())
+            texts[label->accessibleDescription().toStdString()] = label->text().toStdString();
+        texts["Title"] = controller.window()->windowTitle().toStdString();
+        for (int item = 0; item < where(controller).count(); ++item)
+            texts["Where"] += where(controller).itemText(item).toStdString() + ';';
+        return texts;
+    }
+    static FileNodeRef fileAt(const std::string& path) {
+        return KelvaneFileNode::createWithDictionary(Dictionary{
+            {"fileName", "a.txt"}, {"displayName", "A"}, {"path", path}, {"size", 5'000'000'000U}});
+    }
+    // In the user's own way of writing numbers.
+    static std::string shortSize(std::uint64_t bytes) {
+        return FileSizeFormatter::sharedFileSizeAbbrevFormatter().stringFromNumber(bytes).value_or("");
+    }
+    void runPosted() { static_cast<tests::ManualLoop&>(*prefs.mainLoop()).runPosted(); }
+
+    PaneDouble prefs;
+};
+
+TEST_F(InfoWindow, TellsWhatIsKnownOfAFileAndNothingOfNone) {
+    KelvaneInfoWindowController controller(prefs);
+    EXPECT_FALSE(controller.window()->isVisible());
+    prefs.disk.files["/home/ann/Documents"] = FileAttributes::Kind::Directory;
+    const Date date{700'000'000};
+    const FileNodeRef file = fileAt("/home/ann/Documents/a.txt");
+    file->initWithDictionary(Dictionary{{"fileName", "a.txt"},
+                                        {"displayName", "A"},
+                                        {"path", "/home/ann/Documents/a.txt"},
+                                        {"size", 5'000'000'000U},
+                                        {"version", 3},
+                                        {"backupDate", date}});
+    controller.setFileNode(file);
+    EXPECT_TRUE(controller.window()->isVisible());
+    const std::map<std::string, std::string> expected{{"Title", "A Info"},
+                                                      {"File name", "A"},
+                                                      {"Kind", prefs.fileServices().kindOfExtension("txt")},
+                                                      {"Short size", shortSize(5'000'000'000U)},
+                                                      {"Size", "5000000000 bytes"},
+                                                      {"Where", "Documents;ann;" + computerName() + ';'},
+                                                      {"Backup date", prefs.fileServices().dateAndTime(date)},
+                                                      {"File version", "3"}};
+    EXPECT_EQ(said(controller), expected);
+
+    controller.closeInfoWindows();
+    EXPECT_FALSE(controller.window()->isVisible());
+    controller.setFileNode(nullptr);
+    EXPECT_TRUE(controller.window()->isVisible());
+    for (const auto& [name, text] : said(controller))
+        EXPECT_EQ(text, "") << name;
+    EXPECT_EQ(where(controller).count(), 0);
+}
+
+TEST_F(InfoWindow, LeavesEmptyWhatIsMissing) {
+    KelvaneInfoWindowController controller(prefs);
+    controller.setFileNode(KelvaneFileNode::create("a", false));
+    const std::map<std::string, std::string> expected{
+        {"Title", "a Info"}, {"File name", "a"}, {"Kind", ""},        {"Short size", shortSize(0U)},
+        {"Size", "0 bytes"}, {"Where", "--;"},   {"Backup date", ""}, {"File version", ""}};
+    EXPECT_EQ(said(controller), expected);
+}
+
+TEST_F(InfoWindow, KeepsItsFileWhenItsTreeGoes) {
+    KelvaneInfoWindowController controller(prefs);
+    FileNodeRef root = KelvaneFileNode::create("/", true);
+    root->setPath("/");
+    root->addChild(KelvaneFileNode::create("a.txt", false));
+    controller.setFileNode(root->childWithName("a.txt"));
+    root.reset();
+    EXPECT_EQ(controller.fileNode()->path(), "/a.txt");
+}
+
+TEST_F(InfoWindow, TakesTheComputersNameFromTheSettingsThatTheBundleNames) {
+    const tests::TemporaryFolder folder;
+    const std::string settings = folder.write(
+        "settings.plist", "<plist><dict><key>System</key><dict><key>System</key><dict><key>ComputerName</key>"
+                          "<string>Ann's</string></dict></dict></dict></plist>");
+    folder.write("Info.plist", "<plist><dict/></plist>");
+    folder.write("Resources/en.lproj/Localizable.strings",
+                 "<plist><dict><key>ConfigPlistPath</key><string>" + settings + "</string></dict></plist>");
+    PaneDouble named(std::make_shared<Bundle>(folder.path()));
+    KelvaneInfoWindowController controller(named);
+    controller.setFileNode(fileAt("/a.txt"));
+    EXPECT_EQ(said(controller)["Where"], "Ann's;");
+}
+
+TEST_F(InfoWindow, SnapsItsLocationBackWhateverIsChosen) {
+    KelvaneInfoWindowController controller(prefs);
+    controller.setFileNode(fileAt("/home/ann/Documents/a.txt"));
+    QTest::keyClick(&where(controller), Qt::Key_End);
+    EXPECT_EQ(where(controller).currentIndex(), 0);
+    QTest::keyClick(&where(controller), Qt::Key_Down);
+    EXPECT_EQ(where(controller).currentIndex(), 0);
+}
+
+TEST_F(InfoWindow, ShowsALongOrStrangeNameAsOneLineAndAllOfItInATip) {
+    KelvaneInfoWindowController controller(prefs);
+    const FileNodeRef file = fileAt("/a.txt");
+    const std::string name = "<b>Minutes</b>\nof " + std::string(200, 'x') + " 2024.odt";
+    file->setDisplayName(name);
+    controller.setFileNode(file);
+    OneLineLabel& label = field(controller, "nameField");
+    EXPECT_LT(controller.window()->width(), 600);
+    EXPECT_TRUE(label.shownText().startsWith("<b>Minutes</b> of ")) << label.shownText().toStdString();
+    EXPECT_TRUE(label.shownText().contains(QChar(0x2026)));
+    EXPECT_TRUE(label.shownText().endsWith("2024.odt"));
+    EXPECT_EQ(label.text().toStdString(), name);
+
+    QHelpEvent asking(QEvent::ToolTip, {}, {});
+    QCoreApplication::sendEvent(&label, &asking);
+    EXPECT_TRUE(label.toolTip().contains("&lt;b&gt;Minutes&lt;/b&gt;")) << label.toolTip().toStdString();
+    QCoreApplication::sendEvent(&field(controller, "kindField"), &asking);
+    EXPECT_EQ(field(controller, "kindField").toolTip(), "");
+}
+
+TEST_F(InfoWindow, IsOneForEachFileOfTheRegistry) {
+    InfoWindowRegistry registry(prefs);
+    const FileNodeRef file = fileAt("/a.txt");
+    registry.showInfoWindowForFileNode(file);
+    registry.showInfoWindowForFileNode(file);
+    EXPECT_EQ(registry.controllers().size(), 1U);
+    registry.showInfoWindowForFileNode(fileAt("/a.txt"));
+    ASSERT_EQ(registry.controllers().size(), 2U);
+
+    // The pane is unselected.
+    KelvaneInfoWindowController ofTab(prefs);
+    prefs.mainView()->show();
+    ofTab.setFileNode(file);
+    ofTab.closeInfoWindows();
+    prefs.mainView()->hide();
+    ASSERT_EQ(registry.controllers().size(), 2U);
+    for (const auto& controller : registry.controllers())
+        EXPECT_TRUE(controller->window()->isVisible());
+}
+
+TEST_F(InfoWindow, OfTheRegistryEndsOnceItHasBeenClosedAndTheEventIsOver) {
+    InfoWindowRegistry registry(prefs);
+    const FileNodeRef file = fileAt("/a.txt");
+    registry.showInfoWindowForFileNode(file);
+    const QPointer<QDialog> window = registry.controllers()[0]->window();
+    QTest::keyClick(window, Qt::Key_Escape);
+    EXPECT_TRUE(registry.controllers().empty());
+    EXPECT_TRUE(window);
+    // Asked for again before that: a new one.
+    registry.showInfoWindowForFileNode(file);
+    runPosted();
+    EXPECT_FALSE(window);
+    ASSERT_EQ(registry.controllers().size(), 1U);
+    EXPECT_TRUE(registry.controllers()[0]->window()->isVisible());
+}
+
+} // namespace
+} // namespace kelvane

@@ -1,0 +1,145 @@
+#include "Platform/Desktop/Broadcast.h"
+#include "Support/DefaultsDB.h"
+#include "Tests/Status/StatusTabTest.h"
+
+#include <QWheelEvent>
+
+namespace kelvane::tests {
+namespace {
+
+class Choosing : public StatusTabTest {
+protected:
+    void SetUp() override {
+        connect();
+        showTab();
+        daemon.forgetCalls();
+    }
+    // What the daemon was told since the last time, in order.
+    [[nodiscard]] Strings orders() {
+        poll(); // once that is answered it has taken what came before
+        Strings orders;
+        for (const ReceivedCall& call : daemon.calls())
+            if (call.selector.starts_with("set"))
+                orders.push_back(call.selector + call.arguments[0].description());
+        daemon.forgetCalls();
+        return orders;
+    }
+    [[nodiscard]] static std::int32_t storedMode() {
+        return DefaultsDB::intProperty("modeSelectionPopupIndex", false, -1);
+    }
+};
+
+TEST_F(Choosing, ActsWarnsAndStoresByTheModeThatIsLeft) {
+    struct {
+        int chosen;
+        const char* warning; // what the sheet ends with; empty for none
+        const char* answer;
+        Strings orders;
+        int mode;
+        int stored;
+    } const steps[] = {
+        {0, "", "", {}, 0, -1}, // it is that already
+        {1, "", "", {"setPausedMinutes:1440"}, 1, 1},
+        {0, "", "", {"setPausedMinutes:0", "setRecoverMode:0"}, 0, 0},
+        {2, "put Kelvane in Recover Mode? ", "Cancel", {}, 0, 0},
+        {2,
+         "backup.\n\nAre you sure you want to put Kelvane in Recover Mode? ",
+         "Proceed",
+         {"setRecoverMode:1", "setPausedMinutes:0"},
+         2,
+         2},
+        {0,
+         "need.\n\nAre you sure you want to exit Recover Mode and resume your backup? ",
+         "Cancel",
+         {},
+         2,
+         2},
+        {0, "resume your backup? ", "Proceed", {"setPausedMinutes:0", "setRecoverMode:0"}, 0, 0},
+    };
+    for (const auto& step : steps) {
+        SCOPED_TRACE(step.warning + std::to_string(step.chosen));
+        choose(step.chosen);
+        ASSERT_EQ(sheet() != nullptr, *step.warning != '\0');
+        if (sheet()) {
+            EXPECT_TRUE(sheet()->text().endsWith(step.warning)) << sheet()->text().toStdString();
+            EXPECT_EQ(sheet()->windowModality(), Qt::WindowModal);
+            answer(step.answer);
+        }
+        EXPECT_EQ(modes().currentIndex(), step.mode); // at once
+        EXPECT_EQ(orders(), step.orders);
+        EXPECT_EQ(modes().currentIndex(), step.mode);
+        EXPECT_EQ(storedMode(), step.stored);
+    }
+}
+
+TEST_F(Choosing, AListThatIsOpenStandsStillAndTakesNoChoiceThatIsGone) {
+    modes().showPopup();
+    daemon.answer("pausedMinutes", 30U);
+    setState("paused", true);
+    EXPECT_TRUE(text("daemonModeField").starts_with("Kelvane is paused"));
+    EXPECT_EQ(items() + std::to_string(modes().currentIndex()), "EPRD0");
+    decide(2);
+    EXPECT_EQ(sheet(), nullptr);
+    EXPECT_EQ(orders(), Strings());
+    EXPECT_EQ(items() + std::to_string(modes().currentIndex()), "EPrd1");
+
+    modes().showPopup();
+    daemon.answerAsUsual("pausedMinutes");
+    setState("paused", false);
+    modes().hidePopup();
+    QCoreApplication::processEvents();
+    EXPECT_EQ(items() + std::to_string(modes().currentIndex()), "EPRD0");
+}
+
+TEST_F(Choosing, NeitherTheWheelNorAKeyChooses) {
+    QWheelEvent wheel({5, 5}, {5, 5}, {}, {0, -120}, Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
+    QCoreApplication::sendEvent(&modes(), &wheel);
+    EXPECT_FALSE(wheel.isAccepted());
+    QTest::keyClick(&modes(), Qt::Key_PageDown);
+    EXPECT_FALSE(modes().view()->isVisible());
+    QTest::keyClick(&modes(), Qt::Key_Down);
+    EXPECT_TRUE(modes().view()->isVisible());
+    EXPECT_EQ(modes().currentIndex(), 0);
+    EXPECT_EQ(orders(), Strings());
+}
+
+TEST_F(Choosing, ADaemonThatDiesBehindTheSheetIsSoughtAgainButNotFromAHiddenPane) {
+    for (const bool isHidden : {false, true}) {
+        tab->didSelectPrefPane();
+        choose(2);
+        loseDaemon();
+        pane.calls.clear();
+        if (isHidden)
+            tab->writeStatusFieldsToDefaultsDB(); // takes the sheet along
+        else
+            answer("Proceed");
+        ASSERT_TRUE(runUntil([this] { return sheet() == nullptr; }));
+        EXPECT_EQ(pane.calls.empty() || pane.calls.front() != "didSelect", isHidden);
+        EXPECT_EQ(modes().currentIndex(), 3);
+        ASSERT_TRUE(daemon.start());
+        loop->advance(1s);
+    }
+}
+
+TEST_F(Choosing, SettingsReachTheDaemonAndTheMenuBarAgent) {
+    Strings senders;
+    const BroadcastListener agent("com.kelvane.notify.defaultsPropertyChanged",
+                                  [&](const std::string& sender) { senders.push_back(sender); });
+    ASSERT_EQ(agent.error(), "");
+    click("lowerPriorityButton");
+    EXPECT_EQ(orders(), Strings{"setLowerPriorityMode:1"});
+    click("showMenuButton");
+    EXPECT_EQ(DefaultsDB::stringProperty("showKelvaneStatusInMenuBar"), "NO");
+    EXPECT_TRUE(runUntil([&] { return senders == Strings{"com.kelvane.prefsPane"}; }));
+}
+
+TEST_F(Choosing, PagesOpenWithTheAccountFilledInWhenTheServerIsKnown) {
+    click("openAccountButton");
+    tab->openURLUsingKey("Online Help URL"); // of which this bundle has none
+    daemon.answer("serverURL", "");
+    tab->openURLUsingKey("Open Account URL");
+    EXPECT_EQ(pane.opened(), Strings{"http://backup.example.net/a?481516&maria@example.net"});
+}
+
+} // namespace
+} // namespace kelvane::tests

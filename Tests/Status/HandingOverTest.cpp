@@ -1,0 +1,188 @@
+#include "Platform/FileDescriptor.h"
+#include "Support/DefaultsDB.h"
+#include "Tests/Status/StatusTabTest.h"
+
+#include <csignal>
+#include <fcntl.h>
+#include <sys/wait.h>
+
+namespace kelvane::tests {
+namespace {
+
+// The tab without a daemon: Enabled runs Enable, and uninstalling is offered.
+class HandingOver : public StatusTabTest {
+protected:
+    void SetUp() override { showTab(); }
+    // A tool of the bundle that notes down what it is given before it does something.
+    void writeTool(const std::string& name, const std::string& andThen) const {
+        const std::string script =
+            folder.write("Helpers/" + name, "#!/bin/sh\ncd '" + folder.path() +
+                                                "'\necho $* >arguments\nps -o pgid= -p $$ >group\n"
+                                                "stat -c %a auth >mode\ncat auth >copy\n" +
+                                                andThen + "\n");
+        ASSERT_EQ(::chmod(script.c_str(), 0755), 0);
+    }
+    static std::string leaveWord(int word) {
+        return "printf '\\00" + std::to_string(word) + "' | dd of=auth bs=1 seek=36 conv=notrunc status=none";
+    }
+    void uninstall() const {
+        click("uninstallButton");
+        answer("Uninstall");
+    }
+    [[nodiscard]] bool hasRun() const { return folder.names().contains("arguments"); }
+    void expectNothingLeft() const {
+        EXPECT_FALSE(folder.names().contains("auth"));
+        EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1) << "a child or its zombie";
+    }
+    const std::string uid = std::to_string(::getuid());
+};
+
+TEST_F(HandingOver, TheFileHoldsTheAuthorizationAndZerosForTheTimeOfTheTool) {
+    const AuthorizationForm form = authorizationForm(currentProcess().value());
+    const std::string whole = std::string(form.begin(), form.end()) + std::string(8, '\0');
+    writeTool("Enable", "exit 0");
+    for (const char* const before : {"", "one of our own, from another time, and longer"}) {
+        folder.write(*before ? "auth" : "nothing", before);
+        choose(0);
+        EXPECT_EQ(folder.read("copy"), whole);
+        EXPECT_EQ(folder.read("mode"), "700\n");
+        EXPECT_EQ(folder.read("arguments"), "0 " + uid + " load\n");
+        expectNothingLeft();
+    }
+    EXPECT_TRUE(pane.flags().enableAuthorized);
+}
+
+TEST_F(HandingOver, WhatIsNotThisUsersOwnFileIsRefused) {
+    const std::string target = folder.write("target", "precious");
+    const std::function<int()> obstacles[] = {
+        [&] { return ::symlink(target.c_str(), handOffPath.c_str()); },
+        [&] { return ::link(target.c_str(), handOffPath.c_str()); },
+        [&] { return ::mkfifo(handOffPath.c_str(), 0600); },
+        [&] { // somebody else's, which only root can make
+            folder.write("auth", "");
+            return ::geteuid() == 0 ? ::chown(handOffPath.c_str(), 65534, 65534)
+                                    : ::unlink(handOffPath.c_str()) + ::mkdir(handOffPath.c_str(), 0);
+        },
+    };
+    writeTool("Enable", "exit 3");
+    for (const auto& obstacle : obstacles) {
+        ASSERT_EQ(obstacle(), 0);
+        choose(0);
+        EXPECT_FALSE(hasRun());
+        EXPECT_EQ(folder.read("target"), "precious");
+    }
+    expectNothingLeft();
+    pane.flags().enableAuthorized = true;
+    choose(0);
+    EXPECT_TRUE(hasRun()); // nothing is in the way any more
+    EXPECT_FALSE(pane.flags().enableAuthorized);
+}
+
+TEST_F(HandingOver, DisablingLastsUntilTheLinkDropsOrEndsWithARefusal) {
+    connect();
+    writeTool("Disable", "exit 0");
+    choose(3);
+    EXPECT_EQ(folder.read("arguments"), "0 " + uid + " unload\n");
+    EXPECT_EQ(modes().currentIndex(), 3); // though the daemon still answers
+    EXPECT_EQ(DefaultsDB::intProperty("modeSelectionPopupIndex"), 3);
+    loseDaemon();
+    ASSERT_TRUE(daemon.start());
+    loop->advance(1s);
+    EXPECT_EQ(modes().currentIndex(), 0);
+
+    writeTool("Disable", "exit 1");
+    choose(3);
+    EXPECT_FALSE(pane.flags().disableAuthorized);
+    EXPECT_EQ(modes().currentIndex(), 0);
+    EXPECT_TRUE(modes().isEnabled());
+}
+
+TEST_F(HandingOver, ARefusedAuthorizationRunsNothingAndGoesOnAsIfItHad) {
+    pane.lock = std::make_unique<FixedAuthorization>(std::make_shared<QtMainLoop>(), false);
+    writeTool("Enable", "exit 0");
+    pane.calls.clear();
+    choose(0);
+    EXPECT_FALSE(hasRun());
+    EXPECT_EQ(pane.calls.front(), "didSelect");
+    EXPECT_EQ(DefaultsDB::intProperty("modeSelectionPopupIndex", false, -1), 0);
+    connect();
+    pane.flags().disableAuthorized = true; // of an earlier time, and not looked at again
+    choose(3);
+    EXPECT_EQ(modes().currentIndex(), 3);
+}
+
+TEST_F(HandingOver, APaneThatIsHiddenWhileAToolRunsBeginsNoConnection) {
+    writeTool("Enable", "while [ ! -e go ]; do :; done");
+    QTimer hiding;
+    QObject::connect(&hiding, &QTimer::timeout, [&] {
+        if (!hasRun())
+            return;
+        EXPECT_FALSE(modes().isEnabled());
+        tab->writeStatusFieldsToDefaultsDB();
+        folder.write("go", "");
+        hiding.stop();
+    });
+    hiding.start(0);
+    pane.calls.clear();
+    choose(0);
+    EXPECT_TRUE(hasRun());
+    EXPECT_NE(pane.calls.front(), "didSelect");
+}
+
+TEST_F(HandingOver, APaneThatIsHiddenWhileItAsksTakesTheQuestionBack) {
+    struct Question : FixedAuthorization {
+        using FixedAuthorization::FixedAuthorization;
+        void unlock(std::function<void(bool)> completion) override { answered = std::move(completion); }
+        void cancelUnlock() override { std::exchange(answered, {})(false); }
+        std::function<void(bool)> answered;
+    };
+    pane.lock = std::make_unique<Question>(std::make_shared<QtMainLoop>(), true);
+    writeTool("Enable", "");
+    QTimer::singleShot(0, &modes(), [this] { tab->writeStatusFieldsToDefaultsDB(); });
+    choose(0); // or this never ends
+    EXPECT_FALSE(hasRun());
+}
+
+TEST_F(HandingOver, UninstallingOpensTheSurveyAndEndsTheHost) {
+    writeTool("Uninstall", leaveWord(1));
+    click("uninstallButton");
+    answer("Cancel");
+    EXPECT_FALSE(hasRun());
+    EXPECT_EQ(pane.opened(), Strings());
+    uninstall();
+    EXPECT_EQ(pane.opened(), Strings{"http://ex.org/why"});
+    EXPECT_EQ(folder.read("arguments"), std::to_string(::getpid()) + ' ' + uid + " uninstall\n");
+    EXPECT_NE(std::stoi(folder.read("group")), ::getpgrp());
+    EXPECT_EQ(pane.calls.back(), "terminateHost");
+    expectNothingLeft();
+    tab->writeStatusFieldsToDefaultsDB();
+    EXPECT_FALSE(DefaultsDB::stringProperty("lastBackupStatusStr")); // nothing comes back
+}
+
+TEST_F(HandingOver, AnUninstallerThatFailsOrDiesIsToldOf) {
+    for (const std::string& end : {leaveWord(2), std::string("exit 0"), std::string("kill -9 $$")}) {
+        writeTool("Uninstall", end);
+        uninstall();
+        ASSERT_NE(sheet(), nullptr) << end;
+        EXPECT_EQ(sheet()->text(), "The un-installer was unable to run");
+        EXPECT_TRUE(sheet()->informativeText().startsWith("Re-authenticate and try again."));
+        answer("OK");
+        expectNothingLeft();
+    }
+    folder.write("Helpers/Uninstall", "no program\n"); // cannot be executed
+    uninstall();
+    answer("OK");
+    EXPECT_NE(pane.calls.back(), "terminateHost");
+}
+
+TEST_F(HandingOver, AToolInheritsNoDescriptorAndNoIgnoredSignal) {
+    std::signal(SIGPIPE, SIG_IGN);
+    const FileDescriptor leak(::open(folder.write("secret", "").c_str(), O_RDONLY));
+    writeTool("Enable", "ls -l /proc/$$/fd >fds\ngrep SigIgn /proc/$$/status >signals");
+    choose(0);
+    EXPECT_EQ(std::stoull(folder.read("signals").substr(7), nullptr, 16) & (1U << (SIGPIPE - 1U)), 0U);
+    EXPECT_EQ(folder.read("fds").find("secret"), std::string::npos) << folder.read("fds");
+}
+
+} // namespace
+} // namespace kelvane::tests

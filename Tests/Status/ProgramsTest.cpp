@@ -1,0 +1,143 @@
+// The bundle's tools as programs, on the real local daemon and the real polkitd.
+
+#include "Platform/Desktop/PolicyFile.h"
+#include "PreferencePane/Auxiliary/HandOffFile.h"
+#include "Tests/Desktop/PrivatePolkit.h"
+#include "Tests/Tools/ChildProgram.h"
+
+#include <filesystem>
+#include <set>
+#include <sys/stat.h>
+
+namespace kelvane::tests {
+namespace {
+
+using Strings = std::vector<std::string>;
+
+// A user whose folders are the test's. The tools find the trampoline beside them and the daemon on the PATH.
+class Programs : public testing::Test {
+protected:
+    Programs() { std::filesystem::create_directories(folder / "home"); }
+    ~Programs() override { EXPECT_EQ(run("Disable", {"0", uid, "unload"}), ""); }
+
+    // What it complains of.
+    std::string run(const std::string& tool, const Strings& arguments) {
+        Strings words{std::string(PANE_TOOLS) + '/' + tool};
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        const Strings environment{"PATH=" + path,
+                                  "HOME=" + folder / "home",
+                                  "XDG_CONFIG_HOME=" + folder / "config",
+                                  "XDG_STATE_HOME=" + folder / "state",
+                                  "XDG_RUNTIME_DIR=" + folder / "run",
+                                  "DBUS_SYSTEM_BUS_ADDRESS=" + busAddress};
+        const ChildProgram::Result result = ChildProgram(words, environment).finish();
+        status = result.status;
+        return result.errors;
+    }
+    [[nodiscard]] bool isServing() const {
+        return std::filesystem::exists(folder / "run/kelvane/daemon.sock");
+    }
+
+    const TemporaryFolder folder;
+    const std::string uid = std::to_string(::getuid());
+    const std::string pid = std::to_string(::getpid());
+    std::string path = DAEMON_FOLDER;
+    std::string busAddress = "unix:path=/nowhere";
+    int status = -1; // of the last one
+};
+
+TEST_F(Programs, NonsenseIsRefusedWithAClearLine) {
+    const std::pair<std::string, Strings> cases[] = {
+        {"Enable", {}},
+        {"Enable", {"0", uid, "unload"}},
+        {"Enable", {"1", uid, "load"}},
+        {"Enable", {"0", uid + "x", "load"}},
+        {"Disable", {"0", "4711", "unload"}}, // somebody else
+        {"Uninstall", {"0", uid, "uninstall"}},
+        {"Uninstall", {"99999999999", uid, "uninstall"}},
+        {"Uninstall", {pid, "4711", "uninstall"}},
+    };
+    for (const auto& [tool, arguments] : cases) {
+        EXPECT_TRUE(run(tool, arguments).starts_with(tool + ": usage: " + tool)) << arguments.size();
+        EXPECT_EQ(status, 64);
+    }
+}
+
+TEST_F(Programs, EnableAndDisableStartAndStopTheDaemonByTrampolineAndLink) {
+    path = "/nowhere";
+    EXPECT_EQ(run("Enable", {"0", uid, "load"}),
+              "Enable: kelvane-local-daemon is neither beside this program nor on the PATH\n");
+    EXPECT_EQ(status, 69);
+    path = DAEMON_FOLDER;
+    for (const bool isEnabling : {true, true, false, false}) {
+        EXPECT_EQ(isEnabling ? run("Enable", {"0", uid, "load"}) : run("Disable", {"0", uid, "unload"}), "");
+        EXPECT_EQ(isServing(), isEnabling);
+    }
+}
+
+TEST_F(Programs, WhereThereIsAUserManagerTheDaemonIsAUnitOfIts) {
+    const std::string odd = folder / "odd 50% \"x\"";
+    std::filesystem::create_directory_symlink(DAEMON_FOLDER, odd);
+    folder.write("run/systemd/private", "");
+    const std::string manager =
+        folder.write("bin/systemctl", "#!/bin/sh\ncd '" + folder.path() +
+                                          "'\necho \"$*\" >>orders\ncase \"$*\" in *'enable --now'*) "
+                                          "kelvane-local-daemon </dev/null >/dev/null 2>&1 & esac\n");
+    ASSERT_EQ(::chmod(manager.c_str(), 0755), 0);
+    path = odd + ':' + folder / "bin" + ":/usr/bin:/bin";
+    EXPECT_EQ(run("Enable", {"0", uid, "load"}), "");
+    EXPECT_NE(folder.read("config/systemd/user/kelvane-local-daemon.service")
+                  .find("ExecStart=\"" + folder / "odd 50%% \\\"x\\\"/kelvane-local-daemon" + "\"\n"),
+              std::string::npos);
+    EXPECT_EQ(run("Disable", {"0", uid, "unload"}), "");
+    EXPECT_FALSE(isServing());
+    EXPECT_EQ(folder.read("orders"), "--user --quiet daemon-reload\n"
+                                     "--user --quiet enable --now kelvane-local-daemon.service\n"
+                                     "--user --quiet disable --now kelvane-local-daemon.service\n");
+    folder.write("bin/systemctl", "#!/bin/sh\nexit 5\n");
+    EXPECT_EQ(run("Enable", {"0", uid, "load"}),
+              "Enable: systemctl --user --quiet daemon-reload ended with status 5\n");
+    std::filesystem::remove(folder / "run/systemd/private");
+}
+
+TEST_F(Programs, UninstallRemovesWhatIsTheUsersOnlyWithTheRight) {
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "needs root, for a private polkitd that grants what it knows";
+    const RightDefinition right{"com.kelvane.prefs.change", "Change what Kelvane backs up", "Test"};
+    const std::string policy = policyFolder + ('/' + right.name + ".policy");
+    const bool isOurs = !std::filesystem::exists(policy);
+    ASSERT_EQ(isOurs ? installPolicy(right, policyFolder) : "", "");
+    const std::set<std::string> gone{
+        "config/com.kelvane.preferences.plist", "config/kelvane/local-daemon.plist",
+        "config/systemd/user/kelvane-local-daemon.service", "state/kelvane/local-daemon-state.plist"};
+    const std::set<std::string> kept{"config/kelvane/mine", "state/kelvane/backup/data", "home/letter"};
+    for (const auto& files : {gone, kept})
+        for (const std::string& file : files)
+            folder.write(file, "");
+    const auto handOff = HandOffFile::create(folder / "auth");
+    const auto uninstall = [&](const ProcessIdentity& process) {
+        std::ranges::copy(authorizationForm(process), handOff->form().begin());
+        static_cast<void>(run("Uninstall", {pid, uid, "uninstall", folder / "auth"}));
+        EXPECT_EQ(handOff->completionWord(), status == 0 ? 1U : static_cast<unsigned>(status));
+        return status;
+    };
+    const auto exists = [&](const std::string& file) { return std::filesystem::exists(folder / file); };
+
+    const ProcessIdentity self = currentProcess().value();
+    EXPECT_EQ(uninstall(self), 69); // no polkit
+    const PrivatePolkit polkit;
+    busAddress = polkit.address().toStdString();
+    EXPECT_EQ(uninstall({1, 1, self.uid}), 77);
+    EXPECT_NE(uninstall({self.pid, self.startTime + 1, self.uid}), 0); // who had this id before
+    EXPECT_TRUE(std::all_of(gone.begin(), gone.end(), exists));
+    EXPECT_EQ(run("Enable", {"0", uid, "load"}), "");
+    EXPECT_EQ(uninstall(self), 0);
+    EXPECT_FALSE(isServing());
+    EXPECT_TRUE(std::none_of(gone.begin(), gone.end(), exists));
+    EXPECT_TRUE(std::all_of(kept.begin(), kept.end(), exists));
+    if (isOurs)
+        std::filesystem::remove(policy);
+}
+
+} // namespace
+} // namespace kelvane::tests

@@ -1,0 +1,192 @@
+#include "PreferencePane/Services/ActivityBar.h"
+#include "Support/DefaultsDB.h"
+#include "Tests/Status/StatusTabTest.h"
+
+#include <QAccessible>
+#include <QCheckBox>
+
+namespace kelvane::tests {
+namespace {
+
+TEST_F(StatusTabTest, ShowsEachModeInPopUpSentenceAndControls) {
+    struct {
+        std::function<void()> enter;
+        int index;
+        const char* items;
+        const char* sentence;
+    } const steps[] = {
+        {[] {}, 0, "EPRD", "Kelvane is actively monitoring"},
+        {[this] { setState("recoverMode", true); }, 2, "EpRd", "Kelvane will not make any changes"},
+        {[this] {
+             daemon.answer("pausedMinutes", 61U); // beats the recover mode
+             setState("paused", true);
+         },
+         1, "EPrd", "Kelvane is paused. Your backup will automatically resume in 2 hours."},
+        {[this] {
+             setState("recoverMode", false);
+             loseDaemon();
+         },
+         3, "EprD", "While Kelvane is disabled, no files"},
+    };
+    connect();
+    showTab();
+    for (const auto& step : steps) {
+        pane.flags().manualToggleButtonEnable = true;
+        step.enter();
+        const bool isDisabled = step.index == 3;
+        EXPECT_EQ(modes().currentIndex(), step.index);
+        EXPECT_EQ(items(), step.items);
+        EXPECT_TRUE(text("daemonModeField").starts_with(step.sentence)) << text("daemonModeField");
+        EXPECT_EQ(control("backupProgress").isVisible(), step.index == 0);
+        EXPECT_EQ(control("uninstallButton").isVisible(), isDisabled);
+        EXPECT_EQ(pane.flags().manualToggleButtonEnable, !isDisabled);
+        EXPECT_EQ(pane.calls.back(), isDisabled ? "enableBackupTabItems 0" : "enableBackupTabItems 1");
+        EXPECT_EQ(tab->inRecoverMode(), step.index == 2);
+        pane.isAuthorized = false;
+        tab->refreshStatusModePopup();
+        EXPECT_EQ(items() + std::to_string(modes().currentIndex()), "eprd" + std::to_string(step.index));
+        pane.isAuthorized = true;
+    }
+}
+
+TEST_F(StatusTabTest, ShowsWhatTheDaemonSaysAsItChanges) {
+    showTab();
+    connect();
+    const auto& bar = control<ActivityBar>("backupProgress");
+    EXPECT_EQ(text("backupField"), "Backup in progress");
+    EXPECT_EQ(text("backupContainsField"), "57.08 GB (48213 files)");
+    EXPECT_EQ(text("accountField"), "maria@example.net");
+    EXPECT_EQ(text("versionField"), "Version 1.2");
+    EXPECT_EQ(bar.value(), 93);
+    EXPECT_TRUE(bar.isAnimating());
+    EXPECT_TRUE(control("openAccountButton").isEnabled());
+    EXPECT_TRUE(control("referButton").isHidden());
+    EXPECT_TRUE(pane.flags().accountAuthorized);
+
+    setState("lowerPriorityMode", true);
+    EXPECT_TRUE(control<QCheckBox>("lowerPriorityButton").isChecked());
+    setState("serviceState", 8U);
+    EXPECT_FALSE(bar.isAnimating());
+    setState("serviceState", 7U);
+    setState("serviceState", 17U); // leaves the animation as it is
+    EXPECT_TRUE(bar.isAnimating());
+    setState("isQuotaLimited", true);
+    EXPECT_TRUE(bar.isVisible());
+    setState("isOverQuota", true);
+    EXPECT_FALSE(bar.isVisible());
+
+    daemon.answer("userEmail", "<b>x</b>");
+    daemon.answer("computerNumber", 0);
+    setState("pendingFileCount", "many"); // of another kind
+    EXPECT_EQ(text("backupAwaitingField"), "3.83 GB (0 files)");
+    EXPECT_EQ(control<QLabel>("accountField").textFormat(), Qt::PlainText);
+    EXPECT_FALSE(control("openAccountButton").isEnabled());
+
+    for (const bool isUnlocked : {false, true}) {
+        pane.isAuthorized = isUnlocked;
+        pane.post(KelvanePrefPaneDaemonStateChangedNotification);
+        EXPECT_EQ(control("lowerPriorityButton").isEnabled(), isUnlocked);
+        EXPECT_EQ(control("showMenuButton").isEnabled(), isUnlocked);
+    }
+    pane.calls.clear();
+    setState("serviceState", 15U);
+    EXPECT_TRUE(pane.calls[0].starts_with("message Kelvane cannot back up")) << pane.calls[0];
+    EXPECT_EQ(pane.calls[1] + pane.calls[2], "forceTabConfiguration 4setBadConfigurationFlag");
+}
+
+TEST_F(StatusTabTest, ShowsKeptFieldsUntilTheDaemonHasSpokenAndKeepsWhatItSaid) {
+    DefaultsDB::setStringProperty("Idle", "lastBackupStatusStr");
+    DefaultsDB::setStringProperty("old@x.org", "lastAcctEmailStr");
+    DefaultsDB::setIntProperty(42, "lastPercentageDoneInt");
+    DefaultsDB::setBoolProperty(true, "lastPrioritySettingBool");
+    DefaultsDB::setIntProperty(2, "modeSelectionPopupIndex"); // what was chosen last is not what is
+    showTab();
+    const auto& priority = control<QCheckBox>("lowerPriorityButton");
+    EXPECT_EQ(text("backupField") + text("backupContainsField") + text("accountField"), "Idleold@x.org");
+    EXPECT_EQ(control<ActivityBar>("backupProgress").value(), 42);
+    EXPECT_TRUE(priority.isChecked() && !priority.isEnabled());
+
+    connect();
+    EXPECT_FALSE(priority.isChecked());
+    loseDaemon();
+    tab->didSelectPrefPane();
+    EXPECT_EQ(text("backupField"), "Backup in progress");
+    tab->writeStatusFieldsToDefaultsDB();
+    EXPECT_EQ(DefaultsDB::stringProperty("lastBackupStatusStr"), "Backup in progress");
+    EXPECT_EQ(DefaultsDB::stringProperty("lastSizeOfBackupStr"), "57.08 GB (48213 files)");
+    EXPECT_EQ(DefaultsDB::stringProperty("lastNumberOfFilesAwaitingBackupStr"), "3.83 GB (1906 files)");
+    EXPECT_EQ(DefaultsDB::intProperty("lastPercentageDoneInt"), 93);
+    EXPECT_EQ(DefaultsDB::stringProperty("lastPrioritySettingBool"), "NO");
+}
+
+// The query that finds nobody is followed by one that finds the broken link, in the middle of being shown.
+TEST_F(StatusTabTest, ALinkThatIsLostWhileItIsAskedLeavesTheDisconnectedTab) {
+    const auto lose = [this] {
+        daemon.stop();
+        return Value();
+    };
+    const std::function<void()> losses[] = {
+        [&] { daemon.answerWith("userEmail", [&](const Array&) { return lose(); }); },
+        [&] { daemon.answerWith("pausedMinutes", [&](const Array&) { return lose(); }); },
+        [&] {
+            pane.whenRestoreIsEnabled = [&] {
+                lose();
+                pane.state->updateDaemonState();
+                EXPECT_TRUE(loop->runUntil([this] { return !pane.connected(); }));
+            };
+        },
+    };
+    showTab();
+    for (const auto& prepare : losses) {
+        connect();
+        prepare();
+        setState("currentBackupFile", pane.calls.size());
+        ASSERT_TRUE(loop->runUntil([this] { return !pane.connected(); }));
+        EXPECT_EQ(modes().currentIndex(), 3);
+        EXPECT_FALSE(control("lowerPriorityButton").isEnabled());
+        EXPECT_TRUE(control("uninstallButton").isVisible());
+        EXPECT_EQ(text("accountField"), "maria@example.net");
+        EXPECT_EQ(pane.calls.back(), "enableBackupTabItems 0");
+        daemon.answerAsUsual("userEmail");
+        daemon.answerAsUsual("pausedMinutes");
+        pane.state->onEnd();
+    }
+}
+
+TEST_F(StatusTabTest, TellsScreenReadersWhatEachValueIs) {
+    showTab();
+    const auto* const mode = QAccessible::queryAccessibleInterface(&modes());
+    EXPECT_EQ(mode->relations(QAccessible::RelationFlag::Label).at(0).first->text(QAccessible::Name),
+              "Backup mode");
+    const std::pair<const char*, const char*> values[] = {{"daemonModeField", "Mode explanation"},
+                                                          {"backupField", "Backup status"},
+                                                          {"backupContainsField", "Backup contains"},
+                                                          {"backupAwaitingField", "Awaiting backup"},
+                                                          {"accountField", "Account"},
+                                                          {"versionField", "Version"}};
+    for (const auto& [name, description] : values) {
+        auto* const label = QAccessible::queryAccessibleInterface(&control(name));
+        EXPECT_EQ(label->text(QAccessible::Description), description);
+        EXPECT_EQ(label->text(QAccessible::Name).toStdString(), text(name));
+    }
+}
+
+TEST_F(StatusTabTest, TakesEveryTextOfItsFormFromTheBundle) {
+    std::string table = "<plist><dict><key>DaemonModeDisabled</key><string>a&#13;b</string>";
+    for (const std::string_view key : statusFormTexts)
+        table.append("<key>").append(key).append("</key><string>~</string>");
+    folder.write("Resources/en.lproj/Localizable.strings", table + "</dict></plist>");
+    PaneDouble translated(std::make_shared<Bundle>(folder.path()), loop);
+    tab = std::make_unique<KelvaneStatusTabController>(translated);
+    for (const QWidget* const widget : tab->view()->findChildren<QWidget*>())
+        for (const QVariant& said : {widget->property("text"), widget->property("accessibleDescription")})
+            EXPECT_TRUE(said.toString().isEmpty() || said == "~" || said == "Version" || said == "0%")
+                << said.toString().toStdString();
+    EXPECT_EQ(modes().itemText(1), "~");
+    tab->awakeFromNib();
+    EXPECT_EQ(text("daemonModeField"), "a\nb");
+    tab.reset();
+}
+
+} // namespace
+} // namespace kelvane::tests

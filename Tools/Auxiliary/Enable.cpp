@@ -1,0 +1,11 @@
+// Enable 0 UID load
+//
+// Starts the local daemon of the user who runs it, now and at every log-in. Ends with 0 when the daemon
+// serves, 64 for arguments that make no sense, 69 when it does not; standard error says why.
+
+#include "Tools/Auxiliary/LocalService.h"
+#include "Tools/Auxiliary/ToolArguments.h"
+
+int main(int count, char** arguments) {
+    return kelvane::tools::runSwitch(count, arguments, "Enable", "load", kelvane::tools::startLocalDaemon);
+}

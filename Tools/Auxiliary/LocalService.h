@@ -1,0 +1,18 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace kelvane::tools {
+
+// The local daemon of this user, to be started and stopped: by the user's service manager where there is one,
+// else by the trampoline and over the daemon's own link. Each waits until it is so, for at most ten seconds,
+// and returns why it is not; empty when it is.
+
+[[nodiscard]] std::string startLocalDaemon();
+[[nodiscard]] std::string stopLocalDaemon();
+
+// The program of that name beside this one, else the first one on the PATH. Absolute.
+[[nodiscard]] std::optional<std::string> findProgram(const std::string& name);
+
+} // namespace kelvane::tools

@@ -1,0 +1,100 @@
+// Uninstall PID UID uninstall [FILE]
+//
+// Ends the local daemon of the user who runs it and removes what Kelvane has written for that user, when the
+// process PID, whose authorization stands in the hand-off file, has the right to it. Leaves its completion
+// word in that file.
+//
+// Ends with 0 when all is gone, 64 for arguments that make no sense, 66 for a hand-off file that is none, 77
+// when the right is missing, 69 when polkit cannot be asked, 71 when something could not be ended or removed;
+// standard error says why.
+
+#include "Platform/Desktop/Authorization.h"
+#include "Platform/FileDescriptor.h"
+#include "PreferencePane/Auxiliary/HandOffFile.h"
+#include "Tools/Auxiliary/LocalService.h"
+#include "Tools/Auxiliary/ToolArguments.h"
+#include "Tools/Auxiliary/UserData.h"
+#include "Tools/Auxiliary/UserUnit.h"
+
+#include <QCoreApplication>
+#include <cerrno>
+#include <csignal>
+#include <sysexits.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace {
+
+using namespace kelvane;
+using namespace kelvane::tools;
+
+constexpr const char* name = "Uninstall";
+constexpr const char* usage = "usage: Uninstall PID UID uninstall [FILE], with your own user id";
+constexpr const char* right = "com.kelvane.prefs.change";
+
+struct Order {
+    std::uint32_t pid = 0;
+    std::string handOffPath = HandOffFile::usualPath;
+};
+
+std::optional<Order> orderFrom(int count, char** arguments) {
+    if (count < 4 || count > 5 || arguments[3] != std::string_view("uninstall"))
+        return std::nullopt;
+    const auto pid = decimalNumber(arguments[1]);
+    if (!pid || *pid == 0 || decimalNumber(arguments[2]) != ::getuid())
+        return std::nullopt;
+    Order order{*pid};
+    if (count == 5)
+        order.handOffPath = arguments[4];
+    return order;
+}
+
+// 0 when it has the right.
+int checkRight(const std::optional<ProcessIdentity>& process, std::uint32_t pid) {
+    if (!process || process->pid != pid || process->uid != ::getuid())
+        return complain(name, "the hand-off file holds no authorization of process " + std::to_string(pid),
+                        EX_NOPERM);
+    switch (checkAuthorization(*process, right)) {
+    case AuthorizationAnswer::Granted: return 0;
+    case AuthorizationAnswer::Refused:
+        return complain(name, "process " + std::to_string(pid) + " may not do this", EX_NOPERM);
+    case AuthorizationAnswer::Unreachable: break;
+    }
+    return complain(name, "polkit, which says who may do this, cannot be asked", EX_UNAVAILABLE);
+}
+
+// Goes on after a failure: what can be removed is.
+int removeEverything() {
+    std::vector<std::string> failures = removeUserData();
+    if (const std::string failure = removeOwnUnit(); !failure.empty())
+        failures.push_back(failure);
+    for (const std::string& failure : failures)
+        complain(name, failure, EX_OSERR);
+    return failures.empty() ? 0 : EX_OSERR;
+}
+
+int uninstall(HandOffFile& handOff, std::uint32_t pid) {
+    if (const int status = checkRight(processOfForm(handOff.form()), pid))
+        return status;
+    // A daemon that goes on would write its settings again.
+    if (const std::string failure = stopLocalDaemon(); !failure.empty())
+        return complain(name, failure, EX_OSERR);
+    return removeEverything();
+}
+
+} // namespace
+
+int main(int count, char** arguments) {
+    occupyStandardDescriptors();
+    std::signal(SIGPIPE, SIG_IGN);
+    const auto order = orderFrom(count, arguments);
+    if (!order)
+        return complain(name, usage, EX_USAGE);
+    const QCoreApplication application(count, arguments);
+    const auto handOff = HandOffFile::open(order->handOffPath);
+    if (!handOff)
+        return complain(name, order->handOffPath + ": " + std::generic_category().message(errno), EX_NOINPUT);
+    const int status = uninstall(*handOff, order->pid);
+    handOff->complete(status == 0 ? HandOffFile::succeeded : static_cast<std::uint32_t>(status));
+    return status;
+}

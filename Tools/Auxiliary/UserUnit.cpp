@@ -1,0 +1,100 @@
+#include "Tools/Auxiliary/UserUnit.h"
+
+#include "Platform/FileContents.h"
+#include "Platform/SpecialFolders.h"
+#include "PreferencePane/Auxiliary/ChildProcess.h"
+
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+#include <unistd.h>
+
+namespace kelvane::tools {
+namespace {
+
+constexpr const char* packagedUnits = "/usr/lib/systemd/user/";
+constexpr mode_t unitMode = 0644;
+
+std::string ownUnitFolder() {
+    return configurationFolder() + "/systemd/user";
+}
+
+std::string ownUnitPath() {
+    return ownUnitFolder() + '/' + daemonUnit;
+}
+
+bool isThere(const std::string& path) {
+    return ::access(path.c_str(), F_OK) == 0;
+}
+
+std::string manage(std::vector<std::string> order) {
+    std::string text = "systemctl";
+    order.insert(order.begin(), {"--user", "--quiet"});
+    for (const std::string& word : order)
+        text += ' ' + word;
+    auto process = ChildProcess::start("systemctl", order);
+    if (!process)
+        return "cannot start " + text;
+    process->waitForEnd();
+    const int status = process->exitStatus();
+    return status == 0 ? "" : text + " ended with status " + std::to_string(status);
+}
+
+std::string writeOwnUnit(const std::string& program) {
+    if (!ensureFolder(ownUnitFolder()))
+        return "cannot make the folder " + ownUnitFolder() + ": " + std::generic_category().message(errno);
+    const std::string text = unitText(program);
+    const std::vector<std::uint8_t> bytes(text.begin(), text.end());
+    return replaceFileAtomically(ownUnitPath(), bytes, unitMode).reason;
+}
+
+} // namespace
+
+// By its own socket, which is there for as long as it runs.
+bool hasUserManager() {
+    const auto runtime = runtimeFolder();
+    return runtime && isThere(*runtime + "/systemd/private");
+}
+
+bool hasUnit() {
+    return isThere(ownUnitPath()) || isThere(std::string(packagedUnits) + daemonUnit);
+}
+
+std::string enableUnit(const std::string& program, bool startNow) {
+    std::string failure;
+    if (!isThere(std::string(packagedUnits) + daemonUnit))
+        failure = writeOwnUnit(program);
+    if (failure.empty())
+        failure = manage({"daemon-reload"});
+    if (failure.empty())
+        failure = manage(startNow ? std::vector<std::string>{"enable", "--now", daemonUnit}
+                                  : std::vector<std::string>{"enable", daemonUnit});
+    return failure;
+}
+
+std::string disableUnit() {
+    return manage({"disable", "--now", daemonUnit});
+}
+
+std::string removeOwnUnit() {
+    std::error_code error;
+    if (!std::filesystem::remove(ownUnitPath(), error))
+        return error ? "cannot remove " + ownUnitPath() + ": " + error.message() : "";
+    return hasUserManager() ? manage({"daemon-reload"}) : "";
+}
+
+// Quoted as the manager reads it: a percent sign would begin one of its specifiers.
+std::string unitText(const std::string& program) {
+    std::string quoted;
+    for (const char byte : program) {
+        if (byte == '"' || byte == '\\')
+            quoted += '\\';
+        quoted += byte;
+        if (byte == '%')
+            quoted += '%';
+    }
+    return "[Unit]\nDescription=Kelvane's backup daemon for this user\n\n[Service]\nExecStart=\"" + quoted +
+           "\"\nRestart=on-failure\n\n[Install]\nWantedBy=default.target\n";
+}
+
+} // namespace kelvane::tools

@@ -1,0 +1,44 @@
+// Makes a PNG from an SVG while the project is built: kelvane-rasterize-svg SVG PNG PIXELS.
+
+#include <QImage>
+#include <QPainter>
+#include <QSvgRenderer>
+#include <cstdio>
+#include <cstdlib>
+#include <sysexits.h>
+
+namespace {
+
+constexpr int mostPixels = 4096;
+
+// Square, with nothing behind the drawing. Null for what is no SVG.
+QImage drawn(const QString& file, int pixels) {
+    QSvgRenderer drawing(file);
+    if (!drawing.isValid())
+        return {};
+    QImage image(pixels, pixels, QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::transparent);
+    QPainter painter(&image);
+    drawing.render(&painter);
+    return image;
+}
+
+} // namespace
+
+int main(int count, char** arguments) {
+    const int pixels = count == 4 ? std::atoi(arguments[3]) : 0;
+    if (pixels < 1 || pixels > mostPixels) {
+        std::fputs("usage: kelvane-rasterize-svg SVG PNG PIXELS\n", stderr);
+        return EX_USAGE;
+    }
+    const QImage image = drawn(QString::fromLocal8Bit(arguments[1]), pixels);
+    if (image.isNull()) {
+        std::fprintf(stderr, "kelvane-rasterize-svg: %s is no drawing that can be read\n", arguments[1]);
+        return EX_DATAERR;
+    }
+    if (!image.save(QString::fromLocal8Bit(arguments[2]), "PNG")) {
+        std::fprintf(stderr, "kelvane-rasterize-svg: cannot write %s\n", arguments[2]);
+        return EX_CANTCREAT;
+    }
+    return EXIT_SUCCESS;
+}

@@ -1,0 +1,58 @@
+include(GNUInstallDirs)
+
+# A pane is a bundle folder with a plug-in in it.
+#
+#   kelvane_pane(About FOLDER Host/About LINKS kelvane_desktop Qt6::Widgets
+#                RESOURCES Resources/about.svg HELPERS kelvane-enable)
+#
+# makes About.prefPane below Bundles/ of the build folder, and installs it. The folder's Info.plist.in is the
+# information dictionary, with the project's version filled in; its .cpp files are the plug-in, the target
+# kelvane_pane_about. RESOURCES are files: what stands below a folder Resources/ keeps its place there, others, such as
+# generated ones, go to the top of the bundle's resources. HELPERS are targets of programs, each under its own
+# output name.
+function(kelvane_pane name)
+    cmake_parse_arguments(PANE "" "FOLDER" "LINKS;RESOURCES;HELPERS" ${ARGN})
+    string(TOLOWER "kelvane_pane_${name}" target)
+    set(folder "${PROJECT_SOURCE_DIR}/${PANE_FOLDER}")
+    set(bundle "${PROJECT_BINARY_DIR}/Bundles/${name}.prefPane")
+    configure_file("${folder}/Info.plist.in" "${bundle}/Info.plist" @ONLY)
+
+    file(GLOB sources CONFIGURE_DEPENDS "${folder}/*.cpp")
+    add_library(${target} MODULE ${sources})
+    target_link_libraries(${target} PRIVATE kelvane_options ${PANE_LINKS})
+    # Everything but its two names stays inside: a plug-in holds its own copy of the rooms that it links. What it
+    # misses is found here and not by the user.
+    set_target_properties(${target} PROPERTIES PREFIX "" OUTPUT_NAME "${name}" CXX_VISIBILITY_PRESET hidden
+        VISIBILITY_INLINES_HIDDEN ON LIBRARY_OUTPUT_DIRECTORY "${bundle}/PlugIns")
+    if(NOT KELVANE_SANITIZE)
+        target_link_options(${target} PRIVATE -Wl,--no-undefined)
+    endif()
+
+    set(copies)
+    foreach(resource IN LISTS PANE_RESOURCES)
+        cmake_path(ABSOLUTE_PATH resource BASE_DIRECTORY "${folder}" NORMALIZE)
+        cmake_path(RELATIVE_PATH resource BASE_DIRECTORY "${PROJECT_SOURCE_DIR}" OUTPUT_VARIABLE place)
+        if(place MATCHES "/Resources/(.+)$")
+            set(place "Resources/${CMAKE_MATCH_1}")
+        else()
+            cmake_path(GET resource FILENAME place)
+            set(place "Resources/${place}")
+        endif()
+        add_custom_command(OUTPUT "${bundle}/${place}" DEPENDS "${resource}" VERBATIM
+            COMMAND ${CMAKE_COMMAND} -E copy "${resource}" "${bundle}/${place}")
+        list(APPEND copies "${bundle}/${place}")
+    endforeach()
+    foreach(helper IN LISTS PANE_HELPERS)
+        set(copy "${bundle}/Helpers/$<TARGET_FILE_NAME:${helper}>")
+        add_custom_command(OUTPUT "${bundle}/Helpers/.${helper}" DEPENDS ${helper} VERBATIM
+            COMMAND ${CMAKE_COMMAND} -E make_directory "${bundle}/Helpers"
+            COMMAND ${CMAKE_COMMAND} -E copy "$<TARGET_FILE:${helper}>" "${copy}"
+            COMMAND ${CMAKE_COMMAND} -E touch "${bundle}/Helpers/.${helper}")
+        list(APPEND copies "${bundle}/Helpers/.${helper}")
+    endforeach()
+    add_custom_target(${target}_bundle ALL DEPENDS ${copies})
+    add_dependencies(${target}_bundle ${target})
+
+    install(DIRECTORY "${bundle}" DESTINATION "${CMAKE_INSTALL_DATADIR}/kelvane/PreferencePanes"
+        USE_SOURCE_PERMISSIONS PATTERN ".kelvane*" EXCLUDE)
+endfunction()
