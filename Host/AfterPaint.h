@@ -18,6 +18,8 @@ protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
+    void run();
+
     MainLoop& loop_;
     Timer timer_;
     MainLoop::Task task_;

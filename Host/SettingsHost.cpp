@@ -46,8 +46,7 @@ void SettingsHost::show() {
         restoreWindow(window_);
     window_.show();
     if (lives_.empty())
-        return window_.showMessage(SettingsWindow::tr("There are no panes"),
-                                   SettingsWindow::tr("Install one, or name its bundle with --pane."), {});
+        return showThatThereIsNone();
     // Nothing is loaded before there is something to see.
     next_ = std::make_unique<AfterPaint>(window_.pageArea(), *mainLoop_, [this] {
         QObject::connect(&window_, &SettingsWindow::paneChosen, &window_,
@@ -55,6 +54,15 @@ void SettingsHost::show() {
         choose(static_cast<std::size_t>(window_.chosenPane()));
     });
     window_.choosePane(0);
+}
+
+void SettingsHost::showThatThereIsNone() {
+    window_.showMessage(SettingsWindow::tr("There are no panes"),
+                        SettingsWindow::tr("Install one, or name its bundle with --pane."), {});
+    if (options_.screenshotFolder.empty())
+        return;
+    std::cerr << "kelvane-settings: there are no panes to take pictures of\n";
+    mainLoop_->post([this] { end(1); });
 }
 
 void SettingsHost::end(int status) {

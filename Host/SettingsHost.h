@@ -32,6 +32,7 @@ public:
     void widenWindow(int) override {}
 
 private:
+    void showThatThereIsNone();
     void choose(std::size_t index);
     void open(PaneLife& life);
     void select(PaneLife& life);

@@ -35,6 +35,7 @@ ComKelvanePreferencePanePref::ComKelvanePreferencePanePref(PaneHost& host, PaneP
       client_(std::make_shared<ClientProtocol>(*this)) {}
 
 ComKelvanePreferencePanePref::~ComKelvanePreferencePanePref() {
+    KelvaneCLog("authorizationViewReleasedAuthorization");
     authorization_->setDelegate(nullptr);
     disconnectFromDaemon();
 }
@@ -145,6 +146,7 @@ void ComKelvanePreferencePanePref::applyTabConfiguration(std::int32_t command) {
         for (const PaneTab tab : {PaneTab::Status, PaneTab::Backup, PaneTab::Restore})
             view_->show(tab, false);
         view_->show(PaneTab::Message, true);
+        view_->selectTab(PaneTab::Message);
     }
 }
 

@@ -67,7 +67,10 @@ public:
     [[nodiscard]] Authorization& authorization() const override { return *authorization_; }
     void terminateHost() override { host_.terminate(); }
 
-    [[nodiscard]] bool prefPaneAccessAuthorized() const override { return prefPaneAccessAuthorized_; }
+    // That the right exists is not enough: somebody must have granted it.
+    [[nodiscard]] bool prefPaneAccessAuthorized() const override {
+        return prefPaneAccessAuthorized_ && authorization_->state() == Authorization::State::Authorized;
+    }
     [[nodiscard]] PaneFlags& flags() override { return flags_; }
     void enableBackupTabItems(bool enable) override;
     void enableRestoreTabItems(bool enable) override;

@@ -105,7 +105,7 @@ void ComKelvanePreferencePanePref::stateChanged(std::uint32_t state) {
 }
 
 void ComKelvanePreferencePanePref::setAlertString(const std::string& alert) {
-    KelvaneLog("Alert: %@", alert);
+    KelvaneCLog("Alert: %@", alert);
     if (endsRestoreProgress(alert))
         showRestoreProgress(false);
 }

@@ -11,6 +11,7 @@ void ComKelvanePreferencePanePref::setupAuth() {
                                qIcon(icons().named("changes-allow")));
     view_->authView().setAction([this] { toggleLock(); });
     KelvaneCLog("authorizationViewCreatedAuthorization");
+    authorization_->setDelegate(this);
     authorization_->lookUpRight([this](Authorization::RightStatus status) {
         if (status == Authorization::RightStatus::Absent)
             authorization_->createRight([this](bool created) { rightWasLookedUp(created); });
@@ -21,8 +22,8 @@ void ComKelvanePreferencePanePref::setupAuth() {
 
 // The lock's own first check then says whether it is open.
 void ComKelvanePreferencePanePref::rightWasLookedUp(bool exists) {
-    prefPaneAccessAuthorized_ = exists;
-    authorization_->setDelegate(this);
+    if (authorization_->state() == Authorization::State::Unknown)
+        prefPaneAccessAuthorized_ = exists;
     authorization_->startUpdating();
 }
 
@@ -55,8 +56,8 @@ void ComKelvanePreferencePanePref::accessChanged(bool isAuthorized) {
 }
 
 void ComKelvanePreferencePanePref::authorizationAskingChanged() {
-    view_->authView().showState(
-        {prefPaneAccessAuthorized_, authorization_->isAsking(), authorization_->problem()});
+    const bool isOpen = authorization_->state() == Authorization::State::Authorized;
+    view_->authView().showState({isOpen, authorization_->isAsking(), authorization_->problem()});
 }
 
 } // namespace kelvane

@@ -69,7 +69,9 @@ void PaneView::show(PaneTab tab, bool isShown) {
         return;
     changed.isShown = isShown;
     if (isShown) {
-        tabView_->addTab(changed.page, changed.title);
+        const bool goesLast = tab == PaneTab::Help || !item(PaneTab::Help).isShown;
+        tabView_->insertTab(goesLast ? tabView_->count() : tabView_->indexOf(page(PaneTab::Help)),
+                            changed.page, changed.title);
         return;
     }
     tabView_->removeTab(tabView_->indexOf(changed.page));
@@ -94,6 +96,10 @@ bool PaneView::selectTab(const std::string& name) {
     return false;
 }
 
+void PaneView::selectTab(PaneTab tab) {
+    tabView_->setCurrentWidget(page(tab));
+}
+
 void PaneView::selectFirstTab() {
     tabView_->setCurrentIndex(0);
 }
@@ -112,7 +118,7 @@ void PaneView::setMarketName(const std::string& name) {
 }
 
 void PaneView::setRestoreProgressView(QWidget* view) {
-    static_cast<QVBoxLayout*>(progressPlace_->layout())->addWidget(view, 0, Qt::AlignTop);
+    static_cast<QVBoxLayout*>(progressPlace_->layout())->addWidget(view, 0, Qt::AlignTop | Qt::AlignLeft);
 }
 
 void PaneView::showRestoreProgress(bool isShown) {

@@ -29,13 +29,15 @@ public:
 
     // Gives a page something to show and its tab a place; a page without stays out of the tab area.
     void fill(PaneTab tab, QWidget* content = nullptr);
-    // Appends the page's tab or takes it out; nothing when it is so already.
+    // Appends the page's tab, before Help, which is always there, or takes it out; nothing when it is so
+    // already.
     void show(PaneTab tab, bool isShown);
     [[nodiscard]] bool isShown(PaneTab tab) const { return item(tab).isShown; }
     [[nodiscard]] QWidget* page(PaneTab tab) const { return item(tab).page; }
     [[nodiscard]] std::vector<std::string> tabNames() const;
     [[nodiscard]] bool selectTab(const std::string& name);
     void selectFirstTab();
+    void selectTab(PaneTab tab);
 
     void setMessage(const std::string& message);
     [[nodiscard]] std::string marketName() const;

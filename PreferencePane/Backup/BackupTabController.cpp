@@ -9,11 +9,9 @@
 #include "PreferencePane/Backup/ui_DisabledBackupView.h"
 #include "PreferencePane/Backup/ui_ManualBackupView.h"
 #include "PreferencePane/Browser/BrowserPaths.h"
-#include "PreferencePane/Services/FormTexts.h"
+#include "PreferencePane/Services/TabPage.h"
 #include "Support/Logging.h"
 #include "Support/PathHelpers.h"
-
-#include <QLayout>
 
 namespace kelvane {
 namespace {
@@ -26,19 +24,6 @@ constexpr const char* switchingLogs[] = {
     "BackupTab:setCurrentView: possibly switching to auto-backup view (%@); current = %@",
     "BackupTab:setCurrentView: possibly switching to manual-backup view (%@); current = %@",
 };
-
-std::string nameOf(const QWidget* view) {
-    return view != nullptr ? view->objectName().toStdString() : "(null)";
-}
-
-template <class Form>
-QWidget* makeView(Form& form, const PaneServices& prefs) {
-    auto* const view = new QWidget(prefs.backupTab());
-    view->hide();
-    form.setupUi(view);
-    localizeForm(*view, *prefs.bundle());
-    return view;
-}
 
 } // namespace
 
@@ -62,9 +47,9 @@ KelvaneBackupTabController::KelvaneBackupTabController(PaneServices& prefs,
       watcher_(FolderWatcher::create(prefs.mainLoop(),
                                      [this](const std::string& path) { diskPathChanged(path); })) {
     Ui::DisabledBackupView disabled;
-    views_ = {{BackupView::Disabled, makeView(disabled, prefs_)},
-              {BackupView::Auto, makeView(*auto_, prefs_)},
-              {BackupView::Manual, makeView(*manual_, prefs_)}};
+    views_ = {{BackupView::Disabled, makeView(disabled, prefs_.backupTab(), *prefs_.bundle())},
+              {BackupView::Auto, makeView(*auto_, prefs_.backupTab(), *prefs_.bundle())},
+              {BackupView::Manual, makeView(*manual_, prefs_.backupTab(), *prefs_.bundle())}};
     showContext(false);
     manual_->manualBrowser->setTitle(QString::fromStdString(prefs_.text("Disks")));
     showToggleState(togglestate::add);
@@ -124,28 +109,19 @@ BackupView KelvaneBackupTabController::wantedView() const {
     return backupViewFor(prefs_.connected(), manualBackupMode_);
 }
 
-QWidget* KelvaneBackupTabController::currentView() const {
-    const QLayoutItem* const item = prefs_.backupTab()->layout()->itemAt(0);
-    return item != nullptr ? item->widget() : nullptr;
-}
-
 void KelvaneBackupTabController::setCurrentView() {
+    QWidget& page = *prefs_.backupTab();
     const BackupView view = wantedView();
     QWidget* const target = views_[view];
-    KelvaneCLog(switchingLogs[static_cast<std::size_t>(view)], nameOf(target), nameOf(currentView()));
+    KelvaneCLog(switchingLogs[static_cast<std::size_t>(view)], nameOfView(target),
+                nameOfView(shownView(page)));
     if (view == BackupView::Auto)
         folderChanged({});
     // That asked the daemon: the link may be gone by now, which has been shown then.
-    QWidget* const current = currentView();
-    if (target == nullptr || target == current || view != wantedView())
+    if (target == nullptr || target == shownView(page) || view != wantedView())
         return;
-    KelvaneCLog("BackupTab:setCurrentView: Really switching to new view (%@)", nameOf(target));
-    if (current != nullptr) {
-        prefs_.backupTab()->layout()->removeWidget(current);
-        current->hide();
-    }
-    prefs_.backupTab()->layout()->addWidget(target);
-    target->show();
+    KelvaneCLog("BackupTab:setCurrentView: Really switching to new view (%@)", nameOfView(target));
+    showView(page, *target);
 }
 
 void KelvaneBackupTabController::setManualBackupMode(bool isManual) {

@@ -51,7 +51,6 @@ private:
     void connectControls();
     void setCurrentView();
     [[nodiscard]] BackupView wantedView() const;
-    [[nodiscard]] QWidget* currentView() const;
     void showContext(bool isRecovering);
     void setManualBackupMode(bool isManual);
     void autoManualAction();

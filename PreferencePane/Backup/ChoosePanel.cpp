@@ -2,6 +2,7 @@
 
 #include <QAbstractButton>
 #include <QDialogButtonBox>
+#include <QDir>
 #include <QLineEdit>
 #include <QListView>
 
@@ -13,6 +14,7 @@ ChoosePanel::ChoosePanel(QWidget* window, const QString& message, const QString&
     setOption(DontUseNativeDialog);
     setOption(ReadOnly);
     setFileMode(ExistingFiles);
+    setDirectory(QDir::homePath());
     setLabelText(Accept, prompt);
     connect(findChild<QListView*>("listView")->selectionModel(), &QItemSelectionModel::selectionChanged, this,
             &ChoosePanel::keepPrompt);

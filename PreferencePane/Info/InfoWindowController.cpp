@@ -118,7 +118,8 @@ void KelvaneInfoWindowController::updateUI() {
 
 void KelvaneInfoWindowController::updateTexts() {
     const InfoTexts texts = fileNode_ ? infoTexts(*fileNode_, prefs_) : InfoTexts();
-    window_->setWindowTitle(QString::fromStdString(texts.title));
+    // "[*]" alone would mark a changed document.
+    window_->setWindowTitle(QString::fromStdString(texts.title).replace("[*]", "[*][*]"));
     ui_->nameField->setText(QString::fromStdString(texts.name));
     ui_->kindField->setText(QString::fromStdString(texts.kind));
     ui_->shortSizeField->setText(QString::fromStdString(texts.shortSize));

@@ -6,6 +6,7 @@
 #include "PreferencePane/Help/HelpController.h"
 #include "PreferencePane/Info/InfoWindowController.h"
 #include "PreferencePane/PaneController.h"
+#include "PreferencePane/Restore/RestoreTabController.h"
 #include "PreferencePane/Status/StatusTabController.h"
 #include "Support/FileSizeFormatter.h"
 
@@ -40,6 +41,7 @@ __attribute__((visibility("default"))) kelvane::Pane* kelvaneMakePane(kelvane::P
     PaneParts parts;
     auto info = std::make_unique<KelvaneInfoWindowController>(*pane);
     parts.backup = KelvaneBackupTabController::create(*pane, *info);
+    parts.restore = std::make_unique<KelvaneRestoreTabController>(*pane, *info);
     parts.info = std::move(info);
     parts.status = std::make_unique<KelvaneStatusTabController>(*pane);
     parts.help = std::make_unique<KelvaneHelpController>(*pane);

@@ -28,7 +28,7 @@ QString OneLineLabel::shownText() const {
 }
 
 bool OneLineLabel::event(QEvent* event) {
-    if (event->type() == QEvent::ToolTip)
+    if (event->type() == QEvent::ToolTip && !keepsToolTip_)
         setToolTip(shownText() == text() ? QString() : plainToolTip(text()));
     return QLabel::event(event);
 }

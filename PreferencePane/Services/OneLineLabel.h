@@ -16,10 +16,15 @@ public:
     [[nodiscard]] QSize minimumSizeHint() const override;
     // The text as it is painted now.
     [[nodiscard]] QString shownText() const;
+    // From now on the tool tip is its owner's.
+    void keepToolTip() { keepsToolTip_ = true; }
 
 protected:
     bool event(QEvent* event) override;
     void paintEvent(QPaintEvent* event) override;
+
+private:
+    bool keepsToolTip_ = false;
 };
 
 // A tool tip that says exactly the text, be it one that looks like markup.

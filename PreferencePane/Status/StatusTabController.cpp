@@ -11,6 +11,7 @@
 #include "Support/DefaultsDB.h"
 #include "Support/Logging.h"
 
+#include <algorithm>
 #include <ui_StatusTab.h>
 #include <utility>
 
@@ -180,6 +181,7 @@ void KelvaneStatusTabController::showAccount(const AccountData& account) {
 
 void KelvaneStatusTabController::showAccountText(const std::string& email) {
     ui_->accountField->setText(QString::fromStdString(email));
+    ui_->accountField->keepToolTip();
     ui_->accountField->setToolTip(plainToolTip(ui_->accountField->text()));
 }
 
@@ -241,7 +243,7 @@ void KelvaneStatusTabController::updateStatusFieldsFromDefaultsDB() {
     if (const auto kept = DefaultsDB::stringProperty(accountKey))
         showAccountText(*kept);
     if (const std::int32_t kept = DefaultsDB::intProperty(percentKey); DefaultsDB::lastReadOK())
-        ui_->backupProgress->setValue(kept);
+        ui_->backupProgress->setValue(std::clamp(kept, 0, 100));
     if (const bool kept = DefaultsDB::boolProperty(priorityKey); DefaultsDB::lastReadOK())
         ui_->lowerPriorityButton->setChecked(kept);
 }

@@ -82,6 +82,7 @@ private:
     [[nodiscard]] int enableDaemon(bool enable);
 
     [[nodiscard]] int uninstall(Operation operation);
+    [[nodiscard]] int handOver(Operation operation);
     [[nodiscard]] int runSwitch(Operation operation);
     void runUninstaller(const HandOffFile& handOff);
     void uninstallAction();

@@ -37,10 +37,10 @@ void KelvaneStatusTabController::updateMode() {
     currentDaemonModeButtonState_ = numberOf(reading.mode);
     ui_->uninstallButton->setVisible(isDisabled());
     ui_->uninstallButton->setEnabled(isDisabled());
-    if (isDisabled())
-        prefs_.flags().manualToggleButtonEnable = false;
     prefs_.enableRestoreTabItems(!isDisabled());
     prefs_.enableBackupTabItems(!isDisabled());
+    if (isDisabled())
+        prefs_.flags().manualToggleButtonEnable = false;
 }
 
 void KelvaneStatusTabController::updateModeMenuForCurrentState(std::int32_t mode) {

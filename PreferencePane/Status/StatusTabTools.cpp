@@ -57,8 +57,18 @@ private:
 // 0 also for what did not come so far as to run a tool.
 int KelvaneStatusTabController::uninstall(Operation operation) {
     const Operating operating(*this);
-    if (!unlockAndWait(prefs_.authorization()))
+    Authorization& authorization = prefs_.authorization();
+    const bool wasLocked = authorization.state() != Authorization::State::Authorized;
+    if (!unlockAndWait(authorization))
         return 0;
+    const int result = handOver(operation);
+    // The password was for this alone.
+    if (wasLocked)
+        authorization.lock();
+    return result;
+}
+
+int KelvaneStatusTabController::handOver(Operation operation) {
     const auto handOff = HandOffFile::create(handOffPath_);
     const auto form = prefs_.authorization().externalForm();
     if (!handOff || !form) {

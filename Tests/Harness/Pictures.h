@@ -32,8 +32,8 @@ inline void takePicture(QWidget& shown, const std::string& name) {
         QCoreApplication::processEvents();
         const QImage picture = shown.grab().toImage();
         const QString file = QString("%1/%2-%3-%4.png");
-        EXPECT_TRUE(picture.save(file.arg(std::getenv("KELVANE_PICTURES"), name.c_str(), theme)
-                                     .arg(picture.devicePixelRatio())));
+        EXPECT_TRUE(picture.save(
+            file.arg(std::getenv("KELVANE_PICTURES"), name.c_str(), theme).arg(picture.devicePixelRatio())));
     }
 }
 

@@ -1,0 +1,78 @@
+#pragma once
+
+#include "Foundation/Value.h"
+#include "PreferencePane/Help/ReportSending.h"
+#include "PreferencePane/Services/PaneServices.h"
+#include "PreferencePane/Services/TabControllers.h"
+
+#include <QObject>
+#include <QPointer>
+#include <memory>
+#include <optional>
+#include <string>
+
+class QDialog;
+
+namespace Ui {
+class EmailWindow;
+class HelpTab;
+class HelpWindow;
+} // namespace Ui
+
+namespace kelvane {
+
+// The Help tab: a sheet that offers the online help, the daemon's log and a report, and the sheet in which a
+// report is written and sent to the support with the zipped log.
+//
+// Main thread only. The pane outlives it. Its view, which owns the sheets, is its own until somebody takes
+// it, and must be there for as long as it is called. Sending waits in an event loop of its own: this object
+// must not be deleted meanwhile.
+class KelvaneHelpController final : public HelpTab {
+public:
+    explicit KelvaneHelpController(PaneServices& prefs, ReportTools tools = {});
+    ~KelvaneHelpController() override;
+    KelvaneHelpController(const KelvaneHelpController&) = delete;
+    KelvaneHelpController& operator=(const KelvaneHelpController&) = delete;
+
+    [[nodiscard]] QWidget* view() override { return view_; }
+    void awakeFromNib() override;
+
+    // The file's contents as gzip writes them; none for one that is empty or cannot be read or written.
+    [[nodiscard]] static std::optional<Data> compressFile(const std::string& path);
+
+private:
+    void connectControls();
+    void localizeForms();
+
+    void readyChangedNotification();
+    void showHelpSheetAction();
+    void closeHelpSheetAction();
+    void viewOnlineHelpAction();
+    void showLogAction();
+
+    void showEmailSheetAction();
+    void showChatMessage(const std::string& server);
+    void messageEditedNotification(int changeInLength);
+    void emailCategoryAction(int index);
+    void cancelEmailAction();
+    void sendEmailAction();
+    [[nodiscard]] IncidentReport incidentReport() const;
+
+    [[nodiscard]] std::string information(std::string_view key) const {
+        return prefs_.bundle()->information(key).stringValue();
+    }
+
+    PaneServices& prefs_;
+    const ReportTools tools_;
+    const std::unique_ptr<Ui::HelpTab> tab_;
+    const std::unique_ptr<Ui::HelpWindow> help_;
+    const std::unique_ptr<Ui::EmailWindow> email_;
+    const QPointer<QWidget> view_;
+    QDialog* const helpWindow_;
+    QDialog* const emailWindow_;
+    std::string chatLink_;
+    NotificationCenter::Observer readyObserver_;
+    QObject context_; // what the controls call ends with it
+};
+
+} // namespace kelvane

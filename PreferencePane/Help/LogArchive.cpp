@@ -1,0 +1,65 @@
+#include "PreferencePane/Help/LogArchive.h"
+
+#include "Foundation/PathComponents.h"
+#include "Platform/SpecialFolders.h"
+#include "Support/Logging.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace kelvane {
+namespace {
+
+constexpr const char* archiveName = "KelvaneLog.zip";
+
+// What is written meanwhile, also by children that are started, is for this user alone.
+class PrivateFiles {
+public:
+    PrivateFiles() : before_(::umask(S_IRWXG | S_IRWXO)) {}
+    ~PrivateFiles() { ::umask(before_); }
+    PrivateFiles(const PrivateFiles&) = delete;
+    PrivateFiles& operator=(const PrivateFiles&) = delete;
+
+private:
+    const mode_t before_;
+};
+
+bool isOwnFile(const FileDescriptor& file) {
+    struct stat status {};
+    return ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == ::geteuid() &&
+           status.st_nlink == 1;
+}
+
+} // namespace
+
+LogArchive::LogArchive(std::string zipProgram)
+    : zipProgram_(std::move(zipProgram)), path_(appendPathComponent(temporaryFolder(), archiveName)) {}
+
+LogArchive::~LogArchive() {
+    ::unlink(path_.c_str());
+}
+
+std::optional<ChildProcess> LogArchive::zip(const std::string& logPath) const {
+    // The program would take another one for an option, or for its standard input.
+    if (!isAbsolutePath(logPath)) {
+        KelvaneCLog("The report goes without a log: \"%@\" is no absolute path", logPath);
+        return std::nullopt;
+    }
+    if (::unlink(path_.c_str()) != 0 && errno != ENOENT) {
+        KelvaneCLog("The report goes without a log: cannot remove %@: %@", path_,
+                    std::generic_category().message(errno));
+        return std::nullopt;
+    }
+    const PrivateFiles privately;
+    return ChildProcess::start(zipProgram_, {path_, logPath});
+}
+
+FileDescriptor LogArchive::open() const {
+    FileDescriptor file(::open(path_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    return file && isOwnFile(file) ? std::move(file) : FileDescriptor();
+}
+
+} // namespace kelvane

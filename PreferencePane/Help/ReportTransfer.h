@@ -1,0 +1,58 @@
+#pragma once
+
+#include "Platform/FileDescriptor.h"
+#include "PreferencePane/Help/IncidentReport.h"
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <curl/curl.h>
+#include <memory>
+#include <string>
+
+namespace kelvane {
+
+// How long somebody who waits for a report to be sent has to wait at most.
+struct ReportLimits {
+    std::chrono::milliseconds zipping{120'000};
+    std::chrono::milliseconds connecting{15'000};
+    std::chrono::milliseconds transfer{120'000};  // the whole of it
+    std::int64_t answer = std::int64_t{8} << 20U; // bytes of it, of which nobody makes use
+};
+
+// One multipart HTTP POST of a report, made piece by piece on the thread that made it. Nothing becomes of how
+// it ends; the library writes what it does to standard error and the answer to standard output.
+//
+// The host's name may hold anything: what it is read as is an HTTP request to that host, or nothing is sent.
+class ReportTransfer {
+public:
+    // `archive` may be none.
+    ReportTransfer(const IncidentReport& report, FileDescriptor archive, const ReportLimits& limits);
+    ~ReportTransfer();
+    ReportTransfer(const ReportTransfer&) = delete;
+    ReportTransfer& operator=(const ReportTransfer&) = delete;
+
+    // Goes on for no longer than that; true when it is over.
+    [[nodiscard]] bool step(std::chrono::milliseconds atMost);
+
+private:
+    template <auto release>
+    struct Release {
+        void operator()(auto* pointer) const { release(pointer); }
+    };
+
+    void fillForm(const IncidentReport& report);
+    void setOptions(const std::string& address);
+    [[nodiscard]] bool isAnswerTooLong() const;
+
+    const FileDescriptor archive_;
+    const ReportLimits limits_;
+    const std::unique_ptr<CURLM, Release<curl_multi_cleanup>> loop_;
+    std::unique_ptr<curl_mime, Release<curl_mime_free>> form_;
+    const std::unique_ptr<CURL, Release<curl_easy_cleanup>> transfer_;
+};
+
+// The library's callback for each line of the answer's header: logs it.
+std::size_t curlWriteHeader(char* bytes, std::size_t size, std::size_t count, void* context);
+
+} // namespace kelvane

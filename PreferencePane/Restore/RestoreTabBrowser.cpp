@@ -1,0 +1,75 @@
+// The backed-up tree, as the daemon knows it.
+
+#include "Common/FileNodeProxy.h"
+#include "PreferencePane/Browser/BrowserPaths.h"
+#include "PreferencePane/Browser/BrowserVolumes.h"
+#include "PreferencePane/Restore/RestoreTabController.h"
+
+namespace kelvane {
+
+// No answer may be a link that is lost in the middle: the rows stay as they are.
+std::optional<BrowserRows> KelvaneRestoreTabController::createRowsForColumn(ColumnBrowser& browser,
+                                                                            int column) {
+    const auto daemon = prefs_.proxy();
+    if (!daemon)
+        return std::nullopt;
+    auto rows = column == 0 ? volumeRows(daemon) : itemRows(columnToPath(column - 1, browser), daemon);
+    return prefs_.proxy() == daemon ? rows : std::nullopt;
+}
+
+// With those that are missing now: what was on them can be restored to another place.
+std::optional<BrowserRows>
+KelvaneRestoreTabController::volumeRows(const std::shared_ptr<KelvaneProxy>& daemon) {
+    const Value dictionaries = daemon->call<"childrenDictionariesForPath:">("");
+    rootColumnCount_ = static_cast<std::uint32_t>(dictionaries.array().size());
+    if (!dictionaries.isArray())
+        return std::nullopt;
+    const auto volumes = prefs_.fileServices().fileSystem().volumes();
+    const QIcon disk = qIcon(prefs_.fileServices().iconOfDisk());
+    BrowserRows rows;
+    for (const FileNodeRef& node : KelvaneFileNode::fileNodesForDictionaries(dictionaries)) {
+        const std::string name = node->fileName();
+        if (name.empty())
+            continue;
+        const bool hasChildren = !daemon->call<"childrenDictionariesForPath:">(name).array().empty();
+        if (name == "/" && !hasChildren && prefs_.existsDriveMountedAtSVD())
+            continue;
+        VolumeRow row = volumeRowFor(name, *volumes);
+        KelvaneBrowserCell& cell = rows.emplace_back(std::move(row.title), std::move(row.path));
+        cell.setImage(disk);
+        cell.setEnabled(hasChildren);
+    }
+    return rows;
+}
+
+std::optional<BrowserRows>
+KelvaneRestoreTabController::itemRows(const std::string& folder,
+                                      const std::shared_ptr<KelvaneProxy>& daemon) const {
+    if (folder.empty())
+        return std::nullopt;
+    const auto parent = KelvaneFileNodeProxy::create();
+    parent->setPath(folder);
+    parent->setProxy(daemon);
+    const FileNodeList children = parent->children();
+    if (!parent->hasChildList())
+        return std::nullopt;
+    BrowserRows rows;
+    for (const FileNodeRef& child : children) {
+        const std::string name = child->fileName();
+        if (name.empty() || !child->showInRestoreBrowser(prefs_.fileServices()))
+            continue;
+        KelvaneBrowserCell& cell = rows.emplace_back(name, folder + '/' + name);
+        cell.setLeaf(!child->isDirectory());
+        cell.setEnabled(child->backupDate() || child->isDirectory());
+    }
+    return rows;
+}
+
+// What is not on the disk any more looks like others of its kind.
+IconHandle KelvaneRestoreTabController::imageForCell(const KelvaneBrowserCell& cell) {
+    const FileNodeRef node = KelvaneFileNode::create(cell.title(), !cell.isLeaf());
+    node->setPath(cell.getFilePath());
+    return node->image(prefs_.fileServices());
+}
+
+} // namespace kelvane

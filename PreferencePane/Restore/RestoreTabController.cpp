@@ -1,0 +1,179 @@
+// Which of its views the Restore tab shows, and what in them can be used. The tree is in
+// RestoreTabBrowser.cpp, the ways to a place in RestoreTabLocation.cpp, the jobs in RestoreTabProgress.cpp.
+
+#include "PreferencePane/Restore/RestoreTabController.h"
+
+#include "PreferencePane/Browser/BrowserPaths.h"
+#include "PreferencePane/Browser/BrowserVolumes.h"
+#include "PreferencePane/Restore/ui_DisabledRestoreView.h"
+#include "PreferencePane/Restore/ui_RestoreProgressView.h"
+#include "PreferencePane/Restore/ui_RestoreView.h"
+#include "PreferencePane/Services/TabPage.h"
+#include "Support/Logging.h"
+
+#include <QFileDialog>
+#include <utility>
+
+namespace kelvane {
+namespace {
+
+QWidget* makeDisabledView(const PaneServices& prefs) {
+    Ui::DisabledRestoreView form;
+    return makeView(form, prefs.restoreTab(), *prefs.bundle());
+}
+
+// A value, on the ground of the tab.
+void makePlain(QLineEdit& field) {
+    QPalette palette;
+    palette.setColor(QPalette::Base, Qt::transparent);
+    field.setPalette(palette);
+}
+
+// A screen reader does not tell a placeholder by itself.
+void show(QLineEdit& field, const std::string& text) {
+    field.setText(QString::fromStdString(text));
+    field.setCursorPosition(0);
+    field.setAccessibleDescription(text.empty() ? field.placeholderText() : QString());
+}
+
+} // namespace
+
+KelvaneRestoreTabController::KelvaneRestoreTabController(PaneServices& prefs,
+                                                         KelvaneInfoWindowController& infoController)
+    : prefs_(prefs),
+      infoController_(infoController),
+      ui_(std::make_unique<Ui::RestoreView>()),
+      progress_(std::make_unique<Ui::RestoreProgressView>()),
+      restoreView_(makeView(*ui_, prefs.restoreTab(), *prefs.bundle())),
+      disabledRestoreView_(makeDisabledView(prefs)),
+      progressView_(makeView(*progress_, nullptr, *prefs.bundle())) {
+    for (int item = 0; item < ui_->destinationButton->count(); ++item) {
+        const std::string name = ui_->destinationButton->itemText(item).toStdString();
+        ui_->destinationButton->setItemText(item, QString::fromStdString(prefs_.text(name)));
+    }
+    makePlain(*ui_->filenameField);
+    makePlain(*ui_->dateField);
+    ui_->restoreBrowser->setTitle(QString::fromStdString(prefs_.text("Backed-up files")));
+    showNoCountsYet();
+    connectControls();
+}
+
+KelvaneRestoreTabController::~KelvaneRestoreTabController() {
+    delete alert_.data();
+    delete panel_.data();
+    delete restoreView_.data();
+    delete disabledRestoreView_.data();
+    if (progressView_ && !progressView_->parentWidget())
+        delete progressView_.data();
+}
+
+void KelvaneRestoreTabController::connectControls() {
+    const std::pair<QAbstractButton*, void (KelvaneRestoreTabController::*)()> actions[] = {
+        {ui_->getInfoButton, &KelvaneRestoreTabController::getInfoAction},
+        {ui_->restoreButton, &KelvaneRestoreTabController::restoreAction},
+        {ui_->restoreAssistantButton, &KelvaneRestoreTabController::restoreAssistantAction},
+        {progress_->restorePauseButton, &KelvaneRestoreTabController::restorePauseAction},
+        {progress_->restoreCancelButton, &KelvaneRestoreTabController::restoreCancelAction},
+    };
+    for (const auto& [button, action] : actions)
+        QObject::connect(button, &QAbstractButton::clicked, &context_,
+                         [this, action = action] { (this->*action)(); });
+    QObject::connect(ui_->restoreBrowser, &ColumnBrowser::chosen, &context_,
+                     [this] { restoreBrowserAction(); });
+}
+
+void KelvaneRestoreTabController::awakeFromNib() {
+    ui_->restoreBrowser->setDelegate(*this);
+    readyObserver_ =
+        prefs_.notifications()->observe(std::string(KelvanePrefPaneReadyChangedNotification), nullptr,
+                                        [this](const Notification&) { readyChangedNotification(); });
+    stateObserver_ =
+        prefs_.notifications()->observe(std::string(KelvanePrefPaneDaemonStateChangedNotification), nullptr,
+                                        [this](const Notification&) { daemonStateChangedNotification(); });
+}
+
+void KelvaneRestoreTabController::setCurrentView() {
+    const bool isConnected = prefs_.connected();
+    QWidget* const target = isConnected ? restoreView_ : disabledRestoreView_;
+    const QWidget* const current = shownView(*prefs_.restoreTab());
+    KelvaneCLog(isConnected
+                    ? "RestoreTab:setCurrentView: possibly switching to normal view (%@); current = %@"
+                    : "RestoreTab:setCurrentView: possibly switching to disabled view (%@); current = %@",
+                nameOfView(target), nameOfView(current));
+    if (target == nullptr || target == current)
+        return;
+    KelvaneCLog("RestoreTab:setCurrentView: Really switching to new view (%@)", nameOfView(target));
+    showView(*prefs_.restoreTab(), *target);
+}
+
+void KelvaneRestoreTabController::readyChangedNotification() {
+    if (!prefs_.connected())
+        closeSheets(); // what is chosen now could not be restored
+    setCurrentView();
+    ui_->restoreBrowser->reloadColumn(0);
+}
+
+void KelvaneRestoreTabController::daemonStateChangedNotification() {
+    const auto state = prefs_.backupState();
+    if (state && state->connected() && isAtWork(state->serviceState()) && rootColumnCount_ == 0)
+        ui_->restoreBrowser->reloadColumn(0);
+}
+
+std::vector<std::string> KelvaneRestoreTabController::selectedFilePaths() const {
+    return ui_->restoreBrowser->selectedFilePaths();
+}
+
+void KelvaneRestoreTabController::restoreBrowserAction() {
+    const std::vector<std::string> paths = selectedFilePaths();
+    const auto daemon = prefs_.proxy();
+    const FileNodeRef first = paths.empty() ? nullptr : KelvaneFileNode::fileNodeForPath(paths[0], daemon);
+    if (prefs_.proxy() != daemon)
+        return; // was told so meanwhile, and has shown what is so now
+    const std::optional<Date> date = first ? first->backupDate() : std::nullopt;
+    const SelectionLook look = selectionLookFor(paths.size(), date.has_value(), tabItemsAreEnabled_,
+                                                prefs_.prefPaneAccessAuthorized());
+    if (!look.namePlaceholder.empty())
+        ui_->filenameField->setPlaceholderText(QString::fromStdString(prefs_.text(look.namePlaceholder)));
+    ui_->dateField->setPlaceholderText(QString::fromStdString(prefs_.text(look.datePlaceholder)));
+    ui_->getInfoButton->setEnabled(look.getInfo);
+    ui_->restoreButton->setEnabled(look.restore);
+    show(*ui_->filenameField, first && paths.size() == 1 ? first->fileName() : std::string());
+    show(*ui_->dateField, date ? prefs_.fileServices().dateAndTime(*date) : std::string());
+}
+
+// What is selected is told first, because that asks the daemon.
+void KelvaneRestoreTabController::enableTabItems(bool enabled) {
+    setCurrentView();
+    tabItemsAreEnabled_ = enabled;
+    restoreBrowserAction();
+    const RestoreControls controls = restoreControlsFor(selectedFilePaths().size(), tabItemsAreEnabled_,
+                                                        prefs_.prefPaneAccessAuthorized());
+    ui_->destinationButton->setEnabled(controls.destination);
+    ui_->restoreAssistantButton->setEnabled(controls.assistant);
+    ui_->restoreButton->setEnabled(controls.restore);
+    ui_->getInfoButton->setEnabled(controls.getInfo);
+}
+
+void KelvaneRestoreTabController::getInfoAction() {
+    const std::vector<std::string> paths = selectedFilePaths();
+    if (paths.empty())
+        return;
+    if (const FileNodeRef node = KelvaneFileNode::fileNodeForPath(paths[0], true, prefs_.proxy()))
+        infoController_.setFileNode(node);
+}
+
+void KelvaneRestoreTabController::restoreAssistantAction() {
+    const auto state = prefs_.backupState();
+    if (!state)
+        return;
+    if (!std::exchange(registeredForUIEvents_, true))
+        state->setStateHandler();
+    if (const auto daemon = state->proxy())
+        daemon->call<"showRestoreWizard">();
+}
+
+void KelvaneRestoreTabController::fileChanged(const std::string& path) {
+    kelvane::fileChanged(path, *ui_->restoreBrowser, true, prefs_);
+}
+
+} // namespace kelvane

@@ -1,0 +1,84 @@
+// The jobs that restore what is selected, and how far they are.
+
+#include "Foundation/Format.h"
+#include "PreferencePane/Restore/RestoreTabController.h"
+#include "PreferencePane/Restore/ui_RestoreProgressView.h"
+#include "Support/FileSizeFormatter.h"
+#include "Support/Logging.h"
+
+namespace kelvane {
+namespace {
+
+constexpr std::uint32_t latestVersion = 0;
+constexpr std::uint32_t usualPriority = 50;
+
+} // namespace
+
+// The progress is shown before anything is looked at. Every call may end with the link gone: what has been
+// asked for by then is the daemon's.
+void KelvaneRestoreTabController::restoreToPath(const std::optional<std::string>& folder) {
+    counts_.begin();
+    showNoCountsYet();
+    prefs_.showRestoreProgress(true);
+    progress_->restoreProgress->startAnimation();
+    for (const std::string& path : selectedFilePaths()) {
+        const auto daemon = prefs_.proxy();
+        if (!daemon)
+            return KelvaneCLog("The daemon has gone before it was asked to restore %@", path);
+        const std::uint32_t job = daemon->call<"restoreFile:toPath:version:priority:">(
+            path, restoreTarget(path, folder), latestVersion, usualPriority);
+        KelvaneCLog("created restore job %d. %@ -> %@", job, path, folder ? Value(*folder) : Value());
+    }
+}
+
+void KelvaneRestoreTabController::restoredPendingCount(std::uint32_t count) {
+    KelvaneCLog("restoredPendingCount %d", count);
+    const bool isNewTotal = counts_.setPendingCount(count);
+    if (count == 0)
+        return prefs_.showRestoreProgress(false);
+    if (isNewTotal)
+        progress_->restoreProgress->setIndeterminate(false);
+    showRestoreCounts();
+}
+
+void KelvaneRestoreTabController::showNoCountsYet() {
+    progress_->restoreStatusField->setText(QString::fromStdString(prefs_.text("Preparing to restore…")));
+    progress_->awaitingRestoreLabel->hide();
+    progress_->awaitingRestoreField->clear();
+    progress_->restoreProgress->setIndeterminate(true);
+}
+
+void KelvaneRestoreTabController::showRestoreCounts() {
+    const std::string size =
+        FileSizeFormatter::sharedFileSizeAbbrevFormatter().stringFromNumber(restoreFileSize_).value_or("");
+    const std::string restoring =
+        formatText(prefs_.text("Restore restoring formatter", "Restoring item %d of %d, %@"),
+                   counts_.done() + 1, counts_.initialPendingCount(), size);
+    KelvaneCLog("restoredPendingCount restoringString %@", restoring);
+    progress_->restoreStatusField->setText(QString::fromStdString(restoring));
+    const std::string pending =
+        formatText(prefs_.text("Restore awaiting formatter", "%d files"), counts_.pendingCount());
+    KelvaneCLog("restoredPendingCount pendingString %@", pending);
+    progress_->awaitingRestoreField->setText(QString::fromStdString(pending));
+    progress_->awaitingRestoreLabel->show();
+    progress_->restoreProgress->setValue(counts_.percent());
+}
+
+// The daemon goes on: it is only that the bar says no more how far it is.
+void KelvaneRestoreTabController::restorePauseAction() {
+    restorePaused_ = !restorePaused_;
+    progress_->restorePauseButton->setChecked(restorePaused_);
+    if (!restorePaused_)
+        progress_->restoreProgress->stopAnimation();
+    progress_->restoreProgress->setIndeterminate(restorePaused_);
+    if (restorePaused_)
+        progress_->restoreProgress->startAnimation();
+}
+
+void KelvaneRestoreTabController::restoreCancelAction() {
+    if (const auto daemon = prefs_.proxy())
+        daemon->call<"cancelAllRestoreJobs">();
+    prefs_.showRestoreProgress(false);
+}
+
+} // namespace kelvane

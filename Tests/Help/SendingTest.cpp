@@ -1,0 +1,149 @@
+#include "Common/Protocols.h"
+#include "PreferencePane/Help/ReportTransfer.h"
+#include "Support/Logging.h"
+#include "Tests/Help/HelpTabTest.h"
+
+#include <QAbstractButton>
+#include <QProgressBar>
+#include <QWindow>
+
+namespace kelvane::tests {
+namespace {
+
+class Sending : public HelpTabTest {
+protected:
+    void SetUp() override {
+        HelpTabTest::SetUp();
+        connect();
+    }
+};
+
+TEST_F(Sending, EndsWhateverTheServerDoes) {
+    struct {
+        const char* server;
+        std::size_t requests;
+        ReportLimits limits;
+    } const cases[] = {
+        {"fail", 1, {}},
+        {"break", 0, {}},
+        {"redirect", 1, {}},
+        {"talk", 1, {}},
+        {"refuse", 0, {}},
+        {"hang", 1, {.transfer = 500ms}},
+        {"full", 0, {.connecting = 500ms}},
+        {"flood", 1, {.answer = 100'000}},
+    };
+    for (const auto& [behaviour, requests, limits] : cases) {
+        ReportServer server(behaviour);
+        if (std::string_view(behaviour) == "refuse") {
+            server.program.send(SIGKILL);
+            EXPECT_EQ(server.program.finish().status, -1);
+        }
+        tools.limits = limits;
+        showTab();
+        const auto start = std::chrono::steady_clock::now();
+        sendReport(server.host);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, 10s) << behaviour;
+        EXPECT_EQ(server.kept("requests").size(), requests) << behaviour;
+    }
+}
+
+TEST_F(Sending, IsAnHttpRequestToThatHostWhateverItsName) {
+    const std::pair<QString, const char*> names[] = {
+        {"ftp.localhost:PORT", "POST /Manage/ReportError.aspx "},
+        {"127.0.0.1:PORT/at/", "POST /at/Manage/ReportError.aspx "},
+        {"user:secret@127.0.0.1:PORT", ""},
+        {"ftp://127.0.0.1:PORT", ""},
+        {"file:///etc", ""},
+        {"127.0.0.1:PORT\r\nX-Other: 1", ""},
+        {"127.0.0.1:PORT -o x", ""},
+        {"-o", ""},
+    };
+    for (const auto& [name, request] : names) {
+        const ReportServer server;
+        sendReport(QString(name).replace("PORT", server.port.c_str()).toStdString());
+        EXPECT_EQ(server.kept("request").substr(0, std::strlen(request)), request) << name.toStdString();
+        EXPECT_EQ(server.kept("request").empty(), *request == '\0') << name.toStdString();
+    }
+}
+
+struct CallNotes : InvocationTarget {
+    explicit CallNotes(Strings& list) : seen(list) {}
+    Protocol methods() const override { return KelvaneClientProtocol; }
+    void invoke(Invocation& call) override { seen.push_back(call.selector()); }
+    Strings& seen;
+};
+
+struct PaintCount : QObject {
+    bool eventFilter(QObject*, QEvent* event) override {
+        count += event->type() == QEvent::Paint;
+        return false;
+    }
+    int count = 0;
+};
+
+TEST_F(Sending, HoldsEverythingButPaintingUntilItIsOver) {
+    Strings seen;
+    const auto target = std::make_shared<CallNotes>(seen);
+    pane.state->onEnd();
+    pane.state->setProxyDelegate(target);
+    pane.state->onBegin();
+    const ReportServer server("hang");
+    tools.limits.transfer = 1500ms;
+    showTab();
+    auto& button = control<QAbstractButton>("helpButton");
+    Timer timer;
+    PaintCount paints;
+    tab->view()->installEventFilter(&paints);
+    QTimer look;
+    int looks = 0;
+    QObject::connect(&look, &QTimer::timeout, [&] {
+        const auto* const bar = tab->view()->findChild<QProgressBar*>();
+        if (bar == nullptr)
+            return;
+        if (looks++ == 0) {
+            QObject::connect(&button, &QAbstractButton::clicked, [&] { seen.emplace_back("click"); });
+            timer = loop->schedule(0ms, MainLoop::Repeat::Once, [&] { seen.emplace_back("timer"); });
+            daemon.callPanes("fileChanged:", {"/a"});
+        }
+        QTest::mouseClick(button.window()->windowHandle(), Qt::LeftButton, {}, button.geometry().center());
+        button.animateClick(); // as a screen reader does
+        bar->window()->close();
+        EXPECT_TRUE(bar->isVisible()) << "it cannot be closed";
+        tab->view()->update();
+    });
+    look.start(100ms);
+    sendReport(server.host);
+    look.stop();
+    EXPECT_EQ(seen, Strings());
+    EXPECT_GT(looks, 5);
+    EXPECT_GE(paints.count, looks / 2);
+    ASSERT_TRUE(runUntil([&] { return seen.size() == 2; }));
+    click("helpButton");
+    std::sort(seen.begin(), seen.end());
+    EXPECT_EQ(seen, (Strings{"click", "fileChanged:", "timer"}));
+}
+
+TEST_F(Sending, DoesNotHoldUpAnApplicationThatEnds) {
+    const ReportServer server("hang");
+    QEventLoop application;
+    QTimer::singleShot(0, [&] { sendReport(server.host); });
+    QTimer::singleShot(500ms, [] { QCoreApplication::exit(3); });
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(application.exec(), 3);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
+}
+
+TEST(Curl, TellsOfEachHeaderLineAndGoesOn) {
+    const TemporaryFolder marker;
+    KelvaneLogStart(marker.path());
+    Strings log;
+    const LogSinkToken sink = setLogSink([&](const LogEntry& entry) { log.push_back(entry.text); });
+    std::string line = "X: é\xFF";
+    EXPECT_EQ(curlWriteHeader(line.data(), 2, 5, nullptr), 10U);
+    EXPECT_EQ(curlWriteHeader(line.data(), 1, 6, nullptr), 6U);
+    EXPECT_EQ(log, (Strings{"curl: X: é", "curl: (null)"}));
+}
+
+} // namespace
+} // namespace kelvane::tests

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "PreferencePane/Restore/RestoreTabController.h"
+#include "Tests/Harness/BrowserTabTest.h"
+#include "Tests/Harness/RunUntil.h"
+
+#include <QComboBox>
+#include <QFileDialog>
+
+namespace kelvane::tests {
+
+// On a daemon that has backed up three disks, one of which is gone.
+class RestoreTabTest : public BrowserTabTest {
+protected:
+    RestoreTabTest()
+        : BrowserTabTest(
+              {"/", "/home", "/Volumes/USB", "/Volumes/USB/docs", "/Volumes/Gone", "/Volumes/Gone/old"}) {
+        for (const char* const name : {"docs/a.txt", "docs/b.txt"})
+            addFile(name);
+        daemon.changeWorld([](DaemonWorld& world) { world.addFile("/home/h.txt", false, 1, true); });
+        observe(KelvaneBackupStateConnectionChangedNotification, [this] {
+            tab->enableTabItems(true);
+            pane.post(KelvanePrefPaneReadyChangedNotification);
+        });
+        observe(KelvaneBackupStateChangedNotification,
+                [this] { pane.post(KelvanePrefPaneDaemonStateChangedNotification); });
+        tab->enableTabItems(true);
+        tab->awakeFromNib();
+        show(pane.restoreTab());
+        static_cast<QVBoxLayout*>(pane.mainView()->layout())->addWidget(tab->progressView(), 0, Qt::AlignTop);
+    }
+    ~RestoreTabTest() override { pane.state->onEnd(); }
+
+    void waitForLoss() {
+        ASSERT_TRUE(loop->runUntil([this] { return !pane.connected(); }));
+        EXPECT_TRUE(control("disabledRestoreView").isVisible());
+    }
+    [[nodiscard]] QMessageBox* alert() const { return pane.mainView()->findChild<QMessageBox*>(); }
+    [[nodiscard]] QFileDialog* panel() const { return pane.mainView()->findChild<QFileDialog*>(); }
+    void pressRestore(int destination) {
+        control<QComboBox>("destinationButton").setCurrentIndex(destination);
+        click("restoreButton");
+    }
+
+    KelvaneInfoWindowController info{pane};
+    std::unique_ptr<KelvaneRestoreTabController> tab =
+        std::make_unique<KelvaneRestoreTabController>(pane, info);
+};
+
+} // namespace kelvane::tests

@@ -1,0 +1,199 @@
+#include "Tests/Restore/RestoreTabTest.h"
+
+#include "PreferencePane/Services/ActivityBar.h"
+
+namespace kelvane::tests {
+namespace {
+
+// Two files are selected.
+class RestoringTest : public RestoreTabTest {
+protected:
+    RestoringTest() {
+        connect();
+        choose({"USB", "docs", "a.txt"});
+        choose({"b.txt"}, Qt::ControlModifier, 2);
+        daemon.forgetCalls();
+    }
+    [[nodiscard]] QAbstractButton& alertButton(const char* text) const {
+        for (QAbstractButton* const button : alert()->buttons())
+            if (button->text().remove('&') == text)
+                return *button;
+        throw std::runtime_error(std::string("no button ") + text);
+    }
+    void restore(int destination, const char* answer) {
+        pressRestore(destination);
+        alertButton(answer).click();
+        ASSERT_TRUE(runUntil([this] { return alert() == nullptr; }));
+        QCoreApplication::processEvents();
+    }
+    // The targets of the jobs since the last question.
+    [[nodiscard]] Strings targets() {
+        Strings found;
+        for (const ReceivedCall& call : daemon.calls()) {
+            if (call.selector != "restoreFile:toPath:version:priority:")
+                continue;
+            const char* const path = found.empty() ? "/Volumes/USB/docs/a.txt" : "/Volumes/USB/docs/b.txt";
+            found.push_back(call.arguments.at(1).stringValue());
+            EXPECT_EQ(call.arguments, (Array{path, found.back(), 0U, 50U}));
+        }
+        daemon.forgetCalls();
+        return found;
+    }
+    [[nodiscard]] static Strings in(const std::string& place) { return {place + "/a.txt", place + "/b.txt"}; }
+    [[nodiscard]] ActivityBar& bar() const { return control<ActivityBar>("restoreProgress"); }
+
+    const std::string inPlace = "/Volumes/USB/docs";
+    const Strings shown{"showRestoreProgress 1"};
+};
+
+TEST_F(RestoringTest, GoesWhereTheAlertIsAnswered) {
+    const std::string onDesktop = folder / "Desktop/Kelvane Restored Files";
+    struct {
+        int destination;
+        const char* answer;
+        std::string place;
+    } const cases[] = {
+        {0, "Restore to Original", inPlace},  {0, "Restore to Desktop", onDesktop},
+        {0, "Other Location…", ""},           {0, "Cancel", ""},
+        {1, "Restore to Desktop", onDesktop}, {1, "Restore to Original", inPlace},
+        {1, "Other Location…", ""},           {1, "Cancel", ""},
+    };
+    for (const auto& [destination, answer, place] : cases) {
+        SCOPED_TRACE(std::to_string(destination) + answer);
+        pane.calls.clear();
+        restore(destination, answer);
+        EXPECT_EQ(targets(), place.empty() ? Strings() : in(place));
+        EXPECT_EQ(pane.calls, place.empty() ? Strings() : shown);
+        EXPECT_EQ(panel() != nullptr, answer == std::string("Other Location…"));
+        delete panel();
+    }
+}
+
+TEST_F(RestoringTest, GoesWhereThePanelPoints) {
+    std::filesystem::create_directory_symlink(folder / "USB", folder / "link");
+    const std::pair<std::string, std::string> places[] = {{folder / "Desktop", folder / "Desktop"},
+                                                          {folder / "USB", "/Volumes/USB"},
+                                                          {folder / "link", "/Volumes/USB"}};
+    for (const auto& [chosen, target] : places) {
+        pressRestore(2);
+        ASSERT_EQ(alert(), nullptr);
+        panel()->selectFile(QString::fromStdString(chosen));
+        static_cast<QDialog*>(panel())->accept();
+        EXPECT_EQ(targets(), in(target));
+        ASSERT_TRUE(runUntil([this] { return panel() == nullptr; }));
+    }
+    pane.calls.clear();
+    pressRestore(2);
+    panel()->reject();
+    pressRestore(-1);
+    EXPECT_EQ(pane.calls, Strings());
+}
+
+TEST_F(RestoringTest, TakesWhateverIsOnTheDesktop) {
+    folder.write("user-dirs.dirs", "XDG_DESKTOP_DIR=\"$HOME/Table\"\n");
+    folder.write("Table", "a file where the folder should be");
+    restore(1, "Restore to Desktop");
+    EXPECT_EQ(pane.calls, Strings());
+    std::filesystem::remove(folder / "Table");
+    restore(1, "Restore to Desktop");
+    EXPECT_EQ(targets(), in(folder / "Table/Kelvane Restored Files"));
+    EXPECT_TRUE(std::filesystem::remove(folder / "Table/Kelvane Restored Files")); // was made
+    folder.write("Table/Kelvane Restored Files", "in the way");
+    restore(0, "Restore to Desktop");
+    EXPECT_EQ(targets().size(), 2);
+}
+
+TEST_F(RestoringTest, KnowsWhichVolumesAreMissing) {
+    std::filesystem::create_directories(folder / "USB/x");
+    struct {
+        Strings path;
+        const char* fileName; // of the volume, as the daemon has it
+        bool canRestore;
+    } const cases[] = {{{"System", "home"}, "/", true},
+                       {{"USB", "docs"}, "/Volumes/USB", true},
+                       {{"USB", "docs"}, "/Volumes/USB/x", false}, // in the place of another
+                       {{"USB", "docs"}, "/Volumes/Nowhere", false},
+                       {{"USB", "docs"}, nullptr, false},
+                       {{"Gone", "old"}, "/Volumes/Gone", false}};
+    for (const auto& [path, fileName, canRestore] : cases) {
+        SCOPED_TRACE(path.front() + (fileName ? fileName : " unknown"));
+        choose(path);
+        tab->enableTabItems(true);
+        daemon.answer("dictionaryForPath:withDirSizes:",
+                      fileName ? Value(Dictionary{{"fileName", fileName}}) : Value());
+        pressRestore(0);
+        EXPECT_EQ(alertButton("Restore to Original").isEnabled(), canRestore);
+        delete alert();
+    }
+    // On the way to the Desktop nobody asks.
+    pressRestore(1);
+    EXPECT_TRUE(alertButton("Restore to Original").isEnabled());
+    alertButton("Help").click();
+    EXPECT_TRUE(alert()->isVisible());
+    EXPECT_EQ(pane.calls, Strings{"showOnlineHelp"});
+}
+
+TEST_F(RestoringTest, ShowsItsProgressBeforeItLooksAtTheSelection) {
+    choose({"USB"}, Qt::ControlModifier);
+    tab->enableTabItems(true);
+    restore(1, "Restore to Desktop");
+    EXPECT_EQ(targets(), Strings());
+    tab->restoredPendingCount(0);
+    EXPECT_EQ(pane.calls, (Strings{"showRestoreProgress 1", "showRestoreProgress 0"}));
+}
+
+TEST_F(RestoringTest, TellsHowFarItIs) {
+    restore(0, "Restore to Original");
+    EXPECT_TRUE(bar().isIndeterminate() && bar().isAnimating());
+    tab->restoredFileName("a.txt");
+    tab->restoredFileSize(1536);
+    tab->restoredPendingCount(3);
+    EXPECT_FALSE(bar().isIndeterminate());
+    tab->restoredPendingCount(2);
+    EXPECT_EQ(text("restoreStatusField"), "Restoring item 2 of 3, 1.50 KB");
+    EXPECT_EQ(text("awaitingRestoreField"), "2 files");
+    EXPECT_EQ(bar().value(), 33);
+
+    click("restorePauseButton");
+    tab->restoredPendingCount(1);
+    EXPECT_TRUE(bar().isIndeterminate() && bar().isAnimating());
+    click("restorePauseButton");
+    EXPECT_FALSE(bar().isIndeterminate() || bar().isAnimating());
+    EXPECT_EQ(bar().value(), 66);
+
+    // One more while this one runs counts anew.
+    restore(0, "Restore to Original");
+    EXPECT_TRUE(bar().isIndeterminate());
+    tab->restoredPendingCount(4);
+    EXPECT_EQ(text("restoreStatusField"), "Restoring item 1 of 4, 1.50 KB");
+    click("restoreCancelButton");
+    EXPECT_TRUE(daemon.waitForCalls("cancelAllRestoreJobs"));
+    EXPECT_EQ(pane.calls.back(), "showRestoreProgress 0");
+}
+
+TEST_F(RestoringTest, EndsWithTheLinkThatIsLostInTheMiddle) {
+    breakLinkAt("restoreFile:toPath:version:priority:");
+    restore(0, "Restore to Original");
+    waitForLoss();
+    EXPECT_EQ(targets(), Strings{inPlace + "/a.txt"});
+    click("restoreCancelButton");
+    loop->advance(1s);
+
+    breakLinkAt("dictionaryForPath:withDirSizes:"); // while it looks for the volumes
+    pressRestore(0);
+    waitForLoss();
+    EXPECT_TRUE(runUntil([this] { return !alert(); }));
+    for (const int destination : {0, 2}) { // an alert, and a panel
+        loop->advance(1s);
+        pane.calls.clear();
+        pressRestore(destination);
+        EXPECT_TRUE(alert() || panel());
+        daemon.closePanes();
+        waitForLoss();
+        EXPECT_TRUE(runUntil([this] { return !alert() && !panel(); }));
+        EXPECT_EQ(pane.calls, Strings());
+    }
+}
+
+} // namespace
+} // namespace kelvane::tests

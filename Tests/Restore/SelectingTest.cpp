@@ -1,0 +1,141 @@
+#include "Tests/Restore/RestoreTabTest.h"
+
+#include "Common/FileNodeFlags.h"
+
+#include <QDialog>
+
+namespace kelvane::tests {
+namespace {
+
+class SelectingTest : public RestoreTabTest {
+protected:
+    void change(const std::string& path, std::string_view key, const Value& value) {
+        daemon.changeWorld(
+            [&](DaemonWorld& world) { world.file(path)->mutableDictionary().set(key, value); });
+    }
+    [[nodiscard]] Strings reloadedVolumes(bool isDriveMountedAtSVD) {
+        pane.isDriveMountedAtSVD = isDriveMountedAtSVD;
+        browser().reloadColumn(0);
+        return titles(0);
+    }
+};
+
+TEST_F(SelectingTest, ShowsVolumesByWhatIsBackedUpOfThem) {
+    daemon.changeWorld([](DaemonWorld& world) {
+        for (const char* const name : {"/Volumes/Empty", "/System/Volumes/Data"}) {
+            world.volumes.emplace_back(name);
+            world.addFile(name, true, 0, true);
+        }
+        world.addFile("/System/Volumes/Data/x", false, 1, true);
+    });
+    change("/Volumes/Gone", "backupFlags", Backup_Missing);
+    change("/System/Volumes/Data", "fileName", "/System/Volumes/Data");
+    connect();
+    EXPECT_EQ(titles(0), (Strings{"System", "USB", "Gone", "[Empty]", "System"}));
+    EXPECT_EQ(browser().cell(0, 0)->getFilePath(), "/Volumes/System");
+    EXPECT_EQ(browser().cell(0, 4)->getFilePath(), "/System/Volumes/Data");
+    EXPECT_FALSE(browser().cell(0, 3)->isLeaf());
+    // With its data mounted elsewhere, a "/" says nothing once it is empty.
+    EXPECT_EQ(reloadedVolumes(true).size(), 5);
+    change("/home", "path", "/elsewhere/home");
+    EXPECT_EQ(reloadedVolumes(true), (Strings{"USB", "Gone", "[Empty]", "System"}));
+    EXPECT_EQ(reloadedVolumes(false).front(), "[System]");
+}
+
+TEST_F(SelectingTest, ShowsWhatIsInTheBackup) {
+    const std::string docs = "/Volumes/USB/docs/";
+    const std::string odd = " \u202Efdp\u2215x ";
+    addFile("docs/new.txt", false);
+    addFile("docs/never", false);
+    addFile("docs/" + odd);
+    change(docs + "new.txt", "backupFlags", Backup_Backup);
+    daemon.changeWorld([&](DaemonWorld& world) {
+        for (const char* const name : {"asleep", "folder"})
+            world.addFile(docs + name, true, 0, false);
+    });
+    change(docs + "asleep", "backupFlags", Backup_Folder | Backup_Not_Active);
+    connect();
+    choose({"USB", "docs"});
+    EXPECT_EQ(titles(2), (Strings{"a.txt", "b.txt", "[new.txt]", odd, "folder"}));
+    EXPECT_TRUE(browser().cell(2, 0)->isLeaf());
+    EXPECT_FALSE(browser().cell(2, 4)->isLeaf());
+
+    change(docs + "new.txt", "backupDate", Date{1});
+    tab->fileChanged(docs + "new.txt");
+    EXPECT_EQ(titles(2)[2], "new.txt");
+    change(docs + "a.txt", "backupFlags", 0U);
+    tab->fileChanged(docs + "a.txt");
+    EXPECT_EQ(titles(2), (Strings{"b.txt", "new.txt", odd, "folder"}));
+}
+
+TEST_F(SelectingTest, LooksForVolumesOnlyWhileThereAreNone) {
+    daemon.changeWorld([](DaemonWorld& world) { world.volumes.clear(); });
+    connect();
+    daemon.forgetCalls();
+    daemon.changeWorld([&](DaemonWorld& world) { world.volumes = {"/Volumes/USB"}; });
+    for (const auto& [state, hasVolumes] : {std::pair(10U, false), {24U, false}, {25U, true}, {3U, true}}) {
+        setState("serviceState", state);
+        EXPECT_EQ(!titles(0).empty(), hasVolumes) << state;
+    }
+    EXPECT_EQ(daemon.callCount("childrenDictionariesForPath:"), 2); // of all volumes, and of USB
+}
+
+TEST_F(SelectingTest, TellsWhatIsSelected) {
+    const std::vector<const char*> controls{"destinationButton", "restoreAssistantButton", "restoreButton",
+                                            "getInfoButton"};
+    const std::string date = pane.services.dateAndTime(Date{757479845});
+    connect();
+    EXPECT_EQ(text("filenameField") + text("dateField"), "[][No selection]");
+    EXPECT_EQ(enabled(controls), "destinationButton restoreAssistantButton restoreButton");
+    choose({"USB", "docs", "a.txt"});
+    EXPECT_EQ(text("filenameField") + text("dateField"), "a.txt" + date);
+    choose({"b.txt"}, Qt::ControlModifier, 2);
+    EXPECT_EQ(text("filenameField") + text("dateField"), "[Multiple files selected]" + date);
+    EXPECT_EQ(enabled(controls), "destinationButton restoreAssistantButton restoreButton");
+    // The name's placeholder stays.
+    daemon.answer("dictionaryForPath:withDirSizes:", Value());
+    choose({"docs"}, {}, 1);
+    EXPECT_EQ(text("filenameField") + text("dateField"), "[Multiple files selected][Unavailable]");
+    EXPECT_EQ(control("dateField").accessibleDescription(), "Unavailable");
+    EXPECT_EQ(enabled(controls), "destinationButton restoreAssistantButton getInfoButton");
+    pane.isAuthorized = false;
+    tab->enableTabItems(true);
+    EXPECT_EQ(enabled(controls), "");
+}
+
+TEST_F(SelectingTest, OpensTheInfoWindowAndTheAssistant) {
+    connect();
+    choose({"USB", "docs"});
+    click("getInfoButton");
+    EXPECT_EQ(info.fileNode()->sizeValue(), 2U); // with what is in the folder
+    EXPECT_TRUE(info.window()->isVisible());
+    click("restoreAssistantButton");
+    click("restoreAssistantButton");
+    EXPECT_TRUE(daemon.waitForCalls("showRestoreWizard", 2));
+    EXPECT_EQ(daemon.callCount("setStateHandler"), 1);
+}
+
+TEST_F(SelectingTest, KeepsWhatItShowsWhenTheLinkIsLostInTheMiddle) {
+    EXPECT_TRUE(control("disabledRestoreView").isVisible());
+    connect();
+    choose({"USB", "docs", "a.txt"});
+    const std::pair<const char*, int> moments[] = {{"childrenDictionariesForPath:", 0},
+                                                   {"childrenDictionariesForPath:", 2},
+                                                   {"dictionaryForPath:withDirSizes:", 0}};
+    for (const auto& [selector, answersBefore] : moments) {
+        SCOPED_TRACE(selector);
+        breakLinkAt(selector, answersBefore);
+        browser().reloadColumn(0);
+        click("getInfoButton");
+        waitForLoss();
+        EXPECT_EQ(titles(2), (Strings{"a.txt", "b.txt"}));
+        EXPECT_EQ(info.fileNode(), nullptr);
+        loop->advance(1s);
+        ASSERT_TRUE(pane.connected());
+        EXPECT_EQ(titles(0), (Strings{"System", "USB", "Gone"}));
+        EXPECT_EQ(text("filenameField"), "a.txt");
+    }
+}
+
+} // namespace
+} // namespace kelvane::tests
