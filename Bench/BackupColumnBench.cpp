@@ -2,7 +2,7 @@
 #include "Platform/Desktop/QtMainLoop.h"
 #include "PreferencePane/Backup/BackupTabController.h"
 #include "PreferencePane/Browser/ColumnBrowser.h"
-#include "Tests/Backup/BackupPane.h"
+#include "Tests/Harness/LocalPane.h"
 #include "Tests/Harness/RunUntil.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
@@ -50,6 +50,7 @@ public:
         tab->awakeFromNib();
         pane.post(KelvanePrefPaneReadyChangedNotification);
         pane.post(KelvanePrefPaneDaemonStateChangedNotification);
+        pane.mainView()->layout()->addWidget(pane.backupTab());
         pane.mainView()->resize(900, 500);
         pane.mainView()->show();
     }
@@ -73,7 +74,7 @@ public:
     const tests::TemporaryFolder folder;
     FakeDaemon daemon{folder / "daemon.sock"};
     const std::shared_ptr<QtMainLoop> loop = std::make_shared<QtMainLoop>();
-    tests::BackupPane pane{
+    tests::LocalPane pane{
         std::make_shared<Bundle>(KELVANE_PANE_FOLDER, Dictionary{{"DaemonPath", folder / "daemon.sock"}}),
         loop, Volumes("System", {{"Empty", folder / "Empty"}, {"Disk", folder / "Disk"}})};
     KelvaneInfoWindowController info{pane};

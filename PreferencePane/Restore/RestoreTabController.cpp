@@ -29,11 +29,11 @@ void makePlain(QLineEdit& field) {
     field.setPalette(palette);
 }
 
-// A screen reader does not tell a placeholder by itself.
+// Left alone, a screen reader tells the placeholder also where it does not show.
 void show(QLineEdit& field, const std::string& text) {
     field.setText(QString::fromStdString(text));
     field.setCursorPosition(0);
-    field.setAccessibleDescription(text.empty() ? field.placeholderText() : QString());
+    field.setAccessibleDescription(text.empty() ? field.placeholderText() : field.accessibleName());
 }
 
 } // namespace

@@ -19,6 +19,7 @@ int returnCodeOf(const QAbstractButton* clicked, const std::vector<QPushButton*>
 void addHelp(QMessageBox& box, QObject* context, const std::function<void()>& showHelp) {
     QPushButton* const help = box.addButton(QMessageBox::Help);
     help->disconnect();
+    help->setIcon({}); // no other button has one
     QObject::connect(help, &QAbstractButton::clicked, context, showHelp);
 }
 

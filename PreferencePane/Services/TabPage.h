@@ -10,11 +10,12 @@ namespace kelvane {
 // The page of a tab whose controller shows one of several views: a widget that is empty but for its layout,
 // which holds the one that is shown. The others are hidden children of the page.
 
-// A view from its form, with the bundle's texts.
+// A view from its form, with the bundle's texts; without a page it is for whoever takes it to show.
 template <class Form>
 [[nodiscard]] QWidget* makeView(Form& form, QWidget* page, const Bundle& bundle) {
     auto* const view = new QWidget(page);
-    view->hide();
+    if (page != nullptr)
+        view->hide();
     form.setupUi(view);
     localizeForm(*view, bundle);
     return view;

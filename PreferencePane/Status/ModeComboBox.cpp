@@ -37,7 +37,7 @@ void ModeComboBox::keyPressEvent(QKeyEvent* event) {
     case Qt::Key_Return:
     case Qt::Key_Enter:
     case Qt::Key_F4: return showPopup();
-    default: QWidget::keyPressEvent(event);
+    default: QWidget::keyPressEvent(event); // NOLINT(bugprone-parent-virtual-call): not what a combo box does
     }
 }
 

@@ -43,7 +43,7 @@ std::int32_t percentDone(std::uint64_t backedUpSize, std::uint64_t pendingSize) 
 }
 
 std::string statusLine(std::uint32_t serviceState, std::uint32_t quotaGB, const Bundle& bundle) {
-    const std::string text = stringForKelvaneServiceState(static_cast<std::int32_t>(serviceState), bundle);
+    std::string text = stringForKelvaneServiceState(static_cast<std::int32_t>(serviceState), bundle);
     if (text == statusText(bundle, StatusText::BackupFailed))
         return statusText(bundle, StatusText::TemporarilyUnavailable);
     if (serviceState == overQuota && text == statusText(bundle, StatusText::AccountOverQuota))

@@ -73,8 +73,8 @@ TEST_F(FolderWatcherTest, TellsWhatIsMadeRenamedAndDeletedUnderTheVolumesName) {
 TEST_F(FolderWatcherTest, TellsABurstAFewTimesOnlyAndItsEnd) {
     watch("/Volumes/USB/in");
     const auto end = std::chrono::steady_clock::now() + 500ms;
-    for (; std::chrono::steady_clock::now() < end; loop->runPosted())
-        folder.write("disk/in/new", "");
+    for (int made = 0; std::chrono::steady_clock::now() < end; loop->runPosted())
+        folder.write("disk/in/" + std::to_string(++made), "");
     EXPECT_LE(std::ranges::count(told, "/Volumes/USB/in"), 3);
     EXPECT_TRUE(isTold("/Volumes/USB/in"));
 }
@@ -89,6 +89,7 @@ TEST_F(FolderWatcherTest, EndsWhileItWaitsForTheMainThread) {
 }
 
 TEST_F(FolderWatcherTest, IsNotMadeWhereNothingCanBeWatched) {
+    watcher.reset(); // it could not wait meanwhile
     rlimit limit{};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
     const rlimit none{0, limit.rlim_max};

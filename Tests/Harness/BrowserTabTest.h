@@ -3,45 +3,19 @@
 #include "FakeDaemon/FakeDaemon.h"
 #include "PreferencePane/Browser/ColumnBrowser.h"
 #include "Tests/Harness/EnvironmentVariable.h"
-#include "Tests/Harness/PaneDouble.h"
+#include "Tests/Harness/LocalPane.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
 #include <QAbstractButton>
 #include <QListView>
 #include <QTest>
-#include <QVBoxLayout>
 #include <atomic>
 #include <gtest/gtest.h>
-#include <map>
 
 namespace kelvane::tests {
 
 using namespace std::chrono_literals;
 using Strings = std::vector<std::string>;
-
-// A pane on this machine's disk, with one more volume.
-struct LocalPane : PaneDouble {
-    LocalPane(std::shared_ptr<const Bundle> texts, std::shared_ptr<MainLoop> loop, Volumes volumes)
-        : PaneDouble(std::move(texts), std::move(loop)), localDisk(std::move(volumes)) {
-        for (QWidget* const widget : {mainView(), backupTab(), restoreTab()})
-            (new QVBoxLayout(widget))->setContentsMargins(0, 0, 0, 0);
-    }
-    const FileServices& fileServices() const override { return services; }
-    bool existsDriveMountedAtSVD() const override { return isDriveMountedAtSVD; }
-    QIcon bulletImageForColor(std::int32_t color) const override {
-        constexpr const char* names[] = {"red", "red", "green", "yellow", "green-partial", "blue"};
-        QIcon& bullet = bullets[color];
-        if (bullet.isNull())
-            bullet = QIcon(QString(KELVANE_PANE_FOLDER "/Resources/Bullets/%1.svg").arg(names[color]));
-        return bullet;
-    }
-
-    bool isDriveMountedAtSVD = false;
-    mutable std::map<std::int32_t, QIcon> bullets;
-    const LocalFileSystem localDisk;
-    const FakeAccounts localAccounts;
-    const DesktopFileServices services{localDisk, localAccounts, icons()};
-};
 
 // A tab with a browser in a window, on a fake daemon, with the volume USB that is a folder of the test's own,
 // as the user's home is. Who derives from this owns the tab, passes it the notices of the link, which come

@@ -62,17 +62,19 @@ TEST(PollLoop, EndsWithTheFirstStatusOrAnExceptionAndKeepsWhatCameAfter) {
 TEST(PollLoop, FiresTimersInTheOrderOfTheirTimesForAsLongAsTheirTokensLive) {
     PollLoop loop;
     std::string fired;
-    const Timer last = loop.schedule(4ms, Repeat::Once, [&] { loop.quit(); });
-    Timer droppedByAnother = loop.schedule(2ms, Repeat::Always, [&] { fired += 'x'; });
+    Timer droppedByAnother;
     Timer droppedByItself;
+    // Made in the order in which they become due, however long each takes to be made.
     droppedByItself = loop.schedule(1ms, Repeat::Always, [&, held = std::string("once")] {
         droppedByItself.stop();
         droppedByAnother.stop();
         fired += held;
     });
+    droppedByAnother = loop.schedule(2ms, Repeat::Always, [&] { fired += 'x'; });
+    const Timer last = loop.schedule(4ms, Repeat::Once, [&] { loop.quit(); });
     const Timer farAway =
         loop.schedule(std::chrono::milliseconds::max(), Repeat::Always, [&] { fired += 'y'; });
-    spinUntil(Clock::now() + 5ms); // all are due
+    spinUntil(Clock::now() + 5ms); // all but the far one are due
     loop.run();
     EXPECT_EQ(fired, "once");
 }

@@ -26,8 +26,9 @@ protected:
                 [this] { pane.post(KelvanePrefPaneDaemonStateChangedNotification); });
         tab->enableTabItems(true);
         tab->awakeFromNib();
+        static_cast<QVBoxLayout*>(pane.mainView()->layout())
+            ->addWidget(tab->progressView(), 0, Qt::AlignTop | Qt::AlignLeft);
         show(pane.restoreTab());
-        static_cast<QVBoxLayout*>(pane.mainView()->layout())->addWidget(tab->progressView(), 0, Qt::AlignTop);
     }
     ~RestoreTabTest() override { pane.state->onEnd(); }
 

@@ -144,7 +144,7 @@ TEST_F(RestoringTest, ShowsItsProgressBeforeItLooksAtTheSelection) {
 
 TEST_F(RestoringTest, TellsHowFarItIs) {
     restore(0, "Restore to Original");
-    EXPECT_TRUE(bar().isIndeterminate() && bar().isAnimating());
+    EXPECT_TRUE(bar().isVisible() && bar().isIndeterminate() && bar().isAnimating());
     tab->restoredFileName("a.txt");
     tab->restoredFileSize(1536);
     tab->restoredPendingCount(3);

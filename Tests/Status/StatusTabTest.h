@@ -14,7 +14,6 @@
 #include <QLabel>
 #include <QTest>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 namespace kelvane::tests {
 

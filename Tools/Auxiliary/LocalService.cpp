@@ -86,9 +86,9 @@ std::optional<std::string> findProgram(const std::string& name) {
     const char* const path = std::getenv("PATH");
     std::istringstream folders(folderOfThisProgram() + ':' + (path ? path : ""));
     for (std::string folder; std::getline(folders, folder, ':');) {
-        const std::string program = folder + '/' + name;
-        if (folder.starts_with('/') && ::access(program.c_str(), X_OK) == 0)
-            return program;
+        folder.append("/").append(name);
+        if (folder.starts_with('/') && ::access(folder.c_str(), X_OK) == 0)
+            return folder;
     }
     return std::nullopt;
 }

@@ -23,10 +23,8 @@
 #include <system_error>
 #include <unistd.h>
 
+namespace kelvane::tools {
 namespace {
-
-using namespace kelvane;
-using namespace kelvane::tools;
 
 constexpr const char* name = "Uninstall";
 constexpr const char* usage = "usage: Uninstall PID UID uninstall [FILE], with your own user id";
@@ -82,11 +80,7 @@ int uninstall(HandOffFile& handOff, std::uint32_t pid) {
     return removeEverything();
 }
 
-} // namespace
-
-int main(int count, char** arguments) {
-    occupyStandardDescriptors();
-    std::signal(SIGPIPE, SIG_IGN);
+int run(int& count, char** arguments) {
     const auto order = orderFrom(count, arguments);
     if (!order)
         return complain(name, usage, EX_USAGE);
@@ -97,4 +91,13 @@ int main(int count, char** arguments) {
     const int status = uninstall(*handOff, order->pid);
     handOff->complete(status == 0 ? HandOffFile::succeeded : static_cast<std::uint32_t>(status));
     return status;
+}
+
+} // namespace
+} // namespace kelvane::tools
+
+int main(int count, char** arguments) {
+    kelvane::occupyStandardDescriptors();
+    std::signal(SIGPIPE, SIG_IGN);
+    return kelvane::tools::run(count, arguments);
 }
