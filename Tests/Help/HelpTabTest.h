@@ -34,7 +34,7 @@ struct ReportServer {
 // The tab in a window, on a fake daemon, with folders and a log of its own.
 class HelpTabTest : public testing::Test {
 protected:
-    void SetUp() override {
+    HelpTabTest() {
         folder.write("tmp/none", "");
         pane.state = std::make_shared<BackupState>(loop, pane.notifications(), pane.bundle());
         observer = pane.notifications()->observe(

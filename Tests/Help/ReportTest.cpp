@@ -10,10 +10,7 @@ namespace {
 // What a server gets.
 class Reports : public HelpTabTest {
 protected:
-    void SetUp() override {
-        HelpTabTest::SetUp();
-        connect();
-    }
+    void SetUp() override { connect(); }
     const ReportServer server;
 };
 

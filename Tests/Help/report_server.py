@@ -37,7 +37,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
         keep(self.headers.get_boundary().encode(), self.rfile.read(int(self.headers["Content-Length"])))
         if behaviour == "hang":
             threading.Event().wait()
-        self.send_response({"fail": 500, "redirect": 302}.get(behaviour, 200))
+        self.send_response({"fail": 500, "redirect": 307}.get(behaviour, 200))
         self.send_header("Location", f"http://127.0.0.1:{self.server.server_port}/elsewhere")
         for number in range(1000 if behaviour == "talk" else 0):
             self.send_header(f"X-{number}", "x" * 1024)
