@@ -13,7 +13,7 @@ namespace kelvane {
 [[nodiscard]] QIcon qIcon(const IconHandle& icon);
 [[nodiscard]] IconHandle iconHandle(const QIcon& icon);
 
-// Pictures by the names of the freedesktop icon naming specification: an SVG of that name in the bundle's
+// Pictures by the names of the desktop icon theme ("folder", "computer"): an SVG of that name in the bundle's
 // resources first ("folder" is Resources/folder.svg), then the desktop's theme. Main thread only; needs a
 // QGuiApplication. Remembers what it has found.
 class Icons {

@@ -181,8 +181,8 @@ void KelvaneBackupTabController::readyChangedNotification() {
         KelvaneCLog("BackupTabController:readyChangedNotification: not connected");
         watcher_->stopWatching();
         previousState_ = 0;
-        if (panel_)
-            panel_->reject(); // what is chosen now could not be excluded
+        if (ChoosePanel* const panel = panel_)
+            panel->reject(); // what is chosen now could not be excluded
     }
     setCurrentView();
     manual_->manualBrowser->reloadColumn(0);

@@ -64,7 +64,7 @@ private:
     enum class ExcludeSegment { Add, Remove, Info };
     void excludeButtonAction(ExcludeSegment segment);
     void chooseFiles();
-    void addFilesDidEnd(int returnCode);
+    void addFilesDidEnd(const std::vector<std::string>& filenames, int returnCode);
     void removeSelected();
     void addExcludePaths(const std::vector<std::string>& paths);
 

@@ -53,20 +53,22 @@ void KelvaneBackupTabController::excludeButtonAction(ExcludeSegment segment) {
 void KelvaneBackupTabController::chooseFiles() {
     if (panel_)
         return;
-    panel_ = new ChoosePanel(prefs_.mainView()->window(),
-                             QString::fromStdString(prefs_.text("Select files to exclude from backup:")),
-                             QString::fromStdString(prefs_.text("Select")));
-    panel_->setAttribute(Qt::WA_DeleteOnClose);
-    QObject::connect(panel_, &QDialog::finished, &context_,
-                     [this](int returnCode) { addFilesDidEnd(returnCode); });
-    panel_->open();
+    auto* const panel =
+        new ChoosePanel(prefs_.mainView()->window(),
+                        QString::fromStdString(prefs_.text("Select files to exclude from backup:")),
+                        QString::fromStdString(prefs_.text("Select")));
+    panel_ = panel;
+    panel->setAttribute(Qt::WA_DeleteOnClose);
+    QObject::connect(panel, &QDialog::finished, &context_, [this, panel](int returnCode) {
+        panel_.clear();
+        addFilesDidEnd(panel->filenames(), returnCode);
+    });
+    panel->open();
 }
 
-void KelvaneBackupTabController::addFilesDidEnd(int returnCode) {
-    const std::vector<std::string> names = panel_->filenames();
-    panel_.clear(); // it deletes itself
-    if (returnCode == QDialog::Accepted && !names.empty())
-        addExcludePaths(names);
+void KelvaneBackupTabController::addFilesDidEnd(const std::vector<std::string>& filenames, int returnCode) {
+    if (returnCode == QDialog::Accepted && !filenames.empty())
+        addExcludePaths(filenames);
 }
 
 // The list follows when the daemon says that it has changed.

@@ -72,12 +72,14 @@ void KelvaneRestoreTabController::connectControls() {
         {ui_->getInfoButton, &KelvaneRestoreTabController::getInfoAction},
         {ui_->restoreButton, &KelvaneRestoreTabController::restoreAction},
         {ui_->restoreAssistantButton, &KelvaneRestoreTabController::restoreAssistantAction},
-        {progress_->restorePauseButton, &KelvaneRestoreTabController::restorePauseAction},
         {progress_->restoreCancelButton, &KelvaneRestoreTabController::restoreCancelAction},
     };
     for (const auto& [button, action] : actions)
         QObject::connect(button, &QAbstractButton::clicked, &context_,
                          [this, action = action] { (this->*action)(); });
+    // A screen reader toggles it without a click.
+    QObject::connect(progress_->restorePauseButton, &QAbstractButton::toggled, &context_,
+                     [this] { restorePauseAction(); });
     QObject::connect(ui_->restoreBrowser, &ColumnBrowser::chosen, &context_,
                      [this] { restoreBrowserAction(); });
 }

@@ -47,6 +47,8 @@ void KelvaneRestoreTabController::showAlert(const RestoreAlertTexts& texts, bool
 }
 
 void KelvaneRestoreTabController::restoreAlertDidEnd(int returnCode) {
+    if (!prefs_.connected())
+        return; // lost since the answer
     switch (stepAfterAlert(selectedRestoreLocation_, returnCode)) {
     case RestoreStep::Nothing: return;
     case RestoreStep::RestoreToOriginal: return restoreToPath(std::nullopt);
@@ -89,8 +91,9 @@ void KelvaneRestoreTabController::openPanelDidEnd(int returnCode) {
     if (returnCode != QDialog::Accepted || folders.empty())
         return;
     const std::string folder = QFileInfo(folders.front()).canonicalFilePath().toStdString();
-    if (!folder.empty())
-        restoreToPath(enteredPath(folder, *prefs_.fileServices().fileSystem().volumes()));
+    if (folder.empty())
+        return KelvaneCLog("There is no folder %@ to restore to", folders.front().toStdString());
+    restoreToPath(enteredPath(folder, *prefs_.fileServices().fileSystem().volumes()));
 }
 
 void KelvaneRestoreTabController::restoreToDesktop() {

@@ -67,7 +67,6 @@ void KelvaneRestoreTabController::showRestoreCounts() {
 // The daemon goes on: it is only that the bar says no more how far it is.
 void KelvaneRestoreTabController::restorePauseAction() {
     restorePaused_ = !restorePaused_;
-    progress_->restorePauseButton->setChecked(restorePaused_);
     if (!restorePaused_)
         progress_->restoreProgress->stopAnimation();
     progress_->restoreProgress->setIndeterminate(restorePaused_);

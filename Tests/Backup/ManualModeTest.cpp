@@ -1,6 +1,7 @@
 #include "Tests/Backup/BackupTabTest.h"
 
 #include "Common/FileNodeFlags.h"
+#include "PreferencePane/Backup/BackupTabRules.h"
 
 #include <filesystem>
 
@@ -41,6 +42,16 @@ TEST_F(ManualModeTest, ShowsVolumesThatAreThere) {
     EXPECT_EQ(cell(0, "System").getFilePath(), "/Volumes/System");
     EXPECT_EQ(cell(0, "USB").stateText(), "Partly backed up");
     EXPECT_FALSE(cell(0, "USB").isLeaf());
+    tab->folderChanged("/");
+    EXPECT_EQ(daemon.callCount("excludedFiles:"), 0);
+
+    pane.isAuthorized = false; // or its items would be enabled, and the volumes read, anyway
+    daemon.changeWorld([](DaemonWorld& world) { world.volumes = {"/Volumes/USB"}; });
+    setState("serviceState", 10U);
+    EXPECT_EQ(titles(0).size(), 2);
+    setState("serviceState", 25U);
+    EXPECT_EQ(titles(0), Paths{"USB"});
+    pane.isAuthorized = true;
     tab->enableTabItems(false);
     EXPECT_EQ(titles(0), Paths());
 }
@@ -98,21 +109,35 @@ TEST_F(ManualModeTest, MarksWhatIsSelected) {
     EXPECT_FALSE(control("manualToggleButton").isEnabled());
 }
 
-// A daemon may call an item unchecked though it waits for its backup: then the next path is taken out.
 TEST_F(ManualModeTest, ReadsTheToggleStateAnewForEachPath) {
-    beginManual();
-    daemon.answer("dictionaryForPath:withDirSizes:", Dictionary{{"backupColor", Backup_Color_None}});
-    choose({"USB", "docs", "a.txt"});
-    choose({"b.txt"}, Qt::ControlModifier, 2);
-    daemon.answerWith("addFileToBackup:", [this](const Array&) {
-        daemon.answer("dictionaryForPath:withDirSizes:", Dictionary{{"backupColor", Backup_Color_Yellow}});
+    folder.write("USB/docs/unknown.txt", "");
+    daemon.changeWorld([](DaemonWorld& world) { world.include("/Volumes/USB/docs/b.txt", false); });
+    daemon.answerWith("addFileToBackup:", [this](const Array&) { // waits, and is not checked all the same
+        daemon.changeWorld([](DaemonWorld& world) {
+            world.file("/Volumes/USB/docs/b.txt")->mutableDictionary().set("backupColor", 3);
+        });
         return Value();
     });
+    daemon.answer("removeFileFromBackup:", Value());
+    beginManual();
+    choose({"USB", "docs", "a.txt"});
+    choose({"b.txt"}, Qt::ControlModifier, 2);
+    choose({"unknown.txt"}, Qt::ControlModifier, 2);
     daemon.forgetCalls();
     click("manualToggleButton");
     ASSERT_TRUE(daemon.waitForCalls("removeFileFromBackup:"));
     EXPECT_EQ(daemon.callCount("addFileToBackup:"), 1);
     EXPECT_EQ(asked("removeFileFromBackup:"), Paths{"/Volumes/USB/docs/b.txt"});
+
+    daemon.changeWorld([](DaemonWorld& world) { world.addFile("/Volumes/USB/docs", true, 0, false); });
+    choose({"USB", "docs"});
+    daemon.answerWith("backupColorsForFiles:", [this](const Array&) { // while its contents are reloaded
+        pane.flags().manualToggleButtonState = togglestate::remove;
+        return Array();
+    });
+    click("manualToggleButton");
+    EXPECT_TRUE(daemon.waitForCalls("addFileToBackup:"));
+    EXPECT_TRUE(daemon.waitForCalls("removeFileFromBackup:"));
 }
 
 TEST_F(ManualModeTest, FollowsTheDisk) {
@@ -132,7 +157,7 @@ TEST_F(ManualModeTest, KeepsWhatItShowsWhenTheLinkIsLostInTheMiddle) {
     beginManual();
     choose({"USB", "docs", "a.txt"});
     const std::pair<const char*, const char*> moments[] = {
-        {"backupColorsForFiles:", "photos"},
+        {"backupColorsForFiles:", "docs"},
         {"childrenDictionariesForPath:", nullptr},
         {"dictionaryForPath:withDirSizes:", nullptr},
     };
@@ -149,6 +174,7 @@ TEST_F(ManualModeTest, KeepsWhatItShowsWhenTheLinkIsLostInTheMiddle) {
         EXPECT_EQ(shownView(), "disabledBackupView");
         EXPECT_EQ(titles(0), (Paths{"System", "USB"}));
         EXPECT_EQ(titles(1), (Paths{"docs", "photos"}));
+        EXPECT_EQ(titles(2), (Paths{"a.txt", "b.txt", "deep"}));
         daemon.answerAsUsual(selector);
         loop->advance(1s);
         ASSERT_TRUE(pane.connected());

@@ -6,27 +6,6 @@
 namespace kelvane::tests {
 namespace {
 
-TEST(BackupTab, EnablesWhatItsConditionsAllow) {
-    struct Case {
-        PaneConditions conditions; // connected, authorized, recovering, enabled
-        const char* items;         // E: excludes, M: marks, T: enables the table, R: reloads
-        std::optional<bool> saysRecovering;
-    };
-    const Case cases[] = {
-        {{true, true, false, true}, "EMTR", false},    {{true, true, false, false}, "ETR", false},
-        {{false, true, false, true}, "ET", false},     {{true, true, true, true}, "R", true},
-        {{false, true, true, true}, "R", true},        {{true, false, false, true}, "", std::nullopt},
-        {{true, false, true, true}, "", std::nullopt},
-    };
-    for (const auto& [conditions, expected, saysRecovering] : cases) {
-        const TabItems items = tabItemsFor(conditions);
-        const std::string found = std::string(items.excludes ? "E" : "") + (items.marks ? "M" : "") +
-                                  (items.enablesTable ? "T" : "") + (items.reloadsFirstColumn ? "R" : "");
-        EXPECT_EQ(found, expected) << (&conditions - &cases[0].conditions);
-        EXPECT_EQ(items.saysRecovering, saysRecovering);
-    }
-}
-
 TEST(BackupTab, EnablesSegmentsByWhatIsSelected) {
     struct Case {
         bool isRecovering;
@@ -46,20 +25,6 @@ TEST(BackupTab, EnablesSegmentsByWhatIsSelected) {
                 excludeSegmentsFor(rows, example.isRecovering, example.isAuthorized);
             EXPECT_EQ((std::string{letter(add), letter(remove), letter(info)}), example.segments[rows]);
         }
-}
-
-TEST(BackupTab, OffersToAddUnlessAllIsInOrWaits) {
-    const auto node = [](std::uint32_t simpleFlags, std::int32_t color) {
-        return KelvaneFileNode::createWithDictionary(
-            Dictionary{{"simpleFlags", simpleFlags}, {"backupColor", color}});
-    };
-    const FileNodeRef checked = node(Backup_Simple_Checked, Backup_Color_Yellow);
-    const FileNodeRef unchecked = node(Backup_Simple_Enabled, Backup_Color_None);
-    const FileNodeRef waiting = node(Backup_Simple_Enabled, Backup_Color_Yellow);
-    EXPECT_EQ(toggleStateFor(FileNodeList{checked, checked}), togglestate::remove);
-    EXPECT_EQ(toggleStateFor(FileNodeList{checked, unchecked}), togglestate::add);
-    EXPECT_EQ(toggleStateFor(FileNodeList{checked, nullptr}), togglestate::add); // unknown to the daemon
-    EXPECT_EQ(toggleStateFor(FileNodeList{unchecked, waiting, nullptr}), togglestate::remove);
 }
 
 TEST(BackupTab, ExcludesNoWholeVolumeByWhateverName) {

@@ -45,16 +45,33 @@ TEST_F(ViewsTest, StayInManualModeForAnAccountWithAQuota) {
 }
 
 TEST_F(ViewsTest, SayWhatCanBeDone) {
-    const std::vector<const char*> controls{"addSegment", "autoManualButton", "manualToggleButton",
-                                            "manualAutoButton"};
-    EXPECT_EQ(enabled(controls), "addSegment autoManualButton");
-    begin(true);
-    EXPECT_EQ(enabled(controls), "addSegment autoManualButton manualToggleButton manualAutoButton");
-    pane.isRecovering = true;
-    changed();
-    EXPECT_EQ(enabled(controls), "");
-    for (const char* const line : {"currentAutoBackupViewContextMsg", "currentManualBackupViewContextMsg"})
-        EXPECT_TRUE(text(line).starts_with("You can't make changes")) << line;
+    struct Case {
+        bool isConnected, isAuthorized, isRecovering, isEnabled;
+        const char* controls;
+        const char* line; // begins so
+    };
+    const Case cases[] = {
+        {false, true, true, true, "", "You can't make"},
+        {false, true, false, true, "addSegment autoManualButton", "To "},
+        {true, true, false, true, "addSegment autoManualButton manualToggleButton manualAutoButton", "To "},
+        {true, true, false, false, "addSegment autoManualButton", "To "},
+        {true, true, true, true, "", "You can't make"},
+        {true, false, false, true, "", "You can't make"}, // as it was
+    };
+    for (const Case& example : cases) {
+        SCOPED_TRACE(&example - cases);
+        if (example.isConnected && !pane.connected())
+            begin(true);
+        pane.isAuthorized = example.isAuthorized;
+        pane.isRecovering = example.isRecovering;
+        tab->enableTabItems(example.isEnabled);
+        EXPECT_EQ(enabled({"addSegment", "autoManualButton", "manualToggleButton", "manualAutoButton"}),
+                  example.controls);
+        EXPECT_EQ(pane.flags().manualToggleButtonEnable, control("manualToggleButton").isEnabled());
+        for (const char* const line :
+             {"currentAutoBackupViewContextMsg", "currentManualBackupViewContextMsg"})
+            EXPECT_TRUE(text(line).starts_with(example.line)) << line;
+    }
 }
 
 TEST_F(ViewsTest, SurviveALinkThatIsLostInTheMiddle) {

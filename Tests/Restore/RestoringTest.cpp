@@ -114,7 +114,7 @@ TEST_F(RestoringTest, KnowsWhichVolumesAreMissing) {
                        {{"USB", "docs"}, "/Volumes/USB/x", false}, // in the place of another
                        {{"USB", "docs"}, "/Volumes/Nowhere", false},
                        {{"USB", "docs"}, nullptr, false},
-                       {{"Gone", "old"}, "/Volumes/Gone", false}};
+                       {{"Gone", "old"}, "/Volumes/USB", false}};
     for (const auto& [path, fileName, canRestore] : cases) {
         SCOPED_TRACE(path.front() + (fileName ? fileName : " unknown"));
         choose(path);

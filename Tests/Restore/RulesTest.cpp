@@ -56,13 +56,9 @@ TEST(RestoreRules, CountFromTheLargestCount) {
         bool isNewTotal;
         std::uint32_t done;
         int percent;
-    } const counts[] = {{3, true, 0, 0},
-                        {2, false, 1, 33},
-                        {5, true, 0, 0},
-                        {1, false, 4, 80},
-                        {0, false, 5, 100},
-                        {4'000'000'000, true, 0, 0},
-                        {1, false, 3'999'999'999, 99}};
+    } const counts[] = {
+        {3, true, 0, 0},   {3, false, 0, 0},   {2, false, 1, 33},           {5, true, 0, 0},
+        {1, false, 4, 80}, {0, false, 5, 100}, {4'000'000'000, true, 0, 0}, {1, false, 3'999'999'999, 99}};
     RestoreCounts restore;
     for (const auto& [count, isNewTotal, done, percent] : counts) {
         EXPECT_EQ(restore.setPendingCount(count), isNewTotal) << count;
