@@ -31,7 +31,7 @@ struct ReportServer {
     const std::string host = "127.0.0.1:" + port;
 };
 
-// The tab in a window, on a fake daemon, with folders and a log of its own.
+// The tab on a fake daemon, with folders and a log of its own.
 class HelpTabTest : public testing::Test {
 protected:
     HelpTabTest() {
@@ -41,6 +41,8 @@ protected:
             std::string(KelvaneBackupStateConnectionChangedNotification), pane.state.get(),
             [this](const Notification&) { pane.post(KelvanePrefPaneReadyChangedNotification); });
         showTab();
+        EXPECT_TRUE(daemon.start());
+        pane.state->onBegin();
     }
     ~HelpTabTest() override {
         pane.state->onEnd();
@@ -51,11 +53,6 @@ protected:
         tab = std::make_unique<KelvaneHelpController>(pane, tools);
         tab->awakeFromNib();
         tab->view()->show();
-    }
-    void connect() {
-        ASSERT_TRUE(daemon.start());
-        pane.state->onBegin();
-        ASSERT_TRUE(pane.connected());
     }
     // By the name it has in its form.
     template <class Control = QWidget>

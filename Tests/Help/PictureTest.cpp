@@ -16,7 +16,6 @@ TEST_F(HelpTabTest, LooksWell) {
     const ReportServer server("hang");
     tools.limits.transfer = 600ms;
     showTab();
-    connect();
     daemon.answer("serverURL", server.host);
     tab->view()->resize(640, 400);
     QPalette dark(QColor(45, 45, 48), QColor(45, 45, 48));

@@ -8,9 +8,7 @@ namespace kelvane::tests {
 namespace {
 
 // What a server gets.
-class Reports : public HelpTabTest {
-protected:
-    void SetUp() override { connect(); }
+struct Reports : HelpTabTest {
     const ReportServer server;
 };
 

@@ -9,10 +9,7 @@
 namespace kelvane::tests {
 namespace {
 
-class Sending : public HelpTabTest {
-protected:
-    void SetUp() override { connect(); }
-};
+using Sending = HelpTabTest;
 
 TEST_F(Sending, EndsWhateverTheServerDoes) {
     struct {
@@ -81,7 +78,6 @@ struct PaintCount : QObject {
 TEST_F(Sending, HoldsEverythingButPaintingUntilItIsOver) {
     Strings seen;
     const auto target = std::make_shared<CallNotes>(seen);
-    pane.state->onEnd();
     pane.state->setProxyDelegate(target);
     pane.state->onBegin();
     const ReportServer server("hang");
