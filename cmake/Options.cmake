@@ -2,7 +2,7 @@
 add_library(kelvane_options INTERFACE)
 target_compile_options(kelvane_options INTERFACE
     -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wold-style-cast -Wnon-virtual-dtor
-    -Woverloaded-virtual -Wcast-align -Wformat=2 -Wnull-dereference -Wundef -Werror
+    -Woverloaded-virtual -Wcast-align -Wformat=2 -Wundef -Werror
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=
     # g++ counts the names of an enum class as shadowing what stands around it.
     $<IF:$<CXX_COMPILER_ID:GNU>,-Wshadow=local,-Wshadow>)
