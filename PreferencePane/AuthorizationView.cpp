@@ -1,26 +1,36 @@
 #include "PreferencePane/AuthorizationView.h"
 
+#include "Foundation/Format.h"
+
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QToolButton>
 
 namespace kelvane {
+namespace {
+
+using Problem = AuthorizationProblem::Kind;
+
+struct ProblemText {
+    Problem kind;
+    std::string_view text; // key and English text; "%@" is what the authority said
+};
+constexpr ProblemText problemTexts[] = {
+    {Problem::NoProperAnswer,
+     "The authorization service does not answer as it should, and changes stay locked. Ask the administrator "
+     "of this computer. (%@)"},
+    {Problem::NobodyAsks,
+     "Nobody could ask you for a password: no authentication agent is running in this session. Start one, or "
+     "log in to a desktop session, and try again."},
+    {Problem::Refused, "The authorization was refused. Try again, or ask an administrator of this computer."},
+    {Problem::RefusedByChoice, "Every unlocking is refused, as was asked for."},
+    {Problem::NotGivenBack, "The right could not be given back: %@"},
+};
+
+} // namespace
 
 AuthorizationView::AuthorizationView(const Bundle& bundle, QWidget* parent)
-    : QWidget(parent),
-      texts_([&bundle] {
-          const auto text = [&bundle](std::string_view key) {
-              return QString::fromStdString(bundle.localizedString(key, key));
-          };
-          return Texts{text("Click the lock to make changes."),
-                       text("Click the lock to prevent further changes."),
-                       text("Waiting for your password…"),
-                       text("Lock"),
-                       text("Unlock"),
-                       text("Stop asking")};
-      }()),
-      button_(new QToolButton(this)),
-      explanation_(new QLabel(this)) {
+    : QWidget(parent), bundle_(bundle), button_(new QToolButton(this)), explanation_(new QLabel(this)) {
     button_->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
     button_->setFocusPolicy(Qt::StrongFocus);
     explanation_->setWordWrap(true);
@@ -33,7 +43,20 @@ AuthorizationView::AuthorizationView(const Bundle& bundle, QWidget* parent)
         if (action_)
             action_();
     });
+    explanation_->setAccessibleDescription(text("What the lock does"));
     showState({});
+}
+
+QString AuthorizationView::text(std::string_view key) const {
+    return QString::fromStdString(bundle_.localizedString(key, key));
+}
+
+QString AuthorizationView::problemText(const AuthorizationProblem& problem) const {
+    for (const auto& [kind, text] : problemTexts) {
+        if (kind == problem.kind)
+            return QString::fromStdString(formatText(bundle_.localizedString(text, text), problem.detail));
+    }
+    return {};
 }
 
 void AuthorizationView::setIcons(const QIcon& locked, const QIcon& unlocked) {
@@ -43,13 +66,17 @@ void AuthorizationView::setIcons(const QIcon& locked, const QIcon& unlocked) {
 }
 
 void AuthorizationView::showState(const State& state) {
-    button_->setText(state.isAsking ? texts_.cancel : state.isAuthorized ? texts_.lock : texts_.unlock);
     button_->setIcon(state.isAuthorized ? unlockedIcon_ : lockedIcon_);
-    QString line = state.isAuthorized ? texts_.unlocked : texts_.locked;
-    if (state.isAsking)
-        line = texts_.asking;
-    else if (!state.problem.empty())
-        line = QString::fromStdString(state.problem);
+    QString line = state.isAuthorized ? text("Click the lock to prevent further changes.")
+                                      : text("Click the lock to make changes.");
+    QString action = state.isAuthorized ? text("Lock") : text("Unlock");
+    if (state.isAsking) {
+        line = text("Waiting for your password…");
+        action = text("Stop asking");
+    } else if (state.problem) {
+        line = problemText(state.problem);
+    }
+    button_->setText(action);
     explanation_->setText(line);
 }
 

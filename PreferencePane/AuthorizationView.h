@@ -1,10 +1,11 @@
 #pragma once
 
 #include "Platform/Bundle.h"
+#include "Platform/Desktop/Authorization.h"
 
 #include <QWidget>
 #include <functional>
-#include <string>
+#include <string_view>
 
 class QLabel;
 class QToolButton;
@@ -20,9 +21,10 @@ public:
     struct State {
         bool isAuthorized = false;
         bool isAsking = false;
-        std::string problem; // for the user; empty when there is none
+        AuthorizationProblem problem;
     };
 
+    // The bundle outlives it.
     AuthorizationView(const Bundle& bundle, QWidget* parent);
 
     // Pictures of the two states; the view is complete without them.
@@ -32,16 +34,10 @@ public:
     void setAction(std::function<void()> action) { action_ = std::move(action); }
 
 private:
-    struct Texts {
-        QString locked;
-        QString unlocked;
-        QString asking;
-        QString lock;
-        QString unlock;
-        QString cancel;
-    };
+    [[nodiscard]] QString text(std::string_view key) const;
+    [[nodiscard]] QString problemText(const AuthorizationProblem& problem) const;
 
-    const Texts texts_;
+    const Bundle& bundle_;
     QToolButton* const button_;
     QLabel* const explanation_;
     QIcon lockedIcon_;

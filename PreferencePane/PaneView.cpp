@@ -37,6 +37,8 @@ PaneView::PaneView(const Bundle& bundle)
     nameFont.setBold(true);
     marketNameText_->setFont(nameFont);
     marketNameText_->setTextFormat(Qt::PlainText);
+    marketNameText_->setAccessibleDescription(
+        QString::fromStdString(bundle.localizedString("Name of the service", "Name of the service")));
     marketNameText_->hide();
 
     messageText_->setWordWrap(true);
@@ -44,6 +46,8 @@ PaneView::PaneView(const Bundle& bundle)
     messageText_->setAlignment(Qt::AlignTop);
     messageText_->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
     messageText_->setMargin(16);
+    messageText_->setAccessibleDescription(
+        QString::fromStdString(bundle.localizedString("What has happened", "What has happened")));
     fill(PaneTab::Message, messageText_);
 
     (new QVBoxLayout(progressPlace_))->setContentsMargins(0, 0, 0, 0);

@@ -20,7 +20,8 @@ information = root / "PreferencePane/Plugin/Info.plist.in"
 
 # Where the keys stand that a file looks up by variable. None for what only passes on the literals of others.
 tables = {
-    "PreferencePane/AuthorizationView.cpp": (),
+    "PreferencePane/AuthorizationView.cpp": ("problemTexts",),
+    "PreferencePane/AuthorizationView.h": (),
     "PreferencePane/Backup/BackupTabController.cpp": (),
     "PreferencePane/Backup/BackupTabRules.cpp": ("contextTexts",),
     "PreferencePane/Backup/ExcludeTableModel.cpp": ("columnNames",),

@@ -17,6 +17,24 @@ struct RightDefinition {
     std::string message;     // what the user is told who is asked for a password
 };
 
+// Why a lock stays closed that the user wants open, or why closing it did not reach the authority.
+struct AuthorizationProblem {
+    enum class Kind {
+        None,            // there was an answer; one that the user cancelled is one
+        NoProperAnswer,  // the authority is not there, or answers as it should not
+        NobodyAsks,      // no authentication agent could ask for the password
+        Refused,         // by the authority
+        RefusedByChoice, // by `AuthorizationChoice::Denied`
+        NotGivenBack,    // the right stays granted for other programs
+    };
+
+    Kind kind = Kind::None;
+    std::string detail; // what the authority said of it
+
+    explicit operator bool() const { return kind != Kind::None; }
+    bool operator==(const AuthorizationProblem&) const = default;
+};
+
 // Who hears what becomes of the lock, on the main thread, and may drop the lock there. Called from the event
 // loop; only that the asking begins is told inside `unlock`.
 class AuthorizationDelegate {
@@ -71,9 +89,7 @@ public:
 
     [[nodiscard]] virtual State state() const = 0;
     [[nodiscard]] virtual bool isAsking() const = 0;
-    // Why there was no answer, with what to do next, for the user; empty when there was one. A question that
-    // the user cancelled is answered.
-    [[nodiscard]] virtual std::string problem() const = 0;
+    [[nodiscard]] virtual AuthorizationProblem problem() const = 0;
 
     // For a program that checks by itself; see `checkAuthorization`. None when this process cannot say who it
     // is.

@@ -2,6 +2,8 @@
 
 namespace kelvane {
 
+using Problem = AuthorizationProblem::Kind;
+
 void FixedAuthorization::lookUpRight(std::function<void(RightStatus)> completion) {
     post([completion = std::move(completion)](LockState&) { completion(RightStatus::Exists); });
 }
@@ -20,7 +22,7 @@ void FixedAuthorization::unlock(std::function<void(bool granted)> completion) {
         return;
     post([isGranted = isGranted_, question = lock_->question()](LockState& lock) {
         if (lock.question() == question)
-            lock.finishAsking(isGranted, isGranted ? "" : "Every unlocking is refused, as was asked for.");
+            lock.finishAsking(isGranted, {isGranted ? Problem::None : Problem::RefusedByChoice, {}});
     });
 }
 

@@ -20,7 +20,7 @@ public:
 
     [[nodiscard]] State state() const override { return lock_->state(); }
     [[nodiscard]] bool isAsking() const override { return lock_->isAsking(); }
-    [[nodiscard]] std::string problem() const override { return lock_->problem(); }
+    [[nodiscard]] AuthorizationProblem problem() const override { return lock_->problem(); }
 
 private:
     // From the event loop, unless this object has gone by then.

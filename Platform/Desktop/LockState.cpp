@@ -2,7 +2,7 @@
 
 namespace kelvane {
 
-bool LockState::settle(bool isAuthorized, std::string problem) {
+bool LockState::settle(bool isAuthorized, AuthorizationProblem problem) {
     const auto state = isAuthorized ? Authorization::State::Authorized : Authorization::State::Locked;
     const bool isNews = std::exchange(problem_, std::move(problem)) != problem_;
     if (std::exchange(state_, state) == state)
@@ -19,17 +19,17 @@ void LockState::addCompletion(Completion completion) {
 bool LockState::startAsking() {
     isAsking_ = true;
     ++question_;
-    problem_.clear();
+    problem_ = {};
     return tell(&AuthorizationDelegate::authorizationAskingChanged);
 }
 
-bool LockState::finishAsking(bool isAuthorized, std::string problem) {
+bool LockState::finishAsking(bool isAuthorized, AuthorizationProblem problem) {
     isAsking_ = false;
     problem_ = std::move(problem);
     return settle(isAuthorized, problem_) && endAsking(isAuthorized);
 }
 
-bool LockState::stopAsking(std::string problem) {
+bool LockState::stopAsking(AuthorizationProblem problem) {
     isAsking_ = false;
     problem_ = std::move(problem);
     return endAsking(false);

@@ -19,10 +19,10 @@ public:
 
     [[nodiscard]] Authorization::State state() const { return state_; }
     [[nodiscard]] bool isAsking() const { return isAsking_; }
-    [[nodiscard]] const std::string& problem() const { return problem_; }
+    [[nodiscard]] const AuthorizationProblem& problem() const { return problem_; }
 
     // The answer that counts from now on.
-    bool settle(bool isAuthorized, std::string problem = {});
+    bool settle(bool isAuthorized, AuthorizationProblem problem = {});
 
     // The user is asked from now on, on behalf of `completion` and of those that came before; they are called
     // by `finishAsking`, which tells the answer first.
@@ -31,9 +31,9 @@ public:
     // Counts the questions: the answer to any but this one is too late.
     [[nodiscard]] unsigned question() const { return question_; }
     void withdrawQuestion() { ++question_; }
-    bool finishAsking(bool isAuthorized, std::string problem = {});
+    bool finishAsking(bool isAuthorized, AuthorizationProblem problem = {});
     // The same without an answer: the lock stays as it is, and completions say false.
-    bool stopAsking(std::string problem = {});
+    bool stopAsking(AuthorizationProblem problem = {});
 
 private:
     bool tell(void (AuthorizationDelegate::*what)());
@@ -43,7 +43,7 @@ private:
     Authorization::State state_ = Authorization::State::Unknown;
     bool isAsking_ = false;
     unsigned question_ = 0;
-    std::string problem_;
+    AuthorizationProblem problem_;
     std::vector<Completion> completions_;
     // Ends with this object: by a weak pointer to it, what has called out sees whether it may go on.
     const std::shared_ptr<const void> presence_ = std::make_shared<char>();

@@ -4,18 +4,19 @@
 
 namespace kelvane {
 
-std::string problemOf(const PolkitAnswer& answer) {
+namespace {
+
+using Problem = AuthorizationProblem::Kind;
+
+AuthorizationProblem problemOf(const PolkitAnswer& answer) {
     if (answer.isAuthorized || answer.isDismissed)
         return {};
     if (!answer.error.empty())
-        return "The authorization service does not answer as it should, and changes stay locked. Ask the "
-               "administrator of this computer. (" +
-               answer.error + ')';
-    if (answer.isChallenge)
-        return "Nobody could ask you for a password: no authentication agent is running in this session. "
-               "Start one, or log in to a desktop session, and try again.";
-    return "The authorization was refused. Try again, or ask an administrator of this computer.";
+        return {Problem::NoProperAnswer, answer.error};
+    return {answer.isChallenge ? Problem::NobodyAsks : Problem::Refused, {}};
 }
+
+} // namespace
 
 PolkitAuthorization::PolkitAuthorization(std::shared_ptr<MainLoop> mainLoop, RightDefinition right,
                                          std::string folder)
@@ -81,7 +82,7 @@ void PolkitAuthorization::lock() {
         return;
     authority_.revoke(given, [this](const std::string& error) {
         if (isClosedByUser_ && !error.empty())
-            lock_.settle(false, "The right could not be given back: " + error);
+            lock_.settle(false, {Problem::NotGivenBack, error});
     });
 }
 
@@ -118,7 +119,9 @@ void PolkitAuthorization::updated(const PolkitAnswer& answer) {
     }
     temporaryAuthorization_ = answer.temporaryAuthorization;
     // That somebody would have to be asked is no problem here.
-    if (lock_.settle(answer.isAuthorized, answer.error.empty() ? "" : problemOf(answer)) && needsUpdate_)
+    if (lock_.settle(answer.isAuthorized,
+                     answer.error.empty() ? AuthorizationProblem() : problemOf(answer)) &&
+        needsUpdate_)
         update();
 }
 

@@ -24,7 +24,7 @@ public:
 
     [[nodiscard]] State state() const override { return lock_.state(); }
     [[nodiscard]] bool isAsking() const override { return lock_.isAsking(); }
-    [[nodiscard]] std::string problem() const override { return lock_.problem(); }
+    [[nodiscard]] AuthorizationProblem problem() const override { return lock_.problem(); }
 
 private:
     using Interaction = PolkitAuthority::Interaction;
@@ -50,8 +50,5 @@ private:
     PolkitAuthority authority_;
     const std::shared_ptr<const void> presence_ = std::make_shared<char>();
 };
-
-// What the user is told who asked for it, and empty where the user cancelled: pure, for tests.
-[[nodiscard]] std::string problemOf(const PolkitAnswer& answer);
 
 } // namespace kelvane

@@ -18,9 +18,8 @@ namespace kelvane {
 [[nodiscard]] int columnForPath(const std::string& path, ColumnBrowser& inBrowser, const Volumes& volumes,
                                 BrowserRow* atCell = nullptr);
 
-// Brings the row of a path up to date after the daemon's notice. False when the path is not shown, which "/"
-// and
-// "/System/Volumes/Data" count as without being so. Asks the daemon.
+// Brings the row of a path up to date after the daemon's notice. False when the path is not shown; "/" and
+// "/System/Volumes/Data" have no row and count as dealt with. Asks the daemon.
 bool fileChanged(const std::string& path, ColumnBrowser& inBrowser, bool isRestore,
                  const PaneServices& services);
 

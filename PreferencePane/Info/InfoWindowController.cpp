@@ -101,6 +101,7 @@ void KelvaneInfoWindowController::setFileNode(const FileNodeRef& fileNode) {
 }
 
 void KelvaneInfoWindowController::show() {
+    window_->setWindowState(window_->windowState() & ~Qt::WindowMinimized);
     window_->show();
     window_->raise();
     window_->activateWindow();

@@ -222,6 +222,7 @@ void KelvaneStatusTabController::openURLUsingKey(const std::string& key) {
 
 void KelvaneStatusTabController::writeStatusFieldsToDefaultsDB() {
     isShown_ = false;
+    isDisableInProgress_ = false; // the link goes with the pane
     if (sheet_)
         sheet_->reject();
     if (isOperating_)

@@ -135,7 +135,7 @@ TEST_F(StrangeAuthority, LocksWhenItsAnswerHasAnotherForm) {
         heard.words.clear();
         EXPECT_FALSE(unlockAndWait(authorization));
         EXPECT_EQ(authorization.state(), State::Locked);
-        EXPECT_NE(authorization.problem().find("another form"), std::string::npos);
+        EXPECT_NE(authorization.problem().detail.find("another form"), std::string::npos);
     }
 }
 
@@ -154,7 +154,7 @@ TEST_F(StrangeAuthority, WhatItDoesNotAnswerIsCancelledAtOnceAndAnsweredInVainLa
     service.send(answered(held, true));
     lookUp();
     EXPECT_EQ(heard.words, "asking asked ");
-    EXPECT_EQ(authorization.problem(), "");
+    EXPECT_FALSE(authorization.problem());
 }
 
 TEST_F(StrangeAuthority, FollowsItsChangesUntilTheUserLocks) {

@@ -141,7 +141,7 @@ TEST_F(Polkit, LocksWhenTheAuthorityGoesAndComesBackWithoutIt) {
     polkit->startAuthority();
     peer->say("unlock"); // the agent is unknown to it
     EXPECT_EQ(peer->lines(2), "asking, asked");
-    EXPECT_NE(peer->nextLine().find("no authentication agent is running"), std::string::npos);
+    EXPECT_NE(peer->nextLine().find("nobody asks"), std::string::npos);
 }
 
 TEST_F(Polkit, LocksWhenTheBusGoes) {

@@ -7,6 +7,7 @@
 #include "Tools/Auxiliary/UserUnit.h"
 
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <climits>
 #include <cstdlib>
@@ -39,8 +40,11 @@ bool isServing(const std::string& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     path.copy(address.sun_path, sizeof address.sun_path - 1);
-    return socket &&
-           ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    if (!socket)
+        return false;
+    // One whose queue of callers is full is busy, but there.
+    return ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ||
+           errno == EAGAIN;
 }
 
 bool becomesServing(const std::string& path, bool isWanted) {

@@ -61,9 +61,9 @@ bool hasUnit() {
 }
 
 std::string enableUnit(const std::string& program, bool startNow) {
-    std::string failure;
-    if (!isThere(std::string(packagedUnits) + daemonUnit))
-        failure = writeOwnUnit(program);
+    // The user's own goes before the package's, and would start a program that may be gone.
+    std::string failure =
+        isThere(std::string(packagedUnits) + daemonUnit) ? removeOwnUnit() : writeOwnUnit(program);
     if (failure.empty())
         failure = manage({"daemon-reload"});
     if (failure.empty())
@@ -76,11 +76,16 @@ std::string disableUnit() {
     return manage({"disable", "--now", daemonUnit});
 }
 
+// With the link that has it started at log-in, which stays where no manager runs that could take it away.
 std::string removeOwnUnit() {
-    std::error_code error;
-    if (!std::filesystem::remove(ownUnitPath(), error))
-        return error ? "cannot remove " + ownUnitPath() + ": " + error.message() : "";
-    return hasUserManager() ? manage({"daemon-reload"}) : "";
+    bool isChanged = false;
+    for (const std::string& path : {ownUnitFolder() + "/default.target.wants/" + daemonUnit, ownUnitPath()}) {
+        std::error_code error;
+        isChanged |= std::filesystem::remove(path, error);
+        if (error)
+            return "cannot remove " + path + ": " + error.message();
+    }
+    return isChanged && hasUserManager() ? manage({"daemon-reload"}) : "";
 }
 
 // Quoted as the manager reads it: a percent sign would begin one of its specifiers.

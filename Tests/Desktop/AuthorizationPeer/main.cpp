@@ -49,8 +49,9 @@ void obey(const std::string& word, Authorization& authorization) {
         authorization.startUpdating();
     else if (word == "unlock")
         authorization.unlock([&authorization](bool granted) {
-            std::cout << (granted ? "granted" : "not granted");
-            std::cout << (authorization.problem().empty() ? "" : ": " + authorization.problem()) << std::endl;
+            const bool isUnasked = authorization.problem().kind == AuthorizationProblem::Kind::NobodyAsks;
+            std::cout << (granted ? "granted" : "not granted") << (isUnasked ? ": nobody asks" : "")
+                      << std::endl;
         });
     else if (word == "cancel")
         authorization.cancelUnlock();
