@@ -110,7 +110,7 @@ void KelvaneProxy::close() {
     }
 }
 
-Value KelvaneProxy::invoke(std::string_view selector, const std::vector<Value>& arguments) {
+Value KelvaneProxy::invoke(std::string_view selector, const std::vector<Value>& arguments, bool* isAnswered) {
     const MethodSignature signature = methodSignatureForSelector(selector);
     if (arguments.size() != signature.argumentCount)
         throw std::invalid_argument(std::string(selector) + " takes " +
@@ -118,7 +118,9 @@ Value KelvaneProxy::invoke(std::string_view selector, const std::vector<Value>& 
     Invocation invocation(selector, signature);
     for (std::size_t index = 0; index < arguments.size(); ++index)
         decodeValue(arguments[index], signature.argumentTypes[index], invocation.argument(index));
-    forwardInvocation(invocation);
+    const bool answered = forwardInvocation(invocation);
+    if (isAnswered)
+        *isAnswered = answered;
     return signature.returnLength() == 0 ? Value() : encodeValue(signature.returnType, invocation.result());
 }
 
@@ -134,30 +136,30 @@ MethodSignature KelvaneProxy::methodSignatureForSelector(std::string_view select
     return MethodSignature::fromTypes(method->types);
 }
 
-void KelvaneProxy::forwardInvocation(Invocation& invocation) {
+bool KelvaneProxy::forwardInvocation(Invocation& invocation) {
     const auto self = shared_from_this();
     const std::scoped_lock forwarding(forwardingLock_);
     const PropertyListWriting request = writeBinaryPropertyList(requestFor(invocation));
     if (!request.succeeded() || !fitsFrame(request.bytes)) {
         KelvaneCLog("serialization failed");
-        return;
+        return false;
     }
     const unsigned interruptions = resultCond_.interruptions();
     sendFrame(requestFrame, request.bytes);
-    if (invocation.signature().returnLength() != 0)
-        waitForResult(invocation, interruptions);
+    return invocation.signature().returnLength() == 0 || waitForResult(invocation, interruptions);
 }
 
-void KelvaneProxy::waitForResult(Invocation& invocation, unsigned interruptions) {
+bool KelvaneProxy::waitForResult(Invocation& invocation, unsigned interruptions) {
     {
         const std::scoped_lock guard(stateMutex_);
         waitingOnResult_ = true;
     }
     if (!resultCond_.lockWhenCondition(1, interruptions))
-        return; // closed: the result stays 0 or nothing
-    const Value object = std::exchange(resultObject_, Value());
+        return false; // closed: the result stays 0 or nothing
+    const std::optional<Value> object = std::exchange(resultObject_, std::nullopt);
     resultCond_.unlockWithCondition(0);
-    decodeValue(object, invocation.signature().returnType, invocation.result());
+    decodeValue(object.value_or(Value()), invocation.signature().returnType, invocation.result());
+    return object.has_value();
 }
 
 void KelvaneProxy::sendFrame(std::int32_t type, const Data& payload) {
@@ -239,7 +241,7 @@ void KelvaneProxy::processFailureNotice() {
     }
     if (waiting) {
         KelvaneCLog("KelvProxy detected error while waiting on result");
-        resultObject_ = {};
+        resultObject_.reset();
     }
     resultCond_.unlockWithCondition(waiting ? 1 : 0);
 }

@@ -9,6 +9,7 @@
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <vector>
 
@@ -67,8 +68,9 @@ public:
     }
     // The same for a selector that is known only now: arguments are turned into the method's types, the
     // result back into an object, absent for a void method. Throws also when the number of arguments is
-    // another.
-    Value invoke(std::string_view selector, const std::vector<Value>& arguments = {});
+    // another. `isAnswered`, when given, tells the peer's own 0 or nothing from that of a link that was lost.
+    Value invoke(std::string_view selector, const std::vector<Value>& arguments = {},
+                 bool* isAnswered = nullptr);
 
     // Throws UnknownSelector.
     [[nodiscard]] MethodSignature methodSignatureForSelector(std::string_view selector) const;
@@ -97,8 +99,9 @@ private:
             return loadNative<typename Method::Result>(invocation.result());
     }
 
-    void forwardInvocation(Invocation& invocation);
-    void waitForResult(Invocation& invocation, unsigned interruptions);
+    // False when there should have been an answer and none came.
+    bool forwardInvocation(Invocation& invocation);
+    bool waitForResult(Invocation& invocation, unsigned interruptions);
     void sendFrame(std::int32_t type, const Data& payload);
 
     void processRequest(const Data* payload);
@@ -128,8 +131,8 @@ private:
     std::recursive_mutex forwardingLock_; // one outgoing call at a time, also held while a request runs
     std::recursive_mutex socketLock_;     // keeps the four writes of a frame together
 
-    ConditionLock resultCond_; // 0 no result, 1 a result or a failure is there
-    Value resultObject_;       // with `resultCond_` held
+    ConditionLock resultCond_;          // 0 no result, 1 a result or a failure is there
+    std::optional<Value> resultObject_; // with `resultCond_` held; none: a failure
 
     struct QueuedInvocation {
         std::weak_ptr<InvocationTarget> target;

@@ -172,6 +172,11 @@ void FakeDaemon::answerAsUsual(const std::string& selector) {
     garbage_.erase(selector);
 }
 
+void FakeDaemon::breakLinkAt(const std::string& selector, int answersBefore) {
+    const std::scoped_lock guard(mutex_);
+    breaks_[selector] = answersBefore;
+}
+
 FakeDaemon::Hold FakeDaemon::hold(const std::string& selector) {
     const std::scoped_lock guard(mutex_);
     held_.insert(selector);
@@ -237,11 +242,24 @@ void FakeDaemon::closePane(Pane& pane) {
     pane.socket->close();
 }
 
+bool FakeDaemon::breaksLinkNow(const std::string& selector) {
+    const auto found = breaks_.find(selector);
+    if (found == breaks_.end() || found->second-- > 0)
+        return false;
+    breaks_.erase(found);
+    return true;
+}
+
 Value FakeDaemon::answerTo(Pane& pane, const std::string& selector, const Array& arguments) {
     std::unique_lock guard(mutex_);
     calls_.push_back({selector, arguments});
     changed_.notify_all();
     changed_.wait(guard, [&] { return pane.isClosed || !(held_.contains(selector) || held_.contains("")); });
+    if (breaksLinkNow(selector)) {
+        guard.unlock();
+        closePane(pane);
+        return {};
+    }
     if (garbage_.contains(selector)) {
         guard.unlock();
         pane.spoilResponse();

@@ -60,6 +60,9 @@ public:
     // A response that is no property list.
     void answerWithGarbage(const std::string& selector);
     void answerAsUsual(const std::string& selector);
+    // After so many answers, the next call of the selector costs the pane that makes it its link, in place of
+    // an answer. Calls after that are answered again.
+    void breakLinkAt(const std::string& selector, int answersBefore = 0);
     // Calls of the selector ("" for all) get no answer while the token lives. Must not outlive the daemon.
     using Hold = std::shared_ptr<void>;
     [[nodiscard]] Hold hold(const std::string& selector);
@@ -81,6 +84,7 @@ private:
 
     void addPane(const std::shared_ptr<KelvaneSocket>& socket);
     void closePane(Pane& pane);
+    [[nodiscard]] bool breaksLinkNow(const std::string& selector);
     [[nodiscard]] Value answerTo(Pane& pane, const std::string& selector, const Array& arguments);
     [[nodiscard]] std::vector<std::shared_ptr<Pane>> panes() const;
     [[nodiscard]] std::size_t count(std::string_view selector) const;
@@ -93,6 +97,7 @@ private:
     DaemonWorld world_;
     std::map<std::string, Answer, std::less<>> answers_;
     std::set<std::string, std::less<>> garbage_;
+    std::map<std::string, int, std::less<>> breaks_; // answers that go before each
     std::multiset<std::string, std::less<>> held_;
     std::vector<ReceivedCall> calls_;
     std::shared_ptr<KelvaneSocket> listener_;

@@ -133,11 +133,12 @@ std::string BackupState::proxyOrCacheStringWithArg(std::string_view selector, co
     if (!daemon)
         return DefaultsDB::stringProperty(forItem).value_or(std::string());
     const bool takesArgument = selector.find(':') != std::string_view::npos && !arg.isAbsent();
+    bool isAnswered = false;
     std::string result =
-        daemon->invoke(selector, takesArgument ? std::vector<Value>{arg} : std::vector<Value>{})
+        daemon->invoke(selector, takesArgument ? std::vector<Value>{arg} : std::vector<Value>{}, &isAnswered)
             .stringValue();
-    if (proxy() != daemon)
-        return DefaultsDB::stringProperty(forItem).value_or(std::string()); // lost in the middle: no answer
+    if (!isAnswered) // lost in the middle, which the main thread may not know yet
+        return DefaultsDB::stringProperty(forItem).value_or(std::string());
     if (DefaultsDB::stringProperty(forItem) != result)
         DefaultsDB::setStringProperty(result, forItem);
     return result;
@@ -147,8 +148,9 @@ Value BackupState::proxyOrCacheInt(std::string_view selector, std::string_view f
     const auto daemon = proxy();
     if (!daemon)
         return DefaultsDB::intProperty(forItem);
-    Value result = daemon->invoke(selector);
-    if (proxy() != daemon)
+    bool isAnswered = false;
+    Value result = daemon->invoke(selector, {}, &isAnswered);
+    if (!isAnswered)
         return DefaultsDB::intProperty(forItem);
     if (!result.isNumber())
         result = 0;

@@ -163,7 +163,7 @@ TEST_F(ManualModeTest, KeepsWhatItShowsWhenTheLinkIsLostInTheMiddle) {
     };
     for (const auto& [selector, title] : moments) {
         SCOPED_TRACE(selector);
-        breakLinkAt(selector);
+        daemon.breakLinkAt(selector);
         if (title)
             choose({title}, {}, 1);
         else

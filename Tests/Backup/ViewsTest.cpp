@@ -75,7 +75,7 @@ TEST_F(ViewsTest, SayWhatCanBeDone) {
 }
 
 TEST_F(ViewsTest, SurviveALinkThatIsLostInTheMiddle) {
-    breakLinkAt("excludedFiles:");
+    daemon.breakLinkAt("excludedFiles:");
     ASSERT_TRUE(daemon.start());
     pane.state->onBegin();
     EXPECT_TRUE(loop->runUntil([this] { return !pane.connected(); }));

@@ -9,7 +9,6 @@
 #include <QAbstractButton>
 #include <QListView>
 #include <QTest>
-#include <atomic>
 #include <gtest/gtest.h>
 
 namespace kelvane::tests {
@@ -66,16 +65,6 @@ protected:
         daemon.setState(key, value);
         poll();
     }
-    // Lets go of its panes in the middle of an answer to the selector, after so many usual ones.
-    void breakLinkAt(const std::string& selector, int answersBefore = 0) {
-        const auto left = std::make_shared<std::atomic<int>>(answersBefore);
-        daemon.answerWith(selector, [this, left, selector](const Array& arguments) {
-            if ((*left)-- == 0)
-                daemon.closePanes();
-            return daemon.world().handle(selector, arguments);
-        });
-    }
-
     template <class Control = QWidget>
     [[nodiscard]] Control& control(const char* name) const {
         auto* const found = pane.mainView()->findChild<Control*>(name);

@@ -79,6 +79,20 @@ TEST_F(KeptValues, AreShownWhileDisconnected) {
     }
 }
 
+TEST_F(KeptValues, SurviveADaemonThatIsLostInTheMiddleOfItsAnswer) {
+    for (const Kept& kept : {texts[0], number}) {
+        SCOPED_TRACE(kept.key);
+        const Value before = kept.key == number.key ? Value(815) : Value("kept");
+        connect();
+        keep(kept.key, before);
+        daemon.breakLinkAt(kept.selector);
+        EXPECT_EQ(kept.get(*state), before);
+        state->onEnd();
+        EXPECT_EQ(kept.get(*state), before);
+        daemon.stop();
+    }
+}
+
 TEST_F(KeptValues, AreWrittenOnlyWhenTheyChange) {
     connect();
     daemon.changeWorld([](DaemonWorld& world) {

@@ -172,14 +172,14 @@ TEST_F(RestoringTest, TellsHowFarItIs) {
 }
 
 TEST_F(RestoringTest, EndsWithTheLinkThatIsLostInTheMiddle) {
-    breakLinkAt("restoreFile:toPath:version:priority:");
+    daemon.breakLinkAt("restoreFile:toPath:version:priority:");
     restore(0, "Restore to Original");
     waitForLoss();
     EXPECT_EQ(targets(), Strings{inPlace + "/a.txt"});
     click("restoreCancelButton");
     loop->advance(1s);
 
-    breakLinkAt("dictionaryForPath:withDirSizes:"); // while it looks for the volumes
+    daemon.breakLinkAt("dictionaryForPath:withDirSizes:"); // while it looks for the volumes
     pressRestore(0);
     waitForLoss();
     EXPECT_TRUE(runUntil([this] { return !alert(); }));

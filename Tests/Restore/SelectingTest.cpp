@@ -124,7 +124,7 @@ TEST_F(SelectingTest, KeepsWhatItShowsWhenTheLinkIsLostInTheMiddle) {
                                                    {"dictionaryForPath:withDirSizes:", 0}};
     for (const auto& [selector, answersBefore] : moments) {
         SCOPED_TRACE(selector);
-        breakLinkAt(selector, answersBefore);
+        daemon.breakLinkAt(selector, answersBefore);
         browser().reloadColumn(0);
         click("getInfoButton");
         waitForLoss();
