@@ -90,7 +90,7 @@ void CommandLine::addSharedOptions(CLI::App& options) {
 }
 
 std::string helpText(std::span<const CommandRow> commands) {
-    constexpr std::size_t column = 35;
+    constexpr std::size_t column = 37;
     std::string text =
         "Usage: kelvanectl [--daemon PATH] [--timeout SECONDS] [--json] COMMAND [ARGUMENT...]\n"
         "\nAsks the backup daemon, and tells it what to do.\n\nCommands:\n";
@@ -100,12 +100,12 @@ std::string helpText(std::span<const CommandRow> commands) {
         text += "  " + padded(usage, column) + std::string(row.summary) + '\n';
     }
     text += "\nOptions:\n"
-            "  --daemon PATH                      else $KELVANE_DAEMON, else its usual place\n"
-            "  --timeout SECONDS                  how long a command may take; 3 without it\n"
-            "  --json                             for programs; from watch an object a line\n"
-            "  -h, --help                         this page\n"
+            "  --daemon PATH                        else $KELVANE_DAEMON, else its usual place\n"
+            "  --timeout SECONDS                    how long a command may take; 3 without it\n"
+            "  --json                               for programs; from watch an object a line\n"
+            "  -h, --help                           this page\n"
             "\nExit status: 0; 1 when the daemon cannot be reached or is lost; 2 for wrong usage or input,\n"
-            "a path that the daemon does not know included.\n";
+            "a path that the daemon does not know included; 3 when not all was backed up or restored.\n";
     return text;
 }
 

@@ -15,6 +15,7 @@ enum class ExitStatus : int {
     Success = 0,
     Unreachable = 1, // no daemon within the time, no answer, or the connection was lost
     Usage = 2,       // the command line, or input and output that failed
+    Incomplete = 3,  // the daemon has done less than it was asked for
 };
 
 struct Settings {

@@ -10,6 +10,9 @@ ExitStatus runLs(CommandLine& line);
 ExitStatus runInfo(CommandLine& line);
 ExitStatus runChildren(CommandLine& line);
 ExitStatus runRules(CommandLine& line);
+ExitStatus runMode(CommandLine& line);
+ExitStatus runBackup(CommandLine& line);
+ExitStatus runRestore(CommandLine& line);
 ExitStatus runMatch(CommandLine& line);
 ExitStatus runCall(CommandLine& line);
 ExitStatus runDecode(CommandLine& line);
@@ -24,6 +27,9 @@ inline constexpr CommandRow commands[] = {
     {"children", "PATH [--depth N]", "all below a folder, N levels deep", runChildren},
     {"exclude", "list|add|remove [PATH...]", "what automatic backup leaves out", runRules},
     {"include", "add|remove PATH...", "what manual backup takes in", runRules},
+    {"mode", "MODE [MINUTES]", "enabled, paused, recover or disabled", runMode},
+    {"backup", "now [--wait]", "what waits is backed up at once", runBackup},
+    {"restore", "PATH... [--to DIR] [--wait]", "what is in the backup, to its place or to DIR", runRestore},
     {"match", "PATTERN TEXT...", "which texts an exclusion pattern matches", runMatch},
     {"call", "SELECTOR [ARG...]", "any method of the daemon, its result as JSON", runCall},
     {"decode", "[FILE]", "a binary property list as JSON", runDecode},

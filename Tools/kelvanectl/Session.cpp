@@ -4,6 +4,11 @@
 #include "Tools/kelvanectl/Terminal.h"
 
 namespace kelvane::ctl {
+namespace {
+
+constexpr std::chrono::milliseconds betweenAsking(300);
+
+} // namespace
 
 Session::Session(const CommandLine& line)
     : daemonPath_(line.daemonPath()),
@@ -79,6 +84,17 @@ ExitStatus askDaemon(const CommandLine& line, const std::function<void(Session& 
     if (session.connect())
         ask(session);
     return session.confirm() ? ExitStatus::Success : complain(ExitStatus::Unreachable, session.failure());
+}
+
+ExitStatus askUntil(const CommandLine& line, const std::function<bool(Session& session)>& ask) {
+    for (bool isEnough = false; !isEnough; pauseFor(isEnough ? std::chrono::milliseconds() : betweenAsking)) {
+        Session session(line);
+        isEnough = session.connect() && ask(session);
+        if (!session.confirm() && !session.wasLost())
+            return complain(ExitStatus::Unreachable, session.failure());
+        isEnough = isEnough && session.stands();
+    }
+    return ExitStatus::Success;
 }
 
 } // namespace kelvane::ctl

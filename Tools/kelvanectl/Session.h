@@ -36,6 +36,7 @@ public:
     [[nodiscard]] BackupState& state() { return state_; }
     [[nodiscard]] const Bundle& bundle() const { return *bundle_; }
     [[nodiscard]] const std::string& daemonPath() const { return daemonPath_; }
+    [[nodiscard]] bool wasLost() const { return lost_; }
     // The connection as it has been until now.
     [[nodiscard]] bool stands() const { return connectedOnce_ && !lost_ && !expired_; }
     // Why it does not stand, in a line.
@@ -65,5 +66,9 @@ private:
 // One connection for all that `ask` asks. Success: every answer was the daemon's own. Anything else has been
 // complained about, and the answers mean nothing.
 [[nodiscard]] ExitStatus askDaemon(const CommandLine& line, const std::function<void(Session& session)>& ask);
+
+// Asks again and again, with a connection for each time, until `ask` says that it has seen enough. What was
+// asked when a connection was lost is asked again: the daemon may be being started again.
+[[nodiscard]] ExitStatus askUntil(const CommandLine& line, const std::function<bool(Session& session)>& ask);
 
 } // namespace kelvane::ctl

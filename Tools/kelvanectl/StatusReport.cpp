@@ -11,6 +11,8 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+constexpr std::uint32_t disabledServiceState = 12;
+
 struct ModeName {
     const char* word;
     const char* text;
@@ -103,6 +105,8 @@ StatusReport statusReport(const BackupState& state, const Bundle& bundle, std::s
     report.pausedMinutes = state.pausedMinutes();
     report.mode = daemonMode(report.pausedMinutes, state.recoverMode(), report.connected);
     report.serviceState = state.serviceState();
+    if (report.serviceState == disabledServiceState)
+        report.mode = DaemonMode::Disabled; // it answers all the same
     report.serviceStateText =
         stringForKelvaneServiceState(static_cast<std::int32_t>(report.serviceState), bundle);
     report.backedUp = {ifAvailable(state.backedUpFileCountAvailable(), state.backedUpFileCount()),

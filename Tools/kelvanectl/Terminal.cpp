@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <cwchar>
+#include <thread>
 #include <unistd.h>
 
 namespace kelvane::ctl {
@@ -110,6 +111,10 @@ std::string sizeText(std::uint64_t bytes) {
         return text;
     const std::int64_t count = static_cast<std::int64_t>(std::min(bytes, std::uint64_t{INT64_MAX}));
     return text + " (" + *FileSizeFormatter::sharedFileSizeAbbrevFormatter().stringFromNumber(count) + ')';
+}
+
+void pauseFor(std::chrono::milliseconds duration) {
+    std::this_thread::sleep_for(duration);
 }
 
 std::string durationText(std::chrono::milliseconds duration) {

@@ -33,6 +33,8 @@ ExitStatus complain(ExitStatus status, std::string_view reason);
 // "1536 bytes (1.50 KB)".
 [[nodiscard]] std::string sizeText(std::uint64_t bytes);
 
+void pauseFor(std::chrono::milliseconds duration);
+
 // "3 s", "0.25 s"
 [[nodiscard]] std::string durationText(std::chrono::milliseconds duration);
 

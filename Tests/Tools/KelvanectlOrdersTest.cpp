@@ -1,0 +1,101 @@
+#include "Common/RestoreStatus.h"
+#include "Platform/Volumes.h"
+#include "Tests/Tools/KelvanectlFixture.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+namespace kelvane::tests {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// kelvanectl's commands that have the daemon do something.
+class KelvanectlOrders : public Kelvanectl {
+protected:
+    [[nodiscard]] static std::string onVolume(const std::string& path) {
+        return Volumes::current().volumePath(path);
+    }
+    [[nodiscard]] std::vector<ReceivedCall> orders() const {
+        std::vector<ReceivedCall> calls = daemon_.calls();
+        std::erase_if(calls, [](const ReceivedCall& call) { return !call.selector.starts_with("set"); });
+        return calls;
+    }
+    void answerJobs(const std::vector<std::uint32_t>& statuses) {
+        daemon_.answerWith("getRestoreJobStatus:", [statuses](const Array& arguments) {
+            return Value(statuses.at(arguments[0].uint32Value() - 1));
+        });
+    }
+};
+
+TEST_F(KelvanectlOrders, AModeIsSetSoThatNoBackupBeginsOnTheWayThere) {
+    const std::pair<Words, std::vector<ReceivedCall>> cases[] = {
+        {{"enabled"}, {{"setPausedMinutes:", {0U}}, {"setRecoverMode:", {0}}, {"setEnabled:", {1}}}},
+        {{"paused"}, {{"setPausedMinutes:", {1440U}}, {"setEnabled:", {1}}}},
+        {{"paused", "61"}, {{"setPausedMinutes:", {61U}}, {"setEnabled:", {1}}}},
+        {{"recover"}, {{"setRecoverMode:", {1}}, {"setPausedMinutes:", {0U}}, {"setEnabled:", {1}}}},
+        {{"disabled"}, {{"setEnabled:", {0}}}}};
+    for (const auto& [words, expected] : cases) {
+        daemon_.forgetCalls();
+        Words all{"mode"};
+        all.insert(all.end(), words.begin(), words.end());
+        EXPECT_EQ(run(all).status, 0) << words[0];
+        EXPECT_EQ(orders(), expected) << words[0];
+    }
+    daemon_.forgetCalls();
+    for (const Words& words :
+         {Words{"mode"}, {"mode", "asleep"}, {"mode", "paused", "0"}, {"mode", "enabled", "5"}})
+        EXPECT_EQ(run(words).status, 2) << words.back();
+    EXPECT_TRUE(daemon_.calls().empty());
+    daemon_.setState("serviceState", 12U);
+    EXPECT_NE(run({"status"}).output.find("\nMode            Disabled\n"), std::string::npos);
+}
+
+TEST_F(KelvanectlOrders, BackingUpNowEndsAPauseAndWaitsUntilNothingIsNeeded) {
+    daemon_.setState("isBackupNeeded", true);
+    const auto program = start({"backup", "now", "--wait"});
+    ASSERT_TRUE(daemon_.waitForCalls("daemonState", 6)); // it looks more than once
+    EXPECT_EQ(orders(), (std::vector<ReceivedCall>{{"setPausedMinutes:", {0U}},
+                                                   {"setPriorityBackup:", {onVolume("/")}}}));
+    daemon_.setState("isBackupNeeded", false);
+    EXPECT_EQ(program->finish().status, 0);
+    daemon_.setState("serviceState", 25U);
+    expectFailure(run({"backup", "now"}), 3, "25 (Recover mode)");
+    EXPECT_EQ(run({"backup", "later"}).status, 2);
+}
+
+TEST_F(KelvanectlOrders, RestoringNamesEachJobAndItsPlace) {
+    const ChildProgram::Result result = run({"restore", "/a", "/b\n", "--to", "/tmp/x"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(result.output, "job 1  waiting  " + onVolume("/tmp/x/a") + "\njob 2  waiting  " +
+                                 onVolume("/tmp/x/b\\x0a") + "\n");
+    EXPECT_EQ(daemon_.calls().front().arguments, (Array{onVolume("/a"), onVolume("/tmp/x/a"), 0U, 50U}));
+    daemon_.answer("restoreFile:toPath:version:priority:", 0U);
+    expectFailure(run({"restore", "/a"}), 3, "/a: the daemon refuses to restore it");
+    daemon_.forgetCalls();
+    expectFailure(run({"restore", "/a/x", "/b/x", "--to", "/tmp"}), 2, "two of the paths");
+    EXPECT_TRUE(daemon_.calls().empty());
+}
+
+TEST_F(KelvanectlOrders, WaitingForARestoreEndsWithItAndSaysWhatFailed) {
+    using namespace restorestatus;
+    daemon_.changeWorld([](DaemonWorld& world) {
+        world.profile.mutableDictionary().set(failuresKey(2), "/b/1: gone\n/b/2: no room\n");
+    });
+    answerJobs({running, waiting, waiting});
+    const auto program = start({"restore", "--json", "--wait", "/a", "/b", "/c"});
+    ASSERT_TRUE(daemon_.waitForCalls("getRestoreJobStatus:", 4)); // it has looked again
+    daemon_.stop();                                               // and started again
+    ASSERT_TRUE(daemon_.start());
+    answerJobs({finished, incomplete, cancelled});
+    const ChildProgram::Result result = program->finish();
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(result.errors, "kelvanectl: /b/1: gone\nkelvanectl: /b/2: no room\nkelvanectl: " +
+                                 onVolume("/c") + ": cancelled\n");
+    const Json json = Json::parse(result.output);
+    EXPECT_EQ(json[0]["status"], "restored");
+    EXPECT_EQ(json[1]["failures"], Json::array({"/b/1: gone", "/b/2: no room"}));
+}
+
+} // namespace
+} // namespace kelvane::tests

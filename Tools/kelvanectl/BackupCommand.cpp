@@ -1,0 +1,84 @@
+#include "Common/KelvProxy.h"
+#include "Common/StateKeys.h"
+#include "Platform/Volumes.h"
+#include "Support/ServiceStates.h"
+#include "Tools/kelvanectl/Commands.h"
+#include "Tools/kelvanectl/JsonText.h"
+#include "Tools/kelvanectl/Session.h"
+#include "Tools/kelvanectl/Terminal.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+namespace kelvane::ctl {
+namespace {
+
+// The service states in which a backup is on its way, or would be as soon as something has changed.
+constexpr std::uint32_t workingStates[] = {3, 4, 5, 6, 7, 8};
+
+struct Look {
+    std::uint32_t serviceState = 0;
+    std::string name;
+    bool isBackupNeeded = false;
+
+    [[nodiscard]] bool isAtWork() const {
+        return std::ranges::find(workingStates, serviceState) != std::end(workingStates);
+    }
+};
+
+Look lookAt(Session& session) {
+    Look look;
+    session.state().updateDaemonState();
+    look.serviceState = session.state().serviceState();
+    look.name = stringForKelvaneServiceState(static_cast<std::int32_t>(look.serviceState), session.bundle());
+    look.isBackupNeeded = session.state().isBackupNeeded();
+    return look;
+}
+
+ExitStatus refuse(const Look& look) {
+    return complain(ExitStatus::Incomplete, "nothing is backed up now: " + std::to_string(look.serviceState) +
+                                                " (" + look.name + ")");
+}
+
+// A pause ends with the order; what a person has switched off as a whole stays off.
+ExitStatus order(const CommandLine& line, Look& look) {
+    const std::string everything = Volumes::current().volumePath("/");
+    return askDaemon(line, [&](Session& session) {
+        session.state().setPausedMinutes(0);
+        session.state().setPriorityBackup(everything);
+        look = lookAt(session);
+    });
+}
+
+ExitStatus waitForEnd(const CommandLine& line, Look& look) {
+    return askUntil(line, [&](Session& session) {
+        look = lookAt(session);
+        return !look.isAtWork() || !look.isBackupNeeded;
+    });
+}
+
+} // namespace
+
+ExitStatus runBackup(CommandLine& line) {
+    std::string action;
+    bool waits = false;
+    line.parse([&](CLI::App& options) {
+        options.add_option("ACTION", action)->required();
+        options.add_flag("--wait", waits);
+    });
+    if (action != "now")
+        throw CLI::ValidationError("backup has no action \"" + action + '"', CLI::ExitCodes::ExtrasError);
+    Look look;
+    ExitStatus status = order(line, look);
+    if (status == ExitStatus::Success && waits)
+        status = waitForEnd(line, look);
+    if (status == ExitStatus::Success && !look.isAtWork())
+        status = refuse(look);
+    if (status != ExitStatus::Success || !line.settings().json)
+        return status;
+    return finishWith(jsonText(
+        nlohmann::ordered_json{{"serviceState", look.serviceState}, {"isBackupNeeded", look.isBackupNeeded}},
+        true));
+}
+
+} // namespace kelvane::ctl

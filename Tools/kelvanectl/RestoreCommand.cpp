@@ -1,0 +1,150 @@
+#include "Common/KelvProxy.h"
+#include "Common/RestoreStatus.h"
+#include "Foundation/PathComponents.h"
+#include "Tools/kelvanectl/Commands.h"
+#include "Tools/kelvanectl/JsonText.h"
+#include "Tools/kelvanectl/PathArgument.h"
+#include "Tools/kelvanectl/Session.h"
+#include "Tools/kelvanectl/Terminal.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
+
+namespace kelvane::ctl {
+namespace {
+
+constexpr std::uint32_t latestVersion = 0;
+constexpr std::uint32_t usualPriority = 50; // as the settings pane asks
+
+struct Job {
+    std::string path;
+    std::string target;
+    std::uint32_t number = 0; // 0: refused
+    std::uint32_t status = restorestatus::waiting;
+    std::vector<std::string> failures{};
+};
+
+const char* wordFor(const Job& job) {
+    if (job.number == 0)
+        return "refused";
+    switch (job.status) {
+    case restorestatus::finished: return "restored";
+    case restorestatus::incomplete: return "incomplete";
+    case restorestatus::cancelled: return "cancelled";
+    case restorestatus::unknown: return "unknown";
+    case restorestatus::waiting: return "waiting";
+    default: return "running";
+    }
+}
+
+std::vector<Job> jobsFor(const std::vector<std::string>& texts, const std::optional<std::string>& folder) {
+    const Volumes volumes = Volumes::current();
+    std::vector<Job> jobs;
+    std::set<std::string> targets;
+    for (const std::string& text : texts) {
+        const std::string path = volumePathFromText(text, volumes);
+        const std::string target =
+            folder ? appendPathComponent(volumePathFromText(*folder, volumes), lastPathComponent(path))
+                   : path;
+        if (!targets.insert(target).second)
+            throw CLI::ValidationError(target, "two of the paths would be restored there");
+        jobs.push_back({path, target});
+    }
+    return jobs;
+}
+
+std::vector<std::string> linesOf(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+void order(Session& session, std::vector<Job>& jobs) {
+    for (Job& job : jobs)
+        if (const auto daemon = session.state().proxy()) // gone: that is complained about
+            job.number = daemon->call<"restoreFile:toPath:version:priority:">(job.path, job.target,
+                                                                              latestVersion, usualPriority);
+}
+
+void lookAt(Session& session, Job& job) {
+    const auto daemon = session.state().proxy();
+    if (!daemon)
+        return;
+    const std::uint32_t status = daemon->call<"getRestoreJobStatus:">(job.number);
+    if (restorestatus::hasEnded(status))
+        job.failures = linesOf(
+            daemon->call<"stringValueForProfileKey:">(restorestatus::failuresKey(job.number)).stringValue());
+    job.status = status;
+}
+
+bool isOpen(const Job& job) {
+    return job.number != 0 && !restorestatus::hasEnded(job.status);
+}
+
+ExitStatus waitForEnd(const CommandLine& line, std::vector<Job>& jobs) {
+    std::vector<Job> seen;
+    const ExitStatus status = askUntil(line, [&](Session& session) {
+        seen = jobs;
+        for (Job& job : seen)
+            if (isOpen(job))
+                lookAt(session, job);
+        return std::ranges::none_of(seen, isOpen);
+    });
+    jobs = std::move(seen);
+    return status;
+}
+
+ExitStatus complainOf(const std::vector<Job>& jobs) {
+    ExitStatus status = ExitStatus::Success;
+    for (const Job& job : jobs) {
+        for (const std::string& failure : job.failures)
+            status = complain(ExitStatus::Incomplete, printable(failure));
+        if (job.number == 0)
+            status =
+                complain(ExitStatus::Incomplete, printable(job.path) + ": the daemon refuses to restore it");
+        else if (restorestatus::hasEnded(job.status) && job.status != restorestatus::finished &&
+                 job.failures.empty())
+            status = complain(ExitStatus::Incomplete, printable(job.path) + ": " + wordFor(job));
+    }
+    return status;
+}
+
+ExitStatus report(const CommandLine& line, const std::vector<Job>& jobs) {
+    auto json = nlohmann::ordered_json::array();
+    std::string text;
+    for (const Job& job : jobs) {
+        json.push_back(
+            {{"path", job.path}, {"target", job.target}, {"job", job.number}, {"status", wordFor(job)}});
+        if (!job.failures.empty())
+            json.back()["failures"] = job.failures;
+        text +=
+            "job " + std::to_string(job.number) + "  " + wordFor(job) + "  " + printable(job.target) + '\n';
+    }
+    const ExitStatus written = finishWith(line.settings().json ? jsonText(json, true) : text);
+    const ExitStatus status = complainOf(jobs);
+    return status == ExitStatus::Success ? written : status;
+}
+
+} // namespace
+
+ExitStatus runRestore(CommandLine& line) {
+    std::vector<std::string> paths;
+    std::optional<std::string> folder;
+    bool waits = false;
+    line.parse([&](CLI::App& options) {
+        options.add_option("PATH", paths)->required();
+        options.add_option("--to", folder);
+        options.add_flag("--wait", waits);
+    });
+    std::vector<Job> jobs = jobsFor(paths, folder);
+    ExitStatus status = askDaemon(line, [&](Session& session) { order(session, jobs); });
+    if (status == ExitStatus::Success && waits)
+        status = waitForEnd(line, jobs);
+    return status == ExitStatus::Success ? report(line, jobs) : status;
+}
+
+} // namespace kelvane::ctl
