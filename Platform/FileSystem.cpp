@@ -13,6 +13,7 @@
 namespace kelvane {
 namespace {
 
+constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
 // 2001-01-01 in seconds since 1970.
 constexpr double referenceTime = 978307200;
 
@@ -77,6 +78,12 @@ private:
 };
 
 } // namespace
+
+Date dateFromNanoseconds(std::int64_t time) {
+    std::int64_t rest = time % nanosecondsPerSecond;
+    rest += rest < 0 ? nanosecondsPerSecond : 0;
+    return dateOf({(time - rest) / nanosecondsPerSecond, rest});
+}
 
 std::string FileSystem::displayName(const std::string& path) const {
     const std::shared_ptr<const Volumes> known = volumes();

@@ -25,6 +25,9 @@ struct FileAttributes {
     std::uint64_t device = 0; // the number of the file system that holds it
 };
 
+// From nanoseconds since 1970, equal to the date that a file with that time has here.
+[[nodiscard]] Date dateFromNanoseconds(std::int64_t time);
+
 struct FolderListing {
     std::vector<std::string> names; // without "." and "..", in no order
     // Names that are no UTF-8: nothing that travels on the link or is shown can carry them. They count for

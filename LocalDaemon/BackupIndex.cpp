@@ -1,0 +1,229 @@
+#include "LocalDaemon/BackupIndex.h"
+
+#include "LocalDaemon/CleanPath.h"
+
+#include <algorithm>
+#include <iterator>
+#include <ranges>
+#include <utility>
+
+namespace kelvane {
+namespace {
+
+// By components: a folder stands before what is in it, and that before any sibling.
+bool comesBefore(const BackedUpItem& left, const BackedUpItem& right) {
+    const auto key = [](char each) { return each == '/' ? 0U : static_cast<unsigned char>(each) + 1U; };
+    return std::ranges::lexicographical_compare(left.item.path, right.item.path, {}, key, key);
+}
+
+} // namespace
+
+// The items [begin, end) are those below the folder, whose path with separator is `prefix` bytes long.
+struct BackupIndex::Branch {
+    std::uint32_t folder = 0;
+    std::size_t begin = 0;
+    std::size_t end = 0;
+    std::size_t prefix = 0;
+};
+
+BackupIndex::BackupIndex(std::string repositoryId, Snapshots snapshots, std::vector<BackedUpItem> items)
+    : repositoryId_(std::move(repositoryId)), snapshots_(std::move(snapshots)) {
+    std::erase_if(items, [](const BackedUpItem& each) { return each.item.path == "/"; });
+    std::ranges::sort(items, comesBefore);
+    items_.reserve(items.size() + 1);
+    append({}, 0, nullptr);
+    std::vector<Branch> branches{{0, 0, items.size(), 1}};
+    for (std::size_t next = 0; next < branches.size(); ++next)
+        layChildren(Branch(branches[next]), items, branches);
+    sumUp();
+}
+
+void BackupIndex::layChildren(const Branch& branch, const std::vector<BackedUpItem>& items,
+                              std::vector<Branch>& branches) {
+    items_[branch.folder].firstChild = static_cast<std::uint32_t>(items_.size());
+    for (std::size_t at = branch.begin; at < branch.end;) {
+        const std::string_view path = items[at].item.path;
+        const std::string_view name =
+            path.substr(branch.prefix, path.find('/', branch.prefix) - branch.prefix);
+        const std::size_t length = branch.prefix + name.size();
+        const bool isItself = path.size() == length;
+        const std::string inside = std::string(path.substr(0, length)) + '/';
+        const std::size_t below = at + (isItself ? 1 : 0);
+        const auto behind = std::partition_point(
+            items.begin() + static_cast<std::ptrdiff_t>(below),
+            items.begin() + static_cast<std::ptrdiff_t>(branch.end),
+            [&](const BackedUpItem& each) { return each.item.path.starts_with(inside); });
+        const auto end = static_cast<std::size_t>(behind - items.begin());
+        const auto place = static_cast<std::uint32_t>(items_.size());
+        append(name, branch.folder, isItself ? &items[at] : nullptr);
+        if (below < end)
+            branches.push_back({place, below, end, length + 1});
+        at = end;
+    }
+    items_[branch.folder].childCount =
+        static_cast<std::uint32_t>(items_.size()) - items_[branch.folder].firstChild;
+}
+
+void BackupIndex::append(std::string_view name, std::uint32_t parent, const BackedUpItem* item) {
+    Item added;
+    if (item) {
+        added.size = item->item.size;
+        added.modified = item->item.modified;
+        added.changed = item->item.changed;
+        added.backedUp = item->backedUp;
+        added.version = item->version;
+        added.snapshot = item->snapshot;
+        added.uid = item->item.uid;
+        added.gid = item->item.gid;
+        added.kind = item->item.kind;
+    }
+    added.parent = parent;
+    added.nameOffset = names_.size();
+    added.nameLength = static_cast<std::uint32_t>(name.size());
+    names_ += name;
+    items_.push_back(added);
+}
+
+// From the leaves to the root: what is below stands behind.
+void BackupIndex::sumUp() {
+    for (std::size_t at = items_.size() - 1; at > 0; --at) {
+        const Item& item = items_[at];
+        Item& parent = items_[item.parent];
+        const FileTotals totals = totalsOf(item);
+        parent.filesBelow += totals.count;
+        parent.bytesBelow += totals.bytes;
+        parent.hasLinkBelow = parent.hasLinkBelow || item.hasLinkBelow || item.kind == ItemKind::Link;
+    }
+}
+
+const Snapshot* BackupIndex::newestSnapshot() const {
+    return snapshots_.empty() ? nullptr : &snapshots_.rbegin()->second;
+}
+
+const Snapshot* BackupIndex::newestCompleteSnapshot() const {
+    for (const auto& [number, snapshot] : std::views::reverse(snapshots_))
+        if (!snapshot.isPartial)
+            return &snapshot;
+    return nullptr;
+}
+
+const Snapshot* BackupIndex::snapshot(std::uint32_t number) const {
+    const auto found = snapshots_.find(number);
+    return found == snapshots_.end() ? nullptr : &found->second;
+}
+
+const BackupIndex::Item* BackupIndex::find(std::string_view path) const {
+    const Item* item = &root();
+    while (path.starts_with('/') && path.size() > 1) {
+        path.remove_prefix(1);
+        const std::string_view name = path.substr(0, path.find('/'));
+        const auto below = children(*item);
+        const auto found =
+            std::ranges::lower_bound(below, name, {}, [this](const Item& each) { return nameOf(each); });
+        if (found == below.end() || nameOf(*found) != name)
+            return nullptr;
+        item = &*found;
+        path.remove_prefix(name.size());
+    }
+    return item;
+}
+
+std::span<const BackupIndex::Item> BackupIndex::children(const Item& folder) const {
+    return std::span(items_).subspan(folder.firstChild, folder.childCount);
+}
+
+std::string_view BackupIndex::nameOf(const Item& item) const {
+    return std::string_view(names_).substr(item.nameOffset, item.nameLength);
+}
+
+std::string BackupIndex::pathOf(const Item& item) const {
+    if (&item == &root())
+        return "/";
+    std::vector<const Item*> chain;
+    for (const Item* at = &item; at != &root(); at = &items_[at->parent])
+        chain.push_back(at);
+    std::string path;
+    for (const Item* each : std::views::reverse(chain))
+        path.append("/").append(nameOf(*each));
+    return path;
+}
+
+FileTotals BackupIndex::totalsOf(const Item& item) const {
+    if (item.kind == ItemKind::File)
+        return {1 + item.filesBelow, item.size + item.bytesBelow};
+    return {item.filesBelow, item.bytesBelow};
+}
+
+bool BackupIndex::hasContent(const Item& item) const {
+    return item.kind != ItemKind::Folder || item.filesBelow > 0 || item.hasLinkBelow;
+}
+
+BackedUpItem BackupIndex::copyOf(const Item& item) const {
+    return {{pathOf(item), item.kind, item.size, item.modified, item.changed, item.uid, item.gid},
+            item.backedUp,
+            item.version,
+            item.snapshot};
+}
+
+bool isUnchanged(const BackupIndex::Item& item, ItemKind kind, std::uint64_t size, std::int64_t modified,
+                 std::int64_t changed) {
+    if (item.kind != kind || item.snapshot == 0)
+        return false;
+    if (kind == ItemKind::Folder)
+        return true;
+    return (kind == ItemKind::Link || item.size == size) && item.modified == modified &&
+           item.changed == changed;
+}
+
+bool isUnchanged(const BackupIndex::Item& item, const FileAttributes& attributes) {
+    using Kind = FileAttributes::Kind;
+    const auto isAt = [](Date date, std::int64_t nanoseconds) {
+        return date == dateFromNanoseconds(nanoseconds);
+    };
+    if (attributes.kind == Kind::Other || item.snapshot == 0)
+        return false;
+    if (attributes.kind == Kind::Directory || item.kind == ItemKind::Folder)
+        return attributes.kind == Kind::Directory && item.kind == ItemKind::Folder;
+    return (attributes.kind == Kind::File) == (item.kind == ItemKind::File) &&
+           (item.kind == ItemKind::Link || item.size == attributes.size) &&
+           isAt(attributes.modified, item.modified) && isAt(attributes.statusChanged, item.changed);
+}
+
+BackupIndex indexWith(const BackupIndex& before, const std::string& repositoryId, const Snapshot& snapshot,
+                      std::vector<SnapshotItem> held) {
+    BackupIndex::Snapshots snapshots = before.snapshots();
+    const std::uint32_t number = snapshots.empty() ? 1 : snapshots.rbegin()->first + 1;
+    snapshots[number] = snapshot;
+    std::vector<BackedUpItem> items;
+    items.reserve(held.size());
+    std::vector<const BackupIndex::Item*> seen;
+    for (SnapshotItem& each : held) {
+        const BackupIndex::Item* const old = before.find(each.path);
+        const bool isSame = old && isUnchanged(*old, each.kind, each.size, each.modified, each.changed);
+        items.push_back({std::move(each), isSame ? old->backedUp : snapshot.time,
+                         isSame ? old->version : number, number});
+        if (old)
+            seen.push_back(old);
+    }
+    std::ranges::sort(seen);
+    before.forEach([&](const BackupIndex::Item& item) {
+        if (item.snapshot != 0 && !std::ranges::binary_search(seen, &item))
+            items.push_back(before.copyOf(item));
+    });
+    return {repositoryId, std::move(snapshots), std::move(items)};
+}
+
+BackupIndex indexOfKept(const BackupIndex& before, const std::vector<Snapshot>& kept) {
+    BackupIndex::Snapshots snapshots;
+    for (const auto& [number, snapshot] : before.snapshots())
+        if (std::ranges::find(kept, snapshot.id, &Snapshot::id) != kept.end())
+            snapshots[number] = snapshot;
+    std::vector<BackedUpItem> items;
+    before.forEach([&](const BackupIndex::Item& item) {
+        if (snapshots.contains(item.snapshot))
+            items.push_back(before.copyOf(item));
+    });
+    return {before.repositoryId(), std::move(snapshots), std::move(items)};
+}
+
+} // namespace kelvane

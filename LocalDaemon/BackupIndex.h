@@ -1,0 +1,128 @@
+#pragma once
+
+#include "LocalDaemon/FileTotals.h"
+#include "LocalDaemon/Snapshots.h"
+#include "Platform/FileSystem.h"
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kelvane {
+
+// A path in the backup, apart from any index.
+struct BackedUpItem {
+    SnapshotItem item;
+    std::int64_t backedUp = 0;  // seconds since 1970: when it was first saved as it is now
+    std::uint32_t version = 0;  // the number of the snapshot of that time
+    std::uint32_t snapshot = 0; // the number of the newest snapshot that holds it
+};
+
+// Everything that the backup holds: each path once, in its newest version, also what later snapshots do not
+// hold because it is gone from the disk or from the selection. Such a path keeps the snapshot that held it
+// last, and is in the index for as long as that snapshot is in the repository.
+//
+// A value that never changes: any thread may read one that it holds. Finding a path takes a binary search a
+// component.
+class BackupIndex {
+public:
+    using Snapshots = std::map<std::uint32_t, Snapshot>; // by number: 1 and up, in the order of their time
+
+    struct Item {
+        std::uint64_t size = 0;    // bytes
+        std::int64_t modified = 0; // nanoseconds since 1970
+        std::int64_t changed = 0;
+        std::int64_t backedUp = 0; // as in BackedUpItem, and so are the next two
+        std::uint32_t version = 0;
+        std::uint32_t snapshot = 0; // 0: a folder of which only contents are known
+        std::uint32_t uid = 0;
+        std::uint32_t gid = 0;
+        ItemKind kind = ItemKind::Folder;
+
+    private:
+        friend class BackupIndex;
+        std::uint32_t parent = 0;
+        std::uint32_t firstChild = 0;
+        std::uint32_t childCount = 0;
+        std::uint32_t nameLength = 0;
+        std::uint64_t nameOffset = 0;
+        std::uint64_t filesBelow = 0;
+        std::uint64_t bytesBelow = 0;
+        bool hasLinkBelow = false;
+    };
+
+    BackupIndex() : BackupIndex({}, {}, {}) {} // of no repository
+    // The items come in any order, each path once.
+    BackupIndex(std::string repositoryId, Snapshots snapshots, std::vector<BackedUpItem> items);
+
+    [[nodiscard]] const std::string& repositoryId() const { return repositoryId_; }
+    [[nodiscard]] const Snapshots& snapshots() const { return snapshots_; }
+    // Null when nothing has been backed up.
+    [[nodiscard]] const Snapshot* newestSnapshot() const;
+    [[nodiscard]] const Snapshot* newestCompleteSnapshot() const;
+    // Of the number of an item, or of a version that is asked for; null when it is not there any more.
+    [[nodiscard]] const Snapshot* snapshot(std::uint32_t number) const;
+
+    // Null when the path (absolute and clean) is not in the backup.
+    [[nodiscard]] const Item* find(std::string_view path) const;
+    // Of a folder, sorted by name.
+    [[nodiscard]] std::span<const Item> children(const Item& folder) const;
+    [[nodiscard]] const Item& root() const { return items_.front(); } // of "/"
+    [[nodiscard]] std::string_view nameOf(const Item& item) const;    // empty of "/"
+    [[nodiscard]] std::string pathOf(const Item& item) const;
+    // The files in a folder and all folders below it, or the file itself.
+    [[nodiscard]] FileTotals totalsOf(const Item& item) const;
+    // Whether it is a file or a link, or a folder that has some below.
+    [[nodiscard]] bool hasContent(const Item& item) const;
+    [[nodiscard]] FileTotals totals() const { return totalsOf(root()); }
+    [[nodiscard]] std::size_t itemCount() const { return items_.size(); }
+
+    [[nodiscard]] BackedUpItem copyOf(const Item& item) const;
+    // Each item, a folder before what is in it.
+    template <class Visit>
+    void forEach(Visit visit) const {
+        for (const Item& item : items_)
+            visit(item);
+    }
+
+    // For a file; of no known form or damaged: none.
+    [[nodiscard]] std::vector<std::uint8_t> encoded() const;
+    [[nodiscard]] static std::optional<BackupIndex> decoded(std::span<const std::uint8_t> bytes);
+
+private:
+    struct Branch; // a folder whose children are still to be laid down
+
+    void layChildren(const Branch& branch, const std::vector<BackedUpItem>& items,
+                     std::vector<Branch>& branches);
+    void append(std::string_view name, std::uint32_t parent, const BackedUpItem* item);
+    [[nodiscard]] bool takeDecoded(Item item, std::string_view name, std::uint8_t kind);
+    void sumUp();
+    [[nodiscard]] std::uint32_t placeOf(const Item& item) const {
+        return static_cast<std::uint32_t>(&item - items_.data());
+    }
+
+    std::string repositoryId_;
+    Snapshots snapshots_;
+    // Level by level, so that the children of a folder stand together.
+    std::vector<Item> items_;
+    std::string names_;
+};
+
+// Whether what stands on the disk is still what was saved. Of a folder only that it is one: what matters of
+// it is what is in it.
+[[nodiscard]] bool isUnchanged(const BackupIndex::Item& item, ItemKind kind, std::uint64_t size,
+                               std::int64_t modified, std::int64_t changed);
+[[nodiscard]] bool isUnchanged(const BackupIndex::Item& item, const FileAttributes& attributes);
+
+// The index after one more snapshot: `held` is what that one holds.
+[[nodiscard]] BackupIndex indexWith(const BackupIndex& before, const std::string& repositoryId,
+                                    const Snapshot& snapshot, std::vector<SnapshotItem> held);
+
+// The index without what only forgotten snapshots hold: those that are not among `kept`.
+[[nodiscard]] BackupIndex indexOfKept(const BackupIndex& before, const std::vector<Snapshot>& kept);
+
+} // namespace kelvane

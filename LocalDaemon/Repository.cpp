@@ -1,0 +1,123 @@
+#include "LocalDaemon/Repository.h"
+
+#include "LocalDaemon/ResticJson.h"
+#include "Support/Logging.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <unistd.h>
+
+namespace kelvane {
+namespace {
+
+// restic takes a lock for forgotten after half an hour; some time for clocks that differ.
+constexpr std::int64_t ageOfForgottenLock = std::int64_t{20} * 60;
+
+std::string hostName() {
+    std::array<char, 256> name{};
+    ::gethostname(name.data(), name.size() - 1);
+    return name.data();
+}
+
+bool isAlive(std::int32_t pid) {
+    return pid > 0 && (::kill(pid, 0) == 0 || errno != ESRCH);
+}
+
+bool looksForgotten(const RepositoryLock& lock) {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::seconds>(now).count() - lock.time > ageOfForgottenLock;
+}
+
+// All lines that it prints, as one text.
+struct Printed {
+    ResticOutcome outcome;
+    std::string text;
+};
+Printed print(const Restic& restic, const std::vector<std::string>& arguments, const StopSignal& stop) {
+    Printed printed;
+    Restic::Call call;
+    call.arguments = arguments;
+    call.onLine = [&printed](std::string_view line) {
+        printed.text.append(line).append("\n");
+        return true;
+    };
+    printed.outcome = restic.run(call, stop);
+    return printed;
+}
+
+std::vector<std::string> linesOf(std::string_view text) {
+    std::vector<std::string> lines;
+    for (std::size_t end = text.find('\n'); end != std::string_view::npos; end = text.find('\n')) {
+        lines.emplace_back(text.substr(0, end));
+        text.remove_prefix(end + 1);
+    }
+    return lines;
+}
+
+} // namespace
+
+Repository::Repository(std::shared_ptr<const Restic> restic, std::uint32_t computerNumber)
+    : restic_(std::move(restic)), tag_("kelvane-" + std::to_string(computerNumber)) {}
+
+Repository::Opening Repository::open(bool mayMake, const StopSignal& stop) const {
+    Printed config = print(*restic_, {"cat", "config"}, stop);
+    bool wasMade = false;
+    if (mayMake && config.outcome.trouble == ResticTrouble::NoRepository) {
+        if (const auto made = print(*restic_, {"init"}, stop); !made.outcome.succeeded())
+            return {made.outcome, {}, false};
+        wasMade = true;
+        config = print(*restic_, {"cat", "config"}, stop);
+    }
+    return {config.outcome, textEntry(config.text, "id"), wasMade};
+}
+
+Repository::Listing Repository::snapshots(const StopSignal& stop) const {
+    const Printed list = print(*restic_, {"snapshots", "--json", "--no-lock", "--tag", tag_}, stop);
+    return {list.outcome, snapshotsFrom(list.text, partialTag)};
+}
+
+Repository::Contents Repository::list(const std::string& snapshotId,
+                                      const std::function<void(SnapshotItem&&)>& take,
+                                      const StopSignal& stop) const {
+    Contents contents;
+    Restic::Call call;
+    call.arguments = {"ls", "--json", "--no-lock", snapshotId};
+    call.onLine = [&](std::string_view line) {
+        if (auto item = itemFrom(line))
+            take(std::move(*item));
+        else if (const auto snapshot = snapshotFrom(line))
+            contents.snapshot = *snapshot;
+        return true;
+    };
+    contents.outcome = restic_->run(call, stop);
+    return contents;
+}
+
+ResticOutcome Repository::clearStaleLocks(const StopSignal& stop) const {
+    const Printed list = print(*restic_, {"list", "locks", "--no-lock"}, stop);
+    if (!list.outcome.succeeded())
+        return list.outcome;
+    bool isOneOursAndDead = false;
+    for (const std::string& id : linesOf(list.text)) {
+        const Printed text = print(*restic_, {"cat", "lock", id, "--no-lock"}, stop);
+        const auto lock = lockFrom(text.text);
+        if (!lock)
+            continue; // it has gone since
+        const bool isOurs = lock->hostName == hostName();
+        isOneOursAndDead = isOneOursAndDead || (isOurs && !isAlive(lock->pid));
+        if ((!isOurs || isAlive(lock->pid)) && looksForgotten(*lock)) {
+            KelvaneSystemLog("A lock of process %d on %@ stands in the repository and is left alone.",
+                             lock->pid, lock->hostName);
+            return {};
+        }
+    }
+    if (!isOneOursAndDead)
+        return {};
+    KelvaneSystemLog("The lock that a dead process of this machine has left in the repository is removed.");
+    return print(*restic_, {"unlock"}, stop).outcome;
+}
+
+} // namespace kelvane

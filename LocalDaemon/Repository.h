@@ -1,0 +1,61 @@
+#pragma once
+
+#include "LocalDaemon/Restic.h"
+#include "LocalDaemon/Snapshots.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kelvane {
+
+// The snapshots of one computer in a repository, which it may share with others: its own are those with its
+// tag. Any thread; everything blocks on restic, half a second at least.
+class Repository {
+public:
+    Repository(std::shared_ptr<const Restic> restic, std::uint32_t computerNumber);
+
+    [[nodiscard]] const Restic& restic() const { return *restic_; }
+    [[nodiscard]] const std::string& tag() const { return tag_; }
+
+    struct Opening {
+        ResticOutcome outcome;
+        std::string id; // of the repository, the same for its whole life
+        bool wasMade = false;
+    };
+    // `mayMake`: when there is nothing at the place, a new repository is made there. An empty mount point of
+    // a disk that is away looks like that as well.
+    [[nodiscard]] Opening open(bool mayMake, const StopSignal& stop) const;
+
+    struct Listing {
+        ResticOutcome outcome;
+        std::vector<Snapshot> snapshots; // this computer's, the oldest first
+    };
+    [[nodiscard]] Listing snapshots(const StopSignal& stop) const;
+
+    struct Contents {
+        ResticOutcome outcome;
+        Snapshot snapshot; // `isPartial` is not told
+    };
+    // Hands over all that the snapshot holds, each folder before what is in it. Of what is neither file, nor
+    // folder nor link it says nothing.
+    [[nodiscard]] Contents list(const std::string& snapshotId,
+                                const std::function<void(SnapshotItem&&)>& take,
+                                const StopSignal& stop) const;
+
+    // Removes locks that a dead process of this machine has left. restic would also remove those of other
+    // machines that look old to it: as long as there is one that might, nothing is removed and that is
+    // logged.
+    [[nodiscard]] ResticOutcome clearStaleLocks(const StopSignal& stop) const;
+
+private:
+    const std::shared_ptr<const Restic> restic_;
+    const std::string tag_;
+};
+
+inline constexpr const char* partialTag = "part";
+
+} // namespace kelvane

@@ -1,0 +1,70 @@
+#pragma once
+
+#include "Platform/ChildProgram.h"
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kelvane {
+
+// Where the backup is kept, and what it takes to get there.
+struct RepositoryPlace {
+    std::string location; // a folder, or whatever else restic takes; may hold a password
+    std::string passwordFile;
+    std::string cacheFolder;
+    std::map<std::string, std::string> environment; // more variables for restic: a service's keys
+    std::string program = "restic";
+};
+
+// Why a call of restic came to nothing, as far as the daemon has something to do about it.
+enum class ResticTrouble {
+    None,
+    Stopped,       // by us
+    NoRepository,  // there is nothing at the place, or the place itself is not there
+    Unreachable,   // nobody answers
+    NoNetwork,     // not even the way there
+    WrongPassword, // or the password file cannot be read
+    Locked,        // somebody else is at work in it
+    Failed,        // anything else
+};
+
+struct ResticOutcome {
+    ResticTrouble trouble = ResticTrouble::None;
+    bool isIncomplete = false; // a snapshot was made, but some files could not be read
+    std::string errors;        // the end of what restic said, in which no secret stands
+
+    [[nodiscard]] bool succeeded() const { return trouble == ResticTrouble::None; }
+};
+
+// restic as a program. Secrets go through its environment and files, never through its arguments. Any thread,
+// also several at once; a call blocks its thread until restic has ended.
+class Restic {
+public:
+    explicit Restic(RepositoryPlace place);
+
+    struct Call {
+        std::vector<std::string> arguments;
+        std::string input;
+        std::function<bool(std::string_view)> onLine = [](std::string_view) { return true; };
+        std::function<void(std::string_view)> onErrorLine = [](std::string_view) {};
+        // restic tries an unreachable place again and again for a quarter of an hour; nobody waits that long.
+        std::chrono::milliseconds patience = std::chrono::minutes(2);
+        bool hasLowerPriority = false;
+    };
+    [[nodiscard]] ResticOutcome run(const Call& call, const StopSignal& stop) const;
+
+    [[nodiscard]] const RepositoryPlace& place() const { return place_; }
+
+private:
+    [[nodiscard]] std::string withoutSecrets(std::string text) const;
+
+    const RepositoryPlace place_;
+    std::vector<std::string> environment_;
+};
+
+// A name as restic's patterns (`--include`, `--exclude`) take it literally.
+[[nodiscard]] std::string escapedForPattern(std::string_view path);
+
+} // namespace kelvane

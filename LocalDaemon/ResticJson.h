@@ -1,0 +1,52 @@
+#pragma once
+
+#include "LocalDaemon/Snapshots.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kelvane {
+
+// What restic prints as JSON, a document or a line at a time. Text that is not of the form is none of it.
+
+// "2025-01-02T03:04:05.678901234+01:00" as nanoseconds since 1970.
+[[nodiscard]] std::optional<std::int64_t> nanosecondsFrom(std::string_view time);
+
+// An entry of an object.
+[[nodiscard]] std::string textEntry(std::string_view json, const char* key);
+
+[[nodiscard]] std::vector<Snapshot> snapshotsFrom(std::string_view json, std::string_view partialTag);
+
+// A line of a listing is one of the two.
+[[nodiscard]] std::optional<Snapshot> snapshotFrom(std::string_view line);
+[[nodiscard]] std::optional<SnapshotItem> itemFrom(std::string_view line);
+
+struct RepositoryLock {
+    std::string hostName;
+    std::int32_t pid = 0;
+    std::int64_t time = 0; // seconds since 1970
+};
+[[nodiscard]] std::optional<RepositoryLock> lockFrom(std::string_view json);
+
+// A line of a backup under way.
+struct BackupLine {
+    enum class Kind {
+        Other,
+        Item,    // `path` has been saved, or found unchanged
+        Status,  // `path` is being read
+        Summary, // the snapshot stands
+        Error,   // `path` could not be read
+    };
+    Kind kind = Kind::Other;
+    std::string path;
+    bool isFile = false;                        // an item that is a file
+    bool isChanged = false;                     // an item that is new or another than before
+    std::uint64_t size = 0;                     // of an item: bytes
+    std::uint64_t filesDone = 0, bytesDone = 0; // of a status
+    std::string snapshotId;                     // of a summary; its beginning
+};
+[[nodiscard]] BackupLine backupLineFrom(std::string_view line);
+
+} // namespace kelvane

@@ -1,0 +1,326 @@
+#include "Platform/ChildProgram.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <linux/close_range.h>
+#include <optional>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace kelvane {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr std::size_t longestLine = std::size_t{1} << 20U;
+constexpr std::size_t errorsKept = 4096; // bytes
+constexpr int lowestPriority = 19;
+// From linux/ioprio.h, which not every system installs.
+constexpr int ioprioWhoProcess = 1;
+constexpr int ioprioIdle = 3 << 13;
+
+std::string errorText(int error) {
+    return std::generic_category().message(error);
+}
+
+struct Pipe {
+    FileDescriptor readEnd;
+    FileDescriptor writeEnd;
+
+    [[nodiscard]] static std::optional<Pipe> make() {
+        std::array<int, 2> ends{};
+        if (::pipe2(ends.data(), O_CLOEXEC) != 0)
+            return std::nullopt;
+        return Pipe{FileDescriptor(ends[0]), FileDescriptor(ends[1])};
+    }
+};
+
+// The caller's variables, those with the same name replaced.
+std::vector<std::string> joinedEnvironment(const std::vector<std::string>& own) {
+    std::vector<std::string> joined = own;
+    const auto isReplaced = [&](std::string_view entry) {
+        const std::string_view name = entry.substr(0, entry.find('=') + 1);
+        return std::ranges::any_of(own, [&](const std::string& each) { return each.starts_with(name); });
+    };
+    for (char** entry = environ; *entry != nullptr; ++entry)
+        if (!isReplaced(*entry))
+            joined.emplace_back(*entry);
+    return joined;
+}
+
+std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    for (std::string& text : texts)
+        pointers.push_back(text.data());
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+// Everything that the child needs, made before the fork: after it only system calls are safe.
+struct Preparation {
+    std::vector<char*> arguments;
+    std::vector<char*> environment;
+    int input = -1;
+    int output = -1;
+    int errors = -1;
+    int failure = -1; // errno's number goes there when the program cannot be run
+    pid_t parent = 0;
+    bool hasLowerPriority = false;
+};
+
+void setSignals() {
+    for (int number = 1; number < NSIG; ++number) {
+        struct sigaction action {};
+        action.sa_handler = number == SIGPIPE ? SIG_IGN : SIG_DFL;
+        ::sigaction(number, &action, nullptr);
+    }
+    sigset_t none;
+    ::sigemptyset(&none);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+[[noreturn]] void becomeProgram(const Preparation& prepared) {
+    ::prctl(PR_SET_PDEATHSIG, SIGINT);
+    if (::getppid() != prepared.parent)
+        ::_exit(0);  // the parent was quicker to die
+    ::setpgid(0, 0); // the interrupt key of a terminal is for the daemon, which passes it on
+    if (prepared.hasLowerPriority) {
+        ::setpriority(PRIO_PROCESS, 0, lowestPriority);
+        ::syscall(SYS_ioprio_set, ioprioWhoProcess, 0, ioprioIdle);
+    }
+    ::dup2(prepared.input, STDIN_FILENO);
+    ::dup2(prepared.output, STDOUT_FILENO);
+    ::dup2(prepared.errors, STDERR_FILENO);
+    ::close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
+    setSignals();
+    ::execvpe(prepared.arguments.front(), prepared.arguments.data(), prepared.environment.data());
+    const int error = errno;
+    [[maybe_unused]] const ssize_t written = ::write(prepared.failure, &error, sizeof error);
+    ::_exit(1);
+}
+
+// What arrives in a pipe, line by line.
+class Lines {
+public:
+    explicit Lines(FileDescriptor pipe) : pipe_(std::move(pipe)) {
+        ::fcntl(pipe_.get(), F_SETFL, ::fcntl(pipe_.get(), F_GETFL) | O_NONBLOCK);
+    }
+
+    [[nodiscard]] int descriptor() const { return pipe_.get(); }
+    // Hands over what is there; closes at the end.
+    template <class Take>
+    void readInto(Take take) {
+        std::array<char, 65536> bytes{};
+        for (;;) {
+            const ssize_t count = pipe_ ? ::read(pipe_.get(), bytes.data(), bytes.size()) : 0;
+            if (count < 0 && errno == EINTR)
+                continue;
+            if (count < 0 && errno == EAGAIN)
+                return;
+            if (count <= 0)
+                break;
+            split({bytes.data(), static_cast<std::size_t>(count)}, take);
+        }
+        if (!partial_.empty())
+            take(std::string_view(partial_));
+        partial_.clear();
+        pipe_.reset();
+    }
+
+private:
+    template <class Take>
+    void split(std::string_view bytes, Take& take) {
+        for (std::size_t end = bytes.find('\n'); end != std::string_view::npos; end = bytes.find('\n')) {
+            append(bytes.substr(0, end));
+            if (!isTooLong_)
+                take(std::string_view(partial_));
+            partial_.clear();
+            isTooLong_ = false;
+            bytes.remove_prefix(end + 1);
+        }
+        append(bytes);
+    }
+    void append(std::string_view bytes) {
+        isTooLong_ = isTooLong_ || partial_.size() + bytes.size() > longestLine;
+        if (isTooLong_)
+            partial_.clear();
+        else
+            partial_ += bytes;
+    }
+
+    FileDescriptor pipe_;
+    std::string partial_;
+    bool isTooLong_ = false;
+};
+
+class Child {
+public:
+    Child(const ChildProgram& program, const StopSignal& stop) : program_(program), stop_(stop) {}
+
+    ChildOutcome run() {
+        if (!start())
+            return outcome_;
+        outcome_.end = ChildOutcome::End::Exited;
+        lastProgress_ = Clock::now();
+        while (!hasEnded_)
+            turn();
+        readEverything();
+        reap();
+        return outcome_;
+    }
+
+private:
+    bool start() {
+        auto input = Pipe::make();
+        auto output = Pipe::make();
+        auto errors = Pipe::make();
+        auto failure = Pipe::make();
+        if (!input || !output || !errors || !failure)
+            return fail(errno);
+        std::vector<std::string> arguments = program_.arguments;
+        std::vector<std::string> environment = joinedEnvironment(program_.environment);
+        const Preparation prepared{
+            pointersTo(arguments),  pointersTo(environment), input->readEnd.get(), output->writeEnd.get(),
+            errors->writeEnd.get(), failure->writeEnd.get(), ::getpid(),           program_.hasLowerPriority};
+        id_ = ::fork();
+        if (id_ == 0)
+            becomeProgram(prepared);
+        if (id_ < 0)
+            return fail(errno);
+        failure->writeEnd.reset();
+        int error = 0;
+        if (::read(failure->readEnd.get(), &error, sizeof error) == sizeof error) {
+            reap();
+            return fail(error);
+        }
+        handle_.reset(static_cast<int>(::syscall(SYS_pidfd_open, id_, 0)));
+        input_ = std::move(input->writeEnd);
+        ::fcntl(input_.get(), F_SETFL, O_WRONLY | O_NONBLOCK);
+        output_.emplace(std::move(output->readEnd));
+        errors_.emplace(std::move(errors->readEnd));
+        return true;
+    }
+
+    bool fail(int error) {
+        outcome_.end = ChildOutcome::End::NotStarted;
+        outcome_.errors = program_.arguments.front() + ": " + errorText(error);
+        return false;
+    }
+
+    // One wait for whatever happens next.
+    void turn() {
+        std::array<pollfd, 5> waits{{{handle_.get(), POLLIN, 0},
+                                     {output_->descriptor(), POLLIN, 0},
+                                     {errors_->descriptor(), POLLIN, 0},
+                                     {input_.get(), POLLOUT, 0},
+                                     {isEnding_ ? -1 : stop_.descriptor(), POLLIN, 0}}};
+        ::poll(waits.data(), waits.size(), static_cast<int>(timeLeft().count()));
+        readEverything();
+        if (waits[3].revents != 0)
+            writeInput();
+        hasEnded_ = (waits[0].revents & POLLIN) != 0;
+        if (hasEnded_)
+            return;
+        if (stop_.isSet())
+            end(ChildOutcome::End::Stopped);
+        else if (timeLeft() == milliseconds(0))
+            end(ChildOutcome::End::Stuck);
+    }
+
+    [[nodiscard]] milliseconds timeLeft() const {
+        const auto deadline = isEnding_ ? endingSince_ + program_.grace : lastProgress_ + program_.patience;
+        const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
+        return std::clamp<milliseconds>(left, milliseconds(0), std::chrono::hours(1));
+    }
+
+    void end(ChildOutcome::End why) {
+        if (!isEnding_) {
+            isEnding_ = true;
+            endingSince_ = Clock::now();
+            outcome_.end = why;
+            ::kill(id_, SIGINT);
+        } else if (timeLeft() == milliseconds(0)) {
+            ::kill(-id_, SIGKILL);
+            ::kill(id_, SIGKILL);
+            endingSince_ = Clock::now(); // until the system has done it
+        }
+    }
+
+    void readEverything() {
+        output_->readInto([this](std::string_view line) {
+            if (program_.onLine(line))
+                lastProgress_ = Clock::now();
+        });
+        errors_->readInto([this](std::string_view line) {
+            program_.onErrorLine(line);
+            outcome_.errors.append(outcome_.errors.empty() ? "" : "\n").append(line);
+            if (outcome_.errors.size() > errorsKept)
+                outcome_.errors.erase(0, outcome_.errors.size() - errorsKept);
+        });
+    }
+
+    void writeInput() {
+        while (written_ < program_.input.size()) {
+            const ssize_t count =
+                ::write(input_.get(), program_.input.data() + written_, program_.input.size() - written_);
+            if (count < 0 && errno == EAGAIN)
+                return;
+            if (count < 0 && errno != EINTR)
+                break; // it does not want the rest
+            written_ += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
+        }
+        input_.reset();
+    }
+
+    void reap() {
+        int status = 0;
+        while (::waitpid(id_, &status, 0) < 0 && errno == EINTR) {
+        }
+        if (WIFEXITED(status))
+            outcome_.status = WEXITSTATUS(status);
+        if (WIFEXITED(status) && outcome_.status == 0)
+            outcome_.end = ChildOutcome::End::Exited; // it had done its work before it heard
+        else if (!WIFEXITED(status) && outcome_.end == ChildOutcome::End::Exited)
+            outcome_.end = ChildOutcome::End::Crashed;
+    }
+
+    const ChildProgram& program_;
+    const StopSignal& stop_;
+    ChildOutcome outcome_;
+    pid_t id_ = 0;
+    FileDescriptor handle_;
+    FileDescriptor input_;
+    std::size_t written_ = 0;
+    std::optional<Lines> output_;
+    std::optional<Lines> errors_;
+    Clock::time_point lastProgress_;
+    Clock::time_point endingSince_;
+    bool isEnding_ = false;
+    bool hasEnded_ = false;
+};
+
+} // namespace
+
+StopSignal::StopSignal() : event_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+
+void StopSignal::set() {
+    set_ = true;
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const ssize_t written = ::write(event_.get(), &one, sizeof one);
+}
+
+ChildOutcome run(const ChildProgram& program, const StopSignal& stop) {
+    return Child(program, stop).run();
+}
+
+} // namespace kelvane

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "Platform/FileDescriptor.h"
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kelvane {
+
+// Set once, by any thread, and stays set; wakes who polls its descriptor.
+class StopSignal {
+public:
+    StopSignal();
+
+    void set();
+    [[nodiscard]] bool isSet() const { return set_; }
+    [[nodiscard]] int descriptor() const { return event_.get(); } // readable once it is set
+
+private:
+    std::atomic<bool> set_{false};
+    FileDescriptor event_;
+};
+
+struct ChildProgram {
+    std::vector<std::string> arguments;   // the first one names the program, which is looked for in PATH
+    std::vector<std::string> environment; // "NAME=value": beside the caller's own, or instead of it
+    std::string input;                    // for its standard input
+    // Each line of its output without the line's end, on the calling thread; one longer than 1 MiB is left
+    // out. True: it has got on with its work.
+    std::function<bool(std::string_view)> onLine = [](std::string_view) { return true; };
+    std::function<void(std::string_view)> onErrorLine = [](std::string_view) {};
+    std::chrono::milliseconds patience = std::chrono::minutes(2); // it may take that long to get on
+    std::chrono::milliseconds grace = std::chrono::seconds(10);   // and that long to end when it is told to
+    bool hasLowerPriority = false;                                // than everything else on the machine
+};
+
+struct ChildOutcome {
+    enum class End { Exited, Stopped, Stuck, Crashed, NotStarted };
+
+    End end = End::NotStarted;
+    int status = 0;     // of one that exited
+    std::string errors; // the end of what it said on standard error, or why it was not started
+
+    [[nodiscard]] bool succeeded() const { return end == End::Exited && status == 0; }
+};
+
+// Runs a program to its end. One that is stopped, or that gets on with nothing for as long as the patience
+// lasts, is told to end by SIGINT, and killed with its process group after the grace. It is also interrupted
+// when the calling thread dies, as it does when this process is killed.
+//
+// Any thread; blocks. The program gets no descriptor but the standard ones. Its SIGPIPE is ignored: when this
+// process is killed, the program is to tidy up, not to die of its next word.
+[[nodiscard]] ChildOutcome run(const ChildProgram& program, const StopSignal& stop);
+
+} // namespace kelvane
