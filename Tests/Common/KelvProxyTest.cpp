@@ -45,11 +45,6 @@ TEST_F(KelvProxy, WritesACallAsOneFrame) {
 
     proxy->call<"setEnabled:">(true);
     EXPECT_EQ(peer.receive()->second.at(5).kind(), Value::Kind::Integer) << "a c is a number on the wire";
-    const Value choices =
-        Dictionary{{"paths", Array{"/a", "/b"}}, {"when", Date{1.5}}, {"data", Data{0, 255}}};
-    peer.send(message(responseFrame, 1));
-    EXPECT_TRUE(proxy->call<"restoreWithChoices:">(choices));
-    EXPECT_EQ(peer.receive()->second, Value(Array{1, "c", "restoreWithChoices:", 1, "@", choices}));
 }
 
 // An answer that comes before its call stays for the next one that waits, and so does the one after it.

@@ -184,5 +184,22 @@ TEST_F(Answers, OfSelectorsThatNoDaemonHasAreErrorsWhileConnected) {
                                 2, "-[BackupState setValueForProfileKey:withUnsigned:]: k = 4294967295"));
 }
 
+TEST_F(BackupStateTest, TheFakeDaemonAnswersEveryMethodWithTheMethodsType) {
+    daemon.changeWorld([](DaemonWorld& world) { world = demoWorld(); });
+    connect();
+    for (const MethodDescription& method : KelvaneDaemonProtocol) {
+        const auto signature = MethodSignature::fromTypes(method.types);
+        std::vector<Value> arguments;
+        for (const std::string_view type : signature.arguments())
+            arguments.push_back(type == "@" ? Value("/home") : Value(1));
+        const Value result = state->proxy()->invoke(method.selector, arguments);
+        const bool isNumber = signature.returnType != "v" && signature.returnType != "@";
+        EXPECT_EQ(result.isNumber(), isNumber || method.selector == "computerNumber") << method.selector;
+    }
+    EXPECT_TRUE(logged("ERROR").empty());
+    EXPECT_TRUE(daemon.waitForCalls(std::end(KelvaneDaemonProtocol)[-1].selector));
+    EXPECT_EQ(daemon.calls().size(), std::size(KelvaneDaemonProtocol));
+}
+
 } // namespace
 } // namespace kelvane::tests

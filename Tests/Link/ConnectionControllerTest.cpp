@@ -3,13 +3,6 @@
 namespace kelvane::tests {
 namespace {
 
-constexpr const char* started = "ConnectionController:start()";
-constexpr const char* tryingOnce = "ConnectionController:start - trying to connect immediately";
-constexpr const char* unable = "ConnectionController: unable to connect to daemon, will try again...";
-constexpr const char* reached = "ConnectionController: connected";
-constexpr const char* socketConnected = "ConnectionController::socketConnected:";
-constexpr const char* socketFailed = "ConnectionController::socketFailed:";
-
 class ConnectionControllerTest : public LinkTest {
 protected:
     ~ConnectionControllerTest() override {
@@ -27,55 +20,46 @@ protected:
         controller->start();
         ASSERT_TRUE(daemon.waitForPanes(1));
     }
-    // What the controller has logged since the last time, once it ends so.
-    std::vector<std::string> newLog(const char* end) {
-        std::vector<std::string> all;
-        EXPECT_TRUE(loop->runUntil([&] {
-            all = logged("ConnectionController:");
-            return !all.empty() && all.back() == end;
-        }));
-        all.erase(all.begin(), all.begin() + std::exchange(seen_, std::ssize(all)));
-        return all;
-    }
+    [[nodiscard]] std::size_t failedAttempts() { return logged("ConnectionController: unable").size(); }
 
     std::shared_ptr<ConnectionController> controller =
         ConnectionController::create(loop, notifications, bundle, {});
     std::vector<bool> heard; // whether it was connected, at each notification
 
 private:
-    std::ptrdiff_t seen_ = 0;
     const NotificationCenter::Observer observer_ =
         notifications->observe(std::string(KelvaneConnectionReadyChangedNotification), controller.get(),
                                [this](const Notification&) { heard.push_back(controller->connected()); });
 };
 
-using Lines = std::vector<std::string>;
-
 TEST_F(ConnectionControllerTest, TriesAtOnceAndEverySecondUntilItSucceedsAndAgainAfterALoss) {
     controller->start();
-    EXPECT_EQ(newLog(unable), (Lines{started, unable}));
     loop->advance(999ms);
-    EXPECT_EQ(newLog(unable), Lines());
+    EXPECT_EQ(failedAttempts(), 1U);
     loop->advance(2001ms);
-    EXPECT_EQ(newLog(unable), (Lines{unable, unable, unable}));
-    EXPECT_EQ(logged("connect failed: No such file or directory").size(), 4U);
+    EXPECT_EQ(failedAttempts(), 4U);
     EXPECT_TRUE(heard.empty());
 
     ASSERT_TRUE(daemon.start());
-    loop->advance(1s);
-    EXPECT_EQ(newLog(socketConnected), (Lines{reached, socketConnected}));
     loop->advance(10s);
     EXPECT_EQ(heard, std::vector{true});
 
     daemon.stop();
-    EXPECT_EQ(newLog(socketFailed), Lines{socketFailed});
+    ASSERT_TRUE(loop->runUntil([this] { return !controller->connected(); }));
     EXPECT_EQ(controller->proxy(), nullptr);
     loop->advance(1s);
     ASSERT_TRUE(daemon.start());
     loop->advance(1s);
     EXPECT_EQ(heard, (std::vector{true, false, true}));
-    EXPECT_EQ(newLog(socketConnected), (Lines{unable, reached, socketConnected}));
     EXPECT_EQ(controller->proxy()->call<"pausedMinutes">(), 0U);
+    const char* const unable = "ConnectionController: unable to connect to daemon, will try again...";
+    const char* const connected = "ConnectionController: connected";
+    const char* const told = "ConnectionController::socketConnected:";
+    ASSERT_TRUE(loop->runUntil([&] { return logged(told).size() == 2; }));
+    EXPECT_EQ(
+        logged("ConnectionController:"),
+        (std::vector<std::string>{"ConnectionController:start()", unable, unable, unable, unable, connected,
+                                  told, "ConnectionController::socketFailed:", unable, connected, told}));
 }
 
 // The write fails in the caller's own stack: proxy and socket go away under the call.
@@ -83,7 +67,8 @@ TEST_F(ConnectionControllerTest, TriesOnlyOnceWithoutItsTimerButRetriesAfterALos
     controller->disableConnectTimer();
     controller->start();
     loop->advance(5s);
-    EXPECT_EQ(newLog(unable), (Lines{started, tryingOnce, unable}));
+    EXPECT_EQ(failedAttempts(), 1U);
+    EXPECT_EQ(logged("ConnectionController:start - trying to connect immediately").size(), 1U);
     connect();
     daemon.closePanes();
     EXPECT_EQ(controller->proxy()->call<"serviceState">(), 0U);
@@ -114,7 +99,7 @@ TEST_F(ConnectionControllerTest, StopEndsTheRetriesAndPosts) {
     // A report that was on its way to the main thread meanwhile.
     controller->socketFailed(*KelvaneSocket::create());
     loop->advance(5s);
-    EXPECT_EQ(newLog(socketFailed), (Lines{started, unable, socketFailed}));
+    EXPECT_EQ(failedAttempts(), 1U);
     connect();
     EXPECT_TRUE(controller->connected());
 }

@@ -1,6 +1,7 @@
 #include "Platform/FileSystem.h"
 #include "Platform/FileContents.h"
 #include "Platform/FileServices.h"
+#include "Tests/Harness/AsNobody.h"
 #include "Tests/Harness/EnvironmentVariable.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
@@ -121,6 +122,7 @@ TEST_F(FileSystemTest, ReadsRegularFilesWithinTheLimitOnly) {
 }
 
 TEST_F(FileSystemTest, ReplacesAFileOrALinkAsAWhole) {
+    const AsNobody nobody(folder_);
     folder_.write("old", "old");
     ASSERT_EQ(::symlink("old", (folder_ / "link").c_str()), 0);
     for (const std::string& name : {std::string("link"), std::string("old"), std::string(NAME_MAX, 'n')}) {
@@ -134,6 +136,7 @@ TEST_F(FileSystemTest, ReplacesAFileOrALinkAsAWhole) {
 }
 
 TEST_F(FileSystemTest, LeavesTheOldFileAndNothingElseWhenReplacingFails) {
+    const AsNobody nobody(folder_);
     folder_.write("file", "old");
     folder_.write("folder/inside", "old");
     // As if the disk were full after a thousand bytes.

@@ -1,13 +1,17 @@
 #include "Support/DefaultsDB.h"
 
 #include "Foundation/BinaryPropertyList.h"
+#include "Platform/FileDescriptor.h"
 #include "Support/Logging.h"
+#include "Tests/Harness/AsNobody.h"
 #include "Tests/Harness/EnvironmentVariable.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -133,16 +137,30 @@ TEST_F(DefaultsDBTest, LeavesAloneWhatItCannotRead) {
     std::filesystem::remove(file_);
     folder_.write(fileName, "precious");
     std::filesystem::permissions(file_, std::filesystem::perms::none);
-    const bool isRoot = ::geteuid() == 0; // whom no permission stops
-    ASSERT_TRUE(!isRoot || (::chmod(folder_.path().c_str(), 0777) == 0 &&
-                            ::chmod((file_ + ".lock").c_str(), 0666) == 0 && ::seteuid(65534) == 0));
-    expectUnwritable("Permission denied");
-    ASSERT_TRUE(!isRoot || ::seteuid(0) == 0);
+    ASSERT_EQ(::chmod((file_ + ".lock").c_str(), 0666), 0);
+    {
+        const AsNobody nobody(folder_); // permissions do not stop root
+        expectUnwritable("Permission denied");
+    }
     std::filesystem::permissions(file_, std::filesystem::perms::owner_all);
     EXPECT_EQ(folder_.read(fileName), "precious");
 
     const EnvironmentVariable nowhere("XDG_CONFIG_HOME", "/proc/self/nowhere");
     expectUnwritable("cannot make /proc/self/nowhere");
+}
+
+TEST_F(DefaultsDBTest, WaitsOnceForALockWhateverHasNotBeenWrittenYet) {
+    store({{"number", 1}});
+    const FileDescriptor lock(::open((file_ + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
+    DefaultsDB::setIntProperty(2, "first");
+    const auto start = std::chrono::steady_clock::now();
+    DefaultsDB::setIntProperty(3, "second");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(3500));
+    EXPECT_EQ(DefaultsDB::intProperty("first"), 2);
+    ASSERT_EQ(::flock(lock.get(), LOCK_UN), 0);
+    DefaultsDB::setIntProperty(4, "third");
+    EXPECT_EQ(stored(), Value(Dictionary{{"number", 1}, {"first", 2}, {"second", 3}, {"third", 4}}));
 }
 
 TEST_F(DefaultsDBTest, PutsADamagedFileAsideAndWritesWhatItKnew) {

@@ -1,12 +1,15 @@
-#include "Support/FileSizeFormatter.h"
 #include "Platform/Bundle.h"
+#include "Support/AlertRecord.h"
+#include "Support/FileSizeFormatter.h"
+#include "Support/ServiceStates.h"
 #include "Tests/Harness/EnvironmentVariable.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 #include <limits>
+#include <set>
 
-namespace kelvane {
+namespace kelvane::tests {
 namespace {
 
 using Text = std::optional<std::string>;
@@ -36,13 +39,18 @@ TEST(FileSizeFormatter, ScalesAboveAThousandAndReads64BitsOnlyOfASigned64BitNumb
     }
 }
 
-TEST(FileSizeFormatter, WritesTheUnitsOfTheBundleAndItsOwnWhereThatHasNone) {
-    const tests::EnvironmentVariable locale("LC_ALL", "C");
-    const tests::TemporaryFolder folder;
-    folder.write("Resources/en.lproj/Localizable.strings",
-                 "<plist><dict><key>bytes</key><string>Bytes</string>"
-                 "<key>MB</key><string>Mo</string></dict></plist>");
-    FileSizeFormatter::initializeUsingBundle(Bundle(folder.path()));
+TEST(Bundle, GivesUnitsAndStatesTheirTextsAndTheirOwnWhereItHasNone) {
+    const EnvironmentVariable locale("LC_ALL", "C");
+    const TemporaryFolder folder;
+    folder.write(
+        "Resources/en.lproj/Localizable.strings",
+        "<plist><dict><key>bytes</key><string>Bytes</string>"
+        "<key>MB</key><string>Mo</string>"
+        "<key>Service_State_Alert_Account_Over_Quota</key><string>Konto voll</string></dict></plist>");
+    const Bundle bundle(folder.path());
+    EXPECT_EQ(stringForKelvaneServiceState(29, bundle), "Konto voll");
+    EXPECT_EQ(stringForKelvaneServiceState(17, bundle), "Account over quota") << "under a key of its own";
+    FileSizeFormatter::initializeUsingBundle(bundle);
     const Text full = FileSizeFormatter::sharedFileSizeFormatter().stringForObjectValue(1048576);
     const Text mega = FileSizeFormatter::sharedFileSizeAbbrevFormatter().stringForObjectValue(1048576);
     const Text kilo = FileSizeFormatter::sharedFileSizeAbbrevFormatter().stringForObjectValue(1536);
@@ -59,10 +67,38 @@ TEST(NumberFormatter, GroupsAndRoundsByItsPatternWithTheUsersSeparators) {
     EXPECT_EQ(NumberFormatter("#,##0", {}).stringFromNumber(-999999.5), "-1,000,000");
     EXPECT_EQ(NumberFormatter("#,##0", {}).stringFromNumber(-123456), "-123,456");
     for (const char* name : {"C", "xx_NOWHERE.UTF-8"}) {
-        const tests::EnvironmentVariable locale("LC_ALL", name);
+        const EnvironmentVariable locale("LC_ALL", name);
         EXPECT_EQ(NumberFormatter("#,##0.00").stringFromNumber(1000), "1,000.00") << name;
     }
 }
 
+TEST(ServiceStates, HaveATextExactlyForTheCodesThatADaemonReports) {
+    const Bundle bundle{Value()};
+    const std::set<std::int32_t> withoutText{9, 10, 21, 26, 27, 28};
+    for (std::int32_t code = -2; code < 40; ++code) {
+        const bool isKnown = code >= 3 && code <= 29 && !withoutText.contains(code);
+        EXPECT_EQ(!stringForKelvaneServiceState(code, bundle).empty(), isKnown) << code;
+    }
+    EXPECT_EQ(stringForKelvaneServiceState(6, bundle), "Backup in progress");
+}
+
+std::optional<AlertRecord> alertFrom(std::string_view text) {
+    return alertWithKelvaneStringComponents(alertStringComponents(text));
+}
+
+TEST(AlertRecord, NeedsSixFieldsWithATitleAndABodyAndTakesItsStyleFromTheExactWord) {
+    for (const char* text :
+         {"", "a|error|||Title", "a|error|||Title|Body|", "a|error||||Body", "a|error|||Title|"})
+        EXPECT_FALSE(alertFrom(text)) << text;
+    EXPECT_TRUE(alertFrom("|||| | "));
+    EXPECT_EQ(alertFrom("|error|||Title|Body")->style, AlertRecord::Style::Critical);
+    EXPECT_EQ(alertFrom("|warning|||Title|Body")->style, AlertRecord::Style::Warning);
+    const auto alert = alertFrom("|Error|||a&#124b&#124&#124|&#124;&#12 &amp;");
+    ASSERT_TRUE(alert);
+    EXPECT_EQ(alert->style, AlertRecord::Style::Informational);
+    EXPECT_EQ(alert->messageText, "a|b||");
+    EXPECT_EQ(alert->informativeText, "|;&#12 &amp;");
+}
+
 } // namespace
-} // namespace kelvane
+} // namespace kelvane::tests
