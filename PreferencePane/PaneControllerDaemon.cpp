@@ -63,11 +63,15 @@ void ComKelvanePreferencePanePref::updateMarketName() {
         view_->setMarketName(name);
 }
 
-// Whoever comes back sees what is so now, and not what was so two seconds ago.
+// Whoever comes back sees what is so now, and not what was so two seconds ago. In its turn, like all that
+// asks the daemon.
 void ComKelvanePreferencePanePref::fastUserSwitchNotification(bool isActive) {
-    const std::shared_ptr<BackupState> state = backupState_;
-    if (isActive && state)
-        state->updateDaemonState();
+    if (!isActive)
+        return;
+    mainLoop_->post([state = std::weak_ptr(backupState_)] {
+        if (const auto present = state.lock())
+            present->updateDaemonState();
+    });
 }
 
 std::string ComKelvanePreferencePanePref::shortened(const std::string& path) const {

@@ -23,7 +23,7 @@ PolkitAuthorization::PolkitAuthorization(std::shared_ptr<MainLoop> mainLoop, Rig
     : mainLoop_(std::move(mainLoop)),
       right_(std::move(right)),
       folder_(std::move(folder)),
-      authority_([this] { update(); }) {}
+      authority_([this] { post([this] { update(); }); }) {}
 
 PolkitAuthorization::~PolkitAuthorization() {
     if (lock_.isAsking())
@@ -57,8 +57,10 @@ void PolkitAuthorization::unlock(std::function<void(bool granted)> completion) {
         return;
     authority_.check(question(Interaction::Allowed),
                      [this, asked = lock_.question()](const PolkitAnswer& answer) {
-                         if (lock_.question() == asked)
-                             answered(answer);
+                         post([this, asked, answer] {
+                             if (lock_.question() == asked)
+                                 answered(answer);
+                         });
                      });
 }
 
@@ -105,7 +107,8 @@ void PolkitAuthorization::update() {
     }
     isUpdating_ = true;
     needsUpdate_ = false;
-    authority_.check(question(Interaction::Never), [this](const PolkitAnswer& answer) { updated(answer); });
+    authority_.check(question(Interaction::Never),
+                     [this](const PolkitAnswer& answer) { post([this, answer] { updated(answer); }); });
 }
 
 void PolkitAuthorization::updated(const PolkitAnswer& answer) {

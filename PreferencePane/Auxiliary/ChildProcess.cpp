@@ -79,6 +79,12 @@ void ChildProcess::waitForEnd() {
     }
 }
 
+void ChildProcess::kill() {
+    if (pid_ != 0)
+        ::kill(pid_, SIGKILL);
+    waitForEnd();
+}
+
 void ChildProcess::terminate() const {
     if (pid_ != 0)
         ::kill(pid_, SIGTERM);

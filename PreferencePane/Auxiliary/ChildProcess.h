@@ -29,6 +29,8 @@ public:
     void waitForEnd();
     // Asks it to end; nothing when it has.
     void terminate() const;
+    // Ends it, and waits for that.
+    void kill();
     // Of one that has ended. A signal counts as 128 and its number, as in a shell.
     [[nodiscard]] int exitStatus() const { return exitStatus_; }
     // Readable once it has ended; -1 where the system has no such descriptors, or nothing runs.

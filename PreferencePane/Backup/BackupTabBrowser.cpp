@@ -39,7 +39,7 @@ std::optional<BrowserRows> KelvaneBackupTabController::createRowsForColumn(Colum
 std::optional<BrowserRows>
 KelvaneBackupTabController::volumeRows(const std::shared_ptr<KelvaneProxy>& daemon) const {
     const Value dictionaries = daemon->call<"childrenDictionariesForPath:">("");
-    if (!dictionaries.isArray())
+    if (dictionaries.isAbsent())
         return std::nullopt;
     const auto volumes = prefs_.fileServices().fileSystem().volumes();
     const QIcon disk = qIcon(prefs_.fileServices().iconOfDisk());
@@ -62,7 +62,7 @@ std::optional<BrowserRows> KelvaneBackupTabController::itemRows(const std::strin
     const std::vector<VisibleFile> files = visibleFiles_.visibleFilesAtPath(
         folder, [this](const std::string& path) { return isPathExcludedByPolicy(path); });
     const Value colors = daemon->call<"backupColorsForFiles:">(pathsOf(files));
-    if (!colors.isArray())
+    if (colors.isAbsent())
         return std::nullopt;
     BrowserRows rows;
     const std::size_t count = std::min(files.size(), colors.array().size());
@@ -80,10 +80,19 @@ IconHandle KelvaneBackupTabController::imageForCell(const KelvaneBrowserCell& ce
     return prefs_.fileServices().iconOfFile(cell.getFilePath());
 }
 
+// What has changed where no notice of it could come: while the daemon was away, in the other mode, or by
+// another policy. The first column has its own occasions.
+void KelvaneBackupTabController::reloadFolders() {
+    if (!manualBackupMode_ || !prefs_.connected())
+        return;
+    for (int column = 1; column <= manual_->manualBrowser->lastColumn(); ++column)
+        manual_->manualBrowser->reloadColumn(column);
+}
+
 void KelvaneBackupTabController::manualBrowserAction() {
+    const std::vector<std::string> paths = chosenPaths_ = manual_->manualBrowser->selectedFilePaths();
     if (!prefs_.flags().manualToggleButtonEnable)
         return;
-    const std::vector<std::string> paths = manual_->manualBrowser->selectedFilePaths();
     if (paths.empty())
         return manual_->manualToggleButton->setEnabled(false);
     if (prefs_.prefPaneAccessAuthorized())
@@ -104,8 +113,13 @@ void KelvaneBackupTabController::showToggleState(std::int32_t state) {
     manual_->manualToggleButton->setText(QString::fromStdString(text));
 }
 
+// What was chosen may have gone from the disk, which leaves the folder that held it selected: the button has
+// not spoken of that.
 void KelvaneBackupTabController::manualToggleAction() {
-    for (const std::string& path : manual_->manualBrowser->selectedFilePaths())
+    const std::vector<std::string> paths = manual_->manualBrowser->selectedFilePaths();
+    if (paths != chosenPaths_)
+        return manualBrowserAction();
+    for (const std::string& path : paths)
         toggle(path);
 }
 

@@ -122,6 +122,8 @@ void KelvaneBackupTabController::setCurrentView() {
         return;
     KelvaneCLog("BackupTab:setCurrentView: Really switching to new view (%@)", nameOfView(target));
     showView(page, *target);
+    if (view == BackupView::Manual)
+        reloadFolders();
 }
 
 void KelvaneBackupTabController::setManualBackupMode(bool isManual) {
@@ -186,6 +188,9 @@ void KelvaneBackupTabController::readyChangedNotification() {
     }
     setCurrentView();
     manual_->manualBrowser->reloadColumn(0);
+    reloadFolders();
+    if (prefs_.connected() && !chosenPaths_.empty())
+        manualBrowserAction();
 }
 
 void KelvaneBackupTabController::daemonStateChangedNotification() {
@@ -210,12 +215,14 @@ void KelvaneBackupTabController::readPolicyExcludeList() {
         return;
     const Value patterns = daemon->call<"policyExcludeList">();
     const auto volumes = prefs_.fileServices().fileSystem().volumes();
-    policyExcludeList_.clear();
+    const auto before = std::exchange(policyExcludeList_, {});
     Array logged;
     for (const Value& pattern : patterns.array())
         logged.emplace_back(
             policyExcludeList_.emplace_back(stringWithKelvaneVolumePath(pattern.stringValue(), *volumes)));
     KelvaneCLog("policyExcludeList: %@", Value(std::move(logged)));
+    if (policyExcludeList_ != before)
+        reloadFolders();
 }
 
 bool KelvaneBackupTabController::isPathExcludedByPolicy(const std::string& path) const {

@@ -74,6 +74,7 @@ private:
     [[nodiscard]] std::optional<BrowserRows> volumeRows(const std::shared_ptr<KelvaneProxy>& daemon) const;
     [[nodiscard]] std::optional<BrowserRows> itemRows(const std::string& folder,
                                                       const std::shared_ptr<KelvaneProxy>& daemon);
+    void reloadFolders();
     void manualBrowserAction();
     void manualToggleAction();
     void toggle(const std::string& path);
@@ -92,6 +93,7 @@ private:
     FileNodeList excludedNodes_; // without those that were removed since the table was filled
     std::vector<std::string> policyExcludeList_;
     VisibleFiles visibleFiles_;
+    std::vector<std::string> chosenPaths_; // what the toggle button speaks of
     bool manualBackupMode_ = false;
     bool tabsEnabled_ = false;
     std::uint32_t previousState_ = 0;

@@ -23,7 +23,7 @@ void KelvaneBackupTabController::folderChanged(const std::string& /*path*/) {
     if (manualBackupMode_ || !daemon)
         return;
     const Value files = daemon->call<"excludedFiles:">("/");
-    if (!files.isArray())
+    if (files.isAbsent())
         return;
     excludedNodes_ = KelvaneFileNode::fileNodesForDictionaries(files);
     auto_->excludeTable->setNodes(excludedNodes_);
@@ -45,7 +45,8 @@ void KelvaneBackupTabController::excludeButtonAction(ExcludeSegment segment) {
     case ExcludeSegment::Remove: return removeSelected();
     case ExcludeSegment::Info: break;
     }
-    if (const FileNodeList selected = auto_->excludeTable->selectedNodes(); !selected.empty())
+    const FileNodeList selected = auto_->excludeTable->selectedNodes();
+    if (!selected.empty() && !selected.front()->path().empty())
         infoController_.setFileNode(
             KelvaneFileNode::fileNodeForPath(selected.front()->path(), prefs_.fileServices()));
 }
@@ -87,13 +88,14 @@ void KelvaneBackupTabController::addExcludePaths(const std::vector<std::string>&
 
 // The table keeps its rows until the daemon has said what is excluded now.
 void KelvaneBackupTabController::removeSelected() {
-    const FileNodeList selected = auto_->excludeTable->selectedNodes();
-    for (const FileNodeRef& node : selected)
-        if (const auto daemon = prefs_.proxy())
-            static_cast<void>(daemon->call<"unexcludeFileFromBackup:">(node->path()));
-    std::erase_if(excludedNodes_, [&](const FileNodeRef& node) {
-        return std::ranges::find(selected, node) != selected.end();
-    });
+    for (const FileNodeRef& selected : auto_->excludeTable->selectedNodes()) {
+        const std::string path = selected->path();
+        const auto daemon = prefs_.proxy();
+        if (path.empty() || !daemon)
+            continue;
+        static_cast<void>(daemon->call<"unexcludeFileFromBackup:">(path));
+        std::erase_if(excludedNodes_, [&](const FileNodeRef& node) { return node->path() == path; });
+    }
 }
 
 } // namespace kelvane

@@ -28,7 +28,11 @@ bool spoilsALine(QChar character) {
     case QChar::DirLRO:
     case QChar::DirRLE:
     case QChar::DirRLO:
-    case QChar::DirPDF: return true;
+    case QChar::DirPDF:
+    case QChar::DirLRI:
+    case QChar::DirRLI:
+    case QChar::DirFSI:
+    case QChar::DirPDI: return true;
     default: return false;
     }
 }

@@ -19,7 +19,6 @@ public:
         : title_(std::move(title)), filePath_(std::move(filePath)) {}
 
     [[nodiscard]] const std::string& title() const { return title_; }
-    void setTitle(std::string title) { title_ = std::move(title); }
     // Empty when there is none.
     [[nodiscard]] const std::string& getFilePath() const { return filePath_; }
     void setFilePath(std::string path) { filePath_ = std::move(path); }

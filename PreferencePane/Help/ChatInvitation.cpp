@@ -7,7 +7,10 @@
 namespace kelvane {
 
 QString chatAddress(const QString& page, const QString& server) {
-    return page.isEmpty() || server.isEmpty() ? QString() : QString("http://" + page).replace("%1$@", server);
+    constexpr int longestServer = 1024; // what is longer is no server, and would be laid out in vain
+    if (page.isEmpty() || server.isEmpty() || server.size() > longestServer)
+        return {};
+    return QString("http://" + page).replace("%1$@", server);
 }
 
 void showChatInvitation(QTextEdit& view, const QString& invitation, const QString& address) {

@@ -69,9 +69,7 @@ KelvaneHelpController::~KelvaneHelpController() {
 }
 
 void KelvaneHelpController::localizeForms() {
-    for (QWidget* const form :
-         {view_.data(), static_cast<QWidget*>(helpWindow_), static_cast<QWidget*>(emailWindow_)})
-        localizeForm(*form, *prefs_.bundle());
+    localizeForm(*view_, *prefs_.bundle()); // with the sheets, which belong to it
     for (int item = 0; item < email_->emailCategory->count(); ++item) {
         const std::string title = email_->emailCategory->itemText(item).toStdString();
         email_->emailCategory->setItemText(item, screen(prefs_.text(title)));
@@ -148,6 +146,8 @@ void KelvaneHelpController::showEmailSheetAction() {
     email_->emailButton->setEnabled(false);
     email_->emailCategory->setCurrentIndex(0);
     email_->emailCategory->setFocus();
+    email_->emailLogCaption->setVisible(
+        prefs_.fileServices().fileSystem().exists(information("Kelvane Log Path")));
     showChatMessage(state ? state->serverURL() : std::string());
     showSheet(*emailWindow_);
 }

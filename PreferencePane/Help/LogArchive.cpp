@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace kelvane {
 namespace {
@@ -54,7 +55,10 @@ std::optional<ChildProcess> LogArchive::zip(const std::string& logPath) const {
         return std::nullopt;
     }
     const PrivateFiles privately;
-    return ChildProcess::start(zipProgram_, {path_, logPath});
+    auto process = ChildProcess::start(zipProgram_, {path_, logPath});
+    if (!process)
+        KelvaneCLog("The report goes without a log: %@ cannot be started", zipProgram_);
+    return process;
 }
 
 FileDescriptor LogArchive::open() const {

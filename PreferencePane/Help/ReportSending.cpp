@@ -31,12 +31,18 @@ FileDescriptor zipLog(const LogArchive& archive, const std::string& logPath, con
     if (!process)
         return {};
     if (!waitForEnd(*process, tools.limits.zipping, busy)) {
-        KelvaneCLog("The report goes without a log: %@ takes too long", tools.zipProgram);
+        KelvaneCLog("The report goes without a log: %@ was not waited for any longer", tools.zipProgram);
         process->terminate();
-        static_cast<void>(waitForEnd(*process, cleaningUp, busy));
+        // It removes what it has begun. One that does not end would write on where nobody looks.
+        if (!waitForEnd(*process, cleaningUp, busy))
+            process->kill();
         return {};
     }
-    return archive.open();
+    FileDescriptor zipped = archive.open();
+    if (!zipped)
+        KelvaneCLog("The report goes without a log: %@ ended with status %d and made no archive of %@",
+                    tools.zipProgram, process->exitStatus(), logPath);
+    return zipped;
 }
 
 } // namespace

@@ -12,16 +12,19 @@ constexpr const char* archiveField = "KelvaneLog";
 constexpr const char* archiveName = "KelvaneLog.zip";
 constexpr const char* onlyProtocol = "http";
 
-// Before the first handle of the process is made.
-CURL* makeHandle() {
-    return curl_global_init(CURL_GLOBAL_ALL) == CURLE_OK ? curl_easy_init() : nullptr;
+// The library is set up before anything else of it is called.
+CURLM* makeLoop() {
+    return curl_global_init(CURL_GLOBAL_ALL) == CURLE_OK ? curl_multi_init() : nullptr;
 }
 
 } // namespace
 
 ReportTransfer::ReportTransfer(const IncidentReport& report, FileDescriptor archive,
                                const ReportLimits& limits)
-    : archive_(std::move(archive)), limits_(limits), loop_(curl_multi_init()), transfer_(makeHandle()) {
+    : archive_(std::move(archive)),
+      limits_(limits),
+      loop_(makeLoop()),
+      transfer_(loop_ ? curl_easy_init() : nullptr) {
     if (!loop_ || !transfer_)
         return;
     form_.reset(curl_mime_init(transfer_.get()));

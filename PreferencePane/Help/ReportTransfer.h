@@ -14,7 +14,7 @@ namespace kelvane {
 
 // How long somebody who waits for a report to be sent has to wait at most.
 struct ReportLimits {
-    std::chrono::milliseconds zipping{120'000};
+    std::chrono::milliseconds zipping{30'000}; // half a gigabyte takes ten seconds
     std::chrono::milliseconds connecting{15'000};
     std::chrono::milliseconds transfer{120'000};  // the whole of it
     std::int64_t answer = std::int64_t{8} << 20U; // bytes of it, of which nobody makes use

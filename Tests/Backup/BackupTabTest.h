@@ -36,8 +36,8 @@ protected:
         connect();
     }
     void changed() {
+        tab->enableTabItems(true); // by the Status tab, which hears of it first
         pane.post(KelvanePrefPaneDaemonStateChangedNotification);
-        tab->enableTabItems(true);
     }
     // The arguments of the calls since the last question.
     Paths asked(std::string_view selector) {

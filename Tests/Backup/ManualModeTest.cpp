@@ -44,6 +44,10 @@ TEST_F(ManualModeTest, ShowsVolumesThatAreThere) {
     EXPECT_FALSE(cell(0, "USB").isLeaf());
     tab->folderChanged("/");
     EXPECT_EQ(daemon.callCount("excludedFiles:"), 0);
+    pane.isDriveMountedAtSVD = true; // which the data volume stands for
+    tab->enableTabItems(true);
+    EXPECT_EQ(titles(0), Paths{"USB"});
+    pane.isDriveMountedAtSVD = false;
 
     pane.isAuthorized = false; // or its items would be enabled, and the volumes read, anyway
     daemon.changeWorld([](DaemonWorld& world) { world.volumes = {"/Volumes/USB"}; });
@@ -61,9 +65,11 @@ TEST_F(ManualModeTest, ShowsFoldersAsTheyAreOnTheDisk) {
     folder.write("USB/cache/x", "");
     std::filesystem::create_directory_symlink("docs", folder / "USB/link");
     daemon.answer("policyExcludeList", Array{"/Volumes/USB/cache/", 7});
-    daemon.setState("backupState", 26U);
+    daemon.setState("backupState", 25U);
     beginManual();
     choose({"USB"});
+    EXPECT_EQ(titles(1), (Paths{"cache", "docs", "link", "photos"})); // as long as there is no policy
+    setState("backupState", 26U);
     EXPECT_EQ(titles(1), (Paths{"docs", "link", "photos"}));
     EXPECT_TRUE(cell(1, "link").isLeaf());
     EXPECT_FALSE(cell(1, "docs").isLeaf());
@@ -78,7 +84,6 @@ TEST_F(ManualModeTest, ShowsFoldersAsTheyAreOnTheDisk) {
     // The policy is read anew when the daemon says that all has changed.
     daemon.answer("policyExcludeList", Array());
     tab->fileChanged("/");
-    choose({"USB"});
     EXPECT_EQ(titles(1), (Paths{"cache", "docs", "link", "photos"}));
 }
 
@@ -107,6 +112,44 @@ TEST_F(ManualModeTest, MarksWhatIsSelected) {
     choose({"a.txt"}, Qt::ControlModifier, 2); // no more
     choose({"USB"}, Qt::ControlModifier, 0);
     EXPECT_FALSE(control("manualToggleButton").isEnabled());
+}
+
+TEST_F(ManualModeTest, MarksNothingThatTheButtonHasNotSpokenOf) {
+    beginManual();
+    choose({"USB", "docs", "a.txt"});
+    std::filesystem::remove(folder / "USB/docs/a.txt");
+    EXPECT_TRUE(loop->runUntil([this] {
+        loop->advance(0ms);
+        return titles(2).size() == 2;
+    }));
+    daemon.forgetCalls();
+    click("manualToggleButton");
+    EXPECT_EQ(asked("removeFileFromBackup:"), Paths());
+    click("manualToggleButton"); // now it speaks of the folder
+    EXPECT_EQ(asked("removeFileFromBackup:"), Paths{"/Volumes/USB/docs"});
+}
+
+TEST_F(ManualModeTest, ShowsWhatHasChangedWhileNobodyCouldTell) {
+    beginManual();
+    choose({"USB", "docs", "a.txt"});
+    daemon.stop();
+    ASSERT_TRUE(loop->runUntil([this] { return !pane.connected(); }));
+    addFile("docs/z.txt");
+    daemon.changeWorld([](DaemonWorld& world) { world.include("/Volumes/USB/docs/a.txt", false); });
+    ASSERT_TRUE(daemon.start());
+    loop->advance(1s);
+    EXPECT_EQ(titles(2).back(), "z.txt");
+    EXPECT_EQ(text("manualToggleButton"), "Back this up");
+    const auto switchMode = [this](bool isAutomatic) {
+        daemon.changeWorld(
+            [&](DaemonWorld& world) { world.values.mutableDictionary().set("automaticMode", isAutomatic); });
+        setState("serviceState", isAutomatic ? 7U : 6U);
+    };
+    switchMode(true);
+    daemon.changeWorld([](DaemonWorld& world) { world.include("/Volumes/USB/docs/b.txt", false); });
+    tab->fileChanged("/Volumes/USB/docs/b.txt"); // not now
+    switchMode(false);
+    EXPECT_EQ(cell(2, "b.txt").stateText(), "Not backed up");
 }
 
 TEST_F(ManualModeTest, ReadsTheToggleStateAnewForEachPath) {

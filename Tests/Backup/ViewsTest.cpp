@@ -11,6 +11,7 @@ TEST_F(ViewsTest, FollowTheLinkAndTheMode) {
     EXPECT_EQ(shownView(), "disabledBackupView");
     begin(true);
     EXPECT_EQ(shownView(), "autoBackupView");
+    EXPECT_EQ(enabled({"removeSegment", "infoSegment"}), "") << "nothing is selected";
     daemon.changeWorld(
         [](DaemonWorld& world) { world.values.mutableDictionary().set("automaticMode", false); });
     setState("serviceState", 6U);
@@ -48,13 +49,13 @@ TEST_F(ViewsTest, SayWhatCanBeDone) {
     struct Case {
         bool isConnected, isAuthorized, isRecovering, isEnabled;
         const char* controls;
-        const char* line; // begins so
+        const char* line; // begins so; null for what is said as a rule
     };
     const Case cases[] = {
         {false, true, true, true, "", "You can't make"},
-        {false, true, false, true, "addSegment autoManualButton", "To "},
-        {true, true, false, true, "addSegment autoManualButton manualToggleButton manualAutoButton", "To "},
-        {true, true, false, false, "addSegment autoManualButton", "To "},
+        {false, true, false, true, "addSegment autoManualButton", nullptr},
+        {true, true, false, true, "addSegment autoManualButton manualToggleButton manualAutoButton", nullptr},
+        {true, true, false, false, "addSegment autoManualButton", nullptr},
         {true, true, true, true, "", "You can't make"},
         {true, false, false, true, "", "You can't make"}, // as it was
     };
@@ -68,9 +69,11 @@ TEST_F(ViewsTest, SayWhatCanBeDone) {
         EXPECT_EQ(enabled({"addSegment", "autoManualButton", "manualToggleButton", "manualAutoButton"}),
                   example.controls);
         EXPECT_EQ(pane.flags().manualToggleButtonEnable, control("manualToggleButton").isEnabled());
-        for (const char* const line :
-             {"currentAutoBackupViewContextMsg", "currentManualBackupViewContextMsg"})
-            EXPECT_TRUE(text(line).starts_with(example.line)) << line;
+        const std::pair<const char*, const char*> lines[] = {
+            {"currentAutoBackupViewContextMsg", "To exclude"},
+            {"currentManualBackupViewContextMsg", "To include"}};
+        for (const auto& [line, usual] : lines)
+            EXPECT_TRUE(text(line).starts_with(example.line ? example.line : usual)) << line;
     }
 }
 

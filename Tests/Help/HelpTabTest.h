@@ -87,7 +87,8 @@ protected:
     const TemporaryFolder folder;
     const EnvironmentVariable preferences{"XDG_CONFIG_HOME", folder.path().c_str()};
     const EnvironmentVariable temporaryFiles{"TMPDIR", (folder / "tmp").c_str()};
-    const EnvironmentVariable proxy{"http_proxy", nullptr};
+    const EnvironmentVariable proxies[3]{
+        {"http_proxy", nullptr}, {"all_proxy", nullptr}, {"ALL_PROXY", nullptr}};
     const std::string logPath = folder.write("daemon.log", "It began.\n");
     const std::shared_ptr<QtMainLoop> loop = std::make_shared<QtMainLoop>();
     FakeDaemon daemon{folder / "daemon.sock", demoWorld()};

@@ -100,6 +100,7 @@ TEST_F(Sending, HoldsEverythingButPaintingUntilItIsOver) {
         }
         button.click(); // as a screen reader does
         EXPECT_TRUE(bar->window()->isModal());
+        EXPECT_FALSE(control("EmailWindow").isVisible());
         bar->window()->close();
         EXPECT_TRUE(bar->isVisible()) << "it cannot be closed";
         tab->view()->update();

@@ -44,11 +44,16 @@ TEST_F(HelpTabTest, BeginsEachReportAnew) {
         EXPECT_EQ(control<QLineEdit>("emailToField").text(), "help@ex.org");
         EXPECT_EQ(control<QLineEdit>("emailFromField").text(), "maria@example.net");
         EXPECT_EQ(text().charsInTextField(), 9);
+        EXPECT_EQ(control("emailLogCaption").isVisible(), time == 1)
+            << "only a log that is there is sent along";
+        pane.disk.files[logPath] = FileAttributes::Kind::File;
         EXPECT_TRUE(canSend());
         text().undo();
         text().undo();
         EXPECT_EQ(text().string(), "") << "nothing comes back from the last time";
-        text().insertPlainText("Lost");
+        text().insertPlainText("Lost\u2028it");
+        EXPECT_EQ(text().string().toStdString(), "Lost\nit");
+        EXPECT_EQ(text().charsInTextField(), 7);
         click("cancelButton");
     }
     click("helpButton");

@@ -51,6 +51,8 @@ TEST_F(HandingOver, TheFileHoldsTheAuthorizationAndZerosForTheTimeOfTheTool) {
         expectNothingLeft();
     }
     EXPECT_TRUE(pane.flags().enableAuthorized);
+    EXPECT_TRUE(runUntil([this] { return pane.lock->state() == Authorization::State::Locked; }))
+        << "the password was for one order";
 }
 
 TEST_F(HandingOver, WhatIsNotThisUsersOwnFileIsRefused) {
@@ -89,6 +91,10 @@ TEST_F(HandingOver, DisablingLastsUntilTheLinkDropsOrEndsWithARefusal) {
     loseDaemon();
     ASSERT_TRUE(daemon.start());
     loop->advance(1s);
+    EXPECT_EQ(modes().currentIndex(), 0);
+    choose(3);
+    tab->writeStatusFieldsToDefaultsDB(); // the pane is hidden, and shown when somebody has enabled it again
+    tab->didSelectPrefPane();
     EXPECT_EQ(modes().currentIndex(), 0);
 
     writeTool("Disable", "exit 1");
