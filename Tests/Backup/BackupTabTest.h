@@ -17,8 +17,7 @@ protected:
             addFile(name);
         pane.flags().manualToggleButtonEnable = false;
         observe(KelvaneBackupStateConnectionChangedNotification, [this] {
-            if (!pane.connected())
-                tab->enableTabItems(true);
+            tab->enableTabItems(true);
             pane.post(KelvanePrefPaneReadyChangedNotification);
             if (pane.connected())
                 changed();

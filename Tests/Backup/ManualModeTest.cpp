@@ -48,6 +48,7 @@ TEST_F(ManualModeTest, ShowsVolumesThatAreThere) {
     tab->enableTabItems(true);
     EXPECT_EQ(titles(0), Paths{"USB"});
     pane.isDriveMountedAtSVD = false;
+    tab->enableTabItems(true);
 
     pane.isAuthorized = false; // or its items would be enabled, and the volumes read, anyway
     daemon.changeWorld([](DaemonWorld& world) { world.volumes = {"/Volumes/USB"}; });
@@ -69,6 +70,7 @@ TEST_F(ManualModeTest, ShowsFoldersAsTheyAreOnTheDisk) {
     beginManual();
     choose({"USB"});
     EXPECT_EQ(titles(1), (Paths{"cache", "docs", "link", "photos"})); // as long as there is no policy
+    daemon.forgetCalls();
     setState("backupState", 26U);
     EXPECT_EQ(titles(1), (Paths{"docs", "link", "photos"}));
     EXPECT_TRUE(cell(1, "link").isLeaf());
@@ -125,8 +127,9 @@ TEST_F(ManualModeTest, MarksNothingThatTheButtonHasNotSpokenOf) {
     daemon.forgetCalls();
     click("manualToggleButton");
     EXPECT_EQ(asked("removeFileFromBackup:"), Paths());
-    click("manualToggleButton"); // now it speaks of the folder
-    EXPECT_EQ(asked("removeFileFromBackup:"), Paths{"/Volumes/USB/docs"});
+    EXPECT_EQ(text("manualToggleButton"), "Back this up"); // now it speaks of the folder
+    click("manualToggleButton");
+    EXPECT_EQ(asked("addFileToBackup:"), Paths{"/Volumes/USB/docs"});
 }
 
 TEST_F(ManualModeTest, ShowsWhatHasChangedWhileNobodyCouldTell) {

@@ -56,7 +56,7 @@ TEST_F(StatusTabTest, ShowsWhatTheDaemonSaysAsItChanges) {
     EXPECT_EQ(text("backupField"), "Backup in progress");
     EXPECT_EQ(text("backupContainsField"), "57.08 GB (48213 files)");
     EXPECT_EQ(text("accountField"), "maria@example.net");
-    EXPECT_EQ(control("accountField").toolTip(), "maria@example.net");
+    EXPECT_TRUE(control("accountField").toolTip().contains("maria@example.net"));
     EXPECT_EQ(text("versionField"), "Version 1.2");
     EXPECT_EQ(bar.value(), 93);
     EXPECT_TRUE(bar.isAnimating());

@@ -49,9 +49,10 @@ void obey(const std::string& word, Authorization& authorization) {
         authorization.startUpdating();
     else if (word == "unlock")
         authorization.unlock([&authorization](bool granted) {
-            const bool isUnasked = authorization.problem().kind == AuthorizationProblem::Kind::NobodyAsks;
-            std::cout << (granted ? "granted" : "not granted") << (isUnasked ? ": nobody asks" : "")
-                      << std::endl;
+            const AuthorizationProblem problem = authorization.problem();
+            const bool isUnasked = problem.kind == AuthorizationProblem::Kind::NobodyAsks;
+            std::cout << (granted ? "granted" : "not granted") << (problem ? ": " : "")
+                      << (isUnasked ? "nobody asks" : problem.detail) << std::endl;
         });
     else if (word == "cancel")
         authorization.cancelUnlock();
