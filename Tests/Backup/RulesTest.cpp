@@ -1,10 +1,95 @@
 #include "PreferencePane/Backup/BackupTabRules.h"
 #include "PreferencePane/Backup/UriList.h"
+#include "PreferencePane/Backup/VisibleFiles.h"
+#include "Support/Logging.h"
+#include "Tests/Harness/EnvironmentVariable.h"
+#include "Tests/Harness/TemporaryFolder.h"
 
+#include <filesystem>
 #include <gtest/gtest.h>
 
 namespace kelvane::tests {
 namespace {
+
+using Names = std::vector<std::string>;
+
+bool nothing(const std::string&) {
+    return false;
+}
+
+class VisibleFilesTest : public testing::Test {
+protected:
+    // Without the volume's name.
+    Names list(const std::string& path, const VisibleFiles::IsPathExcluded& isExcluded = nothing) {
+        Names names;
+        for (const VisibleFile& file : files->visibleFilesAtPath(path, isExcluded))
+            names.push_back(file.path.substr(std::string("/Volumes/USB/").size()));
+        return names;
+    }
+
+    const TemporaryFolder folder;
+    const LocalFileSystem disk{Volumes("System", {{"USB", folder.path()}})};
+    std::optional<VisibleFiles> files{std::in_place, disk, folder / ".hidden"};
+};
+
+TEST_F(VisibleFilesTest, AreInOrderWhateverTheyAreCalled) {
+    KelvaneLogStart(folder.path());
+    Names lines;
+    const LogSinkToken sink = setLogSink([&](const LogEntry& entry) { lines.push_back(entry.text); });
+    const std::string longest(255, 'x');
+    for (const std::string& name : Names{"b", "A", "c\nd", "\xC3\xA9", "\xFF.txt", ".dotted", longest})
+        folder.write("in/" + name, "");
+    for (int times = 0; times < 2; ++times)
+        EXPECT_EQ(list("/Volumes/USB/in"),
+                  (Names{"in/A", "in/b", "in/c\nd", "in/" + longest, "in/\xC3\xA9"}));
+    EXPECT_EQ(lines, Names{"Not all of /Volumes/USB/in is shown: 1 names are no UTF-8, error 0"});
+}
+
+TEST_F(VisibleFilesTest, AreNotTheNamesOfTheHiddenListOnceTheRootHasBeenListed) {
+    for (const char* const name : {"in/bin", "in/b\xC3\xA9", "in/deep/bin", "in/deep/binary"})
+        folder.write(name, "");
+    static_cast<void>(files->visibleFilesAtPath("/", nothing)); // there is no list yet
+    const std::string_view utf16("\xFF\xFE"
+                                 "b\0i\0n\0\n\0b\0\xE9\0",
+                                 14);
+    for (const std::string_view contents :
+         {std::string_view("lost\nbin\nb\xC3\xA9\n"), utf16, std::string_view("bin\nb\xE9")}) {
+        folder.write(".hidden", contents);
+        files.emplace(disk, folder / ".hidden");
+        EXPECT_EQ(list("/Volumes/USB/in").size(), 3);
+        static_cast<void>(
+            files->visibleFilesAtPath("/Volumes/System", nothing)); // the root by its other name
+        folder.write(".hidden", "binary");                          // it is read once
+        static_cast<void>(files->visibleFilesAtPath("/", nothing));
+        EXPECT_EQ(list("/Volumes/USB/in"), Names{"in/deep"});
+        EXPECT_EQ(list("/Volumes/USB/in/deep"), Names{"in/deep/binary"});
+    }
+}
+
+TEST_F(VisibleFilesTest, AreTheUsersLibraryFoldersButNothingElseWithADot) {
+    const EnvironmentVariable home("HOME", (folder / "home").c_str());
+    for (const char* const name : {"home/.config/a", "home/.local/a", "home/.cache/a", "home/deep/.config/a"})
+        folder.write(name, "");
+    EXPECT_EQ(list("/Volumes/USB/home"), (Names{"home/.config", "home/.local", "home/deep"}));
+    EXPECT_EQ(list("/Volumes/USB/home/deep"), Names());
+}
+
+TEST_F(VisibleFilesTest, AreNotWhatIsExcludedNorWhatLeadsNowhere) {
+    folder.write("in/file", "");
+    folder.write("in/other", "");
+    std::filesystem::create_directory_symlink("../in", folder / "in/to-folder");
+    std::filesystem::create_symlink("missing", folder / "in/to-nothing");
+    std::filesystem::create_symlink("loop", folder / "in/loop");
+    Names asked;
+    const auto isOther = [&](const std::string& path) {
+        asked.push_back(path);
+        return path == "/Volumes/USB/in/other/";
+    };
+    EXPECT_EQ(list("/Volumes/USB/in", isOther), (Names{"in/file", "in/to-folder"}));
+    EXPECT_EQ(asked.size(), 3);
+    for (const char* const path : {"", "/Volumes/USB/missing", "/Volumes/Gone", "/Volumes/USB/in/file"})
+        EXPECT_EQ(list(path), Names()) << path;
+}
 
 TEST(BackupTab, EnablesSegmentsByWhatIsSelected) {
     struct Case {

@@ -1,8 +1,8 @@
 #include "Tests/Browser/BrowserTest.h"
 
-#include "Common/FileNodeFlags.h"
+#include "Support/Logging.h"
 #include "Tests/Harness/PaneDouble.h"
-#include "Tests/Link/LinkTest.h"
+#include "Tests/Harness/TemporaryFolder.h"
 
 namespace kelvane::tests {
 namespace {
@@ -42,73 +42,27 @@ TEST_F(BrowserPaths, LeadToTheColumnThatShowsTheItem) {
     EXPECT_EQ(columnToPath(-1, *browser), "");
     EXPECT_EQ(columnToPath(3, *browser), "");
     EXPECT_EQ(columnForPath("/old.txt", *browser, volumes), 1);
-    EXPECT_TRUE(browser->cell(index(1, "old.txt"))->isEnabled());
 }
 
-struct PaneWithBullets : PaneDouble {
-    QIcon bulletImageForColor(std::int32_t color) const override {
-        QIcon& bullet = bullets[color];
-        if (bullet.isNull())
-            bullet = QIcon(QPixmap(8, 8));
-        return bullet;
-    }
-    mutable std::map<std::int32_t, QIcon> bullets;
+struct ChangedFiles : ColumnBrowserTest {
+    PaneDouble pane; // without a daemon
 };
-
-class ChangedFiles : public BackupStateTest {
-protected:
-    void SetUp() override {
-        connect();
-        pane.state = std::shared_ptr<BackupState>(state.get(), [](BackupState*) {});
-        folders.listing = {{"/Volumes", {"System/"}}, {"/Volumes/System", {"a.txt", "-off.txt"}}};
-        browser.setDelegate(folders);
-        browser.reloadColumn(0);
-        browser.columnView(0)->setCurrentIndex(browser.rowAt(0, 0));
-        folders.fills = 0;
-    }
-    const KelvaneBrowserCell& changed(const Value& node, bool isRestore) {
-        folders.fills = 0;
-        daemon.answer("dictionaryForPath:withDirSizes:", node);
-        EXPECT_TRUE(fileChanged("/a.txt", browser, isRestore, pane));
-        return *browser.cell(1, 0);
-    }
-
-    PaneWithBullets pane;
-    ListedFolders folders;
-    ColumnBrowser browser;
-};
-
-TEST_F(ChangedFiles, GetTheBulletAndTheWordsOfTheirColour) {
-    const std::pair<std::int32_t, const char*> cases[] = {
-        {Backup_Color_Green, "Backed up"}, {Backup_Color_Gray, "Partly backed up"}, {99, "Not backed up"}};
-    for (const auto& [color, text] : cases) {
-        const KelvaneBrowserCell& cell = changed(Dictionary{{"backupColor", color}}, false);
-        EXPECT_EQ(cell.bulletImage().cacheKey(), pane.bulletImageForColor(color).cacheKey());
-        EXPECT_EQ(cell.stateText(), text);
-    }
-    EXPECT_EQ(changed(Value(), false).bulletImage().cacheKey(),
-              pane.bulletImageForColor(Backup_Color_Undefined).cacheKey());
-    EXPECT_TRUE(browser.cell(1, 1)->bulletImage().isNull());
-    EXPECT_EQ(folders.fills, 0);
-}
-
-TEST_F(ChangedFiles, CanBeRestoredOnceTheyHaveADate) {
-    const Value date(Date{1000.0});
-    EXPECT_FALSE(changed(Dictionary{{"backupFlags", Backup_Backup}}, true).isEnabled());
-    EXPECT_TRUE(changed(Dictionary{{"backupFlags", Backup_Backup}, {"backupDate", date}}, true).isEnabled());
-    EXPECT_TRUE(changed(Value(), true).isEnabled()) << "finding the row enables it";
-    EXPECT_EQ(folders.fills, 0);
-    (void)changed(Dictionary{{"backupDate", date}}, true);
-    EXPECT_EQ(folders.fills, 1) << "no part of the backup";
-}
 
 TEST_F(ChangedFiles, ThatAreNotShownAreNoneOfTheBrowsersBusiness) {
-    EXPECT_FALSE(fileChanged("/b.txt", browser, false, pane));
-    EXPECT_TRUE(logged("Error:").empty());
-    EXPECT_TRUE(fileChanged("/System/Volumes/Data", browser, false, pane));
-    EXPECT_EQ(logged("Error:").front(),
-              "Error:  fileChanged for /System/Volumes/Data, column -1 does not match browser cell");
-    EXPECT_EQ(daemon.callCount("dictionaryForPath:withDirSizes:"), 0);
+    const TemporaryFolder marker;
+    KelvaneLogStart(marker.path());
+    std::string log;
+    const LogSinkToken sink = setLogSink([&](const LogEntry& entry) { log += entry.text; });
+    open({"Disk", "docs"});
+    folders.fills = 0;
+    EXPECT_FALSE(fileChanged("/Volumes/Disk/docs/none.txt", *browser, false, pane));
+    EXPECT_TRUE(fileChanged("/Volumes/Disk/docs/a.txt", *browser, false, pane));
+    EXPECT_EQ(browser->cell(2, 0)->stateText(), "Not backed up") << "nobody knows it";
+    EXPECT_TRUE(fileChanged("/Volumes/Disk/old.txt", *browser, true, pane));
+    EXPECT_TRUE(browser->cell(index(1, "old.txt"))->isEnabled()) << "finding the row enables it";
+    EXPECT_EQ(log, "");
+    EXPECT_TRUE(fileChanged("/System/Volumes/Data", *browser, false, pane));
+    EXPECT_EQ(log, "Error:  fileChanged for /System/Volumes/Data, column -1 does not match browser cell");
     EXPECT_EQ(folders.fills, 0);
 }
 

@@ -92,6 +92,20 @@ TEST_F(ShownRows, AreTheOnlyOnesThatAnIconIsAskedFor) {
     EXPECT_FALSE(browser->cell(1, 2)->image().isNull());
 }
 
+TEST_F(ShownRows, LookOtherwiseOnTheWayToWhatIsChosen) {
+    open({"Disk", "docs", "a.txt"});
+    const QImage picture = browser->grab().toImage();
+    const auto ground = [&](int column, const std::string& title) {
+        const QListView& view = *browser->columnView(column);
+        const QPoint place = view.visualRect(index(column, title)).topRight() + QPoint(-20, 9);
+        return picture.pixelColor(view.viewport()->mapTo(browser.get(), place));
+    };
+    EXPECT_EQ(ground(2, "b.txt"), browser->palette().color(QPalette::Base));
+    EXPECT_EQ(ground(2, "a.txt"), browser->palette().color(QPalette::Highlight));
+    EXPECT_NE(ground(1, "docs"), ground(2, "a.txt"));
+    EXPECT_NE(ground(1, "docs"), ground(2, "b.txt"));
+}
+
 TEST_F(ShownRows, SayTheirStateToAScreenReader) {
     folders.listing["/Volumes/Disk"].resize(10'000, "file");
     browser->setTitle("Files to back up");

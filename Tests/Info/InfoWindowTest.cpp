@@ -1,7 +1,7 @@
-#include "PreferencePane/Info/InfoWindowController.h"
-
 #include "Platform/Desktop/ComputerName.h"
+#include "PreferencePane/Info/InfoWindowController.h"
 #include "PreferencePane/Info/InfoWindowRegistry.h"
+#include "PreferencePane/Info/LocationItems.h"
 #include "PreferencePane/Services/OneLineLabel.h"
 #include "Support/FileSizeFormatter.h"
 #include "Tests/Harness/PaneDouble.h"
@@ -12,10 +12,8 @@
 #include <QTest>
 #include <gtest/gtest.h>
 
-namespace kelvane {
+namespace kelvane::tests {
 namespace {
-
-using tests::PaneDouble;
 
 struct InfoWindow : testing::Test {
     static OneLineLabel& field(const KelvaneInfoWindowController& controller, const char* name) {
@@ -42,7 +40,7 @@ struct InfoWindow : testing::Test {
     static std::string shortSize(std::uint64_t bytes) {
         return FileSizeFormatter::sharedFileSizeAbbrevFormatter().stringFromNumber(bytes).value_or("");
     }
-    void runPosted() { static_cast<tests::ManualLoop&>(*prefs.mainLoop()).runPosted(); }
+    void runPosted() { static_cast<ManualLoop&>(*prefs.mainLoop()).runPosted(); }
 
     PaneDouble prefs;
 };
@@ -89,18 +87,8 @@ TEST_F(InfoWindow, LeavesEmptyWhatIsMissing) {
     EXPECT_EQ(said(controller), expected);
 }
 
-TEST_F(InfoWindow, KeepsItsFileWhenItsTreeGoes) {
-    KelvaneInfoWindowController controller(prefs);
-    FileNodeRef root = KelvaneFileNode::create("/", true);
-    root->setPath("/");
-    root->addChild(KelvaneFileNode::create("a.txt", false));
-    controller.setFileNode(root->childWithName("a.txt"));
-    root.reset();
-    EXPECT_EQ(controller.fileNode()->path(), "/a.txt");
-}
-
 TEST_F(InfoWindow, TakesTheComputersNameFromTheSettingsThatTheBundleNames) {
-    const tests::TemporaryFolder folder;
+    const TemporaryFolder folder;
     const std::string settings = folder.write(
         "settings.plist", "<plist><dict><key>System</key><dict><key>System</key><dict><key>ComputerName</key>"
                           "<string>Ann's</string></dict></dict></dict></plist>");
@@ -178,5 +166,28 @@ TEST_F(InfoWindow, OfTheRegistryEndsOnceItHasBeenClosedAndTheEventIsOver) {
     EXPECT_TRUE(registry.controllers()[0]->window()->isVisible());
 }
 
+std::string shown(std::string_view path) {
+    std::string lines;
+    for (const LocationItem& item : locationItems(path, "box"))
+        lines += item.title + (item.folder.empty() ? "" : "=" + item.folder) + ';';
+    return lines;
+}
+
+TEST(LocationItems, AreTheFoldersFromTheInsideToTheComputer) {
+    for (const auto& [path, items] : std::initializer_list<std::pair<const char*, const char*>>{
+             {"/Users/ann/Documents/a.txt", "Documents=/Users/ann/Documents;ann=/Users/ann;box;"},
+             {"/Users/ann", "box;"},
+             {"/a.txt", "box;"},
+             {"/", "box;"},
+             {"/Volumes/Photos/Scans/", "Photos=/Volumes/Photos;box;"},
+             {"", "--;"},
+             {"a.txt", ""},
+             {"notes/a.txt", "box;"},
+         })
+        EXPECT_EQ(shown(path), items) << path;
+    EXPECT_EQ(locationItems("/Users/ann", "box")[0].kind, LocationItem::Kind::Computer);
+    EXPECT_EQ(locationItems("", "box")[0].kind, LocationItem::Kind::Unknown);
+}
+
 } // namespace
-} // namespace kelvane
+} // namespace kelvane::tests

@@ -231,11 +231,14 @@ TEST_F(PaneControllerTest, PassesTheDaemonsCallsOn) {
     const std::string root = "/Volumes/" + pane->fileServices().fileSystem().volumes()->bootVolume().name;
     daemon.callPanes("filesChanged:", {Value(Array{root, "/Volumes/Other/b"})});
     daemon.callPanes("folderChanged:", {root});
+    daemon.callPanes("fileChanged:", {"/a"});
+    daemon.callPanes("foldersChanged:", {Value(Array{"/b"})});
     daemon.callPanes("statesChanged:", {Value(Array{15U, 16U, 35U, 99U, 48U, 48U})});
     ASSERT_TRUE(host->loop->runUntil([&] { return daemon.callCount("setAlertHandler") == 1; }));
-    EXPECT_EQ(taken(), (Calls{"backup file /", "restore file /", "backup file /Volumes/Other/b",
-                              "restore file /Volumes/Other/b", "backup folder /", "name a.txt",
-                              "size 21474836480", "pending 3"}));
+    EXPECT_EQ(taken(),
+              (Calls{"backup file /", "restore file /", "backup file /Volumes/Other/b",
+                     "restore file /Volumes/Other/b", "backup folder /", "backup file /a", "restore file /a",
+                     "backup folder /b", "name a.txt", "size 21474836480", "pending 3"}));
     QWidget* const view = pane->mainView();
     EXPECT_TRUE(restore->progress->isVisibleTo(view));
     EXPECT_EQ(daemon.callCount("setStateHandler"), 1U);

@@ -32,11 +32,10 @@ protected:
     }
     ~RestoreTabTest() override { pane.state->onEnd(); }
 
-    void waitForLoss() {
-        ASSERT_TRUE(loop->runUntil([this] { return !pane.connected(); }));
+    void expectLoss() {
+        waitForLoss();
         EXPECT_TRUE(control("disabledRestoreView").isVisible());
     }
-    [[nodiscard]] QMessageBox* alert() const { return pane.mainView()->findChild<QMessageBox*>(); }
     [[nodiscard]] QFileDialog* panel() const { return pane.mainView()->findChild<QFileDialog*>(); }
     void pressRestore(int destination) {
         control<QComboBox>("destinationButton").setCurrentIndex(destination);

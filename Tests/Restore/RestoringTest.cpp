@@ -14,17 +14,9 @@ protected:
         choose({"b.txt"}, Qt::ControlModifier, 2);
         daemon.forgetCalls();
     }
-    [[nodiscard]] QAbstractButton& alertButton(const char* text) const {
-        for (QAbstractButton* const button : alert()->buttons())
-            if (button->text().remove('&') == text)
-                return *button;
-        throw std::runtime_error(std::string("no button ") + text);
-    }
-    void restore(int destination, const char* answer) {
+    void restore(int destination, const char* button) {
         pressRestore(destination);
-        alertButton(answer).click();
-        ASSERT_TRUE(runUntil([this] { return alert() == nullptr; }));
-        QCoreApplication::processEvents();
+        answer(button);
     }
     // The targets of the jobs since the last question.
     [[nodiscard]] Strings targets() {
@@ -76,7 +68,7 @@ TEST_F(RestoringTest, GoesWhereThePanelPoints) {
                                                           {folder / "link", "/Volumes/USB"}};
     for (const auto& [chosen, target] : places) {
         pressRestore(2);
-        ASSERT_EQ(alert(), nullptr);
+        ASSERT_EQ(sheet(), nullptr);
         panel()->selectFile(QString::fromStdString(chosen));
         static_cast<QDialog*>(panel())->accept();
         EXPECT_EQ(targets(), in(target));
@@ -122,14 +114,14 @@ TEST_F(RestoringTest, KnowsWhichVolumesAreMissing) {
         daemon.answer("dictionaryForPath:withDirSizes:",
                       fileName ? Value(Dictionary{{"fileName", fileName}}) : Value());
         pressRestore(0);
-        EXPECT_EQ(alertButton("Restore to Original").isEnabled(), canRestore);
-        delete alert();
+        EXPECT_EQ(sheetButton("Restore to Original").isEnabled(), canRestore);
+        delete sheet();
     }
     // On the way to the Desktop nobody asks.
     pressRestore(1);
-    EXPECT_TRUE(alertButton("Restore to Original").isEnabled());
-    alertButton("Help").click();
-    EXPECT_TRUE(alert()->isVisible());
+    EXPECT_TRUE(sheetButton("Restore to Original").isEnabled());
+    sheetButton("Help").click();
+    EXPECT_TRUE(sheet()->isVisible());
     EXPECT_EQ(pane.calls, Strings{"showOnlineHelp"});
 }
 
@@ -174,23 +166,23 @@ TEST_F(RestoringTest, TellsHowFarItIs) {
 TEST_F(RestoringTest, EndsWithTheLinkThatIsLostInTheMiddle) {
     daemon.breakLinkAt("restoreFile:toPath:version:priority:");
     restore(0, "Restore to Original");
-    waitForLoss();
+    expectLoss();
     EXPECT_EQ(targets(), Strings{inPlace + "/a.txt"});
     click("restoreCancelButton");
     loop->advance(1s);
 
     daemon.breakLinkAt("dictionaryForPath:withDirSizes:"); // while it looks for the volumes
     pressRestore(0);
-    waitForLoss();
-    EXPECT_TRUE(runUntil([this] { return !alert(); }));
+    expectLoss();
+    EXPECT_TRUE(runUntil([this] { return !sheet(); }));
     for (const int destination : {0, 2}) { // an alert, and a panel
         loop->advance(1s);
         pane.calls.clear();
         pressRestore(destination);
-        EXPECT_TRUE(alert() || panel());
+        EXPECT_TRUE(sheet() || panel());
         daemon.closePanes();
-        waitForLoss();
-        EXPECT_TRUE(runUntil([this] { return !alert() && !panel(); }));
+        expectLoss();
+        EXPECT_TRUE(runUntil([this] { return !sheet() && !panel(); }));
         EXPECT_EQ(pane.calls, Strings());
     }
 }

@@ -1,41 +1,10 @@
 #include "PreferencePane/Restore/RestoreTabRules.h"
 
 #include <gtest/gtest.h>
-#include <vector>
+#include <set>
 
 namespace kelvane::tests {
 namespace {
-
-TEST(RestoreRules, LetRestoreWhatHasBeenBackedUp) {
-    struct {
-        std::size_t selected;
-        bool hasDate, isEnabled, isAuthorized, getInfo, restore;
-    } const cases[] = {
-        {0, false, true, true, false, false}, {1, true, true, true, true, true},
-        {1, false, true, true, true, false},  {1, true, false, true, false, false},
-        {1, true, true, false, false, false}, {2, true, true, true, false, true},
-    };
-    for (const auto& [selected, hasDate, isEnabled, isAuthorized, getInfo, restore] : cases) {
-        const SelectionLook look = selectionLookFor(selected, hasDate, isEnabled, isAuthorized);
-        EXPECT_EQ(look.getInfo, getInfo) << selected << hasDate << isEnabled << isAuthorized;
-        EXPECT_EQ(look.restore, restore) << selected << hasDate << isEnabled << isAuthorized;
-    }
-}
-
-TEST(RestoreRules, LeadFromEachAnswerToItsPlace) {
-    using enum RestoreStep;
-    const std::pair<int, std::vector<RestoreStep>> cases[] = {
-        // by 999 to 1003
-        {-1, {Nothing, Nothing, Nothing, Nothing, Nothing}},
-        {0, {Nothing, RestoreToOriginal, RestoreToDesktop, ChooseLocation, Nothing}},
-        {1, {Nothing, RestoreToDesktop, RestoreToOriginal, ChooseLocation, Nothing}},
-        {2, {ChooseLocation, ChooseLocation, ChooseLocation, ChooseLocation, ChooseLocation}},
-        {3, {Nothing, Nothing, Nothing, Nothing, Nothing}}};
-    for (const auto& [item, steps] : cases)
-        for (int code = 999; code <= 1003; ++code)
-            EXPECT_EQ(stepAfterAlert(restoreLocationAt(item), code), *(steps.begin() + code - 999))
-                << item << ' ' << code;
-}
 
 TEST(RestoreRules, KeepNamesAsTheyAre) {
     const std::string paths[] = {"/Volumes/B/a\u2215b/ \u202Efdp.doc ",

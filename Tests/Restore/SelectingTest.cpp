@@ -60,6 +60,8 @@ TEST_F(SelectingTest, ShowsWhatIsInTheBackup) {
     EXPECT_TRUE(browser().cell(2, 0)->isLeaf());
     EXPECT_FALSE(browser().cell(2, 4)->isLeaf());
 
+    tab->fileChanged(docs + "new.txt");
+    EXPECT_EQ(titles(2)[2], "[new.txt]");
     change(docs + "new.txt", "backupDate", Date{1});
     tab->fileChanged(docs + "new.txt");
     EXPECT_EQ(titles(2)[2], "new.txt");
@@ -98,6 +100,10 @@ TEST_F(SelectingTest, TellsWhatIsSelected) {
     EXPECT_EQ(text("filenameField") + text("dateField"), "[Multiple files selected][Unavailable]");
     EXPECT_EQ(control("dateField").accessibleDescription(), "Unavailable");
     EXPECT_EQ(enabled(controls), "destinationButton restoreAssistantButton getInfoButton");
+    tab->enableTabItems(false);
+    EXPECT_EQ(enabled(controls), "getInfoButton");
+    choose({"docs"}, {}, 1);
+    EXPECT_EQ(enabled(controls), "");
     pane.isAuthorized = false;
     tab->enableTabItems(true);
     EXPECT_EQ(enabled(controls), "");
@@ -127,7 +133,7 @@ TEST_F(SelectingTest, KeepsWhatItShowsWhenTheLinkIsLostInTheMiddle) {
         daemon.breakLinkAt(selector, answersBefore);
         browser().reloadColumn(0);
         click("getInfoButton");
-        waitForLoss();
+        expectLoss();
         EXPECT_EQ(titles(2), (Strings{"a.txt", "b.txt"}));
         EXPECT_EQ(info.fileNode(), nullptr);
         loop->advance(1s);

@@ -2,7 +2,6 @@
 #include "Support/DefaultsDB.h"
 #include "Tests/Status/StatusTabTest.h"
 
-#include <QAccessible>
 #include <QCheckBox>
 
 namespace kelvane::tests {
@@ -114,8 +113,6 @@ TEST_F(StatusTabTest, ShowsKeptFieldsUntilTheDaemonHasSpokenAndKeepsWhatItSaid) 
     EXPECT_EQ(text("backupField"), "Backup in progress");
     tab->writeStatusFieldsToDefaultsDB();
     EXPECT_EQ(DefaultsDB::stringProperty("lastBackupStatusStr"), "Backup in progress");
-    EXPECT_EQ(DefaultsDB::stringProperty("lastSizeOfBackupStr"), "57.08 GB (48213 files)");
-    EXPECT_EQ(DefaultsDB::stringProperty("lastNumberOfFilesAwaitingBackupStr"), "3.83 GB (1906 files)");
     EXPECT_EQ(DefaultsDB::intProperty("lastPercentageDoneInt"), 93);
     EXPECT_EQ(DefaultsDB::stringProperty("lastPrioritySettingBool"), "NO");
 }
@@ -151,24 +148,6 @@ TEST_F(StatusTabTest, ALinkThatIsLostWhileItIsAskedLeavesTheDisconnectedTab) {
         daemon.answerAsUsual("userEmail");
         daemon.answerAsUsual("pausedMinutes");
         pane.state->onEnd();
-    }
-}
-
-TEST_F(StatusTabTest, TellsScreenReadersWhatEachValueIs) {
-    showTab();
-    const auto* const mode = QAccessible::queryAccessibleInterface(&modes());
-    EXPECT_EQ(mode->relations(QAccessible::RelationFlag::Label).at(0).first->text(QAccessible::Name),
-              "Backup mode");
-    const std::pair<const char*, const char*> values[] = {{"daemonModeField", "Mode explanation"},
-                                                          {"backupField", "Backup status"},
-                                                          {"backupContainsField", "Backup contains"},
-                                                          {"backupAwaitingField", "Awaiting backup"},
-                                                          {"accountField", "Account"},
-                                                          {"versionField", "Version"}};
-    for (const auto& [name, description] : values) {
-        auto* const label = QAccessible::queryAccessibleInterface(&control(name));
-        EXPECT_EQ(label->text(QAccessible::Description), description);
-        EXPECT_EQ(label->text(QAccessible::Name).toStdString(), text(name));
     }
 }
 

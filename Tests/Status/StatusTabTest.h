@@ -1,24 +1,14 @@
 #pragma once
 
-#include "FakeDaemon/FakeDaemon.h"
 #include "Platform/Desktop/QtMainLoop.h"
 #include "PreferencePane/Status/StatusTabController.h"
-#include "Tests/Harness/EnvironmentVariable.h"
-#include "Tests/Harness/PaneDouble.h"
-#include "Tests/Harness/RunUntil.h"
-#include "Tests/Harness/TemporaryFolder.h"
+#include "Tests/Harness/TabTest.h"
 
-#include <QAbstractButton>
 #include <QAbstractItemView>
 #include <QComboBox>
 #include <QLabel>
-#include <QTest>
-#include <gtest/gtest.h>
 
 namespace kelvane::tests {
-
-using namespace std::chrono_literals;
-using Strings = std::vector<std::string>;
 
 // Restore's items may ask the daemon when they are enabled.
 struct StatusPane : PaneDouble {
@@ -31,24 +21,27 @@ struct StatusPane : PaneDouble {
     std::function<void()> whenRestoreIsEnabled;
 };
 
-// The tab in a window, on a fake daemon, with preferences, a bundle and a hand-off path of its own. The pane
-// passes the notices of its BackupState on as the real one does.
-class StatusTabTest : public testing::Test {
+// The tab in a window, with a bundle and a hand-off path of its own.
+class StatusTabTest : public TabTest {
 protected:
-    StatusTabTest() {
+    StatusTabTest() : TabTest(demoWorld()) {
         pane.lock = std::make_unique<FixedAuthorization>(std::make_shared<QtMainLoop>(), true);
-        pane.state = std::make_shared<BackupState>(loop, pane.notifications(), pane.bundle());
-        pane.state->setWantsStateChangedNotifications();
-        connectionObserver_ = passOn(KelvaneBackupStateConnectionChangedNotification);
-        stateObserver_ = passOn(KelvaneBackupStateChangedNotification);
+        attach(pane);
+        const auto tellState = [this] {
+            if (pane.connected())
+                pane.post(KelvanePrefPaneDaemonStateChangedNotification);
+        };
+        observe(KelvaneBackupStateConnectionChangedNotification, [this, tellState] {
+            pane.post(KelvanePrefPaneReadyChangedNotification);
+            tellState();
+        });
+        observe(KelvaneBackupStateChangedNotification, tellState);
     }
     ~StatusTabTest() override {
         tab.reset();
         pane.state->onEnd();
-        daemon.stop();
-        EXPECT_TRUE(loop->runUntil([] { return KelvaneSocket::liveThreads() == 0; }));
-        loop->runPosted();
     }
+    [[nodiscard]] const QWidget& shown() const override { return *tab->view(); }
 
     // As the pane begins: made, awake, in its window, selected.
     void showTab() {
@@ -57,30 +50,6 @@ protected:
         tab->awakeFromNib();
         tab->view()->show();
         tab->didSelectPrefPane();
-    }
-    void connect() {
-        ASSERT_TRUE(daemon.start());
-        pane.state->onBegin();
-        ASSERT_TRUE(pane.state->connected());
-        ASSERT_TRUE(daemon.waitForPanes(1));
-    }
-    void loseDaemon() {
-        daemon.stop();
-        ASSERT_TRUE(loop->runUntil([this] { return !pane.connected(); }));
-    }
-    void poll() { loop->advance(2s); }
-    void setState(std::string_view key, const Value& value) {
-        daemon.setState(key, value);
-        poll();
-    }
-
-    // A control that is there, by the name it has in the form.
-    template <class Control = QWidget>
-    [[nodiscard]] Control& control(const char* name) const {
-        return *tab->view()->findChild<Control*>(name);
-    }
-    [[nodiscard]] std::string text(const char* label) const {
-        return control<QLabel>(label).text().toStdString();
     }
     [[nodiscard]] QComboBox& modes() const { return control<QComboBox>("daemonModeButton"); }
     // The items by their first letters, large where they can be chosen: "EPrd".
@@ -103,27 +72,7 @@ protected:
         QTest::keyClick(modes().view(), Qt::Key_Return);
         QCoreApplication::processEvents();
     }
-    void click(const char* name) const {
-        QWidget& clicked = control(name);
-        QTest::mouseClick(&clicked, Qt::LeftButton, {}, {10, clicked.height() / 2});
-    }
-    [[nodiscard]] QMessageBox* sheet() const { return tab->view()->findChild<QMessageBox*>(); }
-    // Presses the sheet's button of that text, which must be there, and waits until all is done.
-    void answer(const char* button) const {
-        const QPointer<QMessageBox> answered = sheet();
-        ASSERT_TRUE(answered);
-        for (QAbstractButton* const candidate : answered->buttons())
-            if (candidate->text() == button)
-                candidate->click();
-        ASSERT_TRUE(runUntil([&] { return !answered; })) << button;
-        QCoreApplication::processEvents();
-    }
-
-    const TemporaryFolder folder;
-    const EnvironmentVariable preferences{"XDG_CONFIG_HOME", folder.path().c_str()};
     const std::string handOffPath = folder / "auth";
-    const std::shared_ptr<ManualLoop> loop = std::make_shared<ManualLoop>();
-    FakeDaemon daemon{folder / "daemon.sock", demoWorld()};
     StatusPane pane{
         std::make_shared<Bundle>(folder.path(), Dictionary{{"DaemonPath", folder / "daemon.sock"},
                                                            {"CFBundleShortVersionString", "1.2"},
@@ -131,20 +80,6 @@ protected:
                                                            {"UninstallSurveyURL", "ex.org/why"}}),
         loop};
     std::unique_ptr<KelvaneStatusTabController> tab;
-
-private:
-    NotificationCenter::Observer passOn(std::string_view notification) {
-        return pane.notifications()->observe(
-            std::string(notification), pane.state.get(), [this, notification](const Notification&) {
-                if (notification == KelvaneBackupStateConnectionChangedNotification)
-                    pane.post(KelvanePrefPaneReadyChangedNotification);
-                if (pane.connected())
-                    pane.post(KelvanePrefPaneDaemonStateChangedNotification);
-            });
-    }
-
-    NotificationCenter::Observer connectionObserver_;
-    NotificationCenter::Observer stateObserver_;
 };
 
 } // namespace kelvane::tests
