@@ -75,7 +75,7 @@ std::vector<std::string> VisibleFiles::namesAt(const std::string& path) {
     FolderListing listing = fileSystem_.list(path, mostItems);
     if ((!listing.isComplete || !listing.unspeakableNames.empty()) && incompleteFolders_.insert(path).second)
         KelvaneCLog("Not all of %@ is shown: %llu names are no UTF-8, error %d", path,
-                         listing.unspeakableNames.size(), listing.error);
+                    listing.unspeakableNames.size(), listing.error);
     std::ranges::sort(listing.names, comesBefore);
     return std::move(listing.names);
 }

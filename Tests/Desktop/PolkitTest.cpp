@@ -64,8 +64,7 @@ TEST(PolkitWithoutABus, IsLockedAndSaysWhy) {
     EXPECT_EQ(peer.ask("follow"), "deauthorized");
     peer.say("unlock");
     EXPECT_EQ(peer.lines(2), "asking, asked");
-    EXPECT_NE(peer.nextLine().find("no system bus"),
-              std::string::npos);
+    EXPECT_NE(peer.nextLine().find("no system bus"), std::string::npos);
     EXPECT_EQ(Peer("unix:path=/nonexistent/bus", AUTHORIZATION_PEER, {"1", "1", "0"}).nextLine(),
               "unreachable");
 }
