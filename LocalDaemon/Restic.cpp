@@ -85,6 +85,7 @@ ResticOutcome Restic::run(const Call& call, const StopSignal& stop) const {
     program.onLine = call.onLine;
     program.onErrorLine = call.onErrorLine;
     program.patience = call.patience;
+    program.grace = call.grace;
     program.hasLowerPriority = call.hasLowerPriority;
     const ChildOutcome child = kelvane::run(program, stop);
     const ResticOutcome outcome{troubleOf(child),

@@ -51,6 +51,7 @@ public:
         std::function<void(std::string_view)> onErrorLine = [](std::string_view) {};
         // restic tries an unreachable place again and again for a quarter of an hour; nobody waits that long.
         std::chrono::milliseconds patience = std::chrono::minutes(2);
+        std::chrono::milliseconds grace = std::chrono::seconds(10); // that it has to end when it is stopped
         bool hasLowerPriority = false;
     };
     [[nodiscard]] ResticOutcome run(const Call& call, const StopSignal& stop) const;

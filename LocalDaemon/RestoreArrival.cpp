@@ -1,0 +1,93 @@
+#include "LocalDaemon/RestoreArrival.h"
+
+#include <array>
+#include <charconv>
+#include <filesystem>
+#include <poll.h>
+#include <sys/stat.h>
+
+namespace kelvane {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr milliseconds shortestPause(500);
+constexpr int pausePerLook = 4; // a look at very many files takes a while, and must not be all there is done
+
+bool isLater(const timespec& left, const timespec& right) {
+    return left.tv_sec != right.tv_sec ? left.tv_sec > right.tv_sec : left.tv_nsec > right.tv_nsec;
+}
+
+} // namespace
+
+Arrival arrivalIn(const std::string& stagingFolder, const BackupIndex& index) {
+    Arrival arrival;
+    timespec newest{};
+    std::error_code error;
+    using Options = std::filesystem::directory_options;
+    std::filesystem::recursive_directory_iterator entry(stagingFolder, Options::skip_permission_denied,
+                                                        error);
+    for (; !error && entry != std::filesystem::recursive_directory_iterator(); entry.increment(error)) {
+        const std::string& path = entry->path().native();
+        struct stat status {};
+        if (::lstat(path.c_str(), &status) != 0 || S_ISDIR(status.st_mode))
+            continue;
+        arrival.bytes += static_cast<std::uint64_t>(status.st_size);
+        const std::size_t own = path.find('/', stagingFolder.size() + 1); // behind the snapshot's number
+        const BackupIndex::Item* const item = index.find(std::string_view(path).substr(own));
+        if (!item ||
+            (item->kind == ItemKind::File && static_cast<std::uint64_t>(status.st_size) < item->size))
+            continue;
+        ++arrival.files;
+        if (isLater(status.st_ctim, newest)) {
+            newest = status.st_ctim;
+            arrival.newestFile = index.nameOf(*item);
+            arrival.newestSize = item->size;
+        }
+    }
+    return arrival;
+}
+
+ArrivalWatch::ArrivalWatch(Options options) : options_(std::move(options)), thread_([this] { watch(); }) {}
+
+ArrivalWatch::~ArrivalWatch() {
+    ended_.set();
+    thread_.join();
+}
+
+void ArrivalWatch::watch() {
+    Arrival last;
+    Clock::time_point lastArrival = Clock::now();
+    milliseconds pause = shortestPause;
+    for (;;) {
+        std::array<pollfd, 2> waits{
+            {{ended_.descriptor(), POLLIN, 0}, {options_.stop.descriptor(), POLLIN, 0}}};
+        ::poll(waits.data(), callStop_.isSet() ? 1 : 2, static_cast<int>(pause.count()));
+        if (ended_.isSet())
+            return;
+        if (options_.stop.isSet()) {
+            callStop_.set();
+            continue;
+        }
+        const Clock::time_point begin = Clock::now();
+        const Arrival arrival = arrivalIn(options_.stagingFolder, options_.index);
+        if (!(arrival == last)) {
+            options_.onArrival(arrival);
+            lastArrival = begin;
+            last = arrival;
+        } else if (begin - lastArrival > options_.patience) {
+            callStop_.set();
+        }
+        pause = std::max(shortestPause,
+                         pausePerLook * std::chrono::duration_cast<milliseconds>(Clock::now() - begin));
+    }
+}
+
+bool waitUnlessStopped(milliseconds duration, const StopSignal& stop) {
+    pollfd wait{stop.descriptor(), POLLIN, 0};
+    ::poll(&wait, 1, static_cast<int>(duration.count()));
+    return !stop.isSet();
+}
+
+} // namespace kelvane

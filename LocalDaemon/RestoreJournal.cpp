@@ -1,0 +1,199 @@
+#include "LocalDaemon/RestoreJournal.h"
+
+#include "Common/RestoreStatus.h"
+#include "Foundation/PathComponents.h"
+#include "Platform/FileContents.h"
+#include "Platform/SpecialFolders.h"
+#include "Support/Logging.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <fcntl.h>
+#include <optional>
+#include <sstream>
+#include <system_error>
+#include <unistd.h>
+
+namespace kelvane {
+namespace {
+
+constexpr std::size_t largestFile = std::size_t{256} << 20U;
+constexpr std::size_t mostEnded = 1000;
+constexpr mode_t privateMode = 0600;
+
+constexpr const char* hexDigits = "0123456789abcdef";
+constexpr int hexBase = 16;
+constexpr std::size_t escapeLength = 3; // "%0a"
+
+using Fields = std::vector<std::string>;
+
+std::string escaped(std::string_view text) {
+    std::string result;
+    for (const char each : text) {
+        const auto byte = static_cast<unsigned char>(each);
+        if (byte >= ' ' && each != '%')
+            result += each;
+        else
+            result.append({'%', hexDigits[byte / hexBase], hexDigits[byte % hexBase]});
+    }
+    return result;
+}
+
+std::string unescaped(std::string_view text) {
+    std::string result;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        unsigned byte = 0;
+        if (text[at] == '%' && at + escapeLength <= text.size()) {
+            std::from_chars(text.data() + at + 1, text.data() + at + escapeLength, byte, hexBase);
+            result += static_cast<char>(byte);
+            at += escapeLength - 1;
+        } else {
+            result += text[at];
+        }
+    }
+    return result;
+}
+
+// What ends the line tells a whole one from what a dying daemon has left.
+std::string lineOf(const Fields& fields) {
+    std::string line;
+    for (const std::string& field : fields)
+        line += escaped(field) + '\t';
+    return line + '\n';
+}
+
+Fields fieldsOf(std::string_view line) {
+    Fields fields;
+    for (std::size_t tab = line.find('\t'); tab != std::string_view::npos; tab = line.find('\t')) {
+        fields.push_back(unescaped(line.substr(0, tab)));
+        line.remove_prefix(tab + 1);
+    }
+    return fields;
+}
+
+std::uint32_t numberIn(const std::string& text) {
+    std::uint32_t number = 0;
+    std::from_chars(text.data(), text.data() + text.size(), number);
+    return number;
+}
+
+Fields fieldsOf(const RestoreJob& job) {
+    return {"job",
+            std::to_string(job.id),
+            std::to_string(job.version),
+            std::to_string(job.priority),
+            job.source,
+            job.target};
+}
+
+Fields fieldsOf(std::uint32_t id, const RestoreJournal::Ended& ended) {
+    Fields fields{"end", std::to_string(id), std::to_string(ended.status)};
+    fields.insert(fields.end(), ended.failures.begin(), ended.failures.end());
+    return fields;
+}
+
+void takeJob(RestoreJournal::Contents& contents, const Fields& fields) {
+    const RestoreJob job{numberIn(fields[1]), numberIn(fields[2]), numberIn(fields[3]), fields[4], fields[5]};
+    contents.waiting.push_back(job);
+    contents.nextId = std::max(contents.nextId, job.id + 1);
+}
+
+void takeEnd(RestoreJournal::Contents& contents, const Fields& fields) {
+    const std::uint32_t id = numberIn(fields[1]);
+    std::erase_if(contents.waiting, [id](const RestoreJob& job) { return job.id == id; });
+    contents.ended[id] = {numberIn(fields[2]), {fields.begin() + 3, fields.end()}};
+    contents.nextId = std::max(contents.nextId, id + 1);
+    if (contents.ended.size() > mostEnded)
+        contents.ended.erase(contents.ended.begin());
+}
+
+void takeLine(RestoreJournal::Contents& contents, const Fields& fields) {
+    const std::string kind = fields.empty() ? "" : fields[0];
+    if (kind == "job" && fields.size() == 6)
+        takeJob(contents, fields);
+    else if (kind == "end" && fields.size() >= 3)
+        takeEnd(contents, fields);
+    else if (kind == "staging" && fields.size() == 2)
+        contents.stagingFolders.insert(fields[1]);
+    else if (kind == "gone" && fields.size() == 2)
+        contents.stagingFolders.erase(fields[1]);
+    else
+        KelvaneSystemLog("A line of the restore jobs makes no sense and is left out.");
+}
+
+std::string textOf(const RestoreJournal::Contents& contents) {
+    std::string text;
+    for (const auto& [id, ended] : contents.ended)
+        text += lineOf(fieldsOf(id, ended));
+    for (const RestoreJob& job : contents.waiting)
+        text += lineOf(fieldsOf(job));
+    for (const std::string& folder : contents.stagingFolders)
+        text += lineOf({"staging", folder});
+    return text;
+}
+
+std::string reasonText() {
+    return std::generic_category().message(errno);
+}
+
+} // namespace
+
+RestoreJournal::Contents RestoreJournal::open() {
+    const std::scoped_lock guard(mutex_);
+    Contents contents;
+    const FileReading file = readFile(path_, largestFile);
+    if (!file.succeeded() && file.error != ENOENT)
+        KelvaneSystemLog("The restore jobs cannot be read: %@", file.reason);
+    std::istringstream lines(std::string(file.bytes.begin(), file.bytes.end()));
+    for (std::string line; std::getline(lines, line);)
+        takeLine(contents, fieldsOf(line));
+
+    const std::string text = textOf(contents);
+    const bool hasFolder = ensureFolder(deleteLastPathComponent(path_));
+    const FileOutcome outcome = replaceFileAtomically(
+        path_, {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()}, privateMode);
+    if (!hasFolder || !outcome.succeeded())
+        KelvaneSystemLog("The restore jobs cannot be written: %@", outcome.reason);
+    file_.reset(::open(path_.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC | O_NOFOLLOW));
+    return contents;
+}
+
+bool RestoreJournal::add(const RestoreJob& job) {
+    return append(fieldsOf(job));
+}
+
+void RestoreJournal::end(std::uint32_t id, const Ended& ended) {
+    static_cast<void>(append(fieldsOf(id, ended)));
+}
+
+void RestoreJournal::stagingMade(const std::string& folder) {
+    static_cast<void>(append({"staging", folder}));
+}
+
+void RestoreJournal::stagingGone(const std::string& folder) {
+    static_cast<void>(append({"gone", folder}));
+}
+
+bool RestoreJournal::append(const Fields& fields) {
+    const std::scoped_lock guard(mutex_);
+    const bool isWritten = appendText(lineOf(fields));
+    if (!isWritten)
+        KelvaneSystemLog("A line cannot be added to %@: %@", path_, reasonText());
+    return isWritten;
+}
+
+// What a full disk has taken of it is taken back, so that the next line is not joined to it.
+bool RestoreJournal::appendText(const std::string& text) {
+    const off_t before = ::lseek(file_.get(), 0, SEEK_END);
+    const ssize_t written = ::write(file_.get(), text.data(), text.size());
+    if (written == static_cast<ssize_t>(text.size()))
+        return true;
+    const int error = written < 0 ? errno : ENOSPC;
+    if (before >= 0 && written > 0 && ::ftruncate(file_.get(), before) != 0)
+        KelvaneSystemLog("A half line stays in %@.", path_);
+    errno = error;
+    return false;
+}
+
+} // namespace kelvane

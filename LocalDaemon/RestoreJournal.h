@@ -1,0 +1,55 @@
+#pragma once
+
+#include "LocalDaemon/RestoreJob.h"
+#include "Platform/FileDescriptor.h"
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace kelvane {
+
+// The restore jobs as a file, so that the death of the daemon loses none: a line for everything that happens,
+// written before it counts. Opening it tidies it up. Any thread; the calls block on the disk.
+//
+// A line that cannot be written is logged. A job whose end is not written down is done again after the next
+// start, which does no harm.
+class RestoreJournal {
+public:
+    struct Ended {
+        std::uint32_t status = 0;
+        std::vector<std::string> failures; // a line for each file, without control characters
+    };
+    struct Contents {
+        std::vector<RestoreJob> waiting;      // in the order in which they came
+        std::map<std::uint32_t, Ended> ended; // by number, the last thousand
+        std::set<std::string> stagingFolders; // that were left standing
+        std::uint32_t nextId = 1;
+    };
+
+    explicit RestoreJournal(std::string path) : path_(std::move(path)) {}
+
+    // Once, before anything else. None when there is no file; lines that make no sense are left out.
+    [[nodiscard]] Contents open();
+
+    // False: it is not written down.
+    [[nodiscard]] bool add(const RestoreJob& job);
+    void end(std::uint32_t id, const Ended& ended);
+    void stagingMade(const std::string& folder);
+    void stagingGone(const std::string& folder);
+
+private:
+    using Fields = std::vector<std::string>;
+
+    [[nodiscard]] bool append(const Fields& fields);
+    [[nodiscard]] bool appendText(const std::string& text);
+
+    const std::string path_;
+    std::mutex mutex_; // guards what follows
+    FileDescriptor file_;
+};
+
+} // namespace kelvane

@@ -1,0 +1,262 @@
+#include "LocalDaemon/RestoreQueue.h"
+
+#include "Common/RestoreStatus.h"
+#include "Foundation/Format.h"
+#include "LocalDaemon/CleanPath.h"
+#include "LocalDaemon/RestoreRun.h"
+#include "LocalDaemon/RestoreStaging.h"
+#include "Support/Logging.h"
+
+#include <algorithm>
+
+namespace kelvane {
+namespace {
+
+constexpr std::size_t mostWaiting = 20'000;
+constexpr std::size_t mostEnded = 10'000;
+constexpr std::size_t mostFailures = 1000; // that are kept of one job, and written to the log
+// Jobs are done together, since each call of restic takes half a second; but not so many that the first
+// would wait long for the last.
+constexpr std::size_t mostInBatch = 500;
+constexpr std::uint64_t mostBytesInBatch = std::uint64_t{1} << 30U;
+
+bool goesBefore(const RestoreJob& left, const RestoreJob& right) {
+    return left.priority != right.priority ? left.priority > right.priority : left.id < right.id;
+}
+
+bool isIn(std::string_view path, const std::string& folder) {
+    return path == folder || path.starts_with(withSeparator(folder));
+}
+
+bool overlaps(const std::vector<RestoreJob>& jobs, const RestoreJob& job) {
+    return std::ranges::any_of(jobs, [&](const RestoreJob& each) {
+        return isIn(job.source, each.source) || isIn(each.source, job.source);
+    });
+}
+
+// Where it is not known yet, it counts as one.
+std::uint64_t filesOf(const RestoreJob& job, const BackupIndex* index) {
+    const BackupIndex::Item* const item = index ? index->find(job.source) : nullptr;
+    return item ? std::max<std::uint64_t>(index->totalsOf(*item).count, 1) : 1;
+}
+
+std::string onOneLine(const std::string& text) {
+    std::string line;
+    for (const char each : text)
+        line += static_cast<unsigned char>(each) < ' ' || each == '\x7f' ? std::string("?")
+                                                                         : std::string(1, each);
+    return line;
+}
+
+} // namespace
+
+std::vector<std::chrono::milliseconds> RestoreQueue::usualWaits() {
+    using std::chrono::seconds;
+    return {seconds(2),  seconds(5),  seconds(10), seconds(20),  seconds(40),
+            seconds(60), seconds(90), seconds(90), seconds(120), seconds(120)};
+}
+
+RestoreQueue::RestoreQueue(Options options) : options_(std::move(options)), journal_(options_.journalPath) {}
+
+RestoreQueue::~RestoreQueue() {
+    stop();
+}
+
+void RestoreQueue::start() {
+    RestoreJournal::Contents contents = journal_.open();
+    for (const std::string& folder : contents.stagingFolders)
+        if (removeStaging(folder))
+            journal_.stagingGone(folder);
+    const std::scoped_lock guard(mutex_);
+    nextId_ = contents.nextId;
+    ended_ = std::move(contents.ended);
+    std::ranges::sort(contents.waiting, goesBefore);
+    for (RestoreJob& job : contents.waiting)
+        waiting_.push_back({std::move(job)});
+    report();
+    thread_ = std::thread([this] { work(); });
+}
+
+void RestoreQueue::stop() {
+    {
+        const std::scoped_lock guard(mutex_);
+        isStopping_ = true;
+        if (running_)
+            running_->set();
+        changed_.notify_all();
+    }
+    if (thread_.joinable())
+        thread_.join();
+}
+
+void RestoreQueue::wake() {
+    const std::scoped_lock guard(mutex_);
+    changed_.notify_all();
+}
+
+std::uint32_t RestoreQueue::add(RestoreJob job) {
+    const std::scoped_lock guard(mutex_);
+    job.id = nextId_;
+    if (waiting_.size() >= mostWaiting || !journal_.add(job)) {
+        KelvaneSystemLog("%@ cannot be restored: there are too many jobs, or they cannot be written down.",
+                         job.source);
+        return 0;
+    }
+    ++nextId_;
+    const auto place = std::ranges::find_if(
+        waiting_, [&](const Waiting& each) { return !each.isRunning && goesBefore(job, each.job); });
+    const std::uint64_t files = filesOf(job, options_.index().get());
+    waiting_.insert(place, {job, files});
+    report();
+    changed_.notify_all();
+    return job.id;
+}
+
+void RestoreQueue::cancelAll() {
+    const std::scoped_lock guard(mutex_);
+    if (waiting_.empty())
+        return;
+    if (running_)
+        running_->set();
+    while (!waiting_.empty())
+        end(waiting_.front().job.id, {restorestatus::cancelled, {}});
+    reportEnd();
+}
+
+std::uint32_t RestoreQueue::currentJob() const {
+    const std::scoped_lock guard(mutex_);
+    return firstJob();
+}
+
+std::uint32_t RestoreQueue::status(std::uint32_t id) const {
+    const std::scoped_lock guard(mutex_);
+    const auto waiting = std::ranges::find(waiting_, id, [](const Waiting& each) { return each.job.id; });
+    if (waiting != waiting_.end())
+        return waiting->isRunning || id == firstJob() ? restorestatus::running : restorestatus::waiting;
+    const auto ended = ended_.find(id);
+    return ended == ended_.end() ? restorestatus::unknown : ended->second.status;
+}
+
+std::string RestoreQueue::failures(std::uint32_t id) const {
+    const std::scoped_lock guard(mutex_);
+    std::string text;
+    if (const auto ended = ended_.find(id); ended != ended_.end())
+        for (const std::string& failure : ended->second.failures)
+            text += failure + '\n';
+    return text;
+}
+
+void RestoreQueue::work() {
+    std::unique_lock lock(mutex_);
+    std::shared_ptr<const BackupIndex> index;
+    while (waitForWork(lock, index)) {
+        const std::vector<RestoreJob> jobs = takeBatch(*index);
+        running_ = std::make_shared<StopSignal>();
+        report();
+        lock.unlock();
+        runBatch(jobs, index);
+        lock.lock();
+    }
+}
+
+bool RestoreQueue::waitForWork(std::unique_lock<std::mutex>& lock,
+                               std::shared_ptr<const BackupIndex>& index) {
+    changed_.wait(lock, [&] {
+        if (isStopping_)
+            return true;
+        index = waiting_.empty() ? nullptr : options_.index();
+        return index != nullptr;
+    });
+    return !isStopping_;
+}
+
+std::vector<RestoreJob> RestoreQueue::takeBatch(const BackupIndex& index) {
+    std::vector<RestoreJob> jobs;
+    std::uint64_t bytes = 0;
+    for (Waiting& each : waiting_) {
+        const BackupIndex::Item* const item = index.find(each.job.source);
+        each.files = filesOf(each.job, &index);
+        bytes += item ? index.totalsOf(*item).bytes : 0;
+        if (!jobs.empty() &&
+            (jobs.size() == mostInBatch || bytes > mostBytesInBatch || overlaps(jobs, each.job)))
+            break;
+        jobs.push_back(each.job);
+        each.isRunning = true;
+    }
+    return jobs;
+}
+
+void RestoreQueue::runBatch(const std::vector<RestoreJob>& jobs,
+                            const std::shared_ptr<const BackupIndex>& index) {
+    const auto onArrival = [this](const Arrival& arrival) {
+        const std::scoped_lock guard(mutex_);
+        arrival_ = arrival;
+        report();
+    };
+    RestoreRun run({options_.restic, index, journal_, *running_, onArrival, options_.waits});
+    const std::vector<RestoreRun::Failures> failures = run.run(jobs);
+    const std::scoped_lock guard(mutex_);
+    const bool wasStopped = running_->isSet();
+    running_.reset();
+    arrival_ = {};
+    if (wasStopped)
+        return; // those that were cancelled have ended, the others will be done again
+    for (std::size_t number = 0; number < jobs.size(); ++number)
+        finish(jobs[number], failures[number]);
+    if (waiting_.empty())
+        reportEnd();
+}
+
+void RestoreQueue::finish(const RestoreJob& job, const std::vector<RestoreFailure>& failures) {
+    RestoreJournal::Ended ended{failures.empty() ? restorestatus::finished : restorestatus::incomplete, {}};
+    for (const RestoreFailure& failure : failures) {
+        if (ended.failures.size() == mostFailures) {
+            ended.failures.push_back(formatText("and %llu more", failures.size() - mostFailures));
+            break;
+        }
+        ended.failures.push_back(onOneLine(failure.path + ": " + failure.reason));
+        KelvaneSystemLog("Not restored: %@", ended.failures.back());
+    }
+    failures_.insert(failures_.end(), failures.begin(), failures.end());
+    end(job.id, std::move(ended));
+}
+
+void RestoreQueue::end(std::uint32_t id, RestoreJournal::Ended ended) {
+    journal_.end(id, ended);
+    const auto place = std::ranges::find(waiting_, id, [](const Waiting& each) { return each.job.id; });
+    if (place != waiting_.end())
+        waiting_.erase(place);
+    ended_[id] = std::move(ended);
+    if (ended_.size() > mostEnded)
+        ended_.erase(ended_.begin());
+}
+
+void RestoreQueue::report() {
+    RestoreProgress progress;
+    progress.job = firstJob();
+    if (progress.job == 0)
+        return;
+    std::uint64_t running = 0;
+    for (const Waiting& each : waiting_) {
+        progress.pending += each.files;
+        running += each.isRunning ? each.files : 0;
+    }
+    progress.pending -= std::min(arrival_.files, running);
+    // Until the last one stands in its place there is one to come: 0 says that all is over.
+    progress.pending = std::max<std::uint64_t>(progress.pending, 1);
+    progress.file = arrival_.newestFile;
+    progress.fileSize = arrival_.newestSize;
+    options_.onProgress(progress);
+}
+
+void RestoreQueue::reportEnd() {
+    options_.onProgress({});
+    options_.onEnd(failures_);
+    failures_.clear();
+}
+
+std::uint32_t RestoreQueue::firstJob() const {
+    return waiting_.empty() ? 0 : waiting_.front().job.id;
+}
+
+} // namespace kelvane

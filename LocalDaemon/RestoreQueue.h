@@ -1,0 +1,97 @@
+#pragma once
+
+#include "LocalDaemon/Restic.h"
+#include "LocalDaemon/RestoreArrival.h"
+#include "LocalDaemon/RestoreJob.h"
+#include "LocalDaemon/RestoreJournal.h"
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace kelvane {
+
+// The jobs that wait to be restored, and the thread that does them: the higher priority first, then the
+// order in which they came. A job outlives the daemon: one that was running is done again from its beginning.
+//
+// Any thread.
+class RestoreQueue {
+public:
+    struct Options {
+        std::string journalPath;
+        std::shared_ptr<const Restic> restic;
+        // Null as long as it is not known what is in the backup: until then jobs wait, and `wake` says that
+        // it is. Any thread; the queue's mutex may be held.
+        std::function<std::shared_ptr<const BackupIndex>()> index;
+        // Called with the queue's mutex held, so they take note and return. All jobs that were there have
+        // ended when the progress has no job; then `onEnd` tells what failed of them.
+        std::function<void(const RestoreProgress&)> onProgress;
+        std::function<void(const std::vector<RestoreFailure>&)> onEnd;
+        // Before each further try to reach the repository; ten minutes in all.
+        std::vector<std::chrono::milliseconds> waits = usualWaits();
+    };
+
+    [[nodiscard]] static std::vector<std::chrono::milliseconds> usualWaits();
+
+    explicit RestoreQueue(Options options);
+    ~RestoreQueue();
+    RestoreQueue(const RestoreQueue&) = delete;
+    RestoreQueue& operator=(const RestoreQueue&) = delete;
+
+    // Also takes away what a daemon that was killed has left standing.
+    void start();
+    // Interrupts what is running, which is done again after the next start.
+    void stop();
+    void wake();
+
+    // The job's number; 0, which is logged, when it cannot be written down or there are too many.
+    [[nodiscard]] std::uint32_t add(RestoreJob job);
+    // The running one too. Whole files stay.
+    void cancelAll();
+
+    [[nodiscard]] std::uint32_t currentJob() const;             // 0: none
+    [[nodiscard]] std::uint32_t status(std::uint32_t id) const; // of restorestatus
+    // What an ended job could not restore: a line for each file, without control characters.
+    [[nodiscard]] std::string failures(std::uint32_t id) const;
+
+private:
+    struct Waiting {
+        RestoreJob job;
+        std::uint64_t files = 1;
+        bool isRunning = false;
+    };
+
+    void work();
+    [[nodiscard]] bool waitForWork(std::unique_lock<std::mutex>& lock,
+                                   std::shared_ptr<const BackupIndex>& index);
+    [[nodiscard]] std::vector<RestoreJob> takeBatch(const BackupIndex& index);
+    void runBatch(const std::vector<RestoreJob>& jobs, const std::shared_ptr<const BackupIndex>& index);
+    // With the mutex held.
+    void finish(const RestoreJob& job, const std::vector<RestoreFailure>& failures);
+    void end(std::uint32_t id, RestoreJournal::Ended ended);
+    void report();
+    void reportEnd();
+    [[nodiscard]] std::uint32_t firstJob() const;
+
+    const Options options_;
+    RestoreJournal journal_;
+    mutable std::mutex mutex_; // guards what follows
+    std::condition_variable changed_;
+    bool isStopping_ = false;
+    std::uint32_t nextId_ = 1;
+    std::deque<Waiting> waiting_; // in the order in which they will be done, the running ones first
+    std::map<std::uint32_t, RestoreJournal::Ended> ended_;
+    std::vector<RestoreFailure> failures_; // since something began
+    std::shared_ptr<StopSignal> running_;  // null: nothing is
+    Arrival arrival_;                      // of what is running
+    std::thread thread_;
+};
+
+} // namespace kelvane
