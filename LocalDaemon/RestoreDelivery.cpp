@@ -92,6 +92,8 @@ void RestoreDelivery::deliverFolder(const BackupIndex::Item& folder, const std::
     const std::string path = index_.pathOf(folder);
     if (const std::string reason = makeFolder(target); !reason.empty())
         return fail(path, reason);
+    const std::string staged = stagedPath(folder.snapshot, path);
+    const FolderMetadata metadata(staged);
     for (const BackupIndex::Item& child : index_.children(folder)) {
         if (stop_.isSet())
             return;
@@ -100,9 +102,8 @@ void RestoreDelivery::deliverFolder(const BackupIndex::Item& folder, const std::
     }
     if (folder.snapshot == 0)
         return; // only contents of it are known
-    const std::string staged = stagedPath(folder.snapshot, path);
     deliverUnspeakable(staged, target);
-    if (const std::string reason = copyFolderMetadata(staged, target); !reason.empty())
+    if (const std::string reason = metadata.applyTo(target); !reason.empty())
         fail(path, reason);
 }
 

@@ -37,18 +37,21 @@ FileDescriptor openFolder(const std::string& path) {
 
 } // namespace
 
-std::string copyFolderMetadata(const std::string& from, const std::string& to) {
-    struct stat status {};
-    if (::lstat(from.c_str(), &status) != 0)
+FolderMetadata::FolderMetadata(const std::string& folder)
+    : folder_(folder), isThere_(::lstat(folder.c_str(), &status_) == 0) {}
+
+std::string FolderMetadata::applyTo(const std::string& folder) const {
+    if (!isThere_)
         return "it has not come out of the backup";
-    static_cast<void>(::lchown(to.c_str(), status.st_uid, status.st_gid)); // root may, others keep theirs
-    // Read from a folder that may forbid it to its owner as well.
-    static_cast<void>(::chmod(from.c_str(), status.st_mode | S_IRUSR));
-    if (const FileDescriptor source = openFolder(from), place = openFolder(to); source && place)
+    static_cast<void>(
+        ::lchown(folder.c_str(), status_.st_uid, status_.st_gid)); // root may, others keep theirs
+    // The source may forbid its owner to read it.
+    static_cast<void>(::chmod(folder_.c_str(), status_.st_mode | S_IRUSR));
+    if (const FileDescriptor source = openFolder(folder_), place = openFolder(folder); source && place)
         copyAttributes(source.get(), place.get());
-    const std::array<timespec, 2> times{status.st_atim, status.st_mtim};
-    if (::chmod(to.c_str(), status.st_mode & allBits) != 0 ||
-        ::utimensat(AT_FDCWD, to.c_str(), times.data(), AT_SYMLINK_NOFOLLOW) != 0)
+    const std::array<timespec, 2> times{status_.st_atim, status_.st_mtim};
+    if (::chmod(folder.c_str(), status_.st_mode & allBits) != 0 ||
+        ::utimensat(AT_FDCWD, folder.c_str(), times.data(), AT_SYMLINK_NOFOLLOW) != 0)
         return "its mode or times cannot be set: " + std::generic_category().message(errno);
     return {};
 }

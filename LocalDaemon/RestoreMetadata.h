@@ -1,11 +1,23 @@
 #pragma once
 
 #include <string>
+#include <sys/stat.h>
 
 namespace kelvane {
 
-// Gives one folder the mode, owner, times and extended attributes of another. An owner that only root may
-// give stays as it is. Empty, or why it failed. Blocks on the disk.
-[[nodiscard]] std::string copyFolderMetadata(const std::string& from, const std::string& to);
+// A folder's mode, owner, times and extended attributes, as they are when it is made: what is then taken out
+// of the folder changes its times. Blocks on the disk.
+class FolderMetadata {
+public:
+    explicit FolderMetadata(const std::string& folder);
+
+    // An owner that only root may give stays as it is. Empty, or why it failed.
+    [[nodiscard]] std::string applyTo(const std::string& folder) const;
+
+private:
+    const std::string folder_;
+    struct stat status_ {};
+    bool isThere_ = false;
+};
 
 } // namespace kelvane

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "LocalDaemon/BackupIndex.h"
+#include "LocalDaemon/Repository.h"
+#include "Tests/Harness/TemporaryFolder.h"
+
+#include <gtest/gtest.h>
+#include <memory>
+
+namespace kelvane::tests {
+
+// A folder "home", and an index of what `backUp` has put into the repository beside it or `pretendBackUp` has
+// found on the disk; each takes the place of the one before, and keeps what that one held alone.
+class BackedUpFolder : public TemporaryFolder {
+public:
+    BackedUpFolder() {
+        std::filesystem::create_directories(home());
+        write("password", "secret");
+    }
+
+    [[nodiscard]] std::string home() const { return *this / "home"; }
+    [[nodiscard]] std::shared_ptr<const BackupIndex> index() const { return index_; }
+    [[nodiscard]] RepositoryPlace place() const {
+        return {*this / "repository", *this / "password", *this / "cache", {}, "restic"};
+    }
+
+    void backUp() {
+        if (!std::filesystem::exists(*this / "repository"))
+            expectSuccess({"init"});
+        expectSuccess({"backup", "--quiet", "--tag", repository().tag(), home()});
+        const std::vector<Snapshot> snapshots = repository().snapshots(StopSignal()).snapshots;
+        ASSERT_FALSE(snapshots.empty());
+        std::vector<SnapshotItem> items;
+        const auto take = [&items](SnapshotItem&& item) { items.push_back(std::move(item)); };
+        EXPECT_TRUE(repository().list(snapshots.back().id, take, StopSignal()).outcome.succeeded());
+        index_ = std::make_shared<BackupIndex>(indexWith(*index_, "repository", snapshots.back(), items));
+    }
+    void pretendBackUp() {
+        std::vector<SnapshotItem> items{{home(), ItemKind::Folder}};
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(home()))
+            items.push_back({entry.path(), entry.is_directory() ? ItemKind::Folder : ItemKind::File,
+                             entry.is_directory() ? 0 : entry.file_size()});
+        index_ = std::make_shared<BackupIndex>(
+            indexWith(*index_, "repository", {std::string(64, 'a'), 1}, std::move(items)));
+    }
+
+private:
+    [[nodiscard]] Repository repository() const { return {std::make_shared<Restic>(place()), 1}; }
+    void expectSuccess(const std::vector<std::string>& arguments) const {
+        Restic::Call call;
+        call.arguments = arguments;
+        const ResticOutcome outcome = Restic(place()).run(call, StopSignal());
+        EXPECT_TRUE(outcome.succeeded()) << outcome.errors;
+    }
+
+    std::shared_ptr<const BackupIndex> index_ = std::make_shared<BackupIndex>();
+};
+
+} // namespace kelvane::tests

@@ -1,0 +1,268 @@
+#include "LocalDaemon/RestoreQueue.h"
+#include "Common/RestoreStatus.h"
+#include "LocalDaemon/RestoreStaging.h"
+#include "Tests/LocalDaemon/BackedUpFolder.h"
+
+#include <condition_variable>
+#include <fcntl.h>
+#include <optional>
+#include <sys/stat.h>
+
+namespace kelvane::tests {
+namespace {
+
+namespace fs = std::filesystem;
+using std::chrono::milliseconds;
+
+constexpr std::int64_t longAgo = 981'173'106;
+constexpr long nanoseconds = 123'456'789;
+
+constexpr const char* copyScript = R"(mkdir -p "$4"
+while [ $# -gt 0 ]; do
+    if [ "$1" = --include ]; then cp -a --parents "$2" "$target"; shift; fi
+    if [ "$1" = --target ]; then target=$2; shift; fi
+    shift
+done)";
+
+void setTime(const std::string& path) {
+    const timespec times[] = {{longAgo, nanoseconds}, {longAgo, nanoseconds}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0) << path;
+}
+
+// All that is below a folder: by its path there, what it is, its mode, times and contents.
+std::map<std::string, std::string> picture(const std::string& folder) {
+    std::map<std::string, std::string> found;
+    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+        struct stat status {};
+        ::lstat(entry.path().c_str(), &status);
+        std::string text = std::to_string(status.st_mode) + ' ' + std::to_string(status.st_uid) + ' ' +
+                           std::to_string(status.st_mtim.tv_sec) + '.' +
+                           std::to_string(status.st_mtim.tv_nsec);
+        if (S_ISLNK(status.st_mode))
+            text += " -> " + fs::read_symlink(entry.path()).string();
+        else if (S_ISREG(status.st_mode)) {
+            std::ifstream file(entry.path(), std::ios::binary);
+            text += ' ' + std::string(std::istreambuf_iterator<char>(file), {});
+        }
+        found[entry.path().string().substr(folder.size())] = text;
+    }
+    return found;
+}
+
+class RestoreQueueTest : public testing::Test {
+protected:
+    void TearDown() override { queue_.reset(); }
+
+    void start(const std::string& program = "restic") {
+        RestoreQueue::Options options;
+        options.journalPath = folder_ / "state/jobs";
+        RepositoryPlace place = folder_.place();
+        place.program = program;
+        options.restic = std::make_shared<Restic>(place);
+        options.index = [this] {
+            return folder_.index()->repositoryId().empty() ? nullptr : folder_.index();
+        };
+        options.onProgress = [this](const RestoreProgress& progress) {
+            const std::scoped_lock guard(mutex_);
+            reports_.push_back(progress);
+            changed_.notify_all();
+        };
+        options.onEnd = [this](const std::vector<RestoreFailure>& failures) {
+            const std::scoped_lock guard(mutex_);
+            ends_.push_back(failures);
+            changed_.notify_all();
+        };
+        options.waits = {milliseconds(1), milliseconds(1)};
+        queue_.emplace(options);
+        queue_->start();
+    }
+    // A program in restic's place.
+    std::string script(const std::string& text) {
+        const std::string path = folder_.write("fake-restic", "#!/bin/bash\n" + text);
+        fs::permissions(path, fs::perms::owner_all);
+        return path;
+    }
+    // A restic that has all that it is asked for on the disk.
+    std::string copying() { return script(copyScript); }
+    template <class Condition>
+    bool waitFor(Condition condition) {
+        std::unique_lock guard(mutex_);
+        return changed_.wait_for(guard, std::chrono::seconds(20), condition);
+    }
+    std::uint32_t add(const std::string& source, const std::string& target) {
+        return queue_->add({0, 0, 50, source, target});
+    }
+    std::uint32_t restore(const std::string& source, const std::string& target) {
+        const std::size_t before = ends_.size();
+        const std::uint32_t job = add(source, target);
+        EXPECT_TRUE(waitFor([&] { return ends_.size() > before; }));
+        return job;
+    }
+    [[nodiscard]] std::string home(std::string_view name) const {
+        return folder_.home() + '/' + std::string(name);
+    }
+    [[nodiscard]] bool hasStaging(const std::string& where) const {
+        for (const auto& entry : fs::directory_iterator(where))
+            if (entry.path().filename().string().starts_with(stagingPrefix))
+                return true;
+        return false;
+    }
+
+    BackedUpFolder folder_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<RestoreProgress> reports_;
+    std::vector<std::vector<RestoreFailure>> ends_;
+    std::optional<RestoreQueue> queue_;
+};
+
+TEST_F(RestoreQueueTest, EverythingComesBackAsItWasAlsoWhatOnlyAnEarlierSnapshotHolds) {
+    folder_.write("home/x [y]*?.txt", "glob");
+    folder_.write("home/x y.txt", "not meant");
+    folder_.write("home/back\\slash/**/new\nline", "odd");
+    folder_.write("home/no \xff utf-8", "raw");
+    folder_.write("home/deep/er/secret", "s");
+    folder_.write("home/deep/gone", "earlier");
+    fs::create_symlink("nowhere", home("link"));
+    fs::create_directories(home("empty"));
+    ASSERT_EQ(::chmod(home("deep/er/secret").c_str(), 0), 0);
+    ASSERT_EQ(::chmod(home("deep/er").c_str(), 0555), 0);
+    for (const char* name : {"x [y]*?.txt", "link", "deep/gone", "deep/er", "deep", "empty", ""})
+        setTime(home(name));
+    folder_.backUp();
+    const auto before = picture(folder_.home());
+    fs::remove(home("deep/gone"));
+    setTime(home("deep"));
+    folder_.backUp();
+    start();
+
+    const std::uint32_t job = restore(folder_.home(), folder_ / "new/place");
+    EXPECT_EQ(queue_->status(job), restorestatus::finished) << queue_->failures(job);
+    EXPECT_EQ(picture(folder_ / "new/place"), before);
+    EXPECT_EQ(hasStaging(folder_ / "new"), false);
+
+    // Over what is there: one file by its name alone, with a folder that is not there any more.
+    fs::remove_all(folder_ / "new/place/back\\slash");
+    folder_.write("new/place/x [y]*?.txt", "changed");
+    folder_.write("new/place/x y.txt", "stays");
+    restore(home("x [y]*?.txt"), folder_ / "new/place/x [y]*?.txt");
+    restore(home("back\\slash/**/new\nline"), folder_ / "new/place/back\\slash/**/new\nline");
+    EXPECT_EQ(folder_.read("new/place/x [y]*?.txt"), "glob");
+    EXPECT_EQ(folder_.read("new/place/x y.txt"), "stays");
+    EXPECT_EQ(folder_.read("new/place/back\\slash/**/new\nline"), "odd");
+    EXPECT_TRUE(ends_[0].empty() && ends_[1].empty() && ends_[2].empty());
+}
+
+TEST_F(RestoreQueueTest, WhatFailsIsNamedAndStopsNothingElse) {
+    for (const char* name : {"a", "b", "d/e", "z"})
+        folder_.write(std::string("home/") + name, name);
+    folder_.pretendBackUp();
+    fs::create_directories(folder_ / "out/a/in the way");
+    folder_.write("out/d", "in the way");
+    folder_.write("out/b", "old");
+    start(copying());
+    const std::uint32_t job = restore(folder_.home(), folder_ / "out");
+    EXPECT_EQ(queue_->status(job), restorestatus::incomplete);
+    EXPECT_EQ(queue_->failures(job), home("a") + ": a folder stands in its place\n" + home("d") +
+                                         ": something else than a folder stands at " + (folder_ / "out/d") +
+                                         '\n');
+    EXPECT_EQ(folder_.read("out/b"), "b");
+    EXPECT_EQ(folder_.read("out/z"), "z");
+    EXPECT_EQ(folder_.read("out/d"), "in the way");
+    const std::uint32_t other = restore(home("never"), folder_ / "out/never");
+    EXPECT_EQ(queue_->failures(other), home("never") + ": it is not in the backup\n");
+    EXPECT_EQ(ends_[1].size(), 1U);
+    EXPECT_FALSE(hasStaging(folder_ / "out"));
+
+    // The progress has told of each job, and of the end by a count of nothing.
+    EXPECT_EQ(reports_.front().job, job);
+    EXPECT_EQ(reports_.front().pending, 4U);
+    EXPECT_EQ(reports_.back(), RestoreProgress());
+}
+
+// As restic does when a pack is damaged: it says so, and leaves a file of the right size with a hole in it.
+TEST_F(RestoreQueueTest, AFileThatResticHasTroubleWithDoesNotReplaceAnother) {
+    folder_.write("home/a\nb", "12345");
+    folder_.write("home/c", "12345");
+    folder_.write("home/short", "12345");
+    folder_.pretendBackUp();
+    folder_.write("out/a\nb", "old");
+    folder_.write("out/short", "old");
+    start(script(R"(mkdir -p "$4)" + folder_.home() + R"("; cd "$4)" + folder_.home() + R"("
+printf '12345' > $'a\nb'; printf '12345' > c; printf '123' > short
+printf 'ignoring error for %s: ciphertext verification failed\nFatal: There were 1 errors\n' ")" +
+                 folder_.home() + R"("$'/a\nb' >&2; exit 1)"));
+    const std::uint32_t job = restore(folder_.home(), folder_ / "out");
+    EXPECT_EQ(queue_->failures(job),
+              home("a?b") + ": ciphertext verification failed\n" + home("short") +
+                  ": it has come out of the backup as something else than was saved\n");
+    EXPECT_EQ(folder_.read("out/a\nb"), "old");
+    EXPECT_EQ(folder_.read("out/short"), "old");
+    EXPECT_EQ(folder_.read("out/c"), "12345");
+}
+
+TEST_F(RestoreQueueTest, ARepositoryThatComesBackIsWaitedForAndOneThatDoesNotIsSaid) {
+    folder_.write("home/a", "1");
+    folder_.pretendBackUp();
+    start(script("echo x >> " + (folder_ / "tries") + R"(
+if [ $(wc -l < )" +
+                 (folder_ / "tries") + R"() -lt 3 ]; then echo 'Fatal: connection refused' >&2; exit 1; fi
+)" + copyScript));
+    EXPECT_EQ(queue_->status(restore(home("a"), folder_ / "b")), restorestatus::finished);
+    EXPECT_EQ(folder_.read("b"), "1");
+    queue_.reset();
+    start(script("echo 'Fatal: connection refused' >&2; exit 1"));
+    const std::uint32_t job = restore(home("a"), folder_ / "c");
+    EXPECT_EQ(queue_->failures(job), home("a") + ": Fatal: connection refused\n");
+}
+
+TEST_F(RestoreQueueTest, CancellingEndsEverythingAtOnceAndLeavesWholeFilesOnly) {
+    folder_.write("home/a", "new");
+    folder_.write("home/b", "new");
+    folder_.pretendBackUp();
+    folder_.write("out/a", "old");
+    start(script(R"(mkdir -p "$4)" + folder_.home() + R"("; printf n > "$4)" + folder_.home() + R"(/a"
+touch )" + (folder_ / "started") +
+                 "; sleep 60"));
+    const std::uint32_t running = add(folder_.home(), folder_ / "out");
+    const std::uint32_t waiting = add(home("b"), folder_ / "b");
+    EXPECT_EQ(queue_->currentJob(), running);
+    EXPECT_EQ(queue_->status(waiting), restorestatus::waiting);
+    ASSERT_TRUE(waitFor([&] { return reports_.back().pending == 3; }));
+    while (!fs::exists(folder_ / "started"))
+        std::this_thread::yield();
+
+    const auto begin = std::chrono::steady_clock::now();
+    queue_->cancelAll();
+    queue_->stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
+    EXPECT_EQ(queue_->status(running), restorestatus::cancelled);
+    EXPECT_EQ(queue_->status(waiting), restorestatus::cancelled);
+    EXPECT_EQ(folder_.read("out/a"), "old");
+    EXPECT_FALSE(fs::exists(folder_ / "b") || hasStaging(folder_ / "out"));
+    EXPECT_EQ(ends_.size(), 1U);
+}
+
+TEST_F(RestoreQueueTest, AJobOutlivesTheDaemonAndWhatAKilledOneLeftIsTakenAway) {
+    folder_.write("home/a", "new");
+    folder_.pretendBackUp();
+    start(script("sleep 60"));
+    const std::uint32_t job = add(home("a"), folder_ / "out/a");
+    queue_.reset(); // as when the machine is shut down
+    fs::create_directories(folder_ / "out/.kelvane-restore-9/1");
+    fs::permissions(folder_ / "out/.kelvane-restore-9", fs::perms::none);
+    std::ofstream(folder_ / "state/jobs", std::ios::app) << "staging\t" << folder_ / "out/.kelvane-restore-9"
+                                                         << "\t\njob\t8\t0\t50\t/half";
+    start(copying());
+    ASSERT_TRUE(waitFor([&] { return !ends_.empty(); }));
+    EXPECT_EQ(queue_->status(job), restorestatus::finished);
+    EXPECT_EQ(folder_.read("out/a"), "new");
+    EXPECT_FALSE(hasStaging(folder_ / "out"));
+    queue_.reset();
+    start(copying());
+    EXPECT_EQ(queue_->status(job), restorestatus::finished); // and not done again
+    EXPECT_EQ(add(home("a"), folder_ / "b"), job + 1);
+}
+
+} // namespace
+} // namespace kelvane::tests
