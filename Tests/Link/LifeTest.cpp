@@ -5,6 +5,115 @@ namespace {
 
 using Heard = std::vector<std::string>;
 
+class StatePoll : public BackupStateTest {
+protected:
+    void SetUp() override {
+        state->setWantsStateChangedNotifications();
+        daemon.setState("quotaMB", 5);
+    }
+    [[nodiscard]] std::size_t polls() const { return daemon.callCount("daemonState"); }
+};
+
+TEST_F(BackupStateTest, PollsOnlyWhenSomebodyWantsToKnow) {
+    connect();
+    loop->advance(10s);
+    EXPECT_EQ(daemon.callCount("daemonState"), 0U);
+    EXPECT_EQ(loop->runningTimers(), 0);
+    state->updateDaemonState();
+    EXPECT_EQ(heard, (Heard{"connected", "state"}));
+}
+
+TEST_F(StatePoll, RunsAfterTheNewsOfTheConnectionAndThenEveryTwoSecondsWhileConnected) {
+    std::size_t pollsBefore = 1;
+    const auto observer =
+        notifications->observe(std::string(KelvaneBackupStateConnectionChangedNotification), nullptr,
+                               [&](const Notification&) { pollsBefore = polls(); });
+    connect();
+    EXPECT_EQ(pollsBefore, 0U);
+    EXPECT_EQ(polls(), 1U);
+    loop->advance(1999ms);
+    EXPECT_EQ(polls(), 1U);
+    loop->advance(4001ms);
+    EXPECT_EQ(polls(), 4U);
+    loseDaemon();
+    loop->advance(900ms);
+    state->updateDaemonState();
+    EXPECT_EQ(polls(), 4U);
+    EXPECT_EQ(loop->runningTimers(), 1); // the retry
+    EXPECT_EQ(state->quotaMB(), 5U);     // kept meanwhile
+    ASSERT_TRUE(daemon.start());
+    loop->advance(100ms);
+    EXPECT_EQ(polls(), 5U);
+    loop->advance(2s);
+    EXPECT_EQ(polls(), 6U);
+    EXPECT_EQ(heard, (Heard{"connected", "state", "lost", "connected"})) << "the same dictionary is no news";
+}
+
+TEST_F(StatePoll, AnnouncesADictionaryOnlyWhenItIsAnotherOne) {
+    daemon.setState("paused", true);
+    connect();
+    loop->advance(2s);
+    EXPECT_EQ(states, (std::vector<Value>{Dictionary{{"quotaMB", 5}, {"paused", true}}}));
+    // The same with numbers of another kind and in another order.
+    daemon.changeWorld([](DaemonWorld& world) {
+        world.state = Dictionary{{"paused", 1U}, {"quotaMB", 5.0}};
+    });
+    loop->advance(2s);
+    EXPECT_EQ(states.size(), 1U);
+    daemon.setState("quotaMB", 6);
+    loop->advance(4s);
+    EXPECT_EQ(heard, (Heard{"connected", "state", "state"}));
+    EXPECT_EQ(states.back()["quotaMB"], Value(6));
+    EXPECT_EQ(logged("daemonState: ").size(), 2U);
+}
+
+TEST_F(StatePoll, ClearsAndAnnouncesEveryTimeThatThereIsNoDictionary) {
+    connect();
+    for (const Value& answer : {Value(), Value("text"), Value(Array{1})}) {
+        daemon.answer("daemonState", answer);
+        states.clear();
+        loop->advance(4s);
+        EXPECT_EQ(states, (std::vector<Value>{Value(), Value()})) << answer.description();
+        EXPECT_EQ(state->quotaMB(), 0U);
+    }
+    daemon.answerAsUsual("daemonState");
+    loop->advance(2s);
+    EXPECT_EQ(state->quotaMB(), 5U);
+    EXPECT_EQ(logged("daemonState: (null)").size(), 6U);
+}
+
+// The daemon has taken the question and dies; nobody tells the caller before the receive thread does.
+TEST_F(StatePoll, EndsWhenTheDaemonDiesInTheMiddleOfIt) {
+    connect();
+    daemon.answerWith("daemonState", [this](const Array&) {
+        daemon.stop();
+        return Value("too late");
+    });
+    loop->advance(2s);
+    EXPECT_EQ(states, (std::vector<Value>{Dictionary{{"quotaMB", 5}}, Value()}));
+    ASSERT_TRUE(loop->runUntil([this] { return !state->connected(); }));
+    daemon.answerAsUsual("daemonState");
+    ASSERT_TRUE(daemon.start());
+    loop->advance(1s);
+    EXPECT_EQ(heard, (Heard{"connected", "state", "state", "lost", "connected", "state"}));
+}
+
+TEST_F(StatePoll, IsNotStartedWhenAnObserverFindsTheLinkGone) {
+    const auto observer = notifications->observe(std::string(KelvaneBackupStateConnectionChangedNotification),
+                                                 nullptr, [this](const Notification&) {
+                                                     if (!state->connected() || !daemon.waitForPanes(1))
+                                                         return;
+                                                     daemon.stop();
+                                                     EXPECT_EQ(state->userEmail(), "");
+                                                 });
+    ASSERT_TRUE(daemon.start());
+    state->onBegin();
+    EXPECT_FALSE(state->connected());
+    EXPECT_EQ(polls(), 0U);
+    EXPECT_EQ(loop->runningTimers(), 1); // the retry
+    EXPECT_EQ(heard, (Heard{"connected", "lost"}));
+}
+
 TEST_F(BackupStateTest, EndIsHeardByThoseWhoObserveIt) {
     state->setWantsStateChangedNotifications();
     connect();

@@ -113,6 +113,8 @@ TEST_F(StatusTabTest, ShowsKeptFieldsUntilTheDaemonHasSpokenAndKeepsWhatItSaid) 
     EXPECT_EQ(text("backupField"), "Backup in progress");
     tab->writeStatusFieldsToDefaultsDB();
     EXPECT_EQ(DefaultsDB::stringProperty("lastBackupStatusStr"), "Backup in progress");
+    EXPECT_EQ(DefaultsDB::stringProperty("lastSizeOfBackupStr"), "57.08 GB (48213 files)");
+    EXPECT_EQ(DefaultsDB::stringProperty("lastNumberOfFilesAwaitingBackupStr"), "3.83 GB (1906 files)");
     EXPECT_EQ(DefaultsDB::intProperty("lastPercentageDoneInt"), 93);
     EXPECT_EQ(DefaultsDB::stringProperty("lastPrioritySettingBool"), "NO");
 }
