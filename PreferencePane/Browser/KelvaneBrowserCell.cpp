@@ -1,8 +1,9 @@
 #include "PreferencePane/Browser/KelvaneBrowserCell.h"
 
+#include "PreferencePane/Services/FormTexts.h"
+
 #include <QPainter>
 #include <QStyleOptionViewItem>
-#include <algorithm>
 
 namespace kelvane {
 namespace {
@@ -16,27 +17,6 @@ constexpr int gapBeforeIcon = 4;
 constexpr int gapBeforeTitle = 6;
 constexpr int titleStart = gapBeforeIcon + iconExtent + gapBeforeTitle;
 
-bool spoilsALine(QChar character) {
-    switch (character.category()) {
-    case QChar::Other_Control:
-    case QChar::Separator_Line:
-    case QChar::Separator_Paragraph: return true;
-    default: break;
-    }
-    switch (character.direction()) {
-    case QChar::DirLRE:
-    case QChar::DirLRO:
-    case QChar::DirRLE:
-    case QChar::DirRLO:
-    case QChar::DirPDF:
-    case QChar::DirLRI:
-    case QChar::DirRLI:
-    case QChar::DirFSI:
-    case QChar::DirPDI: return true;
-    default: return false;
-    }
-}
-
 bool isHighlighted(const QStyleOptionViewItem& look) {
     return look.state.testFlag(QStyle::State_Selected);
 }
@@ -44,9 +24,7 @@ bool isHighlighted(const QStyleOptionViewItem& look) {
 } // namespace
 
 QString KelvaneBrowserCell::shownTitle() const {
-    QString title = QString::fromStdString(title_);
-    std::replace_if(title.begin(), title.end(), spoilsALine, QChar(QChar::ReplacementCharacter));
-    return title;
+    return oneLine(title_);
 }
 
 QString KelvaneBrowserCell::toolTip(const QRect& frame, const QStyleOptionViewItem& look) const {

@@ -22,7 +22,7 @@ std::optional<BrowserRows>
 KelvaneRestoreTabController::volumeRows(const std::shared_ptr<KelvaneProxy>& daemon) {
     const Value dictionaries = daemon->call<"childrenDictionariesForPath:">("");
     rootColumnCount_ = static_cast<std::uint32_t>(dictionaries.array().size());
-    if (!dictionaries.isArray())
+    if (dictionaries.isAbsent())
         return std::nullopt;
     const auto volumes = prefs_.fileServices().fileSystem().volumes();
     const QIcon disk = qIcon(prefs_.fileServices().iconOfDisk());

@@ -8,6 +8,7 @@
 #include "PreferencePane/Restore/ui_DisabledRestoreView.h"
 #include "PreferencePane/Restore/ui_RestoreProgressView.h"
 #include "PreferencePane/Restore/ui_RestoreView.h"
+#include "PreferencePane/Services/FormTexts.h"
 #include "PreferencePane/Services/TabPage.h"
 #include "Support/Logging.h"
 
@@ -31,8 +32,10 @@ void makePlain(QLineEdit& field) {
 
 // Left alone, a screen reader tells the placeholder also where it does not show.
 void show(QLineEdit& field, const std::string& text) {
-    field.setText(QString::fromStdString(text));
-    field.setCursorPosition(0);
+    if (const QString line = oneLine(text); line != field.text()) {
+        field.setText(line);
+        field.setCursorPosition(0);
+    }
     field.setAccessibleDescription(text.empty() ? field.placeholderText() : field.accessibleName());
 }
 
@@ -112,7 +115,11 @@ void KelvaneRestoreTabController::readyChangedNotification() {
     if (!prefs_.connected())
         closeSheets(); // what is chosen now could not be restored
     setCurrentView();
-    ui_->restoreBrowser->reloadColumn(0);
+    // The open folders, too: nobody could tell of their changes meanwhile.
+    for (int column = 0; column <= ui_->restoreBrowser->lastColumn(); ++column)
+        ui_->restoreBrowser->reloadColumn(column);
+    if (prefs_.connected() && selectedFilePaths() != chosenPaths_)
+        restoreBrowserAction();
 }
 
 void KelvaneRestoreTabController::daemonStateChangedNotification() {
@@ -126,28 +133,37 @@ std::vector<std::string> KelvaneRestoreTabController::selectedFilePaths() const 
 }
 
 void KelvaneRestoreTabController::restoreBrowserAction() {
-    const std::vector<std::string> paths = selectedFilePaths();
+    const auto look = tellSelection();
+    if (!look)
+        return;
+    ui_->getInfoButton->setEnabled(look->getInfo);
+    ui_->restoreButton->setEnabled(look->restore);
+}
+
+// None when the link was lost in the middle: that was told meanwhile, and what is so now is shown.
+std::optional<SelectionLook> KelvaneRestoreTabController::tellSelection() {
+    const std::vector<std::string> paths = chosenPaths_ = selectedFilePaths();
     const auto daemon = prefs_.proxy();
     const FileNodeRef first = paths.empty() ? nullptr : KelvaneFileNode::fileNodeForPath(paths[0], daemon);
     if (prefs_.proxy() != daemon)
-        return; // was told so meanwhile, and has shown what is so now
+        return std::nullopt;
     const std::optional<Date> date = first ? first->backupDate() : std::nullopt;
     const SelectionLook look = selectionLookFor(paths.size(), date.has_value(), tabItemsAreEnabled_,
                                                 prefs_.prefPaneAccessAuthorized());
     if (!look.namePlaceholder.empty())
         ui_->filenameField->setPlaceholderText(QString::fromStdString(prefs_.text(look.namePlaceholder)));
     ui_->dateField->setPlaceholderText(QString::fromStdString(prefs_.text(look.datePlaceholder)));
-    ui_->getInfoButton->setEnabled(look.getInfo);
-    ui_->restoreButton->setEnabled(look.restore);
     show(*ui_->filenameField, first && paths.size() == 1 ? first->fileName() : std::string());
     show(*ui_->dateField, date ? prefs_.fileServices().dateAndTime(*date) : std::string());
+    return look;
 }
 
-// What is selected is told first, because that asks the daemon.
+// What is selected is told first, because that asks the daemon. Each button is set once: one that was
+// disabled in between would lose the keyboard.
 void KelvaneRestoreTabController::enableTabItems(bool enabled) {
     setCurrentView();
     tabItemsAreEnabled_ = enabled;
-    restoreBrowserAction();
+    static_cast<void>(tellSelection());
     const RestoreControls controls = restoreControlsFor(selectedFilePaths().size(), tabItemsAreEnabled_,
                                                         prefs_.prefPaneAccessAuthorized());
     ui_->destinationButton->setEnabled(controls.destination);

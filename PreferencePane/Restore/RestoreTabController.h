@@ -49,6 +49,7 @@ private:
     void readyChangedNotification();
     void daemonStateChangedNotification();
     void restoreBrowserAction();
+    std::optional<SelectionLook> tellSelection();
     void getInfoAction();
     void restoreAssistantAction();
     [[nodiscard]] std::vector<std::string> selectedFilePaths() const;
@@ -95,6 +96,8 @@ private:
     bool tabItemsAreEnabled_ = false;
     bool registeredForUIEvents_ = false;
     RestoreCounts counts_;
+    std::vector<std::string> chosenPaths_;   // what the fields speak of
+    std::vector<std::string> restoredPaths_; // when Restore was pressed
     std::string restoreFileName_;
     std::uint64_t restoreFileSize_ = 0;
     std::uint32_t rootColumnCount_ = 0; // volumes that the daemon last had for the first column

@@ -24,7 +24,12 @@ std::string desktopFolder() {
 
 } // namespace
 
+// What was chosen may have gone from the backup, which leaves the folder that held it selected: the fields
+// have not spoken of that.
 void KelvaneRestoreTabController::restoreAction() {
+    restoredPaths_ = selectedFilePaths();
+    if (restoredPaths_ != chosenPaths_)
+        return restoreBrowserAction();
     selectedRestoreLocation_ = restoreLocationAt(ui_->destinationButton->currentIndex());
     switch (selectedRestoreLocation_) {
     case RestoreLocation::Original: return showAlert(restoreOriginalAlert, !selectedVolumesMissing());
@@ -68,11 +73,13 @@ bool KelvaneRestoreTabController::isVolumeMissing(const std::string& volume) con
 }
 
 bool KelvaneRestoreTabController::selectedVolumesMissing() const {
-    const std::set<std::string> volumes = volumesOf(selectedFilePaths());
+    const std::set<std::string> volumes = volumesOf(restoredPaths_);
     return std::ranges::any_of(volumes, [this](const std::string& path) { return isVolumeMissing(path); });
 }
 
 void KelvaneRestoreTabController::chooseRestoreLocation() {
+    if (!prefs_.connected())
+        return; // lost since the answer
     const std::string message = prefs_.text("Select destination for restored files:");
     panel_ =
         new QFileDialog(ui_->restoreBrowser->window(), QString::fromStdString(message), QDir::homePath());

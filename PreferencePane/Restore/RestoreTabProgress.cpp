@@ -21,12 +21,15 @@ void KelvaneRestoreTabController::restoreToPath(const std::optional<std::string>
     showNoCountsYet();
     prefs_.showRestoreProgress(true);
     progress_->restoreProgress->startAnimation();
-    for (const std::string& path : selectedFilePaths()) {
+    std::size_t asked = 0;
+    for (const std::string& path : restoredPaths_) {
         const auto daemon = prefs_.proxy();
         if (!daemon)
-            return KelvaneCLog("The daemon has gone before it was asked to restore %@", path);
+            return KelvaneSystemLog("The daemon has gone: it was asked to restore %llu of %llu items", asked,
+                                    restoredPaths_.size());
         const std::uint32_t job = daemon->call<"restoreFile:toPath:version:priority:">(
             path, restoreTarget(path, folder), latestVersion, usualPriority);
+        ++asked;
         KelvaneCLog("created restore job %d. %@ -> %@", job, path, folder ? Value(*folder) : Value());
     }
 }
@@ -45,6 +48,7 @@ void KelvaneRestoreTabController::showNoCountsYet() {
     progress_->restoreStatusField->setText(QString::fromStdString(prefs_.text("Preparing to restore…")));
     progress_->awaitingRestoreLabel->hide();
     progress_->awaitingRestoreField->clear();
+    progress_->restoreProgress->setValue(0);
     progress_->restoreProgress->setIndeterminate(true);
 }
 

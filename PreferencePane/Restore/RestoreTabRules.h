@@ -31,8 +31,6 @@ struct RestoreControls {
     bool assistant = false;
     bool restore = false;
     bool getInfo = false;
-
-    friend bool operator==(const RestoreControls&, const RestoreControls&) = default;
 };
 [[nodiscard]] RestoreControls restoreControlsFor(std::size_t selected, bool isEnabled, bool isAuthorized);
 

@@ -2,6 +2,7 @@
 
 #include <QVariant>
 #include <QWidget>
+#include <algorithm>
 
 namespace kelvane {
 namespace {
@@ -17,7 +18,34 @@ void localize(QWidget& widget, const Bundle& bundle) {
     }
 }
 
+bool spoilsALine(QChar character) {
+    switch (character.category()) {
+    case QChar::Other_Control:
+    case QChar::Separator_Line:
+    case QChar::Separator_Paragraph: return true;
+    default: break;
+    }
+    switch (character.direction()) {
+    case QChar::DirLRE:
+    case QChar::DirLRO:
+    case QChar::DirRLE:
+    case QChar::DirRLO:
+    case QChar::DirPDF:
+    case QChar::DirLRI:
+    case QChar::DirRLI:
+    case QChar::DirFSI:
+    case QChar::DirPDI: return true;
+    default: return false;
+    }
+}
+
 } // namespace
+
+QString oneLine(const std::string& text) {
+    QString line = QString::fromStdString(text);
+    std::replace_if(line.begin(), line.end(), spoilsALine, QChar(QChar::ReplacementCharacter));
+    return line;
+}
 
 void localizeForm(QWidget& form, const Bundle& bundle) {
     localize(form, bundle);

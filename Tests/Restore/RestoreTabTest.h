@@ -22,8 +22,10 @@ protected:
             tab->enableTabItems(true);
             pane.post(KelvanePrefPaneReadyChangedNotification);
         });
-        observe(KelvaneBackupStateChangedNotification,
-                [this] { pane.post(KelvanePrefPaneDaemonStateChangedNotification); });
+        observe(KelvaneBackupStateChangedNotification, [this] {
+            tab->enableTabItems(true); // by the Status tab, which hears of it first
+            pane.post(KelvanePrefPaneDaemonStateChangedNotification);
+        });
         tab->enableTabItems(true);
         tab->awakeFromNib();
         static_cast<QVBoxLayout*>(pane.mainView()->layout())

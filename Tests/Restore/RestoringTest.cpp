@@ -117,6 +117,13 @@ TEST_F(RestoringTest, KnowsWhichVolumesAreMissing) {
         EXPECT_EQ(sheetButton("Restore to Original").isEnabled(), canRestore);
         delete sheet();
     }
+    daemon.answer("dictionaryForPath:withDirSizes:", Dictionary{{"fileName", "/"}});
+    choose({"System"});
+    choose({"Gone"}, Qt::ControlModifier);
+    tab->enableTabItems(true);
+    pressRestore(0);
+    EXPECT_FALSE(sheetButton("Restore to Original").isEnabled()) << "one of two is missing";
+    delete sheet();
     // On the way to the Desktop nobody asks.
     pressRestore(1);
     EXPECT_TRUE(sheetButton("Restore to Original").isEnabled());
@@ -132,6 +139,18 @@ TEST_F(RestoringTest, ShowsItsProgressBeforeItLooksAtTheSelection) {
     EXPECT_EQ(targets(), Strings());
     tab->restoredPendingCount(0);
     EXPECT_EQ(pane.calls, (Strings{"showRestoreProgress 1", "showRestoreProgress 0"}));
+}
+
+TEST_F(RestoringTest, RestoresNothingThatTheFieldsHaveNotSpokenOf) {
+    choose({"a.txt"}, {}, 2);
+    daemon.changeWorld([](DaemonWorld& world) {
+        world.file("/Volumes/USB/docs/a.txt")->mutableDictionary().set("backupFlags", 0U);
+    });
+    tab->fileChanged("/Volumes/USB/docs/a.txt");
+    EXPECT_EQ(titles(2), Strings{"b.txt"});
+    pressRestore(0);
+    EXPECT_EQ(sheet(), nullptr);
+    EXPECT_EQ(text("filenameField"), "docs"); // now they speak of the folder
 }
 
 TEST_F(RestoringTest, TellsHowFarItIs) {
@@ -156,8 +175,9 @@ TEST_F(RestoringTest, TellsHowFarItIs) {
     // One more while this one runs counts anew.
     restore(0, "Restore to Original");
     EXPECT_TRUE(bar().isIndeterminate());
-    tab->restoredPendingCount(4);
-    EXPECT_EQ(text("restoreStatusField"), "Restoring item 1 of 4, 1.50 KB");
+    EXPECT_EQ(bar().value(), 0);
+    tab->restoredPendingCount(2);
+    EXPECT_EQ(text("restoreStatusField"), "Restoring item 1 of 2, 1.50 KB");
     click("restoreCancelButton");
     EXPECT_TRUE(daemon.waitForCalls("cancelAllRestoreJobs"));
     EXPECT_EQ(pane.calls.back(), "showRestoreProgress 0");

@@ -88,6 +88,7 @@ TEST_F(SelectingTest, TellsWhatIsSelected) {
     const std::vector<const char*> controls{"destinationButton", "restoreAssistantButton", "restoreButton",
                                             "getInfoButton"};
     const std::string date = pane.services.dateAndTime(Date{757479845});
+    change("/Volumes/USB/docs/b.txt", "backupDate", Date{1});
     connect();
     EXPECT_EQ(text("filenameField") + text("dateField"), "[][No selection]");
     EXPECT_EQ(enabled(controls), "destinationButton restoreAssistantButton restoreButton");
@@ -109,6 +110,23 @@ TEST_F(SelectingTest, TellsWhatIsSelected) {
     pane.isAuthorized = false;
     tab->enableTabItems(true);
     EXPECT_EQ(enabled(controls), "");
+    daemon.answerAsUsual("dictionaryForPath:withDirSizes:");
+    choose({"a.txt"}, {}, 2);
+    EXPECT_EQ(text("dateField"), date);
+    EXPECT_EQ(enabled(controls), "");
+}
+
+TEST_F(SelectingTest, ShowsWhatHasChangedWhileNobodyCouldTell) {
+    connect();
+    choose({"USB", "docs", "a.txt"});
+    daemon.stop();
+    waitForLoss();
+    addFile("docs/c.txt");
+    change("/Volumes/USB/docs/a.txt", "backupFlags", 0U);
+    ASSERT_TRUE(daemon.start());
+    loop->advance(1s);
+    EXPECT_EQ(titles(2), (Strings{"b.txt", "c.txt"}));
+    EXPECT_EQ(text("filenameField"), "docs");
 }
 
 TEST_F(SelectingTest, OpensTheInfoWindowAndTheAssistant) {
