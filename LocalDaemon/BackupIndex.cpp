@@ -1,6 +1,6 @@
 #include "LocalDaemon/BackupIndex.h"
 
-#include "LocalDaemon/CleanPath.h"
+#include "Foundation/Unicode.h"
 
 #include <algorithm>
 #include <iterator>
@@ -114,18 +114,22 @@ const Snapshot* BackupIndex::snapshot(std::uint32_t number) const {
 
 const BackupIndex::Item* BackupIndex::find(std::string_view path) const {
     const Item* item = &root();
-    while (path.starts_with('/') && path.size() > 1) {
+    while (item && path.starts_with('/') && path.size() > 1) {
         path.remove_prefix(1);
         const std::string_view name = path.substr(0, path.find('/'));
-        const auto below = children(*item);
-        const auto found =
-            std::ranges::lower_bound(below, name, {}, [this](const Item& each) { return nameOf(each); });
-        if (found == below.end() || nameOf(*found) != name)
-            return nullptr;
-        item = &*found;
+        item = child(item, name);
         path.remove_prefix(name.size());
     }
     return item;
+}
+
+const BackupIndex::Item* BackupIndex::child(const Item* folder, std::string_view name) const {
+    if (!folder)
+        return nullptr;
+    const auto all = children(*folder);
+    const auto found =
+        std::ranges::lower_bound(all, name, {}, [this](const Item& each) { return nameOf(each); });
+    return found != all.end() && nameOf(*found) == name ? &*found : nullptr;
 }
 
 std::span<const BackupIndex::Item> BackupIndex::children(const Item& folder) const {
@@ -187,6 +191,22 @@ bool isUnchanged(const BackupIndex::Item& item, const FileAttributes& attributes
     return (attributes.kind == Kind::File) == (item.kind == ItemKind::File) &&
            (item.kind == ItemKind::Link || item.size == attributes.size) &&
            isAt(attributes.modified, item.modified) && isAt(attributes.statusChanged, item.changed);
+}
+
+std::string indexedName(std::string_view name) {
+    constexpr std::size_t longestCharacter = 4;
+    if (isUtf8(name))
+        return std::string(name);
+    std::string text;
+    while (!name.empty()) {
+        std::size_t length = 1;
+        while (length <= longestCharacter && !isUtf8(name.substr(0, length)))
+            ++length;
+        const bool isCharacter = length <= longestCharacter && length <= name.size();
+        text += isCharacter ? name.substr(0, length) : std::string_view("\xEF\xBF\xBD");
+        name.remove_prefix(isCharacter ? length : 1);
+    }
+    return text;
 }
 
 BackupIndex indexWith(const BackupIndex& before, const std::string& repositoryId, const Snapshot& snapshot,

@@ -69,6 +69,8 @@ public:
 
     // Null when the path (absolute and clean) is not in the backup.
     [[nodiscard]] const Item* find(std::string_view path) const;
+    // Null when the folder, which may be null itself, has none of that name.
+    [[nodiscard]] const Item* child(const Item* folder, std::string_view name) const;
     // Of a folder, sorted by name.
     [[nodiscard]] std::span<const Item> children(const Item& folder) const;
     [[nodiscard]] const Item& root() const { return items_.front(); } // of "/"
@@ -117,6 +119,9 @@ private:
 [[nodiscard]] bool isUnchanged(const BackupIndex::Item& item, ItemKind kind, std::uint64_t size,
                                std::int64_t modified, std::int64_t changed);
 [[nodiscard]] bool isUnchanged(const BackupIndex::Item& item, const FileAttributes& attributes);
+
+// A name as the index has it: what is no UTF-8 becomes U+FFFD, byte by byte.
+[[nodiscard]] std::string indexedName(std::string_view name);
 
 // The index after one more snapshot: `held` is what that one holds.
 [[nodiscard]] BackupIndex indexWith(const BackupIndex& before, const std::string& repositoryId,

@@ -27,12 +27,23 @@ bool hasMarkBelow(const PathRules& paths, std::string_view path, Mark wanted) {
     return std::any_of(begin, end, [wanted](const auto& mark) { return mark.second == wanted; });
 }
 
+bool isAutomatic(const BackupRules& rules, std::string_view path) {
+    return path == rules.home || std::ranges::find(rules.volumes, path) != rules.volumes.end();
+}
+
+// What automatic mode begins with.
+std::vector<std::string_view> automaticFolders(const BackupRules& rules) {
+    std::vector<std::string_view> folders(rules.volumes.begin(), rules.volumes.end());
+    folders.emplace_back(rules.home);
+    return folders;
+}
+
 std::optional<Verdict> personalRuleAt(const BackupRules& rules, std::string_view path) {
     using Reason = Verdict::Reason;
     if (rules.automaticMode) {
         if (rules.paths.exclusions.contains(path))
             return Verdict{Reason::Excluded, std::string(path)};
-        if (path == rules.home)
+        if (isAutomatic(rules, path))
             return Verdict{Reason::Home, std::string(path)};
     } else if (const auto mark = rules.paths.marks.find(path); mark != rules.paths.marks.end()) {
         return Verdict{mark->second == Mark::Added ? Reason::Added : Reason::Removed, std::string(path)};
@@ -103,16 +114,23 @@ bool isPartial(const BackupRules& rules, std::string_view path, bool isIn) {
     if (!rules.automaticMode)
         return hasMarkBelow(rules.paths, path, isIn ? Mark::Removed : Mark::Added);
     if (!isIn)
-        return rules.home != path && rules.home.starts_with(withSeparator(path)) &&
-               !rules.paths.exclusions.contains(rules.home);
+        return std::ranges::any_of(automaticFolders(rules), [&](std::string_view folder) {
+            return folder != path && folder.starts_with(withSeparator(path)) &&
+                   !rules.paths.exclusions.contains(folder);
+        });
     const auto [begin, end] = below(rules.paths.exclusions, path);
     return begin != end;
 }
 
 std::set<std::string> scanRoots(const BackupRules& rules) {
-    if (rules.automaticMode)
-        return {rules.home};
     std::set<std::string> roots;
+    if (rules.automaticMode) {
+        // One below another is reached from there.
+        for (const std::string_view folder : automaticFolders(rules))
+            if (folder == "/" || !verdictFor(rules, folderOf(folder)).isIn())
+                roots.emplace(folder);
+        return roots;
+    }
     for (const auto& [path, mark] : rules.paths.marks) {
         const std::string_view folder = folderOf(path);
         if (mark == Mark::Added && (path == "/" || !verdictFor(rules, folder).isIn()))

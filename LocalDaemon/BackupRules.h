@@ -33,6 +33,7 @@ struct BackupRules {
     // Wildcard patterns for real paths with a separator behind them: what nobody wants in a backup.
     std::vector<std::string> policy;
     PathRules paths;
+    std::vector<std::string> volumes = {}; // further folders that automatic mode backs up
 };
 
 struct Verdict {
@@ -58,9 +59,9 @@ struct Verdict {
 };
 
 // Whether a file at an absolute path is to be in the backup, by which rule, and why. In automatic mode that
-// is the home folder less exclusions and policy, in manual mode what was added less what was removed below it
-// and policy. The nearest rule on the way up decides, and at one path a person's before the policy's. Gives
-// none of the last two reasons, which only the disk knows.
+// is the home folder and the volumes less exclusions and policy, in manual mode what was added less what was
+// removed below it and policy. The nearest rule on the way up decides, and at one path a person's before the
+// policy's. Gives none of the last two reasons, which only the disk knows.
 [[nodiscard]] Verdict verdictFor(const BackupRules& rules, std::string_view path);
 
 // The rule that stands at this very path. None: it is as the folder around it.
@@ -69,8 +70,8 @@ struct Verdict {
 // Whether a person's rules say another thing of something below the path than of the path itself.
 [[nodiscard]] bool isPartial(const BackupRules& rules, std::string_view path, bool isIn);
 
-// The folders from which everything that is in can be reached by going down: the home folder itself, or those
-// that hold what was added. They are not in each other's reach, though one may lie below another.
+// The folders from which everything that is in can be reached by going down: home folder and volumes, or
+// those that hold what was added. They are not in each other's reach, though one may lie below another.
 [[nodiscard]] std::set<std::string> scanRoots(const BackupRules& rules);
 
 // The paths at which another rule stands now; "/" after a change of the mode.

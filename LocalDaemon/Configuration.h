@@ -1,7 +1,10 @@
 #pragma once
 
+#include "Foundation/Value.h"
+#include "LocalDaemon/Restic.h"
 #include "Platform/Volumes.h"
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -12,20 +15,41 @@ namespace kelvane {
 struct Configuration {
     std::string serverURL = "localhost";
     std::string userEmail;
-    std::uint32_t computerNumber = 0;
-    std::uint32_t quotaMB = 0; // 0: no limit
-    std::string home;          // what automatic mode backs up
+    std::uint32_t computerNumber = 0; // also tells this computer's snapshots from others in the repository
+    std::uint32_t quotaMB = 0;        // 0: no limit
+    std::string home;                 // what automatic mode backs up
     // Wildcard patterns of what is never backed up unless a person adds it: real paths that end in "/" or a
     // star.
     std::vector<std::string> policy;
+    std::vector<std::string> volumes = {}; // further folders that automatic mode backs up
+    RepositoryPlace repository = {};       // an empty location: the one that was given makes no sense
+    std::chrono::minutes interval{15};     // from the end of a backup to the next one
+    // For so long the backup keeps what has gone from the disk or from the selection.
+    std::chrono::days keep{30};
 };
 
-// The file is a property list in either form. None is no fault; one that cannot be read is logged, and a
-// missing entry has its default: for the computer number one that this machine keeps, for the policy
-// ("policyExcludeList", real or volume paths) caches, trash and what the kernel makes up. A pattern of
-// another form is logged and left out.
-[[nodiscard]] Configuration readConfiguration(const std::string& path, const std::string& home,
-                                              const Volumes& volumes);
+// What holds where the configuration says nothing: absolute paths.
+struct ConfigurationDefaults {
+    std::string home;
+    RepositoryPlace repository;
+};
+[[nodiscard]] ConfigurationDefaults usualDefaults();
+
+// The file is a property list in either form. None is no fault; one that cannot be read, and an entry that
+// makes no sense, is logged, and such an entry has its default. Entries of `settled` come before the file's.
+//
+//   homeFolder, volumes              absolute paths; links are resolved as far as the folders are there
+//   repository                       an absolute path or what else restic takes, "sftp:joe@host:/backup"
+//   passwordFile, resticProgram      absolute paths
+//   environment                      texts: what restic finds in its environment
+//   intervalMinutes, keepDays        1 and up
+//   quotaMB                          0: no limit
+//   userEmail, serverURL             texts
+//   computerNumber                   1 and up; by default one that this machine keeps
+//   policyExcludeList                real or volume paths as in `policy`; by default caches, trash, temporary
+//                                    files and what the kernel makes up
+[[nodiscard]] Configuration readConfiguration(const std::string& path, const ConfigurationDefaults& defaults,
+                                              const Volumes& volumes, const Dictionary& settled = {});
 
 // A policy pattern as panes know it: with its volume's name, and with the separator that it ends in.
 [[nodiscard]] std::string volumePattern(const std::string& pattern, const Volumes& volumes);
@@ -33,5 +57,9 @@ struct Configuration {
 // 1 to 2^31-1, the same after every start. A pane and its web pages see it, so the machine's own identity
 // cannot be read from it.
 [[nodiscard]] std::uint32_t numberOfThisComputer();
+
+// Makes a file with a random key, which only its owner may read, unless there is a file. Returns why it could
+// not be made; empty when it stands. `isNew` says whether it was made.
+[[nodiscard]] std::string ensurePasswordFile(const std::string& path, bool& isNew);
 
 } // namespace kelvane

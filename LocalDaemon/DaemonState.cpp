@@ -32,12 +32,12 @@ void addWithFolders(std::set<std::string>& paths, std::string_view path) {
 
 } // namespace
 
-DaemonState::DaemonState(Configuration configuration, Settings settings, std::unique_ptr<BackupEngine> engine,
-                         SaveSettings save, Clock clock)
+DaemonState::DaemonState(Configuration configuration, Settings settings, Index index, SaveSettings save,
+                         Clock clock)
     : configuration_(std::move(configuration)),
-      engine_(std::move(engine)),
       save_(std::move(save)),
       clock_(std::move(clock)),
+      index_(std::move(index)),
       settings_(std::move(settings)),
       rules_(currentRules()),
       announcedState_(currentServiceState()) {}
@@ -50,6 +50,39 @@ void DaemonState::setObserver(std::weak_ptr<DaemonObserver> observer) {
 void DaemonState::setRulesListener(RulesListener listener) {
     const std::scoped_lock guard(mutex_);
     rulesListener_ = std::move(listener);
+}
+
+void DaemonState::setNeedListener(NeedListener listener) {
+    const std::scoped_lock guard(mutex_);
+    needListener_ = std::move(listener);
+}
+
+DaemonState::Index DaemonState::index() const {
+    const std::scoped_lock guard(mutex_);
+    return index_;
+}
+
+void DaemonState::setIndex(Index index, const std::vector<std::string>& changed) {
+    const std::scoped_lock guard(mutex_);
+    index_ = std::move(index);
+    announceFiles(changed);
+    announce();
+}
+
+BackupActivity DaemonState::activity() const {
+    const std::scoped_lock guard(mutex_);
+    return activity_;
+}
+
+void DaemonState::setActivity(const BackupActivity& activity) {
+    const std::scoped_lock guard(mutex_);
+    activity_ = activity;
+    announce();
+}
+
+BackupNeed DaemonState::backupNeed() const {
+    const std::scoped_lock guard(mutex_);
+    return currentNeed();
 }
 
 DaemonState::Rules DaemonState::rules() const {
@@ -121,7 +154,7 @@ Value DaemonState::stateDictionary() const {
         {std::string(statekey::serviceState), service},
         {std::string(statekey::statusString), serviceStateText(service)},
         {std::string(statekey::backupState), rulesAreLoaded},
-        {std::string(statekey::isBackupNeeded), totals.pending.count > 0},
+        {std::string(statekey::isBackupNeeded), isWaiting()},
         {std::string(statekey::paused), isPaused()},
         {std::string(statekey::recoverMode), settings_.recoverMode},
         {std::string(statekey::lowerPriorityMode), settings_.lowerPriorityMode},
@@ -129,7 +162,7 @@ Value DaemonState::stateDictionary() const {
         {std::string(statekey::isQuotaLimited), configuration_.quotaMB > 0 || isOverQuota()},
         {std::string(statekey::isOverQuota), isOverQuota()},
         {std::string(statekey::quotaMB), configuration_.quotaMB},
-        {std::string(statekey::currentBackupFile), ""},
+        {std::string(statekey::currentBackupFile), activity_.currentFile},
         {std::string(statekey::currentRestoreFile), ""},
         {std::string(statekey::currentRestoreJob), std::uint32_t{0}},
     };
@@ -156,11 +189,19 @@ FileTotals DaemonState::found() const {
 void DaemonState::takeReport(const ScanReport& report) {
     {
         const std::scoped_lock guard(mutex_);
+        // Bullets of folders follow from what waits in them.
+        const bool isOtherwise = !scan_ || scan_->waiting.count != report.waiting.count ||
+                                 scan_->otherWaiting != report.otherWaiting;
         scan_ = report;
         scan_->changedFolders.clear();
-        announce();
+        changes_ += report.changedFolders.empty() ? 0U : 1U;
+        if (report.index == index_ && !activity_.isRunning)
+            activity_.done = {};
         if (const auto observer = observer_.lock(); observer && !report.changedFolders.empty())
             observer->foldersChanged(report.changedFolders);
+        if (isOtherwise)
+            announceFiles(report.changedFolders);
+        announce();
     }
     if (report.isWatchIncomplete)
         raiseAlert({watchAlert, "warning", "Some changes are noticed late.",
@@ -203,9 +244,35 @@ std::int64_t DaemonState::now() const {
 bool DaemonState::isOverQuota() const {
     if (overQuotaForTesting_)
         return *overQuotaForTesting_;
-    const BackupTotals totals = currentTotals();
-    return configuration_.quotaMB > 0 &&
-           totals.backedUp.bytes + totals.pending.bytes > configuration_.quotaMB * bytesPerMegabyte;
+    // What is kept of earlier times is not counted: it makes way by itself.
+    return configuration_.quotaMB > 0 && currentlyFound().bytes > configuration_.quotaMB * bytesPerMegabyte;
+}
+
+// What the running backup has done counts until the scan has compared with the index that came of it.
+BackupTotals DaemonState::currentTotals() const {
+    if (!scan_)
+        return {index_->totals(), {}};
+    BackupTotals totals{scan_->index->totals(), scan_->waiting};
+    const FileTotals done{std::min(activity_.done.count, totals.pending.count),
+                          std::min(activity_.done.bytes, totals.pending.bytes)};
+    totals.backedUp += done;
+    totals.pending -= done;
+    return totals;
+}
+
+bool DaemonState::isWaiting() const {
+    return scan_ && (scan_->waiting.count > 0 || scan_->otherWaiting > 0);
+}
+
+BackupNeed DaemonState::currentNeed() const {
+    BackupNeed need;
+    need.mayRead = settings_.enabled && !isPaused();
+    need.mayAdd = need.mayRead && !settings_.recoverMode && !isOverQuota();
+    need.isKnown = scan_ && !scan_->isScanning;
+    need.isWaiting = isWaiting();
+    need.changes = changes_;
+    need.hasLowerPriority = settings_.lowerPriorityMode;
+    return need;
 }
 
 std::uint32_t DaemonState::ownServiceState() const {
@@ -214,8 +281,11 @@ std::uint32_t DaemonState::ownServiceState() const {
     conditions.isPaused = isPaused();
     conditions.isRecovering = settings_.recoverMode;
     conditions.isOverQuota = isOverQuota();
+    conditions.trouble = activity_.trouble;
+    conditions.isBackingUp = activity_.isRunning;
+    conditions.isInitialBackup = activity_.isInitial;
     conditions.isScanning = !scan_ || scan_->isScanning;
-    conditions.hasPendingFiles = currentTotals().pending.count > 0;
+    conditions.hasPendingFiles = isWaiting();
     return static_cast<std::uint32_t>(serviceStateFor(conditions));
 }
 
@@ -225,8 +295,9 @@ std::uint32_t DaemonState::currentServiceState() const {
 }
 
 DaemonState::Rules DaemonState::currentRules() const {
-    return std::make_shared<BackupRules>(
-        BackupRules{settings_.automaticMode, configuration_.home, configuration_.policy, settings_.paths});
+    return std::make_shared<BackupRules>(BackupRules{settings_.automaticMode, configuration_.home,
+                                                     configuration_.policy, settings_.paths,
+                                                     configuration_.volumes});
 }
 
 void DaemonState::takeSettings(const Settings& settings) {
@@ -257,7 +328,20 @@ void DaemonState::announceRules(const BackupRules& before) const {
     observer->foldersChanged({folders.begin(), folders.end()});
 }
 
+// With the folders that they are in, for their bullets may be others now.
+void DaemonState::announceFiles(const std::vector<std::string>& paths) const {
+    const auto observer = observer_.lock();
+    if (!observer || paths.empty())
+        return;
+    std::set<std::string> files;
+    for (const std::string& path : paths)
+        addWithFolders(files, path);
+    observer->filesChanged({files.begin(), files.end()});
+}
+
 void DaemonState::announce() {
+    if (needListener_)
+        needListener_(currentNeed());
     if (override_ && override_->inFrontOf != ownServiceState())
         override_.reset(); // for good, also when the state comes back
     const std::uint32_t state = currentServiceState();

@@ -2,7 +2,7 @@
 
 #include "Foundation/Value.h"
 #include "LocalDaemon/Alert.h"
-#include "LocalDaemon/BackupEngine.h"
+#include "LocalDaemon/BackupIndex.h"
 #include "LocalDaemon/BackupRules.h"
 #include "LocalDaemon/CallbackQueue.h"
 #include "LocalDaemon/Configuration.h"
@@ -20,6 +20,30 @@
 
 namespace kelvane {
 
+struct BackupTotals {
+    FileTotals backedUp;
+    FileTotals pending;
+};
+
+// What the backup is at.
+struct BackupActivity {
+    bool isRunning = false;
+    bool isInitial = false; // nothing at all has been backed up before
+    std::optional<ServiceState> trouble;
+    FileTotals done; // of what was waiting when it began
+    std::string currentFile;
+};
+
+// What decides whether something is backed up now.
+struct BackupNeed {
+    bool mayAdd = false;  // to the repository
+    bool mayRead = false; // what is in it
+    bool isKnown = false; // the first scan is over
+    bool isWaiting = false;
+    std::uint64_t changes = 0; // counts what the scan has seen change
+    bool hasLowerPriority = false;
+};
+
 // The daemon's world, guarded by one mutex that is never held while anything is sent, written or looked for
 // on the disk. Any thread.
 //
@@ -31,17 +55,25 @@ public:
     // Returns why the settings could not be saved; empty when they are.
     using SaveSettings = std::function<std::string(const Settings& settings, std::uint64_t version)>;
     using Rules = std::shared_ptr<const BackupRules>;
-    // Called with the mutex held, so it takes note and returns.
+    using Index = std::shared_ptr<const BackupIndex>; // never null
+    // These are called with the mutex held, so they take note and return.
     using RulesListener = std::function<void(const Rules& rules)>;
+    using NeedListener = std::function<void(const BackupNeed& need)>; // whenever it may be another one
 
-    DaemonState(Configuration configuration, Settings settings, std::unique_ptr<BackupEngine> engine,
-                SaveSettings save, Clock clock);
+    DaemonState(Configuration configuration, Settings settings, Index index, SaveSettings save, Clock clock);
 
     void setObserver(std::weak_ptr<DaemonObserver> observer);
     void setRulesListener(RulesListener listener);
+    void setNeedListener(NeedListener listener);
 
     [[nodiscard]] const Configuration& configuration() const { return configuration_; }
-    [[nodiscard]] const BackupEngine& engine() const { return *engine_; }
+    // What is backed up.
+    [[nodiscard]] Index index() const;
+    // `changed`: real paths of which it says another thing than before.
+    void setIndex(Index index, const std::vector<std::string>& changed);
+    [[nodiscard]] BackupActivity activity() const;
+    void setActivity(const BackupActivity& activity);
+    [[nodiscard]] BackupNeed backupNeed() const;
     // As they are now; never null.
     [[nodiscard]] Rules rules() const;
     [[nodiscard]] Settings settings() const;
@@ -77,12 +109,15 @@ private:
     [[nodiscard]] bool isPaused() const { return settings_.pausedUntil > now(); }
     [[nodiscard]] bool isOverQuota() const;
     [[nodiscard]] FileTotals currentlyFound() const { return scan_ ? scan_->totals : FileTotals(); }
-    [[nodiscard]] BackupTotals currentTotals() const { return engine_->totals(currentlyFound()); }
+    [[nodiscard]] BackupTotals currentTotals() const;
+    [[nodiscard]] bool isWaiting() const;
+    [[nodiscard]] BackupNeed currentNeed() const;
     [[nodiscard]] std::uint32_t ownServiceState() const;
     [[nodiscard]] std::uint32_t currentServiceState() const;
     [[nodiscard]] Rules currentRules() const;
     void takeSettings(const Settings& settings);
     void announceRules(const BackupRules& before) const;
+    void announceFiles(const std::vector<std::string>& paths) const;
     void announce();
 
     struct Override {
@@ -91,13 +126,16 @@ private:
     };
 
     const Configuration configuration_;
-    const std::unique_ptr<BackupEngine> engine_;
     const SaveSettings save_;
     const Clock clock_;
 
     mutable std::mutex mutex_; // guards what follows
     std::weak_ptr<DaemonObserver> observer_;
     RulesListener rulesListener_;
+    NeedListener needListener_;
+    Index index_;
+    BackupActivity activity_;
+    std::uint64_t changes_ = 0;
     Settings settings_;
     Rules rules_;
     std::uint64_t settingsVersion_ = 0;

@@ -155,6 +155,13 @@ Value DaemonTarget::dictionaryForPathWithDirSizes(const Value& path, bool withDi
     return nodes_->node(path, withDirSizes ? Sizes::Contents : Sizes::Own);
 }
 
+void DaemonTarget::setPriorityBackup(const Value& path) {
+    const auto real = PathEntrance(fileSystem_->volumes()).pathWithoutLinks(path.stringValue());
+    if (!real)
+        return KelvaneSystemLog("What makes no sense is not backed up first: %@", path);
+    runner_->backUpNow(*real);
+}
+
 bool DaemonTarget::restoreWithChoices(const Value& choices) {
     refuse("restoreWithChoices:", choices);
     return false;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Common/Invocation.h"
+#include "LocalDaemon/BackupRunner.h"
 #include "LocalDaemon/CallbackQueue.h"
 #include "LocalDaemon/DaemonState.h"
 #include "LocalDaemon/NodeAnswers.h"
@@ -23,6 +24,7 @@ public:
         std::shared_ptr<DaemonState> state;
         std::shared_ptr<const FileSystem> fileSystem;
         std::shared_ptr<const NodeAnswers> nodes;
+        std::shared_ptr<BackupRunner> runner;
         std::function<void()> terminate;
     };
 
@@ -30,6 +32,7 @@ public:
         : state_(world.state),
           fileSystem_(world.fileSystem),
           nodes_(world.nodes),
+          runner_(world.runner),
           pane_(std::move(pane)),
           terminate_(world.terminate) {}
 
@@ -98,7 +101,8 @@ public:
     void addFileToBackup(const Value& path) { mark(Array{path}, PathRules::Mark::Added); }
     void addFilesToBackup(const Value& paths) { mark(paths.array(), PathRules::Mark::Added); }
     void removeFileFromBackup(const Value& path) { mark(Array{path}, PathRules::Mark::Removed); }
-    void setPriorityBackup(const Value& path) { refuse("setPriorityBackup:", path); }
+    // "/" asks for everything that is waiting.
+    void setPriorityBackup(const Value& path);
 
     // Restoring: there is nothing to restore from yet.
     void showRestoreWizard() { refuse("showRestoreWizard", {}); }
@@ -118,6 +122,7 @@ private:
     const std::shared_ptr<DaemonState> state_;
     const std::shared_ptr<const FileSystem> fileSystem_;
     const std::shared_ptr<const NodeAnswers> nodes_;
+    const std::shared_ptr<BackupRunner> runner_;
     const std::shared_ptr<CallbackQueue> pane_;
     const std::function<void()> terminate_;
 };

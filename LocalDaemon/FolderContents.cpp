@@ -33,11 +33,28 @@ OpenFolder openFolder(const std::string& path) {
     return folder;
 }
 
-void count(FolderContents& contents, const dirent& entry, const struct stat& status) {
-    if (S_ISREG(status.st_mode))
-        contents.own += {1, static_cast<std::uint64_t>(status.st_size)};
-    else if (S_ISDIR(status.st_mode))
-        contents.subfolders.emplace_back(&entry.d_name[0]);
+std::int64_t nanoseconds(const timespec& time) {
+    return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+}
+
+void count(FolderContents& contents, std::string_view name, const struct stat& status,
+           const Waiting& isWaiting) {
+    if (S_ISDIR(status.st_mode)) {
+        contents.subfolders.emplace_back(name);
+        return;
+    }
+    if (!S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode))
+        return;
+    const bool isFile = S_ISREG(status.st_mode);
+    const auto size = static_cast<std::uint64_t>(status.st_size);
+    const bool waits = isWaiting({name, isFile ? ItemKind::File : ItemKind::Link, size,
+                                  nanoseconds(status.st_mtim), nanoseconds(status.st_ctim)});
+    if (isFile)
+        contents.own.files += {1, size};
+    if (isFile && waits)
+        contents.own.waiting += {1, size};
+    if (!isFile && waits)
+        ++contents.own.otherWaiting;
 }
 
 bool isSelfOrParent(std::string_view name) {
@@ -56,7 +73,7 @@ const dirent* nextEntry(DIR& folder, int& error) {
 } // namespace
 
 FolderContents contentsOfFolder(const std::string& path, const std::atomic<bool>& stopping,
-                                const Sieve& sieve) {
+                                const Sieve& sieve, const Waiting& isWaiting) {
     FolderContents contents;
     const OpenFolder folder = openFolder(path);
     struct stat own {};
@@ -66,13 +83,16 @@ FolderContents contentsOfFolder(const std::string& path, const std::atomic<bool>
     }
     while (const dirent* const entry = stopping ? nullptr : nextEntry(*folder, contents.error)) {
         const char* const name = &entry->d_name[0];
-        const Passage passage = isSelfOrParent(name) ? Passage::Refused : sieve(name);
+        if (isSelfOrParent(name))
+            continue;
+        contents.isEmpty = false;
+        const Passage passage = sieve(name);
         struct stat status {};
         // Asking about a folder must not mount what is mounted there on demand.
         if (passage != Passage::Refused &&
             ::fstatat(::dirfd(folder.get()), name, &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) == 0 &&
             (passage == Passage::AnyFileSystem || status.st_dev == own.st_dev))
-            count(contents, *entry, status);
+            count(contents, name, status, isWaiting);
     }
     std::sort(contents.subfolders.begin(), contents.subfolders.end());
     return contents;
@@ -84,9 +104,10 @@ FileTotals totalsBelow(const std::string& path, const std::atomic<bool>& stoppin
     while (!folders.empty() && !stopping) {
         const std::string folder = std::move(folders.back());
         folders.pop_back();
-        const FolderContents contents =
-            contentsOfFolder(folder, stopping, [](std::string_view) { return Passage::WithinFileSystem; });
-        totals += contents.own;
+        const FolderContents contents = contentsOfFolder(
+            folder, stopping, [](std::string_view) { return Passage::WithinFileSystem; },
+            [](const FolderEntry&) { return false; });
+        totals += contents.own.files;
         for (const std::string& name : contents.subfolders)
             folders.push_back(appendPathComponent(folder, name));
     }

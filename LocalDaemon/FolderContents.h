@@ -1,6 +1,7 @@
 #pragma once
 
 #include "LocalDaemon/FileTotals.h"
+#include "LocalDaemon/Snapshots.h"
 
 #include <atomic>
 #include <functional>
@@ -10,13 +11,46 @@
 
 namespace kelvane {
 
-// What one folder holds by itself: its regular files, and the folders in it. Links and what is neither count
-// for nothing; a file with two names counts under each.
+// The regular files of a folder, and what of them and of what else it holds is to be backed up yet.
+struct FolderCounts {
+    FileTotals files;               // a file with two names counts under each
+    FileTotals waiting;             // of those
+    std::uint64_t otherWaiting = 0; // links and empty folders
+
+    FolderCounts& operator+=(const FolderCounts& other) {
+        files += other.files;
+        waiting += other.waiting;
+        otherWaiting += other.otherWaiting;
+        return *this;
+    }
+    FolderCounts& operator-=(const FolderCounts& other) {
+        files -= other.files;
+        waiting -= other.waiting;
+        otherWaiting -= other.otherWaiting;
+        return *this;
+    }
+    [[nodiscard]] bool isWaiting() const { return waiting.count > 0 || otherWaiting > 0; }
+    friend bool operator==(const FolderCounts&, const FolderCounts&) = default;
+};
+
+// What one folder holds by itself.
 struct FolderContents {
     int error = 0; // errno's number; 0: all of it could be read
-    FileTotals own;
+    FolderCounts own;
     std::vector<std::string> subfolders; // sorted
+    bool isEmpty = true;                 // there is nothing at all in it, whatever counts
 };
+
+// A file or link as it stands in its folder.
+struct FolderEntry {
+    std::string_view name;
+    ItemKind kind = ItemKind::File;
+    std::uint64_t size = 0;
+    std::int64_t modified = 0; // nanoseconds since 1970
+    std::int64_t changed = 0;
+};
+// Whether it is to be backed up yet.
+using Waiting = std::function<bool(const FolderEntry& entry)>;
 
 // What of a folder's entries counts.
 enum class Passage {
@@ -30,7 +64,7 @@ using Sieve = std::function<Passage(std::string_view name)>;
 // link in the last component of the path is refused (ELOOP, ENOTDIR).
 
 [[nodiscard]] FolderContents contentsOfFolder(const std::string& path, const std::atomic<bool>& stopping,
-                                              const Sieve& sieve);
+                                              const Sieve& sieve, const Waiting& isWaiting);
 
 // All files in the folder and below it in its file system, as far as they can be read.
 [[nodiscard]] FileTotals totalsBelow(const std::string& path, const std::atomic<bool>& stopping);

@@ -21,11 +21,15 @@ constexpr const char* everything = "/";
 
 } // namespace
 
-FolderScan::FolderScan(Rules rules, Listener listener, const Options& options)
+FolderScan::FolderScan(Rules rules, Index index, Tree tree, Listener listener, const Options& options)
     : listener_(std::move(listener)),
       options_(options),
       watch_(DirectoryWatch::Contents::Watched, options.mostWatches),
-      rules_(std::move(rules)) {}
+      rules_(std::move(rules)),
+      index_(std::move(index)),
+      tree_(std::move(tree)) {
+    report_.index = index_;
+}
 
 FolderScan::~FolderScan() {
     stop();
@@ -56,6 +60,14 @@ void FolderScan::setRules(Rules rules) {
     watch_.wake();
 }
 
+void FolderScan::setIndex(Index index) {
+    {
+        const std::scoped_lock guard(mutex_);
+        nextIndex_ = std::move(index);
+    }
+    watch_.wake();
+}
+
 void FolderScan::lookAtEverything() {
     mustLookAtEverything_ = true;
     watch_.wake();
@@ -68,6 +80,7 @@ void FolderScan::run() {
     scanEverything();
     while (!stopping_) {
         takeRules();
+        takeIndex();
         if (mustLookAtEverything_.exchange(false))
             scanEverything();
         if (dirty_.empty()) {
@@ -87,7 +100,7 @@ void FolderScan::run() {
 
 void FolderScan::scanEverything() {
     report_.isScanning = true;
-    for (const auto& [path, root] : tree_.roots())
+    for (const auto& [path, root] : tree_->roots())
         FolderTree::forEach(*root, [this](Folder& folder) { dirty_.insert(&folder); });
     if (reported_)
         report(); // however short it will be
@@ -105,7 +118,7 @@ void FolderScan::takeRules() {
     const bool isOtherMode = rules->automaticMode != rules_->automaticMode;
     const std::set<std::string> roots = scanRoots(*rules_);
     std::vector<Folder*> unwanted;
-    for (const auto& [path, root] : tree_.roots())
+    for (const auto& [path, root] : tree_->roots())
         if (isOtherMode || !roots.contains(path))
             unwanted.push_back(root.get());
     for (Folder* root : unwanted)
@@ -117,22 +130,38 @@ void FolderScan::takeRules() {
         scanEverything();
 }
 
+void FolderScan::takeIndex() {
+    Index index;
+    {
+        const std::scoped_lock guard(mutex_);
+        index.swap(nextIndex_);
+    }
+    if (!index)
+        return;
+    index_ = std::move(index);
+    for (const auto& [path, root] : tree_->roots())
+        FolderTree::forEach(*root, [this](Folder& folder) {
+            if (folder.own.isWaiting())
+                dirty_.insert(&folder);
+        });
+}
+
 void FolderScan::addRoots() {
     for (const std::string& path : scanRoots(*rules_))
-        if (!tree_.roots().contains(path))
-            dirty_.insert(&tree_.addRoot(path));
+        if (!tree_->roots().contains(path))
+            dirty_.insert(&tree_->addRoot(path));
 }
 
 void FolderScan::drop(Folder& folder) {
-    forget(*tree_.remove(folder));
+    forget(*tree_->remove(folder));
 }
 
 void FolderScan::lookAgainAt(const std::string& path) {
-    if (Folder* const folder = tree_.find(path);
+    if (Folder* const folder = tree_->find(path);
         folder && folder->parent && !verdictFor(*rules_, path).isIn())
         drop(*folder);
     for (const std::string_view each : {std::string_view(path), folderOf(path)})
-        if (Folder* const folder = tree_.find(each))
+        if (Folder* const folder = tree_->find(each))
             dirty_.insert(folder);
 }
 
@@ -150,11 +179,12 @@ void FolderScan::relist(Folder& folder) {
     else
         unwatched_.insert(&folder);
 
-    const FileTotals before = folder.own;
-    const FolderTree::Difference difference = tree_.update(folder, contents);
+    const FolderCounts before = folder.own;
+    const bool wasListed = folder.isListed;
+    const FolderTree::Difference difference = tree_->update(folder, contents);
     const bool isDifferent = before != folder.own || !difference.added.empty() || !difference.removed.empty();
     // A watched one is listed again only when something has changed, perhaps inside a file.
-    if (std::exchange(folder.isListed, true) && !report_.isScanning && (wasWatched || isDifferent))
+    if (wasListed && !report_.isScanning && (wasWatched || isDifferent))
         noteChangedFolder(path);
     for (const auto& removed : difference.removed)
         forget(*removed);
@@ -171,13 +201,25 @@ FolderContents FolderScan::contentsOf(const std::string& path) const {
     const Passage passage = verdictFor(*rules_, path).isIn() ? Passage::WithinFileSystem : Passage::Refused;
     std::string entry = withSeparator(path);
     const std::size_t length = entry.size();
-    return contentsOfFolder(path, stopping_, [&](std::string_view name) {
-        entry.replace(length, std::string::npos, name);
-        const std::optional<Verdict> rule = ruleAt(*rules_, entry);
-        if (!rule)
-            return passage;
-        return rule->isIn() ? Passage::AnyFileSystem : Passage::Refused;
-    });
+    const BackupIndex::Item* const saved = index_->find(indexedName(path));
+    FolderContents contents = contentsOfFolder(
+        path, stopping_,
+        [&](std::string_view name) {
+            entry.replace(length, std::string::npos, name);
+            const std::optional<Verdict> rule = ruleAt(*rules_, entry);
+            if (!rule)
+                return passage;
+            return rule->isIn() ? Passage::AnyFileSystem : Passage::Refused;
+        },
+        [&](const FolderEntry& each) {
+            const BackupIndex::Item* const item = index_->child(saved, indexedName(each.name));
+            return !item || !isUnchanged(*item, each.kind, each.size, each.modified, each.changed);
+        });
+    // What holds something is saved with that, and where all begins there is nothing to lose.
+    if (!tree_->roots().contains(path) && contents.isEmpty && contents.error == 0 &&
+        passage != Passage::Refused && !saved)
+        contents.own.otherWaiting = 1;
+    return contents;
 }
 
 void FolderScan::watch(Folder& folder, const std::string& path) {
@@ -217,10 +259,11 @@ void FolderScan::noteChangedFolder(const std::string& path) {
 
 void FolderScan::finishPass() {
     if (std::exchange(report_.isScanning, false)) {
-        KelvaneCLog("The scan has found %llu files with %llu bytes.", tree_.totals().count,
-                    tree_.totals().bytes);
+        const FileTotals files = tree_->totals().files;
+        KelvaneCLog("The scan has found %llu files with %llu bytes.", files.count, files.bytes);
         logUnreadable();
     }
+    report_.index = index_;
     report();
 }
 
@@ -235,9 +278,14 @@ void FolderScan::logUnreadable() const {
 
 void FolderScan::report() {
     lastReportTime_ = Clock::now();
-    report_.totals = tree_.totals();
+    const FolderCounts counts = tree_->totals();
+    report_.totals = counts.files;
+    report_.waiting = counts.waiting;
+    report_.otherWaiting = counts.otherWaiting;
     const bool isNew =
-        !reported_ || reported_->totals != report_.totals || reported_->isScanning != report_.isScanning ||
+        !reported_ || reported_->totals != report_.totals || reported_->waiting != report_.waiting ||
+        reported_->otherWaiting != report_.otherWaiting || reported_->index != report_.index ||
+        reported_->isScanning != report_.isScanning ||
         reported_->isWatchIncomplete != report_.isWatchIncomplete || !report_.changedFolders.empty();
     if (!isNew || stopping_)
         return;
@@ -276,7 +324,7 @@ void FolderScan::takeChanges(const std::vector<DirectoryWatch::Event>& changes) 
             KelvaneSystemLog(
                 "Changes came faster than the system reports them: everything is scanned again.");
             scanEverything();
-        } else if (Folder* const folder = tree_.find(path)) {
+        } else if (Folder* const folder = tree_->find(path)) {
             markChanged(*folder);
             if (change == DirectoryWatch::Change::Gone && folder->parent)
                 markChanged(*folder->parent);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "LocalDaemon/BackupIndex.h"
 #include "LocalDaemon/BackupRules.h"
 #include "LocalDaemon/FolderTree.h"
 #include "Platform/DirectoryWatch.h"
@@ -24,12 +25,16 @@ struct ScanReport {
     bool isWatchIncomplete = false; // some folders are looked at from time to time only
     // Folders in which something has changed since the report before. "/" stands for a great many.
     std::vector<std::string> changedFolders;
+    FileTotals waiting;                       // of the totals: what is not in the index, or was otherwise
+    std::uint64_t otherWaiting = 0;           // links and empty folders of that kind
+    std::shared_ptr<const BackupIndex> index; // that all of this was compared with; never null
 };
 
-// Counts the regular files that the rules put in the backup, on a thread of its own, and keeps the count true
-// as they and the rules change: the folders are watched, and one that has changed is listed again once the
-// burst of changes is over. Links are not followed, and other file systems only when they were added
-// themselves. Folders for which the system has no watch left are listed again from time to time.
+// Counts the regular files that the rules put in the backup, and those of them that wait for it, on a
+// thread of its own, and keeps the counts true as they, the rules and the index of what is backed up change:
+// the folders are watched, and one that has changed is listed again once the burst of changes is over. Links
+// are not followed, and other file systems only when they were added themselves. Folders for which the system
+// has no watch left are listed again from time to time.
 //
 // `start` and `stop` belong to the owner's thread, the rest to any; `stop` ends within the time of a single
 // file-system call.
@@ -48,9 +53,13 @@ public:
         std::size_t mostWatches = DirectoryWatch::systemLimit() / 2;
     };
 
-    using Rules = std::shared_ptr<const BackupRules>; // not null
+    // None is null.
+    using Rules = std::shared_ptr<const BackupRules>;
+    using Index = std::shared_ptr<const BackupIndex>;
+    using Tree = std::shared_ptr<FolderTree>;
 
-    FolderScan(Rules rules, Listener listener, const Options& options);
+    // `tree` is empty, and the scan's alone to change.
+    FolderScan(Rules rules, Index index, Tree tree, Listener listener, const Options& options);
     ~FolderScan();
     FolderScan(const FolderScan&) = delete;
     FolderScan& operator=(const FolderScan&) = delete;
@@ -59,6 +68,8 @@ public:
     void stop();
     // These take note and return.
     void setRules(Rules rules);
+    // Compares what waited with the new one. What did not wait is taken to be in that as well.
+    void setIndex(Index index);
     void lookAtEverything();
 
 private:
@@ -67,6 +78,7 @@ private:
     void run();
     void scanEverything();
     void takeRules();
+    void takeIndex();
     void addRoots();
     void drop(Folder& folder);
     void lookAgainAt(const std::string& path);
@@ -94,12 +106,14 @@ private:
     std::mutex mutex_;
     std::condition_variable stopped_;
     Rules nextRules_; // guarded by the mutex; null: they are as they were
+    Index nextIndex_; // likewise
     std::atomic<bool> mustLookAtEverything_{false};
     std::thread thread_;
 
     // What follows belongs to the scan's thread.
     Rules rules_;
-    FolderTree tree_;
+    Index index_;
+    const Tree tree_;
     std::unordered_set<Folder*> dirty_;     // to be listed
     std::unordered_set<Folder*> deferred_;  // to be listed when their time has come
     std::unordered_set<Folder*> unwatched_; // or unreadable: to be tried again from time to time

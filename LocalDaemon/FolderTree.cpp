@@ -4,6 +4,7 @@
 #include "LocalDaemon/CleanPath.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace kelvane {
 namespace {
@@ -37,11 +38,25 @@ Folder* findBelow(Folder& root, std::string_view path) {
 } // namespace
 
 Folder& FolderTree::addRoot(const std::string& path) {
+    const std::scoped_lock guard(mutex_);
     auto& root = roots_[path];
     if (!root)
         root = std::make_unique<Folder>();
     root->name = path;
     return *root;
+}
+
+FolderCounts FolderTree::totals() const {
+    FolderCounts totals;
+    for (const auto& [path, root] : roots_)
+        totals += root->below;
+    return totals;
+}
+
+std::optional<FolderCounts> FolderTree::countsAt(std::string_view path) const {
+    const std::scoped_lock guard(mutex_);
+    const Folder* const folder = find(path);
+    return folder && folder->isListed ? std::optional(folder->below) : std::nullopt;
 }
 
 std::string FolderTree::pathOf(const Folder& folder) {
@@ -77,10 +92,10 @@ void FolderTree::forEach(Folder& folder, const std::function<void(Folder&)>& vis
 }
 
 FolderTree::Difference FolderTree::update(Folder& folder, const FolderContents& contents) {
+    const std::scoped_lock guard(mutex_);
     Difference difference;
-    totals_ -= folder.own;
-    totals_ += contents.own;
-    folder.own = contents.own;
+    recount(&folder, std::exchange(folder.own, contents.own), contents.own);
+    folder.isListed = true;
 
     // Both lists are sorted: one walk along the two.
     std::vector<std::unique_ptr<Folder>> before;
@@ -102,12 +117,13 @@ FolderTree::Difference FolderTree::update(Folder& folder, const FolderContents& 
     }
     removeUntil(nullptr);
     for (const auto& removed : difference.removed)
-        discount(*removed);
+        recount(&folder, removed->below, {});
     return difference;
 }
 
 std::unique_ptr<Folder> FolderTree::remove(Folder& folder) {
-    discount(folder);
+    const std::scoped_lock guard(mutex_);
+    recount(folder.parent, folder.below, {});
     if (!folder.parent)
         return std::move(roots_.extract(folder.name).mapped());
     auto& siblings = folder.parent->subfolders;
@@ -117,8 +133,11 @@ std::unique_ptr<Folder> FolderTree::remove(Folder& folder) {
     return removed;
 }
 
-void FolderTree::discount(Folder& folder) {
-    forEach(folder, [this](Folder& each) { totals_ -= each.own; });
+void FolderTree::recount(Folder* folder, const FolderCounts& before, const FolderCounts& now) {
+    for (; folder; folder = folder->parent) {
+        folder->below -= before;
+        folder->below += now;
+    }
 }
 
 } // namespace kelvane

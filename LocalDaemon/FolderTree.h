@@ -6,6 +6,8 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,7 +18,8 @@ struct Folder {
     std::string name; // a root's is its whole path
     Folder* parent = nullptr;
     std::vector<std::unique_ptr<Folder>> subfolders; // sorted by name
-    FileTotals own;
+    FolderCounts own;
+    FolderCounts below; // with its own
     // Not listed again before this: a folder that takes long to list and changes all the time would take all
     // the time.
     std::chrono::steady_clock::time_point notBefore;
@@ -27,14 +30,18 @@ struct Folder {
 
 // The folders below some roots as they were last listed, and what they hold together. Remembers folders and
 // no files, so that its memory grows with the folders alone, and one that has changed costs one listing.
-// Belongs to one thread.
+// Belongs to one thread, but what a folder holds may be asked by any.
 class FolderTree {
 public:
     using Roots = std::map<std::string, std::unique_ptr<Folder>, std::less<>>; // by path
 
     [[nodiscard]] const Roots& roots() const { return roots_; }
     [[nodiscard]] Folder& addRoot(const std::string& path);
-    [[nodiscard]] const FileTotals& totals() const { return totals_; }
+    [[nodiscard]] FolderCounts totals() const;
+
+    // Of the folder and all below. None: it was not listed yet, or nothing in it is to be backed up. Any
+    // thread.
+    [[nodiscard]] std::optional<FolderCounts> countsAt(std::string_view path) const;
 
     [[nodiscard]] static std::string pathOf(const Folder& folder);
     // Null when there is none at that path.
@@ -53,10 +60,12 @@ public:
     [[nodiscard]] std::unique_ptr<Folder> remove(Folder& folder);
 
 private:
-    void discount(Folder& folder);
+    // Where the counts of a folder have changed, so have those of the folders that hold it.
+    static void recount(Folder* folder, const FolderCounts& before, const FolderCounts& now);
 
+    // Its own thread takes it for changes only, others for what they read.
+    mutable std::mutex mutex_;
     Roots roots_;
-    FileTotals totals_;
 };
 
 } // namespace kelvane

@@ -14,6 +14,16 @@ bool haveSamePlaces(const Volumes& left, const Volumes& right) {
     return std::ranges::equal(left.all(), right.all(), {}, &Volume::mountPoint, &Volume::mountPoint);
 }
 
+// Another place has another index: going back to a place finds what is there.
+std::string indexPathFor(const std::string& beginning, const Configuration& configuration) {
+    const std::string place =
+        configuration.repository.location + '\n' + std::to_string(configuration.computerNumber);
+    std::uint64_t hash = 14695981039346656037U; // FNV-1a
+    for (const char byte : place)
+        hash = (hash ^ static_cast<unsigned char>(byte)) * 1099511628211U;
+    return beginning + formatText("-%016llx", hash);
+}
+
 } // namespace
 
 LocalDaemon::LocalDaemon(Options options, std::shared_ptr<MainLoop> loop, std::function<void()> terminate)
@@ -28,16 +38,31 @@ std::string LocalDaemon::start() {
     if (!claim_->refusal().empty())
         return claim_->refusal();
     makeWorld();
+    if (!options_.fileSystem->isDirectory(state_->configuration().home))
+        return "cannot find the folder " + state_->configuration().home;
+    makeKey();
     // Before anybody can change the rules.
     scan_.emplace(
-        state_->rules(), [state = state_](const ScanReport& report) { state->takeReport(report); },
-        options_.scan);
-    state_->setRulesListener([this](const DaemonState::Rules& rules) { scan_->setRules(rules); });
+        state_->rules(), state_->index(), tree_,
+        [state = state_](const ScanReport& report) { state->takeReport(report); }, options_.scan);
+    keeper_->setPublish(
+        [this](const IndexKeeper::Index& index, const std::vector<std::string>& changed, bool isRebuilt) {
+            scan_->setIndex(index);
+            if (isRebuilt)
+                scan_->lookAtEverything();
+            state_->setIndex(index, changed);
+        });
+    state_->setRulesListener([this](const DaemonState::Rules& rules) {
+        scan_->setRules(rules);
+        runner_->noteRules();
+    });
+    state_->setNeedListener([this](const BackupNeed& need) { runner_->noteNeed(need); });
     if (!server_->listen(options_.socketPath))
         return "Cannot listen at " + options_.socketPath + ": " + std::generic_category().message(errno);
     scan_->start();
+    runner_->start();
     refresh_ = loop_->schedule(options_.refreshInterval, MainLoop::Repeat::Always, [this] { refresh(); });
-    KelvaneCLog("Serving %@ at %@.", options_.home, options_.socketPath);
+    KelvaneCLog("Serving %@ at %@.", state_->configuration().home, options_.socketPath);
     return {};
 }
 
@@ -46,16 +71,22 @@ void LocalDaemon::stop() {
     if (state_) {
         state_->setObserver({});
         state_->setRulesListener({});
+        state_->setNeedListener({});
         nodes_->stop();
     }
+    if (runner_)
+        runner_->stop();
     if (scan_)
         scan_->stop();
     if (server_)
         server_->stop();
+    runner_.reset();
+    keeper_.reset();
     scan_.reset();
     server_.reset();
     nodes_.reset();
     state_.reset();
+    tree_.reset();
     claim_.reset(); // last: until now nobody else may serve here
 }
 
@@ -63,19 +94,46 @@ void LocalDaemon::makeWorld() {
     volumes_ = options_.fileSystem->volumes();
     const auto store = std::make_shared<SettingsStore>(options_.settingsPath);
     Settings settings = store->load();
+    const Configuration configuration =
+        readConfiguration(options_.configurationPath, options_.defaults, *volumes_, options_.settled);
+    keeper_ = std::make_shared<IndexKeeper>(
+        Repository(std::make_shared<const Restic>(configuration.repository), configuration.computerNumber),
+        indexPathFor(options_.indexPath, configuration));
     state_ = std::make_shared<DaemonState>(
-        readConfiguration(options_.configurationPath, options_.home, *volumes_), std::move(settings),
-        std::make_unique<NothingBackedUp>(),
+        configuration, std::move(settings), keeper_->index(),
         [store](const Settings& changed, std::uint64_t version) { return store->save(changed, version); },
         options_.clock);
-    nodes_ = std::make_shared<NodeAnswers>(state_, options_.fileSystem);
-    const DaemonTarget::World world{state_, options_.fileSystem, nodes_, terminate_};
+    tree_ = std::make_shared<FolderTree>();
+    nodes_ = std::make_shared<NodeAnswers>(state_, options_.fileSystem, tree_);
+    runner_ = std::make_shared<BackupRunner>(state_, keeper_, options_.backup);
+    const DaemonTarget::World world{state_, options_.fileSystem, nodes_, runner_, terminate_};
     const auto makeTarget = [world](const std::shared_ptr<CallbackQueue>& pane) {
         return std::make_shared<DaemonTarget>(world, pane);
     };
     server_ = std::make_shared<PaneServer>(loop_, makeTarget,
                                            PaneServer::Options{options_.fileSystem, options_.sendTimeout});
     state_->setObserver(server_);
+}
+
+// A key is made only where there is nothing yet that an older one opens. Without one the backup fails, and
+// says so by itself.
+void LocalDaemon::makeKey() {
+    if (!keeper_->index()->repositoryId().empty())
+        return;
+    const std::string& path = state_->configuration().repository.passwordFile;
+    bool isNew = false;
+    if (const std::string failure = ensurePasswordFile(path, isNew); !failure.empty())
+        KelvaneSystemLog("The backup's key cannot be made: %@", failure);
+    if (!isNew)
+        return;
+    KelvaneSystemLog(
+        "A KEY FOR THE BACKUP HAS BEEN MADE: %@. Keep a copy of it somewhere else, on paper or on "
+        "another disk: without it nobody can read the backup, not even you.",
+        path);
+    state_->raiseAlert({"key_made", "warning", "Keep a copy of the backup's key.",
+                        "Without it nobody can read the backup, not even you. Copy it to another disk or "
+                        "print it: " +
+                            path});
 }
 
 void LocalDaemon::refresh() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Foundation/MainLoop.h"
+#include "LocalDaemon/BackupRunner.h"
 #include "LocalDaemon/DaemonState.h"
 #include "LocalDaemon/FolderScan.h"
 #include "LocalDaemon/NodeAnswers.h"
@@ -16,22 +17,26 @@
 
 namespace kelvane {
 
-// The whole daemon, put together: it counts what is to be backed up and serves panes at a socket.
+// The whole daemon, put together: it counts what is to be backed up, backs it up and serves panes at a
+// socket.
 //
 // Belongs to the main thread, whose loop must run while it serves. `stop` takes back everything that `start`
 // made, and waits for the threads.
 class LocalDaemon {
 public:
     struct Options {
-        std::string home; // absolute, without links
+        ConfigurationDefaults defaults;
+        Dictionary settled; // entries that come before those of the configuration's file
         std::string socketPath;
         std::string settingsPath;
         std::string configurationPath;
+        std::string indexPath; // the beginning of the names of indexes, one for each place of a repository
         std::chrono::milliseconds sendTimeout = std::chrono::seconds(10);
         // How late the end of a pause may be noticed. Not one timer for the whole pause: timers stand still
         // while the machine sleeps, and its clock may be set.
         std::chrono::milliseconds refreshInterval = std::chrono::seconds(5);
         FolderScan::Options scan;
+        BackupRunner::Options backup;
         std::shared_ptr<const FileSystem> fileSystem = std::make_shared<LocalFileSystem>();
         DaemonState::Clock clock = std::chrono::system_clock::now;
     };
@@ -48,6 +53,7 @@ public:
 
 private:
     void makeWorld();
+    void makeKey();
     void refresh();
 
     const Options options_;
@@ -56,6 +62,9 @@ private:
 
     std::optional<SocketClaim> claim_;
     std::shared_ptr<DaemonState> state_;
+    std::shared_ptr<FolderTree> tree_;
+    std::shared_ptr<IndexKeeper> keeper_;
+    std::shared_ptr<BackupRunner> runner_;
     std::shared_ptr<NodeAnswers> nodes_;
     std::shared_ptr<PaneServer> server_;
     std::optional<FolderScan> scan_;

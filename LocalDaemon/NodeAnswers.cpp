@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <set>
 
 namespace kelvane {
 namespace {
@@ -18,6 +19,7 @@ using Kind = FileAttributes::Kind;
 
 // An answer with more would take seconds and hundreds of megabytes on both sides.
 constexpr std::size_t mostChildren = 500'000;
+constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
 
 std::uint32_t narrowed(std::uint64_t count) {
     return static_cast<std::uint32_t>(
@@ -32,31 +34,61 @@ public:
     explicit Request(const NodeAnswers& answers)
         : state_(*answers.state_),
           fileSystem_(*answers.fileSystem_),
+          tree_(*answers.tree_),
           rules_(state_.rules()),
+          index_(state_.index()),
           entrance_(fileSystem_.volumes()) {}
 
     struct File {
-        std::string path; // real, without links
-        FileAttributes attributes;
+        std::string path;          // real, without links
+        FileAttributes attributes; // when it has gone from the disk, those that it was backed up with
+        bool isMissing = false;
     };
     [[nodiscard]] std::optional<File> fileAt(const Value& asked) {
         const std::optional<std::string> path = entrance_.pathWithoutLinks(asked.stringValue());
         return path ? fileAtRealPath(*path) : std::nullopt;
     }
     [[nodiscard]] std::optional<File> fileAtRealPath(const std::string& path) const {
-        const auto attributes = fileSystem_.attributes(path);
-        return attributes ? std::optional(File{path, *attributes}) : std::nullopt;
+        if (const auto attributes = fileSystem_.attributes(path))
+            return File{path, *attributes};
+        const BackupIndex::Item* const item = index_->find(indexedName(path));
+        return item && item->snapshot != 0 ? std::optional(missingFile(path, *item)) : std::nullopt;
     }
     [[nodiscard]] const Volumes& volumes() const { return entrance_.volumes(); }
     [[nodiscard]] const BackupRules& rules() const { return *rules_; }
 
-    [[nodiscard]] NodeLook lookOf(const File& file, const std::optional<BackupCopy>& copy) {
+    // Of all that is in the folder, on the disk and in the backup; those that are no UTF-8 are left out.
+    [[nodiscard]] std::set<std::string> namesIn(const File& folder) const {
+        FolderListing listing;
+        listing.isComplete = folder.isMissing;
+        if (!folder.isMissing)
+            listing = fileSystem_.list(folder.path, mostChildren);
+        if (!listing.isComplete || !listing.unspeakableNames.empty())
+            KelvaneCLog("Panes are not told of all that is in %@: %llu names are no UTF-8, error %d.",
+                        folder.path, listing.unspeakableNames.size(), listing.error);
+        std::set<std::string> names(listing.names.begin(), listing.names.end());
+        std::set<std::string> unspeakable;
+        for (const std::string& name : listing.unspeakableNames)
+            unspeakable.insert(indexedName(name));
+        if (const BackupIndex::Item* const saved = index_->find(indexedName(folder.path)))
+            for (const BackupIndex::Item& item : index_->children(*saved))
+                if (const std::string name(index_->nameOf(item)); !unspeakable.contains(name))
+                    names.insert(name);
+        return names;
+    }
+    [[nodiscard]] FileTotals totalsBelow(const File& folder, const std::atomic<bool>& stopping) const {
+        if (!folder.isMissing)
+            return kelvane::totalsBelow(folder.path, stopping);
+        return index_->totalsOf(*index_->find(indexedName(folder.path)));
+    }
+
+    [[nodiscard]] NodeLook lookOf(const File& file, const BackupStanding& standing) {
         const Verdict verdict = verdictOf(file);
         const bool isPartial =
             file.attributes.kind == Kind::Directory && kelvane::isPartial(*rules_, file.path, verdict.isIn());
-        return kelvane::lookOf(file.path, file.attributes.kind, verdict, isPartial, copy);
+        return kelvane::lookOf(file.path, file.attributes.kind, verdict, isPartial, standing);
     }
-    [[nodiscard]] std::int32_t colorOf(const File& file) { return lookOf(file, copyOf(file)).color; }
+    [[nodiscard]] std::int32_t colorOf(const File& file) { return lookOf(file, standingOf(file)).color; }
 
     // `asked` is the path in the pane's words. Without a file only the rules, or the mount table, know of it.
     [[nodiscard]] FileNodeRef node(const std::string& asked, const std::optional<File>& file) {
@@ -86,23 +118,53 @@ private:
         node.setTotalCount(file.attributes.kind == Kind::File ? 1 : 0);
         node.setUid(file.attributes.uid);
         node.setGid(file.attributes.gid);
-        const std::optional<BackupCopy> copy = copyOf(file);
-        if (copy) {
-            node.setBackupDate(copy->date);
-            node.setVersion(copy->version);
-        }
-        const NodeLook look = lookOf(file, copy);
+        const BackupStanding standing = standingOf(file);
+        node.setBackupDate(standing.date);
+        if (standing.date)
+            node.setVersion(standing.version);
+        const NodeLook look = lookOf(file, standing);
         node.setBackupFlags(look.backupFlags);
         node.setSimpleFlags(look.simpleFlags);
         node.setBackupColor(look.color);
         node.setState(look.state);
     }
-    [[nodiscard]] std::optional<BackupCopy> copyOf(const File& file) const {
-        return state_.engine().copyOf(file.path, file.attributes);
+    static File missingFile(const std::string& path, const BackupIndex::Item& item) {
+        File file{path, {}, true};
+        file.attributes.kind = item.kind == ItemKind::Folder ? Kind::Directory
+                               : item.kind == ItemKind::Link ? Kind::SymbolicLink
+                                                             : Kind::File;
+        file.attributes.size = item.size;
+        file.attributes.uid = item.uid;
+        file.attributes.gid = item.gid;
+        return file;
+    }
+    [[nodiscard]] BackupStanding standingOf(const File& file) const {
+        const BackupIndex::Item* const item = index_->find(indexedName(file.path));
+        BackupStanding standing;
+        standing.isMissing = file.isMissing;
+        standing.isWaiting = !item;
+        if (item && item->snapshot != 0) {
+            standing.date = dateOf(*item);
+            standing.version = item->version;
+        }
+        standing.isKept = item && index_->hasContent(*item);
+        if (file.attributes.kind != Kind::Directory) {
+            standing.isWaiting = !item || !isUnchanged(*item, file.attributes);
+        } else if (const auto counts = tree_.countsAt(file.path)) {
+            standing.isWaiting = counts->isWaiting();
+            standing.isMixed = counts->isWaiting() && counts->files.count > counts->waiting.count;
+        }
+        return standing;
+    }
+    // Of a folder, which is as new as what is in it: when it was last known to be whole.
+    [[nodiscard]] Date dateOf(const BackupIndex::Item& item) const {
+        const Snapshot* const snapshot =
+            item.kind == ItemKind::Folder ? index_->snapshot(item.snapshot) : nullptr;
+        return dateFromNanoseconds((snapshot ? snapshot->time : item.backedUp) * nanosecondsPerSecond);
     }
     [[nodiscard]] Verdict verdictOf(const File& file) {
         Verdict verdict = verdictFor(*rules_, file.path);
-        if (!verdict.isIn())
+        if (!verdict.isIn() || file.isMissing)
             return verdict;
         if (file.attributes.kind == Kind::Other)
             return {Verdict::Reason::NoFile, {}};
@@ -122,7 +184,9 @@ private:
 
     const DaemonState& state_;
     const FileSystem& fileSystem_;
+    const FolderTree& tree_;
     const DaemonState::Rules rules_;
+    const DaemonState::Index index_;
     PathEntrance entrance_;
     std::string lastRule_;
     std::optional<std::uint64_t> lastDevice_;
@@ -137,7 +201,7 @@ Value NodeAnswers::node(const Value& path, FolderSizes sizes) const {
     const bool isVolume = asked == "/" || kelv_isVolumePath(asked);
     const FileNodeRef node = isVolume ? request.volumeNode(asked, file) : request.node(asked, file);
     if (sizes == FolderSizes::Contents && node->isDirectory()) {
-        const FileTotals totals = totalsBelow(file->path, stopping_);
+        const FileTotals totals = request.totalsBelow(*file, stopping_);
         node->setSizeValue(totals.bytes);
         node->setTotalCount(narrowed(totals.count));
     }
@@ -165,14 +229,9 @@ Value NodeAnswers::childrenOfFolder(const Value& path) const {
     const auto folder = request.fileAt(path);
     if (!folder || folder->attributes.kind != Kind::Directory)
         return nodes;
-    auto listing = fileSystem_->list(folder->path, mostChildren);
-    if (!listing.isComplete || !listing.unspeakableNames.empty())
-        KelvaneCLog("Panes are not told of all that is in %@: %llu names are no UTF-8, error %d.",
-                    folder->path, listing.unspeakableNames.size(), listing.error);
-    std::ranges::sort(listing.names);
     const std::string asked = withSeparator(pathWithComponents(pathComponents(path.stringValue())));
     const std::string real = withSeparator(folder->path);
-    for (const std::string& name : listing.names)
+    for (const std::string& name : request.namesIn(*folder))
         if (const auto file = stopping_ ? std::nullopt : request.fileAtRealPath(real + name))
             nodes.push_back(request.node(asked + name, file)->dictionary());
     return nodes;

@@ -2,6 +2,7 @@
 
 #include "Foundation/Value.h"
 #include "LocalDaemon/DaemonState.h"
+#include "LocalDaemon/FolderTree.h"
 #include "LocalDaemon/PathEntrance.h"
 
 #include <atomic>
@@ -11,14 +12,18 @@
 namespace kelvane {
 
 // What panes ask about single files: the dictionaries of nodes, and what only needs a part of those. All of
-// it is read from the disk at that moment and judged by the rules of that moment.
+// it is read from the disk at that moment and judged by the rules and the index of that moment. What has gone
+// from the disk but is in the backup is there all the same, marked as missing.
 //
 // Any thread; blocks on the disk, without a lock, until `stop`. Paths come as PathEntrance takes them; a node
-// has the path that it was asked for by. What is not there, or cannot be reached, has no answer.
+// has the path that it was asked for by. What is neither on the disk nor in the
+// backup, or cannot be reached, has no answer.
 class NodeAnswers {
 public:
-    NodeAnswers(std::shared_ptr<const DaemonState> state, std::shared_ptr<const FileSystem> fileSystem)
-        : state_(std::move(state)), fileSystem_(std::move(fileSystem)) {}
+    // `tree` is what the scan has found.
+    NodeAnswers(std::shared_ptr<const DaemonState> state, std::shared_ptr<const FileSystem> fileSystem,
+                std::shared_ptr<const FolderTree> tree)
+        : state_(std::move(state)), fileSystem_(std::move(fileSystem)), tree_(std::move(tree)) {}
 
     enum class FolderSizes {
         Own,      // what the folder itself takes, as the disk says
@@ -44,6 +49,7 @@ private:
 
     const std::shared_ptr<const DaemonState> state_;
     const std::shared_ptr<const FileSystem> fileSystem_;
+    const std::shared_ptr<const FolderTree> tree_;
     std::atomic<bool> stopping_{false};
 };
 

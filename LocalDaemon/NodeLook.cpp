@@ -44,52 +44,64 @@ std::uint32_t folderRuleFlag(Reason reason) {
     }
 }
 
-std::int32_t colorOf(bool isIn, bool isPartial, bool isCurrent) {
-    if (!isIn)
-        return isPartial ? Backup_Color_Gray : Backup_Color_None;
-    if (!isCurrent)
+std::int32_t colorOf(bool isIn, bool isPartial, const BackupStanding& standing) {
+    if (standing.isMissing)
+        return standing.isKept ? Backup_Color_Blue : Backup_Color_None;
+    if (!isIn && !isPartial)
+        return standing.isKept ? Backup_Color_Blue : Backup_Color_None;
+    if (!isIn || standing.isMixed)
+        return Backup_Color_Gray;
+    if (standing.isWaiting)
         return Backup_Color_Yellow;
     return isPartial ? Backup_Color_Gray : Backup_Color_Green;
 }
 
+// Panes offer for restoring what counts as in the backup, also if only for a while yet.
+std::uint32_t flagsOf(const BackupStanding& standing) {
+    return (standing.date ? Backup_BackedUp : std::uint32_t{0}) |
+           (standing.isKept ? Backup_Backup : std::uint32_t{0}) |
+           (standing.isMissing ? Backup_Missing : std::uint32_t{0});
+}
+
 std::uint32_t flagsOf(const ReasonRow& row, std::string_view path, Kind kind, const Verdict& verdict,
-                      bool isPartial) {
+                      bool isPartial, const BackupStanding& standing) {
     const bool isRuleItself = verdict.rule == path;
-    std::uint32_t flags = row.flags | (isRuleItself ? row.flagsOfRule : 0);
+    std::uint32_t flags = row.flags | (isRuleItself ? row.flagsOfRule : 0) | flagsOf(standing);
     if (kind != Kind::Directory)
         return flags;
     flags |= Backup_Folder;
     if (isRuleItself)
         flags |= folderRuleFlag(verdict.reason);
     // Nothing in it is in the backup.
-    if (!verdict.isIn() && !isPartial)
+    if (!verdict.isIn() && !isPartial && !standing.isKept)
         flags |= Backup_Not_Active;
     return flags;
 }
 
-std::string stateText(const ReasonRow& row, std::string_view path, const Verdict& verdict, bool isCurrent) {
+std::string stateText(const ReasonRow& row, std::string_view path, const Verdict& verdict,
+                      const BackupStanding& standing) {
+    if (standing.isMissing && standing.isKept)
+        return "Gone from the disk, kept in the backup";
     if (verdict.isIn())
-        return std::string(isCurrent ? "Backed up" : row.text);
+        return std::string(standing.isWaiting ? row.text : "Backed up");
     std::string text(row.text);
     if (!verdict.rule.empty() && verdict.rule != path)
         text += ": " + verdict.rule;
-    return text;
+    return standing.isKept ? text + " (a copy is kept)" : text;
 }
 
 } // namespace
 
 NodeLook lookOf(std::string_view path, Kind kind, const Verdict& verdict, bool isPartial,
-                const std::optional<BackupCopy>& copy) {
+                const BackupStanding& standing) {
     const ReasonRow& row = rowOf(verdict.reason);
-    const bool isCurrent = copy && copy->isCurrent;
     NodeLook look;
-    look.backupFlags =
-        flagsOf(row, path, kind, verdict, isPartial) | (copy ? Backup_BackedUp : std::uint32_t{0});
+    look.backupFlags = flagsOf(row, path, kind, verdict, isPartial, standing);
     look.simpleFlags = (verdict.isIn() ? Backup_Simple_Checked : 0) |
                        (row.canBeToggled ? Backup_Simple_Enabled : 0) |
                        (isPartial ? Backup_Simple_Grayed : 0);
-    look.color = colorOf(verdict.isIn(), isPartial, isCurrent);
-    look.state = stateText(row, path, verdict, isCurrent);
+    look.color = colorOf(verdict.isIn(), isPartial, standing);
+    look.state = stateText(row, path, verdict, standing);
     return look;
 }
 

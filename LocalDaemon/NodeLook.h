@@ -1,7 +1,7 @@
 #pragma once
 
-#include "LocalDaemon/BackupEngine.h"
 #include "LocalDaemon/BackupRules.h"
+#include "Platform/FileSystem.h"
 
 #include <cstdint>
 #include <optional>
@@ -9,6 +9,16 @@
 #include <string_view>
 
 namespace kelvane {
+
+// How a file or folder stands to what has been backed up.
+struct BackupStanding {
+    std::optional<Date> date;  // of its last copy; none: it was never backed up
+    std::uint32_t version = 0; // of that
+    bool isWaiting = false;    // new or changed, or something in the folder is
+    bool isMixed = false;      // something in the folder is waiting, and something is not
+    bool isKept = false;       // a copy with content is there, whatever the rules say now
+    bool isMissing = false;    // gone from the disk
+};
 
 // What a pane is shown of one file's place in the backup.
 struct NodeLook {
@@ -20,6 +30,6 @@ struct NodeLook {
 
 // `isPartial`: something in the folder has another verdict by a person's will.
 [[nodiscard]] NodeLook lookOf(std::string_view path, FileAttributes::Kind kind, const Verdict& verdict,
-                              bool isPartial, const std::optional<BackupCopy>& copy);
+                              bool isPartial, const BackupStanding& standing);
 
 } // namespace kelvane

@@ -14,7 +14,7 @@ struct RepositoryPlace {
     std::string location; // a folder, or whatever else restic takes; may hold a password
     std::string passwordFile;
     std::string cacheFolder;
-    std::map<std::string, std::string> environment; // more variables for restic: a service's keys
+    std::map<std::string, std::string> environment = {}; // more variables for restic: a service's keys
     std::string program = "restic";
 };
 
@@ -57,10 +57,10 @@ public:
     [[nodiscard]] ResticOutcome run(const Call& call, const StopSignal& stop) const;
 
     [[nodiscard]] const RepositoryPlace& place() const { return place_; }
-
-private:
+    // For the log: the name and password that may stand in the location are left out.
     [[nodiscard]] std::string withoutSecrets(std::string text) const;
 
+private:
     const RepositoryPlace place_;
     std::vector<std::string> environment_;
 };

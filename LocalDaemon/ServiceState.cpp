@@ -7,7 +7,8 @@
 namespace kelvane {
 
 // What a person has chosen comes first: it says why nothing else happens. A pause outranks recover mode, as
-// it does in the pane's own list of modes.
+// it does in the pane's own list of modes. Trouble stands until a try has gone well: it would come and go
+// with every try else.
 ServiceState serviceStateFor(const ServiceConditions& conditions) {
     if (!conditions.isEnabled)
         return ServiceState::Disabled;
@@ -17,6 +18,10 @@ ServiceState serviceStateFor(const ServiceConditions& conditions) {
         return ServiceState::RecoverMode;
     if (conditions.isOverQuota)
         return ServiceState::OverQuota;
+    if (conditions.trouble)
+        return *conditions.trouble;
+    if (conditions.isBackingUp)
+        return conditions.isInitialBackup ? ServiceState::InitialBackup : ServiceState::BackingUp;
     if (conditions.isScanning)
         return ServiceState::Scanning;
     return conditions.hasPendingFiles ? ServiceState::BackupPending : ServiceState::Idle;

@@ -1,18 +1,26 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace kelvane {
 
 // The service states that this daemon finds itself in; panes know more of them.
 enum class ServiceState : std::uint32_t {
+    InitialBackup = 3,
     BackupPending = 5,
+    BackingUp = 6,
     Scanning = 7,
     Idle = 8,
     Disabled = 12,
     Paused = 13,
+    Retry = 14, // somebody else is at work in the repository
+    BadConfiguration = 15,
     OverQuota = 17,
+    NoInternet = 18,
+    NoServer = 19,
+    BackupFailed = 20,
     RecoverMode = 25,
 };
 
@@ -21,6 +29,9 @@ struct ServiceConditions {
     bool isPaused = false;
     bool isRecovering = false;
     bool isOverQuota = false;
+    std::optional<ServiceState> trouble; // that the last try to back up has met
+    bool isBackingUp = false;
+    bool isInitialBackup = false;
     bool isScanning = false;
     bool hasPendingFiles = false;
 };

@@ -8,12 +8,11 @@
 
 #include <CLI/CLI.hpp>
 
-#include <array>
-#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <iostream>
 
 namespace {
@@ -27,7 +26,7 @@ constexpr int wronglyUsed = 2;
 constexpr const char* verboseMarker = "/";
 
 struct Arguments {
-    std::string home = homeFolder();
+    Dictionary settled; // of the configuration
     std::string socketPath;
     bool isVerbose = false;
 };
@@ -37,12 +36,70 @@ int complain(const std::string& reason, int status) {
     return status;
 }
 
+// Each of these options is an entry of the configuration, and comes before the file's.
+struct TextOption {
+    const char* name;
+    std::string_view key;
+    const char* type;
+    const char* meaning;
+};
+constexpr TextOption textOptions[] = {
+    {"--repository", "repository", "PLACE",
+     "Where the backup goes: a folder, or what else restic takes (sftp:HOST:/DIR, rest:URL, s3:URL, "
+     "rclone:REMOTE)"},
+    {"--password-file", "passwordFile", "PATH",
+     "The file with the repository's key; made when there is none"},
+    {"--email", "userEmail", "ADDRESS", "The account that panes show"},
+    {"--server", "serverURL", "HOST", "The server that panes lead to"},
+};
+struct NumberOption {
+    const char* name;
+    std::string_view key;
+    const char* type;
+    const char* meaning;
+};
+constexpr NumberOption numberOptions[] = {
+    {"--interval", "intervalMinutes", "MINUTES",
+     "From the end of a backup to the next one; 15 unless you say else"},
+    {"--keep", "keepDays", "DAYS", "For so long the backup keeps what has gone; 30 unless you say else"},
+    {"--quota", "quotaMB", "MB", "The most that may be in the backup; 0 for no limit"},
+    {"--computer", "computerNumber", "NUMBER", "Tells this computer from others in the repository"},
+};
+
+void addConfiguration(CLI::App& app, Dictionary& settled) {
+    const auto setText = [&settled](std::string_view key) {
+        return [&settled, key](const std::string& text) { settled.set(key, text); };
+    };
+    const auto setList = [&settled](std::string_view key) {
+        return [&settled, key](const std::vector<std::string>& texts) {
+            settled.set(key, Array(texts.begin(), texts.end()));
+        };
+    };
+    app.add_option_function<std::string>("--home", setText("homeFolder"),
+                                         "The folder to watch over; your home folder unless you say else")
+        ->type_name("DIR")
+        ->check(CLI::Validator(CLI::ExistingDirectory).description(""));
+    for (const TextOption& option : textOptions)
+        app.add_option_function<std::string>(option.name, setText(option.key), option.meaning)
+            ->type_name(option.type);
+    for (const NumberOption& option : numberOptions)
+        app.add_option_function<std::uint32_t>(
+               option.name, [&settled, key = option.key](std::uint32_t number) { settled.set(key, number); },
+               option.meaning)
+            ->type_name(option.type);
+    app.add_option_function<std::vector<std::string>>("--volume", setList("volumes"),
+                                                      "A further folder to watch over; may be repeated")
+        ->type_name("DIR");
+    app.add_option_function<std::vector<std::string>>(
+           "--policy", setList("policyExcludeList"),
+           "A pattern of what is never backed up, instead of the usual ones; may be repeated")
+        ->type_name("PATTERN");
+}
+
 // None: go on.
 std::optional<int> parse(int count, char** texts, Arguments& arguments) {
     CLI::App app("Watches over a folder and serves Kelvane's panes on this machine.", "kelvane-local-daemon");
-    app.add_option("--home", arguments.home, "The folder to watch over; your home folder unless you say else")
-        ->type_name("DIR")
-        ->check(CLI::Validator(CLI::ExistingDirectory).description(""));
+    addConfiguration(app, arguments.settled);
     app.add_option("--socket", arguments.socketPath,
                    "Where panes connect; in your runtime folder unless you say else")
         ->type_name("PATH");
@@ -55,13 +112,6 @@ std::optional<int> parse(int count, char** texts, Arguments& arguments) {
         return complain(std::string(error.what()) + " (see --help)", wronglyUsed);
     }
     return std::nullopt;
-}
-
-std::optional<std::string> withoutLinks(const std::string& path) {
-    std::array<char, PATH_MAX> resolved{};
-    if (::realpath(path.c_str(), resolved.data()) == nullptr)
-        return std::nullopt;
-    return resolved.data();
 }
 
 int serve(const LocalDaemon::Options& options) {
@@ -77,18 +127,21 @@ int serve(const LocalDaemon::Options& options) {
 }
 
 int run(const Arguments& arguments) {
-    const auto home = withoutLinks(arguments.home);
-    if (!home)
-        return complain("cannot find the folder " + arguments.home, wronglyUsed);
     const auto socketPath = arguments.socketPath.empty() ? defaultDaemonPath() : arguments.socketPath;
     if (!socketPath)
         return complain("there is no folder for the socket that only you can reach; name one with --socket",
                         failed);
 
     LocalDaemon::Options options;
-    options.home = *home;
+    options.defaults = usualDefaults();
+    options.settled = arguments.settled;
+    // A relative path is as the terminal has it.
+    if (const auto& home = arguments.settled["homeFolder"]; home.isString())
+        options.settled.set("homeFolder",
+                            std::filesystem::absolute(home.stringValue()).lexically_normal().string());
     options.socketPath = *socketPath;
     options.settingsPath = stateFolder() + "/kelvane/local-daemon-state.plist";
+    options.indexPath = stateFolder() + "/kelvane/local-daemon-index";
     options.configurationPath = configurationFolder() + "/kelvane/local-daemon.plist";
     return serve(options);
 }

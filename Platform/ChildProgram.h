@@ -18,6 +18,7 @@ public:
 
     void set();
     [[nodiscard]] bool isSet() const { return set_; }
+    [[nodiscard]] const std::atomic<bool>& flag() const { return set_; }
     [[nodiscard]] int descriptor() const { return event_.get(); } // readable once it is set
 
 private:

@@ -30,7 +30,8 @@ public:
         const TemporaryFolder& home, const FolderScan::Options& options = {},
         std::function<void()> atRest = [] {})
         : scan(
-              rulesFor(home), [this](const ScanReport& report) { take(report); }, options),
+              rulesFor(home), std::make_shared<BackupIndex>(), std::make_shared<FolderTree>(),
+              [this](const ScanReport& report) { take(report); }, options),
           atRest_(std::move(atRest)) {
         scan.start();
     }
@@ -47,7 +48,7 @@ public:
     }
 
     // With `awaits` only.
-    ScanReport last{{}, true, false, {}};
+    ScanReport last{{}, true, false, {}, {}, 0, {}};
     std::vector<std::string> changedFolders;
     FolderScan scan;
 
@@ -80,7 +81,9 @@ FileTotals totalsOf(const std::string& root, const BackupRules& rules) {
 TEST(FolderScan, StaysInItsFileSystemUnlessAnotherIsAdded) {
     const std::atomic<bool> stopping = false;
     for (const Passage passage : {Passage::WithinFileSystem, Passage::AnyFileSystem}) {
-        const auto folders = contentsOfFolder("/", stopping, [&](auto) { return passage; }).subfolders;
+        const auto folders = contentsOfFolder(
+                                 "/", stopping, [&](auto) { return passage; }, [](auto&) { return true; })
+                                 .subfolders;
         EXPECT_EQ(std::ranges::count(folders, "proc"), passage == Passage::AnyFileSystem ? 1 : 0);
         EXPECT_EQ(std::ranges::count(folders, "etc"), 1);
     }

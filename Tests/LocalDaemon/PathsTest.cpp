@@ -91,7 +91,9 @@ TEST_F(Paths, AnswersNothingOrTheTruthToOddPaths) {
     // Home, policy, no file, outside, by a link, another file system.
     EXPECT_EQ(colors({in("a"), in(".cache"), in("pipe"), "/Volumes/Disk/file", in("link/b"), "/proc"}),
               (Array{3, 1, 1, 1, 3, 1}));
-    EXPECT_EQ(pane.call<"policyExcludeList">().array().back(), "/Volumes/Boot" + in(".local/share/Trash/"));
+    const Array policy = pane.call<"policyExcludeList">().array();
+    EXPECT_EQ(policy.back(), "/Volumes/Boot" + folders / "repository/");
+    EXPECT_NE(std::ranges::find(policy, Value("/Volumes/Boot" + in(".local/share/Trash/"))), policy.end());
 }
 
 TEST_F(Paths, FollowTheRulesInBothModes) {
@@ -125,22 +127,38 @@ TEST_F(Paths, FollowTheRulesInBothModes) {
     EXPECT_TRUE(comesTo(3));
 }
 
-struct EtcIsBackedUp : NothingBackedUp {
-    std::optional<BackupCopy> copyOf(const std::string& path, const FileAttributes&) const override {
-        return BackupCopy{Date{5}, 3, path == "/etc"};
-    }
-};
-
-TEST(NodeAnswers, ShowWhatTheEngineHasAndStayInTheFileSystemOfTheRule) {
+TEST(NodeAnswers, ShowWhatTheIndexHasAndStayInTheFileSystemOfTheRule) {
+    const SnapshotItem gone{"/etc/gone?", ItemKind::File, 7, 1, 2, 3, 4};
+    const SnapshotItem below{"/gone/below", ItemKind::File, 5, 1, 2, 3, 4};
+    const auto index = std::make_shared<BackupIndex>(
+        "repository", BackupIndex::Snapshots{{4, {"id", 978307205, false}}},
+        std::vector<BackedUpItem>{{{"/etc", ItemKind::Folder, 0, 0, 0, 0, 0}, 0, 3, 4},
+                                  {gone, 978307200, 4, 4},
+                                  {{"/gone", ItemKind::Folder, 0, 0, 0, 0, 0}, 0, 3, 4},
+                                  {below, 0, 3, 4}});
+    Settings settings;
+    settings.paths.exclusions.insert("/gone");
     const auto state = std::make_shared<DaemonState>(
-        Configuration{"", "", 1, 0, "/", {}}, Settings(), std::make_unique<EtcIsBackedUp>(),
+        Configuration{"", "", 1, 0, "/", {}}, settings, index,
         [](const Settings&, std::uint64_t) { return std::string(); }, std::chrono::system_clock::now);
-    const NodeAnswers answers(state, std::make_shared<LocalFileSystem>());
-    EXPECT_EQ(answers.colors(Array{"/etc", "/usr", "/proc"}), (Array{2, 3, 1}));
+    const NodeAnswers answers(state, std::make_shared<LocalFileSystem>(), std::make_shared<FolderTree>());
+    EXPECT_EQ(answers.colors(Array{"/etc", "/usr", "/proc", "/gone", "/etc/gone?"}), (Array{2, 3, 1, 5, 5}));
     const Value node = answers.node("/etc", NodeAnswers::FolderSizes::Own);
-    EXPECT_EQ(node["backupDate"], Date{5});
+    EXPECT_EQ(node["backupDate"], Date{5}); // when it was last whole
     EXPECT_EQ(node["version"], 3);
     EXPECT_EQ(node["backupFlags"], Backup_Backup | Backup_BackedUp | Backup_Folder);
+
+    const Value missing = answers.node("/etc/gone?", NodeAnswers::FolderSizes::Own);
+    EXPECT_EQ(missing["backupFlags"], Backup_Backup | Backup_BackedUp | Backup_Missing);
+    EXPECT_EQ(missing["size"], 7);
+    EXPECT_EQ(missing["backupDate"], Date{0});
+    const Array children = answers.children("/etc").array();
+    EXPECT_NE(std::ranges::find(children, missing), children.end());
+    EXPECT_EQ(answers.children("/gone").array().at(0)["fileName"], "below");
+    const Value folder = answers.node("/gone", NodeAnswers::FolderSizes::Contents);
+    EXPECT_TRUE(folder["isDirectory"].boolValue());
+    EXPECT_EQ(folder["size"], 5);
+    EXPECT_EQ(folder["backupFlags"].uint32Value() & (Backup_Not_Active | Backup_Exclude), Backup_Exclude);
 }
 
 } // namespace

@@ -28,7 +28,13 @@ public:
     explicit RunningDaemon(const DaemonFolders& folders,
                            const std::function<void(LocalDaemon::Options&)>& adjust = {}) {
         LocalDaemon::Options options;
-        options.home = folders.home();
+        options.defaults.home = folders.home();
+        options.defaults.repository.location = folders / "repository";
+        options.defaults.repository.passwordFile = folders / "state/password";
+        options.defaults.repository.cacheFolder = folders / "cache";
+        options.indexPath = folders / "state/index";
+        options.backup.quiet = std::chrono::hours(24); // what waits is to be seen waiting
+        options.backup.longestWait = options.backup.quiet;
         options.socketPath = folders.socket();
         options.settingsPath = folders / "state/settings.plist";
         options.configurationPath = folders / "configuration.plist";

@@ -17,12 +17,12 @@ class State : public ::testing::Test {
 protected:
     State() { state.setObserver(told); }
     void report(std::uint64_t count, std::uint64_t bytes, bool isScanning = false) {
-        state.takeReport({{count, bytes}, isScanning, false, {}});
+        state.takeReport({{count, bytes}, isScanning, false, {}, {count, bytes}, 0, state.index()});
     }
 
     const std::shared_ptr<Told> told = std::make_shared<Told>();
     DaemonState state{
-        Configuration{"localhost", "", 1, 2, "/home", {}}, Settings(), std::make_unique<NothingBackedUp>(),
+        Configuration{"localhost", "", 1, 2, "/home", {}}, Settings(), std::make_shared<BackupIndex>(),
         [](const Settings&, std::uint64_t) { return std::string(); }, std::chrono::system_clock::now};
 };
 

@@ -57,7 +57,8 @@ TEST_F(Store, BringsBackTheLatestOfWhatItSavedAndSetsAsideWhatItCannotRead) {
 
 TEST_F(Store, ConfigurationHasHonestDefaultsAndOnlyPatternsThatCanMatch) {
     const Volumes volumes("Boot", {{"Disk", "/media/joe/Disk"}});
-    const auto read = [&](const std::string& file) { return readConfiguration(file, "/home/joe", volumes); };
+    const ConfigurationDefaults defaults{"/home/joe", {"/backup", "/key", "/cache"}};
+    const auto read = [&](const std::string& file) { return readConfiguration(file, defaults, volumes); };
     EXPECT_GT(static_cast<std::int32_t>(read(folder / "none").computerNumber), 0);
     EXPECT_EQ(read(folder / "none").computerNumber, read(folder / "none").computerNumber);
     EXPECT_EQ(problems, 0);
@@ -66,7 +67,7 @@ TEST_F(Store, ConfigurationHasHonestDefaultsAndOnlyPatternsThatCanMatch) {
 
     const Array patterns{"/a/", "/a/*.o*", "/Volumes/Disk/b/", "/Volumes/Gone/", "a/", "/file", 7};
     const auto policy = read(write("policy.plist", Dictionary{{"policyExcludeList", patterns}})).policy;
-    EXPECT_EQ(policy, (std::vector<std::string>{"/a/", "/a/*.o*", "/media/joe/Disk/b/"}));
+    EXPECT_EQ(policy, (std::vector<std::string>{"/a/", "/a/*.o*", "/media/joe/Disk/b/", "/backup/"}));
     EXPECT_EQ(problems, 5);
     EXPECT_EQ(volumePattern(policy[2], volumes), "/Volumes/Disk/b/");
     EXPECT_EQ(volumePattern(policy[1], volumes), "/Volumes/Boot/a/*.o*");

@@ -1,0 +1,121 @@
+#include "LocalDaemon/BackupRun.h"
+
+#include "LocalDaemon/ResticJson.h"
+#include "Support/Logging.h"
+
+#include <sys/stat.h>
+
+namespace kelvane {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto tellInterval = 250ms;
+constexpr std::size_t mostUnread = 100;
+
+std::string listOf(const std::vector<std::string>& targets) {
+    std::string list;
+    for (const std::string& target : targets)
+        list.append(target).push_back('\0');
+    return list;
+}
+
+std::vector<std::string> argumentsFor(const BackupRun::Wanted& wanted) {
+    // The verbose form names each file that is done, so that counts need not be guessed.
+    std::vector<std::string> arguments{"backup",           "--json", "--verbose=2", "--one-file-system",
+                                       "--files-from-raw", "-"};
+    for (const std::string& tag : wanted.tags)
+        arguments.insert(arguments.end(), {"--tag", tag});
+    // restic would look for one with the same list of paths, which is another one after each change of the
+    // rules, and read every file again.
+    if (!wanted.parent.empty())
+        arguments.insert(arguments.end(), {"--parent", wanted.parent});
+    return arguments;
+}
+
+// restic tells how much of it was new to the repository, which may be a part.
+std::uint64_t sizeOf(const std::string& path) {
+    struct stat status {};
+    return ::lstat(path.c_str(), &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
+}
+
+} // namespace
+
+BackupRun::BackupRun(DaemonState& state, const Repository& repository)
+    : state_(state), repository_(repository), activity_(state.activity()) {}
+
+BackupRun::Result BackupRun::run(const Wanted& wanted, const StopSignal& stop) {
+    activity_.isRunning = true;
+    activity_.isInitial = wanted.isInitial;
+    activity_.done = {};
+    troubleBefore_ = activity_.trouble;
+    tell();
+    Restic::Call call;
+    call.arguments = argumentsFor(wanted);
+    call.input = listOf(wanted.targets);
+    call.patience = wanted.patience;
+    call.hasLowerPriority = wanted.hasLowerPriority;
+    call.onLine = [this](std::string_view line) { return takeLine(line); };
+    call.onErrorLine = [this](std::string_view line) { takeErrorLine(line); };
+    result_.outcome = repository_.restic().run(call, stop);
+    activity_.isRunning = false;
+    activity_.currentFile.clear();
+    if (!result_.outcome.succeeded())
+        activity_.done = {};
+    tell();
+    return result_;
+}
+
+bool BackupRun::takeLine(std::string_view text) {
+    if (text.find("\"action\":\"unchanged\"") != std::string_view::npos)
+        return true; // most lines of most backups
+    const BackupLine line = backupLineFrom(text);
+    switch (line.kind) {
+    case BackupLine::Kind::Item:
+        if (line.isFile && line.isChanged)
+            activity_.done += {1, sizeOf(line.path)};
+        return true;
+    case BackupLine::Kind::Status: return takeStatus(line.filesDone, line.bytesDone, line.path);
+    case BackupLine::Kind::Summary: result_.snapshotId = line.snapshotId; return true;
+    case BackupLine::Kind::Error: takeUnread(line.path); return true;
+    case BackupLine::Kind::Other: return false;
+    }
+    return false;
+}
+
+// It comes twice a second, whether anything has been done or not.
+bool BackupRun::takeStatus(std::uint64_t files, std::uint64_t bytes, const std::string& path) {
+    const bool hasGotOn = files != filesDone_ || bytes != bytesDone_;
+    filesDone_ = files;
+    bytesDone_ = bytes;
+    if (!path.empty())
+        activity_.currentFile = path;
+    if (hasGotOn)
+        activity_.trouble = troubleBefore_;
+    if (std::chrono::steady_clock::now() - lastTold_ >= tellInterval)
+        tell();
+    return hasGotOn;
+}
+
+void BackupRun::takeErrorLine(std::string_view text) {
+    const BackupLine line = backupLineFrom(text);
+    if (line.kind == BackupLine::Kind::Error)
+        return takeUnread(line.path);
+    KelvaneSystemLog("restic: %@", repository_.restic().withoutSecrets(std::string(text)));
+    if (text.find("retrying after") == std::string_view::npos)
+        return;
+    activity_.trouble = ServiceState::NoServer;
+    tell();
+}
+
+void BackupRun::takeUnread(const std::string& path) {
+    if (result_.unread.size() < mostUnread && !path.empty())
+        result_.unread.push_back(path);
+}
+
+void BackupRun::tell() {
+    lastTold_ = std::chrono::steady_clock::now();
+    state_.setActivity(activity_);
+}
+
+} // namespace kelvane

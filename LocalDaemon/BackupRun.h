@@ -1,0 +1,51 @@
+#pragma once
+
+#include "LocalDaemon/DaemonState.h"
+#include "LocalDaemon/Repository.h"
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+namespace kelvane {
+
+// One call of restic that backs up some paths, whose progress goes into the state as it comes. Belongs to one
+// thread, which it blocks.
+class BackupRun {
+public:
+    struct Wanted {
+        std::vector<std::string> targets; // absolute paths; not empty
+        std::vector<std::string> tags;
+        std::string parent; // a snapshot that most of it is in as it was; empty: none
+        bool isInitial = false;
+        bool hasLowerPriority = false;
+        std::chrono::milliseconds patience{}; // for so long it may get on with nothing
+    };
+    struct Result {
+        ResticOutcome outcome;
+        std::string snapshotId;          // or its beginning
+        std::vector<std::string> unread; // paths that could not be read, the first hundred
+    };
+
+    BackupRun(DaemonState& state, const Repository& repository);
+
+    [[nodiscard]] Result run(const Wanted& wanted, const StopSignal& stop);
+
+private:
+    [[nodiscard]] bool takeLine(std::string_view line);
+    [[nodiscard]] bool takeStatus(std::uint64_t files, std::uint64_t bytes, const std::string& path);
+    void takeErrorLine(std::string_view line);
+    void takeUnread(const std::string& path);
+    void tell();
+
+    DaemonState& state_;
+    const Repository& repository_;
+    Result result_;
+    BackupActivity activity_;
+    std::optional<ServiceState> troubleBefore_;
+    std::uint64_t filesDone_ = 0;
+    std::uint64_t bytesDone_ = 0;
+    std::chrono::steady_clock::time_point lastTold_;
+};
+
+} // namespace kelvane

@@ -1,0 +1,278 @@
+#include "LocalDaemon/BackupRunner.h"
+
+#include "LocalDaemon/BackupTargets.h"
+#include "LocalDaemon/BackupTrouble.h"
+#include "Support/Logging.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace kelvane {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr const char* everything = "/";
+constexpr const char* unreadAlert = "files_not_read";
+constexpr std::chrono::hours forever{24};
+constexpr std::size_t mostNamed = 5; // in an alert
+
+std::string joined(const std::vector<std::string>& paths) {
+    std::string text;
+    for (std::size_t at = 0; at < std::min(paths.size(), mostNamed); ++at)
+        text += "\n" + paths[at];
+    if (paths.size() > mostNamed)
+        text += "\n…";
+    return text;
+}
+
+} // namespace
+
+BackupRunner::BackupRunner(std::shared_ptr<DaemonState> state, std::shared_ptr<IndexKeeper> keeper,
+                           const Options& options)
+    : state_(std::move(state)),
+      keeper_(std::move(keeper)),
+      options_(options),
+      lastChange_(Clock::now()),
+      connectAt_(lastChange_ + options.quiet) {
+    if (const Snapshot* const last = keeper_->index()->newestCompleteSnapshot()) {
+        const auto age = std::chrono::system_clock::now() -
+                         std::chrono::system_clock::time_point(std::chrono::seconds(last->time));
+        const auto left = std::chrono::duration_cast<Clock::duration>(state_->configuration().interval - age);
+        notBefore_ = Clock::now() + std::clamp<Clock::duration>(left, 0s, state_->configuration().interval);
+    }
+}
+
+BackupRunner::~BackupRunner() {
+    stop();
+}
+
+void BackupRunner::start() {
+    thread_ = std::thread([this] { run(); });
+}
+
+void BackupRunner::stop() {
+    {
+        const std::scoped_lock guard(mutex_);
+        stopping_ = true;
+        if (current_)
+            current_->set();
+    }
+    changed_.notify_all();
+    if (thread_.joinable())
+        thread_.join();
+}
+
+void BackupRunner::noteNeed(const BackupNeed& need) {
+    const std::scoped_lock guard(mutex_);
+    need_ = need;
+    isNoted_ = true;
+    if (current_ && !(isAdding_ ? need.mayAdd : need.mayRead))
+        current_->set();
+    changed_.notify_all();
+}
+
+void BackupRunner::noteRules() {
+    const std::scoped_lock guard(mutex_);
+    if (current_ && isAdding_)
+        current_->set();
+}
+
+void BackupRunner::backUpNow(const std::string& path) {
+    const std::scoped_lock guard(mutex_);
+    wanted_.insert(path);
+    isUrgent_ = true;
+    isNoted_ = true;
+    if (current_ && isAdding_ && path != everything)
+        current_->set(); // what it has saved already is not saved again
+    changed_.notify_all();
+}
+
+void BackupRunner::run() {
+    noteNeed(state_->backupNeed());
+    for (;;) {
+        const Task task = nextTask(Clock::now());
+        {
+            std::unique_lock guard(mutex_);
+            if (task == Task::None)
+                changed_.wait_for(guard, wait_, [this] { return stopping_ || isNoted_; });
+            if (stopping_)
+                return;
+        }
+        if (task != Task::None)
+            perform(task);
+    }
+}
+
+BackupRunner::Task BackupRunner::nextTask(Clock::time_point now) {
+    BackupNeed need;
+    bool isWanted = false;
+    {
+        const std::scoped_lock guard(mutex_);
+        isNoted_ = false;
+        need = need_;
+        isWanted = !wanted_.empty();
+        if (std::exchange(isUrgent_, false))
+            retry_ = now;
+    }
+    const Clock::time_point at = timeOfNextTask(need, now);
+    const Clock::time_point next = std::max(retry_, isWanted       ? now
+                                                    : isConnected_ ? at
+                                                                   : std::min(at, connectAt_));
+    wait_ = std::chrono::ceil<std::chrono::milliseconds>(std::min<Clock::duration>(next - now, forever));
+    const bool mayBackUp = need.mayAdd && need.isKnown && (isWanted || need.isWaiting);
+    if (next > now || !need.mayRead)
+        return Task::None;
+    if (mayBackUp && at <= now)
+        return Task::BackUp;
+    if (mayBackUp && isWanted)
+        return Task::BackUp;
+    return isConnected_ ? Task::None : Task::Connect;
+}
+
+// Of a backup of what is waiting.
+BackupRunner::Clock::time_point BackupRunner::timeOfNextTask(const BackupNeed& need, Clock::time_point now) {
+    if (std::exchange(changes_, need.changes) != need.changes)
+        lastChange_ = now;
+    if (!need.isWaiting)
+        waitingSince_.reset();
+    else if (!waitingSince_)
+        waitingSince_ = now;
+    if (!waitingSince_ || !need.mayAdd || !need.isKnown)
+        return now + forever;
+    return std::max(notBefore_,
+                    std::min(lastChange_ + options_.quiet, *waitingSince_ + options_.longestWait));
+}
+
+void BackupRunner::perform(Task task) {
+    const auto stop = std::make_shared<StopSignal>();
+    {
+        const std::scoped_lock guard(mutex_);
+        isAdding_ = task == Task::BackUp;
+        if (stopping_ || !(isAdding_ ? need_.mayAdd : need_.mayRead))
+            return;
+        current_ = stop;
+    }
+    ResticOutcome outcome = attempt(task, *stop);
+    if (outcome.trouble == ResticTrouble::Locked && keeper_->repository().clearStaleLocks(*stop).succeeded())
+        outcome = attempt(task, *stop);
+    {
+        const std::scoped_lock guard(mutex_);
+        current_.reset();
+    }
+    takeOutcome(outcome);
+}
+
+ResticOutcome BackupRunner::attempt(Task task, const StopSignal& stop) {
+    ResticOutcome outcome = isConnected_ ? ResticOutcome() : connect(stop);
+    if (outcome.succeeded() && task == Task::BackUp)
+        outcome = backUpWanted(stop);
+    return outcome;
+}
+
+ResticOutcome BackupRunner::connect(const StopSignal& stop) {
+    bool mayMake = false;
+    {
+        const std::scoped_lock guard(mutex_);
+        mayMake = need_.mayAdd;
+    }
+    if (keeper_->repository().restic().place().location.empty())
+        return {ResticTrouble::NoRepository, false, "The configuration names no place that makes sense."};
+    ResticOutcome outcome = keeper_->synchronize(mayMake, stop);
+    // Nothing may be made yet, and nothing is there: that is in order.
+    if (!mayMake && outcome.trouble == ResticTrouble::NoRepository &&
+        keeper_->index()->repositoryId().empty()) {
+        retry_ = Clock::now() + options_.longestRetry;
+        return {};
+    }
+    isConnected_ = outcome.succeeded();
+    return outcome;
+}
+
+ResticOutcome BackupRunner::backUpWanted(const StopSignal& stop) {
+    std::set<std::string> wanted;
+    {
+        const std::scoped_lock guard(mutex_);
+        wanted = wanted_;
+    }
+    wanted.insert(everything);
+    ResticOutcome outcome;
+    for (const std::string& path : wanted) {
+        if (path == everything)
+            continue;
+        outcome = backUp(path, true, stop);
+        if (!outcome.succeeded())
+            return outcome;
+        const std::scoped_lock guard(mutex_);
+        wanted_.erase(path);
+    }
+    outcome = backUp(everything, false, stop);
+    if (!outcome.succeeded())
+        return outcome;
+    notBefore_ = Clock::now() + state_->configuration().interval;
+    waitingSince_.reset();
+    const std::scoped_lock guard(mutex_);
+    wanted_.erase(everything);
+    return outcome;
+}
+
+ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, const StopSignal& stop) {
+    BackupRun::Wanted wanted;
+    wanted.targets = backupTargets(*state_->rules(), path, stop.flag());
+    if (stop.isSet())
+        return {ResticTrouble::Stopped, false, {}};
+    if (wanted.targets.empty())
+        return {}; // nothing is to be in the backup
+    const IndexKeeper::Index index = keeper_->index();
+    wanted.tags = {keeper_->repository().tag()};
+    if (isPartial)
+        wanted.tags.emplace_back(partialTag);
+    if (const Snapshot* const parent = index->newestCompleteSnapshot())
+        wanted.parent = parent->id;
+    wanted.isInitial = wanted.parent.empty();
+    wanted.hasLowerPriority = state_->settings().lowerPriorityMode;
+    wanted.patience = options_.patience;
+    BackupRun::Result result = BackupRun(*state_, keeper_->repository()).run(wanted, stop);
+    if (!result.outcome.succeeded())
+        return result.outcome;
+    reportUnread(result.unread);
+    return keeper_->add(result.snapshotId, isPartial, stop);
+}
+
+void BackupRunner::takeOutcome(const ResticOutcome& outcome) {
+    if (outcome.trouble == ResticTrouble::Stopped) {
+        isConnected_ = false; // a snapshot may stand that the index does not know of
+        return;
+    }
+    if (outcome.succeeded()) {
+        retryWait_ = 0ms;
+    } else {
+        isConnected_ = false;
+        retryWait_ = std::clamp(retryWait_ * 2, options_.firstRetry, options_.longestRetry);
+        retry_ = Clock::now() + retryWait_;
+        KelvaneSystemLog("The backup came to nothing and is tried again in %lld s: %@",
+                         std::chrono::ceil<std::chrono::seconds>(retryWait_).count(), outcome.errors);
+    }
+    report(outcome);
+}
+
+void BackupRunner::report(const ResticOutcome& outcome) {
+    BackupActivity activity = state_->activity();
+    activity.trouble = serviceStateFor(outcome.trouble);
+    state_->setActivity(activity);
+    if (activity.trouble)
+        state_->raiseAlert(alertFor(outcome, keeper_->repository().restic().place()));
+    else
+        state_->withdrawAlert(backupAlert);
+}
+
+void BackupRunner::reportUnread(const std::vector<std::string>& paths) {
+    for (const std::string& path : paths)
+        KelvaneSystemLog("It could not be read and is not backed up: %@", path);
+    if (paths.empty())
+        return state_->withdrawAlert(unreadAlert);
+    state_->raiseAlert({unreadAlert, "warning", "Some files could not be read and are not backed up.",
+                        "Look at who may read them, or exclude them:" + joined(paths)});
+}
+
+} // namespace kelvane

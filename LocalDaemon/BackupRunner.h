@@ -1,0 +1,90 @@
+#pragma once
+
+#include "LocalDaemon/BackupRun.h"
+#include "LocalDaemon/DaemonState.h"
+#include "LocalDaemon/IndexKeeper.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <thread>
+
+namespace kelvane {
+
+// Backs up what is waiting, on a thread of its own: when nothing has changed for a while, not more often than
+// the configuration says, and at once what is wanted at once. Stops when it may not any more or the rules
+// have changed, and tries again after waits that grow when a try has failed.
+//
+// `start` and `stop` belong to the owner's thread, the rest to any, and only takes note.
+class BackupRunner {
+public:
+    struct Options {
+        std::chrono::milliseconds quiet = std::chrono::seconds(5);       // nothing has changed for that long
+        std::chrono::milliseconds longestWait = std::chrono::minutes(1); // for that, on a restless machine
+        std::chrono::milliseconds firstRetry = std::chrono::seconds(10);
+        std::chrono::milliseconds longestRetry = std::chrono::minutes(15);
+        std::chrono::milliseconds patience =
+            std::chrono::minutes(5); // with a backup that gets on with nothing
+    };
+
+    BackupRunner(std::shared_ptr<DaemonState> state, std::shared_ptr<IndexKeeper> keeper,
+                 const Options& options);
+    ~BackupRunner();
+    BackupRunner(const BackupRunner&) = delete;
+    BackupRunner& operator=(const BackupRunner&) = delete;
+
+    void start();
+    void stop();
+    void noteNeed(const BackupNeed& need);
+    void noteRules();
+    // Real path: it, or what is in the backup below it, is backed up before anything else. "/" asks for
+    // everything.
+    void backUpNow(const std::string& path);
+
+private:
+    using Clock = std::chrono::steady_clock;
+    enum class Task { None, Connect, BackUp };
+
+    void run();
+    [[nodiscard]] Task nextTask(Clock::time_point now);
+    [[nodiscard]] Clock::time_point timeOfNextTask(const BackupNeed& need, Clock::time_point now);
+    void perform(Task task);
+    [[nodiscard]] ResticOutcome attempt(Task task, const StopSignal& stop);
+    [[nodiscard]] ResticOutcome connect(const StopSignal& stop);
+    [[nodiscard]] ResticOutcome backUpWanted(const StopSignal& stop);
+    [[nodiscard]] ResticOutcome backUp(const std::string& path, bool isPartial, const StopSignal& stop);
+    void takeOutcome(const ResticOutcome& outcome);
+    void report(const ResticOutcome& outcome);
+    void reportUnread(const std::vector<std::string>& paths);
+
+    const std::shared_ptr<DaemonState> state_;
+    const std::shared_ptr<IndexKeeper> keeper_;
+    const Options options_;
+    std::thread thread_;
+
+    std::mutex mutex_; // guards what follows
+    std::condition_variable changed_;
+    bool isNoted_ = false;
+    bool isUrgent_ = false; // no wait for another try
+    bool stopping_ = false;
+    BackupNeed need_;
+    std::set<std::string> wanted_;
+    std::shared_ptr<StopSignal> current_; // of the task under way
+    bool isAdding_ = false;               // that task
+
+    // What follows belongs to the runner's thread.
+    bool isConnected_ = false;
+    std::uint64_t changes_ = 0;
+    Clock::time_point lastChange_;
+    std::optional<Clock::time_point> waitingSince_;
+    Clock::time_point connectAt_;
+    Clock::time_point notBefore_; // the next backup
+    Clock::time_point retry_;
+    std::chrono::milliseconds retryWait_{0};
+    std::chrono::milliseconds wait_{0}; // until the next task
+};
+
+} // namespace kelvane

@@ -1,0 +1,93 @@
+#include "LocalDaemon/BackupTargets.h"
+
+#include "LocalDaemon/CleanPath.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <iterator>
+
+namespace kelvane {
+namespace {
+
+namespace fs = std::filesystem;
+
+// What a person has put in the backup and is not reached from a folder that is in it.
+std::vector<std::string> beginnings(const BackupRules& rules) {
+    std::vector<std::string> paths;
+    if (rules.automaticMode) {
+        paths = rules.volumes;
+        paths.push_back(rules.home);
+    } else {
+        for (const auto& [path, mark] : rules.paths.marks)
+            paths.push_back(path);
+    }
+    std::erase_if(paths, [&](const std::string& path) {
+        return !verdictFor(rules, path).isIn() || (path != "/" && verdictFor(rules, folderOf(path)).isIn());
+    });
+    return paths;
+}
+
+class Walk {
+public:
+    Walk(const BackupRules& rules, const std::atomic<bool>& stopping) : rules_(rules), stopping_(stopping) {}
+
+    // What is in of a path that is in.
+    void take(const std::string& path, std::vector<std::string>& targets) const {
+        std::error_code error;
+        const fs::file_status status = fs::symlink_status(path, error);
+        if (!fs::exists(status))
+            return;
+        std::vector<std::string> parts;
+        if (!fs::is_directory(status) || isWhole(path, parts))
+            targets.push_back(path);
+        else
+            std::ranges::move(parts, std::back_inserter(targets));
+    }
+
+private:
+    // False: some of the folder is out, and `parts` has what is in.
+    // Recursion is as deep as a path can be long.
+    bool isWhole(const std::string& folder, std::vector<std::string>& parts) const {
+        bool isWhole = true;
+        std::error_code error;
+        for (fs::directory_iterator at(folder, error); !error && at != fs::directory_iterator() && !stopping_;
+             at.increment(error)) {
+            const std::string& path = at->path().native();
+            const auto rule = ruleAt(rules_, path);
+            // One that is in by a rule of its own may be another file system, which restic takes only when it
+            // is named.
+            isWhole = isWhole && !rule;
+            if (rule && !rule->isIn())
+                continue;
+            std::vector<std::string> below;
+            std::error_code unknown;
+            if (!fs::is_directory(at->symlink_status(unknown)) || this->isWhole(path, below)) {
+                parts.push_back(path);
+            } else {
+                isWhole = false;
+                std::ranges::move(below, std::back_inserter(parts));
+            }
+        }
+        return isWhole;
+    }
+
+    const BackupRules& rules_;
+    const std::atomic<bool>& stopping_;
+};
+
+} // namespace
+
+std::vector<std::string> backupTargets(const BackupRules& rules, const std::string& path,
+                                       const std::atomic<bool>& stopping) {
+    std::vector<std::string> targets;
+    const Walk walk(rules, stopping);
+    if (verdictFor(rules, path).isIn())
+        walk.take(path, targets);
+    else
+        for (const std::string& beginning : beginnings(rules))
+            if (beginning.starts_with(withSeparator(path)))
+                walk.take(beginning, targets);
+    return targets;
+}
+
+} // namespace kelvane

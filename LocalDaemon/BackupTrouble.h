@@ -1,0 +1,19 @@
+#pragma once
+
+#include "LocalDaemon/Alert.h"
+#include "LocalDaemon/Restic.h"
+#include "LocalDaemon/ServiceState.h"
+
+#include <optional>
+
+namespace kelvane {
+
+// What panes are told when restic came to nothing. None: it went well, or we have stopped it.
+[[nodiscard]] std::optional<ServiceState> serviceStateFor(ResticTrouble trouble);
+
+inline constexpr const char* backupAlert = "backup_trouble";
+
+// With what to do next. For a trouble that has a service state.
+[[nodiscard]] Alert alertFor(const ResticOutcome& outcome, const RepositoryPlace& place);
+
+} // namespace kelvane
