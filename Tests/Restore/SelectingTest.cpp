@@ -103,14 +103,14 @@ TEST_F(SelectingTest, TellsWhatIsSelected) {
     EXPECT_EQ(text("filenameField") + text("dateField"), "[Multiple files selected][Unavailable]");
     EXPECT_EQ(control("dateField").accessibleDescription(), "Unavailable");
     EXPECT_EQ(enabled(controls), "destinationButton restoreAssistantButton getInfoButton");
+    daemon.answerAsUsual("dictionaryForPath:withDirSizes:");
     tab->enableTabItems(false);
     EXPECT_EQ(enabled(controls), "getInfoButton");
-    choose({"docs"}, {}, 1);
+    choose({"a.txt"}, {}, 2);
     EXPECT_EQ(enabled(controls), "");
     pane.isAuthorized = false;
     tab->enableTabItems(true);
     EXPECT_EQ(enabled(controls), "");
-    daemon.answerAsUsual("dictionaryForPath:withDirSizes:");
     choose({"a.txt"}, {}, 2);
     EXPECT_EQ(text("dateField"), date);
     EXPECT_EQ(enabled(controls), "");
@@ -119,8 +119,7 @@ TEST_F(SelectingTest, TellsWhatIsSelected) {
 TEST_F(SelectingTest, ShowsWhatHasChangedWhileNobodyCouldTell) {
     connect();
     choose({"USB", "docs", "a.txt"});
-    daemon.stop();
-    waitForLoss();
+    loseDaemon();
     addFile("docs/c.txt");
     change("/Volumes/USB/docs/a.txt", "backupFlags", 0U);
     ASSERT_TRUE(daemon.start());

@@ -105,12 +105,7 @@ TEST_F(KelvanectlPaths, RulesChangeWhatTheDaemonBacksUpAndSayWhatIsNotDone) {
 // A part of a folder must not pass for all of it.
 TEST_F(KelvanectlPaths, AnUnknownPathIsWrongUsageAndALostDaemonIsNot) {
     expectFailure(run({"ls", "/nowhere"}), 2, "does not know this path");
-    daemon_.answerWith("childrenDictionariesForPath:", [this](const Array& arguments) {
-        if (arguments[0].stringValue() == onVolume("/home"))
-            return daemon_.world().children("/home");
-        daemon_.closePanes();
-        return Value();
-    });
+    daemon_.breakLinkAt("childrenDictionariesForPath:", 1);
     const ChildProgram::Result result = run({"children", "/home", "--depth", "3"});
     expectFailure(result, 1, "was lost");
     EXPECT_EQ(result.output, "");
