@@ -1,7 +1,10 @@
 #pragma once
 
+#include <charconv>
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
 
 // What a daemon answers of a restore job by its number.
 namespace kelvane::restorestatus {
@@ -19,8 +22,16 @@ inline constexpr std::uint32_t running = 51; // or more
 
 // The profile key under which the local daemon keeps what a job could not restore: a line for each file, its
 // path and why, without control characters. Empty for a job that went well.
+inline constexpr std::string_view failuresKeyPrefix = "restoreJobFailures.";
 [[nodiscard]] inline std::string failuresKey(std::uint32_t job) {
-    return "restoreJob." + std::to_string(job) + ".failures";
+    return std::string(failuresKeyPrefix) + std::to_string(job);
+}
+[[nodiscard]] inline std::optional<std::uint32_t> jobOfFailuresKey(std::string_view key) {
+    if (!key.starts_with(failuresKeyPrefix))
+        return std::nullopt;
+    std::uint32_t job = 0;
+    std::from_chars(key.data() + failuresKeyPrefix.size(), key.data() + key.size(), job);
+    return job;
 }
 
 } // namespace kelvane::restorestatus

@@ -189,30 +189,33 @@ ResticOutcome BackupRunner::connect(const StopSignal& stop) {
     return outcome;
 }
 
+// An order that comes in the meantime stays: what it means may not be in this backup.
 ResticOutcome BackupRunner::backUpWanted(const StopSignal& stop) {
+    const std::uint64_t orders = state_->backupOrders();
     std::set<std::string> wanted;
     {
         const std::scoped_lock guard(mutex_);
-        wanted = wanted_;
+        wanted = std::exchange(wanted_, {});
     }
-    wanted.insert(everything);
+    const bool wantsEverything = wanted.erase(everything) > 0;
     ResticOutcome outcome;
-    for (const std::string& path : wanted) {
-        if (path == everything)
-            continue;
-        outcome = backUp(path, true, stop);
-        if (!outcome.succeeded())
-            return outcome;
-        const std::scoped_lock guard(mutex_);
-        wanted_.erase(path);
+    while (!wanted.empty() && outcome.succeeded()) {
+        outcome = backUp(*wanted.begin(), true, stop);
+        if (outcome.succeeded())
+            wanted.erase(wanted.begin());
     }
-    outcome = backUp(everything, false, stop);
-    if (!outcome.succeeded())
+    if (outcome.succeeded())
+        outcome = backUp(everything, false, stop);
+    if (outcome.succeeded()) {
+        notBefore_ = Clock::now() + state_->configuration().interval;
+        waitingSince_.reset();
+        state_->takeOrdersDone(orders);
         return outcome;
-    notBefore_ = Clock::now() + state_->configuration().interval;
-    waitingSince_.reset();
+    }
+    if (wantsEverything)
+        wanted.insert(everything);
     const std::scoped_lock guard(mutex_);
-    wanted_.erase(everything);
+    wanted_.merge(wanted);
     return outcome;
 }
 

@@ -1,7 +1,9 @@
 #include "LocalDaemon/CallbackQueue.h"
 
+#include "LocalDaemon/RestoreProgress.h"
 #include "Support/Logging.h"
 
+#include <functional>
 #include <utility>
 
 namespace kelvane {
@@ -12,43 +14,50 @@ constexpr std::size_t mostAlerts = 100;
 constexpr std::size_t mostPaths = 1000;
 constexpr const char* everything = "/";
 
+bool closesRestore(const std::string& alert) {
+    return alert.starts_with(restoreprogress::closingAlert);
+}
+
 } // namespace
 
 void CallbackQueue::setStateHandler(bool wanted) {
     const std::scoped_lock guard(mutex_);
     wantsStates_ = wanted;
     if (!wanted)
-        states_.clear();
+        std::erase_if(states_, std::not_fn(restoreprogress::isOfRestore));
 }
 
 void CallbackQueue::setAlertHandler(bool wanted) {
     const std::scoped_lock guard(mutex_);
     wantsAlerts_ = wanted;
     if (!wanted)
-        alerts_.clear();
+        std::erase_if(alerts_, std::not_fn(closesRestore));
 }
 
 void CallbackQueue::stateChanged(std::uint32_t code) {
     const std::scoped_lock guard(mutex_);
-    if (!wantsStates_)
-        return;
-    std::erase(states_, code);
-    if (states_.size() == mostStates)
-        states_.erase(states_.begin()); // the newest are what counts
-    states_.push_back(code);
-    changed_.notify_all();
+    if (wantsStates_)
+        addState(code);
 }
 
 void CallbackQueue::alertRaised(const std::string& alert) {
     const std::scoped_lock guard(mutex_);
-    if (!wantsAlerts_)
-        return;
-    if (alerts_.size() == mostAlerts) {
-        KelvaneSystemLog("A pane takes its alerts too slowly; it is not told: %@", alerts_.front());
-        alerts_.pop_front();
+    if (wantsAlerts_)
+        addAlert(alert);
+}
+
+void CallbackQueue::restoreProgressed(const std::vector<std::uint32_t>& codes) {
+    const std::scoped_lock guard(mutex_);
+    for (const std::uint32_t code : codes) {
+        addState(code);
+        if (code == restoreprogress::begin)
+            std::erase_if(alerts_, closesRestore);
     }
-    alerts_.push_back(alert);
-    changed_.notify_all();
+}
+
+void CallbackQueue::restoreEnded(const std::string& alert) {
+    const std::scoped_lock guard(mutex_);
+    addAlert(alert);
 }
 
 void CallbackQueue::filesChanged(const std::vector<std::string>& paths) {
@@ -93,6 +102,23 @@ std::vector<std::string> CallbackQueue::Paths::take() {
     known_.clear();
     areTooMany_ = false;
     return std::exchange(inOrder_, {});
+}
+
+void CallbackQueue::addState(std::uint32_t code) {
+    std::erase(states_, code);
+    if (states_.size() == mostStates)
+        states_.erase(states_.begin()); // the newest are what counts
+    states_.push_back(code);
+    changed_.notify_all();
+}
+
+void CallbackQueue::addAlert(const std::string& alert) {
+    if (alerts_.size() == mostAlerts) {
+        KelvaneSystemLog("A pane takes its alerts too slowly; it is not told: %@", alerts_.front());
+        alerts_.pop_front();
+    }
+    alerts_.push_back(alert);
+    changed_.notify_all();
 }
 
 void CallbackQueue::add(Paths CallbackQueue::*kind, const std::vector<std::string>& paths) {

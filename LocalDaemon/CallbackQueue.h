@@ -14,7 +14,7 @@ namespace kelvane {
 
 // What one pane is still to be told, until its sender takes it. State numbers and alerts wait only while the
 // pane wants them, changed files and folders always. What waits already is not queued again, and what a slow
-// pane can pile up is bounded.
+// pane can pile up is bounded. What is told of a restore waits in any case.
 //
 // Any thread; nothing here waits but `take`.
 class CallbackQueue : public DaemonObserver {
@@ -24,6 +24,9 @@ public:
 
     void stateChanged(std::uint32_t code) override;
     void alertRaised(const std::string& alert) override;
+    // A restore that begins takes back the end of the one before, if that has not been told yet.
+    void restoreProgressed(const std::vector<std::uint32_t>& codes) override;
+    void restoreEnded(const std::string& alert) override;
     void filesChanged(const std::vector<std::string>& paths) override;
     void foldersChanged(const std::vector<std::string>& paths) override;
 
@@ -50,6 +53,8 @@ private:
         bool areTooMany_ = false;
     };
 
+    void addState(std::uint32_t code);
+    void addAlert(const std::string& alert);
     void add(Paths CallbackQueue::*kind, const std::vector<std::string>& paths);
     [[nodiscard]] bool isEmpty() const;
 

@@ -13,6 +13,10 @@ public:
     virtual ~DaemonObserver() = default;
     virtual void stateChanged(std::uint32_t code) = 0;
     virtual void alertRaised(const std::string& alert) = 0;
+    // Every pane hears of a restore, whether it has asked for states and alerts or not: by the numbers under
+    // which it may ask how it is going, and by the alert that closes it.
+    virtual void restoreProgressed(const std::vector<std::uint32_t>& codes) = 0;
+    virtual void restoreEnded(const std::string& alert) = 0;
     // Real paths; "/" alone stands for everything.
     virtual void filesChanged(const std::vector<std::string>& paths) = 0;
     virtual void foldersChanged(const std::vector<std::string>& paths) = 0;

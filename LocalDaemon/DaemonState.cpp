@@ -85,6 +85,21 @@ BackupNeed DaemonState::backupNeed() const {
     return currentNeed();
 }
 
+void DaemonState::orderBackup() {
+    const std::scoped_lock guard(mutex_);
+    ++backupOrders_;
+}
+
+std::uint64_t DaemonState::backupOrders() const {
+    const std::scoped_lock guard(mutex_);
+    return backupOrders_;
+}
+
+void DaemonState::takeOrdersDone(std::uint64_t orders) {
+    const std::scoped_lock guard(mutex_);
+    ordersDone_ = orders;
+}
+
 DaemonState::Rules DaemonState::rules() const {
     const std::scoped_lock guard(mutex_);
     return rules_;
@@ -154,7 +169,7 @@ Value DaemonState::stateDictionary() const {
         {std::string(statekey::serviceState), service},
         {std::string(statekey::statusString), serviceStateText(service)},
         {std::string(statekey::backupState), rulesAreLoaded},
-        {std::string(statekey::isBackupNeeded), isWaiting()},
+        {std::string(statekey::isBackupNeeded), isWaiting() || backupOrders_ != ordersDone_},
         {std::string(statekey::paused), isPaused()},
         {std::string(statekey::recoverMode), settings_.recoverMode},
         {std::string(statekey::lowerPriorityMode), settings_.lowerPriorityMode},
@@ -163,8 +178,8 @@ Value DaemonState::stateDictionary() const {
         {std::string(statekey::isOverQuota), isOverQuota()},
         {std::string(statekey::quotaMB), configuration_.quotaMB},
         {std::string(statekey::currentBackupFile), activity_.currentFile},
-        {std::string(statekey::currentRestoreFile), ""},
-        {std::string(statekey::currentRestoreJob), std::uint32_t{0}},
+        {std::string(statekey::currentRestoreFile), restore_.file},
+        {std::string(statekey::currentRestoreJob), restore_.job},
     };
     // Before the scan has seen anything there is nothing to say, and panes show that they do not know.
     if (scan_) {

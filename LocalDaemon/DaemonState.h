@@ -7,6 +7,7 @@
 #include "LocalDaemon/CallbackQueue.h"
 #include "LocalDaemon/Configuration.h"
 #include "LocalDaemon/FolderScan.h"
+#include "LocalDaemon/RestoreJob.h"
 #include "LocalDaemon/ServiceState.h"
 #include "LocalDaemon/Settings.h"
 
@@ -74,6 +75,11 @@ public:
     [[nodiscard]] BackupActivity activity() const;
     void setActivity(const BackupActivity& activity);
     [[nodiscard]] BackupNeed backupNeed() const;
+    // Orders to back up at once are counted, so that panes see a backup needed until one that was begun after
+    // the last order has been made.
+    void orderBackup();
+    [[nodiscard]] std::uint64_t backupOrders() const;
+    void takeOrdersDone(std::uint64_t orders);
     // As they are now; never null.
     [[nodiscard]] Rules rules() const;
     [[nodiscard]] Settings settings() const;
@@ -102,6 +108,15 @@ public:
     void raiseAlert(const Alert& alert);
     void withdrawAlert(const std::string& kind);
     void addAlertHandler(CallbackQueue& pane) const;
+
+    // Panes are told what of it has changed.
+    void setRestoreProgress(const RestoreProgress& progress);
+    [[nodiscard]] RestoreProgress restoreProgress() const;
+    // After the progress has no job any more: tells panes so, and of what could not be restored.
+    void endRestore(const std::vector<RestoreFailure>& failures);
+    // A pane that connects, or asks for states, while files are being restored is told how many are left.
+    void addPane(CallbackQueue& pane) const;
+    void addStateHandler(CallbackQueue& pane) const;
 
 private:
     // With the mutex held.
@@ -144,6 +159,9 @@ private:
     std::optional<Override> override_;
     std::uint32_t announcedState_;
     std::map<std::string, std::string> alerts_; // by kind
+    RestoreProgress restore_;
+    std::uint64_t backupOrders_ = 0;
+    std::uint64_t ordersDone_ = 0;
 };
 
 } // namespace kelvane

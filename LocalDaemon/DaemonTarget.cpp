@@ -1,6 +1,8 @@
 #include "LocalDaemon/DaemonTarget.h"
 
+#include "Common/RestoreStatus.h"
 #include "Common/TypedCall.h"
+#include "LocalDaemon/PathEntrance.h"
 #include "LocalDaemon/RestoreProgress.h"
 #include "Platform/Accounts.h"
 #include "Support/Logging.h"
@@ -100,7 +102,17 @@ void DaemonTarget::invoke(Invocation& invocation) {
 }
 
 Value DaemonTarget::stringForState(std::uint32_t code) {
-    return code == restoreprogress::currentFile ? "" : serviceStateText(code);
+    return code == restoreprogress::currentFile ? state_->restoreProgress().file : serviceStateText(code);
+}
+
+std::uint64_t DaemonTarget::longlongForState(std::uint32_t code) {
+    return code == restoreprogress::currentFileSize ? state_->restoreProgress().fileSize : 0;
+}
+
+std::int64_t DaemonTarget::longForState(std::uint32_t code) {
+    return code == restoreprogress::pendingCount
+               ? static_cast<std::int64_t>(state_->restoreProgress().pending)
+               : 0;
 }
 
 Value DaemonTarget::backedupStateString() {
@@ -124,6 +136,8 @@ Value DaemonTarget::mappedUserAsString(const Value& user) {
 }
 
 Value DaemonTarget::stringValueForProfileKey(const Value& key) {
+    if (const auto job = restorestatus::jobOfFailuresKey(key.stringValue()))
+        return restores_->failures(*job);
     return state_->settings().profile[key.stringValue()].stringValue();
 }
 
@@ -159,6 +173,7 @@ void DaemonTarget::setPriorityBackup(const Value& path) {
     const auto real = PathEntrance(fileSystem_->volumes()).pathWithoutLinks(path.stringValue());
     if (!real)
         return KelvaneSystemLog("What makes no sense is not backed up first: %@", path);
+    state_->orderBackup();
     runner_->backUpNow(*real);
 }
 
@@ -167,9 +182,19 @@ bool DaemonTarget::restoreWithChoices(const Value& choices) {
     return false;
 }
 
-std::uint32_t DaemonTarget::restoreFile(const Value& source, const Value&, std::uint32_t, std::uint32_t) {
-    refuse("restoreFile:toPath:version:priority:", source);
-    return 0;
+// What stands in the backup at the path as it is typed goes before what stands there without links.
+std::uint32_t DaemonTarget::restoreFile(const Value& source, const Value& destination, std::uint32_t version,
+                                        std::uint32_t priority) {
+    PathEntrance entrance(fileSystem_->volumes());
+    std::optional<std::string> from = entrance.realPath(source.stringValue());
+    const std::optional<std::string> to = entrance.realPath(destination.stringValue());
+    if (!from || !to) {
+        KelvaneSystemLog("%@ cannot be restored to %@: there is no such path.", source, destination);
+        return 0;
+    }
+    if (!state_->index()->find(*from))
+        from = entrance.pathWithoutLinks(source.stringValue());
+    return restores_->add({0, version, priority, *from, *to});
 }
 
 void DaemonTarget::setFlag(bool Settings::*flag, bool on) {

@@ -5,6 +5,7 @@
 #include "LocalDaemon/CallbackQueue.h"
 #include "LocalDaemon/DaemonState.h"
 #include "LocalDaemon/NodeAnswers.h"
+#include "LocalDaemon/RestoreQueue.h"
 #include "LocalDaemon/RuleCommands.h"
 
 #include <functional>
@@ -26,6 +27,8 @@ public:
         std::shared_ptr<const NodeAnswers> nodes;
         std::shared_ptr<BackupRunner> runner;
         std::function<void()> terminate;
+        std::shared_ptr<RestoreQueue> restores;
+        std::function<void()> showRestoreWizard; // likewise
     };
 
     DaemonTarget(const World& world, std::shared_ptr<CallbackQueue> pane)
@@ -34,7 +37,9 @@ public:
           nodes_(world.nodes),
           runner_(world.runner),
           pane_(std::move(pane)),
-          terminate_(world.terminate) {}
+          terminate_(world.terminate),
+          restores_(world.restores),
+          showRestoreWizard_(world.showRestoreWizard) {}
 
     [[nodiscard]] Protocol methods() const override;
     void invoke(Invocation& invocation) override;
@@ -46,13 +51,13 @@ public:
     void setServiceState(std::uint32_t code) { state_->overrideServiceState(code); }
     Value daemonState() { return state_->stateDictionary(); }
     Value stringForState(std::uint32_t code);
-    std::uint64_t longlongForState(std::uint32_t) { return 0; } // nothing is being restored
-    std::int64_t longForState(std::uint32_t) { return 0; }
+    std::uint64_t longlongForState(std::uint32_t code);
+    std::int64_t longForState(std::uint32_t code);
     Value backedupStateString();
     Value liveStateString();
 
     // Callbacks of this pane
-    void setStateHandler() { pane_->setStateHandler(true); }
+    void setStateHandler() { state_->addStateHandler(*pane_); }
     void endStateHandler() { pane_->setStateHandler(false); }
     void setAlertHandler() { state_->addAlertHandler(*pane_); }
     void endAlertHandler() { pane_->setAlertHandler(false); }
@@ -104,14 +109,14 @@ public:
     // "/" asks for everything that is waiting.
     void setPriorityBackup(const Value& path);
 
-    // Restoring: there is nothing to restore from yet.
-    void showRestoreWizard() { refuse("showRestoreWizard", {}); }
+    // Restoring
+    void showRestoreWizard() { showRestoreWizard_(); }
     bool restoreWithChoices(const Value& choices);
     std::uint32_t restoreFile(const Value& source, const Value& destination, std::uint32_t version,
                               std::uint32_t priority);
-    std::uint32_t getCurrentRestoreJob() { return 0; }
-    std::uint32_t getRestoreJobStatus(std::uint32_t) { return 0; }
-    void cancelAllRestoreJobs() {}
+    std::uint32_t getCurrentRestoreJob() { return restores_->currentJob(); }
+    std::uint32_t getRestoreJobStatus(std::uint32_t job) { return restores_->status(job); }
+    void cancelAllRestoreJobs() { restores_->cancelAll(); }
 
 private:
     void setFlag(bool Settings::*flag, bool on);
@@ -125,6 +130,8 @@ private:
     const std::shared_ptr<BackupRunner> runner_;
     const std::shared_ptr<CallbackQueue> pane_;
     const std::function<void()> terminate_;
+    const std::shared_ptr<RestoreQueue> restores_;
+    const std::function<void()> showRestoreWizard_;
 };
 
 } // namespace kelvane

@@ -51,6 +51,7 @@ std::string LocalDaemon::start() {
             if (isRebuilt)
                 scan_->lookAtEverything();
             state_->setIndex(index, changed);
+            restores_->wake();
         });
     state_->setRulesListener([this](const DaemonState::Rules& rules) {
         scan_->setRules(rules);
@@ -61,6 +62,7 @@ std::string LocalDaemon::start() {
         return "Cannot listen at " + options_.socketPath + ": " + std::generic_category().message(errno);
     scan_->start();
     runner_->start();
+    restores_->start();
     refresh_ = loop_->schedule(options_.refreshInterval, MainLoop::Repeat::Always, [this] { refresh(); });
     KelvaneCLog("Serving %@ at %@.", state_->configuration().home, options_.socketPath);
     return {};
@@ -74,12 +76,15 @@ void LocalDaemon::stop() {
         state_->setNeedListener({});
         nodes_->stop();
     }
+    if (restores_)
+        restores_->stop();
     if (runner_)
         runner_->stop();
     if (scan_)
         scan_->stop();
     if (server_)
         server_->stop();
+    restores_.reset();
     runner_.reset();
     keeper_.reset();
     scan_.reset();
@@ -106,13 +111,33 @@ void LocalDaemon::makeWorld() {
     tree_ = std::make_shared<FolderTree>();
     nodes_ = std::make_shared<NodeAnswers>(state_, options_.fileSystem, tree_);
     runner_ = std::make_shared<BackupRunner>(state_, keeper_, options_.backup);
-    const DaemonTarget::World world{state_, options_.fileSystem, nodes_, runner_, terminate_};
+    makeRestores();
+    const DaemonTarget::World world{state_,    options_.fileSystem,       nodes_, runner_, terminate_,
+                                    restores_, options_.showRestoreWizard};
     const auto makeTarget = [world](const std::shared_ptr<CallbackQueue>& pane) {
+        world.state->addPane(*pane);
         return std::make_shared<DaemonTarget>(world, pane);
     };
     server_ = std::make_shared<PaneServer>(loop_, makeTarget,
                                            PaneServer::Options{options_.fileSystem, options_.sendTimeout});
     state_->setObserver(server_);
+}
+
+void LocalDaemon::makeRestores() {
+    RestoreQueue::Options options;
+    options.journalPath = options_.restoreJobsPath;
+    options.restic = std::make_shared<const Restic>(state_->configuration().repository);
+    options.index = [state = state_]() -> std::shared_ptr<const BackupIndex> {
+        auto index = state->index();
+        return index->repositoryId().empty() ? nullptr : index;
+    };
+    options.onProgress = [state = state_](const RestoreProgress& progress) {
+        state->setRestoreProgress(progress);
+    };
+    options.onEnd = [state = state_](const std::vector<RestoreFailure>& failures) {
+        state->endRestore(failures);
+    };
+    restores_ = std::make_shared<RestoreQueue>(std::move(options));
 }
 
 // A key is made only where there is nothing yet that an older one opens. Without one the backup fails, and

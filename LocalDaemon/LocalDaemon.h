@@ -6,6 +6,7 @@
 #include "LocalDaemon/FolderScan.h"
 #include "LocalDaemon/NodeAnswers.h"
 #include "LocalDaemon/PaneServer.h"
+#include "LocalDaemon/RestoreQueue.h"
 #include "LocalDaemon/SettingsStore.h"
 #include "Platform/SocketClaim.h"
 
@@ -37,6 +38,8 @@ public:
         std::chrono::milliseconds refreshInterval = std::chrono::seconds(5);
         FolderScan::Options scan;
         BackupRunner::Options backup;
+        std::string restoreJobsPath;
+        std::function<void()> showRestoreWizard = [] {}; // on any thread; returns at once
         std::shared_ptr<const FileSystem> fileSystem = std::make_shared<LocalFileSystem>();
         DaemonState::Clock clock = std::chrono::system_clock::now;
     };
@@ -53,6 +56,7 @@ public:
 
 private:
     void makeWorld();
+    void makeRestores();
     void makeKey();
     void refresh();
 
@@ -65,6 +69,7 @@ private:
     std::shared_ptr<FolderTree> tree_;
     std::shared_ptr<IndexKeeper> keeper_;
     std::shared_ptr<BackupRunner> runner_;
+    std::shared_ptr<RestoreQueue> restores_;
     std::shared_ptr<NodeAnswers> nodes_;
     std::shared_ptr<PaneServer> server_;
     std::optional<FolderScan> scan_;

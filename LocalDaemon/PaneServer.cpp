@@ -55,6 +55,14 @@ void PaneServer::alertRaised(const std::string& alert) {
     tellAll([&](DaemonObserver& pane) { pane.alertRaised(alert); });
 }
 
+void PaneServer::restoreProgressed(const std::vector<std::uint32_t>& codes) {
+    tellAll([&](DaemonObserver& pane) { pane.restoreProgressed(codes); });
+}
+
+void PaneServer::restoreEnded(const std::string& alert) {
+    tellAll([&](DaemonObserver& pane) { pane.restoreEnded(alert); });
+}
+
 void PaneServer::filesChanged(const std::vector<std::string>& paths) {
     tellAll([&](DaemonObserver& pane) { pane.filesChanged(paths); });
 }

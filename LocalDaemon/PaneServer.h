@@ -41,6 +41,8 @@ public:
 
     void stateChanged(std::uint32_t code) override;
     void alertRaised(const std::string& alert) override;
+    void restoreProgressed(const std::vector<std::uint32_t>& codes) override;
+    void restoreEnded(const std::string& alert) override;
     void filesChanged(const std::vector<std::string>& paths) override;
     void foldersChanged(const std::vector<std::string>& paths) override;
 

@@ -8,6 +8,8 @@ namespace {
 struct Told : DaemonObserver {
     void stateChanged(std::uint32_t code) override { states.push_back(code); }
     void alertRaised(const std::string&) override {}
+    void restoreProgressed(const std::vector<std::uint32_t>&) override {}
+    void restoreEnded(const std::string&) override {}
     void filesChanged(const std::vector<std::string>&) override {}
     void foldersChanged(const std::vector<std::string>&) override {}
     std::vector<std::uint32_t> states;
@@ -57,6 +59,40 @@ TEST_F(State, SaysTheFirstReasonThatHoldsAndKeepsOneThatIsSetUntilItsOwnIsAnothe
     state.overrideServiceState(16);
     EXPECT_EQ(state.serviceState(), 16U);
     EXPECT_EQ(told->states.size(), 8U);
+}
+
+TEST_F(State, TellsEveryPaneOfARestoreAlsoOneThatHasAskedForNothing) {
+    using Codes = std::vector<std::uint32_t>;
+    const auto pane = std::make_shared<CallbackQueue>();
+    state.setObserver(pane);
+    state.setRestoreProgress({3, "a", 5, 2});
+    EXPECT_EQ(pane->take()->states, (Codes{48, 15, 16, 35}));
+    EXPECT_EQ(state.stateDictionary()["currentRestoreJob"], 3U);
+    CallbackQueue late;
+    state.addPane(late);
+    EXPECT_EQ(late.take()->states, (Codes{15, 16, 35}));
+    state.addStateHandler(late);
+    EXPECT_EQ(late.take()->states, (Codes{15, 16, 35}));
+
+    state.setRestoreProgress({});
+    state.endRestore({{"/a|b", "why"}});
+    pane->setStateHandler(false); // as a pane does that sees no more reason to listen
+    pane->setAlertHandler(false);
+    const auto end = pane->take();
+    EXPECT_EQ(end->states, Codes{35});
+    EXPECT_EQ(end->alerts, std::vector<std::string>{"restore_finished|information||||"});
+    pane->setAlertHandler(true);
+    state.addAlertHandler(*pane);
+    EXPECT_NE(pane->take()->alerts.at(0).find("/a&#124b: why"), std::string::npos);
+
+    // The end of one that is told after the beginning of the next would end that.
+    state.setRestoreProgress({4, "a", 5, 2});
+    state.setRestoreProgress({});
+    state.endRestore({});
+    state.setRestoreProgress({5, "a", 5, 2});
+    const auto next = pane->take();
+    EXPECT_EQ(next->states, (Codes{48, 15, 16, 35}));
+    EXPECT_TRUE(next->alerts.empty());
 }
 
 TEST(CallbackQueue, KeepsWhatASlowPaneIsToBeToldSmall) {
