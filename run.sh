@@ -1,40 +1,52 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, starts the local daemon on a folder and opens the window.
+# Installs what is missing, builds, starts the local daemon and opens the window.
 #
-#   ./run.sh [--home DIR] [--for SECONDS]         the daemon and the window; DIR is your home folder unless you say else
-#   ./run.sh watch [--home DIR] [--for SECONDS]   the daemon and its live state in this terminal
-#   ./run.sh daemon [--home DIR]                  the daemon alone, to start it again after it was killed
+#   ./run.sh [--home [DIR]] [--for SECONDS]         the daemon and the window
+#   ./run.sh watch [--home [DIR]] [--for SECONDS]   the daemon and its live state in this terminal
+#   ./run.sh daemon [--home [DIR]]                  the daemon alone, to start it again after it was killed
 #
+# It backs up a small sample home below build/sample. With --home it is your own home folder, or DIR.
 # Without a display there are pictures of the window, and then the live state in this terminal.
 set -euo pipefail
 cd "$(dirname "$0")"
 
-usage() { sed -n '2,8s/^# \{0,1\}//p' "$0"; }
+usage() { sed -n '2,9s/^# \{0,1\}//p' "$0"; }
 
 mode=window
-home=$HOME
+home=
 seconds=
 while [ $# -gt 0 ]; do
     case $1 in
         watch|daemon) mode=$1; shift ;;
-        --home) home=${2:?--home needs a folder}; shift 2 ;;
+        --home)
+            home=$HOME; shift
+            case ${1:-} in ''|-*|watch|daemon) ;; *) home=$1; shift ;; esac ;;
         --for) seconds=${2:?--for needs a number of seconds}; shift 2 ;;
         --help|-h) usage; exit 0 ;;
         *) echo "run.sh: unknown argument: $1" >&2; usage >&2; exit 2 ;;
     esac
 done
-if [ ! -d "$home" ]; then
-    echo "run.sh: no such folder: $home" >&2
-    exit 2
-fi
 
 scripts/setup.sh
 cmake --preset release --log-level=WARNING
 cmake --build --preset release
 bin=build/release
-daemon=$bin/LocalDaemon/kelvane-local-daemon
 ctl=$bin/Tools/kelvanectl
 pictures=$PWD/build/screenshots
+
+daemon=($bin/LocalDaemon/kelvane-local-daemon)
+if [ -z "$home" ]; then
+    # With settings, repository and key of its own.
+    sample=$PWD/build/sample
+    home=$sample/home
+    scripts/make-sample-home.py "$home"
+    daemon=(env XDG_CONFIG_HOME="$sample/config" XDG_STATE_HOME="$sample/state" XDG_DATA_HOME="$sample/data"
+            XDG_CACHE_HOME="$sample/cache" "${daemon[@]}")
+elif [ ! -d "$home" ]; then
+    echo "run.sh: no such folder: $home" >&2
+    exit 2
+fi
+daemon+=(--home "$home")
 
 # For at most the time given; a program that is ended so has done its work.
 limited() {
@@ -57,21 +69,23 @@ take_pictures() {
 }
 
 if [ "$mode" = daemon ]; then
-    echo "The local daemon serves $home until you press Ctrl-C."
-    exec "$daemon" --home "$home"
+    echo "The local daemon backs up $home until you press Ctrl-C."
+    exec "${daemon[@]}"
 fi
 
-"$daemon" --home "$home" &
+"${daemon[@]}" &
 pid=$!
 trap 'kill "$pid" 2>/dev/null || true; wait "$pid" 2>/dev/null || true' EXIT
 "$ctl" --timeout 10 status
 
 cat <<END
 
-The local daemon (process $pid) is scanning $home.
+The local daemon (process $pid) backs up $home.
 In another terminal, kill it and start it again, and watch the link come back:
     kill -9 $pid
     ./run.sh daemon
+Or bring a folder back:
+    $ctl restore --wait --to /tmp/restored "$home/Documents"
 
 END
 if [ "$mode" = window ] && [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]; then
@@ -79,6 +93,7 @@ if [ "$mode" = window ] && [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]; then
     exit
 fi
 if [ "$mode" = window ]; then
+    "$ctl" backup now --wait || true # what is in the way of it stands in the pictures, too
     echo "There is no display here. The window was opened on a virtual one; these are its pictures:"
     take_pictures
 fi

@@ -49,7 +49,9 @@ std::string identifierOf(const Bundle& bundle) {
 } // namespace
 
 std::vector<std::string> paneFolders(const std::string& programFolder) {
-    std::vector<std::string> folders{programFolder + "/Bundles", dataFolder() + sharedFolder};
+    // In a build, at the place it was installed to, the user's own, and where packages put theirs.
+    std::vector<std::string> folders{programFolder + "/Bundles", programFolder + "/../share" + sharedFolder,
+                                     dataFolder() + sharedFolder};
     for (const std::string& folder : systemDataFolders())
         folders.push_back(folder + sharedFolder);
     return folders;

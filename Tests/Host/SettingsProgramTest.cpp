@@ -50,8 +50,9 @@ TEST(PaneBundles, StandInTheDataFolders) {
     const EnvironmentVariable user("XDG_DATA_HOME", "/user");
     const EnvironmentVariable system("XDG_DATA_DIRS", "/one:relative::/two");
     EXPECT_EQ(paneFolders("/program"),
-              (std::vector<std::string>{"/program/Bundles", "/user/kelvane/PreferencePanes",
-                                        "/one/kelvane/PreferencePanes", "/two/kelvane/PreferencePanes"}));
+              (std::vector<std::string>{"/program/Bundles", "/program/../share/kelvane/PreferencePanes",
+                                        "/user/kelvane/PreferencePanes", "/one/kelvane/PreferencePanes",
+                                        "/two/kelvane/PreferencePanes"}));
 }
 
 class SettingsProgram : public testing::Test {
