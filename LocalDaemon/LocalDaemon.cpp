@@ -58,11 +58,11 @@ std::string LocalDaemon::start() {
         runner_->noteRules();
     });
     state_->setNeedListener([this](const BackupNeed& need) { runner_->noteNeed(need); });
+    restores_->start(); // before anybody can ask for its jobs
     if (!server_->listen(options_.socketPath))
         return "Cannot listen at " + options_.socketPath + ": " + std::generic_category().message(errno);
     scan_->start();
     runner_->start();
-    restores_->start();
     refresh_ = loop_->schedule(options_.refreshInterval, MainLoop::Repeat::Always, [this] { refresh(); });
     KelvaneCLog("Serving %@ at %@.", state_->configuration().home, options_.socketPath);
     return {};

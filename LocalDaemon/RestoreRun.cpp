@@ -26,15 +26,17 @@ constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
 // With this restic has done all that it could.
 constexpr std::string_view doneWithErrors = "Fatal: There were ";
 
-bool isPassing(ResticTrouble trouble) {
-    return trouble == ResticTrouble::Unreachable || trouble == ResticTrouble::NoNetwork ||
+bool isPassing(const ResticOutcome& outcome) {
+    const ResticTrouble trouble = outcome.trouble;
+    return outcome.errors.empty() || // somebody has killed it, or the memory was short
+           trouble == ResticTrouble::Unreachable || trouble == ResticTrouble::NoNetwork ||
            trouble == ResticTrouble::Locked ||
            trouble == ResticTrouble::Stopped; // by the watch: nothing has come for long
 }
 
 std::string lastLine(const std::string& text) {
     const std::string line = text.substr(text.rfind('\n') + 1);
-    return line.empty() ? "restic failed without a word" : line;
+    return line.empty() ? "restic ended without a word" : line;
 }
 
 // Taking the staging folder away has changed the folder's times.
@@ -177,7 +179,7 @@ RestoreRun::Fetching RestoreRun::callRestic(std::vector<std::string> arguments, 
         return {};
     errors += said;
     const bool hasDoneItsBest = said.find(doneWithErrors) != std::string::npos;
-    return {hasDoneItsBest ? "" : lastLine(outcome.errors), isPassing(outcome.trouble)};
+    return {hasDoneItsBest ? "" : lastLine(outcome.errors), isPassing(outcome)};
 }
 
 void RestoreRun::fail(const Pieces& pieces, const std::string& reason) {

@@ -1,5 +1,6 @@
 #include "Common/KelvSocket.h"
 #include "LocalDaemon/LocalDaemon.h"
+#include "Platform/DetachedProgram.h"
 #include "Platform/FileDescriptor.h"
 #include "Platform/PollLoop.h"
 #include "Platform/SignalWatch.h"
@@ -142,6 +143,13 @@ int run(const Arguments& arguments) {
     options.socketPath = *socketPath;
     options.settingsPath = stateFolder() + "/kelvane/local-daemon-state.plist";
     options.indexPath = stateFolder() + "/kelvane/local-daemon-index";
+    options.restoreJobsPath = stateFolder() + "/kelvane/local-daemon-restores";
+    options.showRestoreWizard = [path = *socketPath] {
+        const std::string failure =
+            startDetached({programBesideThis("kelvane-settings"), "--daemon", path, "--tab", "restore"});
+        if (!failure.empty())
+            KelvaneSystemLog("The window for restoring cannot be opened: %@", failure);
+    };
     options.configurationPath = configurationFolder() + "/kelvane/local-daemon.plist";
     return serve(options);
 }

@@ -26,7 +26,7 @@ import trees
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BUILDS = ["build/dev", "build/release", "build/asan"]
 PATIENCE = 90.0  # seconds until something that does not happen counts as failed
-LATEST_KILL = 4.0  # seconds after the order
+LATEST_KILL = 2.5  # seconds after the order
 FILES = 300
 LARGE_FILES = 3
 LARGE = 8_000_000  # bytes
@@ -58,6 +58,7 @@ class World:
                                    for kind in ("CONFIG", "STATE", "DATA", "CACHE")})
         self.log = open(folder / "log", "w+")
         self.daemon = None
+        self.has_backup = False
         self.versions = collections.defaultdict(set)
         self.home.mkdir()
         trees.make(self.home, FILES)
@@ -71,9 +72,14 @@ class World:
             self.versions[path.relative_to(self.kept)].add(digest(path))
 
     def change(self):
-        """Some other bytes in some files; the large ones have all others, so that saving them takes a while."""
+        """Some other bytes in some files; the large ones have all others, so that saving them takes a while. One
+        that has been backed up as it is goes; what was saved of it stays."""
         files = trees.files_in(self.home)
-        for path in self.chance.sample(files, 20) + [path for path in files if path.name.startswith("large")]:
+        large = [path for path in files if path.name.startswith("large")]
+        small = self.chance.sample([path for path in files if path not in large], 21)
+        if self.has_backup:
+            small.pop().unlink()
+        for path in small + large:
             copy = self.kept / path.relative_to(self.home)
             mode = path.stat().st_mode
             path.chmod(0o600)
@@ -81,7 +87,6 @@ class World:
             path.chmod(mode)
             copy.unlink()
             shutil.copy2(path, copy)
-        self.chance.choice(files).unlink()
         self.note_versions()
 
     def start(self):
@@ -136,6 +141,7 @@ class World:
 
     def back_up(self):
         self.wait(lambda: self.ctl("backup", "now", "--wait", check=False).returncode == 0, "everything is backed up")
+        self.has_backup = True
 
     def order_restore(self):
         answer = self.ctl("--json", "restore", "--to", self.restored, self.home)

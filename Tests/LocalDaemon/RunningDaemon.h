@@ -33,6 +33,7 @@ public:
         options.defaults.repository.passwordFile = folders / "state/password";
         options.defaults.repository.cacheFolder = folders / "cache";
         options.indexPath = folders / "state/index";
+        options.restoreJobsPath = folders / "state/restores";
         options.backup.quiet = std::chrono::hours(24); // what waits is to be seen waiting
         options.backup.longestWait = options.backup.quiet;
         options.socketPath = folders.socket();
