@@ -1,6 +1,7 @@
 #include "LocalDaemon/BackupRules.h"
 
 #include "LocalDaemon/CleanPath.h"
+#include "LocalDaemon/RestoreStaging.h"
 #include "Support/WildcardMatch.h"
 
 #include <algorithm>
@@ -103,6 +104,8 @@ Verdict verdictFor(const BackupRules& rules, std::string_view path) {
 std::optional<Verdict> ruleAt(const BackupRules& rules, std::string_view path) {
     if (auto rule = personalRuleAt(rules, path))
         return rule;
+    if (path.substr(path.rfind('/') + 1).starts_with(stagingPrefix))
+        return Verdict{Verdict::Reason::Policy, std::string(stagingPrefix) + '*'}; // half of a restore
     const std::string candidate = withSeparator(path);
     for (const std::string& pattern : rules.policy)
         if (WildcardMatch(pattern, candidate))

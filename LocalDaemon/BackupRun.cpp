@@ -1,5 +1,6 @@
 #include "LocalDaemon/BackupRun.h"
 
+#include "LocalDaemon/RestoreStaging.h"
 #include "LocalDaemon/ResticJson.h"
 #include "Support/Logging.h"
 
@@ -24,6 +25,8 @@ std::vector<std::string> argumentsFor(const BackupRun::Wanted& wanted) {
     // The verbose form names each file that is done, so that counts need not be guessed.
     std::vector<std::string> arguments{"backup",           "--json", "--verbose=2", "--one-file-system",
                                        "--files-from-raw", "-"};
+    // Of a restore that begins only now.
+    arguments.insert(arguments.end(), {"--exclude", std::string(stagingPrefix) + '*'});
     for (const std::string& tag : wanted.tags)
         arguments.insert(arguments.end(), {"--tag", tag});
     // restic would look for one with the same list of paths, which is another one after each change of the

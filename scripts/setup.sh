@@ -12,7 +12,7 @@ packages=(
     libgtest-dev libbenchmark-dev libsystemd-dev libclang-rt-14-dev clang-format clang-tidy
     dbus dbus-daemon python3 procps xvfb
     # running
-    polkitd restic zip
+    polkitd restic rclone zip
 )
 
 missing=()

@@ -27,6 +27,7 @@ TEST(BackupRules, TheNearestRuleDecidesAndSaysWhy) {
                  {true, "/home/joe/abc", Reason::Home, "/home/joe"},
                  {true, "/home/joe/.cache/file", Reason::Policy, "/home/joe/.cache/"},
                  {true, "/home/joe/.cached", Reason::Home, "/home/joe"},
+                 {true, "/home/joe/a/.kelvane-restore-7/1/x", Reason::Policy, ".kelvane-restore-*"},
                  {true, "/home/joe/.CACHE", Reason::Policy, "/home/joe/.cache/"},
                  {true, "/home/joe/.cache/kept", Reason::Excluded, "/home/joe/.cache/kept"},
                  {true, "/home/joe/x.tmp", Reason::Excluded, "/home/joe/x.tmp"},
