@@ -139,7 +139,7 @@ private:
         const auto start = std::chrono::steady_clock::now();
         std::string name = folder + "zz first";
         const std::array names{folder + "burst", folder + "change"};
-        for (std::size_t step = 0; step < duration / interval; ++step) {
+        for (int step = 0; step < duration / interval; ++step) {
             for (std::size_t change = 0; change < changesAtOnce; ++change)
                 rename(name, names.at(change % 2));
             std::this_thread::sleep_until(start + step * interval);

@@ -38,6 +38,8 @@ std::variant<Options, int> readOptions(int argc, const char* const* argv) {
                    "DIR for a picture of each tab; the program ends when they are there");
     app.add_option("--appearance", options.appearance, "system, light or dark")
         ->transform(CLI::Transformer(appearances).description(""));
+    app.add_flag("--end-when-painted", options.endsWhenPainted,
+                 "End once the window is painted and before a pane is loaded, to measure the start");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -16,6 +16,7 @@ struct Options {
     std::string tab;
     std::string screenshotFolder;
     Appearance appearance = Appearance::System;
+    bool endsWhenPainted = false; // before a pane is loaded
 };
 
 // The options, or the status to end with: help and mistakes have been written out then.

@@ -51,6 +51,8 @@ void SettingsHost::show() {
     next_ = std::make_unique<AfterPaint>(window_.pageArea(), *mainLoop_, [this] {
         QObject::connect(&window_, &SettingsWindow::paneChosen, &window_,
                          [this](int index) { choose(static_cast<std::size_t>(index)); });
+        if (options_.endsWhenPainted)
+            return end();
         choose(static_cast<std::size_t>(window_.chosenPane()));
     });
     window_.choosePane(0);

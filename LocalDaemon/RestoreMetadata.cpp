@@ -43,8 +43,9 @@ FolderMetadata::FolderMetadata(const std::string& folder)
 std::string FolderMetadata::applyTo(const std::string& folder) const {
     if (!isThere_)
         return "it has not come out of the backup";
-    static_cast<void>(
-        ::lchown(folder.c_str(), status_.st_uid, status_.st_gid)); // root may, others keep theirs
+    // Root may; what others make stays theirs.
+    if (::lchown(folder.c_str(), status_.st_uid, status_.st_gid) != 0 && errno != EPERM)
+        return "its owner cannot be set: " + std::generic_category().message(errno);
     // The source may forbid its owner to read it.
     static_cast<void>(::chmod(folder_.c_str(), status_.st_mode | S_IRUSR));
     if (const FileDescriptor source = openFolder(folder_), place = openFolder(folder); source && place)

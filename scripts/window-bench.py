@@ -1,0 +1,88 @@
+#!/usr/bin/python3
+"""Measures the window: its start beside that of an empty window of the toolkit, and what it costs while idle.
+
+    scripts/window-bench.py [BUILD FOLDER] [SECONDS OF IDLENESS]
+
+Needs a release build with kelvane-bench's targets, and xvfb. Fails when a budget is exceeded.
+"""
+
+import os
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+STARTS = 20
+START_BUDGET = 1.5  # of an empty window's start
+IDLE_BUDGET = 0.2  # per cent of one core
+
+
+def lifetime(command, environment):
+    begin = time.monotonic()
+    subprocess.run(command, env=environment, check=True, stderr=subprocess.DEVNULL)
+    return time.monotonic() - begin
+
+
+def measure_start(build, environment):
+    host = [f"{build}/kelvane-settings", "--pane", f"{build}/Bundles/Kelvane.prefPane", "--end-when-painted"]
+    empty = [f"{build}/Bench/kelvane-empty-window"]
+    times = {name: [] for name in ("host", "empty")}
+    for turn in range(STARTS + 1):
+        for name, command in (("host", host), ("empty", empty)):
+            seconds = lifetime(command, environment)
+            if turn > 0:  # the first reads the disk
+                times[name].append(seconds)
+    host, empty = (statistics.median(times[name]) for name in ("host", "empty"))
+    print(f"start to the painted window and end: {host * 1000:.0f} ms, an empty window {empty * 1000:.0f} ms: "
+          f"{host / empty:.2f} of at most {START_BUDGET}")
+    return host / empty <= START_BUDGET
+
+
+def processor_seconds(process):
+    with open(f"/proc/{process.pid}/stat", encoding="ascii") as stat:
+        fields = stat.read().rsplit(")", 1)[1].split()
+    return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+
+
+def measure_idleness(build, environment, folder, seconds):
+    socket = os.path.join(folder, "daemon.sock")
+    daemon = subprocess.Popen([f"{build}/LocalDaemon/kelvane-local-daemon", "--socket", socket, "--home", folder],
+                              env=environment, stderr=subprocess.DEVNULL)
+    host = subprocess.Popen([f"{build}/kelvane-settings", "--pane", f"{build}/Bundles/Kelvane.prefPane",
+                             "--daemon", socket, "--authorization", "granted"],
+                            env=environment, stderr=subprocess.DEVNULL)
+    try:
+        time.sleep(5)  # it has come up and is connected
+        before = processor_seconds(host)
+        time.sleep(seconds)
+        share = (processor_seconds(host) - before) / seconds * 100
+    finally:
+        host.terminate()
+        host.wait(10)
+        daemon.terminate()
+        daemon.wait(10)
+    print(f"idle and connected for {seconds} s: {share:.2f} % of one core of at most {IDLE_BUDGET} %")
+    return share <= IDLE_BUDGET
+
+
+def main():
+    build = os.path.abspath(sys.argv[1] if len(sys.argv) > 1 else "build/release")
+    seconds = int(sys.argv[2]) if len(sys.argv) > 2 else 60
+    reader, writer = os.pipe()
+    screen = subprocess.Popen(["Xvfb", "-displayfd", str(writer), "-screen", "0", "1280x960x24", "-nolisten", "tcp"],
+                              pass_fds=[writer], stderr=subprocess.DEVNULL)
+    os.close(writer)
+    display = os.read(reader, 16).decode().strip()
+    try:
+        with tempfile.TemporaryDirectory() as folder:
+            environment = dict(os.environ, DISPLAY=f":{display}")
+            environment |= {name: folder for name in ("HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_STATE_HOME")}
+            results = [measure_start(build, environment), measure_idleness(build, environment, folder, seconds)]
+    finally:
+        screen.terminate()
+    sys.exit(0 if all(results) else 1)
+
+
+if __name__ == "__main__":
+    main()
