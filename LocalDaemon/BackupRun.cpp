@@ -52,6 +52,7 @@ BackupRun::Result BackupRun::run(const Wanted& wanted, const StopSignal& stop) {
     activity_.isInitial = wanted.isInitial;
     activity_.done = {};
     troubleBefore_ = activity_.trouble;
+    unchanged_ = wanted.unchanged;
     tell();
     Restic::Call call;
     call.arguments = argumentsFor(wanted);
@@ -61,10 +62,7 @@ BackupRun::Result BackupRun::run(const Wanted& wanted, const StopSignal& stop) {
     call.onLine = [this](std::string_view line) { return takeLine(line); };
     call.onErrorLine = [this](std::string_view line) { takeErrorLine(line); };
     result_.outcome = repository_.restic().run(call, stop);
-    activity_.isRunning = false;
     activity_.currentFile.clear();
-    if (!result_.outcome.succeeded())
-        activity_.done = {};
     tell();
     return result_;
 }
@@ -76,7 +74,7 @@ bool BackupRun::takeLine(std::string_view text) {
     switch (line.kind) {
     case BackupLine::Kind::Item:
         if (line.isFile && line.isChanged)
-            activity_.done += {1, sizeOf(line.path)};
+            saved_ += {1, sizeOf(line.path)};
         return true;
     case BackupLine::Kind::Status: return takeStatus(line.filesDone, line.bytesDone, line.path);
     case BackupLine::Kind::Summary: result_.snapshotId = line.snapshotId; return true;
@@ -116,7 +114,11 @@ void BackupRun::takeUnread(const std::string& path) {
         result_.unread.push_back(path);
 }
 
+// Of a large file also the part that is read. restic tells how much it has been through altogether.
 void BackupRun::tell() {
+    activity_.done = saved_;
+    if (bytesDone_ > unchanged_.bytes + saved_.bytes)
+        activity_.done.bytes = bytesDone_ - unchanged_.bytes;
     lastTold_ = std::chrono::steady_clock::now();
     state_.setActivity(activity_);
 }

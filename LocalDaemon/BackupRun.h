@@ -9,7 +9,8 @@
 
 namespace kelvane {
 
-// One call of restic that backs up some paths, whose progress goes into the state as it comes. Belongs to one
+// One call of restic that backs up some paths, whose progress goes into the state as it comes; there it
+// counts as running also afterwards, until the index knows of it or the trouble is told. Belongs to one
 // thread, which it blocks.
 class BackupRun {
 public:
@@ -18,6 +19,7 @@ public:
         std::vector<std::string> tags;
         std::string parent; // a snapshot that most of it is in as it was; empty: none
         bool isInitial = false;
+        FileTotals unchanged; // of what the targets hold: what is saved already
         bool hasLowerPriority = false;
         std::chrono::milliseconds patience{}; // for so long it may get on with nothing
     };
@@ -37,12 +39,13 @@ private:
     void takeErrorLine(std::string_view line);
     void takeUnread(const std::string& path);
     void tell();
-
     DaemonState& state_;
     const Repository& repository_;
     Result result_;
     BackupActivity activity_;
     std::optional<ServiceState> troubleBefore_;
+    FileTotals unchanged_;
+    FileTotals saved_; // whole files
     std::uint64_t filesDone_ = 0;
     std::uint64_t bytesDone_ = 0;
     std::chrono::steady_clock::time_point lastTold_;

@@ -161,6 +161,12 @@ void BackupRunner::perform(Task task) {
         current_.reset();
     }
     takeOutcome(outcome);
+    BackupActivity activity = state_->activity();
+    activity.isRunning = false;
+    activity.currentFile.clear();
+    if (!outcome.succeeded())
+        activity.done = {};
+    state_->setActivity(activity);
 }
 
 ResticOutcome BackupRunner::attempt(Task task, const StopSignal& stop) {
@@ -210,13 +216,23 @@ ResticOutcome BackupRunner::backUpWanted(const StopSignal& stop) {
         notBefore_ = Clock::now() + state_->configuration().interval;
         waitingSince_.reset();
         state_->takeOrdersDone(orders);
-        return outcome;
+        return forgetOld(stop);
     }
     if (wantsEverything)
         wanted.insert(everything);
     const std::scoped_lock guard(mutex_);
     wanted_.merge(wanted);
     return outcome;
+}
+
+// What cannot be forgotten now, because a restore is at work in the repository, is forgotten another time.
+ResticOutcome BackupRunner::forgetOld(const StopSignal& stop) {
+    const ResticOutcome outcome = keeper_->forgetOld(state_->configuration().keep, stop);
+    if (outcome.trouble == ResticTrouble::Stopped)
+        return outcome;
+    if (!outcome.succeeded())
+        KelvaneSystemLog("Old backups are not forgotten yet: %@", outcome.errors);
+    return {};
 }
 
 ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, const StopSignal& stop) {
@@ -233,12 +249,18 @@ ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, cons
     if (const Snapshot* const parent = index->newestCompleteSnapshot())
         wanted.parent = parent->id;
     wanted.isInitial = wanted.parent.empty();
+    const FileTotals found = state_->found();
+    const FileTotals waiting = state_->totals().pending;
+    wanted.unchanged =
+        isPartial ? found : FileTotals{found.count - waiting.count, found.bytes - waiting.bytes};
     wanted.hasLowerPriority = state_->settings().lowerPriorityMode;
     wanted.patience = options_.patience;
     BackupRun::Result result = BackupRun(*state_, keeper_->repository()).run(wanted, stop);
     if (!result.outcome.succeeded())
         return result.outcome;
     reportUnread(result.unread);
+    KelvaneSystemLog("Backed up%@; snapshot %@, %llu bytes were waiting.", isPartial ? ": " + path : "",
+                     result.snapshotId, waiting.bytes);
     return keeper_->add(result.snapshotId, isPartial, stop);
 }
 

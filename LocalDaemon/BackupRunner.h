@@ -56,6 +56,7 @@ private:
     [[nodiscard]] ResticOutcome connect(const StopSignal& stop);
     [[nodiscard]] ResticOutcome backUpWanted(const StopSignal& stop);
     [[nodiscard]] ResticOutcome backUp(const std::string& path, bool isPartial, const StopSignal& stop);
+    [[nodiscard]] ResticOutcome forgetOld(const StopSignal& stop);
     void takeOutcome(const ResticOutcome& outcome);
     void report(const ResticOutcome& outcome);
     void reportUnread(const std::vector<std::string>& paths);

@@ -158,6 +158,7 @@ ConfigurationDefaults usualDefaults() {
     defaults.repository.location = dataFolder() + "/kelvane/repository";
     defaults.repository.passwordFile = configurationFolder() + "/kelvane/local-daemon.password";
     defaults.repository.cacheFolder = cacheFolder() + "/kelvane/restic";
+    defaults.ownFiles = {defaults.repository.cacheFolder + '/'};
     return defaults;
 }
 
@@ -187,7 +188,8 @@ Configuration readConfiguration(const std::string& path, const ConfigurationDefa
     const Value& patterns = entries["policyExcludeList"];
     configuration.policy =
         patterns.isArray() ? policyFrom(patterns, volumes) : defaultPolicy(configuration.home);
-    // Whatever else is said: a repository that holds itself would never be finished.
+    configuration.policy.insert(configuration.policy.end(), defaults.ownFiles.begin(),
+                                defaults.ownFiles.end());
     if (const std::string folder = localFolderOf(configuration.repository.location); !folder.empty())
         configuration.policy.push_back(withSeparator(folder));
     return configuration;

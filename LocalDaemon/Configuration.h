@@ -32,6 +32,9 @@ struct Configuration {
 struct ConfigurationDefaults {
     std::string home;
     RepositoryPlace repository;
+    // Further patterns of the policy, whatever the configuration says: what a backup itself changes would
+    // never be backed up as it is.
+    std::vector<std::string> ownFiles = {};
 };
 [[nodiscard]] ConfigurationDefaults usualDefaults();
 

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 
 namespace kelvane {
 namespace {
@@ -111,8 +112,18 @@ ResticOutcome IndexKeeper::add(const std::string& snapshotId, bool isPartial, co
     return {};
 }
 
-void IndexKeeper::keepOnly(const std::vector<Snapshot>& snapshots) {
-    take(indexOfKept(*index_, snapshots), {"/"}, false);
+ResticOutcome IndexKeeper::forgetOld(std::chrono::days keep, const StopSignal& stop) {
+    const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+    const auto due = now.time_since_epoch() - keep - std::chrono::days(1); // a day's worth at a time
+    const BackupIndex::Snapshots& known = index_->snapshots();
+    if (known.size() < 2 || known.begin()->second.time > due.count())
+        return {};
+    if (ResticOutcome outcome = repository_.forget(keep, stop); !outcome.succeeded())
+        return outcome;
+    const Repository::Listing listing = repository_.snapshots(stop);
+    if (listing.outcome.succeeded())
+        take(indexOfKept(*index_, listing.snapshots), {"/"}, false);
+    return listing.outcome;
 }
 
 // When the file cannot be written, the next start finds an older one and brings that up to the repository.

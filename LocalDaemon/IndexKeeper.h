@@ -33,8 +33,8 @@ public:
     [[nodiscard]] ResticOutcome synchronize(bool mayMake, const StopSignal& stop);
     // Takes over a snapshot that was just made.
     [[nodiscard]] ResticOutcome add(const std::string& snapshotId, bool isPartial, const StopSignal& stop);
-    // Takes over that the repository has only these left.
-    void keepOnly(const std::vector<Snapshot>& snapshots);
+    // Forgets what has gone from disk or selection for so long. Not more often than once a day.
+    [[nodiscard]] ResticOutcome forgetOld(std::chrono::days keep, const StopSignal& stop);
 
 private:
     [[nodiscard]] ResticOutcome rebuild(BackupIndex from, const std::string& repositoryId,

@@ -16,6 +16,9 @@ namespace {
 // restic takes a lock for forgotten after half an hour; some time for clocks that differ.
 constexpr std::int64_t ageOfForgottenLock = std::int64_t{20} * 60;
 
+// It works through the whole repository without a word.
+constexpr std::chrono::hours timeToTidyUp{6};
+
 std::string hostName() {
     std::array<char, 256> name{};
     ::gethostname(name.data(), name.size() - 1);
@@ -94,6 +97,23 @@ Repository::Contents Repository::list(const std::string& snapshotId,
     };
     contents.outcome = restic_->run(call, stop);
     return contents;
+}
+
+ResticOutcome Repository::forget(std::chrono::days keep, const StopSignal& stop) const {
+    Restic::Call call;
+    call.arguments = {"forget",
+                      "--tag",
+                      tag_,
+                      "--group-by",
+                      "",
+                      "--keep-within",
+                      formatText("%lldd", static_cast<long long>(keep.count())),
+                      "--keep-last",
+                      "1",
+                      "--prune"};
+    call.patience = timeToTidyUp;
+    call.hasLowerPriority = true;
+    return restic_->run(call, stop);
 }
 
 ResticOutcome Repository::clearStaleLocks(const StopSignal& stop) const {

@@ -3,6 +3,7 @@
 #include "LocalDaemon/Restic.h"
 #include "LocalDaemon/Snapshots.h"
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -45,6 +46,10 @@ public:
     [[nodiscard]] Contents list(const std::string& snapshotId,
                                 const std::function<void(SnapshotItem&&)>& take,
                                 const StopSignal& stop) const;
+
+    // Forgets this computer's snapshots that are more than so many days older than its newest, and what only
+    // they hold. Nobody else can be at work in the repository meanwhile.
+    [[nodiscard]] ResticOutcome forget(std::chrono::days keep, const StopSignal& stop) const;
 
     // Removes locks that a dead process of this machine has left. restic would also remove those of other
     // machines that look old to it: as long as there is one that might, nothing is removed and that is

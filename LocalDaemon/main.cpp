@@ -1,5 +1,6 @@
 #include "Common/KelvSocket.h"
 #include "LocalDaemon/LocalDaemon.h"
+#include "LocalDaemon/LogFile.h"
 #include "Platform/DetachedProgram.h"
 #include "Platform/FileDescriptor.h"
 #include "Platform/PollLoop.h"
@@ -29,6 +30,7 @@ constexpr const char* verboseMarker = "/";
 struct Arguments {
     Dictionary settled; // of the configuration
     std::string socketPath;
+    std::string logPath = expandingTilde(KELVANE_LOG_FILE);
     bool isVerbose = false;
 };
 
@@ -104,7 +106,10 @@ std::optional<int> parse(int count, char** texts, Arguments& arguments) {
     app.add_option("--socket", arguments.socketPath,
                    "Where panes connect; in your runtime folder unless you say else")
         ->type_name("PATH");
-    app.add_flag("--verbose", arguments.isVerbose, "Write what happens to standard error, not only problems");
+    app.add_option("--log", arguments.logPath, "The log file; " KELVANE_LOG_FILE " unless you say else")
+        ->type_name("PATH");
+    app.add_flag("--verbose", arguments.isVerbose,
+                 "Log what happens, not only what somebody may have to do about");
     try {
         app.parse(count, texts);
     } catch (const CLI::Success& help) {
@@ -127,6 +132,18 @@ int serve(const LocalDaemon::Options& options) {
     return status;
 }
 
+// Everything goes to standard error as well, for whoever has started the daemon.
+LogSinkToken logTo(const std::string& path) {
+    const auto log = std::make_shared<LogFile>(path);
+    LogSinkToken token = setLogSink([log](const LogEntry& entry) {
+        std::cerr << entry.line() + '\n';
+        log->write(entry.line());
+    });
+    if (!log->error().empty())
+        KelvaneSystemLog("There is no log in %@: %@", path, log->error());
+    return token;
+}
+
 int run(const Arguments& arguments) {
     const auto socketPath = arguments.socketPath.empty() ? defaultDaemonPath() : arguments.socketPath;
     if (!socketPath)
@@ -135,14 +152,16 @@ int run(const Arguments& arguments) {
 
     LocalDaemon::Options options;
     options.defaults = usualDefaults();
+    options.indexPath = stateFolder() + "/kelvane/local-daemon-index";
     options.settled = arguments.settled;
+    options.defaults.ownFiles.push_back(options.indexPath + '*');
+    options.defaults.ownFiles.push_back(arguments.logPath + '*');
     // A relative path is as the terminal has it.
     if (const auto& home = arguments.settled["homeFolder"]; home.isString())
         options.settled.set("homeFolder",
                             std::filesystem::absolute(home.stringValue()).lexically_normal().string());
     options.socketPath = *socketPath;
     options.settingsPath = stateFolder() + "/kelvane/local-daemon-state.plist";
-    options.indexPath = stateFolder() + "/kelvane/local-daemon-index";
     options.restoreJobsPath = stateFolder() + "/kelvane/local-daemon-restores";
     options.showRestoreWizard = [path = *socketPath] {
         const std::string failure =
@@ -160,12 +179,12 @@ int main(int count, char** texts) {
     kelvane::occupyStandardDescriptors();
     // A terminal that has gone must not end the daemon at its next line.
     std::signal(SIGPIPE, SIG_IGN);
-    const auto log = setLogSink([](const LogEntry& entry) { std::cerr << entry.line() + '\n'; });
     try {
         Arguments arguments;
         if (const auto status = parse(count, texts, arguments))
             return *status;
         KelvaneLogStart(arguments.isVerbose ? verboseMarker : logMarkerPath);
+        const LogSinkToken log = logTo(arguments.logPath);
         return run(arguments);
     } catch (const std::exception& error) {
         return complain(error.what(), failed);

@@ -62,6 +62,10 @@ std::string homeFolder() {
     return folder ? *std::move(folder) : accountHomeFolder();
 }
 
+std::string expandingTilde(const std::string& path) {
+    return path.starts_with("~/") ? homeFolder() + path.substr(1) : path;
+}
+
 std::string configurationFolder() {
     return belowHome("XDG_CONFIG_HOME", "/.config");
 }

@@ -10,6 +10,7 @@ namespace kelvane {
 // it says so. Threads that set environment variables must not run beside these.
 
 [[nodiscard]] std::string homeFolder();
+[[nodiscard]] std::string expandingTilde(const std::string& path); // "~/" in front is the home folder
 [[nodiscard]] std::string configurationFolder(); // $XDG_CONFIG_HOME or ~/.config
 [[nodiscard]] std::string dataFolder();          // $XDG_DATA_HOME or ~/.local/share
 [[nodiscard]] std::string stateFolder();         // $XDG_STATE_HOME or ~/.local/state

@@ -1,5 +1,6 @@
 #include "PreferencePane/Help/HelpController.h"
 
+#include "Platform/SpecialFolders.h"
 #include "Platform/SystemVersion.h"
 #include "PreferencePane/Help/ChatInvitation.h"
 #include "PreferencePane/Services/FormTexts.h"
@@ -131,7 +132,7 @@ void KelvaneHelpController::viewOnlineHelpAction() {
 
 void KelvaneHelpController::showLogAction() {
     endSheet(*helpWindow_);
-    const std::string log = information("Kelvane Log Path");
+    const std::string log = expandingTilde(information("Kelvane Log Path"));
     if (prefs_.fileServices().fileSystem().exists(log))
         prefs_.opener().openFile(log, [](const std::string& reason) { KelvaneCLog("%@", reason); });
 }
@@ -186,7 +187,7 @@ void KelvaneHelpController::sendEmailAction() {
     if (!report.hasAccount())
         return;
     const BusySheet busy(*view_->window(), *prefs_.mainLoop(), screen(prefs_.text("Sending your report…")));
-    sendReport(report, information("Kelvane Log Path"), tools_, busy);
+    sendReport(report, expandingTilde(information("Kelvane Log Path")), tools_, busy);
 }
 
 IncidentReport KelvaneHelpController::incidentReport() const {

@@ -1,0 +1,66 @@
+#include "LocalDaemon/LogFile.h"
+
+#include "LocalDaemon/CleanPath.h"
+#include "Platform/SpecialFolders.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace kelvane {
+namespace {
+
+constexpr mode_t privateMode = 0600;
+
+} // namespace
+
+LogFile::LogFile(std::string path, Limits limits) : path_(std::move(path)), limits_(limits) {
+    if (ensureFolder(std::string(folderOf(path_))))
+        open();
+    else
+        error_ = std::generic_category().message(errno);
+}
+
+bool LogFile::write(std::string_view line) {
+    if (size_ > 0 && size_ + line.size() >= limits_.bytes)
+        rotate();
+    if (!file_)
+        open();
+    const std::string text = std::string(line) + '\n';
+    // One call, so that a second daemon's lines would not mix with these.
+    const ssize_t written = file_ ? ::write(file_.get(), text.data(), text.size()) : -1;
+    size_ += written > 0 ? static_cast<std::size_t>(written) : 0;
+    return written == static_cast<ssize_t>(text.size());
+}
+
+void LogFile::open() {
+    // A pipe is not waited for; a link in a folder that others write to is not followed.
+    file_.reset(::open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK,
+                       privateMode));
+    struct stat status {};
+    error_.clear();
+    if (!file_ || ::fstat(file_.get(), &status) != 0)
+        error_ = std::generic_category().message(errno);
+    else if (!S_ISREG(status.st_mode))
+        error_ = "it is no file";
+    if (!error_.empty())
+        file_.reset();
+    size_ = static_cast<std::size_t>(status.st_size);
+}
+
+void LogFile::rotate() {
+    const auto name = [this](unsigned number) {
+        return number == 0 ? path_ : path_ + '.' + std::to_string(number);
+    };
+    for (unsigned number = limits_.files - 1; number > 0; --number)
+        std::rename(name(number - 1).c_str(), name(number).c_str()); // the first times there is none
+    if (limits_.files == 1)
+        ::unlink(path_.c_str());
+    file_.reset();
+    size_ = 0;
+}
+
+} // namespace kelvane
