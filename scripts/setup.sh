@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Installs what building, testing and running Kelvane needs and this machine lacks: Debian 12 packages, with sudo when
 # not root. Does nothing, and asks for nothing, when everything is there.
+#
+#   scripts/setup.sh [--window-tests]     also what scripts/window-test.py needs
 set -euo pipefail
 
 packages=(
@@ -14,6 +16,9 @@ packages=(
     # running
     polkitd restic rclone zip
 )
+if [ "${1:-}" = --window-tests ]; then
+    packages+=(at-spi2-core python3-pyatspi xdotool)
+fi
 
 missing=()
 for package in "${packages[@]}"; do

@@ -1,0 +1,57 @@
+#!/usr/bin/python3
+"""Works the window as a screen reader does: real programs, found, read and worked through accessibility alone.
+
+    scripts/window-test.py [--build FOLDER] [PART...]
+
+Parts are status, backup, restore, help and life; without one all are run. Each has a virtual display, a session
+bus and a home of its own, prints what it saw, and fails when something is not found.
+
+scripts/setup.sh --window-tests installs what it needs.
+"""
+
+import argparse
+import importlib
+import pathlib
+import sys
+import time
+import traceback
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent / "window"))
+
+import desktop  # noqa: E402
+
+PARTS = ("status", "backup", "restore", "help", "life")
+
+
+def passes(part, build):
+    from accessible import Missing
+    print(f"== {part}", flush=True)
+    started = time.monotonic()
+    try:
+        importlib.import_module(part + "_part").run(build)
+    except Missing as missing:
+        traceback.print_exc(file=sys.stdout)
+        print(f"== {part} FAILED: {missing}", flush=True)
+        return False
+    print(f"== {part}: all found and done in {time.monotonic() - started:.0f} s", flush=True)
+    return True
+
+
+def main():
+    parser = argparse.ArgumentParser(description="Works the window as a screen reader does.")
+    parser.add_argument("--build", default="build/dev", metavar="FOLDER")
+    parser.add_argument("parts", nargs="*", metavar="PART", help=", ".join(PARTS))
+    arguments = parser.parse_args()
+    unknown = set(arguments.parts) - set(PARTS)
+    if unknown:
+        parser.error(f"no such part: {', '.join(sorted(unknown))}")
+    if not desktop.is_private():
+        sys.exit(desktop.run_again_privately())
+    from programs import Build
+    build = Build(arguments.build)
+    results = [passes(part, build) for part in arguments.parts or PARTS]
+    sys.exit(0 if all(results) else 1)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,181 @@
+"""A window as a screen reader meets it: every control is found, read and worked through AT-SPI."""
+
+import time
+
+import pyatspi
+from gi.repository import GLib
+
+PATIENCE = 20  # seconds until something that does not show counts as missing
+PACE = 0.05  # seconds between two looks
+CONTROL = 0xFFE3  # the key's symbol
+
+
+class Missing(Exception):
+    """Something that should be there is not."""
+
+
+def wait_for(what, condition, patience=PATIENCE):
+    """Returns the condition's first result that counts as true."""
+    deadline = time.monotonic() + patience
+    while True:
+        result = condition()
+        if result:
+            return result
+        if time.monotonic() > deadline:
+            raise Missing(f"not found in {patience} s: {what}")
+        time.sleep(PACE)
+
+
+def nodes_below(root):
+    pending = [root]
+    while pending:
+        node = pending.pop()
+        yield node
+        try:
+            pending.extend(child for child in reversed([child for child in node]) if child is not None)
+        except GLib.Error:  # it went while it was looked at
+            continue
+
+
+def is_in(node, state):
+    return node.getState().contains(state)
+
+
+def text_of(node):
+    return node.queryText().getText(0, -1)
+
+
+class Window:
+    """All windows of the one program whose name holds `program`."""
+
+    def __init__(self, program="kelvane"):
+        self.program = program
+        self.root = wait_for("the program's accessibility", self._application)
+
+    def is_running(self):
+        return self._application() is not None
+
+    def _application(self):
+        for application in pyatspi.Registry.getDesktop(0):
+            if application is not None and self.program in application.name.lower():
+                return application
+        return None
+
+    def look(self, test, root=None):
+        """The first node that shows and passes the test, or None. What is hidden hides what is in it."""
+        pending = [root or self.root]
+        while pending:
+            node = pending.pop()
+            try:
+                if node.getRole() != pyatspi.ROLE_APPLICATION and not is_in(node, pyatspi.STATE_SHOWING):
+                    continue
+                if test(node):
+                    return node
+                pending.extend(child for child in reversed([child for child in node]) if child is not None)
+            except (GLib.Error, NotImplementedError):  # it went while it was looked at, or has no such side
+                continue
+        return None
+
+    def find(self, what, test, root=None):
+        return wait_for(what, lambda: self.look(test, root))
+
+    def gone(self, what, test):
+        wait_for(f"the end of {what}", lambda: self.look(test) is None)
+
+    def named(self, role, name, root=None):
+        return self.find(f'{role} "{name}"', is_called(role, name), root)
+
+    def described(self, description):
+        """A value label: its name is the value."""
+        return self.find(f'a value described as "{description}"', lambda node: node.description == description)
+
+    def labelled(self, role, label):
+        def test(node):
+            return node.getRoleName() == role and any(
+                relation.getTarget(index).name == label
+                for relation in node.getRelationSet()
+                if relation.getRelationType() == pyatspi.RELATION_LABELLED_BY
+                for index in range(relation.getNTargets()))
+
+        return self.find(f'{role} labelled "{label}"', test)
+
+    def button(self, name):
+        return self.named("push button", name)
+
+    def press(self, name):
+        """Presses a button as soon as it can be pressed."""
+        button = self.find(f'the button "{name}", enabled',
+                           lambda node: node.getRoleName() in ("push button", "toggle button") and node.name == name
+                           and is_in(node, pyatspi.STATE_ENABLED))
+        do_action(button)
+
+    def write(self, field, text):
+        if not field.queryEditableText().setTextContents(text):
+            raise Missing(f'"{field.name}" takes no text')
+
+    def choose(self, combo, name):
+        """Opens a pop-up and clicks an item of it."""
+        do_action(combo)
+        self.click(self.named("list item", name, combo))
+        wait_for(f'"{name}" in the pop-up', lambda: combo.name == name)
+
+    def select_tab(self, name):
+        self.click(self.named("page tab", name))
+
+    def click(self, node, with_control=False):
+        x, y = middle_of(node)
+        if with_control:
+            pyatspi.Registry.generateKeyboardEvent(CONTROL, None, pyatspi.KEY_PRESS)
+        pyatspi.Registry.generateMouseEvent(x, y, "b1c")
+        if with_control:
+            pyatspi.Registry.generateKeyboardEvent(CONTROL, None, pyatspi.KEY_RELEASE)
+
+    def row(self, title, root=None):
+        """A row of a browser: its title alone, or with its state in words."""
+        return self.find(f'the row "{title}"', is_row(title), root)
+
+    def walk(self, names, first_column=0):
+        """Chooses a way through the columns of the browser that shows."""
+        for number, name in enumerate(names, first_column):
+            wait_for(f"column {number}", lambda wanted=number: len(self.columns()) > wanted)
+            do_action(wait_for(f'the row "{name}"', lambda: self._row_of_column(number, is_row(name))))
+
+    def _row_of_column(self, number, test):
+        """Also one that would have to be scrolled to."""
+        return next((row for row in self.columns()[number] if row is not None and test(row)), None)
+
+    def columns(self):
+        """The columns of the browser that shows, from the left."""
+        lists = []
+        browser = self.look(lambda node: node.getRoleName() == "split pane")
+        self.look(lambda node: node.getRoleName() == "list" and lists.append(node), browser)
+        return sorted(lists, key=lambda column: column.queryComponent().getExtents(pyatspi.DESKTOP_COORDS).x)
+
+
+def is_called(role, name):
+    return lambda node: node.getRoleName() == role and node.name == name
+
+
+def is_row(title):
+    return lambda node: node.getRoleName() == "list item" and (node.name == title
+                                                               or node.name.startswith(title + ", "))
+
+
+def do_action(node, name=None):
+    action = node.queryAction()
+    names = [action.getName(index) for index in range(action.nActions)]
+    action.doAction(names.index(name) if name else 0)
+
+
+def middle_of(node):
+    """Where it is on the screen, once it stands still."""
+    seen = []
+
+    def place():
+        extents = node.queryComponent().getExtents(pyatspi.DESKTOP_COORDS)
+        seen.append((extents.x, extents.y, extents.width, extents.height))
+        return extents.width > 0 and extents.height > 0 and len(seen) > 2 and seen[-1] == seen[-2] == seen[-3]
+
+    wait_for(f'the place of "{node.name}"', place)
+    x, y, width, height = seen[-1]
+    return x + width // 2, y + height // 2
