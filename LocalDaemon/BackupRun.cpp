@@ -1,7 +1,7 @@
 #include "LocalDaemon/BackupRun.h"
 
-#include "LocalDaemon/RestoreStaging.h"
 #include "LocalDaemon/ResticJson.h"
+#include "LocalDaemon/RestoreStaging.h"
 #include "Support/Logging.h"
 
 #include <sys/stat.h>
