@@ -35,8 +35,10 @@ ctl=$bin/Tools/kelvanectl
 pictures=$PWD/build/screenshots
 
 daemon=($bin/LocalDaemon/kelvane-local-daemon)
+window=($bin/kelvane-settings --pane $bin/Bundles/Kelvane.prefPane)
 if [ -z "$home" ]; then
-    # With settings, repository and key of its own.
+    # With settings, repository and key of its own, and nothing that a password would have to guard.
+    window+=(--authorization granted)
     sample=$PWD/build/sample
     home=$sample/home
     scripts/make-sample-home.py "$home"
@@ -64,7 +66,7 @@ take_pictures() {
     exec {number}< <(exec Xvfb -displayfd 1 -screen 0 1280x960x24 -nolisten tcp 2>/dev/null)
     screen=$!
     read -r -u "$number" display
-    DISPLAY=":$display" $bin/kelvane-settings --pane $bin/Bundles/Kelvane.prefPane --screenshot "$pictures" || true
+    DISPLAY=":$display" "${window[@]}" --screenshot "$pictures" || true
     kill "$screen" 2>/dev/null || true
 }
 
@@ -89,11 +91,12 @@ Or bring a folder back:
 
 END
 if [ "$mode" = window ] && [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]; then
-    limited $bin/kelvane-settings --pane $bin/Bundles/Kelvane.prefPane
+    limited "${window[@]}"
     exit
 fi
 if [ "$mode" = window ]; then
     "$ctl" backup now --wait || true # what is in the way of it stands in the pictures, too
+    "$ctl" ls "$home"
     echo "There is no display here. The window was opened on a virtual one; these are its pictures:"
     take_pictures
 fi
