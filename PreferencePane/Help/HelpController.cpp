@@ -130,9 +130,13 @@ void KelvaneHelpController::viewOnlineHelpAction() {
     prefs_.showOnlineHelp();
 }
 
+std::string KelvaneHelpController::logPath() const {
+    return expandingTilde(information("Kelvane Log Path"));
+}
+
 void KelvaneHelpController::showLogAction() {
     endSheet(*helpWindow_);
-    const std::string log = expandingTilde(information("Kelvane Log Path"));
+    const std::string log = logPath();
     if (prefs_.fileServices().fileSystem().exists(log))
         prefs_.opener().openFile(log, [](const std::string& reason) { KelvaneCLog("%@", reason); });
 }
@@ -147,8 +151,7 @@ void KelvaneHelpController::showEmailSheetAction() {
     email_->emailButton->setEnabled(false);
     email_->emailCategory->setCurrentIndex(0);
     email_->emailCategory->setFocus();
-    email_->emailLogCaption->setVisible(
-        prefs_.fileServices().fileSystem().exists(information("Kelvane Log Path")));
+    email_->emailLogCaption->setVisible(prefs_.fileServices().fileSystem().exists(logPath()));
     showChatMessage(state ? state->serverURL() : std::string());
     showSheet(*emailWindow_);
 }
@@ -187,7 +190,7 @@ void KelvaneHelpController::sendEmailAction() {
     if (!report.hasAccount())
         return;
     const BusySheet busy(*view_->window(), *prefs_.mainLoop(), screen(prefs_.text("Sending your report…")));
-    sendReport(report, expandingTilde(information("Kelvane Log Path")), tools_, busy);
+    sendReport(report, logPath(), tools_, busy);
 }
 
 IncidentReport KelvaneHelpController::incidentReport() const {

@@ -58,6 +58,7 @@ private:
     void sendEmailAction();
     [[nodiscard]] IncidentReport incidentReport() const;
 
+    [[nodiscard]] std::string logPath() const;
     [[nodiscard]] std::string information(std::string_view key) const {
         return prefs_.bundle()->information(key).stringValue();
     }
