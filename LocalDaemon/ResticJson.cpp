@@ -13,6 +13,9 @@ using Json = nlohmann::json;
 
 constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
 constexpr std::size_t decimals = 9;
+// Nanoseconds fit 64 bits between them.
+constexpr int firstYear = 1700;
+constexpr int lastYear = 2250;
 
 Json parsed(std::string_view text) {
     return Json::parse(text.begin(), text.end(), nullptr, false);
@@ -73,7 +76,7 @@ std::optional<std::int64_t> takeSeconds(std::string_view& text) {
     const std::chrono::year_month_day day{std::chrono::year(numbers[0]),
                                           std::chrono::month(static_cast<unsigned>(numbers[1])),
                                           std::chrono::day(static_cast<unsigned>(numbers[2]))};
-    if (!day.ok())
+    if (!day.ok() || numbers[0] < firstYear || numbers[0] > lastYear)
         return std::nullopt;
     const auto time = std::chrono::sys_days(day).time_since_epoch() + std::chrono::hours(numbers[3]) +
                       std::chrono::minutes(numbers[4]) + std::chrono::seconds(numbers[5]);

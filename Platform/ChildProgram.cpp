@@ -284,6 +284,7 @@ private:
 
     void reap() {
         int status = 0;
+        ::kill(-id_, SIGKILL); // what it has started and left behind
         while (::waitpid(id_, &status, 0) < 0 && errno == EINTR) {
         }
         if (WIFEXITED(status))

@@ -50,8 +50,8 @@ struct ChildOutcome {
 };
 
 // Runs a program to its end. One that is stopped, or that gets on with nothing for as long as the patience
-// lasts, is told to end by SIGINT, and killed with its process group after the grace. It is also interrupted
-// when the calling thread dies, as it does when this process is killed.
+// lasts, is told to end by SIGINT, and killed after the grace. What it has started itself ends with it. It is
+// also interrupted when the calling thread dies, as it does when this process is killed.
 //
 // Any thread; blocks. The program gets no descriptor but the standard ones. Its SIGPIPE is ignored: when this
 // process is killed, the program is to tidy up, not to die of its next word.

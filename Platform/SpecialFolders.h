@@ -11,11 +11,11 @@ namespace kelvane {
 
 [[nodiscard]] std::string homeFolder();
 [[nodiscard]] std::string expandingTilde(const std::string& path); // "~/" in front is the home folder
-[[nodiscard]] std::string configurationFolder(); // $XDG_CONFIG_HOME or ~/.config
-[[nodiscard]] std::string dataFolder();          // $XDG_DATA_HOME or ~/.local/share
-[[nodiscard]] std::string stateFolder();         // $XDG_STATE_HOME or ~/.local/state
-[[nodiscard]] std::string cacheFolder();         // $XDG_CACHE_HOME or ~/.cache
-[[nodiscard]] std::string temporaryFolder();     // $TMPDIR or /tmp
+[[nodiscard]] std::string configurationFolder();                   // $XDG_CONFIG_HOME or ~/.config
+[[nodiscard]] std::string dataFolder();                            // $XDG_DATA_HOME or ~/.local/share
+[[nodiscard]] std::string stateFolder();                           // $XDG_STATE_HOME or ~/.local/state
+[[nodiscard]] std::string cacheFolder();                           // $XDG_CACHE_HOME or ~/.cache
+[[nodiscard]] std::string temporaryFolder();                       // $TMPDIR or /tmp
 
 // $XDG_RUNTIME_DIR, else "/tmp/kelvane-<uid>", which is made for it. None when that cannot be had for this
 // user alone.

@@ -89,7 +89,8 @@ TEST(ResticJson, TakesWhatItKnowsAndNothingElse) {
     EXPECT_EQ(nanosecondsFrom("1970-01-01T01:00:00.5+01:00"), 500'000'000);
     EXPECT_EQ(nanosecondsFrom("1969-12-31T23:59:59.999999999Z"), -1);
     EXPECT_EQ(nanosecondsFrom("2000-02-29T12:00:00-00:30"), 951827400'000'000'000);
-    for (const char* wrong : {"", "2001-02-29T12:00:00Z", "2001-02-03T12:00:00", "2001-02-03 12:00:00Z", "x"})
+    for (const char* wrong : {"", "2001-02-29T12:00:00Z", "2001-02-03T12:00:00", "2001-02-03 12:00:00Z",
+                              "9999-02-03T12:00:00Z", "x"})
         EXPECT_FALSE(nanosecondsFrom(wrong)) << wrong;
     const auto item = itemFrom(R"({"type":"symlink","path":"/a\"b","uid":7,"mtime":"1970-01-01T00:00:01Z"})");
     ASSERT_TRUE(item);

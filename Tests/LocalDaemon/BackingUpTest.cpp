@@ -1,0 +1,195 @@
+// Real folders, a real repository and the real restic.
+
+#include "Common/FileNodeFlags.h"
+#include "Support/Logging.h"
+#include "Tests/LocalDaemon/RunningDaemon.h"
+
+#include <filesystem>
+#include <fstream>
+#include <unistd.h>
+
+namespace kelvane {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using tests::RunningDaemon;
+using tests::TestPane;
+
+class BackingUp : public ::testing::Test {
+protected:
+    [[nodiscard]] std::string in(const std::string& name) const { return folders.home() + '/' + name; }
+    void start() {
+        pane.reset();
+        daemon.reset();
+        daemon = std::make_unique<RunningDaemon>(folders, [](LocalDaemon::Options& options) {
+            options.backup.quiet = 50ms;
+            options.backup.firstRetry = 100ms;
+        });
+        pane = std::make_unique<TestPane>(folders.socket());
+    }
+    template <class Condition>
+    [[nodiscard]] bool comesTo(Condition condition) {
+        return pane->waitFor(condition);
+    }
+    [[nodiscard]] bool comesToRest(int backedUp) {
+        return comesTo([&] {
+            const Value state = pane->call<"daemonState">();
+            return state["serviceState"] == 8 && state["pendingFileCount"] == 0 &&
+                   state["backedUpFileCount"] == backedUp;
+        });
+    }
+    [[nodiscard]] Array colors(const Array& paths) {
+        return pane->call<"backupColorsForFiles:">(Value(paths)).array();
+    }
+    [[nodiscard]] std::size_t snapshots() const {
+        return static_cast<std::size_t>(
+            std::distance(fs::directory_iterator(folders / "repository/snapshots"), {}));
+    }
+
+    const tests::DaemonFolders folders;
+    const LogSinkToken quiet = setLogSink([](const LogEntry&) {});
+    std::unique_ptr<RunningDaemon> daemon;
+    std::unique_ptr<TestPane> pane;
+};
+
+constexpr std::int32_t none = Backup_Color_None, green = Backup_Color_Green, yellow = Backup_Color_Yellow,
+                       gray = Backup_Color_Gray, blue = Backup_Color_Blue;
+
+TEST_F(BackingUp, FollowsTheFilesTheRulesAndTheModes) {
+    for (const char* name : {"home/a/x [y]*?.txt", "home/a/b/file", "home/.cache/c", "home/bad \xFF"})
+        folders.write(name, "12345");
+    fs::create_directory(in("empty"));
+    fs::create_symlink("a", in("link"));
+    start();
+    ASSERT_TRUE(comesToRest(3));
+    EXPECT_EQ(pane->state("backedupFileSize"), 15);
+    EXPECT_EQ(colors({folders.home(), in("a"), in("a/x [y]*?.txt"), in("empty"), in("link"), in(".cache")}),
+              (Array{green, green, green, green, green, none}));
+    EXPECT_EQ(fs::status(folders / "state/password").permissions(),
+              fs::perms::owner_read | fs::perms::owner_write);
+
+    // Paused, so that what waits is to be seen.
+    pane->call<"setPausedMinutes:">(5U);
+    folders.write("home/a/x [y]*?.txt", "1234567");
+    folders.write("home/new", "1");
+    fs::remove(in("a/b/file"));
+    ASSERT_TRUE(comesTo([&] { return pane->state("pendingFileSize") == 8; }));
+    EXPECT_EQ(colors({folders.home(), in("a"), in("a/x [y]*?.txt"), in("new"), in("link"), in("a/b/file")}),
+              (Array{gray, yellow, yellow, yellow, green, blue}));
+    pane->call<"setRecoverMode:">(true);
+    pane->call<"setPausedMinutes:">(0U);
+    pane->call<"setPriorityBackup:">("/");
+    EXPECT_EQ(pane->state("serviceState"), 25);
+    EXPECT_EQ(snapshots(), 1U);
+    pane->call<"setRecoverMode:">(false);
+    ASSERT_TRUE(comesToRest(4)); // with the one that has gone
+    EXPECT_EQ(snapshots(), 2U);
+    EXPECT_TRUE(pane->hears("file /Volumes/"));
+
+    EXPECT_EQ(pane->call<"excludeFileFromBackup:">(in("a")), 0U);
+    EXPECT_EQ(colors({in("a"), in("a/x [y]*?.txt"), in("new")}), (Array{blue, blue, green}));
+    const Value kept = pane->call<"dictionaryForPath:">(in("a/b/file"));
+    EXPECT_EQ(kept["backupFlags"].uint32Value() & Backup_Missing, Backup_Missing);
+    EXPECT_EQ(kept["version"], 1);
+
+    start(); // the index is there before restic is asked
+    EXPECT_EQ(pane->state("backedUpFileCount"), 4);
+    ASSERT_TRUE(comesToRest(4));
+    EXPECT_EQ(colors({in("new"), in("a/b/file")}), (Array{green, blue}));
+}
+
+TEST_F(BackingUp, ComesBackFromALostRepositoryIndexAndKey) {
+    folders.write("home/file", "12345");
+    start();
+    ASSERT_TRUE(comesToRest(1));
+    fs::rename(folders / "repository", folders / "away");
+    folders.write("home/file", "123456");
+    pane->call<"setPriorityBackup:">("/");
+    EXPECT_TRUE(comesTo([&] { return pane->state("serviceState") == 19; }));
+    EXPECT_FALSE(fs::exists(folders / "repository")); // another one would hide the loss
+    fs::rename(folders / "away", folders / "repository");
+    EXPECT_TRUE(comesToRest(1));
+    EXPECT_EQ(pane->state("backedupFileSize"), 6);
+
+    pane.reset();
+    daemon.reset();
+    for (const auto& file : fs::directory_iterator(folders / "state"))
+        if (file.path().filename().string().starts_with("index"))
+            std::ofstream(file.path()) << "nonsense";
+    fs::remove(in("file"));
+    start();
+    EXPECT_TRUE(comesToRest(1)); // of what the repository holds
+    EXPECT_EQ(colors({in("file")}), Array{blue});
+
+    folders.write("state/password", "another");
+    folders.write("home/more", "1");
+    pane->call<"setPriorityBackup:">(in("more"));
+    EXPECT_TRUE(comesTo([&] { return pane->state("serviceState") == 15; }));
+}
+
+TEST_F(BackingUp, ForgetsWhatHasGoneForTooLong) {
+    RepositoryPlace place{folders / "repository", folders / "password", folders / "cache"};
+    bool isNew = false;
+    ASSERT_EQ(ensurePasswordFile(place.passwordFile, isNew), "");
+    const Repository repository(std::make_shared<const Restic>(place), 7);
+    const StopSignal stop;
+    ASSERT_TRUE(repository.open(true, stop).wasMade);
+    const auto backUp = [&](const std::string& path, const std::string& time) {
+        Restic::Call call;
+        call.arguments = {"backup", "--tag", "kelvane-7", "--time", time, path};
+        EXPECT_TRUE(repository.restic().run(call, stop).succeeded());
+    };
+    backUp(folders.write("old", "1"), "2001-02-03 04:05:06");
+    backUp(folders.write("new", "22"), "2002-02-03 04:05:06");
+    IndexKeeper keeper(repository, folders / "index");
+    ASSERT_TRUE(keeper.synchronize(false, stop).succeeded());
+    EXPECT_EQ(keeper.index()->totals(), (FileTotals{2, 3}));
+    ASSERT_TRUE(keeper.forgetOld(std::chrono::days(30), stop).succeeded());
+    EXPECT_EQ(keeper.index()->totals(), (FileTotals{1, 2}));
+    EXPECT_EQ(IndexKeeper(repository, folders / "index").index()->totals(), (FileTotals{1, 2}));
+    EXPECT_EQ(snapshots(), 1U);
+}
+
+// What restic would do with locks of its own accord is more than is safe: it is asked only when all that it
+// would remove is ours and dead.
+TEST_F(BackingUp, RemovesOnlyLocksThatADeadProcessOfThisMachineHasLeft) {
+    std::array<char, 256> host{};
+    ASSERT_EQ(::gethostname(host.data(), host.size() - 1), 0);
+    const std::string dead = std::string(R"({"hostname":")") + host.data() + R"(","pid":99999999,"time":")";
+    const std::string alive = std::string(R"({"hostname":")") + host.data() + R"(","pid":1,"time":")";
+    const std::string other = R"({"hostname":"other","pid":99999999,"time":")";
+    const std::string old = R"(2001-01-01T00:00:00Z"})";
+    const std::string recent = R"(2200-01-01T00:00:00Z"})";
+    const struct {
+        std::vector<std::string> locks;
+        bool areRemoved;
+    } cases[] = {
+        {{}, false},
+        {{dead + recent}, true},
+        {{dead + old, other + recent}, true},
+        {{alive + recent}, false},
+        {{other + old}, false},
+        {{dead + old, other + old}, false},
+        {{alive + old, dead + old}, false},
+    };
+    for (const auto& [locks, areRemoved] : cases) {
+        std::string script = "#!/bin/sh\ncase \"$1 $3\" in\n";
+        std::string ids;
+        for (std::size_t id = 0; id < locks.size(); ++id) {
+            ids += "echo id" + std::to_string(id) + ";";
+            script += "'cat id" + std::to_string(id) + "') echo '" + locks[id] + "';;\n";
+        }
+        script +=
+            "'list --no-lock') " + ids + "true;;\nunlock*) touch " + (folders / "removed") + ";;\nesac\n";
+        RepositoryPlace place;
+        place.program = folders.write("restic", script);
+        fs::permissions(place.program, fs::perms::owner_all);
+        const Repository repository(std::make_shared<const Restic>(place), 7);
+        EXPECT_TRUE(repository.clearStaleLocks(StopSignal()).succeeded());
+        EXPECT_EQ(fs::remove(folders / "removed"), areRemoved) << script;
+    }
+}
+
+} // namespace
+} // namespace kelvane

@@ -1,0 +1,83 @@
+#include "Platform/ChildProgram.h"
+
+#include <array>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace kelvane {
+namespace {
+
+using namespace std::chrono_literals;
+using End = ChildOutcome::End;
+
+ChildProgram shell(const std::string& script) {
+    ChildProgram program;
+    program.arguments = {"sh", "-c", script};
+    return program;
+}
+
+TEST(ChildProgram, TakesInputAndHandsOverWhatItSaysLineByLine) {
+    ChildProgram program = shell("cat; echo $NAME; sleep 0 | printf 'no end'; echo bad >&2; exit 7");
+    program.input = std::string(1U << 18U, 'x') + "\nsecond\n";
+    program.environment = {"NAME=value"};
+    std::vector<std::string> lines;
+    program.onLine = [&lines](std::string_view line) {
+        lines.emplace_back(line);
+        return true;
+    };
+    const ChildOutcome outcome = run(program, StopSignal());
+    EXPECT_EQ(outcome.end, End::Exited);
+    EXPECT_EQ(outcome.status, 7);
+    EXPECT_EQ(outcome.errors, "bad");
+    EXPECT_EQ(lines, (std::vector<std::string>{std::string(1U << 18U, 'x'), "second", "value", "no end"}));
+}
+
+TEST(ChildProgram, SaysHowOneEndsThatDoesNotRunToItsEnd) {
+    const StopSignal never;
+    StopSignal stopped;
+    stopped.set();
+    ChildProgram deaf = shell("trap '' INT; echo; while true; do sleep 1; done");
+    deaf.grace = 50ms;
+    ChildProgram idle = shell("while true; do echo; sleep 0.01; done");
+    idle.onLine = [](std::string_view) { return false; };
+    idle.patience = 50ms;
+    ChildProgram missing;
+    missing.arguments = {"/no/such/program"};
+    EXPECT_EQ(run(shell("trap 'exit 5' INT; while true; do sleep 0.01; done"), stopped).end, End::Stopped);
+    EXPECT_EQ(run(deaf, stopped).end, End::Stopped);
+    EXPECT_EQ(run(shell("exit 0"), never).end, End::Exited);
+    EXPECT_EQ(run(idle, never).end, End::Stuck);
+    EXPECT_EQ(run(shell("kill -9 $$"), never).end, End::Crashed);
+    EXPECT_EQ(run(missing, never).end, End::NotStarted);
+    EXPECT_NE(run(missing, never).errors.find("/no/such/program"), std::string::npos);
+    // A grandchild that keeps the pipes open is not waited for.
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_TRUE(run(shell("sleep 30 & exit 0"), never).succeeded());
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 20s);
+}
+
+// The waiting thread dies with a process of its own.
+TEST(ChildProgram, IsInterruptedWhenTheThreadDiesThatWaitsForIt) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+    const std::string told = "/proc/" + std::to_string(::getpid()) + "/fd/" + std::to_string(ends[1]);
+    const pid_t parent = ::fork();
+    if (parent == 0) {
+        static_cast<void>(run(shell("trap 'echo i >" + told +
+                                    "; exit' INT; kill -9 $PPID; while true; do "
+                                    "sleep 0.01; done"),
+                              StopSignal()));
+        ::_exit(0);
+    }
+    ASSERT_EQ(::waitpid(parent, nullptr, 0), parent);
+    pollfd waiting{ends[0], POLLIN, 0};
+    EXPECT_EQ(::poll(&waiting, 1, 20'000), 1);
+    ::close(ends[0]);
+    ::close(ends[1]);
+}
+
+} // namespace
+} // namespace kelvane
