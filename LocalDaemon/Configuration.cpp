@@ -2,7 +2,6 @@
 
 #include "Foundation/PathComponents.h"
 #include "LocalDaemon/CleanPath.h"
-#include "LocalDaemon/RestoreStaging.h"
 #include "Platform/FileContents.h"
 #include "Platform/PropertyListFile.h"
 #include "Platform/SpecialFolders.h"
@@ -159,7 +158,7 @@ ConfigurationDefaults usualDefaults() {
     defaults.repository.location = dataFolder() + "/kelvane/repository";
     defaults.repository.passwordFile = configurationFolder() + "/kelvane/local-daemon.password";
     defaults.repository.cacheFolder = cacheFolder() + "/kelvane/restic";
-    defaults.ownFiles = {defaults.repository.cacheFolder + '/', "/*/" + std::string(stagingPrefix) + '*'};
+    defaults.ownFiles = {defaults.repository.cacheFolder + '/'};
     return defaults;
 }
 
