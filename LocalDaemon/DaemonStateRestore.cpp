@@ -21,7 +21,8 @@ void DaemonState::setRestoreProgress(const RestoreProgress& progress) {
     if (before.job == 0)
         codes.push_back(restoreprogress::begin);
     // The size is shown with the count that comes after it.
-    if (progress.job != 0)
+    const bool isOtherFile = before.file != progress.file || before.fileSize != progress.fileSize;
+    if (progress.job != 0 && (isOtherFile || before.job == 0))
         codes.insert(codes.end(), {restoreprogress::currentFile, restoreprogress::currentFileSize});
     codes.push_back(restoreprogress::pendingCount);
     observer->restoreProgressed(codes);
