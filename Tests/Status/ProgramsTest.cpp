@@ -28,6 +28,7 @@ protected:
                                   "HOME=" + folder / "home",
                                   "XDG_CONFIG_HOME=" + folder / "config",
                                   "XDG_STATE_HOME=" + folder / "state",
+                                  "XDG_CACHE_HOME=" + folder / "cache",
                                   "XDG_RUNTIME_DIR=" + folder / "run",
                                   "DBUS_SYSTEM_BUS_ADDRESS=" + busAddress};
         const ChildProgram::Result result = ChildProgram(words, environment).finish();
@@ -108,9 +109,11 @@ TEST_F(Programs, UninstallRemovesWhatIsTheUsersOnlyWithTheRight) {
     const bool isOurs = !std::filesystem::exists(policy);
     ASSERT_EQ(isOurs ? installPolicy(right, policyFolder) : "", "");
     const std::set<std::string> gone{
-        "config/com.kelvane.preferences.plist", "config/kelvane/local-daemon.plist",
-        "config/systemd/user/kelvane-local-daemon.service", "state/kelvane/local-daemon-state.plist"};
-    const std::set<std::string> kept{"config/kelvane/mine", "state/kelvane/backup/data", "home/letter"};
+        "config/com.kelvane.preferences.plist", "config/systemd/user/kelvane-local-daemon.service",
+        "state/kelvane/local-daemon-state.plist", "state/kelvane/daemon.log.1", "cache/kelvane/restic/x/y"};
+    const std::set<std::string> kept{"config/kelvane/local-daemon.plist",
+                                     "config/kelvane/local-daemon.password", "state/kelvane/backup/data",
+                                     "home/letter"};
     for (const auto& files : {gone, kept})
         for (const std::string& file : files)
             folder.write(file, "");

@@ -17,11 +17,17 @@ constexpr DataFile dataFiles[] = {
     {configurationFolder, "com.kelvane.preferences.plist"},
     {configurationFolder, "com.kelvane.preferences.plist.lock"},
     {configurationFolder, "com.kelvane.preferences.plist.damaged"},
-    {configurationFolder, "kelvane/local-daemon.plist"},
     {stateFolder, "kelvane/local-daemon-state.plist"},
     {stateFolder, "kelvane/local-daemon-state.plist.damaged"},
+    {stateFolder, "kelvane/local-daemon-index"},
+    {stateFolder, "kelvane/local-daemon-restores"},
+    {stateFolder, "kelvane/daemon.log"},
+    {stateFolder, "kelvane/daemon.log.1"},
+    {stateFolder, "kelvane/daemon.log.2"},
 };
-constexpr DataFile dataFolders[] = {{configurationFolder, "kelvane"}, {stateFolder, "kelvane"}};
+constexpr DataFile resticCache{cacheFolder, "kelvane/restic"};
+constexpr DataFile dataFolders[] = {
+    {configurationFolder, "kelvane"}, {stateFolder, "kelvane"}, {cacheFolder, "kelvane"}};
 
 std::string pathOf(const DataFile& file) {
     return file.folder() + '/' + file.name;
@@ -37,6 +43,9 @@ std::vector<std::string> removeUserData() {
         if (error)
             failures.push_back("cannot remove " + pathOf(file) + ": " + error.message());
     }
+    std::filesystem::remove_all(pathOf(resticCache), error);
+    if (error)
+        failures.push_back("cannot remove " + pathOf(resticCache) + ": " + error.message());
     for (const DataFile& folder : dataFolders)
         std::filesystem::remove(pathOf(folder), error); // one that still holds something stays
     return failures;
