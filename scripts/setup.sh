@@ -8,7 +8,7 @@ set -euo pipefail
 packages=(
     # building
     cmake ninja-build g++ clang ccache pkg-config
-    qt6-base-dev libqt6svg6-dev libplist-dev nlohmann-json3-dev libcli11-dev
+    qt6-base-dev qt6-svg-dev libplist-dev nlohmann-json3-dev libcli11-dev
     libcurl4-openssl-dev zlib1g-dev
     # testing and measuring
     libgtest-dev libbenchmark-dev libsystemd-dev libclang-rt-14-dev clang-format clang-tidy
