@@ -7,7 +7,6 @@ from gi.repository import GLib
 
 PATIENCE = 20  # seconds until something that does not show counts as missing
 PACE = 0.05  # seconds between two looks
-CONTROL = 0xFFE3  # the key's symbol
 
 
 class Missing(Exception):
@@ -122,13 +121,8 @@ class Window:
     def select_tab(self, name):
         self.click(self.named("page tab", name))
 
-    def click(self, node, with_control=False):
-        x, y = middle_of(node)
-        if with_control:
-            pyatspi.Registry.generateKeyboardEvent(CONTROL, None, pyatspi.KEY_PRESS)
-        pyatspi.Registry.generateMouseEvent(x, y, "b1c")
-        if with_control:
-            pyatspi.Registry.generateKeyboardEvent(CONTROL, None, pyatspi.KEY_RELEASE)
+    def click(self, node):
+        pyatspi.Registry.generateMouseEvent(*middle_of(node), "b1c")
 
     def row(self, title, root=None):
         """A row of a browser: its title alone, or with its state in words."""
@@ -161,10 +155,9 @@ def is_row(title):
                                                                or node.name.startswith(title + ", "))
 
 
-def do_action(node, name=None):
-    action = node.queryAction()
-    names = [action.getName(index) for index in range(action.nActions)]
-    action.doAction(names.index(name) if name else 0)
+def do_action(node):
+    """What it is there for: a button is pressed, a row chosen in addition to what is chosen."""
+    node.queryAction().doAction(0)
 
 
 def middle_of(node):

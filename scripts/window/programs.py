@@ -93,7 +93,11 @@ def fake_daemon(build, home):
 
 @contextlib.contextmanager
 def local_daemon(build, home, watched):
+    """With a policy that leaves temporary folders in, where all this is."""
     socket = home / "daemon.sock"
+    configuration = home / ".config/kelvane/local-daemon.plist"
+    configuration.parent.mkdir(parents=True)
+    configuration.write_bytes(plistlib.dumps({"policyExcludeList": ["/dev/", "/proc/", "/sys/"]}))
     with running([build.local_daemon, "--home", watched, "--socket", socket]) as process:
         wait_for("the local daemon", socket.exists)
         yield Daemon(build, process, socket)
