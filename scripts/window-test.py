@@ -3,7 +3,7 @@
 
     scripts/window-test.py [--build FOLDER] [PART...]
 
-Parts are status, backup, restore, help and life; without one all are run. Each has a virtual display, a session
+Parts are status, backup, restore, give_back, help and life; without one all are run. Each has a virtual display, a session
 bus and a home of its own, prints what it saw, and fails when something is not found.
 
 scripts/setup.sh --window-tests installs what it needs.
@@ -20,7 +20,7 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent / "window"))
 
 import desktop  # noqa: E402
 
-PARTS = ("status", "backup", "restore", "help", "life")
+PARTS = ("status", "backup", "restore", "give_back", "help", "life")
 
 
 def passes(part, build):
