@@ -102,8 +102,11 @@ void BackupRun::takeErrorLine(std::string_view text) {
     const BackupLine line = backupLineFrom(text);
     if (line.kind == BackupLine::Kind::Error)
         return takeUnread(line.path);
-    KelvaneSystemLog("restic: %@", repository_.restic().withoutSecrets(std::string(text)));
-    if (text.find("retrying after") == std::string_view::npos)
+    const bool isRetry = text.find("retrying after") != std::string_view::npos;
+    // The first of very many alike.
+    if (!isRetry || activity_.trouble != ServiceState::NoServer)
+        KelvaneSystemLog("restic: %@", repository_.restic().withoutSecrets(std::string(text)));
+    if (!isRetry)
         return;
     activity_.trouble = ServiceState::NoServer;
     tell();
