@@ -1,10 +1,10 @@
 #include "Host/Appearance.h"
 
+#include "Host/RoomyStyle.h"
 #include "Host/SystemAppearance.h"
 
 #include <QApplication>
 #include <QPalette>
-#include <QProxyStyle>
 #include <array>
 
 namespace kelvane::host {
@@ -57,19 +57,6 @@ QPalette paletteFor(bool dark) {
 bool isDark(const QPalette& palette) {
     return palette.color(QPalette::Window).lightness() < palette.color(QPalette::WindowText).lightness();
 }
-
-// Fusion, with buttons that leave some room around their texts.
-class RoomyStyle : public QProxyStyle {
-public:
-    RoomyStyle() : QProxyStyle("Fusion") {}
-
-    [[nodiscard]] QSize sizeFromContents(ContentsType type, const QStyleOption* option, const QSize& size,
-                                         const QWidget* widget) const override {
-        constexpr QSize room(16, 4);
-        const QSize usual = QProxyStyle::sizeFromContents(type, option, size, widget);
-        return type == CT_PushButton ? usual + room : usual;
-    }
-};
 
 } // namespace
 

@@ -87,12 +87,14 @@ SettingsWindow::SettingsWindow()
     areaColumn->setSpacing(pageMargin);
     areaColumn->addWidget(notice_);
     areaColumn->addWidget(pages_, 1);
-    auto* const row = new QHBoxLayout(this);
+    auto* const whole = new QWidget(this);
+    auto* const row = new QHBoxLayout(whole);
     row->setContentsMargins(0, 0, 0, 0);
     row->setSpacing(0);
     row->addWidget(sideOf(list_));
-    row->addWidget(lineBeside(this));
+    row->addWidget(lineBeside(whole));
     row->addWidget(area_, 1);
+    setCentralWidget(whole);
     resize(usualSize);
 
     connect(list_, &QListWidget::currentRowChanged, this, &SettingsWindow::paneChosen);

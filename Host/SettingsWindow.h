@@ -5,13 +5,14 @@
 #include <QIcon>
 #include <QLabel>
 #include <QListWidget>
+#include <QMainWindow>
 #include <QStackedWidget>
-#include <QWidget>
 
 namespace kelvane::host {
 
-// The window: the panes at the side, the one that is shown beside them. It decides nothing.
-class SettingsWindow : public QWidget {
+// The window: the panes at the side, the one that is shown beside them. It decides nothing. Screen readers
+// take it for a window because it is of the class that they know.
+class SettingsWindow : public QMainWindow {
     Q_OBJECT
 
 public:

@@ -45,7 +45,7 @@ PaneView::PaneView(const Bundle& bundle)
     messageText_->setTextFormat(Qt::PlainText);
     messageText_->setAlignment(Qt::AlignTop);
     messageText_->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
-    messageText_->setMargin(16);
+    messageText_->setMargin(20);
     messageText_->setAccessibleDescription(
         QString::fromStdString(bundle.localizedString("What has happened", "What has happened")));
     fill(PaneTab::Message, messageText_);

@@ -9,7 +9,7 @@ namespace kelvane {
 namespace {
 
 // Logical pixels.
-constexpr int usualWidth = 200;
+constexpr int usualWidth = 191; // so that three fit into a window of its usual size
 constexpr int smallestWidth = 72;
 constexpr int largestWidth = 2000;
 

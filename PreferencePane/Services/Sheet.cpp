@@ -1,6 +1,9 @@
 #include "PreferencePane/Services/Sheet.h"
 
+#include <QDialogButtonBox>
 #include <QPushButton>
+#include <QScreen>
+#include <algorithm>
 
 namespace kelvane {
 namespace {
@@ -23,6 +26,20 @@ void addHelp(QMessageBox& box, QObject* context, const std::function<void()>& sh
     QObject::connect(help, &QAbstractButton::clicked, context, showHelp);
 }
 
+// A message box grows to a part of the screen only and cuts what is wider. Buttons that would be cut in a row
+// stand below each other.
+void arrange(QMessageBox& box, const QWidget& window) {
+    constexpr int widest = 720; // logical pixels, as the next two
+    constexpr int keptOfScreen = 480;
+    constexpr int margins = 40;
+    const int room = std::min(widest, window.screen()->availableGeometry().width() - keptOfScreen - margins);
+    auto* const row = box.findChild<QDialogButtonBox*>();
+    if (row->sizeHint().width() <= room)
+        return;
+    row->setOrientation(Qt::Vertical);
+    row->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+}
+
 } // namespace
 
 QMessageBox* openSheet(QWidget* window, const Sheet& sheet, QObject* context,
@@ -40,6 +57,7 @@ QMessageBox* openSheet(QWidget* window, const Sheet& sheet, QObject* context,
         addHelp(*box, context, sheet.showHelp);
     box->setDefaultButton(buttons.front());
     box->setEscapeButton(buttons.back());
+    arrange(*box, *window);
     box->setAttribute(Qt::WA_DeleteOnClose);
     QObject::connect(box, &QDialog::finished, context, [box, buttons, context, ended] {
         const int returnCode = returnCodeOf(box->clickedButton(), buttons);
