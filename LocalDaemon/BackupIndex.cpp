@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <ranges>
 #include <utility>
 
 namespace kelvane {
@@ -101,10 +100,9 @@ const Snapshot* BackupIndex::newestSnapshot() const {
 }
 
 const Snapshot* BackupIndex::newestCompleteSnapshot() const {
-    for (const auto& [number, snapshot] : std::views::reverse(snapshots_))
-        if (!snapshot.isPartial)
-            return &snapshot;
-    return nullptr;
+    const auto newest = std::find_if(snapshots_.rbegin(), snapshots_.rend(),
+                                     [](const auto& each) { return !each.second.isPartial; });
+    return newest == snapshots_.rend() ? nullptr : &newest->second;
 }
 
 const Snapshot* BackupIndex::snapshot(std::uint32_t number) const {
@@ -147,8 +145,8 @@ std::string BackupIndex::pathOf(const Item& item) const {
     for (const Item* at = &item; at != &root(); at = &items_[at->parent])
         chain.push_back(at);
     std::string path;
-    for (const Item* each : std::views::reverse(chain))
-        path.append("/").append(nameOf(*each));
+    for (auto each = chain.rbegin(); each != chain.rend(); ++each)
+        path.append("/").append(nameOf(**each));
     return path;
 }
 
