@@ -1,7 +1,6 @@
 """The Restore tab with the local daemon: what was backed up and is lost comes back, and a second restore is cancelled."""
 
 import os
-import plistlib
 import shutil
 import time
 
@@ -21,8 +20,7 @@ def run(build):
     with new_home() as home:
         watched = home / "Files"
         contents = fill(watched)
-        slow_down(home)
-        with local_daemon(build, home, watched) as daemon:
+        with local_daemon(build, home, watched, resticProgram=slow_restic(home)) as daemon:
             daemon.ask("--timeout", "30", "backup", "now", "--wait")
             shutil.rmtree(watched / FOLDER)
             with window(build, daemon) as shown:
@@ -43,13 +41,11 @@ def fill(watched):
     return contents
 
 
-def slow_down(home):
+def slow_restic(home):
     program = home / "slow-restic"
     program.write_text(f'#!/bin/sh\nexec restic --limit-download {SPEED} "$@"\n')
     program.chmod(0o700)
-    configuration = home / ".config/kelvane/local-daemon.plist"
-    configuration.parent.mkdir(parents=True)
-    configuration.write_bytes(plistlib.dumps({"resticProgram": str(program)}))
+    return str(program)
 
 
 def select(shown, path):

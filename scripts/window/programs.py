@@ -92,12 +92,12 @@ def fake_daemon(build, home):
 
 
 @contextlib.contextmanager
-def local_daemon(build, home, watched):
-    """With a policy that leaves temporary folders in, where all this is."""
+def local_daemon(build, home, watched, **configuration):
+    """With a policy that leaves temporary folders in, where all this is, and what else is to be configured."""
     socket = home / "daemon.sock"
-    configuration = home / ".config/kelvane/local-daemon.plist"
-    configuration.parent.mkdir(parents=True)
-    configuration.write_bytes(plistlib.dumps({"policyExcludeList": ["/dev/", "/proc/", "/sys/"]}))
+    file = home / ".config/kelvane/local-daemon.plist"
+    file.parent.mkdir(parents=True)
+    file.write_bytes(plistlib.dumps({"policyExcludeList": ["/dev/", "/proc/", "/sys/"]} | configuration))
     with running([build.local_daemon, "--home", watched, "--socket", socket]) as process:
         wait_for("the local daemon", socket.exists)
         yield Daemon(build, process, socket)
