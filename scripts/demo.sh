@@ -40,7 +40,7 @@ ctl() { "$build/Tools/kelvanectl" --timeout 20 "$@"; }
 
 start_daemon() {
     "$build/LocalDaemon/kelvane-local-daemon" --home "$home" --socket "$KELVANE_DAEMON" --repository "$1" \
-        >>"$folder/log" 2>&1 &
+        --log "$folder/daemon.log" >>"$folder/log" 2>&1 &
     daemon=$!
 }
 stop_daemon() {

@@ -93,7 +93,7 @@ class World:
         self.daemon = subprocess.Popen(
             [self.build / "LocalDaemon/kelvane-local-daemon", "--home", self.home, "--socket",
              self.environment["KELVANE_DAEMON"], "--repository", self.folder / "repository", "--password-file",
-             self.folder / "key"], stdin=subprocess.DEVNULL, stdout=self.log, stderr=self.log, env=self.environment)
+             self.folder / "key", "--log", self.folder / "daemon.log"], stdin=subprocess.DEVNULL, stdout=self.log, stderr=self.log, env=self.environment)
 
     def ctl(self, *words, check=True):
         run = subprocess.run([self.build / "Tools/kelvanectl", "--timeout", "20", *words], env=self.environment,
