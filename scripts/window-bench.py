@@ -7,11 +7,16 @@ Needs a release build with kelvane-bench's targets, and xvfb. Fails when a budge
 """
 
 import os
+import pathlib
 import statistics
 import subprocess
 import sys
 import tempfile
 import time
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent / "window"))
+
+import desktop  # noqa: E402
 
 STARTS = 20
 START_BUDGET = 1.5  # of an empty window's start
@@ -69,18 +74,11 @@ def measure_idleness(build, environment, folder, seconds):
 def main():
     build = os.path.abspath(sys.argv[1] if len(sys.argv) > 1 else "build/release")
     seconds = int(sys.argv[2]) if len(sys.argv) > 2 else 60
-    reader, writer = os.pipe()
-    screen = subprocess.Popen(["Xvfb", "-displayfd", str(writer), "-screen", "0", "1280x960x24", "-nolisten", "tcp"],
-                              pass_fds=[writer], stderr=subprocess.DEVNULL)
-    os.close(writer)
-    display = os.read(reader, 16).decode().strip()
-    try:
-        with tempfile.TemporaryDirectory() as folder:
-            environment = dict(os.environ, DISPLAY=f":{display}")
-            environment |= {name: folder for name in ("HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_STATE_HOME")}
-            results = [measure_start(build, environment), measure_idleness(build, environment, folder, seconds)]
-    finally:
-        screen.terminate()
+    with desktop.virtual_display() as display, tempfile.TemporaryDirectory() as folder:
+        environment = dict(os.environ, DISPLAY=display)
+        environment |= {name: folder for name in ("HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_STATE_HOME",
+                                                  "XDG_CACHE_HOME")}
+        results = [measure_start(build, environment), measure_idleness(build, environment, folder, seconds)]
     sys.exit(0 if all(results) else 1)
 
 
