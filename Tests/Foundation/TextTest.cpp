@@ -30,17 +30,6 @@ TEST(Format, InsertsItsArguments) {
          {formatText("\xC3\xA9 %2$@ before %1$@", "second", "\xC3\xA9"), "\xC3\xA9 \xC3\xA9 before second"}});
 }
 
-TEST(Format, CutsAnIntegerToTheWidthThatIsNamed) {
-    constexpr std::uint64_t big = 0xFEDCBA9887654321;
-    expectEqual({{formatText("%d", big), "-2023406815"},
-                 {formatText("%u %u", -1, -1LL), "4294967295 4294967295"},
-                 {formatText("%lu %qu %zu", -1, -1, -1),
-                  "18446744073709551615 18446744073709551615 18446744073709551615"},
-                 {formatText("%ld", 1ULL << 63U), "-9223372036854775808"},
-                 {formatText("%hd %hu %hhd %hhu", 65535, 65537, 255, 257), "-1 1 -1 1"},
-                 {formatText("%x %lx", big, big), "87654321 fedcba9887654321"}});
-}
-
 TEST(Format, SurvivesWhatDoesNotFit) {
     expectEqual({{formatText("%@ %d %s"), "(null) (null) (null)"},
                  {formatText("%d %f %c %f %d %d", "text", "text", "text", 1, 1.5, Value("7")),
