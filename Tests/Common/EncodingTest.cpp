@@ -1,4 +1,3 @@
-#include "Common/ClientTarget.h"
 #include "Common/FrameReader.h"
 #include "Common/KelvProxy.h"
 #include "Common/Protocols.h"
@@ -82,34 +81,6 @@ TEST(FrameReader, FailsOnALengthThatLiesWithoutTakingMemoryForIt) {
     }
 }
 
-// What compiles as a typed call, and what must not.
-template <Selector selector, class... Arguments>
-concept Callable = requires(KelvaneProxy& proxy, Arguments... arguments) {
-    proxy.call<selector>(arguments...);
-};
-static_assert(Callable<"setPausedMinutes:", std::uint32_t>);
-static_assert(!Callable<"setPausedMinutes:", int>);
-static_assert(!Callable<"setPausedMinutes:", std::uint32_t, std::uint32_t>);
-static_assert(!Callable<"setPausedMinutes", std::uint32_t>);
-static_assert(Callable<"dictionaryForPath:withDirSizes:", const char*, bool>);
-
-template <Selector selector, class... Arguments>
-using ResultOf = decltype(std::declval<KelvaneProxy&>().call<selector>(std::declval<Arguments>()...));
-static_assert(std::same_as<ResultOf<"terminate">, void>);
-static_assert(std::same_as<ResultOf<"automaticMode">, bool>);
-static_assert(std::same_as<ResultOf<"longForState:", std::uint32_t>, std::int64_t>);
-static_assert(std::same_as<ResultOf<"daemonState">, Value>);
-
-TEST(MethodSignature, TakesATypeStringApart) {
-    const auto signature = MethodSignature::fromTypes("I40@0:8@16@24I32I36");
-    EXPECT_EQ(signature.returnType, "I");
-    EXPECT_EQ(signature.returnLength(), 4U);
-    EXPECT_TRUE(
-        std::ranges::equal(signature.arguments(), std::array<std::string_view, 4>{"@", "@", "I", "I"}));
-    for (const char* odd : {"", "v", "v16", "@", "16@0:8"})
-        EXPECT_EQ(MethodSignature::fromTypes(odd).argumentCount, 0U) << odd;
-}
-
 // A slip of the pen in a table shows in the offsets: they follow from the types, and the frame's size from
 // them.
 TEST(Protocols, HaveTypeStringsWhoseOffsetsAddUp) {
@@ -168,28 +139,6 @@ TEST(ValueBuffer, TurnsNumbersOfEachTypeIntoObjectsAndBack) {
     EXPECT_EQ(encodeValue("B", buffer).kind(), Value::Kind::Bool);
     decodeValue(2 + 256, "c", buffer);
     EXPECT_EQ(buffer.load<signed char>(), 2);
-}
-
-TEST(ValueBuffer, PassesTextsAndObjectsThrough) {
-    ValueBuffer buffer;
-    for (const Value& object : {Value("tëxt"), Value(Array{1, "two"}), Value(7), Value()}) {
-        decodeValue(object, "@\"NSObject\"", buffer); // only the first character counts
-        EXPECT_EQ(encodeValue("@", buffer), object);
-        decodeValue(object, "*", buffer);
-        EXPECT_EQ(encodeValue("*", buffer), object.isString() ? object : Value());
-        EXPECT_STREQ(buffer.text(), object.isString() ? "tëxt" : nullptr);
-    }
-}
-
-TEST(ValueBuffer, RefusesUnknownTypes) {
-    ValueBuffer buffer;
-    for (const std::string type : {"v", "^v", ":", "#", "{p=ii}", "[4i]", "r*"}) {
-        const std::string text =
-            "Unknown argument type specifier: " + type.substr(0, 1) + " (Common/KelvProxy:";
-        EXPECT_EQ(assertionOf([&] { static_cast<void>(encodeValue(type, buffer)); }), text + "489)");
-        EXPECT_EQ(assertionOf([&] { decodeValue(1, type, buffer); }), text + "563)");
-    }
-    EXPECT_NE(assertionOf([&] { decodeValue(1, "", buffer); }), "");
 }
 
 } // namespace

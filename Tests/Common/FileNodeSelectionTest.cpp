@@ -101,18 +101,4 @@ TEST(FileNodeSelection, FollowsItsLawsOnRandomTrees) {
     }
 }
 
-TEST(FileNodeSelection, StopsAtWholeFoldersOrPushesThemDown) {
-    const FileNodeRef root = KelvaneFileNode::create("/", true);
-    const FileNodeRef folder = add(root, true, false);
-    const FileNodeRef file = add(folder, false, true);
-    const FileNodeRef inner = add(folder, true, false);
-    const FileNodeRef empty = add(folder, true, false);
-    const FileNodeRef deepest = add(inner, false, true);
-    EXPECT_TRUE(root->deepestFullSelections().empty());
-    folder->setSelected(7);
-    EXPECT_EQ(root->selectedChildren(false), FileNodeList{folder});
-    EXPECT_EQ(root->selectedChildren(true), (FileNodeList{file, deepest}));
-    EXPECT_EQ(root->deepestFullSelections(), (FileNodeList{file, inner, empty}));
-}
-
 } // namespace kelvane::tests

@@ -10,31 +10,6 @@
 namespace kelvane::tests {
 namespace {
 
-TEST(FileNode, SpellsItsFlagsColoursOwnersAndDates) {
-    const FakeFileServices services;
-    const FileNodeRef node = KelvaneFileNode::createWithDictionary(Dictionary{{"uid", 1}, {"gid", 2}});
-    EXPECT_EQ(node->backupFlagsString(), "0x00000000 : Backup_Undefined");
-    node->setBackupFlags(0xA0020035);
-    EXPECT_EQ(node->backupFlagsString(),
-              "0xa0020035 : Backup_Priority (5) Backup_Backup Backup_BackedUp Backup_No_Folder "
-              "Backup_Folder_Exclude Backup_Excluded_Visible ");
-    EXPECT_EQ(node->simpleFlagsString(), "0x00000000 : Backup_Simple_None");
-    node->setSimpleFlags(0x102);
-    EXPECT_EQ(node->simpleFlagsString(), "0x00000102 : Backup_Simple_Enabled Backup_Simple_Type_Checked ");
-    for (const auto& [color, name] :
-         {std::pair(-1, ""), {0, "Backup_Color_Undefined"}, {5, "Backup_Color_Blue"}, {6, ""}}) {
-        node->setBackupColor(color);
-        EXPECT_EQ(node->backupColorString(), name);
-    }
-    EXPECT_EQ(node->backupDateString(services), "Never");
-    node->setBackupDate(Date{0});
-    EXPECT_EQ(node->backupDateString(services), "a date");
-    EXPECT_EQ(node->uidString(services.accounts) + ":" + node->gidString(services.accounts), "joe:staff");
-    node->setUid(4294967295U);
-    node->setGid(1);
-    EXPECT_EQ(node->uidString(services.accounts) + ":" + node->gidString(services.accounts), "4294967295:1");
-}
-
 TEST(FileNode, KnowsItsKindAndItsIcon) {
     constexpr auto file = FileAttributes::Kind::File;
     constexpr auto link = FileAttributes::Kind::SymbolicLink;
@@ -178,31 +153,6 @@ TEST(FileNodeDictionary, HoldsTheTree) {
     EXPECT_EQ(KelvaneFileNode::createWithDictionary(dictionary)->recursiveDictionary(), dictionary);
     EXPECT_NE(dynamic_cast<KelvaneFileNodeProxy*>(tree->nodeAtPath("/a/b").get()), nullptr)
         << "children are of their parent's class";
-}
-
-TEST(FileNodeDictionary, GivesACopyAllButFlagsColourAndPath) {
-    const FileNodeRef parent = KelvaneFileNode::create("p", true);
-    const FileNodeRef node = KelvaneFileNodeProxy::create();
-    parent->setPath("/p");
-    parent->addChild(node);
-    node->initWithDictionary(everything);
-    node->addChild(KelvaneFileNode::create("c", true));
-    node->setPurgeDate(Date{6});
-    node->setInPolicy(true);
-    node->select();
-
-    Dictionary expected = everything;
-    for (const char* key : {"backupFlags", "simpleFlags", "backupColor"})
-        expected.set(key, 0);
-    expected.erase("path");
-    const FileNodeRef copy = node->copy();
-    EXPECT_EQ(copy->dictionary(), Value(expected));
-    EXPECT_EQ(copy->path(), "/p/a.txt");
-    EXPECT_EQ(copy->purgeDate(), Date{6});
-    EXPECT_TRUE(copy->inPolicy() && copy->selected() == 1);
-    EXPECT_NE(dynamic_cast<KelvaneFileNodeProxy*>(copy.get()), nullptr);
-    EXPECT_EQ(copy->children(), node->children());
-    EXPECT_EQ(copy->children()[0]->parent(), node);
 }
 
 } // namespace

@@ -114,30 +114,6 @@ TEST(FileNodeTree, AddsUpSizesAndTellsWhatItHolds) {
     EXPECT_TRUE(root->isBundle() && !folder->isBundle());
 }
 
-TEST(FileNodeTree, SortsEveryFolderStably) {
-    using Key = SortDescriptor::Key;
-    const FileNodeRef root = newRoot();
-    const FileNodeRef big = add(root, "big");
-    for (const char* name : {"z", "a"})
-        add(add(big, name), "x", false)->setSizeValue(100);
-    add(root, "b", false)->setSizeValue(7);
-    add(root, "c", false)->setBackupDate(Date{-5});
-    add(root, "\u00e9", false)->setVersion(2);
-    add(root, "a", false)->setDisplayName("\u00ea");
-    const std::tuple<std::vector<SortDescriptor>, std::string_view, std::string_view> cases[] = {
-        {{}, "big b c \u00e9 a ", "z a "},
-        {{{Key::FileName}}, "a b big c \u00e9 ", "a z "},
-        {{{Key::Size, false}}, "big b a c \u00e9 ", "a z "},
-        {{{Key::IsDirectory, false}, {Key::FileName, false}}, "big \u00e9 c b a ", "z a "},
-        {{{Key::BackupDate}}, "big \u00e9 b a c ", "z a "},
-        {{{Key::Version, false}, {Key::DisplayName}}, "\u00e9 b big c a ", "a z "}};
-    for (const auto& [descriptors, top, below] : cases) {
-        root->sortUsingDescriptors(descriptors);
-        EXPECT_EQ(names(root->children()), top);
-        EXPECT_EQ(names(big->children()), below);
-    }
-}
-
 // Each of these would overrun the stack if it went down one call a level.
 TEST(FileNodeTree, WorksAtAnyDepth) {
     constexpr int depth = 100'000;

@@ -72,19 +72,6 @@ TEST_F(KelvProxy, TakesTheAnswerThatStandsThere) {
     EXPECT_TRUE(threadsEnd());
 }
 
-TEST_F(KelvProxy, RefusesWhatCannotTravelAndHoldsNoLockAfterwards) {
-    EXPECT_THROW(proxy->invoke("setBackupControl:turnOff:", {1, false}), UnknownSelector);
-    EXPECT_THROW(proxy->invoke("setPausedMinutes:", {}), std::invalid_argument);
-    EXPECT_THROW(proxy->invoke("addFileToBackup:", {Value()}), std::invalid_argument);
-    EXPECT_THROW(proxy->call<"addFileToBackup:">(Value()), std::invalid_argument);
-    EXPECT_TRUE(proxy->call<"dictionaryForPath:">("not \xff UTF-8").isAbsent());
-    proxy->setProtocol(KelvaneClientProtocol);
-    EXPECT_THROW(proxy->call<"terminate">(), UnknownSelector);
-    std::async(std::launch::async, [&] { proxy->call<"stateChanged:">(9U); }).wait();
-    EXPECT_EQ(peer.receive()->second, Value(Array{0, "v", "stateChanged:", 1, "I", 9}))
-        << "nothing else was sent";
-}
-
 TEST_F(KelvProxy, GivesEachThreadItsOwnAnswer) {
     const auto daemon = std::async(std::launch::async, [&] {
         while (const auto request = peer.receive())

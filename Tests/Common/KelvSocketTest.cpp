@@ -1,3 +1,4 @@
+#include "Foundation/Assertion.h"
 #include "Tests/Harness/LinkPair.h"
 #include "Tests/Harness/ManualLoop.h"
 
@@ -78,54 +79,6 @@ TEST_F(KelvSocket, TriesAgainWithTheSameObjectAndNeverBlocks) {
     EXPECT_TRUE(socket->connectToPath(path));
     EXPECT_FALSE(socket->connectToPath(path)) << "connected already";
     EXPECT_TRUE(socket->sendString("x"));
-}
-
-TEST_F(KelvSocket, CutsItsPathTo103BytesAndHasNoPeerUnderAnEmptyOne) {
-    const std::string path = folder / std::string(120, 'p');
-    const RawPeer listener;
-    ASSERT_TRUE(listener.listen(path.substr(0, 103)));
-    EXPECT_TRUE(socket->connectToPath(path));
-    const auto listening = KelvaneSocket::create();
-    ASSERT_TRUE(listening->listenAtPath(path)) << "in the place of what was there";
-    EXPECT_TRUE(RawPeer().connect(path.substr(0, 103)));
-    const RawPeer nameless; // the address that a path of no length would name
-    ASSERT_TRUE(nameless.listen(""));
-    EXPECT_FALSE(KelvaneSocket::create()->connectToPath(""));
-    EXPECT_FALSE(KelvaneSocket::create()->listenAtPath(""));
-    EXPECT_FALSE(KelvaneSocket::create()->listenAtPath(folder / "no such folder/socket"));
-}
-
-TEST_F(KelvSocket, TellsAReplacedDelegateThatItFailed) {
-    socket->setSocketDelegate(fate);
-    socket->setSocketDelegate(fate);
-    EXPECT_EQ(fate->events.count(), 0U);
-    const auto second = std::make_shared<RecordingSocketDelegate>();
-    socket->setSocketDelegate(second);
-    EXPECT_EQ(fate->events.next(), "failed");
-    EXPECT_EQ(second->events.count(), 0U);
-    socket->close();
-    EXPECT_EQ(second.use_count(), 1) << "let go by close";
-    EXPECT_EQ(assertionOf([&] { socket->setSocketDelegate(nullptr); }),
-              "Setting delegate to NULL (Common/KelvSocket:559)");
-    EXPECT_EQ(assertionOf([&] { socket->setDataDelegate(nullptr); }),
-              "Setting result delegate to NULL (Common/KelvSocket:575)");
-}
-
-TEST_F(KelvSocket, ReplacesADataDelegateBetweenDeliveriesOnly) {
-    const RawPeer peer = peerOf(socket);
-    const auto second = std::make_shared<RecordingDataDelegate>();
-    std::promise<void> mayEnd;
-    data->onData = [&, ended = mayEnd.get_future().share()] { ended.wait(); };
-    second->onData = [&] { socket->setDataDelegate(data); }; // from inside its own delivery
-    socket->setDataDelegate(data);
-    peer.send(frame(1, "") + frame(2, "") + frame(3, ""));
-    EXPECT_EQ(data->deliveries.next(), Delivery(1, std::nullopt));
-    const auto replaced = std::async(std::launch::async, [&] { socket->setDataDelegate(second); });
-    EXPECT_EQ(replaced.wait_for(20ms), std::future_status::timeout);
-    mayEnd.set_value();
-    replaced.wait();
-    EXPECT_TRUE(eventually([&] { return data->deliveries.count() + second->deliveries.count() == 2; }));
-    socket->close();
 }
 
 TEST_F(KelvSocket, SpeaksToItsDelegateOnTheMainThreadExceptAboutWrites) {

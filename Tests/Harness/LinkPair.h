@@ -2,7 +2,6 @@
 
 #include "Common/KelvProxy.h"
 #include "Common/KelvSocket.h"
-#include "Foundation/Assertion.h"
 #include "Foundation/BinaryPropertyList.h"
 #include "Tests/Harness/Recorded.h"
 #include "Tests/Harness/TemporaryFolder.h"
@@ -30,16 +29,6 @@ inline std::string frame(std::int32_t type, std::string_view payload,
 inline std::string message(std::int32_t type, const Value& value) {
     const Data payload = writeBinaryPropertyList(value).bytes;
     return frame(type, std::string(payload.begin(), payload.end()));
-}
-
-// "text (source:line)" of the assertion that fails in `operation`.
-inline std::string assertionOf(const std::function<void()>& operation) {
-    try {
-        operation();
-    } catch (const AssertionFailure& failure) {
-        return failure.what() + (" (" + failure.source()) + ':' + std::to_string(failure.line()) + ')';
-    }
-    return {};
 }
 
 // The bare end.
