@@ -1,4 +1,3 @@
-#include "Platform/Desktop/ComputerName.h"
 #include "Platform/Desktop/DesktopFileServices.h"
 #include "Platform/Desktop/Opener.h"
 #include "Platform/Desktop/RunningApplications.h"
@@ -10,7 +9,6 @@
 #include <QDBusVariant>
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 namespace kelvane {
 namespace {
@@ -79,25 +77,6 @@ TEST(RunningApplications, AreNamesOnTheBusWhateverTheirCase) {
     for (const char* const other : {"com.kelvane.Agen", "com.kelvane.Agent2", ""})
         EXPECT_FALSE(isApplicationAmong(running, other)) << other;
     EXPECT_FALSE(isApplicationAmong(runningApplications(), "com.kelvane.agent"));
-}
-
-TEST(ComputerName, IsThePrettyOneAsAShellReadsIt) {
-    const tests::TemporaryFolder folder;
-    char host[256] = {};
-    ASSERT_EQ(::gethostname(host, sizeof host - 1), 0);
-    const struct {
-        const char* text;
-        std::string name;
-    } expected[] = {
-        {"ICON_NAME=x\nPRETTY_HOSTNAME=\"Ann's \\\"big\\\" \\$5\"\n", "Ann's \"big\" $5"},
-        {"PRETTY_HOSTNAME='a\\b'c\n", "a\\bc"},
-        {"PRETTY_HOSTNAME=\n", host},
-        {"PRETTY_HOSTNAME=\"\xFF\"\n", host},
-        {"", host},
-    };
-    for (const auto& row : expected)
-        EXPECT_EQ(computerName(folder.write("info", row.text)), row.name) << row.text;
-    EXPECT_EQ(computerName(folder / "missing"), host);
 }
 
 TEST(SessionWatch, TellsChangesOfItsOwnSessionOnly) {

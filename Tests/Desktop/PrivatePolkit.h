@@ -39,7 +39,6 @@ public:
     enum class Answer { Approve, Cancel, None };
 
     Answer answer = Answer::Approve;
-    int askedCount = 0;
     int withdrawnCount = 0;
     QString message;
 
@@ -50,7 +49,6 @@ public:
             ++withdrawnCount;
             return bus.send(call.createReply());
         }
-        ++askedCount;
         message = call.arguments().at(1).toString();
         if (answer == Answer::None)
             return true;

@@ -73,32 +73,5 @@ TEST(QtMainLoop, DropsWhatIsLeftAndLetsTokensOutliveIt) {
     EXPECT_EQ(held.use_count(), 1);
 }
 
-TEST(QtMainLoop, RunsWhatIsHeldAfterwardsAndTimersOnlyOnce) {
-    QtMainLoop loop;
-    std::vector<std::string> seen;
-    auto outer = loop.hold();
-    auto inner = loop.hold();
-    loop.post([&] { seen.emplace_back("first"); });
-    loop.post([&] { seen.emplace_back("second"); });
-    const Timer once = loop.schedule(milliseconds(0), Repeat::Once, [&] { seen.emplace_back("once"); });
-    const Timer repeated =
-        loop.schedule(milliseconds(40), Repeat::Always, [&] { seen.emplace_back("repeated"); });
-    Timer dropped = loop.schedule(milliseconds(0), Repeat::Once, [&] { seen.emplace_back("dropped"); });
-    bool isOver = false;
-    QTimer::singleShot(100, [&] { isOver = true; });
-    ASSERT_TRUE(tests::runUntil([&] { return isOver; }));
-    inner.reset();
-    dropped.stop();
-    QCoreApplication::processEvents();
-    EXPECT_EQ(seen, std::vector<std::string>());
-    outer.reset();
-    ASSERT_TRUE(tests::runUntil([&] { return seen.size() >= 4; }));
-    EXPECT_EQ(std::count(seen.begin(), seen.end(), "repeated"), 1);
-    EXPECT_LT(std::find(seen.begin(), seen.end(), "first"), std::find(seen.begin(), seen.end(), "second"));
-    ASSERT_TRUE(tests::runUntil([&] { return seen.size() >= 6; })); // and goes on
-    EXPECT_EQ(std::count(seen.begin(), seen.end(), "once"), 1);
-    EXPECT_EQ(std::count(seen.begin(), seen.end(), "dropped"), 0);
-}
-
 } // namespace
 } // namespace kelvane
