@@ -1,15 +1,11 @@
 #include "Platform/FileSystem.h"
 #include "Platform/FileContents.h"
-#include "Platform/FileServices.h"
 #include "Tests/Harness/AsNobody.h"
-#include "Tests/Harness/EnvironmentVariable.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <cmath>
 #include <csignal>
-#include <ctime>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -78,31 +74,6 @@ TEST_F(FileSystemTest, ListsAFolderUpToALimitAndSetsNamesApartThatAreNoText) {
     EXPECT_FALSE(listing.isComplete);
     EXPECT_EQ(listing.error, 0);
     EXPECT_EQ(disk_.list("/Volumes/Disk/a", 3).error, ENOTDIR);
-}
-
-TEST_F(FileSystemTest, ShowsVolumesByTheirNameAndOthersByTheirLastComponent) {
-    EXPECT_EQ(disk_.displayName("/"), "Boot");
-    EXPECT_EQ(disk_.displayName("/System/Volumes/Data"), "Boot");
-    EXPECT_EQ(disk_.displayName(folder_.path() + "/"), "Disk");
-    EXPECT_EQ(disk_.displayName("/Volumes/Disk/no such/file.txt"), "file.txt");
-    EXPECT_EQ(disk_.displayName("/Volumes/Gone"), "Gone");
-}
-
-TEST_F(FileSystemTest, ServesNamesOfAccountsAndDatesInTheUsersFormatAndTimeZone) {
-    const SystemAccounts accounts;
-    EXPECT_EQ(accounts.userName(0), "root");
-    EXPECT_EQ(accounts.groupName(0), "root");
-    EXPECT_EQ(accounts.userName(4123456789U), std::nullopt);
-    EXPECT_EQ(accounts.groupName(4123456789U), std::nullopt);
-
-    const EnvironmentVariable zone("TZ", "EST5");
-    ::tzset();
-    // Where no calendar reaches, the number has to do.
-    const std::pair<double, const char*> cases[] = {
-        {0, "12/31/00 19:00:00"}, {-0.5, "12/31/00 18:59:59"}, {1e300, "1e+300"}, {-INFINITY, "-inf"}};
-    for (const char* localeName : {"C", "no such locale"})
-        for (const auto& [seconds, text] : cases)
-            EXPECT_EQ(PlainFileServices(disk_, accounts, localeName).dateAndTime(Date{seconds}), text);
 }
 
 TEST_F(FileSystemTest, ReadsRegularFilesWithinTheLimitOnly) {

@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <stdexcept>
 #include <string>
 #include <thread>
 
@@ -13,16 +12,7 @@ namespace kelvane {
 namespace {
 
 using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
 using Repeat = MainLoop::Repeat;
-
-// Returns the first moment that is not before `end`.
-Clock::time_point spinUntil(Clock::time_point end) {
-    auto now = Clock::now();
-    while (now < end)
-        now = Clock::now();
-    return now;
-}
 
 TEST(PollLoop, RunsWhatThreadsPostInTheOrderOfEach) {
     constexpr int taskCount = 1000;
@@ -42,23 +32,6 @@ TEST(PollLoop, RunsWhatThreadsPostInTheOrderOfEach) {
     EXPECT_EQ(loop.run(), 5);
 }
 
-TEST(PollLoop, EndsWithTheFirstStatusOrAnExceptionAndKeepsWhatCameAfter) {
-    PollLoop loop;
-    loop.quit(3); // before it runs
-    loop.quit(4);
-    std::string ran;
-    const Timer timer = loop.schedule(0ms, Repeat::Once, [] { throw std::runtime_error("timer"); });
-    const Timer other = loop.schedule(0ms, Repeat::Once, [&] { ran += 't'; });
-    loop.post([] { throw std::runtime_error("task"); });
-    loop.post([&] { ran += 'p'; });
-    loop.post([&] { loop.quit(5); });
-    EXPECT_EQ(loop.run(), 3);
-    EXPECT_THROW(loop.run(), std::runtime_error);
-    EXPECT_THROW(loop.run(), std::runtime_error);
-    EXPECT_EQ(loop.run(), 5);
-    EXPECT_EQ(ran, "tp");
-}
-
 TEST(PollLoop, FiresTimersInTheOrderOfTheirTimesForAsLongAsTheirTokensLive) {
     PollLoop loop;
     std::string fired;
@@ -74,24 +47,11 @@ TEST(PollLoop, FiresTimersInTheOrderOfTheirTimesForAsLongAsTheirTokensLive) {
     const Timer last = loop.schedule(4ms, Repeat::Once, [&] { loop.quit(); });
     const Timer farAway =
         loop.schedule(std::chrono::milliseconds::max(), Repeat::Always, [&] { fired += 'y'; });
-    spinUntil(Clock::now() + 5ms); // all but the far one are due
+    const auto allDue = std::chrono::steady_clock::now() + 5ms; // but the far one
+    while (std::chrono::steady_clock::now() < allDue)
+        continue;
     loop.run();
     EXPECT_EQ(fired, "once");
-}
-
-TEST(PollLoop, DoesNotCatchUpWithMissedTimes) {
-    PollLoop loop;
-    int count = 0;
-    Clock::time_point free;
-    const Timer timer = loop.schedule(10ms, Repeat::Always, [&] {
-        if (++count == 1)
-            free = spinUntil(Clock::now() + 50ms);
-        if (count == 5)
-            loop.quit();
-    });
-    loop.run();
-    // The first of the four that follow comes at once, the others at their pace.
-    EXPECT_GE(Clock::now() - free, 30ms);
 }
 
 TEST(PollLoop, ReportsBytesAndTheHangUpBesideATaskThatPostsItself) {

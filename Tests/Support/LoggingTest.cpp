@@ -3,10 +3,6 @@
 
 #include <cstdlib>
 #include <gtest/gtest.h>
-#include <pty.h>
-#include <sys/wait.h>
-#include <thread>
-#include <unistd.h>
 
 namespace kelvane {
 namespace {
@@ -59,47 +55,6 @@ TEST(Logging, MakesOneBoundedLineOfWhateverIsWritten) {
     }
     KelvaneSystemLog("%@", std::string(1 << 20, '\x80'));
     EXPECT_LE(lines.back().size(), longestLogEntry + 64);
-}
-
-TEST(Logging, SinksNestAndTakeEntriesOfThreadsOneAtATime) {
-    Lines outer; // unguarded: two sinks at once would be a race
-    Lines inner;
-    const LogSinkToken outerSink = collectInto(outer);
-    {
-        const LogSinkToken innerSink = setLogSink([&](const LogEntry& entry) {
-            inner.push_back(entry.text);
-            KelvaneSystemLog("from a sink");
-        });
-        KelvaneSystemLog("one");
-    }
-    KelvaneSystemLog("two");
-    EXPECT_EQ(inner, Lines{"one"});
-    EXPECT_EQ(outer, Lines{"two"});
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < 4; ++thread)
-        threads.emplace_back([] {
-            for (int entry = 0; entry < 500; ++entry)
-                KelvaneSystemLog("%d", entry);
-        });
-    for (std::thread& thread : threads)
-        thread.join();
-    EXPECT_EQ(outer.size(), 2001U);
-}
-
-TEST(Logging, ShowsEntriesOnATerminal) {
-    int terminal = -1;
-    const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
-    if (child == 0) {
-        KelvaneSystemLog("seen\nby a person");
-        std::_Exit(0);
-    }
-    std::string seen;
-    for (char byte = 0; ::read(terminal, &byte, 1) == 1;)
-        seen += byte;
-    ::close(terminal);
-    ::waitpid(child, nullptr, 0);
-    const std::string end = " support_test[" + std::to_string(child) + "] seen\\nby a person\r\n";
-    EXPECT_EQ(seen.find(end), std::string_view("2025-01-02 03:04:05.678").size()) << seen;
 }
 
 } // namespace

@@ -3,7 +3,6 @@
 #include "Support/FileSizeFormatter.h"
 #include "Support/ServiceStates.h"
 #include "Tests/Harness/EnvironmentVariable.h"
-#include "Tests/Harness/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 #include <limits>
@@ -37,27 +36,6 @@ TEST(FileSizeFormatter, ScalesAboveAThousandAndReads64BitsOnlyOfASigned64BitNumb
         EXPECT_EQ(full.stringForObjectValue(size), text) << size.description();
         EXPECT_EQ(abbreviated.stringFromNumber(size), abbreviation) << size.description();
     }
-}
-
-TEST(Bundle, GivesUnitsAndStatesTheirTextsAndTheirOwnWhereItHasNone) {
-    const EnvironmentVariable locale("LC_ALL", "C");
-    const TemporaryFolder folder;
-    folder.write(
-        "Resources/en.lproj/Localizable.strings",
-        "<plist><dict><key>bytes</key><string>Bytes</string>"
-        "<key>MB</key><string>Mo</string>"
-        "<key>Service_State_Alert_Account_Over_Quota</key><string>Konto voll</string></dict></plist>");
-    const Bundle bundle(folder.path());
-    EXPECT_EQ(stringForKelvaneServiceState(29, bundle), "Konto voll");
-    EXPECT_EQ(stringForKelvaneServiceState(17, bundle), "Account over quota") << "under a key of its own";
-    FileSizeFormatter::initializeUsingBundle(bundle);
-    const Text full = FileSizeFormatter::sharedFileSizeFormatter().stringForObjectValue(1048576);
-    const Text mega = FileSizeFormatter::sharedFileSizeAbbrevFormatter().stringForObjectValue(1048576);
-    const Text kilo = FileSizeFormatter::sharedFileSizeAbbrevFormatter().stringForObjectValue(1536);
-    FileSizeFormatter::initializeUsingBundle(Bundle{Value()});
-    EXPECT_EQ(full, "1048576 Bytes");
-    EXPECT_EQ(mega, "1.00 Mo");
-    EXPECT_EQ(kilo, "1.50 KB");
 }
 
 TEST(NumberFormatter, GroupsAndRoundsByItsPatternWithTheUsersSeparators) {
