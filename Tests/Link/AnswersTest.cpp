@@ -70,44 +70,5 @@ TEST_F(Answers, OfAWrongKindReadAsNothing) {
     EXPECT_EQ(logged("KelvaneSocket Expecting a UUID, got something else...").size(), 1U);
 }
 
-TEST_F(Answers, OfSelectorsThatNoDaemonHasAreErrorsWhileConnected) {
-    const std::pair<const char*, std::function<void()>> cases[] = {
-        {"setBackupControl:turnOff:", [this] { state->setBackupControl(1U); }},
-        {"setBackupControl:turnOff:", [this] { state->setBackupControl(1U, true); }},
-        {"intValueForProfileKey:", [this] { EXPECT_EQ(state->intValueForProfileKey("k"), 0); }},
-        {"setValueForProfileKey:withUnsigned:", [this] { state->setValueForProfileKey("k", 4294967295U); }}};
-    for (const auto& [selector, call] : cases) {
-        try {
-            call();
-            ADD_FAILURE() << selector << " did not throw";
-        } catch (const UnknownSelector& error) {
-            EXPECT_NE(std::string_view(error.what()).find(selector), std::string_view::npos);
-        }
-    }
-    loseDaemon();
-    for (const auto& [selector, call] : cases)
-        EXPECT_NO_THROW(call()) << selector;
-    EXPECT_EQ(daemon.calls(), Calls());
-    EXPECT_EQ(logged("-["), std::vector<std::string>(
-                                2, "-[BackupState setValueForProfileKey:withUnsigned:]: k = 4294967295"));
-}
-
-TEST_F(BackupStateTest, TheFakeDaemonAnswersEveryMethodWithTheMethodsType) {
-    daemon.changeWorld([](DaemonWorld& world) { world = demoWorld(); });
-    connect();
-    for (const MethodDescription& method : KelvaneDaemonProtocol) {
-        const auto signature = MethodSignature::fromTypes(method.types);
-        std::vector<Value> arguments;
-        for (const std::string_view type : signature.arguments())
-            arguments.push_back(type == "@" ? Value("/home") : Value(1));
-        const Value result = state->proxy()->invoke(method.selector, arguments);
-        const bool isNumber = signature.returnType != "v" && signature.returnType != "@";
-        EXPECT_EQ(result.isNumber(), isNumber || method.selector == "computerNumber") << method.selector;
-    }
-    EXPECT_TRUE(logged("ERROR").empty());
-    EXPECT_TRUE(daemon.waitForCalls(std::end(KelvaneDaemonProtocol)[-1].selector));
-    EXPECT_EQ(daemon.calls().size(), std::size(KelvaneDaemonProtocol));
-}
-
 } // namespace
 } // namespace kelvane::tests

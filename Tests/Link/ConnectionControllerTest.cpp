@@ -52,14 +52,6 @@ TEST_F(ConnectionControllerTest, TriesAtOnceAndEverySecondUntilItSucceedsAndAgai
     loop->advance(1s);
     EXPECT_EQ(heard, (std::vector{true, false, true}));
     EXPECT_EQ(controller->proxy()->call<"pausedMinutes">(), 0U);
-    const char* const unable = "ConnectionController: unable to connect to daemon, will try again...";
-    const char* const connected = "ConnectionController: connected";
-    const char* const told = "ConnectionController::socketConnected:";
-    ASSERT_TRUE(loop->runUntil([&] { return logged(told).size() == 2; }));
-    EXPECT_EQ(
-        logged("ConnectionController:"),
-        (std::vector<std::string>{"ConnectionController:start()", unable, unable, unable, unable, connected,
-                                  told, "ConnectionController::socketFailed:", unable, connected, told}));
 }
 
 // The write fails in the caller's own stack: proxy and socket go away under the call.
@@ -90,18 +82,6 @@ TEST_F(ConnectionControllerTest, TakesSeveralReportsOfOneLoss) {
     EXPECT_FALSE(controller->connected());
     loop->advance(1ms);
     EXPECT_EQ(heard, (std::vector{true, false, false, true}));
-}
-
-TEST_F(ConnectionControllerTest, StopEndsTheRetriesAndPosts) {
-    controller->start();
-    controller->stop();
-    EXPECT_EQ(heard, std::vector{false});
-    // A report that was on its way to the main thread meanwhile.
-    controller->socketFailed(*KelvaneSocket::create());
-    loop->advance(5s);
-    EXPECT_EQ(failedAttempts(), 1U);
-    connect();
-    EXPECT_TRUE(controller->connected());
 }
 
 } // namespace
