@@ -15,11 +15,11 @@ namespace {
 
 class SettingsHostTest : public testing::Test {
 protected:
-    void start(const std::vector<std::string>& bundles, Options options = {}) {
+    void start(const std::vector<std::string>& bundles) {
         std::vector<PaneDescription> descriptions;
         for (const std::string& bundle : bundles)
             descriptions.push_back(describePane(bundle, {}));
-        host = std::make_unique<SettingsHost>(options, loop, std::move(descriptions));
+        host = std::make_unique<SettingsHost>(Options(), loop, std::move(descriptions));
         host->show();
     }
     [[nodiscard]] bool comesTo(const std::string& log) {
@@ -107,22 +107,6 @@ TEST_F(SettingsHostTest, SaysWhyAPaneCannotBeShownAndShowsTheOthers) {
     EXPECT_TRUE(tests::runUntil([&] { return panes.log().ends_with("Good selected,"); }));
     EXPECT_EQ(panes.log().find("Other "), std::string::npos); // nothing of it has run
     EXPECT_EQ(panes.log().find("Waker loaded"), std::string::npos);
-}
-
-TEST_F(SettingsHostTest, SaysThatATrialIsOne) {
-    const struct {
-        AuthorizationChoice choice;
-        const char* text;
-    } expected[] = {{AuthorizationChoice::Polkit, ""},
-                    {AuthorizationChoice::Granted, "changes are allowed"},
-                    {AuthorizationChoice::Denied, "changes stay locked"}};
-    for (const auto& row : expected) {
-        Options options;
-        options.authorization = row.choice;
-        start({panes.add("Pane" + std::to_string(static_cast<int>(row.choice)))}, options);
-        EXPECT_EQ(texts().contains("Trial run"), *row.text != '\0');
-        EXPECT_TRUE(texts().contains(row.text)) << texts().toStdString();
-    }
 }
 
 std::ptrdiff_t entriesOf(const char* folder) {

@@ -46,15 +46,6 @@ TEST(PaneBundles, GetTheDaemonThatIsNamedOrTheirOwnOrTheUsualOne) {
     EXPECT_TRUE(pathOf(usual, "").starts_with(panes.folder().path()));
 }
 
-TEST(PaneBundles, StandInTheDataFolders) {
-    const EnvironmentVariable user("XDG_DATA_HOME", "/user");
-    const EnvironmentVariable system("XDG_DATA_DIRS", "/one:relative::/two");
-    EXPECT_EQ(paneFolders("/program"),
-              (std::vector<std::string>{"/program/Bundles", "/program/../share/kelvane/PreferencePanes",
-                                        "/user/kelvane/PreferencePanes", "/one/kelvane/PreferencePanes",
-                                        "/two/kelvane/PreferencePanes"}));
-}
-
 class SettingsProgram : public testing::Test {
 protected:
     SettingsProgram() {
@@ -92,13 +83,6 @@ TEST_F(SettingsProgram, TakesAPictureOfEachTabAndEnds) {
                                       "A deleted,"))
         << panes.log();
     EXPECT_FALSE(std::filesystem::exists(panes.folder() / "kelvane-settings.conf"));
-}
-
-TEST_F(SettingsProgram, FailsWhenItCannotWriteItsPictures) {
-    const std::string file = panes.folder().write("file", "");
-    start({"--pane", QString::fromStdString(panes.add("A")), "--screenshot", QString::fromStdString(file)});
-    EXPECT_EQ(status(), 1);
-    EXPECT_TRUE(process.readAll().contains("cannot write"));
 }
 
 TEST_F(SettingsProgram, EndsCleanlyOnASignal) {

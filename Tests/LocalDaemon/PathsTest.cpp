@@ -5,7 +5,6 @@
 #include "Tests/LocalDaemon/RunningDaemon.h"
 
 #include <cerrno>
-#include <fstream>
 #include <sys/stat.h>
 
 namespace kelvane {
@@ -96,7 +95,7 @@ TEST_F(Paths, AnswersNothingOrTheTruthToOddPaths) {
     EXPECT_NE(std::ranges::find(policy, Value("/Volumes/Boot" + in(".local/share/Trash/"))), policy.end());
 }
 
-TEST_F(Paths, FollowTheRulesInBothModes) {
+TEST_F(Paths, FollowTheExclusions) {
     ASSERT_TRUE(comesTo(3));
     EXPECT_EQ(pane.call<"excludeFileFromBackup:">("/Volumes/Boot" + in("link/b")), 0U); // that is a/b
     EXPECT_TRUE(pane.hears("file /Volumes/Boot" + in("a/b")));
@@ -113,18 +112,6 @@ TEST_F(Paths, FollowTheRulesInBothModes) {
     fs::rename(in("a"), in("c"));
     fs::create_symlink("c", in("a")); // the rule still stands where it stood
     EXPECT_EQ(pane.call<"unexcludeFileFromBackup:">(excluded[0]["path"]), 0U);
-
-    pane.call<"setAutomaticMode:">(false);
-    EXPECT_TRUE(comesTo(0));
-    pane.call<"addFilesToBackup:">(Value(Array{in("c"), "/Volumes/Disk"}));
-    EXPECT_TRUE(comesTo(3));
-    pane.call<"removeFileFromBackup:">(in("link/new\nline"));
-    EXPECT_TRUE(comesTo(2));
-    EXPECT_EQ(colors({in("c"), in("a/new\nline"), "/Volumes/Disk/file", folders.home()}),
-              (Array{3, 1, 3, 4}));
-    folders.write("out/another", "1");
-    EXPECT_TRUE(pane.hears("folder /Volumes/Disk"));
-    EXPECT_TRUE(comesTo(3));
 }
 
 TEST(NodeAnswers, ShowWhatTheIndexHasAndStayInTheFileSystemOfTheRule) {

@@ -69,16 +69,10 @@ TEST(JsonPropertyList, ARefusalSaysWhereAndWhy) {
         {"{\"a\":\nnull}", "line 2, column 4: null has no place"},
         {R"({"a":1,"b":2,"a":3})", "line 1, column 16: the key \"a\" stands twice"},
         {"\"\xff\"", "line 1, column 2: "},
-        {"\"\\ud800\"", "line 1, column 8: "},
         {std::string("1\0", 2), "line 1, column 2: a zero byte"},
         {"18446744073709551616", "line 1, column 20: the integer 18446744073709551616"},
-        {"1e999", "line 1, column 5: number overflow"},
         {R"({"$date":"2025-02-30T00:00:00Z"})", "line 1, column 32: \"$date\" does not take"},
-        {R"({"$date":"2025-01-02T03:04:05.Z"})", "line 1, column 33: "},
         {R"({"$data":"AB=="})", "line 1, column 16: "},
-        {R"({"$float":1e39})", "line 1, column 15: "},
-        {R"({"$real":"nan:0x3ff0000000000000"})", "line 1, column 34: "},
-        {R"({"$dictionary":[]})", "line 1, column 18: "},
         {R"({"$dictionary":{},"a":1})", "line 1, column 21: \"$dictionary\" stands alone"}};
     for (const auto& [json, reason] : refusals) {
         const JsonReading reading = propertyListFromJson(json);

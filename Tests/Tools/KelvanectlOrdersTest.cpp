@@ -42,11 +42,6 @@ TEST_F(KelvanectlOrders, AModeIsSetSoThatNoBackupBeginsOnTheWayThere) {
         EXPECT_EQ(run(all).status, 0) << words[0];
         EXPECT_EQ(orders(), expected) << words[0];
     }
-    daemon_.forgetCalls();
-    for (const Words& words :
-         {Words{"mode"}, {"mode", "asleep"}, {"mode", "paused", "0"}, {"mode", "enabled", "5"}})
-        EXPECT_EQ(run(words).status, 2) << words.back();
-    EXPECT_TRUE(daemon_.calls().empty());
     daemon_.setState("serviceState", 12U);
     EXPECT_NE(run({"status"}).output.find("\nMode            Disabled\n"), std::string::npos);
 }

@@ -111,12 +111,5 @@ TEST_F(KelvanectlPaths, AnUnknownPathIsWrongUsageAndALostDaemonIsNot) {
     EXPECT_EQ(result.output, "");
 }
 
-TEST_F(Kelvanectl, MatchAsksNobody) {
-    daemon_.stop();
-    EXPECT_EQ(run({"match", "*.TMP", "a.tmp", "d/a.tmp", "\n.tmp"}).output,
-              "yes  a.tmp\nno   d/a.tmp\nyes  \\x0a.tmp\n");
-    EXPECT_EQ(run({"match", "--json", "--", "-*", "-x"}).output, "[{\"text\":\"-x\",\"matches\":true}]\n");
-}
-
 } // namespace
 } // namespace kelvane::tests
