@@ -56,15 +56,6 @@ TEST_F(FolderWatcherTest, TellsOfChangesUnderTheVolumesName) {
     EXPECT_TRUE(isTold("/Volumes/USB"));
 }
 
-TEST_F(FolderWatcherTest, TellsABurstAFewTimesOnlyAndItsEnd) {
-    watch("/Volumes/USB/in");
-    const auto end = std::chrono::steady_clock::now() + 500ms;
-    for (int made = 0; std::chrono::steady_clock::now() < end; loop->runPosted())
-        folder.write("disk/in/" + std::to_string(++made), "");
-    EXPECT_LE(std::ranges::count(told, "/Volumes/USB/in"), 3);
-    EXPECT_TRUE(isTold("/Volumes/USB/in"));
-}
-
 TEST_F(FolderWatcherTest, IsNotMadeWhereNothingCanBeWatched) {
     watcher.reset(); // it could not wait meanwhile
     rlimit limit{};

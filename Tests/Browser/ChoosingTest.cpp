@@ -1,7 +1,6 @@
 #include "Tests/Browser/BrowserTest.h"
 
 #include <QAccessible>
-#include <QSplitter>
 
 namespace kelvane::tests {
 namespace {
@@ -14,19 +13,6 @@ protected:
             ->child(index(column, title).row())
             ->actionInterface()
             ->doAction(QAccessibleActionInterface::toggleAction());
-    }
-    void drag(int column, const std::string& from, const std::string& to) {
-        QWidget* const rows = browser->columnView(column)->viewport();
-        const auto place = [&](const auto& title) {
-            return browser->columnView(column)->visualRect(index(column, title)).center();
-        };
-        QTest::mousePress(rows, Qt::LeftButton, {}, place(from));
-        for (const std::string& title : {from, to}) {
-            QMouseEvent move(QEvent::MouseMove, place(title), rows->mapToGlobal(place(title)), Qt::NoButton,
-                             Qt::LeftButton, {});
-            QApplication::sendEvent(rows, &move);
-        }
-        QTest::mouseRelease(rows, Qt::LeftButton, {}, place(to));
     }
 };
 
@@ -43,19 +29,14 @@ TEST_F(Choosing, IsOneActionHoweverItIsDone) {
         {"another", [this] { click(2, "b.txt"); }, 1, "docs/b.txt", 2, 2},
         {"a folder", [this] { click(2, "deep"); }, 1, "docs/deep", 3, 2},
         {"one more", [this] { click(2, "c.txt", Qt::ControlModifier); }, 1, "docs/a.txt docs/c.txt", 2, 2},
-        {"a drag", [this] { drag(2, "b.txt", "deep"); }, 1, "docs/b.txt docs/c.txt docs/deep", 2, 2},
         {"two folders", [this] { click(1, "photos", Qt::ControlModifier); }, 1, "docs photos", 1, 1},
         {"what is open", [this] { click(1, "docs"); }, 1, "docs", 2, 1},
         {"what is disabled", [this] { click(1, "old.txt"); }, 0, "docs/a.txt", 2, 1},
         {"all", [this] { press(Qt::Key_A, Qt::ControlModifier); }, 1,
          "docs/a.txt docs/b.txt docs/c.txt docs/deep", 2, 2},
         {"down", [this] { press(Qt::Key_Down); }, 1, "docs/b.txt", 2, 2},
-        {"up at the top", [this] { press(Qt::Key_Up); }, 0, "docs/a.txt", 2, 2},
-        {"end", [this] { press(Qt::Key_End); }, 1, "docs/deep", 3, 2},
-        {"its first letter", [this] { press(Qt::Key_C); }, 1, "docs/c.txt", 2, 2},
         {"left", [this] { press(Qt::Key_Left); }, 1, "docs", 2, 1},
         {"and right again", [this] { press(Qt::Key_Left), press(Qt::Key_Right); }, 2, "docs/a.txt", 2, 2},
-        {"right of a file", [this] { press(Qt::Key_Right); }, 0, "docs/a.txt", 2, 2},
         {"by a screen reader", [this] { act(1, "plan.txt"); }, 1, "docs plan.txt", 1, 1},
     };
     for (const Case& example : cases) {
@@ -88,23 +69,6 @@ TEST_F(Choosing, IsReachedAndLeftByTab) {
     browser->reloadColumn(1);
     EXPECT_EQ(columnWithKeyboard(), 1) << "the column with the keyboard was closed";
     browser->setParent(nullptr);
-}
-
-TEST_F(Choosing, KeepsTheWidthsAPersonGaveAndShowsWhatItOpens) {
-    browser->resize(300, 300);
-    open({"Disk"});
-    auto* const edge = browser->findChild<QSplitter*>()->handle(2);
-    const int width = browser->columnWidth(1);
-    QTest::mousePress(edge, Qt::LeftButton, {}, {0, 9});
-    QTest::mouseMove(edge, {40, 9});
-    QTest::mouseRelease(edge, Qt::LeftButton);
-    EXPECT_EQ(browser->columnView(1)->width(), width + 40);
-
-    open({"Other"});
-    open({"Disk", "docs", "deep"});
-    EXPECT_EQ(browser->columnView(1)->width(), width + 40);
-    // All of the column that was chosen in, and what there is room for of the one that it opened.
-    EXPECT_EQ(browser->columnView(2)->mapTo(browser->viewport(), QPoint()).x(), 0);
 }
 
 } // namespace

@@ -3,10 +3,8 @@
 
 #include <QPersistentModelIndex>
 #include <QScrollBar>
-#include <QSignalSpy>
 #include <algorithm>
 #include <gtest/gtest.h>
-#include <numeric>
 #include <random>
 #include <set>
 
@@ -183,31 +181,6 @@ TEST_F(Model, ShowsWhatIsListedAndLetsRowsBeFollowed) {
                                       std::back_inserter(common));
         EXPECT_EQ(stayed, common);
     }
-}
-
-TEST_F(Model, SaysNoMoreThanWhatHasChanged) {
-    std::vector<int> names(10'000);
-    std::iota(names.begin(), names.end(), 0);
-    BrowserRows rows = rowsNamed(names);
-    model.setRows(rows);
-    QSignalSpy inserted(&model, &ColumnModel::rowsInserted);
-    QSignalSpy removed(&model, &ColumnModel::rowsRemoved);
-    QSignalSpy moved(&model, &ColumnModel::layoutChanged);
-    QSignalSpy changed(&model, &ColumnModel::dataChanged);
-    const auto setRowsSays = [&](std::vector<qsizetype> counts) {
-        model.setRows(rows);
-        EXPECT_EQ((std::vector{inserted.size(), removed.size(), moved.size(), changed.size()}), counts);
-    };
-    setRowsSays({0, 0, 0, 0});
-    rows[7].setEnabled(false);
-    rows[8].setStateText("Backed up");
-    setRowsSays({0, 0, 0, 1});
-    rows.erase(rows.begin() + 4, rows.begin() + 6);
-    rows.insert(rows.begin() + 100, KelvaneBrowserCell("new", "new"));
-    setRowsSays({1, 1, 0, 1});
-    // Thousands of single changes would each move what is below them.
-    std::erase_if(rows, [](const KelvaneBrowserCell& cell) { return cell.title().back() % 2 == 0; });
-    setRowsSays({1, 2, 1, 1});
 }
 
 } // namespace

@@ -102,10 +102,5 @@ TEST_F(Reports, GoWhateverBecomesOfTheArchive) {
     EXPECT_EQ(server.kept("requests"), "rrrrrr");
 }
 
-TEST(IncidentReport, NamesTheSystemByItsPackedVersion) {
-    EXPECT_EQ(operatingSystemText(0x1058), "Mac OS X 10.5.8");
-    EXPECT_EQ(operatingSystemText(0x2F9F), "Mac OS X 35.9.15");
-}
-
 } // namespace
 } // namespace kelvane::tests

@@ -5,7 +5,6 @@
 #include "PreferencePane/Services/OneLineLabel.h"
 #include "Support/FileSizeFormatter.h"
 #include "Tests/Harness/PaneDouble.h"
-#include "Tests/Harness/TemporaryFolder.h"
 
 #include <QComboBox>
 #include <QHelpEvent>
@@ -76,29 +75,6 @@ TEST_F(InfoWindow, TellsWhatIsKnownOfAFileAndNothingOfNone) {
     for (const auto& [name, text] : said(controller))
         EXPECT_EQ(text, "") << name;
     EXPECT_EQ(where(controller).count(), 0);
-}
-
-TEST_F(InfoWindow, LeavesEmptyWhatIsMissing) {
-    KelvaneInfoWindowController controller(prefs);
-    controller.setFileNode(KelvaneFileNode::create("a", false));
-    const std::map<std::string, std::string> expected{
-        {"Title", "a Info"}, {"File name", "a"}, {"Kind", ""},        {"Short size", shortSize(0U)},
-        {"Size", "0 bytes"}, {"Where", "--;"},   {"Backup date", ""}, {"File version", ""}};
-    EXPECT_EQ(said(controller), expected);
-}
-
-TEST_F(InfoWindow, TakesTheComputersNameFromTheSettingsThatTheBundleNames) {
-    const TemporaryFolder folder;
-    const std::string settings = folder.write(
-        "settings.plist", "<plist><dict><key>System</key><dict><key>System</key><dict><key>ComputerName</key>"
-                          "<string>Ann's</string></dict></dict></dict></plist>");
-    folder.write("Info.plist", "<plist><dict/></plist>");
-    folder.write("Resources/en.lproj/Localizable.strings",
-                 "<plist><dict><key>ConfigPlistPath</key><string>" + settings + "</string></dict></plist>");
-    PaneDouble named(std::make_shared<Bundle>(folder.path()));
-    KelvaneInfoWindowController controller(named);
-    controller.setFileNode(fileAt("/a.txt"));
-    EXPECT_EQ(said(controller)["Where"], "Ann's;");
 }
 
 TEST_F(InfoWindow, SnapsItsLocationBackWhateverIsChosen) {

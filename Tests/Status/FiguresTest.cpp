@@ -62,10 +62,5 @@ TEST(StatusFigures, AddressesAreFilledLiterallyAndEverywhere) {
     EXPECT_EQ(webAddress("", account), "");
 }
 
-TEST(StatusModes, AModeThatIsNoneIsAProgrammingErrorInAnUnlockedPaneOnly) {
-    EXPECT_EQ(enabledModeItems(7, false), ModeItems());
-    EXPECT_THROW(static_cast<void>(enabledModeItems(-1, true)), AssertionFailure);
-}
-
 } // namespace
 } // namespace kelvane
