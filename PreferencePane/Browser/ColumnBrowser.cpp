@@ -30,6 +30,10 @@ void ColumnBrowser::setTitle(const QString& title) {
     view(0)->setAccessibleName(title);
 }
 
+void ColumnBrowser::setEmptyText(const QString& text) {
+    view(0)->setEmptyText(text);
+}
+
 void ColumnBrowser::reloadColumn(int column) {
     const auto delegate = delegate_.lock();
     const QPointer<ColumnView> filled = view(column);

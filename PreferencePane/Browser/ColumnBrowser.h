@@ -31,6 +31,8 @@ public:
     void setDelegate(const ColumnBrowserDelegate& delegate) { delegate_ = delegate.handle(); }
     // For screen readers; further columns are called by their folders.
     void setTitle(const QString& title);
+    // What the first column says when it has been filled and has no rows.
+    void setEmptyText(const QString& text);
 
     [[nodiscard]] int lastColumn() const { return static_cast<int>(columns_.size()) - 1; }
     // Fills it anew and changes what is new: rows that stay keep their selection and, as far as they can,

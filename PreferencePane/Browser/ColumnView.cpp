@@ -3,11 +3,17 @@
 #include "PreferencePane/Browser/RowPainter.h"
 
 #include <QKeyEvent>
+#include <QPainter>
 #include <QScopedValueRollback>
 #include <QScrollBar>
 #include <algorithm>
 
 namespace kelvane {
+namespace {
+
+constexpr int emptyTextMargin = 12; // logical pixels
+
+} // namespace
 
 ColumnView::ColumnView(ColumnModel::ImageSource imageSource, QWidget* parent)
     : QListView(parent), model_(new ColumnModel(std::move(imageSource), this)) {
@@ -31,6 +37,7 @@ void ColumnView::setRows(BrowserRows cells) {
          row = row.siblingAtRow(row.row() + 1))
         seen.emplace_back(row, visualRect(row).top());
     model_->setRows(std::move(cells));
+    setAccessibleDescription(model_->count() == 0 ? emptyText_ : QString());
     executeDelayedItemsLayout(); // or the next picture would show no rows
     scrollBack(seen);
 }
@@ -132,6 +139,16 @@ void ColumnView::resizeEvent(QResizeEvent* event) {
     QListView::resizeEvent(event);
     if (wasSeen && currentIndex().isValid())
         scrollTo(currentIndex());
+}
+
+void ColumnView::paintEvent(QPaintEvent* event) {
+    QListView::paintEvent(event);
+    if (accessibleDescription().isEmpty())
+        return;
+    QPainter painter(viewport());
+    painter.setPen(palette().color(QPalette::PlaceholderText));
+    const QRect place = viewport()->rect().adjusted(emptyTextMargin, emptyTextMargin, -emptyTextMargin, 0);
+    painter.drawText(place, Qt::AlignTop | Qt::AlignHCenter | Qt::TextWordWrap, accessibleDescription());
 }
 
 void ColumnView::reportChoice() {

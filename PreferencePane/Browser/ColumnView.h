@@ -20,6 +20,8 @@ public:
     // What is seen stays where it is, as far as its rows do.
     void setRows(BrowserRows cells);
     void setCell(int row, const KelvaneBrowserCell& cell);
+    // What it says, also to screen readers, once it has been filled and has no rows.
+    void setEmptyText(const QString& text) { emptyText_ = text; }
 
     // From the top.
     [[nodiscard]] std::vector<int> selectedRows() const;
@@ -45,12 +47,14 @@ protected:
     void mouseReleaseEvent(QMouseEvent* event) override;
     void focusInEvent(QFocusEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
+    void paintEvent(QPaintEvent* event) override;
 
 private:
     void reportChoice();
     void scrollBack(const std::vector<std::pair<QPersistentModelIndex, int>>& seen);
 
     ColumnModel* const model_;
+    QString emptyText_;
     bool isQuiet_ = false;
     bool isHandlingInput_ = false; // a key, or the mouse from its press to its release
     bool hasChoice_ = false;

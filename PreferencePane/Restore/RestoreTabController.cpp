@@ -57,6 +57,7 @@ KelvaneRestoreTabController::KelvaneRestoreTabController(PaneServices& prefs,
     makePlain(*ui_->filenameField);
     makePlain(*ui_->dateField);
     ui_->restoreBrowser->setTitle(QString::fromStdString(prefs_.text("Backed-up files")));
+    ui_->restoreBrowser->setEmptyText(QString::fromStdString(prefs_.text("Nothing has been backed up yet.")));
     showNoCountsYet();
     connectControls();
 }

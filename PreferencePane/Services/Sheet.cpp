@@ -26,13 +26,16 @@ void addHelp(QMessageBox& box, QObject* context, const std::function<void()>& sh
     QObject::connect(help, &QAbstractButton::clicked, context, showHelp);
 }
 
-// A message box grows to a part of the screen only and cuts what is wider. Buttons that would be cut in a row
-// stand below each other.
+// A message box takes a part of a large screen only, and cuts what is wider. Buttons that would be cut in a
+// row stand below each other.
 void arrange(QMessageBox& box, const QWidget& window) {
-    constexpr int widest = 720; // logical pixels, as the next two
-    constexpr int keptOfScreen = 480;
+    // Logical pixels.
+    constexpr int widest = 720;
+    constexpr int smallScreen = 1024;
+    constexpr int keptOfLargeScreen = 480;
     constexpr int margins = 40;
-    const int room = std::min(widest, window.screen()->availableGeometry().width() - keptOfScreen - margins);
+    const int screen = window.screen()->availableGeometry().width();
+    const int room = std::min(widest, screen - (screen > smallScreen ? keptOfLargeScreen : 0) - margins);
     auto* const row = box.findChild<QDialogButtonBox*>();
     if (row->sizeHint().width() <= room)
         return;

@@ -91,6 +91,24 @@ TEST_F(ShownRows, SayTheirStateToAScreenReader) {
     EXPECT_EQ(lists[1]->child(9'999)->text(QAccessible::Name), "file");
 }
 
+TEST_F(ShownRows, AreMissedInWordsWhereThereAreNone) {
+    const QListView& first = *browser->columnView(0);
+    browser->setEmptyText("Nothing here");
+    browser->reloadColumn(0);
+    const QImage withRows = browser->grab().toImage();
+    EXPECT_EQ(first.accessibleDescription(), "");
+    folders.listing["/Volumes"].clear();
+    browser->reloadColumn(0);
+    const QImage withWords = browser->grab().toImage();
+    EXPECT_EQ(first.accessibleDescription(), "Nothing here");
+    browser->setEmptyText("");
+    browser->reloadColumn(0);
+    EXPECT_NE(browser->grab().toImage(), withWords);
+    folders.listing["/Volumes"] = {"Disk/", "Other/"};
+    browser->reloadColumn(0);
+    EXPECT_EQ(browser->grab().toImage(), withRows);
+}
+
 TEST_F(ShownRows, SayInATipWhatCannotBeSeen) {
     const std::string longName = "<b>" + std::string(200, 'n') + "\n.txt";
     folders.listing["/Volumes/Disk"] = {"short", longName};
