@@ -9,22 +9,9 @@
 namespace kelvane::ctl {
 namespace {
 
-bool asksAccount(Session& session) {
-    const auto daemon = session.state().proxy();
-    if (!daemon)
-        return false;
-    static_cast<void>(daemon->call<"userEmail">());
-    static_cast<void>(daemon->call<"computerNumber">());
-    static_cast<void>(daemon->call<"serverURL">());
-    static_cast<void>(daemon->call<"stringValueForProfileKey:">(std::string("SkinId")));
-    return true;
-}
-
 // None when the daemon does not answer to the end.
 std::optional<StatusReport> liveReport(Session& session) {
-    // The state keeps what the daemon answers for times without it. So what it would keep is asked for
-    // nothing first: a daemon that falls silent in the middle of it must not make it keep nothing.
-    if (!session.connect() || !asksAccount(session) || !session.confirm())
+    if (!session.connect())
         return std::nullopt;
     session.state().updateDaemonState();
     StatusReport report = statusReport(session.state(), session.bundle(), session.daemonPath());
