@@ -92,6 +92,49 @@ TEST_F(KelvSocketClose, OfAListenerTakesChildrenPathAndThread) {
     EXPECT_FALSE(first.receive() || second.receive());
 }
 
+// The number of children decides, closed ones included; not whether the socket listens.
+TEST_F(KelvSocketClose, OfAListenerWithoutChildrenLeavesPathAndThread) {
+    const std::string path = folder / "socket";
+    ASSERT_TRUE(socket->listenAtPath(path));
+    socket->close();
+    socket->close();
+    EXPECT_TRUE(std::filesystem::exists(path));
+    EXPECT_FALSE(RawPeer().connect(path));
+    EXPECT_EQ(KelvaneSocket::liveThreads(), 1);
+    socket.reset();
+    EXPECT_TRUE(threadsEnd());
+
+    for (const bool fromCallback : {false, true}) {
+        socket = KelvaneSocket::create();
+        fate->onEvent = [&](const std::string&, KelvaneSocket& child) {
+            fromCallback ? socket->close() : child.close();
+        };
+        socket->setSocketDelegate(fate);
+        ASSERT_TRUE(socket->listenAtPath(path));
+        RawPeer peer;
+        ASSERT_TRUE(peer.connect(path));
+        EXPECT_FALSE(peer.receive());
+        socket->close();
+        EXPECT_FALSE(std::filesystem::exists(path));
+        EXPECT_TRUE(threadsEnd());
+    }
+}
+
+TEST_F(KelvSocketClose, EndsTheCallsOfItsProxyUntilItIsConnectedAnew) {
+    const auto proxy = KelvaneProxy::create();
+    proxy->setProtocol(KelvaneDaemonProtocol);
+    proxy->setSocket(socket);
+    EXPECT_EQ(proxy->call<"serviceState">(), 0U) << "never connected";
+    const RawPeer before = peerOf(socket);
+    socket->close();
+    EXPECT_EQ(proxy->call<"serviceState">(), 0U);
+    RawPeer after = peerOf(socket);
+    auto answer = std::async(std::launch::async, [&] { return proxy->call<"serviceState">(); });
+    EXPECT_TRUE(after.receive());
+    after.send(message(2, 8U));
+    EXPECT_EQ(answer.get(), 8U);
+}
+
 TEST_F(KelvSocketClose, LosesNoDescriptorAndNoThreadInAThousandConnections) {
     socket->setSocketDelegate(fate);
     ASSERT_TRUE(socket->listenAtPath(folder / "socket"));
