@@ -4,6 +4,7 @@
 #include <QStackedLayout>
 #include <QTabWidget>
 #include <QVBoxLayout>
+#include <algorithm>
 
 namespace kelvane {
 namespace {
@@ -75,7 +76,7 @@ void PaneView::show(PaneTab tab, bool isShown) {
     if (isShown) {
         const bool goesLast = tab == PaneTab::Help || !item(PaneTab::Help).isShown;
         tabView_->insertTab(goesLast ? tabView_->count() : tabView_->indexOf(page(PaneTab::Help)),
-                            changed.page, changed.title);
+                            changed.page, QString(changed.title).replace('&', "&&"));
         return;
     }
     tabView_->removeTab(tabView_->indexOf(changed.page));
@@ -86,18 +87,19 @@ void PaneView::show(PaneTab tab, bool isShown) {
 std::vector<std::string> PaneView::tabNames() const {
     std::vector<std::string> names;
     for (int index = 0; index < tabView_->count(); ++index)
-        names.push_back(tabView_->tabText(index).toStdString());
+        names.push_back(tabView_->tabText(index).replace("&&", "&").toStdString());
     return names;
 }
 
 bool PaneView::selectTab(const std::string& name) {
-    for (int index = 0; index < tabView_->count(); ++index) {
-        if (tabView_->tabText(index).compare(QString::fromStdString(name), Qt::CaseInsensitive) != 0)
-            continue;
-        tabView_->setCurrentIndex(index);
-        return true;
-    }
-    return false;
+    const auto isMeant = [&](const TabItem& item) {
+        return item.isShown && item.title.compare(QString::fromStdString(name), Qt::CaseInsensitive) == 0;
+    };
+    const auto found = std::ranges::find_if(items_, isMeant);
+    if (found == items_.end())
+        return false;
+    tabView_->setCurrentWidget(found->page);
+    return true;
 }
 
 void PaneView::selectTab(PaneTab tab) {
