@@ -1,4 +1,6 @@
 #include "Common/Protocols.h"
+#include "PreferencePane/Help/ReportTransfer.h"
+#include "Support/Logging.h"
 #include "Tests/Help/HelpTabTest.h"
 
 #include <QAbstractButton>
@@ -123,6 +125,17 @@ TEST_F(Sending, DoesNotHoldUpAnApplicationThatEnds) {
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(application.exec(), 3);
     EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
+}
+
+TEST(Curl, TellsOfEachHeaderLineAndGoesOn) {
+    const TemporaryFolder marker;
+    KelvaneLogStart(marker.path());
+    Strings log;
+    const LogSinkToken sink = setLogSink([&](const LogEntry& entry) { log.push_back(entry.text); });
+    std::string line = "X: é\xFF";
+    EXPECT_EQ(curlWriteHeader(line.data(), 2, 5, nullptr), 10U);
+    EXPECT_EQ(curlWriteHeader(line.data(), 1, 6, nullptr), 6U);
+    EXPECT_EQ(log, (Strings{"curl: X: é", "curl: (null)"}));
 }
 
 } // namespace

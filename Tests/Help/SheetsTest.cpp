@@ -4,6 +4,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QTextBrowser>
+#include <unistd.h>
 
 namespace kelvane::tests {
 namespace {
@@ -100,6 +101,20 @@ TEST_F(HelpTabTest, CountsCharactersEditByEdit) {
     }
     text().insertPlainText("before there is a category");
     EXPECT_FALSE(canSend());
+}
+
+TEST_F(HelpTabTest, CompressesWhatGunzipReadsAgain) {
+    const std::string contents(100'000, 'x');
+    const std::string precious = folder.write("precious", "precious");
+    ASSERT_EQ(::symlink(precious.c_str(), (folder / "tmp/KelvaneLog.gz").c_str()), 0);
+    const Data compressed = KelvaneHelpController::compressFile(folder.write("log", contents)).value();
+    EXPECT_LT(compressed.size(), 1000U);
+    ChildProgram gunzip({"/bin/gunzip"}, {},
+                        {reinterpret_cast<const char*>(compressed.data()), compressed.size()});
+    EXPECT_TRUE(gunzip.finish().output == contents);
+    EXPECT_EQ(folder.read("precious"), "precious");
+    for (const std::string& none : {folder.write("empty", ""), folder / "missing", folder.path()})
+        EXPECT_FALSE(KelvaneHelpController::compressFile(none));
 }
 
 } // namespace
