@@ -37,13 +37,16 @@ pictures=$PWD/build/screenshots
 daemon=($bin/LocalDaemon/kelvane-local-daemon)
 window=($bin/kelvane-settings --pane $bin/Bundles/Kelvane.prefPane)
 if [ -z "$home" ]; then
-    # With settings, repository and key of its own, and nothing that a password would have to guard.
-    window+=(--authorization granted)
+    # With socket, settings, repository, key and log of its own, and nothing that a password would have to guard. A daemon
+    # of the user's that runs already is not touched.
     sample=$PWD/build/sample
     home=$sample/home
     scripts/make-sample-home.py "$home"
-    daemon=(env XDG_CONFIG_HOME="$sample/config" XDG_STATE_HOME="$sample/state" XDG_DATA_HOME="$sample/data"
-            XDG_CACHE_HOME="$sample/cache" "${daemon[@]}")
+    export KELVANE_DAEMON=$sample/daemon.sock
+    own=(env XDG_CONFIG_HOME="$sample/config" XDG_STATE_HOME="$sample/state" XDG_DATA_HOME="$sample/data"
+         XDG_CACHE_HOME="$sample/cache")
+    daemon=("${own[@]}" "${daemon[@]}" --socket "$KELVANE_DAEMON" --log "$sample/daemon.log")
+    window=("${own[@]}" "${window[@]}" --daemon "$KELVANE_DAEMON" --authorization granted)
 elif [ ! -d "$home" ]; then
     echo "run.sh: no such folder: $home" >&2
     exit 2
@@ -79,6 +82,7 @@ fi
 pid=$!
 trap 'kill "$pid" 2>/dev/null || true; wait "$pid" 2>/dev/null || true' EXIT
 "$ctl" --timeout 10 status
+kill -0 "$pid" || { echo "run.sh: the local daemon has ended; is there another one?" >&2; exit 1; }
 
 cat <<END
 
@@ -87,7 +91,7 @@ In another terminal, kill it and start it again, and watch the link come back:
     kill -9 $pid
     ./run.sh daemon
 Or bring a folder back:
-    $ctl restore --wait --to /tmp/restored "$home/Documents"
+    ${KELVANE_DAEMON:+KELVANE_DAEMON=$KELVANE_DAEMON }$ctl restore --wait --to /tmp/restored "$home/Documents"
 
 END
 if [ "$mode" = window ] && [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]; then

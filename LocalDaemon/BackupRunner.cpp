@@ -65,6 +65,7 @@ void BackupRunner::stop() {
 
 void BackupRunner::noteNeed(const BackupNeed& need) {
     const std::scoped_lock guard(mutex_);
+    isUrgent_ = isUrgent_ || (need.mayAdd && !need_.mayAdd);
     need_ = need;
     isNoted_ = true;
     if (current_ && !(isAdding_ ? need.mayAdd : need.mayRead))
@@ -120,14 +121,15 @@ BackupRunner::Task BackupRunner::nextTask(Clock::time_point now) {
                                                     : isConnected_ ? at
                                                                    : std::min(at, connectAt_));
     wait_ = std::chrono::ceil<std::chrono::milliseconds>(std::min<Clock::duration>(next - now, forever));
-    const bool mayBackUp = need.mayAdd && need.isKnown && (isWanted || need.isWaiting);
-    if (next > now || !need.mayRead)
+    if (next > now)
         return Task::None;
-    if (mayBackUp && at <= now)
+    const bool mayBackUp = need.mayAdd && need.isKnown && (isWanted || need.isWaiting);
+    if (need.mayRead && mayBackUp && (isWanted || at <= now))
         return Task::BackUp;
-    if (mayBackUp && isWanted)
-        return Task::BackUp;
-    return isConnected_ ? Task::None : Task::Connect;
+    if (need.mayRead && !isConnected_)
+        return Task::Connect;
+    wait_ = forever; // what keeps it from its work ends with a note, and not with time
+    return Task::None;
 }
 
 // Of a backup of what is waiting.
@@ -292,6 +294,7 @@ void BackupRunner::report(const ResticOutcome& outcome) {
 }
 
 void BackupRunner::reportUnread(const std::vector<std::string>& paths) {
+    state_->noteUnread(paths.size());
     for (const std::string& path : paths)
         KelvaneSystemLog("It could not be read and is not backed up: %@", path);
     if (paths.empty())

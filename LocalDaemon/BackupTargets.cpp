@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <filesystem>
 #include <iterator>
+#include <optional>
+#include <sys/stat.h>
 
 namespace kelvane {
 namespace {
@@ -25,6 +27,12 @@ std::vector<std::string> beginnings(const BackupRules& rules) {
         return !verdictFor(rules, path).isIn() || (path != "/" && verdictFor(rules, folderOf(path)).isIn());
     });
     return paths;
+}
+
+// None: it has gone meanwhile.
+std::optional<dev_t> deviceOf(const std::string& path) {
+    struct stat status {};
+    return ::lstat(path.c_str(), &status) == 0 ? std::optional(status.st_dev) : std::nullopt;
 }
 
 class Walk {
@@ -49,6 +57,7 @@ private:
     // Recursion is as deep as a path can be long.
     bool isWhole(const std::string& folder, std::vector<std::string>& parts) const {
         bool isWhole = true;
+        const auto device = deviceOf(folder);
         std::error_code error;
         for (fs::directory_iterator at(folder, error); !error && at != fs::directory_iterator() && !stopping_;
              at.increment(error)) {
@@ -59,6 +68,8 @@ private:
             isWhole = isWhole && !rule;
             if (rule && !rule->isIn())
                 continue;
+            if (!rule && deviceOf(path) != device)
+                continue; // another file system is in only when somebody has said so
             std::vector<std::string> below;
             std::error_code unknown;
             if (!fs::is_directory(at->symlink_status(unknown)) || this->isWhole(path, below)) {

@@ -72,8 +72,8 @@ std::vector<std::string> policyFrom(const Value& patterns, const Volumes& volume
     return policy;
 }
 
-// One that cannot be read is logged.
-Value listIn(const std::string& path) {
+// One that is there and cannot be read is logged.
+PropertyListReading listIn(const std::string& path) {
     const FileReading file = readFile(path, largestPropertyListFile, SymbolicLinks::Follow);
     PropertyListReading list;
     if (file.succeeded())
@@ -82,7 +82,7 @@ Value listIn(const std::string& path) {
         list.error = file.reason;
     if (!list.succeeded())
         KelvaneSystemLog("The configuration in %@ is not used: %@", path, list.error);
-    return list.value;
+    return list;
 }
 
 std::string withoutLinks(const std::string& path) {
@@ -95,8 +95,10 @@ class Entries {
 public:
     Entries(const std::string& path, const Dictionary& settled) : file_(listIn(path)), settled_(settled) {}
 
+    // Or there is none.
+    [[nodiscard]] bool isReadable() const { return file_.succeeded(); }
     [[nodiscard]] const Value& operator[](std::string_view key) const {
-        return settled_.contains(key) ? settled_[key] : file_[key];
+        return settled_.contains(key) ? settled_[key] : file_.value[key];
     }
     void take(std::string_view key, std::string& text) const {
         takeIf(key, (*this)[key].isString(), [&](const Value& entry) { text = entry.stringValue(); });
@@ -119,7 +121,7 @@ private:
             KelvaneSystemLog("The configuration's %@ makes no sense and is not used: %@", key, (*this)[key]);
     }
 
-    const Value file_;
+    const PropertyListReading file_;
     const Dictionary& settled_;
 };
 
@@ -143,6 +145,8 @@ std::string localFolderOf(const std::string& location) {
 
 RepositoryPlace placeFrom(const Entries& entries, RepositoryPlace place) {
     takeLocation(entries["repository"], place.location);
+    if (!entries.isReadable())
+        place.location.clear(); // it may have named another one
     entries.takePath("passwordFile", place.passwordFile);
     entries.takePath("resticProgram", place.program);
     for (const auto& [name, value] : entries["environment"].dictionary())

@@ -77,6 +77,8 @@ BackupActivity DaemonState::activity() const {
 void DaemonState::setActivity(const BackupActivity& activity) {
     const std::scoped_lock guard(mutex_);
     activity_ = activity;
+    if (!activity_.isRunning && scan_ && scan_->index == index_)
+        activity_.done = {}; // the scan has it in what it says
     announce();
 }
 
@@ -98,6 +100,11 @@ std::uint64_t DaemonState::backupOrders() const {
 void DaemonState::takeOrdersDone(std::uint64_t orders) {
     const std::scoped_lock guard(mutex_);
     ordersDone_ = orders;
+}
+
+void DaemonState::noteUnread(std::uint64_t count) {
+    const std::scoped_lock guard(mutex_);
+    unread_ = count;
 }
 
 DaemonState::Rules DaemonState::rules() const {
@@ -169,7 +176,7 @@ Value DaemonState::stateDictionary() const {
         {std::string(statekey::serviceState), service},
         {std::string(statekey::statusString), serviceStateText(service)},
         {std::string(statekey::backupState), rulesAreLoaded},
-        {std::string(statekey::isBackupNeeded), isWaiting() || backupOrders_ != ordersDone_},
+        {std::string(statekey::isBackupNeeded), needsBackup()},
         {std::string(statekey::paused), isPaused()},
         {std::string(statekey::recoverMode), settings_.recoverMode},
         {std::string(statekey::lowerPriorityMode), settings_.lowerPriorityMode},
@@ -273,6 +280,11 @@ BackupTotals DaemonState::currentTotals() const {
     totals.backedUp += done;
     totals.pending -= done;
     return totals;
+}
+
+bool DaemonState::needsBackup() const {
+    const bool isMoreWaiting = isWaiting() && scan_->waiting.count + scan_->otherWaiting > unread_;
+    return isMoreWaiting || backupOrders_ != ordersDone_;
 }
 
 bool DaemonState::isWaiting() const {

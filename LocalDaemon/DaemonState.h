@@ -80,6 +80,8 @@ public:
     void orderBackup();
     [[nodiscard]] std::uint64_t backupOrders() const;
     void takeOrdersDone(std::uint64_t orders);
+    // So many of those that wait could not be read by the last backup: they call for none.
+    void noteUnread(std::uint64_t count);
     // As they are now; never null.
     [[nodiscard]] Rules rules() const;
     [[nodiscard]] Settings settings() const;
@@ -126,6 +128,7 @@ private:
     [[nodiscard]] FileTotals currentlyFound() const { return scan_ ? scan_->totals : FileTotals(); }
     [[nodiscard]] BackupTotals currentTotals() const;
     [[nodiscard]] bool isWaiting() const;
+    [[nodiscard]] bool needsBackup() const;
     [[nodiscard]] BackupNeed currentNeed() const;
     [[nodiscard]] std::uint32_t ownServiceState() const;
     [[nodiscard]] std::uint32_t currentServiceState() const;
@@ -162,6 +165,7 @@ private:
     RestoreProgress restore_;
     std::uint64_t backupOrders_ = 0;
     std::uint64_t ordersDone_ = 0;
+    std::uint64_t unread_ = 0;
 };
 
 } // namespace kelvane

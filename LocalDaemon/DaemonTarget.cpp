@@ -187,7 +187,7 @@ std::uint32_t DaemonTarget::restoreFile(const Value& source, const Value& destin
                                         std::uint32_t priority) {
     PathEntrance entrance(fileSystem_->volumes());
     std::optional<std::string> from = entrance.realPath(source.stringValue());
-    const std::optional<std::string> to = entrance.realPath(destination.stringValue());
+    const std::optional<std::string> to = entrance.pathWithoutLinks(destination.stringValue());
     if (!from || !to) {
         KelvaneSystemLog("%@ cannot be restored to %@: there is no such path.", source, destination);
         return 0;

@@ -143,7 +143,8 @@ void LocalDaemon::makeRestores() {
 // A key is made only where there is nothing yet that an older one opens. Without one the backup fails, and
 // says so by itself.
 void LocalDaemon::makeKey() {
-    if (!keeper_->index()->repositoryId().empty())
+    const bool hasPlace = !state_->configuration().repository.location.empty();
+    if (!hasPlace || !keeper_->index()->repositoryId().empty())
         return;
     const std::string& path = state_->configuration().repository.passwordFile;
     bool isNew = false;

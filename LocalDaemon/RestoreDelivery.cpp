@@ -94,6 +94,7 @@ void RestoreDelivery::deliverFolder(const BackupIndex::Item& folder, const std::
         return fail(path, reason);
     const std::string staged = stagedPath(folder.snapshot, path);
     const FolderMetadata metadata(staged);
+    metadata.openStaged();
     for (const BackupIndex::Item& child : index_.children(folder)) {
         if (stop_.isSet())
             return;

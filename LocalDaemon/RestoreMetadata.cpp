@@ -40,6 +40,12 @@ FileDescriptor openFolder(const std::string& path) {
 FolderMetadata::FolderMetadata(const std::string& folder)
     : folder_(folder), isThere_(::lstat(folder.c_str(), &status_) == 0) {}
 
+void FolderMetadata::openStaged() const {
+    if (isThere_ && S_ISDIR(status_.st_mode))
+        static_cast<void>(
+            ::chmod(folder_.c_str(), (status_.st_mode & allBits) | S_IRWXU)); // else moving fails
+}
+
 std::string FolderMetadata::applyTo(const std::string& folder) const {
     if (!isThere_)
         return "it has not come out of the backup";

@@ -11,6 +11,9 @@ class FolderMetadata {
 public:
     explicit FolderMetadata(const std::string& folder);
 
+    // Lets its owner take out what is in the folder itself, whatever mode was saved. When that is not
+    // possible, taking out fails and says so.
+    void openStaged() const;
     // An owner that only root may give stays as it is. Empty, or why it failed.
     [[nodiscard]] std::string applyTo(const std::string& folder) const;
 

@@ -6,7 +6,7 @@ namespace kelvane {
 namespace {
 
 // restic compares every name on the way with every pattern.
-constexpr std::size_t mostPatterns = 500;
+constexpr std::size_t mostPatterns = 500;          // of one call
 constexpr std::size_t mostArgumentBytes = 100'000; // a single argument may have 128 KiB, all of them 2 MiB
 
 // A snapshot that holds a folder holds all of its contents that the index counts to it, and no newer one can
@@ -26,11 +26,8 @@ void addToPlan(SnapshotPaths& plan, const BackupIndex& index, const BackupIndex:
     if (item.snapshot != 0)
         added[item.snapshot].push_back(index.pathOf(item));
     addOlder(added, index, item);
-    for (auto& [snapshot, paths] : added) {
-        if (paths.size() > mostPatterns)
-            paths.assign(1, index.pathOf(item));
+    for (const auto& [snapshot, paths] : added)
         plan[snapshot].insert(plan[snapshot].end(), paths.begin(), paths.end());
-    }
 }
 
 std::vector<std::vector<std::string>> includeArguments(const std::vector<std::string>& paths) {

@@ -36,14 +36,15 @@ TEST(RestorePlan, AsksEachSnapshotForWhatNoNewerOneHolds) {
     EXPECT_EQ(plan, (SnapshotPaths{{1, {"/a/gone/1"}}}));
 }
 
-TEST(RestorePlan, AsksForAWholeFolderRatherThanForThousandsOfFilesAndInCallsThatTheSystemTakes) {
+TEST(RestorePlan, AsksForEachFileOnceAndInCallsThatTheSystemTakes) {
     std::vector<SnapshotItem> many{item("/a", true)};
     for (int number = 0; number < 2000; ++number)
         many.push_back(item("/a/" + std::string(200, 'x') + std::to_string(number), false));
     const BackupIndex index = indexOf({many, {item("/a", true)}});
     SnapshotPaths plan;
     addToPlan(plan, index, *index.find("/a"));
-    EXPECT_EQ(plan, (SnapshotPaths{{1, {"/a"}}, {2, {"/a"}}}));
+    EXPECT_EQ(plan[1].size(), 2000U) << "the rest of the folder is in the newer one";
+    EXPECT_EQ(plan[2], std::vector<std::string>{"/a"});
 
     std::vector<std::string> paths;
     for (const SnapshotItem& each : many)

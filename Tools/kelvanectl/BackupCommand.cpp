@@ -14,6 +14,7 @@ namespace kelvane::ctl {
 namespace {
 
 // The service states in which a backup is on its way, or would be as soon as something has changed.
+constexpr std::uint32_t backupPending = 5;
 constexpr std::uint32_t workingStates[] = {3, 4, 5, 6, 7, 8};
 
 struct Look {
@@ -74,6 +75,9 @@ ExitStatus runBackup(CommandLine& line) {
         status = waitForEnd(line, look);
     if (status == ExitStatus::Success && !look.isAtWork())
         status = refuse(look);
+    else if (status == ExitStatus::Success && waits && look.serviceState == backupPending)
+        status =
+            complain(ExitStatus::Incomplete, "some files could not be read; the daemon's log names them");
     if (status != ExitStatus::Success || !line.settings().json)
         return status;
     return finishWith(jsonText(
