@@ -65,6 +65,9 @@ void BackupRunner::stop() {
 
 void BackupRunner::noteNeed(const BackupNeed& need) {
     const std::scoped_lock guard(mutex_);
+    // Another priority is for the whole of a backup: the one that runs begins again with it.
+    if (current_ && isAdding_ && need.hasLowerPriority != need_.hasLowerPriority)
+        current_->set();
     isUrgent_ = isUrgent_ || (need.mayAdd && !need_.mayAdd);
     need_ = need;
     isNoted_ = true;

@@ -1,10 +1,15 @@
 #include "LocalDaemon/LocalDaemon.h"
 
+#include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/DaemonTarget.h"
+#include "Platform/SpecialFolders.h"
 #include "Support/Logging.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <system_error>
 
 namespace kelvane {
@@ -37,6 +42,8 @@ std::string LocalDaemon::start() {
     claim_.emplace(options_.socketPath);
     if (!claim_->refusal().empty())
         return claim_->refusal();
+    if (const std::string refusal = claimSettings(); !refusal.empty())
+        return refusal;
     makeWorld();
     if (!options_.fileSystem->isDirectory(state_->configuration().home))
         return "cannot find the folder " + state_->configuration().home;
@@ -68,6 +75,19 @@ std::string LocalDaemon::start() {
     return {};
 }
 
+// Settings, index and jobs are one daemon's: two would write over each other's. Where there is no place for a
+// lock there is none for them either, which is told of when they are written.
+std::string LocalDaemon::claimSettings() {
+    const std::string path = options_.settingsPath + ".lock";
+    if (!ensureFolder(std::string(folderOf(path))))
+        return {};
+    settingsLock_ =
+        FileDescriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
+    const bool isTaken = settingsLock_ && ::flock(settingsLock_.get(), LOCK_EX | LOCK_NB) != 0;
+    return isTaken && errno == EWOULDBLOCK ? "Another daemon keeps its settings in " + options_.settingsPath
+                                           : "";
+}
+
 void LocalDaemon::stop() {
     refresh_.stop();
     if (state_) {
@@ -92,6 +112,7 @@ void LocalDaemon::stop() {
     nodes_.reset();
     state_.reset();
     tree_.reset();
+    settingsLock_ = {};
     claim_.reset(); // last: until now nobody else may serve here
 }
 

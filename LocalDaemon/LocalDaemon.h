@@ -8,6 +8,7 @@
 #include "LocalDaemon/PaneServer.h"
 #include "LocalDaemon/RestoreQueue.h"
 #include "LocalDaemon/SettingsStore.h"
+#include "Platform/FileDescriptor.h"
 #include "Platform/SocketClaim.h"
 
 #include <chrono>
@@ -55,6 +56,7 @@ public:
     void stop();
 
 private:
+    [[nodiscard]] std::string claimSettings();
     void makeWorld();
     void makeRestores();
     void makeKey();
@@ -65,6 +67,7 @@ private:
     const std::function<void()> terminate_;
 
     std::optional<SocketClaim> claim_;
+    FileDescriptor settingsLock_;
     std::shared_ptr<DaemonState> state_;
     std::shared_ptr<FolderTree> tree_;
     std::shared_ptr<IndexKeeper> keeper_;

@@ -19,6 +19,7 @@ constexpr DataFile dataFiles[] = {
     {configurationFolder, "com.kelvane.preferences.plist.damaged"},
     {stateFolder, "kelvane/local-daemon-state.plist"},
     {stateFolder, "kelvane/local-daemon-state.plist.damaged"},
+    {stateFolder, "kelvane/local-daemon-state.plist.lock"},
     {stateFolder, "kelvane/local-daemon-index"},
     {stateFolder, "kelvane/local-daemon-restores"},
     {stateFolder, "kelvane/daemon.log"},
