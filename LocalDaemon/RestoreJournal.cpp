@@ -2,6 +2,7 @@
 
 #include "Common/RestoreStatus.h"
 #include "Foundation/PathComponents.h"
+#include "LocalDaemon/DamagedFile.h"
 #include "Platform/FileContents.h"
 #include "Platform/SpecialFolders.h"
 #include "Support/Logging.h"
@@ -133,6 +134,14 @@ std::string textOf(const RestoreJournal::Contents& contents) {
     return text;
 }
 
+RestoreJournal::Contents contentsOf(const Data& bytes) {
+    RestoreJournal::Contents contents;
+    std::istringstream lines(std::string(bytes.begin(), bytes.end()));
+    for (std::string line; std::getline(lines, line);)
+        takeLine(contents, fieldsOf(line));
+    return contents;
+}
+
 std::string reasonText() {
     return std::generic_category().message(errno);
 }
@@ -141,26 +150,36 @@ std::string reasonText() {
 
 RestoreJournal::Contents RestoreJournal::open() {
     const std::scoped_lock guard(mutex_);
-    Contents contents;
     const FileReading file = readFile(path_, largestFile);
-    if (!file.succeeded() && file.error != ENOENT)
-        KelvaneSystemLog("The restore jobs cannot be read: %@", file.reason);
-    std::istringstream lines(std::string(file.bytes.begin(), file.bytes.end()));
-    for (std::string line; std::getline(lines, line);)
-        takeLine(contents, fieldsOf(line));
-
-    const std::string text = textOf(contents);
-    const bool hasFolder = ensureFolder(deleteLastPathComponent(path_));
-    const FileOutcome outcome = replaceFileAtomically(
-        path_, {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()}, privateMode);
-    if (!hasFolder || !outcome.succeeded())
-        KelvaneSystemLog("The restore jobs cannot be written: %@", outcome.reason);
-    file_.reset(::open(path_.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC | O_NOFOLLOW));
+    if (!file.succeeded() && file.error != ENOENT && !setAside(path_, file.reason))
+        return {}; // the only copy of the jobs is not written over
+    if (!ensureFolder(deleteLastPathComponent(path_)))
+        KelvaneSystemLog("There is no folder for %@.", path_);
+    Contents contents = contentsOf(file.bytes);
+    rewrite(contents);
     return contents;
 }
 
+void RestoreJournal::tidyUp() {
+    const FileReading file = readFile(path_, largestFile);
+    if (file.succeeded())
+        return rewrite(contentsOf(file.bytes));
+    KelvaneSystemLog("The restore jobs cannot be tidied up: %@", file.reason);
+    tidyAt_ *= 2;
+}
+
+void RestoreJournal::rewrite(const Contents& contents) {
+    const std::string text = textOf(contents);
+    const FileOutcome outcome = replaceFileAtomically(
+        path_, {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()}, privateMode);
+    if (!outcome.succeeded())
+        KelvaneSystemLog("The restore jobs cannot be written: %@", outcome.reason);
+    tidyAt_ = outcome.succeeded() ? 2 * static_cast<off_t>(text.size()) + spareSize : 2 * tidyAt_;
+    file_.reset(::open(path_.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC | O_NOFOLLOW));
+}
+
 bool RestoreJournal::add(const RestoreJob& job) {
-    return append(fieldsOf(job));
+    return append(fieldsOf(job), Flush::Yes);
 }
 
 void RestoreJournal::end(std::uint32_t id, const Ended& ended) {
@@ -175,23 +194,27 @@ void RestoreJournal::stagingGone(const std::string& folder) {
     static_cast<void>(append({"gone", folder}));
 }
 
-bool RestoreJournal::append(const Fields& fields) {
+bool RestoreJournal::append(const Fields& fields, Flush flush) {
     const std::scoped_lock guard(mutex_);
-    const bool isWritten = appendText(lineOf(fields));
+    const bool isWritten = appendText(lineOf(fields), flush);
     if (!isWritten)
         KelvaneSystemLog("A line cannot be added to %@: %@", path_, reasonText());
+    else if (::lseek(file_.get(), 0, SEEK_END) > tidyAt_)
+        tidyUp();
     return isWritten;
 }
 
-// What a full disk has taken of it is taken back, so that the next line is not joined to it.
-bool RestoreJournal::appendText(const std::string& text) {
+// What a full disk has taken of it is taken back, so that the next line is not joined to it; so is a line
+// that has not reached the disk, since its job is refused.
+bool RestoreJournal::appendText(const std::string& text, Flush flush) {
     const off_t before = ::lseek(file_.get(), 0, SEEK_END);
     const ssize_t written = ::write(file_.get(), text.data(), text.size());
-    if (written == static_cast<ssize_t>(text.size()))
+    const bool isWhole = written == static_cast<ssize_t>(text.size());
+    if (isWhole && (flush == Flush::No || ::fdatasync(file_.get()) == 0))
         return true;
-    const int error = written < 0 ? errno : ENOSPC;
+    const int error = written < 0 || isWhole ? errno : ENOSPC;
     if (before >= 0 && written > 0 && ::ftruncate(file_.get(), before) != 0)
-        KelvaneSystemLog("A half line stays in %@.", path_);
+        KelvaneSystemLog("A line that does not count stays in %@.", path_);
     errno = error;
     return false;
 }

@@ -8,12 +8,14 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 namespace kelvane {
 
 // The restore jobs as a file, so that the death of the daemon loses none: a line for everything that happens,
-// written before it counts. Opening it tidies it up. Any thread; the calls block on the disk.
+// written before it counts, a new job also flushed to the disk. Opening it tidies it up, and so does its
+// growing to more than twice of what was needed. Any thread; the calls block on the disk.
 //
 // A line that cannot be written is logged. A job whose end is not written down is done again after the next
 // start, which does no harm.
@@ -32,7 +34,8 @@ public:
 
     explicit RestoreJournal(std::string path) : path_(std::move(path)) {}
 
-    // Once, before anything else. None when there is no file; lines that make no sense are left out.
+    // Once, before anything else. None when there is no file; lines that make no sense are left out. A file
+    // that cannot be read is set aside as "<path>.damaged"; where that fails too, no job can be added.
     [[nodiscard]] Contents open();
 
     // False: it is not written down.
@@ -44,12 +47,19 @@ public:
 private:
     using Fields = std::vector<std::string>;
 
-    [[nodiscard]] bool append(const Fields& fields);
-    [[nodiscard]] bool appendText(const std::string& text);
+    enum class Flush { No, Yes };
+    static constexpr off_t spareSize = off_t{1} << 20U; // bytes that it may grow by at least
+
+    [[nodiscard]] bool append(const Fields& fields, Flush flush = Flush::No);
+    // With the mutex held.
+    [[nodiscard]] bool appendText(const std::string& text, Flush flush);
+    void tidyUp();
+    void rewrite(const Contents& contents);
 
     const std::string path_;
     std::mutex mutex_; // guards what follows
     FileDescriptor file_;
+    off_t tidyAt_ = spareSize; // bytes
 };
 
 } // namespace kelvane

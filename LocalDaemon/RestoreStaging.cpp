@@ -63,6 +63,10 @@ StagingPlace stagingPlaceFor(const std::string& target, bool isFolder) {
 
 bool removeStaging(const std::string& folder) {
     std::error_code error;
+    if (!std::filesystem::is_directory(folderOf(folder), error)) {
+        KelvaneSystemLog("What is left of a restore cannot be reached: %@", folder);
+        return false;
+    }
     if (std::filesystem::remove_all(folder, error); !error)
         return true;
     openUp(folder);

@@ -25,7 +25,8 @@ struct StagingPlace {
 [[nodiscard]] StagingPlace stagingPlaceFor(const std::string& target, bool isFolder);
 
 // Removes a folder with all that is in it, also what nobody may write in. Follows no link. False, and the
-// first reason is logged, when something is left.
+// first reason is logged, when something is left, or may be: the folder around it is not there, as on a disk
+// that is not mounted.
 bool removeStaging(const std::string& folder);
 
 // How many bytes a file system still takes from this user.

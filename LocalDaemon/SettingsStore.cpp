@@ -2,13 +2,12 @@
 
 #include "Foundation/BinaryPropertyList.h"
 #include "Foundation/PathComponents.h"
+#include "LocalDaemon/DamagedFile.h"
 #include "Platform/FileContents.h"
 #include "Platform/SpecialFolders.h"
 #include "Support/Logging.h"
 
 #include <cerrno>
-#include <cstdio>
-#include <system_error>
 
 namespace kelvane {
 namespace {
@@ -17,6 +16,12 @@ namespace {
 constexpr std::size_t largestFile = std::size_t{4} << 20U;
 constexpr mode_t privateMode = 0600;
 
+Settings insteadOfDamaged(const std::string& path, const std::string& reason) {
+    if (!setAside(path, reason))
+        KelvaneSystemLog("The next change of the settings takes its place.");
+    return {};
+}
+
 } // namespace
 
 Settings SettingsStore::load() {
@@ -24,15 +29,11 @@ Settings SettingsStore::load() {
     const FileReading file = readFile(path_, largestFile);
     if (file.error == ENOENT)
         return {};
-    if (!file.succeeded()) {
-        setAside(file.reason);
-        return {};
-    }
+    if (!file.succeeded())
+        return insteadOfDamaged(path_, file.reason);
     const PropertyListReading list = readBinaryPropertyList(file.bytes);
-    if (!list.value.isDictionary()) {
-        setAside(list.succeeded() ? "it holds no dictionary" : list.error);
-        return {};
-    }
+    if (!list.value.isDictionary())
+        return insteadOfDamaged(path_, list.succeeded() ? "it holds no dictionary" : list.error);
     return settingsFromValue(list.value);
 }
 
@@ -50,18 +51,6 @@ std::string SettingsStore::save(const Settings& settings, std::uint64_t version)
     if (outcome.succeeded())
         savedVersion_ = version;
     return outcome.reason;
-}
-
-void SettingsStore::setAside(const std::string& reason) const {
-    const std::string aside = path_ + ".damaged";
-    if (std::rename(path_.c_str(), aside.c_str()) == 0)
-        KelvaneSystemLog(
-            "The settings in %@ cannot be read (%@). They are set aside as %@, and the defaults are used.",
-            path_, reason, aside);
-    else
-        KelvaneSystemLog(
-            "The settings in %@ can neither be read (%@) nor set aside (%@); the defaults are used.", path_,
-            reason, std::generic_category().message(errno));
 }
 
 } // namespace kelvane

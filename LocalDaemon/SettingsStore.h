@@ -23,8 +23,6 @@ public:
     [[nodiscard]] std::string save(const Settings& settings, std::uint64_t version);
 
 private:
-    void setAside(const std::string& reason) const;
-
     const std::string path_;
     std::mutex mutex_;
     std::uint64_t savedVersion_ = 0;

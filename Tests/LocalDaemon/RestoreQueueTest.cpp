@@ -264,5 +264,34 @@ TEST_F(RestoreQueueTest, AJobOutlivesTheDaemonAndWhatAKilledOneLeftIsTakenAway) 
     EXPECT_EQ(add(home("a"), folder_ / "b"), job + 1);
 }
 
+TEST_F(RestoreQueueTest, NoNoteIsLostToADamagedFileToADiskThatIsAwayOrToTidyingUp) {
+    const std::string path = folder_ / "state/jobs";
+    const std::string staging = folder_ / "disk/.kelvane-restore-9";
+    folder_.write("state/elsewhere", "job\t7\t0\t50\t/a\t/b\t\n");
+    fs::create_symlink("elsewhere", path); // which is refused
+    {
+        RestoreJournal journal(path);
+        EXPECT_TRUE(journal.open().waiting.empty());
+        EXPECT_EQ(folder_.read("state/jobs.damaged"), "job\t7\t0\t50\t/a\t/b\t\n");
+        EXPECT_TRUE(journal.add({3, 0, 50, "/a", "/b"}));
+        journal.end(3, {restorestatus::incomplete, {"why"}});
+        journal.stagingMade(staging);
+        const std::string longName(100'000, 'x');
+        for (int round = 0; round < 20; ++round) {
+            journal.stagingMade(longName);
+            journal.stagingGone(longName);
+        }
+        EXPECT_LT(fs::file_size(path), 2'000'000U);
+    }
+    start(copying());
+    EXPECT_EQ(queue_->failures(3), "why\n");
+    queue_.reset(); // the disk was away
+    fs::create_directories(staging);
+    start(copying());
+    EXPECT_FALSE(fs::exists(staging));
+    queue_.reset();
+    EXPECT_TRUE(RestoreJournal(path).open().stagingFolders.empty());
+}
+
 } // namespace
 } // namespace kelvane::tests
