@@ -35,6 +35,8 @@ Arrival arrivalIn(const std::string& stagingFolder, const BackupIndex& index) {
             continue;
         arrival.bytes += static_cast<std::uint64_t>(status.st_size);
         const std::size_t own = path.find('/', stagingFolder.size() + 1); // behind the snapshot's number
+        if (own == std::string::npos)
+            continue; // somebody else's
         const BackupIndex::Item* const item = index.find(std::string_view(path).substr(own));
         if (!item ||
             (item->kind == ItemKind::File && static_cast<std::uint64_t>(status.st_size) < item->size))
