@@ -2,6 +2,7 @@
 
 #include "Foundation/Format.h"
 #include "LocalDaemon/CleanPath.h"
+#include "LocalDaemon/Repository.h"
 #include "LocalDaemon/RestoreStaging.h"
 #include "Support/Logging.h"
 
@@ -118,8 +119,11 @@ void RestoreRun::fetchAndDeliver(const std::string& staging, const Pieces& piece
         if (!fetching.isPassing)
             break;
         KelvaneSystemLog("Restoring waits until the backup can be reached: %@", fetching.failure);
-        if (waitUnlessStopped(wait, tools_.stop))
-            fetching = fetch(plan, staged);
+        if (fetching.isLocked)
+            clearStaleLocks();
+        if (!waitUnlessStopped(wait, tools_.stop))
+            break;
+        fetching = fetch(plan, staged);
     }
     if (!fetching.failure.empty())
         fail(pieces, fetching.failure);
@@ -127,6 +131,13 @@ void RestoreRun::fetchAndDeliver(const std::string& staging, const Pieces& piece
         deliver(staged, pieces);
     if (removeStaging(staging))
         tools_.journal.stagingGone(staging);
+}
+
+void RestoreRun::clearStaleLocks() const {
+    constexpr std::uint32_t anyComputer = 0; // locks have no tag
+    const Repository repository(tools_.restic, anyComputer);
+    if (const ResticOutcome outcome = repository.clearStaleLocks(tools_.stop); !outcome.succeeded())
+        KelvaneSystemLog("The locks of the backup cannot be looked through: %@", outcome.errors);
 }
 
 void RestoreRun::deliver(const RestoreDelivery::Staged& staged, const Pieces& pieces) {
@@ -139,7 +150,9 @@ void RestoreRun::deliver(const RestoreDelivery::Staged& staged, const Pieces& pi
 }
 
 RestoreRun::Fetching RestoreRun::fetch(const SnapshotPaths& plan, RestoreDelivery::Staged& staged) const {
-    if (!removeStaging(staged.folder) || ::mkdir(staged.folder.c_str(), ownersFolder) != 0)
+    if (!removeStaging(staged.folder))
+        return {staged.folder + " cannot be made anew"};
+    if (::mkdir(staged.folder.c_str(), ownersFolder) != 0)
         return {staged.folder + ": " + std::generic_category().message(errno)};
     std::string errors;
     bool isPassing = false;
@@ -168,9 +181,9 @@ RestoreRun::Fetching RestoreRun::callRestic(std::vector<std::string> arguments, 
     call.patience = forEver; // the watch is the one to lose it
     call.grace = grace;
     std::string said;
-    call.onErrorLine = [&said](std::string_view line) {
+    call.onErrorLine = [&](std::string_view line) {
         if (said.size() < mostErrorBytes)
-            said.append(line).append("\n");
+            said.append(tools_.restic->withoutSecrets(std::string(line))).append("\n");
     };
     const ArrivalWatch watch(
         {staging, *tools_.index, tools_.stop, [this](const Arrival& arrival) { countArrival(arrival); }});
@@ -179,7 +192,8 @@ RestoreRun::Fetching RestoreRun::callRestic(std::vector<std::string> arguments, 
         return {};
     errors += said;
     const bool hasDoneItsBest = said.find(doneWithErrors) != std::string::npos;
-    return {hasDoneItsBest ? "" : lastLine(outcome.errors), isPassing(outcome)};
+    return {hasDoneItsBest ? "" : lastLine(outcome.errors), isPassing(outcome),
+            outcome.trouble == ResticTrouble::Locked};
 }
 
 void RestoreRun::fail(const Pieces& pieces, const std::string& reason) {

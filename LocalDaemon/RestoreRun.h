@@ -18,8 +18,8 @@ namespace kelvane {
 // Does some jobs together: has restic bring what they want into staging folders, and delivers it from there.
 // Belongs to one thread, which it blocks.
 //
-// While the repository cannot be reached, restic is called again; what is missing after the last wait has
-// failed. Stopped, it leaves whole files and no staging folder.
+// While the repository cannot be reached, restic is called again, and locks of the dead are taken away; what
+// is missing after the last wait has failed. Stopped, it leaves whole files and no staging folder.
 class RestoreRun {
 public:
     struct Tools {
@@ -50,10 +50,12 @@ private:
     void addPiece(const Piece& piece);
     void runGroup(const std::string& folder, const Pieces& pieces, const std::string& stagingName);
     void fetchAndDeliver(const std::string& staging, const Pieces& pieces);
+    void clearStaleLocks() const;
     void deliver(const RestoreDelivery::Staged& staged, const Pieces& pieces);
     struct Fetching {
         std::string failure;    // empty: what could come has come
         bool isPassing = false; // it may go better in a while
+        bool isLocked = false;  // by somebody who may be dead
     };
     [[nodiscard]] Fetching fetch(const SnapshotPaths& plan, RestoreDelivery::Staged& staged) const;
     [[nodiscard]] Fetching callRestic(std::vector<std::string> arguments, const std::string& staging,

@@ -293,5 +293,18 @@ TEST_F(RestoreQueueTest, NoNoteIsLostToADamagedFileToADiskThatIsAwayOrToTidyingU
     EXPECT_TRUE(RestoreJournal(path).open().stagingFolders.empty());
 }
 
+TEST_F(RestoreQueueTest, TheLockOfADeadProcessDoesNotHoldARestoreUp) {
+    folder_.write("home/a", "1");
+    folder_.pretendBackUp();
+    const std::string freed = folder_ / "freed";
+    start(script("case $1 in list) echo id; exit;; unlock) touch " + freed +
+                 R"(; exit;;
+cat) echo "{\"hostname\":\"$(uname -n)\",\"pid\":2147483647}"; exit;; esac
+if [ ! -e )" + freed +
+                 R"( ]; then echo 'Fatal: repository is already locked' >&2; exit 1; fi
+)" + copyScript));
+    EXPECT_EQ(queue_->status(restore(home("a"), folder_ / "b")), restorestatus::finished);
+}
+
 } // namespace
 } // namespace kelvane::tests
