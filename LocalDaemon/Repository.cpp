@@ -19,6 +19,10 @@ constexpr std::int64_t ageOfForgottenLock = std::int64_t{20} * 60;
 // It works through the whole repository without a word.
 constexpr std::chrono::hours timeToTidyUp{6};
 
+// restic prints the list of all snapshots as one line, with every path that each was asked to save, and those
+// of one snapshot in the first line of its listing. A thousand snapshots of a thousand paths fit.
+constexpr std::size_t longestAnswer = std::size_t{1} << 28U;
+
 std::string hostName() {
     std::array<char, 256> name{};
     ::gethostname(name.data(), name.size() - 1);
@@ -34,6 +38,17 @@ bool looksForgotten(const RepositoryLock& lock) {
     return std::chrono::duration_cast<std::chrono::seconds>(now).count() - lock.time > ageOfForgottenLock;
 }
 
+// An answer that is not whole must never pass for one that says "nothing": what is known of the backup would
+// be thrown away.
+ResticOutcome checked(ResticOutcome outcome, bool isAnswer) {
+    if (!outcome.succeeded() || (isAnswer && !outcome.hasLostLine))
+        return outcome;
+    outcome.trouble = ResticTrouble::Failed;
+    outcome.errors.append(outcome.errors.empty() ? "" : "\n")
+        .append(outcome.hasLostLine ? "restic's answer is too long." : "restic's answer cannot be read.");
+    return outcome;
+}
+
 // All lines that it prints, as one text.
 struct Printed {
     ResticOutcome outcome;
@@ -43,11 +58,12 @@ Printed print(const Restic& restic, const std::vector<std::string>& arguments, c
     Printed printed;
     Restic::Call call;
     call.arguments = arguments;
+    call.longestLine = longestAnswer;
     call.onLine = [&printed](std::string_view line) {
         printed.text.append(line).append("\n");
         return true;
     };
-    printed.outcome = restic.run(call, stop);
+    printed.outcome = checked(restic.run(call, stop), true);
     return printed;
 }
 
@@ -74,12 +90,14 @@ Repository::Opening Repository::open(bool mayMake, const StopSignal& stop) const
         wasMade = true;
         config = print(*restic_, {"cat", "config"}, stop);
     }
-    return {config.outcome, textEntry(config.text, "id"), wasMade};
+    const std::string id = textEntry(config.text, "id");
+    return {checked(config.outcome, !id.empty()), id, wasMade};
 }
 
 Repository::Listing Repository::snapshots(const StopSignal& stop) const {
     const Printed list = print(*restic_, {"snapshots", "--json", "--no-lock", "--tag", tag_}, stop);
-    return {list.outcome, snapshotsFrom(list.text, partialTag)};
+    const auto snapshots = snapshotsFrom(list.text, partialTag);
+    return {checked(list.outcome, snapshots.has_value()), snapshots.value_or(std::vector<Snapshot>())};
 }
 
 Repository::Contents Repository::list(const std::string& snapshotId,
@@ -88,6 +106,7 @@ Repository::Contents Repository::list(const std::string& snapshotId,
     Contents contents;
     Restic::Call call;
     call.arguments = {"ls", "--json", "--no-lock", snapshotId};
+    call.longestLine = longestAnswer;
     call.onLine = [&](std::string_view line) {
         if (auto item = itemFrom(line))
             take(std::move(*item));
@@ -95,7 +114,8 @@ Repository::Contents Repository::list(const std::string& snapshotId,
             contents.snapshot = *snapshot;
         return true;
     };
-    contents.outcome = restic_->run(call, stop);
+    const ResticOutcome outcome = restic_->run(call, stop);
+    contents.outcome = checked(outcome, !contents.snapshot.id.empty());
     return contents;
 }
 

@@ -84,13 +84,14 @@ ResticOutcome Restic::run(const Call& call, const StopSignal& stop) const {
     program.input = call.input;
     program.onLine = call.onLine;
     program.onErrorLine = call.onErrorLine;
+    program.longestLine = call.longestLine;
     program.patience = call.patience;
     program.grace = call.grace;
     program.hasLowerPriority = call.hasLowerPriority;
     const ChildOutcome child = kelvane::run(program, stop);
     const ResticOutcome outcome{troubleOf(child),
                                 child.end == ChildOutcome::End::Exited && child.status == someFilesUnread,
-                                withoutSecrets(child.errors)};
+                                withoutSecrets(child.errors), child.hasLostLine};
     KelvaneCLog("restic %@: exit %d. %@", call.arguments.front(), child.status, outcome.errors);
     return outcome;
 }

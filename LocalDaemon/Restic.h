@@ -34,6 +34,7 @@ struct ResticOutcome {
     ResticTrouble trouble = ResticTrouble::None;
     bool isIncomplete = false; // a snapshot was made, but some files could not be read
     std::string errors;        // the end of what restic said, in which no secret stands
+    bool hasLostLine = false;  // it printed one that was longer than the call takes
 
     [[nodiscard]] bool succeeded() const { return trouble == ResticTrouble::None; }
 };
@@ -49,6 +50,7 @@ public:
         std::string input;
         std::function<bool(std::string_view)> onLine = [](std::string_view) { return true; };
         std::function<void(std::string_view)> onErrorLine = [](std::string_view) {};
+        std::size_t longestLine = std::size_t{1} << 20U; // bytes; a longer one is left out
         // restic tries an unreachable place again and again for a quarter of an hour; nobody waits that long.
         std::chrono::milliseconds patience = std::chrono::minutes(2);
         std::chrono::milliseconds grace = std::chrono::seconds(10); // that it has to end when it is stopped

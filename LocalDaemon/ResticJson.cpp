@@ -167,14 +167,15 @@ std::string textEntry(std::string_view json, const char* key) {
     return textOf(parsed(json), key);
 }
 
-std::vector<Snapshot> snapshotsFrom(std::string_view json, std::string_view partialTag) {
-    std::vector<Snapshot> snapshots;
+std::optional<std::vector<Snapshot>> snapshotsFrom(std::string_view json, std::string_view partialTag) {
     const Json list = parsed(json);
     if (!list.is_array())
-        return snapshots;
+        return std::nullopt;
+    std::vector<Snapshot> snapshots;
     for (const Json& each : list)
         snapshots.push_back(snapshotOf(each, partialTag));
-    std::erase_if(snapshots, [](const Snapshot& each) { return each.id.empty(); });
+    if (std::ranges::any_of(snapshots, [](const Snapshot& each) { return each.id.empty(); }))
+        return std::nullopt;
     std::ranges::stable_sort(snapshots, {}, &Snapshot::time);
     return snapshots;
 }

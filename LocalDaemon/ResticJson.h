@@ -17,7 +17,9 @@ namespace kelvane {
 // An entry of an object.
 [[nodiscard]] std::string textEntry(std::string_view json, const char* key);
 
-[[nodiscard]] std::vector<Snapshot> snapshotsFrom(std::string_view json, std::string_view partialTag);
+// The oldest first. None when it is no list of snapshots, which is another thing than an empty one.
+[[nodiscard]] std::optional<std::vector<Snapshot>> snapshotsFrom(std::string_view json,
+                                                                 std::string_view partialTag);
 
 // A line of a listing is one of the two.
 [[nodiscard]] std::optional<Snapshot> snapshotFrom(std::string_view line);

@@ -22,7 +22,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr std::size_t longestLine = std::size_t{1} << 20U;
+constexpr std::size_t longestErrorLine = std::size_t{1} << 20U;
 constexpr std::size_t errorsKept = 4096; // bytes
 constexpr int lowestPriority = 19;
 // From linux/ioprio.h, which not every system installs.
@@ -112,29 +112,29 @@ void setSignals() {
 // What arrives in a pipe, line by line.
 class Lines {
 public:
-    explicit Lines(FileDescriptor pipe) : pipe_(std::move(pipe)) {
+    Lines(FileDescriptor pipe, std::size_t longest) : pipe_(std::move(pipe)), longest_(longest) {
         ::fcntl(pipe_.get(), F_SETFL, ::fcntl(pipe_.get(), F_GETFL) | O_NONBLOCK);
     }
 
     [[nodiscard]] int descriptor() const { return pipe_.get(); }
-    // Hands over what is there; closes at the end.
+    [[nodiscard]] bool hasLost() const { return hasLost_; }
+    // Hands over some of what is there, so that who reads a fast writer has time for other things; closes at
+    // the end. False: there is nothing more for now.
     template <class Take>
-    void readInto(Take take) {
+    bool readInto(Take take) {
         std::array<char, 65536> bytes{};
-        for (;;) {
-            const ssize_t count = pipe_ ? ::read(pipe_.get(), bytes.data(), bytes.size()) : 0;
-            if (count < 0 && errno == EINTR)
-                continue;
-            if (count < 0 && errno == EAGAIN)
-                return;
-            if (count <= 0)
-                break;
+        const ssize_t count = pipe_ ? ::read(pipe_.get(), bytes.data(), bytes.size()) : 0;
+        if (count < 0 && (errno == EINTR || errno == EAGAIN))
+            return errno == EINTR;
+        if (count > 0) {
             split({bytes.data(), static_cast<std::size_t>(count)}, take);
+            return true;
         }
         if (!partial_.empty())
             take(std::string_view(partial_));
         partial_.clear();
         pipe_.reset();
+        return false;
     }
 
 private:
@@ -151,7 +151,8 @@ private:
         append(bytes);
     }
     void append(std::string_view bytes) {
-        isTooLong_ = isTooLong_ || partial_.size() + bytes.size() > longestLine;
+        isTooLong_ = isTooLong_ || partial_.size() + bytes.size() > longest_;
+        hasLost_ = hasLost_ || isTooLong_;
         if (isTooLong_)
             partial_.clear();
         else
@@ -159,8 +160,10 @@ private:
     }
 
     FileDescriptor pipe_;
+    std::size_t longest_;
     std::string partial_;
     bool isTooLong_ = false;
+    bool hasLost_ = false;
 };
 
 class Child {
@@ -174,8 +177,10 @@ public:
         lastProgress_ = Clock::now();
         while (!hasEnded_)
             turn();
-        readEverything();
         reap();
+        while (readSome()) { // no more than the pipes hold
+        }
+        outcome_.hasLostLine = output_->hasLost();
         return outcome_;
     }
 
@@ -204,10 +209,12 @@ private:
             return fail(error);
         }
         handle_.reset(static_cast<int>(::syscall(SYS_pidfd_open, id_, 0)));
+        if (!handle_)
+            return abandon(errno); // its end would not be noticed
         input_ = std::move(input->writeEnd);
         ::fcntl(input_.get(), F_SETFL, O_WRONLY | O_NONBLOCK);
-        output_.emplace(std::move(output->readEnd));
-        errors_.emplace(std::move(errors->readEnd));
+        output_.emplace(std::move(output->readEnd), program_.longestLine);
+        errors_.emplace(std::move(errors->readEnd), longestErrorLine);
         return true;
     }
 
@@ -215,6 +222,12 @@ private:
         outcome_.end = ChildOutcome::End::NotStarted;
         outcome_.errors = program_.arguments.front() + ": " + errorText(error);
         return false;
+    }
+
+    bool abandon(int error) {
+        ::kill(id_, SIGKILL);
+        reap();
+        return fail(error);
     }
 
     // One wait for whatever happens next.
@@ -225,7 +238,7 @@ private:
                                      {input_.get(), POLLOUT, 0},
                                      {isEnding_ ? -1 : stop_.descriptor(), POLLIN, 0}}};
         ::poll(waits.data(), waits.size(), static_cast<int>(timeLeft().count()));
-        readEverything();
+        readSome();
         if (waits[3].revents != 0)
             writeInput();
         hasEnded_ = (waits[0].revents & POLLIN) != 0;
@@ -256,17 +269,19 @@ private:
         }
     }
 
-    void readEverything() {
-        output_->readInto([this](std::string_view line) {
+    // False: there is nothing more for now.
+    bool readSome() {
+        const bool isMoreOutput = output_->readInto([this](std::string_view line) {
             if (program_.onLine(line))
                 lastProgress_ = Clock::now();
         });
-        errors_->readInto([this](std::string_view line) {
+        const bool areMoreErrors = errors_->readInto([this](std::string_view line) {
             program_.onErrorLine(line);
             outcome_.errors.append(outcome_.errors.empty() ? "" : "\n").append(line);
             if (outcome_.errors.size() > errorsKept)
                 outcome_.errors.erase(0, outcome_.errors.size() - errorsKept);
         });
+        return isMoreOutput || areMoreErrors;
     }
 
     void writeInput() {

@@ -30,10 +30,12 @@ struct ChildProgram {
     std::vector<std::string> arguments;   // the first one names the program, which is looked for in PATH
     std::vector<std::string> environment; // "NAME=value": beside the caller's own, or instead of it
     std::string input;                    // for its standard input
-    // Each line of its output without the line's end, on the calling thread; one longer than 1 MiB is left
-    // out. True: it has got on with its work.
+    // Each line of its output without the line's end, on the calling thread. True: it has got on with its
+    // work.
     std::function<bool(std::string_view)> onLine = [](std::string_view) { return true; };
     std::function<void(std::string_view)> onErrorLine = [](std::string_view) {};
+    // Bytes; a longer line of its output is left out, which the outcome tells.
+    std::size_t longestLine = std::size_t{1} << 20U;
     std::chrono::milliseconds patience = std::chrono::minutes(2); // it may take that long to get on
     std::chrono::milliseconds grace = std::chrono::seconds(10);   // and that long to end when it is told to
     bool hasLowerPriority = false;                                // than everything else on the machine
@@ -43,10 +45,11 @@ struct ChildOutcome {
     enum class End { Exited, Stopped, Stuck, Crashed, NotStarted };
 
     End end = End::NotStarted;
-    int status = 0;     // of one that exited
-    std::string errors; // the end of what it said on standard error, or why it was not started
+    int status = 0;           // of one that exited
+    std::string errors;       // the end of what it said on standard error, or why it was not started
+    bool hasLostLine = false; // its output had one that was too long
 
-    [[nodiscard]] bool succeeded() const { return end == End::Exited && status == 0; }
+    [[nodiscard]] bool succeeded() const { return end == End::Exited && status == 0 && !hasLostLine; }
 };
 
 // Runs a program to its end. One that is stopped, or that gets on with nothing for as long as the patience

@@ -151,6 +151,38 @@ TEST_F(BackingUp, ForgetsWhatHasGoneForTooLong) {
     EXPECT_EQ(snapshots(), 1U);
 }
 
+// An index that takes half an answer for a whole one forgets what is backed up.
+TEST_F(BackingUp, TakesAnAnswerHoweverLongItIsAndNoneForNone) {
+    RepositoryPlace place;
+    place.program = folders / "restic";
+    const Repository repository(std::make_shared<const Restic>(place), 7);
+    const auto answer = [&](const std::string& text) {
+        folders.write("restic", "#!/bin/sh\ncat '" + folders.write("answer", text) + "'\n");
+        fs::permissions(place.program, fs::perms::owner_all);
+    };
+    const auto lists = [&] {
+        return repository
+            .list(
+                "one", [](SnapshotItem&&) {}, StopSignal())
+            .outcome.succeeded();
+    };
+    const std::string snapshot =
+        R"({"struct_type":"snapshot","id":"one","time":"1970-01-01T00:00:01Z","paths":[")" +
+        std::string(std::size_t{1} << 22U, 'p') + R"("]})";
+    answer('[' + snapshot + "]\n");
+    const Repository::Listing listing = repository.snapshots(StopSignal());
+    EXPECT_TRUE(listing.outcome.succeeded());
+    EXPECT_EQ(listing.snapshots, (std::vector<Snapshot>{{"one", 1, false}}));
+    EXPECT_FALSE(lists());
+    answer(snapshot + "\n");
+    EXPECT_TRUE(lists());
+    EXPECT_FALSE(repository.snapshots(StopSignal()).outcome.succeeded());
+    answer("");
+    EXPECT_FALSE(lists());
+    EXPECT_FALSE(repository.snapshots(StopSignal()).outcome.succeeded());
+    EXPECT_FALSE(repository.open(false, StopSignal()).outcome.succeeded());
+}
+
 // What restic would do with locks of its own accord is more than is safe: it is asked only when all that it
 // would remove is ours and dead.
 TEST_F(BackingUp, RemovesOnlyLocksThatADeadProcessOfThisMachineHasLeft) {

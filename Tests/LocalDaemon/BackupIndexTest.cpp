@@ -100,6 +100,11 @@ TEST(ResticJson, TakesWhatItKnowsAndNothingElse) {
     for (const char* wrong :
          {"", "[]", "null", R"({"type":"fifo","path":"/a"})", R"({"type":"file","path":5})"})
         EXPECT_FALSE(itemFrom(wrong)) << wrong;
+    for (const char* wrong : {"", "null", "{}", R"([{"time":"2001-02-03T12:00:00Z"}])", R"([{"id":"a"})"})
+        EXPECT_FALSE(snapshotsFrom(wrong, "part")) << wrong;
+    EXPECT_EQ(snapshotsFrom("[]", "part"), std::vector<Snapshot>());
+    EXPECT_EQ(snapshotsFrom(R"([{"id":"a","time":"1970-01-01T00:00:01Z","tags":["part"]}])", "part"),
+              (std::vector<Snapshot>{{"a", 1, true}}));
     EXPECT_EQ(backupLineFrom("no JSON").kind, BackupLine::Kind::Other);
     EXPECT_EQ(backupLineFrom(R"({"message_type":"error","item":"/a"})").path, "/a");
 }

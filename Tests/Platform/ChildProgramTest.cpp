@@ -35,6 +35,36 @@ TEST(ChildProgram, TakesInputAndHandsOverWhatItSaysLineByLine) {
     EXPECT_EQ(lines, (std::vector<std::string>{std::string(1U << 18U, 'x'), "second", "value", "no end"}));
 }
 
+TEST(ChildProgram, TellsThatALineWasTooLong) {
+    for (const std::size_t longest : {5U, 6U}) {
+        ChildProgram program = shell("echo 123456; echo short");
+        program.longestLine = longest;
+        std::vector<std::string> lines;
+        program.onLine = [&lines](std::string_view line) {
+            lines.emplace_back(line);
+            return true;
+        };
+        const ChildOutcome outcome = run(program, StopSignal());
+        EXPECT_EQ(outcome.hasLostLine, longest == 5);
+        EXPECT_EQ(outcome.succeeded(), longest == 6);
+        EXPECT_EQ(lines.size(), longest - 4);
+    }
+}
+
+// One that talks without a pause leaves no moment in which there is nothing to read.
+TEST(ChildProgram, StopsOneThatNeverFallsSilent) {
+    ChildProgram program;
+    program.arguments = {"yes"};
+    StopSignal stop;
+    std::size_t lines = 0;
+    program.onLine = [&](std::string_view) {
+        if (++lines == 100'000)
+            stop.set();
+        return true;
+    };
+    EXPECT_EQ(run(program, stop).end, End::Stopped);
+}
+
 TEST(ChildProgram, SaysHowOneEndsThatDoesNotRunToItsEnd) {
     const StopSignal never;
     StopSignal stopped;
