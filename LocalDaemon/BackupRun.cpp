@@ -58,6 +58,7 @@ BackupRun::Result BackupRun::run(const Wanted& wanted, const StopSignal& stop) {
     call.arguments = argumentsFor(wanted);
     call.input = listOf(wanted.targets);
     call.patience = wanted.patience;
+    call.patienceWithRetries = wanted.patienceWithRetries;
     call.hasLowerPriority = wanted.hasLowerPriority;
     call.onLine = [this](std::string_view line) { return takeLine(line); };
     call.onErrorLine = [this](std::string_view line) { takeErrorLine(line); };
@@ -100,9 +101,9 @@ bool BackupRun::takeStatus(std::uint64_t files, std::uint64_t bytes, const std::
 
 void BackupRun::takeErrorLine(std::string_view text) {
     const BackupLine line = backupLineFrom(text);
-    if (line.kind == BackupLine::Kind::Error)
+    if (line.kind == BackupLine::Kind::Error && !line.path.empty())
         return takeUnread(line.path);
-    const bool isRetry = text.find("retrying after") != std::string_view::npos;
+    const bool isRetry = tellsOfRetry(text);
     // The first of very many alike.
     if (!isRetry || activity_.trouble != ServiceState::NoServer)
         KelvaneSystemLog("restic: %@", repository_.restic().withoutSecrets(std::string(text)));

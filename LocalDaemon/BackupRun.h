@@ -21,7 +21,8 @@ public:
         bool isInitial = false;
         FileTotals unchanged; // of what the targets hold: what is saved already
         bool hasLowerPriority = false;
-        std::chrono::milliseconds patience{}; // for so long it may get on with nothing
+        std::chrono::milliseconds patience{};            // for so long it may get on with nothing
+        std::chrono::milliseconds patienceWithRetries{}; // after restic has said that it tries again
     };
     struct Result {
         ResticOutcome outcome;

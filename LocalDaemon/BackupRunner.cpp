@@ -260,6 +260,7 @@ ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, cons
         isPartial ? found : FileTotals{found.count - waiting.count, found.bytes - waiting.bytes};
     wanted.hasLowerPriority = state_->settings().lowerPriorityMode;
     wanted.patience = options_.patience;
+    wanted.patienceWithRetries = options_.patienceWithRetries;
     BackupRun::Result result = BackupRun(*state_, keeper_->repository()).run(wanted, stop);
     if (!result.outcome.succeeded())
         return result.outcome;

@@ -26,8 +26,12 @@ public:
         std::chrono::milliseconds longestWait = std::chrono::minutes(1); // for that, on a restless machine
         std::chrono::milliseconds firstRetry = std::chrono::seconds(10);
         std::chrono::milliseconds longestRetry = std::chrono::minutes(15);
-        std::chrono::milliseconds patience =
-            std::chrono::minutes(5); // with a backup that gets on with nothing
+        // With a backup that gets on with nothing. restic counts what has arrived: five packs at once, each
+        // of 4 MiB and a piece of at most 8, are 60 MiB, which 70 kbit/s bring there in two hours.
+        std::chrono::milliseconds patience = std::chrono::hours(2);
+        // The same when restic has said that it tries again: by then most likely nobody answers. At
+        // 1 Mbit/s five usual packs take three minutes.
+        std::chrono::milliseconds patienceWithRetries = std::chrono::minutes(5);
     };
 
     BackupRunner(std::shared_ptr<DaemonState> state, std::shared_ptr<IndexKeeper> keeper,

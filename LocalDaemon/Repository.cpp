@@ -132,6 +132,7 @@ ResticOutcome Repository::forget(std::chrono::days keep, const StopSignal& stop)
                       "1",
                       "--prune"};
     call.patience = timeToTidyUp;
+    call.patienceWithRetries = timeToTidyUp;
     call.hasLowerPriority = true;
     return restic_->run(call, stop);
 }

@@ -9,6 +9,9 @@ namespace {
 
 constexpr int someFilesUnread = 3;
 constexpr std::string_view statusLinesPerSecond = "2";
+// MiB, the least that restic takes instead of its 16: what is on its way counts as done only when a whole
+// pack has arrived, and is sent again when the way breaks off.
+constexpr std::string_view packSize = "4";
 
 struct KnownText {
     std::string_view text;
@@ -74,6 +77,8 @@ Restic::Restic(RepositoryPlace place) : place_(std::move(place)) {
                     "RESTIC_PROGRESS_FPS=" + std::string(statusLinesPerSecond), "LC_ALL=C"};
     for (const auto& [name, value] : place_.environment)
         environment_.push_back(name + '=' + value);
+    if (!place_.environment.contains("RESTIC_PACK_SIZE"))
+        environment_.push_back("RESTIC_PACK_SIZE=" + std::string(packSize));
 }
 
 ResticOutcome Restic::run(const Call& call, const StopSignal& stop) const {
@@ -86,6 +91,8 @@ ResticOutcome Restic::run(const Call& call, const StopSignal& stop) const {
     program.onErrorLine = call.onErrorLine;
     program.longestLine = call.longestLine;
     program.patience = call.patience;
+    program.patienceInTrouble = call.patienceWithRetries;
+    program.isTrouble = tellsOfRetry;
     program.grace = call.grace;
     program.hasLowerPriority = call.hasLowerPriority;
     const ChildOutcome child = kelvane::run(program, stop);
@@ -103,6 +110,10 @@ std::string Restic::withoutSecrets(std::string text) const {
     for (std::size_t at = text.find(credentials); at != std::string::npos; at = text.find(credentials, at))
         text.erase(at, credentials.size());
     return text;
+}
+
+bool tellsOfRetry(std::string_view errorLine) {
+    return errorLine.find("retrying after") != std::string_view::npos;
 }
 
 std::string escapedForPattern(std::string_view path) {

@@ -53,6 +53,8 @@ public:
         std::size_t longestLine = std::size_t{1} << 20U; // bytes; a longer one is left out
         // restic tries an unreachable place again and again for a quarter of an hour; nobody waits that long.
         std::chrono::milliseconds patience = std::chrono::minutes(2);
+        // The same from when it has said that it tries something again, if that is sooner.
+        std::chrono::milliseconds patienceWithRetries = std::chrono::minutes(2);
         std::chrono::milliseconds grace = std::chrono::seconds(10); // that it has to end when it is stopped
         bool hasLowerPriority = false;
     };
@@ -66,6 +68,9 @@ private:
     const RepositoryPlace place_;
     std::vector<std::string> environment_;
 };
+
+// A line of its errors that says that it could not get something through and tries that again.
+[[nodiscard]] bool tellsOfRetry(std::string_view errorLine);
 
 // A name as restic's patterns (`--include`, `--exclude`) take it literally.
 [[nodiscard]] std::string escapedForPattern(std::string_view path);

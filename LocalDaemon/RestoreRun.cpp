@@ -178,7 +178,7 @@ RestoreRun::Fetching RestoreRun::callRestic(std::vector<std::string> arguments, 
                                             std::string& errors) const {
     Restic::Call call;
     call.arguments = std::move(arguments);
-    call.patience = forEver; // the watch is the one to lose it
+    call.patience = call.patienceWithRetries = forEver; // the watch is the one to lose it
     call.grace = grace;
     std::string said;
     call.onErrorLine = [&](std::string_view line) {

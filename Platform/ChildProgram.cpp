@@ -251,7 +251,9 @@ private:
     }
 
     [[nodiscard]] milliseconds timeLeft() const {
-        const auto deadline = isEnding_ ? endingSince_ + program_.grace : lastProgress_ + program_.patience;
+        auto deadline = isEnding_ ? endingSince_ + program_.grace : lastProgress_ + program_.patience;
+        if (!isEnding_ && troubledSince_)
+            deadline = std::min(deadline, *troubledSince_ + program_.patienceInTrouble);
         const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
         return std::clamp<milliseconds>(left, milliseconds(0), std::chrono::hours(1));
     }
@@ -272,11 +274,15 @@ private:
     // False: there is nothing more for now.
     bool readSome() {
         const bool isMoreOutput = output_->readInto([this](std::string_view line) {
-            if (program_.onLine(line))
-                lastProgress_ = Clock::now();
+            if (!program_.onLine(line))
+                return;
+            lastProgress_ = Clock::now();
+            troubledSince_.reset();
         });
         const bool areMoreErrors = errors_->readInto([this](std::string_view line) {
             program_.onErrorLine(line);
+            if (!troubledSince_ && program_.isTrouble(line))
+                troubledSince_ = Clock::now();
             outcome_.errors.append(outcome_.errors.empty() ? "" : "\n").append(line);
             if (outcome_.errors.size() > errorsKept)
                 outcome_.errors.erase(0, outcome_.errors.size() - errorsKept);
@@ -320,6 +326,7 @@ private:
     std::optional<Lines> output_;
     std::optional<Lines> errors_;
     Clock::time_point lastProgress_;
+    std::optional<Clock::time_point> troubledSince_; // and nothing done since
     Clock::time_point endingSince_;
     bool isEnding_ = false;
     bool hasEnded_ = false;

@@ -37,8 +37,11 @@ struct ChildProgram {
     // Bytes; a longer line of its output is left out, which the outcome tells.
     std::size_t longestLine = std::size_t{1} << 20U;
     std::chrono::milliseconds patience = std::chrono::minutes(2); // it may take that long to get on
-    std::chrono::milliseconds grace = std::chrono::seconds(10);   // and that long to end when it is told to
-    bool hasLowerPriority = false;                                // than everything else on the machine
+    // Or that long, if that is sooner, after the first error line since then that tells of trouble.
+    std::chrono::milliseconds patienceInTrouble = std::chrono::minutes(2);
+    std::function<bool(std::string_view)> isTrouble = [](std::string_view) { return false; };
+    std::chrono::milliseconds grace = std::chrono::seconds(10); // and that long to end when it is told to
+    bool hasLowerPriority = false;                              // than everything else on the machine
 };
 
 struct ChildOutcome {

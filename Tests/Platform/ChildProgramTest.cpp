@@ -74,12 +74,17 @@ TEST(ChildProgram, SaysHowOneEndsThatDoesNotRunToItsEnd) {
     ChildProgram idle = shell("while true; do echo; sleep 0.01; done");
     idle.onLine = [](std::string_view) { return false; };
     idle.patience = 50ms;
+    ChildProgram troubled = shell("echo trouble >&2; while true; do sleep 0.01; done");
+    troubled.patience = 1h;
+    troubled.patienceInTrouble = 50ms;
+    troubled.isTrouble = [](std::string_view line) { return line == "trouble"; };
     ChildProgram missing;
     missing.arguments = {"/no/such/program"};
     EXPECT_EQ(run(shell("trap 'exit 5' INT; while true; do sleep 0.01; done"), stopped).end, End::Stopped);
     EXPECT_EQ(run(deaf, stopped).end, End::Stopped);
     EXPECT_EQ(run(shell("exit 0"), never).end, End::Exited);
     EXPECT_EQ(run(idle, never).end, End::Stuck);
+    EXPECT_EQ(run(troubled, never).end, End::Stuck);
     EXPECT_EQ(run(shell("kill -9 $$"), never).end, End::Crashed);
     EXPECT_EQ(run(missing, never).end, End::NotStarted);
     EXPECT_NE(run(missing, never).errors.find("/no/such/program"), std::string::npos);
