@@ -120,21 +120,6 @@ TEST_F(KelvSocketClose, OfAListenerWithoutChildrenLeavesPathAndThread) {
     }
 }
 
-TEST_F(KelvSocketClose, EndsTheCallsOfItsProxyUntilItIsConnectedAnew) {
-    const auto proxy = KelvaneProxy::create();
-    proxy->setProtocol(KelvaneDaemonProtocol);
-    proxy->setSocket(socket);
-    EXPECT_EQ(proxy->call<"serviceState">(), 0U) << "never connected";
-    const RawPeer before = peerOf(socket);
-    socket->close();
-    EXPECT_EQ(proxy->call<"serviceState">(), 0U);
-    RawPeer after = peerOf(socket);
-    auto answer = std::async(std::launch::async, [&] { return proxy->call<"serviceState">(); });
-    EXPECT_TRUE(after.receive());
-    after.send(message(2, 8U));
-    EXPECT_EQ(answer.get(), 8U);
-}
-
 TEST_F(KelvSocketClose, LosesNoDescriptorAndNoThreadInAThousandConnections) {
     socket->setSocketDelegate(fate);
     ASSERT_TRUE(socket->listenAtPath(folder / "socket"));
