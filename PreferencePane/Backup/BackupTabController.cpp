@@ -9,6 +9,7 @@
 #include "PreferencePane/Backup/ui_DisabledBackupView.h"
 #include "PreferencePane/Backup/ui_ManualBackupView.h"
 #include "PreferencePane/Browser/BrowserPaths.h"
+#include "PreferencePane/Services/ButtonActions.h"
 #include "PreferencePane/Services/TabPage.h"
 #include "Support/Logging.h"
 #include "Support/PathHelpers.h"
@@ -65,14 +66,13 @@ KelvaneBackupTabController::~KelvaneBackupTabController() {
 }
 
 void KelvaneBackupTabController::connectControls() {
-    const std::pair<QAbstractButton*, void (KelvaneBackupTabController::*)()> actions[] = {
-        {auto_->autoManualButton, &KelvaneBackupTabController::autoManualAction},
-        {manual_->manualAutoButton, &KelvaneBackupTabController::autoManualAction},
-        {manual_->manualToggleButton, &KelvaneBackupTabController::manualToggleAction},
-    };
-    for (const auto& [button, action] : actions)
-        QObject::connect(button, &QAbstractButton::clicked, &context_,
-                         [this, action = action] { (this->*action)(); });
+    connectButtons<KelvaneBackupTabController>(
+        *this, context_,
+        {
+            {auto_->autoManualButton, &KelvaneBackupTabController::autoManualAction},
+            {manual_->manualAutoButton, &KelvaneBackupTabController::autoManualAction},
+            {manual_->manualToggleButton, &KelvaneBackupTabController::manualToggleAction},
+        });
     const std::pair<QAbstractButton*, ExcludeSegment> segments[] = {
         {auto_->addSegment, ExcludeSegment::Add},
         {auto_->removeSegment, ExcludeSegment::Remove},

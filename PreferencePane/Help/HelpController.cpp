@@ -3,6 +3,7 @@
 #include "Platform/SpecialFolders.h"
 #include "Platform/SystemVersion.h"
 #include "PreferencePane/Help/ChatInvitation.h"
+#include "PreferencePane/Services/ButtonActions.h"
 #include "PreferencePane/Services/FormTexts.h"
 #include "Support/Logging.h"
 
@@ -78,18 +79,17 @@ void KelvaneHelpController::localizeForms() {
 }
 
 void KelvaneHelpController::connectControls() {
-    const std::pair<QAbstractButton*, void (KelvaneHelpController::*)()> actions[] = {
-        {tab_->helpButton, &KelvaneHelpController::showHelpSheetAction},
-        {help_->closeButton, &KelvaneHelpController::closeHelpSheetAction},
-        {help_->onlineHelpButton, &KelvaneHelpController::viewOnlineHelpAction},
-        {help_->showLogButton, &KelvaneHelpController::showLogAction},
-        {help_->sendAnEmailButton, &KelvaneHelpController::showEmailSheetAction},
-        {email_->cancelButton, &KelvaneHelpController::cancelEmailAction},
-        {email_->emailButton, &KelvaneHelpController::sendEmailAction},
-    };
-    for (const auto& [button, action] : actions)
-        QObject::connect(button, &QAbstractButton::clicked, &context_,
-                         [this, action = action] { (this->*action)(); });
+    connectButtons<KelvaneHelpController>(
+        *this, context_,
+        {
+            {tab_->helpButton, &KelvaneHelpController::showHelpSheetAction},
+            {help_->closeButton, &KelvaneHelpController::closeHelpSheetAction},
+            {help_->onlineHelpButton, &KelvaneHelpController::viewOnlineHelpAction},
+            {help_->showLogButton, &KelvaneHelpController::showLogAction},
+            {help_->sendAnEmailButton, &KelvaneHelpController::showEmailSheetAction},
+            {email_->cancelButton, &KelvaneHelpController::cancelEmailAction},
+            {email_->emailButton, &KelvaneHelpController::sendEmailAction},
+        });
     QObject::connect(email_->emailCategory, &QComboBox::activated, &context_,
                      [this](int index) { emailCategoryAction(index); });
     QObject::connect(email_->chatMessage, &QTextBrowser::anchorClicked, &context_, [this] {

@@ -8,6 +8,7 @@
 #include "PreferencePane/Restore/ui_DisabledRestoreView.h"
 #include "PreferencePane/Restore/ui_RestoreProgressView.h"
 #include "PreferencePane/Restore/ui_RestoreView.h"
+#include "PreferencePane/Services/ButtonActions.h"
 #include "PreferencePane/Services/FormTexts.h"
 #include "PreferencePane/Services/TabPage.h"
 #include "Support/Logging.h"
@@ -72,15 +73,14 @@ KelvaneRestoreTabController::~KelvaneRestoreTabController() {
 }
 
 void KelvaneRestoreTabController::connectControls() {
-    const std::pair<QAbstractButton*, void (KelvaneRestoreTabController::*)()> actions[] = {
-        {ui_->getInfoButton, &KelvaneRestoreTabController::getInfoAction},
-        {ui_->restoreButton, &KelvaneRestoreTabController::restoreAction},
-        {ui_->restoreAssistantButton, &KelvaneRestoreTabController::restoreAssistantAction},
-        {progress_->restoreCancelButton, &KelvaneRestoreTabController::restoreCancelAction},
-    };
-    for (const auto& [button, action] : actions)
-        QObject::connect(button, &QAbstractButton::clicked, &context_,
-                         [this, action = action] { (this->*action)(); });
+    connectButtons<KelvaneRestoreTabController>(
+        *this, context_,
+        {
+            {ui_->getInfoButton, &KelvaneRestoreTabController::getInfoAction},
+            {ui_->restoreButton, &KelvaneRestoreTabController::restoreAction},
+            {ui_->restoreAssistantButton, &KelvaneRestoreTabController::restoreAssistantAction},
+            {progress_->restoreCancelButton, &KelvaneRestoreTabController::restoreCancelAction},
+        });
     // A screen reader toggles it without a click.
     QObject::connect(progress_->restorePauseButton, &QAbstractButton::toggled, &context_,
                      [this] { restorePauseAction(); });

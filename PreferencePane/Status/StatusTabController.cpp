@@ -5,6 +5,7 @@
 
 #include "Foundation/Format.h"
 #include "Platform/Desktop/Broadcast.h"
+#include "PreferencePane/Services/ButtonActions.h"
 #include "PreferencePane/Services/FormTexts.h"
 #include "PreferencePane/Status/ScreenText.h"
 #include "PreferencePane/Status/StatusModes.h"
@@ -66,16 +67,15 @@ KelvaneStatusTabController::~KelvaneStatusTabController() {
 void KelvaneStatusTabController::connectControls() {
     QObject::connect(ui_->daemonModeButton, &QComboBox::activated, &context_,
                      [this](int index) { daemonModeAction(index); });
-    const std::pair<QAbstractButton*, void (KelvaneStatusTabController::*)()> actions[] = {
-        {ui_->uninstallButton, &KelvaneStatusTabController::uninstallAction},
-        {ui_->lowerPriorityButton, &KelvaneStatusTabController::lowerPriorityAction},
-        {ui_->showMenuButton, &KelvaneStatusTabController::showMenuAction},
-        {ui_->openAccountButton, &KelvaneStatusTabController::openAccountAction},
-        {ui_->referButton, &KelvaneStatusTabController::referAction},
-    };
-    for (const auto& [button, action] : actions)
-        QObject::connect(button, &QAbstractButton::clicked, &context_,
-                         [this, action = action] { (this->*action)(); });
+    connectButtons<KelvaneStatusTabController>(
+        *this, context_,
+        {
+            {ui_->uninstallButton, &KelvaneStatusTabController::uninstallAction},
+            {ui_->lowerPriorityButton, &KelvaneStatusTabController::lowerPriorityAction},
+            {ui_->showMenuButton, &KelvaneStatusTabController::showMenuAction},
+            {ui_->openAccountButton, &KelvaneStatusTabController::openAccountAction},
+            {ui_->referButton, &KelvaneStatusTabController::referAction},
+        });
 }
 
 void KelvaneStatusTabController::awakeFromNib() {
