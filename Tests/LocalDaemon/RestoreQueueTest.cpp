@@ -87,7 +87,7 @@ protected:
     template <class Condition>
     bool waitFor(Condition condition) {
         std::unique_lock guard(mutex_);
-        return changed_.wait_for(guard, std::chrono::seconds(20), condition);
+        return changed_.wait_for(guard, std::chrono::seconds(60), condition);
     }
     std::uint32_t add(const std::string& source, const std::string& target) {
         return queue_->add({0, 0, 50, source, target});

@@ -88,8 +88,8 @@ public:
 
     // Runs the daemon's calls until the condition holds; false when it never does.
     template <class Condition>
-    [[nodiscard]] bool waitFor(Condition condition) {
-        return loop_->runUntil(condition);
+    [[nodiscard]] bool waitFor(Condition condition, std::chrono::seconds limit = std::chrono::seconds(10)) {
+        return loop_->runUntil(condition, limit);
     }
     [[nodiscard]] bool hasHeard(const std::string& start) {
         return std::ranges::any_of(heard(), [&](const auto& call) { return call.starts_with(start); });
