@@ -158,6 +158,7 @@ void BackupRunner::perform(Task task) {
             return;
         current_ = stop;
     }
+    const std::uint64_t orders = state_->backupOrders();
     ResticOutcome outcome = attempt(task, *stop);
     if (outcome.trouble == ResticTrouble::Locked && keeper_->repository().clearStaleLocks(*stop).succeeded())
         outcome = attempt(task, *stop);
@@ -172,6 +173,8 @@ void BackupRunner::perform(Task task) {
     if (!outcome.succeeded())
         activity.done = {};
     state_->setActivity(activity);
+    if (outcome.trouble != ResticTrouble::Stopped)
+        state_->takeOrdersTried(orders);
 }
 
 ResticOutcome BackupRunner::attempt(Task task, const StopSignal& stop) {

@@ -90,6 +90,7 @@ BackupNeed DaemonState::backupNeed() const {
 void DaemonState::orderBackup() {
     const std::scoped_lock guard(mutex_);
     ++backupOrders_;
+    announce();
 }
 
 std::uint64_t DaemonState::backupOrders() const {
@@ -100,6 +101,12 @@ std::uint64_t DaemonState::backupOrders() const {
 void DaemonState::takeOrdersDone(std::uint64_t orders) {
     const std::scoped_lock guard(mutex_);
     ordersDone_ = orders;
+}
+
+void DaemonState::takeOrdersTried(std::uint64_t orders) {
+    const std::scoped_lock guard(mutex_);
+    ordersTried_ = orders;
+    announce();
 }
 
 void DaemonState::noteUnread(std::uint64_t count) {
@@ -308,7 +315,8 @@ std::uint32_t DaemonState::ownServiceState() const {
     conditions.isPaused = isPaused();
     conditions.isRecovering = settings_.recoverMode;
     conditions.isOverQuota = isOverQuota();
-    conditions.trouble = activity_.trouble;
+    if (ordersTried_ == backupOrders_)
+        conditions.trouble = activity_.trouble;
     conditions.isBackingUp = activity_.isRunning;
     conditions.isInitialBackup = activity_.isInitial;
     conditions.isScanning = !scan_ || scan_->isScanning;

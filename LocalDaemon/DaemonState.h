@@ -80,6 +80,9 @@ public:
     void orderBackup();
     [[nodiscard]] std::uint64_t backupOrders() const;
     void takeOrdersDone(std::uint64_t orders);
+    // A try that was begun after so many orders has ended, well or not, and `activity` says how. What an
+    // earlier one has met is not said any more once a backup is ordered.
+    void takeOrdersTried(std::uint64_t orders);
     // So many of those that wait could not be read by the last backup: they call for none.
     void noteUnread(std::uint64_t count);
     // As they are now; never null.
@@ -165,6 +168,7 @@ private:
     RestoreProgress restore_;
     std::uint64_t backupOrders_ = 0;
     std::uint64_t ordersDone_ = 0;
+    std::uint64_t ordersTried_ = 0;
     std::uint64_t unread_ = 0;
 };
 

@@ -59,6 +59,12 @@ TEST_F(State, SaysTheFirstReasonThatHoldsAndKeepsOneThatIsSetUntilItsOwnIsAnothe
     state.overrideServiceState(16);
     EXPECT_EQ(state.serviceState(), 16U);
     EXPECT_EQ(told->states.size(), 8U);
+    state.overrideServiceState(0);
+    state.setActivity({false, false, ServiceState::NoServer, {}, {}});
+    state.orderBackup(); // which finds out anew
+    EXPECT_EQ(state.serviceState(), 5U);
+    state.takeOrdersTried(1);
+    EXPECT_EQ(state.serviceState(), 19U);
 }
 
 TEST_F(State, TellsEveryPaneOfARestoreAlsoOneThatHasAskedForNothing) {
