@@ -10,6 +10,7 @@
 #include "LocalDaemon/RestoreJob.h"
 #include "LocalDaemon/ServiceState.h"
 #include "LocalDaemon/Settings.h"
+#include "Platform/Volumes.h"
 
 #include <chrono>
 #include <cstdint>
@@ -91,6 +92,12 @@ public:
     // Saved when it returns, if anything has changed. A failure to save is logged and raised as an alert.
     void changeSettings(const std::function<void(Settings&)>& change);
 
+    // Remembers the disks that are mounted, and forgets those that are not and have nothing in the backup.
+    void noteDisks(const Volumes& mounted);
+    // With the disks that are away and have something in it: what was on them can be looked at and restored.
+    // Never null when `mounted` is not.
+    [[nodiscard]] std::shared_ptr<const Volumes> withMissing(std::shared_ptr<const Volumes> mounted) const;
+
     // Rounded up, so that 0 says that nothing is paused.
     [[nodiscard]] std::uint32_t pausedMinutes() const;
     void setPausedMinutes(std::uint32_t minutes);
@@ -130,6 +137,7 @@ private:
     [[nodiscard]] bool isOverQuota() const;
     [[nodiscard]] FileTotals currentlyFound() const { return scan_ ? scan_->totals : FileTotals(); }
     [[nodiscard]] BackupTotals currentTotals() const;
+    [[nodiscard]] bool isInBackup(const std::string& path) const;
     [[nodiscard]] bool isWaiting() const;
     [[nodiscard]] bool needsBackup() const;
     [[nodiscard]] BackupNeed currentNeed() const;

@@ -2,7 +2,6 @@
 
 #include "Common/RestoreStatus.h"
 #include "Common/TypedCall.h"
-#include "LocalDaemon/PathEntrance.h"
 #include "LocalDaemon/RestoreProgress.h"
 #include "Platform/Accounts.h"
 #include "Support/Logging.h"
@@ -170,7 +169,7 @@ Value DaemonTarget::dictionaryForPathWithDirSizes(const Value& path, bool withDi
 }
 
 void DaemonTarget::setPriorityBackup(const Value& path) {
-    const auto real = PathEntrance(fileSystem_->volumes()).pathWithoutLinks(path.stringValue());
+    const auto real = entrance().pathWithoutLinks(path.stringValue());
     if (!real)
         return KelvaneSystemLog("What makes no sense is not backed up first: %@", path);
     state_->orderBackup();
@@ -185,7 +184,7 @@ bool DaemonTarget::restoreWithChoices(const Value& choices) {
 // What stands in the backup at the path as it is typed goes before what stands there without links.
 std::uint32_t DaemonTarget::restoreFile(const Value& source, const Value& destination, std::uint32_t version,
                                         std::uint32_t priority) {
-    PathEntrance entrance(fileSystem_->volumes());
+    PathEntrance entrance = this->entrance();
     std::optional<std::string> from = entrance.realPath(source.stringValue());
     const std::optional<std::string> to = entrance.pathWithoutLinks(destination.stringValue());
     if (!from || !to) {
@@ -195,6 +194,10 @@ std::uint32_t DaemonTarget::restoreFile(const Value& source, const Value& destin
     if (!state_->index()->find(*from))
         from = entrance.pathWithoutLinks(source.stringValue());
     return restores_->add({0, version, priority, *from, *to});
+}
+
+PathEntrance DaemonTarget::entrance() const {
+    return PathEntrance(state_->withMissing(fileSystem_->volumes()));
 }
 
 void DaemonTarget::setFlag(bool Settings::*flag, bool on) {

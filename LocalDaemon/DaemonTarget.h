@@ -5,6 +5,7 @@
 #include "LocalDaemon/CallbackQueue.h"
 #include "LocalDaemon/DaemonState.h"
 #include "LocalDaemon/NodeAnswers.h"
+#include "LocalDaemon/PathEntrance.h"
 #include "LocalDaemon/RestoreQueue.h"
 #include "LocalDaemon/RuleCommands.h"
 
@@ -119,6 +120,8 @@ public:
     void cancelAllRestoreJobs() { restores_->cancelAll(); }
 
 private:
+    // For one request, also to disks that are away.
+    [[nodiscard]] PathEntrance entrance() const;
     void setFlag(bool Settings::*flag, bool on);
     void mark(const Array& paths, PathRules::Mark mark) { markFiles(*state_, *fileSystem_, paths, mark); }
     // Logs what cannot be done, and answers a code that is not 0, which would say that it is done.

@@ -129,6 +129,7 @@ void LocalDaemon::makeWorld() {
         configuration, std::move(settings), keeper_->index(),
         [store](const Settings& changed, std::uint64_t version) { return store->save(changed, version); },
         options_.clock);
+    state_->noteDisks(*volumes_);
     tree_ = std::make_shared<FolderTree>();
     nodes_ = std::make_shared<NodeAnswers>(state_, options_.fileSystem, tree_);
     runner_ = std::make_shared<BackupRunner>(state_, keeper_, options_.backup);
@@ -187,8 +188,10 @@ void LocalDaemon::refresh() {
     state_->refresh();
     // What is mounted over a watched folder is not told as a change of it.
     const auto volumes = options_.fileSystem->volumes();
-    if (!haveSamePlaces(*std::exchange(volumes_, volumes), *volumes))
-        scan_->lookAtEverything();
+    if (haveSamePlaces(*std::exchange(volumes_, volumes), *volumes))
+        return;
+    state_->noteDisks(*volumes);
+    scan_->lookAtEverything();
 }
 
 } // namespace kelvane

@@ -37,15 +37,18 @@ public:
           tree_(*answers.tree_),
           rules_(state_.rules()),
           index_(state_.index()),
-          entrance_(fileSystem_.volumes()) {}
+          entrance_(state_.withMissing(fileSystem_.volumes())) {}
 
     struct File {
         std::string path;          // real, without links
         FileAttributes attributes; // when it has gone from the disk, those that it was backed up with
         bool isMissing = false;
     };
+    [[nodiscard]] std::optional<std::string> realPath(const Value& asked) {
+        return entrance_.pathWithoutLinks(asked.stringValue());
+    }
     [[nodiscard]] std::optional<File> fileAt(const Value& asked) {
-        const std::optional<std::string> path = entrance_.pathWithoutLinks(asked.stringValue());
+        const std::optional<std::string> path = realPath(asked);
         return path ? fileAtRealPath(*path) : std::nullopt;
     }
     [[nodiscard]] std::optional<File> fileAtRealPath(const std::string& path) const {
@@ -250,7 +253,7 @@ Value NodeAnswers::colors(const Value& paths) const {
 
 Value NodeAnswers::excludedFiles(const Value& path) const {
     Request request(*this);
-    const auto folder = PathEntrance(fileSystem_->volumes()).pathWithoutLinks(path.stringValue());
+    const auto folder = request.realPath(path);
     Array nodes;
     for (const std::string& excluded : request.rules().paths.exclusions)
         if (folder && (excluded == *folder || excluded.starts_with(withSeparator(*folder))))

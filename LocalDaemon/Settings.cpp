@@ -22,6 +22,7 @@ constexpr std::string_view togglesKey = "fileTypeToggles";
 constexpr std::string_view exclusionsKey = "exclusions";
 constexpr std::string_view addedKey = "added";
 constexpr std::string_view removedKey = "removed";
+constexpr std::string_view disksKey = "disks";
 
 constexpr std::size_t mostEntries = 100;
 constexpr std::size_t longestKey = 256;
@@ -74,6 +75,7 @@ Value valueFromSettings(const Settings& settings) {
     entries.set(exclusionsKey, Array(settings.paths.exclusions.begin(), settings.paths.exclusions.end()));
     entries.set(addedKey, pathsMarked(settings.paths, PathRules::Mark::Added));
     entries.set(removedKey, pathsMarked(settings.paths, PathRules::Mark::Removed));
+    entries.set(disksKey, Array(settings.disks.begin(), settings.disks.end()));
     return entries;
 }
 
@@ -88,6 +90,7 @@ Settings settingsFromValue(const Value& value) {
     settings.fileTypeToggles =
         entriesOf(value[togglesKey], [](const Value& entry) { return entry.isNumber(); });
     settings.paths = pathRulesOf(value);
+    forEachPath(value[disksKey], [&](const std::string& path) { settings.disks.insert(path); });
     return settings;
 }
 

@@ -4,6 +4,7 @@
 #include "LocalDaemon/BackupRules.h"
 
 #include <cstdint>
+#include <set>
 #include <string>
 
 namespace kelvane {
@@ -21,6 +22,7 @@ struct Settings {
     Dictionary profile;           // strings
     Dictionary fileTypeToggles;   // unsigned 32-bit numbers
     PathRules paths;
+    std::set<std::string> disks; // mount points, also of disks that are away but have files in the backup
 
     friend bool operator==(const Settings&, const Settings&) = default;
 };

@@ -19,12 +19,15 @@ using tests::TestPane;
 class BackingUp : public ::testing::Test {
 protected:
     [[nodiscard]] std::string in(const std::string& name) const { return folders.home() + '/' + name; }
-    void start() {
+    void start(const std::vector<Volume>& disks = {}) {
         pane.reset();
         daemon.reset();
-        daemon = std::make_unique<RunningDaemon>(folders, [](LocalDaemon::Options& options) {
+        daemon = std::make_unique<RunningDaemon>(folders, [&](LocalDaemon::Options& options) {
             options.backup.quiet = 50ms;
             options.backup.firstRetry = 100ms;
+            options.fileSystem = std::make_shared<LocalFileSystem>(Volumes("Boot", disks));
+            if (!disks.empty())
+                options.settled.set("volumes", Array{disks.front().mountPoint});
         });
         pane = std::make_unique<TestPane>(folders.socket());
     }
@@ -125,6 +128,26 @@ TEST_F(BackingUp, ComesBackFromALostRepositoryIndexAndKey) {
     folders.write("home/more", "1");
     pane->call<"setPriorityBackup:">(in("more"));
     EXPECT_TRUE(comesTo([&] { return pane->state("serviceState") == 15; }));
+}
+
+TEST_F(BackingUp, ShowsAndRestoresWhatWasOnADiskThatIsAway) {
+    const std::string file = folders.write("media/Disk/file", "12345");
+    folders.write("home/own", "1");
+    start({{"Disk", folders / "media/Disk"}, {"Empty", folders / "media/Empty"}});
+    ASSERT_TRUE(comesToRest(2, 6));
+    fs::remove_all(folders / "media/Disk");
+    start();
+    ASSERT_TRUE(comesToRest(2, 6));
+    const Array volumes = pane->call<"childrenDictionariesForPath:">("").array();
+    ASSERT_EQ(volumes.size(), 2U); // and none for what has nothing in the backup
+    EXPECT_EQ(volumes[1]["fileName"], "/Volumes/Disk");
+    const Array children = pane->call<"childrenDictionariesForPath:">("/Volumes/Disk").array();
+    ASSERT_EQ(children.size(), 1U);
+    EXPECT_EQ(children[0]["path"], "/Volumes/Disk/file");
+    EXPECT_NE(pane->call<"restoreFile:toPath:version:priority:">("/Volumes/Disk/file", in("back"), 0U, 0U),
+              0U);
+    EXPECT_TRUE(comesTo([&] { return fs::exists(in("back")) && fs::file_size(in("back")) == 5; }));
+    EXPECT_FALSE(fs::exists(file));
 }
 
 TEST_F(BackingUp, ForgetsWhatHasGoneForTooLong) {
