@@ -1,7 +1,6 @@
 #include "LocalDaemon/DaemonState.h"
 
 #include "Common/StateKeys.h"
-#include "Foundation/PathComponents.h"
 #include "LocalDaemon/CleanPath.h"
 #include "Support/Logging.h"
 
@@ -143,30 +142,6 @@ void DaemonState::changeSettings(const std::function<void(Settings&)>& change) {
     KelvaneSystemLog("The settings cannot be saved: %@", failure);
     raiseAlert({settingsAlert, "error", "Your settings could not be saved.",
                 "They are in use, but will be lost when the backup daemon ends. " + failure});
-}
-
-void DaemonState::noteDisks(const Volumes& mounted) {
-    changeSettings([&](Settings& settings) {
-        if (!index_->repositoryId().empty())
-            std::erase_if(settings.disks, [&](const std::string& disk) { return !isInBackup(disk); });
-        for (const Volume& volume : mounted.all())
-            if (volume.mountPoint != "/")
-                settings.disks.insert(volume.mountPoint);
-    });
-}
-
-std::shared_ptr<const Volumes> DaemonState::withMissing(std::shared_ptr<const Volumes> mounted) const {
-    std::vector<Volume> all = mounted->all();
-    const std::string bootName = all.front().name;
-    all.erase(all.begin());
-    const std::scoped_lock guard(mutex_);
-    for (const std::string& disk : settings_.disks)
-        if (std::ranges::find(mounted->all(), disk, &Volume::mountPoint) == mounted->all().end() &&
-            isInBackup(disk))
-            all.push_back({lastPathComponent(disk), disk});
-    if (all.size() + 1 == mounted->all().size())
-        return mounted;
-    return std::make_shared<const Volumes>(bootName, std::move(all));
 }
 
 std::uint32_t DaemonState::pausedMinutes() const {
@@ -312,11 +287,6 @@ BackupTotals DaemonState::currentTotals() const {
     totals.backedUp += done;
     totals.pending -= done;
     return totals;
-}
-
-bool DaemonState::isInBackup(const std::string& path) const {
-    const BackupIndex::Item* const item = index_->find(path);
-    return item && index_->hasContent(*item);
 }
 
 bool DaemonState::needsBackup() const {

@@ -1,0 +1,37 @@
+#include "Foundation/PathComponents.h"
+#include "LocalDaemon/DaemonState.h"
+
+#include <algorithm>
+
+namespace kelvane {
+
+void DaemonState::noteDisks(const Volumes& mounted) {
+    changeSettings([&](Settings& settings) {
+        if (!index_->repositoryId().empty())
+            std::erase_if(settings.disks, [&](const std::string& disk) { return !isInBackup(disk); });
+        for (const Volume& volume : mounted.all())
+            if (volume.mountPoint != "/")
+                settings.disks.insert(volume.mountPoint);
+    });
+}
+
+std::shared_ptr<const Volumes> DaemonState::withMissing(std::shared_ptr<const Volumes> mounted) const {
+    std::vector<Volume> all = mounted->all();
+    const std::string bootName = all.front().name;
+    all.erase(all.begin());
+    const std::scoped_lock guard(mutex_);
+    for (const std::string& disk : settings_.disks)
+        if (std::ranges::find(mounted->all(), disk, &Volume::mountPoint) == mounted->all().end() &&
+            isInBackup(disk))
+            all.push_back({lastPathComponent(disk), disk});
+    if (all.size() + 1 == mounted->all().size())
+        return mounted;
+    return std::make_shared<const Volumes>(bootName, std::move(all));
+}
+
+bool DaemonState::isInBackup(const std::string& path) const {
+    const BackupIndex::Item* const item = index_->find(path);
+    return item && index_->hasContent(*item);
+}
+
+} // namespace kelvane
