@@ -190,8 +190,6 @@ ResticOutcome BackupRunner::connect(const StopSignal& stop) {
         const std::scoped_lock guard(mutex_);
         mayMake = need_.mayAdd;
     }
-    if (keeper_->repository().restic().place().location.empty())
-        return {ResticTrouble::NoRepository, false, "The configuration names no place that makes sense."};
     ResticOutcome outcome = keeper_->synchronize(mayMake, stop);
     // Nothing may be made yet, and nothing is there: that is in order.
     if (!mayMake && outcome.trouble == ResticTrouble::NoRepository &&

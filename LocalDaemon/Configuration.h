@@ -39,7 +39,8 @@ struct ConfigurationDefaults {
 [[nodiscard]] ConfigurationDefaults usualDefaults();
 
 // The file is a property list in either form. None is no fault; one that cannot be read, and an entry that
-// makes no sense, is logged, and such an entry has its default. Entries of `settled` come before the file's.
+// makes no sense, is logged, and such an entry has its default; the repository then has no place. Entries of
+// `settled` come before the file's.
 //
 //   homeFolder, volumes              absolute paths; links are resolved as far as the folders are there
 //   repository                       an absolute path or what else restic takes, "sftp:joe@host:/backup"
@@ -53,6 +54,9 @@ struct ConfigurationDefaults {
 //                                    files and what the kernel makes up
 [[nodiscard]] Configuration readConfiguration(const std::string& path, const ConfigurationDefaults& defaults,
                                               const Volumes& volumes, const Dictionary& settled = {});
+
+// Why the first of such entries that makes no sense makes none, for people; empty: all of them do.
+[[nodiscard]] std::string faultIn(const Dictionary& entries, const Volumes& volumes);
 
 // A policy pattern as panes know it: with its volume's name, and with the separator that it ends in.
 [[nodiscard]] std::string volumePattern(const std::string& pattern, const Volumes& volumes);

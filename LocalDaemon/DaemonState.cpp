@@ -300,7 +300,7 @@ bool DaemonState::isWaiting() const {
 
 BackupNeed DaemonState::currentNeed() const {
     BackupNeed need;
-    need.mayRead = settings_.enabled && !isPaused();
+    need.mayRead = hasPlace() && settings_.enabled && !isPaused();
     need.mayAdd = need.mayRead && !settings_.recoverMode && !isOverQuota();
     need.isKnown = scan_ && !scan_->isScanning;
     need.isWaiting = isWaiting();
@@ -315,7 +315,9 @@ std::uint32_t DaemonState::ownServiceState() const {
     conditions.isPaused = isPaused();
     conditions.isRecovering = settings_.recoverMode;
     conditions.isOverQuota = isOverQuota();
-    if (ordersTried_ == backupOrders_)
+    if (!hasPlace())
+        conditions.trouble = ServiceState::BadConfiguration;
+    else if (ordersTried_ == backupOrders_)
         conditions.trouble = activity_.trouble;
     conditions.isBackingUp = activity_.isRunning;
     conditions.isInitialBackup = activity_.isInitial;

@@ -133,6 +133,7 @@ public:
 private:
     // With the mutex held.
     [[nodiscard]] std::int64_t now() const;
+    [[nodiscard]] bool hasPlace() const { return !configuration_.repository.location.empty(); }
     [[nodiscard]] bool isPaused() const { return settings_.pausedUntil > now(); }
     [[nodiscard]] bool isOverQuota() const;
     [[nodiscard]] FileTotals currentlyFound() const { return scan_ ? scan_->totals : FileTotals(); }

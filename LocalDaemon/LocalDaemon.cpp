@@ -165,8 +165,12 @@ void LocalDaemon::makeRestores() {
 // A key is made only where there is nothing yet that an older one opens. Without one the backup fails, and
 // says so by itself.
 void LocalDaemon::makeKey() {
-    const bool hasPlace = !state_->configuration().repository.location.empty();
-    if (!hasPlace || !keeper_->index()->repositoryId().empty())
+    if (state_->configuration().repository.location.empty())
+        return state_->raiseAlert({"no_place", "error", "The backup does not know where to go.",
+                                   "Nothing is backed up. Mend the configuration, " +
+                                       options_.configurationPath +
+                                       ", and start the backup daemon again; its log says what is wrong."});
+    if (!keeper_->index()->repositoryId().empty())
         return;
     const std::string& path = state_->configuration().repository.passwordFile;
     bool isNew = false;

@@ -16,6 +16,7 @@
 #include <exception>
 #include <filesystem>
 #include <iostream>
+#include <regex>
 
 namespace {
 
@@ -40,13 +41,13 @@ int complain(const std::string& reason, int status) {
 }
 
 // Each of these options is an entry of the configuration, and comes before the file's.
-struct TextOption {
+struct Option {
     const char* name;
     std::string_view key;
     const char* type;
     const char* meaning;
 };
-constexpr TextOption textOptions[] = {
+constexpr Option textOptions[] = {
     {"--repository", "repository", "PLACE",
      "Where the backup goes: a folder, or what else restic takes (sftp:HOST:/DIR, rest:URL, s3:URL, "
      "rclone:REMOTE)"},
@@ -55,13 +56,12 @@ constexpr TextOption textOptions[] = {
     {"--email", "userEmail", "ADDRESS", "The account that panes show"},
     {"--server", "serverURL", "HOST", "The server that panes lead to"},
 };
-struct NumberOption {
-    const char* name;
-    std::string_view key;
-    const char* type;
-    const char* meaning;
+constexpr Option listOptions[] = {
+    {"--volume", "volumes", "DIR", "A further folder to watch over; may be repeated"},
+    {"--policy", "policyExcludeList", "PATTERN",
+     "A pattern of what is never backed up, instead of the usual ones; may be repeated"},
 };
-constexpr NumberOption numberOptions[] = {
+constexpr Option numberOptions[] = {
     {"--interval", "intervalMinutes", "MINUTES",
      "From the end of a backup to the next one; 15 unless you say else"},
     {"--keep", "keepDays", "DAYS", "For so long the backup keeps what has gone; 30 unless you say else"},
@@ -69,34 +69,51 @@ constexpr NumberOption numberOptions[] = {
     {"--computer", "computerNumber", "NUMBER", "Tells this computer from others in the repository"},
 };
 
+// Everybody can read the words that a program was started with.
+bool tellsAPassword(const Value& place) {
+    static const std::regex password("://[^/]*:[^/]*@");
+    return std::regex_search(place.stringValue(), password);
+}
+
+void settle(Dictionary& settled, const std::string& option, std::string_view key, const Value& value) {
+    if (key == "repository" && tellsAPassword(value))
+        throw CLI::ValidationError(option, "everybody on this machine could read the password here; name "
+                                           "the place in the configuration's file");
+    const std::string fault = faultIn(Dictionary{{std::string(key), value}}, Volumes::current());
+    if (!fault.empty())
+        throw CLI::ValidationError(option, fault);
+    settled.set(key, value);
+}
+
 void addConfiguration(CLI::App& app, Dictionary& settled) {
-    const auto setText = [&settled](std::string_view key) {
-        return [&settled, key](const std::string& text) { settled.set(key, text); };
-    };
-    const auto setList = [&settled](std::string_view key) {
-        return [&settled, key](const std::vector<std::string>& texts) {
-            settled.set(key, Array(texts.begin(), texts.end()));
-        };
-    };
-    app.add_option_function<std::string>("--home", setText("homeFolder"),
-                                         "The folder to watch over; your home folder unless you say else")
+    // A relative path is as the terminal has it.
+    app.add_option_function<std::string>(
+           "--home",
+           [&settled](const std::string& home) {
+               settle(settled, "--home", "homeFolder",
+                      std::filesystem::absolute(home).lexically_normal().string());
+           },
+           "The folder to watch over; your home folder unless you say else")
         ->type_name("DIR")
         ->check(CLI::Validator(CLI::ExistingDirectory).description(""));
-    for (const TextOption& option : textOptions)
-        app.add_option_function<std::string>(option.name, setText(option.key), option.meaning)
-            ->type_name(option.type);
-    for (const NumberOption& option : numberOptions)
-        app.add_option_function<std::uint32_t>(
-               option.name, [&settled, key = option.key](std::uint32_t number) { settled.set(key, number); },
+    for (const Option& option : textOptions)
+        app.add_option_function<std::string>(
+               option.name, [&](const std::string& text) { settle(settled, option.name, option.key, text); },
                option.meaning)
             ->type_name(option.type);
-    app.add_option_function<std::vector<std::string>>("--volume", setList("volumes"),
-                                                      "A further folder to watch over; may be repeated")
-        ->type_name("DIR");
-    app.add_option_function<std::vector<std::string>>(
-           "--policy", setList("policyExcludeList"),
-           "A pattern of what is never backed up, instead of the usual ones; may be repeated")
-        ->type_name("PATTERN");
+    for (const Option& option : numberOptions)
+        app.add_option_function<std::uint32_t>(
+               option.name, [&](std::uint32_t number) { settle(settled, option.name, option.key, number); },
+               option.meaning)
+            ->type_name(option.type);
+    for (const Option& option : listOptions)
+        app.add_option_function<std::vector<std::string>>(
+               option.name,
+               [&](const std::vector<std::string>& texts) {
+                   settle(settled, option.name, option.key, Array(texts.begin(), texts.end()));
+               },
+               option.meaning)
+            ->type_name(option.type);
 }
 
 // None: go on.
@@ -156,10 +173,6 @@ int run(const Arguments& arguments) {
     options.settled = arguments.settled;
     options.defaults.ownFiles.push_back(options.indexPath + '*');
     options.defaults.ownFiles.push_back(arguments.logPath + '*');
-    // A relative path is as the terminal has it.
-    if (const auto& home = arguments.settled["homeFolder"]; home.isString())
-        options.settled.set("homeFolder",
-                            std::filesystem::absolute(home.stringValue()).lexically_normal().string());
     options.socketPath = *socketPath;
     options.settingsPath = stateFolder() + "/kelvane/local-daemon-state.plist";
     options.restoreJobsPath = stateFolder() + "/kelvane/local-daemon-restores";

@@ -23,9 +23,10 @@ protected:
     }
 
     const std::shared_ptr<Told> told = std::make_shared<Told>();
-    DaemonState state{
-        Configuration{"localhost", "", 1, 2, "/home", {}}, Settings(), std::make_shared<BackupIndex>(),
-        [](const Settings&, std::uint64_t) { return std::string(); }, std::chrono::system_clock::now};
+    DaemonState state{Configuration{"localhost", "", 1, 2, "/home", {}, {}, {"/backup", "", ""}}, Settings(),
+                      std::make_shared<BackupIndex>(),
+                      [](const Settings&, std::uint64_t) { return std::string(); },
+                      std::chrono::system_clock::now};
 };
 
 TEST_F(State, CountsWhatTheScanHasFoundAgainstTheQuota) {

@@ -69,6 +69,11 @@ TEST_F(Store, ConfigurationHasHonestDefaultsAndOnlyPatternsThatCanMatch) {
     const auto policy = read(write("policy.plist", Dictionary{{"policyExcludeList", patterns}})).policy;
     EXPECT_EQ(policy, (std::vector<std::string>{"/a/", "/a/*.o*", "/media/joe/Disk/b/", "/backup/"}));
     EXPECT_EQ(problems, 5);
+    for (const Value& place : {Value(7), Value(""), Value("a/b"), Value("local:a")}) {
+        EXPECT_EQ(read(write("place.plist", Dictionary{{"repository", place}})).repository.location, "");
+        EXPECT_NE(faultIn(Dictionary{{"repository", place}}, volumes), "");
+    }
+    EXPECT_EQ(problems, 9);
     EXPECT_EQ(volumePattern(policy[2], volumes), "/Volumes/Disk/b/");
     EXPECT_EQ(volumePattern(policy[1], volumes), "/Volumes/Boot/a/*.o*");
 }
