@@ -153,11 +153,6 @@ std::string withoutScheme(const std::string& location) {
     return location.starts_with(local) ? location.substr(local.size()) : location;
 }
 
-std::string localFolderOf(const std::string& location) {
-    const std::string path = withoutScheme(location);
-    return isAbsolutePath(path) ? withoutLinks(path) : std::string();
-}
-
 // A wrong one must not send the backup to another place than the one that was meant.
 void takeLocation(const Entries& entries, std::string& location) {
     if (entries["repository"].isAbsent())
@@ -245,6 +240,11 @@ std::string faultIn(const Dictionary& entries, const Volumes& volumes) {
     };
     static_cast<void>(configurationFrom(Entries({}, entries, keep), {}, volumes));
     return first;
+}
+
+std::string localFolderOf(const std::string& location) {
+    const std::string path = withoutScheme(location);
+    return isAbsolutePath(path) ? withoutLinks(path) : std::string();
 }
 
 std::string volumePattern(const std::string& pattern, const Volumes& volumes) {

@@ -58,6 +58,9 @@ struct ConfigurationDefaults {
 // Why the first of such entries that makes no sense makes none, for people; empty: all of them do.
 [[nodiscard]] std::string faultIn(const Dictionary& entries, const Volumes& volumes);
 
+// The folder of a repository that is one on this machine; empty: it is elsewhere.
+[[nodiscard]] std::string localFolderOf(const std::string& location);
+
 // A policy pattern as panes know it: with its volume's name, and with the separator that it ends in.
 [[nodiscard]] std::string volumePattern(const std::string& pattern, const Volumes& volumes);
 

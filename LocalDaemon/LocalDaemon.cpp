@@ -11,6 +11,7 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>
+#include <unistd.h>
 
 namespace kelvane {
 namespace {
@@ -27,6 +28,16 @@ std::string indexPathFor(const std::string& beginning, const Configuration& conf
     for (const char byte : place)
         hash = (hash ^ static_cast<unsigned char>(byte)) * 1099511628211U;
     return beginning + formatText("-%016llx", hash);
+}
+
+bool isRepository(const std::string& folder) {
+    return !folder.empty() && ::access((folder + "/config").c_str(), F_OK) == 0;
+}
+
+void warnOfReaders(const std::string& secret) {
+    struct stat status {};
+    if (::stat(secret.c_str(), &status) == 0 && (status.st_mode & (S_IRWXG | S_IRWXO)) != 0)
+        KelvaneSystemLog("Others may read or change %@, which holds a secret: chmod 600 it.", secret);
 }
 
 } // namespace
@@ -165,14 +176,22 @@ void LocalDaemon::makeRestores() {
 // A key is made only where there is nothing yet that an older one opens. Without one the backup fails, and
 // says so by itself.
 void LocalDaemon::makeKey() {
-    if (state_->configuration().repository.location.empty())
+    const RepositoryPlace& place = state_->configuration().repository;
+    if (place.location.empty())
         return state_->raiseAlert({"no_place", "error", "The backup does not know where to go.",
                                    "Nothing is backed up. Mend the configuration, " +
                                        options_.configurationPath +
                                        ", and start the backup daemon again; its log says what is wrong."});
-    if (!keeper_->index()->repositoryId().empty())
+    const Restic& restic = keeper_->repository().restic();
+    if (!place.environment.empty() || restic.withoutSecrets(place.location) != place.location)
+        warnOfReaders(options_.configurationPath);
+    const std::string& path = place.passwordFile;
+    warnOfReaders(path);
+    if (!keeper_->index()->repositoryId().empty() || isRepository(localFolderOf(place.location))) {
+        if (::access(path.c_str(), F_OK) != 0)
+            KelvaneSystemLog("The key of the backup is missing: put your copy of it back at %@.", path);
         return;
-    const std::string& path = state_->configuration().repository.passwordFile;
+    }
     bool isNew = false;
     if (const std::string failure = ensurePasswordFile(path, isNew); !failure.empty())
         KelvaneSystemLog("The backup's key cannot be made: %@", failure);

@@ -28,7 +28,9 @@ TEST_F(Serving, AppliesWhatItIsToldAndIgnoresWhatMakesNoSense) {
     folders.write("configuration.plist", R"(<?xml version="1.0"?><plist version="1.0"><dict>
         <key>serverURL</key><string>backup.example.org</string><key>userEmail</key><string>joe@example.org</string>
         <key>computerNumber</key><integer>77</integer><key>quotaMB</key><integer>2048</integer></dict></plist>)");
+    folders.write("repository/config", "of a backup whose key is lost, and the index");
     const RunningDaemon daemon(folders);
+    EXPECT_FALSE(std::filesystem::exists(folders / "state/password")); // another one would open nothing
     TestPane pane(folders.socket());
     const std::string endless(std::size_t{1} << 20U, 'x');
     const struct {
