@@ -1,7 +1,6 @@
 #include "LocalDaemon/CallbackQueue.h"
 
 #include "LocalDaemon/RestoreProgress.h"
-#include "Support/Logging.h"
 
 #include <functional>
 #include <utility>
@@ -79,6 +78,7 @@ std::optional<CallbackQueue::Batch> CallbackQueue::take() {
     batch.folders = folders_.take();
     batch.alerts.assign(alerts_.begin(), alerts_.end());
     alerts_.clear();
+    batch.lostAlerts = std::exchange(lostAlerts_, 0);
     return batch;
 }
 
@@ -114,8 +114,8 @@ void CallbackQueue::addState(std::uint32_t code) {
 
 void CallbackQueue::addAlert(const std::string& alert) {
     if (alerts_.size() == mostAlerts) {
-        KelvaneSystemLog("A pane takes its alerts too slowly; it is not told: %@", alerts_.front());
         alerts_.pop_front();
+        ++lostAlerts_;
     }
     alerts_.push_back(alert);
     changed_.notify_all();

@@ -3,6 +3,7 @@
 #include "LocalDaemon/DaemonObserver.h"
 
 #include <condition_variable>
+#include <cstdint>
 #include <deque>
 #include <mutex>
 #include <optional>
@@ -35,6 +36,7 @@ public:
         std::vector<std::string> files;    // "/" alone when too many have changed
         std::vector<std::string> folders;  // likewise
         std::vector<std::string> alerts;
+        std::uint64_t lostAlerts = 0; // there were too many
     };
     // Waits until there is something. None: closed.
     [[nodiscard]] std::optional<Batch> take();
@@ -65,6 +67,7 @@ private:
     bool wantsAlerts_ = false;
     std::vector<std::uint32_t> states_;
     std::deque<std::string> alerts_;
+    std::uint64_t lostAlerts_ = 0;
     Paths files_;
     Paths folders_;
 };

@@ -143,10 +143,11 @@ Value DaemonTarget::stringValueForProfileKey(const Value& key) {
 void DaemonTarget::setValueForProfileKey(const Value& key, const Value& text) {
     if (!key.isString() || !text.isString())
         return KelvaneSystemLog("A profile value without a key or a text is ignored.");
-    state_->changeSettings([&](Settings& settings) {
-        if (!setEntry(settings.profile, key.stringValue(), text))
-            KelvaneSystemLog("A profile value is ignored: it is too long, or there are too many.");
-    });
+    bool isTaken = false;
+    state_->changeSettings(
+        [&](Settings& settings) { isTaken = setEntry(settings.profile, key.stringValue(), text); });
+    if (!isTaken)
+        KelvaneSystemLog("A profile value is ignored: it is too long, or there are too many.");
 }
 
 std::uint32_t DaemonTarget::getFileTypeToggle(const Value& fileType) {
@@ -156,11 +157,13 @@ std::uint32_t DaemonTarget::getFileTypeToggle(const Value& fileType) {
 void DaemonTarget::setFileTypeToggle(const Value& fileType, std::uint32_t toggle) {
     if (!fileType.isString())
         return KelvaneSystemLog("The toggle of a file type without a name is ignored.");
+    bool isTaken = false;
     state_->changeSettings([&](Settings& settings) {
-        if (!setEntry(settings.fileTypeToggles, fileType.stringValue(), toggle))
-            KelvaneSystemLog(
-                "The toggle of a file type is ignored: its name is too long, or there are too many.");
+        isTaken = setEntry(settings.fileTypeToggles, fileType.stringValue(), toggle);
     });
+    if (!isTaken)
+        KelvaneSystemLog(
+            "The toggle of a file type is ignored: its name is too long, or there are too many.");
 }
 
 Value DaemonTarget::dictionaryForPathWithDirSizes(const Value& path, bool withDirSizes) {

@@ -81,6 +81,9 @@ void PaneSession::send() {
 }
 
 void PaneSession::send(const CallbackQueue::Batch& batch) {
+    if (batch.lostAlerts > 0)
+        KelvaneSystemLog("A pane takes its alerts too slowly; it is not told the oldest %llu.",
+                         batch.lostAlerts);
     if (batch.states.size() == 1) {
         proxy_->call<"stateChanged:">(batch.states.front());
     } else if (!batch.states.empty()) {

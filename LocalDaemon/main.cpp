@@ -10,13 +10,17 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <iostream>
+#include <poll.h>
 #include <regex>
+#include <unistd.h>
 
 namespace {
 
@@ -149,11 +153,21 @@ int serve(const LocalDaemon::Options& options) {
     return status;
 }
 
+// Nobody may be held up by whoever reads it: what they have no room for, they find in the log.
+void writeToStandardError(std::string_view text) {
+    pollfd room{STDERR_FILENO, POLLOUT, 0};
+    while (!text.empty() && ::poll(&room, 1, 0) > 0 && (room.revents & POLLOUT) != 0) {
+        const ssize_t written =
+            ::write(STDERR_FILENO, text.data(), std::min<std::size_t>(text.size(), PIPE_BUF));
+        text.remove_prefix(written > 0 ? static_cast<std::size_t>(written) : text.size());
+    }
+}
+
 // Everything goes to standard error as well, for whoever has started the daemon.
 LogSinkToken logTo(const std::string& path) {
     const auto log = std::make_shared<LogFile>(path);
     LogSinkToken token = setLogSink([log](const LogEntry& entry) {
-        std::cerr << entry.line() + '\n';
+        writeToStandardError(entry.line() + '\n');
         log->write(entry.line());
     });
     if (!log->error().empty())
