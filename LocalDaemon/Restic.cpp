@@ -13,6 +13,9 @@ constexpr std::string_view statusLinesPerSecond = "2";
 // pack has arrived, and is sent again when the way breaks off.
 constexpr std::string_view packSize = "4";
 
+constexpr std::string_view fatalMark = "Fatal: ";
+constexpr std::string_view lockMark = "repository is already locked";
+
 struct KnownText {
     std::string_view text;
     ResticTrouble trouble;
@@ -22,7 +25,7 @@ constexpr KnownText knownTexts[] = {
     {"wrong password or no key found", ResticTrouble::WrongPassword},
     {"Resolving password failed", ResticTrouble::WrongPassword},
     {"an empty password is not a password", ResticTrouble::WrongPassword},
-    {"repository is already locked", ResticTrouble::Locked},
+    {lockMark, ResticTrouble::Locked},
     {"no such host", ResticTrouble::NoNetwork},
     {"network is unreachable", ResticTrouble::NoNetwork},
     {"no route to host", ResticTrouble::NoNetwork},
@@ -30,18 +33,30 @@ constexpr KnownText knownTexts[] = {
     {"connection refused", ResticTrouble::Unreachable},
     {"connection reset", ResticTrouble::Unreachable},
     {"broken pipe", ResticTrouble::Unreachable},
-    {"timeout", ResticTrouble::Unreachable},
-    {"i/o error", ResticTrouble::Unreachable},
+    {" timeout", ResticTrouble::Unreachable},
+    {"timed out", ResticTrouble::Unreachable},
+    {"deadline exceeded", ResticTrouble::Unreachable},
+    {"input/output error", ResticTrouble::Unreachable}, // a disk that is pulled out, or dying
+    {"no such device", ResticTrouble::Unreachable},
+    {"stale NFS file handle", ResticTrouble::Unreachable},
     {"transport endpoint is not connected", ResticTrouble::Unreachable},
     {"unexpected HTTP response (5", ResticTrouble::Unreachable},
     {"unexpected EOF", ResticTrouble::Unreachable},
     {"Is there a repository at the following location?", ResticTrouble::NoRepository},
 };
 
-ResticTrouble troubleSaidIn(std::string_view errors) {
-    const auto* const known = std::ranges::find_if(
-        knownTexts, [&](const KnownText& each) { return errors.find(each.text) != std::string_view::npos; });
-    return known == std::end(knownTexts) ? ResticTrouble::Failed : known->trouble;
+// A line that tells of a file of the user, whose name may be anything.
+constexpr std::string_view beginningsWithNames[] = {"ignoring error for ", "error: ", "{"};
+
+std::string_view takeLine(std::string_view& text) {
+    const std::string_view line = text.substr(0, text.find('\n'));
+    text.remove_prefix(std::min(line.size() + 1, text.size()));
+    return line;
+}
+
+bool namesAFile(std::string_view line) {
+    return std::ranges::any_of(beginningsWithNames,
+                               [&](std::string_view beginning) { return line.starts_with(beginning); });
 }
 
 ResticTrouble troubleOf(const ChildOutcome& child) {
@@ -70,6 +85,35 @@ std::string credentialsIn(std::string_view location) {
 }
 
 } // namespace
+
+ResticTrouble troubleSaidIn(std::string_view errors) {
+    std::string own;
+    while (!errors.empty())
+        if (const std::string_view line = takeLine(errors); !namesAFile(line))
+            own.append(line).append("\n");
+    const auto* const known = std::ranges::find_if(
+        knownTexts, [&](const KnownText& each) { return own.find(each.text) != std::string::npos; });
+    return known == std::end(knownTexts) ? ResticTrouble::Failed : known->trouble;
+}
+
+// "Fatal: " and why, with advice in further lines; else why, and the places in its program in pairs of lines,
+// the second of which is indented.
+std::string lastWordIn(std::string_view errors) {
+    std::string_view last;
+    std::string_view before;
+    while (!errors.empty()) {
+        const std::string_view line = takeLine(errors);
+        if (line.starts_with(fatalMark))
+            return std::string(line.substr(fatalMark.size()));
+        if (line.find(lockMark) != std::string_view::npos)
+            return std::string(line);
+        if (line.starts_with('\t'))
+            last = before;
+        else if (!line.empty())
+            before = std::exchange(last, line);
+    }
+    return std::string(last);
+}
 
 Restic::Restic(RepositoryPlace place) : place_(std::move(place)) {
     environment_ = {"RESTIC_REPOSITORY=" + place_.location, "RESTIC_PASSWORD_FILE=" + place_.passwordFile,

@@ -69,6 +69,11 @@ private:
     std::vector<std::string> environment_;
 };
 
+// Reads what restic has said on standard error: its own words, not the names of files of which it may tell.
+[[nodiscard]] ResticTrouble troubleSaidIn(std::string_view errors); // Failed when it is none that is known
+// The line that says why it ended, without what leads to it. Empty when it has said nothing.
+[[nodiscard]] std::string lastWordIn(std::string_view errors);
+
 // A line of its errors that says that it could not get something through and tries that again.
 [[nodiscard]] bool tellsOfRetry(std::string_view errorLine);
 

@@ -130,9 +130,8 @@ void RestoreDelivery::fail(const std::string& path, const std::string& reason) {
 
 // "ignoring error for PATH: REASON", and PATH may hold ": " itself: every beginning that is in the backup is
 // taken for it.
-std::map<std::string, std::string, std::less<>> errorsByPath(const BackupIndex& index,
-                                                             std::string_view errors) {
-    std::map<std::string, std::string, std::less<>> byPath;
+ErrorsByPath errorsByPath(const BackupIndex& index, std::string_view errors) {
+    ErrorsByPath byPath;
     for (std::size_t at = errors.find(errorMark); at != std::string_view::npos; at = errors.find(errorMark)) {
         errors.remove_prefix(at + errorMark.size());
         const std::string_view text =

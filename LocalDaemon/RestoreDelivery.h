@@ -2,10 +2,10 @@
 
 #include "LocalDaemon/BackupIndex.h"
 #include "LocalDaemon/RestoreJob.h"
+#include "LocalDaemon/RestoreTrouble.h"
 #include "Platform/ChildProgram.h"
 
 #include <functional>
-#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,7 +22,7 @@ public:
     struct Staged {
         std::string folder; // holds a folder for each snapshot, named by its number
         // What restic has said went wrong, by path.
-        std::map<std::string, std::string, std::less<>> errors;
+        ErrorsByPath errors;
     };
 
     RestoreDelivery(const BackupIndex& index, const Staged& staged, const StopSignal& stop)
@@ -49,7 +49,6 @@ private:
 
 // What restic has said on standard error of single files, by their path in the snapshot; names may hold line
 // ends.
-[[nodiscard]] std::map<std::string, std::string, std::less<>> errorsByPath(const BackupIndex& index,
-                                                                           std::string_view errors);
+[[nodiscard]] ErrorsByPath errorsByPath(const BackupIndex& index, std::string_view errors);
 
 } // namespace kelvane

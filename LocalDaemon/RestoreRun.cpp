@@ -27,19 +27,6 @@ constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
 // With this restic has done all that it could.
 constexpr std::string_view doneWithErrors = "Fatal: There were ";
 
-bool isPassing(const ResticOutcome& outcome) {
-    const ResticTrouble trouble = outcome.trouble;
-    return outcome.errors.empty() || // somebody has killed it, or the memory was short
-           trouble == ResticTrouble::Unreachable || trouble == ResticTrouble::NoNetwork ||
-           trouble == ResticTrouble::Locked ||
-           trouble == ResticTrouble::Stopped; // by the watch: nothing has come for long
-}
-
-std::string lastLine(const std::string& text) {
-    const std::string line = text.substr(text.rfind('\n') + 1);
-    return line.empty() ? "restic ended without a word" : line;
-}
-
 // Taking the staging folder away has changed the folder's times.
 void setTime(const std::string& folder, std::int64_t modified) {
     const std::array<timespec, 2> times{
@@ -118,7 +105,8 @@ void RestoreRun::fetchAndDeliver(const std::string& staging, const Pieces& piece
     for (const std::chrono::milliseconds wait : tools_.waits) {
         if (!fetching.isPassing)
             break;
-        KelvaneSystemLog("Restoring waits until the backup can be reached: %@", fetching.failure);
+        KelvaneSystemLog("Restoring waits until the backup can be reached: %@",
+                         fetching.failure.empty() ? staged.errors.begin()->second : fetching.failure);
         if (fetching.isLocked)
             clearStaleLocks();
         if (!waitUnlessStopped(wait, tools_.stop))
@@ -155,7 +143,6 @@ RestoreRun::Fetching RestoreRun::fetch(const SnapshotPaths& plan, RestoreDeliver
     if (::mkdir(staged.folder.c_str(), ownersFolder) != 0)
         return {staged.folder + ": " + std::generic_category().message(errno)};
     std::string errors;
-    bool isPassing = false;
     for (const auto& [number, paths] : plan) {
         const Snapshot* const snapshot = tools_.index->snapshot(number);
         if (!snapshot)
@@ -167,11 +154,10 @@ RestoreRun::Fetching RestoreRun::fetch(const SnapshotPaths& plan, RestoreDeliver
             Fetching call = callRestic(std::move(arguments), staged.folder, errors);
             if (!call.failure.empty() || tools_.stop.isSet())
                 return call;
-            isPassing = isPassing || call.isPassing;
         }
     }
-    staged.errors = errorsByPath(*tools_.index, errors);
-    return {{}, isPassing};
+    const ErrorsByPath before = std::exchange(staged.errors, errorsByPath(*tools_.index, errors));
+    return {{}, mayPass(staged.errors, before)};
 }
 
 RestoreRun::Fetching RestoreRun::callRestic(std::vector<std::string> arguments, const std::string& staging,
@@ -191,9 +177,9 @@ RestoreRun::Fetching RestoreRun::callRestic(std::vector<std::string> arguments, 
     if (outcome.succeeded() || tools_.stop.isSet())
         return {};
     errors += said;
-    const bool hasDoneItsBest = said.find(doneWithErrors) != std::string::npos;
-    return {hasDoneItsBest ? "" : lastLine(outcome.errors), isPassing(outcome),
-            outcome.trouble == ResticTrouble::Locked};
+    if (said.find(doneWithErrors) != std::string::npos)
+        return {};
+    return {restoreFailureFor(outcome), mayPass(outcome), outcome.trouble == ResticTrouble::Locked};
 }
 
 void RestoreRun::fail(const Pieces& pieces, const std::string& reason) {

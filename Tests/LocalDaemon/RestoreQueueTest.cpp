@@ -203,6 +203,7 @@ printf 'ignoring error for %s: ciphertext verification failed\nFatal: There were
 
 TEST_F(RestoreQueueTest, ARepositoryThatComesBackIsWaitedForAndOneThatDoesNotIsSaid) {
     folder_.write("home/a", "1");
+    folder_.write("home/timed out", "1");
     folder_.pretendBackUp();
     start(script("echo x >> " + (folder_ / "tries") + R"(
 if [ $(wc -l < )" +
@@ -210,10 +211,32 @@ if [ $(wc -l < )" +
 )" + copyScript));
     EXPECT_EQ(queue_->status(restore(home("a"), folder_ / "b")), restorestatus::finished);
     EXPECT_EQ(folder_.read("b"), "1");
-    queue_.reset();
-    start(script("echo 'Fatal: connection refused' >&2; exit 1"));
-    const std::uint32_t job = restore(home("a"), folder_ / "c");
-    EXPECT_EQ(queue_->failures(job), home("a") + ": Fatal: connection refused\n");
+    const struct {
+        const char* said;
+        int tries;
+        std::string reason;
+    } cases[] = {
+        {"Fatal: unable to open config file: stat /r/config: no such file or directory\\n"
+         "Is there a repository at the following location?\\n/r",
+         3,
+         "the backup's repository is not there: unable to open config file: stat /r/config: no such file or "
+         "directory"},
+        {"ignoring error for timed out: x: no space left\\nread /r: is broken\\nmain.run\\n\\tmain.go:1", 1,
+         "restic could not go on: read /r: is broken"},
+        {"ignoring error for $1: read /r: input/output error\\nFatal: There were 1 errors", 2,
+         "read /r: input/output error"},
+        {"ignoring error for $1: StreamPack: not found\\nFatal: There were 1 errors", 1,
+         "StreamPack: not found"},
+    };
+    for (const auto& [said, tries, reason] : cases) {
+        queue_.reset();
+        fs::remove(folder_ / "tries");
+        start(script("echo x >> " + (folder_ / "tries") + "; set '" + home("timed out") + "'\nprintf \"" +
+                     said + "\\n\" >&2; exit 1"));
+        const std::uint32_t job = restore(home("timed out"), folder_ / "c");
+        EXPECT_EQ(queue_->failures(job), home("timed out") + ": " + reason + '\n');
+        EXPECT_EQ(folder_.read("tries").size(), 2 * tries) << said;
+    }
 }
 
 TEST_F(RestoreQueueTest, CancellingEndsEverythingAtOnceAndLeavesWholeFilesOnly) {
