@@ -82,6 +82,13 @@ void BackupRunner::noteRules() {
         current_->set();
 }
 
+void BackupRunner::noteRestores(bool areWaiting) {
+    const std::scoped_lock guard(mutex_);
+    isRestoring_ = areWaiting;
+    if (isRestoring_ && isForgetting_ && current_)
+        current_->set();
+}
+
 void BackupRunner::backUpNow(const std::string& path) {
     const std::scoped_lock guard(mutex_);
     wanted_.insert(path);
@@ -233,7 +240,17 @@ ResticOutcome BackupRunner::backUpWanted(const StopSignal& stop) {
 
 // What cannot be forgotten now, because a restore is at work in the repository, is forgotten another time.
 ResticOutcome BackupRunner::forgetOld(const StopSignal& stop) {
+    {
+        const std::scoped_lock guard(mutex_);
+        isForgetting_ = !isRestoring_;
+        if (isRestoring_)
+            return {};
+    }
     const ResticOutcome outcome = keeper_->forgetOld(state_->configuration().keep, stop);
+    {
+        const std::scoped_lock guard(mutex_);
+        isForgetting_ = false;
+    }
     if (outcome.trouble == ResticTrouble::Stopped)
         return outcome;
     if (!outcome.succeeded())

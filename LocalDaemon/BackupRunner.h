@@ -44,6 +44,8 @@ public:
     void stop();
     void noteNeed(const BackupNeed& need);
     void noteRules();
+    // As long as files are being restored, nothing is forgotten: that would keep them waiting for hours.
+    void noteRestores(bool areWaiting);
     // Real path: it, or what is in the backup below it, is backed up before anything else. "/" asks for
     // everything.
     void backUpNow(const std::string& path);
@@ -79,6 +81,8 @@ private:
     std::set<std::string> wanted_;
     std::shared_ptr<StopSignal> current_; // of the task under way
     bool isAdding_ = false;               // that task
+    bool isForgetting_ = false;           // that task, just now
+    bool isRestoring_ = false;
 
     // What follows belongs to the runner's thread.
     bool isConnected_ = false;

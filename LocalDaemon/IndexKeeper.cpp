@@ -116,14 +116,20 @@ ResticOutcome IndexKeeper::forgetOld(std::chrono::days keep, const StopSignal& s
     const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
     const auto due = now.time_since_epoch() - keep - std::chrono::days(1); // a day's worth at a time
     const BackupIndex::Snapshots& known = index_->snapshots();
-    if (known.size() < 2 || known.begin()->second.time > due.count())
-        return {};
-    if (ResticOutcome outcome = repository_.forget(keep, stop); !outcome.succeeded())
-        return outcome;
-    const Repository::Listing listing = repository_.snapshots(stop);
-    if (listing.outcome.succeeded())
+    if (known.size() > 1 && known.begin()->second.time <= due.count()) {
+        if (ResticOutcome outcome = repository_.forget(keep, stop); !outcome.succeeded())
+            return outcome;
+        isToPrune_ = true;
+        const Repository::Listing listing = repository_.snapshots(stop);
+        if (!listing.outcome.succeeded())
+            return listing.outcome;
         take(indexOfKept(*index_, listing.snapshots), {"/"}, false);
-    return listing.outcome;
+    }
+    if (!isToPrune_)
+        return {};
+    ResticOutcome outcome = repository_.prune(stop);
+    isToPrune_ = !outcome.succeeded();
+    return outcome;
 }
 
 // When the file cannot be written, the next start finds an older one and brings that up to the repository.

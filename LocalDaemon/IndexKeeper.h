@@ -33,7 +33,8 @@ public:
     [[nodiscard]] ResticOutcome synchronize(bool mayMake, const StopSignal& stop);
     // Takes over a snapshot that was just made.
     [[nodiscard]] ResticOutcome add(const std::string& snapshotId, bool isPartial, const StopSignal& stop);
-    // Forgets what has gone from disk or selection for so long. Not more often than once a day.
+    // Forgets what has gone from disk or selection for so long. Not more often than once a day; what was
+    // stopped goes on the next time. The index says what is forgotten before the long work begins.
     [[nodiscard]] ResticOutcome forgetOld(std::chrono::days keep, const StopSignal& stop);
 
 private:
@@ -44,6 +45,7 @@ private:
     const Repository repository_;
     const std::string path_;
     Index index_;
+    bool isToPrune_ = false;
     Publish publish_ = [](const Index&, const std::vector<std::string>&, bool) {};
 };
 

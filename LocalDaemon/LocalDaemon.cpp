@@ -164,7 +164,8 @@ void LocalDaemon::makeRestores() {
         auto index = state->index();
         return index->repositoryId().empty() ? nullptr : index;
     };
-    options.onProgress = [state = state_](const RestoreProgress& progress) {
+    options.onProgress = [state = state_, runner = runner_](const RestoreProgress& progress) {
+        runner->noteRestores(progress.job != 0);
         state->setRestoreProgress(progress);
     };
     options.onEnd = [state = state_](const std::vector<RestoreFailure>& failures) {

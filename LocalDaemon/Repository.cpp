@@ -120,17 +120,15 @@ Repository::Contents Repository::list(const std::string& snapshotId,
 }
 
 ResticOutcome Repository::forget(std::chrono::days keep, const StopSignal& stop) const {
+    const std::string days = formatText("%lldd", static_cast<long long>(keep.count()));
+    return print(*restic_,
+                 {"forget", "--tag", tag_, "--group-by", "", "--keep-within", days, "--keep-last", "1"}, stop)
+        .outcome;
+}
+
+ResticOutcome Repository::prune(const StopSignal& stop) const {
     Restic::Call call;
-    call.arguments = {"forget",
-                      "--tag",
-                      tag_,
-                      "--group-by",
-                      "",
-                      "--keep-within",
-                      formatText("%lldd", static_cast<long long>(keep.count())),
-                      "--keep-last",
-                      "1",
-                      "--prune"};
+    call.arguments = {"prune"};
     call.patience = timeToTidyUp;
     call.patienceWithRetries = timeToTidyUp;
     call.hasLowerPriority = true;
@@ -149,11 +147,12 @@ ResticOutcome Repository::clearStaleLocks(const StopSignal& stop) const {
             continue; // it has gone since
         const bool isOurs = lock->hostName == hostName();
         isOneOursAndDead = isOneOursAndDead || (isOurs && !isAlive(lock->pid));
-        if ((!isOurs || isAlive(lock->pid)) && looksForgotten(*lock)) {
-            KelvaneSystemLog("A lock of process %d on %@ stands in the repository and is left alone.",
-                             lock->pid, lock->hostName);
-            return {};
-        }
+        if ((!isOurs || isAlive(lock->pid)) && looksForgotten(*lock))
+            return {
+                ResticTrouble::Locked, false,
+                formatText("A lock of process %d on %@ looks forgotten and is left alone; if nobody is at "
+                           "work there, `restic unlock` removes it.",
+                           lock->pid, lock->hostName)};
     }
     if (!isOneOursAndDead)
         return {};

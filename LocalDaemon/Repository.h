@@ -47,13 +47,15 @@ public:
                                 const std::function<void(SnapshotItem&&)>& take,
                                 const StopSignal& stop) const;
 
-    // Forgets this computer's snapshots that are more than so many days older than its newest, and what only
-    // they hold. Nobody else can be at work in the repository meanwhile.
+    // Forgets this computer's snapshots that are more than so many days older than its newest.
     [[nodiscard]] ResticOutcome forget(std::chrono::days keep, const StopSignal& stop) const;
+    // Removes what no snapshot holds any more, which may take hours, in which nobody else can be at work in
+    // the repository. It may be stopped at any time.
+    [[nodiscard]] ResticOutcome prune(const StopSignal& stop) const;
 
     // Removes locks that a dead process of this machine has left. restic would also remove those of other
-    // machines that look old to it: as long as there is one that might, nothing is removed and that is
-    // logged.
+    // machines that look old to it: as long as there is one that might, nothing is removed, and the outcome
+    // is that it is locked.
     [[nodiscard]] ResticOutcome clearStaleLocks(const StopSignal& stop) const;
 
 private:

@@ -102,15 +102,15 @@ void RestoreRun::fetchAndDeliver(const std::string& staging, const Pieces& piece
     RestoreDelivery::Staged staged{staging, {}};
     tools_.journal.stagingMade(staging);
     Fetching fetching = fetch(plan, staged);
-    for (const std::chrono::milliseconds wait : tools_.waits) {
-        if (!fetching.isPassing)
-            break;
+    for (auto wait = tools_.waits.begin(); fetching.isPassing && wait != tools_.waits.end();) {
         KelvaneSystemLog("Restoring waits until the backup can be reached: %@",
                          fetching.failure.empty() ? staged.errors.begin()->second : fetching.failure);
-        if (fetching.isLocked)
-            clearStaleLocks();
-        if (!waitUnlessStopped(wait, tools_.stop))
+        const bool isLastWait = std::next(wait) == tools_.waits.end();
+        const bool isToLast = fetching.isLocked && isSomebodyAtWork() && isLastWait;
+        if (!waitUnlessStopped(*wait, tools_.stop))
             break;
+        if (!isToLast)
+            ++wait;
         fetching = fetch(plan, staged);
     }
     if (!fetching.failure.empty())
@@ -121,11 +121,13 @@ void RestoreRun::fetchAndDeliver(const std::string& staging, const Pieces& piece
         tools_.journal.stagingGone(staging);
 }
 
-void RestoreRun::clearStaleLocks() const {
+bool RestoreRun::isSomebodyAtWork() const {
     constexpr std::uint32_t anyComputer = 0; // locks have no tag
     const Repository repository(tools_.restic, anyComputer);
-    if (const ResticOutcome outcome = repository.clearStaleLocks(tools_.stop); !outcome.succeeded())
-        KelvaneSystemLog("The locks of the backup cannot be looked through: %@", outcome.errors);
+    const ResticOutcome outcome = repository.clearStaleLocks(tools_.stop);
+    if (!outcome.succeeded())
+        KelvaneSystemLog("The lock of the backup stands. %@", outcome.errors);
+    return outcome.succeeded();
 }
 
 void RestoreRun::deliver(const RestoreDelivery::Staged& staged, const Pieces& pieces) {

@@ -19,7 +19,8 @@ namespace kelvane {
 // Belongs to one thread, which it blocks.
 //
 // While the repository cannot be reached, restic is called again, and locks of the dead are taken away; what
-// is missing after the last wait has failed. Stopped, it leaves whole files and no staging folder.
+// is missing after the last wait has failed. Somebody who is at work in the repository is waited for however
+// long that takes. Stopped, it leaves whole files and no staging folder.
 class RestoreRun {
 public:
     struct Tools {
@@ -50,7 +51,8 @@ private:
     void addPiece(const Piece& piece);
     void runGroup(const std::string& folder, const Pieces& pieces, const std::string& stagingName);
     void fetchAndDeliver(const std::string& staging, const Pieces& pieces);
-    void clearStaleLocks() const;
+    // After the locks of the dead have been taken away.
+    [[nodiscard]] bool isSomebodyAtWork() const;
     void deliver(const RestoreDelivery::Staged& staged, const Pieces& pieces);
     struct Fetching {
         std::string failure;    // empty: what could come has come

@@ -1,6 +1,7 @@
 // Real folders, a real repository and the real restic.
 
 #include "Common/FileNodeFlags.h"
+#include "Common/RestoreStatus.h"
 #include "Support/Logging.h"
 #include "Tests/LocalDaemon/RunningDaemon.h"
 
@@ -19,7 +20,7 @@ using tests::TestPane;
 class BackingUp : public ::testing::Test {
 protected:
     [[nodiscard]] std::string in(const std::string& name) const { return folders.home() + '/' + name; }
-    void start(const std::vector<Volume>& disks = {}) {
+    void start(const std::vector<Volume>& disks = {}, const std::string& program = "restic") {
         pane.reset();
         daemon.reset();
         daemon = std::make_unique<RunningDaemon>(folders, [&](LocalDaemon::Options& options) {
@@ -28,6 +29,8 @@ protected:
             options.fileSystem = std::make_shared<LocalFileSystem>(Volumes("Boot", disks));
             if (!disks.empty())
                 options.settled.set("volumes", Array{disks.front().mountPoint});
+            options.defaults.repository.program = program;
+            options.settled.set("computerNumber", 7U);
         });
         pane = std::make_unique<TestPane>(folders.socket());
     }
@@ -151,7 +154,7 @@ TEST_F(BackingUp, ShowsAndRestoresWhatWasOnADiskThatIsAway) {
 }
 
 TEST_F(BackingUp, ForgetsWhatHasGoneForTooLong) {
-    RepositoryPlace place{folders / "repository", folders / "password", folders / "cache"};
+    RepositoryPlace place{folders / "repository", folders / "state/password", folders / "cache"};
     bool isNew = false;
     ASSERT_EQ(ensurePasswordFile(place.passwordFile, isNew), "");
     const Repository repository(std::make_shared<const Restic>(place), 7);
@@ -171,6 +174,20 @@ TEST_F(BackingUp, ForgetsWhatHasGoneForTooLong) {
     EXPECT_EQ(keeper.index()->totals(), (FileTotals{1, 2}));
     EXPECT_EQ(IndexKeeper(repository, folders / "index").index()->totals(), (FileTotals{1, 2}));
     EXPECT_EQ(snapshots(), 1U);
+
+    // What restic locks for hours makes room for a restore at once.
+    backUp(folders / "old", "2001-02-03 04:05:06");
+    folders.write("home/file", "333");
+    const std::string lock = folders / "pruning";
+    start({}, folders.program("case $1 in\nprune) trap 'rm " + lock + "; exit 130' INT; touch " + lock +
+                              "; sleep 600 & wait;;\nrestore) if [ -e " + lock +
+                              " ]; then echo 'repository is already locked' >&2; exit 1; fi;;\nesac\n" +
+                              "exec restic \"$@\""));
+    ASSERT_TRUE(comesTo([&] { return fs::exists(lock); }));
+    const auto job =
+        pane->call<"restoreFile:toPath:version:priority:">(in("file"), folders / "back", 0U, 50U);
+    EXPECT_TRUE(comesTo([&] { return pane->call<"getRestoreJobStatus:">(job) == restorestatus::finished; }));
+    EXPECT_EQ(folders.read("back"), "333");
 }
 
 // An index that takes half an answer for a whole one forgets what is backed up.
@@ -179,8 +196,7 @@ TEST_F(BackingUp, TakesAnAnswerHoweverLongItIsAndNoneForNone) {
     place.program = folders / "restic";
     const Repository repository(std::make_shared<const Restic>(place), 7);
     const auto answer = [&](const std::string& text) {
-        folders.write("restic", "#!/bin/sh\ncat '" + folders.write("answer", text) + "'\n");
-        fs::permissions(place.program, fs::perms::owner_all);
+        folders.program("cat '" + folders.write("answer", text) + "'\n");
     };
     const auto lists = [&] {
         return repository
@@ -218,17 +234,18 @@ TEST_F(BackingUp, RemovesOnlyLocksThatADeadProcessOfThisMachineHasLeft) {
     const struct {
         std::vector<std::string> locks;
         bool areRemoved;
+        bool isOneForgotten = false;
     } cases[] = {
         {{}, false},
         {{dead + recent}, true},
         {{dead + old, other + recent}, true},
         {{alive + recent}, false},
-        {{other + old}, false},
-        {{dead + old, other + old}, false},
-        {{alive + old, dead + old}, false},
+        {{other + old}, false, true},
+        {{dead + old, other + old}, false, true},
+        {{alive + old, dead + old}, false, true},
     };
-    for (const auto& [locks, areRemoved] : cases) {
-        std::string script = "#!/bin/sh\ncase \"$1 $3\" in\n";
+    for (const auto& [locks, areRemoved, isOneForgotten] : cases) {
+        std::string script = "case \"$1 $3\" in\n";
         std::string ids;
         for (std::size_t id = 0; id < locks.size(); ++id) {
             ids += "echo id" + std::to_string(id) + ";";
@@ -237,10 +254,9 @@ TEST_F(BackingUp, RemovesOnlyLocksThatADeadProcessOfThisMachineHasLeft) {
         script +=
             "'list --no-lock') " + ids + "true;;\nunlock*) touch " + (folders / "removed") + ";;\nesac\n";
         RepositoryPlace place;
-        place.program = folders.write("restic", script);
-        fs::permissions(place.program, fs::perms::owner_all);
+        place.program = folders.program(script);
         const Repository repository(std::make_shared<const Restic>(place), 7);
-        EXPECT_TRUE(repository.clearStaleLocks(StopSignal()).succeeded());
+        EXPECT_EQ(repository.clearStaleLocks(StopSignal()).succeeded(), !isOneForgotten);
         EXPECT_EQ(fs::remove(folders / "removed"), areRemoved) << script;
     }
 }

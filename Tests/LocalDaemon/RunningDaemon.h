@@ -19,6 +19,12 @@ public:
     DaemonFolders() { std::filesystem::create_directory(home()); }
 
     [[nodiscard]] std::string home() const { return *this / "home"; }
+    // A shell script in restic's place.
+    std::string program(const std::string& text) const {
+        const std::string path = write("restic", "#!/bin/bash\n" + text);
+        std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+        return path;
+    }
     [[nodiscard]] std::string socket() const { return *this / "run/daemon.sock"; }
 };
 
