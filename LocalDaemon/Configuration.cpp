@@ -20,32 +20,12 @@
 namespace kelvane {
 namespace {
 
-constexpr const char* machineIdentityFile = "/etc/machine-id";
-constexpr std::size_t largestIdentity = 4096;
-
 constexpr const char* policyBelowHome[] = {".cache/", ".local/share/Trash/", ".thumbnails/",
                                            ".var/app/*/cache/"};
 constexpr const char* policyOfMachine[] = {"/dev/", "/proc/",    "/run/",          "/sys/",
                                            "/tmp/", "/var/tmp/", "/*/lost+found/", "/*/.Trash-*"};
 constexpr std::size_t keyBytes = 32;
 constexpr mode_t privateMode = 0600;
-
-std::string machineIdentity() {
-    const FileReading file = readFile(machineIdentityFile, largestIdentity, SymbolicLinks::Follow);
-    if (!file.bytes.empty())
-        return {file.bytes.begin(), file.bytes.end()};
-    std::array<char, 256> hostName{};
-    ::gethostname(hostName.data(), hostName.size() - 1);
-    return hostName.data();
-}
-
-// FNV-1a.
-std::uint32_t hashOf(const std::string& text) {
-    std::uint32_t hash = 2166136261U;
-    for (const char byte : text)
-        hash = (hash ^ static_cast<unsigned char>(byte)) * 16777619U;
-    return hash;
-}
 
 // Mapped as a path is, which costs it its last separator.
 std::string withItsEnd(const std::string& mapped, const std::string& pattern) {
@@ -199,7 +179,7 @@ Configuration configurationFrom(const Entries& entries, const ConfigurationDefau
                  [&](std::uint32_t number) { configuration.interval = std::chrono::minutes(number); });
     entries.take("keepDays", 1, highest / 2,
                  [&](std::uint32_t number) { configuration.keep = std::chrono::days(number); });
-    configuration.computerNumber = numberOfThisComputer();
+    configuration.computerNumber = defaults.computerNumber;
     entries.take("computerNumber", 1, highest,
                  [&](std::uint32_t number) { configuration.computerNumber = number; });
     configuration.repository = placeFrom(entries, defaults.repository);
@@ -249,11 +229,6 @@ std::string localFolderOf(const std::string& location) {
 
 std::string volumePattern(const std::string& pattern, const Volumes& volumes) {
     return withItsEnd(volumes.volumePath(pattern), pattern);
-}
-
-std::uint32_t numberOfThisComputer() {
-    const std::uint32_t number = hashOf("kelvane computer number " + machineIdentity()) & 0x7FFFFFFFU;
-    return number == 0 ? 1 : number;
 }
 
 std::string ensurePasswordFile(const std::string& path, bool& isNew) {

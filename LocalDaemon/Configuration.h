@@ -35,6 +35,7 @@ struct ConfigurationDefaults {
     // Further patterns of the policy, whatever the configuration says: what a backup itself changes would
     // never be backed up as it is.
     std::vector<std::string> ownFiles = {};
+    std::uint32_t computerNumber = 1;
 };
 [[nodiscard]] ConfigurationDefaults usualDefaults();
 
@@ -49,7 +50,7 @@ struct ConfigurationDefaults {
 //   intervalMinutes, keepDays        1 and up
 //   quotaMB                          0: no limit
 //   userEmail, serverURL             texts
-//   computerNumber                   1 and up; by default one that this machine keeps
+//   computerNumber                   1 and up; by default that of the defaults
 //   policyExcludeList                real or volume paths as in `policy`; by default caches, trash, temporary
 //                                    files and what the kernel makes up
 [[nodiscard]] Configuration readConfiguration(const std::string& path, const ConfigurationDefaults& defaults,
@@ -63,10 +64,6 @@ struct ConfigurationDefaults {
 
 // A policy pattern as panes know it: with its volume's name, and with the separator that it ends in.
 [[nodiscard]] std::string volumePattern(const std::string& pattern, const Volumes& volumes);
-
-// 1 to 2^31-1, the same after every start. A pane and its web pages see it, so the machine's own identity
-// cannot be read from it.
-[[nodiscard]] std::uint32_t numberOfThisComputer();
 
 // Makes a file with a random key, which only its owner may read, unless there is a file. Returns why it could
 // not be made; empty when it stands. `isNew` says whether it was made.

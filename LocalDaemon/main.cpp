@@ -1,4 +1,5 @@
 #include "Common/KelvSocket.h"
+#include "LocalDaemon/ComputerNumber.h"
 #include "LocalDaemon/LocalDaemon.h"
 #include "LocalDaemon/LogFile.h"
 #include "Platform/DetachedProgram.h"
@@ -184,6 +185,8 @@ int run(const Arguments& arguments) {
     LocalDaemon::Options options;
     options.defaults = usualDefaults();
     options.indexPath = stateFolder() + "/kelvane/local-daemon-index";
+    options.defaults.computerNumber =
+        computerNumber(configurationFolder() + "/kelvane/local-daemon.number", options.indexPath);
     options.settled = arguments.settled;
     options.defaults.ownFiles.push_back(options.indexPath + '*');
     options.defaults.ownFiles.push_back(arguments.logPath + '*');

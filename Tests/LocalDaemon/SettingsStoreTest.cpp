@@ -1,6 +1,7 @@
 #include "LocalDaemon/SettingsStore.h"
 
 #include "Foundation/BinaryPropertyList.h"
+#include "LocalDaemon/ComputerNumber.h"
 #include "LocalDaemon/Configuration.h"
 #include "Support/Logging.h"
 #include "Tests/Harness/TemporaryFolder.h"
@@ -59,8 +60,7 @@ TEST_F(Store, ConfigurationHasHonestDefaultsAndOnlyPatternsThatCanMatch) {
     const Volumes volumes("Boot", {{"Disk", "/media/joe/Disk"}});
     const ConfigurationDefaults defaults{"/home/joe", {"/backup", "/key", "/cache"}};
     const auto read = [&](const std::string& file) { return readConfiguration(file, defaults, volumes); };
-    EXPECT_GT(static_cast<std::int32_t>(read(folder / "none").computerNumber), 0);
-    EXPECT_EQ(read(folder / "none").computerNumber, read(folder / "none").computerNumber);
+    EXPECT_EQ(read(folder / "none").serverURL, "localhost");
     EXPECT_EQ(problems, 0);
     EXPECT_EQ(read(folder.write("bad.plist", "<plist")).serverURL, "localhost");
     EXPECT_EQ(problems, 1);
@@ -76,6 +76,21 @@ TEST_F(Store, ConfigurationHasHonestDefaultsAndOnlyPatternsThatCanMatch) {
     EXPECT_EQ(problems, 9);
     EXPECT_EQ(volumePattern(policy[2], volumes), "/Volumes/Disk/b/");
     EXPECT_EQ(volumePattern(policy[1], volumes), "/Volumes/Boot/a/*.o*");
+}
+
+TEST_F(Store, DaemonsOfOneMachineHaveNumbersThatDifferAndKeepTheirs) {
+    const auto number = [&](const std::string& name) {
+        return computerNumber(folder / name + "/number", folder / name + "/index");
+    };
+    const std::uint32_t first = number("a");
+    EXPECT_GT(static_cast<std::int32_t>(first), 0);
+    EXPECT_NE(number("b"), first);
+    folder.write("a/index-1", "");
+    EXPECT_EQ(number("a"), first);
+    folder.write("c/index-1", ""); // of a backup from before numbers were kept
+    folder.write("d/index-1", "");
+    EXPECT_EQ(number("c"), number("d"));
+    EXPECT_EQ(problems, 0);
 }
 
 } // namespace
