@@ -82,13 +82,13 @@ Repository::Repository(std::shared_ptr<const Restic> restic, std::uint32_t compu
     : restic_(std::move(restic)), tag_("kelvane-" + std::to_string(computerNumber)) {}
 
 Repository::Opening Repository::open(bool mayMake, const StopSignal& stop) const {
-    Printed config = print(*restic_, {"cat", "config"}, stop);
+    Printed config = print(*restic_, {"cat", "config", "--no-lock"}, stop);
     bool wasMade = false;
     if (mayMake && config.outcome.trouble == ResticTrouble::NoRepository) {
         if (const auto made = print(*restic_, {"init"}, stop); !made.outcome.succeeded())
             return {made.outcome, {}, false};
         wasMade = true;
-        config = print(*restic_, {"cat", "config"}, stop);
+        config = print(*restic_, {"cat", "config", "--no-lock"}, stop);
     }
     const std::string id = textEntry(config.text, "id");
     return {checked(config.outcome, !id.empty()), id, wasMade};

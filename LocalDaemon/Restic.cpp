@@ -45,6 +45,17 @@ constexpr KnownText knownTexts[] = {
     {"Is there a repository at the following location?", ResticTrouble::NoRepository},
 };
 
+constexpr std::string_view lockRetryMark = "Save(<lock/";
+constexpr std::string_view refusals[] = {"permission denied",
+                                         "Permission denied",
+                                         "operation not permitted",
+                                         "read-only file system",
+                                         "no space left on device",
+                                         "disk quota exceeded",
+                                         "Access Denied",
+                                         "AccessDenied",
+                                         "Forbidden"};
+
 // A line that tells of a file of the user, whose name may be anything.
 constexpr std::string_view beginningsWithNames[] = {"ignoring error for ", "error: ", "{"};
 
@@ -57,6 +68,13 @@ std::string_view takeLine(std::string_view& text) {
 bool namesAFile(std::string_view line) {
     return std::ranges::any_of(beginningsWithNames,
                                [&](std::string_view beginning) { return line.starts_with(beginning); });
+}
+
+bool tellsOfRefusedLocks(std::string_view errors) {
+    while (!errors.empty())
+        if (tellsOfRefusedLock(takeLine(errors)))
+            return true;
+    return false;
 }
 
 ResticTrouble troubleOf(const ChildOutcome& child) {
@@ -126,9 +144,25 @@ Restic::Restic(RepositoryPlace place) : place_(std::move(place)) {
 }
 
 ResticOutcome Restic::run(const Call& call, const StopSignal& stop) const {
+    ChildOutcome child = runOnce(call, true, stop);
+    if (call.takesLockIfPossible && !child.succeeded() && !stop.isSet() &&
+        tellsOfRefusedLocks(child.errors)) {
+        KelvaneSystemLog("The backup's place takes no lock, and is read without one.");
+        child = runOnce(call, false, stop);
+    }
+    const ResticOutcome outcome{troubleOf(child),
+                                child.end == ChildOutcome::End::Exited && child.status == someFilesUnread,
+                                withoutSecrets(child.errors), child.hasLostLine};
+    KelvaneCLog("restic %@: exit %d. %@", call.arguments.front(), child.status, outcome.errors);
+    return outcome;
+}
+
+ChildOutcome Restic::runOnce(const Call& call, bool takesLock, const StopSignal& stop) const {
     ChildProgram program;
     program.arguments = {place_.program};
     program.arguments.insert(program.arguments.end(), call.arguments.begin(), call.arguments.end());
+    if (!takesLock)
+        program.arguments.emplace_back("--no-lock");
     program.environment = environment_;
     program.input = call.input;
     program.onLine = call.onLine;
@@ -137,14 +171,13 @@ ResticOutcome Restic::run(const Call& call, const StopSignal& stop) const {
     program.patience = call.patience;
     program.patienceInTrouble = call.patienceWithRetries;
     program.isTrouble = tellsOfRetry;
+    if (call.takesLockIfPossible) {
+        program.isTrouble = tellsOfRefusedLock;
+        program.patienceInTrouble = std::chrono::milliseconds(0);
+    }
     program.grace = call.grace;
     program.hasLowerPriority = call.hasLowerPriority;
-    const ChildOutcome child = kelvane::run(program, stop);
-    const ResticOutcome outcome{troubleOf(child),
-                                child.end == ChildOutcome::End::Exited && child.status == someFilesUnread,
-                                withoutSecrets(child.errors), child.hasLostLine};
-    KelvaneCLog("restic %@: exit %d. %@", call.arguments.front(), child.status, outcome.errors);
-    return outcome;
+    return kelvane::run(program, stop);
 }
 
 std::string Restic::withoutSecrets(std::string text) const {
@@ -154,6 +187,12 @@ std::string Restic::withoutSecrets(std::string text) const {
     for (std::size_t at = text.find(credentials); at != std::string::npos; at = text.find(credentials, at))
         text.erase(at, credentials.size());
     return text;
+}
+
+bool tellsOfRefusedLock(std::string_view errorLine) {
+    return errorLine.starts_with(lockRetryMark) && std::ranges::any_of(refusals, [&](std::string_view each) {
+               return errorLine.find(each) != std::string_view::npos;
+           });
 }
 
 bool tellsOfRetry(std::string_view errorLine) {

@@ -57,6 +57,9 @@ public:
         std::chrono::milliseconds patienceWithRetries = std::chrono::minutes(2);
         std::chrono::milliseconds grace = std::chrono::seconds(10); // that it has to end when it is stopped
         bool hasLowerPriority = false;
+        // A lock is for what others may remove meanwhile. Where none can be made, on a disk that is full or
+        // must not be written to, nobody removes anything either: then the call is made without one.
+        bool takesLockIfPossible = false;
     };
     [[nodiscard]] ResticOutcome run(const Call& call, const StopSignal& stop) const;
 
@@ -65,6 +68,8 @@ public:
     [[nodiscard]] std::string withoutSecrets(std::string text) const;
 
 private:
+    [[nodiscard]] ChildOutcome runOnce(const Call& call, bool takesLock, const StopSignal& stop) const;
+
     const RepositoryPlace place_;
     std::vector<std::string> environment_;
 };
@@ -73,6 +78,9 @@ private:
 [[nodiscard]] ResticTrouble troubleSaidIn(std::string_view errors); // Failed when it is none that is known
 // The line that says why it ended, without what leads to it. Empty when it has said nothing.
 [[nodiscard]] std::string lastWordIn(std::string_view errors);
+
+// A line of its errors that says that the place does not take its lock, which it will try for a while.
+[[nodiscard]] bool tellsOfRefusedLock(std::string_view errorLine);
 
 // A line of its errors that says that it could not get something through and tries that again.
 [[nodiscard]] bool tellsOfRetry(std::string_view errorLine);

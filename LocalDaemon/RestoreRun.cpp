@@ -168,6 +168,7 @@ RestoreRun::Fetching RestoreRun::callRestic(std::vector<std::string> arguments, 
     call.arguments = std::move(arguments);
     call.patience = call.patienceWithRetries = forEver; // the watch is the one to lose it
     call.grace = grace;
+    call.takesLockIfPossible = true;
     std::string said;
     call.onErrorLine = [&](std::string_view line) {
         if (said.size() < mostErrorBytes)

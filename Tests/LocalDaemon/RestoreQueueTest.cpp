@@ -316,6 +316,20 @@ TEST_F(RestoreQueueTest, NoNoteIsLostToADamagedFileToADiskThatIsAwayOrToTidyingU
     EXPECT_TRUE(RestoreJournal(path).open().stagingFolders.empty());
 }
 
+// A disk that is full or must not be written to takes no lock, which restic tries for 44 s.
+TEST_F(RestoreQueueTest, WhereNoLockCanBeMadeARestoreGoesWithoutOne) {
+    folder_.write("home/a", "1");
+    folder_.pretendBackUp();
+    const auto statusWhen = [&](const std::string& trouble, const std::string& then) {
+        queue_.reset();
+        start(script("if [ \"${@: -1}\" != --no-lock ]; then echo 'Save(<lock/1>) returned error, retrying " +
+                     trouble + "' >&2; " + then + "; fi\n" + copyScript));
+        return queue_->status(restore(home("a"), folder_ / "b"));
+    };
+    EXPECT_EQ(statusWhen("after 1s: connection reset", "exit 1"), restorestatus::incomplete);
+    EXPECT_EQ(statusWhen("after 1s: open /r: read-only file system", "sleep 600"), restorestatus::finished);
+}
+
 TEST_F(RestoreQueueTest, TheLockOfADeadProcessIsRemovedAndThatOfALivingOneWaitedFor) {
     folder_.write("home/a", "1");
     folder_.pretendBackUp();
