@@ -16,6 +16,8 @@ constexpr const char* everything = "/";
 constexpr const char* unreadAlert = "files_not_read";
 constexpr std::chrono::hours forever{24};
 constexpr std::size_t mostNamed = 5; // in an alert
+// At once; more are backed up as everything is.
+constexpr std::size_t mostWanted = 100;
 
 std::string joined(const std::vector<std::string>& paths) {
     std::string text;
@@ -91,6 +93,8 @@ void BackupRunner::noteRestores(bool areWaiting) {
 
 void BackupRunner::backUpNow(const std::string& path) {
     const std::scoped_lock guard(mutex_);
+    if (wanted_.size() >= mostWanted)
+        wanted_ = {everything};
     wanted_.insert(path);
     isUrgent_ = true;
     isNoted_ = true;
