@@ -55,7 +55,8 @@ std::string LocalDaemon::start() {
         return claim_->refusal();
     if (const std::string refusal = claimSettings(); !refusal.empty())
         return refusal;
-    makeWorld();
+    if (const std::string refusal = makeWorld(); !refusal.empty())
+        return refusal;
     if (!options_.fileSystem->isDirectory(state_->configuration().home))
         return "cannot find the folder " + state_->configuration().home;
     makeKey();
@@ -127,17 +128,19 @@ void LocalDaemon::stop() {
     claim_.reset(); // last: until now nobody else may serve here
 }
 
-void LocalDaemon::makeWorld() {
+std::string LocalDaemon::makeWorld() {
     volumes_ = options_.fileSystem->volumes();
     const auto store = std::make_shared<SettingsStore>(options_.settingsPath);
-    Settings settings = store->load();
+    SettingsStore::Loading loading = store->load();
+    if (!loading.refusal.empty())
+        return loading.refusal;
     const Configuration configuration =
         readConfiguration(options_.configurationPath, options_.defaults, *volumes_, options_.settled);
     keeper_ = std::make_shared<IndexKeeper>(
         Repository(std::make_shared<const Restic>(configuration.repository), configuration.computerNumber),
         indexPathFor(options_.indexPath, configuration));
     state_ = std::make_shared<DaemonState>(
-        configuration, std::move(settings), keeper_->index(),
+        configuration, std::move(loading.settings), keeper_->index(),
         [store](const Settings& changed, std::uint64_t version) { return store->save(changed, version); },
         options_.clock);
     state_->noteDisks(*volumes_);
@@ -154,6 +157,7 @@ void LocalDaemon::makeWorld() {
     server_ = std::make_shared<PaneServer>(loop_, makeTarget,
                                            PaneServer::Options{options_.fileSystem, options_.sendTimeout});
     state_->setObserver(server_);
+    return {};
 }
 
 void LocalDaemon::makeRestores() {

@@ -57,7 +57,7 @@ public:
 
 private:
     [[nodiscard]] std::string claimSettings();
-    void makeWorld();
+    [[nodiscard]] std::string makeWorld();
     void makeRestores();
     void makeKey();
     void refresh();

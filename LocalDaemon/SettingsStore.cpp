@@ -16,7 +16,7 @@ namespace {
 constexpr std::size_t largestFile = std::size_t{4} << 20U;
 constexpr mode_t privateMode = 0600;
 
-Settings insteadOfDamaged(const std::string& path, const std::string& reason) {
+SettingsStore::Loading insteadOfDamaged(const std::string& path, const std::string& reason) {
     if (!setAside(path, reason))
         KelvaneSystemLog("The next change of the settings takes its place.");
     return {};
@@ -24,17 +24,19 @@ Settings insteadOfDamaged(const std::string& path, const std::string& reason) {
 
 } // namespace
 
-Settings SettingsStore::load() {
+SettingsStore::Loading SettingsStore::load() {
     const std::scoped_lock guard(mutex_);
     const FileReading file = readFile(path_, largestFile);
-    if (file.error == ENOENT)
+    if (file.error == ENOENT || file.error == ENOTDIR)
         return {};
-    if (!file.succeeded())
+    if (file.error == EFBIG)
         return insteadOfDamaged(path_, file.reason);
+    if (!file.succeeded())
+        return {{}, "the settings cannot be read, and what you have excluded stands there: " + file.reason};
     const PropertyListReading list = readBinaryPropertyList(file.bytes);
     if (!list.value.isDictionary())
         return insteadOfDamaged(path_, list.succeeded() ? "it holds no dictionary" : list.error);
-    return settingsFromValue(list.value);
+    return {settingsFromValue(list.value), {}};
 }
 
 std::string SettingsStore::save(const Settings& settings, std::uint64_t version) {

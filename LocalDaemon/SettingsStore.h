@@ -14,9 +14,13 @@ class SettingsStore {
 public:
     explicit SettingsStore(std::string path) : path_(std::move(path)) {}
 
-    // The defaults when there is no file. One that cannot be read or makes no sense is set aside as
-    // "<path>.damaged", and that is logged.
-    [[nodiscard]] Settings load();
+    struct Loading {
+        Settings settings;
+        std::string refusal; // why the file cannot be read just now; empty when the settings are what holds
+    };
+    // The defaults when there is no file. One that makes no sense is set aside as "<path>.damaged", and that
+    // is logged. One that the disk does not give out stays: nobody's rules are forgotten for that.
+    [[nodiscard]] Loading load();
 
     // Returns why it failed, empty when it did not; then the file is as it was. Of several at once the one
     // with the highest version stays.

@@ -33,18 +33,18 @@ TEST_F(Store, BringsBackTheLatestOfWhatItSavedAndSetsAsideWhatItCannotRead) {
     settings.fileTypeToggles = {{"movies", 0xFFFFFFFFU}};
     settings.paths.exclusions = {"/a\nb", "/home/ü"};
     settings.paths.marks = {{"/", PathRules::Mark::Added}, {"/x", PathRules::Mark::Removed}};
-    EXPECT_EQ(SettingsStore(path).load(), Settings());
+    EXPECT_EQ(SettingsStore(path).load().settings, Settings());
     SettingsStore store(path);
     EXPECT_EQ(store.save(settings, 2), "");
     EXPECT_EQ(store.save(Settings(), 1), ""); // of several at once
-    EXPECT_EQ(store.load(), settings);
+    EXPECT_EQ(store.load().settings, settings);
     EXPECT_EQ(problems, 0);
 
     const std::string whole = folder.read("new folder/state.plist");
     for (std::size_t length = 0; length < whole.size(); length += 7) {
         folder.write("new folder/state.plist", whole.substr(0, length));
         problems = 0;
-        EXPECT_EQ(store.load(), Settings());
+        EXPECT_EQ(store.load().settings, Settings());
         EXPECT_EQ(problems, 1);
         EXPECT_EQ(folder.read("new folder/state.plist.damaged"), whole.substr(0, length));
     }
@@ -53,7 +53,12 @@ TEST_F(Store, BringsBackTheLatestOfWhatItSavedAndSetsAsideWhatItCannotRead) {
     Settings expected;
     expected.enabled = false;
     expected.paths.exclusions = {"/a"};
-    EXPECT_EQ(store.load(), expected);
+    EXPECT_EQ(store.load().settings, expected);
+
+    std::filesystem::rename(path, path + "elsewhere"); // as a disk that gives nothing out just now
+    std::filesystem::create_symlink(path, path);
+    EXPECT_NE(store.load().refusal, "");
+    EXPECT_TRUE(std::filesystem::is_symlink(path));
 }
 
 TEST_F(Store, ConfigurationHasHonestDefaultsAndOnlyPatternsThatCanMatch) {
