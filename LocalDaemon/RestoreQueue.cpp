@@ -15,6 +15,8 @@ namespace {
 constexpr std::size_t mostWaiting = 20'000;
 constexpr std::size_t mostEnded = 10'000;
 constexpr std::size_t mostFailures = 1000; // that are kept of one job, and written to the log
+constexpr std::size_t mostBytesOfEnded = std::size_t{16} << 20U;
+constexpr const char* failuresDropped = "what failed stands in the log";
 // Jobs are done together, since each call of restic takes half a second; but not so many that the first
 // would wait long for the last.
 constexpr std::size_t mostInBatch = 500;
@@ -48,6 +50,25 @@ std::string onOneLine(const std::string& text) {
     return line;
 }
 
+RestoreJournal::Ended endedWith(const std::vector<RestoreFailure>& failures) {
+    RestoreJournal::Ended ended{failures.empty() ? restorestatus::finished : restorestatus::incomplete, {}};
+    for (const RestoreFailure& failure : failures) {
+        if (ended.failures.size() == mostFailures) {
+            ended.failures.push_back(formatText("and %llu more", failures.size() - mostFailures));
+            break;
+        }
+        ended.failures.push_back(onOneLine(failure.path + ": " + failure.reason));
+    }
+    return ended;
+}
+
+std::size_t bytesOf(const RestoreJournal::Ended& ended) {
+    std::size_t bytes = 0;
+    for (const std::string& line : ended.failures)
+        bytes += sizeof line + line.size();
+    return bytes;
+}
+
 } // namespace
 
 std::vector<std::chrono::milliseconds> RestoreQueue::usualWaits() {
@@ -64,23 +85,24 @@ RestoreQueue::~RestoreQueue() {
 
 void RestoreQueue::start() {
     RestoreJournal::Contents contents = journal_.open();
-    for (const std::string& folder : contents.stagingFolders)
-        if (removeStaging(folder))
-            journal_.stagingGone(folder);
     const std::scoped_lock guard(mutex_);
     nextId_ = contents.nextId;
-    ended_ = std::move(contents.ended);
+    for (auto& [id, ended] : contents.ended)
+        keep(id, std::move(ended));
     std::ranges::sort(contents.waiting, goesBefore);
     for (RestoreJob& job : contents.waiting)
         waiting_.push_back({std::move(job)});
     report();
-    thread_ = std::thread([this] { work(); });
+    thread_ = std::thread([this, left = std::move(contents.stagingFolders)] {
+        removeLeft(left);
+        work();
+    });
 }
 
 void RestoreQueue::stop() {
     {
         const std::scoped_lock guard(mutex_);
-        isStopping_ = true;
+        stopping_.set();
         if (running_)
             running_->set();
         changed_.notify_all();
@@ -95,14 +117,18 @@ void RestoreQueue::wake() {
 }
 
 std::uint32_t RestoreQueue::add(RestoreJob job) {
-    const std::scoped_lock guard(mutex_);
-    job.id = nextId_;
-    if (waiting_.size() >= mostWaiting || !journal_.add(job)) {
+    bool isRoom = false;
+    {
+        const std::scoped_lock guard(mutex_);
+        isRoom = waiting_.size() < mostWaiting;
+        job.id = nextId_++;
+    }
+    if (!isRoom || !journal_.add(job)) {
         KelvaneSystemLog("%@ cannot be restored: there are too many jobs, or they cannot be written down.",
                          job.source);
         return 0;
     }
-    ++nextId_;
+    const std::scoped_lock guard(mutex_);
     const auto place = std::ranges::find_if(
         waiting_, [&](const Waiting& each) { return !each.isRunning && goesBefore(job, each.job); });
     const std::uint64_t files = filesOf(job, options_.index().get());
@@ -113,14 +139,21 @@ std::uint32_t RestoreQueue::add(RestoreJob job) {
 }
 
 void RestoreQueue::cancelAll() {
-    const std::scoped_lock guard(mutex_);
-    if (waiting_.empty())
-        return;
-    if (running_)
-        running_->set();
-    while (!waiting_.empty())
-        end(waiting_.front().job.id, {restorestatus::cancelled, {}});
-    reportEnd();
+    std::vector<std::uint32_t> cancelled;
+    {
+        const std::scoped_lock guard(mutex_);
+        if (waiting_.empty())
+            return;
+        if (running_)
+            running_->set();
+        while (!waiting_.empty()) {
+            cancelled.push_back(waiting_.front().job.id);
+            end(cancelled.back(), {restorestatus::cancelled, {}});
+        }
+        reportEnd();
+    }
+    for (const std::uint32_t id : cancelled)
+        journal_.end(id, {restorestatus::cancelled, {}});
 }
 
 std::uint32_t RestoreQueue::currentJob() const {
@@ -146,6 +179,12 @@ std::string RestoreQueue::failures(std::uint32_t id) const {
     return text;
 }
 
+void RestoreQueue::removeLeft(const std::set<std::string>& stagingFolders) {
+    for (const std::string& folder : stagingFolders)
+        if (!stopping_.isSet() && removeStaging(folder, &stopping_))
+            journal_.stagingGone(folder);
+}
+
 void RestoreQueue::work() {
     std::unique_lock lock(mutex_);
     std::shared_ptr<const BackupIndex> index;
@@ -162,12 +201,12 @@ void RestoreQueue::work() {
 bool RestoreQueue::waitForWork(std::unique_lock<std::mutex>& lock,
                                std::shared_ptr<const BackupIndex>& index) {
     changed_.wait(lock, [&] {
-        if (isStopping_)
+        if (stopping_.isSet())
             return true;
         index = waiting_.empty() ? nullptr : options_.index();
         return index != nullptr;
     });
-    return !isStopping_;
+    return !stopping_.isSet();
 }
 
 std::vector<RestoreJob> RestoreQueue::takeBatch(const BackupIndex& index) {
@@ -195,40 +234,48 @@ void RestoreQueue::runBatch(const std::vector<RestoreJob>& jobs,
     };
     RestoreRun run({options_.restic, index, journal_, *running_, onArrival, options_.waits});
     const std::vector<RestoreRun::Failures> failures = run.run(jobs);
+    std::vector<RestoreJournal::Ended> ended;
+    for (std::size_t number = 0; number < jobs.size() && !running_->isSet(); ++number) {
+        ended.push_back(endedWith(failures[number]));
+        journal_.end(jobs[number].id, ended.back());
+        for (const std::string& failure : ended.back().failures)
+            KelvaneSystemLog("Not restored: %@", failure);
+    }
     const std::scoped_lock guard(mutex_);
     const bool wasStopped = running_->isSet();
     running_.reset();
     arrival_ = {};
     if (wasStopped)
         return; // those that were cancelled have ended, the others will be done again
-    for (std::size_t number = 0; number < jobs.size(); ++number)
-        finish(jobs[number], failures[number]);
+    for (std::size_t number = 0; number < jobs.size(); ++number) {
+        failures_.insert(failures_.end(), failures[number].begin(), failures[number].end());
+        end(jobs[number].id, std::move(ended[number]));
+    }
     if (waiting_.empty())
         reportEnd();
 }
 
-void RestoreQueue::finish(const RestoreJob& job, const std::vector<RestoreFailure>& failures) {
-    RestoreJournal::Ended ended{failures.empty() ? restorestatus::finished : restorestatus::incomplete, {}};
-    for (const RestoreFailure& failure : failures) {
-        if (ended.failures.size() == mostFailures) {
-            ended.failures.push_back(formatText("and %llu more", failures.size() - mostFailures));
-            break;
-        }
-        ended.failures.push_back(onOneLine(failure.path + ": " + failure.reason));
-        KelvaneSystemLog("Not restored: %@", ended.failures.back());
-    }
-    failures_.insert(failures_.end(), failures.begin(), failures.end());
-    end(job.id, std::move(ended));
-}
-
 void RestoreQueue::end(std::uint32_t id, RestoreJournal::Ended ended) {
-    journal_.end(id, ended);
     const auto place = std::ranges::find(waiting_, id, [](const Waiting& each) { return each.job.id; });
     if (place != waiting_.end())
         waiting_.erase(place);
+    keep(id, std::move(ended));
+}
+
+// The oldest lose what failed of them when it becomes too much, and much later how they ended.
+void RestoreQueue::keep(std::uint32_t id, RestoreJournal::Ended ended) {
+    endedBytes_ += bytesOf(ended);
     ended_[id] = std::move(ended);
-    if (ended_.size() > mostEnded)
-        ended_.erase(ended_.begin());
+    for (auto oldest = ended_.begin(); endedBytes_ > mostBytesOfEnded && oldest != ended_.end(); ++oldest) {
+        endedBytes_ -= bytesOf(oldest->second);
+        if (!oldest->second.failures.empty())
+            oldest->second.failures = {failuresDropped};
+        endedBytes_ += bytesOf(oldest->second);
+    }
+    if (ended_.size() <= mostEnded)
+        return;
+    endedBytes_ -= bytesOf(ended_.begin()->second);
+    ended_.erase(ended_.begin());
 }
 
 void RestoreQueue::report() {

@@ -12,6 +12,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -45,7 +46,7 @@ public:
     RestoreQueue(const RestoreQueue&) = delete;
     RestoreQueue& operator=(const RestoreQueue&) = delete;
 
-    // Also takes away what a daemon that was killed has left standing.
+    // What a daemon that was killed has left standing is taken away before anything is restored.
     void start();
     // Interrupts what is running, which is done again after the next start.
     void stop();
@@ -69,13 +70,14 @@ private:
     };
 
     void work();
+    void removeLeft(const std::set<std::string>& stagingFolders);
     [[nodiscard]] bool waitForWork(std::unique_lock<std::mutex>& lock,
                                    std::shared_ptr<const BackupIndex>& index);
     [[nodiscard]] std::vector<RestoreJob> takeBatch(const BackupIndex& index);
     void runBatch(const std::vector<RestoreJob>& jobs, const std::shared_ptr<const BackupIndex>& index);
-    // With the mutex held.
-    void finish(const RestoreJob& job, const std::vector<RestoreFailure>& failures);
+    // With the mutex held, so they log and write nothing: that may take long.
     void end(std::uint32_t id, RestoreJournal::Ended ended);
+    void keep(std::uint32_t id, RestoreJournal::Ended ended);
     void report();
     void reportEnd();
     [[nodiscard]] std::uint32_t firstJob() const;
@@ -84,10 +86,11 @@ private:
     RestoreJournal journal_;
     mutable std::mutex mutex_; // guards what follows
     std::condition_variable changed_;
-    bool isStopping_ = false;
+    StopSignal stopping_;
     std::uint32_t nextId_ = 1;
     std::deque<Waiting> waiting_; // in the order in which they will be done, the running ones first
     std::map<std::uint32_t, RestoreJournal::Ended> ended_;
+    std::size_t endedBytes_ = 0;           // of the failures in there
     std::vector<RestoreFailure> failures_; // since something began
     std::shared_ptr<StopSignal> running_;  // null: nothing is
     Arrival arrival_;                      // of what is running

@@ -4,8 +4,11 @@
 #include "Support/Logging.h"
 
 #include <cerrno>
+#include <dirent.h>
+#include <fcntl.h>
 #include <filesystem>
 #include <limits>
+#include <memory>
 #include <optional>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -25,16 +28,36 @@ bool isWritable(const std::string& folder) {
     return ::access(folder.c_str(), W_OK | X_OK) == 0;
 }
 
-// A folder that forbids it has its owner's permission back, since it is about to go.
-void openUp(const std::filesystem::path& folder) {
-    std::error_code ignored;
-    std::filesystem::permissions(folder, std::filesystem::perms::owner_all,
-                                 std::filesystem::perm_options::add, ignored);
-    std::filesystem::directory_iterator entry(folder, ignored);
-    for (; !ignored && entry != std::filesystem::directory_iterator(); entry.increment(ignored))
-        if (std::error_code unknown;
-            entry->symlink_status(unknown).type() == std::filesystem::file_type::directory)
-            openUp(entry->path());
+bool removeItem(int around, const char* name, const StopSignal* stop);
+
+// False with errno: something is left.
+bool removeContents(DIR* folder, const StopSignal* stop) {
+    int error = 0;
+    while (const dirent* const entry = ::readdir(folder)) {
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != ".." && !removeItem(::dirfd(folder), entry->d_name, stop))
+            error = errno;
+    }
+    errno = error;
+    return error == 0;
+}
+
+// By descriptors, so that nobody can put a link in the way. A folder that forbids it has its owner's
+// permission back, since it is about to go.
+bool removeItem(int around, const char* name, const StopSignal* stop) {
+    if (stop && stop->isSet()) {
+        errno = EINTR;
+        return false;
+    }
+    if (::unlinkat(around, name, 0) == 0 || errno == ENOENT)
+        return true;
+    if (errno != EISDIR)
+        return false;
+    ::fchmodat(around, name, S_IRWXU, AT_SYMLINK_NOFOLLOW);
+    const int descriptor = ::openat(around, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    const std::unique_ptr<DIR, int (*)(DIR*)> folder(descriptor < 0 ? nullptr : ::fdopendir(descriptor),
+                                                     ::closedir);
+    return folder && removeContents(folder.get(), stop) && ::unlinkat(around, name, AT_REMOVEDIR) == 0;
 }
 
 } // namespace
@@ -61,19 +84,18 @@ StagingPlace stagingPlaceFor(const std::string& target, bool isFolder) {
     return {StagingPlace::Kind::Ready, around, {}};
 }
 
-bool removeStaging(const std::string& folder) {
+bool removeStaging(const std::string& folder, const StopSignal* stop) {
     std::error_code error;
     if (!std::filesystem::is_directory(folderOf(folder), error)) {
         KelvaneSystemLog("What is left of a restore cannot be reached: %@", folder);
         return false;
     }
-    if (std::filesystem::remove_all(folder, error); !error)
+    if (removeItem(AT_FDCWD, folder.c_str(), stop))
         return true;
-    openUp(folder);
-    std::filesystem::remove_all(folder, error);
-    if (error)
-        KelvaneSystemLog("What is left of a restore cannot be removed: %@: %@", folder, error.message());
-    return !error;
+    if (!stop || !stop->isSet())
+        KelvaneSystemLog("What is left of a restore cannot be removed: %@: %@", folder,
+                         std::generic_category().message(errno));
+    return false;
 }
 
 std::uint64_t freeSpaceAt(const std::string& folder) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Platform/ChildProgram.h"
+
 #include <cstdint>
 #include <map>
 #include <string>
@@ -26,8 +28,8 @@ struct StagingPlace {
 
 // Removes a folder with all that is in it, also what nobody may write in. Follows no link. False, and the
 // first reason is logged, when something is left, or may be: the folder around it is not there, as on a disk
-// that is not mounted.
-bool removeStaging(const std::string& folder);
+// that is not mounted. Stopped, it leaves what it has not come to, and logs nothing.
+bool removeStaging(const std::string& folder, const StopSignal* stop = nullptr);
 
 // How many bytes a file system still takes from this user.
 [[nodiscard]] std::uint64_t freeSpaceAt(const std::string& folder);

@@ -274,6 +274,10 @@ TEST_F(RestoreQueueTest, AJobOutlivesTheDaemonAndWhatAKilledOneLeftIsTakenAway) 
     queue_.reset(); // as when the machine is shut down
     fs::create_directories(folder_ / "out/.kelvane-restore-9/1");
     fs::permissions(folder_ / "out/.kelvane-restore-9", fs::perms::none);
+    StopSignal stop;
+    stop.set();
+    EXPECT_FALSE(removeStaging(folder_ / "out/.kelvane-restore-9", &stop));
+    EXPECT_TRUE(hasStaging(folder_ / "out"));
     std::ofstream(folder_ / "state/jobs", std::ios::app) << "staging\t" << folder_ / "out/.kelvane-restore-9"
                                                          << "\t\njob\t8\t0\t50\t/half";
     start(copying());
@@ -290,6 +294,8 @@ TEST_F(RestoreQueueTest, AJobOutlivesTheDaemonAndWhatAKilledOneLeftIsTakenAway) 
 TEST_F(RestoreQueueTest, NoNoteIsLostToADamagedFileToADiskThatIsAwayOrToTidyingUp) {
     const std::string path = folder_ / "state/jobs";
     const std::string staging = folder_ / "disk/.kelvane-restore-9";
+    folder_.write("home/a", "1");
+    folder_.pretendBackUp();
     folder_.write("state/elsewhere", "job\t7\t0\t50\t/a\t/b\t\n");
     fs::create_symlink("elsewhere", path); // which is refused
     {
@@ -308,12 +314,29 @@ TEST_F(RestoreQueueTest, NoNoteIsLostToADamagedFileToADiskThatIsAwayOrToTidyingU
     }
     start(copying());
     EXPECT_EQ(queue_->failures(3), "why\n");
+    restore("/any", "/any");
     queue_.reset(); // the disk was away
     fs::create_directories(staging);
     start(copying());
+    restore("/any", "/any");
     EXPECT_FALSE(fs::exists(staging));
     queue_.reset();
     EXPECT_TRUE(RestoreJournal(path).open().stagingFolders.empty());
+}
+
+TEST_F(RestoreQueueTest, WhatFailedOfManyJobsIsDroppedBeforeItTakesTheMemory) {
+    folder_.write("home/a", "1");
+    folder_.pretendBackUp();
+    {
+        RestoreJournal journal(folder_ / "state/jobs");
+        static_cast<void>(journal.open());
+        for (std::uint32_t id = 1; id < 4; ++id)
+            journal.end(id, {restorestatus::incomplete, {std::string(6U << 20U, 'x'), "y"}});
+    }
+    start(copying());
+    EXPECT_EQ(queue_->status(1), restorestatus::incomplete);
+    EXPECT_EQ(queue_->failures(1), "what failed stands in the log\n");
+    EXPECT_GT(queue_->failures(2).size(), 6U << 20U);
 }
 
 // A disk that is full or must not be written to takes no lock, which restic tries for 44 s.
