@@ -65,6 +65,10 @@ ResticOutcome IndexKeeper::synchronize(bool mayMake, const StopSignal& stop) {
     const Repository::Opening opening = repository_.open(mayMake && !isKnown, stop);
     if (!opening.outcome.succeeded())
         return opening.outcome;
+    // They would be in the way of whoever looks through the whole repository.
+    if (const ResticOutcome outcome = repository_.clearStaleLocks(stop);
+        !outcome.succeeded() && !stop.isSet())
+        KelvaneSystemLog("Locks stay in the repository. %@", outcome.errors);
     const Repository::Listing listing = repository_.snapshots(stop);
     if (!listing.outcome.succeeded())
         return listing.outcome;

@@ -28,8 +28,8 @@ public:
     [[nodiscard]] const Index& index() const { return index_; }
     [[nodiscard]] const Repository& repository() const { return repository_; }
 
-    // Finds the repository, and lists what the index does not know of. Makes the repository if `mayMake` and
-    // nothing has ever been backed up there.
+    // Finds the repository, takes locks of the dead away, and lists what the index does not know of. Makes
+    // the repository if `mayMake` and nothing has ever been backed up there.
     [[nodiscard]] ResticOutcome synchronize(bool mayMake, const StopSignal& stop);
     // Takes over a snapshot that was just made.
     [[nodiscard]] ResticOutcome add(const std::string& snapshotId, bool isPartial, const StopSignal& stop);

@@ -245,7 +245,8 @@ TEST_F(BackingUp, RemovesOnlyLocksThatADeadProcessOfThisMachineHasLeft) {
         {{alive + old, dead + old}, false, true},
     };
     for (const auto& [locks, areRemoved, isOneForgotten] : cases) {
-        std::string script = "case \"$1 $3\" in\n";
+        std::string script = "case \"$1 $3\" in\n'cat --no-lock') echo '{\"id\":\"x\"}';;\nsnapshots*) echo "
+                             "[];;\n";
         std::string ids;
         for (std::size_t id = 0; id < locks.size(); ++id) {
             ids += "echo id" + std::to_string(id) + ";";
@@ -258,6 +259,8 @@ TEST_F(BackingUp, RemovesOnlyLocksThatADeadProcessOfThisMachineHasLeft) {
         const Repository repository(std::make_shared<const Restic>(place), 7);
         EXPECT_EQ(repository.clearStaleLocks(StopSignal()).succeeded(), !isOneForgotten);
         EXPECT_EQ(fs::remove(folders / "removed"), areRemoved) << script;
+        EXPECT_TRUE(IndexKeeper(repository, folders / "index").synchronize(false, StopSignal()).succeeded());
+        EXPECT_EQ(fs::remove(folders / "removed"), areRemoved) << "when the daemon connects";
     }
 }
 
