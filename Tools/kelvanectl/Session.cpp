@@ -1,12 +1,30 @@
 #include "Tools/kelvanectl/Session.h"
 
+#include "Platform/Accounts.h"
 #include "Tools/kelvanectl/RunPosted.h"
 #include "Tools/kelvanectl/Terminal.h"
+
+#include <cerrno>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
 
 namespace kelvane::ctl {
 namespace {
 
 constexpr std::chrono::milliseconds betweenAsking(300);
+
+// Why nobody answers at a socket, as far as that can be seen from outside; begins with a colon, or is empty.
+std::string obstacleAt(const std::string& path) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0)
+        return errno == ENOENT ? "" : ": " + std::generic_category().message(errno);
+    if (status.st_uid == 0 || status.st_uid == ::geteuid())
+        return {};
+    const std::string owner = std::to_string(status.st_uid);
+    return ": it is another user's, " + SystemAccounts().userName(status.st_uid).value_or(owner) +
+           "; ask it as that user";
+}
 
 } // namespace
 
@@ -55,7 +73,7 @@ void Session::end() {
 std::string Session::failure() const {
     const std::string daemon = "the daemon at " + daemonPath_;
     if (!connectedOnce_)
-        return daemon + " cannot be reached within " + durationText(timeout_);
+        return daemon + " cannot be reached within " + durationText(timeout_) + obstacleAt(daemonPath_);
     if (lost_)
         return "the connection to " + daemon + " was lost";
     return daemon + " did not answer within " + durationText(timeout_);
