@@ -4,6 +4,7 @@
 #include "LocalDaemon/RestoreStaging.h"
 #include "Support/Logging.h"
 
+#include <algorithm>
 #include <sys/stat.h>
 
 namespace kelvane {
@@ -114,7 +115,9 @@ void BackupRun::takeErrorLine(std::string_view text) {
 }
 
 void BackupRun::takeUnread(const std::string& path) {
-    if (result_.unread.size() < mostUnread && !path.empty())
+    const bool isNew =
+        std::ranges::find(result_.unread, path) == result_.unread.end(); // it may tell it twice
+    if (isNew && result_.unread.size() < mostUnread && !path.empty())
         result_.unread.push_back(path);
 }
 

@@ -5,6 +5,7 @@
 #include "Support/Logging.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <utility>
 
 namespace kelvane {
@@ -26,6 +27,12 @@ std::string joined(const std::vector<std::string>& paths) {
     if (paths.size() > mostNamed)
         text += "\n…";
     return text;
+}
+
+// A folder that cannot be read counts for nothing.
+bool waits(const std::string& unread) {
+    std::error_code error;
+    return !std::filesystem::is_directory(std::filesystem::symlink_status(unread, error));
 }
 
 } // namespace
@@ -320,7 +327,7 @@ void BackupRunner::report(const ResticOutcome& outcome) {
 }
 
 void BackupRunner::reportUnread(const std::vector<std::string>& paths) {
-    state_->noteUnread(paths.size());
+    state_->noteUnread(static_cast<std::uint64_t>(std::ranges::count_if(paths, waits)));
     for (const std::string& path : paths)
         KelvaneSystemLog("It could not be read and is not backed up: %@", path);
     if (paths.empty())

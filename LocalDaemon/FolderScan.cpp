@@ -267,13 +267,16 @@ void FolderScan::finishPass() {
     report();
 }
 
-void FolderScan::logUnreadable() const {
+void FolderScan::logUnreadable() {
     const auto isUnreadable = [](const Folder* folder) { return !folder->isReadable; };
     const auto first = std::find_if(unwatched_.begin(), unwatched_.end(), isUnreadable);
+    std::string unreadable;
     if (first != unwatched_.end())
-        KelvaneSystemLog("Folders that cannot be read count for nothing: %lld, among them %@",
-                         std::count_if(unwatched_.begin(), unwatched_.end(), isUnreadable),
-                         FolderTree::pathOf(**first));
+        unreadable = formatText("%lld, among them %@",
+                                std::count_if(unwatched_.begin(), unwatched_.end(), isUnreadable),
+                                FolderTree::pathOf(**first));
+    if (std::exchange(loggedUnreadable_, unreadable) != unreadable && !unreadable.empty())
+        KelvaneSystemLog("Folders that cannot be read count for nothing: %@", unreadable);
 }
 
 void FolderScan::report() {

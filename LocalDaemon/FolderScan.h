@@ -89,7 +89,7 @@ private:
     void forget(Folder& folder);
     void noteChangedFolder(const std::string& path);
     void finishPass();
-    void logUnreadable() const;
+    void logUnreadable();
     void report();
 
     void waitForChanges();
@@ -120,6 +120,7 @@ private:
     Clock::time_point nextRetry_;
     Clock::time_point lastReportTime_;
     ScanReport report_;
+    std::string loggedUnreadable_;
     std::optional<ScanReport> reported_;
 };
 
