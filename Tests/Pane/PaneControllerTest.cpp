@@ -1,6 +1,8 @@
 #include "PreferencePane/PaneController.h"
 #include "FakeDaemon/FakeDaemon.h"
 #include "Platform/Desktop/FixedAuthorization.h"
+#include "Platform/Desktop/PolicyFile.h"
+#include "Platform/FileContents.h"
 #include "PreferencePane/RestoreAlert.h"
 #include "Tests/Common/FakeFileServices.h"
 #include "Tests/Harness/EnvironmentVariable.h"
@@ -72,7 +74,8 @@ public:
     explicit TestHost(bool isGranted) : isGranted_(isGranted) {}
     std::shared_ptr<MainLoop> mainLoop() override { return loop; }
     std::unique_ptr<Authorization> makeAuthorization(const RightDefinition& right) override {
-        EXPECT_EQ(right.name, "com.kelvane.prefs.change");
+        const Data packaged = readFile(KELVANE_POLICY, std::size_t{1} << 16U).bytes;
+        EXPECT_EQ(policyText(right), std::string(packaged.begin(), packaged.end()));
         return std::make_unique<FixedAuthorization>(loop, isGranted_);
     }
     Opener& opener() override { return opener_; }
