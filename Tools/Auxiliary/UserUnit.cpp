@@ -99,7 +99,7 @@ std::string unitText(const std::string& program) {
             quoted += '%';
     }
     return "[Unit]\nDescription=Kelvane's backup daemon for this user\n\n[Service]\nExecStart=\"" + quoted +
-           "\"\nRestart=on-failure\nKillMode=process\n\n[Install]\nWantedBy=default.target\n";
+           "\"\nRestart=on-failure\nRestartSec=10\nKillMode=process\n\n[Install]\nWantedBy=default.target\n";
 }
 
 } // namespace kelvane::tools
