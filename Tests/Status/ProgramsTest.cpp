@@ -108,9 +108,12 @@ TEST_F(Programs, UninstallRemovesWhatIsTheUsersOnlyWithTheRight) {
     const std::string policy = policyFolder + ('/' + right.name + ".policy");
     const bool isOurs = !std::filesystem::exists(policy);
     ASSERT_EQ(isOurs ? installPolicy(right, policyFolder) : "", "");
-    const std::set<std::string> gone{
-        "config/com.kelvane.preferences.plist", "config/systemd/user/kelvane-local-daemon.service",
-        "state/kelvane/local-daemon-state.plist", "state/kelvane/daemon.log.1", "cache/kelvane/restic/x/y"};
+    const std::set<std::string> gone{"config/com.kelvane.preferences.plist",
+                                     "config/systemd/user/kelvane-local-daemon.service",
+                                     "state/kelvane/local-daemon-state.plist",
+                                     "state/kelvane/local-daemon-index-1",
+                                     "state/kelvane/daemon.log.1",
+                                     "cache/kelvane/restic/x/y"};
     const std::set<std::string> kept{"config/kelvane/local-daemon.plist",
                                      "config/kelvane/local-daemon.password", "state/kelvane/backup/data",
                                      "home/letter"};

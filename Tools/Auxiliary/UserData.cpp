@@ -12,19 +12,12 @@ struct DataFile {
     std::string (*folder)();
     const char* name;
 };
-// With what is kept beside them: locks, and what was set aside because it was damaged.
+// The beginnings of the names of files: with what is kept beside them, such as locks, what was set aside
+// because it was damaged, and an index for each place of a repository.
 constexpr DataFile dataFiles[] = {
     {configurationFolder, "com.kelvane.preferences.plist"},
-    {configurationFolder, "com.kelvane.preferences.plist.lock"},
-    {configurationFolder, "com.kelvane.preferences.plist.damaged"},
-    {stateFolder, "kelvane/local-daemon-state.plist"},
-    {stateFolder, "kelvane/local-daemon-state.plist.damaged"},
-    {stateFolder, "kelvane/local-daemon-state.plist.lock"},
-    {stateFolder, "kelvane/local-daemon-index"},
-    {stateFolder, "kelvane/local-daemon-restores"},
+    {stateFolder, "kelvane/local-daemon-"},
     {stateFolder, "kelvane/daemon.log"},
-    {stateFolder, "kelvane/daemon.log.1"},
-    {stateFolder, "kelvane/daemon.log.2"},
 };
 constexpr DataFile resticCache{cacheFolder, "kelvane/restic"};
 constexpr DataFile dataFolders[] = {
@@ -34,19 +27,30 @@ std::string pathOf(const DataFile& file) {
     return file.folder() + '/' + file.name;
 }
 
+std::vector<std::string> filesThatBeginWith(const std::string& path) {
+    std::error_code error; // what cannot be listed is not there, or cannot be removed either
+    std::vector<std::string> files;
+    for (const auto& entry :
+         std::filesystem::directory_iterator(std::filesystem::path(path).parent_path(), error))
+        if (entry.path().string().starts_with(path))
+            files.push_back(entry.path());
+    return files;
+}
+
 } // namespace
 
 std::vector<std::string> removeUserData() {
     std::vector<std::string> failures;
     std::error_code error;
-    for (const DataFile& file : dataFiles) {
-        std::filesystem::remove(pathOf(file), error);
+    const auto remove = [&](const std::string& path) {
+        std::filesystem::remove_all(path, error);
         if (error)
-            failures.push_back("cannot remove " + pathOf(file) + ": " + error.message());
-    }
-    std::filesystem::remove_all(pathOf(resticCache), error);
-    if (error)
-        failures.push_back("cannot remove " + pathOf(resticCache) + ": " + error.message());
+            failures.push_back("cannot remove " + path + ": " + error.message());
+    };
+    for (const DataFile& file : dataFiles)
+        for (const std::string& path : filesThatBeginWith(pathOf(file)))
+            remove(path);
+    remove(pathOf(resticCache));
     for (const DataFile& folder : dataFolders)
         std::filesystem::remove(pathOf(folder), error); // one that still holds something stays
     return failures;
