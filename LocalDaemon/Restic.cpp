@@ -121,8 +121,9 @@ std::string lastWordIn(std::string_view errors) {
     std::string_view before;
     while (!errors.empty()) {
         const std::string_view line = takeLine(errors);
-        if (line.starts_with(fatalMark))
-            return std::string(line.substr(fatalMark.size()));
+        if (const std::size_t fatal = line.find(fatalMark);
+            fatal != std::string_view::npos && !namesAFile(line))
+            return std::string(line.substr(fatal + fatalMark.size()));
         if (line.find(lockMark) != std::string_view::npos)
             return std::string(line);
         if (line.starts_with('\t'))

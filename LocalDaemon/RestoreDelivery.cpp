@@ -129,7 +129,7 @@ void RestoreDelivery::fail(const std::string& path, const std::string& reason) {
 }
 
 // "ignoring error for PATH: REASON", and PATH may hold ": " itself: every beginning that is in the backup is
-// taken for it.
+// taken for it. REASON ends with its line; what else restic has to say may come behind it.
 ErrorsByPath errorsByPath(const BackupIndex& index, std::string_view errors) {
     ErrorsByPath byPath;
     for (std::size_t at = errors.find(errorMark); at != std::string_view::npos; at = errors.find(errorMark)) {
@@ -141,7 +141,7 @@ ErrorsByPath errorsByPath(const BackupIndex& index, std::string_view errors) {
         for (std::size_t colon = entry.find(": "); colon != std::string_view::npos;
              colon = entry.find(": ", colon + 1))
             if (const std::string_view path = entry.substr(0, colon); index.find(path) || !isUtf8(path))
-                byPath.emplace(path, entry.substr(colon + 2));
+                byPath.emplace(path, entry.substr(colon + 2, entry.find('\n', colon) - colon - 2));
     }
     return byPath;
 }

@@ -225,8 +225,9 @@ if [ $(wc -l < )" +
          "restic could not go on: read /r: is broken"},
         {"ignoring error for $1: read /r: input/output error\\nFatal: There were 1 errors", 2,
          "read /r: input/output error"},
-        {"ignoring error for $1: StreamPack: not found\\nFatal: There were 1 errors", 1,
-         "StreamPack: not found"},
+        {"ignoring error for $1: StreamPack: not found\\nRemove(<lock/1>) returned error: connection refused"
+         "Fatal: There were 1 errors",
+         1, "StreamPack: not found"},
     };
     for (const auto& [said, tries, reason] : cases) {
         queue_.reset();
