@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <functional>
 #include <span>
+#include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
@@ -39,13 +40,19 @@ std::vector<std::string> defaultPolicy(const std::string& home) {
     return policy;
 }
 
+// A link to a disk that is not there yet is a file that cannot be read.
+bool isNoFile(const std::string& path) {
+    struct stat status {};
+    return ::lstat(path.c_str(), &status) != 0 && errno == ENOENT;
+}
+
 // One that is there and cannot be read is logged.
 PropertyListReading listIn(const std::string& path) {
     const FileReading file = readFile(path, largestPropertyListFile, SymbolicLinks::Follow);
     PropertyListReading list;
     if (file.succeeded())
         list = readPropertyList(file.bytes);
-    else if (file.error != ENOENT)
+    else if (!isNoFile(path))
         list.error = file.reason;
     if (!list.succeeded())
         KelvaneSystemLog("The configuration in %@ is not used: %@", path, list.error);

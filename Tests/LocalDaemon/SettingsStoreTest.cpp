@@ -69,6 +69,9 @@ TEST_F(Store, ConfigurationHasHonestDefaultsAndOnlyPatternsThatCanMatch) {
     EXPECT_EQ(problems, 0);
     EXPECT_EQ(read(folder.write("bad.plist", "<plist")).serverURL, "localhost");
     EXPECT_EQ(problems, 1);
+    std::filesystem::create_symlink("gone", folder / "link.plist");
+    EXPECT_EQ(read(folder / "link.plist").repository.location, "");
+    EXPECT_EQ(std::exchange(problems, 1), 2);
 
     const Array patterns{"/a/", "/a/*.o*", "/Volumes/Disk/b/", "/Volumes/Gone/", "a/", "/file", 7};
     const auto policy = read(write("policy.plist", Dictionary{{"policyExcludeList", patterns}})).policy;
