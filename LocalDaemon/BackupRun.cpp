@@ -14,6 +14,7 @@ using namespace std::chrono_literals;
 
 constexpr auto tellInterval = 250ms;
 constexpr std::size_t mostUnread = 100;
+constexpr std::string_view interruptMark = "signal interrupt received";
 
 std::string listOf(const std::vector<std::string>& targets) {
     std::string list;
@@ -104,6 +105,8 @@ void BackupRun::takeErrorLine(std::string_view text) {
     const BackupLine line = backupLineFrom(text);
     if (line.kind == BackupLine::Kind::Error && !line.path.empty())
         return takeUnread(line.path);
+    if (text.find(interruptMark) != std::string_view::npos)
+        return; // who has interrupted it knows
     const bool isRetry = tellsOfRetry(text);
     // The first of very many alike.
     if (!isRetry || activity_.trouble != ServiceState::NoServer)

@@ -5,7 +5,6 @@
 #include "Support/Logging.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <utility>
 
 namespace kelvane {
@@ -27,12 +26,6 @@ std::string joined(const std::vector<std::string>& paths) {
     if (paths.size() > mostNamed)
         text += "\n…";
     return text;
-}
-
-// A folder that cannot be read counts for nothing.
-bool waits(const std::string& unread) {
-    std::error_code error;
-    return !std::filesystem::is_directory(std::filesystem::symlink_status(unread, error));
 }
 
 } // namespace
@@ -265,11 +258,12 @@ ResticOutcome BackupRunner::forgetOld(const StopSignal& stop) {
     if (outcome.trouble == ResticTrouble::Stopped)
         return outcome;
     if (!outcome.succeeded())
-        KelvaneSystemLog("Old backups are not forgotten yet: %@", outcome.errors);
+        KelvaneSystemLog("Old backups are not forgotten yet: %@", reasonOf(outcome));
     return {};
 }
 
 ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, const StopSignal& stop) {
+    const std::uint64_t changes = state_->backupNeed().changes;
     BackupRun::Wanted wanted;
     wanted.targets = backupTargets(*state_->rules(), path, stop.flag());
     if (stop.isSet())
@@ -293,6 +287,7 @@ ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, cons
     BackupRun::Result result = BackupRun(*state_, keeper_->repository()).run(wanted, stop);
     if (!result.outcome.succeeded())
         return result.outcome;
+    state_->noteUnread(result.unread.empty() ? std::nullopt : std::optional(changes));
     reportUnread(result.unread);
     KelvaneSystemLog("Backed up%@; snapshot %@, %llu bytes were waiting.", isPartial ? ": " + path : "",
                      result.snapshotId, waiting.bytes);
@@ -311,7 +306,7 @@ void BackupRunner::takeOutcome(const ResticOutcome& outcome) {
         retryWait_ = std::clamp(retryWait_ * 2, options_.firstRetry, options_.longestRetry);
         retry_ = Clock::now() + retryWait_;
         KelvaneSystemLog("The backup came to nothing and is tried again in %lld s: %@",
-                         std::chrono::ceil<std::chrono::seconds>(retryWait_).count(), outcome.errors);
+                         std::chrono::ceil<std::chrono::seconds>(retryWait_).count(), reasonOf(outcome));
     }
     report(outcome);
 }
@@ -327,7 +322,6 @@ void BackupRunner::report(const ResticOutcome& outcome) {
 }
 
 void BackupRunner::reportUnread(const std::vector<std::string>& paths) {
-    state_->noteUnread(static_cast<std::uint64_t>(std::ranges::count_if(paths, waits)));
     for (const std::string& path : paths)
         KelvaneSystemLog("It could not be read and is not backed up: %@", path);
     if (paths.empty())

@@ -40,6 +40,11 @@ std::optional<ServiceState> serviceStateFor(ResticTrouble trouble) {
     return row ? std::optional(row->state) : std::nullopt;
 }
 
+std::string reasonOf(const ResticOutcome& outcome) {
+    return outcome.errors.empty() ? "restic ended without a word: somebody may have stopped it."
+                                  : outcome.errors;
+}
+
 Alert alertFor(const ResticOutcome& outcome, const RepositoryPlace& place) {
     const TroubleRow* const row = rowOf(outcome.trouble);
     if (!row)
@@ -47,8 +52,8 @@ Alert alertFor(const ResticOutcome& outcome, const RepositoryPlace& place) {
     std::string body = row->advice;
     if (outcome.trouble == ResticTrouble::WrongPassword)
         body += " " + place.passwordFile;
-    else if (!outcome.errors.empty())
-        body += "\n" + outcome.errors;
+    else
+        body += "\n" + reasonOf(outcome);
     return {backupAlert, row->severity, row->title, body};
 }
 

@@ -5,6 +5,7 @@
 #include "LocalDaemon/ServiceState.h"
 
 #include <optional>
+#include <string>
 
 namespace kelvane {
 
@@ -12,6 +13,9 @@ namespace kelvane {
 [[nodiscard]] std::optional<ServiceState> serviceStateFor(ResticTrouble trouble);
 
 inline constexpr const char* backupAlert = "backup_trouble";
+
+// For whoever reads the log or the alert; never empty.
+[[nodiscard]] std::string reasonOf(const ResticOutcome& outcome);
 
 // With what to do next. For a trouble that has a service state.
 [[nodiscard]] Alert alertFor(const ResticOutcome& outcome, const RepositoryPlace& place);

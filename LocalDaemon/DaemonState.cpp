@@ -109,9 +109,9 @@ void DaemonState::takeOrdersTried(std::uint64_t orders) {
     announce();
 }
 
-void DaemonState::noteUnread(std::uint64_t count) {
+void DaemonState::noteUnread(std::optional<std::uint64_t> changes) {
     const std::scoped_lock guard(mutex_);
-    unread_ = count;
+    unreadAt_ = changes;
 }
 
 DaemonState::Rules DaemonState::rules() const {
@@ -290,19 +290,23 @@ BackupTotals DaemonState::currentTotals() const {
 }
 
 bool DaemonState::needsBackup() const {
-    const bool isMoreWaiting = isWaiting() && scan_->waiting.count + scan_->otherWaiting > unread_;
-    return isMoreWaiting || backupOrders_ != ordersDone_;
+    return isWaiting() || backupOrders_ != ordersDone_;
 }
 
 bool DaemonState::isWaiting() const {
-    return scan_ && (scan_->waiting.count > 0 || scan_->otherWaiting > 0);
+    return scan_ && (scan_->waiting.count > 0 || scan_->otherWaiting > 0) && unreadAt_ != changes_;
+}
+
+// What was compared with another index than this says nothing of what is waiting.
+bool DaemonState::isLooking() const {
+    return !scan_ || scan_->isScanning || scan_->index != index_;
 }
 
 BackupNeed DaemonState::currentNeed() const {
     BackupNeed need;
     need.mayRead = hasPlace() && settings_.enabled && !isPaused();
     need.mayAdd = need.mayRead && !settings_.recoverMode && !isOverQuota();
-    need.isKnown = scan_ && !scan_->isScanning;
+    need.isKnown = !isLooking();
     need.isWaiting = isWaiting();
     need.changes = changes_;
     need.hasLowerPriority = settings_.lowerPriorityMode;
@@ -321,7 +325,7 @@ std::uint32_t DaemonState::ownServiceState() const {
         conditions.trouble = activity_.trouble;
     conditions.isBackingUp = activity_.isRunning;
     conditions.isInitialBackup = activity_.isInitial;
-    conditions.isScanning = !scan_ || scan_->isScanning;
+    conditions.isScanning = isLooking();
     conditions.hasPendingFiles = isWaiting();
     return static_cast<std::uint32_t>(serviceStateFor(conditions));
 }
@@ -343,6 +347,7 @@ void DaemonState::takeSettings(const Settings& settings) {
     settings_ = settings;
     ++settingsVersion_;
     if (areOtherRules) {
+        unreadAt_.reset();
         const Rules before = std::exchange(rules_, currentRules());
         if (rulesListener_)
             rulesListener_(rules_);

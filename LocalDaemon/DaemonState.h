@@ -38,10 +38,10 @@ struct BackupActivity {
 
 // What decides whether something is backed up now.
 struct BackupNeed {
-    bool mayAdd = false;  // to the repository
-    bool mayRead = false; // what is in it
-    bool isKnown = false; // the first scan is over
-    bool isWaiting = false;
+    bool mayAdd = false;       // to the repository
+    bool mayRead = false;      // what is in it
+    bool isKnown = false;      // the scan has looked at everything, and compared it with the index
+    bool isWaiting = false;    // something that could be read
     std::uint64_t changes = 0; // counts what the scan has seen change
     bool hasLowerPriority = false;
 };
@@ -84,8 +84,9 @@ public:
     // A try that was begun after so many orders has ended, well or not, and `activity` says how. What an
     // earlier one has met is not said any more once a backup is ordered.
     void takeOrdersTried(std::uint64_t orders);
-    // So many of those that wait could not be read by the last backup: they call for none.
-    void noteUnread(std::uint64_t count);
+    // The last backup could not read some of what waits, which calls for no other until something changes:
+    // `changes` is the need's count when it began; none: it has read everything.
+    void noteUnread(std::optional<std::uint64_t> changes);
     // As they are now; never null.
     [[nodiscard]] Rules rules() const;
     [[nodiscard]] Settings settings() const;
@@ -140,6 +141,7 @@ private:
     [[nodiscard]] BackupTotals currentTotals() const;
     [[nodiscard]] bool isInBackup(const std::string& path) const;
     [[nodiscard]] bool isWaiting() const;
+    [[nodiscard]] bool isLooking() const;
     [[nodiscard]] bool needsBackup() const;
     [[nodiscard]] BackupNeed currentNeed() const;
     [[nodiscard]] std::uint32_t ownServiceState() const;
@@ -178,7 +180,7 @@ private:
     std::uint64_t backupOrders_ = 0;
     std::uint64_t ordersDone_ = 0;
     std::uint64_t ordersTried_ = 0;
-    std::uint64_t unread_ = 0;
+    std::optional<std::uint64_t> unreadAt_; // of `changes_`
 };
 
 } // namespace kelvane

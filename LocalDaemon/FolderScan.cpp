@@ -215,8 +215,9 @@ FolderContents FolderScan::contentsOf(const std::string& path) const {
             const BackupIndex::Item* const item = index_->child(saved, indexedName(each.name));
             return !item || !isUnchanged(*item, each.kind, each.size, each.modified, each.changed);
         });
-    // What holds something is saved with that, and where all begins there is nothing to lose.
-    if (!tree_->roots().contains(path) && contents.isEmpty && contents.error == 0 &&
+    // What holds something is saved with that, and where all begins there is nothing to lose. One that cannot
+    // be read may hold anything.
+    if (!tree_->roots().contains(path) && contents.isEmpty && contents.error != ENOENT &&
         passage != Passage::Refused && !saved)
         contents.own.otherWaiting = 1;
     return contents;
@@ -276,7 +277,7 @@ void FolderScan::logUnreadable() {
                                 std::count_if(unwatched_.begin(), unwatched_.end(), isUnreadable),
                                 FolderTree::pathOf(**first));
     if (std::exchange(loggedUnreadable_, unreadable) != unreadable && !unreadable.empty())
-        KelvaneSystemLog("Folders that cannot be read count for nothing: %@", unreadable);
+        KelvaneSystemLog("Folders that cannot be read are not backed up: %@", unreadable);
 }
 
 void FolderScan::report() {

@@ -154,7 +154,7 @@ private:
         if (file.attributes.kind != Kind::Directory) {
             standing.isWaiting = !item || !isUnchanged(*item, file.attributes);
         } else if (const auto counts = tree_.countsAt(file.path)) {
-            standing.isWaiting = counts->isWaiting();
+            standing.isWaiting = !item || counts->isWaiting();
             standing.isMixed = counts->isWaiting() && counts->files.count > counts->waiting.count;
         }
         return standing;

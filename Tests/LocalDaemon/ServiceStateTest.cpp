@@ -22,6 +22,8 @@ protected:
         state.takeReport({{count, bytes}, isScanning, false, {}, {count, bytes}, 0, state.index()});
     }
 
+    void change() { state.takeReport({{1, 1}, false, false, {"/a"}, {1, 1}, 0, state.index()}); }
+
     const std::shared_ptr<Told> told = std::make_shared<Told>();
     DaemonState state{Configuration{"localhost", "", 1, 2, "/home", {}, {}, {"/backup", "", ""}}, Settings(),
                       std::make_shared<BackupIndex>(),
@@ -66,6 +68,25 @@ TEST_F(State, SaysTheFirstReasonThatHoldsAndKeepsOneThatIsSetUntilItsOwnIsAnothe
     EXPECT_EQ(state.serviceState(), 5U);
     state.takeOrdersTried(1);
     EXPECT_EQ(state.serviceState(), 19U);
+}
+
+// Another snapshot every quarter of an hour would hold nothing new.
+TEST_F(State, WhatCannotBeReadCallsForNoBackupUntilSomethingChanges) {
+    change();
+    const std::uint64_t atItsBeginning = state.backupNeed().changes;
+    change();
+    state.noteUnread(atItsBeginning);
+    EXPECT_TRUE(state.backupNeed().isWaiting);
+    state.noteUnread(state.backupNeed().changes);
+    report(1, 1);
+    EXPECT_FALSE(state.backupNeed().isWaiting);
+    EXPECT_EQ(state.serviceState(), 8U);
+    state.changeSettings([](Settings& settings) { settings.paths.exclusions.insert("/b"); });
+    EXPECT_TRUE(state.backupNeed().isWaiting);
+    // And what was compared with another index says nothing.
+    state.setIndex(std::make_shared<BackupIndex>(), {});
+    EXPECT_FALSE(state.backupNeed().isKnown);
+    EXPECT_EQ(state.serviceState(), 7U);
 }
 
 TEST_F(State, TellsEveryPaneOfARestoreAlsoOneThatHasAskedForNothing) {
