@@ -16,6 +16,9 @@ namespace {
 // restic takes a lock for forgotten after half an hour; some time for clocks that differ.
 constexpr std::int64_t ageOfForgottenLock = std::int64_t{20} * 60;
 
+// restic tries for 44 s to read what has gone.
+constexpr std::chrono::milliseconds noPatience{0};
+
 // It works through the whole repository without a word.
 constexpr std::chrono::hours timeToTidyUp{6};
 
@@ -54,10 +57,12 @@ struct Printed {
     ResticOutcome outcome;
     std::string text;
 };
-Printed print(const Restic& restic, const std::vector<std::string>& arguments, const StopSignal& stop) {
+Printed print(const Restic& restic, const std::vector<std::string>& arguments, const StopSignal& stop,
+              std::chrono::milliseconds patienceWithRetries = Restic::Call().patienceWithRetries) {
     Printed printed;
     Restic::Call call;
     call.arguments = arguments;
+    call.patienceWithRetries = patienceWithRetries;
     call.longestLine = longestAnswer;
     call.onLine = [&printed](std::string_view line) {
         printed.text.append(line).append("\n");
@@ -141,10 +146,13 @@ ResticOutcome Repository::clearStaleLocks(const StopSignal& stop) const {
         return list.outcome;
     bool isOneOursAndDead = false;
     for (const std::string& id : linesOf(list.text)) {
-        const Printed text = print(*restic_, {"cat", "lock", id, "--no-lock"}, stop);
+        const Printed text = print(*restic_, {"cat", "lock", id, "--no-lock"}, stop, noPatience);
+        if (const auto trouble = text.outcome.trouble;
+            trouble == ResticTrouble::Unreachable || trouble == ResticTrouble::NoNetwork)
+            return {}; // most likely it has gone since, as those of the living do: another time it is clear
         const auto lock = lockFrom(text.text);
         if (!lock)
-            continue; // it has gone since
+            continue; // restic makes nothing of it either
         const bool isOurs = lock->hostName == hostName();
         isOneOursAndDead = isOneOursAndDead || (isOurs && !isAlive(lock->pid));
         if ((!isOurs || isAlive(lock->pid)) && looksForgotten(*lock))

@@ -243,6 +243,7 @@ TEST_F(BackingUp, RemovesOnlyLocksThatADeadProcessOfThisMachineHasLeft) {
         {{other + old}, false, true},
         {{dead + old, other + old}, false, true},
         {{alive + old, dead + old}, false, true},
+        {{dead + recent, "gone"}, false},
     };
     for (const auto& [locks, areRemoved, isOneForgotten] : cases) {
         std::string script = "case \"$1 $3\" in\n'cat --no-lock') echo '{\"id\":\"x\"}';;\nsnapshots*) echo "
@@ -250,7 +251,12 @@ TEST_F(BackingUp, RemovesOnlyLocksThatADeadProcessOfThisMachineHasLeft) {
         std::string ids;
         for (std::size_t id = 0; id < locks.size(); ++id) {
             ids += "echo id" + std::to_string(id) + ";";
-            script += "'cat id" + std::to_string(id) + "') echo '" + locks[id] + "';;\n";
+            script +=
+                "'cat id" + std::to_string(id) + "') " +
+                (locks[id] == "gone" ? "echo 'Load(<lock/1>) returned error, retrying after 1s: gone' >&2; "
+                                       "exec sleep 600"
+                                     : "echo '" + locks[id] + "'") +
+                ";;\n";
         }
         script +=
             "'list --no-lock') " + ids + "true;;\nunlock*) touch " + (folders / "removed") + ";;\nesac\n";
