@@ -45,7 +45,7 @@ constexpr KnownText knownTexts[] = {
     {"Is there a repository at the following location?", ResticTrouble::NoRepository},
 };
 
-constexpr std::string_view lockRetryMark = "Save(<lock/";
+constexpr std::string_view lockMarks[] = {"Save(<lock/", "/locks/"}; // the second where it does not try again
 constexpr std::string_view refusals[] = {"permission denied",
                                          "Permission denied",
                                          "operation not permitted",
@@ -191,9 +191,11 @@ std::string Restic::withoutSecrets(std::string text) const {
 }
 
 bool tellsOfRefusedLock(std::string_view errorLine) {
-    return errorLine.starts_with(lockRetryMark) && std::ranges::any_of(refusals, [&](std::string_view each) {
-               return errorLine.find(each) != std::string_view::npos;
-           });
+    const auto holds = [errorLine](std::string_view each) {
+        return errorLine.find(each) != std::string_view::npos;
+    };
+    return !namesAFile(errorLine) && std::ranges::any_of(lockMarks, holds) &&
+           std::ranges::any_of(refusals, holds);
 }
 
 bool tellsOfRetry(std::string_view errorLine) {

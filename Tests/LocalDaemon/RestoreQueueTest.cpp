@@ -346,12 +346,14 @@ TEST_F(RestoreQueueTest, WhereNoLockCanBeMadeARestoreGoesWithoutOne) {
     folder_.pretendBackUp();
     const auto statusWhen = [&](const std::string& trouble, const std::string& then) {
         queue_.reset();
-        start(script("if [ \"${@: -1}\" != --no-lock ]; then echo 'Save(<lock/1>) returned error, retrying " +
-                     trouble + "' >&2; " + then + "; fi\n" + copyScript));
+        start(script("if [ \"${@: -1}\" != --no-lock ]; then echo '" + trouble + "' >&2; " + then + "; fi\n" +
+                     copyScript));
         return queue_->status(restore(home("a"), folder_ / "b"));
     };
-    EXPECT_EQ(statusWhen("after 1s: connection reset", "exit 1"), restorestatus::incomplete);
-    EXPECT_EQ(statusWhen("after 1s: open /r: read-only file system", "sleep 600"), restorestatus::finished);
+    const std::string retry = "Save(<lock/1>) returned error, retrying after 1s: ";
+    EXPECT_EQ(statusWhen(retry + "connection reset", "exit 1"), restorestatus::incomplete);
+    EXPECT_EQ(statusWhen(retry + "open /r: read-only file system", "sleep 600"), restorestatus::finished);
+    EXPECT_EQ(statusWhen("write /r/locks/1-tmp: no space left on device", "exit 1"), restorestatus::finished);
 }
 
 TEST_F(RestoreQueueTest, TheLockOfADeadProcessIsRemovedAndThatOfALivingOneWaitedFor) {
