@@ -142,7 +142,7 @@ void FolderScan::takeIndex() {
     for (const auto& [path, root] : tree_->roots())
         FolderTree::forEach(*root, [this](Folder& folder) {
             if (folder.own.isWaiting())
-                dirty_.insert(&folder);
+                folder.isOnlyCompared = dirty_.insert(&folder).second && !deferred_.contains(&folder);
         });
 }
 
@@ -161,8 +161,10 @@ void FolderScan::lookAgainAt(const std::string& path) {
         folder && folder->parent && !verdictFor(*rules_, path).isIn())
         drop(*folder);
     for (const std::string_view each : {std::string_view(path), folderOf(path)})
-        if (Folder* const folder = tree_->find(each))
+        if (Folder* const folder = tree_->find(each)) {
+            folder->isOnlyCompared = false;
             dirty_.insert(folder);
+        }
 }
 
 void FolderScan::relist(Folder& folder) {
@@ -183,8 +185,9 @@ void FolderScan::relist(Folder& folder) {
     const bool wasListed = folder.isListed;
     const FolderTree::Difference difference = tree_->update(folder, contents);
     const bool isDifferent = before != folder.own || !difference.added.empty() || !difference.removed.empty();
-    // A watched one is listed again only when something has changed, perhaps inside a file.
-    if (wasListed && !report_.isScanning && (wasWatched || isDifferent))
+    // A watched one is listed again because something has changed, perhaps inside a file.
+    const bool isOnlyLookedAt = std::exchange(folder.isOnlyCompared, false) || report_.isScanning;
+    if (wasListed && (isDifferent || (wasWatched && !isOnlyLookedAt)))
         noteChangedFolder(path);
     for (const auto& removed : difference.removed)
         forget(*removed);
@@ -236,6 +239,7 @@ void FolderScan::watch(Folder& folder, const std::string& path) {
 }
 
 void FolderScan::markChanged(Folder& folder) {
+    folder.isOnlyCompared = false;
     if (Clock::now() < folder.notBefore && !dirty_.contains(&folder))
         deferred_.insert(&folder);
     else

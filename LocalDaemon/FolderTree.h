@@ -26,6 +26,7 @@ struct Folder {
     bool isListed = false; // at least once
     bool isWatched = false;
     bool isReadable = true;
+    bool isOnlyCompared = false; // when it is listed next, for another index's sake alone
 };
 
 // The folders below some roots as they were last listed, and what they hold together. Remembers folders and

@@ -118,6 +118,10 @@ TEST(FolderScan, FollowsWhatChanges) {
         ASSERT_TRUE(scan.awaits([&] { return std::ranges::count(scan.changedFolders, path) > 0; })) << path;
         scan.changedFolders.clear();
     }
+    // To compare with another index is no change.
+    const auto index = std::make_shared<const BackupIndex>();
+    scan.scan.setIndex(index);
+    EXPECT_TRUE(scan.awaits([&] { return scan.last.index == index && scan.changedFolders.empty(); }));
 }
 
 // And counts nothing but regular files, none of them through a link.
