@@ -53,7 +53,7 @@ bool removeItem(int around, const char* name, const StopSignal* stop) {
         return true;
     if (errno != EISDIR)
         return false;
-    ::fchmodat(around, name, S_IRWXU, AT_SYMLINK_NOFOLLOW);
+    [[maybe_unused]] const int given = ::fchmodat(around, name, S_IRWXU, AT_SYMLINK_NOFOLLOW); // or no need
     const int descriptor = ::openat(around, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     const std::unique_ptr<DIR, int (*)(DIR*)> folder(descriptor < 0 ? nullptr : ::fdopendir(descriptor),
                                                      ::closedir);
