@@ -15,6 +15,7 @@ inline constexpr std::string_view statusString = "statusString";
 inline constexpr std::string_view backupState = "backupState";             // unsigned 32-bit
 inline constexpr std::string_view currentRestoreJob = "currentRestoreJob"; // unsigned 32-bit
 inline constexpr std::string_view isBackupNeeded = "isBackupNeeded";
+inline constexpr std::string_view hasUnreadFiles = "hasUnreadFiles"; // that the last backup had to leave out
 inline constexpr std::string_view lowerPriorityMode = "lowerPriorityMode";
 inline constexpr std::string_view paused = "paused";
 inline constexpr std::string_view recoverMode = "recoverMode";

@@ -184,6 +184,7 @@ Value DaemonState::stateDictionary() const {
         {std::string(statekey::statusString), serviceStateText(service)},
         {std::string(statekey::backupState), rulesAreLoaded},
         {std::string(statekey::isBackupNeeded), needsBackup()},
+        {std::string(statekey::hasUnreadFiles), unreadAt_.has_value()},
         {std::string(statekey::paused), isPaused()},
         {std::string(statekey::recoverMode), settings_.recoverMode},
         {std::string(statekey::lowerPriorityMode), settings_.lowerPriorityMode},
@@ -290,7 +291,7 @@ BackupTotals DaemonState::currentTotals() const {
 }
 
 bool DaemonState::needsBackup() const {
-    return isWaiting() || backupOrders_ != ordersDone_;
+    return isLooking() || backupOrders_ != ordersDone_;
 }
 
 bool DaemonState::isWaiting() const {

@@ -77,7 +77,8 @@ public:
     void setActivity(const BackupActivity& activity);
     [[nodiscard]] BackupNeed backupNeed() const;
     // Orders to back up at once are counted, so that panes see a backup needed until one that was begun after
-    // the last order has been made.
+    // the last order has been made and its index compared. What changes meanwhile needs no other: on a
+    // machine at work that would have no end.
     void orderBackup();
     [[nodiscard]] std::uint64_t backupOrders() const;
     void takeOrdersDone(std::uint64_t orders);

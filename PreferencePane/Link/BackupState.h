@@ -65,6 +65,7 @@ public:
     [[nodiscard]] std::uint32_t backupState() const { return number(statekey::backupState); }
     [[nodiscard]] std::uint32_t currentRestoreJob() const { return number(statekey::currentRestoreJob); }
     [[nodiscard]] bool isBackupNeeded() const { return flag(statekey::isBackupNeeded); }
+    [[nodiscard]] bool hasUnreadFiles() const { return flag(statekey::hasUnreadFiles); }
     [[nodiscard]] bool lowerPriorityMode() const { return flag(statekey::lowerPriorityMode); }
     [[nodiscard]] bool paused() const { return flag(statekey::paused); }
     [[nodiscard]] bool recoverMode() const { return flag(statekey::recoverMode); }

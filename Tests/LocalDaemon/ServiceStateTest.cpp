@@ -80,6 +80,10 @@ TEST_F(State, WhatCannotBeReadCallsForNoBackupUntilSomethingChanges) {
     state.noteUnread(state.backupNeed().changes);
     report(1, 1);
     EXPECT_FALSE(state.backupNeed().isWaiting);
+    change();
+    EXPECT_FALSE(state.stateDictionary()["isBackupNeeded"].boolValue()); // who waits for a backup has had it
+    EXPECT_TRUE(state.stateDictionary()["hasUnreadFiles"].boolValue());
+    state.noteUnread(state.backupNeed().changes);
     EXPECT_EQ(state.serviceState(), 8U);
     state.changeSettings([](Settings& settings) { settings.paths.exclusions.insert("/b"); });
     EXPECT_TRUE(state.backupNeed().isWaiting);

@@ -54,6 +54,8 @@ TEST_F(KelvanectlOrders, BackingUpNowEndsAPauseAndWaitsUntilNothingIsNeeded) {
                                                    {"setPriorityBackup:", {onVolume("/")}}}));
     daemon_.setState("isBackupNeeded", false);
     EXPECT_EQ(program->finish().status, 0);
+    daemon_.setState("hasUnreadFiles", true);
+    expectFailure(run({"backup", "now", "--wait"}), 3, "could not be read");
     daemon_.setState("serviceState", 25U);
     expectFailure(run({"backup", "now"}), 3, "25 (Recover mode)");
     EXPECT_EQ(run({"backup", "later"}).status, 2);

@@ -14,13 +14,13 @@ namespace kelvane::ctl {
 namespace {
 
 // The service states in which a backup is on its way, or would be as soon as something has changed.
-constexpr std::uint32_t backupPending = 5;
 constexpr std::uint32_t workingStates[] = {3, 4, 5, 6, 7, 8};
 
 struct Look {
     std::uint32_t serviceState = 0;
     std::string name;
     bool isBackupNeeded = false;
+    bool hasUnreadFiles = false;
 
     [[nodiscard]] bool isAtWork() const {
         return std::ranges::find(workingStates, serviceState) != std::end(workingStates);
@@ -33,6 +33,7 @@ Look lookAt(Session& session) {
     look.serviceState = session.state().serviceState();
     look.name = stringForKelvaneServiceState(static_cast<std::int32_t>(look.serviceState), session.bundle());
     look.isBackupNeeded = session.state().isBackupNeeded();
+    look.hasUnreadFiles = session.state().hasUnreadFiles();
     return look;
 }
 
@@ -75,7 +76,7 @@ ExitStatus runBackup(CommandLine& line) {
         status = waitForEnd(line, look);
     if (status == ExitStatus::Success && !look.isAtWork())
         status = refuse(look);
-    else if (status == ExitStatus::Success && waits && look.serviceState == backupPending)
+    else if (status == ExitStatus::Success && waits && look.hasUnreadFiles)
         status =
             complain(ExitStatus::Incomplete, "some files could not be read; the daemon's log names them");
     if (status != ExitStatus::Success || !line.settings().json)
