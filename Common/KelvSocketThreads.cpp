@@ -95,7 +95,7 @@ void KelvaneSocket::acceptThread(std::shared_ptr<Connection> connection) {
         else if (isTrustedPeer(accepted.get()))
             acceptOne(*connection, std::move(accepted));
         else
-            KelvaneCLog("KelvaneSocket refused a connection of another user");
+            KelvaneSystemLog("KelvaneSocket refused a connection of another user");
     }
     connection.reset(); // the descriptor goes even while the thread is parked
     std::unique_lock guard(stateMutex_);

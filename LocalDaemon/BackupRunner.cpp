@@ -86,6 +86,7 @@ void BackupRunner::noteRules() {
 
 void BackupRunner::noteRestores(bool areWaiting) {
     const std::scoped_lock guard(mutex_);
+    isUrgent_ = isUrgent_ || (areWaiting && !isRestoring_);
     isRestoring_ = areWaiting;
     if (isRestoring_ && isForgetting_ && current_)
         current_->set();
@@ -197,13 +198,15 @@ ResticOutcome BackupRunner::attempt(Task task, const StopSignal& stop) {
 
 ResticOutcome BackupRunner::connect(const StopSignal& stop) {
     bool mayMake = false;
+    bool isAskedFor = false;
     {
         const std::scoped_lock guard(mutex_);
         mayMake = need_.mayAdd;
+        isAskedFor = isRestoring_;
     }
     ResticOutcome outcome = keeper_->synchronize(mayMake, stop);
     // Nothing may be made yet, and nothing is there: that is in order.
-    if (!mayMake && outcome.trouble == ResticTrouble::NoRepository &&
+    if (!mayMake && !isAskedFor && outcome.trouble == ResticTrouble::NoRepository &&
         keeper_->index()->repositoryId().empty()) {
         retry_ = Clock::now() + options_.longestRetry;
         return {};

@@ -305,8 +305,10 @@ bool DaemonState::isLooking() const {
 
 BackupNeed DaemonState::currentNeed() const {
     BackupNeed need;
-    need.mayRead = hasPlace() && settings_.enabled && !isPaused();
-    need.mayAdd = need.mayRead && !settings_.recoverMode && !isOverQuota();
+    const bool mayWork = hasPlace() && settings_.enabled && !isPaused();
+    need.mayAdd = mayWork && !settings_.recoverMode && !isOverQuota();
+    // A restore waits for what is in it, whatever the backup may do.
+    need.mayRead = mayWork || (hasPlace() && restore_.job != 0 && index_->repositoryId().empty());
     need.isKnown = !isLooking();
     need.isWaiting = isWaiting();
     need.changes = changes_;

@@ -14,6 +14,8 @@ constexpr const char* failureAlert = "restore_incomplete";
 void DaemonState::setRestoreProgress(const RestoreProgress& progress) {
     const std::scoped_lock guard(mutex_);
     const RestoreProgress before = std::exchange(restore_, progress);
+    if ((before.job == 0) != (progress.job == 0))
+        announce();
     const auto observer = observer_.lock();
     if (!observer || before == progress)
         return;

@@ -187,6 +187,10 @@ bool DaemonTarget::restoreWithChoices(const Value& choices) {
 // What stands in the backup at the path as it is typed goes before what stands there without links.
 std::uint32_t DaemonTarget::restoreFile(const Value& source, const Value& destination, std::uint32_t version,
                                         std::uint32_t priority) {
+    if (state_->configuration().repository.location.empty()) {
+        KelvaneSystemLog("%@ cannot be restored: the backup does not know where it is.", source);
+        return 0;
+    }
     PathEntrance entrance = this->entrance();
     std::optional<std::string> from = entrance.realPath(source.stringValue());
     const std::optional<std::string> to = entrance.pathWithoutLinks(destination.stringValue());

@@ -188,7 +188,7 @@ int run(const Arguments& arguments) {
     options.defaults.computerNumber =
         computerNumber(configurationFolder() + "/kelvane/local-daemon.number", options.indexPath);
     options.settled = arguments.settled;
-    options.defaults.ownFiles.push_back(options.indexPath + '*');
+    options.defaults.ownFiles.push_back(stateFolder() + "/kelvane/");
     options.defaults.ownFiles.push_back(arguments.logPath + '*');
     options.socketPath = *socketPath;
     options.settingsPath = stateFolder() + "/kelvane/local-daemon-state.plist";

@@ -97,7 +97,10 @@ TEST_F(State, TellsEveryPaneOfARestoreAlsoOneThatHasAskedForNothing) {
     using Codes = std::vector<std::uint32_t>;
     const auto pane = std::make_shared<CallbackQueue>();
     state.setObserver(pane);
+    state.changeSettings([](Settings& settings) { settings.enabled = false; });
+    EXPECT_FALSE(state.backupNeed().mayRead);
     state.setRestoreProgress({3, "a", 5, 2});
+    EXPECT_TRUE(state.backupNeed().mayRead); // for nobody knows yet what is in the backup
     EXPECT_EQ(pane->take()->states, (Codes{48, 15, 16, 35}));
     EXPECT_EQ(state.stateDictionary()["currentRestoreJob"], 3U);
     CallbackQueue late;
