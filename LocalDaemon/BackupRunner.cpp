@@ -260,7 +260,8 @@ ResticOutcome BackupRunner::forgetOld(const StopSignal& stop) {
     }
     if (outcome.trouble == ResticTrouble::Stopped)
         return outcome;
-    if (!outcome.succeeded())
+    isConnected_ = outcome.succeeded(); // connecting takes locks away that dead processes have left
+    if (!isConnected_)
         KelvaneSystemLog("Old backups are not forgotten yet: %@", reasonOf(outcome));
     return {};
 }

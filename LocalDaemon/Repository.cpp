@@ -1,5 +1,6 @@
 #include "LocalDaemon/Repository.h"
 
+#include "LocalDaemon/Configuration.h"
 #include "LocalDaemon/ResticJson.h"
 #include "Support/Logging.h"
 
@@ -8,6 +9,8 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <filesystem>
+#include <system_error>
 #include <unistd.h>
 
 namespace kelvane {
@@ -90,13 +93,31 @@ Repository::Opening Repository::open(bool mayMake, const StopSignal& stop) const
     Printed config = print(*restic_, {"cat", "config", "--no-lock"}, stop);
     bool wasMade = false;
     if (mayMake && config.outcome.trouble == ResticTrouble::NoRepository) {
-        if (const auto made = print(*restic_, {"init"}, stop); !made.outcome.succeeded())
-            return {made.outcome, {}, false};
+        if (const ResticOutcome made = make(stop); !made.succeeded())
+            return {made, {}, false};
         wasMade = true;
         config = print(*restic_, {"cat", "config", "--no-lock"}, stop);
     }
     const std::string id = textEntry(config.text, "id");
     return {checked(config.outcome, !id.empty()), id, wasMade};
+}
+
+// restic writes the key before what only that opens: a repository whose making is cut off opens for nobody. A
+// folder that is not there yet comes whole or not at all.
+ResticOutcome Repository::make(const StopSignal& stop) const {
+    namespace fs = std::filesystem;
+    RepositoryPlace place = restic_->place();
+    const std::string folder = localFolderOf(place.location);
+    std::error_code error;
+    if (folder.empty() || fs::exists(fs::symlink_status(folder, error)))
+        return print(*restic_, {"init"}, stop).outcome;
+    place.location = folder + ".kelvane-new";
+    fs::remove_all(place.location, error);
+    ResticOutcome made = print(Restic(place), {"init"}, stop).outcome;
+    if (made.succeeded())
+        fs::rename(place.location, folder, error);
+    return error ? ResticOutcome{ResticTrouble::Failed, false, place.location + ": " + error.message()}
+                 : made;
 }
 
 Repository::Listing Repository::snapshots(const StopSignal& stop) const {

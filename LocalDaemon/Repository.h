@@ -59,6 +59,8 @@ public:
     [[nodiscard]] ResticOutcome clearStaleLocks(const StopSignal& stop) const;
 
 private:
+    [[nodiscard]] ResticOutcome make(const StopSignal& stop) const;
+
     const std::shared_ptr<const Restic> restic_;
     const std::string tag_;
 };

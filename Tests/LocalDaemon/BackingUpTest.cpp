@@ -159,7 +159,9 @@ TEST_F(BackingUp, ForgetsWhatHasGoneForTooLong) {
     ASSERT_EQ(ensurePasswordFile(place.passwordFile, isNew), "");
     const Repository repository(std::make_shared<const Restic>(place), 7);
     const StopSignal stop;
+    folders.write("repository.kelvane-new/keys/half", "made by one that was killed");
     ASSERT_TRUE(repository.open(true, stop).wasMade);
+    EXPECT_FALSE(fs::exists(folders / "repository.kelvane-new"));
     const auto backUp = [&](const std::string& path, const std::string& time) {
         Restic::Call call;
         call.arguments = {"backup", "--tag", "kelvane-7", "--time", time, path};
