@@ -223,7 +223,8 @@ ResticOutcome BackupRunner::backUpWanted(const StopSignal& stop) {
         const std::scoped_lock guard(mutex_);
         wanted = std::exchange(wanted_, {});
     }
-    const bool wantsEverything = wanted.erase(everything) > 0;
+    const bool isWanted = !wanted.empty();
+    wanted.erase(everything);
     ResticOutcome outcome;
     while (!wanted.empty() && outcome.succeeded()) {
         outcome = backUp(*wanted.begin(), true, stop);
@@ -238,8 +239,8 @@ ResticOutcome BackupRunner::backUpWanted(const StopSignal& stop) {
         state_->takeOrdersDone(orders);
         return forgetOld(stop);
     }
-    if (wantsEverything)
-        wanted.insert(everything);
+    if (isWanted)
+        wanted.insert(everything); // also what comes after what was to come first
     const std::scoped_lock guard(mutex_);
     wanted_.merge(wanted);
     return outcome;
@@ -291,7 +292,8 @@ ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, cons
     BackupRun::Result result = BackupRun(*state_, keeper_->repository()).run(wanted, stop);
     if (!result.outcome.succeeded())
         return result.outcome;
-    state_->noteUnread(result.unread.empty() ? std::nullopt : std::optional(changes));
+    if (!isPartial)
+        state_->noteUnread(result.unread.empty() ? std::nullopt : std::optional(changes));
     reportUnread(result.unread);
     KelvaneSystemLog("Backed up%@; snapshot %@, %llu bytes were waiting.", isPartial ? ": " + path : "",
                      result.snapshotId, waiting.bytes);

@@ -7,9 +7,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <filesystem>
-#include <optional>
 #include <span>
 #include <string_view>
 #include <unistd.h>
@@ -40,12 +40,11 @@ std::uint32_t numberFrom(const std::string& text) {
     return std::max(hash & highest, 1U);
 }
 
-std::optional<std::uint32_t> numberIn(const std::string& path) {
-    const Data text = readFile(path, largestNumber, SymbolicLinks::Follow).bytes;
+std::uint32_t numberIn(const Data& text) {
     const auto* const begin = reinterpret_cast<const char*>(text.data());
     std::uint32_t number = 0;
     std::from_chars(begin, begin + text.size(), number);
-    return number >= 1 && number <= highest ? std::optional(number) : std::nullopt;
+    return number <= highest ? number : 0;
 }
 
 bool hasIndex(const std::string& indexPath) {
@@ -65,18 +64,26 @@ std::string keep(std::uint32_t number, const std::string& path) {
 
 } // namespace
 
-std::uint32_t computerNumber(const std::string& path, const std::string& indexPath) {
-    if (const auto kept = numberIn(path))
-        return *kept;
-    std::string identity = "kelvane computer number " + machineIdentity();
-    if (!hasIndex(indexPath))
-        identity += indexPath + '\n' + std::to_string(::geteuid());
-    const std::uint32_t number = numberFrom(identity);
-    if (const std::string failure = keep(number, path); !failure.empty())
-        KelvaneSystemLog("The number of this computer, %u, cannot be kept in %@ (%@): name it in the "
-                         "configuration.",
-                         number, path, failure);
-    return number;
+ComputerNumber computerNumber(const std::string& path, const std::string& indexPath) {
+    const FileReading file = readFile(path, largestNumber, SymbolicLinks::Follow);
+    if (file.error != ENOENT && file.error != ENOTDIR) {
+        const std::uint32_t number = numberIn(file.bytes);
+        return {number, number == 0 ? "the number of this computer cannot be read, and without it its backup "
+                                      "cannot be found: " +
+                                          (file.succeeded() ? path : file.reason)
+                                    : ""};
+    }
+    const std::string machine = "kelvane computer number " + machineIdentity();
+    const std::uint32_t own = numberFrom(machine);
+    const bool isInUse = hasIndex(indexPath);
+    const std::uint32_t number =
+        isInUse ? own : numberFrom(machine + indexPath + '\n' + std::to_string(::geteuid()));
+    const std::string failure = keep(number, path);
+    if (isInUse || !failure.empty())
+        KelvaneSystemLog("%@ is not there: the number of this computer is %u, which follows from the machine "
+                         "alone. %@",
+                         path, own, failure);
+    return {failure.empty() ? number : own, {}};
 }
 
 } // namespace kelvane

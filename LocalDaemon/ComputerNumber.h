@@ -5,13 +5,18 @@
 
 namespace kelvane {
 
-// What tells this daemon's snapshots from others' in one repository: 1 to 2^31-1, kept as a text in the file
-// at `path`. It is made, once, from the machine, the user and `indexPath`, the beginning of the names of
-// indexes, so that two users or two homes of one machine have two. Where there is an index without such a
-// file, the machine's own number has been used for it, and stays.
+struct ComputerNumber {
+    std::uint32_t number = 0; // 1 to 2^31-1
+    std::string refusal;      // empty when there is a number
+};
+
+// What tells this daemon's snapshots from others' in one repository, kept as a text in the file at `path`.
+// Where there is none it is made from the machine, the user and `indexPath`, the beginning of the names of
+// indexes, so that two users or two homes of one machine have two. The machine's own number, the same at
+// every start, is taken where it cannot be kept, and where there is an index already; both are logged. A file
+// that cannot be read is left as it is, and refused: with another number the backup would begin anew.
 //
-// That it cannot be kept is logged. A pane and its web pages see it, so the machine's own identity cannot be
-// read from it. Blocks on the disk.
-[[nodiscard]] std::uint32_t computerNumber(const std::string& path, const std::string& indexPath);
+// A pane and its web pages see it, so the machine's own identity cannot be read from it. Blocks on the disk.
+[[nodiscard]] ComputerNumber computerNumber(const std::string& path, const std::string& indexPath);
 
 } // namespace kelvane

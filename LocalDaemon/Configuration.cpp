@@ -231,7 +231,7 @@ std::string faultIn(const Dictionary& entries, const Volumes& volumes) {
 
 std::string localFolderOf(const std::string& location) {
     const std::string path = withoutScheme(location);
-    return isAbsolutePath(path) ? withoutLinks(path) : std::string();
+    return isAbsolutePath(path) ? withoutLinks(appendPathComponent(path, {})) : std::string();
 }
 
 std::string volumePattern(const std::string& pattern, const Volumes& volumes) {

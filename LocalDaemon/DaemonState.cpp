@@ -40,7 +40,10 @@ DaemonState::DaemonState(Configuration configuration, Settings settings, Index i
       index_(std::move(index)),
       settings_(std::move(settings)),
       rules_(currentRules()),
-      announcedState_(currentServiceState()) {}
+      announcedState_(currentServiceState()) {
+    if (!index_->repositoryId().empty())
+        std::erase_if(settings_.disks, [&](const std::string& disk) { return !isInBackup(disk); });
+}
 
 void DaemonState::setObserver(std::weak_ptr<DaemonObserver> observer) {
     const std::scoped_lock guard(mutex_);
@@ -350,7 +353,7 @@ void DaemonState::takeSettings(const Settings& settings) {
     settings_ = settings;
     ++settingsVersion_;
     if (areOtherRules) {
-        unreadAt_.reset();
+        ++changes_;
         const Rules before = std::exchange(rules_, currentRules());
         if (rulesListener_)
             rulesListener_(rules_);

@@ -94,7 +94,8 @@ public:
     // Saved when it returns, if anything has changed. A failure to save is logged and raised as an alert.
     void changeSettings(const std::function<void(Settings&)>& change);
 
-    // Remembers the disks that are mounted, and forgets those that are not and have nothing in the backup.
+    // Remembers the disks that are mounted. At the next start those that have nothing in the backup by then
+    // are forgotten.
     void noteDisks(const Volumes& mounted);
     // With the disks that are away and have something in it: what was on them can be looked at and restored.
     // Never null when `mounted` is not.

@@ -7,8 +7,6 @@ namespace kelvane {
 
 void DaemonState::noteDisks(const Volumes& mounted) {
     changeSettings([&](Settings& settings) {
-        if (!index_->repositoryId().empty())
-            std::erase_if(settings.disks, [&](const std::string& disk) { return !isInBackup(disk); });
         for (const Volume& volume : mounted.all())
             if (volume.mountPoint != "/")
                 settings.disks.insert(volume.mountPoint);

@@ -101,7 +101,7 @@ void FolderScan::run() {
 void FolderScan::scanEverything() {
     report_.isScanning = true;
     for (const auto& [path, root] : tree_->roots())
-        FolderTree::forEach(*root, [this](Folder& folder) { dirty_.insert(&folder); });
+        FolderTree::forEach(*root, [this](Folder& folder) { lookAt(folder); });
     if (reported_)
         report(); // however short it will be
 }
@@ -142,7 +142,7 @@ void FolderScan::takeIndex() {
     for (const auto& [path, root] : tree_->roots())
         FolderTree::forEach(*root, [this](Folder& folder) {
             if (folder.own.isWaiting())
-                folder.isOnlyCompared = dirty_.insert(&folder).second && !deferred_.contains(&folder);
+                lookAt(folder);
         });
 }
 
@@ -162,7 +162,7 @@ void FolderScan::lookAgainAt(const std::string& path) {
         drop(*folder);
     for (const std::string_view each : {std::string_view(path), folderOf(path)})
         if (Folder* const folder = tree_->find(each)) {
-            folder->isOnlyCompared = false;
+            folder->isOnlyLookedAt = false;
             dirty_.insert(folder);
         }
 }
@@ -186,7 +186,7 @@ void FolderScan::relist(Folder& folder) {
     const FolderTree::Difference difference = tree_->update(folder, contents);
     const bool isDifferent = before != folder.own || !difference.added.empty() || !difference.removed.empty();
     // A watched one is listed again because something has changed, perhaps inside a file.
-    const bool isOnlyLookedAt = std::exchange(folder.isOnlyCompared, false) || report_.isScanning;
+    const bool isOnlyLookedAt = std::exchange(folder.isOnlyLookedAt, false);
     if (wasListed && (isDifferent || (wasWatched && !isOnlyLookedAt)))
         noteChangedFolder(path);
     for (const auto& removed : difference.removed)
@@ -238,8 +238,13 @@ void FolderScan::watch(Folder& folder, const std::string& path) {
         path, std::chrono::ceil<std::chrono::seconds>(options_.rescanInterval).count());
 }
 
+void FolderScan::lookAt(Folder& folder) {
+    if (dirty_.insert(&folder).second)
+        folder.isOnlyLookedAt = !deferred_.contains(&folder);
+}
+
 void FolderScan::markChanged(Folder& folder) {
-    folder.isOnlyCompared = false;
+    folder.isOnlyLookedAt = false;
     if (Clock::now() < folder.notBefore && !dirty_.contains(&folder))
         deferred_.insert(&folder);
     else
@@ -332,6 +337,8 @@ void FolderScan::takeChanges(const std::vector<DirectoryWatch::Event>& changes) 
             KelvaneSystemLog(
                 "Changes came faster than the system reports them: everything is scanned again.");
             scanEverything();
+            for (Folder* const folder : dirty_)
+                folder->isOnlyLookedAt = false;
         } else if (Folder* const folder = tree_->find(path)) {
             markChanged(*folder);
             if (change == DirectoryWatch::Change::Gone && folder->parent)
@@ -350,7 +357,8 @@ void FolderScan::takeDue(Clock::time_point now) {
         }
     }
     if (now >= nextRetry_) {
-        dirty_.insert(unwatched_.begin(), unwatched_.end());
+        for (Folder* const folder : unwatched_)
+            lookAt(*folder);
         nextRetry_ = now + options_.rescanInterval;
     }
 }

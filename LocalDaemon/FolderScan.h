@@ -85,6 +85,7 @@ private:
     void relist(Folder& folder);
     [[nodiscard]] FolderContents contentsOf(const std::string& path) const;
     void watch(Folder& folder, const std::string& path);
+    void lookAt(Folder& folder);
     void markChanged(Folder& folder);
     void forget(Folder& folder);
     void noteChangedFolder(const std::string& path);

@@ -26,7 +26,7 @@ struct Folder {
     bool isListed = false; // at least once
     bool isWatched = false;
     bool isReadable = true;
-    bool isOnlyCompared = false; // when it is listed next, for another index's sake alone
+    bool isOnlyLookedAt = false; // when it is listed next, though nothing tells of a change
 };
 
 // The folders below some roots as they were last listed, and what they hold together. Remembers folders and

@@ -154,8 +154,11 @@ std::string LocalDaemon::makeWorld() {
         world.state->addPane(*pane);
         return std::make_shared<DaemonTarget>(world, pane);
     };
-    server_ = std::make_shared<PaneServer>(loop_, makeTarget,
-                                           PaneServer::Options{options_.fileSystem, options_.sendTimeout});
+    const auto volumes = [state = state_, fileSystem = options_.fileSystem] {
+        return state->withMissing(fileSystem->volumes());
+    };
+    server_ =
+        std::make_shared<PaneServer>(loop_, makeTarget, PaneServer::Options{volumes, options_.sendTimeout});
     state_->setObserver(server_);
     return {};
 }

@@ -264,7 +264,7 @@ Value NodeAnswers::excludedFiles(const Value& path) const {
 }
 
 Value NodeAnswers::policy() const {
-    const auto volumes = fileSystem_->volumes();
+    const auto volumes = state_->withMissing(fileSystem_->volumes());
     Array patterns;
     for (const std::string& pattern : state_->rules()->policy)
         patterns.emplace_back(volumePattern(pattern, *volumes));

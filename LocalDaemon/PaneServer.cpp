@@ -32,7 +32,7 @@ void PaneServer::stop() {
 void PaneServer::socketCreated(const std::shared_ptr<KelvaneSocket>& child) {
     const auto queue = std::make_shared<CallbackQueue>();
     const auto session =
-        std::make_shared<PaneSession>(child, makeTarget_(queue), queue, options_.fileSystem,
+        std::make_shared<PaneSession>(child, makeTarget_(queue), queue, options_.volumes,
                                       [weak = weak_from_this()](const std::shared_ptr<PaneSession>& ended) {
                                           if (const auto self = weak.lock())
                                               self->sessionEnded(ended);

@@ -2,7 +2,6 @@
 
 #include "Foundation/MainLoop.h"
 #include "LocalDaemon/PaneSession.h"
-#include "Platform/FileSystem.h"
 
 #include <chrono>
 #include <memory>
@@ -27,7 +26,7 @@ public:
         std::function<std::shared_ptr<InvocationTarget>(const std::shared_ptr<CallbackQueue>&)>;
 
     struct Options {
-        std::shared_ptr<const FileSystem> fileSystem; // in whose volumes panes are told of what has changed
+        GetVolumes volumes; // in which panes are told of what has changed
         std::chrono::milliseconds sendTimeout = std::chrono::seconds(10);
     };
 

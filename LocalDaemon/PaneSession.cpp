@@ -32,13 +32,12 @@ void callEach(KelvaneProxy& proxy, const Array& items) {
 } // namespace
 
 PaneSession::PaneSession(std::shared_ptr<KelvaneSocket> socket, std::shared_ptr<InvocationTarget> target,
-                         std::shared_ptr<CallbackQueue> queue, std::shared_ptr<const FileSystem> fileSystem,
-                         Ended ended)
+                         std::shared_ptr<CallbackQueue> queue, GetVolumes volumes, Ended ended)
     : socket_(std::move(socket)),
       proxy_(KelvaneProxy::create()),
       target_(std::move(target)),
       queue_(std::move(queue)),
-      fileSystem_(std::move(fileSystem)),
+      volumes_(std::move(volumes)),
       ended_(std::move(ended)) {}
 
 bool PaneSession::start(std::chrono::milliseconds sendTimeout) {
@@ -89,7 +88,7 @@ void PaneSession::send(const CallbackQueue::Batch& batch) {
     } else if (!batch.states.empty()) {
         proxy_->call<"statesChanged:">(Value(Array(batch.states.begin(), batch.states.end())));
     }
-    const auto volumes = fileSystem_->volumes();
+    const auto volumes = volumes_();
     callEach<"fileChanged:", "filesChanged:">(*proxy_, pathsThatTravel(batch.files, *volumes));
     callEach<"folderChanged:", "foldersChanged:">(*proxy_, pathsThatTravel(batch.folders, *volumes));
     callEach<"setAlertString:", "setAlertStrings:">(*proxy_, Array(batch.alerts.begin(), batch.alerts.end()));

@@ -2,7 +2,7 @@
 
 #include "Common/KelvProxy.h"
 #include "LocalDaemon/CallbackQueue.h"
-#include "Platform/FileSystem.h"
+#include "Platform/Volumes.h"
 
 #include <atomic>
 #include <chrono>
@@ -11,6 +11,8 @@
 #include <thread>
 
 namespace kelvane {
+
+using GetVolumes = std::function<std::shared_ptr<const Volumes>()>; // never null; any thread
 
 // One connected pane: its calls run on the target, and a sender thread of its own tells it what its queue
 // holds. So a pane that does not read holds up nobody else; when a write finds no room for the send timeout,
@@ -21,8 +23,7 @@ public:
     using Ended = std::function<void(const std::shared_ptr<PaneSession>&)>;
 
     PaneSession(std::shared_ptr<KelvaneSocket> socket, std::shared_ptr<InvocationTarget> target,
-                std::shared_ptr<CallbackQueue> queue, std::shared_ptr<const FileSystem> fileSystem,
-                Ended ended);
+                std::shared_ptr<CallbackQueue> queue, GetVolumes volumes, Ended ended);
 
     // False, which is logged, when the system has no thread to give.
     [[nodiscard]] bool start(std::chrono::milliseconds sendTimeout);
@@ -43,7 +44,7 @@ private:
     const std::shared_ptr<KelvaneProxy> proxy_;
     const std::shared_ptr<InvocationTarget> target_; // which the proxy holds weakly
     const std::shared_ptr<CallbackQueue> queue_;
-    const std::shared_ptr<const FileSystem> fileSystem_;
+    const GetVolumes volumes_;
     const Ended ended_;
     std::atomic<bool> closed_{false};
     std::thread sender_;

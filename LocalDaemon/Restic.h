@@ -58,7 +58,8 @@ public:
         std::chrono::milliseconds grace = std::chrono::seconds(10); // that it has to end when it is stopped
         bool hasLowerPriority = false;
         // A lock is for what others may remove meanwhile. Where none can be made, on a disk that is full or
-        // must not be written to, nobody removes anything either: then the call is made without one.
+        // must not be written to, the call is made without one: little is removed there, and a restore that
+        // meets it fails and says so.
         bool takesLockIfPossible = false;
     };
     [[nodiscard]] ResticOutcome run(const Call& call, const StopSignal& stop) const;

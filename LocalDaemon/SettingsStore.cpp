@@ -32,7 +32,9 @@ SettingsStore::Loading SettingsStore::load() {
     if (file.error == EFBIG)
         return insteadOfDamaged(path_, file.reason);
     if (!file.succeeded())
-        return {{}, "the settings cannot be read, and what you have excluded stands there: " + file.reason};
+        return {{},
+                "the settings cannot be read, and without them what you have excluded would be backed up: " +
+                    file.reason};
     const PropertyListReading list = readBinaryPropertyList(file.bytes);
     if (!list.value.isDictionary())
         return insteadOfDamaged(path_, list.succeeded() ? "it holds no dictionary" : list.error);

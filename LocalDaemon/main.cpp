@@ -45,6 +45,12 @@ int complain(const std::string& reason, int status) {
     return status;
 }
 
+// Also for who has not started it in a terminal.
+int refuse(const std::string& reason) {
+    KelvaneSystemLog("%@", reason);
+    return failed;
+}
+
 // Each of these options is an entry of the configuration, and comes before the file's.
 struct Option {
     const char* name;
@@ -84,7 +90,13 @@ void settle(Dictionary& settled, const std::string& option, std::string_view key
     if (key == "repository" && tellsAPassword(value))
         throw CLI::ValidationError(option, "everybody on this machine could read the password here; name "
                                            "the place in the configuration's file");
-    const std::string fault = faultIn(Dictionary{{std::string(key), value}}, Volumes::current());
+    Value known = value;
+    if (value.isArray()) { // a disk that is away may come: the log tells of it
+        Array list = value.array();
+        std::erase_if(list, [](const Value& each) { return each.stringValue().starts_with("/Volumes/"); });
+        known = list;
+    }
+    const std::string fault = faultIn(Dictionary{{std::string(key), known}}, Volumes::current());
     if (!fault.empty())
         throw CLI::ValidationError(option, fault);
     settled.set(key, value);
@@ -147,7 +159,7 @@ int serve(const LocalDaemon::Options& options) {
     const SignalWatch signals(*loop, {SIGTERM, SIGINT, SIGHUP}, [&loop](int) { loop->quit(); });
     LocalDaemon daemon(options, loop, [loop] { loop->quit(); });
     if (const std::string refusal = daemon.start(); !refusal.empty())
-        return complain(refusal, failed);
+        return refuse(refusal);
     const int status = loop->run();
     daemon.stop();
     KelvaneSocket::waitForThreads();
@@ -185,8 +197,11 @@ int run(const Arguments& arguments) {
     LocalDaemon::Options options;
     options.defaults = usualDefaults();
     options.indexPath = stateFolder() + "/kelvane/local-daemon-index";
-    options.defaults.computerNumber =
+    const ComputerNumber computer =
         computerNumber(configurationFolder() + "/kelvane/local-daemon.number", options.indexPath);
+    if (!computer.refusal.empty())
+        return refuse(computer.refusal);
+    options.defaults.computerNumber = computer.number;
     options.settled = arguments.settled;
     options.defaults.ownFiles.push_back(stateFolder() + "/kelvane/");
     options.defaults.ownFiles.push_back(arguments.logPath + '*');

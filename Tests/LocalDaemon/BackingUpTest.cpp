@@ -154,7 +154,7 @@ TEST_F(BackingUp, ShowsAndRestoresWhatWasOnADiskThatIsAway) {
 }
 
 TEST_F(BackingUp, ForgetsWhatHasGoneForTooLong) {
-    RepositoryPlace place{folders / "repository", folders / "state/password", folders / "cache"};
+    RepositoryPlace place{folders / "repository/", folders / "state/password", folders / "cache"};
     bool isNew = false;
     ASSERT_EQ(ensurePasswordFile(place.passwordFile, isNew), "");
     const Repository repository(std::make_shared<const Restic>(place), 7);

@@ -88,7 +88,7 @@ TEST_F(Store, ConfigurationHasHonestDefaultsAndOnlyPatternsThatCanMatch) {
 
 TEST_F(Store, DaemonsOfOneMachineHaveNumbersThatDifferAndKeepTheirs) {
     const auto number = [&](const std::string& name) {
-        return computerNumber(folder / name + "/number", folder / name + "/index");
+        return computerNumber(folder / name + "/number", folder / name + "/index").number;
     };
     const std::uint32_t first = number("a");
     EXPECT_GT(static_cast<std::int32_t>(first), 0);
@@ -98,7 +98,10 @@ TEST_F(Store, DaemonsOfOneMachineHaveNumbersThatDifferAndKeepTheirs) {
     folder.write("c/index-1", ""); // of a backup from before numbers were kept
     folder.write("d/index-1", "");
     EXPECT_EQ(number("c"), number("d"));
-    EXPECT_EQ(problems, 0);
+    EXPECT_EQ(problems, 2);
+    const std::string kept = folder.write("e/number", "# 77");
+    EXPECT_NE(computerNumber(kept, folder / "e/index").refusal, "");
+    EXPECT_EQ(std::filesystem::file_size(kept), 4U);
 }
 
 } // namespace
