@@ -90,33 +90,6 @@ BackupNeed DaemonState::backupNeed() const {
     return currentNeed();
 }
 
-void DaemonState::orderBackup() {
-    const std::scoped_lock guard(mutex_);
-    ++backupOrders_;
-    announce();
-}
-
-std::uint64_t DaemonState::backupOrders() const {
-    const std::scoped_lock guard(mutex_);
-    return backupOrders_;
-}
-
-void DaemonState::takeOrdersDone(std::uint64_t orders) {
-    const std::scoped_lock guard(mutex_);
-    ordersDone_ = orders;
-}
-
-void DaemonState::takeOrdersTried(std::uint64_t orders) {
-    const std::scoped_lock guard(mutex_);
-    ordersTried_ = orders;
-    announce();
-}
-
-void DaemonState::noteUnread(std::optional<std::uint64_t> changes) {
-    const std::scoped_lock guard(mutex_);
-    unreadAt_ = changes;
-}
-
 DaemonState::Rules DaemonState::rules() const {
     const std::scoped_lock guard(mutex_);
     return rules_;

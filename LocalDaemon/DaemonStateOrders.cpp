@@ -1,0 +1,34 @@
+// Backups that somebody has ordered, and what the last one could not read.
+
+#include "LocalDaemon/DaemonState.h"
+
+namespace kelvane {
+
+void DaemonState::orderBackup() {
+    const std::scoped_lock guard(mutex_);
+    ++backupOrders_;
+    announce();
+}
+
+std::uint64_t DaemonState::backupOrders() const {
+    const std::scoped_lock guard(mutex_);
+    return backupOrders_;
+}
+
+void DaemonState::takeOrdersDone(std::uint64_t orders) {
+    const std::scoped_lock guard(mutex_);
+    ordersDone_ = orders;
+}
+
+void DaemonState::takeOrdersTried(std::uint64_t orders) {
+    const std::scoped_lock guard(mutex_);
+    ordersTried_ = orders;
+    announce();
+}
+
+void DaemonState::noteUnread(std::optional<std::uint64_t> changes) {
+    const std::scoped_lock guard(mutex_);
+    unreadAt_ = changes;
+}
+
+} // namespace kelvane
