@@ -101,6 +101,9 @@ public:
     // Never null when `mounted` is not.
     [[nodiscard]] std::shared_ptr<const Volumes> withMissing(std::shared_ptr<const Volumes> mounted) const;
 
+    // The mount point of the remembered disk that the path belongs on and that is not mounted; empty: none.
+    [[nodiscard]] std::string missingDiskOf(const std::string& path, const Volumes& mounted) const;
+
     // Rounded up, so that 0 says that nothing is paused.
     [[nodiscard]] std::uint32_t pausedMinutes() const;
     void setPausedMinutes(std::uint32_t minutes);

@@ -1,4 +1,5 @@
 #include "Foundation/PathComponents.h"
+#include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/DaemonState.h"
 
 #include <algorithm>
@@ -25,6 +26,17 @@ std::shared_ptr<const Volumes> DaemonState::withMissing(std::shared_ptr<const Vo
     if (all.size() + 1 == mounted->all().size())
         return mounted;
     return std::make_shared<const Volumes>(bootName, std::move(all));
+}
+
+std::string DaemonState::missingDiskOf(const std::string& path, const Volumes& mounted) const {
+    const auto isMounted = [&](const std::string& disk) {
+        return std::ranges::find(mounted.all(), disk, &Volume::mountPoint) != mounted.all().end();
+    };
+    const std::scoped_lock guard(mutex_);
+    const auto disk = std::ranges::find_if(settings_.disks, [&](const std::string& each) {
+        return (path == each || path.starts_with(withSeparator(each))) && !isMounted(each);
+    });
+    return disk == settings_.disks.end() ? std::string() : *disk;
 }
 
 bool DaemonState::isInBackup(const std::string& path) const {

@@ -178,6 +178,13 @@ void LocalDaemon::makeRestores() {
     options.onEnd = [state = state_](const std::vector<RestoreFailure>& failures) {
         state->endRestore(failures);
     };
+    options.refusal = [state = state_, fileSystem = options_.fileSystem](const std::string& target) {
+        const std::string disk = state->missingDiskOf(target, *fileSystem->volumes());
+        return disk.empty() || !fileSystem->list(disk, 1).names.empty()
+                   ? std::string()
+                   : "the disk that belongs at " + disk +
+                         " is not there: connect it, or choose another place";
+    };
     restores_ = std::make_shared<RestoreQueue>(std::move(options));
 }
 

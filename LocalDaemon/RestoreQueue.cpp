@@ -232,7 +232,8 @@ void RestoreQueue::runBatch(const std::vector<RestoreJob>& jobs,
         arrival_ = arrival;
         report();
     };
-    RestoreRun run({options_.restic, index, journal_, *running_, onArrival, options_.waits});
+    RestoreRun run(
+        {options_.restic, index, journal_, *running_, onArrival, options_.waits, options_.refusal});
     const std::vector<RestoreRun::Failures> failures = run.run(jobs);
     std::vector<RestoreJournal::Ended> ended;
     for (std::size_t number = 0; number < jobs.size() && !running_->isSet(); ++number) {

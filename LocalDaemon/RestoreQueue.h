@@ -35,6 +35,10 @@ public:
         // ended when the progress has no job; then `onEnd` tells what failed of them.
         std::function<void(const RestoreProgress&)> onProgress;
         std::function<void(const std::vector<RestoreFailure>&)> onEnd;
+        // Why nothing may be put there; empty when it may. On the queue's thread.
+        std::function<std::string(const std::string& target)> refusal = [](const std::string&) {
+            return std::string();
+        };
         // Before each further try to reach the repository; ten minutes in all.
         std::vector<std::chrono::milliseconds> waits = usualWaits();
     };

@@ -59,6 +59,8 @@ void RestoreRun::addJob(std::size_t number, const RestoreJob& job) {
         failures_[number].push_back({job.source, "it is not in the backup"});
     else if (job.version != 0 && job.version != item->version)
         failures_[number].push_back({job.source, "only its newest version can be restored"});
+    else if (std::string refusal = tools_.refusal(job.target); !refusal.empty())
+        failures_[number].push_back({job.source, std::move(refusal)});
     else
         addPiece({number, item, job.target});
 }

@@ -32,6 +32,8 @@ public:
         std::function<void(const Arrival&)> onArrival;
         // Before each further try to reach the repository.
         std::vector<std::chrono::milliseconds> waits;
+        // Why nothing may be put there; empty when it may.
+        std::function<std::string(const std::string& target)> refusal;
     };
     explicit RestoreRun(Tools tools) : tools_(std::move(tools)) {}
 

@@ -150,6 +150,11 @@ TEST_F(BackingUp, ShowsAndRestoresWhatWasOnADiskThatIsAway) {
     EXPECT_NE(pane->call<"restoreFile:toPath:version:priority:">("/Volumes/Disk/file", in("back"), 0U, 0U),
               0U);
     EXPECT_TRUE(comesTo([&] { return fs::exists(in("back")) && fs::file_size(in("back")) == 5; }));
+    // What is put where it will be mounted would be hidden then.
+    const std::uint32_t job =
+        pane->call<"restoreFile:toPath:version:priority:">("/Volumes/Disk/file", file, 0U, 0U);
+    EXPECT_TRUE(comesTo(
+        [&] { return pane->call<"getRestoreJobStatus:">(job) == std::uint32_t{restorestatus::incomplete}; }));
     EXPECT_FALSE(fs::exists(file));
 }
 
