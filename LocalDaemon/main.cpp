@@ -19,6 +19,7 @@
 #include <exception>
 #include <filesystem>
 #include <iostream>
+#include <malloc.h>
 #include <poll.h>
 #include <regex>
 #include <unistd.h>
@@ -29,6 +30,9 @@ using namespace kelvane;
 
 constexpr int failed = 1;
 constexpr int wronglyUsed = 2;
+
+// Each pane has threads of its own; an arena for each would keep what its largest answer has taken.
+constexpr int mostArenas = 2;
 
 // Always there, so that it turns logging on.
 constexpr const char* verboseMarker = "/";
@@ -222,6 +226,7 @@ int run(const Arguments& arguments) {
 
 int main(int count, char** texts) {
     kelvane::occupyStandardDescriptors();
+    ::mallopt(M_ARENA_MAX, mostArenas);
     // A terminal that has gone must not end the daemon at its next line.
     std::signal(SIGPIPE, SIG_IGN);
     try {
