@@ -273,8 +273,11 @@ ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, cons
     wanted.targets = backupTargets(*state_->rules(), path, stop.flag());
     if (stop.isSet())
         return {ResticTrouble::Stopped, false, {}};
-    if (wanted.targets.empty())
-        return {}; // nothing is to be in the backup
+    if (wanted.targets.empty()) { // nothing is to be in the backup
+        if (!isPartial)
+            state_->noteUnread(std::nullopt);
+        return {};
+    }
     const IndexKeeper::Index index = keeper_->index();
     wanted.tags = {keeper_->repository().tag()};
     if (isPartial)

@@ -266,7 +266,8 @@ Value NodeAnswers::excludedFiles(const Value& path) const {
 Value NodeAnswers::policy() const {
     const auto volumes = state_->withMissing(fileSystem_->volumes());
     Array patterns;
-    for (const std::string& pattern : state_->rules()->policy)
+    const auto rules = state_->rules();
+    for (const std::string& pattern : rules->policy)
         patterns.emplace_back(volumePattern(pattern, *volumes));
     return patterns;
 }

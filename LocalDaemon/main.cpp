@@ -95,7 +95,7 @@ void settle(Dictionary& settled, const std::string& option, std::string_view key
         throw CLI::ValidationError(option, "everybody on this machine could read the password here; name "
                                            "the place in the configuration's file");
     Value known = value;
-    if (value.isArray()) { // a disk that is away may come: the log tells of it
+    if (value.isArray()) { // a disk that is away counts from a start on at which it is there; the log tells
         Array list = value.array();
         std::erase_if(list, [](const Value& each) { return each.stringValue().starts_with("/Volumes/"); });
         known = list;
