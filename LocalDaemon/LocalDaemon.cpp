@@ -1,5 +1,6 @@
 #include "LocalDaemon/LocalDaemon.h"
 
+#include "Foundation/Checksum.h"
 #include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/DaemonTarget.h"
 #include "Platform/SpecialFolders.h"
@@ -24,10 +25,7 @@ bool haveSamePlaces(const Volumes& left, const Volumes& right) {
 std::string indexPathFor(const std::string& beginning, const Configuration& configuration) {
     const std::string place =
         configuration.repository.location + '\n' + std::to_string(configuration.computerNumber);
-    std::uint64_t hash = 14695981039346656037U; // FNV-1a
-    for (const char byte : place)
-        hash = (hash ^ static_cast<unsigned char>(byte)) * 1099511628211U;
-    return beginning + formatText("-%016llx", hash);
+    return beginning + formatText("-%016llx", checksumOf(place));
 }
 
 bool isRepository(const std::string& folder) {
@@ -143,6 +141,8 @@ std::string LocalDaemon::makeWorld() {
         configuration, std::move(loading.settings), keeper_->index(),
         [store](const Settings& changed, std::uint64_t version) { return store->save(changed, version); },
         options_.clock);
+    if (loading.alert)
+        state_->raiseAlert(*loading.alert);
     state_->noteDisks(*volumes_);
     tree_ = std::make_shared<FolderTree>();
     nodes_ = std::make_shared<NodeAnswers>(state_, options_.fileSystem, tree_);

@@ -41,22 +41,41 @@ TEST_F(Store, BringsBackTheLatestOfWhatItSavedAndSetsAsideWhatItCannotRead) {
     EXPECT_EQ(problems, 0);
 
     const std::string whole = folder.read("new folder/state.plist");
-    for (std::size_t length = 0; length < whole.size(); length += 7) {
-        folder.write("new folder/state.plist", whole.substr(0, length));
-        problems = 0;
-        EXPECT_EQ(store.load().settings, Settings());
-        EXPECT_EQ(problems, 1);
-        EXPECT_EQ(folder.read("new folder/state.plist.damaged"), whole.substr(0, length));
+    Settings recovering;
+    recovering.recoverMode = true;
+    for (std::size_t length = 0; length < whole.size(); length += 29) {
+        std::string flipped = whole;
+        flipped[length] = static_cast<char>(flipped[length] ^ 0x10);
+        for (const std::string& damaged : {whole.substr(0, length), flipped}) {
+            folder.write("new folder/state.plist", damaged);
+            problems = 0;
+            SettingsStore::Loading loading = store.load();
+            EXPECT_EQ(loading.settings, settings) << length;
+            EXPECT_TRUE(loading.alert);
+            EXPECT_EQ(problems, 1);
+            EXPECT_EQ(folder.read("new folder/state.plist.damaged"), damaged);
+
+            folder.write("new folder/state.plist", damaged);
+            folder.write("new folder/state.plist.copy", damaged);
+            loading = store.load();
+            EXPECT_EQ(loading.settings, recovering)
+                << length << ": exclusions are lost, and nothing is backed up";
+            EXPECT_EQ(loading.alert->severity, "error");
+            EXPECT_EQ(store.load().settings, recovering) << "still after the next start";
+            EXPECT_EQ(store.save(settings, 2), "");
+        }
     }
     const Array strange{"relative", 7, "/a", ""};
     write("new folder/state.plist", Dictionary{{"enabled", 0}, {"profile", 7}, {"exclusions", strange}});
     Settings expected;
     expected.enabled = false;
     expected.paths.exclusions = {"/a"};
-    EXPECT_EQ(store.load().settings, expected);
+    EXPECT_EQ(store.load().settings, expected) << "as versions without a checksum wrote it";
 
     std::filesystem::rename(path, path + "elsewhere"); // as a disk that gives nothing out just now
     std::filesystem::create_symlink(path, path);
+    EXPECT_EQ(store.load().settings, settings) << "the copy";
+    std::filesystem::remove(path + ".copy");
     EXPECT_NE(store.load().refusal, "");
     EXPECT_TRUE(std::filesystem::is_symlink(path));
 }
