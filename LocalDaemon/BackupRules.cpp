@@ -142,6 +142,28 @@ std::set<std::string> scanRoots(const BackupRules& rules) {
     return roots;
 }
 
+bool selectsAnything(const BackupRules& rules) {
+    if (!rules.automaticMode)
+        return std::ranges::any_of(rules.paths.marks,
+                                   [](const auto& mark) { return mark.second == Mark::Added; });
+    return std::ranges::any_of(automaticFolders(rules), [&](std::string_view folder) {
+        return !rules.paths.exclusions.contains(folder);
+    });
+}
+
+// Folders come before what is in them: a mark takes away those below it.
+PathRules withManualSelection(const BackupRules& automatic) {
+    std::map<std::string, Mark, std::less<>> marks = automatic.paths.marks;
+    for (const std::string_view folder : automaticFolders(automatic))
+        marks.emplace(folder, Mark::Added);
+    for (const std::string& path : automatic.paths.exclusions)
+        marks.insert_or_assign(path, Mark::Removed);
+    PathRules manual{automatic.paths.exclusions, {}};
+    for (const auto& [path, mark] : marks)
+        manual.mark(path, mark);
+    return manual;
+}
+
 std::set<std::string> changedRules(const BackupRules& before, const BackupRules& now) {
     if (before.automaticMode != now.automaticMode)
         return {"/"};

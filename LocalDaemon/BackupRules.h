@@ -74,6 +74,12 @@ struct Verdict {
 // those that hold what was added. They are not in each other's reach, though one may lie below another.
 [[nodiscard]] std::set<std::string> scanRoots(const BackupRules& rules);
 
+// Whether the rules put anything in at all.
+[[nodiscard]] bool selectsAnything(const BackupRules& rules);
+
+// The manual selection that holds what automatic mode holds, and what has been marked beforehand.
+[[nodiscard]] PathRules withManualSelection(const BackupRules& automatic);
+
 // The paths at which another rule stands now; "/" after a change of the mode.
 [[nodiscard]] std::set<std::string> changedRules(const BackupRules& before, const BackupRules& now);
 

@@ -17,6 +17,8 @@ constexpr std::uint64_t bytesPerMegabyte = std::uint64_t{1} << 20U;
 constexpr std::uint32_t rulesAreLoaded = 26;
 
 constexpr const char* settingsAlert = "settings_not_saved";
+constexpr const char* selectionAlert = "nothing_selected";
+constexpr const char* nothingIsSelected = "Nothing is selected for backup.";
 constexpr const char* watchAlert = "watch_limit_reached";
 
 std::uint32_t narrowed(std::uint64_t count) {
@@ -112,6 +114,7 @@ void DaemonState::changeSettings(const std::function<void(Settings&)>& change) {
         takeSettings(changed);
         version = settingsVersion_;
     }
+    checkSelection();
     const std::string failure = save_(changed, version);
     if (failure.empty())
         return withdrawAlert(settingsAlert);
@@ -157,7 +160,7 @@ Value DaemonState::stateDictionary() const {
     const std::uint32_t service = currentServiceState();
     Dictionary state{
         {std::string(statekey::serviceState), service},
-        {std::string(statekey::statusString), serviceStateText(service)},
+        {std::string(statekey::statusString), currentStatusText(service)},
         {std::string(statekey::backupState), rulesAreLoaded},
         {std::string(statekey::isBackupNeeded), needsBackup()},
         {std::string(statekey::hasUnreadFiles), unreadAt_.has_value()},
@@ -214,6 +217,15 @@ void DaemonState::takeReport(const ScanReport& report) {
                     "The system lets you watch too few folders (fs.inotify.max_user_watches). The remaining "
                     "ones are "
                     "looked at from time to time."});
+}
+
+void DaemonState::checkSelection() {
+    if (selectsAnything(*rules()))
+        withdrawAlert(selectionAlert);
+    else
+        raiseAlert({selectionAlert, "warning", nothingIsSelected,
+                    "No file is protected any more, and what is in the backup leaves it after the time that "
+                    "deleted files are kept. Select folders in the Backup tab."});
 }
 
 void DaemonState::refresh() {
@@ -302,11 +314,17 @@ std::uint32_t DaemonState::ownServiceState() const {
         conditions.trouble = ServiceState::BadConfiguration;
     else if (ordersTried_ == backupOrders_)
         conditions.trouble = activity_.trouble;
+    conditions.isNothingSelected = !selectsAnything(*rules_);
     conditions.isBackingUp = activity_.isRunning;
     conditions.isInitialBackup = activity_.isInitial;
     conditions.isScanning = isLooking();
     conditions.hasPendingFiles = isWaiting();
     return static_cast<std::uint32_t>(serviceStateFor(conditions));
+}
+
+std::string DaemonState::currentStatusText(std::uint32_t service) const {
+    const bool isOwn = service == static_cast<std::uint32_t>(ServiceState::OperationsMessage) && !override_;
+    return isOwn ? nothingIsSelected : serviceStateText(service);
 }
 
 std::uint32_t DaemonState::currentServiceState() const {

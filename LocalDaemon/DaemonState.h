@@ -119,6 +119,8 @@ public:
     [[nodiscard]] FileTotals found() const;
 
     void takeReport(const ScanReport& report);
+    // Raises or withdraws the alert that nothing is selected for backup.
+    void checkSelection();
     // The clock has moved: a pause may be over.
     void refresh();
 
@@ -151,6 +153,7 @@ private:
     [[nodiscard]] BackupNeed currentNeed() const;
     [[nodiscard]] std::uint32_t ownServiceState() const;
     [[nodiscard]] std::uint32_t currentServiceState() const;
+    [[nodiscard]] std::string currentStatusText(std::uint32_t service) const;
     [[nodiscard]] Rules currentRules() const;
     void takeSettings(const Settings& settings);
     void announceRules(const BackupRules& before) const;

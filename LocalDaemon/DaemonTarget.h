@@ -65,7 +65,7 @@ public:
 
     // Modes
     bool automaticMode() { return state_->settings().automaticMode; }
-    void setAutomaticMode(bool on) { setFlag(&Settings::automaticMode, on); }
+    void setAutomaticMode(bool on) { kelvane::setAutomaticMode(*state_, on); }
     bool recoverMode() { return state_->settings().recoverMode; }
     void setRecoverMode(bool on) { setFlag(&Settings::recoverMode, on); }
     bool lowerPriorityMode() { return state_->settings().lowerPriorityMode; }

@@ -143,6 +143,7 @@ std::string LocalDaemon::makeWorld() {
         options_.clock);
     if (loading.alert)
         state_->raiseAlert(*loading.alert);
+    state_->checkSelection();
     state_->noteDisks(*volumes_);
     tree_ = std::make_shared<FolderTree>();
     nodes_ = std::make_shared<NodeAnswers>(state_, options_.fileSystem, tree_);

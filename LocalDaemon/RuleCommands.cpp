@@ -21,7 +21,7 @@ std::uint32_t changePaths(DaemonState& state, const std::function<std::uint32_t(
     state.changeSettings([&](Settings& settings) {
         PathRules paths = settings.paths;
         error = change(paths);
-        if (error == 0 && isTooLarge(paths))
+        if (error == 0 && isTooLarge(paths) && paths.size() > settings.paths.size())
             error = ENOSPC;
         if (error == 0)
             settings.paths = std::move(paths);
@@ -73,6 +73,17 @@ std::uint32_t unexcludeFile(DaemonState& state, const FileSystem& fileSystem, co
     return changePaths(state, [&](PathRules& rules) {
         return rules.exclusions.erase(*named) + rules.exclusions.erase(*real) > 0 ? 0U
                                                                                   : std::uint32_t{ENOENT};
+    });
+}
+
+void setAutomaticMode(DaemonState& state, bool isAutomatic) {
+    state.changeSettings([&](Settings& settings) {
+        if (!isAutomatic && !settings.hasManualSelection) {
+            const Configuration& all = state.configuration();
+            settings.paths = withManualSelection({true, all.home, all.policy, settings.paths, all.volumes});
+            settings.hasManualSelection = true;
+        }
+        settings.automaticMode = isAutomatic;
     });
 }
 

@@ -18,6 +18,10 @@ namespace kelvane {
 [[nodiscard]] std::uint32_t unexcludeFile(DaemonState& state, const FileSystem& fileSystem,
                                           const Value& path);
 
+// Entering manual mode for the first time keeps what automatic mode backs up; later times find the manual
+// selection as it was left.
+void setAutomaticMode(DaemonState& state, bool isAutomatic);
+
 // All or, which is logged, none of the paths: for the reasons above, but volumes may be added, and what is
 // gone may be removed.
 void markFiles(DaemonState& state, const FileSystem& fileSystem, const Array& paths, PathRules::Mark mark);

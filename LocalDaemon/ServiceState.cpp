@@ -20,6 +20,8 @@ ServiceState serviceStateFor(const ServiceConditions& conditions) {
         return ServiceState::OverQuota;
     if (conditions.trouble)
         return *conditions.trouble;
+    if (conditions.isNothingSelected)
+        return ServiceState::OperationsMessage;
     if (conditions.isBackingUp)
         return conditions.isInitialBackup ? ServiceState::InitialBackup : ServiceState::BackingUp;
     if (conditions.isScanning)

@@ -21,6 +21,7 @@ enum class ServiceState : std::uint32_t {
     NoInternet = 18,
     NoServer = 19,
     BackupFailed = 20,
+    OperationsMessage = 23, // an alert says what it is
     RecoverMode = 25,
 };
 
@@ -30,6 +31,7 @@ struct ServiceConditions {
     bool isRecovering = false;
     bool isOverQuota = false;
     std::optional<ServiceState> trouble; // that the last try to back up has met
+    bool isNothingSelected = false;
     bool isBackingUp = false;
     bool isInitialBackup = false;
     bool isScanning = false;

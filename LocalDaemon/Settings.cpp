@@ -10,10 +10,15 @@ struct Flag {
     bool Settings::*member;
 };
 
+constexpr std::string_view hasManualSelectionKey = "hasManualSelection";
 constexpr Flag flags[] = {
-    {"automaticMode", &Settings::automaticMode}, {"enabled", &Settings::enabled},
-    {"recoverMode", &Settings::recoverMode},     {"lowerPriorityMode", &Settings::lowerPriorityMode},
-    {"delayShutdown", &Settings::delayShutdown}, {"includeRequired", &Settings::includeRequired},
+    {"automaticMode", &Settings::automaticMode},
+    {hasManualSelectionKey, &Settings::hasManualSelection},
+    {"enabled", &Settings::enabled},
+    {"recoverMode", &Settings::recoverMode},
+    {"lowerPriorityMode", &Settings::lowerPriorityMode},
+    {"delayShutdown", &Settings::delayShutdown},
+    {"includeRequired", &Settings::includeRequired},
 };
 constexpr std::string_view controlFlagsKey = "backupControlFlags";
 constexpr std::string_view pausedUntilKey = "pausedUntil";
@@ -90,6 +95,8 @@ Settings settingsFromValue(const Value& value) {
     settings.fileTypeToggles =
         entriesOf(value[togglesKey], [](const Value& entry) { return entry.isNumber(); });
     settings.paths = pathRulesOf(value);
+    if (value[hasManualSelectionKey].isAbsent()) // saved by a version that did not know it
+        settings.hasManualSelection = !settings.automaticMode || !settings.paths.marks.empty();
     forEachPath(value[disksKey], [&](const std::string& path) { settings.disks.insert(path); });
     return settings;
 }

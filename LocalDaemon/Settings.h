@@ -12,6 +12,7 @@ namespace kelvane {
 // What panes have set and a restart must not lose.
 struct Settings {
     bool automaticMode = true;
+    bool hasManualSelection = false; // manual mode has been entered before
     bool enabled = true;
     bool recoverMode = false;
     bool lowerPriorityMode = false;

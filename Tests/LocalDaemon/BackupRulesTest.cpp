@@ -61,6 +61,26 @@ TEST(BackupRules, WhatIsSaidOfAFolderHoldsForAllInIt) {
     EXPECT_EQ(paths, PathRules());
 }
 
+TEST(BackupRules, ManualModeBeginsWithWhatAutomaticModeHolds) {
+    BackupRules rules{true, "/home", {"/home/cache/"}, {}, {"/disk", "/home/a/disk", "/out"}};
+    rules.paths.exclusions = {"/home/a", "/home/a/disk/x", "/out", "/elsewhere"};
+    rules.paths.marks = {{"/data", Added}};
+    const auto manual = [&] {
+        return BackupRules{false, rules.home, rules.policy, withManualSelection(rules), rules.volumes};
+    };
+    for (const char* path : {"/home/b", "/home/a", "/home/a/b", "/home/a/disk/y", "/home/a/disk/x/z",
+                             "/disk/b", "/out", "/out/b", "/home/cache/b", "/elsewhere", "/"})
+        EXPECT_EQ(verdictFor(manual(), path).isIn(), verdictFor(rules, path).isIn()) << path;
+    EXPECT_TRUE(verdictFor(manual(), "/data/x").isIn());
+    EXPECT_EQ(manual().paths.exclusions, rules.paths.exclusions);
+
+    rules.paths.marks.clear();
+    EXPECT_TRUE(selectsAnything(rules));
+    rules.paths.exclusions = {"/disk", "/home/a/disk", "/out", "/home"};
+    EXPECT_FALSE(selectsAnything(rules));
+    EXPECT_FALSE(selectsAnything(manual()));
+}
+
 TEST(BackupRules, AFolderIsPartialWhenSomethingBelowItHasAnotherVerdict) {
     std::vector<std::string> paths{"/"};
     for (std::size_t at = 0; paths.size() < 85; ++at)
