@@ -70,6 +70,7 @@ private:
 struct MethodDescription {
     std::string_view selector;
     std::string_view types;
+    std::string_view extension = {}; // that a daemon must name before this is called; empty: none
 };
 
 // A method table: what one side of the link answers. Refers to constant tables, which live for ever.

@@ -25,4 +25,8 @@ inline constexpr std::string_view isOverQuota = "isOverQuota";
 inline constexpr std::string_view quotaMB = "quotaMB";                       // unsigned 32-bit
 inline constexpr std::string_view backupControlFlags = "backupControlFlags"; // unsigned 32-bit
 
+// Of extensions: absent where the daemon does not have them.
+inline constexpr std::string_view extensions = "extensions"; // array of names
+inline constexpr std::string_view alerts = "alerts"; // array of StandingAlert dictionaries, the worst first
+
 } // namespace kelvane::statekey

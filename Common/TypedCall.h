@@ -1,7 +1,7 @@
 #pragma once
 
+#include "Common/ExtensionProtocol.h"
 #include "Common/Invocation.h"
-#include "Common/Protocols.h"
 
 #include <algorithm>
 #include <concepts>
@@ -21,7 +21,7 @@ struct Selector {
 
 // The row of either method table that a selector names.
 [[nodiscard]] consteval const MethodDescription* methodOfEitherSide(std::string_view selector) {
-    const MethodDescription* method = findMethod(KelvaneDaemonProtocol, selector);
+    const MethodDescription* method = findMethod(KelvaneExtendedDaemonProtocol, selector);
     return method ? method : findMethod(KelvaneClientProtocol, selector);
 }
 

@@ -152,6 +152,15 @@ constexpr Method methods[] = {
          world.exclude(arguments[0].stringValue(), false);
          return Value(world.file(arguments[0].stringValue()) ? 0U : 1U);
      }},
+    {"dismissAlert:",
+     [](DaemonWorld& world, const Array& arguments) {
+         Array alerts = world.state[statekey::alerts].array();
+         const std::size_t count = std::erase_if(alerts, [&](const Value& alert) {
+             return alert["id"].stringValue() == arguments[0].stringValue();
+         });
+         set(world.state, statekey::alerts, alerts);
+         return Value(count > 0 ? "" : "No such alert stands.");
+     }},
     {"excludedFiles:", [](DaemonWorld& world, const Array&) { return world.excludedFiles(); }},
     {"childrenDictionariesForPath:",
      [](DaemonWorld& world, const Array& arguments) { return world.children(arguments[0].stringValue()); }},

@@ -11,18 +11,18 @@ using namespace std::chrono_literals;
 constexpr auto patience = 10s;
 constexpr auto paneTimeout = 10s; // a pane that does not read is given up
 
-// KelvaneDaemonProtocol with an object as every result: the daemon says what travels.
+// KelvaneExtendedDaemonProtocol with an object as every result: the daemon says what travels.
 Protocol answeredMethods() {
     static const auto* const types = [] {
         auto* made = new std::vector<std::string>;
-        for (const MethodDescription& method : KelvaneDaemonProtocol)
+        for (const MethodDescription& method : KelvaneExtendedDaemonProtocol)
             made->push_back((method.types.front() == 'v' ? "v" : "@") + std::string(method.types.substr(1)));
         return made;
     }();
     static const auto* const table = [] {
         auto* made = new std::vector<MethodDescription>;
         for (std::size_t index = 0; index < types->size(); ++index)
-            made->push_back({KelvaneDaemonProtocol[index].selector, (*types)[index]});
+            made->push_back({KelvaneExtendedDaemonProtocol[index].selector, (*types)[index]});
         return made;
     }();
     return *table;
@@ -30,7 +30,8 @@ Protocol answeredMethods() {
 
 // As an object of exactly the method's result type.
 Value converted(const Value& answer, std::string_view selector) {
-    const auto signature = MethodSignature::fromTypes(findMethod(KelvaneDaemonProtocol, selector)->types);
+    const auto signature =
+        MethodSignature::fromTypes(findMethod(KelvaneExtendedDaemonProtocol, selector)->types);
     if (signature.returnLength() == 0)
         return {};
     ValueBuffer buffer;

@@ -92,7 +92,7 @@ std::string ScriptPlayer::callBack(const Value& step) {
 
 std::string ScriptPlayer::setAnswer(std::string_view kind, const Value& step) {
     const std::string& selector = step[kind].stringValue();
-    if (!findMethod(KelvaneDaemonProtocol, selector))
+    if (!findMethod(KelvaneExtendedDaemonProtocol, selector))
         return "the daemon has no method \"" + selector + '"';
     daemon_.answerAsUsual(selector);
     if (kind == "answer")

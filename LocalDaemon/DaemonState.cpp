@@ -1,5 +1,6 @@
 #include "LocalDaemon/DaemonState.h"
 
+#include "Common/ExtensionProtocol.h"
 #include "Common/StateKeys.h"
 #include "LocalDaemon/CleanPath.h"
 #include "Support/Logging.h"
@@ -174,6 +175,8 @@ Value DaemonState::stateDictionary() const {
         {std::string(statekey::currentBackupFile), activity_.currentFile},
         {std::string(statekey::currentRestoreFile), restore_.file},
         {std::string(statekey::currentRestoreJob), restore_.job},
+        {std::string(statekey::extensions), Array{extension::alerts}},
+        {std::string(statekey::alerts), alertDictionaries()},
     };
     // Before the scan has seen anything there is nothing to say, and panes show that they do not know.
     if (scan_) {
@@ -231,28 +234,6 @@ void DaemonState::checkSelection() {
 void DaemonState::refresh() {
     const std::scoped_lock guard(mutex_);
     announce();
-}
-
-void DaemonState::raiseAlert(const Alert& alert) {
-    const std::string text = alertString(alert);
-    const std::scoped_lock guard(mutex_);
-    if (alerts_[alert.kind] == text)
-        return;
-    alerts_[alert.kind] = text;
-    if (const auto observer = observer_.lock())
-        observer->alertRaised(text);
-}
-
-void DaemonState::withdrawAlert(const std::string& kind) {
-    const std::scoped_lock guard(mutex_);
-    alerts_.erase(kind);
-}
-
-void DaemonState::addAlertHandler(CallbackQueue& pane) const {
-    const std::scoped_lock guard(mutex_);
-    pane.setAlertHandler(true);
-    for (const auto& [kind, alert] : alerts_)
-        pane.alertRaised(alert);
 }
 
 std::int64_t DaemonState::now() const {

@@ -124,9 +124,11 @@ public:
     // The clock has moved: a pause may be over.
     void refresh();
 
-    // An alert stands until it is withdrawn, one of a kind; who wants alerts is told of those that stand.
+    // An alert stands until it is withdrawn, one of a kind; who wants alerts is told of those that stand. One
+    // that is raised again with other words stands since the first time.
     void raiseAlert(const Alert& alert);
     void withdrawAlert(const std::string& kind);
+    [[nodiscard]] std::optional<Alert> standingAlert(const std::string& kind) const;
     void addAlertHandler(CallbackQueue& pane) const;
 
     // Panes are told what of it has changed.
@@ -160,6 +162,12 @@ private:
     void announceFiles(const std::vector<std::string>& paths) const;
     void announce();
 
+    [[nodiscard]] Array alertDictionaries() const;
+
+    struct StandingSince {
+        Alert alert;
+        std::chrono::system_clock::time_point since;
+    };
     struct Override {
         std::uint32_t code;
         std::uint32_t inFrontOf;
@@ -183,7 +191,7 @@ private:
     std::optional<bool> overQuotaForTesting_;
     std::optional<Override> override_;
     std::uint32_t announcedState_;
-    std::map<std::string, std::string> alerts_; // by kind
+    std::map<std::string, StandingSince> alerts_; // by kind
     RestoreProgress restore_;
     std::uint64_t backupOrders_ = 0;
     std::uint64_t ordersDone_ = 0;

@@ -1,5 +1,6 @@
 // What panes hear of files that are being restored.
 
+#include "Common/StandingAlert.h"
 #include "Foundation/Format.h"
 #include "LocalDaemon/DaemonState.h"
 #include "LocalDaemon/RestoreProgress.h"
@@ -44,9 +45,12 @@ void DaemonState::endRestore(const std::vector<RestoreFailure>& failures) {
     }
     if (failures.empty())
         return withdrawAlert(failureAlert);
-    raiseAlert({failureAlert, "warning", "Some files could not be restored.",
+    raiseAlert({failureAlert,
+                "warning",
+                "Some files could not be restored.",
                 formatText("%llu of them, among them %@: %@. The log names them all.", failures.size(),
-                           failures.front().path, failures.front().reason)});
+                           failures.front().path, failures.front().reason),
+                {std::string(dismissAction)}});
 }
 
 void DaemonState::addPane(CallbackQueue& pane) const {

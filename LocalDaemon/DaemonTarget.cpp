@@ -1,6 +1,7 @@
 #include "LocalDaemon/DaemonTarget.h"
 
 #include "Common/RestoreStatus.h"
+#include "Common/StandingAlert.h"
 #include "Common/TypedCall.h"
 #include "LocalDaemon/RestoreProgress.h"
 #include "Platform/Accounts.h"
@@ -72,10 +73,12 @@ constexpr MethodBinding<DaemonTarget> bindings[] = {
     row<"setPausedMinutes:", &DaemonTarget::setPausedMinutes>(),
     row<"pausedMinutes", &DaemonTarget::pausedMinutes>(),
     row<"setEnabled:", &DaemonTarget::setEnabled>(),
+    row<"dismissAlert:", &DaemonTarget::dismissAlert>(),
+    row<"performAlertAction:ofAlert:", &DaemonTarget::performAlertAction>(),
 };
 
 consteval bool isEveryMethodBound() {
-    for (const MethodDescription& method : KelvaneDaemonProtocol) {
+    for (const MethodDescription& method : KelvaneExtendedDaemonProtocol) {
         bool found = false;
         for (const auto& binding : bindings)
             found = found || binding.description.selector == method.selector;
@@ -84,7 +87,7 @@ consteval bool isEveryMethodBound() {
     }
     return true;
 }
-static_assert(isEveryMethodBound(), "a method of the daemon's table is not answered");
+static_assert(isEveryMethodBound(), "a method of the daemon's tables is not answered");
 
 std::string textOf(const FileTotals& totals, std::string_view where) {
     return formatText("%llu files with %llu bytes %@", totals.count, totals.bytes, where);
@@ -93,7 +96,7 @@ std::string textOf(const FileTotals& totals, std::string_view where) {
 } // namespace
 
 Protocol DaemonTarget::methods() const {
-    return KelvaneDaemonProtocol;
+    return KelvaneExtendedDaemonProtocol;
 }
 
 void DaemonTarget::invoke(Invocation& invocation) {
@@ -124,6 +127,14 @@ Value DaemonTarget::liveStateString() {
 
 void DaemonTarget::setBackupControl(std::uint32_t flags) {
     state_->changeSettings([flags](Settings& settings) { settings.backupControlFlags = flags; });
+}
+
+Value DaemonTarget::dismissAlert(const Value& id) {
+    return alertActions_->perform(std::string(dismissAction), id.stringValue());
+}
+
+Value DaemonTarget::performAlertAction(const Value& action, const Value& ofAlert) {
+    return alertActions_->perform(action.stringValue(), ofAlert.stringValue());
 }
 
 // A user is known by number or by name.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Common/Invocation.h"
+#include "LocalDaemon/AlertActions.h"
 #include "LocalDaemon/BackupRunner.h"
 #include "LocalDaemon/CallbackQueue.h"
 #include "LocalDaemon/DaemonState.h"
@@ -30,6 +31,7 @@ public:
         std::function<void()> terminate;
         std::shared_ptr<RestoreQueue> restores;
         std::function<void()> showRestoreWizard; // likewise
+        std::shared_ptr<const AlertActions> alertActions;
     };
 
     DaemonTarget(const World& world, std::shared_ptr<CallbackQueue> pane)
@@ -40,7 +42,8 @@ public:
           pane_(std::move(pane)),
           terminate_(world.terminate),
           restores_(world.restores),
-          showRestoreWizard_(world.showRestoreWizard) {}
+          showRestoreWizard_(world.showRestoreWizard),
+          alertActions_(world.alertActions) {}
 
     [[nodiscard]] Protocol methods() const override;
     void invoke(Invocation& invocation) override;
@@ -62,6 +65,10 @@ public:
     void endStateHandler() { pane_->setStateHandler(false); }
     void setAlertHandler() { state_->addAlertHandler(*pane_); }
     void endAlertHandler() { pane_->setAlertHandler(false); }
+
+    // Standing alerts
+    Value dismissAlert(const Value& id);
+    Value performAlertAction(const Value& action, const Value& ofAlert);
 
     // Modes
     bool automaticMode() { return state_->settings().automaticMode; }
@@ -135,6 +142,7 @@ private:
     const std::function<void()> terminate_;
     const std::shared_ptr<RestoreQueue> restores_;
     const std::function<void()> showRestoreWizard_;
+    const std::shared_ptr<const AlertActions> alertActions_;
 };
 
 } // namespace kelvane

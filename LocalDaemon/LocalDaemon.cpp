@@ -1,5 +1,6 @@
 #include "LocalDaemon/LocalDaemon.h"
 
+#include "Common/StandingAlert.h"
 #include "Foundation/Checksum.h"
 #include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/DaemonTarget.h"
@@ -149,8 +150,14 @@ std::string LocalDaemon::makeWorld() {
     nodes_ = std::make_shared<NodeAnswers>(state_, options_.fileSystem, tree_);
     runner_ = std::make_shared<BackupRunner>(state_, keeper_, options_.backup);
     makeRestores();
-    const DaemonTarget::World world{state_,    options_.fileSystem,       nodes_, runner_, terminate_,
-                                    restores_, options_.showRestoreWizard};
+    const DaemonTarget::World world{state_,
+                                    options_.fileSystem,
+                                    nodes_,
+                                    runner_,
+                                    terminate_,
+                                    restores_,
+                                    options_.showRestoreWizard,
+                                    makeAlertActions()};
     const auto makeTarget = [world](const std::shared_ptr<CallbackQueue>& pane) {
         world.state->addPane(*pane);
         return std::make_shared<DaemonTarget>(world, pane);
@@ -162,6 +169,11 @@ std::string LocalDaemon::makeWorld() {
         std::make_shared<PaneServer>(loop_, makeTarget, PaneServer::Options{volumes, options_.sendTimeout});
     state_->setObserver(server_);
     return {};
+}
+
+// Every verb that an alert may offer has its handler here.
+std::shared_ptr<const AlertActions> LocalDaemon::makeAlertActions() const {
+    return std::make_shared<AlertActions>(state_);
 }
 
 void LocalDaemon::makeRestores() {
@@ -217,10 +229,13 @@ void LocalDaemon::makeKey() {
         "A KEY FOR THE BACKUP HAS BEEN MADE: %@. Keep a copy of it somewhere else, on paper or on "
         "another disk: without it nobody can read the backup, not even you.",
         path);
-    state_->raiseAlert({"key_made", "warning", "Keep a copy of the backup's key.",
+    state_->raiseAlert({"key_made",
+                        "warning",
+                        "Keep a copy of the backup's key.",
                         "Without it nobody can read the backup, not even you. Copy it to another disk or "
                         "print it: " +
-                            path});
+                            path,
+                        {std::string(dismissAction)}});
 }
 
 void LocalDaemon::refresh() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Foundation/MainLoop.h"
+#include "LocalDaemon/AlertActions.h"
 #include "LocalDaemon/BackupRunner.h"
 #include "LocalDaemon/DaemonState.h"
 #include "LocalDaemon/FolderScan.h"
@@ -58,6 +59,7 @@ public:
 private:
     [[nodiscard]] std::string claimSettings();
     [[nodiscard]] std::string makeWorld();
+    [[nodiscard]] std::shared_ptr<const AlertActions> makeAlertActions() const;
     void makeRestores();
     void makeKey();
     void refresh();

@@ -3,6 +3,7 @@
 #include "Support/DefaultsDB.h"
 #include "Support/Logging.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace kelvane {
@@ -58,6 +59,7 @@ void BackupState::updateDaemonState() {
         return;
     if (!state.isDictionary())
         state = {};
+    extensions_ = state[statekey::extensions];
     // Nothing equals an answer that is missing: it is always announced.
     if (!state.isAbsent() && state == daemonState_)
         return;
@@ -69,6 +71,7 @@ void BackupState::updateDaemonState() {
 
 void BackupState::daemonConnectionChangedNotification() {
     const bool isConnected = connected();
+    extensions_ = {};
     if (!isConnected)
         statusTimer_.stop();
     const std::weak_ptr<const void> presence = presence_;
@@ -78,6 +81,11 @@ void BackupState::daemonConnectionChangedNotification() {
         return;
     statusTimer_ = mainLoop_->schedule(pollInterval, MainLoop::Repeat::Always, [this] { onStatusTimer(); });
     updateDaemonState();
+}
+
+bool BackupState::hasExtension(std::string_view name) const {
+    return std::ranges::any_of(extensions_.array(),
+                               [&](const Value& each) { return each.stringValue() == name; });
 }
 
 bool BackupState::isQuotaLimited() const {

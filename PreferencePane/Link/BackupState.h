@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Common/StandingAlert.h"
 #include "Common/StateKeys.h"
 #include "PreferencePane/Link/ConnectionController.h"
 
@@ -75,6 +76,14 @@ public:
     [[nodiscard]] std::uint32_t quotaGB() const { return quotaMB() >> 10U; } // whole ones
     [[nodiscard]] std::uint32_t getBackupControl() const { return number(statekey::backupControlFlags); }
 
+    // None where the daemon does not list alerts.
+    [[nodiscard]] std::vector<StandingAlert> alerts() const {
+        return standingAlertsFrom(daemonState_[statekey::alerts]);
+    }
+
+    // True once this daemon, since the connection to it, has named the extension in its state.
+    [[nodiscard]] bool hasExtension(std::string_view name) const;
+
     // From the last dictionary while connected, else from the store.
     [[nodiscard]] bool isQuotaLimited() const;
 
@@ -126,6 +135,15 @@ public:
     void endStateHandler() { command<"endStateHandler">(); }
     void terminateDaemon() { command<"terminate">(); }
 
+    // Of extensions: nothing is sent, and the answer is empty, while the daemon does not name them. An answer
+    // says why nothing was done.
+    [[nodiscard]] std::string dismissAlert(const std::string& id) {
+        return extendedQuery<"dismissAlert:">(id).stringValue();
+    }
+    [[nodiscard]] std::string performAlertAction(const std::string& action, const std::string& ofAlert) {
+        return extendedQuery<"performAlertAction:ofAlert:">(action, ofAlert).stringValue();
+    }
+
     // Their methods are in no daemon's table: each throws UnknownSelector while connected.
     void setBackupControl(std::uint32_t flags) { setBackupControl(flags, false); }
     void setBackupControl(std::uint32_t flags, bool turnOff);
@@ -157,12 +175,20 @@ private:
         const auto daemon = proxy();
         return daemon ? daemon->call<selector>(arguments...) : typename TypedMethod<selector>::Result();
     }
+    template <Selector selector, class... Arguments>
+    [[nodiscard]] typename TypedMethod<selector>::Result extendedQuery(const Arguments&... arguments) const {
+        constexpr std::string_view extension = TypedMethod<selector>::description->extension;
+        static_assert(!extension.empty(), "every daemon has this method");
+        return hasExtension(extension) ? query<selector>(arguments...)
+                                       : typename TypedMethod<selector>::Result();
+    }
 
     const std::shared_ptr<MainLoop> mainLoop_;
     const std::shared_ptr<NotificationCenter> notifications_;
     std::shared_ptr<ConnectionController> connection_;
     NotificationCenter::Observer connectionObserver_;
     Value daemonState_;
+    Value extensions_; // of the daemon that is connected; absent until it has told its state
     std::shared_ptr<const Bundle> bundle_;
     Timer statusTimer_;
     std::weak_ptr<InvocationTarget> proxyDelegate_;

@@ -108,7 +108,7 @@ void ConnectionController::createSocket() {
 void ConnectionController::createProxy() {
     proxy_ = KelvaneProxy::create(mainLoop_);
     proxy_->setSocket(socket_);
-    proxy_->setProtocol(KelvaneDaemonProtocol);
+    proxy_->setProtocol(KelvaneExtendedDaemonProtocol);
     proxy_->setCallDelegateOnMainThread(true);
     proxy_->setDelegate(proxyDelegate_);
 }

@@ -84,7 +84,8 @@ TEST(FrameReader, FailsOnALengthThatLiesWithoutTakingMemoryForIt) {
 // A slip of the pen in a table shows in the offsets: they follow from the types, and the frame's size from
 // them.
 TEST(Protocols, HaveTypeStringsWhoseOffsetsAddUp) {
-    for (const Protocol& protocol : {Protocol(KelvaneDaemonProtocol), Protocol(KelvaneClientProtocol)})
+    for (const Protocol& protocol :
+         {Protocol(KelvaneExtendedDaemonProtocol), Protocol(KelvaneClientProtocol)})
         for (const MethodDescription& method : protocol) {
             const auto signature = MethodSignature::fromTypes(method.types);
             std::uint32_t offset = 16;

@@ -54,6 +54,39 @@ TEST_F(Answers, OfTheLastDictionaryAreNothingBeforeThereIsOneAndOutliveTheLink) 
     }
 }
 
+// A daemon that does not know a method never answers it.
+TEST_F(Answers, ToMethodsOfAnExtensionAreAskedForWhileThisDaemonNamesIt) {
+    daemon.changeWorld([](DaemonWorld& world) {
+        world.state = Dictionary{
+            {"extensions", Array{7, "alerts"}},
+            {"alerts", Array{"no alert", dictionaryOf({"full", "error", "T", "text", {5}, {"keep:a:b"}}),
+                             Dictionary{{"id", "odd"}, {"actions", 3}}}}};
+    });
+    daemon.answer("performAlertAction:ofAlert:", "Not now.");
+    daemon.answer("dismissAlert:", "");
+    EXPECT_EQ(state->performAlertAction("keep:a:b", "full"), "") << "before it has named it";
+    state->updateDaemonState();
+    EXPECT_EQ(state->performAlertAction("keep:a:b", "full"), "Not now.");
+    EXPECT_EQ(state->dismissAlert("full"), "");
+    EXPECT_EQ(daemon.calls(), (Calls{{"daemonState", {}},
+                                     {"performAlertAction:ofAlert:", {"keep:a:b", "full"}},
+                                     {"dismissAlert:", {"full"}}}));
+    ASSERT_EQ(state->alerts().size(), 2U);
+    EXPECT_EQ(dictionaryOf(state->alerts()[0]), daemon.world().state["alerts"].array()[1]);
+    EXPECT_EQ(state->alerts()[1].id, "odd");
+
+    loseDaemon();
+    daemon.setState("extensions", Array());
+    ASSERT_TRUE(daemon.start());
+    ASSERT_TRUE(loop->runUntil([this] {
+        loop->advance(1s);
+        return state->connected();
+    }));
+    EXPECT_EQ(state->alerts().size(), 2U) << "what it last said";
+    EXPECT_EQ(state->dismissAlert("full"), "") << "another daemon may be there now";
+    EXPECT_EQ(daemon.callCount("dismissAlert:"), 1U);
+}
+
 TEST_F(Answers, OfAWrongKindReadAsNothing) {
     daemon.answer("pausedMinutes", "many");
     daemon.answer("automaticMode", Array{1});

@@ -73,7 +73,7 @@ public:
     explicit TestPane(const std::string& socketPath) {
         const auto socket = KelvaneSocket::create(loop_);
         EXPECT_TRUE(socket->connectToPath(socketPath));
-        proxy_->setProtocol(KelvaneDaemonProtocol);
+        proxy_->setProtocol(KelvaneExtendedDaemonProtocol);
         proxy_->setCallDelegateOnMainThread(true);
         proxy_->setDelegate(target_);
         proxy_->setSocket(socket);

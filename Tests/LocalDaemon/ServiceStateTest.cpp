@@ -1,3 +1,5 @@
+#include "Common/StandingAlert.h"
+#include "LocalDaemon/AlertActions.h"
 #include "LocalDaemon/DaemonState.h"
 
 #include <gtest/gtest.h>
@@ -25,10 +27,10 @@ protected:
     void change() { state.takeReport({{1, 1}, false, false, {"/a"}, {1, 1}, 0, state.index()}); }
 
     const std::shared_ptr<Told> told = std::make_shared<Told>();
+    std::chrono::system_clock::time_point time{std::chrono::sys_days{std::chrono::year{2001} / 1 / 1}};
     DaemonState state{Configuration{"localhost", "", 1, 2, "/home", {}, {}, {"/backup", "", ""}}, Settings(),
                       std::make_shared<BackupIndex>(),
-                      [](const Settings&, std::uint64_t) { return std::string(); },
-                      std::chrono::system_clock::now};
+                      [](const Settings&, std::uint64_t) { return std::string(); }, [this] { return time; }};
 };
 
 TEST_F(State, CountsWhatTheScanHasFoundAgainstTheQuota) {
@@ -148,6 +150,40 @@ TEST(CallbackQueue, KeepsWhatASlowPaneIsToBeToldSmall) {
     EXPECT_EQ(batch->states.back(), 4999U);
     EXPECT_LT(batch->states.size(), 100U);
     EXPECT_EQ(batch->files, std::vector<std::string>{"/"});
+}
+
+TEST_F(State, ListsStandingAlertsWorstFirstSinceTheyWereRaised) {
+    const auto ids = [&] {
+        std::string text;
+        for (const StandingAlert& alert : standingAlertsFrom(state.stateDictionary()["alerts"]))
+            text += alert.id + ' ';
+        return text;
+    };
+    state.raiseAlert({"low", "information", "", ""});
+    state.raiseAlert({"middle", "warning", "", "first"});
+    time += std::chrono::seconds(60);
+    state.raiseAlert({"late", "warning", "", ""});
+    state.raiseAlert({"high", "error", "", "", {"keep:a:b", "odd:", "dismiss:"}});
+    state.raiseAlert({"middle", "warning", "", "other words"});
+    EXPECT_EQ(ids(), "high late middle low ");
+    const StandingAlert middle = standingAlertsFrom(state.stateDictionary()["alerts"])[2];
+    EXPECT_EQ(middle.text, "other words");
+    EXPECT_EQ(middle.since, Date{0});
+
+    const std::shared_ptr<DaemonState> shared(&state, [](DaemonState*) {});
+    AlertActions actions(shared);
+    std::string kept;
+    actions.add("keep", [&](const std::string& argument) {
+        kept = argument + (shared->standingAlert("high") ? " while it stands" : "");
+        return std::string();
+    });
+    EXPECT_EQ(actions.perform("keep:a:b", "high"), "");
+    EXPECT_EQ(kept, "a:b while it stands");
+    for (const auto& [action, id] :
+         {std::pair("keep:c", "high"), {"odd:", "high"}, {"dismiss:", "low"}, {"dismiss:", "unknown"}})
+        EXPECT_NE(actions.perform(action, id), "") << action << id;
+    EXPECT_EQ(actions.perform("dismiss:", "high"), "");
+    EXPECT_EQ(ids(), "late middle low ");
 }
 
 TEST(AlertString, EscapesItsSeparator) {

@@ -94,5 +94,41 @@ TEST_F(KelvanectlOrders, WaitingForARestoreEndsWithItAndSaysWhatFailed) {
     EXPECT_EQ(json[1]["failures"], Json::array({"/b/1: gone", "/b/2: no room"}));
 }
 
+TEST_F(KelvanectlOrders, AlertsAreShownWithTheCommandsThatDoSomethingAboutThem) {
+    daemon_.setState("alerts", plist(R"([{"id": "gone", "severity": "error", "title": "Many files\u001b[1m",
+        "text": "1,000 files.\nKeep them?", "since": {"$date": "2025-01-02T03:04:05Z"},
+        "actions": ["keep:a b", "forget:x", "forget:it's", "dismiss:"]}])"));
+    expectFailure(run({"alert", "gone", "keep"}), 2, "keeps no list of alerts");
+    EXPECT_EQ(daemon_.callCount("performAlertAction:ofAlert:"), 0U);
+
+    daemon_.setState("extensions", Array{"alerts"});
+    const std::string shown = run({"alert"}).output;
+    EXPECT_TRUE(shown.starts_with("Error: Many files\\x1b[1m\n    1,000 files.\n    Keep them?\n    Since "))
+        << shown;
+    EXPECT_TRUE(shown.ends_with("    $ kelvanectl alert gone keep\n    $ kelvanectl alert gone forget:x\n"
+                                "    $ kelvanectl alert gone 'forget:it'\\''s'\n"
+                                "    $ kelvanectl alert gone dismiss\n"))
+        << shown;
+    EXPECT_TRUE(run({"status"}).output.ends_with("\n\n" + shown));
+    EXPECT_EQ(Json::parse(run({"alert", "--json"}).output)[0]["actions"][0], "keep:a b");
+
+    daemon_.answer("performAlertAction:ofAlert:", "");
+    EXPECT_EQ(run({"alert", "gone", "keep"}).status, 0);
+    EXPECT_EQ(run({"alert", "gone", "forget:it's"}).status, 0);
+    expectFailure(run({"alert", "gone", "forget"}), 2,
+                  "may mean several actions; there is forget:x, forget:it's");
+    expectFailure(run({"alert", "gone", "mend"}), 2, "has no action \"mend\"");
+    expectFailure(run({"alert", "other", "keep"}), 2, "there is no alert \"other\"");
+    std::vector<Array> performed;
+    for (const ReceivedCall& call : daemon_.calls())
+        if (call.selector == "performAlertAction:ofAlert:")
+            performed.push_back(call.arguments);
+    EXPECT_EQ(performed, (std::vector<Array>{{"keep:a b", "gone"}, {"forget:it's", "gone"}}));
+    daemon_.answer("performAlertAction:ofAlert:", "A backup is running.");
+    expectFailure(run({"alert", "gone", "keep"}), 2, "A backup is running.");
+    EXPECT_EQ(run({"alert", "gone", "dismiss"}).status, 0);
+    EXPECT_EQ(run({"alert"}).output, "No alerts.\n");
+}
+
 } // namespace
 } // namespace kelvane::tests

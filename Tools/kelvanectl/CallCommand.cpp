@@ -1,4 +1,4 @@
-#include "Common/Protocols.h"
+#include "Common/ExtensionProtocol.h"
 #include "Tools/JsonPropertyList.h"
 #include "Tools/kelvanectl/CallArguments.h"
 #include "Tools/kelvanectl/Commands.h"
@@ -26,7 +26,7 @@ Call callFromWords(const std::vector<std::string>& words) {
     if (words.empty())
         throw CLI::RequiredError("SELECTOR");
     const std::string& selector = words.front();
-    const MethodDescription* method = findMethod(KelvaneDaemonProtocol, selector);
+    const MethodDescription* method = findMethod(KelvaneExtendedDaemonProtocol, selector);
     if (!method)
         throw CLI::ValidationError("the daemon has no method \"" + selector + '"',
                                    CLI::ExitCodes::ValidationError);

@@ -5,6 +5,7 @@
 namespace kelvane::ctl {
 
 ExitStatus runStatus(CommandLine& line);
+ExitStatus runAlert(CommandLine& line);
 ExitStatus runWatch(CommandLine& line);
 ExitStatus runLs(CommandLine& line);
 ExitStatus runInfo(CommandLine& line);
@@ -21,6 +22,7 @@ ExitStatus runEncode(CommandLine& line);
 // A new command is one row here and one file beside.
 inline constexpr CommandRow commands[] = {
     {"status", "", "what the daemon is doing, and what waits", runStatus},
+    {"alert", "[ID ACTION]", "the alerts that stand, or one of their actions", runAlert},
     {"watch", "", "one line for each event, until interrupted", runWatch},
     {"ls", "PATH", "a folder: what of it is in the backup", runLs},
     {"info", "PATH [--dir-sizes]", "all that the daemon knows of an item", runInfo},

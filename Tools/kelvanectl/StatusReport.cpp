@@ -1,6 +1,7 @@
 #include "Tools/kelvanectl/StatusReport.h"
 
 #include "Support/ServiceStates.h"
+#include "Tools/kelvanectl/AlertReport.h"
 #include "Tools/kelvanectl/Rows.h"
 
 #include <array>
@@ -92,6 +93,7 @@ void addLiveValues(Json& json, const StatusReport& report) {
     json["currentRestoreJob"] = report.currentRestoreJob;
     json["statusString"] = report.statusString;
     json["lowerPriorityMode"] = report.lowerPriorityMode;
+    json["alerts"] = alertsJson(report.alerts);
     json["isOverQuota"] = report.isOverQuota;
     json["quotaMB"] = report.quotaMB;
 }
@@ -117,6 +119,7 @@ StatusReport statusReport(const BackupState& state, const Bundle& bundle, std::s
     report.currentRestoreFile = state.currentRestoreFile().stringValue();
     report.currentRestoreJob = state.currentRestoreJob();
     report.statusString = state.statusString().stringValue();
+    report.alerts = state.alerts();
     report.lowerPriorityMode = state.lowerPriorityMode();
     report.userEmail = state.userEmail();
     report.computerNumber = state.computerNumber().int64Value();
@@ -148,7 +151,7 @@ std::string textOf(const StatusReport& report) {
     rows.addIfAny("Restoring", restoreText(report));
     rows.add("Priority", report.lowerPriorityMode ? "lower" : "normal");
     addAccount(rows, report);
-    return rows.take();
+    return rows.take() + (report.alerts.empty() ? "" : '\n' + alertsText(report.alerts));
 }
 
 Json jsonOf(const StatusReport& report) {

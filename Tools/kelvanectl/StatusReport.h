@@ -31,6 +31,7 @@ struct StatusReport {
     std::uint32_t currentRestoreJob = 0;
     std::string statusString;
     bool lowerPriorityMode = false;
+    std::vector<StandingAlert> alerts; // the worst first
 
     std::string userEmail;
     std::int64_t computerNumber = 0;

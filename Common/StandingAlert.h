@@ -1,0 +1,35 @@
+#pragma once
+
+#include "Foundation/Value.h"
+
+#include <string>
+#include <vector>
+
+namespace kelvane {
+
+// An alert that stands until its cause has gone, as a daemon with the extension "alerts" lists it in its
+// state. The texts are sentences in the daemon's language.
+struct StandingAlert {
+    std::string id;       // the same for as long as it stands
+    std::string severity; // "information", "warning" or "error"; anything else counts as information
+    std::string title;
+    std::string text;
+    Date since;
+    std::vector<std::string> actions; // what can be done about it, each as "verb:argument"
+};
+
+// The action by which a person takes an alert away. Alerts whose cause does not allow that do not list it.
+inline constexpr std::string_view dismissAction = "dismiss:";
+
+// 2 for an error, 1 for a warning, 0 for anything else.
+[[nodiscard]] int severityRank(std::string_view severity);
+
+// The verb of "verb:argument".
+[[nodiscard]] std::string_view verbOf(std::string_view action);
+
+[[nodiscard]] Value dictionaryOf(const StandingAlert& alert);
+
+// In the order of the array. An entry without an id is skipped; what is missing or of another kind is empty.
+[[nodiscard]] std::vector<StandingAlert> standingAlertsFrom(const Value& array);
+
+} // namespace kelvane
