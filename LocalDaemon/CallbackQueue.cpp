@@ -3,6 +3,7 @@
 #include "LocalDaemon/RestoreProgress.h"
 
 #include <functional>
+#include <iterator>
 #include <utility>
 
 namespace kelvane {
@@ -11,6 +12,8 @@ namespace {
 constexpr std::size_t mostStates = 64;
 constexpr std::size_t mostAlerts = 100;
 constexpr std::size_t mostPaths = 1000;
+// Of paths, and of alerts: a hundred panes that never read must not take the machine's memory.
+constexpr std::size_t mostBytes = std::size_t{64} << 10U;
 constexpr const char* everything = "/";
 
 bool closesRestore(const std::string& alert) {
@@ -89,19 +92,26 @@ void CallbackQueue::close() {
 }
 
 void CallbackQueue::Paths::add(const std::vector<std::string>& paths) {
-    for (const std::string& path : paths)
-        if (!areTooMany_ && known_.insert(path).second)
-            inOrder_.push_back(path);
-    if (inOrder_.size() <= mostPaths)
-        return;
-    areTooMany_ = true;
-    inOrder_.assign(1, everything);
+    for (const std::string& path : paths) {
+        if (areTooMany_)
+            return;
+        if (known_.contains(path))
+            continue;
+        known_.insert(inOrder_.emplace_back(path));
+        bytes_ += path.size();
+        areTooMany_ = inOrder_.size() > mostPaths || bytes_ > mostBytes;
+        if (areTooMany_) {
+            known_.clear();
+            inOrder_.assign(1, everything);
+        }
+    }
 }
 
 std::vector<std::string> CallbackQueue::Paths::take() {
-    known_.clear();
-    areTooMany_ = false;
-    return std::exchange(inOrder_, {});
+    std::vector<std::string> paths(std::make_move_iterator(inOrder_.begin()),
+                                   std::make_move_iterator(inOrder_.end()));
+    *this = Paths();
+    return paths;
 }
 
 void CallbackQueue::addState(std::uint32_t code) {
@@ -113,11 +123,14 @@ void CallbackQueue::addState(std::uint32_t code) {
 }
 
 void CallbackQueue::addAlert(const std::string& alert) {
-    if (alerts_.size() == mostAlerts) {
-        alerts_.pop_front();
-        ++lostAlerts_;
-    }
     alerts_.push_back(alert);
+    std::size_t bytes = 0;
+    for (const std::string& each : alerts_)
+        bytes += each.size();
+    for (; alerts_.size() > mostAlerts || (bytes > mostBytes && alerts_.size() > 1); ++lostAlerts_) {
+        bytes -= alerts_.front().size();
+        alerts_.pop_front();
+    }
     changed_.notify_all();
 }
 

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_set>
 #include <vector>
 
@@ -15,7 +16,7 @@ namespace kelvane {
 
 // What one pane is still to be told, until its sender takes it. State numbers and alerts wait only while the
 // pane wants them, changed files and folders always. What waits already is not queued again, and what a slow
-// pane can pile up is bounded. What is told of a restore waits in any case.
+// pane can pile up is bounded in number and in bytes. What is told of a restore waits in any case.
 //
 // Any thread; nothing here waits but `take`.
 class CallbackQueue : public DaemonObserver {
@@ -50,8 +51,9 @@ private:
         [[nodiscard]] std::vector<std::string> take();
 
     private:
-        std::vector<std::string> inOrder_;
-        std::unordered_set<std::string> known_;
+        std::deque<std::string> inOrder_;
+        std::unordered_set<std::string_view> known_; // of those
+        std::size_t bytes_ = 0;
         bool areTooMany_ = false;
     };
 

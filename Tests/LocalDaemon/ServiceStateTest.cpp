@@ -150,6 +150,17 @@ TEST(CallbackQueue, KeepsWhatASlowPaneIsToBeToldSmall) {
     EXPECT_EQ(batch->states.back(), 4999U);
     EXPECT_LT(batch->states.size(), 100U);
     EXPECT_EQ(batch->files, std::vector<std::string>{"/"});
+
+    queue.setAlertHandler(true);
+    for (int number = 0; number < 50; ++number) {
+        queue.foldersChanged({"/" + std::to_string(number) + std::string(4000, 'x')});
+        queue.alertRaised(std::to_string(number) + std::string(40'000, 'x'));
+    }
+    batch = queue.take();
+    EXPECT_EQ(batch->folders, std::vector<std::string>{"/"}) << "few, but of many bytes";
+    ASSERT_EQ(batch->alerts.size(), 1U);
+    EXPECT_TRUE(batch->alerts[0].starts_with("49x")) << "the newest";
+    EXPECT_EQ(batch->lostAlerts, 49U);
 }
 
 TEST_F(State, ListsStandingAlertsWorstFirstSinceTheyWereRaised) {
