@@ -5,7 +5,9 @@
 #include "Support/Logging.h"
 
 #include <algorithm>
+#include <chrono>
 #include <iterator>
+#include <optional>
 #include <sys/socket.h>
 
 namespace kelvane {
@@ -16,6 +18,25 @@ using namespace std::chrono_literals;
 constexpr auto pauseAfterPass = 100ms;
 constexpr auto pauseAfterReadFailure = 1s;
 constexpr auto pauseAfterAcceptFailure = 100ms;
+constexpr auto refusalLogInterval = 1min;
+
+// Another user who tries again and again must not push everything else out of the log.
+class RefusalLog {
+public:
+    void add() {
+        ++count_;
+        const auto now = std::chrono::steady_clock::now();
+        if (last_ && now - *last_ < refusalLogInterval)
+            return;
+        KelvaneSystemLog("KelvaneSocket refused connections of other users: %llu", count_);
+        last_ = now;
+        count_ = 0;
+    }
+
+private:
+    std::optional<std::chrono::steady_clock::time_point> last_;
+    std::uint64_t count_ = 0;
+};
 
 } // namespace
 
@@ -87,6 +108,7 @@ void KelvaneSocket::tellDelegate(const Connection& connection,
 }
 
 void KelvaneSocket::acceptThread(std::shared_ptr<Connection> connection) {
+    RefusalLog refusals;
     while (connection->isRunning()) {
         FileDescriptor accepted(::accept4(connection->descriptor.get(), nullptr, nullptr, SOCK_CLOEXEC));
         if (accepted.get() < 1)
@@ -95,7 +117,7 @@ void KelvaneSocket::acceptThread(std::shared_ptr<Connection> connection) {
         else if (isTrustedPeer(accepted.get()))
             acceptOne(*connection, std::move(accepted));
         else
-            KelvaneSystemLog("KelvaneSocket refused a connection of another user");
+            refusals.add();
     }
     connection.reset(); // the descriptor goes even while the thread is parked
     std::unique_lock guard(stateMutex_);
