@@ -81,7 +81,7 @@ bool BackupRun::takeLine(std::string_view text) {
         return true;
     case BackupLine::Kind::Status: return takeStatus(line.filesDone, line.bytesDone, line.path);
     case BackupLine::Kind::Summary: result_.snapshotId = line.snapshotId; return true;
-    case BackupLine::Kind::Error: takeUnread(line.path); return true;
+    case BackupLine::Kind::Error: takeUnread(line); return true;
     case BackupLine::Kind::Other: return false;
     }
     return false;
@@ -104,7 +104,7 @@ bool BackupRun::takeStatus(std::uint64_t files, std::uint64_t bytes, const std::
 void BackupRun::takeErrorLine(std::string_view text) {
     const BackupLine line = backupLineFrom(text);
     if (line.kind == BackupLine::Kind::Error && !line.path.empty())
-        return takeUnread(line.path);
+        return takeUnread(line);
     if (text.find(interruptMark) != std::string_view::npos)
         return; // who has interrupted it knows
     const bool isRetry = tellsOfRetry(text);
@@ -117,11 +117,12 @@ void BackupRun::takeErrorLine(std::string_view text) {
     tell();
 }
 
-void BackupRun::takeUnread(const std::string& path) {
+// A file that is deleted during the backup is no trouble: there is nothing left to read.
+void BackupRun::takeUnread(const BackupLine& error) {
     const bool isNew =
-        std::ranges::find(result_.unread, path) == result_.unread.end(); // it may tell it twice
-    if (isNew && result_.unread.size() < mostUnread && !path.empty())
-        result_.unread.push_back(path);
+        std::ranges::find(result_.unread, error.path) == result_.unread.end(); // it may tell it twice
+    if (isNew && result_.unread.size() < mostUnread && !error.path.empty() && !error.isDeleted)
+        result_.unread.push_back(error.path);
 }
 
 // Of a large file also the part that is read. restic tells how much it has been through altogether.

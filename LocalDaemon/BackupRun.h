@@ -2,6 +2,7 @@
 
 #include "LocalDaemon/DaemonState.h"
 #include "LocalDaemon/Repository.h"
+#include "LocalDaemon/ResticJson.h"
 
 #include <chrono>
 #include <string>
@@ -38,7 +39,7 @@ private:
     [[nodiscard]] bool takeLine(std::string_view line);
     [[nodiscard]] bool takeStatus(std::uint64_t files, std::uint64_t bytes, const std::string& path);
     void takeErrorLine(std::string_view line);
-    void takeUnread(const std::string& path);
+    void takeUnread(const BackupLine& error);
     void tell();
     DaemonState& state_;
     const Repository& repository_;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <chrono>
 #include <nlohmann/json.hpp>
@@ -223,6 +224,8 @@ BackupLine backupLineFrom(std::string_view text) {
     } else if (type == "error") {
         line.kind = BackupLine::Kind::Error;
         line.path = textOf(object, "item");
+        const Json* const error = entryOf(object, "error");
+        line.isDeleted = error && numberOf(*error, "Err") == ENOENT;
     }
     return line;
 }

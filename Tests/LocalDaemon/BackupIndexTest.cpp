@@ -106,7 +106,12 @@ TEST(ResticJson, TakesWhatItKnowsAndNothingElse) {
     EXPECT_EQ(snapshotsFrom(R"([{"id":"a","time":"1970-01-01T00:00:01Z","tags":["part"]}])", "part"),
               (std::vector<Snapshot>{{"a", 1, true}}));
     EXPECT_EQ(backupLineFrom("no JSON").kind, BackupLine::Kind::Other);
-    EXPECT_EQ(backupLineFrom(R"({"message_type":"error","item":"/a"})").path, "/a");
+    for (const auto& [error, isDeleted] : {std::pair("2", true), std::pair("13", false)}) {
+        const std::string line = R"({"message_type":"error","error":{"Op":"lstat","Err":)" +
+                                 std::string(error) + R"(},"item":"/a"})";
+        EXPECT_EQ(backupLineFrom(line).path, "/a");
+        EXPECT_EQ(backupLineFrom(line).isDeleted, isDeleted);
+    }
 }
 
 TEST(BackupTargets, HoldAllThatIsInAndNothingElseInFewPaths) {
