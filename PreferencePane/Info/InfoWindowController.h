@@ -2,7 +2,6 @@
 
 #include "Common/FileNode.h"
 #include "PreferencePane/Services/PaneServices.h"
-#include "PreferencePane/Services/TabControllers.h"
 
 #include <QDialog>
 #include <QPointer>
@@ -23,10 +22,10 @@ namespace kelvane {
 //
 // Main thread only. Keeps its file alive, whatever becomes of the tree that it was in; what is not known of
 // it is an empty field. Nothing fails. `prefs` outlives it.
-class KelvaneInfoWindowController : public InfoWindows {
+class KelvaneInfoWindowController {
 public:
     explicit KelvaneInfoWindowController(const PaneServices& prefs, FileNodeRef fileNode = nullptr);
-    ~KelvaneInfoWindowController() override;
+    ~KelvaneInfoWindowController();
     KelvaneInfoWindowController(const KelvaneInfoWindowController&) = delete;
     KelvaneInfoWindowController& operator=(const KelvaneInfoWindowController&) = delete;
 
@@ -38,7 +37,7 @@ public:
     [[nodiscard]] const FileNodeRef& fileNode() const { return fileNode_; }
     // In front of the other windows, with the keyboard.
     void show();
-    void closeInfoWindows() override;
+    void closeInfoWindows();
 
     // Called each time the window has been closed, by whomever.
     void setWindowWillClose(std::function<void()> action) { windowWillClose_ = std::move(action); }

@@ -14,6 +14,13 @@ void InfoWindowRegistry::showInfoWindowForFileNode(const FileNodeRef& node) {
     controller->awakeFromNib();
 }
 
+void InfoWindowRegistry::closeInfoWindows() {
+    ofTabs_.closeInfoWindows();
+    const Controllers open = controllers_; // each takes itself out
+    for (const auto& controller : open)
+        controller->closeInfoWindows();
+}
+
 void InfoWindowRegistry::windowWillClose(const KelvaneInfoWindowController* controller) {
     const auto closed = std::ranges::find(controllers_, controller, &Controllers::value_type::get);
     if (closed == controllers_.end())

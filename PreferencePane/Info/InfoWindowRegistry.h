@@ -1,16 +1,21 @@
 #pragma once
 
 #include "PreferencePane/Info/InfoWindowController.h"
+#include "PreferencePane/Services/TabControllers.h"
 
 #include <vector>
 
 namespace kelvane {
 
-// The Info windows that show one file each. They stay when the pane is unselected, until somebody closes them
-// or the registry goes. Main thread only; `prefs` outlives it.
-class InfoWindowRegistry {
+// All Info windows of a pane: the one that its tabs point at one file after the other, and those that show
+// one file each until somebody closes them. Main thread only; `prefs` outlives it.
+class InfoWindowRegistry : public InfoWindows {
 public:
-    explicit InfoWindowRegistry(const PaneServices& prefs) : prefs_(prefs) {}
+    explicit InfoWindowRegistry(const PaneServices& prefs) : prefs_(prefs), ofTabs_(prefs) {}
+
+    // Stays as long as this.
+    [[nodiscard]] KelvaneInfoWindowController& ofTabs() { return ofTabs_; }
+    void closeInfoWindows() override;
 
     // Brings the window of this very node to the front, or makes one. Two nodes of one path have two windows:
     // each tells what was known when it was asked for.
@@ -23,6 +28,7 @@ private:
     void windowWillClose(const KelvaneInfoWindowController* controller);
 
     const PaneServices& prefs_;
+    KelvaneInfoWindowController ofTabs_;
     Controllers controllers_;
 };
 

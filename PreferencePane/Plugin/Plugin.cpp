@@ -4,7 +4,7 @@
 #include "Platform/Desktop/PanePlugin.h"
 #include "PreferencePane/Backup/BackupTabController.h"
 #include "PreferencePane/Help/HelpController.h"
-#include "PreferencePane/Info/InfoWindowController.h"
+#include "PreferencePane/Info/InfoWindowRegistry.h"
 #include "PreferencePane/PaneController.h"
 #include "PreferencePane/Restore/RestoreTabController.h"
 #include "PreferencePane/Status/StatusTabController.h"
@@ -39,9 +39,9 @@ __attribute__((visibility("default"))) kelvane::Pane* kelvaneMakePane(kelvane::P
     FileSizeFormatter::initializeUsingBundle(*bundle);
     auto pane = std::make_unique<ComKelvanePreferencePanePref>(host, desktopPlatform(bundle));
     PaneParts parts;
-    auto info = std::make_unique<KelvaneInfoWindowController>(*pane);
-    parts.backup = KelvaneBackupTabController::create(*pane, *info);
-    parts.restore = std::make_unique<KelvaneRestoreTabController>(*pane, *info);
+    auto info = std::make_unique<InfoWindowRegistry>(*pane);
+    parts.backup = KelvaneBackupTabController::create(*pane, info->ofTabs());
+    parts.restore = std::make_unique<KelvaneRestoreTabController>(*pane, info->ofTabs());
     parts.info = std::move(info);
     parts.status = std::make_unique<KelvaneStatusTabController>(*pane);
     parts.help = std::make_unique<KelvaneHelpController>(*pane);

@@ -114,16 +114,18 @@ TEST_F(InfoWindow, IsOneForEachFileOfTheRegistry) {
     EXPECT_EQ(registry.controllers().size(), 1U);
     registry.showInfoWindowForFileNode(fileAt("/a.txt"));
     ASSERT_EQ(registry.controllers().size(), 2U);
+    registry.ofTabs().setFileNode(file);
+    const auto windows = prefs.mainView()->findChildren<QDialog*>();
+    ASSERT_EQ(windows.size(), 3);
+    const auto isOpen = [](const QDialog* window) { return window->isVisible(); };
+    EXPECT_TRUE(std::ranges::all_of(windows, isOpen));
 
-    // The pane is unselected.
-    KelvaneInfoWindowController ofTab(prefs);
-    prefs.mainView()->show();
-    ofTab.setFileNode(file);
-    ofTab.closeInfoWindows();
-    prefs.mainView()->hide();
-    ASSERT_EQ(registry.controllers().size(), 2U);
-    for (const auto& controller : registry.controllers())
-        EXPECT_TRUE(controller->window()->isVisible());
+    registry.closeInfoWindows(); // as the pane does that is about to be hidden
+    EXPECT_TRUE(std::ranges::none_of(windows, isOpen));
+    EXPECT_TRUE(registry.controllers().empty());
+    runPosted();
+    registry.ofTabs().setFileNode(file);
+    EXPECT_TRUE(registry.ofTabs().window()->isVisible());
 }
 
 TEST_F(InfoWindow, OfTheRegistryEndsOnceItHasBeenClosedAndTheEventIsOver) {
