@@ -2,7 +2,6 @@
 
 #include "Common/FileNode.h"
 #include "Platform/Desktop/RunningApplications.h"
-#include "Platform/MountTable.h"
 #include "Platform/PropertyListFile.h"
 #include "Platform/SystemVersion.h"
 #include "PreferencePane/ClientProtocol.h"
@@ -104,6 +103,7 @@ void ComKelvanePreferencePanePref::beginBackupState() {
 
 void ComKelvanePreferencePanePref::willUnselect() {
     disconnectFromDaemon();
+    showRestoreProgress(false); // whether one still runs is asked on the next link
     changeTabConfiguration(tabconfiguration::normal, false);
     if (parts_.info)
         parts_.info->closeInfoWindows();
@@ -111,7 +111,8 @@ void ComKelvanePreferencePanePref::willUnselect() {
         host_.widenWindow(-missingWidth);
     if (parts_.status)
         parts_.status->writeStatusFieldsToDefaultsDB();
-    badConfiguration_ = false;
+    if (std::exchange(badConfiguration_, false))
+        changeTabConfiguration(tabconfiguration::normal, true); // what the flag held back
 }
 
 void ComKelvanePreferencePanePref::disconnectFromDaemon() {
@@ -161,14 +162,24 @@ void ComKelvanePreferencePanePref::enableRestoreTabItems(bool enable) {
 }
 
 void ComKelvanePreferencePanePref::showRestoreProgress(bool show) {
-    if (!parts_.restore || show == restoreProgressVisible_)
-        return;
-    view_->showRestoreProgress(show);
-    restoreProgressVisible_ = show;
+    if (setRestoreProgressVisible(show))
+        registerHandlers(show);
+}
+
+bool ComKelvanePreferencePanePref::setRestoreProgressVisible(bool visible) {
+    if (!parts_.restore || visible == restoreProgressVisible_)
+        return false;
+    view_->showRestoreProgress(visible);
+    restoreProgressVisible_ = visible;
+    return true;
+}
+
+// Whether the daemon is to tell this pane, on the link of now, how far its restore is.
+void ComKelvanePreferencePanePref::registerHandlers(bool wanted) {
     const std::shared_ptr<BackupState> state = backupState_;
     if (!state)
         return;
-    if (show) {
+    if (wanted) {
         state->setStateHandler();
         state->setAlertHandler();
     } else {
@@ -200,7 +211,7 @@ bool ComKelvanePreferencePanePref::isLaunchAgentProcessRunning(const std::string
 }
 
 bool ComKelvanePreferencePanePref::existsDriveMountedAtSVD() const {
-    return isMountPoint(kelv_svdPath());
+    return platform_.isMountPoint(kelv_svdPath());
 }
 
 } // namespace kelvane

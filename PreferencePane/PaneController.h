@@ -2,11 +2,13 @@
 
 #include "Platform/Desktop/PanePlugin.h"
 #include "Platform/Desktop/SessionWatch.h"
+#include "Platform/MountTable.h"
 #include "PreferencePane/Bullets.h"
 #include "PreferencePane/PaneView.h"
 #include "PreferencePane/Services/PaneServices.h"
 #include "PreferencePane/Services/TabControllers.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -20,6 +22,7 @@ struct PanePlatform {
     std::unique_ptr<const Accounts> accounts;
     std::unique_ptr<const Icons> icons;
     std::unique_ptr<const FileServices> fileServices;
+    std::function<bool(std::string_view path)> isMountPoint = kelvane::isMountPoint;
 };
 
 // The controllers that it drives. One that is missing has no tab, and nothing is asked of it.
@@ -106,6 +109,8 @@ private:
     void onConnectionChanged();
     void onBackupStateChanged();
     void resumeRestoreProgress();
+    bool setRestoreProgressVisible(bool visible); // whether that is a change
+    void registerHandlers(bool wanted);
     void updateMarketName();
     void fastUserSwitchNotification(bool isActive);
     void applyTabConfiguration(std::int32_t command);

@@ -40,14 +40,18 @@ void ComKelvanePreferencePanePref::onConnectionChanged() {
     resumeRestoreProgress();
 }
 
-// A restore may have begun before this pane was there.
+// A restore may have begun before this link was there, or have ended since the last one.
 void ComKelvanePreferencePanePref::resumeRestoreProgress() {
     const std::shared_ptr<KelvaneProxy> daemon = proxy();
     if (!daemon)
         return;
     const std::uint32_t job = daemon->call<"getCurrentRestoreJob">();
-    if (job != 0 && daemon->call<"getRestoreJobStatus:">(job) >= runningJobStatus)
-        showRestoreProgress(true);
+    const bool isRunning = job != 0 && daemon->call<"getRestoreJobStatus:">(job) >= runningJobStatus;
+    if (!connected())
+        return; // then these were no answers
+    setRestoreProgressVisible(isRunning);
+    if (isRunning)
+        registerHandlers(true); // a new link has none
 }
 
 void ComKelvanePreferencePanePref::updateMarketName() {

@@ -176,12 +176,14 @@ TEST_F(PaneControllerTest, AppliesAConfigurationOnceUnlessForcedAndNeverWhenFroz
     pane->changeTabConfiguration(1, false);
     EXPECT_EQ(pane->tabNames(), (Calls{"Status", "Backup", "Restore"}));
 
-    pane->setBadConfigurationFlag();
-    pane->changeTabConfiguration(4, true);
-    EXPECT_EQ(pane->tabNames(), (Calls{"Status", "Backup", "Restore"}));
-    pane->willUnselect(); // the command is 1 again, and applied to nothing, because the flag goes last
     pane->changeTabConfiguration(4, false);
-    EXPECT_EQ(pane->tabNames(), Calls{"Message"});
+    pane->setBadConfigurationFlag();
+    pane->changeTabConfiguration(1, true);
+    EXPECT_EQ(pane->tabNames(), Calls{"Message"}) << "until the pane is hidden";
+    pane->willUnselect();
+    EXPECT_EQ(pane->tabNames(), (Calls{"Status", "Backup", "Restore"}));
+    pane->changeTabConfiguration(4, false);
+    EXPECT_EQ(pane->tabNames(), Calls{"Message"}) << "and is not frozen any more";
 }
 
 TEST_F(PaneControllerTest, TellsOfTheLinkThenOfTheState) {
@@ -210,16 +212,39 @@ TEST_F(PaneControllerTest, TellsOfTheLinkThenOfTheState) {
     EXPECT_EQ(taken(), (Calls{"restore on", "backup on"}));
 }
 
-TEST_F(PaneControllerTest, ShowsTheProgressOfARestoreThatRunsAlready) {
-    for (const auto& [job, status, isShown] : std::vector<std::tuple<unsigned, unsigned, bool>>{
-             {0U, 51U, false}, {7U, 50U, false}, {7U, 51U, true}}) {
+// Each link is a new one to the daemon: who was told of progress before is not told any more.
+TEST_F(PaneControllerTest, ShowsTheProgressOfARestoreOnEachLinkWhileOneRuns) {
+    begin();
+    const auto isShown = [this] { return restore->progress->isVisibleTo(pane->mainView()); };
+    for (const auto& [job, status, isRunning, isHiddenAfter] :
+         std::vector<std::tuple<unsigned, unsigned, bool, bool>>{{0U, 51U, false, false},
+                                                                 {7U, 51U, true, false},
+                                                                 {7U, 52U, true, false},
+                                                                 {7U, 50U, false, false},
+                                                                 {7U, 51U, true, true},
+                                                                 {0U, 51U, false, false}}) {
+        SCOPED_TRACE(std::to_string(job) + ' ' + std::to_string(status));
         daemon.answer("getCurrentRestoreJob", job);
         daemon.answer("getRestoreJobStatus:", status);
-        begin();
-        select();
-        EXPECT_EQ(restore->progress->isVisibleTo(pane->mainView()), isShown) << job << ' ' << status;
-        pane->willUnselect();
-        TearDown();
+        daemon.forgetCalls();
+        if (pane->backupState()) {
+            ASSERT_TRUE(daemon.start());
+            host->loop->advance(1s);
+        } else {
+            select();
+        }
+        ASSERT_TRUE(pane->connected());
+        EXPECT_EQ(isShown(), isRunning);
+        pane->backupState()->updateDaemonState(); // once that is answered it has taken what came before
+        for (const char* const handler : {"setStateHandler", "setAlertHandler"})
+            EXPECT_EQ(daemon.callCount(handler), isRunning ? 1U : 0U) << handler;
+        EXPECT_EQ(daemon.callCount("endStateHandler"), 0U);
+        if (isHiddenAfter)
+            pane->willUnselect();
+        EXPECT_EQ(isShown(), isRunning && !isHiddenAfter);
+        daemon.stop();
+        ASSERT_TRUE(host->loop->runUntil([&] { return !pane->connected(); }));
+        EXPECT_EQ(isShown(), isRunning && !isHiddenAfter) << "the restore may go on without the link";
     }
 }
 
