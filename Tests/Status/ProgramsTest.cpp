@@ -1,8 +1,10 @@
 // The bundle's tools as programs, on the real local daemon and the real polkitd.
 
+#include "FakeDaemon/FakeDaemon.h"
 #include "Platform/Desktop/PolicyFile.h"
 #include "PreferencePane/Auxiliary/HandOffFile.h"
 #include "Tests/Desktop/PrivatePolkit.h"
+#include "Tests/Harness/RunUntil.h"
 #include "Tests/Tools/ChildProgram.h"
 
 #include <filesystem>
@@ -30,6 +32,7 @@ protected:
                                   "XDG_STATE_HOME=" + folder / "state",
                                   "XDG_CACHE_HOME=" + folder / "cache",
                                   "XDG_RUNTIME_DIR=" + folder / "run",
+                                  "KELVANE_DAEMON=" + daemonPath,
                                   "DBUS_SYSTEM_BUS_ADDRESS=" + busAddress};
         const ChildProgram::Result result = ChildProgram(words, environment).finish();
         status = result.status;
@@ -43,6 +46,7 @@ protected:
     const std::string uid = std::to_string(::getuid());
     const std::string pid = std::to_string(::getpid());
     std::string path = DAEMON_FOLDER;
+    std::string daemonPath; // empty for the usual one
     std::string busAddress = "unix:path=/nowhere";
     int status = -1; // of the last one
 };
@@ -74,6 +78,37 @@ TEST_F(Programs, EnableAndDisableStartAndStopTheDaemonByTrampolineAndLink) {
         EXPECT_EQ(isEnabling ? run("Enable", {"0", uid, "load"}) : run("Disable", {"0", uid, "unload"}), "");
         EXPECT_EQ(isServing(), isEnabling);
     }
+}
+
+TEST_F(Programs, ActOnTheDaemonThatIsNamedAndLeaveOthersAlone) {
+    std::filesystem::create_directories(folder / "run");
+    const std::string usual = folder / "run/kelvane/daemon.sock";
+    EXPECT_EQ(run("Enable", {"0", uid, "load"}), "");
+    daemonPath = folder / "named.sock";
+    ChildProgram named({DAEMON_FOLDER + std::string("/kelvane-local-daemon"), "--home", folder / "home",
+                        "--socket", daemonPath},
+                       {"PATH=/usr/bin:/bin", "HOME=" + folder / "home", "XDG_CONFIG_HOME=" + folder / "2",
+                        "XDG_STATE_HOME=" + folder / "2", "XDG_CACHE_HOME=" + folder / "2",
+                        "XDG_RUNTIME_DIR=" + folder / "run2"});
+    ASSERT_TRUE(runUntil([&] { return std::filesystem::exists(daemonPath); }));
+    EXPECT_EQ(run("Enable", {"0", uid, "load"}), "") << "it serves";
+    EXPECT_EQ(run("Disable", {"0", uid, "unload"}), "");
+    EXPECT_EQ(named.finish().status, 0);
+    EXPECT_TRUE(isServing()) << "the one at the usual place was not meant";
+    EXPECT_TRUE(run("Enable", {"0", uid, "load"}).starts_with("Enable: nobody serves " + daemonPath + ", "));
+    EXPECT_EQ(status, 69);
+    EXPECT_FALSE(std::filesystem::exists(daemonPath));
+
+    FakeDaemon other(daemonPath);
+    ASSERT_TRUE(other.start());
+    for (const auto& [tool, word] : {std::pair("Enable", "load"), {"Disable", "unload"}}) {
+        EXPECT_TRUE(run(tool, {"0", uid, word})
+                        .starts_with(tool + (": the daemon at " + daemonPath + " is not your local daemon")))
+            << tool;
+        EXPECT_EQ(status, 69);
+    }
+    EXPECT_EQ(other.callCount("terminate"), 0U);
+    daemonPath.clear();
 }
 
 TEST_F(Programs, WhereThereIsAUserManagerTheDaemonIsAUnitOfIts) {

@@ -1,7 +1,8 @@
 // Enable 0 UID load
 //
 // Starts the local daemon of the user who runs it, now and at every log-in. Ends with 0 when the daemon
-// serves, 64 for arguments that make no sense, 69 when it does not; standard error says why.
+// serves, 64 for arguments that make no sense, 69 when it does not; standard error says why. $KELVANE_DAEMON
+// names the socket of the daemon that is meant; one that is not at the usual place is not started.
 
 #include "Tools/Auxiliary/LocalService.h"
 #include "Tools/Auxiliary/ToolArguments.h"

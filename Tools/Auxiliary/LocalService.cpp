@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <poll.h>
 #include <sstream>
+#include <string_view>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -27,6 +28,23 @@ constexpr std::chrono::seconds patience(10);
 constexpr int lookMilliseconds = 50;
 
 constexpr const char* noFolder = "there is no folder for the daemon's socket that only you can reach";
+constexpr std::size_t longestPath = 103; // what a socket's address holds
+
+// Where the daemon serves that is meant.
+struct Place {
+    std::string path;
+    bool isUsual = true; // where the local daemon serves that this program starts
+};
+enum class Server { None, LocalDaemon, Other };
+
+// The pane, and who else means another daemon, names it in the environment.
+std::optional<Place> placeOfDaemon() {
+    const auto usual = defaultDaemonPath();
+    const char* const named = std::getenv("KELVANE_DAEMON");
+    if (named == nullptr || *named == '\0')
+        return usual ? std::optional(Place{*usual}) : std::nullopt;
+    return Place{named, named == usual};
+}
 
 std::string folderOfThisProgram() {
     std::array<char, PATH_MAX> path{};
@@ -35,21 +53,39 @@ std::string folderOfThisProgram() {
     return program.substr(0, program.rfind('/'));
 }
 
-bool isServing(const std::string& path) {
+// By the program that listens, which may have been replaced on the disk since.
+bool isLocalDaemon(int socket) {
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    std::array<char, PATH_MAX> target{};
+    if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || peer.uid != ::getuid())
+        return false;
+    const std::string link = "/proc/" + std::to_string(peer.pid) + "/exe";
+    const ssize_t length = ::readlink(link.c_str(), target.data(), target.size());
+    const std::string_view program(target.data(), length < 0 ? 0 : static_cast<std::size_t>(length));
+    return program.substr(program.rfind('/') + 1).starts_with(daemonName);
+}
+
+Server serverAt(const std::string& path) {
     const FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    path.copy(address.sun_path, longestPath);
     if (!socket)
-        return false;
+        return Server::None;
     // One whose queue of callers is full is busy, but there.
-    return ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ||
-           errno == EAGAIN;
+    if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+        return errno == EAGAIN ? Server::LocalDaemon : Server::None;
+    return isLocalDaemon(socket.get()) ? Server::LocalDaemon : Server::Other;
+}
+
+std::string notOurs(const std::string& path) {
+    return "the daemon at " + path + " is not your local daemon; start and stop it the way it came";
 }
 
 bool becomesServing(const std::string& path, bool isWanted) {
     const auto deadline = std::chrono::steady_clock::now() + patience;
-    while (isServing(path) != isWanted) {
+    while ((serverAt(path) != Server::None) != isWanted) {
         if (std::chrono::steady_clock::now() > deadline)
             return false;
         ::poll(nullptr, 0, lookMilliseconds);
@@ -98,34 +134,44 @@ std::optional<std::string> findProgram(const std::string& name) {
 }
 
 std::string startLocalDaemon() {
-    const auto path = defaultDaemonPath();
-    if (!path)
+    const auto place = placeOfDaemon();
+    if (!place)
         return noFolder;
+    const Server server = serverAt(place->path);
+    if (server == Server::Other)
+        return notOurs(place->path);
+    const bool isAlreadyServing = server == Server::LocalDaemon;
+    if (!place->isUsual)
+        return isAlreadyServing ? ""
+                                : "nobody serves " + place->path +
+                                      ", which is not the place of your local daemon; start that daemon the "
+                                      "way it was started before";
     const auto daemon = findProgram(daemonName);
     if (!daemon)
         return std::string(daemonName) + " is neither beside this program nor on the PATH";
-    const bool isAlreadyServing = isServing(*path);
     std::string failure;
     if (hasUserManager())
         failure = enableUnit(*daemon, !isAlreadyServing);
     else if (!isAlreadyServing)
         failure = launch(*daemon);
-    if (failure.empty() && !becomesServing(*path, true))
-        failure = *daemon + " was started, but nobody serves " + *path;
+    if (failure.empty() && !becomesServing(place->path, true))
+        failure = *daemon + " was started, but nobody serves " + place->path;
     return failure;
 }
 
 std::string stopLocalDaemon() {
-    const auto path = defaultDaemonPath();
-    if (!path)
+    const auto place = placeOfDaemon();
+    if (!place)
         return noFolder;
+    if (serverAt(place->path) == Server::Other)
+        return notOurs(place->path);
     std::string failure;
-    if (hasUserManager() && hasUnit())
+    if (place->isUsual && hasUserManager() && hasUnit())
         failure = disableUnit();
-    if (isServing(*path))
-        tellToTerminate(*path);
-    if (failure.empty() && !becomesServing(*path, false))
-        failure = "the daemon at " + *path + " was told to end and still serves";
+    if (serverAt(place->path) != Server::None)
+        tellToTerminate(place->path);
+    if (failure.empty() && !becomesServing(place->path, false))
+        failure = "the daemon at " + place->path + " was told to end and still serves";
     KelvaneSocket::waitForThreads();
     return failure;
 }

@@ -2,7 +2,7 @@
 //
 // Ends the local daemon of the user who runs it and removes what Kelvane has written for that user, when the
 // process PID, whose authorization stands in the hand-off file, has the right to it. Leaves its completion
-// word in that file.
+// word in that file. $KELVANE_DAEMON names the socket of the daemon that is meant.
 //
 // Ends with 0 when all is gone, 64 for arguments that make no sense, 66 for a hand-off file that is none, 77
 // when the right is missing, 69 when polkit cannot be asked, 71 when something could not be ended or removed;
