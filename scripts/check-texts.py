@@ -37,6 +37,7 @@ tables = {
     "PreferencePane/Services/PaneServices.h": (),
     "PreferencePane/Status/StatusTabController.cpp": (),
     "PreferencePane/Status/StatusTabController.h": (),
+    "PreferencePane/Status/StatusTabTools.cpp": (),
     "PreferencePane/Status/StatusTexts.h": ("statusTexts",),
     "Support/FileSizeFormatter.cpp": ("unitKeys",),
     "Support/ServiceStates.cpp": ("serviceStates",),

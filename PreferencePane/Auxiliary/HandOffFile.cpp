@@ -47,8 +47,11 @@ std::unique_ptr<HandOffFile> HandOffFile::create(const std::string& path) {
     std::unique_ptr<HandOffFile> made;
     if (file && isOwnFile(file.get()) && fillWithZeros(file.get()))
         made = map(file.get(), path);
-    if (!made)
+    if (!made) {
+        const int reason = errno;
         ::unlink(path.c_str());
+        errno = reason;
+    }
     return made;
 }
 

@@ -25,8 +25,8 @@ public:
     static constexpr std::size_t formSize = 32;
     static constexpr std::uint32_t succeeded = 1;
 
-    // The pane's side: all zero, and removed when this goes. Null when it cannot be had; what stood in its
-    // place is removed then, where that is permitted.
+    // The pane's side: all zero, and removed when this goes. Null, and `errno` says why, when it cannot be
+    // had; what stood in its place is removed then, where that is permitted.
     [[nodiscard]] static std::unique_ptr<HandOffFile> create(const std::string& path = usualPath);
     // The tool's side: null, and `errno` says why, when there is none of this user's.
     [[nodiscard]] static std::unique_ptr<HandOffFile> open(const std::string& path = usualPath);

@@ -91,7 +91,7 @@ bool BackupState::hasExtension(std::string_view name) const {
 bool BackupState::isQuotaLimited() const {
     const bool kept = DefaultsDB::intProperty(statekey::isQuotaLimited) == 1;
     const bool wasKept = DefaultsDB::lastReadOK();
-    if (!connected())
+    if (!connected() || !hasDaemonState())
         return wasKept && kept;
     const bool limited = flag(statekey::isQuotaLimited);
     if (!wasKept || kept != limited)

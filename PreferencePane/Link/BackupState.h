@@ -51,6 +51,9 @@ public:
     // Asks the daemon for its state dictionary and announces it when it is another one.
     void updateDaemonState();
 
+    // Whether the daemon has told its state: false until its first answer, and after one that was lost.
+    [[nodiscard]] bool hasDaemonState() const { return !daemonState_.isAbsent(); }
+
     // From the last dictionary received, also while disconnected. A missing key reads as 0, false or absent.
     [[nodiscard]] std::uint32_t backedUpFileCount() const { return number(statekey::backedUpFileCount); }
     [[nodiscard]] bool backedUpFileCountAvailable() const { return has(statekey::backedUpFileCount); }
@@ -84,7 +87,7 @@ public:
     // True once this daemon, since the connection to it, has named the extension in its state.
     [[nodiscard]] bool hasExtension(std::string_view name) const;
 
-    // From the last dictionary while connected, else from the store.
+    // From the last dictionary while connected, else, and before there is one, from the store.
     [[nodiscard]] bool isQuotaLimited() const;
 
     // From the daemon while connected, also when its answer is empty; else from the store.

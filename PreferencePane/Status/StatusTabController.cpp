@@ -12,6 +12,7 @@
 #include "Support/DefaultsDB.h"
 #include "Support/Logging.h"
 
+#include <QSignalBlocker>
 #include <algorithm>
 #include <ui_StatusTab.h>
 #include <utility>
@@ -36,6 +37,12 @@ constexpr std::uint32_t badConfiguration = 15;
 void restoreText(std::string_view key, QLabel& field) {
     if (const auto kept = DefaultsDB::stringProperty(key))
         field.setText(QString::fromStdString(*kept));
+}
+
+// `toggled` is left to what a person does.
+void showChecked(QAbstractButton& box, bool isChecked) {
+    const QSignalBlocker nobodyHasDoneIt(box);
+    box.setChecked(isChecked);
 }
 
 } // namespace
@@ -71,11 +78,13 @@ void KelvaneStatusTabController::connectControls() {
         *this, context_,
         {
             {ui_->uninstallButton, &KelvaneStatusTabController::uninstallAction},
-            {ui_->lowerPriorityButton, &KelvaneStatusTabController::lowerPriorityAction},
-            {ui_->showMenuButton, &KelvaneStatusTabController::showMenuAction},
             {ui_->openAccountButton, &KelvaneStatusTabController::openAccountAction},
             {ui_->referButton, &KelvaneStatusTabController::referAction},
         });
+    // A screen reader changes a box without a click.
+    QObject::connect(ui_->lowerPriorityButton, &QAbstractButton::toggled, &context_,
+                     [this] { lowerPriorityAction(); });
+    QObject::connect(ui_->showMenuButton, &QAbstractButton::toggled, &context_, [this] { showMenuAction(); });
 }
 
 void KelvaneStatusTabController::awakeFromNib() {
@@ -92,7 +101,7 @@ void KelvaneStatusTabController::awakeFromNib() {
     stateObserver_ =
         prefs_.notifications()->observe(std::string(KelvanePrefPaneDaemonStateChangedNotification), nullptr,
                                         [this](const Notification&) { daemonStateChangedNotification(); });
-    ui_->showMenuButton->setChecked(DefaultsDB::boolProperty(showMenuKey, false, true));
+    showChecked(*ui_->showMenuButton, DefaultsDB::boolProperty(showMenuKey, false, true));
     ui_->referButton->setVisible(isShowRefer());
     updateStatusFieldsFromDefaultsDB();
 }
@@ -122,11 +131,11 @@ void KelvaneStatusTabController::readyChangedNotification() {
 void KelvaneStatusTabController::daemonStateChangedNotification() {
     const auto state = prefs_.backupState();
     ui_->showMenuButton->setEnabled(prefs_.prefPaneAccessAuthorized());
-    if (state && state->connected()) {
-        KelvaneCLog("StatusTabController:daemonStateChangedNotification(): (connected)");
+    const bool isConnected = state && state->connected();
+    KelvaneCLog("StatusTabController:daemonStateChangedNotification(): (%s)",
+                isConnected ? "connected" : "not connected");
+    if (isConnected && state->hasDaemonState())
         return showDaemonState(*state);
-    }
-    KelvaneCLog("StatusTabController:daemonStateChangedNotification(): (not connected)");
     updateMode();
     if (!hasRecentDataFromDaemon_)
         updateStatusFieldsFromDefaultsDB();
@@ -140,7 +149,7 @@ void KelvaneStatusTabController::showDaemonState(const BackupState& state) {
     if (!state.connected())
         return;
     showAccount(account);
-    ui_->lowerPriorityButton->setChecked(state.lowerPriorityMode());
+    showChecked(*ui_->lowerPriorityButton, state.lowerPriorityMode());
     ui_->lowerPriorityButton->setEnabled(prefs_.flags().accountAuthorized &&
                                          prefs_.prefPaneAccessAuthorized());
     updateMode();
@@ -227,8 +236,10 @@ void KelvaneStatusTabController::writeStatusFieldsToDefaultsDB() {
         sheet_->reject();
     if (isOperating_)
         prefs_.authorization().cancelUnlock();
-    if (isUninstalled_)
-        return; // nothing of the user's is to come back
+    // After an uninstall nothing of the user's is to come back; and what is kept stays until there is more to
+    // keep.
+    if (isUninstalled_ || !hasRecentDataFromDaemon_)
+        return;
     DefaultsDB::setStringProperty(ui_->backupField->text().toStdString(), statusKey);
     DefaultsDB::setStringProperty(ui_->backupContainsField->text().toStdString(), containsKey);
     DefaultsDB::setStringProperty(ui_->backupAwaitingField->text().toStdString(), awaitingKey);
@@ -246,7 +257,7 @@ void KelvaneStatusTabController::updateStatusFieldsFromDefaultsDB() {
     if (const std::int32_t kept = DefaultsDB::intProperty(percentKey); DefaultsDB::lastReadOK())
         ui_->backupProgress->setValue(std::clamp(kept, 0, 100));
     if (const bool kept = DefaultsDB::boolProperty(priorityKey); DefaultsDB::lastReadOK())
-        ui_->lowerPriorityButton->setChecked(kept);
+        showChecked(*ui_->lowerPriorityButton, kept);
 }
 
 } // namespace kelvane

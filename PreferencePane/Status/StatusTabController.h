@@ -73,8 +73,10 @@ private:
         return currentDaemonModeButtonState_ == static_cast<std::int32_t>(DaemonMode::Disabled);
     }
     void updateMode();
+    void followPause();
     void updateModeMenuForCurrentState(std::int32_t mode);
     void setDaemonModeField(const ModeReading& reading);
+    void showModeSentence(const ModeReading& reading);
     void warnUserAboutMode(DaemonMode mode);
     void alertDidEnd(int returnCode);
     void handleDaemonModeAction(DaemonMode mode);
@@ -85,6 +87,7 @@ private:
     [[nodiscard]] int handOver(Operation operation);
     [[nodiscard]] int runSwitch(Operation operation);
     void runUninstaller(const HandOffFile& handOff);
+    void tellFailure(Operation operation, const std::string& reason);
     void uninstallAction();
     void uninstallAlertDidEnd(int returnCode);
 
@@ -95,6 +98,7 @@ private:
     NotificationCenter::Observer readyObserver_;
     NotificationCenter::Observer stateObserver_;
     QPointer<QMessageBox> sheet_;
+    Timer pauseTimer_; // runs while a pause is shown
 
     std::int32_t lastDaemonModeButtonState_ = 0;
     std::int32_t currentDaemonModeButtonState_ = 0;

@@ -12,6 +12,7 @@ namespace kelvane {
 namespace {
 
 constexpr std::uint32_t minutesOfPause = 24 * 60;
+constexpr std::chrono::seconds pauseInterval(2); // that of the state
 
 constexpr std::int32_t numberOf(DaemonMode mode) {
     return static_cast<std::int32_t>(mode);
@@ -41,6 +42,20 @@ void KelvaneStatusTabController::updateMode() {
     prefs_.enableBackupTabItems(!isDisabled());
     if (isDisabled())
         prefs_.flags().manualToggleButtonEnable = false;
+    if (reading.mode != DaemonMode::Paused)
+        pauseTimer_.stop();
+    else if (!pauseTimer_.isRunning())
+        pauseTimer_ =
+            prefs_.mainLoop()->schedule(pauseInterval, MainLoop::Repeat::Always, [this] { followPause(); });
+}
+
+// The daemon's state says that there is a pause, but not how much of it is left.
+void KelvaneStatusTabController::followPause() {
+    const ModeReading reading = readDaemonMode();
+    if (reading.mode == DaemonMode::Paused)
+        showModeSentence(reading);
+    else
+        updateMode();
 }
 
 void KelvaneStatusTabController::updateModeMenuForCurrentState(std::int32_t mode) {
@@ -51,9 +66,13 @@ void KelvaneStatusTabController::refreshStatusModePopup() {
     updateModeMenuForCurrentState(currentDaemonModeButtonState_);
 }
 
-void KelvaneStatusTabController::setDaemonModeField(const ModeReading& reading) {
+void KelvaneStatusTabController::showModeSentence(const ModeReading& reading) {
     ui_->daemonModeField->setText(
         screenText(modeSentence(reading.mode, reading.pausedMinutes, *prefs_.bundle())));
+}
+
+void KelvaneStatusTabController::setDaemonModeField(const ModeReading& reading) {
+    showModeSentence(reading);
     const auto state = prefs_.backupState();
     const bool isStopped = state && state->isQuotaLimited() && state->isOverQuota();
     ui_->backupProgress->setVisible(reading.mode == DaemonMode::Enabled && !isStopped);
@@ -108,13 +127,17 @@ void KelvaneStatusTabController::handleDaemonModeAction(DaemonMode mode) {
 void KelvaneStatusTabController::applyMode(DaemonMode mode) {
     if (mode == DaemonMode::Disabled) {
         isDisableInProgress_ = true;
+        prefs_.flags().disableAuthorized = false;
         static_cast<void>(enableDaemon(false)); // how it went stands in the flag
         if (!prefs_.flags().disableAuthorized)
             isDisableInProgress_ = false;
         return;
     }
-    if (mode == DaemonMode::Enabled && enableDaemon(true) != 0)
-        return;
+    if (mode == DaemonMode::Enabled) {
+        isDisableInProgress_ = false;
+        if (enableDaemon(true) != 0)
+            return;
+    }
     const auto state = prefs_.backupState();
     if (!state)
         return;

@@ -1,6 +1,7 @@
 // What the Status tab needs an administrator for: the tools of the bundle that start, stop and remove the
 // daemon.
 
+#include "Foundation/Format.h"
 #include "PreferencePane/Services/Sheet.h"
 #include "PreferencePane/Status/ScreenText.h"
 #include "PreferencePane/Status/StatusTabController.h"
@@ -8,6 +9,8 @@
 #include "Support/Logging.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <system_error>
 #include <ui_StatusTab.h>
 #include <unistd.h>
 
@@ -16,16 +19,29 @@ namespace {
 
 static_assert(HandOffFile::formSize == authorizationFormSize);
 
+// By which the tools, like every program, find the daemon that is meant.
+constexpr const char* daemonVariable = "KELVANE_DAEMON=";
+
 // How many looks a tool has for its end after its last word, so that no zombie of it stays.
 constexpr int looksForTheEnd = 8;
 
 struct Switch {
     const char* tool;
     const char* word;
+    StatusText failure;
     bool PaneFlags::*isAuthorized;
 };
-constexpr Switch enableSwitch{"Enable", "load", &PaneFlags::enableAuthorized};
-constexpr Switch disableSwitch{"Disable", "unload", &PaneFlags::disableAuthorized};
+constexpr Switch switches[] = {
+    {"Enable", "load", StatusText::EnableFailed, &PaneFlags::enableAuthorized},
+    {"Disable", "unload", StatusText::DisableFailed, &PaneFlags::disableAuthorized},
+};
+
+ChildProcess::Setup toolSetup(const Bundle& bundle, ChildProcess::Group group) {
+    ChildProcess::Setup setup{group, {}, true};
+    if (const std::string daemon = bundle.information("DaemonPath").stringValue(); !daemon.empty())
+        setup.environment.push_back(daemonVariable + daemon);
+    return setup;
+}
 
 } // namespace
 
@@ -70,9 +86,11 @@ int KelvaneStatusTabController::uninstall(Operation operation) {
 
 int KelvaneStatusTabController::handOver(Operation operation) {
     const auto handOff = HandOffFile::create(handOffPath_);
+    const int error = errno;
     const auto form = prefs_.authorization().externalForm();
     if (!handOff || !form) {
-        KelvaneCLog("No authorization can be handed over in %@", handOffPath_);
+        tellFailure(operation, formatText(text(StatusText::NotHandedOver), handOffPath_,
+                                          std::generic_category().message(handOff ? ESRCH : error)));
         return 0;
     }
     std::ranges::copy(*form, handOff->form().begin());
@@ -83,30 +101,37 @@ int KelvaneStatusTabController::handOver(Operation operation) {
 }
 
 int KelvaneStatusTabController::runSwitch(Operation operation) {
-    const Switch& wanted = operation == Operation::Enable ? enableSwitch : disableSwitch;
+    const Switch& wanted = switches[static_cast<std::size_t>(operation)];
     const auto tool = prefs_.bundle()->auxiliaryExecutable(wanted.tool);
-    if (!tool)
+    if (!tool) {
+        tellFailure(operation, formatText(text(StatusText::ToolMissing), wanted.tool));
         return 0;
-    auto process = ChildProcess::start(*tool, {"0", std::to_string(::getuid()), wanted.word});
+    }
+    auto process = ChildProcess::start(*tool, {"0", std::to_string(::getuid()), wanted.word},
+                                       toolSetup(*prefs_.bundle(), ChildProcess::Group::Shared));
     if (process)
         waitUntil([&] { return process->hasEnded(); }, *process);
     const int status = process ? process->exitStatus() : ChildProcess::cannotExecute;
     KelvaneCLog("%@ ended with status %d", *tool, status);
-    bool& isAuthorized = prefs_.flags().*wanted.isAuthorized;
-    isAuthorized = false;
-    isAuthorized = status == 0;
+    prefs_.flags().*wanted.isAuthorized = status == 0;
+    if (!process)
+        tellFailure(operation, formatText(text(StatusText::NoRoomForTool), wanted.tool));
+    else if (const std::string errors = process->errors(); status != 0)
+        tellFailure(operation,
+                    errors.empty() ? formatText(text(StatusText::ToolEnded), wanted.tool, status) : errors);
     return status;
 }
 
 void KelvaneStatusTabController::runUninstaller(const HandOffFile& handOff) {
-    const auto tool = prefs_.bundle()->auxiliaryExecutable("Uninstall");
+    constexpr const char* name = "Uninstall";
+    const auto tool = prefs_.bundle()->auxiliaryExecutable(name);
     if (!tool)
-        return;
+        return tellFailure(Operation::Uninstall, formatText(text(StatusText::ToolMissing), name));
     auto process =
         ChildProcess::start(*tool, {std::to_string(::getpid()), std::to_string(::getuid()), "uninstall"},
-                            ChildProcess::Group::Own);
+                            toolSetup(*prefs_.bundle(), ChildProcess::Group::Own));
     if (!process)
-        return;
+        return tellFailure(Operation::Uninstall, formatText(text(StatusText::NoRoomForTool), name));
     waitUntil([&] { return handOff.completionWord() != 0 || process->hasEnded(); }, *process);
     // Once more: the word may have come between the two looks.
     isUninstalled_ = handOff.completionWord() == HandOffFile::succeeded;
@@ -114,11 +139,24 @@ void KelvaneStatusTabController::runUninstaller(const HandOffFile& handOff) {
     waitUntil([&] { return process->hasEnded() || ++looks > looksForTheEnd; }, *process);
     if (isUninstalled_)
         return prefs_.terminateHost();
-    sheet_ = openSheet(view_->window(),
-                       {screenText(text(StatusText::UninstallErrorTitle)),
-                        screenText(text(StatusText::UninstallErrorMessage)),
-                        {"OK"}},
-                       &context_, [](int) {});
+    tellFailure(Operation::Uninstall, process->errors());
+}
+
+// A reason may be empty.
+void KelvaneStatusTabController::tellFailure(Operation operation, const std::string& reason) {
+    KelvaneCLog("%@", reason);
+    if (!isShown_)
+        return;
+    const bool isUninstalling = operation == Operation::Uninstall;
+    const StatusText title = isUninstalling ? StatusText::UninstallErrorTitle
+                                            : switches[static_cast<std::size_t>(operation)].failure;
+    QStringList parts;
+    if (isUninstalling)
+        parts += screenText(text(StatusText::UninstallErrorMessage));
+    if (!reason.empty())
+        parts += screenText(reason);
+    sheet_ = openSheet(view_->window(), {screenText(text(title)), parts.join("\n\n"), {"OK"}}, &context_,
+                       [](int) {});
 }
 
 void KelvaneStatusTabController::uninstallAction() {

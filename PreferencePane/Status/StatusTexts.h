@@ -34,6 +34,12 @@ enum class StatusText : std::size_t {
     UninstallCancelButton,
     UninstallErrorTitle,
     UninstallErrorMessage,
+    EnableFailed,
+    DisableFailed,
+    NotHandedOver,
+    ToolMissing,
+    ToolEnded,
+    NoRoomForTool,
 };
 
 struct StatusTextRow {
@@ -85,6 +91,15 @@ inline constexpr auto statusTexts = std::to_array<StatusTextRow>({
     {StatusText::UninstallErrorMessage, "Uninstall error dialog message",
      "Re-authenticate and try again. If this continues to fail, re-install Kelvane and then try to "
      "un-install again."},
+    {StatusText::EnableFailed, "Enable error dialog title", "Kelvane could not be enabled"},
+    {StatusText::DisableFailed, "Disable error dialog title", "Kelvane could not be disabled"},
+    {StatusText::NotHandedOver, "Tool error: authorization not handed over",
+     "The authorization cannot be written to %@: %@. Remove that file and try again."},
+    {StatusText::ToolMissing, "Tool error: program missing",
+     "The program %@ is missing. Re-install Kelvane."},
+    {StatusText::ToolEnded, "Tool error: program ended", "%@ ended with status %d."},
+    {StatusText::NoRoomForTool, "Tool error: program not started",
+     "%@ cannot be started: the system has no room for another process."},
 });
 
 // What the form shows and the bundle may translate: captions, items, buttons, check boxes, and the names of

@@ -2,6 +2,7 @@
 #include "Support/DefaultsDB.h"
 #include "Tests/Status/StatusTabTest.h"
 
+#include <QAccessible>
 #include <QWheelEvent>
 
 namespace kelvane::tests {
@@ -121,24 +122,71 @@ TEST_F(Choosing, ADaemonThatDiesBehindTheSheetIsSoughtAgainButNotFromAHiddenPane
     }
 }
 
-TEST_F(Choosing, SettingsReachTheDaemonAndTheMenuBarAgent) {
+TEST_F(Choosing, EachControlDoesItsOwnThingHoweverItIsOperated) {
     Strings senders;
     const BroadcastListener agent("com.kelvane.notify.defaultsPropertyChanged",
                                   [&](const std::string& sender) { senders.push_back(sender); });
     ASSERT_EQ(agent.error(), "");
-    click("lowerPriorityButton");
-    EXPECT_EQ(orders(), Strings{"setLowerPriorityMode:1"});
-    click("showMenuButton");
-    EXPECT_EQ(DefaultsDB::stringProperty("showKelvaneStatusInMenuBar"), "NO");
-    EXPECT_TRUE(runUntil([&] { return senders == Strings{"com.kelvane.prefsPane"}; }));
-}
-
-TEST_F(Choosing, PagesOpenWithTheAccountFilledInWhenTheServerIsKnown) {
-    click("openAccountButton");
+    const std::string account = "http://backup.example.net/a?481516&maria@example.net";
+    struct {
+        const char* control;
+        QString action; // of a screen reader; none: a click
+        Strings orders;
+        const char* showsInMenuBar;
+        Strings opened;
+    } const steps[] = {
+        {"lowerPriorityButton", {}, {"setLowerPriorityMode:1"}, "", {}},
+        {"lowerPriorityButton",
+         QAccessibleActionInterface::toggleAction(),
+         {"setLowerPriorityMode:0"},
+         "",
+         {}},
+        {"showMenuButton", {}, {}, "NO", {}},
+        {"showMenuButton", QAccessibleActionInterface::toggleAction(), {}, "YES", {}},
+        {"openAccountButton", {}, {}, "YES", {account}},
+        {"referButton", QAccessibleActionInterface::pressAction(), {}, "YES", {"http://ex.org/refer"}},
+    };
+    for (const auto& step : steps) {
+        SCOPED_TRACE(step.control + step.action.toStdString());
+        const std::size_t openedBefore = pane.opened().size();
+        const std::size_t sendersBefore = senders.size();
+        const auto menuBefore = DefaultsDB::stringProperty("showKelvaneStatusInMenuBar").value_or("");
+        if (step.action.isEmpty())
+            click(step.control);
+        else
+            QAccessible::queryAccessibleInterface(&control(step.control))
+                ->actionInterface()
+                ->doAction(step.action);
+        EXPECT_EQ(orders(), step.orders);
+        EXPECT_EQ(DefaultsDB::stringProperty("showKelvaneStatusInMenuBar").value_or(""), step.showsInMenuBar);
+        EXPECT_TRUE(
+            runUntil([&] { return senders.size() - sendersBefore == (menuBefore != step.showsInMenuBar); }));
+        EXPECT_TRUE(runUntil([&] { return pane.opened().size() == openedBefore + step.opened.size(); }));
+        EXPECT_EQ(step.opened, Strings(pane.opened().begin() + static_cast<std::ptrdiff_t>(openedBefore),
+                                       pane.opened().end()));
+    }
+    setState("lowerPriorityMode", true); // by another program: shown, and not said again
+    EXPECT_EQ(orders(), Strings());
+    EXPECT_EQ(senders, Strings(2, "com.kelvane.prefsPane"));
     tab->openURLUsingKey("Online Help URL"); // of which this bundle has none
     daemon.answer("serverURL", "");
     tab->openURLUsingKey("Open Account URL");
-    EXPECT_EQ(pane.opened(), Strings{"http://backup.example.net/a?481516&maria@example.net"});
+    EXPECT_EQ(pane.opened().size(), 2U);
+}
+
+TEST_F(Choosing, TheHoursOfAPauseFollowTheDaemonWithinOnePoll) {
+    choose(1);
+    const auto minutesAre = [this](std::uint32_t minutes, const char* end) {
+        daemon.answer("pausedMinutes", minutes);
+        poll();
+        EXPECT_TRUE(text("daemonModeField").ends_with(end)) << text("daemonModeField");
+    };
+    minutesAre(1440, "resume in 24 hours.");
+    minutesAre(1380, "resume in 23 hours.");
+    minutesAre(60, "resume in 1 hours."); // by another program
+    minutesAre(0, "click the Backup tab.)");
+    loseDaemon();
+    EXPECT_EQ(modes().currentIndex(), 3);
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <fcntl.h>
+#include <filesystem>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
@@ -53,6 +54,11 @@ TEST_F(HandingOver, TheFileHoldsTheAuthorizationAndZerosForTheTimeOfTheTool) {
     EXPECT_TRUE(pane.flags().enableAuthorized);
     EXPECT_TRUE(runUntil([this] { return pane.lock->state() == Authorization::State::Locked; }))
         << "the password was for one order";
+    pane.lock->unlock([](bool) {});
+    ASSERT_TRUE(runUntil([this] { return pane.lock->state() == Authorization::State::Authorized; }));
+    choose(0);
+    QCoreApplication::processEvents();
+    EXPECT_EQ(pane.lock->state(), Authorization::State::Authorized) << "somebody else has unlocked it";
 }
 
 TEST_F(HandingOver, WhatIsNotThisUsersOwnFileIsRefused) {
@@ -73,10 +79,14 @@ TEST_F(HandingOver, WhatIsNotThisUsersOwnFileIsRefused) {
         choose(0);
         EXPECT_FALSE(hasRun());
         EXPECT_EQ(folder.read("target"), "precious");
+        ASSERT_NE(sheet(), nullptr);
+        EXPECT_TRUE(sheet()->informativeText().contains(QString::fromStdString(handOffPath)));
+        answer("OK");
     }
     expectNothingLeft();
     pane.flags().enableAuthorized = true;
     choose(0);
+    answer("OK");
     EXPECT_TRUE(hasRun()); // nothing is in the way any more
     EXPECT_FALSE(pane.flags().enableAuthorized);
 }
@@ -93,12 +103,18 @@ TEST_F(HandingOver, DisablingLastsUntilTheLinkDropsOrEndsWithARefusal) {
     loop->advance(1s);
     EXPECT_EQ(modes().currentIndex(), 0);
     choose(3);
+    writeTool("Enable", "exit 0");
+    choose(0); // somebody who has thought better of it
+    EXPECT_EQ(modes().currentIndex(), 0);
+    choose(3);
+    EXPECT_EQ(modes().currentIndex(), 3);
     tab->writeStatusFieldsToDefaultsDB(); // the pane is hidden, and shown when somebody has enabled it again
     tab->didSelectPrefPane();
     EXPECT_EQ(modes().currentIndex(), 0);
 
     writeTool("Disable", "exit 1");
     choose(3);
+    answer("OK");
     EXPECT_FALSE(pane.flags().disableAuthorized);
     EXPECT_EQ(modes().currentIndex(), 0);
     EXPECT_TRUE(modes().isEnabled());
@@ -113,9 +129,45 @@ TEST_F(HandingOver, ARefusedAuthorizationRunsNothingAndGoesOnAsIfItHad) {
     EXPECT_EQ(pane.calls.front(), "didSelect");
     EXPECT_EQ(DefaultsDB::intProperty("modeSelectionPopupIndex", false, -1), 0);
     connect();
-    pane.flags().disableAuthorized = true; // of an earlier time, and not looked at again
+    pane.flags().disableAuthorized = true; // by an earlier time
     choose(3);
-    EXPECT_EQ(modes().currentIndex(), 3);
+    EXPECT_EQ(modes().currentIndex(), 0);
+    EXPECT_EQ(sheet(), nullptr) << "who refuses knows";
+}
+
+TEST_F(HandingOver, WhateverFailsIsToldWithItsReason) {
+    const std::tuple<const char*, const char*, const char*> tools[] = {
+        {"Enable", "echo 'Enable: nobody serves /x' >&2\nexit 69", "Enable: nobody serves /x"},
+        {"Enable", "exit 3", "Enable ended with status 3."},
+        {"Disable", "echo one >&2\necho two >&2\nexit 1", "one\ntwo"},
+        {"Disable", nullptr, "The program Disable is missing. Re-install Kelvane."},
+    };
+    for (const auto& [tool, script, reason] : tools) {
+        const bool isEnabling = tool == std::string("Enable");
+        if (!isEnabling && !pane.connected())
+            connect();
+        if (script != nullptr)
+            writeTool(tool, script);
+        else
+            std::filesystem::remove(folder / "Helpers/Disable");
+        choose(isEnabling ? 0 : 3);
+        ASSERT_NE(sheet(), nullptr) << tool;
+        EXPECT_EQ(sheet()->text(),
+                  isEnabling ? "Kelvane could not be enabled" : "Kelvane could not be disabled");
+        EXPECT_EQ(sheet()->informativeText(), reason);
+        answer("OK");
+        EXPECT_EQ(modes().currentIndex(), isEnabling ? 3 : 0) << tool;
+    }
+}
+
+// What serves elsewhere is not this pane's.
+TEST_F(HandingOver, ToolsAreToldWhereTheDaemonOfThisPaneServes) {
+    const EnvironmentVariable own("KELVANE_DAEMON", "/of/the/pane's/own/environment");
+    for (const std::string tool : {"Enable", "Uninstall"}) {
+        writeTool(tool, "echo $KELVANE_DAEMON >where");
+        tool == "Enable" ? choose(0) : uninstall();
+        EXPECT_EQ(folder.read("where"), folder / "daemon.sock\n") << tool;
+    }
 }
 
 TEST_F(HandingOver, APaneThatIsHiddenWhileAToolRunsBeginsNoConnection) {

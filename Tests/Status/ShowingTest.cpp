@@ -22,10 +22,11 @@ TEST_F(StatusTabTest, ShowsEachModeInPopUpSentenceAndControls) {
          },
          1, "EPrd", "Kelvane is paused. Your backup will automatically resume in 2 hours."},
         {[this] {
-             setState("recoverMode", false);
-             loseDaemon();
+             daemon.answerAsUsual("pausedMinutes");
+             setState("paused", false);
          },
-         3, "EprD", "While Kelvane is disabled, no files"},
+         2, "EpRd", "Kelvane will not make any changes"},
+        {[this] { loseDaemon(); }, 3, "EprD", "While Kelvane is disabled, no files"},
     };
     connect();
     showTab();
@@ -95,18 +96,40 @@ TEST_F(StatusTabTest, ShowsWhatTheDaemonSaysAsItChanges) {
 }
 
 TEST_F(StatusTabTest, ShowsKeptFieldsUntilTheDaemonHasSpokenAndKeepsWhatItSaid) {
-    DefaultsDB::setStringProperty("Idle", "lastBackupStatusStr");
-    DefaultsDB::setStringProperty("old@x.org", "lastAcctEmailStr");
+    const std::pair<const char*, const char*> keptTexts[] = {{"lastBackupStatusStr", "Idle"},
+                                                             {"lastSizeOfBackupStr", "1 KB"},
+                                                             {"lastNumberOfFilesAwaitingBackupStr", "2 KB"},
+                                                             {"lastAcctEmailStr", "old@x.org"}};
+    for (const auto& [key, value] : keptTexts)
+        DefaultsDB::setStringProperty(value, key);
     DefaultsDB::setIntProperty(42, "lastPercentageDoneInt");
+    DefaultsDB::setIntProperty(1, "isQuotaLimited");
     DefaultsDB::setBoolProperty(true, "lastPrioritySettingBool");
     DefaultsDB::setIntProperty(2, "modeSelectionPopupIndex"); // what was chosen last is not what is
     showTab();
     const auto& priority = control<QCheckBox>("lowerPriorityButton");
-    EXPECT_EQ(text("backupField") + text("backupContainsField") + text("accountField"), "Idleold@x.org");
-    EXPECT_EQ(control<ActivityBar>("backupProgress").value(), 42);
-    EXPECT_TRUE(priority.isChecked() && !priority.isEnabled());
-
-    connect();
+    EXPECT_FALSE(priority.isEnabled());
+    for (const bool isConnected : {false, true}) { // to a daemon that has not told its state yet
+        if (isConnected) {
+            daemon.answer("daemonState", {});
+            daemon.answer("userEmail", "old@x.org");
+            connect();
+        }
+        for (const auto& [field, shown] : {std::pair("backupField", "Idle"),
+                                           {"backupContainsField", "1 KB"},
+                                           {"backupAwaitingField", "2 KB"},
+                                           {"accountField", "old@x.org"}})
+            EXPECT_EQ(text(field), shown) << isConnected;
+        EXPECT_EQ(control<ActivityBar>("backupProgress").value(), 42);
+        EXPECT_TRUE(priority.isChecked());
+        tab->writeStatusFieldsToDefaultsDB();
+        for (const auto& [key, value] : keptTexts)
+            EXPECT_EQ(DefaultsDB::stringProperty(key), value) << isConnected;
+        EXPECT_EQ(DefaultsDB::intProperty("isQuotaLimited"), 1);
+    }
+    daemon.answerAsUsual("daemonState");
+    daemon.answerAsUsual("userEmail");
+    poll();
     EXPECT_FALSE(priority.isChecked());
     loseDaemon();
     tab->didSelectPrefPane();

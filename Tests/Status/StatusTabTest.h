@@ -77,6 +77,7 @@ protected:
         std::make_shared<Bundle>(folder.path(), Dictionary{{"DaemonPath", folder / "daemon.sock"},
                                                            {"CFBundleShortVersionString", "1.2"},
                                                            {"Open Account URL", "%1$@/a?%2$@&%3$@"},
+                                                           {"Refer URL", "ex.org/refer"},
                                                            {"UninstallSurveyURL", "ex.org/why"}}),
         loop};
     std::unique_ptr<KelvaneStatusTabController> tab;
