@@ -198,17 +198,15 @@ bool DaemonTarget::restoreWithChoices(const Value& choices) {
 // What stands in the backup at the path as it is typed goes before what stands there without links.
 std::uint32_t DaemonTarget::restoreFile(const Value& source, const Value& destination, std::uint32_t version,
                                         std::uint32_t priority) {
-    if (state_->configuration().repository.location.empty()) {
-        KelvaneSystemLog("%@ cannot be restored: the backup does not know where it is.", source);
-        return 0;
-    }
+    if (state_->configuration().repository.location.empty())
+        return restores_->refuse(
+            formatText("%@ cannot be restored: the backup does not know where it is.", source));
     PathEntrance entrance = this->entrance();
     std::optional<std::string> from = entrance.realPath(source.stringValue());
     const std::optional<std::string> to = entrance.pathWithoutLinks(destination.stringValue());
-    if (!from || !to) {
-        KelvaneSystemLog("%@ cannot be restored to %@: there is no such path.", source, destination);
-        return 0;
-    }
+    if (!from || !to)
+        return restores_->refuse(
+            formatText("%@ cannot be restored to %@: there is no such path.", source, destination));
     if (!state_->index()->find(*from))
         from = entrance.pathWithoutLinks(source.stringValue());
     return restores_->add({0, version, priority, *from, *to});

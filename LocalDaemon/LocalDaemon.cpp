@@ -198,6 +198,15 @@ void LocalDaemon::makeRestores() {
                    : "the disk that belongs at " + disk +
                          " is not there: connect it, or choose another place";
     };
+    options.onWait = [state = state_](const std::string& reason) {
+        if (reason.empty())
+            return state->withdrawAlert("restore_waits");
+        state->raiseAlert(
+            {"restore_waits", "warning", "A restore waits for the backup's repository.", reason});
+    };
+    options.onRefusal = [state = state_](const std::string& reason) {
+        state->raiseAlert({"restore_refused", "error", "A restore was refused.", reason});
+    };
     restores_ = std::make_shared<RestoreQueue>(std::move(options));
 }
 

@@ -168,6 +168,7 @@ ChildOutcome Restic::runOnce(const Call& call, bool takesLock, const StopSignal&
     program.input = call.input;
     program.onLine = call.onLine;
     program.onErrorLine = call.onErrorLine;
+    program.hasBinaryOutput = call.hasBinaryOutput;
     program.longestLine = call.longestLine;
     program.patience = call.patience;
     program.patienceInTrouble = call.patienceWithRetries;

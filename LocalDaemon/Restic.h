@@ -50,6 +50,7 @@ public:
         std::string input;
         std::function<bool(std::string_view)> onLine = [](std::string_view) { return true; };
         std::function<void(std::string_view)> onErrorLine = [](std::string_view) {};
+        bool hasBinaryOutput = false;                    // handed to `onLine` as it comes
         std::size_t longestLine = std::size_t{1} << 20U; // bytes; a longer one is left out
         // restic tries an unreachable place again and again for a quarter of an hour; nobody waits that long.
         std::chrono::milliseconds patience = std::chrono::minutes(2);

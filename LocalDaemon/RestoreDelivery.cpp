@@ -1,11 +1,10 @@
 #include "LocalDaemon/RestoreDelivery.h"
 
-#include "Foundation/Unicode.h"
 #include "LocalDaemon/CleanPath.h"
-#include "LocalDaemon/RestoreMetadata.h"
 
 #include <cerrno>
 #include <cstdio>
+#include <fcntl.h>
 #include <filesystem>
 #include <sys/stat.h>
 #include <system_error>
@@ -13,137 +12,208 @@
 namespace kelvane {
 namespace {
 
-constexpr mode_t ownersFolder = 0700;                    // of a folder that is made on the way
-constexpr std::string_view replacement = "\xef\xbf\xbd"; // in a name that is no UTF-8
-
-constexpr std::string_view errorMark = "ignoring error for ";
-constexpr std::string_view lastMark = "Fatal: ";
+constexpr mode_t ownersFolder = 0700;    // of a folder that is made on the way and of which nothing is known
+constexpr const char* newFolder = "new"; // beside the folders of the snapshots
+constexpr std::uint64_t smallestWithHoles = std::uint64_t{64} << 10U;
+constexpr const char* missing = "it has not come out of the backup";
 
 std::string errorText() {
     return errno == EXDEV ? "it would come to another disk than what is around it; restore it by itself"
                           : std::generic_category().message(errno);
 }
 
-bool isThere(const std::string& path, struct stat& status) {
-    return ::lstat(path.c_str(), &status) == 0;
+SavedOwner ownerOf(const BackupIndex::Item& item) {
+    return {item.uid, item.gid};
 }
 
-// Empty when the folder is there, with those it is in.
-std::string makeFolder(const std::string& path) {
-    struct stat status {};
-    if (isThere(path, status))
-        return S_ISDIR(status.st_mode) ? "" : "something else than a folder stands at " + path;
-    const std::string around(folderOf(path));
-    if (::stat(around.c_str(), &status) != 0)
-        if (const std::string reason = makeFolder(around); !reason.empty())
-            return reason;
-    return ::mkdir(path.c_str(), ownersFolder) == 0 || errno == EEXIST ? "" : path + ": " + errorText();
+// Where nothing must stand in its way.
+bool moveNew(int from, const char* name, int to, const std::string& newName) {
+    if (::renameat2(from, name, to, newName.c_str(), RENAME_NOREPLACE) == 0)
+        return true;
+    return errno == EINVAL && ::renameat(from, name, to, newName.c_str()) == 0; // an older file system
 }
 
-bool isNameless(std::string_view path) {
-    return path.find(replacement) != std::string_view::npos;
+// The path in the backup of a folder around the target; empty when the two lie in folders of other names.
+std::string savedFolder(const std::string& path, const std::string& target, const std::string& folder) {
+    const std::string_view rest = std::string_view(target).substr(folder == "/" ? 0 : folder.size());
+    return path.size() > rest.size() && path.ends_with(rest) ? path.substr(0, path.size() - rest.size())
+                                                             : std::string();
 }
 
-std::string childOf(const std::string& folder, std::string_view name) {
-    return withSeparator(folder).append(name);
+// The index has U+FFFD for what is no UTF-8 in a name, the folder has the names themselves.
+std::vector<std::string> namesIn(int folder, const std::string& indexed) {
+    std::vector<std::string> names;
+    std::error_code error;
+    if (folder >= 0 && indexed.find("\xef\xbf\xbd") != std::string::npos)
+        for (const auto& entry : std::filesystem::directory_iterator(pathOfDescriptor(folder), error))
+            if (std::string name = entry.path().filename(); indexedName(name) == indexed)
+                names.push_back(std::move(name));
+    return names.empty() ? std::vector{indexed} : names;
 }
 
 } // namespace
 
-void RestoreDelivery::deliver(const BackupIndex::Item& item, const std::string& target) {
+void RestoreDelivery::deliver(const RestorePiece& piece) {
     if (stop_.isSet())
         return;
-    if (item.kind == ItemKind::Folder)
-        deliverFolder(item, target);
-    else
-        deliverFile(item, target);
-}
-
-std::string RestoreDelivery::stagedPath(std::uint32_t snapshot, const std::string& path) const {
-    return staged_.folder + '/' + std::to_string(snapshot) + path;
-}
-
-void RestoreDelivery::deliverFile(const BackupIndex::Item& item, const std::string& target) {
-    const std::string path = index_.pathOf(item);
-    const std::string staged = stagedPath(item.snapshot, path);
-    if (const std::string fault = faultOf(item, path, staged); !fault.empty())
-        return fail(path, fault);
-    if (const std::string reason = makeFolder(std::string(folderOf(target))); !reason.empty())
+    const std::string path = index_.pathOf(*piece.item);
+    std::string reason;
+    const FileDescriptor around = folderAround(piece, path, reason);
+    if (!around)
         return fail(path, reason);
-    if (std::rename(staged.c_str(), target.c_str()) != 0)
-        fail(path, errno == EISDIR ? "a folder stands in its place" : errorText());
+    const FileDescriptor staged = stagedFolder(piece.item->snapshot, std::string(folderOf(path)));
+    const std::string name = piece.target.substr(piece.target.rfind('/') + 1);
+    deliver({*piece.item, path, piece.target, staged.get(), around.get(), name.empty() ? "." : name},
+            piece.isFolderAlone);
 }
 
-std::string RestoreDelivery::faultOf(const BackupIndex::Item& item, const std::string& path,
-                                     const std::string& staged) const {
-    if (const auto error = staged_.errors.find(path); error != staged_.errors.end())
-        return error->second;
+void RestoreDelivery::deliver(const Place& place, bool isFolderAlone) {
+    if (place.item.kind == ItemKind::Folder)
+        deliverFolder(place, isFolderAlone);
+    else
+        deliverFile(place);
+}
+
+FileDescriptor RestoreDelivery::stagedFolder(std::uint32_t snapshot, const std::string& path) const {
+    return staging_.open(path == "/" ? std::to_string(snapshot) : std::to_string(snapshot) + path);
+}
+
+FileDescriptor RestoreDelivery::folderAround(const RestorePiece& piece, const std::string& path,
+                                             std::string& reason) {
+    const std::string around(folderOf(piece.target));
+    FileDescriptor folder = openFolder("/");
+    for (std::size_t end = 0; folder && end < around.size() && around != "/";) {
+        const std::size_t begin = end + 1;
+        end = std::min(around.find('/', begin), around.size());
+        const std::string target = around.substr(0, end);
+        FileDescriptor next = openFolderIn(folder.get(), around.substr(begin, end - begin));
+        if (!next && errno == ENOENT)
+            next = madeParent(piece, path, folder.get(), target);
+        if (!next)
+            reason = errno == ENOTDIR ? "something else than a folder stands at " + target
+                                      : target + ": " + errorText();
+        folder = std::move(next);
+    }
+    return folder;
+}
+
+FileDescriptor RestoreDelivery::madeParent(const RestorePiece& piece, const std::string& path, int around,
+                                           const std::string& target) {
+    const std::string name = target.substr(target.rfind('/') + 1);
+    const std::string saved = savedFolder(path, piece.target, target);
+    const BackupIndex::Item* const item = saved.empty() ? nullptr : index_.find(saved);
+    std::string reason;
+    if (const FileDescriptor staged = stagedFolder(piece.item->snapshot, saved); item && staged) {
+        made_.push_back({target, FolderMetadata(staged.get(), ownerOf(*item))});
+        return makeFolder(around, name, &made_.back().metadata, reason);
+    }
+    return makeFolder(around, name, nullptr, reason);
+}
+
+// It gets what is known of it before anybody can see it, and inherits nothing from the folder around it.
+FileDescriptor RestoreDelivery::makeFolder(int around, const std::string& name,
+                                           const FolderMetadata* metadata, std::string& reason) {
+    if (::mkdirat(staging_.descriptor(), newFolder, ownersFolder) != 0 && errno != EEXIST)
+        return {};
+    FileDescriptor folder = openFolderIn(staging_.descriptor(), newFolder);
+    if (folder && metadata)
+        reason = metadata->applyTo(folder.get(), FolderMetadata::Use::BeingFilled);
+    if (folder && moveNew(staging_.descriptor(), newFolder, around, name))
+        return folder;
+    return errno == EEXIST ? openFolderIn(around, name) : FileDescriptor();
+}
+
+void RestoreDelivery::deliverFile(const Place& place) {
+    std::string reason = faultOf(place);
+    if (reason.empty())
+        reason = prepare(place);
+    struct stat there {};
+    if (!reason.empty())
+        return fail(place.path, reason);
+    if (::fstatat(place.around, place.name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0 &&
+        !S_ISREG(there.st_mode) && !S_ISLNK(there.st_mode))
+        return fail(place.path, S_ISDIR(there.st_mode) ? "a folder stands in its place"
+                                                       : "a device, pipe or socket stands in its place");
+    const std::string staged = place.path.substr(place.path.rfind('/') + 1);
+    if (::renameat(place.staged, staged.c_str(), place.around, place.name.c_str()) != 0)
+        fail(place.path, errorText());
+}
+
+std::string RestoreDelivery::faultOf(const Place& place) const {
+    if (const std::string* const error = errors_.errorAt(place.path))
+        return *error;
     struct stat status {};
-    if (!isThere(staged, status))
-        return "it has not come out of the backup";
+    const std::string staged = place.path.substr(place.path.rfind('/') + 1);
+    if (::fstatat(place.staged, staged.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+        return errno == ENOENT || place.staged < 0 ? missing : std::string(missing) + ": " + errorText();
     const bool isAsSaved =
-        item.kind == ItemKind::Link
+        place.item.kind == ItemKind::Link
             ? S_ISLNK(status.st_mode)
-            : S_ISREG(status.st_mode) && static_cast<std::uint64_t>(status.st_size) == item.size;
+            : S_ISREG(status.st_mode) && static_cast<std::uint64_t>(status.st_size) == place.item.size;
     return isAsSaved ? "" : "it has come out of the backup as something else than was saved";
 }
 
-void RestoreDelivery::deliverFolder(const BackupIndex::Item& folder, const std::string& target) {
-    const std::string path = index_.pathOf(folder);
-    if (const std::string reason = makeFolder(target); !reason.empty())
-        return fail(path, reason);
-    const std::string staged = stagedPath(folder.snapshot, path);
-    const FolderMetadata metadata(staged);
-    metadata.openStaged();
-    for (const BackupIndex::Item& child : index_.children(folder)) {
-        if (stop_.isSet())
-            return;
-        if (!isNameless(index_.nameOf(child)))
-            deliver(child, childOf(target, index_.nameOf(child)));
-    }
-    if (folder.snapshot == 0)
-        return; // only contents of it are known
-    deliverUnspeakable(staged, target);
-    if (const std::string reason = metadata.applyTo(target); !reason.empty())
-        fail(path, reason);
+// In the staging folder, where nobody else can reach it.
+std::string RestoreDelivery::prepare(const Place& place) const {
+    if (place.item.kind != ItemKind::File)
+        return {};
+    const std::string staged = place.path.substr(place.path.rfind('/') + 1);
+    struct stat status {};
+    if (::fstatat(place.staged, staged.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+        return errorText();
+    const mode_t mode = modeFor(status.st_mode, ownerOf(place.item), status);
+    if (mode != (status.st_mode & ~static_cast<mode_t>(S_IFMT)) &&
+        ::fchmodat(place.staged, staged.c_str(), mode, 0) != 0)
+        return "its mode cannot be set: " + errorText();
+    return place.item.size < smallestWithHoles ? std::string() : digHoles(place.staged, staged);
 }
 
-// The index cannot say their names, the disk can.
-void RestoreDelivery::deliverUnspeakable(const std::string& stagedFolder, const std::string& target) {
-    std::error_code error;
-    std::filesystem::directory_iterator entry(stagedFolder, error);
-    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
-        const std::string name = entry->path().filename();
-        const std::string path = entry->path().string().substr(staged_.folder.size());
-        if (isUtf8(name))
-            continue;
-        if (staged_.errors.contains(path.substr(path.find('/', 1))))
-            fail(path.substr(path.find('/', 1)), "it has not come out of the backup whole");
-        else if (std::rename(entry->path().c_str(), childOf(target, name).c_str()) != 0)
-            fail(path.substr(path.find('/', 1)), errorText());
+void RestoreDelivery::deliverFolder(const Place& place, bool isAlone) {
+    const bool isSaved = place.item.snapshot != 0; // else only contents of it are known
+    const std::string name = place.path.substr(place.path.rfind('/') + 1);
+    const FileDescriptor staged = isSaved ? openFolderIn(place.staged, name) : FileDescriptor();
+    if (isSaved && !staged)
+        return fail(place.path, missing);
+    const std::optional<FolderMetadata> metadata =
+        isSaved ? std::optional<FolderMetadata>({staged.get(), ownerOf(place.item)}) : std::nullopt;
+    std::string reason;
+    FileDescriptor target = openFolderIn(place.around, place.name);
+    if (!target && errno == ENOENT)
+        target = makeFolder(place.around, place.name, metadata ? &*metadata : nullptr, reason);
+    if (!target)
+        return fail(place.path, errno == ENOTDIR ? "something else than a folder stands at " + place.target
+                                                 : place.target + ": " + errorText());
+    if (!isAlone)
+        deliverContents(place, staged.get(), target.get());
+    if (metadata)
+        reason = metadata->applyTo(target.get(), FolderMetadata::Use::Final);
+    if (const std::string* const error = errors_.errorAt(place.path))
+        reason = *error;
+    if (!reason.empty())
+        fail(place.path, reason);
+}
+
+void RestoreDelivery::deliverContents(const Place& folder, int staged, int target) {
+    std::map<std::uint32_t, FileDescriptor> others; // of other snapshots
+    for (const BackupIndex::Item* const child : lastContents(index_, folder.item)) {
+        if (stop_.isSet())
+            return;
+        int from = staged;
+        if (child->snapshot != folder.item.snapshot) {
+            const auto [other, isNew] = others.try_emplace(child->snapshot);
+            if (isNew)
+                other->second = stagedFolder(child->snapshot, folder.path);
+            from = other->second.get();
+        }
+        for (const std::string& name : namesIn(from, std::string(index_.nameOf(*child))))
+            deliver({*child, withSeparator(folder.path) + name, withSeparator(folder.target) + name, from,
+                     target, name},
+                    false);
     }
 }
 
 void RestoreDelivery::fail(const std::string& path, const std::string& reason) {
     failures_.push_back({path, reason});
-}
-
-// "ignoring error for PATH: REASON", and PATH may hold ": " itself: every beginning that is in the backup is
-// taken for it. REASON ends with its line; what else restic has to say may come behind it.
-ErrorsByPath errorsByPath(const BackupIndex& index, std::string_view errors) {
-    ErrorsByPath byPath;
-    for (std::size_t at = errors.find(errorMark); at != std::string_view::npos; at = errors.find(errorMark)) {
-        errors.remove_prefix(at + errorMark.size());
-        const std::string_view text =
-            errors.substr(0, std::min(errors.find(errorMark), errors.find(lastMark)));
-        const std::size_t end = text.find_last_not_of('\n');
-        const std::string_view entry = text.substr(0, end == std::string_view::npos ? 0 : end + 1);
-        for (std::size_t colon = entry.find(": "); colon != std::string_view::npos;
-             colon = entry.find(": ", colon + 1))
-            if (const std::string_view path = entry.substr(0, colon); index.find(path) || !isUtf8(path))
-                byPath.emplace(path, entry.substr(colon + 2, entry.find('\n', colon) - colon - 2));
-    }
-    return byPath;
 }
 
 } // namespace kelvane

@@ -2,10 +2,13 @@
 
 #include "LocalDaemon/BackupIndex.h"
 #include "LocalDaemon/RestoreJob.h"
+#include "LocalDaemon/RestoreMetadata.h"
+#include "LocalDaemon/RestorePlan.h"
+#include "LocalDaemon/RestoreStaging.h"
 #include "LocalDaemon/RestoreTrouble.h"
 #include "Platform/ChildProgram.h"
 
-#include <functional>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,41 +17,57 @@ namespace kelvane {
 
 // Puts in their places what restic has brought into a staging folder, file by file by a rename, and says what
 // is missing. What stands in a place is replaced by a whole file of the right size and by nothing else: no
-// folder makes room for a file, and no file or link for a folder.
+// folder makes room for a file, no file or link for a folder, and no device, pipe or socket for anything.
 //
 // Belongs to one thread; blocks on the disk. Ends early when it is stopped.
 class RestoreDelivery {
 public:
-    struct Staged {
-        std::string folder; // holds a folder for each snapshot, named by its number
-        // What restic has said went wrong, by path.
-        ErrorsByPath errors;
-    };
+    RestoreDelivery(const BackupIndex& index, const StagingFolder& staging, const FileErrors& errors,
+                    const StopSignal& stop)
+        : index_(index), staging_(staging), errors_(errors), stop_(stop) {}
 
-    RestoreDelivery(const BackupIndex& index, const Staged& staged, const StopSignal& stop)
-        : index_(index), staged_(staged), stop_(stop) {}
-
-    void deliver(const BackupIndex::Item& item, const std::string& target);
+    void deliver(const RestorePiece& piece);
     [[nodiscard]] std::vector<RestoreFailure> takeFailures() { return std::exchange(failures_, {}); }
 
+    // Folders on the way to a piece's place that were not there and have been made as they were saved. What
+    // is put into them changes their times: the metadata is for when that is over.
+    struct MadeFolder {
+        std::string target;
+        FolderMetadata metadata;
+    };
+    [[nodiscard]] std::vector<MadeFolder> takeMadeFolders() { return std::exchange(made_, {}); }
+
 private:
-    [[nodiscard]] std::string stagedPath(std::uint32_t snapshot, const std::string& path) const;
-    void deliverFile(const BackupIndex::Item& item, const std::string& target);
-    void deliverFolder(const BackupIndex::Item& folder, const std::string& target);
-    void deliverUnspeakable(const std::string& stagedFolder, const std::string& target);
+    struct Place {
+        const BackupIndex::Item& item;
+        std::string path;   // in the backup
+        std::string target; // for people
+        int staged;         // the folder that holds what has been brought; -1: it has not been
+        int around;         // the folder that it is put into
+        std::string name;   // there
+    };
+    [[nodiscard]] FileDescriptor stagedFolder(std::uint32_t snapshot, const std::string& path) const;
+    [[nodiscard]] FileDescriptor folderAround(const RestorePiece& piece, const std::string& path,
+                                              std::string& reason);
+    [[nodiscard]] FileDescriptor madeParent(const RestorePiece& piece, const std::string& path, int around,
+                                            const std::string& target);
+    [[nodiscard]] FileDescriptor makeFolder(int around, const std::string& name,
+                                            const FolderMetadata* metadata, std::string& reason);
+    void deliver(const Place& place, bool isFolderAlone);
+    void deliverFile(const Place& place);
+    void deliverFolder(const Place& place, bool isAlone);
+    void deliverContents(const Place& folder, int staged, int target);
     // Empty: it is there as it should be.
-    [[nodiscard]] std::string faultOf(const BackupIndex::Item& item, const std::string& path,
-                                      const std::string& staged) const;
+    [[nodiscard]] std::string faultOf(const Place& place) const;
+    [[nodiscard]] std::string prepare(const Place& place) const;
     void fail(const std::string& path, const std::string& reason);
 
     const BackupIndex& index_;
-    const Staged& staged_;
+    const StagingFolder& staging_;
+    const FileErrors& errors_;
     const StopSignal& stop_;
     std::vector<RestoreFailure> failures_;
+    std::vector<MadeFolder> made_;
 };
-
-// What restic has said on standard error of single files, by their path in the snapshot; names may hold line
-// ends.
-[[nodiscard]] ErrorsByPath errorsByPath(const BackupIndex& index, std::string_view errors);
 
 } // namespace kelvane

@@ -178,8 +178,8 @@ void RestoreJournal::rewrite(const Contents& contents) {
     file_.reset(::open(path_.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC | O_NOFOLLOW));
 }
 
-bool RestoreJournal::add(const RestoreJob& job) {
-    return append(fieldsOf(job), Flush::Yes);
+std::string RestoreJournal::add(const RestoreJob& job) {
+    return append(fieldsOf(job), Flush::Yes) ? "" : path_ + " cannot be written: " + reasonText();
 }
 
 void RestoreJournal::end(std::uint32_t id, const Ended& ended) {
@@ -197,10 +197,12 @@ void RestoreJournal::stagingGone(const std::string& folder) {
 bool RestoreJournal::append(const Fields& fields, Flush flush) {
     const std::scoped_lock guard(mutex_);
     const bool isWritten = appendText(lineOf(fields), flush);
+    const int error = errno;
     if (!isWritten)
         KelvaneSystemLog("A line cannot be added to %@: %@", path_, reasonText());
     else if (::lseek(file_.get(), 0, SEEK_END) > tidyAt_)
         tidyUp();
+    errno = error;
     return isWritten;
 }
 

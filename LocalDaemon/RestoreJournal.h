@@ -38,8 +38,8 @@ public:
     // that cannot be read is set aside as "<path>.damaged"; where that fails too, no job can be added.
     [[nodiscard]] Contents open();
 
-    // False: it is not written down.
-    [[nodiscard]] bool add(const RestoreJob& job);
+    // Empty, or why it is not written down.
+    [[nodiscard]] std::string add(const RestoreJob& job);
     void end(std::uint32_t id, const Ended& ended);
     void stagingMade(const std::string& folder);
     void stagingGone(const std::string& folder);

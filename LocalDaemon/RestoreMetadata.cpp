@@ -1,65 +1,162 @@
 #include "LocalDaemon/RestoreMetadata.h"
 
+#include "LocalDaemon/RestoreStaging.h"
 #include "Platform/FileDescriptor.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <string_view>
-#include <sys/stat.h>
 #include <sys/xattr.h>
 #include <system_error>
 #include <unistd.h>
-#include <vector>
 
 namespace kelvane {
 namespace {
 
 constexpr mode_t allBits = 07777;
 constexpr std::size_t largestAttribute = 65536; // as large as the system allows
+constexpr unsigned groupShift = 3;              // from everybody's bits to the group's
+constexpr const char* capability = "security.capability";
 
-// What a file system does not know is left out, as is what only root may set.
-void copyAttributes(int from, int to) {
-    std::vector<char> names(largestAttribute);
-    std::vector<char> value(largestAttribute);
-    const ssize_t length = ::flistxattr(from, names.data(), names.size());
-    for (const char* name = names.data(); name < names.data() + length; name += std::strlen(name) + 1) {
-        const ssize_t size = ::fgetxattr(from, name, value.data(), value.size());
-        if (size >= 0)
-            static_cast<void>(::fsetxattr(to, name, value.data(), static_cast<std::size_t>(size), 0));
-    }
+std::string reasonText() {
+    return std::generic_category().message(errno);
 }
 
-FileDescriptor openFolder(const std::string& path) {
-    return FileDescriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+std::vector<std::string> attributeNames(const std::string& path) {
+    std::vector<char> text(largestAttribute);
+    const ssize_t length = ::listxattr(path.c_str(), text.data(), text.size());
+    std::vector<std::string> names;
+    for (const char* name = text.data(); name < text.data() + length; name += std::strlen(name) + 1)
+        names.emplace_back(name);
+    return names;
+}
+
+std::vector<char> attribute(const std::string& path, const std::string& name) {
+    std::vector<char> value(largestAttribute);
+    const ssize_t size = ::getxattr(path.c_str(), name.c_str(), value.data(), value.size());
+    value.resize(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+    return value;
+}
+
+// Others, such as a security label, belong to the place.
+bool isOfTheBackup(const std::string& name) {
+    return name.starts_with("user.") || name.starts_with("system.posix_acl_");
+}
+
+bool isAccessRule(const std::string& name) {
+    return name.starts_with("system.posix_acl_");
+}
+
+// Calls `take` for each range of whole blocks that holds nothing but zeros.
+template <class Take>
+bool findZeros(int file, off_t block, Take take) {
+    constexpr std::size_t step = std::size_t{1} << 20U;
+    std::vector<char> bytes(step);
+    off_t begin = -1;
+    off_t at = 0;
+    for (;;) {
+        const ssize_t size = ::pread(file, bytes.data(), step, at);
+        if (size <= 0) {
+            if (begin >= 0 && begin < at)
+                take(begin, at - begin);
+            return size == 0;
+        }
+        for (off_t offset = 0; offset < size; offset += block) {
+            const auto length = static_cast<std::size_t>(std::min<off_t>(block, size - offset));
+            const char* const data = bytes.data() + offset;
+            const bool isZero = data[0] == 0 && std::memcmp(data, data + 1, length - 1) == 0;
+            if (isZero && begin < 0)
+                begin = at + offset;
+            if (!isZero && begin >= 0) {
+                take(begin, at + offset - begin);
+                begin = -1;
+            }
+        }
+        at += size;
+    }
 }
 
 } // namespace
 
-FolderMetadata::FolderMetadata(const std::string& folder)
-    : folder_(folder), isThere_(::lstat(folder.c_str(), &status_) == 0) {}
-
-void FolderMetadata::openStaged() const {
-    if (isThere_ && S_ISDIR(status_.st_mode))
-        static_cast<void>(
-            ::chmod(folder_.c_str(), (status_.st_mode & allBits) | S_IRWXU)); // else moving fails
+mode_t modeFor(mode_t saved, const SavedOwner& owner, const struct stat& now) {
+    mode_t mode = saved & allBits;
+    const bool isGroups = now.st_gid == owner.group;
+    if (now.st_uid != owner.user || !isGroups)
+        mode &= ~static_cast<mode_t>(S_ISUID | S_ISGID);
+    if (!isGroups)
+        mode &= ~static_cast<mode_t>(S_IRWXG) | ((mode & S_IRWXO) << groupShift);
+    return mode;
 }
 
-std::string FolderMetadata::applyTo(const std::string& folder) const {
-    if (!isThere_)
-        return "it has not come out of the backup";
+FolderMetadata::FolderMetadata(int folder, const SavedOwner& owner) : owner_(owner) {
+    const std::string path = pathOfDescriptor(folder);
+    if (::fstat(folder, &status_) != 0)
+        failure_ = reasonText();
+    for (const std::string& name : attributeNames(path))
+        attributes_.emplace(name, attribute(path, name));
+    // Its contents are taken out of it, whatever mode was saved.
+    if (failure_.empty() && ::chmod(path.c_str(), (status_.st_mode & allBits) | S_IRWXU) != 0)
+        failure_ = reasonText();
+}
+
+std::string FolderMetadata::applyTo(int folder, Use use) const {
+    if (!failure_.empty())
+        return failure_;
+    const std::string path = pathOfDescriptor(folder);
     // Root may; what others make stays theirs.
-    if (::lchown(folder.c_str(), status_.st_uid, status_.st_gid) != 0 && errno != EPERM)
-        return "its owner cannot be set: " + std::generic_category().message(errno);
-    // The source may forbid its owner to read it.
-    static_cast<void>(::chmod(folder_.c_str(), status_.st_mode | S_IRUSR));
-    if (const FileDescriptor source = openFolder(folder_), place = openFolder(folder); source && place)
-        copyAttributes(source.get(), place.get());
+    if (::chown(path.c_str(), owner_.user, owner_.group) != 0 && errno != EPERM)
+        return "its owner cannot be set: " + reasonText();
+    if (std::string reason = replaceAttributes(path); !reason.empty())
+        return reason;
+    struct stat now {};
+    const mode_t owners = use == Use::BeingFilled ? mode_t{S_IRWXU} : mode_t{0};
     const std::array<timespec, 2> times{status_.st_atim, status_.st_mtim};
-    if (::chmod(folder.c_str(), status_.st_mode & allBits) != 0 ||
-        ::utimensat(AT_FDCWD, folder.c_str(), times.data(), AT_SYMLINK_NOFOLLOW) != 0)
-        return "its mode or times cannot be set: " + std::generic_category().message(errno);
+    if (::fstat(folder, &now) != 0 ||
+        ::chmod(path.c_str(), modeFor(status_.st_mode, owner_, now) | owners) != 0 ||
+        ::utimensat(AT_FDCWD, path.c_str(), times.data(), 0) != 0)
+        return "its mode or times cannot be set: " + reasonText();
+    return {};
+}
+
+// What a file system does not know is left out, as is what only root may set; an access rule that was saved
+// may be a narrower one than the mode.
+std::string FolderMetadata::replaceAttributes(const std::string& path) const {
+    for (const std::string& name : attributeNames(path))
+        if (isOfTheBackup(name) && !attributes_.contains(name) &&
+            ::removexattr(path.c_str(), name.c_str()) != 0 && errno != ENODATA)
+            return "its attribute " + name + " cannot be taken off: " + reasonText();
+    for (const auto& [name, value] : attributes_)
+        if (::setxattr(path.c_str(), name.c_str(), value.data(), value.size(), 0) != 0 && isAccessRule(name))
+            return "its access rules cannot be set: " + reasonText();
+    return {};
+}
+
+std::string digHoles(int folder, const std::string& name) {
+    struct stat status {};
+    if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+        return reasonText();
+    if (status.st_blocks * 512 < status.st_size)
+        return {}; // it has some, perhaps by another of its names
+    const mode_t mode = status.st_mode & allBits;
+    if ((mode & (S_IRUSR | S_IWUSR)) != (S_IRUSR | S_IWUSR) &&
+        ::fchmodat(folder, name.c_str(), mode | S_IRUSR | S_IWUSR, 0) != 0)
+        return reasonText();
+    const FileDescriptor file(::openat(folder, name.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
+    if (!file)
+        return reasonText();
+    const std::string path = pathOfDescriptor(file.get());
+    const std::vector<char> saved = attribute(path, capability); // goes with the first change
+    const bool isRead = findZeros(file.get(), status.st_blksize, [&](off_t begin, off_t length) {
+        // Where there are no holes the zeros stay.
+        static_cast<void>(::fallocate(file.get(), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, begin, length));
+    });
+    const std::array<timespec, 2> times{status.st_atim, status.st_mtim};
+    const bool isCapable =
+        saved.empty() || ::fsetxattr(file.get(), capability, saved.data(), saved.size(), 0) == 0;
+    if (!isRead || !isCapable || ::fchmod(file.get(), mode) != 0 || ::futimens(file.get(), times.data()) != 0)
+        return "its holes cannot be made: " + reasonText();
     return {};
 }
 

@@ -1,26 +1,43 @@
 #pragma once
 
+#include <map>
 #include <string>
 #include <sys/stat.h>
+#include <vector>
 
 namespace kelvane {
 
+struct SavedOwner {
+    uid_t user = 0;
+    gid_t group = 0;
+};
+
+// A saved mode for something that may have another owner now: it gives nobody more than was saved. A program
+// does not run as somebody it was not meant for, and another group may do what everybody may.
+[[nodiscard]] mode_t modeFor(mode_t saved, const SavedOwner& owner, const struct stat& now);
+
 // A folder's mode, owner, times and extended attributes, as they are when it is made: what is then taken out
-// of the folder changes its times. Blocks on the disk.
+// of the folder changes its times. Folders are descriptors, of which O_PATH is enough. Blocks on the disk.
 class FolderMetadata {
 public:
-    explicit FolderMetadata(const std::string& folder);
+    FolderMetadata(int folder, const SavedOwner& owner);
 
-    // Lets its owner take out what is in the folder itself, whatever mode was saved. When that is not
-    // possible, taking out fails and says so.
-    void openStaged() const;
-    // An owner that only root may give stays as it is. Empty, or why it failed.
-    [[nodiscard]] std::string applyTo(const std::string& folder) const;
+    enum class Use { BeingFilled, Final }; // while it is filled its owner may do everything
+    // What was not saved is taken off. An owner that only root may give stays as it is. Empty, or why it
+    // failed.
+    [[nodiscard]] std::string applyTo(int folder, Use use) const;
 
 private:
-    const std::string folder_;
+    [[nodiscard]] std::string replaceAttributes(const std::string& path) const;
+
+    SavedOwner owner_;
     struct stat status_ {};
-    bool isThere_ = false;
+    std::map<std::string, std::vector<char>> attributes_;
+    std::string failure_; // to read it
 };
+
+// Frees the blocks of a staged file that hold nothing but zeros; its mode, times and capabilities stay. The
+// folder is one that nobody else can reach. Empty, or why it failed.
+[[nodiscard]] std::string digHoles(int folder, const std::string& name);
 
 } // namespace kelvane

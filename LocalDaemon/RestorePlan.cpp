@@ -2,6 +2,8 @@
 
 #include "LocalDaemon/Restic.h"
 
+#include <algorithm>
+
 namespace kelvane {
 namespace {
 
@@ -9,40 +11,100 @@ namespace {
 constexpr std::size_t mostPatterns = 500;          // of one call
 constexpr std::size_t mostArgumentBytes = 100'000; // a single argument may have 128 KiB, all of them 2 MiB
 
-// A snapshot that holds a folder holds all of its contents that the index counts to it, and no newer one can
-// hold anything below the folder: what is still missing then is older.
-void addOlder(SnapshotPaths& plan, const BackupIndex& index, const BackupIndex::Item& folder) {
-    for (const BackupIndex::Item& child : index.children(folder)) {
-        if (child.snapshot != folder.snapshot && child.snapshot != 0)
-            plan[child.snapshot].push_back(index.pathOf(child));
-        addOlder(plan, index, child);
+// The newest snapshot of everything that the folder can be compared with: what it holds and that one does
+// not was deleted before. 0: there is none.
+std::uint32_t baselineOf(const BackupIndex& index, const BackupIndex::Item& folder) {
+    const auto& snapshots = index.snapshots();
+    for (auto at = snapshots.upper_bound(folder.snapshot); at != snapshots.begin();)
+        if (!(--at)->second.isPartial)
+            return at->first;
+    return 0;
+}
+
+// A snapshot that holds a folder holds all of its contents that the index counts to it.
+void addOlder(RestorePlan& plan, const BackupIndex& index, const BackupIndex::Item& folder) {
+    for (const BackupIndex::Item* const child : lastContents(index, folder)) {
+        if (child->snapshot != folder.snapshot && child->snapshot != 0)
+            plan[child->snapshot].whole.push_back(index.pathOf(*child));
+        addOlder(plan, index, *child);
     }
 }
+
+class Calls {
+public:
+    void add(const std::vector<std::string>& patterns) {
+        std::size_t more = 0;
+        for (const std::string& pattern : patterns)
+            more += pattern.size();
+        if (all_.empty() || bytes_ + more > mostArgumentBytes || all_.back().size() >= 2 * mostPatterns)
+            begin();
+        for (const std::string& pattern : patterns)
+            all_.back().insert(all_.back().end(), {"--include", pattern});
+        bytes_ += more;
+    }
+    void begin() {
+        all_.emplace_back();
+        bytes_ = 0;
+    }
+    std::vector<std::vector<std::string>> take() { return std::move(all_); }
+
+private:
+    std::vector<std::vector<std::string>> all_;
+    std::size_t bytes_ = 0;
+};
 
 } // namespace
 
-void addToPlan(SnapshotPaths& plan, const BackupIndex& index, const BackupIndex::Item& item) {
-    SnapshotPaths added;
-    if (item.snapshot != 0)
-        added[item.snapshot].push_back(index.pathOf(item));
-    addOlder(added, index, item);
-    for (const auto& [snapshot, paths] : added)
-        plan[snapshot].insert(plan[snapshot].end(), paths.begin(), paths.end());
+std::vector<const BackupIndex::Item*> lastContents(const BackupIndex& index,
+                                                   const BackupIndex::Item& folder) {
+    const std::uint32_t baseline = baselineOf(index, folder);
+    std::vector<const BackupIndex::Item*> contents;
+    for (const BackupIndex::Item& child : index.children(folder))
+        if (child.snapshot >= baseline || child.snapshot == 0)
+            contents.push_back(&child);
+    return contents;
 }
 
-std::vector<std::vector<std::string>> includeArguments(const std::vector<std::string>& paths) {
-    std::vector<std::vector<std::string>> calls;
-    std::size_t bytes = 0;
-    for (const std::string& path : paths) {
-        const std::string pattern = escapedForPattern(path);
-        bytes += pattern.size();
-        if (calls.empty() || bytes > mostArgumentBytes || calls.back().size() >= 2 * mostPatterns) {
-            calls.emplace_back();
-            bytes = pattern.size();
-        }
-        calls.back().insert(calls.back().end(), {"--include", pattern});
+FileTotals lastTotals(const BackupIndex& index, const BackupIndex::Item& item) {
+    FileTotals totals;
+    if (item.kind == ItemKind::File)
+        totals = {1, item.size};
+    for (const BackupIndex::Item* const child : lastContents(index, item)) {
+        const FileTotals more = lastTotals(index, *child);
+        totals.count += more.count;
+        totals.bytes += more.bytes;
     }
-    return calls;
+    return totals;
+}
+
+void addToPlan(RestorePlan& plan, const BackupIndex& index, const RestorePiece& piece) {
+    RestorePlan added;
+    if (piece.item->snapshot != 0) {
+        SnapshotPaths& paths = added[piece.item->snapshot];
+        (piece.isFolderAlone ? paths.foldersAlone : paths.whole).push_back(index.pathOf(*piece.item));
+    }
+    if (!piece.isFolderAlone)
+        addOlder(added, index, *piece.item);
+    for (const auto& [number, paths] : added) {
+        std::ranges::copy(paths.whole, std::back_inserter(plan[number].whole));
+        std::ranges::copy(paths.foldersAlone, std::back_inserter(plan[number].foldersAlone));
+    }
+}
+
+std::vector<std::vector<std::string>> includeArguments(const SnapshotPaths& paths) {
+    Calls calls;
+    // A folder inside another one is taken back in by the patterns that come after that one's.
+    std::vector<std::string> folders = paths.foldersAlone;
+    std::ranges::sort(folders);
+    for (const std::string& path : folders) {
+        const std::string pattern = escapedForPattern(path);
+        calls.add({pattern, '!' + pattern + "/*"});
+    }
+    if (!folders.empty() && !paths.whole.empty())
+        calls.begin();
+    for (const std::string& path : paths.whole)
+        calls.add({escapedForPattern(path)});
+    return calls.take();
 }
 
 } // namespace kelvane

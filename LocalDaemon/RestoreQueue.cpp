@@ -4,7 +4,6 @@
 #include "Foundation/Format.h"
 #include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/RestoreRun.h"
-#include "LocalDaemon/RestoreStaging.h"
 #include "Support/Logging.h"
 
 #include <algorithm>
@@ -39,7 +38,7 @@ bool overlaps(const std::vector<RestoreJob>& jobs, const RestoreJob& job) {
 // Where it is not known yet, it counts as one.
 std::uint64_t filesOf(const RestoreJob& job, const BackupIndex* index) {
     const BackupIndex::Item* const item = index ? index->find(job.source) : nullptr;
-    return item ? std::max<std::uint64_t>(index->totalsOf(*item).count, 1) : 1;
+    return item ? std::max<std::uint64_t>(lastTotals(*index, *item).count, 1) : 1;
 }
 
 std::string onOneLine(const std::string& text) {
@@ -84,6 +83,7 @@ RestoreQueue::~RestoreQueue() {
 }
 
 void RestoreQueue::start() {
+    raiseDescriptorLimit();
     RestoreJournal::Contents contents = journal_.open();
     const std::scoped_lock guard(mutex_);
     nextId_ = contents.nextId;
@@ -117,17 +117,16 @@ void RestoreQueue::wake() {
 }
 
 std::uint32_t RestoreQueue::add(RestoreJob job) {
+    job.target = targetWithoutLinks(job.target);
     bool isRoom = false;
     {
         const std::scoped_lock guard(mutex_);
         isRoom = waiting_.size() < mostWaiting;
         job.id = nextId_++;
     }
-    if (!isRoom || !journal_.add(job)) {
-        KelvaneSystemLog("%@ cannot be restored: there are too many jobs, or they cannot be written down.",
-                         job.source);
-        return 0;
-    }
+    const std::string failure = isRoom ? journal_.add(job) : "there are too many restore jobs";
+    if (!failure.empty())
+        return refuse(job.source + " cannot be restored: " + failure);
     const std::scoped_lock guard(mutex_);
     const auto place = std::ranges::find_if(
         waiting_, [&](const Waiting& each) { return !each.isRunning && goesBefore(job, each.job); });
@@ -138,22 +137,40 @@ std::uint32_t RestoreQueue::add(RestoreJob job) {
     return job.id;
 }
 
+std::uint32_t RestoreQueue::refuse(const std::string& reason) {
+    KelvaneSystemLog("Restore refused: %@", reason);
+    options_.onRefusal(reason);
+    const std::scoped_lock guard(mutex_);
+    refusal_ = onOneLine(reason);
+    return 0;
+}
+
 void RestoreQueue::cancelAll() {
-    std::vector<std::uint32_t> cancelled;
-    {
-        const std::scoped_lock guard(mutex_);
-        if (waiting_.empty())
-            return;
-        if (running_)
-            running_->set();
-        while (!waiting_.empty()) {
-            cancelled.push_back(waiting_.front().job.id);
-            end(cancelled.back(), {restorestatus::cancelled, {}});
+    std::unique_lock lock(mutex_);
+    if (running_)
+        running_->set();
+    endAll(lock, restorestatus::cancelled, {});
+}
+
+void RestoreQueue::endAll(std::unique_lock<std::mutex>& lock, std::uint32_t status,
+                          const std::string& reason) {
+    std::vector<std::pair<std::uint32_t, RestoreJournal::Ended>> all;
+    while (!waiting_.empty()) {
+        const RestoreJob job = waiting_.front().job;
+        all.push_back({job.id, {status, {}}});
+        if (!reason.empty()) {
+            failures_.push_back({job.source, reason});
+            all.back().second.failures = {onOneLine(job.source + ": " + reason)};
         }
-        reportEnd();
+        end(job.id, all.back().second);
     }
-    for (const std::uint32_t id : cancelled)
-        journal_.end(id, {restorestatus::cancelled, {}});
+    if (!all.empty())
+        reportEnd();
+    changed_.notify_all();
+    lock.unlock();
+    for (const auto& [id, ended] : all)
+        journal_.end(id, ended);
+    lock.lock();
 }
 
 std::uint32_t RestoreQueue::currentJob() const {
@@ -172,7 +189,7 @@ std::uint32_t RestoreQueue::status(std::uint32_t id) const {
 
 std::string RestoreQueue::failures(std::uint32_t id) const {
     const std::scoped_lock guard(mutex_);
-    std::string text;
+    std::string text = id == 0 && !refusal_.empty() ? refusal_ + '\n' : "";
     if (const auto ended = ended_.find(id); ended != ended_.end())
         for (const std::string& failure : ended->second.failures)
             text += failure + '\n';
@@ -200,13 +217,43 @@ void RestoreQueue::work() {
 
 bool RestoreQueue::waitForWork(std::unique_lock<std::mutex>& lock,
                                std::shared_ptr<const BackupIndex>& index) {
-    changed_.wait(lock, [&] {
-        if (stopping_.isSet())
-            return true;
+    const auto isOver = [&] {
         index = waiting_.empty() ? nullptr : options_.index();
-        return index != nullptr;
-    });
+        return stopping_.isSet() || index != nullptr;
+    };
+    std::size_t turns = 0;
+    std::size_t troubles = 0;
+    while (!isOver()) {
+        if (waiting_.empty() || options_.waits.empty()) {
+            turns = troubles = 0;
+            changed_.wait(lock);
+            continue;
+        }
+        const auto pause = options_.waits[std::min(turns++, options_.waits.size() - 1)];
+        if (changed_.wait_for(lock, pause, isOver) || waiting_.empty())
+            continue;
+        lock.unlock();
+        const std::string trouble = troubleWithBackup();
+        options_.onWait(trouble);
+        lock.lock();
+        if (!trouble.empty() && !stopping_.isSet() && ++troubles == options_.waits.size())
+            endAll(lock, restorestatus::incomplete, trouble);
+    }
+    if (turns > 0)
+        options_.onWait({});
     return !stopping_.isSet();
+}
+
+// Whoever lists what is in the backup may be at it, or wait for the repository.
+std::string RestoreQueue::troubleWithBackup() const {
+    Restic::Call call;
+    call.arguments = {"cat", "config", "--no-lock"};
+    const ResticOutcome outcome = options_.restic->run(call, stopping_);
+    if (outcome.succeeded() || stopping_.isSet())
+        return {};
+    const std::string reason = restoreFailureFor(outcome);
+    KelvaneSystemLog("Restoring waits until it is known what is in the backup: %@", reason);
+    return reason;
 }
 
 std::vector<RestoreJob> RestoreQueue::takeBatch(const BackupIndex& index) {
@@ -215,7 +262,7 @@ std::vector<RestoreJob> RestoreQueue::takeBatch(const BackupIndex& index) {
     for (Waiting& each : waiting_) {
         const BackupIndex::Item* const item = index.find(each.job.source);
         each.files = filesOf(each.job, &index);
-        bytes += item ? index.totalsOf(*item).bytes : 0;
+        bytes += item ? lastTotals(index, *item).bytes : 0;
         if (!jobs.empty() &&
             (jobs.size() == mostInBatch || bytes > mostBytesInBatch || overlaps(jobs, each.job)))
             break;
@@ -232,8 +279,8 @@ void RestoreQueue::runBatch(const std::vector<RestoreJob>& jobs,
         arrival_ = arrival;
         report();
     };
-    RestoreRun run(
-        {options_.restic, index, journal_, *running_, onArrival, options_.waits, options_.refusal});
+    RestoreRun run({options_.restic, index, journal_, *running_, onArrival, options_.waits, options_.refusal,
+                    options_.onWait, options_.freeSpace});
     const std::vector<RestoreRun::Failures> failures = run.run(jobs);
     std::vector<RestoreJournal::Ended> ended;
     for (std::size_t number = 0; number < jobs.size() && !running_->isSet(); ++number) {

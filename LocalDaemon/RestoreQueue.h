@@ -4,6 +4,7 @@
 #include "LocalDaemon/RestoreArrival.h"
 #include "LocalDaemon/RestoreJob.h"
 #include "LocalDaemon/RestoreJournal.h"
+#include "LocalDaemon/RestoreStaging.h"
 
 #include <condition_variable>
 #include <cstdint>
@@ -29,16 +30,22 @@ public:
         std::string journalPath;
         std::shared_ptr<const Restic> restic;
         // Null as long as it is not known what is in the backup: until then jobs wait, and `wake` says that
-        // it is. Any thread; the queue's mutex may be held.
+        // it is. Any thread; the queue's mutex may be held. While the repository cannot be reached they wait
+        // as long as `waits` takes.
         std::function<std::shared_ptr<const BackupIndex>()> index;
         // Called with the queue's mutex held, so they take note and return. All jobs that were there have
         // ended when the progress has no job; then `onEnd` tells what failed of them.
         std::function<void(const RestoreProgress&)> onProgress;
         std::function<void(const std::vector<RestoreFailure>&)> onEnd;
+        // Why jobs have to wait; empty when they go on. And why one was refused. On any thread.
+        std::function<void(const std::string& reason)> onWait = [](const std::string&) {};
+        std::function<void(const std::string& reason)> onRefusal = [](const std::string&) {};
         // Why nothing may be put there; empty when it may. On the queue's thread.
         std::function<std::string(const std::string& target)> refusal = [](const std::string&) {
             return std::string();
         };
+        // Bytes that a folder's disk still takes.
+        std::function<std::uint64_t(const std::string& folder)> freeSpace = freeSpaceAt;
         // Before each further try to reach the repository; ten minutes in all.
         std::vector<std::chrono::milliseconds> waits = usualWaits();
     };
@@ -56,14 +63,18 @@ public:
     void stop();
     void wake();
 
-    // The job's number; 0, which is logged, when it cannot be written down or there are too many.
+    // The job's number; 0, which is refused, when it cannot be written down or there are too many. Links on
+    // the way to its target are followed now and never again.
     [[nodiscard]] std::uint32_t add(RestoreJob job);
+    // Says why a job is not taken; 0, as which it is known then.
+    std::uint32_t refuse(const std::string& reason);
     // The running one too. Whole files stay.
     void cancelAll();
 
     [[nodiscard]] std::uint32_t currentJob() const;             // 0: none
     [[nodiscard]] std::uint32_t status(std::uint32_t id) const; // of restorestatus
-    // What an ended job could not restore: a line for each file, without control characters.
+    // What an ended job could not restore: a line for each file, without control characters. Of 0: why the
+    // last one was refused.
     [[nodiscard]] std::string failures(std::uint32_t id) const;
 
 private:
@@ -77,6 +88,10 @@ private:
     void removeLeft(const std::set<std::string>& stagingFolders);
     [[nodiscard]] bool waitForWork(std::unique_lock<std::mutex>& lock,
                                    std::shared_ptr<const BackupIndex>& index);
+    // Why it is not known what is in the backup; empty: nothing is in the way of finding it out.
+    [[nodiscard]] std::string troubleWithBackup() const;
+    // Each for the same reason, which may be empty.
+    void endAll(std::unique_lock<std::mutex>& lock, std::uint32_t status, const std::string& reason);
     [[nodiscard]] std::vector<RestoreJob> takeBatch(const BackupIndex& index);
     void runBatch(const std::vector<RestoreJob>& jobs, const std::shared_ptr<const BackupIndex>& index);
     // With the mutex held, so they log and write nothing: that may take long.
@@ -94,6 +109,7 @@ private:
     std::uint32_t nextId_ = 1;
     std::deque<Waiting> waiting_; // in the order in which they will be done, the running ones first
     std::map<std::uint32_t, RestoreJournal::Ended> ended_;
+    std::string refusal_;                  // the last one
     std::size_t endedBytes_ = 0;           // of the failures in there
     std::vector<RestoreFailure> failures_; // since something began
     std::shared_ptr<StopSignal> running_;  // null: nothing is

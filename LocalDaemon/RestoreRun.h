@@ -6,6 +6,7 @@
 #include "LocalDaemon/RestoreJob.h"
 #include "LocalDaemon/RestoreJournal.h"
 #include "LocalDaemon/RestorePlan.h"
+#include "LocalDaemon/RestorePortions.h"
 
 #include <functional>
 #include <map>
@@ -15,8 +16,8 @@
 
 namespace kelvane {
 
-// Does some jobs together: has restic bring what they want into staging folders, and delivers it from there.
-// Belongs to one thread, which it blocks.
+// Does some jobs together: has restic bring what they want into staging folders, and delivers it from there,
+// in portions where all of it does not fit. Belongs to one thread, which it blocks.
 //
 // While the repository cannot be reached, restic is called again, and locks of the dead are taken away; what
 // is missing after the last wait has failed. Somebody who is at work in the repository is waited for however
@@ -34,6 +35,9 @@ public:
         std::vector<std::chrono::milliseconds> waits;
         // Why nothing may be put there; empty when it may.
         std::function<std::string(const std::string& target)> refusal;
+        // Why nothing comes for now; empty when it goes on.
+        std::function<void(const std::string& reason)> onWait;
+        std::function<std::uint64_t(const std::string& folder)> freeSpace; // bytes
     };
     explicit RestoreRun(Tools tools) : tools_(std::move(tools)) {}
 
@@ -42,35 +46,40 @@ public:
     [[nodiscard]] std::vector<Failures> run(const std::vector<RestoreJob>& jobs);
 
 private:
-    struct Piece {
-        std::size_t job;
-        const BackupIndex::Item* item;
-        std::string target;
-    };
-    using Pieces = std::vector<Piece>;
-
     void addJob(std::size_t number, const RestoreJob& job);
-    void addPiece(const Piece& piece);
-    void runGroup(const std::string& folder, const Pieces& pieces, const std::string& stagingName);
-    void fetchAndDeliver(const std::string& staging, const Pieces& pieces);
+    void addPiece(const RestorePiece& piece);
+    void runGroup(const std::string& folder, const RestorePieces& pieces);
+    void runPortions(const std::string& folder, RestorePortions parts);
+    void runPortionWithoutRoom(const std::string& folder, const RestorePortion& portion);
+    void fetchAndDeliver(const std::string& folder, const RestorePieces& pieces);
+    // A file that is larger than what is free may have holes: it is written without what they hold.
+    void streamAndDeliver(const std::string& folder, const RestorePiece& piece);
+    template <class Work>
+    void inStaging(const std::string& folder, const RestorePieces& pieces, Work work);
     // After the locks of the dead have been taken away.
     [[nodiscard]] bool isSomebodyAtWork() const;
-    void deliver(const RestoreDelivery::Staged& staged, const Pieces& pieces);
+    void deliver(const StagingFolder& staging, const FileErrors& errors, const RestorePieces& pieces);
+    void finishMadeFolders();
     struct Fetching {
         std::string failure;    // empty: what could come has come
         bool isPassing = false; // it may go better in a while
         bool isLocked = false;  // by somebody who may be dead
     };
-    [[nodiscard]] Fetching fetch(const SnapshotPaths& plan, RestoreDelivery::Staged& staged) const;
+    [[nodiscard]] Fetching fetchWithWaits(const RestorePlan& plan, const StagingFolder& staging,
+                                          FileErrors& errors) const;
+    [[nodiscard]] Fetching fetch(const RestorePlan& plan, const StagingFolder& staging,
+                                 FileErrors& errors) const;
     [[nodiscard]] Fetching callRestic(std::vector<std::string> arguments, const std::string& staging,
                                       std::string& errors) const;
-    void fail(const Pieces& pieces, const std::string& reason);
+    void fail(const RestorePieces& pieces, const std::string& reason);
     void countArrival(const Arrival& arrival) const;
 
     const Tools tools_;
-    std::map<std::string, Pieces> groups_; // by the folder that their staging folder stands in
+    std::string stagingName_;
+    std::map<std::string, RestorePieces> groups_; // by the folder that their staging folder stands in
     std::vector<Failures> failures_;
-    std::uint64_t filesBefore_ = 0; // of groups that are done with
+    std::vector<RestoreDelivery::MadeFolder> made_;
+    std::uint64_t filesBefore_ = 0; // of portions that are done with
 };
 
 } // namespace kelvane

@@ -3,47 +3,71 @@
 #include "LocalDaemon/CleanPath.h"
 #include "Support/Logging.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <dirent.h>
 #include <fcntl.h>
-#include <filesystem>
 #include <limits>
 #include <memory>
-#include <optional>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/xattr.h>
 #include <system_error>
 #include <unistd.h>
 
 namespace kelvane {
 namespace {
 
-std::optional<struct stat> lookAt(const std::string& path, bool followsLink) {
-    struct stat status {};
-    const int result = followsLink ? ::stat(path.c_str(), &status) : ::lstat(path.c_str(), &status);
-    return result == 0 ? std::optional(status) : std::nullopt;
+constexpr mode_t ownersFolder = 0700;
+constexpr int folderFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+std::string reasonText() {
+    return std::generic_category().message(errno);
 }
 
-bool isWritable(const std::string& folder) {
-    return ::access(folder.c_str(), W_OK | X_OK) == 0;
+bool isWritable(const FileDescriptor& folder) {
+    return ::faccessat(folder.get(), ".", W_OK | X_OK, AT_EACCESS) == 0;
+}
+
+// From `folder` down; the path has no separator at its front.
+FileDescriptor descend(FileDescriptor folder, std::string_view path) {
+    while (folder && !path.empty()) {
+        const std::string_view name = path.substr(0, path.find('/'));
+        path.remove_prefix(std::min(name.size() + 1, path.size()));
+        folder = openFolderIn(folder.get(), std::string(name));
+    }
+    return folder;
 }
 
 bool removeItem(int around, const char* name, const StopSignal* stop);
 
 // False with errno: something is left.
-bool removeContents(DIR* folder, const StopSignal* stop) {
+bool removeContents(int folder, const StopSignal* stop) {
+    const int descriptor = ::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const std::unique_ptr<DIR, int (*)(DIR*)> listing(descriptor < 0 ? nullptr : ::fdopendir(descriptor),
+                                                      ::closedir);
+    if (!listing)
+        return false;
     int error = 0;
-    while (const dirent* const entry = ::readdir(folder)) {
+    while (const dirent* const entry = ::readdir(listing.get())) {
         const std::string_view name = entry->d_name;
-        if (name != "." && name != ".." && !removeItem(::dirfd(folder), entry->d_name, stop))
+        if (name != "." && name != ".." && !removeItem(folder, entry->d_name, stop))
             error = errno;
     }
     errno = error;
     return error == 0;
 }
 
-// By descriptors, so that nobody can put a link in the way. A folder that forbids it has its owner's
-// permission back, since it is about to go.
+// A folder that forbids it has its owner's permission back, since it is about to go.
+bool removeFolder(int around, const char* name, const FileDescriptor& folder, const StopSignal* stop) {
+    if (!folder)
+        return false;
+    static_cast<void>(::chmod(pathOfDescriptor(folder.get()).c_str(), ownersFolder)); // or no need
+    return removeContents(folder.get(), stop) && ::unlinkat(around, name, AT_REMOVEDIR) == 0;
+}
+
 bool removeItem(int around, const char* name, const StopSignal* stop) {
     if (stop && stop->isSet()) {
         errno = EINTR;
@@ -51,50 +75,116 @@ bool removeItem(int around, const char* name, const StopSignal* stop) {
     }
     if (::unlinkat(around, name, 0) == 0 || errno == ENOENT)
         return true;
-    if (errno != EISDIR)
-        return false;
-    [[maybe_unused]] const int given = ::fchmodat(around, name, S_IRWXU, AT_SYMLINK_NOFOLLOW); // or no need
-    const int descriptor = ::openat(around, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    const std::unique_ptr<DIR, int (*)(DIR*)> folder(descriptor < 0 ? nullptr : ::fdopendir(descriptor),
-                                                     ::closedir);
-    return folder && removeContents(folder.get(), stop) && ::unlinkat(around, name, AT_REMOVEDIR) == 0;
+    return errno == EISDIR && removeFolder(around, name, openFolderIn(around, name), stop);
+}
+
+// Whether it is a staging folder that this user has made, and not what only has its name.
+bool isOurStaging(const FileDescriptor& folder, std::string_view name) {
+    struct stat status {};
+    const std::string_view number = name.substr(std::min(stagingPrefix.size(), name.size()));
+    return name.starts_with(stagingPrefix) && !number.empty() &&
+           number.find_first_not_of("0123456789") == std::string_view::npos && folder &&
+           ::fstat(folder.get(), &status) == 0 && status.st_uid == ::geteuid();
 }
 
 } // namespace
 
+FileDescriptor openFolder(const std::string& absolutePath) {
+    return descend(FileDescriptor(::open("/", folderFlags)), std::string_view(absolutePath).substr(1));
+}
+
+FileDescriptor openFolderIn(int folder, const std::string& name) {
+    return FileDescriptor(::openat(folder, name.c_str(), folderFlags));
+}
+
+std::string pathOfDescriptor(int descriptor) {
+    return "/proc/self/fd/" + std::to_string(descriptor);
+}
+
+std::string targetWithoutLinks(const std::string& target) {
+    for (std::string around(folderOf(target)); target.size() > 1; around = folderOf(around)) {
+        const std::unique_ptr<char, void (*)(void*)> resolved(::realpath(around.c_str(), nullptr), ::free);
+        if (resolved)
+            return withSeparator(resolved.get()) + target.substr(withSeparator(around).size());
+        if (around == "/")
+            break;
+    }
+    return target;
+}
+
 StagingPlace stagingPlaceFor(const std::string& target, bool isFolder) {
-    const auto there = lookAt(target, false);
-    if (isFolder && there && S_ISDIR(there->st_mode)) {
-        if (isWritable(target))
-            return {StagingPlace::Kind::Ready, target, {}};
-        return {StagingPlace::Kind::Contents, {}, {}};
-    }
+    if (isFolder)
+        if (const FileDescriptor there = openFolder(target)) {
+            if (isWritable(there))
+                return {StagingPlace::Kind::Ready, target, {}};
+            return {StagingPlace::Kind::Contents, {}, {}};
+        }
     std::string around(folderOf(target));
-    auto status = lookAt(around, true);
-    while (!status && errno == ENOENT && around != "/") {
+    FileDescriptor folder = openFolder(around);
+    while (!folder && errno == ENOENT && around != "/") {
         around = folderOf(around);
-        status = lookAt(around, true);
+        folder = openFolder(around);
     }
-    if (!status)
-        return {StagingPlace::Kind::Nowhere, {}, around + ": " + std::generic_category().message(errno)};
-    if (!S_ISDIR(status->st_mode))
-        return {StagingPlace::Kind::Nowhere, {}, around + " is no folder"};
-    if (!isWritable(around))
+    if (!folder && errno == ENOTDIR)
+        return {StagingPlace::Kind::Nowhere, {}, around + " is no folder, or is reached through a link"};
+    if (!folder)
+        return {StagingPlace::Kind::Nowhere, {}, around + ": " + reasonText()};
+    if (!isWritable(folder))
         return {StagingPlace::Kind::Nowhere, {}, "nothing can be written in " + around};
     return {StagingPlace::Kind::Ready, around, {}};
 }
 
-bool removeStaging(const std::string& folder, const StopSignal* stop) {
-    std::error_code error;
-    if (!std::filesystem::is_directory(folderOf(folder), error)) {
-        KelvaneSystemLog("What is left of a restore cannot be reached: %@", folder);
+StagingFolder::StagingFolder(const std::string& around, const std::string& name) {
+    const FileDescriptor place = openFolder(around);
+    const std::string path = withSeparator(around) + name;
+    if (place && ::mkdirat(place.get(), name.c_str(), ownersFolder) != 0 && errno == EEXIST &&
+        removeStaging(path))
+        errno = ::mkdirat(place.get(), name.c_str(), ownersFolder) == 0 ? 0 : errno;
+    if (place)
+        folder_ = openFolderIn(place.get(), name);
+    if (!isOurStaging(folder_, name) || !clear()) {
+        failure_ = path + " cannot be made: " + reasonText();
+        folder_.reset();
+        return;
+    }
+    const std::string self = pathOfDescriptor(folder_.get());
+    for (const char* inherited : {"system.posix_acl_default", "system.posix_acl_access"})
+        static_cast<void>(::removexattr(self.c_str(), inherited)); // or there is none
+    if (::chmod(self.c_str(), ownersFolder) != 0)
+        failure_ = path + " cannot be made: " + reasonText();
+}
+
+std::string StagingFolder::path() const {
+    return "/proc/" + std::to_string(::getpid()) + "/fd/" + std::to_string(folder_.get());
+}
+
+FileDescriptor StagingFolder::open(const std::string& relativePath) const {
+    return descend(FileDescriptor(::fcntl(folder_.get(), F_DUPFD_CLOEXEC, 0)), relativePath);
+}
+
+bool StagingFolder::clear() const {
+    return removeContents(folder_.get(), nullptr);
+}
+
+bool removeStaging(const std::string& path, const StopSignal* stop) {
+    const std::string name = path.substr(path.rfind('/') + 1);
+    const FileDescriptor around =
+        path.starts_with('/') ? openFolder(std::string(folderOf(path))) : FileDescriptor();
+    if (!around && path.starts_with('/')) {
+        KelvaneSystemLog("What is left of a restore cannot be reached: %@: %@", path, reasonText());
         return false;
     }
-    if (removeItem(AT_FDCWD, folder.c_str(), stop))
+    const FileDescriptor folder = openFolderIn(around.get(), name);
+    if (!folder && errno == ENOENT)
+        return true;
+    if (!isOurStaging(folder, name)) {
+        KelvaneSystemLog("Not removed: %@ is no staging folder of this user.", path);
+        return true;
+    }
+    if (removeFolder(around.get(), name.c_str(), folder, stop))
         return true;
     if (!stop || !stop->isSet())
-        KelvaneSystemLog("What is left of a restore cannot be removed: %@: %@", folder,
-                         std::generic_category().message(errno));
+        KelvaneSystemLog("What is left of a restore cannot be removed: %@: %@", path, reasonText());
     return false;
 }
 
@@ -103,6 +193,14 @@ std::uint64_t freeSpaceAt(const std::string& folder) {
     if (::statvfs(folder.c_str(), &status) != 0)
         return std::numeric_limits<std::uint64_t>::max(); // who knows: the disk will say
     return std::uint64_t{status.f_bavail} * status.f_frsize;
+}
+
+void raiseDescriptorLimit() {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0)
+        return;
+    limit.rlim_cur = limit.rlim_max;
+    static_cast<void>(::setrlimit(RLIMIT_NOFILE, &limit)); // then fewer do
 }
 
 } // namespace kelvane

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "Platform/ChildProgram.h"
+#include "Platform/FileDescriptor.h"
 
 #include <cstdint>
-#include <map>
 #include <string>
 #include <string_view>
 
@@ -12,6 +12,17 @@ namespace kelvane {
 // Where files of a restore come in before they take their places: a folder beside those places, so that a
 // rename is all that is left to do. Nothing in a folder of this name is ever backed up.
 inline constexpr std::string_view stagingPrefix = ".kelvane-restore-";
+
+// A descriptor for a folder, without the right to list it. No symbolic link is followed in any component, so
+// that nobody can lead a restore elsewhere; a path may be longer than the system takes at once. None, with
+// errno, when it cannot be reached: ENOTDIR also for a link.
+[[nodiscard]] FileDescriptor openFolder(const std::string& absolutePath);
+[[nodiscard]] FileDescriptor openFolderIn(int folder, const std::string& name);
+// A path that leads to what is open, whatever has been put in its place meanwhile.
+[[nodiscard]] std::string pathOfDescriptor(int descriptor);
+
+// A target as it is ordered, without the links on the way to it, which are followed only then.
+[[nodiscard]] std::string targetWithoutLinks(const std::string& target);
 
 struct StagingPlace {
     enum class Kind {
@@ -26,12 +37,35 @@ struct StagingPlace {
 // For an absolute path that something is to be restored to.
 [[nodiscard]] StagingPlace stagingPlaceFor(const std::string& target, bool isFolder);
 
-// Removes a folder with all that is in it, also what nobody may write in. Follows no link. False, and the
-// first reason is logged, when something is left, or may be: the folder around it is not there, as on a disk
-// that is not mounted. Stopped, it leaves what it has not come to, and logs nothing.
-bool removeStaging(const std::string& folder, const StopSignal* stop = nullptr);
+// A staging folder that only this user can look into, without the access rules and attributes that a new
+// folder inherits. One of the same name that an earlier run of this user has left is removed first.
+class StagingFolder {
+public:
+    StagingFolder(const std::string& around, const std::string& name);
+
+    [[nodiscard]] const std::string& failure() const { return failure_; } // empty: it is there
+    [[nodiscard]] int descriptor() const { return folder_.get(); }
+    // For restic, which runs beside this process.
+    [[nodiscard]] std::string path() const;
+    [[nodiscard]] FileDescriptor open(const std::string& relativePath) const; // as openFolder does
+    // False with errno: something is left in it.
+    [[nodiscard]] bool clear() const;
+
+private:
+    FileDescriptor folder_;
+    std::string failure_;
+};
+
+// Removes a staging folder of this user with all that is in it, also what nobody may write in. Anything else
+// that has the path stays, which is logged, and counts as removed. False, and the first reason is logged,
+// when something is left, or may be: the folder around it is not there, as on a disk that is not mounted.
+// Stopped, it leaves what it has not come to, and logs nothing.
+bool removeStaging(const std::string& path, const StopSignal* stop = nullptr);
 
 // How many bytes a file system still takes from this user.
 [[nodiscard]] std::uint64_t freeSpaceAt(const std::string& folder);
+
+// Many folders are open at once in a deep tree.
+void raiseDescriptorLimit();
 
 } // namespace kelvane

@@ -1,5 +1,7 @@
 #include "LocalDaemon/RestoreTrouble.h"
 
+#include "LocalDaemon/CleanPath.h"
+
 #include <algorithm>
 
 namespace kelvane {
@@ -10,6 +12,9 @@ struct TroubleRow {
     const char* text;
     bool mayPass;
 };
+constexpr std::string_view errorMark = "ignoring error for ";
+constexpr std::string_view lastMark = "Fatal: ";
+
 constexpr TroubleRow rows[] = {
     {ResticTrouble::NoRepository, "the backup's repository is not there", true}, // a disk that is away
     {ResticTrouble::Unreachable, "the backup's repository cannot be reached", true},
@@ -25,6 +30,32 @@ const TroubleRow& rowOf(ResticTrouble trouble) {
     return row == std::end(rows) ? *std::rbegin(rows) : *row;
 }
 
+// The deepest folder of the backup that the path can be in.
+std::string knownFolderOf(const BackupIndex& index, std::string_view path) {
+    while (path.size() > 1 && (!path.starts_with('/') || !index.find(path)))
+        path = path.starts_with('/') ? folderOf(path) : "/";
+    return std::string(path.empty() ? "/" : path);
+}
+
+// "PATH: REASON". REASON ends with its line; what else restic has to say may come behind it.
+void takeError(FileErrors& errors, const BackupIndex& index, std::string_view entry) {
+    entry = entry.substr(0, entry.find_last_not_of('\n') + 1);
+    bool isKnown = false;
+    for (std::size_t colon = entry.find(": "); colon != std::string_view::npos;
+         colon = entry.find(": ", colon + 1)) {
+        const std::string_view path = entry.substr(0, colon);
+        if (!path.starts_with('/') || !index.find(path))
+            continue;
+        errors.items.emplace(path, entry.substr(colon + 2, entry.find('\n', colon) - colon - 2));
+        isKnown = true;
+    }
+    const std::size_t colon = entry.find(": ");
+    const std::string_view path = entry.substr(0, colon);
+    if (!isKnown)
+        errors.below.emplace(knownFolderOf(index, path),
+                             "restic met an error near it: " + std::string(entry));
+}
+
 } // namespace
 
 std::string restoreFailureFor(const ResticOutcome& outcome) {
@@ -37,13 +68,37 @@ bool mayPass(const ResticOutcome& outcome) {
     return outcome.errors.empty() || rowOf(outcome.trouble).mayPass;
 }
 
-bool mayPass(const ErrorsByPath& errors, const ErrorsByPath& before) {
-    const bool isOfTheWay = std::ranges::any_of(errors, [](const auto& error) {
+bool mayPass(const FileErrors& errors, const FileErrors& before) {
+    const auto isOfTheWay = [](const auto& error) {
         const ResticTrouble trouble = troubleSaidIn(error.second);
         return trouble == ResticTrouble::Unreachable || trouble == ResticTrouble::NoNetwork;
-    });
+    };
     const auto pathOf = [](const auto& error) -> const std::string& { return error.first; };
-    return isOfTheWay && !std::ranges::equal(errors, before, {}, pathOf, pathOf);
+    const bool isTheSame = std::ranges::equal(errors.items, before.items, {}, pathOf, pathOf) &&
+                           std::ranges::equal(errors.below, before.below, {}, pathOf, pathOf);
+    return !isTheSame &&
+           (std::ranges::any_of(errors.items, isOfTheWay) || std::ranges::any_of(errors.below, isOfTheWay));
+}
+
+const std::string* FileErrors::errorAt(std::string_view path) const {
+    if (const auto found = items.find(path); found != items.end())
+        return &found->second;
+    for (; !below.empty(); path = folderOf(path)) {
+        if (const auto found = below.find(path); found != below.end())
+            return &found->second;
+        if (path == "/")
+            break;
+    }
+    return nullptr;
+}
+
+FileErrors fileErrorsIn(const BackupIndex& index, std::string_view text) {
+    FileErrors errors;
+    for (std::size_t at = text.find(errorMark); at != std::string_view::npos; at = text.find(errorMark)) {
+        text.remove_prefix(at + errorMark.size());
+        takeError(errors, index, text.substr(0, std::min(text.find(errorMark), text.find(lastMark))));
+    }
+    return errors;
 }
 
 } // namespace kelvane

@@ -1,14 +1,30 @@
 #pragma once
 
+#include "LocalDaemon/BackupIndex.h"
 #include "LocalDaemon/Restic.h"
 
 #include <map>
 #include <string>
+#include <string_view>
 
 namespace kelvane {
 
 // What restic has said of single files, by their path in the snapshot.
-using ErrorsByPath = std::map<std::string, std::string, std::less<>>;
+struct FileErrors {
+    using ByPath = std::map<std::string, std::string, std::less<>>;
+
+    ByPath items;
+    // Where it cannot be told which file is meant: of anything at or below the path.
+    ByPath below;
+
+    [[nodiscard]] bool isEmpty() const { return items.empty() && below.empty(); }
+    // Null when nothing is known against the path.
+    [[nodiscard]] const std::string* errorAt(std::string_view path) const;
+};
+
+// From restic's standard error. Names may hold line ends and whatever else separates a path from its error:
+// each beginning of the text that is in the backup is taken for the path.
+[[nodiscard]] FileErrors fileErrorsIn(const BackupIndex& index, std::string_view text);
 
 // Why restic could not go on: what that means for a restore, and restic's own word.
 [[nodiscard]] std::string restoreFailureFor(const ResticOutcome& outcome);
@@ -16,6 +32,6 @@ using ErrorsByPath = std::map<std::string, std::string, std::less<>>;
 // Whether it may go better in a while. Where restic has done what it could except for single files, only when
 // the way to the place was at fault, and when it is not stuck with the very files of the try before.
 [[nodiscard]] bool mayPass(const ResticOutcome& outcome);
-[[nodiscard]] bool mayPass(const ErrorsByPath& errors, const ErrorsByPath& before);
+[[nodiscard]] bool mayPass(const FileErrors& errors, const FileErrors& before);
 
 } // namespace kelvane

@@ -112,7 +112,8 @@ void setSignals() {
 // What arrives in a pipe, line by line.
 class Lines {
 public:
-    Lines(FileDescriptor pipe, std::size_t longest) : pipe_(std::move(pipe)), longest_(longest) {
+    Lines(FileDescriptor pipe, std::size_t longest, bool isBinary = false)
+        : pipe_(std::move(pipe)), longest_(longest), isBinary_(isBinary) {
         ::fcntl(pipe_.get(), F_SETFL, ::fcntl(pipe_.get(), F_GETFL) | O_NONBLOCK);
     }
 
@@ -127,7 +128,11 @@ public:
         if (count < 0 && (errno == EINTR || errno == EAGAIN))
             return errno == EINTR;
         if (count > 0) {
-            split({bytes.data(), static_cast<std::size_t>(count)}, take);
+            const std::string_view read(bytes.data(), static_cast<std::size_t>(count));
+            if (isBinary_)
+                take(read);
+            else
+                split(read, take);
             return true;
         }
         if (!partial_.empty())
@@ -161,6 +166,7 @@ private:
 
     FileDescriptor pipe_;
     std::size_t longest_;
+    bool isBinary_;
     std::string partial_;
     bool isTooLong_ = false;
     bool hasLost_ = false;
@@ -213,7 +219,7 @@ private:
             return abandon(errno); // its end would not be noticed
         input_ = std::move(input->writeEnd);
         ::fcntl(input_.get(), F_SETFL, O_WRONLY | O_NONBLOCK);
-        output_.emplace(std::move(output->readEnd), program_.longestLine);
+        output_.emplace(std::move(output->readEnd), program_.longestLine, program_.hasBinaryOutput);
         errors_.emplace(std::move(errors->readEnd), longestErrorLine);
         return true;
     }

@@ -34,6 +34,8 @@ struct ChildProgram {
     // work.
     std::function<bool(std::string_view)> onLine = [](std::string_view) { return true; };
     std::function<void(std::string_view)> onErrorLine = [](std::string_view) {};
+    // Its output is handed over as it comes, and not line by line.
+    bool hasBinaryOutput = false;
     // Bytes; a longer line of its output is left out, which the outcome tells.
     std::size_t longestLine = std::size_t{1} << 20U;
     std::chrono::milliseconds patience = std::chrono::minutes(2); // it may take that long to get on

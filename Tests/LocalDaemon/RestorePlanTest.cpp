@@ -1,5 +1,6 @@
 #include "LocalDaemon/RestorePlan.h"
 #include "LocalDaemon/RestoreStaging.h"
+#include "LocalDaemon/RestoreStream.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -12,7 +13,6 @@ SnapshotItem item(const std::string& path, bool isFolder) {
     return {path, isFolder ? ItemKind::Folder : ItemKind::File, isFolder ? 0U : 1U};
 }
 
-// Three snapshots: "/a/old" and all of "/a/gone" are in the first alone, "/a/some" files in the second too.
 BackupIndex indexOf(const std::vector<std::vector<SnapshotItem>>& snapshots) {
     BackupIndex index;
     std::int64_t time = 0;
@@ -22,34 +22,34 @@ BackupIndex indexOf(const std::vector<std::vector<SnapshotItem>>& snapshots) {
     return index;
 }
 
-TEST(RestorePlan, AsksEachSnapshotForWhatNoNewerOneHolds) {
-    const BackupIndex index =
-        indexOf({{item("/a", true), item("/a/old", false), item("/a/gone", true), item("/a/gone/1", false),
-                  item("/a/gone/2", false), item("/a/new", false)},
-                 {item("/a", true), item("/a/gone", true), item("/a/gone/2", false), item("/a/new", false)},
-                 {item("/a", true), item("/a/new", false)}});
-    SnapshotPaths plan;
-    addToPlan(plan, index, *index.find("/a"));
-    EXPECT_EQ(plan, (SnapshotPaths{{1, {"/a/gone/1", "/a/old"}}, {2, {"/a/gone"}}, {3, {"/a"}}}));
-    plan.clear();
-    addToPlan(plan, index, *index.find("/a/gone/1"));
-    EXPECT_EQ(plan, (SnapshotPaths{{1, {"/a/gone/1"}}}));
+std::vector<std::string> wholePaths(const BackupIndex& index, const std::string& path,
+                                    std::uint32_t snapshot) {
+    RestorePlan plan;
+    addToPlan(plan, index, {0, index.find(path), path, false});
+    return plan[snapshot].whole;
+}
+
+// "/a/gone" was deleted before the second snapshot, the partial one holds a newer "/a/new" alone.
+TEST(RestorePlan, AFolderComesAsItLastWasAndWhatWasDeletedBeforeWhenItIsAskedFor) {
+    BackupIndex index = indexOf({{item("/a", true), item("/a/gone", true), item("/a/gone/1", false)},
+                                 {item("/a", true), item("/a/new", false), item("/a/old", false)}});
+    index = indexWith(index, "repository", {std::string(64, 'p'), 3, true},
+                      {item("/a", true), item("/a/new", false)});
+    EXPECT_EQ(wholePaths(index, "/a", 1), std::vector<std::string>{});
+    EXPECT_EQ(wholePaths(index, "/a", 2), std::vector<std::string>{"/a/old"});
+    EXPECT_EQ(wholePaths(index, "/a", 3), std::vector<std::string>{"/a"});
+    EXPECT_EQ(lastTotals(index, *index.find("/a")).count, 2U);
+    EXPECT_EQ(wholePaths(index, "/a/gone", 1), std::vector<std::string>{"/a/gone"});
 }
 
 TEST(RestorePlan, AsksForEachFileOnceAndInCallsThatTheSystemTakes) {
     std::vector<SnapshotItem> many{item("/a", true)};
     for (int number = 0; number < 2000; ++number)
         many.push_back(item("/a/" + std::string(200, 'x') + std::to_string(number), false));
-    const BackupIndex index = indexOf({many, {item("/a", true)}});
-    SnapshotPaths plan;
-    addToPlan(plan, index, *index.find("/a"));
-    EXPECT_EQ(plan[1].size(), 2000U) << "the rest of the folder is in the newer one";
-    EXPECT_EQ(plan[2], std::vector<std::string>{"/a"});
-
     std::vector<std::string> paths;
     for (const SnapshotItem& each : many)
         paths.push_back(each.path);
-    const auto calls = includeArguments(paths);
+    const auto calls = includeArguments({paths, {}});
     std::size_t patterns = 0;
     for (const auto& call : calls) {
         patterns += call.size() / 2;
@@ -59,8 +59,15 @@ TEST(RestorePlan, AsksForEachFileOnceAndInCallsThatTheSystemTakes) {
         EXPECT_LT(bytes, 128U << 10U);
     }
     EXPECT_EQ(patterns, paths.size());
-    EXPECT_EQ(includeArguments({"/a*", "/b"}),
+    EXPECT_EQ(includeArguments({{"/a*", "/b"}, {}}),
               (std::vector<std::vector<std::string>>{{"--include", "/a\\*", "--include", "/b"}}));
+    EXPECT_EQ(includeArguments({{}, {"/a/b", "/a"}}),
+              (std::vector<std::vector<std::string>>{
+                  {"--include", "/a", "--include", "!/a/*", "--include", "/a/b", "--include", "!/a/b/*"}}));
+}
+
+TEST(RestoreStream, ReadsNamesAsTreesHaveThem) {
+    EXPECT_EQ(nameInTree(R"(a\"\\\n\xff\u00a0\U0001f600\)"), "a\"\\\n\xff\u00a0\U0001f600\\");
 }
 
 TEST(RestoreStaging, StandsBesideThePlaceOrInTheFolderThatIsThere) {

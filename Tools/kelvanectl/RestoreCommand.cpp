@@ -65,9 +65,13 @@ std::vector<std::string> linesOf(const std::string& text) {
 
 void order(Session& session, std::vector<Job>& jobs) {
     for (Job& job : jobs)
-        if (const auto daemon = session.state().proxy()) // gone: that is complained about
+        if (const auto daemon = session.state().proxy()) { // gone: that is complained about
             job.number = daemon->call<"restoreFile:toPath:version:priority:">(job.path, job.target,
                                                                               latestVersion, usualPriority);
+            if (job.number == 0)
+                job.failures = linesOf(
+                    daemon->call<"stringValueForProfileKey:">(restorestatus::failuresKey(0)).stringValue());
+        }
 }
 
 void lookAt(Session& session, Job& job) {
@@ -103,11 +107,11 @@ ExitStatus complainOf(const std::vector<Job>& jobs) {
     for (const Job& job : jobs) {
         for (const std::string& failure : job.failures)
             status = complain(ExitStatus::Incomplete, printable(failure));
-        if (job.number == 0)
+        if (job.number == 0 && job.failures.empty())
             status =
                 complain(ExitStatus::Incomplete, printable(job.path) + ": the daemon refuses to restore it");
-        else if (restorestatus::hasEnded(job.status) && job.status != restorestatus::finished &&
-                 job.failures.empty())
+        else if (job.number != 0 && restorestatus::hasEnded(job.status) &&
+                 job.status != restorestatus::finished && job.failures.empty())
             status = complain(ExitStatus::Incomplete, printable(job.path) + ": " + wordFor(job));
     }
     return status;

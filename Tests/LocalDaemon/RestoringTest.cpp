@@ -1,0 +1,232 @@
+#include "Tests/LocalDaemon/RestoreQueueFixture.h"
+
+#include <sys/xattr.h>
+
+namespace kelvane::tests {
+namespace {
+
+class RestoringTest : public RestoreQueueTest {
+protected:
+    // Flips a byte in the middle of each pack that holds contents of files.
+    void damagePacks() const {
+        for (const auto& entry : fs::recursive_directory_iterator(folder_ / "repository/data"))
+            if (entry.is_regular_file() && entry.file_size() > 100'000) {
+                fs::permissions(entry, fs::perms::owner_write, fs::perm_options::add);
+                std::fstream pack(entry.path(), std::ios::binary | std::ios::in | std::ios::out);
+                pack.seekg(static_cast<std::streamoff>(entry.file_size() / 2));
+                const int byte = pack.get();
+                pack.seekp(static_cast<std::streamoff>(entry.file_size() / 2));
+                pack.put(static_cast<char>(byte ^ 1));
+            }
+    }
+};
+
+std::string noise(std::size_t size) {
+    std::string text(size, '\0');
+    std::uint32_t state = 1;
+    for (char& each : text)
+        each = static_cast<char>((state = state * 1664525U + 1013904223U) >> 24U);
+    return text;
+}
+
+mode_t modeOf(const std::string& path) {
+    struct stat status {};
+    return ::lstat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+}
+
+TEST_F(RestoringTest, WhatADamagedPackHeldIsNamedAndReplacesNothing) {
+    folder_.write("home/odd \xff/large", noise(1'600'000));
+    folder_.write("home/odd \xff/: small\n", "whole");
+    folder_.backUp();
+    folder_.write("home/odd \xff/large", "old");
+    damagePacks();
+    start();
+    const std::uint32_t job = restore(folder_.home(), folder_.home());
+    EXPECT_EQ(queue_->status(job), restorestatus::incomplete);
+    EXPECT_NE(queue_->failures(job).find("/large: "), std::string::npos) << queue_->failures(job);
+    EXPECT_EQ(folder_.read("home/odd \xff/large"), "old");
+}
+
+TEST_F(RestoringTest, AnErrorWhoseFileIsNotKnownFailsEverythingItMayBeAbout) {
+    for (const char* name : {"in/a", "in/deep/b", "out"})
+        folder_.write(std::string("home/") + name, "12345");
+    folder_.pretendBackUp();
+    start(script("echo \"ignoring error for " + home("in/what?: no such blob") + "\" >&2\n" + copyScript +
+                 "\necho 'Fatal: There were 1 errors' >&2; exit 1"));
+    const std::uint32_t job = restore(folder_.home(), folder_ / "new");
+    EXPECT_NE(queue_->failures(job).find(home("in/a: ")), std::string::npos);
+    EXPECT_NE(queue_->failures(job).find(home("in/deep/b: ")), std::string::npos);
+    EXPECT_FALSE(fs::exists(folder_ / "new/in/a") || fs::exists(folder_ / "new/in/deep/b"));
+    EXPECT_EQ(folder_.read("new/out"), "12345");
+}
+
+TEST_F(RestoringTest, ALinkThatIsPutInTheWayLeadsNowhereAndOneThatWasThereIsFollowed) {
+    folder_.write("home/f", "secret");
+    folder_.pretendBackUp();
+    fs::create_directories(folder_ / "out/a/b");
+    fs::create_symlink("out", folder_ / "usual way");
+    start(script(std::string(copyScript) + "\nmv " + (folder_ / "out/a") + ' ' + (folder_ / "elsewhere") +
+                 "; ln -s ../elsewhere " + (folder_ / "out/a")));
+    const std::uint32_t job = restore(home("f"), folder_ / "usual way/a/b/f");
+    EXPECT_EQ(queue_->status(job), restorestatus::incomplete);
+    EXPECT_FALSE(fs::exists(folder_ / "elsewhere/b/f"));
+    queue_.reset();
+    start(copying());
+    EXPECT_EQ(queue_->status(restore(home("f"), folder_ / "usual way/c")), restorestatus::finished);
+    EXPECT_EQ(folder_.read("out/c"), "secret");
+}
+
+// User 65533 may read what is made in the folder: rules as the system keeps them.
+void setDefaultRule(const std::string& folder) {
+    const struct {
+        std::uint32_t version = 2;
+        struct {
+            std::uint16_t tag, rights;
+            std::uint32_t id;
+        } entries[5] = {{1, 7, ~0U}, {2, 7, 65533}, {4, 7, ~0U}, {16, 7, ~0U}, {32, 5, ~0U}};
+    } rules;
+    ASSERT_EQ(::setxattr(folder.c_str(), "system.posix_acl_default", &rules, sizeof rules, 0), 0);
+}
+
+TEST_F(RestoringTest, ThePlaceAddsNoRightsAndMissingFoldersComeAsTheyWere) {
+    folder_.write("home/d/e/f", "secret");
+    folder_.write("home/d/g", "");
+    ASSERT_EQ(::chmod(home("d/e/f").c_str(), 0640), 0);
+    ASSERT_EQ(::chmod(home("d").c_str(), 0750), 0);
+    ASSERT_EQ(::setxattr(home("d/e").c_str(), "user.saved", "1", 1, 0), 0);
+    for (const char* name : {"d/e", "d"})
+        setTime(home(name));
+    folder_.backUp();
+    const std::string target = folder_ / "out/d";
+    fs::create_directories(target);
+    setDefaultRule(folder_ / "out");
+    setDefaultRule(target);
+    ASSERT_EQ(::setxattr(target.c_str(), "user.other", "1", 1, 0), 0);
+    start();
+    restore(home("d"), target);
+    const auto before = picture(home("d"));
+    EXPECT_EQ(picture(target), before);
+    EXPECT_EQ(modeOf(target), 0750U);
+    for (const char* name : {"", "/e", "/e/f", "/g"})
+        for (const char* attribute : {"system.posix_acl_access", "system.posix_acl_default", "user.other"})
+            EXPECT_LT(::getxattr((target + name).c_str(), attribute, nullptr, 0), 0) << name << attribute;
+    EXPECT_EQ(::getxattr((target + "/e").c_str(), "user.saved", nullptr, 0), 1);
+
+    fs::remove_all(home("d"));
+    restore(home("d/e/f"), home("d/e/f"));
+    auto expected = before;
+    expected.erase("/g");
+    EXPECT_EQ(picture(home("d")), expected);
+    EXPECT_EQ(modeOf(home("d")), 0750U);
+}
+
+// Either the one who restores may not give it, or restic has not.
+TEST_F(RestoringTest, WithoutItsOwnerAFileHasNoRightsOfItsOwnersAndGroup) {
+    folder_.write("home/program", "1");
+    fs::permissions(home("program"), static_cast<fs::perms>(06774));
+    folder_.pretendBackUp();
+    start(script(std::string(copyScript) + "\nfile=$(find $target -name program)\n"
+                                           "chown 4711:4711 $file 2>/dev/null; chmod 6774 $file"));
+    restore(home("program"), folder_ / "program");
+    EXPECT_EQ(modeOf(folder_ / "program"), 0744U);
+}
+
+TEST_F(RestoringTest, WhatDoesNotFitComesInPortionsAndALargeFileWithItsHoles) {
+    constexpr std::uint64_t room = 40'000;
+    for (const char* name : {"a/1", "a/2", "a/b/3", "4"})
+        folder_.write(std::string("home/") + name, noise(9'000));
+    folder_.write("home/a/two\nlines", std::string(3'000'000, '\0') + "end");
+    ASSERT_EQ(::setxattr(home("a/two\nlines").c_str(), "user.saved", "12345", 5, 0), 0);
+    ASSERT_EQ(::chmod(home("a/two\nlines").c_str(), 04750), 0);
+    fs::create_hard_link(home("a/1"), home("z"));
+    ASSERT_EQ(::chmod(home("a/b").c_str(), 0555), 0);
+    for (const char* name : {"a/two\nlines", "a/b", "a", ""})
+        setTime(home(name));
+    folder_.backUp();
+    adjust_ = [](RestoreQueue::Options& options) {
+        options.freeSpace = [](const std::string&) { return room; };
+    };
+    start();
+    const std::uint32_t job = restore(folder_.home(), folder_ / "out");
+    EXPECT_EQ(queue_->failures(job), "");
+    EXPECT_TRUE(picture(folder_ / "out") == picture(folder_.home()));
+    struct stat status {};
+    ASSERT_EQ(::stat((folder_ / "out/a/two\nlines").c_str(), &status), 0);
+    EXPECT_LT(status.st_blocks * 512, 100'000);
+    EXPECT_EQ(::getxattr((folder_ / "out/a/two\nlines").c_str(), "user.saved", nullptr, 0), 5);
+    EXPECT_TRUE(fs::equivalent(folder_ / "out/a/1", folder_ / "out/z"));
+    EXPECT_FALSE(hasStaging(folder_ / "out"));
+}
+
+TEST_F(RestoringTest, HolesComeBackAndNothingElseOfTheFileChanges) {
+    std::string text = noise(100'000);
+    text.resize(2'000'000);
+    folder_.write("home/sparse", text + "end");
+    ASSERT_EQ(::chmod(home("sparse").c_str(), 02440), 0);
+    setTime(home("sparse"));
+    folder_.pretendBackUp();
+    start(copying());
+    restore(folder_.home(), folder_ / "out");
+    struct stat status {};
+    ASSERT_EQ(::stat((folder_ / "out/sparse").c_str(), &status), 0);
+    EXPECT_LT(status.st_blocks * 512, 200'000);
+    EXPECT_TRUE(picture(folder_ / "out") == picture(folder_.home()));
+}
+
+TEST_F(RestoringTest, ADevicePipeOrSocketIsNotReplacedAndALongPathIsReached) {
+    std::string deep = "home";
+    for (int level = 0; level < 14; ++level)
+        deep += '/' + std::string(200, static_cast<char>('a' + level));
+    folder_.write(deep + "/f", "deep");
+    folder_.write("home/pipe", "file");
+    folder_.backUp();
+    fs::remove(folder_ / (deep + "/f"));
+    fs::remove(home("pipe"));
+    ASSERT_EQ(::mkfifo(home("pipe").c_str(), 0600), 0);
+    start();
+    const std::uint32_t job = restore(folder_.home(), folder_.home());
+    EXPECT_EQ(queue_->failures(job), home("pipe") + ": a device, pipe or socket stands in its place\n");
+    EXPECT_TRUE(fs::is_fifo(home("pipe")));
+    EXPECT_EQ(folder_.read(deep + "/f"), "deep");
+}
+
+TEST_F(RestoringTest, TheJournalRemovesNothingButStagingFolders) {
+    folder_.write("home/a", "1");
+    folder_.pretendBackUp();
+    folder_.write("documents/letter", "");
+    folder_.write(".kelvane-restore-mine/letter", "");
+    folder_.write("elsewhere/.kelvane-restore-1/letter", "");
+    fs::create_symlink("elsewhere", folder_ / "link");
+    std::string lines;
+    for (const char* name : {"documents", ".kelvane-restore-mine", "link/.kelvane-restore-1"})
+        lines += "staging\t" + (folder_ / name) + "\t\n";
+    folder_.write("state/jobs", lines);
+    start(copying());
+    restore(home("a"), folder_ / "b");
+    for (const char* name : {"documents", ".kelvane-restore-mine", "elsewhere/.kelvane-restore-1"})
+        EXPECT_TRUE(fs::exists(folder_ / name + "/letter")) << name;
+}
+
+TEST_F(RestoringTest, ARestoreThatCannotBeginSaysWhy) {
+    std::vector<std::string> waits;
+    std::string refusal;
+    adjust_ = [&](RestoreQueue::Options& options) {
+        options.onWait = [&](const std::string& reason) { waits.push_back(reason); };
+        options.onRefusal = [&](const std::string& reason) { refusal = reason; };
+    };
+    start("/no/such/program"); // and what is in the backup is not known
+    const std::uint32_t job = restore(home("a"), folder_ / "a");
+    EXPECT_EQ(queue_->status(job), restorestatus::incomplete);
+    EXPECT_NE(queue_->failures(job).find("/no/such/program"), std::string::npos) << queue_->failures(job);
+    EXPECT_FALSE(waits.empty());
+    queue_.reset();
+    fs::remove_all(folder_ / "state");
+    folder_.write("state", "no folder");
+    start();
+    EXPECT_EQ(add(home("a"), folder_ / "a"), 0U);
+    EXPECT_NE(refusal.find("cannot be written"), std::string::npos);
+    EXPECT_EQ(queue_->failures(0), refusal + '\n');
+}
+
+} // namespace
+} // namespace kelvane::tests
