@@ -1,0 +1,137 @@
+"""Makes restic's key derivation cheap in a repository for tests, and writes its locks.
+
+restic spends half a second of each call on scrypt. The key file holds the parameters, so the same master key under the
+same password is written again with the smallest ones that restic takes.
+"""
+
+import base64
+import hashlib
+import json
+import os
+
+NONCE = 16  # bytes in front of what is encrypted
+TAG = 16  # bytes behind it
+
+
+def _make_tables():
+    sbox, power, inverse = [0] * 256, 1, 1
+    while True:
+        power ^= (power << 1) ^ (0x1B if power & 0x80 else 0)
+        power &= 0xFF
+        inverse ^= inverse << 1
+        inverse ^= inverse << 2
+        inverse ^= inverse << 4
+        inverse &= 0xFF
+        inverse ^= 0x09 if inverse & 0x80 else 0
+        rotated = [((inverse << count) | (inverse >> (8 - count))) & 0xFF for count in range(5)]
+        sbox[power] = rotated[0] ^ rotated[1] ^ rotated[2] ^ rotated[3] ^ rotated[4] ^ 0x63
+        if power == 1:
+            break
+    sbox[0] = 0x63
+    return sbox
+
+
+_SBOX = _make_tables()
+
+
+def _doubled(byte):
+    return ((byte << 1) ^ (0x1B if byte & 0x80 else 0)) & 0xFF
+
+
+def _round_keys(key):
+    words = [list(key[at:at + 4]) for at in range(0, len(key), 4)]
+    count, constant = len(words), 1
+    for number in range(count, 4 * (count + 7)):
+        word = list(words[-1])
+        if number % count == 0:
+            word = [_SBOX[byte] for byte in word[1:] + word[:1]]
+            word[0] ^= constant
+            constant = _doubled(constant)
+        elif count > 6 and number % count == 4:
+            word = [_SBOX[byte] for byte in word]
+        words.append([a ^ b for a, b in zip(words[number - count], word)])
+    return [sum(words[at:at + 4], []) for at in range(0, len(words), 4)]
+
+
+def _mixed(column):
+    a, b, c, d = column
+    whole = a ^ b ^ c ^ d
+    return [a ^ whole ^ _doubled(a ^ b), b ^ whole ^ _doubled(b ^ c), c ^ whole ^ _doubled(c ^ d),
+            d ^ whole ^ _doubled(d ^ a)]
+
+
+def encrypt_block(key, block):
+    """AES with a key of 16 or 32 bytes."""
+    keys = _round_keys(key)
+    state = [a ^ b for a, b in zip(block, keys[0])]
+    for number, round_key in enumerate(keys[1:], 1):
+        state = [_SBOX[state[(4 * (at // 4 + at % 4) + at % 4) % 16]] for at in range(16)]
+        if number < len(keys) - 1:
+            state = sum((_mixed(state[at:at + 4]) for at in range(0, 16, 4)), [])
+        state = [a ^ b for a, b in zip(state, round_key)]
+    return bytes(state)
+
+
+def _with_stream(key, nonce, text):
+    counter, out = int.from_bytes(nonce, "big"), bytearray()
+    for at in range(0, len(text), 16):
+        stream = encrypt_block(key, ((counter + at // 16) % (1 << 128)).to_bytes(16, "big"))
+        out += bytes(a ^ b for a, b in zip(text[at:at + 16], stream))
+    return bytes(out)
+
+
+def _tag(mac_key, nonce, text):
+    """Poly1305 with the one-time pad that AES makes of the nonce."""
+    k, r = mac_key
+    r = int.from_bytes(r, "little") & 0x0FFFFFFC0FFFFFFC0FFFFFFC0FFFFFFF
+    total = 0
+    for at in range(0, len(text), 16):
+        total = (total + int.from_bytes(text[at:at + 16] + b"\x01", "little")) * r % ((1 << 130) - 5)
+    return ((total + int.from_bytes(encrypt_block(k, nonce), "little")) % (1 << 128)).to_bytes(16, "little")
+
+
+class Key:
+    """What restic encrypts with: `encrypt` for the cipher, `mac` (k and r) for the tag."""
+
+    def __init__(self, encrypt, mac):
+        self.encrypt, self.mac = encrypt, mac
+
+    def seal(self, text):
+        nonce = os.urandom(NONCE)
+        sealed = _with_stream(self.encrypt, nonce, text)
+        return nonce + sealed + _tag(self.mac, nonce, sealed)
+
+    def open(self, data):
+        nonce, sealed, tag = data[:NONCE], data[NONCE:-TAG], data[-TAG:]
+        if _tag(self.mac, nonce, sealed) != tag:
+            raise ValueError("wrong key, or damaged")
+        return _with_stream(self.encrypt, nonce, sealed)
+
+
+def _key_for(password, parameters):
+    derived = hashlib.scrypt(password, salt=base64.b64decode(parameters["salt"]), n=parameters["N"],
+                             r=parameters["r"], p=parameters["p"], maxmem=1 << 30, dklen=64)
+    return Key(derived[:32], (derived[32:48], derived[48:]))
+
+
+def cheapen(repository, password):
+    """Replaces the only key file, and returns the master key."""
+    (path,) = (repository / "keys").iterdir()
+    parameters = json.loads(path.read_bytes())
+    text = _key_for(password, parameters).open(base64.b64decode(parameters["data"]))
+    parameters.update(N=2, r=1, p=1)
+    parameters["data"] = base64.b64encode(_key_for(password, parameters).seal(text)).decode()
+    written = json.dumps(parameters).encode()
+    path.unlink()
+    (path.parent / hashlib.sha256(written).hexdigest()).write_bytes(written)
+    master = json.loads(text)
+    return Key(base64.b64decode(master["encrypt"]),
+               (base64.b64decode(master["mac"]["k"]), base64.b64decode(master["mac"]["r"])))
+
+
+def write_lock(repository, key, lock):
+    """As another restic would; returns the path."""
+    data = key.seal(json.dumps(lock).encode())
+    path = repository / "locks" / hashlib.sha256(data).hexdigest()
+    path.write_bytes(data)
+    return path

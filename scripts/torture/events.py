@@ -1,0 +1,338 @@
+"""What happens to a machine, its clock, its disks and its repository. Each takes the round and its own chance."""
+
+import os
+import pathlib
+import time
+
+from torture import checks, damage, repository
+from torture.checks import Outcome, complain
+from torture.edits import ALL as EDITS
+from torture.model import is_below
+from torture.tree import shown
+from torture.world import DAY
+
+WRONG_CLOCKS = [7200, -7200, 40 * DAY, -400 * DAY, 10 * 365 * DAY, 60]
+STEPS = (3, 7)
+
+
+def plan(chance, kinds, is_root):
+    """Kinds of events, in their order."""
+    pool = [kind for kind in EDITS if kind in kinds] * 2
+    pool += [kind for kind in ALL if kind in kinds and (is_root or kind not in NEED_ROOT)] * 2
+    last = [kind for kind in DAMAGES if kind in kinds]
+    steps = [chance.choice(pool) for _ in range(chance.randint(*STEPS))] if pool else []
+    if last and chance.random() < 0.2:
+        steps.append(chance.choice(last))
+    return steps
+
+
+# Time
+
+
+def clock(round_, chance):
+    """Wrong for a while, with backups in it, and right again."""
+    world = round_.world
+    seconds = chance.choice(WRONG_CLOCKS + [-world.clock() + 5 * DAY])
+    was_stopped = chance.random() < 0.3
+    if was_stopped:
+        world.stop()
+    world.set_clock_wrong(seconds)
+    round_.note(f"   the clock is wrong by {seconds / 3600:.1f} h{', since a start' if was_stopped else ''}")
+    if was_stopped:
+        world.start()
+    for _ in range(chance.randint(1, 2)):
+        round_.change(chance)
+        round_.back_up()
+    world.set_clock_wrong(0)
+    round_.note("   the clock is right again")
+    for _ in range(chance.randint(0, 2)):
+        round_.change(chance)
+        round_.back_up()
+    if chance.random() < 0.5:
+        lose_state(round_, chance)
+    if chance.random() < 0.5:
+        checks.kept(world, round_.model)
+
+
+def days(round_, chance):
+    """They pass, and the machine sleeps, is off or has a paused daemon."""
+    world, count = round_.world, chance.choice([1, 5, 20, 32, 33, 70])
+    is_off = chance.random() < 0.5
+    if is_off:
+        world.stop()
+    else:
+        round_.pause()
+    if chance.random() < 0.5:
+        round_.change(chance)
+    world.pass_days(count)
+    round_.note(f"   {count} days pass{', switched off' if is_off else ''}")
+    if is_off:
+        world.start()
+    if chance.random() < 0.7:
+        round_.change(chance, ["deletions"] * chance.randint(1, 10))
+    round_.back_up()
+    checks.kept(world, round_.model)
+
+
+# Disks
+
+
+def disks(round_, chance):
+    world, model = round_.world, round_.model
+    if not world.volumes:
+        return restart(round_, chance)
+    root, aside = world.volume, world.folder / "aside"
+    is_off = chance.random() < 0.4
+    if is_off:
+        world.stop()
+    model.note_disk()
+    world.move_mount(root, aside)
+    model.away.add(root)
+    round_.note(f"   the disk goes{', switched off' if is_off else ''}")
+    if is_off:
+        world.start()
+    for _ in range(chance.randint(1, 2)):
+        if chance.random() < 0.4:
+            world.pass_days(chance.choice([1, 33]))
+        round_.change(chance)
+        round_.back_up()
+    checks.kept(world, model)
+    to = world.new_output()
+    outcome = Outcome(world, [os.fsencode(root)], to)
+    checks.restored(world, model, outcome, model.below(root), to / root.name, root)
+    if chance.random() < 0.3:
+        lose_state(round_, chance)
+    bring_disk(round_)
+    round_.back_up()
+
+
+def bring_disk(round_):
+    world = round_.world
+    world.move_mount(world.folder / "aside", world.volume)
+    round_.model.away.discard(world.volume)
+    round_.note("   the disk is back")
+    # The daemon looks for disks now and then.
+    world.wait(lambda: bool(checks.nodes(world, world.volume)) or True, "", 5)
+
+
+# Processes
+
+
+def restart(round_, chance):
+    round_.world.stop()
+    if chance.random() < 0.5:
+        round_.change(chance)
+    round_.world.start()
+    round_.note("   stopped and started")
+
+
+def automatic(round_, chance):
+    """A change is found and saved without an order."""
+    world, model = round_.world, round_.model
+    world.ctl("mode", "enabled")
+    world.stop()
+    round_.change(chance, [chance.choice(round_.edit_kinds())])
+    now = model.look()
+    changed = {path for path in model.differs(now) if not model.is_only_time(path, now)} | (set(model.newest) - set(now))
+    world.start()
+    if changed and not model.unread:
+        world.wait(lambda: any(each["id"] not in model.known for each in world.snapshots() or []),
+                   "rule 1: what has changed is backed up by itself: " + ", ".join(map(shown, sorted(changed)[:3])), 30)
+    round_.back_up()
+
+
+def kill(round_, chance):
+    world = round_.world
+    victims = chance.choice([("daemon", "restic"), ("daemon",), ("restic",)])
+    is_backup = chance.random() < 0.6
+    if is_backup:
+        round_.change(chance)
+        world.ctl("backup", "now")
+    else:
+        to = world.new_output()
+        ordered = world.ctl("--json", "restore", "--to", str(to), str(world.home))
+    time.sleep(chance.choice([0, 0.02, 0.1, 0.3, 0.6, 1.0]) * chance.random())
+    count = world.kill(victims)
+    round_.note(f"   {' and '.join(victims)} killed during a {'backup' if is_backup else 'restore'}, {count} restic")
+    if world.daemon is None:
+        world.start()
+    if is_backup:
+        world.wait(lambda: round_.order_backup()[0] in (0, 3), "a backup succeeds after a kill")
+        round_.back_up()
+    else:
+        round_.note(f"   ordered: {ordered[0]}")
+        world.wait(lambda: world.status()["currentRestoreJob"] == 0 and not world.restics(), "the restore ends")
+
+
+def lose_state(round_, chance):
+    """All that the daemon has noted; it starts again with the repository alone."""
+    del chance
+    world = round_.world
+    world.stop()
+    for path in sorted(world.state.rglob("*")):
+        if path.is_file() and "index" in path.name:
+            path.unlink()
+    world.start()
+    round_.note("   the index is lost")
+
+
+def state(round_, chance):
+    """One of the daemon's own files is damaged while it is off."""
+    world, model = round_.world, round_.model
+    if chance.random() < 0.5:
+        excluded = [path for path in sorted(model.newest) if model.newest[path].entry.kind == "folder"
+                    and path != os.fsencode(world.home) and _is_plain(path) and not model.is_away(path)]
+        if excluded:
+            exclude(round_, chance.choice(excluded))
+            round_.back_up()
+    world.stop()
+    files = sorted(path for path in world.state.rglob("*") if path.is_file() and not path.name.endswith(".lock"))
+    if not files:
+        return world.start()
+    path = chance.choice(files)
+    how = damage.spoil(path, chance)
+    if world.owner and path.exists():
+        os.chown(path, world.owner, world.owner)
+    round_.note(f"   {path.name} {how}")
+    world.start()
+    if "state.plist" in path.name and model.excluded:
+        settings_hold(round_)
+    else:
+        round_.failed_backup(f"{path.name} {how}")
+
+
+def settings_hold(round_):
+    """Either the exclusions are still there, or nothing is backed up and the status says why."""
+    world, model = round_.world, round_.model
+    code, _ = round_.order_backup()
+    listed = world.snapshots() or []
+    for each in listed:
+        if each["id"] not in model.known:
+            names = world.run_restic("ls", each["id"]).stdout
+            leaked = [path for path in model.excluded if path + b"\n" in names]
+            if leaked:
+                complain("rule 8", "excluded, and backed up after the settings were damaged", map(shown, leaked))
+    if code == 0:
+        return round_.absorb()
+    checks.must_say(world, "settings that cannot be read")
+    for path in sorted(model.excluded):
+        world.ctl("exclude", "add", "--", os.fsdecode(path))
+    world.ctl("mode", "enabled")
+
+
+def exclude(round_, path):
+    code, _, errors = round_.world.ctl("exclude", "add", "--", os.fsdecode(path))
+    if code != 0:
+        complain("rule 8", f"`exclude add {shown(path)}` ends with {code}: {errors.strip()}")
+    round_.model.excluded.add(path)
+    round_.note(f"   excluded: {shown(path)[-60:]}")
+
+
+def _is_plain(path):
+    return path.isascii() and path.decode().isprintable()
+
+
+def rules(round_, chance):
+    """What a person has excluded is out, and back after the exclusion is taken away."""
+    model, world = round_.model, round_.world
+    if model.excluded and chance.random() < 0.5:
+        path = sorted(model.excluded)[0]
+        world.ctl("exclude", "remove", "--", os.fsdecode(path))
+        model.excluded.discard(path)
+        round_.note(f"   no longer excluded: {shown(path)[-60:]}")
+        return round_.back_up()
+    paths = [path for path in sorted(model.newest) if path != os.fsencode(world.home) and not model.is_away(path)
+             and path not in {os.fsencode(root) for root in model.roots} and os.path.lexists(path)]
+    if paths:
+        exclude(round_, chance.choice(paths))
+        round_.back_up()
+
+
+def environment(round_, chance):
+    """restic's own variables in the session of the person."""
+    world = round_.world
+    choices = {"RESTIC_PASSWORD": "wrong", "RESTIC_PASSWORD_COMMAND": "false", "RESTIC_REPOSITORY_FILE": "/dev/null",
+               "RESTIC_REPOSITORY": "/nowhere", "RESTIC_KEY_HINT": "0000", "RESTIC_COMPRESSION": "max",
+               "RESTIC_PROGRESS_FPS": "0.01", "RESTIC_PACK_SIZE": "9999", "RESTIC_CACHE_DIR": "/dev/null"}
+    name = chance.choice(sorted(choices))
+    world.stop()
+    world.extra_environment = {name: choices[name]}
+    world.start()
+    round_.note(f"   {name}={choices[name]}")
+    round_.change(chance)
+    round_.back_up()
+    world.stop()
+    world.extra_environment = {}
+    world.start()
+
+
+def no_restic(round_, chance):
+    """The program is away for a moment: said, and mended by its return."""
+    world = round_.world
+    program = world.folder / "bin/restic"
+    program.rename(world.folder / "bin/away")
+    round_.change(chance)
+    round_.failed_backup("restic missing")
+    (world.folder / "bin/away").rename(program)
+    round_.back_up()
+
+
+# Restores
+
+
+def restores(round_, chance):
+    """Of some paths: to another place, or in place after they have been spoilt."""
+    world, model = round_.world, round_.model
+    round_.back_up()
+    paths = sorted(path for path in model.newest if not model.is_away(path)
+                   and path not in {os.fsencode(root) for root in model.roots})
+    if not paths:
+        return
+    path = chance.choice(paths)
+    if chance.random() < 0.5:
+        to = world.new_output()
+        outcome = Outcome(world, [path], to)
+        round_.note(f"   restored {shown(path)[-80:]} elsewhere: {outcome.code}")
+        checks.restored(world, model, outcome, model.below(pathlib.Path(os.fsdecode(path))),
+                        os.path.join(os.fsencode(to), os.path.basename(path)), path)
+    else:
+        in_place(round_, chance, path)
+    round_.restore_deleted(chance, 1)
+
+
+def in_place(round_, chance, path):
+    world, model = round_.world, round_.model
+    round_.pause()
+    wanted = model.below(pathlib.Path(os.fsdecode(path)))
+    maker = round_.maker(world.home)
+    maker.root = path if os.path.isdir(path) and not os.path.islink(path) else os.path.dirname(path)
+    for _ in range(chance.randint(1, 4)):
+        round_.note("   " + EDITS[chance.choice(["edits", "deletions", "kinds"])](maker, chance))
+    before = model.note_disk()
+    outcome = Outcome(world, [path])
+    round_.note(f"   restored {shown(path)[-80:]} in place: {outcome.code}")
+    clash = {each for each in before if each in model.newest
+             and ("folder" in (before[each].kind, model.newest[each].entry.kind)
+                  and before[each].kind != model.newest[each].entry.kind)}
+    above = os.path.dirname(path)
+    if above not in before or before[above].kind != "folder":
+        clash.add(path)
+    checks.restored(world, model, outcome, wanted, path, path, allowed=clash, fresh=False)
+    after = model.look()
+    lost = [shown(each) for each in before if is_below(each, {path}) and each not in model.newest
+            and each not in after]
+    if lost:
+        complain("rule 6", "a restore in place has taken away what was not in the backup", lost)
+    round_.back_up()
+
+
+def mend(round_):
+    """Before the end everything that was in the way is taken out of it."""
+    round_.world.set_clock_wrong(0)
+
+
+ALL = {"clock": clock, "days": days, "disks": disks, "restarts": restart, "automatic": automatic, "kills": kill,
+       "state": state, "rules": rules, "environment": environment, "no-restic": no_restic, "locks": repository.lock,
+       "moments": repository.moment, "restores": restores, "lost-index": lose_state}
+DAMAGES = {"packs": repository.packs}
+NEED_ROOT = {"disks"}

@@ -1,0 +1,37 @@
+// Stands for restic with another clock: gives each backup the time that the file "clock" beside this program says.
+// restic is linked statically, so that its clock cannot be moved by preloading.
+#include <fcntl.h>
+#include <limits.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+#include <unistd.h>
+
+int main(int count, char **arguments) {
+    char path[PATH_MAX] = "";
+    ssize_t length = readlink("/proc/self/exe", path, sizeof path - 8);
+    if (length < 0)
+        return 1;
+    strcpy(strrchr(path, '/'), "/clock");
+    int64_t offset = 0;
+    int file = open(path, O_RDONLY);
+    if (file < 0 || read(file, &offset, sizeof offset) != sizeof offset)
+        return 1;
+    close(file);
+    char **all = calloc((size_t)count + 3, sizeof *all);
+    int filled = 0;
+    for (int at = 0; at < count; at++)
+        all[filled++] = arguments[at];
+    if (offset != 0 && count > 1 && strcmp(arguments[1], "backup") == 0) {
+        static char text[32];
+        time_t now = time(NULL) + offset / 1000000000;
+        strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", localtime(&now));
+        all[filled++] = "--time";
+        all[filled++] = text;
+    }
+    execv(RESTIC, all);
+    perror(RESTIC);
+    return 127;
+}

@@ -1,0 +1,220 @@
+"""One round: a machine, a home, some events, and at the end everything restored and compared."""
+
+import os
+import random
+
+from torture import checks, edits, events, repository, tree
+from torture.checks import Outcome, complain
+from torture.files import Maker
+from torture.model import Model, relative
+from torture.tree import shown
+from torture.world import Finding, World
+
+TRAITS = ["names", "links", "odd-targets", "hardlinks", "sparse", "attributes", "acls", "modes", "owners", "times", "far-times",
+          "special", "chunks", "long"]
+USER = 1234  # who the daemon runs as when it does not run as root
+DELETED_COME_TOO = True  # what was deleted within keepDays comes with its folder
+
+
+class Round:
+    def __init__(self, workshop, folder, seed, kinds, skipped=()):
+        self.seed, self.kinds, self.skipped = seed, kinds, set(skipped)
+        chance = self.chance("plan")
+        # Most homes have most traits, so that some homes lack what a fault would hide behind.
+        self.traits = {trait for trait in TRAITS if chance.random() < 0.6 and trait in kinds}
+        is_root = os.geteuid() == 0
+        owner = USER if is_root and chance.random() < 0.35 and "user" in kinds else 0
+        has_volume = is_root and chance.random() < 0.4 and "disks" in kinds
+        self.on_memory = chance.random() < 0.9 and "memory" in kinds
+        self.count = chance.choice([5, 20, 40, 80])
+        self.has_volume = has_volume
+        self.world = World(workshop, folder, owner=owner, keep_days=chance.choice([30, 30, 7]), traits=self.traits)
+        self.plan = events.plan(chance, kinds, is_root)
+        self.trouble = None  # what makes a backup fail now: a word, or nothing
+        self.is_damaged = False
+        self.step = 0
+
+    def chance(self, what):
+        return random.Random(f"{self.seed} {what}")
+
+    def note(self, text):
+        self.world.account.append(text)
+
+    def maker(self, root):
+        return Maker(os.fsencode(root), self.traits, self.world.owner)
+
+    def run(self):
+        world, chance = self.world, self.chance("home")
+        world.prepare(self.has_volume, self.on_memory)
+        self.model = Model(world)
+        for root in self.model.roots:
+            self.maker(root).populate(chance, self.count if root == world.home else 5)
+        self.note(f"{'root' if not world.owner else 'user'}, keep {world.keep_days} days, "
+                  f"{len(self.model.look())} items, {' '.join(sorted(self.traits))}")
+        world.start()
+        self.back_up()
+        for self.step, kind in enumerate(self.plan):
+            if self.step in self.skipped:
+                continue
+            self.one_event(kind, self.chance(f"event {self.step}"))
+            world.check_alive()
+            if self.is_damaged:
+                return self.end_damaged()
+        self.finish()
+
+    def one_event(self, kind, chance):
+        self.note(f"{self.step}: {kind}")
+        if kind in edits.ALL:
+            self.change(chance, [kind] * chance.randint(1, 8))
+            if chance.random() < 0.5:
+                self.back_up()
+        else:
+            (events.ALL | events.DAMAGES)[kind](self, chance)
+
+    def change(self, chance, kinds=None):
+        """Something in the home, while nothing is backed up."""
+        if self.world.daemon:
+            self.pause()
+        kinds = kinds or [chance.choice(self.edit_kinds()) for _ in range(chance.randint(1, 6))]
+        for kind in kinds:
+            roots = [root for root in self.model.roots if root not in self.model.away]
+            if roots:
+                self.note("   " + edits.ALL[kind](self.maker(chance.choice(roots)), chance))
+        self.model.note_disk()
+        if self.world.daemon and chance.random() < 0.25 and not self.trouble:
+            checks.becomes_not_green(self.world, self.model)
+
+    def edit_kinds(self):
+        return [kind for kind in edits.ALL if kind in self.kinds] or list(edits.ALL)
+
+    def pause(self):
+        code, _, errors = self.world.ctl("mode", "paused", "1440")
+        if code != 0:
+            complain("rule 8", f"`mode paused` ends with {code}: {errors.strip()}")
+
+    def order_backup(self):
+        code, _, errors = self.world.ctl("backup", "now", "--wait")
+        self.world.check_alive()
+        self.world.settle()
+        return code, errors.strip()
+
+    def back_up(self, look_closely=True):
+        """A backup that must succeed."""
+        code, errors = self.order_backup()
+        self.take_backup(code, errors)
+        if look_closely and not self.is_damaged:
+            checks.bullets(self.world, self.model, True)
+        self.note("   backed up")
+
+    def take_backup(self, code, errors):
+        listed = self.world.snapshots()
+        if listed is None:
+            complain("rule 1", "restic cannot list the snapshots")
+        new = [each["id"] for each in listed if each["id"] not in self.model.known]
+        now = self.model.look()
+        if code == 3 and self.model.unread:
+            checks.must_say(self.world, "files that cannot be read")
+        elif code != 0:
+            complain("rule 8", f"`backup now --wait` ends with {code}, without a reason: {errors}; "
+                               f"{self.world.status()}")
+        changed = self.model.differs(now)
+        if not new and changed:
+            complain("rule 2", "`backup now --wait` ends with 0, and there is no new snapshot",
+                     [shown(path) for path in changed])
+        self.model.note_backup(new)
+
+    def failed_backup(self, what):
+        """A backup that may not succeed, and must say so."""
+        code, errors = self.order_backup()
+        self.note(f"   backup with {what}: {code} {errors[:120]}")
+        if code == 0:
+            self.take_backup(code, errors)
+        else:
+            checks.must_say(self.world, what)
+            self.absorb()
+        return code
+
+    def absorb(self):
+        """What was saved all the same: the disk has not changed in the meantime."""
+        listed = self.world.snapshots()
+        if listed is not None:
+            new = [each["id"] for each in listed if each["id"] not in self.model.known]
+            if new:
+                self.model.note_backup(new)
+
+    # Restores
+
+    def restore_all(self, allowed=frozenset()):
+        for root in self.model.roots:
+            if os.fsencode(root) not in self.model.newest:
+                continue
+            to = self.world.new_output()
+            outcome = Outcome(self.world, [os.fsencode(root)], to)
+            self.world.check_alive()
+            wanted = self.model.below(root)
+            found = checks.restored(self.world, self.model, outcome, wanted, to / root.name, root, allowed=allowed)
+            if outcome.code == 0:
+                checks.nothing_else(self.model, found, wanted, root, not DELETED_COME_TOO)
+
+    def restore_deleted(self, chance, count=3):
+        deleted = self.model.deleted()
+        for path in chance.sample(sorted(deleted), min(count, len(deleted))):
+            if deleted[path].entry.kind == "folder":
+                continue
+            to = self.world.new_output()
+            outcome = Outcome(self.world, [path], to)
+            self.note(f"   restored what was deleted: {shown(path)[-80:]}: {outcome.code}")
+            checks.restored(self.world, self.model, outcome, {b"": deleted[path].entry},
+                            os.path.join(os.fsencode(to), os.path.basename(path)), path)
+
+    def finish(self):
+        world, chance = self.world, self.chance("finish")
+        if not world.daemon:
+            world.start()
+        events.mend(self)
+        self.back_up()
+        self.restore_all()
+        self.restore_deleted(chance)
+        checks.kept(world, self.model)
+        checks.no_leftovers(world)
+        world.stop()
+        checks.repository_is_whole(world)
+
+    def end_damaged(self):
+        """After the repository has been damaged: what it still gives must come, what it does not must be named."""
+        lost = self.lost_in_newest()
+        self.note(f"   restic itself cannot give {len(lost)} items")
+        self.restore_all(allowed=lost)
+        self.world.check_alive()
+        repository.verify(self, lost)
+        self.world.stop()
+
+    def lost_in_newest(self):
+        """Paths of the newest state that restic does not give."""
+        lost = {path: version for path, version in self.model.newest.items()}
+        listed = self.world.snapshots() or []
+        for identifier in [each["id"] for each in listed if each["id"] in self.model.trees]:
+            held = [path for path, version in lost.items() if identifier in version.snapshots[-1:]]
+            if not held:
+                continue
+            folder, _ = self.world.fetch(identifier)
+            for root in self.model.roots:
+                found = tree.look(os.fsencode(folder) + os.fsencode(root))
+                for name, entry in relative(self.model.trees[identifier], root).items():
+                    path = os.path.join(os.fsencode(root), name) if name else os.fsencode(root)
+                    other = found.get(name)
+                    if path in held and other and (other.kind, other.content) == (entry.kind, entry.content):
+                        del lost[path]
+        return set(lost)
+
+
+def run_round(workshop, folder, seed, kinds, skipped=()):
+    """The account, and what was found or nothing."""
+    folder.mkdir()
+    round_ = Round(workshop, folder, seed, kinds, skipped)
+    finding = None
+    try:
+        round_.run()
+    except Finding as found:
+        finding = str(found)
+    return round_, finding

@@ -1,0 +1,287 @@
+"""A machine for one round: folders, mounts, clock, restic, the daemon, and what talks to them."""
+
+import ctypes
+import json
+import os
+import pathlib
+import plistlib
+import shutil
+import signal
+import struct
+import subprocess
+import time
+
+from torture import cheapkey
+
+HERE = pathlib.Path(__file__).resolve().parent
+PASSWORD = "torture"
+PATIENCE = 60.0  # seconds until something that does not happen counts as failed
+DAY = 86400
+SECOND = 10**9
+HOST = os.uname().nodename
+
+
+class Finding(Exception):
+    """Something that must not be: one sentence, and details."""
+
+
+class Workshop:
+    """What all rounds share: the programs for the clock and a repository to copy, made once."""
+
+    def __init__(self, folder, build):
+        self.folder, self.build = folder, build
+        self.restic = shutil.which("restic")
+        compiler = shutil.which("cc") or shutil.which("gcc") or shutil.which("clang")
+        if not self.restic or not compiler:
+            raise SystemExit("torture: restic and a C compiler are needed")
+        self.clock, self.wrapper = folder / "clock.so", folder / "restic-with-clock"
+        subprocess.run([compiler, "-O1", "-shared", "-fPIC", "-o", self.clock, HERE / "clock.c", "-ldl"], check=True)
+        subprocess.run([compiler, "-O1", f'-DRESTIC="{self.restic}"', "-o", self.wrapper, HERE / "restic.c"], check=True)
+        self.repository = folder / "template"
+        (folder / "key").write_text(PASSWORD + "\n")
+        subprocess.run([self.restic, "init", "--quiet", "--repo", self.repository, "--password-file", folder / "key"],
+                       check=True, stdout=subprocess.DEVNULL)
+        self.key = cheapkey.cheapen(self.repository, PASSWORD.encode())
+
+
+class World:
+    def __init__(self, workshop, folder, *, owner=0, keep_days=30, traits=()):
+        self.workshop, self.folder, self.owner, self.keep_days = workshop, folder, owner, keep_days
+        self.traits = traits
+        self.home, self.volume, self.repository = folder / "home", folder / "volume", folder / "repository"
+        self.state, self.out, self.scratch = folder / "state", folder / "out", folder / "scratch"
+        self.is_root = os.geteuid() == 0
+        self.daemon, self.mounts, self.account = None, [], []
+        self.extra_environment = {}
+        self.real_offset = self.boot_offset = self.true_offset = 0
+        self.outputs = 0
+
+    # Folders and mounts
+
+    def prepare(self, has_volume, on_memory):
+        if self.is_root and on_memory:
+            self.mount_memory(self.folder, 1 << 29)
+        self.folder.chmod(0o755)
+        for path in (self.home, self.state, self.out, self.scratch, self.folder / "bin", self.folder / "run",
+                     self.folder / "config/kelvane", self.folder / "data", self.folder / "cache"):
+            path.mkdir(parents=True)
+        shutil.copytree(self.workshop.repository, self.repository)
+        shutil.copy(self.workshop.wrapper, self.folder / "bin/restic")
+        self.write_clock()
+        (self.folder / "key").write_text(PASSWORD + "\n")
+        (self.folder / "key").chmod(0o600)
+        if has_volume:
+            self.volume.mkdir()
+            self.mount_memory(self.volume, 1 << 26)
+        self.volumes = [self.volume] if has_volume else []
+        with open(self.folder / "config/kelvane/local-daemon.plist", "wb") as file:
+            plistlib.dump({"homeFolder": str(self.home), "repository": str(self.repository),
+                           "passwordFile": str(self.folder / "key"), "volumes": [str(each) for each in self.volumes],
+                           "resticProgram": str(self.folder / "bin/restic"), "keepDays": self.keep_days,
+                           "intervalMinutes": 1440, "computerNumber": 7, "policyExcludeList": ["/proc/*"]}, file)
+        self.own(self.folder)
+
+    def own(self, root):
+        if not self.is_root or not self.owner:
+            return
+        for folder, folders, files in os.walk(os.fsencode(root)):
+            for name in folders + files + [b"."]:
+                os.chown(os.path.join(folder, name), self.owner, self.owner, follow_symlinks=False)
+
+    def mount_memory(self, path, size):
+        subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={size},mode=755", "torture", path], check=True)
+        self.mounts.append(path)
+        if self.owner:
+            os.chown(path, self.owner, self.owner)
+
+    def move_mount(self, path, to):
+        to.mkdir(exist_ok=True)
+        subprocess.run(["mount", "--move", path, to], check=True)
+        self.mounts[self.mounts.index(path)] = to
+
+    # Time
+
+    def write_clock(self):
+        path = self.folder / "bin/clock"
+        with open(path, "r+b" if path.exists() else "wb") as file:
+            file.write(struct.pack("<qq", self.real_offset, self.boot_offset))
+
+    def pass_days(self, days):
+        """Really, as in a machine that sleeps."""
+        self.true_offset += int(days * DAY * SECOND)
+        self.real_offset += int(days * DAY * SECOND)
+        self.boot_offset += int(days * DAY * SECOND)
+        self.write_clock()
+
+    def set_clock_wrong(self, seconds):
+        self.real_offset = self.true_offset + int(seconds * SECOND)
+        self.write_clock()
+
+    def now(self):
+        """What it really is, in seconds."""
+        return time.time() + self.true_offset / SECOND
+
+    def clock(self):
+        return time.time() + self.real_offset / SECOND
+
+    # Processes
+
+    def environment(self):
+        base = {name: value for name, value in os.environ.items() if not name.startswith(("RESTIC_", "XDG_", "KELVANE"))}
+        base.update({"HOME": str(self.folder), "KELVANE_DAEMON": str(self.folder / "s"), "TZ": "UTC",
+                     "XDG_RUNTIME_DIR": str(self.folder / "run")})
+        base.update({f"XDG_{kind}_HOME": str(self.folder / kind.lower()) for kind in ("CONFIG", "STATE", "DATA", "CACHE")})
+        return base
+
+    def person(self):
+        """Whose processes the daemon and those who talk to it are."""
+        return {"user": self.owner, "group": self.owner, "extra_groups": []} if self.is_root and self.owner else {}
+
+    def start(self):
+        environment = dict(self.environment(), TORTURE_CLOCK=str(self.folder / "bin/clock"),
+                           LD_PRELOAD=str(self.workshop.clock), **self.extra_environment)
+        with open(self.folder / "stderr", "ab") as log:
+            self.daemon = subprocess.Popen(
+                [self.workshop.build / "LocalDaemon/kelvane-local-daemon", "--socket", self.folder / "s", "--verbose",
+                 "--log", self.folder / "log"], stdin=subprocess.DEVNULL, stdout=log, stderr=log, env=environment,
+                cwd="/", **self.person())
+        self.wait(lambda: self.status() or self.daemon.poll() is not None, "the daemon answers after its start")
+        self.check_alive()
+
+    def check_alive(self):
+        if self.daemon and self.daemon.poll() is not None:
+            tail = (self.folder / "stderr").read_bytes()[-1500:].decode("utf-8", "replace")
+            raise Finding(f"rule 8: the daemon has ended with {self.daemon.returncode}: {tail}")
+
+    def stop(self):
+        """Politely: the daemon must end by itself within seconds."""
+        self.check_alive()
+        self.daemon.terminate()
+        try:
+            code = self.daemon.wait(20)
+        except subprocess.TimeoutExpired:
+            raise Finding("the daemon does not end within 20 s of SIGTERM") from None
+        self.daemon = None
+        if code not in (0, -signal.SIGTERM):
+            raise Finding(f"rule 8: the daemon ends with {code} when it is stopped")
+        self.wait(lambda: not self.restics(), "restic ends with the daemon")
+
+    def restics(self):
+        found = []
+        for entry in os.listdir("/proc"):
+            try:
+                if entry.isdigit() and pathlib.Path("/proc", entry, "comm").read_text().strip() == "restic" \
+                        and os.fsencode(self.folder) in pathlib.Path("/proc", entry, "environ").read_bytes():
+                    found.append(int(entry))
+            except OSError:
+                pass  # it has ended
+        return found
+
+    def settle(self):
+        """Until the daemon has done what comes after a backup, forgetting and pruning among it."""
+        quiet = 0
+        def is_quiet():
+            nonlocal quiet
+            quiet = 0 if self.restics() else quiet + 1
+            return quiet == 3
+        self.wait(is_quiet, "restic ends after a backup")
+
+    def kill(self, victims):
+        restics = self.restics()
+        if "daemon" in victims:
+            self.daemon.kill()
+            self.daemon.wait()
+            self.daemon = None
+        if "restic" in victims:
+            for process in restics:
+                try:
+                    os.kill(process, signal.SIGKILL)
+                except ProcessLookupError:
+                    pass
+        if "daemon" in victims:
+            self.wait(lambda: not self.restics(), "restic ends when its daemon has been killed")
+        return len(restics)
+
+    def wait(self, condition, what, seconds=PATIENCE):
+        deadline = time.monotonic() + seconds
+        while not (result := condition()):
+            if time.monotonic() > deadline:
+                raise Finding(f"it never came to this: {what}")
+            time.sleep(0.05)
+        return result
+
+    # The command-line tool
+
+    def ctl(self, *words, seconds=PATIENCE):
+        """What kelvanectl says: its status (None: it took too long), output and errors."""
+        try:
+            run = subprocess.run([self.workshop.build / "Tools/kelvanectl", "--timeout", "20", *words],
+                                 env=self.environment(), capture_output=True, timeout=seconds, **self.person())
+        except subprocess.TimeoutExpired as late:
+            return None, (late.stdout or b"").decode("utf-8", "replace"), (late.stderr or b"").decode("utf-8", "replace")
+        return run.returncode, run.stdout.decode("utf-8", "surrogateescape"), run.stderr.decode("utf-8", "surrogateescape")
+
+    def status(self):
+        code, out, _ = self.ctl("--json", "status")
+        return json.loads(out) if code == 0 else None
+
+    def new_output(self):
+        """A folder to restore to."""
+        self.outputs += 1
+        path = self.out / str(self.outputs)
+        path.mkdir()
+        if self.owner:
+            os.chown(path, self.owner, self.owner)
+        return path
+
+    # restic, asked by this script itself
+
+    def run_restic(self, *words):
+        return subprocess.run([self.workshop.restic, "--repo", self.repository, "--password-file", self.folder / "key",
+                               "--no-cache", "--no-lock", *words], capture_output=True, env=self.environment())
+
+    def snapshots(self):
+        """In the order of the repository's own words: by time, which may be wrong."""
+        run = self.run_restic("snapshots", "--json")
+        if run.returncode != 0:
+            return None
+        return json.loads(run.stdout or b"[]") or []
+
+    def fetch(self, snapshot):
+        """The whole snapshot below a folder of its own: whatever restic can give."""
+        target = self.scratch / snapshot[:16]
+        if target.exists():
+            clear(target)
+        run = self.run_restic("restore", snapshot, "--target", target)
+        return target, run
+
+    def close(self):
+        """Also after a failure: nothing of this round stays behind."""
+        if self.daemon and self.daemon.poll() is None:
+            self.daemon.kill()
+            self.daemon.wait()
+        deadline = time.monotonic() + 20
+        while (left := self.restics()) and time.monotonic() < deadline:
+            for process in left:
+                try:
+                    os.kill(process, signal.SIGKILL)
+                except ProcessLookupError:
+                    pass
+            time.sleep(0.05)
+        for path in reversed(self.mounts):
+            subprocess.run(["umount", "--lazy", path], check=False, stderr=subprocess.DEVNULL)
+        self.mounts = []
+
+
+def clear(path):
+    if os.geteuid() != 0:
+        subprocess.run(["chmod", "-R", "u+rwx", path], check=False, stderr=subprocess.DEVNULL)
+    shutil.rmtree(os.fsencode(path), ignore_errors=True)
+
+
+def enter_private_mounts():
+    """Mounts of this process and its children stay their own. False where that is not allowed."""
+    clone_newns, recursive, private = 0x20000, 0x4000, 0x40000
+    libc = ctypes.CDLL(None, use_errno=True)
+    return os.geteuid() == 0 and libc.unshare(clone_newns) == 0 \
+        and libc.mount(b"none", b"/", None, recursive | private, None) == 0
