@@ -12,7 +12,7 @@ TEST_F(RestoreQueueTest, EverythingComesBackAsItWasAlsoWhatOnlyAnEarlierSnapshot
     folder_.write("home/deep/gone", "earlier");
     fs::create_symlink("nowhere", home("link"));
     fs::create_directories(home("empty"));
-    ASSERT_EQ(::chmod(home("deep/er/secret").c_str(), 0), 0);
+    ASSERT_EQ(::chmod(home("deep/er/secret").c_str(), 0400), 0);
     ASSERT_EQ(::chmod(home("deep/er").c_str(), 0555), 0);
     for (const char* name : {"x [y]*?.txt", "link", "deep/gone", "deep/er", "deep", "empty", ""})
         setTime(home(name));

@@ -162,7 +162,7 @@ TEST_F(RestoringTest, HolesComeBackAndNothingElseOfTheFileChanges) {
     std::string text = noise(100'000);
     text.resize(2'000'000);
     folder_.write("home/sparse", text + "end");
-    ASSERT_EQ(::chmod(home("sparse").c_str(), 02440), 0);
+    ASSERT_EQ(::chmod(home("sparse").c_str(), 0400), 0);
     setTime(home("sparse"));
     folder_.pretendBackUp();
     start(copying());
