@@ -59,6 +59,7 @@ class World:
         self.log = open(folder / "log", "w+")
         self.daemon = None
         self.has_backup = False
+        self.deleted = {}
         self.versions = collections.defaultdict(set)
         self.home.mkdir()
         trees.make(self.home, FILES)
@@ -73,12 +74,17 @@ class World:
 
     def change(self):
         """Some other bytes in some files; the large ones have all others, so that saving them takes a while. One
-        that has been backed up as it is goes; what was saved of it stays."""
+        that has been backed up as it is goes, and comes back only when it is asked for by itself."""
         files = trees.files_in(self.home)
         large = [path for path in files if path.name.startswith("large")]
         small = self.chance.sample([path for path in files if path not in large], 21)
         if self.has_backup:
-            small.pop().unlink()
+            gone = small.pop()
+            name = gone.relative_to(self.home)
+            self.deleted[gone] = digest(gone)
+            gone.unlink()
+            (self.kept / name).unlink()
+            (self.restored / "home" / name).unlink(missing_ok=True)
         for path in small + large:
             copy = self.kept / path.relative_to(self.home)
             mode = path.stat().st_mode
@@ -182,6 +188,13 @@ class World:
         if left:
             raise Failure(f"a staging folder was left: {left}")
 
+    def check_deleted(self):
+        place = self.folder / "deleted"
+        self.ctl("restore", "--wait", "--to", place, *self.deleted)
+        wrong = [path for path, saved in self.deleted.items() if digest(place / path.name) != saved]
+        if wrong:
+            raise Failure(f"deleted files came back as others: {wrong}")
+
 
 def one_round(world, number):
     kind = world.chance.choice(["backup", "restore"]) if number > 0 else "backup"
@@ -218,6 +231,7 @@ def run(world, count):
     world.back_up()
     world.await_restore(world.order_restore())
     world.check_restored()
+    world.check_deleted()
     world.stop()
     world.check_repository()
     locks = len(list((world.folder / "repository/locks").iterdir()))

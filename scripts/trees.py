@@ -2,7 +2,7 @@
 """Folders to back up and to compare, for demo.sh and kill-test.py.
 
     scripts/trees.py make DIR COUNT        so many files, of all sorts of sizes, modes, times and names
-    scripts/trees.py change DIR KEPT       changes some, deletes some; KEPT, a copy, gets the changes alone
+    scripts/trees.py change DIR KEPT       changes some and deletes some, in KEPT, a copy, as well
     scripts/trees.py compare WANTED FOUND  bytes, modes and times; prints what differs, ends with 1 if anything does
 """
 
@@ -39,7 +39,7 @@ def files_in(folder):
 
 
 def change(folder, kept):
-    """What has been deleted stays in the copy: the backup keeps it as well."""
+    """A folder is restored as it last was, so what is deleted goes from the copy as well."""
     folder, kept = pathlib.Path(folder), pathlib.Path(kept)
     for number, file in enumerate(files_in(folder)):
         if number % 10 == 3:
@@ -52,6 +52,7 @@ def change(folder, kept):
             shutil.copy2(file, copy)
         elif number % 10 == 7:
             file.unlink()
+            (kept / file.relative_to(folder)).unlink()
 
 
 def describe(path):
