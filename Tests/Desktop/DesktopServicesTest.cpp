@@ -7,6 +7,8 @@
 #include "Tests/Harness/TemporaryFolder.h"
 
 #include <QDBusVariant>
+#include <QDateTime>
+#include <QLocale>
 #include <filesystem>
 #include <gtest/gtest.h>
 
@@ -37,7 +39,7 @@ TEST(Opener, HandsOverWhatIsToBeOpenedAndReportsWhatFails) {
     EXPECT_EQ(folder.read("opened"), "1:http://host/a%20b?c=d@e\n1:/tmp/3 $(x)\n");
 }
 
-TEST(DesktopFileServices, TellsKindsAndPicturesByName) {
+TEST(DesktopFileServices, TellsKindsPicturesAndDates) {
     const tests::TemporaryFolder folder;
     const std::string picture = R"(<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 4 4"></svg>)";
     for (const char* const name : {"folder", "text-x-generic", "drive-harddisk", "image-x-generic"})
@@ -65,6 +67,10 @@ TEST(DesktopFileServices, TellsKindsAndPicturesByName) {
     for (const auto& row : expected)
         EXPECT_EQ(row.icon, icons.named(row.name)) << row.name;
     EXPECT_FALSE(qIcon(services.iconOfFolder()).isNull());
+    const QDateTime first = QDateTime::fromString("2001-01-01T00:00:01Z", Qt::ISODate).toLocalTime();
+    EXPECT_EQ(services.dateAndTime(Date{1}), QLocale().toString(first, QLocale::ShortFormat).toStdString());
+    for (const double far : {1e30, -1e30}) // no calendar counts these years
+        EXPECT_EQ(services.dateAndTime(Date{far}), Value(Date{far}).description());
     EXPECT_TRUE(qIcon(icons.named("nothing-known")).isNull());
 }
 

@@ -5,8 +5,10 @@
 #include "Tests/Host/PaneFolder.h"
 
 #include <QApplication>
+#include <QClipboard>
 #include <QLabel>
 #include <QListWidget>
+#include <QPushButton>
 #include <gtest/gtest.h>
 #include <iterator>
 
@@ -25,13 +27,16 @@ protected:
     [[nodiscard]] bool comesTo(const std::string& log) {
         return tests::runUntil([&] { return panes.log() == log; });
     }
-    // Everything that the window says.
+    // Everything that the window says, and that can be taken from it.
     [[nodiscard]] QString texts() {
         QString texts;
         for (const QLabel* const label : host->window().findChildren<QLabel*>())
-            if (label->isVisible())
+            if (label->isVisible() && (label->text().isEmpty() || isSelectable(*label)))
                 texts += label->text().remove(QChar(0x200b)) + '\n';
         return texts;
+    }
+    [[nodiscard]] static bool isSelectable(const QLabel& label) {
+        return label.textInteractionFlags() == (Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
     }
 
     const tests::PaneFolder panes;
@@ -49,8 +54,10 @@ TEST_F(SettingsHostTest, TakesPanesThroughTheirLifeAndPaintsBeforeItSelects) {
     EXPECT_TRUE(comesTo(second)) << panes.log();
     host->window().choosePane(0);
     EXPECT_TRUE(comesTo(second + "B unselected,A selected,")) << panes.log();
+    EXPECT_GT(host->window().findChild<QStackedWidget*>()->width(), 500);
     panes.forgetLog();
     host->window().close();
+    EXPECT_EQ(panes.log(), "A unselected,");
     host->end(); // a second end changes nothing
     EXPECT_EQ(panes.log(), "A unselected,");
     host.reset();
@@ -130,6 +137,31 @@ TEST_F(SettingsHostTest, AHundredSelectionsKeepNoThreadDescriptorOrWindow) {
     for (int i = 1; i <= 100; ++i)
         select(i % 2);
     EXPECT_EQ(count(), before);
+}
+
+TEST_F(SettingsHostTest, ListsPanesWithTheirPictures) {
+    QPixmap red(24, 24);
+    red.fill(Qt::red);
+    SettingsWindow window;
+    window.addPane(QIcon(red), "A");
+    window.show();
+    const QImage list = window.findChild<QListWidget*>()->grab().toImage();
+    int pixels = 0;
+    for (int y = 0; y < list.height(); ++y)
+        for (int x = 0; x < list.width(); ++x)
+            pixels += list.pixelColor(x, y) == Qt::red ? 1 : 0;
+    EXPECT_EQ(pixels, 24 * 24);
+}
+
+TEST_F(SettingsHostTest, CopiesWhatTheAboutPaneSays) {
+    start({ABOUT_PANE});
+    QPushButton* copy = nullptr;
+    ASSERT_TRUE(
+        tests::runUntil([&] { return (copy = host->window().findChild<QPushButton*>()) != nullptr; }));
+    copy->click();
+    const QString copied = QGuiApplication::clipboard()->text();
+    for (const char* const fact : {"Computer: ", "\nVersion: ", "\nSystem: ", "\nToolkit: Qt 6"})
+        EXPECT_TRUE(copied.contains(fact)) << fact << copied.toStdString();
 }
 
 TEST_F(SettingsHostTest, RemembersItsSizeAndSurvivesADamagedMemory) {

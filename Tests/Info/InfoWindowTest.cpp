@@ -5,6 +5,7 @@
 #include "PreferencePane/Services/OneLineLabel.h"
 #include "Support/FileSizeFormatter.h"
 #include "Tests/Harness/PaneDouble.h"
+#include "Tests/Harness/TemporaryFolder.h"
 
 #include <QComboBox>
 #include <QHelpEvent>
@@ -75,6 +76,33 @@ TEST_F(InfoWindow, TellsWhatIsKnownOfAFileAndNothingOfNone) {
     for (const auto& [name, text] : said(controller))
         EXPECT_EQ(text, "") << name;
     EXPECT_EQ(where(controller).count(), 0);
+}
+
+TEST_F(InfoWindow, NamesTheComputerAsItsSettingsDo) {
+    const TemporaryFolder folder;
+    const std::string settings = folder / "computer.plist";
+    folder.write("Resources/en.lproj/Localizable.strings",
+                 "<plist><dict><key>ConfigPlistPath</key><string>" + settings + "</string></dict></plist>");
+    for (const char* const name : {"computer", "folder", "text-x-generic"})
+        folder.write("Resources/" + (name + std::string(".svg")),
+                     R"(<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 4 4"></svg>)");
+    const auto around = [](const std::string& key, const std::string& inside) {
+        return "<dict><key>" + key + "</key>" + inside + "</dict>";
+    };
+    const std::string name = around("ComputerName", "<string>Ann's</string>");
+    for (const auto& [list, shown] : {std::pair(around("System", around("System", name)), std::string("Ann's")),
+                                      {around("System", name), computerName()},
+                                      {name, computerName()}}) {
+        folder.write("computer.plist", "<plist>" + list + "</plist>");
+        PaneDouble pane(std::make_shared<Bundle>(folder.path()));
+        KelvaneInfoWindowController controller(pane);
+        controller.setFileNode(fileAt("/home/ann/a.txt"));
+        ASSERT_EQ(where(controller).count(), 2);
+        EXPECT_EQ(where(controller).itemText(1).toStdString(), shown);
+        EXPECT_EQ(where(controller).itemIcon(0).cacheKey(), qIcon(pane.icons().folder()).cacheKey());
+        EXPECT_EQ(where(controller).itemIcon(1).cacheKey(), qIcon(pane.icons().computer()).cacheKey());
+        EXPECT_FALSE(where(controller).itemIcon(1).isNull());
+    }
 }
 
 TEST_F(InfoWindow, SnapsItsLocationBackWhateverIsChosen) {

@@ -4,12 +4,17 @@
 #include "Platform/Desktop/PolicyFile.h"
 #include "Platform/FileContents.h"
 #include "PreferencePane/RestoreAlert.h"
+#include "Tests/Desktop/FakeService.h"
 #include "Tests/Common/FakeFileServices.h"
 #include "Tests/Harness/EnvironmentVariable.h"
 #include "Tests/Harness/ManualLoop.h"
+#include "Tests/Harness/RunUntil.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
+#include <QDBusVariant>
 #include <QLabel>
+#include <QTabWidget>
+#include <QToolButton>
 #include <gtest/gtest.h>
 
 namespace kelvane::tests {
@@ -58,6 +63,13 @@ struct RecordingRestore : RestoreTab {
     QWidget* progress = nullptr;
 };
 
+struct RecordingHelp : HelpTab {
+    explicit RecordingHelp(Calls& calls) : calls(calls) {}
+    QWidget* view() override { return new QWidget; }
+    void awakeFromNib() override { calls.emplace_back("help awakes"); }
+    Calls& calls;
+};
+
 struct RecordingInfo : InfoWindows {
     explicit RecordingInfo(Calls& calls) : calls(calls) {}
     void closeInfoWindows() override { calls.emplace_back("info closes"); }
@@ -94,7 +106,9 @@ protected:
     void begin(bool isGranted = true) {
         host = std::make_unique<TestHost>(isGranted);
         PanePlatform platform;
+        bundle = std::make_shared<Bundle>(folder.path(), Dictionary{{"DaemonPath", folder / "daemon.sock"}});
         platform.bundle = bundle;
+        platform.isMountPoint = [this](std::string_view path) { return path == mountPoint; };
         platform.notifications = notifications;
         auto disk = std::make_unique<FakeDisk>();
         platform.accounts = std::make_unique<FakeAccounts>();
@@ -109,6 +123,7 @@ protected:
         auto made = std::make_unique<RecordingRestore>(calls);
         restore = made.get();
         parts.restore = std::move(made);
+        parts.help = std::make_unique<RecordingHelp>(calls);
         pane->setParts(std::move(parts));
         pane->awakeFromNib();
     }
@@ -126,11 +141,28 @@ protected:
         EXPECT_EQ(host->loop->runningTimers(), 0);
     }
     Calls taken() { return std::exchange(calls, {}); }
+    [[nodiscard]] std::string shownTab() const {
+        const auto& tabs = *pane->mainView()->findChild<QTabWidget*>();
+        return tabs.tabText(tabs.currentIndex()).toStdString();
+    }
+    // A picture of one colour in the pane's bundle.
+    void writePicture(const std::string& name, const QColor& color) const {
+        QImage picture(16, 16, QImage::Format_RGB32);
+        picture.fill(color);
+        std::filesystem::create_directories(folder / "Resources");
+        ASSERT_TRUE(picture.save(QString::fromStdString(folder / ("Resources/" + name))));
+    }
+    [[nodiscard]] static QColor colorOf(const QIcon& icon) {
+        return icon.pixmap(16, 16).toImage().pixelColor(8, 8);
+    }
 
     const TemporaryFolder folder;
     const EnvironmentVariable preferences{"XDG_CONFIG_HOME", folder.path().c_str()};
-    const std::shared_ptr<const Bundle> bundle =
-        std::make_shared<Bundle>(Value(Dictionary{{"DaemonPath", folder / "daemon.sock"}}));
+    // The launcher has started a bus for the tests alone.
+    const EnvironmentVariable systemBus{"DBUS_SYSTEM_BUS_ADDRESS",
+                                        qgetenv("DBUS_SESSION_BUS_ADDRESS").constData()};
+    std::shared_ptr<const Bundle> bundle; // what the folder holds when the pane begins
+    std::string mountPoint;
     const std::shared_ptr<NotificationCenter> notifications = std::make_shared<NotificationCenter>();
     FakeDaemon daemon{folder / "daemon.sock"};
     std::unique_ptr<TestHost> host;
@@ -142,11 +174,13 @@ protected:
 TEST_F(PaneControllerTest, WakesSelectsAndUnselectsItsPartsInOrder) {
     begin();
     EXPECT_EQ(taken(),
-              (Calls{"restore on", "backup on", "status awakes", "backup awakes", "restore awakes"}));
-    EXPECT_EQ(pane->tabNames(), (Calls{"Status", "Backup", "Restore"}));
+              (Calls{"restore on", "backup on", "status awakes", "backup awakes", "restore awakes", "help awakes"}));
+    EXPECT_EQ(pane->tabNames(), (Calls{"Status", "Backup", "Restore", "Help"}));
     EXPECT_FALSE(pane->backupState());
     for (int times = 0; times < 2; ++times) {
+        EXPECT_TRUE(pane->selectTab("help"));
         select();
+        EXPECT_EQ(shownTab(), "Status");
         EXPECT_TRUE(pane->connected());
         EXPECT_EQ(taken(), Calls{"status selected"});
         const auto state = pane->backupState();
@@ -167,23 +201,27 @@ TEST_F(PaneControllerTest, AppliesAConfigurationOnceUnlessForcedAndNeverWhenFroz
     EXPECT_EQ(taken(), Calls{});
     pane->changeTabConfiguration(0, true);
     EXPECT_EQ(taken(), (Calls{"restore on", "backup on"}));
+    const Calls normal{"Status", "Backup", "Restore", "Help"};
+    const Calls message{"Message", "Help"};
+    EXPECT_TRUE(pane->selectTab("Help"));
     pane->changeTabConfiguration(4, false);
     EXPECT_EQ(taken(), (Calls{"restore off", "backup off"}));
-    EXPECT_EQ(pane->tabNames(), Calls{"Message"});
+    EXPECT_EQ(pane->tabNames(), message);
+    EXPECT_EQ(shownTab(), "Message");
     pane->changeTabConfiguration(7, false);
     pane->changeTabConfiguration(0, true);
-    EXPECT_EQ(pane->tabNames(), Calls{"Message"}) << "a command of no meaning is only stored";
+    EXPECT_EQ(pane->tabNames(), message) << "a command of no meaning is only stored";
     pane->changeTabConfiguration(1, false);
-    EXPECT_EQ(pane->tabNames(), (Calls{"Status", "Backup", "Restore"}));
+    EXPECT_EQ(pane->tabNames(), normal);
 
     pane->changeTabConfiguration(4, false);
     pane->setBadConfigurationFlag();
     pane->changeTabConfiguration(1, true);
-    EXPECT_EQ(pane->tabNames(), Calls{"Message"}) << "until the pane is hidden";
+    EXPECT_EQ(pane->tabNames(), message) << "until the pane is hidden";
     pane->willUnselect();
-    EXPECT_EQ(pane->tabNames(), (Calls{"Status", "Backup", "Restore"}));
+    EXPECT_EQ(pane->tabNames(), normal);
     pane->changeTabConfiguration(4, false);
-    EXPECT_EQ(pane->tabNames(), Calls{"Message"}) << "and is not frozen any more";
+    EXPECT_EQ(pane->tabNames(), message) << "and is not frozen any more";
 }
 
 TEST_F(PaneControllerTest, TellsOfTheLinkThenOfTheState) {
@@ -292,6 +330,113 @@ TEST_F(PaneControllerTest, IsLockedUntilTheAuthorityAnswers) {
         EXPECT_EQ(taken(), (Calls{"restore on", "backup on", "status refreshes"}));
         pane.reset();
     }
+}
+
+TEST_F(PaneControllerTest, TheLockButtonDoesWhatItSays) {
+    for (const auto& [name, color] : {std::pair("prevent", "#f00"), {"allow", "#0f0"}})
+        folder.write(std::string("Resources/changes-") + name + ".svg",
+                     R"(<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 4 4"><path d="M0 0h4v4H0z" fill=")" +
+                         std::string(color) + R"("/></svg>)");
+    begin();
+    const auto& lock = *pane->mainView()->findChild<AuthorizationView*>();
+    auto& button = *lock.findChild<QToolButton*>();
+    int notices = 0;
+    const auto observer =
+        notifications->observe(std::string(KelvanePrefPaneDaemonStateChangedNotification), pane.get(),
+                               [&](const Notification&) { ++notices; });
+    const auto expect = [&](const char* action, const char* line, const QColor& color, int noticed) {
+        EXPECT_EQ(button.text().toStdString(), action);
+        EXPECT_EQ(lock.findChild<QLabel*>()->text().toStdString(), line);
+        EXPECT_EQ(colorOf(button.icon()), color);
+        EXPECT_EQ(notices, noticed);
+    };
+    const char* const unlock = "Click the lock to make changes.";
+    const char* const prevent = "Click the lock to prevent further changes.";
+    pane->mainViewDidLoad();
+    expect("Unlock", unlock, Qt::red, 0);
+    host->loop->runPosted();
+    expect("Lock", prevent, Qt::green, 1);
+    button.click();
+    host->loop->runPosted();
+    expect("Unlock", unlock, Qt::red, 2);
+    EXPECT_FALSE(pane->prefPaneAccessAuthorized());
+    for (const bool isTakenBack : {true, false}) {
+        button.click();
+        expect("Stop asking", "Waiting for your password…", Qt::red, 2);
+        if (isTakenBack)
+            button.click();
+        host->loop->runPosted();
+        isTakenBack ? expect("Unlock", unlock, Qt::red, 2) : expect("Lock", prevent, Qt::green, 3);
+        EXPECT_EQ(pane->prefPaneAccessAuthorized(), !isTakenBack);
+    }
+}
+
+TEST_F(PaneControllerTest, ReadsPicturesNamesAndOptionsFromItsBundle) {
+    const std::pair<const char*, QColor> pictures[] = {{"blue", Qt::blue},   {"gray", Qt::gray},
+                                                       {"red", Qt::red},     {"green-partial", Qt::darkGreen},
+                                                       {"green", Qt::green}, {"yellow", Qt::yellow}};
+    for (const auto& [name, color] : pictures)
+        writePicture(std::string(name) + ".png", color);
+    folder.write("Resources/en.lproj/MarketNames.strings",
+                 "<plist><dict><key>one</key><string>One</string><key>two</key><string>Two</string>"
+                 "<key>same</key><string>same</string></dict></plist>");
+    folder.write("Resources/SkinOptions.plist", "<plist><dict><key>a</key><string>b</string></dict></plist>");
+    mountPoint = "/System/Volumes/Data";
+    daemon.answer("stringValueForProfileKey:", "one");
+    begin();
+    const QColor bullets[] = {Qt::red, Qt::red, Qt::green, Qt::yellow, Qt::darkGreen, Qt::blue, Qt::red};
+    for (std::size_t color = 0; color < std::size(bullets); ++color)
+        EXPECT_EQ(colorOf(pane->bulletImageForColor(static_cast<std::int32_t>(color))), bullets[color]) << color;
+    EXPECT_EQ(pane->skinOptions(), Value(Dictionary{{"a", "b"}}));
+    EXPECT_TRUE(pane->existsDriveMountedAtSVD());
+    mountPoint = "/System/Volumes";
+    EXPECT_FALSE(pane->existsDriveMountedAtSVD());
+
+    select();
+    QLabel* name = nullptr;
+    for (QLabel* const label : pane->mainView()->findChildren<QLabel*>())
+        if (label->accessibleDescription() == "Name of the service")
+            name = label;
+    ASSERT_NE(name, nullptr);
+    // Whoever puts the id there means it.
+    for (const auto& [id, before, after] :
+         std::vector<std::tuple<const char*, const char*, const char*>>{{"one", "One", "One"},
+                                                                        {"two", "One", "Two"},
+                                                                        {"three", "Two", "Two"},
+                                                                        {"same", "Two", "Two"},
+                                                                        {"", "Two", "Two"},
+                                                                        {"one", "one", "one"}}) {
+        daemon.answer("stringValueForProfileKey:", id);
+        if (before == std::string(id))
+            name->setText(before);
+        EXPECT_EQ(name->text(), before);
+        host->loop->advance(60s);
+        EXPECT_EQ(name->text(), after) << id;
+    }
+}
+
+TEST_F(PaneControllerTest, AsksTheDaemonWhenTheUsersSessionComesBack) {
+    bool isActive = true;
+    int questions = 0;
+    FakeService login("org.freedesktop.login1", [&](const QDBusMessage& call) {
+        ++questions;
+        return call.createReply(QVariant::fromValue(QDBusVariant(isActive)));
+    });
+    begin();
+    select();
+    ASSERT_TRUE(runUntil([&] { return questions == 1; }));
+    host->loop->runPosted();
+    daemon.forgetCalls();
+    for (const bool active : {false, true, false, false}) { // the last one has the one before it answered
+        isActive = active;
+        const int before = questions;
+        login.emitSignal("/org/freedesktop/login1/session/_31", "org.freedesktop.DBus.Properties",
+                         "PropertiesChanged",
+                         {"org.freedesktop.login1.Session", QVariantMap{{"Active", active}}, QStringList()});
+        ASSERT_TRUE(runUntil([&] { return questions == before + 1; }));
+    }
+    host->loop->runPosted();
+    EXPECT_EQ(daemon.callCount("daemonState"), 1U);
 }
 
 TEST(RestoreAlert, EndsTheProgressOnlyWhenItIsWholeAndSaysNothingMore) {
