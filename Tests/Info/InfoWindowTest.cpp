@@ -90,9 +90,10 @@ TEST_F(InfoWindow, NamesTheComputerAsItsSettingsDo) {
         return "<dict><key>" + key + "</key>" + inside + "</dict>";
     };
     const std::string name = around("ComputerName", "<string>Ann's</string>");
-    for (const auto& [list, shown] : {std::pair(around("System", around("System", name)), std::string("Ann's")),
-                                      {around("System", name), computerName()},
-                                      {name, computerName()}}) {
+    for (const auto& [list, shown] :
+         {std::pair(around("System", around("System", name)), std::string("Ann's")),
+          {around("System", name), computerName()},
+          {name, computerName()}}) {
         folder.write("computer.plist", "<plist>" + list + "</plist>");
         PaneDouble pane(std::make_shared<Bundle>(folder.path()));
         KelvaneInfoWindowController controller(pane);
