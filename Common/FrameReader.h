@@ -17,7 +17,8 @@ inline constexpr std::int32_t responseFrame = 2;
 // Never on the wire: what a receiver is told when its connection failed.
 inline constexpr std::int32_t failureNotice = 0;
 
-// Bytes of a payload; more counts as a failed read. A million files in one folder stay below it.
+// Bytes of a payload; nobody sends more, and more counts as a failed read. A million files in one folder stay
+// below it.
 inline constexpr std::int32_t largestPayload = 256 << 20;
 
 // Where frames come from.

@@ -5,7 +5,6 @@
 #include "Support/Logging.h"
 
 #include <algorithm>
-#include <limits>
 #include <new>
 
 namespace kelvane {
@@ -44,7 +43,22 @@ void run(InvocationTarget& target, Invocation& invocation) {
 }
 
 bool fitsFrame(const Data& payload) {
-    return payload.size() <= static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max());
+    return payload.size() <= static_cast<std::size_t>(largestPayload);
+}
+
+// The payload of the response; empty when there is no result or it cannot be sent. Throws std::bad_alloc when
+// memory runs out, and AssertionFailure for a result type that is not known.
+Data responseFor(const Invocation& invocation) {
+    const Value result = encodeValue(invocation.signature().returnType, invocation.result());
+    PropertyListWriting response;
+    if (!result.isAbsent())
+        response = writeBinaryPropertyList(result);
+    if (response.succeeded() && !fitsFrame(response.bytes))
+        response.error = "it is too large for a frame";
+    if (response.succeeded())
+        return std::move(response.bytes);
+    KelvaneCLog("Failed to serialize response: %@", response.error);
+    return {};
 }
 
 } // namespace
@@ -276,31 +290,34 @@ void KelvaneProxy::processInvocationArgs(const Array& arguments, std::size_t siz
         const std::scoped_lock guard(stateMutex_);
         target = delegate_;
     }
+    const std::shared_ptr<InvocationTarget> alive = target.lock();
+    if (!alive)
+        throw AssertionFailure("delegate is NULL", source, 187);
     if (onMainThread)
         enqueue(std::move(target), std::move(invocation), size);
-    else if (const std::shared_ptr<InvocationTarget> alive = target.lock())
+    else
         invokeAndRespond(*alive, invocation);
 }
 
 void KelvaneProxy::enqueue(std::weak_ptr<InvocationTarget> target, Invocation invocation, std::size_t size) {
-    bool wasEmpty = false;
-    bool isTooMuch = false;
     {
         const std::scoped_lock guard(invocationLock_);
-        wasEmpty = invocationQueue_.empty();
-        isTooMuch = !wasEmpty && queuedBytes_ + size > mostQueuedBytes;
-        if (!isTooMuch) {
+        if (invocationQueue_.empty() || queuedBytes_ + size <= mostQueuedBytes) {
             queuedBytes_ += size;
             invocationQueue_.push_back({std::move(target), std::move(invocation), size});
+            postWakeUp();
+            return;
         }
     }
-    if (wasEmpty)
-        mainLoop_->post([self = shared_from_this()] { self->handlePortMessage(); });
-    if (!isTooMuch)
-        return;
     KelvaneCLog("KelvaneProxy hangs up: more requests wait for the main thread than can be held");
     if (const std::shared_ptr<KelvaneSocket> transport = socket())
         transport->hangUp();
+}
+
+// With `invocationLock_` held; nothing when one is pending.
+void KelvaneProxy::postWakeUp() {
+    if (!std::exchange(isWakeUpPending_, true))
+        mainLoop_->post([self = shared_from_this()] { self->handlePortMessage(); });
 }
 
 // Runs what is queued by now. What comes meanwhile has its own turn, so that a busy peer does not keep the
@@ -309,6 +326,7 @@ void KelvaneProxy::handlePortMessage() {
     std::size_t count = 0;
     {
         const std::scoped_lock guard(invocationLock_);
+        isWakeUpPending_ = false; // what comes while a request runs a loop of its own needs another
         count = invocationQueue_.size();
     }
     for (; count > 0; --count) {
@@ -326,26 +344,24 @@ void KelvaneProxy::handlePortMessage() {
     }
     const std::scoped_lock guard(invocationLock_);
     if (!invocationQueue_.empty())
-        mainLoop_->post([self = shared_from_this()] { self->handlePortMessage(); });
+        postWakeUp();
 }
 
+// A caller that waits for a result always gets a frame, if only an empty one.
 void KelvaneProxy::invokeAndRespond(InvocationTarget& target, Invocation& invocation) {
     const std::scoped_lock forwarding(forwardingLock_);
     run(target, invocation);
     if (invocation.signature().returnLength() == 0)
         return;
-    // One that is nothing is no failure: it is the empty response.
-    const Value result = encodeValue(invocation.signature().returnType, invocation.result());
-    PropertyListWriting response;
-    if (!result.isAbsent())
-        response = writeBinaryPropertyList(result);
-    if (response.succeeded() && !fitsFrame(response.bytes))
-        response.error = "it is too large for a frame";
-    if (!response.succeeded()) {
-        KelvaneCLog("Failed to serialize response: %@", response.error);
-        response.bytes.clear();
+    Data response;
+    try {
+        response = responseFor(invocation);
+    } catch (const std::exception& exception) {
+        sendFrame(responseFrame, {}); // before a log line that may want memory too
+        KelvaneCLog("Failed to serialize response: %@", exception.what());
+        return;
     }
-    sendFrame(responseFrame, response.bytes);
+    sendFrame(responseFrame, response);
 }
 
 std::shared_ptr<KelvaneSocket> KelvaneProxy::socket() const {

@@ -36,7 +36,7 @@ public:
 //
 // Ownership. `create` returns a handle; when the last one goes away the proxy closes. It owns its socket; the
 // socket keeps it as its data delegate; the delegate is held weakly, and requests for one that is gone are
-// dropped. A call under way keeps proxy and socket alive.
+// logged and dropped. A call under way keeps proxy and socket alive.
 //
 // Threads. Any thread may call, and `close` from any thread, of the proxy or of its socket, ends every wait
 // until the next `setSocket`, or until that socket is connected again. A call that waits on the receive
@@ -109,6 +109,7 @@ private:
     void processFailureNotice();
     void processInvocationArgs(const Array& arguments, std::size_t size);
     void enqueue(std::weak_ptr<InvocationTarget> target, Invocation invocation, std::size_t size);
+    void postWakeUp();
     void handlePortMessage();
     void invokeAndRespond(InvocationTarget& target, Invocation& invocation);
 
@@ -142,6 +143,7 @@ private:
     std::mutex invocationLock_;
     std::deque<QueuedInvocation> invocationQueue_;
     std::size_t queuedBytes_ = 0;
+    bool isWakeUpPending_ = false;
 };
 
 } // namespace kelvane

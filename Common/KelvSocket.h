@@ -86,7 +86,7 @@ public:
     // arrives while there is no data delegate waits for the first.
     void setDataDelegate(std::shared_ptr<DataDelegate> delegate);
     void setCallDelegateOnMainThread(bool onMainThread);
-    // How long a write may find no room before it counts as failed; none: for ever.
+    // How long the peer may take nothing of a write before it counts as failed; none: for ever.
     void setSendTimeout(std::optional<std::chrono::milliseconds> timeout);
 
     // False at once without a connection. A write that fails tells the socket delegate before it returns

@@ -6,9 +6,12 @@
 
 #include <algorithm>
 #include <chrono>
+#include <exception>
+#include <functional>
 #include <iterator>
 #include <optional>
 #include <sys/socket.h>
+#include <utility>
 
 namespace kelvane {
 namespace {
@@ -38,17 +41,34 @@ private:
     std::uint64_t count_ = 0;
 };
 
+// False when `body`, most likely a delegate that it calls, throws.
+bool completes(const std::function<void()>& body) {
+    try {
+        body();
+        return true;
+    } catch (const std::exception& error) {
+        KelvaneCLog("KelvaneSocket caught an exception: %@", error.what());
+    } catch (...) {
+        KelvaneCLog("KelvaneSocket caught an unknown exception");
+    }
+    return false;
+}
+
 } // namespace
 
+// An exception is a failure like that of a read: whoever waits for this thread's frames has to hear of it.
 void KelvaneSocket::rcvThread(const std::shared_ptr<Connection>& connection) {
-    tellDelegate(*connection, &SocketDelegate::socketConnected);
     FrameReader reader(*connection);
+    bool isGood = completes([&] { tellDelegate(*connection, &SocketDelegate::socketConnected); });
     while (connection->isRunning()) {
         // After a good frame the next read is the pause, and ends as soon as bytes are waiting.
-        if (receiveFrame(*connection, reader) || !connection->isRunning())
+        if (std::exchange(isGood, false)) {
+            completes([&] { isGood = receiveFrame(*connection, reader); });
             continue;
-        reportFailure(*connection);
+        }
+        completes([&] { reportFailure(*connection); });
         connection->pause(pauseAfterPass);
+        isGood = true;
     }
 }
 
@@ -86,12 +106,19 @@ void KelvaneSocket::reportFailure(Connection& connection) {
 void KelvaneSocket::deliver(Connection& connection, const Data* payload, std::int32_t type) {
     if (!dataDelegateLock_.lockWhenCondition(1, connection.interruptions))
         return; // closed while there was no data delegate
-    deliveringThread_ = std::this_thread::get_id();
+    const struct Delivery { // ends however the delegate's call does
+        explicit Delivery(KelvaneSocket& socket) : socket(socket) {
+            socket.deliveringThread_ = std::this_thread::get_id();
+        }
+        ~Delivery() {
+            socket.deliveringThread_ = std::thread::id();
+            socket.dataDelegateLock_.unlock();
+        }
+        KelvaneSocket& socket;
+    } delivery(*this);
     const std::shared_ptr<DataDelegate> delegate = dataDelegate();
     if (connection.isRunning())
         static_cast<void>(delegate->processData(payload, type));
-    deliveringThread_ = std::thread::id();
-    dataDelegateLock_.unlock();
 }
 
 // A connection that was closed meanwhile has nothing to say to the delegate of the next one.
@@ -115,7 +142,7 @@ void KelvaneSocket::acceptThread(std::shared_ptr<Connection> connection) {
             // Without a pause a process that has run out of descriptors would spin.
             connection->pause(pauseAfterAcceptFailure);
         else if (isTrustedPeer(accepted.get()))
-            acceptOne(*connection, std::move(accepted));
+            completes([&] { acceptOne(*connection, std::move(accepted)); });
         else
             refusals.add();
     }

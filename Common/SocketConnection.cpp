@@ -2,6 +2,7 @@
 
 #include "Support/Logging.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <exception>
@@ -12,6 +13,11 @@
 
 namespace kelvane {
 namespace {
+
+// The peer frees the room of a write only when it has taken all of it. With its overhead this fills a block of
+// memory.
+constexpr std::size_t largestWrite = 15 * 1024;
+constexpr int roomPollInterval = 20; // milliseconds
 
 // Never destroyed: a thread may end after the statics have gone.
 struct LiveThreads {
@@ -46,6 +52,8 @@ void runGuarded(const std::function<void()>& body) {
         body();
     } catch (const std::exception& error) {
         KelvaneCLog("KelvaneSocket thread ended by an exception: %@", error.what());
+    } catch (...) {
+        KelvaneCLog("KelvaneSocket thread ended by an unknown exception");
     }
 }
 
@@ -68,23 +76,34 @@ std::int32_t KelvaneSocket::Connection::readBytes(std::int32_t count, std::uint8
 
 bool KelvaneSocket::Connection::writeBytes(const std::uint8_t* buffer, std::size_t count) {
     const std::scoped_lock guard(sendMutex_);
+    Stall stall;
     while (count > 0) {
         // MSG_NOSIGNAL: a peer that went away must not end the process.
-        const ssize_t result = ::send(descriptor.get(), buffer, count, MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (result < 0 && errno == EAGAIN && hasRoom())
+        const ssize_t result =
+            ::send(descriptor.get(), buffer, std::min(count, largestWrite), MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (result < 0 && errno == EAGAIN && waitForRoom(stall))
             continue;
         if (result <= 0)
             return false;
+        stall = {};
         buffer += result;
         count -= static_cast<std::size_t>(result);
     }
     return true;
 }
 
-// Waits for it; also true when the connection has ended, which the next write then finds.
-bool KelvaneSocket::Connection::hasRoom() const {
+// Waits until there may be room: at most for a short time, because the system announces room only when three
+// quarters of the buffer are free, while a write succeeds as soon as the peer has taken anything. False when
+// it has taken nothing for the send timeout.
+bool KelvaneSocket::Connection::waitForRoom(Stall& stall) const {
+    const int limit = sendTimeout_;
+    const auto now = std::chrono::steady_clock::now();
+    if (!stall.since)
+        stall.since = now;
+    else if (limit != forEver && now - *stall.since >= std::chrono::milliseconds(limit))
+        return false;
     pollfd writable{descriptor.get(), POLLOUT, 0};
-    return ::poll(&writable, 1, sendTimeout_) > 0;
+    return ::poll(&writable, 1, roomPollInterval) >= 0 || errno == EINTR;
 }
 
 void KelvaneSocket::Connection::stop() {

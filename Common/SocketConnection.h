@@ -14,7 +14,7 @@ struct KelvaneSocket::Connection : ByteSource {
     std::int32_t readBytes(std::int32_t count, std::uint8_t* buffer) override;
     // All of them, not mixed with those of another thread, or false.
     [[nodiscard]] bool writeBytes(const std::uint8_t* buffer, std::size_t count);
-    // How long a write may make no progress; none: for ever. For the writes that begin after it.
+    // How long the peer may take nothing of a write; none: for ever. For the writes that begin after it.
     void setSendTimeout(std::optional<std::chrono::milliseconds> timeout) {
         sendTimeout_ = timeout ? static_cast<int>(timeout->count()) : forEver;
     }
@@ -32,7 +32,11 @@ struct KelvaneSocket::Connection : ByteSource {
 private:
     static constexpr int forEver = -1; // as poll has it
 
-    [[nodiscard]] bool hasRoom() const;
+    // Since when a write has found no room.
+    struct Stall {
+        std::optional<std::chrono::steady_clock::time_point> since;
+    };
+    [[nodiscard]] bool waitForRoom(Stall& stall) const;
 
     std::atomic<bool> running_{true};
     std::atomic<int> sendTimeout_{forEver};

@@ -32,6 +32,8 @@ std::optional<Trailer> readTrailer(std::span<const std::uint8_t> file) {
         return std::nullopt;
     if (trailer.objectCount > trailer.tableOffset - header.size()) // none is shorter than a byte
         return std::nullopt;
+    if (trailer.offsetWidth < 8 && trailer.objectCount >> (8 * trailer.offsetWidth) != 0)
+        return std::nullopt; // no two stand in one place
     return trailer;
 }
 

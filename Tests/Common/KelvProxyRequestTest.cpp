@@ -3,7 +3,25 @@
 #include "Tests/Harness/LinkPair.h"
 #include "Tests/Harness/ManualLoop.h"
 
+#include <cstdlib>
 #include <future>
+#include <new>
+
+namespace {
+std::atomic<std::size_t> largestAllocation{SIZE_MAX}; // more is refused
+}
+
+void* operator new(std::size_t size) {
+    if (void* const memory = size > largestAllocation ? nullptr : std::malloc(size))
+        return memory;
+    throw std::bad_alloc();
+}
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t /*size*/) noexcept {
+    std::free(memory);
+}
 
 namespace kelvane::tests {
 namespace {
@@ -13,6 +31,8 @@ constexpr MethodDescription methods[] = {
     {"add:to:", "q24@0:8i16i20"},
     {"echo:", "@24@0:8@16"},
     {"throw", "I16@0:8"},
+    {"large", "@16@0:8"},
+    {"refused", "@16@0:8"},
 };
 
 // Answers the methods of a table with a function.
@@ -58,6 +78,12 @@ protected:
                                                  invocation.argument(1).load<int>());
         else if (selector == "echo:")
             invocation.result().storeObject(invocation.argument(0).object());
+        else if (selector == "large")
+            invocation.result().storeObject(Data(largestPayload));
+        else if (selector == "refused") {
+            invocation.result().storeObject(Data(1U << 20U));
+            largestAllocation = 1U << 16U;
+        }
         else
             throw std::runtime_error("on purpose");
     }
@@ -84,10 +110,13 @@ TEST_F(KelvProxyRequest, IsRunAndAnswered) {
         {request("echo:", {"I", 5}), {}},
         {request("echo:"), {}},
         {request("throw"), 0},
+        {request("large"), {}},
+        {request("refused"), {}}, // there is no memory to write it
     };
     for (const auto& [asked, answer] : cases) {
         peer.send(asked);
         const auto response = peer.receive();
+        largestAllocation = SIZE_MAX;
         ASSERT_TRUE(response);
         EXPECT_EQ(response->first, responseFrame);
         EXPECT_EQ(response->second, answer);
@@ -148,6 +177,9 @@ TEST_F(KelvProxyRequest, WaitsForTheMainThreadInOrderUnderOnePost) {
     target.reset();
     EXPECT_EQ(loop->runPosted(), 1);
     EXPECT_EQ(notes.count(), 0U);
+    EXPECT_EQ(log.count(), 0U);
+    proxy->processData(&late, requestFrame);
+    EXPECT_EQ(log.next(), "ERROR: KelvaneProxy processData caught exception: delegate is NULL.");
 }
 
 TEST_F(KelvProxyRequest, ThatKeepsComingDoesNotKeepTheMainThread) {
@@ -163,7 +195,7 @@ TEST_F(KelvProxyRequest, ThatKeepsComingDoesNotKeepTheMainThread) {
     proxy->setDelegate(busy);
     peer.send(request("note:", {"@", 1}) + message(responseFrame, 6));
     EXPECT_EQ(proxy->call<"serviceState">(), 6U);
-    loop->runPosted();
+    EXPECT_EQ(loop->runPosted(), 3) << "one wake-up for each";
     for (const Value& note : {Value(1), Value("something else"), Value(2)})
         EXPECT_EQ(notes.next(), note);
 }

@@ -116,6 +116,51 @@ TEST_F(KelvSocket, KeepsTheBytesOfOneWriteTogether) {
     EXPECT_EQ(std::count(middle, received.end(), received.front()), 0);
 }
 
+TEST_F(KelvSocket, ReportsADelegateThatThrowsAndGoesOn) {
+    data->onData = [&] {
+        if (data->deliveries.next()->first == 1)
+            throw 1; // NOLINT: of no known type
+    };
+    fate->onEvent = [](const std::string& event, KelvaneSocket&) {
+        if (event == "connected")
+            throw std::runtime_error("on purpose");
+    };
+    Recorded<std::int32_t> types;
+    socket->setSocketDelegate(fate);
+    socket->setDataDelegate(data);
+    const RawPeer peer = peerOf(socket);
+    EXPECT_EQ(fate->events.next(), "connected");
+    EXPECT_EQ(fate->events.next(), "failed");
+    const auto other = std::make_shared<RecordingDataDelegate>();
+    peer.send(frame(1, ""));
+    EXPECT_EQ(fate->events.next(), "failed");
+    socket->setDataDelegate(other); // finds the lock free
+    peer.send(frame(2, ""));
+    EXPECT_EQ(other->deliveries.next(), Delivery(2, std::nullopt));
+}
+
+// The system announces room only when three quarters of the buffer are free, which takes this peer longer than
+// the timeout: it goes on when it sees more, and else only every 1.5 s.
+TEST_F(KelvSocket, WritesToAPeerThatTakesLittleAtATime) {
+    constexpr int all = 1 << 19;
+    constexpr int bite = 1 << 14;
+    socket->setSendTimeout(1s);
+    RawPeer peer = peerOf(socket);
+    auto sent = std::async(std::launch::async, [&] {
+        const bool isSent = socket->sendData(Data(all));
+        socket->hangUp();
+        return isSent;
+    });
+    Data taken(bite);
+    for (int count = 0; count < all; count += bite) {
+        const int before = count + peer.waiting();
+        ASSERT_GT(peer.readBytes(bite, taken.data()), 0);
+        const auto isMore = [&] { return count + bite + peer.waiting() > before || before == all; };
+        static_cast<void>(eventually(isMore, 1500ms));
+    }
+    EXPECT_TRUE(sent.get());
+}
+
 TEST_F(KelvSocket, GivesUpAWriteThatFindsNoRoomInTime) {
     socket->setSendTimeout(1s);
     socket->setSocketDelegate(fate);

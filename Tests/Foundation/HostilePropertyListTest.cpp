@@ -1,6 +1,7 @@
 #include "Foundation/BinaryPropertyList.h"
 #include "Tests/Foundation/RawPropertyList.h"
 
+#include <fstream>
 #include <gtest/gtest.h>
 
 namespace kelvane::tests {
@@ -41,7 +42,8 @@ TEST(HostilePropertyList, IsRefusedWithoutASoundFrame) {
         changed[place] = static_cast<std::uint8_t>(byte);
         EXPECT_EQ(readBinaryPropertyList(changed).error, notOne) << place;
     }
-    expectRefusedLists(notOne, {{.objectCount = 2, .offsets = {8, 8}}}); // more objects than bytes
+    expectRefusedLists(notOne, {{.objectCount = 2, .offsets = {8, 8}}, // more objects than bytes, than places
+                                {.objects = std::vector<std::string>(256, "\x09"), .offsetWidth = 1}});
 }
 
 TEST(HostilePropertyList, IsRefusedWhenAnObjectIsOutside) {
@@ -137,6 +139,32 @@ TEST(HostilePropertyList, CannotMakeManyValuesOfTheSameBytes) {
                                                 .objectCount = 5,
                                                 .offsets = {8, 9, 9, 9, 9 + object.size()}}});
     }
+}
+
+// The most memory that this process has had since `reset`, in kilobytes.
+class PeakMemory {
+public:
+    static void reset() { std::ofstream("/proc/self/clear_refs") << 5; }
+    static long kilobytes() {
+        std::ifstream status("/proc/self/status");
+        for (std::string line; std::getline(status, line);)
+            if (line.starts_with("VmHWM:"))
+                return std::stol(line.substr(6));
+        return -1;
+    }
+};
+
+TEST(HostilePropertyList, TakesNoMemoryForObjectsThatNobodyRefersTo) {
+    constexpr std::uint64_t count = 4U << 20U;
+    std::string file = "bplist00" + std::string(count, '\x09');
+    for (std::uint64_t object = 0; object < count; ++object)
+        file += bigEndian(8 + object, 4);
+    file += bigEndian(4, 7) + bigEndian(1, 1) + bigEndian(count, 8) + bigEndian(0, 8) + bigEndian(8 + count, 8);
+    const Data bytes(file.begin(), file.end());
+    PeakMemory::reset();
+    const long before = PeakMemory::kilobytes();
+    EXPECT_EQ(readBinaryPropertyList(bytes).value, Value(true));
+    EXPECT_LT(PeakMemory::kilobytes() - before, 1024) << "a kilobyte for 4096 objects";
 }
 
 TEST(HostilePropertyList, TakesNoQuadraticTimeForManyKeys) {

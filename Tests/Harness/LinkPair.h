@@ -66,6 +66,11 @@ public:
         return std::pair(received->type,
                          received->payload ? readBinaryPropertyList(*received->payload).value : Value());
     }
+    // Bytes that this side has not taken yet.
+    [[nodiscard]] int waiting() const {
+        int count = 0;
+        return ::ioctl(descriptor_.get(), SIOCINQ, &count) == 0 ? count : 0;
+    }
     // Bytes that the other side has not taken yet; none when there is no other side.
     [[nodiscard]] int unread() const {
         int count = 0;
