@@ -12,6 +12,7 @@
 #include <benchmark/benchmark.h>
 #include <ctime>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <sys/stat.h>
 #include <thread>
@@ -25,13 +26,16 @@ namespace {
 
 using namespace std::chrono_literals;
 
-void needApplication() {
-    static int count = 1;
-    static char name[] = "kelvane-bench";
-    static char* arguments[] = {name, nullptr};
-    ::setenv("QT_QPA_PLATFORM", "offscreen", 0);
-    static const QApplication application(count, arguments);
-}
+// Each benchmark has its own: one that outlived `main` would find Qt gone.
+class Application {
+    int count_ = 1;
+    std::array<char, 14> name_{"kelvane-bench"};
+    std::array<char*, 2> arguments_{name_.data(), nullptr};
+    const std::unique_ptr<QApplication> application_ = [this] {
+        ::setenv("QT_QPA_PLATFORM", "offscreen", 0);
+        return std::make_unique<QApplication>(count_, arguments_.data());
+    }();
+};
 
 // A volume of so many files, with the tab in manual mode and its volumes in sight.
 class Tab {
@@ -87,7 +91,7 @@ public:
 };
 
 void backupColumnIsFilled(benchmark::State& state) {
-    needApplication();
+    const Application application;
     const Tab tab(state.range());
     for (auto step : state) {
         state.PauseTiming();
@@ -103,7 +107,7 @@ void backupColumnIsFilled(benchmark::State& state) {
 BENCHMARK(backupColumnIsFilled)->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
 
 void backupColumnIsReloaded(benchmark::State& state) {
-    needApplication();
+    const Application application;
     const Tab tab(state.range());
     tab.choose(1);
     for (auto step : state)
@@ -112,7 +116,7 @@ void backupColumnIsReloaded(benchmark::State& state) {
 BENCHMARK(backupColumnIsReloaded)->Arg(10'000)->Unit(benchmark::kMillisecond);
 
 void backupColumnBare(benchmark::State& state) {
-    needApplication();
+    const Application application;
     const Tab tab(state.range());
     for (auto step : state)
         benchmark::DoNotOptimize(tab.readBare());
@@ -161,7 +165,7 @@ private:
 // What such a burst in the folder that is shown costs the pane: the share of one core without the renaming,
 // the longest turn of the main loop, and the seconds from the last change until the column is true.
 void backupColumnUnderABurst(benchmark::State& state) {
-    needApplication();
+    const Application application;
     const Tab tab(state.range());
     tab.folder.write("Disk/zz first", "");
     tab.choose(1);

@@ -88,6 +88,7 @@ FileNodeRef KelvaneFileNode::copy() const {
     copy->uid_ = uid_;
     copy->gid_ = gid_;
     copy->inPolicy_ = inPolicy_;
+    copy->storePath(); // nobody would when the parent goes, which does not know this one
     return copy;
 }
 
@@ -152,6 +153,12 @@ void KelvaneFileNode::setPath(std::string_view path) {
     path_ = OptionalText(path);
 }
 
+void KelvaneFileNode::setParent(const FileNodeRef& parent) {
+    parent_ = parent;
+    if (path_.view().empty())
+        storePath();
+}
+
 // Also of a node whose parent has gone.
 bool KelvaneFileNode::hadParent() const {
     const std::weak_ptr<KelvaneFileNode> none;
@@ -187,6 +194,12 @@ std::string KelvaneFileNode::kind(const FileServices& services) const {
         !kind.empty())
         return kind;
     return services.isAlias(path()) ? "Alias" : "";
+}
+
+std::string KelvaneFileNode::kindByPath(const FileServices& services) const {
+    const std::string ownPath = path();
+    const bool isFolder = isDirectory_ && ownPath != "/" && !kelv_isVolumePath(ownPath);
+    return isFolder ? services.kindOfFolder() : kind(services);
 }
 
 IconHandle KelvaneFileNode::image(const FileServices& services) {

@@ -86,7 +86,7 @@ public:
     // With the children that are loaded.
     [[nodiscard]] Value recursiveDictionary() const;
     // A node of the same class and parent with the same children (their parent stays this node), without
-    // flags, colour and path.
+    // flags and colour, and with the path that it has there.
     [[nodiscard]] FileNodeRef copy() const;
     // Clears names, dates, version, state and icon.
     void cleanup();
@@ -157,12 +157,17 @@ public:
     [[nodiscard]] std::string simpleFlagsString() const;
     // Many lines, for the log.
     [[nodiscard]] std::string description() const;
+    // A folder without a parent counts as a disk.
     [[nodiscard]] std::string kind(const FileServices& services) const;
+    // The same for a node that was made by its path and so has no parent: a disk only where the path is
+    // one's.
+    [[nodiscard]] std::string kindByPath(const FileServices& services) const;
     // Fetched once and kept until `flush`; null when the machine has none.
     [[nodiscard]] IconHandle image(const FileServices& services);
 
     [[nodiscard]] FileNodeRef parent() const { return parent_.lock(); }
-    void setParent(const FileNodeRef& parent) { parent_ = parent; }
+    // Stores the path that it has there: this alone does not put it into the parent's list.
+    void setParent(const FileNodeRef& parent);
     [[nodiscard]] FileNodeRef root();
     // A snapshot, empty when there are none.
     [[nodiscard]] FileNodeList children();

@@ -71,11 +71,16 @@ FileNodeList KelvaneFileNode::fileNodesForDictionaries(const Value& dictionaries
 void KelvaneFileNode::initWithDictionary(const Value& dictionary) {
     Room room;
     readTree(dictionary, room);
+    const FileNodeRef above = parent();
+    if (above && (!above->children_ || std::ranges::count(*above->children_, shared_from_this()) == 0))
+        storePath(); // detached: the parent does not know it any more
 }
 
 void KelvaneFileNode::readTree(const Value& dictionary, Room& room) {
-    // The fields of each node, then its children, whose own dictionaries wait on the list.
+    // The fields of each node, then its children, whose own dictionaries wait on the list. A child is added
+    // when it is complete, so that what a node hands on to a new child goes to that one alone.
     std::vector<std::pair<KelvaneFileNode*, const Value*>> waiting{{this, &dictionary}};
+    std::vector<std::pair<KelvaneFileNode*, FileNodeList>> families;
     while (!waiting.empty()) {
         const auto [node, source] = waiting.back();
         waiting.pop_back();
@@ -86,13 +91,20 @@ void KelvaneFileNode::readTree(const Value& dictionary, Room& room) {
         if (children.isAbsent())
             continue;
         const std::span<const Value> items = room.take(children.array());
-        node->startChildList(items.size());
+        FileNodeList& own = families.emplace_back(node, FileNodeList()).second;
+        own.reserve(items.size());
         for (const Value& child : items) {
             if (!child.isDictionary())
                 continue;
-            node->addChild(node->newOfSameClass());
-            waiting.emplace_back(node->children_->back().get(), &child);
+            own.push_back(node->newOfSameClass());
+            waiting.emplace_back(own.back().get(), &child);
         }
+    }
+    for (; !families.empty(); families.pop_back()) { // the deepest first
+        const auto& [node, own] = families.back();
+        node->startChildList(own.size());
+        for (const FileNodeRef& child : own)
+            node->addChild(child);
     }
 }
 

@@ -41,7 +41,7 @@ void KelvaneFileNode::addChild(const FileNodeRef& child) {
     if (!children_)
         children_ = std::make_unique<FileNodeList>();
     children_->push_back(child);
-    child->setParent(shared_from_this());
+    child->parent_ = shared_from_this();
 }
 
 void KelvaneFileNode::removeChild(const KelvaneFileNode& node) {

@@ -105,7 +105,7 @@ void KelvaneSocket::reportFailure(Connection& connection) {
 
 void KelvaneSocket::deliver(Connection& connection, const Data* payload, std::int32_t type) {
     if (!dataDelegateLock_.lockWhenCondition(1, connection.interruptions))
-        return; // closed while there was no data delegate
+        return;             // closed while there was no data delegate
     const struct Delivery { // ends however the delegate's call does
         explicit Delivery(KelvaneSocket& socket) : socket(socket) {
             socket.deliveringThread_ = std::this_thread::get_id();

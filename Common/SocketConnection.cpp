@@ -14,8 +14,8 @@
 namespace kelvane {
 namespace {
 
-// The peer frees the room of a write only when it has taken all of it. With its overhead this fills a block of
-// memory.
+// The peer frees the room of a write only when it has taken all of it. With its overhead this fills a block
+// of memory.
 constexpr std::size_t largestWrite = 15 * 1024;
 constexpr int roomPollInterval = 20; // milliseconds
 

@@ -79,7 +79,7 @@ int serve(const Options& options) {
 } // namespace kelvane
 
 int main(int argc, char** argv) {
-    kelvane::occupyStandardDescriptors();
+    kelvane::prepareProgram();
     kelvane::Options options;
     CLI::App app(
         "A backup daemon that plays a script. Without one it shows a demo account until it is ended.");

@@ -1,14 +1,12 @@
 #include "Foundation/BinaryPropertyList.h"
 
 #include "Foundation/BinaryPropertyListLayout.h"
+#include "Foundation/SparseArray.h"
 #include "Foundation/Unicode.h"
 
 #include <algorithm>
-#include <array>
 #include <bit>
-#include <deque>
 #include <map>
-#include <memory>
 #include <optional>
 #include <vector>
 
@@ -28,25 +26,6 @@ bool hasTwins(const Keys& keys) {
     return std::adjacent_find(sorted.begin(), sorted.end()) != sorted.end();
 }
 
-// A number for each object, 0 at first. Takes memory only near the objects that are asked for.
-class ObjectNumbers {
-public:
-    explicit ObjectNumbers(std::uint64_t objectCount) : blocks_(objectCount / blockSize + 1) {}
-
-    std::uint32_t& operator[](std::uint64_t object) {
-        std::unique_ptr<Block>& block = blocks_[object / blockSize];
-        if (!block)
-            block = std::make_unique<Block>();
-        return (*block)[object % blockSize];
-    }
-
-private:
-    static constexpr std::uint64_t blockSize = 1024;
-    using Block = std::array<std::uint32_t, blockSize>;
-
-    std::vector<std::unique_ptr<Block>> blocks_;
-};
-
 // Reads the objects of one property list. What answers false, none or null has told `refuse` why.
 class Reader {
 public:
@@ -56,7 +35,7 @@ public:
           objectsEnd_(trailer.tableOffset),
           room_(trailer.tableOffset),
           mostExpansion_(std::min(largestExpansion, bytes.size() * expansionFactor + smallExpansion)),
-          knownNumbers_(trailer.objectCount) {}
+          known_(trailer.objectCount) {}
 
     PropertyListReading read() {
         Array root;
@@ -102,7 +81,6 @@ private:
     std::optional<std::uint64_t> offsetOf(std::uint64_t object);
     std::optional<Content> contentAt(std::uint64_t at, std::uint64_t unit);
     std::optional<std::string> textAt(std::uint64_t at);
-    Known& knownAt(std::uint64_t object);
 
     // Each appends what it reads to `values`, which has room for it.
     bool object(std::uint64_t object, int depth, Array& values);
@@ -129,9 +107,8 @@ private:
     std::uint64_t expansion_ = 0;
     std::uint64_t room_; // bytes of the file that no container, string or data was made of so far
     const std::uint64_t mostExpansion_;
-    int levels_ = 0; // of the deepest container met so far inside the one that is being read
-    std::deque<Known> known_; // in the order in which they were met
-    ObjectNumbers knownNumbers_; // of objects: which of `known_`, from 1
+    int levels_ = 0;           // of the deepest container met so far inside the one that is being read
+    SparseArray<Known> known_; // by object
     std::map<std::string_view, Shape> shapes_; // by the bytes of the references
 };
 
@@ -195,15 +172,6 @@ std::optional<std::string> Reader::textAt(std::uint64_t at) {
     return text;
 }
 
-Reader::Known& Reader::knownAt(std::uint64_t object) {
-    std::uint32_t& number = knownNumbers_[object];
-    if (number == 0) {
-        known_.emplace_back();
-        number = static_cast<std::uint32_t>(known_.size());
-    }
-    return known_[number - 1];
-}
-
 bool Reader::object(std::uint64_t object, int depth, Array& values) {
     const std::optional<std::uint64_t> at = offsetOf(object);
     if (!at)
@@ -217,7 +185,7 @@ bool Reader::object(std::uint64_t object, int depth, Array& values) {
     case Type::AsciiString:
     case Type::Utf16String:
     case Type::Array:
-    case Type::Dictionary: return shareable(*at, type, knownAt(object), depth, values);
+    case Type::Dictionary: return shareable(*at, type, known_[object], depth, values);
     case Type::Uid: return refuse("UIDs are not supported");
     case Type::OrderedSet:
     case Type::Set: return refuse("sets are not supported");

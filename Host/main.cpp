@@ -48,7 +48,7 @@ int run(const Options& options, char* programName) {
 } // namespace kelvane::host
 
 int main(int argc, char** argv) {
-    kelvane::occupyStandardDescriptors();
+    kelvane::prepareProgram();
     const auto options = kelvane::host::readOptions(argc, argv);
     if (const int* const status = std::get_if<int>(&options))
         return *status;

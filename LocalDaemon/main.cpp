@@ -225,7 +225,7 @@ int run(const Arguments& arguments) {
 } // namespace
 
 int main(int count, char** texts) {
-    kelvane::occupyStandardDescriptors();
+    kelvane::prepareProgram();
     ::mallopt(M_ARENA_MAX, mostArenas);
     // A terminal that has gone must not end the daemon at its next line.
     std::signal(SIGPIPE, SIG_IGN);

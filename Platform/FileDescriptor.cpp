@@ -1,5 +1,6 @@
 #include "Platform/FileDescriptor.h"
 
+#include <clocale>
 #include <fcntl.h>
 
 namespace kelvane {
@@ -9,6 +10,11 @@ void occupyStandardDescriptors() {
         if (::fcntl(descriptor, F_GETFD) < 0)
             // The lowest free number is this one.
             static_cast<void>(::open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY));
+}
+
+void prepareProgram() {
+    occupyStandardDescriptors();
+    std::setlocale(LC_CTYPE, ""); // an unknown one leaves that of C
 }
 
 } // namespace kelvane

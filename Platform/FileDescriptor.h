@@ -31,7 +31,11 @@ private:
 };
 
 // Opens something useless under those of the descriptors 0 to 2 that are closed, so that no file or socket of
-// this program gets their numbers. Reading and writing there fails as it did. The first thing in `main`.
+// this program gets their numbers. Reading and writing there fails as it did.
 void occupyStandardDescriptors();
+
+// The first thing in every `main`: occupies the standard descriptors, and takes the character types from the
+// environment, so that all programs of a user fold case alike.
+void prepareProgram();
 
 } // namespace kelvane

@@ -12,7 +12,7 @@ packages=(
     libcurl4-openssl-dev zlib1g-dev
     # testing and measuring
     libgtest-dev libbenchmark-dev libsystemd-dev libclang-rt-14-dev clang-format clang-tidy
-    dbus dbus-daemon python3 procps xvfb
+    dbus dbus-daemon python3 procps xvfb locales
     # running
     polkitd restic rclone zip
 )

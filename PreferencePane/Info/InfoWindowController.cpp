@@ -56,7 +56,7 @@ InfoTexts infoTexts(const KelvaneFileNode& node, const PaneServices& prefs) {
     const Value& version = node.version();
     return {formatText(prefs.text("%@ Info"), node.displayName()),
             node.displayName(),
-            node.kind(prefs.fileServices()),
+            node.kindByPath(prefs.fileServices()),
             size(FileSizeFormatter::sharedFileSizeAbbrevFormatter()),
             size(FileSizeFormatter::sharedFileSizeFormatter()),
             date ? prefs.fileServices().dateAndTime(*date) : std::string(),

@@ -1,5 +1,7 @@
 #include "Common/FileNode.h"
 #include "Common/FileNodeProxy.h"
+#include "Common/KelvProxy.h"
+#include "Common/Protocols.h"
 #include "Tests/Common/FakeFileServices.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
@@ -35,6 +37,17 @@ TEST(FileNode, KnowsItsKindAndItsIcon) {
     const FileNodeRef folder = KelvaneFileNode::create("a.txt", true);
     KelvaneFileNode::create("/", true)->addChild(folder);
     EXPECT_EQ(folder->kind(services), "folder") << "its volume has gone, but it is none itself";
+
+    // Made by its path a node has no parent.
+    for (const auto& [path, kind] : {std::pair("/", "disk"),
+                                     {"/Volumes/D", "disk"},
+                                     {"/Volumes/D/x", "folder"},
+                                     {"/x", "folder"},
+                                     {"", "folder"}}) {
+        const FileNodeRef node = KelvaneFileNode::create("x", true);
+        node->setPath(path);
+        EXPECT_EQ(node->kindByPath(services), kind) << path;
+    }
 }
 
 TEST(FileNode, IsRestorableWhenBackedUpOrAnActiveFolder) {
@@ -153,6 +166,20 @@ TEST(FileNodeDictionary, HoldsTheTree) {
     EXPECT_EQ(KelvaneFileNode::createWithDictionary(dictionary)->recursiveDictionary(), dictionary);
     EXPECT_NE(dynamic_cast<KelvaneFileNodeProxy*>(tree->nodeAtPath("/a/b").get()), nullptr)
         << "children are of their parent's class";
+
+    const auto link = KelvaneProxy::create();
+    link->setProtocol(KelvaneDaemonProtocol);
+    const auto proxyOf = [](const FileNodeRef& node) {
+        return dynamic_cast<const KelvaneFileNodeProxy&>(*node).proxy();
+    };
+    const auto linked = KelvaneFileNodeProxy::create("/", true);
+    linked->setProxy(link);
+    linked->initWithDictionary(named("/", {named("a", {named("b", {}), named("c", {})}), named("d", {})}));
+    linked->setPath("/");
+    EXPECT_EQ(linked->recursiveDictionary()["children"], dictionary["children"]);
+    const FileNodeRef child = linked->mutableChildren()->front();
+    EXPECT_EQ(proxyOf(child), link);
+    EXPECT_EQ(proxyOf(child->mutableChildren()->front()), nullptr) << "nested ones have none";
 }
 
 } // namespace

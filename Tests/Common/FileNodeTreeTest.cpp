@@ -92,7 +92,13 @@ TEST(FileNodeTree, LeavesAHeldNodeWholeWhenItsTreeGoes) {
         FileNodeRef root = newRoot();
         const FileNodeRef held = add(add(add(root, "a"), "b"), "c");
         add(held, "child", false)->setSizeValue(7);
+        const FileNodeRef copy = held->copy();
+        const FileNodeRef removed = add(root, "d");
+        root->removeNodeAtPath("/d");
+        removed->initWithDictionary(Dictionary{{"fileName", "e"}});
         end(root);
+        EXPECT_EQ(copy->path(), "/a/b/c") << "which nobody's list of children holds";
+        EXPECT_EQ(removed->path(), "/e");
         EXPECT_EQ(held->path(), "/a/b/c");
         EXPECT_EQ(held->parent(), nullptr);
         EXPECT_EQ(held->root(), held);

@@ -27,12 +27,8 @@ namespace kelvane::tests {
 namespace {
 
 constexpr MethodDescription methods[] = {
-    {"note:", "v24@0:8@16"},
-    {"add:to:", "q24@0:8i16i20"},
-    {"echo:", "@24@0:8@16"},
-    {"throw", "I16@0:8"},
-    {"large", "@16@0:8"},
-    {"refused", "@16@0:8"},
+    {"note:", "v24@0:8@16"}, {"add:to:", "q24@0:8i16i20"}, {"echo:", "@24@0:8@16"},
+    {"throw", "I16@0:8"},    {"large", "@16@0:8"},         {"refused", "@16@0:8"},
 };
 
 // Answers the methods of a table with a function.
@@ -83,8 +79,7 @@ protected:
         else if (selector == "refused") {
             invocation.result().storeObject(Data(1U << 20U));
             largestAllocation = 1U << 16U;
-        }
-        else
+        } else
             throw std::runtime_error("on purpose");
     }
 

@@ -139,8 +139,8 @@ TEST_F(KelvSocket, ReportsADelegateThatThrowsAndGoesOn) {
     EXPECT_EQ(other->deliveries.next(), Delivery(2, std::nullopt));
 }
 
-// The system announces room only when three quarters of the buffer are free, which takes this peer longer than
-// the timeout: it goes on when it sees more, and else only every 1.5 s.
+// The system announces room only when three quarters of the buffer are free, which takes this peer longer
+// than the timeout: it goes on when it sees more, and else only every 1.5 s.
 TEST_F(KelvSocket, WritesToAPeerThatTakesLittleAtATime) {
     constexpr int all = 1 << 19;
     constexpr int bite = 1 << 14;

@@ -159,7 +159,8 @@ TEST(HostilePropertyList, TakesNoMemoryForObjectsThatNobodyRefersTo) {
     std::string file = "bplist00" + std::string(count, '\x09');
     for (std::uint64_t object = 0; object < count; ++object)
         file += bigEndian(8 + object, 4);
-    file += bigEndian(4, 7) + bigEndian(1, 1) + bigEndian(count, 8) + bigEndian(0, 8) + bigEndian(8 + count, 8);
+    file +=
+        bigEndian(4, 7) + bigEndian(1, 1) + bigEndian(count, 8) + bigEndian(0, 8) + bigEndian(8 + count, 8);
     const Data bytes(file.begin(), file.end());
     PeakMemory::reset();
     const long before = PeakMemory::kilobytes();

@@ -102,6 +102,18 @@ TEST_F(KelvanectlPaths, RulesChangeWhatTheDaemonBacksUpAndSayWhatIsNotDone) {
     EXPECT_EQ(run({"ls", "/home/b"}).output, "Backup,BackedUp  Green  7  01/02/25 03:04:05  b\n");
 }
 
+// In a Turkish locale, built here because few machines have it, the small letter of I is no i.
+TEST_F(KelvanectlPaths, PatternsAreReadAsTheLocaleOfTheUserHasIt) {
+    const std::string build = "localedef -i tr_TR -f UTF-8 " + (folder_ / "tr_TR.UTF-8") + " 2>&1";
+    ASSERT_EQ(std::system(build.c_str()), 0) << build; // NOLINT(cert-env33-c)
+    environment_.push_back("LOCPATH=" + folder_.path());
+    for (const auto& [locale, answer] : {std::pair("C.UTF-8", "yes"), {"tr_TR.UTF-8", "no "}}) {
+        environment_.push_back(std::string("LC_ALL=") + locale);
+        EXPECT_EQ(run({"match", "TITLE", "title"}).output, std::string(answer) + "  title\n");
+        environment_.pop_back();
+    }
+}
+
 // A part of a folder must not pass for all of it.
 TEST_F(KelvanectlPaths, AnUnknownPathIsWrongUsageAndALostDaemonIsNot) {
     expectFailure(run({"ls", "/nowhere"}), 2, "does not know this path");

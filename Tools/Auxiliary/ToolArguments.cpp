@@ -30,7 +30,7 @@ int complain(const char* name, const std::string& reason, int status) {
 }
 
 int runSwitch(int count, char** arguments, const char* name, const char* word, std::string (*operation)()) {
-    occupyStandardDescriptors();
+    prepareProgram();
     std::signal(SIGPIPE, SIG_IGN);
     if (!areSwitchArguments(count, arguments, word))
         return complain(name, "usage: " + std::string(name) + " 0 UID " + word + ", with your own user id",

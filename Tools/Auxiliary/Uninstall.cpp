@@ -97,7 +97,7 @@ int run(int& count, char** arguments) {
 } // namespace kelvane::tools
 
 int main(int count, char** arguments) {
-    kelvane::occupyStandardDescriptors();
+    kelvane::prepareProgram();
     std::signal(SIGPIPE, SIG_IGN);
     return kelvane::tools::run(count, arguments);
 }

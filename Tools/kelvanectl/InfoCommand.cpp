@@ -1,5 +1,4 @@
 #include "Common/FileNode.h"
-#include "Support/PathHelpers.h"
 #include "Tools/JsonPropertyList.h"
 #include "Tools/kelvanectl/Commands.h"
 #include "Tools/kelvanectl/JsonText.h"
@@ -26,16 +25,13 @@ struct Texts {
     std::string group;
 };
 
-Texts textsOf(KelvaneFileNode& node) {
+Texts textsOf(const KelvaneFileNode& node) {
     const LocalFileSystem disks;
     const SystemAccounts accounts;
     const PlainFileServices services(disks, accounts);
-    // A node without a parent would pass for a disk.
-    const FileNodeRef folder = kelv_isVolumePath(node.path()) ? nullptr : KelvaneFileNode::create();
-    node.setParent(folder);
-    return {node.kind(services),      sizeText(node.sizeValue()), node.backupDateString(services),
-            node.backupFlagsString(), node.simpleFlagsString(),   node.backupColorString(),
-            node.uidString(accounts), node.gidString(accounts)};
+    return {node.kindByPath(services), sizeText(node.sizeValue()), node.backupDateString(services),
+            node.backupFlagsString(),  node.simpleFlagsString(),   node.backupColorString(),
+            node.uidString(accounts),  node.gidString(accounts)};
 }
 
 std::string numbered(const std::string& text, std::int64_t number) {

@@ -25,7 +25,7 @@ ExitStatus run(const std::vector<std::string>& words) {
 } // namespace kelvane::ctl
 
 int main(int argumentCount, char* arguments[]) {
-    kelvane::occupyStandardDescriptors();
+    kelvane::prepareProgram();
     std::signal(SIGPIPE, SIG_IGN); // whoever stops reading is told by the failure of the next write
     kelvane::KelvaneLogStart();
     const std::vector<std::string> words(arguments + (argumentCount > 0 ? 1 : 0), arguments + argumentCount);
