@@ -17,12 +17,15 @@ using Run = benchmark::BenchmarkReporter::Run;
 class Results : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& run : runs)
+        for (const Run& run : runs) {
+            hasFailed_ = hasFailed_ || run.error_occurred;
             if (run.run_type == Run::RT_Iteration && !run.error_occurred)
                 keep(run);
+        }
         ConsoleReporter::ReportRuns(runs);
     }
 
+    [[nodiscard]] bool hasFailed() const { return hasFailed_; }
     [[nodiscard]] std::optional<double> find(std::string_view name) const {
         const auto found = best_.find(name);
         return found == best_.end() ? std::nullopt : std::optional(found->second);
@@ -43,6 +46,7 @@ private:
     }
 
     std::map<std::string, double, std::less<>> best_;
+    bool hasFailed_ = false;
 };
 
 // False when a budget is exceeded. One whose benchmark or reference did not run is left out.
@@ -66,6 +70,8 @@ bool reportBudgets(const Results& results) {
 } // namespace
 } // namespace kelvane::bench
 
+// Ends with 0, with 1 when a benchmark has failed, 2 for arguments that make no sense, 3 when a budget is
+// exceeded.
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
@@ -73,5 +79,8 @@ int main(int argc, char** argv) {
     kelvane::bench::Results results;
     benchmark::RunSpecifiedBenchmarks(&results);
     benchmark::Shutdown();
-    return kelvane::bench::reportBudgets(results) ? 0 : 1;
+    const bool areBudgetsKept = kelvane::bench::reportBudgets(results);
+    if (results.hasFailed())
+        return 1;
+    return areBudgetsKept ? 0 : 3;
 }

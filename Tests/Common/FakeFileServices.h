@@ -20,6 +20,8 @@ struct FakeDisk : FileSystem {
         if (!exists(path))
             return std::nullopt;
         attributes.kind = files.at(path);
+        attributes.uid = 1;
+        attributes.gid = 2;
         return attributes;
     }
     bool isReadable(const std::string& path) const override { return path != "/secret"; }

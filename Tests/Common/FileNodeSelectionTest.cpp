@@ -101,4 +101,17 @@ TEST(FileNodeSelection, FollowsItsLawsOnRandomTrees) {
     }
 }
 
+TEST(FileNodeSelection, OfAFolderIsPushedDownToItsFilesAndDeepestFolders) {
+    const FileNodeRef root = KelvaneFileNode::create("/", true);
+    root->checkSelections();
+    EXPECT_EQ(root->selected(), 1) << "all of nothing";
+    const FileNodeRef folder = add(root, true, false);
+    const FileNodeRef file = add(folder, false, true);
+    const FileNodeRef deepest = add(folder, true, false);
+    add(deepest, false, true);
+    folder->setSelected(1);
+    EXPECT_EQ(root->deepestFullSelections(), (FileNodeList{file, deepest}));
+    EXPECT_EQ(root->selectedChildren(false), FileNodeList{folder});
+}
+
 } // namespace kelvane::tests

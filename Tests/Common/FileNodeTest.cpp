@@ -2,6 +2,7 @@
 #include "Common/FileNodeProxy.h"
 #include "Common/KelvProxy.h"
 #include "Common/Protocols.h"
+#include "Foundation/Format.h"
 #include "Tests/Common/FakeFileServices.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
@@ -48,6 +49,121 @@ TEST(FileNode, KnowsItsKindAndItsIcon) {
         node->setPath(path);
         EXPECT_EQ(node->kindByPath(services), kind) << path;
     }
+}
+
+struct Flag {
+    std::uint32_t number;
+    std::uint32_t flag;
+    std::string_view name;
+    bool (KelvaneFileNode::*has)() const = nullptr;
+};
+const Flag backupFlags[] = {{0x10, Backup_Backup, "Backup_Backup", &KelvaneFileNode::isBackup},
+                            {0x20, Backup_BackedUp, "Backup_BackedUp"},
+                            {0x40, Backup_Exclude, "Backup_Exclude", &KelvaneFileNode::isExcluded},
+                            {0x80, Backup_Include, "Backup_Include"},
+                            {0x100, Backup_Extra, "Backup_Extra"},
+                            {0x200, Backup_System, "Backup_System"},
+                            {0x400, Backup_Not_Active, "Backup_Not_Active", &KelvaneFileNode::isNotActive},
+                            {0x800, Backup_Folder, "Backup_Folder", &KelvaneFileNode::isFolder},
+                            {0x1000, Backup_Missing, "Backup_Missing", &KelvaneFileNode::isMissing},
+                            {0x20000, Backup_No_Folder, "Backup_No_Folder Backup_Folder_Exclude"},
+                            {0x20000, Backup_Folder_Exclude, "Backup_No_Folder Backup_Folder_Exclude"},
+                            {0x8000000, Backup_Folder_Include, "Backup_Folder_Include"},
+                            {0x20000000, Backup_Excluded_Visible, "Backup_Excluded_Visible"}};
+const Flag simpleFlags[] = {{0x1, Backup_Simple_Checked, "Checked"},
+                            {0x2, Backup_Simple_Enabled, "Enabled"},
+                            {0x4, Backup_Simple_Grayed, "Grayed"},
+                            {0x100, Backup_Simple_Type_Checked, "Type_Checked"},
+                            {0x200, Backup_Simple_Type_Enabled, "Type_Enabled"},
+                            {0x400, Backup_Simple_Type_Visible, "Type_Visible"},
+                            {0x10000, Backup_Simple_Priority_Checked, "Priority_Checked"},
+                            {0x20000, Backup_Simple_Priority_Enabled, "Priority_Enabled"},
+                            {0x40000, Backup_Simple_Priority_Visible, "Priority_Visible"}};
+const std::pair<std::int32_t, std::string_view> colors[] = {
+    {Backup_Color_Undefined, "Undefined"}, {Backup_Color_None, "None"}, {Backup_Color_Green, "Green"},
+    {Backup_Color_Yellow, "Yellow"},       {Backup_Color_Gray, "Gray"}, {Backup_Color_Blue, "Blue"}};
+
+TEST(FileNode, HasTheNumbersAndNamesOfFlagsAndColorsThatADaemonUses) {
+    const FileNodeRef node = KelvaneFileNode::create();
+    EXPECT_EQ(node->backupFlagsString(), "0x00000000 : Backup_Undefined");
+    EXPECT_EQ(node->simpleFlagsString(), "0x00000000 : Backup_Simple_None");
+    for (const Flag& each : backupFlags) {
+        EXPECT_EQ(each.flag, each.number) << each.name;
+        node->setBackupFlags(each.number | 5);
+        const std::string words = "Backup_Priority (5) " + std::string(each.name) + ' ';
+        EXPECT_EQ(node->backupFlagsString(), formatText("0x%8.8lx : ", each.number | 5) + words);
+        EXPECT_EQ(node->backupPriority(), 5U);
+        for (const Flag& other : backupFlags)
+            EXPECT_TRUE(!other.has || (node.get()->*other.has)() == (other.number == each.number))
+                << other.name;
+    }
+    node->setBackupFlags(Backup_Backup);
+    EXPECT_EQ(node->backupFlagsString(), "0x00000010 : Backup_Priority (0) Backup_Backup ");
+    for (const Flag& each : simpleFlags) {
+        EXPECT_EQ(each.flag, each.number) << each.name;
+        node->setSimpleFlags(each.number);
+        EXPECT_EQ(node->simpleFlagsString(),
+                  formatText("0x%8.8lx : Backup_Simple_%s ", each.number, each.name));
+    }
+    for (std::int32_t number = 0; number < 6; ++number) {
+        node->setBackupColor(number);
+        EXPECT_EQ(colors[number].first, number);
+        EXPECT_EQ(node->backupColorString(), "Backup_Color_" + std::string(colors[number].second));
+    }
+    node->setBackupColor(6);
+    EXPECT_EQ(node->backupColorString(), "");
+}
+
+TEST(FileNode, IsCopiedAndDescribedWithAllThatItHas) {
+    FakeFileServices services;
+    services.disk.files = {{"/f", FileAttributes::Kind::File}};
+    const FileNodeRef owned = KelvaneFileNode::fileNodeForPath("/f", services);
+    EXPECT_EQ(owned->uidString(services.accounts) + owned->gidString(services.accounts), "joestaff");
+    owned->setUid(2);
+    owned->setGid(1);
+    EXPECT_EQ(owned->uidString(services.accounts) + owned->gidString(services.accounts), "21");
+
+    const FileNodeRef root = KelvaneFileNode::create("/", true);
+    root->setPath("/");
+    const FileNodeRef node = KelvaneFileNode::createWithDictionary(Dictionary{{"fileName", "a"},
+                                                                              {"displayName", "A"},
+                                                                              {"isDirectory", true},
+                                                                              {"backupDate", Date{0}},
+                                                                              {"version", 2},
+                                                                              {"state", "idle"},
+                                                                              {"size", 7},
+                                                                              {"backupFlags", 16U},
+                                                                              {"simpleFlags", 1U},
+                                                                              {"backupColor", 2U},
+                                                                              {"totalCount", 4U},
+                                                                              {"uid", 5U},
+                                                                              {"gid", 6U}});
+    root->addChild(node);
+    node->addChild(KelvaneFileNode::create("child", false));
+    node->setSelected(1);
+    node->setInPolicy(true);
+    node->setPurgeDate(Date{1});
+    const std::string description = node->description();
+    EXPECT_EQ(description.substr(description.find('\n')),
+              "\n    fileName: a\n    displayName: A\n    isDirectory: YES\n    selected: 1\n"
+              "    backupFlags: 0x00000010 : Backup_Priority (0) Backup_Backup \n"
+              "    simpleFlags: 0x00000001 : Backup_Simple_Checked \n    backupColor: Backup_Color_Green\n"
+              "    backupDate: 2001-01-01T00:00:00Z\n    state: idle\n    version: 2\n"
+              "    purgeDate: 2001-01-01T00:00:01Z\n    fileCount: 4\n    size: 7\n");
+
+    const FileNodeRef copy = node->copy();
+    EXPECT_EQ(copy->backupFlags() + copy->simpleFlags() + static_cast<std::uint32_t>(copy->backupColor()),
+              0U);
+    EXPECT_TRUE(copy->isEqual(*node));
+    EXPECT_EQ(copy->children(), node->children());
+    EXPECT_EQ(copy->parent(), root);
+    EXPECT_TRUE(copy->selected() == 1 && copy->inPolicy() && copy->purgeDate() == node->purgeDate());
+    copy->setBackupFlags(16);
+    copy->setSimpleFlags(1);
+    copy->setBackupColor(2);
+    EXPECT_EQ(copy->dictionary(), node->dictionary());
+    EXPECT_FALSE(KelvaneFileNode::create()->isEqual(*KelvaneFileNode::create())) << "without a path";
+    EXPECT_FALSE(node->isEqual(*root));
 }
 
 TEST(FileNode, IsRestorableWhenBackedUpOrAnActiveFolder) {

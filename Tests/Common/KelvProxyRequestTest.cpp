@@ -206,6 +206,20 @@ TEST_F(KelvProxyRequest, CostsThePeerItsLinkWhenTooManyWait) {
     EXPECT_EQ(notes.count(), count - 1) << "what was taken runs";
 }
 
+TEST_F(KelvProxyRequest, TakesRoomOnlyUntilItHasRun) {
+    proxy->setCallDelegateOnMainThread(true);
+    const std::string quarter = request("note:", {"@", std::string(KelvaneProxy::mostQueuedBytes / 4, 'x')}) +
+                                message(responseFrame, 6);
+    for (int number = 0; number < 6; ++number) {
+        for (int time = 0; time < 2; ++time) {
+            peer.send(quarter);
+            EXPECT_EQ(proxy->call<"serviceState">(), 6U) << "by now it is queued";
+        }
+        loop->runPosted();
+        EXPECT_EQ(notes.count(), 2U * static_cast<unsigned>(number + 1));
+    }
+}
+
 // One that calls only what has no result would keep the response for ever, and the failure behind it.
 TEST_F(KelvProxyRequest, GoesOnAfterAResponseThatNobodyCanWaitFor) {
     proxy->setProtocol(KelvaneClientProtocol);

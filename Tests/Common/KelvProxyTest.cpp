@@ -103,6 +103,7 @@ TEST_F(KelvProxy, EndsEveryWaitWhenItsLinkClosesOrIsLost) {
         EXPECT_EQ(waiting.get(), 0U);
         const bool isReplaced = &close == &ways[3];
         if (isReplaced) { // the one in line asks the new one
+            EXPECT_FALSE(socket->isOpen());
             EXPECT_TRUE(otherPeer.receive());
             otherPeer.send(message(responseFrame, 8));
         }
@@ -111,6 +112,20 @@ TEST_F(KelvProxy, EndsEveryWaitWhenItsLinkClosesOrIsLost) {
     other->close();
     proxy->setSocket(other); // closed before it came
     EXPECT_EQ(proxy->call<"serviceState">(), 0U);
+}
+
+// A failure counts only for a call that has waited since.
+TEST_F(KelvProxy, ForgetsWhenItClosesThatACallHasWaited) {
+    peer.send(message(responseFrame, 1));
+    EXPECT_EQ(proxy->call<"serviceState">(), 1U);
+    proxy->close();
+    const auto next = KelvaneSocket::create();
+    RawPeer nextPeer = peerOf(next);
+    proxy->setSocket(next);
+    proxy->processData(nullptr, failureNotice);
+    nextPeer.send(message(responseFrame, 8));
+    EXPECT_EQ(proxy->call<"serviceState">(), 8U);
+    next->close();
 }
 
 TEST_F(KelvProxy, SurvivesADelegateThatClosesEverythingInTheMiddleOfAWrite) {

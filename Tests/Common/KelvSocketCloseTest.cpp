@@ -131,6 +131,7 @@ TEST_F(KelvSocketClose, LosesNoDescriptorAndNoThreadInAThousandConnections) {
         return std::pair(entries("/proc/self/fd"), entries("/proc/self/task"));
     };
     const auto before = counts();
+    std::vector<std::weak_ptr<KelvaneSocket>> children;
     for (int number = 0; number < 1000; ++number) {
         const auto client = KelvaneSocket::create();
         ASSERT_TRUE(
@@ -140,8 +141,11 @@ TEST_F(KelvSocketClose, LosesNoDescriptorAndNoThreadInAThousandConnections) {
         ASSERT_TRUE(child);
         (number % 2 == 0 ? client : child)->close();
         child->close();
+        children.push_back(child);
     }
     EXPECT_TRUE(eventually([&] { return counts() == before; }));
+    EXPECT_LT(std::ranges::count_if(children, [](const auto& child) { return !child.expired(); }), 10)
+        << "a listener lets go of those that are closed";
 }
 
 // Runs `body` as another user; false when this process cannot become one.
@@ -177,6 +181,12 @@ TEST_F(KelvSocketClose, RefusesPeersOfAnotherUser) {
     ASSERT_TRUE(friendly.connect(path));
     EXPECT_TRUE(fate->children.next());
     EXPECT_EQ(fate->children.count(), 0U);
+
+    int ends[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    const FileDescriptor own(ends[0]);
+    const FileDescriptor ofRoot(ends[1]);
+    EXPECT_TRUE(asAnotherUser([&] { return isTrustedPeer(own.get()); })) << "anybody trusts root";
 
     // The listening descriptor is inherited, and the credentials are those of whoever listened.
     const RawPeer listener;

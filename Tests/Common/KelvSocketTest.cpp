@@ -1,3 +1,4 @@
+#include "Common/ValueBuffer.h"
 #include "Foundation/Assertion.h"
 #include "Tests/Harness/LinkPair.h"
 #include "Tests/Harness/ManualLoop.h"
@@ -51,14 +52,15 @@ TEST_F(KelvSocket, ReportsAFailedReadUntilItIsClosed) {
     RawPeer peer = peerOf(socket);
     EXPECT_EQ(order.next(), "connected");
     const auto lost = Clock::now();
-    peer.send(frame(1, "", -1) + frame(1, "still there"));
+    peer.send(frame(1, "", -1) + frame(1, "", largestPayload + 1) + frame(1, "still there"));
     EXPECT_EQ(data->deliveries.next(), Delivery(0, std::nullopt));
     EXPECT_GE(Clock::now() - lost, 1s);
+    EXPECT_EQ(data->deliveries.next(), Delivery(0, std::nullopt));
     EXPECT_EQ(data->deliveries.next(), Delivery(1, "still there"));
     peer.hangUp();
-    for (const char* told : {"data", "failed", "data", "data", "failed", "data", "failed"})
+    for (const char* told : {"data", "failed", "data", "failed", "data", "data", "failed", "data", "failed"})
         EXPECT_EQ(order.next(), told);
-    EXPECT_GE(Clock::now() - lost, 3200ms);
+    EXPECT_GE(Clock::now() - lost, 4300ms);
     EXPECT_EQ(data->deliveries.next(), Delivery(0, std::nullopt));
     socket->close();
 }
@@ -101,6 +103,36 @@ TEST_F(KelvSocket, SpeaksToItsDelegateOnTheMainThreadExceptAboutWrites) {
     socket->close();
     EXPECT_TRUE(threadsEnd());
     loop->runPosted();
+}
+
+TEST_F(KelvSocket, NeedsDelegatesAndTellsTheOneThatIsReplaced) {
+    const auto textOf = [](const auto& fails) {
+        try {
+            fails();
+        } catch (const AssertionFailure& failure) {
+            return std::string(failure.what()) + ' ' + std::to_string(failure.line());
+        }
+        return std::string();
+    };
+    EXPECT_EQ(textOf([&] { socket->setSocketDelegate(nullptr); }), "Setting delegate to NULL 559");
+    EXPECT_EQ(textOf([&] { socket->setDataDelegate(nullptr); }), "Setting result delegate to NULL 575");
+    ValueBuffer buffer;
+    EXPECT_EQ(textOf([&] { static_cast<void>(encodeValue("r", buffer)); }),
+              "Unknown argument type specifier: r 489");
+    EXPECT_EQ(textOf([&] { decodeValue(1, "r", buffer); }), "Unknown argument type specifier: r 563");
+
+    socket->setSocketDelegate(fate);
+    socket->setSocketDelegate(fate);
+    EXPECT_EQ(fate->events.count(), 0U);
+    socket->setSocketDelegate(std::make_shared<RecordingSocketDelegate>());
+    EXPECT_EQ(fate->events.next(), "failed");
+}
+
+TEST_F(KelvSocket, CutsAPathToWhatAnAddressHolds) {
+    const std::string path = folder / std::string(200, 'x');
+    ASSERT_TRUE(socket->listenAtPath(path));
+    EXPECT_EQ(std::filesystem::path(path.substr(0, 103)).filename(), *folder.names().begin());
+    EXPECT_TRUE(KelvaneSocket::create()->connectToPath(path));
 }
 
 TEST_F(KelvSocket, KeepsTheBytesOfOneWriteTogether) {

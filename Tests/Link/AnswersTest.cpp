@@ -10,48 +10,131 @@ protected:
     void SetUp() override { connect(); }
 };
 
+// What asks or tells the daemon, what that receives, and what comes back when it answers `answer`.
+struct Call {
+    ReceivedCall received;
+    Value answer;
+    Value (*make)(BackupState&);
+};
+
+using S = BackupState;
+const Call everyCall[] = {
+    {{"automaticMode", {}}, true, [](S& s) { return Value(s.automaticMode()); }},
+    {{"pausedMinutes", {}}, 1440U, [](S& s) { return Value(s.pausedMinutes()); }},
+    {{"marketingMessage", {}}, "buy", [](S& s) { return s.marketingMessage(); }},
+    {{"dictionaryForPath:", {"/a"}}, "d", [](S& s) { return s.dictionaryForPath("/a"); }},
+    {{"dictionaryForPath:withDirSizes:", {"/b", 1}}, 2, [](S& s) { return s.dictionaryForPath("/b", true); }},
+    {{"childrenDictionariesForPath:", {"/c"}}, "c", [](S& s) { return s.childrenDictionariesForPath("/c"); }},
+    {{"stringValueForProfileKey:", {"k"}}, "v", [](S& s) { return s.stringValueForProfileKey("k"); }},
+    {{"getFileTypeToggle:", {"t"}}, 3U, [](S& s) { return Value(s.getFileTypeToggle("t")); }},
+    {{"setLowerPriorityMode:", {1}}, {}, [](S& s) { return s.setLowerPriorityMode(true), Value(); }},
+    {{"setAutomaticMode:", {1}}, {}, [](S& s) { return s.setAutomaticMode(true), Value(); }},
+    {{"setPausedMinutes:", {60U}}, {}, [](S& s) { return s.setPausedMinutes(60), Value(); }},
+    {{"setRecoverMode:", {1}}, {}, [](S& s) { return s.setRecoverMode(true), Value(); }},
+    {{"setAccountOverQuotaTestingFlag:", {1}},
+     {},
+     [](S& s) { return s.setAccountOverQuotaTestingFlag(true), Value(); }},
+    {{"clearAccountOverQuotaTestingFlag", {}},
+     {},
+     [](S& s) { return s.clearAccountOverQuotaTestingFlag(), Value(); }},
+    {{"setValueForProfileKey:withString:", {"k", "v"}},
+     {},
+     [](S& s) { return s.setValueForProfileKey("k", std::string("v")), Value(); }},
+    {{"addFileToBackup:", {"/d"}}, {}, [](S& s) { return s.addFileToBackup("/d"), Value(); }},
+    {{"removeFileFromBackup:", {"/e"}}, {}, [](S& s) { return s.removeFileFromBackup("/e"), Value(); }},
+    {{"setPriorityBackup:", {"/f"}}, {}, [](S& s) { return s.setPriorityBackup("/f"), Value(); }},
+    {{"setFileTypeToggle:toggle:", {"t", 3U}}, {}, [](S& s) { return s.setFileTypeToggle("t", 3), Value(); }},
+    {{"setAlertHandler", {}}, {}, [](S& s) { return s.setAlertHandler(), Value(); }},
+    {{"endAlertHandler", {}}, {}, [](S& s) { return s.endAlertHandler(), Value(); }},
+    {{"setStateHandler", {}}, {}, [](S& s) { return s.setStateHandler(), Value(); }},
+    {{"endStateHandler", {}}, {}, [](S& s) { return s.endStateHandler(), Value(); }},
+    {{"terminate", {}}, {}, [](S& s) { return s.terminateDaemon(), Value(); }},
+};
+
 TEST_F(Answers, ComeFromTheDaemonAndWhileDisconnectedFromNowhereElse) {
-    daemon.answer("pausedMinutes", 1440U);
-    daemon.answer("dictionaryForPath:withDirSizes:", 2);
-    EXPECT_EQ(state->pausedMinutes(), 1440U);
-    EXPECT_EQ(state->dictionaryForPath("/b", true), Value(2));
-    state->setFileTypeToggle("Music", 3U);
-    EXPECT_TRUE(daemon.waitForCalls("setFileTypeToggle:toggle:"));
-    EXPECT_EQ(daemon.calls(), (Calls{{"pausedMinutes", {}},
-                                     {"dictionaryForPath:withDirSizes:", {"/b", 1}},
-                                     {"setFileTypeToggle:toggle:", {"Music", 3U}}}));
-    daemon.stop();
-    static_cast<void>(state->automaticMode()); // meets the loss
-    ASSERT_FALSE(state->connected());
+    Calls all;
+    for (const Call& call : everyCall) {
+        daemon.answer(call.received.selector, call.answer);
+        EXPECT_EQ(call.make(*state), call.answer) << call.received.selector;
+        all.push_back(call.received);
+    }
+    EXPECT_TRUE(daemon.waitForCalls("terminate"));
+    EXPECT_EQ(daemon.calls(), all);
+    loseDaemon();
     daemon.forgetCalls();
-    EXPECT_EQ(state->pausedMinutes(), 0U);
-    EXPECT_EQ(state->dictionaryForPath("/b", true), Value());
-    state->setFileTypeToggle("Music", 3U);
+    for (const Call& call : everyCall) {
+        const Value nothing = call.make(*state);
+        EXPECT_TRUE(nothing.isAbsent() || nothing == Value(0)) << call.received.selector;
+    }
     EXPECT_EQ(daemon.calls(), Calls());
     EXPECT_EQ(state->proxy(), nullptr);
 }
 
-TEST_F(Answers, OfTheLastDictionaryAreNothingBeforeThereIsOneAndOutliveTheLink) {
-    EXPECT_EQ(state->quotaMB() + state->pendingFileSize(), 0U);
-    EXPECT_EQ(state->statusString(), Value());
-    EXPECT_FALSE(state->paused() || state->pendingFileSizeAvailable() || state->pendingFileCountAvailable());
-    daemon.changeWorld([](DaemonWorld& world) {
-        world.state = Dictionary{
-            {"quotaMB", 2047U}, {"pendingFileSize", 1ULL << 41U}, {"statusString", "busy"}, {"paused", true}};
-    });
+// A key of the state dictionary, what may stand there and what is read of it.
+struct Reading {
+    const char* key;
+    Value stored;
+    Value (*read)(const BackupState&);
+};
+using C = const BackupState;
+const Reading everyReading[] = {
+    {"backedUpFileCount", ~0U, [](C& s) { return Value(s.backedUpFileCount()); }},
+    {"backedupFileSize", 1ULL << 40U, [](C& s) { return Value(s.backedupFileSize()); }},
+    {"pendingFileCount", 2U, [](C& s) { return Value(s.pendingFileCount()); }},
+    {"pendingFileSize", 1ULL << 41U, [](C& s) { return Value(s.pendingFileSize()); }},
+    {"currentBackupFile", "/b", [](C& s) { return s.currentBackupFile(); }},
+    {"currentRestoreFile", "/r", [](C& s) { return s.currentRestoreFile(); }},
+    {"statusString", "busy", [](C& s) { return s.statusString(); }},
+    {"backupState", 3U, [](C& s) { return Value(s.backupState()); }},
+    {"currentRestoreJob", 4U, [](C& s) { return Value(s.currentRestoreJob()); }},
+    {"isBackupNeeded", true, [](C& s) { return Value(s.isBackupNeeded()); }},
+    {"hasUnreadFiles", true, [](C& s) { return Value(s.hasUnreadFiles()); }},
+    {"lowerPriorityMode", true, [](C& s) { return Value(s.lowerPriorityMode()); }},
+    {"paused", true, [](C& s) { return Value(s.paused()); }},
+    {"recoverMode", true, [](C& s) { return Value(s.recoverMode()); }},
+    {"serviceState", 8U, [](C& s) { return Value(s.serviceState()); }},
+    {"isOverQuota", true, [](C& s) { return Value(s.isOverQuota()); }},
+    {"isQuotaLimited", true, [](C& s) { return Value(s.isQuotaLimited()); }},
+    {"quotaMB", 2047U, [](C& s) { return Value(s.quotaMB()); }},
+    {"backupControlFlags", 5U, [](C& s) { return Value(s.getBackupControl()); }},
+};
+bool isAvailable(C& state, std::string_view key) {
+    return (key == "backedUpFileCount" && state.backedUpFileCountAvailable()) ||
+           (key == "backedupFileSize" && state.backedupFileSizeAvailable()) ||
+           (key == "pendingFileCount" && state.pendingFileCountAvailable()) ||
+           (key == "pendingFileSize" && state.pendingFileSizeAvailable());
+}
+
+bool isNothing(const Value& value) {
+    return value.isAbsent() || value == Value(0);
+}
+
+// Each key alone, so that none is read in the place of another.
+TEST_F(Answers, OfTheLastDictionaryHaveTheirOwnKeysAndOutliveTheLink) {
+    Dictionary all;
+    for (const Reading& only : everyReading) {
+        EXPECT_TRUE(isNothing(only.read(*state))) << only.key << " before it is there";
+        daemon.changeWorld([&](DaemonWorld& world) { world.state = Dictionary{{only.key, only.stored}}; });
+        state->updateDaemonState();
+        for (const Reading& each : everyReading) {
+            const Value read = each.read(*state);
+            EXPECT_TRUE(&each == &only ? read == only.stored : isNothing(read))
+                << each.key << " of " << only.key;
+            const bool isCounted = std::string_view(each.key).find("FileCount") != std::string_view::npos ||
+                                   std::string_view(each.key).find("FileSize") != std::string_view::npos;
+            EXPECT_EQ(isAvailable(*state, each.key), &each == &only && isCounted) << each.key;
+        }
+        all.append(only.key, only.stored);
+    }
+    daemon.changeWorld([&](DaemonWorld& world) { world.state = all; });
     state->updateDaemonState();
     daemon.setState("paused", false); // not seen until the next time
-    for (const bool connected : {true, false}) {
-        EXPECT_EQ(state->connected(), connected);
-        EXPECT_EQ(state->quotaMB(), 2047U);
-        EXPECT_EQ(state->quotaGB(), 1U) << "whole ones";
-        EXPECT_EQ(state->pendingFileSize(), 1ULL << 41U);
-        EXPECT_EQ(state->statusString(), Value("busy"));
-        EXPECT_TRUE(state->paused() && state->pendingFileSizeAvailable());
-        EXPECT_FALSE(state->pendingFileCountAvailable());
-        EXPECT_EQ(daemon.calls(), (Calls{{"daemonState", {}}}));
-        loseDaemon();
-    }
+    EXPECT_TRUE(state->isQuotaLimited()) << "which stores it";
+    loseDaemon();
+    for (const Reading& each : everyReading)
+        EXPECT_EQ(each.read(*state), each.stored) << each.key;
+    EXPECT_EQ(state->quotaGB(), 1U) << "whole ones";
+    EXPECT_EQ(daemon.callCount("daemonState"), daemon.calls().size());
 }
 
 // A daemon that does not know a method never answers it.

@@ -71,6 +71,9 @@ TEST_F(ConnectionControllerTest, TriesOnlyOnceWithoutItsTimerButRetriesAfterALos
 }
 
 TEST_F(ConnectionControllerTest, TakesSeveralReportsOfOneLoss) {
+    controller->start();
+    controller->stop();
+    heard.clear();
     connect();
     const auto socket = KelvaneSocket::create();
     controller->socketFailed(*socket);

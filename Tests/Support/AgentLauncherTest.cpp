@@ -1,10 +1,12 @@
 #include "Support/AgentLauncher.h"
+#include "Platform/FileDescriptor.h"
 #include "Tests/Harness/Recorded.h"
 #include "Tests/Harness/ReportingScript.h"
 
 #include <cerrno>
 #include <csignal>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 
 namespace kelvane::tests {
@@ -43,6 +45,33 @@ TEST(AgentLauncher, StartsTheTrampolineWithItsArgumentsCleanSignalsAndNoDescript
     sigset_t after;
     ::pthread_sigmask(SIG_SETMASK, &before, &after);
     EXPECT_TRUE(::sigismember(&after, SIGUSR1) == 1 && ::sigismember(&after, SIGUSR2) == 0);
+}
+
+TEST(AgentLauncher, TriesTheNextAttemptWhenOneFailsAndEndsWellWhenNoneIsLeft) {
+    const auto attempts = detail::execAttempts("/t", "/p", 7, KelvaneTrampoline::launchDaemon);
+    ASSERT_EQ(attempts.size(), 2U);
+    EXPECT_EQ(attempts[0].logEntry, "exec: /t 7 /p launchdaemon");
+    EXPECT_EQ(attempts[1].logEntry, "exec: /t 7 /p");
+    EXPECT_EQ(attempts[1].arguments, (std::vector<std::string>{"/t", "7", "/p"}));
+
+    for (const bool isThere : {true, false}) {
+        int ends[2];
+        ASSERT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
+        const FileDescriptor log(ends[0]);
+        FileDescriptor childEnd(ends[1]);
+        const pid_t child = detail::forkAndExecute(
+            {{"first", {"/no/such/program"}}, {"second", {isThere ? "/bin/true" : "/no/such/program"}}},
+            childEnd.get());
+        childEnd.reset();
+        std::string entries;
+        char entry[64];
+        for (ssize_t size = 0; (size = ::recv(log.get(), entry, sizeof entry, 0)) > 0;)
+            entries.append(entry, static_cast<std::size_t>(size)) += ';';
+        EXPECT_EQ(entries, std::string("child forked;first;second;") + (isThere ? "" : "exec failed;"));
+        int status = -1;
+        EXPECT_EQ(::waitpid(child, &status, 0), child);
+        EXPECT_EQ(status, 0);
+    }
 }
 
 TEST(AgentLauncher, MakesNoChildForATrampolineThatIsNoExecutableFile) {

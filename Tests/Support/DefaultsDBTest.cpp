@@ -51,6 +51,18 @@ TEST_F(DefaultsDBTest, StoresTextsNumbersAndBooleansBesideWhatOthersWrote) {
     EXPECT_EQ(stored().description(), "{foreign = 2001-01-01T00:00:05Z; number = 1; text = \"a@b.c\"; "
                                       "yes = \"YES\"; no = \"NO\"; last = 0;}");
     EXPECT_EQ(stored()["number"].kind(), Value::Kind::Integer);
+
+    const auto statusOfFile = [this] {
+        struct stat status {};
+        EXPECT_EQ(::stat(file_.c_str(), &status), 0);
+        return status;
+    };
+    const auto before = statusOfFile();
+    EXPECT_EQ(before.st_mode & 07777U, 0600U) << "the account's address is nobody else's";
+    DefaultsDB::setIntProperty(0, "last");
+    EXPECT_EQ(statusOfFile().st_ino, before.st_ino) << "nothing new to write";
+    DefaultsDB::setIntProperty(1, "last");
+    EXPECT_NE(statusOfFile().st_ino, before.st_ino);
 }
 
 TEST_F(DefaultsDBTest, ReadsStoredValuesByConversionAndGivesDefaultsForAbsentKeys) {

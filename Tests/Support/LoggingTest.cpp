@@ -1,7 +1,10 @@
 #include "Support/Logging.h"
+#include "Tests/Harness/EnvironmentVariable.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
 #include <cstdlib>
+#include <ctime>
+#include <filesystem>
 #include <gtest/gtest.h>
 
 namespace kelvane {
@@ -35,6 +38,22 @@ TEST(LoggingDeathTest, IsOnWhenTheMarkerStandsThereAtTheStart) {
     for (const auto& [path, expected] : cases)
         EXPECT_EXIT(std::_Exit(writtenWithMarker(path) == expected ? 0 : 1), testing::ExitedWithCode(0), "")
             << path;
+}
+
+TEST(LoggingDeathTest, GoesToStandardErrorWhenThereIsNoSystemLog) {
+    EXPECT_STREQ(logMarkerPath, "/tmp/kelvane_logging");
+    const tests::EnvironmentVariable zone("TZ", "UTC");
+    ::tzset();
+    const LogEntry entry{std::chrono::system_clock::time_point(std::chrono::milliseconds(1735787045678)),
+                         "text"};
+    EXPECT_TRUE(entry.line().starts_with("2025-01-02 03:04:05.678 ")) << entry.line();
+    EXPECT_TRUE(entry.line().ends_with("] text")) << entry.line();
+    const auto write = [] {
+        KelvaneSystemLog("written");
+        std::_Exit(0);
+    };
+    EXPECT_EXIT(write(), testing::ExitedWithCode(0),
+                std::filesystem::exists("/dev/log") ? "" : "] written\n");
 }
 
 TEST(Logging, MakesOneBoundedLineOfWhateverIsWritten) {
