@@ -27,6 +27,7 @@ PaneView::PaneView(const Bundle& bundle)
       progressPlace_(new QWidget),
       tabArea_(new QStackedLayout),
       authView_(new AuthorizationView(bundle, this)) {
+    setWindowTitle(QString::fromStdString(bundle.information("CFBundleName").stringValue())); // of sheets
     for (const auto& [tab, title] : tabTitles) {
         TabItem& made = item(tab);
         made.title = QString::fromStdString(bundle.localizedString(title, title));
@@ -129,6 +130,10 @@ void PaneView::setRestoreProgressView(QWidget* view) {
 
 void PaneView::showRestoreProgress(bool isShown) {
     tabArea_->setCurrentWidget(isShown ? progressPlace_ : static_cast<QWidget*>(tabView_));
+    if (isShown && progressPlace_->layout()->count() > 0)
+        progressPlace_->layout()->itemAt(0)->widget()->setFocus(Qt::OtherFocusReason);
+    else if (QWidget* const page = tabView_->currentWidget())
+        page->setFocus(Qt::OtherFocusReason);
 }
 
 } // namespace kelvane

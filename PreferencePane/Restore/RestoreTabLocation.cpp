@@ -47,7 +47,7 @@ void KelvaneRestoreTabController::showAlert(const RestoreAlertTexts& texts, bool
                 }};
     for (const RestoreText& button : texts.buttons)
         sheet.buttons.push_back(shown(button, prefs_));
-    alert_ = openSheet(ui_->restoreBrowser->window(), sheet, &context_,
+    alert_ = openSheet(prefs_.mainView(), sheet, &context_,
                        [this](int returnCode) { restoreAlertDidEnd(returnCode); });
 }
 

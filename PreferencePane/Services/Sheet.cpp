@@ -28,13 +28,13 @@ void addHelp(QMessageBox& box, QObject* context, const std::function<void()>& sh
 
 // A message box takes a part of a large screen only, and cuts what is wider. Buttons that would be cut in a
 // row stand below each other.
-void arrange(QMessageBox& box, const QWidget& window) {
+void arrange(QMessageBox& box, const QWidget& parent) {
     // Logical pixels.
     constexpr int widest = 720;
     constexpr int smallScreen = 1024;
     constexpr int keptOfLargeScreen = 480;
     constexpr int margins = 40;
-    const int screen = window.screen()->availableGeometry().width();
+    const int screen = parent.screen()->availableGeometry().width();
     const int room = std::min(widest, screen - (screen > smallScreen ? keptOfLargeScreen : 0) - margins);
     auto* const row = box.findChild<QDialogButtonBox*>();
     if (row->sizeHint().width() <= room)
@@ -43,11 +43,18 @@ void arrange(QMessageBox& box, const QWidget& window) {
     row->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
 }
 
+QString titleOf(const QWidget* widget) {
+    while (widget->windowTitle().isEmpty() && widget->parentWidget() != nullptr)
+        widget = widget->parentWidget();
+    return widget->windowTitle();
+}
+
 } // namespace
 
-QMessageBox* openSheet(QWidget* window, const Sheet& sheet, QObject* context,
+QMessageBox* openSheet(QWidget* parent, const Sheet& sheet, QObject* context,
                        const std::function<void(int returnCode)>& ended) {
-    auto* const box = new QMessageBox(QMessageBox::Warning, {}, sheet.message, QMessageBox::NoButton, window);
+    auto* const box =
+        new QMessageBox(QMessageBox::Warning, titleOf(parent), sheet.message, QMessageBox::NoButton, parent);
     box->setTextFormat(Qt::PlainText);
     box->setInformativeText(sheet.informative);
     std::vector<QPushButton*> buttons;
@@ -60,7 +67,7 @@ QMessageBox* openSheet(QWidget* window, const Sheet& sheet, QObject* context,
         addHelp(*box, context, sheet.showHelp);
     box->setDefaultButton(buttons.front());
     box->setEscapeButton(buttons.back());
-    arrange(*box, *window);
+    arrange(*box, *parent);
     box->setAttribute(Qt::WA_DeleteOnClose);
     QObject::connect(box, &QDialog::finished, context, [box, buttons, context, ended] {
         const int returnCode = returnCodeOf(box->clickedButton(), buttons);

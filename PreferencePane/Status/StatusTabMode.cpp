@@ -101,7 +101,7 @@ void KelvaneStatusTabController::warnUserAboutMode(DaemonMode mode) {
     if (state && state->recoverMode())
         message = text(StatusText::ExitRecoverAlert);
     nextRequestedMode_ = mode;
-    sheet_ = openSheet(view_->window(), {screenText(message), {}, {"Proceed", "Cancel"}}, &context_,
+    sheet_ = openSheet(view_, {screenText(message), {}, {"Proceed", "Cancel"}}, &context_,
                        [this](int returnCode) { alertDidEnd(returnCode); });
 }
 

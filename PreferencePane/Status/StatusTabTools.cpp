@@ -155,14 +155,13 @@ void KelvaneStatusTabController::tellFailure(Operation operation, const std::str
         parts += screenText(text(StatusText::UninstallErrorMessage));
     if (!reason.empty())
         parts += screenText(reason);
-    sheet_ = openSheet(view_->window(), {screenText(text(title)), parts.join("\n\n"), {"OK"}}, &context_,
-                       [](int) {});
+    sheet_ = openSheet(view_, {screenText(text(title)), parts.join("\n\n"), {"OK"}}, &context_, [](int) {});
 }
 
 void KelvaneStatusTabController::uninstallAction() {
     if (isOperating_)
         return;
-    sheet_ = openSheet(view_->window(),
+    sheet_ = openSheet(view_,
                        {screenText(text(StatusText::UninstallMessage)),
                         screenText(text(StatusText::UninstallInformative)),
                         {screenText(text(StatusText::UninstallButton)),
