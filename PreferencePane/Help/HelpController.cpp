@@ -1,10 +1,12 @@
 #include "PreferencePane/Help/HelpController.h"
 
+#include "Foundation/Format.h"
 #include "Platform/SpecialFolders.h"
 #include "Platform/SystemVersion.h"
 #include "PreferencePane/Help/ChatInvitation.h"
 #include "PreferencePane/Services/ButtonActions.h"
 #include "PreferencePane/Services/FormTexts.h"
+#include "PreferencePane/Services/Sheet.h"
 #include "Support/Logging.h"
 
 #include <QDialog>
@@ -189,8 +191,32 @@ void KelvaneHelpController::sendEmailAction() {
     const IncidentReport report = incidentReport();
     if (!report.hasAccount())
         return;
-    const BusySheet busy(*view_->window(), *prefs_.mainLoop(), screen(prefs_.text("Sending your report…")));
-    sendReport(report, logPath(), tools_, busy);
+    const ReportOutcome outcome = [&] {
+        const BusySheet busy(*view_->window(), *prefs_.mainLoop(),
+                             screen(prefs_.text("Sending your report…")), screen(prefs_.text("Cancel")));
+        return sendReport(report, logPath(), tools_, busy);
+    }();
+    if (!outcome.isSent() && outcome.end != BusySheet::End::ApplicationEnds)
+        offerAgain(outcome.failure);
+}
+
+// What was written is still there. `failure` is empty when the user has cancelled.
+void KelvaneHelpController::offerAgain(const std::string& failure) {
+    emailCategoryAction(email_->emailCategory->currentIndex());
+    showSheet(*emailWindow_);
+    if (failure.empty())
+        return;
+    KelvaneCLog("The report was not sent: %@", failure);
+    const std::string information =
+        formatText(prefs_.text("Report Failed Information",
+                               "%@. What you have written is kept: check your network connection, then send "
+                               "it again."),
+                   failure);
+    openSheet(emailWindow_,
+              {screen(prefs_.text("Report Failed Message", "Your report could not be sent.")),
+               screen(information),
+               {screen(prefs_.text("OK"))}},
+              &context_, [](int) {});
 }
 
 IncidentReport KelvaneHelpController::incidentReport() const {

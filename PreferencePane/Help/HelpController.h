@@ -56,6 +56,7 @@ private:
     void emailCategoryAction(int index);
     void cancelEmailAction();
     void sendEmailAction();
+    void offerAgain(const std::string& failure);
     [[nodiscard]] IncidentReport incidentReport() const;
 
     [[nodiscard]] std::string logPath() const;

@@ -5,53 +5,60 @@
 
 #include <QDeadlineTimer>
 #include <poll.h>
+#include <utility>
 
 namespace kelvane {
 namespace {
 
-constexpr std::chrono::seconds cleaningUp(2); // for a program that was asked to end
+constexpr std::chrono::milliseconds cleaningUp(2000); // for a program that was asked to end
 
-// False when it does not end within the time, or the application does.
-bool waitForEnd(ChildProcess& process, std::chrono::milliseconds limit, const BusySheet& busy) {
-    const QDeadlineTimer deadline(limit);
-    const bool isOver = busy.run([&](std::chrono::milliseconds atMost) {
-        if (process.hasEnded() || deadline.hasExpired())
-            return true;
-        pollfd end{process.descriptor(), POLLIN, 0};
-        ::poll(&end, 1, static_cast<int>(atMost.count()));
-        return false;
-    });
-    return isOver && process.hasEnded();
+// Zipping that is not waited for any longer. The program removes what it has begun; one that does not end
+// would write on where nobody looks.
+void stop(ChildProcess& process) {
+    process.terminate();
+    pollfd end{process.descriptor(), POLLIN, 0};
+    ::poll(&end, 1, static_cast<int>(cleaningUp.count()));
+    if (!process.hasEnded())
+        process.kill();
 }
 
-// None where there is nothing to send.
-FileDescriptor zipLog(const LogArchive& archive, const std::string& logPath, const ReportTools& tools,
-                      const BusySheet& busy) {
+// Into `zipped`, which stays empty where there is nothing to send.
+BusySheet::End zipLog(const LogArchive& archive, const std::string& logPath, const ReportTools& tools,
+                      const BusySheet& busy, FileDescriptor& zipped) {
     auto process = archive.zip(logPath);
     if (!process)
-        return {};
-    if (!waitForEnd(*process, tools.limits.zipping, busy)) {
+        return BusySheet::End::Finished;
+    const QDeadlineTimer deadline(tools.limits.zipping);
+    const BusySheet::End end = busy.run([&](std::chrono::milliseconds atMost) {
+        pollfd ended{process->descriptor(), POLLIN, 0};
+        ::poll(&ended, 1, static_cast<int>(atMost.count()));
+        return process->hasEnded() || deadline.hasExpired();
+    });
+    if (!process->hasEnded()) {
         KelvaneCLog("The report goes without a log: %@ was not waited for any longer", tools.zipProgram);
-        process->terminate();
-        // It removes what it has begun. One that does not end would write on where nobody looks.
-        if (!waitForEnd(*process, cleaningUp, busy))
-            process->kill();
-        return {};
+        stop(*process);
+        return end;
     }
-    FileDescriptor zipped = archive.open();
+    zipped = archive.open();
     if (!zipped)
         KelvaneCLog("The report goes without a log: %@ ended with status %d and made no archive of %@",
                     tools.zipProgram, process->exitStatus(), logPath);
-    return zipped;
+    return end;
 }
 
 } // namespace
 
-void sendReport(const IncidentReport& report, const std::string& logPath, const ReportTools& tools,
-                const BusySheet& busy) {
+ReportOutcome sendReport(const IncidentReport& report, const std::string& logPath, const ReportTools& tools,
+                         const BusySheet& busy) {
     const LogArchive archive(tools.zipProgram);
-    ReportTransfer transfer(report, zipLog(archive, logPath, tools, busy), tools.limits);
-    static_cast<void>(busy.run([&](std::chrono::milliseconds atMost) { return transfer.step(atMost); }));
+    FileDescriptor zipped;
+    if (const BusySheet::End end = zipLog(archive, logPath, tools, busy, zipped);
+        end != BusySheet::End::Finished)
+        return {end, {}};
+    ReportTransfer transfer(report, std::move(zipped), tools.limits);
+    const BusySheet::End end =
+        busy.run([&](std::chrono::milliseconds atMost) { return transfer.step(atMost); });
+    return {end, end == BusySheet::End::Finished ? transfer.failure() : std::string()};
 }
 
 } // namespace kelvane

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "PreferencePane/Help/BusySheet.h"
 #include "PreferencePane/Help/IncidentReport.h"
 #include "PreferencePane/Help/ReportTransfer.h"
+#include "PreferencePane/Services/BusySheet.h"
 
 #include <string>
 
@@ -13,9 +13,15 @@ struct ReportTools {
     ReportLimits limits;
 };
 
+struct ReportOutcome {
+    BusySheet::End end = BusySheet::End::Finished;
+    std::string failure; // why it did not get to the server, if so
+    [[nodiscard]] bool isSent() const { return end == BusySheet::End::Finished && failure.empty(); }
+};
+
 // Zips the log and sends the report with it, or without where it cannot be zipped. Over when it returns; the
 // archive has gone then, too.
-void sendReport(const IncidentReport& report, const std::string& logPath, const ReportTools& tools,
-                const BusySheet& busy);
+[[nodiscard]] ReportOutcome sendReport(const IncidentReport& report, const std::string& logPath,
+                                       const ReportTools& tools, const BusySheet& busy);
 
 } // namespace kelvane

@@ -66,7 +66,9 @@ void ReportTransfer::setOptions(const std::string& address) {
     curl_easy_setopt(transfer, CURLOPT_VERBOSE, 1L);
     curl_easy_setopt(transfer, CURLOPT_HEADER, 1L);
     curl_easy_setopt(transfer, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(limits_.connecting.count()));
-    curl_easy_setopt(transfer, CURLOPT_TIMEOUT_MS, static_cast<long>(limits_.transfer.count()));
+    curl_easy_setopt(transfer, CURLOPT_LOW_SPEED_LIMIT, 1L); // bytes a second: a slow line is no reason
+    curl_easy_setopt(transfer, CURLOPT_LOW_SPEED_TIME, static_cast<long>(limits_.standstill.count()));
+    curl_easy_setopt(transfer, CURLOPT_ERRORBUFFER, reason_.data());
     // Giving up would else wait for a name server that does not answer.
     curl_easy_setopt(transfer, CURLOPT_QUICK_EXIT, 1L);
 }
@@ -76,6 +78,17 @@ bool ReportTransfer::step(std::chrono::milliseconds atMost) {
     if (!loop_ || curl_multi_perform(loop_.get(), &running) != CURLM_OK || running == 0 || isAnswerTooLong())
         return true;
     return curl_multi_poll(loop_.get(), nullptr, 0, static_cast<int>(atMost.count()), nullptr) != CURLM_OK;
+}
+
+// An answer that was cut off for its length came from a server that has the report.
+std::string ReportTransfer::failure() const {
+    if (!loop_ || !transfer_)
+        return curl_easy_strerror(CURLE_FAILED_INIT);
+    int left = 0;
+    const CURLMsg* const message = curl_multi_info_read(loop_.get(), &left);
+    if (message == nullptr || message->data.result == CURLE_OK)
+        return {};
+    return reason_.front() != '\0' ? reason_.data() : curl_easy_strerror(message->data.result);
 }
 
 bool ReportTransfer::isAnswerTooLong() const {

@@ -3,6 +3,7 @@
 #include "Platform/FileDescriptor.h"
 #include "PreferencePane/Help/IncidentReport.h"
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -16,12 +17,13 @@ namespace kelvane {
 struct ReportLimits {
     std::chrono::milliseconds zipping{30'000}; // half a gigabyte takes ten seconds
     std::chrono::milliseconds connecting{15'000};
-    std::chrono::milliseconds transfer{120'000};  // the whole of it
+    std::chrono::seconds standstill{60};          // of the transfer, in which no byte gets on
     std::int64_t answer = std::int64_t{8} << 20U; // bytes of it, of which nobody makes use
 };
 
-// One multipart HTTP POST of a report, made piece by piece on the thread that made it. Nothing becomes of how
-// it ends; the library writes what it does to standard error and the answer to standard output.
+// One multipart HTTP POST of a report, made piece by piece on the thread that made it. What the server
+// answers changes nothing; the library writes what it does to standard error and the answer to standard
+// output.
 //
 // The host's name may hold anything: what it is read as is an HTTP request to that host, or nothing is sent.
 class ReportTransfer {
@@ -34,6 +36,8 @@ public:
 
     // Goes on for no longer than that; true when it is over.
     [[nodiscard]] bool step(std::chrono::milliseconds atMost);
+    // Once it is over: why the report did not get to the server, empty when it did.
+    [[nodiscard]] std::string failure() const;
 
 private:
     template <auto release>
@@ -45,6 +49,7 @@ private:
     void setOptions(const std::string& address);
     [[nodiscard]] bool isAnswerTooLong() const;
 
+    std::array<char, CURL_ERROR_SIZE> reason_{};
     const FileDescriptor archive_;
     const ReportLimits limits_;
     const std::unique_ptr<CURLM, Release<curl_multi_cleanup>> loop_;

@@ -21,7 +21,13 @@ TEST_F(Reports, HaveEveryPartAsItIs) {
     daemon.answer("serverURL", server.host);
     write(report);
     chooseCategory(2);
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
     click("emailButton");
+    // What support asks for when a report does not arrive.
+    EXPECT_NE(testing::internal::GetCapturedStdout().find("HTTP/1.1 200 OK"), std::string::npos);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("> POST /Manage"), std::string::npos);
+    EXPECT_EQ(operatingSystemText(0x1058), "Mac OS X 10.5.8");
     const std::pair<std::string, std::string> parts[] = {
         {"to", "help"},
         {"to-domain", "ex.org"},

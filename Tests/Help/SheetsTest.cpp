@@ -54,7 +54,9 @@ TEST_F(HelpTabTest, BeginsEachReportAnew) {
         text().insertPlainText("Lost\u2028it");
         EXPECT_EQ(text().string().toStdString(), "Lost\nit");
         EXPECT_EQ(text().charsInTextField(), 7);
+        EXPECT_FALSE(control("HelpWindow").isVisible());
         click("cancelButton");
+        EXPECT_FALSE(control("EmailWindow").isVisible());
     }
     click("helpButton");
     click("sendAnEmailButton");
@@ -66,6 +68,10 @@ TEST_F(HelpTabTest, InvitesToAChatByALinkToItsServer) {
     auto& chat = control<QTextBrowser>("chatMessage");
     const QString link = "http://backup.example.net/chat?backup.example.net";
     EXPECT_EQ(chat.toPlainText(), "Click to chat with a customer support representative: \n        " + link);
+    QTextCursor end(chat.document());
+    end.movePosition(QTextCursor::End);
+    EXPECT_TRUE(end.charFormat().fontUnderline());
+    EXPECT_EQ(end.charFormat().foreground(), chat.palette().link());
     QTest::keyClick(&chat, Qt::Key_Tab);
     QTest::keyClick(&chat, Qt::Key_Return);
     EXPECT_EQ(pane.opened(), Strings{link.toStdString()});
@@ -113,6 +119,7 @@ TEST_F(HelpTabTest, CompressesWhatGunzipReadsAgain) {
                         {reinterpret_cast<const char*>(compressed.data()), compressed.size()});
     EXPECT_TRUE(gunzip.finish().output == contents);
     EXPECT_EQ(folder.read("precious"), "precious");
+    EXPECT_FALSE(std::filesystem::exists(folder / "tmp/KelvaneLog.gz"));
     for (const std::string& none : {folder.write("empty", ""), folder / "missing", folder.path()})
         EXPECT_FALSE(KelvaneHelpController::compressFile(none));
 }

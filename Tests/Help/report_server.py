@@ -10,6 +10,7 @@ import pathlib
 import socket
 import sys
 import threading
+import time
 import zipfile
 
 folder, behaviour = pathlib.Path(sys.argv[1]), sys.argv[2]
@@ -34,6 +35,12 @@ class Handler(http.server.BaseHTTPRequestHandler):
         (folder / "request").write_text(f"{self.requestline}\n{self.headers}")
         if behaviour == "break":  # in the middle of the body
             return self.connection.shutdown(socket.SHUT_RDWR)
+        if behaviour == "slow":  # always getting on, but for some seconds
+            body = b""
+            while len(body) < int(self.headers["Content-Length"]):
+                body += self.rfile.read(min(150_000, int(self.headers["Content-Length"]) - len(body)))
+                time.sleep(0.1)
+            self.rfile = io.BytesIO(body)
         keep(self.headers.get_boundary().encode(), self.rfile.read(int(self.headers["Content-Length"])))
         if behaviour == "hang":
             threading.Event().wait()

@@ -1,0 +1,101 @@
+#include "PreferencePane/Services/BusySheet.h"
+
+#include <QApplication>
+#include <QDialog>
+#include <QEventLoop>
+#include <QLabel>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QTimer>
+#include <QVBoxLayout>
+
+namespace kelvane {
+namespace {
+
+constexpr std::chrono::milliseconds stepLimit(20); // what a window may wait to be painted
+constexpr int margin = 24;
+constexpr int barWidth = 280;
+
+} // namespace
+
+class BusySheet::Sheet : public QDialog {
+public:
+    Sheet(QWidget* window, const QString& message, const QString& cancel)
+        : QDialog(window, Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint),
+          bar_(new QProgressBar(this)),
+          cancel_(new QPushButton(cancel, this)) {
+        setWindowTitle(message);
+        auto* const label = new QLabel(message, this);
+        label->setTextFormat(Qt::PlainText);
+        bar_->setRange(0, 0);
+        bar_->setMinimumWidth(barWidth);
+        bar_->setAccessibleName(message);
+        connect(cancel_, &QAbstractButton::clicked, this, &QDialog::reject);
+        auto* const column = new QVBoxLayout(this);
+        column->setContentsMargins(margin, margin, margin, margin);
+        column->setSpacing(margin / 2);
+        column->addWidget(label);
+        column->addWidget(bar_);
+        column->addWidget(cancel_, 0, Qt::AlignRight);
+        setModal(true); // of all windows: what a person does to them meanwhile counts for nothing
+    }
+    // It stays until the work has stopped.
+    void reject() override {
+        isCancelled_ = true;
+        cancel_->setEnabled(false);
+    }
+    [[nodiscard]] bool isCancelled() const { return isCancelled_; }
+    [[nodiscard]] QProgressBar& bar() const { return *bar_; }
+
+private:
+    QProgressBar* const bar_;
+    QPushButton* const cancel_;
+    bool isCancelled_ = false;
+};
+
+BusySheet::BusySheet(QWidget& window, MainLoop& mainLoop, const QString& message, const QString& cancel)
+    : hold_(mainLoop.hold()), focused_(window.focusWidget()), sheet_(new Sheet(&window, message, cancel)) {
+    // Screen readers press buttons without asking whether a sheet is before them.
+    for (QWidget* const other : QApplication::topLevelWidgets()) {
+        if (other == sheet_ || !other->isEnabled())
+            continue;
+        other->setEnabled(false);
+        disabled_.emplace_back(other);
+    }
+    sheet_->setEnabled(true);
+    sheet_->show();
+}
+
+BusySheet::~BusySheet() {
+    delete sheet_.data();
+    for (const auto& other : disabled_)
+        if (other)
+            other->setEnabled(true);
+    if (focused_)
+        focused_->setFocus();
+}
+
+BusySheet::End BusySheet::run(const Step& step) const {
+    QEventLoop loop;
+    QTimer next;
+    End end = End::ApplicationEnds;
+    QObject::connect(&next, &QTimer::timeout, &loop, [&] {
+        if (sheet_->isCancelled())
+            end = End::Cancelled;
+        else if (step(stepLimit))
+            end = End::Finished;
+        else
+            return;
+        loop.quit();
+    });
+    next.start(0);
+    loop.exec();
+    return end;
+}
+
+void BusySheet::showProgress(std::size_t done, std::size_t total) const {
+    sheet_->bar().setRange(0, static_cast<int>(total));
+    sheet_->bar().setValue(static_cast<int>(done));
+}
+
+} // namespace kelvane
