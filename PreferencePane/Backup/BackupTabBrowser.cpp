@@ -2,15 +2,18 @@
 
 #include "Foundation/PathComponents.h"
 #include "PreferencePane/Backup/BackupTabController.h"
-#include "PreferencePane/Backup/BackupTabRules.h"
 #include "PreferencePane/Backup/ui_ManualBackupView.h"
 #include "PreferencePane/Browser/BrowserPaths.h"
-#include "Support/PathHelpers.h"
+#include "PreferencePane/Services/BusySheet.h"
 
+#include <QDeadlineTimer>
 #include <algorithm>
 
 namespace kelvane {
 namespace {
+
+// From there on a person sees that there is work, and can cancel it.
+constexpr std::chrono::milliseconds longestFreeze(300);
 
 Value pathsOf(const std::vector<VisibleFile>& files) {
     Array paths;
@@ -22,8 +25,8 @@ Value pathsOf(const std::vector<VisibleFile>& files) {
 
 } // namespace
 
-// What is watched is watched before it is read, so that nothing changes unseen in between. A link that is
-// lost in the middle leaves the rows as they are.
+// A folder is watched before it is read, so that nothing changes unseen in between. An answer of
+// nothing is an empty column; a link that is lost in the middle leaves the rows as they are.
 std::optional<BrowserRows> KelvaneBackupTabController::createRowsForColumn(ColumnBrowser& browser,
                                                                            int column) {
     const auto daemon = prefs_.proxy();
@@ -38,8 +41,9 @@ std::optional<BrowserRows> KelvaneBackupTabController::createRowsForColumn(Colum
 
 std::optional<BrowserRows>
 KelvaneBackupTabController::volumeRows(const std::shared_ptr<KelvaneProxy>& daemon) const {
-    const Value dictionaries = daemon->call<"childrenDictionariesForPath:">("");
-    if (dictionaries.isAbsent())
+    bool isAnswered = false;
+    const Value dictionaries = daemon->invoke("childrenDictionariesForPath:", {""}, &isAnswered);
+    if (!isAnswered)
         return std::nullopt;
     const auto volumes = prefs_.fileServices().fileSystem().volumes();
     const QIcon disk = qIcon(prefs_.fileServices().iconOfDisk());
@@ -61,8 +65,9 @@ std::optional<BrowserRows> KelvaneBackupTabController::itemRows(const std::strin
                                                                 const std::shared_ptr<KelvaneProxy>& daemon) {
     const std::vector<VisibleFile> files = visibleFiles_.visibleFilesAtPath(
         folder, [this](const std::string& path) { return isPathExcludedByPolicy(path); });
-    const Value colors = daemon->call<"backupColorsForFiles:">(pathsOf(files));
-    if (colors.isAbsent())
+    bool isAnswered = false;
+    const Value colors = daemon->invoke("backupColorsForFiles:", {pathsOf(files)}, &isAnswered);
+    if (!isAnswered)
         return std::nullopt;
     BrowserRows rows;
     const std::size_t count = std::min(files.size(), colors.array().size());
@@ -80,29 +85,39 @@ IconHandle KelvaneBackupTabController::imageForCell(const KelvaneBrowserCell& ce
     return prefs_.fileServices().iconOfFile(cell.getFilePath());
 }
 
-// What has changed where no notice of it could come: while the daemon was away, in the other mode, or by
-// another policy. The first column has its own occasions.
-void KelvaneBackupTabController::reloadFolders() {
-    if (!manualBackupMode_ || !prefs_.connected())
+// The open folders, once for all that has changed where no notice of it could come: while the daemon was
+// away, in the other mode, or by another policy. What they show depends on the policy. The first column has
+// its own occasions.
+void KelvaneBackupTabController::refreshFolders() {
+    if (!areFoldersStale_ || !isPolicyRead_ || !manualBackupMode_ || !prefs_.connected())
         return;
+    areFoldersStale_ = false;
     for (int column = 1; column <= manual_->manualBrowser->lastColumn(); ++column)
         manual_->manualBrowser->reloadColumn(column);
+    if (manual_->manualBrowser->selectedFilePaths() != chosenPaths_)
+        manualBrowserAction();
 }
 
 void KelvaneBackupTabController::manualBrowserAction() {
-    const std::vector<std::string> paths = chosenPaths_ = manual_->manualBrowser->selectedFilePaths();
     if (!prefs_.flags().manualToggleButtonEnable)
         return;
+    std::vector<std::string> paths = manual_->manualBrowser->selectedFilePaths();
     if (paths.empty())
-        return manual_->manualToggleButton->setEnabled(false);
-    if (prefs_.prefPaneAccessAuthorized())
+        manual_->manualToggleButton->setEnabled(false);
+    else if (prefs_.prefPaneAccessAuthorized())
         manual_->manualToggleButton->setEnabled(true);
     const auto daemon = prefs_.proxy();
     FileNodeList nodes;
+    MarkCounts marks;
     for (const std::string& path : paths)
-        nodes.push_back(KelvaneFileNode::fileNodeForPath(path, daemon));
-    if (daemon && prefs_.proxy() == daemon)
-        showToggleState(toggleStateFor(nodes));
+        marks.add(nodes.emplace_back(KelvaneFileNode::fileNodeForPath(path, daemon)));
+    if (!daemon || prefs_.proxy() != daemon)
+        return;
+    chosenPaths_ = std::move(paths);
+    chosenNodes_ = std::move(nodes);
+    chosenMarks_ = marks;
+    if (!chosenPaths_.empty())
+        showToggleState(chosenMarks_.toggleState());
 }
 
 void KelvaneBackupTabController::showToggleState(std::int32_t state) {
@@ -114,37 +129,66 @@ void KelvaneBackupTabController::showToggleState(std::int32_t state) {
 }
 
 // What was chosen may have gone from the disk, which leaves the folder that held it selected: the button has
-// not spoken of that.
+// not spoken of that. All that is selected stands in one column.
 void KelvaneBackupTabController::manualToggleAction() {
     const std::vector<std::string> paths = manual_->manualBrowser->selectedFilePaths();
     if (paths != chosenPaths_)
         return manualBrowserAction();
-    for (const std::string& path : paths)
-        toggle(path);
+    const auto daemon = prefs_.proxy();
+    if (paths.empty() || !daemon)
+        return;
+    const int column = columnOf(paths.front());
+    std::size_t next = 0;
+    // True when there is no more to do. With another link the button has looked again.
+    const auto toggleFor = [&](std::chrono::milliseconds limit) {
+        const QDeadlineTimer deadline(limit);
+        while (next < paths.size() && prefs_.proxy() == daemon && !deadline.hasExpired())
+            toggle(next++, column);
+        return next == paths.size() || prefs_.proxy() != daemon;
+    };
+    if (toggleFor(longestFreeze))
+        return;
+    const BusySheet busy(*prefs_.mainView()->window(), *prefs_.mainLoop(),
+                         QString::fromStdString(prefs_.text("Changing your backup…")),
+                         QString::fromStdString(prefs_.text("Cancel")));
+    busy.showProgress(next, paths.size());
+    static_cast<void>(busy.run([&](std::chrono::milliseconds atMost) {
+        const bool isOver = toggleFor(atMost);
+        busy.showProgress(next, paths.size());
+        return isOver;
+    }));
 }
 
-// The state is that of the whole selection and may be another for the next path. It is read again after the
-// path was added, as whoever is told of the reload may have changed it.
-void KelvaneBackupTabController::toggle(const std::string& path) {
-    const FileNodeRef node = KelvaneFileNode::fileNodeForPath(path, prefs_.proxy());
+// The state is that of the whole selection and may be another for the next path; only the item itself is
+// asked for again, as the others have not been touched. It is read again after the path was added, as whoever
+// is told of the reload may have changed it.
+void KelvaneBackupTabController::toggle(std::size_t item, int column) {
+    const std::string path = chosenPaths_[item];
     const PaneFlags& flags = prefs_.flags();
     const auto state = prefs_.backupState();
-    if (!state || !flags.manualToggleButtonEnable)
+    if (!flags.manualToggleButtonEnable)
         return;
     if (flags.manualToggleButtonState == togglestate::add) {
         state->addFileToBackup(path);
-        diskPathChanged(path);
+        throttle_.columnChanged(column);
     }
-    if (flags.manualToggleButtonState == togglestate::remove && node) {
+    if (flags.manualToggleButtonState == togglestate::remove && chosenNodes_[item]) {
         state->removeFileFromBackup(path);
-        diskPathChanged(path);
+        throttle_.columnChanged(column);
     }
-    manualBrowserAction();
+    const auto daemon = prefs_.proxy();
+    FileNodeRef node = KelvaneFileNode::fileNodeForPath(path, daemon);
+    if (!daemon || prefs_.proxy() != daemon)
+        return;
+    chosenMarks_.remove(chosenNodes_[item]);
+    chosenMarks_.add(node);
+    chosenNodes_[item] = std::move(node);
+    showToggleState(chosenMarks_.toggleState());
 }
 
-void KelvaneBackupTabController::diskPathChanged(const std::string& path) {
-    const auto volumes = prefs_.fileServices().fileSystem().volumes();
-    throttle_.columnChanged(columnForPath(path, *manual_->manualBrowser, *volumes));
+// -1: none shows it.
+int KelvaneBackupTabController::columnOf(const std::string& path) const {
+    return columnForPath(path, *manual_->manualBrowser, *prefs_.fileServices().fileSystem().volumes());
 }
 
 } // namespace kelvane

@@ -3,7 +3,6 @@
 
 #include "PreferencePane/Backup/BackupTabController.h"
 
-#include "PreferencePane/Backup/BackupTabRules.h"
 #include "PreferencePane/Backup/ChoosePanel.h"
 #include "PreferencePane/Backup/ui_AutoBackupView.h"
 #include "PreferencePane/Backup/ui_DisabledBackupView.h"
@@ -45,8 +44,8 @@ KelvaneBackupTabController::KelvaneBackupTabController(PaneServices& prefs,
       throttle_(
           prefs.mainLoop(), [this](int column) { manual_->manualBrowser->reloadColumn(column); },
           ReloadThrottle::steadyNow),
-      watcher_(FolderWatcher::create(prefs.mainLoop(),
-                                     [this](const std::string& path) { diskPathChanged(path); })) {
+      watcher_(FolderWatcher::create(
+          prefs.mainLoop(), [this](const std::string& path) { throttle_.columnChanged(columnOf(path)); })) {
     Ui::DisabledBackupView disabled;
     views_ = {{BackupView::Disabled, makeView(disabled, prefs_.backupTab(), *prefs_.bundle())},
               {BackupView::Auto, makeView(*auto_, prefs_.backupTab(), *prefs_.bundle())},
@@ -83,7 +82,7 @@ void KelvaneBackupTabController::connectControls() {
                          [this, segment = segment] { excludeButtonAction(segment); });
     }
     ExcludeTable* const table = auto_->excludeTable;
-    table->setAcceptsDrop([this] { return !prefs_.isInRecoverMode(); });
+    table->setAcceptsDrop([this] { return !prefs_.isInRecoverMode() && prefs_.prefPaneAccessAuthorized(); });
     QObject::connect(table, &ExcludeTable::tableViewSelectionDidChange, &context_,
                      [this] { tableViewSelectionDidChange(); });
     QObject::connect(table, &ExcludeTable::dropped, &context_,
@@ -122,8 +121,10 @@ void KelvaneBackupTabController::setCurrentView() {
         return;
     KelvaneCLog("BackupTab:setCurrentView: Really switching to new view (%@)", nameOfView(target));
     showView(page, *target);
-    if (view == BackupView::Manual)
-        reloadFolders();
+    if (view == BackupView::Manual) {
+        areFoldersStale_ = true;
+        refreshFolders();
+    }
 }
 
 void KelvaneBackupTabController::setManualBackupMode(bool isManual) {
@@ -140,7 +141,7 @@ void KelvaneBackupTabController::autoManualAction() {
     state->setAutomaticMode(!isManual);
 }
 
-// The reload is last, because it asks the daemon.
+// What asks the daemon is last. Nobody could look at what was selected while it could not be marked.
 void KelvaneBackupTabController::enableTabItems(bool enabled) {
     tabsEnabled_ = enabled;
     setCurrentView();
@@ -154,13 +155,16 @@ void KelvaneBackupTabController::enableTabItems(bool enabled) {
         control->setEnabled(items.excludes);
     manual_->manualToggleButton->setEnabled(items.marks);
     manual_->manualAutoButton->setEnabled(items.marks);
-    prefs_.flags().manualToggleButtonEnable = items.marks;
+    const bool couldMark = std::exchange(prefs_.flags().manualToggleButtonEnable, items.marks);
     if (items.enablesTable)
         auto_->excludeTable->setEnabled(true);
     if (items.saysRecovering)
         showContext(*items.saysRecovering);
     if (items.reloadsFirstColumn)
         manual_->manualBrowser->reloadColumn(0);
+    const bool hasChoice = !chosenPaths_.empty() || !manual_->manualBrowser->selectedFilePaths().empty();
+    if (items.marks && !couldMark && hasChoice)
+        manualBrowserAction();
 }
 
 void KelvaneBackupTabController::showContext(bool isRecovering) {
@@ -178,19 +182,17 @@ void KelvaneBackupTabController::readyChangedNotification() {
     if (prefs_.connected()) {
         KelvaneCLog("BackupTabController:readyChangedNotification: connected");
         policyExcludeList_.clear();
+        areFoldersStale_ = true;
         folderChanged({});
     } else {
         KelvaneCLog("BackupTabController:readyChangedNotification: not connected");
         watcher_->stopWatching();
-        previousState_ = 0;
+        isPolicyRead_ = false;
         if (ChoosePanel* const panel = panel_)
             panel->reject(); // what is chosen now could not be excluded
     }
     setCurrentView();
     manual_->manualBrowser->reloadColumn(0);
-    reloadFolders();
-    if (prefs_.connected() && !chosenPaths_.empty())
-        manualBrowserAction();
 }
 
 void KelvaneBackupTabController::daemonStateChangedNotification() {
@@ -199,14 +201,12 @@ void KelvaneBackupTabController::daemonStateChangedNotification() {
         return tableViewSelectionDidChange();
     if (isAtWork(state->serviceState()))
         manual_->manualBrowser->reloadColumn(0);
-    const std::uint32_t backupState = state->backupState();
-    if (backupState >= policyIsKnown && policyExcludeList_.empty())
+    if (state->backupState() >= policyIsKnown && policyExcludeList_.empty())
         readPolicyExcludeList();
     // Of a daemon that is gone the answer would be no.
     if (const bool isAutomatic = state->automaticMode(); state->connected())
         setManualBackupMode(!isAutomatic);
     tableViewSelectionDidChange();
-    previousState_ = backupState;
 }
 
 void KelvaneBackupTabController::readPolicyExcludeList() {
@@ -221,8 +221,11 @@ void KelvaneBackupTabController::readPolicyExcludeList() {
         logged.emplace_back(
             policyExcludeList_.emplace_back(stringWithKelvaneVolumePath(pattern.stringValue(), *volumes)));
     KelvaneCLog("policyExcludeList: %@", Value(std::move(logged)));
-    if (policyExcludeList_ != before)
-        reloadFolders();
+    if (prefs_.proxy() != daemon)
+        return;
+    isPolicyRead_ = true;
+    areFoldersStale_ |= policyExcludeList_ != before;
+    refreshFolders();
 }
 
 bool KelvaneBackupTabController::isPathExcludedByPolicy(const std::string& path) const {

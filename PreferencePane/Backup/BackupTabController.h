@@ -1,5 +1,6 @@
 #pragma once
 
+#include "PreferencePane/Backup/BackupTabRules.h"
 #include "PreferencePane/Backup/FolderWatcher.h"
 #include "PreferencePane/Backup/ReloadThrottle.h"
 #include "PreferencePane/Backup/VisibleFiles.h"
@@ -23,7 +24,6 @@ class ManualBackupView;
 namespace kelvane {
 
 class ChoosePanel;
-enum class BackupView;
 
 // The Backup tab: what is backed up. In automatic mode a list of what is left out, in manual mode the live
 // disk in a browser whose rows are marked one by one, and a third view while there is no daemon. The folders
@@ -74,12 +74,12 @@ private:
     [[nodiscard]] std::optional<BrowserRows> volumeRows(const std::shared_ptr<KelvaneProxy>& daemon) const;
     [[nodiscard]] std::optional<BrowserRows> itemRows(const std::string& folder,
                                                       const std::shared_ptr<KelvaneProxy>& daemon);
-    void reloadFolders();
+    void refreshFolders();
     void manualBrowserAction();
     void manualToggleAction();
-    void toggle(const std::string& path);
+    void toggle(std::size_t item, int column);
     void showToggleState(std::int32_t state);
-    void diskPathChanged(const std::string& path);
+    [[nodiscard]] int columnOf(const std::string& path) const;
 
     PaneServices& prefs_;
     KelvaneInfoWindowController& infoController_;
@@ -90,13 +90,16 @@ private:
     NotificationCenter::Observer stateObserver_;
     QPointer<ChoosePanel> panel_;
 
-    FileNodeList excludedNodes_; // without those that were removed since the table was filled
     std::vector<std::string> policyExcludeList_;
     VisibleFiles visibleFiles_;
-    std::vector<std::string> chosenPaths_; // what the toggle button speaks of
+    // What the toggle button speaks of, and what the daemon last said of each.
+    std::vector<std::string> chosenPaths_;
+    FileNodeList chosenNodes_;
+    MarkCounts chosenMarks_;
     bool manualBackupMode_ = false;
     bool tabsEnabled_ = false;
-    std::uint32_t previousState_ = 0;
+    bool isPolicyRead_ = false;    // from the daemon that is connected
+    bool areFoldersStale_ = false; // the open ones, apart from the first column
     ReloadThrottle throttle_;
     std::unique_ptr<FolderWatcher> watcher_;
     QObject context_; // what the controls call ends with it

@@ -1,7 +1,6 @@
 // Automatic mode: the list of what is left out of the backup.
 
 #include "PreferencePane/Backup/BackupTabController.h"
-#include "PreferencePane/Backup/BackupTabRules.h"
 #include "PreferencePane/Backup/ChoosePanel.h"
 #include "PreferencePane/Backup/ui_AutoBackupView.h"
 #include "Support/Logging.h"
@@ -25,8 +24,7 @@ void KelvaneBackupTabController::folderChanged(const std::string& /*path*/) {
     const Value files = daemon->call<"excludedFiles:">("/");
     if (files.isAbsent())
         return;
-    excludedNodes_ = KelvaneFileNode::fileNodesForDictionaries(files);
-    auto_->excludeTable->setNodes(excludedNodes_);
+    auto_->excludeTable->setNodes(KelvaneFileNode::fileNodesForDictionaries(files));
     tableViewSelectionDidChange();
 }
 
@@ -91,10 +89,8 @@ void KelvaneBackupTabController::removeSelected() {
     for (const FileNodeRef& selected : auto_->excludeTable->selectedNodes()) {
         const std::string path = selected->path();
         const auto daemon = prefs_.proxy();
-        if (path.empty() || !daemon)
-            continue;
-        static_cast<void>(daemon->call<"unexcludeFileFromBackup:">(path));
-        std::erase_if(excludedNodes_, [&](const FileNodeRef& node) { return node->path() == path; });
+        if (!path.empty() && daemon)
+            static_cast<void>(daemon->call<"unexcludeFileFromBackup:">(path));
     }
 }
 

@@ -55,15 +55,12 @@ ExcludeSegments excludeSegmentsFor(std::size_t selectedRows, bool isRecovering, 
     return {std::nullopt, selectedRows >= 1, selectedRows == 1};
 }
 
-std::int32_t toggleStateFor(std::span<const FileNodeRef> nodes) {
-    const auto isUnchecked = [](const FileNodeRef& node) {
-        return !node || (node->simpleFlags() & Backup_Simple_Checked) == 0;
-    };
-    const auto isWaiting = [&](const FileNodeRef& node) {
-        return node && isUnchecked(node) && node->backupColor() == Backup_Color_Yellow;
-    };
-    const bool removes = std::ranges::none_of(nodes, isUnchecked) || std::ranges::any_of(nodes, isWaiting);
-    return removes ? togglestate::remove : togglestate::add;
+void MarkCounts::count(const FileNodeRef& node, int change) {
+    if (node && (node->simpleFlags() & Backup_Simple_Checked) != 0)
+        return;
+    unchecked_ += change;
+    if (node && node->backupColor() == Backup_Color_Yellow)
+        waiting_ += change;
 }
 
 std::optional<std::string> excludablePath(const std::string& path, const Volumes& volumes) {

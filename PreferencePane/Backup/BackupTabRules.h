@@ -62,8 +62,22 @@ inline constexpr std::int32_t add = 0;    // "Back this up"
 inline constexpr std::int32_t remove = 1; // "Do not back this up"
 } // namespace togglestate
 
-// For what the daemon knows of the selected paths, a null node being a path that it does not know.
-[[nodiscard]] std::int32_t toggleStateFor(std::span<const FileNodeRef> nodes);
+// How several items are marked, kept up while one after the other changes. A null node is a path that the
+// daemon does not know.
+class MarkCounts {
+public:
+    void add(const FileNodeRef& node) { count(node, 1); }
+    void remove(const FileNodeRef& node) { count(node, -1); }
+    [[nodiscard]] std::int32_t toggleState() const {
+        return unchecked_ == 0 || waiting_ > 0 ? togglestate::remove : togglestate::add;
+    }
+
+private:
+    void count(const FileNodeRef& node, int change);
+
+    std::ptrdiff_t unchecked_ = 0;
+    std::ptrdiff_t waiting_ = 0; // of those
+};
 
 // A path that a person has chosen or dropped, as the daemon knows paths: below a volume's name where that is
 // another than the boot volume. None for a whole volume, which cannot be excluded.

@@ -5,6 +5,7 @@
 #include <QDir>
 #include <QLineEdit>
 #include <QListView>
+#include <QSignalBlocker>
 
 namespace kelvane {
 
@@ -18,6 +19,8 @@ ChoosePanel::ChoosePanel(QWidget* window, const QString& message, const QString&
     setLabelText(Accept, prompt);
     connect(findChild<QListView*>("listView")->selectionModel(), &QItemSelectionModel::selectionChanged, this,
             &ChoosePanel::keepPrompt);
+    connect(findChild<QListView*>("listView")->selectionModel(), &QItemSelectionModel::selectionChanged, this,
+            &ChoosePanel::showChoice);
     connect(findChild<QLineEdit*>(), &QLineEdit::textChanged, this, &ChoosePanel::keepPrompt);
 }
 
@@ -43,6 +46,19 @@ void ChoosePanel::keepPrompt() const {
     for (QAbstractButton* const button : findChild<QDialogButtonBox*>()->buttons())
         if (findChild<QDialogButtonBox*>()->buttonRole(button) == QDialogButtonBox::AcceptRole)
             button->setText(prompt_);
+}
+
+// Qt leaves out folders, and keeps the name of a file that is not selected any more. While a person types,
+// the selection follows the field.
+void ChoosePanel::showChoice() const {
+    auto* const field = findChild<QLineEdit*>();
+    if (field->hasFocus())
+        return;
+    QStringList names;
+    for (const QModelIndex& row : findChild<QListView*>("listView")->selectionModel()->selectedRows())
+        names.push_back(row.data().toString());
+    const QSignalBlocker quiet(field); // or the selection would follow the field
+    field->setText(names.size() > 1 ? '"' + names.join("\" \"") + '"' : names.join(QString()));
 }
 
 QStringList ChoosePanel::existingFiles() const {

@@ -23,6 +23,7 @@ protected:
 
 private:
     void keepPrompt() const;
+    void showChoice() const;
     [[nodiscard]] QStringList existingFiles() const;
 
     const QString prompt_;

@@ -11,13 +11,13 @@
 namespace kelvane {
 namespace {
 
-using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
+constexpr std::chrono::seconds longestWait(5);
 
-constexpr auto longestWait = 5s;
-// Between two tellings: a person takes them for one, and the main thread has most of its time for others.
-constexpr Clock::duration shortestPause = 200ms;
-constexpr int pauseShare = 4; // times what the last telling took
+bool isSameOrAbove(const std::string& path, const std::string& other) {
+    const std::vector<std::string> components = pathComponents(path);
+    const std::vector<std::string> others = pathComponents(other);
+    return std::ranges::mismatch(components, others).in1 == components.end();
+}
 
 } // namespace
 
@@ -55,7 +55,7 @@ FolderWatcher::~FolderWatcher() {
 }
 
 void FolderWatcher::watchAllOfPath(const std::string& path, const Volumes& volumes) {
-    if (watchedPath_.starts_with(path))
+    if (isSameOrAbove(path, watchedPath_))
         return;
     stopWatching();
     watchedPath_ = path;
@@ -100,15 +100,9 @@ void FolderWatcher::watcherThread() {
         const std::scoped_lock guard(mutex_);
         return runWatcherThread_;
     };
-    while (runs()) {
-        const std::vector<std::string> paths = changedPaths(watch_.wait(longestWait));
-        if (paths.empty())
-            continue;
-        const auto start = Clock::now();
-        for (const std::string& path : paths)
+    while (runs())
+        for (const std::string& path : changedPaths(watch_.wait(longestWait)))
             tell(path);
-        pause(std::max(shortestPause, pauseShare * (Clock::now() - start)));
-    }
 }
 
 // After an overflow that is every one.
@@ -143,11 +137,6 @@ void FolderWatcher::tell(const std::string& path) {
     });
     std::unique_lock guard(mutex_);
     changed_.wait(guard, [this] { return isTold_ || !runWatcherThread_; });
-}
-
-void FolderWatcher::pause(std::chrono::steady_clock::duration duration) {
-    std::unique_lock guard(mutex_);
-    changed_.wait_for(guard, duration, [this] { return !runWatcherThread_; });
 }
 
 } // namespace kelvane

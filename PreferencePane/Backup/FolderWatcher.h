@@ -16,8 +16,7 @@ namespace kelvane {
 
 // Watches a folder and all those above it on a thread of its own, and tells on the main loop which of them
 // have changed: something was made, deleted or renamed in them, or they were themselves. The thread waits
-// until that has been dealt with, and then for a while that grows with the time it took: however fast a
-// folder changes, it is told once in that while, and once more after the last change.
+// until that has been dealt with; what changes meanwhile is told once afterwards.
 //
 // Everything but the thread is on the main thread. When this goes, nothing is told any more.
 class FolderWatcher {
@@ -32,10 +31,10 @@ public:
     FolderWatcher& operator=(const FolderWatcher&) = delete;
 
     // The path, as `volumes` name it, and every one above it up to "/", instead of those before; nothing
-    // when the path watched before begins with it. What cannot be watched is not.
+    // when it is the path watched before or one above that. What cannot be watched is not.
     void watchAllOfPath(const std::string& path, const Volumes& volumes);
-    // But the path watched before stays known: it is not watched again before one that it does not begin
-    // with was.
+    // But the path watched before stays known: neither it nor one above it is watched again before another
+    // one was.
     void stopWatching();
     // Under these names changes are told. A folder with two names is watched once, under its deepest.
     [[nodiscard]] std::vector<std::string> watchedPaths() const;
@@ -52,7 +51,6 @@ private:
     void watcherThread();
     [[nodiscard]] std::vector<std::string> changedPaths(const std::vector<DirectoryWatch::Event>& events);
     void tell(const std::string& path);
-    void pause(std::chrono::steady_clock::duration duration);
 
     const std::shared_ptr<MainLoop> mainLoop_;
     const DiskPathChanged diskPathChanged_;

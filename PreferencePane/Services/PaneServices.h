@@ -31,7 +31,6 @@ struct PaneFlags {
     bool accountAuthorized = false;
     bool manualToggleButtonEnable = false;
     std::int32_t manualToggleButtonState = 0;
-    std::int32_t prevManualToggleButtonState = 0;
 };
 
 // The commands of `changeTabConfiguration`; any other is stored and changes nothing.

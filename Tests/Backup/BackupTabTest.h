@@ -15,6 +15,7 @@ protected:
     BackupTabTest() : BrowserTabTest({"/", "/Volumes/USB"}) {
         for (const char* const name : {"docs/a.txt", "docs/b.txt", "docs/deep/c.txt", "photos/p.jpg"})
             addFile(name);
+        daemon.setState("backupState", 26U);
         pane.flags().manualToggleButtonEnable = false;
         observe(KelvaneBackupStateConnectionChangedNotification, [this] {
             tab->enableTabItems(true);

@@ -3,7 +3,9 @@
 #include "PreferencePane/Backup/ChoosePanel.h"
 
 #include <QDropEvent>
+#include <QLineEdit>
 #include <QMimeData>
+#include <QTreeView>
 #include <filesystem>
 
 namespace kelvane::tests {
@@ -108,6 +110,9 @@ TEST_F(ExclusionsTest, AreDroppedAsRealPathsAndNeverAsVolumes) {
     EXPECT_FALSE(drop("text/plain", "/home/joe"));
     pane.isRecovering = true;
     EXPECT_FALSE(drop("text/uri-list", address(folder / "USB/docs")));
+    pane.isRecovering = false;
+    pane.isAuthorized = false;
+    EXPECT_FALSE(drop("text/uri-list", address(folder / "USB/docs"))) << "locked";
     EXPECT_EQ(asked("excludeFileFromBackup:"), Paths());
 }
 
@@ -123,6 +128,19 @@ TEST_F(ExclusionsTest, AreChosenInAPanelThatTakesFilesAndFolders) {
     auto& list = *panel->findChild<QListView*>("listView");
     const auto count = [&] { return list.model()->rowCount(list.rootIndex()); };
     ASSERT_TRUE(QTest::qWaitFor([&] { return count() == 3; }));
+    // The field names what will be taken.
+    panel->findChild<QTreeView*>()->setFocus();
+    const auto choose = [&](const QString& name, QItemSelectionModel::SelectionFlag command) {
+        const QModelIndexList found = list.model()->match(list.model()->index(0, 0, list.rootIndex()),
+                                                          Qt::DisplayRole, name, 1, Qt::MatchExactly);
+        list.selectionModel()->select(found.at(0), command | QItemSelectionModel::Rows);
+        return panel->findChild<QLineEdit*>()->text();
+    };
+    EXPECT_EQ(choose("link", QItemSelectionModel::ClearAndSelect), "link");
+    EXPECT_EQ(choose("docs", QItemSelectionModel::ClearAndSelect), "docs");
+    EXPECT_EQ(choose("link", QItemSelectionModel::Select), "\"docs\" \"link\"");
+    EXPECT_EQ(choose("docs", QItemSelectionModel::Deselect), "link");
+    EXPECT_EQ(choose("link", QItemSelectionModel::Deselect), "");
     list.selectAll();
     const auto buttons = panel->findChildren<QAbstractButton*>();
     const auto select = std::ranges::find(buttons, "Select", &QAbstractButton::text);

@@ -3,10 +3,24 @@
 #include "Common/FileNodeFlags.h"
 #include "PreferencePane/Backup/BackupTabRules.h"
 
+#include <QProgressBar>
+#include <QPushButton>
 #include <filesystem>
+#include <fstream>
 
 namespace kelvane::tests {
 namespace {
+
+// Of this process.
+int inotifyWatches() {
+    int watches = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fdinfo")) {
+        std::ifstream lines(entry.path());
+        for (std::string line; std::getline(lines, line);)
+            watches += line.starts_with("inotify wd:");
+    }
+    return watches;
+}
 
 class ManualModeTest : public BackupTabTest {
 protected:
@@ -132,16 +146,107 @@ TEST_F(ManualModeTest, MarksNothingThatTheButtonHasNotSpokenOf) {
     EXPECT_EQ(asked("addFileToBackup:"), Paths{"/Volumes/USB/docs"});
 }
 
+// Files to mark, all of them selected.
+class ManyFiles : public ManualModeTest {
+protected:
+    static constexpr std::size_t count = 40;
+
+    void selectAll() {
+        for (std::size_t number = 0; number < count; ++number)
+            addFile("many/" + std::to_string(number), false);
+        beginManual();
+        choose({"USB", "many", "0"});
+        QTest::keyClick(browser().columnView(2), Qt::Key_A, Qt::ControlModifier);
+        daemon.forgetCalls();
+    }
+};
+
+TEST_F(ManyFiles, CostOneQuestionEach) {
+    selectAll();
+    click("manualToggleButton");
+    EXPECT_EQ(daemon.callCount("addFileToBackup:"), count);
+    EXPECT_LE(daemon.callCount("dictionaryForPath:withDirSizes:"), count + 1);
+    EXPECT_EQ(text("manualToggleButton"), "Do not back this up");
+}
+
+TEST_F(ManyFiles, ShowHowFarItIsAndStopAtCancel) {
+    selectAll();
+    std::mutex mutex;
+    std::condition_variable never;
+    daemon.answerWith("dictionaryForPath:withDirSizes:", [&](const Array& arguments) { // by a slow daemon
+        std::unique_lock guard(mutex);
+        never.wait_for(guard, 20ms);
+        const auto* const file = daemon.world().file(arguments.front().stringValue());
+        return file ? *file : Value();
+    });
+    int value = 0;
+    QTimer look;
+    QObject::connect(&look, &QTimer::timeout, [&] {
+        auto* const bar = pane.mainView()->findChild<QProgressBar*>();
+        if (bar == nullptr || bar->value() == value)
+            return;
+        EXPECT_EQ(bar->maximum(), static_cast<int>(count));
+        EXPECT_FALSE(control("manualToggleButton").isEnabled());
+        if (std::exchange(value, bar->value()) > 0) // it has moved on
+            bar->window()->findChild<QPushButton*>()->click();
+    });
+    look.start(5ms);
+    click("manualToggleButton");
+    EXPECT_GT(value, 0);
+    EXPECT_EQ(daemon.callCount("addFileToBackup:"), daemon.callCount("dictionaryForPath:withDirSizes:"));
+    EXPECT_LT(daemon.callCount("addFileToBackup:"), count);
+    EXPECT_EQ(pane.mainView()->findChild<QProgressBar*>(), nullptr);
+    EXPECT_TRUE(control("manualToggleButton").isEnabled());
+}
+
+TEST_F(ManualModeTest, SpeaksOfWhatIsSelectedWhenItCanBeMarkedAgain) {
+    addFile("docs/new.txt", false);
+    beginManual();
+    for (bool* const hindrance : {&pane.isAuthorized, &pane.isRecovering}) {
+        choose({"USB", "docs", "a.txt"});
+        EXPECT_EQ(text("manualToggleButton"), "Do not back this up");
+        *hindrance = !*hindrance;
+        tab->enableTabItems(true);
+        choose({"new.txt"}, {}, 2);
+        EXPECT_FALSE(control("manualToggleButton").isEnabled());
+        *hindrance = !*hindrance;
+        tab->enableTabItems(true);
+        EXPECT_EQ(text("manualToggleButton"), "Back this up");
+    }
+    pane.flags().manualToggleButtonEnable = false;
+    click("manualToggleButton");
+    pane.flags().manualToggleButtonEnable = true;
+    daemon.forgetCalls();
+    click("manualToggleButton");
+    EXPECT_EQ(asked("addFileToBackup:"), Paths{"/Volumes/USB/docs/new.txt"});
+}
+
+TEST_F(ManualModeTest, ShowsAnAnswerOfNothingAsAnEmptyColumn) {
+    beginManual();
+    choose({"USB", "docs"});
+    daemon.answer("backupColorsForFiles:", Value());
+    browser().reloadColumn(2);
+    EXPECT_EQ(titles(2), Paths());
+    daemon.answer("childrenDictionariesForPath:", Value());
+    browser().reloadColumn(0);
+    EXPECT_EQ(titles(0), Paths());
+}
+
 TEST_F(ManualModeTest, ShowsWhatHasChangedWhileNobodyCouldTell) {
     beginManual();
     choose({"USB", "docs", "a.txt"});
     daemon.stop();
     ASSERT_TRUE(loop->runUntil([this] { return !pane.connected(); }));
     addFile("docs/z.txt");
+    EXPECT_EQ(inotifyWatches(), 0);
     daemon.changeWorld([](DaemonWorld& world) { world.include("/Volumes/USB/docs/a.txt", false); });
+    daemon.answer("policyExcludeList", Array{"/Volumes/USB/photos/"});
+    daemon.forgetCalls();
     ASSERT_TRUE(daemon.start());
     loop->advance(1s);
+    EXPECT_EQ(titles(1), Paths{"docs"});
     EXPECT_EQ(titles(2).back(), "z.txt");
+    EXPECT_EQ(daemon.callCount("backupColorsForFiles:"), 2) << "each open folder once";
     EXPECT_EQ(text("manualToggleButton"), "Back this up");
     const auto switchMode = [this](bool isAutomatic) {
         daemon.changeWorld(
@@ -150,17 +255,19 @@ TEST_F(ManualModeTest, ShowsWhatHasChangedWhileNobodyCouldTell) {
     };
     switchMode(true);
     daemon.changeWorld([](DaemonWorld& world) { world.include("/Volumes/USB/docs/b.txt", false); });
+    daemon.forgetCalls();
     tab->fileChanged("/Volumes/USB/docs/b.txt"); // not now
+    EXPECT_EQ(daemon.calls().size(), 0);
     switchMode(false);
     EXPECT_EQ(cell(2, "b.txt").stateText(), "Not backed up");
 }
 
 TEST_F(ManualModeTest, ReadsTheToggleStateAnewForEachPath) {
     folder.write("USB/docs/unknown.txt", "");
-    daemon.changeWorld([](DaemonWorld& world) { world.include("/Volumes/USB/docs/b.txt", false); });
+    daemon.changeWorld([](DaemonWorld& world) { world.include("/Volumes/USB/docs/a.txt", false); });
     daemon.answerWith("addFileToBackup:", [this](const Array&) { // waits, and is not checked all the same
         daemon.changeWorld([](DaemonWorld& world) {
-            world.file("/Volumes/USB/docs/b.txt")->mutableDictionary().set("backupColor", 3);
+            world.file("/Volumes/USB/docs/a.txt")->mutableDictionary().set("backupColor", 3);
         });
         return Value();
     });
@@ -184,6 +291,12 @@ TEST_F(ManualModeTest, ReadsTheToggleStateAnewForEachPath) {
     click("manualToggleButton");
     EXPECT_TRUE(daemon.waitForCalls("addFileToBackup:"));
     EXPECT_TRUE(daemon.waitForCalls("removeFileFromBackup:"));
+    daemon.forgetCalls();
+    pane.flags().manualToggleButtonState = togglestate::remove;
+    click("manualToggleButton");
+    EXPECT_EQ(daemon.callCount("addFileToBackup:"), 0);
+    loop->advance(0ms);
+    EXPECT_GT(daemon.callCount("backupColorsForFiles:"), 0) << "after the removal, too";
 }
 
 TEST_F(ManualModeTest, FollowsTheDisk) {
@@ -214,7 +327,7 @@ TEST_F(ManualModeTest, KeepsWhatItShowsWhenTheLinkIsLostInTheMiddle) {
             choose({title}, {}, 1);
         else
             click("manualToggleButton");
-        if (pane.connected())
+        if (std::string_view(selector).starts_with("children")) // the poll's own question
             setState("pendingFileCount", daemon.calls().size());
         EXPECT_TRUE(loop->runUntil([this] { return !pane.connected(); }));
         EXPECT_EQ(shownView(), "disabledBackupView");

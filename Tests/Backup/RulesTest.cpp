@@ -48,7 +48,13 @@ TEST_F(VisibleFilesTest, AreInOrderWhateverTheyAreCalled) {
 TEST_F(VisibleFilesTest, AreNotTheNamesOfTheHiddenListOnceTheRootHasBeenListed) {
     for (const char* const name : {"in/bin", "in/b\xC3\xA9", "in/deep/bin", "in/deep/binary"})
         folder.write(name, "");
+    folder.write(".hidden", std::string((std::size_t{1} << 20U) + 1, '\n')); // too long to be one
+    static_cast<void>(files->visibleFilesAtPath("/", nothing));
+    std::filesystem::remove(folder / ".hidden");
     static_cast<void>(files->visibleFilesAtPath("/", nothing)); // there is no list yet
+    folder.write(".hidden", "bin");
+    static_cast<void>(files->visibleFilesAtPath("/", nothing));
+    EXPECT_EQ(list("/Volumes/USB/in"), (Names{"in/b\xC3\xA9", "in/deep"})) << "it is looked for again";
     const std::string_view utf16("\xFF\xFE"
                                  "b\0i\0n\0\n\0b\0\xE9\0",
                                  14);

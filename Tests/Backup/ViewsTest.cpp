@@ -40,9 +40,18 @@ TEST_F(ViewsTest, StayInManualModeForAnAccountWithAQuota) {
     EXPECT_FALSE(control("manualAutoButton").isVisibleTo(pane.mainView()));
     control<QAbstractButton>("manualAutoButton").click();
     EXPECT_EQ(shownView(), "manualBackupView");
+    EXPECT_EQ(daemon.callCount("setAutomaticMode:"), 0);
+    // Into it the way is open.
+    daemon.changeWorld(
+        [](DaemonWorld& world) { world.values.mutableDictionary().set("automaticMode", true); });
+    setState("serviceState", 7U);
+    EXPECT_EQ(shownView(), "autoBackupView");
+    click("autoManualButton");
+    EXPECT_EQ(shownView(), "manualBackupView");
+    EXPECT_TRUE(daemon.waitForCalls("setAutomaticMode:"));
+    EXPECT_FALSE(daemon.world().values["automaticMode"].boolValue());
     setState("isQuotaLimited", false);
     EXPECT_TRUE(control("manualAutoButton").isVisibleTo(pane.mainView()));
-    EXPECT_EQ(daemon.callCount("setAutomaticMode:"), 0);
 }
 
 TEST_F(ViewsTest, SayWhatCanBeDone) {

@@ -36,6 +36,10 @@ TEST_F(FolderWatcherTest, WatchesEachFolderUpToTheRootOnce) {
     EXPECT_EQ(watcher->watchedPaths(), onUSB);
     watch("/Volumes/USB"); // it is watched already
     EXPECT_EQ(watcher->watchedPaths(), onUSB);
+    std::filesystem::create_directory(folder / "disk/in 2");
+    watch("/Volumes/USB/in 2");
+    watch("/Volumes/USB/in"); // a part of the name is another folder
+    EXPECT_EQ(watcher->watchedPaths(), onUSB);
     watch("/Volumes/System");
     EXPECT_EQ(watcher->watchedPaths(), Paths{"/Volumes/System"}); // which is the root
     watch("/Volumes/USB/missing");
@@ -54,6 +58,13 @@ TEST_F(FolderWatcherTest, TellsOfChangesUnderTheVolumesName) {
     EXPECT_TRUE(isTold("/Volumes/USB/in"));
     folder.write("disk/beside", "");
     EXPECT_TRUE(isTold("/Volumes/USB"));
+    // Each change is told as soon as the one before has been dealt with.
+    const auto start = std::chrono::steady_clock::now();
+    for (const char* const name : {"1", "2", "3", "4", "5", "6", "7", "8", "9"}) {
+        folder.write(std::string("disk/in/") + name, "");
+        EXPECT_TRUE(isTold("/Volumes/USB/in"));
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 1500ms);
 }
 
 TEST_F(FolderWatcherTest, IsNotMadeWhereNothingCanBeWatched) {
