@@ -1,13 +1,14 @@
 // The backed-up tree, as the daemon knows it.
 
-#include "Common/FileNodeProxy.h"
+#include "Common/FileNode.h"
+#include "Foundation/PathComponents.h"
 #include "PreferencePane/Browser/BrowserPaths.h"
 #include "PreferencePane/Browser/BrowserVolumes.h"
 #include "PreferencePane/Restore/RestoreTabController.h"
 
 namespace kelvane {
 
-// No answer may be a link that is lost in the middle: the rows stay as they are.
+// An answer of nothing is an empty column; a link that is lost in the middle leaves the rows as they are.
 std::optional<BrowserRows> KelvaneRestoreTabController::createRowsForColumn(ColumnBrowser& browser,
                                                                             int column) {
     const auto daemon = prefs_.proxy();
@@ -20,9 +21,10 @@ std::optional<BrowserRows> KelvaneRestoreTabController::createRowsForColumn(Colu
 // With those that are missing now: what was on them can be restored to another place.
 std::optional<BrowserRows>
 KelvaneRestoreTabController::volumeRows(const std::shared_ptr<KelvaneProxy>& daemon) {
-    const Value dictionaries = daemon->call<"childrenDictionariesForPath:">("");
+    bool isAnswered = false;
+    const Value dictionaries = daemon->invoke("childrenDictionariesForPath:", {""}, &isAnswered);
     rootColumnCount_ = static_cast<std::uint32_t>(dictionaries.array().size());
-    if (dictionaries.isAbsent())
+    if (!isAnswered)
         return std::nullopt;
     const auto volumes = prefs_.fileServices().fileSystem().volumes();
     const QIcon disk = qIcon(prefs_.fileServices().iconOfDisk());
@@ -47,14 +49,15 @@ KelvaneRestoreTabController::itemRows(const std::string& folder,
                                       const std::shared_ptr<KelvaneProxy>& daemon) const {
     if (folder.empty())
         return std::nullopt;
-    const auto parent = KelvaneFileNodeProxy::create();
-    parent->setPath(folder);
-    parent->setProxy(daemon);
-    const FileNodeList children = parent->children();
-    if (!parent->hasChildList())
+    bool isAnswered = false;
+    const Value dictionaries = daemon->invoke("childrenDictionariesForPath:", {folder}, &isAnswered);
+    if (!isAnswered)
         return std::nullopt;
+    const auto parent = KelvaneFileNode::create(lastPathComponent(folder), true);
+    parent->setPath(folder);
     BrowserRows rows;
-    for (const FileNodeRef& child : children) {
+    for (const FileNodeRef& child : KelvaneFileNode::fileNodesForDictionaries(dictionaries)) {
+        parent->addChild(child); // one without a path of its own gets it from there
         const std::string name = child->fileName();
         if (name.empty() || !child->showInRestoreBrowser(prefs_.fileServices()))
             continue;

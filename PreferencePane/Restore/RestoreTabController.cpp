@@ -13,7 +13,9 @@
 #include "PreferencePane/Services/TabPage.h"
 #include "Support/Logging.h"
 
+#include <QEvent>
 #include <QFileDialog>
+#include <functional>
 #include <utility>
 
 namespace kelvane {
@@ -23,6 +25,22 @@ QWidget* makeDisabledView(const PaneServices& prefs) {
     Ui::DisabledRestoreView form;
     return makeView(form, prefs.restoreTab(), *prefs.bundle());
 }
+
+// Calls `disappeared` when the view it is installed on is taken away; a window that is only minimized still
+// has it.
+class HideWatch : public QObject {
+public:
+    HideWatch(QObject* parent, std::function<void()> disappeared)
+        : QObject(parent), disappeared_(std::move(disappeared)) {}
+    bool eventFilter(QObject* /*watched*/, QEvent* event) override {
+        if (event->type() == QEvent::Hide && !event->spontaneous())
+            disappeared_();
+        return false;
+    }
+
+private:
+    const std::function<void()> disappeared_;
+};
 
 // A value, on the ground of the tab.
 void makePlain(QLineEdit& field) {
@@ -84,6 +102,8 @@ void KelvaneRestoreTabController::connectControls() {
     // A screen reader toggles it without a click.
     QObject::connect(progress_->restorePauseButton, &QAbstractButton::toggled, &context_,
                      [this] { restorePauseAction(); });
+    progressView_->setFocusProxy(progress_->restorePauseButton);
+    progressView_->installEventFilter(new HideWatch(&context_, [this] { progressDisappeared(); }));
     QObject::connect(ui_->restoreBrowser, &ColumnBrowser::chosen, &context_,
                      [this] { restoreBrowserAction(); });
 }
@@ -113,8 +133,10 @@ void KelvaneRestoreTabController::setCurrentView() {
 }
 
 void KelvaneRestoreTabController::readyChangedNotification() {
-    if (!prefs_.connected())
+    if (!prefs_.connected()) {
         closeSheets(); // what is chosen now could not be restored
+        registeredForUIEvents_ = false;
+    }
     setCurrentView();
     // The open folders, too: nobody could tell of their changes meanwhile.
     for (int column = 0; column <= ui_->restoreBrowser->lastColumn(); ++column)

@@ -38,7 +38,8 @@ public:
     void awakeFromNib() override;
     void enableTabItems(bool enabled) override;
     void fileChanged(const std::string& path) override;
-    void restoredFileName(const std::string& name) override { restoreFileName_ = name; }
+    // Only its size is shown.
+    void restoredFileName(const std::string& /*name*/) override {}
     void restoredFileSize(std::uint64_t size) override { restoreFileSize_ = size; }
     void restoredPendingCount(std::uint32_t count) override;
 
@@ -76,6 +77,7 @@ private:
     void restoreToPath(const std::optional<std::string>& folder);
     void showNoCountsYet();
     void showRestoreCounts();
+    void progressDisappeared();
     void restorePauseAction();
     void restoreCancelAction();
 
@@ -98,7 +100,6 @@ private:
     RestoreCounts counts_;
     std::vector<std::string> chosenPaths_;   // what the fields speak of
     std::vector<std::string> restoredPaths_; // when Restore was pressed
-    std::string restoreFileName_;
     std::uint64_t restoreFileSize_ = 0;
     std::uint32_t rootColumnCount_ = 0; // volumes that the daemon last had for the first column
     RestoreLocation selectedRestoreLocation_ = RestoreLocation::None;

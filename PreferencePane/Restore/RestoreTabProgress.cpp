@@ -18,6 +18,7 @@ constexpr std::uint32_t usualPriority = 50;
 // asked for by then is the daemon's.
 void KelvaneRestoreTabController::restoreToPath(const std::optional<std::string>& folder) {
     counts_.begin();
+    progress_->restorePauseButton->setChecked(false);
     showNoCountsYet();
     prefs_.showRestoreProgress(true);
     progress_->restoreProgress->startAnimation();
@@ -66,6 +67,13 @@ void KelvaneRestoreTabController::showRestoreCounts() {
     progress_->awaitingRestoreField->setText(QString::fromStdString(pending));
     progress_->awaitingRestoreLabel->show();
     progress_->restoreProgress->setValue(counts_.percent());
+}
+
+// The next restore is not paused, whoever starts it; and with the end of this one the pane has taken back
+// what registers it at the daemon.
+void KelvaneRestoreTabController::progressDisappeared() {
+    progress_->restorePauseButton->setChecked(false);
+    registeredForUIEvents_ = false;
 }
 
 // The daemon goes on: it is only that the bar says no more how far it is.

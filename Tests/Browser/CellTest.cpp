@@ -46,6 +46,27 @@ TEST(BrowserCell, DrawsItsBulletUntintedAndSharpOnItsOwnGround) {
         }
 }
 
+// The icon stands behind the bullet, where the bullet would else cover it.
+TEST(BrowserCell, DrawsItsIconBesideItsBullet) {
+    QPixmap black(16, 16);
+    black.fill(Qt::black);
+    const auto firstColumnOf = [&](const QIcon& bullet, QRgb colour) {
+        KelvaneBrowserCell cell("", "/a");
+        cell.setImage(black);
+        cell.setBulletImage(bullet);
+        QImage image(200, 30, QImage::Format_ARGB32_Premultiplied);
+        image.fill(Qt::green);
+        QPainter painter(&image);
+        cell.drawInteriorWithFrame({10, 5, 180, 20}, painter, QStyleOptionViewItem());
+        int x = 0;
+        while (x < image.width() && image.pixel(x, 15) != colour)
+            ++x;
+        return x;
+    };
+    EXPECT_EQ(firstColumnOf(halfBullet(), qRgb(0, 0, 0)),
+              firstColumnOf(QIcon(), qRgb(0, 0, 0)) + bulletSize.width());
+}
+
 class ShownRows : public ColumnBrowserTest {
 protected:
     [[nodiscard]] std::string tip(int row) {

@@ -1,6 +1,9 @@
 #include "Tests/Browser/BrowserTest.h"
 
 #include <QAccessible>
+#include <QMouseEvent>
+#include <QScrollBar>
+#include <QSplitter>
 
 namespace kelvane::tests {
 namespace {
@@ -48,6 +51,43 @@ TEST_F(Choosing, IsOneActionHoweverItIsDone) {
         EXPECT_EQ(browser->lastColumn(), example.lastColumn);
         EXPECT_EQ(columnWithKeyboard(), example.keyboardIn);
     }
+}
+
+TEST_F(Choosing, NeedsARowThatIsEnabled) {
+    press(Qt::Key_Shift);
+    EXPECT_EQ(choices.size(), 0) << "a key that chooses nothing";
+    folders.listing["/Volumes/Disk"] = {"-old.txt"};
+    click(0, "Disk");
+    browser->columnView(1)->setFocus();
+    choices.clear();
+    press(Qt::Key_Down);
+    EXPECT_EQ(choices.size(), 0);
+    EXPECT_EQ(browser->selectedFilePaths(), std::vector<std::string>{"/Volumes/Disk"});
+}
+
+// A click is where somebody looks already; the keyboard may be at a column that is out of sight.
+TEST_F(Choosing, RevealsTheColumnThatTheKeyboardComesTo) {
+    open({"Disk", "docs", "deep"});
+    browser->resize(250, 300);
+    QScrollBar& place = *browser->horizontalScrollBar();
+    for (const Qt::FocusReason reason : {Qt::MouseFocusReason, Qt::OtherFocusReason}) {
+        browser->columnView(3)->setFocus(reason);
+        place.setValue(place.maximum());
+        browser->columnView(0)->setFocus(reason);
+        EXPECT_EQ(place.value() == 0, reason == Qt::OtherFocusReason);
+    }
+}
+
+TEST_F(Choosing, LeavesRoomForAColumnThatIsDraggedWider) {
+    open({"Disk"});
+    auto& edge = *browser->findChild<QSplitter*>()->handle(1);
+    const int before = browser->columnWidth(0);
+    QTest::mousePress(&edge, Qt::LeftButton, {}, edge.rect().center());
+    const QPoint target = edge.mapToGlobal(edge.rect().center()) + QPoint(40, 0);
+    QMouseEvent move(QEvent::MouseMove, edge.mapFromGlobal(target), target, Qt::NoButton, Qt::LeftButton, {});
+    QApplication::sendEvent(&edge, &move);
+    EXPECT_EQ(browser->columnWidth(0), before + 40);
+    EXPECT_EQ(browser->columnView(0)->width(), before + 40);
 }
 
 TEST_F(Choosing, IsReachedAndLeftByTab) {

@@ -78,6 +78,11 @@ TEST_F(RestoringTest, GoesWhereThePanelPoints) {
     pressRestore(2);
     panel()->reject();
     pressRestore(-1);
+    pressRestore(2);
+    std::filesystem::create_directory(folder / "gone");
+    panel()->setDirectory(QString::fromStdString(folder / "gone"));
+    std::filesystem::remove(folder / "gone"); // by the time that it is chosen
+    emit panel()->finished(QDialog::Accepted);
     EXPECT_EQ(pane.calls, Strings());
 }
 
@@ -90,6 +95,10 @@ TEST_F(RestoringTest, TakesWhateverIsOnTheDesktop) {
     restore(1, "Restore to Desktop");
     EXPECT_EQ(targets(), in(folder / "Table/Kelvane Restored Files"));
     EXPECT_TRUE(std::filesystem::remove(folder / "Table/Kelvane Restored Files")); // was made
+    folder.write("user-dirs.dirs", "XDG_DESKTOP_DIR=\"" + folder / "USB/Table" + "\"\n");
+    restore(1, "Restore to Desktop");
+    EXPECT_EQ(targets(), in("/Volumes/USB/Table/Kelvane Restored Files")) << "by its name for the daemon";
+    folder.write("user-dirs.dirs", "XDG_DESKTOP_DIR=\"$HOME/Table\"\n");
     folder.write("Table/Kelvane Restored Files", "in the way");
     restore(0, "Restore to Desktop");
     EXPECT_EQ(targets().size(), 2);
@@ -168,19 +177,28 @@ TEST_F(RestoringTest, TellsHowFarItIs) {
     click("restorePauseButton");
     tab->restoredPendingCount(1);
     EXPECT_TRUE(bar().isIndeterminate() && bar().isAnimating());
+    EXPECT_TRUE(control<QAbstractButton>("restorePauseButton").isChecked());
     click("restorePauseButton");
     EXPECT_FALSE(bar().isIndeterminate() || bar().isAnimating());
     EXPECT_EQ(bar().value(), 66);
 
-    // One more while this one runs counts anew.
+    // One more while this one runs counts anew, and is not paused.
+    click("restorePauseButton");
     restore(0, "Restore to Original");
-    EXPECT_TRUE(bar().isIndeterminate());
+    EXPECT_FALSE(control<QAbstractButton>("restorePauseButton").isChecked());
+    EXPECT_TRUE(bar().isIndeterminate() && bar().isAnimating());
     EXPECT_EQ(bar().value(), 0);
     tab->restoredPendingCount(2);
     EXPECT_EQ(text("restoreStatusField"), "Restoring item 1 of 2, 1.50 KB");
+    click("restorePauseButton");
     click("restoreCancelButton");
     EXPECT_TRUE(daemon.waitForCalls("cancelAllRestoreJobs"));
     EXPECT_EQ(pane.calls.back(), "showRestoreProgress 0");
+    tab->progressView()->hide(); // by the pane
+    EXPECT_FALSE(control<QAbstractButton>("restorePauseButton").isChecked());
+    tab->progressView()->show(); // for a restore of another program
+    tab->restoredPendingCount(3);
+    EXPECT_FALSE(bar().isIndeterminate());
 }
 
 TEST_F(RestoringTest, EndsWithTheLinkThatIsLostInTheMiddle) {

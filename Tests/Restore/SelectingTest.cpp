@@ -75,13 +75,17 @@ TEST_F(SelectingTest, ShowsWhatIsInTheBackup) {
 TEST_F(SelectingTest, LooksForVolumesOnlyWhileThereAreNone) {
     daemon.changeWorld([](DaemonWorld& world) { world.volumes.clear(); });
     connect();
-    daemon.forgetCalls();
-    daemon.changeWorld([&](DaemonWorld& world) { world.volumes = {"/Volumes/USB"}; });
-    for (const auto& [state, hasVolumes] : {std::pair(10U, false), {24U, false}, {25U, true}, {3U, true}}) {
+    for (const auto& [state, isAtWork] : {std::pair(10U, false), {24U, false}, {1U, true}, {9U, true}}) {
+        daemon.forgetCalls();
         setState("serviceState", state);
-        EXPECT_EQ(!titles(0).empty(), hasVolumes) << state;
+        EXPECT_EQ(daemon.callCount("childrenDictionariesForPath:"), isAtWork ? 1 : 0) << state;
     }
-    EXPECT_EQ(daemon.callCount("childrenDictionariesForPath:"), 2); // of all volumes, and of USB
+    daemon.changeWorld([&](DaemonWorld& world) { world.volumes = {"/Volumes/USB"}; });
+    setState("serviceState", 25U);
+    EXPECT_EQ(titles(0), Strings{"USB"});
+    daemon.forgetCalls();
+    setState("serviceState", 3U);
+    EXPECT_EQ(daemon.callCount("childrenDictionariesForPath:"), 0);
 }
 
 TEST_F(SelectingTest, TellsWhatIsSelected) {
@@ -134,10 +138,28 @@ TEST_F(SelectingTest, OpensTheInfoWindowAndTheAssistant) {
     click("getInfoButton");
     EXPECT_EQ(info.fileNode()->sizeValue(), 2U); // with what is in the folder
     EXPECT_TRUE(info.window()->isVisible());
-    click("restoreAssistantButton");
-    click("restoreAssistantButton");
-    EXPECT_TRUE(daemon.waitForCalls("showRestoreWizard", 2));
-    EXPECT_EQ(daemon.callCount("setStateHandler"), 1);
+    // The daemon tells its handlers, which each end of a restore and each loss of the link take away.
+    const std::function<void()> events[] = {
+        [] {}, [this] { tab->progressView()->hide(), tab->progressView()->show(); },
+        [this] { daemon.closePanes(), waitForLoss(), loop->advance(1s); }};
+    for (std::size_t time = 0; const auto& event : events) {
+        event();
+        ++time;
+        click("restoreAssistantButton");
+        click("restoreAssistantButton");
+        EXPECT_TRUE(daemon.waitForCalls("showRestoreWizard", 2 * time));
+        EXPECT_EQ(daemon.callCount("setStateHandler"), time);
+    }
+}
+
+TEST_F(SelectingTest, ShowsAnAnswerOfNothingAsAnEmptyColumn) {
+    connect();
+    choose({"USB", "docs"});
+    daemon.answer("childrenDictionariesForPath:", Value());
+    for (const int column : {2, 0}) {
+        browser().reloadColumn(column);
+        EXPECT_EQ(titles(column), Strings());
+    }
 }
 
 TEST_F(SelectingTest, KeepsWhatItShowsWhenTheLinkIsLostInTheMiddle) {
