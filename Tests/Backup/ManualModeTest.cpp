@@ -233,6 +233,7 @@ TEST_F(ManualModeTest, ShowsAnAnswerOfNothingAsAnEmptyColumn) {
 }
 
 TEST_F(ManualModeTest, ShowsWhatHasChangedWhileNobodyCouldTell) {
+    daemon.answer("policyExcludeList", Array{"/Volumes/USB/before/"});
     beginManual();
     choose({"USB", "docs", "a.txt"});
     daemon.stop();

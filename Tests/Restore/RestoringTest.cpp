@@ -184,6 +184,7 @@ TEST_F(RestoringTest, TellsHowFarItIs) {
 
     // One more while this one runs counts anew, and is not paused.
     click("restorePauseButton");
+    EXPECT_TRUE(bar().isIndeterminate() && bar().isAnimating());
     restore(0, "Restore to Original");
     EXPECT_FALSE(control<QAbstractButton>("restorePauseButton").isChecked());
     EXPECT_TRUE(bar().isIndeterminate() && bar().isAnimating());
@@ -223,6 +224,14 @@ TEST_F(RestoringTest, EndsWithTheLinkThatIsLostInTheMiddle) {
         EXPECT_TRUE(runUntil([this] { return !sheet() && !panel(); }));
         EXPECT_EQ(pane.calls, Strings());
     }
+    loop->advance(1s);
+    pressRestore(0);
+    sheetButton("Restore to Original").click(); // the answer is on its way when the link goes
+    daemon.closePanes();
+    waitForLoss();
+    EXPECT_TRUE(runUntil([this] { return !sheet(); }));
+    QCoreApplication::processEvents();
+    EXPECT_EQ(pane.calls, Strings());
 }
 
 } // namespace
