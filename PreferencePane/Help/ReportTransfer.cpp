@@ -80,10 +80,15 @@ bool ReportTransfer::step(std::chrono::milliseconds atMost) {
     return curl_multi_poll(loop_.get(), nullptr, 0, static_cast<int>(atMost.count()), nullptr) != CURLM_OK;
 }
 
-// An answer that was cut off for its length came from a server that has the report.
+// A server that has answered has the report, whatever becomes of the rest of its answer.
 std::string ReportTransfer::failure() const {
+    constexpr long firstFinalStatus = 200;
     if (!loop_ || !transfer_)
         return curl_easy_strerror(CURLE_FAILED_INIT);
+    long status = 0;
+    curl_easy_getinfo(transfer_.get(), CURLINFO_RESPONSE_CODE, &status);
+    if (status >= firstFinalStatus)
+        return {};
     int left = 0;
     const CURLMsg* const message = curl_multi_info_read(loop_.get(), &left);
     if (message == nullptr || message->data.result == CURLE_OK)
