@@ -55,6 +55,7 @@ QMessageBox* openSheet(QWidget* parent, const Sheet& sheet, QObject* context,
                        const std::function<void(int returnCode)>& ended) {
     auto* const box =
         new QMessageBox(QMessageBox::Warning, titleOf(parent), sheet.message, QMessageBox::NoButton, parent);
+    box->setAccessibleName(sheet.message); // or a screen reader would tell the title instead
     box->setTextFormat(Qt::PlainText);
     box->setInformativeText(sheet.informative);
     std::vector<QPushButton*> buttons;

@@ -2,6 +2,7 @@
 
 #include "Tests/Harness/RunUntil.h"
 
+#include <QAccessible>
 #include <QKeyEvent>
 #include <QPushButton>
 #include <algorithm>
@@ -43,6 +44,7 @@ TEST(Sheet, IsNamedAfterThePaneAndIsAnsweredOnce) {
                           [&](int answer) { answers.push_back(answer); });
     };
     EXPECT_EQ(open().windowTitle(), "Kelvane");
+    EXPECT_EQ(QAccessible::queryAccessibleInterface(&open())->text(QAccessible::Name), "Message");
     QKeyEvent escape(QEvent::KeyPress, Qt::Key_Escape, Qt::NoModifier);
     QCoreApplication::sendEvent(&open(), &escape);
     for (const int button : {0, 1, 2}) {
