@@ -207,28 +207,79 @@ std::string indexedName(std::string_view name) {
     return text;
 }
 
+namespace {
+
+BackupIndex withContents(const BackupIndex& before, const std::string& repositoryId,
+                         BackupIndex::Snapshots snapshots, std::uint32_t number,
+                         std::vector<SnapshotItem> held) {
+    std::vector<BackedUpItem> items;
+    std::vector<const BackupIndex::Item*> replaced;
+    const std::int64_t time = snapshots[number].time;
+    for (SnapshotItem& each : held) {
+        const BackupIndex::Item* const old = before.find(each.path);
+        if (old && old->snapshot > number)
+            continue;
+        const bool isSame = old && isUnchanged(*old, each.kind, each.size, each.modified, each.changed);
+        items.push_back(
+            {std::move(each), isSame ? old->backedUp : time, isSame ? old->version : number, number});
+        if (old)
+            replaced.push_back(old);
+    }
+    std::ranges::sort(replaced);
+    before.forEach([&](const BackupIndex::Item& item) {
+        if (item.snapshot != 0 && !std::ranges::binary_search(replaced, &item))
+            items.push_back(before.copyOf(item));
+    });
+    return {repositoryId, std::move(snapshots), std::move(items)};
+}
+
+} // namespace
+
 BackupIndex indexWith(const BackupIndex& before, const std::string& repositoryId, const Snapshot& snapshot,
                       std::vector<SnapshotItem> held) {
     BackupIndex::Snapshots snapshots = before.snapshots();
     const std::uint32_t number = snapshots.empty() ? 1 : snapshots.rbegin()->first + 1;
     snapshots[number] = snapshot;
-    std::vector<BackedUpItem> items;
-    items.reserve(held.size());
-    std::vector<const BackupIndex::Item*> seen;
-    for (SnapshotItem& each : held) {
-        const BackupIndex::Item* const old = before.find(each.path);
-        const bool isSame = old && isUnchanged(*old, each.kind, each.size, each.modified, each.changed);
-        items.push_back({std::move(each), isSame ? old->backedUp : snapshot.time,
-                         isSame ? old->version : number, number});
-        if (old)
-            seen.push_back(old);
+    return withContents(before, repositoryId, std::move(snapshots), number, std::move(held));
+}
+
+BackupIndex indexWithContents(const BackupIndex& before, std::uint32_t number,
+                              std::vector<SnapshotItem> held) {
+    return withContents(before, before.repositoryId(), before.snapshots(), number, std::move(held));
+}
+
+std::optional<BackupIndex> indexNumbering(const BackupIndex& before,
+                                          const std::vector<Snapshot>& inOrderOfCreation) {
+    std::map<std::string_view, std::uint32_t> known;
+    for (const auto& [number, snapshot] : before.snapshots())
+        known[snapshot.id] = number;
+    BackupIndex::Snapshots snapshots;
+    std::map<std::uint32_t, std::uint32_t> shifts; // by the number that a snapshot had
+    std::uint32_t last = 0;
+    for (const Snapshot& each : inOrderOfCreation) {
+        const auto had = known.find(each.id);
+        last = had == known.end() ? last + 1 : std::max(last + 1, had->second);
+        snapshots[last] = each;
+        if (had == known.end())
+            continue;
+        if (!shifts.empty() && shifts.rbegin()->first > had->second)
+            return std::nullopt;
+        shifts[had->second] = last - had->second;
     }
-    std::ranges::sort(seen);
+    // The snapshot that first held a version may be forgotten; it came before one that is there.
+    const auto shifted = [&](std::uint32_t number) {
+        const auto next = shifts.lower_bound(number);
+        return next == shifts.end() ? number : number + next->second;
+    };
+    std::vector<BackedUpItem> items;
     before.forEach([&](const BackupIndex::Item& item) {
-        if (item.snapshot != 0 && !std::ranges::binary_search(seen, &item))
-            items.push_back(before.copyOf(item));
+        if (!shifts.contains(item.snapshot))
+            return;
+        items.push_back(before.copyOf(item));
+        items.back().version = shifted(item.version);
+        items.back().snapshot = shifted(item.snapshot);
     });
-    return {repositoryId, std::move(snapshots), std::move(items)};
+    return BackupIndex(before.repositoryId(), std::move(snapshots), std::move(items));
 }
 
 BackupIndex indexOfKept(const BackupIndex& before, const std::vector<Snapshot>& kept) {

@@ -30,7 +30,7 @@ struct BackedUpItem {
 // component.
 class BackupIndex {
 public:
-    using Snapshots = std::map<std::uint32_t, Snapshot>; // by number: 1 and up, in the order of their time
+    using Snapshots = std::map<std::uint32_t, Snapshot>; // by number: 1 and up, in the order of creation
 
     struct Item {
         std::uint64_t size = 0;    // bytes
@@ -126,6 +126,16 @@ private:
 // The index after one more snapshot: `held` is what that one holds.
 [[nodiscard]] BackupIndex indexWith(const BackupIndex& before, const std::string& repositoryId,
                                     const Snapshot& snapshot, std::vector<SnapshotItem> held);
+
+// The same with a snapshot that the index has a number of, and that need not be the newest: of what newer
+// ones hold, nothing changes.
+[[nodiscard]] BackupIndex indexWithContents(const BackupIndex& before, std::uint32_t number,
+                                            std::vector<SnapshotItem> held);
+
+// The index with a number for each of these snapshots, of which it may know some and not what the others
+// hold. None when it has those that it knows in another order.
+[[nodiscard]] std::optional<BackupIndex> indexNumbering(const BackupIndex& before,
+                                                        const std::vector<Snapshot>& inOrderOfCreation);
 
 // The index without what only forgotten snapshots hold: those that are not among `kept`.
 [[nodiscard]] BackupIndex indexOfKept(const BackupIndex& before, const std::vector<Snapshot>& kept);

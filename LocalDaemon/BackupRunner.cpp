@@ -172,8 +172,8 @@ void BackupRunner::perform(Task task) {
     }
     const std::uint64_t orders = state_->backupOrders();
     ResticOutcome outcome = attempt(task, *stop);
-    if (outcome.trouble == ResticTrouble::Locked && keeper_->repository().clearStaleLocks(*stop).succeeded())
-        outcome = attempt(task, *stop);
+    if (outcome.trouble == ResticTrouble::Locked)
+        outcome = attemptAgain(task, *stop, std::move(outcome));
     {
         const std::scoped_lock guard(mutex_);
         current_.reset();
@@ -190,9 +190,18 @@ void BackupRunner::perform(Task task) {
 }
 
 ResticOutcome BackupRunner::attempt(Task task, const StopSignal& stop) {
-    ResticOutcome outcome = isConnected_ ? ResticOutcome() : connect(stop);
+    ResticOutcome outcome = isConnected_ && keeper_->isCurrent() ? ResticOutcome() : connect(stop);
     if (outcome.succeeded() && task == Task::BackUp)
         outcome = backUpWanted(stop);
+    return outcome;
+}
+
+// After a lock was in the way.
+ResticOutcome BackupRunner::attemptAgain(Task task, const StopSignal& stop, ResticOutcome before) {
+    const Repository::Locks locks = keeper_->repository().clearStaleLocks(stop);
+    ResticOutcome outcome = locks.outcome.succeeded() ? attempt(task, stop) : std::move(before);
+    if (outcome.trouble == ResticTrouble::Locked && !locks.holders.empty())
+        outcome.errors = locks.holders;
     return outcome;
 }
 
@@ -279,7 +288,7 @@ ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, cons
         return {};
     }
     const IndexKeeper::Index index = keeper_->index();
-    wanted.tags = {keeper_->repository().tag()};
+    wanted.tags = {keeper_->repository().tag(), keeper_->nextSequenceTag()};
     if (isPartial)
         wanted.tags.emplace_back(partialTag);
     if (const Snapshot* const parent = index->newestCompleteSnapshot())

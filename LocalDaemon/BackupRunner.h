@@ -59,6 +59,7 @@ private:
     [[nodiscard]] Clock::time_point timeOfNextTask(const BackupNeed& need, Clock::time_point now);
     void perform(Task task);
     [[nodiscard]] ResticOutcome attempt(Task task, const StopSignal& stop);
+    [[nodiscard]] ResticOutcome attemptAgain(Task task, const StopSignal& stop, ResticOutcome before);
     [[nodiscard]] ResticOutcome connect(const StopSignal& stop);
     [[nodiscard]] ResticOutcome backUpWanted(const StopSignal& stop);
     [[nodiscard]] ResticOutcome backUp(const std::string& path, bool isPartial, const StopSignal& stop);

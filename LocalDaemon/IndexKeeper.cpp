@@ -1,6 +1,7 @@
 #include "LocalDaemon/IndexKeeper.h"
 
 #include "LocalDaemon/CleanPath.h"
+#include "LocalDaemon/RetentionAlerts.h"
 #include "Platform/FileContents.h"
 #include "Platform/SpecialFolders.h"
 #include "Support/Logging.h"
@@ -15,8 +16,8 @@ namespace {
 constexpr std::size_t largestFile = std::size_t{1} << 31U;
 constexpr mode_t privateMode = 0600;
 constexpr std::size_t mostChanged = 1001; // more than anybody is told of one by one
-// Listing a snapshot takes seconds. Those before are looked at for what has gone since, one a day.
-constexpr std::size_t mostListed = 40;
+// Listing a snapshot takes seconds. Of what is not known yet one a day is looked at, and no more than these.
+constexpr std::size_t mostListed = 400;
 constexpr std::int64_t secondsPerDay = 86400;
 
 BackupIndex indexIn(const std::string& path) {
@@ -30,18 +31,53 @@ BackupIndex indexIn(const std::string& path) {
     return {};
 }
 
-// The last of each day and the newest of all, in the order of their time.
-std::vector<Snapshot> worthListing(const std::vector<Snapshot>& snapshots) {
-    std::vector<Snapshot> worth;
-    for (const Snapshot& each : snapshots) {
-        if (!worth.empty() && worth.back().time / secondsPerDay == each.time / secondsPerDay &&
-            !worth.back().isPartial)
+using Numbered = std::pair<std::uint32_t, Snapshot>;
+
+// The last complete snapshot of each day, and what was made after it on that day.
+std::vector<std::uint32_t> worthListing(const std::vector<Numbered>& unknown) {
+    std::vector<Numbered> worth;
+    for (const Numbered& each : unknown) {
+        const std::int64_t day = each.second.time / secondsPerDay;
+        while (!each.second.isPartial && !worth.empty() && worth.back().second.time / secondsPerDay == day)
             worth.pop_back();
         worth.push_back(each);
     }
     if (worth.size() > mostListed)
         worth.erase(worth.begin(), worth.end() - mostListed);
-    return worth;
+    std::vector<std::uint32_t> numbers;
+    for (const Numbered& each : worth)
+        numbers.push_back(each.first);
+    return numbers;
+}
+
+std::string idOf(const std::pair<const std::uint32_t, Snapshot>& numbered) {
+    return numbered.second.id;
+}
+
+bool holds(const BackupIndex& index, const std::string& snapshotId) {
+    return std::ranges::any_of(index.snapshots(),
+                               [&](const auto& known) { return known.second.id == snapshotId; });
+}
+
+std::vector<Snapshot> snapshotsOf(const BackupIndex& index) {
+    std::vector<Snapshot> snapshots;
+    for (const auto& [number, snapshot] : index.snapshots())
+        snapshots.push_back(snapshot);
+    return snapshots;
+}
+
+// What is known, and behind it those of an answer with gaps that certainly are newer.
+std::vector<Snapshot> withNewer(const BackupIndex& known, const std::vector<Snapshot>& listed) {
+    std::vector<Snapshot> all = snapshotsOf(known);
+    for (Snapshot& each : all)
+        if (const auto told = std::ranges::find(listed, each.id, &Snapshot::id); told != listed.end())
+            each = *told;
+    const auto isKnown = [&](const Snapshot& each) { return holds(known, each.id); };
+    const auto lastKnown = std::find_if(listed.rbegin(), listed.rend(), isKnown).base();
+    const std::uint64_t newest = all.empty() ? 0 : all.back().sequence;
+    std::copy_if(lastKnown, listed.end(), std::back_inserter(all),
+                 [&](const Snapshot& each) { return known.snapshots().empty() || each.sequence > newest; });
+    return all;
 }
 
 std::vector<std::string> changedIn(const BackupIndex& index, std::uint32_t version) {
@@ -55,52 +91,128 @@ std::vector<std::string> changedIn(const BackupIndex& index, std::uint32_t versi
 
 } // namespace
 
-IndexKeeper::IndexKeeper(Repository repository, std::string path)
+IndexKeeper::IndexKeeper(Repository repository, std::string path, MachineClock clock)
     : repository_(std::move(repository)),
       path_(std::move(path)),
-      index_(std::make_shared<const BackupIndex>(indexIn(path_))) {}
+      index_(std::make_shared<const BackupIndex>(indexIn(path_))),
+      retention_(path_ + ".retention", std::move(clock)) {
+    retention_.noteClock();
+}
+
+void IndexKeeper::setAlerts(Alerts alerts) {
+    alerts_ = std::move(alerts);
+    reportDisappearances();
+}
 
 ResticOutcome IndexKeeper::synchronize(bool mayMake, const StopSignal& stop) {
+    isCurrent_ = false;
     const bool isKnown = !index_->repositoryId().empty();
     const Repository::Opening opening = repository_.open(mayMake && !isKnown, stop);
     if (!opening.outcome.succeeded())
         return opening.outcome;
     // They would be in the way of whoever looks through the whole repository.
-    if (const ResticOutcome outcome = repository_.clearStaleLocks(stop);
+    if (const ResticOutcome outcome = repository_.clearStaleLocks(stop).outcome;
         !outcome.succeeded() && !stop.isSet())
         KelvaneSystemLog("Locks stay in the repository. %@", outcome.errors);
     const Repository::Listing listing = repository_.snapshots(stop);
     if (!listing.outcome.succeeded())
         return listing.outcome;
-    BackupIndex from;
-    if (isKnown && index_->repositoryId() == opening.id)
-        from = indexOfKept(*index_, listing.snapshots);
-    const Snapshot* const newest = from.newestSnapshot();
-    std::vector<Snapshot> unknown;
-    for (const Snapshot& each : listing.snapshots)
-        if (!newest || (each.time >= newest->time && each.id != newest->id))
-            unknown.push_back(each);
-    if (unknown.empty() && from.repositoryId() == opening.id && from.itemCount() == index_->itemCount())
+    reportUnread(listing);
+    Numbers toList;
+    BackupIndex from = withListed(listing, opening.id, toList);
+    isCurrent_ = listing.unread.empty();
+    for (const std::vector<Snapshot>& each : {snapshotsOf(from), listing.snapshots})
+        for (const Snapshot& snapshot : each)
+            newestSequence_ = std::max(newestSequence_, snapshot.sequence);
+    if (toList.empty() && from.repositoryId() == index_->repositoryId() &&
+        from.itemCount() == index_->itemCount() &&
+        std::ranges::equal(from.snapshots(), index_->snapshots(), {}, idOf, idOf)) {
+        reportDisappearances();
         return {};
-    KelvaneSystemLog("The index of the backup is brought up to the repository: %llu snapshots are new to it.",
-                     unknown.size());
-    return rebuild(std::move(from), opening.id, worthListing(unknown), stop);
+    }
+    const auto count = static_cast<unsigned long long>(toList.size());
+    KelvaneSystemLog("Updating the index; %llu snapshots are to be listed.", count);
+    ResticOutcome outcome = rebuild(std::move(from), toList, stop);
+    isCurrent_ = isCurrent_ && outcome.succeeded();
+    return outcome;
 }
 
-ResticOutcome IndexKeeper::rebuild(BackupIndex from, const std::string& repositoryId,
-                                   const std::vector<Snapshot>& snapshots, const StopSignal& stop) {
-    if (from.repositoryId().empty())
-        from = BackupIndex(repositoryId, {}, {});
-    for (const Snapshot& snapshot : snapshots) {
+// The index with a number for each snapshot, and those numbers whose contents are to be listed.
+BackupIndex IndexKeeper::withListed(const Repository::Listing& listing, const std::string& repositoryId,
+                                    Numbers& toList) const {
+    BackupIndex none(repositoryId, {}, {});
+    const BackupIndex& known = index_->repositoryId() == repositoryId ? *index_ : none;
+    const std::vector<Snapshot> order =
+        listing.unread.empty() ? listing.snapshots : withNewer(known, listing.snapshots);
+    std::optional<BackupIndex> numbered = indexNumbering(known, order);
+    const bool isOtherOrder = !numbered.has_value();
+    if (isOtherOrder) {
+        KelvaneSystemLog("The snapshots were made in another order than the index has; it is made anew.");
+        numbered = indexNumbering(none, order);
+    }
+    std::vector<Numbered> unknown;
+    for (const auto& [number, snapshot] : numbered->snapshots())
+        if (isOtherOrder || !holds(known, snapshot.id))
+            unknown.emplace_back(number, snapshot);
+    toList = worthListing(unknown);
+    return std::move(*numbered);
+}
+
+// One whose contents cannot be read is left out for now and asked for again the next time.
+ResticOutcome IndexKeeper::rebuild(BackupIndex from, const Numbers& toList, const StopSignal& stop) {
+    ResticOutcome failure;
+    std::vector<Snapshot> readable = snapshotsOf(from);
+    for (const std::uint32_t number : toList) {
+        const Snapshot snapshot = *from.snapshot(number);
         std::vector<SnapshotItem> held;
-        const auto contents = repository_.list(
-            snapshot.id, [&](SnapshotItem&& item) { held.push_back(std::move(item)); }, stop);
-        if (!contents.outcome.succeeded())
-            return contents.outcome;
-        from = indexWith(from, repositoryId, snapshot, std::move(held));
+        const ResticOutcome outcome =
+            repository_
+                .list(
+                    snapshot.id, [&](SnapshotItem&& item) { held.push_back(std::move(item)); }, stop)
+                .outcome;
+        if (outcome.trouble == ResticTrouble::Failed) {
+            KelvaneSystemLog("Snapshot %@ cannot be read: %@", snapshot.id, outcome.errors);
+            alerts_.raise(alertForUnreadSnapshots(outcome.errors));
+            std::erase(readable, snapshot);
+            failure = outcome;
+            continue;
+        }
+        if (!outcome.succeeded())
+            return outcome;
+        from = indexWithContents(from, number, std::move(held));
+        lookForDisappearance(from, number, toList);
+    }
+    if (readable.empty() && !failure.succeeded())
+        return failure;
+    if (!failure.succeeded()) {
+        isCurrent_ = false;
+        from = indexOfKept(from, readable);
     }
     take(std::move(from), {"/"}, true);
     return {};
+}
+
+// Between two complete snapshots whose contents the index knows: of those in between, as far as it has no
+// more than their numbers, it cannot tell.
+void IndexKeeper::lookForDisappearance(const BackupIndex& index, std::uint32_t number,
+                                       const Numbers& listed) {
+    const auto isComplete = [&](std::uint32_t each) {
+        const Snapshot* const snapshot = index.snapshot(each);
+        return snapshot && !snapshot->isPartial &&
+               (std::ranges::binary_search(listed, each) || holds(*index_, snapshot->id));
+    };
+    std::uint32_t previous = 0;
+    std::uint32_t next = 0;
+    for (const auto& [each, snapshot] : index.snapshots())
+        if (each < number && isComplete(each))
+            previous = each;
+        else if (each > number && next == 0 && isComplete(each) && holds(*index_, snapshot.id))
+            next = each;
+    if (!isComplete(number))
+        return;
+    for (const auto& [before, after] : {std::pair(previous, number), std::pair(number, next)})
+        if (const auto gone = before != 0 ? disappearanceAt(index, before, after) : std::nullopt)
+            retention_.add(*gone);
 }
 
 ResticOutcome IndexKeeper::add(const std::string& snapshotId, bool isPartial, const StopSignal& stop) {
@@ -110,30 +222,128 @@ ResticOutcome IndexKeeper::add(const std::string& snapshotId, bool isPartial, co
     if (!contents.outcome.succeeded())
         return contents.outcome;
     contents.snapshot.isPartial = isPartial;
+    reportOrder(contents.snapshot);
+    newestSequence_ = std::max(newestSequence_, contents.snapshot.sequence);
     BackupIndex next = indexWith(*index_, index_->repositoryId(), contents.snapshot, std::move(held));
-    const std::vector<std::string> changed = changedIn(next, next.snapshots().rbegin()->first);
+    const std::uint32_t number = next.snapshots().rbegin()->first;
+    lookForDisappearance(next, number, {number});
+    const std::vector<std::string> changed = changedIn(next, number);
     take(std::move(next), changed, false);
     return {};
 }
 
+std::string IndexKeeper::nextSequenceTag() const {
+    return std::string(sequenceTagStart) + std::to_string(newestSequence_ + 1);
+}
+
 ResticOutcome IndexKeeper::forgetOld(std::chrono::days keep, const StopSignal& stop) {
-    const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
-    const auto due = now.time_since_epoch() - keep - std::chrono::days(1); // a day's worth at a time
-    const BackupIndex::Snapshots& known = index_->snapshots();
-    if (known.size() > 1 && known.begin()->second.time <= due.count()) {
-        if (ResticOutcome outcome = repository_.forget(keep, stop); !outcome.succeeded())
+    if (retention_.isPruningDue()) {
+        if (ResticOutcome outcome = repository_.prune(stop); !outcome.succeeded())
             return outcome;
-        isToPrune_ = true;
-        const Repository::Listing listing = repository_.snapshots(stop);
-        if (!listing.outcome.succeeded())
-            return listing.outcome;
-        take(indexOfKept(*index_, listing.snapshots), {"/"}, false);
+        retention_.notePruned();
     }
-    if (!isToPrune_)
+    const RetentionLimits limits = retention_.limits(keep);
+    const std::vector<Snapshot> known = snapshotsOf(*index_);
+    const auto ahead =
+        std::ranges::find_if(known, [&](const Snapshot& each) { return each.time > limits.now; });
+    if (ahead != known.end())
+        alerts_.raise(alertForSnapshotAhead(*ahead));
+    else
+        alerts_.withdraw(aheadAlert);
+    if (!retention_.isForgettingDue() || snapshotsToForget(known, limits).empty())
         return {};
-    ResticOutcome outcome = repository_.prune(stop);
-    isToPrune_ = !outcome.succeeded();
-    return outcome;
+    return forget(keep, stop);
+}
+
+ResticOutcome IndexKeeper::forget(std::chrono::days keep, const StopSignal& stop) {
+    Repository::Listing listing = repository_.snapshots(stop);
+    if (!listing.outcome.succeeded())
+        return listing.outcome;
+    reportUnread(listing);
+    isCurrent_ =
+        listing.unread.empty() && listing.snapshots.size() == index_->snapshots().size() &&
+        std::ranges::all_of(listing.snapshots, [&](const Snapshot& each) { return holds(*index_, each.id); });
+    if (!isCurrent_)
+        return {}; // first the index has to be right
+    std::vector<std::string> ids = snapshotsToForget(listing.snapshots, retention_.limits(keep));
+    if (holdDisappeared(ids))
+        ids = snapshotsToForget(listing.snapshots, retention_.limits(keep));
+    if (ids.empty())
+        return {};
+    KelvaneSystemLog("Forgetting %llu of %llu snapshots: all that is in them was replaced or deleted more "
+                     "than %lld days ago.",
+                     ids.size(), listing.snapshots.size(), static_cast<long long>(keep.count()));
+    if (ResticOutcome outcome = repository_.forget(ids, stop); !outcome.succeeded())
+        return outcome;
+    retention_.noteForgotten();
+    listing = repository_.snapshots(stop);
+    if (!listing.outcome.succeeded())
+        return listing.outcome;
+    reportUnread(listing);
+    isCurrent_ = listing.unread.empty();
+    if (isCurrent_)
+        take(indexOfKept(*index_, listing.snapshots), {"/"}, false);
+    return {};
+}
+
+// What was decided may be lost, and what is not known of it is asked for again. True: something was held.
+bool IndexKeeper::holdDisappeared(const std::vector<std::string>& ids) {
+    const std::set<std::string> going(ids.begin(), ids.end());
+    if (!isDisappearance(filesHeldLastBy(*index_, going), 0))
+        return false;
+    bool isOneHeld = false;
+    std::uint32_t previous = 0;
+    for (const auto& [number, snapshot] : index_->snapshots()) {
+        if (snapshot.isPartial)
+            continue;
+        const auto gone = previous != 0 && going.contains(index_->snapshot(previous)->id)
+                              ? disappearanceAt(*index_, previous, number)
+                              : std::nullopt;
+        if (gone)
+            retention_.add(*gone);
+        isOneHeld = isOneHeld || gone;
+        previous = number;
+    }
+    reportDisappearances();
+    return isOneHeld;
+}
+
+std::string IndexKeeper::decide(const std::string& disappearance, RetentionRecord::Decision decision) {
+    std::string failure = retention_.decide(disappearance, decision);
+    reportDisappearances();
+    return failure;
+}
+
+void IndexKeeper::reportOrder(const Snapshot& made) const {
+    const Snapshot* const before = index_->newestSnapshot();
+    if (!before || made.time >= before->time)
+        return alerts_.withdraw(orderAlert);
+    KelvaneSystemLog("Snapshot %@ is dated before the one made before it, %@: the clock is behind, or was "
+                     "ahead. It counts as the newest.",
+                     made.id, before->id);
+    alerts_.raise(alertForOrder(*before, made));
+}
+
+void IndexKeeper::reportUnread(const Repository::Listing& listing) const {
+    if (listing.unread.empty())
+        return alerts_.withdraw(unreadSnapshotsAlert);
+    KelvaneSystemLog("The list of snapshots is not whole: %@", listing.unread);
+    alerts_.raise(alertForUnreadSnapshots(listing.unread));
+}
+
+void IndexKeeper::reportDisappearances() {
+    const std::scoped_lock guard(reporting_);
+    std::set<std::string> standing;
+    for (const RetentionRecord::Entry& entry : retention_.entries()) {
+        if (entry.decision == RetentionRecord::Decision::Forget)
+            continue;
+        standing.insert(kindOfDisappearance(entry.disappearance));
+        alerts_.raise(alertForDisappearance(entry));
+    }
+    for (const std::string& kind : reported_)
+        if (!standing.contains(kind))
+            alerts_.withdraw(kind);
+    reported_ = std::move(standing);
 }
 
 // When the file cannot be written, the next start finds an older one and brings that up to the repository.
@@ -144,7 +354,9 @@ void IndexKeeper::take(BackupIndex index, const std::vector<std::string>& change
         saved = replaceFileAtomically(path_, index_->encoded(), privateMode);
     if (!saved.succeeded())
         KelvaneSystemLog("The index of the backup cannot be saved: %@", saved.reason);
+    retention_.update(*index_);
     publish_(index_, changed, isRebuilt);
+    reportDisappearances();
 }
 
 } // namespace kelvane

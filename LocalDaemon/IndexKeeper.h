@@ -1,10 +1,14 @@
 #pragma once
 
+#include "LocalDaemon/Alert.h"
 #include "LocalDaemon/BackupIndex.h"
 #include "LocalDaemon/Repository.h"
+#include "LocalDaemon/RetentionRecord.h"
 
 #include <functional>
 #include <memory>
+#include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -20,32 +24,67 @@ public:
     using Publish =
         std::function<void(const Index& index, const std::vector<std::string>& changed, bool isRebuilt)>;
 
+    // Who tells people of what they have to know or decide.
+    struct Alerts {
+        std::function<void(const Alert&)> raise = [](const Alert&) {};
+        std::function<void(const std::string& kind)> withdraw = [](const std::string&) {};
+    };
+
     // Reads the file; without one, or with a damaged one, which is logged, nothing is backed up until
     // `synchronize` has found out better.
-    IndexKeeper(Repository repository, std::string path);
+    IndexKeeper(Repository repository, std::string path, MachineClock clock = readMachineClock);
 
     void setPublish(Publish publish) { publish_ = std::move(publish); }
+    void setAlerts(Alerts alerts);
     [[nodiscard]] const Index& index() const { return index_; }
     [[nodiscard]] const Repository& repository() const { return repository_; }
 
     // Finds the repository, takes locks of the dead away, and lists what the index does not know of. Makes
     // the repository if `mayMake` and nothing has ever been backed up there.
     [[nodiscard]] ResticOutcome synchronize(bool mayMake, const StopSignal& stop);
+    // Whether the last answer of the repository was whole. Else `synchronize` is needed before anything is
+    // added, and none of what the index knows counts as gone.
+    [[nodiscard]] bool isCurrent() const { return isCurrent_; }
+    // The tag for the next snapshot, which tells that it is newer than all others.
+    [[nodiscard]] std::string nextSequenceTag() const;
     // Takes over a snapshot that was just made.
     [[nodiscard]] ResticOutcome add(const std::string& snapshotId, bool isPartial, const StopSignal& stop);
-    // Forgets what has gone from disk or selection for so long. Not more often than once a day; what was
-    // stopped goes on the next time. The index says what is forgotten before the long work begins.
+    // Forgets versions that were replaced or deleted so long ago, and prunes a day later; neither more often
+    // than once a day. What was stopped goes on the next time. The index says what is forgotten before the
+    // long work begins.
     [[nodiscard]] ResticOutcome forgetOld(std::chrono::days keep, const StopSignal& stop);
 
+    // These two on any thread.
+    //
+    // Whether the snapshots that hold many files that disappeared at once may be forgotten. Why it could not
+    // be decided; empty when it is.
+    [[nodiscard]] std::string decide(const std::string& disappearance, RetentionRecord::Decision decision);
+    // To be called every hour, so that a clock that is set is noticed.
+    void noteClock() { retention_.noteClock(); }
+
 private:
-    [[nodiscard]] ResticOutcome rebuild(BackupIndex from, const std::string& repositoryId,
-                                        const std::vector<Snapshot>& snapshots, const StopSignal& stop);
+    using Numbers = std::vector<std::uint32_t>; // of snapshots, ascending
+
+    [[nodiscard]] ResticOutcome rebuild(BackupIndex from, const Numbers& toList, const StopSignal& stop);
+    [[nodiscard]] BackupIndex withListed(const Repository::Listing& listing, const std::string& repositoryId,
+                                         Numbers& toList) const;
+    void lookForDisappearance(const BackupIndex& index, std::uint32_t number, const Numbers& listed);
+    [[nodiscard]] bool holdDisappeared(const std::vector<std::string>& ids);
+    [[nodiscard]] ResticOutcome forget(std::chrono::days keep, const StopSignal& stop);
     void take(BackupIndex index, const std::vector<std::string>& changed, bool isRebuilt);
+    void reportOrder(const Snapshot& made) const;
+    void reportUnread(const Repository::Listing& listing) const;
+    void reportDisappearances();
 
     const Repository repository_;
     const std::string path_;
     Index index_;
-    bool isToPrune_ = false;
+    RetentionRecord retention_;
+    bool isCurrent_ = false;
+    std::uint64_t newestSequence_ = 0;
+    Alerts alerts_;
+    std::mutex reporting_;           // also guards what follows
+    std::set<std::string> reported_; // kinds of alerts that stand for disappearances
     Publish publish_ = [](const Index&, const std::vector<std::string>&, bool) {};
 };
 

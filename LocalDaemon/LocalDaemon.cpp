@@ -4,6 +4,8 @@
 #include "Foundation/Checksum.h"
 #include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/DaemonTarget.h"
+#include "LocalDaemon/ResticProcesses.h"
+#include "LocalDaemon/RetentionAlerts.h"
 #include "Platform/SpecialFolders.h"
 #include "Support/Logging.h"
 
@@ -71,6 +73,8 @@ std::string LocalDaemon::start() {
             state_->setIndex(index, changed);
             restores_->wake();
         });
+    keeper_->setAlerts({[state = state_](const Alert& alert) { state->raiseAlert(alert); },
+                        [state = state_](const std::string& kind) { state->withdrawAlert(kind); }});
     state_->setRulesListener([this](const DaemonState::Rules& rules) {
         scan_->setRules(rules);
         runner_->noteRules();
@@ -118,6 +122,7 @@ void LocalDaemon::stop() {
     restores_.reset();
     runner_.reset();
     keeper_.reset();
+    restic_.reset();
     scan_.reset();
     server_.reset();
     nodes_.reset();
@@ -135,9 +140,11 @@ std::string LocalDaemon::makeWorld() {
         return loading.refusal;
     const Configuration configuration =
         readConfiguration(options_.configurationPath, options_.defaults, *volumes_, options_.settled);
-    keeper_ = std::make_shared<IndexKeeper>(
-        Repository(std::make_shared<const Restic>(configuration.repository), configuration.computerNumber),
-        indexPathFor(options_.indexPath, configuration));
+    restic_ = std::make_shared<const Restic>(configuration.repository,
+                                             std::make_shared<ResticProcesses>(options_.processesPath));
+    keeper_ =
+        std::make_shared<IndexKeeper>(Repository(restic_, configuration.computerNumber),
+                                      indexPathFor(options_.indexPath, configuration), options_.machineClock);
     state_ = std::make_shared<DaemonState>(
         configuration, std::move(loading.settings), keeper_->index(),
         [store](const Settings& changed, std::uint64_t version) { return store->save(changed, version); },
@@ -173,13 +180,20 @@ std::string LocalDaemon::makeWorld() {
 
 // Every verb that an alert may offer has its handler here.
 std::shared_ptr<const AlertActions> LocalDaemon::makeAlertActions() const {
-    return std::make_shared<AlertActions>(state_);
+    using Decision = RetentionRecord::Decision;
+    auto actions = std::make_shared<AlertActions>(state_);
+    for (const auto& [verb, decision] :
+         {std::pair(keepVerb, Decision::Keep), std::pair(forgetVerb, Decision::Forget)})
+        actions->add(verb, [keeper = keeper_, decision = decision](const std::string& disappearance) {
+            return keeper->decide(disappearance, decision);
+        });
+    return actions;
 }
 
 void LocalDaemon::makeRestores() {
     RestoreQueue::Options options;
     options.journalPath = options_.restoreJobsPath;
-    options.restic = std::make_shared<const Restic>(state_->configuration().repository);
+    options.restic = restic_;
     options.index = [state = state_]() -> std::shared_ptr<const BackupIndex> {
         auto index = state->index();
         return index->repositoryId().empty() ? nullptr : index;
@@ -249,6 +263,7 @@ void LocalDaemon::makeKey() {
 
 void LocalDaemon::refresh() {
     state_->refresh();
+    keeper_->noteClock();
     // What is mounted over a watched folder is not told as a change of it.
     const auto volumes = options_.fileSystem->volumes();
     if (haveSamePlaces(*std::exchange(volumes_, volumes), *volumes))

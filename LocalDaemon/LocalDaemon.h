@@ -41,6 +41,8 @@ public:
         FolderScan::Options scan;
         BackupRunner::Options backup;
         std::string restoreJobsPath;
+        std::string processesPath; // restic's, of this daemon and those before it
+        MachineClock machineClock = readMachineClock;
         std::function<void()> showRestoreWizard = [] {}; // on any thread; returns at once
         std::shared_ptr<const FileSystem> fileSystem = std::make_shared<LocalFileSystem>();
         DaemonState::Clock clock = std::chrono::system_clock::now;
@@ -72,6 +74,7 @@ private:
     FileDescriptor settingsLock_;
     std::shared_ptr<DaemonState> state_;
     std::shared_ptr<FolderTree> tree_;
+    std::shared_ptr<const Restic> restic_;
     std::shared_ptr<IndexKeeper> keeper_;
     std::shared_ptr<BackupRunner> runner_;
     std::shared_ptr<RestoreQueue> restores_;

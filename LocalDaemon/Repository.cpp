@@ -2,6 +2,7 @@
 
 #include "LocalDaemon/Configuration.h"
 #include "LocalDaemon/ResticJson.h"
+#include "LocalDaemon/ResticProcesses.h"
 #include "Support/Logging.h"
 
 #include <algorithm>
@@ -9,15 +10,13 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <ctime>
 #include <filesystem>
 #include <system_error>
 #include <unistd.h>
 
 namespace kelvane {
 namespace {
-
-// restic takes a lock for forgotten after half an hour; some time for clocks that differ.
-constexpr std::int64_t ageOfForgottenLock = std::int64_t{20} * 60;
 
 // restic tries for 44 s to read what has gone.
 constexpr std::chrono::milliseconds noPatience{0};
@@ -29,19 +28,31 @@ constexpr std::chrono::hours timeToTidyUp{6};
 // of one snapshot in the first line of its listing. A thousand snapshots of a thousand paths fit.
 constexpr std::size_t longestAnswer = std::size_t{1} << 28U;
 
-std::string hostName() {
-    std::array<char, 256> name{};
-    ::gethostname(name.data(), name.size() - 1);
-    return name.data();
-}
+constexpr std::size_t mostForgotten = 500; // snapshots, in one call
 
-bool isAlive(std::int32_t pid) {
-    return pid > 0 && (::kill(pid, 0) == 0 || errno != ESRCH);
-}
-
-bool looksForgotten(const RepositoryLock& lock) {
+// As `restic unlock` sees it, which takes no account of other process namespaces.
+bool resticWouldRemove(const RepositoryLock& lock) {
+    constexpr std::int64_t oldest = std::int64_t{30} * 60; // seconds
     const auto now = std::chrono::system_clock::now().time_since_epoch();
-    return std::chrono::duration_cast<std::chrono::seconds>(now).count() - lock.time > ageOfForgottenLock;
+    return std::chrono::duration_cast<std::chrono::seconds>(now).count() - lock.time > oldest ||
+           (lock.hostName == machineHostName() && ::kill(lock.pid, 0) != 0 && errno == ESRCH);
+}
+
+std::string descriptionOf(const RepositoryLock& lock) {
+    std::tm local{};
+    const std::time_t seconds = lock.time;
+    ::localtime_r(&seconds, &local);
+    std::array<char, 32> since{};
+    std::strftime(since.data(), since.size(), "%Y-%m-%d %H:%M", &local);
+    return formatText("Repository is locked by PID %d on host %@ since %s.", lock.pid, lock.hostName,
+                      since.data());
+}
+
+// restic goes on without the snapshots that it cannot load, and ends well.
+std::string unreadSnapshotsIn(const std::string& errors) {
+    const bool isOne = errors.find("could not load snapshot") != std::string::npos ||
+                       errors.find("Ignoring ") != std::string::npos;
+    return isOne ? errors : std::string();
 }
 
 // An answer that is not whole must never pass for one that says "nothing": what is known of the backup would
@@ -123,7 +134,8 @@ ResticOutcome Repository::make(const StopSignal& stop) const {
 Repository::Listing Repository::snapshots(const StopSignal& stop) const {
     const Printed list = print(*restic_, {"snapshots", "--json", "--no-lock", "--tag", tag_}, stop);
     const auto snapshots = snapshotsFrom(list.text, partialTag);
-    return {checked(list.outcome, snapshots.has_value()), snapshots.value_or(std::vector<Snapshot>())};
+    return {checked(list.outcome, snapshots.has_value()), snapshots.value_or(std::vector<Snapshot>()),
+            unreadSnapshotsIn(list.outcome.errors)};
 }
 
 Repository::Contents Repository::list(const std::string& snapshotId,
@@ -145,11 +157,16 @@ Repository::Contents Repository::list(const std::string& snapshotId,
     return contents;
 }
 
-ResticOutcome Repository::forget(std::chrono::days keep, const StopSignal& stop) const {
-    const std::string days = formatText("%lldd", static_cast<long long>(keep.count()));
-    return print(*restic_,
-                 {"forget", "--tag", tag_, "--group-by", "", "--keep-within", days, "--keep-last", "1"}, stop)
-        .outcome;
+ResticOutcome Repository::forget(const std::vector<std::string>& ids, const StopSignal& stop) const {
+    ResticOutcome outcome;
+    for (std::size_t at = 0; at < ids.size() && outcome.succeeded(); at += mostForgotten) {
+        std::vector<std::string> arguments{"forget"};
+        const auto end = std::min(ids.size(), at + mostForgotten);
+        arguments.insert(arguments.end(), ids.begin() + static_cast<std::ptrdiff_t>(at),
+                         ids.begin() + static_cast<std::ptrdiff_t>(end));
+        outcome = print(*restic_, arguments, stop).outcome;
+    }
+    return outcome;
 }
 
 ResticOutcome Repository::prune(const StopSignal& stop) const {
@@ -161,32 +178,52 @@ ResticOutcome Repository::prune(const StopSignal& stop) const {
     return restic_->run(call, stop);
 }
 
-ResticOutcome Repository::clearStaleLocks(const StopSignal& stop) const {
+Repository::Locks Repository::clearStaleLocks(const StopSignal& stop,
+                                              std::chrono::steady_clock::time_point now) const {
     const Printed list = print(*restic_, {"list", "locks", "--no-lock"}, stop);
     if (!list.outcome.succeeded())
-        return list.outcome;
-    bool isOneOursAndDead = false;
+        return {list.outcome, {}};
+    std::vector<RepositoryLock> stale;
+    std::vector<RepositoryLock> others;
+    bool areAllKnown = true;
     for (const std::string& id : linesOf(list.text)) {
         const Printed text = print(*restic_, {"cat", "lock", id, "--no-lock"}, stop, noPatience);
-        if (const auto trouble = text.outcome.trouble;
-            trouble == ResticTrouble::Unreachable || trouble == ResticTrouble::NoNetwork)
-            return {}; // most likely it has gone since, as those of the living do: another time it is clear
-        const auto lock = lockFrom(text.text);
+        auto lock = lockFrom(text.text);
+        // One that cannot be read has most likely gone since, as those of the living do.
+        areAllKnown = areAllKnown && lock.has_value();
         if (!lock)
-            continue; // restic makes nothing of it either
-        const bool isOurs = lock->hostName == hostName();
-        isOneOursAndDead = isOneOursAndDead || (isOurs && !isAlive(lock->pid));
-        if ((!isOurs || isAlive(lock->pid)) && looksForgotten(*lock))
-            return {
-                ResticTrouble::Locked, false,
-                formatText("A lock of process %d on %@ looks forgotten and is left alone; if nobody is at "
-                           "work there, `restic unlock` removes it.",
-                           lock->pid, lock->hostName)};
+            continue;
+        lock->id = id;
+        using Holder = ResticProcesses::Holder;
+        ResticProcesses* const processes = restic_->processes();
+        const Holder holder = processes ? processes->holderOf(*lock, now) : Holder::Living;
+        (holder == Holder::Living ? others : stale).push_back(*lock);
     }
-    if (!isOneOursAndDead)
+    std::string holders;
+    for (const RepositoryLock& each : others)
+        holders.append(holders.empty() ? "" : "\n").append(descriptionOf(each));
+    return {remove(stale, others, areAllKnown, stop), holders};
+}
+
+// In a folder exactly these are removed. Elsewhere only restic can do it, which removes by its own judgement:
+// as long as that would take a lock that must stay, it is not asked.
+ResticOutcome Repository::remove(const std::vector<RepositoryLock>& locks,
+                                 const std::vector<RepositoryLock>& others, bool areAllKnown,
+                                 const StopSignal& stop) const {
+    if (locks.empty())
         return {};
-    KelvaneSystemLog("The lock that a dead process of this machine has left in the repository is removed.");
-    return print(*restic_, {"unlock"}, stop).outcome;
+    for (const RepositoryLock& each : locks)
+        KelvaneSystemLog("Removing the lock of PID %d on host %@, which has ended.", each.pid, each.hostName);
+    const std::string folder = localFolderOf(restic_->place().location);
+    if (folder.empty() && areAllKnown && std::ranges::none_of(others, resticWouldRemove))
+        return print(*restic_, {"unlock"}, stop).outcome;
+    if (folder.empty())
+        return {ResticTrouble::Locked, false, "A lock that must stay would be removed as well."};
+    for (const RepositoryLock& each : locks)
+        if (::unlink((folder + "/locks/" + each.id).c_str()) != 0 && errno != ENOENT)
+            return {ResticTrouble::Failed, false,
+                    folder + "/locks/" + each.id + ": " + std::generic_category().message(errno)};
+    return {};
 }
 
 } // namespace kelvane

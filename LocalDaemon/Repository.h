@@ -1,6 +1,7 @@
 #pragma once
 
 #include "LocalDaemon/Restic.h"
+#include "LocalDaemon/ResticJson.h"
 #include "LocalDaemon/Snapshots.h"
 
 #include <chrono>
@@ -33,7 +34,9 @@ public:
 
     struct Listing {
         ResticOutcome outcome;
-        std::vector<Snapshot> snapshots; // this computer's, the oldest first
+        std::vector<Snapshot> snapshots; // this computer's, the first made first
+        // Why some are missing, in restic's words: theirs could not be read. Empty: these are all.
+        std::string unread;
     };
     [[nodiscard]] Listing snapshots(const StopSignal& stop) const;
 
@@ -47,19 +50,27 @@ public:
                                 const std::function<void(SnapshotItem&&)>& take,
                                 const StopSignal& stop) const;
 
-    // Forgets this computer's snapshots that are more than so many days older than its newest.
-    [[nodiscard]] ResticOutcome forget(std::chrono::days keep, const StopSignal& stop) const;
+    // Forgets these snapshots and no others.
+    [[nodiscard]] ResticOutcome forget(const std::vector<std::string>& ids, const StopSignal& stop) const;
     // Removes what no snapshot holds any more, which may take hours, in which nobody else can be at work in
     // the repository. It may be stopped at any time.
     [[nodiscard]] ResticOutcome prune(const StopSignal& stop) const;
 
-    // Removes locks that a dead process of this machine has left. restic would also remove those of other
-    // machines that look old to it: as long as there is one that might, nothing is removed, and the outcome
-    // is that it is locked.
-    [[nodiscard]] ResticOutcome clearStaleLocks(const StopSignal& stop) const;
+    struct Locks {
+        ResticOutcome outcome;
+        std::string holders; // who holds those that stay, a line each, for people; empty: nobody
+    };
+    // Removes the locks of this daemon's own dead processes, and those that were not renewed for half an hour
+    // since this process first saw them.
+    [[nodiscard]] Locks
+    clearStaleLocks(const StopSignal& stop,
+                    std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now()) const;
 
 private:
     [[nodiscard]] ResticOutcome make(const StopSignal& stop) const;
+    [[nodiscard]] ResticOutcome remove(const std::vector<RepositoryLock>& locks,
+                                       const std::vector<RepositoryLock>& others, bool areAllKnown,
+                                       const StopSignal& stop) const;
 
     const std::shared_ptr<const Restic> restic_;
     const std::string tag_;

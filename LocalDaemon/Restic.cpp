@@ -1,5 +1,6 @@
 #include "LocalDaemon/Restic.h"
 
+#include "LocalDaemon/ResticProcesses.h"
 #include "Support/Logging.h"
 
 #include <algorithm>
@@ -7,6 +8,7 @@
 namespace kelvane {
 namespace {
 
+constexpr std::string_view noLock = "--no-lock";
 constexpr int someFilesUnread = 3;
 constexpr std::string_view statusLinesPerSecond = "2";
 // MiB, the least that restic takes instead of its 16: what is on its way counts as done only when a whole
@@ -134,7 +136,8 @@ std::string lastWordIn(std::string_view errors) {
     return std::string(last);
 }
 
-Restic::Restic(RepositoryPlace place) : place_(std::move(place)) {
+Restic::Restic(RepositoryPlace place, std::shared_ptr<ResticProcesses> processes)
+    : place_(std::move(place)), processes_(std::move(processes)) {
     environment_ = {"RESTIC_REPOSITORY=" + place_.location, "RESTIC_PASSWORD_FILE=" + place_.passwordFile,
                     "RESTIC_CACHE_DIR=" + place_.cacheFolder,
                     "RESTIC_PROGRESS_FPS=" + std::string(statusLinesPerSecond), "LC_ALL=C"};
@@ -163,7 +166,7 @@ ChildOutcome Restic::runOnce(const Call& call, bool takesLock, const StopSignal&
     program.arguments = {place_.program};
     program.arguments.insert(program.arguments.end(), call.arguments.begin(), call.arguments.end());
     if (!takesLock)
-        program.arguments.emplace_back("--no-lock");
+        program.arguments.emplace_back(noLock);
     program.environment = environment_;
     program.input = call.input;
     program.onLine = call.onLine;
@@ -179,7 +182,16 @@ ChildOutcome Restic::runOnce(const Call& call, bool takesLock, const StopSignal&
     }
     program.grace = call.grace;
     program.hasLowerPriority = call.hasLowerPriority;
-    return kelvane::run(program, stop);
+    pid_t id = 0;
+    if (processes_ && std::ranges::find(program.arguments, noLock) == program.arguments.end())
+        program.onStart = [this, &id](pid_t started) {
+            id = started;
+            processes_->noteStarted(started);
+        };
+    ChildOutcome outcome = kelvane::run(program, stop);
+    if (id != 0)
+        processes_->noteEnded(id);
+    return outcome;
 }
 
 std::string Restic::withoutSecrets(std::string text) const {

@@ -9,6 +9,8 @@
 
 namespace kelvane {
 
+class ResticProcesses;
+
 // Where the backup is kept, and what it takes to get there.
 struct RepositoryPlace {
     std::string location; // a folder, or whatever else restic takes; may hold a password
@@ -43,7 +45,8 @@ struct ResticOutcome {
 // also several at once; a call blocks its thread until restic has ended.
 class Restic {
 public:
-    explicit Restic(RepositoryPlace place);
+    // `processes` is told of each process that may lock the repository.
+    explicit Restic(RepositoryPlace place, std::shared_ptr<ResticProcesses> processes = nullptr);
 
     struct Call {
         std::vector<std::string> arguments;
@@ -66,6 +69,7 @@ public:
     [[nodiscard]] ResticOutcome run(const Call& call, const StopSignal& stop) const;
 
     [[nodiscard]] const RepositoryPlace& place() const { return place_; }
+    [[nodiscard]] ResticProcesses* processes() const { return processes_.get(); } // may be null
     // For the log: the name and password that may stand in the location are left out.
     [[nodiscard]] std::string withoutSecrets(std::string text) const;
 
@@ -73,6 +77,7 @@ private:
     [[nodiscard]] ChildOutcome runOnce(const Call& call, bool takesLock, const StopSignal& stop) const;
 
     const RepositoryPlace place_;
+    const std::shared_ptr<ResticProcesses> processes_;
     std::vector<std::string> environment_;
 };
 

@@ -113,11 +113,26 @@ std::optional<std::int64_t> takeOffset(std::string_view& text) {
     return isWest ? -seconds : seconds;
 }
 
+std::uint64_t sequenceIn(std::string_view tag) {
+    std::uint64_t sequence = 0;
+    if (!tag.starts_with(sequenceTagStart))
+        return 0;
+    const auto [end, error] =
+        std::from_chars(tag.data() + sequenceTagStart.size(), tag.data() + tag.size(), sequence);
+    return error == std::errc() && end == tag.data() + tag.size() ? sequence : 0;
+}
+
 Snapshot snapshotOf(const Json& object, std::string_view partialTag) {
     Snapshot snapshot{textOf(object, "id"), timeOf(object, "time") / nanosecondsPerSecond, false};
-    if (const Json* const tags = entryOf(object, "tags"); tags && tags->is_array())
-        snapshot.isPartial = std::ranges::any_of(
-            *tags, [&](const Json& tag) { return tag.is_string() && tag.get<std::string>() == partialTag; });
+    snapshot.parent = textOf(object, "parent");
+    const Json* const tags = entryOf(object, "tags");
+    if (!tags || !tags->is_array())
+        return snapshot;
+    for (const Json& each : *tags) {
+        const std::string tag = each.is_string() ? each.get<std::string>() : std::string();
+        snapshot.isPartial = snapshot.isPartial || tag == partialTag;
+        snapshot.sequence = std::max(snapshot.sequence, sequenceIn(tag));
+    }
     return snapshot;
 }
 
@@ -177,8 +192,7 @@ std::optional<std::vector<Snapshot>> snapshotsFrom(std::string_view json, std::s
         snapshots.push_back(snapshotOf(each, partialTag));
     if (std::ranges::any_of(snapshots, [](const Snapshot& each) { return each.id.empty(); }))
         return std::nullopt;
-    std::ranges::stable_sort(snapshots, {}, &Snapshot::time);
-    return snapshots;
+    return inOrderOfCreation(std::move(snapshots));
 }
 
 std::optional<Snapshot> snapshotFrom(std::string_view line) {
@@ -208,7 +222,9 @@ std::optional<RepositoryLock> lockFrom(std::string_view json) {
     const Json object = parsed(json);
     if (!object.is_object())
         return std::nullopt;
-    return RepositoryLock{textOf(object, "hostname"), static_cast<std::int32_t>(numberOf(object, "pid")),
+    return RepositoryLock{{},
+                          textOf(object, "hostname"),
+                          static_cast<std::int32_t>(numberOf(object, "pid")),
                           timeOf(object, "time") / nanosecondsPerSecond};
 }
 

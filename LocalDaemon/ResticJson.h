@@ -17,7 +17,10 @@ namespace kelvane {
 // An entry of an object.
 [[nodiscard]] std::string textEntry(std::string_view json, const char* key);
 
-// The oldest first. None when it is no list of snapshots, which is another thing than an empty one.
+// A tag that tells the order in which a computer has made its snapshots: a number follows.
+inline constexpr std::string_view sequenceTagStart = "sequence-";
+
+// The first made first. None when it is no list of snapshots, which is another thing than an empty one.
 [[nodiscard]] std::optional<std::vector<Snapshot>> snapshotsFrom(std::string_view json,
                                                                  std::string_view partialTag);
 
@@ -26,6 +29,7 @@ namespace kelvane {
 [[nodiscard]] std::optional<SnapshotItem> itemFrom(std::string_view line);
 
 struct RepositoryLock {
+    std::string id; // of its file; not in the JSON
     std::string hostName;
     std::int32_t pid = 0;
     std::int64_t time = 0; // seconds since 1970

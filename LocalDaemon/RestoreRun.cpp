@@ -206,7 +206,7 @@ RestoreRun::Fetching RestoreRun::fetchWithWaits(const RestorePlan& plan, const S
 bool RestoreRun::isSomebodyAtWork() const {
     constexpr std::uint32_t anyComputer = 0; // locks have no tag
     const Repository repository(tools_.restic, anyComputer);
-    const ResticOutcome outcome = repository.clearStaleLocks(tools_.stop);
+    const ResticOutcome outcome = repository.clearStaleLocks(tools_.stop).outcome;
     if (!outcome.succeeded())
         KelvaneSystemLog("The lock of the backup stands. %@", outcome.errors);
     return outcome.succeeded();

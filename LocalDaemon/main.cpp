@@ -212,6 +212,7 @@ int run(const Arguments& arguments) {
     options.socketPath = *socketPath;
     options.settingsPath = stateFolder() + "/kelvane/local-daemon-state.plist";
     options.restoreJobsPath = stateFolder() + "/kelvane/local-daemon-restores";
+    options.processesPath = stateFolder() + "/kelvane/local-daemon-processes";
     options.showRestoreWizard = [path = *socketPath] {
         const std::string failure =
             startDetached({programBesideThis("kelvane-settings"), "--daemon", path, "--tab", "restore"});

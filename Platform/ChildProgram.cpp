@@ -179,6 +179,7 @@ public:
     ChildOutcome run() {
         if (!start())
             return outcome_;
+        program_.onStart(id_);
         outcome_.end = ChildOutcome::End::Exited;
         lastProgress_ = Clock::now();
         while (!hasEnded_)

@@ -7,6 +7,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <sys/types.h>
 #include <vector>
 
 namespace kelvane {
@@ -36,6 +37,7 @@ struct ChildProgram {
     std::function<void(std::string_view)> onErrorLine = [](std::string_view) {};
     // Its output is handed over as it comes, and not line by line.
     bool hasBinaryOutput = false;
+    std::function<void(pid_t)> onStart = [](pid_t) {}; // as soon as it runs, before anything of it is read
     // Bytes; a longer line of its output is left out, which the outcome tells.
     std::size_t longestLine = std::size_t{1} << 20U;
     std::chrono::milliseconds patience = std::chrono::minutes(2); // it may take that long to get on

@@ -2,9 +2,13 @@
 
 #include "Common/FileNodeFlags.h"
 #include "Common/RestoreStatus.h"
+#include "LocalDaemon/ResticJson.h"
+#include "LocalDaemon/ResticProcesses.h"
+#include "LocalDaemon/RetentionAlerts.h"
 #include "Support/Logging.h"
 #include "Tests/LocalDaemon/RunningDaemon.h"
 
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <unistd.h>
@@ -31,6 +35,8 @@ protected:
                 options.settled.set("volumes", Array{disks.front().mountPoint});
             options.defaults.repository.program = program;
             options.settled.set("computerNumber", 7U);
+            if (clock.wall != 0)
+                options.machineClock = [this] { return clock; };
         });
         pane = std::make_unique<TestPane>(folders.socket());
     }
@@ -55,6 +61,7 @@ protected:
     }
 
     const tests::DaemonFolders folders;
+    ClockReading clock; // the machine's own as long as it shows nothing
     const LogSinkToken quiet = setLogSink([](const LogEntry&) {});
     std::unique_ptr<RunningDaemon> daemon;
     std::unique_ptr<TestPane> pane;
@@ -158,43 +165,61 @@ TEST_F(BackingUp, ShowsAndRestoresWhatWasOnADiskThatIsAway) {
     EXPECT_FALSE(fs::exists(file));
 }
 
-TEST_F(BackingUp, ForgetsWhatHasGoneForTooLong) {
-    RepositoryPlace place{folders / "repository/", folders / "state/password", folders / "cache"};
-    bool isNew = false;
-    ASSERT_EQ(ensurePasswordFile(place.passwordFile, isNew), "");
-    const Repository repository(std::make_shared<const Restic>(place), 7);
-    const StopSignal stop;
-    folders.write("repository.kelvane-new/keys/half", "made by one that was killed");
-    ASSERT_TRUE(repository.open(true, stop).wasMade);
-    EXPECT_FALSE(fs::exists(folders / "repository.kelvane-new"));
-    const auto backUp = [&](const std::string& path, const std::string& time) {
-        Restic::Call call;
-        call.arguments = {"backup", "--tag", "kelvane-7", "--time", time, path};
-        EXPECT_TRUE(repository.restic().run(call, stop).succeeded());
-    };
-    backUp(folders.write("old", "1"), "2001-02-03 04:05:06");
-    backUp(folders.write("new", "22"), "2002-02-03 04:05:06");
-    IndexKeeper keeper(repository, folders / "index");
-    ASSERT_TRUE(keeper.synchronize(false, stop).succeeded());
-    EXPECT_EQ(keeper.index()->totals(), (FileTotals{2, 3}));
-    ASSERT_TRUE(keeper.forgetOld(std::chrono::days(30), stop).succeeded());
-    EXPECT_EQ(keeper.index()->totals(), (FileTotals{1, 2}));
-    EXPECT_EQ(IndexKeeper(repository, folders / "index").index()->totals(), (FileTotals{1, 2}));
-    EXPECT_EQ(snapshots(), 1U);
-
-    // What restic locks for hours makes room for a restore at once.
-    backUp(folders / "old", "2001-02-03 04:05:06");
+// What restic locks for hours makes room for a restore at once.
+TEST_F(BackingUp, PruningMakesRoomForARestore) {
+    clock = {readMachineClock().wall, 1000, "boot"};
+    folders.write("home/file", "22");
+    start();
+    ASSERT_TRUE(comesToRest(1, 2));
+    daemon.reset();
+    for (const auto& each : fs::directory_iterator(folders / "state"))
+        if (each.path().extension() == ".retention")
+            RetentionRecord(each.path(), [this] { return clock; }).noteForgotten();
+    clock.wall += 86400;
+    clock.sinceBoot += 86400;
     folders.write("home/file", "333");
     const std::string lock = folders / "pruning";
     start({}, folders.program("case $1 in\nprune) trap 'rm " + lock + "; exit 130' INT; touch " + lock +
                               "; sleep 600 & wait;;\nrestore) if [ -e " + lock +
                               " ]; then echo 'repository is already locked' >&2; exit 1; fi;;\nesac\n" +
                               "exec restic \"$@\""));
+    pane->call<"setPriorityBackup:">("/");
     ASSERT_TRUE(comesTo([&] { return fs::exists(lock); }));
     const auto job =
         pane->call<"restoreFile:toPath:version:priority:">(in("file"), folders / "back", 0U, 50U);
     EXPECT_TRUE(comesTo([&] { return pane->call<"getRestoreJobStatus:">(job) == restorestatus::finished; }));
     EXPECT_EQ(folders.read("back"), "333");
+}
+
+TEST_F(BackingUp, AsksBeforeManyFilesThatDisappearedAreForgotten) {
+    for (int number = 0; number < 120; ++number)
+        folders.write("home/photos/" + std::to_string(number), "1");
+    start();
+    ASSERT_TRUE(comesToRest(120, 120));
+    fs::remove_all(in("photos"));
+    folders.write("home/other", "1");
+    const auto alert = [&] {
+        const Value state = pane->call<"daemonState">();
+        for (const Value& each : state["alerts"].array())
+            if (each["id"].stringValue().starts_with("files_disappeared"))
+                return each;
+        return Value();
+    };
+    pane->call<"setPriorityBackup:">("/");
+    ASSERT_TRUE(comesTo([&] { return alert()["severity"] == "warning"; }));
+    const auto act = [&](std::size_t number) {
+        const Value found = alert();
+        return pane->call<"performAlertAction:ofAlert:">(found["actions"].array().at(number), found["id"]);
+    };
+    EXPECT_EQ(alert()["actions"].array().size(), 2U);
+    EXPECT_EQ(act(0), "");
+    EXPECT_EQ(alert()["severity"], "information");
+    start();
+    EXPECT_EQ(alert()["severity"], "information") << "the decision stands";
+    EXPECT_EQ(act(0), "");
+    EXPECT_EQ(alert(), Value());
+    start();
+    EXPECT_EQ(alert(), Value());
 }
 
 // An index that takes half an answer for a whole one forgets what is backed up.
@@ -228,31 +253,37 @@ TEST_F(BackingUp, TakesAnAnswerHoweverLongItIsAndNoneForNone) {
     EXPECT_FALSE(repository.open(false, StopSignal()).outcome.succeeded());
 }
 
-// What restic would do with locks of its own accord is more than is safe: it is asked only when all that it
-// would remove is ours and dead.
-TEST_F(BackingUp, RemovesOnlyLocksThatADeadProcessOfThisMachineHasLeft) {
-    std::array<char, 256> host{};
-    ASSERT_EQ(::gethostname(host.data(), host.size() - 1), 0);
-    const std::string dead = std::string(R"({"hostname":")") + host.data() + R"(","pid":99999999,"time":")";
-    const std::string alive = std::string(R"({"hostname":")") + host.data() + R"(","pid":1,"time":")";
-    const std::string other = R"({"hostname":"other","pid":99999999,"time":")";
-    const std::string old = R"(2001-01-01T00:00:00Z"})";
-    const std::string recent = R"(2200-01-01T00:00:00Z"})";
+// In a folder a lock is removed by itself. Elsewhere restic does it, which would also take locks of living
+// processes that it cannot see.
+TEST_F(BackingUp, RemovesOnlyLocksWhoseHolderIsDead) {
+    ChildProgram child;
+    child.arguments = {"true"};
+    pid_t dead = 0;
+    const auto processes = std::make_shared<ResticProcesses>(folders / "state/processes");
+    child.onStart = [&](pid_t id) {
+        dead = id;
+        processes->noteStarted(id);
+    };
+    ASSERT_TRUE(run(child, StopSignal()).succeeded());
+    const auto lockOf = [](int pid, const std::string& time, const std::string& host) {
+        return R"({"hostname":")" + host + R"(","pid":)" + std::to_string(pid) + R"(,"time":")" + time +
+               R"("})";
+    };
+    const std::time_t now = std::time(nullptr);
+    std::array<char, 32> recent{};
+    std::strftime(recent.data(), recent.size(), "%Y-%m-%dT%H:%M:%SZ", std::gmtime(&now));
+    const std::string own = lockOf(dead, recent.data(), machineHostName());
+    const std::string hidden = lockOf(99999999, recent.data(), machineHostName());
+    const std::string other = lockOf(99999999, recent.data(), "other");
     const struct {
         std::vector<std::string> locks;
-        bool areRemoved;
-        bool isOneForgotten = false;
+        bool isOwnRemoved;  // in a folder
+        bool isResticAsked; // elsewhere
     } cases[] = {
-        {{}, false},
-        {{dead + recent}, true},
-        {{dead + old, other + recent}, true},
-        {{alive + recent}, false},
-        {{other + old}, false, true},
-        {{dead + old, other + old}, false, true},
-        {{alive + old, dead + old}, false, true},
-        {{dead + recent, "gone"}, false},
+        {{}, false, false},       {{own}, true, true},          {{own, other}, true, true},
+        {{hidden}, false, false}, {{own, hidden}, true, false}, {{own, "gone"}, true, false},
     };
-    for (const auto& [locks, areRemoved, isOneForgotten] : cases) {
+    for (const auto& [locks, isOwnRemoved, isResticAsked] : cases) {
         std::string script = "case \"$1 $3\" in\n'cat --no-lock') echo '{\"id\":\"x\"}';;\nsnapshots*) echo "
                              "[];;\n";
         std::string ids;
@@ -265,15 +296,26 @@ TEST_F(BackingUp, RemovesOnlyLocksThatADeadProcessOfThisMachineHasLeft) {
                                      : "echo '" + locks[id] + "'") +
                 ";;\n";
         }
-        script +=
-            "'list --no-lock') " + ids + "true;;\nunlock*) touch " + (folders / "removed") + ";;\nesac\n";
+        script += "'list --no-lock') " + ids + "true;;\nunlock*) touch " + (folders / "asked") + ";;\nesac\n";
         RepositoryPlace place;
         place.program = folders.program(script);
-        const Repository repository(std::make_shared<const Restic>(place), 7);
-        EXPECT_EQ(repository.clearStaleLocks(StopSignal()).succeeded(), !isOneForgotten);
-        EXPECT_EQ(fs::remove(folders / "removed"), areRemoved) << script;
-        EXPECT_TRUE(IndexKeeper(repository, folders / "index").synchronize(false, StopSignal()).succeeded());
-        EXPECT_EQ(fs::remove(folders / "removed"), areRemoved) << "when the daemon connects";
+        for (const std::string& location : {folders / "repository", std::string("rest:http://there")}) {
+            for (std::size_t id = 0; id < locks.size(); ++id)
+                folders.write("repository/locks/id" + std::to_string(id), "");
+            place.location = location;
+            const Repository repository(std::make_shared<const Restic>(place, processes), 7);
+            const Repository::Locks found = repository.clearStaleLocks(StopSignal());
+            const bool isFolder = location.starts_with('/');
+            EXPECT_EQ(fs::remove(folders / "asked"), !isFolder && isResticAsked) << script;
+            EXPECT_EQ(!locks.empty() && !fs::exists(folders / "repository/locks/id0"),
+                      isFolder && isOwnRemoved);
+            EXPECT_EQ(!found.holders.empty(), std::ranges::any_of(locks, [&](const std::string& lock) {
+                return lock == hidden || lock == other;
+            }));
+            EXPECT_TRUE(
+                IndexKeeper(repository, folders / "index").synchronize(false, StopSignal()).succeeded());
+            EXPECT_EQ(fs::remove(folders / "asked"), !isFolder && isResticAsked) << "when it connects";
+        }
     }
 }
 

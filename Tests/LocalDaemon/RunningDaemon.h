@@ -40,6 +40,7 @@ public:
         options.defaults.repository.cacheFolder = folders / "cache";
         options.indexPath = folders / "state/index";
         options.restoreJobsPath = folders / "state/restores";
+        options.processesPath = folders / "state/processes";
         options.backup.quiet = std::chrono::hours(24); // what waits is to be seen waiting
         options.backup.longestWait = options.backup.quiet;
         options.socketPath = folders.socket();

@@ -1,0 +1,246 @@
+#include "LocalDaemon/RetentionRecord.h"
+
+#include "Foundation/BinaryPropertyList.h"
+#include "LocalDaemon/CleanPath.h"
+#include "LocalDaemon/DamagedFile.h"
+#include "Platform/FileContents.h"
+#include "Platform/SpecialFolders.h"
+#include "Support/Logging.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+
+namespace kelvane {
+namespace {
+
+constexpr std::size_t largestFile = std::size_t{16} << 20U;
+constexpr mode_t privateMode = 0600;
+constexpr std::int64_t hour = 3600; // seconds
+constexpr std::int64_t day = 24 * hour;
+
+// Less may be a wrong time zone or a correction, and is made up for by keeping everything a day longer.
+constexpr std::int64_t largestCorrection = day;
+// Nobody can tell how long a machine was off if its clock was set meanwhile. A long weekend is believed.
+constexpr std::int64_t longestBelievedOff = 4 * day;
+constexpr std::chrono::days longerForCorrections{1};
+constexpr std::int64_t latestTime = std::int64_t{1} << 50U; // either way of 1970; no clock shows more
+
+struct DecisionName {
+    RetentionRecord::Decision decision;
+    std::string_view name;
+};
+constexpr DecisionName decisionNames[] = {{RetentionRecord::Decision::None, ""},
+                                          {RetentionRecord::Decision::Keep, "keep"},
+                                          {RetentionRecord::Decision::Forget, "forget"}};
+
+std::int64_t timeIn(const Value& value) {
+    return std::clamp(value.int64Value(), -latestTime, latestTime);
+}
+
+Value valueOf(const Disappearance& each, RetentionRecord::Decision decision) {
+    const auto* const name = std::ranges::find(decisionNames, decision, &DecisionName::decision);
+    return Dictionary{{"id", each.id},
+                      {"time", each.time},
+                      {"snapshots", Array(each.snapshots.begin(), each.snapshots.end())},
+                      {"files", each.files},
+                      {"of", each.of},
+                      {"decision", std::string(name->name)}};
+}
+
+Disappearance disappearanceFrom(const Value& value) {
+    Disappearance read{value["id"].stringValue(),
+                       timeIn(value["time"]),
+                       {},
+                       value["files"].uint64Value(),
+                       value["of"].uint64Value()};
+    for (const Value& id : value["snapshots"].array())
+        read.snapshots.insert(id.stringValue());
+    return read;
+}
+
+} // namespace
+
+RetentionRecord::RetentionRecord(std::string path, MachineClock clock)
+    : path_(std::move(path)), clock_(std::move(clock)), contents_(read(path_)), saved_(contents_) {}
+
+void RetentionRecord::noteClock() {
+    const std::scoped_lock guard(mutex_);
+    look();
+}
+
+RetentionLimits RetentionRecord::limits(std::chrono::days keep) {
+    const std::scoped_lock guard(mutex_);
+    RetentionLimits limits;
+    limits.now = look();
+    limits.keep = keep + longerForCorrections;
+    limits.clockSteadySince = contents_.steadySince;
+    for (const Entry& entry : contents_.entries)
+        if (entry.decision != Decision::Forget)
+            limits.held.insert(entry.disappearance.snapshots.begin(), entry.disappearance.snapshots.end());
+    return limits;
+}
+
+bool RetentionRecord::isForgettingDue() {
+    const std::scoped_lock guard(mutex_);
+    return isDayOver(look());
+}
+
+bool RetentionRecord::isPruningDue() {
+    const std::scoped_lock guard(mutex_);
+    return isDayOver(look()) && contents_.isToPrune;
+}
+
+void RetentionRecord::noteForgotten() {
+    const std::scoped_lock guard(mutex_);
+    contents_.forgotten = look();
+    contents_.isToPrune = true;
+    save();
+}
+
+void RetentionRecord::notePruned() {
+    const std::scoped_lock guard(mutex_);
+    contents_.isToPrune = false;
+    save();
+}
+
+void RetentionRecord::add(const Disappearance& disappearance) {
+    const std::scoped_lock guard(mutex_);
+    const auto isSame = [&](const Entry& each) { return each.disappearance.id == disappearance.id; };
+    const auto known = std::ranges::find_if(contents_.entries, isSame);
+    if (known == contents_.entries.end())
+        contents_.entries.push_back({disappearance});
+    else if (known->decision == Decision::None)
+        known->disappearance = disappearance;
+    save();
+}
+
+void RetentionRecord::update(const BackupIndex& index) {
+    const std::scoped_lock guard(mutex_);
+    std::erase_if(contents_.entries, [&](const Entry& entry) {
+        const Disappearance& each = entry.disappearance;
+        const bool isOneThere = std::ranges::any_of(index.snapshots(), [&](const auto& snapshot) {
+            return each.snapshots.contains(snapshot.second.id);
+        });
+        return !isOneThere || (entry.decision == Decision::None &&
+                               !isDisappearance(filesHeldLastBy(index, each.snapshots), each.of));
+    });
+    save();
+}
+
+std::vector<RetentionRecord::Entry> RetentionRecord::entries() const {
+    const std::scoped_lock guard(mutex_);
+    return contents_.entries;
+}
+
+std::string RetentionRecord::decide(const std::string& id, Decision decision) {
+    const std::scoped_lock guard(mutex_);
+    const auto isMeant = [&](const Entry& each) {
+        return !id.empty() && each.disappearance.id.starts_with(id);
+    };
+    const auto entry = std::ranges::find_if(contents_.entries, isMeant);
+    if (entry == contents_.entries.end())
+        return "No files that disappeared with snapshot " + id + " are waiting for a decision.";
+    const Decision before = std::exchange(entry->decision, decision);
+    std::string failure = save();
+    if (!failure.empty())
+        entry->decision = before;
+    return failure;
+}
+
+// The time, after it was compared with what the clocks showed before.
+std::int64_t RetentionRecord::look() {
+    const ClockReading reading = clock_();
+    Contents& known = contents_;
+    const bool isSameBoot = !reading.bootId.empty() && reading.bootId == known.bootId;
+    const std::int64_t jump =
+        isSameBoot
+            ? (reading.wall - known.wallThen) - (reading.sinceBoot - known.sinceBootThen)
+            : reading.wall - known.lastSeen - reading.sinceBoot; // the machine was off that long, or not
+    const std::int64_t believed = isSameBoot ? largestCorrection : longestBelievedOff;
+    const bool isFirst = known.steadySince == 0;
+    const bool hasJumped = isFirst || jump < -largestCorrection || jump > believed;
+    if (hasJumped && !isFirst)
+        KelvaneSystemLog("The clock differs by %lld s from what had to be expected. Nothing is removed from "
+                         "the backup until deleted files have been kept for their full time from now on.",
+                         jump);
+    if (hasJumped)
+        known.steadySince = reading.wall;
+    if (hasJumped || !isSameBoot) {
+        known.bootId = reading.bootId;
+        known.wallThen = reading.wall;
+        known.sinceBootThen = reading.sinceBoot;
+    }
+    known.lastSeen = reading.wall;
+    if (hasJumped || !isSameBoot || std::abs(known.lastSeen - saved_.lastSeen) >= hour)
+        save();
+    return reading.wall;
+}
+
+// Since the last forgetting. A time that lies ahead is that of a clock that was wrong.
+bool RetentionRecord::isDayOver(std::int64_t now) const {
+    if (contents_.forgotten == 0)
+        return true;
+    const bool isAhead = contents_.forgotten > now + largestCorrection;
+    return now >= std::max(isAhead ? 0 : contents_.forgotten, contents_.steadySince) + day;
+}
+
+std::string RetentionRecord::save() {
+    if (contents_ == saved_)
+        return {};
+    Array entries;
+    for (const Entry& entry : contents_.entries)
+        entries.push_back(valueOf(entry.disappearance, entry.decision));
+    const PropertyListWriting list = writeBinaryPropertyList(Dictionary{
+        {"bootId", contents_.bootId},
+        {"wallThen", contents_.wallThen},
+        {"sinceBootThen", contents_.sinceBootThen},
+        {"lastSeen", contents_.lastSeen},
+        {"steadySince", contents_.steadySince},
+        {"forgotten", contents_.forgotten},
+        {"isToPrune", contents_.isToPrune},
+        {"disappearances", std::move(entries)},
+    });
+    std::string failure = list.error;
+    if (failure.empty())
+        failure = ensureFolder(std::string(folderOf(path_)))
+                      ? replaceFileAtomically(path_, list.bytes, privateMode).reason
+                      : "cannot make the folder of " + path_;
+    if (failure.empty())
+        saved_ = contents_;
+    else
+        KelvaneSystemLog("What decides over forgetting cannot be saved: %@", failure);
+    return failure;
+}
+
+RetentionRecord::Contents RetentionRecord::read(const std::string& path) {
+    const FileReading file = readFile(path, largestFile);
+    if (file.error == ENOENT || file.error == ENOTDIR)
+        return {};
+    const PropertyListReading list =
+        file.succeeded() ? readBinaryPropertyList(file.bytes) : PropertyListReading{{}, file.reason};
+    if (list.value.isDictionary())
+        return contentsFrom(list.value);
+    static_cast<void>(setAside(path, list.succeeded() ? "it holds no dictionary" : list.error));
+    return {};
+}
+
+RetentionRecord::Contents RetentionRecord::contentsFrom(const Value& value) {
+    Contents contents;
+    contents.bootId = value["bootId"].stringValue();
+    contents.wallThen = timeIn(value["wallThen"]);
+    contents.sinceBootThen = timeIn(value["sinceBootThen"]);
+    contents.lastSeen = timeIn(value["lastSeen"]);
+    contents.steadySince = timeIn(value["steadySince"]);
+    contents.forgotten = timeIn(value["forgotten"]);
+    contents.isToPrune = value["isToPrune"].boolValue();
+    for (const Value& each : value["disappearances"].array()) {
+        const auto* const name = std::ranges::find(
+            decisionNames, std::string_view(each["decision"].stringValue()), &DecisionName::name);
+        contents.entries.push_back(
+            {disappearanceFrom(each), name == std::end(decisionNames) ? Decision::None : name->decision});
+    }
+    return contents;
+}
+
+} // namespace kelvane

@@ -1,0 +1,145 @@
+// A real repository and the real restic, without a daemon.
+
+#include "LocalDaemon/IndexKeeper.h"
+#include "LocalDaemon/ResticJson.h"
+#include "LocalDaemon/RetentionAlerts.h"
+#include "Support/Logging.h"
+#include "Tests/LocalDaemon/RunningDaemon.h"
+
+#include <array>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+
+namespace kelvane {
+namespace {
+
+namespace fs = std::filesystem;
+
+// A repository without a daemon, and the clock that an index of it goes by.
+class Keeping : public ::testing::Test {
+protected:
+    Keeping() {
+        bool isNew = false;
+        EXPECT_EQ(ensurePasswordFile(place.passwordFile, isNew), "");
+    }
+    std::string backUp(const std::string& path, std::int64_t daysAgo,
+                       const std::vector<std::string>& tags = {}) {
+        const std::time_t time = clock.wall - daysAgo * 86400;
+        std::array<char, 32> text{};
+        std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", std::localtime(&time));
+        Restic::Call call;
+        call.arguments = {"backup", "--json", "--force", "--tag", "kelvane-7", "--time", text.data(), path};
+        for (const std::string& tag : tags)
+            call.arguments.insert(call.arguments.end(), {"--tag", tag});
+        std::string id;
+        call.onLine = [&id](std::string_view line) {
+            id = textEntry(line, "snapshot_id");
+            return true;
+        };
+        EXPECT_TRUE(repository.restic().run(call, stop).succeeded());
+        return id;
+    }
+    IndexKeeper keeper() {
+        return {repository, folders / "index", [this] { return clock; }};
+    }
+    void pass(std::int64_t days) {
+        clock.wall += days * 86400;
+        clock.sinceBoot += days * 86400;
+    }
+
+    [[nodiscard]] std::size_t snapshots() const {
+        return static_cast<std::size_t>(
+            std::distance(fs::directory_iterator(folders / "repository/snapshots"), {}));
+    }
+
+    const tests::DaemonFolders folders;
+    const LogSinkToken quiet = setLogSink([](const LogEntry&) {});
+    const RepositoryPlace place{folders / "repository/", folders / "state/password", folders / "cache"};
+    const Repository repository{std::make_shared<const Restic>(place), 7};
+    const StopSignal stop;
+    ClockReading clock{readMachineClock().wall, 1000, "boot"};
+};
+
+TEST_F(Keeping, ForgetsWhatWasReplacedForTooLong) {
+    constexpr std::chrono::days keep(30);
+    folders.write("repository.kelvane-new/keys/half", "made by one that was killed");
+    ASSERT_TRUE(repository.open(true, stop).wasMade);
+    EXPECT_FALSE(fs::exists(folders / "repository.kelvane-new"));
+    backUp(folders.write("old", "1"), 32);
+    backUp(folders.write("new", "22"), 0); // after a month off
+    const auto forgetAt = [&](std::int64_t days, std::size_t left) {
+        pass(days);
+        IndexKeeper each = keeper();
+        EXPECT_TRUE(each.synchronize(false, stop).succeeded());
+        EXPECT_TRUE(each.forgetOld(keep, stop).succeeded());
+        EXPECT_EQ(snapshots(), left);
+        EXPECT_EQ(each.index()->totals(), (left == 2 ? FileTotals{2, 3} : FileTotals{1, 2}));
+        EXPECT_EQ(keeper().index()->totals(), each.index()->totals());
+    };
+    const auto packs = [&] {
+        return std::distance(fs::recursive_directory_iterator(folders / "repository/data"), {});
+    };
+    const auto packsBefore = packs();
+    forgetAt(0, 2);
+    forgetAt(29, 2);
+    forgetAt(3, 1);
+    EXPECT_EQ(packs(), packsBefore);
+    forgetAt(1, 1);
+    EXPECT_LT(packs(), packsBefore) << "pruned a day later";
+}
+
+TEST_F(Keeping, FollowsTheOrderOfCreationAndNotTheClock) {
+    ASSERT_TRUE(repository.open(true, stop).wasMade);
+    const std::string file = folders.write("home/file", "ahead");
+    backUp(file, -1, {"sequence-3"});
+    folders.write("home/file", "newest one");
+    const std::string newest = backUp(file, 0, {"sequence-4"});
+    IndexKeeper from = keeper();
+    ASSERT_TRUE(from.synchronize(false, stop).succeeded());
+    EXPECT_EQ(from.index()->find(file)->size, 10U);
+    EXPECT_EQ(from.nextSequenceTag(), "sequence-5");
+
+    std::vector<std::string> raised;
+    from.setAlerts({[&](const Alert& alert) { raised.push_back(alert.kind); }, [](const std::string&) {}});
+    folders.write("home/file", "1970");
+    ASSERT_TRUE(
+        from.add(backUp(file, clock.wall / 86400, {from.nextSequenceTag()}), false, stop).succeeded());
+    EXPECT_EQ(raised, std::vector<std::string>{orderAlert});
+    fs::remove(folders / "index");
+    IndexKeeper again = keeper();
+    ASSERT_TRUE(again.synchronize(false, stop).succeeded());
+    EXPECT_EQ(again.index()->find(file)->size, 4U);
+    clock.wall += 400 * 86400;
+    ASSERT_TRUE(again.forgetOld(std::chrono::days(30), stop).succeeded());
+    EXPECT_EQ(snapshots(), 3U) << "the clock was set";
+}
+
+// restic ends well when it leaves a snapshot out that it cannot load.
+TEST_F(Keeping, ASnapshotOutOfSightIsNotGone) {
+    ASSERT_TRUE(repository.open(true, stop).wasMade);
+    backUp(folders.write("gone", "1"), 3);
+    const auto file = fs::directory_iterator(folders / "repository/snapshots")->path();
+    backUp(folders.write("kept", "22"), 1);
+    IndexKeeper running = keeper();
+    ASSERT_TRUE(running.synchronize(false, stop).succeeded());
+    fs::rename(file, folders / "aside");
+    fs::remove_all(folders / "cache");
+    const auto synchronize = [&](bool isWhole, std::uint64_t count) {
+        EXPECT_TRUE(running.synchronize(false, stop).succeeded());
+        EXPECT_EQ(running.isCurrent(), isWhole);
+        EXPECT_EQ(running.index()->totals().count, count);
+    };
+    std::ofstream(file) << "damaged";
+    synchronize(false, 2);
+    backUp(folders.write("new", "333"), 0, {"sequence-1"});
+    synchronize(false, 3);
+    fs::remove(file); // really gone
+    synchronize(true, 2);
+    fs::rename(folders / "aside", file);
+    synchronize(true, 3);
+    EXPECT_EQ(running.index()->newestSnapshot()->sequence, 1U);
+}
+
+} // namespace
+} // namespace kelvane
