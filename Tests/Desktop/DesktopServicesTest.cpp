@@ -17,8 +17,9 @@ namespace {
 
 TEST(Opener, HandsOverWhatIsToBeOpenedAndReportsWhatFails) {
     const tests::TemporaryFolder folder;
-    const std::string program = folder.write("opener", "#!/bin/sh\necho \"$#:$1\" >> " + (folder / "opened") +
-                                                           "\ncase $1 in */3*) exit 3;; esac\n");
+    const std::string program =
+        folder.write("opener", "#!/bin/sh\necho \"$#:$1\" >> " + (folder / "opened") +
+                                   "\ncase $1 in */3*) exit 3;; */9*) kill -9 $$;; esac\n");
     std::filesystem::permissions(program, std::filesystem::perms::owner_all);
     std::vector<std::string> reasons;
     const auto failed = [&](const std::string& reason) { reasons.push_back(reason); };
@@ -28,15 +29,18 @@ TEST(Opener, HandsOverWhatIsToBeOpenedAndReportsWhatFails) {
     opener.openFile("/tmp/3 $(x)", failed);
     ASSERT_TRUE(tests::runUntil([&] { return reasons.size() == 1; }));
     EXPECT_EQ(reasons[0], "cannot open /tmp/3 $(x): no program is set up to open it");
+    opener.openFile("/tmp/9", failed);
+    ASSERT_TRUE(tests::runUntil([&] { return reasons.size() == 2; }));
+    EXPECT_EQ(reasons[1], "cannot open /tmp/9: the opener was stopped");
     for (const char* const wrong : {"", "host/page", "--help", "http://[bad"})
         opener.openURL(wrong, failed);
     opener.openFile("relative", failed);
     DesktopOpener missing(folder / "missing");
     missing.openURL("http://host", failed);
-    EXPECT_EQ(reasons.size(), 1U); // never inside the call
-    ASSERT_TRUE(tests::runUntil([&] { return reasons.size() == 7; }));
-    EXPECT_NE(reasons[6].find("No such file"), std::string::npos);
-    EXPECT_EQ(folder.read("opened"), "1:http://host/a%20b?c=d@e\n1:/tmp/3 $(x)\n");
+    EXPECT_EQ(reasons.size(), 2U); // never inside the call
+    ASSERT_TRUE(tests::runUntil([&] { return reasons.size() == 8; }));
+    EXPECT_NE(reasons[7].find("No such file"), std::string::npos);
+    EXPECT_EQ(folder.read("opened"), "1:http://host/a%20b?c=d@e\n1:/tmp/3 $(x)\n1:/tmp/9\n");
 }
 
 TEST(DesktopFileServices, TellsKindsPicturesAndDates) {

@@ -1,5 +1,8 @@
 #include "Platform/ChildProgram.h"
 
+#include "Platform/DetachedProgram.h"
+#include "Tests/Harness/ReportingScript.h"
+
 #include <array>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -92,6 +95,15 @@ TEST(ChildProgram, SaysHowOneEndsThatDoesNotRunToItsEnd) {
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_TRUE(run(shell("sleep 30 & exit 0"), never).succeeded());
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 20s);
+}
+
+TEST(DetachedProgram, HasASessionOfItsOwnAndSaysWhenItCannotStart) {
+    const tests::ReportingScript script("cut -d' ' -f6 /proc/$$/stat");
+    EXPECT_EQ(startDetached({script.path()}), "");
+    const std::string session = script.report();
+    ASSERT_FALSE(session.empty());
+    EXPECT_NE(std::stoi(session), ::getsid(0)) << "a terminal that closes would end it";
+    EXPECT_EQ(startDetached({"/no/such/program"}), "/no/such/program: No such file or directory");
 }
 
 // The waiting thread dies with a process of its own.
