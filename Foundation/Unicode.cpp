@@ -1,5 +1,6 @@
 #include "Foundation/Unicode.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 
@@ -103,6 +104,30 @@ std::optional<char32_t> takeUtf8(std::string_view text, std::size_t& at) {
     return character;
 }
 
+constexpr std::string_view replacement = "\xEF\xBF\xBD";
+constexpr std::string_view hexDigits = "0123456789ABCDEF";
+constexpr std::size_t escapeSize = replacement.size() + 2;
+
+// The byte that the text begins with in escaped form; none when it begins otherwise. ASCII is never escaped.
+std::optional<std::uint8_t> escapedByte(std::string_view text) {
+    if (!text.starts_with(replacement) || text.size() < escapeSize)
+        return std::nullopt;
+    const std::size_t high = hexDigits.find(text[replacement.size()]);
+    const std::size_t low = hexDigits.find(text[replacement.size() + 1]);
+    if (high == std::string_view::npos || low == std::string_view::npos || high < 8)
+        return std::nullopt;
+    return static_cast<std::uint8_t>(high * hexDigits.size() + low);
+}
+
+void appendEscaped(std::string& text, std::string_view bytes) {
+    for (const char each : bytes) {
+        const auto byte = static_cast<std::uint8_t>(each);
+        text += replacement;
+        text += hexDigits[byte / hexDigits.size()];
+        text += hexDigits[byte % hexDigits.size()];
+    }
+}
+
 std::uint8_t* writeUnit(std::uint8_t* at, char32_t unit) {
     at[0] = static_cast<std::uint8_t>(unit >> 8U);
     at[1] = static_cast<std::uint8_t>(unit);
@@ -134,6 +159,41 @@ bool isUtf8(std::string_view text) {
             return false;
     }
     return true;
+}
+
+std::string textFromPath(std::string_view path) {
+    if (isAscii(path))
+        return std::string(path);
+    std::string text;
+    for (std::size_t at = 0; at < path.size();) {
+        const std::size_t begin = at;
+        const bool isText =
+            static_cast<std::uint8_t>(path[at]) < 0x80 ? ++at > 0 : takeUtf8(path, at).has_value();
+        if (isText && !escapedByte(path.substr(begin))) {
+            text += path.substr(begin, at - begin);
+        } else {
+            at = isText ? at : begin + 1;
+            appendEscaped(text, path.substr(begin, at - begin));
+        }
+    }
+    return text;
+}
+
+std::string pathFromText(std::string_view text) {
+    std::string path;
+    while (!text.empty()) {
+        const std::size_t escape = std::min(text.find(replacement), text.size());
+        path += text.substr(0, escape);
+        text.remove_prefix(escape);
+        if (const auto byte = escapedByte(text)) {
+            path += static_cast<char>(*byte);
+            text.remove_prefix(escapeSize);
+        } else if (!text.empty()) {
+            path += replacement;
+            text.remove_prefix(replacement.size());
+        }
+    }
+    return path;
 }
 
 std::optional<std::string> utf8FromUtf16BigEndian(std::span<const std::uint8_t> bytes) {

@@ -21,4 +21,12 @@ namespace kelvane {
 // Replaces `units` by the text in UTF-16, the higher byte first. False when `text` is not UTF-8.
 [[nodiscard]] bool setUtf16BigEndian(std::vector<std::uint8_t>& units, std::string_view text);
 
+// Names of files are bytes, and text must be UTF-8: on the link, in logs and for people a byte of a name that
+// is not UTF-8 is written as U+FFFD and two hexadecimal digits, "\xE9" as "\uFFFDE9". Where a name holds just
+// that, the three bytes of its U+FFFD are written so. Every other name that is UTF-8 is its own text. Texts
+// of two names differ, and a path may be converted whole or name by name.
+[[nodiscard]] std::string textFromPath(std::string_view path);
+// What else the text holds stands for itself.
+[[nodiscard]] std::string pathFromText(std::string_view text);
+
 } // namespace kelvane

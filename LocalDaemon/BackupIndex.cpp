@@ -1,7 +1,5 @@
 #include "LocalDaemon/BackupIndex.h"
 
-#include "Foundation/Unicode.h"
-
 #include <algorithm>
 #include <iterator>
 #include <utility>
@@ -13,6 +11,40 @@ namespace {
 bool comesBefore(const BackedUpItem& left, const BackedUpItem& right) {
     const auto key = [](char each) { return each == '/' ? 0U : static_cast<unsigned char>(each) + 1U; };
     return std::ranges::lexicographical_compare(left.item.path, right.item.path, {}, key, key);
+}
+
+// Of what has one path, which no repository in order holds twice.
+void keepNewestOfEachPath(std::vector<BackedUpItem>& items) {
+    const auto isSame = [](const BackedUpItem& left, const BackedUpItem& right) {
+        return left.item.path == right.item.path;
+    };
+    auto at = std::ranges::adjacent_find(items, isSame);
+    if (at == items.end())
+        return;
+    std::ranges::stable_sort(items, [](const BackedUpItem& left, const BackedUpItem& right) {
+        return left.item.path == right.item.path ? left.snapshot > right.snapshot : comesBefore(left, right);
+    });
+    items.erase(std::unique(items.begin(), items.end(), isSame), items.end());
+}
+
+// In seconds since 1970.
+constexpr std::int64_t beginOfYear0 = -62167219200;
+constexpr std::int64_t beginOfYear1 = -62135596800;
+constexpr std::int64_t beginOfYear9999 = 253370764800;
+constexpr std::int64_t beginOfYear10000 = 253402300800;
+constexpr std::int64_t secondsTo2001 = 978307200; // where dates begin
+
+// Of a time beyond these years restic keeps the first or last of them, with the same month and day.
+bool isKeptAs(FileTime saved, std::int64_t secondsOnDisk) {
+    return (secondsOnDisk < beginOfYear0 && saved.seconds() < beginOfYear1) ||
+           (secondsOnDisk >= beginOfYear10000 && saved.seconds() >= beginOfYear9999);
+}
+bool isKeptAs(FileTime saved, FileTime onDisk) {
+    return saved == onDisk || isKeptAs(saved, onDisk.seconds());
+}
+bool isKeptAs(FileTime saved, Date onDisk) {
+    return onDisk == dateFromTime(saved.seconds(), saved.nanoseconds()) ||
+           isKeptAs(saved, static_cast<std::int64_t>(onDisk.secondsSinceReference) + secondsTo2001);
 }
 
 } // namespace
@@ -29,6 +61,7 @@ BackupIndex::BackupIndex(std::string repositoryId, Snapshots snapshots, std::vec
     : repositoryId_(std::move(repositoryId)), snapshots_(std::move(snapshots)) {
     std::erase_if(items, [](const BackedUpItem& each) { return each.item.path == "/"; });
     std::ranges::sort(items, comesBefore);
+    keepNewestOfEachPath(items);
     items_.reserve(items.size() + 1);
     append({}, 0, nullptr);
     std::vector<Branch> branches{{0, 0, items.size(), 1}};
@@ -78,7 +111,7 @@ void BackupIndex::append(std::string_view name, std::uint32_t parent, const Back
     }
     added.parent = parent;
     added.nameOffset = names_.size();
-    added.nameLength = static_cast<std::uint32_t>(name.size());
+    added.nameLength = static_cast<std::uint16_t>(name.size());
     names_ += name;
     items_.push_back(added);
 }
@@ -167,44 +200,25 @@ BackedUpItem BackupIndex::copyOf(const Item& item) const {
             item.snapshot};
 }
 
-bool isUnchanged(const BackupIndex::Item& item, ItemKind kind, std::uint64_t size, std::int64_t modified,
-                 std::int64_t changed) {
+bool isUnchanged(const BackupIndex::Item& item, ItemKind kind, std::uint64_t size, FileTime modified,
+                 FileTime changed) {
     if (item.kind != kind || item.snapshot == 0)
         return false;
     if (kind == ItemKind::Folder)
         return true;
-    return (kind == ItemKind::Link || item.size == size) && item.modified == modified &&
-           item.changed == changed;
+    return (kind == ItemKind::Link || item.size == size) && isKeptAs(item.modified, modified) &&
+           isKeptAs(item.changed, changed);
 }
 
 bool isUnchanged(const BackupIndex::Item& item, const FileAttributes& attributes) {
     using Kind = FileAttributes::Kind;
-    const auto isAt = [](Date date, std::int64_t nanoseconds) {
-        return date == dateFromNanoseconds(nanoseconds);
-    };
     if (attributes.kind == Kind::Other || item.snapshot == 0)
         return false;
     if (attributes.kind == Kind::Directory || item.kind == ItemKind::Folder)
         return attributes.kind == Kind::Directory && item.kind == ItemKind::Folder;
     return (attributes.kind == Kind::File) == (item.kind == ItemKind::File) &&
            (item.kind == ItemKind::Link || item.size == attributes.size) &&
-           isAt(attributes.modified, item.modified) && isAt(attributes.statusChanged, item.changed);
-}
-
-std::string indexedName(std::string_view name) {
-    constexpr std::size_t longestCharacter = 4;
-    if (isUtf8(name))
-        return std::string(name);
-    std::string text;
-    while (!name.empty()) {
-        std::size_t length = 1;
-        while (length <= longestCharacter && !isUtf8(name.substr(0, length)))
-            ++length;
-        const bool isCharacter = length <= longestCharacter && length <= name.size();
-        text += isCharacter ? name.substr(0, length) : std::string_view("\xEF\xBF\xBD");
-        name.remove_prefix(isCharacter ? length : 1);
-    }
-    return text;
+           isKeptAs(item.modified, attributes.modified) && isKeptAs(item.changed, attributes.statusChanged);
 }
 
 namespace {

@@ -34,9 +34,9 @@ public:
 
     struct Item {
         std::uint64_t size = 0;    // bytes
-        std::int64_t modified = 0; // nanoseconds since 1970
-        std::int64_t changed = 0;
-        std::int64_t backedUp = 0; // as in BackedUpItem, and so are the next two
+        std::int64_t backedUp = 0; // as in BackedUpItem, and so are `version` and `snapshot`
+        FileTime modified;
+        FileTime changed;
         std::uint32_t version = 0;
         std::uint32_t snapshot = 0; // 0: a folder of which only contents are known
         std::uint32_t uid = 0;
@@ -45,18 +45,18 @@ public:
 
     private:
         friend class BackupIndex;
+        bool hasLinkBelow = false;
+        std::uint16_t nameLength = 0;
         std::uint32_t parent = 0;
         std::uint32_t firstChild = 0;
         std::uint32_t childCount = 0;
-        std::uint32_t nameLength = 0;
         std::uint64_t nameOffset = 0;
         std::uint64_t filesBelow = 0;
         std::uint64_t bytesBelow = 0;
-        bool hasLinkBelow = false;
     };
 
     BackupIndex() : BackupIndex({}, {}, {}) {} // of no repository
-    // The items come in any order, each path once.
+    // The items come in any order. Of several with the same path the one of the newest snapshot counts.
     BackupIndex(std::string repositoryId, Snapshots snapshots, std::vector<BackedUpItem> items);
 
     [[nodiscard]] const std::string& repositoryId() const { return repositoryId_; }
@@ -115,13 +115,10 @@ private:
 };
 
 // Whether what stands on the disk is still what was saved. Of a folder only that it is one: what matters of
-// it is what is in it.
+// it is what is in it. restic keeps times of the years 0 to 9999; of one beyond these only that it is beyond.
 [[nodiscard]] bool isUnchanged(const BackupIndex::Item& item, ItemKind kind, std::uint64_t size,
-                               std::int64_t modified, std::int64_t changed);
+                               FileTime modified, FileTime changed);
 [[nodiscard]] bool isUnchanged(const BackupIndex::Item& item, const FileAttributes& attributes);
-
-// A name as the index has it: what is no UTF-8 becomes U+FFFD, byte by byte.
-[[nodiscard]] std::string indexedName(std::string_view name);
 
 // The index after one more snapshot: `held` is what that one holds.
 [[nodiscard]] BackupIndex indexWith(const BackupIndex& before, const std::string& repositoryId,

@@ -8,8 +8,7 @@
 namespace kelvane {
 namespace {
 
-constexpr std::string_view mark = "kelvane index 1\n";
-constexpr std::size_t longestName = 65535;
+constexpr std::string_view mark = "kelvane index 2\n";
 
 std::uint64_t checksumOf(std::span<const std::uint8_t> bytes) {
     std::uint64_t hash = 14695981039346656037U; // FNV-1a
@@ -27,6 +26,10 @@ public:
         auto rest = static_cast<std::uint64_t>(value);
         for (std::size_t each = 0; each < sizeof(Number); ++each, rest >>= 8U)
             bytes_.push_back(static_cast<std::uint8_t>(rest));
+    }
+    void time(FileTime value) {
+        number(value.seconds());
+        number(value.nanoseconds());
     }
     void raw(std::string_view value) { bytes_.insert(bytes_.end(), value.begin(), value.end()); }
     void text(std::string_view value) {
@@ -50,6 +53,13 @@ public:
         for (std::size_t each = part.size(); each > 0; --each)
             read = read << 8U | part[each - 1];
         value = static_cast<Number>(read);
+    }
+    void time(FileTime& value) {
+        std::int64_t seconds = 0;
+        std::uint32_t nanoseconds = 0;
+        number(seconds);
+        number(nanoseconds);
+        value = FileTime(seconds, nanoseconds);
     }
     [[nodiscard]] std::string_view text() {
         std::uint16_t size = 0;
@@ -92,8 +102,8 @@ std::optional<std::span<const std::uint8_t>> bodyOf(std::span<const std::uint8_t
 template <class Stream, class Item>
 void transfer(Stream& stream, Item& item) {
     stream.number(item.size);
-    stream.number(item.modified);
-    stream.number(item.changed);
+    stream.time(item.modified);
+    stream.time(item.changed);
     stream.number(item.backedUp);
     stream.number(item.version);
     stream.number(item.snapshot);
@@ -115,10 +125,11 @@ std::vector<std::uint8_t> BackupIndex::encoded() const {
         writer.text(snapshot.id);
         writer.number(snapshot.time);
         writer.number(static_cast<std::uint8_t>(snapshot.isPartial ? 1 : 0));
+        writer.number(snapshot.sequence);
     }
     for (const Item& item : items_) {
         writer.number(item.parent);
-        writer.text(nameOf(item).substr(0, longestName));
+        writer.text(nameOf(item));
         writer.number(static_cast<std::uint8_t>(item.kind));
         transfer(writer, item);
     }
@@ -144,6 +155,7 @@ std::optional<BackupIndex> BackupIndex::decoded(std::span<const std::uint8_t> by
         snapshot.id = reader.text();
         reader.number(snapshot.time);
         reader.number(isPartial);
+        reader.number(snapshot.sequence);
         snapshot.isPartial = isPartial != 0;
         index.snapshots_[number] = snapshot;
     }
@@ -173,7 +185,7 @@ bool BackupIndex::takeDecoded(Item item, std::string_view name, std::uint8_t kin
         return false;
     item.kind = static_cast<ItemKind>(kind);
     item.nameOffset = names_.size();
-    item.nameLength = static_cast<std::uint32_t>(name.size());
+    item.nameLength = static_cast<std::uint16_t>(name.size());
     names_ += name;
     items_.push_back(item);
     if (isRoot)

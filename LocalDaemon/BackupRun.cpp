@@ -1,11 +1,13 @@
 #include "LocalDaemon/BackupRun.h"
 
 #include "LocalDaemon/ResticJson.h"
+#include "LocalDaemon/ResticNames.h"
 #include "LocalDaemon/RestoreStaging.h"
 #include "Support/Logging.h"
 
 #include <algorithm>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace kelvane {
 namespace {
@@ -42,6 +44,22 @@ std::vector<std::string> argumentsFor(const BackupRun::Wanted& wanted) {
 std::uint64_t sizeOf(const std::string& path) {
     struct stat status {};
     return ::lstat(path.c_str(), &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
+}
+
+// As restic says it when nothing is there any more.
+std::vector<std::string> onDisk(const std::string& path) {
+    std::vector<std::string> paths = pathsOnDisk(path);
+    return paths.empty() ? std::vector<std::string>{path} : paths;
+}
+
+// Of several that look alike to restic those that this process cannot read; all of them when it can read them
+// by now.
+std::vector<std::string> unreadOnDisk(const std::string& path) {
+    std::vector<std::string> paths = onDisk(path);
+    const auto isReadable = [](const std::string& each) { return ::access(each.c_str(), R_OK) == 0; };
+    if (paths.size() > 1 && !std::ranges::all_of(paths, isReadable))
+        std::erase_if(paths, isReadable);
+    return paths;
 }
 
 } // namespace
@@ -93,7 +111,7 @@ bool BackupRun::takeStatus(std::uint64_t files, std::uint64_t bytes, const std::
     filesDone_ = files;
     bytesDone_ = bytes;
     if (!path.empty())
-        activity_.currentFile = path;
+        activity_.currentFile = onDisk(path).front();
     if (hasGotOn)
         activity_.trouble = troubleBefore_;
     if (std::chrono::steady_clock::now() - lastTold_ >= tellInterval)
@@ -119,10 +137,14 @@ void BackupRun::takeErrorLine(std::string_view text) {
 
 // A file that is deleted during the backup is no trouble: there is nothing left to read.
 void BackupRun::takeUnread(const BackupLine& error) {
-    const bool isNew =
-        std::ranges::find(result_.unread, error.path) == result_.unread.end(); // it may tell it twice
-    if (isNew && result_.unread.size() < mostUnread && !error.path.empty() && !error.isDeleted)
-        result_.unread.push_back(error.path);
+    if (error.path.empty() || error.isDeleted)
+        return;
+    for (const std::string& path : unreadOnDisk(error.path)) {
+        const bool isNew =
+            std::ranges::find(result_.unread, path) == result_.unread.end(); // it may tell it twice
+        if (isNew && result_.unread.size() < mostUnread)
+            result_.unread.push_back(path);
+    }
 }
 
 // Of a large file also the part that is read. restic tells how much it has been through altogether.

@@ -1,5 +1,6 @@
 #include "LocalDaemon/BackupRunner.h"
 
+#include "Foundation/Unicode.h"
 #include "LocalDaemon/BackupTargets.h"
 #include "LocalDaemon/BackupTrouble.h"
 #include "Support/Logging.h"
@@ -22,7 +23,7 @@ constexpr std::size_t mostWanted = 100;
 std::string joined(const std::vector<std::string>& paths) {
     std::string text;
     for (std::size_t at = 0; at < std::min(paths.size(), mostNamed); ++at)
-        text += "\n" + paths[at];
+        text += "\n" + textFromPath(paths[at]);
     if (paths.size() > mostNamed)
         text += "\n…";
     return text;

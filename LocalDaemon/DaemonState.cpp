@@ -2,6 +2,7 @@
 
 #include "Common/ExtensionProtocol.h"
 #include "Common/StateKeys.h"
+#include "Foundation/Unicode.h"
 #include "LocalDaemon/CleanPath.h"
 #include "Support/Logging.h"
 
@@ -172,8 +173,8 @@ Value DaemonState::stateDictionary() const {
         {std::string(statekey::isQuotaLimited), configuration_.quotaMB > 0 || isOverQuota()},
         {std::string(statekey::isOverQuota), isOverQuota()},
         {std::string(statekey::quotaMB), configuration_.quotaMB},
-        {std::string(statekey::currentBackupFile), activity_.currentFile},
-        {std::string(statekey::currentRestoreFile), restore_.file},
+        {std::string(statekey::currentBackupFile), textFromPath(activity_.currentFile)},
+        {std::string(statekey::currentRestoreFile), textFromPath(restore_.file)},
         {std::string(statekey::currentRestoreJob), restore_.job},
         {std::string(statekey::extensions), Array{extension::alerts}},
         {std::string(statekey::alerts), alertDictionaries()},

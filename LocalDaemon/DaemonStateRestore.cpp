@@ -2,6 +2,7 @@
 
 #include "Common/StandingAlert.h"
 #include "Foundation/Format.h"
+#include "Foundation/Unicode.h"
 #include "LocalDaemon/DaemonState.h"
 #include "LocalDaemon/RestoreProgress.h"
 
@@ -49,7 +50,7 @@ void DaemonState::endRestore(const std::vector<RestoreFailure>& failures) {
                 "warning",
                 "Some files could not be restored.",
                 formatText("%llu of them, among them %@: %@. The log names them all.", failures.size(),
-                           failures.front().path, failures.front().reason),
+                           textFromPath(failures.front().path), textFromPath(failures.front().reason)),
                 {std::string(dismissAction)}});
 }
 

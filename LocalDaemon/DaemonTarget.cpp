@@ -3,6 +3,7 @@
 #include "Common/RestoreStatus.h"
 #include "Common/StandingAlert.h"
 #include "Common/TypedCall.h"
+#include "Foundation/Unicode.h"
 #include "LocalDaemon/RestoreProgress.h"
 #include "Platform/Accounts.h"
 #include "Support/Logging.h"
@@ -104,7 +105,8 @@ void DaemonTarget::invoke(Invocation& invocation) {
 }
 
 Value DaemonTarget::stringForState(std::uint32_t code) {
-    return code == restoreprogress::currentFile ? state_->restoreProgress().file : serviceStateText(code);
+    return code == restoreprogress::currentFile ? textFromPath(state_->restoreProgress().file)
+                                                : serviceStateText(code);
 }
 
 std::uint64_t DaemonTarget::longlongForState(std::uint32_t code) {

@@ -33,10 +33,6 @@ OpenFolder openFolder(const std::string& path) {
     return folder;
 }
 
-std::int64_t nanoseconds(const timespec& time) {
-    return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
-}
-
 void count(FolderContents& contents, std::string_view name, const struct stat& status,
            const Waiting& isWaiting) {
     if (S_ISDIR(status.st_mode)) {
@@ -48,7 +44,7 @@ void count(FolderContents& contents, std::string_view name, const struct stat& s
     const bool isFile = S_ISREG(status.st_mode);
     const auto size = static_cast<std::uint64_t>(status.st_size);
     const bool waits = isWaiting({name, isFile ? ItemKind::File : ItemKind::Link, size,
-                                  nanoseconds(status.st_mtim), nanoseconds(status.st_ctim)});
+                                  FileTime(status.st_mtim), FileTime(status.st_ctim)});
     if (isFile)
         contents.own.files += {1, size};
     if (isFile && waits)

@@ -46,8 +46,8 @@ struct FolderEntry {
     std::string_view name;
     ItemKind kind = ItemKind::File;
     std::uint64_t size = 0;
-    std::int64_t modified = 0; // nanoseconds since 1970
-    std::int64_t changed = 0;
+    FileTime modified = {};
+    FileTime changed = {};
 };
 // Whether it is to be backed up yet.
 using Waiting = std::function<bool(const FolderEntry& entry)>;

@@ -204,7 +204,7 @@ FolderContents FolderScan::contentsOf(const std::string& path) const {
     const Passage passage = verdictFor(*rules_, path).isIn() ? Passage::WithinFileSystem : Passage::Refused;
     std::string entry = withSeparator(path);
     const std::size_t length = entry.size();
-    const BackupIndex::Item* const saved = index_->find(indexedName(path));
+    const BackupIndex::Item* const saved = index_->find(path);
     FolderContents contents = contentsOfFolder(
         path, stopping_,
         [&](std::string_view name) {
@@ -215,7 +215,7 @@ FolderContents FolderScan::contentsOf(const std::string& path) const {
             return rule->isIn() ? Passage::AnyFileSystem : Passage::Refused;
         },
         [&](const FolderEntry& each) {
-            const BackupIndex::Item* const item = index_->child(saved, indexedName(each.name));
+            const BackupIndex::Item* const item = index_->child(saved, each.name);
             return !item || !isUnchanged(*item, each.kind, each.size, each.modified, each.changed);
         });
     // What holds something is saved with that, and where all begins there is nothing to lose. One that cannot

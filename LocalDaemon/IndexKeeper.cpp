@@ -164,12 +164,8 @@ ResticOutcome IndexKeeper::rebuild(BackupIndex from, const Numbers& toList, cons
     std::vector<Snapshot> readable = snapshotsOf(from);
     for (const std::uint32_t number : toList) {
         const Snapshot snapshot = *from.snapshot(number);
-        std::vector<SnapshotItem> held;
-        const ResticOutcome outcome =
-            repository_
-                .list(
-                    snapshot.id, [&](SnapshotItem&& item) { held.push_back(std::move(item)); }, stop)
-                .outcome;
+        auto contents = repository_.list(snapshot.id, stop);
+        const ResticOutcome& outcome = contents.outcome;
         if (outcome.trouble == ResticTrouble::Failed) {
             KelvaneSystemLog("Snapshot %@ cannot be read: %@", snapshot.id, outcome.errors);
             alerts_.raise(alertForUnreadSnapshots(outcome.errors));
@@ -179,7 +175,7 @@ ResticOutcome IndexKeeper::rebuild(BackupIndex from, const Numbers& toList, cons
         }
         if (!outcome.succeeded())
             return outcome;
-        from = indexWithContents(from, number, std::move(held));
+        from = indexWithContents(from, number, std::move(contents.items));
         lookForDisappearance(from, number, toList);
     }
     if (readable.empty() && !failure.succeeded())
@@ -216,15 +212,14 @@ void IndexKeeper::lookForDisappearance(const BackupIndex& index, std::uint32_t n
 }
 
 ResticOutcome IndexKeeper::add(const std::string& snapshotId, bool isPartial, const StopSignal& stop) {
-    std::vector<SnapshotItem> held;
-    auto contents = repository_.list(
-        snapshotId, [&](SnapshotItem&& item) { held.push_back(std::move(item)); }, stop);
+    auto contents = repository_.list(snapshotId, stop);
     if (!contents.outcome.succeeded())
         return contents.outcome;
     contents.snapshot.isPartial = isPartial;
     reportOrder(contents.snapshot);
     newestSequence_ = std::max(newestSequence_, contents.snapshot.sequence);
-    BackupIndex next = indexWith(*index_, index_->repositoryId(), contents.snapshot, std::move(held));
+    BackupIndex next =
+        indexWith(*index_, index_->repositoryId(), contents.snapshot, std::move(contents.items));
     const std::uint32_t number = next.snapshots().rbegin()->first;
     lookForDisappearance(next, number, {number});
     const std::vector<std::string> changed = changedIn(next, number);

@@ -2,6 +2,7 @@
 
 #include "Common/FileNode.h"
 #include "Foundation/PathComponents.h"
+#include "Foundation/Unicode.h"
 #include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/FolderContents.h"
 #include "LocalDaemon/NodeLook.h"
@@ -19,7 +20,6 @@ using Kind = FileAttributes::Kind;
 
 // An answer with more would take seconds and hundreds of megabytes on both sides.
 constexpr std::size_t mostChildren = 500'000;
-constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
 
 std::uint32_t narrowed(std::uint64_t count) {
     return static_cast<std::uint32_t>(
@@ -54,35 +54,30 @@ public:
     [[nodiscard]] std::optional<File> fileAtRealPath(const std::string& path) const {
         if (const auto attributes = fileSystem_.attributes(path))
             return File{path, *attributes};
-        const BackupIndex::Item* const item = index_->find(indexedName(path));
+        const BackupIndex::Item* const item = index_->find(path);
         return item && item->snapshot != 0 ? std::optional(missingFile(path, *item)) : std::nullopt;
     }
     [[nodiscard]] const Volumes& volumes() const { return entrance_.volumes(); }
     [[nodiscard]] const BackupRules& rules() const { return *rules_; }
 
-    // Of all that is in the folder, on the disk and in the backup; those that are no UTF-8 are left out.
+    // Of all that is in the folder, on the disk and in the backup.
     [[nodiscard]] std::set<std::string> namesIn(const File& folder) const {
         FolderListing listing;
         listing.isComplete = folder.isMissing;
         if (!folder.isMissing)
             listing = fileSystem_.list(folder.path, mostChildren);
-        if (!listing.isComplete || !listing.unspeakableNames.empty())
-            KelvaneCLog("Panes are not told of all that is in %@: %llu names are no UTF-8, error %d.",
-                        folder.path, listing.unspeakableNames.size(), listing.error);
+        if (!listing.isComplete)
+            KelvaneCLog("Panes are not told of all that is in %@: error %d.", folder.path, listing.error);
         std::set<std::string> names(listing.names.begin(), listing.names.end());
-        std::set<std::string> unspeakable;
-        for (const std::string& name : listing.unspeakableNames)
-            unspeakable.insert(indexedName(name));
-        if (const BackupIndex::Item* const saved = index_->find(indexedName(folder.path)))
+        if (const BackupIndex::Item* const saved = index_->find(folder.path))
             for (const BackupIndex::Item& item : index_->children(*saved))
-                if (const std::string name(index_->nameOf(item)); !unspeakable.contains(name))
-                    names.insert(name);
+                names.emplace(index_->nameOf(item));
         return names;
     }
     [[nodiscard]] FileTotals totalsBelow(const File& folder, const std::atomic<bool>& stopping) const {
         if (!folder.isMissing)
             return kelvane::totalsBelow(folder.path, stopping);
-        return index_->totalsOf(*index_->find(indexedName(folder.path)));
+        return index_->totalsOf(*index_->find(folder.path));
     }
 
     [[nodiscard]] NodeLook lookOf(const File& file, const BackupStanding& standing) {
@@ -142,7 +137,7 @@ private:
         return file;
     }
     [[nodiscard]] BackupStanding standingOf(const File& file) const {
-        const BackupIndex::Item* const item = index_->find(indexedName(file.path));
+        const BackupIndex::Item* const item = index_->find(file.path);
         BackupStanding standing;
         standing.isMissing = file.isMissing;
         standing.isWaiting = !item;
@@ -163,7 +158,7 @@ private:
     [[nodiscard]] Date dateOf(const BackupIndex::Item& item) const {
         const Snapshot* const snapshot =
             item.kind == ItemKind::Folder ? index_->snapshot(item.snapshot) : nullptr;
-        return dateFromNanoseconds((snapshot ? snapshot->time : item.backedUp) * nanosecondsPerSecond);
+        return dateFromTime(snapshot ? snapshot->time : item.backedUp);
     }
     [[nodiscard]] Verdict verdictOf(const File& file) {
         Verdict verdict = verdictFor(*rules_, file.path);
@@ -236,7 +231,7 @@ Value NodeAnswers::childrenOfFolder(const Value& path) const {
     const std::string real = withSeparator(folder->path);
     for (const std::string& name : request.namesIn(*folder))
         if (const auto file = stopping_ ? std::nullopt : request.fileAtRealPath(real + name))
-            nodes.push_back(request.node(asked + name, file)->dictionary());
+            nodes.push_back(request.node(asked + textFromPath(name), file)->dictionary());
     return nodes;
 }
 
@@ -257,9 +252,10 @@ Value NodeAnswers::excludedFiles(const Value& path) const {
     Array nodes;
     for (const std::string& excluded : request.rules().paths.exclusions)
         if (folder && (excluded == *folder || excluded.starts_with(withSeparator(*folder))))
-            nodes.push_back(
-                request.node(request.volumes().volumePath(excluded), request.fileAtRealPath(excluded))
-                    ->dictionary());
+            nodes.push_back(request
+                                .node(textFromPath(request.volumes().volumePath(excluded)),
+                                      request.fileAtRealPath(excluded))
+                                ->dictionary());
     return nodes;
 }
 
@@ -268,7 +264,7 @@ Value NodeAnswers::policy() const {
     Array patterns;
     const auto rules = state_->rules();
     for (const std::string& pattern : rules->policy)
-        patterns.emplace_back(volumePattern(pattern, *volumes));
+        patterns.emplace_back(textFromPath(volumePattern(pattern, *volumes)));
     return patterns;
 }
 

@@ -30,7 +30,7 @@ public:
         Contents, // all files below it, and their number
     };
     [[nodiscard]] Value node(const Value& path, FolderSizes sizes) const;
-    // By name. Those of the empty path are the volumes; names that are no UTF-8 are left out.
+    // By name. Those of the empty path are the volumes.
     [[nodiscard]] Value children(const Value& path) const;
     // One for each path, in their order; an undefined one for what is not there.
     [[nodiscard]] Value colors(const Value& paths) const;

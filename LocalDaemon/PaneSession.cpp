@@ -8,16 +8,12 @@
 namespace kelvane {
 namespace {
 
-// As panes name them. A path that is not UTF-8 cannot travel.
-Array pathsThatTravel(const std::vector<std::string>& paths, const Volumes& volumes) {
-    Array travelling;
-    for (const std::string& path : paths) {
-        if (isUtf8(path))
-            travelling.emplace_back(volumes.volumePath(path));
-        else
-            KelvaneCLog("A path that is not UTF-8 has changed, which panes cannot be told.");
-    }
-    return travelling;
+// As panes name them.
+Array textsOf(const std::vector<std::string>& paths, const Volumes& volumes) {
+    Array texts;
+    for (const std::string& path : paths)
+        texts.emplace_back(textFromPath(volumes.volumePath(path)));
+    return texts;
 }
 
 // One by one or as a list, which saves frames.
@@ -89,8 +85,8 @@ void PaneSession::send(const CallbackQueue::Batch& batch) {
         proxy_->call<"statesChanged:">(Value(Array(batch.states.begin(), batch.states.end())));
     }
     const auto volumes = volumes_();
-    callEach<"fileChanged:", "filesChanged:">(*proxy_, pathsThatTravel(batch.files, *volumes));
-    callEach<"folderChanged:", "foldersChanged:">(*proxy_, pathsThatTravel(batch.folders, *volumes));
+    callEach<"fileChanged:", "filesChanged:">(*proxy_, textsOf(batch.files, *volumes));
+    callEach<"folderChanged:", "foldersChanged:">(*proxy_, textsOf(batch.folders, *volumes));
     callEach<"setAlertString:", "setAlertStrings:">(*proxy_, Array(batch.alerts.begin(), batch.alerts.end()));
 }
 

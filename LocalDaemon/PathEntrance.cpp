@@ -1,6 +1,7 @@
 #include "LocalDaemon/PathEntrance.h"
 
 #include "Foundation/PathComponents.h"
+#include "Foundation/Unicode.h"
 #include "LocalDaemon/CleanPath.h"
 
 #include <algorithm>
@@ -25,14 +26,15 @@ bool isSelfOrParent(const std::string& component) {
 
 } // namespace
 
-std::optional<std::string> PathEntrance::realPath(std::string_view path) const {
+std::optional<std::string> PathEntrance::realPath(std::string_view text) const {
+    const std::string path = pathFromText(text);
     if (!isAbsolutePath(path) || std::ranges::any_of(pathComponents(path), isSelfOrParent))
         return std::nullopt;
     return volumes_->realPath(path);
 }
 
-std::optional<std::string> PathEntrance::pathWithoutLinks(std::string_view path) {
-    const std::optional<std::string> real = realPath(path);
+std::optional<std::string> PathEntrance::pathWithoutLinks(std::string_view text) {
+    const std::optional<std::string> real = realPath(text);
     if (!real || *real == "/")
         return real;
     const std::string_view folder = folderOf(*real);

@@ -9,7 +9,8 @@
 
 namespace kelvane {
 
-// Where the paths of one request lead: real ones, and those that begin with a volume's name. Belongs to one
+// Where the paths of one request, in the text form of the link, lead: real ones, and those that begin with a
+// volume's name. Belongs to one
 // thread; remembers the last folder, since many paths of one folder may come.
 class PathEntrance {
 public:
@@ -19,10 +20,10 @@ public:
 
     // The real path, clean. None for what is no absolute path, leads into a volume that is not there, or has
     // a "." or "..", which a rule for a folder could be evaded with.
-    [[nodiscard]] std::optional<std::string> realPath(std::string_view path) const;
+    [[nodiscard]] std::optional<std::string> realPath(std::string_view text) const;
     // The same, without links in the folders on the way, as far as they are there: blocks on the disk. A file
     // has one such path alone, however it is reached; of a link it is the link's own.
-    [[nodiscard]] std::optional<std::string> pathWithoutLinks(std::string_view path);
+    [[nodiscard]] std::optional<std::string> pathWithoutLinks(std::string_view text);
 
 private:
     const std::shared_ptr<const Volumes> volumes_;

@@ -2,6 +2,7 @@
 
 #include "LocalDaemon/Configuration.h"
 #include "LocalDaemon/ResticJson.h"
+#include "LocalDaemon/ResticNames.h"
 #include "LocalDaemon/ResticProcesses.h"
 #include "Support/Logging.h"
 
@@ -95,6 +96,30 @@ std::vector<std::string> linesOf(std::string_view text) {
     return lines;
 }
 
+// Nothing on a disk has such a path.
+bool isImpossible(std::string_view path) {
+    constexpr std::size_t longestName = 65535;
+    for (path.remove_prefix(1);; path.remove_prefix(path.find('/') + 1)) {
+        const std::string_view name = path.substr(0, path.find('/'));
+        if (name.empty() || name == "." || name == ".." || name.size() > longestName)
+            return true;
+        if (name.size() == path.size())
+            return false;
+    }
+}
+
+void leaveOut(std::vector<SnapshotItem>& items, const std::vector<bool>& isLeftOut) {
+    std::size_t kept = 0;
+    for (std::size_t at = 0; at < items.size(); ++at) {
+        if (isImpossible(items[at].path))
+            KelvaneSystemLog("The backup holds a file with an impossible name, which is ignored: %@",
+                             items[at].path);
+        else if (!isLeftOut[at] && kept++ != at)
+            items[kept - 1] = std::move(items[at]);
+    }
+    items.resize(kept);
+}
+
 } // namespace
 
 Repository::Repository(std::shared_ptr<const Restic> restic, std::uint32_t computerNumber)
@@ -138,23 +163,51 @@ Repository::Listing Repository::snapshots(const StopSignal& stop) const {
             unreadSnapshotsIn(list.outcome.errors)};
 }
 
-Repository::Contents Repository::list(const std::string& snapshotId,
-                                      const std::function<void(SnapshotItem&&)>& take,
-                                      const StopSignal& stop) const {
+Repository::Contents Repository::list(const std::string& snapshotId, const StopSignal& stop) const {
     Contents contents;
+    std::vector<bool> isLeftOut;
+    std::size_t headerLines = 1;
+    bool isReadable = true;
+    bool hasLostBytes = false;
     Restic::Call call;
     call.arguments = {"ls", "--json", "--no-lock", snapshotId};
     call.longestLine = longestAnswer;
     call.onLine = [&](std::string_view line) {
-        if (auto item = itemFrom(line))
-            take(std::move(*item));
-        else if (const auto snapshot = snapshotFrom(line))
-            contents.snapshot = *snapshot;
+        if (auto listed = itemFrom(line)) {
+            hasLostBytes = hasLostBytes || mayHaveLostBytes(listed->item.path);
+            isLeftOut.push_back(!listed->isKept);
+            contents.items.push_back(std::move(listed->item));
+        } else if (auto snapshot = snapshotFrom(line)) {
+            contents.snapshot = std::move(*snapshot);
+            headerLines += lineBreaksInPathsOf(line);
+        } else {
+            isReadable = false;
+        }
         return true;
     };
     const ResticOutcome outcome = restic_->run(call, stop);
-    contents.outcome = checked(outcome, !contents.snapshot.id.empty());
+    contents.outcome = checked(outcome, isReadable && !contents.snapshot.id.empty());
+    if (contents.outcome.succeeded() && hasLostBytes)
+        contents.outcome = correctNames(contents.items, snapshotId, headerLines, stop);
+    if (contents.outcome.succeeded())
+        leaveOut(contents.items, isLeftOut);
+    else
+        contents.items.clear();
     return contents;
+}
+
+ResticOutcome Repository::correctNames(std::vector<SnapshotItem>& items, const std::string& snapshotId,
+                                       std::size_t headerLines, const StopSignal& stop) const {
+    PlainListing listing(items, headerLines);
+    Restic::Call call;
+    call.arguments = {"ls", "--no-lock", snapshotId};
+    call.longestLine = longestAnswer;
+    call.onLine = [&](std::string_view line) {
+        listing.take(line);
+        return true;
+    };
+    const ResticOutcome outcome = restic_->run(call, stop);
+    return checked(outcome, listing.isWhole());
 }
 
 ResticOutcome Repository::forget(const std::vector<std::string>& ids, const StopSignal& stop) const {

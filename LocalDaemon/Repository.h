@@ -43,12 +43,11 @@ public:
     struct Contents {
         ResticOutcome outcome;
         Snapshot snapshot; // `isPartial` is not told
+        // Each folder before what is in it. Nothing of what is neither file, nor folder nor link.
+        std::vector<SnapshotItem> items;
     };
-    // Hands over all that the snapshot holds, each folder before what is in it. Of what is neither file, nor
-    // folder nor link it says nothing.
-    [[nodiscard]] Contents list(const std::string& snapshotId,
-                                const std::function<void(SnapshotItem&&)>& take,
-                                const StopSignal& stop) const;
+    // All that the snapshot holds.
+    [[nodiscard]] Contents list(const std::string& snapshotId, const StopSignal& stop) const;
 
     // Forgets these snapshots and no others.
     [[nodiscard]] ResticOutcome forget(const std::vector<std::string>& ids, const StopSignal& stop) const;
@@ -68,6 +67,8 @@ public:
 
 private:
     [[nodiscard]] ResticOutcome make(const StopSignal& stop) const;
+    [[nodiscard]] ResticOutcome correctNames(std::vector<SnapshotItem>& items, const std::string& snapshotId,
+                                             std::size_t headerLines, const StopSignal& stop) const;
     [[nodiscard]] ResticOutcome remove(const std::vector<RepositoryLock>& locks,
                                        const std::vector<RepositoryLock>& others, bool areAllKnown,
                                        const StopSignal& stop) const;

@@ -12,11 +12,7 @@ namespace {
 
 using Json = nlohmann::json;
 
-constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
 constexpr std::size_t decimals = 9;
-// Nanoseconds fit 64 bits between them.
-constexpr int firstYear = 1700;
-constexpr int lastYear = 2250;
 
 Json parsed(std::string_view text) {
     return Json::parse(text.begin(), text.end(), nullptr, false);
@@ -40,8 +36,8 @@ std::uint64_t numberOf(const Json& object, const char* key) {
     return entry && entry->is_number_unsigned() ? entry->get<std::uint64_t>() : 0;
 }
 
-std::int64_t timeOf(const Json& object, const char* key) {
-    return nanosecondsFrom(textOf(object, key)).value_or(0);
+FileTime timeOf(const Json& object, const char* key) {
+    return timeFrom(textOf(object, key)).value_or(FileTime());
 }
 
 // The number that stands at the front in exactly so many digits, which are taken away.
@@ -77,21 +73,21 @@ std::optional<std::int64_t> takeSeconds(std::string_view& text) {
     const std::chrono::year_month_day day{std::chrono::year(numbers[0]),
                                           std::chrono::month(static_cast<unsigned>(numbers[1])),
                                           std::chrono::day(static_cast<unsigned>(numbers[2]))};
-    if (!day.ok() || numbers[0] < firstYear || numbers[0] > lastYear)
+    if (!day.ok())
         return std::nullopt;
     const auto time = std::chrono::sys_days(day).time_since_epoch() + std::chrono::hours(numbers[3]) +
                       std::chrono::minutes(numbers[4]) + std::chrono::seconds(numbers[5]);
     return std::chrono::duration_cast<std::chrono::seconds>(time).count();
 }
 
-std::int64_t takeDecimals(std::string_view& text) {
-    std::int64_t nanoseconds = 0;
+std::uint32_t takeDecimals(std::string_view& text) {
+    std::uint32_t nanoseconds = 0;
     std::size_t count = 0;
     if (!take(text, '.'))
         return 0;
     for (; !text.empty() && text[0] >= '0' && text[0] <= '9'; text.remove_prefix(1))
         if (count++ < decimals)
-            nanoseconds = nanoseconds * 10 + (text[0] - '0');
+            nanoseconds = nanoseconds * 10 + static_cast<std::uint32_t>(text[0] - '0');
     for (; count < decimals; ++count)
         nanoseconds *= 10;
     return nanoseconds;
@@ -123,7 +119,7 @@ std::uint64_t sequenceIn(std::string_view tag) {
 }
 
 Snapshot snapshotOf(const Json& object, std::string_view partialTag) {
-    Snapshot snapshot{textOf(object, "id"), timeOf(object, "time") / nanosecondsPerSecond, false};
+    Snapshot snapshot{textOf(object, "id"), timeOf(object, "time").seconds(), false};
     snapshot.parent = textOf(object, "parent");
     const Json* const tags = entryOf(object, "tags");
     if (!tags || !tags->is_array())
@@ -168,15 +164,15 @@ BackupLine statusLine(const Json& object) {
 
 } // namespace
 
-std::optional<std::int64_t> nanosecondsFrom(std::string_view time) {
-    const auto seconds = takeSeconds(time);
+std::optional<FileTime> timeFrom(std::string_view text) {
+    const auto seconds = takeSeconds(text);
     if (!seconds)
         return std::nullopt;
-    const std::int64_t decimalPart = takeDecimals(time);
-    const auto offset = takeOffset(time);
-    if (!offset || !time.empty())
+    const std::uint32_t nanoseconds = takeDecimals(text);
+    const auto offset = takeOffset(text);
+    if (!offset || !text.empty())
         return std::nullopt;
-    return (*seconds - *offset) * nanosecondsPerSecond + decimalPart;
+    return FileTime(*seconds - *offset, nanoseconds);
 }
 
 std::string textEntry(std::string_view json, const char* key) {
@@ -202,20 +198,34 @@ std::optional<Snapshot> snapshotFrom(std::string_view line) {
     return snapshotOf(object, {});
 }
 
-std::optional<SnapshotItem> itemFrom(std::string_view line) {
+std::optional<ListedItem> itemFrom(std::string_view line) {
     const Json object = parsed(line);
-    const auto kind = kindFrom(textOf(object, "type"));
-    SnapshotItem item;
+    const std::string type = textOf(object, "type");
+    const auto kind = kindFrom(type);
+    ListedItem listed{{}, kind.has_value()};
+    SnapshotItem& item = listed.item;
     item.path = textOf(object, "path");
-    if (!kind || !item.path.starts_with('/'))
+    if (type.empty() || !item.path.starts_with('/'))
         return std::nullopt;
-    item.kind = *kind;
+    item.kind = kind.value_or(ItemKind::File);
     item.size = numberOf(object, "size");
     item.modified = timeOf(object, "mtime");
     item.changed = timeOf(object, "ctime");
     item.uid = static_cast<std::uint32_t>(numberOf(object, "uid"));
     item.gid = static_cast<std::uint32_t>(numberOf(object, "gid"));
-    return item;
+    return listed;
+}
+
+std::size_t lineBreaksInPathsOf(std::string_view snapshotLine) {
+    const Json object = parsed(snapshotLine);
+    const Json* const paths = entryOf(object, "paths");
+    std::size_t count = 0;
+    if (paths && paths->is_array())
+        for (const Json& path : *paths)
+            if (path.is_string())
+                count +=
+                    static_cast<std::size_t>(std::ranges::count(path.get_ref<const std::string&>(), '\n'));
+    return count;
 }
 
 std::optional<RepositoryLock> lockFrom(std::string_view json) {
@@ -225,7 +235,7 @@ std::optional<RepositoryLock> lockFrom(std::string_view json) {
     return RepositoryLock{{},
                           textOf(object, "hostname"),
                           static_cast<std::int32_t>(numberOf(object, "pid")),
-                          timeOf(object, "time") / nanosecondsPerSecond};
+                          timeOf(object, "time").seconds()};
 }
 
 BackupLine backupLineFrom(std::string_view text) {

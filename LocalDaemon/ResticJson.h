@@ -11,8 +11,8 @@ namespace kelvane {
 
 // What restic prints as JSON, a document or a line at a time. Text that is not of the form is none of it.
 
-// "2025-01-02T03:04:05.678901234+01:00" as nanoseconds since 1970.
-[[nodiscard]] std::optional<std::int64_t> nanosecondsFrom(std::string_view time);
+// Of "2025-01-02T03:04:05.678901234+01:00".
+[[nodiscard]] std::optional<FileTime> timeFrom(std::string_view text);
 
 // An entry of an object.
 [[nodiscard]] std::string textEntry(std::string_view json, const char* key);
@@ -26,7 +26,13 @@ inline constexpr std::string_view sequenceTagStart = "sequence-";
 
 // A line of a listing is one of the two.
 [[nodiscard]] std::optional<Snapshot> snapshotFrom(std::string_view line);
-[[nodiscard]] std::optional<SnapshotItem> itemFrom(std::string_view line);
+struct ListedItem {
+    SnapshotItem item;  // in its path U+FFFD stands for each byte that is not UTF-8
+    bool isKept = true; // it is a file, a folder or a link
+};
+[[nodiscard]] std::optional<ListedItem> itemFrom(std::string_view line);
+// Of the paths that a snapshot was asked to save.
+[[nodiscard]] std::size_t lineBreaksInPathsOf(std::string_view snapshotLine);
 
 struct RepositoryLock {
     std::string id; // of its file; not in the JSON

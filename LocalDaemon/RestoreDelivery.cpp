@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
-#include <filesystem>
 #include <sys/stat.h>
 #include <system_error>
 
@@ -38,17 +37,6 @@ std::string savedFolder(const std::string& path, const std::string& target, cons
     const std::string_view rest = std::string_view(target).substr(folder == "/" ? 0 : folder.size());
     return path.size() > rest.size() && path.ends_with(rest) ? path.substr(0, path.size() - rest.size())
                                                              : std::string();
-}
-
-// The index has U+FFFD for what is no UTF-8 in a name, the folder has the names themselves.
-std::vector<std::string> namesIn(int folder, const std::string& indexed) {
-    std::vector<std::string> names;
-    std::error_code error;
-    if (folder >= 0 && indexed.find("\xef\xbf\xbd") != std::string::npos)
-        for (const auto& entry : std::filesystem::directory_iterator(pathOfDescriptor(folder), error))
-            if (std::string name = entry.path().filename(); indexedName(name) == indexed)
-                names.push_back(std::move(name));
-    return names.empty() ? std::vector{indexed} : names;
 }
 
 } // namespace
@@ -205,10 +193,10 @@ void RestoreDelivery::deliverContents(const Place& folder, int staged, int targe
                 other->second = stagedFolder(child->snapshot, folder.path);
             from = other->second.get();
         }
-        for (const std::string& name : namesIn(from, std::string(index_.nameOf(*child))))
-            deliver({*child, withSeparator(folder.path) + name, withSeparator(folder.target) + name, from,
-                     target, name},
-                    false);
+        const std::string name(index_.nameOf(*child));
+        deliver({*child, withSeparator(folder.path) + name, withSeparator(folder.target) + name, from, target,
+                 name},
+                false);
     }
 }
 

@@ -14,7 +14,7 @@ constexpr std::uint64_t portionsInRoom = 8;
 
 // The index has no inodes. Names of one agree in all of this; among small files others do as well, which are
 // kept together for nothing.
-using InodeKey = std::tuple<std::uint64_t, std::int64_t, std::int64_t, std::uint32_t, std::uint32_t>;
+using InodeKey = std::tuple<std::uint64_t, FileTime, FileTime, std::uint32_t, std::uint32_t>;
 InodeKey keyOf(const BackupIndex::Item& file) {
     return {file.size, file.modified, file.changed, file.uid, file.gid};
 }

@@ -2,6 +2,7 @@
 
 #include "Common/RestoreStatus.h"
 #include "Foundation/Format.h"
+#include "Foundation/Unicode.h"
 #include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/RestoreRun.h"
 #include "Support/Logging.h"
@@ -56,7 +57,7 @@ RestoreJournal::Ended endedWith(const std::vector<RestoreFailure>& failures) {
             ended.failures.push_back(formatText("and %llu more", failures.size() - mostFailures));
             break;
         }
-        ended.failures.push_back(onOneLine(failure.path + ": " + failure.reason));
+        ended.failures.push_back(onOneLine(textFromPath(failure.path + ": " + failure.reason)));
     }
     return ended;
 }

@@ -23,15 +23,13 @@ constexpr std::chrono::milliseconds grace(1500);
 constexpr std::chrono::hours forEver(24 * 365);
 constexpr std::uint64_t blockSize = 4096; // bytes, about
 constexpr std::size_t mostErrorBytes = std::size_t{16} << 20U;
-constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
 
 // With this restic has done all that it could.
 constexpr std::string_view doneWithErrors = "Fatal: There were ";
 
 // Taking the staging folder away has changed the folder's times.
-void setTime(const std::string& folder, std::int64_t modified) {
-    const std::array<timespec, 2> times{
-        timespec{0, UTIME_OMIT}, timespec{modified / nanosecondsPerSecond, modified % nanosecondsPerSecond}};
+void setTime(const std::string& folder, FileTime modified) {
+    const std::array<timespec, 2> times{timespec{0, UTIME_OMIT}, modified.asTimespec()};
     const FileDescriptor place = openFolder(folder);
     if (!place || ::utimensat(AT_FDCWD, pathOfDescriptor(place.get()).c_str(), times.data(), 0) != 0)
         KelvaneSystemLog("The time of %@ cannot be set.", folder);

@@ -24,7 +24,6 @@ using Json = nlohmann::json;
 
 constexpr std::size_t longestTree = std::size_t{1} << 30U; // bytes of JSON
 constexpr std::size_t blockSize = 4096;
-constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
 // A mode as restic writes it has these bits in other places.
 constexpr std::pair<std::uint32_t, mode_t> modeBits[] = {
     {1U << 23U, S_ISUID}, {1U << 22U, S_ISGID}, {1U << 20U, S_ISVTX}};
@@ -165,9 +164,7 @@ std::string applyNode(int file, const Json& node, const BackupIndex::Item& item)
             name.starts_with("system.posix_acl_"))
             return "its access rules cannot be set: " + reasonText();
     }
-    const std::int64_t second = item.modified / nanosecondsPerSecond;
-    const timespec time{second, item.modified % nanosecondsPerSecond};
-    const std::array<timespec, 2> times{time, time};
+    const std::array<timespec, 2> times{item.modified.asTimespec(), item.modified.asTimespec()};
     return ::futimens(file, times.data()) == 0 ? "" : "its times cannot be set: " + reasonText();
 }
 

@@ -1,5 +1,7 @@
 #include "LocalDaemon/Settings.h"
 
+#include "Foundation/Unicode.h"
+
 #include <string_view>
 
 namespace kelvane {
@@ -43,11 +45,19 @@ Dictionary entriesOf(const Value& value, IsRight isRight) {
     return entries;
 }
 
+template <class Paths>
+Array textsOf(const Paths& paths) {
+    Array texts;
+    for (const std::string& path : paths)
+        texts.emplace_back(textFromPath(path));
+    return texts;
+}
+
 Array pathsMarked(const PathRules& paths, PathRules::Mark wanted) {
     Array marked;
     for (const auto& [path, mark] : paths.marks)
         if (mark == wanted)
-            marked.emplace_back(path);
+            marked.emplace_back(textFromPath(path));
     return marked;
 }
 
@@ -55,7 +65,7 @@ template <class Take>
 void forEachPath(const Value& list, Take take) {
     for (const Value& path : list.array())
         if (path.stringValue().starts_with('/'))
-            take(path.stringValue());
+            take(pathFromText(path.stringValue()));
 }
 
 PathRules pathRulesOf(const Value& value) {
@@ -77,10 +87,10 @@ Value valueFromSettings(const Settings& settings) {
     entries.set(pausedUntilKey, settings.pausedUntil);
     entries.set(profileKey, settings.profile);
     entries.set(togglesKey, settings.fileTypeToggles);
-    entries.set(exclusionsKey, Array(settings.paths.exclusions.begin(), settings.paths.exclusions.end()));
+    entries.set(exclusionsKey, textsOf(settings.paths.exclusions));
     entries.set(addedKey, pathsMarked(settings.paths, PathRules::Mark::Added));
     entries.set(removedKey, pathsMarked(settings.paths, PathRules::Mark::Removed));
-    entries.set(disksKey, Array(settings.disks.begin(), settings.disks.end()));
+    entries.set(disksKey, textsOf(settings.disks));
     return entries;
 }
 

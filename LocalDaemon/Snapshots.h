@@ -1,7 +1,10 @@
 #pragma once
 
+#include <compare>
 #include <cstdint>
+#include <ctime>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kelvane {
@@ -21,13 +24,44 @@ struct Snapshot {
     friend bool operator==(const Snapshot&, const Snapshot&) = default;
 };
 
+// A time of a file. Seconds and nanoseconds stand apart, since 64 bits of nanoseconds end in 2262, and the
+// seconds in two halves, so that a time takes twelve bytes: an index holds two for each file.
+class FileTime {
+public:
+    constexpr FileTime() = default;
+    // Since 1970; `nanoseconds` is below 1,000,000,000, also before 1970.
+    constexpr explicit FileTime(std::int64_t seconds, std::uint32_t nanoseconds = 0)
+        : low_(static_cast<std::uint32_t>(seconds)),
+          high_(static_cast<std::int32_t>(seconds >> 32U)),
+          nanoseconds_(nanoseconds) {}
+    constexpr explicit FileTime(const timespec& time)
+        : FileTime(time.tv_sec, static_cast<std::uint32_t>(time.tv_nsec)) {}
+
+    [[nodiscard]] constexpr std::int64_t seconds() const {
+        return static_cast<std::int64_t>(high_) * (std::int64_t{1} << 32U) + low_;
+    }
+    [[nodiscard]] constexpr std::uint32_t nanoseconds() const { return nanoseconds_; }
+    [[nodiscard]] constexpr timespec asTimespec() const { return {seconds(), nanoseconds_}; }
+
+    friend constexpr auto operator<=>(const FileTime& left, const FileTime& right) {
+        return std::pair(left.seconds(), left.nanoseconds_) <=>
+               std::pair(right.seconds(), right.nanoseconds_);
+    }
+    friend constexpr bool operator==(const FileTime&, const FileTime&) = default;
+
+private:
+    std::uint32_t low_ = 0;
+    std::int32_t high_ = 0;
+    std::uint32_t nanoseconds_ = 0;
+};
+
 // What a snapshot says of a file, folder or link.
 struct SnapshotItem {
-    std::string path; // absolute and clean; what is no UTF-8 in it has become U+FFFD
+    std::string path; // absolute and clean, byte for byte as on the disk
     ItemKind kind = ItemKind::File;
     std::uint64_t size = 0;
-    std::int64_t modified = 0; // nanoseconds since 1970
-    std::int64_t changed = 0;  // likewise: also by a rename or a change of owner or mode
+    FileTime modified = {};
+    FileTime changed = {}; // also by a rename or a change of owner or mode
     std::uint32_t uid = 0;
     std::uint32_t gid = 0;
 };

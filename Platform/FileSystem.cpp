@@ -13,7 +13,6 @@
 namespace kelvane {
 namespace {
 
-constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
 // 2001-01-01 in seconds since 1970.
 constexpr double referenceTime = 978307200;
 
@@ -79,10 +78,8 @@ private:
 
 } // namespace
 
-Date dateFromNanoseconds(std::int64_t time) {
-    std::int64_t rest = time % nanosecondsPerSecond;
-    rest += rest < 0 ? nanosecondsPerSecond : 0;
-    return dateOf({(time - rest) / nanosecondsPerSecond, rest});
+Date dateFromTime(std::int64_t seconds, std::uint32_t nanoseconds) {
+    return dateOf({seconds, nanoseconds});
 }
 
 std::string FileSystem::displayName(const std::string& path) const {
@@ -99,17 +96,21 @@ std::shared_ptr<const Volumes> LocalFileSystem::volumes() const {
     return fixedVolumes_ ? fixedVolumes_ : mountedVolumes_.current();
 }
 
+std::optional<std::string> LocalFileSystem::realPath(const std::string& path) const {
+    return volumes()->realPath(names_ == Names::Text ? pathFromText(path) : path);
+}
+
 bool LocalFileSystem::exists(const std::string& path) const {
-    return statusOf(volumes()->realPath(path), 0).has_value();
+    return statusOf(realPath(path), 0).has_value();
 }
 
 bool LocalFileSystem::isDirectory(const std::string& path) const {
-    const std::optional<struct stat> status = statusOf(volumes()->realPath(path), 0);
+    const std::optional<struct stat> status = statusOf(realPath(path), 0);
     return status && S_ISDIR(status->st_mode);
 }
 
 std::optional<FileAttributes> LocalFileSystem::attributes(const std::string& path) const {
-    const std::optional<struct stat> status = statusOf(volumes()->realPath(path), AT_SYMLINK_NOFOLLOW);
+    const std::optional<struct stat> status = statusOf(realPath(path), AT_SYMLINK_NOFOLLOW);
     if (!status)
         return std::nullopt;
     return FileAttributes{kindOf(status->st_mode), static_cast<std::uint64_t>(status->st_size),
@@ -119,23 +120,21 @@ std::optional<FileAttributes> LocalFileSystem::attributes(const std::string& pat
 }
 
 bool LocalFileSystem::isReadable(const std::string& path) const {
-    const std::optional<std::string> real = volumes()->realPath(path);
+    const std::optional<std::string> real = realPath(path);
     return real && ::faccessat(AT_FDCWD, real->c_str(), R_OK, AT_EACCESS) == 0;
 }
 
 FolderListing LocalFileSystem::list(const std::string& path, std::size_t limit) const {
     FolderListing listing;
-    const std::optional<std::string> real = volumes()->realPath(path);
+    const std::optional<std::string> real = realPath(path);
     if (!real) {
         listing.error = ENOENT;
         return listing;
     }
     FolderReader reader(*real);
     std::optional<std::string> name = reader.next();
-    for (std::size_t count = 0; name && count < limit; ++count, name = reader.next()) {
-        const bool isText = isUtf8(*name);
-        (isText ? listing.names : listing.unspeakableNames).push_back(std::move(*name));
-    }
+    for (std::size_t count = 0; name && count < limit; ++count, name = reader.next())
+        listing.names.push_back(names_ == Names::Text ? textFromPath(*name) : std::move(*name));
     listing.error = reader.error();
     listing.isComplete = !name && listing.error == 0;
     return listing;
@@ -143,7 +142,7 @@ FolderListing LocalFileSystem::list(const std::string& path, std::size_t limit) 
 
 std::optional<std::string> LocalFileSystem::mountPoint(const std::string& path) const {
     const std::shared_ptr<const Volumes> known = volumes();
-    return statusOf(known->realPath(path), 0) ? known->mountPointOf(path) : std::nullopt;
+    return statusOf(realPath(path), 0) ? known->mountPointOf(path) : std::nullopt;
 }
 
 } // namespace kelvane

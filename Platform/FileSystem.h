@@ -25,16 +25,13 @@ struct FileAttributes {
     std::uint64_t device = 0; // the number of the file system that holds it
 };
 
-// From nanoseconds since 1970, equal to the date that a file with that time has here.
-[[nodiscard]] Date dateFromNanoseconds(std::int64_t time);
+// From seconds since 1970 and what follows them, equal to the date that a file with that time has here.
+[[nodiscard]] Date dateFromTime(std::int64_t seconds, std::uint32_t nanoseconds = 0);
 
 struct FolderListing {
     std::vector<std::string> names; // without "." and "..", in no order
-    // Names that are no UTF-8: nothing that travels on the link or is shown can carry them. They count for
-    // the limit.
-    std::vector<std::string> unspeakableNames;
-    bool isComplete = false; // there was nothing beyond the limit, and no error
-    int error = 0;           // errno's number
+    bool isComplete = false;        // there was nothing beyond the limit, and no error
+    int error = 0;                  // errno's number
 };
 
 // What is on the disks. Paths may be real ones or begin with a volume's name ("/Volumes/Disk/a"); a path in a
@@ -70,10 +67,15 @@ public:
 // The disks of this machine.
 class LocalFileSystem : public FileSystem {
 public:
+    // In which form paths come in and names go out.
+    enum class Names {
+        Bytes,
+        Text, // of `textFromPath`, as programs show them
+    };
     // The volumes that are mounted at the time of each call.
-    LocalFileSystem() = default;
-    explicit LocalFileSystem(Volumes volumes)
-        : fixedVolumes_(std::make_shared<Volumes>(std::move(volumes))) {}
+    explicit LocalFileSystem(Names names = Names::Bytes) : names_(names) {}
+    explicit LocalFileSystem(Volumes volumes, Names names = Names::Bytes)
+        : names_(names), fixedVolumes_(std::make_shared<Volumes>(std::move(volumes))) {}
 
     [[nodiscard]] std::shared_ptr<const Volumes> volumes() const override;
     [[nodiscard]] bool exists(const std::string& path) const override;
@@ -84,6 +86,9 @@ public:
     [[nodiscard]] std::optional<std::string> mountPoint(const std::string& path) const override;
 
 private:
+    [[nodiscard]] std::optional<std::string> realPath(const std::string& path) const;
+
+    const Names names_;
     std::shared_ptr<const Volumes> fixedVolumes_;
     mutable MountedVolumes mountedVolumes_;
 };

@@ -73,9 +73,8 @@ void VisibleFiles::readHiddenList() {
 // A folder's own order means nothing to a person.
 std::vector<std::string> VisibleFiles::namesAt(const std::string& path) {
     FolderListing listing = fileSystem_.list(path, mostItems);
-    if ((!listing.isComplete || !listing.unspeakableNames.empty()) && incompleteFolders_.insert(path).second)
-        KelvaneCLog("Not all of %@ is shown: %llu names are no UTF-8, error %d", path,
-                    listing.unspeakableNames.size(), listing.error);
+    if (!listing.isComplete && incompleteFolders_.insert(path).second)
+        KelvaneCLog("Not all of %@ is shown: error %d", path, listing.error);
     std::ranges::sort(listing.names, comesBefore);
     return std::move(listing.names);
 }

@@ -17,7 +17,7 @@ PanePlatform desktopPlatform(const PaneBundle& bundle) {
     PanePlatform platform;
     platform.bundle = bundle;
     platform.notifications = std::make_shared<NotificationCenter>();
-    platform.fileSystem = std::make_unique<LocalFileSystem>();
+    platform.fileSystem = std::make_unique<LocalFileSystem>(LocalFileSystem::Names::Text);
     platform.accounts = std::make_unique<SystemAccounts>();
     platform.icons = std::make_unique<Icons>(bundle);
     platform.fileServices =

@@ -1,5 +1,6 @@
 #include "Foundation/Format.h"
 #include "Foundation/PathComponents.h"
+#include "Foundation/Unicode.h"
 
 #include <gtest/gtest.h>
 
@@ -80,6 +81,29 @@ TEST(PathComponents, SplitIntoFolderNameAndExtension) {
         EXPECT_EQ(deleteLastPathComponent(each.path), each.folder) << each.path;
         EXPECT_EQ(lastPathComponent(each.path), each.name) << each.path;
         EXPECT_EQ(pathExtension(each.path), each.extension) << each.path;
+    }
+}
+
+TEST(Unicode, WritesNamesOfAnyBytesAsTextAndReadsThemBack) {
+    const std::string lost = "\xEF\xBF\xBD";
+    const struct {
+        std::string path, text;
+    } cases[] = {
+        {"/plain/%E9 \xC3\xA4", "/plain/%E9 \xC3\xA4"},
+        {"caf\xE9", "caf" + lost + "E9"},
+        {"\xFF/\xE2\x82", lost + "FF/" + lost + "E2" + lost + "82"},
+        {"\xED\xA0\x80", lost + "ED" + lost + "A0" + lost + "80"},
+        {lost, lost},
+        {lost + "\xFF" + lost, lost + lost + "FF" + lost},
+        {lost + "41" + lost + "e9" + lost + "F",
+         lost + "41" + lost + "e9" + lost + "F"}, // no byte is written so
+        {lost + "E9", lost + "EF" + lost + "BF" + lost + "BDE9"},
+        {lost + "E\xFF", lost + "E" + lost + "FF"},
+    };
+    for (const auto& [path, text] : cases) {
+        EXPECT_EQ(textFromPath(path), text);
+        EXPECT_TRUE(isUtf8(text));
+        EXPECT_EQ(pathFromText(text), path);
     }
 }
 

@@ -30,10 +30,10 @@ public:
         expectSuccess({"backup", "--quiet", "--tag", repository().tag(), home()});
         const std::vector<Snapshot> snapshots = repository().snapshots(StopSignal()).snapshots;
         ASSERT_FALSE(snapshots.empty());
-        std::vector<SnapshotItem> items;
-        const auto take = [&items](SnapshotItem&& item) { items.push_back(std::move(item)); };
-        EXPECT_TRUE(repository().list(snapshots.back().id, take, StopSignal()).outcome.succeeded());
-        index_ = std::make_shared<BackupIndex>(indexWith(*index_, "repository", snapshots.back(), items));
+        auto contents = repository().list(snapshots.back().id, StopSignal());
+        EXPECT_TRUE(contents.outcome.succeeded());
+        index_ = std::make_shared<BackupIndex>(
+            indexWith(*index_, "repository", snapshots.back(), std::move(contents.items)));
     }
     void pretendBackUp() {
         std::vector<SnapshotItem> items{{home(), ItemKind::Folder}};

@@ -2,6 +2,7 @@
 
 #include "Common/FileNodeFlags.h"
 #include "Common/RestoreStatus.h"
+#include "Foundation/Unicode.h"
 #include "LocalDaemon/ResticJson.h"
 #include "LocalDaemon/ResticProcesses.h"
 #include "LocalDaemon/RetentionAlerts.h"
@@ -110,6 +111,43 @@ TEST_F(BackingUp, FollowsTheFilesTheRulesAndTheModes) {
     EXPECT_EQ(colors({in("a/b/file")}), Array{blue});
     ASSERT_TRUE(comesToRest(4, 18));
     EXPECT_EQ(colors({in("new"), in("a/b/file")}), (Array{green, blue}));
+}
+
+// In restic's JSON each of these has a twin; one of them is even on the disk as its twin is in JSON.
+TEST_F(BackingUp, KeepsNamesByteForByte) {
+    const std::string lost = "\xEF\xBF\xBD";
+    const std::vector<std::string> names{"d\xFF/in", "d\xFE/in", "f\xFF", "f\xFE", "f" + lost, lost + "E9"};
+    for (const std::string& name : names)
+        folders.write("home/" + name, name);
+    start();
+    ASSERT_TRUE(comesToRest(6, 23));
+    Array texts;
+    for (const std::string& name : names)
+        texts.emplace_back(textFromPath(in(name)));
+    EXPECT_EQ(colors(texts), Array(names.size(), green));
+    const Value children = pane->call<"childrenDictionariesForPath:">(folders.home());
+    Array listed;
+    for (const Value& node : children.array())
+        listed.push_back(node["fileName"]);
+    EXPECT_EQ(listed, (Array{"d" + lost + "FE", "d" + lost + "FF", "f" + lost, "f" + lost + "FE",
+                             "f" + lost + "FF", lost + "EF" + lost + "BF" + lost + "BDE9"}));
+
+    EXPECT_EQ(pane->call<"excludeFileFromBackup:">(texts[2]), 0U);
+    start(); // the index comes from its file, and the rule from the settings
+    EXPECT_EQ(colors(texts), (Array{green, green, blue, green, green, green}));
+    const auto failuresOf = [&](const Value& source, const std::string& target) {
+        const auto job = pane->call<"restoreFile:toPath:version:priority:">(source, target, 0U, 50U);
+        EXPECT_TRUE(
+            comesTo([&] { return restorestatus::hasEnded(pane->call<"getRestoreJobStatus:">(job)); }));
+        return pane->call<"stringValueForProfileKey:">(restorestatus::failuresKey(job)).stringValue();
+    };
+    fs::remove_all(folders.home());
+    EXPECT_EQ(failuresOf(folders.home(), folders.home()), "");
+    for (const std::string& name : names)
+        EXPECT_EQ(folders.read("home/" + name), name);
+    fs::create_directories(folders / "out/in the way");
+    EXPECT_EQ(failuresOf(texts[3], folders / "out"),
+              texts[3].stringValue() + ": a folder stands in its place\n");
 }
 
 TEST_F(BackingUp, ComesBackFromALostRepositoryIndexAndKey) {
@@ -230,12 +268,7 @@ TEST_F(BackingUp, TakesAnAnswerHoweverLongItIsAndNoneForNone) {
     const auto answer = [&](const std::string& text) {
         folders.program("cat '" + folders.write("answer", text) + "'\n");
     };
-    const auto lists = [&] {
-        return repository
-            .list(
-                "one", [](SnapshotItem&&) {}, StopSignal())
-            .outcome.succeeded();
-    };
+    const auto lists = [&] { return repository.list("one", StopSignal()).outcome.succeeded(); };
     const std::string snapshot =
         R"({"struct_type":"snapshot","id":"one","time":"1970-01-01T00:00:01Z","paths":[")" +
         std::string(std::size_t{1} << 22U, 'p') + R"("]})";

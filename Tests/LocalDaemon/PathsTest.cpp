@@ -67,7 +67,7 @@ TEST_F(Paths, ShowsWhatIsOnTheDisk) {
             EXPECT_EQ(node, pane.call<"dictionaryForPath:">(node["path"]));
         }
     }
-    EXPECT_EQ(pane.call<"childrenDictionariesForPath:">(in("a")).size(), 2U); // one name is no text
+    EXPECT_EQ(pane.call<"childrenDictionariesForPath:">(in("a")).size(), 3U);
     const Value whole = pane.call<"dictionaryForPath:withDirSizes:">(in("a"), true);
     EXPECT_EQ(whole["size"], 15);
     EXPECT_EQ(whole["totalCount"], 3);
@@ -115,14 +115,14 @@ TEST_F(Paths, FollowTheExclusions) {
 }
 
 TEST(NodeAnswers, ShowWhatTheIndexHasAndStayInTheFileSystemOfTheRule) {
-    const SnapshotItem gone{"/etc/gone?", ItemKind::File, 7, 1, 2, 3, 4};
-    const SnapshotItem below{"/gone/below", ItemKind::File, 5, 1, 2, 3, 4};
-    const auto index = std::make_shared<BackupIndex>(
-        "repository", BackupIndex::Snapshots{{4, {"id", 978307205, false}}},
-        std::vector<BackedUpItem>{{{"/etc", ItemKind::Folder, 0, 0, 0, 0, 0}, 0, 3, 4},
-                                  {gone, 978307200, 4, 4},
-                                  {{"/gone", ItemKind::Folder, 0, 0, 0, 0, 0}, 0, 3, 4},
-                                  {below, 0, 3, 4}});
+    const SnapshotItem gone{"/etc/gone?", ItemKind::File, 7, FileTime(1), FileTime(2), 3, 4};
+    const SnapshotItem below{"/gone/below", ItemKind::File, 5, FileTime(1), FileTime(2), 3, 4};
+    const auto index =
+        std::make_shared<BackupIndex>("repository", BackupIndex::Snapshots{{4, {"id", 978307205, false}}},
+                                      std::vector<BackedUpItem>{{{"/etc", ItemKind::Folder}, 0, 3, 4},
+                                                                {gone, 978307200, 4, 4},
+                                                                {{"/gone", ItemKind::Folder}, 0, 3, 4},
+                                                                {below, 0, 3, 4}});
     Settings settings;
     settings.paths.exclusions.insert("/gone");
     const auto state = std::make_shared<DaemonState>(

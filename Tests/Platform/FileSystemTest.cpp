@@ -60,20 +60,29 @@ TEST_F(FileSystemTest, ReadsSizeOwnerAndTimesAndTellsALinkFromWhatItLeadsTo) {
     }
 }
 
-TEST_F(FileSystemTest, ListsAFolderUpToALimitAndSetsNamesApartThatAreNoText) {
+TEST_F(FileSystemTest, ListsAFolderUpToALimitWithNamesThatAreNoText) {
     for (const char* name : {"a", ".hidden", "Caf\xC3\xA9", "\xFF\xFE"})
         folder_.write(name, "");
     FolderListing listing = disk_.list("/Volumes/Disk", 4);
     std::ranges::sort(listing.names);
-    EXPECT_EQ(listing.names, (std::vector<std::string>{".hidden", "Caf\xC3\xA9", "a"}));
-    EXPECT_EQ(listing.unspeakableNames, (std::vector<std::string>{"\xFF\xFE"}));
+    EXPECT_EQ(listing.names, (std::vector<std::string>{".hidden", "Caf\xC3\xA9", "a", "\xFF\xFE"}));
     EXPECT_TRUE(listing.isComplete);
 
     listing = disk_.list("/Volumes/Disk", 3);
-    EXPECT_EQ(listing.names.size() + listing.unspeakableNames.size(), 3U);
+    EXPECT_EQ(listing.names.size(), 3U);
     EXPECT_FALSE(listing.isComplete);
     EXPECT_EQ(listing.error, 0);
     EXPECT_EQ(disk_.list("/Volumes/Disk/a", 3).error, ENOTDIR);
+
+    // A program that shows names gets them as text, and asks with that.
+    const LocalFileSystem shown(*disk_.volumes(), LocalFileSystem::Names::Text);
+    const auto names = shown.list("/Volumes/Disk", 4).names;
+    const std::string text = "\xEF\xBF\xBD"
+                             "FF\xEF\xBF\xBD"
+                             "FE";
+    EXPECT_NE(std::ranges::find(names, text), names.end());
+    EXPECT_TRUE(shown.exists("/Volumes/Disk/" + text) && shown.attributes("/Volumes/Disk/" + text));
+    EXPECT_FALSE(disk_.exists("/Volumes/Disk/" + text));
 }
 
 TEST_F(FileSystemTest, ReadsRegularFilesWithinTheLimitOnly) {

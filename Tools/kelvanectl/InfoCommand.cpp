@@ -26,7 +26,7 @@ struct Texts {
 };
 
 Texts textsOf(const KelvaneFileNode& node) {
-    const LocalFileSystem disks;
+    const LocalFileSystem disks(LocalFileSystem::Names::Text);
     const SystemAccounts accounts;
     const PlainFileServices services(disks, accounts);
     return {node.kindByPath(services), sizeText(node.sizeValue()), node.backupDateString(services),

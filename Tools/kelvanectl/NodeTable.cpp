@@ -70,7 +70,7 @@ std::string jsonOf(const std::vector<NodeRow>& rows) {
 ExitStatus finishWithNodes(const CommandLine& line, const std::vector<NodeRow>& rows) {
     for (const NodeRow& row : rows)
         row.node->flush(); // what a daemon sends along of what is in it would count as its size
-    const LocalFileSystem disks;
+    const LocalFileSystem disks(LocalFileSystem::Names::Text);
     const SystemAccounts accounts;
     return finishWith(line.settings().json ? jsonOf(rows) : textOf(rows, PlainFileServices(disks, accounts)));
 }

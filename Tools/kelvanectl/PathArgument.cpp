@@ -15,6 +15,11 @@ std::string folderAround(const std::string& path, const Volumes& volumes) {
     return deleteLastPathComponent(error ? path : real.string());
 }
 
+bool isThere(const std::optional<std::string>& path) {
+    std::error_code error;
+    return path && std::filesystem::exists(std::filesystem::symlink_status(*path, error));
+}
+
 } // namespace
 
 std::string volumePathFromText(const std::string& text, const Volumes& volumes) {
@@ -27,9 +32,8 @@ std::string volumePathFromText(const std::string& text, const Volumes& volumes) 
         else if (name != ".")
             path = appendPathComponent(path, name);
     }
-    if (!isUtf8(path))
-        throw CLI::ValidationError(path, "a path that is not UTF-8 cannot be asked for");
-    return volumes.volumePath(path);
+    const bool isPrintedForm = pathFromText(path) != path && !isThere(volumes.realPath(path));
+    return volumes.volumePath(isPrintedForm ? path : textFromPath(path));
 }
 
 } // namespace kelvane::ctl

@@ -8,9 +8,10 @@ namespace kelvane::ctl {
 
 // The path as the daemon is asked for it, below its volume's name: what is relative begins at the working
 // folder, "." is dropped, and ".." leaves the folder that a link stands for, as it does for the system. A
-// path in a volume that is not there stays as it is: the backup may hold it.
+// path in a volume that is not there stays as it is: the backup may hold it. A name is taken byte for byte,
+// or, when nothing of that name is there, as commands print it.
 //
-// Throws CLI::ParseError for what can be no path on the link.
+// Throws CLI::ParseError for the empty path.
 [[nodiscard]] std::string volumePathFromText(const std::string& text, const Volumes& volumes);
 
 inline constexpr const char* unknownPath = "the daemon does not know this path";
