@@ -10,6 +10,7 @@ namespace kelvane {
 namespace extension {
 
 inline constexpr std::string_view alerts = "alerts";
+inline constexpr std::string_view verify = "verify";
 
 } // namespace extension
 
@@ -22,6 +23,9 @@ inline constexpr MethodDescription KelvaneExtensionProtocol[] = {
     // One of an alert's actions, exactly as the alert lists it, and the alert's id. Answers why nothing is
     // done, for people; empty: it is done, or under way.
     {"performAlertAction:ofAlert:", "@32@0:8@16@24", extension::alerts},
+    // Reads and checks all that is in the backup. Answers why it does not, for people; empty: it is under
+    // way.
+    {"verify", "@16@0:8", extension::verify},
 };
 
 // Everything that a daemon with all extensions answers.

@@ -28,5 +28,9 @@ inline constexpr std::string_view backupControlFlags = "backupControlFlags"; // 
 // Of extensions: absent where the daemon does not have them.
 inline constexpr std::string_view extensions = "extensions"; // array of names
 inline constexpr std::string_view alerts = "alerts"; // array of StandingAlert dictionaries, the worst first
+inline constexpr std::string_view lastVerifiedDate = "lastVerifiedDate";
+inline constexpr std::string_view lastVerification = "lastVerification";         // a sentence
+inline constexpr std::string_view verificationProgress = "verificationProgress"; // 0 to 1, while it runs
+inline constexpr std::string_view damagedFileCount = "damagedFileCount";         // unsigned 64-bit
 
 } // namespace kelvane::statekey

@@ -1,5 +1,7 @@
 #include "LocalDaemon/BackupIndex.h"
 
+#include "LocalDaemon/ResticNames.h"
+
 #include <algorithm>
 #include <iterator>
 #include <utility>
@@ -191,6 +193,19 @@ FileTotals BackupIndex::totalsOf(const Item& item) const {
 
 bool BackupIndex::hasContent(const Item& item) const {
     return item.kind != ItemKind::Folder || item.filesBelow > 0 || item.hasLinkBelow;
+}
+
+BackupIndex BackupIndex::withDamage(std::shared_ptr<const Damage> damage) const {
+    BackupIndex index = *this;
+    index.damage_ = damage && !damage->isNone() ? std::move(damage) : nullptr;
+    return index;
+}
+
+bool BackupIndex::isDamaged(const Item& item) const {
+    if (!damage_ || item.kind == ItemKind::Folder)
+        return false;
+    const Snapshot* const held = snapshot(item.snapshot);
+    return held && damage_->holds(held->id, indexedName(pathOf(item)));
 }
 
 BackedUpItem BackupIndex::copyOf(const Item& item) const {

@@ -1,11 +1,13 @@
 #pragma once
 
+#include "LocalDaemon/Damage.h"
 #include "LocalDaemon/FileTotals.h"
 #include "LocalDaemon/Snapshots.h"
 #include "Platform/FileSystem.h"
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -83,6 +85,12 @@ public:
     [[nodiscard]] FileTotals totals() const { return totalsOf(root()); }
     [[nodiscard]] std::size_t itemCount() const { return items_.size(); }
 
+    // The same index, with what is known to be damaged. It does not go into the file.
+    [[nodiscard]] BackupIndex withDamage(std::shared_ptr<const Damage> damage) const;
+    [[nodiscard]] const std::shared_ptr<const Damage>& damage() const { return damage_; } // null: none
+    // Whether the repository cannot give it back as it is now.
+    [[nodiscard]] bool isDamaged(const Item& item) const;
+
     [[nodiscard]] BackedUpItem copyOf(const Item& item) const;
     // Each item, a folder before what is in it.
     template <class Visit>
@@ -112,6 +120,7 @@ private:
     // Level by level, so that the children of a folder stand together.
     std::vector<Item> items_;
     std::string names_;
+    std::shared_ptr<const Damage> damage_;
 };
 
 // Whether what stands on the disk is still what was saved. Of a folder only that it is one: what matters of

@@ -35,7 +35,9 @@ std::vector<std::string> argumentsFor(const BackupRun::Wanted& wanted) {
         arguments.insert(arguments.end(), {"--tag", tag});
     // restic would look for one with the same list of paths, which is another one after each change of the
     // rules, and read every file again.
-    if (!wanted.parent.empty())
+    if (wanted.isForced)
+        arguments.emplace_back("--force");
+    else if (!wanted.parent.empty())
         arguments.insert(arguments.end(), {"--parent", wanted.parent});
     return arguments;
 }

@@ -18,7 +18,8 @@ public:
     struct Wanted {
         std::vector<std::string> targets; // absolute paths; not empty
         std::vector<std::string> tags;
-        std::string parent; // a snapshot that most of it is in as it was; empty: none
+        std::string parent;    // a snapshot that most of it is in as it was; empty: none
+        bool isForced = false; // every file is read, and stored where the repository does not have it
         bool isInitial = false;
         FileTotals unchanged; // of what the targets hold: what is saved already
         bool hasLowerPriority = false;

@@ -32,9 +32,10 @@ std::string joined(const std::vector<std::string>& paths) {
 } // namespace
 
 BackupRunner::BackupRunner(std::shared_ptr<DaemonState> state, std::shared_ptr<IndexKeeper> keeper,
-                           const Options& options)
+                           std::shared_ptr<Verification> verification, const Options& options)
     : state_(std::move(state)),
       keeper_(std::move(keeper)),
+      verification_(std::move(verification)),
       options_(options),
       lastChange_(Clock::now()),
       connectAt_(lastChange_ + options.quiet) {
@@ -76,6 +77,9 @@ void BackupRunner::noteNeed(const BackupNeed& need) {
     isNoted_ = true;
     if (current_ && !(isAdding_ ? need.mayAdd : need.mayRead))
         current_->set();
+    if (current_ && isVerifying_ && !isAdding_ && need.mayAdd && need.isWaiting &&
+        Clock::now() >= nextBackup_)
+        current_->set();
     changed_.notify_all();
 }
 
@@ -89,7 +93,7 @@ void BackupRunner::noteRestores(bool areWaiting) {
     const std::scoped_lock guard(mutex_);
     isUrgent_ = isUrgent_ || (areWaiting && !isRestoring_);
     isRestoring_ = areWaiting;
-    if (isRestoring_ && isForgetting_ && current_)
+    if (isRestoring_ && (isForgetting_ || isVerifying_) && current_)
         current_->set();
 }
 
@@ -100,7 +104,7 @@ void BackupRunner::backUpNow(const std::string& path) {
     wanted_.insert(path);
     isUrgent_ = true;
     isNoted_ = true;
-    if (current_ && isAdding_ && path != everything)
+    if (current_ && (isAdding_ ? path != everything : isVerifying_))
         current_->set(); // what it has saved already is not saved again
     changed_.notify_all();
 }
@@ -124,11 +128,13 @@ void BackupRunner::run() {
 BackupRunner::Task BackupRunner::nextTask(Clock::time_point now) {
     BackupNeed need;
     bool isWanted = false;
+    bool isRestoring = false;
     {
         const std::scoped_lock guard(mutex_);
         isNoted_ = false;
         need = need_;
         isWanted = !wanted_.empty();
+        isRestoring = isRestoring_;
         if (std::exchange(isUrgent_, false))
             retry_ = now;
     }
@@ -137,15 +143,18 @@ BackupRunner::Task BackupRunner::nextTask(Clock::time_point now) {
                                                     : isConnected_ ? at
                                                                    : std::min(at, connectAt_));
     wait_ = std::chrono::ceil<std::chrono::milliseconds>(std::min<Clock::duration>(next - now, forever));
-    if (next > now)
-        return Task::None;
     const bool mayBackUp = need.mayAdd && need.isKnown && (isWanted || need.isWaiting);
-    if (need.mayRead && mayBackUp && (isWanted || at <= now))
+    if (next <= now && need.mayRead && mayBackUp && (isWanted || at <= now))
         return Task::BackUp;
-    if (need.mayRead && !isConnected_)
+    if (next <= now && need.mayRead && !isConnected_)
         return Task::Connect;
-    wait_ = forever; // what keeps it from its work ends with a note, and not with time
-    return Task::None;
+    if (next <= now)
+        wait_ = forever; // what keeps it from its work ends with a note, and not with time
+    if (!isConnected_ || !need.mayRead || isRestoring || retry_ > now)
+        return Task::None;
+    const std::chrono::milliseconds untilDue = verification_->timeUntilDue();
+    wait_ = std::min(wait_, untilDue);
+    return untilDue == 0ms ? Task::Verify : Task::None;
 }
 
 // Of a backup of what is waiting.
@@ -169,8 +178,14 @@ void BackupRunner::perform(Task task) {
         isAdding_ = task == Task::BackUp;
         if (stopping_ || !(isAdding_ ? need_.mayAdd : need_.mayRead))
             return;
+        if (task == Task::Verify && (isRestoring_ || !wanted_.empty()))
+            return;
+        isVerifying_ = task == Task::Verify;
+        nextBackup_ = notBefore_;
         current_ = stop;
     }
+    if (task == Task::Verify)
+        return verify(*stop);
     const std::uint64_t orders = state_->backupOrders();
     ResticOutcome outcome = attempt(task, *stop);
     if (outcome.trouble == ResticTrouble::Locked)
@@ -243,6 +258,8 @@ ResticOutcome BackupRunner::backUpWanted(const StopSignal& stop) {
     }
     if (outcome.succeeded())
         outcome = backUp(everything, false, stop);
+    if (outcome.succeeded())
+        outcome = verifyStored(isWanted, stop);
     if (outcome.succeeded()) {
         notBefore_ = Clock::now() + state_->configuration().interval;
         waitingSince_.reset();
@@ -271,6 +288,7 @@ ResticOutcome BackupRunner::forgetOld(const StopSignal& stop) {
     }
     if (outcome.trouble == ResticTrouble::Stopped)
         return outcome;
+    verification_->noteChange();
     isConnected_ = outcome.succeeded(); // connecting takes locks away that dead processes have left
     if (!isConnected_)
         KelvaneSystemLog("Old backups are not forgotten yet: %@", reasonOf(outcome));
@@ -288,6 +306,10 @@ ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, cons
             state_->noteUnread(std::nullopt);
         return {};
     }
+    if (!isPartial && verification_->canRepair())
+        if (ResticOutcome outcome = verification_->prepareRepair(stop); !outcome.succeeded())
+            return outcome;
+    wanted.isForced = !isPartial && verification_->mustStoreAgain();
     const IndexKeeper::Index index = keeper_->index();
     wanted.tags = {keeper_->repository().tag(), keeper_->nextSequenceTag()};
     if (isPartial)
@@ -305,8 +327,12 @@ ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, cons
     BackupRun::Result result = BackupRun(*state_, keeper_->repository()).run(wanted, stop);
     if (!result.outcome.succeeded())
         return result.outcome;
+    if (wanted.isForced)
+        verification_->noteStoredAgain();
     if (!isPartial)
-        state_->noteUnread(result.unread.empty() ? std::nullopt : std::optional(changes));
+        state_->noteUnread(result.unread.empty() && !verification_->isBeyondRepair()
+                               ? std::nullopt
+                               : std::optional(changes));
     reportUnread(result.unread);
     KelvaneSystemLog("Backed up%@; snapshot %@, %llu bytes were waiting.", isPartial ? ": " + path : "",
                      result.snapshotId, waiting.bytes);

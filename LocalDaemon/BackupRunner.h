@@ -3,6 +3,7 @@
 #include "LocalDaemon/BackupRun.h"
 #include "LocalDaemon/DaemonState.h"
 #include "LocalDaemon/IndexKeeper.h"
+#include "LocalDaemon/Verification.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -35,7 +36,7 @@ public:
     };
 
     BackupRunner(std::shared_ptr<DaemonState> state, std::shared_ptr<IndexKeeper> keeper,
-                 const Options& options);
+                 std::shared_ptr<Verification> verification, const Options& options);
     ~BackupRunner();
     BackupRunner(const BackupRunner&) = delete;
     BackupRunner& operator=(const BackupRunner&) = delete;
@@ -49,15 +50,21 @@ public:
     // Real path: it, or what is in the backup below it, is backed up before anything else. "/" asks for
     // everything.
     void backUpNow(const std::string& path);
+    // Reads all that is in the backup when nothing is backed up or restored.
+    void verifyNow();
+    // Stores again what is damaged, even where whole parts of damaged packs go with that.
+    void storeAgain();
 
 private:
     using Clock = std::chrono::steady_clock;
-    enum class Task { None, Connect, BackUp };
+    enum class Task { None, Connect, BackUp, Verify };
 
     void run();
     [[nodiscard]] Task nextTask(Clock::time_point now);
     [[nodiscard]] Clock::time_point timeOfNextTask(const BackupNeed& need, Clock::time_point now);
     void perform(Task task);
+    void verify(const StopSignal& stop);
+    [[nodiscard]] ResticOutcome verifyStored(bool isAwaited, const StopSignal& stop);
     [[nodiscard]] ResticOutcome attempt(Task task, const StopSignal& stop);
     [[nodiscard]] ResticOutcome attemptAgain(Task task, const StopSignal& stop, ResticOutcome before);
     [[nodiscard]] ResticOutcome connect(const StopSignal& stop);
@@ -70,6 +77,7 @@ private:
 
     const std::shared_ptr<DaemonState> state_;
     const std::shared_ptr<IndexKeeper> keeper_;
+    const std::shared_ptr<Verification> verification_;
     const Options options_;
     std::thread thread_;
 
@@ -84,6 +92,8 @@ private:
     bool isAdding_ = false;               // that task
     bool isForgetting_ = false;           // that task, just now
     bool isRestoring_ = false;
+    bool isVerifying_ = false;     // the task under way, just now
+    Clock::time_point nextBackup_; // not before
 
     // What follows belongs to the runner's thread.
     bool isConnected_ = false;

@@ -1,6 +1,5 @@
 #include "LocalDaemon/DaemonState.h"
 
-#include "Common/ExtensionProtocol.h"
 #include "Common/StateKeys.h"
 #include "Foundation/Unicode.h"
 #include "LocalDaemon/CleanPath.h"
@@ -176,8 +175,6 @@ Value DaemonState::stateDictionary() const {
         {std::string(statekey::currentBackupFile), textFromPath(activity_.currentFile)},
         {std::string(statekey::currentRestoreFile), textFromPath(restore_.file)},
         {std::string(statekey::currentRestoreJob), restore_.job},
-        {std::string(statekey::extensions), Array{extension::alerts}},
-        {std::string(statekey::alerts), alertDictionaries()},
     };
     // Before the scan has seen anything there is nothing to say, and panes show that they do not know.
     if (scan_) {
@@ -186,6 +183,7 @@ Value DaemonState::stateDictionary() const {
         state.set(statekey::pendingFileCount, narrowed(totals.pending.count));
         state.set(statekey::pendingFileSize, totals.pending.bytes);
     }
+    addExtensions(state);
     return state;
 }
 

@@ -131,6 +131,13 @@ public:
     [[nodiscard]] std::optional<Alert> standingAlert(const std::string& kind) const;
     void addAlertHandler(CallbackQueue& pane) const;
 
+    // What the verification has found out. None: it has never come to an end.
+    void setVerification(std::optional<std::chrono::system_clock::time_point> date,
+                         const std::string& outcome);
+    // From 0 to 1; none: nothing is being verified.
+    void setVerificationProgress(std::optional<double> progress);
+    void setDamagedFileCount(std::uint64_t count);
+
     // Panes are told what of it has changed.
     void setRestoreProgress(const RestoreProgress& progress);
     [[nodiscard]] RestoreProgress restoreProgress() const;
@@ -163,6 +170,14 @@ private:
     void announce();
 
     [[nodiscard]] Array alertDictionaries() const;
+    void addExtensions(Dictionary& state) const;
+
+    struct VerificationStatus {
+        std::optional<std::chrono::system_clock::time_point> date;
+        std::string outcome;
+        std::optional<double> progress;
+        std::uint64_t damagedFiles = 0;
+    };
 
     struct StandingSince {
         Alert alert;
@@ -193,6 +208,7 @@ private:
     std::uint32_t announcedState_;
     std::map<std::string, StandingSince> alerts_; // by kind
     RestoreProgress restore_;
+    VerificationStatus verification_;
     std::uint64_t backupOrders_ = 0;
     std::uint64_t ordersDone_ = 0;
     std::uint64_t ordersTried_ = 0;

@@ -1,6 +1,8 @@
-// The alerts that stand.
+// What only panes that know of extensions are told: the alerts that stand, and the verification.
 
+#include "Common/ExtensionProtocol.h"
 #include "Common/StandingAlert.h"
+#include "Common/StateKeys.h"
 #include "LocalDaemon/DaemonState.h"
 
 #include <algorithm>
@@ -43,6 +45,35 @@ void DaemonState::addAlertHandler(CallbackQueue& pane) const {
     pane.setAlertHandler(true);
     for (const auto& [kind, standing] : alerts_)
         pane.alertRaised(alertString(standing.alert));
+}
+
+void DaemonState::setVerification(std::optional<std::chrono::system_clock::time_point> date,
+                                  const std::string& outcome) {
+    const std::scoped_lock guard(mutex_);
+    verification_.date = date;
+    verification_.outcome = outcome;
+}
+
+void DaemonState::setVerificationProgress(std::optional<double> progress) {
+    const std::scoped_lock guard(mutex_);
+    verification_.progress = progress;
+}
+
+void DaemonState::setDamagedFileCount(std::uint64_t count) {
+    const std::scoped_lock guard(mutex_);
+    verification_.damagedFiles = count;
+}
+
+void DaemonState::addExtensions(Dictionary& state) const {
+    state.set(statekey::extensions, Array{extension::alerts, extension::verify});
+    state.set(statekey::alerts, alertDictionaries());
+    state.set(statekey::damagedFileCount, verification_.damagedFiles);
+    if (verification_.date)
+        state.set(statekey::lastVerifiedDate, dateOf(*verification_.date));
+    if (!verification_.outcome.empty())
+        state.set(statekey::lastVerification, verification_.outcome);
+    if (verification_.progress)
+        state.set(statekey::verificationProgress, *verification_.progress);
 }
 
 Array DaemonState::alertDictionaries() const {

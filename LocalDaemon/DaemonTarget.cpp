@@ -76,6 +76,7 @@ constexpr MethodBinding<DaemonTarget> bindings[] = {
     row<"setEnabled:", &DaemonTarget::setEnabled>(),
     row<"dismissAlert:", &DaemonTarget::dismissAlert>(),
     row<"performAlertAction:ofAlert:", &DaemonTarget::performAlertAction>(),
+    row<"verify", &DaemonTarget::verify>(),
 };
 
 consteval bool isEveryMethodBound() {
@@ -137,6 +138,13 @@ Value DaemonTarget::dismissAlert(const Value& id) {
 
 Value DaemonTarget::performAlertAction(const Value& action, const Value& ofAlert) {
     return alertActions_->perform(action.stringValue(), ofAlert.stringValue());
+}
+
+Value DaemonTarget::verify() {
+    if (!state_->backupNeed().mayRead)
+        return "The backup is paused, disabled or not configured.";
+    runner_->verifyNow();
+    return "";
 }
 
 // A user is known by number or by name.

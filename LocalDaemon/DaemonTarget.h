@@ -70,6 +70,8 @@ public:
     Value dismissAlert(const Value& id);
     Value performAlertAction(const Value& action, const Value& ofAlert);
 
+    Value verify();
+
     // Modes
     bool automaticMode() { return state_->settings().automaticMode; }
     void setAutomaticMode(bool on) { kelvane::setAutomaticMode(*state_, on); }

@@ -216,7 +216,8 @@ FolderContents FolderScan::contentsOf(const std::string& path) const {
         },
         [&](const FolderEntry& each) {
             const BackupIndex::Item* const item = index_->child(saved, each.name);
-            return !item || !isUnchanged(*item, each.kind, each.size, each.modified, each.changed);
+            return !item || !isUnchanged(*item, each.kind, each.size, each.modified, each.changed) ||
+                   index_->isDamaged(*item);
         });
     // What holds something is saved with that, and where all begins there is nothing to lose. One that cannot
     // be read may hold anything.

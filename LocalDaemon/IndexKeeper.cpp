@@ -231,6 +231,14 @@ std::string IndexKeeper::nextSequenceTag() const {
     return std::string(sequenceTagStart) + std::to_string(newestSequence_ + 1);
 }
 
+void IndexKeeper::setDamage(Damage damage) {
+    if (damage == *damage_)
+        return;
+    damage_ = std::make_shared<const Damage>(std::move(damage));
+    index_ = std::make_shared<const BackupIndex>(index_->withDamage(damage_));
+    publish_(index_, {"/"}, true);
+}
+
 ResticOutcome IndexKeeper::forgetOld(std::chrono::days keep, const StopSignal& stop) {
     if (retention_.isPruningDue()) {
         if (ResticOutcome outcome = repository_.prune(stop); !outcome.succeeded())
@@ -343,7 +351,8 @@ void IndexKeeper::reportDisappearances() {
 
 // When the file cannot be written, the next start finds an older one and brings that up to the repository.
 void IndexKeeper::take(BackupIndex index, const std::vector<std::string>& changed, bool isRebuilt) {
-    index_ = std::make_shared<const BackupIndex>(std::move(index));
+    index_ =
+        std::make_shared<const BackupIndex>(damage_->isNone() ? std::move(index) : index.withDamage(damage_));
     FileOutcome saved;
     if (ensureFolder(std::string(folderOf(path_))))
         saved = replaceFileAtomically(path_, index_->encoded(), privateMode);

@@ -47,6 +47,8 @@ public:
     [[nodiscard]] bool isCurrent() const { return isCurrent_; }
     // The tag for the next snapshot, which tells that it is newer than all others.
     [[nodiscard]] std::string nextSequenceTag() const;
+    // What is known to be damaged from now on, in this index and in those that follow it.
+    void setDamage(Damage damage);
     // Takes over a snapshot that was just made.
     [[nodiscard]] ResticOutcome add(const std::string& snapshotId, bool isPartial, const StopSignal& stop);
     // Forgets versions that were replaced or deleted so long ago, and prunes a day later; neither more often
@@ -85,6 +87,7 @@ private:
     Alerts alerts_;
     std::mutex reporting_;           // also guards what follows
     std::set<std::string> reported_; // kinds of alerts that stand for disappearances
+    std::shared_ptr<const Damage> damage_ = std::make_shared<const Damage>();
     Publish publish_ = [](const Index&, const std::vector<std::string>&, bool) {};
 };
 

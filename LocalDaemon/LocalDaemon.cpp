@@ -155,7 +155,11 @@ std::string LocalDaemon::makeWorld() {
     state_->noteDisks(*volumes_);
     tree_ = std::make_shared<FolderTree>();
     nodes_ = std::make_shared<NodeAnswers>(state_, options_.fileSystem, tree_);
-    runner_ = std::make_shared<BackupRunner>(state_, keeper_, options_.backup);
+    Verification::Options verification = options_.verification;
+    verification.path = indexPathFor(options_.indexPath, configuration) + ".verification";
+    const auto verifier = std::make_shared<Verification>(state_, keeper_, verification);
+    state_->setIndex(keeper_->index(), {}); // with what is known to be damaged
+    runner_ = std::make_shared<BackupRunner>(state_, keeper_, verifier, options_.backup);
     makeRestores();
     const DaemonTarget::World world{state_,
                                     options_.fileSystem,
@@ -187,6 +191,10 @@ std::shared_ptr<const AlertActions> LocalDaemon::makeAlertActions() const {
         actions->add(verb, [keeper = keeper_, decision = decision](const std::string& disappearance) {
             return keeper->decide(disappearance, decision);
         });
+    actions->add("store-again", [runner = runner_](const std::string&) {
+        runner->storeAgain();
+        return std::string();
+    });
     return actions;
 }
 

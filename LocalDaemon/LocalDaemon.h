@@ -40,6 +40,7 @@ public:
         std::chrono::milliseconds refreshInterval = std::chrono::seconds(5);
         FolderScan::Options scan;
         BackupRunner::Options backup;
+        Verification::Options verification; // its path is made of `indexPath`
         std::string restoreJobsPath;
         std::string processesPath; // restic's, of this daemon and those before it
         MachineClock machineClock = readMachineClock;

@@ -44,7 +44,10 @@ std::uint32_t folderRuleFlag(Reason reason) {
     }
 }
 
+// Panes show no colour as red.
 std::int32_t colorOf(bool isIn, bool isPartial, const BackupStanding& standing) {
+    if (standing.isDamaged && (standing.isMissing || !isIn))
+        return Backup_Color_None;
     if (standing.isMissing)
         return standing.isKept ? Backup_Color_Blue : Backup_Color_None;
     if (!isIn && !isPartial)
@@ -80,6 +83,10 @@ std::uint32_t flagsOf(const ReasonRow& row, std::string_view path, Kind kind, co
 
 std::string stateText(const ReasonRow& row, std::string_view path, const Verdict& verdict,
                       const BackupStanding& standing) {
+    if (standing.isDamaged && (standing.isMissing || !verdict.isIn()))
+        return "Damaged in the backup";
+    if (standing.isDamaged)
+        return "Damaged in the backup, waiting to be stored again";
     if (standing.isMissing && standing.isKept)
         return "Gone from the disk, kept in the backup";
     if (verdict.isIn())

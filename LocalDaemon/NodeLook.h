@@ -18,6 +18,7 @@ struct BackupStanding {
     bool isMixed = false;      // something in the folder is waiting, and something is not
     bool isKept = false;       // a copy with content is there, whatever the rules say now
     bool isMissing = false;    // gone from the disk
+    bool isDamaged = false;    // the copy cannot be given back
 };
 
 // What a pane is shown of one file's place in the backup.

@@ -168,6 +168,7 @@ ChildOutcome Restic::runOnce(const Call& call, bool takesLock, const StopSignal&
     if (!takesLock)
         program.arguments.emplace_back(noLock);
     program.environment = environment_;
+    program.withheldVariables = "RESTIC_"; // a person's own for other repositories
     program.input = call.input;
     program.onLine = call.onLine;
     program.onErrorLine = call.onErrorLine;

@@ -228,6 +228,16 @@ std::size_t lineBreaksInPathsOf(std::string_view snapshotLine) {
     return count;
 }
 
+std::optional<std::vector<FoundItem>> foundItemsFrom(std::string_view json) {
+    const Json list = parsed(json);
+    if (!list.is_array())
+        return std::nullopt;
+    std::vector<FoundItem> items;
+    for (const Json& entry : list)
+        items.push_back({textOf(entry, "snapshot"), textOf(entry, "path")});
+    return items;
+}
+
 std::optional<RepositoryLock> lockFrom(std::string_view json) {
     const Json object = parsed(json);
     if (!object.is_object())

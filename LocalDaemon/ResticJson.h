@@ -34,6 +34,14 @@ struct ListedItem {
 // Of the paths that a snapshot was asked to save.
 [[nodiscard]] std::size_t lineBreaksInPathsOf(std::string_view snapshotLine);
 
+// A place where restic has found what it was asked to look for.
+struct FoundItem {
+    std::string snapshotId;
+    std::string path;
+};
+// None when it is no answer of `restic find --json` for packs or blobs.
+[[nodiscard]] std::optional<std::vector<FoundItem>> foundItemsFrom(std::string_view json);
+
 struct RepositoryLock {
     std::string id; // of its file; not in the JSON
     std::string hostName;

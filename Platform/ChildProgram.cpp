@@ -45,10 +45,13 @@ struct Pipe {
     }
 };
 
-// The caller's variables, those with the same name replaced.
-std::vector<std::string> joinedEnvironment(const std::vector<std::string>& own) {
+// The caller's variables, less those that are withheld or have the same name.
+std::vector<std::string> joinedEnvironment(const ChildProgram& program) {
+    const std::vector<std::string>& own = program.environment;
     std::vector<std::string> joined = own;
     const auto isReplaced = [&](std::string_view entry) {
+        if (!program.withheldVariables.empty() && entry.starts_with(program.withheldVariables))
+            return true;
         const std::string_view name = entry.substr(0, entry.find('=') + 1);
         return std::ranges::any_of(own, [&](const std::string& each) { return each.starts_with(name); });
     };
@@ -200,7 +203,7 @@ private:
         if (!input || !output || !errors || !failure)
             return fail(errno);
         std::vector<std::string> arguments = program_.arguments;
-        std::vector<std::string> environment = joinedEnvironment(program_.environment);
+        std::vector<std::string> environment = joinedEnvironment(program_);
         const Preparation prepared{
             pointersTo(arguments),  pointersTo(environment), input->readEnd.get(), output->writeEnd.get(),
             errors->writeEnd.get(), failure->writeEnd.get(), ::getpid(),           program_.hasLowerPriority};

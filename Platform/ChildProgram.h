@@ -30,6 +30,7 @@ private:
 struct ChildProgram {
     std::vector<std::string> arguments;   // the first one names the program, which is looked for in PATH
     std::vector<std::string> environment; // "NAME=value": beside the caller's own, or instead of it
+    std::string withheldVariables = {};   // the beginning of the caller's that do not pass; empty: all pass
     std::string input;                    // for its standard input
     // Each line of its output without the line's end, on the calling thread. True: it has got on with its
     // work.

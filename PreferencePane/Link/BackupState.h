@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -84,6 +85,18 @@ public:
         return standingAlertsFrom(daemonState_[statekey::alerts]);
     }
 
+    // Absent, empty and none where the daemon does not say.
+    [[nodiscard]] Value lastVerifiedDate() const { return daemonState_[statekey::lastVerifiedDate]; }
+    [[nodiscard]] std::string lastVerification() const {
+        return daemonState_[statekey::lastVerification].stringValue();
+    }
+    [[nodiscard]] std::optional<double> verificationProgress() const {
+        return has(statekey::verificationProgress)
+                   ? std::optional(daemonState_[statekey::verificationProgress].doubleValue())
+                   : std::nullopt;
+    }
+    [[nodiscard]] std::uint64_t damagedFileCount() const { return byteCount(statekey::damagedFileCount); }
+
     // True once this daemon, since the connection to it, has named the extension in its state.
     [[nodiscard]] bool hasExtension(std::string_view name) const;
 
@@ -146,6 +159,7 @@ public:
     [[nodiscard]] std::string performAlertAction(const std::string& action, const std::string& ofAlert) {
         return extendedQuery<"performAlertAction:ofAlert:">(action, ofAlert).stringValue();
     }
+    [[nodiscard]] std::string verify() { return extendedQuery<"verify">().stringValue(); }
 
     // Their methods are in no daemon's table: each throws UnknownSelector while connected.
     void setBackupControl(std::uint32_t flags) { setBackupControl(flags, false); }

@@ -7,11 +7,13 @@
 #include "LocalDaemon/ResticProcesses.h"
 #include "LocalDaemon/RetentionAlerts.h"
 #include "Support/Logging.h"
+#include "Tests/Harness/EnvironmentVariable.h"
 #include "Tests/LocalDaemon/RunningDaemon.h"
 
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <unistd.h>
 
 namespace kelvane {
@@ -350,6 +352,67 @@ TEST_F(BackingUp, RemovesOnlyLocksWhoseHolderIsDead) {
             EXPECT_EQ(fs::remove(folders / "asked"), !isFolder && isResticAsked) << "when it connects";
         }
     }
+}
+
+TEST_F(BackingUp, StoresAgainWhatTheRepositoryHasLostAndNamesWhatNobodyHas) {
+    std::string noise(50000, ' '); // so that its pack is the largest
+    std::ranges::generate(noise,
+                          [random = std::minstd_rand()]() mutable { return static_cast<char>(random()); });
+    folders.write("home/here", noise);
+    folders.write("home/gone", std::string(40000, 'g'));
+    const tests::EnvironmentVariable foreign("RESTIC_KEY_HINT", "0000"); // for a repository of the person's
+    start();
+    ASSERT_TRUE(comesToRest(2, 90000));
+    fs::remove(in("gone"));
+    const Array files{in("here"), in("gone")};
+    ASSERT_TRUE(comesTo([&] { return colors(files) == Array{green, blue}; }));
+    const auto packs = [&] {
+        std::vector<fs::path> found;
+        for (const auto& entry : fs::recursive_directory_iterator(folders / "repository/data"))
+            if (entry.is_regular_file())
+                found.push_back(entry.path());
+        return found;
+    };
+    const auto isDone = [&] { return comesTo([&] { return pane->state("isBackupNeeded") == false; }); };
+
+    for (const fs::path& pack : packs())
+        fs::remove(pack);
+    pane->call<"setPriorityBackup:">("/");
+    ASSERT_TRUE(isDone());
+    EXPECT_TRUE(comesTo([&] { return colors(files) == Array{green, none}; }));
+    EXPECT_EQ(pane->state("damagedFileCount"), 1U);
+    const Value alert = pane->state("alerts").array().front();
+    EXPECT_EQ(alert["id"], "backup_damaged");
+    EXPECT_TRUE(alert["text"].stringValue().ends_with("cannot be restored:\n" + in("gone")))
+        << alert["text"].stringValue();
+
+    // Only reading finds it.
+    const auto largest = std::ranges::max(packs(), {}, [](const auto& each) { return fs::file_size(each); });
+    fs::permissions(largest, fs::perms::owner_all);
+    std::fstream(largest, std::ios::in | std::ios::out | std::ios::binary).seekp(30) << "damage";
+    EXPECT_EQ(pane->call<"verify">(), "");
+    EXPECT_FALSE(pane->state("verificationProgress").isAbsent());
+    EXPECT_TRUE(comesTo([&] { return fs::exists(folders / "repository/damaged" / largest.filename()); }));
+    EXPECT_TRUE(comesTo([&] { return colors(files) == Array{green, none}; }));
+    EXPECT_TRUE(comesTo([&] { return pane->state("damagedFileCount") == 1U; }));
+}
+
+TEST(CheckReport, TakesResticsReportApart) {
+    const std::string id(64, 'a');
+    CheckReport report;
+    for (const std::string& line :
+         {"pack " + id + ": not referenced in any index",
+          "  tree " + id + ": file \"x blob " + id + " \" blob " + std::string(64, 'b') +
+              " not found in index",
+          "pack " + std::string(64, 'c') + ": unexpected file size: got 1, expected 2",
+          "Pack ID does not match, want " + std::string(64, 'd') + ", got " + id,
+          std::string("error: load <snapshot/8fad1fa1c7>: invalid data returned"),
+          "pack " + std::string(64, 'e') + ": does not exist"})
+        takeCheckLine(report, line);
+    EXPECT_EQ(report.missingBlobs, std::set<std::string>{std::string(64, 'b')});
+    EXPECT_EQ(report.damagedPacks, (std::set<std::string>{std::string(64, 'c'), std::string(64, 'd')}));
+    EXPECT_EQ(report.missingPacks, std::set<std::string>{std::string(64, 'e')});
+    EXPECT_EQ(report.snapshots, std::set<std::string>{"8fad1fa1c7"});
 }
 
 } // namespace

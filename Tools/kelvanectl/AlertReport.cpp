@@ -18,12 +18,6 @@ std::string severityText(const StandingAlert& alert) {
     return texts[severityRank(alert.severity)];
 }
 
-std::string dateText(Date date) {
-    const LocalFileSystem disks;
-    const SystemAccounts accounts;
-    return PlainFileServices(disks, accounts).dateAndTime(date);
-}
-
 std::string indentedLines(std::string_view text) {
     std::string lines;
     while (!text.empty()) {
@@ -57,6 +51,12 @@ std::string commandFor(const StandingAlert& alert, const std::string& action) {
 }
 
 } // namespace
+
+std::string dateText(Date date) {
+    const LocalFileSystem disks;
+    const SystemAccounts accounts;
+    return PlainFileServices(disks, accounts).dateAndTime(date);
+}
 
 std::string alertsText(const std::vector<StandingAlert>& alerts) {
     std::string text;

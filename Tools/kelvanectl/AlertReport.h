@@ -8,6 +8,8 @@
 
 namespace kelvane::ctl {
 
+[[nodiscard]] std::string dateText(Date date);
+
 // For each alert its severity and title, its text, since when it stands, and the commands that do something
 // about it.
 [[nodiscard]] std::string alertsText(const std::vector<StandingAlert>& alerts);

@@ -13,6 +13,7 @@ ExitStatus runChildren(CommandLine& line);
 ExitStatus runRules(CommandLine& line);
 ExitStatus runMode(CommandLine& line);
 ExitStatus runBackup(CommandLine& line);
+ExitStatus runVerify(CommandLine& line);
 ExitStatus runRestore(CommandLine& line);
 ExitStatus runMatch(CommandLine& line);
 ExitStatus runCall(CommandLine& line);
@@ -32,6 +33,7 @@ inline constexpr CommandRow commands[] = {
     {"mode", "MODE [MINUTES]", "enabled, paused, recover or disabled", runMode},
     {"backup", "now [--wait]", "what waits is backed up at once", runBackup},
     {"restore", "PATH... [--to DIR] [--wait]", "what is in the backup, to its place or to DIR", runRestore},
+    {"verify", "[--wait]", "reads and checks all that is in the backup", runVerify},
     {"match", "PATTERN TEXT...", "which texts an exclusion pattern matches", runMatch},
     {"call", "SELECTOR [ARG...]", "any method of the daemon, its result as JSON", runCall},
     {"decode", "[FILE]", "a binary property list as JSON", runDecode},

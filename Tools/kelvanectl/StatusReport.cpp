@@ -70,6 +70,13 @@ void addAccount(Rows& rows, const StatusReport& report) {
     rows.addKnown("Quota", quotaText(report));
 }
 
+std::string verificationText(const BackupState& state) {
+    if (const auto progress = state.verificationProgress())
+        return "running, " + std::to_string(static_cast<int>(*progress * 100)) + " %";
+    const Value date = state.lastVerifiedDate();
+    return (date.isAbsent() ? "" : dateText(date.dateValue()) + ": ") + state.lastVerification();
+}
+
 template <class Number>
 std::optional<Number> ifAvailable(bool available, Number number) {
     return available ? std::optional(number) : std::nullopt;
@@ -93,6 +100,7 @@ void addLiveValues(Json& json, const StatusReport& report) {
     json["currentRestoreJob"] = report.currentRestoreJob;
     json["statusString"] = report.statusString;
     json["lowerPriorityMode"] = report.lowerPriorityMode;
+    json["verification"] = report.verification;
     json["alerts"] = alertsJson(report.alerts);
     json["isOverQuota"] = report.isOverQuota;
     json["quotaMB"] = report.quotaMB;
@@ -120,6 +128,7 @@ StatusReport statusReport(const BackupState& state, const Bundle& bundle, std::s
     report.currentRestoreJob = state.currentRestoreJob();
     report.statusString = state.statusString().stringValue();
     report.alerts = state.alerts();
+    report.verification = verificationText(state);
     report.lowerPriorityMode = state.lowerPriorityMode();
     report.userEmail = state.userEmail();
     report.computerNumber = state.computerNumber().int64Value();
@@ -149,6 +158,7 @@ std::string textOf(const StatusReport& report) {
     rows.addKnown("Pending", textOf(report.pending));
     rows.addIfAny("Backing up", report.currentBackupFile);
     rows.addIfAny("Restoring", restoreText(report));
+    rows.addIfAny("Verified", report.verification);
     rows.add("Priority", report.lowerPriorityMode ? "lower" : "normal");
     addAccount(rows, report);
     return rows.take() + (report.alerts.empty() ? "" : '\n' + alertsText(report.alerts));

@@ -32,6 +32,7 @@ struct StatusReport {
     std::string statusString;
     bool lowerPriorityMode = false;
     std::vector<StandingAlert> alerts; // the worst first
+    std::string verification;          // its outcome and date, or that it is running; empty: not known
 
     std::string userEmail;
     std::int64_t computerNumber = 0;

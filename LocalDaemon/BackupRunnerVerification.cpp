@@ -1,0 +1,56 @@
+// When the backup is verified, and what comes of it.
+
+#include "LocalDaemon/BackupRunner.h"
+
+namespace kelvane {
+
+void BackupRunner::verifyNow() {
+    verification_->order();
+    const std::scoped_lock guard(mutex_);
+    isNoted_ = true;
+    changed_.notify_all();
+}
+
+void BackupRunner::storeAgain() {
+    verification_->confirmSettingAside();
+    state_->orderBackup();
+    backUpNow("/");
+}
+
+void BackupRunner::verify(const StopSignal& stop) {
+    const ResticOutcome outcome = verification_->performDue(stop);
+    if (outcome.succeeded() && verification_->canRepair())
+        notBefore_ = Clock::now(); // what is damaged does not wait for the usual interval
+    const std::scoped_lock guard(mutex_);
+    current_.reset();
+    isVerifying_ = false;
+    if (!outcome.succeeded() && outcome.trouble != ResticTrouble::Stopped)
+        isConnected_ = false; // connecting tells what is wrong
+}
+
+// Looks whether what has been backed up is there, and stores again what is not. Whoever waits for the backup
+// waits for that as well.
+ResticOutcome BackupRunner::verifyStored(bool isAwaited, const StopSignal& stop) {
+    verification_->noteChange();
+    for (int round = 0; round < 2 && verification_->isStructureDue(isAwaited); ++round) {
+        {
+            const std::scoped_lock guard(mutex_);
+            if (isRestoring_)
+                return {};
+            isVerifying_ = true;
+        }
+        const ResticOutcome checked = verification_->checkStructure(stop);
+        {
+            const std::scoped_lock guard(mutex_);
+            isVerifying_ = false;
+        }
+        if (!checked.succeeded() || !verification_->canRepair())
+            return {}; // looked at again as soon as nothing else is to be done
+        if (ResticOutcome outcome = backUp("/", false, stop); !outcome.succeeded())
+            return outcome;
+        isAwaited = true;
+    }
+    return {};
+}
+
+} // namespace kelvane

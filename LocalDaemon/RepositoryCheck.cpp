@@ -1,0 +1,198 @@
+#include "LocalDaemon/RepositoryCheck.h"
+
+#include "LocalDaemon/BackupTrouble.h"
+#include "LocalDaemon/Configuration.h"
+#include "LocalDaemon/ResticJson.h"
+#include "Support/Logging.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+
+namespace kelvane {
+namespace {
+
+// A slow line and a large part.
+constexpr std::chrono::hours timeToRead{12};
+// restic tries for 44 s to read what is not there.
+constexpr std::chrono::minutes patienceWithRetries{2};
+// In one call: each walks through all folders of all snapshots.
+constexpr std::size_t mostLocated = 2000;
+constexpr std::size_t longestAnswer = std::size_t{1} << 26U;
+constexpr std::size_t idLength = 64;
+
+bool isHex(std::string_view text) {
+    return text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
+}
+
+std::string_view wordAfter(std::string_view line, std::string_view mark) {
+    const std::size_t at = line.find(mark);
+    if (at == std::string_view::npos)
+        return {};
+    line.remove_prefix(at + mark.size());
+    return line.substr(0, line.find_first_not_of("0123456789abcdef"));
+}
+
+std::string idAfter(std::string_view line, std::string_view mark) {
+    const std::string_view word = wordAfter(line, mark);
+    return word.size() == idLength ? std::string(word) : std::string();
+}
+
+void insertIfAny(std::set<std::string>& ids, std::string_view id) {
+    if (!id.empty())
+        ids.emplace(id);
+}
+
+// restic says so in the middle of its answer, on lines of two kinds.
+constexpr std::string_view unreadableMark = " ... which belongs to snapshot ";
+std::string_view withoutComplaint(std::string_view line) {
+    constexpr std::string_view mark = "Unable to load tree ";
+    const std::size_t at = line.rfind(mark);
+    const bool isComplaint = at != std::string_view::npos && isHex(line.substr(at + mark.size()));
+    return isComplaint ? line.substr(0, at) : line;
+}
+
+bool isVerdict(const CheckReport& report) {
+    return report.hasErrors || report.isIndexDamaged;
+}
+
+} // namespace
+
+// The forms of restic 0.14. A file's name may stand in a line, in quotes and before the blob's id.
+void takeCheckLine(CheckReport& report, std::string_view line) {
+    if (line.starts_with("Fatal: repository contains errors"))
+        report.hasErrors = true;
+    else if (line.starts_with("error: error loading index ") ||
+             line.starts_with("Fatal: LoadIndex returned errors"))
+        report.isIndexDamaged = true;
+    else if (line.starts_with("error: load <snapshot/"))
+        insertIfAny(report.snapshots, wordAfter(line, "load <snapshot/"));
+    else if (line.starts_with("pack ") && line.ends_with(": not referenced in any index"))
+        return;
+    else if (line.starts_with("pack ") && line.ends_with(": does not exist"))
+        insertIfAny(report.missingPacks, idAfter(line, "pack "));
+    else if (line.starts_with("pack "))
+        insertIfAny(report.damagedPacks, idAfter(line, "pack "));
+    else if (line.starts_with("Pack ID does not match, want "))
+        insertIfAny(report.damagedPacks, idAfter(line, "want "));
+    else if (line.starts_with("  tree ") && line.ends_with(" not found in index"))
+        insertIfAny(report.missingBlobs, idAfter(line.substr(line.rfind('"') + 1), " blob "));
+    else if (line.starts_with("  id ") && line.ends_with(" not found in repository"))
+        insertIfAny(report.missingBlobs, idAfter(line, "id ")); // a folder's
+}
+
+CheckReport RepositoryCheck::structure(Source source, const StopSignal& stop) const {
+    return check(source == Source::Cache ? std::vector<std::string>{"--with-cache"}
+                                         : std::vector<std::string>(),
+                 stop);
+}
+
+CheckReport RepositoryCheck::contents(unsigned part, unsigned parts, const StopSignal& stop) const {
+    return check({"--read-data-subset", std::to_string(part) + '/' + std::to_string(parts)}, stop);
+}
+
+// Without a lock, so that nobody is held up; who removes something at that moment makes it see errors that
+// are none, and whoever acts on errors makes sure of them.
+CheckReport RepositoryCheck::check(std::vector<std::string> arguments, const StopSignal& stop) const {
+    CheckReport report;
+    Restic::Call call;
+    call.arguments = {"check", "--no-lock"};
+    call.arguments.insert(call.arguments.end(), arguments.begin(), arguments.end());
+    call.patience = timeToRead;
+    call.patienceWithRetries = patienceWithRetries;
+    call.hasLowerPriority = true;
+    call.onErrorLine = [&report](std::string_view line) { takeCheckLine(report, line); };
+    report.outcome = repository_.restic().run(call, stop);
+    if (report.outcome.trouble == ResticTrouble::Failed && isVerdict(report)) {
+        report.outcome.trouble = ResticTrouble::None;
+        report.hasErrors = true;
+    }
+    std::erase_if(report.damagedPacks, [&](const auto& id) { return report.missingPacks.contains(id); });
+    return report;
+}
+
+RepositoryCheck::Located RepositoryCheck::locate(const CheckReport& report, const StopSignal& stop) const {
+    Located located;
+    Damage& damage = located.damage;
+    damage.snapshots = report.snapshots;
+    std::set<std::string> packs = report.missingPacks;
+    packs.insert(report.damagedPacks.begin(), report.damagedPacks.end());
+    const bool isKnown = !packs.empty() || !report.missingBlobs.empty() || !report.snapshots.empty();
+    damage.isEverything = report.isIndexDamaged || (report.hasErrors && !isKnown) ||
+                          packs.size() > mostLocated || report.missingBlobs.size() > mostLocated;
+    if (damage.isEverything)
+        return located;
+    const struct {
+        const char* kind;
+        const std::set<std::string>& ids;
+    } searches[] = {{"--pack", packs}, {"--blob", report.missingBlobs}};
+    for (const auto& [kind, ids] : searches)
+        if (!ids.empty() && located.outcome.succeeded())
+            located.outcome = find(kind, ids, damage, stop);
+    if (located.outcome.trouble == ResticTrouble::Failed) { // over a pack that is cut off, for one
+        KelvaneSystemLog("Cannot tell which files are damaged: %@", reasonOf(located.outcome));
+        located.outcome = {};
+        damage.isEverything = true;
+    }
+    return located;
+}
+
+ResticOutcome RepositoryCheck::find(const char* kind, const std::set<std::string>& ids, Damage& damage,
+                                    const StopSignal& stop) const {
+    std::string answer;
+    Restic::Call call;
+    call.arguments = {"find", "--json", "--no-lock", "--tag", repository_.tag(), kind};
+    call.arguments.insert(call.arguments.end(), ids.begin(), ids.end());
+    call.longestLine = longestAnswer;
+    call.patience = timeToRead;
+    call.hasLowerPriority = true;
+    call.onLine = [&](std::string_view line) {
+        const std::string snapshot =
+            line.starts_with(unreadableMark) ? idAfter(line, unreadableMark) : std::string();
+        if (snapshot.empty())
+            answer.append(withoutComplaint(line));
+        else
+            damage.snapshots.insert(snapshot);
+        return true;
+    };
+    ResticOutcome outcome = repository_.restic().run(call, stop);
+    if (!outcome.succeeded())
+        return outcome;
+    const auto found = foundItemsFrom(answer);
+    if (outcome.hasLostLine || !found)
+        outcome = {ResticTrouble::Failed, false, "restic's answer cannot be read."};
+    else
+        for (const FoundItem& item : *found)
+            damage.paths[item.snapshotId].insert(item.path);
+    return outcome;
+}
+
+bool RepositoryCheck::canSetAside() const {
+    return !localFolderOf(repository_.restic().place().location).empty();
+}
+
+std::string RepositoryCheck::setAside(const std::set<std::string>& packs) const {
+    namespace fs = std::filesystem;
+    const fs::path folder = localFolderOf(repository_.restic().place().location);
+    std::error_code error;
+    fs::create_directory(folder / "damaged", error);
+    for (const std::string& pack : packs) {
+        if (pack.size() != idLength || !isHex(pack))
+            continue;
+        const fs::path from = folder / "data" / pack.substr(0, 2) / pack;
+        fs::rename(from, folder / "damaged" / pack, error);
+        if (error)
+            return from.string() + ": " + error.message();
+        KelvaneSystemLog("Damaged pack file set aside: %@", (folder / "damaged" / pack).string());
+    }
+    return {};
+}
+
+ResticOutcome RepositoryCheck::renewIndex(const StopSignal& stop) const {
+    Restic::Call call;
+    call.arguments = {"rebuild-index"};
+    call.patience = timeToRead;
+    return repository_.restic().run(call, stop);
+}
+
+} // namespace kelvane

@@ -1,0 +1,105 @@
+#pragma once
+
+#include "LocalDaemon/DaemonState.h"
+#include "LocalDaemon/IndexKeeper.h"
+#include "LocalDaemon/RepositoryCheck.h"
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <string>
+
+namespace kelvane {
+
+// Finds out whether the repository can give back what is in it, tells what cannot be given back, and makes
+// the next backup store it again where the disk still has it.
+//
+// The structure (that all packs are there, and all that files consist of is in them) is looked at whenever
+// that is due after a backup; the data is read part by part, so that all of it is read within 90 days. How
+// far that has come, and what is damaged, is kept in a file.
+//
+// Belongs to the backup's thread, which it blocks, except for `order` and `confirmSettingAside`.
+class Verification {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    struct Options {
+        std::string path; // of the file
+        unsigned parts = 240;
+        // For all parts, if the daemon always runs; what it has missed follows as soon as it can.
+        std::chrono::seconds round = std::chrono::days(80);
+        // After it could not find out: nobody answers, for one.
+        std::chrono::milliseconds retry = std::chrono::hours(1);
+    };
+
+    Verification(std::shared_ptr<DaemonState> state, std::shared_ptr<IndexKeeper> keeper, Options options);
+
+    // Everything is to be read now. Any thread.
+    void order();
+    // Damaged packs may be moved away although files that only the backup has lose their whole parts with
+    // them. Any thread.
+    void confirmSettingAside() { maySetAside_ = true; }
+
+    // How long until there is something to do; 0: now.
+    [[nodiscard]] std::chrono::milliseconds timeUntilDue() const;
+    // Does one thing that is due: looks at the structure or reads a part. An outcome that did not succeed:
+    // nothing is known that was not known before.
+    [[nodiscard]] ResticOutcome performDue(const StopSignal& stop);
+
+    // A backup has been made, or something has been forgotten.
+    void noteChange() { isStructureWanted_ = true; }
+    // It costs at most a twentieth of the time, unless somebody waits for it.
+    [[nodiscard]] bool isStructureDue(bool isAwaited) const;
+    [[nodiscard]] ResticOutcome checkStructure(const StopSignal& stop);
+
+    // Whether a backup can store again what is damaged, after `prepareRepair`.
+    [[nodiscard]] bool canRepair() const;
+    [[nodiscard]] ResticOutcome prepareRepair(const StopSignal& stop);
+    // The next whole backup has to look at every file.
+    [[nodiscard]] bool mustStoreAgain() const { return mustStoreAgain_; }
+    void noteStoredAgain();
+    // Some of what is on the disk stays damaged whatever the backup does.
+    [[nodiscard]] bool isBeyondRepair() const { return isStoredDamaged_ && !canRepair(); }
+
+private:
+    [[nodiscard]] ResticOutcome readPart(unsigned part, unsigned parts, const StopSignal& stop);
+    [[nodiscard]] ResticOutcome readNextPart(const StopSignal& stop);
+    [[nodiscard]] ResticOutcome readAll(const StopSignal& stop);
+    // Looks a second time at errors, and takes over what is true then.
+    [[nodiscard]] ResticOutcome take(const CheckReport& report, const StopSignal& stop);
+    [[nodiscard]] bool isNews(const CheckReport& report) const;
+    [[nodiscard]] bool canSetAside() const;
+    void tellOutcome();
+    void tell(std::optional<double> progress);
+    void load();
+    void save() const;
+
+    const std::shared_ptr<DaemonState> state_;
+    const std::shared_ptr<IndexKeeper> keeper_;
+    const Options options_;
+    const RepositoryCheck check_{keeper_->repository()};
+
+    std::atomic<bool> isOrdered_{false};
+    std::atomic<bool> maySetAside_{false};
+
+    // In the file.
+    Damage damage_;
+    std::set<std::string> damagedPacks_; // found by reading, which nothing else finds again
+    bool isIndexStale_ = false;          // it lists packs that are not there
+    bool mustStoreAgain_ = false;
+    unsigned partsRead_ = 0; // of this round
+    std::chrono::system_clock::time_point roundBegan_;
+    std::optional<std::chrono::system_clock::time_point> lastVerified_;
+    std::string lastOutcome_;
+
+    Damage loggedDamage_;
+    std::optional<CheckReport> known_; // what the damage was made of
+    bool isStoredDamaged_ = false;     // files that are on the disk as well
+    bool isStructureWanted_ = true;
+    bool areAllOnDisk_ = true; // the files that have data in damaged packs
+    unsigned orderedPartsRead_ = 0;
+    Clock::time_point structureNotBefore_;
+    Clock::time_point notBefore_;
+};
+
+} // namespace kelvane

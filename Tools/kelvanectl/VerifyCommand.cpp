@@ -1,0 +1,58 @@
+#include "Common/ExtensionProtocol.h"
+#include "Tools/kelvanectl/Commands.h"
+#include "Tools/kelvanectl/JsonText.h"
+#include "Tools/kelvanectl/Session.h"
+#include "Tools/kelvanectl/Terminal.h"
+
+#include <nlohmann/json.hpp>
+
+namespace kelvane::ctl {
+namespace {
+
+struct Look {
+    bool isRunning = false;
+    Value date;
+    std::string outcome;
+    std::uint64_t damagedFiles = 0;
+};
+
+Look lookAt(Session& session) {
+    const BackupState& state = session.state();
+    session.state().updateDaemonState();
+    return {state.verificationProgress().has_value(), state.lastVerifiedDate(), state.lastVerification(),
+            state.damagedFileCount()};
+}
+
+} // namespace
+
+ExitStatus runVerify(CommandLine& line) {
+    bool waits = false;
+    line.parse([&](CLI::App& options) { options.add_flag("--wait", waits); });
+    Look before;
+    std::string refusal;
+    ExitStatus status = askDaemon(line, [&](Session& session) {
+        before = lookAt(session);
+        refusal = session.state().hasExtension(extension::verify) ? session.state().verify()
+                                                                  : "this daemon cannot verify its backup";
+    });
+    Look after;
+    if (status == ExitStatus::Success && !refusal.empty())
+        return complain(ExitStatus::Incomplete, refusal);
+    if (status == ExitStatus::Success && waits)
+        status = askUntil(line, [&](Session& session) {
+            after = lookAt(session);
+            return !after.isRunning;
+        });
+    if (status != ExitStatus::Success || !waits)
+        return status;
+    if (after.damagedFiles > 0 || after.date.isAbsent() || after.date == before.date)
+        status = complain(ExitStatus::Incomplete, after.outcome);
+    const ExitStatus written = finishWith(
+        line.settings().json ? jsonText(nlohmann::ordered_json{{"lastVerification", after.outcome},
+                                                               {"damagedFileCount", after.damagedFiles}},
+                                        true)
+                             : after.outcome + '\n');
+    return status == ExitStatus::Success ? written : status;
+}
+
+} // namespace kelvane::ctl
