@@ -109,6 +109,7 @@ void BackupIndex::append(std::string_view name, std::uint32_t parent, const Back
         added.snapshot = item->snapshot;
         added.uid = item->item.uid;
         added.gid = item->item.gid;
+        added.mode = item->item.mode;
         added.kind = item->item.kind;
     }
     added.parent = parent;
@@ -205,11 +206,11 @@ bool BackupIndex::isDamaged(const Item& item) const {
     if (!damage_ || item.kind == ItemKind::Folder)
         return false;
     const Snapshot* const held = snapshot(item.snapshot);
-    return held && damage_->holds(held->id, indexedName(pathOf(item)));
+    return held && damage_->holds(held->id, nameInResticJson(pathOf(item)));
 }
 
 BackedUpItem BackupIndex::copyOf(const Item& item) const {
-    return {{pathOf(item), item.kind, item.size, item.modified, item.changed, item.uid, item.gid},
+    return {{pathOf(item), item.kind, item.size, item.modified, item.changed, item.uid, item.gid, item.mode},
             item.backedUp,
             item.version,
             item.snapshot};

@@ -43,6 +43,7 @@ public:
         std::uint32_t snapshot = 0; // 0: a folder of which only contents are known
         std::uint32_t uid = 0;
         std::uint32_t gid = 0;
+        std::uint16_t mode = 0;
         ItemKind kind = ItemKind::Folder;
 
     private:

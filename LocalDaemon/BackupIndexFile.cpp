@@ -8,7 +8,7 @@
 namespace kelvane {
 namespace {
 
-constexpr std::string_view mark = "kelvane index 2\n";
+constexpr std::string_view mark = "kelvane index 3\n";
 
 std::uint64_t checksumOf(std::span<const std::uint8_t> bytes) {
     std::uint64_t hash = 14695981039346656037U; // FNV-1a
@@ -109,6 +109,7 @@ void transfer(Stream& stream, Item& item) {
     stream.number(item.snapshot);
     stream.number(item.uid);
     stream.number(item.gid);
+    stream.number(item.mode);
 }
 
 } // namespace

@@ -183,6 +183,7 @@ ChildOutcome Restic::runOnce(const Call& call, bool takesLock, const StopSignal&
     }
     program.grace = call.grace;
     program.hasLowerPriority = call.hasLowerPriority;
+    program.ignoresReadOnlyModes = call.ignoresReadOnlyModes;
     pid_t id = 0;
     if (processes_ && std::ranges::find(program.arguments, noLock) == program.arguments.end())
         program.onStart = [this, &id](pid_t started) {

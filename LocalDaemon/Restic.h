@@ -65,6 +65,9 @@ public:
         // must not be written to, the call is made without one: little is removed there, and a restore that
         // meets it fails and says so.
         bool takesLockIfPossible = false;
+        // As in ChildProgram: restic sets extended attributes after the mode, and says nothing of those that
+        // a mode has kept it from.
+        bool ignoresReadOnlyModes = false;
     };
     [[nodiscard]] ResticOutcome run(const Call& call, const StopSignal& stop) const;
 

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <chrono>
 #include <nlohmann/json.hpp>
+#include <sys/stat.h>
 
 namespace kelvane {
 namespace {
@@ -13,6 +14,9 @@ namespace {
 using Json = nlohmann::json;
 
 constexpr std::size_t decimals = 9;
+// A mode as restic writes it has these bits in other places.
+constexpr std::pair<std::uint32_t, std::uint16_t> modeBits[] = {
+    {1U << 23U, S_ISUID}, {1U << 22U, S_ISGID}, {1U << 20U, S_ISVTX}};
 
 Json parsed(std::string_view text) {
     return Json::parse(text.begin(), text.end(), nullptr, false);
@@ -118,6 +122,15 @@ std::uint64_t sequenceIn(std::string_view tag) {
     return error == std::errc() && end == tag.data() + tag.size() ? sequence : 0;
 }
 
+std::uint16_t modeOf(const Json& object) {
+    const std::uint64_t saved = numberOf(object, "mode");
+    auto mode = static_cast<std::uint16_t>(saved & (S_IRWXU | S_IRWXG | S_IRWXO));
+    for (const auto& [bit, meaning] : modeBits)
+        if ((saved & bit) != 0)
+            mode |= meaning;
+    return mode;
+}
+
 Snapshot snapshotOf(const Json& object, std::string_view partialTag) {
     Snapshot snapshot{textOf(object, "id"), timeOf(object, "time").seconds(), false};
     snapshot.parent = textOf(object, "parent");
@@ -213,6 +226,7 @@ std::optional<ListedItem> itemFrom(std::string_view line) {
     item.changed = timeOf(object, "ctime");
     item.uid = static_cast<std::uint32_t>(numberOf(object, "uid"));
     item.gid = static_cast<std::uint32_t>(numberOf(object, "gid"));
+    item.mode = modeOf(object);
     return listed;
 }
 

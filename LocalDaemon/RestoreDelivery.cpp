@@ -21,8 +21,8 @@ std::string errorText() {
                           : std::generic_category().message(errno);
 }
 
-SavedOwner ownerOf(const BackupIndex::Item& item) {
-    return {item.uid, item.gid};
+SavedAccess accessOf(const BackupIndex::Item& item) {
+    return {item.uid, item.gid, item.mode};
 }
 
 // Where nothing must stand in its way.
@@ -49,6 +49,7 @@ void RestoreDelivery::deliver(const RestorePiece& piece) {
     const FileDescriptor around = folderAround(piece, path, reason);
     if (!around)
         return fail(path, reason);
+    const AccessForOwner access(around.get());
     const FileDescriptor staged = stagedFolder(piece.item->snapshot, std::string(folderOf(path)));
     const std::string name = piece.target.substr(piece.target.rfind('/') + 1);
     deliver({*piece.item, path, piece.target, staged.get(), around.get(), name.empty() ? "." : name},
@@ -92,7 +93,7 @@ FileDescriptor RestoreDelivery::madeParent(const RestorePiece& piece, const std:
     const BackupIndex::Item* const item = saved.empty() ? nullptr : index_.find(saved);
     std::string reason;
     if (const FileDescriptor staged = stagedFolder(piece.item->snapshot, saved); item && staged) {
-        made_.push_back({target, FolderMetadata(staged.get(), ownerOf(*item))});
+        made_.push_back({target, FolderMetadata(staged.get(), accessOf(*item))});
         return makeFolder(around, name, &made_.back().metadata, reason);
     }
     return makeFolder(around, name, nullptr, reason);
@@ -149,7 +150,7 @@ std::string RestoreDelivery::prepare(const Place& place) const {
     struct stat status {};
     if (::fstatat(place.staged, staged.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
         return errorText();
-    const mode_t mode = modeFor(status.st_mode, ownerOf(place.item), status);
+    const mode_t mode = modeFor(accessOf(place.item), status);
     if (mode != (status.st_mode & ~static_cast<mode_t>(S_IFMT)) &&
         ::fchmodat(place.staged, staged.c_str(), mode, 0) != 0)
         return "its mode cannot be set: " + errorText();
@@ -163,7 +164,7 @@ void RestoreDelivery::deliverFolder(const Place& place, bool isAlone) {
     if (isSaved && !staged)
         return fail(place.path, missing);
     const std::optional<FolderMetadata> metadata =
-        isSaved ? std::optional<FolderMetadata>({staged.get(), ownerOf(place.item)}) : std::nullopt;
+        isSaved ? std::optional<FolderMetadata>({staged.get(), accessOf(place.item)}) : std::nullopt;
     std::string reason;
     FileDescriptor target = openFolderIn(place.around, place.name);
     if (!target && errno == ENOENT)
@@ -171,7 +172,7 @@ void RestoreDelivery::deliverFolder(const Place& place, bool isAlone) {
     if (!target)
         return fail(place.path, errno == ENOTDIR ? "something else than a folder stands at " + place.target
                                                  : place.target + ": " + errorText());
-    if (!isAlone)
+    if (const AccessForOwner access(target.get()); !isAlone)
         deliverContents(place, staged.get(), target.get());
     if (metadata)
         reason = metadata->applyTo(target.get(), FolderMetadata::Use::Final);

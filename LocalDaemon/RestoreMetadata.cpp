@@ -2,6 +2,7 @@
 
 #include "LocalDaemon/RestoreStaging.h"
 #include "Platform/FileDescriptor.h"
+#include "Support/Logging.h"
 
 #include <algorithm>
 #include <array>
@@ -49,6 +50,15 @@ bool isAccessRule(const std::string& name) {
     return name.starts_with("system.posix_acl_");
 }
 
+// False with errno.
+bool makeOwnerAccessible(int folder) {
+    struct stat status {};
+    if (::fstat(folder, &status) != 0)
+        return false;
+    return (status.st_mode & S_IRWXU) == S_IRWXU ||
+           ::chmod(pathOfDescriptor(folder).c_str(), (status.st_mode & allBits) | S_IRWXU) == 0;
+}
+
 // Calls `take` for each range of whole blocks that holds nothing but zeros.
 template <class Take>
 bool findZeros(int file, off_t block, Take take) {
@@ -80,25 +90,34 @@ bool findZeros(int file, off_t block, Take take) {
 
 } // namespace
 
-mode_t modeFor(mode_t saved, const SavedOwner& owner, const struct stat& now) {
-    mode_t mode = saved & allBits;
-    const bool isGroups = now.st_gid == owner.group;
-    if (now.st_uid != owner.user || !isGroups)
+mode_t modeFor(const SavedAccess& saved, const struct stat& now) {
+    mode_t mode = saved.mode & allBits;
+    const bool isGroups = now.st_gid == saved.group;
+    if (now.st_uid != saved.user || !isGroups)
         mode &= ~static_cast<mode_t>(S_ISUID | S_ISGID);
     if (!isGroups)
         mode &= ~static_cast<mode_t>(S_IRWXG) | ((mode & S_IRWXO) << groupShift);
     return mode;
 }
 
-FolderMetadata::FolderMetadata(int folder, const SavedOwner& owner) : owner_(owner) {
+AccessForOwner::AccessForOwner(int folder) : path_(pathOfDescriptor(folder)) {
+    struct stat status {};
+    if (::fstat(folder, &status) == 0 && (status.st_mode & S_IRWXU) != S_IRWXU && makeOwnerAccessible(folder))
+        before_ = status.st_mode & allBits;
+}
+
+AccessForOwner::~AccessForOwner() {
+    if (before_ && ::chmod(path_.c_str(), *before_) != 0)
+        KelvaneSystemLog("A folder keeps write permission for its owner: %@", reasonText());
+}
+
+FolderMetadata::FolderMetadata(int folder, const SavedAccess& access) : access_(access) {
     const std::string path = pathOfDescriptor(folder);
-    if (::fstat(folder, &status_) != 0)
+    // Its attributes are read and its contents taken out of it, whatever mode was saved.
+    if (::fstat(folder, &status_) != 0 || !makeOwnerAccessible(folder))
         failure_ = reasonText();
     for (const std::string& name : attributeNames(path))
         attributes_.emplace(name, attribute(path, name));
-    // Its contents are taken out of it, whatever mode was saved.
-    if (failure_.empty() && ::chmod(path.c_str(), (status_.st_mode & allBits) | S_IRWXU) != 0)
-        failure_ = reasonText();
 }
 
 std::string FolderMetadata::applyTo(int folder, Use use) const {
@@ -106,30 +125,32 @@ std::string FolderMetadata::applyTo(int folder, Use use) const {
         return failure_;
     const std::string path = pathOfDescriptor(folder);
     // Root may; what others make stays theirs.
-    if (::chown(path.c_str(), owner_.user, owner_.group) != 0 && errno != EPERM)
+    if (::chown(path.c_str(), access_.user, access_.group) != 0 && errno != EPERM)
         return "its owner cannot be set: " + reasonText();
+    if (!makeOwnerAccessible(folder)) // attributes need it
+        return "its mode cannot be set: " + reasonText();
     if (std::string reason = replaceAttributes(path); !reason.empty())
         return reason;
     struct stat now {};
     const mode_t owners = use == Use::BeingFilled ? mode_t{S_IRWXU} : mode_t{0};
     const std::array<timespec, 2> times{status_.st_atim, status_.st_mtim};
-    if (::fstat(folder, &now) != 0 ||
-        ::chmod(path.c_str(), modeFor(status_.st_mode, owner_, now) | owners) != 0 ||
+    if (::fstat(folder, &now) != 0 || ::chmod(path.c_str(), modeFor(access_, now) | owners) != 0 ||
         ::utimensat(AT_FDCWD, path.c_str(), times.data(), 0) != 0)
         return "its mode or times cannot be set: " + reasonText();
     return {};
 }
 
-// What a file system does not know is left out, as is what only root may set; an access rule that was saved
-// may be a narrower one than the mode.
+// What a file system does not know is left out, except for an access rule, which may be narrower than the
+// mode; so is what only root may set.
 std::string FolderMetadata::replaceAttributes(const std::string& path) const {
     for (const std::string& name : attributeNames(path))
         if (isOfTheBackup(name) && !attributes_.contains(name) &&
             ::removexattr(path.c_str(), name.c_str()) != 0 && errno != ENODATA)
             return "its attribute " + name + " cannot be taken off: " + reasonText();
     for (const auto& [name, value] : attributes_)
-        if (::setxattr(path.c_str(), name.c_str(), value.data(), value.size(), 0) != 0 && isAccessRule(name))
-            return "its access rules cannot be set: " + reasonText();
+        if (::setxattr(path.c_str(), name.c_str(), value.data(), value.size(), 0) != 0 &&
+            isOfTheBackup(name) && (errno != ENOTSUP || isAccessRule(name)))
+            return "its attribute " + name + " cannot be set: " + reasonText();
     return {};
 }
 

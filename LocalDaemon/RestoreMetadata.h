@@ -1,26 +1,42 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 #include <sys/stat.h>
 #include <vector>
 
 namespace kelvane {
 
-struct SavedOwner {
+struct SavedAccess {
     uid_t user = 0;
     gid_t group = 0;
+    mode_t mode = 0;
 };
 
 // A saved mode for something that may have another owner now: it gives nobody more than was saved. A program
 // does not run as somebody it was not meant for, and another group may do what everybody may.
-[[nodiscard]] mode_t modeFor(mode_t saved, const SavedOwner& owner, const struct stat& now);
+[[nodiscard]] mode_t modeFor(const SavedAccess& saved, const struct stat& now);
 
-// A folder's mode, owner, times and extended attributes, as they are when it is made: what is then taken out
-// of the folder changes its times. Folders are descriptors, of which O_PATH is enough. Blocks on the disk.
+// The owner of a folder may do everything in it, for as long as this lives, where this user may see to that.
+class AccessForOwner {
+public:
+    explicit AccessForOwner(int folder);
+    ~AccessForOwner();
+    AccessForOwner(const AccessForOwner&) = delete;
+    AccessForOwner& operator=(const AccessForOwner&) = delete;
+
+private:
+    const std::string path_;
+    std::optional<mode_t> before_; // none: it is as it was
+};
+
+// A folder's mode and owner, and the times and extended attributes of the staged one, as they are when this
+// is made: what is then taken out of the folder changes its times. Folders are descriptors, of which O_PATH
+// is enough. Blocks on the disk.
 class FolderMetadata {
 public:
-    FolderMetadata(int folder, const SavedOwner& owner);
+    FolderMetadata(int folder, const SavedAccess& access);
 
     enum class Use { BeingFilled, Final }; // while it is filled its owner may do everything
     // What was not saved is taken off. An owner that only root may give stays as it is. Empty, or why it
@@ -30,7 +46,7 @@ public:
 private:
     [[nodiscard]] std::string replaceAttributes(const std::string& path) const;
 
-    SavedOwner owner_;
+    SavedAccess access_;
     struct stat status_ {};
     std::map<std::string, std::vector<char>> attributes_;
     std::string failure_; // to read it

@@ -263,6 +263,7 @@ RestoreRun::Fetching RestoreRun::callRestic(std::vector<std::string> arguments, 
     call.patience = call.patienceWithRetries = forEver; // the watch is the one to lose it
     call.grace = grace;
     call.takesLockIfPossible = true;
+    call.ignoresReadOnlyModes = true; // the delivery sets the modes
     std::string said;
     call.onErrorLine = [&](std::string_view line) {
         if (said.size() < mostErrorBytes)

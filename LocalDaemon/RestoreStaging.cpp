@@ -31,6 +31,11 @@ bool isWritable(const FileDescriptor& folder) {
     return ::faccessat(folder.get(), ".", W_OK | X_OK, AT_EACCESS) == 0;
 }
 
+bool isOwn(const FileDescriptor& folder) {
+    struct stat status {};
+    return ::fstat(folder.get(), &status) == 0 && status.st_uid == ::geteuid();
+}
+
 // From `folder` down; the path has no separator at its front.
 FileDescriptor descend(FileDescriptor folder, std::string_view path) {
     while (folder && !path.empty()) {
@@ -113,25 +118,29 @@ std::string targetWithoutLinks(const std::string& target) {
 }
 
 StagingPlace stagingPlaceFor(const std::string& target, bool isFolder) {
-    if (isFolder)
-        if (const FileDescriptor there = openFolder(target)) {
-            if (isWritable(there))
-                return {StagingPlace::Kind::Ready, target, {}};
-            return {StagingPlace::Kind::Contents, {}, {}};
-        }
+    const FileDescriptor there = isFolder ? openFolder(target) : FileDescriptor();
+    if (there && isWritable(there))
+        return {StagingPlace::Kind::Ready, target, {}};
     std::string around(folderOf(target));
     FileDescriptor folder = openFolder(around);
-    while (!folder && errno == ENOENT && around != "/") {
+    // One of this user's that is only protected from writing is opened for as long as it takes.
+    const auto mustLookFurther = [&] {
+        return folder ? !isWritable(folder) && isOwn(folder) : errno == ENOENT;
+    };
+    while ((!there || isOwn(there)) && mustLookFurther() && around != "/") {
         around = folderOf(around);
         folder = openFolder(around);
     }
-    if (!folder && errno == ENOTDIR)
-        return {StagingPlace::Kind::Nowhere, {}, around + " is no folder, or is reached through a link"};
-    if (!folder)
-        return {StagingPlace::Kind::Nowhere, {}, around + ": " + reasonText()};
-    if (!isWritable(folder))
+    if (folder && isWritable(folder) && (!there || isOwn(there)))
+        return {StagingPlace::Kind::Ready, around, {}};
+    if (there)
+        return {StagingPlace::Kind::Contents, {}, {}};
+    if (folder)
         return {StagingPlace::Kind::Nowhere, {}, "nothing can be written in " + around};
-    return {StagingPlace::Kind::Ready, around, {}};
+    return {StagingPlace::Kind::Nowhere,
+            {},
+            errno == ENOTDIR ? around + " is no folder, or is reached through a link"
+                             : around + ": " + reasonText()};
 }
 
 StagingFolder::StagingFolder(const std::string& around, const std::string& name) {

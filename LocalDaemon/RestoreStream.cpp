@@ -24,9 +24,6 @@ using Json = nlohmann::json;
 
 constexpr std::size_t longestTree = std::size_t{1} << 30U; // bytes of JSON
 constexpr std::size_t blockSize = 4096;
-// A mode as restic writes it has these bits in other places.
-constexpr std::pair<std::uint32_t, mode_t> modeBits[] = {
-    {1U << 23U, S_ISUID}, {1U << 22U, S_ISGID}, {1U << 20U, S_ISVTX}};
 
 std::string reasonText() {
     return std::generic_category().message(errno);
@@ -147,16 +144,11 @@ std::string fill(int file, const Restic& restic, const std::string& snapshotId, 
                : "it has come out of the backup as something else than was saved";
 }
 
-// An owner that only root may give stays as it is; what rights that would widen falls when it is delivered.
+// An owner that only root may give stays as it is. The mode is for the delivery: it may forbid the
+// attributes.
 std::string applyNode(int file, const Json& node, const BackupIndex::Item& item) {
     if (::fchown(file, item.uid, item.gid) != 0 && errno != EPERM)
         return "its owner cannot be set: " + reasonText();
-    const auto saved = node.value("mode", std::uint32_t{0});
-    mode_t mode = saved & (S_IRWXU | S_IRWXG | S_IRWXO);
-    for (const auto& [bit, meaning] : modeBits)
-        mode |= (saved & bit) != 0 ? meaning : 0;
-    if (::fchmod(file, mode) != 0)
-        return "its mode cannot be set: " + reasonText();
     for (const Json& each : node.value("extended_attributes", Json::array())) {
         const std::string name = each.value("name", "");
         const std::string value = decodedBase64(each.value("value", ""));

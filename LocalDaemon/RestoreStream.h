@@ -9,8 +9,8 @@
 namespace kelvane {
 
 // Brings one file into the staging folder, where the folder around it has to be, without the blocks that hold
-// nothing but zeros: `restic restore` would write those too. Its mode, owner, times and extended attributes
-// come as they were saved. Blocks on restic, half a second for each folder on the way and then as long as it
+// nothing but zeros: `restic restore` would write those too. Its owner, times and extended attributes come
+// as they were saved. Blocks on restic, half a second for each folder on the way and then as long as it
 // takes. Empty, or why it failed.
 struct StreamedFile {
     const BackupIndex::Item& item;

@@ -64,6 +64,7 @@ struct SnapshotItem {
     FileTime changed = {}; // also by a rename or a change of owner or mode
     std::uint32_t uid = 0;
     std::uint32_t gid = 0;
+    std::uint16_t mode = 0; // the permissions, with setuid, setgid and sticky
 };
 
 // The snapshots from the first made to the last, whatever the clock said: those without a sequence number are

@@ -47,6 +47,9 @@ struct ChildProgram {
     std::function<bool(std::string_view)> isTrouble = [](std::string_view) { return false; };
     std::chrono::milliseconds grace = std::chrono::seconds(10); // and that long to end when it is told to
     bool hasLowerPriority = false;                              // than everything else on the machine
+    // Whenever it, or what it starts, gives a file a mode without write permission for the owner, nothing
+    // happens and it is told that all went well. Without effect where the system cannot filter calls.
+    bool ignoresReadOnlyModes = false;
 };
 
 struct ChildOutcome {

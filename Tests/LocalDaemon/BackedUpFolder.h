@@ -36,10 +36,15 @@ public:
             indexWith(*index_, "repository", snapshots.back(), std::move(contents.items)));
     }
     void pretendBackUp() {
-        std::vector<SnapshotItem> items{{home(), ItemKind::Folder}};
-        for (const auto& entry : std::filesystem::recursive_directory_iterator(home()))
+        std::vector<SnapshotItem> items;
+        const auto add = [&items](const std::filesystem::directory_entry& entry) {
             items.push_back({entry.path(), entry.is_directory() ? ItemKind::Folder : ItemKind::File,
                              entry.is_directory() ? 0 : entry.file_size()});
+            items.back().mode = static_cast<std::uint16_t>(entry.status().permissions());
+        };
+        add(std::filesystem::directory_entry(home()));
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(home()))
+            add(entry);
         index_ = std::make_shared<BackupIndex>(
             indexWith(*index_, "repository", {std::string(64, 'a'), 1}, std::move(items)));
     }

@@ -1,6 +1,11 @@
 #include "Tests/LocalDaemon/RestoreQueueFixture.h"
 
+#include <linux/capability.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/xattr.h>
+#include <thread>
+#include <unistd.h>
 
 namespace kelvane::tests {
 namespace {
@@ -118,6 +123,57 @@ TEST_F(RestoringTest, ThePlaceAddsNoRightsAndMissingFoldersComeAsTheyWere) {
     expected.erase("/g");
     EXPECT_EQ(picture(home("d")), expected);
     EXPECT_EQ(modeOf(home("d")), 0750U);
+}
+
+// Calls `work` on a thread that the modes of files apply to, also when the tests run as root.
+template <class Work>
+void asOrdinaryUser(Work work) {
+    std::thread([&work] {
+        __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+        __user_cap_data_struct sets[2]{};
+        ::prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE);
+        ASSERT_EQ(::syscall(SYS_capget, &header, sets), 0);
+        for (std::uint32_t* const set : {&sets[0].effective, &sets[0].permitted, &sets[0].inheritable})
+            *set &= ~(1U << CAP_DAC_OVERRIDE);
+        ASSERT_EQ(::syscall(SYS_capset, &header, sets), 0);
+        work();
+    }).join();
+}
+
+TEST_F(RestoringTest, AttributesOfWhatNobodyMayWriteComeBackAndWriteProtectedFoldersTakeThem) {
+    const std::vector<std::pair<const char*, mode_t>> items{{"d/f", 0400}, {"d/g", 0},    {"d/e/f", 04555},
+                                                            {"d/e", 0500}, {"d/none", 0}, {"d", 0500}};
+    fs::create_directories(home("d/none"));
+    for (const char* name : {"d/f", "d/g", "d/e/f"})
+        folder_.write(std::string("home/") + name, name);
+    for (const auto& [name, mode] : items) {
+        ASSERT_EQ(::setxattr(home(name).c_str(), "user.saved", name, 2, 0), 0) << name;
+        ASSERT_EQ(::chmod(home(name).c_str(), mode), 0);
+        setTime(home(name));
+    }
+    folder_.backUp();
+    const auto before = picture(home("d"));
+    fs::permissions(home("d/e"), fs::perms::owner_all);
+    folder_.write("home/d/e/f", "changed");
+    fs::permissions(home("d/e"), fs::perms::owner_read | fs::perms::owner_exec);
+    asOrdinaryUser([&] {
+        start();
+        restore(home("d/e/f"), home("d/e/f"));
+        for (const std::string& target : {home("d"), folder_ / "out/d"}) {
+            const std::uint32_t job = restore(home("d"), target);
+            EXPECT_EQ(queue_->failures(job), "");
+        }
+        queue_.reset();
+    });
+    EXPECT_TRUE(ends_.front().empty()) << ends_.front().front().reason;
+    for (const std::string& target : {folder_.home(), folder_ / "out"}) {
+        EXPECT_EQ(picture(target + "/d"), before);
+        for (const auto& [name, mode] : items) {
+            EXPECT_EQ(::getxattr((target + '/' + name).c_str(), "user.saved", nullptr, 0), 2)
+                << target << name;
+            EXPECT_EQ(modeOf(target + '/' + name), mode) << target << name;
+        }
+    }
 }
 
 // Either the one who restores may not give it, or restic has not.
