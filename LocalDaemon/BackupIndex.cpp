@@ -237,6 +237,12 @@ bool isUnchanged(const BackupIndex::Item& item, const FileAttributes& attributes
            isKeptAs(item.modified, attributes.modified) && isKeptAs(item.changed, attributes.statusChanged);
 }
 
+bool hasSavedAttributes(const BackupIndex::Item& folder, std::uint32_t uid, std::uint32_t gid,
+                        FileTime modified, FileTime changed) {
+    const bool isOnlyChanged = isKeptAs(folder.modified, modified) && !isKeptAs(folder.changed, changed);
+    return folder.uid == uid && folder.gid == gid && !isOnlyChanged;
+}
+
 namespace {
 
 BackupIndex withContents(const BackupIndex& before, const std::string& repositoryId,

@@ -77,6 +77,10 @@ FolderContents contentsOfFolder(const std::string& path, const std::atomic<bool>
         contents.error = errno;
         return contents;
     }
+    contents.modified = FileTime(own.st_mtim);
+    contents.changed = FileTime(own.st_ctim);
+    contents.uid = own.st_uid;
+    contents.gid = own.st_gid;
     while (const dirent* const entry = stopping ? nullptr : nextEntry(*folder, contents.error)) {
         const char* const name = &entry->d_name[0];
         if (isSelfOrParent(name))
@@ -85,10 +89,13 @@ FolderContents contentsOfFolder(const std::string& path, const std::atomic<bool>
         const Passage passage = sieve(name);
         struct stat status {};
         // Asking about a folder must not mount what is mounted there on demand.
-        if (passage != Passage::Refused &&
-            ::fstatat(::dirfd(folder.get()), name, &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) == 0 &&
-            (passage == Passage::AnyFileSystem || status.st_dev == own.st_dev))
+        if (passage == Passage::Refused ||
+            ::fstatat(::dirfd(folder.get()), name, &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0)
+            continue;
+        if (passage == Passage::AnyFileSystem || status.st_dev == own.st_dev)
             count(contents, name, status, isWaiting);
+        else
+            contents.mountPoints.emplace_back(name);
     }
     std::sort(contents.subfolders.begin(), contents.subfolders.end());
     return contents;

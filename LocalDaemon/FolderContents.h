@@ -15,7 +15,7 @@ namespace kelvane {
 struct FolderCounts {
     FileTotals files;               // a file with two names counts under each
     FileTotals waiting;             // of those
-    std::uint64_t otherWaiting = 0; // links and empty folders
+    std::uint64_t otherWaiting = 0; // links, empty folders, folders' own attributes, and deletions
 
     FolderCounts& operator+=(const FolderCounts& other) {
         files += other.files;
@@ -38,7 +38,14 @@ struct FolderContents {
     int error = 0; // errno's number; 0: all of it could be read
     FolderCounts own;
     std::vector<std::string> subfolders; // sorted
-    bool isEmpty = true;                 // there is nothing at all in it, whatever counts
+    // Folders of other file systems, which do not count. restic notes their names in the folder.
+    std::vector<std::string> mountPoints;
+    bool isEmpty = true; // there is nothing at all in it, whatever counts
+    // Of the folder itself.
+    FileTime modified = {};
+    FileTime changed = {};
+    std::uint32_t uid = 0;
+    std::uint32_t gid = 0;
 };
 
 // A file or link as it stands in its folder.

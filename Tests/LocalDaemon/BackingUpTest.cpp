@@ -109,6 +109,12 @@ TEST_F(BackingUp, FollowsTheFilesTheRulesAndTheModes) {
     EXPECT_EQ(kept["backupFlags"].uint32Value() & Backup_Missing, Backup_Missing);
     EXPECT_EQ(kept["version"], 1);
 
+    // What is excluded is to leave the backup, which only a snapshot without it says.
+    ASSERT_TRUE(comesTo([&] { return pane->state("serviceState") == 5; }));
+    pane->call<"setPriorityBackup:">("/");
+    ASSERT_TRUE(comesToRest(4, 18));
+    EXPECT_EQ(snapshots(), 3U);
+
     start(); // the index is there before restic is asked
     EXPECT_EQ(colors({in("a/b/file")}), Array{blue});
     ASSERT_TRUE(comesToRest(4, 18));

@@ -9,6 +9,7 @@
 #include <random>
 #include <sys/fsuid.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 
 namespace kelvane {
 namespace {
@@ -122,6 +123,64 @@ TEST(FolderScan, FollowsWhatChanges) {
     const auto index = std::make_shared<const BackupIndex>();
     scan.scan.setIndex(index);
     EXPECT_TRUE(scan.awaits([&] { return scan.last.index == index && scan.changedFolders.empty(); }));
+}
+
+// As it would be after a backup of the folder as it stands now.
+std::shared_ptr<const BackupIndex> indexOf(const TemporaryFolder& home, std::uint32_t number) {
+    std::vector<BackedUpItem> items;
+    const auto add = [&](const std::string& path) {
+        struct stat status {};
+        ASSERT_EQ(::lstat(path.c_str(), &status), 0);
+        const ItemKind kind = S_ISDIR(status.st_mode)   ? ItemKind::Folder
+                              : S_ISLNK(status.st_mode) ? ItemKind::Link
+                                                        : ItemKind::File;
+        items.push_back({{path, kind, static_cast<std::uint64_t>(status.st_size), FileTime(status.st_mtim),
+                          FileTime(status.st_ctim), status.st_uid, status.st_gid},
+                         0,
+                         number,
+                         number});
+    };
+    add(home.path());
+    for (const auto& entry : fs::recursive_directory_iterator(home.path()))
+        add(entry.path());
+    BackupIndex::Snapshots snapshots;
+    snapshots[number].id = std::to_string(number);
+    return std::make_shared<const BackupIndex>("repository", snapshots, items);
+}
+
+TEST(FolderScan, ADeletionAndNewAttributesOfAFolderCallForABackup) {
+    const TemporaryFolder home;
+    home.write("a/file", "1");
+    home.write("a/b/file", "2");
+    fs::create_directory(home / "empty");
+    fs::create_symlink("x", home / "link");
+    WatchedScan scan(home);
+    ASSERT_TRUE(scan.comesTo({2, 2}));
+    const auto replace = [&] {
+        fs::remove(home / "empty");
+        fs::create_symlink("x", home / "empty");
+    };
+    const struct {
+        const char* what;
+        std::function<void()> act;
+    } steps[] = {
+        {"a file deleted", [&] { fs::remove(home / "a/file"); }},
+        {"a folder deleted", [&] { fs::remove_all(home / "a/b"); }},
+        {"a link deleted", [&] { fs::remove(home / "link"); }},
+        {"another mode", [&] { fs::permissions(home / "a", fs::perms::owner_all); }},
+        {"an attribute", [&] { EXPECT_EQ(::setxattr((home / "a").c_str(), "user.x", "1", 1, 0), 0); }},
+        {"a folder that became a link", replace},
+    };
+    std::uint32_t number = 0;
+    for (const auto& [what, act] : steps) {
+        const auto before = indexOf(home, ++number);
+        scan.scan.setIndex(before);
+        ASSERT_TRUE(scan.awaits([&] { return scan.last.index == before && scan.last.otherWaiting == 0; }))
+            << what;
+        act();
+        EXPECT_TRUE(scan.awaits([&] { return scan.last.otherWaiting == 1 && !scan.last.isScanning; }))
+            << what;
+    }
 }
 
 // And counts nothing but regular files, none of them through a link.
