@@ -102,6 +102,8 @@ Verdict verdictFor(const BackupRules& rules, std::string_view path) {
 }
 
 std::optional<Verdict> ruleAt(const BackupRules& rules, std::string_view path) {
+    if (rules.absentDisks.contains(path))
+        return Verdict{Verdict::Reason::AbsentDisk, std::string(path)};
     if (auto rule = personalRuleAt(rules, path))
         return rule;
     if (path.substr(path.rfind('/') + 1).starts_with(stagingPrefix))
@@ -130,7 +132,8 @@ std::set<std::string> scanRoots(const BackupRules& rules) {
     if (rules.automaticMode) {
         // One below another is reached from there.
         for (const std::string_view folder : automaticFolders(rules))
-            if (folder == "/" || !verdictFor(rules, folderOf(folder)).isIn())
+            if (!rules.absentDisks.contains(folder) &&
+                (folder == "/" || !verdictFor(rules, folderOf(folder)).isIn()))
                 roots.emplace(folder);
         return roots;
     }
@@ -167,10 +170,13 @@ PathRules withManualSelection(const BackupRules& automatic) {
 std::set<std::string> changedRules(const BackupRules& before, const BackupRules& now) {
     if (before.automaticMode != now.automaticMode)
         return {"/"};
-    if (now.automaticMode)
-        return difference(before.paths.exclusions, now.paths.exclusions,
-                          [](const std::string& path) { return path; });
-    return difference(before.paths.marks, now.paths.marks, [](const auto& mark) { return mark.first; });
+    const auto pathItself = [](const std::string& path) { return path; };
+    std::set<std::string> changed =
+        now.automaticMode
+            ? difference(before.paths.exclusions, now.paths.exclusions, pathItself)
+            : difference(before.paths.marks, now.paths.marks, [](const auto& mark) { return mark.first; });
+    changed.merge(difference(before.absentDisks, now.absentDisks, pathItself));
+    return changed;
 }
 
 } // namespace kelvane

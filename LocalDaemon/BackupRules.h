@@ -34,6 +34,10 @@ struct BackupRules {
     std::vector<std::string> policy;
     PathRules paths;
     std::vector<std::string> volumes = {}; // further folders that automatic mode backs up
+    // Mount points of disks that are away: what stands there is not what was backed up, and is left alone.
+    std::set<std::string, std::less<>> absentDisks = {};
+
+    friend bool operator==(const BackupRules&, const BackupRules&) = default;
 };
 
 struct Verdict {
@@ -48,6 +52,7 @@ struct Verdict {
         OutsideHome,
         NotAdded,
         OtherFileSystem, // than what was added: nothing goes down into what is mounted below
+        AbsentDisk,      // it belongs on a disk that is away
         NoFile,          // nor folder nor link: there is nothing in it to keep
     };
 
@@ -61,7 +66,8 @@ struct Verdict {
 // Whether a file at an absolute path is to be in the backup, by which rule, and why. In automatic mode that
 // is the home folder and the volumes less exclusions and policy, in manual mode what was added less what was
 // removed below it and policy. The nearest rule on the way up decides, and at one path a person's before the
-// policy's. Gives none of the last two reasons, which only the disk knows.
+// policy's. Gives neither
+// OtherFileSystem nor NoFile, which only the disk knows.
 [[nodiscard]] Verdict verdictFor(const BackupRules& rules, std::string_view path);
 
 // The rule that stands at this very path. None: it is as the folder around it.

@@ -315,7 +315,7 @@ std::uint32_t DaemonState::currentServiceState() const {
 DaemonState::Rules DaemonState::currentRules() const {
     return std::make_shared<BackupRules>(BackupRules{settings_.automaticMode, configuration_.home,
                                                      configuration_.policy, settings_.paths,
-                                                     configuration_.volumes});
+                                                     configuration_.volumes, absentDisks_});
 }
 
 void DaemonState::takeSettings(const Settings& settings) {
@@ -323,14 +323,17 @@ void DaemonState::takeSettings(const Settings& settings) {
         settings.automaticMode != settings_.automaticMode || settings.paths != settings_.paths;
     settings_ = settings;
     ++settingsVersion_;
-    if (areOtherRules) {
-        ++changes_;
-        const Rules before = std::exchange(rules_, currentRules());
-        if (rulesListener_)
-            rulesListener_(rules_);
-        announceRules(*before);
-    }
+    if (areOtherRules)
+        changeRules();
     announce();
+}
+
+void DaemonState::changeRules() {
+    ++changes_;
+    const Rules before = std::exchange(rules_, currentRules());
+    if (rulesListener_)
+        rulesListener_(rules_);
+    announceRules(*before);
 }
 
 void DaemonState::announceRules(const BackupRules& before) const {

@@ -10,6 +10,7 @@
 #include "LocalDaemon/RestoreJob.h"
 #include "LocalDaemon/ServiceState.h"
 #include "LocalDaemon/Settings.h"
+#include "Platform/FileSystem.h"
 #include "Platform/Volumes.h"
 
 #include <chrono>
@@ -19,6 +20,8 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
+#include <string>
 
 namespace kelvane {
 
@@ -101,8 +104,13 @@ public:
     // Never null when `mounted` is not.
     [[nodiscard]] std::shared_ptr<const Volumes> withMissing(std::shared_ptr<const Volumes> mounted) const;
 
-    // The mount point of the remembered disk that the path belongs on and that is not mounted; empty: none.
-    [[nodiscard]] std::string missingDiskOf(const std::string& path, const Volumes& mounted) const;
+    // Finds out which remembered disks are not mounted, and have nothing in their place. Nothing is backed up
+    // from there, and nothing counts as deleted. Blocks on the disk, without the mutex.
+    void lookForAbsentDisks(const FileSystem& fileSystem);
+    // The mount point of the absent disk that the path belongs on; empty: none.
+    [[nodiscard]] std::string absentDiskOf(const std::string& path) const;
+    // Those whose files are in the backup.
+    [[nodiscard]] std::set<std::string, std::less<>> absentDisksInBackup() const;
 
     // Rounded up, so that 0 says that nothing is paused.
     [[nodiscard]] std::uint32_t pausedMinutes() const;
@@ -165,6 +173,7 @@ private:
     [[nodiscard]] std::string currentStatusText(std::uint32_t service) const;
     [[nodiscard]] Rules currentRules() const;
     void takeSettings(const Settings& settings);
+    void changeRules();
     void announceRules(const BackupRules& before) const;
     void announceFiles(const std::vector<std::string>& paths) const;
     void announce();
@@ -200,6 +209,7 @@ private:
     BackupActivity activity_;
     std::uint64_t changes_ = 0;
     Settings settings_;
+    std::set<std::string, std::less<>> absentDisks_;
     Rules rules_;
     std::uint64_t settingsVersion_ = 0;
     std::optional<ScanReport> scan_;

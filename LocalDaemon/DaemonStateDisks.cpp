@@ -28,15 +28,34 @@ std::shared_ptr<const Volumes> DaemonState::withMissing(std::shared_ptr<const Vo
     return std::make_shared<const Volumes>(bootName, std::move(all));
 }
 
-std::string DaemonState::missingDiskOf(const std::string& path, const Volumes& mounted) const {
-    const auto isMounted = [&](const std::string& disk) {
-        return std::ranges::find(mounted.all(), disk, &Volume::mountPoint) != mounted.all().end();
-    };
+void DaemonState::lookForAbsentDisks(const FileSystem& fileSystem) {
+    const auto mounted = fileSystem.volumes();
+    std::set<std::string, std::less<>> absent;
+    for (const std::string& disk : settings().disks)
+        if (std::ranges::find(mounted->all(), disk, &Volume::mountPoint) == mounted->all().end() &&
+            fileSystem.list(disk, 1).names.empty())
+            absent.insert(disk);
     const std::scoped_lock guard(mutex_);
-    const auto disk = std::ranges::find_if(settings_.disks, [&](const std::string& each) {
-        return (path == each || path.starts_with(withSeparator(each))) && !isMounted(each);
+    if (absent == absentDisks_)
+        return;
+    absentDisks_ = std::move(absent);
+    changeRules();
+    announce();
+}
+
+std::string DaemonState::absentDiskOf(const std::string& path) const {
+    const std::scoped_lock guard(mutex_);
+    const auto disk = std::ranges::find_if(absentDisks_, [&](const std::string& each) {
+        return path == each || path.starts_with(withSeparator(each));
     });
-    return disk == settings_.disks.end() ? std::string() : *disk;
+    return disk == absentDisks_.end() ? std::string() : *disk;
+}
+
+std::set<std::string, std::less<>> DaemonState::absentDisksInBackup() const {
+    const std::scoped_lock guard(mutex_);
+    std::set<std::string, std::less<>> disks = absentDisks_;
+    std::erase_if(disks, [&](const std::string& disk) { return !isInBackup(disk); });
+    return disks;
 }
 
 bool DaemonState::isInBackup(const std::string& path) const {

@@ -153,6 +153,7 @@ std::string LocalDaemon::makeWorld() {
         state_->raiseAlert(*loading.alert);
     state_->checkSelection();
     state_->noteDisks(*volumes_);
+    state_->lookForAbsentDisks(*options_.fileSystem);
     tree_ = std::make_shared<FolderTree>();
     nodes_ = std::make_shared<NodeAnswers>(state_, options_.fileSystem, tree_);
     Verification::Options verification = options_.verification;
@@ -214,11 +215,11 @@ void LocalDaemon::makeRestores() {
         state->endRestore(failures);
     };
     options.refusal = [state = state_, fileSystem = options_.fileSystem](const std::string& target) {
-        const std::string disk = state->missingDiskOf(target, *fileSystem->volumes());
-        return disk.empty() || !fileSystem->list(disk, 1).names.empty()
-                   ? std::string()
-                   : "the disk that belongs at " + disk +
-                         " is not there: connect it, or choose another place";
+        state->lookForAbsentDisks(*fileSystem);
+        const std::string disk = state->absentDiskOf(target);
+        return disk.empty() ? std::string()
+                            : "the disk that belongs at " + disk +
+                                  " is not there: connect it, or choose another place";
     };
     options.onWait = [state = state_](const std::string& reason) {
         if (reason.empty())
@@ -272,6 +273,7 @@ void LocalDaemon::makeKey() {
 void LocalDaemon::refresh() {
     state_->refresh();
     keeper_->noteClock();
+    state_->lookForAbsentDisks(*options_.fileSystem);
     // What is mounted over a watched folder is not told as a change of it.
     const auto volumes = options_.fileSystem->volumes();
     if (haveSamePlaces(*std::exchange(volumes_, volumes), *volumes))

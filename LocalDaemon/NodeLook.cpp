@@ -27,6 +27,7 @@ constexpr ReasonRow reasonRows[] = {
     {Reason::OutsideHome, 0, 0, true, "Outside the home folder"},
     {Reason::NotAdded, 0, 0, true, "Not added to the backup"},
     {Reason::OtherFileSystem, 0, 0, true, "On another file system"},
+    {Reason::AbsentDisk, 0, 0, false, "On a disk that is away"},
     {Reason::NoFile, 0, 0, false, "Neither file nor folder nor link"},
 };
 
