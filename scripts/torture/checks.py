@@ -6,7 +6,7 @@ import os
 from torture import tree
 from torture.model import is_below, relative
 from torture.tree import shown
-from torture.world import Finding
+from torture.world import Finding, clear
 
 GREEN, YELLOW = 2, 3
 IDLE = 8
@@ -129,6 +129,8 @@ def restored(world, model, outcome, wanted, place, root, *, allowed=frozenset(),
     if outcome.code not in (0, 3):
         complain("rule 8", f"`restore` ends with {outcome.code}: {outcome.errors.strip()}")
     found = tree.look(place)
+    if fresh:
+        clear(os.fsdecode(os.path.dirname(place)))
     owner = world.owner or None
     bad, unnamed, needless = [], [], []
     for name, entry in wanted.items():
@@ -176,7 +178,7 @@ def nothing_else(model, found, wanted, root, strict):
             continue
         past = [version.entry for version in model.past.get(path, [])]
         if strict or not any(entry.kind == each.kind and entry.content == each.content for each in past):
-            extra.append(shown(path))
+            extra.append(f"{shown(path)}, a {entry.kind}")
     if extra:
         complain("rule 3", "restored, and was not in the folder when it was last backed up", extra)
 
@@ -186,10 +188,7 @@ def nothing_else(model, found, wanted, root, strict):
 
 def kept(world, model):
     """Rule 1: each version that must be there is in a snapshot that is there and gives it."""
-    listed = world.snapshots()
-    if listed is None:
-        complain("rule 1", "restic cannot list the snapshots")
-    there = {each["id"] for each in listed}
+    there = {each["id"] for each in world.snapshots()}
     lost, needed = [], set()
     for path, version in model.required():
         alive = [each for each in version.snapshots if each in there]
@@ -217,6 +216,7 @@ def gives(world, model, identifier):
             if other is None or (entry.kind, entry.content) != (other.kind, other.content):
                 wrong.append(f"{shown(os.path.join(base, name))}: {entry.kind} {entry.content[:40]!r}, found "
                              f"{other and (other.kind, other.content[:40])}")
+    clear(folder)
     if wrong:
         complain("rule 1", f"snapshot {identifier[:8]} does not give what was backed up "
                            f"(restic: {run.stderr.decode('utf-8', 'replace')[-300:]})", wrong)

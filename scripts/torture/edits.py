@@ -77,8 +77,7 @@ def rename(maker, chance):
         return create(maker, chance)
     if chance.random() < 0.2:
         other = chance.choice(paths)
-        if not any(one != path and one.startswith(each + b"/") or other == path
-                   for each in (path, other) for one in (path, other, to)):
+        if other != path and not any(one.startswith(each + b"/") for one in (path, other, to) for each in (path, other)):
             os.rename(path, to)
             os.rename(other, path)
             os.rename(to, other)
@@ -116,7 +115,7 @@ def exchange_kind(maker, chance):
         maker.adorn(chance, path)
         maker.make(chance, os.path.join(path, names.plain(chance)))
     elif to == "link":
-        os.symlink(chance.choice([b"elsewhere", b"/", b".."]), path)
+        os.symlink(chance.choice([b"elsewhere", maker.root, b"."]), path)
         maker.adorn(chance, path)
     else:
         with open(path, "wb") as file:

@@ -136,7 +136,7 @@ def automatic(round_, chance):
     changed = {path for path in model.differs(now) if not model.is_only_time(path, now)} | (set(model.newest) - set(now))
     world.start()
     if changed and not model.unread:
-        world.wait(lambda: any(each["id"] not in model.known for each in world.snapshots() or []),
+        world.wait(round_.new_snapshots,
                    "rule 1: what has changed is backed up by itself: " + ", ".join(map(shown, sorted(changed)[:3])), 30)
     round_.back_up()
 
@@ -205,13 +205,10 @@ def settings_hold(round_):
     """Either the exclusions are still there, or nothing is backed up and the status says why."""
     world, model = round_.world, round_.model
     code, _ = round_.order_backup()
-    listed = world.snapshots() or []
-    for each in listed:
-        if each["id"] not in model.known:
-            names = world.run_restic("ls", each["id"]).stdout
-            leaked = [path for path in model.excluded if path + b"\n" in names]
-            if leaked:
-                complain("rule 8", "excluded, and backed up after the settings were damaged", map(shown, leaked))
+    for identifier in round_.new_snapshots():
+        names = world.run_restic("ls", identifier).stdout
+        if leaked := [shown(path) for path in model.excluded if path + b"\n" in names]:
+            complain("rule 8", "excluded, and backed up after the settings were damaged", leaked)
     if code == 0:
         return round_.absorb()
     checks.must_say(world, "settings that cannot be read")
@@ -300,6 +297,14 @@ def restores(round_, chance):
     round_.restore_deleted(chance, 1)
 
 
+def wanted_paths(root, wanted):
+    return {os.path.join(root, name) if name else root for name in wanted}
+
+
+def _may_write(folder, world):
+    return folder is not None and folder.uid == world.owner and folder.mode & 0o300 == 0o300
+
+
 def in_place(round_, chance, path):
     world, model = round_.world, round_.model
     round_.pause()
@@ -317,6 +322,8 @@ def in_place(round_, chance, path):
     above = os.path.dirname(path)
     if above not in before or before[above].kind != "folder":
         clash.add(path)
+    if world.owner:  # into folders that this person may not write to nothing comes
+        clash |= {each for each in wanted_paths(path, wanted) if not _may_write(before.get(os.path.dirname(each)), world)}
     checks.restored(world, model, outcome, wanted, path, path, allowed=clash, fresh=False)
     after = model.look()
     lost = [shown(each) for each in before if is_below(each, {path}) and each not in model.newest

@@ -72,7 +72,7 @@ class Maker:
         return chance.randbytes(size) if size < 10**6 or chance.random() < 0.8 else chance.randbytes(1000) * (size // 1000)
 
     def sparse(self, chance, path):
-        size = chance.choice([1 << 20, 3 * (1 << 20) + 17, 40 << 20])
+        size = chance.choice([1 << 20, 3 * (1 << 20) + 17, 12 << 20])
         with open(path, "wb") as file:
             for _ in range(chance.randrange(3)):
                 file.seek(chance.randrange(size))
@@ -83,7 +83,8 @@ class Maker:
         """One new thing at `path`, of any kind."""
         kind = chance.random()
         if kind < 0.1 and "links" in self.traits:
-            target = chance.choice([b"nowhere", b".", b"..", b"/", path, b"new\nline", b"x" * 4000, b"../" + names.plain(chance)])
+            # None leaves this round's own folders: a daemon that follows links must not reach the machine's.
+            target = chance.choice([b"nowhere", b".", b"..", self.root, path, b"new\nline", b"x" * 4000, b"../" + names.plain(chance)])
             if "odd-targets" in self.traits and chance.random() < 0.3:
                 target = chance.choice([b"\xff\n", b"../" + names.odd(chance)])
             os.symlink(target, path)

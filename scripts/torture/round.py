@@ -107,10 +107,7 @@ class Round:
         self.note("   backed up")
 
     def take_backup(self, code, errors):
-        listed = self.world.snapshots()
-        if listed is None:
-            complain("rule 1", "restic cannot list the snapshots")
-        new = [each["id"] for each in listed if each["id"] not in self.model.known]
+        new = self.new_snapshots()
         now = self.model.look()
         if code == 3 and self.model.unread:
             checks.must_say(self.world, "files that cannot be read")
@@ -131,16 +128,15 @@ class Round:
             self.take_backup(code, errors)
         else:
             checks.must_say(self.world, what)
-            self.absorb()
         return code
 
     def absorb(self):
         """What was saved all the same: the disk has not changed in the meantime."""
-        listed = self.world.snapshots()
-        if listed is not None:
-            new = [each["id"] for each in listed if each["id"] not in self.model.known]
-            if new:
-                self.model.note_backup(new)
+        if new := self.new_snapshots():
+            self.model.note_backup(new)
+
+    def new_snapshots(self):
+        return [each["id"] for each in self.world.snapshots() if each["id"] not in self.model.known]
 
     # Restores
 
@@ -192,8 +188,7 @@ class Round:
     def lost_in_newest(self):
         """Paths of the newest state that restic does not give."""
         lost = {path: version for path, version in self.model.newest.items()}
-        listed = self.world.snapshots() or []
-        for identifier in [each["id"] for each in listed if each["id"] in self.model.trees]:
+        for identifier in [each["id"] for each in self.world.snapshots() if each["id"] in self.model.trees]:
             held = [path for path, version in lost.items() if identifier in version.snapshots[-1:]]
             if not held:
                 continue

@@ -79,7 +79,7 @@ def differences(wanted, found, *, times=True, owner=None, blocks=True):
         attributes, others = ([each for each in list_ if each[0].startswith(("user.", "system."))]
                               for list_ in (attributes, others))
         if owners != (owner, owner):
-            mode &= ~(stat.S_ISUID | stat.S_ISGID)
+            mode = (mode & ~(stat.S_ISUID | stat.S_ISGID | stat.S_IRWXG)) | (mode & stat.S_IRWXO) << 3
             owners = (found.uid, found.gid)
     if wanted.kind != "link" and mode != found.mode:
         words.append(f"mode {found.mode:o} instead of {mode:o}")
@@ -96,7 +96,7 @@ def differences(wanted, found, *, times=True, owner=None, blocks=True):
 
 
 def _names(attributes):
-    return {name: value.hex()[:40] for name, value in attributes}
+    return {name: value.hex()[:120] for name, value in attributes}
 
 
 def link_groups(found):

@@ -60,7 +60,7 @@ class World:
 
     def prepare(self, has_volume, on_memory):
         if self.is_root and on_memory:
-            self.mount_memory(self.folder, 1 << 29)
+            self.mount_memory(self.folder, 1 << 31)
         self.folder.chmod(0o755)
         for path in (self.home, self.state, self.out, self.scratch, self.folder / "bin", self.folder / "run",
                      self.folder / "config/kelvane", self.folder / "data", self.folder / "cache"):
@@ -241,10 +241,9 @@ class World:
                                "--no-cache", "--no-lock", *words], capture_output=True, env=self.environment())
 
     def snapshots(self):
-        """In the order of the repository's own words: by time, which may be wrong."""
         run = self.run_restic("snapshots", "--json")
         if run.returncode != 0:
-            return None
+            raise Finding("rule 1: restic cannot list the snapshots: " + run.stderr.decode("utf-8", "replace").strip())
         return json.loads(run.stdout or b"[]") or []
 
     def fetch(self, snapshot):
