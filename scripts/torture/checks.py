@@ -10,6 +10,7 @@ from torture.world import Finding, clear
 
 GREEN, YELLOW = 2, 3
 IDLE = 8
+FINISHED, INCOMPLETE, RUNNING = 1, 2, 50  # of a restore job; beyond the last it has not ended
 MOST = 8  # differences in one message
 DISK = b"/Volumes/System"
 
@@ -95,6 +96,22 @@ def must_say(world, what):
 # Restores
 
 
+def order_restore(world, path, to):
+    code, out, errors = world.ctl("--json", "restore", "--to", str(to), str(path))
+    if code != 0:
+        complain("rule 8", f"`restore` ends with {code}: {errors.strip()}")
+    return json.loads(out)[0]["job"]
+
+
+def job_status(world, job):
+    code, out, _ = world.ctl("call", "getRestoreJobStatus:", str(job))
+    return int(out) if code == 0 else RUNNING
+
+
+def has_ended(world, job):
+    return job_status(world, job) < RUNNING
+
+
 class Outcome:
     """Of `restore --wait`: its status, and the failures it named."""
 
@@ -107,6 +124,16 @@ class Outcome:
             self.jobs = []
         self.failures = [line for job in self.jobs for line in job.get("failures", [])]
         self.text = "\n".join(self.failures) + self.errors
+
+    @classmethod
+    def of_job(cls, world, job):
+        """Of a job that has ended."""
+        outcome = cls.__new__(cls)
+        outcome.code = {FINISHED: 0, INCOMPLETE: 3}.get(job_status(world, job))
+        _, out, outcome.errors = world.ctl("call", "stringValueForProfileKey:", f"restoreJobFailures.{job}")
+        outcome.text = json.loads(out) if out.startswith('"') else out
+        outcome.jobs, outcome.failures = [], outcome.text.splitlines()
+        return outcome
 
     def names(self, path, root):
         """Whether the failures tell of `path`, of a folder above it, or of all that was asked for."""
@@ -160,6 +187,12 @@ def restored(world, model, outcome, wanted, place, root, *, allowed=frozenset(),
     return found
 
 
+def everything(wanted, root):
+    """The absolute paths of what was wanted."""
+    root = os.fsencode(root)
+    return {os.path.join(root, name) if name else root for name in wanted}
+
+
 def linked(wanted, found):
     groups = tree.link_groups({name: entry for name, entry in wanted.items() if entry.kind == "file"})
     have = tree.link_groups(found)
@@ -169,15 +202,12 @@ def linked(wanted, found):
         complain("rule 3", "hard links have come apart", apart)
 
 
-def nothing_else(model, found, wanted, root, strict):
-    """Nothing may come that was never there; unless `strict`, earlier versions of deleted items may."""
+def nothing_else(model, found, wanted, root):
+    """A folder comes as it last was: nothing that had been deleted comes with it."""
     extra = []
     for name, entry in found.items():
         path = os.path.join(os.fsencode(root), name)
-        if name in wanted or entry.kind in ("pipe", "socket", "device") or is_below(path, model.unread):
-            continue
-        past = [version.entry for version in model.past.get(path, [])]
-        if strict or not any(entry.kind == each.kind and entry.content == each.content for each in past):
+        if name not in wanted and entry.kind not in ("pipe", "socket", "device") and not is_below(path, model.unread):
             extra.append(f"{shown(path)}, a {entry.kind}")
     if extra:
         complain("rule 3", "restored, and was not in the folder when it was last backed up", extra)

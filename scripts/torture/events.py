@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import subprocess
 import time
 
 from torture import checks, damage, repository
@@ -9,7 +10,7 @@ from torture.checks import Outcome, complain
 from torture.edits import ALL as EDITS
 from torture.model import is_below
 from torture.tree import shown
-from torture.world import DAY
+from torture.world import DAY, Finding
 
 WRONG_CLOCKS = [7200, -7200, 40 * DAY, -400 * DAY, 10 * 365 * DAY, 60]
 STEPS = (3, 7)
@@ -78,41 +79,103 @@ def days(round_, chance):
 
 
 def disks(round_, chance):
+    """One goes, the machine is used without it, and it comes back."""
     world, model = round_.world, round_.model
-    if not world.volumes:
+    if not world.disks:
         return restart(round_, chance)
-    root, aside = world.volume, world.folder / "aside"
+    root, aside = chance.choice(world.disks), world.folder / "aside"
     is_off = chance.random() < 0.4
     if is_off:
         world.stop()
     model.note_disk()
     world.move_mount(root, aside)
     model.away.add(root)
-    round_.note(f"   the disk goes{', switched off' if is_off else ''}")
+    round_.note(f"   the disk of {root.name} goes{', switched off' if is_off else ''}")
     if is_off:
         world.start()
     for _ in range(chance.randint(1, 2)):
         if chance.random() < 0.4:
             world.pass_days(chance.choice([1, 33]))
+            round_.note("   days pass")
         round_.change(chance)
-        round_.back_up()
+        round_.failed_backup("a disk that is away")
     checks.kept(world, model)
-    to = world.new_output()
+    to = world.new_output(chance)
     outcome = Outcome(world, [os.fsencode(root)], to)
     checks.restored(world, model, outcome, model.below(root), to / root.name, root)
     if chance.random() < 0.3:
         lose_state(round_, chance)
-    bring_disk(round_)
+    world.move_mount(aside, root)
+    model.away.discard(root)
+    round_.note("   the disk is back")
     round_.back_up()
 
 
-def bring_disk(round_):
+def full(round_, chance):
+    """A disk has no room left for a while: said, and nothing of the backup is lost."""
+    world, model = round_.world, round_.model
+    if not world.small or chance.random() < 0.3:
+        return full_target(round_, chance)
+    folder = chance.choice(world.small)
+    round_.change(chance)
+    left = chance.choice([0, 0, 1000, 100000])
+    ballast = world.fill(folder, left)
+    round_.note(f"   the disk of {folder.name} is full but for {left} bytes")
+    if chance.random() < 0.3:
+        world.stop()
+        world.start()
+    round_.failed_backup(f"a full disk of {folder.name}")
+    if chance.random() < 0.5:
+        to = world.new_output()
+        wanted = model.below(world.home)
+        outcome = Outcome(world, [os.fsencode(world.home)], to)
+        if outcome.code:
+            checks.must_say(world, "a restore that a full disk has stopped")
+        checks.restored(world, model, outcome, wanted, to / world.home.name, world.home,
+                        allowed=checks.everything(wanted, world.home) if outcome.code else frozenset())
+    ballast.unlink()
+    world.wait(lambda: round_.order_backup()[0] in (0, 3), "a backup succeeds when there is room again")
+    round_.absorb()
+    round_.back_up()
+    checks.kept(world, model)
+
+
+def full_target(round_, chance):
+    """What has no room is named; what comes is whole."""
+    world, model = round_.world, round_.model
+    if not world.is_root:
+        return
+    round_.back_up()
+    to = world.new_output()
+    world.mount_memory(to, chance.choice([1 << 14, 1 << 17, 1 << 20]))
+    wanted = model.below(world.home)
+    job = checks.order_restore(world, world.home, to)
+    try:
+        world.wait(lambda: checks.has_ended(world, job), "", 20)
+    except Finding:  # it waits, says so, and goes on when there is room
+        checks.must_say(world, "a restore that waits for room")
+        subprocess.run(["mount", "-o", "remount,size=1G", to], check=True)
+        world.wait(lambda: checks.has_ended(world, job), "a restore goes on when there is room", 90)
+    outcome = Outcome.of_job(world, job)
+    round_.note(f"   restored to a small disk: {outcome.code}")
+    checks.restored(world, model, outcome, wanted, to / world.home.name, world.home,
+                    allowed=checks.everything(wanted, world.home) if outcome.code else frozenset())
+
+
+def races(round_, chance):
+    """Files change while they are saved; the next backup has them as they are then."""
     world = round_.world
-    world.move_mount(world.folder / "aside", world.volume)
-    round_.model.away.discard(world.volume)
-    round_.note("   the disk is back")
-    # The daemon looks for disks now and then.
-    world.wait(lambda: bool(checks.nodes(world, world.volume)) or True, "", 5)
+    before = [chance.choice(["edits", "creations", "adornments"]) for _ in range(40)]
+    world.ctl("backup", "now")
+    maker = round_.maker(world.home)
+    if world.home not in round_.model.away:
+        for kind in before:
+            EDITS[kind](maker, chance)
+    round_.note("   40 changes during a backup")
+    world.settle()
+    round_.model.known.update(round_.new_snapshots())
+    round_.model.note_disk()
+    round_.back_up()
 
 
 # Processes
@@ -149,8 +212,7 @@ def kill(round_, chance):
         round_.change(chance)
         world.ctl("backup", "now")
     else:
-        to = world.new_output()
-        ordered = world.ctl("--json", "restore", "--to", str(to), str(world.home))
+        job = checks.order_restore(world, world.home, world.new_output())
     time.sleep(chance.choice([0, 0.02, 0.1, 0.3, 0.6, 1.0]) * chance.random())
     count = world.kill(victims)
     round_.note(f"   {' and '.join(victims)} killed during a {'backup' if is_backup else 'restore'}, {count} restic")
@@ -160,8 +222,10 @@ def kill(round_, chance):
         world.wait(lambda: round_.order_backup()[0] in (0, 3), "a backup succeeds after a kill")
         round_.back_up()
     else:
-        round_.note(f"   ordered: {ordered[0]}")
-        world.wait(lambda: world.status()["currentRestoreJob"] == 0 and not world.restics(), "the restore ends")
+        world.wait(lambda: checks.has_ended(world, job), "a restore ends after a kill", 90)
+        outcome = Outcome.of_job(world, job)
+        checks.restored(world, round_.model, outcome, round_.model.below(world.home),
+                        world.out / str(world.outputs) / world.home.name, world.home)
 
 
 def lose_state(round_, chance):
@@ -287,7 +351,7 @@ def restores(round_, chance):
         return
     path = chance.choice(paths)
     if chance.random() < 0.5:
-        to = world.new_output()
+        to = world.new_output(chance)
         outcome = Outcome(world, [path], to)
         round_.note(f"   restored {shown(path)[-80:]} elsewhere: {outcome.code}")
         checks.restored(world, model, outcome, model.below(pathlib.Path(os.fsdecode(path))),
@@ -295,10 +359,6 @@ def restores(round_, chance):
     else:
         in_place(round_, chance, path)
     round_.restore_deleted(chance, 1)
-
-
-def wanted_paths(root, wanted):
-    return {os.path.join(root, name) if name else root for name in wanted}
 
 
 def _may_write(folder, world):
@@ -323,7 +383,7 @@ def in_place(round_, chance, path):
     if above not in before or before[above].kind != "folder":
         clash.add(path)
     if world.owner:  # into folders that this person may not write to nothing comes
-        clash |= {each for each in wanted_paths(path, wanted) if not _may_write(before.get(os.path.dirname(each)), world)}
+        clash |= {each for each in checks.everything(wanted, path) if not _may_write(before.get(os.path.dirname(each)), world)}
     checks.restored(world, model, outcome, wanted, path, path, allowed=clash, fresh=False)
     after = model.look()
     lost = [shown(each) for each in before if is_below(each, {path}) and each not in model.newest
@@ -338,8 +398,8 @@ def mend(round_):
     round_.world.set_clock_wrong(0)
 
 
-ALL = {"clock": clock, "days": days, "disks": disks, "restarts": restart, "automatic": automatic, "kills": kill,
+ALL = {"clock": clock, "days": days, "disks": disks, "full": full, "races": races, "restarts": restart, "automatic": automatic, "kills": kill,
        "state": state, "rules": rules, "environment": environment, "no-restic": no_restic, "locks": repository.lock,
        "moments": repository.moment, "restores": restores, "lost-index": lose_state}
 DAMAGES = {"packs": repository.packs}
-NEED_ROOT = {"disks"}
+NEED_ROOT = {"disks", "full"}

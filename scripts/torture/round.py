@@ -13,7 +13,6 @@ from torture.world import Finding, World
 TRAITS = ["names", "links", "odd-targets", "hardlinks", "sparse", "attributes", "acls", "modes", "owners", "times", "far-times",
           "special", "chunks", "long"]
 USER = 1234  # who the daemon runs as when it does not run as root
-DELETED_COME_TOO = True  # what was deleted within keepDays comes with its folder
 
 
 class Round:
@@ -24,10 +23,11 @@ class Round:
         self.traits = {trait for trait in TRAITS if chance.random() < 0.6 and trait in kinds}
         is_root = os.geteuid() == 0
         owner = USER if is_root and chance.random() < 0.35 and "user" in kinds else 0
-        has_volume = is_root and chance.random() < 0.4 and "disks" in kinds
-        self.on_memory = chance.random() < 0.9 and "memory" in kinds
+        self.machine = {"has_volume": is_root and chance.random() < 0.4 and "disks" in kinds,
+                        "home_is_disk": is_root and chance.random() < 0.2 and "disks" in kinds,
+                        "small_disks": is_root and chance.random() < 0.3 and "full" in kinds,
+                        "on_memory": chance.random() < 0.9 and "memory" in kinds}
         self.count = chance.choice([5, 20, 40, 80])
-        self.has_volume = has_volume
         self.world = World(workshop, folder, owner=owner, keep_days=chance.choice([30, 30, 7]), traits=self.traits)
         self.plan = events.plan(chance, kinds, is_root)
         self.trouble = None  # what makes a backup fail now: a word, or nothing
@@ -45,7 +45,7 @@ class Round:
 
     def run(self):
         world, chance = self.world, self.chance("home")
-        world.prepare(self.has_volume, self.on_memory)
+        world.prepare(**self.machine)
         self.model = Model(world)
         for root in self.model.roots:
             self.maker(root).populate(chance, self.count if root == world.home else 5)
@@ -144,13 +144,13 @@ class Round:
         for root in self.model.roots:
             if os.fsencode(root) not in self.model.newest:
                 continue
-            to = self.world.new_output()
+            to = self.world.new_output(self.chance(f"output {root.name}"))
             outcome = Outcome(self.world, [os.fsencode(root)], to)
             self.world.check_alive()
             wanted = self.model.below(root)
             found = checks.restored(self.world, self.model, outcome, wanted, to / root.name, root, allowed=allowed)
             if outcome.code == 0:
-                checks.nothing_else(self.model, found, wanted, root, not DELETED_COME_TOO)
+                checks.nothing_else(self.model, found, wanted, root)
 
     def restore_deleted(self, chance, count=3):
         deleted = self.model.deleted()

@@ -12,12 +12,14 @@ import subprocess
 import time
 
 from torture import cheapkey
+from torture.files import acl
 
 HERE = pathlib.Path(__file__).resolve().parent
 PASSWORD = "torture"
 PATIENCE = 60.0  # seconds until something that does not happen counts as failed
 DAY = 86400
 SECOND = 10**9
+SMALL = {"volume": 1 << 26, "home": 1 << 29, "repository": 1 << 28, "state": 1 << 22}  # bytes of a disk
 HOST = os.uname().nodename
 
 
@@ -58,22 +60,24 @@ class World:
 
     # Folders and mounts
 
-    def prepare(self, has_volume, on_memory):
+    def prepare(self, *, has_volume, on_memory, home_is_disk, small_disks):
         if self.is_root and on_memory:
             self.mount_memory(self.folder, 1 << 31)
         self.folder.chmod(0o755)
+        self.volumes = [self.volume] if has_volume else []
+        self.disks = self.volumes + ([self.home] if home_is_disk else [])
+        self.small = [self.repository, self.state] if small_disks else []
         for path in (self.home, self.state, self.out, self.scratch, self.folder / "bin", self.folder / "run",
                      self.folder / "config/kelvane", self.folder / "data", self.folder / "cache"):
             path.mkdir(parents=True)
-        shutil.copytree(self.workshop.repository, self.repository)
+        for path in self.disks + self.small:
+            path.mkdir(exist_ok=True)
+            self.mount_memory(path, SMALL[path.name])
+        shutil.copytree(self.workshop.repository, self.repository, dirs_exist_ok=True)
         shutil.copy(self.workshop.wrapper, self.folder / "bin/restic")
         self.write_clock()
         (self.folder / "key").write_text(PASSWORD + "\n")
         (self.folder / "key").chmod(0o600)
-        if has_volume:
-            self.volume.mkdir()
-            self.mount_memory(self.volume, 1 << 26)
-        self.volumes = [self.volume] if has_volume else []
         with open(self.folder / "config/kelvane/local-daemon.plist", "wb") as file:
             plistlib.dump({"homeFolder": str(self.home), "repository": str(self.repository),
                            "passwordFile": str(self.folder / "key"), "volumes": [str(each) for each in self.volumes],
@@ -225,11 +229,29 @@ class World:
         code, out, _ = self.ctl("--json", "status")
         return json.loads(out) if code == 0 else None
 
-    def new_output(self):
-        """A folder to restore to."""
+    def fill(self, folder, left):
+        """Leaves so many bytes on the disk of `folder`; returns the file that takes the rest."""
+        ballast, block = folder / "ballast", bytes(1 << 16)
+        with open(ballast, "wb", buffering=0) as file:
+            try:
+                while True:
+                    file.write(block)
+            except OSError:
+                pass  # full, as was wanted
+            file.truncate(max(0, file.tell() - left))
+        return ballast
+
+    def new_output(self, chance=None):
+        """A folder to restore to, which may want to give its own rights to what comes into it."""
         self.outputs += 1
         path = self.out / str(self.outputs)
         path.mkdir()
+        if chance and chance.random() < 0.3:
+            path.chmod(0o2777)
+            try:
+                os.setxattr(path, "system.posix_acl_default", acl(chance))
+            except OSError:
+                pass  # this file system has none
         if self.owner:
             os.chown(path, self.owner, self.owner)
         return path
