@@ -329,6 +329,9 @@ ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, cons
         return result.outcome;
     if (wanted.isForced)
         verification_->noteStoredAgain();
+    for (const std::string& link : state_->lossyLinks())
+        result.unread.push_back(link +
+                                ": the target of this link is not UTF-8 text, which restic cannot keep");
     if (!isPartial)
         state_->noteUnread(result.unread.empty() && !verification_->isBeyondRepair()
                                ? std::nullopt
@@ -368,11 +371,13 @@ void BackupRunner::report(const ResticOutcome& outcome) {
 
 void BackupRunner::reportUnread(const std::vector<std::string>& paths) {
     for (const std::string& path : paths)
-        KelvaneSystemLog("It could not be read and is not backed up: %@", path);
+        KelvaneSystemLog("Not backed up: %@", path);
     if (paths.empty())
         return state_->withdrawAlert(unreadAlert);
-    state_->raiseAlert({unreadAlert, "warning", "Some files could not be read and are not backed up.",
-                        "Look at who may read them, or exclude them:" + joined(paths)});
+    state_->raiseAlert({unreadAlert, "warning", "Some files are not backed up.",
+                        "They could not be read or cannot be kept. Look at who may read them, or exclude "
+                        "them:" +
+                            joined(paths)});
 }
 
 } // namespace kelvane

@@ -90,6 +90,7 @@ public:
     void takeOrdersTried(std::uint64_t orders);
     // The last backup could not read some of what waits, which calls for no other until something changes:
     // `changes` is the need's count when it began; none: it has read everything.
+    [[nodiscard]] std::vector<std::string> lossyLinks() const; // as in ScanReport
     void noteUnread(std::optional<std::uint64_t> changes);
     // As they are now; never null.
     [[nodiscard]] Rules rules() const;

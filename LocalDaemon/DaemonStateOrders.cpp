@@ -26,6 +26,11 @@ void DaemonState::takeOrdersTried(std::uint64_t orders) {
     announce();
 }
 
+std::vector<std::string> DaemonState::lossyLinks() const {
+    const std::scoped_lock guard(mutex_);
+    return scan_ ? scan_->lossyLinks : std::vector<std::string>();
+}
+
 void DaemonState::noteUnread(std::optional<std::uint64_t> changes) {
     const std::scoped_lock guard(mutex_);
     unreadAt_ = changes;

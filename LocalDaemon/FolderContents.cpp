@@ -1,9 +1,12 @@
 #include "LocalDaemon/FolderContents.h"
 
 #include "Foundation/PathComponents.h"
+#include "Foundation/Unicode.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <climits>
 #include <dirent.h>
 #include <fcntl.h>
 #include <memory>
@@ -33,7 +36,13 @@ OpenFolder openFolder(const std::string& path) {
     return folder;
 }
 
-void count(FolderContents& contents, std::string_view name, const struct stat& status,
+bool isTargetLostIn(int folder, const char* name) {
+    std::array<char, PATH_MAX> target{};
+    const ssize_t length = ::readlinkat(folder, name, target.data(), target.size());
+    return length > 0 && !isUtf8({target.data(), static_cast<std::size_t>(length)});
+}
+
+void count(FolderContents& contents, int folder, const char* name, const struct stat& status,
            const Waiting& isWaiting) {
     if (S_ISDIR(status.st_mode)) {
         contents.subfolders.emplace_back(name);
@@ -43,8 +52,11 @@ void count(FolderContents& contents, std::string_view name, const struct stat& s
         return;
     const bool isFile = S_ISREG(status.st_mode);
     const auto size = static_cast<std::uint64_t>(status.st_size);
-    const bool waits = isWaiting({name, isFile ? ItemKind::File : ItemKind::Link, size,
-                                  FileTime(status.st_mtim), FileTime(status.st_ctim)});
+    const bool isLossy = !isFile && isTargetLostIn(folder, name);
+    if (isLossy)
+        contents.lossyLinks.emplace_back(name);
+    const bool waits = isLossy || isWaiting({name, isFile ? ItemKind::File : ItemKind::Link, size,
+                                             FileTime(status.st_mtim), FileTime(status.st_ctim)});
     if (isFile)
         contents.own.files += {1, size};
     if (isFile && waits)
@@ -67,6 +79,10 @@ const dirent* nextEntry(DIR& folder, int& error) {
 }
 
 } // namespace
+
+bool isTargetLost(const std::string& path) {
+    return isTargetLostIn(AT_FDCWD, path.c_str());
+}
 
 FolderContents contentsOfFolder(const std::string& path, const std::atomic<bool>& stopping,
                                 const Sieve& sieve, const Waiting& isWaiting) {
@@ -93,7 +109,7 @@ FolderContents contentsOfFolder(const std::string& path, const std::atomic<bool>
             ::fstatat(::dirfd(folder.get()), name, &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0)
             continue;
         if (passage == Passage::AnyFileSystem || status.st_dev == own.st_dev)
-            count(contents, name, status, isWaiting);
+            count(contents, ::dirfd(folder.get()), name, status, isWaiting);
         else
             contents.mountPoints.emplace_back(name);
     }

@@ -40,7 +40,8 @@ struct FolderContents {
     std::vector<std::string> subfolders; // sorted
     // Folders of other file systems, which do not count. restic notes their names in the folder.
     std::vector<std::string> mountPoints;
-    bool isEmpty = true; // there is nothing at all in it, whatever counts
+    bool isEmpty = true;                 // there is nothing at all in it, whatever counts
+    std::vector<std::string> lossyLinks; // those that `isTargetLost` is true of; they wait for ever
     // Of the folder itself.
     FileTime modified = {};
     FileTime changed = {};
@@ -69,6 +70,10 @@ using Sieve = std::function<Passage(std::string_view name)>;
 
 // These block on the disk; any thread. They end early, with less than there is, once `stopping` is set. A
 // link in the last component of the path is refused (ELOOP, ENOTDIR).
+
+// Whether restic loses the target of a link: it writes targets as JSON text, where U+FFFD takes the place of
+// each byte that is not UTF-8. False of anything else and of what cannot be read.
+[[nodiscard]] bool isTargetLost(const std::string& path);
 
 [[nodiscard]] FolderContents contentsOfFolder(const std::string& path, const std::atomic<bool>& stopping,
                                               const Sieve& sieve, const Waiting& isWaiting);

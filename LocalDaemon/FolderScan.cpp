@@ -17,6 +17,7 @@ constexpr auto burstStep = 10ms;
 // A folder is left alone for this many times the time that it takes to list.
 constexpr int restAfterListing = 20;
 constexpr std::size_t mostChangedFolders = 1000;
+constexpr std::size_t mostLossyLinks = 100; // that are reported
 constexpr const char* everything = "/";
 
 } // namespace
@@ -181,6 +182,10 @@ void FolderScan::relist(Folder& folder) {
     else
         unwatched_.insert(&folder);
 
+    if (contents.lossyLinks.empty())
+        lossyLinks_.erase(&folder);
+    else
+        lossyLinks_[&folder] = contents.lossyLinks;
     const FolderCounts before = folder.own;
     const bool wasListed = folder.isListed;
     const FolderTree::Difference difference = tree_->update(folder, contents);
@@ -285,6 +290,7 @@ void FolderScan::forget(Folder& folder) {
         dirty_.erase(&each);
         deferred_.erase(&each);
         unwatched_.erase(&each);
+        lossyLinks_.erase(&each);
     });
 }
 
@@ -323,6 +329,11 @@ void FolderScan::report() {
     report_.totals = counts.files;
     report_.waiting = counts.waiting;
     report_.otherWaiting = counts.otherWaiting;
+    report_.lossyLinks.clear();
+    for (const auto& [folder, names] : lossyLinks_)
+        for (const std::string& name : names)
+            if (report_.lossyLinks.size() < mostLossyLinks)
+                report_.lossyLinks.push_back(withSeparator(FolderTree::pathOf(*folder)) + name);
     const bool isNew =
         !reported_ || reported_->totals != report_.totals || reported_->waiting != report_.waiting ||
         reported_->otherWaiting != report_.otherWaiting || reported_->index != report_.index ||

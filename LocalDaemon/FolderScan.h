@@ -9,6 +9,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -25,8 +26,9 @@ struct ScanReport {
     bool isWatchIncomplete = false; // some folders are looked at from time to time only
     // Folders in which something has changed since the report before. "/" stands for a great many.
     std::vector<std::string> changedFolders;
-    FileTotals waiting;                       // of the totals: what is not in the index, or was otherwise
-    std::uint64_t otherWaiting = 0;           // links and empty folders of that kind
+    FileTotals waiting;                  // of the totals: what is not in the index, or was otherwise
+    std::uint64_t otherWaiting = 0;      // links and empty folders of that kind
+    std::vector<std::string> lossyLinks; // of these the links that restic loses the targets of; the first
     std::shared_ptr<const BackupIndex> index; // that all of this was compared with; never null
 };
 
@@ -120,6 +122,7 @@ private:
     std::unordered_set<Folder*> dirty_;     // to be listed
     std::unordered_set<Folder*> deferred_;  // to be listed when their time has come
     std::unordered_set<Folder*> unwatched_; // or unreadable: to be tried again from time to time
+    std::map<const Folder*, std::vector<std::string>> lossyLinks_; // names
     Clock::time_point nextRetry_;
     Clock::time_point lastReportTime_;
     ScanReport report_;

@@ -148,7 +148,8 @@ private:
         standing.isKept = item && index_->hasContent(*item);
         standing.isDamaged = item && index_->isDamaged(*item);
         if (file.attributes.kind != Kind::Directory) {
-            standing.isWaiting = !item || !isUnchanged(*item, file.attributes) || standing.isDamaged;
+            standing.isWaiting = !item || !isUnchanged(*item, file.attributes) || standing.isDamaged ||
+                                 (item->kind == ItemKind::Link && isTargetLost(file.path));
         } else if (const auto counts = tree_.countsAt(file.path)) {
             standing.isWaiting = !item || counts->isWaiting();
             standing.isMixed = counts->isWaiting() && counts->files.count > counts->waiting.count;

@@ -2,11 +2,15 @@
 
 #include "LocalDaemon/CleanPath.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <system_error>
+#include <unistd.h>
 
 namespace kelvane {
 namespace {
@@ -23,6 +27,12 @@ std::string errorText() {
 
 SavedAccess accessOf(const BackupIndex::Item& item) {
     return {item.uid, item.gid, item.mode};
+}
+
+std::string targetOf(int folder, const std::string& link) {
+    std::array<char, PATH_MAX> target{};
+    const ssize_t length = ::readlinkat(folder, link.c_str(), target.data(), target.size());
+    return {target.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0))};
 }
 
 // Where nothing must stand in its way.
@@ -135,11 +145,24 @@ std::string RestoreDelivery::faultOf(const Place& place) const {
     const std::string staged = place.path.substr(place.path.rfind('/') + 1);
     if (::fstatat(place.staged, staged.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
         return errno == ENOENT || place.staged < 0 ? missing : std::string(missing) + ": " + errorText();
+    if (place.item.kind == ItemKind::Link && isTargetInDoubt(place, staged))
+        return "its target was perhaps not UTF-8 text, which restic does not keep";
     const bool isAsSaved =
         place.item.kind == ItemKind::Link
             ? S_ISLNK(status.st_mode)
             : S_ISREG(status.st_mode) && static_cast<std::uint64_t>(status.st_size) == place.item.size;
     return isAsSaved ? "" : "it has come out of the backup as something else than was saved";
+}
+
+// restic has U+FFFD for what is not UTF-8. The link itself may still be there and say that this is its
+// target.
+bool RestoreDelivery::isTargetInDoubt(const Place& place, const std::string& staged) {
+    const std::string target = targetOf(place.staged, staged);
+    struct stat now {};
+    return target.find("\xEF\xBF\xBD") != std::string::npos &&
+           (::lstat(place.path.c_str(), &now) != 0 ||
+            !isUnchanged(place.item, ItemKind::Link, 0, FileTime(now.st_mtim), FileTime(now.st_ctim)) ||
+            targetOf(AT_FDCWD, place.path) != target);
 }
 
 // In the staging folder, where nobody else can reach it.

@@ -59,6 +59,7 @@ private:
     void deliverContents(const Place& folder, int staged, int target);
     // Empty: it is there as it should be.
     [[nodiscard]] std::string faultOf(const Place& place) const;
+    [[nodiscard]] static bool isTargetInDoubt(const Place& place, const std::string& staged);
     [[nodiscard]] std::string prepare(const Place& place) const;
     void fail(const std::string& path, const std::string& reason);
 

@@ -63,6 +63,13 @@ protected:
             std::distance(fs::directory_iterator(folders / "repository/snapshots"), {}));
     }
 
+    [[nodiscard]] std::string failuresOf(const Value& source, const std::string& target) {
+        const auto job = pane->call<"restoreFile:toPath:version:priority:">(source, target, 0U, 50U);
+        EXPECT_TRUE(
+            comesTo([&] { return restorestatus::hasEnded(pane->call<"getRestoreJobStatus:">(job)); }));
+        return pane->call<"stringValueForProfileKey:">(restorestatus::failuresKey(job)).stringValue();
+    }
+
     const tests::DaemonFolders folders;
     ClockReading clock; // the machine's own as long as it shows nothing
     const LogSinkToken quiet = setLogSink([](const LogEntry&) {});
@@ -143,12 +150,6 @@ TEST_F(BackingUp, KeepsNamesByteForByte) {
     EXPECT_EQ(pane->call<"excludeFileFromBackup:">(texts[2]), 0U);
     start(); // the index comes from its file, and the rule from the settings
     EXPECT_EQ(colors(texts), (Array{green, green, blue, green, green, green}));
-    const auto failuresOf = [&](const Value& source, const std::string& target) {
-        const auto job = pane->call<"restoreFile:toPath:version:priority:">(source, target, 0U, 50U);
-        EXPECT_TRUE(
-            comesTo([&] { return restorestatus::hasEnded(pane->call<"getRestoreJobStatus:">(job)); }));
-        return pane->call<"stringValueForProfileKey:">(restorestatus::failuresKey(job)).stringValue();
-    };
     fs::remove_all(folders.home());
     EXPECT_EQ(failuresOf(folders.home(), folders.home()), "");
     for (const std::string& name : names)
@@ -156,6 +157,22 @@ TEST_F(BackingUp, KeepsNamesByteForByte) {
     fs::create_directories(folders / "out/in the way");
     EXPECT_EQ(failuresOf(texts[3], folders / "out"),
               texts[3].stringValue() + ": a folder stands in its place\n");
+}
+
+TEST_F(BackingUp, SaysOfWhichLinksResticLosesTheTargets) {
+    const std::string unsure = ": its target was perhaps not UTF-8 text, which restic does not keep\n";
+    fs::create_symlink("\xEF\xBF\xBD", in("kept"));
+    fs::create_symlink("\xFF", in("lost"));
+    start();
+    ASSERT_TRUE(comesTo([&] {
+        return pane->state("alerts").description().find(in("lost") + ": the target") != std::string::npos;
+    })) << pane->state("alerts").description();
+    EXPECT_EQ(colors({in("kept"), in("lost")}), (Array{green, yellow}));
+    EXPECT_EQ(failuresOf(folders.home(), folders / "out"), in("lost") + unsure);
+    EXPECT_EQ(fs::read_symlink(folders / "out/kept"), "\xEF\xBF\xBD");
+    EXPECT_FALSE(fs::exists(fs::symlink_status(folders / "out/lost")));
+    fs::remove(in("kept"));
+    EXPECT_EQ(failuresOf(in("kept"), in("kept")), in("kept") + unsure);
 }
 
 TEST_F(BackingUp, ComesBackFromALostRepositoryIndexAndKey) {
