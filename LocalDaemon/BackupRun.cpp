@@ -1,5 +1,6 @@
 #include "LocalDaemon/BackupRun.h"
 
+#include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/ResticJson.h"
 #include "LocalDaemon/ResticNames.h"
 #include "LocalDaemon/RestoreStaging.h"
@@ -31,6 +32,8 @@ std::vector<std::string> argumentsFor(const BackupRun::Wanted& wanted) {
                                        "--files-from-raw", "-"};
     // Of a restore that begins only now.
     arguments.insert(arguments.end(), {"--exclude", std::string(stagingPrefix) + '*'});
+    for (const std::string& folder : wanted.targets.emptied)
+        arguments.insert(arguments.end(), {"--exclude", withSeparator(escapedForPattern(folder)) + '*'});
     for (const std::string& tag : wanted.tags)
         arguments.insert(arguments.end(), {"--tag", tag});
     // restic would look for one with the same list of paths, which is another one after each change of the
@@ -78,7 +81,7 @@ BackupRun::Result BackupRun::run(const Wanted& wanted, const StopSignal& stop) {
     tell();
     Restic::Call call;
     call.arguments = argumentsFor(wanted);
-    call.input = listOf(wanted.targets);
+    call.input = listOf(wanted.targets.paths);
     call.patience = wanted.patience;
     call.patienceWithRetries = wanted.patienceWithRetries;
     call.hasLowerPriority = wanted.hasLowerPriority;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "LocalDaemon/BackupTargets.h"
 #include "LocalDaemon/DaemonState.h"
 #include "LocalDaemon/Repository.h"
 #include "LocalDaemon/ResticJson.h"
@@ -16,7 +17,7 @@ namespace kelvane {
 class BackupRun {
 public:
     struct Wanted {
-        std::vector<std::string> targets; // absolute paths; not empty
+        BackupTargets targets; // some paths
         std::vector<std::string> tags;
         std::string parent;    // a snapshot that most of it is in as it was; empty: none
         bool isForced = false; // every file is read, and stored where the repository does not have it

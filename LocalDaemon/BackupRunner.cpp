@@ -301,7 +301,7 @@ ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, cons
     wanted.targets = backupTargets(*state_->rules(), path, stop.flag());
     if (stop.isSet())
         return {ResticTrouble::Stopped, false, {}};
-    if (wanted.targets.empty()) { // nothing is to be in the backup
+    if (wanted.targets.paths.empty()) { // nothing is to be in the backup
         if (!isPartial)
             state_->noteUnread(std::nullopt);
         return {};

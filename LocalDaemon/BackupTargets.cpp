@@ -13,6 +13,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// restic compares each path with the pattern of each.
+constexpr std::size_t mostEmptied = 100;
+
 // What a person has put in the backup and is not reached from a folder that is in it.
 std::vector<std::string> beginnings(const BackupRules& rules) {
     std::vector<std::string> paths;
@@ -40,22 +43,23 @@ public:
     Walk(const BackupRules& rules, const std::atomic<bool>& stopping) : rules_(rules), stopping_(stopping) {}
 
     // What is in of a path that is in.
-    void take(const std::string& path, std::vector<std::string>& targets) const {
+    void take(const std::string& path, BackupTargets& targets) {
         std::error_code error;
         const fs::file_status status = fs::symlink_status(path, error);
         if (!fs::exists(status))
             return;
         std::vector<std::string> parts;
         if (!fs::is_directory(status) || isWhole(path, parts))
-            targets.push_back(path);
+            targets.paths.push_back(path);
         else
-            std::ranges::move(parts, std::back_inserter(targets));
+            std::ranges::move(parts, std::back_inserter(targets.paths));
+        targets.emptied = emptied_;
     }
 
 private:
-    // False: some of the folder is out, and `parts` has what is in.
+    // False: some of the folder is out, and `parts` has what is in: the folder itself when nothing else is.
     // Recursion is as deep as a path can be long.
-    bool isWhole(const std::string& folder, std::vector<std::string>& parts) const {
+    bool isWhole(const std::string& folder, std::vector<std::string>& parts) {
         bool isWhole = true;
         const auto device = deviceOf(folder);
         std::error_code error;
@@ -79,19 +83,24 @@ private:
                 std::ranges::move(below, std::back_inserter(parts));
             }
         }
+        if (!isWhole && parts.empty() && emptied_.size() < mostEmptied) {
+            parts.push_back(folder);
+            emptied_.push_back(folder);
+        }
         return isWhole;
     }
 
     const BackupRules& rules_;
     const std::atomic<bool>& stopping_;
+    std::vector<std::string> emptied_;
 };
 
 } // namespace
 
-std::vector<std::string> backupTargets(const BackupRules& rules, const std::string& path,
-                                       const std::atomic<bool>& stopping) {
-    std::vector<std::string> targets;
-    const Walk walk(rules, stopping);
+BackupTargets backupTargets(const BackupRules& rules, const std::string& path,
+                            const std::atomic<bool>& stopping) {
+    BackupTargets targets;
+    Walk walk(rules, stopping);
     if (verdictFor(rules, path).isIn())
         walk.take(path, targets);
     else

@@ -8,11 +8,17 @@
 
 namespace kelvane {
 
+struct BackupTargets {
+    std::vector<std::string> paths;
+    std::vector<std::string> emptied; // folders of these that are taken without what is in them
+};
+
 // The fewest paths that together hold everything at `path` and below that the rules put in the backup, as it
-// stands on the disk now, and nothing else: a folder stands for all that is in it. "/" asks for everything.
+// stands on the disk now, and nothing else: a folder stands for all that is in it, unless it is among the
+// emptied ones, from which everything is excluded. "/" asks for everything.
 //
 // Any thread; blocks on the disk. Ends early, with less than there is, once `stopping` is set.
-[[nodiscard]] std::vector<std::string> backupTargets(const BackupRules& rules, const std::string& path,
-                                                     const std::atomic<bool>& stopping);
+[[nodiscard]] BackupTargets backupTargets(const BackupRules& rules, const std::string& path,
+                                          const std::atomic<bool>& stopping);
 
 } // namespace kelvane

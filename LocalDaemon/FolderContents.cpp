@@ -55,8 +55,9 @@ void count(FolderContents& contents, int folder, const char* name, const struct 
     const bool isLossy = !isFile && isTargetLostIn(folder, name);
     if (isLossy)
         contents.lossyLinks.emplace_back(name);
-    const bool waits = isLossy || isWaiting({name, isFile ? ItemKind::File : ItemKind::Link, size,
-                                             FileTime(status.st_mtim), FileTime(status.st_ctim)});
+    const bool waits = isWaiting({name, isFile ? ItemKind::File : ItemKind::Link, size,
+                                  FileTime(status.st_mtim), FileTime(status.st_ctim)}) ||
+                       isLossy;
     if (isFile)
         contents.own.files += {1, size};
     if (isFile && waits)

@@ -26,10 +26,11 @@ struct ScanReport {
     bool isWatchIncomplete = false; // some folders are looked at from time to time only
     // Folders in which something has changed since the report before. "/" stands for a great many.
     std::vector<std::string> changedFolders;
-    FileTotals waiting;                  // of the totals: what is not in the index, or was otherwise
-    std::uint64_t otherWaiting = 0;      // links and empty folders of that kind
-    std::vector<std::string> lossyLinks; // of these the links that restic loses the targets of; the first
+    FileTotals waiting;                       // of the totals: what is not in the index, or was otherwise
+    std::uint64_t otherWaiting = 0;           // links and empty folders of that kind
     std::shared_ptr<const BackupIndex> index; // that all of this was compared with; never null
+    // Of the links that wait, those that restic loses the targets of; the first hundred.
+    std::vector<std::string> lossyLinks = {};
 };
 
 // Counts the regular files that the rules put in the backup, and those of them that wait for it, on a

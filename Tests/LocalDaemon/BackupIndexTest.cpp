@@ -162,19 +162,21 @@ TEST(ResticJson, TakesWhatItKnowsAndNothingElse) {
 
 TEST(BackupTargets, HoldAllThatIsInAndNothingElseInFewPaths) {
     const tests::TemporaryFolder home;
-    for (const char* name : {"whole/a", "whole/deep/b", "part/in", "part/out", "part/cache/c", "single"})
+    for (const char* name :
+         {"whole/a", "whole/deep/b", "part/in", "part/out", "part/cache/c", "single", "left/cache/c"})
         home.write(name, "1");
     std::filesystem::create_directory(home / "empty");
-    BackupRules rules{true, home.path(), {home / "part/cache/"}, {}};
+    BackupRules rules{true, home.path(), {home / "part/cache/", home / "left/cache/"}, {}};
     rules.paths.exclusions.insert(home / "part/out");
     const std::atomic<bool> stopping = false;
     const auto targets = [&](const std::string& path) {
-        auto found = backupTargets(rules, path, stopping);
+        auto [found, emptied] = backupTargets(rules, path, stopping);
+        EXPECT_EQ(std::ranges::count(found, home / "left"), std::ssize(emptied)) << path;
         std::ranges::sort(found);
         return found;
     };
     using Paths = std::vector<std::string>;
-    const Paths all{home / "empty", home / "part/in", home / "single", home / "whole"};
+    const Paths all{home / "empty", home / "left", home / "part/in", home / "single", home / "whole"};
     EXPECT_EQ(targets("/"), all);
     EXPECT_EQ(targets(home.path()), all);
     EXPECT_EQ(targets(home / "part"), Paths{home / "part/in"});
