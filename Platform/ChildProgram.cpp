@@ -1,21 +1,18 @@
 #include "Platform/ChildProgram.h"
 
+#include "Platform/SystemCallFilter.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstddef>
 #include <fcntl.h>
-#include <linux/audit.h>
 #include <linux/close_range.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <optional>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <system_error>
@@ -84,54 +81,8 @@ struct Preparation {
     int failure = -1; // errno's number goes there when the program cannot be run
     pid_t parent = 0;
     bool hasLowerPriority = false;
-    std::vector<sock_filter> filter = {}; // of its system calls
+    SystemCallFilter filter = {}; // of its system calls
 };
-
-// System calls have other numbers on each kind of machine, and in programs for another one.
-#if defined(__x86_64__)
-constexpr std::uint32_t architecture = AUDIT_ARCH_X86_64;
-#elif defined(__aarch64__)
-constexpr std::uint32_t architecture = AUDIT_ARCH_AARCH64;
-#else
-constexpr std::uint32_t architecture = 0; // of no program
-#endif
-constexpr std::uint32_t fchmodat2 = 452; // newer than the headers of older systems
-
-// A filter of system calls that answers "done" to each call for a mode without write permission for the
-// owner.
-std::vector<sock_filter> filterOfReadOnlyModes() {
-    struct Row {
-        std::uint32_t call;
-        std::uint32_t modeArgument; // counted from 0
-    };
-    constexpr std::array rows {
-        Row{SYS_fchmod, 1}, Row{SYS_fchmodat, 2}, Row{fchmodat2, 2},
-#if defined(SYS_chmod)
-            Row {
-            SYS_chmod, 1
-        }
-#endif
-    };
-    constexpr std::uint16_t load = BPF_LD | BPF_W | BPF_ABS;
-    constexpr std::uint16_t ifEqual = BPF_JMP | BPF_JEQ | BPF_K;
-    constexpr std::uint16_t ifSet = BPF_JMP | BPF_JSET | BPF_K;
-    constexpr std::uint16_t answer = BPF_RET | BPF_K;
-    // The two numbers behind a condition: how many lines to leave out when it holds, and when it does not.
-    std::vector<sock_filter> lines{{load, 0, 0, offsetof(seccomp_data, arch)},
-                                   {ifEqual, 1, 0, architecture},
-                                   {answer, 0, 0, SECCOMP_RET_ALLOW}};
-    for (const Row& row : rows) {
-        const auto mode = // its lower half, on the little-endian machines above
-            static_cast<std::uint32_t>(offsetof(seccomp_data, args)) + row.modeArgument * 8;
-        lines.insert(lines.end(), {{load, 0, 0, offsetof(seccomp_data, nr)},
-                                   {ifEqual, 0, 3, row.call},
-                                   {load, 0, 0, mode},
-                                   {ifSet, 1, 0, S_IWUSR},
-                                   {answer, 0, 0, SECCOMP_RET_ERRNO}}); // of number 0: it is done
-    }
-    lines.push_back({answer, 0, 0, SECCOMP_RET_ALLOW});
-    return lines;
-}
 
 void setSignals() {
     for (int number = 1; number < NSIG; ++number) {
@@ -144,7 +95,7 @@ void setSignals() {
     ::sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-[[noreturn]] void becomeProgram(const Preparation& prepared) {
+[[noreturn]] void becomeProgram(Preparation& prepared) {
     ::prctl(PR_SET_PDEATHSIG, SIGINT);
     if (::getppid() != prepared.parent)
         ::_exit(0);  // the parent was quicker to die
@@ -158,12 +109,8 @@ void setSignals() {
     ::dup2(prepared.errors, STDERR_FILENO);
     ::close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
     setSignals();
-    if (!prepared.filter.empty()) {
-        const sock_fprog program{static_cast<std::uint16_t>(prepared.filter.size()),
-                                 const_cast<sock_filter*>(prepared.filter.data())};
-        ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0); // without which only root may filter
-        ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program);
-    }
+    if (!prepared.filter.empty())
+        filterSystemCalls(prepared.filter);
     ::execvpe(prepared.arguments.front(), prepared.arguments.data(), prepared.environment.data());
     const int error = errno;
     [[maybe_unused]] const ssize_t written = ::write(prepared.failure, &error, sizeof error);
@@ -262,16 +209,15 @@ private:
             return fail(errno);
         std::vector<std::string> arguments = program_.arguments;
         std::vector<std::string> environment = joinedEnvironment(program_);
-        const Preparation prepared{pointersTo(arguments),
-                                   pointersTo(environment),
-                                   input->readEnd.get(),
-                                   output->writeEnd.get(),
-                                   errors->writeEnd.get(),
-                                   failure->writeEnd.get(),
-                                   ::getpid(),
-                                   program_.hasLowerPriority,
-                                   program_.ignoresReadOnlyModes ? filterOfReadOnlyModes()
-                                                                 : std::vector<sock_filter>()};
+        Preparation prepared{pointersTo(arguments),
+                             pointersTo(environment),
+                             input->readEnd.get(),
+                             output->writeEnd.get(),
+                             errors->writeEnd.get(),
+                             failure->writeEnd.get(),
+                             ::getpid(),
+                             program_.hasLowerPriority,
+                             program_.ignoresReadOnlyModes ? filterOfReadOnlyModes() : SystemCallFilter()};
         id_ = ::fork();
         if (id_ == 0)
             becomeProgram(prepared);
