@@ -29,6 +29,14 @@ std::string joined(const std::vector<std::string>& paths) {
     return text;
 }
 
+// Whether something at the paths was saved before.
+bool holdsAny(const BackupIndex& index, const std::vector<std::string>& paths) {
+    return std::ranges::any_of(paths, [&](const std::string& path) {
+        const BackupIndex::Item* const item = index.find(path);
+        return item && index.hasContent(*item);
+    });
+}
+
 } // namespace
 
 BackupRunner::BackupRunner(std::shared_ptr<DaemonState> state, std::shared_ptr<IndexKeeper> keeper,
@@ -297,6 +305,8 @@ ResticOutcome BackupRunner::forgetOld(const StopSignal& stop) {
 
 ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, const StopSignal& stop) {
     const std::uint64_t changes = state_->backupNeed().changes;
+    options_.lookForDisks();
+    const bool isIncomplete = isPartial || !state_->absentDisksInBackup().empty();
     BackupRun::Wanted wanted;
     wanted.targets = backupTargets(*state_->rules(), path, stop.flag());
     if (stop.isSet())
@@ -311,19 +321,8 @@ ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, cons
             return outcome;
     wanted.isForced = !isPartial && verification_->mustStoreAgain();
     const IndexKeeper::Index index = keeper_->index();
-    wanted.tags = {keeper_->repository().tag(), keeper_->nextSequenceTag()};
-    if (isPartial)
-        wanted.tags.emplace_back(partialTag);
-    if (const Snapshot* const parent = index->newestCompleteSnapshot())
-        wanted.parent = parent->id;
-    wanted.isInitial = wanted.parent.empty();
-    const FileTotals found = state_->found();
     const FileTotals waiting = state_->totals().pending;
-    wanted.unchanged =
-        isPartial ? found : FileTotals{found.count - waiting.count, found.bytes - waiting.bytes};
-    wanted.hasLowerPriority = state_->settings().lowerPriorityMode;
-    wanted.patience = options_.patience;
-    wanted.patienceWithRetries = options_.patienceWithRetries;
+    describe(wanted, *index, isPartial, isIncomplete);
     BackupRun::Result result = BackupRun(*state_, keeper_->repository()).run(wanted, stop);
     if (!result.outcome.succeeded())
         return result.outcome;
@@ -339,7 +338,27 @@ ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, cons
     reportUnread(result.unread);
     KelvaneSystemLog("Backed up%@; snapshot %@, %llu bytes were waiting.", isPartial ? ": " + path : "",
                      result.snapshotId, waiting.bytes);
-    return keeper_->add(result.snapshotId, isPartial, stop);
+    options_.lookForDisks(); // one may have gone meanwhile
+    return keeper_->add(
+        result.snapshotId,
+        isIncomplete || !state_->absentDisksInBackup().empty() || holdsAny(*index, result.unread), stop);
+}
+
+void BackupRunner::describe(BackupRun::Wanted& wanted, const BackupIndex& index, bool isPartial,
+                            bool isIncomplete) const {
+    wanted.tags = {keeper_->repository().tag(), keeper_->nextSequenceTag()};
+    if (isIncomplete)
+        wanted.tags.emplace_back(partialTag);
+    if (const Snapshot* const parent = index.newestCompleteSnapshot())
+        wanted.parent = parent->id;
+    wanted.isInitial = wanted.parent.empty();
+    const FileTotals found = state_->found();
+    const FileTotals waiting = state_->totals().pending;
+    wanted.unchanged =
+        isPartial ? found : FileTotals{found.count - waiting.count, found.bytes - waiting.bytes};
+    wanted.hasLowerPriority = state_->settings().lowerPriorityMode;
+    wanted.patience = options_.patience;
+    wanted.patienceWithRetries = options_.patienceWithRetries;
 }
 
 void BackupRunner::takeOutcome(const ResticOutcome& outcome) {

@@ -33,6 +33,8 @@ public:
         // The same when restic has said that it tries again: by then most likely nobody answers. At
         // 1 Mbit/s five usual packs take three minutes.
         std::chrono::milliseconds patienceWithRetries = std::chrono::minutes(5);
+        // Has the state find out which disks are away; before and after each backup.
+        std::function<void()> lookForDisks = [] {};
     };
 
     BackupRunner(std::shared_ptr<DaemonState> state, std::shared_ptr<IndexKeeper> keeper,
@@ -70,6 +72,8 @@ private:
     [[nodiscard]] ResticOutcome connect(const StopSignal& stop);
     [[nodiscard]] ResticOutcome backUpWanted(const StopSignal& stop);
     [[nodiscard]] ResticOutcome backUp(const std::string& path, bool isPartial, const StopSignal& stop);
+    void describe(BackupRun::Wanted& wanted, const BackupIndex& index, bool isPartial,
+                  bool isIncomplete) const;
     [[nodiscard]] ResticOutcome forgetOld(const StopSignal& stop);
     void takeOutcome(const ResticOutcome& outcome);
     void report(const ResticOutcome& outcome);

@@ -114,7 +114,7 @@ ResticOutcome IndexKeeper::synchronize(bool mayMake, const StopSignal& stop) {
     if (const ResticOutcome outcome = repository_.clearStaleLocks(stop).outcome;
         !outcome.succeeded() && !stop.isSet())
         KelvaneSystemLog("Locks stay in the repository. %@", outcome.errors);
-    const Repository::Listing listing = repository_.snapshots(stop);
+    const Repository::Listing listing = snapshots(stop);
     if (!listing.outcome.succeeded())
         return listing.outcome;
     reportUnread(listing);
@@ -258,8 +258,17 @@ ResticOutcome IndexKeeper::forgetOld(std::chrono::days keep, const StopSignal& s
     return forget(keep, stop);
 }
 
-ResticOutcome IndexKeeper::forget(std::chrono::days keep, const StopSignal& stop) {
+// What a snapshot lacks because it could not be read is known only here: no tag tells of it.
+Repository::Listing IndexKeeper::snapshots(const StopSignal& stop) const {
     Repository::Listing listing = repository_.snapshots(stop);
+    for (Snapshot& listed : listing.snapshots)
+        for (const auto& [number, known] : index_->snapshots())
+            listed.isPartial = listed.isPartial || (known.id == listed.id && known.isPartial);
+    return listing;
+}
+
+ResticOutcome IndexKeeper::forget(std::chrono::days keep, const StopSignal& stop) {
+    Repository::Listing listing = snapshots(stop);
     if (!listing.outcome.succeeded())
         return listing.outcome;
     reportUnread(listing);
@@ -279,7 +288,7 @@ ResticOutcome IndexKeeper::forget(std::chrono::days keep, const StopSignal& stop
     if (ResticOutcome outcome = repository_.forget(ids, stop); !outcome.succeeded())
         return outcome;
     retention_.noteForgotten();
-    listing = repository_.snapshots(stop);
+    listing = snapshots(stop);
     if (!listing.outcome.succeeded())
         return listing.outcome;
     reportUnread(listing);

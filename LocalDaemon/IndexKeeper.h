@@ -67,6 +67,7 @@ public:
 private:
     using Numbers = std::vector<std::uint32_t>; // of snapshots, ascending
 
+    [[nodiscard]] Repository::Listing snapshots(const StopSignal& stop) const;
     [[nodiscard]] ResticOutcome rebuild(BackupIndex from, const Numbers& toList, const StopSignal& stop);
     [[nodiscard]] BackupIndex withListed(const Repository::Listing& listing, const std::string& repositoryId,
                                          Numbers& toList) const;

@@ -156,11 +156,15 @@ std::string LocalDaemon::makeWorld() {
     state_->lookForAbsentDisks(*options_.fileSystem);
     tree_ = std::make_shared<FolderTree>();
     nodes_ = std::make_shared<NodeAnswers>(state_, options_.fileSystem, tree_);
+    BackupRunner::Options backup = options_.backup;
+    backup.lookForDisks = [state = state_, fileSystem = options_.fileSystem] {
+        state->lookForAbsentDisks(*fileSystem);
+    };
     Verification::Options verification = options_.verification;
     verification.path = indexPathFor(options_.indexPath, configuration) + ".verification";
     const auto verifier = std::make_shared<Verification>(state_, keeper_, verification);
     state_->setIndex(keeper_->index(), {}); // with what is known to be damaged
-    runner_ = std::make_shared<BackupRunner>(state_, keeper_, verifier, options_.backup);
+    runner_ = std::make_shared<BackupRunner>(state_, keeper_, verifier, backup);
     makeRestores();
     const DaemonTarget::World world{state_,
                                     options_.fileSystem,

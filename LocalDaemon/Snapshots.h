@@ -15,7 +15,8 @@ enum class ItemKind : std::uint8_t { File, Folder, Link };
 struct Snapshot {
     std::string id;        // 64 hexadecimal digits
     std::int64_t time = 0; // seconds since 1970
-    // It holds some paths that were wanted at once, and not all that was to be backed up.
+    // It holds less than was to be backed up: some paths that were wanted at once, or all but a disk that was
+    // away or saved files that could not be read. What it lacks does not count as deleted.
     bool isPartial = false;
     // Counts up with each snapshot that this computer makes; 0: it was made before they were counted.
     std::uint64_t sequence = 0;

@@ -33,7 +33,8 @@ protected:
         daemon = std::make_unique<RunningDaemon>(folders, [&](LocalDaemon::Options& options) {
             options.backup.quiet = 50ms;
             options.backup.firstRetry = 100ms;
-            options.fileSystem = std::make_shared<LocalFileSystem>(Volumes("Boot", disks));
+            options.fileSystem = std::make_shared<LocalFileSystem>(
+                Volumes("Boot", areDisksAway ? std::vector<Volume>() : disks));
             if (!disks.empty())
                 options.settled.set("volumes", Array{disks.front().mountPoint});
             options.defaults.repository.program = program;
@@ -72,6 +73,7 @@ protected:
     }
 
     const tests::DaemonFolders folders;
+    bool areDisksAway = false;
     ClockReading clock; // the machine's own as long as it shows nothing
     const LogSinkToken quiet = setLogSink([](const LogEntry&) {});
     std::unique_ptr<RunningDaemon> daemon;
@@ -206,6 +208,31 @@ TEST_F(BackingUp, ComesBackFromALostRepositoryIndexAndKey) {
     folders.write("home/more", "1");
     pane->call<"setPriorityBackup:">(in("more"));
     EXPECT_TRUE(comesTo([&] { return pane->state("serviceState") == 15; }));
+}
+
+TEST_F(BackingUp, WhatIsOnADiskThatIsAwayDoesNotCountAsDeleted) {
+    const std::string disk = folders / "media/Disk";
+    folders.write("media/Disk/file", "12345");
+    folders.write("home/own", "1");
+    start({{"Disk", disk}});
+    ASSERT_TRUE(comesToRest(2, 6));
+    fs::remove(disk + "/file"); // the empty mount point stays
+    areDisksAway = true;
+    start({{"Disk", disk}});
+    folders.write("home/own", "123");
+    ASSERT_TRUE(comesTo([&] { return pane->state("serviceState") == 5; }));
+    pane->call<"setPriorityBackup:">("/");
+    ASSERT_TRUE(comesToRest(2, 8));
+    EXPECT_EQ(snapshots(), 2U);
+
+    const auto restic = std::make_shared<Restic>(
+        RepositoryPlace{folders / "repository", folders / "state/password", folders / "cache", {}, "restic"});
+    const auto made = Repository(restic, 7).snapshots(StopSignal()).snapshots;
+    ASSERT_EQ(made.size(), 2U);
+    EXPECT_FALSE(made[0].isPartial);
+    EXPECT_TRUE(made[1].isPartial) << "so that it does not replace the one that holds the disk";
+    for (const SnapshotItem& item : Repository(restic, 7).list(made[1].id, StopSignal()).items)
+        EXPECT_FALSE(item.path.starts_with(disk)) << "an empty mount point is no folder of the disk";
 }
 
 TEST_F(BackingUp, ShowsAndRestoresWhatWasOnADiskThatIsAway) {
