@@ -31,15 +31,13 @@ void keepNewestOfEachPath(std::vector<BackedUpItem>& items) {
 
 // In seconds since 1970.
 constexpr std::int64_t beginOfYear0 = -62167219200;
-constexpr std::int64_t beginOfYear1 = -62135596800;
-constexpr std::int64_t beginOfYear9999 = 253370764800;
 constexpr std::int64_t beginOfYear10000 = 253402300800;
 constexpr std::int64_t secondsTo2001 = 978307200; // where dates begin
 
 // Of a time beyond these years restic keeps the first or last of them, with the same month and day.
 bool isKeptAs(FileTime saved, std::int64_t secondsOnDisk) {
-    return (secondsOnDisk < beginOfYear0 && saved.seconds() < beginOfYear1) ||
-           (secondsOnDisk >= beginOfYear10000 && saved.seconds() >= beginOfYear9999);
+    return (secondsOnDisk < beginOfYear0 || secondsOnDisk >= beginOfYear10000) && isAtEndOfKeptTimes(saved) &&
+           (secondsOnDisk < 0) == (saved.seconds() < 0);
 }
 bool isKeptAs(FileTime saved, FileTime onDisk) {
     return saved == onDisk || isKeptAs(saved, onDisk.seconds());

@@ -103,7 +103,7 @@ FileDescriptor RestoreDelivery::madeParent(const RestorePiece& piece, const std:
     const BackupIndex::Item* const item = saved.empty() ? nullptr : index_.find(saved);
     std::string reason;
     if (const FileDescriptor staged = stagedFolder(piece.item->snapshot, saved); item && staged) {
-        made_.push_back({target, FolderMetadata(staged.get(), accessOf(*item))});
+        made_.push_back({target, FolderMetadata(staged.get(), accessOf(*item), item->modified)});
         return makeFolder(around, name, &made_.back().metadata, reason);
     }
     return makeFolder(around, name, nullptr, reason);
@@ -134,8 +134,11 @@ void RestoreDelivery::deliverFile(const Place& place) {
         return fail(place.path, S_ISDIR(there.st_mode) ? "a folder stands in its place"
                                                        : "a device, pipe or socket stands in its place");
     const std::string staged = place.path.substr(place.path.rfind('/') + 1);
+    reason = setSavedTime(place.staged, staged, place.item.modified);
     if (::renameat(place.staged, staged.c_str(), place.around, place.name.c_str()) != 0)
-        fail(place.path, errorText());
+        reason = errorText();
+    if (!reason.empty())
+        fail(place.path, reason);
 }
 
 std::string RestoreDelivery::faultOf(const Place& place) const {
@@ -187,7 +190,8 @@ void RestoreDelivery::deliverFolder(const Place& place, bool isAlone) {
     if (isSaved && !staged)
         return fail(place.path, missing);
     const std::optional<FolderMetadata> metadata =
-        isSaved ? std::optional<FolderMetadata>({staged.get(), accessOf(place.item)}) : std::nullopt;
+        isSaved ? std::optional<FolderMetadata>({staged.get(), accessOf(place.item), place.item.modified})
+                : std::nullopt;
     std::string reason;
     FileDescriptor target = openFolderIn(place.around, place.name);
     if (!target && errno == ENOENT)

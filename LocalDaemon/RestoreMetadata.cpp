@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/xattr.h>
@@ -88,7 +89,30 @@ bool findZeros(int file, off_t block, Take take) {
     }
 }
 
+// Empty, or why the time is another one than was saved. Some file systems keep every second second.
+std::string timeFault(const struct stat& now, FileTime saved) {
+    constexpr std::int64_t step = 2;
+    if (isAtEndOfKeptTimes(saved))
+        return "restored with another time: its own lies beyond the years that a backup keeps";
+    return std::abs(now.st_mtim.tv_sec - saved.seconds()) < step
+               ? std::string()
+               : "restored with another time: the disk does not keep its own";
+}
+
 } // namespace
+
+std::string setSavedTime(int folder, const std::string& name, FileTime modified) {
+    struct stat status {};
+    if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+        return reasonText();
+    if (std::string fault = timeFault(status, modified); fault.empty() || isAtEndOfKeptTimes(modified))
+        return fault;
+    const std::array<timespec, 2> times{timespec{0, UTIME_OMIT}, modified.asTimespec()};
+    if (::utimensat(folder, name.c_str(), times.data(), AT_SYMLINK_NOFOLLOW) != 0 ||
+        ::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+        return "restored with another time: " + reasonText();
+    return timeFault(status, modified);
+}
 
 mode_t modeFor(const SavedAccess& saved, const struct stat& now) {
     mode_t mode = saved.mode & allBits;
@@ -111,7 +135,8 @@ AccessForOwner::~AccessForOwner() {
         KelvaneSystemLog("A folder keeps write permission for its owner: %@", reasonText());
 }
 
-FolderMetadata::FolderMetadata(int folder, const SavedAccess& access) : access_(access) {
+FolderMetadata::FolderMetadata(int folder, const SavedAccess& access, FileTime modified)
+    : access_(access), modified_(modified) {
     const std::string path = pathOfDescriptor(folder);
     // Its attributes are read and its contents taken out of it, whatever mode was saved.
     if (::fstat(folder, &status_) != 0 || !makeOwnerAccessible(folder))
@@ -133,11 +158,11 @@ std::string FolderMetadata::applyTo(int folder, Use use) const {
         return reason;
     struct stat now {};
     const mode_t owners = use == Use::BeingFilled ? mode_t{S_IRWXU} : mode_t{0};
-    const std::array<timespec, 2> times{status_.st_atim, status_.st_mtim};
+    const std::array<timespec, 2> times{status_.st_atim, modified_.asTimespec()};
     if (::fstat(folder, &now) != 0 || ::chmod(path.c_str(), modeFor(access_, now) | owners) != 0 ||
         ::utimensat(AT_FDCWD, path.c_str(), times.data(), 0) != 0)
         return "its mode or times cannot be set: " + reasonText();
-    return {};
+    return ::fstat(folder, &now) == 0 ? timeFault(now, modified_) : reasonText();
 }
 
 // What a file system does not know is left out, except for an access rule, which may be narrower than the

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "LocalDaemon/Snapshots.h"
+
 #include <map>
 #include <optional>
 #include <string>
@@ -36,7 +38,7 @@ private:
 // is enough. Blocks on the disk.
 class FolderMetadata {
 public:
-    FolderMetadata(int folder, const SavedAccess& access);
+    FolderMetadata(int folder, const SavedAccess& access, FileTime modified);
 
     enum class Use { BeingFilled, Final }; // while it is filled its owner may do everything
     // What was not saved is taken off. An owner that only root may give stays as it is. Empty, or why it
@@ -47,10 +49,16 @@ private:
     [[nodiscard]] std::string replaceAttributes(const std::string& path) const;
 
     SavedAccess access_;
+    FileTime modified_;
     struct stat status_ {};
     std::map<std::string, std::vector<char>> attributes_;
     std::string failure_; // to read it
 };
+
+// Gives a staged file or link the time that it was saved with, which restic does not when 64 bits of
+// nanoseconds do not hold it. The folder is one that nobody else can reach. Empty, or why it has another
+// time.
+[[nodiscard]] std::string setSavedTime(int folder, const std::string& name, FileTime modified);
 
 // Frees the blocks of a staged file that hold nothing but zeros; its mode, times and capabilities stay. The
 // folder is one that nobody else can reach. Empty, or why it failed.

@@ -56,6 +56,14 @@ private:
     std::uint32_t nanoseconds_ = 0;
 };
 
+// restic keeps times of the years 0 to 9999: of a time beyond these the first or last of them, with the same
+// month and day. Whether a saved time is in one of the two.
+[[nodiscard]] constexpr bool isAtEndOfKeptTimes(FileTime saved) {
+    constexpr std::int64_t beginOfYear1 = -62135596800;
+    constexpr std::int64_t beginOfYear9999 = 253370764800;
+    return saved.seconds() < beginOfYear1 || saved.seconds() >= beginOfYear9999;
+}
+
 // What a snapshot says of a file, folder or link.
 struct SnapshotItem {
     std::string path; // absolute and clean, byte for byte as on the disk

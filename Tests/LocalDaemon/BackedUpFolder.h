@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 #include <memory>
+#include <sys/stat.h>
 
 namespace kelvane::tests {
 
@@ -40,6 +41,10 @@ public:
         const auto add = [&items](const std::filesystem::directory_entry& entry) {
             items.push_back({entry.path(), entry.is_directory() ? ItemKind::Folder : ItemKind::File,
                              entry.is_directory() ? 0 : entry.file_size()});
+            struct stat status {};
+            ::lstat(entry.path().c_str(), &status);
+            items.back().modified = FileTime(status.st_mtim);
+            items.back().changed = FileTime(status.st_ctim);
             items.back().mode = static_cast<std::uint16_t>(entry.status().permissions());
         };
         add(std::filesystem::directory_entry(home()));
