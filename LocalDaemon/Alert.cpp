@@ -1,5 +1,7 @@
 #include "LocalDaemon/Alert.h"
 
+#include "Common/StandingAlert.h"
+
 #include <string_view>
 
 namespace kelvane {
@@ -19,6 +21,14 @@ std::string escaped(std::string_view text) {
 }
 
 } // namespace
+
+Alert alertForInternalError(const std::string& reason) {
+    return {"internal_error",
+            "error",
+            "The backup daemon met an internal error.",
+            "It goes on, but may have left something undone: " + reason + ". The log says when it happened.",
+            {std::string(dismissAction)}};
+}
 
 std::string alertString(const Alert& alert) {
     return escaped(alert.kind) + '|' + escaped(alert.severity) + "|||" + escaped(alert.title) + '|' +

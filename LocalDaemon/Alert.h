@@ -17,6 +17,9 @@ struct Alert {
     friend bool operator==(const Alert&, const Alert&) = default;
 };
 
+// For what a thread's work has thrown.
+[[nodiscard]] Alert alertForInternalError(const std::string& reason);
+
 // The six fields that a pane takes apart again, separated by "|".
 [[nodiscard]] std::string alertString(const Alert& alert);
 

@@ -3,6 +3,7 @@
 #include "Foundation/Unicode.h"
 #include "LocalDaemon/BackupTargets.h"
 #include "LocalDaemon/BackupTrouble.h"
+#include "LocalDaemon/GuardedWork.h"
 #include "Support/Logging.h"
 
 #include <algorithm>
@@ -105,6 +106,13 @@ void BackupRunner::noteRestores(bool areWaiting) {
         current_->set();
 }
 
+void BackupRunner::connectNow() {
+    const std::scoped_lock guard(mutex_);
+    isUrgent_ = true;
+    isNoted_ = true;
+    changed_.notify_all();
+}
+
 void BackupRunner::backUpNow(const std::string& path) {
     const std::scoped_lock guard(mutex_);
     if (wanted_.size() >= mostWanted)
@@ -129,8 +137,27 @@ void BackupRunner::run() {
                 return;
         }
         if (task != Task::None)
-            perform(task);
+            runGuarded(
+                "backing up", [this](const std::string& reason) { takeFailure(reason); },
+                [&] { perform(task); });
     }
+}
+
+void BackupRunner::takeFailure(const std::string& reason) {
+    {
+        const std::scoped_lock guard(mutex_);
+        current_.reset();
+        isForgetting_ = false;
+    }
+    isConnected_ = false;
+    state_->setIndexCurrent(false, reason);
+    retry_ = Clock::now() + options_.longestRetry;
+    BackupActivity activity = state_->activity();
+    activity.isRunning = false;
+    activity.currentFile.clear();
+    activity.done = {};
+    state_->setActivity(activity);
+    state_->raiseAlert(alertForInternalError(reason));
 }
 
 BackupRunner::Task BackupRunner::nextTask(Clock::time_point now) {
@@ -143,8 +170,10 @@ BackupRunner::Task BackupRunner::nextTask(Clock::time_point now) {
         need = need_;
         isWanted = !wanted_.empty();
         isRestoring = isRestoring_;
-        if (std::exchange(isUrgent_, false))
+        if (std::exchange(isUrgent_, false)) {
             retry_ = now;
+            connectAt_ = isRestoring_ ? now : connectAt_;
+        }
     }
     const Clock::time_point at = timeOfNextTask(need, now);
     const Clock::time_point next = std::max(retry_, isWanted       ? now
@@ -245,7 +274,14 @@ ResticOutcome BackupRunner::connect(const StopSignal& stop) {
         return {};
     }
     isConnected_ = outcome.succeeded();
+    if (isConnected_)
+        noteIndexCurrent();
     return outcome;
+}
+
+void BackupRunner::noteIndexCurrent() {
+    state_->setIndexCurrent(true);
+    indexListener_();
 }
 
 // An order that comes in the meantime stays: what it means may not be in this backup.
@@ -324,6 +360,7 @@ ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, cons
     const FileTotals waiting = state_->totals().pending;
     describe(wanted, *index, isPartial, isIncomplete);
     BackupRun::Result result = BackupRun(*state_, keeper_->repository()).run(wanted, stop);
+    state_->setIndexCurrent(false); // until the snapshot has been listed
     if (!result.outcome.succeeded())
         return result.outcome;
     if (wanted.isForced)
@@ -339,9 +376,12 @@ ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, cons
     KelvaneSystemLog("Backed up%@; snapshot %@, %llu bytes were waiting.", isPartial ? ": " + path : "",
                      result.snapshotId, waiting.bytes);
     options_.lookForDisks(); // one may have gone meanwhile
-    return keeper_->add(
-        result.snapshotId,
-        isIncomplete || !state_->absentDisksInBackup().empty() || holdsAny(*index, result.unread), stop);
+    const bool hasLess =
+        isIncomplete || !state_->absentDisksInBackup().empty() || holdsAny(*index, result.unread);
+    ResticOutcome outcome = keeper_->add(result.snapshotId, hasLess, stop);
+    if (outcome.succeeded())
+        noteIndexCurrent();
+    return outcome;
 }
 
 void BackupRunner::describe(BackupRun::Wanted& wanted, const BackupIndex& index, bool isPartial,
@@ -364,12 +404,14 @@ void BackupRunner::describe(BackupRun::Wanted& wanted, const BackupIndex& index,
 void BackupRunner::takeOutcome(const ResticOutcome& outcome) {
     if (outcome.trouble == ResticTrouble::Stopped) {
         isConnected_ = false; // a snapshot may stand that the index does not know of
+        state_->setIndexCurrent(false);
         return;
     }
     if (outcome.succeeded()) {
         retryWait_ = 0ms;
     } else {
         isConnected_ = false;
+        state_->setIndexCurrent(false, reasonOf(outcome));
         retryWait_ = std::clamp(retryWait_ * 2, options_.firstRetry, options_.longestRetry);
         retry_ = Clock::now() + retryWait_;
         KelvaneSystemLog("The backup came to nothing and is tried again in %lld s: %@",

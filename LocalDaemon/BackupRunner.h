@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -43,12 +44,17 @@ public:
     BackupRunner(const BackupRunner&) = delete;
     BackupRunner& operator=(const BackupRunner&) = delete;
 
+    // `listener` is called when the index has become that of the repository, on the runner's thread. Before
+    // `start`.
+    void setIndexListener(std::function<void()> listener) { indexListener_ = std::move(listener); }
     void start();
     void stop();
     void noteNeed(const BackupNeed& need);
     void noteRules();
     // As long as files are being restored, nothing is forgotten: that would keep them waiting for hours.
     void noteRestores(bool areWaiting);
+    // Makes the index that of the repository if it is not, without a wait for another try.
+    void connectNow();
     // Real path: it, or what is in the backup below it, is backed up before anything else. "/" asks for
     // everything.
     void backUpNow(const std::string& path);
@@ -75,6 +81,8 @@ private:
     void describe(BackupRun::Wanted& wanted, const BackupIndex& index, bool isPartial,
                   bool isIncomplete) const;
     [[nodiscard]] ResticOutcome forgetOld(const StopSignal& stop);
+    void noteIndexCurrent();
+    void takeFailure(const std::string& reason);
     void takeOutcome(const ResticOutcome& outcome);
     void report(const ResticOutcome& outcome);
     void reportUnread(const std::vector<std::string>& paths);
@@ -83,6 +91,7 @@ private:
     const std::shared_ptr<IndexKeeper> keeper_;
     const std::shared_ptr<Verification> verification_;
     const Options options_;
+    std::function<void()> indexListener_ = [] {};
     std::thread thread_;
 
     std::mutex mutex_; // guards what follows

@@ -75,6 +75,23 @@ void DaemonState::setIndex(Index index, const std::vector<std::string>& changed)
     announce();
 }
 
+void DaemonState::setIndexCurrent(bool isCurrent, const std::string& trouble) {
+    const std::scoped_lock guard(mutex_);
+    isIndexCurrent_ = isCurrent;
+    indexTrouble_ = trouble;
+    announce();
+}
+
+bool DaemonState::isIndexCurrent() const {
+    const std::scoped_lock guard(mutex_);
+    return isIndexCurrent_;
+}
+
+std::string DaemonState::indexTrouble() const {
+    const std::scoped_lock guard(mutex_);
+    return indexTrouble_;
+}
+
 BackupActivity DaemonState::activity() const {
     const std::scoped_lock guard(mutex_);
     return activity_;
@@ -276,7 +293,7 @@ BackupNeed DaemonState::currentNeed() const {
     const bool mayWork = hasPlace() && settings_.enabled && !isPaused();
     need.mayAdd = mayWork && !settings_.recoverMode && !isOverQuota();
     // A restore waits for what is in it, whatever the backup may do.
-    need.mayRead = mayWork || (hasPlace() && restore_.job != 0 && index_->repositoryId().empty());
+    need.mayRead = mayWork || (hasPlace() && restore_.job != 0 && !isIndexCurrent_);
     need.isKnown = !isLooking();
     need.isWaiting = isWaiting();
     need.changes = changes_;

@@ -76,6 +76,12 @@ public:
     [[nodiscard]] Index index() const;
     // `changed`: real paths of which it says another thing than before.
     void setIndex(Index index, const std::vector<std::string>& changed);
+    // Whether the index is that of the repository, as far as this daemon can know: not before the repository
+    // was asked, nor after a backup whose snapshot has not been listed. `trouble` says why the last try to
+    // make it so failed; empty when it did not.
+    void setIndexCurrent(bool isCurrent, const std::string& trouble = {});
+    [[nodiscard]] bool isIndexCurrent() const;
+    [[nodiscard]] std::string indexTrouble() const;
     [[nodiscard]] BackupActivity activity() const;
     void setActivity(const BackupActivity& activity);
     [[nodiscard]] BackupNeed backupNeed() const;
@@ -207,6 +213,8 @@ private:
     RulesListener rulesListener_;
     NeedListener needListener_;
     Index index_;
+    bool isIndexCurrent_ = false;
+    std::string indexTrouble_;
     BackupActivity activity_;
     std::uint64_t changes_ = 0;
     Settings settings_;

@@ -77,25 +77,34 @@ void FolderScan::lookAtEverything() {
 void FolderScan::run() {
     lastReportTime_ = Clock::now();
     nextRetry_ = lastReportTime_ + options_.rescanInterval;
-    addRoots();
-    scanEverything();
-    while (!stopping_) {
-        takeRules();
-        takeIndex();
-        if (mustLookAtEverything_.exchange(false))
-            scanEverything();
-        if (dirty_.empty()) {
-            finishPass();
-            waitForChanges();
-            continue;
-        }
-        Folder& next = **dirty_.begin();
-        dirty_.erase(dirty_.begin());
-        relist(next);
-        if (!stopping_ && Clock::now() - lastReportTime_ >= reportInterval) {
-            takeChanges(watch_.wait(0ms)); // before so many have gathered that the system drops some
-            report();
-        }
+    const auto failed = [this](const std::string& reason) {
+        options_.failed(reason);
+        pause(1s); // the next piece of work may fail as well
+    };
+    runGuarded("scanning", failed, [this] {
+        addRoots();
+        scanEverything();
+    });
+    while (!stopping_)
+        runGuarded("scanning", failed, [this] { work(); });
+}
+
+void FolderScan::work() {
+    takeRules();
+    takeIndex();
+    if (mustLookAtEverything_.exchange(false))
+        scanEverything();
+    if (dirty_.empty()) {
+        finishPass();
+        waitForChanges();
+        return;
+    }
+    Folder& next = **dirty_.begin();
+    dirty_.erase(dirty_.begin());
+    relist(next);
+    if (!stopping_ && Clock::now() - lastReportTime_ >= reportInterval) {
+        takeChanges(watch_.wait(0ms)); // before so many have gathered that the system drops some
+        report();
     }
 }
 

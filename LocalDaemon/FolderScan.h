@@ -3,6 +3,7 @@
 #include "LocalDaemon/BackupIndex.h"
 #include "LocalDaemon/BackupRules.h"
 #include "LocalDaemon/FolderTree.h"
+#include "LocalDaemon/GuardedWork.h"
 #include "Platform/DirectoryWatch.h"
 
 #include <atomic>
@@ -54,6 +55,7 @@ public:
         std::chrono::milliseconds rescanInterval = std::chrono::minutes(10);
         // Half of what the system allows the user: other programs watch folders as well.
         std::size_t mostWatches = DirectoryWatch::systemLimit() / 2;
+        WorkFailed failed = [](const std::string&) {}; // on the scan's thread
     };
 
     // None is null.
@@ -79,6 +81,7 @@ private:
     using Clock = std::chrono::steady_clock;
 
     void run();
+    void work();
     void scanEverything();
     void takeRules();
     void takeIndex();

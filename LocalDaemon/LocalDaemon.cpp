@@ -62,9 +62,11 @@ std::string LocalDaemon::start() {
         return "cannot find the folder " + state_->configuration().home;
     makeKey();
     // Before anybody can change the rules.
+    FolderScan::Options scan = options_.scan;
+    scan.failed = workFailed();
     scan_.emplace(
         state_->rules(), state_->index(), tree_,
-        [state = state_](const ScanReport& report) { state->takeReport(report); }, options_.scan);
+        [state = state_](const ScanReport& report) { state->takeReport(report); }, scan);
     keeper_->setPublish(
         [this](const IndexKeeper::Index& index, const std::vector<std::string>& changed, bool isRebuilt) {
             scan_->setIndex(index);
@@ -75,6 +77,7 @@ std::string LocalDaemon::start() {
         });
     keeper_->setAlerts({[state = state_](const Alert& alert) { state->raiseAlert(alert); },
                         [state = state_](const std::string& kind) { state->withdrawAlert(kind); }});
+    runner_->setIndexListener([this] { restores_->wake(); });
     state_->setRulesListener([this](const DaemonState::Rules& rules) {
         scan_->setRules(rules);
         runner_->noteRules();
@@ -85,7 +88,9 @@ std::string LocalDaemon::start() {
         return "Cannot listen at " + options_.socketPath + ": " + std::generic_category().message(errno);
     scan_->start();
     runner_->start();
-    refresh_ = loop_->schedule(options_.refreshInterval, MainLoop::Repeat::Always, [this] { refresh(); });
+    refresh_ = loop_->schedule(options_.refreshInterval, MainLoop::Repeat::Always, [this] {
+        runGuarded("looking for disks", workFailed(), [this] { refresh(); });
+    });
     KelvaneCLog("Serving %@ at %@.", state_->configuration().home, options_.socketPath);
     return {};
 }
@@ -203,13 +208,22 @@ std::shared_ptr<const AlertActions> LocalDaemon::makeAlertActions() const {
     return actions;
 }
 
+WorkFailed LocalDaemon::workFailed() const {
+    return [state = state_](const std::string& reason) { state->raiseAlert(alertForInternalError(reason)); };
+}
+
 void LocalDaemon::makeRestores() {
     RestoreQueue::Options options;
     options.journalPath = options_.restoreJobsPath;
     options.restic = restic_;
     options.index = [state = state_]() -> std::shared_ptr<const BackupIndex> {
         auto index = state->index();
-        return index->repositoryId().empty() ? nullptr : index;
+        return index->repositoryId().empty() || !state->isIndexCurrent() ? nullptr : index;
+    };
+    options.failed = workFailed();
+    options.askForIndex = [state = state_, runner = runner_] {
+        runner->connectNow();
+        return state->indexTrouble();
     };
     options.onProgress = [state = state_, runner = runner_](const RestoreProgress& progress) {
         runner->noteRestores(progress.job != 0);

@@ -63,6 +63,7 @@ private:
     [[nodiscard]] std::string claimSettings();
     [[nodiscard]] std::string makeWorld();
     [[nodiscard]] std::shared_ptr<const AlertActions> makeAlertActions() const;
+    [[nodiscard]] WorkFailed workFailed() const;
     void makeRestores();
     void makeKey();
     void refresh();

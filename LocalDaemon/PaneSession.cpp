@@ -1,6 +1,7 @@
 #include "LocalDaemon/PaneSession.h"
 
 #include "Foundation/Unicode.h"
+#include "LocalDaemon/GuardedWork.h"
 #include "Support/Logging.h"
 
 #include <system_error>
@@ -72,7 +73,8 @@ void PaneSession::socketFailed(KelvaneSocket&) {
 
 void PaneSession::send() {
     while (const auto batch = queue_->take())
-        send(*batch);
+        runGuarded(
+            "telling a pane what has changed", [](const std::string&) {}, [&] { send(*batch); });
 }
 
 void PaneSession::send(const CallbackQueue::Batch& batch) {

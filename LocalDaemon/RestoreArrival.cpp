@@ -1,5 +1,7 @@
 #include "LocalDaemon/RestoreArrival.h"
 
+#include "LocalDaemon/GuardedWork.h"
+
 #include <array>
 #include <charconv>
 #include <filesystem>
@@ -73,7 +75,10 @@ void ArrivalWatch::watch() {
             continue;
         }
         const Clock::time_point begin = Clock::now();
-        const Arrival arrival = arrivalIn(options_.stagingFolder, options_.index);
+        Arrival arrival = last;
+        runGuarded(
+            "counting restored files", [](const std::string&) {},
+            [&] { arrival = arrivalIn(options_.stagingFolder, options_.index); });
         if (!(arrival == last)) {
             options_.onArrival(arrival);
             lastArrival = begin;

@@ -16,6 +16,7 @@ constexpr std::size_t mostWaiting = 20'000;
 constexpr std::size_t mostEnded = 10'000;
 constexpr std::size_t mostFailures = 1000; // that are kept of one job, and written to the log
 constexpr std::size_t mostBytesOfEnded = std::size_t{16} << 20U;
+constexpr const char* indexIsRead = "The list of what is in the backup is being read.";
 constexpr const char* failuresDropped = "what failed stands in the log";
 // Jobs are done together, since each call of restic takes half a second; but not so many that the first
 // would wait long for the last.
@@ -44,7 +45,7 @@ std::uint64_t filesOf(const RestoreJob& job, const BackupIndex* index) {
 
 std::string onOneLine(const std::string& text) {
     std::string line;
-    for (const char each : text)
+    for (const char each : textFromPath(text))
         line += static_cast<unsigned char>(each) < ' ' || each == '\x7f' ? std::string("?")
                                                                          : std::string(1, each);
     return line;
@@ -57,7 +58,7 @@ RestoreJournal::Ended endedWith(const std::vector<RestoreFailure>& failures) {
             ended.failures.push_back(formatText("and %llu more", failures.size() - mostFailures));
             break;
         }
-        ended.failures.push_back(onOneLine(textFromPath(failure.path + ": " + failure.reason)));
+        ended.failures.push_back(onOneLine(failure.path + ": " + failure.reason));
     }
     return ended;
 }
@@ -95,7 +96,7 @@ void RestoreQueue::start() {
         waiting_.push_back({std::move(job)});
     report();
     thread_ = std::thread([this, left = std::move(contents.stagingFolders)] {
-        removeLeft(left);
+        runGuarded("removing what is left of a restore", options_.failed, [&] { removeLeft(left); });
         work();
     });
 }
@@ -140,9 +141,10 @@ std::uint32_t RestoreQueue::add(RestoreJob job) {
 
 std::uint32_t RestoreQueue::refuse(const std::string& reason) {
     KelvaneSystemLog("Restore refused: %@", reason);
-    options_.onRefusal(reason);
+    const std::string line = onOneLine(reason);
+    options_.onRefusal(line);
     const std::scoped_lock guard(mutex_);
-    refusal_ = onOneLine(reason);
+    refusal_ = line;
     return 0;
 }
 
@@ -211,7 +213,9 @@ void RestoreQueue::work() {
         running_ = std::make_shared<StopSignal>();
         report();
         lock.unlock();
-        runBatch(jobs, index);
+        runGuarded(
+            "restoring", [&](const std::string& reason) { failBatch(jobs, reason); },
+            [&] { runBatch(jobs, index); });
         lock.lock();
     }
 }
@@ -235,7 +239,7 @@ bool RestoreQueue::waitForWork(std::unique_lock<std::mutex>& lock,
             continue;
         lock.unlock();
         const std::string trouble = troubleWithBackup();
-        options_.onWait(trouble);
+        options_.onWait(trouble.empty() ? indexIsRead : trouble);
         lock.lock();
         if (!trouble.empty() && !stopping_.isSet() && ++troubles == options_.waits.size())
             endAll(lock, restorestatus::incomplete, trouble);
@@ -250,10 +254,11 @@ std::string RestoreQueue::troubleWithBackup() const {
     Restic::Call call;
     call.arguments = {"cat", "config", "--no-lock"};
     const ResticOutcome outcome = options_.restic->run(call, stopping_);
-    if (outcome.succeeded() || stopping_.isSet())
+    if (stopping_.isSet())
         return {};
-    const std::string reason = restoreFailureFor(outcome);
-    KelvaneSystemLog("Restoring waits until it is known what is in the backup: %@", reason);
+    const std::string reason = outcome.succeeded() ? options_.askForIndex() : restoreFailureFor(outcome);
+    if (!reason.empty())
+        KelvaneSystemLog("Restoring waits until it is known what is in the backup: %@", reason);
     return reason;
 }
 
@@ -298,6 +303,24 @@ void RestoreQueue::runBatch(const std::vector<RestoreJob>& jobs,
         return; // those that were cancelled have ended, the others will be done again
     for (std::size_t number = 0; number < jobs.size(); ++number) {
         failures_.insert(failures_.end(), failures[number].begin(), failures[number].end());
+        end(jobs[number].id, std::move(ended[number]));
+    }
+    if (waiting_.empty())
+        reportEnd();
+}
+
+void RestoreQueue::failBatch(const std::vector<RestoreJob>& jobs, const std::string& reason) {
+    options_.failed(reason);
+    std::vector<RestoreJournal::Ended> ended;
+    for (const RestoreJob& job : jobs) {
+        ended.push_back(endedWith({{job.source, "internal error: " + reason}}));
+        journal_.end(job.id, ended.back());
+    }
+    const std::scoped_lock guard(mutex_);
+    running_.reset();
+    arrival_ = {};
+    for (std::size_t number = 0; number < jobs.size(); ++number) {
+        failures_.push_back({jobs[number].source, "internal error: " + reason});
         end(jobs[number].id, std::move(ended[number]));
     }
     if (waiting_.empty())

@@ -6,6 +6,8 @@
 #include "LocalDaemon/RestoreJournal.h"
 #include "LocalDaemon/RestoreStaging.h"
 
+#include "LocalDaemon/GuardedWork.h"
+
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -37,6 +39,11 @@ public:
         // ended when the progress has no job; then `onEnd` tells what failed of them.
         std::function<void(const RestoreProgress&)> onProgress;
         std::function<void(const std::vector<RestoreFailure>&)> onEnd;
+        // Asks for the index while it is null and the repository can be reached. Why the last try to get it
+        // failed; empty while one is under way.
+        std::function<std::string()> askForIndex = [] { return std::string(); };
+        // On the queue's thread.
+        WorkFailed failed = [](const std::string&) {};
         // Why jobs have to wait; empty when they go on. And why one was refused. On any thread.
         std::function<void(const std::string& reason)> onWait = [](const std::string&) {};
         std::function<void(const std::string& reason)> onRefusal = [](const std::string&) {};
@@ -93,6 +100,7 @@ private:
     // Each for the same reason, which may be empty.
     void endAll(std::unique_lock<std::mutex>& lock, std::uint32_t status, const std::string& reason);
     [[nodiscard]] std::vector<RestoreJob> takeBatch(const BackupIndex& index);
+    void failBatch(const std::vector<RestoreJob>& jobs, const std::string& reason);
     void runBatch(const std::vector<RestoreJob>& jobs, const std::shared_ptr<const BackupIndex>& index);
     // With the mutex held, so they log and write nothing: that may take long.
     void end(std::uint32_t id, RestoreJournal::Ended ended);

@@ -235,6 +235,38 @@ TEST_F(BackingUp, WhatIsOnADiskThatIsAwayDoesNotCountAsDeleted) {
         EXPECT_FALSE(item.path.starts_with(disk)) << "an empty mount point is no folder of the disk";
 }
 
+// As after a kill between a backup and its listing.
+TEST_F(BackingUp, RestoresFromTheRepositoryAndNotFromAnOlderIndex) {
+    const auto indexPath = [&] {
+        for (const auto& file : fs::directory_iterator(folders / "state"))
+            if (file.path().filename().string().starts_with("index"))
+                return file.path();
+        return fs::path();
+    };
+    folders.write("home/file", "1");
+    start();
+    ASSERT_TRUE(comesToRest(1, 1));
+    fs::copy_file(indexPath(), folders / "older");
+    folders.write("home/file", "22");
+    folders.write("home/new", "3");
+    pane->call<"setPriorityBackup:">("/");
+    ASSERT_TRUE(comesToRest(2, 3));
+    pane->call<"setPausedMinutes:">(5U);
+    pane.reset();
+    daemon.reset();
+    fs::copy_file(folders / "older", indexPath(), fs::copy_options::overwrite_existing);
+    fs::remove_all(folders.home());
+    fs::create_directory(folders.home());
+    start();
+    for (const char* name : {"file", "new"}) {
+        const auto job = pane->call<"restoreFile:toPath:version:priority:">(in(name), in(name), 0U, 50U);
+        EXPECT_TRUE(
+            comesTo([&] { return restorestatus::hasEnded(pane->call<"getRestoreJobStatus:">(job)); }));
+    }
+    EXPECT_EQ(folders.read("home/file"), "22");
+    EXPECT_EQ(folders.read("home/new"), "3");
+}
+
 TEST_F(BackingUp, ShowsAndRestoresWhatWasOnADiskThatIsAway) {
     const std::string file = folders.write("media/Disk/file", "12345");
     folders.write("home/own", "1");

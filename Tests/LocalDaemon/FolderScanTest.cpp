@@ -90,6 +90,19 @@ TEST(FolderScan, StaysInItsFileSystemUnlessAnotherIsAdded) {
     }
 }
 
+TEST(FolderScan, GoesOnAfterItsWorkHasThrown) {
+    const TemporaryFolder home;
+    home.write("file", "12345");
+    std::atomic<int> failures = 0;
+    FolderScan::Options options;
+    options.failed = [&](const std::string& reason) { failures += reason == "no memory" ? 1 : 100; };
+    WatchedScan scan(home, options, [] { throw std::runtime_error("no memory"); });
+    ASSERT_TRUE(scan.comesTo({1, 5}));
+    home.write("more", "1");
+    EXPECT_TRUE(scan.comesTo({2, 6}));
+    EXPECT_EQ(failures, 1);
+}
+
 TEST(FolderScan, FollowsWhatChanges) {
     const TemporaryFolder home;
     home.write("file", "12345");

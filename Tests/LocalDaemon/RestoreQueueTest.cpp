@@ -124,6 +124,62 @@ if [ $(wc -l < )" +
     }
 }
 
+TEST_F(RestoreQueueTest, WorkThatThrowsFailsItsJobsAndNoOthers) {
+    folder_.write("home/a", "1");
+    folder_.pretendBackUp();
+    int throwing = 1;
+    std::string told;
+    adjust_ = [&](RestoreQueue::Options& options) {
+        options.refusal = [&](const std::string&) {
+            return throwing-- > 0 ? throw std::runtime_error("no memory") : std::string();
+        };
+        options.failed = [&](const std::string& reason) { told = reason; };
+    };
+    start(copying());
+    const std::uint32_t job = restore(home("a"), folder_ / "b");
+    EXPECT_EQ(queue_->status(job), restorestatus::incomplete);
+    EXPECT_EQ(queue_->failures(job), home("a") + ": internal error: no memory\n");
+    EXPECT_EQ(told, "no memory");
+    EXPECT_EQ(queue_->status(restore(home("a"), folder_ / "b")), restorestatus::finished);
+}
+
+TEST_F(RestoreQueueTest, WithoutTheIndexOfTheRepositoryAJobWaitsAndFailsWithTheReason) {
+    folder_.write("home/a", "1");
+    folder_.pretendBackUp();
+    std::atomic<bool> isCurrent = false;
+    std::atomic<int> asked = 0;
+    std::vector<std::string> waits;
+    adjust_ = [&](RestoreQueue::Options& options) {
+        options.index = [&]() { return isCurrent ? folder_.index() : nullptr; };
+        options.askForIndex = [&] { return ++asked == 1 ? "" : "the list is broken"; };
+        options.onWait = [&](const std::string& reason) { waits.push_back(reason); };
+    };
+    start(script("[ $1 = cat ] && exit 0\n" + std::string(copyScript)));
+    const std::uint32_t job = restore(home("a"), folder_ / "b");
+    EXPECT_EQ(queue_->failures(job), home("a") + ": the list is broken\n");
+    ASSERT_GT(waits.size(), 1U);
+    EXPECT_EQ(waits[0], "The list of what is in the backup is being read.");
+    EXPECT_EQ(waits[1], "the list is broken");
+    EXPECT_FALSE(fs::exists(folder_ / "b"));
+    isCurrent = true;
+    EXPECT_EQ(queue_->status(restore(home("a"), folder_ / "b")), restorestatus::finished);
+}
+
+// restic itself gives a file of 2300 another time.
+TEST_F(RestoreQueueTest, TimesThatNanosecondsDoNotReachComeBack) {
+    folder_.write("home/folder/far", "1");
+    fs::create_symlink("far", home("folder/link"));
+    const timespec far[] = {{10413792000, 123456789}, {10413792000, 123456789}};
+    for (const char* name : {"folder/far", "folder/link", "folder"})
+        ASSERT_EQ(::utimensat(AT_FDCWD, home(name).c_str(), far, AT_SYMLINK_NOFOLLOW), 0);
+    const auto before = picture(folder_.home());
+    folder_.backUp();
+    start();
+    const std::uint32_t job = restore(home("folder"), folder_ / "back/folder");
+    EXPECT_EQ(queue_->failures(job), "");
+    EXPECT_EQ(picture(folder_ / "back"), before);
+}
+
 TEST_F(RestoreQueueTest, CancellingEndsEverythingAtOnceAndLeavesWholeFilesOnly) {
     folder_.write("home/a", "new");
     folder_.write("home/b", "new");
