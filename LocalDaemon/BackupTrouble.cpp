@@ -1,6 +1,7 @@
 #include "LocalDaemon/BackupTrouble.h"
 
 #include <algorithm>
+#include <unistd.h>
 
 namespace kelvane {
 namespace {
@@ -16,6 +17,9 @@ constexpr TroubleRow rows[] = {
     {ResticTrouble::NoRepository, ServiceState::NoServer, "warning", "The backup's repository is not there.",
      "If it is on a disk of its own, connect that. If it has been deleted, name another one in the "
      "configuration."},
+    {ResticTrouble::DiskAway, ServiceState::NoServer, "warning", "The disk of the backup is not there.",
+     "Connect it, and the backup goes on. Only if there is no such disk, have a new repository made in the "
+     "folder itself."},
     {ResticTrouble::Unreachable, ServiceState::NoServer, "warning",
      "The backup's repository cannot be reached.", "The backup goes on when it can."},
     {ResticTrouble::NoNetwork, ServiceState::NoInternet, "warning", "There is no network for the backup.",
@@ -49,12 +53,19 @@ Alert alertFor(const ResticOutcome& outcome, const RepositoryPlace& place) {
     const TroubleRow* const row = rowOf(outcome.trouble);
     if (!row)
         return {};
-    std::string body = row->advice;
-    if (outcome.trouble == ResticTrouble::WrongPassword)
-        body += " " + place.passwordFile;
-    else
-        body += "\n" + reasonOf(outcome);
-    return {backupAlert, row->severity, row->title, body};
+    Alert alert{backupAlert, row->severity, row->title, row->advice};
+    if (outcome.trouble == ResticTrouble::DiskAway)
+        alert.actions = {std::string(makeRepositoryVerb) + ':'};
+    if (outcome.trouble != ResticTrouble::WrongPassword) {
+        alert.body += "\n" + reasonOf(outcome);
+    } else if (::access(place.passwordFile.c_str(), F_OK) == 0) {
+        alert.body += " " + place.passwordFile;
+    } else {
+        alert.title = "The backup's place holds a repository already, which needs its own key.";
+        alert.body = "No other key opens it. Put your copy of its key at " + place.passwordFile +
+                     ", or name another place in the configuration.";
+    }
+    return alert;
 }
 
 } // namespace kelvane

@@ -13,6 +13,8 @@ namespace kelvane {
 [[nodiscard]] std::optional<ServiceState> serviceStateFor(ResticTrouble trouble);
 
 inline constexpr const char* backupAlert = "backup_trouble";
+// The action of that alert by which a repository is made where a disk is away.
+inline constexpr const char* makeRepositoryVerb = "make-repository";
 
 // For whoever reads the log or the alert; never empty.
 [[nodiscard]] std::string reasonOf(const ResticOutcome& outcome);

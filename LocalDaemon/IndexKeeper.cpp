@@ -107,7 +107,14 @@ void IndexKeeper::setAlerts(Alerts alerts) {
 ResticOutcome IndexKeeper::synchronize(bool mayMake, const StopSignal& stop) {
     isCurrent_ = false;
     const bool isKnown = !index_->repositoryId().empty();
-    const Repository::Opening opening = repository_.open(mayMake && !isKnown, stop);
+    using Making = Repository::Making;
+    const bool makesOne = mayMake && !isKnown;
+    const Making making = !makesOne             ? Making::Never
+                          : mayMakeWithoutDisk_ ? Making::Always
+                                                : Making::UnlessDiskIsAway;
+    const Repository::Opening opening = repository_.open(making, stop);
+    if (opening.wasKeyMade)
+        onKeyMade_();
     if (!opening.outcome.succeeded())
         return opening.outcome;
     // They would be in the way of whoever looks through the whole repository.

@@ -5,6 +5,7 @@
 #include "LocalDaemon/Repository.h"
 #include "LocalDaemon/RetentionRecord.h"
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -36,6 +37,10 @@ public:
 
     void setPublish(Publish publish) { publish_ = std::move(publish); }
     void setAlerts(Alerts alerts);
+    // Called after a key has been made for a new repository.
+    void setKeyMade(std::function<void()> onKeyMade) { onKeyMade_ = std::move(onKeyMade); }
+    // A new repository may be made where a disk belongs that is away. Any thread.
+    void allowMakingWithoutDisk() { mayMakeWithoutDisk_ = true; }
     [[nodiscard]] const Index& index() const { return index_; }
     [[nodiscard]] const Repository& repository() const { return repository_; }
 
@@ -89,6 +94,8 @@ private:
     std::mutex reporting_;           // also guards what follows
     std::set<std::string> reported_; // kinds of alerts that stand for disappearances
     std::shared_ptr<const Damage> damage_ = std::make_shared<const Damage>();
+    std::atomic<bool> mayMakeWithoutDisk_{false};
+    std::function<void()> onKeyMade_ = [] {};
     Publish publish_ = [](const Index&, const std::vector<std::string>&, bool) {};
 };
 

@@ -2,6 +2,7 @@
 
 #include "Common/StandingAlert.h"
 #include "Foundation/Checksum.h"
+#include "LocalDaemon/BackupTrouble.h"
 #include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/DaemonTarget.h"
 #include "LocalDaemon/ResticProcesses.h"
@@ -60,7 +61,8 @@ std::string LocalDaemon::start() {
         return refusal;
     if (!options_.fileSystem->isDirectory(state_->configuration().home))
         return "cannot find the folder " + state_->configuration().home;
-    makeKey();
+    checkKey();
+    keeper_->setKeyMade([this] { announceKey(); });
     // Before anybody can change the rules.
     FolderScan::Options scan = options_.scan;
     scan.failed = workFailed();
@@ -205,6 +207,11 @@ std::shared_ptr<const AlertActions> LocalDaemon::makeAlertActions() const {
         runner->storeAgain();
         return std::string();
     });
+    actions->add(makeRepositoryVerb, [keeper = keeper_, runner = runner_](const std::string&) {
+        keeper->allowMakingWithoutDisk();
+        runner->backUpNow("/");
+        return std::string();
+    });
     return actions;
 }
 
@@ -251,9 +258,7 @@ void LocalDaemon::makeRestores() {
     restores_ = std::make_shared<RestoreQueue>(std::move(options));
 }
 
-// A key is made only where there is nothing yet that an older one opens. Without one the backup fails, and
-// says so by itself.
-void LocalDaemon::makeKey() {
+void LocalDaemon::checkKey() {
     const RepositoryPlace& place = state_->configuration().repository;
     if (place.location.empty())
         return state_->raiseAlert({"no_place", "error", "The backup does not know where to go.",
@@ -268,13 +273,11 @@ void LocalDaemon::makeKey() {
     if (!keeper_->index()->repositoryId().empty() || isRepository(localFolderOf(place.location))) {
         if (::access(path.c_str(), F_OK) != 0)
             KelvaneSystemLog("The key of the backup is missing: put your copy of it back at %@.", path);
-        return;
     }
-    bool isNew = false;
-    if (const std::string failure = ensurePasswordFile(path, isNew); !failure.empty())
-        KelvaneSystemLog("The backup's key cannot be made: %@", failure);
-    if (!isNew)
-        return;
+}
+
+void LocalDaemon::announceKey() {
+    const std::string& path = state_->configuration().repository.passwordFile;
     KelvaneSystemLog(
         "A KEY FOR THE BACKUP HAS BEEN MADE: %@. Keep a copy of it somewhere else, on paper or on "
         "another disk: without it nobody can read the backup, not even you.",

@@ -65,7 +65,8 @@ private:
     [[nodiscard]] std::shared_ptr<const AlertActions> makeAlertActions() const;
     [[nodiscard]] WorkFailed workFailed() const;
     void makeRestores();
-    void makeKey();
+    void checkKey();
+    void announceKey();
     void refresh();
 
     const Options options_;

@@ -1,5 +1,6 @@
 #include "LocalDaemon/Repository.h"
 
+#include "LocalDaemon/AwayDisk.h"
 #include "LocalDaemon/Configuration.h"
 #include "LocalDaemon/ResticJson.h"
 #include "LocalDaemon/ResticNames.h"
@@ -15,6 +16,7 @@
 #include <filesystem>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace kelvane {
 namespace {
@@ -120,33 +122,15 @@ void leaveOut(std::vector<SnapshotItem>& items, const std::vector<bool>& isLeftO
     items.resize(kept);
 }
 
-} // namespace
-
-Repository::Repository(std::shared_ptr<const Restic> restic, std::uint32_t computerNumber)
-    : restic_(std::move(restic)), tag_("kelvane-" + std::to_string(computerNumber)) {}
-
-Repository::Opening Repository::open(bool mayMake, const StopSignal& stop) const {
-    Printed config = print(*restic_, {"cat", "config", "--no-lock"}, stop);
-    bool wasMade = false;
-    if (mayMake && config.outcome.trouble == ResticTrouble::NoRepository) {
-        if (const ResticOutcome made = make(stop); !made.succeeded())
-            return {made, {}, false};
-        wasMade = true;
-        config = print(*restic_, {"cat", "config", "--no-lock"}, stop);
-    }
-    const std::string id = textEntry(config.text, "id");
-    return {checked(config.outcome, !id.empty()), id, wasMade};
-}
-
 // restic writes the key before what only that opens: a repository whose making is cut off opens for nobody. A
 // folder that is not there yet comes whole or not at all.
-ResticOutcome Repository::make(const StopSignal& stop) const {
+ResticOutcome make(const Restic& restic, const StopSignal& stop) {
     namespace fs = std::filesystem;
-    RepositoryPlace place = restic_->place();
+    RepositoryPlace place = restic.place();
     const std::string folder = localFolderOf(place.location);
     std::error_code error;
     if (folder.empty() || fs::exists(fs::symlink_status(folder, error)))
-        return print(*restic_, {"init"}, stop).outcome;
+        return print(restic, {"init"}, stop).outcome;
     place.location = folder + ".kelvane-new";
     fs::remove_all(place.location, error);
     ResticOutcome made = print(Restic(place), {"init"}, stop).outcome;
@@ -154,6 +138,59 @@ ResticOutcome Repository::make(const StopSignal& stop) const {
         fs::rename(place.location, folder, error);
     return error ? ResticOutcome{ResticTrouble::Failed, false, place.location + ": " + error.message()}
                  : made;
+}
+
+} // namespace
+
+Repository::Repository(std::shared_ptr<const Restic> restic, std::uint32_t computerNumber)
+    : restic_(std::move(restic)), tag_("kelvane-" + std::to_string(computerNumber)) {}
+
+Repository::Opening Repository::open(Making making, const StopSignal& stop) const {
+    const std::string& passwordFile = restic_->place().passwordFile;
+    const bool hasKey = passwordFile.empty() || ::access(passwordFile.c_str(), F_OK) == 0 || errno != ENOENT;
+    return hasKey ? openWith(*restic_, making, stop) : openWithoutKey(making, stop);
+}
+
+Repository::Opening Repository::openWith(const Restic& restic, Making making, const StopSignal& stop) const {
+    Printed config = print(restic, {"cat", "config", "--no-lock"}, stop);
+    bool wasMade = false;
+    if (making != Making::Never && config.outcome.trouble == ResticTrouble::NoRepository) {
+        const std::string folder = localFolderOf(restic.place().location);
+        const std::string disk =
+            folder.empty() || making == Making::Always ? std::string() : awayMountPointOf(folder);
+        if (!disk.empty())
+            return {
+                {ResticTrouble::DiskAway, false, "Nothing is mounted at " + disk + "."}, {}, false, false};
+        if (const ResticOutcome made = make(restic, stop); !made.succeeded())
+            return {made, {}, false, false};
+        wasMade = true;
+        config = print(restic, {"cat", "config", "--no-lock"}, stop);
+    }
+    const std::string id = textEntry(config.text, "id");
+    return {checked(config.outcome, !id.empty()), id, wasMade, false};
+}
+
+// With a key that nobody has yet restic tells a repository with another key from none. The key gets its name
+// when the repository is there that it opens; a daemon that is killed in between finds both.
+Repository::Opening Repository::openWithoutKey(Making making, const StopSignal& stop) const {
+    RepositoryPlace place = restic_->place();
+    const std::string passwordFile = std::exchange(place.passwordFile, place.passwordFile + ".new");
+    bool isNew = false;
+    if (const std::string failure = ensurePasswordFile(place.passwordFile, isNew); !failure.empty())
+        return {{ResticTrouble::Failed, false, "Cannot make the backup's key: " + failure}, {}, false, false};
+    Opening opening = openWith(Restic(place), making, stop);
+    std::error_code error;
+    if (opening.outcome.succeeded()) {
+        std::filesystem::rename(place.passwordFile, passwordFile, error);
+        opening.wasKeyMade = !error;
+        if (error)
+            opening.outcome = {ResticTrouble::Failed, false, passwordFile + ": " + error.message()};
+    } else if (opening.outcome.trouble == ResticTrouble::WrongPassword ||
+               opening.outcome.trouble == ResticTrouble::DiskAway ||
+               opening.outcome.trouble == ResticTrouble::NoRepository) {
+        std::filesystem::remove(place.passwordFile, error); // it opens nothing
+    }
+    return opening;
 }
 
 Repository::Listing Repository::snapshots(const StopSignal& stop) const {

@@ -27,10 +27,17 @@ public:
         ResticOutcome outcome;
         std::string id; // of the repository, the same for its whole life
         bool wasMade = false;
+        bool wasKeyMade = false;
     };
-    // `mayMake`: when there is nothing at the place, a new repository is made there. An empty mount point of
-    // a disk that is away looks like that as well.
-    [[nodiscard]] Opening open(bool mayMake, const StopSignal& stop) const;
+    // Whether a new repository is made when there is nothing at the place.
+    enum class Making {
+        Never,
+        UnlessDiskIsAway, // an empty mount point is where another repository belongs
+        Always
+    };
+    // Without a password file a new repository gets a new key. A repository that is there already keeps its
+    // own, and the outcome then is that the password is wrong.
+    [[nodiscard]] Opening open(Making making, const StopSignal& stop) const;
 
     struct Listing {
         ResticOutcome outcome;
@@ -66,12 +73,13 @@ public:
                     std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now()) const;
 
 private:
-    [[nodiscard]] ResticOutcome make(const StopSignal& stop) const;
     [[nodiscard]] ResticOutcome correctNames(std::vector<SnapshotItem>& items, const std::string& snapshotId,
                                              std::size_t headerLines, const StopSignal& stop) const;
     [[nodiscard]] ResticOutcome remove(const std::vector<RepositoryLock>& locks,
                                        const std::vector<RepositoryLock>& others, bool areAllKnown,
                                        const StopSignal& stop) const;
+    [[nodiscard]] Opening openWith(const Restic& restic, Making making, const StopSignal& stop) const;
+    [[nodiscard]] Opening openWithoutKey(Making making, const StopSignal& stop) const;
 
     const std::shared_ptr<const Restic> restic_;
     const std::string tag_;

@@ -25,6 +25,7 @@ enum class ResticTrouble {
     None,
     Stopped,       // by us
     NoRepository,  // there is nothing at the place, or the place itself is not there
+    DiskAway,      // there is nothing, and a disk that belongs there is not mounted
     Unreachable,   // nobody answers
     NoNetwork,     // not even the way there
     WrongPassword, // or the password file cannot be read

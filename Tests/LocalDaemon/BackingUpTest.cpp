@@ -372,7 +372,7 @@ TEST_F(BackingUp, TakesAnAnswerHoweverLongItIsAndNoneForNone) {
     answer("");
     EXPECT_FALSE(lists());
     EXPECT_FALSE(repository.snapshots(StopSignal()).outcome.succeeded());
-    EXPECT_FALSE(repository.open(false, StopSignal()).outcome.succeeded());
+    EXPECT_FALSE(repository.open(Repository::Making::Never, StopSignal()).outcome.succeeded());
 }
 
 // In a folder a lock is removed by itself. Elsewhere restic does it, which would also take locks of living
@@ -484,22 +484,24 @@ TEST_F(BackingUp, StoresAgainWhatTheRepositoryHasLostAndNamesWhatNobodyHas) {
     EXPECT_TRUE(comesTo([&] { return pane->state("damagedFileCount") == 1U; }));
 }
 
-TEST(CheckReport, TakesResticsReportApart) {
-    const std::string id(64, 'a');
-    CheckReport report;
-    for (const std::string& line :
-         {"pack " + id + ": not referenced in any index",
-          "  tree " + id + ": file \"x blob " + id + " \" blob " + std::string(64, 'b') +
-              " not found in index",
-          "pack " + std::string(64, 'c') + ": unexpected file size: got 1, expected 2",
-          "Pack ID does not match, want " + std::string(64, 'd') + ", got " + id,
-          std::string("error: load <snapshot/8fad1fa1c7>: invalid data returned"),
-          "pack " + std::string(64, 'e') + ": does not exist"})
-        takeCheckLine(report, line);
-    EXPECT_EQ(report.missingBlobs, std::set<std::string>{std::string(64, 'b')});
-    EXPECT_EQ(report.damagedPacks, (std::set<std::string>{std::string(64, 'c'), std::string(64, 'd')}));
-    EXPECT_EQ(report.missingPacks, std::set<std::string>{std::string(64, 'e')});
-    EXPECT_EQ(report.snapshots, std::set<std::string>{"8fad1fa1c7"});
+// A new machine, or a lost state folder.
+TEST_F(BackingUp, ARepositoryThatIsThereNeedsItsKeyAndNoneIsMadeBesideIt) {
+    folders.write("home/file", "12345");
+    start();
+    ASSERT_TRUE(comesToRest(1, 5));
+    const std::string key = folders / "state/password";
+    fs::rename(key, folders / "key");
+    daemon.reset();
+    fs::remove_all(folders / "state");
+    start();
+    ASSERT_TRUE(comesTo([&] { return !pane->state("alerts").array().empty(); }));
+    const Array alerts = pane->state("alerts").array();
+    ASSERT_EQ(alerts.size(), 1U);
+    EXPECT_TRUE(alerts[0]["title"].stringValue().ends_with("which needs its own key."))
+        << alerts[0].description();
+    EXPECT_FALSE(fs::exists(key) || fs::exists(key + ".new"));
+    fs::rename(folders / "key", key);
+    EXPECT_TRUE(comesToRest(1, 5));
 }
 
 } // namespace

@@ -64,7 +64,7 @@ protected:
 TEST_F(Keeping, ForgetsWhatWasReplacedForTooLong) {
     constexpr std::chrono::days keep(30);
     folders.write("repository.kelvane-new/keys/half", "made by one that was killed");
-    ASSERT_TRUE(repository.open(true, stop).wasMade);
+    ASSERT_TRUE(repository.open(Repository::Making::Always, stop).wasMade);
     EXPECT_FALSE(fs::exists(folders / "repository.kelvane-new"));
     backUp(folders.write("old", "1"), 32);
     backUp(folders.write("new", "22"), 0); // after a month off
@@ -90,7 +90,7 @@ TEST_F(Keeping, ForgetsWhatWasReplacedForTooLong) {
 }
 
 TEST_F(Keeping, FollowsTheOrderOfCreationAndNotTheClock) {
-    ASSERT_TRUE(repository.open(true, stop).wasMade);
+    ASSERT_TRUE(repository.open(Repository::Making::Always, stop).wasMade);
     const std::string file = folders.write("home/file", "ahead");
     backUp(file, -1, {"sequence-3"});
     folders.write("home/file", "newest one");
@@ -117,7 +117,7 @@ TEST_F(Keeping, FollowsTheOrderOfCreationAndNotTheClock) {
 
 // restic ends well when it leaves a snapshot out that it cannot load.
 TEST_F(Keeping, ASnapshotOutOfSightIsNotGone) {
-    ASSERT_TRUE(repository.open(true, stop).wasMade);
+    ASSERT_TRUE(repository.open(Repository::Making::Always, stop).wasMade);
     backUp(folders.write("gone", "1"), 3);
     const auto file = fs::directory_iterator(folders / "repository/snapshots")->path();
     backUp(folders.write("kept", "22"), 1);

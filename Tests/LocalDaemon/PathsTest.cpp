@@ -1,6 +1,7 @@
 // Real folders through the real link: what panes see of single paths, and how they change it.
 
 #include "Common/FileNodeFlags.h"
+#include "LocalDaemon/AwayDisk.h"
 #include "Support/Logging.h"
 #include "Tests/LocalDaemon/RunningDaemon.h"
 
@@ -146,6 +147,35 @@ TEST(NodeAnswers, ShowWhatTheIndexHasAndStayInTheFileSystemOfTheRule) {
     EXPECT_TRUE(folder["isDirectory"].boolValue());
     EXPECT_EQ(folder["size"], 5);
     EXPECT_EQ(folder["backupFlags"].uint32Value() & (Backup_Not_Active | Backup_Exclude), Backup_Exclude);
+}
+
+TEST(AwayDisk, BelongsWhereTheTableOrTheNameOfTheFolderSays) {
+    const std::string fstab = "# /dev/sdz /backup ext4\nUUID=1 / ext4\nUUID=2 /my\\040disk ext4 noauto\n"
+                              "UUID=3 none swap sw\nUUID=4 /data xfs\n";
+    const struct {
+        const char* folder;
+        std::set<std::string> mounted;
+        const char* away;
+    } cases[] = {
+        {"/my disk/repository", {}, "/my disk"},
+        {"/my disk/repository", {"/my disk"}, ""},
+        {"/data/a/b", {"/my disk"}, "/data"},
+        {"/database/a", {}, ""},
+        {"/backup/a", {}, ""},
+        {"/mnt/usb/a/b", {}, "/mnt/usb"},
+        {"/mnt/usb/a/b", {"/mnt/usb"}, ""},
+        {"/mnt/usb/a", {"/mnt"}, ""},
+        {"/media/joe/Disk/a", {}, "/media/joe/Disk"},
+        {"/media/joe/Disk/a", {"/media/joe/Disk"}, ""},
+        {"/media/usb/a", {"/media/usb"}, ""},
+        {"/run/media/joe/Disk", {}, "/run/media/joe/Disk"},
+        {"/home/joe/mnt/usb", {}, ""},
+    };
+    for (const auto& [folder, mounted, away] : cases)
+        EXPECT_EQ(
+            awayMountPointOf(folder, fstab, [&](const std::string& path) { return mounted.contains(path); }),
+            away)
+            << folder;
 }
 
 } // namespace
