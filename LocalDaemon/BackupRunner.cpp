@@ -1,7 +1,5 @@
 #include "LocalDaemon/BackupRunner.h"
 
-#include "Foundation/Unicode.h"
-#include "LocalDaemon/BackupTargets.h"
 #include "LocalDaemon/BackupTrouble.h"
 #include "LocalDaemon/GuardedWork.h"
 #include "Support/Logging.h"
@@ -15,28 +13,9 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr const char* everything = "/";
-constexpr const char* unreadAlert = "files_not_read";
 constexpr std::chrono::hours forever{24};
-constexpr std::size_t mostNamed = 5; // in an alert
 // At once; more are backed up as everything is.
 constexpr std::size_t mostWanted = 100;
-
-std::string joined(const std::vector<std::string>& paths) {
-    std::string text;
-    for (std::size_t at = 0; at < std::min(paths.size(), mostNamed); ++at)
-        text += "\n" + textFromPath(paths[at]);
-    if (paths.size() > mostNamed)
-        text += "\n…";
-    return text;
-}
-
-// Whether something at the paths was saved before.
-bool holdsAny(const BackupIndex& index, const std::vector<std::string>& paths) {
-    return std::ranges::any_of(paths, [&](const std::string& path) {
-        const BackupIndex::Item* const item = index.find(path);
-        return item && index.hasContent(*item);
-    });
-}
 
 } // namespace
 
@@ -339,68 +318,6 @@ ResticOutcome BackupRunner::forgetOld(const StopSignal& stop) {
     return {};
 }
 
-ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, const StopSignal& stop) {
-    const std::uint64_t changes = state_->backupNeed().changes;
-    options_.lookForDisks();
-    const bool isIncomplete = isPartial || !state_->absentDisksInBackup().empty();
-    BackupRun::Wanted wanted;
-    wanted.targets = backupTargets(*state_->rules(), path, stop.flag());
-    if (stop.isSet())
-        return {ResticTrouble::Stopped, false, {}};
-    if (wanted.targets.paths.empty()) { // nothing is to be in the backup
-        if (!isPartial)
-            state_->noteUnread(std::nullopt);
-        return {};
-    }
-    if (!isPartial && verification_->canRepair())
-        if (ResticOutcome outcome = verification_->prepareRepair(stop); !outcome.succeeded())
-            return outcome;
-    wanted.isForced = !isPartial && verification_->mustStoreAgain();
-    const IndexKeeper::Index index = keeper_->index();
-    const FileTotals waiting = state_->totals().pending;
-    describe(wanted, *index, isPartial, isIncomplete);
-    BackupRun::Result result = BackupRun(*state_, keeper_->repository()).run(wanted, stop);
-    state_->setIndexCurrent(false); // until the snapshot has been listed
-    if (!result.outcome.succeeded())
-        return result.outcome;
-    if (wanted.isForced)
-        verification_->noteStoredAgain();
-    for (const std::string& link : state_->lossyLinks())
-        result.unread.push_back(link +
-                                ": the target of this link is not UTF-8 text, which restic cannot keep");
-    if (!isPartial)
-        state_->noteUnread(result.unread.empty() && !verification_->isBeyondRepair()
-                               ? std::nullopt
-                               : std::optional(changes));
-    reportUnread(result.unread);
-    KelvaneSystemLog("Backed up%@; snapshot %@, %llu bytes were waiting.", isPartial ? ": " + path : "",
-                     result.snapshotId, waiting.bytes);
-    options_.lookForDisks(); // one may have gone meanwhile
-    const bool hasLess =
-        isIncomplete || !state_->absentDisksInBackup().empty() || holdsAny(*index, result.unread);
-    ResticOutcome outcome = keeper_->add(result.snapshotId, hasLess, stop);
-    if (outcome.succeeded())
-        noteIndexCurrent();
-    return outcome;
-}
-
-void BackupRunner::describe(BackupRun::Wanted& wanted, const BackupIndex& index, bool isPartial,
-                            bool isIncomplete) const {
-    wanted.tags = {keeper_->repository().tag(), keeper_->nextSequenceTag()};
-    if (isIncomplete)
-        wanted.tags.emplace_back(partialTag);
-    if (const Snapshot* const parent = index.newestCompleteSnapshot())
-        wanted.parent = parent->id;
-    wanted.isInitial = wanted.parent.empty();
-    const FileTotals found = state_->found();
-    const FileTotals waiting = state_->totals().pending;
-    wanted.unchanged =
-        isPartial ? found : FileTotals{found.count - waiting.count, found.bytes - waiting.bytes};
-    wanted.hasLowerPriority = state_->settings().lowerPriorityMode;
-    wanted.patience = options_.patience;
-    wanted.patienceWithRetries = options_.patienceWithRetries;
-}
-
 void BackupRunner::takeOutcome(const ResticOutcome& outcome) {
     if (outcome.trouble == ResticTrouble::Stopped) {
         isConnected_ = false; // a snapshot may stand that the index does not know of
@@ -428,17 +345,6 @@ void BackupRunner::report(const ResticOutcome& outcome) {
         state_->raiseAlert(alertFor(outcome, keeper_->repository().restic().place()));
     else
         state_->withdrawAlert(backupAlert);
-}
-
-void BackupRunner::reportUnread(const std::vector<std::string>& paths) {
-    for (const std::string& path : paths)
-        KelvaneSystemLog("Not backed up: %@", path);
-    if (paths.empty())
-        return state_->withdrawAlert(unreadAlert);
-    state_->raiseAlert({unreadAlert, "warning", "Some files are not backed up.",
-                        "They could not be read or cannot be kept. Look at who may read them, or exclude "
-                        "them:" +
-                            joined(paths)});
 }
 
 } // namespace kelvane

@@ -16,7 +16,7 @@ namespace {
 constexpr std::size_t largestFile = std::size_t{1} << 31U;
 constexpr mode_t privateMode = 0600;
 constexpr std::size_t mostChanged = 1001; // more than anybody is told of one by one
-// Listing a snapshot takes seconds. Of what is not known yet one a day is looked at, and no more than these.
+// Listing a snapshot takes half a second at least, which is minutes for so many.
 constexpr std::size_t mostListed = 400;
 constexpr std::int64_t secondsPerDay = 86400;
 
@@ -33,19 +33,20 @@ BackupIndex indexIn(const std::string& path) {
 
 using Numbered = std::pair<std::uint32_t, Snapshot>;
 
-// The last complete snapshot of each day, and what was made after it on that day.
-std::vector<std::uint32_t> worthListing(const std::vector<Numbered>& unknown) {
-    std::vector<Numbered> worth;
-    for (const Numbered& each : unknown) {
-        const std::int64_t day = each.second.time / secondsPerDay;
-        while (!each.second.isPartial && !worth.empty() && worth.back().second.time / secondsPerDay == day)
-            worth.pop_back();
-        worth.push_back(each);
+// All of them; of very many, the older ones make do with the last complete snapshot of a day.
+std::vector<std::uint32_t> worthListing(std::vector<Numbered> unknown) {
+    const auto day = [](const Numbered& each) { return each.second.time / secondsPerDay; };
+    for (std::size_t at = 0; at + 1 < unknown.size() && unknown.size() > mostListed;) {
+        const bool isReplaced = std::any_of(
+            unknown.begin() + static_cast<std::ptrdiff_t>(at) + 1, unknown.end(),
+            [&](const Numbered& later) { return !later.second.isPartial && day(later) == day(unknown[at]); });
+        if (isReplaced)
+            unknown.erase(unknown.begin() + static_cast<std::ptrdiff_t>(at));
+        else
+            ++at;
     }
-    if (worth.size() > mostListed)
-        worth.erase(worth.begin(), worth.end() - mostListed);
     std::vector<std::uint32_t> numbers;
-    for (const Numbered& each : worth)
+    for (const Numbered& each : unknown)
         numbers.push_back(each.first);
     return numbers;
 }
@@ -161,7 +162,7 @@ BackupIndex IndexKeeper::withListed(const Repository::Listing& listing, const st
     for (const auto& [number, snapshot] : numbered->snapshots())
         if (isOtherOrder || !holds(known, snapshot.id))
             unknown.emplace_back(number, snapshot);
-    toList = worthListing(unknown);
+    toList = worthListing(std::move(unknown));
     return std::move(*numbered);
 }
 

@@ -120,6 +120,7 @@ TEST_F(Keeping, ASnapshotOutOfSightIsNotGone) {
     ASSERT_TRUE(repository.open(Repository::Making::Always, stop).wasMade);
     backUp(folders.write("gone", "1"), 3);
     const auto file = fs::directory_iterator(folders / "repository/snapshots")->path();
+    backUp(folders.write("deletedOnThatDay", "4444"), 1);
     backUp(folders.write("kept", "22"), 1);
     IndexKeeper running = keeper();
     ASSERT_TRUE(running.synchronize(false, stop).succeeded());
@@ -131,13 +132,13 @@ TEST_F(Keeping, ASnapshotOutOfSightIsNotGone) {
         EXPECT_EQ(running.index()->totals().count, count);
     };
     std::ofstream(file) << "damaged";
-    synchronize(false, 2);
-    backUp(folders.write("new", "333"), 0, {"sequence-1"});
     synchronize(false, 3);
+    backUp(folders.write("new", "333"), 0, {"sequence-1"});
+    synchronize(false, 4);
     fs::remove(file); // really gone
-    synchronize(true, 2);
-    fs::rename(folders / "aside", file);
     synchronize(true, 3);
+    fs::rename(folders / "aside", file);
+    synchronize(true, 4);
     EXPECT_EQ(running.index()->newestSnapshot()->sequence, 1U);
 }
 

@@ -1,0 +1,71 @@
+#pragma once
+
+#include "Common/FileNodeFlags.h"
+#include "Common/RestoreStatus.h"
+#include "Support/Logging.h"
+#include "Tests/LocalDaemon/RunningDaemon.h"
+
+namespace kelvane::tests {
+
+// Real folders, a real repository and the real restic.
+class BackingUp : public ::testing::Test {
+protected:
+    [[nodiscard]] std::string in(const std::string& name) const { return folders.home() + '/' + name; }
+    void start(const std::vector<Volume>& disks = {}, const std::string& program = "restic") {
+        pane.reset();
+        daemon.reset();
+        daemon = std::make_unique<RunningDaemon>(folders, [&](LocalDaemon::Options& options) {
+            options.backup.quiet = std::chrono::milliseconds(50);
+            options.backup.firstRetry = std::chrono::milliseconds(100);
+            options.fileSystem = std::make_shared<LocalFileSystem>(
+                Volumes("Boot", areDisksAway ? std::vector<Volume>() : disks));
+            if (!disks.empty())
+                options.settled.set("volumes", Array{disks.front().mountPoint});
+            options.defaults.repository.program = program;
+            options.settled.set("computerNumber", 7U);
+            options.settled.set("policyExcludeList", Array{in("odd [x]/left out/"), in(".cache/")});
+            if (clock.wall != 0)
+                options.machineClock = [this] { return clock; };
+        });
+        pane = std::make_unique<TestPane>(folders.socket());
+    }
+    template <class Condition>
+    [[nodiscard]] bool comesTo(Condition condition) {
+        return pane->waitFor(condition, std::chrono::seconds(60)); // restic takes its time
+    }
+    // Files and bytes in the backup, and nothing waiting.
+    [[nodiscard]] bool comesToRest(int files, int bytes) {
+        return comesTo([&] {
+            const Value state = pane->call<"daemonState">();
+            return state["serviceState"] == 8 && state["pendingFileCount"] == 0 &&
+                   state["backedUpFileCount"] == files && state["backedupFileSize"] == bytes;
+        });
+    }
+    [[nodiscard]] Array colors(const Array& paths) {
+        return pane->call<"backupColorsForFiles:">(Value(paths)).array();
+    }
+    [[nodiscard]] std::size_t snapshots() const {
+        return static_cast<std::size_t>(
+            std::distance(std::filesystem::directory_iterator(folders / "repository/snapshots"), {}));
+    }
+
+    [[nodiscard]] std::string failuresOf(const Value& source, const std::string& target) {
+        const auto job = pane->call<"restoreFile:toPath:version:priority:">(source, target, 0U, 50U);
+        EXPECT_TRUE(
+            comesTo([&] { return restorestatus::hasEnded(pane->call<"getRestoreJobStatus:">(job)); }));
+        return pane->call<"stringValueForProfileKey:">(restorestatus::failuresKey(job)).stringValue();
+    }
+
+    const tests::DaemonFolders folders;
+    bool areDisksAway = false;
+    ClockReading clock; // the machine's own as long as it shows nothing
+    const LogSinkToken quiet = setLogSink([](const LogEntry&) {});
+    std::unique_ptr<RunningDaemon> daemon;
+    std::unique_ptr<TestPane> pane;
+};
+
+inline constexpr std::int32_t none = Backup_Color_None, green = Backup_Color_Green,
+                              yellow = Backup_Color_Yellow, gray = Backup_Color_Gray,
+                              blue = Backup_Color_Blue;
+
+} // namespace kelvane::tests

@@ -1,0 +1,235 @@
+// What can be wrong with a repository, and what it must not forget.
+
+#include "Tests/LocalDaemon/BackingUpTest.h"
+
+#include "LocalDaemon/ResticJson.h"
+#include "LocalDaemon/ResticProcesses.h"
+#include "LocalDaemon/RetentionAlerts.h"
+#include "Tests/Harness/EnvironmentVariable.h"
+
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <unistd.h>
+
+namespace kelvane::tests {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+// What restic locks for hours makes room for a restore at once.
+TEST_F(BackingUp, PruningMakesRoomForARestore) {
+    clock = {readMachineClock().wall, 1000, "boot"};
+    folders.write("home/file", "22");
+    start();
+    ASSERT_TRUE(comesToRest(1, 2));
+    daemon.reset();
+    for (const auto& each : fs::directory_iterator(folders / "state"))
+        if (each.path().extension() == ".retention")
+            RetentionRecord(each.path(), [this] { return clock; }).noteForgotten();
+    clock.wall += 86400;
+    clock.sinceBoot += 86400;
+    folders.write("home/file", "333");
+    const std::string lock = folders / "pruning";
+    start({}, folders.program("case $1 in\nprune) trap 'rm " + lock + "; exit 130' INT; touch " + lock +
+                              "; sleep 600 & wait;;\nrestore) if [ -e " + lock +
+                              " ]; then echo 'repository is already locked' >&2; exit 1; fi;;\nesac\n" +
+                              "exec restic \"$@\""));
+    pane->call<"setPriorityBackup:">("/");
+    ASSERT_TRUE(comesTo([&] { return fs::exists(lock); }));
+    const auto job =
+        pane->call<"restoreFile:toPath:version:priority:">(in("file"), folders / "back", 0U, 50U);
+    EXPECT_TRUE(comesTo([&] { return pane->call<"getRestoreJobStatus:">(job) == restorestatus::finished; }));
+    EXPECT_EQ(folders.read("back"), "333");
+}
+
+TEST_F(BackingUp, AsksBeforeManyFilesThatDisappearedAreForgotten) {
+    for (int number = 0; number < 120; ++number)
+        folders.write("home/photos/" + std::to_string(number), "1");
+    start();
+    ASSERT_TRUE(comesToRest(120, 120));
+    fs::remove_all(in("photos"));
+    folders.write("home/other", "1");
+    const auto alert = [&] {
+        const Value state = pane->call<"daemonState">();
+        for (const Value& each : state["alerts"].array())
+            if (each["id"].stringValue().starts_with("files_disappeared"))
+                return each;
+        return Value();
+    };
+    pane->call<"setPriorityBackup:">("/");
+    ASSERT_TRUE(comesTo([&] { return alert()["severity"] == "warning"; }));
+    const auto act = [&](std::size_t number) {
+        const Value found = alert();
+        return pane->call<"performAlertAction:ofAlert:">(found["actions"].array().at(number), found["id"]);
+    };
+    EXPECT_EQ(alert()["actions"].array().size(), 2U);
+    EXPECT_EQ(act(0), "");
+    EXPECT_EQ(alert()["severity"], "information");
+    start();
+    EXPECT_EQ(alert()["severity"], "information") << "the decision stands";
+    EXPECT_EQ(act(0), "");
+    EXPECT_EQ(alert(), Value());
+    start();
+    EXPECT_EQ(alert(), Value());
+}
+
+// An index that takes half an answer for a whole one forgets what is backed up.
+TEST_F(BackingUp, TakesAnAnswerHoweverLongItIsAndNoneForNone) {
+    RepositoryPlace place;
+    place.program = folders / "restic";
+    const Repository repository(std::make_shared<const Restic>(place), 7);
+    const auto answer = [&](const std::string& text) {
+        folders.program("cat '" + folders.write("answer", text) + "'\n");
+    };
+    const auto lists = [&] { return repository.list("one", StopSignal()).outcome.succeeded(); };
+    const std::string snapshot =
+        R"({"struct_type":"snapshot","id":"one","time":"1970-01-01T00:00:01Z","paths":[")" +
+        std::string(std::size_t{1} << 22U, 'p') + R"("]})";
+    answer('[' + snapshot + "]\n");
+    const Repository::Listing listing = repository.snapshots(StopSignal());
+    EXPECT_TRUE(listing.outcome.succeeded());
+    EXPECT_EQ(listing.snapshots, (std::vector<Snapshot>{{"one", 1, false}}));
+    EXPECT_FALSE(lists());
+    answer(snapshot + "\n");
+    EXPECT_TRUE(lists());
+    EXPECT_FALSE(repository.snapshots(StopSignal()).outcome.succeeded());
+    answer("");
+    EXPECT_FALSE(lists());
+    EXPECT_FALSE(repository.snapshots(StopSignal()).outcome.succeeded());
+    EXPECT_FALSE(repository.open(Repository::Making::Never, StopSignal()).outcome.succeeded());
+}
+
+// In a folder a lock is removed by itself. Elsewhere restic does it, which would also take locks of living
+// processes that it cannot see.
+TEST_F(BackingUp, RemovesOnlyLocksWhoseHolderIsDead) {
+    ChildProgram child;
+    child.arguments = {"true"};
+    pid_t dead = 0;
+    const auto processes = std::make_shared<ResticProcesses>(folders / "state/processes");
+    child.onStart = [&](pid_t id) {
+        dead = id;
+        processes->noteStarted(id);
+    };
+    ASSERT_TRUE(run(child, StopSignal()).succeeded());
+    const auto lockOf = [](int pid, const std::string& time, const std::string& host) {
+        return R"({"hostname":")" + host + R"(","pid":)" + std::to_string(pid) + R"(,"time":")" + time +
+               R"("})";
+    };
+    const std::time_t now = std::time(nullptr);
+    std::array<char, 32> recent{};
+    std::strftime(recent.data(), recent.size(), "%Y-%m-%dT%H:%M:%SZ", std::gmtime(&now));
+    const std::string own = lockOf(dead, recent.data(), machineHostName());
+    const std::string hidden = lockOf(99999999, recent.data(), machineHostName());
+    const std::string other = lockOf(99999999, recent.data(), "other");
+    const struct {
+        std::vector<std::string> locks;
+        bool isOwnRemoved;  // in a folder
+        bool isResticAsked; // elsewhere
+    } cases[] = {
+        {{}, false, false},       {{own}, true, true},          {{own, other}, true, true},
+        {{hidden}, false, false}, {{own, hidden}, true, false}, {{own, "gone"}, true, false},
+    };
+    for (const auto& [locks, isOwnRemoved, isResticAsked] : cases) {
+        std::string script = "case \"$1 $3\" in\n'cat --no-lock') echo '{\"id\":\"x\"}';;\nsnapshots*) echo "
+                             "[];;\n";
+        std::string ids;
+        for (std::size_t id = 0; id < locks.size(); ++id) {
+            ids += "echo id" + std::to_string(id) + ";";
+            script +=
+                "'cat id" + std::to_string(id) + "') " +
+                (locks[id] == "gone" ? "echo 'Load(<lock/1>) returned error, retrying after 1s: gone' >&2; "
+                                       "exec sleep 600"
+                                     : "echo '" + locks[id] + "'") +
+                ";;\n";
+        }
+        script += "'list --no-lock') " + ids + "true;;\nunlock*) touch " + (folders / "asked") + ";;\nesac\n";
+        RepositoryPlace place;
+        place.program = folders.program(script);
+        for (const std::string& location : {folders / "repository", std::string("rest:http://there")}) {
+            for (std::size_t id = 0; id < locks.size(); ++id)
+                folders.write("repository/locks/id" + std::to_string(id), "");
+            place.location = location;
+            const Repository repository(std::make_shared<const Restic>(place, processes), 7);
+            const Repository::Locks found = repository.clearStaleLocks(StopSignal());
+            const bool isFolder = location.starts_with('/');
+            EXPECT_EQ(fs::remove(folders / "asked"), !isFolder && isResticAsked) << script;
+            EXPECT_EQ(!locks.empty() && !fs::exists(folders / "repository/locks/id0"),
+                      isFolder && isOwnRemoved);
+            EXPECT_EQ(!found.holders.empty(), std::ranges::any_of(locks, [&](const std::string& lock) {
+                return lock == hidden || lock == other;
+            }));
+            EXPECT_TRUE(
+                IndexKeeper(repository, folders / "index").synchronize(false, StopSignal()).succeeded());
+            EXPECT_EQ(fs::remove(folders / "asked"), !isFolder && isResticAsked) << "when it connects";
+        }
+    }
+}
+
+TEST_F(BackingUp, StoresAgainWhatTheRepositoryHasLostAndNamesWhatNobodyHas) {
+    std::string noise(50000, ' '); // so that its pack is the largest
+    std::ranges::generate(noise,
+                          [random = std::minstd_rand()]() mutable { return static_cast<char>(random()); });
+    folders.write("home/here", noise);
+    folders.write("home/gone", std::string(40000, 'g'));
+    const tests::EnvironmentVariable foreign("RESTIC_KEY_HINT", "0000"); // for a repository of the person's
+    start();
+    ASSERT_TRUE(comesToRest(2, 90000));
+    fs::remove(in("gone"));
+    const Array files{in("here"), in("gone")};
+    ASSERT_TRUE(comesTo([&] { return colors(files) == Array{green, blue}; }));
+    const auto packs = [&] {
+        std::vector<fs::path> found;
+        for (const auto& entry : fs::recursive_directory_iterator(folders / "repository/data"))
+            if (entry.is_regular_file())
+                found.push_back(entry.path());
+        return found;
+    };
+    const auto isDone = [&] { return comesTo([&] { return pane->state("isBackupNeeded") == false; }); };
+
+    for (const fs::path& pack : packs())
+        fs::remove(pack);
+    pane->call<"setPriorityBackup:">("/");
+    ASSERT_TRUE(isDone());
+    EXPECT_TRUE(comesTo([&] { return colors(files) == Array{green, none}; }));
+    EXPECT_EQ(pane->state("damagedFileCount"), 1U);
+    const Value alert = pane->state("alerts").array().front();
+    EXPECT_EQ(alert["id"], "backup_damaged");
+    EXPECT_TRUE(alert["text"].stringValue().ends_with("cannot be restored:\n" + in("gone")))
+        << alert["text"].stringValue();
+
+    // Only reading finds it.
+    const auto largest = std::ranges::max(packs(), {}, [](const auto& each) { return fs::file_size(each); });
+    fs::permissions(largest, fs::perms::owner_all);
+    std::fstream(largest, std::ios::in | std::ios::out | std::ios::binary).seekp(30) << "damage";
+    EXPECT_EQ(pane->call<"verify">(), "");
+    EXPECT_FALSE(pane->state("verificationProgress").isAbsent());
+    EXPECT_TRUE(comesTo([&] { return fs::exists(folders / "repository/damaged" / largest.filename()); }));
+    EXPECT_TRUE(comesTo([&] { return colors(files) == Array{green, none}; }));
+    EXPECT_TRUE(comesTo([&] { return pane->state("damagedFileCount") == 1U; }));
+}
+
+// A new machine, or a lost state folder.
+TEST_F(BackingUp, ARepositoryThatIsThereNeedsItsKeyAndNoneIsMadeBesideIt) {
+    folders.write("home/file", "12345");
+    start();
+    ASSERT_TRUE(comesToRest(1, 5));
+    const std::string key = folders / "state/password";
+    fs::rename(key, folders / "key");
+    daemon.reset();
+    fs::remove_all(folders / "state");
+    start();
+    ASSERT_TRUE(comesTo([&] { return !pane->state("alerts").array().empty(); }));
+    const Array alerts = pane->state("alerts").array();
+    ASSERT_EQ(alerts.size(), 1U);
+    EXPECT_TRUE(alerts[0]["title"].stringValue().ends_with("which needs its own key."))
+        << alerts[0].description();
+    EXPECT_FALSE(fs::exists(key) || fs::exists(key + ".new"));
+    fs::rename(folders / "key", key);
+    EXPECT_TRUE(comesToRest(1, 5));
+}
+
+} // namespace
+} // namespace kelvane::tests
