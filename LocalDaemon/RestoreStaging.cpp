@@ -151,16 +151,18 @@ StagingFolder::StagingFolder(const std::string& around, const std::string& name)
         errno = ::mkdirat(place.get(), name.c_str(), ownersFolder) == 0 ? 0 : errno;
     if (place)
         folder_ = openFolderIn(place.get(), name);
-    if (!isOurStaging(folder_, name) || !clear()) {
-        failure_ = path + " cannot be made: " + reasonText();
-        folder_.reset();
-        return;
+    bool isMade = isOurStaging(folder_, name);
+    if (isMade) {
+        const std::string self = pathOfDescriptor(folder_.get());
+        for (const char* inherited : {"system.posix_acl_default", "system.posix_acl_access"})
+            static_cast<void>(::removexattr(self.c_str(), inherited)); // or there is none
+        // What it has inherited may have kept its owner out.
+        isMade = ::chmod(self.c_str(), ownersFolder) == 0 && clear();
     }
-    const std::string self = pathOfDescriptor(folder_.get());
-    for (const char* inherited : {"system.posix_acl_default", "system.posix_acl_access"})
-        static_cast<void>(::removexattr(self.c_str(), inherited)); // or there is none
-    if (::chmod(self.c_str(), ownersFolder) != 0)
-        failure_ = path + " cannot be made: " + reasonText();
+    if (isMade)
+        return;
+    failure_ = path + " cannot be made: " + reasonText();
+    folder_.reset();
 }
 
 std::string StagingFolder::path() const {
