@@ -290,13 +290,13 @@ void KelvaneProxy::processInvocationArgs(const Array& arguments, std::size_t siz
         const std::scoped_lock guard(stateMutex_);
         target = delegate_;
     }
-    const std::shared_ptr<InvocationTarget> alive = target.lock();
+    // A delegate on the main thread is not held here: it may go at any moment, with what it refers to.
+    if (onMainThread && !target.expired())
+        return enqueue(std::move(target), std::move(invocation), size);
+    const std::shared_ptr<InvocationTarget> alive = onMainThread ? nullptr : target.lock();
     if (!alive)
         throw AssertionFailure("delegate is NULL", source, 187);
-    if (onMainThread)
-        enqueue(std::move(target), std::move(invocation), size);
-    else
-        invokeAndRespond(*alive, invocation);
+    invokeAndRespond(*alive, invocation);
 }
 
 void KelvaneProxy::enqueue(std::weak_ptr<InvocationTarget> target, Invocation invocation, std::size_t size) {

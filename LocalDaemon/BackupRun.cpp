@@ -16,7 +16,6 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto tellInterval = 250ms;
-constexpr std::size_t mostUnread = 100;
 constexpr std::string_view interruptMark = "signal interrupt received";
 
 std::string listOf(const std::vector<std::string>& targets) {

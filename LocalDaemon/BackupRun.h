@@ -27,6 +27,8 @@ public:
         std::chrono::milliseconds patience{};            // for so long it may get on with nothing
         std::chrono::milliseconds patienceWithRetries{}; // after restic has said that it tries again
     };
+    static constexpr std::size_t mostUnread = 100;
+
     struct Result {
         ResticOutcome outcome;
         std::string snapshotId;          // or its beginning

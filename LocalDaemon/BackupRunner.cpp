@@ -194,7 +194,7 @@ void BackupRunner::perform(Task task) {
         isAdding_ = task == Task::BackUp;
         if (stopping_ || !(isAdding_ ? need_.mayAdd : need_.mayRead))
             return;
-        if (task == Task::Verify && (isRestoring_ || !wanted_.empty()))
+        if (task == Task::Verify && (isRestoring_ || (!wanted_.empty() && need_.mayAdd && need_.isKnown)))
             return;
         isVerifying_ = task == Task::Verify;
         nextBackup_ = notBefore_;

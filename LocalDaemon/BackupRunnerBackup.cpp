@@ -69,8 +69,9 @@ ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, cons
     KelvaneSystemLog("Backed up%@; snapshot %@, %llu bytes were waiting.", isPartial ? ": " + path : "",
                      result.snapshotId, waiting.bytes);
     options_.lookForDisks(); // one may have gone meanwhile
-    const bool hasLess =
-        isIncomplete || !state_->absentDisksInBackup().empty() || holdsAny(*index, result.unread);
+    const bool hasLess = isIncomplete || !state_->absentDisksInBackup().empty() ||
+                         holdsAny(*index, result.unread) ||
+                         result.unread.size() >= BackupRun::mostUnread; // there may be more
     ResticOutcome outcome = keeper_->add(result.snapshotId, hasLess, stop);
     if (outcome.succeeded())
         noteIndexCurrent();

@@ -46,7 +46,7 @@ public:
     void take(const std::string& path, BackupTargets& targets) {
         std::error_code error;
         const fs::file_status status = fs::symlink_status(path, error);
-        if (!fs::exists(status))
+        if (status.type() == fs::file_type::not_found)
             return;
         std::vector<std::string> parts;
         if (!fs::is_directory(status) || isWhole(path, parts))

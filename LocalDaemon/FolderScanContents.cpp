@@ -37,14 +37,14 @@ FolderContents FolderScan::contentsOf(const std::string& path) const {
     if (!tree_->roots().contains(path) && contents.isEmpty && contents.error != ENOENT &&
         passage != Passage::Refused && !isInLastSnapshot(saved, path))
         ++contents.own.otherWaiting;
-    if (!saved || saved->snapshot == 0 || contents.error != 0)
+    // A folder that is not in itself gets into a snapshot only with what is below it.
+    if (!saved || saved->snapshot == 0 || contents.error != 0 || passage == Passage::Refused)
         return contents;
     for (const std::vector<std::string>& names : {contents.subfolders, contents.mountPoints})
         for (const std::string& name : names)
             savedEntry(name);
     contents.own.otherWaiting += savedIn(*saved) - stillThere; // deleted, or not selected any more
-    if (passage != Passage::Refused &&
-        !hasSavedAttributes(*saved, contents.uid, contents.gid, contents.modified, contents.changed))
+    if (!hasSavedAttributes(*saved, contents.uid, contents.gid, contents.modified, contents.changed))
         ++contents.own.otherWaiting;
     return contents;
 }

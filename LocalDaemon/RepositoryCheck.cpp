@@ -181,6 +181,8 @@ std::string RepositoryCheck::setAside(const std::set<std::string>& packs) const 
             continue;
         const fs::path from = folder / "data" / pack.substr(0, 2) / pack;
         fs::rename(from, folder / "damaged" / pack, error);
+        if (error == std::errc::no_such_file_or_directory)
+            continue; // it is there already, or was pruned
         if (error)
             return from.string() + ": " + error.message();
         KelvaneSystemLog("Damaged pack file set aside: %@", (folder / "damaged" / pack).string());

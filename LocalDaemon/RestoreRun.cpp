@@ -163,9 +163,8 @@ void RestoreRun::fetchAndDeliver(const std::string& folder, const RestorePieces&
 
 void RestoreRun::streamAndDeliver(const std::string& folder, const RestorePiece& piece) {
     const std::string path = tools_.index->pathOf(*piece.item);
-    const BackupIndex::Item* const around = tools_.index->find(folderOf(path));
     RestorePlan plan;
-    addToPlan(plan, *tools_.index, {piece.job, around, {}, true});
+    plan[piece.item->snapshot].foldersAlone.emplace_back(folderOf(path));
     inStaging(folder, {piece}, [&](const StagingFolder& staging) {
         FileErrors errors;
         Fetching fetching = fetchWithWaits(plan, staging, errors); // the folders on the way to it

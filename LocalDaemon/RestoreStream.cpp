@@ -153,8 +153,8 @@ std::string applyNode(int file, const Json& node, const BackupIndex::Item& item)
         const std::string name = each.value("name", "");
         const std::string value = decodedBase64(each.value("value", ""));
         if (::fsetxattr(file, name.c_str(), value.data(), value.size(), 0) != 0 &&
-            name.starts_with("system.posix_acl_"))
-            return "its access rules cannot be set: " + reasonText();
+            (name.starts_with("system.posix_acl_") || (name.starts_with("user.") && errno != ENOTSUP)))
+            return "its attribute " + name + " cannot be set: " + reasonText();
     }
     const std::array<timespec, 2> times{item.modified.asTimespec(), item.modified.asTimespec()};
     return ::futimens(file, times.data()) == 0 ? "" : "its times cannot be set: " + reasonText();
@@ -177,6 +177,7 @@ std::string streamFile(const Restic& restic, const std::string& snapshotId, cons
         around.get(), name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
     if (!file)
         return "it cannot be written: " + reasonText();
+    ::fremovexattr(file.get(), "system.posix_acl_access"); // inherited from the folder
     if (std::string reason = fill(file.get(), restic, snapshotId, wanted, stop); !reason.empty())
         return reason;
     if (std::string reason = applyNode(file.get(), node, wanted.item); !reason.empty())

@@ -25,9 +25,26 @@ constexpr std::size_t largestFile = std::size_t{64} << 20U;
 constexpr mode_t privateMode = 0600;
 constexpr std::size_t mostNamed = 5;
 
-bool exists(const std::string& path) {
-    struct stat status {};
-    return ::lstat(path.c_str(), &status) == 0;
+// Whether the disk still has each file in the very version that the damage touches. A pack that is set aside
+// takes whole contents along, and with those of folders every other snapshot that holds them.
+bool areOnDisk(const Damage& damage, const BackupIndex& index) {
+    const auto isAsSaved = [&index](std::string_view snapshotId, const std::string& path) {
+        const BackupIndex::Item* const item = index.find(path);
+        struct stat status {};
+        if (!item || item->kind != ItemKind::File || ::lstat(path.c_str(), &status) != 0)
+            return false;
+        const bool isSaved = std::ranges::any_of(index.snapshots(), [&](const auto& numbered) {
+            return numbered.second.id.starts_with(snapshotId) && item->version <= numbered.first;
+        });
+        return isSaved && isUnchanged(*item, ItemKind::File, static_cast<std::uint64_t>(status.st_size),
+                                      FileTime(status.st_mtim), FileTime(status.st_ctim));
+    };
+    return !damage.isEverything && damage.snapshots.empty() && !damage.paths.empty() &&
+           std::ranges::all_of(damage.paths, [&](const auto& inSnapshot) {
+               return std::ranges::all_of(inSnapshot.second, [&](const std::string& path) {
+                   return isAsSaved(inSnapshot.first, path);
+               });
+           });
 }
 
 bool isOnDisk(const std::string& path) {
@@ -202,10 +219,7 @@ ResticOutcome Verification::take(const CheckReport& report, const StopSignal& st
     const auto inPacks = check_.locate(packs, stop);
     if (!inPacks.outcome.succeeded())
         return inPacks.outcome;
-    areAllOnDisk_ =
-        !inPacks.damage.isEverything && std::ranges::all_of(inPacks.damage.paths, [](const auto& inSnapshot) {
-            return std::ranges::all_of(inSnapshot.second, exists);
-        });
+    areAllOnDisk_ = areOnDisk(inPacks.damage, *keeper_->index());
     known_ = report;
     lastVerified_ = system_clock::now();
     keeper_->setDamage(damage_);

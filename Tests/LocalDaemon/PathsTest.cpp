@@ -172,9 +172,10 @@ TEST(AwayDisk, BelongsWhereTheTableOrTheNameOfTheFolderSays) {
         {"/home/joe/mnt/usb", {}, ""},
     };
     for (const auto& [folder, mounted, away] : cases)
-        EXPECT_EQ(
-            awayMountPointOf(folder, fstab, [&](const std::string& path) { return mounted.contains(path); }),
-            away)
+        EXPECT_EQ(awayMountPointOf(
+                      folder, fstab,
+                      [&mounted = mounted](const std::string& path) { return mounted.contains(path); }),
+                  away)
             << folder;
 }
 
