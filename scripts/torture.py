@@ -21,8 +21,8 @@ import time
 import traceback
 
 from torture import edits, events
-from torture.round import TRAITS, run_round
-from torture.world import Workshop, clear, enter_private_mounts
+from torture.round import TRAITS, Round
+from torture.world import Finding, Workshop, clear, enter_private_mounts
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BUILDS = ["build/dev", "build/release", "build/asan"]
@@ -52,19 +52,18 @@ def kinds_from(text):
 
 def attempt(workshop, folder, seed, kinds, keep, skipped=()):
     """The plan, the account, and what was found or nothing."""
-    round_ = None
+    folder.mkdir()
+    round_, finding = Round(workshop, folder, seed, kinds, skipped), None
     try:
-        round_, finding = run_round(workshop, folder, seed, kinds, skipped)
+        round_.run()
+    except Finding as found:
+        finding = str(found)
     except Exception:  # a fault of this script must not pass for a round that went well
         finding = "this script: " + traceback.format_exc()
-    if round_:
-        account, plan = round_.world.account, round_.plan
-        round_.world.close() if not (keep and finding) else round_.world.daemon and round_.world.daemon.kill()
-    else:
-        account, plan = [], []
+    round_.world.close(keep and finding)
     if not (keep and finding):
         clear(folder)
-    return plan, account, finding
+    return round_.plan, round_.world.account, finding
 
 
 def rule_of(finding):

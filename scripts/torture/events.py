@@ -22,7 +22,7 @@ def plan(chance, kinds, is_root):
     pool += [kind for kind in ALL if kind in kinds and (is_root or kind not in NEED_ROOT)] * 2
     last = [kind for kind in DAMAGES if kind in kinds]
     steps = [chance.choice(pool) for _ in range(chance.randint(*STEPS))] if pool else []
-    if last and chance.random() < 0.2:
+    if last and chance.random() < (0.2 if pool else 1):
         steps.append(chance.choice(last))
     return steps
 
@@ -196,6 +196,7 @@ def automatic(round_, chance):
     world.stop()
     round_.change(chance, [chance.choice(round_.edit_kinds())])
     now = model.look()
+    world.pass_days(2)  # so that the interval between two backups is over
     changed = {path for path in model.differs(now) if not model.is_only_time(path, now)} | (set(model.newest) - set(now))
     world.start()
     if changed and not model.unread:

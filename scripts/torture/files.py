@@ -22,9 +22,9 @@ NOBODY = 0xFFFFFFFF
 CAPABILITY = bytes.fromhex("0100000200040000000000000000000000000000")  # may bind low ports
 
 
-def acl(chance):
+def acl(chance, own=6):
     user = chance.choice([1000, 12345])
-    rows = [(1, 6, NOBODY), (2, chance.randrange(8), user), (4, chance.randrange(8), NOBODY), (16, 7, NOBODY),
+    rows = [(1, own, NOBODY), (2, chance.randrange(8), user), (4, chance.randrange(8), NOBODY), (16, 7, NOBODY),
             (32, chance.randrange(8), NOBODY)]
     return struct.pack("<I", ACL_VERSION) + b"".join(struct.pack("<HHI", *row) for row in rows)
 
@@ -84,9 +84,9 @@ class Maker:
         kind = chance.random()
         if kind < 0.1 and "links" in self.traits:
             # None leaves this round's own folders: a daemon that follows links must not reach the machine's.
-            target = chance.choice([b"nowhere", b".", b"..", self.root, path, b"new\nline", b"x" * 4000, b"../" + names.plain(chance)])
+            target = chance.choice([b"nowhere", b".", b"..", self.root, self.root + b"/x", b"new\nline", b"x" * 4000, b"../" + names.plain(chance)])
             if "odd-targets" in self.traits and chance.random() < 0.3:
-                target = chance.choice([b"\xff\n", b"../" + names.odd(chance)])
+                target = chance.choice([b"\xff\n", path, b"../" + names.odd(chance)])
             os.symlink(target, path)
         elif kind < 0.16 and "hardlinks" in self.traits and (old := self.regular(chance)):
             os.link(old, path, follow_symlinks=False)
@@ -153,7 +153,7 @@ class Maker:
         if "acls" in self.traits and chance.random() < 0.15:
             wanted.append(("system.posix_acl_access", acl(chance)))
             if is_folder:
-                wanted.append(("system.posix_acl_default", acl(chance)))
+                wanted.append(("system.posix_acl_default", acl(chance, 7)))
         for name, value in wanted:
             try:
                 os.setxattr(path, name, value, follow_symlinks=False)

@@ -84,7 +84,7 @@ class Model:
                 if version is not None:
                     self.past.setdefault(path, []).append(version)
                 version = self.newest[path] = Version(entry)
-            version.replaced = None
+            version.entry, version.replaced = entry, None  # which names are one file may have changed
             version.snapshots += snapshots
         for path in [path for path in self.newest if path not in now and not self.is_away(path)]:
             self.past.setdefault(path, []).append(self.newest.pop(path))

@@ -1,11 +1,13 @@
 // Stands for restic with another clock: gives each backup the time that the file "clock" beside this program says.
 // restic is linked statically, so that its clock cannot be moved by preloading.
+#define _GNU_SOURCE
 #include <fcntl.h>
 #include <limits.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -26,7 +28,9 @@ int main(int count, char **arguments) {
         all[filled++] = arguments[at];
     if (offset != 0 && count > 1 && strcmp(arguments[1], "backup") == 0) {
         static char text[32];
-        time_t now = time(NULL) + offset / 1000000000;
+        struct timespec at; // not by the library, whose clock the daemon's has already moved
+        syscall(SYS_clock_gettime, CLOCK_REALTIME, &at);
+        time_t now = at.tv_sec + offset / 1000000000;
         strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", localtime(&now));
         all[filled++] = "--time";
         all[filled++] = text;

@@ -8,7 +8,7 @@ from torture.checks import Outcome, complain
 from torture.files import Maker
 from torture.model import Model, relative
 from torture.tree import shown
-from torture.world import Finding, World
+from torture.world import World
 
 TRAITS = ["names", "links", "odd-targets", "hardlinks", "sparse", "attributes", "acls", "modes", "owners", "times", "far-times",
           "special", "chunks", "long"]
@@ -201,15 +201,3 @@ class Round:
                     if path in held and other and (other.kind, other.content) == (entry.kind, entry.content):
                         del lost[path]
         return set(lost)
-
-
-def run_round(workshop, folder, seed, kinds, skipped=()):
-    """The account, and what was found or nothing."""
-    folder.mkdir()
-    round_ = Round(workshop, folder, seed, kinds, skipped)
-    finding = None
-    try:
-        round_.run()
-    except Finding as found:
-        finding = str(found)
-    return round_, finding

@@ -81,6 +81,9 @@ def differences(wanted, found, *, times=True, owner=None, blocks=True):
         if owners != (owner, owner):
             mode = (mode & ~(stat.S_ISUID | stat.S_ISGID | stat.S_IRWXG)) | (mode & stat.S_IRWXO) << 3
             owners = (found.uid, found.gid)
+            # The mask is where the group's bits are, which are fewer for another group.
+            attributes, others = ([each for each in list_ if each[0] != "system.posix_acl_access"]
+                                  for list_ in (attributes, others))
     if wanted.kind != "link" and mode != found.mode:
         words.append(f"mode {found.mode:o} instead of {mode:o}")
     if owners != (found.uid, found.gid):

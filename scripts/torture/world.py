@@ -249,7 +249,7 @@ class World:
         if chance and chance.random() < 0.3:
             path.chmod(0o2777)
             try:
-                os.setxattr(path, "system.posix_acl_default", acl(chance))
+                os.setxattr(path, "system.posix_acl_default", acl(chance, 7))
             except OSError:
                 pass  # this file system has none
         if self.owner:
@@ -276,7 +276,7 @@ class World:
         run = self.run_restic("restore", snapshot, "--target", target)
         return target, run
 
-    def close(self):
+    def close(self, keeps_folders=False):
         """Also after a failure: nothing of this round stays behind."""
         if self.daemon and self.daemon.poll() is None:
             self.daemon.kill()
@@ -290,6 +290,8 @@ class World:
                     pass
             time.sleep(0.05)
         for path in reversed(self.mounts):
+            if keeps_folders:  # they end with this process's mounts
+                subprocess.run(["cp", "-a", f"{path}/.", f"{self.folder}-{path.name}"], check=False)
             subprocess.run(["umount", "--lazy", path], check=False, stderr=subprocess.DEVNULL)
         self.mounts = []
 
