@@ -32,5 +32,6 @@ inline constexpr std::string_view lastVerifiedDate = "lastVerifiedDate";
 inline constexpr std::string_view lastVerification = "lastVerification";         // a sentence
 inline constexpr std::string_view verificationProgress = "verificationProgress"; // 0 to 1, while it runs
 inline constexpr std::string_view damagedFileCount = "damagedFileCount";         // unsigned 64-bit
+inline constexpr std::string_view isBackupDamaged = "isBackupDamaged";           // or an earlier version
 
 } // namespace kelvane::statekey

@@ -329,4 +329,20 @@ BackupIndex indexOfKept(const BackupIndex& before, const std::vector<Snapshot>& 
     return {before.repositoryId(), std::move(snapshots), std::move(items)};
 }
 
+Damage damageAfter(const BackupIndex& before, const BackupIndex& next, std::uint32_t number) {
+    Damage damage = before.damage() ? *before.damage() : Damage();
+    if (damage.isNone())
+        return damage;
+    const std::string& id = next.snapshot(number)->id;
+    next.forEach([&](const BackupIndex::Item& item) {
+        if (item.snapshot != number || item.version == number)
+            return;
+        const std::string path = next.pathOf(item);
+        const BackupIndex::Item* const old = before.find(path);
+        if (old && before.isDamaged(*old))
+            damage.paths[id].insert(nameInResticJson(path));
+    });
+    return damage;
+}
+
 } // namespace kelvane

@@ -12,7 +12,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr const char* everything = "/";
 constexpr std::chrono::hours forever{24};
 // At once; more are backed up as everything is.
 constexpr std::size_t mostWanted = 100;

@@ -65,6 +65,7 @@ public:
 
 private:
     using Clock = std::chrono::steady_clock;
+    static constexpr const char* everything = "/";
     enum class Task { None, Connect, BackUp, Verify };
 
     void run();

@@ -3,6 +3,7 @@
 #include "Foundation/Unicode.h"
 #include "LocalDaemon/BackupRunner.h"
 #include "LocalDaemon/BackupTargets.h"
+#include "LocalDaemon/BackupTrouble.h"
 #include "Support/Logging.h"
 
 #include <algorithm>
@@ -45,9 +46,14 @@ ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, cons
             state_->noteUnread(std::nullopt);
         return {};
     }
+    // What is new is saved even when what is damaged cannot be stored again now.
     if (!isPartial && verification_->canRepair())
-        if (ResticOutcome outcome = verification_->prepareRepair(stop); !outcome.succeeded())
-            return outcome;
+        if (const ResticOutcome outcome = verification_->prepareRepair(stop); !outcome.succeeded()) {
+            if (outcome.trouble == ResticTrouble::Stopped)
+                return outcome;
+            KelvaneSystemLog("What is damaged in the backup cannot be stored again yet: %@",
+                             reasonOf(outcome));
+        }
     wanted.isForced = !isPartial && verification_->mustStoreAgain();
     const IndexKeeper::Index index = keeper_->index();
     const FileTotals waiting = state_->totals().pending;
@@ -65,7 +71,8 @@ ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, cons
         state_->noteUnread(result.unread.empty() && !verification_->isBeyondRepair()
                                ? std::nullopt
                                : std::optional(changes));
-    reportUnread(result.unread);
+    if (!isPartial || (!result.unread.empty() && !state_->standingAlert(unreadAlert)))
+        reportUnread(result.unread); // what others could not be read a part does not know
     KelvaneSystemLog("Backed up%@; snapshot %@, %llu bytes were waiting.", isPartial ? ": " + path : "",
                      result.snapshotId, waiting.bytes);
     options_.lookForDisks(); // one may have gone meanwhile

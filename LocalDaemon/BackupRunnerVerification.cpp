@@ -5,7 +5,7 @@
 namespace kelvane {
 
 void BackupRunner::verifyNow() {
-    verification_->order();
+    state_->orderVerification();
     const std::scoped_lock guard(mutex_);
     isNoted_ = true;
     changed_.notify_all();
@@ -14,14 +14,15 @@ void BackupRunner::verifyNow() {
 void BackupRunner::storeAgain() {
     verification_->confirmSettingAside();
     state_->orderBackup();
-    backUpNow("/");
+    backUpNow(everything);
 }
 
 void BackupRunner::verify(const StopSignal& stop) {
     const ResticOutcome outcome = verification_->performDue(stop);
-    if (outcome.succeeded() && verification_->canRepair())
-        notBefore_ = Clock::now(); // what is damaged does not wait for the usual interval
     const std::scoped_lock guard(mutex_);
+    // What is damaged waits neither for the usual interval nor until something else is to be backed up.
+    if (outcome.succeeded() && verification_->isRepairDue())
+        wanted_.insert(everything);
     current_.reset();
     isVerifying_ = false;
     if (!outcome.succeeded() && outcome.trouble != ResticTrouble::Stopped)
@@ -44,9 +45,9 @@ ResticOutcome BackupRunner::verifyStored(bool isAwaited, const StopSignal& stop)
             const std::scoped_lock guard(mutex_);
             isVerifying_ = false;
         }
-        if (!checked.succeeded() || !verification_->canRepair())
+        if (!checked.succeeded() || !verification_->isRepairDue())
             return {}; // looked at again as soon as nothing else is to be done
-        if (ResticOutcome outcome = backUp("/", false, stop); !outcome.succeeded())
+        if (ResticOutcome outcome = backUp(everything, false, stop); !outcome.succeeded())
             return outcome;
         isAwaited = true;
     }

@@ -151,7 +151,14 @@ public:
                          const std::string& outcome);
     // From 0 to 1; none: nothing is being verified.
     void setVerificationProgress(std::optional<double> progress);
-    void setDamagedFileCount(std::uint64_t count);
+    // `files`: those that cannot be given back as they were last backed up.
+    void setDamage(bool isAnyKnown, std::uint64_t files);
+    // Orders to verify everything are counted, as those to back up are: panes see one under way until that
+    // has ended, well or not, which began after the last order.
+    void orderVerification();
+    [[nodiscard]] std::uint64_t verificationOrders() const;
+    [[nodiscard]] bool isVerificationOrdered() const;
+    void takeVerificationsDone(std::uint64_t orders);
 
     // Panes are told what of it has changed.
     void setRestoreProgress(const RestoreProgress& progress);
@@ -192,6 +199,9 @@ private:
         std::optional<std::chrono::system_clock::time_point> date;
         std::string outcome;
         std::optional<double> progress;
+        std::uint64_t orders = 0;
+        std::uint64_t ordersDone = 0;
+        bool isDamageKnown = false;
         std::uint64_t damagedFiles = 0;
     };
 

@@ -3,7 +3,9 @@
 #include "Common/ExtensionProtocol.h"
 #include "Common/StandingAlert.h"
 #include "Common/StateKeys.h"
+#include "Foundation/Unicode.h"
 #include "LocalDaemon/DaemonState.h"
+#include "Support/Logging.h"
 
 #include <algorithm>
 
@@ -16,9 +18,20 @@ Date dateOf(std::chrono::system_clock::time_point time) {
     return {std::chrono::duration<double>(time.time_since_epoch() - referenceAfterEpoch).count()};
 }
 
+// The link refuses a dictionary as a whole for one text that is not UTF-8.
+std::string inUtf8(const std::string& text) {
+    if (isUtf8(text))
+        return text;
+    KelvaneSystemLog("A text is not UTF-8, and is told with replacements: %@", textFromPath(text));
+    return textFromPath(text);
+}
+
 } // namespace
 
-void DaemonState::raiseAlert(const Alert& alert) {
+void DaemonState::raiseAlert(const Alert& raised) {
+    Alert alert = raised;
+    for (std::string* const text : {&alert.kind, &alert.title, &alert.body})
+        *text = inUtf8(*text);
     const auto since = clock_();
     const std::scoped_lock guard(mutex_);
     const auto [standing, isNew] = alerts_.try_emplace(alert.kind, StandingSince{alert, since});
@@ -51,7 +64,7 @@ void DaemonState::setVerification(std::optional<std::chrono::system_clock::time_
                                   const std::string& outcome) {
     const std::scoped_lock guard(mutex_);
     verification_.date = date;
-    verification_.outcome = outcome;
+    verification_.outcome = inUtf8(outcome);
 }
 
 void DaemonState::setVerificationProgress(std::optional<double> progress) {
@@ -59,21 +72,43 @@ void DaemonState::setVerificationProgress(std::optional<double> progress) {
     verification_.progress = progress;
 }
 
-void DaemonState::setDamagedFileCount(std::uint64_t count) {
+void DaemonState::setDamage(bool isAnyKnown, std::uint64_t files) {
     const std::scoped_lock guard(mutex_);
-    verification_.damagedFiles = count;
+    verification_.isDamageKnown = isAnyKnown;
+    verification_.damagedFiles = files;
+}
+
+void DaemonState::orderVerification() {
+    const std::scoped_lock guard(mutex_);
+    ++verification_.orders;
+}
+
+std::uint64_t DaemonState::verificationOrders() const {
+    const std::scoped_lock guard(mutex_);
+    return verification_.orders;
+}
+
+bool DaemonState::isVerificationOrdered() const {
+    const std::scoped_lock guard(mutex_);
+    return verification_.orders != verification_.ordersDone;
+}
+
+void DaemonState::takeVerificationsDone(std::uint64_t orders) {
+    const std::scoped_lock guard(mutex_);
+    verification_.ordersDone = orders;
 }
 
 void DaemonState::addExtensions(Dictionary& state) const {
     state.set(statekey::extensions, Array{extension::alerts, extension::verify});
     state.set(statekey::alerts, alertDictionaries());
     state.set(statekey::damagedFileCount, verification_.damagedFiles);
+    state.set(statekey::isBackupDamaged, verification_.isDamageKnown);
     if (verification_.date)
         state.set(statekey::lastVerifiedDate, dateOf(*verification_.date));
     if (!verification_.outcome.empty())
         state.set(statekey::lastVerification, verification_.outcome);
-    if (verification_.progress)
-        state.set(statekey::verificationProgress, *verification_.progress);
+    if (verification_.progress || verification_.orders != verification_.ordersDone)
+        state.set(statekey::verificationProgress, verification_.progress.value_or(0));
 }
 
 Array DaemonState::alertDictionaries() const {

@@ -220,6 +220,7 @@ void IndexKeeper::lookForDisappearance(const BackupIndex& index, std::uint32_t n
 }
 
 ResticOutcome IndexKeeper::add(const std::string& snapshotId, bool isPartial, const StopSignal& stop) {
+    retention_.noteMade(newestSequence_ + 1, isPartial);
     auto contents = repository_.list(snapshotId, stop);
     if (!contents.outcome.succeeded())
         return contents.outcome;
@@ -229,13 +230,15 @@ ResticOutcome IndexKeeper::add(const std::string& snapshotId, bool isPartial, co
     BackupIndex next =
         indexWith(*index_, index_->repositoryId(), contents.snapshot, std::move(contents.items));
     const std::uint32_t number = next.snapshots().rbegin()->first;
+    damage_ = std::make_shared<const Damage>(damageAfter(*index_, next, number));
     lookForDisappearance(next, number, {number});
     const std::vector<std::string> changed = changedIn(next, number);
     take(std::move(next), changed, false);
     return {};
 }
 
-std::string IndexKeeper::nextSequenceTag() const {
+std::string IndexKeeper::nextSequenceTag() {
+    retention_.noteBegun(newestSequence_ + 1);
     return std::string(sequenceTagStart) + std::to_string(newestSequence_ + 1);
 }
 
@@ -248,7 +251,7 @@ void IndexKeeper::setDamage(Damage damage) {
 }
 
 ResticOutcome IndexKeeper::forgetOld(std::chrono::days keep, const StopSignal& stop) {
-    if (retention_.isPruningDue()) {
+    if (damage_->isNone() && retention_.isPruningDue()) { // restic prunes nothing while it misses something
         if (ResticOutcome outcome = repository_.prune(stop); !outcome.succeeded())
             return outcome;
         retention_.notePruned();
@@ -266,12 +269,14 @@ ResticOutcome IndexKeeper::forgetOld(std::chrono::days keep, const StopSignal& s
     return forget(keep, stop);
 }
 
-// What a snapshot lacks because it could not be read is known only here: no tag tells of it.
+// What a snapshot lacks because it could not be read no tag tells.
 Repository::Listing IndexKeeper::snapshots(const StopSignal& stop) const {
     Repository::Listing listing = repository_.snapshots(stop);
-    for (Snapshot& listed : listing.snapshots)
+    for (Snapshot& listed : listing.snapshots) {
+        listed.isPartial = listed.isPartial || retention_.isIncomplete(listed.sequence);
         for (const auto& [number, known] : index_->snapshots())
             listed.isPartial = listed.isPartial || (known.id == listed.id && known.isPartial);
+    }
     return listing;
 }
 

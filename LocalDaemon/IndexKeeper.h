@@ -50,10 +50,12 @@ public:
     // Whether the last answer of the repository was whole. Else `synchronize` is needed before anything is
     // added, and none of what the index knows counts as gone.
     [[nodiscard]] bool isCurrent() const { return isCurrent_; }
-    // The tag for the next snapshot, which tells that it is newer than all others.
-    [[nodiscard]] std::string nextSequenceTag() const;
+    // The tag for the next snapshot, which tells that it is newer than all others. To be asked for before
+    // that is made: until it is added it counts as incomplete.
+    [[nodiscard]] std::string nextSequenceTag();
     // What is known to be damaged from now on, in this index and in those that follow it.
     void setDamage(Damage damage);
+    [[nodiscard]] const Damage& damage() const { return *damage_; }
     // Takes over a snapshot that was just made.
     [[nodiscard]] ResticOutcome add(const std::string& snapshotId, bool isPartial, const StopSignal& stop);
     // Forgets versions that were replaced or deleted so long ago, and prunes a day later; neither more often

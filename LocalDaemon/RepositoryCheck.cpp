@@ -16,6 +16,7 @@ namespace {
 constexpr std::chrono::hours timeToRead{12};
 // restic tries for 44 s to read what is not there.
 constexpr std::chrono::minutes patienceWithRetries{2};
+constexpr std::chrono::milliseconds noPatience{0};
 // In one call: each walks through all folders of all snapshots.
 constexpr std::size_t mostLocated = 2000;
 constexpr std::size_t longestAnswer = std::size_t{1} << 26U;
@@ -68,8 +69,9 @@ void takeCheckLine(CheckReport& report, std::string_view line) {
     else if (line.starts_with("error: load <snapshot/"))
         insertIfAny(report.snapshots, wordAfter(line, "load <snapshot/"));
     else if (line.starts_with("pack ") && line.ends_with(": not referenced in any index"))
-        return;
-    else if (line.starts_with("pack ") && line.ends_with(": does not exist"))
+        insertIfAny(report.unknownPacks, idAfter(line, "pack "));
+    else if (line.starts_with("pack ") && (line.ends_with(": does not exist") ||
+                                           line.find(": unexpected file size: ") != std::string_view::npos))
         insertIfAny(report.missingPacks, idAfter(line, "pack "));
     else if (line.starts_with("pack "))
         insertIfAny(report.damagedPacks, idAfter(line, "pack "));
@@ -102,6 +104,10 @@ CheckReport RepositoryCheck::check(std::vector<std::string> arguments, const Sto
     call.patienceWithRetries = patienceWithRetries;
     call.hasLowerPriority = true;
     call.onErrorLine = [&report](std::string_view line) { takeCheckLine(report, line); };
+    call.onLine = [&report](std::string_view line) {
+        takeCheckLine(report, line);
+        return true;
+    };
     report.outcome = repository_.restic().run(call, stop);
     if (report.outcome.trouble == ResticTrouble::Failed && isVerdict(report)) {
         report.outcome.trouble = ResticTrouble::None;
@@ -111,24 +117,37 @@ CheckReport RepositoryCheck::check(std::vector<std::string> arguments, const Sto
     return report;
 }
 
-RepositoryCheck::Located RepositoryCheck::locate(const CheckReport& report, const StopSignal& stop) const {
+RepositoryCheck::Located RepositoryCheck::locate(const CheckReport& report, Snapshots snapshots,
+                                                 const StopSignal& stop) const {
     Located located;
     Damage& damage = located.damage;
     damage.snapshots = report.snapshots;
-    std::set<std::string> packs = report.missingPacks;
-    packs.insert(report.damagedPacks.begin(), report.damagedPacks.end());
-    const bool isKnown = !packs.empty() || !report.missingBlobs.empty() || !report.snapshots.empty();
+    const std::size_t packCount = report.missingPacks.size() + report.damagedPacks.size();
+    const bool isKnown = packCount > 0 || !report.missingBlobs.empty() || !report.snapshots.empty();
     damage.isEverything = report.isIndexDamaged || (report.hasErrors && !isKnown) ||
-                          packs.size() > mostLocated || report.missingBlobs.size() > mostLocated;
+                          packCount > mostLocated || report.missingBlobs.size() > mostLocated;
     if (damage.isEverything)
         return located;
+    // Packs of folders are found by reading the folders from the repository: restic does not search for
+    // them, and its cache has them whole. What is missing it would try to read for a long time.
+    const bool isReadAnew = !report.damagedPacks.empty() && report.missingPacks.empty();
     const struct {
         const char* kind;
         const std::set<std::string>& ids;
-    } searches[] = {{"--pack", packs}, {"--blob", report.missingBlobs}};
-    for (const auto& [kind, ids] : searches)
-        if (!ids.empty() && located.outcome.succeeded())
-            located.outcome = find(kind, ids, damage, stop);
+        bool isReadAnew;
+    } searches[] = {{"--pack", report.missingPacks, false},
+                    {"--pack", report.damagedPacks, isReadAnew},
+                    {"--blob", report.missingBlobs, false}};
+    for (const auto& search : searches) {
+        std::vector<std::string> arguments{"find", "--json", "--no-lock"};
+        if (search.isReadAnew)
+            arguments.emplace_back("--no-cache");
+        if (snapshots == Snapshots::Own)
+            arguments.insert(arguments.end(), {"--tag", repository_.tag()});
+        arguments.emplace_back(search.kind);
+        if (!search.ids.empty() && located.outcome.succeeded())
+            located.outcome = find(std::move(arguments), search.ids, damage, stop);
+    }
     if (located.outcome.trouble == ResticTrouble::Failed) { // over a pack that is cut off, for one
         KelvaneSystemLog("Cannot tell which files are damaged: %@", reasonOf(located.outcome));
         located.outcome = {};
@@ -137,11 +156,11 @@ RepositoryCheck::Located RepositoryCheck::locate(const CheckReport& report, cons
     return located;
 }
 
-ResticOutcome RepositoryCheck::find(const char* kind, const std::set<std::string>& ids, Damage& damage,
-                                    const StopSignal& stop) const {
+ResticOutcome RepositoryCheck::find(std::vector<std::string> arguments, const std::set<std::string>& ids,
+                                    Damage& damage, const StopSignal& stop) const {
     std::string answer;
     Restic::Call call;
-    call.arguments = {"find", "--json", "--no-lock", "--tag", repository_.tag(), kind};
+    call.arguments = std::move(arguments);
     call.arguments.insert(call.arguments.end(), ids.begin(), ids.end());
     call.longestLine = longestAnswer;
     call.patience = timeToRead;
@@ -165,6 +184,42 @@ ResticOutcome RepositoryCheck::find(const char* kind, const std::set<std::string
         for (const FoundItem& item : *found)
             damage.paths[item.snapshotId].insert(item.path);
     return outcome;
+}
+
+RepositoryCheck::Packs RepositoryCheck::present(const std::set<std::string>& packs,
+                                                const StopSignal& stop) const {
+    Packs found;
+    Restic::Call call;
+    call.arguments = {"list", "packs", "--no-lock"};
+    call.onLine = [&](std::string_view line) {
+        if (std::string id(line); packs.contains(id))
+            found.ids.insert(std::move(id));
+        return true;
+    };
+    found.outcome = repository_.restic().run(call, stop);
+    return found;
+}
+
+// A pack's name is the checksum of its contents, which restic compares.
+RepositoryCheck::Packs RepositoryCheck::damaged(const std::set<std::string>& packs,
+                                                const StopSignal& stop) const {
+    Packs found;
+    for (const std::string& pack : packs) {
+        bool isOther = false;
+        Restic::Call call;
+        call.arguments = {"cat", "pack", "--no-lock", pack};
+        call.hasBinaryOutput = true;
+        call.patienceWithRetries = noPatience;
+        call.onErrorLine = [&](std::string_view line) {
+            isOther = isOther || line.find("does not match") != std::string_view::npos;
+        };
+        const ResticOutcome outcome = repository_.restic().run(call, stop);
+        if (outcome.trouble == ResticTrouble::Stopped)
+            return {outcome, {}};
+        if (isOther || !outcome.succeeded())
+            found.ids.insert(pack);
+    }
+    return found;
 }
 
 bool RepositoryCheck::canSetAside() const {

@@ -13,18 +13,14 @@ struct CheckReport {
     ResticOutcome outcome; // not succeeded: it could not find out
     std::set<std::string> missingPacks;
     std::set<std::string> damagedPacks; // files that are there, with other contents
+    std::set<std::string> unknownPacks; // files that are there, and no index names them
     std::set<std::string> missingBlobs; // in no pack that the index knows
     std::set<std::string> snapshots;    // that cannot be read, the beginnings of their ids
     bool isIndexDamaged = false;
     bool hasErrors = false;
-
-    // What backing up again mends, once the index does not list it any more.
-    [[nodiscard]] bool canIndexBeRenewed() const {
-        return isIndexDamaged || !missingPacks.empty() || !damagedPacks.empty();
-    }
 };
 
-// Takes one line that restic prints on standard error.
+// Takes one line that restic prints.
 void takeCheckLine(CheckReport& report, std::string_view line);
 
 // Looks whether a repository can give back what is in it, and makes room for storing again what it cannot.
@@ -44,22 +40,35 @@ public:
 
     struct Located {
         ResticOutcome outcome;
-        Damage damage; // of this computer's snapshots
+        Damage damage;
     };
-    [[nodiscard]] Located locate(const CheckReport& report, const StopSignal& stop) const;
+    // A repository may hold the snapshots of other computers as well.
+    enum class Snapshots { Own, All };
+    [[nodiscard]] Located locate(const CheckReport& report, Snapshots snapshots,
+                                 const StopSignal& stop) const;
+
+    struct Packs {
+        ResticOutcome outcome;
+        std::set<std::string> ids;
+    };
+    // Those of `packs` whose files are in the repository.
+    [[nodiscard]] Packs present(const std::set<std::string>& packs, const StopSignal& stop) const;
+    // Those of `packs` that hold other contents than was written, or cannot be read.
+    [[nodiscard]] Packs damaged(const std::set<std::string>& packs, const StopSignal& stop) const;
 
     // Whether the packs can be moved out of the way: in a folder they can.
     [[nodiscard]] bool canSetAside() const;
     // Moves packs to the folder "damaged" in the repository, which restic does not look at. Returns why it
     // failed; empty: it did not.
     [[nodiscard]] std::string setAside(const std::set<std::string>& packs) const;
-    // Drops from the index what is not in the repository any more.
+    // Makes the index name the packs that are in the repository: takes in those that it does not name, and
+    // drops those that are not there. One that comes back later is taken in again by the next call.
     [[nodiscard]] ResticOutcome renewIndex(const StopSignal& stop) const;
 
 private:
     [[nodiscard]] CheckReport check(std::vector<std::string> arguments, const StopSignal& stop) const;
-    [[nodiscard]] ResticOutcome find(const char* kind, const std::set<std::string>& ids, Damage& damage,
-                                     const StopSignal& stop) const;
+    [[nodiscard]] ResticOutcome find(std::vector<std::string> arguments, const std::set<std::string>& ids,
+                                     Damage& damage, const StopSignal& stop) const;
 
     const Repository& repository_;
 };

@@ -104,6 +104,24 @@ void RetentionRecord::notePruned() {
     save();
 }
 
+void RetentionRecord::noteBegun(std::uint64_t sequence) {
+    noteMade(sequence, true);
+}
+
+void RetentionRecord::noteMade(std::uint64_t sequence, bool isIncomplete) {
+    const std::scoped_lock guard(mutex_);
+    if (isIncomplete)
+        contents_.incomplete.insert(sequence);
+    else
+        contents_.incomplete.erase(sequence);
+    save();
+}
+
+bool RetentionRecord::isIncomplete(std::uint64_t sequence) const {
+    const std::scoped_lock guard(mutex_);
+    return contents_.incomplete.contains(sequence);
+}
+
 void RetentionRecord::add(const Disappearance& disappearance) {
     const std::scoped_lock guard(mutex_);
     const auto isSame = [&](const Entry& each) { return each.disappearance.id == disappearance.id; };
@@ -117,6 +135,13 @@ void RetentionRecord::add(const Disappearance& disappearance) {
 
 void RetentionRecord::update(const BackupIndex& index) {
     const std::scoped_lock guard(mutex_);
+    if (const Snapshot* const newest = index.newestSnapshot())
+        std::erase_if(contents_.incomplete, [&](std::uint64_t sequence) {
+            return sequence < newest->sequence &&
+                   std::ranges::none_of(index.snapshots(), [sequence](const auto& snapshot) {
+                       return snapshot.second.sequence == sequence;
+                   });
+        });
     std::erase_if(contents_.entries, [&](const Entry& entry) {
         const Disappearance& each = entry.disappearance;
         const bool isOneThere = std::ranges::any_of(index.snapshots(), [&](const auto& snapshot) {
@@ -189,6 +214,9 @@ std::string RetentionRecord::save() {
     if (contents_ == saved_)
         return {};
     Array entries;
+    Array incomplete;
+    for (const std::uint64_t sequence : contents_.incomplete)
+        incomplete.push_back(sequence);
     for (const Entry& entry : contents_.entries)
         entries.push_back(valueOf(entry.disappearance, entry.decision));
     const PropertyListWriting list = writeBinaryPropertyList(Dictionary{
@@ -199,6 +227,7 @@ std::string RetentionRecord::save() {
         {"steadySince", contents_.steadySince},
         {"forgotten", contents_.forgotten},
         {"isToPrune", contents_.isToPrune},
+        {"incomplete", std::move(incomplete)},
         {"disappearances", std::move(entries)},
     });
     std::string failure = list.error;
@@ -234,6 +263,8 @@ RetentionRecord::Contents RetentionRecord::contentsFrom(const Value& value) {
     contents.steadySince = timeIn(value["steadySince"]);
     contents.forgotten = timeIn(value["forgotten"]);
     contents.isToPrune = value["isToPrune"].boolValue();
+    for (const Value& each : value["incomplete"].array())
+        contents.incomplete.insert(each.uint64Value());
     for (const Value& each : value["disappearances"].array()) {
         const auto* const name = std::ranges::find(
             decisionNames, std::string_view(each["decision"].stringValue()), &DecisionName::name);

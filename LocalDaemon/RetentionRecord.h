@@ -5,6 +5,7 @@
 
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -40,6 +41,11 @@ public:
     void noteForgotten();
     void notePruned();
 
+    // A snapshot counts as incomplete from before it is made until it is known to hold all that it should.
+    void noteBegun(std::uint64_t sequence);
+    void noteMade(std::uint64_t sequence, bool isIncomplete);
+    [[nodiscard]] bool isIncomplete(std::uint64_t sequence) const;
+
     void add(const Disappearance& disappearance);
     // Drops what needs no decision any more: the files are back, or their snapshots are not there.
     void update(const BackupIndex& index);
@@ -58,6 +64,7 @@ private:
         std::int64_t steadySince = 0; // likewise
         std::int64_t forgotten = 0;   // likewise: the last time; 0: never
         bool isToPrune = false;
+        std::set<std::uint64_t> incomplete; // sequence numbers of snapshots
         std::vector<Entry> entries;
 
         friend bool operator==(const Contents&, const Contents&) = default;

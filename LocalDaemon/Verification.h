@@ -3,6 +3,7 @@
 #include "LocalDaemon/DaemonState.h"
 #include "LocalDaemon/IndexKeeper.h"
 #include "LocalDaemon/RepositoryCheck.h"
+#include "LocalDaemon/VerificationRecord.h"
 
 #include <atomic>
 #include <chrono>
@@ -15,10 +16,13 @@ namespace kelvane {
 // the next backup store it again where the disk still has it.
 //
 // The structure (that all packs are there, and all that files consist of is in them) is looked at whenever
-// that is due after a backup; the data is read part by part, so that all of it is read within 90 days. How
-// far that has come, and what is damaged, is kept in a file.
+// that is due after a backup, and again and again while something is missing; the data is read part by part,
+// so that all of it is read within 90 days. How far that has come, and what is damaged, is kept in a file.
 //
-// Belongs to the backup's thread, which it blocks, except for `order` and `confirmSettingAside`.
+// Packs that are missing leave restic's index, so that their contents can be stored again, and whatever pack
+// stands in the repository unnamed is taken into the index: one that was away for a while loses nothing.
+//
+// Belongs to the backup's thread, which it blocks, except for `confirmSettingAside`.
 class Verification {
 public:
     using Clock = std::chrono::steady_clock;
@@ -34,8 +38,6 @@ public:
 
     Verification(std::shared_ptr<DaemonState> state, std::shared_ptr<IndexKeeper> keeper, Options options);
 
-    // Everything is to be read now. Any thread.
-    void order();
     // Damaged packs may be moved away although files that only the backup has lose their whole parts with
     // them. Any thread.
     void confirmSettingAside() { maySetAside_ = true; }
@@ -47,57 +49,59 @@ public:
     [[nodiscard]] ResticOutcome performDue(const StopSignal& stop);
 
     // A backup has been made, or something has been forgotten.
-    void noteChange() { isStructureWanted_ = true; }
+    void noteChange();
     // It costs at most a twentieth of the time, unless somebody waits for it.
     [[nodiscard]] bool isStructureDue(bool isAwaited) const;
     [[nodiscard]] ResticOutcome checkStructure(const StopSignal& stop);
 
     // Whether a backup can store again what is damaged, after `prepareRepair`.
     [[nodiscard]] bool canRepair() const;
+    // The same, unless the last try has failed: then the next backup tries again, in its own time.
+    [[nodiscard]] bool isRepairDue() const { return canRepair() && !hasRepairFailed_; }
     [[nodiscard]] ResticOutcome prepareRepair(const StopSignal& stop);
     // The next whole backup has to look at every file.
-    [[nodiscard]] bool mustStoreAgain() const { return mustStoreAgain_; }
+    [[nodiscard]] bool mustStoreAgain() const { return record_.mustStoreAgain; }
     void noteStoredAgain();
     // Some of what is on the disk stays damaged whatever the backup does.
     [[nodiscard]] bool isBeyondRepair() const { return isStoredDamaged_ && !canRepair(); }
 
 private:
+    [[nodiscard]] CheckReport checkWithTrueIndex(const StopSignal& stop);
+    [[nodiscard]] bool mustRenewIndex(const CheckReport& report) const;
+    [[nodiscard]] ResticOutcome renewIndex(const StopSignal& stop);
+    // Not read, and no trouble: the index names packs that are not there.
     [[nodiscard]] ResticOutcome readPart(unsigned part, unsigned parts, const StopSignal& stop);
     [[nodiscard]] ResticOutcome readNextPart(const StopSignal& stop);
     [[nodiscard]] ResticOutcome readAll(const StopSignal& stop);
-    // Looks a second time at errors, and takes over what is true then.
+    // Takes over what is true at the second look.
     [[nodiscard]] ResticOutcome take(const CheckReport& report, const StopSignal& stop);
+    [[nodiscard]] ResticOutcome locate(const CheckReport& report, const StopSignal& stop);
     [[nodiscard]] bool isNews(const CheckReport& report) const;
     [[nodiscard]] bool canSetAside() const;
-    void tellOutcome();
+    [[nodiscard]] Clock::time_point structureDue() const;
+    void beginAnewElsewhere();
+    void tellOutcome(const std::string& progress);
     void tell(std::optional<double> progress);
-    void load();
-    void save() const;
+    [[nodiscard]] std::string newestSnapshot() const;
 
     const std::shared_ptr<DaemonState> state_;
     const std::shared_ptr<IndexKeeper> keeper_;
     const Options options_;
     const RepositoryCheck check_{keeper_->repository()};
 
-    std::atomic<bool> isOrdered_{false};
     std::atomic<bool> maySetAside_{false};
-
-    // In the file.
-    Damage damage_;
-    std::set<std::string> damagedPacks_; // found by reading, which nothing else finds again
-    bool isIndexStale_ = false;          // it lists packs that are not there
-    bool mustStoreAgain_ = false;
-    unsigned partsRead_ = 0; // of this round
-    std::chrono::system_clock::time_point roundBegan_;
-    std::optional<std::chrono::system_clock::time_point> lastVerified_;
-    std::string lastOutcome_;
+    VerificationRecord record_;
 
     Damage loggedDamage_;
     std::optional<CheckReport> known_; // what the damage was made of
-    bool isStoredDamaged_ = false;     // files that are on the disk as well
+    std::string locatedIn_;            // the newest snapshot of that time
+    std::set<std::string> leftOut_;    // packs that the index could not take in
+    Clock::time_point leftOutUntil_;
+    bool isStoredDamaged_ = false; // files that are on the disk as well
     bool isStructureWanted_ = true;
-    bool areAllOnDisk_ = true; // the files that have data in damaged packs
+    bool hasRepairFailed_ = false;
     unsigned orderedPartsRead_ = 0;
+    Clock::time_point structureChecked_;
     Clock::time_point structureNotBefore_;
     Clock::time_point notBefore_;
 };

@@ -96,6 +96,7 @@ public:
                    : std::nullopt;
     }
     [[nodiscard]] std::uint64_t damagedFileCount() const { return byteCount(statekey::damagedFileCount); }
+    [[nodiscard]] bool isBackupDamaged() const { return daemonState_[statekey::isBackupDamaged].boolValue(); }
 
     // True once this daemon, since the connection to it, has named the extension in its state.
     [[nodiscard]] bool hasExtension(std::string_view name) const;

@@ -142,5 +142,43 @@ TEST_F(Keeping, ASnapshotOutOfSightIsNotGone) {
     EXPECT_EQ(running.index()->newestSnapshot()->sequence, 1U);
 }
 
+// A daemon may be killed at any moment of a backup.
+TEST_F(Keeping, CountsASnapshotAsIncompleteUntilItIsKnownNotToBe) {
+    ASSERT_TRUE(repository.open(Repository::Making::Always, stop).wasMade);
+    const std::string file = folders.write("home/file", "1");
+    IndexKeeper killed = keeper();
+    ASSERT_TRUE(killed.synchronize(false, stop).succeeded());
+    backUp(file, 0, {killed.nextSequenceTag()});
+    IndexKeeper next = keeper();
+    ASSERT_TRUE(next.synchronize(false, stop).succeeded());
+    ASSERT_NE(next.index()->newestSnapshot(), nullptr);
+    EXPECT_EQ(next.index()->newestCompleteSnapshot(), nullptr);
+    ASSERT_TRUE(next.add(backUp(file, 0, {next.nextSequenceTag()}), false, stop).succeeded());
+    StopSignal stopped;
+    stopped.set();
+    EXPECT_FALSE(next.add(backUp(file, 0, {next.nextSequenceTag()}), true, stopped).succeeded());
+    fs::remove(folders / "index");
+    IndexKeeper last = keeper();
+    ASSERT_TRUE(last.synchronize(false, stop).succeeded());
+    EXPECT_EQ(last.index()->newestSnapshot()->sequence, 3U);
+    EXPECT_EQ(last.index()->newestCompleteSnapshot()->sequence, 2U);
+}
+
+TEST_F(Keeping, WhatIsDamagedStaysSoInTheNextSnapshot) {
+    ASSERT_TRUE(repository.open(Repository::Making::Always, stop).wasMade);
+    const std::string same = folders.write("home/same", "1");
+    const std::string changed = folders.write("home/changed", "1");
+    backUp(folders.home(), 0, {"sequence-1"});
+    IndexKeeper running = keeper();
+    ASSERT_TRUE(running.synchronize(false, stop).succeeded());
+    Damage damage;
+    damage.paths[running.index()->newestSnapshot()->id] = {same, changed};
+    running.setDamage(damage);
+    folders.write("home/changed", "22");
+    ASSERT_TRUE(running.add(backUp(folders.home(), 0, {running.nextSequenceTag()}), false, stop).succeeded());
+    EXPECT_TRUE(running.index()->isDamaged(*running.index()->find(same)));
+    EXPECT_FALSE(running.index()->isDamaged(*running.index()->find(changed)));
+}
+
 } // namespace
 } // namespace kelvane

@@ -2,6 +2,8 @@
 
 #include "Tests/LocalDaemon/BackingUpTest.h"
 
+#include "Foundation/Format.h"
+#include "Foundation/Unicode.h"
 #include "LocalDaemon/ResticJson.h"
 #include "LocalDaemon/ResticProcesses.h"
 #include "LocalDaemon/RetentionAlerts.h"
@@ -168,52 +170,84 @@ TEST_F(BackingUp, RemovesOnlyLocksWhoseHolderIsDead) {
     }
 }
 
-TEST_F(BackingUp, StoresAgainWhatTheRepositoryHasLostAndNamesWhatNobodyHas) {
+TEST_F(BackingUp, StoresAgainWhatTheRepositoryHasLostAndTakesInWhatComesBack) {
     std::string noise(50000, ' '); // so that its pack is the largest
     std::ranges::generate(noise,
                           [random = std::minstd_rand()]() mutable { return static_cast<char>(random()); });
+    const std::string gone = "gone \xFF";
     folders.write("home/here", noise);
-    folders.write("home/gone", std::string(40000, 'g'));
+    folders.write("home/" + gone, std::string(40000, 'g'));
     const tests::EnvironmentVariable foreign("RESTIC_KEY_HINT", "0000"); // for a repository of the person's
     start();
     ASSERT_TRUE(comesToRest(2, 90000));
-    fs::remove(in("gone"));
-    const Array files{in("here"), in("gone")};
-    ASSERT_TRUE(comesTo([&] { return colors(files) == Array{green, blue}; }));
+    const Array files{in("here"), in(textFromPath(gone))};
+    const fs::path data = folders / "repository/data";
     const auto packs = [&] {
         std::vector<fs::path> found;
-        for (const auto& entry : fs::recursive_directory_iterator(folders / "repository/data"))
+        for (const auto& entry : fs::recursive_directory_iterator(data))
             if (entry.is_regular_file())
                 found.push_back(entry.path());
         return found;
     };
-    const auto isDone = [&] { return comesTo([&] { return pane->state("isBackupNeeded") == false; }); };
+    const auto largest = [&] {
+        return std::ranges::max(packs(), {}, [](const auto& each) { return fs::file_size(each); });
+    };
+    const auto damageLargest = [&] {
+        const fs::path pack = largest();
+        fs::permissions(pack, fs::perms::owner_all);
+        std::fstream(pack, std::ios::in | std::ios::out | std::ios::binary).seekp(30) << "damage";
+        return folders / ("repository/damaged/" + pack.filename().native());
+    };
+    const auto verify = [&] {
+        EXPECT_EQ(pane->call<"verify">(), "");
+        EXPECT_FALSE(pane->state("verificationProgress").isAbsent());
+        return comesTo([&] { return pane->state("verificationProgress").isAbsent(); });
+    };
 
-    for (const fs::path& pack : packs())
-        fs::remove(pack);
-    pane->call<"setPriorityBackup:">("/");
-    ASSERT_TRUE(isDone());
-    EXPECT_TRUE(comesTo([&] { return colors(files) == Array{green, none}; }));
-    EXPECT_EQ(pane->state("damagedFileCount"), 1U);
-    const Value alert = pane->state("alerts").array().front();
-    EXPECT_EQ(alert["id"], "backup_damaged");
-    EXPECT_TRUE(alert["text"].stringValue().ends_with("cannot be restored:\n" + in("gone")))
-        << alert["text"].stringValue();
+    // Only reading finds it. Nobody is asked, for all that the pack holds is on the disk as it was saved.
+    std::string aside = damageLargest();
+    ASSERT_TRUE(verify());
+    EXPECT_TRUE(comesTo([&] { return fs::exists(aside) && pane->state("isBackupDamaged") == false; }));
+    EXPECT_TRUE(comesTo([&] { return colors(files) == Array{green, green}; }));
 
-    // Only reading finds it.
-    const auto largest = std::ranges::max(packs(), {}, [](const auto& each) { return fs::file_size(each); });
-    fs::permissions(largest, fs::perms::owner_all);
-    std::fstream(largest, std::ios::in | std::ios::out | std::ios::binary).seekp(30) << "damage";
-    EXPECT_EQ(pane->call<"verify">(), "");
-    EXPECT_FALSE(pane->state("verificationProgress").isAbsent());
-    // Older versions may go with a pack, so a person is asked unless all in it is on the disk as it was
-    // saved.
-    EXPECT_TRUE(comesTo([&] {
-        pane->call<"performAlertAction:ofAlert:">("store-again:", "backup_damaged");
-        return fs::exists(folders / "repository/damaged" / largest.filename());
-    }));
+    // An unplugged disk that comes back.
+    fs::remove(in(gone));
+    ASSERT_TRUE(comesTo([&] { return colors(files) == Array{green, blue}; }));
+    fs::rename(data, folders / "away");
+    fs::create_directory(data);
+    for (unsigned number = 0; number < 256; ++number)
+        fs::create_directory(data / formatText("%02x", number));
+    ASSERT_TRUE(verify());
+    EXPECT_EQ(pane->state("isBackupDamaged"), true) << pane->state("lastVerification").description();
     EXPECT_TRUE(comesTo([&] { return colors(files) == Array{green, none}; }));
     EXPECT_TRUE(comesTo([&] { return pane->state("damagedFileCount") == 1U; }));
+    const auto saysWhatIsLost = [&] {
+        const Array alerts = pane->state("alerts").array();
+        const Value alert = alerts.empty() ? Value() : alerts.front();
+        return alert["id"] == "backup_damaged" &&
+               alert["text"].stringValue().ends_with("cannot be restored:\n" + in(textFromPath(gone)));
+    };
+    EXPECT_TRUE(saysWhatIsLost()) << pane->state("alerts").description();
+    start({}, "/bin/false"); // what was known is known before anything can be checked
+    EXPECT_TRUE(saysWhatIsLost());
+    EXPECT_EQ(pane->state("damagedFileCount"), 1U);
+    start();
+
+    // Part of what the pack holds may be in a snapshot that nobody can read, so a person is asked.
+    aside = damageLargest();
+    ASSERT_TRUE(verify());
+    EXPECT_TRUE(comesTo([&] { return colors(files) == Array{yellow, none}; }));
+    EXPECT_FALSE(fs::exists(aside));
+    EXPECT_EQ(pane->call<"performAlertAction:ofAlert:">("store-again:", "backup_damaged"), "");
+    EXPECT_TRUE(comesTo([&] { return colors(files) == Array{green, none}; }));
+    EXPECT_TRUE(fs::exists(aside));
+
+    fs::copy(folders / "away", data, fs::copy_options::recursive | fs::copy_options::skip_existing);
+    ASSERT_TRUE(verify());
+    EXPECT_TRUE(comesTo([&] { return colors(files) == Array{green, blue}; }));
+    EXPECT_EQ(pane->state("isBackupDamaged"), false);
+    EXPECT_EQ(failuresOf(in(textFromPath(gone)), folders / "back"), "");
+    EXPECT_EQ(folders.read("back"), std::string(40000, 'g'));
 }
 
 // A new machine, or a lost state folder.

@@ -14,13 +14,14 @@ struct Look {
     Value date;
     std::string outcome;
     std::uint64_t damagedFiles = 0;
+    bool isDamaged = false; // or has damaged earlier versions
 };
 
 Look lookAt(Session& session) {
     const BackupState& state = session.state();
     session.state().updateDaemonState();
     return {state.verificationProgress().has_value(), state.lastVerifiedDate(), state.lastVerification(),
-            state.damagedFileCount()};
+            state.damagedFileCount(), state.isBackupDamaged()};
 }
 
 } // namespace
@@ -45,7 +46,7 @@ ExitStatus runVerify(CommandLine& line) {
         });
     if (status != ExitStatus::Success || !waits)
         return status;
-    if (after.damagedFiles > 0 || after.date.isAbsent() || after.date == before.date)
+    if (after.isDamaged || after.damagedFiles > 0 || after.date.isAbsent() || after.date == before.date)
         status = complain(ExitStatus::Incomplete, after.outcome);
     const ExitStatus written = finishWith(
         line.settings().json ? jsonText(nlohmann::ordered_json{{"lastVerification", after.outcome},
