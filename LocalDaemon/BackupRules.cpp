@@ -145,6 +145,19 @@ std::set<std::string> scanRoots(const BackupRules& rules) {
     return roots;
 }
 
+std::vector<std::string> selectedPaths(const BackupRules& rules) {
+    std::vector<std::string> paths;
+    if (rules.automaticMode) {
+        paths = rules.volumes;
+        paths.push_back(rules.home);
+    } else {
+        for (const auto& [path, mark] : rules.paths.marks)
+            if (mark == Mark::Added)
+                paths.push_back(path);
+    }
+    return paths;
+}
+
 bool selectsAnything(const BackupRules& rules) {
     if (!rules.automaticMode)
         return std::ranges::any_of(rules.paths.marks,

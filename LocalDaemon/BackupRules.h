@@ -80,6 +80,9 @@ struct Verdict {
 // those that hold what was added. They are not in each other's reach, though one may lie below another.
 [[nodiscard]] std::set<std::string> scanRoots(const BackupRules& rules);
 
+// The paths that a person, or the configuration, has put in; some of them may be out by another rule.
+[[nodiscard]] std::vector<std::string> selectedPaths(const BackupRules& rules);
+
 // Whether the rules put anything in at all.
 [[nodiscard]] bool selectsAnything(const BackupRules& rules);
 

@@ -35,8 +35,8 @@ bool holdsAny(const BackupIndex& index, const std::vector<std::string>& paths) {
 
 ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, const StopSignal& stop) {
     const std::uint64_t changes = state_->backupNeed().changes;
-    options_.lookForDisks();
-    const bool isIncomplete = isPartial || !state_->absentDisksInBackup().empty();
+    const auto mounts = options_.lookForDisks();
+    const bool isIncomplete = isPartial || state_->isAnyAbsentInBackup();
     BackupRun::Wanted wanted;
     wanted.targets = backupTargets(*state_->rules(), path, stop.flag());
     if (stop.isSet())
@@ -75,13 +75,16 @@ ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, cons
         reportUnread(result.unread); // what others could not be read a part does not know
     KelvaneSystemLog("Backed up%@; snapshot %@, %llu bytes were waiting.", isPartial ? ": " + path : "",
                      result.snapshotId, waiting.bytes);
-    options_.lookForDisks(); // one may have gone meanwhile
-    const bool hasLess = isIncomplete || !state_->absentDisksInBackup().empty() ||
+    const bool haveSameDisks = options_.lookForDisks() == mounts; // one may have gone meanwhile
+    const bool hasLess = isIncomplete || !haveSameDisks || state_->isAnyAbsentInBackup() ||
                          holdsAny(*index, result.unread) ||
                          result.unread.size() >= BackupRun::mostUnread; // there may be more
     ResticOutcome outcome = keeper_->add(result.snapshotId, hasLess, stop);
-    if (outcome.succeeded())
-        noteIndexCurrent();
+    if (!outcome.succeeded())
+        return outcome;
+    noteIndexCurrent();
+    if (!isPartial && haveSameDisks)
+        state_->noteMounts(mounts, !hasLess);
     return outcome;
 }
 

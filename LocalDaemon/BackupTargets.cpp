@@ -18,14 +18,7 @@ constexpr std::size_t mostEmptied = 100;
 
 // What a person has put in the backup and is not reached from a folder that is in it.
 std::vector<std::string> beginnings(const BackupRules& rules) {
-    std::vector<std::string> paths;
-    if (rules.automaticMode) {
-        paths = rules.volumes;
-        paths.push_back(rules.home);
-    } else {
-        for (const auto& [path, mark] : rules.paths.marks)
-            paths.push_back(path);
-    }
+    std::vector<std::string> paths = selectedPaths(rules);
     std::erase_if(paths, [&](const std::string& path) {
         return !verdictFor(rules, path).isIn() || (path != "/" && verdictFor(rules, folderOf(path)).isIn());
     });

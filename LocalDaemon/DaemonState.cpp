@@ -45,7 +45,8 @@ DaemonState::DaemonState(Configuration configuration, Settings settings, Index i
       rules_(currentRules()),
       announcedState_(currentServiceState()) {
     if (!index_->repositoryId().empty())
-        std::erase_if(settings_.disks, [&](const std::string& disk) { return !isInBackup(disk); });
+        for (auto* const points : {&settings_.disks, &settings_.mounts})
+            std::erase_if(*points, [&](const std::string& point) { return !isInBackup(point); });
 }
 
 void DaemonState::setObserver(std::weak_ptr<DaemonObserver> observer) {
@@ -330,27 +331,31 @@ std::uint32_t DaemonState::currentServiceState() const {
 }
 
 DaemonState::Rules DaemonState::currentRules() const {
-    return std::make_shared<BackupRules>(BackupRules{settings_.automaticMode, configuration_.home,
-                                                     configuration_.policy, settings_.paths,
-                                                     configuration_.volumes, absentDisks_});
+    const auto rules = std::make_shared<BackupRules>(BackupRules{settings_.automaticMode, configuration_.home,
+                                                                 configuration_.policy, settings_.paths,
+                                                                 configuration_.volumes});
+    rules->absentDisks = pathsOfAbsences(absences(), settings_, *rules);
+    return rules;
 }
 
 void DaemonState::takeSettings(const Settings& settings) {
-    const bool areOtherRules =
-        settings.automaticMode != settings_.automaticMode || settings.paths != settings_.paths;
     settings_ = settings;
     ++settingsVersion_;
-    if (areOtherRules)
-        changeRules();
+    takeOtherRules();
     announce();
 }
 
-void DaemonState::changeRules() {
+// False: they are as they were.
+bool DaemonState::takeOtherRules() {
+    Rules now = currentRules();
+    if (*now == *rules_)
+        return false;
     ++changes_;
-    const Rules before = std::exchange(rules_, currentRules());
+    const Rules before = std::exchange(rules_, std::move(now));
     if (rulesListener_)
         rulesListener_(rules_);
     announceRules(*before);
+    return true;
 }
 
 void DaemonState::announceRules(const BackupRules& before) const {

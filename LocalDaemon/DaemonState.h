@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Foundation/Value.h"
+#include "LocalDaemon/AbsentDisks.h"
 #include "LocalDaemon/Alert.h"
 #include "LocalDaemon/BackupIndex.h"
 #include "LocalDaemon/BackupRules.h"
@@ -111,13 +112,19 @@ public:
     // Never null when `mounted` is not.
     [[nodiscard]] std::shared_ptr<const Volumes> withMissing(std::shared_ptr<const Volumes> mounted) const;
 
-    // Finds out which remembered disks are not mounted, and have nothing in their place. Nothing is backed up
-    // from there, and nothing counts as deleted. Blocks on the disk, without the mutex.
+    // Finds out where what was backed up is away with its disk. Unless a person has given it up, nothing is
+    // backed up from there, nothing counts as deleted, and an alert says so. Blocks on the disk, without the
+    // mutex.
     void lookForAbsentDisks(const FileSystem& fileSystem);
+    // Remembers the mount points of the file systems from which a backup was made; `areAllKnown`: it has all
+    // that is selected, and others are forgotten.
+    void noteMounts(const std::set<std::string, std::less<>>& mounts, bool areAllKnown);
+    // Returns why it cannot be decided, for people; empty when it is. `name` is the alert's argument.
+    [[nodiscard]] std::string decideAwayDisk(const std::string& name, AwayDisk::Decision decision);
     // The mount point of the absent disk that the path belongs on; empty: none.
     [[nodiscard]] std::string absentDiskOf(const std::string& path) const;
-    // Those whose files are in the backup.
-    [[nodiscard]] std::set<std::string, std::less<>> absentDisksInBackup() const;
+    // With files in the backup.
+    [[nodiscard]] bool isAnyAbsentInBackup() const;
 
     // Rounded up, so that 0 says that nothing is paused.
     [[nodiscard]] std::uint32_t pausedMinutes() const;
@@ -178,6 +185,7 @@ private:
     [[nodiscard]] FileTotals currentlyFound() const { return scan_ ? scan_->totals : FileTotals(); }
     [[nodiscard]] BackupTotals currentTotals() const;
     [[nodiscard]] bool isInBackup(const std::string& path) const;
+    [[nodiscard]] Absences absences() const;
     [[nodiscard]] bool isWaiting() const;
     [[nodiscard]] bool isLooking() const;
     [[nodiscard]] bool needsBackup() const;
@@ -187,10 +195,12 @@ private:
     [[nodiscard]] std::string currentStatusText(std::uint32_t service) const;
     [[nodiscard]] Rules currentRules() const;
     void takeSettings(const Settings& settings);
-    void changeRules();
+    bool takeOtherRules();
     void announceRules(const BackupRules& before) const;
     void announceFiles(const std::vector<std::string>& paths) const;
     void announce();
+    // Without the mutex.
+    void reportAwayDisks();
 
     [[nodiscard]] Array alertDictionaries() const;
     void addExtensions(Dictionary& state) const;
@@ -218,6 +228,7 @@ private:
     const SaveSettings save_;
     const Clock clock_;
 
+    std::mutex looking_;       // for absent disks: what is seen last counts; taken before the next
     mutable std::mutex mutex_; // guards what follows
     std::weak_ptr<DaemonObserver> observer_;
     RulesListener rulesListener_;
@@ -228,7 +239,7 @@ private:
     BackupActivity activity_;
     std::uint64_t changes_ = 0;
     Settings settings_;
-    std::set<std::string, std::less<>> absentDisks_;
+    Absences away_; // also what a person has given up
     Rules rules_;
     std::uint64_t settingsVersion_ = 0;
     std::optional<ScanReport> scan_;

@@ -1,3 +1,5 @@
+// Which disks there are, and what of the backup is away with one.
+
 #include "Foundation/PathComponents.h"
 #include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/DaemonState.h"
@@ -29,33 +31,92 @@ std::shared_ptr<const Volumes> DaemonState::withMissing(std::shared_ptr<const Vo
 }
 
 void DaemonState::lookForAbsentDisks(const FileSystem& fileSystem) {
-    const auto mounted = fileSystem.volumes();
-    std::set<std::string, std::less<>> absent;
-    for (const std::string& disk : settings().disks)
-        if (std::ranges::find(mounted->all(), disk, &Volume::mountPoint) == mounted->all().end() &&
-            fileSystem.list(disk, 1).names.empty())
-            absent.insert(disk);
-    const std::scoped_lock guard(mutex_);
-    if (absent == absentDisks_)
-        return;
-    absentDisks_ = std::move(absent);
-    changeRules();
-    announce();
+    const std::scoped_lock looking(looking_);
+    const Absences away = absencesNow(settings(), *rules(), *index(), fileSystem);
+    changeSettings([&](Settings& settings) {
+        const bool isIndexKnown = !index_->repositoryId().empty();
+        std::erase_if(settings.awayDisks, [&](const auto& known) {
+            const auto was = away_.find(known.first);
+            const auto is = away.find(known.first);
+            const bool isAnother = was != away_.end() && is != away.end() && was->second != is->second;
+            return isIndexKnown && (is == away.end() || isAnother || !isInBackup(known.first));
+        });
+        for (const auto& [path, absence] : away)
+            if (isInBackup(path))
+                settings.awayDisks.try_emplace(path, AwayDisk{now()});
+    });
+    {
+        const std::scoped_lock guard(mutex_);
+        if (std::exchange(away_, away) != away && takeOtherRules())
+            announce();
+    }
+    reportAwayDisks();
+}
+
+void DaemonState::noteMounts(const std::set<std::string, std::less<>>& mounts, bool areAllKnown) {
+    changeSettings([&](Settings& settings) {
+        if (areAllKnown)
+            std::erase_if(settings.mounts,
+                          [&](const std::string& point) { return !settings.awayDisks.contains(point); });
+        settings.mounts.insert(mounts.begin(), mounts.end());
+    });
+}
+
+std::string DaemonState::decideAwayDisk(const std::string& name, AwayDisk::Decision decision) {
+    bool isKnown = false;
+    changeSettings([&](Settings& settings) {
+        for (auto& [path, disk] : settings.awayDisks)
+            if (nameOfAwayDisk(path) == name) {
+                disk.decision = decision;
+                isKnown = true;
+            }
+    });
+    reportAwayDisks();
+    return isKnown ? std::string() : "No disk that is away is named " + name + ".";
+}
+
+void DaemonState::reportAwayDisks() {
+    std::map<std::string, Alert> alerts; // by kind
+    std::vector<std::string> gone;
+    {
+        const std::scoped_lock guard(mutex_);
+        for (const auto& [path, disk] : settings_.awayDisks)
+            if (const auto absence = away_.find(path);
+                absence != away_.end() && disk.decision != AwayDisk::Decision::Forget) {
+                Alert alert = alertForAwayDisk(path, absence->second, disk, now());
+                alerts[alert.kind] = std::move(alert);
+            }
+        for (const auto& [kind, standing] : alerts_)
+            if (kind.starts_with(awayDiskAlertPrefix) && !alerts.contains(kind))
+                gone.push_back(kind);
+    }
+    for (const auto& [kind, alert] : alerts)
+        raiseAlert(alert);
+    for (const std::string& kind : gone)
+        withdrawAlert(kind);
 }
 
 std::string DaemonState::absentDiskOf(const std::string& path) const {
     const std::scoped_lock guard(mutex_);
-    const auto disk = std::ranges::find_if(absentDisks_, [&](const std::string& each) {
-        return path == each || path.starts_with(withSeparator(each));
-    });
-    return disk == absentDisks_.end() ? std::string() : *disk;
+    for (const auto& [disk, absence] : absences())
+        if (absence == Absence::NotMounted && (path == disk || path.starts_with(withSeparator(disk))))
+            return disk;
+    return {};
 }
 
-std::set<std::string, std::less<>> DaemonState::absentDisksInBackup() const {
+bool DaemonState::isAnyAbsentInBackup() const {
     const std::scoped_lock guard(mutex_);
-    std::set<std::string, std::less<>> disks = absentDisks_;
-    std::erase_if(disks, [&](const std::string& disk) { return !isInBackup(disk); });
-    return disks;
+    return std::ranges::any_of(absences(), [&](const auto& each) { return isInBackup(each.first); });
+}
+
+// Less what a person has given up.
+Absences DaemonState::absences() const {
+    Absences absences = away_;
+    std::erase_if(absences, [&](const auto& each) {
+        const auto known = settings_.awayDisks.find(each.first);
+        return known != settings_.awayDisks.end() && known->second.decision == AwayDisk::Decision::Forget;
+    });
+    return absences;
 }
 
 bool DaemonState::isInBackup(const std::string& path) const {

@@ -59,8 +59,9 @@ std::string LocalDaemon::start() {
         return refusal;
     if (const std::string refusal = makeWorld(); !refusal.empty())
         return refusal;
-    if (!options_.fileSystem->isDirectory(state_->configuration().home))
-        return "cannot find the folder " + state_->configuration().home;
+    const std::string& home = state_->configuration().home;
+    if (!options_.fileSystem->isDirectory(home) && !state_->rules()->absentDisks.contains(home))
+        return "cannot find the folder " + home;
     checkKey();
     keeper_->setKeyMade([this] { announceKey(); });
     // Before anybody can change the rules.
@@ -166,6 +167,7 @@ std::string LocalDaemon::makeWorld() {
     BackupRunner::Options backup = options_.backup;
     backup.lookForDisks = [state = state_, fileSystem = options_.fileSystem] {
         state->lookForAbsentDisks(*fileSystem);
+        return mountsOfSelection(*state->rules(), *fileSystem);
     };
     Verification::Options verification = options_.verification;
     verification.path = indexPathFor(options_.indexPath, configuration) + ".verification";
@@ -202,6 +204,12 @@ std::shared_ptr<const AlertActions> LocalDaemon::makeAlertActions() const {
          {std::pair(keepVerb, Decision::Keep), std::pair(forgetVerb, Decision::Forget)})
         actions->add(verb, [keeper = keeper_, decision = decision](const std::string& disappearance) {
             return keeper->decide(disappearance, decision);
+        });
+    using DiskDecision = AwayDisk::Decision;
+    for (const auto& [verb, decision] :
+         {std::pair(keepDiskVerb, DiskDecision::Keep), std::pair(forgetDiskVerb, DiskDecision::Forget)})
+        actions->add(verb, [state = state_, decision = decision](const std::string& disk) {
+            return state->decideAwayDisk(disk, decision);
         });
     actions->add("store-again", [runner = runner_](const std::string&) {
         runner->storeAgain();

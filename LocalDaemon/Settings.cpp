@@ -2,6 +2,8 @@
 
 #include "Foundation/Unicode.h"
 
+#include <algorithm>
+#include <iterator>
 #include <string_view>
 
 namespace kelvane {
@@ -30,6 +32,19 @@ constexpr std::string_view exclusionsKey = "exclusions";
 constexpr std::string_view addedKey = "added";
 constexpr std::string_view removedKey = "removed";
 constexpr std::string_view disksKey = "disks";
+constexpr std::string_view mountsKey = "mounts";
+constexpr std::string_view awayDisksKey = "awayDisks"; // dictionaries
+constexpr std::string_view pathKey = "path";
+constexpr std::string_view sinceKey = "since"; // seconds since 1970
+constexpr std::string_view decisionKey = "decision";
+
+struct DecisionName {
+    AwayDisk::Decision decision;
+    std::string_view name;
+};
+constexpr DecisionName decisionNames[] = {{AwayDisk::Decision::None, ""},
+                                          {AwayDisk::Decision::Keep, "keep"},
+                                          {AwayDisk::Decision::Forget, "forget"}};
 
 constexpr std::size_t mostEntries = 100;
 constexpr std::size_t longestKey = 256;
@@ -68,6 +83,30 @@ void forEachPath(const Value& list, Take take) {
             take(pathFromText(path.stringValue()));
 }
 
+Array valueOf(const std::map<std::string, AwayDisk>& disks) {
+    Array list;
+    for (const auto& [path, disk] : disks) {
+        const auto* const name = std::ranges::find(decisionNames, disk.decision, &DecisionName::decision);
+        list.push_back(Dictionary{{std::string(pathKey), textFromPath(path)},
+                                  {std::string(sinceKey), disk.since},
+                                  {std::string(decisionKey), std::string(name->name)}});
+    }
+    return list;
+}
+
+std::map<std::string, AwayDisk> awayDisksOf(const Value& list) {
+    std::map<std::string, AwayDisk> disks;
+    for (const Value& each : list.array()) {
+        const auto* const name = std::ranges::find(
+            decisionNames, std::string_view(each[decisionKey].stringValue()), &DecisionName::name);
+        if (each[pathKey].stringValue().starts_with('/'))
+            disks[pathFromText(each[pathKey].stringValue())] = {
+                each[sinceKey].int64Value(),
+                name == std::end(decisionNames) ? AwayDisk::Decision::None : name->decision};
+    }
+    return disks;
+}
+
 PathRules pathRulesOf(const Value& value) {
     using Mark = PathRules::Mark;
     PathRules paths;
@@ -91,6 +130,8 @@ Value valueFromSettings(const Settings& settings) {
     entries.set(addedKey, pathsMarked(settings.paths, PathRules::Mark::Added));
     entries.set(removedKey, pathsMarked(settings.paths, PathRules::Mark::Removed));
     entries.set(disksKey, textsOf(settings.disks));
+    entries.set(mountsKey, textsOf(settings.mounts));
+    entries.set(awayDisksKey, valueOf(settings.awayDisks));
     return entries;
 }
 
@@ -108,6 +149,8 @@ Settings settingsFromValue(const Value& value) {
     if (value[hasManualSelectionKey].isAbsent()) // saved by a version that did not know it
         settings.hasManualSelection = !settings.automaticMode || !settings.paths.marks.empty();
     forEachPath(value[disksKey], [&](const std::string& path) { settings.disks.insert(path); });
+    forEachPath(value[mountsKey], [&](const std::string& path) { settings.mounts.insert(path); });
+    settings.awayDisks = awayDisksOf(value[awayDisksKey]);
     return settings;
 }
 

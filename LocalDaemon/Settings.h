@@ -4,10 +4,26 @@
 #include "LocalDaemon/BackupRules.h"
 
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <set>
 #include <string>
 
 namespace kelvane {
+
+// A disk that has files in the backup and is away.
+struct AwayDisk {
+    enum class Decision {
+        None,
+        Keep,   // nobody needs to be warned of it
+        Forget, // it is gone for good: what stands in its place now is what is backed up
+    };
+
+    std::int64_t since = 0; // seconds since 1970: when it was first missed
+    Decision decision = Decision::None;
+
+    friend bool operator==(const AwayDisk&, const AwayDisk&) = default;
+};
 
 // What panes have set and a restart must not lose.
 struct Settings {
@@ -23,7 +39,11 @@ struct Settings {
     Dictionary profile;           // strings
     Dictionary fileTypeToggles;   // unsigned 32-bit numbers
     PathRules paths;
-    std::set<std::string> disks; // mount points, also of disks that are away but have files in the backup
+    std::set<std::string, std::less<>>
+        disks; // mount points, also of disks that are away but have files in the backup
+    // Mount points of all file systems but the system's own from which the last backup was made.
+    std::set<std::string, std::less<>> mounts;
+    std::map<std::string, AwayDisk> awayDisks; // by mount point, or by the folder that is empty
 
     friend bool operator==(const Settings&, const Settings&) = default;
 };

@@ -145,4 +145,13 @@ std::optional<std::string> LocalFileSystem::mountPoint(const std::string& path) 
     return statusOf(realPath(path), 0) ? known->mountPointOf(path) : std::nullopt;
 }
 
+bool LocalFileSystem::isMountRoot(const std::string& path) const {
+    const std::optional<std::string> real = realPath(path);
+    struct statx status {};
+    return real &&
+           ::statx(AT_FDCWD, real->c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_TYPE, &status) ==
+               0 &&
+           (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+}
+
 } // namespace kelvane

@@ -59,6 +59,9 @@ public:
     [[nodiscard]] virtual FolderListing list(const std::string& path, std::size_t limit) const = 0;
     // The mount point of what is there, as `Volumes` names it; none when there is nothing.
     [[nodiscard]] virtual std::optional<std::string> mountPoint(const std::string& path) const = 0;
+    // Whether a file system, or a part of one, is mounted at exactly this path; false where the system does
+    // not say. Mounts nothing by asking.
+    [[nodiscard]] virtual bool isMountRoot(const std::string& path) const = 0;
 
     // The volume's name for the path of a whole volume ("/" included), else the last component.
     [[nodiscard]] std::string displayName(const std::string& path) const;
@@ -84,6 +87,7 @@ public:
     [[nodiscard]] bool isReadable(const std::string& path) const override;
     [[nodiscard]] FolderListing list(const std::string& path, std::size_t limit) const override;
     [[nodiscard]] std::optional<std::string> mountPoint(const std::string& path) const override;
+    [[nodiscard]] bool isMountRoot(const std::string& path) const override;
 
 private:
     [[nodiscard]] std::optional<std::string> realPath(const std::string& path) const;

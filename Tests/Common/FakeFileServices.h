@@ -27,6 +27,7 @@ struct FakeDisk : FileSystem {
     bool isReadable(const std::string& path) const override { return path != "/secret"; }
     FolderListing list(const std::string&, std::size_t) const override { return {}; }
     std::optional<std::string> mountPoint(const std::string&) const override { return std::nullopt; }
+    bool isMountRoot(const std::string&) const override { return false; }
 };
 
 struct FakeAccounts : Accounts {

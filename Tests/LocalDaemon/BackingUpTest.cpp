@@ -166,6 +166,47 @@ TEST_F(BackingUp, WhatIsOnADiskThatIsAwayDoesNotCountAsDeleted) {
         EXPECT_FALSE(item.path.starts_with(disk)) << "an empty mount point is no folder of the disk";
 }
 
+TEST_F(BackingUp, AHomeThatIsNotMountedIsLeftAloneUntilAPersonGivesItUp) {
+    const std::string kind = "disk_away";
+    folders.write("home/folder/file", "12345");
+    isHomeMounted = true;
+    start();
+    ASSERT_TRUE(comesToRest(1, 5));
+    daemon.reset(); // it goes while nobody looks
+    fs::rename(folders.home(), folders / "disk");
+    folders.write("home/left", "1"); // below the mount point
+    isHomeMounted = false;
+    start();
+    pane->call<"setPriorityBackup:">("/");
+    ASSERT_TRUE(comesTo([&] { return pane->state("isBackupNeeded") == false; }));
+    EXPECT_EQ(snapshots(), 1U);
+    EXPECT_EQ(colors({in("folder/file"), in("left")}), (Array{blue, none}));
+    EXPECT_EQ(alertOf(kind)["title"], "The disk at " + folders.home() + " is away.");
+    EXPECT_EQ(failuresOf(in("folder"), folders / "back"), "");
+    EXPECT_EQ(folders.read("back/file"), "12345");
+    EXPECT_NE(failuresOf(in("folder/file"), in("folder/file")), "");
+    EXPECT_EQ(act(kind, 0), "");
+    start();
+    EXPECT_EQ(alertOf(kind)["actions"].array().size(), 1U) << "the decision stands";
+
+    EXPECT_EQ(act(kind, 0), "");
+    const auto turns = [&](const std::string& name, std::int32_t color) {
+        pane->call<"setPriorityBackup:">("/");
+        return comesTo([&] { return colors({in(name)}) == Array{color}; });
+    };
+    EXPECT_TRUE(turns("left", green));
+    start();
+    EXPECT_EQ(alertOf(kind), Value());
+    fs::remove(in("left")); // for one that is given up it is in order to be empty
+    EXPECT_TRUE(turns("left", blue));
+
+    isHomeMounted = true; // and it is another one
+    EXPECT_TRUE(comesTo([&] { return alertOf(kind)["severity"] == "warning"; }));
+    EXPECT_EQ(failuresOf(in("folder/file"), in("folder/file")), "");
+    EXPECT_TRUE(turns("folder/file", green));
+    EXPECT_EQ(alertOf(kind), Value());
+}
+
 // As after a kill between a backup and its listing.
 TEST_F(BackingUp, RestoresFromTheRepositoryAndNotFromAnOlderIndex) {
     const auto indexPath = [&] {

@@ -5,7 +5,20 @@
 #include "Support/Logging.h"
 #include "Tests/LocalDaemon/RunningDaemon.h"
 
+#include <atomic>
+
 namespace kelvane::tests {
+
+// The disks of this machine, but for what a test says of its mounts.
+struct PretendedMounts : LocalFileSystem {
+    PretendedMounts(Volumes volumes, const std::atomic<bool>& isHomeMounted, std::string home)
+        : LocalFileSystem(std::move(volumes)), isHomeMounted_(isHomeMounted), home_(std::move(home)) {}
+    bool isMountRoot(const std::string& path) const override { return path == home_ && isHomeMounted_; }
+
+private:
+    const std::atomic<bool>& isHomeMounted_;
+    const std::string home_;
+};
 
 // Real folders, a real repository and the real restic.
 class BackingUp : public ::testing::Test {
@@ -17,8 +30,9 @@ protected:
         daemon = std::make_unique<RunningDaemon>(folders, [&](LocalDaemon::Options& options) {
             options.backup.quiet = std::chrono::milliseconds(50);
             options.backup.firstRetry = std::chrono::milliseconds(100);
-            options.fileSystem = std::make_shared<LocalFileSystem>(
-                Volumes("Boot", areDisksAway ? std::vector<Volume>() : disks));
+            options.fileSystem = std::make_shared<PretendedMounts>(
+                Volumes("Boot", areDisksAway ? std::vector<Volume>() : disks), isHomeMounted, folders.home());
+            options.refreshInterval = std::chrono::milliseconds(200);
             if (!disks.empty())
                 options.settled.set("volumes", Array{disks.front().mountPoint});
             options.defaults.repository.program = program;
@@ -49,6 +63,19 @@ protected:
             std::distance(std::filesystem::directory_iterator(folders / "repository/snapshots"), {}));
     }
 
+    [[nodiscard]] Value alertOf(const std::string& beginning) {
+        const Value state = pane->call<"daemonState">();
+        for (const Value& each : state["alerts"].array())
+            if (each["id"].stringValue().starts_with(beginning))
+                return each;
+        return {};
+    }
+    // By its number among the alert's actions.
+    [[nodiscard]] Value act(const std::string& beginning, std::size_t number) {
+        const Value alert = alertOf(beginning);
+        return pane->call<"performAlertAction:ofAlert:">(alert["actions"].array().at(number), alert["id"]);
+    }
+
     [[nodiscard]] std::string failuresOf(const Value& source, const std::string& target) {
         const auto job = pane->call<"restoreFile:toPath:version:priority:">(source, target, 0U, 50U);
         EXPECT_TRUE(
@@ -58,6 +85,7 @@ protected:
 
     const tests::DaemonFolders folders;
     bool areDisksAway = false;
+    std::atomic<bool> isHomeMounted = false;
     ClockReading clock; // the machine's own as long as it shows nothing
     const LogSinkToken quiet = setLogSink([](const LogEntry&) {});
     std::unique_ptr<RunningDaemon> daemon;

@@ -54,25 +54,16 @@ TEST_F(BackingUp, AsksBeforeManyFilesThatDisappearedAreForgotten) {
     ASSERT_TRUE(comesToRest(120, 120));
     fs::remove_all(in("photos"));
     folders.write("home/other", "1");
-    const auto alert = [&] {
-        const Value state = pane->call<"daemonState">();
-        for (const Value& each : state["alerts"].array())
-            if (each["id"].stringValue().starts_with("files_disappeared"))
-                return each;
-        return Value();
-    };
+    const std::string kind = "files_disappeared";
+    const auto alert = [&] { return alertOf(kind); };
     pane->call<"setPriorityBackup:">("/");
     ASSERT_TRUE(comesTo([&] { return alert()["severity"] == "warning"; }));
-    const auto act = [&](std::size_t number) {
-        const Value found = alert();
-        return pane->call<"performAlertAction:ofAlert:">(found["actions"].array().at(number), found["id"]);
-    };
     EXPECT_EQ(alert()["actions"].array().size(), 2U);
-    EXPECT_EQ(act(0), "");
+    EXPECT_EQ(act(kind, 0), "");
     EXPECT_EQ(alert()["severity"], "information");
     start();
     EXPECT_EQ(alert()["severity"], "information") << "the decision stands";
-    EXPECT_EQ(act(0), "");
+    EXPECT_EQ(act(kind, 0), "");
     EXPECT_EQ(alert(), Value());
     start();
     EXPECT_EQ(alert(), Value());

@@ -246,7 +246,8 @@ def state(round_, chance):
     world, model = round_.world, round_.model
     if chance.random() < 0.5:
         excluded = [path for path in sorted(model.newest) if model.newest[path].entry.kind == "folder"
-                    and path != os.fsencode(world.home) and _is_plain(path) and not model.is_away(path)]
+                    and path != os.fsencode(world.home) and _is_plain(path) and not model.is_away(path)
+                    and os.path.lexists(path)]
         if excluded:
             exclude(round_, chance.choice(excluded))
             round_.back_up()

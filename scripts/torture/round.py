@@ -94,6 +94,8 @@ class Round:
 
     def order_backup(self):
         code, _, errors = self.world.ctl("backup", "now", "--wait")
+        if self.confirm_emptied():
+            code, _, errors = self.world.ctl("backup", "now", "--wait")
         self.world.check_alive()
         self.world.settle()
         return code, errors.strip()
@@ -105,6 +107,17 @@ class Round:
         if look_closely and not self.is_damaged:
             checks.bullets(self.world, self.model, True)
         self.note("   backed up")
+
+    def confirm_emptied(self):
+        """A folder that the edits have emptied is not away, as a person tells the daemon."""
+        emptied = [str(root) for root in self.model.roots if root not in self.model.away and not os.listdir(root)]
+        alerts = (self.world.status() or {}).get("alerts", []) if emptied else []
+        meant = [alert["id"] for alert in alerts if alert["id"].startswith("disk_away-")
+                 and any(alert["title"].startswith(root + " is empty") for root in emptied)
+                 and any(action.startswith("keep-disk") for action in alert["actions"])]
+        for identifier in meant:
+            self.world.ctl("alert", identifier, "forget-disk")
+        return bool(meant)
 
     def take_backup(self, code, errors):
         new = self.new_snapshots()
