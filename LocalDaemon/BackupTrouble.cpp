@@ -15,11 +15,16 @@ struct TroubleRow {
 };
 constexpr TroubleRow rows[] = {
     {ResticTrouble::NoRepository, ServiceState::NoServer, "warning", "The backup's repository is not there.",
-     "If it is on a disk of its own, connect that. If it has been deleted, name another one in the "
-     "configuration."},
+     "If it is on a disk of its own, connect that. Only if it has been deleted, have a new one made in its "
+     "place, or name another place in the configuration."},
     {ResticTrouble::DiskAway, ServiceState::NoServer, "warning", "The disk of the backup is not there.",
      "Connect it, and the backup goes on. Only if there is no such disk, have a new repository made in the "
      "folder itself."},
+    {ResticTrouble::Occupied, ServiceState::NoServer, "error",
+     "The folder of the backup's repository holds something else, or a part of one.",
+     "Nothing is made there or changed. If the repository has lost files, put them back; else empty the "
+     "folder "
+     "or name another one in the configuration."},
     {ResticTrouble::Unreachable, ServiceState::NoServer, "warning",
      "The backup's repository cannot be reached.", "The backup goes on when it can."},
     {ResticTrouble::NoNetwork, ServiceState::NoInternet, "warning", "There is no network for the backup.",
@@ -54,7 +59,7 @@ Alert alertFor(const ResticOutcome& outcome, const RepositoryPlace& place) {
     if (!row)
         return {};
     Alert alert{backupAlert, row->severity, row->title, row->advice};
-    if (outcome.trouble == ResticTrouble::DiskAway)
+    if (outcome.trouble == ResticTrouble::DiskAway || outcome.trouble == ResticTrouble::NoRepository)
         alert.actions = {std::string(makeRepositoryVerb) + ':'};
     if (outcome.trouble != ResticTrouble::WrongPassword) {
         alert.body += "\n" + reasonOf(outcome);

@@ -13,7 +13,7 @@ namespace kelvane {
 [[nodiscard]] std::optional<ServiceState> serviceStateFor(ResticTrouble trouble);
 
 inline constexpr const char* backupAlert = "backup_trouble";
-// The action of that alert by which a repository is made where a disk is away.
+// The action of that alert by which a repository is made where a disk is away or one was before.
 inline constexpr const char* makeRepositoryVerb = "make-repository";
 
 // For whoever reads the log or the alert; never empty.

@@ -1,6 +1,7 @@
 #include "LocalDaemon/IndexKeeper.h"
 
 #include "LocalDaemon/CleanPath.h"
+#include "LocalDaemon/KnownRepositories.h"
 #include "LocalDaemon/RetentionAlerts.h"
 #include "Platform/FileContents.h"
 #include "Platform/SpecialFolders.h"
@@ -107,17 +108,20 @@ void IndexKeeper::setAlerts(Alerts alerts) {
 
 ResticOutcome IndexKeeper::synchronize(bool mayMake, const StopSignal& stop) {
     isCurrent_ = false;
-    const bool isKnown = !index_->repositoryId().empty();
+    const RepositoryPlace& place = repository_.restic().place();
+    const KnownRepositories known(place.passwordFile);
     using Making = Repository::Making;
-    const bool makesOne = mayMake && !isKnown;
-    const Making making = !makesOne             ? Making::Never
-                          : mayMakeWithoutDisk_ ? Making::Always
-                                                : Making::UnlessDiskIsAway;
+    const bool hasOneBeenThere = !index_->repositoryId().empty() || known.knows(place.location);
+    const Making making = mayMake && mayMakeAnyway_     ? Making::Always
+                          : mayMake && !hasOneBeenThere ? Making::UnlessDiskIsAway
+                                                        : Making::Never;
     const Repository::Opening opening = repository_.open(making, stop);
     if (opening.wasKeyMade)
         onKeyMade_();
     if (!opening.outcome.succeeded())
         return opening.outcome;
+    mayMakeAnyway_ = false;
+    known.note(place.location, opening.id);
     // They would be in the way of whoever looks through the whole repository.
     if (const ResticOutcome outcome = repository_.clearStaleLocks(stop).outcome;
         !outcome.succeeded() && !stop.isSet())

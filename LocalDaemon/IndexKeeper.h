@@ -39,13 +39,14 @@ public:
     void setAlerts(Alerts alerts);
     // Called after a key has been made for a new repository.
     void setKeyMade(std::function<void()> onKeyMade) { onKeyMade_ = std::move(onKeyMade); }
-    // A new repository may be made where a disk belongs that is away. Any thread.
-    void allowMakingWithoutDisk() { mayMakeWithoutDisk_ = true; }
+    // A new repository may be made, once, where a disk belongs that is away, or where there was one before.
+    // Any thread.
+    void allowMakingAnyway() { mayMakeAnyway_ = true; }
     [[nodiscard]] const Index& index() const { return index_; }
     [[nodiscard]] const Repository& repository() const { return repository_; }
 
     // Finds the repository, takes locks of the dead away, and lists what the index does not know of. Makes
-    // the repository if `mayMake` and nothing has ever been backed up there.
+    // the repository if `mayMake` and neither the index nor the key has known one there.
     [[nodiscard]] ResticOutcome synchronize(bool mayMake, const StopSignal& stop);
     // Whether the last answer of the repository was whole. Else `synchronize` is needed before anything is
     // added, and none of what the index knows counts as gone.
@@ -96,7 +97,7 @@ private:
     std::mutex reporting_;           // also guards what follows
     std::set<std::string> reported_; // kinds of alerts that stand for disappearances
     std::shared_ptr<const Damage> damage_ = std::make_shared<const Damage>();
-    std::atomic<bool> mayMakeWithoutDisk_{false};
+    std::atomic<bool> mayMakeAnyway_{false};
     std::function<void()> onKeyMade_ = [] {};
     Publish publish_ = [](const Index&, const std::vector<std::string>&, bool) {};
 };

@@ -216,7 +216,7 @@ std::shared_ptr<const AlertActions> LocalDaemon::makeAlertActions() const {
         return std::string();
     });
     actions->add(makeRepositoryVerb, [keeper = keeper_, runner = runner_](const std::string&) {
-        keeper->allowMakingWithoutDisk();
+        keeper->allowMakingAnyway();
         runner->backUpNow("/");
         return std::string();
     });

@@ -2,6 +2,7 @@
 
 #include "LocalDaemon/AwayDisk.h"
 #include "LocalDaemon/Configuration.h"
+#include "LocalDaemon/RepositoryMaking.h"
 #include "LocalDaemon/ResticJson.h"
 #include "LocalDaemon/ResticNames.h"
 #include "LocalDaemon/ResticProcesses.h"
@@ -122,22 +123,13 @@ void leaveOut(std::vector<SnapshotItem>& items, const std::vector<bool>& isLeftO
     items.resize(kept);
 }
 
-// restic writes the key before what only that opens: a repository whose making is cut off opens for nobody. A
-// folder that is not there yet comes whole or not at all.
-ResticOutcome make(const Restic& restic, const StopSignal& stop) {
-    namespace fs = std::filesystem;
-    RepositoryPlace place = restic.place();
-    const std::string folder = localFolderOf(place.location);
-    std::error_code error;
-    if (folder.empty() || fs::exists(fs::symlink_status(folder, error)))
-        return print(restic, {"init"}, stop).outcome;
-    place.location = folder + ".kelvane-new";
-    fs::remove_all(place.location, error);
-    ResticOutcome made = print(Restic(place), {"init"}, stop).outcome;
-    if (made.succeeded())
-        fs::rename(place.location, folder, error);
-    return error ? ResticOutcome{ResticTrouble::Failed, false, place.location + ": " + error.message()}
-                 : made;
+ResticOutcome make(const Restic& restic, Repository::Making making, const StopSignal& stop) {
+    const std::string folder = localFolderOf(restic.place().location);
+    const std::string disk =
+        folder.empty() || making == Repository::Making::Always ? std::string() : awayMountPointOf(folder);
+    return disk.empty()
+               ? makeRepository(restic, stop)
+               : ResticOutcome{ResticTrouble::DiskAway, false, "Nothing is mounted at " + disk + "."};
 }
 
 } // namespace
@@ -154,14 +146,12 @@ Repository::Opening Repository::open(Making making, const StopSignal& stop) cons
 Repository::Opening Repository::openWith(const Restic& restic, Making making, const StopSignal& stop) const {
     Printed config = print(restic, {"cat", "config", "--no-lock"}, stop);
     bool wasMade = false;
+    if (config.outcome.trouble == ResticTrouble::NoRepository)
+        if (const std::string folder = localFolderOf(restic.place().location);
+            !folder.empty() && isOccupied(folder))
+            config.outcome.trouble = ResticTrouble::Occupied;
     if (making != Making::Never && config.outcome.trouble == ResticTrouble::NoRepository) {
-        const std::string folder = localFolderOf(restic.place().location);
-        const std::string disk =
-            folder.empty() || making == Making::Always ? std::string() : awayMountPointOf(folder);
-        if (!disk.empty())
-            return {
-                {ResticTrouble::DiskAway, false, "Nothing is mounted at " + disk + "."}, {}, false, false};
-        if (const ResticOutcome made = make(restic, stop); !made.succeeded())
+        if (const ResticOutcome made = make(restic, making, stop); !made.succeeded())
             return {made, {}, false, false};
         wasMade = true;
         config = print(restic, {"cat", "config", "--no-lock"}, stop);
@@ -187,6 +177,7 @@ Repository::Opening Repository::openWithoutKey(Making making, const StopSignal& 
             opening.outcome = {ResticTrouble::Failed, false, passwordFile + ": " + error.message()};
     } else if (opening.outcome.trouble == ResticTrouble::WrongPassword ||
                opening.outcome.trouble == ResticTrouble::DiskAway ||
+               opening.outcome.trouble == ResticTrouble::Occupied ||
                opening.outcome.trouble == ResticTrouble::NoRepository) {
         std::filesystem::remove(place.passwordFile, error); // it opens nothing
     }

@@ -26,6 +26,7 @@ enum class ResticTrouble {
     Stopped,       // by us
     NoRepository,  // there is nothing at the place, or the place itself is not there
     DiskAway,      // there is nothing, and a disk that belongs there is not mounted
+    Occupied,      // the folder holds something that is no whole repository
     Unreachable,   // nobody answers
     NoNetwork,     // not even the way there
     WrongPassword, // or the password file cannot be read

@@ -241,6 +241,49 @@ TEST_F(BackingUp, StoresAgainWhatTheRepositoryHasLostAndTakesInWhatComesBack) {
     EXPECT_EQ(folders.read("back"), std::string(40000, 'g'));
 }
 
+// However much the daemon itself has forgotten.
+TEST_F(BackingUp, MakesNoRepositoryWhereOneWasOrWhereAnythingStands) {
+    const auto loseIndex = [&] {
+        daemon.reset();
+        for (const auto& file : fs::directory_iterator(folders / "state"))
+            if (file.path().filename().string().starts_with("index"))
+                fs::remove(file);
+    };
+    const auto says = [&](const std::string& title) {
+        return comesTo([&] { return alertOf("backup_trouble")["title"].stringValue().ends_with(title); });
+    };
+    fs::create_directory(folders / "repository"); // as a person makes one
+    fs::create_directory(folders / "repository/lost+found");
+    folders.write("home/file", "12345");
+    start();
+    ASSERT_TRUE(comesToRest(1, 5));
+    EXPECT_FALSE(fs::exists(folders / "repository/.kelvane-new"));
+
+    loseIndex();
+    fs::rename(folders / "repository", folders / "away");
+    start();
+    EXPECT_TRUE(says("repository is not there."));
+    EXPECT_FALSE(fs::exists(folders / "repository"));
+    fs::rename(folders / "away", folders / "repository");
+    ASSERT_TRUE(comesToRest(1, 5));
+
+    loseIndex();
+    fs::remove(folders / "state/password.repositories");
+    fs::rename(folders / "repository/config", folders / "config");
+    start();
+    EXPECT_TRUE(says("or a part of one."));
+    EXPECT_TRUE(alertOf("backup_trouble")["actions"].array().empty());
+    EXPECT_FALSE(fs::exists(folders / "repository/config"));
+    fs::rename(folders / "config", folders / "repository/config");
+    ASSERT_TRUE(comesToRest(1, 5));
+
+    fs::remove_all(folders / "repository");
+    folders.write("home/file", "123456");
+    EXPECT_TRUE(says("repository is not there."));
+    EXPECT_EQ(act("backup_trouble", 0), "");
+    EXPECT_TRUE(comesToRest(1, 6));
+}
+
 // A new machine, or a lost state folder.
 TEST_F(BackingUp, ARepositoryThatIsThereNeedsItsKeyAndNoneIsMadeBesideIt) {
     folders.write("home/file", "12345");
