@@ -9,6 +9,7 @@ namespace kelvane {
 namespace {
 
 constexpr std::string_view mark = "kelvane index 3\n";
+constexpr std::uint8_t partialWithPaths = 2; // what it lacks follows; 1: partial, 0: complete
 
 std::uint64_t checksumOf(std::span<const std::uint8_t> bytes) {
     std::uint64_t hash = 14695981039346656037U; // FNV-1a
@@ -125,8 +126,14 @@ std::vector<std::uint8_t> BackupIndex::encoded() const {
         writer.number(number);
         writer.text(snapshot.id);
         writer.number(snapshot.time);
-        writer.number(static_cast<std::uint8_t>(snapshot.isPartial ? 1 : 0));
+        writer.number(snapshot.isPartial && !snapshot.lacks.empty() ? partialWithPaths
+                                                                    : std::uint8_t{snapshot.isPartial});
         writer.number(snapshot.sequence);
+        if (!snapshot.isPartial || snapshot.lacks.empty())
+            continue;
+        writer.number(static_cast<std::uint32_t>(snapshot.lacks.size()));
+        for (const std::string& path : snapshot.lacks)
+            writer.text(path);
     }
     for (const Item& item : items_) {
         writer.number(item.parent);
@@ -158,6 +165,11 @@ std::optional<BackupIndex> BackupIndex::decoded(std::span<const std::uint8_t> by
         reader.number(isPartial);
         reader.number(snapshot.sequence);
         snapshot.isPartial = isPartial != 0;
+        std::uint32_t lackCount = 0;
+        if (isPartial == partialWithPaths)
+            reader.number(lackCount);
+        for (; lackCount > 0 && reader.isWhole(); --lackCount)
+            snapshot.lacks.emplace_back(reader.text());
         index.snapshots_[number] = snapshot;
     }
     while (reader.left() > 0 && reader.isWhole()) {

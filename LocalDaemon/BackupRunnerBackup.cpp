@@ -23,12 +23,13 @@ std::string joined(const std::vector<std::string>& paths) {
     return text;
 }
 
-// Whether something at the paths was saved before.
-bool holdsAny(const BackupIndex& index, const std::vector<std::string>& paths) {
-    return std::ranges::any_of(paths, [&](const std::string& path) {
+// Those where something was saved before.
+std::vector<std::string> savedAmong(const BackupIndex& index, std::vector<std::string> paths) {
+    std::erase_if(paths, [&](const std::string& path) {
         const BackupIndex::Item* const item = index.find(path);
-        return item && index.hasContent(*item);
+        return !item || !index.hasContent(*item);
     });
+    return paths;
 }
 
 } // namespace
@@ -36,7 +37,8 @@ bool holdsAny(const BackupIndex& index, const std::vector<std::string>& paths) {
 ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, const StopSignal& stop) {
     const std::uint64_t changes = state_->backupNeed().changes;
     const auto mounts = options_.lookForDisks();
-    const bool isIncomplete = isPartial || state_->isAnyAbsentInBackup();
+    auto absent = state_->absentInBackup();
+    const bool isIncomplete = isPartial || !absent.empty();
     BackupRun::Wanted wanted;
     wanted.targets = backupTargets(*state_->rules(), path, stop.flag());
     if (stop.isSet())
@@ -64,6 +66,8 @@ ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, cons
         return result.outcome;
     if (wanted.isForced)
         verification_->noteStoredAgain();
+    IndexKeeper::Made made{result.snapshotId, isIncomplete, savedAmong(*index, result.unread)};
+    const bool areMoreUnread = result.unread.size() >= BackupRun::mostUnread; // perhaps
     for (const std::string& link : state_->lossyLinks())
         result.unread.push_back(link +
                                 ": the target of this link is not UTF-8 text, which restic cannot keep");
@@ -76,15 +80,17 @@ ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, cons
     KelvaneSystemLog("Backed up%@; snapshot %@, %llu bytes were waiting.", isPartial ? ": " + path : "",
                      result.snapshotId, waiting.bytes);
     const bool haveSameDisks = options_.lookForDisks() == mounts; // one may have gone meanwhile
-    const bool hasLess = isIncomplete || !haveSameDisks || state_->isAnyAbsentInBackup() ||
-                         holdsAny(*index, result.unread) ||
-                         result.unread.size() >= BackupRun::mostUnread; // there may be more
-    ResticOutcome outcome = keeper_->add(result.snapshotId, hasLess, stop);
+    absent.merge(state_->absentInBackup());
+    made.lacks.insert(made.lacks.end(), absent.begin(), absent.end());
+    made.isPartial = made.isPartial || !made.lacks.empty() || !haveSameDisks || areMoreUnread;
+    if (isPartial || !haveSameDisks || areMoreUnread)
+        made.lacks.clear();
+    ResticOutcome outcome = keeper_->add(made, stop);
     if (!outcome.succeeded())
         return outcome;
     noteIndexCurrent();
     if (!isPartial && haveSameDisks)
-        state_->noteMounts(mounts, !hasLess);
+        state_->noteMounts(mounts, !made.isPartial);
     return outcome;
 }
 

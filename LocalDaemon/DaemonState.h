@@ -124,7 +124,7 @@ public:
     // The mount point of the absent disk that the path belongs on; empty: none.
     [[nodiscard]] std::string absentDiskOf(const std::string& path) const;
     // With files in the backup.
-    [[nodiscard]] bool isAnyAbsentInBackup() const;
+    [[nodiscard]] std::set<std::string, std::less<>> absentInBackup() const;
 
     // Rounded up, so that 0 says that nothing is paused.
     [[nodiscard]] std::uint32_t pausedMinutes() const;

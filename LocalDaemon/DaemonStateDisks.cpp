@@ -104,9 +104,13 @@ std::string DaemonState::absentDiskOf(const std::string& path) const {
     return {};
 }
 
-bool DaemonState::isAnyAbsentInBackup() const {
+std::set<std::string, std::less<>> DaemonState::absentInBackup() const {
     const std::scoped_lock guard(mutex_);
-    return std::ranges::any_of(absences(), [&](const auto& each) { return isInBackup(each.first); });
+    std::set<std::string, std::less<>> paths;
+    for (const auto& [path, absence] : absences())
+        if (isInBackup(path))
+            paths.insert(path);
+    return paths;
 }
 
 // Less what a person has given up.

@@ -223,12 +223,13 @@ void IndexKeeper::lookForDisappearance(const BackupIndex& index, std::uint32_t n
             retention_.add(*gone);
 }
 
-ResticOutcome IndexKeeper::add(const std::string& snapshotId, bool isPartial, const StopSignal& stop) {
-    retention_.noteMade(newestSequence_ + 1, isPartial);
-    auto contents = repository_.list(snapshotId, stop);
+ResticOutcome IndexKeeper::add(const Made& made, const StopSignal& stop) {
+    retention_.noteMade(newestSequence_ + 1, made.isPartial);
+    auto contents = repository_.list(made.id, stop);
     if (!contents.outcome.succeeded())
         return contents.outcome;
-    contents.snapshot.isPartial = isPartial;
+    contents.snapshot.isPartial = made.isPartial;
+    contents.snapshot.lacks = made.lacks;
     reportOrder(contents.snapshot);
     newestSequence_ = std::max(newestSequence_, contents.snapshot.sequence);
     BackupIndex next =
@@ -279,7 +280,10 @@ Repository::Listing IndexKeeper::snapshots(const StopSignal& stop) const {
     for (Snapshot& listed : listing.snapshots) {
         listed.isPartial = listed.isPartial || retention_.isIncomplete(listed.sequence);
         for (const auto& [number, known] : index_->snapshots())
-            listed.isPartial = listed.isPartial || (known.id == listed.id && known.isPartial);
+            if (known.id == listed.id) {
+                listed.isPartial = listed.isPartial || known.isPartial;
+                listed.lacks = known.lacks;
+            }
     }
     return listing;
 }

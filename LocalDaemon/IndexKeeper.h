@@ -58,7 +58,12 @@ public:
     void setDamage(Damage damage);
     [[nodiscard]] const Damage& damage() const { return *damage_; }
     // Takes over a snapshot that was just made.
-    [[nodiscard]] ResticOutcome add(const std::string& snapshotId, bool isPartial, const StopSignal& stop);
+    struct Made {
+        std::string id;
+        bool isPartial = false;
+        std::vector<std::string> lacks = {}; // as a snapshot has it
+    };
+    [[nodiscard]] ResticOutcome add(const Made& made, const StopSignal& stop);
     // Forgets versions that were replaced or deleted so long ago, and prunes a day later; neither more often
     // than once a day. What was stopped goes on the next time. The index says what is forgotten before the
     // long work begins.

@@ -11,14 +11,15 @@ namespace {
 constexpr std::size_t mostPatterns = 500;          // of one call
 constexpr std::size_t mostArgumentBytes = 100'000; // a single argument may have 128 KiB, all of them 2 MiB
 
-// The newest snapshot of everything that the folder can be compared with: what it holds and that one does
-// not was deleted before. 0: there is none.
-std::uint32_t baselineOf(const BackupIndex& index, const BackupIndex::Item& folder) {
+// Whether a snapshot that would hold the child does not, of those up to the one that held the folder last.
+bool wasDeletedBefore(const BackupIndex& index, const BackupIndex::Item& folder,
+                      const BackupIndex::Item& child) {
+    if (child.snapshot == 0 || child.snapshot >= folder.snapshot)
+        return false;
     const auto& snapshots = index.snapshots();
-    for (auto at = snapshots.upper_bound(folder.snapshot); at != snapshots.begin();)
-        if (!(--at)->second.isPartial)
-            return at->first;
-    return 0;
+    const std::string path = index.pathOf(child);
+    return std::any_of(snapshots.upper_bound(child.snapshot), snapshots.upper_bound(folder.snapshot),
+                       [&](const auto& each) { return each.second.tellsOf(path); });
 }
 
 // A snapshot that holds a folder holds all of its contents that the index counts to it.
@@ -57,10 +58,9 @@ private:
 
 std::vector<const BackupIndex::Item*> lastContents(const BackupIndex& index,
                                                    const BackupIndex::Item& folder) {
-    const std::uint32_t baseline = baselineOf(index, folder);
     std::vector<const BackupIndex::Item*> contents;
     for (const BackupIndex::Item& child : index.children(folder))
-        if (child.snapshot >= baseline || child.snapshot == 0)
+        if (!wasDeletedBefore(index, folder, child))
             contents.push_back(&child);
     return contents;
 }

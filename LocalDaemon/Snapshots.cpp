@@ -1,5 +1,7 @@
 #include "LocalDaemon/Snapshots.h"
 
+#include "LocalDaemon/CleanPath.h"
+
 #include <algorithm>
 #include <map>
 #include <queue>
@@ -75,7 +77,18 @@ private:
     std::vector<Snapshot> placed_;
 };
 
+bool isAtOrBelow(std::string_view path, std::string_view folder) {
+    return path == folder || path.starts_with(withSeparator(folder));
+}
+
 } // namespace
+
+bool Snapshot::tellsOf(std::string_view path) const {
+    const auto concerns = [path](const std::string& lacked) {
+        return isAtOrBelow(path, lacked) || isAtOrBelow(lacked, path);
+    };
+    return !isPartial || (!lacks.empty() && std::ranges::none_of(lacks, concerns));
+}
 
 std::vector<Snapshot> inOrderOfCreation(std::vector<Snapshot> snapshots) {
     std::ranges::stable_sort(snapshots, {}, &Snapshot::time);

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <ctime>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -21,6 +22,12 @@ struct Snapshot {
     // Counts up with each snapshot that this computer makes; 0: it was made before they were counted.
     std::uint64_t sequence = 0;
     std::string parent = {}; // the id of the snapshot that it was compared with; empty: none, or not known
+    // The paths that a partial one lacks, with all below them, where it has everything else; empty: not
+    // known.
+    std::vector<std::string> lacks = {};
+
+    // Whether what was at the path, or some of it, would be in this snapshot if it had been on the disk.
+    [[nodiscard]] bool tellsOf(std::string_view path) const;
 
     friend bool operator==(const Snapshot&, const Snapshot&) = default;
 };

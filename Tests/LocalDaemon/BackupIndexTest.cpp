@@ -62,7 +62,9 @@ TEST(BackupIndex, KeepsWhatALaterSnapshotDoesNotHoldAndSinceWhenAFileIsAsItIs) {
 }
 
 TEST(BackupIndex, IsTheSameFromItsFileAndRefusesADamagedOne) {
-    const BackupIndex index = indexWith({}, "repository", {"one", 100, true}, first);
+    BackupIndex index =
+        indexWith({}, "repository", {"one", 100, true, 0, "", {"/other", "/unread \xff"}}, first);
+    index = indexWith(index, "repository", {"two", 200, true}, {});
     std::vector<std::uint8_t> bytes = index.encoded();
     const auto read = BackupIndex::decoded(bytes);
     ASSERT_TRUE(read);

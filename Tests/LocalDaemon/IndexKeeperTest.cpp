@@ -103,8 +103,7 @@ TEST_F(Keeping, FollowsTheOrderOfCreationAndNotTheClock) {
     std::vector<std::string> raised;
     from.setAlerts({[&](const Alert& alert) { raised.push_back(alert.kind); }, [](const std::string&) {}});
     folders.write("home/file", "1970");
-    ASSERT_TRUE(
-        from.add(backUp(file, clock.wall / 86400, {from.nextSequenceTag()}), false, stop).succeeded());
+    ASSERT_TRUE(from.add({backUp(file, clock.wall / 86400, {from.nextSequenceTag()})}, stop).succeeded());
     EXPECT_EQ(raised, std::vector<std::string>{orderAlert});
     fs::remove(folders / "index");
     IndexKeeper again = keeper();
@@ -153,10 +152,10 @@ TEST_F(Keeping, CountsASnapshotAsIncompleteUntilItIsKnownNotToBe) {
     ASSERT_TRUE(next.synchronize(false, stop).succeeded());
     ASSERT_NE(next.index()->newestSnapshot(), nullptr);
     EXPECT_EQ(next.index()->newestCompleteSnapshot(), nullptr);
-    ASSERT_TRUE(next.add(backUp(file, 0, {next.nextSequenceTag()}), false, stop).succeeded());
+    ASSERT_TRUE(next.add({backUp(file, 0, {next.nextSequenceTag()})}, stop).succeeded());
     StopSignal stopped;
     stopped.set();
-    EXPECT_FALSE(next.add(backUp(file, 0, {next.nextSequenceTag()}), true, stopped).succeeded());
+    EXPECT_FALSE(next.add({backUp(file, 0, {next.nextSequenceTag()}), true}, stopped).succeeded());
     fs::remove(folders / "index");
     IndexKeeper last = keeper();
     ASSERT_TRUE(last.synchronize(false, stop).succeeded());
@@ -175,7 +174,7 @@ TEST_F(Keeping, WhatIsDamagedStaysSoInTheNextSnapshot) {
     damage.paths[running.index()->newestSnapshot()->id] = {same, changed};
     running.setDamage(damage);
     folders.write("home/changed", "22");
-    ASSERT_TRUE(running.add(backUp(folders.home(), 0, {running.nextSequenceTag()}), false, stop).succeeded());
+    ASSERT_TRUE(running.add({backUp(folders.home(), 0, {running.nextSequenceTag()})}, stop).succeeded());
     EXPECT_TRUE(running.index()->isDamaged(*running.index()->find(same)));
     EXPECT_FALSE(running.index()->isDamaged(*running.index()->find(changed)));
 }

@@ -42,6 +42,25 @@ TEST(RestorePlan, AFolderComesAsItLastWasAndWhatWasDeletedBeforeWhenItIsAskedFor
     EXPECT_EQ(wholePaths(index, "/a/gone", 1), std::vector<std::string>{"/a/gone"});
 }
 
+// As after backups that could not read "/a/unread", where "/away" is a disk that was not there.
+TEST(RestorePlan, OnlyWhatASnapshotLacksIsNotCountedAsDeletedBeforeIt) {
+    BackupIndex index = indexOf(
+        {{item("/a", true), item("/a/gone", false), item("/a/unread", false), item("/a/unreadable", false),
+          item("/mnt", true), item("/mnt/away", true), item("/mnt/away/1", false), item("/z", false)}});
+    for (const char* id : {"p", "q"})
+        index = indexWith(index, "repository", {id, 3, true, 0, "", {"/a/unread", "/mnt/away"}},
+                          {item("/a", true), item("/mnt", true)});
+    const auto names = [&](const char* folder) {
+        std::string all;
+        for (const BackupIndex::Item* const each : lastContents(index, *index.find(folder)))
+            all.append(index.nameOf(*each)).append(" ");
+        return all;
+    };
+    EXPECT_EQ(names("/a"), "unread ");
+    EXPECT_EQ(names("/mnt"), "away ");
+    EXPECT_EQ(names("/mnt/away"), "1 ");
+}
+
 TEST(RestorePlan, AsksForEachFileOnceAndInCallsThatTheSystemTakes) {
     std::vector<SnapshotItem> many{item("/a", true)};
     for (int number = 0; number < 2000; ++number)
