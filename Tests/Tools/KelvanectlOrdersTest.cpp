@@ -74,6 +74,36 @@ TEST_F(KelvanectlOrders, RestoringNamesEachJobAndItsPlace) {
     EXPECT_TRUE(daemon_.calls().empty());
 }
 
+TEST_F(KelvanectlOrders, ANameThatIsAlsoThePrintedFormOfAnotherIsTheOneInTheBackup) {
+    const std::string typed = "/a\xEF\xBF\xBD"
+                              "AAb"; // as the name "a\xAA" "b" is printed
+    const std::string exact = "/a\xEF\xBF\xBD"
+                              "EF\xEF\xBF\xBD"
+                              "BF\xEF\xBF\xBD"
+                              "BDAAb"; // and itself
+    const auto restored = [&](bool isTyped, bool isExact) {
+        daemon_.changeWorld([&](DaemonWorld& world) {
+            world.bootVolume = Volumes::current().bootVolume().name;
+            world.files.clear();
+            world.addFile(typed, false, 1, isTyped);
+            world.addFile(exact, false, 1, isExact);
+        });
+        daemon_.forgetCalls();
+        const ChildProgram::Result result = run({"restore", "/b", typed});
+        for (const ReceivedCall& call : daemon_.calls())
+            if (call.selector == "restoreFile:toPath:version:priority:" &&
+                call.arguments[0] != onVolume("/b"))
+                return call.arguments[0].stringValue();
+        return result.errors;
+    };
+    EXPECT_EQ(restored(true, false), onVolume(typed));
+    EXPECT_EQ(restored(false, true), onVolume(exact));
+    const std::string refusal = restored(true, true);
+    EXPECT_NE(refusal.find("write " + onVolume(exact) + " for"), std::string::npos) << refusal;
+    EXPECT_NE(refusal.find("$'" + onVolume("/a\\xaab") + '\''), std::string::npos) << refusal;
+    EXPECT_EQ(daemon_.callCount("restoreFile:toPath:version:priority:"), 0U);
+}
+
 TEST_F(KelvanectlOrders, WaitingForARestoreEndsWithItAndSaysWhatFailed) {
     using namespace restorestatus;
     daemon_.changeWorld([](DaemonWorld& world) {

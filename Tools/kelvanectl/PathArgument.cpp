@@ -20,9 +20,7 @@ bool isThere(const std::optional<std::string>& path) {
     return path && std::filesystem::exists(std::filesystem::symlink_status(*path, error));
 }
 
-} // namespace
-
-std::string volumePathFromText(const std::string& text, const Volumes& volumes) {
+std::string wholePath(const std::string& text, const Volumes& volumes) {
     if (text.empty())
         throw CLI::ValidationError("PATH", "the path is empty");
     std::string path = isAbsolutePath(text) ? "/" : std::filesystem::current_path().string();
@@ -32,8 +30,23 @@ std::string volumePathFromText(const std::string& text, const Volumes& volumes) 
         else if (name != ".")
             path = appendPathComponent(path, name);
     }
+    return path;
+}
+
+} // namespace
+
+std::string volumePathFromText(const std::string& text, const Volumes& volumes) {
+    const std::string path = wholePath(text, volumes);
     const bool isPrintedForm = pathFromText(path) != path && !isThere(volumes.realPath(path));
     return volumes.volumePath(isPrintedForm ? path : textFromPath(path));
+}
+
+PathReadings pathReadings(const std::string& text, const Volumes& volumes) {
+    const std::string path = wholePath(text, volumes);
+    PathReadings readings{volumes.volumePath(textFromPath(path)), std::nullopt};
+    if (pathFromText(path) != path)
+        readings.asPrinted = volumes.volumePath(path);
+    return readings;
 }
 
 } // namespace kelvane::ctl

@@ -2,6 +2,7 @@
 
 #include "Platform/Volumes.h"
 
+#include <optional>
 #include <string>
 
 namespace kelvane::ctl {
@@ -13,6 +14,13 @@ namespace kelvane::ctl {
 //
 // Throws CLI::ParseError for the empty path.
 [[nodiscard]] std::string volumePathFromText(const std::string& text, const Volumes& volumes);
+
+// Both ways to take a name.
+struct PathReadings {
+    std::string asTyped;
+    std::optional<std::string> asPrinted; // none: it is no printed form of another one
+};
+[[nodiscard]] PathReadings pathReadings(const std::string& text, const Volumes& volumes);
 
 inline constexpr const char* unknownPath = "the daemon does not know this path";
 

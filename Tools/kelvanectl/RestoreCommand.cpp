@@ -1,6 +1,9 @@
+#include "Common/FileNode.h"
 #include "Common/KelvProxy.h"
 #include "Common/RestoreStatus.h"
+#include "Foundation/Format.h"
 #include "Foundation/PathComponents.h"
+#include "Foundation/Unicode.h"
 #include "Tools/kelvanectl/Commands.h"
 #include "Tools/kelvanectl/JsonText.h"
 #include "Tools/kelvanectl/PathArgument.h"
@@ -39,12 +42,55 @@ const char* wordFor(const Job& job) {
     }
 }
 
-std::vector<Job> jobsFor(const std::vector<std::string>& texts, const std::optional<std::string>& folder) {
-    const Volumes volumes = Volumes::current();
+bool isInBackup(Session& session, const std::string& path) {
+    const FileNodeRef node = KelvaneFileNode::fileNodeForPath(path, session.state().proxy());
+    return node && !node->version().isAbsent();
+}
+
+// In a form that most shells take for these bytes and no others.
+std::string quotedBytes(std::string_view path) {
+    std::string text = "$'";
+    for (const char each : path) {
+        const auto byte = static_cast<unsigned char>(each);
+        const bool isPlain = byte >= ' ' && byte < 0x7F && each != '\'' && each != '\\';
+        text += isPlain ? std::string(1, each) : formatText("\\x%02x", unsigned{byte});
+    }
+    return text + '\'';
+}
+
+// A name may be another one's printed form: the one is taken that is in the backup, and none of two.
+ExitStatus resolve(const CommandLine& line, std::vector<std::string>& texts, const Volumes& volumes) {
+    std::vector<PathReadings> readings;
+    for (const std::string& text : texts)
+        readings.push_back(pathReadings(text, volumes));
+    if (std::ranges::none_of(readings, [](const PathReadings& each) { return each.asPrinted.has_value(); })) {
+        std::ranges::transform(readings, texts.begin(), &PathReadings::asTyped);
+        return ExitStatus::Success;
+    }
+    std::string doubtful;
+    const ExitStatus status = askDaemon(line, [&](Session& session) {
+        for (std::size_t at = 0; at < texts.size(); ++at) {
+            const auto& [typed, printed] = readings[at];
+            const bool isPrinted = printed && isInBackup(session, *printed);
+            const bool isTyped = printed && isInBackup(session, typed);
+            if (isPrinted && isTyped)
+                doubtful = texts[at] + " may be two files of the backup: write " + typed +
+                           " for the one with just this name, or " + quotedBytes(pathFromText(*printed)) +
+                           " for the one that is printed so";
+            texts[at] = isPrinted             ? *printed
+                        : printed && !isTyped ? volumePathFromText(texts[at], volumes)
+                                              : typed;
+        }
+    });
+    return status == ExitStatus::Success && !doubtful.empty() ? complain(ExitStatus::Usage, doubtful)
+                                                              : status;
+}
+
+std::vector<Job> jobsFor(const std::vector<std::string>& paths, const std::optional<std::string>& folder,
+                         const Volumes& volumes) {
     std::vector<Job> jobs;
     std::set<std::string> targets;
-    for (const std::string& text : texts) {
-        const std::string path = volumePathFromText(text, volumes);
+    for (const std::string& path : paths) {
         const std::string target =
             folder ? appendPathComponent(volumePathFromText(*folder, volumes), lastPathComponent(path))
                    : path;
@@ -144,7 +190,10 @@ ExitStatus runRestore(CommandLine& line) {
         options.add_option("--to", folder);
         options.add_flag("--wait", waits);
     });
-    std::vector<Job> jobs = jobsFor(paths, folder);
+    const Volumes volumes = Volumes::current();
+    if (const ExitStatus status = resolve(line, paths, volumes); status != ExitStatus::Success)
+        return status;
+    std::vector<Job> jobs = jobsFor(paths, folder, volumes);
     ExitStatus status = askDaemon(line, [&](Session& session) { order(session, jobs); });
     if (status == ExitStatus::Success && waits)
         status = waitForEnd(line, jobs);
