@@ -2,8 +2,8 @@
 
 #include "Common/StandingAlert.h"
 #include "Foundation/Format.h"
-#include "Foundation/Unicode.h"
 #include "LocalDaemon/DaemonState.h"
+#include "LocalDaemon/MessageLine.h"
 #include "LocalDaemon/RestoreProgress.h"
 
 namespace kelvane {
@@ -50,7 +50,7 @@ void DaemonState::endRestore(const std::vector<RestoreFailure>& failures) {
                 "warning",
                 "Some files could not be restored.",
                 formatText("%llu of them, among them %@: %@. The log names them all.", failures.size(),
-                           textFromPath(failures.front().path), textFromPath(failures.front().reason)),
+                           messageLine(failures.front().path), messageLine(failures.front().reason)),
                 {std::string(dismissAction)}});
 }
 

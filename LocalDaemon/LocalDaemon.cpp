@@ -257,8 +257,7 @@ void LocalDaemon::makeRestores() {
     options.onWait = [state = state_](const std::string& reason) {
         if (reason.empty())
             return state->withdrawAlert("restore_waits");
-        state->raiseAlert(
-            {"restore_waits", "warning", "A restore waits for the backup's repository.", reason});
+        state->raiseAlert({"restore_waits", "warning", "A restore is delayed.", reason});
     };
     options.onRefusal = [state = state_](const std::string& reason) {
         state->raiseAlert({"restore_refused", "error", "A restore was refused.", reason});

@@ -15,17 +15,14 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr milliseconds shortestPause(500);
+constexpr std::chrono::seconds quietAfter(30);
 constexpr int pausePerLook = 4; // a look at very many files takes a while, and must not be all there is done
-
-bool isLater(const timespec& left, const timespec& right) {
-    return left.tv_sec != right.tv_sec ? left.tv_sec > right.tv_sec : left.tv_nsec > right.tv_nsec;
-}
 
 } // namespace
 
 Arrival arrivalIn(const std::string& stagingFolder, const BackupIndex& index) {
     Arrival arrival;
-    timespec newest{};
+    FileTime newest;
     std::error_code error;
     using Options = std::filesystem::directory_options;
     std::filesystem::recursive_directory_iterator entry(stagingFolder, Options::skip_permission_denied,
@@ -36,6 +33,8 @@ Arrival arrivalIn(const std::string& stagingFolder, const BackupIndex& index) {
         if (::lstat(path.c_str(), &status) != 0 || S_ISDIR(status.st_mode))
             continue;
         arrival.bytes += static_cast<std::uint64_t>(status.st_size);
+        const FileTime changed(status.st_ctim);
+        arrival.lastChange = std::max(arrival.lastChange, changed);
         const std::size_t own = path.find('/', stagingFolder.size() + 1); // behind the snapshot's number
         if (own == std::string::npos)
             continue; // somebody else's
@@ -44,8 +43,8 @@ Arrival arrivalIn(const std::string& stagingFolder, const BackupIndex& index) {
             (item->kind == ItemKind::File && static_cast<std::uint64_t>(status.st_size) < item->size))
             continue;
         ++arrival.files;
-        if (isLater(status.st_ctim, newest)) {
-            newest = status.st_ctim;
+        if (changed > newest) {
+            newest = changed;
             arrival.newestFile = index.nameOf(*item);
             arrival.newestSize = item->size;
         }
@@ -64,6 +63,7 @@ void ArrivalWatch::watch() {
     Arrival last;
     Clock::time_point lastArrival = Clock::now();
     milliseconds pause = shortestPause;
+    bool isQuiet = false;
     for (;;) {
         std::array<pollfd, 2> waits{
             {{ended_.descriptor(), POLLIN, 0}, {options_.stop.descriptor(), POLLIN, 0}}};
@@ -86,6 +86,9 @@ void ArrivalWatch::watch() {
         } else if (begin - lastArrival > options_.patience) {
             callStop_.set();
         }
+        if (const bool wasQuiet = std::exchange(isQuiet, begin - lastArrival > quietAfter);
+            wasQuiet != isQuiet)
+            options_.onQuiet(isQuiet);
         pause = std::max(shortestPause,
                          pausePerLook * std::chrono::duration_cast<milliseconds>(Clock::now() - begin));
     }

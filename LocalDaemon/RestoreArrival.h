@@ -10,19 +10,22 @@
 
 namespace kelvane {
 
-// What restic has brought so far; it says nothing of that itself.
+// What restic has brought so far; it says nothing of that itself. A file has its size from the beginning
+// where the disk can give it the room at once.
 struct Arrival {
     std::uint64_t files = 0; // that are as large as they should be
     std::uint64_t bytes = 0;
     std::string newestFile; // its name
     std::uint64_t newestSize = 0;
+    FileTime lastChange; // of any file
 
     friend bool operator==(const Arrival&, const Arrival&) = default;
 };
 [[nodiscard]] Arrival arrivalIn(const std::string& stagingFolder, const BackupIndex& index);
 
 // Looks after a call of restic on a thread of its own: tells what has arrived, and stops the call when
-// nothing has come for longer than the patience, or when `stop` is set. The thread has ended when this has.
+// nothing has come for longer than the patience, when `stop` is set, or when it is asked to. The thread has
+// ended when this has.
 class ArrivalWatch {
 public:
     struct Options {
@@ -31,6 +34,8 @@ public:
         const StopSignal& stop;
         // On the watch's thread, when more has come.
         std::function<void(const Arrival&)> onArrival;
+        // Also there: nothing has come for a while, or something has again.
+        std::function<void(bool isQuiet)> onQuiet = [](bool) {};
         std::chrono::milliseconds patience = std::chrono::minutes(5);
     };
     explicit ArrivalWatch(Options options);
@@ -39,6 +44,7 @@ public:
     ArrivalWatch& operator=(const ArrivalWatch&) = delete;
 
     [[nodiscard]] const StopSignal& callStop() const { return callStop_; }
+    void stopCall() { callStop_.set(); }
 
 private:
     void watch();

@@ -1,6 +1,8 @@
 #include "LocalDaemon/RestoreDelivery.h"
 
+#include "Foundation/PathComponents.h"
 #include "LocalDaemon/CleanPath.h"
+#include "LocalDaemon/RestoreAccess.h"
 
 #include <algorithm>
 #include <array>
@@ -51,6 +53,20 @@ std::string savedFolder(const std::string& path, const std::string& target, cons
 
 } // namespace
 
+RestoreDelivery::RestoreDelivery(const BackupIndex& index, const StagingFolder& staging,
+                                 const FileErrors& errors, RestoreJournal& journal, const StopSignal& stop)
+    : index_(index), staging_(staging), errors_(errors), journal_(journal), stop_(stop) {
+    for (const auto& [path, reason] : errors_.items) {
+        const BackupIndex::Item* const item = index_.find(path);
+        const FileDescriptor around =
+            item ? stagedFolder(item->snapshot, std::string(folderOf(path))) : FileDescriptor();
+        struct stat status {};
+        if (around &&
+            ::fstatat(around.get(), lastPathComponent(path).c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0)
+            errorsOfInodes_.emplace(status.st_ino, reason);
+    }
+}
+
 void RestoreDelivery::deliver(const RestorePiece& piece) {
     if (stop_.isSet())
         return;
@@ -59,7 +75,7 @@ void RestoreDelivery::deliver(const RestorePiece& piece) {
     const FileDescriptor around = folderAround(piece, path, reason);
     if (!around)
         return fail(path, reason);
-    const AccessForOwner access(around.get());
+    const AccessForOwner access(around.get(), std::string(folderOf(piece.target)), journal_);
     const FileDescriptor staged = stagedFolder(piece.item->snapshot, std::string(folderOf(path)));
     const std::string name = piece.target.substr(piece.target.rfind('/') + 1);
     deliver({*piece.item, path, piece.target, staged.get(), around.get(), name.empty() ? "." : name},
@@ -119,7 +135,10 @@ FileDescriptor RestoreDelivery::makeFolder(int around, const std::string& name,
         reason = metadata->applyTo(folder.get(), FolderMetadata::Use::BeingFilled);
     if (folder && moveNew(staging_.descriptor(), newFolder, around, name))
         return folder;
-    return errno == EEXIST ? openFolderIn(around, name) : FileDescriptor();
+    const int error = errno;
+    ::unlinkat(staging_.descriptor(), newFolder, AT_REMOVEDIR); // the next one has other metadata
+    errno = error;
+    return error == EEXIST ? openFolderIn(around, name) : FileDescriptor();
 }
 
 void RestoreDelivery::deliverFile(const Place& place) {
@@ -148,6 +167,8 @@ std::string RestoreDelivery::faultOf(const Place& place) const {
     const std::string staged = place.path.substr(place.path.rfind('/') + 1);
     if (::fstatat(place.staged, staged.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
         return errno == ENOENT || place.staged < 0 ? missing : std::string(missing) + ": " + errorText();
+    if (std::string error = errorOfOtherNames(status); !error.empty())
+        return error;
     if (place.item.kind == ItemKind::Link && isTargetInDoubt(place, staged))
         return "its target was perhaps not UTF-8 text, which restic does not keep";
     const bool isAsSaved =
@@ -155,6 +176,14 @@ std::string RestoreDelivery::faultOf(const Place& place) const {
             ? S_ISLNK(status.st_mode)
             : S_ISREG(status.st_mode) && static_cast<std::uint64_t>(status.st_size) == place.item.size;
     return isAsSaved ? "" : "it has come out of the backup as something else than was saved";
+}
+
+std::string RestoreDelivery::errorOfOtherNames(const struct stat& status) const {
+    if (S_ISDIR(status.st_mode) || status.st_nlink < 2)
+        return {};
+    if (const auto found = errorsOfInodes_.find(status.st_ino); found != errorsOfInodes_.end())
+        return found->second;
+    return errors_.below.empty() ? std::string() : errors_.below.begin()->second;
 }
 
 // restic has U+FFFD for what is not UTF-8. The link itself may still be there and say that this is its
@@ -199,7 +228,7 @@ void RestoreDelivery::deliverFolder(const Place& place, bool isAlone) {
     if (!target)
         return fail(place.path, errno == ENOTDIR ? "something else than a folder stands at " + place.target
                                                  : place.target + ": " + errorText());
-    if (const AccessForOwner access(target.get()); !isAlone)
+    if (const AccessForOwner access(target.get(), place.target, journal_); !isAlone)
         deliverContents(place, staged.get(), target.get());
     if (metadata)
         reason = metadata->applyTo(target.get(), FolderMetadata::Use::Final);

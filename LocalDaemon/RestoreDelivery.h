@@ -2,6 +2,7 @@
 
 #include "LocalDaemon/BackupIndex.h"
 #include "LocalDaemon/RestoreJob.h"
+#include "LocalDaemon/RestoreJournal.h"
 #include "LocalDaemon/RestoreMetadata.h"
 #include "LocalDaemon/RestorePlan.h"
 #include "LocalDaemon/RestoreStaging.h"
@@ -11,6 +12,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <sys/stat.h>
 #include <vector>
 
 namespace kelvane {
@@ -23,8 +25,7 @@ namespace kelvane {
 class RestoreDelivery {
 public:
     RestoreDelivery(const BackupIndex& index, const StagingFolder& staging, const FileErrors& errors,
-                    const StopSignal& stop)
-        : index_(index), staging_(staging), errors_(errors), stop_(stop) {}
+                    RestoreJournal& journal, const StopSignal& stop);
 
     void deliver(const RestorePiece& piece);
     [[nodiscard]] std::vector<RestoreFailure> takeFailures() { return std::exchange(failures_, {}); }
@@ -59,6 +60,8 @@ private:
     void deliverContents(const Place& folder, int staged, int target);
     // Empty: it is there as it should be.
     [[nodiscard]] std::string faultOf(const Place& place) const;
+    // Of a staged file with several names, of which restic tells one.
+    [[nodiscard]] std::string errorOfOtherNames(const struct stat& status) const;
     [[nodiscard]] static bool isTargetInDoubt(const Place& place, const std::string& staged);
     [[nodiscard]] std::string prepare(const Place& place) const;
     void fail(const std::string& path, const std::string& reason);
@@ -66,7 +69,9 @@ private:
     const BackupIndex& index_;
     const StagingFolder& staging_;
     const FileErrors& errors_;
+    RestoreJournal& journal_; // of folders whose owner is given access
     const StopSignal& stop_;
+    std::map<ino_t, std::string> errorsOfInodes_; // in the staging folder
     std::vector<RestoreFailure> failures_;
     std::vector<MadeFolder> made_;
 };

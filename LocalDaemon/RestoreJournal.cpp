@@ -119,6 +119,10 @@ void takeLine(RestoreJournal::Contents& contents, const Fields& fields) {
         contents.stagingFolders.insert(fields[1]);
     else if (kind == "gone" && fields.size() == 2)
         contents.stagingFolders.erase(fields[1]);
+    else if (kind == "access" && fields.size() == 3)
+        contents.accessGiven.try_emplace(fields[1], numberIn(fields[2]));
+    else if (kind == "ended" && fields.size() == 2)
+        contents.accessGiven.erase(fields[1]);
     else
         KelvaneSystemLog("A line of the restore jobs makes no sense and is left out.");
 }
@@ -131,6 +135,8 @@ std::string textOf(const RestoreJournal::Contents& contents) {
         text += lineOf(fieldsOf(job));
     for (const std::string& folder : contents.stagingFolders)
         text += lineOf({"staging", folder});
+    for (const auto& [folder, mode] : contents.accessGiven)
+        text += lineOf({"access", folder, std::to_string(mode)});
     return text;
 }
 
@@ -192,6 +198,14 @@ void RestoreJournal::stagingMade(const std::string& folder) {
 
 void RestoreJournal::stagingGone(const std::string& folder) {
     static_cast<void>(append({"gone", folder}));
+}
+
+void RestoreJournal::accessGiven(const std::string& folder, mode_t before) {
+    static_cast<void>(append({"access", folder, std::to_string(before)}));
+}
+
+void RestoreJournal::accessEnded(const std::string& folder) {
+    static_cast<void>(append({"ended", folder}));
 }
 
 bool RestoreJournal::append(const Fields& fields, Flush flush) {

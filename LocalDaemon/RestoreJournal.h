@@ -26,9 +26,10 @@ public:
         std::vector<std::string> failures; // a line for each file, without control characters
     };
     struct Contents {
-        std::vector<RestoreJob> waiting;      // in the order in which they came
-        std::map<std::uint32_t, Ended> ended; // by number, the last thousand
-        std::set<std::string> stagingFolders; // that were left standing
+        std::vector<RestoreJob> waiting;           // in the order in which they came
+        std::map<std::uint32_t, Ended> ended;      // by number, the last thousand
+        std::set<std::string> stagingFolders;      // that were left standing
+        std::map<std::string, mode_t> accessGiven; // the modes that folders had before
         std::uint32_t nextId = 1;
     };
 
@@ -43,6 +44,9 @@ public:
     void end(std::uint32_t id, const Ended& ended);
     void stagingMade(const std::string& folder);
     void stagingGone(const std::string& folder);
+    // A folder's owner gets access to it that its mode, `before`, does not give.
+    void accessGiven(const std::string& folder, mode_t before);
+    void accessEnded(const std::string& folder);
 
 private:
     using Fields = std::vector<std::string>;

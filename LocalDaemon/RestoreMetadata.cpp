@@ -1,8 +1,8 @@
 #include "LocalDaemon/RestoreMetadata.h"
 
+#include "LocalDaemon/RestoreAccess.h"
 #include "LocalDaemon/RestoreStaging.h"
 #include "Platform/FileDescriptor.h"
-#include "Support/Logging.h"
 
 #include <algorithm>
 #include <array>
@@ -49,15 +49,6 @@ bool isOfTheBackup(const std::string& name) {
 
 bool isAccessRule(const std::string& name) {
     return name.starts_with("system.posix_acl_");
-}
-
-// False with errno.
-bool makeOwnerAccessible(int folder) {
-    struct stat status {};
-    if (::fstat(folder, &status) != 0)
-        return false;
-    return (status.st_mode & S_IRWXU) == S_IRWXU ||
-           ::chmod(pathOfDescriptor(folder).c_str(), (status.st_mode & allBits) | S_IRWXU) == 0;
 }
 
 // Calls `take` for each range of whole blocks that holds nothing but zeros.
@@ -122,17 +113,6 @@ mode_t modeFor(const SavedAccess& saved, const struct stat& now) {
     if (!isGroups)
         mode &= ~static_cast<mode_t>(S_IRWXG) | ((mode & S_IRWXO) << groupShift);
     return mode;
-}
-
-AccessForOwner::AccessForOwner(int folder) : path_(pathOfDescriptor(folder)) {
-    struct stat status {};
-    if (::fstat(folder, &status) == 0 && (status.st_mode & S_IRWXU) != S_IRWXU && makeOwnerAccessible(folder))
-        before_ = status.st_mode & allBits;
-}
-
-AccessForOwner::~AccessForOwner() {
-    if (before_ && ::chmod(path_.c_str(), *before_) != 0)
-        KelvaneSystemLog("A folder keeps write permission for its owner: %@", reasonText());
 }
 
 FolderMetadata::FolderMetadata(int folder, const SavedAccess& access, FileTime modified)

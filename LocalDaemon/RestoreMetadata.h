@@ -3,7 +3,6 @@
 #include "LocalDaemon/Snapshots.h"
 
 #include <map>
-#include <optional>
 #include <string>
 #include <sys/stat.h>
 #include <vector>
@@ -19,19 +18,6 @@ struct SavedAccess {
 // A saved mode for something that may have another owner now: it gives nobody more than was saved. A program
 // does not run as somebody it was not meant for, and another group may do what everybody may.
 [[nodiscard]] mode_t modeFor(const SavedAccess& saved, const struct stat& now);
-
-// The owner of a folder may do everything in it, for as long as this lives, where this user may see to that.
-class AccessForOwner {
-public:
-    explicit AccessForOwner(int folder);
-    ~AccessForOwner();
-    AccessForOwner(const AccessForOwner&) = delete;
-    AccessForOwner& operator=(const AccessForOwner&) = delete;
-
-private:
-    const std::string path_;
-    std::optional<mode_t> before_; // none: it is as it was
-};
 
 // A folder's mode and owner, and the times and extended attributes of the staged one, as they are when this
 // is made: what is then taken out of the folder changes its times. Folders are descriptors, of which O_PATH

@@ -2,8 +2,9 @@
 
 #include "Common/RestoreStatus.h"
 #include "Foundation/Format.h"
-#include "Foundation/Unicode.h"
 #include "LocalDaemon/CleanPath.h"
+#include "LocalDaemon/MessageLine.h"
+#include "LocalDaemon/RestoreAccess.h"
 #include "LocalDaemon/RestoreRun.h"
 #include "Support/Logging.h"
 
@@ -43,14 +44,6 @@ std::uint64_t filesOf(const RestoreJob& job, const BackupIndex* index) {
     return item ? std::max<std::uint64_t>(lastTotals(*index, *item).count, 1) : 1;
 }
 
-std::string onOneLine(const std::string& text) {
-    std::string line;
-    for (const char each : textFromPath(text))
-        line += static_cast<unsigned char>(each) < ' ' || each == '\x7f' ? std::string("?")
-                                                                         : std::string(1, each);
-    return line;
-}
-
 RestoreJournal::Ended endedWith(const std::vector<RestoreFailure>& failures) {
     RestoreJournal::Ended ended{failures.empty() ? restorestatus::finished : restorestatus::incomplete, {}};
     for (const RestoreFailure& failure : failures) {
@@ -58,7 +51,7 @@ RestoreJournal::Ended endedWith(const std::vector<RestoreFailure>& failures) {
             ended.failures.push_back(formatText("and %llu more", failures.size() - mostFailures));
             break;
         }
-        ended.failures.push_back(onOneLine(failure.path + ": " + failure.reason));
+        ended.failures.push_back(messageLine(failure.path + ": " + failure.reason));
     }
     return ended;
 }
@@ -95,7 +88,7 @@ void RestoreQueue::start() {
     for (RestoreJob& job : contents.waiting)
         waiting_.push_back({std::move(job)});
     report();
-    thread_ = std::thread([this, left = std::move(contents.stagingFolders)] {
+    thread_ = std::thread([this, left = std::move(contents)] {
         runGuarded("removing what is left of a restore", options_.failed, [&] { removeLeft(left); });
         work();
     });
@@ -141,7 +134,7 @@ std::uint32_t RestoreQueue::add(RestoreJob job) {
 
 std::uint32_t RestoreQueue::refuse(const std::string& reason) {
     KelvaneSystemLog("Restore refused: %@", reason);
-    const std::string line = onOneLine(reason);
+    const std::string line = messageLine(reason);
     options_.onRefusal(line);
     const std::scoped_lock guard(mutex_);
     refusal_ = line;
@@ -163,7 +156,7 @@ void RestoreQueue::endAll(std::unique_lock<std::mutex>& lock, std::uint32_t stat
         all.push_back({job.id, {status, {}}});
         if (!reason.empty()) {
             failures_.push_back({job.source, reason});
-            all.back().second.failures = {onOneLine(job.source + ": " + reason)};
+            all.back().second.failures = {messageLine(job.source + ": " + reason)};
         }
         end(job.id, all.back().second);
     }
@@ -199,10 +192,13 @@ std::string RestoreQueue::failures(std::uint32_t id) const {
     return text;
 }
 
-void RestoreQueue::removeLeft(const std::set<std::string>& stagingFolders) {
-    for (const std::string& folder : stagingFolders)
-        if (!stopping_.isSet() && removeStaging(folder, &stopping_))
-            journal_.stagingGone(folder);
+void RestoreQueue::removeLeft(const RestoreJournal::Contents& left) {
+    for (const auto& [folder, mode] : left.accessGiven)
+        if (endAccess(folder, mode))
+            journal_.accessEnded(folder);
+    for (const std::string& folder : left.stagingFolders)
+        if (!stopping_.isSet())
+            removeStagingOf(journal_, folder, &stopping_);
 }
 
 void RestoreQueue::work() {

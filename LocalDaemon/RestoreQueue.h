@@ -15,7 +15,6 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -92,7 +91,7 @@ private:
     };
 
     void work();
-    void removeLeft(const std::set<std::string>& stagingFolders);
+    void removeLeft(const RestoreJournal::Contents& left);
     [[nodiscard]] bool waitForWork(std::unique_lock<std::mutex>& lock,
                                    std::shared_ptr<const BackupIndex>& index);
     // Why it is not known what is in the backup; empty: nothing is in the way of finding it out.

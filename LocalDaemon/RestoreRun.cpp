@@ -2,15 +2,15 @@
 
 #include "Foundation/Format.h"
 #include "LocalDaemon/CleanPath.h"
-#include "LocalDaemon/Repository.h"
+#include "LocalDaemon/RestoreAccess.h"
 #include "LocalDaemon/RestoreStaging.h"
-#include "LocalDaemon/RestoreStream.h"
 #include "Support/Logging.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <fcntl.h>
+#include <set>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -18,14 +18,7 @@
 namespace kelvane {
 namespace {
 
-// A person waits for the end of what was cancelled; restic removes its lock in much less.
-constexpr std::chrono::milliseconds grace(1500);
-constexpr std::chrono::hours forEver(24 * 365);
 constexpr std::uint64_t blockSize = 4096; // bytes, about
-constexpr std::size_t mostErrorBytes = std::size_t{16} << 20U;
-
-// With this restic has done all that it could.
-constexpr std::string_view doneWithErrors = "Fatal: There were ";
 
 // Taking the staging folder away has changed the folder's times.
 void setTime(const std::string& folder, FileTime modified) {
@@ -42,9 +35,14 @@ std::uint64_t roomFor(const FileTotals& totals) {
 
 } // namespace
 
+RestoreRun::RestoreRun(Tools tools)
+    : tools_(std::move(tools)),
+      fetch_({tools_.restic, tools_.index, tools_.stop, tools_.waits, tools_.onWait,
+              [this](const Arrival& arrival) { countArrival(arrival); }}) {}
+
 std::vector<RestoreRun::Failures> RestoreRun::run(const std::vector<RestoreJob>& jobs) {
     failures_.assign(jobs.size(), {});
-    stagingName_ = std::string(stagingPrefix) + std::to_string(jobs.front().id);
+    firstJob_ = jobs.front().id;
     for (std::size_t number = 0; number < jobs.size(); ++number)
         addJob(number, jobs[number]);
     for (const auto& [folder, pieces] : groups_)
@@ -105,42 +103,52 @@ void RestoreRun::runPortions(const std::string& folder, RestorePortions parts) {
             else
                 waiting.push_back(std::move(portion));
     }
-    for (const RestorePortion& portion : waiting)
-        runPortionWithoutRoom(folder, portion);
+    RestorePieces large;
+    for (RestorePortion& portion : waiting)
+        std::ranges::move(portion.pieces, std::back_inserter(large));
+    std::ranges::move(runWithoutRoom(folder, large), std::back_inserter(parts.folders));
     std::ranges::reverse(parts.folders); // what is put into a folder changes its times
     if (!parts.folders.empty() && !tools_.stop.isSet())
         fetchAndDeliver(folder, parts.folders);
 }
 
-void RestoreRun::runPortionWithoutRoom(const std::string& folder, const RestorePortion& portion) {
-    for (const RestorePiece& piece : portion.pieces) {
-        const std::uint64_t wanted = roomFor(lastTotals(*tools_.index, *piece.item));
-        const std::uint64_t room = tools_.freeSpace(folder);
-        if (tools_.stop.isSet())
-            return;
-        if (wanted <= room)
-            fetchAndDeliver(folder, {piece});
-        else if (piece.item->kind == ItemKind::File)
-            streamAndDeliver(folder, piece);
-        else
-            fail({piece}, formatText("there is no room: %llu bytes are needed and %llu free in %@", wanted,
-                                     room, folder));
+// Names of one inode together, as many of these as fit, and at last those that do not.
+RestorePieces RestoreRun::runWithoutRoom(const std::string& folder, const RestorePieces& pieces) {
+    RestorePortions parts = divided(*tools_.index, pieces, 0);
+    RestorePieces fitting;
+    RestorePieces large;
+    std::uint64_t wanted = 0; // by those that fit
+    const auto bring = [&] {
+        if (!fitting.empty() && !tools_.stop.isSet())
+            fetchAndDeliver(folder, std::exchange(fitting, {}));
+        wanted = 0;
+    };
+    for (const RestorePortion& part : parts.portions) {
+        const std::uint64_t more = roomFor({part.pieces.size(), part.bytes});
+        if (wanted + more > tools_.freeSpace(folder) / 2)
+            bring();
+        const bool isFitting = more <= tools_.freeSpace(folder);
+        std::ranges::copy(part.pieces, std::back_inserter(isFitting ? fitting : large));
+        wanted += isFitting ? more : 0;
     }
+    bring();
+    if (!large.empty() && !tools_.stop.isSet())
+        streamAndDeliver(folder, large);
+    return std::move(parts.folders);
 }
 
 template <class Work>
 void RestoreRun::inStaging(const std::string& folder, const RestorePieces& pieces, Work work) {
-    const std::string path = withSeparator(folder) + stagingName_;
+    const std::string path = newStagingPath(folder, firstJob_);
     tools_.journal.stagingMade(path);
     {
-        const StagingFolder staging(folder, stagingName_);
+        const StagingFolder staging(path);
         if (staging.failure().empty())
             work(staging);
         else
             fail(pieces, staging.failure());
     }
-    if (removeStaging(path))
-        tools_.journal.stagingGone(path);
+    removeStagingOf(tools_.journal, path);
     for (const RestorePiece& piece : pieces)
         if (!piece.isFolderAlone)
             filesBefore_ += lastTotals(*tools_.index, *piece.item).count;
@@ -153,66 +161,62 @@ void RestoreRun::fetchAndDeliver(const std::string& folder, const RestorePieces&
         addToPlan(plan, *tools_.index, piece);
     inStaging(folder, pieces, [&](const StagingFolder& staging) {
         FileErrors errors;
-        const Fetching fetching = fetchWithWaits(plan, staging, errors);
-        if (!fetching.failure.empty())
-            fail(pieces, fetching.failure);
+        if (const std::string failure = fetch_.fetch(plan, staging, errors); !failure.empty())
+            fail(pieces, failure);
         else if (!tools_.stop.isSet())
             deliver(staging, errors, pieces);
     });
 }
 
-void RestoreRun::streamAndDeliver(const std::string& folder, const RestorePiece& piece) {
-    const std::string path = tools_.index->pathOf(*piece.item);
+void RestoreRun::streamAndDeliver(const std::string& folder, const RestorePieces& pieces) {
+    RestorePieces files;
+    std::map<std::uint32_t, std::set<std::string>> around;
+    for (const RestorePiece& piece : pieces)
+        if (piece.item->kind != ItemKind::File) {
+            failWithoutRoom(piece, folder);
+        } else {
+            files.push_back(piece);
+            around[piece.item->snapshot].emplace(folderOf(tools_.index->pathOf(*piece.item)));
+        }
     RestorePlan plan;
-    plan[piece.item->snapshot].foldersAlone.emplace_back(folderOf(path));
-    inStaging(folder, {piece}, [&](const StagingFolder& staging) {
+    for (const auto& [snapshot, folders] : around)
+        plan[snapshot].foldersAlone.assign(folders.begin(), folders.end());
+    inStaging(folder, files, [&](const StagingFolder& staging) {
         FileErrors errors;
-        Fetching fetching = fetchWithWaits(plan, staging, errors); // the folders on the way to it
-        const Snapshot* const snapshot = tools_.index->snapshot(piece.item->snapshot);
-        if (fetching.failure.empty() && snapshot && !tools_.stop.isSet())
-            fetching.failure =
-                streamFile(*tools_.restic, snapshot->id, {*piece.item, path}, staging, tools_.stop);
-        if (!fetching.failure.empty())
-            fail({piece}, fetching.failure);
-        else if (!tools_.stop.isSet())
-            deliver(staging, errors, {piece});
+        if (const std::string failure = fetch_.fetch(plan, staging, errors); !failure.empty())
+            return fail(files, failure);
+        tools_.onWait("There is little room in " + folder +
+                      ": files that may have holes are written one by one, which takes longer.");
+        RestoreStream stream({tools_.restic, tools_.index, tools_.stop,
+                              [this](const Arrival& arrival) { countArrival(arrival); }});
+        for (const RestorePiece& file : files)
+            if (tools_.stop.isSet())
+                break;
+            else if (tools_.freeSpace(folder) < blockSize)
+                failWithoutRoom(file, folder);
+            else
+                streamAndDeliver(stream, staging, file);
+        tools_.onWait({});
     });
 }
 
-RestoreRun::Fetching RestoreRun::fetchWithWaits(const RestorePlan& plan, const StagingFolder& staging,
-                                                FileErrors& errors) const {
-    Fetching fetching = fetch(plan, staging, errors);
-    for (auto wait = tools_.waits.begin(); fetching.isPassing && wait != tools_.waits.end();) {
-        const std::string reason = !fetching.failure.empty() ? fetching.failure
-                                   : errors.items.empty()    ? errors.below.begin()->second
-                                                             : errors.items.begin()->second;
-        KelvaneSystemLog("Restoring waits until the backup can be reached: %@", reason);
-        tools_.onWait(reason);
-        const bool isLastWait = std::next(wait) == tools_.waits.end();
-        const bool isToLast = fetching.isLocked && isSomebodyAtWork() && isLastWait;
-        if (!waitUnlessStopped(*wait, tools_.stop))
-            break;
-        if (!isToLast)
-            ++wait;
-        fetching = fetch(plan, staging, errors);
-    }
-    tools_.onWait({});
-    return fetching;
-}
-
-bool RestoreRun::isSomebodyAtWork() const {
-    constexpr std::uint32_t anyComputer = 0; // locks have no tag
-    const Repository repository(tools_.restic, anyComputer);
-    const ResticOutcome outcome = repository.clearStaleLocks(tools_.stop).outcome;
-    if (!outcome.succeeded())
-        KelvaneSystemLog("The lock of the backup stands. %@", outcome.errors);
-    return outcome.succeeded();
+void RestoreRun::streamAndDeliver(RestoreStream& stream, const StagingFolder& staging,
+                                  const RestorePiece& file) {
+    const std::string failure = stream.bring(*file.item, staging);
+    if (tools_.stop.isSet())
+        return;
+    if (!failure.empty())
+        return fail({file}, failure);
+    const std::size_t before = failures_[file.job].size();
+    deliver(staging, {}, {file});
+    if (failures_[file.job].size() == before)
+        stream.noteDelivered(file.target);
 }
 
 void RestoreRun::deliver(const StagingFolder& staging, const FileErrors& errors,
                          const RestorePieces& pieces) {
     ::syncfs(staging.descriptor()); // a rename may reach the disk before what it names
-    RestoreDelivery delivery(*tools_.index, staging, errors, tools_.stop);
+    RestoreDelivery delivery(*tools_.index, staging, errors, tools_.journal, tools_.stop);
     for (const RestorePiece& piece : pieces) {
         delivery.deliver(piece);
         std::ranges::move(delivery.takeFailures(), std::back_inserter(failures_[piece.job]));
@@ -231,57 +235,15 @@ void RestoreRun::finishMadeFolders() {
     }
 }
 
-RestoreRun::Fetching RestoreRun::fetch(const RestorePlan& plan, const StagingFolder& staging,
-                                       FileErrors& fileErrors) const {
-    if (!staging.clear())
-        return {"the staging folder cannot be emptied: " + std::generic_category().message(errno)};
-    std::string errors;
-    for (const auto& [number, paths] : plan) {
-        const Snapshot* const snapshot = tools_.index->snapshot(number);
-        if (!snapshot)
-            return {"the snapshot that holds it is not in the backup any more"};
-        for (const auto& includes : includeArguments(paths)) {
-            std::vector<std::string> arguments{"restore", snapshot->id, "--target",
-                                               staging.path() + '/' + std::to_string(number)};
-            arguments.insert(arguments.end(), includes.begin(), includes.end());
-            Fetching call = callRestic(std::move(arguments), staging.path(), errors);
-            if (!call.failure.empty() || tools_.stop.isSet())
-                return call;
-        }
-    }
-    const FileErrors before = std::exchange(fileErrors, fileErrorsIn(*tools_.index, errors));
-    if (errors.size() >= mostErrorBytes)
-        fileErrors.below["/"] = "restic met more errors than can be looked through";
-    return {{}, mayPass(fileErrors, before)};
-}
-
-RestoreRun::Fetching RestoreRun::callRestic(std::vector<std::string> arguments, const std::string& staging,
-                                            std::string& errors) const {
-    Restic::Call call;
-    call.arguments = std::move(arguments);
-    call.patience = call.patienceWithRetries = forEver; // the watch is the one to lose it
-    call.grace = grace;
-    call.takesLockIfPossible = true;
-    call.ignoresReadOnlyModes = true; // the delivery sets the modes
-    std::string said;
-    call.onErrorLine = [&](std::string_view line) {
-        if (said.size() < mostErrorBytes)
-            said.append(tools_.restic->withoutSecrets(std::string(line))).append("\n");
-    };
-    const ArrivalWatch watch(
-        {staging, *tools_.index, tools_.stop, [this](const Arrival& arrival) { countArrival(arrival); }});
-    const ResticOutcome outcome = tools_.restic->run(call, watch.callStop());
-    if (outcome.succeeded() || tools_.stop.isSet())
-        return {};
-    errors += said;
-    if (said.find(doneWithErrors) != std::string::npos)
-        return {};
-    return {restoreFailureFor(outcome), mayPass(outcome), outcome.trouble == ResticTrouble::Locked};
-}
-
 void RestoreRun::fail(const RestorePieces& pieces, const std::string& reason) {
     for (const RestorePiece& piece : pieces)
         failures_[piece.job].push_back({tools_.index->pathOf(*piece.item), reason});
+}
+
+void RestoreRun::failWithoutRoom(const RestorePiece& piece, const std::string& folder) {
+    fail({piece},
+         formatText("there is no room: %llu bytes are needed and %llu free in %@",
+                    roomFor(lastTotals(*tools_.index, *piece.item)), tools_.freeSpace(folder), folder));
 }
 
 void RestoreRun::countArrival(const Arrival& arrival) const {

@@ -3,10 +3,12 @@
 #include "LocalDaemon/Restic.h"
 #include "LocalDaemon/RestoreArrival.h"
 #include "LocalDaemon/RestoreDelivery.h"
+#include "LocalDaemon/RestoreFetch.h"
 #include "LocalDaemon/RestoreJob.h"
 #include "LocalDaemon/RestoreJournal.h"
 #include "LocalDaemon/RestorePlan.h"
 #include "LocalDaemon/RestorePortions.h"
+#include "LocalDaemon/RestoreStream.h"
 
 #include <functional>
 #include <map>
@@ -17,11 +19,8 @@
 namespace kelvane {
 
 // Does some jobs together: has restic bring what they want into staging folders, and delivers it from there,
-// in portions where all of it does not fit. Belongs to one thread, which it blocks.
-//
-// While the repository cannot be reached, restic is called again, and locks of the dead are taken away; what
-// is missing after the last wait has failed. Somebody who is at work in the repository is waited for however
-// long that takes. Stopped, it leaves whole files and no staging folder.
+// in portions where all of it does not fit. Belongs to one thread, which it blocks. Stopped, it leaves whole
+// files and no staging folder.
 class RestoreRun {
 public:
     struct Tools {
@@ -39,7 +38,7 @@ public:
         std::function<void(const std::string& reason)> onWait;
         std::function<std::uint64_t(const std::string& folder)> freeSpace; // bytes
     };
-    explicit RestoreRun(Tools tools) : tools_(std::move(tools)) {}
+    explicit RestoreRun(Tools tools);
 
     using Failures = std::vector<RestoreFailure>;
     // For each job what could not be restored. No job's source may lie in another's.
@@ -50,32 +49,23 @@ private:
     void addPiece(const RestorePiece& piece);
     void runGroup(const std::string& folder, const RestorePieces& pieces);
     void runPortions(const std::string& folder, RestorePortions parts);
-    void runPortionWithoutRoom(const std::string& folder, const RestorePortion& portion);
+    // Returns the folders that are to come when what is in them has.
+    [[nodiscard]] RestorePieces runWithoutRoom(const std::string& folder, const RestorePieces& pieces);
     void fetchAndDeliver(const std::string& folder, const RestorePieces& pieces);
-    // A file that is larger than what is free may have holes: it is written without what they hold.
-    void streamAndDeliver(const std::string& folder, const RestorePiece& piece);
+    // Files that are larger than what is free may have holes: they are written without what these hold.
+    void streamAndDeliver(const std::string& folder, const RestorePieces& pieces);
+    void streamAndDeliver(RestoreStream& stream, const StagingFolder& staging, const RestorePiece& file);
     template <class Work>
     void inStaging(const std::string& folder, const RestorePieces& pieces, Work work);
-    // After the locks of the dead have been taken away.
-    [[nodiscard]] bool isSomebodyAtWork() const;
     void deliver(const StagingFolder& staging, const FileErrors& errors, const RestorePieces& pieces);
     void finishMadeFolders();
-    struct Fetching {
-        std::string failure;    // empty: what could come has come
-        bool isPassing = false; // it may go better in a while
-        bool isLocked = false;  // by somebody who may be dead
-    };
-    [[nodiscard]] Fetching fetchWithWaits(const RestorePlan& plan, const StagingFolder& staging,
-                                          FileErrors& errors) const;
-    [[nodiscard]] Fetching fetch(const RestorePlan& plan, const StagingFolder& staging,
-                                 FileErrors& errors) const;
-    [[nodiscard]] Fetching callRestic(std::vector<std::string> arguments, const std::string& staging,
-                                      std::string& errors) const;
     void fail(const RestorePieces& pieces, const std::string& reason);
+    void failWithoutRoom(const RestorePiece& piece, const std::string& folder);
     void countArrival(const Arrival& arrival) const;
 
     const Tools tools_;
-    std::string stagingName_;
+    const RestoreFetch fetch_;
+    std::uint32_t firstJob_ = 0;
     std::map<std::string, RestorePieces> groups_; // by the folder that their staging folder stands in
     std::vector<Failures> failures_;
     std::vector<RestoreDelivery::MadeFolder> made_;

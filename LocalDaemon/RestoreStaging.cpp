@@ -4,12 +4,15 @@
 #include "Support/Logging.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <dirent.h>
 #include <fcntl.h>
 #include <limits>
 #include <memory>
+#include <random>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -48,8 +51,9 @@ FileDescriptor descend(FileDescriptor folder, std::string_view path) {
 
 bool removeItem(int around, const char* name, const StopSignal* stop);
 
-// False with errno: something is left.
-bool removeContents(int folder, const StopSignal* stop) {
+// Calls `take` with each name in it. False with the last errno: it cannot be read, or `take` says so.
+template <class Take>
+bool forEachIn(int folder, Take take) {
     const int descriptor = ::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     const std::unique_ptr<DIR, int (*)(DIR*)> listing(descriptor < 0 ? nullptr : ::fdopendir(descriptor),
                                                       ::closedir);
@@ -58,11 +62,38 @@ bool removeContents(int folder, const StopSignal* stop) {
     int error = 0;
     while (const dirent* const entry = ::readdir(listing.get())) {
         const std::string_view name = entry->d_name;
-        if (name != "." && name != ".." && !removeItem(folder, entry->d_name, stop))
+        if (name != "." && name != ".." && !take(entry->d_name))
             error = errno;
     }
     errno = error;
     return error == 0;
+}
+
+bool isEmpty(int folder) {
+    return forEachIn(folder, [](const char*) {
+        errno = ENOTEMPTY;
+        return false;
+    });
+}
+
+bool removeContents(int folder, const StopSignal* stop) {
+    return forEachIn(folder, [&](const char* name) { return removeItem(folder, name, stop); });
+}
+
+// A folder of the same name takes what is in this one; a file that both have is the same.
+bool moveContents(int from, int to) {
+    for (const int folder : {from, to})
+        if (::chmod(pathOfDescriptor(folder).c_str(), ownersFolder) != 0)
+            return false;
+    return forEachIn(from, [&](const char* name) {
+        if (::renameat2(from, name, to, name, RENAME_NOREPLACE) == 0)
+            return true;
+        const FileDescriptor source = openFolderIn(from, name);
+        const FileDescriptor target = openFolderIn(to, name);
+        if (!source || !target)
+            return ::renameat(from, name, to, name) == 0;
+        return moveContents(source.get(), target.get()) && ::unlinkat(from, name, AT_REMOVEDIR) == 0;
+    });
 }
 
 // A folder that forbids it has its owner's permission back, since it is about to go.
@@ -88,7 +119,7 @@ bool isOurStaging(const FileDescriptor& folder, std::string_view name) {
     struct stat status {};
     const std::string_view number = name.substr(std::min(stagingPrefix.size(), name.size()));
     return name.starts_with(stagingPrefix) && !number.empty() &&
-           number.find_first_not_of("0123456789") == std::string_view::npos && folder &&
+           number.find_first_not_of("0123456789abcdef-") == std::string_view::npos && folder &&
            ::fstat(folder.get(), &status) == 0 && status.st_uid == ::geteuid();
 }
 
@@ -143,21 +174,25 @@ StagingPlace stagingPlaceFor(const std::string& target, bool isFolder) {
                              : around + ": " + reasonText()};
 }
 
-StagingFolder::StagingFolder(const std::string& around, const std::string& name) {
-    const FileDescriptor place = openFolder(around);
-    const std::string path = withSeparator(around) + name;
-    if (place && ::mkdirat(place.get(), name.c_str(), ownersFolder) != 0 && errno == EEXIST &&
-        removeStaging(path))
-        errno = ::mkdirat(place.get(), name.c_str(), ownersFolder) == 0 ? 0 : errno;
-    if (place)
-        folder_ = openFolderIn(place.get(), name);
+std::string newStagingPath(const std::string& around, std::uint32_t job) {
+    std::random_device random;
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%u-%08x%08x", job, random(), random());
+    return withSeparator(around).append(stagingPrefix) + text.data();
+}
+
+StagingFolder::StagingFolder(const std::string& path) {
+    const std::string name = path.substr(path.rfind('/') + 1);
+    const FileDescriptor around = openFolder(std::string(folderOf(path)));
+    if (around && ::mkdirat(around.get(), name.c_str(), ownersFolder) == 0)
+        folder_ = openFolderIn(around.get(), name);
     bool isMade = isOurStaging(folder_, name);
     if (isMade) {
         const std::string self = pathOfDescriptor(folder_.get());
         for (const char* inherited : {"system.posix_acl_default", "system.posix_acl_access"})
             static_cast<void>(::removexattr(self.c_str(), inherited)); // or there is none
         // What it has inherited may have kept its owner out.
-        isMade = ::chmod(self.c_str(), ownersFolder) == 0 && clear();
+        isMade = ::chmod(self.c_str(), ownersFolder) == 0 && isEmpty(folder_.get());
     }
     if (isMade)
         return;
@@ -175,6 +210,17 @@ FileDescriptor StagingFolder::open(const std::string& relativePath) const {
 
 bool StagingFolder::clear() const {
     return removeContents(folder_.get(), nullptr);
+}
+
+bool StagingFolder::merge(const std::string& from, const std::string& into) const {
+    const FileDescriptor source = open(from);
+    if (!source)
+        return errno == ENOENT; // nothing has come
+    if (::renameat2(folder_.get(), from.c_str(), folder_.get(), into.c_str(), RENAME_NOREPLACE) == 0)
+        return true;
+    const FileDescriptor target = open(into);
+    return target && moveContents(source.get(), target.get()) &&
+           ::unlinkat(folder_.get(), from.c_str(), AT_REMOVEDIR) == 0;
 }
 
 bool removeStaging(const std::string& path, const StopSignal* stop) {

@@ -37,11 +37,15 @@ struct StagingPlace {
 // For an absolute path that something is to be restored to.
 [[nodiscard]] StagingPlace stagingPlaceFor(const std::string& target, bool isFolder);
 
+// The path of a new staging folder in another one. Nobody can foresee it, and so nothing can be put there
+// first.
+[[nodiscard]] std::string newStagingPath(const std::string& around, std::uint32_t job);
+
 // A staging folder that only this user can look into, without the access rules and attributes that a new
-// folder inherits. One of the same name that an earlier run of this user has left is removed first.
+// folder inherits. Whatever has its path already stays, and it fails.
 class StagingFolder {
 public:
-    StagingFolder(const std::string& around, const std::string& name);
+    explicit StagingFolder(const std::string& path);
 
     [[nodiscard]] const std::string& failure() const { return failure_; } // empty: it is there
     [[nodiscard]] int descriptor() const { return folder_.get(); }
@@ -50,6 +54,9 @@ public:
     [[nodiscard]] FileDescriptor open(const std::string& relativePath) const; // as openFolder does
     // False with errno: something is left in it.
     [[nodiscard]] bool clear() const;
+    // Moves what is in one of its folders into another one, where the same folders may be, and removes the
+    // first. Those that are in both are open to their owner afterwards. False with errno.
+    [[nodiscard]] bool merge(const std::string& from, const std::string& into) const;
 
 private:
     FileDescriptor folder_;

@@ -2,23 +2,58 @@
 
 #include "LocalDaemon/BackupIndex.h"
 #include "LocalDaemon/Restic.h"
+#include "LocalDaemon/RestoreArrival.h"
 #include "LocalDaemon/RestoreStaging.h"
 
+#include <functional>
+#include <map>
+#include <memory>
 #include <string>
+#include <sys/types.h>
+#include <tuple>
 
 namespace kelvane {
 
-// Brings one file into the staging folder, where the folder around it has to be, without the blocks that hold
-// nothing but zeros: `restic restore` would write those too. Its owner, times and extended attributes come
-// as they were saved. Blocks on restic, half a second for each folder on the way and then as long as it
-// takes. Empty, or why it failed.
-struct StreamedFile {
-    const BackupIndex::Item& item;
-    const std::string& path;
+// Brings files one by one into a staging folder, where the folders around them have to be, without the blocks
+// that hold nothing but zeros: `restic restore` would write those too. Owners, times and extended attributes
+// come as they were saved, and further names of a file that has been delivered as links to it. Belongs to one
+// thread, which it blocks.
+class RestoreStream {
+public:
+    struct Tools {
+        std::shared_ptr<const Restic> restic;
+        std::shared_ptr<const BackupIndex> index;
+        const StopSignal& stop;
+        std::function<void(const Arrival&)> onArrival; // on any thread, one at a time
+    };
+    explicit RestoreStream(Tools tools);
+    ~RestoreStream();
+    RestoreStream(const RestoreStream&) = delete;
+    RestoreStream& operator=(const RestoreStream&) = delete;
+
+    // Empty, or why it failed; then nothing of it is left.
+    [[nodiscard]] std::string bring(const BackupIndex::Item& file, const StagingFolder& staging);
+    // That what was brought last stands there now.
+    void noteDelivered(const std::string& target);
+
+private:
+    class Trees;
+    using Inode = std::tuple<std::uint32_t, std::uint64_t, std::uint64_t>; // snapshot, device, number
+    struct Delivered {
+        std::string target;
+        dev_t device = 0;
+        ino_t number = 0;
+    };
+    [[nodiscard]] bool linkDelivered(int around, const std::string& name) const;
+    [[nodiscard]] std::string write(int file, const BackupIndex::Item& item,
+                                    const StagingFolder& staging) const;
+
+    const Tools tools_;
+    const std::unique_ptr<Trees> trees_;   // of the repository
+    std::map<Inode, Delivered> delivered_; // of those that have several names
+    Inode last_;
+    bool hasNames_ = false; // the last one has several
 };
-[[nodiscard]] std::string streamFile(const Restic& restic, const std::string& snapshotId,
-                                     const StreamedFile& file, const StagingFolder& staging,
-                                     const StopSignal& stop);
 
 // A name in a tree of the repository: what is not printable in it is escaped as in the strings of Go.
 [[nodiscard]] std::string nameInTree(std::string_view escaped);

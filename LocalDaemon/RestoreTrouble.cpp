@@ -1,6 +1,7 @@
 #include "LocalDaemon/RestoreTrouble.h"
 
 #include "LocalDaemon/CleanPath.h"
+#include "LocalDaemon/ResticNames.h"
 
 #include <algorithm>
 
@@ -37,22 +38,35 @@ std::string knownFolderOf(const BackupIndex& index, std::string_view path) {
     return std::string(path.empty() ? "/" : path);
 }
 
-// "PATH: REASON". REASON ends with its line; what else restic has to say may come behind it.
-void takeError(FileErrors& errors, const BackupIndex& index, std::string_view entry) {
-    entry = entry.substr(0, entry.find_last_not_of('\n') + 1);
-    bool isKnown = false;
+// One that this user may not make fails by itself, and not what is beside it.
+bool isSpecial(const BackupIndex& index, std::string_view path, const SpecialFiles& specialFiles) {
+    const std::string folder(folderOf(path));
+    return index.find(folder) && specialFiles(folder).contains(nameInResticJson(path));
+}
+
+// "PATH: REASON". REASON ends with its line; what else restic has to say may come behind it. False: no PATH
+// `isKnown`.
+template <class IsKnown>
+bool takeItems(FileErrors& errors, std::string_view entry, IsKnown isKnown) {
+    bool isOneKnown = false;
     for (std::size_t colon = entry.find(": "); colon != std::string_view::npos;
          colon = entry.find(": ", colon + 1)) {
         const std::string_view path = entry.substr(0, colon);
-        if (!path.starts_with('/') || !index.find(path))
+        if (!path.starts_with('/') || !isKnown(path))
             continue;
         errors.items.emplace(path, entry.substr(colon + 2, entry.find('\n', colon) - colon - 2));
-        isKnown = true;
+        isOneKnown = true;
     }
-    const std::size_t colon = entry.find(": ");
-    const std::string_view path = entry.substr(0, colon);
-    if (!isKnown)
-        errors.below.emplace(knownFolderOf(index, path),
+    return isOneKnown;
+}
+
+void takeError(FileErrors& errors, const BackupIndex& index, std::string_view entry,
+               const SpecialFiles& specialFiles) {
+    entry = entry.substr(0, entry.find_last_not_of('\n') + 1);
+    const auto isInBackup = [&](std::string_view path) { return index.find(path) != nullptr; };
+    const auto isSpecialFile = [&](std::string_view path) { return isSpecial(index, path, specialFiles); };
+    if (!takeItems(errors, entry, isInBackup) && !takeItems(errors, entry, isSpecialFile))
+        errors.below.emplace(knownFolderOf(index, entry.substr(0, entry.find(": "))),
                              "restic met an error near it: " + std::string(entry));
 }
 
@@ -92,13 +106,13 @@ const std::string* FileErrors::errorAt(std::string_view path) const {
     return nullptr;
 }
 
-FileErrors fileErrorsIn(const BackupIndex& index, std::string_view text) {
-    FileErrors errors;
+void addFileErrors(FileErrors& errors, const BackupIndex& index, std::string_view text,
+                   const SpecialFiles& specialFiles) {
     for (std::size_t at = text.find(errorMark); at != std::string_view::npos; at = text.find(errorMark)) {
         text.remove_prefix(at + errorMark.size());
-        takeError(errors, index, text.substr(0, std::min(text.find(errorMark), text.find(lastMark))));
+        takeError(errors, index, text.substr(0, std::min(text.find(errorMark), text.find(lastMark))),
+                  specialFiles);
     }
-    return errors;
 }
 
 } // namespace kelvane

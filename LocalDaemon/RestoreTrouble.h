@@ -3,7 +3,9 @@
 #include "LocalDaemon/BackupIndex.h"
 #include "LocalDaemon/Restic.h"
 
+#include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -22,9 +24,14 @@ struct FileErrors {
     [[nodiscard]] const std::string* errorAt(std::string_view path) const;
 };
 
-// From restic's standard error. Names may hold line ends and whatever else separates a path from its error:
-// each beginning of the text that is in the backup is taken for the path.
-[[nodiscard]] FileErrors fileErrorsIn(const BackupIndex& index, std::string_view text);
+// The paths of devices, pipes and sockets that a snapshot holds in a folder, as restic's JSON has them: the
+// index does not have them.
+using SpecialFiles = std::function<std::set<std::string>(const std::string& folder)>;
+
+// Adds what restic's standard error has of a call. Names may hold line ends and whatever else separates a
+// path from its error: each beginning of the text that is in the backup is taken for the path.
+void addFileErrors(FileErrors& errors, const BackupIndex& index, std::string_view text,
+                   const SpecialFiles& specialFiles);
 
 // Why restic could not go on: what that means for a restore, and restic's own word.
 [[nodiscard]] std::string restoreFailureFor(const ResticOutcome& outcome);

@@ -1,9 +1,11 @@
+#include "LocalDaemon/MessageLine.h"
 #include "LocalDaemon/ResticNames.h"
 #include "Tests/LocalDaemon/BackedUpFolder.h"
 
 #include <algorithm>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <set>
 #include <sstream>
 #include <sys/stat.h>
 
@@ -30,6 +32,15 @@ const std::vector<std::string> names{
     "\\ufffd",
     "plain \xC3\xA4",
 };
+
+TEST(Names, StandInMessagesOnOneLineAndNoTwoAlike) {
+    EXPECT_EQ(messageLine("\xFF\n\x7F\\x0a\\x\\"), "\xEF\xBF\xBD"
+                                                   "FF\\x0a\\x7f\\x5cx0a\\x\\");
+    std::set<std::string> lines;
+    for (const std::string& name : names)
+        lines.insert(messageLine(name));
+    EXPECT_EQ(lines.size(), names.size());
+}
 
 TEST(Names, AreListedByteForByte) {
     tests::BackedUpFolder folder;

@@ -78,7 +78,7 @@ printf 'ignoring error for %s: ciphertext verification failed\nFatal: There were
                  folder_.home() + R"("$'/a\nb' >&2; exit 1)"));
     const std::uint32_t job = restore(folder_.home(), folder_ / "out");
     EXPECT_EQ(queue_->failures(job),
-              home("a?b") + ": ciphertext verification failed\n" + home("short") +
+              home("a\\x0ab") + ": ciphertext verification failed\n" + home("short") +
                   ": it has come out of the backup as something else than was saved\n");
     EXPECT_EQ(folder_.read("out/a\nb"), "old");
     EXPECT_EQ(folder_.read("out/short"), "old");
@@ -219,13 +219,20 @@ TEST_F(RestoreQueueTest, AJobOutlivesTheDaemonAndWhatAKilledOneLeftIsTakenAway) 
     stop.set();
     EXPECT_FALSE(removeStaging(folder_ / "out/.kelvane-restore-9", &stop));
     EXPECT_TRUE(hasStaging(folder_ / "out"));
-    std::ofstream(folder_ / "state/jobs", std::ios::app) << "staging\t" << folder_ / "out/.kelvane-restore-9"
-                                                         << "\t\njob\t8\t0\t50\t/half";
+    std::string lines = "staging\t" + (folder_ / "out/.kelvane-restore-9") + "\t\n";
+    for (const auto& [name, mode] : {std::pair("opened", 0700), {"changed", 0750}}) {
+        fs::create_directory(folder_ / name);
+        ASSERT_EQ(::chmod((folder_ / name).c_str(), static_cast<mode_t>(mode)), 0);
+        lines += "access\t" + (folder_ / name) + '\t' + std::to_string(0500) + "\t\n";
+    }
+    std::ofstream(folder_ / "state/jobs", std::ios::app) << lines << "job\t8\t0\t50\t/half";
     start(copying());
     ASSERT_TRUE(waitFor([&] { return !ends_.empty(); }));
     EXPECT_EQ(queue_->status(job), restorestatus::finished);
     EXPECT_EQ(folder_.read("out/a"), "new");
     EXPECT_FALSE(hasStaging(folder_ / "out"));
+    EXPECT_EQ(fs::status(folder_ / "opened").permissions(), static_cast<fs::perms>(0500));
+    EXPECT_EQ(fs::status(folder_ / "changed").permissions(), static_cast<fs::perms>(0750));
     queue_.reset();
     start(copying());
     EXPECT_EQ(queue_->status(job), restorestatus::finished); // and not done again

@@ -42,20 +42,34 @@ mode_t modeOf(const std::string& path) {
 TEST_F(RestoringTest, WhatADamagedPackHeldIsNamedAndReplacesNothing) {
     folder_.write("home/odd \xff/large", noise(1'600'000));
     folder_.write("home/odd \xff/: small\n", "whole");
+    fs::create_hard_link(home("odd \xff/large"), home("other name"));
     folder_.backUp();
-    folder_.write("home/odd \xff/large", "old");
+    for (const char* name : {"odd \xff/large", "other name"}) {
+        fs::remove(home(name));
+        folder_.write(std::string("home/") + name, "old");
+    }
     damagePacks();
     start();
     const std::uint32_t job = restore(folder_.home(), folder_.home());
     EXPECT_EQ(queue_->status(job), restorestatus::incomplete);
     EXPECT_NE(queue_->failures(job).find("/large: "), std::string::npos) << queue_->failures(job);
-    EXPECT_EQ(folder_.read("home/odd \xff/large"), "old");
+    EXPECT_NE(queue_->failures(job).find("other name: "), std::string::npos) << queue_->failures(job);
+    for (const char* name : {"odd \xff/large", "other name"})
+        EXPECT_EQ(folder_.read(std::string("home/") + name), "old");
 }
 
 TEST_F(RestoringTest, AnErrorWhoseFileIsNotKnownFailsEverythingItMayBeAbout) {
     for (const char* name : {"in/a", "in/deep/b", "out"})
         folder_.write(std::string("home/") + name, "12345");
     folder_.pretendBackUp();
+    // One that this user may not make, which the index does not have.
+    const std::string device = home("in/null: a");
+    start(script("if [ $1 = ls ]; then echo '{\"struct_type\":\"node\",\"type\":\"dev\",\"path\":\"" +
+                 device + "\"}'; exit; fi\necho \"ignoring error for " + device +
+                 ": operation not permitted\" >&2\n" + copyScript +
+                 "\necho 'Fatal: There were 1 errors' >&2; exit 1"));
+    EXPECT_EQ(queue_->failures(restore(folder_.home(), folder_ / "beside")), "");
+    queue_.reset();
     start(script("echo \"ignoring error for " + home("in/what?: no such blob") + "\" >&2\n" + copyScript +
                  "\necho 'Fatal: There were 1 errors' >&2; exit 1"));
     const std::uint32_t job = restore(folder_.home(), folder_ / "new");
@@ -125,6 +139,26 @@ TEST_F(RestoringTest, ThePlaceAddsNoRightsAndMissingFoldersComeAsTheyWere) {
     EXPECT_EQ(modeOf(home("d")), 0750U);
 }
 
+// More of them than one call of restic can name.
+TEST_F(RestoringTest, AnAccessRuleOfAFolderIsNotInheritedByWhatComesLater) {
+    constexpr int count = 420;
+    const auto name = [](int number) { return "d/" + std::string(240, 'n') + std::to_string(number); };
+    for (int number = 0; number < count; ++number)
+        folder_.write("home/" + name(number), "1");
+    setDefaultRule(home("d"));
+    folder_.backUp();
+    start();
+    fs::create_directory(folder_ / "out");
+    for (int number = 0; number < count; ++number)
+        ASSERT_NE(add(home(name(number)), folder_ / ("out/" + std::to_string(number))), 0U);
+    ASSERT_TRUE(waitFor([&] { return !ends_.empty() && reports_.back().job == 0; }));
+    for (int number = 0; number < count; ++number) {
+        const std::string file = folder_ / ("out/" + std::to_string(number));
+        EXPECT_EQ(::getxattr(file.c_str(), "system.posix_acl_access", nullptr, 0), -1) << file;
+        EXPECT_TRUE(fs::exists(file));
+    }
+}
+
 // Calls `work` on a thread that the modes of files apply to, also when the tests run as root.
 template <class Work>
 void asOrdinaryUser(Work work) {
@@ -159,6 +193,7 @@ TEST_F(RestoringTest, AttributesOfWhatNobodyMayWriteComeBackAndWriteProtectedFol
     asOrdinaryUser([&] {
         start();
         restore(home("d/e/f"), home("d/e/f"));
+        fs::permissions(home("d"), fs::perms::owner_all); // until it has been restored
         for (const std::string& target : {home("d"), folder_ / "out/d"}) {
             const std::uint32_t job = restore(home("d"), target);
             EXPECT_EQ(queue_->failures(job), "");
@@ -195,6 +230,7 @@ TEST_F(RestoringTest, WhatDoesNotFitComesInPortionsAndALargeFileWithItsHoles) {
     ASSERT_EQ(::setxattr(home("a/two\nlines").c_str(), "user.saved", "12345", 5, 0), 0);
     ASSERT_EQ(::chmod(home("a/two\nlines").c_str(), 04750), 0);
     fs::create_hard_link(home("a/1"), home("z"));
+    fs::create_hard_link(home("a/two\nlines"), home("y"));
     ASSERT_EQ(::chmod(home("a/b").c_str(), 0555), 0);
     for (const char* name : {"a/two\nlines", "a/b", "a", ""})
         setTime(home(name));
@@ -211,6 +247,7 @@ TEST_F(RestoringTest, WhatDoesNotFitComesInPortionsAndALargeFileWithItsHoles) {
     EXPECT_LT(status.st_blocks * 512, 100'000);
     EXPECT_EQ(::getxattr((folder_ / "out/a/two\nlines").c_str(), "user.saved", nullptr, 0), 5);
     EXPECT_TRUE(fs::equivalent(folder_ / "out/a/1", folder_ / "out/z"));
+    EXPECT_TRUE(fs::equivalent(folder_ / "out/a/two\nlines", folder_ / "out/y"));
     EXPECT_FALSE(hasStaging(folder_ / "out"));
 }
 
@@ -252,6 +289,7 @@ TEST_F(RestoringTest, TheJournalRemovesNothingButStagingFolders) {
     folder_.write("documents/letter", "");
     folder_.write(".kelvane-restore-mine/letter", "");
     folder_.write("elsewhere/.kelvane-restore-1/letter", "");
+    folder_.write(".kelvane-restore-1/letter", "");
     fs::create_symlink("elsewhere", folder_ / "link");
     std::string lines;
     for (const char* name : {"documents", ".kelvane-restore-mine", "link/.kelvane-restore-1"})
@@ -259,7 +297,8 @@ TEST_F(RestoringTest, TheJournalRemovesNothingButStagingFolders) {
     folder_.write("state/jobs", lines);
     start(copying());
     restore(home("a"), folder_ / "b");
-    for (const char* name : {"documents", ".kelvane-restore-mine", "elsewhere/.kelvane-restore-1"})
+    for (const char* name :
+         {"documents", ".kelvane-restore-mine", ".kelvane-restore-1", "elsewhere/.kelvane-restore-1"})
         EXPECT_TRUE(fs::exists(folder_ / name + "/letter")) << name;
 }
 
