@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -54,8 +55,9 @@ std::string savedFolder(const std::string& path, const std::string& target, cons
 } // namespace
 
 RestoreDelivery::RestoreDelivery(const BackupIndex& index, const StagingFolder& staging,
-                                 const FileErrors& errors, RestoreJournal& journal, const StopSignal& stop)
-    : index_(index), staging_(staging), errors_(errors), journal_(journal), stop_(stop) {
+                                 const FileErrors& errors, RestoreJournal& journal, SavedNodes& nodes,
+                                 const StopSignal& stop)
+    : index_(index), staging_(staging), errors_(errors), journal_(journal), nodes_(nodes), stop_(stop) {
     for (const auto& [path, reason] : errors_.items) {
         const BackupIndex::Item* const item = index_.find(path);
         const FileDescriptor around =
@@ -202,6 +204,8 @@ std::string RestoreDelivery::prepare(const Place& place) const {
     if (place.item.kind != ItemKind::File)
         return {};
     const std::string staged = place.path.substr(place.path.rfind('/') + 1);
+    if (std::string reason = completeAttributes(place); !reason.empty())
+        return reason;
     struct stat status {};
     if (::fstatat(place.staged, staged.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
         return errorText();
@@ -212,12 +216,32 @@ std::string RestoreDelivery::prepare(const Place& place) const {
     return place.item.size < smallestWithHoles ? std::string() : digHoles(place.staged, staged);
 }
 
+// Where an access rule does not let the owner write, restic may have set it first, could not set the others
+// then, and has not said so.
+std::string RestoreDelivery::completeAttributes(const Place& place) const {
+    const std::string name = lastPathComponent(place.path);
+    const FileDescriptor staged(::openat(place.staged, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    const std::string self = pathOfDescriptor(staged.get());
+    const Snapshot* const snapshot = index_.snapshot(place.item.snapshot);
+    if (!staged || !snapshot || ::faccessat(AT_FDCWD, self.c_str(), W_OK, AT_EACCESS) == 0 ||
+        ::getxattr(self.c_str(), "system.posix_acl_access", nullptr, 0) <= 0)
+        return {};
+    std::string failure;
+    const std::optional<SavedNode> node = nodes_.find(snapshot->id, place.path, failure);
+    if (!node)
+        return "its attributes cannot be found out: " + failure;
+    return makeOwnerAccessible(staged.get()) ? setAttributes(self, node->attributes)
+                                             : "its mode cannot be set: " + errorText();
+}
+
 void RestoreDelivery::deliverFolder(const Place& place, bool isAlone) {
     const bool isSaved = place.item.snapshot != 0; // else only contents of it are known
     const std::string name = place.path.substr(place.path.rfind('/') + 1);
     const FileDescriptor staged = isSaved ? openFolderIn(place.staged, name) : FileDescriptor();
     if (isSaved && !staged)
         return fail(place.path, missing);
+    if (const std::string reason = completeAttributes(place); !reason.empty())
+        fail(place.path, reason);
     const std::optional<FolderMetadata> metadata =
         isSaved ? std::optional<FolderMetadata>({staged.get(), accessOf(place.item), place.item.modified})
                 : std::nullopt;

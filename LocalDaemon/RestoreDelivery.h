@@ -7,6 +7,7 @@
 #include "LocalDaemon/RestorePlan.h"
 #include "LocalDaemon/RestoreStaging.h"
 #include "LocalDaemon/RestoreTrouble.h"
+#include "LocalDaemon/SavedNodes.h"
 #include "Platform/ChildProgram.h"
 
 #include <map>
@@ -25,7 +26,7 @@ namespace kelvane {
 class RestoreDelivery {
 public:
     RestoreDelivery(const BackupIndex& index, const StagingFolder& staging, const FileErrors& errors,
-                    RestoreJournal& journal, const StopSignal& stop);
+                    RestoreJournal& journal, SavedNodes& nodes, const StopSignal& stop);
 
     void deliver(const RestorePiece& piece);
     [[nodiscard]] std::vector<RestoreFailure> takeFailures() { return std::exchange(failures_, {}); }
@@ -64,12 +65,14 @@ private:
     [[nodiscard]] std::string errorOfOtherNames(const struct stat& status) const;
     [[nodiscard]] static bool isTargetInDoubt(const Place& place, const std::string& staged);
     [[nodiscard]] std::string prepare(const Place& place) const;
+    [[nodiscard]] std::string completeAttributes(const Place& place) const;
     void fail(const std::string& path, const std::string& reason);
 
     const BackupIndex& index_;
     const StagingFolder& staging_;
     const FileErrors& errors_;
     RestoreJournal& journal_; // of folders whose owner is given access
+    SavedNodes& nodes_;
     const StopSignal& stop_;
     std::map<ino_t, std::string> errorsOfInodes_; // in the staging folder
     std::vector<RestoreFailure> failures_;

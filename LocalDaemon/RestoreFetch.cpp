@@ -17,6 +17,8 @@ constexpr std::chrono::hours forEver(24 * 365);
 constexpr std::size_t mostErrorBytes = std::size_t{16} << 20U;
 constexpr std::size_t mostFoldersListed = 100; // for the errors of one snapshot
 
+constexpr const char* callFolder = "0"; // no snapshot has this number
+
 // With this restic has done all that it could.
 constexpr std::string_view doneWithErrors = "Fatal: There were ";
 
@@ -79,14 +81,13 @@ RestoreFetch::Try RestoreFetch::fetchFrom(std::uint32_t number, const SnapshotPa
     const std::string whole = std::to_string(number);
     std::string said;
     for (const auto& includes : includeArguments(paths)) {
-        const std::string folder = whole + "-next";
         std::vector<std::string> arguments{"restore", snapshot->id, "--target",
-                                           staging.path() + '/' + folder};
+                                           staging.path() + '/' + callFolder};
         arguments.insert(arguments.end(), includes.begin(), includes.end());
         Try call = callRestic(std::move(arguments), staging.path(), said);
         if (!call.failure.empty() || tools_.stop.isSet())
             return call;
-        if (!staging.merge(folder, whole))
+        if (!staging.merge(callFolder, whole))
             return {"what has come out of the backup cannot be moved: " + reasonText()};
     }
     std::map<std::string, std::set<std::string>> listed;

@@ -13,6 +13,7 @@
 #include <sys/xattr.h>
 #include <system_error>
 #include <unistd.h>
+#include <vector>
 
 namespace kelvane {
 namespace {
@@ -35,8 +36,8 @@ std::vector<std::string> attributeNames(const std::string& path) {
     return names;
 }
 
-std::vector<char> attribute(const std::string& path, const std::string& name) {
-    std::vector<char> value(largestAttribute);
+std::string attribute(const std::string& path, const std::string& name) {
+    std::string value(largestAttribute, '\0');
     const ssize_t size = ::getxattr(path.c_str(), name.c_str(), value.data(), value.size());
     value.resize(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
     return value;
@@ -92,6 +93,16 @@ std::string timeFault(const struct stat& now, FileTime saved) {
 
 } // namespace
 
+std::string setAttributes(const std::string& path, const Attributes& attributes) {
+    for (const bool areRules : {false, true})
+        for (const auto& [name, value] : attributes)
+            if (isAccessRule(name) == areRules &&
+                ::setxattr(path.c_str(), name.c_str(), value.data(), value.size(), 0) != 0 &&
+                isOfTheBackup(name) && (areRules || errno != ENOTSUP))
+                return "its attribute " + name + " cannot be set: " + reasonText();
+    return {};
+}
+
 std::string setSavedTime(int folder, const std::string& name, FileTime modified) {
     struct stat status {};
     if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
@@ -145,18 +156,12 @@ std::string FolderMetadata::applyTo(int folder, Use use) const {
     return ::fstat(folder, &now) == 0 ? timeFault(now, modified_) : reasonText();
 }
 
-// What a file system does not know is left out, except for an access rule, which may be narrower than the
-// mode; so is what only root may set.
 std::string FolderMetadata::replaceAttributes(const std::string& path) const {
     for (const std::string& name : attributeNames(path))
         if (isOfTheBackup(name) && !attributes_.contains(name) &&
             ::removexattr(path.c_str(), name.c_str()) != 0 && errno != ENODATA)
             return "its attribute " + name + " cannot be taken off: " + reasonText();
-    for (const auto& [name, value] : attributes_)
-        if (::setxattr(path.c_str(), name.c_str(), value.data(), value.size(), 0) != 0 &&
-            isOfTheBackup(name) && (errno != ENOTSUP || isAccessRule(name)))
-            return "its attribute " + name + " cannot be set: " + reasonText();
-    return {};
+    return setAttributes(path, attributes_);
 }
 
 std::string digHoles(int folder, const std::string& name) {
@@ -173,7 +178,7 @@ std::string digHoles(int folder, const std::string& name) {
     if (!file)
         return reasonText();
     const std::string path = pathOfDescriptor(file.get());
-    const std::vector<char> saved = attribute(path, capability); // goes with the first change
+    const std::string saved = attribute(path, capability); // goes with the first change
     const bool isRead = findZeros(file.get(), status.st_blksize, [&](off_t begin, off_t length) {
         // Where there are no holes the zeros stay.
         static_cast<void>(::fallocate(file.get(), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, begin, length));

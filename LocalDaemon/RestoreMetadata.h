@@ -5,7 +5,6 @@
 #include <map>
 #include <string>
 #include <sys/stat.h>
-#include <vector>
 
 namespace kelvane {
 
@@ -18,6 +17,12 @@ struct SavedAccess {
 // A saved mode for something that may have another owner now: it gives nobody more than was saved. A program
 // does not run as somebody it was not meant for, and another group may do what everybody may.
 [[nodiscard]] mode_t modeFor(const SavedAccess& saved, const struct stat& now);
+
+// Extended attributes. What a file system does not know is left out, except for an access rule, which may be
+// narrower than the mode; so is what only root may set. Access rules come last, since they may forbid the
+// others. Empty, or why it failed.
+using Attributes = std::map<std::string, std::string>;
+[[nodiscard]] std::string setAttributes(const std::string& path, const Attributes& attributes);
 
 // A folder's mode and owner, and the times and extended attributes of the staged one, as they are when this
 // is made: what is then taken out of the folder changes its times. Folders are descriptors, of which O_PATH
@@ -37,7 +42,7 @@ private:
     SavedAccess access_;
     FileTime modified_;
     struct stat status_ {};
-    std::map<std::string, std::vector<char>> attributes_;
+    Attributes attributes_;
     std::string failure_; // to read it
 };
 

@@ -38,7 +38,8 @@ std::uint64_t roomFor(const FileTotals& totals) {
 RestoreRun::RestoreRun(Tools tools)
     : tools_(std::move(tools)),
       fetch_({tools_.restic, tools_.index, tools_.stop, tools_.waits, tools_.onWait,
-              [this](const Arrival& arrival) { countArrival(arrival); }}) {}
+              [this](const Arrival& arrival) { countArrival(arrival); }}),
+      nodes_(tools_.restic, tools_.stop) {}
 
 std::vector<RestoreRun::Failures> RestoreRun::run(const std::vector<RestoreJob>& jobs) {
     failures_.assign(jobs.size(), {});
@@ -187,7 +188,7 @@ void RestoreRun::streamAndDeliver(const std::string& folder, const RestorePieces
             return fail(files, failure);
         tools_.onWait("There is little room in " + folder +
                       ": files that may have holes are written one by one, which takes longer.");
-        RestoreStream stream({tools_.restic, tools_.index, tools_.stop,
+        RestoreStream stream({tools_.restic, tools_.index, nodes_, tools_.stop,
                               [this](const Arrival& arrival) { countArrival(arrival); }});
         for (const RestorePiece& file : files)
             if (tools_.stop.isSet())
@@ -216,7 +217,7 @@ void RestoreRun::streamAndDeliver(RestoreStream& stream, const StagingFolder& st
 void RestoreRun::deliver(const StagingFolder& staging, const FileErrors& errors,
                          const RestorePieces& pieces) {
     ::syncfs(staging.descriptor()); // a rename may reach the disk before what it names
-    RestoreDelivery delivery(*tools_.index, staging, errors, tools_.journal, tools_.stop);
+    RestoreDelivery delivery(*tools_.index, staging, errors, tools_.journal, nodes_, tools_.stop);
     for (const RestorePiece& piece : pieces) {
         delivery.deliver(piece);
         std::ranges::move(delivery.takeFailures(), std::back_inserter(failures_[piece.job]));

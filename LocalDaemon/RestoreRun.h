@@ -65,6 +65,7 @@ private:
 
     const Tools tools_;
     const RestoreFetch fetch_;
+    SavedNodes nodes_;
     std::uint32_t firstJob_ = 0;
     std::map<std::string, RestorePieces> groups_; // by the folder that their staging folder stands in
     std::vector<Failures> failures_;

@@ -4,6 +4,7 @@
 #include "LocalDaemon/Restic.h"
 #include "LocalDaemon/RestoreArrival.h"
 #include "LocalDaemon/RestoreStaging.h"
+#include "LocalDaemon/SavedNodes.h"
 
 #include <functional>
 #include <map>
@@ -23,13 +24,11 @@ public:
     struct Tools {
         std::shared_ptr<const Restic> restic;
         std::shared_ptr<const BackupIndex> index;
+        SavedNodes& nodes;
         const StopSignal& stop;
         std::function<void(const Arrival&)> onArrival; // on any thread, one at a time
     };
-    explicit RestoreStream(Tools tools);
-    ~RestoreStream();
-    RestoreStream(const RestoreStream&) = delete;
-    RestoreStream& operator=(const RestoreStream&) = delete;
+    explicit RestoreStream(Tools tools) : tools_(std::move(tools)) {}
 
     // Empty, or why it failed; then nothing of it is left.
     [[nodiscard]] std::string bring(const BackupIndex::Item& file, const StagingFolder& staging);
@@ -37,7 +36,6 @@ public:
     void noteDelivered(const std::string& target);
 
 private:
-    class Trees;
     using Inode = std::tuple<std::uint32_t, std::uint64_t, std::uint64_t>; // snapshot, device, number
     struct Delivered {
         std::string target;
@@ -49,13 +47,9 @@ private:
                                     const StagingFolder& staging) const;
 
     const Tools tools_;
-    const std::unique_ptr<Trees> trees_;   // of the repository
     std::map<Inode, Delivered> delivered_; // of those that have several names
     Inode last_;
     bool hasNames_ = false; // the last one has several
 };
-
-// A name in a tree of the repository: what is not printable in it is escaped as in the strings of Go.
-[[nodiscard]] std::string nameInTree(std::string_view escaped);
 
 } // namespace kelvane

@@ -1,8 +1,11 @@
 #include "LocalDaemon/RestorePlan.h"
+#include "LocalDaemon/RestoreArrival.h"
 #include "LocalDaemon/RestoreStaging.h"
-#include "LocalDaemon/RestoreStream.h"
+#include "LocalDaemon/SavedNodes.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
+#include <chrono>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <numeric>
 
@@ -85,7 +88,19 @@ TEST(RestorePlan, AsksForEachFileOnceAndInCallsThatTheSystemTakes) {
                   {"--include", "/a", "--include", "!/a/*", "--include", "/a/b", "--include", "!/a/b/*"}}));
 }
 
-TEST(RestoreStream, ReadsNamesAsTreesHaveThem) {
+TEST(RestoreArrival, SeesThatSomethingComesIntoAFileThatHasItsSizeAlready) {
+    const tests::TemporaryFolder folder;
+    const BackupIndex index = indexOf({{item("/a", true), item("/a/f", false)}});
+    const std::string file = folder.write("1/a/f", "0");
+    const Arrival first = arrivalIn(folder.path(), index);
+    EXPECT_EQ(first.files, 1U);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (arrivalIn(folder.path(), index) == first && std::chrono::steady_clock::now() < deadline)
+        std::fstream(file, std::ios::in | std::ios::out) << '1'; // time goes in steps
+    EXPECT_NE(arrivalIn(folder.path(), index).lastChange, first.lastChange);
+}
+
+TEST(SavedNodes, ReadsNamesAsTreesHaveThem) {
     EXPECT_EQ(nameInTree(R"(a\"\\\n\xff\u00a0\U0001f600\)"), "a\"\\\n\xff\u00a0\U0001f600\\");
 }
 

@@ -96,7 +96,7 @@ TEST_F(RestoringTest, ALinkThatIsPutInTheWayLeadsNowhereAndOneThatWasThereIsFoll
 }
 
 // User 65533 may read what is made in the folder: rules as the system keeps them.
-void setDefaultRule(const std::string& folder) {
+void setRule(const std::string& path, const char* kind) {
     const struct {
         std::uint32_t version = 2;
         struct {
@@ -104,7 +104,7 @@ void setDefaultRule(const std::string& folder) {
             std::uint32_t id;
         } entries[5] = {{1, 7, ~0U}, {2, 7, 65533}, {4, 7, ~0U}, {16, 7, ~0U}, {32, 5, ~0U}};
     } rules;
-    ASSERT_EQ(::setxattr(folder.c_str(), "system.posix_acl_default", &rules, sizeof rules, 0), 0);
+    ASSERT_EQ(::setxattr(path.c_str(), kind, &rules, sizeof rules, 0), 0);
 }
 
 TEST_F(RestoringTest, ThePlaceAddsNoRightsAndMissingFoldersComeAsTheyWere) {
@@ -118,8 +118,8 @@ TEST_F(RestoringTest, ThePlaceAddsNoRightsAndMissingFoldersComeAsTheyWere) {
     folder_.backUp();
     const std::string target = folder_ / "out/d";
     fs::create_directories(target);
-    setDefaultRule(folder_ / "out");
-    setDefaultRule(target);
+    setRule(folder_ / "out", "system.posix_acl_default");
+    setRule(target, "system.posix_acl_default");
     ASSERT_EQ(::setxattr(target.c_str(), "user.other", "1", 1, 0), 0);
     start();
     restore(home("d"), target);
@@ -145,7 +145,7 @@ TEST_F(RestoringTest, AnAccessRuleOfAFolderIsNotInheritedByWhatComesLater) {
     const auto name = [](int number) { return "d/" + std::string(240, 'n') + std::to_string(number); };
     for (int number = 0; number < count; ++number)
         folder_.write("home/" + name(number), "1");
-    setDefaultRule(home("d"));
+    setRule(home("d"), "system.posix_acl_default");
     folder_.backUp();
     start();
     fs::create_directory(folder_ / "out");
@@ -176,10 +176,14 @@ void asOrdinaryUser(Work work) {
 
 TEST_F(RestoringTest, AttributesOfWhatNobodyMayWriteComeBackAndWriteProtectedFoldersTakeThem) {
     const std::vector<std::pair<const char*, mode_t>> items{{"d/f", 0400}, {"d/g", 0},    {"d/e/f", 04555},
-                                                            {"d/e", 0500}, {"d/none", 0}, {"d", 0500}};
-    fs::create_directories(home("d/none"));
-    for (const char* name : {"d/f", "d/g", "d/e/f"})
+                                                            {"d/e", 0500}, {"d/none", 0}, {"d/rule", 0550},
+                                                            {"d/r", 0440}, {"d", 0500}};
+    for (const char* name : {"d/none", "d/rule"})
+        fs::create_directories(home(name));
+    for (const char* name : {"d/f", "d/g", "d/e/f", "d/r"})
         folder_.write(std::string("home/") + name, name);
+    for (const char* name : {"d/rule", "d/r"}) // which restic then sets before the others
+        setRule(home(name), "system.posix_acl_access");
     for (const auto& [name, mode] : items) {
         ASSERT_EQ(::setxattr(home(name).c_str(), "user.saved", name, 2, 0), 0) << name;
         ASSERT_EQ(::chmod(home(name).c_str(), mode), 0);
