@@ -17,11 +17,6 @@ constexpr const char* lostAndFound = "lost+found";             // mkfs makes it
 constexpr std::size_t mostLookedAt = 100;                      // entries of a folder
 constexpr std::int64_t usualAbsence = std::int64_t{7} * 86400; // seconds that nobody is warned of
 
-bool isInBackup(const BackupIndex& index, const std::string& path) {
-    const BackupIndex::Item* const item = index.find(path);
-    return item && index.hasContent(*item);
-}
-
 // Nothing in it could have been backed up. One that cannot be read is not empty.
 bool isEmpty(const std::string& folder, const BackupRules& rules, const FileSystem& fileSystem) {
     const FolderListing listing = fileSystem.list(folder, mostLookedAt);
@@ -48,6 +43,11 @@ std::string nearestOf(const std::set<std::string, std::less<>>& folders, const s
 }
 
 } // namespace
+
+bool isInBackup(const BackupIndex& index, const std::string& path) {
+    const BackupIndex::Item* const item = index.find(path);
+    return item && (item->kind != ItemKind::Folder || !index.children(*item).empty());
+}
 
 Absences absencesNow(const Settings& settings, const BackupRules& rules, const BackupIndex& index,
                      const FileSystem& fileSystem) {

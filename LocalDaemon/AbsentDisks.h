@@ -23,6 +23,9 @@ enum class Absence {
 // By mount point or folder.
 using Absences = std::map<std::string, Absence, std::less<>>;
 
+// Whether the backup holds anything of a disk, if only folders.
+[[nodiscard]] bool isInBackup(const BackupIndex& index, const std::string& path);
+
 // Where what the backup holds is away now, whatever a person has decided about it: on the mount points that
 // the settings remember, and in the home folder and the volumes. A place that a mount point above it explains
 // is not named by itself. Blocks on the disk.

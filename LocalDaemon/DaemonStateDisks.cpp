@@ -124,8 +124,7 @@ Absences DaemonState::absences() const {
 }
 
 bool DaemonState::isInBackup(const std::string& path) const {
-    const BackupIndex::Item* const item = index_->find(path);
-    return item && index_->hasContent(*item);
+    return kelvane::isInBackup(*index_, path);
 }
 
 } // namespace kelvane
