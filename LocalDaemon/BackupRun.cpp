@@ -4,9 +4,13 @@
 #include "LocalDaemon/ResticJson.h"
 #include "LocalDaemon/ResticNames.h"
 #include "LocalDaemon/RestoreStaging.h"
+#include "Platform/FileContents.h"
+#include "Platform/SpecialFolders.h"
 #include "Support/Logging.h"
 
 #include <algorithm>
+#include <set>
+#include <span>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,6 +20,9 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto tellInterval = 250ms;
+constexpr std::size_t mostPatternArguments = 100;
+constexpr const char* patternFileName = "/kelvane-patterns";
+constexpr mode_t privateMode = 0600;
 constexpr std::string_view interruptMark = "signal interrupt received";
 
 std::string listOf(const std::vector<std::string>& targets) {
@@ -25,14 +32,47 @@ std::string listOf(const std::vector<std::string>& targets) {
     return list;
 }
 
+// For what is in these folders, which stay themselves. A program takes only so many arguments: the other
+// patterns stand in a file, a line each. Returns the folders of which neither can tell.
+std::vector<std::string> addPatterns(std::vector<std::string> emptied, const std::string& path,
+                                     std::vector<std::string>& arguments) {
+    const auto rest = std::ranges::partition(
+        emptied, [](const std::string& folder) { return folder.find('\n') != std::string::npos; });
+    const std::size_t count = std::min(emptied.size(), mostPatternArguments);
+    const std::size_t firstInFile = std::max(count, emptied.size() - rest.size());
+    const std::span<const std::string> all(emptied);
+    for (const std::string& folder : all.first(count))
+        arguments.insert(arguments.end(), {"--exclude", withSeparator(escapedForPattern(folder)) + '*'});
+    const auto leftOver = all.subspan(count, firstInFile - count);
+    std::vector<std::string> others(leftOver.begin(), leftOver.end());
+    const auto inFile = all.subspan(firstInFile);
+    std::string lines;
+    for (const std::string& folder : inFile) {
+        for (const char each : withSeparator(escapedForPattern(folder)))
+            lines += each == '$' ? std::string("$$") : std::string(1, each); // else it begins a variable
+        lines += "*\n";
+    }
+    if (lines.empty())
+        return others;
+    const std::span bytes(reinterpret_cast<const std::uint8_t*>(lines.data()), lines.size());
+    const std::string failure = ensureFolder(std::string(folderOf(path)))
+                                    ? replaceFileAtomically(path, bytes, privateMode).reason
+                                    : "cannot make the folder of " + path;
+    if (failure.empty()) {
+        arguments.insert(arguments.end(), {"--exclude-file", path});
+    } else {
+        KelvaneSystemLog("Folders in which everything is excluded are not backed up: %@", failure);
+        others.insert(others.end(), inFile.begin(), inFile.end());
+    }
+    return others;
+}
+
 std::vector<std::string> argumentsFor(const BackupRun::Wanted& wanted) {
     // The verbose form names each file that is done, so that counts need not be guessed.
     std::vector<std::string> arguments{"backup",           "--json", "--verbose=2", "--one-file-system",
                                        "--files-from-raw", "-"};
     // Of a restore that begins only now.
     arguments.insert(arguments.end(), {"--exclude", std::string(stagingPrefix) + '*'});
-    for (const std::string& folder : wanted.targets.emptied)
-        arguments.insert(arguments.end(), {"--exclude", withSeparator(escapedForPattern(folder)) + '*'});
     for (const std::string& tag : wanted.tags)
         arguments.insert(arguments.end(), {"--tag", tag});
     // restic would look for one with the same list of paths, which is another one after each change of the
@@ -80,13 +120,22 @@ BackupRun::Result BackupRun::run(const Wanted& wanted, const StopSignal& stop) {
     tell();
     Restic::Call call;
     call.arguments = argumentsFor(wanted);
-    call.input = listOf(wanted.targets.paths);
+    const std::string patternFile = repository_.restic().place().cacheFolder + patternFileName;
+    std::vector<std::string> unread = addPatterns(wanted.targets.emptied, patternFile, call.arguments);
+    const std::set<std::string> leftOut(unread.begin(), unread.end());
+    std::vector<std::string> paths = wanted.targets.paths;
+    std::erase_if(paths, [&](const std::string& path) { return leftOut.contains(path); });
+    unread.insert(unread.end(), wanted.targets.unread.begin(), wanted.targets.unread.end());
+    unread.resize(std::min(unread.size(), mostUnread));
+    result_.unread = std::move(unread);
+    call.input = listOf(paths);
     call.patience = wanted.patience;
     call.patienceWithRetries = wanted.patienceWithRetries;
     call.hasLowerPriority = wanted.hasLowerPriority;
     call.onLine = [this](std::string_view line) { return takeLine(line); };
     call.onErrorLine = [this](std::string_view line) { takeErrorLine(line); };
     result_.outcome = repository_.restic().run(call, stop);
+    ::unlink(patternFile.c_str());
     activity_.currentFile.clear();
     tell();
     return result_;

@@ -3,18 +3,18 @@
 #include "LocalDaemon/CleanPath.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <iterator>
-#include <optional>
+#include <set>
+#include <string_view>
 #include <sys/stat.h>
+#include <system_error>
 
 namespace kelvane {
 namespace {
 
 namespace fs = std::filesystem;
-
-// restic compares each path with the pattern of each.
-constexpr std::size_t mostEmptied = 100;
 
 // What a person has put in the backup and is not reached from a folder that is in it.
 std::vector<std::string> beginnings(const BackupRules& rules) {
@@ -25,10 +25,15 @@ std::vector<std::string> beginnings(const BackupRules& rules) {
     return paths;
 }
 
-// None: it has gone meanwhile.
-std::optional<dev_t> deviceOf(const std::string& path) {
+// As lstat says it.
+struct Device {
+    dev_t number = 0;
+    int error = 0;
+};
+
+Device deviceOf(const std::string& path) {
     struct stat status {};
-    return ::lstat(path.c_str(), &status) == 0 ? std::optional(status.st_dev) : std::nullopt;
+    return ::lstat(path.c_str(), &status) == 0 ? Device{status.st_dev} : Device{0, errno};
 }
 
 class Walk {
@@ -36,71 +41,105 @@ public:
     Walk(const BackupRules& rules, const std::atomic<bool>& stopping) : rules_(rules), stopping_(stopping) {}
 
     // What is in of a path that is in.
-    void take(const std::string& path, BackupTargets& targets) {
+    void take(const std::string& path) {
         std::error_code error;
         const fs::file_status status = fs::symlink_status(path, error);
         if (status.type() == fs::file_type::not_found)
             return;
         std::vector<std::string> parts;
         if (!fs::is_directory(status) || isWhole(path, parts))
-            targets.paths.push_back(path);
+            targets_.paths.push_back(path);
         else
-            std::ranges::move(parts, std::back_inserter(targets.paths));
-        targets.emptied = emptied_;
+            std::ranges::move(parts, std::back_inserter(targets_.paths));
+    }
+
+    // restic takes what leaves out the contents of a folder for all that is below it, what is asked for by
+    // name too. A folder with something below it that is asked for comes with that.
+    BackupTargets targets() {
+        std::set<std::string_view> asked(targets_.paths.begin(), targets_.paths.end());
+        std::set<std::string, std::less<>> passed;
+        std::erase_if(targets_.emptied, [&](const std::string& folder) {
+            const auto next = asked.upper_bound(withSeparator(folder));
+            const bool isPassed = next != asked.end() && next->starts_with(withSeparator(folder));
+            return isPassed && passed.insert(folder).second;
+        });
+        std::erase_if(targets_.paths, [&](const std::string& path) { return passed.contains(path); });
+        return std::move(targets_);
     }
 
 private:
     // False: some of the folder is out, and `parts` has what is in: the folder itself when nothing else is.
     // Recursion is as deep as a path can be long.
     bool isWhole(const std::string& folder, std::vector<std::string>& parts) {
+        const Device device = deviceOf(folder);
+        if (device.error != 0) {
+            noteUnread(folder, device.error);
+            return isGone(device.error); // then restic finds nothing there
+        }
         bool isWhole = true;
-        const auto device = deviceOf(folder);
         std::error_code error;
         for (fs::directory_iterator at(folder, error); !error && at != fs::directory_iterator() && !stopping_;
-             at.increment(error)) {
-            const std::string& path = at->path().native();
-            const auto rule = ruleAt(rules_, path);
-            // One that is in by a rule of its own may be another file system, which restic takes only when it
-            // is named.
-            isWhole = isWhole && !rule;
-            if (rule && !rule->isIn())
-                continue;
-            if (!rule && deviceOf(path) != device)
-                continue; // another file system is in only when somebody has said so
-            std::vector<std::string> below;
-            std::error_code unknown;
-            if (!fs::is_directory(at->symlink_status(unknown)) || this->isWhole(path, below)) {
-                parts.push_back(path);
-            } else {
-                isWhole = false;
-                std::ranges::move(below, std::back_inserter(parts));
-            }
-        }
-        if (!isWhole && parts.empty() && emptied_.size() < mostEmptied) {
+             at.increment(error))
+            isWhole = takeEntry(*at, device.number, parts) && isWhole;
+        if (error) {
+            noteUnread(folder, error.value());
+            // Where this process may not look, restic may not either.
+            isWhole = isWhole && error == std::errc::permission_denied;
+        } else if (!isWhole && parts.empty()) {
             parts.push_back(folder);
-            emptied_.push_back(folder);
+            targets_.emptied.push_back(folder);
         }
         return isWhole;
     }
 
+    // False: some of it is out.
+    bool takeEntry(const fs::directory_entry& entry, dev_t device, std::vector<std::string>& parts) {
+        const std::string& path = entry.path().native();
+        const auto rule = ruleAt(rules_, path);
+        if (rule && !rule->isIn())
+            return false;
+        // One that is in by a rule of its own may be another file system, which restic takes only when it is
+        // named; else another file system is out.
+        if (!rule) {
+            const Device own = deviceOf(path);
+            if (own.error != 0)
+                noteUnread(path, own.error);
+            if (own.error != 0 || own.number != device)
+                return true;
+        }
+        std::vector<std::string> below;
+        std::error_code unknown;
+        if (!fs::is_directory(entry.symlink_status(unknown)) || isWhole(path, below)) {
+            parts.push_back(path);
+            return !rule;
+        }
+        std::ranges::move(below, std::back_inserter(parts));
+        return false;
+    }
+
+    static bool isGone(int error) { return error == ENOENT || error == ENOTDIR; }
+    void noteUnread(const std::string& path, int error) {
+        if (!isGone(error))
+            targets_.unread.push_back(path);
+    }
+
     const BackupRules& rules_;
     const std::atomic<bool>& stopping_;
-    std::vector<std::string> emptied_;
+    BackupTargets targets_;
 };
 
 } // namespace
 
 BackupTargets backupTargets(const BackupRules& rules, const std::string& path,
                             const std::atomic<bool>& stopping) {
-    BackupTargets targets;
     Walk walk(rules, stopping);
     if (verdictFor(rules, path).isIn())
-        walk.take(path, targets);
+        walk.take(path);
     else
         for (const std::string& beginning : beginnings(rules))
             if (beginning.starts_with(withSeparator(path)))
-                walk.take(beginning, targets);
-    return targets;
+                walk.take(beginning);
+    return walk.targets();
 }
 
 } // namespace kelvane

@@ -172,7 +172,7 @@ TEST(BackupTargets, HoldAllThatIsInAndNothingElseInFewPaths) {
     rules.paths.exclusions.insert(home / "part/out");
     const std::atomic<bool> stopping = false;
     const auto targets = [&](const std::string& path) {
-        auto [found, emptied] = backupTargets(rules, path, stopping);
+        auto [found, emptied, unread] = backupTargets(rules, path, stopping);
         EXPECT_EQ(std::ranges::count(found, home / "left"), std::ssize(emptied)) << path;
         std::ranges::sort(found);
         return found;
@@ -193,6 +193,8 @@ TEST(BackupTargets, HoldAllThatIsInAndNothingElseInFewPaths) {
     rules.paths.mark(home / "whole/deep/b", PathRules::Mark::Added);
     rules.paths.mark(home / "gone", PathRules::Mark::Added);
     EXPECT_EQ(targets("/"), (Paths{home / "whole/a", home / "whole/deep/b"}));
+    std::filesystem::remove(home / "whole/a");
+    EXPECT_EQ(targets("/"), Paths{home / "whole/deep/b"}) << "it would be left out with all of the folder";
 }
 
 } // namespace
