@@ -163,13 +163,11 @@ TEST_F(BackingUp, WhatIsOnADiskThatIsAwayDoesNotCountAsDeleted) {
     ASSERT_TRUE(comesToRest(2, 8));
     EXPECT_EQ(snapshots(), 2U);
 
-    const auto restic = std::make_shared<Restic>(
-        RepositoryPlace{folders / "repository", folders / "state/password", folders / "cache", {}, "restic"});
-    const auto made = Repository(restic, 7).snapshots(StopSignal()).snapshots;
+    const auto made = repository().snapshots(StopSignal()).snapshots;
     ASSERT_EQ(made.size(), 2U);
     EXPECT_FALSE(made[0].isPartial);
     EXPECT_TRUE(made[1].isPartial) << "so that it does not replace the one that holds the disk";
-    for (const SnapshotItem& item : Repository(restic, 7).list(made[1].id, StopSignal()).items)
+    for (const SnapshotItem& item : repository().list(made[1].id, StopSignal()).items)
         EXPECT_FALSE(item.path.starts_with(disk)) << "an empty mount point is no folder of the disk";
 }
 

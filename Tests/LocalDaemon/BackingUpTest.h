@@ -2,6 +2,7 @@
 
 #include "Common/FileNodeFlags.h"
 #include "Common/RestoreStatus.h"
+#include "LocalDaemon/Repository.h"
 #include "Support/Logging.h"
 #include "Tests/LocalDaemon/RunningDaemon.h"
 
@@ -40,6 +41,7 @@ protected:
             options.settled.set("policyExcludeList", Array{in("odd [x]/left out/"), in(".cache/")});
             if (clock.wall != 0)
                 options.machineClock = [this] { return clock; };
+            adjust(options);
         });
         pane = std::make_unique<TestPane>(folders.socket());
     }
@@ -76,6 +78,11 @@ protected:
         return pane->call<"performAlertAction:ofAlert:">(alert["actions"].array().at(number), alert["id"]);
     }
 
+    [[nodiscard]] Repository repository() const {
+        return {std::make_shared<Restic>(RepositoryPlace{
+                    folders / "repository", folders / "state/password", folders / "cache", {}, "restic"}),
+                7};
+    }
     [[nodiscard]] std::string failuresOf(const Value& source, const std::string& target) {
         const auto job = pane->call<"restoreFile:toPath:version:priority:">(source, target, 0U, 50U);
         EXPECT_TRUE(
@@ -86,6 +93,7 @@ protected:
     const tests::DaemonFolders folders;
     bool areDisksAway = false;
     std::atomic<bool> isHomeMounted = false;
+    std::function<void(LocalDaemon::Options&)> adjust = [](LocalDaemon::Options&) {};
     ClockReading clock; // the machine's own as long as it shows nothing
     const LogSinkToken quiet = setLogSink([](const LogEntry&) {});
     std::unique_ptr<RunningDaemon> daemon;

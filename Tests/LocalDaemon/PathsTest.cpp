@@ -113,6 +113,9 @@ TEST_F(Paths, FollowTheExclusions) {
     fs::rename(in("a"), in("c"));
     fs::create_symlink("c", in("a")); // the rule still stands where it stood
     EXPECT_EQ(pane.call<"unexcludeFileFromBackup:">(excluded[0]["path"]), 0U);
+    EXPECT_EQ(pane.call<"excludeFileFromBackup:">(in("c")), 0U);
+    pane.call<"addFileToBackup:">(in("c/missing"));
+    EXPECT_EQ(colors({in("c"), in("c/missing")}), (Array{1, 0})) << "what is not there is not added";
 }
 
 TEST(NodeAnswers, ShowWhatTheIndexHasAndStayInTheFileSystemOfTheRule) {

@@ -89,6 +89,8 @@ TEST_F(LocalDaemonProgram, KeepsItsSettingsItsRulesAndItsPlaceWhenItIsKilled) {
         pane.call<"setAutomaticMode:">(false);
         EXPECT_EQ(pane.call<"excludeFileFromBackup:">(file), 0U);
         pane.call<"addFileToBackup:">(file);
+        for (int line = 0; line < 2000; ++line) // of its standard error, which nobody reads
+            pane.invoke("setValueForProfileKey:withString:", {7, "no key"});
         EXPECT_EQ(pane.call<"backupColorsForFiles:">(Value(Array{file})), Array{3});
     }
     killed->send(SIGKILL);

@@ -35,16 +35,18 @@ TEST_F(BackingUp, PruningMakesRoomForARestore) {
     clock.sinceBoot += 86400;
     folders.write("home/file", "333");
     const std::string lock = folders / "pruning";
-    start({}, folders.program("case $1 in\nprune) trap 'rm " + lock + "; exit 130' INT; touch " + lock +
-                              "; sleep 600 & wait;;\nrestore) if [ -e " + lock +
-                              " ]; then echo 'repository is already locked' >&2; exit 1; fi;;\nesac\n" +
-                              "exec restic \"$@\""));
+    start({},
+          folders.program("case $1 in\nprune) nice >" + folders / "priority" + "; trap 'rm " + lock +
+                          "; exit 130' INT; touch " + lock + "; sleep 600 & wait;;\nrestore) if [ -e " +
+                          lock + " ]; then echo 'repository is already locked' >&2; exit 1; fi;;\nesac\n" +
+                          "exec restic \"$@\""));
     pane->call<"setPriorityBackup:">("/");
     ASSERT_TRUE(comesTo([&] { return fs::exists(lock); }));
     const auto job =
         pane->call<"restoreFile:toPath:version:priority:">(in("file"), folders / "back", 0U, 50U);
     EXPECT_TRUE(comesTo([&] { return pane->call<"getRestoreJobStatus:">(job) == restorestatus::finished; }));
     EXPECT_EQ(folders.read("back"), "333");
+    EXPECT_EQ(folders.read("priority"), "19\n");
 }
 
 TEST_F(BackingUp, AsksBeforeManyFilesThatDisappearedAreForgotten) {

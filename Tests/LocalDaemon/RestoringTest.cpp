@@ -1,6 +1,8 @@
 #include "Tests/LocalDaemon/RestoreQueueFixture.h"
 
 #include <linux/capability.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/xattr.h>
@@ -285,6 +287,36 @@ TEST_F(RestoringTest, ADevicePipeOrSocketIsNotReplacedAndALongPathIsReached) {
     EXPECT_EQ(queue_->failures(job), home("pipe") + ": a device, pipe or socket stands in its place\n");
     EXPECT_TRUE(fs::is_fifo(home("pipe")));
     EXPECT_EQ(folder_.read(deep + "/f"), "deep");
+}
+
+// A small disk that is mounted in the folder: nothing can be moved onto it from beside it.
+TEST_F(RestoringTest, WhatComesToAnotherDiskIsRestoredByItselfAndOnlyWhereItFits) {
+    for (const char* name : {"disk/f", "g"})
+        folder_.write(std::string("home/") + name, name);
+    folder_.write("home/large", noise(500'000));
+    folder_.backUp();
+    fs::create_directories(folder_ / "out/disk");
+    bool isMounted = false;
+    std::thread([&] {
+        isMounted = ::unshare(CLONE_NEWNS) == 0 &&
+                    ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                    ::mount("none", (folder_ / "out/disk").c_str(), "tmpfs", 0, "size=128k") == 0;
+        if (!isMounted)
+            return;
+        start();
+        EXPECT_EQ(queue_->failures(restore(folder_.home(), folder_ / "out")),
+                  home("disk/f") + ": it would come to another disk than what is around it; restore it by "
+                                   "itself\n");
+        EXPECT_EQ(folder_.read("out/g"), "g");
+        EXPECT_EQ(queue_->failures(restore(home("disk/f"), folder_ / "out/disk/f")), "");
+        EXPECT_EQ(folder_.read("out/disk/f"), "disk/f");
+        EXPECT_EQ(queue_->failures(restore(home("large"), folder_ / "out/disk/large")),
+                  home("large") + ": it cannot be written: No space left on device\n");
+        EXPECT_EQ(std::distance(fs::directory_iterator(folder_ / "out/disk"), {}), 1);
+        queue_.reset();
+    }).join();
+    if (!isMounted)
+        GTEST_SKIP() << "needs root, to mount a disk";
 }
 
 TEST_F(RestoringTest, TheJournalRemovesNothingButStagingFolders) {
