@@ -2,9 +2,12 @@
 #include <cstdlib>
 #include <gtest/gtest.h>
 
-// Tests of widgets need no display, unless QT_QPA_PLATFORM names one.
+// Tests of widgets need no display, unless QT_QPA_PLATFORM names one. Where the launcher has started a
+// session bus for the tests alone, services of the system bus are played on it, too.
 int main(int argc, char* argv[]) {
     ::testing::InitGoogleTest(&argc, argv);
+    if (const char* const address = std::getenv("DBUS_SESSION_BUS_ADDRESS"))
+        ::setenv("DBUS_SYSTEM_BUS_ADDRESS", address, 1);
     ::setenv("QT_QPA_PLATFORM", "offscreen", 0);
     QApplication::setStyle("fusion");
     const QApplication application(argc, argv);
