@@ -8,14 +8,13 @@
 namespace kelvane {
 namespace {
 
-constexpr std::size_t firstRoom = 1024;
 // A group is written with all its members.
 constexpr std::size_t largestRoom = std::size_t{16} << 20U;
 
 // `Record` is filled by `lookUp`, which asks for more room with ERANGE.
 template <class Record, class Lookup>
 std::optional<Record> record(Lookup lookUp, std::vector<char>& room) {
-    for (room.resize(firstRoom); room.size() <= largestRoom;) {
+    while (room.size() <= largestRoom) {
         Record entry{};
         Record* found = nullptr;
         const int error = lookUp(&entry, room.data(), room.size(), &found);
@@ -33,7 +32,7 @@ std::optional<Record> record(Lookup lookUp, std::vector<char>& room) {
 } // namespace
 
 std::optional<std::string> SystemAccounts::userName(std::uint32_t uid) const {
-    std::vector<char> room;
+    std::vector<char> room(firstRoom_);
     const auto user =
         record<passwd>([uid](passwd* entry, char* text, std::size_t size,
                              passwd** found) { return ::getpwuid_r(uid, entry, text, size, found); },
@@ -42,7 +41,7 @@ std::optional<std::string> SystemAccounts::userName(std::uint32_t uid) const {
 }
 
 std::optional<std::string> SystemAccounts::groupName(std::uint32_t gid) const {
-    std::vector<char> room;
+    std::vector<char> room(firstRoom_);
     const auto foundGroup =
         record<group>([gid](group* entry, char* text, std::size_t size,
                             group** found) { return ::getgrgid_r(gid, entry, text, size, found); },

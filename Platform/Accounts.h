@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -21,8 +22,14 @@ public:
 
 class SystemAccounts : public Accounts {
 public:
+    // `firstRoom`: bytes for a record; one that needs more, such as a group of many members, gets it.
+    explicit SystemAccounts(std::size_t firstRoom = 1024) : firstRoom_(firstRoom) {}
+
     [[nodiscard]] std::optional<std::string> userName(std::uint32_t uid) const override;
     [[nodiscard]] std::optional<std::string> groupName(std::uint32_t gid) const override;
+
+private:
+    const std::size_t firstRoom_;
 };
 
 } // namespace kelvane

@@ -10,8 +10,6 @@ namespace kelvane {
 namespace {
 
 constexpr std::chrono::milliseconds retryInterval(1000);
-// A daemon that does not read for so long counts as lost: a command would hold up the main thread.
-constexpr std::chrono::seconds sendPatience(10);
 
 } // namespace
 
@@ -101,7 +99,7 @@ void ConnectionController::createSocket() {
     std::signal(SIGPIPE, SIG_IGN);
     socket_ = KelvaneSocket::create(mainLoop_);
     socket_->setCallDelegateOnMainThread(true);
-    socket_->setSendTimeout(sendPatience);
+    socket_->setSendTimeout(sendTimeout_);
     socket_->setSocketDelegate(shared_from_this());
 }
 

@@ -33,6 +33,9 @@ public:
     void setBundle(std::shared_ptr<const Bundle> bundle) { bundle_ = std::move(bundle); }
     // `start` then tries once only; a loss still starts the retries.
     void disableConnectTimer() { disableConnectTimer_ = true; }
+    // A daemon that reads nothing for so long counts as lost: a command would hold up the main thread. From
+    // the next connection on.
+    void setSendTimeout(std::chrono::milliseconds timeout) { sendTimeout_ = timeout; }
     void start();
     // A loss that is reported after this starts nothing.
     void stop();
@@ -64,6 +67,7 @@ private:
     bool connected_ = false;
     bool disableConnectTimer_ = false;
     bool isStopped_ = false;
+    std::chrono::milliseconds sendTimeout_ = std::chrono::seconds(10);
     Timer connectTimer_;
     std::shared_ptr<const Bundle> bundle_;
 };

@@ -3,7 +3,9 @@
 #include "Tests/Harness/LinkPair.h"
 #include "Tests/Harness/ManualLoop.h"
 
+#include <fcntl.h>
 #include <future>
+#include <sys/resource.h>
 
 namespace kelvane::tests {
 namespace {
@@ -133,6 +135,34 @@ TEST_F(KelvSocket, CutsAPathToWhatAnAddressHolds) {
     ASSERT_TRUE(socket->listenAtPath(path));
     EXPECT_EQ(std::filesystem::path(path.substr(0, 103)).filename(), *folder.names().begin());
     EXPECT_TRUE(KelvaneSocket::create()->connectToPath(path));
+}
+
+// Each pause is one time more that the accept thread gives up its processor.
+TEST_F(KelvSocket, PausesWhenItCannotAccept) {
+    const std::string path = folder / "socket";
+    ASSERT_TRUE(socket->listenAtPath(path));
+    std::string status;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task"))
+        if (task.path().filename() != std::to_string(::getpid()))
+            status = task.path() / "status";
+    const FileDescriptor ofThread(::open(status.c_str(), O_RDONLY | O_CLOEXEC));
+    const auto pauses = [&] {
+        std::string text(4096, '\0');
+        EXPECT_GT(::pread(ofThread.get(), text.data(), text.size(), 0), 0);
+        const std::string name = "\nvoluntary_ctxt_switches:";
+        return std::stoi(text.substr(text.find(name) + name.size()));
+    };
+    const RawPeer peers[2]; // the thread may have a descriptor ready for one
+    rlimit limit{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit none{3, limit.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    EXPECT_TRUE(peers[0].connect(path) && peers[1].connect(path));
+    const int before = pauses();
+    const auto start = Clock::now();
+    EXPECT_TRUE(eventually([&] { return pauses() > before + 2; }));
+    EXPECT_GE(Clock::now() - start, 150ms);
+    EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
 }
 
 TEST_F(KelvSocket, KeepsTheBytesOfOneWriteTogether) {

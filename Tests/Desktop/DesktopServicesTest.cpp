@@ -50,7 +50,8 @@ TEST(DesktopFileServices, TellsKindsPicturesAndDates) {
         folder.write(std::string("Resources/") + name + ".svg", picture);
     folder.write("Info.plist", "<plist><dict/></plist>");
     const LocalFileSystem files(Volumes("System", {{"Disk", folder / "Resources"}}));
-    const SystemAccounts accounts;
+    const SystemAccounts accounts(1); // as if all records were larger than most
+    EXPECT_EQ(accounts.userName(0).value_or("") + accounts.groupName(0).value_or(""), "rootroot");
     const Icons icons(std::make_shared<const Bundle>(folder.path()));
     const DesktopFileServices services(files, accounts, icons);
     EXPECT_EQ(services.kindOfExtension("png"), "PNG image");

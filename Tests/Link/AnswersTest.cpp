@@ -1,3 +1,4 @@
+#include "Support/DefaultsDB.h"
 #include "Tests/Link/LinkTest.h"
 
 namespace kelvane::tests {
@@ -184,6 +185,95 @@ TEST_F(Answers, OfAWrongKindReadAsNothing) {
     daemon.answer("serverURL", "example.net");
     EXPECT_EQ(state->serverURL(), "example.net");
     EXPECT_EQ(logged("KelvaneSocket Expecting a UUID, got something else...").size(), 1U);
+}
+
+// What was kept before, what the daemon answers, and what is given and kept then.
+struct Case {
+    Value keptBefore, answer, given;
+};
+using Cases = std::vector<Case>;
+const Cases texts{{{}, "", ""},       {"", "first", "first"}, {"first", "second", "second"},
+                  {"second", {}, ""}, {"second", 12, ""},     {7, "third", "third"}};
+const Cases numbers{{{}, 0, 0},     {0, 5, 5},   {6, {}, 0},
+                    {6, "text", 0}, {"x", 0, 0}, {6, 4294967295U, 4294967295U}};
+
+// One kept value, and the question to which the daemon answers it.
+const struct Kept {
+    const char* selector;
+    const char* key;
+    Value (*get)(const BackupState&);
+    const Cases& cases;
+} keptValues[] = {{"serverURL", "lastServerURLStr",
+                   [](const BackupState& state) { return Value(state.serverURL()); }, texts},
+                  {"stringValueForProfileKey:", "lastSkinIdStr",
+                   [](const BackupState& state) { return Value(state.skinId()); }, texts},
+                  {"userEmail", "lastAcctEmailStr",
+                   [](const BackupState& state) { return Value(state.userEmail()); }, texts},
+                  {"computerNumber", "lastComputerNumberInt",
+                   [](const BackupState& state) { return state.computerNumber(); }, numbers}};
+
+class KeptValues : public BackupStateTest {
+protected:
+    // As another process would have left it, of any kind.
+    static void keep(const char* key, const Value& value) {
+        if (value.isString())
+            DefaultsDB::setStringProperty(value.stringValue(), key);
+        else if (value.isNumber())
+            DefaultsDB::setIntProperty(value.int32Value(), key);
+    }
+};
+
+TEST_F(KeptValues, AreWhatTheDaemonSaidLast) {
+    connect();
+    for (const Kept& kept : keptValues)
+        for (const auto& [keptBefore, answer, given] : kept.cases) {
+            SCOPED_TRACE(std::string(kept.key) + " for " + answer.description());
+            keep(kept.key, keptBefore);
+            daemon.answer(kept.selector, answer);
+            EXPECT_EQ(kept.get(*state), given);
+            if (given.isString())
+                EXPECT_EQ(DefaultsDB::stringProperty(kept.key), given.stringValue());
+            else
+                EXPECT_EQ(DefaultsDB::intProperty(kept.key), given.int32Value());
+            EXPECT_TRUE(DefaultsDB::lastReadOK());
+        }
+    static_cast<void>(state->skinId());
+    EXPECT_EQ(daemon.calls().back(), (ReceivedCall{"stringValueForProfileKey:", {"SkinId"}}));
+}
+
+TEST_F(KeptValues, AreShownWhileDisconnectedAndWhenTheDaemonIsLostInTheMiddleOfItsAnswer) {
+    for (const Kept& kept : keptValues) {
+        SCOPED_TRACE(kept.key);
+        const bool isText = &kept.cases == &texts;
+        EXPECT_EQ(kept.get(*state), isText ? Value("") : Value(0));
+        const Value before = isText ? Value("kept") : Value(815);
+        keep(kept.key, before);
+        EXPECT_EQ(kept.get(*state), before);
+        connect();
+        daemon.breakLinkAt(kept.selector);
+        EXPECT_EQ(kept.get(*state), before);
+        state->onEnd();
+        EXPECT_EQ(kept.get(*state), before);
+        daemon.stop();
+    }
+}
+
+TEST_F(KeptValues, QuotaLimitIsKeptAsOneOrZero) {
+    EXPECT_FALSE(state->isQuotaLimited());
+    for (const auto& [kept, expected] :
+         {std::pair<Value, bool>{1, true}, {0, false}, {2, false}, {"1", true}}) {
+        keep("isQuotaLimited", kept);
+        EXPECT_EQ(state->isQuotaLimited(), expected) << kept.description();
+    }
+    connect();
+    for (const int before : {0, 1, 2})
+        for (const bool limited : {true, false}) {
+            keep("isQuotaLimited", before);
+            daemon.setState("isQuotaLimited", limited);
+            state->updateDaemonState();
+            EXPECT_EQ(state->isQuotaLimited(), limited);
+            EXPECT_EQ(DefaultsDB::intProperty("isQuotaLimited") == 1, limited) << before;
+        }
 }
 
 } // namespace
