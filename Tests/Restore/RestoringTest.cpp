@@ -76,6 +76,12 @@ TEST_F(RestoringTest, GoesWhereThePanelPoints) {
     }
     pane.calls.clear();
     pressRestore(2);
+    panel()->selectFile(QString::fromStdString(folder / "link"));
+    std::filesystem::remove(folder / "link"); // which the panel has not seen yet
+    static_cast<QDialog*>(panel())->done(QDialog::Accepted);
+    EXPECT_EQ(targets(), Strings());
+    ASSERT_TRUE(runUntil([this] { return panel() == nullptr; }));
+    pressRestore(2);
     panel()->reject();
     pressRestore(-1);
     EXPECT_EQ(pane.calls, Strings());

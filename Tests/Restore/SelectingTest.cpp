@@ -37,6 +37,9 @@ TEST_F(SelectingTest, ShowsVolumesByWhatIsBackedUpOfThem) {
     EXPECT_EQ(browser().cell(0, 0)->getFilePath(), "/Volumes/System");
     EXPECT_EQ(browser().cell(0, 4)->getFilePath(), "/System/Volumes/Data");
     EXPECT_FALSE(browser().cell(0, 3)->isLeaf());
+    (void)browser().grab();
+    EXPECT_EQ(browser().cell(0, 1)->image().cacheKey(),
+              qIcon(pane.services.iconOfFile("/Volumes/USB")).cacheKey());
     // With its data mounted elsewhere, a "/" says nothing once it is empty.
     EXPECT_EQ(reloadedVolumes(true).size(), 5);
     change("/home", "path", "/elsewhere/home");

@@ -1,4 +1,5 @@
 #include "Platform/FileDescriptor.h"
+#include "PreferencePane/Auxiliary/ChildProcess.h"
 #include "Support/DefaultsDB.h"
 #include "Tests/Status/StatusTabTest.h"
 
@@ -234,13 +235,17 @@ TEST_F(HandingOver, AnUninstallerThatFailsOrDiesIsToldOf) {
     EXPECT_NE(pane.calls.back(), "terminateHost");
 }
 
-TEST_F(HandingOver, AToolInheritsNoDescriptorAndNoIgnoredSignal) {
+TEST_F(HandingOver, AToolInheritsNoDescriptorAndNoSignalThatDoesNothing) {
     std::signal(SIGPIPE, SIG_IGN);
     const FileDescriptor leak(::open(folder.write("secret", "").c_str(), O_RDONLY));
     writeTool("Enable", "ls -l /proc/$$/fd >fds\ngrep SigIgn /proc/$$/status >signals");
     choose(0);
     EXPECT_EQ(std::stoull(folder.read("signals").substr(7), nullptr, 16) & (1U << (SIGPIPE - 1U)), 0U);
     EXPECT_EQ(folder.read("fds").find("secret"), std::string::npos) << folder.read("fds");
+    auto sleeping = ChildProcess::start("sleep", {"5"});
+    sleeping->terminate();
+    sleeping->waitForEnd();
+    EXPECT_EQ(sleeping->exitStatus(), 128 + SIGTERM);
 }
 
 } // namespace

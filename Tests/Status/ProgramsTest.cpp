@@ -4,8 +4,10 @@
 #include "Platform/Desktop/PolicyFile.h"
 #include "PreferencePane/Auxiliary/HandOffFile.h"
 #include "Tests/Desktop/PrivatePolkit.h"
+#include "Tests/Harness/EnvironmentVariable.h"
 #include "Tests/Harness/RunUntil.h"
 #include "Tests/Tools/ChildProgram.h"
+#include "Tools/Auxiliary/LocalService.h"
 
 #include <filesystem>
 #include <set>
@@ -78,6 +80,15 @@ TEST_F(Programs, EnableAndDisableStartAndStopTheDaemonByTrampolineAndLink) {
         EXPECT_EQ(isEnabling ? run("Enable", {"0", uid, "load"}) : run("Disable", {"0", uid, "unload"}), "");
         EXPECT_EQ(isServing(), isEnabling);
     }
+}
+
+TEST_F(Programs, ADaemonThatStartsAndNeverServesIsNotEnabled) {
+    const std::string daemon = folder.write("bin/kelvane-local-daemon", "#!/bin/sh\n");
+    ASSERT_EQ(::chmod(daemon.c_str(), 0755), 0);
+    const EnvironmentVariable places[] = {{"PATH", (folder / "bin:" + PANE_TOOLS).c_str()},
+                                          {"XDG_RUNTIME_DIR", (folder / "run").c_str()}};
+    EXPECT_EQ(tools::startLocalDaemon(std::chrono::milliseconds(100)),
+              daemon + " was started, but nobody serves " + folder / "run/kelvane/daemon.sock");
 }
 
 TEST_F(Programs, ActOnTheDaemonThatIsNamedAndLeaveOthersAlone) {

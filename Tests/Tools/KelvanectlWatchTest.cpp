@@ -76,8 +76,10 @@ TEST_F(KelvanectlWatch, WaitsForADaemonAndSaysEachLossAndEachReturnOnce) {
 TEST_F(KelvanectlWatch, CountsADaemonThatStopsAnsweringAsLost) {
     auto hold = daemon_.hold("daemonState");
     const auto watch = start({"--timeout", "0.3", "watch"});
-    EXPECT_EQ(nextEvent(*watch), connected());
-    EXPECT_EQ(nextEvent(*watch), "disconnected    no answer within 0.3 s");
+    for (int time = 0; time < 2; ++time) {
+        EXPECT_EQ(nextEvent(*watch), connected());
+        EXPECT_EQ(nextEvent(*watch), "disconnected    no answer within 0.3 s");
+    }
     EXPECT_EQ(nextEvent(*watch), connected());
     hold = nullptr;
     std::string event;

@@ -8,5 +8,6 @@
 #include "Tools/Auxiliary/ToolArguments.h"
 
 int main(int count, char** arguments) {
-    return kelvane::tools::runSwitch(count, arguments, "Enable", "load", kelvane::tools::startLocalDaemon);
+    return kelvane::tools::runSwitch(count, arguments, "Enable", "load",
+                                     [] { return kelvane::tools::startLocalDaemon(); });
 }

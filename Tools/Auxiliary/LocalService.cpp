@@ -8,7 +8,6 @@
 
 #include <array>
 #include <cerrno>
-#include <chrono>
 #include <climits>
 #include <cstdlib>
 #include <poll.h>
@@ -24,7 +23,6 @@ namespace {
 
 constexpr const char* daemonName = "kelvane-local-daemon";
 constexpr const char* trampolineName = "kelvane-trampoline";
-constexpr std::chrono::seconds patience(10);
 constexpr int lookMilliseconds = 50;
 
 constexpr const char* noFolder = "there is no folder for the daemon's socket that only you can reach";
@@ -83,7 +81,7 @@ std::string notOurs(const std::string& path) {
     return "the daemon at " + path + " is not your local daemon; start and stop it the way it came";
 }
 
-bool becomesServing(const std::string& path, bool isWanted) {
+bool becomesServing(const std::string& path, bool isWanted, std::chrono::milliseconds patience) {
     const auto deadline = std::chrono::steady_clock::now() + patience;
     while ((serverAt(path) != Server::None) != isWanted) {
         if (std::chrono::steady_clock::now() > deadline)
@@ -133,7 +131,7 @@ std::optional<std::string> findProgram(const std::string& name) {
     return std::nullopt;
 }
 
-std::string startLocalDaemon() {
+std::string startLocalDaemon(std::chrono::milliseconds patience) {
     const auto place = placeOfDaemon();
     if (!place)
         return noFolder;
@@ -154,7 +152,7 @@ std::string startLocalDaemon() {
         failure = enableUnit(*daemon, !isAlreadyServing);
     else if (!isAlreadyServing)
         failure = launch(*daemon);
-    if (failure.empty() && !becomesServing(place->path, true))
+    if (failure.empty() && !becomesServing(place->path, true, patience))
         failure = *daemon + " was started, but nobody serves " + place->path;
     return failure;
 }
@@ -170,7 +168,7 @@ std::string stopLocalDaemon() {
         failure = disableUnit();
     if (serverAt(place->path) != Server::None)
         tellToTerminate(place->path);
-    if (failure.empty() && !becomesServing(place->path, false))
+    if (failure.empty() && !becomesServing(place->path, false, usualPatience))
         failure = "the daemon at " + place->path + " was told to end and still serves";
     KelvaneSocket::waitForThreads();
     return failure;

@@ -1,18 +1,21 @@
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string>
 
 namespace kelvane::tools {
 
 // The local daemon of this user, to be started and stopped: by the user's service manager where there is one,
-// else by the trampoline and over the daemon's own link. Each waits until it is so, for at most ten seconds,
-// and returns why it is not; empty when it is.
+// else by the trampoline and over the daemon's own link. Each waits until it is so, for at most ten
+// seconds, and returns why it is not; empty when it is.
 //
 // $KELVANE_DAEMON names the socket of another one than the usual. A local daemon that serves there is
 // stopped, too; one that is to serve there is started by whoever knows how. Any other daemon is left alone.
 
-[[nodiscard]] std::string startLocalDaemon();
+inline constexpr std::chrono::seconds usualPatience(10);
+
+[[nodiscard]] std::string startLocalDaemon(std::chrono::milliseconds patience = usualPatience);
 [[nodiscard]] std::string stopLocalDaemon();
 
 // The program of that name beside this one, else the first one on the PATH. Absolute.
