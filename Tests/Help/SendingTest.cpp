@@ -159,16 +159,5 @@ TEST_F(Sending, DoesNotHoldUpAnApplicationThatEnds) {
     EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
 }
 
-TEST(Curl, TellsOfEachHeaderLineAndGoesOn) {
-    const TemporaryFolder marker;
-    KelvaneLogStart(marker.path());
-    Strings log;
-    const LogSinkToken sink = setLogSink([&](const LogEntry& entry) { log.push_back(entry.text); });
-    std::string line = "X: é\xFF";
-    EXPECT_EQ(curlWriteHeader(line.data(), 2, 5, nullptr), 10U);
-    EXPECT_EQ(curlWriteHeader(line.data(), 1, 6, nullptr), 6U);
-    EXPECT_EQ(log, (Strings{"curl: X: é", "curl: (null)"}));
-}
-
 } // namespace
 } // namespace kelvane::tests

@@ -135,7 +135,7 @@ TEST_F(InfoWindow, ShowsALongOrStrangeNameAsOneLineAndAllOfItInATip) {
     EXPECT_EQ(field(controller, "kindField").toolTip(), "");
 }
 
-TEST_F(InfoWindow, IsOneForEachFileOfTheRegistry) {
+TEST_F(InfoWindow, IsOneForEachFileOfTheRegistryUntilItIsClosed) {
     InfoWindowRegistry registry(prefs);
     const FileNodeRef file = fileAt("/a.txt");
     registry.showInfoWindowForFileNode(file);
@@ -155,16 +155,12 @@ TEST_F(InfoWindow, IsOneForEachFileOfTheRegistry) {
     runPosted();
     registry.ofTabs().setFileNode(file);
     EXPECT_TRUE(registry.ofTabs().window()->isVisible());
-}
 
-TEST_F(InfoWindow, OfTheRegistryEndsOnceItHasBeenClosedAndTheEventIsOver) {
-    InfoWindowRegistry registry(prefs);
-    const FileNodeRef file = fileAt("/a.txt");
     registry.showInfoWindowForFileNode(file);
     const QPointer<QDialog> window = registry.controllers()[0]->window();
     QTest::keyClick(window, Qt::Key_Escape);
     EXPECT_TRUE(registry.controllers().empty());
-    EXPECT_TRUE(window);
+    EXPECT_TRUE(window) << "until the event is over";
     // Asked for again before that: a new one.
     registry.showInfoWindowForFileNode(file);
     runPosted();

@@ -153,9 +153,6 @@ protected:
 
     const TemporaryFolder folder;
     const EnvironmentVariable preferences{"XDG_CONFIG_HOME", folder.path().c_str()};
-    // The launcher has started a bus for the tests alone.
-    const EnvironmentVariable systemBus{"DBUS_SYSTEM_BUS_ADDRESS",
-                                        qgetenv("DBUS_SESSION_BUS_ADDRESS").constData()};
     std::shared_ptr<const Bundle> bundle; // what the folder holds when the pane begins
     std::string mountPoint;
     const std::shared_ptr<NotificationCenter> notifications = std::make_shared<NotificationCenter>();

@@ -1,10 +1,7 @@
 #include "Support/PathHelpers.h"
 #include "Support/WildcardMatch.h"
 
-#include <cctype>
-#include <cstring>
 #include <gtest/gtest.h>
-#include <random>
 #include <string>
 
 namespace kelvane::tests {
@@ -38,69 +35,6 @@ TEST(PathHelpers, TellVolumePathsFromOthersAndWholeVolumesFromWhatIsInside) {
     EXPECT_TRUE(kelv_isEqualToWildcardString("/Volumes/Boot/a.tmp", "/Volumes/**.TMP")) << "text, pattern";
 }
 
-const char* nextOccurrence(const char* text, char sought) {
-    const auto byte = static_cast<unsigned char>(sought);
-    if (!std::isalpha(byte))
-        return std::strchr(text, sought);
-    const char either[] = {static_cast<char>(std::tolower(byte)), static_cast<char>(std::toupper(byte)),
-                           '\0'};
-    return std::strpbrk(text, either);
-}
-
-// The matching step by step, as plainly as it can be put; exponential.
-bool plainMatch(const char* pattern, const char* text) {
-    const char* const star = std::strchr(pattern, '*');
-    if (!star)
-        return ::strcasecmp(pattern, text) == 0;
-    const auto length = static_cast<std::size_t>(star - pattern);
-    if (length > 0 && ::strncasecmp(pattern, text, length) != 0)
-        return false;
-    text += length;
-    const char* const rest = star + std::strspn(star, "*");
-    const bool isDeep = rest - star > 1;
-    if (*rest == '\0')
-        return true;
-    const char* from = text;
-    while (const char* const found = nextOccurrence(from, *rest)) {
-        if (!isDeep && *rest != '/' && std::memchr(from, '/', static_cast<std::size_t>(found - from)))
-            return false;
-        if (plainMatch(rest, found))
-            return true;
-        if (!isDeep && *rest == '/')
-            return false;
-        from = found + 1;
-    }
-    return false;
-}
-
-std::string randomText(std::mt19937& random, std::string_view alphabet, std::size_t longest) {
-    std::string text(random() % (longest + 1), ' ');
-    for (char& character : text)
-        character = alphabet[random() % alphabet.size()];
-    return text;
-}
-
-TEST(WildcardMatch, AgreesWithThePlainRecursionOnGeneratedCases) {
-    // Few characters, so that a fair share matches; '[' and '{' differ by the bit that tells the cases of
-    // letters.
-    constexpr int cases = 25000;
-    std::mt19937 random(20250102);
-    for (const auto& [ofPattern, ofText] : {std::pair<std::string_view, std::string_view>{"ab/***", "ab/"},
-                                            {"aAbB/1**", "aAb/1"},
-                                            {"a[{/**", "aA[{/"},
-                                            {"a//*", "a/"}}) {
-        int matches = 0;
-        for (int i = 0; i < cases; ++i) {
-            const std::string pattern = randomText(random, ofPattern, 9);
-            const std::string text = randomText(random, ofText, 9);
-            const bool expected = plainMatch(pattern.c_str(), text.c_str());
-            matches += expected ? 1 : 0;
-            ASSERT_EQ(WildcardMatch(pattern, text), expected) << pattern << " on " << text;
-        }
-        EXPECT_TRUE(matches > cases / 20 && matches < cases * 19 / 20) << ofPattern;
-    }
-}
-
 TEST(WildcardMatch, KnowsTheCasesThatExclusionsAreWrittenFor) {
     const std::tuple<std::string, std::string, bool> cases[] = {
         {"*.TMP", "a.tmp", true},
@@ -111,6 +45,20 @@ TEST(WildcardMatch, KnowsTheCasesThatExclusionsAreWrittenFor) {
         {"/Users/**/Library", "/Users/bob/x/Library", true},
         {"/Users/*", "/Users/bob/x/Library", true},
         {"/Users", "/Users/", false},
+        {"/Users/*/x", "/Users/a/b/x", false}, // a star before a slash is tried once
+        {"*/x", "a//x", false},
+        {"**/x", "a//x", true},
+        {"*ab", "aab", true},
+        {"*ab", "ababx", false},
+        {"*ab*b", "ab/b", false},
+        {"a**b*c", "a/xB/xbyC", true},
+        {"[*[", "{a[", false}, // these differ as letters of two cases do
+        {"*[", "a{", false},
+        {"*A", "xa", true},
+        {"***", "a/b", true},
+        {"", "", true},
+        {"", "a", false},
+        {"ab", "a", false},
         {"a?c", "abc", false},
         {std::string("a\0b*", 4), std::string("A\0zz", 4), true}};
     for (const auto& [pattern, text, matches] : cases)
