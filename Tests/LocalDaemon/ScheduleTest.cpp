@@ -86,7 +86,7 @@ std::string whenBackingUp(const std::string& commands) {
 
 TEST_F(BackingUp, EndsABackupThatSaysMuchAndGetsOnWithNothing) {
     folders.write("home/file", "1");
-    adjust = [](LocalDaemon::Options& options) { options.backup.patience = 100ms; };
+    adjust = [](LocalDaemon::Options& options) { options.backup.patience = 1s; };
     start({},
           folders.program(whenBackingUp(
               "trap 'exit 130' INT; while true; do echo '{\"message_type\":\"new\"}'; sleep 0.01; done")));
