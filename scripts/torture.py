@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
 """Tries to lose files with the local daemon: homes and events at random, and everything restored and compared.
 
-    scripts/torture.py [--seed N] [--rounds N] [--seconds N] [--jobs N] [--events LIST] [--keep] [--build DIR]
+    scripts/torture.py [--known] [--seed N] [--rounds N] [--seconds N] [--jobs N] [--events LIST] [--keep] [--build DIR]
 
 Each round has a seed of its own, counted up from --seed; the same seed has the same events. LIST is of kinds of events
 and traits of homes, separated by commas: "all,-names" has all but one, "edits,clock,names" only these (--list names
 them). A round that fails prints its seed, its events and what differed; it is then tried with fewer events, as long as
-it still fails. The exit status is 1 when a round failed. Without --seed the seeds of torture/seeds.txt, those that once
+it still fails. The exit status is 1 when a round failed. With --known the rounds of torture/seeds.txt, those that once
 found something, come first. As root it uses mounts of its own; elsewhere the events that need them are left out.
 """
 
@@ -90,7 +90,8 @@ def report(seed, kinds_text, account, finding, shorter):
 
 def work(job):
     """One round in a process of its own."""
-    workshop, base, seed, options, kinds = job
+    workshop, base, seed, kinds_text, options = job
+    kinds = kinds_from(kinds_text)
     begin = time.monotonic()
     folder = base / f"r{seed}"
     plan, account, finding = attempt(workshop, folder, seed, kinds, options.keep, options.skip)
@@ -99,39 +100,45 @@ def work(job):
         shorter = None
         if options.shorten and plan and not options.skip:
             shorter = shorten(workshop, base / f"s{seed}", seed, kinds, plan, finding)
-        text = report(seed, options.events, account, finding, shorter)
+        text = report(seed, kinds_text, account, finding, shorter)
     elif options.verbose:
         text = "\n".join([f"seed {seed}: passed"] + ["  " + line for line in account])
     return seed, bool(finding), text, time.monotonic() - begin
 
 
-def seeds_of(options):
-    if options.seed is None:
-        kept = [line.split("#")[0].strip() for line in SEEDS.read_text().splitlines()]
-        yield from (int(each) for each in kept if each)
+def known_rounds():
+    for line in SEEDS.read_text().splitlines():
+        if words := line.split("#")[0].split():
+            yield int(words[0]), words[1]
+
+
+def rounds_of(options):
+    """Seeds, each with its kinds of events."""
+    if options.known:
+        yield from known_rounds()
     first = options.seed if options.seed is not None else random.randrange(10**6) * 1000
     print(f"seeds from {first}", flush=True)
-    yield from range(first, first + options.rounds)
+    yield from ((seed, options.events) for seed in range(first, first + options.rounds))
 
 
-def within(seeds, seconds):
+def within(rounds, seconds):
     end = time.monotonic() + seconds if seconds else None
-    for seed in seeds:
+    for each in rounds:
         if end and time.monotonic() > end:
             return
-        yield seed
+        yield each
 
 
 def run(options, base):
     workshop = Workshop(base, find_build(options.build))
-    kinds = kinds_from(options.events)
+    kinds_from(options.events)  # says what is not right in it before anything begins
     failed, done, begin = [], 0, time.monotonic()
     slots = multiprocessing.BoundedSemaphore(options.jobs)
 
     def jobs():
-        for seed in within(seeds_of(options), options.seconds):
-            slots.acquire()  # a seed is taken when it can be begun
-            yield workshop, base, seed, options, kinds
+        for seed, kinds_text in within(rounds_of(options), options.seconds):
+            slots.acquire()  # a round is taken when it can be begun
+            yield workshop, base, seed, kinds_text, options
 
     with multiprocessing.Pool(options.jobs, enter_private_mounts) as pool:
         for seed, is_failed, text, seconds in pool.imap_unordered(work, jobs()):
@@ -149,6 +156,7 @@ def run(options, base):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--known", action="store_true", help="first the rounds that once found something")
     parser.add_argument("--seed", type=int)
     parser.add_argument("--rounds", type=int, default=20)
     parser.add_argument("--seconds", type=float, help="begin no round after that")
