@@ -72,7 +72,7 @@ public:
 
     // That the right exists is not enough: somebody must have granted it.
     [[nodiscard]] bool prefPaneAccessAuthorized() const override {
-        return prefPaneAccessAuthorized_ && authorization_->state() == Authorization::State::Authorized;
+        return authorization_->state() == Authorization::State::Authorized;
     }
     [[nodiscard]] PaneFlags& flags() override { return flags_; }
     void enableBackupTabItems(bool enable) override;
@@ -92,8 +92,11 @@ public:
     [[nodiscard]] QIcon bulletImageForColor(std::int32_t color) const override {
         return bullets_.imageForColor(color);
     }
-    [[nodiscard]] QIcon bulletImageForPath(const std::string& path) const override;
-    [[nodiscard]] bool isLaunchAgentProcessRunning(const std::string& bundleIdentifier) const override;
+    // Of what the daemon says about the path.
+    [[nodiscard]] QIcon bulletImageForPath(const std::string& path) const;
+    // Whether an application of this identifier runs in the user's session, upper and lower case being the
+    // same.
+    [[nodiscard]] bool isLaunchAgentProcessRunning(const std::string& bundleIdentifier) const;
     [[nodiscard]] bool existsDriveMountedAtSVD() const override;
 
     // What the daemon's calls come to, on the main thread.
@@ -118,8 +121,7 @@ private:
     [[nodiscard]] std::string shortened(const std::string& path) const;
 
     void setupAuth();
-    void rightWasLookedUp(bool exists);
-    void accessChanged(bool isAuthorized);
+    void accessChanged();
     void authorizationDidAuthorize() override;
     void authorizationDidDeauthorize() override;
     void authorizationAskingChanged() override;
@@ -143,7 +145,6 @@ private:
     std::optional<SessionWatch> sessionWatch_;
 
     bool restoreProgressVisible_ = false;
-    bool prefPaneAccessAuthorized_ = false;
     bool badConfiguration_ = false;
     std::int32_t lastChangeTabConfigurationCommand_ = 0;
 };

@@ -45,10 +45,14 @@ void ComKelvanePreferencePanePref::resumeRestoreProgress() {
     const std::shared_ptr<KelvaneProxy> daemon = proxy();
     if (!daemon)
         return;
-    const std::uint32_t job = daemon->call<"getCurrentRestoreJob">();
-    const bool isRunning = job != 0 && daemon->call<"getRestoreJobStatus:">(job) >= runningJobStatus;
-    if (!connected())
-        return; // then these were no answers
+    bool isAnswered = false;
+    const auto number = [&](std::string_view selector, const std::vector<Value>& arguments) {
+        return daemon->invoke(selector, arguments, &isAnswered).uint32Value();
+    };
+    const std::uint32_t job = number("getCurrentRestoreJob", {});
+    const bool isRunning = job != 0 && number("getRestoreJobStatus:", {job}) >= runningJobStatus;
+    if (!isAnswered)
+        return; // the link was lost meanwhile; the next one asks again
     setRestoreProgressVisible(isRunning);
     if (isRunning)
         registerHandlers(true); // a new link has none
@@ -96,6 +100,8 @@ void ComKelvanePreferencePanePref::folderChanged(const std::string& path) {
 }
 
 void ComKelvanePreferencePanePref::stateChanged(std::uint32_t state) {
+    if (!backupState_)
+        return; // it came before the pane was hidden and is read after
     if (state == restoreStarted)
         return showRestoreProgress(true);
     const std::shared_ptr<KelvaneProxy> daemon = proxy();

@@ -14,17 +14,10 @@ void ComKelvanePreferencePanePref::setupAuth() {
     authorization_->setDelegate(this);
     authorization_->lookUpRight([this](Authorization::RightStatus status) {
         if (status == Authorization::RightStatus::Absent)
-            authorization_->createRight([this](bool created) { rightWasLookedUp(created); });
+            authorization_->createRight([this](bool) { authorization_->startUpdating(); });
         else
-            rightWasLookedUp(status == Authorization::RightStatus::Exists);
+            authorization_->startUpdating(); // its first check says whether the lock is open
     });
-}
-
-// The lock's own first check then says whether it is open.
-void ComKelvanePreferencePanePref::rightWasLookedUp(bool exists) {
-    if (authorization_->state() == Authorization::State::Unknown)
-        prefPaneAccessAuthorized_ = exists;
-    authorization_->startUpdating();
 }
 
 void ComKelvanePreferencePanePref::toggleLock() {
@@ -38,16 +31,15 @@ void ComKelvanePreferencePanePref::toggleLock() {
 
 void ComKelvanePreferencePanePref::authorizationDidAuthorize() {
     KelvaneCLog("authorizationViewDidAuthorize");
-    accessChanged(true);
+    accessChanged();
 }
 
 void ComKelvanePreferencePanePref::authorizationDidDeauthorize() {
     KelvaneCLog("authorizationViewDidDeauthorize");
-    accessChanged(false);
+    accessChanged();
 }
 
-void ComKelvanePreferencePanePref::accessChanged(bool isAuthorized) {
-    prefPaneAccessAuthorized_ = isAuthorized;
+void ComKelvanePreferencePanePref::accessChanged() {
     authorizationAskingChanged();
     changeTabConfiguration(tabconfiguration::lastAgain, true);
     if (parts_.status)

@@ -2,6 +2,7 @@
 
 #include <QLabel>
 #include <QStackedLayout>
+#include <QTabBar>
 #include <QTabWidget>
 #include <QVBoxLayout>
 #include <algorithm>
@@ -129,11 +130,12 @@ void PaneView::setRestoreProgressView(QWidget* view) {
 }
 
 void PaneView::showRestoreProgress(bool isShown) {
+    const bool holdsFocus = progressPlace_->isAncestorOf(window()->focusWidget());
     tabArea_->setCurrentWidget(isShown ? progressPlace_ : static_cast<QWidget*>(tabView_));
     if (isShown && progressPlace_->layout()->count() > 0)
         progressPlace_->layout()->itemAt(0)->widget()->setFocus(Qt::OtherFocusReason);
-    else if (QWidget* const page = tabView_->currentWidget())
-        page->setFocus(Qt::OtherFocusReason);
+    else if (!isShown && holdsFocus)
+        tabView_->tabBar()->setFocus(Qt::OtherFocusReason);
 }
 
 } // namespace kelvane

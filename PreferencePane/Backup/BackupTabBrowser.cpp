@@ -94,7 +94,7 @@ void KelvaneBackupTabController::refreshFolders() {
     areFoldersStale_ = false;
     for (int column = 1; column <= manual_->manualBrowser->lastColumn(); ++column)
         manual_->manualBrowser->reloadColumn(column);
-    if (manual_->manualBrowser->selectedFilePaths() != chosenPaths_)
+    if (!chosenPaths_.empty() || !manual_->manualBrowser->selectedFilePaths().empty())
         manualBrowserAction();
 }
 

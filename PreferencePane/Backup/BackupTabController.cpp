@@ -121,10 +121,7 @@ void KelvaneBackupTabController::setCurrentView() {
         return;
     KelvaneCLog("BackupTab:setCurrentView: Really switching to new view (%@)", nameOfView(target));
     showView(page, *target);
-    if (view == BackupView::Manual) {
-        areFoldersStale_ = true;
-        refreshFolders();
-    }
+    areFoldersStale_ |= view == BackupView::Manual;
 }
 
 void KelvaneBackupTabController::setManualBackupMode(bool isManual) {
@@ -139,6 +136,7 @@ void KelvaneBackupTabController::autoManualAction() {
     const bool isManual = !manualBackupMode_;
     setManualBackupMode(isManual);
     state->setAutomaticMode(!isManual);
+    refreshFolders(); // by the rules of the new mode
 }
 
 // What asks the daemon is last. Nobody could look at what was selected while it could not be marked.
@@ -162,9 +160,18 @@ void KelvaneBackupTabController::enableTabItems(bool enabled) {
         showContext(*items.saysRecovering);
     if (items.reloadsFirstColumn)
         manual_->manualBrowser->reloadColumn(0);
+    if (!items.excludes)
+        closePanel();
+    refreshFolders();
     const bool hasChoice = !chosenPaths_.empty() || !manual_->manualBrowser->selectedFilePaths().empty();
     if (items.marks && !couldMark && hasChoice)
         manualBrowserAction();
+}
+
+// What is chosen now could not be excluded.
+void KelvaneBackupTabController::closePanel() {
+    if (ChoosePanel* const panel = panel_)
+        panel->reject();
 }
 
 void KelvaneBackupTabController::showContext(bool isRecovering) {
@@ -188,8 +195,7 @@ void KelvaneBackupTabController::readyChangedNotification() {
         KelvaneCLog("BackupTabController:readyChangedNotification: not connected");
         watcher_->stopWatching();
         isPolicyRead_ = false;
-        if (ChoosePanel* const panel = panel_)
-            panel->reject(); // what is chosen now could not be excluded
+        closePanel();
     }
     setCurrentView();
     manual_->manualBrowser->reloadColumn(0);
@@ -203,9 +209,12 @@ void KelvaneBackupTabController::daemonStateChangedNotification() {
         manual_->manualBrowser->reloadColumn(0);
     if (state->backupState() >= policyIsKnown && policyExcludeList_.empty())
         readPolicyExcludeList();
-    // Of a daemon that is gone the answer would be no.
-    if (const bool isAutomatic = state->automaticMode(); state->connected())
-        setManualBackupMode(!isAutomatic);
+    const auto daemon = prefs_.proxy();
+    bool isAnswered = false;
+    const Value isAutomatic = daemon ? daemon->invoke("automaticMode", {}, &isAnswered) : Value();
+    if (isAnswered)
+        setManualBackupMode(!isAutomatic.boolValue());
+    refreshFolders();
     tableViewSelectionDidChange();
 }
 
@@ -239,8 +248,10 @@ void KelvaneBackupTabController::fileChanged(const std::string& path) {
     if (!manualBackupMode_)
         return;
     kelvane::fileChanged(path, *manual_->manualBrowser, false, prefs_);
-    if (path == "/")
-        readPolicyExcludeList();
+    if (path != "/")
+        return;
+    areFoldersStale_ = true; // for "/" stands for everything
+    readPolicyExcludeList();
 }
 
 } // namespace kelvane

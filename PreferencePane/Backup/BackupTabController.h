@@ -52,6 +52,7 @@ private:
     void setCurrentView();
     [[nodiscard]] BackupView wantedView() const;
     void showContext(bool isRecovering);
+    void closePanel();
     void setManualBackupMode(bool isManual);
     void autoManualAction();
     void readyChangedNotification();

@@ -5,8 +5,6 @@
 #include "PreferencePane/Backup/ui_AutoBackupView.h"
 #include "Support/Logging.h"
 
-#include <algorithm>
-
 namespace kelvane {
 namespace {
 

@@ -6,6 +6,7 @@
 #include <QLineEdit>
 #include <QListView>
 #include <QSignalBlocker>
+#include <filesystem>
 
 namespace kelvane {
 
@@ -27,8 +28,9 @@ ChoosePanel::ChoosePanel(QWidget* window, const QString& message, const QString&
 std::vector<std::string> ChoosePanel::filenames() const {
     std::vector<std::string> names;
     for (const QString& file : existingFiles()) {
-        const QString target = QFileInfo(file).canonicalFilePath();
-        names.push_back((target.isEmpty() ? QDir::cleanPath(file) : target).toStdString());
+        std::error_code error; // of a link that leads nowhere, which is meant itself
+        const std::string target = std::filesystem::canonical(file.toStdString(), error).string();
+        names.push_back(error ? QDir::cleanPath(file).toStdString() : target);
     }
     return names;
 }

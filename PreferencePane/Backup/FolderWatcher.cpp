@@ -77,7 +77,7 @@ void FolderWatcher::watchPath(const std::string& path, const Volumes& volumes) {
     if (outcome == DirectoryWatch::Outcome::Watching)
         watched_.push_back({path, *real});
     else if (outcome == DirectoryWatch::Outcome::LimitReached)
-        KelvaneCLog("%@ is not watched: this user's watches are used up", path);
+        KelvaneCLog("%@ is not watched: the limit of inotify watches is reached", path);
 }
 
 void FolderWatcher::stopWatching() {

@@ -1,10 +1,10 @@
 #include "PreferencePane/Backup/UriList.h"
 
-#include "Foundation/Unicode.h"
+#include "Foundation/PathComponents.h"
 
 #include <QByteArray>
-#include <QDir>
 #include <QString>
+#include <filesystem>
 #include <optional>
 
 namespace kelvane {
@@ -44,9 +44,9 @@ std::optional<std::string> pathOf(std::string_view uri, std::string_view hostNam
     const std::string path =
         QByteArray::fromPercentEncoding(QByteArray(encoded->data(), static_cast<qsizetype>(encoded->size())))
             .toStdString();
-    if (!path.starts_with('/') || !isUtf8(path) || path.find('\0') != std::string::npos)
+    if (!path.starts_with('/') || path.find('\0') != std::string::npos)
         return std::nullopt;
-    return QDir::cleanPath(QString::fromStdString(path)).toStdString();
+    return pathWithComponents(pathComponents(std::filesystem::path(path).lexically_normal().string()));
 }
 
 } // namespace

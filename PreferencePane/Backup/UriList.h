@@ -8,8 +8,8 @@ namespace kelvane {
 
 // What a list of addresses as file managers drop it (text/uri-list) names on this machine.
 struct UriList {
-    std::vector<std::string> paths; // absolute and clean: without "." and "..", and with no separator behind
-    // Lines that name no file here, or one whose name is no UTF-8 and cannot travel to the daemon.
+    std::vector<std::string> paths; // absolute and clean, as bytes: without "." and "..", and with no separator behind
+    // Lines that name no file here.
     std::vector<std::string> others;
 };
 // `hostName`: this machine's own.

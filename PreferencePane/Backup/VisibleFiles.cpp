@@ -10,6 +10,7 @@
 #include <QStringList>
 #include <algorithm>
 #include <strings.h>
+#include <system_error>
 
 namespace kelvane {
 namespace {
@@ -74,7 +75,9 @@ void VisibleFiles::readHiddenList() {
 std::vector<std::string> VisibleFiles::namesAt(const std::string& path) {
     FolderListing listing = fileSystem_.list(path, mostItems);
     if (!listing.isComplete && incompleteFolders_.insert(path).second)
-        KelvaneCLog("Not all of %@ is shown: error %d", path, listing.error);
+        KelvaneCLog("Not all of %@ is shown: %@", path,
+                    listing.error != 0 ? std::generic_category().message(listing.error)
+                                       : "it holds more than " + std::to_string(mostItems) + " items");
     std::ranges::sort(listing.names, comesBefore);
     return std::move(listing.names);
 }

@@ -25,11 +25,11 @@ public:
     // `hiddenListPath`: a text file with the names that are shown nowhere, one a line.
     explicit VisibleFiles(const FileSystem& fileSystem, std::string hiddenListPath = "/.hidden");
 
-    // The items, with their full paths below `path`, by their names, upper and lower case being the same.
+    // The items, with their full paths below `path`, by their names, upper and lower case of ASCII letters
+    // being the same.
     // Left out are names of the hidden list, links that lead nowhere, what a leading dot makes invisible (but
     // not the user's own folders for settings and data), and what `isExcluded` says so of; it is asked with a
-    // separator behind the path. Nothing for a folder that cannot be read; names that are no UTF-8 are left
-    // out and logged once a folder.
+    // separator behind the path. Nothing for a folder that cannot be read.
     [[nodiscard]] std::vector<VisibleFile> visibleFilesAtPath(const std::string& path,
                                                               const IsPathExcluded& isExcluded);
 

@@ -19,7 +19,7 @@ namespace kelvane {
                                 BrowserRow* atCell = nullptr);
 
 // Brings the row of a path up to date after the daemon's notice. False when the path is not shown; "/" and
-// "/System/Volumes/Data" have no row and count as dealt with. Asks the daemon.
+// "/System/Volumes/Data" count as dealt with where they have no row. Asks the daemon.
 bool fileChanged(const std::string& path, ColumnBrowser& inBrowser, bool isRestore,
                  const PaneServices& services);
 

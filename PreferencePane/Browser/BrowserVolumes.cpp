@@ -1,5 +1,6 @@
 #include "PreferencePane/Browser/BrowserVolumes.h"
 
+#include "Foundation/Unicode.h"
 #include "Support/PathHelpers.h"
 
 namespace kelvane {
@@ -11,7 +12,7 @@ VolumeRow volumeRowFor(const std::string& fileName, const Volumes& volumes) {
 }
 
 std::string enteredPath(const std::string& path, const Volumes& volumes) {
-    return volumes.mountPointOf(path) == "/" ? path : volumes.volumePath(path);
+    return textFromPath(volumes.mountPointOf(path) == "/" ? path : volumes.volumePath(path));
 }
 
 } // namespace kelvane

@@ -21,7 +21,7 @@ struct VolumeRow {
 }
 
 // A path that a person has chosen or dropped, as the daemon knows paths: below a volume's name where that is
-// another than the boot volume.
+// another than the boot volume, and in the form that names have on the link.
 [[nodiscard]] std::string enteredPath(const std::string& path, const Volumes& volumes);
 
 } // namespace kelvane

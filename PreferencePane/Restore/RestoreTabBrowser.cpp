@@ -33,7 +33,10 @@ KelvaneRestoreTabController::volumeRows(const std::shared_ptr<KelvaneProxy>& dae
         const std::string name = node->fileName();
         if (name.empty())
             continue;
-        const bool hasChildren = !daemon->call<"childrenDictionariesForPath:">(name).array().empty();
+        const bool hasChildren =
+            !daemon->invoke("childrenDictionariesForPath:", {name}, &isAnswered).array().empty();
+        if (!isAnswered)
+            return std::nullopt;
         if (name == "/" && !hasChildren && prefs_.existsDriveMountedAtSVD())
             continue;
         VolumeRow row = volumeRowFor(name, *volumes);

@@ -78,6 +78,7 @@ KelvaneRestoreTabController::KelvaneRestoreTabController(PaneServices& prefs,
     ui_->restoreBrowser->setTitle(QString::fromStdString(prefs_.text("Backed-up files")));
     ui_->restoreBrowser->setEmptyText(QString::fromStdString(prefs_.text("Nothing has been backed up yet.")));
     showNoCountsYet();
+    progress_->restoreProgress->setIndeterminate(true);
     connectControls();
 }
 

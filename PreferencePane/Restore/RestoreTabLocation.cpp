@@ -97,9 +97,11 @@ void KelvaneRestoreTabController::openPanelDidEnd(int returnCode) {
     const QStringList folders = panel_->selectedFiles();
     if (returnCode != QDialog::Accepted || folders.empty())
         return;
-    const std::string folder = QFileInfo(folders.front()).canonicalFilePath().toStdString();
-    if (folder.empty())
-        return KelvaneCLog("There is no folder %@ to restore to", folders.front().toStdString());
+    std::error_code error;
+    const std::filesystem::path folder = std::filesystem::canonical(folders.front().toStdString(), error);
+    if (error)
+        return KelvaneSystemLog("Nothing can be restored to %@: %@", folders.front().toStdString(),
+                                error.message());
     restoreToPath(enteredPath(folder, *prefs_.fileServices().fileSystem().volumes()));
 }
 

@@ -20,19 +20,30 @@ void KelvaneRestoreTabController::restoreToPath(const std::optional<std::string>
     counts_.begin();
     progress_->restorePauseButton->setChecked(false);
     showNoCountsYet();
+    progress_->restoreProgress->setIndeterminate(true);
     prefs_.showRestoreProgress(true);
     progress_->restoreProgress->startAnimation();
     std::size_t asked = 0;
     for (const std::string& path : restoredPaths_) {
         const auto daemon = prefs_.proxy();
         if (!daemon)
-            return KelvaneSystemLog("The daemon has gone: it was asked to restore %llu of %llu items", asked,
-                                    restoredPaths_.size());
-        const std::uint32_t job = daemon->call<"restoreFile:toPath:version:priority:">(
-            path, restoreTarget(path, folder), latestVersion, usualPriority);
+            return logLostDaemon(asked);
+        bool isAnswered = false;
+        const std::uint32_t job =
+            daemon
+                ->invoke("restoreFile:toPath:version:priority:",
+                         {path, restoreTarget(path, folder), latestVersion, usualPriority}, &isAnswered)
+                .uint32Value();
+        if (!isAnswered)
+            return logLostDaemon(asked);
         ++asked;
         KelvaneCLog("created restore job %d. %@ -> %@", job, path, folder ? Value(*folder) : Value());
     }
+}
+
+void KelvaneRestoreTabController::logLostDaemon(std::size_t asked) const {
+    KelvaneSystemLog("The daemon has gone: it has taken %llu of %llu items to restore", asked,
+                     restoredPaths_.size());
 }
 
 void KelvaneRestoreTabController::restoredPendingCount(std::uint32_t count) {
@@ -50,7 +61,6 @@ void KelvaneRestoreTabController::showNoCountsYet() {
     progress_->awaitingRestoreLabel->hide();
     progress_->awaitingRestoreField->clear();
     progress_->restoreProgress->setValue(0);
-    progress_->restoreProgress->setIndeterminate(true);
 }
 
 void KelvaneRestoreTabController::showRestoreCounts() {
@@ -69,10 +79,11 @@ void KelvaneRestoreTabController::showRestoreCounts() {
     progress_->restoreProgress->setValue(counts_.percent());
 }
 
-// The next restore is not paused, whoever starts it; and with the end of this one the pane has taken back
-// what registers it at the daemon.
+// The next restore begins without a pause and without the counts of this one, whoever starts it; and with the
+// end of this one the pane has taken back what registers it at the daemon.
 void KelvaneRestoreTabController::progressDisappeared() {
     progress_->restorePauseButton->setChecked(false);
+    showNoCountsYet();
     registeredForUIEvents_ = false;
 }
 

@@ -77,7 +77,7 @@ public:
     [[nodiscard]] virtual Opener& opener() const = 0;
     [[nodiscard]] virtual Authorization& authorization() const = 0;
 
-    // Starts the link to the daemon where there is none; what is there goes on.
+    // Selects the first tab, and starts the link to the daemon where there is none; what is there goes on.
     virtual void didSelect() = 0;
     // Ends the settings application once the current event has been handled.
     virtual void terminateHost() = 0;
@@ -102,11 +102,6 @@ public:
 
     // By `backupColor`; red for what has none.
     [[nodiscard]] virtual QIcon bulletImageForColor(std::int32_t color) const = 0;
-    // Of what the daemon says about the path.
-    [[nodiscard]] virtual QIcon bulletImageForPath(const std::string& path) const = 0;
-    // Whether an application of this identifier runs in the user's session, upper and lower case being the
-    // same.
-    [[nodiscard]] virtual bool isLaunchAgentProcessRunning(const std::string& bundleIdentifier) const = 0;
     // Whether something is mounted at "/System/Volumes/Data".
     [[nodiscard]] virtual bool existsDriveMountedAtSVD() const = 0;
 };

@@ -56,8 +56,6 @@ struct PaneDouble : PaneServices {
     QWidget* backupTab() const override { return backupTab_; }
     QWidget* restoreTab() const override { return restoreTab_; }
     QIcon bulletImageForColor(std::int32_t) const override { return {}; }
-    QIcon bulletImageForPath(const std::string&) const override { return {}; }
-    bool isLaunchAgentProcessRunning(const std::string&) const override { return false; }
     bool existsDriveMountedAtSVD() const override { return false; }
 
     std::shared_ptr<BackupState> state;
