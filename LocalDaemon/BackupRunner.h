@@ -84,6 +84,7 @@ private:
     [[nodiscard]] ResticOutcome backUp(const std::string& path, bool isPartial, const StopSignal& stop);
     void describe(BackupRun::Wanted& wanted, const BackupIndex& index, bool isPartial,
                   bool isIncomplete) const;
+    void touchLate(FileTime begin) const;
     [[nodiscard]] ResticOutcome forgetOld(const StopSignal& stop);
     void noteIndexCurrent();
     void takeFailure(const std::string& reason);

@@ -4,9 +4,12 @@
 #include "LocalDaemon/BackupRunner.h"
 #include "LocalDaemon/BackupTargets.h"
 #include "LocalDaemon/BackupTrouble.h"
+#include "LocalDaemon/LateChanges.h"
 #include "Support/Logging.h"
 
 #include <algorithm>
+#include <ctime>
+#include <thread>
 
 namespace kelvane {
 namespace {
@@ -30,6 +33,14 @@ std::vector<std::string> savedAmong(const BackupIndex& index, std::vector<std::s
         return !item || !index.hasContent(*item);
     });
     return paths;
+}
+
+// The time before it.
+FileTime waitForNextTick() {
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    std::this_thread::sleep_for(longestTick);
+    return FileTime(now);
 }
 
 } // namespace
@@ -60,6 +71,7 @@ ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, cons
     const IndexKeeper::Index index = keeper_->index();
     const FileTotals waiting = state_->totals().pending;
     describe(wanted, *index, isPartial, isIncomplete);
+    const FileTime begin = waitForNextTick();
     BackupRun::Result result = BackupRun(*state_, keeper_->repository()).run(wanted, stop);
     state_->setIndexCurrent(false); // until the snapshot has been listed
     if (!result.outcome.succeeded())
@@ -91,7 +103,14 @@ ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, cons
     noteIndexCurrent();
     if (!isPartial && haveSameDisks)
         state_->noteMounts(mounts, !made.isPartial);
+    touchLate(begin);
     return outcome;
+}
+
+void BackupRunner::touchLate(FileTime begin) const {
+    if (const std::size_t touched = touchLateChanges(*keeper_->index(), begin); touched != 0)
+        KelvaneSystemLog("%llu files changed while they were backed up; the next backup reads them again.",
+                         touched);
 }
 
 void BackupRunner::describe(BackupRun::Wanted& wanted, const BackupIndex& index, bool isPartial,

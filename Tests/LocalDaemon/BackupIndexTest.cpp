@@ -1,12 +1,14 @@
 #include "LocalDaemon/BackupIndex.h"
 
 #include "LocalDaemon/BackupTargets.h"
+#include "LocalDaemon/LateChanges.h"
 #include "LocalDaemon/ResticJson.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
 #include <algorithm>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 namespace kelvane {
 namespace {
@@ -90,6 +92,35 @@ TEST(BackupIndex, TakesWhatNoRepositoryInOrderHolds) {
     const BackupIndex index("repository", {{1, {"one"}}, {2, {"two"}}}, {older, below, newer, older, below});
     EXPECT_EQ(pathsIn(index), (std::vector<std::string>{"/", "/h", "/h/d", "/h/d/x"}));
     EXPECT_EQ(index.find("/h/d")->kind, ItemKind::File);
+}
+
+TEST(BackupIndex, TouchesWhatMayHaveChangedAgainAfterItWasRead) {
+    const tests::TemporaryFolder home;
+    for (const char* const name : {"late", "longer", "special"})
+        home.write(name, "1");
+    std::filesystem::permissions(home / "special", std::filesystem::perms::set_uid);
+    std::filesystem::create_symlink("late", home / "link");
+    const auto look = [&](const std::string& name) {
+        struct stat status {};
+        ::lstat((home / name).c_str(), &status);
+        return std::pair(FileTime(status.st_mtim), FileTime(status.st_ctim));
+    };
+    std::vector<BackedUpItem> items;
+    for (const std::string name : {"late", "longer", "special", "link"}) {
+        const ItemKind kind = name == "link" ? ItemKind::Link : ItemKind::File;
+        const auto [modified, changed] = look(name);
+        items.push_back({{home / name, kind, name == "longer" ? 2U : 1U, modified, changed}, 0, 1, 1});
+    }
+    const BackupIndex index("", {}, items);
+    const FileTime begin = items.front().item.changed;
+    EXPECT_EQ(touchLateChanges(index, FileTime(begin.seconds() + 3)), 0U);
+    do // until the clock of the file system has gone on
+        EXPECT_EQ(touchLateChanges(index, begin), 1U);
+    while (look("late").second == begin);
+    for (const BackedUpItem& each : items) {
+        const std::string name = std::filesystem::path(each.item.path).filename();
+        EXPECT_EQ(look(name).second != each.item.changed, name == "late") << name;
+    }
 }
 
 // restic keeps times of the years 0 to 9999: of what lies beyond the month and day in the last one.
