@@ -54,6 +54,14 @@ bool hasIndex(const std::string& indexPath) {
                        [&](const auto& file) { return file.path().string().starts_with(indexPath); });
 }
 
+std::string copyOf(const std::string& indexPath) {
+    return std::string(folderOf(indexPath)) + "/local-daemon-number";
+}
+
+bool isMissing(const FileReading& file) {
+    return file.error == ENOENT || file.error == ENOTDIR;
+}
+
 std::string keep(std::uint32_t number, const std::string& path) {
     const std::string text = std::to_string(number) + '\n';
     if (!ensureFolder(std::string(folderOf(path))))
@@ -65,20 +73,30 @@ std::string keep(std::uint32_t number, const std::string& path) {
 } // namespace
 
 ComputerNumber computerNumber(const std::string& path, const std::string& indexPath) {
+    const std::string copyPath = copyOf(indexPath);
     const FileReading file = readFile(path, largestNumber, SymbolicLinks::Follow);
-    if (file.error != ENOENT && file.error != ENOTDIR) {
-        const std::uint32_t number = numberIn(file.bytes);
-        return {number, number == 0 ? "the number of this computer cannot be read, and without it its backup "
-                                      "cannot be found: " +
-                                          (file.succeeded() ? path : file.reason)
-                                    : ""};
+    const FileReading copy = readFile(copyPath, largestNumber, SymbolicLinks::Follow);
+    if (const std::uint32_t number = numberIn(file.bytes); number != 0) {
+        if (const std::string failure = numberIn(copy.bytes) == number ? "" : keep(number, copyPath);
+            !failure.empty())
+            KelvaneSystemLog("The number of this computer has no second copy: %@", failure);
+        return {number, {}};
     }
+    if (const std::uint32_t number = numberIn(copy.bytes); number != 0) {
+        const std::string failure = isMissing(file) ? keep(number, path) : file.reason;
+        KelvaneSystemLog("The number of this computer is taken from %@, as %@ has none. %@", copyPath, path,
+                         failure);
+        return {number, {}};
+    }
+    if (!isMissing(file))
+        return {0, "the number of this computer cannot be read, and without it its backup cannot be found: " +
+                       (file.succeeded() ? path : file.reason)};
     const std::string machine = "kelvane computer number " + machineIdentity();
     const std::uint32_t own = numberFrom(machine);
     const bool isInUse = hasIndex(indexPath);
     const std::uint32_t number =
         isInUse ? own : numberFrom(machine + indexPath + '\n' + std::to_string(::geteuid()));
-    const std::string failure = keep(number, path);
+    const std::string failure = keep(number, path) + keep(number, copyPath);
     if (isInUse || !failure.empty())
         KelvaneSystemLog("%@ is not there: the number of this computer is %u, which follows from the machine "
                          "alone. %@",

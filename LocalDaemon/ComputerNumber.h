@@ -10,11 +10,13 @@ struct ComputerNumber {
     std::string refusal;      // empty when there is a number
 };
 
-// What tells this daemon's snapshots from others' in one repository, kept as a text in the file at `path`.
-// Where there is none it is made from the machine, the user and `indexPath`, the beginning of the names of
+// What tells this daemon's snapshots from others' in one repository, kept as a text in the file at `path`,
+// with a copy in the folder of the indexes that serves where the first is lost. Where there is neither it is
+// made from the machine, the user and `indexPath`, the beginning of the names of
 // indexes, so that two users or two homes of one machine have two. The machine's own number, the same at
 // every start, is taken where it cannot be kept, and where there is an index already; both are logged. A file
-// that cannot be read is left as it is, and refused: with another number the backup would begin anew.
+// that cannot be read is left as it is, and refused where there is no copy: with another number the backup
+// would begin anew.
 //
 // A pane and its web pages see it, so the machine's own identity cannot be read from it. Blocks on the disk.
 [[nodiscard]] ComputerNumber computerNumber(const std::string& path, const std::string& indexPath);

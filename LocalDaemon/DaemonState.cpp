@@ -27,10 +27,14 @@ std::uint32_t narrowed(std::uint64_t count) {
         std::min<std::uint64_t>(count, std::numeric_limits<std::uint32_t>::max()));
 }
 
-// The path and the folders that it is in, for theirs may be the bullets that change with its own.
+// The path and the folders that it is in, for theirs may be the bullets that change with its own. Not "/",
+// which would stand for everything.
 void addWithFolders(std::set<std::string>& paths, std::string_view path) {
-    while (paths.emplace(path).second)
+    do {
+        if (!paths.emplace(path).second)
+            return;
         path = folderOf(path);
+    } while (path != "/");
 }
 
 } // namespace
@@ -72,7 +76,9 @@ DaemonState::Index DaemonState::index() const {
 void DaemonState::setIndex(Index index, const std::vector<std::string>& changed) {
     const std::scoped_lock guard(mutex_);
     index_ = std::move(index);
-    announceFiles(changed);
+    std::vector<std::string> files = changed;
+    files.emplace_back("/"); // the bullets of all folders may be others now
+    announceFiles(files);
     announce();
 }
 
@@ -142,14 +148,21 @@ void DaemonState::changeSettings(const std::function<void(Settings&)>& change) {
                 "They are in use, but will be lost when the backup daemon ends. " + failure});
 }
 
+// One that was set while the clock was ahead would last for as long as it was ahead.
+bool DaemonState::isPaused() const {
+    const std::int64_t time = now();
+    return time < settings_.pausedUntil && time >= settings_.pausedSince - secondsPerMinute;
+}
+
 std::uint32_t DaemonState::pausedMinutes() const {
     const std::scoped_lock guard(mutex_);
-    const std::int64_t left = std::max<std::int64_t>(settings_.pausedUntil - now(), 0);
+    const std::int64_t left = isPaused() ? settings_.pausedUntil - now() : 0;
     return narrowed(static_cast<std::uint64_t>((left + secondsPerMinute - 1) / secondsPerMinute));
 }
 
 void DaemonState::setPausedMinutes(std::uint32_t minutes) {
     changeSettings([this, minutes](Settings& settings) {
+        settings.pausedSince = now();
         settings.pausedUntil = minutes == 0 ? 0 : now() + minutes * secondsPerMinute;
     });
 }

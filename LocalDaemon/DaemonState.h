@@ -180,7 +180,7 @@ private:
     // With the mutex held.
     [[nodiscard]] std::int64_t now() const;
     [[nodiscard]] bool hasPlace() const { return !configuration_.repository.location.empty(); }
-    [[nodiscard]] bool isPaused() const { return settings_.pausedUntil > now(); }
+    [[nodiscard]] bool isPaused() const;
     [[nodiscard]] bool isOverQuota() const;
     [[nodiscard]] FileTotals currentlyFound() const { return scan_ ? scan_->totals : FileTotals(); }
     [[nodiscard]] BackupTotals currentTotals() const;

@@ -144,6 +144,8 @@ private:
         if (item && item->snapshot != 0) {
             standing.date = dateOf(*item);
             standing.version = item->version;
+        } else if (const Snapshot* const newest = item ? index_->newestSnapshot() : nullptr) {
+            standing.date = dateFromTime(newest->time); // a folder of which only contents were saved
         }
         standing.isKept = item && index_->hasContent(*item);
         standing.isDamaged = item && index_->isDamaged(*item);

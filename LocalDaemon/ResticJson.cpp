@@ -113,13 +113,17 @@ std::optional<std::int64_t> takeOffset(std::string_view& text) {
     return isWest ? -seconds : seconds;
 }
 
+// More snapshots than that were never made: a higher number is somebody else's, and none could follow it.
+constexpr std::uint64_t highestSequence = std::uint64_t{1} << 40U;
+
 std::uint64_t sequenceIn(std::string_view tag) {
     std::uint64_t sequence = 0;
     if (!tag.starts_with(sequenceTagStart))
         return 0;
     const auto [end, error] =
         std::from_chars(tag.data() + sequenceTagStart.size(), tag.data() + tag.size(), sequence);
-    return error == std::errc() && end == tag.data() + tag.size() ? sequence : 0;
+    const bool isNumber = error == std::errc() && end == tag.data() + tag.size();
+    return isNumber && sequence <= highestSequence ? sequence : 0;
 }
 
 std::uint16_t modeOf(const Json& object) {

@@ -25,6 +25,7 @@ constexpr Flag flags[] = {
     {"includeRequired", &Settings::includeRequired},
 };
 constexpr std::string_view controlFlagsKey = "backupControlFlags";
+constexpr std::string_view pausedSinceKey = "pausedSince";
 constexpr std::string_view pausedUntilKey = "pausedUntil";
 constexpr std::string_view profileKey = "profile";
 constexpr std::string_view togglesKey = "fileTypeToggles";
@@ -123,6 +124,7 @@ Value valueFromSettings(const Settings& settings) {
     for (const Flag& flag : flags)
         entries.set(flag.key, settings.*flag.member);
     entries.set(controlFlagsKey, settings.backupControlFlags);
+    entries.set(pausedSinceKey, settings.pausedSince);
     entries.set(pausedUntilKey, settings.pausedUntil);
     entries.set(profileKey, settings.profile);
     entries.set(togglesKey, settings.fileTypeToggles);
@@ -141,6 +143,7 @@ Settings settingsFromValue(const Value& value) {
         if (value[flag.key].isNumber())
             settings.*flag.member = value[flag.key].boolValue();
     settings.backupControlFlags = value[controlFlagsKey].uint32Value();
+    settings.pausedSince = value[pausedSinceKey].int64Value();
     settings.pausedUntil = value[pausedUntilKey].int64Value();
     settings.profile = entriesOf(value[profileKey], [](const Value& entry) { return entry.isString(); });
     settings.fileTypeToggles =

@@ -35,7 +35,8 @@ struct Settings {
     bool delayShutdown = false;
     bool includeRequired = false;
     std::uint32_t backupControlFlags = 0;
-    std::int64_t pausedUntil = 0; // seconds since 1970; in the past or 0: not paused
+    std::int64_t pausedSince = 0; // seconds since 1970
+    std::int64_t pausedUntil = 0; // likewise; in the past or 0: not paused
     Dictionary profile;           // strings
     Dictionary fileTypeToggles;   // unsigned 32-bit numbers
     PathRules paths;

@@ -228,8 +228,9 @@ int run(const Arguments& arguments) {
 int main(int count, char** texts) {
     kelvane::prepareProgram();
     ::mallopt(M_ARENA_MAX, mostArenas);
-    // A terminal that has gone must not end the daemon at its next line.
-    std::signal(SIGPIPE, SIG_IGN);
+    // Neither a terminal that has gone nor a limit on the size of files ends the daemon: the write fails.
+    for (const int number : {SIGPIPE, SIGXFSZ})
+        std::signal(number, SIG_IGN);
     try {
         Arguments arguments;
         if (const auto status = parse(count, texts, arguments))

@@ -325,7 +325,7 @@ private:
     }
 
     void reap() {
-        int status = 0;
+        int status = SIGKILL;  // of a child whose end somebody else has taken: not known, and so no success
         ::kill(-id_, SIGKILL); // what it has started and left behind
         while (::waitpid(id_, &status, 0) < 0 && errno == EINTR) {
         }

@@ -1,6 +1,7 @@
 #include "Platform/FileDescriptor.h"
 
 #include <clocale>
+#include <csignal>
 #include <fcntl.h>
 
 namespace kelvane {
@@ -14,6 +15,10 @@ void occupyStandardDescriptors() {
 
 void prepareProgram() {
     occupyStandardDescriptors();
+    std::signal(SIGCHLD, SIG_DFL); // ignored by the parent, it would hide how children end
+    sigset_t none;
+    ::sigemptyset(&none);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
     std::setlocale(LC_CTYPE, ""); // an unknown one leaves that of C
 }
 

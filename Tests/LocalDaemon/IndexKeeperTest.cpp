@@ -94,7 +94,7 @@ TEST_F(Keeping, FollowsTheOrderOfCreationAndNotTheClock) {
     const std::string file = folders.write("home/file", "ahead");
     backUp(file, -1, {"sequence-3"});
     folders.write("home/file", "newest one");
-    const std::string newest = backUp(file, 0, {"sequence-4"});
+    const std::string newest = backUp(file, 0, {"sequence-4", "sequence-18446744073709551615"});
     IndexKeeper from = keeper();
     ASSERT_TRUE(from.synchronize(false, stop).succeeded());
     EXPECT_EQ(from.index()->find(file)->size, 10U);

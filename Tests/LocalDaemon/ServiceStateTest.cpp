@@ -172,7 +172,11 @@ TEST_F(State, ListsStandingAlertsWorstFirstSinceTheyWereRaised) {
     };
     state.raiseAlert({"low", "information", "", ""});
     state.raiseAlert({"middle", "warning", "", "first"});
-    time += std::chrono::seconds(60);
+    state.setPausedMinutes(60);
+    time -= std::chrono::hours(1); // the clock was ahead when the pause was set
+    EXPECT_EQ(state.pausedMinutes(), 0U);
+    time += std::chrono::hours(1) + std::chrono::seconds(60);
+    EXPECT_EQ(state.pausedMinutes(), 59U);
     state.raiseAlert({"late", "warning", "", ""});
     state.raiseAlert({"high", "error", "", "", {"keep:a:b", "odd:", "dismiss:"}});
     state.raiseAlert({"middle", "warning", "", "other words"});

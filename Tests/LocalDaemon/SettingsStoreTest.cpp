@@ -114,10 +114,16 @@ TEST_F(Store, DaemonsOfOneMachineHaveNumbersThatDifferAndKeepTheirs) {
     EXPECT_NE(number("b"), first);
     folder.write("a/index-1", "");
     EXPECT_EQ(number("a"), first);
+    for (const char* const lost : {"a/number", "a/local-daemon-number"}) {
+        std::filesystem::remove(folder / lost);
+        EXPECT_EQ(number("a"), first) << lost;
+        EXPECT_EQ(folder.read(lost), std::to_string(first) + '\n');
+    }
+    EXPECT_EQ(problems, 1);
     folder.write("c/index-1", ""); // of a backup from before numbers were kept
     folder.write("d/index-1", "");
     EXPECT_EQ(number("c"), number("d"));
-    EXPECT_EQ(problems, 2);
+    EXPECT_EQ(problems, 3);
     const std::string kept = folder.write("e/number", "# 77");
     EXPECT_NE(computerNumber(kept, folder / "e/index").refusal, "");
     EXPECT_EQ(std::filesystem::file_size(kept), 4U);

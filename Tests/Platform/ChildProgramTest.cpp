@@ -4,6 +4,7 @@
 #include "Tests/Harness/ReportingScript.h"
 
 #include <array>
+#include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -91,6 +92,10 @@ TEST(ChildProgram, SaysHowOneEndsThatDoesNotRunToItsEnd) {
     EXPECT_EQ(run(shell("kill -9 $$"), never).end, End::Crashed);
     EXPECT_EQ(run(missing, never).end, End::NotStarted);
     EXPECT_NE(run(missing, never).errors.find("/no/such/program"), std::string::npos);
+    // Whoever takes the ends of children for itself leaves nothing to call a success.
+    const auto before = std::signal(SIGCHLD, SIG_IGN);
+    EXPECT_NE(run(shell("exit 0"), never).end, End::Exited);
+    std::signal(SIGCHLD, before);
     // A grandchild that keeps the pipes open is not waited for.
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_TRUE(run(shell("sleep 30 & exit 0"), never).succeeded());
