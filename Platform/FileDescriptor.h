@@ -34,9 +34,9 @@ private:
 // this program gets their numbers. Reading and writing there fails as it did.
 void occupyStandardDescriptors();
 
-// The first thing in every `main`: occupies the standard descriptors, blocks no signal and does not ignore the
-// end of children, whatever the parent did, and takes the character types from the environment, so that all
-// programs of a user fold case alike.
+// The first thing in every `main`: occupies the standard descriptors, blocks no signal and does not ignore
+// the end of children, whatever the parent did, and takes the character types from the environment, so that
+// all programs of a user fold case alike.
 void prepareProgram();
 
 } // namespace kelvane

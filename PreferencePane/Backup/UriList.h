@@ -8,7 +8,8 @@ namespace kelvane {
 
 // What a list of addresses as file managers drop it (text/uri-list) names on this machine.
 struct UriList {
-    std::vector<std::string> paths; // absolute and clean, as bytes: without "." and "..", and with no separator behind
+    std::vector<std::string>
+        paths; // absolute and clean, as bytes: without "." and "..", and with no separator behind
     // Lines that name no file here.
     std::vector<std::string> others;
 };

@@ -129,8 +129,8 @@ TEST(UriList, NamesFilesOfThisMachineAlone) {
         "file:/d\nfile://elsewhere/e\r\nfile:///%FF\r\nfile:///a%00b\r\nfile:relative\nfil\nhttps://here/f",
         "here");
     EXPECT_EQ(found.paths, (std::vector<std::string>{"/home/joe/a b", "/b\xC3\xA9", "/c#1?", "/d", "/\xFF"}));
-    EXPECT_EQ(found.others, (std::vector<std::string>{"file://elsewhere/e", "file:///a%00b",
-                                                      "file:relative", "fil", "https://here/f"}));
+    EXPECT_EQ(found.others, (std::vector<std::string>{"file://elsewhere/e", "file:///a%00b", "file:relative",
+                                                      "fil", "https://here/f"}));
 }
 
 } // namespace
