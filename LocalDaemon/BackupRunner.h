@@ -84,6 +84,8 @@ private:
     [[nodiscard]] ResticOutcome backUp(const std::string& path, bool isPartial, const StopSignal& stop);
     void describe(BackupRun::Wanted& wanted, const BackupIndex& index, bool isPartial,
                   bool isIncomplete) const;
+    [[nodiscard]] bool prepareRepair(const StopSignal& stop);
+    void noteUnread(std::vector<std::string> unread, bool isPartial, std::uint64_t changes);
     void touchLate(FileTime begin) const;
     [[nodiscard]] ResticOutcome forgetOld(const StopSignal& stop);
     void noteIndexCurrent();

@@ -43,6 +43,14 @@ FileTime waitForNextTick() {
     return FileTime(now);
 }
 
+// `isAllKnown`: it lacks nothing but what it is known to lack.
+void complete(IndexKeeper::Made& made, const std::set<std::string, std::less<>>& absent, bool isAllKnown) {
+    made.lacks.insert(made.lacks.end(), absent.begin(), absent.end());
+    made.isPartial = made.isPartial || !made.lacks.empty() || !isAllKnown;
+    if (!isAllKnown)
+        made.lacks.clear();
+}
+
 } // namespace
 
 ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, const StopSignal& stop) {
@@ -59,14 +67,8 @@ ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, cons
             state_->noteUnread(std::nullopt);
         return {};
     }
-    // What is new is saved even when what is damaged cannot be stored again now.
-    if (!isPartial && verification_->canRepair())
-        if (const ResticOutcome outcome = verification_->prepareRepair(stop); !outcome.succeeded()) {
-            if (outcome.trouble == ResticTrouble::Stopped)
-                return outcome;
-            KelvaneSystemLog("What is damaged in the backup cannot be stored again yet: %@",
-                             reasonOf(outcome));
-        }
+    if (!isPartial && !prepareRepair(stop))
+        return {ResticTrouble::Stopped, false, {}};
     wanted.isForced = !isPartial && verification_->mustStoreAgain();
     const IndexKeeper::Index index = keeper_->index();
     const FileTotals waiting = state_->totals().pending;
@@ -80,23 +82,12 @@ ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, cons
         verification_->noteStoredAgain();
     IndexKeeper::Made made{result.snapshotId, isIncomplete, savedAmong(*index, result.unread)};
     const bool areMoreUnread = result.unread.size() >= BackupRun::mostUnread; // perhaps
-    for (const std::string& link : state_->lossyLinks())
-        result.unread.push_back(link +
-                                ": the target of this link is not UTF-8 text, which restic cannot keep");
-    if (!isPartial)
-        state_->noteUnread(result.unread.empty() && !verification_->isBeyondRepair()
-                               ? std::nullopt
-                               : std::optional(changes));
-    if (!isPartial || (!result.unread.empty() && !state_->standingAlert(unreadAlert)))
-        reportUnread(result.unread); // what others could not be read a part does not know
+    noteUnread(std::move(result.unread), isPartial, changes);
     KelvaneSystemLog("Backed up%@; snapshot %@, %llu bytes were waiting.", isPartial ? ": " + path : "",
                      result.snapshotId, waiting.bytes);
     const bool haveSameDisks = options_.lookForDisks() == mounts; // one may have gone meanwhile
     absent.merge(state_->absentInBackup());
-    made.lacks.insert(made.lacks.end(), absent.begin(), absent.end());
-    made.isPartial = made.isPartial || !made.lacks.empty() || !haveSameDisks || areMoreUnread;
-    if (isPartial || !haveSameDisks || areMoreUnread)
-        made.lacks.clear();
+    complete(made, absent, !isPartial && haveSameDisks && !areMoreUnread);
     ResticOutcome outcome = keeper_->add(made, stop);
     if (!outcome.succeeded())
         return outcome;
@@ -105,6 +96,26 @@ ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, cons
         state_->noteMounts(mounts, !made.isPartial);
     touchLate(begin);
     return outcome;
+}
+
+// What is new is saved even when what is damaged cannot be stored again now. False when it was stopped.
+bool BackupRunner::prepareRepair(const StopSignal& stop) {
+    if (!verification_->canRepair())
+        return true;
+    const ResticOutcome outcome = verification_->prepareRepair(stop);
+    if (!outcome.succeeded() && outcome.trouble != ResticTrouble::Stopped)
+        KelvaneSystemLog("What is damaged in the backup cannot be stored again yet: %@", reasonOf(outcome));
+    return outcome.trouble != ResticTrouble::Stopped;
+}
+
+void BackupRunner::noteUnread(std::vector<std::string> unread, bool isPartial, std::uint64_t changes) {
+    for (const std::string& link : state_->lossyLinks())
+        unread.push_back(link + ": the target of this link is not UTF-8 text, which restic cannot keep");
+    if (!isPartial)
+        state_->noteUnread(unread.empty() && !verification_->isBeyondRepair() ? std::nullopt
+                                                                              : std::optional(changes));
+    if (!isPartial || (!unread.empty() && !state_->standingAlert(unreadAlert)))
+        reportUnread(unread); // what others could not be read a part does not know
 }
 
 void BackupRunner::touchLate(FileTime begin) const {

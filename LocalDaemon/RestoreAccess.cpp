@@ -38,7 +38,8 @@ bool makeOwnerAccessible(int folder) {
 AccessForOwner::AccessForOwner(int folder, std::string path, RestoreJournal& journal)
     : folder_(folder), path_(std::move(path)), journal_(journal) {
     struct stat status {};
-    if (isAccessible(folder) || ::fstat(folder, &status) != 0 || (status.st_mode & S_IRWXU) == S_IRWXU)
+    if (isAccessible(folder) || ::fstat(folder, &status) != 0 || status.st_uid != ::geteuid() ||
+        (status.st_mode & S_IRWXU) == S_IRWXU)
         return;
     before_ = status.st_mode & allBits;
     journal_.accessGiven(path_, *before_);
