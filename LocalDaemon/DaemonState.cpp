@@ -20,6 +20,7 @@ constexpr std::uint32_t rulesAreLoaded = 26;
 constexpr const char* settingsAlert = "settings_not_saved";
 constexpr const char* selectionAlert = "nothing_selected";
 constexpr const char* nothingIsSelected = "Nothing is selected for backup.";
+constexpr const char* backupIsDamaged = "Something in the backup is damaged.";
 constexpr const char* watchAlert = "watch_limit_reached";
 
 std::uint32_t narrowed(std::uint64_t count) {
@@ -330,12 +331,15 @@ std::uint32_t DaemonState::ownServiceState() const {
     conditions.isInitialBackup = activity_.isInitial;
     conditions.isScanning = isLooking();
     conditions.hasPendingFiles = isWaiting();
+    conditions.isDamaged = verification_.isDamageKnown;
     return static_cast<std::uint32_t>(serviceStateFor(conditions));
 }
 
 std::string DaemonState::currentStatusText(std::uint32_t service) const {
     const bool isOwn = service == static_cast<std::uint32_t>(ServiceState::OperationsMessage) && !override_;
-    return isOwn ? nothingIsSelected : serviceStateText(service);
+    if (!isOwn)
+        return serviceStateText(service);
+    return selectsAnything(*rules_) ? backupIsDamaged : nothingIsSelected;
 }
 
 std::uint32_t DaemonState::currentServiceState() const {

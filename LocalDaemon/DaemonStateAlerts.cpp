@@ -76,6 +76,7 @@ void DaemonState::setDamage(bool isAnyKnown, std::uint64_t files) {
     const std::scoped_lock guard(mutex_);
     verification_.isDamageKnown = isAnyKnown;
     verification_.damagedFiles = files;
+    announce();
 }
 
 void DaemonState::orderVerification() {

@@ -19,6 +19,7 @@ constexpr std::chrono::minutes patienceWithRetries{2};
 constexpr std::chrono::milliseconds noPatience{0};
 // In one call: each walks through all folders of all snapshots.
 constexpr std::size_t mostLocated = 2000;
+constexpr unsigned mostRounds = 20; // of searches
 constexpr std::size_t longestAnswer = std::size_t{1} << 26U;
 constexpr std::size_t idLength = 64;
 
@@ -128,6 +129,37 @@ RepositoryCheck::Located RepositoryCheck::locate(const CheckReport& report, Snap
                           packCount > mostLocated || report.missingBlobs.size() > mostLocated;
     if (damage.isEverything)
         return located;
+    // restic passes over a folder in which it has found nothing, even if it could not read one below it: of
+    // snapshots that share such a folder it names one.
+    std::vector<std::string> left; // to be searched; empty: all
+    for (unsigned round = 1;; ++round) {
+        const std::size_t unreadable = damage.snapshots.size();
+        located.outcome = search(report, snapshots, left, damage, stop);
+        if (!located.outcome.succeeded() || damage.snapshots.size() == unreadable ||
+            snapshots == Snapshots::All)
+            break;
+        damage.isEverything = round == mostRounds;
+        const Repository::Listing listing = repository_.snapshots(stop);
+        if (damage.isEverything || !listing.outcome.succeeded())
+            return {listing.outcome, damage};
+        left.clear();
+        for (const Snapshot& each : listing.snapshots)
+            if (!damage.holds(each.id, "/"))
+                left.push_back(each.id);
+        if (left.empty())
+            break;
+    }
+    if (located.outcome.trouble == ResticTrouble::Failed) { // over a pack that is cut off, for one
+        KelvaneSystemLog("Cannot tell which files are damaged: %@", reasonOf(located.outcome));
+        located.outcome = {};
+        damage.isEverything = true;
+    }
+    return located;
+}
+
+ResticOutcome RepositoryCheck::search(const CheckReport& report, Snapshots snapshots,
+                                      const std::vector<std::string>& in, Damage& damage,
+                                      const StopSignal& stop) const {
     // Packs of folders are found by reading the folders from the repository: restic does not search for
     // them, and its cache has them whole. What is missing it would try to read for a long time.
     const bool isReadAnew = !report.damagedPacks.empty() && report.missingPacks.empty();
@@ -138,22 +170,21 @@ RepositoryCheck::Located RepositoryCheck::locate(const CheckReport& report, Snap
     } searches[] = {{"--pack", report.missingPacks, false},
                     {"--pack", report.damagedPacks, isReadAnew},
                     {"--blob", report.missingBlobs, false}};
-    for (const auto& search : searches) {
+    ResticOutcome outcome;
+    for (const auto& each : searches) {
+        if (each.ids.empty() || !outcome.succeeded())
+            continue;
         std::vector<std::string> arguments{"find", "--json", "--no-lock"};
-        if (search.isReadAnew)
+        if (each.isReadAnew)
             arguments.emplace_back("--no-cache");
         if (snapshots == Snapshots::Own)
             arguments.insert(arguments.end(), {"--tag", repository_.tag()});
-        arguments.emplace_back(search.kind);
-        if (!search.ids.empty() && located.outcome.succeeded())
-            located.outcome = find(std::move(arguments), search.ids, damage, stop);
+        for (const std::string& snapshot : in)
+            arguments.insert(arguments.end(), {"--snapshot", snapshot});
+        arguments.emplace_back(each.kind);
+        outcome = find(std::move(arguments), each.ids, damage, stop);
     }
-    if (located.outcome.trouble == ResticTrouble::Failed) { // over a pack that is cut off, for one
-        KelvaneSystemLog("Cannot tell which files are damaged: %@", reasonOf(located.outcome));
-        located.outcome = {};
-        damage.isEverything = true;
-    }
-    return located;
+    return outcome;
 }
 
 ResticOutcome RepositoryCheck::find(std::vector<std::string> arguments, const std::set<std::string>& ids,

@@ -5,6 +5,7 @@
 
 #include <set>
 #include <string>
+#include <vector>
 
 namespace kelvane {
 
@@ -67,6 +68,10 @@ public:
 
 private:
     [[nodiscard]] CheckReport check(std::vector<std::string> arguments, const StopSignal& stop) const;
+    // In these snapshots; of none: in all.
+    [[nodiscard]] ResticOutcome search(const CheckReport& report, Snapshots snapshots,
+                                       const std::vector<std::string>& in, Damage& damage,
+                                       const StopSignal& stop) const;
     [[nodiscard]] ResticOutcome find(std::vector<std::string> arguments, const std::set<std::string>& ids,
                                      Damage& damage, const StopSignal& stop) const;
 

@@ -26,7 +26,9 @@ ServiceState serviceStateFor(const ServiceConditions& conditions) {
         return conditions.isInitialBackup ? ServiceState::InitialBackup : ServiceState::BackingUp;
     if (conditions.isScanning)
         return ServiceState::Scanning;
-    return conditions.hasPendingFiles ? ServiceState::BackupPending : ServiceState::Idle;
+    if (conditions.hasPendingFiles)
+        return ServiceState::BackupPending;
+    return conditions.isDamaged ? ServiceState::OperationsMessage : ServiceState::Idle;
 }
 
 std::string serviceStateText(std::uint32_t code) {

@@ -36,6 +36,7 @@ struct ServiceConditions {
     bool isInitialBackup = false;
     bool isScanning = false;
     bool hasPendingFiles = false;
+    bool isDamaged = false; // something in the backup cannot be given back
 };
 
 [[nodiscard]] ServiceState serviceStateFor(const ServiceConditions& conditions);

@@ -1,4 +1,5 @@
 #include "Common/StandingAlert.h"
+#include "Foundation/BinaryPropertyList.h"
 #include "LocalDaemon/AlertActions.h"
 #include "LocalDaemon/DaemonState.h"
 
@@ -47,6 +48,17 @@ TEST_F(State, CountsWhatTheScanHasFoundAgainstTheQuota) {
     state.setOverQuotaForTesting(false);
     state.setOverQuotaForTesting(std::nullopt);
     EXPECT_EQ(told->states, (std::vector<std::uint32_t>{8, 5, 17, 5, 17}));
+}
+
+// One text that cannot be encoded would leave panes without any state.
+TEST_F(State, SaysThatTheBackupIsDamagedInTextsThatCanBeEncoded) {
+    report(0, 0);
+    state.setDamage(true, 0);
+    state.raiseAlert({"damage", "error", "Damaged", "name \xFF"});
+    const Value said = state.stateDictionary();
+    EXPECT_EQ(said["serviceState"], 23U);
+    EXPECT_EQ(said["statusString"], "Something in the backup is damaged.");
+    EXPECT_TRUE(writeBinaryPropertyList(said).succeeded());
 }
 
 TEST_F(State, SaysTheFirstReasonThatHoldsAndKeepsOneThatIsSetUntilItsOwnIsAnother) {

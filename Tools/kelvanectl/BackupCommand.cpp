@@ -15,15 +15,19 @@ namespace {
 
 // The service states in which a backup is on its way, or would be as soon as something has changed.
 constexpr std::uint32_t workingStates[] = {3, 4, 5, 6, 7, 8};
+constexpr std::uint32_t messageState = 23;
 
 struct Look {
     std::uint32_t serviceState = 0;
     std::string name;
     bool isBackupNeeded = false;
     bool hasUnreadFiles = false;
+    std::uint64_t damagedFiles = 0;
+    bool isDamaged = false; // or has damaged earlier versions, which keep no backup from being made
 
     [[nodiscard]] bool isAtWork() const {
-        return std::ranges::find(workingStates, serviceState) != std::end(workingStates);
+        return std::ranges::find(workingStates, serviceState) != std::end(workingStates) ||
+               (serviceState == messageState && isDamaged);
     }
 };
 
@@ -34,6 +38,8 @@ Look lookAt(Session& session) {
     look.name = stringForKelvaneServiceState(static_cast<std::int32_t>(look.serviceState), session.bundle());
     look.isBackupNeeded = session.state().isBackupNeeded();
     look.hasUnreadFiles = session.state().hasUnreadFiles();
+    look.damagedFiles = session.state().damagedFileCount();
+    look.isDamaged = session.state().isBackupDamaged();
     return look;
 }
 
@@ -76,6 +82,10 @@ ExitStatus runBackup(CommandLine& line) {
         status = waitForEnd(line, look);
     if (status == ExitStatus::Success && !look.isAtWork())
         status = refuse(look);
+    else if (status == ExitStatus::Success && waits && look.damagedFiles > 0)
+        status = complain(ExitStatus::Incomplete, std::to_string(look.damagedFiles) +
+                                                      " files in the backup are damaged; \"kelvanectl "
+                                                      "status\" says more");
     else if (status == ExitStatus::Success && waits && look.hasUnreadFiles)
         status =
             complain(ExitStatus::Incomplete, "some files could not be read; the daemon's log names them");
