@@ -99,6 +99,7 @@ def verify(round_, lost):
         round_.note("   no verification: " + errors.strip()[:80])
         return
     round_.note(f"   verified: {code} {(out + errors).strip()[:200]}")
+    lost = lost & round_.lost_in_newest()  # the daemon stores again what it finds missing
     files = {path for path in lost if model.newest[path].entry.kind == "file" and model.newest[path].entry.size}
     if files:
         model.damaged = files
