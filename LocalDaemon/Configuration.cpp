@@ -23,8 +23,9 @@ namespace {
 
 constexpr const char* policyBelowHome[] = {".cache/", ".local/share/Trash/", ".thumbnails/",
                                            ".var/app/*/cache/"};
-constexpr const char* policyOfMachine[] = {"/dev/", "/proc/",    "/run/",          "/sys/",
-                                           "/tmp/", "/var/tmp/", "/*/lost+found/", "/*/.Trash-*"};
+constexpr const char* policyOfMachine[] = {"/dev/",     "/proc/",      "/run/",        "/sys/",
+                                           "/tmp/",     "/var/tmp/",   "/lost+found/", "/**/lost+found/",
+                                           "/.Trash-*", "/**/.Trash-*"};
 constexpr std::size_t keyBytes = 32;
 constexpr mode_t privateMode = 0600;
 

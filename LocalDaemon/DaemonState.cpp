@@ -11,16 +11,11 @@
 namespace kelvane {
 namespace {
 
-constexpr std::int64_t secondsPerMinute = 60;
-constexpr std::uint64_t bytesPerMegabyte = std::uint64_t{1} << 20U;
-
 // From 26 up panes may ask for rules and policy. This daemon has them at hand before it listens.
 constexpr std::uint32_t rulesAreLoaded = 26;
 
 constexpr const char* settingsAlert = "settings_not_saved";
 constexpr const char* selectionAlert = "nothing_selected";
-constexpr const char* nothingIsSelected = "Nothing is selected for backup.";
-constexpr const char* backupIsDamaged = "Something in the backup is damaged.";
 constexpr const char* watchAlert = "watch_limit_reached";
 
 std::uint32_t narrowed(std::uint64_t count) {
@@ -149,44 +144,6 @@ void DaemonState::changeSettings(const std::function<void(Settings&)>& change) {
                 "They are in use, but will be lost when the backup daemon ends. " + failure});
 }
 
-// One that was set while the clock was ahead would last for as long as it was ahead.
-bool DaemonState::isPaused() const {
-    const std::int64_t time = now();
-    return time < settings_.pausedUntil && time >= settings_.pausedSince - secondsPerMinute;
-}
-
-std::uint32_t DaemonState::pausedMinutes() const {
-    const std::scoped_lock guard(mutex_);
-    const std::int64_t left = isPaused() ? settings_.pausedUntil - now() : 0;
-    return narrowed(static_cast<std::uint64_t>((left + secondsPerMinute - 1) / secondsPerMinute));
-}
-
-void DaemonState::setPausedMinutes(std::uint32_t minutes) {
-    changeSettings([this, minutes](Settings& settings) {
-        settings.pausedSince = now();
-        settings.pausedUntil = minutes == 0 ? 0 : now() + minutes * secondsPerMinute;
-    });
-}
-
-std::uint32_t DaemonState::serviceState() const {
-    const std::scoped_lock guard(mutex_);
-    return currentServiceState();
-}
-
-void DaemonState::overrideServiceState(std::uint32_t code) {
-    const std::scoped_lock guard(mutex_);
-    override_.reset();
-    if (code != 0)
-        override_ = Override{code, ownServiceState()};
-    announce();
-}
-
-void DaemonState::setOverQuotaForTesting(std::optional<bool> overQuota) {
-    const std::scoped_lock guard(mutex_);
-    overQuotaForTesting_ = overQuota;
-    announce();
-}
-
 Value DaemonState::stateDictionary() const {
     const std::scoped_lock guard(mutex_);
     const BackupTotals totals = currentTotals();
@@ -271,13 +228,6 @@ std::int64_t DaemonState::now() const {
     return std::chrono::floor<std::chrono::seconds>(clock_()).time_since_epoch().count();
 }
 
-bool DaemonState::isOverQuota() const {
-    if (overQuotaForTesting_)
-        return *overQuotaForTesting_;
-    // What is kept of earlier times is not counted: it makes way by itself.
-    return configuration_.quotaMB > 0 && currentlyFound().bytes > configuration_.quotaMB * bytesPerMegabyte;
-}
-
 // What the running backup has done counts until the scan has compared with the index that came of it.
 BackupTotals DaemonState::currentTotals() const {
     if (!scan_)
@@ -314,37 +264,6 @@ BackupNeed DaemonState::currentNeed() const {
     need.changes = changes_;
     need.hasLowerPriority = settings_.lowerPriorityMode;
     return need;
-}
-
-std::uint32_t DaemonState::ownServiceState() const {
-    ServiceConditions conditions;
-    conditions.isEnabled = settings_.enabled;
-    conditions.isPaused = isPaused();
-    conditions.isRecovering = settings_.recoverMode;
-    conditions.isOverQuota = isOverQuota();
-    if (!hasPlace())
-        conditions.trouble = ServiceState::BadConfiguration;
-    else if (ordersTried_ == backupOrders_)
-        conditions.trouble = activity_.trouble;
-    conditions.isNothingSelected = !selectsAnything(*rules_);
-    conditions.isBackingUp = activity_.isRunning;
-    conditions.isInitialBackup = activity_.isInitial;
-    conditions.isScanning = isLooking();
-    conditions.hasPendingFiles = isWaiting();
-    conditions.isDamaged = verification_.isDamageKnown;
-    return static_cast<std::uint32_t>(serviceStateFor(conditions));
-}
-
-std::string DaemonState::currentStatusText(std::uint32_t service) const {
-    const bool isOwn = service == static_cast<std::uint32_t>(ServiceState::OperationsMessage) && !override_;
-    if (!isOwn)
-        return serviceStateText(service);
-    return selectsAnything(*rules_) ? backupIsDamaged : nothingIsSelected;
-}
-
-std::uint32_t DaemonState::currentServiceState() const {
-    const std::uint32_t own = ownServiceState();
-    return override_ && override_->inFrontOf == own ? override_->code : own;
 }
 
 DaemonState::Rules DaemonState::currentRules() const {

@@ -25,6 +25,8 @@ enum class ServiceState : std::uint32_t {
     RecoverMode = 25,
 };
 
+inline constexpr const char* nothingIsSelected = "Nothing is selected for backup.";
+
 struct ServiceConditions {
     bool isEnabled = true;
     bool isPaused = false;

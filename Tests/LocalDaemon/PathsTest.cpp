@@ -3,6 +3,7 @@
 #include "Common/FileNodeFlags.h"
 #include "LocalDaemon/AwayDisk.h"
 #include "Support/Logging.h"
+#include "Support/PathHelpers.h"
 #include "Tests/LocalDaemon/RunningDaemon.h"
 
 #include <cerrno>
@@ -94,6 +95,11 @@ TEST_F(Paths, AnswersNothingOrTheTruthToOddPaths) {
     const Array policy = pane.call<"policyExcludeList">().array();
     EXPECT_EQ(policy.back(), "/Volumes/Boot" + folders / "repository/");
     EXPECT_NE(std::ranges::find(policy, Value("/Volumes/Boot" + in(".local/share/Trash/"))), policy.end());
+    for (const char* const path :
+         {"/lost+found/", "/media/joe/Disk/lost+found/", "/media/joe/Disk/.Trash-1000/"})
+        EXPECT_TRUE(std::ranges::any_of(policy, [&](const Value& pattern) {
+            return kelv_isEqualToWildcardString(std::string("/Volumes/Boot") + path, pattern.stringValue());
+        })) << path;
 }
 
 TEST_F(Paths, FollowTheExclusions) {
