@@ -5,11 +5,16 @@
 #include "LocalDaemon/BackupTargets.h"
 #include "LocalDaemon/BackupTrouble.h"
 #include "LocalDaemon/LateChanges.h"
+#include "Platform/FileDescriptor.h"
 #include "Support/Logging.h"
 
 #include <algorithm>
 #include <ctime>
+#include <fcntl.h>
+#include <set>
+#include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 
 namespace kelvane {
 namespace {
@@ -35,10 +40,18 @@ std::vector<std::string> savedAmong(const BackupIndex& index, std::vector<std::s
     return paths;
 }
 
-// The time before it.
-FileTime waitForNextTick() {
+// Returns the time before it: what changes from then on has a later time. Pages that a program has mapped and
+// written keep the time of their first change until they are on the disk.
+FileTime waitForLaterTimes(const std::vector<std::string>& paths) {
     timespec now{};
     ::clock_gettime(CLOCK_REALTIME, &now);
+    std::set<dev_t> written;
+    for (const std::string& path : paths) {
+        const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        struct stat status {};
+        if (file && ::fstat(file.get(), &status) == 0 && written.insert(status.st_dev).second)
+            ::syncfs(file.get());
+    }
     std::this_thread::sleep_for(longestTick);
     return FileTime(now);
 }
@@ -73,7 +86,7 @@ ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, cons
     const IndexKeeper::Index index = keeper_->index();
     const FileTotals waiting = state_->totals().pending;
     describe(wanted, *index, isPartial, isIncomplete);
-    const FileTime begin = waitForNextTick();
+    const FileTime begin = waitForLaterTimes(wanted.targets.paths);
     BackupRun::Result result = BackupRun(*state_, keeper_->repository()).run(wanted, stop);
     state_->setIndexCurrent(false); // until the snapshot has been listed
     if (!result.outcome.succeeded())

@@ -42,9 +42,10 @@ std::uint32_t numberFrom(const std::string& text) {
 
 std::uint32_t numberIn(const Data& text) {
     const auto* const begin = reinterpret_cast<const char*>(text.data());
+    const char* const end = begin + text.size();
     std::uint32_t number = 0;
-    std::from_chars(begin, begin + text.size(), number);
-    return number <= highest ? number : 0;
+    const char* const rest = std::from_chars(begin, end, number).ptr;
+    return number <= highest && (rest == end || *rest == '\n') ? number : 0;
 }
 
 bool hasIndex(const std::string& indexPath) {
@@ -56,6 +57,12 @@ bool hasIndex(const std::string& indexPath) {
 
 std::string copyOf(const std::string& indexPath) {
     return std::string(folderOf(indexPath)) + "/local-daemon-number";
+}
+
+// A person may have written another number; a disk that errs leaves the time as it was.
+bool isNewer(const std::string& path, const std::string& other) {
+    std::error_code error;
+    return std::filesystem::last_write_time(path, error) > std::filesystem::last_write_time(other, error);
 }
 
 bool isMissing(const FileReading& file) {
@@ -76,17 +83,18 @@ ComputerNumber computerNumber(const std::string& path, const std::string& indexP
     const std::string copyPath = copyOf(indexPath);
     const FileReading file = readFile(path, largestNumber, SymbolicLinks::Follow);
     const FileReading copy = readFile(copyPath, largestNumber, SymbolicLinks::Follow);
-    if (const std::uint32_t number = numberIn(file.bytes); number != 0) {
-        if (const std::string failure = numberIn(copy.bytes) == number ? "" : keep(number, copyPath);
-            !failure.empty())
+    const std::uint32_t copied = numberIn(copy.bytes);
+    if (const std::uint32_t number = numberIn(file.bytes);
+        number != 0 && (copied == 0 || copied == number || isNewer(path, copyPath))) {
+        if (const std::string failure = copied == number ? "" : keep(number, copyPath); !failure.empty())
             KelvaneSystemLog("The number of this computer has no second copy: %@", failure);
         return {number, {}};
     }
-    if (const std::uint32_t number = numberIn(copy.bytes); number != 0) {
-        const std::string failure = isMissing(file) ? keep(number, path) : file.reason;
-        KelvaneSystemLog("The number of this computer is taken from %@, as %@ has none. %@", copyPath, path,
-                         failure);
-        return {number, {}};
+    if (copied != 0) {
+        const std::string failure = isMissing(file) ? keep(copied, path) : file.reason;
+        KelvaneSystemLog("The number of this computer is taken from %@, as %@ has none or was damaged. %@",
+                         copyPath, path, failure);
+        return {copied, {}};
     }
     if (!isMissing(file))
         return {0, "the number of this computer cannot be read, and without it its backup cannot be found: " +

@@ -11,7 +11,8 @@ struct ComputerNumber {
 };
 
 // What tells this daemon's snapshots from others' in one repository, kept as a text in the file at `path`,
-// with a copy in the folder of the indexes that serves where the first is lost. Where there is neither it is
+// with a copy in the folder of the indexes that serves where the first is lost or
+// damaged; of two numbers the one written last counts. Where there is neither it is
 // made from the machine, the user and `indexPath`, the beginning of the names of
 // indexes, so that two users or two homes of one machine have two. The machine's own number, the same at
 // every start, is taken where it cannot be kept, and where there is an index already; both are logged. A file

@@ -138,9 +138,13 @@ std::string lastWordIn(std::string_view errors) {
 
 Restic::Restic(RepositoryPlace place, std::shared_ptr<ResticProcesses> processes)
     : place_(std::move(place)), processes_(std::move(processes)) {
-    environment_ = {"RESTIC_REPOSITORY=" + place_.location, "RESTIC_PASSWORD_FILE=" + place_.passwordFile,
+    // restic writes times with their offset from UTC, of which it forgets the seconds.
+    environment_ = {"TZ=UTC",
+                    "RESTIC_REPOSITORY=" + place_.location,
+                    "RESTIC_PASSWORD_FILE=" + place_.passwordFile,
                     "RESTIC_CACHE_DIR=" + place_.cacheFolder,
-                    "RESTIC_PROGRESS_FPS=" + std::string(statusLinesPerSecond), "LC_ALL=C"};
+                    "RESTIC_PROGRESS_FPS=" + std::string(statusLinesPerSecond),
+                    "LC_ALL=C"};
     for (const auto& [name, value] : place_.environment)
         environment_.push_back(name + '=' + value);
     if (!place_.environment.contains("RESTIC_PACK_SIZE"))

@@ -120,10 +120,17 @@ TEST_F(Store, DaemonsOfOneMachineHaveNumbersThatDifferAndKeepTheirs) {
         EXPECT_EQ(folder.read(lost), std::to_string(first) + '\n');
     }
     EXPECT_EQ(problems, 1);
+    const auto written = std::filesystem::last_write_time(folder / "a/number");
+    folder.write("a/number", std::to_string(first / 10) + '\n');
+    std::filesystem::last_write_time(folder / "a/number", written);
+    EXPECT_EQ(number("a"), first) << "a damaged number is none";
+    folder.write("a/number", "77\n");
+    std::filesystem::last_write_time(folder / "a/number", written + std::chrono::hours(1));
+    EXPECT_EQ(number("a"), 77U) << "one that was written later is meant";
     folder.write("c/index-1", ""); // of a backup from before numbers were kept
     folder.write("d/index-1", "");
     EXPECT_EQ(number("c"), number("d"));
-    EXPECT_EQ(problems, 3);
+    EXPECT_EQ(problems, 4);
     const std::string kept = folder.write("e/number", "# 77");
     EXPECT_NE(computerNumber(kept, folder / "e/index").refusal, "");
     EXPECT_EQ(std::filesystem::file_size(kept), 4U);
