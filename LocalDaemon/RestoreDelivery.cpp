@@ -45,11 +45,13 @@ bool moveNew(int from, const char* name, int to, const std::string& newName) {
     return errno == EINVAL && ::renameat(from, name, to, newName.c_str()) == 0; // an older file system
 }
 
-// The path in the backup of a folder around the target; empty when the two lie in folders of other names.
+// The path in the backup of a folder around the target; empty when the target is not the file's own place.
+// What a folder of the same name elsewhere let others do says nothing about this one.
 std::string savedFolder(const std::string& path, const std::string& target, const std::string& folder) {
-    const std::string_view rest = std::string_view(target).substr(folder == "/" ? 0 : folder.size());
-    return path.size() > rest.size() && path.ends_with(rest) ? path.substr(0, path.size() - rest.size())
-                                                             : std::string();
+    if (target != path && target != targetWithoutLinks(path))
+        return {};
+    const std::size_t rest = target.size() - (folder == "/" ? 0 : folder.size());
+    return path.size() > rest ? path.substr(0, path.size() - rest) : std::string();
 }
 
 } // namespace

@@ -31,8 +31,8 @@ public:
     void deliver(const RestorePiece& piece);
     [[nodiscard]] std::vector<RestoreFailure> takeFailures() { return std::exchange(failures_, {}); }
 
-    // Folders on the way to a piece's place that were not there and have been made as they were saved. What
-    // is put into them changes their times: the metadata is for when that is over.
+    // Folders on the way to a piece's own place that were not there and have been made as they were saved.
+    // What is put into them changes their times: the metadata is for when that is over.
     struct MadeFolder {
         std::string target;
         FolderMetadata metadata;

@@ -139,6 +139,9 @@ TEST_F(RestoringTest, ThePlaceAddsNoRightsAndMissingFoldersComeAsTheyWere) {
     expected.erase("/g");
     EXPECT_EQ(picture(home("d")), expected);
     EXPECT_EQ(modeOf(home("d")), 0750U);
+    restore(home("d/e/f"), folder_ / "new/e/f"); // no folder that the backup knows
+    EXPECT_EQ(modeOf(folder_ / "new"), 0700U);
+    EXPECT_EQ(modeOf(folder_ / "new/e"), 0700U);
 }
 
 // More of them than one call of restic can name.
