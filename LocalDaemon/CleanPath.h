@@ -8,14 +8,22 @@ namespace kelvane {
 
 // For paths that are absolute and clean: no separator is doubled or trails, no component is "." or "..".
 
-// "/" of "/" itself.
+// "/" of "/" itself, and of what is no absolute path.
 [[nodiscard]] inline std::string_view folderOf(std::string_view path) {
-    return path.substr(0, std::max<std::size_t>(path.rfind('/'), 1));
+    const std::size_t separator = path.rfind('/');
+    return separator == std::string_view::npos ? "/" : path.substr(0, std::max<std::size_t>(separator, 1));
 }
 
 // What the path of everything below begins with.
 [[nodiscard]] inline std::string withSeparator(std::string_view path) {
     return path.ends_with('/') ? std::string(path) : std::string(path) + '/';
+}
+
+[[nodiscard]] inline bool isCleanPath(std::string_view path) {
+    const std::string whole = withSeparator(path);
+    const auto holds = [&](std::string_view text) { return whole.find(text) != std::string::npos; };
+    return path == "/" || (path.starts_with('/') && !path.ends_with('/') && !holds("//") && !holds("/./") &&
+                           !holds("/../") && !holds(std::string_view("\0", 1)));
 }
 
 } // namespace kelvane

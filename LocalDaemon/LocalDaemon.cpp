@@ -262,6 +262,9 @@ void LocalDaemon::makeRestores() {
     options.onRefusal = [state = state_](const std::string& reason) {
         state->raiseAlert({"restore_refused", "error", "A restore was refused.", reason});
     };
+    options.onDamagedJournal = [state = state_](const std::string& reason) {
+        state->raiseAlert({"restore_jobs_damaged", "error", "Restores that waited may be lost.", reason});
+    };
     restores_ = std::make_shared<RestoreQueue>(std::move(options));
 }
 

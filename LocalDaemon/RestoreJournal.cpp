@@ -1,7 +1,10 @@
 #include "LocalDaemon/RestoreJournal.h"
 
 #include "Common/RestoreStatus.h"
+#include "Foundation/Checksum.h"
+#include "Foundation/Format.h"
 #include "Foundation/PathComponents.h"
+#include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/DamagedFile.h"
 #include "Platform/FileContents.h"
 #include "Platform/SpecialFolders.h"
@@ -56,12 +59,16 @@ std::string unescaped(std::string_view text) {
     return result;
 }
 
-// What ends the line tells a whole one from what a dying daemon has left.
+std::string checksumText(std::string_view text) {
+    return formatText("%016llx", checksumOf(text));
+}
+
+// The checksum of what is before it ends the line.
 std::string lineOf(const Fields& fields) {
     std::string line;
     for (const std::string& field : fields)
         line += escaped(field) + '\t';
-    return line + '\n';
+    return line + checksumText(line) + '\n';
 }
 
 Fields fieldsOf(std::string_view line) {
@@ -71,6 +78,18 @@ Fields fieldsOf(std::string_view line) {
         line.remove_prefix(tab + 1);
     }
     return fields;
+}
+
+struct Line {
+    Fields fields; // none: it is damaged
+    bool hasChecksum = false;
+};
+
+Line lineFrom(std::string_view text) {
+    const std::string_view checked = text.substr(0, text.rfind('\t') + 1);
+    const std::string_view checksum = text.substr(checked.size());
+    const bool isWhole = checksum.empty() || checksum == checksumText(checked);
+    return {isWhole ? fieldsOf(checked) : Fields(), !checksum.empty()};
 }
 
 std::uint32_t numberIn(const std::string& text) {
@@ -109,22 +128,32 @@ void takeEnd(RestoreJournal::Contents& contents, const Fields& fields) {
         contents.ended.erase(contents.ended.begin());
 }
 
-void takeLine(RestoreJournal::Contents& contents, const Fields& fields) {
+bool makesSense(const Fields& fields) {
     const std::string kind = fields.empty() ? "" : fields[0];
-    if (kind == "job" && fields.size() == 6)
+    const auto hasNumber = [&] { return numberIn(fields[1]) + 1 > 1; }; // and a next one
+    if (kind == "job")
+        return fields.size() == 6 && hasNumber() && isCleanPath(fields[4]) && isCleanPath(fields[5]);
+    if (kind == "end")
+        return fields.size() >= 3 && hasNumber();
+    const bool isOfFolder = kind == "staging" || kind == "gone" || kind == "access" || kind == "ended";
+    return isOfFolder && fields.size() == (kind == "access" ? 3 : 2) && isCleanPath(fields[1]);
+}
+
+// Of a line that makes sense.
+void takeLine(RestoreJournal::Contents& contents, const Fields& fields) {
+    const std::string& kind = fields[0];
+    if (kind == "job")
         takeJob(contents, fields);
-    else if (kind == "end" && fields.size() >= 3)
+    else if (kind == "end")
         takeEnd(contents, fields);
-    else if (kind == "staging" && fields.size() == 2)
+    else if (kind == "staging")
         contents.stagingFolders.insert(fields[1]);
-    else if (kind == "gone" && fields.size() == 2)
+    else if (kind == "gone")
         contents.stagingFolders.erase(fields[1]);
-    else if (kind == "access" && fields.size() == 3)
+    else if (kind == "access")
         contents.accessGiven.try_emplace(fields[1], numberIn(fields[2]));
-    else if (kind == "ended" && fields.size() == 2)
-        contents.accessGiven.erase(fields[1]);
     else
-        KelvaneSystemLog("A line of the restore jobs makes no sense and is left out.");
+        contents.accessGiven.erase(fields[1]);
 }
 
 std::string textOf(const RestoreJournal::Contents& contents) {
@@ -140,11 +169,26 @@ std::string textOf(const RestoreJournal::Contents& contents) {
     return text;
 }
 
+// Lines of the version before have no checksum: they count when all of them make sense.
 RestoreJournal::Contents contentsOf(const Data& bytes) {
     RestoreJournal::Contents contents;
-    std::istringstream lines(std::string(bytes.begin(), bytes.end()));
-    for (std::string line; std::getline(lines, line);)
-        takeLine(contents, fieldsOf(line));
+    const std::string text(bytes.begin(), bytes.end());
+    const std::size_t whole = text.rfind('\n') + 1;
+    std::istringstream input(text.substr(0, whole));
+    std::vector<Line> lines;
+    bool isOldWhole = true;
+    for (std::string line; std::getline(input, line);) {
+        lines.push_back(lineFrom(line));
+        isOldWhole &= lines.back().hasChecksum || makesSense(lines.back().fields);
+    }
+    std::size_t left = whole < text.size() ? 1 : 0;
+    for (const Line& line : lines)
+        if (makesSense(line.fields) && (line.hasChecksum || isOldWhole))
+            takeLine(contents, line.fields);
+        else
+            ++left;
+    if (left > 0)
+        contents.damage = formatText("damaged lines: %llu", left);
     return contents;
 }
 
@@ -157,20 +201,26 @@ std::string reasonText() {
 RestoreJournal::Contents RestoreJournal::open() {
     const std::scoped_lock guard(mutex_);
     const FileReading file = readFile(path_, largestFile);
-    if (!file.succeeded() && file.error != ENOENT && !setAside(path_, file.reason))
-        return {}; // the only copy of the jobs is not written over
+    Contents contents = contentsOf(file.bytes);
+    if (!file.succeeded() && file.error != ENOENT)
+        contents.damage = file.reason;
+    if (!contents.damage.empty() && !setAside(path_, contents.damage)) {
+        Contents none; // the only copy of the jobs is not written over
+        none.damage = contents.damage;
+        return none;
+    }
     if (!ensureFolder(deleteLastPathComponent(path_)))
         KelvaneSystemLog("There is no folder for %@.", path_);
-    Contents contents = contentsOf(file.bytes);
     rewrite(contents);
     return contents;
 }
 
 void RestoreJournal::tidyUp() {
     const FileReading file = readFile(path_, largestFile);
-    if (file.succeeded())
-        return rewrite(contentsOf(file.bytes));
-    KelvaneSystemLog("The restore jobs cannot be tidied up: %@", file.reason);
+    const Contents contents = contentsOf(file.bytes);
+    if (file.succeeded() && contents.damage.empty())
+        return rewrite(contents);
+    KelvaneSystemLog("The restore jobs cannot be tidied up: %@", file.reason + contents.damage);
     tidyAt_ *= 2;
 }
 
@@ -185,6 +235,8 @@ void RestoreJournal::rewrite(const Contents& contents) {
 }
 
 std::string RestoreJournal::add(const RestoreJob& job) {
+    if (!isCleanPath(job.source) || !isCleanPath(job.target))
+        return "its paths are not absolute and clean";
     return append(fieldsOf(job), Flush::Yes) ? "" : path_ + " cannot be written: " + reasonText();
 }
 

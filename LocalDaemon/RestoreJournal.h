@@ -31,12 +31,14 @@ public:
         std::set<std::string> stagingFolders;      // that were left standing
         std::map<std::string, mode_t> accessGiven; // the modes that folders had before
         std::uint32_t nextId = 1;
+        std::string damage; // why jobs may be missing; empty: all could be read
     };
 
     explicit RestoreJournal(std::string path) : path_(std::move(path)) {}
 
-    // Once, before anything else. None when there is no file; lines that make no sense are left out. A file
-    // that cannot be read is set aside as "<path>.damaged"; where that fails too, no job can be added.
+    // Once, before anything else. None when there is no file. Each line has a checksum; a damaged one, or one
+    // with a path that is not absolute and clean, is left out. A file that has such lines, or that cannot be
+    // read, is set aside as "<path>.damaged"; where that fails too, no job can be added.
     [[nodiscard]] Contents open();
 
     // Empty, or why it is not written down.

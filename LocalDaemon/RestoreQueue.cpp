@@ -80,6 +80,9 @@ RestoreQueue::~RestoreQueue() {
 void RestoreQueue::start() {
     raiseDescriptorLimit();
     RestoreJournal::Contents contents = journal_.open();
+    if (!contents.damage.empty())
+        options_.onDamagedJournal(options_.journalPath + ": " + contents.damage +
+                                  ". Restore again what is missing.");
     const std::scoped_lock guard(mutex_);
     nextId_ = contents.nextId;
     for (auto& [id, ended] : contents.ended)

@@ -46,6 +46,8 @@ public:
         // Why jobs have to wait; empty when they go on. And why one was refused. On any thread.
         std::function<void(const std::string& reason)> onWait = [](const std::string&) {};
         std::function<void(const std::string& reason)> onRefusal = [](const std::string&) {};
+        // At the start: why jobs that were waiting may be missing.
+        std::function<void(const std::string& reason)> onDamagedJournal = [](const std::string&) {};
         // Why nothing may be put there; empty when it may. On the queue's thread.
         std::function<std::string(const std::string& target)> refusal = [](const std::string&) {
             return std::string();

@@ -263,7 +263,7 @@ TEST_F(RestoreQueueTest, NoNoteIsLostToADamagedFileToADiskThatIsAwayOrToTidyingU
         EXPECT_EQ(journal.add({3, 0, 50, "/a", "/b"}), "");
         journal.end(3, {restorestatus::incomplete, {"why"}});
         journal.stagingMade(staging);
-        const std::string longName(100'000, 'x');
+        const std::string longName = '/' + std::string(100'000, 'x');
         for (int round = 0; round < 20; ++round) {
             journal.stagingMade(longName);
             journal.stagingGone(longName);
@@ -280,6 +280,40 @@ TEST_F(RestoreQueueTest, NoNoteIsLostToADamagedFileToADiskThatIsAwayOrToTidyingU
     EXPECT_FALSE(fs::exists(staging));
     queue_.reset();
     EXPECT_TRUE(RestoreJournal(path).open().stagingFolders.empty());
+}
+
+TEST_F(RestoreQueueTest, OfADamagedJournalOnlyWholeLinesCountAndItIsTold) {
+    const std::string path = folder_ / "state/jobs";
+    fs::create_directories(folder_ / "state");
+    {
+        RestoreJournal journal(path);
+        static_cast<void>(journal.open());
+        for (const std::uint32_t id : {1U, 2U})
+            EXPECT_EQ(journal.add({id, 0, 50, "/a", "/out1"}), "");
+        EXPECT_NE(journal.add({3, 0, 50, "/a", "/b/../c"}), "");
+    }
+    std::string text = folder_.read("state/jobs");
+    text[text.find("out1") + 3] = '9';
+    const std::string old = "job\t7\t0\t50\t/a\t/b\t\n";
+    const struct {
+        std::string text;
+        std::size_t waiting;
+        bool isDamaged;
+    } cases[] = {{text, 1, true},
+                 {old, 1, false},
+                 {old + "job\t8\t0\t50\trel/a\t/b\t\n", 0, true},
+                 {old + "staging\t/a/../b\t\n", 0, true},
+                 {old + "job\t8", 1, true},
+                 {std::string(5000, '\0'), 0, true}};
+    for (const auto& each : cases) {
+        folder_.write("state/jobs", each.text);
+        const RestoreJournal::Contents contents = RestoreJournal(path).open();
+        EXPECT_EQ(contents.waiting.size(), each.waiting) << each.text;
+        EXPECT_EQ(!contents.damage.empty(), each.isDamaged) << each.text;
+        EXPECT_EQ(RestoreJournal(path).open().damage, "");
+        EXPECT_EQ(folder_.read("state/jobs.damaged") == each.text, each.isDamaged);
+    }
+    EXPECT_NE(stagingPlaceFor("rel/a", false).folder, "rel"); // and comes to an end
 }
 
 TEST_F(RestoreQueueTest, WhatFailedOfManyJobsIsDroppedBeforeItTakesTheMemory) {
