@@ -17,6 +17,20 @@ constexpr const char* lostAndFound = "lost+found";             // mkfs makes it
 constexpr std::size_t mostLookedAt = 100;                      // entries of a folder
 constexpr std::int64_t usualAbsence = std::int64_t{7} * 86400; // seconds that nobody is warned of
 
+struct AbsenceText {
+    std::string beforePlace;
+    std::string afterPlace;
+    std::string since;
+};
+// In the order of `Absence`.
+const AbsenceText absenceTexts[] = {
+    {"The disk at ", " is away.", "Nothing has been mounted there since "},
+    {"", " is empty, and was not when it was backed up.", "It has been empty or missing since "},
+    {"Something is mounted over ", ", whose files were backed up.", "They have been hidden since "},
+    {"Another disk is mounted at ", " than the one that was backed up.",
+     "The other one has been mounted there since "},
+};
+
 // Nothing in it could have been backed up. One that cannot be read is not empty.
 bool isEmpty(const std::string& folder, const BackupRules& rules, const FileSystem& fileSystem) {
     const FolderListing listing = fileSystem.list(folder, mostLookedAt);
@@ -29,8 +43,9 @@ bool isEmpty(const std::string& folder, const BackupRules& rules, const FileSyst
 }
 
 std::set<std::string, std::less<>> knownMountPoints(const Settings& settings) {
-    std::set<std::string, std::less<>> points = settings.mounts;
-    points.insert(settings.disks.begin(), settings.disks.end());
+    std::set<std::string, std::less<>> points = settings.disks;
+    for (const auto& [point, id] : settings.mounts)
+        points.insert(point);
     return points;
 }
 
@@ -40,6 +55,45 @@ std::string nearestOf(const std::set<std::string, std::less<>>& folders, const s
         if (folders.contains(at))
             return std::string(at);
     return {};
+}
+
+bool isAnother(const std::string& remembered, const std::string& id) {
+    return !remembered.empty() && !id.empty() && remembered != id;
+}
+
+// Whether the last snapshot that holds the folder has something in it.
+bool hasSavedContents(const BackupIndex& index, const std::string& path) {
+    const BackupIndex::Item* const item = index.find(path);
+    return item && item->kind == ItemKind::Folder &&
+           std::ranges::any_of(index.children(*item), [&](const BackupIndex::Item& child) {
+               return child.snapshot >= item->snapshot;
+           });
+}
+
+// What is selected by itself is backed up whatever is mounted there, and what was in the way of a mount that
+// was backed up is none of its contents. Only where something was saved are mounts asked, for one may hang.
+bool isCovered(const std::string& point, const Settings& settings, const BackupRules& rules,
+               const BackupIndex& index, const FileSystem& fileSystem) {
+    if (!hasSavedContents(index, point) || settings.mounts.contains(point) ||
+        settings.disks.contains(point) || ruleAt(rules, point) || !verdictFor(rules, folderOf(point)).isIn())
+        return false;
+    const auto own = fileSystem.attributes(point);
+    const auto around = fileSystem.attributes(std::string(folderOf(point)));
+    return own && around && own->device != around->device;
+}
+
+void addCovered(Absences& absences, const Settings& settings, BackupRules rules, const BackupIndex& index,
+                const FileSystem& fileSystem) {
+    rules.absentDisks.clear(); // which is what was found the last time
+    std::set<std::string, std::less<>> away;
+    for (const auto& [path, absence] : absences)
+        away.insert(path);
+    const std::vector<std::string> mounts = fileSystem.mountsBelow("/");
+    for (const std::string& point : std::set(mounts.begin(), mounts.end())) // folders come first
+        if (nearestOf(away, point).empty() && isCovered(point, settings, rules, index, fileSystem)) {
+            away.insert(point);
+            absences[point] = Absence::Covered;
+        }
 }
 
 } // namespace
@@ -52,13 +106,15 @@ bool isInBackup(const BackupIndex& index, const std::string& path) {
 Absences absencesNow(const Settings& settings, const BackupRules& rules, const BackupIndex& index,
                      const FileSystem& fileSystem) {
     Absences absences;
-    for (const std::string& point : settings.mounts)
+    for (const auto& [point, id] : settings.mounts)
         if (!isInBackup(index, point))
             continue;
         else if (!fileSystem.isMountRoot(point))
             absences[point] = Absence::NotMounted;
         else if (isEmpty(point, rules, fileSystem))
             absences[point] = Absence::Empty;
+        else if (isAnother(id, fileSystem.fileSystemId(point)))
+            absences[point] = Absence::Another;
     const auto mounted = fileSystem.volumes();
     for (const std::string& disk : settings.disks)
         if (!absences.contains(disk) &&
@@ -72,6 +128,7 @@ Absences absencesNow(const Settings& settings, const BackupRules& rules, const B
         if (!absences.contains(nearestOf(points, folder)) && isInBackup(index, folder) &&
             isEmpty(folder, rules, fileSystem))
             absences[folder] = Absence::Empty;
+    addCovered(absences, settings, rules, index, fileSystem);
     return absences;
 }
 
@@ -90,8 +147,8 @@ std::set<std::string, std::less<>> pathsOfAbsences(const Absences& absences, con
     return paths;
 }
 
-std::set<std::string, std::less<>> mountsOfSelection(const BackupRules& rules, const FileSystem& fileSystem) {
-    std::set<std::string, std::less<>> mounts;
+Mounts mountsOfSelection(const BackupRules& rules, const FileSystem& fileSystem) {
+    Mounts mounts;
     std::map<std::string, std::string, std::less<>> known; // mount points by folder
     for (const std::string& path : selectedPaths(rules)) {
         if (!verdictFor(rules, path).isIn() || !fileSystem.attributes(path))
@@ -106,8 +163,8 @@ std::set<std::string, std::less<>> mountsOfSelection(const BackupRules& rules, c
         known[at] = point;
         for (const std::string& each : passed)
             known[each] = point;
-        if (point != "/")
-            mounts.insert(point);
+        if (point != "/" && !mounts.contains(point))
+            mounts[point] = fileSystem.fileSystemId(point);
     }
     return mounts;
 }
@@ -120,18 +177,15 @@ Alert alertForAwayDisk(const std::string& path, Absence absence, const AwayDisk&
     const std::string name = nameOfAwayDisk(path);
     const std::string place = textFromPath(path);
     Alert alert{awayDiskAlertPrefix + name, "warning", "", "", {std::string(forgetDiskVerb) + ':' + name}};
-    alert.title = absence == Absence::NotMounted ? "The disk at " + place + " is away."
-                                                 : place + " is empty, and was not when it was backed up.";
-    alert.body =
-        (absence == Absence::NotMounted ? "Nothing has been mounted there since "
-                                        : "It has been empty or missing since ") +
-        dateText(disk.since) +
-        ". Until it is back, nothing in its place is backed up, all that it held stays in the backup, "
-        "and no other old version is removed either. If it is gone for good, or what stands in its "
-        "place is right, choose \"" +
-        forgetDiskVerb +
-        "\": that is backed up from now on, and what is missing there is removed once it has been "
-        "kept for the usual time.";
+    const AbsenceText& text = absenceTexts[static_cast<std::size_t>(absence)];
+    alert.title = text.beforePlace + place + text.afterPlace;
+    alert.body = text.since + dateText(disk.since) +
+                 ". Until it is back, nothing in its place is backed up, all that it held stays in the "
+                 "backup, and no other old version is removed either. If it is gone for good, or what stands "
+                 "in its place is right, choose \"" +
+                 forgetDiskVerb +
+                 "\": that is backed up from now on, and what is missing there is removed once it has been "
+                 "kept for the usual time.";
     if (disk.decision == AwayDisk::Decision::Keep ||
         (absence == Absence::NotMounted && now < disk.since + usualAbsence))
         alert.severity = "information";

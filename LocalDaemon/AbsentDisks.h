@@ -18,6 +18,8 @@ namespace kelvane {
 enum class Absence {
     NotMounted, // a file system was mounted there
     Empty,      // or missing, as it is when something was mounted above it or has replaced it
+    Covered,    // something is mounted over a folder whose contents were backed up
+    Another,    // another file system than the one that was backed up is mounted there
 };
 
 // By mount point or folder.
@@ -27,8 +29,8 @@ using Absences = std::map<std::string, Absence, std::less<>>;
 [[nodiscard]] bool isInBackup(const BackupIndex& index, const std::string& path);
 
 // Where what the backup holds is away now, whatever a person has decided about it: on the mount points that
-// the settings remember, and in the home folder and the volumes. A place that a mount point above it explains
-// is not named by itself. Blocks on the disk.
+// the settings remember, in the home folder and the volumes, and where something is mounted in a folder. A
+// place that a mount point above it explains is not named by itself. Blocks on the disk.
 [[nodiscard]] Absences absencesNow(const Settings& settings, const BackupRules& rules,
                                    const BackupIndex& index, const FileSystem& fileSystem);
 
@@ -36,10 +38,8 @@ using Absences = std::map<std::string, Absence, std::less<>>;
 [[nodiscard]] std::set<std::string, std::less<>>
 pathsOfAbsences(const Absences& absences, const Settings& settings, const BackupRules& rules);
 
-// The mount points of the file systems that hold what is selected and there, less the system's own. Blocks on
-// the disk.
-[[nodiscard]] std::set<std::string, std::less<>> mountsOfSelection(const BackupRules& rules,
-                                                                   const FileSystem& fileSystem);
+// The file systems that hold what is selected and there, less the system's own. Blocks on the disk.
+[[nodiscard]] Mounts mountsOfSelection(const BackupRules& rules, const FileSystem& fileSystem);
 
 inline constexpr const char* awayDiskAlertPrefix = "disk_away-";
 // The verbs of what can be done about one; their argument is what `nameOfAwayDisk` says.

@@ -34,11 +34,9 @@ public:
         // The same when restic has said that it tries again: by then most likely nobody answers. At
         // 1 Mbit/s five usual packs take three minutes.
         std::chrono::milliseconds patienceWithRetries = std::chrono::minutes(5);
-        // Has the state find out which disks are away; before and after each backup. Returns where those are
-        // mounted that hold what is to be backed up.
-        std::function<std::set<std::string, std::less<>>()> lookForDisks = [] {
-            return std::set<std::string, std::less<>>();
-        };
+        // Has the state find out which disks are away; before and after each backup. Returns those that hold
+        // what is to be backed up.
+        std::function<Mounts()> lookForDisks = [] { return Mounts(); };
     };
 
     BackupRunner(std::shared_ptr<DaemonState> state, std::shared_ptr<IndexKeeper> keeper,

@@ -44,9 +44,10 @@ DaemonState::DaemonState(Configuration configuration, Settings settings, Index i
       settings_(std::move(settings)),
       rules_(currentRules()),
       announcedState_(currentServiceState()) {
-    if (!index_->repositoryId().empty())
-        for (auto* const points : {&settings_.disks, &settings_.mounts})
-            std::erase_if(*points, [&](const std::string& point) { return !isInBackup(point); });
+    if (index_->repositoryId().empty())
+        return;
+    std::erase_if(settings_.disks, [&](const std::string& point) { return !isInBackup(point); });
+    std::erase_if(settings_.mounts, [&](const auto& mount) { return !isInBackup(mount.first); });
 }
 
 void DaemonState::setObserver(std::weak_ptr<DaemonObserver> observer) {

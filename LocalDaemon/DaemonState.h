@@ -116,13 +116,13 @@ public:
     // backed up from there, nothing counts as deleted, and an alert says so. Blocks on the disk, without the
     // mutex.
     void lookForAbsentDisks(const FileSystem& fileSystem);
-    // Remembers the mount points of the file systems from which a backup was made; `areAllKnown`: it has all
+    // Remembers the file systems from which a backup was made; `areAllKnown`: it has all
     // that is selected, and others are forgotten.
-    void noteMounts(const std::set<std::string, std::less<>>& mounts, bool areAllKnown);
+    void noteMounts(const Mounts& mounts, bool areAllKnown);
     // Returns why it cannot be decided, for people; empty when it is. `name` is the alert's argument.
     [[nodiscard]] std::string decideAwayDisk(const std::string& name, AwayDisk::Decision decision);
-    // The mount point of the absent disk that the path belongs on; empty: none.
-    [[nodiscard]] std::string absentDiskOf(const std::string& path) const;
+    // Why nothing can be restored to the path, for people: it belongs on a disk that is away. Empty: it can.
+    [[nodiscard]] std::string refusalFor(const std::string& path) const;
     // With files in the backup.
     [[nodiscard]] std::set<std::string, std::less<>> absentInBackup() const;
 

@@ -32,14 +32,22 @@ std::shared_ptr<const Volumes> DaemonState::withMissing(std::shared_ptr<const Vo
 
 void DaemonState::lookForAbsentDisks(const FileSystem& fileSystem) {
     const std::scoped_lock looking(looking_);
-    const Absences away = absencesNow(settings(), *rules(), *index(), fileSystem);
+    const Settings known = settings();
+    const Absences away = absencesNow(known, *rules(), *index(), fileSystem);
+    Mounts identified; // one that a version noted that did not know ids is taken for what is there now
+    for (const auto& [point, id] : known.mounts)
+        if (id.empty() && !away.contains(point))
+            identified[point] = fileSystem.fileSystemId(point);
     changeSettings([&](Settings& settings) {
+        for (const auto& [point, id] : identified)
+            if (const auto mount = settings.mounts.find(point); mount != settings.mounts.end())
+                mount->second = id;
         const bool isIndexKnown = !index_->repositoryId().empty();
-        std::erase_if(settings.awayDisks, [&](const auto& known) {
-            const auto was = away_.find(known.first);
-            const auto is = away.find(known.first);
+        std::erase_if(settings.awayDisks, [&](const auto& each) {
+            const auto was = away_.find(each.first);
+            const auto is = away.find(each.first);
             const bool isAnother = was != away_.end() && is != away.end() && was->second != is->second;
-            return isIndexKnown && (is == away.end() || isAnother || !isInBackup(known.first));
+            return isIndexKnown && (is == away.end() || isAnother || !isInBackup(each.first));
         });
         for (const auto& [path, absence] : away)
             if (isInBackup(path))
@@ -53,12 +61,14 @@ void DaemonState::lookForAbsentDisks(const FileSystem& fileSystem) {
     reportAwayDisks();
 }
 
-void DaemonState::noteMounts(const std::set<std::string, std::less<>>& mounts, bool areAllKnown) {
+void DaemonState::noteMounts(const Mounts& mounts, bool areAllKnown) {
     changeSettings([&](Settings& settings) {
         if (areAllKnown)
             std::erase_if(settings.mounts,
-                          [&](const std::string& point) { return !settings.awayDisks.contains(point); });
-        settings.mounts.insert(mounts.begin(), mounts.end());
+                          [&](const auto& mount) { return !settings.awayDisks.contains(mount.first); });
+        for (const auto& [point, id] : mounts)
+            if (!id.empty() || !settings.mounts.contains(point))
+                settings.mounts[point] = id;
     });
 }
 
@@ -96,11 +106,17 @@ void DaemonState::reportAwayDisks() {
         withdrawAlert(kind);
 }
 
-std::string DaemonState::absentDiskOf(const std::string& path) const {
+std::string DaemonState::refusalFor(const std::string& path) const {
     const std::scoped_lock guard(mutex_);
-    for (const auto& [disk, absence] : absences())
-        if (absence == Absence::NotMounted && (path == disk || path.starts_with(withSeparator(disk))))
-            return disk;
+    for (const auto& [disk, absence] : absences()) {
+        if (path != disk && !path.starts_with(withSeparator(disk)))
+            continue;
+        if (absence == Absence::NotMounted)
+            return "the disk that belongs at " + disk + " is not there: connect it, or choose another place";
+        if (absence != Absence::Empty)
+            return "something else is mounted at " + disk +
+                   " than what was backed up from there: unmount it, or choose another place";
+    }
     return {};
 }
 

@@ -249,10 +249,7 @@ void LocalDaemon::makeRestores() {
     };
     options.refusal = [state = state_, fileSystem = options_.fileSystem](const std::string& target) {
         state->lookForAbsentDisks(*fileSystem);
-        const std::string disk = state->absentDiskOf(target);
-        return disk.empty() ? std::string()
-                            : "the disk that belongs at " + disk +
-                                  " is not there: connect it, or choose another place";
+        return state->refusalFor(target);
     };
     options.onWait = [state = state_](const std::string& reason) {
         if (reason.empty())

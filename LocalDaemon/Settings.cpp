@@ -34,6 +34,7 @@ constexpr std::string_view addedKey = "added";
 constexpr std::string_view removedKey = "removed";
 constexpr std::string_view disksKey = "disks";
 constexpr std::string_view mountsKey = "mounts";
+constexpr std::string_view mountIdsKey = "mountIds";   // by mount point
 constexpr std::string_view awayDisksKey = "awayDisks"; // dictionaries
 constexpr std::string_view pathKey = "path";
 constexpr std::string_view sinceKey = "since"; // seconds since 1970
@@ -132,7 +133,14 @@ Value valueFromSettings(const Settings& settings) {
     entries.set(addedKey, pathsMarked(settings.paths, PathRules::Mark::Added));
     entries.set(removedKey, pathsMarked(settings.paths, PathRules::Mark::Removed));
     entries.set(disksKey, textsOf(settings.disks));
-    entries.set(mountsKey, textsOf(settings.mounts));
+    Array mounts;
+    Dictionary ids;
+    for (const auto& [point, id] : settings.mounts) {
+        mounts.emplace_back(textFromPath(point));
+        ids.set(textFromPath(point), id);
+    }
+    entries.set(mountsKey, std::move(mounts));
+    entries.set(mountIdsKey, std::move(ids));
     entries.set(awayDisksKey, valueOf(settings.awayDisks));
     return entries;
 }
@@ -152,7 +160,9 @@ Settings settingsFromValue(const Value& value) {
     if (value[hasManualSelectionKey].isAbsent()) // saved by a version that did not know it
         settings.hasManualSelection = !settings.automaticMode || !settings.paths.marks.empty();
     forEachPath(value[disksKey], [&](const std::string& path) { settings.disks.insert(path); });
-    forEachPath(value[mountsKey], [&](const std::string& path) { settings.mounts.insert(path); });
+    forEachPath(value[mountsKey], [&](const std::string& path) {
+        settings.mounts[path] = value[mountIdsKey][textFromPath(path)].stringValue();
+    });
     settings.awayDisks = awayDisksOf(value[awayDisksKey]);
     return settings;
 }

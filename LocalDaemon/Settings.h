@@ -25,6 +25,9 @@ struct AwayDisk {
     friend bool operator==(const AwayDisk&, const AwayDisk&) = default;
 };
 
+// File systems by mount point, each with what `fileSystemIdAt` says of it.
+using Mounts = std::map<std::string, std::string, std::less<>>;
+
 // What panes have set and a restart must not lose.
 struct Settings {
     bool automaticMode = true;
@@ -41,9 +44,8 @@ struct Settings {
     Dictionary fileTypeToggles;   // unsigned 32-bit numbers
     PathRules paths;
     std::set<std::string, std::less<>>
-        disks; // mount points, also of disks that are away but have files in the backup
-    // Mount points of all file systems but the system's own from which the last backup was made.
-    std::set<std::string, std::less<>> mounts;
+        disks;     // mount points, also of disks that are away but have files in the backup
+    Mounts mounts; // all but the system's own from which the last backup was made
     std::map<std::string, AwayDisk> awayDisks; // by mount point, or by the folder that is empty
 
     friend bool operator==(const Settings&, const Settings&) = default;

@@ -154,4 +154,12 @@ bool LocalFileSystem::isMountRoot(const std::string& path) const {
            (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
 }
 
+std::vector<std::string> LocalFileSystem::mountsBelow(const std::string& path) const {
+    return mountPointsBelow(path);
+}
+
+std::string LocalFileSystem::fileSystemId(const std::string& mountPoint) const {
+    return fileSystemIdAt(mountPoint);
+}
+
 } // namespace kelvane

@@ -63,6 +63,11 @@ public:
     // not say. Mounts nothing by asking.
     [[nodiscard]] virtual bool isMountRoot(const std::string& path) const = 0;
 
+    // Where something is mounted below a folder, a part of the same file system too. Asks no mount.
+    [[nodiscard]] virtual std::vector<std::string> mountsBelow(const std::string& path) const = 0;
+    // As `fileSystemIdAt` says it.
+    [[nodiscard]] virtual std::string fileSystemId(const std::string& mountPoint) const = 0;
+
     // The volume's name for the path of a whole volume ("/" included), else the last component.
     [[nodiscard]] std::string displayName(const std::string& path) const;
 };
@@ -88,6 +93,8 @@ public:
     [[nodiscard]] FolderListing list(const std::string& path, std::size_t limit) const override;
     [[nodiscard]] std::optional<std::string> mountPoint(const std::string& path) const override;
     [[nodiscard]] bool isMountRoot(const std::string& path) const override;
+    [[nodiscard]] std::vector<std::string> mountsBelow(const std::string& path) const override;
+    [[nodiscard]] std::string fileSystemId(const std::string& mountPoint) const override;
 
 private:
     [[nodiscard]] std::optional<std::string> realPath(const std::string& path) const;

@@ -1,19 +1,27 @@
 #include "Platform/MountTable.h"
 
+#include "Foundation/Format.h"
 #include "Foundation/PathComponents.h"
 #include "Platform/FileContents.h"
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <fcntl.h>
+#include <filesystem>
 #include <linux/fs.h>
+#include <linux/magic.h>
 #include <optional>
 #include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+#include <system_error>
 
 namespace kelvane {
 namespace {
 
+constexpr const char* uuidFolder = "/dev/disk/by-uuid";
 constexpr const char* mountTablePath = "/proc/self/mountinfo";
 // Some thousand containers make some megabytes.
 constexpr std::size_t mountTableLimit = std::size_t{16} << 20U;
@@ -31,6 +39,7 @@ struct Mount {
     std::string_view device; // "major:minor"
     std::string mountPoint;
     std::string_view type;
+    std::string source; // a device, for one
 };
 
 std::string_view takeUntil(std::string_view& text, char end) {
@@ -69,6 +78,7 @@ std::optional<Mount> mountInLine(std::string_view line) {
     while (!line.empty() && takeUntil(line, ' ') != "-") {
     }
     mount.type = takeUntil(line, ' ');
+    mount.source = decoded(takeUntil(line, ' '));
     if (mount.type.empty() || !isAbsolutePath(mount.mountPoint))
         return std::nullopt;
     return mount;
@@ -96,6 +106,28 @@ std::string bootVolumeLabel() {
     if (!root || ::ioctl(root.get(), FS_IOC_GETFSLABEL, label.data()) != 0)
         return {};
     return label.data();
+}
+
+template <class Visit>
+void forEachMount(std::string_view mountTable, Visit visit) {
+    while (!mountTable.empty())
+        if (const std::optional<Mount> mount = mountInLine(takeUntil(mountTable, '\n')))
+            visit(*mount);
+}
+
+// Device numbers do not last, so what the system knows the device by.
+std::string uuidOfDevice(const std::string& device) {
+    struct stat wanted {};
+    if (!isAbsolutePath(device) || ::stat(device.c_str(), &wanted) != 0 || !S_ISBLK(wanted.st_mode))
+        return {};
+    std::error_code error;
+    for (std::filesystem::directory_iterator at(uuidFolder, error), end; !error && at != end;
+         at.increment(error)) {
+        struct stat status {};
+        if (::stat(at->path().c_str(), &status) == 0 && status.st_rdev == wanted.st_rdev)
+            return at->path().filename();
+    }
+    return {};
 }
 
 } // namespace
@@ -137,6 +169,31 @@ bool isMountPoint(std::string_view path) {
             return true;
     }
     return false;
+}
+
+std::vector<std::string> mountPointsBelow(std::string_view folder) {
+    std::vector<std::string> points;
+    const std::string inside = std::string(folder == "/" ? "" : folder) + '/';
+    forEachMount(currentMountTable(), [&](const Mount& mount) {
+        if (mount.mountPoint.starts_with(inside))
+            points.push_back(mount.mountPoint);
+    });
+    return points;
+}
+
+std::string fileSystemIdAt(const std::string& mountPoint) {
+    struct statfs status {};
+    if (::statfs(mountPoint.c_str(), &status) != 0)
+        return {};
+    // Of others the number may come from the device's, and be another one at the next start.
+    if (status.f_type == EXT4_SUPER_MAGIC)
+        return formatText("ext-%016llx", std::bit_cast<unsigned long long>(status.f_fsid));
+    std::string source; // the last mount hides those before it
+    forEachMount(currentMountTable(), [&](const Mount& mount) {
+        if (mount.mountPoint == mountPoint)
+            source = mount.source;
+    });
+    return uuidOfDevice(source);
 }
 
 MountedVolumes::MountedVolumes() : mountTable_(::open(mountTablePath, O_RDONLY | O_CLOEXEC)) {}

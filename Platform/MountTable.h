@@ -7,6 +7,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace kelvane {
 
@@ -17,6 +18,13 @@ namespace kelvane {
 
 // Whether a file system is mounted at exactly this path now; false when the system does not say.
 [[nodiscard]] bool isMountPoint(std::string_view path);
+
+// The mount points below the folder, in no order.
+[[nodiscard]] std::vector<std::string> mountPointsBelow(std::string_view folder);
+
+// Tells the file system that is mounted at exactly this path from all others, also after a restart: its UUID,
+// or what it makes of that. Empty for one that keeps none, and when the system does not say.
+[[nodiscard]] std::string fileSystemIdAt(const std::string& mountPoint);
 
 // The volumes of this machine, read again when a mount has changed since they were last asked for. Any
 // thread.

@@ -28,6 +28,8 @@ struct FakeDisk : FileSystem {
     FolderListing list(const std::string&, std::size_t) const override { return {}; }
     std::optional<std::string> mountPoint(const std::string&) const override { return std::nullopt; }
     bool isMountRoot(const std::string&) const override { return false; }
+    std::vector<std::string> mountsBelow(const std::string&) const override { return {}; }
+    std::string fileSystemId(const std::string&) const override { return {}; }
 };
 
 struct FakeAccounts : Accounts {

@@ -212,6 +212,36 @@ TEST_F(BackingUp, AHomeThatIsNotMountedIsLeftAloneUntilAPersonGivesItUp) {
     EXPECT_EQ(alertOf(kind), Value());
 }
 
+TEST_F(BackingUp, WhatIsHiddenByAnotherDiskDoesNotCountAsDeleted) {
+    for (const bool isWholeHome : {false, true}) {
+        isHomeMounted = isWholeHome;
+        isOtherDisk = false;
+        folders.write("home/docs/file", "12345");
+        folders.write("home/own", isWholeHome ? "2" : "1");
+        start();
+        pane->call<"setPriorityBackup:">("/");
+        ASSERT_TRUE(isWholeHome ? comesToRest(3, 7) : comesToRest(2, 6)) << "with the deleted one";
+        isOtherDisk = true;
+        fs::remove(in("docs/file"));
+        folders.write("home/other", "1");
+        ASSERT_TRUE(comesTo([&] { return alertOf("disk_away")["severity"] == "warning"; })) << isWholeHome;
+        pane->call<"setPriorityBackup:">("/");
+        ASSERT_TRUE(comesTo([&] {
+            return pane->state("isBackupNeeded") == false && colors({in("other")}) != Array{yellow};
+        }));
+        EXPECT_EQ(colors({in("docs/file"), in("other")}), (Array{blue, isWholeHome ? blue : green}));
+        EXPECT_EQ(failuresOf(in("docs"), folders / "back"), "") << "the last version of the folder";
+        EXPECT_EQ(folders.read("back/file"), "12345");
+        fs::remove_all(folders / "back");
+        EXPECT_NE(failuresOf(in("docs/file"), in("docs/file")), "");
+        EXPECT_FALSE(fs::exists(in("docs/file")));
+        fs::remove(in("other"));
+        EXPECT_EQ(act("disk_away", 1), ""); // forget-disk
+        pane->call<"setPriorityBackup:">("/");
+        EXPECT_TRUE(comesTo([&] { return alertOf("disk_away") == Value(); })) << isWholeHome;
+    }
+}
+
 // As after a kill between a backup and its listing.
 TEST_F(BackingUp, RestoresFromTheRepositoryAndNotFromAnOlderIndex) {
     const auto indexPath = [&] {

@@ -12,12 +12,27 @@ namespace kelvane::tests {
 
 // The disks of this machine, but for what a test says of its mounts.
 struct PretendedMounts : LocalFileSystem {
-    PretendedMounts(Volumes volumes, const std::atomic<bool>& isHomeMounted, std::string home)
-        : LocalFileSystem(std::move(volumes)), isHomeMounted_(isHomeMounted), home_(std::move(home)) {}
+    PretendedMounts(Volumes volumes, const std::atomic<bool>& isHomeMounted,
+                    const std::atomic<bool>& isOtherDisk, std::string home)
+        : LocalFileSystem(std::move(volumes)),
+          isHomeMounted_(isHomeMounted),
+          isOtherDisk_(isOtherDisk),
+          home_(std::move(home)) {}
     bool isMountRoot(const std::string& path) const override { return path == home_ && isHomeMounted_; }
+    std::string fileSystemId(const std::string&) const override { return isOtherDisk_ ? "B" : "A"; }
+    std::vector<std::string> mountsBelow(const std::string&) const override {
+        return isOtherDisk_ && !isHomeMounted_ ? std::vector{home_ + "/docs"} : std::vector<std::string>();
+    }
+    std::optional<FileAttributes> attributes(const std::string& path) const override {
+        auto found = LocalFileSystem::attributes(path);
+        if (found && isOtherDisk_ && path == home_ + "/docs")
+            ++found->device;
+        return found;
+    }
 
 private:
     const std::atomic<bool>& isHomeMounted_;
+    const std::atomic<bool>& isOtherDisk_;
     const std::string home_;
 };
 
@@ -32,7 +47,8 @@ protected:
             options.backup.quiet = std::chrono::milliseconds(50);
             options.backup.firstRetry = std::chrono::milliseconds(100);
             options.fileSystem = std::make_shared<PretendedMounts>(
-                Volumes("Boot", areDisksAway ? std::vector<Volume>() : disks), isHomeMounted, folders.home());
+                Volumes("Boot", areDisksAway ? std::vector<Volume>() : disks), isHomeMounted, isOtherDisk,
+                folders.home());
             options.refreshInterval = std::chrono::milliseconds(200);
             if (!disks.empty())
                 options.settled.set("volumes", Array{disks.front().mountPoint});
@@ -93,6 +109,7 @@ protected:
     const tests::DaemonFolders folders;
     bool areDisksAway = false;
     std::atomic<bool> isHomeMounted = false;
+    std::atomic<bool> isOtherDisk = false; // at the home folder, or over its folder docs if none is there
     std::function<void(LocalDaemon::Options&)> adjust = [](LocalDaemon::Options&) {};
     ClockReading clock; // the machine's own as long as it shows nothing
     const LogSinkToken quiet = setLogSink([](const LogEntry&) {});
