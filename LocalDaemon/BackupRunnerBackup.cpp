@@ -4,6 +4,7 @@
 #include "LocalDaemon/BackupRunner.h"
 #include "LocalDaemon/BackupTargets.h"
 #include "LocalDaemon/BackupTrouble.h"
+#include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/LateChanges.h"
 #include "Platform/FileDescriptor.h"
 #include "Support/Logging.h"
@@ -47,10 +48,14 @@ FileTime waitForLaterTimes(const std::vector<std::string>& paths) {
     ::clock_gettime(CLOCK_REALTIME, &now);
     std::set<dev_t> written;
     for (const std::string& path : paths) {
-        const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
         struct stat status {};
-        if (file && ::fstat(file.get(), &status) == 0 && written.insert(status.st_dev).second)
-            ::syncfs(file.get());
+        if (::lstat(path.c_str(), &status) != 0 || !written.insert(status.st_dev).second)
+            continue;
+        // A target that is a file lies on the file system of its folder, and opening a pipe would let its
+        // writers go on.
+        const std::string folder = S_ISDIR(status.st_mode) ? path : std::string(folderOf(path));
+        if (const FileDescriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)); opened)
+            ::syncfs(opened.get());
     }
     std::this_thread::sleep_for(longestTick);
     return FileTime(now);

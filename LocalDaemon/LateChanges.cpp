@@ -18,7 +18,8 @@ bool isLate(const BackupIndex::Item& item, FileTime begin) {
 }
 
 bool touch(const std::string& path, const BackupIndex::Item& item) {
-    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    // Not for reading: a pipe that has taken its place would let its writers go on.
+    const FileDescriptor file(::open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat status {};
     if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
         return false;
@@ -26,7 +27,8 @@ bool touch(const std::string& path, const BackupIndex::Item& item) {
                            FileTime(status.st_mtim) == item.modified &&
                            FileTime(status.st_ctim) == item.changed;
     const bool mayLoseBits = (status.st_mode & (S_ISUID | S_ISGID)) != 0; // by being set again
-    return isAsSaved && !mayLoseBits && ::fchmod(file.get(), status.st_mode & ALLPERMS) == 0;
+    const std::string handle = "/proc/self/fd/" + std::to_string(file.get());
+    return isAsSaved && !mayLoseBits && ::chmod(handle.c_str(), status.st_mode & ALLPERMS) == 0;
 }
 
 } // namespace
