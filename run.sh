@@ -81,7 +81,7 @@ fi
 "${daemon[@]}" &
 pid=$!
 trap 'kill "$pid" 2>/dev/null || true; wait "$pid" 2>/dev/null || true' EXIT
-"$ctl" --timeout 10 status
+${own[@]+"${own[@]}"} "$ctl" --timeout 10 status
 kill -0 "$pid" || { echo "run.sh: the local daemon has ended; is there another one?" >&2; exit 1; }
 
 cat <<END

@@ -169,6 +169,8 @@ public:
 
     // Panes are told what of it has changed.
     void setRestoreProgress(const RestoreProgress& progress);
+    // Raises an alert, and has panes ask how many files are left: they show a restore from their order on.
+    void refuseRestore(const std::string& reason);
     [[nodiscard]] RestoreProgress restoreProgress() const;
     // After the progress has no job any more: tells panes so, and of what could not be restored.
     void endRestore(const std::vector<RestoreFailure>& failures);

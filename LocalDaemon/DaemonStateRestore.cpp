@@ -32,6 +32,13 @@ void DaemonState::setRestoreProgress(const RestoreProgress& progress) {
     observer->restoreProgressed(codes);
 }
 
+void DaemonState::refuseRestore(const std::string& reason) {
+    raiseAlert({"restore_refused", "error", "A restore was refused.", reason});
+    const std::scoped_lock guard(mutex_);
+    if (const auto observer = observer_.lock())
+        observer->restoreProgressed({restoreprogress::pendingCount});
+}
+
 RestoreProgress DaemonState::restoreProgress() const {
     const std::scoped_lock guard(mutex_);
     return restore_;

@@ -256,9 +256,7 @@ void LocalDaemon::makeRestores() {
             return state->withdrawAlert("restore_waits");
         state->raiseAlert({"restore_waits", "warning", "A restore is delayed.", reason});
     };
-    options.onRefusal = [state = state_](const std::string& reason) {
-        state->raiseAlert({"restore_refused", "error", "A restore was refused.", reason});
-    };
+    options.onRefusal = [state = state_](const std::string& reason) { state->refuseRestore(reason); };
     options.onDamagedJournal = [state = state_](const std::string& reason) {
         state->raiseAlert({"restore_jobs_damaged", "error", "Restores that waited may be lost.", reason});
     };
