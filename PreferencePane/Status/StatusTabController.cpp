@@ -136,6 +136,8 @@ void KelvaneStatusTabController::daemonStateChangedNotification() {
                 isConnected ? "connected" : "not connected");
     if (isConnected && state->hasDaemonState())
         return showDaemonState(*state);
+    if (isConnected && !prefs_.prefPaneAccessAuthorized())
+        ui_->lowerPriorityButton->setEnabled(false);
     updateMode();
     if (!hasRecentDataFromDaemon_)
         updateStatusFieldsFromDefaultsDB();
@@ -195,8 +197,11 @@ void KelvaneStatusTabController::showAccountText(const std::string& email) {
 }
 
 void KelvaneStatusTabController::lowerPriorityAction() {
-    if (const auto state = prefs_.backupState())
-        state->setLowerPriorityMode(ui_->lowerPriorityButton->isChecked());
+    const auto state = prefs_.backupState();
+    if (!state)
+        return;
+    state->setLowerPriorityMode(ui_->lowerPriorityButton->isChecked());
+    state->updateDaemonState(); // what was set is shown now, and not with the next poll
 }
 
 void KelvaneStatusTabController::showMenuAction() {

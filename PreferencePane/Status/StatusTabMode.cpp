@@ -135,7 +135,9 @@ void KelvaneStatusTabController::applyMode(DaemonMode mode) {
     }
     if (mode == DaemonMode::Enabled) {
         isDisableInProgress_ = false;
-        if (enableDaemon(true) != 0)
+        // A daemon that connects meanwhile may be in a mode that is left with a warning: it is shown first.
+        const bool wasConnected = prefs_.connected();
+        if (enableDaemon(true) != 0 || !wasConnected)
             return;
     }
     const auto state = prefs_.backupState();
