@@ -153,7 +153,8 @@ void KelvaneHelpController::showEmailSheetAction() {
     email_->emailButton->setEnabled(false);
     email_->emailCategory->setCurrentIndex(0);
     email_->emailCategory->setFocus();
-    email_->emailLogCaption->setVisible(prefs_.fileServices().fileSystem().exists(logPath()));
+    const FileSystem& files = prefs_.fileServices().fileSystem();
+    email_->emailLogCaption->setVisible(files.isReadable(logPath()) && !files.isDirectory(logPath()));
     showChatMessage(state ? state->serverURL() : std::string());
     showSheet(*emailWindow_);
 }
@@ -198,6 +199,12 @@ void KelvaneHelpController::sendEmailAction() {
     }();
     if (!outcome.isSent() && outcome.end != BusySheet::End::ApplicationEnds)
         offerAgain(outcome.failure);
+    else if (!outcome.missingLog.empty() && !email_->emailLogCaption->isHidden()) // which has promised it
+        openSheet(view_,
+                  {screen(prefs_.text("Report Without Log Message", "Your report was sent without the log.")),
+                   screen(outcome.missingLog),
+                   {screen(prefs_.text("OK"))}},
+                  &context_, [](int) {});
 }
 
 // What was written is still there. `failure` is empty when the user has cancelled.

@@ -2,7 +2,6 @@
 
 #include "Foundation/PathComponents.h"
 #include "Platform/SpecialFolders.h"
-#include "Support/Logging.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -43,21 +42,20 @@ LogArchive::~LogArchive() {
     ::unlink(path_.c_str());
 }
 
-std::optional<ChildProcess> LogArchive::zip(const std::string& logPath) const {
+std::optional<ChildProcess> LogArchive::zip(const std::string& logPath, std::string& reason) const {
     // The program would take another one for an option, or for its standard input.
     if (!isAbsolutePath(logPath)) {
-        KelvaneCLog("The report goes without a log: \"%@\" is no absolute path", logPath);
+        reason = '"' + logPath + "\" is no absolute path";
         return std::nullopt;
     }
     if (::unlink(path_.c_str()) != 0 && errno != ENOENT) {
-        KelvaneCLog("The report goes without a log: cannot remove %@: %@", path_,
-                    std::generic_category().message(errno));
+        reason = "cannot remove " + path_ + ": " + std::generic_category().message(errno);
         return std::nullopt;
     }
     const PrivateFiles privately;
     auto process = ChildProcess::start(zipProgram_, {path_, logPath});
     if (!process)
-        KelvaneCLog("The report goes without a log: %@ cannot be started", zipProgram_);
+        reason = zipProgram_ + " cannot be started";
     return process;
 }
 

@@ -19,8 +19,8 @@ public:
     LogArchive(const LogArchive&) = delete;
     LogArchive& operator=(const LogArchive&) = delete;
 
-    // Starts zipping. None, with a line in the log, when there is nothing to zip or no place for it.
-    [[nodiscard]] std::optional<ChildProcess> zip(const std::string& logPath) const;
+    // Starts zipping. None, with the reason, when there is nothing to zip or no place for it.
+    [[nodiscard]] std::optional<ChildProcess> zip(const std::string& logPath, std::string& reason) const;
     // The archive, if it was made.
     [[nodiscard]] FileDescriptor open() const;
 

@@ -1,5 +1,6 @@
 #include "PreferencePane/Help/ReportSending.h"
 
+#include "Foundation/Format.h"
 #include "PreferencePane/Help/LogArchive.h"
 #include "Support/Logging.h"
 
@@ -22,28 +23,34 @@ void stop(ChildProcess& process) {
         process.kill();
 }
 
-// Into `zipped`, which stays empty where there is nothing to send.
-BusySheet::End zipLog(const LogArchive& archive, const std::string& logPath, const ReportTools& tools,
-                      const BusySheet& busy, FileDescriptor& zipped) {
-    auto process = archive.zip(logPath);
+struct Zipped {
+    BusySheet::End end = BusySheet::End::Finished;
+    FileDescriptor archive;
+    std::string trouble; // why there is none
+};
+
+Zipped zipLog(const LogArchive& archive, const std::string& logPath, const ReportTools& tools,
+              const BusySheet& busy) {
+    Zipped zipped;
+    auto process = archive.zip(logPath, zipped.trouble);
     if (!process)
-        return BusySheet::End::Finished;
+        return zipped;
     const QDeadlineTimer deadline(tools.limits.zipping);
-    const BusySheet::End end = busy.run([&](std::chrono::milliseconds atMost) {
+    zipped.end = busy.run([&](std::chrono::milliseconds atMost) {
         pollfd ended{process->descriptor(), POLLIN, 0};
         ::poll(&ended, 1, static_cast<int>(atMost.count()));
         return process->hasEnded() || deadline.hasExpired();
     });
     if (!process->hasEnded()) {
-        KelvaneCLog("The report goes without a log: %@ was not waited for any longer", tools.zipProgram);
+        zipped.trouble = tools.zipProgram + " takes too long";
         stop(*process);
-        return end;
+        return zipped;
     }
-    zipped = archive.open();
-    if (!zipped)
-        KelvaneCLog("The report goes without a log: %@ ended with status %d and made no archive of %@",
-                    tools.zipProgram, process->exitStatus(), logPath);
-    return end;
+    zipped.archive = archive.open();
+    if (!zipped.archive)
+        zipped.trouble = formatText("%@ ended with status %d and made no archive of %@", tools.zipProgram,
+                                    process->exitStatus(), logPath);
+    return zipped;
 }
 
 } // namespace
@@ -51,14 +58,16 @@ BusySheet::End zipLog(const LogArchive& archive, const std::string& logPath, con
 ReportOutcome sendReport(const IncidentReport& report, const std::string& logPath, const ReportTools& tools,
                          const BusySheet& busy) {
     const LogArchive archive(tools.zipProgram);
-    FileDescriptor zipped;
-    if (const BusySheet::End end = zipLog(archive, logPath, tools, busy, zipped);
-        end != BusySheet::End::Finished)
-        return {end, {}};
-    ReportTransfer transfer(report, std::move(zipped), tools.limits);
-    const BusySheet::End end =
-        busy.run([&](std::chrono::milliseconds atMost) { return transfer.step(atMost); });
-    return {end, end == BusySheet::End::Finished ? transfer.failure() : std::string()};
+    Zipped zipped = zipLog(archive, logPath, tools, busy);
+    if (zipped.end != BusySheet::End::Finished)
+        return {zipped.end, {}, {}};
+    if (!zipped.trouble.empty())
+        KelvaneCLog("The report goes without a log: %@", zipped.trouble);
+    ReportTransfer transfer(report, std::move(zipped.archive), tools.limits);
+    BusySheet::End end = busy.run([&](std::chrono::milliseconds atMost) { return transfer.step(atMost); });
+    if (end == BusySheet::End::Cancelled && transfer.isAnswered())
+        end = BusySheet::End::Finished; // it would else be offered to be sent once more
+    return {end, end == BusySheet::End::Finished ? transfer.failure() : std::string(), zipped.trouble};
 }
 
 } // namespace kelvane

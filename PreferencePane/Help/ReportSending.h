@@ -15,7 +15,8 @@ struct ReportTools {
 
 struct ReportOutcome {
     BusySheet::End end = BusySheet::End::Finished;
-    std::string failure; // why it did not get to the server, if so
+    std::string failure;    // why it did not get to the server, if so
+    std::string missingLog; // why it went without the log, if so
     [[nodiscard]] bool isSent() const { return end == BusySheet::End::Finished && failure.empty(); }
 };
 

@@ -30,7 +30,7 @@ ReportTransfer::ReportTransfer(const IncidentReport& report, FileDescriptor arch
     form_.reset(curl_mime_init(transfer_.get()));
     fillForm(report);
     setOptions(report.address());
-    curl_multi_add_handle(loop_.get(), transfer_.get());
+    code_ = curl_multi_add_handle(loop_.get(), transfer_.get());
 }
 
 ReportTransfer::~ReportTransfer() {
@@ -75,23 +75,35 @@ void ReportTransfer::setOptions(const std::string& address) {
 
 bool ReportTransfer::step(std::chrono::milliseconds atMost) {
     int running = 0;
-    if (!loop_ || curl_multi_perform(loop_.get(), &running) != CURLM_OK || running == 0 || isAnswerTooLong())
+    if (!loop_ || code_ != CURLM_OK)
         return true;
-    return curl_multi_poll(loop_.get(), nullptr, 0, static_cast<int>(atMost.count()), nullptr) != CURLM_OK;
+    code_ = curl_multi_perform(loop_.get(), &running);
+    if (code_ != CURLM_OK || running == 0 || isAnswerTooLong())
+        return true;
+    code_ = curl_multi_poll(loop_.get(), nullptr, 0, static_cast<int>(atMost.count()), nullptr);
+    return code_ != CURLM_OK;
 }
 
-// A server that has answered has the report, whatever becomes of the rest of its answer.
-std::string ReportTransfer::failure() const {
+bool ReportTransfer::isAnswered() const {
     constexpr long firstFinalStatus = 200;
+    long status = 0;
+    if (transfer_)
+        curl_easy_getinfo(transfer_.get(), CURLINFO_RESPONSE_CODE, &status);
+    return status >= firstFinalStatus;
+}
+
+std::string ReportTransfer::failure() const {
     if (!loop_ || !transfer_)
         return curl_easy_strerror(CURLE_FAILED_INIT);
-    long status = 0;
-    curl_easy_getinfo(transfer_.get(), CURLINFO_RESPONSE_CODE, &status);
-    if (status >= firstFinalStatus)
+    if (isAnswered())
         return {};
+    if (code_ != CURLM_OK)
+        return curl_multi_strerror(code_);
     int left = 0;
     const CURLMsg* const message = curl_multi_info_read(loop_.get(), &left);
-    if (message == nullptr || message->data.result == CURLE_OK)
+    if (message == nullptr)
+        return curl_easy_strerror(CURLE_GOT_NOTHING);
+    if (message->data.result == CURLE_OK)
         return {};
     return reason_.front() != '\0' ? reason_.data() : curl_easy_strerror(message->data.result);
 }

@@ -36,6 +36,8 @@ public:
 
     // Goes on for no longer than that; true when it is over.
     [[nodiscard]] bool step(std::chrono::milliseconds atMost);
+    // The server has the report then, whatever becomes of the rest of its answer.
+    [[nodiscard]] bool isAnswered() const;
     // Once it is over: why the report did not get to the server, empty when it did.
     [[nodiscard]] std::string failure() const;
 
@@ -53,6 +55,7 @@ private:
     const FileDescriptor archive_;
     const ReportLimits limits_;
     const std::unique_ptr<CURLM, Release<curl_multi_cleanup>> loop_;
+    CURLMcode code_ = CURLM_OK; // the first trouble of the library itself
     std::unique_ptr<curl_mime, Release<curl_mime_free>> form_;
     const std::unique_ptr<CURL, Release<curl_easy_cleanup>> transfer_;
 };

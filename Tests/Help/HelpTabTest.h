@@ -11,6 +11,7 @@
 #include "Tests/Tools/ChildProgram.h"
 
 #include <QComboBox>
+#include <QMessageBox>
 #include <QTest>
 #include <gtest/gtest.h>
 
@@ -78,7 +79,9 @@ protected:
         chooseCategory(1);
         text().insertPlainText(report);
     }
+    // What an earlier report has told is dismissed first.
     void sendReport(const std::string& host) {
+        qDeleteAll(tab->view()->findChildren<QMessageBox*>());
         daemon.answer("serverURL", host);
         write();
         click("emailButton");

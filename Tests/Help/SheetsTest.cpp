@@ -207,8 +207,11 @@ TEST_F(Reports, TakeOnlyAnArchiveOfOurs) {
         EXPECT_EQ(own.kept("zip" + logPath), log);
         EXPECT_EQ(folder.read("precious"), "PKprecious");
     }
-    for (const char* const noPath : {"", "-", "daemon.log"})
-        EXPECT_FALSE(LogArchive(tools.zipProgram).zip(noPath)) << noPath;
+    for (const char* const noPath : {"", "-", "daemon.log"}) {
+        std::string reason;
+        EXPECT_FALSE(LogArchive(tools.zipProgram).zip(noPath, reason)) << noPath;
+        EXPECT_NE(reason, "") << noPath;
+    }
 }
 
 TEST_F(Reports, GoWhateverBecomesOfTheArchive) {
@@ -224,7 +227,11 @@ TEST_F(Reports, GoWhateverBecomesOfTheArchive) {
     }
     EXPECT_EQ(server.kept("09"), "2 " + logPath + "\n600\n");
     ASSERT_EQ(::unlink(tools.zipProgram.c_str()), 0);
+    EXPECT_EQ(tab->view()->findChild<QMessageBox*>(), nullptr) << "it went with an archive";
     sendReport(server.host);
+    const auto* const told = tab->view()->findChild<QMessageBox*>();
+    ASSERT_NE(told, nullptr);
+    EXPECT_EQ(told->text(), "Your report was sent without the log.");
     EXPECT_EQ(server.kept("requests"), "rrrrrr");
 }
 
