@@ -36,10 +36,12 @@ std::string listOf(const std::vector<std::string>& targets) {
 // patterns stand in a file, a line each. Returns the folders of which neither can tell.
 std::vector<std::string> addPatterns(std::vector<std::string> emptied, const std::string& path,
                                      std::vector<std::string>& arguments) {
-    const auto rest = std::ranges::partition(
-        emptied, [](const std::string& folder) { return folder.find('\n') != std::string::npos; });
+    const auto rest = std::partition(emptied.begin(), emptied.end(), [](const std::string& folder) {
+        return folder.find('\n') != std::string::npos;
+    });
     const std::size_t count = std::min(emptied.size(), mostPatternArguments);
-    const std::size_t firstInFile = std::max(count, emptied.size() - rest.size());
+    const std::size_t firstInFile =
+        std::max<std::size_t>(count, static_cast<std::size_t>(rest - emptied.begin()));
     const std::span<const std::string> all(emptied);
     for (const std::string& folder : all.first(count))
         arguments.insert(arguments.end(), {"--exclude", withSeparator(escapedForPattern(folder)) + '*'});

@@ -49,7 +49,7 @@ ResticOutcome makeInside(RepositoryPlace place, const std::string& folder, const
     for (fs::directory_iterator at(place.location, error); !error && at != fs::directory_iterator();
          at.increment(error))
         names.push_back(at->path().filename().string());
-    std::ranges::partition(names, [](const std::string& name) { return name != config; });
+    std::partition(names.begin(), names.end(), [](const std::string& name) { return name != config; });
     for (const std::string& name : names)
         if (!error)
             fs::rename(place.location + '/' + name, folder + '/' + name, error);
