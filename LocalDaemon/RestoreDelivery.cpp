@@ -28,8 +28,8 @@ std::string errorText() {
                           : std::generic_category().message(errno);
 }
 
-SavedAccess accessOf(const BackupIndex::Item& item) {
-    return {item.uid, item.gid, item.mode};
+SavedAccess accessOf(const BackupIndex::Item& item, const std::string& lostRules) {
+    return {item.uid, item.gid, lostRules.empty() ? item.mode : item.mode & mode_t{S_IRWXU}};
 }
 
 std::string targetOf(int folder, const std::string& link) {
@@ -123,7 +123,9 @@ FileDescriptor RestoreDelivery::madeParent(const RestorePiece& piece, const std:
     const BackupIndex::Item* const item = saved.empty() ? nullptr : index_.find(saved);
     std::string reason;
     if (const FileDescriptor staged = stagedFolder(piece.item->snapshot, saved); item && staged) {
-        made_.push_back({target, FolderMetadata(staged.get(), accessOf(*item), item->modified)});
+        if (reason = lostAccessRules(piece.item->snapshot, saved); !reason.empty())
+            fail(saved, reason);
+        made_.push_back({target, FolderMetadata(staged.get(), accessOf(*item, reason), item->modified)});
         return makeFolder(around, name, &made_.back().metadata, reason);
     }
     return makeFolder(around, name, nullptr, reason);
@@ -147,8 +149,11 @@ FileDescriptor RestoreDelivery::makeFolder(int around, const std::string& name,
 
 void RestoreDelivery::deliverFile(const Place& place) {
     std::string reason = faultOf(place);
+    const std::string lost = reason.empty() && place.item.kind == ItemKind::File
+                                 ? lostAccessRules(place.item.snapshot, place.path)
+                                 : std::string();
     if (reason.empty())
-        reason = prepare(place);
+        reason = prepare(place, accessOf(place.item, lost));
     struct stat there {};
     if (!reason.empty())
         return fail(place.path, reason);
@@ -160,8 +165,8 @@ void RestoreDelivery::deliverFile(const Place& place) {
     reason = setSavedTime(place.staged, staged, place.item.modified);
     if (::renameat(place.staged, staged.c_str(), place.around, place.name.c_str()) != 0)
         reason = errorText();
-    if (!reason.empty())
-        fail(place.path, reason);
+    if (!reason.empty() || !lost.empty())
+        fail(place.path, reason.empty() ? lost : reason);
 }
 
 std::string RestoreDelivery::faultOf(const Place& place) const {
@@ -202,7 +207,7 @@ bool RestoreDelivery::isTargetInDoubt(const Place& place, const std::string& sta
 }
 
 // In the staging folder, where nobody else can reach it.
-std::string RestoreDelivery::prepare(const Place& place) const {
+std::string RestoreDelivery::prepare(const Place& place, const SavedAccess& access) const {
     if (place.item.kind != ItemKind::File)
         return {};
     const std::string staged = place.path.substr(place.path.rfind('/') + 1);
@@ -211,7 +216,7 @@ std::string RestoreDelivery::prepare(const Place& place) const {
     struct stat status {};
     if (::fstatat(place.staged, staged.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
         return errorText();
-    const mode_t mode = modeFor(accessOf(place.item), status);
+    const mode_t mode = modeFor(access, status);
     if (mode != (status.st_mode & ~static_cast<mode_t>(S_IFMT)) &&
         ::fchmodat(place.staged, staged.c_str(), mode, 0) != 0)
         return "its mode cannot be set: " + errorText();
@@ -236,6 +241,21 @@ std::string RestoreDelivery::completeAttributes(const Place& place) const {
                                              : "its mode cannot be set: " + errorText();
 }
 
+// A mode without its ACL may give others what the ACL denied them. restic leaves out in silence what the file
+// system does not keep.
+std::string RestoreDelivery::lostAccessRules(std::uint32_t number, const std::string& path) const {
+    const Snapshot* const snapshot = staging_.keepsAccessRules() ? nullptr : index_.snapshot(number);
+    if (!snapshot)
+        return {};
+    std::string failure;
+    const std::optional<SavedNode> node = nodes_.find(snapshot->id, path, failure);
+    if (!node)
+        return "only its owner has access: whether it had an ACL cannot be found out: " + failure;
+    const bool isLost =
+        std::ranges::any_of(node->attributes, [](const auto& each) { return isAccessRule(each.first); });
+    return isLost ? "only its owner has access: the disk does not keep its ACL" : "";
+}
+
 void RestoreDelivery::deliverFolder(const Place& place, bool isAlone) {
     const bool isSaved = place.item.snapshot != 0; // else only contents of it are known
     const std::string name = place.path.substr(place.path.rfind('/') + 1);
@@ -244,9 +264,11 @@ void RestoreDelivery::deliverFolder(const Place& place, bool isAlone) {
         return fail(place.path, missing);
     if (const std::string reason = completeAttributes(place); !reason.empty())
         fail(place.path, reason);
+    const std::string lost = lostAccessRules(place.item.snapshot, place.path);
     const std::optional<FolderMetadata> metadata =
-        isSaved ? std::optional<FolderMetadata>({staged.get(), accessOf(place.item), place.item.modified})
-                : std::nullopt;
+        isSaved
+            ? std::optional<FolderMetadata>({staged.get(), accessOf(place.item, lost), place.item.modified})
+            : std::nullopt;
     std::string reason;
     FileDescriptor target = openFolderIn(place.around, place.name);
     if (!target && errno == ENOENT)
@@ -260,8 +282,8 @@ void RestoreDelivery::deliverFolder(const Place& place, bool isAlone) {
         reason = metadata->applyTo(target.get(), FolderMetadata::Use::Final);
     if (const std::string* const error = errors_.errorAt(place.path))
         reason = *error;
-    if (!reason.empty())
-        fail(place.path, reason);
+    if (!reason.empty() || !lost.empty())
+        fail(place.path, reason.empty() ? lost : reason);
 }
 
 void RestoreDelivery::deliverContents(const Place& folder, int staged, int target) {

@@ -64,7 +64,9 @@ private:
     // Of a staged file with several names, of which restic tells one.
     [[nodiscard]] std::string errorOfOtherNames(const struct stat& status) const;
     [[nodiscard]] static bool isTargetInDoubt(const Place& place, const std::string& staged);
-    [[nodiscard]] std::string prepare(const Place& place) const;
+    [[nodiscard]] std::string prepare(const Place& place, const SavedAccess& access) const;
+    // Empty, or why only the owner gets access to a file or folder.
+    [[nodiscard]] std::string lostAccessRules(std::uint32_t snapshot, const std::string& path) const;
     [[nodiscard]] std::string completeAttributes(const Place& place) const;
     void fail(const std::string& path, const std::string& reason);
 

@@ -48,10 +48,6 @@ bool isOfTheBackup(const std::string& name) {
     return name.starts_with("user.") || name.starts_with("system.posix_acl_");
 }
 
-bool isAccessRule(const std::string& name) {
-    return name.starts_with("system.posix_acl_");
-}
-
 // Calls `take` for each range of whole blocks that holds nothing but zeros.
 template <class Take>
 bool findZeros(int file, off_t block, Take take) {
@@ -92,6 +88,10 @@ std::string timeFault(const struct stat& now, FileTime saved) {
 }
 
 } // namespace
+
+bool isAccessRule(const std::string& name) {
+    return name.starts_with("system.posix_acl_");
+}
 
 std::string setAttributes(const std::string& path, const Attributes& attributes) {
     for (const bool areRules : {false, true})

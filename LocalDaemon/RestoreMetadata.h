@@ -18,6 +18,9 @@ struct SavedAccess {
 // does not run as somebody it was not meant for, and another group may do what everybody may.
 [[nodiscard]] mode_t modeFor(const SavedAccess& saved, const struct stat& now);
 
+// An ACL, or what a folder passes on of one.
+[[nodiscard]] bool isAccessRule(const std::string& name);
+
 // Extended attributes. What a file system does not know is left out, except for an access rule, which may be
 // narrower than the mode; so is what only root may set. Access rules come last, since they may forbid the
 // others. Empty, or why it failed.

@@ -114,6 +114,20 @@ bool removeItem(int around, const char* name, const StopSignal* stop) {
     return errno == EISDIR && removeFolder(around, name, openFolderIn(around, name), stop);
 }
 
+// Tries one, which denies what nobody else has, on a folder of this user's that has none.
+bool takesAccessRules(const std::string& folder) {
+    const struct {
+        std::uint32_t version = 2;
+        struct {
+            std::uint16_t tag, rights;
+            std::uint32_t id;
+        } entries[5] = {{1, 7, ~0U}, {2, 0, ::geteuid()}, {4, 0, ~0U}, {16, 0, ~0U}, {32, 0, ~0U}};
+    } rules; // as the system keeps them
+    constexpr const char* name = "system.posix_acl_access";
+    return ::setxattr(folder.c_str(), name, &rules, sizeof rules, 0) == 0 &&
+           ::removexattr(folder.c_str(), name) == 0;
+}
+
 // Whether it is a staging folder that this user has made, and not what only has its name.
 bool isOurStaging(const FileDescriptor& folder, std::string_view name) {
     struct stat status {};
@@ -191,6 +205,7 @@ StagingFolder::StagingFolder(const std::string& path) {
         const std::string self = pathOfDescriptor(folder_.get());
         for (const char* inherited : {"system.posix_acl_default", "system.posix_acl_access"})
             static_cast<void>(::removexattr(self.c_str(), inherited)); // or there is none
+        keepsAccessRules_ = takesAccessRules(self);
         // What it has inherited may have kept its owner out.
         isMade = ::chmod(self.c_str(), ownersFolder) == 0 && isEmpty(folder_.get());
     }

@@ -49,6 +49,8 @@ public:
 
     [[nodiscard]] const std::string& failure() const { return failure_; } // empty: it is there
     [[nodiscard]] int descriptor() const { return folder_.get(); }
+    // Whether its file system keeps ACLs.
+    [[nodiscard]] bool keepsAccessRules() const { return keepsAccessRules_; }
     // For restic, which runs beside this process.
     [[nodiscard]] std::string path() const;
     [[nodiscard]] FileDescriptor open(const std::string& relativePath) const; // as openFolder does
@@ -61,6 +63,7 @@ public:
 private:
     FileDescriptor folder_;
     std::string failure_;
+    bool keepsAccessRules_ = false;
 };
 
 // Removes a staging folder of this user with all that is in it, also what nobody may write in. Anything else

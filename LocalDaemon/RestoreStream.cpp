@@ -51,7 +51,10 @@ private:
 };
 
 // An owner that only root may give stays as it is. The mode is for the delivery.
-std::string applyNode(int file, const SavedNode& node, const BackupIndex::Item& item) {
+// So are access rules where there are none.
+std::string applyNode(int file, SavedNode node, const BackupIndex::Item& item, bool hasAccessRules) {
+    if (!hasAccessRules)
+        std::erase_if(node.attributes, [](const auto& each) { return isAccessRule(each.first); });
     if (::fchown(file, item.uid, item.gid) != 0 && errno != EPERM)
         return "its owner cannot be set: " + reasonText();
     if (std::string reason = setAttributes(pathOfDescriptor(file), node.attributes); !reason.empty())
@@ -87,7 +90,7 @@ std::string RestoreStream::bring(const BackupIndex::Item& item, const StagingFol
     ::fremovexattr(file.get(), "system.posix_acl_access"); // inherited from the folder
     failure = write(file.get(), item, staging);
     if (failure.empty())
-        failure = applyNode(file.get(), *node, item);
+        failure = applyNode(file.get(), *node, item, staging.keepsAccessRules());
     if (failure.empty() && ::fsync(file.get()) != 0)
         failure = "it cannot be written: " + reasonText();
     if (!failure.empty())

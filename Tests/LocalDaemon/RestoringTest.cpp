@@ -292,6 +292,21 @@ TEST_F(RestoringTest, ADevicePipeOrSocketIsNotReplacedAndALongPathIsReached) {
     EXPECT_EQ(folder_.read(deep + "/f"), "deep");
 }
 
+// Calls `work` where a new disk is mounted in the folder, which only root may do.
+template <class Work>
+void onDisk(const char* kind, const std::string& folder, const char* options, Work work) {
+    bool isMounted = false;
+    std::thread([&] {
+        isMounted = ::unshare(CLONE_NEWNS) == 0 &&
+                    ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                    ::mount("none", folder.c_str(), kind, 0, options) == 0;
+        if (isMounted)
+            work();
+    }).join();
+    if (!isMounted)
+        GTEST_SKIP() << "needs root, to mount a disk";
+}
+
 // A small disk that is mounted in the folder: nothing can be moved onto it from beside it.
 TEST_F(RestoringTest, WhatComesToAnotherDiskIsRestoredByItselfAndOnlyWhereItFits) {
     for (const char* name : {"disk/f", "g"})
@@ -299,13 +314,7 @@ TEST_F(RestoringTest, WhatComesToAnotherDiskIsRestoredByItselfAndOnlyWhereItFits
     folder_.write("home/large", noise(500'000));
     folder_.backUp();
     fs::create_directories(folder_ / "out/disk");
-    bool isMounted = false;
-    std::thread([&] {
-        isMounted = ::unshare(CLONE_NEWNS) == 0 &&
-                    ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-                    ::mount("none", (folder_ / "out/disk").c_str(), "tmpfs", 0, "size=128k") == 0;
-        if (!isMounted)
-            return;
+    onDisk("tmpfs", folder_ / "out/disk", "size=128k", [&] {
         start();
         EXPECT_EQ(queue_->failures(restore(folder_.home(), folder_ / "out")),
                   home("disk/f") + ": it would come to another disk than what is around it; restore it by "
@@ -317,9 +326,33 @@ TEST_F(RestoringTest, WhatComesToAnotherDiskIsRestoredByItselfAndOnlyWhereItFits
                   home("large") + ": it cannot be written: No space left on device\n");
         EXPECT_EQ(std::distance(fs::directory_iterator(folder_ / "out/disk"), {}), 1);
         queue_.reset();
-    }).join();
-    if (!isMounted)
-        GTEST_SKIP() << "needs root, to mount a disk";
+    });
+}
+
+TEST_F(RestoringTest, WhereTheDiskKeepsNoAclsWhatHadOneIsForItsOwnerAlone) {
+    for (const char* name : {"d/f", "d/plain", "e/g"})
+        folder_.write(std::string("home/") + name, name);
+    for (const char* name : {"d/f", "e"})
+        setRule(home(name), "system.posix_acl_access");
+    ASSERT_EQ(::chmod(home("d/plain").c_str(), 0644), 0);
+    folder_.backUp();
+    fs::create_directory(folder_ / "out");
+    onDisk("ramfs", folder_ / "out", "", [&] {
+        for (const std::uint64_t room : {std::uint64_t{1} << 30U, std::uint64_t{4096}}) { // then it streams
+            adjust_ = [&](RestoreQueue::Options& options) {
+                options.freeSpace = [=](auto&) { return room; };
+            };
+            start();
+            const std::string why = ": only its owner has access: the disk does not keep its ACL\n";
+            EXPECT_EQ(queue_->failures(restore(folder_.home(), folder_ / "out/h")),
+                      home("d/f") + why + home("e") + why);
+            EXPECT_EQ(modeOf(folder_ / "out/h/d/f") & 077U, 0U);
+            EXPECT_EQ(modeOf(folder_ / "out/h/e") & 077U, 0U);
+            EXPECT_EQ(modeOf(folder_ / "out/h/d/plain"), 0644U);
+            EXPECT_EQ(folder_.read("out/h/d/f"), "d/f");
+            queue_.reset();
+        }
+    });
 }
 
 TEST_F(RestoringTest, TheJournalRemovesNothingButStagingFolders) {
