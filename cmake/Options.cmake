@@ -6,8 +6,10 @@ target_compile_options(kelvane_options INTERFACE
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=
     # g++ counts the names of an enum class as shadowing what stands around it.
     $<IF:$<CXX_COMPILER_ID:GNU>,-Wshadow=local,-Wshadow>)
+# In every build, so that an empty optional that is read fails a test and not only what is shipped.
+target_compile_definitions(kelvane_options INTERFACE _GLIBCXX_ASSERTIONS)
 if(CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo")
-    target_compile_definitions(kelvane_options INTERFACE _FORTIFY_SOURCE=2 _GLIBCXX_ASSERTIONS)
+    target_compile_definitions(kelvane_options INTERFACE _FORTIFY_SOURCE=2)
     target_compile_options(kelvane_options INTERFACE -fstack-protector-strong)
 endif()
 
