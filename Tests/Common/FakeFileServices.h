@@ -24,7 +24,7 @@ struct FakeDisk : FileSystem {
         attributes.gid = 2;
         return attributes;
     }
-    bool isReadable(const std::string& path) const override { return path != "/secret"; }
+    bool isReadable(const std::string& path) const override { return path != "/secret" && exists(path); }
     FolderListing list(const std::string&, std::size_t) const override { return {}; }
     std::optional<std::string> mountPoint(const std::string&) const override { return std::nullopt; }
     bool isMountRoot(const std::string&) const override { return false; }
