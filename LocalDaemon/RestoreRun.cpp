@@ -148,6 +148,9 @@ void RestoreRun::inStaging(const std::string& folder, const RestorePieces& piece
             work(staging);
         else
             fail(pieces, staging.failure());
+        // The last renames, too, before the journal forgets the jobs.
+        if (const std::string failure = staging.failure().empty() ? staging.sync() : ""; !failure.empty())
+            fail(pieces, failure);
     }
     removeStagingOf(tools_.journal, path);
     for (const RestorePiece& piece : pieces)
@@ -216,7 +219,9 @@ void RestoreRun::streamAndDeliver(RestoreStream& stream, const StagingFolder& st
 
 void RestoreRun::deliver(const StagingFolder& staging, const FileErrors& errors,
                          const RestorePieces& pieces) {
-    ::syncfs(staging.descriptor()); // a rename may reach the disk before what it names
+    // A rename may reach the disk before what it names, or without it.
+    if (const std::string failure = staging.sync(); !failure.empty())
+        return fail(pieces, failure);
     RestoreDelivery delivery(*tools_.index, staging, errors, tools_.journal, nodes_, tools_.stop);
     for (const RestorePiece& piece : pieces) {
         delivery.deliver(piece);

@@ -208,6 +208,8 @@ StagingFolder::StagingFolder(const std::string& path) {
         keepsAccessRules_ = takesAccessRules(self);
         // What it has inherited may have kept its owner out.
         isMade = ::chmod(self.c_str(), ownersFolder) == 0 && isEmpty(folder_.get());
+        synced_ = FileDescriptor(::openat(folder_.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        isMade = isMade && synced_;
     }
     if (isMade)
         return;
@@ -217,6 +219,10 @@ StagingFolder::StagingFolder(const std::string& path) {
 
 std::string StagingFolder::path() const {
     return "/proc/" + std::to_string(::getpid()) + "/fd/" + std::to_string(folder_.get());
+}
+
+std::string StagingFolder::sync() const {
+    return ::syncfs(synced_.get()) == 0 ? "" : "it has not come to the disk: " + reasonText();
 }
 
 FileDescriptor StagingFolder::open(const std::string& relativePath) const {

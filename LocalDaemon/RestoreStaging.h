@@ -49,6 +49,9 @@ public:
 
     [[nodiscard]] const std::string& failure() const { return failure_; } // empty: it is there
     [[nodiscard]] int descriptor() const { return folder_.get(); }
+    // Waits until its disk holds all that has been written to it. Empty, or why something has not come there
+    // since this folder was made, which nobody else may ever be told.
+    [[nodiscard]] std::string sync() const;
     // Whether its file system keeps ACLs.
     [[nodiscard]] bool keepsAccessRules() const { return keepsAccessRules_; }
     // For restic, which runs beside this process.
@@ -62,6 +65,7 @@ public:
 
 private:
     FileDescriptor folder_;
+    FileDescriptor synced_; // the same folder, opened before anything was written
     std::string failure_;
     bool keepsAccessRules_ = false;
 };
