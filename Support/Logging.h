@@ -54,6 +54,15 @@ inline std::atomic<bool> logEnabled = false;
 
 void writeLogEntry(std::string_view text);
 
+// What cannot be written, for want of memory most likely, is dropped: a line must not end what it tells of.
+template <class... Arguments>
+void log(std::string_view format, const Arguments&... arguments) noexcept {
+    try {
+        writeLogEntry(formatText(format, arguments...));
+    } catch (...) {
+    }
+}
+
 } // namespace detail
 
 [[nodiscard]] inline bool KelvaneLogEnabled() {
@@ -61,21 +70,21 @@ void writeLogEntry(std::string_view text);
 }
 
 template <class... Arguments>
-void KelvaneCLog(const char* format, const Arguments&... arguments) {
+void KelvaneCLog(const char* format, const Arguments&... arguments) noexcept {
     if (KelvaneLogEnabled() && format != nullptr)
-        detail::writeLogEntry(formatText(format, arguments...));
+        detail::log(format, arguments...);
 }
 
 template <class... Arguments>
-void KelvaneLog(const std::string& format, const Arguments&... arguments) {
+void KelvaneLog(const std::string& format, const Arguments&... arguments) noexcept {
     if (KelvaneLogEnabled())
-        detail::writeLogEntry(formatText(format, arguments...));
+        detail::log(format, arguments...);
 }
 
 // Writes whatever the switch says.
 template <class... Arguments>
-void KelvaneSystemLog(std::string_view format, const Arguments&... arguments) {
-    detail::writeLogEntry(formatText(format, arguments...));
+void KelvaneSystemLog(std::string_view format, const Arguments&... arguments) noexcept {
+    detail::log(format, arguments...);
 }
 
 } // namespace kelvane
