@@ -47,7 +47,7 @@ bool fitsFrame(const Data& payload) {
 }
 
 // The payload of the response; empty when there is no result or it cannot be sent. Throws std::bad_alloc when
-// memory runs out, and AssertionFailure for a result type that is not known.
+// memory runs out.
 Data responseFor(const Invocation& invocation) {
     const Value result = encodeValue(invocation.signature().returnType, invocation.result());
     PropertyListWriting response;
@@ -158,8 +158,14 @@ bool KelvaneProxy::forwardInvocation(Invocation& invocation) {
         KelvaneCLog("serialization failed");
         return false;
     }
-    const unsigned interruptions = resultCond_.interruptions();
-    sendFrame(requestFrame, request.bytes);
+    std::shared_ptr<KelvaneSocket> transport;
+    unsigned interruptions = 0;
+    { // together, so that no other socket takes the request and its answer stays for the next call
+        const std::scoped_lock guard(stateMutex_);
+        transport = socket_;
+        interruptions = resultCond_.interruptions();
+    }
+    sendFrame(transport, requestFrame, request.bytes);
     return invocation.signature().returnLength() == 0 || waitForResult(invocation, interruptions);
 }
 
@@ -176,8 +182,8 @@ bool KelvaneProxy::waitForResult(Invocation& invocation, unsigned interruptions)
     return object.has_value();
 }
 
-void KelvaneProxy::sendFrame(std::int32_t type, const Data& payload) {
-    const std::shared_ptr<KelvaneSocket> transport = socket();
+void KelvaneProxy::sendFrame(const std::shared_ptr<KelvaneSocket>& transport, std::int32_t type,
+                             const Data& payload) {
     if (!transport)
         return;
     const std::scoped_lock guard(socketLock_);
@@ -222,23 +228,26 @@ void KelvaneProxy::processRequest(const Data* payload) {
     if (!request.succeeded())
         KelvaneCLog("Failed to unserialize request: %@", request.error);
     else if (request.value.array().size() >= headerEntries)
-        processInvocationArgs(request.value.array(), payload->size());
+        processInvocationArgs(request.value.array(), request.expansion);
 }
 
 void KelvaneProxy::processResponse(const Data* payload) {
     if (!hasResults()) {
-        KelvaneCLog("KelvaneProxy dropped a response that no call of its can be waiting for");
+        KelvaneCLog("KelvaneProxy dropped a response that none of its calls can be waiting for");
         return;
     }
     PropertyListReading response;
+    const char* failure = nullptr;
     try {
         if (payload)
             response = readBinaryPropertyList(*payload);
     } catch (const std::bad_alloc&) {
-        response.error = "it is more than can be held";
+        failure = "it is more than can be held";
     }
     if (!response.succeeded())
-        KelvaneCLog("Failed to unserialize response: %@", response.error);
+        failure = response.error.c_str();
+    if (failure)
+        KelvaneCLog("Failed to unserialize response: %@", failure);
     if (!resultCond_.lockWhenCondition(0))
         return;
     resultObject_ = std::move(response.value);
@@ -260,7 +269,7 @@ void KelvaneProxy::processFailureNotice() {
     resultCond_.unlockWithCondition(waiting ? 1 : 0);
 }
 
-void KelvaneProxy::processInvocationArgs(const Array& arguments, std::size_t size) {
+void KelvaneProxy::processInvocationArgs(const Array& arguments, std::size_t expansion) {
     const std::string& selector = arguments[selectorEntry].stringValue();
     Protocol methods;
     bool onMainThread = false;
@@ -292,7 +301,7 @@ void KelvaneProxy::processInvocationArgs(const Array& arguments, std::size_t siz
     }
     // A delegate on the main thread is not held here: it may go at any moment, with what it refers to.
     if (onMainThread && !target.expired())
-        return enqueue(std::move(target), std::move(invocation), size);
+        return enqueue(std::move(target), std::move(invocation), sizeof(QueuedInvocation) + expansion);
     const std::shared_ptr<InvocationTarget> alive = onMainThread ? nullptr : target.lock();
     if (!alive)
         throw AssertionFailure("delegate is NULL", source, 187);
@@ -303,8 +312,8 @@ void KelvaneProxy::enqueue(std::weak_ptr<InvocationTarget> target, Invocation in
     {
         const std::scoped_lock guard(invocationLock_);
         if (invocationQueue_.empty() || queuedBytes_ + size <= mostQueuedBytes) {
-            queuedBytes_ += size;
             invocationQueue_.push_back({std::move(target), std::move(invocation), size});
+            queuedBytes_ += size;
             postWakeUp();
             return;
         }
@@ -316,8 +325,9 @@ void KelvaneProxy::enqueue(std::weak_ptr<InvocationTarget> target, Invocation in
 
 // With `invocationLock_` held; nothing when one is pending.
 void KelvaneProxy::postWakeUp() {
-    if (!std::exchange(isWakeUpPending_, true))
+    if (!isWakeUpPending_)
         mainLoop_->post([self = shared_from_this()] { self->handlePortMessage(); });
+    isWakeUpPending_ = true; // after a post that may have failed
 }
 
 // Runs what is queued by now. What comes meanwhile has its own turn, so that a busy peer does not keep the
@@ -357,11 +367,9 @@ void KelvaneProxy::invokeAndRespond(InvocationTarget& target, Invocation& invoca
     try {
         response = responseFor(invocation);
     } catch (const std::exception& exception) {
-        sendFrame(responseFrame, {}); // before a log line that may want memory too
         KelvaneCLog("Failed to serialize response: %@", exception.what());
-        return;
     }
-    sendFrame(responseFrame, response);
+    sendFrame(socket(), responseFrame, response);
 }
 
 std::shared_ptr<KelvaneSocket> KelvaneProxy::socket() const {

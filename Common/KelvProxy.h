@@ -32,11 +32,12 @@ public:
 //
 // An answer that nobody waited for, and a failure notice once a call has waited, stays until the next waiting
 // call takes it for its own; a proxy whose table has no method with a result, which never waits, drops it. A
-// peer that sends requests faster than the main thread runs them loses the link once `mostQueuedBytes` wait.
+// peer that sends requests faster than the main thread runs them loses the link once those that wait take
+// `mostQueuedBytes`.
 //
 // Ownership. `create` returns a handle; when the last one goes away the proxy closes. It owns its socket; the
 // socket keeps it as its data delegate; the delegate is held weakly, and requests for one that is gone are
-// logged and dropped. A call under way keeps proxy and socket alive.
+// dropped. A call under way keeps proxy and socket alive.
 //
 // Threads. Any thread may call, and `close` from any thread, of the proxy or of its socket, ends every wait
 // until the next `setSocket`, or until that socket is connected again. A call that waits on the receive
@@ -68,7 +69,8 @@ public:
     }
     // The same for a selector that is known only now: arguments are turned into the method's types, the
     // result back into an object, absent for a void method. Throws also when the number of arguments is
-    // another. `isAnswered`, when given, tells the peer's own 0 or nothing from that of a link that was lost.
+    // another. `isAnswered`, when given, tells the peer's own 0 or nothing from that of a link that was lost;
+    // it says nothing about a method without a result.
     Value invoke(std::string_view selector, const std::vector<Value>& arguments = {},
                  bool* isAnswered = nullptr);
 
@@ -102,12 +104,12 @@ private:
     // False when there should have been an answer and none came.
     bool forwardInvocation(Invocation& invocation);
     bool waitForResult(Invocation& invocation, unsigned interruptions);
-    void sendFrame(std::int32_t type, const Data& payload);
+    void sendFrame(const std::shared_ptr<KelvaneSocket>& transport, std::int32_t type, const Data& payload);
 
     void processRequest(const Data* payload);
     void processResponse(const Data* payload);
     void processFailureNotice();
-    void processInvocationArgs(const Array& arguments, std::size_t size);
+    void processInvocationArgs(const Array& arguments, std::size_t expansion);
     void enqueue(std::weak_ptr<InvocationTarget> target, Invocation invocation, std::size_t size);
     void postWakeUp();
     void handlePortMessage();
@@ -138,7 +140,7 @@ private:
     struct QueuedInvocation {
         std::weak_ptr<InvocationTarget> target;
         Invocation invocation;
-        std::size_t size; // bytes that brought it
+        std::size_t size; // bytes that it takes
     };
     std::mutex invocationLock_;
     std::deque<QueuedInvocation> invocationQueue_;

@@ -98,8 +98,10 @@ bool KelvaneSocket::connectToPath(const std::string& path) {
 }
 
 bool KelvaneSocket::listenAtPath(const std::string& path) {
-    if (path.empty())
+    if (path.empty()) {
+        errno = EINVAL;
         return false;
+    }
     const sockaddr_un address = addressOf(path);
     const char* const bound = static_cast<const char*>(address.sun_path);
     {
@@ -126,6 +128,7 @@ bool KelvaneSocket::listenAtPath(const std::string& path) {
             [self = shared_from_this(), connection]() mutable { self->acceptThread(std::move(connection)); }))
         return true;
     drop(connection); // nobody would accept what connects
+    errno = EAGAIN;   // the system has no thread to give
     return false;
 }
 
@@ -266,7 +269,11 @@ bool KelvaneSocket::start(const std::shared_ptr<Connection>& connection) {
     }
     if (waiting)
         waiting->transportChanged(*this);
-    return startLinkThread([self = shared_from_this(), connection] { self->rcvThread(connection); });
+    try {
+        return startLinkThread([self = shared_from_this(), connection] { self->rcvThread(connection); });
+    } catch (const std::bad_alloc&) { // its body cannot be made
+        return false;
+    }
 }
 
 // The accept thread of a listener that is closed without children has nothing left but to wait for this.

@@ -77,7 +77,7 @@ public:
     // A peer that runs neither as root nor as this user is refused.
     [[nodiscard]] bool connectToPath(const std::string& path);
     // Replaces whatever stands at the path; whoever may reach it may connect (mode 0777), but only root and
-    // this user are accepted.
+    // this user are accepted. False with the reason in `errno`.
     [[nodiscard]] bool listenAtPath(const std::string& path);
 
     // The one before is told `socketFailed`.
@@ -86,7 +86,8 @@ public:
     // arrives while there is no data delegate waits for the first.
     void setDataDelegate(std::shared_ptr<DataDelegate> delegate);
     void setCallDelegateOnMainThread(bool onMainThread);
-    // How long the peer may take nothing of a write before it counts as failed; none: for ever.
+    // How long the peer may take less than a piece of a write (15 KiB) before it counts as failed; none: for
+    // ever.
     void setSendTimeout(std::optional<std::chrono::milliseconds> timeout);
 
     // False at once without a connection. A write that fails tells the socket delegate before it returns
@@ -102,7 +103,7 @@ public:
     // Connected or listening, and not closed since.
     [[nodiscard]] bool isOpen() const;
 
-    // Receive and accept threads that are alive in this process.
+    // Receive and accept threads that are alive in this program or plug-in.
     [[nodiscard]] static int liveThreads();
     // What a program does at its end, so that none of them runs on while it is taken down. False when some
     // are still alive after `limit`.
@@ -115,7 +116,6 @@ private:
 
     [[nodiscard]] std::shared_ptr<Connection> open();
     [[nodiscard]] std::shared_ptr<Connection> setSocket(FileDescriptor descriptor);
-    void setParent(const std::shared_ptr<KelvaneSocket>& parent) { parent_ = parent; }
     void drop(const std::shared_ptr<Connection>& connection);
     [[nodiscard]] bool start(const std::shared_ptr<Connection>& connection);
     void end();
@@ -156,7 +156,6 @@ private:
     bool acceptThreadRun_ = false;
     bool handleGone_ = false;
     std::vector<std::shared_ptr<KelvaneSocket>> children_;
-    std::weak_ptr<KelvaneSocket> parent_;
 
     std::atomic<bool> zombie_{false};
 };

@@ -129,7 +129,11 @@ void KelvaneSocket::tellDelegate(const Connection& connection,
     if (!delegate || !connection.isRunning())
         return;
     if (callDelegateOnMainThread_)
-        mainLoop_->post([delegate, operation, self = shared_from_this()] { (*delegate.*operation)(*self); });
+        mainLoop_->post(
+            [delegate, operation, told = connection.shared_from_this(), self = shared_from_this()] {
+                if (told->isRunning()) // else it was closed meanwhile, by somebody who knows
+                    (*delegate.*operation)(*self);
+            });
     else
         (*delegate.*operation)(*this);
 }
@@ -165,14 +169,19 @@ void KelvaneSocket::acceptOne(const Connection& connection, FileDescriptor descr
     for (const auto& zombie : zombies)
         removeChild(zombie);
 
-    child->setParent(shared_from_this());
-    if (!child->start(child->setSocket(std::move(descriptor)))) {
-        child->close();
+    struct Unserved { // closed however this ends: its peer would wait for ever
+        ~Unserved() {
+            if (socket)
+                socket->close();
+        }
+        std::shared_ptr<KelvaneSocket> socket;
+    } unserved{child};
+    if (!child->start(child->setSocket(std::move(descriptor))))
         return;
-    }
     const std::scoped_lock guard(monitor_);
     if (const auto delegate = socketDelegate_)
         delegate->socketCreated(child);
+    unserved.socket.reset();
 }
 
 void KelvaneSocket::removeChild(const std::shared_ptr<KelvaneSocket>& child) {

@@ -6,15 +6,15 @@
 
 namespace kelvane {
 
-// What one descriptor is to the threads that use it. They share it, so that its number cannot be given to
-// somebody else while one of them still reads; `stop` wakes whoever is blocked in it.
-struct KelvaneSocket::Connection : ByteSource {
+// A descriptor together with the state that its threads share: its number cannot be given to somebody else
+// while one of them still reads, and `stop` wakes whoever is blocked in it.
+struct KelvaneSocket::Connection : ByteSource, std::enable_shared_from_this<Connection> {
     explicit Connection(FileDescriptor owned) : descriptor(std::move(owned)) {}
 
     std::int32_t readBytes(std::int32_t count, std::uint8_t* buffer) override;
     // All of them, not mixed with those of another thread, or false.
     [[nodiscard]] bool writeBytes(const std::uint8_t* buffer, std::size_t count);
-    // How long the peer may take nothing of a write; none: for ever. For the writes that begin after it.
+    // How long the peer may take nothing of a write; none: for ever.
     void setSendTimeout(std::optional<std::chrono::milliseconds> timeout) {
         sendTimeout_ = timeout ? static_cast<int>(timeout->count()) : forEver;
     }

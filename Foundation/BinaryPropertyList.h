@@ -21,8 +21,9 @@ inline constexpr std::uint64_t smallExpansion = 1ULL << 24U;
 inline constexpr std::uint64_t largestExpansion = 1ULL << 29U;
 
 struct PropertyListReading {
-    Value value;       // absent when refused
-    std::string error; // why it was refused; empty on success
+    Value value;                 // absent when refused
+    std::string error;           // why it was refused; empty on success
+    std::uint64_t expansion = 0; // what walking the value comes to, in bytes
 
     [[nodiscard]] bool succeeded() const { return error.empty(); }
 };

@@ -41,8 +41,8 @@ public:
         Array root;
         root.reserve(1);
         if (!object(trailer_.topObject, 0, root))
-            return {{}, error_};
-        return {std::move(root.front()), {}};
+            return {{}, error_, 0};
+        return {std::move(root.front()), {}, expansion_};
     }
 
 private:
@@ -383,7 +383,7 @@ std::optional<Keys> Reader::keys(const Content& dictionary) {
 PropertyListReading readBinaryPropertyList(std::span<const std::uint8_t> bytes) {
     const std::optional<layout::Trailer> trailer = layout::readTrailer(bytes);
     if (!trailer)
-        return {{}, "it is cut off or not a binary property list"};
+        return {{}, "it is cut off or not a binary property list", 0};
     return Reader(bytes, *trailer).read();
 }
 

@@ -72,6 +72,24 @@ TEST_F(KelvProxy, TakesTheAnswerThatStandsThere) {
     EXPECT_TRUE(threadsEnd());
 }
 
+// Half a frame, or a lock that stays, would show in the call that follows.
+TEST_F(KelvProxy, TellsItsCallerOfWhatItCannotSend) {
+    const Value broken("\xFF");
+    const Value large = Data(largestPayload);
+    for (int time = 0; time < 2; ++time) {
+        EXPECT_THROW(proxy->invoke("dismissAlert:", {"x"}), UnknownSelector);
+        EXPECT_THROW(proxy->invoke("terminate", {1}), std::invalid_argument);
+        EXPECT_THROW(proxy->invoke("addFileToBackup:", {Value()}), std::invalid_argument);
+        bool isAnswered = true;
+        EXPECT_TRUE(
+            proxy->invoke("dictionaryForPath:", {time == 0 ? broken : large}, &isAnswered).isAbsent());
+        EXPECT_FALSE(isAnswered);
+        peer.send(message(responseFrame, 8));
+        EXPECT_EQ(callElsewhere().get(), 8U);
+        EXPECT_EQ(peer.receive()->second.at(2), Value("serviceState"));
+    }
+}
+
 TEST_F(KelvProxy, GivesEachThreadItsOwnAnswer) {
     const auto daemon = std::async(std::launch::async, [&] {
         while (const auto request = peer.receive())

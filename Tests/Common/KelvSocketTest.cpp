@@ -102,9 +102,11 @@ TEST_F(KelvSocket, SpeaksToItsDelegateOnTheMainThreadExceptAboutWrites) {
     peer.hangUp();
     EXPECT_FALSE(socket->sendInt(1));
     EXPECT_EQ(fate->events.next(), "failed") << "at once, on the thread that wrote";
+    EXPECT_TRUE(eventually([&] { return loop->posted() > 0; }));
     socket->close();
     EXPECT_TRUE(threadsEnd());
     loop->runPosted();
+    EXPECT_EQ(fate->events.count(), 0U) << "what was to be told before it was closed";
 }
 
 TEST_F(KelvSocket, NeedsDelegatesAndTellsTheOneThatIsReplaced) {
@@ -176,6 +178,17 @@ TEST_F(KelvSocket, KeepsTheBytesOfOneWriteTogether) {
     const auto middle = received.begin() + (1 << 20);
     EXPECT_EQ(std::count(received.begin(), middle, received.front()), 1 << 20);
     EXPECT_EQ(std::count(middle, received.end(), received.front()), 0);
+}
+
+TEST_F(KelvSocket, HangsUpOnAPeerThatItsDelegateDoesNotTake) {
+    fate->onEvent = [](const std::string&, KelvaneSocket&) { throw std::runtime_error("on purpose"); };
+    socket->setSocketDelegate(fate);
+    ASSERT_TRUE(socket->listenAtPath(folder / "socket"));
+    for (int time = 0; time < 2; ++time) {
+        RawPeer peer;
+        ASSERT_TRUE(peer.connect(folder / "socket"));
+        EXPECT_FALSE(peer.receive());
+    }
 }
 
 TEST_F(KelvSocket, ReportsADelegateThatThrowsAndGoesOn) {

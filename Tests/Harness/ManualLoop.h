@@ -27,6 +27,11 @@ public:
         return Timer(entry);
     }
 
+    [[nodiscard]] std::size_t posted() {
+        const std::scoped_lock guard(mutex_);
+        return tasks_.size();
+    }
+
     // Runs what is posted, and what that posts. Returns how many tasks ran.
     int runPosted() {
         int count = 0;
