@@ -11,10 +11,10 @@ namespace {
 
 // A path that is longer than any path of a system is stored only where it is asked for, not along the way as
 // well: a chain of folders 100,000 deep would fill the memory.
-constexpr std::size_t longestPathOnTheWay = 4096;
+constexpr std::size_t maxStoredAncestorPath = 4096;
 
 void extend(std::string& path, std::string_view name) {
-    if (name.empty() || name.find('/') != std::string_view::npos || path.ends_with("//")) {
+    if (name.empty() || name.find('/') != std::string_view::npos) {
         path = appendPathComponent(path, name);
         return;
     }
@@ -88,7 +88,10 @@ FileNodeRef KelvaneFileNode::copy() const {
     copy->uid_ = uid_;
     copy->gid_ = gid_;
     copy->inPolicy_ = inPolicy_;
-    copy->storePath(); // nobody would when the parent goes, which does not know this one
+    if (hadParent() && !parent())
+        copy->path_ = path_;
+    else
+        copy->storePath(); // nobody would when the parent goes, which does not know this one
     return copy;
 }
 
@@ -124,15 +127,15 @@ std::string KelvaneFileNode::path() const {
 
 void KelvaneFileNode::storePath() const {
     const std::vector<const KelvaneFileNode*> chain = withAncestorsToStoredPath();
-    std::string path(chain.back()->path_.view());
-    if (path.empty())
+    if (chain.back()->path_.view().empty())
         return;
+    std::string path = appendPathComponent(chain.back()->path_.view(), {}); // without doubled separators
     for (auto at = chain.rbegin() + 1; at != chain.rend(); ++at) {
         const KelvaneFileNode& node = **at;
         if (!node.fileName_.isPresent())
             return;
         extend(path, node.fileName_.view());
-        if (&node == this || path.size() <= longestPathOnTheWay)
+        if (&node == this || path.size() <= maxStoredAncestorPath)
             node.path_ = OptionalText(path);
     }
 }

@@ -46,8 +46,8 @@ struct SortDescriptor {
 // as long as he likes: when the tree around it goes, it keeps its fields, its own children, and its path,
 // which it stores at that moment. Only a flush or a removal leaves it the parent that it had.
 //
-// No operation recurses: a tree may be as deep as memory allows. Main thread only, like everything that shows
-// it. Nothing fails, except where an operation says so; an absent field reads as empty, 0 or false.
+// No operation recurses: a tree may be as deep as memory allows. A tree belongs to one thread at a time.
+// Nothing fails, except where an operation says so; an absent field reads as empty, 0 or false.
 class KelvaneFileNode : public std::enable_shared_from_this<KelvaneFileNode> {
 protected:
     struct Passkey {

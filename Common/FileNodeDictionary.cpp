@@ -1,5 +1,6 @@
 #include "Common/FileNode.h"
 
+#include "Foundation/PathComponents.h"
 #include "Support/Logging.h"
 
 #include <algorithm>
@@ -70,7 +71,11 @@ FileNodeList KelvaneFileNode::fileNodesForDictionaries(const Value& dictionaries
 
 void KelvaneFileNode::initWithDictionary(const Value& dictionary) {
     Room room;
+    const bool isOrphan = hadParent() && !parent();
+    const std::string folder = isOrphan ? deleteLastPathComponent(path_.view()) : std::string();
     readTree(dictionary, room);
+    if (isOrphan && path_.view().empty() && fileName_.isPresent() && !folder.empty())
+        path_ = OptionalText(appendPathComponent(folder, fileName_.view())); // nobody else knows it any more
     const FileNodeRef above = parent();
     if (above && (!above->children_ || std::ranges::count(*above->children_, shared_from_this()) == 0))
         storePath(); // detached: the parent does not know it any more

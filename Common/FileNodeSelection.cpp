@@ -63,6 +63,7 @@ void KelvaneFileNode::checkSelections() {
 }
 
 void KelvaneFileNode::checkOwnSelection() {
+    loadChildren();
     std::size_t fullCount = 0;
     std::size_t partialCount = 0;
     const std::size_t childCount = children_ ? children_->size() : 0;

@@ -85,11 +85,16 @@ TEST_F(FileNodeProxy, AsksForItsChildrenOnceUntilItIsFlushed) {
 
 TEST_F(FileNodeProxy, LoadsWhatItSelectsAndNothingElse) {
     root->deselect();
-    root->checkSelections();
     EXPECT_EQ(root->selectedChildren(false).size() + root->sizeValue(), 0U);
     EXPECT_EQ(asked("childrenDictionariesForPath:"), "");
     root->select();
     EXPECT_EQ(names(root->selectedChildren(false)), "b ") << "a was never backed up";
+    const FileNodeRef kept = root->children()[0];
+    root->flush();
+    daemon.forgetCalls();
+    root->checkSelections();
+    EXPECT_EQ(root->selected(), 0) << "what it has comes unselected";
+    EXPECT_EQ(asked("childrenDictionariesForPath:"), "/ ");
 }
 
 TEST_F(FileNodeProxy, IsAPlainNodeWithoutItsLink) {

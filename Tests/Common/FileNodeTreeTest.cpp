@@ -167,6 +167,9 @@ TEST(FileNodeTree, LeavesAHeldNodeWholeWhenItsTreeGoes) {
         EXPECT_EQ(held->root(), held);
         EXPECT_EQ(held->sizeValue(), 7U);
         EXPECT_EQ(held->children()[0]->path(), "/a/b/c/child");
+        EXPECT_EQ(held->copy()->path(), "/a/b/c");
+        held->initWithDictionary(Dictionary{{"fileName", "f"}});
+        EXPECT_EQ(held->path(), "/a/b/f");
     }
 }
 
@@ -198,6 +201,11 @@ TEST(FileNodeTree, IsSortedByEachKeyInBothDirectionsAndInItsFolders) {
             EXPECT_EQ(folder->children(), expected) << static_cast<int>(key) << ascending;
         }
     }
+    const FileNodeRef root = newRoot();
+    const FileNodeRef nodes[] = {add(root, "b", false), add(root, "c"), add(root, "a", false)};
+    const SortDescriptor descriptors[] = {{Key::IsDirectory, false}, {Key::FileName, true}};
+    root->sortUsingDescriptors(descriptors);
+    EXPECT_EQ(root->children(), (FileNodeList{nodes[1], nodes[2], nodes[0]})) << "folders first";
 }
 
 TEST(FileNodeTree, AddsUpSizesAndTellsWhatItHolds) {
