@@ -4,6 +4,7 @@
 #include "Support/Logging.h"
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 namespace kelvane {
@@ -54,9 +55,10 @@ void BackupState::updateDaemonState() {
     if (!connected())
         return;
     const std::weak_ptr<const void> presence = presence_;
+    const auto connection = connection_;
     Value state = query<"daemonState">();
-    if (presence.expired())
-        return;
+    if (presence.expired() || connection_ != connection)
+        return; // ended by an observer of a loss
     if (!state.isDictionary())
         state = {};
     extensions_ = state[statekey::extensions];
@@ -75,9 +77,11 @@ void BackupState::daemonConnectionChangedNotification() {
     if (!isConnected)
         statusTimer_.stop();
     const std::weak_ptr<const void> presence = presence_;
+    const auto connection = connection_;
     notifications_->post(KelvaneBackupStateConnectionChangedNotification, this);
-    // An observer that asked the daemon may have found the link gone.
-    if (presence.expired() || !isConnected || !connected() || !wantsStateChangedNotifications_)
+    // An observer that asked the daemon may have found the link gone; another may have begun anew.
+    if (presence.expired() || connection_ != connection || !isConnected || !connected() ||
+        !wantsStateChangedNotifications_)
         return;
     statusTimer_ = mainLoop_->schedule(pollInterval, MainLoop::Repeat::Always, [this] { onStatusTimer(); });
     updateDaemonState();
@@ -97,6 +101,13 @@ bool BackupState::isQuotaLimited() const {
     if (!wasKept || kept != limited)
         DefaultsDB::setIntProperty(limited ? 1 : 0, statekey::isQuotaLimited);
     return limited;
+}
+
+std::optional<double> BackupState::verificationProgress() const {
+    const double progress = daemonState_[statekey::verificationProgress].doubleValue();
+    if (!has(statekey::verificationProgress) || std::isnan(progress))
+        return std::nullopt;
+    return std::clamp(progress, 0.0, 1.0);
 }
 
 std::string BackupState::serverURL() const {

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace kelvane {
 
@@ -58,11 +59,11 @@ public:
     // From the last dictionary received, also while disconnected. A missing key reads as 0, false or absent.
     [[nodiscard]] std::uint32_t backedUpFileCount() const { return number(statekey::backedUpFileCount); }
     [[nodiscard]] bool backedUpFileCountAvailable() const { return has(statekey::backedUpFileCount); }
-    [[nodiscard]] std::uint64_t backedupFileSize() const { return byteCount(statekey::backedupFileSize); }
+    [[nodiscard]] std::uint64_t backedupFileSize() const { return number64(statekey::backedupFileSize); }
     [[nodiscard]] bool backedupFileSizeAvailable() const { return has(statekey::backedupFileSize); }
     [[nodiscard]] std::uint32_t pendingFileCount() const { return number(statekey::pendingFileCount); }
     [[nodiscard]] bool pendingFileCountAvailable() const { return has(statekey::pendingFileCount); }
-    [[nodiscard]] std::uint64_t pendingFileSize() const { return byteCount(statekey::pendingFileSize); }
+    [[nodiscard]] std::uint64_t pendingFileSize() const { return number64(statekey::pendingFileSize); }
     [[nodiscard]] bool pendingFileSizeAvailable() const { return has(statekey::pendingFileSize); }
     [[nodiscard]] Value currentBackupFile() const { return daemonState_[statekey::currentBackupFile]; }
     [[nodiscard]] Value currentRestoreFile() const { return daemonState_[statekey::currentRestoreFile]; }
@@ -90,13 +91,9 @@ public:
     [[nodiscard]] std::string lastVerification() const {
         return daemonState_[statekey::lastVerification].stringValue();
     }
-    [[nodiscard]] std::optional<double> verificationProgress() const {
-        return has(statekey::verificationProgress)
-                   ? std::optional(daemonState_[statekey::verificationProgress].doubleValue())
-                   : std::nullopt;
-    }
-    [[nodiscard]] std::uint64_t damagedFileCount() const { return byteCount(statekey::damagedFileCount); }
-    [[nodiscard]] bool isBackupDamaged() const { return daemonState_[statekey::isBackupDamaged].boolValue(); }
+    [[nodiscard]] std::optional<double> verificationProgress() const; // from 0 to 1
+    [[nodiscard]] std::uint64_t damagedFileCount() const { return number64(statekey::damagedFileCount); }
+    [[nodiscard]] bool isBackupDamaged() const { return flag(statekey::isBackupDamaged); }
 
     // True once this daemon, since the connection to it, has named the extension in its state.
     [[nodiscard]] bool hasExtension(std::string_view name) const;
@@ -179,7 +176,7 @@ private:
     [[nodiscard]] bool has(std::string_view key) const { return !daemonState_[key].isAbsent(); }
     [[nodiscard]] bool flag(std::string_view key) const { return daemonState_[key].boolValue(); }
     [[nodiscard]] std::uint32_t number(std::string_view key) const { return daemonState_[key].uint32Value(); }
-    [[nodiscard]] std::uint64_t byteCount(std::string_view key) const {
+    [[nodiscard]] std::uint64_t number64(std::string_view key) const {
         return daemonState_[key].uint64Value();
     }
 

@@ -51,10 +51,18 @@ void ConnectionController::socketConnected(KelvaneSocket& /*socket*/) {
 void ConnectionController::socketFailed(KelvaneSocket& /*socket*/) {
     const auto self = shared_from_this(); // the socket that keeps it is about to go
     KelvaneCLog("ConnectionController::socketFailed:");
-    closeSocket();
-    // Stopped by an observer of the loss, or while this report was on its way to the main thread.
-    if (!isStopped_)
-        startConnectTimer();
+    // Not when stopped by an observer of the loss, or while this report was on its way to the main thread.
+    const auto retry = [this] {
+        if (!isStopped_)
+            startConnectTimer();
+    };
+    try {
+        closeSocket();
+    } catch (...) { // an observer has failed, which must not keep the pane without its daemon
+        retry();
+        throw;
+    }
+    retry();
 }
 
 // A second loss before the first attempt replaces the timer, so that no more than one runs.

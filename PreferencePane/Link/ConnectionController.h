@@ -41,7 +41,7 @@ public:
     void stop();
 
     [[nodiscard]] bool connected() const { return connected_; }
-    // Null while there is no connection attempt that has come that far.
+    // Null before the first attempt and after a close; there is one between attempts, too.
     [[nodiscard]] std::shared_ptr<KelvaneProxy> proxy() const { return proxy_; }
 
     void socketConnected(KelvaneSocket& socket) override;

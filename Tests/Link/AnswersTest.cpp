@@ -98,6 +98,11 @@ const Reading everyReading[] = {
     {"isQuotaLimited", true, [](C& s) { return Value(s.isQuotaLimited()); }},
     {"quotaMB", 2047U, [](C& s) { return Value(s.quotaMB()); }},
     {"backupControlFlags", 5U, [](C& s) { return Value(s.getBackupControl()); }},
+    {"lastVerifiedDate", Date{7}, [](C& s) { return s.lastVerifiedDate(); }},
+    {"lastVerification", "No damage", [](C& s) { return Value(s.lastVerification()); }},
+    {"verificationProgress", 0.5, [](C& s) { return Value(s.verificationProgress().value_or(0)); }},
+    {"damagedFileCount", 1ULL << 33U, [](C& s) { return Value(s.damagedFileCount()); }},
+    {"isBackupDamaged", true, [](C& s) { return Value(s.isBackupDamaged()); }},
 };
 bool isAvailable(C& state, std::string_view key) {
     return (key == "backedUpFileCount" && state.backedUpFileCountAvailable()) ||
@@ -107,7 +112,7 @@ bool isAvailable(C& state, std::string_view key) {
 }
 
 bool isNothing(const Value& value) {
-    return value.isAbsent() || value == Value(0);
+    return value.isAbsent() || value == Value(0) || value == Value("");
 }
 
 // Each key alone, so that none is read in the place of another.
@@ -121,8 +126,9 @@ TEST_F(Answers, OfTheLastDictionaryHaveTheirOwnKeysAndOutliveTheLink) {
             const Value read = each.read(*state);
             EXPECT_TRUE(&each == &only ? read == only.stored : isNothing(read))
                 << each.key << " of " << only.key;
-            const bool isCounted = std::string_view(each.key).find("FileCount") != std::string_view::npos ||
-                                   std::string_view(each.key).find("FileSize") != std::string_view::npos;
+            const std::string_view key = each.key;
+            const bool isCounted = key.starts_with("backedUpFile") || key.starts_with("backedupFile") ||
+                                   key.starts_with("pendingFile");
             EXPECT_EQ(isAvailable(*state, each.key), &each == &only && isCounted) << each.key;
         }
         all.append(only.key, only.stored);
@@ -142,19 +148,24 @@ TEST_F(Answers, OfTheLastDictionaryHaveTheirOwnKeysAndOutliveTheLink) {
 TEST_F(Answers, ToMethodsOfAnExtensionAreAskedForWhileThisDaemonNamesIt) {
     daemon.changeWorld([](DaemonWorld& world) {
         world.state = Dictionary{
-            {"extensions", Array{7, "alerts"}},
+            {"extensions", Array{7, "alerts", "verify"}},
+            {"verificationProgress", 7.5},
             {"alerts", Array{"no alert", dictionaryOf({"full", "error", "T", "text", {5}, {"keep:a:b"}}),
                              Dictionary{{"id", "odd"}, {"actions", 3}}}}};
     });
     daemon.answer("performAlertAction:ofAlert:", "Not now.");
     daemon.answer("dismissAlert:", "");
+    daemon.answer("verify", "Not here.");
     EXPECT_EQ(state->performAlertAction("keep:a:b", "full"), "") << "before it has named it";
     state->updateDaemonState();
     EXPECT_EQ(state->performAlertAction("keep:a:b", "full"), "Not now.");
     EXPECT_EQ(state->dismissAlert("full"), "");
+    EXPECT_EQ(state->verify(), "Not here.");
+    EXPECT_EQ(state->verificationProgress(), 1.0) << "a hostile one";
     EXPECT_EQ(daemon.calls(), (Calls{{"daemonState", {}},
                                      {"performAlertAction:ofAlert:", {"keep:a:b", "full"}},
-                                     {"dismissAlert:", {"full"}}}));
+                                     {"dismissAlert:", {"full"}},
+                                     {"verify", {}}}));
     ASSERT_EQ(state->alerts().size(), 2U);
     EXPECT_EQ(dictionaryOf(state->alerts()[0]), daemon.world().state["alerts"].array()[1]);
     EXPECT_EQ(state->alerts()[1].id, "odd");
@@ -169,6 +180,23 @@ TEST_F(Answers, ToMethodsOfAnExtensionAreAskedForWhileThisDaemonNamesIt) {
     EXPECT_EQ(state->alerts().size(), 2U) << "what it last said";
     EXPECT_EQ(state->dismissAlert("full"), "") << "another daemon may be there now";
     EXPECT_EQ(daemon.callCount("dismissAlert:"), 1U);
+}
+
+TEST_F(Answers, HaveNoMethodForWhatIsInNoTable) {
+    for (const bool isConnected : {true, false}) {
+        const auto expectUnknown = [&](auto call) {
+            if (isConnected)
+                EXPECT_THROW(call(), UnknownSelector);
+            else
+                call();
+        };
+        expectUnknown([&] { state->setBackupControl(5, true); });
+        expectUnknown([&] { EXPECT_EQ(state->intValueForProfileKey("k"), 0); });
+        expectUnknown([&] { state->setValueForProfileKey("k", 9U); });
+        loseDaemon();
+    }
+    EXPECT_EQ(logged("-[BackupState setValueForProfileKey:withUnsigned:]: k = 9").size(), 2U);
+    EXPECT_TRUE(daemon.calls().empty());
 }
 
 TEST_F(Answers, OfAWrongKindReadAsNothing) {
