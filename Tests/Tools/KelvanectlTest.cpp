@@ -110,6 +110,7 @@ TEST_F(Kelvanectl, WrongUsageIsRefusedInALineBeforeAnythingIsSent) {
     for (const auto& [words, reason] : cases)
         expectFailure(run(words), 2, reason);
     EXPECT_TRUE(daemon_.calls().empty());
+    expectFailure(run({"call", "verify"}), 2, "this daemon has no method \"verify\"");
     EXPECT_NE(run({"call", "--help"}).output.find("Usage: kelvanectl"), std::string::npos);
     expectFailure(start({"status"}, {}, "/dev/full")->finish(), 2, "cannot write to standard output");
 }

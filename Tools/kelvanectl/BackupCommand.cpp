@@ -44,8 +44,9 @@ Look lookAt(Session& session) {
 }
 
 ExitStatus refuse(const Look& look) {
-    return complain(ExitStatus::Incomplete, "nothing is backed up now: " + std::to_string(look.serviceState) +
-                                                " (" + look.name + ")");
+    const std::string name = look.name.empty() ? "" : " (" + look.name + ")";
+    return complain(ExitStatus::Incomplete,
+                    "nothing is backed up now: " + std::to_string(look.serviceState) + name);
 }
 
 // A pause ends with the order; what a person has switched off as a whole stays off.

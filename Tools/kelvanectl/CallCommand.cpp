@@ -15,6 +15,7 @@ struct Call {
     std::string selector;
     MethodSignature signature;
     std::vector<Value> arguments;
+    std::string extension; // that has the method; empty: every daemon has it
 };
 
 std::string countOfArguments(std::size_t count) {
@@ -30,7 +31,7 @@ Call callFromWords(const std::vector<std::string>& words) {
     if (!method)
         throw CLI::ValidationError("the daemon has no method \"" + selector + '"',
                                    CLI::ExitCodes::ValidationError);
-    Call call{selector, MethodSignature::fromTypes(method->types), {}};
+    Call call{selector, MethodSignature::fromTypes(method->types), {}, std::string(method->extension)};
     const std::size_t given = words.size() - 1;
     if (given != call.signature.argumentCount)
         throw CLI::ValidationError('"' + selector + "\" takes " +
@@ -74,6 +75,11 @@ ExitStatus runCall(CommandLine& line) {
     Session session(line);
     if (!session.connect())
         return complain(ExitStatus::Unreachable, session.failure());
+    if (!call.extension.empty()) {
+        session.state().updateDaemonState();
+        if (!session.state().hasExtension(call.extension)) // and would never answer
+            return complain(ExitStatus::Usage, "this daemon has no method \"" + call.selector + '"');
+    }
     const Value result = session.state().proxy()->invoke(call.selector, call.arguments);
     const bool isAnswered = needsConfirmation(call, result) ? session.confirm()
                             : isVoid(call)                  ? session.stands()
