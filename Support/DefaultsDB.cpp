@@ -40,6 +40,7 @@ void load(Domain& domain) {
         KelvaneCLog("DefaultsDB: %@", reading.error);
     } else {
         domain.entries = std::move(reading.entries);
+        domain.unwritten = {}; // it would go over what others have written since
     }
     domain.isLoaded = true;
 }

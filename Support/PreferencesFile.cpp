@@ -103,8 +103,8 @@ PreferencesFile::Writing PreferencesFile::setLocked(std::string_view key, const 
     // What is longer could never be read again, by anybody.
     if (list.bytes.size() > largestFile)
         return {"cannot write " + path_ + ": it would become too large"};
-    if (reading.content == Content::Damaged)
-        keepDamaged(reading.error);
+    if (reading.content == Content::Damaged && !keepDamaged(reading.error))
+        return {reading.error + ", and cannot be set aside: " + textOfError(errno), false};
     const FileOutcome outcome = replaceFileAtomically(path_, list.bytes, fileMode);
     if (!outcome.succeeded())
         return {outcome.reason, false};
@@ -112,12 +112,13 @@ PreferencesFile::Writing PreferencesFile::setLocked(std::string_view key, const 
     return {};
 }
 
-// A second name for the damaged file, which stays until the new one takes its place.
-void PreferencesFile::keepDamaged(const std::string& reason) const {
+// A second name for the damaged file, which stays until the new one takes its place; where a file has but
+// one, that one. False with `errno`.
+bool PreferencesFile::keepDamaged(const std::string& reason) const {
     const std::string kept = path_ + ".damaged";
     ::unlink(kept.c_str());
-    const bool isKept = ::link(path_.c_str(), kept.c_str()) == 0;
-    KelvaneCLog("DefaultsDB: %@, %@", reason, isKept ? "kept as " + kept : "not kept: " + textOfError(errno));
+    KelvaneCLog("DefaultsDB: %@, kept as %@", reason, kept);
+    return ::link(path_.c_str(), kept.c_str()) == 0 || ::rename(path_.c_str(), kept.c_str()) == 0;
 }
 
 } // namespace kelvane

@@ -42,7 +42,7 @@ public:
 
 private:
     [[nodiscard]] Writing setLocked(std::string_view key, const Value& value, Dictionary& entries) const;
-    void keepDamaged(const std::string& reason) const;
+    [[nodiscard]] bool keepDamaged(const std::string& reason) const;
 
     std::string path_;
 };
