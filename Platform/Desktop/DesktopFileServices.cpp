@@ -30,6 +30,14 @@ std::string DesktopFileServices::dateAndTime(Date date) const {
     return QLocale().toString(moment, QLocale::ShortFormat).toStdString();
 }
 
+std::string DesktopFileServices::kindOfFolder() const {
+    QString kind = QMimeDatabase().mimeTypeForName("inode/directory").comment();
+    if (kind.isEmpty())
+        return "Folder";
+    kind.front() = kind.front().toUpper();
+    return kind.toStdString();
+}
+
 std::string DesktopFileServices::kindOfExtension(std::string_view extension) const {
     const QMimeType type =
         QMimeDatabase().mimeTypeForFile(fileNameOf(extension), QMimeDatabase::MatchExtension);

@@ -16,7 +16,8 @@ public:
 
     [[nodiscard]] std::string dateAndTime(Date date) const override;
 
-    [[nodiscard]] std::string kindOfFolder() const override { return "Folder"; }
+    [[nodiscard]] std::string kindOfFolder() const override;
+    // The database knows a disk as "mount point", which is not what a person calls it.
     [[nodiscard]] std::string kindOfDisk() const override { return "Disk"; }
     [[nodiscard]] std::string kindOfExtension(std::string_view extension) const override;
 

@@ -120,10 +120,9 @@ void ChildProcess::waitForEnd() {
     }
 }
 
-void ChildProcess::kill() {
+void ChildProcess::kill() const {
     if (pid_ != 0)
         ::kill(pid_, SIGKILL);
-    waitForEnd();
 }
 
 void ChildProcess::terminate() const {

@@ -38,8 +38,8 @@ public:
     void waitForEnd();
     // Asks it to end; nothing when it has.
     void terminate() const;
-    // Ends it, and waits for that.
-    void kill();
+    // Ends it as soon as the system lets it go, which may be never where its disk does not answer.
+    void kill() const;
     // Of one that has ended. A signal counts as 128 and its number, as in a shell.
     [[nodiscard]] int exitStatus() const { return exitStatus_; }
     // What one that has ended wrote to its standard error, without the last line break: the first 4 KiB, when

@@ -6,6 +6,7 @@
 #include "PreferencePane/Help/ChatInvitation.h"
 #include "PreferencePane/Services/ButtonActions.h"
 #include "PreferencePane/Services/FormTexts.h"
+#include "PreferencePane/Services/OpenFailure.h"
 #include "PreferencePane/Services/Sheet.h"
 #include "Support/Logging.h"
 
@@ -95,7 +96,7 @@ void KelvaneHelpController::connectControls() {
     QObject::connect(email_->emailCategory, &QComboBox::activated, &context_,
                      [this](int index) { emailCategoryAction(index); });
     QObject::connect(email_->chatMessage, &QTextBrowser::anchorClicked, &context_, [this] {
-        prefs_.opener().openURL(chatLink_, [](const std::string& reason) { KelvaneCLog("%@", reason); });
+        prefs_.opener().openURL(chatLink_, openFailureSheet(prefs_, emailWindow_, &context_, chatLink_));
     });
 }
 
@@ -140,7 +141,7 @@ void KelvaneHelpController::showLogAction() {
     endSheet(*helpWindow_);
     const std::string log = logPath();
     if (prefs_.fileServices().fileSystem().exists(log))
-        prefs_.opener().openFile(log, [](const std::string& reason) { KelvaneCLog("%@", reason); });
+        prefs_.opener().openFile(log, openFailureSheet(prefs_, view_, &context_, log));
 }
 
 void KelvaneHelpController::showEmailSheetAction() {

@@ -120,7 +120,7 @@ void KelvaneInfoWindowController::updateUI() {
 void KelvaneInfoWindowController::updateTexts() {
     const InfoTexts texts = fileNode_ ? infoTexts(*fileNode_, prefs_) : InfoTexts();
     // "[*]" alone would mark a changed document.
-    window_->setWindowTitle(QString::fromStdString(texts.title).replace("[*]", "[*][*]"));
+    window_->setWindowTitle(oneLine(texts.title).replace("[*]", "[*][*]"));
     ui_->nameField->setText(QString::fromStdString(texts.name));
     ui_->kindField->setText(QString::fromStdString(texts.kind));
     ui_->shortSizeField->setText(QString::fromStdString(texts.shortSize));
@@ -131,17 +131,17 @@ void KelvaneInfoWindowController::updateTexts() {
 
 void KelvaneInfoWindowController::updateLocation() {
     QComboBox& field = *ui_->whereField;
-    field.hidePopup(); // nothing moves under the pointer
+    field.hidePopup(); // an open list would change under the pointer
     field.clear();
     const std::string path = fileNode_ ? fileNode_->path() : std::string();
     field.setToolTip(plainToolTip(QString::fromStdString(deleteLastPathComponent(path))));
     if (!fileNode_)
         return;
     for (const LocationItem& item : locationItems(path, shownComputerName(prefs_)))
-        field.addItem(qIcon(iconOf(item, prefs_)), QString::fromStdString(item.title));
+        field.addItem(qIcon(iconOf(item, prefs_)), oneLine(item.title));
 }
 
-// It shows where the file lies; what is chosen there leads nowhere.
+// The pop-up only shows the location: any choice returns to the innermost folder.
 void KelvaneInfoWindowController::whereFieldAction() {
     ui_->whereField->setCurrentIndex(0);
 }

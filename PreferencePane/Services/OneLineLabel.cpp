@@ -1,5 +1,7 @@
 #include "PreferencePane/Services/OneLineLabel.h"
 
+#include "PreferencePane/Services/FormTexts.h"
+
 #include <QEvent>
 #include <QPainter>
 #include <QStyle>
@@ -22,9 +24,7 @@ QSize OneLineLabel::minimumSizeHint() const {
 }
 
 QString OneLineLabel::shownText() const {
-    QString line = text();
-    line.replace('\n', ' ').replace('\r', ' ');
-    return fontMetrics().elidedText(line, Qt::ElideMiddle, contentsRect().width());
+    return fontMetrics().elidedText(oneLine(text().toStdString()), Qt::ElideMiddle, contentsRect().width());
 }
 
 bool OneLineLabel::event(QEvent* event) {

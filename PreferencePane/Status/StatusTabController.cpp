@@ -7,6 +7,7 @@
 #include "Platform/Desktop/Broadcast.h"
 #include "PreferencePane/Services/ButtonActions.h"
 #include "PreferencePane/Services/FormTexts.h"
+#include "PreferencePane/Services/OpenFailure.h"
 #include "PreferencePane/Status/ScreenText.h"
 #include "PreferencePane/Status/StatusModes.h"
 #include "Support/DefaultsDB.h"
@@ -231,7 +232,7 @@ void KelvaneStatusTabController::openURLUsingKey(const std::string& key) {
     const std::string address = webAddress(prefs_.bundle()->information(key).stringValue(), account);
     if (address.empty())
         return KelvaneCLog("The bundle names no page for \"%@\"", key);
-    prefs_.opener().openURL(address, [](const std::string& reason) { KelvaneCLog("%@", reason); });
+    prefs_.opener().openURL(address, openFailureSheet(prefs_, view_, &context_, address));
 }
 
 void KelvaneStatusTabController::writeStatusFieldsToDefaultsDB() {

@@ -109,8 +109,8 @@ int KelvaneStatusTabController::runSwitch(Operation operation) {
     }
     auto process = ChildProcess::start(*tool, {"0", std::to_string(::getuid()), wanted.word},
                                        toolSetup(*prefs_.bundle(), ChildProcess::Group::Shared));
-    if (process)
-        waitUntil([&] { return process->hasEnded(); }, *process);
+    if (process && !waitUntil([&] { return process->hasEnded(); }, *process))
+        return 0;
     const int status = process ? process->exitStatus() : ChildProcess::cannotExecute;
     KelvaneCLog("%@ ended with status %d", *tool, status);
     prefs_.flags().*wanted.isAuthorized = status == 0;
@@ -132,11 +132,12 @@ void KelvaneStatusTabController::runUninstaller(const HandOffFile& handOff) {
                             toolSetup(*prefs_.bundle(), ChildProcess::Group::Own));
     if (!process)
         return tellFailure(Operation::Uninstall, formatText(text(StatusText::NoRoomForTool), name));
-    waitUntil([&] { return handOff.completionWord() != 0 || process->hasEnded(); }, *process);
+    if (!waitUntil([&] { return handOff.completionWord() != 0 || process->hasEnded(); }, *process))
+        return;
     // Once more: the word may have come between the two looks.
     isUninstalled_ = handOff.completionWord() == HandOffFile::succeeded;
     int looks = 0;
-    waitUntil([&] { return process->hasEnded() || ++looks > looksForTheEnd; }, *process);
+    static_cast<void>(waitUntil([&] { return process->hasEnded() || ++looks > looksForTheEnd; }, *process));
     if (isUninstalled_)
         return prefs_.terminateHost();
     tellFailure(Operation::Uninstall, process->errors());

@@ -1,5 +1,6 @@
 #include "PreferencePane/Status/ToolWait.h"
 
+#include <QDeadlineTimer>
 #include <QEventLoop>
 #include <QSocketNotifier>
 #include <QTimer>
@@ -7,10 +8,15 @@
 #include <poll.h>
 
 namespace kelvane {
+namespace {
 
-void waitUntil(const std::function<bool()>& isOver, const ChildProcess& process) {
+constexpr std::chrono::milliseconds endPatience{1000}; // of an application that is told to end
+
+} // namespace
+
+bool waitUntil(const std::function<bool()>& isOver, const ChildProcess& process) {
     if (isOver())
-        return;
+        return true;
     QEventLoop loop;
     const auto look = [&] {
         if (isOver())
@@ -26,10 +32,12 @@ void waitUntil(const std::function<bool()>& isOver, const ChildProcess& process)
     }
     loop.exec(QEventLoop::ExcludeUserInputEvents);
     // In an application that is about to end, no event loop runs any more.
-    while (!isOver()) {
+    const QDeadlineTimer patience(endPatience);
+    while (!isOver() && !patience.hasExpired()) {
         pollfd ended{process.descriptor(), POLLIN, 0};
         ::poll(&ended, 1, static_cast<int>(lookInterval.count()));
     }
+    return isOver();
 }
 
 } // namespace kelvane

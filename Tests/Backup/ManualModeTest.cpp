@@ -103,6 +103,20 @@ TEST_F(ManualModeTest, ShowsFoldersAsTheyAreOnTheDisk) {
     EXPECT_EQ(titles(1), (Paths{"cache", "docs", "link", "photos"}));
 }
 
+TEST_F(ManualModeTest, ReadsOpenFoldersByTheRulesOfTheModeThatTheButtonSets) {
+    daemon.answerWith("backupColorsForFiles:", [this](const Array& arguments) {
+        const bool isAutomatic = daemon.world().values["automaticMode"].boolValue();
+        return Value(Array(arguments[0].array().size(), Value(isAutomatic ? 3 : 2)));
+    });
+    beginManual();
+    choose({"USB", "docs"});
+    const std::string manual = cell(2, "a.txt").stateText();
+    click("manualAutoButton");
+    click("autoManualButton");
+    EXPECT_EQ(cell(2, "a.txt").stateText(), manual);
+    EXPECT_GE(daemon.callCount("backupColorsForFiles:"), 2U) << "it was read again";
+}
+
 TEST_F(ManualModeTest, MarksWhatIsSelected) {
     addFile("docs/new1.txt", false);
     addFile("docs/new2.txt", false);

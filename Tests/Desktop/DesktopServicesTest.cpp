@@ -55,6 +55,7 @@ TEST(DesktopFileServices, TellsKindsPicturesAndDates) {
     const Icons icons(std::make_shared<const Bundle>(folder.path()));
     const DesktopFileServices services(files, accounts, icons);
     EXPECT_EQ(services.kindOfExtension("png"), "PNG image");
+    EXPECT_EQ(services.kindOfFolder(), "Folder");
     EXPECT_EQ(services.kindOfExtension("nothing-known"), "");
     EXPECT_EQ(services.kindOfExtension(""), "");
     const struct {

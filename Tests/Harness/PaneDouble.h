@@ -14,10 +14,15 @@ namespace kelvane::tests {
 
 // Notes what it is asked for, and opens nothing.
 struct RecordingOpener : Opener {
-    void openURL(const std::string& url, Failure) override { opened.push_back(url); }
-    void openFile(const std::string& path, Failure) override { opened.push_back(path); }
+    void openURL(const std::string& url, Failure failure) override { note(url, std::move(failure)); }
+    void openFile(const std::string& path, Failure failure) override { note(path, std::move(failure)); }
+    void note(const std::string& subject, Failure failure) {
+        opened.push_back(subject);
+        failed = std::move(failure);
+    }
 
     std::vector<std::string> opened;
+    Failure failed; // of the last one
 };
 
 // The pane controller as a test lists it: everything that a controller reads is a field, and every order that
@@ -68,6 +73,7 @@ struct PaneDouble : PaneServices {
     // Who sends the notices of the pane.
     void post(std::string_view notification) { notifications_->post(notification, this); }
     [[nodiscard]] const std::vector<std::string>& opened() const { return opener_.opened; }
+    void failToOpen(const std::string& reason) const { opener_.failed(reason); }
 
 private:
     void note(std::string_view order, int argument) {

@@ -30,6 +30,12 @@ TEST_F(HelpTabTest, OffersChoicesEachOfWhichEndsTheSheet) {
             pane.disk.files[logPath] = FileAttributes::Kind::File;
     }
     EXPECT_EQ(pane.calls, (Strings{"showOnlineHelp", "showOnlineHelp"}));
+    pane.failToOpen("no program");
+    const auto* const sheet = tab->view()->findChild<QMessageBox*>();
+    ASSERT_TRUE(sheet);
+    EXPECT_EQ(sheet->text().toStdString(), logPath + " could not be opened.");
+    EXPECT_EQ(sheet->informativeText(), "no program");
+    delete sheet;
 
     EXPECT_TRUE(control("sendAnEmailButton").isEnabled());
     daemon.stop();
@@ -217,6 +223,7 @@ TEST_F(Reports, TakeOnlyAnArchiveOfOurs) {
 TEST_F(Reports, GoWhateverBecomesOfTheArchive) {
     tools.zipProgram = folder / "zip";
     tools.limits.zipping = 300ms;
+    pane.disk.files[logPath] = FileAttributes::Kind::File;
     showTab();
     for (const char* const commands : {"exit 1", "ln -s /etc/passwd $1", "echo >$1.2; ln $1.2 $1",
                                        "exec tail -f /dev/null", "echo $# $2 >$1; stat -c %a $1 >>$1"}) {

@@ -118,15 +118,17 @@ TEST_F(InfoWindow, SnapsItsLocationBackWhateverIsChosen) {
 TEST_F(InfoWindow, ShowsALongOrStrangeNameAsOneLineAndAllOfItInATip) {
     KelvaneInfoWindowController controller(prefs);
     const FileNodeRef file = fileAt("/a.txt");
-    const std::string name = "<b>Minutes</b>\nof " + std::string(200, 'x') + " 2024.odt";
+    const std::string name = "<b>Minutes</b>\nof\u202E " + std::string(200, 'x') + " 2024.odt";
     file->setDisplayName(name);
     controller.setFileNode(file);
     OneLineLabel& label = field(controller, "nameField");
     EXPECT_LT(controller.window()->width(), 600);
-    EXPECT_TRUE(label.shownText().startsWith("<b>Minutes</b> of ")) << label.shownText().toStdString();
+    EXPECT_TRUE(label.shownText().startsWith("<b>Minutes</b>\uFFFDof\uFFFD "))
+        << label.shownText().toStdString();
     EXPECT_TRUE(label.shownText().contains(QChar(0x2026)));
     EXPECT_TRUE(label.shownText().endsWith("2024.odt"));
     EXPECT_EQ(label.text().toStdString(), name);
+    EXPECT_TRUE(controller.window()->windowTitle().startsWith("<b>Minutes</b>\uFFFDof\uFFFD "));
 
     QHelpEvent asking(QEvent::ToolTip, {}, {});
     QCoreApplication::sendEvent(&label, &asking);

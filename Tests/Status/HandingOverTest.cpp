@@ -3,6 +3,7 @@
 #include "Support/DefaultsDB.h"
 #include "Tests/Status/StatusTabTest.h"
 
+#include <QTimer>
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
@@ -119,6 +120,21 @@ TEST_F(HandingOver, DisablingLastsUntilTheLinkDropsOrEndsWithARefusal) {
     EXPECT_FALSE(pane.flags().disableAuthorized);
     EXPECT_EQ(modes().currentIndex(), 0);
     EXPECT_TRUE(modes().isEnabled());
+}
+
+TEST_F(HandingOver, EnablingSetsNothingAtADaemonThatComesBackMeanwhile) {
+    daemon.setState("recoverMode", true);
+    pane.state->onBegin();
+    writeTool("Enable", "while ! [ -e go ]; do sleep 0.01; done");
+    QTimer::singleShot(0, [this] {
+        EXPECT_TRUE(daemon.start());
+        loop->advance(1s);
+        folder.write("go", "");
+    });
+    choose(0);
+    EXPECT_TRUE(pane.connected());
+    EXPECT_EQ(daemon.callCount("setPausedMinutes:") + daemon.callCount("setRecoverMode:"), 0U);
+    EXPECT_EQ(modes().currentIndex(), 2) << "which is left with a warning";
 }
 
 TEST_F(HandingOver, ARefusedAuthorizationRunsNothingAndGoesOnAsIfItHad) {
