@@ -46,7 +46,7 @@ if [ -z "$home" ]; then
     own=(env XDG_CONFIG_HOME="$sample/config" XDG_STATE_HOME="$sample/state" XDG_DATA_HOME="$sample/data"
          XDG_CACHE_HOME="$sample/cache")
     daemon=("${own[@]}" "${daemon[@]}" --socket "$KELVANE_DAEMON" --log "$sample/daemon.log")
-    window=("${own[@]}" "${window[@]}" --daemon "$KELVANE_DAEMON" --authorization granted)
+    window=("${own[@]}" "${window[@]}" --daemon "$KELVANE_DAEMON" --log "$sample/daemon.log" --authorization granted)
 elif [ ! -d "$home" ]; then
     echo "run.sh: no such folder: $home" >&2
     exit 2

@@ -30,6 +30,7 @@ std::variant<Options, int> readOptions(int argc, const char* const* argv) {
     CLI::App app("Shows the settings of Kelvane: a list of panes and the one that is selected.");
     app.add_option("--pane", options.pane, "PATH of a pane's bundle to show");
     app.add_option("--daemon", options.daemon, "PATH of the daemon's socket, instead of the pane's own");
+    app.add_option("--log", options.log, "PATH of that daemon's log, instead of the pane's own");
     app.add_option("--authorization", options.authorization,
                    "Who unlocks changes: polkit, or, for trying things out, granted or denied")
         ->transform(CLI::Transformer(authorizations).description(""));
@@ -45,7 +46,7 @@ std::variant<Options, int> readOptions(int argc, const char* const* argv) {
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : 2;
     }
-    for (std::string* const path : {&options.pane, &options.daemon, &options.screenshotFolder})
+    for (std::string* const path : {&options.pane, &options.daemon, &options.log, &options.screenshotFolder})
         makeAbsolute(*path);
     return options;
 }

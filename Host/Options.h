@@ -12,6 +12,7 @@ namespace kelvane::host {
 struct Options {
     std::string pane;   // absolute
     std::string daemon; // absolute
+    std::string log;    // absolute
     AuthorizationChoice authorization = AuthorizationChoice::Polkit;
     std::string tab;
     std::string screenshotFolder;

@@ -57,13 +57,17 @@ std::vector<std::string> paneFolders(const std::string& programFolder) {
     return folders;
 }
 
-PaneDescription describePane(const std::string& path, const std::string& daemonPath) {
+PaneDescription describePane(const std::string& path, const DaemonPaths& daemon) {
     auto bundle = std::make_shared<const Bundle>(path);
-    std::string daemon = daemonPath;
-    if (daemon.empty() && bundle->information("DaemonPath").stringValue().empty())
-        daemon = defaultDaemonPath().value_or("");
-    if (!daemon.empty())
-        bundle = std::make_shared<const Bundle>(path, Dictionary{{"DaemonPath", daemon}});
+    std::string socket = daemon.socket;
+    if (socket.empty() && bundle->information("DaemonPath").stringValue().empty())
+        socket = defaultDaemonPath().value_or("");
+    Dictionary information;
+    if (!socket.empty())
+        information.append("DaemonPath", socket);
+    if (!daemon.log.empty())
+        information.append("Kelvane Log Path", daemon.log);
+    bundle = std::make_shared<const Bundle>(path, information);
 
     PaneDescription pane;
     pane.title = bundle->localizedString("CFBundleName", bundle->information("CFBundleName").stringValue(),
@@ -78,11 +82,11 @@ PaneDescription describePane(const std::string& path, const std::string& daemonP
 }
 
 std::vector<PaneDescription> findPanes(const std::vector<std::string>& folders, const std::string& first,
-                                       const std::string& daemonPath) {
+                                       const DaemonPaths& daemon) {
     std::vector<PaneDescription> panes;
     std::set<std::string> identifiers;
     const auto add = [&](const std::string& path) {
-        PaneDescription pane = describePane(path, daemonPath);
+        PaneDescription pane = describePane(path, daemon);
         if (identifiers.insert(identifierOf(*pane.bundle)).second)
             panes.push_back(std::move(pane));
     };

@@ -19,14 +19,19 @@ struct PaneDescription {
 // the system's data folders.
 [[nodiscard]] std::vector<std::string> paneFolders(const std::string& programFolder);
 
-// Reads the bundle. `daemonPath` stands before what it says itself, and the usual path takes the place of
-// none.
-[[nodiscard]] PaneDescription describePane(const std::string& path, const std::string& daemonPath);
+// Of the daemon that the panes are to show, in place of what a bundle says; either may be empty.
+struct DaemonPaths {
+    std::string socket; // the usual one where nobody names any
+    std::string log;
+};
+
+// Reads the bundle.
+[[nodiscard]] PaneDescription describePane(const std::string& path, const DaemonPaths& daemon);
 
 // Every "*.prefPane" in the folders, the first one of each identifier, in the order in which they are listed.
 // `first` is a bundle that comes before all others, wherever it is and whether it is there or not; none when
 // empty.
 [[nodiscard]] std::vector<PaneDescription> findPanes(const std::vector<std::string>& folders,
-                                                     const std::string& first, const std::string& daemonPath);
+                                                     const std::string& first, const DaemonPaths& daemon);
 
 } // namespace kelvane::host

@@ -34,7 +34,7 @@ int run(const Options& options, char* programName) {
 
     const std::string folder = QApplication::applicationDirPath().toStdString();
     SettingsHost host(options, std::make_shared<QtMainLoop>(),
-                      findPanes(paneFolders(folder), options.pane, options.daemon));
+                      findPanes(paneFolders(folder), options.pane, {options.daemon, options.log}));
     QSocketNotifier signalled(signal.get(), QSocketNotifier::Read);
     QObject::connect(&signalled, &QSocketNotifier::activated, &signalled, [&] {
         if (signal.take())

@@ -44,7 +44,9 @@ TEST(PaneBundles, GetTheDaemonThatIsNamedOrTheirOwnOrTheUsualOne) {
     const std::string own = panes.add("Own", {{"DaemonPath", "/own"}});
     const std::string usual = panes.add("Usual", {{"DaemonPath", ""}});
     const auto pathOf = [](const std::string& bundle, const char* named) {
-        return describePane(bundle, named).bundle->information("DaemonPath").stringValue();
+        const PaneBundle described = describePane(bundle, {named, "/named.log"}).bundle;
+        EXPECT_EQ(described->information("Kelvane Log Path"), Value("/named.log"));
+        return described->information("DaemonPath").stringValue();
     };
     EXPECT_EQ(pathOf(own, ""), "/own");
     EXPECT_EQ(pathOf(own, "/named"), "/named");
