@@ -88,7 +88,8 @@ TEST_F(Programs, ADaemonThatStartsAndNeverServesIsNotEnabled) {
     const EnvironmentVariable places[] = {{"PATH", (folder / "bin:" + PANE_TOOLS).c_str()},
                                           {"XDG_RUNTIME_DIR", (folder / "run").c_str()}};
     EXPECT_EQ(tools::startLocalDaemon(std::chrono::milliseconds(100)),
-              daemon + " was started, but nobody serves " + folder / "run/kelvane/daemon.sock");
+              "nobody serves " + folder / "run/kelvane/daemon.sock" + " although " + daemon +
+                  " was to start");
 }
 
 TEST_F(Programs, ActOnTheDaemonThatIsNamedAndLeaveOthersAlone) {
@@ -183,6 +184,10 @@ TEST_F(Programs, UninstallRemovesWhatIsTheUsersOnlyWithTheRight) {
     EXPECT_NE(uninstall({self.pid, self.startTime + 1, self.uid}), 0); // who had this id before
     EXPECT_TRUE(std::all_of(gone.begin(), gone.end(), exists));
     EXPECT_EQ(run("Enable", {"0", uid, "load"}), "");
+    daemonPath = folder / "other.sock";
+    EXPECT_EQ(uninstall(self), 71) << "the usual daemon runs";
+    EXPECT_TRUE(std::all_of(gone.begin(), gone.end(), exists));
+    daemonPath.clear();
     EXPECT_EQ(uninstall(self), 0);
     EXPECT_FALSE(isServing());
     EXPECT_TRUE(std::none_of(gone.begin(), gone.end(), exists));

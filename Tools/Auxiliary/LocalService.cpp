@@ -10,12 +10,14 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <filesystem>
 #include <poll.h>
 #include <sstream>
 #include <string_view>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace kelvane::tools {
@@ -125,7 +127,8 @@ std::optional<std::string> findProgram(const std::string& name) {
     std::istringstream folders(folderOfThisProgram() + ':' + (path ? path : ""));
     for (std::string folder; std::getline(folders, folder, ':');) {
         folder.append("/").append(name);
-        if (folder.starts_with('/') && ::access(folder.c_str(), X_OK) == 0)
+        if (std::error_code error; folder.starts_with('/') && ::access(folder.c_str(), X_OK) == 0 &&
+                                   std::filesystem::is_regular_file(folder, error))
             return folder;
     }
     return std::nullopt;
@@ -153,7 +156,7 @@ std::string startLocalDaemon(std::chrono::milliseconds patience) {
     else if (!isAlreadyServing)
         failure = launch(*daemon);
     if (failure.empty() && !becomesServing(place->path, true, patience))
-        failure = *daemon + " was started, but nobody serves " + place->path;
+        failure = "nobody serves " + place->path + " although " + *daemon + " was to start";
     return failure;
 }
 
@@ -172,6 +175,14 @@ std::string stopLocalDaemon() {
         failure = "the daemon at " + place->path + " was told to end and still serves";
     KelvaneSocket::waitForThreads();
     return failure;
+}
+
+std::string usualDaemonInUse() {
+    const auto place = placeOfDaemon();
+    const auto usual = defaultDaemonPath();
+    if (!place || place->isUsual || !usual || serverAt(*usual) == Server::None)
+        return {};
+    return "the daemon at " + *usual + " still runs, whose settings would go; end it first";
 }
 
 } // namespace kelvane::tools

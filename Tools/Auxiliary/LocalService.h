@@ -17,6 +17,9 @@ inline constexpr std::chrono::seconds usualPatience(10);
 
 [[nodiscard]] std::string startLocalDaemon(std::chrono::milliseconds patience = usualPatience);
 [[nodiscard]] std::string stopLocalDaemon();
+// While another daemon is meant: why what the usual one has written must stay. Empty when nobody serves
+// there.
+[[nodiscard]] std::string usualDaemonInUse();
 
 // The program of that name beside this one, else the first one on the PATH. Absolute.
 [[nodiscard]] std::optional<std::string> findProgram(const std::string& name);

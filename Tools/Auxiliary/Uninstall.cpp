@@ -75,6 +75,8 @@ int uninstall(HandOffFile& handOff, std::uint32_t pid) {
     if (const int status = checkRight(processOfForm(handOff.form()), pid))
         return status;
     // A daemon that goes on would write its settings again.
+    if (const std::string reason = usualDaemonInUse(); !reason.empty())
+        return complain(name, reason, EX_OSERR);
     if (const std::string failure = stopLocalDaemon(); !failure.empty())
         return complain(name, failure, EX_OSERR);
     return removeEverything();
