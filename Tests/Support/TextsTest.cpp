@@ -86,6 +86,30 @@ TEST(ServiceStates, HaveATextExactlyForTheCodesThatADaemonReports) {
             << code;
 }
 
+// Those that read alike in English have keys of their own.
+TEST(BundlesTexts, TakeThePlaceOfTheEnglishOnes) {
+    const TemporaryFolder folder;
+    const auto bundleWith = [&](const char* name, const std::string& entries) {
+        folder.write(std::string(name) + "/Resources/en.lproj/Localizable.strings",
+                     "<plist><dict>" + entries + "</dict></plist>");
+        return Bundle(folder / name);
+    };
+    const Bundle german = bundleWith("german", "<key>Service_State_Alert_Over_Quota</key><string>Q</string>"
+                                               "<key>Service_State_Alert_Account_Over_Quota</key>"
+                                               "<string>A</string><key>bytes</key><string>Byte</string>"
+                                               "<key>GB</key><string>Gig</string>");
+    EXPECT_EQ(stringForKelvaneServiceState(17, german) + stringForKelvaneServiceState(29, german), "QA");
+    const auto sizes = [] {
+        const FileSizeFormatter& formatter = FileSizeFormatter::sharedFileSizeAbbrevFormatter();
+        return *formatter.stringFromNumber(1) + ' ' + *formatter.stringFromNumber(std::int64_t{3} << 30);
+    };
+    EXPECT_EQ(sizes(), "1.00 bytes 3.00 GB");
+    FileSizeFormatter::initializeUsingBundle(german);
+    EXPECT_EQ(sizes(), "1.00 Byte 3.00 Gig");
+    FileSizeFormatter::initializeUsingBundle(bundleWith("none", ""));
+    EXPECT_EQ(sizes(), "1.00 bytes 3.00 GB");
+}
+
 std::optional<AlertRecord> alertFrom(std::string_view text) {
     return alertWithKelvaneStringComponents(alertStringComponents(text));
 }
