@@ -93,6 +93,10 @@ Alert DamageReport::alert(const VerificationRecord& record, bool canBeStoredAgai
                               : "These files cannot be stored again as long as their damaged data is in the "
                                 "repository:") +
             listed(stored, storedCount));
+    if (!record.othersPacks.empty())
+        add("Snapshots of other computers or programs need these damaged pack files as well, so they stay in "
+            "the repository. When nobody needs them, move them away and run `restic rebuild-index`:" +
+            listed(record.othersPacks, record.othersPacks.size()));
     if (lostCount > 0)
         add("These files are not on the disk any more and cannot be restored:" + listed(lost, lostCount));
     if (text.empty())

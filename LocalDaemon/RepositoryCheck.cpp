@@ -253,6 +253,48 @@ RepositoryCheck::Packs RepositoryCheck::damaged(const std::set<std::string>& pac
     return found;
 }
 
+RepositoryCheck::Packs RepositoryCheck::neededByOthers(const std::set<std::string>& packs,
+                                                       const StopSignal& stop) const {
+    Packs needed;
+    if (packs.empty())
+        return needed;
+    const Repository::Listing own = repository_.snapshots(stop);
+    needed.outcome = own.outcome;
+    if (needed.outcome.succeeded())
+        needed.outcome = addNeeded(packs, own.snapshots, needed.ids, stop);
+    if (own.outcome.succeeded() && needed.outcome.trouble == ResticTrouble::Failed) {
+        KelvaneSystemLog("Cannot tell who needs the damaged packs: %@", reasonOf(needed.outcome));
+        return {{}, packs};
+    }
+    return needed;
+}
+
+// restic does not say in which of several packs it has found something: they are halved until it is known.
+ResticOutcome RepositoryCheck::addNeeded(const std::set<std::string>& packs, const std::vector<Snapshot>& own,
+                                         std::set<std::string>& needed, const StopSignal& stop) const {
+    const auto isOwn = [&own](const std::string& id) {
+        return std::ranges::any_of(own, [&](const Snapshot& each) { return each.id.starts_with(id); });
+    };
+    if (packs.size() <= mostLocated) {
+        CheckReport report;
+        report.damagedPacks = packs;
+        Damage damage;
+        ResticOutcome outcome = search(report, Snapshots::All, {}, damage, stop);
+        const bool areAllReadable = std::ranges::all_of(damage.snapshots, isOwn);
+        const bool areAllOwn =
+            std::ranges::all_of(damage.paths, [&](const auto& found) { return isOwn(found.first); });
+        if (!outcome.succeeded() || (areAllReadable && areAllOwn))
+            return outcome;
+        if (!areAllReadable || packs.size() == 1) {
+            needed.insert(packs.begin(), packs.end());
+            return outcome;
+        }
+    }
+    const auto middle = std::next(packs.begin(), static_cast<std::ptrdiff_t>(packs.size() / 2));
+    ResticOutcome outcome = addNeeded({packs.begin(), middle}, own, needed, stop);
+    return outcome.succeeded() ? addNeeded({middle, packs.end()}, own, needed, stop) : outcome;
+}
+
 bool RepositoryCheck::canSetAside() const {
     return !localFolderOf(repository_.restic().place().location).empty();
 }

@@ -57,6 +57,10 @@ public:
     // Those of `packs` that hold other contents than was written, or cannot be read.
     [[nodiscard]] Packs damaged(const std::set<std::string>& packs, const StopSignal& stop) const;
 
+    // Those of `packs` that snapshots of others in the repository need as well, or of which nobody can tell:
+    // some of their snapshots cannot be read.
+    [[nodiscard]] Packs neededByOthers(const std::set<std::string>& packs, const StopSignal& stop) const;
+
     // Whether the packs can be moved out of the way: in a folder they can.
     [[nodiscard]] bool canSetAside() const;
     // Moves packs to the folder "damaged" in the repository, which restic does not look at. Returns why it
@@ -72,6 +76,9 @@ private:
     [[nodiscard]] ResticOutcome search(const CheckReport& report, Snapshots snapshots,
                                        const std::vector<std::string>& in, Damage& damage,
                                        const StopSignal& stop) const;
+    [[nodiscard]] ResticOutcome addNeeded(const std::set<std::string>& packs,
+                                          const std::vector<Snapshot>& own, std::set<std::string>& needed,
+                                          const StopSignal& stop) const;
     [[nodiscard]] ResticOutcome find(std::vector<std::string> arguments, const std::set<std::string>& ids,
                                      Damage& damage, const StopSignal& stop) const;
 

@@ -24,6 +24,11 @@ bool isInPart(const std::string& pack, unsigned part, unsigned parts) {
     return firstByte % parts == part - 1;
 }
 
+std::set<std::string> without(std::set<std::string> packs, const std::set<std::string>& others) {
+    std::erase_if(packs, [&](const std::string& pack) { return others.contains(pack); });
+    return packs;
+}
+
 bool isWhole(const CheckReport& report) {
     return !report.hasErrors && !report.isIndexDamaged;
 }
@@ -243,9 +248,14 @@ ResticOutcome Verification::locate(const CheckReport& report, const StopSignal& 
         return located.outcome;
     const bool isIndexStale = report.isIndexDamaged || !report.missingPacks.empty();
     bool areAllOnDisk = false;
+    record_.othersPacks.clear();
     if (!record_.damagedPacks.empty() && !isIndexStale) {
+        const auto others = check_.neededByOthers(record_.damagedPacks, stop);
+        if (!others.outcome.succeeded())
+            return others.outcome;
+        record_.othersPacks = others.ids;
         CheckReport packs;
-        packs.damagedPacks = record_.damagedPacks;
+        packs.damagedPacks = without(record_.damagedPacks, others.ids);
         const auto inPacks = check_.locate(packs, RepositoryCheck::Snapshots::All, stop);
         if (!inPacks.outcome.succeeded())
             return inPacks.outcome;
@@ -274,8 +284,13 @@ std::string Verification::newestSnapshot() const {
     return newest && isDamageKnown(record_) ? newest->id : std::string();
 }
 
+// Packs that others need stay, whatever is ordered.
+bool Verification::mayBeSetAside() const {
+    return !std::ranges::includes(record_.othersPacks, record_.damagedPacks) && check_.canSetAside();
+}
+
 bool Verification::canSetAside() const {
-    return !record_.damagedPacks.empty() && check_.canSetAside() && (record_.areAllOnDisk || maySetAside_);
+    return mayBeSetAside() && (record_.areAllOnDisk || maySetAside_);
 }
 
 bool Verification::canRepair() const {
@@ -290,9 +305,13 @@ ResticOutcome Verification::prepareRepair(const StopSignal& stop) {
         const auto damaged = check_.damaged(record_.damagedPacks, stop);
         if (!damaged.outcome.succeeded())
             return damaged.outcome;
-        if (const std::string failure = check_.setAside(damaged.ids); !failure.empty())
+        const auto others = check_.neededByOthers(damaged.ids, stop);
+        if (!others.outcome.succeeded())
+            return others.outcome;
+        if (const std::string failure = check_.setAside(without(damaged.ids, others.ids)); !failure.empty())
             return {ResticTrouble::Failed, false, failure};
-        record_.damagedPacks.clear();
+        record_.damagedPacks = others.ids;
+        record_.othersPacks = others.ids;
         record_.areAllOnDisk = false;
         maySetAside_ = false;
         record_.isIndexStale = true;
@@ -353,7 +372,7 @@ void Verification::tellOutcome(const std::string& progress) {
     if (std::exchange(loggedDamage_, record_.damage) != record_.damage)
         KelvaneSystemLog("%@.", record_.lastOutcome);
     Alert alert = report.alert(record_, canRepair());
-    if (!record_.damagedPacks.empty() && check_.canSetAside() && !record_.areAllOnDisk)
+    if (mayBeSetAside() && !record_.areAllOnDisk)
         alert.actions = {"store-again:"};
     state_->raiseAlert(alert);
 }

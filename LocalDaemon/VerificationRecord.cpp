@@ -53,6 +53,7 @@ VerificationRecord VerificationRecord::read(const std::string& path) {
     record.repository = value["repository"].stringValue();
     record.damage = Damage::fromValue(value["damage"]);
     record.damagedPacks = textsIn(value["damagedPacks"]);
+    record.othersPacks = textsIn(value["othersPacks"]);
     record.missingPacks = textsIn(value["missingPacks"]);
     record.areAllOnDisk = value["areAllOnDisk"].boolValue();
     record.isIndexStale = value["isIndexStale"].boolValue();
@@ -70,6 +71,7 @@ void VerificationRecord::save(const std::string& path) const {
     Dictionary value{{"repository", repository},
                      {"damage", damage.value()},
                      {"damagedPacks", arrayOf(damagedPacks)},
+                     {"othersPacks", arrayOf(othersPacks)},
                      {"missingPacks", arrayOf(missingPacks)},
                      {"areAllOnDisk", areAllOnDisk},
                      {"isIndexStale", isIndexStale},

@@ -16,7 +16,8 @@ struct VerificationRecord {
     Damage damage;
     std::set<std::string> damagedPacks; // found by reading, which nothing else finds again
     std::set<std::string> missingPacks; // no index names them any more, and something needs them
-    // All that the damaged packs hold is on the disk as it was saved, in each snapshot that uses it.
+    std::set<std::string> othersPacks;  // of the damaged: snapshots of others need them as well
+    // All that the other damaged packs hold is on the disk as it was saved, in each snapshot that uses it.
     bool areAllOnDisk = false;
     bool isIndexStale = false; // it names packs that are not there
     bool mustStoreAgain = false;

@@ -241,6 +241,16 @@ TEST_F(BackingUp, StoresAgainWhatTheRepositoryHasLostAndTakesInWhatComesBack) {
     EXPECT_EQ(pane->state("isBackupDamaged"), false);
     EXPECT_EQ(failuresOf(in(textFromPath(gone)), folders / "back"), "");
     EXPECT_EQ(folders.read("back"), std::string(40000, 'g'));
+
+    // Another program's snapshot needs the pack as well.
+    Restic::Call other;
+    other.arguments = {"backup", "--tag", "other", in("here")};
+    ASSERT_TRUE(repository().restic().run(other, StopSignal()).succeeded());
+    aside = damageLargest();
+    ASSERT_TRUE(verify());
+    EXPECT_TRUE(comesTo([&] { return colors(files) == Array{yellow, none}; }));
+    EXPECT_TRUE(alertOf("backup_damaged")["actions"].array().empty());
+    EXPECT_FALSE(fs::exists(aside));
 }
 
 // However much the daemon itself has forgotten.
