@@ -144,6 +144,10 @@ const Snapshot* BackupIndex::snapshot(std::uint32_t number) const {
     return found == snapshots_.end() ? nullptr : &found->second;
 }
 
+bool BackupIndex::holdsSnapshot(std::string_view id) const {
+    return std::ranges::any_of(snapshots_, [id](const auto& known) { return known.second.id == id; });
+}
+
 const BackupIndex::Item* BackupIndex::find(std::string_view path) const {
     const Item* item = &root();
     while (item && path.starts_with('/') && path.size() > 1) {

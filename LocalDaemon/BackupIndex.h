@@ -70,6 +70,8 @@ public:
     // Of the number of an item, or of a version that is asked for; null when it is not there any more.
     [[nodiscard]] const Snapshot* snapshot(std::uint32_t number) const;
 
+    [[nodiscard]] bool holdsSnapshot(std::string_view id) const;
+
     // Null when the path (absolute and clean) is not in the backup.
     [[nodiscard]] const Item* find(std::string_view path) const;
     // Null when the folder, which may be null itself, has none of that name.

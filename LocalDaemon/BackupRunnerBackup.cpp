@@ -98,7 +98,7 @@ ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, cons
         return result.outcome;
     if (wanted.isForced)
         verification_->noteStoredAgain();
-    IndexKeeper::Made made{result.snapshotId, isIncomplete, savedAmong(*index, result.unread)};
+    IndexKeeper::Made made{result.snapshotId, isIncomplete, isIncomplete, savedAmong(*index, result.unread)};
     const bool areMoreUnread = result.unread.size() >= BackupRun::mostUnread; // perhaps
     noteUnread(std::move(result.unread), isPartial, changes);
     KelvaneSystemLog("Backed up%@; snapshot %@, %llu bytes were waiting.", isPartial ? ": " + path : "",

@@ -1,5 +1,6 @@
 #include "LocalDaemon/IndexKeeper.h"
 
+#include "LocalDaemon/BackupTrouble.h"
 #include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/KnownRepositories.h"
 #include "LocalDaemon/RetentionAlerts.h"
@@ -56,9 +57,9 @@ std::string idOf(const std::pair<const std::uint32_t, Snapshot>& numbered) {
     return numbered.second.id;
 }
 
-bool holds(const BackupIndex& index, const std::string& snapshotId) {
-    return std::ranges::any_of(index.snapshots(),
-                               [&](const auto& known) { return known.second.id == snapshotId; });
+// A snapshot that gets another tag gets another id.
+bool isSame(const Snapshot& known, const Snapshot& listed) {
+    return known.id == listed.id || (known.sequence != 0 && known.sequence == listed.sequence);
 }
 
 std::vector<Snapshot> snapshotsOf(const BackupIndex& index) {
@@ -74,7 +75,7 @@ std::vector<Snapshot> withNewer(const BackupIndex& known, const std::vector<Snap
     for (Snapshot& each : all)
         if (const auto told = std::ranges::find(listed, each.id, &Snapshot::id); told != listed.end())
             each = *told;
-    const auto isKnown = [&](const Snapshot& each) { return holds(known, each.id); };
+    const auto isKnown = [&](const Snapshot& each) { return known.holdsSnapshot(each.id); };
     const auto lastKnown = std::find_if(listed.rbegin(), listed.rend(), isKnown).base();
     const std::uint64_t newest = all.empty() ? 0 : all.back().sequence;
     std::copy_if(lastKnown, listed.end(), std::back_inserter(all),
@@ -164,7 +165,7 @@ BackupIndex IndexKeeper::withListed(const Repository::Listing& listing, const st
     }
     std::vector<Numbered> unknown;
     for (const auto& [number, snapshot] : numbered->snapshots())
-        if (isOtherOrder || !holds(known, snapshot.id))
+        if (isOtherOrder || !known.holdsSnapshot(snapshot.id))
             unknown.emplace_back(number, snapshot);
     toList = worthListing(std::move(unknown));
     return std::move(*numbered);
@@ -200,31 +201,16 @@ ResticOutcome IndexKeeper::rebuild(BackupIndex from, const Numbers& toList, cons
     return {};
 }
 
-// Between two complete snapshots whose contents the index knows: of those in between, as far as it has no
-// more than their numbers, it cannot tell.
-void IndexKeeper::lookForDisappearance(const BackupIndex& index, std::uint32_t number,
-                                       const Numbers& listed) {
-    const auto isComplete = [&](std::uint32_t each) {
-        const Snapshot* const snapshot = index.snapshot(each);
-        return snapshot && !snapshot->isPartial &&
-               (std::ranges::binary_search(listed, each) || holds(*index_, snapshot->id));
-    };
-    std::uint32_t previous = 0;
-    std::uint32_t next = 0;
-    for (const auto& [each, snapshot] : index.snapshots())
-        if (each < number && isComplete(each))
-            previous = each;
-        else if (each > number && next == 0 && isComplete(each) && holds(*index_, snapshot.id))
-            next = each;
-    if (!isComplete(number))
-        return;
-    for (const auto& [before, after] : {std::pair(previous, number), std::pair(number, next)})
-        if (const auto gone = before != 0 ? disappearanceAt(index, before, after) : std::nullopt)
-            retention_.add(*gone);
-}
-
-ResticOutcome IndexKeeper::add(const Made& made, const StopSignal& stop) {
+ResticOutcome IndexKeeper::add(Made made, const StopSignal& stop) {
     retention_.noteMade(newestSequence_ + 1, made.isPartial);
+    if (made.isPartial && !made.hasPartialTag) {
+        const Repository::Listing listing = markedSnapshots(stop);
+        if (!listing.outcome.succeeded())
+            return listing.outcome;
+        const auto marked = std::ranges::find(listing.snapshots, newestSequence_ + 1, &Snapshot::sequence);
+        if (marked != listing.snapshots.end())
+            made.id = marked->id;
+    }
     auto contents = repository_.list(made.id, stop);
     if (!contents.outcome.succeeded())
         return contents.outcome;
@@ -274,13 +260,12 @@ ResticOutcome IndexKeeper::forgetOld(std::chrono::days keep, const StopSignal& s
     return forget(keep, stop);
 }
 
-// What a snapshot lacks because it could not be read no tag tells.
 Repository::Listing IndexKeeper::snapshots(const StopSignal& stop) const {
-    Repository::Listing listing = repository_.snapshots(stop);
+    Repository::Listing listing = markedSnapshots(stop);
     for (Snapshot& listed : listing.snapshots) {
         listed.isPartial = listed.isPartial || retention_.isIncomplete(listed.sequence);
         for (const auto& [number, known] : index_->snapshots())
-            if (known.id == listed.id) {
+            if (isSame(known, listed)) {
                 listed.isPartial = listed.isPartial || known.isPartial;
                 listed.lacks = known.lacks;
             }
@@ -288,14 +273,32 @@ Repository::Listing IndexKeeper::snapshots(const StopSignal& stop) const {
     return listing;
 }
 
+// That a snapshot lacks something is often known only when it has been made. The repository has to tell it as
+// well: on another machine, or without the index, what is missing would count as deleted.
+Repository::Listing IndexKeeper::markedSnapshots(const StopSignal& stop) const {
+    Repository::Listing listing = repository_.snapshots(stop);
+    std::vector<std::string> unmarked;
+    for (const Snapshot& each : listing.snapshots)
+        if (!each.isPartial && retention_.isIncomplete(each.sequence))
+            unmarked.push_back(each.id);
+    if (!listing.outcome.succeeded() || unmarked.empty())
+        return listing;
+    if (const ResticOutcome outcome = repository_.markPartial(unmarked, stop); !outcome.succeeded()) {
+        KelvaneSystemLog("%llu snapshots that lack something are not marked yet: %@", unmarked.size(),
+                         reasonOf(outcome));
+        return listing;
+    }
+    return repository_.snapshots(stop);
+}
+
 ResticOutcome IndexKeeper::forget(std::chrono::days keep, const StopSignal& stop) {
     Repository::Listing listing = snapshots(stop);
     if (!listing.outcome.succeeded())
         return listing.outcome;
     reportUnread(listing);
-    isCurrent_ =
-        listing.unread.empty() && listing.snapshots.size() == index_->snapshots().size() &&
-        std::ranges::all_of(listing.snapshots, [&](const Snapshot& each) { return holds(*index_, each.id); });
+    isCurrent_ = listing.unread.empty() && listing.snapshots.size() == index_->snapshots().size() &&
+                 std::ranges::all_of(listing.snapshots,
+                                     [&](const Snapshot& each) { return index_->holdsSnapshot(each.id); });
     if (!isCurrent_)
         return {}; // first the index has to be right
     std::vector<std::string> ids = snapshotsToForget(listing.snapshots, retention_.limits(keep));
@@ -319,34 +322,6 @@ ResticOutcome IndexKeeper::forget(std::chrono::days keep, const StopSignal& stop
     return {};
 }
 
-// What was decided may be lost, and what is not known of it is asked for again. True: something was held.
-bool IndexKeeper::holdDisappeared(const std::vector<std::string>& ids) {
-    const std::set<std::string> going(ids.begin(), ids.end());
-    if (!isDisappearance(filesHeldLastBy(*index_, going), 0))
-        return false;
-    bool isOneHeld = false;
-    std::uint32_t previous = 0;
-    for (const auto& [number, snapshot] : index_->snapshots()) {
-        if (snapshot.isPartial)
-            continue;
-        const auto gone = previous != 0 && going.contains(index_->snapshot(previous)->id)
-                              ? disappearanceAt(*index_, previous, number)
-                              : std::nullopt;
-        if (gone)
-            retention_.add(*gone);
-        isOneHeld = isOneHeld || gone;
-        previous = number;
-    }
-    reportDisappearances();
-    return isOneHeld;
-}
-
-std::string IndexKeeper::decide(const std::string& disappearance, RetentionRecord::Decision decision) {
-    std::string failure = retention_.decide(disappearance, decision);
-    reportDisappearances();
-    return failure;
-}
-
 void IndexKeeper::reportOrder(const Snapshot& made) const {
     const Snapshot* const before = index_->newestSnapshot();
     if (!before || made.time >= before->time)
@@ -362,21 +337,6 @@ void IndexKeeper::reportUnread(const Repository::Listing& listing) const {
         return alerts_.withdraw(unreadSnapshotsAlert);
     KelvaneSystemLog("The list of snapshots is not whole: %@", listing.unread);
     alerts_.raise(alertForUnreadSnapshots(listing.unread));
-}
-
-void IndexKeeper::reportDisappearances() {
-    const std::scoped_lock guard(reporting_);
-    std::set<std::string> standing;
-    for (const RetentionRecord::Entry& entry : retention_.entries()) {
-        if (entry.decision == RetentionRecord::Decision::Forget)
-            continue;
-        standing.insert(kindOfDisappearance(entry.disappearance));
-        alerts_.raise(alertForDisappearance(entry));
-    }
-    for (const std::string& kind : reported_)
-        if (!standing.contains(kind))
-            alerts_.withdraw(kind);
-    reported_ = std::move(standing);
 }
 
 // When the file cannot be written, the next start finds an older one and brings that up to the repository.

@@ -61,9 +61,10 @@ public:
     struct Made {
         std::string id;
         bool isPartial = false;
+        bool hasPartialTag = false;          // else a partial one gets it now
         std::vector<std::string> lacks = {}; // as a snapshot has it
     };
-    [[nodiscard]] ResticOutcome add(const Made& made, const StopSignal& stop);
+    [[nodiscard]] ResticOutcome add(Made made, const StopSignal& stop);
     // Forgets versions that were replaced or deleted so long ago, and prunes a day later; neither more often
     // than once a day. What was stopped goes on the next time. The index says what is forgotten before the
     // long work begins.
@@ -81,6 +82,7 @@ private:
     using Numbers = std::vector<std::uint32_t>; // of snapshots, ascending
 
     [[nodiscard]] Repository::Listing snapshots(const StopSignal& stop) const;
+    [[nodiscard]] Repository::Listing markedSnapshots(const StopSignal& stop) const;
     [[nodiscard]] ResticOutcome rebuild(BackupIndex from, const Numbers& toList, const StopSignal& stop);
     [[nodiscard]] BackupIndex withListed(const Repository::Listing& listing, const std::string& repositoryId,
                                          Numbers& toList) const;

@@ -238,6 +238,12 @@ ResticOutcome Repository::correctNames(std::vector<SnapshotItem>& items, const s
     return checked(outcome, listing.isWhole());
 }
 
+ResticOutcome Repository::markPartial(const std::vector<std::string>& ids, const StopSignal& stop) const {
+    std::vector<std::string> arguments{"tag", "--add", partialTag};
+    arguments.insert(arguments.end(), ids.begin(), ids.end());
+    return print(*restic_, arguments, stop).outcome;
+}
+
 ResticOutcome Repository::forget(const std::vector<std::string>& ids, const StopSignal& stop) const {
     ResticOutcome outcome;
     for (std::size_t at = 0; at < ids.size() && outcome.succeeded(); at += mostForgotten) {

@@ -56,6 +56,9 @@ public:
     // All that the snapshot holds.
     [[nodiscard]] Contents list(const std::string& snapshotId, const StopSignal& stop) const;
 
+    // Gives these snapshots the tag of partial ones, by which their ids change.
+    [[nodiscard]] ResticOutcome markPartial(const std::vector<std::string>& ids, const StopSignal& stop) const;
+
     // Forgets these snapshots and no others.
     [[nodiscard]] ResticOutcome forget(const std::vector<std::string>& ids, const StopSignal& stop) const;
     // Removes what no snapshot holds any more, which may take hours, in which nobody else can be at work in

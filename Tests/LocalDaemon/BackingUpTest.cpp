@@ -171,6 +171,24 @@ TEST_F(BackingUp, WhatIsOnADiskThatIsAwayDoesNotCountAsDeleted) {
         EXPECT_FALSE(item.path.starts_with(disk)) << "an empty mount point is no folder of the disk";
 }
 
+// The index may be lost, and with it what only it knows.
+TEST_F(BackingUp, TheRepositorySaysWhichSnapshotLacksWhatCouldNotBeRead) {
+    folders.write("home/docs/file", "12345");
+    folders.write("home/own", "1");
+    start();
+    ASSERT_TRUE(comesToRest(2, 6));
+    const std::string error = R"({"message_type":"error","error":{"Err":13},"item":")" + in("docs") + "\"}";
+    start({}, folders.program("[ $1 = backup ] || exec restic \"$@\"\necho '" + error +
+                              "' >&2\nexec restic \"$@\" --exclude " + in("docs")));
+    folders.write("home/own", "123");
+    pane->call<"setPriorityBackup:">("/");
+    ASSERT_TRUE(comesTo([&] { return colors({in("own")}) == Array{green} && snapshots() == 2; }));
+    const auto made = repository().snapshots(StopSignal()).snapshots;
+    ASSERT_EQ(made.size(), 2U);
+    EXPECT_FALSE(made[0].isPartial);
+    EXPECT_TRUE(made[1].isPartial);
+}
+
 TEST_F(BackingUp, AHomeThatIsNotMountedIsLeftAloneUntilAPersonGivesItUp) {
     const std::string kind = "disk_away";
     folders.write("home/folder/file", "12345");
