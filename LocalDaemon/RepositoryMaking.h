@@ -7,7 +7,7 @@
 namespace kelvane {
 
 // Whether anything stands in the folder that a repository made there would mix with, or whether nobody can
-// tell. What mkfs makes, and what is left of a making that was cut off, does not count. False when there is
+// tell. What mkfs makes, and what may be left of a making that was cut off, does not count. False when there is
 // no such folder. Blocks on the disk.
 [[nodiscard]] bool isOccupied(const std::string& folder);
 

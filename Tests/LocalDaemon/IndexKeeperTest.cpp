@@ -63,9 +63,12 @@ protected:
 
 TEST_F(Keeping, ForgetsWhatWasReplacedForTooLong) {
     constexpr std::chrono::days keep(30);
-    folders.write("repository.kelvane-new/keys/half", "made by one that was killed");
+    folders.write("repository.kelvane-new/thesis", "a person's");
+    folders.write("repository.kelvane-new-12/keys/half", "made by one that was killed");
+    folders.write("cache/unfinished-repository", folders / "repository.kelvane-new-12");
     ASSERT_TRUE(repository.open(Repository::Making::Always, stop).wasMade);
-    EXPECT_FALSE(fs::exists(folders / "repository.kelvane-new"));
+    EXPECT_TRUE(fs::exists(folders / "repository.kelvane-new/thesis"));
+    EXPECT_FALSE(fs::exists(folders / "repository.kelvane-new-12"));
     backUp(folders.write("old", "1"), 32);
     backUp(folders.write("new", "22"), 0); // after a month off
     const auto forgetAt = [&](std::int64_t days, std::size_t left) {
