@@ -19,6 +19,7 @@ constexpr std::string_view statusLinesPerSecond = "2";
 constexpr std::string_view packSize = "4";
 
 constexpr std::string_view fatalMark = "Fatal: ";
+constexpr std::string_view interruptMark = "signal interrupt received";
 constexpr std::string_view lockMark = "repository is already locked";
 
 struct KnownText {
@@ -85,7 +86,15 @@ bool tellsOfRefusedLocks(std::string_view errors) {
     return false;
 }
 
-ResticTrouble troubleOf(const ChildOutcome& child) {
+bool tellsOfInterrupt(std::string_view errors) {
+    while (!errors.empty())
+        if (const std::string_view line = takeLine(errors);
+            !namesAFile(line) && line.find(interruptMark) != std::string_view::npos)
+            return true;
+    return false;
+}
+
+ResticTrouble troubleOf(const ChildOutcome& child, const StopSignal& stop) {
     switch (child.end) {
     case ChildOutcome::End::Stopped: return ResticTrouble::Stopped;
     case ChildOutcome::End::Exited: break;
@@ -96,6 +105,9 @@ ResticTrouble troubleOf(const ChildOutcome& child) {
     case ChildOutcome::End::Crashed:
     case ChildOutcome::End::NotStarted: return ResticTrouble::Failed;
     }
+    // What is at work when it hears of an interrupt may end as if it were done.
+    if (child.status == 0 && tellsOfInterrupt(child.errors))
+        return stop.isSet() ? ResticTrouble::Stopped : ResticTrouble::Failed;
     if (child.status == 0 || child.status == someFilesUnread)
         return ResticTrouble::None;
     return troubleSaidIn(child.errors);
@@ -107,8 +119,7 @@ bool mayBeCacheDamage(const Restic::Call& call, const ChildOutcome& child, bool 
     const std::string& command = call.arguments.front();
     const bool canRepeat =
         command == "restore" || command == "backup" || (!hasAnswered && command != "check");
-    return canRepeat && troubleOf(child) == ResticTrouble::Failed &&
-           std::ranges::find(call.arguments, noCache) == call.arguments.end() &&
+    return canRepeat && std::ranges::find(call.arguments, noCache) == call.arguments.end() &&
            std::ranges::any_of(damageMarks, [&](std::string_view mark) {
                return child.errors.find(mark) != std::string::npos;
            });
@@ -184,12 +195,13 @@ ResticOutcome Restic::run(const Call& call, const StopSignal& stop) const {
         return call.onLine(line);
     };
     ChildOutcome child = runOnce(watched, true, stop);
-    if (!stop.isSet() && mayBeCacheDamage(call, child, hasAnswered)) {
+    if (!stop.isSet() && troubleOf(child, stop) == ResticTrouble::Failed &&
+        mayBeCacheDamage(call, child, hasAnswered)) {
         KelvaneSystemLog("restic %@: %@; trying without the cache", call.arguments.front(),
                          withoutSecrets(lastWordIn(child.errors)));
         watched.arguments.emplace_back(noCache);
         child = runOnce(watched, true, stop);
-        if (troubleOf(child) == ResticTrouble::None)
+        if (troubleOf(child, stop) == ResticTrouble::None)
             removeCache(place_.cacheFolder);
     }
     if (call.takesLockIfPossible && !child.succeeded() && !stop.isSet() &&
@@ -197,7 +209,7 @@ ResticOutcome Restic::run(const Call& call, const StopSignal& stop) const {
         KelvaneSystemLog("The backup's place takes no lock, and is read without one.");
         child = runOnce(call, false, stop);
     }
-    const ResticOutcome outcome{troubleOf(child),
+    const ResticOutcome outcome{troubleOf(child, stop),
                                 child.end == ChildOutcome::End::Exited && child.status == someFilesUnread,
                                 withoutSecrets(child.errors), child.hasLostLine};
     KelvaneCLog("restic %@: exit %d. %@", call.arguments.front(), child.status, outcome.errors);

@@ -91,6 +91,8 @@ TEST_F(BackingUp, TakesAnAnswerHoweverLongItIsAndNoneForNone) {
     answer(snapshot + "\n");
     EXPECT_TRUE(lists());
     EXPECT_FALSE(repository.snapshots(StopSignal()).outcome.succeeded());
+    folders.program("echo '[]'\necho 'signal interrupt received, cleaning up' >&2\n");
+    EXPECT_FALSE(repository.snapshots(StopSignal()).outcome.succeeded());
     answer("");
     EXPECT_FALSE(lists());
     EXPECT_FALSE(repository.snapshots(StopSignal()).outcome.succeeded());
