@@ -59,7 +59,8 @@ std::string idOf(const std::pair<const std::uint32_t, Snapshot>& numbered) {
 
 // A snapshot that gets another tag gets another id.
 bool isSame(const Snapshot& known, const Snapshot& listed) {
-    return known.id == listed.id || (known.sequence != 0 && known.sequence == listed.sequence);
+    const bool isNumbered = known.sequence != 0 && known.sequence < highestSequence;
+    return known.id == listed.id || (isNumbered && known.sequence == listed.sequence);
 }
 
 std::vector<Snapshot> snapshotsOf(const BackupIndex& index) {
@@ -202,14 +203,13 @@ ResticOutcome IndexKeeper::rebuild(BackupIndex from, const Numbers& toList, cons
 }
 
 ResticOutcome IndexKeeper::add(Made made, const StopSignal& stop) {
-    retention_.noteMade(newestSequence_ + 1, made.isPartial);
+    retention_.noteMade(nextSequence(), made.isPartial);
     if (made.isPartial && !made.hasPartialTag) {
         const Repository::Listing listing = markedSnapshots(stop);
         if (!listing.outcome.succeeded())
             return listing.outcome;
-        const auto marked = std::ranges::find(listing.snapshots, newestSequence_ + 1, &Snapshot::sequence);
-        if (marked != listing.snapshots.end())
-            made.id = marked->id;
+        if (!listing.snapshots.empty() && listing.snapshots.back().sequence == nextSequence())
+            made.id = listing.snapshots.back().id;
     }
     auto contents = repository_.list(made.id, stop);
     if (!contents.outcome.succeeded())
@@ -228,9 +228,13 @@ ResticOutcome IndexKeeper::add(Made made, const StopSignal& stop) {
     return {};
 }
 
+std::uint64_t IndexKeeper::nextSequence() const {
+    return std::min(newestSequence_ + 1, highestSequence);
+}
+
 std::string IndexKeeper::nextSequenceTag() {
-    retention_.noteBegun(newestSequence_ + 1);
-    return std::string(sequenceTagStart) + std::to_string(newestSequence_ + 1);
+    retention_.noteBegun(nextSequence());
+    return std::string(sequenceTagStart) + std::to_string(nextSequence());
 }
 
 void IndexKeeper::setDamage(Damage damage) {
@@ -279,7 +283,8 @@ Repository::Listing IndexKeeper::markedSnapshots(const StopSignal& stop) const {
     Repository::Listing listing = repository_.snapshots(stop);
     std::vector<std::string> unmarked;
     for (const Snapshot& each : listing.snapshots)
-        if (!each.isPartial && retention_.isIncomplete(each.sequence))
+        if (!each.isPartial && retention_.isIncomplete(each.sequence) &&
+            (each.sequence < highestSequence || each == listing.snapshots.back()))
             unmarked.push_back(each.id);
     if (!listing.outcome.succeeded() || unmarked.empty())
         return listing;

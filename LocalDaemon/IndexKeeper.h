@@ -81,6 +81,7 @@ public:
 private:
     using Numbers = std::vector<std::uint32_t>; // of snapshots, ascending
 
+    [[nodiscard]] std::uint64_t nextSequence() const;
     [[nodiscard]] Repository::Listing snapshots(const StopSignal& stop) const;
     [[nodiscard]] Repository::Listing markedSnapshots(const StopSignal& stop) const;
     [[nodiscard]] ResticOutcome rebuild(BackupIndex from, const Numbers& toList, const StopSignal& stop);

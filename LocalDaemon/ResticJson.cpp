@@ -113,9 +113,6 @@ std::optional<std::int64_t> takeOffset(std::string_view& text) {
     return isWest ? -seconds : seconds;
 }
 
-// More snapshots than that were never made: a higher number is somebody else's, and none could follow it.
-constexpr std::uint64_t highestSequence = std::uint64_t{1} << 40U;
-
 std::uint64_t sequenceIn(std::string_view tag) {
     std::uint64_t sequence = 0;
     if (!tag.starts_with(sequenceTagStart))

@@ -19,6 +19,9 @@ namespace kelvane {
 
 // A tag that tells the order in which a computer has made its snapshots: a number follows.
 inline constexpr std::string_view sequenceTagStart = "sequence-";
+// More snapshots than that were never made: a higher number is somebody else's and does not count. What
+// follows the highest has the same number, and comes after it by its parent and time.
+inline constexpr std::uint64_t highestSequence = std::uint64_t{1} << 40U;
 
 // The first made first. None when it is no list of snapshots, which is another thing than an empty one.
 [[nodiscard]] std::optional<std::vector<Snapshot>> snapshotsFrom(std::string_view json,

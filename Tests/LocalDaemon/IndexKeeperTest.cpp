@@ -166,6 +166,23 @@ TEST_F(Keeping, CountsASnapshotAsIncompleteUntilItIsKnownNotToBe) {
     EXPECT_EQ(last.index()->newestCompleteSnapshot()->sequence, 2U);
 }
 
+// Somebody may give a snapshot any tag.
+TEST_F(Keeping, NoTagMakesItsOwnSnapshotsTheOldest) {
+    ASSERT_TRUE(repository.open(Repository::Making::Always, stop).wasMade);
+    const std::string file = folders.write("home/file", "1");
+    backUp(file, 3, {"sequence-1099511627776"});
+    std::string last;
+    for (const int daysAgo : {2, 1}) {
+        fs::remove(folders / "index");
+        IndexKeeper running = keeper();
+        ASSERT_TRUE(running.synchronize(false, stop).succeeded());
+        last = backUp(file, daysAgo, {running.nextSequenceTag()});
+        ASSERT_TRUE(running.add({last}, stop).succeeded());
+        EXPECT_TRUE(running.index()->newestSnapshot()->id.starts_with(last));
+    }
+    EXPECT_TRUE(repository.snapshots(stop).snapshots.back().id.starts_with(last));
+}
+
 TEST_F(Keeping, WhatIsDamagedStaysSoInTheNextSnapshot) {
     ASSERT_TRUE(repository.open(Repository::Making::Always, stop).wasMade);
     const std::string same = folders.write("home/same", "1");
