@@ -75,6 +75,8 @@ std::vector<std::string> argumentsFor(const BackupRun::Wanted& wanted) {
                                        "--files-from-raw", "-"};
     // Of a restore that begins only now.
     arguments.insert(arguments.end(), {"--exclude", std::string(stagingPrefix) + '*'});
+    for (const std::string& file : wanted.leftOut)
+        arguments.insert(arguments.end(), {"--exclude", escapedForPattern(file)});
     for (const std::string& tag : wanted.tags)
         arguments.insert(arguments.end(), {"--tag", tag});
     // restic would look for one with the same list of paths, which is another one after each change of the

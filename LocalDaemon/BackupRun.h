@@ -17,7 +17,8 @@ namespace kelvane {
 class BackupRun {
 public:
     struct Wanted {
-        BackupTargets targets; // some paths
+        BackupTargets targets;            // some paths
+        std::vector<std::string> leftOut; // files of these, `mostLeftOut` at most
         std::vector<std::string> tags;
         std::string parent;    // a snapshot that most of it is in as it was; empty: none
         bool isForced = false; // every file is read, and stored where the repository does not have it
@@ -28,6 +29,7 @@ public:
         std::chrono::milliseconds patienceWithRetries{}; // after restic has said that it tries again
     };
     static constexpr std::size_t mostUnread = 100;
+    static constexpr std::size_t mostLeftOut = 100; // a program takes only so many arguments
 
     struct Result {
         ResticOutcome outcome;

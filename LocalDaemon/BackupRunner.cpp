@@ -274,12 +274,12 @@ ResticOutcome BackupRunner::backUpWanted(const StopSignal& stop) {
     wanted.erase(everything);
     ResticOutcome outcome;
     while (!wanted.empty() && outcome.succeeded()) {
-        outcome = backUp(*wanted.begin(), true, stop);
+        outcome = backUp({*wanted.begin()}, stop);
         if (outcome.succeeded())
             wanted.erase(wanted.begin());
     }
     if (outcome.succeeded())
-        outcome = backUp(everything, false, stop);
+        outcome = backUpEverything(stop);
     if (outcome.succeeded())
         outcome = verifyStored(isWanted, stop);
     if (outcome.succeeded()) {

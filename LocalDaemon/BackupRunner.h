@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -34,6 +35,8 @@ public:
         // The same when restic has said that it tries again: by then most likely nobody answers. At
         // 1 Mbit/s five usual packs take three minutes.
         std::chrono::milliseconds patienceWithRetries = std::chrono::minutes(5);
+        // Bytes of a file that takes so long to read that everything else is backed up before it.
+        std::uint64_t largeFile = std::uint64_t{64} << 30U;
         // Has the state find out which disks are away; before and after each backup. Returns those that hold
         // what is to be backed up.
         std::function<Mounts()> lookForDisks = [] { return Mounts(); };
@@ -79,12 +82,31 @@ private:
     [[nodiscard]] ResticOutcome attemptAgain(Task task, const StopSignal& stop, ResticOutcome before);
     [[nodiscard]] ResticOutcome connect(const StopSignal& stop);
     [[nodiscard]] ResticOutcome backUpWanted(const StopSignal& stop);
-    [[nodiscard]] ResticOutcome backUp(const std::string& path, bool isPartial, const StopSignal& stop);
-    void describe(BackupRun::Wanted& wanted, const BackupIndex& index, bool isPartial,
+    // What one call of restic is to back up.
+    struct Part {
+        std::string path = everything;
+        std::vector<std::string> leftOut = {};   // files
+        std::vector<std::string> readAgain = {}; // files that `parent` lacks
+        std::string parent = {};                 // the id of a snapshot; empty: the last complete one
+        bool isForced = false;                   // every file is read again
+        [[nodiscard]] bool isWhole() const { return path == everything && leftOut.empty(); }
+    };
+    [[nodiscard]] ResticOutcome backUpEverything(const StopSignal& stop);
+    [[nodiscard]] ResticOutcome backUp(const Part& part, const StopSignal& stop);
+    [[nodiscard]] std::vector<std::string> filesToComeLast(const StopSignal& stop) const;
+    void reportLarge(const std::vector<std::string>& paths) const;
+    // What was so when a call began.
+    struct Before {
+        std::uint64_t changes;
+        Mounts mounts;
+        std::set<std::string, std::less<>> absent;
+    };
+    [[nodiscard]] ResticOutcome takeMade(const Part& part, Before before, IndexKeeper::Made made,
+                                         std::vector<std::string> unread, const StopSignal& stop);
+    void describe(BackupRun::Wanted& wanted, const BackupIndex& index, const Part& part,
                   bool isIncomplete) const;
     [[nodiscard]] bool prepareRepair(const StopSignal& stop);
     void noteUnread(std::vector<std::string> unread, bool isPartial, std::uint64_t changes);
-    void touchLate(FileTime begin) const;
     [[nodiscard]] ResticOutcome forgetOld(const StopSignal& stop);
     void noteIndexCurrent();
     void takeFailure(const std::string& reason);

@@ -5,6 +5,7 @@
 #include "LocalDaemon/BackupTargets.h"
 #include "LocalDaemon/BackupTrouble.h"
 #include "LocalDaemon/CleanPath.h"
+#include "LocalDaemon/LargeFiles.h"
 #include "LocalDaemon/LateChanges.h"
 #include "Platform/FileDescriptor.h"
 #include "Support/Logging.h"
@@ -21,6 +22,7 @@ namespace kelvane {
 namespace {
 
 constexpr const char* unreadAlert = "files_not_read";
+constexpr const char* largeFilesAlert = "large_files";
 constexpr std::size_t mostNamed = 5; // in an alert
 
 std::string joined(const std::vector<std::string>& paths) {
@@ -39,6 +41,16 @@ std::vector<std::string> savedAmong(const BackupIndex& index, std::vector<std::s
         return !item || !index.hasContent(*item);
     });
     return paths;
+}
+
+// The snapshot that most is in as it was: the last complete one, or as long as there is none, the last of
+// which it is known what it lacks. Empty: none.
+std::string parentIn(const BackupIndex& index) {
+    const Snapshot* parent = index.newestCompleteSnapshot();
+    if (!parent)
+        for (const auto& [number, snapshot] : index.snapshots())
+            parent = snapshot.lacks.empty() ? parent : &snapshot;
+    return parent ? parent->id : std::string();
 }
 
 // Returns the time before it: what changes from then on has a later time. Pages that a program has mapped and
@@ -71,48 +83,100 @@ void complete(IndexKeeper::Made& made, const std::set<std::string, std::less<>>&
 
 } // namespace
 
-ResticOutcome BackupRunner::backUp(const std::string& path, bool isPartial, const StopSignal& stop) {
-    const std::uint64_t changes = state_->backupNeed().changes;
-    const auto mounts = options_.lookForDisks();
-    auto absent = state_->absentInBackup();
-    const bool isIncomplete = isPartial || !absent.empty();
+// What restic would take as it was is read again when the snapshot that it compares with lacks it, and what
+// takes long must not hold up the rest: where there is such a file, a snapshot without it is made first.
+ResticOutcome BackupRunner::backUpEverything(const StopSignal& stop) {
+    Part whole;
+    std::vector<std::string> last = filesToComeLast(stop);
+    if (!last.empty() && !verification_->mustStoreAgain()) {
+        const IndexKeeper::Index before = keeper_->index();
+        if (ResticOutcome outcome = backUp({everything, last}, stop); !outcome.succeeded())
+            return outcome;
+        whole.isForced = keeper_->index() == before; // there is nothing else
+        if (!whole.isForced)
+            whole.parent = keeper_->index()->newestSnapshot()->id;
+        whole.readAgain = std::move(last);
+    }
+    ResticOutcome outcome = backUp(whole, stop);
+    if (outcome.succeeded())
+        state_->withdrawAlert(largeFilesAlert);
+    return outcome;
+}
+
+std::vector<std::string> BackupRunner::filesToComeLast(const StopSignal& stop) const {
+    const auto rules = state_->rules();
+    const IndexKeeper::Index index = keeper_->index();
+    std::vector<std::string> files;
+    if (state_->totals().pending.bytes >= options_.largeFile)
+        files = largeFilesWaiting(*rules, *index, options_.largeFile, stop.flag());
+    reportLarge(files);
+    for (std::string& path : uncertainFiles(*index))
+        if (verdictFor(*rules, path).isIn() && std::ranges::find(files, path) == files.end())
+            files.push_back(std::move(path));
+    files.resize(std::min(files.size(), BackupRun::mostLeftOut)); // of the others the next backup takes some
+    return files;
+}
+
+void BackupRunner::reportLarge(const std::vector<std::string>& paths) const {
+    if (!paths.empty())
+        state_->raiseAlert({largeFilesAlert, "information", "Large files are being backed up.",
+                            "Until they have been read, which may take hours, nothing that changes is backed "
+                            "up. To leave one out, exclude it:" +
+                                joined(paths)});
+}
+
+ResticOutcome BackupRunner::backUp(const Part& part, const StopSignal& stop) {
+    Before before{state_->backupNeed().changes, options_.lookForDisks(), state_->absentInBackup()};
     BackupRun::Wanted wanted;
-    wanted.targets = backupTargets(*state_->rules(), path, stop.flag());
+    wanted.targets = backupTargets(*state_->rules(), part.path, stop.flag());
+    wanted.leftOut = part.leftOut;
+    std::erase_if(wanted.targets.paths, [&](const std::string& path) {
+        return std::ranges::find(part.leftOut, path) != part.leftOut.end();
+    });
     if (stop.isSet())
         return {ResticTrouble::Stopped, false, {}};
     if (wanted.targets.paths.empty()) { // nothing is to be in the backup
-        if (!isPartial)
+        if (part.isWhole())
             state_->noteUnread(std::nullopt);
         return {};
     }
-    if (!isPartial && !prepareRepair(stop))
+    if (part.isWhole() && !prepareRepair(stop))
         return {ResticTrouble::Stopped, false, {}};
-    wanted.isForced = !isPartial && verification_->mustStoreAgain();
+    wanted.isForced = part.isForced || (part.isWhole() && verification_->mustStoreAgain());
     const IndexKeeper::Index index = keeper_->index();
     const FileTotals waiting = state_->totals().pending;
-    describe(wanted, *index, isPartial, isIncomplete);
-    const FileTime begin = waitForLaterTimes(wanted.targets.paths);
+    const bool isIncomplete = !part.isWhole() || !before.absent.empty();
+    describe(wanted, *index, part, isIncomplete);
+    IndexKeeper::Made made{{}, isIncomplete, isIncomplete, part.leftOut};
+    made.readAgain = wanted.isForced ? uncertainFiles(*index) : part.readAgain;
+    made.began = waitForLaterTimes(wanted.targets.paths);
     BackupRun::Result result = BackupRun(*state_, keeper_->repository()).run(wanted, stop);
     state_->setIndexCurrent(false); // until the snapshot has been listed
     if (!result.outcome.succeeded())
         return result.outcome;
     if (wanted.isForced)
         verification_->noteStoredAgain();
-    IndexKeeper::Made made{result.snapshotId, isIncomplete, isIncomplete, savedAmong(*index, result.unread)};
-    const bool areMoreUnread = result.unread.size() >= BackupRun::mostUnread; // perhaps
-    noteUnread(std::move(result.unread), isPartial, changes);
-    KelvaneSystemLog("Backed up%@; snapshot %@, %llu bytes were waiting.", isPartial ? ": " + path : "",
-                     result.snapshotId, waiting.bytes);
-    const bool haveSameDisks = options_.lookForDisks() == mounts; // one may have gone meanwhile
-    absent.merge(state_->absentInBackup());
-    complete(made, absent, !isPartial && haveSameDisks && !areMoreUnread);
+    KelvaneSystemLog("Backed up%@; snapshot %@, %llu bytes were waiting.",
+                     part.path == everything ? "" : ": " + part.path, result.snapshotId, waiting.bytes);
+    made.id = result.snapshotId;
+    return takeMade(part, std::move(before), std::move(made), std::move(result.unread), stop);
+}
+
+ResticOutcome BackupRunner::takeMade(const Part& part, Before before, IndexKeeper::Made made,
+                                     std::vector<std::string> unread, const StopSignal& stop) {
+    const std::vector<std::string> saved = savedAmong(*keeper_->index(), unread);
+    made.lacks.insert(made.lacks.end(), saved.begin(), saved.end());
+    const bool areMoreUnread = unread.size() >= BackupRun::mostUnread; // perhaps
+    noteUnread(std::move(unread), !part.isWhole(), before.changes);
+    const bool haveSameDisks = options_.lookForDisks() == before.mounts; // one may have gone meanwhile
+    before.absent.merge(state_->absentInBackup());
+    complete(made, before.absent, part.path == everything && haveSameDisks && !areMoreUnread);
     ResticOutcome outcome = keeper_->add(made, stop);
     if (!outcome.succeeded())
         return outcome;
     noteIndexCurrent();
-    if (!isPartial && haveSameDisks)
-        state_->noteMounts(mounts, !made.isPartial);
-    touchLate(begin);
+    if (part.isWhole() && haveSameDisks)
+        state_->noteMounts(before.mounts, !made.isPartial);
     return outcome;
 }
 
@@ -136,24 +200,18 @@ void BackupRunner::noteUnread(std::vector<std::string> unread, bool isPartial, s
         reportUnread(unread); // what others could not be read a part does not know
 }
 
-void BackupRunner::touchLate(FileTime begin) const {
-    if (const std::size_t touched = touchLateChanges(*keeper_->index(), begin); touched != 0)
-        KelvaneSystemLog("%llu files changed while they were backed up; the next backup reads them again.",
-                         touched);
-}
-
-void BackupRunner::describe(BackupRun::Wanted& wanted, const BackupIndex& index, bool isPartial,
+void BackupRunner::describe(BackupRun::Wanted& wanted, const BackupIndex& index, const Part& part,
                             bool isIncomplete) const {
     wanted.tags = {keeper_->repository().tag(), keeper_->nextSequenceTag()};
     if (isIncomplete)
         wanted.tags.emplace_back(partialTag);
-    if (const Snapshot* const parent = index.newestCompleteSnapshot())
-        wanted.parent = parent->id;
-    wanted.isInitial = wanted.parent.empty();
+    wanted.parent = part.parent.empty() ? parentIn(index) : part.parent;
+    wanted.isInitial = !index.newestCompleteSnapshot();
     const FileTotals found = state_->found();
     const FileTotals waiting = state_->totals().pending;
-    wanted.unchanged =
-        isPartial ? found : FileTotals{found.count - waiting.count, found.bytes - waiting.bytes};
+    wanted.unchanged = part.path != everything
+                           ? found
+                           : FileTotals{found.count - waiting.count, found.bytes - waiting.bytes};
     wanted.hasLowerPriority = state_->settings().lowerPriorityMode;
     wanted.patience = options_.patience;
     wanted.patienceWithRetries = options_.patienceWithRetries;

@@ -47,7 +47,7 @@ ResticOutcome BackupRunner::verifyStored(bool isAwaited, const StopSignal& stop)
         }
         if (!checked.succeeded() || !verification_->isRepairDue())
             return {}; // looked at again as soon as nothing else is to be done
-        if (ResticOutcome outcome = backUp(everything, false, stop); !outcome.succeeded())
+        if (ResticOutcome outcome = backUpEverything(stop); !outcome.succeeded())
             return outcome;
         isAwaited = true;
     }

@@ -3,6 +3,7 @@
 #include "LocalDaemon/BackupTrouble.h"
 #include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/KnownRepositories.h"
+#include "LocalDaemon/LateChanges.h"
 #include "LocalDaemon/RetentionAlerts.h"
 #include "Platform/FileContents.h"
 #include "Platform/SpecialFolders.h"
@@ -216,6 +217,8 @@ ResticOutcome IndexKeeper::add(Made made, const StopSignal& stop) {
         return contents.outcome;
     contents.snapshot.isPartial = made.isPartial;
     contents.snapshot.lacks = made.lacks;
+    if (made.began)
+        takeLate(contents.items, made);
     reportOrder(contents.snapshot);
     newestSequence_ = std::max(newestSequence_, contents.snapshot.sequence);
     BackupIndex next =
@@ -226,6 +229,12 @@ ResticOutcome IndexKeeper::add(Made made, const StopSignal& stop) {
     const std::vector<std::string> changed = changedIn(next, number);
     take(std::move(next), changed, false);
     return {};
+}
+
+void IndexKeeper::takeLate(std::vector<SnapshotItem>& items, const Made& made) const {
+    if (const std::size_t late = takeLateChanges(items, *index_, *made.began, made.readAgain); late != 0)
+        KelvaneSystemLog("%llu files changed while they were backed up; the next backup reads them again.",
+                         late);
 }
 
 std::uint64_t IndexKeeper::nextSequence() const {

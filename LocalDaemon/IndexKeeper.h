@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -61,8 +62,10 @@ public:
     struct Made {
         std::string id;
         bool isPartial = false;
-        bool hasPartialTag = false;          // else a partial one gets it now
-        std::vector<std::string> lacks = {}; // as a snapshot has it
+        bool hasPartialTag = false;              // else a partial one gets it now
+        std::vector<std::string> lacks = {};     // as a snapshot has it
+        std::optional<FileTime> began = {};      // none: nothing has changed meanwhile
+        std::vector<std::string> readAgain = {}; // files, whatever they look like
     };
     [[nodiscard]] ResticOutcome add(Made made, const StopSignal& stop);
     // Forgets versions that were replaced or deleted so long ago, and prunes a day later; neither more often
@@ -81,6 +84,7 @@ public:
 private:
     using Numbers = std::vector<std::uint32_t>; // of snapshots, ascending
 
+    void takeLate(std::vector<SnapshotItem>& items, const Made& made) const;
     [[nodiscard]] std::uint64_t nextSequence() const;
     [[nodiscard]] Repository::Listing snapshots(const StopSignal& stop) const;
     [[nodiscard]] Repository::Listing markedSnapshots(const StopSignal& stop) const;

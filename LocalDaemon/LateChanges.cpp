@@ -2,7 +2,9 @@
 
 #include "Platform/FileDescriptor.h"
 
+#include <array>
 #include <fcntl.h>
+#include <set>
 #include <sys/stat.h>
 
 namespace kelvane {
@@ -11,35 +13,72 @@ namespace {
 constexpr std::int64_t coarseTick =
     2; // seconds: FAT's, and twice that of file systems that keep whole seconds
 
-bool isLate(const BackupIndex::Item& item, FileTime begin) {
+bool isLate(const SnapshotItem& item, FileTime begin) {
     const bool isCoarse = item.changed.nanoseconds() == 0;
-    return item.kind == ItemKind::File &&
-           (isCoarse ? item.changed.seconds() + coarseTick >= begin.seconds() : item.changed >= begin);
+    return isCoarse ? item.changed.seconds() + coarseTick >= begin.seconds() : item.changed >= begin;
 }
 
-bool touch(const std::string& path, const BackupIndex::Item& item) {
+// Whether a file looks as it was saved.
+bool isAsSaved(const struct stat& status, std::uint64_t size, FileTime modified, FileTime changed) {
+    return S_ISREG(status.st_mode) && static_cast<std::uint64_t>(status.st_size) == size &&
+           FileTime(status.st_mtim) == modified && FileTime(status.st_ctim) == changed;
+}
+
+// Gives the file another time of its last status change by setting when it was last read to what it is: a
+// mode would undo what somebody changes meanwhile. False: it looks as it was saved still.
+bool touch(const SnapshotItem& item) {
     // Not for reading: a pipe that has taken its place would let its writers go on.
-    const FileDescriptor file(::open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    const FileDescriptor file(::open(item.path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat status {};
-    if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))
-        return false;
-    const bool isAsSaved = static_cast<std::uint64_t>(status.st_size) == item.size &&
-                           FileTime(status.st_mtim) == item.modified &&
-                           FileTime(status.st_ctim) == item.changed;
-    const bool mayLoseBits = (status.st_mode & (S_ISUID | S_ISGID)) != 0; // by being set again
+    const auto isStillAsSaved = [&] {
+        return file && ::fstat(file.get(), &status) == 0 &&
+               isAsSaved(status, item.size, item.modified, item.changed);
+    };
+    if (!isStillAsSaved())
+        return true;
     const std::string handle = "/proc/self/fd/" + std::to_string(file.get());
-    return isAsSaved && !mayLoseBits && ::chmod(handle.c_str(), status.st_mode & ALLPERMS) == 0;
+    const std::array<timespec, 2> times{status.st_atim, timespec{0, UTIME_OMIT}};
+    ::utimensat(AT_FDCWD, handle.c_str(), times.data(), 0);
+    return !isStillAsSaved();
 }
 
 } // namespace
 
-std::size_t touchLateChanges(const BackupIndex& index, FileTime begin) {
-    std::size_t touched = 0;
-    index.forEach([&](const BackupIndex::Item& item) {
-        if (isLate(item, begin))
-            touched += touch(index.pathOf(item), item) ? 1U : 0U;
+std::size_t takeLateChanges(std::vector<SnapshotItem>& items, const BackupIndex& before, FileTime begin,
+                            const std::vector<std::string>& readAgain) {
+    std::set<std::string> uncertain;
+    before.forEach([&](const BackupIndex::Item& item) {
+        if (isUncertain(item.changed))
+            uncertain.insert(before.pathOf(item));
     });
-    return touched;
+    for (const std::string& path : readAgain)
+        uncertain.erase(path);
+    std::size_t late = 0;
+    for (SnapshotItem& item : items) {
+        if (item.kind != ItemKind::File)
+            continue;
+        const bool isLateNow = isLate(item, begin);
+        late += isLateNow ? 1U : 0U;
+        const bool isSameAsBefore =
+            uncertain.contains(item.path) && before.find(item.path)->changed == asUncertain(item.changed);
+        if ((isLateNow && !touch(item)) || isSameAsBefore)
+            item.changed = asUncertain(item.changed);
+    }
+    return late;
+}
+
+std::vector<std::string> uncertainFiles(const BackupIndex& index) {
+    std::vector<std::string> paths;
+    index.forEach([&](const BackupIndex::Item& item) {
+        if (item.kind != ItemKind::File || !isUncertain(item.changed))
+            return;
+        std::string path = index.pathOf(item);
+        struct stat status {};
+        if (::lstat(path.c_str(), &status) == 0 &&
+            isAsSaved(status, item.size, item.modified, asCertain(item.changed)))
+            paths.push_back(std::move(path));
+    });
+    return paths;
 }
 
 } // namespace kelvane

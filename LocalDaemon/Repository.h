@@ -57,7 +57,8 @@ public:
     [[nodiscard]] Contents list(const std::string& snapshotId, const StopSignal& stop) const;
 
     // Gives these snapshots the tag of partial ones, by which their ids change.
-    [[nodiscard]] ResticOutcome markPartial(const std::vector<std::string>& ids, const StopSignal& stop) const;
+    [[nodiscard]] ResticOutcome markPartial(const std::vector<std::string>& ids,
+                                            const StopSignal& stop) const;
 
     // Forgets these snapshots and no others.
     [[nodiscard]] ResticOutcome forget(const std::vector<std::string>& ids, const StopSignal& stop) const;

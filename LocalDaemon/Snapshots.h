@@ -63,6 +63,19 @@ private:
     std::uint32_t nanoseconds_ = 0;
 };
 
+// Of the last status change of a file that may have changed once more without another time: no file on a disk
+// has such a time, so that it counts as changed.
+inline constexpr std::uint32_t uncertainBit = std::uint32_t{1} << 31U;
+[[nodiscard]] constexpr FileTime asUncertain(FileTime time) {
+    return FileTime(time.seconds(), time.nanoseconds() | uncertainBit);
+}
+[[nodiscard]] constexpr FileTime asCertain(FileTime time) {
+    return FileTime(time.seconds(), time.nanoseconds() & ~uncertainBit);
+}
+[[nodiscard]] constexpr bool isUncertain(FileTime time) {
+    return (time.nanoseconds() & uncertainBit) != 0;
+}
+
 // restic keeps times of the years 0 to 9999: of a time beyond these the first or last of them, with the same
 // month and day. Whether a saved time is in one of the two.
 [[nodiscard]] constexpr bool isAtEndOfKeptTimes(FileTime saved) {

@@ -189,6 +189,22 @@ TEST_F(BackingUp, TheRepositorySaysWhichSnapshotLacksWhatCouldNotBeRead) {
     EXPECT_TRUE(made[1].isPartial);
 }
 
+TEST_F(BackingUp, WhatTakesLongComesAfterEverythingElse) {
+    folders.write("home/docs/large", std::string(2000, 'x'));
+    folders.write("home/own", "1");
+    adjust = [](LocalDaemon::Options& options) { options.backup.largeFile = 1000; };
+    start();
+    ASSERT_TRUE(comesToRest(2, 2001));
+    const auto made = repository().snapshots(StopSignal()).snapshots;
+    ASSERT_EQ(made.size(), 2U);
+    EXPECT_TRUE(made[0].isPartial);
+    EXPECT_FALSE(made[1].isPartial);
+    const auto items = repository().list(made[0].id, StopSignal()).items;
+    EXPECT_TRUE(std::ranges::any_of(items, [&](const auto& each) { return each.path == in("own"); }));
+    EXPECT_FALSE(std::ranges::any_of(items, [&](const auto& each) { return each.path == in("docs/large"); }));
+    EXPECT_EQ(alertOf("large_files"), Value());
+}
+
 TEST_F(BackingUp, AHomeThatIsNotMountedIsLeftAloneUntilAPersonGivesItUp) {
     const std::string kind = "disk_away";
     folders.write("home/folder/file", "12345");

@@ -96,31 +96,55 @@ TEST(BackupIndex, TakesWhatNoRepositoryInOrderHolds) {
 
 TEST(BackupIndex, TouchesWhatMayHaveChangedAgainAfterItWasRead) {
     const tests::TemporaryFolder home;
-    for (const char* const name : {"late", "longer", "special"})
-        home.write(name, "1");
-    std::filesystem::permissions(home / "special", std::filesystem::perms::set_uid);
-    std::filesystem::create_symlink("late", home / "link");
     const auto look = [&](const std::string& name) {
         struct stat status {};
         ::lstat((home / name).c_str(), &status);
-        return std::pair(FileTime(status.st_mtim), FileTime(status.st_ctim));
+        return status;
     };
-    std::vector<BackedUpItem> items;
-    for (const std::string name : {"late", "longer", "special", "link"}) {
-        const ItemKind kind = name == "link" ? ItemKind::Link : ItemKind::File;
-        const auto [modified, changed] = look(name);
-        items.push_back({{home / name, kind, name == "longer" ? 2U : 1U, modified, changed}, 0, 1, 1});
+    std::vector<SnapshotItem> items;
+    for (const std::string name : {"late", "longer", "special"}) {
+        home.write(name, "1");
+        if (name == "special")
+            ::chmod((home / name).c_str(), S_ISUID | S_IRUSR);
+        const struct stat status = look(name);
+        items.push_back({home / name, ItemKind::File, name == "longer" ? 2U : 1U, FileTime(status.st_mtim),
+                         FileTime(status.st_ctim)});
     }
-    const BackupIndex index("", {}, items);
-    const FileTime begin = items.front().item.changed;
-    EXPECT_EQ(touchLateChanges(index, FileTime(begin.seconds() + 3)), 0U);
-    do // until the clock of the file system has gone on
-        EXPECT_EQ(touchLateChanges(index, begin), 1U);
-    while (look("late").second == begin);
-    for (const BackedUpItem& each : items) {
-        const std::string name = std::filesystem::path(each.item.path).filename();
-        EXPECT_EQ(look(name).second != each.item.changed, name == "late") << name;
-    }
+    const std::vector<SnapshotItem> asSaved = items;
+    const FileTime begin = items.front().changed;
+    const auto takeLate = [&](FileTime since, const BackupIndex& before,
+                              const std::vector<std::string>& readAgain) {
+        items = asSaved;
+        return takeLateChanges(items, before, since, readAgain);
+    };
+    const auto areUncertain = [&] {
+        std::vector<bool> are;
+        for (const SnapshotItem& each : items)
+            are.push_back(isUncertain(each.changed));
+        return are;
+    };
+    const FileTime later(begin.seconds() + 3);
+    EXPECT_EQ(takeLate(later, BackupIndex(), {}), 0U);
+    // Where no other time can be set, here because the clock has not gone on, it is the item that changes.
+    do
+        EXPECT_EQ(takeLate(begin, BackupIndex(), {}), 3U);
+    while (areUncertain() != std::vector{false, false, false});
+    EXPECT_NE(FileTime(look("late").st_ctim), begin);
+    EXPECT_EQ(FileTime(look("longer").st_ctim), asSaved[1].changed) << "it is seen to have changed";
+    EXPECT_NE(FileTime(look("special").st_ctim), asSaved[2].changed);
+    EXPECT_EQ(look("special").st_mode & ALLPERMS, mode_t{S_ISUID | S_IRUSR});
+
+    std::vector<BackedUpItem> held{{asSaved[1], 0, 1, 1}};
+    held[0].item.size = 1;
+    held[0].item.changed = asUncertain(held[0].item.changed);
+    const BackupIndex before = *BackupIndex::decoded(BackupIndex("", {}, held).encoded());
+    const std::string path = home / "longer";
+    EXPECT_EQ(uncertainFiles(before), std::vector<std::string>{path});
+    EXPECT_FALSE(isUnchanged(*before.find(path), ItemKind::File, 1, asSaved[1].modified, asSaved[1].changed));
+    takeLate(later, before, {});
+    EXPECT_EQ(areUncertain(), (std::vector{false, true, false}));
+    takeLate(later, before, {path});
+    EXPECT_EQ(areUncertain(), (std::vector{false, false, false}));
 }
 
 // restic keeps times of the years 0 to 9999: of what lies beyond the month and day in the last one.
