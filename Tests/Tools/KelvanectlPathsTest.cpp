@@ -16,7 +16,8 @@ protected:
             world.bootVolume = volumes_.bootVolume().name;
             world.addFile("/home", true, 1, true);
             world.addFile("/home/\xe6\x97\xa5\xe6\x9c\xac", true, 20, false);
-            world.addFile("/home/\xe6\x97\xa5\xe6\x9c\xac/x\x1b[2J\n\xc2\x9b", false, 6442450944, true);
+            world.addFile("/home/\xe6\x97\xa5\xe6\x9c\xac/x\x1b[2J\n\xc2\x9b\xe2\x80\xae\\x0a", false,
+                          6442450944, true);
             world.addFile("/home/b", false, 7, true);
             world.file("/home/b")->mutableDictionary().set("backupColor", 9);
             world.files.push_back(Dictionary{{"path", "/home/"}, {"isDirectory", true}}); // without a name
@@ -32,7 +33,9 @@ TEST_F(KelvanectlPaths, ItemsStandInColumnsAndNamesGiveTheTerminalNoCommands) {
         "Folder           None           20  Never              \xe6\x97\xa5\xe6\x9c\xac\n";
     const std::string last = "Backup,BackedUp  9               7  01/02/25 03:04:05  b\n";
     EXPECT_EQ(run({"children", "/home", "--depth", "2"}).output,
-              folder + "Backup,BackedUp  Green  6442450944  01/02/25 03:04:05    x\\x1b[2J\\x0a\\xc2\\x9b\n" +
+              folder +
+                  "Backup,BackedUp  Green  6442450944  01/02/25 03:04:05    "
+                  "x\\x1b[2J\\x0a\\xc2\\x9b\\xe2\\x80\\xae\\x5cx0a\n" +
                   last);
     EXPECT_EQ(run({"ls", "/home/b"}).output, "Backup,BackedUp  9  7  01/02/25 03:04:05  b\n");
 
@@ -40,7 +43,7 @@ TEST_F(KelvanectlPaths, ItemsStandInColumnsAndNamesGiveTheTerminalNoCommands) {
     EXPECT_EQ(text.find_first_of("\x1b\x9b"), std::string::npos) << text;
     const Json json = Json::parse(text);
     ASSERT_EQ(json.size(), 3U);
-    EXPECT_EQ(json[1]["path"], "/home/\xe6\x97\xa5\xe6\x9c\xac/x\x1b[2J\n\xc2\x9b");
+    EXPECT_EQ(json[1]["path"], "/home/\xe6\x97\xa5\xe6\x9c\xac/x\x1b[2J\n\xc2\x9b\xe2\x80\xae\\x0a");
     EXPECT_EQ(json[1]["backupDate"]["$date"], "2025-01-02T03:04:05Z");
     EXPECT_EQ(Json::parse(run({"ls", "/home", "--json"}).output), Json::array({json[0], json[2]}));
 }

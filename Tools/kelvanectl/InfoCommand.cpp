@@ -45,9 +45,9 @@ std::string orNone(const std::string& text) {
 
 std::string textOf(const KelvaneFileNode& node, const Texts& texts) {
     Rows rows;
-    rows.add("Name", node.fileName());
-    rows.add("Display name", node.displayName());
-    rows.add("Path", node.path());
+    rows.addName("Name", node.fileName());
+    rows.addName("Display name", node.displayName());
+    rows.addName("Path", node.path());
     rows.add("Folder", node.isDirectory() ? "yes" : "no");
     rows.addKnown("Kind", texts.kind);
     rows.add("Size", texts.size);
@@ -93,7 +93,7 @@ ExitStatus runInfo(CommandLine& line) {
     if (status != ExitStatus::Success)
         return status;
     if (!node)
-        return complain(ExitStatus::Usage, path + ": " + unknownPath);
+        return complain(ExitStatus::Usage, printableName(path) + ": " + unknownPath);
     node->flush(); // this is about the item itself
     const Texts texts = textsOf(*node);
     return finishWith(line.settings().json ? jsonText(jsonOf(*node, texts), true) : textOf(*node, texts));

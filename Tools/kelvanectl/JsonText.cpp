@@ -7,8 +7,8 @@
 namespace kelvane::ctl {
 namespace {
 
-// Those controls that the writer lets through: delete and U+0080 to U+009F. Only texts hold them, and there
-// an escape says the same. (The others that are left are its own line ends.)
+// Those controls that the writer lets through: delete, and those beyond ASCII. Only texts hold them, and
+// there an escape says the same. (The others that are left are its own line ends.)
 std::string withControlsEscaped(const std::string& json) {
     constexpr std::string_view digits = "0123456789abcdef";
     std::string text;
@@ -18,9 +18,14 @@ std::string withControlsEscaped(const std::string& json) {
             text += json[at];
             continue;
         }
-        at += length - 1;
-        const auto code = static_cast<unsigned char>(json[at]);
-        text += {'\\', 'u', '0', '0', digits[code / 16U], digits[code % 16U]};
+        unsigned code = static_cast<unsigned char>(json[at]) & (length == 1   ? 0x7FU
+                                                                : length == 2 ? 0x1FU
+                                                                              : 0x0FU);
+        for (std::size_t left = length - 1; left > 0; --left)
+            code = (code << 6U) | (static_cast<unsigned char>(json[++at]) & 0x3FU);
+        text += "\\u";
+        for (const unsigned shift : {12U, 8U, 4U, 0U})
+            text += digits[(code >> shift) & 0xFU];
     }
     return text;
 }

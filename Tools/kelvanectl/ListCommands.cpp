@@ -57,7 +57,8 @@ ExitStatus list(const CommandLine& line, const std::string& path, unsigned depth
     });
     if (status != ExitStatus::Success)
         return status;
-    return node ? finishWithNodes(line, rows) : complain(ExitStatus::Usage, path + ": " + unknownPath);
+    return node ? finishWithNodes(line, rows)
+                : complain(ExitStatus::Usage, printableName(path) + ": " + unknownPath);
 }
 
 } // namespace

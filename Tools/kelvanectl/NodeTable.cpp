@@ -53,7 +53,7 @@ std::string textOf(const std::vector<NodeRow>& rows, const FileServices& service
             const std::string room(widths[column] - columnsOf(cell), ' ');
             text += (column == Size ? room + cell : cell + room) + "  ";
         }
-        text += std::string(2 * rows[row].level, ' ') + printable(rows[row].name) + '\n';
+        text += std::string(2 * rows[row].level, ' ') + printableName(rows[row].name) + '\n';
     }
     return text;
 }

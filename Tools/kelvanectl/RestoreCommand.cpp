@@ -152,13 +152,13 @@ ExitStatus complainOf(const std::vector<Job>& jobs) {
     ExitStatus status = ExitStatus::Success;
     for (const Job& job : jobs) {
         for (const std::string& failure : job.failures)
-            status = complain(ExitStatus::Incomplete, printable(failure));
+            status = complain(ExitStatus::Incomplete, failure);
         if (job.number == 0 && job.failures.empty())
-            status =
-                complain(ExitStatus::Incomplete, printable(job.path) + ": the daemon refuses to restore it");
+            status = complain(ExitStatus::Incomplete,
+                              printableName(job.path) + ": the daemon refuses to restore it");
         else if (job.number != 0 && restorestatus::hasEnded(job.status) &&
                  job.status != restorestatus::finished && job.failures.empty())
-            status = complain(ExitStatus::Incomplete, printable(job.path) + ": " + wordFor(job));
+            status = complain(ExitStatus::Incomplete, printableName(job.path) + ": " + wordFor(job));
     }
     return status;
 }
@@ -171,8 +171,8 @@ ExitStatus report(const CommandLine& line, const std::vector<Job>& jobs) {
             {{"path", job.path}, {"target", job.target}, {"job", job.number}, {"status", wordFor(job)}});
         if (!job.failures.empty())
             json.back()["failures"] = job.failures;
-        text +=
-            "job " + std::to_string(job.number) + "  " + wordFor(job) + "  " + printable(job.target) + '\n';
+        text += "job " + std::to_string(job.number) + "  " + wordFor(job) + "  " + printableName(job.target) +
+                '\n';
     }
     const ExitStatus written = finishWith(line.settings().json ? jsonText(json, true) : text);
     const ExitStatus status = complainOf(jobs);

@@ -17,6 +17,7 @@ public:
         text_.append(column - label.size(), ' ');
         text_ += printable(text) + '\n';
     }
+    void addName(std::string_view label, std::string_view name) { add(label, printableName(name)); }
     void addIfAny(std::string_view label, std::string_view text) {
         if (!text.empty())
             add(label, text);

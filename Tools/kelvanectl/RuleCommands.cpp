@@ -91,7 +91,7 @@ ExitStatus finishWithOutcomes(const CommandLine& line, const std::vector<Outcome
         if (refusal.empty())
             continue;
         json.back()["reason"] = refusal;
-        status = complain(ExitStatus::Usage, path + ": " + refusal);
+        status = complain(ExitStatus::Usage, printableName(path) + ": " + refusal);
     }
     const ExitStatus written = line.settings().json ? finishWith(jsonText(json, true)) : ExitStatus::Success;
     return status == ExitStatus::Success ? written : status;

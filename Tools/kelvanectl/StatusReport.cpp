@@ -48,9 +48,9 @@ std::string serviceStateText(const StatusReport& report) {
 
 std::string restoreText(const StatusReport& report) {
     if (report.currentRestoreJob == 0)
-        return report.currentRestoreFile;
+        return printableName(report.currentRestoreFile);
     return "job " + std::to_string(report.currentRestoreJob) +
-           (report.currentRestoreFile.empty() ? "" : ", " + report.currentRestoreFile);
+           (report.currentRestoreFile.empty() ? "" : ", " + printableName(report.currentRestoreFile));
 }
 
 std::string quotaText(const StatusReport& report) {
@@ -156,7 +156,7 @@ std::string textOf(const StatusReport& report) {
     rows.addIfAny("Status", report.statusString);
     rows.addKnown("Backed up", textOf(report.backedUp));
     rows.addKnown("Pending", textOf(report.pending));
-    rows.addIfAny("Backing up", report.currentBackupFile);
+    rows.addIfAny("Backing up", printableName(report.currentBackupFile));
     rows.addIfAny("Restoring", restoreText(report));
     rows.addIfAny("Verified", report.verification);
     rows.add("Priority", report.lowerPriorityMode ? "lower" : "normal");

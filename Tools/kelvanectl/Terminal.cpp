@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cerrno>
 #include <clocale>
 #include <cstdio>
@@ -38,6 +39,31 @@ ExitStatus finished(bool written) {
                     std::string("cannot write to standard output: ") + std::strerror(errno));
 }
 
+bool isEscape(std::string_view text) {
+    constexpr std::size_t length = 4; // "\x0a"
+    const auto isDigit = [](char each) { return std::isxdigit(static_cast<unsigned char>(each)) != 0; };
+    return text.size() >= length && text.starts_with("\\x") && isDigit(text[2]) && isDigit(text[3]);
+}
+
+// Control characters, and the first byte where `isEscaped` says so.
+template <class IsEscaped>
+std::string escaped(std::string_view text, IsEscaped isEscaped) {
+    std::string line;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::string_view rest = text.substr(at);
+        std::size_t left = std::max(controlLength(rest), std::size_t{isEscaped(rest)});
+        if (left == 0)
+            line += text[at++];
+        for (; left > 0; --left, ++at) {
+            std::array<char, 8> code{};
+            std::snprintf(code.data(), code.size(), "\\x%02x",
+                          static_cast<unsigned>(static_cast<unsigned char>(text[at])));
+            line += code.data();
+        }
+    }
+    return line;
+}
+
 } // namespace
 
 bool writeOutput(std::string_view text) {
@@ -67,25 +93,27 @@ std::size_t controlLength(std::string_view text) {
     const auto byte = [&](std::size_t at) {
         return at < text.size() ? static_cast<unsigned char>(text[at]) : 0xFFU;
     };
+    const auto isBetween = [](unsigned each, unsigned first, unsigned last) {
+        return each >= first && each <= last;
+    };
     if (byte(0) < 0x20 || byte(0) == 0x7F)
         return 1;
-    return byte(0) == 0xC2 && byte(1) >= 0x80 && byte(1) <= 0x9F ? 2 : 0;
+    if (byte(0) == 0xC2 && isBetween(byte(1), 0x80, 0x9F))
+        return 2;
+    if (byte(0) == 0xD8 && byte(1) == 0x9C) // U+061C
+        return 2;
+    const unsigned last = byte(2);
+    const bool isMark = byte(1) == 0x80 && (isBetween(last, 0x8E, 0x8F) || isBetween(last, 0xA8, 0xAE));
+    const bool isIsolate = byte(1) == 0x81 && isBetween(last, 0xA6, 0xA9);
+    return byte(0) == 0xE2 && (isMark || isIsolate) ? 3 : 0; // U+200E, U+2028 and their like
 }
 
 std::string printable(std::string_view text) {
-    std::string line;
-    for (std::size_t at = 0; at < text.size();) {
-        std::size_t left = controlLength(text.substr(at));
-        if (left == 0)
-            line += text[at++];
-        for (; left > 0; --left, ++at) {
-            std::array<char, 8> code{};
-            std::snprintf(code.data(), code.size(), "\\x%02x",
-                          static_cast<unsigned>(static_cast<unsigned char>(text[at])));
-            line += code.data();
-        }
-    }
-    return line;
+    return escaped(text, [](std::string_view) { return false; });
+}
+
+std::string printableName(std::string_view name) {
+    return escaped(name, isEscape);
 }
 
 std::size_t columnsOf(std::string_view text) {

@@ -20,12 +20,14 @@ namespace kelvane::ctl {
 // One line on standard error. Returns `status`.
 ExitStatus complain(ExitStatus status, std::string_view reason);
 
-// How many bytes at the beginning of the text are a control character: one, or two for U+0080 to U+009F. 0:
-// none.
+// How many bytes at the beginning of the text are a control character, among them those that change the
+// direction of writing and make a name read as another one. 0: none.
 [[nodiscard]] std::size_t controlLength(std::string_view text);
 
-// The text on one line, without what a terminal would take for a command.
+// The text on one line, without what a terminal would take for a command: "\x1b".
 [[nodiscard]] std::string printable(std::string_view text);
+// The same of a name or path; a backslash that could be taken for that of an escape is escaped, too.
+[[nodiscard]] std::string printableName(std::string_view name);
 
 // How many columns of a terminal it takes: a character may take two of them, or none.
 [[nodiscard]] std::size_t columnsOf(std::string_view text);
