@@ -22,6 +22,7 @@
 #include <malloc.h>
 #include <poll.h>
 #include <regex>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -33,6 +34,8 @@ constexpr int wronglyUsed = 2;
 
 // Each pane has threads of its own; an arena for each would keep what its largest answer has taken.
 constexpr int mostArenas = 2;
+
+constexpr mode_t ownersRights = 0700;
 
 // Always there, so that it turns logging on.
 constexpr const char* verboseMarker = "/";
@@ -231,6 +234,7 @@ int main(int count, char** texts) {
     // Neither a terminal that has gone nor a limit on the size of files ends the daemon: the write fails.
     for (const int number : {SIGPIPE, SIGXFSZ})
         std::signal(number, SIG_IGN);
+    ::umask(::umask(0) & ~ownersRights); // or it could not use what it has made
     try {
         Arguments arguments;
         if (const auto status = parse(count, texts, arguments))
