@@ -19,6 +19,7 @@
 #include <sys/xattr.h>
 #include <system_error>
 #include <unistd.h>
+#include <vector>
 
 namespace kelvane {
 namespace {
@@ -49,8 +50,6 @@ FileDescriptor descend(FileDescriptor folder, std::string_view path) {
     return folder;
 }
 
-bool removeItem(int around, const char* name, const StopSignal* stop);
-
 // Calls `take` with each name in it. False with the last errno: it cannot be read, or `take` says so.
 template <class Take>
 bool forEachIn(int folder, Take take) {
@@ -76,10 +75,6 @@ bool isEmpty(int folder) {
     });
 }
 
-bool removeContents(int folder, const StopSignal* stop) {
-    return forEachIn(folder, [&](const char* name) { return removeItem(folder, name, stop); });
-}
-
 // A folder of the same name takes what is in this one; a file that both have is the same.
 bool moveContents(int from, int to) {
     for (const int folder : {from, to})
@@ -96,22 +91,78 @@ bool moveContents(int from, int to) {
     });
 }
 
-// A folder that forbids it has its owner's permission back, since it is about to go.
-bool removeFolder(int around, const char* name, const FileDescriptor& folder, const StopSignal* stop) {
-    if (!folder)
-        return false;
-    static_cast<void>(::chmod(pathOfDescriptor(folder.get()).c_str(), ownersFolder)); // or no need
-    return removeContents(folder.get(), stop) && ::unlinkat(around, name, AT_REMOVEDIR) == 0;
-}
+// Empties a folder. Folders in it come out of those around them before they are emptied themselves: so it
+// takes few descriptors, however deep they lie. One that forbids it has its owner's permission back, since it
+// is about to go.
+class Removal {
+public:
+    Removal(int top, const StopSignal* stop) : top_(top), stop_(stop) {}
 
-bool removeItem(int around, const char* name, const StopSignal* stop) {
-    if (stop && stop->isSet()) {
-        errno = EINTR;
-        return false;
+    // False with the first errno.
+    bool run() {
+        empty(top_);
+        while (!folders_.empty() && error_ != EINTR) {
+            const std::string name = std::move(folders_.back());
+            folders_.pop_back();
+            if (const FileDescriptor folder = openToOwner(top_, name))
+                empty(folder.get());
+            note(::unlinkat(top_, name.c_str(), AT_REMOVEDIR) == 0);
+        }
+        errno = error_;
+        return error_ == 0;
     }
-    if (::unlinkat(around, name, 0) == 0 || errno == ENOENT)
+
+private:
+    static FileDescriptor openToOwner(int around, const std::string& name) {
+        FileDescriptor folder = openFolderIn(around, name);
+        if (folder)
+            static_cast<void>(::chmod(pathOfDescriptor(folder.get()).c_str(), ownersFolder)); // or no need
+        return folder;
+    }
+    void note(bool isDone) {
+        if (!isDone && (error_ == 0 || errno == EINTR))
+            error_ = errno;
+    }
+    void empty(int folder) {
+        note(forEachIn(folder, [&](const char* name) { return take(folder, name); }));
+    }
+    bool take(int folder, const char* name) {
+        if (stop_ && stop_->isSet()) {
+            errno = EINTR;
+            return false;
+        }
+        if (::unlinkat(folder, name, 0) == 0 || errno == ENOENT)
+            return true;
+        if (errno != EISDIR)
+            return false;
+        if (folder != top_)
+            return moveOut(folder, name);
+        folders_.emplace_back(name);
         return true;
-    return errno == EISDIR && removeFolder(around, name, openFolderIn(around, name), stop);
+    }
+    bool moveOut(int folder, const char* name) {
+        static_cast<void>(openToOwner(folder, name)); // moving it changes what it says of where it is
+        for (;;) {
+            const std::string free =
+                "removed-" + std::to_string(++moved_); // unless an earlier try was cut off
+            if (::renameat(folder, name, top_, free.c_str()) == 0) {
+                folders_.push_back(free);
+                return true;
+            }
+            if (errno != ENOTEMPTY && errno != EEXIST)
+                return false;
+        }
+    }
+
+    const int top_;
+    const StopSignal* const stop_;
+    std::vector<std::string> folders_; // in the top one
+    std::size_t moved_ = 0;
+    int error_ = 0;
+};
+
+bool removeContents(int folder, const StopSignal* stop) {
+    return Removal(folder, stop).run();
 }
 
 // Tries one, which denies what nobody else has, on a folder of this user's that has none.
@@ -259,7 +310,8 @@ bool removeStaging(const std::string& path, const StopSignal* stop) {
         KelvaneSystemLog("Not removed: %@ is no staging folder of this user.", path);
         return true;
     }
-    if (removeFolder(around.get(), name.c_str(), folder, stop))
+    static_cast<void>(::chmod(pathOfDescriptor(folder.get()).c_str(), ownersFolder)); // or no need
+    if (removeContents(folder.get(), stop) && ::unlinkat(around.get(), name.c_str(), AT_REMOVEDIR) == 0)
         return true;
     if (!stop || !stop->isSet())
         KelvaneSystemLog("What is left of a restore cannot be removed: %@: %@", path, reasonText());
