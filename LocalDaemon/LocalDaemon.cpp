@@ -21,6 +21,8 @@
 namespace kelvane {
 namespace {
 
+constexpr const char* unkeptAlert = "restore_jobs_unkept";
+
 bool haveSamePlaces(const Volumes& left, const Volumes& right) {
     return std::ranges::equal(left.all(), right.all(), {}, &Volume::mountPoint, &Volume::mountPoint);
 }
@@ -245,6 +247,7 @@ void LocalDaemon::makeRestores() {
         state->setRestoreProgress(progress);
     };
     options.onEnd = [state = state_](const std::vector<RestoreFailure>& failures) {
+        state->withdrawAlert(unkeptAlert);
         state->endRestore(failures);
     };
     options.refusal = [state = state_, fileSystem = options_.fileSystem](const std::string& target) {
@@ -257,6 +260,10 @@ void LocalDaemon::makeRestores() {
         state->raiseAlert({"restore_waits", "warning", "A restore is delayed.", reason});
     };
     options.onRefusal = [state = state_](const std::string& reason) { state->refuseRestore(reason); };
+    options.onUnkept = [state = state_](const std::string& reason) {
+        state->raiseAlert({unkeptAlert, "warning", "Restores end with the backup daemon.",
+                           reason + ". They are done now; a restart does not go on with them."});
+    };
     options.onDamagedJournal = [state = state_](const std::string& reason) {
         state->raiseAlert({"restore_jobs_damaged", "error", "Restores that waited may be lost.", reason});
     };

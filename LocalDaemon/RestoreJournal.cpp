@@ -205,7 +205,8 @@ RestoreJournal::Contents RestoreJournal::open() {
     if (!file.succeeded() && file.error != ENOENT)
         contents.damage = file.reason;
     if (!contents.damage.empty() && !setAside(path_, contents.damage)) {
-        Contents none; // the only copy of the jobs is not written over
+        unusable_ = file.error != 0 ? file.error : EIO;
+        Contents none;
         none.damage = contents.damage;
         return none;
     }
@@ -235,8 +236,6 @@ void RestoreJournal::rewrite(const Contents& contents) {
 }
 
 std::string RestoreJournal::add(const RestoreJob& job) {
-    if (!isCleanPath(job.source) || !isCleanPath(job.target))
-        return "its paths are not absolute and clean";
     return append(fieldsOf(job), Flush::Yes) ? "" : path_ + " cannot be written: " + reasonText();
 }
 
@@ -262,7 +261,7 @@ void RestoreJournal::accessEnded(const std::string& folder) {
 
 bool RestoreJournal::append(const Fields& fields, Flush flush) {
     const std::scoped_lock guard(mutex_);
-    const bool isWritten = appendText(lineOf(fields), flush);
+    const bool isWritten = isOpen() && appendText(lineOf(fields), flush);
     const int error = errno;
     if (!isWritten)
         KelvaneSystemLog("A line cannot be added to %@: %@", path_, reasonText());
@@ -272,8 +271,18 @@ bool RestoreJournal::append(const Fields& fields, Flush flush) {
     return isWritten;
 }
 
+// What could not be opened, since its disk took nothing, may be by now.
+bool RestoreJournal::isOpen() {
+    if (!file_ && unusable_ == 0)
+        file_.reset(
+            ::open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW, privateMode));
+    else if (!file_)
+        errno = unusable_;
+    return static_cast<bool>(file_);
+}
+
 // What a full disk has taken of it is taken back, so that the next line is not joined to it; so is a line
-// that has not reached the disk, since its job is refused.
+// that has not reached the disk, since its job counts as one that is not kept.
 bool RestoreJournal::appendText(const std::string& text, Flush flush) {
     const off_t before = ::lseek(file_.get(), 0, SEEK_END);
     const ssize_t written = ::write(file_.get(), text.data(), text.size());

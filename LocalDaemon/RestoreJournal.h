@@ -38,7 +38,7 @@ public:
 
     // Once, before anything else. None when there is no file. Each line has a checksum; a damaged one, or one
     // with a path that is not absolute and clean, is left out. A file that has such lines, or that cannot be
-    // read, is set aside as "<path>.damaged"; where that fails too, no job can be added.
+    // read, is set aside as "<path>.damaged"; where that fails too, nothing is written.
     [[nodiscard]] Contents open();
 
     // Empty, or why it is not written down.
@@ -58,6 +58,7 @@ private:
 
     [[nodiscard]] bool append(const Fields& fields, Flush flush = Flush::No);
     // With the mutex held.
+    [[nodiscard]] bool isOpen();
     [[nodiscard]] bool appendText(const std::string& text, Flush flush);
     void tidyUp();
     void rewrite(const Contents& contents);
@@ -65,6 +66,7 @@ private:
     const std::string path_;
     std::mutex mutex_; // guards what follows
     FileDescriptor file_;
+    int unusable_ = 0;         // not 0, the number of an error: the file is the only copy of damaged jobs
     off_t tidyAt_ = spareSize; // bytes
 };
 

@@ -122,9 +122,12 @@ std::uint32_t RestoreQueue::add(RestoreJob job) {
         isRoom = waiting_.size() < mostWaiting;
         job.id = nextId_++;
     }
-    const std::string failure = isRoom ? journal_.add(job) : "there are too many restore jobs";
-    if (!failure.empty())
-        return refuse(job.source + " cannot be restored: " + failure);
+    if (!isRoom)
+        return refuse(job.source + " cannot be restored: there are too many restore jobs");
+    if (!isCleanPath(job.source) || !isCleanPath(job.target))
+        return refuse(job.source + " cannot be restored: its paths are not absolute and clean");
+    if (const std::string failure = journal_.add(job); !failure.empty())
+        options_.onUnkept(messageLine(failure));
     const std::scoped_lock guard(mutex_);
     const auto place = std::ranges::find_if(
         waiting_, [&](const Waiting& each) { return !each.isRunning && goesBefore(job, each.job); });

@@ -46,6 +46,8 @@ public:
         // Why jobs have to wait; empty when they go on. And why one was refused. On any thread.
         std::function<void(const std::string& reason)> onWait = [](const std::string&) {};
         std::function<void(const std::string& reason)> onRefusal = [](const std::string&) {};
+        // Why a job is not on the disk, and ends with this process. On any thread.
+        std::function<void(const std::string& reason)> onUnkept = [](const std::string&) {};
         // At the start: why jobs that were waiting may be missing.
         std::function<void(const std::string& reason)> onDamagedJournal = [](const std::string&) {};
         // Why nothing may be put there; empty when it may. On the queue's thread.
@@ -71,8 +73,9 @@ public:
     void stop();
     void wake();
 
-    // The job's number; 0, which is refused, when it cannot be written down or there are too many. Links on
-    // the way to its target are followed now and never again.
+    // The job's number; 0, which is refused, when its paths make no sense or there are too many. Links on the
+    // way to its target are followed now and never again. One that cannot be written down is done all the
+    // same, since a disk that takes nothing any more is a reason to restore; but it ends with the daemon.
     [[nodiscard]] std::uint32_t add(RestoreJob job);
     // Says why a job is not taken; 0, as which it is known then.
     std::uint32_t refuse(const std::string& reason);

@@ -290,7 +290,6 @@ TEST_F(RestoreQueueTest, OfADamagedJournalOnlyWholeLinesCountAndItIsTold) {
         static_cast<void>(journal.open());
         for (const std::uint32_t id : {1U, 2U})
             EXPECT_EQ(journal.add({id, 0, 50, "/a", "/out1"}), "");
-        EXPECT_NE(journal.add({3, 0, 50, "/a", "/b/../c"}), "");
     }
     std::string text = folder_.read("state/jobs");
     text[text.find("out1") + 3] = '9';

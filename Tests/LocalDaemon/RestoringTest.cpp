@@ -375,24 +375,24 @@ TEST_F(RestoringTest, TheJournalRemovesNothingButStagingFolders) {
 }
 
 TEST_F(RestoringTest, ARestoreThatCannotBeginSaysWhy) {
-    std::vector<std::string> waits;
-    std::string refusal;
-    adjust_ = [&](RestoreQueue::Options& options) {
-        options.onWait = [&](const std::string& reason) { waits.push_back(reason); };
-        options.onRefusal = [&](const std::string& reason) { refusal = reason; };
-    };
+    std::string said;
+    const auto say = [&](const std::string& reason) { said = reason.empty() ? said : reason; };
+    adjust_ = [&](auto& options) { options.onWait = options.onRefusal = options.onUnkept = say; };
     start("/no/such/program"); // and what is in the backup is not known
     const std::uint32_t job = restore(home("a"), folder_ / "a");
-    EXPECT_EQ(queue_->status(job), restorestatus::incomplete);
     EXPECT_NE(queue_->failures(job).find("/no/such/program"), std::string::npos) << queue_->failures(job);
-    EXPECT_FALSE(waits.empty());
+    EXPECT_NE(said, "");
     queue_.reset();
     fs::remove_all(folder_ / "state");
-    folder_.write("state", "no folder");
-    start();
-    EXPECT_EQ(add(home("a"), folder_ / "a"), 0U);
-    EXPECT_NE(refusal.find("cannot be written"), std::string::npos);
-    EXPECT_EQ(queue_->failures(0), refusal + '\n');
+    folder_.write("state", "no folder"); // as on a disk that takes nothing any more
+    folder_.write("home/a", "1");
+    folder_.pretendBackUp();
+    start(copying());
+    EXPECT_EQ(queue_->failures(restore(home("a"), folder_ / "b")), "");
+    EXPECT_EQ(folder_.read("b"), "1");
+    EXPECT_EQ(said, folder_ / "state/jobs" + " cannot be written: Not a directory");
+    EXPECT_EQ(add(home("a"), folder_ / "b/../a"), 0U);
+    EXPECT_EQ(queue_->failures(0), said + '\n');
 }
 
 } // namespace
