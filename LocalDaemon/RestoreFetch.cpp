@@ -1,9 +1,12 @@
 #include "LocalDaemon/RestoreFetch.h"
 
+#include "LocalDaemon/Configuration.h"
 #include "LocalDaemon/Repository.h"
 #include "LocalDaemon/ResticJson.h"
+#include "LocalDaemon/RestoreMetadata.h"
 #include "Support/Logging.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <map>
 #include <system_error>
@@ -68,7 +71,7 @@ RestoreFetch::Try RestoreFetch::fetchOnce(const RestorePlan& plan, const Staging
         if (!one.failure.empty() || tools_.stop.isSet())
             return one;
     }
-    return {{}, mayPass(errors, before)};
+    return {{}, mayPass(errors, before, !localFolderOf(tools_.restic->place().location).empty())};
 }
 
 // Each call has a folder of its own: in one that an earlier call has made, what comes would inherit an ACL,

@@ -82,8 +82,10 @@ bool mayPass(const ResticOutcome& outcome) {
     return outcome.errors.empty() || rowOf(outcome.trouble).mayPass;
 }
 
-bool mayPass(const FileErrors& errors, const FileErrors& before) {
-    const auto isOfTheWay = [](const auto& error) {
+bool mayPass(const FileErrors& errors, const FileErrors& before, bool isPlaceAFolder) {
+    const auto isOfTheWay = [&](const auto& error) {
+        if (isPlaceAFolder && error.second.find("unexpected EOF") != std::string::npos)
+            return false;
         const ResticTrouble trouble = troubleSaidIn(error.second);
         return trouble == ResticTrouble::Unreachable || trouble == ResticTrouble::NoNetwork;
     };

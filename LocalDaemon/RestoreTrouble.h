@@ -37,8 +37,9 @@ void addFileErrors(FileErrors& errors, const BackupIndex& index, std::string_vie
 [[nodiscard]] std::string restoreFailureFor(const ResticOutcome& outcome);
 
 // Whether it may go better in a while. Where restic has done what it could except for single files, only when
-// the way to the place was at fault, and when it is not stuck with the very files of the try before.
+// the way to the place was at fault, and when it is not stuck with the very files of the try before. In a
+// folder a file that ends too early is a damaged one.
 [[nodiscard]] bool mayPass(const ResticOutcome& outcome);
-[[nodiscard]] bool mayPass(const FileErrors& errors, const FileErrors& before);
+[[nodiscard]] bool mayPass(const FileErrors& errors, const FileErrors& before, bool isPlaceAFolder);
 
 } // namespace kelvane
