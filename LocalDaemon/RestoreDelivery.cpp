@@ -247,12 +247,15 @@ std::string RestoreDelivery::lostAccessRules(std::uint32_t number, const std::st
     const Snapshot* const snapshot = staging_.keepsAccessRules() ? nullptr : index_.snapshot(number);
     if (!snapshot)
         return {};
-    std::string failure;
-    const std::optional<SavedNode> node = nodes_.find(snapshot->id, path, failure);
-    if (!node)
-        return "only its owner has access: whether it had an ACL cannot be found out: " + failure;
-    const bool isLost =
-        std::ranges::any_of(node->attributes, [](const auto& each) { return isAccessRule(each.first); });
+    bool isLost = errors_.lostRules.paths.contains(std::to_string(number) + path);
+    if (!isLost && !errors_.lostRules.areAllKnown) { // asking takes half a second for each folder
+        std::string failure;
+        const std::optional<SavedNode> node = nodes_.find(snapshot->id, path, failure);
+        if (!node)
+            return "only its owner has access: whether it had an ACL cannot be found out: " + failure;
+        isLost =
+            std::ranges::any_of(node->attributes, [](const auto& each) { return isAccessRule(each.first); });
+    }
     return isLost ? "only its owner has access: the disk does not keep its ACL" : "";
 }
 
