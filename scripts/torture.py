@@ -7,7 +7,7 @@ Each round has a seed of its own, counted up from --seed; the same seed has the 
 and traits of homes, separated by commas: "all,-names" has all but one, "edits,clock,names" only these (--list names
 them). A round that fails prints its seed, its events and what differed; it is then tried with fewer events, as long as
 it still fails. The exit status is 1 when a round failed. With --known the rounds of torture/seeds.txt, those that once
-found something, come first. As root it uses mounts of its own; elsewhere the events that need them are left out.
+found something, come first, all of them; --seconds counts from then on. As root it uses mounts of its own; elsewhere the events that need them are left out.
 """
 
 import argparse
@@ -118,7 +118,7 @@ def rounds_of(options):
         yield from known_rounds()
     first = options.seed if options.seed is not None else random.randrange(10**6) * 1000
     print(f"seeds from {first}", flush=True)
-    yield from ((seed, options.events) for seed in range(first, first + options.rounds))
+    yield from within(((seed, options.events) for seed in range(first, first + options.rounds)), options.seconds)
 
 
 def within(rounds, seconds):
@@ -136,7 +136,7 @@ def run(options, base):
     slots = multiprocessing.BoundedSemaphore(options.jobs)
 
     def jobs():
-        for seed, kinds_text in within(rounds_of(options), options.seconds):
+        for seed, kinds_text in rounds_of(options):
             slots.acquire()  # a round is taken when it can be begun
             yield workshop, base, seed, kinds_text, options
 
@@ -159,7 +159,7 @@ def main():
     parser.add_argument("--known", action="store_true", help="first the rounds that once found something")
     parser.add_argument("--seed", type=int)
     parser.add_argument("--rounds", type=int, default=20)
-    parser.add_argument("--seconds", type=float, help="begin no round after that")
+    parser.add_argument("--seconds", type=float, help="begin no round after that; those of --known do not count")
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     parser.add_argument("--events", default="all")
     parser.add_argument("--skip", type=lambda text: [int(each) for each in text.split(",") if each], default=[],

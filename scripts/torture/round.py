@@ -137,10 +137,10 @@ class Round:
         """A backup that may not succeed, and must say so."""
         code, errors = self.order_backup()
         self.note(f"   backup with {what}: {code} {errors[:120]}")
-        if code == 0:
-            self.take_backup(code, errors)
-        else:
+        if code != 0:
             checks.must_say(self.world, what)
+        if code == 0 or (self.model.unread and self.new_snapshots()):  # of what could be read
+            self.take_backup(code, errors)
         return code
 
     def absorb(self):
