@@ -133,6 +133,7 @@ ResticOutcome IndexKeeper::synchronize(bool mayMake, const StopSignal& stop) {
     if (!listing.outcome.succeeded())
         return listing.outcome;
     reportUnread(listing);
+    noteVanished(listing, opening.id);
     Numbers toList;
     BackupIndex from = withListed(listing, opening.id, toList);
     isCurrent_ = listing.unread.empty();
@@ -254,7 +255,29 @@ void IndexKeeper::setDamage(Damage damage) {
     publish_(index_, {"/"}, true);
 }
 
+// A disk that errs may give back later what it does not show now.
+void IndexKeeper::noteVanished(const Repository::Listing& listing, const std::string& repositoryId) {
+    if (index_->repositoryId() != repositoryId)
+        return vanished_.clear();
+    for (const Snapshot& known : snapshotsOf(*index_))
+        if (std::ranges::none_of(listing.snapshots,
+                                 [&](const Snapshot& each) { return isSame(known, each); }))
+            vanished_.insert(known.id);
+    for (const Snapshot& listed : listing.snapshots)
+        vanished_.erase(listed.id);
+}
+
+ResticOutcome IndexKeeper::takeBackVanished(const StopSignal& stop) {
+    const Repository::Listing listing = repository_.snapshots(stop);
+    const bool isOneBack = std::ranges::any_of(
+        listing.snapshots, [this](const Snapshot& each) { return vanished_.contains(each.id); });
+    return listing.outcome.succeeded() && isOneBack ? synchronize(false, stop) : listing.outcome;
+}
+
 ResticOutcome IndexKeeper::forgetOld(std::chrono::days keep, const StopSignal& stop) {
+    if (!vanished_.empty())
+        if (ResticOutcome outcome = takeBackVanished(stop); !outcome.succeeded())
+            return outcome;
     if (damage_->isNone() && retention_.isPruningDue()) { // restic prunes nothing while it misses something
         if (ResticOutcome outcome = repository_.prune(stop); !outcome.succeeded())
             return outcome;

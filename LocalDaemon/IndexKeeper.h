@@ -84,6 +84,8 @@ public:
 private:
     using Numbers = std::vector<std::uint32_t>; // of snapshots, ascending
 
+    void noteVanished(const Repository::Listing& listing, const std::string& repositoryId);
+    [[nodiscard]] ResticOutcome takeBackVanished(const StopSignal& stop);
     void takeLate(std::vector<SnapshotItem>& items, const Made& made) const;
     [[nodiscard]] std::uint64_t nextSequence() const;
     [[nodiscard]] Repository::Listing snapshots(const StopSignal& stop) const;
@@ -105,6 +107,7 @@ private:
     RetentionRecord retention_;
     bool isCurrent_ = false;
     std::uint64_t newestSequence_ = 0;
+    std::set<std::string> vanished_; // snapshots that were not there the last time
     Alerts alerts_;
     std::mutex reporting_;           // also guards what follows
     std::set<std::string> reported_; // kinds of alerts that stand for disappearances
