@@ -2,6 +2,7 @@
 
 #include "Foundation/PathComponents.h"
 #include "LocalDaemon/CleanPath.h"
+#include "LocalDaemon/NameClashes.h"
 #include "LocalDaemon/RestoreAccess.h"
 
 #include <algorithm>
@@ -71,6 +72,30 @@ RestoreDelivery::RestoreDelivery(const BackupIndex& index, const StagingFolder& 
     }
 }
 
+void RestoreDelivery::lookForClashes(const std::vector<RestorePiece>& pieces) {
+    if (staging_.tellsNamesApart())
+        return;
+    std::map<std::pair<std::uint32_t, std::string>, std::vector<std::string>> folders;
+    for (const RestorePiece& piece : pieces) {
+        const std::string path = index_.pathOf(*piece.item);
+        folders[{piece.item->snapshot, std::string(folderOf(path))}].push_back(lastPathComponent(path));
+    }
+    for (const auto& [folder, names] : folders)
+        lookForClashes(stagedFolder(folder.first, folder.second).get(), folder.second, names);
+}
+
+void RestoreDelivery::lookForClashes(int staged, const std::string& folder,
+                                     const std::vector<std::string>& names) {
+    for (const std::string& name : clashingNames(staged, names))
+        clashing_.insert(withSeparator(folder) + name);
+}
+
+bool RestoreDelivery::isOthersPlace(const Place& place) const {
+    return !staging_.tellsNamesApart() &&
+           ::faccessat(place.around, place.name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0 &&
+           !hasEntry(place.around, place.name);
+}
+
 void RestoreDelivery::deliver(const RestorePiece& piece) {
     if (stop_.isSet())
         return;
@@ -87,6 +112,8 @@ void RestoreDelivery::deliver(const RestorePiece& piece) {
 }
 
 void RestoreDelivery::deliver(const Place& place, bool isFolderAlone) {
+    if (clashing_.contains(place.path) || isOthersPlace(place))
+        return fail(place.path, "on this disk its name is that of another file");
     if (place.item.kind == ItemKind::Folder)
         deliverFolder(place, isFolderAlone);
     else
@@ -291,7 +318,15 @@ void RestoreDelivery::deliverFolder(const Place& place, bool isAlone) {
 
 void RestoreDelivery::deliverContents(const Place& folder, int staged, int target) {
     std::map<std::uint32_t, FileDescriptor> others; // of other snapshots
-    for (const BackupIndex::Item* const child : lastContents(index_, folder.item)) {
+    const auto contents = lastContents(index_, folder.item);
+    if (!staging_.tellsNamesApart()) {
+        std::map<std::uint32_t, std::vector<std::string>> names;
+        for (const BackupIndex::Item* const child : contents)
+            names[child->snapshot].emplace_back(index_.nameOf(*child));
+        for (const auto& [snapshot, each] : names)
+            lookForClashes(stagedFolder(snapshot, folder.path).get(), folder.path, each);
+    }
+    for (const BackupIndex::Item* const child : contents) {
         if (stop_.isSet())
             return;
         int from = staged;

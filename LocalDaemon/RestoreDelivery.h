@@ -11,6 +11,7 @@
 #include "Platform/ChildProgram.h"
 
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
@@ -28,6 +29,8 @@ public:
     RestoreDelivery(const BackupIndex& index, const StagingFolder& staging, const FileErrors& errors,
                     RestoreJournal& journal, SavedNodes& nodes, const StopSignal& stop);
 
+    // Of all that is to be delivered, before anything is: what has got another item's contents.
+    void lookForClashes(const std::vector<RestorePiece>& pieces);
     void deliver(const RestorePiece& piece);
     [[nodiscard]] std::vector<RestoreFailure> takeFailures() { return std::exchange(failures_, {}); }
 
@@ -61,6 +64,9 @@ private:
     void deliverContents(const Place& folder, int staged, int target);
     // Empty: it is there as it should be.
     [[nodiscard]] std::string faultOf(const Place& place) const;
+    void lookForClashes(int staged, const std::string& folder, const std::vector<std::string>& names);
+    // Whether what stands in a place has another name, which this disk takes for the same.
+    [[nodiscard]] bool isOthersPlace(const Place& place) const;
     // Of a staged file with several names, of which restic tells one.
     [[nodiscard]] std::string errorOfOtherNames(const struct stat& status) const;
     [[nodiscard]] static bool isTargetInDoubt(const Place& place, const std::string& staged);
@@ -77,6 +83,7 @@ private:
     SavedNodes& nodes_;
     const StopSignal& stop_;
     std::map<ino_t, std::string> errorsOfInodes_; // in the staging folder
+    std::set<std::string> clashing_;              // paths in the backup
     std::vector<RestoreFailure> failures_;
     std::vector<MadeFolder> made_;
 };

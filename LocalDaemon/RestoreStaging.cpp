@@ -1,6 +1,7 @@
 #include "LocalDaemon/RestoreStaging.h"
 
 #include "LocalDaemon/CleanPath.h"
+#include "LocalDaemon/NameClashes.h"
 #include "Support/Logging.h"
 
 #include <algorithm>
@@ -257,6 +258,7 @@ StagingFolder::StagingFolder(const std::string& path) {
         for (const char* inherited : {"system.posix_acl_default", "system.posix_acl_access"})
             static_cast<void>(::removexattr(self.c_str(), inherited)); // or there is none
         keepsAccessRules_ = takesAccessRules(self);
+        tellsNamesApart_ = kelvane::tellsNamesApart(folder_.get());
         // What it has inherited may have kept its owner out.
         isMade = ::chmod(self.c_str(), ownersFolder) == 0 && isEmpty(folder_.get());
         synced_ = FileDescriptor(::openat(folder_.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -291,6 +293,8 @@ bool StagingFolder::merge(const std::string& from, const std::string& into) cons
     if (::renameat2(folder_.get(), from.c_str(), folder_.get(), into.c_str(), RENAME_NOREPLACE) == 0)
         return true;
     const FileDescriptor target = open(into);
+    if (!target && errno == ENOENT) // a file system that knows no such flag
+        return ::renameat(folder_.get(), from.c_str(), folder_.get(), into.c_str()) == 0;
     return target && moveContents(source.get(), target.get()) &&
            ::unlinkat(folder_.get(), from.c_str(), AT_REMOVEDIR) == 0;
 }

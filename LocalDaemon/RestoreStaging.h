@@ -54,6 +54,8 @@ public:
     [[nodiscard]] std::string sync() const;
     // Whether its file system keeps ACLs.
     [[nodiscard]] bool keepsAccessRules() const { return keepsAccessRules_; }
+    // Whether names that differ by case are two there.
+    [[nodiscard]] bool tellsNamesApart() const { return tellsNamesApart_; }
     // For restic, which runs beside this process.
     [[nodiscard]] std::string path() const;
     [[nodiscard]] FileDescriptor open(const std::string& relativePath) const; // as openFolder does
@@ -68,6 +70,7 @@ private:
     FileDescriptor synced_; // the same folder, opened before anything was written
     std::string failure_;
     bool keepsAccessRules_ = false;
+    bool tellsNamesApart_ = true;
 };
 
 // Removes a staging folder of this user with all that is in it, also what nobody may write in. Anything else

@@ -1,3 +1,4 @@
+#include "LocalDaemon/NameClashes.h"
 #include "Tests/LocalDaemon/RestoreQueueFixture.h"
 
 #include <atomic>
@@ -34,6 +35,20 @@ TEST_F(RestoreSyncTest, WhatHasNotComeToTheDiskIsNamedAndReplacesNothing) {
     const int before = syncs;
     EXPECT_EQ(queue_->status(restore(home("f"), folder_ / "a")), restorestatus::finished);
     EXPECT_GE(syncs - before, 2) << "before and after the renames";
+}
+
+// Another spelling that leads to a file, as on a disk that ignores case.
+TEST(NameClashes, AreNamesOfWhichOneIsNoEntry) {
+    const TemporaryFolder folder;
+    for (const char* name : {"a", "b", "c"})
+        folder.write(name, name);
+    const FileDescriptor opened = openFolder(folder.path());
+    EXPECT_TRUE(tellsNamesApart(opened.get()));
+    EXPECT_TRUE(hasEntry(opened.get(), "a") && !hasEntry(opened.get(), "./a"));
+    EXPECT_EQ(clashingNames(opened.get(), {"a", "b", "c", "./x"}), std::set<std::string>());
+    EXPECT_EQ(folder.names(), (std::set<std::string>{"a", "b", "c"}));
+    EXPECT_EQ(clashingNames(opened.get(), {"a", "./a", "b", "./c"}),
+              (std::set<std::string>{"./a", "./c", "a", "c"}));
 }
 
 } // namespace
