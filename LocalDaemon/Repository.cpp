@@ -32,6 +32,8 @@ constexpr std::chrono::hours timeToTidyUp{6};
 // of one snapshot in the first line of its listing. A thousand snapshots of a thousand paths fit.
 constexpr std::size_t longestAnswer = std::size_t{1} << 28U;
 
+constexpr const char* newKeySuffix = ".kelvane-new"; // as at a repository that is being made
+
 constexpr std::size_t mostForgotten = 500; // snapshots, in one call
 
 // As `restic unlock` sees it, which takes no account of other process namespaces.
@@ -164,7 +166,7 @@ Repository::Opening Repository::openWith(const Restic& restic, Making making, co
 // when the repository is there that it opens; a daemon that is killed in between finds both.
 Repository::Opening Repository::openWithoutKey(Making making, const StopSignal& stop) const {
     RepositoryPlace place = restic_->place();
-    const std::string passwordFile = std::exchange(place.passwordFile, place.passwordFile + ".new");
+    const std::string passwordFile = std::exchange(place.passwordFile, place.passwordFile + newKeySuffix);
     bool isNew = false;
     if (const std::string failure = ensurePasswordFile(place.passwordFile, isNew); !failure.empty())
         return {{ResticTrouble::Failed, false, "Cannot make the backup's key: " + failure}, {}, false, false};
@@ -175,10 +177,10 @@ Repository::Opening Repository::openWithoutKey(Making making, const StopSignal& 
         opening.wasKeyMade = !error;
         if (error)
             opening.outcome = {ResticTrouble::Failed, false, passwordFile + ": " + error.message()};
-    } else if (opening.outcome.trouble == ResticTrouble::WrongPassword ||
-               opening.outcome.trouble == ResticTrouble::DiskAway ||
-               opening.outcome.trouble == ResticTrouble::Occupied ||
-               opening.outcome.trouble == ResticTrouble::NoRepository) {
+    } else if (isNew && (opening.outcome.trouble == ResticTrouble::WrongPassword ||
+                         opening.outcome.trouble == ResticTrouble::DiskAway ||
+                         opening.outcome.trouble == ResticTrouble::Occupied ||
+                         opening.outcome.trouble == ResticTrouble::NoRepository)) {
         std::filesystem::remove(place.passwordFile, error); // it opens nothing
     }
     return opening;

@@ -313,7 +313,7 @@ TEST_F(BackingUp, ARepositoryThatIsThereNeedsItsKeyAndNoneIsMadeBesideIt) {
     ASSERT_EQ(alerts.size(), 1U);
     EXPECT_TRUE(alerts[0]["title"].stringValue().ends_with("which needs its own key."))
         << alerts[0].description();
-    EXPECT_FALSE(fs::exists(key) || fs::exists(key + ".new"));
+    EXPECT_FALSE(fs::exists(key) || fs::exists(key + ".kelvane-new"));
     fs::rename(folders / "key", key);
     EXPECT_TRUE(comesToRest(1, 5));
 }
