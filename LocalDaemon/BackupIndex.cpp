@@ -240,9 +240,9 @@ bool isUnchanged(const BackupIndex::Item& item, const FileAttributes& attributes
 }
 
 bool hasSavedAttributes(const BackupIndex::Item& folder, std::uint32_t uid, std::uint32_t gid,
-                        FileTime modified, FileTime changed) {
+                        std::uint16_t mode, FileTime modified, FileTime changed) {
     const bool isOnlyChanged = isKeptAs(folder.modified, modified) && !isKeptAs(folder.changed, changed);
-    return folder.uid == uid && folder.gid == gid && !isOnlyChanged;
+    return folder.uid == uid && folder.gid == gid && folder.mode == mode && !isOnlyChanged;
 }
 
 namespace {

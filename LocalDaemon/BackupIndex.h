@@ -133,9 +133,9 @@ private:
 [[nodiscard]] bool isUnchanged(const BackupIndex::Item& item, const FileAttributes& attributes);
 
 // Whether a folder's own attributes are still what was saved. What is created or deleted in it changes both
-// times and counts by itself; only the second tells of a new mode, ACL or extended attribute.
+// times and counts by itself; only the second tells of a new ACL or extended attribute.
 [[nodiscard]] bool hasSavedAttributes(const BackupIndex::Item& folder, std::uint32_t uid, std::uint32_t gid,
-                                      FileTime modified, FileTime changed);
+                                      std::uint16_t mode, FileTime modified, FileTime changed);
 
 // The index after one more snapshot: `held` is what that one holds.
 [[nodiscard]] BackupIndex indexWith(const BackupIndex& before, const std::string& repositoryId,

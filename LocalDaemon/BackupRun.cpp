@@ -131,6 +131,7 @@ BackupRun::Result BackupRun::run(const Wanted& wanted, const StopSignal& stop) {
     std::erase_if(paths, [&](const std::string& path) { return leftOut.contains(path); });
     unread.insert(unread.end(), wanted.targets.unread.begin(), wanted.targets.unread.end());
     unread.resize(std::min(unread.size(), mostUnread));
+    toldUnread_ = {unread.begin(), unread.end()};
     result_.unread = std::move(unread);
     call.input = listOf(paths);
     call.patience = wanted.patience;
@@ -196,12 +197,9 @@ void BackupRun::takeErrorLine(std::string_view text) {
 void BackupRun::takeUnread(const BackupLine& error) {
     if (error.path.empty() || error.isDeleted)
         return;
-    for (const std::string& path : unreadOnDisk(error.path)) {
-        const bool isNew =
-            std::ranges::find(result_.unread, path) == result_.unread.end(); // it may tell it twice
-        if (isNew && result_.unread.size() < mostUnread)
+    for (const std::string& path : unreadOnDisk(error.path))
+        if (result_.unread.size() < mostUnread && toldUnread_.insert(path).second) // it may tell it twice
             result_.unread.push_back(path);
-    }
 }
 
 // Of a large file also the part that is read. restic tells how much it has been through altogether.

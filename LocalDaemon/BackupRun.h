@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 namespace kelvane {
@@ -28,13 +29,13 @@ public:
         std::chrono::milliseconds patience{};            // for so long it may get on with nothing
         std::chrono::milliseconds patienceWithRetries{}; // after restic has said that it tries again
     };
-    static constexpr std::size_t mostUnread = 100;
+    static constexpr std::size_t mostUnread = 10'000;
     static constexpr std::size_t mostLeftOut = 100; // a program takes only so many arguments
 
     struct Result {
         ResticOutcome outcome;
         std::string snapshotId;          // or its beginning
-        std::vector<std::string> unread; // paths that could not be read, the first hundred
+        std::vector<std::string> unread; // paths that could not be read, `mostUnread` at most
     };
 
     BackupRun(DaemonState& state, const Repository& repository);
@@ -50,6 +51,7 @@ private:
     DaemonState& state_;
     const Repository& repository_;
     Result result_;
+    std::unordered_set<std::string> toldUnread_;
     BackupActivity activity_;
     std::optional<ServiceState> troubleBefore_;
     FileTotals unchanged_;

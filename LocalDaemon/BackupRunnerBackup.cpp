@@ -1,6 +1,7 @@
 // One backup.
 
 #include "Foundation/Unicode.h"
+#include "Foundation/Format.h"
 #include "LocalDaemon/BackupRunner.h"
 #include "LocalDaemon/BackupTargets.h"
 #include "LocalDaemon/BackupTrouble.h"
@@ -30,7 +31,7 @@ std::string joined(const std::vector<std::string>& paths) {
     for (std::size_t at = 0; at < std::min(paths.size(), mostNamed); ++at)
         text += "\n" + textFromPath(paths[at]);
     if (paths.size() > mostNamed)
-        text += "\n…";
+        text += formatText("\nand %llu more, which the log names", paths.size() - mostNamed);
     return text;
 }
 

@@ -98,6 +98,7 @@ FolderContents contentsOfFolder(const std::string& path, const std::atomic<bool>
     contents.changed = FileTime(own.st_ctim);
     contents.uid = own.st_uid;
     contents.gid = own.st_gid;
+    contents.mode = static_cast<std::uint16_t>(own.st_mode & ALLPERMS);
     while (const dirent* const entry = stopping ? nullptr : nextEntry(*folder, contents.error)) {
         const char* const name = &entry->d_name[0];
         if (isSelfOrParent(name))

@@ -47,6 +47,7 @@ struct FolderContents {
     FileTime changed = {};
     std::uint32_t uid = 0;
     std::uint32_t gid = 0;
+    std::uint16_t mode = 0; // the permissions
 };
 
 // A file or link as it stands in its folder.

@@ -44,7 +44,8 @@ FolderContents FolderScan::contentsOf(const std::string& path) const {
         for (const std::string& name : names)
             savedEntry(name);
     contents.own.otherWaiting += savedIn(*saved) - stillThere; // deleted, or not selected any more
-    if (!hasSavedAttributes(*saved, contents.uid, contents.gid, contents.modified, contents.changed))
+    if (!hasSavedAttributes(*saved, contents.uid, contents.gid, contents.mode, contents.modified,
+                            contents.changed))
         ++contents.own.otherWaiting;
     return contents;
 }

@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::size_t mostWaiting = 20'000;
 constexpr std::size_t mostEnded = 10'000;
-constexpr std::size_t mostFailures = 1000; // that are kept of one job, and written to the log
+constexpr std::size_t mostFailures = 1000; // that are kept of one job; the log has all of them
 constexpr std::size_t mostBytesOfEnded = std::size_t{16} << 20U;
 constexpr const char* indexIsRead = "The list of what is in the backup is being read.";
 constexpr const char* failuresDropped = "what failed stands in the log";
@@ -294,8 +294,8 @@ void RestoreQueue::runBatch(const std::vector<RestoreJob>& jobs,
     for (std::size_t number = 0; number < jobs.size() && !running_->isSet(); ++number) {
         ended.push_back(endedWith(failures[number]));
         journal_.end(jobs[number].id, ended.back());
-        for (const std::string& failure : ended.back().failures)
-            KelvaneSystemLog("Not restored: %@", failure);
+        for (const RestoreFailure& failure : failures[number])
+            KelvaneSystemLog("Not restored: %@: %@", failure.path, failure.reason);
     }
     const std::scoped_lock guard(mutex_);
     const bool wasStopped = running_->isSet();
