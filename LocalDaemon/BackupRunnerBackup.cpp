@@ -1,7 +1,7 @@
 // One backup.
 
-#include "Foundation/Unicode.h"
 #include "Foundation/Format.h"
+#include "Foundation/Unicode.h"
 #include "LocalDaemon/BackupRunner.h"
 #include "LocalDaemon/BackupTargets.h"
 #include "LocalDaemon/BackupTrouble.h"

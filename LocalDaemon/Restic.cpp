@@ -211,7 +211,7 @@ ResticOutcome Restic::run(const Call& call, const StopSignal& stop) const {
     }
     const ResticOutcome outcome{troubleOf(child, stop),
                                 child.end == ChildOutcome::End::Exited && child.status == someFilesUnread,
-                                withoutSecrets(child.errors), child.hasLostLine, child.areAttributesTold};
+                                withoutSecrets(child.errors), child.hasLostLine};
     KelvaneCLog("restic %@: exit %d. %@", call.arguments.front(), child.status, outcome.errors);
     return outcome;
 }
@@ -239,7 +239,6 @@ ChildOutcome Restic::runOnce(const Call& call, bool takesLock, const StopSignal&
     program.grace = call.grace;
     program.hasLowerPriority = call.hasLowerPriority;
     program.ignoresReadOnlyModes = call.ignoresReadOnlyModes;
-    program.onAttribute = call.onAttribute;
     pid_t id = 0;
     if (processes_ && std::ranges::find(program.arguments, noLock) == program.arguments.end())
         program.onStart = [this, &id](pid_t started) {

@@ -36,10 +36,9 @@ enum class ResticTrouble {
 
 struct ResticOutcome {
     ResticTrouble trouble = ResticTrouble::None;
-    bool isIncomplete = false;      // a snapshot was made, but some files could not be read
-    std::string errors;             // the end of what restic said, in which no secret stands
-    bool hasLostLine = false;       // it printed one that was longer than the call takes
-    bool areAttributesTold = false; // `onAttribute` had all of them
+    bool isIncomplete = false; // a snapshot was made, but some files could not be read
+    std::string errors;        // the end of what restic said, in which no secret stands
+    bool hasLostLine = false;  // it printed one that was longer than the call takes
 
     [[nodiscard]] bool succeeded() const { return trouble == ResticTrouble::None; }
 };
@@ -71,8 +70,6 @@ public:
         // As in ChildProgram: restic sets extended attributes after the mode, and says nothing of those that
         // a mode has kept it from.
         bool ignoresReadOnlyModes = false;
-        // As in ChildProgram: restic says nothing of those that a disk does not keep either.
-        std::function<void(const std::string& path, const std::string& name)> onAttribute = nullptr;
     };
     [[nodiscard]] ResticOutcome run(const Call& call, const StopSignal& stop) const;
 

@@ -271,18 +271,17 @@ std::string RestoreDelivery::completeAttributes(const Place& place) const {
 // A mode without its ACL may give others what the ACL denied them. restic leaves out in silence what the file
 // system does not keep.
 std::string RestoreDelivery::lostAccessRules(std::uint32_t number, const std::string& path) const {
-    const Snapshot* const snapshot = staging_.keepsAccessRules() ? nullptr : index_.snapshot(number);
+    if (staging_.keepsAccessRules() || !staging_.keepsModes())
+        return {}; // asking takes half a second for each folder
+    const Snapshot* const snapshot = index_.snapshot(number);
     if (!snapshot)
         return {};
-    bool isLost = errors_.lostRules.paths.contains(std::to_string(number) + path);
-    if (!isLost && !errors_.lostRules.areAllKnown) { // asking takes half a second for each folder
-        std::string failure;
-        const std::optional<SavedNode> node = nodes_.find(snapshot->id, path, failure);
-        if (!node)
-            return "only its owner has access: whether it had an ACL cannot be found out: " + failure;
-        isLost =
-            std::ranges::any_of(node->attributes, [](const auto& each) { return isAccessRule(each.first); });
-    }
+    std::string failure;
+    const std::optional<SavedNode> node = nodes_.find(snapshot->id, path, failure);
+    if (!node)
+        return "only its owner has access: whether it had an ACL cannot be found out: " + failure;
+    const bool isLost =
+        std::ranges::any_of(node->attributes, [](const auto& each) { return isAccessRule(each.first); });
     return isLost ? "only its owner has access: the disk does not keep its ACL" : "";
 }
 

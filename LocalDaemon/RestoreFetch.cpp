@@ -64,7 +64,6 @@ bool RestoreFetch::isSomebodyAtWork() const {
 RestoreFetch::Try RestoreFetch::fetchOnce(const RestorePlan& plan, const StagingFolder& staging,
                                           FileErrors& errors) const {
     const FileErrors before = std::exchange(errors, {});
-    errors.lostRules.areAllKnown = true;
     if (!staging.clear())
         return {"the staging folder cannot be emptied: " + reasonText()};
     for (const auto& [number, paths] : plan) {
@@ -88,15 +87,11 @@ RestoreFetch::Try RestoreFetch::fetchFrom(std::uint32_t number, const SnapshotPa
         std::vector<std::string> arguments{"restore", snapshot->id, "--target",
                                            staging.path() + '/' + callFolder};
         arguments.insert(arguments.end(), includes.begin(), includes.end());
-        LostRules lost;
-        Try call = callRestic(std::move(arguments), staging, lost, said);
+        Try call = callRestic(std::move(arguments), staging.path(), said);
         if (!call.failure.empty() || tools_.stop.isSet())
             return call;
         if (!staging.merge(callFolder, whole))
             return {"what has come out of the backup cannot be moved: " + reasonText()};
-        for (const std::string& path : lost.paths)
-            errors.lostRules.paths.insert(whole + path);
-        errors.lostRules.areAllKnown = errors.lostRules.areAllKnown && lost.areAllKnown;
     }
     std::map<std::string, std::set<std::string>> listed;
     addFileErrors(errors, *tools_.index, said, [&](const std::string& folder) {
@@ -109,8 +104,8 @@ RestoreFetch::Try RestoreFetch::fetchFrom(std::uint32_t number, const SnapshotPa
     return {};
 }
 
-RestoreFetch::Try RestoreFetch::callRestic(std::vector<std::string> arguments, const StagingFolder& staging,
-                                           LostRules& lostRules, std::string& errors) const {
+RestoreFetch::Try RestoreFetch::callRestic(std::vector<std::string> arguments, const std::string& staging,
+                                           std::string& errors) const {
     Restic::Call call;
     call.arguments = std::move(arguments);
     call.patience = call.patienceWithRetries = forEver; // the watch is the one to lose it
@@ -125,15 +120,8 @@ RestoreFetch::Try RestoreFetch::callRestic(std::vector<std::string> arguments, c
     const auto onQuiet = [this](bool isQuiet) {
         tools_.onWait(isQuiet ? "Nothing has come out of the backup for half a minute." : "");
     };
-    const std::string below = staging.path() + '/' + callFolder;
-    if (!staging.keepsAccessRules())
-        call.onAttribute = [&](const std::string& path, const std::string& name) {
-            if (isAccessRule(name))
-                lostRules.paths.insert(path.substr(std::min(path.size(), below.size())));
-        };
-    const ArrivalWatch watch({staging.path(), *tools_.index, tools_.stop, tools_.onArrival, onQuiet});
+    const ArrivalWatch watch({staging, *tools_.index, tools_.stop, tools_.onArrival, onQuiet});
     const ResticOutcome outcome = tools_.restic->run(call, watch.callStop());
-    lostRules.areAllKnown = outcome.areAttributesTold;
     if (outcome.succeeded() || tools_.stop.isSet())
         return {};
     errors += said;

@@ -48,8 +48,8 @@ private:
                                 FileErrors& errors) const;
     [[nodiscard]] Try fetchFrom(std::uint32_t number, const SnapshotPaths& paths,
                                 const StagingFolder& staging, FileErrors& errors) const;
-    [[nodiscard]] Try callRestic(std::vector<std::string> arguments, const StagingFolder& staging,
-                                 LostRules& lostRules, std::string& errors) const;
+    [[nodiscard]] Try callRestic(std::vector<std::string> arguments, const std::string& staging,
+                                 std::string& errors) const;
     [[nodiscard]] std::set<std::string> specialFilesIn(const std::string& snapshot,
                                                        const std::string& folder) const;
     // After the locks of the dead have been taken away.

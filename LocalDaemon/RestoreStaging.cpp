@@ -180,6 +180,14 @@ bool takesAccessRules(const std::string& folder) {
            ::removexattr(folder.c_str(), name) == 0;
 }
 
+// Tries one that few have by themselves.
+bool takesModes(const std::string& folder) {
+    constexpr mode_t mode = S_IRWXU | S_IXGRP;
+    struct stat status {};
+    return ::chmod(folder.c_str(), mode) == 0 && ::stat(folder.c_str(), &status) == 0 &&
+           (status.st_mode & ALLPERMS) == mode;
+}
+
 // Whether it is a staging folder that this user has made, and not what only has its name.
 bool isOurStaging(const FileDescriptor& folder, std::string_view name) {
     struct stat status {};
@@ -258,6 +266,7 @@ StagingFolder::StagingFolder(const std::string& path) {
         for (const char* inherited : {"system.posix_acl_default", "system.posix_acl_access"})
             static_cast<void>(::removexattr(self.c_str(), inherited)); // or there is none
         keepsAccessRules_ = takesAccessRules(self);
+        keepsModes_ = takesModes(self);
         tellsNamesApart_ = kelvane::tellsNamesApart(folder_.get());
         // What it has inherited may have kept its owner out.
         isMade = ::chmod(self.c_str(), ownersFolder) == 0 && isEmpty(folder_.get());

@@ -54,6 +54,8 @@ public:
     [[nodiscard]] std::string sync() const;
     // Whether its file system keeps ACLs.
     [[nodiscard]] bool keepsAccessRules() const { return keepsAccessRules_; }
+    // Whether it keeps modes; else it has a rule of its own who gets in.
+    [[nodiscard]] bool keepsModes() const { return keepsModes_; }
     // Whether names that differ by case are two there.
     [[nodiscard]] bool tellsNamesApart() const { return tellsNamesApart_; }
     // For restic, which runs beside this process.
@@ -70,6 +72,7 @@ private:
     FileDescriptor synced_; // the same folder, opened before anything was written
     std::string failure_;
     bool keepsAccessRules_ = false;
+    bool keepsModes_ = false;
     bool tellsNamesApart_ = true;
 };
 

@@ -11,13 +11,6 @@
 
 namespace kelvane {
 
-// What had an ACL that the disk did not keep, of which restic says nothing: as paths in the staging folder,
-// "<number of the snapshot>/<path>".
-struct LostRules {
-    std::set<std::string, std::less<>> paths;
-    bool areAllKnown = false;
-};
-
 // What restic has said of single files, by their path in the snapshot.
 struct FileErrors {
     using ByPath = std::map<std::string, std::string, std::less<>>;
@@ -25,7 +18,6 @@ struct FileErrors {
     ByPath items;
     // Where it cannot be told which file is meant: of anything at or below the path.
     ByPath below;
-    LostRules lostRules;
 
     [[nodiscard]] bool isEmpty() const { return items.empty() && below.empty(); }
     // Null when nothing is known against the path.

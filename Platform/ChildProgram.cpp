@@ -1,6 +1,5 @@
 #include "Platform/ChildProgram.h"
 
-#include "Platform/AttributeWatch.h"
 #include "Platform/SystemCallFilter.h"
 
 #include <algorithm>
@@ -83,7 +82,6 @@ struct Preparation {
     pid_t parent = 0;
     bool hasLowerPriority = false;
     SystemCallFilter filter = {}; // of its system calls
-    AttributeWatch* watch = nullptr;
 };
 
 void setSignals() {
@@ -113,8 +111,7 @@ void setSignals() {
     setSignals();
     if (!prepared.filter.empty())
         filterSystemCalls(prepared.filter);
-    if (!prepared.watch || prepared.watch->beginInChild())
-        ::execvpe(prepared.arguments.front(), prepared.arguments.data(), prepared.environment.data());
+    ::execvpe(prepared.arguments.front(), prepared.arguments.data(), prepared.environment.data());
     const int error = errno;
     [[maybe_unused]] const ssize_t written = ::write(prepared.failure, &error, sizeof error);
     ::_exit(1);
@@ -199,7 +196,6 @@ public:
         while (readSome()) { // no more than the pipes hold
         }
         outcome_.hasLostLine = output_->hasLost();
-        outcome_.areAttributesTold = watch_.isComplete();
         return outcome_;
     }
 
@@ -211,7 +207,6 @@ private:
         auto failure = Pipe::make();
         if (!input || !output || !errors || !failure)
             return fail(errno);
-        const bool isWatched = program_.onAttribute && watch_.prepare();
         std::vector<std::string> arguments = program_.arguments;
         std::vector<std::string> environment = joinedEnvironment(program_);
         Preparation prepared{pointersTo(arguments),
@@ -222,16 +217,13 @@ private:
                              failure->writeEnd.get(),
                              ::getpid(),
                              program_.hasLowerPriority,
-                             program_.ignoresReadOnlyModes ? filterOfReadOnlyModes() : SystemCallFilter(),
-                             isWatched ? &watch_ : nullptr};
+                             program_.ignoresReadOnlyModes ? filterOfReadOnlyModes() : SystemCallFilter()};
         id_ = ::fork();
         if (id_ == 0)
             becomeProgram(prepared);
         if (id_ < 0)
             return fail(errno);
         failure->writeEnd.reset();
-        if (isWatched)
-            watch_.begin();
         int error = 0;
         if (::read(failure->readEnd.get(), &error, sizeof error) == sizeof error) {
             reap();
@@ -261,18 +253,15 @@ private:
 
     // One wait for whatever happens next.
     void turn() {
-        std::array<pollfd, 6> waits{{{handle_.get(), POLLIN, 0},
+        std::array<pollfd, 5> waits{{{handle_.get(), POLLIN, 0},
                                      {output_->descriptor(), POLLIN, 0},
                                      {errors_->descriptor(), POLLIN, 0},
                                      {input_.get(), POLLOUT, 0},
-                                     {isEnding_ ? -1 : stop_.descriptor(), POLLIN, 0},
-                                     {watch_.descriptor(), POLLIN, 0}}};
+                                     {isEnding_ ? -1 : stop_.descriptor(), POLLIN, 0}}};
         ::poll(waits.data(), waits.size(), static_cast<int>(timeLeft().count()));
         readSome();
         if (waits[3].revents != 0)
             writeInput();
-        if ((waits[5].revents & POLLIN) != 0)
-            watch_.takeNext(program_.onAttribute);
         hasEnded_ = (waits[0].revents & POLLIN) != 0;
         if (hasEnded_)
             return;
@@ -351,7 +340,6 @@ private:
     const ChildProgram& program_;
     const StopSignal& stop_;
     ChildOutcome outcome_;
-    AttributeWatch watch_;
     pid_t id_ = 0;
     FileDescriptor handle_;
     FileDescriptor input_;

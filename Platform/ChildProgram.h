@@ -50,18 +50,15 @@ struct ChildProgram {
     // Whenever it, or what it starts, gives a file a mode without write permission for the owner, nothing
     // happens and it is told that all went well. Without effect where the system cannot filter calls.
     bool ignoresReadOnlyModes = false;
-    // Each extended attribute that it, or what it starts, is about to set by a path, on the calling thread.
-    std::function<void(const std::string& path, const std::string& name)> onAttribute = nullptr;
 };
 
 struct ChildOutcome {
     enum class End { Exited, Stopped, Stuck, Crashed, NotStarted };
 
     End end = End::NotStarted;
-    int status = 0;                 // of one that exited
-    std::string errors;             // the end of what it said on standard error, or why it was not started
-    bool hasLostLine = false;       // its output had one that was too long
-    bool areAttributesTold = false; // `onAttribute` had all of them; some systems do not tell of them
+    int status = 0;           // of one that exited
+    std::string errors;       // the end of what it said on standard error, or why it was not started
+    bool hasLostLine = false; // its output had one that was too long
 
     [[nodiscard]] bool succeeded() const { return end == End::Exited && status == 0 && !hasLostLine; }
 };

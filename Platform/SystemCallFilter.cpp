@@ -7,7 +7,6 @@
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <unistd.h>
 
 namespace kelvane {
 namespace {
@@ -27,23 +26,6 @@ constexpr std::uint32_t chmodWithoutFolder = SYS_fchmod; // newer machines do wi
 #endif
 constexpr std::uint32_t fchmodat2 = 452; // newer than the headers of older systems
 
-constexpr std::uint16_t load = BPF_LD | BPF_W | BPF_ABS;
-constexpr std::uint16_t ifEqual = BPF_JMP | BPF_JEQ | BPF_K;
-constexpr std::uint16_t ifSet = BPF_JMP | BPF_JSET | BPF_K;
-constexpr std::uint16_t answer = BPF_RET | BPF_K;
-
-// The two numbers behind a condition: how many lines to leave out when it holds, and when it does not.
-SystemCallFilter beginning() {
-    return {{load, 0, 0, offsetof(seccomp_data, arch)},
-            {ifEqual, 1, 0, architecture},
-            {answer, 0, 0, SECCOMP_RET_ALLOW},
-            {load, 0, 0, offsetof(seccomp_data, nr)}};
-}
-
-sock_fprog programOf(SystemCallFilter& filter) {
-    return {static_cast<std::uint16_t>(filter.size()), filter.data()};
-}
-
 } // namespace
 
 SystemCallFilter filterOfReadOnlyModes() {
@@ -52,42 +34,31 @@ SystemCallFilter filterOfReadOnlyModes() {
         std::uint32_t modeArgument; // counted from 0
     };
     constexpr Row rows[] = {{SYS_fchmod, 1}, {SYS_fchmodat, 2}, {fchmodat2, 2}, {chmodWithoutFolder, 1}};
-    SystemCallFilter lines = beginning();
+    constexpr std::uint16_t load = BPF_LD | BPF_W | BPF_ABS;
+    constexpr std::uint16_t ifEqual = BPF_JMP | BPF_JEQ | BPF_K;
+    constexpr std::uint16_t ifSet = BPF_JMP | BPF_JSET | BPF_K;
+    constexpr std::uint16_t answer = BPF_RET | BPF_K;
+    // The two numbers behind a condition: how many lines to leave out when it holds, and when it does not.
+    SystemCallFilter lines{{load, 0, 0, offsetof(seccomp_data, arch)},
+                           {ifEqual, 1, 0, architecture},
+                           {answer, 0, 0, SECCOMP_RET_ALLOW}};
     for (const Row& row : rows) {
         const auto mode = // its lower half, on the little-endian machines above
             static_cast<std::uint32_t>(offsetof(seccomp_data, args)) + row.modeArgument * 8;
-        lines.insert(lines.end(), {{ifEqual, 0, 4, row.call},
+        lines.insert(lines.end(), {{load, 0, 0, offsetof(seccomp_data, nr)},
+                                   {ifEqual, 0, 3, row.call},
                                    {load, 0, 0, mode},
                                    {ifSet, 1, 0, S_IWUSR},
-                                   {answer, 0, 0, SECCOMP_RET_ERRNO}, // of number 0: it is done
-                                   {answer, 0, 0, SECCOMP_RET_ALLOW}});
+                                   {answer, 0, 0, SECCOMP_RET_ERRNO}}); // of number 0: it is done
     }
     lines.push_back({answer, 0, 0, SECCOMP_RET_ALLOW});
     return lines;
 }
 
-SystemCallFilter filterOfAttributes() {
-    if (architecture == 0)
-        return {};
-    SystemCallFilter lines = beginning();
-    lines.insert(lines.end(), {{ifEqual, 1, 0, SYS_setxattr},
-                               {ifEqual, 0, 1, SYS_lsetxattr},
-                               {answer, 0, 0, SECCOMP_RET_USER_NOTIF},
-                               {answer, 0, 0, SECCOMP_RET_ALLOW}});
-    return lines;
-}
-
 void filterSystemCalls(SystemCallFilter& filter) {
-    const sock_fprog program = programOf(filter);
+    const sock_fprog program{static_cast<std::uint16_t>(filter.size()), filter.data()};
     ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0); // without which only root may filter
     ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program);
-}
-
-int listenerForSystemCalls(SystemCallFilter& filter) {
-    const sock_fprog program = programOf(filter);
-    ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
-    return static_cast<int>(
-        ::syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_NEW_LISTENER, &program));
 }
 
 } // namespace kelvane
