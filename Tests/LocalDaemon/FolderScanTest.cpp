@@ -148,7 +148,8 @@ std::shared_ptr<const BackupIndex> indexOf(const TemporaryFolder& home, std::uin
                               : S_ISLNK(status.st_mode) ? ItemKind::Link
                                                         : ItemKind::File;
         items.push_back({{path, kind, static_cast<std::uint64_t>(status.st_size), FileTime(status.st_mtim),
-                          FileTime(status.st_ctim), status.st_uid, status.st_gid},
+                          FileTime(status.st_ctim), status.st_uid, status.st_gid,
+                          static_cast<std::uint16_t>(status.st_mode & ALLPERMS)},
                          0,
                          number,
                          number});
@@ -180,7 +181,12 @@ TEST(FolderScan, ADeletionAndNewAttributesOfAFolderCallForABackup) {
         {"a file deleted", [&] { fs::remove(home / "a/file"); }},
         {"a folder deleted", [&] { fs::remove_all(home / "a/b"); }},
         {"a link deleted", [&] { fs::remove(home / "link"); }},
-        {"another mode", [&] { fs::permissions(home / "a", fs::perms::owner_all); }},
+        {"another mode, and what came and went since",
+         [&] {
+             fs::permissions(home / "a", fs::perms::owner_all);
+             home.write("a/temporary", "");
+             fs::remove(home / "a/temporary");
+         }},
         {"an attribute", [&] { EXPECT_EQ(::setxattr((home / "a").c_str(), "user.x", "1", 1, 0), 0); }},
         {"a folder that became a link", replace},
     };
