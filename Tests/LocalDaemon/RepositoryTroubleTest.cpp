@@ -255,6 +255,24 @@ TEST_F(BackingUp, StoresAgainWhatTheRepositoryHasLostAndTakesInWhatComesBack) {
     EXPECT_FALSE(fs::exists(aside));
 }
 
+TEST_F(BackingUp, ReadsTheDataPartByPartAlsoWithoutAnOrder) {
+    folders.write("home/file", "12345");
+    adjust = [](LocalDaemon::Options& options) { options.verification = {{}, 2, 2s}; };
+    start({},
+          folders.program("[ $1 = check ] && nice > " + (folders / "priority") + "\nexec restic \"$@\"\n"));
+    ASSERT_TRUE(comesToRest(1, 5));
+    for (const auto& entry : fs::recursive_directory_iterator(folders / "repository/data"))
+        if (entry.is_regular_file()) {
+            fs::permissions(entry, fs::perms::owner_all);
+            std::fstream(entry.path(), std::ios::in | std::ios::out | std::ios::binary).seekp(3) << "damage";
+        }
+    EXPECT_TRUE(comesTo([&] {
+        return pane->state("isBackupDamaged") == true || fs::exists(folders / "repository/damaged");
+    }));
+    EXPECT_FALSE(pane->state("lastVerifiedDate").isAbsent());
+    EXPECT_EQ(folders.read("priority"), "19\n");
+}
+
 // However much the daemon itself has forgotten.
 TEST_F(BackingUp, MakesNoRepositoryWhereOneWasOrWhereAnythingStands) {
     const auto loseIndex = [&] {

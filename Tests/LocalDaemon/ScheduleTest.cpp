@@ -93,6 +93,19 @@ TEST_F(BackingUp, EndsABackupThatSaysMuchAndGetsOnWithNothing) {
     EXPECT_TRUE(comesTo([&] { return pane->state("serviceState") == 19; }));
 }
 
+TEST_F(BackingUp, AFileThatIsDeletedMeanwhileIsNoTrouble) {
+    for (const auto& [error, isTold] : {std::pair("2", false), std::pair("13", true)}) {
+        folders.write("home/file", error);
+        start({},
+              folders.program("[ $1 = backup ] || exec restic \"$@\"\nrestic \"$@\"\necho '{\"message_type\":"
+                              "\"error\",\"error\":{\"Op\":\"open\",\"Err\":" +
+                              std::string(error) + "},\"item\":\"" + in("other") + "\"}' >&2\nexit 3\n"));
+        pane->call<"setPriorityBackup:">("/");
+        ASSERT_TRUE(comesTo([&] { return pane->state("isBackupNeeded") == false; }));
+        EXPECT_EQ(alertOf("files_not_read") != Value(), isTold) << pane->state("alerts").description();
+    }
+}
+
 TEST_F(BackingUp, KeepsTheCredentialsOfItsPlaceOutOfTheLogAndTheState) {
     Recorded<std::string> lines;
     const LogSinkToken log = setLogSink([&](const LogEntry& entry) { lines.add(entry.line()); });

@@ -2,6 +2,7 @@
 #include "Foundation/BinaryPropertyList.h"
 #include "LocalDaemon/AlertActions.h"
 #include "LocalDaemon/DaemonState.h"
+#include "LocalDaemon/RuleCommands.h"
 
 #include <gtest/gtest.h>
 
@@ -82,6 +83,21 @@ TEST_F(State, SaysTheFirstReasonThatHoldsAndKeepsOneThatIsSetUntilItsOwnIsAnothe
     EXPECT_EQ(state.serviceState(), 5U);
     state.takeOrdersTried(1);
     EXPECT_EQ(state.serviceState(), 19U);
+}
+
+TEST_F(State, KeepsTheSelectionOfBothModesAndSaysWhenItIsEmpty) {
+    const auto isIn = [&] { return verdictFor(*state.rules(), "/home/a").isIn(); };
+    setAutomaticMode(state, false);
+    EXPECT_TRUE(isIn());
+    EXPECT_FALSE(state.standingAlert("nothing_selected"));
+    state.changeSettings([](Settings& all) { all.paths.mark("/home", PathRules::Mark::Removed); });
+    for (const bool isAutomatic : {true, false}) {
+        setAutomaticMode(state, isAutomatic);
+        EXPECT_EQ(isIn(), isAutomatic);
+        EXPECT_EQ(state.standingAlert("nothing_selected").has_value(), !isAutomatic);
+    }
+    EXPECT_EQ(state.stateDictionary()["serviceState"], 23U);
+    EXPECT_EQ(state.stateDictionary()["statusString"], "Nothing is selected for backup.");
 }
 
 // Another snapshot every quarter of an hour would hold nothing new.
