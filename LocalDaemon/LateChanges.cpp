@@ -3,6 +3,7 @@
 #include "Platform/FileDescriptor.h"
 
 #include <array>
+#include <ctime>
 #include <fcntl.h>
 #include <set>
 #include <sys/stat.h>
@@ -13,9 +14,11 @@ namespace {
 constexpr std::int64_t coarseTick =
     2; // seconds: FAT's, and twice that of file systems that keep whole seconds
 
-bool isLate(const SnapshotItem& item, FileTime begin) {
+// What lies ahead has not changed meanwhile: the clock was another one.
+bool isLate(const SnapshotItem& item, FileTime begin, FileTime end) {
     const bool isCoarse = item.changed.nanoseconds() == 0;
-    return isCoarse ? item.changed.seconds() + coarseTick >= begin.seconds() : item.changed >= begin;
+    return item.changed.seconds() <= end.seconds() + coarseTick &&
+           (isCoarse ? item.changed.seconds() + coarseTick >= begin.seconds() : item.changed >= begin);
 }
 
 // Whether a file looks as it was saved.
@@ -53,11 +56,13 @@ std::size_t takeLateChanges(std::vector<SnapshotItem>& items, const BackupIndex&
     });
     for (const std::string& path : readAgain)
         uncertain.erase(path);
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
     std::size_t late = 0;
     for (SnapshotItem& item : items) {
         if (item.kind != ItemKind::File)
             continue;
-        const bool isLateNow = isLate(item, begin);
+        const bool isLateNow = isLate(item, begin, FileTime(now));
         late += isLateNow ? 1U : 0U;
         const bool isSameAsBefore =
             uncertain.contains(item.path) && before.find(item.path)->changed == asUncertain(item.changed);
