@@ -1,6 +1,5 @@
 #include "LocalDaemon/IndexKeeper.h"
 
-#include "LocalDaemon/BackupTrouble.h"
 #include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/KnownRepositories.h"
 #include "LocalDaemon/LateChanges.h"
@@ -56,12 +55,6 @@ std::vector<std::uint32_t> worthListing(std::vector<Numbered> unknown) {
 
 std::string idOf(const std::pair<const std::uint32_t, Snapshot>& numbered) {
     return numbered.second.id;
-}
-
-// A snapshot that gets another tag gets another id.
-bool isSame(const Snapshot& known, const Snapshot& listed) {
-    const bool isNumbered = known.sequence != 0 && known.sequence < highestSequence;
-    return known.id == listed.id || (isNumbered && known.sequence == listed.sequence);
 }
 
 std::vector<Snapshot> snapshotsOf(const BackupIndex& index) {
@@ -129,7 +122,7 @@ ResticOutcome IndexKeeper::synchronize(bool mayMake, const StopSignal& stop) {
     if (const ResticOutcome outcome = repository_.clearStaleLocks(stop).outcome;
         !outcome.succeeded() && !stop.isSet())
         KelvaneSystemLog("Locks stay in the repository. %@", outcome.errors);
-    const Repository::Listing listing = snapshots(stop);
+    const Repository::Listing listing = withKnown(markedSnapshots(stop));
     if (!listing.outcome.succeeded())
         return listing.outcome;
     reportUnread(listing);
@@ -206,13 +199,9 @@ ResticOutcome IndexKeeper::rebuild(BackupIndex from, const Numbers& toList, cons
 
 ResticOutcome IndexKeeper::add(Made made, const StopSignal& stop) {
     retention_.noteMade(nextSequence(), made.isPartial);
-    if (made.isPartial && !made.hasPartialTag) {
-        const Repository::Listing listing = markedSnapshots(stop);
-        if (!listing.outcome.succeeded())
-            return listing.outcome;
-        if (!listing.snapshots.empty() && listing.snapshots.back().sequence == nextSequence())
-            made.id = listing.snapshots.back().id;
-    }
+    if (made.isPartial && !made.hasPartialTag)
+        if (ResticOutcome outcome = mark(made, stop); !outcome.succeeded())
+            return outcome;
     auto contents = repository_.list(made.id, stop);
     if (!contents.outcome.succeeded())
         return contents.outcome;
@@ -255,25 +244,6 @@ void IndexKeeper::setDamage(Damage damage) {
     publish_(index_, {"/"}, true);
 }
 
-// A disk that errs may give back later what it does not show now.
-void IndexKeeper::noteVanished(const Repository::Listing& listing, const std::string& repositoryId) {
-    if (index_->repositoryId() != repositoryId)
-        return vanished_.clear();
-    for (const Snapshot& known : snapshotsOf(*index_))
-        if (std::ranges::none_of(listing.snapshots,
-                                 [&](const Snapshot& each) { return isSame(known, each); }))
-            vanished_.insert(known.id);
-    for (const Snapshot& listed : listing.snapshots)
-        vanished_.erase(listed.id);
-}
-
-ResticOutcome IndexKeeper::takeBackVanished(const StopSignal& stop) {
-    const Repository::Listing listing = repository_.snapshots(stop);
-    const bool isOneBack = std::ranges::any_of(
-        listing.snapshots, [this](const Snapshot& each) { return vanished_.contains(each.id); });
-    return listing.outcome.succeeded() && isOneBack ? synchronize(false, stop) : listing.outcome;
-}
-
 ResticOutcome IndexKeeper::forgetOld(std::chrono::days keep, const StopSignal& stop) {
     if (!vanished_.empty())
         if (ResticOutcome outcome = takeBackVanished(stop); !outcome.succeeded())
@@ -294,38 +264,6 @@ ResticOutcome IndexKeeper::forgetOld(std::chrono::days keep, const StopSignal& s
     if (!retention_.isForgettingDue() || snapshotsToForget(known, limits).empty())
         return {};
     return forget(keep, stop);
-}
-
-Repository::Listing IndexKeeper::snapshots(const StopSignal& stop) const {
-    Repository::Listing listing = markedSnapshots(stop);
-    for (Snapshot& listed : listing.snapshots) {
-        listed.isPartial = listed.isPartial || retention_.isIncomplete(listed.sequence);
-        for (const auto& [number, known] : index_->snapshots())
-            if (isSame(known, listed)) {
-                listed.isPartial = listed.isPartial || known.isPartial;
-                listed.lacks = known.lacks;
-            }
-    }
-    return listing;
-}
-
-// That a snapshot lacks something is often known only when it has been made. The repository has to tell it as
-// well: on another machine, or without the index, what is missing would count as deleted.
-Repository::Listing IndexKeeper::markedSnapshots(const StopSignal& stop) const {
-    Repository::Listing listing = repository_.snapshots(stop);
-    std::vector<std::string> unmarked;
-    for (const Snapshot& each : listing.snapshots)
-        if (!each.isPartial && retention_.isIncomplete(each.sequence) &&
-            (each.sequence < highestSequence || each == listing.snapshots.back()))
-            unmarked.push_back(each.id);
-    if (!listing.outcome.succeeded() || unmarked.empty())
-        return listing;
-    if (const ResticOutcome outcome = repository_.markPartial(unmarked, stop); !outcome.succeeded()) {
-        KelvaneSystemLog("%llu snapshots that lack something are not marked yet: %@", unmarked.size(),
-                         reasonOf(outcome));
-        return listing;
-    }
-    return repository_.snapshots(stop);
 }
 
 ResticOutcome IndexKeeper::forget(std::chrono::days keep, const StopSignal& stop) {

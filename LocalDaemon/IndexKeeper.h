@@ -89,7 +89,9 @@ private:
     void takeLate(std::vector<SnapshotItem>& items, const Made& made) const;
     [[nodiscard]] std::uint64_t nextSequence() const;
     [[nodiscard]] Repository::Listing snapshots(const StopSignal& stop) const;
+    [[nodiscard]] Repository::Listing withKnown(Repository::Listing listing) const;
     [[nodiscard]] Repository::Listing markedSnapshots(const StopSignal& stop) const;
+    [[nodiscard]] ResticOutcome mark(Made& made, const StopSignal& stop) const;
     [[nodiscard]] ResticOutcome rebuild(BackupIndex from, const Numbers& toList, const StopSignal& stop);
     [[nodiscard]] BackupIndex withListed(const Repository::Listing& listing, const std::string& repositoryId,
                                          Numbers& toList) const;
