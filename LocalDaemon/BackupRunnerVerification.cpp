@@ -17,8 +17,12 @@ void BackupRunner::storeAgain() {
     backUpNow(everything);
 }
 
+// Another disk may have taken the place of the one that was there. Why an ordered one cannot be done, its try
+// says.
 void BackupRunner::verify(const StopSignal& stop) {
-    const ResticOutcome outcome = verification_->performDue(stop);
+    ResticOutcome outcome = connect(stop);
+    if (outcome.succeeded() || state_->isVerificationOrdered())
+        outcome = verification_->performDue(stop);
     const std::scoped_lock guard(mutex_);
     // What is damaged waits neither for the usual interval nor until something else is to be backed up.
     if (outcome.succeeded() && verification_->isRepairDue())

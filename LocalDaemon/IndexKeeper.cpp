@@ -3,6 +3,7 @@
 #include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/KnownRepositories.h"
 #include "LocalDaemon/LateChanges.h"
+#include "LocalDaemon/RepositoryFiles.h"
 #include "LocalDaemon/RetentionAlerts.h"
 #include "Platform/FileContents.h"
 #include "Platform/SpecialFolders.h"
@@ -93,7 +94,9 @@ IndexKeeper::IndexKeeper(Repository repository, std::string path, MachineClock c
     : repository_(std::move(repository)),
       path_(std::move(path)),
       index_(std::make_shared<const BackupIndex>(indexIn(path_))),
+      repositoryId_(index_->repositoryId()),
       retention_(path_ + ".retention", std::move(clock)) {
+    retention_.setRepository(repositoryId_);
     retention_.noteClock();
 }
 
@@ -118,6 +121,8 @@ ResticOutcome IndexKeeper::synchronize(bool mayMake, const StopSignal& stop) {
         return opening.outcome;
     mayMakeAnyway_ = false;
     known.note(place.location, opening.id);
+    if (opening.id != repositoryId_)
+        useRepository(opening.id);
     // They would be in the way of whoever looks through the whole repository.
     if (const ResticOutcome outcome = repository_.clearStaleLocks(stop).outcome;
         !outcome.succeeded() && !stop.isSet())
@@ -144,6 +149,22 @@ ResticOutcome IndexKeeper::synchronize(bool mayMake, const StopSignal& stop) {
     ResticOutcome outcome = rebuild(std::move(from), toList, stop);
     isCurrent_ = isCurrent_ && outcome.succeeded();
     return outcome;
+}
+
+// Without an index of its own the repository is listed; until then the other one's stays.
+void IndexKeeper::useRepository(const std::string& id) {
+    exchangeFile(path_, repositoryId_, id);
+    repositoryId_ = id;
+    vanished_.clear();
+    BackupIndex known = indexIn(path_);
+    const bool isKnown = known.repositoryId() == id;
+    if (isKnown)
+        index_ = std::make_shared<const BackupIndex>(std::move(known));
+    retention_.setRepository(id);
+    damage_ = std::make_shared<const Damage>();
+    onRepositoryChanged_(id);
+    if (isKnown)
+        take(BackupIndex(*index_), {"/"}, true);
 }
 
 // The index with a number for each snapshot, and those numbers whose contents are to be listed.

@@ -40,6 +40,11 @@ public:
     void setAlerts(Alerts alerts);
     // Called after a key has been made for a new repository.
     void setKeyMade(std::function<void()> onKeyMade) { onKeyMade_ = std::move(onKeyMade); }
+    // Called when the repository that is there is another one than before. Nothing in it is known to be
+    // damaged until that says so.
+    void setRepositoryChanged(std::function<void(const std::string& id)> onRepositoryChanged) {
+        onRepositoryChanged_ = std::move(onRepositoryChanged);
+    }
     // A new repository may be made, once, where a disk belongs that is away, or where there was one before.
     // Any thread.
     void allowMakingAnyway() { mayMakeAnyway_ = true; }
@@ -88,6 +93,7 @@ private:
     [[nodiscard]] ResticOutcome takeBackVanished(const StopSignal& stop);
     void takeLate(std::vector<SnapshotItem>& items, const Made& made) const;
     [[nodiscard]] std::uint64_t nextSequence() const;
+    void useRepository(const std::string& id);
     [[nodiscard]] Repository::Listing snapshots(const StopSignal& stop) const;
     [[nodiscard]] Repository::Listing withKnown(Repository::Listing listing) const;
     [[nodiscard]] Repository::Listing markedSnapshots(const StopSignal& stop) const;
@@ -106,6 +112,7 @@ private:
     const Repository repository_;
     const std::string path_;
     Index index_;
+    std::string repositoryId_; // of the repository that was there last; empty: not known yet
     RetentionRecord retention_;
     bool isCurrent_ = false;
     std::uint64_t newestSequence_ = 0;
@@ -116,6 +123,7 @@ private:
     std::shared_ptr<const Damage> damage_ = std::make_shared<const Damage>();
     std::atomic<bool> mayMakeAnyway_{false};
     std::function<void()> onKeyMade_ = [] {};
+    std::function<void(const std::string&)> onRepositoryChanged_ = [](const std::string&) {};
     Publish publish_ = [](const Index&, const std::vector<std::string>&, bool) {};
 };
 

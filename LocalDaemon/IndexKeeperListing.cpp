@@ -22,10 +22,11 @@ Repository::Listing IndexKeeper::snapshots(const StopSignal& stop) const {
 }
 
 Repository::Listing IndexKeeper::withKnown(Repository::Listing listing) const {
+    const bool isOfAnother = index_->repositoryId() != repositoryId_;
     for (Snapshot& listed : listing.snapshots) {
         listed.isPartial = listed.isPartial || retention_.isIncomplete(listed.sequence);
         for (const auto& [number, known] : index_->snapshots())
-            if (isSame(known, listed)) {
+            if (!isOfAnother && isSame(known, listed)) {
                 listed.isPartial = listed.isPartial || known.isPartial;
                 listed.lacks = known.lacks;
             }

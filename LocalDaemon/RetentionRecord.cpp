@@ -62,7 +62,21 @@ Disappearance disappearanceFrom(const Value& value) {
 } // namespace
 
 RetentionRecord::RetentionRecord(std::string path, MachineClock clock)
-    : path_(std::move(path)), clock_(std::move(clock)), contents_(read(path_)), saved_(contents_) {}
+    : path_(std::move(path)),
+      clock_(std::move(clock)),
+      contents_(read(path_)),
+      saved_(contents_),
+      present_(&contents_.repositories[""]) {}
+
+// What was noted before the id was known is about the repository that is found first.
+void RetentionRecord::setRepository(const std::string& id) {
+    const std::scoped_lock guard(mutex_);
+    if (auto unnamed = contents_.repositories.extract(""); unnamed) {
+        unnamed.key() = id;
+        contents_.repositories.insert(std::move(unnamed)); // unless something is known of that one
+    }
+    present_ = &contents_.repositories[id];
+}
 
 void RetentionRecord::noteClock() {
     const std::scoped_lock guard(mutex_);
@@ -75,7 +89,7 @@ RetentionLimits RetentionRecord::limits(std::chrono::days keep) {
     limits.now = look();
     limits.keep = keep + longerForCorrections;
     limits.clockSteadySince = contents_.steadySince;
-    for (const Entry& entry : contents_.entries)
+    for (const Entry& entry : present_->entries)
         if (entry.decision != Decision::Forget)
             limits.held.insert(entry.disappearance.snapshots.begin(), entry.disappearance.snapshots.end());
     return limits;
@@ -88,19 +102,19 @@ bool RetentionRecord::isForgettingDue() {
 
 bool RetentionRecord::isPruningDue() {
     const std::scoped_lock guard(mutex_);
-    return isDayOver(look()) && contents_.isToPrune;
+    return isDayOver(look()) && present_->isToPrune;
 }
 
 void RetentionRecord::noteForgotten() {
     const std::scoped_lock guard(mutex_);
-    contents_.forgotten = look();
-    contents_.isToPrune = true;
+    present_->forgotten = look();
+    present_->isToPrune = true;
     save();
 }
 
 void RetentionRecord::notePruned() {
     const std::scoped_lock guard(mutex_);
-    contents_.isToPrune = false;
+    present_->isToPrune = false;
     save();
 }
 
@@ -111,23 +125,23 @@ void RetentionRecord::noteBegun(std::uint64_t sequence) {
 void RetentionRecord::noteMade(std::uint64_t sequence, bool isIncomplete) {
     const std::scoped_lock guard(mutex_);
     if (isIncomplete)
-        contents_.incomplete.insert(sequence);
+        present_->incomplete.insert(sequence);
     else
-        contents_.incomplete.erase(sequence);
+        present_->incomplete.erase(sequence);
     save();
 }
 
 bool RetentionRecord::isIncomplete(std::uint64_t sequence) const {
     const std::scoped_lock guard(mutex_);
-    return contents_.incomplete.contains(sequence);
+    return present_->incomplete.contains(sequence);
 }
 
 void RetentionRecord::add(const Disappearance& disappearance) {
     const std::scoped_lock guard(mutex_);
     const auto isSame = [&](const Entry& each) { return each.disappearance.id == disappearance.id; };
-    const auto known = std::ranges::find_if(contents_.entries, isSame);
-    if (known == contents_.entries.end())
-        contents_.entries.push_back({disappearance});
+    const auto known = std::ranges::find_if(present_->entries, isSame);
+    if (known == present_->entries.end())
+        present_->entries.push_back({disappearance});
     else if (known->decision == Decision::None)
         known->disappearance = disappearance;
     save();
@@ -136,13 +150,13 @@ void RetentionRecord::add(const Disappearance& disappearance) {
 void RetentionRecord::update(const BackupIndex& index) {
     const std::scoped_lock guard(mutex_);
     if (const Snapshot* const newest = index.newestSnapshot())
-        std::erase_if(contents_.incomplete, [&](std::uint64_t sequence) {
+        std::erase_if(present_->incomplete, [&](std::uint64_t sequence) {
             return sequence < newest->sequence &&
                    std::ranges::none_of(index.snapshots(), [sequence](const auto& snapshot) {
                        return snapshot.second.sequence == sequence;
                    });
         });
-    std::erase_if(contents_.entries, [&](const Entry& entry) {
+    std::erase_if(present_->entries, [&](const Entry& entry) {
         const Disappearance& each = entry.disappearance;
         const bool isOneThere = std::ranges::any_of(index.snapshots(), [&](const auto& snapshot) {
             return each.snapshots.contains(snapshot.second.id);
@@ -155,7 +169,7 @@ void RetentionRecord::update(const BackupIndex& index) {
 
 std::vector<RetentionRecord::Entry> RetentionRecord::entries() const {
     const std::scoped_lock guard(mutex_);
-    return contents_.entries;
+    return present_->entries;
 }
 
 std::string RetentionRecord::decide(const std::string& id, Decision decision) {
@@ -163,8 +177,8 @@ std::string RetentionRecord::decide(const std::string& id, Decision decision) {
     const auto isMeant = [&](const Entry& each) {
         return !id.empty() && each.disappearance.id.starts_with(id);
     };
-    const auto entry = std::ranges::find_if(contents_.entries, isMeant);
-    if (entry == contents_.entries.end())
+    const auto entry = std::ranges::find_if(present_->entries, isMeant);
+    if (entry == present_->entries.end())
         return "No files that disappeared with snapshot " + id + " are waiting for a decision.";
     const Decision before = std::exchange(entry->decision, decision);
     std::string failure = save();
@@ -204,31 +218,25 @@ std::int64_t RetentionRecord::look() {
 
 // Since the last forgetting. A time that lies ahead is that of a clock that was wrong.
 bool RetentionRecord::isDayOver(std::int64_t now) const {
-    if (contents_.forgotten == 0)
+    if (present_->forgotten == 0)
         return true;
-    const bool isAhead = contents_.forgotten > now + largestCorrection;
-    return now >= std::max(isAhead ? 0 : contents_.forgotten, contents_.steadySince) + day;
+    const bool isAhead = present_->forgotten > now + largestCorrection;
+    return now >= std::max(isAhead ? 0 : present_->forgotten, contents_.steadySince) + day;
 }
 
 std::string RetentionRecord::save() {
     if (contents_ == saved_)
         return {};
-    Array entries;
-    Array incomplete;
-    for (const std::uint64_t sequence : contents_.incomplete)
-        incomplete.push_back(sequence);
-    for (const Entry& entry : contents_.entries)
-        entries.push_back(valueOf(entry.disappearance, entry.decision));
+    Dictionary repositories;
+    for (const auto& [id, repository] : contents_.repositories)
+        repositories.set(id, valueOfRepository(repository));
     const PropertyListWriting list = writeBinaryPropertyList(Dictionary{
         {"bootId", contents_.bootId},
         {"wallThen", contents_.wallThen},
         {"sinceBootThen", contents_.sinceBootThen},
         {"lastSeen", contents_.lastSeen},
         {"steadySince", contents_.steadySince},
-        {"forgotten", contents_.forgotten},
-        {"isToPrune", contents_.isToPrune},
-        {"incomplete", std::move(incomplete)},
-        {"disappearances", std::move(entries)},
+        {"repositories", std::move(repositories)},
     });
     std::string failure = list.error;
     if (failure.empty())
@@ -261,17 +269,38 @@ RetentionRecord::Contents RetentionRecord::contentsFrom(const Value& value) {
     contents.sinceBootThen = timeIn(value["sinceBootThen"]);
     contents.lastSeen = timeIn(value["lastSeen"]);
     contents.steadySince = timeIn(value["steadySince"]);
-    contents.forgotten = timeIn(value["forgotten"]);
-    contents.isToPrune = value["isToPrune"].boolValue();
+    contents.repositories[""] = repositoryFrom(value); // as a version kept it that knew of one repository
+    for (const auto& [id, repository] : value["repositories"].dictionary())
+        contents.repositories[id] = repositoryFrom(repository);
+    return contents;
+}
+
+Value RetentionRecord::valueOfRepository(const OfRepository& repository) {
+    Array entries;
+    Array incomplete;
+    for (const std::uint64_t sequence : repository.incomplete)
+        incomplete.push_back(sequence);
+    for (const Entry& entry : repository.entries)
+        entries.push_back(valueOf(entry.disappearance, entry.decision));
+    return Dictionary{{"forgotten", repository.forgotten},
+                      {"isToPrune", repository.isToPrune},
+                      {"incomplete", std::move(incomplete)},
+                      {"disappearances", std::move(entries)}};
+}
+
+RetentionRecord::OfRepository RetentionRecord::repositoryFrom(const Value& value) {
+    OfRepository repository;
+    repository.forgotten = timeIn(value["forgotten"]);
+    repository.isToPrune = value["isToPrune"].boolValue();
     for (const Value& each : value["incomplete"].array())
-        contents.incomplete.insert(each.uint64Value());
+        repository.incomplete.insert(each.uint64Value());
     for (const Value& each : value["disappearances"].array()) {
         const auto* const name = std::ranges::find(
             decisionNames, std::string_view(each["decision"].stringValue()), &DecisionName::name);
-        contents.entries.push_back(
+        repository.entries.push_back(
             {disappearanceFrom(each), name == std::end(decisionNames) ? Decision::None : name->decision});
     }
-    return contents;
+    return repository;
 }
 
 } // namespace kelvane

@@ -3,6 +3,7 @@
 #include "LocalDaemon/MachineClock.h"
 #include "LocalDaemon/Retention.h"
 
+#include <map>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -15,6 +16,9 @@ namespace kelvane {
 // something was last forgotten, which disappearances of many files there were and what a person has decided
 // about them. A file that is missing or damaged counts as the beginning: nothing is forgotten before a whole
 // `keepDays` have passed, and each disappearance is asked about again.
+//
+// All but the clock belongs to a repository. Disks that take turns at one place hold several, and what is
+// known of one stays while another is there.
 //
 // Any thread; what changes is on the disk when a call returns. A failure to save is logged.
 class RetentionRecord {
@@ -29,6 +33,9 @@ public:
     };
 
     RetentionRecord(std::string path, MachineClock clock);
+
+    // From now on the repository with this id is meant; empty: one that is not known yet.
+    void setRepository(const std::string& id);
 
     // To be called at least every hour: what the clock did while nobody looked is believed for some days
     // only.
@@ -55,6 +62,15 @@ public:
     [[nodiscard]] std::string decide(const std::string& id, Decision decision);
 
 private:
+    struct OfRepository {
+        std::int64_t forgotten = 0; // the last time, by the wall clock; 0: never
+        bool isToPrune = false;
+        std::set<std::uint64_t> incomplete; // sequence numbers of snapshots
+        std::vector<Entry> entries;
+
+        friend bool operator==(const OfRepository&, const OfRepository&) = default;
+    };
+    using Repositories = std::map<std::string, OfRepository>; // by id
     struct Contents {
         std::string bootId; // of the boot in which the clock was last looked at
         // What the clocks showed when that boot was first seen.
@@ -62,10 +78,7 @@ private:
         std::int64_t sinceBootThen = 0;
         std::int64_t lastSeen = 0;    // by the wall clock
         std::int64_t steadySince = 0; // likewise
-        std::int64_t forgotten = 0;   // likewise: the last time; 0: never
-        bool isToPrune = false;
-        std::set<std::uint64_t> incomplete; // sequence numbers of snapshots
-        std::vector<Entry> entries;
+        Repositories repositories;
 
         friend bool operator==(const Contents&, const Contents&) = default;
     };
@@ -76,6 +89,8 @@ private:
     std::string save();
     [[nodiscard]] static Contents read(const std::string& path);
     [[nodiscard]] static Contents contentsFrom(const Value& value);
+    [[nodiscard]] static Value valueOfRepository(const OfRepository& repository);
+    [[nodiscard]] static OfRepository repositoryFrom(const Value& value);
 
     const std::string path_;
     const MachineClock clock_;
@@ -83,6 +98,7 @@ private:
     mutable std::mutex mutex_; // guards what follows
     Contents contents_;
     Contents saved_;
+    OfRepository* present_; // in the contents
 };
 
 } // namespace kelvane

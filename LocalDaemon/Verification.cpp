@@ -2,6 +2,7 @@
 
 #include "LocalDaemon/BackupTrouble.h"
 #include "LocalDaemon/DamageReport.h"
+#include "LocalDaemon/RepositoryFiles.h"
 #include "Support/Logging.h"
 
 #include <algorithm>
@@ -41,15 +42,8 @@ Verification::Verification(std::shared_ptr<DaemonState> state, std::shared_ptr<I
       keeper_(std::move(keeper)),
       options_(std::move(options)),
       record_(VerificationRecord::read(options_.path)) {
-    beginAnewElsewhere();
-    if (std::exchange(record_.parts, options_.parts) != options_.parts || record_.partsRead >= record_.parts)
-        record_.partsRead = 0;
-    // A round that would begin later would leave the data unread for longer.
-    record_.roundBegan = std::min(record_.roundBegan, system_clock::now() + options_.round / options_.parts);
-    keeper_->setDamage(record_.damage);
-    if (isDamageKnown(record_))
-        tellOutcome({});
-    tell(std::nullopt);
+    useRepository(keeper_->index()->repositoryId());
+    keeper_->setRepositoryChanged([this](const std::string& id) { useRepository(id); });
 }
 
 std::chrono::milliseconds Verification::timeUntilDue() const {
@@ -98,7 +92,6 @@ ResticOutcome Verification::performDue(const StopSignal& stop) {
 }
 
 ResticOutcome Verification::checkStructure(const StopSignal& stop) {
-    beginAnewElsewhere();
     const auto begin = Clock::now();
     const CheckReport report = checkWithTrueIndex(stop);
     const ResticOutcome outcome = report.outcome.succeeded() ? take(report, stop) : report.outcome;
@@ -298,7 +291,6 @@ bool Verification::canRepair() const {
 }
 
 ResticOutcome Verification::prepareRepair(const StopSignal& stop) {
-    beginAnewElsewhere();
     hasRepairFailed_ = true;
     if (canSetAside()) {
         // A pack that can be read by now stays.
@@ -344,17 +336,33 @@ void Verification::noteStoredAgain() {
 }
 
 // An index that is lost comes back as that of the same repository, and what is damaged is so still.
-void Verification::beginAnewElsewhere() {
-    const std::string& id = keeper_->index()->repositoryId();
-    if (id.empty() || record_.repository == id)
-        return;
-    const bool isOther = !record_.repository.empty();
-    if (isOther)
-        record_ = {};
-    record_.repository = id;
-    record_.parts = options_.parts;
-    if (isOther)
-        keeper_->setDamage({});
+void Verification::useRepository(const std::string& id) {
+    if (!id.empty() && !record_.repository.empty() && id != record_.repository) {
+        exchangeFile(options_.path, record_.repository, id);
+        record_ = VerificationRecord::read(options_.path);
+        if (record_.repository != id)
+            record_ = {};
+        known_.reset();
+        leftOut_.clear();
+        maySetAside_ = false;
+        hasRepairFailed_ = false;
+        orderedPartsRead_ = 0;
+        isStructureWanted_ = true;
+        structureNotBefore_ = {};
+    }
+    if (!id.empty())
+        record_.repository = id;
+    if (std::exchange(record_.parts, options_.parts) != options_.parts || record_.partsRead >= record_.parts)
+        record_.partsRead = 0;
+    // A round that would begin later would leave the data unread for longer.
+    record_.roundBegan = std::min(record_.roundBegan, system_clock::now() + options_.round / options_.parts);
+    keeper_->setDamage(record_.damage);
+    if (isDamageKnown(record_))
+        return tellOutcome({});
+    isStoredDamaged_ = false;
+    state_->setDamage(false, 0);
+    state_->withdrawAlert(damageAlert);
+    tell(std::nullopt);
 }
 
 void Verification::tellOutcome(const std::string& progress) {

@@ -80,7 +80,7 @@ private:
     [[nodiscard]] bool mayBeSetAside() const;
     [[nodiscard]] bool canSetAside() const;
     [[nodiscard]] Clock::time_point structureDue() const;
-    void beginAnewElsewhere();
+    void useRepository(const std::string& id);
     void tellOutcome(const std::string& progress);
     void tell(std::optional<double> progress);
     [[nodiscard]] std::string newestSnapshot() const;

@@ -184,6 +184,29 @@ TEST_F(Keeping, NoTagMakesItsOwnSnapshotsTheOldest) {
     EXPECT_TRUE(repository.snapshots(stop).snapshots.back().id.starts_with(last));
 }
 
+TEST_F(Keeping, WhatIsKnownOfARepositoryWaitsWhileAnotherHasItsPlace) {
+    ASSERT_TRUE(repository.open(Repository::Making::Always, stop).wasMade);
+    const std::string file = folders.write("home/file", "1");
+    IndexKeeper running = keeper();
+    ASSERT_TRUE(running.synchronize(false, stop).succeeded());
+    IndexKeeper::Made made{backUp(file, 0, {"sequence-1"}), true};
+    made.lacks = {file};
+    ASSERT_TRUE(running.add(made, stop).succeeded());
+    fs::rename(folders / "repository", folders / "first");
+    ASSERT_TRUE(repository.open(Repository::Making::Always, stop).wasMade);
+    backUp(file, 0);
+    std::string changedTo;
+    running.setRepositoryChanged([&](const std::string& id) { changedTo = id; });
+    ASSERT_TRUE(running.synchronize(false, stop).succeeded());
+    EXPECT_EQ(running.index()->repositoryId(), changedTo);
+    EXPECT_TRUE(running.index()->newestCompleteSnapshot());
+    fs::remove_all(folders / "repository");
+    fs::rename(folders / "first", folders / "repository");
+    ASSERT_TRUE(running.synchronize(false, stop).succeeded());
+    EXPECT_EQ(running.index()->newestSnapshot()->lacks, std::vector<std::string>{file});
+    EXPECT_FALSE(running.index()->newestCompleteSnapshot());
+}
+
 TEST_F(Keeping, WhatIsDamagedStaysSoInTheNextSnapshot) {
     ASSERT_TRUE(repository.open(Repository::Making::Always, stop).wasMade);
     const std::string same = folders.write("home/same", "1");

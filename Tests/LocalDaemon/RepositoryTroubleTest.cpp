@@ -29,8 +29,11 @@ TEST_F(BackingUp, PruningMakesRoomForARestore) {
     ASSERT_TRUE(comesToRest(1, 2));
     daemon.reset();
     for (const auto& each : fs::directory_iterator(folders / "state"))
-        if (each.path().extension() == ".retention")
-            RetentionRecord(each.path(), [this] { return clock; }).noteForgotten();
+        if (each.path().extension() == ".retention") {
+            RetentionRecord record(each.path(), [this] { return clock; });
+            record.setRepository(repository().open(Repository::Making::Never, StopSignal()).id);
+            record.noteForgotten();
+        }
     clock.wall += 86400;
     clock.sinceBoot += 86400;
     folders.write("home/file", "333");

@@ -232,6 +232,16 @@ TEST_F(RetentionRecordTest, HoldsWhatDisappearedUntilItIsGivenUp) {
     record().add(*disappearance);
     record().update(back);
     EXPECT_FALSE(isHeld()) << "the files are there again";
+
+    record().noteMade(1, true); // the only repository that there was, whose id becomes known
+    RetentionRecord turns = record();
+    turns.setRepository("r");
+    turns.setRepository("s");
+    turns.noteMade(2, true);
+    turns.update(indexWith({}, "s", {"four", 4, false, 4}, files(0, 1)));
+    turns.setRepository("r");
+    EXPECT_TRUE(turns.isIncomplete(1));
+    EXPECT_FALSE(turns.isIncomplete(2));
 }
 
 TEST(ResticProcesses, KnowWhoseALockIs) {
