@@ -12,6 +12,7 @@
 #include "Support/Logging.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <ctime>
 #include <fcntl.h>
 #include <set>
@@ -35,8 +36,31 @@ std::string joined(const std::vector<std::string>& paths) {
     return text;
 }
 
+// Without its key an encrypted folder shows other names than those that were saved, which cannot be read. The
+// folder that is meant by one of these; empty: it is none.
+std::string lockedFolderAround(const BackupIndex& index, const std::string& path) {
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (file || errno != ENOKEY)
+        return {};
+    struct statx status {};
+    for (std::string_view at = folderOf(path); at.size() > 1; at = folderOf(at)) {
+        const std::string folder(at);
+        if (::statx(AT_FDCWD, folder.c_str(), 0, STATX_TYPE, &status) != 0 ||
+            (status.stx_attributes & STATX_ATTR_ENCRYPTED) == 0)
+            return {};
+        if (const BackupIndex::Item* const item = index.find(at); item && index.hasContent(*item))
+            return folder;
+    }
+    return {};
+}
+
 // Those where something was saved before.
 std::vector<std::string> savedAmong(const BackupIndex& index, std::vector<std::string> paths) {
+    for (std::string& path : paths)
+        if (std::string locked = lockedFolderAround(index, path); !locked.empty())
+            path = std::move(locked);
+    std::ranges::sort(paths);
+    paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
     std::erase_if(paths, [&](const std::string& path) {
         const BackupIndex::Item* const item = index.find(path);
         return !item || !index.hasContent(*item);
