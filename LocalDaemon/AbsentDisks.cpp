@@ -71,15 +71,12 @@ bool hasSavedContents(const BackupIndex& index, const std::string& path) {
 }
 
 // What is selected by itself is backed up whatever is mounted there, and what was in the way of a mount that
-// was backed up is none of its contents. Only where something was saved are mounts asked, for one may hang.
+// was backed up is none of its contents. No mount is asked, for one may never answer.
 bool isCovered(const std::string& point, const Settings& settings, const BackupRules& rules,
-               const BackupIndex& index, const FileSystem& fileSystem) {
-    if (!hasSavedContents(index, point) || settings.mounts.contains(point) ||
-        settings.disks.contains(point) || ruleAt(rules, point) || !verdictFor(rules, folderOf(point)).isIn())
-        return false;
-    const auto own = fileSystem.attributes(point);
-    const auto around = fileSystem.attributes(std::string(folderOf(point)));
-    return own && around && own->device != around->device;
+               const BackupIndex& index) {
+    return hasSavedContents(index, point) && !settings.mounts.contains(point) &&
+           !settings.disks.contains(point) && !ruleAt(rules, point) &&
+           verdictFor(rules, folderOf(point)).isIn();
 }
 
 void addCovered(Absences& absences, const Settings& settings, BackupRules rules, const BackupIndex& index,
@@ -90,7 +87,7 @@ void addCovered(Absences& absences, const Settings& settings, BackupRules rules,
         away.insert(path);
     const std::vector<std::string> mounts = fileSystem.mountsBelow("/");
     for (const std::string& point : std::set(mounts.begin(), mounts.end())) // folders come first
-        if (nearestOf(away, point).empty() && isCovered(point, settings, rules, index, fileSystem)) {
+        if (nearestOf(away, point).empty() && isCovered(point, settings, rules, index)) {
             away.insert(point);
             absences[point] = Absence::Covered;
         }

@@ -21,6 +21,7 @@ using namespace std::chrono_literals;
 
 constexpr auto tellInterval = 250ms;
 constexpr std::size_t mostPatternArguments = 100;
+constexpr std::size_t mostMounts = 1000;
 constexpr const char* patternFileName = "/kelvane-patterns";
 constexpr mode_t privateMode = 0600;
 constexpr std::string_view interruptMark = "signal interrupt received";
@@ -77,6 +78,10 @@ std::vector<std::string> argumentsFor(const BackupRun::Wanted& wanted) {
     arguments.insert(arguments.end(), {"--exclude", std::string(stagingPrefix) + '*'});
     for (const std::string& file : wanted.leftOut)
         arguments.insert(arguments.end(), {"--exclude", escapedForPattern(file)});
+    // restic would ask them, and wait for what does not answer.
+    for (const std::string& mount :
+         std::span(wanted.targets.mounts).first(std::min(wanted.targets.mounts.size(), mostMounts)))
+        arguments.insert(arguments.end(), {"--exclude", escapedForPattern(mount)});
     for (const std::string& tag : wanted.tags)
         arguments.insert(arguments.end(), {"--tag", tag});
     // restic would look for one with the same list of paths, which is another one after each change of the

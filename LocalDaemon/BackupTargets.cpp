@@ -1,6 +1,7 @@
 #include "LocalDaemon/BackupTargets.h"
 
 #include "LocalDaemon/CleanPath.h"
+#include "Platform/MountTable.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -98,6 +99,10 @@ private:
         const auto rule = ruleAt(rules_, path);
         if (rule && !rule->isIn())
             return false;
+        if (!rule && mounts_->contains(path)) {
+            targets_.mounts.push_back(path);
+            return true;
+        }
         // One that is in by a rule of its own may be another file system, which restic takes only when it is
         // named; else another file system is out.
         if (!rule) {
@@ -125,6 +130,7 @@ private:
 
     const BackupRules& rules_;
     const std::atomic<bool>& stopping_;
+    const std::shared_ptr<const MountPoints> mounts_ = currentMountPoints();
     BackupTargets targets_;
 };
 

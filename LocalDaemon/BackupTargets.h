@@ -11,6 +11,7 @@ namespace kelvane {
 struct BackupTargets {
     std::vector<std::string> paths;
     std::vector<std::string> emptied; // folders of these that are taken without what is in them
+    std::vector<std::string> mounts;  // what is mounted in folders of these, which is out
     std::vector<std::string> unread;  // what could not be looked at: there may be more than the paths hold
 };
 

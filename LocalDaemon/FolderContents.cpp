@@ -2,6 +2,7 @@
 
 #include "Foundation/PathComponents.h"
 #include "Foundation/Unicode.h"
+#include "Platform/MountTable.h"
 
 #include <algorithm>
 #include <array>
@@ -105,9 +106,11 @@ FolderContents contentsOfFolder(const std::string& path, const std::atomic<bool>
             continue;
         contents.isEmpty = false;
         const Passage passage = sieve(name);
+        if (passage == Passage::MountPoint)
+            contents.mountPoints.emplace_back(name);
         struct stat status {};
         // Asking about a folder must not mount what is mounted there on demand.
-        if (passage == Passage::Refused ||
+        if (passage == Passage::Refused || passage == Passage::MountPoint ||
             ::fstatat(::dirfd(folder.get()), name, &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0)
             continue;
         if (passage == Passage::AnyFileSystem || status.st_dev == own.st_dev)
@@ -121,12 +124,17 @@ FolderContents contentsOfFolder(const std::string& path, const std::atomic<bool>
 
 FileTotals totalsBelow(const std::string& path, const std::atomic<bool>& stopping) {
     FileTotals totals;
+    const auto mounts = currentMountPoints();
     std::vector<std::string> folders{path};
     while (!folders.empty() && !stopping) {
         const std::string folder = std::move(folders.back());
         folders.pop_back();
         const FolderContents contents = contentsOfFolder(
-            folder, stopping, [](std::string_view) { return Passage::WithinFileSystem; },
+            folder, stopping,
+            [&](std::string_view name) {
+                return mounts->contains(appendPathComponent(folder, name)) ? Passage::MountPoint
+                                                                           : Passage::WithinFileSystem;
+            },
             [](const FolderEntry&) { return false; });
         totals += contents.own.files;
         for (const std::string& name : contents.subfolders)

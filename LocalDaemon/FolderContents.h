@@ -38,7 +38,7 @@ struct FolderContents {
     int error = 0; // errno's number; 0: all of it could be read
     FolderCounts own;
     std::vector<std::string> subfolders; // sorted
-    // Folders of other file systems, which do not count. restic notes their names in the folder.
+    // Folders of other file systems, which do not count.
     std::vector<std::string> mountPoints;
     bool isEmpty = true;                 // there is nothing at all in it, whatever counts
     std::vector<std::string> lossyLinks; // those that `isTargetLost` is true of; they wait for ever
@@ -64,6 +64,7 @@ using Waiting = std::function<bool(const FolderEntry& entry)>;
 // What of a folder's entries counts.
 enum class Passage {
     Refused,
+    MountPoint,       // another file system, which may never answer and is not asked
     WithinFileSystem, // unless it belongs to another file system than the folder
     AnyFileSystem,
 };

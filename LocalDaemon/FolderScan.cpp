@@ -19,7 +19,6 @@ constexpr int restAfterListing = 20;
 constexpr std::size_t mostChangedFolders = 1000;
 constexpr std::size_t mostLossyLinks = 100; // that are reported
 constexpr const char* everything = "/";
-
 } // namespace
 
 FolderScan::FolderScan(Rules rules, Index index, Tree tree, Listener listener, const Options& options)
@@ -180,6 +179,11 @@ void FolderScan::lookAgainAt(const std::string& path) {
 void FolderScan::relist(Folder& folder) {
     const auto begin = Clock::now();
     const std::string path = FolderTree::pathOf(folder);
+    if (const std::string mount = mountOver(path); !mount.empty()) {
+        if (Folder* const around = tree_->find(folderOf(mount)))
+            markChanged(*around); // which leaves it out
+        return;
+    }
     const bool wasWatched = folder.isWatched;
     watch(folder, path); // first, so that nothing is missed that changes while it is listed
     const FolderContents contents = contentsOf(path);

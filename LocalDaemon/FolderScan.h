@@ -92,6 +92,7 @@ private:
     [[nodiscard]] FolderContents contentsOf(const std::string& path) const;
     [[nodiscard]] bool isInLastSnapshot(const BackupIndex::Item* saved, std::string_view path) const;
     [[nodiscard]] std::uint64_t savedIn(const BackupIndex::Item& folder) const;
+    [[nodiscard]] std::string mountOver(const std::string& path) const;
     void watch(Folder& folder, const std::string& path);
     void lookAt(Folder& folder);
     void markChanged(Folder& folder);

@@ -2,6 +2,7 @@
 
 #include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/FolderScan.h"
+#include "Platform/MountTable.h"
 
 #include <algorithm>
 
@@ -9,6 +10,7 @@ namespace kelvane {
 
 FolderContents FolderScan::contentsOf(const std::string& path) const {
     const Passage passage = verdictFor(*rules_, path).isIn() ? Passage::WithinFileSystem : Passage::Refused;
+    const auto mounts = currentMountPoints();
     std::string entry = withSeparator(path);
     const std::size_t length = entry.size();
     const BackupIndex::Item* const saved = index_->find(path);
@@ -24,7 +26,7 @@ FolderContents FolderScan::contentsOf(const std::string& path) const {
             entry.replace(length, std::string::npos, name);
             const std::optional<Verdict> rule = ruleAt(*rules_, entry);
             if (!rule)
-                return passage;
+                return passage != Passage::Refused && mounts->contains(entry) ? Passage::MountPoint : passage;
             return rule->isIn() ? Passage::AnyFileSystem : Passage::Refused;
         },
         [&](const FolderEntry& each) {
@@ -48,6 +50,15 @@ FolderContents FolderScan::contentsOf(const std::string& path) const {
                             contents.changed))
         ++contents.own.otherWaiting;
     return contents;
+}
+
+// The mount point that hides the folder, less what is selected by itself; empty: none.
+std::string FolderScan::mountOver(const std::string& path) const {
+    const auto mounts = currentMountPoints();
+    for (std::string_view at = path; !tree_->roots().contains(at); at = folderOf(at))
+        if (mounts->contains(at) && !ruleAt(*rules_, at))
+            return std::string(at);
+    return {};
 }
 
 // Whether the newest snapshot of the folder around it holds it as a folder.

@@ -2,6 +2,7 @@
 
 #include "LocalDaemon/BackupTargets.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <sys/stat.h>
 #include <system_error>
@@ -30,7 +31,8 @@ std::vector<std::string> largeFilesWaiting(const BackupRules& rules, const Backu
             isWaiting(index, path, status))
             found.push_back(path);
     };
-    for (const std::string& target : backupTargets(rules, "/", stopping).paths) {
+    const BackupTargets targets = backupTargets(rules, "/", stopping);
+    for (const std::string& target : targets.paths) {
         take(target);
         if (!S_ISDIR(status.st_mode))
             continue;
@@ -38,8 +40,11 @@ std::vector<std::string> largeFilesWaiting(const BackupRules& rules, const Backu
         std::error_code error;
         fs::recursive_directory_iterator at(target, fs::directory_options::skip_permission_denied, error);
         for (; !error && at != fs::recursive_directory_iterator() && !stopping; at.increment(error)) {
-            take(at->path().native());
-            if (status.st_dev != device)
+            const std::string& path = at->path().native();
+            const bool isMount = std::ranges::find(targets.mounts, path) != targets.mounts.end();
+            if (!isMount)
+                take(path);
+            if (isMount || status.st_dev != device)
                 at.disable_recursion_pending(); // another file system, which restic leaves out
         }
     }

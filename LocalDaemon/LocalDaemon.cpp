@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <iterator>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>
@@ -162,6 +163,7 @@ std::string LocalDaemon::makeWorld() {
     if (loading.alert)
         state_->raiseAlert(*loading.alert);
     state_->checkSelection();
+    mounts_ = mountsInSelection();
     state_->noteDisks(*volumes_);
     state_->lookForAbsentDisks(*options_.fileSystem);
     tree_ = std::make_shared<FolderTree>();
@@ -309,10 +311,20 @@ void LocalDaemon::refresh() {
     state_->lookForAbsentDisks(*options_.fileSystem);
     // What is mounted over a watched folder is not told as a change of it.
     const auto volumes = options_.fileSystem->volumes();
-    if (haveSamePlaces(*std::exchange(volumes_, volumes), *volumes))
+    const std::vector<std::string> mounts = mountsInSelection();
+    const bool haveSameMounts = std::exchange(mounts_, mounts) == mounts;
+    if (haveSamePlaces(*std::exchange(volumes_, volumes), *volumes) && haveSameMounts)
         return;
     state_->noteDisks(*volumes);
     scan_->lookAtEverything();
+}
+
+std::vector<std::string> LocalDaemon::mountsInSelection() const {
+    std::vector<std::string> mounts;
+    for (const std::string& root : scanRoots(*state_->rules()))
+        std::ranges::move(options_.fileSystem->mountsBelow(root), std::back_inserter(mounts));
+    std::ranges::sort(mounts);
+    return mounts;
 }
 
 } // namespace kelvane

@@ -68,6 +68,7 @@ private:
     void checkKey();
     void announceKey();
     void refresh();
+    [[nodiscard]] std::vector<std::string> mountsInSelection() const;
 
     const Options options_;
     const std::shared_ptr<MainLoop> loop_;
@@ -85,6 +86,7 @@ private:
     std::shared_ptr<PaneServer> server_;
     std::optional<FolderScan> scan_;
     std::shared_ptr<const Volumes> volumes_; // that the scan has seen
+    std::vector<std::string> mounts_;        // likewise, sorted; in the selected folders
     Timer refresh_;
 };
 

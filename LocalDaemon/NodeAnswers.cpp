@@ -6,11 +6,13 @@
 #include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/FolderContents.h"
 #include "LocalDaemon/NodeLook.h"
+#include "Platform/MountTable.h"
 #include "Support/Logging.h"
 #include "Support/PathHelpers.h"
 
 #include <algorithm>
 #include <limits>
+#include <map>
 #include <set>
 
 namespace kelvane {
@@ -43,15 +45,24 @@ public:
         std::string path;          // real, without links
         FileAttributes attributes; // when it has gone from the disk, those that it was backed up with
         bool isMissing = false;
+        bool isSilent = false; // what is mounted there does not answer, and is not asked for anything
     };
     [[nodiscard]] std::optional<std::string> realPath(const Value& asked) {
+        const auto path = entrance_.realPath(asked.stringValue());
+        if (const std::string mount = path ? silentMountOver(*path) : std::string(); !mount.empty())
+            return mount == path ? path : std::nullopt;
         return entrance_.pathWithoutLinks(asked.stringValue());
     }
     [[nodiscard]] std::optional<File> fileAt(const Value& asked) {
         const std::optional<std::string> path = realPath(asked);
         return path ? fileAtRealPath(*path) : std::nullopt;
     }
-    [[nodiscard]] std::optional<File> fileAtRealPath(const std::string& path) const {
+    [[nodiscard]] std::optional<File> fileAtRealPath(const std::string& path) {
+        if (const std::string mount = silentMountOver(path); !mount.empty()) {
+            File silent{path, {}, false, true};
+            silent.attributes.kind = Kind::Directory;
+            return mount == path ? std::optional(std::move(silent)) : std::nullopt;
+        }
         if (const auto attributes = fileSystem_.attributes(path))
             return File{path, *attributes};
         const BackupIndex::Item* const item = index_->find(path);
@@ -64,7 +75,7 @@ public:
     [[nodiscard]] std::set<std::string> namesIn(const File& folder) const {
         FolderListing listing;
         listing.isComplete = folder.isMissing;
-        if (!folder.isMissing)
+        if (!folder.isMissing && !folder.isSilent)
             listing = fileSystem_.list(folder.path, mostChildren);
         if (!listing.isComplete)
             KelvaneCLog("Panes are not told of all that is in %@: error %d.", folder.path, listing.error);
@@ -75,6 +86,8 @@ public:
         return names;
     }
     [[nodiscard]] FileTotals totalsBelow(const File& folder, const std::atomic<bool>& stopping) const {
+        if (folder.isSilent)
+            return {};
         if (!folder.isMissing)
             return kelvane::totalsBelow(folder.path, stopping);
         return index_->totalsOf(*index_->find(folder.path));
@@ -125,6 +138,16 @@ private:
         node.setSimpleFlags(look.simpleFlags);
         node.setBackupColor(look.color);
         node.setState(look.state);
+    }
+    // The mount that the path is in, when that does not answer; else empty.
+    [[nodiscard]] std::string silentMountOver(const std::string& path) {
+        std::string mount = nearestMountPoint(*mounts_, path);
+        if (mount.empty() || !isRemote(mounts_->at(mount)))
+            return {};
+        const auto [known, isNew] = answers_.try_emplace(mount, false);
+        if (isNew)
+            known->second = isAnswering(mount);
+        return known->second ? std::string() : std::move(mount);
     }
     static File missingFile(const std::string& path, const BackupIndex::Item& item) {
         File file{path, {}, true};
@@ -190,6 +213,8 @@ private:
     const DaemonState::Rules rules_;
     const DaemonState::Index index_;
     PathEntrance entrance_;
+    const std::shared_ptr<const MountPoints> mounts_ = currentMountPoints();
+    std::map<std::string, bool> answers_; // by mount point
     std::string lastRule_;
     std::optional<std::uint64_t> lastDevice_;
 };

@@ -33,6 +33,7 @@ constexpr int failed = 1;
 constexpr int wronglyUsed = 2;
 
 // Each pane has threads of its own; an arena for each would keep what its largest answer has taken.
+constexpr unsigned longestEnd = 25; // seconds; restic has ten
 constexpr int mostArenas = 2;
 
 constexpr mode_t ownersRights = 0700;
@@ -168,6 +169,7 @@ int serve(const LocalDaemon::Options& options) {
     if (const std::string refusal = daemon.start(); !refusal.empty())
         return refuse(refusal);
     const int status = loop->run();
+    ::alarm(longestEnd); // ends the process when a disk that does not answer keeps a thread
     daemon.stop();
     KelvaneSocket::waitForThreads();
     return status;

@@ -7,16 +7,21 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <chrono>
 #include <fcntl.h>
 #include <filesystem>
 #include <linux/fs.h>
 #include <linux/magic.h>
 #include <optional>
 #include <poll.h>
+#include <spawn.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
+#include <sys/wait.h>
 #include <system_error>
+#include <thread>
+#include <unistd.h>
 
 namespace kelvane {
 namespace {
@@ -34,6 +39,12 @@ constexpr auto kernelFileSystems = std::to_array<std::string_view>({
     "mqueue",     "nsfs",        "overlay",  "proc",    "pstore",      "ramfs",           "rpc_pipefs",
     "securityfs", "selinuxfs",   "sysfs",    "tmpfs",   "tracefs",
 });
+
+// By the beginnings of their types.
+constexpr auto remoteFileSystems = std::to_array<std::string_view>(
+    {"9p", "afs", "autofs", "ceph", "cifs", "coda", "fuse.", "gfs", "lustre", "ncp", "nfs", "ocfs2", "smb"});
+constexpr std::chrono::milliseconds longestAnswer(500);
+constexpr std::chrono::milliseconds answerStep(2);
 
 struct Mount {
     std::string_view device; // "major:minor"
@@ -130,6 +141,25 @@ std::string uuidOfDevice(const std::string& device) {
     return {};
 }
 
+bool hasEnded(pid_t child) {
+    return ::waitpid(child, nullptr, WNOHANG) != 0;
+}
+
+// 0: it cannot be started.
+pid_t startAsking(std::string mountPoint) {
+    std::string name = "stat";
+    std::string format = "--printf=%s"; // of something, or it does not ask
+    const std::array<char*, 4> arguments{name.data(), format.data(), mountPoint.data(), nullptr};
+    posix_spawn_file_actions_t files{};
+    ::posix_spawn_file_actions_init(&files);
+    for (const int output : {STDOUT_FILENO, STDERR_FILENO})
+        ::posix_spawn_file_actions_addopen(&files, output, "/dev/null", O_WRONLY, 0);
+    pid_t child = 0;
+    const int error = ::posix_spawnp(&child, name.c_str(), &files, nullptr, arguments.data(), environ);
+    ::posix_spawn_file_actions_destroy(&files);
+    return error == 0 ? child : 0;
+}
+
 } // namespace
 
 Volumes volumesInMountTable(std::string_view mountTable, const std::string& bootVolumeName) {
@@ -196,17 +226,77 @@ std::string fileSystemIdAt(const std::string& mountPoint) {
     return uuidOfDevice(source);
 }
 
-MountedVolumes::MountedVolumes() : mountTable_(::open(mountTablePath, O_RDONLY | O_CLOEXEC)) {}
+MountTableChanges::MountTableChanges() : table_(::open(mountTablePath, O_RDONLY | O_CLOEXEC)) {}
+
+// The kernel reports each change once to every descriptor on the table, and only changes after it was opened.
+bool MountTableChanges::take() {
+    pollfd changes{table_.get(), POLLPRI, 0};
+    return !table_ || ::poll(&changes, 1, 0) != 0;
+}
 
 std::shared_ptr<const Volumes> MountedVolumes::current() {
     const std::scoped_lock guard(mutex_);
-    // The kernel reports each change once to every descriptor on the table, and only changes after it was
-    // opened.
-    pollfd changes{mountTable_.get(), POLLPRI, 0};
-    const bool changed = !mountTable_ || ::poll(&changes, 1, 0) != 0;
-    if (!volumes_ || changed)
+    const bool haveChanged = changes_.take();
+    if (!volumes_ || haveChanged)
         volumes_ = std::make_shared<const Volumes>(Volumes::current());
     return volumes_;
+}
+
+std::shared_ptr<const MountPoints> currentMountPoints() {
+    static std::mutex mutex;
+    static MountTableChanges changes;
+    static std::shared_ptr<const MountPoints> points;
+    const std::scoped_lock guard(mutex);
+    const bool haveChanged = changes.take();
+    if (!points || haveChanged) {
+        MountPoints found;
+        forEachMount(currentMountTable(), [&](const Mount& mount) {
+            found[mount.mountPoint] = mount.type; // the last one hides those before it
+        });
+        points = std::make_shared<const MountPoints>(std::move(found));
+    }
+    return points;
+}
+
+std::string nearestMountPoint(const MountPoints& points, std::string_view path) {
+    while (path.size() > 1 && !points.contains(path))
+        path = path.substr(0, std::max<std::size_t>(path.rfind('/'), 1));
+    return points.contains(path) ? std::string(path) : std::string();
+}
+
+std::string typeOfMountAround(std::string_view path) {
+    const auto points = currentMountPoints();
+    const auto point = points->find(nearestMountPoint(*points, path));
+    return point == points->end() ? std::string() : point->second;
+}
+
+bool isRemote(std::string_view type) {
+    return type == "fuse" || std::ranges::any_of(remoteFileSystems, [&](std::string_view beginning) {
+               return type.starts_with(beginning);
+           });
+}
+
+// A call that a mount does not answer cannot be ended by anything, and this process could not either. So it
+// is another one that asks, and as long as that one waits nobody else does.
+bool isAnswering(const std::string& mountPoint) {
+    static std::mutex mutex;
+    static std::map<std::string, pid_t> waiting;
+    const std::scoped_lock guard(mutex);
+    if (const auto known = waiting.find(mountPoint); known != waiting.end()) {
+        if (!hasEnded(known->second))
+            return false;
+        waiting.erase(known);
+    }
+    const pid_t asking = startAsking(mountPoint);
+    const auto end = std::chrono::steady_clock::now() + longestAnswer;
+    while (asking > 0 && !hasEnded(asking)) {
+        if (std::chrono::steady_clock::now() >= end) {
+            waiting[mountPoint] = asking;
+            return false;
+        }
+        std::this_thread::sleep_for(answerStep);
+    }
+    return asking > 0;
 }
 
 } // namespace kelvane

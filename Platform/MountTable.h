@@ -3,6 +3,7 @@
 #include "Platform/FileDescriptor.h"
 #include "Platform/Volumes.h"
 
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -22,21 +23,50 @@ namespace kelvane {
 // The mount points below the folder, in no order.
 [[nodiscard]] std::vector<std::string> mountPointsBelow(std::string_view folder);
 
+// The types of what is mounted, by mount point.
+using MountPoints = std::map<std::string, std::string, std::less<>>;
+
+// What is mounted now, read again when a mount has changed since it was last asked for. Asks no mount. Any
+// thread.
+[[nodiscard]] std::shared_ptr<const MountPoints> currentMountPoints();
+
+// The mount point that a path is at or below; empty when it is none of these.
+[[nodiscard]] std::string nearestMountPoint(const MountPoints& points, std::string_view path);
+
+// The type of the file system that a path is in; empty when the system does not say. Asks no mount.
+[[nodiscard]] std::string typeOfMountAround(std::string_view path);
+
+// Whether a file system of that type lies on another machine or in a program: it may never answer, and tells
+// of no change that is made there.
+[[nodiscard]] bool isRemote(std::string_view type);
+
+// Whether what is mounted there answers at once. Any thread; none waits longer than half a second.
+[[nodiscard]] bool isAnswering(const std::string& mountPoint);
+
 // Tells the file system that is mounted at exactly this path from all others, also after a restart: its UUID,
 // or what it makes of that. Empty for one that keeps none, and when the system does not say.
 [[nodiscard]] std::string fileSystemIdAt(const std::string& mountPoint);
+
+// Whether the mount table may have changed since that was last asked for.
+class MountTableChanges {
+public:
+    MountTableChanges();
+
+    [[nodiscard]] bool take();
+
+private:
+    FileDescriptor table_; // none where there is no /proc
+};
 
 // The volumes of this machine, read again when a mount has changed since they were last asked for. Any
 // thread.
 class MountedVolumes {
 public:
-    MountedVolumes();
-
     [[nodiscard]] std::shared_ptr<const Volumes> current();
 
 private:
     std::mutex mutex_;
-    FileDescriptor mountTable_; // none where there is no /proc: then every call reads
+    MountTableChanges changes_;
     std::shared_ptr<const Volumes> volumes_;
 };
 

@@ -23,12 +23,6 @@ struct PretendedMounts : LocalFileSystem {
     std::vector<std::string> mountsBelow(const std::string&) const override {
         return isOtherDisk_ && !isHomeMounted_ ? std::vector{home_ + "/docs"} : std::vector<std::string>();
     }
-    std::optional<FileAttributes> attributes(const std::string& path) const override {
-        auto found = LocalFileSystem::attributes(path);
-        if (found && isOtherDisk_ && path == home_ + "/docs")
-            ++found->device;
-        return found;
-    }
 
 private:
     const std::atomic<bool>& isHomeMounted_;

@@ -227,7 +227,7 @@ TEST(BackupTargets, HoldAllThatIsInAndNothingElseInFewPaths) {
     rules.paths.exclusions.insert(home / "part/out");
     const std::atomic<bool> stopping = false;
     const auto targets = [&](const std::string& path) {
-        auto [found, emptied, unread] = backupTargets(rules, path, stopping);
+        auto [found, emptied, mounts, unread] = backupTargets(rules, path, stopping);
         EXPECT_EQ(std::ranges::count(found, home / "left"), std::ssize(emptied)) << path;
         std::ranges::sort(found);
         return found;
