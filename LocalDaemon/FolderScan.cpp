@@ -1,6 +1,7 @@
 #include "LocalDaemon/FolderScan.h"
 
 #include "LocalDaemon/CleanPath.h"
+#include "Platform/MountTable.h"
 #include "Support/Logging.h"
 
 #include <algorithm>
@@ -19,6 +20,10 @@ constexpr int restAfterListing = 20;
 constexpr std::size_t mostChangedFolders = 1000;
 constexpr std::size_t mostLossyLinks = 100; // that are reported
 constexpr const char* everything = "/";
+// A round through 100,000 folders takes four hours.
+constexpr int looksPerRound = 288; // one in five minutes
+constexpr std::size_t mostUnseen = 2000;
+
 } // namespace
 
 FolderScan::FolderScan(Rules rules, Index index, Tree tree, Listener listener, const Options& options)
@@ -76,6 +81,7 @@ void FolderScan::lookAtEverything() {
 void FolderScan::run() {
     lastReportTime_ = Clock::now();
     nextRetry_ = lastReportTime_ + options_.rescanInterval;
+    nextLook_ = lastReportTime_ + options_.longestUnseen / looksPerRound;
     const auto failed = [this](const std::string& reason) {
         options_.failed(reason);
         pause(1s); // the next piece of work may fail as well
@@ -190,7 +196,7 @@ void FolderScan::relist(Folder& folder) {
     if (stopping_)
         return;
     folder.isReadable = contents.error == 0;
-    if (folder.isWatched && folder.isReadable)
+    if (folder.isWatched && folder.isReadable && !isRemote(typeOfMountAround(path)))
         unwatched_.erase(&folder);
     else
         unwatched_.insert(&folder);
@@ -359,15 +365,27 @@ void FolderScan::takeDue(Clock::time_point now) {
             lookAt(*folder);
         nextRetry_ = now + options_.rescanInterval;
     }
+    if (now >= nextLook_) {
+        lookAtUnseen(now);
+        nextLook_ = now + options_.longestUnseen / looksPerRound;
+    }
 }
 
-// None: until something changes.
-std::optional<std::chrono::milliseconds> FolderScan::timeUntilNextTask(Clock::time_point now) const {
-    auto next = unwatched_.empty() ? Clock::time_point::max() : nextRetry_;
+void FolderScan::lookAtUnseen(Clock::time_point now) {
+    std::size_t count = 0;
+    for (const auto& [path, root] : tree_->roots())
+        FolderTree::forEach(*root, [&](Folder& folder) {
+            if (folder.isListed && now - folder.notBefore >= options_.longestUnseen && count < mostUnseen) {
+                lookAt(folder);
+                ++count;
+            }
+        });
+}
+
+std::chrono::milliseconds FolderScan::timeUntilNextTask(Clock::time_point now) const {
+    auto next = unwatched_.empty() ? nextLook_ : std::min(nextLook_, nextRetry_);
     for (const Folder* folder : deferred_)
         next = std::min(next, folder->notBefore);
-    if (next == Clock::time_point::max())
-        return std::nullopt;
     return std::max(0ms, std::chrono::ceil<std::chrono::milliseconds>(next - now));
 }
 

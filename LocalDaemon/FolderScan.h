@@ -38,7 +38,8 @@ struct ScanReport {
 // thread of its own, and keeps the counts true as they, the rules and the index of what is backed up change:
 // the folders are watched, and one that has changed is listed again once the burst of changes is over. Links
 // are not followed, and other file systems only when they were added themselves. Folders for which the system
-// has no watch left are listed again from time to time.
+// has no watch left, or whose file system does not tell of all changes, are listed again from time to time,
+// and all others once a day, a few at a time.
 //
 // `start` and `stop` belong to the owner's thread, the rest to any; `stop` ends within the time of a single
 // file-system call.
@@ -53,6 +54,9 @@ public:
         std::chrono::milliseconds longestBurst{500};
         // For folders that cannot be watched.
         std::chrono::milliseconds rescanInterval = std::chrono::minutes(10);
+        // For all others: some changes are told by nothing, as what a program writes into pages that it has
+        // mapped.
+        std::chrono::milliseconds longestUnseen = std::chrono::hours(24);
         // Half of what the system allows the user: other programs watch folders as well.
         std::size_t mostWatches = DirectoryWatch::systemLimit() / 2;
         WorkFailed failed = [](const std::string&) {}; // on the scan's thread
@@ -106,7 +110,8 @@ private:
     void gatherBurst();
     void takeChanges(const std::vector<DirectoryWatch::Event>& changes);
     void takeDue(Clock::time_point now);
-    [[nodiscard]] std::optional<std::chrono::milliseconds> timeUntilNextTask(Clock::time_point now) const;
+    void lookAtUnseen(Clock::time_point now);
+    [[nodiscard]] std::chrono::milliseconds timeUntilNextTask(Clock::time_point now) const;
     void pause(std::chrono::milliseconds duration);
 
     const Listener listener_;
@@ -129,6 +134,7 @@ private:
     std::unordered_set<Folder*> unwatched_; // or unreadable: to be tried again from time to time
     std::map<const Folder*, std::vector<std::string>> lossyLinks_; // names
     Clock::time_point nextRetry_;
+    Clock::time_point nextLook_; // at folders that were not seen for long
     Clock::time_point lastReportTime_;
     ScanReport report_;
     std::string loggedUnreadable_;

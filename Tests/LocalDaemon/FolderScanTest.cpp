@@ -1,13 +1,16 @@
 #include "LocalDaemon/FolderScan.h"
 
+#include "Platform/FileDescriptor.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
 #include <algorithm>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <random>
 #include <sys/fsuid.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
@@ -272,6 +275,25 @@ TEST(FolderScan, LooksFromTimeToTimeWhereItMayNotWatch) {
     EXPECT_TRUE(scan.comesTo({2, 5}));
     fs::remove_all(home / "a/b");
     EXPECT_TRUE(scan.comesTo({0, 0}));
+}
+
+// The system tells nobody of that.
+TEST(FolderScan, FindsInTimeWhatIsWrittenThroughAMapping) {
+    constexpr std::size_t size = 4096;
+    const TemporaryFolder home;
+    home.write("file", std::string(size, '1'));
+    const FileDescriptor file(::open((home / "file").c_str(), O_RDWR));
+    auto* const pages = static_cast<char*>(::mmap(nullptr, size, PROT_WRITE, MAP_SHARED, file.get(), 0));
+    FolderScan::Options options;
+    options.longestUnseen = 300ms;
+    WatchedScan scan(home, options);
+    const auto before = indexOf(home, 1);
+    scan.scan.setIndex(before);
+    ASSERT_TRUE(scan.awaits([&] { return scan.last.index == before && scan.last.waiting.count == 0; }));
+    *pages = '2';
+    ::msync(pages, size, MS_SYNC);
+    EXPECT_TRUE(scan.awaits([&] { return scan.last.waiting.count == 1; }));
+    ::munmap(pages, size);
 }
 
 TEST(FolderScan, LeavesOutWhatItMayNotReadUntilItMay) {
