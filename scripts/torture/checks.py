@@ -164,6 +164,7 @@ def restored(world, model, outcome, wanted, place, root, *, allowed=frozenset(),
     """`wanted`, entries by relative path, must be at `place`; `root` is where they come from. What is `allowed` (absolute
     paths) may be missing where it is named; what is damaged never arrives as something else."""
     place, root = os.fsencode(place), os.fsencode(root)
+    allowed = allowed | {path for path in model.lossy if is_below(path, {root})}
     if outcome.code is None:
         complain("rule 8", f"the restore does not end: {world.status()}")
     if outcome.code not in (0, 3):

@@ -26,7 +26,8 @@ class Model:
         self.past = {}  # by path: versions that have been replaced or deleted, oldest first
         self.known = set()  # ids of snapshots
         self.trees = {}  # by snapshot: what stood on the disk
-        self.unread = set()  # paths that the owner of the daemon may not read
+        self.unread = set()  # paths that the owner of the daemon may not read, and of links that restic cannot keep
+        self.lossy = set()  # the latter when the last backup was made: they are in it, and not to be had
         self.damaged = set()  # paths that the repository cannot give any more
 
     def look(self):
@@ -40,10 +41,10 @@ class Model:
                 found[os.path.join(base, name) if name else base] = entry
         found = {path: entry for path, entry in found.items()
                  if entry.kind not in ("pipe", "socket", "device") and not self.is_excluded(path)}
+        self.unread = {path for path, entry in found.items() if entry.kind == "link" and not is_text(entry.content)}
         if self.world.owner:
-            self.unread = unreadable(found, self.world.owner)
-            found = {path: entry for path, entry in found.items() if not is_below(path, self.unread)}
-        return found
+            self.unread |= unreadable(found, self.world.owner)
+        return {path: entry for path, entry in found.items() if not is_below(path, self.unread)}
 
     def is_excluded(self, path):
         return is_below(path, self.excluded)
@@ -75,6 +76,7 @@ class Model:
     def note_backup(self, snapshots):
         """A backup has been completed: `snapshots` are new in the repository."""
         now = self.note_disk()
+        self.lossy = {path for path in self.unread if os.path.islink(path)}
         self.known.update(snapshots)
         for identifier in snapshots:
             self.trees[identifier] = now
@@ -121,6 +123,14 @@ def relative(entries, root):
     root = os.fsencode(root)
     return {path[len(root) + 1:]: entry for path, entry in entries.items()
             if path == root or path.startswith(root + b"/")}
+
+
+def is_text(target):
+    """Not what restic may have put U+FFFD into, which only the link on the disk can tell."""
+    try:
+        return "\ufffd" not in target.decode()
+    except UnicodeDecodeError:
+        return False
 
 
 def is_below(path, roots):
