@@ -42,8 +42,8 @@ DaemonState::DaemonState(Configuration configuration, Settings settings, Index i
       clock_(std::move(clock)),
       index_(std::move(index)),
       settings_(std::move(settings)),
-      rules_(currentRules()),
-      announcedState_(currentServiceState()) {
+      rules_(currentRules()) {
+    announcedState_ = currentServiceState(); // of what all the others are
     if (index_->repositoryId().empty())
         return;
     std::erase_if(settings_.disks, [&](const std::string& point) { return !isInBackup(point); });

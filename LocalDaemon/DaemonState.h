@@ -247,7 +247,7 @@ private:
     std::optional<ScanReport> scan_;
     std::optional<bool> overQuotaForTesting_;
     std::optional<Override> override_;
-    std::uint32_t announcedState_;
+    std::uint32_t announcedState_ = 0;
     std::map<std::string, StandingSince> alerts_; // by kind
     RestoreProgress restore_;
     VerificationStatus verification_;
