@@ -93,12 +93,8 @@ ResticOutcome Verification::performDue(const StopSignal& stop) {
 
 ResticOutcome Verification::checkStructure(const StopSignal& stop) {
     const auto begin = Clock::now();
-    // Somebody else may have removed snapshots, of which a check says nothing.
-    ResticOutcome outcome = keeper_->synchronize(false, stop);
-    if (!outcome.succeeded())
-        return outcome;
     const CheckReport report = checkWithTrueIndex(stop);
-    outcome = report.outcome.succeeded() ? take(report, stop) : report.outcome;
+    const ResticOutcome outcome = report.outcome.succeeded() ? take(report, stop) : report.outcome;
     if (outcome.succeeded()) {
         isStructureWanted_ = false;
         structureChecked_ = Clock::now();
