@@ -11,6 +11,7 @@
 #include <climits>
 #include <cstdio>
 #include <fcntl.h>
+#include <filesystem>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <system_error>
@@ -107,6 +108,10 @@ void RestoreDelivery::deliver(const RestorePiece& piece) {
     const AccessForOwner access(around.get(), std::string(folderOf(piece.target)), journal_);
     const FileDescriptor staged = stagedFolder(piece.item->snapshot, std::string(folderOf(path)));
     const std::string name = piece.target.substr(piece.target.rfind('/') + 1);
+    shared_.clear();
+    if (const FileDescriptor there = openFolderIn(around.get(), name.empty() ? "." : name);
+        there && piece.target != path && piece.item->kind == ItemKind::Folder)
+        findShared(*piece.item, there.get());
     deliver({*piece.item, path, piece.target, staged.get(), around.get(), name.empty() ? "." : name},
             piece.isFolderAlone);
 }
@@ -118,6 +123,27 @@ void RestoreDelivery::deliver(const Place& place, bool isFolderAlone) {
         deliverFolder(place, isFolderAlone);
     else
         deliverFile(place);
+}
+
+bool RestoreDelivery::findShared(const BackupIndex::Item& item, int folder) {
+    std::map<std::string_view, const BackupIndex::Item*> contents;
+    for (const BackupIndex::Item* const child : lastContents(index_, item))
+        contents.emplace(index_.nameOf(*child), child);
+    std::error_code error;
+    bool isShared = false;
+    for (std::filesystem::directory_iterator at(pathOfDescriptor(folder), error);
+         !error && at != std::filesystem::directory_iterator(); at.increment(error)) {
+        const std::string name = at->path().filename();
+        const auto child = contents.find(name);
+        const FileDescriptor below = openFolderIn(folder, name);
+        if (child == contents.end() || (below && child->second->kind != ItemKind::Folder))
+            isShared = isShared || !name.starts_with(stagingPrefix);
+        else if (below)
+            isShared = findShared(*child->second, below.get()) || isShared;
+    }
+    if (isShared || error)
+        shared_.insert(&item);
+    return isShared || error;
 }
 
 FileDescriptor RestoreDelivery::stagedFolder(std::uint32_t snapshot, const std::string& path) const {
@@ -308,7 +334,8 @@ void RestoreDelivery::deliverFolder(const Place& place, bool isAlone) {
     if (const AccessForOwner access(target.get(), place.target, journal_); !isAlone)
         deliverContents(place, staged.get(), target.get());
     if (metadata)
-        reason = metadata->applyTo(target.get(), FolderMetadata::Use::Final);
+        reason = shared_.contains(&place.item) ? metadata->narrow(target.get())
+                                               : metadata->applyTo(target.get(), FolderMetadata::Use::Final);
     if (const std::string* const error = errors_.errorAt(place.path))
         reason = *error;
     if (!reason.empty() || !lost.empty())

@@ -62,6 +62,9 @@ private:
     void deliverFile(const Place& place);
     void deliverFolder(const Place& place, bool isAlone);
     void deliverContents(const Place& folder, int staged, int target);
+    // Which folders at and below the target hold what is not in the backup, or cannot be read. Whether this
+    // one does.
+    bool findShared(const BackupIndex::Item& item, int folder);
     // Empty: it is there as it should be.
     [[nodiscard]] std::string faultOf(const Place& place) const;
     void lookForClashes(int staged, const std::string& folder, const std::vector<std::string>& names);
@@ -84,6 +87,7 @@ private:
     const StopSignal& stop_;
     std::map<ino_t, std::string> errorsOfInodes_; // in the staging folder
     std::set<std::string> clashing_;              // paths in the backup
+    std::set<const BackupIndex::Item*> shared_;   // elsewhere than in their own places
     std::vector<RestoreFailure> failures_;
     std::vector<MadeFolder> made_;
 };

@@ -156,6 +156,16 @@ std::string FolderMetadata::applyTo(int folder, Use use) const {
     return ::fstat(folder, &now) == 0 ? timeFault(now, modified_) : reasonText();
 }
 
+std::string FolderMetadata::narrow(int folder) const {
+    struct stat now {};
+    if (::fstat(folder, &now) != 0)
+        return reasonText();
+    const mode_t left = now.st_mode & allBits & (modeFor(access_, now) | ~mode_t{S_IRWXG | S_IRWXO});
+    return left == (now.st_mode & allBits) || ::chmod(pathOfDescriptor(folder).c_str(), left) == 0
+               ? ""
+               : "its mode cannot be set: " + reasonText();
+}
+
 std::string FolderMetadata::replaceAttributes(const std::string& path) const {
     for (const std::string& name : attributeNames(path))
         if (isOfTheBackup(name) && !attributes_.contains(name) &&

@@ -129,6 +129,14 @@ TEST_F(RestoringTest, ThePlaceAddsNoRightsAndMissingFoldersComeAsTheyWere) {
     const auto before = picture(home("d"));
     EXPECT_EQ(picture(target), before);
     EXPECT_EQ(modeOf(target), 0750U);
+    folder_.write("out/d/e/others", "");
+    ASSERT_EQ(::chmod((target + "/e").c_str(), 0707), 0);
+    ASSERT_EQ(::setxattr((target + "/e").c_str(), "user.others", "1", 1, 0), 0);
+    ASSERT_EQ(::chmod(target.c_str(), 0700), 0);
+    restore(home("d"), target);
+    EXPECT_EQ(modeOf(target), 0700U) << "what else is in it keeps its owner's rules";
+    EXPECT_EQ(modeOf(target + "/e"), 0705U);
+    EXPECT_EQ(::getxattr((target + "/e").c_str(), "user.others", nullptr, 0), 1);
     for (const char* name : {"", "/e", "/e/f", "/g"})
         for (const char* attribute : {"system.posix_acl_access", "system.posix_acl_default", "user.other"})
             EXPECT_LT(::getxattr((target + name).c_str(), attribute, nullptr, 0), 0) << name << attribute;
