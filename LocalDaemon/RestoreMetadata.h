@@ -38,8 +38,8 @@ public:
     // What was not saved is taken off. An owner that only root may give stays as it is. Empty, or why it
     // failed.
     [[nodiscard]] std::string applyTo(int folder, Use use) const;
-    // To a folder that holds other things too: it keeps its owner, attributes and times, and only loses access
-    // that what comes into it must not have. Empty, or why it failed.
+    // To a folder that holds other things too: it keeps its owner, attributes and times, and only loses
+    // access that what comes into it must not have. Empty, or why it failed.
     [[nodiscard]] std::string narrow(int folder) const;
 
 private:

@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <optional>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 
 namespace kelvane::tests {
 
@@ -48,6 +49,18 @@ inline std::map<std::string, std::string> picture(const std::string& folder) {
         found[entry.path().string().substr(folder.size())] = text;
     }
     return found;
+}
+
+// User 65533 may read what is made in the folder: rules as the system keeps them.
+inline void setRule(const std::string& path, const char* kind) {
+    const struct {
+        std::uint32_t version = 2;
+        struct {
+            std::uint16_t tag, rights;
+            std::uint32_t id;
+        } entries[5] = {{1, 7, ~0U}, {2, 7, 65533}, {4, 7, ~0U}, {16, 7, ~0U}, {32, 5, ~0U}};
+    } rules;
+    ASSERT_EQ(::setxattr(path.c_str(), kind, &rules, sizeof rules, 0), 0);
 }
 
 class RestoreQueueTest : public testing::Test {
