@@ -174,15 +174,20 @@ BackupIndex IndexKeeper::withListed(const Repository::Listing& listing, const st
     const BackupIndex& known = index_->repositoryId() == repositoryId ? *index_ : none;
     const std::vector<Snapshot> order =
         listing.unread.empty() ? listing.snapshots : withNewer(known, listing.snapshots);
-    std::optional<BackupIndex> numbered = indexNumbering(known, order);
-    const bool isOtherOrder = !numbered.has_value();
-    if (isOtherOrder) {
-        KelvaneSystemLog("The snapshots were made in another order than the index has; it is made anew.");
+    // Of what a snapshot held that has gone, older ones may hold another version.
+    const bool isOneGone = std::ranges::any_of(known.snapshots(), [&](const auto& each) {
+        return std::ranges::none_of(order,
+                                    [&](const Snapshot& listed) { return isSame(each.second, listed); });
+    });
+    std::optional<BackupIndex> numbered = isOneGone ? std::nullopt : indexNumbering(known, order);
+    const bool isMadeAnew = !numbered.has_value();
+    if (isMadeAnew) {
+        KelvaneSystemLog("Snapshots are missing or in another order; the index is made anew.");
         numbered = indexNumbering(none, order);
     }
     std::vector<Numbered> unknown;
     for (const auto& [number, snapshot] : numbered->snapshots())
-        if (isOtherOrder || !known.holdsSnapshot(snapshot.id))
+        if (isMadeAnew || !known.holdsSnapshot(snapshot.id))
             unknown.emplace_back(number, snapshot);
     toList = worthListing(std::move(unknown));
     return std::move(*numbered);

@@ -7,15 +7,6 @@
 #include <algorithm>
 
 namespace kelvane {
-namespace {
-
-// A snapshot that gets another tag gets another id.
-bool isSame(const Snapshot& known, const Snapshot& listed) {
-    const bool isNumbered = known.sequence != 0 && known.sequence < highestSequence;
-    return known.id == listed.id || (isNumbered && known.sequence == listed.sequence);
-}
-
-} // namespace
 
 Repository::Listing IndexKeeper::snapshots(const StopSignal& stop) const {
     return withKnown(repository_.snapshots(stop));

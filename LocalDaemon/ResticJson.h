@@ -22,6 +22,11 @@ inline constexpr std::string_view sequenceTagStart = "sequence-";
 // More snapshots than that were never made: a higher number is somebody else's and does not count. What
 // follows the highest has the same number, and comes after it by its parent and time.
 inline constexpr std::uint64_t highestSequence = std::uint64_t{1} << 40U;
+// A snapshot that gets another tag gets another id.
+[[nodiscard]] inline bool isSame(const Snapshot& known, const Snapshot& listed) {
+    const bool isNumbered = known.sequence != 0 && known.sequence < highestSequence;
+    return known.id == listed.id || (isNumbered && known.sequence == listed.sequence);
+}
 
 // The first made first. None when it is no list of snapshots, which is another thing than an empty one.
 [[nodiscard]] std::optional<std::vector<Snapshot>> snapshotsFrom(std::string_view json,

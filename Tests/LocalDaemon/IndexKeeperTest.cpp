@@ -145,6 +145,20 @@ TEST_F(Keeping, ASnapshotOutOfSightIsNotGone) {
     EXPECT_EQ(running.index()->newestSnapshot()->sequence, 1U);
 }
 
+// Somebody else has removed the newest one that held a file.
+TEST_F(Keeping, OlderSnapshotsBringBackWhatARemovedOneHeld) {
+    ASSERT_TRUE(repository.open(Repository::Making::Always, stop).wasMade);
+    const std::string file = folders.write("home/file", "12345");
+    backUp(file, 3, {"sequence-1"});
+    const std::string removed = backUp(file, 2, {"sequence-2"});
+    IndexKeeper running = keeper();
+    ASSERT_TRUE(running.synchronize(false, stop).succeeded());
+    ASSERT_TRUE(repository.forget({removed}, stop).succeeded());
+    ASSERT_TRUE(running.synchronize(false, stop).succeeded());
+    ASSERT_TRUE(running.index()->find(file));
+    EXPECT_EQ(running.index()->snapshot(running.index()->find(file)->snapshot)->sequence, 1U);
+}
+
 // A daemon may be killed at any moment of a backup.
 TEST_F(Keeping, CountsASnapshotAsIncompleteUntilItIsKnownNotToBe) {
     ASSERT_TRUE(repository.open(Repository::Making::Always, stop).wasMade);
