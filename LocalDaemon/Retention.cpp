@@ -21,6 +21,8 @@ std::vector<std::string> snapshotsToForget(const std::vector<Snapshot>& inOrderO
     std::int64_t time = limits.clockSteadySince;
     for (const Snapshot& each : inOrderOfCreation) {
         time = std::max(time, each.time); // it was not made before those that precede it
+        if (const auto made = limits.made.find(each.sequence); made != limits.made.end())
+            time = std::max(time, made->second);
         if (!each.isPartial && time >= newestReplacing)
             break;
         if (!each.isPartial)

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -19,6 +20,9 @@ struct RetentionLimits {
     // Before it the clock was another one: what was made earlier counts as made then.
     std::int64_t clockSteadySince = 0;
     std::set<std::string> held = {}; // ids of snapshots that stay whatever their age
+    // By sequence number, when a snapshot was known to be made. It is dated by its beginning, and the machine
+    // may sleep for weeks before its end.
+    std::map<std::uint64_t, std::int64_t> made = {};
 };
 
 // The ids of the snapshots that may be forgotten. The versions in a snapshot were replaced or deleted by the

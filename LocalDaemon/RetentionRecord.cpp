@@ -89,6 +89,7 @@ RetentionLimits RetentionRecord::limits(std::chrono::days keep) {
     limits.now = look();
     limits.keep = keep + longerForCorrections;
     limits.clockSteadySince = contents_.steadySince;
+    limits.made = present_->made;
     for (const Entry& entry : present_->entries)
         if (entry.decision != Decision::Forget)
             limits.held.insert(entry.disappearance.snapshots.begin(), entry.disappearance.snapshots.end());
@@ -149,6 +150,7 @@ void RetentionRecord::add(const Disappearance& disappearance) {
 
 void RetentionRecord::update(const BackupIndex& index) {
     const std::scoped_lock guard(mutex_);
+    noteNewSnapshots(index);
     if (const Snapshot* const newest = index.newestSnapshot())
         std::erase_if(present_->incomplete, [&](std::uint64_t sequence) {
             return sequence < newest->sequence &&
@@ -165,6 +167,17 @@ void RetentionRecord::update(const BackupIndex& index) {
                                !isDisappearance(filesHeldLastBy(index, each.snapshots), each.of));
     });
     save();
+}
+
+void RetentionRecord::noteNewSnapshots(const BackupIndex& index) {
+    const std::int64_t now = look();
+    std::map<std::uint64_t, std::int64_t> made;
+    for (const auto& [number, snapshot] : index.snapshots()) {
+        const auto known = present_->made.find(snapshot.sequence);
+        if (snapshot.sequence != 0)
+            made[snapshot.sequence] = known == present_->made.end() ? now : known->second;
+    }
+    present_->made = std::move(made);
 }
 
 std::vector<RetentionRecord::Entry> RetentionRecord::entries() const {
@@ -203,8 +216,12 @@ std::int64_t RetentionRecord::look() {
         KelvaneSystemLog("The clock differs by %lld s from what had to be expected. Nothing is removed from "
                          "the backup until deleted files have been kept for their full time from now on.",
                          jump);
-    if (hasJumped)
+    if (hasJumped) {
         known.steadySince = reading.wall;
+        for (auto& [id, repository] : known.repositories)
+            for (auto& [sequence, time] : repository.made)
+                time = std::min(time, reading.wall);
+    }
     if (hasJumped || !isSameBoot) {
         known.bootId = reading.bootId;
         known.wallThen = reading.wall;
@@ -278,13 +295,19 @@ RetentionRecord::Contents RetentionRecord::contentsFrom(const Value& value) {
 Value RetentionRecord::valueOfRepository(const OfRepository& repository) {
     Array entries;
     Array incomplete;
+    Array made; // a number and its time in turns
     for (const std::uint64_t sequence : repository.incomplete)
         incomplete.push_back(sequence);
+    for (const auto& [sequence, time] : repository.made) {
+        made.push_back(sequence);
+        made.push_back(time);
+    }
     for (const Entry& entry : repository.entries)
         entries.push_back(valueOf(entry.disappearance, entry.decision));
     return Dictionary{{"forgotten", repository.forgotten},
                       {"isToPrune", repository.isToPrune},
                       {"incomplete", std::move(incomplete)},
+                      {"made", std::move(made)},
                       {"disappearances", std::move(entries)}};
 }
 
@@ -294,6 +317,9 @@ RetentionRecord::OfRepository RetentionRecord::repositoryFrom(const Value& value
     repository.isToPrune = value["isToPrune"].boolValue();
     for (const Value& each : value["incomplete"].array())
         repository.incomplete.insert(each.uint64Value());
+    const Array& made = value["made"].array();
+    for (std::size_t at = 0; at + 1 < made.size(); at += 2)
+        repository.made[made[at].uint64Value()] = timeIn(made[at + 1]);
     for (const Value& each : value["disappearances"].array()) {
         const auto* const name = std::ranges::find(
             decisionNames, std::string_view(each["decision"].stringValue()), &DecisionName::name);

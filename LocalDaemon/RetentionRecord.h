@@ -54,7 +54,8 @@ public:
     [[nodiscard]] bool isIncomplete(std::uint64_t sequence) const;
 
     void add(const Disappearance& disappearance);
-    // Drops what needs no decision any more: the files are back, or their snapshots are not there.
+    // Notes the time for snapshots that are new, and drops what needs no decision any more: the files are
+    // back, or their snapshots are not there.
     void update(const BackupIndex& index);
     [[nodiscard]] std::vector<Entry> entries() const;
     // `id`: of a disappearance, or its beginning. Why it could not be decided, for people; empty when it is
@@ -65,7 +66,8 @@ private:
     struct OfRepository {
         std::int64_t forgotten = 0; // the last time, by the wall clock; 0: never
         bool isToPrune = false;
-        std::set<std::uint64_t> incomplete; // sequence numbers of snapshots
+        std::set<std::uint64_t> incomplete;         // sequence numbers of snapshots
+        std::map<std::uint64_t, std::int64_t> made; // by these: when they were known, by the wall clock
         std::vector<Entry> entries;
 
         friend bool operator==(const OfRepository&, const OfRepository&) = default;
@@ -85,6 +87,7 @@ private:
 
     // With the mutex held.
     std::int64_t look();
+    void noteNewSnapshots(const BackupIndex& index);
     [[nodiscard]] bool isDayOver(std::int64_t now) const;
     std::string save();
     [[nodiscard]] static Contents read(const std::string& path);

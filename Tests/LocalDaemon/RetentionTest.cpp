@@ -32,6 +32,7 @@ TEST(Retention, ForgetsWhatWasReplacedLongEnoughAgo) {
         Ids forgotten;
         std::int64_t steadyDays = 1000; // that the clock is
         std::set<std::string> held = {};
+        std::map<std::uint64_t, std::int64_t> ended = {}; // days ago, by sequence numbers
     } cases[] = {
         {"nothing", {}, {}},
         {"the newest, however old", {made("a", 90)}, {}},
@@ -50,13 +51,15 @@ TEST(Retention, ForgetsWhatWasReplacedLongEnoughAgo) {
         {"several dated 1970", {made("a", 9), made("b", 20'000), made("c", 20'000)}, {}},
         {"after a jump of the clock", {made("a", 400), made("b", 300), made("c", 0)}, {}, 29},
         {"long after one", {made("a", 400), made("b", 300), made("c", 0)}, {"a"}, 31},
+        {"one that took 20 days", {made("a", 90), made("b", 32, false, 1)}, {}, 1000, {}, {{1, 12}}},
         {"held", {made("a", 90), made("b", 80), made("c", 70), made("d", 60)}, {"a", "c"}, 1000, {"b"}},
     };
-    for (const auto& [what, snapshots, forgotten, steadyDays, held] : cases)
-        EXPECT_EQ(
-            snapshotsToForget(snapshots, {today, std::chrono::days(30), today - steadyDays * day, held}),
-            forgotten)
-            << what;
+    for (const auto& each : cases) {
+        RetentionLimits limits{today, std::chrono::days(30), today - each.steadyDays * day, each.held};
+        for (const auto& [sequence, daysAgo] : each.ended)
+            limits.made[sequence] = today - daysAgo * day;
+        EXPECT_EQ(snapshotsToForget(each.snapshots, limits), each.forgotten) << each.what;
+    }
 }
 
 TEST(Snapshots, AreInTheOrderOfCreationWhateverTheClockSaid) {
