@@ -57,8 +57,9 @@ std::string nearestOf(const std::set<std::string, std::less<>>& folders, const s
     return {};
 }
 
+// One that the system does not know yet is left alone until it does.
 bool isAnother(const std::string& remembered, const std::string& id) {
-    return !remembered.empty() && !id.empty() && remembered != id;
+    return !remembered.empty() && remembered != id;
 }
 
 // Whether the last snapshot that holds the folder has something in it.

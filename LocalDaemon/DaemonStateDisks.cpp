@@ -61,11 +61,22 @@ void DaemonState::lookForAbsentDisks(const FileSystem& fileSystem) {
     reportAwayDisks();
 }
 
+// One that is not mounted stays as long as it is selected: another repository, whose disk takes turns with
+// this one, may hold what was on it.
 void DaemonState::noteMounts(const Mounts& mounts, bool areAllKnown) {
+    const Rules rules = this->rules();
+    const std::vector<std::string> selected = selectedPaths(*rules);
+    const auto isSelected = [&](const std::string& point) {
+        return verdictFor(*rules, point).isIn() ||
+               std::ranges::any_of(selected, [&](const std::string& path) {
+                   return path == point || path.starts_with(withSeparator(point));
+               });
+    };
     changeSettings([&](Settings& settings) {
         if (areAllKnown)
-            std::erase_if(settings.mounts,
-                          [&](const auto& mount) { return !settings.awayDisks.contains(mount.first); });
+            std::erase_if(settings.mounts, [&](const auto& mount) {
+                return !settings.awayDisks.contains(mount.first) && !isSelected(mount.first);
+            });
         for (const auto& [point, id] : mounts)
             if (!id.empty() || !settings.mounts.contains(point))
                 settings.mounts[point] = id;

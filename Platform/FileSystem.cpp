@@ -149,8 +149,8 @@ bool LocalFileSystem::isMountRoot(const std::string& path) const {
     const std::optional<std::string> real = realPath(path);
     struct statx status {};
     return real &&
-           ::statx(AT_FDCWD, real->c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_TYPE, &status) ==
-               0 &&
+           ::statx(AT_FDCWD, real->c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC,
+                   STATX_TYPE, &status) == 0 &&
            (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
 }
 

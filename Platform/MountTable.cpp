@@ -11,7 +11,6 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <linux/fs.h>
-#include <linux/magic.h>
 #include <optional>
 #include <poll.h>
 #include <spawn.h>
@@ -126,6 +125,11 @@ void forEachMount(std::string_view mountTable, Visit visit) {
             visit(*mount);
 }
 
+bool isBlockDevice(const std::string& path) {
+    struct stat status {};
+    return isAbsolutePath(path) && ::stat(path.c_str(), &status) == 0 && S_ISBLK(status.st_mode);
+}
+
 // Device numbers do not last, so what the system knows the device by.
 std::string uuidOfDevice(const std::string& device) {
     struct stat wanted {};
@@ -212,18 +216,21 @@ std::vector<std::string> mountPointsBelow(std::string_view folder) {
 }
 
 std::string fileSystemIdAt(const std::string& mountPoint) {
-    struct statfs status {};
-    if (::statfs(mountPoint.c_str(), &status) != 0)
-        return {};
-    // Of others the number may come from the device's, and be another one at the next start.
-    if (status.f_type == EXT4_SUPER_MAGIC)
-        return formatText("ext-%016llx", std::bit_cast<unsigned long long>(status.f_fsid));
+    std::string type;
     std::string source; // the last mount hides those before it
     forEachMount(currentMountTable(), [&](const Mount& mount) {
-        if (mount.mountPoint == mountPoint)
-            source = mount.source;
+        if (mount.mountPoint != mountPoint)
+            return;
+        type = mount.type;
+        source = mount.source;
     });
-    return uuidOfDevice(source);
+    struct statfs status {};
+    // Of others the number may come from the device's, and be another one at the next start.
+    if (type.starts_with("ext") && ::statfs(mountPoint.c_str(), &status) == 0)
+        return formatText("ext-%016llx", std::bit_cast<unsigned long long>(status.f_fsid));
+    if (isBlockDevice(source))
+        return uuidOfDevice(source);
+    return type.empty() ? std::string() : type + ' ' + source;
 }
 
 MountTableChanges::MountTableChanges() : table_(::open(mountTablePath, O_RDONLY | O_CLOEXEC)) {}

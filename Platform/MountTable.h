@@ -44,7 +44,8 @@ using MountPoints = std::map<std::string, std::string, std::less<>>;
 [[nodiscard]] bool isAnswering(const std::string& mountPoint);
 
 // Tells the file system that is mounted at exactly this path from all others, also after a restart: its UUID,
-// or what it makes of that. Empty for one that keeps none, and when the system does not say.
+// or what it makes of that; of one that is on no device its type and source. Empty when the system does not
+// say, or not yet.
 [[nodiscard]] std::string fileSystemIdAt(const std::string& mountPoint);
 
 // Whether the mount table may have changed since that was last asked for.
