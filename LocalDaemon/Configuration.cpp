@@ -3,6 +3,7 @@
 #include "Foundation/PathComponents.h"
 #include "LocalDaemon/CleanPath.h"
 #include "Platform/FileContents.h"
+#include "Platform/MountTable.h"
 #include "Platform/PropertyListFile.h"
 #include "Platform/SpecialFolders.h"
 #include "Support/Logging.h"
@@ -232,7 +233,10 @@ std::string faultIn(const Dictionary& entries, const Volumes& volumes) {
 
 std::string localFolderOf(const std::string& location) {
     const std::string path = withoutScheme(location);
-    return isAbsolutePath(path) ? withoutLinks(appendPathComponent(path, {})) : std::string();
+    if (!isAbsolutePath(path))
+        return {};
+    const std::string folder = appendPathComponent(path, {});
+    return silentMountAround(folder).empty() ? withoutLinks(folder) : folder;
 }
 
 std::string volumePattern(const std::string& pattern, const Volumes& volumes) {

@@ -7,6 +7,7 @@
 #include "LocalDaemon/DaemonTarget.h"
 #include "LocalDaemon/ResticProcesses.h"
 #include "LocalDaemon/RetentionAlerts.h"
+#include "Platform/MountTable.h"
 #include "Platform/SpecialFolders.h"
 #include "Support/Logging.h"
 
@@ -36,7 +37,8 @@ std::string indexPathFor(const std::string& beginning, const Configuration& conf
 }
 
 bool isRepository(const std::string& folder) {
-    return !folder.empty() && ::access((folder + "/config").c_str(), F_OK) == 0;
+    return !folder.empty() && silentMountAround(folder).empty() &&
+           ::access((folder + "/config").c_str(), F_OK) == 0;
 }
 
 void warnOfReaders(const std::string& secret) {

@@ -6,6 +6,7 @@
 #include "LocalDaemon/ResticJson.h"
 #include "LocalDaemon/ResticNames.h"
 #include "LocalDaemon/ResticProcesses.h"
+#include "Platform/MountTable.h"
 #include "Support/Logging.h"
 
 #include <algorithm>
@@ -139,7 +140,14 @@ ResticOutcome make(const Restic& restic, Repository::Making making, const StopSi
 Repository::Repository(std::shared_ptr<const Restic> restic, std::uint32_t computerNumber)
     : restic_(std::move(restic)), tag_("kelvane-" + std::to_string(computerNumber)) {}
 
+// Nothing could end a restic that asks a mount that does not answer.
 Repository::Opening Repository::open(Making making, const StopSignal& stop) const {
+    const std::string mount = silentMountAround(localFolderOf(restic_->place().location));
+    if (!mount.empty())
+        return {{ResticTrouble::Unreachable, false, "What is mounted at " + mount + " does not answer."},
+                {},
+                false,
+                false};
     const std::string& passwordFile = restic_->place().passwordFile;
     const bool hasKey = passwordFile.empty() || ::access(passwordFile.c_str(), F_OK) == 0 || errno != ENOENT;
     return hasKey ? openWith(*restic_, making, stop) : openWithoutKey(making, stop);

@@ -306,4 +306,11 @@ bool isAnswering(const std::string& mountPoint) {
     return asking > 0;
 }
 
+std::string silentMountAround(std::string_view path) {
+    const auto points = currentMountPoints();
+    const auto point = points->find(nearestMountPoint(*points, path));
+    const bool isSilent = point != points->end() && isRemote(point->second) && !isAnswering(point->first);
+    return isSilent ? point->first : std::string();
+}
+
 } // namespace kelvane

@@ -43,6 +43,9 @@ using MountPoints = std::map<std::string, std::string, std::less<>>;
 // Whether what is mounted there answers at once. Any thread; none waits longer than half a second.
 [[nodiscard]] bool isAnswering(const std::string& mountPoint);
 
+// The mount point of the remote file system that a path is in, when that does not answer; else empty.
+[[nodiscard]] std::string silentMountAround(std::string_view path);
+
 // Tells the file system that is mounted at exactly this path from all others, also after a restart: its UUID,
 // or what it makes of that; of one that is on no device its type and source. Empty when the system does not
 // say, or not yet.
