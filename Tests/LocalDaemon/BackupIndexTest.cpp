@@ -14,7 +14,7 @@ namespace kelvane {
 namespace {
 
 SnapshotItem file(const std::string& path, std::uint64_t size, std::int64_t modified = 1) {
-    return {path, ItemKind::File, size, FileTime(modified), FileTime(modified), 10, 20};
+    return {path, ItemKind::File, size, FileTime(modified), FileTime(modified), 10, 20, 0600};
 }
 SnapshotItem folder(const std::string& path) {
     return {path, ItemKind::Folder, 0, FileTime(1), FileTime(1), 10, 20};
@@ -74,7 +74,9 @@ TEST(BackupIndex, IsTheSameFromItsFileAndRefusesADamagedOne) {
     EXPECT_EQ(read->snapshots(), index.snapshots());
     EXPECT_EQ(read->repositoryId(), "repository");
     EXPECT_EQ(read->totals(), index.totals());
-    EXPECT_EQ(read->find("/other/y")->modified, FileTime(5));
+    const BackupIndex::Item item = *read->find("/other/y");
+    EXPECT_EQ(std::tuple(item.modified, item.uid, item.gid, item.mode),
+              std::tuple(FileTime(5), 10U, 20U, 0600U));
     EXPECT_EQ(read->encoded(), bytes);
     for (std::size_t at = 0; at < bytes.size(); at += 7) {
         ++bytes[at];

@@ -120,8 +120,11 @@ TEST_F(Paths, FollowTheExclusions) {
     fs::create_symlink("c", in("a")); // the rule still stands where it stood
     EXPECT_EQ(pane.call<"unexcludeFileFromBackup:">(excluded[0]["path"]), 0U);
     EXPECT_EQ(pane.call<"excludeFileFromBackup:">(in("c")), 0U);
+    pane.call<"setAutomaticMode:">(false);
     pane.call<"addFileToBackup:">(in("c/missing"));
-    EXPECT_EQ(colors({in("c"), in("c/missing")}), (Array{1, 0})) << "what is not there is not added";
+    EXPECT_EQ(colors({in("c"), in("c/missing")}), (Array{1, 0}));
+    folders.write("home/c/missing", "");
+    EXPECT_EQ(colors({in("c"), in("c/missing")}), (Array{1, 1})) << "what is not there is not added";
 }
 
 TEST(NodeAnswers, ShowWhatTheIndexHasAndStayInTheFileSystemOfTheRule) {
