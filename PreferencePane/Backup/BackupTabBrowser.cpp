@@ -6,14 +6,10 @@
 #include "PreferencePane/Browser/BrowserPaths.h"
 #include "PreferencePane/Services/BusySheet.h"
 
-#include <QDeadlineTimer>
 #include <algorithm>
 
 namespace kelvane {
 namespace {
-
-// From there on a person sees that there is work, and can cancel it.
-constexpr std::chrono::milliseconds longestFreeze(300);
 
 Value pathsOf(const std::vector<VisibleFile>& files) {
     Array paths;
@@ -109,9 +105,12 @@ void KelvaneBackupTabController::manualBrowserAction() {
     const auto daemon = prefs_.proxy();
     FileNodeList nodes;
     MarkCounts marks;
-    for (const std::string& path : paths)
-        marks.add(nodes.emplace_back(KelvaneFileNode::fileNodeForPath(path, daemon)));
-    if (!daemon || prefs_.proxy() != daemon)
+    const auto look = [&](std::size_t item) {
+        marks.add(nodes.emplace_back(KelvaneFileNode::fileNodeForPath(paths[item], daemon)));
+        return daemon && prefs_.proxy() == daemon;
+    };
+    if (workShowingProgress(prefs_, prefs_.text("Looking at what is selected…"), paths.size(), look) !=
+        paths.size())
         return;
     chosenPaths_ = std::move(paths);
     chosenNodes_ = std::move(nodes);
@@ -138,25 +137,13 @@ void KelvaneBackupTabController::manualToggleAction() {
     if (paths.empty() || !daemon)
         return;
     const int column = columnOf(paths.front());
-    std::size_t next = 0;
-    // True when there is no more to do. With another link the button has looked again.
-    const auto toggleFor = [&](std::chrono::milliseconds limit) {
-        const QDeadlineTimer deadline(limit);
-        while (next < paths.size() && prefs_.proxy() == daemon && !deadline.hasExpired())
-            toggle(next++, column);
-        return next == paths.size() || prefs_.proxy() != daemon;
-    };
-    if (toggleFor(longestFreeze))
-        return;
-    const BusySheet busy(*prefs_.mainView()->window(), *prefs_.mainLoop(),
-                         QString::fromStdString(prefs_.text("Changing your backup…")),
-                         QString::fromStdString(prefs_.text("Cancel")));
-    busy.showProgress(next, paths.size());
-    static_cast<void>(busy.run([&](std::chrono::milliseconds atMost) {
-        const bool isOver = toggleFor(atMost);
-        busy.showProgress(next, paths.size());
-        return isOver;
-    }));
+    // With another link the button has looked again.
+    static_cast<void>(workShowingProgress(prefs_, prefs_.text("Changing your backup…"), paths.size(),
+                                          [&](std::size_t item) {
+                                              if (prefs_.proxy() == daemon)
+                                                  toggle(item, column);
+                                              return prefs_.proxy() == daemon;
+                                          }));
 }
 
 // The state is that of the whole selection and may be another for the next path; only the item itself is

@@ -75,7 +75,6 @@ private:
 
     // The jobs and their progress
     void restoreToPath(const std::optional<std::string>& folder);
-    void logLostDaemon(std::size_t asked) const;
     void showNoCountsYet();
     void showRestoreCounts();
     void progressDisappeared();

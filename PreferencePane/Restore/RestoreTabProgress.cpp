@@ -3,6 +3,7 @@
 #include "Foundation/Format.h"
 #include "PreferencePane/Restore/RestoreTabController.h"
 #include "PreferencePane/Restore/ui_RestoreProgressView.h"
+#include "PreferencePane/Services/BusySheet.h"
 #include "Support/FileSizeFormatter.h"
 #include "Support/Logging.h"
 
@@ -23,27 +24,26 @@ void KelvaneRestoreTabController::restoreToPath(const std::optional<std::string>
     progress_->restoreProgress->setIndeterminate(true);
     prefs_.showRestoreProgress(true);
     progress_->restoreProgress->startAnimation();
-    std::size_t asked = 0;
-    for (const std::string& path : restoredPaths_) {
+    const auto ask = [&](std::size_t item) {
+        const std::string& path = restoredPaths_[item];
         const auto daemon = prefs_.proxy();
-        if (!daemon)
-            return logLostDaemon(asked);
         bool isAnswered = false;
+        if (!daemon)
+            return false;
         const std::uint32_t job =
             daemon
                 ->invoke("restoreFile:toPath:version:priority:",
                          {path, restoreTarget(path, folder), latestVersion, usualPriority}, &isAnswered)
                 .uint32Value();
-        if (!isAnswered)
-            return logLostDaemon(asked);
-        ++asked;
-        KelvaneCLog("created restore job %d. %@ -> %@", job, path, folder ? Value(*folder) : Value());
-    }
-}
-
-void KelvaneRestoreTabController::logLostDaemon(std::size_t asked) const {
-    KelvaneSystemLog("The daemon has gone: it has taken %llu of %llu items to restore", asked,
-                     restoredPaths_.size());
+        if (isAnswered)
+            KelvaneCLog("created restore job %d. %@ -> %@", job, path, folder ? Value(*folder) : Value());
+        return isAnswered;
+    };
+    const std::size_t asked =
+        workShowingProgress(prefs_, prefs_.text("Preparing to restore…"), restoredPaths_.size(), ask);
+    if (asked < restoredPaths_.size())
+        KelvaneSystemLog("Cancelled, or the daemon has gone: it has taken %llu of %llu items to restore",
+                         asked, restoredPaths_.size());
 }
 
 void KelvaneRestoreTabController::restoredPendingCount(std::uint32_t count) {

@@ -1,6 +1,9 @@
 #include "PreferencePane/Services/BusySheet.h"
 
+#include "PreferencePane/Services/PaneServices.h"
+
 #include <QApplication>
+#include <QDeadlineTimer>
 #include <QDialog>
 #include <QEventLoop>
 #include <QLabel>
@@ -13,6 +16,7 @@ namespace kelvane {
 namespace {
 
 constexpr std::chrono::milliseconds stepLimit(20); // what a window may wait to be painted
+constexpr std::chrono::milliseconds longestFreeze(300);
 constexpr int margin = 24;
 constexpr int barWidth = 280;
 
@@ -96,6 +100,31 @@ BusySheet::End BusySheet::run(const Step& step) const {
 void BusySheet::showProgress(std::size_t done, std::size_t total) const {
     sheet_->bar().setRange(0, static_cast<int>(total));
     sheet_->bar().setValue(static_cast<int>(done));
+}
+
+std::size_t workShowingProgress(PaneServices& pane, const std::string& message, std::size_t count,
+                                const std::function<bool(std::size_t)>& work) {
+    std::size_t done = 0;
+    bool goesOn = true;
+    // True when there is no more to do.
+    const auto workFor = [&](std::chrono::milliseconds limit) {
+        const QDeadlineTimer deadline(limit);
+        while (done < count && goesOn && !deadline.hasExpired())
+            if ((goesOn = work(done)))
+                ++done;
+        return done == count || !goesOn;
+    };
+    if (workFor(longestFreeze))
+        return done;
+    const BusySheet busy(*pane.mainView()->window(), *pane.mainLoop(), QString::fromStdString(message),
+                         QString::fromStdString(pane.text("Cancel")));
+    busy.showProgress(done, count);
+    static_cast<void>(busy.run([&](std::chrono::milliseconds atMost) {
+        const bool isOver = workFor(atMost);
+        busy.showProgress(done, count);
+        return isOver;
+    }));
+    return done;
 }
 
 } // namespace kelvane

@@ -8,9 +8,12 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace kelvane {
+
+class PaneServices;
 
 // For work that has to end before its caller goes on: for as long as this lives, a sheet shows that the
 // program is busy and offers to cancel, no other window takes input, and the main loop's timers and tasks
@@ -38,5 +41,11 @@ private:
     std::vector<QPointer<QWidget>> disabled_;
     const QPointer<Sheet> sheet_;
 };
+
+// Calls `work` with each number below `count` until it returns false; what takes longer than 0.3 s goes on
+// below a sheet, where it can be cancelled. The number of calls that returned true. Main thread only.
+[[nodiscard]] std::size_t workShowingProgress(PaneServices& pane, const std::string& message,
+                                              std::size_t count,
+                                              const std::function<bool(std::size_t)>& work);
 
 } // namespace kelvane

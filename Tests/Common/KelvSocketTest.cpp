@@ -140,6 +140,11 @@ TEST_F(KelvSocket, CutsAPathToWhatAnAddressHolds) {
 }
 
 TEST_F(KelvSocket, PausesWhenItCannotAccept) {
+#if defined(__clang__)
+#if __has_feature(undefined_behavior_sanitizer)
+    GTEST_SKIP() << "the sanitizer looks at memory through pipes, for which there are no descriptors";
+#endif
+#endif
     const std::string path = folder / "socket";
     ASSERT_TRUE(socket->listenAtPath(path));
     const auto processorTime = [] {

@@ -2,6 +2,12 @@
 
 #include "PreferencePane/Services/ActivityBar.h"
 
+#include <QProgressBar>
+#include <QPushButton>
+#include <QTimer>
+#include <condition_variable>
+#include <mutex>
+
 namespace kelvane::tests {
 namespace {
 
@@ -59,6 +65,25 @@ TEST_F(RestoringTest, GoesWhereTheAlertIsAnswered) {
         EXPECT_EQ(panel() != nullptr, answer == std::string("Other Location…"));
         delete panel();
     }
+}
+
+TEST_F(RestoringTest, OfManyItemsCanBeCancelledWhileASlowDaemonIsAsked) {
+    std::mutex mutex;
+    std::condition_variable never;
+    daemon.answerWith("restoreFile:toPath:version:priority:", [&](const Array&) {
+        std::unique_lock guard(mutex);
+        never.wait_for(guard, 400ms);
+        return Value(1U);
+    });
+    QTimer look;
+    QObject::connect(&look, &QTimer::timeout, [&] {
+        for (const auto* const bar : pane.mainView()->findChildren<QProgressBar*>())
+            if (bar->window() != pane.mainView())
+                bar->window()->findChild<QPushButton*>()->click();
+    });
+    look.start(0ms);
+    restore(0, "Restore to Original");
+    EXPECT_EQ(targets(), Strings{inPlace + "/a.txt"});
 }
 
 TEST_F(RestoringTest, GoesWhereThePanelPoints) {
