@@ -222,8 +222,11 @@ TEST_F(RestoreQueueTest, AJobOutlivesTheDaemonAndWhatAKilledOneLeftIsTakenAway) 
     folder_.pretendBackUp();
     start(script("sleep 60"));
     const std::uint32_t job = add(home("a"), folder_ / "out/a");
-    queue_.reset(); // as when the machine is shut down
-    fs::create_directories(folder_ / "out/.kelvane-restore-9/1");
+    queue_.reset();                                // as when the machine is shut down
+    for (int number = 1; number <= 20; ++number) { // as it is when removing it was cut off
+        fs::create_directories(folder_ / "out/.kelvane-restore-9/1/" + std::to_string(number));
+        fs::create_directory(folder_ / "out/.kelvane-restore-9/removed-" + std::to_string(number));
+    }
     fs::permissions(folder_ / "out/.kelvane-restore-9", fs::perms::none);
     StopSignal stop;
     stop.set();
