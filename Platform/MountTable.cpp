@@ -2,7 +2,6 @@
 
 #include "Foundation/Format.h"
 #include "Foundation/PathComponents.h"
-#include "Platform/FileContents.h"
 
 #include <algorithm>
 #include <array>
@@ -104,18 +103,23 @@ bool isDisk(const Mount& mount, std::string_view bootDevice) {
            std::ranges::find(kernelFileSystems, mount.type) == kernelFileSystems.end();
 }
 
+// Both descriptors are kept: a process that has used up its own would else know no disk for a while.
 std::string currentMountTable() {
-    const FileReading mountTable = readFile(mountTablePath, mountTableLimit);
-    return {mountTable.bytes.begin(), mountTable.bytes.end()};
+    static const FileDescriptor table(::open(mountTablePath, O_RDONLY | O_CLOEXEC));
+    std::string text;
+    std::array<char, 1U << 16U> part{};
+    for (ssize_t size = 1; size > 0 && text.size() < mountTableLimit;) {
+        size = ::pread(table.get(), part.data(), part.size(), static_cast<off_t>(text.size()));
+        text.append(part.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+    }
+    return text;
 }
 
 // The label that the file system itself keeps; empty when it has none or does not say.
 std::string bootVolumeLabel() {
-    const FileDescriptor root(::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    static const FileDescriptor root(::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     std::array<char, FSLABEL_MAX + 1> label{};
-    if (!root || ::ioctl(root.get(), FS_IOC_GETFSLABEL, label.data()) != 0)
-        return {};
-    return label.data();
+    return ::ioctl(root.get(), FS_IOC_GETFSLABEL, label.data()) == 0 ? label.data() : "";
 }
 
 template <class Visit>
@@ -243,9 +247,12 @@ bool MountTableChanges::take() {
 
 std::shared_ptr<const Volumes> MountedVolumes::current() {
     const std::scoped_lock guard(mutex_);
-    const bool haveChanged = changes_.take();
-    if (!volumes_ || haveChanged)
-        volumes_ = std::make_shared<const Volumes>(Volumes::current());
+    std::string label = bootVolumeLabel();
+    const bool haveChanged = changes_.take() || label != bootLabel_;
+    if (!volumes_ || haveChanged) {
+        volumes_ = std::make_shared<const Volumes>(volumesInMountTable(currentMountTable(), label));
+        bootLabel_ = std::move(label);
+    }
     return volumes_;
 }
 

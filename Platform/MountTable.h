@@ -62,8 +62,8 @@ private:
     FileDescriptor table_; // none where there is no /proc
 };
 
-// The volumes of this machine, read again when a mount has changed since they were last asked for. Any
-// thread.
+// The volumes of this machine, read again when a mount or the label of the boot volume has changed since they
+// were last asked for. Any thread.
 class MountedVolumes {
 public:
     [[nodiscard]] std::shared_ptr<const Volumes> current();
@@ -71,6 +71,7 @@ public:
 private:
     std::mutex mutex_;
     MountTableChanges changes_;
+    std::string bootLabel_;
     std::shared_ptr<const Volumes> volumes_;
 };
 

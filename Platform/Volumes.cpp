@@ -18,6 +18,9 @@ constexpr std::string_view otherFallback = "Volume";
 std::string cleanedName(std::string name, std::string_view fallback) {
     if (name.find_first_not_of("/ ") == std::string::npos || name == "." || name == "..")
         return std::string(fallback);
+    // Paths as text have it for what is not UTF-8.
+    for (std::size_t at = 0; (at = name.find("\uFFFD", at)) != std::string::npos;)
+        name.replace(at, 3, "_");
     const bool isText = isUtf8(name);
     for (char& character : name) {
         const auto byte = static_cast<unsigned char>(character);

@@ -225,11 +225,11 @@ void KelvaneBackupTabController::readPolicyExcludeList() {
     const Value patterns = daemon->call<"policyExcludeList">();
     const auto volumes = prefs_.fileServices().fileSystem().volumes();
     const auto before = std::exchange(policyExcludeList_, {});
-    Array logged;
     for (const Value& pattern : patterns.array())
-        logged.emplace_back(
-            policyExcludeList_.emplace_back(stringWithKelvaneVolumePath(pattern.stringValue(), *volumes)));
-    KelvaneCLog("policyExcludeList: %@", Value(std::move(logged)));
+        policyExcludeList_.push_back(stringWithKelvaneVolumePath(pattern.stringValue(), *volumes));
+    if (KelvaneLogEnabled())
+        KelvaneCLog("policyExcludeList: %@",
+                    Value(Array(policyExcludeList_.begin(), policyExcludeList_.end())));
     if (prefs_.proxy() != daemon)
         return;
     isPolicyRead_ = true;

@@ -21,6 +21,10 @@ TEST(PathHelpers, TellVolumePathsFromOthersAndWholeVolumesFromWhatIsInside) {
                  {"/Volumes/Disk", "/Volumes/Disk", "Disk", true},
                  {"/Volumes/Gone/a/", "/Volumes/Gone/a/", "Gone", false},
                  {"Volumes/Disk/a", "/Volumes/Boot/Volumes/Disk/a", "Boot", false},
+                 {"/a/Volumes/x", "/Volumes/Boot/a/Volumes/x", "Boot", false},
+                 {"/System/Library/x", "/Volumes/Boot/System/Library/x", "Boot", false},
+                 {"a/System/Volumes/x", "/Volumes/Boot/a/System/Volumes/x", "Boot", false},
+                 {"a/Volumes/Disk", "/Volumes/Boot/a/Volumes/Disk", "Boot", false},
                  {"/System/Volumes", "/Volumes/Boot/System/Volumes", "Boot", false},
                  {"/System/Volumes/Data", "/System/Volumes/Data", "Boot", true},
                  {"/System/Volumes/Data/a", "/System/Volumes/Data/a", "Boot", false}};
