@@ -1,21 +1,17 @@
 #include "LocalDaemon/RetentionRecord.h"
 
-#include "Foundation/BinaryPropertyList.h"
-#include "LocalDaemon/CleanPath.h"
+#include "LocalDaemon/CheckedFile.h"
 #include "LocalDaemon/DamagedFile.h"
-#include "Platform/FileContents.h"
-#include "Platform/SpecialFolders.h"
 #include "Support/Logging.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 
 namespace kelvane {
 namespace {
 
 constexpr std::size_t largestFile = std::size_t{16} << 20U;
-constexpr mode_t privateMode = 0600;
+constexpr std::string_view recordKey = "record";
 constexpr std::int64_t hour = 3600; // seconds
 constexpr std::int64_t day = 24 * hour;
 
@@ -247,19 +243,13 @@ std::string RetentionRecord::save() {
     Dictionary repositories;
     for (const auto& [id, repository] : contents_.repositories)
         repositories.set(id, valueOfRepository(repository));
-    const PropertyListWriting list = writeBinaryPropertyList(Dictionary{
-        {"bootId", contents_.bootId},
-        {"wallThen", contents_.wallThen},
-        {"sinceBootThen", contents_.sinceBootThen},
-        {"lastSeen", contents_.lastSeen},
-        {"steadySince", contents_.steadySince},
-        {"repositories", std::move(repositories)},
-    });
-    std::string failure = list.error;
-    if (failure.empty())
-        failure = ensureFolder(std::string(folderOf(path_)))
-                      ? replaceFileAtomically(path_, list.bytes, privateMode).reason
-                      : "cannot make the folder of " + path_;
+    std::string failure = replaceCheckedFile(path_, recordKey,
+                                             Dictionary{{"bootId", contents_.bootId},
+                                                        {"wallThen", contents_.wallThen},
+                                                        {"sinceBootThen", contents_.sinceBootThen},
+                                                        {"lastSeen", contents_.lastSeen},
+                                                        {"steadySince", contents_.steadySince},
+                                                        {"repositories", std::move(repositories)}});
     if (failure.empty())
         saved_ = contents_;
     else
@@ -268,14 +258,14 @@ std::string RetentionRecord::save() {
 }
 
 RetentionRecord::Contents RetentionRecord::read(const std::string& path) {
-    const FileReading file = readFile(path, largestFile);
-    if (file.error == ENOENT || file.error == ENOTDIR)
+    const CheckedReading file = readCheckedFile(path, recordKey, largestFile);
+    if (file.state == CheckedReading::State::Whole)
+        return contentsFrom(file.value);
+    if (file.state == CheckedReading::State::Missing)
         return {};
-    const PropertyListReading list =
-        file.succeeded() ? readBinaryPropertyList(file.bytes) : PropertyListReading{{}, file.reason};
-    if (list.value.isDictionary())
-        return contentsFrom(list.value);
-    static_cast<void>(setAside(path, list.succeeded() ? "it holds no dictionary" : list.error));
+    static_cast<void>(setAside(path, file.reason));
+    KelvaneSystemLog("Nothing is removed from the backup until deleted files have been kept for their full "
+                     "time from now on.");
     return {};
 }
 

@@ -176,6 +176,7 @@ ResticOutcome Verification::readNextPart(const StopSignal& stop) {
         if (++record_.partsRead >= options_.parts) {
             record_.partsRead = 0;
             record_.roundBegan = std::max(system_clock::now(), record_.roundBegan + options_.round);
+            reportLoss();
         }
         tellOutcome({});
         record_.save(options_.path);
@@ -201,6 +202,7 @@ ResticOutcome Verification::readAll(const StopSignal& stop) {
     if (orderedPartsRead_ == orderedParts) {
         record_.partsRead = 0;
         record_.roundBegan = system_clock::now() + options_.round / options_.parts;
+        reportLoss();
         tellOutcome("; everything was read");
     } else {
         tellOutcome("; not everything was read, because the index names packs that are not there");
@@ -357,37 +359,13 @@ void Verification::useRepository(const std::string& id) {
     // A round that would begin later would leave the data unread for longer.
     record_.roundBegan = std::min(record_.roundBegan, system_clock::now() + options_.round / options_.parts);
     keeper_->setDamage(record_.damage);
+    reportLoss();
     if (isDamageKnown(record_))
         return tellOutcome({});
     isStoredDamaged_ = false;
     state_->setDamage(false, 0);
     state_->withdrawAlert(damageAlert);
     tell(std::nullopt);
-}
-
-void Verification::tellOutcome(const std::string& progress) {
-    const DamageReport report(*keeper_->index(), record_.damage);
-    isStoredDamaged_ = report.storedCount > 0;
-    const bool isDamaged = isDamageKnown(record_);
-    record_.lastOutcome =
-        report.outcome(record_) + (progress.empty() ? formatText("; %u of %u parts read in this round",
-                                                                 record_.partsRead, options_.parts)
-                                                    : progress);
-    state_->setDamage(isDamaged, report.fileCount());
-    tell(std::nullopt);
-    if (!isDamaged)
-        return state_->withdrawAlert(damageAlert);
-    if (std::exchange(loggedDamage_, record_.damage) != record_.damage)
-        KelvaneSystemLog("%@.", record_.lastOutcome);
-    Alert alert = report.alert(record_, canRepair());
-    if (mayBeSetAside() && !record_.areAllOnDisk)
-        alert.actions = {"store-again:"};
-    state_->raiseAlert(alert);
-}
-
-void Verification::tell(std::optional<double> progress) {
-    state_->setVerification(record_.lastVerified, record_.lastOutcome);
-    state_->setVerificationProgress(progress);
 }
 
 } // namespace kelvane

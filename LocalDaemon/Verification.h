@@ -81,6 +81,7 @@ private:
     [[nodiscard]] bool canSetAside() const;
     [[nodiscard]] Clock::time_point structureDue() const;
     void useRepository(const std::string& id);
+    void reportLoss() const;
     void tellOutcome(const std::string& progress);
     void tell(std::optional<double> progress);
     [[nodiscard]] std::string newestSnapshot() const;

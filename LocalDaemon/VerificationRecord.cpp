@@ -1,14 +1,9 @@
 #include "LocalDaemon/VerificationRecord.h"
 
-#include "Foundation/BinaryPropertyList.h"
 #include "Foundation/Unicode.h"
-#include "LocalDaemon/CleanPath.h"
+#include "LocalDaemon/CheckedFile.h"
 #include "LocalDaemon/DamagedFile.h"
-#include "Platform/FileContents.h"
-#include "Platform/SpecialFolders.h"
 #include "Support/Logging.h"
-
-#include <cerrno>
 
 namespace kelvane {
 namespace {
@@ -16,7 +11,7 @@ namespace {
 using std::chrono::system_clock;
 
 constexpr std::size_t largestFile = std::size_t{64} << 20U;
-constexpr mode_t privateMode = 0600;
+constexpr std::string_view recordKey = "record";
 
 Value secondsOf(system_clock::time_point time) {
     return static_cast<long long>(std::chrono::floor<std::chrono::seconds>(time).time_since_epoch().count());
@@ -40,16 +35,20 @@ Array arrayOf(const std::set<std::string>& texts) {
 } // namespace
 
 VerificationRecord VerificationRecord::read(const std::string& path) {
+    const CheckedReading file = readCheckedFile(path, recordKey, largestFile);
+    if (file.state == CheckedReading::State::Whole)
+        return fromValue(file.value);
     VerificationRecord record;
-    const FileReading file = readFile(path, largestFile);
-    if (file.error == ENOENT || file.error == ENOTDIR)
+    if (file.state == CheckedReading::State::Missing)
         return record;
-    const PropertyListReading list = readBinaryPropertyList(file.bytes);
-    if (!file.succeeded() || !list.value.isDictionary()) {
-        static_cast<void>(setAside(path, file.succeeded() ? list.error : file.reason));
-        return record;
-    }
-    const Value& value = list.value;
+    static_cast<void>(setAside(path, file.reason));
+    record.roundBegan = {};
+    record.save(path);
+    return record;
+}
+
+VerificationRecord VerificationRecord::fromValue(const Value& value) {
+    VerificationRecord record;
     record.repository = value["repository"].stringValue();
     record.damage = Damage::fromValue(value["damage"]);
     record.damagedPacks = textsIn(value["damagedPacks"]);
@@ -82,13 +81,8 @@ void VerificationRecord::save(const std::string& path) const {
                      {"lastOutcome", textFromPath(lastOutcome)}}; // restic's words may hold names of files
     if (lastVerified)
         value.set("lastVerified", secondsOf(*lastVerified));
-    const PropertyListWriting list = writeBinaryPropertyList(Value(std::move(value)));
-    FileOutcome saved;
-    if (list.succeeded() && ensureFolder(std::string(folderOf(path))))
-        saved = replaceFileAtomically(path, list.bytes, privateMode);
-    if (!list.succeeded() || !saved.succeeded())
-        KelvaneSystemLog("Cannot save how far the verification is: %@",
-                         list.succeeded() ? saved.reason : list.error);
+    if (const std::string failure = replaceCheckedFile(path, recordKey, value); !failure.empty())
+        KelvaneSystemLog("Cannot save how far the verification is: %@", failure);
 }
 
 } // namespace kelvane

@@ -27,10 +27,16 @@ struct VerificationRecord {
     std::optional<std::chrono::system_clock::time_point> lastVerified;
     std::string lastOutcome;
 
-    // A file that is missing or damaged, which is logged, counts as the beginning.
+    // What was known is lost, and all parts of this round are due.
+    [[nodiscard]] bool isLost() const { return roundBegan == std::chrono::system_clock::time_point(); }
+
+    // A file that is missing counts as the beginning, a damaged one as lost, which is logged.
     [[nodiscard]] static VerificationRecord read(const std::string& path);
     // A failure is logged.
     void save(const std::string& path) const;
+
+private:
+    [[nodiscard]] static VerificationRecord fromValue(const Value& value);
 };
 
 } // namespace kelvane

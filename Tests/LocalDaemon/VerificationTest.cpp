@@ -1,4 +1,8 @@
+#include "LocalDaemon/CheckedFile.h"
 #include "LocalDaemon/RepositoryCheck.h"
+#include "LocalDaemon/VerificationRecord.h"
+#include "Support/Logging.h"
+#include "Tests/Harness/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -39,6 +43,25 @@ TEST(Damage, IsOfASnapshotAndOfAllThatIsInADamagedFolder) {
     for (const auto& [snapshot, path, isHeld] : cases)
         EXPECT_EQ(damage.holds(snapshot, path), isHeld) << snapshot << path;
     EXPECT_TRUE(Damage::fromValue(Dictionary{{"snapshots", Array{"", 7}}}).isNone());
+}
+
+TEST(VerificationRecord, SaysNothingElseWhereABitIsWrong) {
+    const tests::TemporaryFolder folder;
+    const LogSinkToken quiet = setLogSink([](const LogEntry&) {});
+    VerificationRecord record;
+    record.damagedPacks = {"pack"};
+    record.save(folder / "record");
+    const std::string whole = folder.read("record");
+    for (std::size_t bit = 0; bit < whole.size() * 8; ++bit) {
+        std::string flipped = whole;
+        flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ (1 << bit % 8));
+        const CheckedReading file = readCheckedFile(folder.write("flipped", flipped), "record", whole.size());
+        EXPECT_TRUE(file.value.isAbsent() || file.value["damagedPacks"] == Value(Array{"pack"})) << bit;
+    }
+    EXPECT_EQ(VerificationRecord::read(folder / "record").damagedPacks, record.damagedPacks);
+    folder.write("record", whole.substr(0, whole.size() - 1));
+    EXPECT_TRUE(VerificationRecord::read(folder / "record").isLost());
+    EXPECT_TRUE(VerificationRecord::read(folder / "record").isLost()) << "still after the next start";
 }
 
 } // namespace

@@ -1,0 +1,57 @@
+#include "LocalDaemon/CheckedFile.h"
+
+#include "Foundation/BinaryPropertyList.h"
+#include "Foundation/Checksum.h"
+#include "Foundation/PathComponents.h"
+#include "Platform/FileContents.h"
+#include "Platform/SpecialFolders.h"
+
+#include <cerrno>
+
+namespace kelvane {
+namespace {
+
+using State = CheckedReading::State;
+
+constexpr std::string_view checksumKey = "checksum"; // of the entry beside it, a property list as data
+constexpr mode_t privateMode = 0600;
+
+// A list with a wrong bit may say that it has no entries, and no version has written one without any.
+CheckedReading readingOf(const Value& content, std::string_view name) {
+    if (content.dictionary().empty())
+        return {State::Damaged, {}, "it holds no dictionary"};
+    if (content[name].isAbsent() && content[checksumKey].isAbsent())
+        return {State::Whole, content, {}};
+    const Data& data = content[name].dataValue();
+    if (content[checksumKey].uint64Value() != checksumOf(data))
+        return {State::Damaged, {}, "its checksum is wrong"};
+    PropertyListReading list = readBinaryPropertyList(data);
+    if (!list.value.isDictionary())
+        return {State::Damaged, {}, list.error};
+    return {State::Whole, std::move(list.value), {}};
+}
+
+} // namespace
+
+CheckedReading readCheckedFile(const std::string& path, std::string_view name, std::size_t limit) {
+    const FileReading file = readFile(path, limit);
+    if (file.error == ENOENT || file.error == ENOTDIR)
+        return {};
+    if (!file.succeeded())
+        return {file.error == EFBIG ? State::Damaged : State::Unreadable, {}, file.reason};
+    const PropertyListReading list = readBinaryPropertyList(file.bytes);
+    return list.succeeded() ? readingOf(list.value, name) : CheckedReading{State::Damaged, {}, list.error};
+}
+
+std::string replaceCheckedFile(const std::string& path, std::string_view name, const Value& value) {
+    const PropertyListWriting own = writeBinaryPropertyList(value);
+    if (!own.succeeded())
+        return own.error;
+    const PropertyListWriting list = writeBinaryPropertyList(
+        Dictionary{{std::string(name), own.bytes}, {std::string(checksumKey), checksumOf(own.bytes)}});
+    if (!ensureFolder(deleteLastPathComponent(path)))
+        return "cannot make the folder of " + path;
+    return replaceFileAtomically(path, list.bytes, privateMode).reason;
+}
+
+} // namespace kelvane
