@@ -46,6 +46,13 @@ TEST_F(LocalDaemonProgram, EndsCleanlyAndAtOnceOnASignal) {
         EXPECT_LT(std::chrono::steady_clock::now() - sent, 2s);
         EXPECT_TRUE(std::filesystem::is_empty(folders / "run"));
     }
+    // Also when no pane has ever come, and a disk that is named is away.
+    const auto unseen =
+        start({"--home", folders.home(), "--socket", folders.socket(), "--volume", "/Volumes/Away"});
+    EXPECT_TRUE(eventually([this] { return std::filesystem::exists(folders.socket()); }));
+    unseen->send(SIGTERM);
+    EXPECT_EQ(unseen->finish().status, 0);
+    EXPECT_TRUE(std::filesystem::is_empty(folders / "run"));
 }
 
 TEST_F(LocalDaemonProgram, ServesWhereNobodyElseDoesAndSaysWhyNot) {
