@@ -77,15 +77,23 @@ def restore_lost(shown, folder, contents):
     print(f"  Restored to its place: {len(found)} files, each as it was; the tabs are back")
 
 
+def is_there(folder, pattern):
+    while True:
+        try:
+            return any(folder.glob(pattern))
+        except FileNotFoundError:
+            pass  # a folder went while it was looked through
+
+
 def cancel(shown, daemon, watched, home):
     before = (watched / "large").stat().st_ino
     begin(shown, "Desktop", "Restore to Desktop")
     shown.named("progress bar", "Restore progress")
     target = home / "Desktop/Kelvane Restored Files"
-    wait_for("what is being brought", lambda: any(target.glob(STAGING + "/*/**/large")))
+    wait_for("what is being brought", lambda: is_there(target, STAGING + "/*/**/large"))
     started = time.monotonic()
     shown.press("Cancel")
-    wait_for("the end of the restore", lambda: not any(target.rglob("large")) and not any(target.glob(STAGING)))
+    wait_for("the end of the restore", lambda: not is_there(target, "**/large") and not is_there(target, STAGING))
     took = time.monotonic() - started
     shown.named("page tab", "Restore")
     if took > LATEST_END or daemon.call("getCurrentRestoreJob") != 0:
