@@ -16,6 +16,10 @@ inline constexpr std::uint32_t cancelled = 3;
 inline constexpr std::uint32_t waiting = 50;
 inline constexpr std::uint32_t running = 51; // or more
 
+// The ids of the alerts that say why jobs have to wait.
+inline constexpr const char* waitAlert = "restore_waits";
+inline constexpr const char* listingAlert = "backup_being_listed";
+
 [[nodiscard]] constexpr bool hasEnded(std::uint32_t status) {
     return status < waiting;
 }

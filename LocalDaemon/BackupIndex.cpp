@@ -129,6 +129,13 @@ void BackupIndex::sumUp() {
     }
 }
 
+std::vector<Snapshot> BackupIndex::inOrderOfCreation() const {
+    std::vector<Snapshot> all;
+    for (const auto& [number, snapshot] : snapshots_)
+        all.push_back(snapshot);
+    return all;
+}
+
 const Snapshot* BackupIndex::newestSnapshot() const {
     return snapshots_.empty() ? nullptr : &snapshots_.rbegin()->second;
 }
@@ -201,6 +208,14 @@ bool BackupIndex::hasContent(const Item& item) const {
 BackupIndex BackupIndex::withDamage(std::shared_ptr<const Damage> damage) const {
     BackupIndex index = *this;
     index.damage_ = damage && !damage->isNone() ? std::move(damage) : nullptr;
+    return index;
+}
+
+BackupIndex BackupIndex::withSameContents(std::uint32_t previous, std::uint32_t number) const {
+    BackupIndex index = *this;
+    for (Item& item : index.items_)
+        if (item.snapshot == previous)
+            item.snapshot = number;
     return index;
 }
 

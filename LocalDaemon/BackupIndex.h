@@ -64,6 +64,7 @@ public:
 
     [[nodiscard]] const std::string& repositoryId() const { return repositoryId_; }
     [[nodiscard]] const Snapshots& snapshots() const { return snapshots_; }
+    [[nodiscard]] std::vector<Snapshot> inOrderOfCreation() const; // without their numbers
     // Null when nothing has been backed up.
     [[nodiscard]] const Snapshot* newestSnapshot() const;
     [[nodiscard]] const Snapshot* newestCompleteSnapshot() const;
@@ -93,6 +94,9 @@ public:
     [[nodiscard]] const std::shared_ptr<const Damage>& damage() const { return damage_; } // null: none
     // Whether the repository cannot give it back as it is now.
     [[nodiscard]] bool isDamaged(const Item& item) const;
+
+    // The same index where the snapshot `number` holds just what `previous` does, the one before it.
+    [[nodiscard]] BackupIndex withSameContents(std::uint32_t previous, std::uint32_t number) const;
 
     [[nodiscard]] BackedUpItem copyOf(const Item& item) const;
     // Each item, a folder before what is in it.

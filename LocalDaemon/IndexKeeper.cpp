@@ -1,5 +1,6 @@
 #include "LocalDaemon/IndexKeeper.h"
 
+#include "Common/RestoreStatus.h"
 #include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/KnownRepositories.h"
 #include "LocalDaemon/LateChanges.h"
@@ -19,9 +20,6 @@ namespace {
 constexpr std::size_t largestFile = std::size_t{1} << 31U;
 constexpr mode_t privateMode = 0600;
 constexpr std::size_t mostChanged = 1001; // more than anybody is told of one by one
-// Listing a snapshot takes half a second at least, which is minutes for so many.
-constexpr std::size_t mostListed = 400;
-constexpr std::int64_t secondsPerDay = 86400;
 
 BackupIndex indexIn(const std::string& path) {
     const FileReading file = readFile(path, largestFile);
@@ -34,49 +32,8 @@ BackupIndex indexIn(const std::string& path) {
     return {};
 }
 
-using Numbered = std::pair<std::uint32_t, Snapshot>;
-
-// All of them; of very many, the older ones make do with the last complete snapshot of a day.
-std::vector<std::uint32_t> worthListing(std::vector<Numbered> unknown) {
-    const auto day = [](const Numbered& each) { return each.second.time / secondsPerDay; };
-    for (std::size_t at = 0; at + 1 < unknown.size() && unknown.size() > mostListed;) {
-        const bool isReplaced = std::any_of(
-            unknown.begin() + static_cast<std::ptrdiff_t>(at) + 1, unknown.end(),
-            [&](const Numbered& later) { return !later.second.isPartial && day(later) == day(unknown[at]); });
-        if (isReplaced)
-            unknown.erase(unknown.begin() + static_cast<std::ptrdiff_t>(at));
-        else
-            ++at;
-    }
-    std::vector<std::uint32_t> numbers;
-    for (const Numbered& each : unknown)
-        numbers.push_back(each.first);
-    return numbers;
-}
-
 std::string idOf(const std::pair<const std::uint32_t, Snapshot>& numbered) {
     return numbered.second.id;
-}
-
-std::vector<Snapshot> snapshotsOf(const BackupIndex& index) {
-    std::vector<Snapshot> snapshots;
-    for (const auto& [number, snapshot] : index.snapshots())
-        snapshots.push_back(snapshot);
-    return snapshots;
-}
-
-// What is known, and behind it those of an answer with gaps that certainly are newer.
-std::vector<Snapshot> withNewer(const BackupIndex& known, const std::vector<Snapshot>& listed) {
-    std::vector<Snapshot> all = snapshotsOf(known);
-    for (Snapshot& each : all)
-        if (const auto told = std::ranges::find(listed, each.id, &Snapshot::id); told != listed.end())
-            each = *told;
-    const auto isKnown = [&](const Snapshot& each) { return known.holdsSnapshot(each.id); };
-    const auto lastKnown = std::find_if(listed.rbegin(), listed.rend(), isKnown).base();
-    const std::uint64_t newest = all.empty() ? 0 : all.back().sequence;
-    std::copy_if(lastKnown, listed.end(), std::back_inserter(all),
-                 [&](const Snapshot& each) { return known.snapshots().empty() || each.sequence > newest; });
-    return all;
 }
 
 std::vector<std::string> changedIn(const BackupIndex& index, std::uint32_t version) {
@@ -135,7 +92,7 @@ ResticOutcome IndexKeeper::synchronize(bool mayMake, const StopSignal& stop) {
     Numbers toList;
     BackupIndex from = withListed(listing, opening.id, toList);
     isCurrent_ = listing.unread.empty();
-    for (const std::vector<Snapshot>& each : {snapshotsOf(from), listing.snapshots})
+    for (const std::vector<Snapshot>& each : {from.inOrderOfCreation(), listing.snapshots})
         for (const Snapshot& snapshot : each)
             newestSequence_ = std::max(newestSequence_, snapshot.sequence);
     if (toList.empty() && from.repositoryId() == index_->repositoryId() &&
@@ -147,6 +104,7 @@ ResticOutcome IndexKeeper::synchronize(bool mayMake, const StopSignal& stop) {
     const auto count = static_cast<unsigned long long>(toList.size());
     KelvaneSystemLog("Updating the index; %llu snapshots are to be listed.", count);
     ResticOutcome outcome = rebuild(std::move(from), toList, stop);
+    alerts_.withdraw(restorestatus::listingAlert);
     isCurrent_ = isCurrent_ && outcome.succeeded();
     return outcome;
 }
@@ -165,62 +123,6 @@ void IndexKeeper::useRepository(const std::string& id) {
     onRepositoryChanged_(id);
     if (isKnown)
         take(BackupIndex(*index_), {"/"}, true);
-}
-
-// The index with a number for each snapshot, and those numbers whose contents are to be listed.
-BackupIndex IndexKeeper::withListed(const Repository::Listing& listing, const std::string& repositoryId,
-                                    Numbers& toList) const {
-    BackupIndex none(repositoryId, {}, {});
-    const BackupIndex& known = index_->repositoryId() == repositoryId ? *index_ : none;
-    const std::vector<Snapshot> order =
-        listing.unread.empty() ? listing.snapshots : withNewer(known, listing.snapshots);
-    // Of what a snapshot held that has gone, older ones may hold another version.
-    const bool isOneGone = std::ranges::any_of(known.snapshots(), [&](const auto& each) {
-        return std::ranges::none_of(order,
-                                    [&](const Snapshot& listed) { return isSame(each.second, listed); });
-    });
-    std::optional<BackupIndex> numbered = isOneGone ? std::nullopt : indexNumbering(known, order);
-    const bool isMadeAnew = !numbered.has_value();
-    if (isMadeAnew) {
-        KelvaneSystemLog("Snapshots are missing or in another order; the index is made anew.");
-        numbered = indexNumbering(none, order);
-    }
-    std::vector<Numbered> unknown;
-    for (const auto& [number, snapshot] : numbered->snapshots())
-        if (isMadeAnew || !known.holdsSnapshot(snapshot.id))
-            unknown.emplace_back(number, snapshot);
-    toList = worthListing(std::move(unknown));
-    return std::move(*numbered);
-}
-
-// One whose contents cannot be read is left out for now and asked for again the next time.
-ResticOutcome IndexKeeper::rebuild(BackupIndex from, const Numbers& toList, const StopSignal& stop) {
-    ResticOutcome failure;
-    std::vector<Snapshot> readable = snapshotsOf(from);
-    for (const std::uint32_t number : toList) {
-        const Snapshot snapshot = *from.snapshot(number);
-        auto contents = repository_.list(snapshot.id, stop);
-        const ResticOutcome& outcome = contents.outcome;
-        if (outcome.trouble == ResticTrouble::Failed) {
-            KelvaneSystemLog("Snapshot %@ cannot be read: %@", snapshot.id, outcome.errors);
-            alerts_.raise(alertForUnreadSnapshots(outcome.errors));
-            std::erase(readable, snapshot);
-            failure = outcome;
-            continue;
-        }
-        if (!outcome.succeeded())
-            return outcome;
-        from = indexWithContents(from, number, std::move(contents.items));
-        lookForDisappearance(from, number, toList);
-    }
-    if (readable.empty() && !failure.succeeded())
-        return failure;
-    if (!failure.succeeded()) {
-        isCurrent_ = false;
-        from = indexOfKept(from, readable);
-    }
-    take(std::move(from), {"/"}, true);
-    return {};
 }
 
 ResticOutcome IndexKeeper::add(Made made, const StopSignal& stop) {
@@ -280,7 +182,7 @@ ResticOutcome IndexKeeper::forgetOld(std::chrono::days keep, const StopSignal& s
         retention_.notePruned();
     }
     const RetentionLimits limits = retention_.limits(keep);
-    const std::vector<Snapshot> known = snapshotsOf(*index_);
+    const std::vector<Snapshot> known = index_->inOrderOfCreation();
     const auto ahead =
         std::ranges::find_if(known, [&](const Snapshot& each) { return each.time > limits.now; });
     if (ahead != known.end())
@@ -341,7 +243,7 @@ void IndexKeeper::reportUnread(const Repository::Listing& listing) const {
 }
 
 // When the file cannot be written, the next start finds an older one and brings that up to the repository.
-void IndexKeeper::take(BackupIndex index, const std::vector<std::string>& changed, bool isRebuilt) {
+void IndexKeeper::save(BackupIndex index) {
     index_ =
         std::make_shared<const BackupIndex>(damage_->isNone() ? std::move(index) : index.withDamage(damage_));
     FileOutcome saved;
@@ -349,6 +251,10 @@ void IndexKeeper::take(BackupIndex index, const std::vector<std::string>& change
         saved = replaceFileAtomically(path_, index_->encoded(), privateMode);
     if (!saved.succeeded())
         KelvaneSystemLog("The index of the backup cannot be saved: %@", saved.reason);
+}
+
+void IndexKeeper::take(BackupIndex index, const std::vector<std::string>& changed, bool isRebuilt) {
+    save(std::move(index));
     retention_.update(*index_);
     publish_(index_, changed, isRebuilt);
     reportDisappearances();

@@ -99,11 +99,15 @@ private:
     [[nodiscard]] Repository::Listing markedSnapshots(const StopSignal& stop) const;
     [[nodiscard]] ResticOutcome mark(Made& made, const StopSignal& stop) const;
     [[nodiscard]] ResticOutcome rebuild(BackupIndex from, const Numbers& toList, const StopSignal& stop);
+    [[nodiscard]] ResticOutcome listContents(BackupIndex& from, std::uint32_t number,
+                                             const std::vector<Snapshot>& read, const StopSignal& stop) const;
+    void keepUnfinished(const BackupIndex& from, const std::vector<Snapshot>& read);
     [[nodiscard]] BackupIndex withListed(const Repository::Listing& listing, const std::string& repositoryId,
                                          Numbers& toList) const;
     void lookForDisappearance(const BackupIndex& index, std::uint32_t number, const Numbers& listed);
     [[nodiscard]] bool holdDisappeared(const std::vector<std::string>& ids);
     [[nodiscard]] ResticOutcome forget(std::chrono::days keep, const StopSignal& stop);
+    void save(BackupIndex index);
     void take(BackupIndex index, const std::vector<std::string>& changed, bool isRebuilt);
     void reportOrder(const Snapshot& made) const;
     void reportUnread(const Repository::Listing& listing) const;

@@ -1,12 +1,38 @@
-// Which snapshots the repository has, and what is known of them beside it.
+// Which snapshots the repository has, what is in them, and what is known of them beside it.
 
 #include "LocalDaemon/BackupTrouble.h"
 #include "LocalDaemon/IndexKeeper.h"
+#include "LocalDaemon/RetentionAlerts.h"
 #include "Support/Logging.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace kelvane {
+namespace {
+
+using SteadyClock = std::chrono::steady_clock;
+
+// Listing a snapshot takes half a second at least: of more of them people are told.
+constexpr std::size_t fewToList = 20;
+constexpr std::chrono::seconds tellInterval{10};
+constexpr std::chrono::minutes saveInterval{5};
+
+// What is known, and behind it those of an answer with gaps that certainly are newer.
+std::vector<Snapshot> withNewer(const BackupIndex& known, const std::vector<Snapshot>& listed) {
+    std::vector<Snapshot> all = known.inOrderOfCreation();
+    for (Snapshot& each : all)
+        if (const auto told = std::ranges::find(listed, each.id, &Snapshot::id); told != listed.end())
+            each = *told;
+    const auto isKnown = [&](const Snapshot& each) { return known.holdsSnapshot(each.id); };
+    const auto lastKnown = std::find_if(listed.rbegin(), listed.rend(), isKnown).base();
+    const std::uint64_t newest = all.empty() ? 0 : all.back().sequence;
+    std::copy_if(lastKnown, listed.end(), std::back_inserter(all),
+                 [&](const Snapshot& each) { return known.snapshots().empty() || each.sequence > newest; });
+    return all;
+}
+
+} // namespace
 
 Repository::Listing IndexKeeper::snapshots(const StopSignal& stop) const {
     return withKnown(repository_.snapshots(stop));
@@ -73,6 +99,100 @@ ResticOutcome IndexKeeper::takeBackVanished(const StopSignal& stop) {
     const bool isOneBack = std::ranges::any_of(
         listing.snapshots, [this](const Snapshot& each) { return vanished_.contains(each.id); });
     return listing.outcome.succeeded() && isOneBack ? synchronize(false, stop) : listing.outcome;
+}
+
+// The index with a number for each snapshot, and those numbers whose contents are to be listed.
+BackupIndex IndexKeeper::withListed(const Repository::Listing& listing, const std::string& repositoryId,
+                                    Numbers& toList) const {
+    BackupIndex none(repositoryId, {}, {});
+    const BackupIndex& known = index_->repositoryId() == repositoryId ? *index_ : none;
+    const std::vector<Snapshot> order =
+        listing.unread.empty() ? listing.snapshots : withNewer(known, listing.snapshots);
+    // Of what a snapshot held that has gone, older ones may hold another version.
+    const bool isOneGone = std::ranges::any_of(known.snapshots(), [&](const auto& each) {
+        return std::ranges::none_of(order,
+                                    [&](const Snapshot& listed) { return isSame(each.second, listed); });
+    });
+    std::optional<BackupIndex> numbered = isOneGone ? std::nullopt : indexNumbering(known, order);
+    const bool isMadeAnew = !numbered.has_value();
+    if (isMadeAnew) {
+        KelvaneSystemLog("Snapshots are missing or in another order; the index is made anew.");
+        numbered = indexNumbering(none, order);
+    }
+    for (const auto& [number, snapshot] : numbered->snapshots())
+        if (isMadeAnew || !known.holdsSnapshot(snapshot.id))
+            toList.push_back(number);
+    return std::move(*numbered);
+}
+
+// One whose contents cannot be read is left out for now and asked for again the next time. In the order of
+// creation: what disappeared at once is told by comparing each one with those before it.
+ResticOutcome IndexKeeper::rebuild(BackupIndex from, const Numbers& toList, const StopSignal& stop) {
+    ResticOutcome failure;
+    std::vector<Snapshot> read;
+    for (const auto& [number, snapshot] : from.snapshots())
+        if (!std::ranges::binary_search(toList, number))
+            read.push_back(snapshot);
+    auto told = SteadyClock::now() - tellInterval;
+    auto saved = SteadyClock::now();
+    for (std::size_t at = 0; at < toList.size(); ++at) {
+        if (toList.size() > fewToList && SteadyClock::now() - told >= tellInterval) {
+            alerts_.raise(alertForListing(at, toList.size()));
+            told = SteadyClock::now();
+        }
+        if (SteadyClock::now() - saved >= saveInterval) {
+            keepUnfinished(from, read);
+            saved = SteadyClock::now();
+        }
+        const Snapshot snapshot = *from.snapshot(toList[at]);
+        const ResticOutcome outcome = listContents(from, toList[at], read, stop);
+        if (outcome.trouble == ResticTrouble::Failed) {
+            KelvaneSystemLog("Snapshot %@ cannot be read: %@", snapshot.id, outcome.errors);
+            alerts_.raise(alertForUnreadSnapshots(outcome.errors));
+            failure = outcome;
+            continue;
+        }
+        if (!outcome.succeeded()) {
+            keepUnfinished(from, read);
+            return outcome;
+        }
+        read.push_back(snapshot);
+        lookForDisappearance(from, toList[at], toList);
+    }
+    if (read.empty() && !failure.succeeded())
+        return failure;
+    if (!failure.succeeded()) {
+        isCurrent_ = false;
+        from = indexOfKept(from, read);
+    }
+    take(std::move(from), {"/"}, true);
+    return {};
+}
+
+// `read`: those whose contents the index has.
+ResticOutcome IndexKeeper::listContents(BackupIndex& from, std::uint32_t number,
+                                        const std::vector<Snapshot>& read, const StopSignal& stop) const {
+    const auto listed = from.snapshots().find(number);
+    if (listed != from.snapshots().begin()) {
+        const auto& [previous, snapshot] = *std::prev(listed);
+        const bool hasSameTree = !snapshot.tree.empty() && snapshot.tree == listed->second.tree;
+        if (hasSameTree && std::ranges::find(read, snapshot.id, &Snapshot::id) != read.end()) {
+            from = from.withSameContents(previous, number);
+            return {stop.isSet() ? ResticTrouble::Stopped : ResticTrouble::None, false, {}};
+        }
+    }
+    auto contents = repository_.list(listed->second.id, stop);
+    if (contents.outcome.succeeded())
+        from = indexWithContents(from, number, std::move(contents.items));
+    return contents.outcome;
+}
+
+// What has been read of many snapshots must not be read again after a stop or a restart. What is noted about
+// those that are not in it yet stays, and so does what others know of the backup.
+void IndexKeeper::keepUnfinished(const BackupIndex& from, const std::vector<Snapshot>& read) {
+    const bool isOfAnother = index_->repositoryId() != from.repositoryId();
+    if (isOfAnother ? !read.empty() : read.size() > index_->snapshots().size())
+        save(indexOfKept(from, read));
 }
 
 } // namespace kelvane

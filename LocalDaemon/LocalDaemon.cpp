@@ -1,5 +1,6 @@
 #include "LocalDaemon/LocalDaemon.h"
 
+#include "Common/RestoreStatus.h"
 #include "Common/StandingAlert.h"
 #include "Foundation/Checksum.h"
 #include "LocalDaemon/BackupTrouble.h"
@@ -260,8 +261,8 @@ void LocalDaemon::makeRestores() {
     };
     options.onWait = [state = state_](const std::string& reason) {
         if (reason.empty())
-            return state->withdrawAlert("restore_waits");
-        state->raiseAlert({"restore_waits", "warning", "A restore is delayed.", reason});
+            return state->withdrawAlert(restorestatus::waitAlert);
+        state->raiseAlert({restorestatus::waitAlert, "warning", "A restore is delayed.", reason});
     };
     options.onRefusal = [state = state_](const std::string& reason) { state->refuseRestore(reason); };
     options.onUnkept = [state = state_](const std::string& reason) {

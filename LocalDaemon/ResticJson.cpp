@@ -135,6 +135,7 @@ std::uint16_t modeOf(const Json& object) {
 Snapshot snapshotOf(const Json& object, std::string_view partialTag) {
     Snapshot snapshot{textOf(object, "id"), timeOf(object, "time").seconds(), false};
     snapshot.parent = textOf(object, "parent");
+    snapshot.tree = textOf(object, "tree");
     const Json* const tags = entryOf(object, "tags");
     if (!tags || !tags->is_array())
         return snapshot;

@@ -1,5 +1,6 @@
 #include "LocalDaemon/RetentionAlerts.h"
 
+#include "Common/RestoreStatus.h"
 #include "Foundation/Format.h"
 
 #include <array>
@@ -53,6 +54,12 @@ Alert alertForOrder(const Snapshot& before, const Snapshot& made) {
             "The last backup is dated " + dateText(made.time) + ", and the one before it " +
                 dateText(before.time) +
                 ". It counts as the newest nevertheless. Set the clock, so that dates are right."};
+}
+
+Alert alertForListing(std::size_t done, std::size_t of) {
+    return {restorestatus::listingAlert, "information", "The list of what is in the backup is being made.",
+            formatText("%llu of %llu snapshots have been read. Backups and restores wait for the rest.", done,
+                       of)};
 }
 
 Alert alertForUnreadSnapshots(const std::string& errors) {

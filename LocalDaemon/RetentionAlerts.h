@@ -19,6 +19,8 @@ inline constexpr const char* forgetVerb = "forget";
 [[nodiscard]] Alert alertForDisappearance(const RetentionRecord::Entry& entry);
 [[nodiscard]] Alert alertForSnapshotAhead(const Snapshot& snapshot);
 [[nodiscard]] Alert alertForOrder(const Snapshot& before, const Snapshot& made);
+// While so many of them have been listed.
+[[nodiscard]] Alert alertForListing(std::size_t done, std::size_t of);
 [[nodiscard]] Alert alertForUnreadSnapshots(const std::string& errors);
 
 // "2026-11-22 10:02", local time.

@@ -25,6 +25,7 @@ struct Snapshot {
     // The paths that a partial one lacks, with all below them, where it has everything else; empty: not
     // known.
     std::vector<std::string> lacks = {};
+    std::string tree = {}; // the id of its contents; empty: not known, as of those that the index keeps
 
     // Whether what was at the path, or some of it, would be in this snapshot if it had been on the disk.
     [[nodiscard]] bool tellsOf(std::string_view path) const;

@@ -159,6 +159,37 @@ TEST_F(Keeping, OlderSnapshotsBringBackWhatARemovedOneHeld) {
     EXPECT_EQ(running.index()->snapshot(running.index()->find(file)->snapshot)->sequence, 1U);
 }
 
+TEST_F(Keeping, ListingGoesOnWhereItWasCutOffAndLosesNoVersion) {
+    ASSERT_TRUE(repository.open(Repository::Making::Always, stop).wasMade);
+    const std::string early = folders.write("home/early", "1");
+    const std::string file = folders.write("home/file", "1");
+    backUp(folders.home(), 2, {"sequence-1"});
+    backUp(folders.home(), 2, {"sequence-2"});
+    fs::remove(early);
+    folders.write("home/file", "22");
+    backUp(folders.home(), 1, {"sequence-3"});
+    fs::remove(file);
+    backUp(folders.home(), 1, {"sequence-4"});
+    const std::string listings = folders / "listings";
+    RepositoryPlace watched = place;
+    watched.program = folders.write(
+        "restic", "#!/bin/sh\n[ $1 = ls ] && echo >> " + listings + " && [ $(wc -l < " + listings +
+                      ") = 2 ] && echo connection refused >&2 && exit 1\n" + "exec restic \"$@\"\n");
+    fs::permissions(watched.program, fs::perms::owner_all);
+    const Repository counting(std::make_shared<const Restic>(watched), 7);
+    EXPECT_FALSE(IndexKeeper(counting, folders / "index").synchronize(false, stop).succeeded());
+    IndexKeeper next(counting, folders / "index");
+    ASSERT_TRUE(next.synchronize(false, stop).succeeded());
+    EXPECT_LE(fs::file_size(listings),
+              5U); // of four, one of which failed; the first two may be the same tree
+    for (const auto& [path, size, sequence] : {std::tuple(early, 1U, 2U), std::tuple(file, 2U, 3U)}) {
+        const BackupIndex::Item* const item = next.index()->find(path);
+        ASSERT_TRUE(item) << path;
+        EXPECT_EQ(item->size, size) << path;
+        EXPECT_EQ(next.index()->snapshot(item->snapshot)->sequence, sequence) << path;
+    }
+}
+
 // A daemon may be killed at any moment of a backup.
 TEST_F(Keeping, CountsASnapshotAsIncompleteUntilItIsKnownNotToBe) {
     ASSERT_TRUE(repository.open(Repository::Making::Always, stop).wasMade);

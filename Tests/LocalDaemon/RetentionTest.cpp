@@ -136,6 +136,10 @@ TEST(BackupIndex, TakesInASnapshotThatIsNotTheNewest) {
     EXPECT_EQ(all.find("/h/0")->version, 1U);
     EXPECT_EQ(all.find("/h/1")->snapshot, 3U);
     EXPECT_EQ(all.find("/h/2")->snapshot, 2U);
+    const BackupIndex same =
+        indexNumbering(one, {{"one", 1, false}, {"same", 2, false}})->withSameContents(1, 2);
+    EXPECT_EQ(same.find("/h/0")->snapshot, 2U);
+    EXPECT_EQ(same.find("/h/0")->version, 1U);
     EXPECT_FALSE(indexNumbering(three, {{"three", 3, false}, {"one", 1, false}}));
     EXPECT_EQ(indexNumbering(three, {{"three", 3, false}})->find("/h/0"), nullptr);
 }

@@ -11,6 +11,7 @@
 #include "Tools/kelvanectl/Terminal.h"
 
 #include <algorithm>
+#include <chrono>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
@@ -135,9 +136,38 @@ bool isOpen(const Job& job) {
     return job.number != 0 && !restorestatus::hasEnded(job.status);
 }
 
+// Says once a minute what the daemon says of it.
+class WaitReport {
+public:
+    void tell(Session& session) {
+        session.state().updateDaemonState();
+        std::string text; // of the one that says most, which comes last
+        for (const StandingAlert& alert : session.state().alerts())
+            if (alert.id == restorestatus::waitAlert || alert.id == restorestatus::listingAlert)
+                text = alert.title + ' ' + alert.text;
+        if (!text.empty())
+            tell(text);
+    }
+
+private:
+    void tell(const std::string& text) {
+        const auto now = std::chrono::steady_clock::now();
+        if (text == last_ || now < next_)
+            return;
+        last_ = text;
+        next_ = now + std::chrono::minutes(1);
+        complain(ExitStatus::Success, text);
+    }
+
+    std::string last_;
+    std::chrono::steady_clock::time_point next_;
+};
+
 ExitStatus waitForEnd(const CommandLine& line, std::vector<Job>& jobs) {
     std::vector<Job> seen;
+    WaitReport report;
     const ExitStatus status = askUntil(line, [&](Session& session) {
+        report.tell(session);
         seen = jobs;
         for (Job& job : seen)
             if (isOpen(job))
