@@ -199,18 +199,21 @@ class Round:
         self.world.stop()
 
     def lost_in_newest(self):
-        """Paths of the newest state that restic does not give."""
+        """Paths of the newest state that restic does not give, or says that it does not."""
         lost = {path: version for path, version in self.model.newest.items()}
         for identifier in [each["id"] for each in self.world.snapshots() if each["id"] in self.model.trees]:
             held = [path for path, version in lost.items() if identifier in version.snapshots[-1:]]
             if not held:
                 continue
-            folder, _ = self.world.fetch(identifier)
+            folder, run = self.world.fetch(identifier)
             for root in self.model.roots:
                 found = tree.look(os.fsencode(folder) + os.fsencode(root))
                 for name, entry in relative(self.model.trees[identifier], root).items():
                     path = os.path.join(os.fsencode(root), name) if name else os.fsencode(root)
                     other = found.get(name)
-                    if path in held and other and (other.kind, other.content) == (entry.kind, entry.content):
+                    # Where a pack ends too early restic fails all that is in it, and nobody knows what came.
+                    is_failed = b"ignoring error for " + path + b": " in run.stderr
+                    if path in held and other and not is_failed \
+                            and (other.kind, other.content) == (entry.kind, entry.content):
                         del lost[path]
         return set(lost)
