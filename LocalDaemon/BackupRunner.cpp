@@ -30,7 +30,8 @@ BackupRunner::BackupRunner(std::shared_ptr<DaemonState> state, std::shared_ptr<I
         const auto age = std::chrono::system_clock::now() -
                          std::chrono::system_clock::time_point(std::chrono::seconds(last->time));
         const auto left = std::chrono::duration_cast<Clock::duration>(state_->configuration().interval - age);
-        notBefore_ = Clock::now() + std::clamp<Clock::duration>(left, 0s, state_->configuration().interval);
+        // Made while the clock was ahead, it may be of any age.
+        notBefore_ = Clock::now() + (age < 0s ? 0s : std::max<Clock::duration>(left, 0s));
     }
 }
 

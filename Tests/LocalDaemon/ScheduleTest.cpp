@@ -51,9 +51,11 @@ TEST_F(BackingUp, HasAnIntervalThatARestartDoesNotShortenAndIsNotPutOffForEver) 
         options.backup.longestWait = 50ms;
         options.settled.set("intervalMinutes", 1U);
     };
-    start({},
-          folders.program("[ $1 = backup ] && set -- \"$@\" --time \"$(date -d '-50 seconds' '+%F %T')\"\n"
-                          "exec restic \"$@\"\n"));
+    folders.write("offset", "-50 seconds");
+    const std::string program =
+        folders.program("[ $1 = backup ] && set -- \"$@\" --time \"$(date -d \"$(cat " +
+                        (folders / "offset") + ")\" '+%F %T')\"\nexec restic \"$@\"\n");
+    start({}, program);
     ASSERT_TRUE(comesToRest(1, 1));
     folders.write("home/file", "22");
     start();
@@ -62,6 +64,15 @@ TEST_F(BackingUp, HasAnIntervalThatARestartDoesNotShortenAndIsNotPutOffForEver) 
     ASSERT_EQ(made.size(), 2U);
     EXPECT_GE(made[1].time - made[0].time, 60);
     EXPECT_LT(made[1].time - made[0].time, 60 + 45) << "not from the restart on";
+    folders.write("offset", "1 day");
+    adjust = [](LocalDaemon::Options& options) { options.settled.set("intervalMinutes", 1440U); };
+    start({}, program);
+    folders.write("home/file", "333");
+    pane->call<"setPriorityBackup:">("/");
+    ASSERT_TRUE(comesToRest(1, 3));
+    folders.write("home/file", "4444");
+    start();
+    EXPECT_TRUE(comesToRest(1, 4)) << "nobody knows how long ago that was";
 }
 
 TEST_F(BackingUp, BeginsAgainWithAnotherPriority) {
