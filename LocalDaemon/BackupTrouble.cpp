@@ -1,6 +1,7 @@
 #include "LocalDaemon/BackupTrouble.h"
 
 #include <algorithm>
+#include <sstream>
 #include <unistd.h>
 
 namespace kelvane {
@@ -49,9 +50,14 @@ std::optional<ServiceState> serviceStateFor(ResticTrouble trouble) {
     return row ? std::optional(row->state) : std::nullopt;
 }
 
+// Each file that could not be read is a line of JSON; they are told of by themselves.
 std::string reasonOf(const ResticOutcome& outcome) {
-    return outcome.errors.empty() ? "restic ended without a word: somebody may have stopped it."
-                                  : outcome.errors;
+    std::string reason;
+    std::istringstream lines(outcome.errors);
+    for (std::string line; std::getline(lines, line);)
+        if (!line.starts_with('{'))
+            reason.append(reason.empty() ? "" : "\n").append(line);
+    return reason.empty() ? "restic ended without a word: somebody may have stopped it." : reason;
 }
 
 Alert alertFor(const ResticOutcome& outcome, const RepositoryPlace& place) {
