@@ -74,7 +74,8 @@ void takeCheckLine(CheckReport& report, std::string_view line) {
     else if (line.starts_with("pack ") && (line.ends_with(": does not exist") ||
                                            line.find(": unexpected file size: ") != std::string_view::npos))
         insertIfAny(report.missingPacks, idAfter(line, "pack "));
-    else if (line.starts_with("pack "))
+    else if (line.starts_with("pack ") &&
+             line.find(" contained in several indexes: ") == std::string_view::npos)
         insertIfAny(report.damagedPacks, idAfter(line, "pack "));
     else if (line.starts_with("Pack ID does not match, want "))
         insertIfAny(report.damagedPacks, idAfter(line, "want "));

@@ -19,6 +19,7 @@ TEST(CheckReport, TakesResticsReportApart) {
           "pack " + std::string(64, 'c') + ": unexpected file size: got 1, expected 2",
           "Pack ID does not match, want " + std::string(64, 'd') + ", got " + id,
           std::string("error: load <snapshot/8fad1fa1c7>: invalid data returned"),
+          "pack " + id + " contained in several indexes: {43418a85 9c41f311}",
           "pack " + std::string(64, 'e') + ": does not exist"})
         takeCheckLine(report, line);
     EXPECT_EQ(report.missingBlobs, std::set<std::string>{std::string(64, 'b')});
