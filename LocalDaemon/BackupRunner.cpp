@@ -203,7 +203,9 @@ void BackupRunner::perform(Task task) {
     if (task == Task::Verify)
         return verify(*stop);
     const std::uint64_t orders = state_->backupOrders();
-    ResticOutcome outcome = attempt(task, *stop);
+    ResticOutcome outcome = keeper_->repository().waitForAnswer(*stop);
+    if (outcome.succeeded())
+        outcome = attempt(task, *stop);
     if (outcome.trouble == ResticTrouble::Locked)
         outcome = attemptAgain(task, *stop, std::move(outcome));
     {

@@ -20,7 +20,9 @@ void BackupRunner::storeAgain() {
 // Another disk may have taken the place of the one that was there. Why an ordered one cannot be done, its try
 // says.
 void BackupRunner::verify(const StopSignal& stop) {
-    ResticOutcome outcome = connect(stop);
+    ResticOutcome outcome = keeper_->repository().waitForAnswer(stop);
+    if (outcome.succeeded())
+        outcome = connect(stop);
     if (outcome.succeeded() || state_->isVerificationOrdered())
         outcome = verification_->performDue(stop);
     const std::scoped_lock guard(mutex_);

@@ -146,6 +146,10 @@ void LocalDaemon::stop() {
     claim_.reset(); // last: until now nobody else may serve here
 }
 
+std::string LocalDaemon::repositoryFolder() const {
+    return localFolderOf(state_->configuration().repository.location);
+}
+
 std::string LocalDaemon::makeWorld() {
     volumes_ = options_.fileSystem->volumes();
     const auto store = std::make_shared<SettingsStore>(options_.settingsPath);

@@ -58,6 +58,8 @@ public:
     // Why it cannot serve, for people; empty when it does.
     [[nodiscard]] std::string start();
     void stop();
+    // Between `start` and `stop`; empty: the repository is no folder.
+    [[nodiscard]] std::string repositoryFolder() const;
 
 private:
     [[nodiscard]] std::string claimSettings();

@@ -6,6 +6,7 @@
 #include "LocalDaemon/ResticJson.h"
 #include "LocalDaemon/ResticNames.h"
 #include "LocalDaemon/ResticProcesses.h"
+#include "LocalDaemon/RestoreArrival.h"
 #include "Platform/MountTable.h"
 #include "Support/Logging.h"
 
@@ -140,14 +141,19 @@ ResticOutcome make(const Restic& restic, Repository::Making making, const StopSi
 Repository::Repository(std::shared_ptr<const Restic> restic, std::uint32_t computerNumber)
     : restic_(std::move(restic)), tag_("kelvane-" + std::to_string(computerNumber)) {}
 
-// Nothing could end a restic that asks a mount that does not answer.
+ResticOutcome Repository::waitForAnswer(const StopSignal& stop) const {
+    constexpr std::chrono::milliseconds step(500);
+    const std::string folder = localFolderOf(restic_->place().location);
+    while (!silentMountAround(folder).empty()) {
+        if (std::string silence = silenceAround(folder, longestSilence); !silence.empty())
+            return {ResticTrouble::Unreachable, false, std::move(silence)};
+        if (!waitUnlessStopped(step, stop))
+            return {ResticTrouble::Stopped, false, {}};
+    }
+    return {};
+}
+
 Repository::Opening Repository::open(Making making, const StopSignal& stop) const {
-    const std::string mount = silentMountAround(localFolderOf(restic_->place().location));
-    if (!mount.empty())
-        return {{ResticTrouble::Unreachable, false, "What is mounted at " + mount + " does not answer."},
-                {},
-                false,
-                false};
     const std::string& passwordFile = restic_->place().passwordFile;
     const bool hasKey = passwordFile.empty() || ::access(passwordFile.c_str(), F_OK) == 0 || errno != ENOENT;
     return hasKey ? openWith(*restic_, making, stop) : openWithoutKey(making, stop);

@@ -35,6 +35,9 @@ public:
         UnlessDiskIsAway, // an empty mount point is where another repository belongs
         Always
     };
+    // While the repository's share does not answer, no process that asks it could be ended; it counts as out
+    // of reach after `longestSilence`.
+    [[nodiscard]] ResticOutcome waitForAnswer(const StopSignal& stop) const;
     // Without a password file a new repository gets a new key. A repository that is there already keeps its
     // own, and the outcome then is that the password is wrong.
     [[nodiscard]] Opening open(Making making, const StopSignal& stop) const;

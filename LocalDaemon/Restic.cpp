@@ -1,6 +1,8 @@
 #include "LocalDaemon/Restic.h"
 
+#include "LocalDaemon/Configuration.h"
 #include "LocalDaemon/ResticProcesses.h"
+#include "Platform/MountTable.h"
 #include "Support/Logging.h"
 
 #include <algorithm>
@@ -239,6 +241,9 @@ ChildOutcome Restic::runOnce(const Call& call, bool takesLock, const StopSignal&
     program.grace = call.grace;
     program.hasLowerPriority = call.hasLowerPriority;
     program.ignoresReadOnlyModes = call.ignoresReadOnlyModes;
+    program.whyOutOfReach = [folder = localFolderOf(place_.location)] {
+        return silenceAround(folder, longestSilence);
+    };
     pid_t id = 0;
     if (processes_ && std::ranges::find(program.arguments, noLock) == program.arguments.end())
         program.onStart = [this, &id](pid_t started) {
@@ -270,6 +275,11 @@ bool tellsOfRefusedLock(std::string_view errorLine) {
 
 bool tellsOfRetry(std::string_view errorLine) {
     return errorLine.find("retrying after") != std::string_view::npos;
+}
+
+std::string silenceAround(const std::string& folder, std::chrono::milliseconds longest) {
+    const std::string mount = silentMountAround(folder, longest);
+    return mount.empty() ? mount : "What is mounted at " + mount + " does not answer.";
 }
 
 std::string escapedForPattern(std::string_view path) {

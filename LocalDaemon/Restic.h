@@ -97,6 +97,11 @@ private:
 // A line of its errors that says that it could not get something through and tries that again.
 [[nodiscard]] bool tellsOfRetry(std::string_view errorLine);
 
+// Of the remote file system that holds the repository: after that long it counts as out of reach.
+inline constexpr std::chrono::seconds longestSilence(30);
+// What says so; empty when it has answered meanwhile, or the folder is in no such file system.
+[[nodiscard]] std::string silenceAround(const std::string& folder, std::chrono::milliseconds longest);
+
 // A name as restic's patterns (`--include`, `--exclude`) take it literally.
 [[nodiscard]] std::string escapedForPattern(std::string_view path);
 

@@ -4,6 +4,7 @@
 #include "LocalDaemon/LogFile.h"
 #include "Platform/DetachedProgram.h"
 #include "Platform/FileDescriptor.h"
+#include "Platform/MountTable.h"
 #include "Platform/PollLoop.h"
 #include "Platform/SignalWatch.h"
 #include "Platform/SpecialFolders.h"
@@ -12,7 +13,9 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <chrono>
 #include <climits>
+#include <condition_variable>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -20,9 +23,11 @@
 #include <filesystem>
 #include <iostream>
 #include <malloc.h>
+#include <mutex>
 #include <poll.h>
 #include <regex>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -32,8 +37,9 @@ using namespace kelvane;
 constexpr int failed = 1;
 constexpr int wronglyUsed = 2;
 
-// Each pane has threads of its own; an arena for each would keep what its largest answer has taken.
 constexpr unsigned longestEnd = 25; // seconds; restic has ten
+constexpr std::chrono::seconds timeForRestic(3);
+// Each pane has threads of its own; an arena for each would keep what its largest answer has taken.
 constexpr int mostArenas = 2;
 
 constexpr mode_t ownersRights = 0700;
@@ -162,6 +168,34 @@ std::optional<int> parse(int count, char** texts, Arguments& arguments) {
     return std::nullopt;
 }
 
+// From SIGTERM on: while the repository's share does not answer, restic can neither be ended nor tidy up.
+class EndWhileSilent {
+public:
+    EndWhileSilent(const std::string& folder, int status)
+        : thread_([this, folder, status] {
+              std::unique_lock guard(mutex_);
+              if (!changed_.wait_for(guard, timeForRestic, [this] { return isOver_; }) &&
+                  !silentMountAround(folder).empty())
+                  ::_exit(status);
+          }) {}
+    ~EndWhileSilent() {
+        {
+            const std::scoped_lock guard(mutex_);
+            isOver_ = true;
+        }
+        changed_.notify_all();
+        thread_.join();
+    }
+    EndWhileSilent(const EndWhileSilent&) = delete;
+    EndWhileSilent& operator=(const EndWhileSilent&) = delete;
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool isOver_ = false;
+    std::thread thread_; // last: it uses the others
+};
+
 int serve(const LocalDaemon::Options& options) {
     const auto loop = std::make_shared<PollLoop>();
     const SignalWatch signals(*loop, {SIGTERM, SIGINT, SIGHUP}, [&loop](int) { loop->quit(); });
@@ -170,6 +204,7 @@ int serve(const LocalDaemon::Options& options) {
         return refuse(refusal);
     const int status = loop->run();
     ::alarm(longestEnd); // ends the process when a disk that does not answer keeps a thread
+    const EndWhileSilent end(daemon.repositoryFolder(), status);
     daemon.stop();
     KelvaneSocket::waitForThreads();
     return status;

@@ -1,5 +1,6 @@
 #include "Platform/ChildProgram.h"
 
+#include "Platform/PipeLines.h"
 #include "Platform/SystemCallFilter.h"
 
 #include <algorithm>
@@ -8,6 +9,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <linux/close_range.h>
+#include <mutex>
 #include <optional>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -27,6 +29,7 @@ using std::chrono::milliseconds;
 constexpr std::size_t longestErrorLine = std::size_t{1} << 20U;
 constexpr std::size_t errorsKept = 4096; // bytes
 constexpr int lowestPriority = 19;
+constexpr milliseconds graceOfKilled(3000);
 // From linux/ioprio.h, which not every system installs.
 constexpr int ioprioWhoProcess = 1;
 constexpr int ioprioIdle = 3 << 13;
@@ -117,82 +120,33 @@ void setSignals() {
     ::_exit(1);
 }
 
-// What arrives in a pipe, line by line.
-class Lines {
-public:
-    Lines(FileDescriptor pipe, std::size_t longest, bool isBinary = false)
-        : pipe_(std::move(pipe)), longest_(longest), isBinary_(isBinary) {
-        ::fcntl(pipe_.get(), F_SETFL, ::fcntl(pipe_.get(), F_GETFL) | O_NONBLOCK);
-    }
-
-    [[nodiscard]] int descriptor() const { return pipe_.get(); }
-    [[nodiscard]] bool hasLost() const { return hasLost_; }
-    // Hands over some of what is there, so that who reads a fast writer has time for other things; closes at
-    // the end. False: there is nothing more for now.
-    template <class Take>
-    bool readInto(Take take) {
-        std::array<char, 65536> bytes{};
-        const ssize_t count = pipe_ ? ::read(pipe_.get(), bytes.data(), bytes.size()) : 0;
-        if (count < 0 && (errno == EINTR || errno == EAGAIN))
-            return errno == EINTR;
-        if (count > 0) {
-            const std::string_view read(bytes.data(), static_cast<std::size_t>(count));
-            if (isBinary_)
-                take(read);
-            else
-                split(read, take);
-            return true;
-        }
-        if (!partial_.empty())
-            take(std::string_view(partial_));
-        partial_.clear();
-        pipe_.reset();
-        return false;
-    }
-
-private:
-    template <class Take>
-    void split(std::string_view bytes, Take& take) {
-        for (std::size_t end = bytes.find('\n'); end != std::string_view::npos; end = bytes.find('\n')) {
-            append(bytes.substr(0, end));
-            if (!isTooLong_)
-                take(std::string_view(partial_));
-            partial_.clear();
-            isTooLong_ = false;
-            bytes.remove_prefix(end + 1);
-        }
-        append(bytes);
-    }
-    void append(std::string_view bytes) {
-        isTooLong_ = isTooLong_ || partial_.size() + bytes.size() > longest_;
-        hasLost_ = hasLost_ || isTooLong_;
-        if (isTooLong_)
-            partial_.clear();
-        else
-            partial_ += bytes;
-    }
-
-    FileDescriptor pipe_;
-    std::size_t longest_;
-    bool isBinary_;
-    std::string partial_;
-    bool isTooLong_ = false;
-    bool hasLost_ = false;
-};
+// Of children that were killed and not waited for: takes those that have ended by now.
+void reapAbandoned(pid_t another = 0) {
+    static std::mutex mutex;
+    static std::vector<pid_t> abandoned;
+    const std::scoped_lock guard(mutex);
+    if (another != 0)
+        abandoned.push_back(another);
+    std::erase_if(abandoned, [](pid_t id) { return ::waitpid(id, nullptr, WNOHANG) != 0; });
+}
 
 class Child {
 public:
     Child(const ChildProgram& program, const StopSignal& stop) : program_(program), stop_(stop) {}
 
     ChildOutcome run() {
+        reapAbandoned();
         if (!start())
             return outcome_;
         program_.onStart(id_);
         outcome_.end = ChildOutcome::End::Exited;
-        lastProgress_ = Clock::now();
-        while (!hasEnded_)
+        lastProgress_ = lastLook_ = Clock::now();
+        while (!hasEnded_ && !isAbandoned_)
             turn();
-        reap();
+        if (isAbandoned_)
+            reapAbandoned(id_);
+        else
+            reap();
         while (readSome()) { // no more than the pipes hold
         }
         outcome_.hasLostLine = output_->hasLost();
@@ -258,7 +212,8 @@ private:
                                      {errors_->descriptor(), POLLIN, 0},
                                      {input_.get(), POLLOUT, 0},
                                      {isEnding_ ? -1 : stop_.descriptor(), POLLIN, 0}}};
-        ::poll(waits.data(), waits.size(), static_cast<int>(timeLeft().count()));
+        ::poll(waits.data(), waits.size(),
+               static_cast<int>(std::min(timeLeft(), program_.lookInterval).count()));
         readSome();
         if (waits[3].revents != 0)
             writeInput();
@@ -269,10 +224,24 @@ private:
             end(ChildOutcome::End::Stopped);
         else if (timeLeft() == milliseconds(0))
             end(ChildOutcome::End::Stuck);
+        look();
+    }
+
+    void look() {
+        if (isKilled_ || Clock::now() - lastLook_ < program_.lookInterval)
+            return;
+        lastLook_ = Clock::now();
+        const std::string reason = program_.whyOutOfReach();
+        if (reason.empty())
+            return;
+        outcome_.end = isEnding_ ? outcome_.end : ChildOutcome::End::Stuck;
+        outcome_.errors.append(outcome_.errors.empty() ? "" : "\n").append(reason);
+        kill();
     }
 
     [[nodiscard]] milliseconds timeLeft() const {
-        auto deadline = isEnding_ ? endingSince_ + program_.grace : lastProgress_ + program_.patience;
+        const milliseconds grace = isKilled_ ? graceOfKilled : program_.grace;
+        auto deadline = isEnding_ ? endingSince_ + grace : lastProgress_ + program_.patience;
         if (!isEnding_ && troubledSince_)
             deadline = std::min(deadline, *troubledSince_ + program_.patienceInTrouble);
         const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
@@ -286,10 +255,16 @@ private:
             outcome_.end = why;
             ::kill(id_, SIGINT);
         } else if (timeLeft() == milliseconds(0)) {
-            ::kill(-id_, SIGKILL);
-            ::kill(id_, SIGKILL);
-            endingSince_ = Clock::now(); // until the system has done it
+            isAbandoned_ = isKilled_;
+            kill();
         }
+    }
+
+    void kill() {
+        ::kill(-id_, SIGKILL);
+        ::kill(id_, SIGKILL);
+        isEnding_ = isKilled_ = true;
+        endingSince_ = Clock::now(); // until the system has done it
     }
 
     // False: there is nothing more for now.
@@ -344,12 +319,15 @@ private:
     FileDescriptor handle_;
     FileDescriptor input_;
     std::size_t written_ = 0;
-    std::optional<Lines> output_;
-    std::optional<Lines> errors_;
+    std::optional<PipeLines> output_;
+    std::optional<PipeLines> errors_;
     Clock::time_point lastProgress_;
     std::optional<Clock::time_point> troubledSince_; // and nothing done since
     Clock::time_point endingSince_;
+    Clock::time_point lastLook_;
     bool isEnding_ = false;
+    bool isKilled_ = false;
+    bool isAbandoned_ = false;
     bool hasEnded_ = false;
 };
 

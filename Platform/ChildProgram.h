@@ -46,7 +46,10 @@ struct ChildProgram {
     std::chrono::milliseconds patienceInTrouble = std::chrono::minutes(2);
     std::function<bool(std::string_view)> isTrouble = [](std::string_view) { return false; };
     std::chrono::milliseconds grace = std::chrono::seconds(10); // and that long to end when it is told to
-    bool hasLowerPriority = false;                              // than everything else on the machine
+    // Asked again and again: why it can neither get on nor be told to end, so that it is killed; empty else.
+    std::function<std::string()> whyOutOfReach = [] { return std::string(); };
+    std::chrono::milliseconds lookInterval = std::chrono::seconds(5);
+    bool hasLowerPriority = false; // than everything else on the machine
     // Whenever it, or what it starts, gives a file a mode without write permission for the owner, nothing
     // happens and it is told that all went well. Without effect where the system cannot filter calls.
     bool ignoresReadOnlyModes = false;
@@ -65,7 +68,8 @@ struct ChildOutcome {
 
 // Runs a program to its end. One that is stopped, or that gets on with nothing for as long as the patience
 // lasts, is told to end by SIGINT, and killed after the grace. What it has started itself ends with it. It is
-// also interrupted when the calling thread dies, as it does when this process is killed.
+// also interrupted when the calling thread dies, as it does when this process is killed. One that the kernel
+// keeps in a call for seconds after it was killed is not waited for: it does nothing more.
 //
 // Any thread; blocks. The program gets no descriptor but the standard ones. Its SIGPIPE is ignored: when this
 // process is killed, the program is to tidy up, not to die of its next word.

@@ -292,31 +292,43 @@ bool isRemote(std::string_view type) {
 
 // A call that a mount does not answer cannot be ended by anything, and this process could not either. So it
 // is another one that asks, and as long as that one waits nobody else does.
-bool isAnswering(const std::string& mountPoint) {
+std::chrono::milliseconds silenceOf(const std::string& mountPoint) {
+    using Clock = std::chrono::steady_clock;
+    struct Question {
+        pid_t asking;
+        Clock::time_point begin;
+    };
     static std::mutex mutex;
-    static std::map<std::string, pid_t> waiting;
+    static std::map<std::string, Question> waiting;
+    const auto silenceSince = [](Clock::time_point begin) {
+        return std::chrono::ceil<std::chrono::milliseconds>(Clock::now() - begin);
+    };
     const std::scoped_lock guard(mutex);
     if (const auto known = waiting.find(mountPoint); known != waiting.end()) {
-        if (!hasEnded(known->second))
-            return false;
+        if (!hasEnded(known->second.asking))
+            return silenceSince(known->second.begin);
         waiting.erase(known);
     }
-    const pid_t asking = startAsking(mountPoint);
-    const auto end = std::chrono::steady_clock::now() + longestAnswer;
-    while (asking > 0 && !hasEnded(asking)) {
-        if (std::chrono::steady_clock::now() >= end) {
-            waiting[mountPoint] = asking;
-            return false;
+    const Question question{startAsking(mountPoint), Clock::now()};
+    while (question.asking > 0 && !hasEnded(question.asking)) {
+        if (silenceSince(question.begin) >= longestAnswer) {
+            waiting.emplace(mountPoint, question);
+            return silenceSince(question.begin);
         }
         std::this_thread::sleep_for(answerStep);
     }
-    return asking > 0;
+    return question.asking > 0 ? std::chrono::milliseconds(0) : longestAnswer;
 }
 
-std::string silentMountAround(std::string_view path) {
+bool isAnswering(const std::string& mountPoint) {
+    return silenceOf(mountPoint) == std::chrono::milliseconds(0);
+}
+
+std::string silentMountAround(std::string_view path, std::chrono::milliseconds silence) {
     const auto points = currentMountPoints();
     const auto point = points->find(nearestMountPoint(*points, path));
-    const bool isSilent = point != points->end() && isRemote(point->second) && !isAnswering(point->first);
+    const bool isSilent =
+        point != points->end() && isRemote(point->second) && silenceOf(point->first) >= silence;
     return isSilent ? point->first : std::string();
 }
 

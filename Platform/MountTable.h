@@ -3,6 +3,7 @@
 #include "Platform/FileDescriptor.h"
 #include "Platform/Volumes.h"
 
+#include <chrono>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -40,11 +41,15 @@ using MountPoints = std::map<std::string, std::string, std::less<>>;
 // of no change that is made there.
 [[nodiscard]] bool isRemote(std::string_view type);
 
-// Whether what is mounted there answers at once. Any thread; none waits longer than half a second.
+// For how long what is mounted there has not answered; 0 when it answers at once. Any thread; none waits
+// longer than half a second.
+[[nodiscard]] std::chrono::milliseconds silenceOf(const std::string& mountPoint);
 [[nodiscard]] bool isAnswering(const std::string& mountPoint);
 
-// The mount point of the remote file system that a path is in, when that does not answer; else empty.
-[[nodiscard]] std::string silentMountAround(std::string_view path);
+// The mount point of the remote file system that a path is in, when that has not answered for that long; else
+// empty.
+[[nodiscard]] std::string silentMountAround(std::string_view path,
+                                            std::chrono::milliseconds silence = std::chrono::milliseconds(1));
 
 // Tells the file system that is mounted at exactly this path from all others, also after a restart: its UUID,
 // or what it makes of that; of one that is on no device its type and source. Empty when the system does not

@@ -82,8 +82,14 @@ TEST(ChildProgram, SaysHowOneEndsThatDoesNotRunToItsEnd) {
     troubled.patience = 1h;
     troubled.patienceInTrouble = 50ms;
     troubled.isTrouble = [](std::string_view line) { return line == "trouble"; };
+    ChildProgram cutOff = shell("trap '' INT; echo; while true; do sleep 1; done");
+    cutOff.whyOutOfReach = [] { return std::string("the share is silent"); };
+    cutOff.lookInterval = 50ms;
     ChildProgram missing;
     missing.arguments = {"/no/such/program"};
+    const ChildOutcome silent = run(cutOff, never);
+    EXPECT_EQ(silent.end, End::Stuck);
+    EXPECT_EQ(silent.errors, "the share is silent");
     EXPECT_EQ(run(shell("trap 'exit 5' INT; while true; do sleep 0.01; done"), stopped).end, End::Stopped);
     EXPECT_EQ(run(deaf, stopped).end, End::Stopped);
     EXPECT_EQ(run(shell("exit 0"), never).end, End::Exited);
