@@ -193,7 +193,8 @@ class Round:
         """After the repository has been damaged: what it still gives must come, what it does not must be named."""
         lost = self.lost_in_newest()
         self.note(f"   restic itself cannot give {len(lost)} items")
-        self.restore_all(allowed=lost)
+        # What cannot be read on the disk comes from an earlier snapshot, which may be the damaged one.
+        self.restore_all(allowed=lost | self.model.unread)
         self.world.check_alive()
         repository.verify(self, lost)
         self.world.stop()
