@@ -92,6 +92,13 @@ void BackupRunner::connectNow() {
     changed_.notify_all();
 }
 
+void BackupRunner::noteSnapshotGone() {
+    state_->setIndexCurrent(false);
+    const std::scoped_lock guard(mutex_);
+    mustConnect_ = isUrgent_ = isNoted_ = true;
+    changed_.notify_all();
+}
+
 void BackupRunner::backUpNow(const std::string& path) {
     const std::scoped_lock guard(mutex_);
     if (wanted_.size() >= mostWanted)
@@ -149,6 +156,7 @@ BackupRunner::Task BackupRunner::nextTask(Clock::time_point now) {
         need = need_;
         isWanted = !wanted_.empty();
         isRestoring = isRestoring_;
+        isConnected_ = isConnected_ && !mustConnect_;
         if (std::exchange(isUrgent_, false)) {
             retry_ = now;
             connectAt_ = isRestoring_ ? now : connectAt_;
@@ -246,6 +254,7 @@ ResticOutcome BackupRunner::connect(const StopSignal& stop) {
         const std::scoped_lock guard(mutex_);
         mayMake = need_.mayAdd;
         isAskedFor = isRestoring_;
+        mustConnect_ = false;
     }
     ResticOutcome outcome = keeper_->synchronize(mayMake, stop);
     // Nothing may be made yet, and nothing is there: that is in order.
@@ -261,6 +270,11 @@ ResticOutcome BackupRunner::connect(const StopSignal& stop) {
 }
 
 void BackupRunner::noteIndexCurrent() {
+    {
+        const std::scoped_lock guard(mutex_);
+        if (mustConnect_)
+            return;
+    }
     state_->setIndexCurrent(true);
     indexListener_();
 }

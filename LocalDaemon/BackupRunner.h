@@ -59,6 +59,8 @@ public:
     void noteRestores(bool areWaiting);
     // Makes the index that of the repository if it is not, without a wait for another try.
     void connectNow();
+    // The repository lacks a snapshot that the index names.
+    void noteSnapshotGone();
     // Real path: it, or what is in the backup below it, is backed up before anything else. "/" asks for
     // everything.
     void backUpNow(const std::string& path);
@@ -124,7 +126,8 @@ private:
     std::mutex mutex_; // guards what follows
     std::condition_variable changed_;
     bool isNoted_ = false;
-    bool isUrgent_ = false; // no wait for another try
+    bool isUrgent_ = false;    // no wait for another try
+    bool mustConnect_ = false; // again
     bool stopping_ = false;
     BackupNeed need_;
     std::set<std::string> wanted_;

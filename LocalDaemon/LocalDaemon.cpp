@@ -251,6 +251,7 @@ void LocalDaemon::makeRestores() {
         runner->connectNow();
         return state->indexTrouble();
     };
+    options.onSnapshotGone = [runner = runner_] { runner->noteSnapshotGone(); };
     options.onProgress = [state = state_, runner = runner_](const RestoreProgress& progress) {
         runner->noteRestores(progress.job != 0);
         state->setRestoreProgress(progress);

@@ -80,7 +80,7 @@ RestoreFetch::Try RestoreFetch::fetchFrom(std::uint32_t number, const SnapshotPa
                                           const StagingFolder& staging, FileErrors& errors) const {
     const Snapshot* const snapshot = tools_.index->snapshot(number);
     if (!snapshot)
-        return {"the snapshot that holds it is not in the backup any more"};
+        return {snapshotHasGone};
     const std::string whole = std::to_string(number);
     std::string said;
     for (const auto& includes : includeArguments(paths)) {

@@ -6,6 +6,7 @@
 #include "Foundation/PathComponents.h"
 #include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/DamagedFile.h"
+#include "LocalDaemon/MessageLine.h"
 #include "Platform/FileContents.h"
 #include "Platform/SpecialFolders.h"
 #include "Support/Logging.h"
@@ -25,6 +26,7 @@ namespace {
 constexpr std::size_t largestFile = std::size_t{256} << 20U;
 constexpr std::size_t mostEnded = 1000;
 constexpr mode_t privateMode = 0600;
+constexpr std::size_t mostFailures = 1000; // that are kept of one job; the log has all of them
 
 constexpr const char* hexDigits = "0123456789abcdef";
 constexpr int hexBase = 16;
@@ -197,6 +199,25 @@ std::string reasonText() {
 }
 
 } // namespace
+
+RestoreJournal::Ended RestoreJournal::Ended::with(const std::vector<RestoreFailure>& failures) {
+    Ended ended{failures.empty() ? restorestatus::finished : restorestatus::incomplete, {}};
+    for (const RestoreFailure& failure : failures) {
+        if (ended.failures.size() == mostFailures) {
+            ended.failures.push_back(formatText("and %llu more", failures.size() - mostFailures));
+            break;
+        }
+        ended.failures.push_back(messageLine(failure.path + ": " + failure.reason));
+    }
+    return ended;
+}
+
+std::size_t RestoreJournal::Ended::bytes() const {
+    std::size_t bytes = 0;
+    for (const std::string& line : failures)
+        bytes += sizeof line + line.size();
+    return bytes;
+}
 
 RestoreJournal::Contents RestoreJournal::open() {
     const std::scoped_lock guard(mutex_);

@@ -24,6 +24,10 @@ public:
     struct Ended {
         std::uint32_t status = 0;
         std::vector<std::string> failures; // a line for each file, without control characters
+
+        // Of very many failures it says how many more there are.
+        [[nodiscard]] static Ended with(const std::vector<RestoreFailure>& failures);
+        [[nodiscard]] std::size_t bytes() const; // that the failures take
     };
     struct Contents {
         std::vector<RestoreJob> waiting;           // in the order in which they came

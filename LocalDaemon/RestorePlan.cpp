@@ -65,6 +65,22 @@ std::vector<const BackupIndex::Item*> lastContents(const BackupIndex& index,
     return contents;
 }
 
+std::vector<std::string> goneFrom(const BackupIndex& now, const BackupIndex& before,
+                                  const BackupIndex::Item& folder) {
+    std::vector<std::string> gone;
+    std::vector<const BackupIndex::Item*> left{&folder};
+    while (!left.empty()) {
+        const BackupIndex::Item& each = *left.back();
+        left.pop_back();
+        for (const BackupIndex::Item* const child : lastContents(before, each))
+            if (std::string path = before.pathOf(*child); now.find(path))
+                left.push_back(child);
+            else
+                gone.push_back(std::move(path));
+    }
+    return gone;
+}
+
 FileTotals lastTotals(const BackupIndex& index, const BackupIndex::Item& item) {
     FileTotals totals;
     if (item.kind == ItemKind::File)

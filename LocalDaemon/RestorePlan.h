@@ -24,6 +24,10 @@ using RestorePieces = std::vector<RestorePiece>;
                                                                  const BackupIndex::Item& folder);
 [[nodiscard]] FileTotals lastTotals(const BackupIndex& index, const BackupIndex::Item& item);
 
+// What of a folder's last contents is in `before` and not in `now`, the outermost paths.
+[[nodiscard]] std::vector<std::string> goneFrom(const BackupIndex& now, const BackupIndex& before,
+                                                const BackupIndex::Item& folder);
+
 // What is to be fetched from a snapshot. More may come than is wanted; whoever delivers takes of each item
 // the snapshot that the index names.
 struct SnapshotPaths {

@@ -5,7 +5,8 @@
 #include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/MessageLine.h"
 #include "LocalDaemon/RestoreAccess.h"
-#include "LocalDaemon/RestoreRun.h"
+#include "LocalDaemon/RestorePlan.h"
+#include "LocalDaemon/RestoreTrouble.h"
 #include "Support/Logging.h"
 
 #include <algorithm>
@@ -15,7 +16,6 @@ namespace {
 
 constexpr std::size_t mostWaiting = 20'000;
 constexpr std::size_t mostEnded = 10'000;
-constexpr std::size_t mostFailures = 1000; // that are kept of one job; the log has all of them
 constexpr std::size_t mostBytesOfEnded = std::size_t{16} << 20U;
 constexpr const char* indexIsRead = "The list of what is in the backup is being read.";
 constexpr const char* failuresDropped = "what failed stands in the log";
@@ -42,25 +42,6 @@ bool overlaps(const std::vector<RestoreJob>& jobs, const RestoreJob& job) {
 std::uint64_t filesOf(const RestoreJob& job, const BackupIndex* index) {
     const BackupIndex::Item* const item = index ? index->find(job.source) : nullptr;
     return item ? std::max<std::uint64_t>(lastTotals(*index, *item).count, 1) : 1;
-}
-
-RestoreJournal::Ended endedWith(const std::vector<RestoreFailure>& failures) {
-    RestoreJournal::Ended ended{failures.empty() ? restorestatus::finished : restorestatus::incomplete, {}};
-    for (const RestoreFailure& failure : failures) {
-        if (ended.failures.size() == mostFailures) {
-            ended.failures.push_back(formatText("and %llu more", failures.size() - mostFailures));
-            break;
-        }
-        ended.failures.push_back(messageLine(failure.path + ": " + failure.reason));
-    }
-    return ended;
-}
-
-std::size_t bytesOf(const RestoreJournal::Ended& ended) {
-    std::size_t bytes = 0;
-    for (const std::string& line : ended.failures)
-        bytes += sizeof line + line.size();
-    return bytes;
 }
 
 } // namespace
@@ -289,11 +270,17 @@ void RestoreQueue::runBatch(const std::vector<RestoreJob>& jobs,
     };
     RestoreRun run({options_.restic, index, journal_, *running_, onArrival, options_.waits, options_.refusal,
                     options_.onWait, options_.freeSpace});
-    const std::vector<RestoreRun::Failures> failures = run.run(jobs);
-    std::vector<RestoreJournal::Ended> ended;
+    std::vector<RestoreRun::Failures> failures = run.run(jobs);
+    const std::set<std::uint32_t> repeated =
+        running_->isSet() ? std::set<std::uint32_t>() : takeRepeated(jobs, failures, index);
+    if (!repeated.empty())
+        options_.onSnapshotGone();
+    std::map<std::uint32_t, RestoreJournal::Ended> ended;
     for (std::size_t number = 0; number < jobs.size() && !running_->isSet(); ++number) {
-        ended.push_back(endedWith(failures[number]));
-        journal_.end(jobs[number].id, ended.back());
+        if (repeated.contains(jobs[number].id))
+            continue;
+        const auto done = ended.emplace(jobs[number].id, RestoreJournal::Ended::with(failures[number])).first;
+        journal_.end(done->first, done->second);
         for (const RestoreFailure& failure : failures[number])
             KelvaneSystemLog("Not restored: %@: %@", failure.path, failure.reason);
     }
@@ -304,18 +291,47 @@ void RestoreQueue::runBatch(const std::vector<RestoreJob>& jobs,
     if (wasStopped)
         return; // those that were cancelled have ended, the others will be done again
     for (std::size_t number = 0; number < jobs.size(); ++number) {
+        if (repeated.contains(jobs[number].id))
+            continue;
         failures_.insert(failures_.end(), failures[number].begin(), failures[number].end());
-        end(jobs[number].id, std::move(ended[number]));
+        end(jobs[number].id, std::move(ended[jobs[number].id]));
     }
     if (waiting_.empty())
         reportEnd();
+}
+
+// Those of which a snapshot has gone wait for an index without it, once each. What that index lacks of them
+// counts as failed then.
+std::set<std::uint32_t> RestoreQueue::takeRepeated(const std::vector<RestoreJob>& jobs,
+                                                   std::vector<RestoreRun::Failures>& failures,
+                                                   const std::shared_ptr<const BackupIndex>& index) {
+    std::set<std::uint32_t> repeated;
+    const std::scoped_lock guard(mutex_);
+    for (std::size_t number = 0; number < jobs.size(); ++number) {
+        const auto waiting =
+            std::ranges::find(waiting_, jobs[number].id, [](const Waiting& each) { return each.job.id; });
+        if (waiting == waiting_.end())
+            continue;
+        const BackupIndex* const before = waiting->before.get();
+        if (before && index->find(jobs[number].source)) {
+            for (std::string& path : goneFrom(*index, *before, *before->find(jobs[number].source)))
+                failures[number].push_back({std::move(path), snapshotHasGone});
+        } else if (!before && std::ranges::any_of(failures[number], [](const RestoreFailure& failure) {
+                       return failure.reason == snapshotHasGone;
+                   })) {
+            waiting->before = index;
+            waiting->isRunning = false;
+            repeated.insert(jobs[number].id);
+        }
+    }
+    return repeated;
 }
 
 void RestoreQueue::failBatch(const std::vector<RestoreJob>& jobs, const std::string& reason) {
     options_.failed(reason);
     std::vector<RestoreJournal::Ended> ended;
     for (const RestoreJob& job : jobs) {
-        ended.push_back(endedWith({{job.source, "internal error: " + reason}}));
+        ended.push_back(RestoreJournal::Ended::with({{job.source, "internal error: " + reason}}));
         journal_.end(job.id, ended.back());
     }
     const std::scoped_lock guard(mutex_);
@@ -338,17 +354,17 @@ void RestoreQueue::end(std::uint32_t id, RestoreJournal::Ended ended) {
 
 // The oldest lose what failed of them when it becomes too much, and much later how they ended.
 void RestoreQueue::keep(std::uint32_t id, RestoreJournal::Ended ended) {
-    endedBytes_ += bytesOf(ended);
+    endedBytes_ += ended.bytes();
     ended_[id] = std::move(ended);
     for (auto oldest = ended_.begin(); endedBytes_ > mostBytesOfEnded && oldest != ended_.end(); ++oldest) {
-        endedBytes_ -= bytesOf(oldest->second);
+        endedBytes_ -= oldest->second.bytes();
         if (!oldest->second.failures.empty())
             oldest->second.failures = {failuresDropped};
-        endedBytes_ += bytesOf(oldest->second);
+        endedBytes_ += oldest->second.bytes();
     }
     if (ended_.size() <= mostEnded)
         return;
-    endedBytes_ -= bytesOf(ended_.begin()->second);
+    endedBytes_ -= ended_.begin()->second.bytes();
     ended_.erase(ended_.begin());
 }
 

@@ -4,6 +4,7 @@
 #include "LocalDaemon/RestoreArrival.h"
 #include "LocalDaemon/RestoreJob.h"
 #include "LocalDaemon/RestoreJournal.h"
+#include "LocalDaemon/RestoreRun.h"
 #include "LocalDaemon/RestoreStaging.h"
 
 #include "LocalDaemon/GuardedWork.h"
@@ -15,6 +16,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -41,6 +43,9 @@ public:
         // Asks for the index while it is null and the repository can be reached. Why the last try to get it
         // failed; empty while one is under way.
         std::function<std::string()> askForIndex = [] { return std::string(); };
+        // The index is not that of the repository any more: it is null from now on until it is. On the
+        // queue's thread.
+        std::function<void()> onSnapshotGone = [] {};
         // On the queue's thread.
         WorkFailed failed = [](const std::string&) {};
         // Why jobs have to wait; empty when they go on. And why one was refused. On any thread.
@@ -93,6 +98,7 @@ private:
         RestoreJob job;
         std::uint64_t files = 1;
         bool isRunning = false;
+        std::shared_ptr<const BackupIndex> before = {}; // that named a snapshot which has gone; else null
     };
 
     void work();
@@ -106,6 +112,9 @@ private:
     [[nodiscard]] std::vector<RestoreJob> takeBatch(const BackupIndex& index);
     void failBatch(const std::vector<RestoreJob>& jobs, const std::string& reason);
     void runBatch(const std::vector<RestoreJob>& jobs, const std::shared_ptr<const BackupIndex>& index);
+    [[nodiscard]] std::set<std::uint32_t> takeRepeated(const std::vector<RestoreJob>& jobs,
+                                                       std::vector<RestoreRun::Failures>& failures,
+                                                       const std::shared_ptr<const BackupIndex>& index);
     // With the mutex held, so they log and write nothing: that may take long.
     void end(std::uint32_t id, RestoreJournal::Ended ended);
     void keep(std::uint32_t id, RestoreJournal::Ended ended);

@@ -74,6 +74,8 @@ void takeError(FileErrors& errors, const BackupIndex& index, std::string_view en
 
 std::string restoreFailureFor(const ResticOutcome& outcome) {
     const std::string word = lastWordIn(outcome.errors);
+    if (word.find("no matching ID found") != std::string::npos)
+        return snapshotHasGone;
     return std::string(rowOf(outcome.trouble).text) + (word.empty() ? "" : ": " + word);
 }
 

@@ -33,6 +33,9 @@ using SpecialFiles = std::function<std::set<std::string>(const std::string& fold
 void addFileErrors(FileErrors& errors, const BackupIndex& index, std::string_view text,
                    const SpecialFiles& specialFiles);
 
+// The repository does not hold what the index says.
+inline constexpr const char* snapshotHasGone = "the snapshot that holds it is not in the backup any more";
+
 // Why restic could not go on: what that means for a restore, and restic's own word.
 [[nodiscard]] std::string restoreFailureFor(const ResticOutcome& outcome);
 

@@ -74,6 +74,22 @@ TEST_F(BackingUp, AsksBeforeManyFilesThatDisappearedAreForgotten) {
     EXPECT_EQ(alert(), Value());
 }
 
+TEST_F(BackingUp, RestoresWhatAnOlderSnapshotHoldsWhenSomebodyHasRemovedTheNewer) {
+    folders.write("home/a", "1");
+    start();
+    ASSERT_TRUE(comesToRest(1, 1));
+    folders.write("home/b", "22");
+    pane->call<"setPriorityBackup:">("/");
+    ASSERT_TRUE(comesToRest(2, 3));
+    const auto made = repository().snapshots(StopSignal()).snapshots;
+    ASSERT_EQ(made.size(), 2U);
+    ASSERT_TRUE(repository().forget({made.back().id}, StopSignal()).succeeded());
+    EXPECT_EQ(failuresOf(folders.home(), folders / "back"),
+              in("b") + ": the snapshot that holds it is not in the backup any more\n");
+    EXPECT_EQ(folders.read("back/a"), "1");
+    EXPECT_EQ(failuresOf(in("b"), folders / "other"), in("b") + ": it is not in the backup\n");
+}
+
 // An index that takes half an answer for a whole one forgets what is backed up.
 TEST_F(BackingUp, TakesAnAnswerHoweverLongItIsAndNoneForNone) {
     RepositoryPlace place;
