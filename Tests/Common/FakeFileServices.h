@@ -20,6 +20,7 @@ struct FakeDisk : FileSystem {
         if (!exists(path))
             return std::nullopt;
         attributes.kind = files.at(path);
+        attributes.size = 5;
         attributes.uid = 1;
         attributes.gid = 2;
         return attributes;

@@ -4,11 +4,8 @@
 #include "Common/Protocols.h"
 #include "Foundation/Format.h"
 #include "Tests/Common/FakeFileServices.h"
-#include "Tests/Harness/TemporaryFolder.h"
 
-#include <filesystem>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 namespace kelvane::tests {
 namespace {
@@ -115,14 +112,6 @@ TEST(FileNode, HasTheNumbersAndNamesOfFlagsAndColorsThatADaemonUses) {
 }
 
 TEST(FileNode, IsCopiedAndDescribedWithAllThatItHas) {
-    FakeFileServices services;
-    services.disk.files = {{"/f", FileAttributes::Kind::File}};
-    const FileNodeRef owned = KelvaneFileNode::fileNodeForPath("/f", services);
-    EXPECT_EQ(owned->uidString(services.accounts) + owned->gidString(services.accounts), "joestaff");
-    owned->setUid(2);
-    owned->setGid(1);
-    EXPECT_EQ(owned->uidString(services.accounts) + owned->gidString(services.accounts), "21");
-
     const FileNodeRef root = KelvaneFileNode::create("/", true);
     root->setPath("/");
     const FileNodeRef node = KelvaneFileNode::createWithDictionary(Dictionary{{"fileName", "a"},
@@ -166,6 +155,30 @@ TEST(FileNode, IsCopiedAndDescribedWithAllThatItHas) {
     EXPECT_FALSE(node->isEqual(*root));
 }
 
+TEST(FileNode, IsMadeOfAFileOfTheDisk) {
+    FakeFileServices services;
+    services.disk.files = {{"/x/file.txt", FileAttributes::Kind::File},
+                           {"/x/link", FileAttributes::Kind::SymbolicLink},
+                           {"/x", FileAttributes::Kind::Directory}};
+    const std::tuple<std::string, std::string, bool, unsigned, std::string> cases[] = {
+        {"/x/file.txt", "file.txt", false, 5, "joestaff"},
+        {"/x/link", "link", false, 5, "joestaff"},
+        {"/x", "x", true, 5, "joestaff"},
+        {"/x/gone", "gone", false, 0, "00"}};
+    for (const auto& [path, name, isDirectory, size, owners] : cases) {
+        const FileNodeRef node = KelvaneFileNode::fileNodeForPath(path, services);
+        EXPECT_EQ(node->path(), path);
+        EXPECT_EQ(node->fileName(), name);
+        EXPECT_EQ(node->isDirectory(), isDirectory) << path;
+        EXPECT_EQ(node->sizeValue(), size) << path;
+        EXPECT_EQ(node->uidString(services.accounts) + node->gidString(services.accounts), owners);
+        node->setUid(2);
+        node->setGid(1);
+        EXPECT_EQ(node->uidString(services.accounts) + node->gidString(services.accounts), "21");
+    }
+    EXPECT_EQ(KelvaneFileNode::fileNodeForPath("/", services)->displayName(), "System");
+}
+
 TEST(FileNode, IsRestorableWhenBackedUpOrAnActiveFolder) {
     FakeFileServices services;
     services.disk.files = {{"/secret", FileAttributes::Kind::File}, {"/open", FileAttributes::Kind::File}};
@@ -178,26 +191,6 @@ TEST(FileNode, IsRestorableWhenBackedUpOrAnActiveFolder) {
         node->setBackupFlags(flags);
         EXPECT_EQ(node->showInRestoreBrowser(services), isShown) << path << ' ' << flags;
     }
-}
-
-TEST(FileNode, DescribesAFileOfTheDisk) {
-    const TemporaryFolder folder;
-    const std::string file = folder.write("file.txt", "12345");
-    std::filesystem::create_symlink(file, folder / "link");
-    const LocalFileSystem disk{Volumes()};
-    const FakeAccounts accounts;
-    const PlainFileServices services(disk, accounts);
-
-    const auto describe = [&](const std::string& path) {
-        const FileNodeRef node = KelvaneFileNode::fileNodeForPath(path, services);
-        EXPECT_EQ(node->path(), path);
-        return std::tuple(node->fileName(), node->isDirectory(), node->sizeValue(), node->uid(), node->gid());
-    };
-    EXPECT_EQ(describe(file), std::tuple("file.txt", false, 5U, ::getuid(), ::getgid()));
-    EXPECT_EQ(describe(folder / "link"), std::tuple("link", false, file.size(), ::getuid(), ::getgid()));
-    EXPECT_EQ(describe(folder / "gone"), std::tuple("gone", false, 0U, 0U, 0U));
-    EXPECT_TRUE(std::get<bool>(describe(folder.path())));
-    EXPECT_EQ(KelvaneFileNode::fileNodeForPath("/", services)->displayName(), "System");
 }
 
 // In the order in which the keys are written.

@@ -132,6 +132,7 @@ TEST_F(KelvProxyRequest, IsDroppedWithoutAnAnswerWhenItCannotRun) {
         {message(requestFrame, Array{0, "v", 7, 0}), ""},
         {message(requestFrame, "echo:"), ""},
         {frame(77, "of no known type"), ""},
+        {std::string(36, 'x'), "KelvaneSocket Expecting a UUID, got something else..."},
         {frame(requestFrame, ""), "Failed to unserialize request: "},
         {frame(requestFrame, "bplist00 garbage"), "Failed to unserialize request: "},
         {frame(responseFrame, "garbage"), "Failed to unserialize response: "},

@@ -82,22 +82,6 @@ TEST_F(StatePoll, ClearsAndAnnouncesEveryTimeThatThereIsNoDictionary) {
     EXPECT_EQ(logged("daemonState: (null)").size(), 6U);
 }
 
-// The daemon has taken the question and dies; nobody tells the caller before the receive thread does.
-TEST_F(StatePoll, EndsWhenTheDaemonDiesInTheMiddleOfIt) {
-    connect();
-    daemon.answerWith("daemonState", [this](const Array&) {
-        daemon.stop();
-        return Value("too late");
-    });
-    loop->advance(2s);
-    EXPECT_EQ(states, (std::vector<Value>{Dictionary{{"quotaMB", 5}}, Value()}));
-    ASSERT_TRUE(loop->runUntil([this] { return !state->connected(); }));
-    daemon.answerAsUsual("daemonState");
-    ASSERT_TRUE(daemon.start());
-    loop->advance(1s);
-    EXPECT_EQ(heard, (Heard{"connected", "state", "state", "lost", "connected", "state"}));
-}
-
 TEST_F(StatePoll, IsNotStartedWhenAnObserverFindsTheLinkGone) {
     const auto observer = notifications->observe(std::string(KelvaneBackupStateConnectionChangedNotification),
                                                  nullptr, [this](const Notification&) {
