@@ -20,15 +20,7 @@ protected:
 };
 
 TEST_F(Choosing, IsOneActionHoweverItIsDone) {
-    struct Case {
-        const char* what;
-        std::function<void()> act;
-        int actions;
-        const char* selected;
-        int lastColumn;
-        int keyboardIn;
-    };
-    const Case cases[] = {
+    const std::tuple<const char*, std::function<void()>, int, const char*, int, int> cases[] = {
         {"another", [this] { click(2, "b.txt"); }, 1, "docs/b.txt", 2, 2},
         {"a folder", [this] { click(2, "deep"); }, 1, "docs/deep", 3, 2},
         {"one more", [this] { click(2, "c.txt", Qt::ControlModifier); }, 1, "docs/a.txt docs/c.txt", 2, 2},
@@ -42,14 +34,14 @@ TEST_F(Choosing, IsOneActionHoweverItIsDone) {
         {"and right again", [this] { press(Qt::Key_Left), press(Qt::Key_Right); }, 2, "docs/a.txt", 2, 2},
         {"by a screen reader", [this] { act(1, "plan.txt"); }, 1, "docs plan.txt", 1, 1},
     };
-    for (const Case& example : cases) {
-        SCOPED_TRACE(example.what);
+    for (const auto& [what, choose, actions, chosen, lastColumn, keyboardIn] : cases) {
+        SCOPED_TRACE(what);
         open({"Disk", "docs", "a.txt"});
-        example.act();
-        EXPECT_EQ(choices.size(), example.actions);
-        EXPECT_EQ(selected(), example.selected);
-        EXPECT_EQ(browser->lastColumn(), example.lastColumn);
-        EXPECT_EQ(columnWithKeyboard(), example.keyboardIn);
+        choose();
+        EXPECT_EQ(choices.size(), actions);
+        EXPECT_EQ(selected(), chosen);
+        EXPECT_EQ(browser->lastColumn(), lastColumn);
+        EXPECT_EQ(columnWithKeyboard(), keyboardIn);
     }
 }
 

@@ -79,14 +79,7 @@ TEST_F(Reloading, ForgetsADelegateThatHasGone) {
 
 // The daemon may be lost, or its notices come, in the middle of a fill.
 TEST_F(Reloading, BearsAnythingThatHappensInTheMiddleOfAFill) {
-    struct Case {
-        const char* what;
-        std::function<void()> meanwhile;
-        int lastColumn;
-        std::string selected;
-        int rowsOfFolder;
-    };
-    const Case cases[] = {
+    const std::tuple<const char*, std::function<void()>, int, std::string, int> cases[] = {
         {"a newer fill",
          [this] { folders.listing["/Volumes/Disk/docs"] = {"newer.txt"}, browser->reloadColumn(2); }, 2,
          "docs", 1},
@@ -97,18 +90,18 @@ TEST_F(Reloading, BearsAnythingThatHappensInTheMiddleOfAFill) {
         {"the browser goes", [this] { browser.reset(); }, 0, "", 0},
     };
     const auto listing = folders.listing;
-    for (const Case& example : cases) {
-        SCOPED_TRACE(example.what);
+    for (const auto& [what, happens, lastColumn, chosen, rowsOfFolder] : cases) {
+        SCOPED_TRACE(what);
         folders.listing = listing;
         folders.keepsRows = false;
         open({"Disk"});
-        folders.meanwhile = example.meanwhile;
+        folders.meanwhile = happens;
         click(1, "docs");
         if (!browser)
             break;
-        EXPECT_EQ(browser->lastColumn(), example.lastColumn);
-        EXPECT_EQ(selected(), example.selected);
-        EXPECT_EQ(browser->rowCount(2), example.rowsOfFolder);
+        EXPECT_EQ(browser->lastColumn(), lastColumn);
+        EXPECT_EQ(selected(), chosen);
+        EXPECT_EQ(browser->rowCount(2), rowsOfFolder);
     }
 }
 
@@ -139,20 +132,15 @@ BrowserRows rowsNamed(const std::vector<int>& names) {
     return rows;
 }
 
-class Model : public testing::Test {
-protected:
-    [[nodiscard]] std::vector<int> shown() const {
+// From all alike to nothing in common, in any order, with twins.
+TEST(ColumnModel, ShowsWhatIsListedAndLetsRowsBeFollowed) {
+    ColumnModel model{[](const KelvaneBrowserCell&) { return QIcon(); }, nullptr};
+    const auto shown = [&] {
         std::vector<int> names;
         for (int row = 0; row < model.count(); ++row)
             names.push_back(std::stoi(model.cell(row).getFilePath()));
         return names;
-    }
-
-    ColumnModel model{[](const KelvaneBrowserCell&) { return QIcon(); }, nullptr};
-};
-
-// From all alike to nothing in common, in any order, with twins.
-TEST_F(Model, ShowsWhatIsListedAndLetsRowsBeFollowed) {
+    };
     std::mt19937 random(7);
     for (int round = 0; round < 300; ++round) {
         std::vector<int> names(random() % 120);
@@ -184,19 +172,12 @@ TEST_F(Model, ShowsWhatIsListedAndLetsRowsBeFollowed) {
     }
 }
 
-class BrowserPaths : public ColumnBrowserTest {
-protected:
-    const Volumes volumes{"Disk", {{"Other", "/media/joe/Other"}}};
-};
+using BrowserPaths = ColumnBrowserTest;
 
 TEST_F(BrowserPaths, LeadToTheColumnThatShowsTheItem) {
+    const Volumes volumes{"Disk", {{"Other", "/media/joe/Other"}}};
     open({"Disk", "docs", "a.txt"});
-    struct Case {
-        const char* path;
-        int column;
-        const char* filePath;
-    };
-    const Case cases[] = {
+    const std::tuple<const char*, int, const char*> cases[] = {
         {"/", 0, "/Volumes/Disk"},
         {"/Volumes/Other", 0, "/Volumes/Other"},
         {"/docs/a.txt", 2, "/Volumes/Disk/docs/a.txt"},
@@ -208,12 +189,12 @@ TEST_F(BrowserPaths, LeadToTheColumnThatShowsTheItem) {
         {"/System/Volumes/Data", -1, ""},
         {"", -1, ""},
     };
-    for (const Case& example : cases) {
-        SCOPED_TRACE(example.path);
+    for (const auto& [path, column, filePath] : cases) {
+        SCOPED_TRACE(path);
         BrowserRow row;
-        EXPECT_EQ(columnForPath(example.path, *browser, volumes, &row), example.column);
-        EXPECT_EQ(columnForPath(example.path, *browser, volumes), example.column);
-        EXPECT_EQ(row.isValid() ? browser->cell(row)->getFilePath() : "", example.filePath);
+        EXPECT_EQ(columnForPath(path, *browser, volumes, &row), column);
+        EXPECT_EQ(columnForPath(path, *browser, volumes), column);
+        EXPECT_EQ(row.isValid() ? browser->cell(row)->getFilePath() : "", filePath);
     }
     EXPECT_EQ(columnToPath(1, *browser), "/Volumes/Disk/docs");
     EXPECT_EQ(columnToPath(-1, *browser), "");
@@ -221,11 +202,8 @@ TEST_F(BrowserPaths, LeadToTheColumnThatShowsTheItem) {
     EXPECT_EQ(columnForPath("/old.txt", *browser, volumes), 1);
 }
 
-struct ChangedFiles : ColumnBrowserTest {
-    PaneDouble pane; // without a daemon
-};
-
-TEST_F(ChangedFiles, ThatAreNotShownAreNoneOfTheBrowsersBusiness) {
+TEST_F(BrowserPaths, OfChangedFilesThatAreNotShownAreNoneOfTheBrowsersBusiness) {
+    const PaneDouble pane; // without a daemon
     open({"Disk", "docs"});
     folders.fills = 0;
     EXPECT_FALSE(fileChanged("/Volumes/Disk/docs/none.txt", *browser, false, pane));

@@ -2,6 +2,7 @@
 #include "Foundation/PathComponents.h"
 #include "Foundation/Unicode.h"
 
+#include <array>
 #include <gtest/gtest.h>
 
 namespace kelvane::tests {
@@ -46,19 +47,17 @@ TEST(Format, SurvivesWhatDoesNotFit) {
 }
 
 TEST(PathComponents, AreTheNamesWithoutEmptyOnesAndMakeANormalPath) {
-    const struct {
-        std::string path, normal;
-        std::vector<std::string> components;
-    } cases[] = {{"", "", {}},
-                 {"///", "/", {"/"}},
-                 {"//Users///a//", "/Users/a", {"/", "Users", "a"}},
-                 {"a/b/", "a/b", {"a", "b"}},
-                 {"/a/./../b", "/a/./../b", {"/", "a", ".", "..", "b"}}};
-    for (const auto& each : cases) {
-        EXPECT_EQ(pathComponents(each.path), each.components) << each.path;
-        EXPECT_EQ(pathWithComponents(each.components), each.normal) << each.path;
-        EXPECT_EQ(appendPathComponent(each.path, {}), each.normal) << each.path;
-        EXPECT_EQ(appendPathComponent({}, each.path), each.normal) << each.path;
+    const std::tuple<std::string, std::string, std::vector<std::string>> cases[] = {
+        {"", "", {}},
+        {"///", "/", {"/"}},
+        {"//Users///a//", "/Users/a", {"/", "Users", "a"}},
+        {"a/b/", "a/b", {"a", "b"}},
+        {"/a/./../b", "/a/./../b", {"/", "a", ".", "..", "b"}}};
+    for (const auto& [path, normal, components] : cases) {
+        EXPECT_EQ(pathComponents(path), components) << path;
+        EXPECT_EQ(pathWithComponents(components), normal) << path;
+        EXPECT_EQ(appendPathComponent(path, {}), normal) << path;
+        EXPECT_EQ(appendPathComponent({}, path), normal) << path;
     }
     for (const char* folder : {"/a", "/a/", "//a//"})
         EXPECT_EQ(appendPathComponent(folder, "/b//c/"), "/a/b/c") << folder;
@@ -67,28 +66,24 @@ TEST(PathComponents, AreTheNamesWithoutEmptyOnesAndMakeANormalPath) {
 }
 
 TEST(PathComponents, SplitIntoFolderNameAndExtension) {
-    const struct {
-        std::string path, folder, name, extension;
-    } cases[] = {{"/a//b.tar.gz/", "/a", "b.tar.gz", "gz"},
-                 {"/a", "/", "a", ""},
-                 {"//", "/", "/", ""},
-                 {"", "", "", ""},
-                 {"a.d/b", "a.d", "b", ""},
-                 {".hidden.txt", "", ".hidden.txt", "txt"},
-                 {"a.", "", "a.", ""},
-                 {"..a", "", "..a", ""}};
-    for (const auto& each : cases) {
-        EXPECT_EQ(deleteLastPathComponent(each.path), each.folder) << each.path;
-        EXPECT_EQ(lastPathComponent(each.path), each.name) << each.path;
-        EXPECT_EQ(pathExtension(each.path), each.extension) << each.path;
+    const std::array<std::string, 4> cases[] = {{"/a//b.tar.gz/", "/a", "b.tar.gz", "gz"},
+                                                {"/a", "/", "a", ""},
+                                                {"//", "/", "/", ""},
+                                                {"", "", "", ""},
+                                                {"a.d/b", "a.d", "b", ""},
+                                                {".hidden.txt", "", ".hidden.txt", "txt"},
+                                                {"a.", "", "a.", ""},
+                                                {"..a", "", "..a", ""}};
+    for (const auto& [path, folder, name, extension] : cases) {
+        EXPECT_EQ(deleteLastPathComponent(path), folder) << path;
+        EXPECT_EQ(lastPathComponent(path), name) << path;
+        EXPECT_EQ(pathExtension(path), extension) << path;
     }
 }
 
 TEST(Unicode, WritesNamesOfAnyBytesAsTextAndReadsThemBack) {
     const std::string lost = "\xEF\xBF\xBD";
-    const struct {
-        std::string path, text;
-    } cases[] = {
+    const std::pair<std::string, std::string> cases[] = {
         {"/plain/%E9 \xC3\xA4", "/plain/%E9 \xC3\xA4"},
         {"caf\xE9", "caf" + lost + "E9"},
         {"\xFF/\xE2\x82", lost + "FF/" + lost + "E2" + lost + "82"},

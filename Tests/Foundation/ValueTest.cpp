@@ -14,6 +14,8 @@ TEST(Value, ReadsAsEveryNumber) {
     const std::tuple<Value, std::int64_t, double> cases[] = {
         {{}, 0, 0},
         {"12", 0, 0},
+        {Value(Array{1}), 0, 0},
+        {Data{1}, 0, 0},
         {true, 1, 1},
         {-7, -7, -7},
         {std::int8_t{-1}, -1, -1},
