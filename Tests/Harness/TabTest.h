@@ -31,7 +31,8 @@ protected:
     // Gives the pane its link, which does not begin yet.
     void attach(PaneDouble& attached) {
         pane_ = &attached;
-        attached.state = std::make_shared<BackupState>(loop, attached.notifications(), attached.bundle());
+        attached.state =
+            std::make_shared<BackupState>(attached.mainLoop(), attached.notifications(), attached.bundle());
         attached.state->setWantsStateChangedNotifications();
     }
     void observe(std::string_view name, const std::function<void()>& heard) {

@@ -1,24 +1,14 @@
 #pragma once
 
-#include "FakeDaemon/FakeDaemon.h"
 #include "Platform/Desktop/QtMainLoop.h"
 #include "PreferencePane/Help/HelpController.h"
 #include "PreferencePane/Help/HelpViewEmailTextView.h"
-#include "Tests/Harness/EnvironmentVariable.h"
-#include "Tests/Harness/PaneDouble.h"
-#include "Tests/Harness/RunUntil.h"
-#include "Tests/Harness/TemporaryFolder.h"
+#include "Tests/Harness/TabTest.h"
 #include "Tests/Tools/ChildProgram.h"
 
 #include <QComboBox>
-#include <QMessageBox>
-#include <QTest>
-#include <gtest/gtest.h>
 
 namespace kelvane::tests {
-
-using namespace std::chrono_literals;
-using Strings = std::vector<std::string>;
 
 // A real server for reports; see report_server.py.
 struct ReportServer {
@@ -32,33 +22,27 @@ struct ReportServer {
     const std::string host = "127.0.0.1:" + port;
 };
 
-// The tab on a fake daemon, with folders and a log of its own.
-class HelpTabTest : public testing::Test {
+// The tab on the application's own loop, which its sheets run, with folders and a log of its own.
+class HelpTabTest : public TabTest {
 protected:
-    HelpTabTest() {
+    HelpTabTest() : TabTest(demoWorld()) {
         folder.write("tmp/none", "");
-        pane.state = std::make_shared<BackupState>(loop, pane.notifications(), pane.bundle());
-        observer = pane.notifications()->observe(
-            std::string(KelvaneBackupStateConnectionChangedNotification), pane.state.get(),
-            [this](const Notification&) { pane.post(KelvanePrefPaneReadyChangedNotification); });
+        attach(pane);
+        observe(KelvaneBackupStateConnectionChangedNotification,
+                [this] { pane.post(KelvanePrefPaneReadyChangedNotification); });
         showTab();
-        EXPECT_TRUE(daemon.start());
-        pane.state->onBegin();
+        connect();
     }
     ~HelpTabTest() override {
         pane.state->onEnd();
         daemon.stop();
         EXPECT_TRUE(runUntil([] { return KelvaneSocket::liveThreads() == 0; }));
     }
+    [[nodiscard]] const QWidget& shown() const override { return *tab->view(); }
     void showTab() {
         tab = std::make_unique<KelvaneHelpController>(pane, tools);
         tab->awakeFromNib();
         tab->view()->show();
-    }
-    // By the name it has in its form.
-    template <class Control = QWidget>
-    [[nodiscard]] Control& control(const char* name) const {
-        return *tab->view()->findChild<Control*>(name);
     }
     [[nodiscard]] HelpViewEmailTextView& text() const {
         return control<HelpViewEmailTextView>("emailTextView");
@@ -81,20 +65,17 @@ protected:
     }
     // What an earlier report has told is dismissed first.
     void sendReport(const std::string& host) {
-        qDeleteAll(tab->view()->findChildren<QMessageBox*>());
+        delete sheet();
         daemon.answer("serverURL", host);
         write();
         click("emailButton");
     }
 
-    const TemporaryFolder folder;
-    const EnvironmentVariable preferences{"XDG_CONFIG_HOME", folder.path().c_str()};
     const EnvironmentVariable temporaryFiles{"TMPDIR", (folder / "tmp").c_str()};
     const EnvironmentVariable proxies[3]{
         {"http_proxy", nullptr}, {"all_proxy", nullptr}, {"ALL_PROXY", nullptr}};
     const std::string logPath = folder.write("daemon.log", "It began.\n");
-    const std::shared_ptr<QtMainLoop> loop = std::make_shared<QtMainLoop>();
-    FakeDaemon daemon{folder / "daemon.sock", demoWorld()};
+    const std::shared_ptr<QtMainLoop> qtLoop = std::make_shared<QtMainLoop>();
     PaneDouble pane{std::make_shared<Bundle>(Value(Dictionary{{"DaemonPath", folder / "daemon.sock"},
                                                               {"CFBundleShortVersionString", "1.2"},
                                                               {"SupportPhoneNumber", "+1 555 0142"},
@@ -102,8 +83,7 @@ protected:
                                                               {"Support mailto name", "help"},
                                                               {"Support mailto domain", "ex.org"},
                                                               {"Support Chat URL", "%1$@/chat?%1$@"}})),
-                    loop};
-    NotificationCenter::Observer observer;
+                    qtLoop};
     ReportTools tools;
     std::unique_ptr<KelvaneHelpController> tab;
 };

@@ -3,8 +3,6 @@
 #include "Support/Logging.h"
 #include "Tests/Help/HelpTabTest.h"
 
-#include <QAbstractButton>
-#include <QMessageBox>
 #include <QProgressBar>
 #include <random>
 
@@ -42,13 +40,12 @@ TEST_F(Sending, EndsWhateverTheServerDoes) {
         sendReport(server.host);
         EXPECT_LT(std::chrono::steady_clock::now() - start, 10s) << behaviour;
         EXPECT_EQ(server.kept("requests").size(), requests) << behaviour;
-        const auto* const told = tab->view()->findChild<QMessageBox*>();
-        ASSERT_EQ(told != nullptr, !isSent);
+        ASSERT_EQ(sheet() != nullptr, !isSent);
         EXPECT_EQ(control("EmailWindow").isVisible(), !isSent);
         if (isSent)
             continue;
-        EXPECT_EQ(told->text(), "Your report could not be sent.");
-        EXPECT_FALSE(told->informativeText().startsWith('.')) << "says why";
+        EXPECT_EQ(sheet()->text(), "Your report could not be sent.");
+        EXPECT_FALSE(sheet()->informativeText().startsWith('.')) << "says why";
         EXPECT_EQ(text().string(), "It broke.");
         EXPECT_TRUE(canSend());
     }
@@ -66,7 +63,7 @@ TEST_F(Sending, TakesAsLongAsTheLineTakes) {
     sendReport(server.host);
     EXPECT_GT(std::chrono::steady_clock::now() - start, 2s);
     EXPECT_EQ(server.kept("requests"), "r");
-    EXPECT_EQ(tab->view()->findChild<QMessageBox*>(), nullptr);
+    EXPECT_EQ(sheet(), nullptr);
 }
 
 TEST_F(Sending, IsAnHttpRequestToThatHostWhateverItsName) {
@@ -121,7 +118,7 @@ TEST_F(Sending, HoldsEverythingButPaintingUntilItIsCancelled) {
             return;
         if (looks++ == 0) {
             QObject::connect(&button, &QAbstractButton::clicked, [&] { seen.emplace_back("click"); });
-            timer = loop->schedule(0ms, MainLoop::Repeat::Once, [&] { seen.emplace_back("timer"); });
+            timer = qtLoop->schedule(0ms, MainLoop::Repeat::Once, [&] { seen.emplace_back("timer"); });
             daemon.callPanes("fileChanged:", {"/a"});
         }
         button.click(); // as a screen reader does
@@ -138,7 +135,7 @@ TEST_F(Sending, HoldsEverythingButPaintingUntilItIsCancelled) {
     look.stop();
     EXPECT_EQ(seen, Strings());
     EXPECT_GE(looks, 8);
-    EXPECT_EQ(tab->view()->findChild<QMessageBox*>(), nullptr);
+    EXPECT_EQ(sheet(), nullptr);
     EXPECT_EQ(text().string(), "It broke.");
     EXPECT_TRUE(canSend());
     click("cancelButton");

@@ -31,11 +31,10 @@ TEST_F(HelpTabTest, OffersChoicesEachOfWhichEndsTheSheet) {
     }
     EXPECT_EQ(pane.calls, (Strings{"showOnlineHelp", "showOnlineHelp"}));
     pane.failToOpen("no program");
-    const auto* const sheet = tab->view()->findChild<QMessageBox*>();
-    ASSERT_TRUE(sheet);
-    EXPECT_EQ(sheet->text().toStdString(), logPath + " could not be opened.");
-    EXPECT_EQ(sheet->informativeText(), "no program");
-    delete sheet;
+    ASSERT_TRUE(sheet());
+    EXPECT_EQ(sheet()->text().toStdString(), logPath + " could not be opened.");
+    EXPECT_EQ(sheet()->informativeText(), "no program");
+    delete sheet();
 
     EXPECT_TRUE(control("sendAnEmailButton").isEnabled());
     daemon.stop();
@@ -91,11 +90,8 @@ TEST_F(HelpTabTest, InvitesToAChatByALinkToItsServer) {
 }
 
 TEST_F(HelpTabTest, CountsCharactersEditByEdit) {
-    struct {
-        const char* what;
-        std::function<void(HelpViewEmailTextView&)> edit;
-        int count; // afterwards
-    } const edits[] = {
+    // With the count afterwards.
+    const std::tuple<const char*, std::function<void(HelpViewEmailTextView&)>, int> edits[] = {
         {"typing", [](auto& view) { QTest::keyClicks(&view, "abc"); }, 3},
         {"a line break", [](auto& view) { QTest::keyClick(&view, Qt::Key_Return); }, 4},
         {"beyond the first plane", [](auto& view) { view.insertPlainText("😀"); }, 6},
@@ -234,11 +230,10 @@ TEST_F(Reports, GoWhateverBecomesOfTheArchive) {
     }
     EXPECT_EQ(server.kept("09"), "2 " + logPath + "\n600\n");
     ASSERT_EQ(::unlink(tools.zipProgram.c_str()), 0);
-    EXPECT_EQ(tab->view()->findChild<QMessageBox*>(), nullptr) << "it went with an archive";
+    EXPECT_EQ(sheet(), nullptr) << "it went with an archive";
     sendReport(server.host);
-    const auto* const told = tab->view()->findChild<QMessageBox*>();
-    ASSERT_NE(told, nullptr);
-    EXPECT_EQ(told->text(), "Your report was sent without the log.");
+    ASSERT_NE(sheet(), nullptr);
+    EXPECT_EQ(sheet()->text(), "Your report was sent without the log.");
     EXPECT_EQ(server.kept("requests"), "rrrrrr");
 }
 
