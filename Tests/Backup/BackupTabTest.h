@@ -30,9 +30,12 @@ protected:
     }
     ~BackupTabTest() override { pane.state->onEnd(); }
 
-    void begin(bool isAutomatic) {
+    void setAutomatic(bool isAutomatic) {
         daemon.changeWorld(
             [&](DaemonWorld& world) { world.values.mutableDictionary().set("automaticMode", isAutomatic); });
+    }
+    void begin(bool isAutomatic) {
+        setAutomatic(isAutomatic);
         connect();
     }
     void changed() {

@@ -160,8 +160,7 @@ TEST_F(ViewsTest, FollowTheLinkAndTheMode) {
     begin(true);
     EXPECT_EQ(shownView(), "autoBackupView");
     EXPECT_EQ(enabled({"removeSegment", "infoSegment"}), "") << "nothing is selected";
-    daemon.changeWorld(
-        [](DaemonWorld& world) { world.values.mutableDictionary().set("automaticMode", false); });
+    setAutomatic(false);
     setState("serviceState", 6U);
     EXPECT_EQ(shownView(), "manualBackupView");
     click("manualAutoButton");
@@ -171,8 +170,7 @@ TEST_F(ViewsTest, FollowTheLinkAndTheMode) {
 
     click("addSegment");
     EXPECT_NE(pane.mainView()->findChild<ChoosePanel*>(), nullptr);
-    daemon.stop();
-    EXPECT_TRUE(loop->runUntil([this] { return !pane.connected(); }));
+    loseDaemon();
     EXPECT_EQ(shownView(), "disabledBackupView");
     EXPECT_FALSE(pane.mainView()->findChild<ChoosePanel*>()->isVisible());
     // Nobody can say now which mode it is.
@@ -190,8 +188,7 @@ TEST_F(ViewsTest, StayInManualModeForAnAccountWithAQuota) {
     EXPECT_EQ(shownView(), "manualBackupView");
     EXPECT_EQ(daemon.callCount("setAutomaticMode:"), 0);
     // Into it the way is open.
-    daemon.changeWorld(
-        [](DaemonWorld& world) { world.values.mutableDictionary().set("automaticMode", true); });
+    setAutomatic(true);
     setState("serviceState", 7U);
     EXPECT_EQ(shownView(), "autoBackupView");
     click("autoManualButton");
@@ -203,12 +200,8 @@ TEST_F(ViewsTest, StayInManualModeForAnAccountWithAQuota) {
 }
 
 TEST_F(ViewsTest, SayWhatCanBeDone) {
-    struct Case {
-        bool isConnected, isAuthorized, isRecovering, isEnabled;
-        const char* controls;
-        const char* line; // begins so; null for what is said as a rule
-    };
-    const Case cases[] = {
+    // With the beginning of the line; null for what is said as a rule.
+    const std::tuple<bool, bool, bool, bool, const char*, const char*> cases[] = {
         {false, true, true, true, "", "You can't make"},
         {false, true, false, true, "addSegment autoManualButton", nullptr},
         {true, true, false, true, "addSegment autoManualButton manualToggleButton manualAutoButton", nullptr},
@@ -216,21 +209,20 @@ TEST_F(ViewsTest, SayWhatCanBeDone) {
         {true, true, true, true, "", "You can't make"},
         {true, false, false, true, "", "You can't make"}, // as it was
     };
-    for (const Case& example : cases) {
-        SCOPED_TRACE(&example - cases);
-        if (example.isConnected && !pane.connected())
+    for (const auto& [isConnected, isAuthorized, isRecovering, isEnabled, controls, line] : cases) {
+        if (isConnected && !pane.connected())
             begin(true);
-        pane.isAuthorized = example.isAuthorized;
-        pane.isRecovering = example.isRecovering;
-        tab->enableTabItems(example.isEnabled);
+        pane.isAuthorized = isAuthorized;
+        pane.isRecovering = isRecovering;
+        tab->enableTabItems(isEnabled);
         EXPECT_EQ(enabled({"addSegment", "autoManualButton", "manualToggleButton", "manualAutoButton"}),
-                  example.controls);
+                  controls);
         EXPECT_EQ(pane.flags().manualToggleButtonEnable, control("manualToggleButton").isEnabled());
         const std::pair<const char*, const char*> lines[] = {
             {"currentAutoBackupViewContextMsg", "To exclude"},
             {"currentManualBackupViewContextMsg", "To include"}};
-        for (const auto& [line, usual] : lines)
-            EXPECT_TRUE(text(line).starts_with(example.line ? example.line : usual)) << line;
+        for (const auto& [field, usual] : lines)
+            EXPECT_TRUE(text(field).starts_with(line ? line : usual)) << field << controls;
     }
 }
 
@@ -238,7 +230,7 @@ TEST_F(ViewsTest, SurviveALinkThatIsLostInTheMiddle) {
     daemon.breakLinkAt("excludedFiles:");
     ASSERT_TRUE(daemon.start());
     pane.state->onBegin();
-    EXPECT_TRUE(loop->runUntil([this] { return !pane.connected(); }));
+    waitForLoss();
     EXPECT_EQ(shownView(), "disabledBackupView");
     EXPECT_FALSE(control("manualToggleButton").isEnabled());
 }

@@ -94,24 +94,20 @@ TEST_F(VisibleFilesTest, AreNotWhatIsExcludedNorWhatLeadsNowhere) {
 }
 
 TEST(BackupTab, EnablesSegmentsByWhatIsSelected) {
-    struct Case {
-        bool isRecovering;
-        bool isAuthorized;
-        const char* segments[3]; // add, remove, info with 0, 1 and 2 rows: on, off, as it was
-    };
-    const Case cases[] = {
-        {false, true, {"=--", "=++", "=+-"}},
-        {false, false, {"---", "---", "---"}},
-        {true, true, {"---", "--+", "---"}},
-        {true, false, {"---", "--=", "---"}},
-    };
+    // Add, remove, info with 0, 1 and 2 rows: on, off, as it was.
+    const std::tuple<bool, bool, std::string> cases[] = {{false, true, "=-- =++ =+- "},
+                                                         {false, false, "--- --- --- "},
+                                                         {true, true, "--- --+ --- "},
+                                                         {true, false, "--- --= --- "}};
     const auto letter = [](std::optional<bool> state) { return !state ? '=' : *state ? '+' : '-'; };
-    for (const Case& example : cases)
+    for (const auto& [isRecovering, isAuthorized, segments] : cases) {
+        std::string states;
         for (std::size_t rows = 0; rows < 3; ++rows) {
-            const auto [add, remove, info] =
-                excludeSegmentsFor(rows, example.isRecovering, example.isAuthorized);
-            EXPECT_EQ((std::string{letter(add), letter(remove), letter(info)}), example.segments[rows]);
+            const auto [add, remove, info] = excludeSegmentsFor(rows, isRecovering, isAuthorized);
+            states += {letter(add), letter(remove), letter(info), ' '};
         }
+        EXPECT_EQ(states, segments);
+    }
 }
 
 TEST(BackupTab, ExcludesNoWholeVolumeByWhateverName) {

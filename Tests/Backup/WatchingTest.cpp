@@ -77,7 +77,6 @@ TEST_F(FolderWatcherTest, IsNotMadeWhereNothingCanBeWatched) {
     EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
 }
 
-using namespace std::chrono_literals;
 using Seconds = ReloadThrottle::Seconds;
 
 class ReloadThrottleTest : public testing::Test {

@@ -1,12 +1,28 @@
 #pragma once
 
 #include "PreferencePane/Browser/ColumnBrowser.h"
-#include "Tests/Harness/LocalPane.h"
 #include "Tests/Harness/TabTest.h"
 
 #include <QListView>
+#include <QVBoxLayout>
 
 namespace kelvane::tests {
+
+// A pane on this machine's disk, with one more volume.
+struct LocalPane : PaneDouble {
+    LocalPane(std::shared_ptr<const Bundle> texts, std::shared_ptr<MainLoop> loop, Volumes volumes)
+        : PaneDouble(std::move(texts), std::move(loop)), localDisk(std::move(volumes)) {
+        for (QWidget* const widget : {mainView(), backupTab(), restoreTab()})
+            (new QVBoxLayout(widget))->setContentsMargins(0, 0, 0, 0);
+    }
+    const FileServices& fileServices() const override { return services; }
+    bool existsDriveMountedAtSVD() const override { return isDriveMountedAtSVD; }
+
+    bool isDriveMountedAtSVD = false;
+    const LocalFileSystem localDisk;
+    const FakeAccounts localAccounts;
+    const DesktopFileServices services{localDisk, localAccounts, icons()};
+};
 
 // A tab with a browser in a window, with the volume USB that is a folder of the test's own, as the user's
 // home is.
@@ -55,15 +71,19 @@ protected:
         }
         return found;
     }
+    [[nodiscard]] int row(int column, const std::string& title) const {
+        const Strings all = titles(column);
+        const auto found = std::ranges::find(all, title);
+        if (found == all.end())
+            throw std::runtime_error("no row " + title);
+        return static_cast<int>(found - all.begin());
+    }
     // A click on the rows of these titles, each in its column.
     void choose(const Strings& path, Qt::KeyboardModifiers modifiers = {}, int column = 0) {
         for (const std::string& title : path) {
-            const Strings all = titles(column);
-            const auto row = std::ranges::find(all, title) - all.begin();
-            ASSERT_LT(row, std::ssize(all)) << title;
             QListView& view = *browser().columnView(column);
-            QTest::mouseClick(view.viewport(), Qt::LeftButton, modifiers,
-                              view.visualRect(browser().rowAt(column, static_cast<int>(row))).center());
+            const BrowserRow clicked = browser().rowAt(column, row(column, title));
+            QTest::mouseClick(view.viewport(), Qt::LeftButton, modifiers, view.visualRect(clicked).center());
             ++column;
         }
     }

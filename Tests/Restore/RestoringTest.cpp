@@ -2,12 +2,6 @@
 
 #include "PreferencePane/Services/ActivityBar.h"
 
-#include <QProgressBar>
-#include <QPushButton>
-#include <QTimer>
-#include <condition_variable>
-#include <mutex>
-
 namespace kelvane::tests {
 namespace {
 
@@ -46,44 +40,21 @@ protected:
 
 TEST_F(RestoringTest, GoesWhereTheAlertIsAnswered) {
     const std::string onDesktop = folder / "Desktop/Kelvane Restored Files";
-    struct {
-        int destination;
-        const char* answer;
-        std::string place;
-    } const cases[] = {
+    const std::tuple<int, const char*, std::string> cases[] = {
         {0, "Restore to Original", inPlace},  {0, "Restore to Desktop", onDesktop},
         {0, "Other Location…", ""},           {0, "Cancel", ""},
         {1, "Restore to Desktop", onDesktop}, {1, "Restore to Original", inPlace},
         {1, "Other Location…", ""},           {1, "Cancel", ""},
     };
-    for (const auto& [destination, answer, place] : cases) {
-        SCOPED_TRACE(std::to_string(destination) + answer);
+    for (const auto& [destination, button, place] : cases) {
+        SCOPED_TRACE(std::to_string(destination) + button);
         pane.calls.clear();
-        restore(destination, answer);
+        restore(destination, button);
         EXPECT_EQ(targets(), place.empty() ? Strings() : in(place));
         EXPECT_EQ(pane.calls, place.empty() ? Strings() : shown);
-        EXPECT_EQ(panel() != nullptr, answer == std::string("Other Location…"));
+        EXPECT_EQ(panel() != nullptr, button == std::string("Other Location…"));
         delete panel();
     }
-}
-
-TEST_F(RestoringTest, OfManyItemsCanBeCancelledWhileASlowDaemonIsAsked) {
-    std::mutex mutex;
-    std::condition_variable never;
-    daemon.answerWith("restoreFile:toPath:version:priority:", [&](const Array&) {
-        std::unique_lock guard(mutex);
-        never.wait_for(guard, 400ms);
-        return Value(1U);
-    });
-    QTimer look;
-    QObject::connect(&look, &QTimer::timeout, [&] {
-        for (const auto* const bar : pane.mainView()->findChildren<QProgressBar*>())
-            if (bar->window() != pane.mainView())
-                bar->window()->findChild<QPushButton*>()->click();
-    });
-    look.start(0ms);
-    restore(0, "Restore to Original");
-    EXPECT_EQ(targets(), Strings{inPlace + "/a.txt"});
 }
 
 TEST_F(RestoringTest, GoesWhereThePanelPoints) {
@@ -132,16 +103,14 @@ TEST_F(RestoringTest, TakesWhateverIsOnTheDesktop) {
 
 TEST_F(RestoringTest, KnowsWhichVolumesAreMissing) {
     std::filesystem::create_directories(folder / "USB/x");
-    struct {
-        Strings path;
-        const char* fileName; // of the volume, as the daemon has it
-        bool canRestore;
-    } const cases[] = {{{"System", "home"}, "/", true},
-                       {{"USB", "docs"}, "/Volumes/USB", true},
-                       {{"USB", "docs"}, "/Volumes/USB/x", false}, // in the place of another
-                       {{"USB", "docs"}, "/Volumes/Nowhere", false},
-                       {{"USB", "docs"}, nullptr, false},
-                       {{"Gone", "old"}, "/Volumes/USB", false}};
+    // What is selected, and the volume's file name as the daemon has it.
+    const std::tuple<Strings, const char*, bool> cases[] = {
+        {{"System", "home"}, "/", true},
+        {{"USB", "docs"}, "/Volumes/USB", true},
+        {{"USB", "docs"}, "/Volumes/USB/x", false}, // in the place of another
+        {{"USB", "docs"}, "/Volumes/Nowhere", false},
+        {{"USB", "docs"}, nullptr, false},
+        {{"Gone", "old"}, "/Volumes/USB", false}};
     for (const auto& [path, fileName, canRestore] : cases) {
         SCOPED_TRACE(path.front() + (fileName ? fileName : " unknown"));
         choose(path);

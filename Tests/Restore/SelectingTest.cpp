@@ -203,12 +203,7 @@ TEST(RestoreRules, KeepNamesAsTheyAre) {
 }
 
 TEST(RestoreRules, CountFromTheLargestCount) {
-    struct {
-        std::uint32_t count;
-        bool isNewTotal;
-        std::uint32_t done;
-        int percent;
-    } const counts[] = {
+    const std::tuple<std::uint32_t, bool, std::uint32_t, int> counts[] = {
         {3, true, 0, 0},   {3, false, 0, 0},   {2, false, 1, 33},           {5, true, 0, 0},
         {1, false, 4, 80}, {0, false, 5, 100}, {4'000'000'000, true, 0, 0}, {1, false, 3'999'999'999, 99}};
     RestoreCounts restore;
