@@ -87,10 +87,10 @@ protected:
     }
     // What has been reloaded since the last question, and after a bar what the loop's next turn reloads.
     std::string reloads() {
-        std::string now = std::exchange(reloaded, {});
+        const std::string atOnce = std::exchange(reloaded, {});
         loop->advance(0ms);
         const std::string next = std::exchange(reloaded, {});
-        return next.empty() ? now : now + '|' + next;
+        return next.empty() ? atOnce : atOnce + '|' + next;
     }
 
     const std::shared_ptr<ManualLoop> loop = std::make_shared<ManualLoop>();

@@ -58,10 +58,7 @@ TEST(DesktopFileServices, TellsKindsPicturesAndDates) {
     EXPECT_EQ(services.kindOfFolder(), "Folder");
     EXPECT_EQ(services.kindOfExtension("nothing-known"), "");
     EXPECT_EQ(services.kindOfExtension(""), "");
-    const struct {
-        IconHandle icon;
-        const char* name;
-    } expected[] = {
+    const std::pair<IconHandle, const char*> expected[] = {
         {services.iconOfExtension("png"), "image-x-generic"},
         {services.iconOfExtension("nothing-known"), "text-x-generic"},
         {services.iconOfFile(folder / "Info.plist"), "text-x-generic"},
@@ -70,8 +67,8 @@ TEST(DesktopFileServices, TellsKindsPicturesAndDates) {
         {services.iconOfFile("/Volumes/Disk"), "drive-harddisk"},
         {icons.computer(), "computer"}, // not there, and no theme
     };
-    for (const auto& row : expected)
-        EXPECT_EQ(row.icon, icons.named(row.name)) << row.name;
+    for (const auto& [icon, name] : expected)
+        EXPECT_EQ(icon, icons.named(name)) << name;
     EXPECT_FALSE(qIcon(services.iconOfFolder()).isNull());
     const QDateTime first = QDateTime::fromString("2001-01-01T00:00:01Z", Qt::ISODate).toLocalTime();
     EXPECT_EQ(services.dateAndTime(Date{1}), QLocale().toString(first, QLocale::ShortFormat).toStdString());

@@ -97,6 +97,10 @@ protected:
         std::error_code ignored; // not there, in a test that was skipped
         std::filesystem::remove(policyFolder + ('/' + right.name + ".policy"), ignored);
     }
+    void unlock() const {
+        peer->say("unlock");
+        EXPECT_EQ(peer->lines(4), "asking, authorized, asked, granted");
+    }
     // What another program of the same user is told about the peer.
     std::string checkedFromOutside() { return Peer(*polkit, process).nextLine(); }
 
@@ -108,14 +112,12 @@ protected:
 TEST_F(Polkit, UnlocksWithAnApprovingAgentAndLocksAgain) {
     EXPECT_EQ(peer->ask("follow"), "deauthorized");
     EXPECT_EQ(checkedFromOutside(), "refused");
-    peer->say("unlock");
-    EXPECT_EQ(peer->lines(4), "asking, authorized, asked, granted");
+    unlock();
     EXPECT_EQ(polkit->agent.message.toStdString(), right.message);
     EXPECT_EQ(checkedFromOutside(), "granted");
     EXPECT_EQ(peer->ask("lock"), "deauthorized");
     EXPECT_EQ(peer->ask("look-up"), "exists");
-    peer->say("unlock");
-    EXPECT_EQ(peer->lines(4), "asking, authorized, asked, granted");
+    unlock();
 }
 
 TEST_F(Polkit, StaysLockedWhenTheAgentCancelsOrNobodyAnswers) {
@@ -131,14 +133,12 @@ TEST_F(Polkit, StaysLockedWhenTheAgentCancelsOrNobodyAnswers) {
     EXPECT_EQ(peer->lines(3), "asked, not granted, not granted");
     EXPECT_TRUE(tests::runUntil([this] { return polkit->agent.withdrawnCount > 0; }));
     polkit->agent.answer = Answer::Approve;
-    peer->say("unlock");
-    EXPECT_EQ(peer->lines(4), "asking, authorized, asked, granted");
+    unlock();
 }
 
 TEST_F(Polkit, LocksWhenTheAuthorityGoesAndComesBackWithoutIt) {
     peer->say("follow");
-    peer->say("unlock");
-    EXPECT_EQ(peer->lines(4), "asking, authorized, asked, granted");
+    unlock();
     polkit->stopAuthority();
     EXPECT_EQ(peer->nextLine(), "deauthorized");
     EXPECT_EQ(peer->ask("look-up"), "unreachable");
@@ -150,8 +150,7 @@ TEST_F(Polkit, LocksWhenTheAuthorityGoesAndComesBackWithoutIt) {
 }
 
 TEST_F(Polkit, LocksWhenTheBusGoes) {
-    peer->say("unlock");
-    EXPECT_EQ(peer->lines(4), "asking, authorized, asked, granted");
+    unlock();
     peer->say("follow");
     polkit->stopBus();
     EXPECT_EQ(peer->nextLine(), "deauthorized");
@@ -164,8 +163,7 @@ TEST_F(Polkit, KnowsARightFromTheMomentItsFileIsThere) {
     EXPECT_EQ(peer->ask("follow"), "deauthorized");
     ASSERT_EQ(installPolicy(right, policyFolder), "");
     EXPECT_TRUE(tests::runUntil([this] { return peer->ask("look-up") == "exists"; }));
-    peer->say("unlock");
-    EXPECT_EQ(peer->lines(4), "asking, authorized, asked, granted");
+    unlock();
 }
 
 TEST(AuthorizationForm, HasItsBytesAndTakesNoOthers) {

@@ -101,11 +101,6 @@ public:
     PrivatePolkit& operator=(const PrivatePolkit&) = delete;
 
     [[nodiscard]] QString address() const { return "unix:path=" + QString::fromStdString(folder_ / "bus"); }
-    [[nodiscard]] QProcessEnvironment environment() const {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert("DBUS_SYSTEM_BUS_ADDRESS", address());
-        return environment;
-    }
     // A program that another user can start, from wherever it was built.
     [[nodiscard]] QString copyOf(const std::filesystem::path& program) const {
         const std::filesystem::path copy = folder_ / program.filename().string();
@@ -135,8 +130,9 @@ public:
 
 private:
     void start(QProcess& process, const QString& program, const QStringList& arguments) const {
-        process.setProcessEnvironment(environment());
-        process.setProcessChannelMode(QProcess::SeparateChannels);
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("DBUS_SYSTEM_BUS_ADDRESS", address());
+        process.setProcessEnvironment(environment);
         process.start(program, arguments);
         EXPECT_TRUE(process.waitForStarted(processPatience)) << process.errorString().toStdString();
     }

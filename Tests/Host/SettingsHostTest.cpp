@@ -39,7 +39,7 @@ protected:
         return label.textInteractionFlags() == (Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
     }
 
-    const tests::PaneFolder panes;
+    const tests::PaneFolder panes{};
     const tests::EnvironmentVariable configuration{"XDG_CONFIG_HOME", panes.folder().path().c_str()};
     const std::shared_ptr<QtMainLoop> loop = std::make_shared<QtMainLoop>();
     std::unique_ptr<SettingsHost> host;
@@ -83,10 +83,7 @@ TEST_F(SettingsHostTest, SaysWhyAPaneCannotBeShownAndShowsTheOthers) {
     const std::string damaged = panes.add("Damaged", {}, "");
     panes.folder().write("Damaged.prefPane/Info.plist", "<plist><dict>");
     const std::string noCode = panes.folder().write("note.txt", "no code");
-    const struct {
-        std::string bundle;
-        const char* text;
-    } expected[] = {
+    const std::pair<std::string, const char*> expected[] = {
         {panes.folder() / "Missing.prefPane", "There is no such folder."},
         {damaged, "It is damaged: cannot read Info.plist: not a property list."},
         {panes.add("Empty", {}, ""), "It has no code."},
@@ -100,15 +97,15 @@ TEST_F(SettingsHostTest, SaysWhyAPaneCannotBeShownAndShowsTheOthers) {
         {panes.add("Selector", {{"Fault", "selected"}}), "It stopped with a fault: a fault on purpose."},
     };
     std::vector<std::string> bundles;
-    for (const auto& row : expected)
-        bundles.push_back(row.bundle);
+    for (const auto& [bundle, text] : expected)
+        bundles.push_back(bundle);
     bundles.push_back(panes.add("Good"));
     start(bundles);
     for (int i = 0; i < static_cast<int>(std::size(expected)); ++i) {
         host->window().choosePane(i);
-        EXPECT_TRUE(tests::runUntil([&] { return texts().contains(expected[i].text); }))
-            << expected[i].text << " in " << texts().toStdString();
-        EXPECT_TRUE(texts().contains(QString::fromStdString(expected[i].bundle)));
+        EXPECT_TRUE(tests::runUntil([&] { return texts().contains(expected[i].second); }))
+            << expected[i].second << " in " << texts().toStdString();
+        EXPECT_TRUE(texts().contains(QString::fromStdString(expected[i].first)));
     }
     host->window().choosePane(static_cast<int>(std::size(expected)));
     EXPECT_TRUE(tests::runUntil([&] { return panes.log().ends_with("Good selected,"); }));

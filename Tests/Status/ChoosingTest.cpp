@@ -25,51 +25,32 @@ protected:
         daemon.forgetCalls();
         return orders;
     }
-    [[nodiscard]] static std::int32_t storedMode() {
-        return DefaultsDB::intProperty("modeSelectionPopupIndex", false, -1);
-    }
 };
 
 TEST_F(Choosing, ActsWarnsAndStoresByTheModeThatIsLeft) {
-    struct {
-        int chosen;
-        const char* warning; // what the sheet ends with; empty for none
-        const char* answer;
-        Strings orders;
-        int mode;
-        int stored;
-    } const steps[] = {
+    // The choice, the end of the sheet's warning, the answer; then what is told, the mode and what is stored.
+    const std::tuple<int, std::string, const char*, Strings, int, int> steps[] = {
         {0, "", "", {}, 0, -1}, // it is that already
         {1, "", "", {"setPausedMinutes:1440"}, 1, 1},
         {0, "", "", {"setPausedMinutes:0", "setRecoverMode:0"}, 0, 0},
-        {2, "put Kelvane in Recover Mode? ", "Cancel", {}, 0, 0},
-        {2,
-         "backup.\n\nAre you sure you want to put Kelvane in Recover Mode? ",
-         "Proceed",
-         {"setRecoverMode:1", "setPausedMinutes:0"},
-         2,
-         2},
-        {0,
-         "need.\n\nAre you sure you want to exit Recover Mode and resume your backup? ",
-         "Cancel",
-         {},
-         2,
-         2},
+        {2, "backup.\n\nAre you sure you want to put Kelvane in Recover Mode? ", "Cancel", {}, 0, 0},
+        {2, "in Recover Mode? ", "Proceed", {"setRecoverMode:1", "setPausedMinutes:0"}, 2, 2},
+        {0, "\n\nAre you sure you want to exit Recover Mode and resume your backup? ", "Cancel", {}, 2, 2},
         {0, "resume your backup? ", "Proceed", {"setPausedMinutes:0", "setRecoverMode:0"}, 0, 0},
     };
-    for (const auto& step : steps) {
-        SCOPED_TRACE(step.warning + std::to_string(step.chosen));
-        choose(step.chosen);
-        ASSERT_EQ(sheet() != nullptr, *step.warning != '\0');
+    for (const auto& [chosen, warning, button, told, mode, stored] : steps) {
+        SCOPED_TRACE(warning + std::to_string(chosen));
+        choose(chosen);
+        ASSERT_EQ(sheet() == nullptr, warning.empty());
         if (sheet()) {
-            EXPECT_TRUE(sheet()->text().endsWith(step.warning)) << sheet()->text().toStdString();
+            EXPECT_TRUE(sheet()->text().toStdString().ends_with(warning)) << sheet()->text().toStdString();
             EXPECT_EQ(sheet()->windowModality(), Qt::WindowModal);
-            answer(step.answer);
+            answer(button);
         }
-        EXPECT_EQ(modes().currentIndex(), step.mode); // at once
-        EXPECT_EQ(orders(), step.orders);
-        EXPECT_EQ(modes().currentIndex(), step.mode);
-        EXPECT_EQ(storedMode(), step.stored);
+        EXPECT_EQ(modes().currentIndex(), mode); // at once
+        EXPECT_EQ(orders(), told);
+        EXPECT_EQ(modes().currentIndex(), mode);
+        EXPECT_EQ(DefaultsDB::intProperty("modeSelectionPopupIndex", false, -1), stored);
     }
 }
 
@@ -127,44 +108,29 @@ TEST_F(Choosing, EachControlDoesItsOwnThingHoweverItIsOperated) {
     const BroadcastListener agent("com.kelvane.notify.defaultsPropertyChanged",
                                   [&](const std::string& sender) { senders.push_back(sender); });
     ASSERT_EQ(agent.error(), "");
-    const std::string account = "http://backup.example.net/a?481516&maria@example.net";
-    struct {
-        const char* control;
-        QString action; // of a screen reader; none: a click
-        Strings orders;
-        const char* showsInMenuBar;
-        Strings opened;
-    } const steps[] = {
-        {"lowerPriorityButton", {}, {"setLowerPriorityMode:1"}, "", {}},
-        {"lowerPriorityButton",
-         QAccessibleActionInterface::toggleAction(),
-         {"setLowerPriorityMode:0"},
-         "",
-         {}},
-        {"showMenuButton", {}, {}, "NO", {}},
-        {"showMenuButton", QAccessibleActionInterface::toggleAction(), {}, "YES", {}},
-        {"openAccountButton", {}, {}, "YES", {account}},
-        {"referButton", QAccessibleActionInterface::pressAction(), {}, "YES", {"http://ex.org/refer"}},
+    const QString press = QAccessibleActionInterface::pressAction();
+    const QString toggle = QAccessibleActionInterface::toggleAction();
+    // What a screen reader does to the control, or else a click; what is told and kept then.
+    const std::tuple<const char*, QString, Strings, std::string> steps[] = {
+        {"lowerPriorityButton", {}, {"setLowerPriorityMode:1"}, ""},
+        {"lowerPriorityButton", toggle, {"setLowerPriorityMode:0"}, ""},
+        {"showMenuButton", {}, {}, "NO"},
+        {"showMenuButton", toggle, {}, "YES"},
+        {"openAccountButton", {}, {}, "YES"},
+        {"referButton", press, {}, "YES"},
     };
-    for (const auto& step : steps) {
-        SCOPED_TRACE(step.control + step.action.toStdString());
-        const std::size_t openedBefore = pane.opened().size();
-        const std::size_t sendersBefore = senders.size();
-        const auto menuBefore = DefaultsDB::stringProperty("showKelvaneStatusInMenuBar").value_or("");
-        if (step.action.isEmpty())
-            click(step.control);
+    for (const auto& [name, action, told, showsInMenuBar] : steps) {
+        SCOPED_TRACE(name + action.toStdString());
+        if (action.isEmpty())
+            click(name);
         else
-            QAccessible::queryAccessibleInterface(&control(step.control))
-                ->actionInterface()
-                ->doAction(step.action);
-        EXPECT_EQ(orders(), step.orders);
-        EXPECT_EQ(DefaultsDB::stringProperty("showKelvaneStatusInMenuBar").value_or(""), step.showsInMenuBar);
-        EXPECT_TRUE(
-            runUntil([&] { return senders.size() - sendersBefore == (menuBefore != step.showsInMenuBar); }));
-        EXPECT_TRUE(runUntil([&] { return pane.opened().size() == openedBefore + step.opened.size(); }));
-        EXPECT_EQ(step.opened, Strings(pane.opened().begin() + static_cast<std::ptrdiff_t>(openedBefore),
-                                       pane.opened().end()));
+            QAccessible::queryAccessibleInterface(&control(name))->actionInterface()->doAction(action);
+        EXPECT_EQ(orders(), told);
+        EXPECT_EQ(DefaultsDB::stringProperty("showKelvaneStatusInMenuBar").value_or(""), showsInMenuBar);
     }
+    EXPECT_TRUE(runUntil([&] { return senders.size() == 2 && pane.opened().size() == 2; }));
+    EXPECT_EQ(pane.opened(),
+              (Strings{"http://backup.example.net/a?481516&maria@example.net", "http://ex.org/refer"}));
     setState("lowerPriorityMode", true); // by another program: shown, and not said again
     EXPECT_EQ(orders(), Strings());
     EXPECT_EQ(senders, Strings(2, "com.kelvane.prefsPane"));

@@ -8,12 +8,7 @@ namespace kelvane::tests {
 namespace {
 
 TEST_F(StatusTabTest, ShowsEachModeInPopUpSentenceAndControls) {
-    struct {
-        std::function<void()> enter;
-        int index;
-        const char* items;
-        const char* sentence;
-    } const steps[] = {
+    const std::tuple<std::function<void()>, int, std::string, const char*> steps[] = {
         {[] {}, 0, "EPRD", "Kelvane is actively monitoring"},
         {[this] { setState("recoverMode", true); }, 2, "EpRd", "Kelvane will not make any changes"},
         {[this] {
@@ -30,21 +25,21 @@ TEST_F(StatusTabTest, ShowsEachModeInPopUpSentenceAndControls) {
     };
     connect();
     showTab();
-    for (const auto& step : steps) {
+    for (const auto& [enter, index, letters, sentence] : steps) {
         pane.flags().manualToggleButtonEnable = true;
-        step.enter();
-        const bool isDisabled = step.index == 3;
-        EXPECT_EQ(modes().currentIndex(), step.index);
-        EXPECT_EQ(items(), step.items);
-        EXPECT_TRUE(text("daemonModeField").starts_with(step.sentence)) << text("daemonModeField");
-        EXPECT_EQ(control("backupProgress").isVisible(), step.index == 0);
+        enter();
+        const bool isDisabled = index == 3;
+        EXPECT_EQ(modes().currentIndex(), index);
+        EXPECT_EQ(items(), letters);
+        EXPECT_TRUE(text("daemonModeField").starts_with(sentence)) << text("daemonModeField");
+        EXPECT_EQ(control("backupProgress").isVisible(), index == 0);
         EXPECT_EQ(control("uninstallButton").isVisible(), isDisabled);
         EXPECT_EQ(pane.flags().manualToggleButtonEnable, !isDisabled);
         EXPECT_EQ(pane.calls.back(), isDisabled ? "enableBackupTabItems 0" : "enableBackupTabItems 1");
-        EXPECT_EQ(tab->inRecoverMode(), step.index == 2);
+        EXPECT_EQ(tab->inRecoverMode(), index == 2);
         pane.isAuthorized = false;
         tab->refreshStatusModePopup();
-        EXPECT_EQ(items() + std::to_string(modes().currentIndex()), "eprd" + std::to_string(step.index));
+        EXPECT_EQ(items() + std::to_string(modes().currentIndex()), "eprd" + std::to_string(index));
         pane.isAuthorized = true;
     }
 }
@@ -155,7 +150,7 @@ TEST_F(StatusTabTest, ALinkThatIsLostWhileItIsAskedLeavesTheDisconnectedTab) {
             pane.whenRestoreIsEnabled = [&] {
                 lose();
                 pane.state->updateDaemonState();
-                EXPECT_TRUE(loop->runUntil([this] { return !pane.connected(); }));
+                waitForLoss();
             };
         },
     };
@@ -164,7 +159,7 @@ TEST_F(StatusTabTest, ALinkThatIsLostWhileItIsAskedLeavesTheDisconnectedTab) {
         connect();
         prepare();
         setState("currentBackupFile", pane.calls.size());
-        ASSERT_TRUE(loop->runUntil([this] { return !pane.connected(); }));
+        waitForLoss();
         EXPECT_EQ(modes().currentIndex(), 3);
         EXPECT_FALSE(control("lowerPriorityButton").isEnabled());
         EXPECT_TRUE(control("uninstallButton").isVisible());
