@@ -202,14 +202,17 @@ class Round:
     def lost_in_newest(self):
         """Paths of the newest state that restic does not give, or says that it does not."""
         lost = {path: version for path, version in self.model.newest.items()}
-        for identifier in [each["id"] for each in self.world.snapshots() if each["id"] in self.model.trees]:
-            held = [path for path, version in lost.items() if identifier in version.snapshots[-1:]]
+        now, trees = self.model.look(), self.model.trees
+        for identifier in [each["id"] for each in self.world.snapshots()]:
+            # One that the model does not know the daemon has made by itself, to store again what was damaged.
+            held = [path for path, version in lost.items()
+                    if identifier not in trees or identifier in version.snapshots[-1:]]
             if not held:
                 continue
             folder, run = self.world.fetch(identifier)
             for root in self.model.roots:
                 found = tree.look(os.fsencode(folder) + os.fsencode(root))
-                for name, entry in relative(self.model.trees[identifier], root).items():
+                for name, entry in relative(trees.get(identifier, now), root).items():
                     path = os.path.join(os.fsencode(root), name) if name else os.fsencode(root)
                     other = found.get(name)
                     # Where a pack ends too early restic fails all that is in it, and nobody knows what came.
