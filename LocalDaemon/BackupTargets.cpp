@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <fcntl.h>
 #include <filesystem>
 #include <iterator>
 #include <set>
@@ -103,20 +104,24 @@ private:
             targets_.mounts.push_back(path);
             return true;
         }
+        std::error_code unknown;
+        const bool isFolder = fs::is_directory(entry.symlink_status(unknown));
         // One that is in by a rule of its own may be another file system, which restic takes only when it is
-        // named; else another file system is out.
+        // named, and so is a subvolume; else another file system is out.
+        bool isNamed = rule.has_value();
         if (!rule) {
             const Device own = deviceOf(path);
             if (own.error != 0)
                 noteUnread(path, own.error);
-            if (own.error != 0 || own.number != device)
+            isNamed =
+                own.error == 0 && own.number != device && isFolder && !isMountRoot(AT_FDCWD, path.c_str());
+            if (own.error != 0 || (own.number != device && !isNamed))
                 return true;
         }
         std::vector<std::string> below;
-        std::error_code unknown;
-        if (!fs::is_directory(entry.symlink_status(unknown)) || isWhole(path, below)) {
+        if (!isFolder || isWhole(path, below)) {
             parts.push_back(path);
-            return !rule;
+            return !isNamed;
         }
         std::ranges::move(below, std::back_inserter(parts));
         return false;

@@ -23,7 +23,7 @@ namespace kelvane {
 namespace {
 
 constexpr const char* policyBelowHome[] = {".cache/", ".local/share/Trash/", ".thumbnails/",
-                                           ".var/app/*/cache/"};
+                                           ".var/app/*/cache/", ".snapshots/"};
 constexpr const char* policyOfMachine[] = {"/dev/",     "/proc/",      "/run/",        "/sys/",
                                            "/tmp/",     "/var/tmp/",   "/lost+found/", "/**/lost+found/",
                                            "/.Trash-*", "/**/.Trash-*"};

@@ -113,7 +113,9 @@ FolderContents contentsOfFolder(const std::string& path, const std::atomic<bool>
         if (passage == Passage::Refused || passage == Passage::MountPoint ||
             ::fstatat(::dirfd(folder.get()), name, &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0)
             continue;
-        if (passage == Passage::AnyFileSystem || status.st_dev == own.st_dev)
+        const bool isSubvolume = status.st_dev != own.st_dev && S_ISDIR(status.st_mode) &&
+                                 !isMountRoot(::dirfd(folder.get()), name);
+        if (passage == Passage::AnyFileSystem || status.st_dev == own.st_dev || isSubvolume)
             count(contents, ::dirfd(folder.get()), name, status, isWaiting);
         else
             contents.mountPoints.emplace_back(name);

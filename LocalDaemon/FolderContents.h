@@ -65,7 +65,7 @@ using Waiting = std::function<bool(const FolderEntry& entry)>;
 enum class Passage {
     Refused,
     MountPoint,       // another file system, which may never answer and is not asked
-    WithinFileSystem, // unless it belongs to another file system than the folder
+    WithinFileSystem, // unless it belongs to another file system than the folder; subvolumes do not
     AnyFileSystem,
 };
 using Sieve = std::function<Passage(std::string_view name)>;

@@ -193,18 +193,15 @@ private:
             return verdict;
         if (file.attributes.kind == Kind::Other)
             return {Verdict::Reason::NoFile, {}};
-        if (file.attributes.device != deviceOf(verdict.rule))
+        if (nearestMountPoint(*mounts_, file.path) != mountOf(verdict.rule))
             return {Verdict::Reason::OtherFileSystem, verdict.rule};
         return verdict;
     }
     // Remembers one: the files of a request mostly have the same rule.
-    [[nodiscard]] std::optional<std::uint64_t> deviceOf(const std::string& rule) {
-        if (rule != lastRule_) {
-            const auto attributes = fileSystem_.attributes(rule);
-            lastRule_ = rule;
-            lastDevice_ = attributes ? std::optional(attributes->device) : std::nullopt;
-        }
-        return lastDevice_;
+    [[nodiscard]] const std::string& mountOf(const std::string& rule) {
+        if (rule != lastRule_)
+            lastMount_ = nearestMountPoint(*mounts_, lastRule_ = rule);
+        return lastMount_;
     }
 
     const DaemonState& state_;
@@ -216,7 +213,7 @@ private:
     const std::shared_ptr<const MountPoints> mounts_ = currentMountPoints();
     std::map<std::string, bool> answers_; // by mount point
     std::string lastRule_;
-    std::optional<std::uint64_t> lastDevice_;
+    std::string lastMount_;
 };
 
 Value NodeAnswers::node(const Value& path, FolderSizes sizes) const {

@@ -116,7 +116,7 @@ std::optional<FileAttributes> LocalFileSystem::attributes(const std::string& pat
     return FileAttributes{kindOf(status->st_mode), static_cast<std::uint64_t>(status->st_size),
                           status->st_uid,          status->st_gid,
                           dateOf(status->st_mtim), dateOf(status->st_atim),
-                          dateOf(status->st_ctim), status->st_dev};
+                          dateOf(status->st_ctim)};
 }
 
 bool LocalFileSystem::isReadable(const std::string& path) const {

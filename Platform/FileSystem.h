@@ -21,8 +21,7 @@ struct FileAttributes {
     std::uint32_t gid = 0;
     Date modified;
     Date accessed;
-    Date statusChanged;       // also by a rename or a change of owner or mode
-    std::uint64_t device = 0; // the number of the file system that holds it
+    Date statusChanged; // also by a rename or a change of owner or mode
 };
 
 // From seconds since 1970 and what follows them, equal to the date that a file with that time has here.

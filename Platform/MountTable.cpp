@@ -209,6 +209,14 @@ bool isMountPoint(std::string_view path) {
     return false;
 }
 
+bool isMountRoot(int folder, const char* name) {
+    struct statx status {};
+    return ::statx(folder, name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC, STATX_TYPE,
+                   &status) != 0 ||
+           (status.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) == 0 ||
+           (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+}
+
 std::vector<std::string> mountPointsBelow(std::string_view folder) {
     std::vector<std::string> points;
     const std::string inside = std::string(folder == "/" ? "" : folder) + '/';

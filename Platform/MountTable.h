@@ -21,6 +21,11 @@ namespace kelvane {
 // Whether a file system is mounted at exactly this path now; false when the system does not say.
 [[nodiscard]] bool isMountPoint(std::string_view path);
 
+// Whether an entry of a folder (a descriptor, or AT_FDCWD) belongs to another file system than the folder as
+// the root of a mount, and not as a subvolume of the same one. Asks no mount; true when the system does not
+// say.
+[[nodiscard]] bool isMountRoot(int folder, const char* name);
+
 // The mount points below the folder, in no order.
 [[nodiscard]] std::vector<std::string> mountPointsBelow(std::string_view folder);
 
