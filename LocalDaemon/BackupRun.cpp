@@ -146,9 +146,18 @@ BackupRun::Result BackupRun::run(const Wanted& wanted, const StopSignal& stop) {
     call.onErrorLine = [this](std::string_view line) { takeErrorLine(line); };
     result_.outcome = repository_.restic().run(call, stop);
     ::unlink(patternFile.c_str());
+    if (result_.outcome.succeeded() && wasCacheDamaged(wanted.parent, stop))
+        result_.outcome = {ResticTrouble::Failed, true, "restic's cache was damaged, and has been removed.",
+                           false, true};
     activity_.currentFile.clear();
     tell();
     return result_;
+}
+
+// What restic cannot read of the snapshot that it compares with, it leaves out with the folder that it is in
+// and gives no reason. Listing that snapshot tells whether its cache was to blame, which is removed then.
+bool BackupRun::wasCacheDamaged(const std::string& parent, const StopSignal& stop) const {
+    return hasUnreasonedError_ && !parent.empty() && repository_.list(parent, stop).outcome.wasCacheDamaged;
 }
 
 bool BackupRun::takeLine(std::string_view text) {
@@ -202,6 +211,7 @@ void BackupRun::takeErrorLine(std::string_view text) {
 void BackupRun::takeUnread(const BackupLine& error) {
     if (error.path.empty() || error.isDeleted)
         return;
+    hasUnreasonedError_ = hasUnreasonedError_ || error.hasNoReason;
     for (const std::string& path : unreadOnDisk(error.path))
         if (result_.unread.size() < mostUnread && toldUnread_.insert(path).second) // it may tell it twice
             result_.unread.push_back(path);

@@ -47,11 +47,14 @@ private:
     [[nodiscard]] bool takeStatus(std::uint64_t files, std::uint64_t bytes, const std::string& path);
     void takeErrorLine(std::string_view line);
     void takeUnread(const BackupLine& error);
+    [[nodiscard]] bool wasCacheDamaged(const std::string& parent, const StopSignal& stop) const;
     void tell();
+
     DaemonState& state_;
     const Repository& repository_;
     Result result_;
     std::unordered_set<std::string> toldUnread_;
+    bool hasUnreasonedError_ = false;
     BackupActivity activity_;
     std::optional<ServiceState> troubleBefore_;
     FileTotals unchanged_;

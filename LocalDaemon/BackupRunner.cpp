@@ -214,6 +214,10 @@ void BackupRunner::perform(Task task) {
     ResticOutcome outcome = keeper_->repository().waitForAnswer(*stop);
     if (outcome.succeeded())
         outcome = attempt(task, *stop);
+    if (!outcome.succeeded() && outcome.wasCacheDamaged) {
+        isConnected_ = false; // the index takes in what was made with less in it than should be
+        outcome = attempt(task, *stop);
+    }
     if (outcome.trouble == ResticTrouble::Locked)
         outcome = attemptAgain(task, *stop, std::move(outcome));
     {

@@ -56,13 +56,6 @@ std::string descriptionOf(const RepositoryLock& lock) {
                       since.data());
 }
 
-// restic goes on without the snapshots that it cannot load, and ends well.
-std::string unreadSnapshotsIn(const std::string& errors) {
-    const bool isOne = errors.find("could not load snapshot") != std::string::npos ||
-                       errors.find("Ignoring ") != std::string::npos;
-    return isOne ? errors : std::string();
-}
-
 // An answer that is not whole must never pass for one that says "nothing": what is known of the backup would
 // be thrown away.
 ResticOutcome checked(ResticOutcome outcome, bool isAnswer) {
@@ -90,6 +83,7 @@ Printed print(const Restic& restic, const std::vector<std::string>& arguments, c
         printed.text.append(line).append("\n");
         return true;
     };
+    call.onRepeat = [&printed] { printed.text.clear(); };
     printed.outcome = checked(restic.run(call, stop), true);
     return printed;
 }
@@ -204,7 +198,7 @@ Repository::Listing Repository::snapshots(const StopSignal& stop) const {
     const Printed list = print(*restic_, {"snapshots", "--json", "--no-lock", "--tag", tag_}, stop);
     const auto snapshots = snapshotsFrom(list.text, partialTag);
     return {checked(list.outcome, snapshots.has_value()), snapshots.value_or(std::vector<Snapshot>()),
-            unreadSnapshotsIn(list.outcome.errors)};
+            tellsOfUnreadSnapshot(list.outcome.errors) ? list.outcome.errors : ""};
 }
 
 Repository::Contents Repository::list(const std::string& snapshotId, const StopSignal& stop) const {
@@ -228,6 +222,13 @@ Repository::Contents Repository::list(const std::string& snapshotId, const StopS
             isReadable = false;
         }
         return true;
+    };
+    call.onRepeat = [&] {
+        contents = {};
+        isLeftOut.clear();
+        headerLines = 1;
+        isReadable = true;
+        hasLostBytes = false;
     };
     const ResticOutcome outcome = restic_->run(call, stop);
     contents.outcome = checked(outcome, isReadable && !contents.snapshot.id.empty());

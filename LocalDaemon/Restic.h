@@ -36,9 +36,10 @@ enum class ResticTrouble {
 
 struct ResticOutcome {
     ResticTrouble trouble = ResticTrouble::None;
-    bool isIncomplete = false; // a snapshot was made, but some files could not be read
-    std::string errors;        // the end of what restic said, in which no secret stands
-    bool hasLostLine = false;  // it printed one that was longer than the call takes
+    bool isIncomplete = false;    // a snapshot was made, but some files could not be read
+    std::string errors;           // the end of what restic said, in which no secret stands
+    bool hasLostLine = false;     // it printed one that was longer than the call takes
+    bool wasCacheDamaged = false; // and has been removed
 
     [[nodiscard]] bool succeeded() const { return trouble == ResticTrouble::None; }
 };
@@ -55,6 +56,9 @@ public:
         std::string input;
         std::function<bool(std::string_view)> onLine = [](std::string_view) { return true; };
         std::function<void(std::string_view)> onErrorLine = [](std::string_view) {};
+        // Forgets what `onLine` has had, since all of it comes once more. Without it a call is repeated only
+        // as long as there was nothing.
+        std::function<void()> onRepeat = {};
         bool hasBinaryOutput = false;                    // handed to `onLine` as it comes
         std::size_t longestLine = std::size_t{1} << 20U; // bytes; a longer one is left out
         // restic tries an unreachable place again and again for a quarter of an hour; nobody waits that long.
@@ -73,12 +77,17 @@ public:
     };
     [[nodiscard]] ResticOutcome run(const Call& call, const StopSignal& stop) const;
 
+    // What is in it, restic fetches again.
+    void removeCache() const;
+
     [[nodiscard]] const RepositoryPlace& place() const { return place_; }
     [[nodiscard]] ResticProcesses* processes() const { return processes_.get(); } // may be null
     // For the log: the name and password that may stand in the location are left out.
     [[nodiscard]] std::string withoutSecrets(std::string text) const;
 
 private:
+    [[nodiscard]] bool mayBeCacheDamage(const Call& call, const ChildOutcome& child, ResticTrouble trouble,
+                                        bool hasAnswered) const;
     [[nodiscard]] ChildOutcome runOnce(const Call& call, bool takesLock, const StopSignal& stop) const;
 
     const RepositoryPlace place_;
@@ -93,6 +102,9 @@ private:
 
 // A line of its errors that says that the place does not take its lock, which it will try for a while.
 [[nodiscard]] bool tellsOfRefusedLock(std::string_view errorLine);
+
+// It went on without a snapshot that it cannot load, and may have ended well.
+[[nodiscard]] bool tellsOfUnreadSnapshot(std::string_view errors);
 
 // A line of its errors that says that it could not get something through and tries that again.
 [[nodiscard]] bool tellsOfRetry(std::string_view errorLine);

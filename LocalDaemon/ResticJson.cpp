@@ -278,6 +278,7 @@ BackupLine backupLineFrom(std::string_view text) {
         line.path = textOf(object, "item");
         const Json* const error = entryOf(object, "error");
         line.isDeleted = error && numberOf(*error, "Err") == ENOENT;
+        line.hasNoReason = error && error->is_object() && error->empty();
     }
     return line;
 }

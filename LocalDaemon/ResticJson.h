@@ -70,6 +70,7 @@ struct BackupLine {
     Kind kind = Kind::Other;
     std::string path;
     bool isDeleted = false;                     // of an error: it was deleted before it could be read
+    bool hasNoReason = false;                   // of an error: the system has not refused anything
     bool isFile = false;                        // an item that is a file
     bool isChanged = false;                     // an item that is new or another than before
     std::uint64_t size = 0;                     // of an item: bytes

@@ -109,10 +109,14 @@ ResticOutcome Verification::checkStructure(const StopSignal& stop) {
 CheckReport Verification::checkWithTrueIndex(const StopSignal& stop) {
     CheckReport report = check_.structure(RepositoryCheck::Source::Cache, stop);
     // Without the cache restic tries for minutes to read what is not there.
-    if (report.outcome.succeeded() && isNews(report))
+    if (report.outcome.succeeded() && isNews(report)) {
+        const bool isCacheWhole = isWhole(report);
         report = check_.structure(report.missingPacks.empty() ? RepositoryCheck::Source::Repository
                                                               : RepositoryCheck::Source::Cache,
                                   stop);
+        if (!isCacheWhole && report.outcome.succeeded() && isWhole(report))
+            keeper_->repository().restic().removeCache();
+    }
     if (!report.outcome.succeeded() || !mustRenewIndex(report) || !state_->backupNeed().mayAdd)
         return report;
     for (const std::string& pack : report.missingPacks)

@@ -52,6 +52,36 @@ TEST_F(BackingUp, PruningMakesRoomForARestore) {
     EXPECT_EQ(folders.read("priority"), "19\n");
 }
 
+TEST_F(BackingUp, ADamagedCacheIsMadeAnewAndStopsNothing) {
+    std::string text = "1";
+    folders.write("home/folder/file", text);
+    start();
+    ASSERT_TRUE(comesToRest(1, 1));
+    for (const auto& [kind, isFolder] :
+         {std::pair("/data/", false), std::pair("/index/", true), std::pair("/snapshots/", false)}) {
+        pane.reset();
+        daemon.reset();
+        std::vector<std::string> cached;
+        for (const auto& each : fs::recursive_directory_iterator(folders / "cache"))
+            if (each.is_regular_file() && each.path().string().find(kind) != std::string::npos)
+                cached.push_back(each.path());
+        ASSERT_FALSE(cached.empty()) << kind;
+        for (const std::string& path : cached) {
+            const auto size = fs::file_size(path);
+            fs::remove(path);
+            if (isFolder)
+                fs::create_directory(path);
+            else
+                std::ofstream(path) << std::string(size, 'x');
+        }
+        folders.write("home/folder/file", text += '1');
+        start();
+        pane->call<"setPriorityBackup:">("/");
+        EXPECT_TRUE(comesToRest(1, static_cast<int>(text.size()))) << kind << isFolder;
+        EXPECT_TRUE(alertOf("").isAbsent()) << kind << isFolder;
+    }
+}
+
 TEST_F(BackingUp, AsksBeforeManyFilesThatDisappearedAreForgotten) {
     for (int number = 0; number < 120; ++number)
         folders.write("home/photos/" + std::to_string(number), "1");
