@@ -287,8 +287,7 @@ Repository::Locks Repository::clearStaleLocks(const StopSignal& stop,
     const Printed list = print(*restic_, {"list", "locks", "--no-lock"}, stop);
     if (!list.outcome.succeeded())
         return {list.outcome, {}};
-    std::vector<RepositoryLock> stale;
-    std::vector<RepositoryLock> others;
+    std::vector<RepositoryLock> all;
     bool areAllKnown = true;
     for (const std::string& id : linesOf(list.text)) {
         const Printed text = print(*restic_, {"cat", "lock", id, "--no-lock"}, stop, noPatience);
@@ -298,10 +297,15 @@ Repository::Locks Repository::clearStaleLocks(const StopSignal& stop,
         if (!lock)
             continue;
         lock->id = id;
+        all.push_back(*lock);
+    }
+    std::vector<RepositoryLock> stale;
+    std::vector<RepositoryLock> others;
+    for (const RepositoryLock& each : all) {
         using Holder = ResticProcesses::Holder;
         ResticProcesses* const processes = restic_->processes();
-        const Holder holder = processes ? processes->holderOf(*lock, now) : Holder::Living;
-        (holder == Holder::Living ? others : stale).push_back(*lock);
+        const Holder holder = processes ? processes->holderOf(each, all, now) : Holder::Living;
+        (holder == Holder::Living ? others : stale).push_back(each);
     }
     std::string holders;
     for (const RepositoryLock& each : others)

@@ -268,7 +268,8 @@ ChildOutcome Restic::runOnce(const Call& call, bool takesLock, const StopSignal&
         };
     ChildOutcome outcome = kelvane::run(program, stop);
     if (id != 0)
-        processes_->noteEnded(id);
+        processes_->noteEnded(id, outcome.end == ChildOutcome::End::Exited &&
+                                      (outcome.status == 0 || outcome.status == someFilesUnread));
     return outcome;
 }
 

@@ -51,7 +51,7 @@ std::uint64_t startTimeOf(std::int32_t pid) {
     return start;
 }
 
-bool mayHold(const RepositoryLock& lock, const ClockReading& now) {
+bool mayStillHold(const RepositoryLock& lock, const ClockReading& now) {
     if (lock.pid <= 0 || (::kill(lock.pid, 0) != 0 && errno == ESRCH))
         return false;
     const auto start = static_cast<std::int64_t>(startTimeOf(lock.pid)) / ::sysconf(_SC_CLK_TCK);
@@ -85,29 +85,33 @@ void ResticProcesses::noteStarted(std::int32_t pid) {
     save();
 }
 
-// The next start saves it; a daemon that does not come to that leaves a process that the next one finds dead.
-void ResticProcesses::noteEnded(std::int32_t pid) {
+// The end of one that may have left its lock is saved with the next start; a daemon that does not come to
+// that leaves a process that the next one finds dead.
+void ResticProcesses::noteEnded(std::int32_t pid, bool isLockGone) {
     const std::int64_t now = readMachineClock().wall;
     const std::scoped_lock guard(mutex_);
+    const auto isIt = [pid](const Process& each) { return each.pid == pid && each.ended == 0; };
+    if (isLockGone && std::erase_if(processes_, isIt) > 0)
+        return save();
     for (Process& each : processes_)
-        if (each.pid == pid && each.ended == 0)
+        if (isIt(each))
             each.ended = now;
 }
 
-ResticProcesses::Holder ResticProcesses::holderOf(const RepositoryLock& lock, SteadyClock::time_point now) {
+ResticProcesses::Holder ResticProcesses::holderOf(const RepositoryLock& lock,
+                                                  const std::vector<RepositoryLock>& all,
+                                                  SteadyClock::time_point now) {
     const std::scoped_lock guard(mutex_);
     const ClockReading clock = readMachineClock();
     const bool isOfThisMachine = lock.hostName == machineHostName();
-    const auto isIts = [&](const Process& each) {
-        return each.hostName == lock.hostName && each.pid == lock.pid &&
-               lock.time >= each.started - roundingError &&
-               (each.ended == 0 || lock.time <= each.ended + roundingError);
-    };
-    const auto own = std::ranges::find_if(processes_, isIts);
+    const auto own =
+        std::ranges::find_if(processes_, [&](const Process& each) { return mayHold(each, lock); });
     if (own != processes_.end() && isOfThisMachine) {
         const bool canBeSeen =
             own->bootId != clock.bootId || own->pidNamespace == ownPidNamespace() || own->pidNamespace == 0;
-        if (canBeSeen)
+        const auto ofIt =
+            std::ranges::count_if(all, [&](const RepositoryLock& each) { return mayHold(*own, each); });
+        if (canBeSeen && (ofIt <= 1 || isAlive(*own)))
             return isAlive(*own) ? Holder::Living : Holder::Own;
     }
     if (firstSeen_.size() > mostSeen)
@@ -115,12 +119,19 @@ ResticProcesses::Holder ResticProcesses::holderOf(const RepositoryLock& lock, St
     const auto [seen, isNew] = firstSeen_.emplace(lock.id, now);
     const bool isOld = clock.wall - lock.time > std::chrono::seconds(longestUnrenewed).count();
     const bool isAbandoned = isOld && now - seen->second >= longestUnrenewed;
-    return isAbandoned && !(isOfThisMachine && mayHold(lock, clock)) ? Holder::Abandoned : Holder::Living;
+    return isAbandoned && !(isOfThisMachine && mayStillHold(lock, clock)) ? Holder::Abandoned
+                                                                          : Holder::Living;
 }
 
 bool ResticProcesses::isAlive(const Process& process) {
     return process.bootId == readBootId() && process.startTime != 0 &&
            startTimeOf(process.pid) == process.startTime;
+}
+
+bool ResticProcesses::mayHold(const Process& process, const RepositoryLock& lock) {
+    return process.hostName == lock.hostName && process.pid == lock.pid &&
+           lock.time >= process.started - roundingError &&
+           (process.ended == 0 || lock.time <= process.ended + roundingError);
 }
 
 // A process a line.

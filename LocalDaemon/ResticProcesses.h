@@ -24,12 +24,16 @@ public:
 
     // A process of restic that this one has just started and that may lock the repository.
     void noteStarted(std::int32_t pid);
-    void noteEnded(std::int32_t pid);
+    // `isLockGone`: it has ended well, and what looks like a lock of it is somebody else's.
+    void noteEnded(std::int32_t pid, bool isLockGone);
 
     enum class Holder { Living, Own, Abandoned };
     // Own: it was started by this daemon, or one before it, and is dead. Abandoned: it has stood as it is for
     // half an hour in which the machine was awake, and no process of this machine can be its holder.
-    [[nodiscard]] Holder holderOf(const RepositoryLock& lock, SteadyClock::time_point now);
+    // `all`: the locks that there are. In another process namespace a living process may have the number of
+    // one of ours, and the same host name: where two locks may be of one process none of them is its own.
+    [[nodiscard]] Holder holderOf(const RepositoryLock& lock, const std::vector<RepositoryLock>& all,
+                                  SteadyClock::time_point now);
 
 private:
     struct Process {
@@ -43,6 +47,7 @@ private:
     };
 
     [[nodiscard]] static bool isAlive(const Process& process);
+    [[nodiscard]] static bool mayHold(const Process& process, const RepositoryLock& lock);
     [[nodiscard]] static std::vector<Process> read(const std::string& path);
     void save();
 

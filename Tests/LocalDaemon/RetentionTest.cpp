@@ -292,14 +292,24 @@ TEST(ResticProcesses, KnowWhoseALockIs) {
     };
     ResticProcesses processes(folder / "processes"); // of the daemon that comes after
     for (const auto& [what, lock, atOnce, later] : cases) {
-        EXPECT_EQ(processes.holderOf(lock, start), atOnce) << what;
-        EXPECT_EQ(processes.holderOf(lock, start + 29min), atOnce) << what;
-        EXPECT_EQ(processes.holderOf(lock, start + 30min), later) << what;
+        EXPECT_EQ(processes.holderOf(lock, {lock}, start), atOnce) << what;
+        EXPECT_EQ(processes.holderOf(lock, {lock}, start + 29min), atOnce) << what;
+        EXPECT_EQ(processes.holderOf(lock, {lock}, start + 30min), later) << what;
+    }
+    const RepositoryLock twins[] = {{"j", here, dead, now.wall}, {"k", here, dead, now.wall}};
+    EXPECT_EQ(processes.holderOf(twins[0], {twins[0], twins[1]}, start), Holder::Living)
+        << "one may be of a container";
+    for (const bool isLockGone : {false, true}) {
+        ResticProcesses one(folder / "one");
+        one.noteStarted(dead);
+        one.noteEnded(dead, isLockGone);
+        EXPECT_EQ(one.holderOf(twins[0], {twins[0]}, start), isLockGone ? Holder::Living : Holder::Own);
+        std::remove((folder / "one").c_str());
     }
     RepositoryLock renewed{"h", "other", 1, longAgo};
-    EXPECT_EQ(processes.holderOf(renewed, start), Holder::Living);
+    EXPECT_EQ(processes.holderOf(renewed, {renewed}, start), Holder::Living);
     renewed.id = "i";
-    EXPECT_EQ(processes.holderOf(renewed, start + 31min), Holder::Living);
+    EXPECT_EQ(processes.holderOf(renewed, {renewed}, start + 31min), Holder::Living);
 }
 
 } // namespace
