@@ -22,7 +22,7 @@ constexpr std::size_t mostFoldersListed = 100; // for the errors of one snapshot
 
 constexpr const char* callFolder = "0"; // no snapshot has this number
 
-// With this restic has done all that it could.
+// With this as its last word restic has done all that it could.
 constexpr std::string_view doneWithErrors = "Fatal: There were ";
 
 std::string reasonText() {
@@ -113,7 +113,9 @@ RestoreFetch::Try RestoreFetch::callRestic(std::vector<std::string> arguments, c
     call.takesLockIfPossible = true;
     call.ignoresReadOnlyModes = true; // the delivery sets the modes
     std::string said;
+    bool isDone = false;
     call.onErrorLine = [&](std::string_view line) {
+        isDone = line.empty() ? isDone : line.starts_with(doneWithErrors);
         if (said.size() < mostErrorBytes)
             said.append(tools_.restic->withoutSecrets(std::string(line))).append("\n");
     };
@@ -125,7 +127,7 @@ RestoreFetch::Try RestoreFetch::callRestic(std::vector<std::string> arguments, c
     if (outcome.succeeded() || tools_.stop.isSet())
         return {};
     errors += said;
-    if (said.find(doneWithErrors) != std::string::npos)
+    if (isDone)
         return {};
     return {restoreFailureFor(outcome), mayPass(outcome), outcome.trouble == ResticTrouble::Locked};
 }

@@ -56,8 +56,14 @@ std::chrono::milliseconds Verification::timeUntilDue() const {
     if (state_->isVerificationOrdered())
         return 0ms;
     const auto partDue = record_.roundBegan + options_.round / options_.parts * record_.partsRead;
-    const auto untilPart = std::chrono::ceil<std::chrono::milliseconds>(partDue - system_clock::now());
+    const auto untilPart =
+        isRoundAhead() ? 0ms : std::chrono::ceil<std::chrono::milliseconds>(partDue - system_clock::now());
     return std::max(until(notBefore_), std::min(std::max(0ms, untilPart), until(structureDue())));
+}
+
+// The clock was ahead when the last round ended; as long as that, nothing would be read.
+bool Verification::isRoundAhead() const {
+    return record_.roundBegan > system_clock::now() + 2 * options_.round / options_.parts;
 }
 
 // What is missing may come back at any time.
@@ -177,6 +183,8 @@ ResticOutcome Verification::readNextPart(const StopSignal& stop) {
     if (outcome.succeeded() && record_.isIndexStale)
         notBefore_ = Clock::now() + options_.retry;
     if (outcome.succeeded() && !record_.isIndexStale) {
+        if (isRoundAhead())
+            record_.roundBegan = system_clock::now();
         if (++record_.partsRead >= options_.parts) {
             record_.partsRead = 0;
             record_.roundBegan = std::max(system_clock::now(), record_.roundBegan + options_.round);

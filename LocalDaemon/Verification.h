@@ -77,6 +77,7 @@ private:
     [[nodiscard]] ResticOutcome take(const CheckReport& report, const StopSignal& stop);
     [[nodiscard]] ResticOutcome locate(const CheckReport& report, const StopSignal& stop);
     [[nodiscard]] bool isNews(const CheckReport& report) const;
+    [[nodiscard]] bool isRoundAhead() const;
     [[nodiscard]] bool mayBeSetAside() const;
     [[nodiscard]] bool canSetAside() const;
     [[nodiscard]] Clock::time_point structureDue() const;
