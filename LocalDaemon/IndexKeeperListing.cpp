@@ -177,8 +177,10 @@ ResticOutcome IndexKeeper::listContents(BackupIndex& from, std::uint32_t number,
         const auto& [previous, snapshot] = *std::prev(listed);
         const bool hasSameTree = !snapshot.tree.empty() && snapshot.tree == listed->second.tree;
         if (hasSameTree && std::ranges::find(read, snapshot.id, &Snapshot::id) != read.end()) {
+            if (stop.isSet())
+                return {ResticTrouble::Stopped, false, {}};
             from = from.withSameContents(previous, number);
-            return {stop.isSet() ? ResticTrouble::Stopped : ResticTrouble::None, false, {}};
+            return {};
         }
     }
     auto contents = repository_.list(listed->second.id, stop);
