@@ -5,6 +5,7 @@
 #include "Foundation/PathComponents.h"
 #include "Foundation/Unicode.h"
 #include "LocalDaemon/CleanPath.h"
+#include "LocalDaemon/Restic.h"
 #include "LocalDaemon/RetentionAlerts.h"
 
 #include <algorithm>
@@ -29,6 +30,7 @@ const AbsenceText absenceTexts[] = {
     {"Something is mounted over ", ", whose files were backed up.", "They have been hidden since "},
     {"Another disk is mounted at ", " than the one that was backed up.",
      "The other one has been mounted there since "},
+    {"What is mounted at ", " does not answer.", "It has been silent since "},
 };
 
 // Nothing in it could have been backed up. One that cannot be read is not empty.
@@ -94,6 +96,16 @@ void addCovered(Absences& absences, const Settings& settings, BackupRules rules,
         }
 }
 
+// Nothing may be asked of it now. A server that wakes up is not away.
+bool isSilent(const std::string& path, const FileSystem& fileSystem) {
+    return fileSystem.isSilent(path, std::chrono::milliseconds(1));
+}
+
+void addSilent(Absences& absences, const std::string& point, const FileSystem& fileSystem) {
+    if (fileSystem.isSilent(point, longestSilence))
+        absences[point] = Absence::Silent;
+}
+
 } // namespace
 
 bool isInBackup(const BackupIndex& index, const std::string& path) {
@@ -109,6 +121,8 @@ Absences absencesNow(const Settings& settings, const BackupRules& rules, const B
             continue;
         else if (!fileSystem.isMountRoot(point))
             absences[point] = Absence::NotMounted;
+        else if (isSilent(point, fileSystem))
+            addSilent(absences, point, fileSystem);
         else if (isEmpty(point, rules, fileSystem))
             absences[point] = Absence::Empty;
         else if (isAnother(id, fileSystem.fileSystemId(point)))
@@ -124,7 +138,7 @@ Absences absencesNow(const Settings& settings, const BackupRules& rules, const B
     const auto points = knownMountPoints(settings);
     for (const std::string& folder : folders)
         if (!absences.contains(nearestOf(points, folder)) && isInBackup(index, folder) &&
-            isEmpty(folder, rules, fileSystem))
+            !isSilent(folder, fileSystem) && isEmpty(folder, rules, fileSystem))
             absences[folder] = Absence::Empty;
     addCovered(absences, settings, rules, index, fileSystem);
     return absences;
@@ -149,7 +163,7 @@ Mounts mountsOfSelection(const BackupRules& rules, const FileSystem& fileSystem)
     Mounts mounts;
     std::map<std::string, std::string, std::less<>> known; // mount points by folder
     for (const std::string& path : selectedPaths(rules)) {
-        if (!verdictFor(rules, path).isIn() || !fileSystem.attributes(path))
+        if (!verdictFor(rules, path).isIn() || isSilent(path, fileSystem) || !fileSystem.attributes(path))
             continue;
         std::vector<std::string> passed;
         std::string at = path;

@@ -20,6 +20,7 @@ enum class Absence {
     Empty,      // or missing, as it is when something was mounted above it or has replaced it
     Covered,    // something is mounted over a folder whose contents were backed up
     Another,    // another file system than the one that was backed up is mounted there
+    Silent,     // what is mounted there does not answer
 };
 
 // By mount point or folder.

@@ -9,6 +9,7 @@
 #include "LocalDaemon/LargeFiles.h"
 #include "LocalDaemon/LateChanges.h"
 #include "Platform/FileDescriptor.h"
+#include "Platform/MountTable.h"
 #include "Support/Logging.h"
 
 #include <algorithm>
@@ -39,6 +40,8 @@ std::string joined(const std::vector<std::string>& paths) {
 // Without its key an encrypted folder shows other names than those that were saved, which cannot be read. The
 // folder that is meant by one of these; empty: it is none.
 std::string lockedFolderAround(const BackupIndex& index, const std::string& path) {
+    if (!silentMountAround(path).empty())
+        return {};
     const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (file || errno != ENOKEY)
         return {};

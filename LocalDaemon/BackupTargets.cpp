@@ -44,6 +44,8 @@ public:
 
     // What is in of a path that is in.
     void take(const std::string& path) {
+        if (isSilent(path))
+            return;
         std::error_code error;
         const fs::file_status status = fs::symlink_status(path, error);
         if (status.type() == fs::file_type::not_found)
@@ -73,6 +75,8 @@ private:
     // False: some of the folder is out, and `parts` has what is in: the folder itself when nothing else is.
     // Recursion is as deep as a path can be long.
     bool isWhole(const std::string& folder, std::vector<std::string>& parts) {
+        if (isSilent(folder))
+            return false;
         const Device device = deviceOf(folder);
         if (device.error != 0) {
             noteUnread(folder, device.error);
@@ -104,6 +108,8 @@ private:
             targets_.mounts.push_back(path);
             return true;
         }
+        if (rule && isSilent(path))
+            return false;
         std::error_code unknown;
         const bool isFolder = fs::is_directory(entry.symlink_status(unknown));
         // One that is in by a rule of its own may be another file system, which restic takes only when it is
@@ -127,6 +133,13 @@ private:
         return false;
     }
 
+    // No call on it could be ended, and no restic that is given it.
+    bool isSilent(const std::string& path) {
+        const bool isSilent = !silentMountAround(path).empty();
+        if (isSilent)
+            targets_.unread.push_back(path);
+        return isSilent;
+    }
     static bool isGone(int error) { return error == ENOENT || error == ENOTDIR; }
     void noteUnread(const std::string& path, int error) {
         if (!isGone(error))

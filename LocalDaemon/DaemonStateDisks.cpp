@@ -124,6 +124,8 @@ std::string DaemonState::refusalFor(const std::string& path) const {
             continue;
         if (absence == Absence::NotMounted)
             return "the disk that belongs at " + disk + " is not there: connect it, or choose another place";
+        if (absence == Absence::Silent)
+            return "what is mounted at " + disk + " does not answer: choose another place";
         if (absence != Absence::Empty)
             return "something else is mounted at " + disk +
                    " than what was backed up from there: unmount it, or choose another place";

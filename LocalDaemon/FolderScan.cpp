@@ -190,6 +190,8 @@ void FolderScan::relist(Folder& folder) {
             markChanged(*around); // which leaves it out
         return;
     }
+    if (!silentMountAround(path).empty()) // no call on it could be ended
+        return static_cast<void>(unwatched_.insert(&folder));
     const bool wasWatched = folder.isWatched;
     watch(folder, path); // first, so that nothing is missed that changes while it is listed
     const FolderContents contents = contentsOf(path);

@@ -154,6 +154,11 @@ bool LocalFileSystem::isMountRoot(const std::string& path) const {
            (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
 }
 
+bool LocalFileSystem::isSilent(const std::string& path, std::chrono::milliseconds silence) const {
+    const std::optional<std::string> real = realPath(path);
+    return real && !silentMountAround(*real, silence).empty();
+}
+
 std::vector<std::string> LocalFileSystem::mountsBelow(const std::string& path) const {
     return mountPointsBelow(path);
 }

@@ -3,6 +3,7 @@
 #include "Foundation/Value.h"
 #include "Platform/MountTable.h"
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -64,6 +65,11 @@ public:
 
     // Where something is mounted below a folder, a part of the same file system too. Asks no mount.
     [[nodiscard]] virtual std::vector<std::string> mountsBelow(const std::string& path) const = 0;
+    // Whether the path is in a remote file system that has not answered for that long.
+    [[nodiscard]] virtual bool isSilent(const std::string& /*path*/,
+                                        std::chrono::milliseconds /*silence*/) const {
+        return false;
+    }
     // As `fileSystemIdAt` says it.
     [[nodiscard]] virtual std::string fileSystemId(const std::string& mountPoint) const = 0;
 
@@ -93,6 +99,7 @@ public:
     [[nodiscard]] std::optional<std::string> mountPoint(const std::string& path) const override;
     [[nodiscard]] bool isMountRoot(const std::string& path) const override;
     [[nodiscard]] std::vector<std::string> mountsBelow(const std::string& path) const override;
+    [[nodiscard]] bool isSilent(const std::string& path, std::chrono::milliseconds silence) const override;
     [[nodiscard]] std::string fileSystemId(const std::string& mountPoint) const override;
 
 private:

@@ -43,6 +43,7 @@ constexpr auto remoteFileSystems = std::to_array<std::string_view>(
     {"9p", "afs", "autofs", "ceph", "cifs", "coda", "fuse.", "gfs", "lustre", "ncp", "nfs", "ocfs2", "smb"});
 constexpr std::chrono::milliseconds longestAnswer(500);
 constexpr std::chrono::milliseconds answerStep(2);
+constexpr std::chrono::seconds answerHolds(1);
 
 struct Mount {
     std::string_view device; // "major:minor"
@@ -308,6 +309,7 @@ std::chrono::milliseconds silenceOf(const std::string& mountPoint) {
     };
     static std::mutex mutex;
     static std::map<std::string, Question> waiting;
+    static std::map<std::string, Clock::time_point> answered;
     const auto silenceSince = [](Clock::time_point begin) {
         return std::chrono::ceil<std::chrono::milliseconds>(Clock::now() - begin);
     };
@@ -317,6 +319,9 @@ std::chrono::milliseconds silenceOf(const std::string& mountPoint) {
             return silenceSince(known->second.begin);
         waiting.erase(known);
     }
+    if (const auto last = answered.find(mountPoint);
+        last != answered.end() && Clock::now() - last->second < answerHolds)
+        return std::chrono::milliseconds(0);
     const Question question{startAsking(mountPoint), Clock::now()};
     while (question.asking > 0 && !hasEnded(question.asking)) {
         if (silenceSince(question.begin) >= longestAnswer) {
@@ -325,7 +330,10 @@ std::chrono::milliseconds silenceOf(const std::string& mountPoint) {
         }
         std::this_thread::sleep_for(answerStep);
     }
-    return question.asking > 0 ? std::chrono::milliseconds(0) : longestAnswer;
+    if (question.asking <= 0)
+        return longestAnswer;
+    answered[mountPoint] = Clock::now();
+    return std::chrono::milliseconds(0);
 }
 
 bool isAnswering(const std::string& mountPoint) {

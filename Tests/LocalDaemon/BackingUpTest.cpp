@@ -211,6 +211,11 @@ TEST_F(BackingUp, AHomeThatIsNotMountedIsLeftAloneUntilAPersonGivesItUp) {
     isHomeMounted = true;
     start();
     ASSERT_TRUE(comesToRest(1, 5));
+    isHomeSilent = true;
+    const std::string silent = "What is mounted at " + folders.home() + " does not answer.";
+    EXPECT_TRUE(comesTo([&] { return alertOf(kind)["title"] == silent; }));
+    isHomeSilent = false;
+    EXPECT_TRUE(comesTo([&] { return alertOf(kind) == Value(); }));
     daemon.reset(); // it goes while nobody looks
     fs::rename(folders.home(), folders / "disk");
     folders.write("home/left", "1"); // below the mount point

@@ -13,12 +13,17 @@ namespace kelvane::tests {
 // The disks of this machine, but for what a test says of its mounts.
 struct PretendedMounts : LocalFileSystem {
     PretendedMounts(Volumes volumes, const std::atomic<bool>& isHomeMounted,
-                    const std::atomic<bool>& isOtherDisk, std::string home)
+                    const std::atomic<bool>& isOtherDisk, const std::atomic<bool>& isHomeSilent,
+                    std::string home)
         : LocalFileSystem(std::move(volumes)),
           isHomeMounted_(isHomeMounted),
           isOtherDisk_(isOtherDisk),
+          isHomeSilent_(isHomeSilent),
           home_(std::move(home)) {}
     bool isMountRoot(const std::string& path) const override { return path == home_ && isHomeMounted_; }
+    bool isSilent(const std::string& path, std::chrono::milliseconds) const override {
+        return path == home_ && isHomeSilent_;
+    }
     std::string fileSystemId(const std::string&) const override { return isOtherDisk_ ? "B" : "A"; }
     std::vector<std::string> mountsBelow(const std::string&) const override {
         return isOtherDisk_ && !isHomeMounted_ ? std::vector{home_ + "/docs"} : std::vector<std::string>();
@@ -27,6 +32,7 @@ struct PretendedMounts : LocalFileSystem {
 private:
     const std::atomic<bool>& isHomeMounted_;
     const std::atomic<bool>& isOtherDisk_;
+    const std::atomic<bool>& isHomeSilent_;
     const std::string home_;
 };
 
@@ -42,7 +48,7 @@ protected:
             options.backup.firstRetry = std::chrono::milliseconds(100);
             options.fileSystem = std::make_shared<PretendedMounts>(
                 Volumes("Boot", areDisksAway ? std::vector<Volume>() : disks), isHomeMounted, isOtherDisk,
-                folders.home());
+                isHomeSilent, folders.home());
             options.refreshInterval = std::chrono::milliseconds(200);
             if (!disks.empty())
                 options.settled.set("volumes", Array{disks.front().mountPoint});
@@ -104,6 +110,7 @@ protected:
     bool areDisksAway = false;
     std::atomic<bool> isHomeMounted = false;
     std::atomic<bool> isOtherDisk = false; // at the home folder, or over its folder docs if none is there
+    std::atomic<bool> isHomeSilent = false;
     std::function<void(LocalDaemon::Options&)> adjust = [](LocalDaemon::Options&) {};
     ClockReading clock; // the machine's own as long as it shows nothing
     const LogSinkToken quiet = setLogSink([](const LogEntry&) {});
