@@ -25,6 +25,15 @@ constexpr const char* callFolder = "0"; // no snapshot has this number
 // With this as its last word restic has done all that it could.
 constexpr std::string_view doneWithErrors = "Fatal: There were ";
 
+bool endsWithCountOfErrors(std::string_view line) {
+    const std::size_t at = line.rfind(doneWithErrors);
+    if (at == std::string_view::npos)
+        return false;
+    line.remove_prefix(at + doneWithErrors.size());
+    line.remove_prefix(std::min(line.find_first_not_of("0123456789"), line.size()));
+    return line == " errors";
+}
+
 std::string reasonText() {
     return std::generic_category().message(errno);
 }
@@ -115,7 +124,7 @@ RestoreFetch::Try RestoreFetch::callRestic(std::vector<std::string> arguments, c
     std::string said;
     bool isDone = false;
     call.onErrorLine = [&](std::string_view line) {
-        isDone = line.empty() ? isDone : line.starts_with(doneWithErrors);
+        isDone = line.empty() ? isDone : endsWithCountOfErrors(line);
         if (said.size() < mostErrorBytes)
             said.append(tools_.restic->withoutSecrets(std::string(line))).append("\n");
     };
