@@ -194,8 +194,8 @@ void KelvaneHelpController::sendEmailAction() {
     if (!report.hasAccount())
         return;
     const ReportOutcome outcome = [&] {
-        const BusySheet busy(*view_->window(), *prefs_.mainLoop(),
-                             screen(prefs_.text("Sending your report…")), screen(prefs_.text("Cancel")));
+        const BusySheet busy(*view_, *prefs_.mainLoop(), screen(prefs_.text("Sending your report…")),
+                             screen(prefs_.text("Cancel")));
         return sendReport(report, logPath(), tools_, busy);
     }();
     if (!outcome.isSent() && outcome.end != BusySheet::End::ApplicationEnds)

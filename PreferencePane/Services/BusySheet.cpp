@@ -1,6 +1,7 @@
 #include "PreferencePane/Services/BusySheet.h"
 
 #include "PreferencePane/Services/PaneServices.h"
+#include "PreferencePane/Services/Sheet.h"
 
 #include <QApplication>
 #include <QDeadlineTimer>
@@ -24,11 +25,11 @@ constexpr int barWidth = 280;
 
 class BusySheet::Sheet : public QDialog {
 public:
-    Sheet(QWidget* window, const QString& message, const QString& cancel)
-        : QDialog(window, Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint),
+    Sheet(QWidget& parent, const QString& message, const QString& cancel)
+        : QDialog(parent.window(), Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint),
           bar_(new QProgressBar(this)),
           cancel_(new QPushButton(cancel, this)) {
-        setWindowTitle(message);
+        setWindowTitle(sheetTitle(&parent));
         auto* const label = new QLabel(message, this);
         label->setTextFormat(Qt::PlainText);
         bar_->setRange(0, 0);
@@ -57,8 +58,10 @@ private:
     bool isCancelled_ = false;
 };
 
-BusySheet::BusySheet(QWidget& window, MainLoop& mainLoop, const QString& message, const QString& cancel)
-    : hold_(mainLoop.hold()), focused_(window.focusWidget()), sheet_(new Sheet(&window, message, cancel)) {
+BusySheet::BusySheet(QWidget& parent, MainLoop& mainLoop, const QString& message, const QString& cancel)
+    : hold_(mainLoop.hold()),
+      focused_(parent.window()->focusWidget()),
+      sheet_(new Sheet(parent, message, cancel)) {
     // Screen readers press buttons without asking whether a sheet is before them.
     for (QWidget* const other : QApplication::topLevelWidgets()) {
         if (other == sheet_ || !other->isEnabled())
@@ -116,7 +119,7 @@ std::size_t workShowingProgress(PaneServices& pane, const std::string& message, 
     };
     if (workFor(longestFreeze))
         return done;
-    const BusySheet busy(*pane.mainView()->window(), *pane.mainLoop(), QString::fromStdString(message),
+    const BusySheet busy(*pane.mainView(), *pane.mainLoop(), QString::fromStdString(message),
                          QString::fromStdString(pane.text("Cancel")));
     busy.showProgress(done, count);
     static_cast<void>(busy.run([&](std::chrono::milliseconds atMost) {

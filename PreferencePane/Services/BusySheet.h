@@ -17,10 +17,11 @@ class PaneServices;
 
 // For work that has to end before its caller goes on: for as long as this lives, a sheet shows that the
 // program is busy and offers to cancel, no other window takes input, and the main loop's timers and tasks
-// wait. Main thread only.
+// wait. It stands above the window of its parent, under the title of the pane that this stands in. Main
+// thread only.
 class BusySheet {
 public:
-    BusySheet(QWidget& window, MainLoop& mainLoop, const QString& message, const QString& cancel);
+    BusySheet(QWidget& parent, MainLoop& mainLoop, const QString& message, const QString& cancel);
     ~BusySheet();
     BusySheet(const BusySheet&) = delete;
     BusySheet& operator=(const BusySheet&) = delete;

@@ -43,18 +43,18 @@ void arrange(QMessageBox& box, const QWidget& parent) {
     row->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
 }
 
-QString titleOf(const QWidget* widget) {
-    while (widget->windowTitle().isEmpty() && widget->parentWidget() != nullptr)
-        widget = widget->parentWidget();
-    return widget->windowTitle();
-}
-
 } // namespace
+
+QString sheetTitle(const QWidget* parent) {
+    while (parent->windowTitle().isEmpty() && parent->parentWidget() != nullptr)
+        parent = parent->parentWidget();
+    return parent->windowTitle();
+}
 
 QMessageBox* openSheet(QWidget* parent, const Sheet& sheet, QObject* context,
                        const std::function<void(int returnCode)>& ended) {
-    auto* const box =
-        new QMessageBox(QMessageBox::Warning, titleOf(parent), sheet.message, QMessageBox::NoButton, parent);
+    auto* const box = new QMessageBox(QMessageBox::Warning, sheetTitle(parent), sheet.message,
+                                      QMessageBox::NoButton, parent);
     box->setAccessibleName(sheet.message); // or a screen reader would tell the title instead
     box->setTextFormat(Qt::PlainText);
     box->setInformativeText(sheet.informative);

@@ -16,8 +16,11 @@ struct Sheet {
 
 inline constexpr int firstButtonReturn = 1000; // the next ones count up
 
-// Shows it as a sheet of the window that holds the parent, which takes no input until it has been answered,
-// and under the title of the parent or of what it stands in; returns at once. `ended` is called from the
+// That of the widget or of what it stands in: the pane's.
+[[nodiscard]] QString sheetTitle(const QWidget* parent);
+
+// Shows it as a sheet of the window that holds the parent, which takes no input until it has been answered;
+// returns at once. `ended` is called from the
 // event loop once it has gone, with the number of its button, unless `context` goes first. The sheet deletes
 // itself.
 QMessageBox* openSheet(QWidget* parent, const Sheet& sheet, QObject* context,

@@ -180,6 +180,7 @@ TEST_F(ManyFiles, ShowHowFarItIsAndStopAtCancel) {
         const auto* const file = daemon.world().file(arguments.front().stringValue());
         return file ? *file : Value();
     });
+    pane.mainView()->setWindowTitle("The pane");
     int value = 0;
     QTimer look;
     QObject::connect(&look, &QTimer::timeout, [&] {
@@ -187,6 +188,7 @@ TEST_F(ManyFiles, ShowHowFarItIsAndStopAtCancel) {
         if (bar == nullptr || bar->value() == value)
             return;
         EXPECT_EQ(bar->maximum(), static_cast<int>(count));
+        EXPECT_EQ(bar->window()->windowTitle(), "The pane");
         EXPECT_FALSE(control("manualToggleButton").isEnabled());
         if (std::exchange(value, bar->value()) > 0) // it has moved on
             bar->window()->findChild<QPushButton*>()->click();
