@@ -1,6 +1,7 @@
 #include "Common/FileNodeProxy.h"
 #include "Common/KelvProxy.h"
 #include "FakeDaemon/FakeDaemon.h"
+#include "Support/Logging.h"
 #include "Tests/Common/FakeFileServices.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
@@ -138,7 +139,11 @@ TEST_F(FileNodeProxy, RefreshesAddsOrRemovesWhatChanged) {
     root->refreshPath("/b/c", services);
     EXPECT_TRUE(root->nodeAtPath("/b/c")->isBackup());
     root->addPath("/b/unknown", services);
+    std::string logged;
+    const LogSinkToken sink = setLogSink([&](const LogEntry& entry) { logged += entry.text + '\n'; });
+    KelvaneLogStart("/");
     root->refreshPath("/b/unknown", services);
+    EXPECT_NE(logged.find("refreshPath: /b/unknown\\n"), std::string::npos) << logged;
     EXPECT_EQ(names(root->nodeAtPath("/b")->children()), "c ");
     EXPECT_EQ(asked("dictionaryForPath:"), "/a /b/c /b/c /b/unknown /b/unknown ");
 

@@ -68,6 +68,9 @@ TEST_F(InfoWindow, TellsWhatIsKnownOfAFileAndNothingOfNone) {
                                                       {"Backup date", prefs.fileServices().dateAndTime(date)},
                                                       {"File version", "3"}};
     EXPECT_EQ(said(controller), expected);
+    controller.setFileNode(KelvaneFileNode::createWithDictionary(
+        Dictionary{{"fileName", "Documents"}, {"path", "/home/ann/Documents"}, {"isDirectory", true}}));
+    EXPECT_EQ(said(controller)["Kind"], prefs.fileServices().kindOfFolder()) << "and no disk";
 
     controller.closeInfoWindows();
     EXPECT_FALSE(controller.window()->isVisible());

@@ -87,6 +87,7 @@ TEST_F(Keeping, ForgetsWhatWasReplacedForTooLong) {
     forgetAt(0, 2);
     forgetAt(29, 2);
     forgetAt(3, 1);
+    forgetAt(0, 1);
     EXPECT_EQ(packs(), packsBefore);
     forgetAt(1, 1);
     EXPECT_LT(packs(), packsBefore) << "pruned a day later";

@@ -336,8 +336,9 @@ TEST_F(BackingUp, MakesNoRepositoryWhereOneWasOrWhereAnythingStands) {
     fs::create_directory(folders / "repository"); // as a person makes one
     fs::create_directory(folders / "repository/lost+found");
     folders.write("home/file", "12345");
+    folders.write("home/folder/more", "");
     start();
-    ASSERT_TRUE(comesToRest(1, 5));
+    ASSERT_TRUE(comesToRest(2, 5));
     EXPECT_FALSE(fs::exists(folders / "repository/.kelvane-new"));
 
     loseIndex();
@@ -346,7 +347,7 @@ TEST_F(BackingUp, MakesNoRepositoryWhereOneWasOrWhereAnythingStands) {
     EXPECT_TRUE(says("repository is not there."));
     EXPECT_FALSE(fs::exists(folders / "repository"));
     fs::rename(folders / "away", folders / "repository");
-    ASSERT_TRUE(comesToRest(1, 5));
+    ASSERT_TRUE(comesToRest(2, 5));
 
     loseIndex();
     fs::remove(folders / "state/password.repositories");
@@ -356,13 +357,18 @@ TEST_F(BackingUp, MakesNoRepositoryWhereOneWasOrWhereAnythingStands) {
     EXPECT_TRUE(alertOf("backup_trouble")["actions"].array().empty());
     EXPECT_FALSE(fs::exists(folders / "repository/config"));
     fs::rename(folders / "config", folders / "repository/config");
-    ASSERT_TRUE(comesToRest(1, 5));
+    ASSERT_TRUE(comesToRest(2, 5));
 
     fs::remove_all(folders / "repository");
     folders.write("home/file", "123456");
     EXPECT_TRUE(says("repository is not there."));
     EXPECT_EQ(act("backup_trouble", 0), "");
-    EXPECT_TRUE(comesToRest(1, 6));
+    EXPECT_TRUE(comesToRest(2, 6));
+
+    for (const auto& snapshot : fs::directory_iterator(folders / "repository/snapshots"))
+        fs::remove(snapshot); // as somebody does with restic
+    EXPECT_EQ(pane->call<"verify">(), "");
+    EXPECT_TRUE(comesTo([&] { return pane->state("pendingFileCount") == 2; })) << "though none has changed";
 }
 
 // A new machine, or a lost state folder.

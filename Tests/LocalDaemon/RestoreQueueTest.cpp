@@ -175,6 +175,34 @@ TEST_F(RestoreQueueTest, WithoutTheIndexOfTheRepositoryAJobWaitsAndFailsWithTheR
     EXPECT_EQ(queue_->status(restore(home("a"), folder_ / "b")), restorestatus::finished);
 }
 
+TEST_F(RestoreQueueTest, JobsShareACallUnlessOneHoldsWhatAnotherDoes) {
+    for (const char* name : {"home/a", "home/b"})
+        folder_.write(name, "1");
+    folder_.pretendBackUp();
+    std::atomic<bool> isCurrent = false;
+    adjust_ = [&](RestoreQueue::Options& options) {
+        options.index = [&]() { return isCurrent ? folder_.index() : nullptr; };
+    };
+    start(script("[ $1 = restore ] || exit 0\necho >> " + (folder_ / "calls") + "\nwhile [ ! -e " +
+                 (folder_ / "go") + " ]; do sleep 0.02; done\n" + copyScript));
+    const std::uint32_t jobs[] = {add(home("a"), folder_ / "out/a"), add(home("b"), folder_ / "out/b"),
+                                  add(home("a"), folder_ / "out/again")};
+    isCurrent = true;
+    queue_->wake();
+    while (!fs::exists(folder_ / "calls"))
+        std::this_thread::yield();
+    EXPECT_EQ(queue_->status(jobs[0]), restorestatus::running);
+    EXPECT_EQ(queue_->status(jobs[1]), restorestatus::running);
+    EXPECT_EQ(queue_->status(jobs[2]), restorestatus::waiting);
+    folder_.write("go", "");
+    ASSERT_TRUE(waitFor([&] { return !ends_.empty(); }));
+    for (const std::uint32_t job : jobs)
+        EXPECT_EQ(queue_->status(job), restorestatus::finished);
+    EXPECT_EQ(folder_.read("calls"), "\n\n");
+    EXPECT_TRUE(fs::exists(folder_ / "out/a") && fs::exists(folder_ / "out/b") &&
+                fs::exists(folder_ / "out/again"));
+}
+
 // restic itself gives a file of 2300 another time.
 TEST_F(RestoreQueueTest, TimesThatNanosecondsDoNotReachComeBack) {
     folder_.write("home/folder/far", "1");

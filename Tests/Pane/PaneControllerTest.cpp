@@ -112,6 +112,7 @@ TEST_F(PaneControllerTest, ShowsTheProgressOfARestoreOnEachLinkWhileOneRuns) {
         }
         ASSERT_TRUE(pane->connected());
         EXPECT_EQ(isShown(), isRunning);
+        EXPECT_EQ(pane->mainView()->focusWidget() == restore->progress, isRunning);
         pane->backupState()->updateDaemonState(); // once that is answered it has taken what came before
         for (const char* const handler : {"setStateHandler", "setAlertHandler"})
             EXPECT_EQ(daemon.callCount(handler), isRunning ? 1U : 0U) << handler;

@@ -190,7 +190,8 @@ TEST_F(RestoringTest, TellsHowFarItIs) {
     click("restoreCancelButton");
     EXPECT_TRUE(daemon.waitForCalls("cancelAllRestoreJobs"));
     EXPECT_EQ(pane.calls.back(), "showRestoreProgress 0");
-    tab->progressView()->hide(); // by the pane
+    EXPECT_EQ(tab->progressView()->focusProxy(), &control("restorePauseButton")); // where the keyboard goes
+    tab->progressView()->hide();                                                  // by the pane
     EXPECT_FALSE(control<QAbstractButton>("restorePauseButton").isChecked());
     tab->progressView()->show(); // for a restore of another program
     tab->restoredPendingCount(3);

@@ -34,8 +34,13 @@ def select_files(shown):
     do_action(disks[0])
     shown.walk(WAY, first_column=1)
     wait_for("the files' column", lambda: len(shown.columns()) > len(WAY) + 1)
-    for file in FILES:
+    for number, file in enumerate(FILES):
         do_action(shown.row(file, shown.columns()[len(WAY) + 1]))
+        if number == 0:
+            shown.press("Get Info")
+            shown.find("its Info window", lambda node: node.getRoleName() in ("frame", "dialog", "window")
+                       and node.name == f"{file} Info")
+            print(f"  An Info window of {file}")
     name = shown.find("the name field for several files",
                       lambda node: node.name == "File name" and node.description == "Multiple files selected")
     print(f"  Selected: {', '.join(FILES)}; the name field says {name.description!r}")
