@@ -50,7 +50,7 @@ std::optional<ServiceState> serviceStateFor(ResticTrouble trouble) {
     return row ? std::optional(row->state) : std::nullopt;
 }
 
-// Each file that could not be read is a line of JSON; they are told of by themselves.
+// restic reports unreadable files as lines of JSON; those have an alert of their own.
 std::string reasonOf(const ResticOutcome& outcome) {
     std::string reason;
     std::istringstream lines(outcome.errors);

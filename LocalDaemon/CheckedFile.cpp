@@ -16,7 +16,7 @@ using State = CheckedReading::State;
 constexpr std::string_view checksumKey = "checksum"; // of the entry beside it, a property list as data
 constexpr mode_t privateMode = 0600;
 
-// A list with a wrong bit may say that it has no entries, and no version has written one without any.
+// A damaged list may read as an empty dictionary, which no version writes.
 CheckedReading readingOf(const Value& content, std::string_view name) {
     if (content.dictionary().empty())
         return {State::Damaged, {}, "it holds no dictionary"};

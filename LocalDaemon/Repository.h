@@ -35,8 +35,8 @@ public:
         UnlessDiskIsAway, // an empty mount point is where another repository belongs
         Always
     };
-    // While the repository's share does not answer, no process that asks it could be ended; it counts as out
-    // of reach after `longestSilence`.
+    // Blocks while the remote file system of the repository does not answer, because a restic started now
+    // could not be stopped. After `longestSilence` the outcome is Unreachable.
     [[nodiscard]] ResticOutcome waitForAnswer(const StopSignal& stop) const;
     // Without a password file a new repository gets a new key. A repository that is there already keeps its
     // own, and the outcome then is that the password is wrong.

@@ -103,15 +103,16 @@ private:
 // A line of its errors that says that the place does not take its lock, which it will try for a while.
 [[nodiscard]] bool tellsOfRefusedLock(std::string_view errorLine);
 
-// It went on without a snapshot that it cannot load, and may have ended well.
+// Whether restic skipped a snapshot that it could not load. It may have exited with 0 all the same.
 [[nodiscard]] bool tellsOfUnreadSnapshot(std::string_view errors);
 
 // A line of its errors that says that it could not get something through and tries that again.
 [[nodiscard]] bool tellsOfRetry(std::string_view errorLine);
 
-// Of the remote file system that holds the repository: after that long it counts as out of reach.
+// A remote file system that has not answered for this long counts as unreachable.
 inline constexpr std::chrono::seconds longestSilence(30);
-// What says so; empty when it has answered meanwhile, or the folder is in no such file system.
+// The message for a folder whose remote file system has not answered for `longest`. Empty when it has
+// answered, or when the folder is on a local disk.
 [[nodiscard]] std::string silenceAround(const std::string& folder, std::chrono::milliseconds longest);
 
 // A name as restic's patterns (`--include`, `--exclude`) take it literally.

@@ -24,14 +24,14 @@ public:
 
     // A process of restic that this one has just started and that may lock the repository.
     void noteStarted(std::int32_t pid);
-    // `isLockGone`: it has ended well, and what looks like a lock of it is somebody else's.
+    // `isLockGone`: it exited normally and removed its lock, so that a lock with its number is not its own.
     void noteEnded(std::int32_t pid, bool isLockGone);
 
     enum class Holder { Living, Own, Abandoned };
     // Own: it was started by this daemon, or one before it, and is dead. Abandoned: it has stood as it is for
     // half an hour in which the machine was awake, and no process of this machine can be its holder.
-    // `all`: the locks that there are. In another process namespace a living process may have the number of
-    // one of ours, and the same host name: where two locks may be of one process none of them is its own.
+    // `all`: every lock in the repository. A living process in another process namespace may have the same
+    // number and host name as one of ours: two locks that match one process are both left alone.
     [[nodiscard]] Holder holderOf(const RepositoryLock& lock, const std::vector<RepositoryLock>& all,
                                   SteadyClock::time_point now);
 

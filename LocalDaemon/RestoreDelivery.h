@@ -68,7 +68,7 @@ private:
     // Empty: it is there as it should be.
     [[nodiscard]] std::string faultOf(const Place& place) const;
     void lookForClashes(int staged, const std::string& folder, const std::vector<std::string>& names);
-    // Whether what stands in a place has another name, which this disk takes for the same.
+    // Whether a file stands there whose name differs only by case or accents, which this disk ignores.
     [[nodiscard]] bool isOthersPlace(const Place& place) const;
     // Of a staged file with several names, of which restic tells one.
     [[nodiscard]] std::string errorOfOtherNames(const struct stat& status) const;

@@ -24,7 +24,8 @@ using RestorePieces = std::vector<RestorePiece>;
                                                                  const BackupIndex::Item& folder);
 [[nodiscard]] FileTotals lastTotals(const BackupIndex& index, const BackupIndex::Item& item);
 
-// What of a folder's last contents is in `before` and not in `now`, the outermost paths.
+// The paths among a folder's last contents that `before` has and `now` lacks. Of a folder that is missing as
+// a whole only its own path.
 [[nodiscard]] std::vector<std::string> goneFrom(const BackupIndex& now, const BackupIndex& before,
                                                 const BackupIndex::Item& folder);
 

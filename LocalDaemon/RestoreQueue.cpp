@@ -300,8 +300,8 @@ void RestoreQueue::runBatch(const std::vector<RestoreJob>& jobs,
         reportEnd();
 }
 
-// Those of which a snapshot has gone wait for an index without it, once each. What that index lacks of them
-// counts as failed then.
+// A job that failed because a snapshot was removed is run once more, with an index without that snapshot. The
+// files that only the removed snapshot held then count as failed.
 std::set<std::uint32_t> RestoreQueue::takeRepeated(const std::vector<RestoreJob>& jobs,
                                                    std::vector<RestoreRun::Failures>& failures,
                                                    const std::shared_ptr<const BackupIndex>& index) {

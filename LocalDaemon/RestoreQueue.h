@@ -98,7 +98,8 @@ private:
         RestoreJob job;
         std::uint64_t files = 1;
         bool isRunning = false;
-        std::shared_ptr<const BackupIndex> before = {}; // that named a snapshot which has gone; else null
+        // The index of the first attempt, when that failed for a snapshot that was removed; otherwise null.
+        std::shared_ptr<const BackupIndex> before = {};
     };
 
     void work();

@@ -107,7 +107,8 @@ public:
             folders_.pop_back();
             if (const FileDescriptor folder = openToOwner(top_, name))
                 empty(folder.get());
-            // One that an earlier try had moved out and emptied may stand here twice.
+            // The list has a folder twice when it was moved to the name of an empty one left by an earlier
+            // try.
             note(::unlinkat(top_, name.c_str(), AT_REMOVEDIR) == 0 || errno == ENOENT);
         }
         errno = error_;

@@ -20,8 +20,8 @@ struct RetentionLimits {
     // Before it the clock was another one: what was made earlier counts as made then.
     std::int64_t clockSteadySince = 0;
     std::set<std::string> held = {}; // ids of snapshots that stay whatever their age
-    // By sequence number, when a snapshot was known to be made. It is dated by its beginning, and the machine
-    // may sleep for weeks before its end.
+    // By sequence number: when a snapshot was first listed. restic dates it by the beginning of the backup,
+    // and the machine may sleep for weeks before the end.
     std::map<std::uint64_t, std::int64_t> made = {};
 };
 

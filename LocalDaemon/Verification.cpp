@@ -61,7 +61,7 @@ std::chrono::milliseconds Verification::timeUntilDue() const {
     return std::max(until(notBefore_), std::min(std::max(0ms, untilPart), until(structureDue())));
 }
 
-// The clock was ahead when the last round ended; as long as that, nothing would be read.
+// The clock was ahead when the last round ended. Without this nothing would be read until it gets there.
 bool Verification::isRoundAhead() const {
     return record_.roundBegan > system_clock::now() + 2 * options_.round / options_.parts;
 }

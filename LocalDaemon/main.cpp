@@ -168,7 +168,8 @@ std::optional<int> parse(int count, char** texts, Arguments& arguments) {
     return std::nullopt;
 }
 
-// From SIGTERM on: while the repository's share does not answer, restic can neither be ended nor tidy up.
+// Exits the process when stopping takes too long because the repository's remote file system does not answer:
+// restic can then neither be stopped nor clean up.
 class EndWhileSilent {
 public:
     EndWhileSilent(const std::string& folder, int status)

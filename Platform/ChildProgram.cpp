@@ -120,7 +120,7 @@ void setSignals() {
     ::_exit(1);
 }
 
-// Of children that were killed and not waited for: takes those that have ended by now.
+// Reaps those killed children that have ended since they were abandoned.
 void reapAbandoned(pid_t another = 0) {
     static std::mutex mutex;
     static std::vector<pid_t> abandoned;

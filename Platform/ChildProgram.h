@@ -46,7 +46,8 @@ struct ChildProgram {
     std::chrono::milliseconds patienceInTrouble = std::chrono::minutes(2);
     std::function<bool(std::string_view)> isTrouble = [](std::string_view) { return false; };
     std::chrono::milliseconds grace = std::chrono::seconds(10); // and that long to end when it is told to
-    // Asked again and again: why it can neither get on nor be told to end, so that it is killed; empty else.
+    // Called every `lookInterval` on the calling thread. Returns why the program is stuck in a way that
+    // SIGINT cannot end; it is then killed. Empty: it is not stuck.
     std::function<std::string()> whyOutOfReach = [] { return std::string(); };
     std::chrono::milliseconds lookInterval = std::chrono::seconds(5);
     bool hasLowerPriority = false; // than everything else on the machine
@@ -68,8 +69,8 @@ struct ChildOutcome {
 
 // Runs a program to its end. One that is stopped, or that gets on with nothing for as long as the patience
 // lasts, is told to end by SIGINT, and killed after the grace. What it has started itself ends with it. It is
-// also interrupted when the calling thread dies, as it does when this process is killed. One that the kernel
-// keeps in a call for seconds after it was killed is not waited for: it does nothing more.
+// also interrupted when the calling thread dies, as it does when this process is killed. A
+// killed program that the kernel still holds in a call after some seconds is abandoned and reaped later.
 //
 // Any thread; blocks. The program gets no descriptor but the standard ones. Its SIGPIPE is ignored: when this
 // process is killed, the program is to tidy up, not to die of its next word.

@@ -104,7 +104,7 @@ bool isDisk(const Mount& mount, std::string_view bootDevice) {
            std::ranges::find(kernelFileSystems, mount.type) == kernelFileSystems.end();
 }
 
-// Both descriptors are kept: a process that has used up its own would else know no disk for a while.
+// This descriptor and the one below stay open, so that disks are known when the process has no more to open.
 std::string currentMountTable() {
     static const FileDescriptor table(::open(mountTablePath, O_RDONLY | O_CLOEXEC));
     std::string text;

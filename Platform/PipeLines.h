@@ -23,8 +23,8 @@ public:
 
     [[nodiscard]] int descriptor() const { return pipe_.get(); }
     [[nodiscard]] bool hasLost() const { return hasLost_; }
-    // Hands over some of what is there, so that who reads a fast writer has time for other things; closes at
-    // the end. False: there is nothing more for now.
+    // Passes on at most 64 KiB, so that a fast writer does not keep the reader from other work; closes the
+    // pipe at its end. False: nothing more can be read now.
     template <class Take>
     bool readInto(Take take) {
         std::array<char, 65536> bytes{};

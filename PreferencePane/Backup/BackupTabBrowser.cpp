@@ -137,7 +137,7 @@ void KelvaneBackupTabController::manualToggleAction() {
     if (paths.empty() || !daemon)
         return;
     const int column = columnOf(paths.front());
-    // With another link the button has looked again.
+    // On another link the selection has been looked at again.
     static_cast<void>(workShowingProgress(prefs_, prefs_.text("Changing your backup…"), paths.size(),
                                           [&](std::size_t item) {
                                               if (prefs_.proxy() == daemon)

@@ -42,7 +42,7 @@ void KelvaneRestoreTabController::restoreToPath(const std::optional<std::string>
     const std::size_t asked =
         workShowingProgress(prefs_, prefs_.text("Preparing to restore…"), restoredPaths_.size(), ask);
     if (asked < restoredPaths_.size())
-        KelvaneSystemLog("Cancelled, or the daemon has gone: it has taken %llu of %llu items to restore",
+        KelvaneSystemLog("Restore jobs were made for %llu of %llu items only: cancelled, or daemon lost",
                          asked, restoredPaths_.size());
 }
 

@@ -109,7 +109,7 @@ std::size_t workShowingProgress(PaneServices& pane, const std::string& message, 
                                 const std::function<bool(std::size_t)>& work) {
     std::size_t done = 0;
     bool goesOn = true;
-    // True when there is no more to do.
+    // True when all is done or `work` has returned false.
     const auto workFor = [&](std::chrono::milliseconds limit) {
         const QDeadlineTimer deadline(limit);
         while (done < count && goesOn && !deadline.hasExpired())

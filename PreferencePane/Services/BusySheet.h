@@ -17,8 +17,8 @@ class PaneServices;
 
 // For work that has to end before its caller goes on: for as long as this lives, a sheet shows that the
 // program is busy and offers to cancel, no other window takes input, and the main loop's timers and tasks
-// wait. It stands above the window of its parent, under the title of the pane that this stands in. Main
-// thread only.
+// wait. The sheet belongs to the window that holds the parent, and its title is the pane's. Main thread
+// only.
 class BusySheet {
 public:
     BusySheet(QWidget& parent, MainLoop& mainLoop, const QString& message, const QString& cancel);
@@ -43,8 +43,8 @@ private:
     const QPointer<Sheet> sheet_;
 };
 
-// Calls `work` with each number below `count` until it returns false; what takes longer than 0.3 s goes on
-// below a sheet, where it can be cancelled. The number of calls that returned true. Main thread only.
+// Calls `work` with each number from 0 to `count` - 1 until it returns false. After 0.3 s a sheet shows the
+// progress and offers to cancel. Returns how many calls returned true. Main thread only.
 [[nodiscard]] std::size_t workShowingProgress(PaneServices& pane, const std::string& message,
                                               std::size_t count,
                                               const std::function<bool(std::size_t)>& work);

@@ -16,13 +16,12 @@ struct Sheet {
 
 inline constexpr int firstButtonReturn = 1000; // the next ones count up
 
-// That of the widget or of what it stands in: the pane's.
+// The window title of the widget, or of its nearest ancestor that has one: in a pane, the pane's name.
 [[nodiscard]] QString sheetTitle(const QWidget* parent);
 
 // Shows it as a sheet of the window that holds the parent, which takes no input until it has been answered;
-// returns at once. `ended` is called from the
-// event loop once it has gone, with the number of its button, unless `context` goes first. The sheet deletes
-// itself.
+// returns at once. `ended` is called from the event loop once the sheet has closed, with the number of its
+// button, unless `context` is deleted first. The sheet deletes itself.
 QMessageBox* openSheet(QWidget* parent, const Sheet& sheet, QObject* context,
                        const std::function<void(int returnCode)>& ended);
 
