@@ -1,10 +1,10 @@
 #include "LocalDaemon/AbsentDisks.h"
 
 #include "Foundation/Checksum.h"
+#include "Foundation/CleanPath.h"
 #include "Foundation/Format.h"
 #include "Foundation/PathComponents.h"
 #include "Foundation/Unicode.h"
-#include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/Restic.h"
 #include "LocalDaemon/RetentionAlerts.h"
 

@@ -1,7 +1,7 @@
 #include "LocalDaemon/AwayDisk.h"
 
+#include "Foundation/CleanPath.h"
 #include "Foundation/PathComponents.h"
-#include "LocalDaemon/CleanPath.h"
 #include "Platform/FileContents.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #include "LocalDaemon/BackupRules.h"
 
-#include "LocalDaemon/CleanPath.h"
+#include "Foundation/CleanPath.h"
 #include "LocalDaemon/RestoreStaging.h"
 #include "Support/WildcardMatch.h"
 

@@ -1,6 +1,6 @@
 #include "LocalDaemon/BackupRun.h"
 
-#include "LocalDaemon/CleanPath.h"
+#include "Foundation/CleanPath.h"
 #include "LocalDaemon/ResticJson.h"
 #include "LocalDaemon/ResticNames.h"
 #include "LocalDaemon/RestoreStaging.h"

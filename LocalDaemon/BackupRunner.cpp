@@ -1,7 +1,7 @@
 #include "LocalDaemon/BackupRunner.h"
 
 #include "LocalDaemon/BackupTrouble.h"
-#include "LocalDaemon/GuardedWork.h"
+#include "Support/GuardedWork.h"
 #include "Support/Logging.h"
 
 #include <algorithm>

@@ -1,11 +1,11 @@
 // One backup.
 
+#include "Foundation/CleanPath.h"
 #include "Foundation/Format.h"
 #include "Foundation/Unicode.h"
 #include "LocalDaemon/BackupRunner.h"
 #include "LocalDaemon/BackupTargets.h"
 #include "LocalDaemon/BackupTrouble.h"
-#include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/LargeFiles.h"
 #include "LocalDaemon/LateChanges.h"
 #include "Platform/FileDescriptor.h"

@@ -1,6 +1,6 @@
 #include "LocalDaemon/BackupTargets.h"
 
-#include "LocalDaemon/CleanPath.h"
+#include "Foundation/CleanPath.h"
 #include "Platform/MountTable.h"
 
 #include <algorithm>

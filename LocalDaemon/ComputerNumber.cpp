@@ -1,6 +1,6 @@
 #include "LocalDaemon/ComputerNumber.h"
 
-#include "LocalDaemon/CleanPath.h"
+#include "Foundation/CleanPath.h"
 #include "Platform/FileContents.h"
 #include "Platform/SpecialFolders.h"
 #include "Support/Logging.h"

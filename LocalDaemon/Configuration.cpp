@@ -1,7 +1,7 @@
 #include "LocalDaemon/Configuration.h"
 
+#include "Foundation/CleanPath.h"
 #include "Foundation/PathComponents.h"
-#include "LocalDaemon/CleanPath.h"
 #include "Platform/FileContents.h"
 #include "Platform/MountTable.h"
 #include "Platform/PropertyListFile.h"

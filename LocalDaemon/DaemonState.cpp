@@ -1,8 +1,8 @@
 #include "LocalDaemon/DaemonState.h"
 
 #include "Common/StateKeys.h"
+#include "Foundation/CleanPath.h"
 #include "Foundation/Unicode.h"
-#include "LocalDaemon/CleanPath.h"
 #include "Support/Logging.h"
 
 #include <algorithm>

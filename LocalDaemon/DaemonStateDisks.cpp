@@ -1,7 +1,7 @@
 // Which disks there are, and what of the backup is away with one.
 
+#include "Foundation/CleanPath.h"
 #include "Foundation/PathComponents.h"
-#include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/DaemonState.h"
 
 #include <algorithm>

@@ -3,8 +3,8 @@
 #include "Common/StandingAlert.h"
 #include "Foundation/Format.h"
 #include "LocalDaemon/DaemonState.h"
-#include "LocalDaemon/MessageLine.h"
 #include "LocalDaemon/RestoreProgress.h"
+#include "Support/MessageLine.h"
 
 namespace kelvane {
 namespace {

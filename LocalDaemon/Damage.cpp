@@ -1,6 +1,6 @@
 #include "LocalDaemon/Damage.h"
 
-#include "LocalDaemon/CleanPath.h"
+#include "Foundation/CleanPath.h"
 
 #include <algorithm>
 

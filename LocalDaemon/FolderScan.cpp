@@ -1,6 +1,6 @@
 #include "LocalDaemon/FolderScan.h"
 
-#include "LocalDaemon/CleanPath.h"
+#include "Foundation/CleanPath.h"
 #include "Platform/MountTable.h"
 #include "Support/Logging.h"
 

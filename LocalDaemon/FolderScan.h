@@ -3,8 +3,8 @@
 #include "LocalDaemon/BackupIndex.h"
 #include "LocalDaemon/BackupRules.h"
 #include "LocalDaemon/FolderTree.h"
-#include "LocalDaemon/GuardedWork.h"
 #include "Platform/DirectoryWatch.h"
+#include "Support/GuardedWork.h"
 
 #include <atomic>
 #include <chrono>

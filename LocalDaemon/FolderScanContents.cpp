@@ -1,6 +1,6 @@
 // What of a folder is to be backed up yet.
 
-#include "LocalDaemon/CleanPath.h"
+#include "Foundation/CleanPath.h"
 #include "LocalDaemon/FolderScan.h"
 #include "Platform/MountTable.h"
 

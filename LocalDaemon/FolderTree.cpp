@@ -1,7 +1,7 @@
 #include "LocalDaemon/FolderTree.h"
 
+#include "Foundation/CleanPath.h"
 #include "Foundation/PathComponents.h"
-#include "LocalDaemon/CleanPath.h"
 
 #include <algorithm>
 #include <utility>

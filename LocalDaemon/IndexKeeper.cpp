@@ -1,7 +1,7 @@
 #include "LocalDaemon/IndexKeeper.h"
 
 #include "Common/RestoreStatus.h"
-#include "LocalDaemon/CleanPath.h"
+#include "Foundation/CleanPath.h"
 #include "LocalDaemon/KnownRepositories.h"
 #include "LocalDaemon/LateChanges.h"
 #include "LocalDaemon/RepositoryFiles.h"

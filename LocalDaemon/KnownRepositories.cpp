@@ -1,8 +1,8 @@
 #include "LocalDaemon/KnownRepositories.h"
 
 #include "Foundation/Checksum.h"
+#include "Foundation/CleanPath.h"
 #include "Foundation/Format.h"
-#include "LocalDaemon/CleanPath.h"
 #include "Platform/FileContents.h"
 #include "Platform/SpecialFolders.h"
 #include "Support/Logging.h"

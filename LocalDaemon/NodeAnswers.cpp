@@ -1,9 +1,9 @@
 #include "LocalDaemon/NodeAnswers.h"
 
 #include "Common/FileNode.h"
+#include "Foundation/CleanPath.h"
 #include "Foundation/PathComponents.h"
 #include "Foundation/Unicode.h"
-#include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/FolderContents.h"
 #include "LocalDaemon/NodeLook.h"
 #include "Platform/MountTable.h"

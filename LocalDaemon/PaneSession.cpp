@@ -1,7 +1,7 @@
 #include "LocalDaemon/PaneSession.h"
 
 #include "Foundation/Unicode.h"
-#include "LocalDaemon/GuardedWork.h"
+#include "Support/GuardedWork.h"
 #include "Support/Logging.h"
 
 #include <system_error>

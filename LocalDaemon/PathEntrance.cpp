@@ -1,8 +1,8 @@
 #include "LocalDaemon/PathEntrance.h"
 
+#include "Foundation/CleanPath.h"
 #include "Foundation/PathComponents.h"
 #include "Foundation/Unicode.h"
-#include "LocalDaemon/CleanPath.h"
 
 #include <algorithm>
 #include <cstdlib>

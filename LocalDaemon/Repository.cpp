@@ -6,7 +6,6 @@
 #include "LocalDaemon/ResticJson.h"
 #include "LocalDaemon/ResticNames.h"
 #include "LocalDaemon/ResticProcesses.h"
-#include "LocalDaemon/RestoreArrival.h"
 #include "Platform/MountTable.h"
 #include "Support/Logging.h"
 

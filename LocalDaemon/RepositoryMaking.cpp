@@ -1,7 +1,7 @@
 #include "LocalDaemon/RepositoryMaking.h"
 
+#include "Foundation/CleanPath.h"
 #include "Foundation/Format.h"
-#include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/Configuration.h"
 #include "Platform/FileContents.h"
 #include "Platform/SpecialFolders.h"

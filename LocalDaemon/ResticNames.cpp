@@ -1,8 +1,8 @@
 #include "LocalDaemon/ResticNames.h"
 
+#include "Foundation/CleanPath.h"
 #include "Foundation/PathComponents.h"
 #include "Foundation/Unicode.h"
-#include "LocalDaemon/CleanPath.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -1,8 +1,8 @@
 #include "LocalDaemon/ResticProcesses.h"
 
-#include "LocalDaemon/CleanPath.h"
-#include "LocalDaemon/MachineClock.h"
+#include "Foundation/CleanPath.h"
 #include "Platform/FileContents.h"
+#include "Platform/MachineClock.h"
 #include "Platform/SpecialFolders.h"
 #include "Support/Logging.h"
 

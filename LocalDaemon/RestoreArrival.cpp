@@ -1,6 +1,6 @@
 #include "LocalDaemon/RestoreArrival.h"
 
-#include "LocalDaemon/GuardedWork.h"
+#include "Support/GuardedWork.h"
 
 #include <array>
 #include <charconv>
@@ -92,12 +92,6 @@ void ArrivalWatch::watch() {
         pause = std::max(shortestPause,
                          pausePerLook * std::chrono::duration_cast<milliseconds>(Clock::now() - begin));
     }
-}
-
-bool waitUnlessStopped(milliseconds duration, const StopSignal& stop) {
-    pollfd wait{stop.descriptor(), POLLIN, 0};
-    ::poll(&wait, 1, static_cast<int>(duration.count()));
-    return !stop.isSet();
 }
 
 } // namespace kelvane

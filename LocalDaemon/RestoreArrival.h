@@ -55,7 +55,4 @@ private:
     std::thread thread_;
 };
 
-// Waits; false at once when it is stopped.
-[[nodiscard]] bool waitUnlessStopped(std::chrono::milliseconds duration, const StopSignal& stop);
-
 } // namespace kelvane

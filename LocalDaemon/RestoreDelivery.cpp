@@ -1,7 +1,7 @@
 #include "LocalDaemon/RestoreDelivery.h"
 
+#include "Foundation/CleanPath.h"
 #include "Foundation/PathComponents.h"
-#include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/NameClashes.h"
 #include "LocalDaemon/RestoreAccess.h"
 

@@ -2,14 +2,14 @@
 
 #include "Common/RestoreStatus.h"
 #include "Foundation/Checksum.h"
+#include "Foundation/CleanPath.h"
 #include "Foundation/Format.h"
 #include "Foundation/PathComponents.h"
-#include "LocalDaemon/CleanPath.h"
-#include "LocalDaemon/DamagedFile.h"
-#include "LocalDaemon/MessageLine.h"
 #include "Platform/FileContents.h"
 #include "Platform/SpecialFolders.h"
+#include "Support/DamagedFile.h"
 #include "Support/Logging.h"
+#include "Support/MessageLine.h"
 
 #include <algorithm>
 #include <cerrno>

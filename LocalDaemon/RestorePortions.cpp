@@ -1,6 +1,6 @@
 #include "LocalDaemon/RestorePortions.h"
 
-#include "LocalDaemon/CleanPath.h"
+#include "Foundation/CleanPath.h"
 
 #include <map>
 #include <numeric>

@@ -1,13 +1,13 @@
 #include "LocalDaemon/RestoreQueue.h"
 
 #include "Common/RestoreStatus.h"
+#include "Foundation/CleanPath.h"
 #include "Foundation/Format.h"
-#include "LocalDaemon/CleanPath.h"
-#include "LocalDaemon/MessageLine.h"
 #include "LocalDaemon/RestoreAccess.h"
 #include "LocalDaemon/RestorePlan.h"
 #include "LocalDaemon/RestoreTrouble.h"
 #include "Support/Logging.h"
+#include "Support/MessageLine.h"
 
 #include <algorithm>
 

@@ -7,7 +7,7 @@
 #include "LocalDaemon/RestoreRun.h"
 #include "LocalDaemon/RestoreStaging.h"
 
-#include "LocalDaemon/GuardedWork.h"
+#include "Support/GuardedWork.h"
 
 #include <condition_variable>
 #include <cstdint>

@@ -1,7 +1,7 @@
 #include "LocalDaemon/RestoreRun.h"
 
+#include "Foundation/CleanPath.h"
 #include "Foundation/Format.h"
-#include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/RestoreAccess.h"
 #include "LocalDaemon/RestoreStaging.h"
 #include "Support/Logging.h"

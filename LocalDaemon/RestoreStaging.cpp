@@ -1,6 +1,6 @@
 #include "LocalDaemon/RestoreStaging.h"
 
-#include "LocalDaemon/CleanPath.h"
+#include "Foundation/CleanPath.h"
 #include "LocalDaemon/NameClashes.h"
 #include "Support/Logging.h"
 

@@ -1,7 +1,7 @@
 #include "LocalDaemon/RestoreStream.h"
 
+#include "Foundation/CleanPath.h"
 #include "Foundation/PathComponents.h"
-#include "LocalDaemon/CleanPath.h"
 #include "LocalDaemon/RestoreMetadata.h"
 #include "LocalDaemon/RestoreTrouble.h"
 

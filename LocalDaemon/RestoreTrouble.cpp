@@ -1,6 +1,6 @@
 #include "LocalDaemon/RestoreTrouble.h"
 
-#include "LocalDaemon/CleanPath.h"
+#include "Foundation/CleanPath.h"
 #include "LocalDaemon/ResticNames.h"
 
 #include <algorithm>

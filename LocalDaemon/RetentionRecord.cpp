@@ -1,7 +1,7 @@
 #include "LocalDaemon/RetentionRecord.h"
 
-#include "LocalDaemon/CheckedFile.h"
-#include "LocalDaemon/DamagedFile.h"
+#include "Support/CheckedFile.h"
+#include "Support/DamagedFile.h"
 #include "Support/Logging.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "LocalDaemon/MachineClock.h"
 #include "LocalDaemon/Retention.h"
+#include "Platform/MachineClock.h"
 
 #include <map>
 #include <mutex>

@@ -1,7 +1,7 @@
 #include "LocalDaemon/SettingsStore.h"
 
-#include "LocalDaemon/CheckedFile.h"
-#include "LocalDaemon/DamagedFile.h"
+#include "Support/CheckedFile.h"
+#include "Support/DamagedFile.h"
 
 #include <unistd.h>
 

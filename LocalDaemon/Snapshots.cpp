@@ -1,6 +1,6 @@
 #include "LocalDaemon/Snapshots.h"
 
-#include "LocalDaemon/CleanPath.h"
+#include "Foundation/CleanPath.h"
 
 #include <algorithm>
 #include <map>

@@ -1,8 +1,8 @@
 #include "LocalDaemon/VerificationRecord.h"
 
 #include "Foundation/Unicode.h"
-#include "LocalDaemon/CheckedFile.h"
-#include "LocalDaemon/DamagedFile.h"
+#include "Support/CheckedFile.h"
+#include "Support/DamagedFile.h"
 #include "Support/Logging.h"
 
 namespace kelvane {

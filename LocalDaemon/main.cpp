@@ -1,13 +1,13 @@
 #include "Common/KelvSocket.h"
 #include "LocalDaemon/ComputerNumber.h"
 #include "LocalDaemon/LocalDaemon.h"
-#include "LocalDaemon/LogFile.h"
 #include "Platform/DetachedProgram.h"
 #include "Platform/FileDescriptor.h"
 #include "Platform/MountTable.h"
 #include "Platform/PollLoop.h"
 #include "Platform/SignalWatch.h"
 #include "Platform/SpecialFolders.h"
+#include "Support/LogFile.h"
 #include "Support/Logging.h"
 
 #include <CLI/CLI.hpp>

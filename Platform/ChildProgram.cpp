@@ -341,6 +341,12 @@ void StopSignal::set() {
     [[maybe_unused]] const ssize_t written = ::write(event_.get(), &one, sizeof one);
 }
 
+bool waitUnlessStopped(milliseconds duration, const StopSignal& stop) {
+    pollfd wait{stop.descriptor(), POLLIN, 0};
+    ::poll(&wait, 1, static_cast<int>(duration.count()));
+    return !stop.isSet();
+}
+
 ChildOutcome run(const ChildProgram& program, const StopSignal& stop) {
     return Child(program, stop).run();
 }

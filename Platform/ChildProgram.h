@@ -27,6 +27,9 @@ private:
     FileDescriptor event_;
 };
 
+// Waits; false at once when it is stopped.
+[[nodiscard]] bool waitUnlessStopped(std::chrono::milliseconds duration, const StopSignal& stop);
+
 struct ChildProgram {
     std::vector<std::string> arguments;   // the first one names the program, which is looked for in PATH
     std::vector<std::string> environment; // "NAME=value": beside the caller's own, or instead of it

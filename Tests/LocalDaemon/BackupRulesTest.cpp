@@ -1,5 +1,5 @@
 #include "LocalDaemon/BackupRules.h"
-#include "LocalDaemon/CleanPath.h"
+#include "Foundation/CleanPath.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>

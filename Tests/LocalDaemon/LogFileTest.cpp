@@ -1,4 +1,4 @@
-#include "LocalDaemon/LogFile.h"
+#include "Support/LogFile.h"
 
 #include "LocalDaemon/Restic.h"
 #include "Tests/Harness/TemporaryFolder.h"

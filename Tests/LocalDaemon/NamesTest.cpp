@@ -1,5 +1,5 @@
-#include "LocalDaemon/MessageLine.h"
 #include "LocalDaemon/ResticNames.h"
+#include "Support/MessageLine.h"
 #include "Tests/LocalDaemon/BackedUpFolder.h"
 
 #include <algorithm>

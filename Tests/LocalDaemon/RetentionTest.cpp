@@ -1,8 +1,8 @@
 #include "LocalDaemon/Retention.h"
-#include "LocalDaemon/MachineClock.h"
 #include "LocalDaemon/ResticProcesses.h"
 #include "LocalDaemon/RetentionRecord.h"
 #include "Platform/ChildProgram.h"
+#include "Platform/MachineClock.h"
 #include "Support/Logging.h"
 #include "Tests/Harness/TemporaryFolder.h"
 

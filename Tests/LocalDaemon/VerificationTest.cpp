@@ -1,6 +1,6 @@
-#include "LocalDaemon/CheckedFile.h"
 #include "LocalDaemon/RepositoryCheck.h"
 #include "LocalDaemon/VerificationRecord.h"
+#include "Support/CheckedFile.h"
 #include "Support/Logging.h"
 #include "Tests/Harness/TemporaryFolder.h"
 

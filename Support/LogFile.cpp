@@ -1,6 +1,6 @@
-#include "LocalDaemon/LogFile.h"
+#include "Support/LogFile.h"
 
-#include "LocalDaemon/CleanPath.h"
+#include "Foundation/CleanPath.h"
 #include "Platform/SpecialFolders.h"
 
 #include <cerrno>

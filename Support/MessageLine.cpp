@@ -1,4 +1,4 @@
-#include "LocalDaemon/MessageLine.h"
+#include "Support/MessageLine.h"
 
 #include "Foundation/Unicode.h"
 

@@ -1,4 +1,4 @@
-#include "LocalDaemon/MachineClock.h"
+#include "Platform/MachineClock.h"
 
 #include <chrono>
 #include <ctime>

@@ -1,4 +1,4 @@
-#include "LocalDaemon/DamagedFile.h"
+#include "Support/DamagedFile.h"
 
 #include "Support/Logging.h"
 

@@ -1,4 +1,4 @@
-#include "LocalDaemon/CheckedFile.h"
+#include "Support/CheckedFile.h"
 
 #include "Foundation/BinaryPropertyList.h"
 #include "Foundation/Checksum.h"
