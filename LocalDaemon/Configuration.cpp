@@ -6,12 +6,11 @@
 #include "Platform/MountTable.h"
 #include "Platform/PropertyListFile.h"
 #include "Platform/SpecialFolders.h"
+#include "Platform/SymbolicLinks.h"
 #include "Support/Logging.h"
 
 #include <array>
 #include <cerrno>
-#include <climits>
-#include <cstdlib>
 #include <functional>
 #include <span>
 #include <sys/stat.h>
@@ -59,11 +58,6 @@ PropertyListReading listIn(const std::string& path) {
     if (!list.succeeded())
         KelvaneSystemLog("The configuration in %@ is not used: %@", path, list.error);
     return list;
-}
-
-std::string withoutLinks(const std::string& path) {
-    std::array<char, PATH_MAX> resolved{};
-    return ::realpath(path.c_str(), resolved.data()) != nullptr ? std::string(resolved.data()) : path;
 }
 
 // The entries of the configuration, each taken if it makes sense and complained about if it does not.

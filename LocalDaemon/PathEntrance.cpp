@@ -3,22 +3,12 @@
 #include "Foundation/CleanPath.h"
 #include "Foundation/PathComponents.h"
 #include "Foundation/Unicode.h"
+#include "Platform/SymbolicLinks.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <memory>
 
 namespace kelvane {
 namespace {
-
-struct FreeText {
-    void operator()(char* text) const { std::free(text); } // NOLINT(cppcoreguidelines-no-malloc)
-};
-
-std::string withoutLinks(const std::string& folder) {
-    const std::unique_ptr<char, FreeText> resolved(::realpath(folder.c_str(), nullptr));
-    return resolved ? std::string(resolved.get()) : folder;
-}
 
 bool isSelfOrParent(const std::string& component) {
     return component == "." || component == "..";
