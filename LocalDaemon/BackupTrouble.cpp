@@ -1,7 +1,6 @@
 #include "LocalDaemon/BackupTrouble.h"
 
 #include <algorithm>
-#include <sstream>
 #include <unistd.h>
 
 namespace kelvane {
@@ -48,16 +47,6 @@ const TroubleRow* rowOf(ResticTrouble trouble) {
 std::optional<ServiceState> serviceStateFor(ResticTrouble trouble) {
     const TroubleRow* const row = rowOf(trouble);
     return row ? std::optional(row->state) : std::nullopt;
-}
-
-// restic reports unreadable files as lines of JSON; those have an alert of their own.
-std::string reasonOf(const ResticOutcome& outcome) {
-    std::string reason;
-    std::istringstream lines(outcome.errors);
-    for (std::string line; std::getline(lines, line);)
-        if (!line.starts_with('{'))
-            reason.append(reason.empty() ? "" : "\n").append(line);
-    return reason.empty() ? "restic ended without a word: somebody may have stopped it." : reason;
 }
 
 Alert alertFor(const ResticOutcome& outcome, const RepositoryPlace& place) {

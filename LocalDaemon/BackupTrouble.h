@@ -16,9 +16,6 @@ inline constexpr const char* backupAlert = "backup_trouble";
 // The action of that alert by which a repository is made where a disk is away or one was before.
 inline constexpr const char* makeRepositoryVerb = "make-repository";
 
-// For whoever reads the log or the alert; never empty.
-[[nodiscard]] std::string reasonOf(const ResticOutcome& outcome);
-
 // With what to do next. For a trouble that has a service state.
 [[nodiscard]] Alert alertFor(const ResticOutcome& outcome, const RepositoryPlace& place);
 

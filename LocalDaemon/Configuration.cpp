@@ -3,19 +3,14 @@
 #include "Foundation/CleanPath.h"
 #include "Foundation/PathComponents.h"
 #include "Platform/FileContents.h"
-#include "Platform/MountTable.h"
 #include "Platform/PropertyListFile.h"
 #include "Platform/SpecialFolders.h"
 #include "Platform/SymbolicLinks.h"
 #include "Support/Logging.h"
 
-#include <array>
 #include <cerrno>
 #include <functional>
-#include <span>
 #include <sys/stat.h>
-#include <system_error>
-#include <unistd.h>
 #include <utility>
 
 namespace kelvane {
@@ -26,8 +21,6 @@ constexpr const char* policyBelowHome[] = {".cache/", ".local/share/Trash/", ".t
 constexpr const char* policyOfMachine[] = {"/dev/",     "/proc/",      "/run/",        "/sys/",
                                            "/tmp/",     "/var/tmp/",   "/lost+found/", "/**/lost+found/",
                                            "/.Trash-*", "/**/.Trash-*"};
-constexpr std::size_t keyBytes = 32;
-constexpr mode_t privateMode = 0600;
 
 // Mapped as a path is, which costs it its last separator.
 std::string withItsEnd(const std::string& mapped, const std::string& pattern) {
@@ -131,11 +124,6 @@ std::vector<std::string> policyFrom(const Entries& entries, const Volumes& volum
     return policy;
 }
 
-std::string withoutScheme(const std::string& location) {
-    constexpr std::string_view local = "local:";
-    return location.starts_with(local) ? location.substr(local.size()) : location;
-}
-
 // A wrong one must not send the backup to another place than the one that was meant.
 void takeLocation(const Entries& entries, std::string& location) {
     if (entries["repository"].isAbsent())
@@ -225,35 +213,8 @@ std::string faultIn(const Dictionary& entries, const Volumes& volumes) {
     return first;
 }
 
-std::string localFolderOf(const std::string& location) {
-    const std::string path = withoutScheme(location);
-    if (!isAbsolutePath(path))
-        return {};
-    const std::string folder = appendPathComponent(path, {});
-    return silentMountAround(folder).empty() ? withoutLinks(folder) : folder;
-}
-
 std::string volumePattern(const std::string& pattern, const Volumes& volumes) {
     return withItsEnd(volumes.volumePath(pattern), pattern);
-}
-
-std::string ensurePasswordFile(const std::string& path, bool& isNew) {
-    isNew = false;
-    if (::access(path.c_str(), F_OK) == 0)
-        return {};
-    std::array<std::uint8_t, keyBytes> key{};
-    if (::getentropy(key.data(), key.size()) != 0)
-        return std::generic_category().message(errno);
-    std::string text;
-    for (const std::uint8_t byte : key)
-        text += formatText("%02x", byte);
-    text += '\n';
-    const std::span bytes(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
-    if (!ensureFolder(std::string(folderOf(path))))
-        return "cannot make the folder of " + path;
-    const FileOutcome written = replaceFileAtomically(path, bytes, privateMode);
-    isNew = written.succeeded();
-    return written.reason;
 }
 
 } // namespace kelvane

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Foundation/Value.h"
-#include "LocalDaemon/Restic.h"
+#include "LocalDaemon/RepositoryPlace.h"
 #include "Platform/Volumes.h"
 
 #include <chrono>
@@ -59,14 +59,7 @@ struct ConfigurationDefaults {
 // Why the first of such entries that makes no sense makes none, for people; empty: all of them do.
 [[nodiscard]] std::string faultIn(const Dictionary& entries, const Volumes& volumes);
 
-// The folder of a repository that is one on this machine; empty: it is elsewhere.
-[[nodiscard]] std::string localFolderOf(const std::string& location);
-
 // A policy pattern as panes know it: with its volume's name, and with the separator that it ends in.
 [[nodiscard]] std::string volumePattern(const std::string& pattern, const Volumes& volumes);
-
-// Makes a file with a random key, which only its owner may read, unless there is a file. Returns why it could
-// not be made; empty when it stands. `isNew` says whether it was made.
-[[nodiscard]] std::string ensurePasswordFile(const std::string& path, bool& isNew);
 
 } // namespace kelvane

@@ -1,6 +1,5 @@
 // Which snapshots the repository has, what is in them, and what is known of them beside it.
 
-#include "LocalDaemon/BackupTrouble.h"
 #include "LocalDaemon/IndexKeeper.h"
 #include "LocalDaemon/RetentionAlerts.h"
 #include "Support/Logging.h"

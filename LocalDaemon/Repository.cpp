@@ -1,7 +1,6 @@
 #include "LocalDaemon/Repository.h"
 
 #include "LocalDaemon/AwayDisk.h"
-#include "LocalDaemon/Configuration.h"
 #include "LocalDaemon/RepositoryMaking.h"
 #include "LocalDaemon/ResticJson.h"
 #include "LocalDaemon/ResticNames.h"

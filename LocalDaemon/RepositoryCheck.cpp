@@ -1,7 +1,5 @@
 #include "LocalDaemon/RepositoryCheck.h"
 
-#include "LocalDaemon/BackupTrouble.h"
-#include "LocalDaemon/Configuration.h"
 #include "LocalDaemon/ResticJson.h"
 #include "Support/Logging.h"
 

@@ -2,7 +2,6 @@
 
 #include "Foundation/CleanPath.h"
 #include "Foundation/Format.h"
-#include "LocalDaemon/Configuration.h"
 #include "Platform/FileContents.h"
 #include "Platform/SpecialFolders.h"
 #include "Support/Logging.h"

@@ -1,6 +1,5 @@
 #include "LocalDaemon/Restic.h"
 
-#include "LocalDaemon/Configuration.h"
 #include "LocalDaemon/ResticProcesses.h"
 #include "Platform/MountTable.h"
 #include "Support/Logging.h"
@@ -8,6 +7,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <span>
+#include <sstream>
 #include <system_error>
 
 namespace kelvane {
@@ -161,6 +161,16 @@ std::string lastWordIn(std::string_view errors) {
             before = std::exchange(last, line);
     }
     return std::string(last);
+}
+
+// restic reports unreadable files as lines of JSON; those have an alert of their own.
+std::string reasonOf(const ResticOutcome& outcome) {
+    std::string reason;
+    std::istringstream lines(outcome.errors);
+    for (std::string line; std::getline(lines, line);)
+        if (!line.starts_with('{'))
+            reason.append(reason.empty() ? "" : "\n").append(line);
+    return reason.empty() ? "restic ended without a word: somebody may have stopped it." : reason;
 }
 
 Restic::Restic(RepositoryPlace place, std::shared_ptr<ResticProcesses> processes)

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "LocalDaemon/RepositoryPlace.h"
 #include "Platform/ChildProgram.h"
 
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -10,15 +10,6 @@
 namespace kelvane {
 
 class ResticProcesses;
-
-// Where the backup is kept, and what it takes to get there.
-struct RepositoryPlace {
-    std::string location; // a folder, or whatever else restic takes; may hold a password
-    std::string passwordFile;
-    std::string cacheFolder;
-    std::map<std::string, std::string> environment = {}; // more variables for restic: a service's keys
-    std::string program = "restic";
-};
 
 // Why a call of restic came to nothing, as far as the daemon has something to do about it.
 enum class ResticTrouble {
@@ -43,6 +34,9 @@ struct ResticOutcome {
 
     [[nodiscard]] bool succeeded() const { return trouble == ResticTrouble::None; }
 };
+
+// For whoever reads the log or the alert; never empty.
+[[nodiscard]] std::string reasonOf(const ResticOutcome& outcome);
 
 // restic as a program. Secrets go through its environment and files, never through its arguments. Any thread,
 // also several at once; a call blocks its thread until restic has ended.

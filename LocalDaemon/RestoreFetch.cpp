@@ -1,6 +1,5 @@
 #include "LocalDaemon/RestoreFetch.h"
 
-#include "LocalDaemon/Configuration.h"
 #include "LocalDaemon/Repository.h"
 #include "LocalDaemon/ResticJson.h"
 #include "LocalDaemon/RestoreMetadata.h"
