@@ -19,10 +19,10 @@ namespace kelvane {
 // pane can pile up is bounded in number and in bytes. What is told of a restore waits in any case.
 //
 // Any thread; nothing here waits but `take`.
-class CallbackQueue : public DaemonObserver {
+class CallbackQueue : public PaneObserver {
 public:
-    void setStateHandler(bool wanted);
-    void setAlertHandler(bool wanted);
+    void setStateHandler(bool wanted) override;
+    void setAlertHandler(bool wanted) override;
 
     void stateChanged(std::uint32_t code) override;
     void alertRaised(const std::string& alert) override;

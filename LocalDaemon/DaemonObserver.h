@@ -22,4 +22,11 @@ public:
     virtual void foldersChanged(const std::vector<std::string>& paths) = 0;
 };
 
+// One pane. It hears of states and alerts only while it wants them.
+class PaneObserver : public DaemonObserver {
+public:
+    virtual void setStateHandler(bool wanted) = 0;
+    virtual void setAlertHandler(bool wanted) = 0;
+};
+
 } // namespace kelvane

@@ -5,8 +5,8 @@
 #include "LocalDaemon/Alert.h"
 #include "LocalDaemon/BackupIndex.h"
 #include "LocalDaemon/BackupRules.h"
-#include "LocalDaemon/CallbackQueue.h"
 #include "LocalDaemon/Configuration.h"
+#include "LocalDaemon/DaemonObserver.h"
 #include "LocalDaemon/FolderScan.h"
 #include "LocalDaemon/RestoreJob.h"
 #include "LocalDaemon/ServiceState.h"
@@ -151,7 +151,7 @@ public:
     void raiseAlert(const Alert& alert);
     void withdrawAlert(const std::string& kind);
     [[nodiscard]] std::optional<Alert> standingAlert(const std::string& kind) const;
-    void addAlertHandler(CallbackQueue& pane) const;
+    void addAlertHandler(PaneObserver& pane) const;
 
     // What the verification has found out. None: it has never come to an end.
     void setVerification(std::optional<std::chrono::system_clock::time_point> date,
@@ -175,8 +175,8 @@ public:
     // After the progress has no job any more: tells panes so, and of what could not be restored.
     void endRestore(const std::vector<RestoreFailure>& failures);
     // A pane that connects, or asks for states, while files are being restored is told how many are left.
-    void addPane(CallbackQueue& pane) const;
-    void addStateHandler(CallbackQueue& pane) const;
+    void addPane(PaneObserver& pane) const;
+    void addStateHandler(PaneObserver& pane) const;
 
 private:
     // With the mutex held.

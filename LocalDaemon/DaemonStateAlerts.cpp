@@ -53,7 +53,7 @@ std::optional<Alert> DaemonState::standingAlert(const std::string& kind) const {
     return standing == alerts_.end() ? std::nullopt : std::optional(standing->second.alert);
 }
 
-void DaemonState::addAlertHandler(CallbackQueue& pane) const {
+void DaemonState::addAlertHandler(PaneObserver& pane) const {
     const std::scoped_lock guard(mutex_);
     pane.setAlertHandler(true);
     for (const auto& [kind, standing] : alerts_)

@@ -61,14 +61,14 @@ void DaemonState::endRestore(const std::vector<RestoreFailure>& failures) {
                 {std::string(dismissAction)}});
 }
 
-void DaemonState::addPane(CallbackQueue& pane) const {
+void DaemonState::addPane(PaneObserver& pane) const {
     const std::scoped_lock guard(mutex_);
     if (restore_.job != 0)
         pane.restoreProgressed(
             {restoreprogress::currentFile, restoreprogress::currentFileSize, restoreprogress::pendingCount});
 }
 
-void DaemonState::addStateHandler(CallbackQueue& pane) const {
+void DaemonState::addStateHandler(PaneObserver& pane) const {
     pane.setStateHandler(true);
     addPane(pane);
 }

@@ -1,6 +1,7 @@
 #include "Common/StandingAlert.h"
 #include "Foundation/BinaryPropertyList.h"
 #include "LocalDaemon/AlertActions.h"
+#include "LocalDaemon/CallbackQueue.h"
 #include "LocalDaemon/DaemonState.h"
 #include "LocalDaemon/RuleCommands.h"
 
