@@ -1,14 +1,14 @@
 #pragma once
 
 #include "Foundation/MainLoop.h"
-#include "LocalDaemon/AlertActions.h"
-#include "LocalDaemon/BackupRunner.h"
-#include "LocalDaemon/DaemonState.h"
-#include "LocalDaemon/FolderScan.h"
-#include "LocalDaemon/NodeAnswers.h"
-#include "LocalDaemon/PaneServer.h"
-#include "LocalDaemon/RestoreQueue.h"
-#include "LocalDaemon/SettingsStore.h"
+#include "LocalDaemon/Backup/BackupRunner.h"
+#include "LocalDaemon/Panes/AlertActions.h"
+#include "LocalDaemon/Panes/NodeAnswers.h"
+#include "LocalDaemon/Panes/PaneServer.h"
+#include "LocalDaemon/Restore/RestoreQueue.h"
+#include "LocalDaemon/Scan/FolderScan.h"
+#include "LocalDaemon/State/DaemonState.h"
+#include "LocalDaemon/State/SettingsStore.h"
 #include "Platform/FileDescriptor.h"
 #include "Platform/SocketClaim.h"
 

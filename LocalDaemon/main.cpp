@@ -1,6 +1,6 @@
 #include "Common/KelvSocket.h"
-#include "LocalDaemon/ComputerNumber.h"
 #include "LocalDaemon/LocalDaemon.h"
+#include "LocalDaemon/State/ComputerNumber.h"
 #include "Platform/DetachedProgram.h"
 #include "Platform/FileDescriptor.h"
 #include "Platform/MountTable.h"

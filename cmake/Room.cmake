@@ -4,12 +4,14 @@
 #
 #   kelvane_room(Common FOLDER Common LINKS kelvane_support)
 #
-# makes the static library kelvane_common from every .cpp that stands directly in the folder.
+# makes the static library kelvane_common from every .cpp that stands directly in the folder, but for a program's
+# main.cpp. A sub-folder is a room of its own.
 function(kelvane_room name)
     cmake_parse_arguments(ROOM "" "FOLDER" "LINKS;PRIVATE_LINKS" ${ARGN})
     string(TOLOWER "kelvane_${name}" target)
     set(folder "${PROJECT_SOURCE_DIR}/${ROOM_FOLDER}")
     file(GLOB sources CONFIGURE_DEPENDS "${folder}/*.cpp")
+    list(FILTER sources EXCLUDE REGEX "/main\\.cpp$")
     kelvane_publish_headers("${ROOM_FOLDER}" "${PROJECT_BINARY_DIR}/rooms/${name}")
 
     if(sources)

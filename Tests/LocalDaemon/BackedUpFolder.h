@@ -1,7 +1,7 @@
 #pragma once
 
-#include "LocalDaemon/BackupIndex.h"
-#include "LocalDaemon/Repository.h"
+#include "LocalDaemon/Index/BackupIndex.h"
+#include "LocalDaemon/Restic/Repository.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
 #include <gtest/gtest.h>

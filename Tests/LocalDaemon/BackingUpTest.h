@@ -2,7 +2,7 @@
 
 #include "Common/FileNodeFlags.h"
 #include "Common/RestoreStatus.h"
-#include "LocalDaemon/Repository.h"
+#include "LocalDaemon/Restic/Repository.h"
 #include "Support/Logging.h"
 #include "Tests/LocalDaemon/RunningDaemon.h"
 

@@ -1,8 +1,8 @@
-#include "LocalDaemon/BackupIndex.h"
+#include "LocalDaemon/Index/BackupIndex.h"
 
-#include "LocalDaemon/BackupTargets.h"
-#include "LocalDaemon/LateChanges.h"
-#include "LocalDaemon/ResticJson.h"
+#include "LocalDaemon/Index/LateChanges.h"
+#include "LocalDaemon/Restic/ResticJson.h"
+#include "LocalDaemon/Rules/BackupTargets.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-#include "LocalDaemon/BackupRules.h"
+#include "LocalDaemon/Rules/BackupRules.h"
 #include "Foundation/CleanPath.h"
 
 #include <algorithm>

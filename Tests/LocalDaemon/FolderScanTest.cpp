@@ -1,4 +1,4 @@
-#include "LocalDaemon/FolderScan.h"
+#include "LocalDaemon/Scan/FolderScan.h"
 
 #include "Platform/FileDescriptor.h"
 #include "Tests/Harness/TemporaryFolder.h"

@@ -1,8 +1,8 @@
 // A real repository and the real restic, without a daemon.
 
-#include "LocalDaemon/IndexKeeper.h"
-#include "LocalDaemon/ResticJson.h"
-#include "LocalDaemon/RetentionAlerts.h"
+#include "LocalDaemon/Index/IndexKeeper.h"
+#include "LocalDaemon/Index/RetentionAlerts.h"
+#include "LocalDaemon/Restic/ResticJson.h"
 #include "Support/Logging.h"
 #include "Tests/LocalDaemon/RunningDaemon.h"
 

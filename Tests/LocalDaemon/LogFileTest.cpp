@@ -1,6 +1,6 @@
 #include "Support/LogFile.h"
 
-#include "LocalDaemon/Restic.h"
+#include "LocalDaemon/Restic/Restic.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
 #include <filesystem>

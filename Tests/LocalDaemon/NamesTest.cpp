@@ -1,4 +1,4 @@
-#include "LocalDaemon/ResticNames.h"
+#include "LocalDaemon/Restic/ResticNames.h"
 #include "Support/MessageLine.h"
 #include "Tests/LocalDaemon/BackedUpFolder.h"
 

@@ -1,7 +1,7 @@
 // Real folders through the real link: what panes see of single paths, and how they change it.
 
 #include "Common/FileNodeFlags.h"
-#include "LocalDaemon/AwayDisk.h"
+#include "LocalDaemon/Restic/AwayDisk.h"
 #include "Support/Logging.h"
 #include "Support/PathHelpers.h"
 #include "Tests/LocalDaemon/RunningDaemon.h"

@@ -4,9 +4,9 @@
 
 #include "Foundation/Format.h"
 #include "Foundation/Unicode.h"
-#include "LocalDaemon/ResticJson.h"
-#include "LocalDaemon/ResticProcesses.h"
-#include "LocalDaemon/RetentionAlerts.h"
+#include "LocalDaemon/Index/RetentionAlerts.h"
+#include "LocalDaemon/Restic/ResticJson.h"
+#include "LocalDaemon/Restic/ResticProcesses.h"
 #include "Tests/Harness/EnvironmentVariable.h"
 
 #include <ctime>

@@ -1,7 +1,7 @@
-#include "LocalDaemon/RestorePlan.h"
-#include "LocalDaemon/RestoreArrival.h"
-#include "LocalDaemon/RestoreStaging.h"
-#include "LocalDaemon/SavedNodes.h"
+#include "LocalDaemon/Restore/RestorePlan.h"
+#include "LocalDaemon/Restore/RestoreArrival.h"
+#include "LocalDaemon/Restore/SavedNodes.h"
+#include "LocalDaemon/Restore/Staging/RestoreStaging.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
 #include <chrono>

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "Common/RestoreStatus.h"
-#include "LocalDaemon/RestoreQueue.h"
-#include "LocalDaemon/RestoreStaging.h"
+#include "LocalDaemon/Restore/RestoreQueue.h"
+#include "LocalDaemon/Restore/Staging/RestoreStaging.h"
 #include "Tests/LocalDaemon/BackedUpFolder.h"
 
 #include <condition_variable>

@@ -1,4 +1,4 @@
-#include "LocalDaemon/NameClashes.h"
+#include "LocalDaemon/Restore/Staging/NameClashes.h"
 #include "Tests/LocalDaemon/RestoreQueueFixture.h"
 
 #include <atomic>

@@ -1,9 +1,9 @@
 #include "Common/StandingAlert.h"
 #include "Foundation/BinaryPropertyList.h"
-#include "LocalDaemon/AlertActions.h"
-#include "LocalDaemon/CallbackQueue.h"
-#include "LocalDaemon/DaemonState.h"
-#include "LocalDaemon/RuleCommands.h"
+#include "LocalDaemon/Panes/AlertActions.h"
+#include "LocalDaemon/Panes/CallbackQueue.h"
+#include "LocalDaemon/Panes/RuleCommands.h"
+#include "LocalDaemon/State/DaemonState.h"
 
 #include <gtest/gtest.h>
 

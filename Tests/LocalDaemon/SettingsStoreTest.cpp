@@ -1,8 +1,8 @@
-#include "LocalDaemon/SettingsStore.h"
+#include "LocalDaemon/State/SettingsStore.h"
 
 #include "Foundation/BinaryPropertyList.h"
-#include "LocalDaemon/ComputerNumber.h"
-#include "LocalDaemon/Configuration.h"
+#include "LocalDaemon/State/ComputerNumber.h"
+#include "LocalDaemon/State/Configuration.h"
 #include "Support/Logging.h"
 #include "Tests/Harness/TemporaryFolder.h"
 

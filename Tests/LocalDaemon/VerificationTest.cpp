@@ -1,5 +1,5 @@
-#include "LocalDaemon/RepositoryCheck.h"
-#include "LocalDaemon/VerificationRecord.h"
+#include "LocalDaemon/Backup/VerificationRecord.h"
+#include "LocalDaemon/Restic/RepositoryCheck.h"
 #include "Support/CheckedFile.h"
 #include "Support/Logging.h"
 #include "Tests/Harness/TemporaryFolder.h"

@@ -1,0 +1,153 @@
+#pragma once
+
+#include "LocalDaemon/Backup/BackupRun.h"
+#include "LocalDaemon/Backup/Verification.h"
+#include "LocalDaemon/Index/IndexKeeper.h"
+#include "LocalDaemon/State/DaemonState.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <thread>
+
+namespace kelvane {
+
+// Backs up what is waiting, on a thread of its own: when nothing has changed for a while, not more often than
+// the configuration says, and at once what is wanted at once. Stops when it may not any more or the rules
+// have changed, and tries again after waits that grow when a try has failed.
+//
+// `start` and `stop` belong to the owner's thread, the rest to any, and only takes note.
+class BackupRunner {
+public:
+    struct Options {
+        std::chrono::milliseconds quiet = std::chrono::seconds(5);       // nothing has changed for that long
+        std::chrono::milliseconds longestWait = std::chrono::minutes(1); // for that, on a restless machine
+        std::chrono::milliseconds firstRetry = std::chrono::seconds(10);
+        std::chrono::milliseconds longestRetry = std::chrono::minutes(15);
+        // With a backup that gets on with nothing. restic counts what has arrived: five packs at once, each
+        // of 4 MiB and a piece of at most 8, are 60 MiB, which 70 kbit/s bring there in two hours.
+        std::chrono::milliseconds patience = std::chrono::hours(2);
+        // The same when restic has said that it tries again: by then most likely nobody answers. At
+        // 1 Mbit/s five usual packs take three minutes.
+        std::chrono::milliseconds patienceWithRetries = std::chrono::minutes(5);
+        // Bytes of a file that takes so long to read that everything else is backed up before it.
+        std::uint64_t largeFile = std::uint64_t{64} << 30U;
+        // Has the state find out which disks are away; before and after each backup. Returns those that hold
+        // what is to be backed up.
+        std::function<Mounts()> lookForDisks = [] { return Mounts(); };
+    };
+
+    BackupRunner(std::shared_ptr<DaemonState> state, std::shared_ptr<IndexKeeper> keeper,
+                 std::shared_ptr<Verification> verification, const Options& options);
+    ~BackupRunner();
+    BackupRunner(const BackupRunner&) = delete;
+    BackupRunner& operator=(const BackupRunner&) = delete;
+
+    // `listener` is called when the index has become that of the repository, on the runner's thread. Before
+    // `start`.
+    void setIndexListener(std::function<void()> listener) { indexListener_ = std::move(listener); }
+    void start();
+    void stop();
+    void noteNeed(const BackupNeed& need);
+    void noteRules();
+    // As long as files are being restored, nothing is forgotten: that would keep them waiting for hours.
+    void noteRestores(bool areWaiting);
+    // Makes the index that of the repository if it is not, without a wait for another try.
+    void connectNow();
+    // The repository lacks a snapshot that the index names.
+    void noteSnapshotGone();
+    // Real path: it, or what is in the backup below it, is backed up before anything else. "/" asks for
+    // everything.
+    void backUpNow(const std::string& path);
+    // Reads all that is in the backup when nothing is backed up or restored.
+    void verifyNow();
+    // Stores again what is damaged, even where whole parts of damaged packs go with that.
+    void storeAgain();
+
+private:
+    using Clock = std::chrono::steady_clock;
+    static constexpr const char* everything = "/";
+    enum class Task { None, Connect, BackUp, Verify };
+
+    void run();
+    [[nodiscard]] Task nextTask(Clock::time_point now);
+    [[nodiscard]] Clock::time_point timeOfNextTask(const BackupNeed& need, Clock::time_point now);
+    void perform(Task task);
+    void verify(const StopSignal& stop);
+    [[nodiscard]] ResticOutcome verifyStored(bool isAwaited, const StopSignal& stop);
+    [[nodiscard]] ResticOutcome attempt(Task task, const StopSignal& stop);
+    [[nodiscard]] ResticOutcome attemptAgain(Task task, const StopSignal& stop, ResticOutcome before);
+    [[nodiscard]] ResticOutcome connect(const StopSignal& stop);
+    [[nodiscard]] ResticOutcome backUpWanted(const StopSignal& stop);
+    // What one call of restic is to back up.
+    struct Part {
+        std::string path = everything;
+        std::vector<std::string> leftOut = {};   // files
+        std::vector<std::string> readAgain = {}; // files that `parent` lacks
+        std::string parent = {};                 // the id of a snapshot; empty: the last complete one
+        bool isForced = false;                   // every file is read again
+        [[nodiscard]] bool isWhole() const { return path == everything && leftOut.empty(); }
+    };
+    [[nodiscard]] ResticOutcome backUpEverything(const StopSignal& stop);
+    [[nodiscard]] ResticOutcome backUp(const Part& part, const StopSignal& stop);
+    [[nodiscard]] std::vector<std::string> filesToComeLast(const StopSignal& stop) const;
+    void reportLarge(const std::vector<std::string>& paths) const;
+    // What was so when a call began.
+    struct Before {
+        std::uint64_t changes;
+        Mounts mounts;
+        std::set<std::string, std::less<>> absent;
+    };
+    [[nodiscard]] ResticOutcome takeMade(const Part& part, Before before, IndexKeeper::Made made,
+                                         std::vector<std::string> unread, const StopSignal& stop);
+    void describe(BackupRun::Wanted& wanted, const BackupIndex& index, const Part& part,
+                  bool isIncomplete) const;
+    [[nodiscard]] bool prepareRepair(const StopSignal& stop);
+    void noteUnread(std::vector<std::string> unread, bool isPartial, std::uint64_t changes);
+    [[nodiscard]] ResticOutcome forgetOld(const StopSignal& stop);
+    void noteIndexCurrent();
+    void takeFailure(const std::string& reason);
+    void takeOutcome(const ResticOutcome& outcome);
+    void report(const ResticOutcome& outcome);
+    void reportUnread(const std::vector<std::string>& paths);
+
+    const std::shared_ptr<DaemonState> state_;
+    const std::shared_ptr<IndexKeeper> keeper_;
+    const std::shared_ptr<Verification> verification_;
+    const Options options_;
+    std::function<void()> indexListener_ = [] {};
+    std::thread thread_;
+
+    std::mutex mutex_; // guards what follows
+    std::condition_variable changed_;
+    bool isNoted_ = false;
+    bool isUrgent_ = false;    // no wait for another try
+    bool mustConnect_ = false; // again
+    bool stopping_ = false;
+    BackupNeed need_;
+    std::set<std::string> wanted_;
+    std::shared_ptr<StopSignal> current_; // of the task under way
+    bool isAdding_ = false;               // that task
+    bool isForgetting_ = false;           // that task, just now
+    bool isRestoring_ = false;
+    bool isVerifying_ = false;     // the task under way, just now
+    Clock::time_point nextBackup_; // not before
+
+    // What follows belongs to the runner's thread.
+    bool isConnected_ = false;
+    std::uint64_t changes_ = 0;
+    Clock::time_point lastChange_;
+    std::optional<Clock::time_point> waitingSince_;
+    Clock::time_point connectAt_;
+    Clock::time_point notBefore_; // the next backup
+    Clock::time_point retry_;
+    std::chrono::milliseconds retryWait_{0};
+    std::chrono::milliseconds wait_{0}; // until the next task
+};
+
+} // namespace kelvane

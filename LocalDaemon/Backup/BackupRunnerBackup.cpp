@@ -1,0 +1,259 @@
+// One backup.
+
+#include "Foundation/CleanPath.h"
+#include "Foundation/Format.h"
+#include "Foundation/Unicode.h"
+#include "LocalDaemon/Backup/BackupRunner.h"
+#include "LocalDaemon/Backup/BackupTrouble.h"
+#include "LocalDaemon/Backup/LargeFiles.h"
+#include "LocalDaemon/Index/LateChanges.h"
+#include "LocalDaemon/Rules/BackupTargets.h"
+#include "Platform/FileDescriptor.h"
+#include "Platform/MountTable.h"
+#include "Support/Logging.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <ctime>
+#include <fcntl.h>
+#include <set>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+namespace kelvane {
+namespace {
+
+constexpr const char* unreadAlert = "files_not_read";
+constexpr const char* largeFilesAlert = "large_files";
+constexpr std::size_t mostNamed = 5; // in an alert
+
+std::string joined(const std::vector<std::string>& paths) {
+    std::string text;
+    for (std::size_t at = 0; at < std::min(paths.size(), mostNamed); ++at)
+        text += "\n" + textFromPath(paths[at]);
+    if (paths.size() > mostNamed)
+        text += formatText("\nand %llu more, which the log names", paths.size() - mostNamed);
+    return text;
+}
+
+// Without its key an encrypted folder shows other names than those that were saved, which cannot be read. The
+// folder that is meant by one of these; empty: it is none.
+std::string lockedFolderAround(const BackupIndex& index, const std::string& path) {
+    if (!silentMountAround(path).empty())
+        return {};
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (file || errno != ENOKEY)
+        return {};
+    struct statx status {};
+    for (std::string_view at = folderOf(path); at.size() > 1; at = folderOf(at)) {
+        const std::string folder(at);
+        if (::statx(AT_FDCWD, folder.c_str(), 0, STATX_TYPE, &status) != 0 ||
+            (status.stx_attributes & STATX_ATTR_ENCRYPTED) == 0)
+            return {};
+        if (const BackupIndex::Item* const item = index.find(at); item && index.hasContent(*item))
+            return folder;
+    }
+    return {};
+}
+
+// Those where something was saved before.
+std::vector<std::string> savedAmong(const BackupIndex& index, std::vector<std::string> paths) {
+    for (std::string& path : paths)
+        if (std::string locked = lockedFolderAround(index, path); !locked.empty())
+            path = std::move(locked);
+    std::ranges::sort(paths);
+    paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
+    std::erase_if(paths, [&](const std::string& path) {
+        const BackupIndex::Item* const item = index.find(path);
+        return !item || !index.hasContent(*item);
+    });
+    return paths;
+}
+
+// The snapshot that most is in as it was: the last complete one, or as long as there is none, the last of
+// which it is known what it lacks. Empty: none.
+std::string parentIn(const BackupIndex& index) {
+    const Snapshot* parent = index.newestCompleteSnapshot();
+    if (!parent)
+        for (const auto& [number, snapshot] : index.snapshots())
+            parent = snapshot.lacks.empty() ? parent : &snapshot;
+    return parent ? parent->id : std::string();
+}
+
+// Returns the time before it: what changes from then on has a later time. Pages that a program has mapped and
+// written keep the time of their first change until they are on the disk.
+FileTime waitForLaterTimes(const std::vector<std::string>& paths) {
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    std::set<dev_t> written;
+    for (const std::string& path : paths) {
+        struct stat status {};
+        if (::lstat(path.c_str(), &status) != 0 || !written.insert(status.st_dev).second)
+            continue;
+        // A target that is a file lies on the file system of its folder, and opening a pipe would let its
+        // writers go on.
+        const std::string folder = S_ISDIR(status.st_mode) ? path : std::string(folderOf(path));
+        if (const FileDescriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)); opened)
+            ::syncfs(opened.get());
+    }
+    std::this_thread::sleep_for(longestTick);
+    return FileTime(now);
+}
+
+// `isAllKnown`: it lacks nothing but what it is known to lack.
+void complete(IndexKeeper::Made& made, const std::set<std::string, std::less<>>& absent, bool isAllKnown) {
+    made.lacks.insert(made.lacks.end(), absent.begin(), absent.end());
+    made.isPartial = made.isPartial || !made.lacks.empty() || !isAllKnown;
+    if (!isAllKnown)
+        made.lacks.clear();
+}
+
+} // namespace
+
+// What restic would take as it was is read again when the snapshot that it compares with lacks it, and what
+// takes long must not hold up the rest: where there is such a file, a snapshot without it is made first.
+ResticOutcome BackupRunner::backUpEverything(const StopSignal& stop) {
+    Part whole;
+    std::vector<std::string> last = filesToComeLast(stop);
+    if (!last.empty() && !verification_->mustStoreAgain()) {
+        const IndexKeeper::Index before = keeper_->index();
+        if (ResticOutcome outcome = backUp({everything, last}, stop); !outcome.succeeded())
+            return outcome;
+        whole.isForced = keeper_->index() == before; // there is nothing else
+        if (!whole.isForced)
+            whole.parent = keeper_->index()->newestSnapshot()->id;
+        whole.readAgain = std::move(last);
+    }
+    ResticOutcome outcome = backUp(whole, stop);
+    if (outcome.succeeded())
+        state_->withdrawAlert(largeFilesAlert);
+    return outcome;
+}
+
+std::vector<std::string> BackupRunner::filesToComeLast(const StopSignal& stop) const {
+    const auto rules = state_->rules();
+    const IndexKeeper::Index index = keeper_->index();
+    std::vector<std::string> files;
+    if (state_->totals().pending.bytes >= options_.largeFile)
+        files = largeFilesWaiting(*rules, *index, options_.largeFile, stop.flag());
+    reportLarge(files);
+    for (std::string& path : uncertainFiles(*index))
+        if (verdictFor(*rules, path).isIn() && std::ranges::find(files, path) == files.end())
+            files.push_back(std::move(path));
+    files.resize(std::min(files.size(), BackupRun::mostLeftOut)); // of the others the next backup takes some
+    return files;
+}
+
+void BackupRunner::reportLarge(const std::vector<std::string>& paths) const {
+    if (!paths.empty())
+        state_->raiseAlert({largeFilesAlert, "information", "Large files are being backed up.",
+                            "Until they have been read, which may take hours, nothing that changes is backed "
+                            "up. To leave one out, exclude it:" +
+                                joined(paths)});
+}
+
+ResticOutcome BackupRunner::backUp(const Part& part, const StopSignal& stop) {
+    Before before{state_->backupNeed().changes, options_.lookForDisks(), state_->absentInBackup()};
+    BackupRun::Wanted wanted;
+    wanted.targets = backupTargets(*state_->rules(), part.path, stop.flag());
+    wanted.leftOut = part.leftOut;
+    std::erase_if(wanted.targets.paths, [&](const std::string& path) {
+        return std::ranges::find(part.leftOut, path) != part.leftOut.end();
+    });
+    if (stop.isSet())
+        return {ResticTrouble::Stopped, false, {}};
+    if (wanted.targets.paths.empty()) { // nothing is to be in the backup
+        if (part.isWhole())
+            state_->noteUnread(std::nullopt);
+        return {};
+    }
+    if (part.isWhole() && !prepareRepair(stop))
+        return {ResticTrouble::Stopped, false, {}};
+    wanted.isForced = part.isForced || (part.isWhole() && verification_->mustStoreAgain());
+    const IndexKeeper::Index index = keeper_->index();
+    const FileTotals waiting = state_->totals().pending;
+    const bool isIncomplete = !part.isWhole() || !before.absent.empty();
+    describe(wanted, *index, part, isIncomplete);
+    IndexKeeper::Made made{{}, isIncomplete, isIncomplete, part.leftOut};
+    made.readAgain = wanted.isForced ? uncertainFiles(*index) : part.readAgain;
+    made.began = waitForLaterTimes(wanted.targets.paths);
+    BackupRun::Result result = BackupRun(*state_, keeper_->repository()).run(wanted, stop);
+    state_->setIndexCurrent(false); // until the snapshot has been listed
+    if (!result.outcome.succeeded())
+        return result.outcome;
+    if (wanted.isForced)
+        verification_->noteStoredAgain();
+    KelvaneSystemLog("Backed up%@; snapshot %@, %llu bytes were waiting.",
+                     part.path == everything ? "" : ": " + part.path, result.snapshotId, waiting.bytes);
+    made.id = result.snapshotId;
+    return takeMade(part, std::move(before), std::move(made), std::move(result.unread), stop);
+}
+
+ResticOutcome BackupRunner::takeMade(const Part& part, Before before, IndexKeeper::Made made,
+                                     std::vector<std::string> unread, const StopSignal& stop) {
+    const std::vector<std::string> saved = savedAmong(*keeper_->index(), unread);
+    made.lacks.insert(made.lacks.end(), saved.begin(), saved.end());
+    const bool areMoreUnread = unread.size() >= BackupRun::mostUnread; // perhaps
+    noteUnread(std::move(unread), !part.isWhole(), before.changes);
+    const bool haveSameDisks = options_.lookForDisks() == before.mounts; // one may have gone meanwhile
+    before.absent.merge(state_->absentInBackup());
+    complete(made, before.absent, part.path == everything && haveSameDisks && !areMoreUnread);
+    ResticOutcome outcome = keeper_->add(made, stop);
+    if (!outcome.succeeded())
+        return outcome;
+    noteIndexCurrent();
+    if (part.isWhole() && haveSameDisks)
+        state_->noteMounts(before.mounts, !made.isPartial);
+    return outcome;
+}
+
+// What is new is saved even when what is damaged cannot be stored again now. False when it was stopped.
+bool BackupRunner::prepareRepair(const StopSignal& stop) {
+    if (!verification_->canRepair())
+        return true;
+    const ResticOutcome outcome = verification_->prepareRepair(stop);
+    if (!outcome.succeeded() && outcome.trouble != ResticTrouble::Stopped)
+        KelvaneSystemLog("What is damaged in the backup cannot be stored again yet: %@", reasonOf(outcome));
+    return outcome.trouble != ResticTrouble::Stopped;
+}
+
+void BackupRunner::noteUnread(std::vector<std::string> unread, bool isPartial, std::uint64_t changes) {
+    for (const std::string& link : state_->lossyLinks())
+        unread.push_back(link + ": the target of this link is not UTF-8 text, which restic cannot keep");
+    if (!isPartial)
+        state_->noteUnread(unread.empty() && !verification_->isBeyondRepair() ? std::nullopt
+                                                                              : std::optional(changes));
+    if (!isPartial || (!unread.empty() && !state_->standingAlert(unreadAlert)))
+        reportUnread(unread); // what others could not be read a part does not know
+}
+
+void BackupRunner::describe(BackupRun::Wanted& wanted, const BackupIndex& index, const Part& part,
+                            bool isIncomplete) const {
+    wanted.tags = {keeper_->repository().tag(), keeper_->nextSequenceTag()};
+    if (isIncomplete)
+        wanted.tags.emplace_back(partialTag);
+    wanted.parent = part.parent.empty() ? parentIn(index) : part.parent;
+    wanted.isInitial = !index.newestCompleteSnapshot();
+    const FileTotals found = state_->found();
+    const FileTotals waiting = state_->totals().pending;
+    wanted.unchanged = part.path != everything
+                           ? found
+                           : FileTotals{found.count - waiting.count, found.bytes - waiting.bytes};
+    wanted.hasLowerPriority = state_->settings().lowerPriorityMode;
+    wanted.patience = options_.patience;
+    wanted.patienceWithRetries = options_.patienceWithRetries;
+}
+
+void BackupRunner::reportUnread(const std::vector<std::string>& paths) {
+    for (const std::string& path : paths)
+        KelvaneSystemLog("Not backed up: %@", path);
+    if (paths.empty())
+        return state_->withdrawAlert(unreadAlert);
+    state_->raiseAlert({unreadAlert, "warning", "Some files are not backed up.",
+                        "They could not be read or cannot be kept. Look at who may read them, or exclude "
+                        "them:" +
+                            joined(paths)});
+}
+
+} // namespace kelvane

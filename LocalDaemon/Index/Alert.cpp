@@ -1,0 +1,38 @@
+#include "LocalDaemon/Index/Alert.h"
+
+#include "Common/StandingAlert.h"
+
+#include <string_view>
+
+namespace kelvane {
+namespace {
+
+// Without the closing semicolon: that is how panes look for it.
+constexpr std::string_view escapedSeparator = "&#124";
+
+std::string escaped(std::string_view text) {
+    std::string result;
+    for (const char each : text)
+        if (each == '|')
+            result += escapedSeparator;
+        else
+            result += each;
+    return result;
+}
+
+} // namespace
+
+Alert alertForInternalError(const std::string& reason) {
+    return {"internal_error",
+            "error",
+            "The backup daemon met an internal error.",
+            "It goes on, but may have left something undone: " + reason + ". The log says when it happened.",
+            {std::string(dismissAction)}};
+}
+
+std::string alertString(const Alert& alert) {
+    return escaped(alert.kind) + '|' + escaped(alert.severity) + "|||" + escaped(alert.title) + '|' +
+           escaped(alert.body);
+}
+
+} // namespace kelvane

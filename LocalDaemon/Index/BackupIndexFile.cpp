@@ -1,0 +1,212 @@
+#include "LocalDaemon/Index/BackupIndex.h"
+
+#include <cstring>
+#include <limits>
+
+// The form of the file: a mark, the repository's id, the snapshots, then the items in their order, each with
+// the place of its folder; at the end a checksum of everything before. Numbers are little-endian.
+namespace kelvane {
+namespace {
+
+constexpr std::string_view mark = "kelvane index 3\n";
+constexpr std::uint8_t partialWithPaths = 2; // what it lacks follows; 1: partial, 0: complete
+
+std::uint64_t checksumOf(std::span<const std::uint8_t> bytes) {
+    std::uint64_t hash = 14695981039346656037U; // FNV-1a
+    for (const std::uint8_t byte : bytes)
+        hash = (hash ^ byte) * 1099511628211U;
+    return hash;
+}
+
+class Writer {
+public:
+    explicit Writer(std::vector<std::uint8_t>& bytes) : bytes_(bytes) {}
+
+    template <class Number>
+    void number(Number value) {
+        auto rest = static_cast<std::uint64_t>(value);
+        for (std::size_t each = 0; each < sizeof(Number); ++each, rest >>= 8U)
+            bytes_.push_back(static_cast<std::uint8_t>(rest));
+    }
+    void time(FileTime value) {
+        number(value.seconds());
+        number(value.nanoseconds());
+    }
+    void raw(std::string_view value) { bytes_.insert(bytes_.end(), value.begin(), value.end()); }
+    void text(std::string_view value) {
+        number(static_cast<std::uint16_t>(value.size()));
+        raw(value);
+    }
+
+private:
+    std::vector<std::uint8_t>& bytes_;
+};
+
+// What is not there reads as 0 or empty, and `isWhole` says so.
+class Reader {
+public:
+    explicit Reader(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}
+
+    template <class Number>
+    void number(Number& value) {
+        const auto part = take(sizeof(Number));
+        std::uint64_t read = 0;
+        for (std::size_t each = part.size(); each > 0; --each)
+            read = read << 8U | part[each - 1];
+        value = static_cast<Number>(read);
+    }
+    void time(FileTime& value) {
+        std::int64_t seconds = 0;
+        std::uint32_t nanoseconds = 0;
+        number(seconds);
+        number(nanoseconds);
+        value = FileTime(seconds, nanoseconds);
+    }
+    [[nodiscard]] std::string_view text() {
+        std::uint16_t size = 0;
+        number(size);
+        const auto part = take(size);
+        return {reinterpret_cast<const char*>(part.data()), part.size()};
+    }
+    [[nodiscard]] bool isWhole() const { return isWhole_; }
+    [[nodiscard]] std::size_t left() const { return bytes_.size(); }
+
+private:
+    std::span<const std::uint8_t> take(std::size_t size) {
+        if (size > bytes_.size()) {
+            isWhole_ = false;
+            return {};
+        }
+        const auto part = bytes_.first(size);
+        bytes_ = bytes_.subspan(size);
+        return part;
+    }
+
+    std::span<const std::uint8_t> bytes_;
+    bool isWhole_ = true;
+};
+
+// The bytes between mark and checksum; none when either is wrong.
+std::optional<std::span<const std::uint8_t>> bodyOf(std::span<const std::uint8_t> bytes) {
+    if (bytes.size() < mark.size() + sizeof(std::uint64_t) ||
+        std::memcmp(bytes.data(), mark.data(), mark.size()) != 0)
+        return std::nullopt;
+    const auto before = bytes.first(bytes.size() - sizeof(std::uint64_t));
+    std::uint64_t checksum = 0;
+    Reader(bytes.last(sizeof(std::uint64_t))).number(checksum);
+    if (checksum != checksumOf(before))
+        return std::nullopt;
+    return before.subspan(mark.size());
+}
+
+// The numbers of an item, the same way for both directions.
+template <class Stream, class Item>
+void transfer(Stream& stream, Item& item) {
+    stream.number(item.size);
+    stream.time(item.modified);
+    stream.time(item.changed);
+    stream.number(item.backedUp);
+    stream.number(item.version);
+    stream.number(item.snapshot);
+    stream.number(item.uid);
+    stream.number(item.gid);
+    stream.number(item.mode);
+}
+
+} // namespace
+
+std::vector<std::uint8_t> BackupIndex::encoded() const {
+    std::vector<std::uint8_t> bytes;
+    bytes.reserve(items_.size() * 64 + names_.size());
+    Writer writer(bytes);
+    writer.raw(mark);
+    writer.text(repositoryId_);
+    writer.number(static_cast<std::uint32_t>(snapshots_.size()));
+    for (const auto& [number, snapshot] : snapshots_) {
+        writer.number(number);
+        writer.text(snapshot.id);
+        writer.number(snapshot.time);
+        writer.number(snapshot.isPartial && !snapshot.lacks.empty() ? partialWithPaths
+                                                                    : std::uint8_t{snapshot.isPartial});
+        writer.number(snapshot.sequence);
+        if (!snapshot.isPartial || snapshot.lacks.empty())
+            continue;
+        writer.number(static_cast<std::uint32_t>(snapshot.lacks.size()));
+        for (const std::string& path : snapshot.lacks)
+            writer.text(path);
+    }
+    for (const Item& item : items_) {
+        writer.number(item.parent);
+        writer.text(nameOf(item));
+        writer.number(static_cast<std::uint8_t>(item.kind));
+        transfer(writer, item);
+    }
+    writer.number(checksumOf(bytes));
+    return bytes;
+}
+
+std::optional<BackupIndex> BackupIndex::decoded(std::span<const std::uint8_t> bytes) {
+    const auto body = bodyOf(bytes);
+    if (!body)
+        return std::nullopt;
+    Reader reader(*body);
+    BackupIndex index;
+    index.items_.clear();
+    index.repositoryId_ = reader.text();
+    std::uint32_t snapshotCount = 0;
+    reader.number(snapshotCount);
+    for (; snapshotCount > 0 && reader.isWhole(); --snapshotCount) {
+        std::uint32_t number = 0;
+        Snapshot snapshot;
+        std::uint8_t isPartial = 0;
+        reader.number(number);
+        snapshot.id = reader.text();
+        reader.number(snapshot.time);
+        reader.number(isPartial);
+        reader.number(snapshot.sequence);
+        snapshot.isPartial = isPartial != 0;
+        std::uint32_t lackCount = 0;
+        if (isPartial == partialWithPaths)
+            reader.number(lackCount);
+        for (; lackCount > 0 && reader.isWhole(); --lackCount)
+            snapshot.lacks.emplace_back(reader.text());
+        index.snapshots_[number] = snapshot;
+    }
+    while (reader.left() > 0 && reader.isWhole()) {
+        Item item;
+        reader.number(item.parent);
+        const std::string_view name = reader.text();
+        std::uint8_t kind = 0;
+        reader.number(kind);
+        transfer(reader, item);
+        if (!index.takeDecoded(item, name, kind))
+            return std::nullopt;
+    }
+    if (!reader.isWhole() || index.items_.empty())
+        return std::nullopt;
+    index.sumUp();
+    return index;
+}
+
+// False: it does not fit behind those before it.
+bool BackupIndex::takeDecoded(Item item, std::string_view name, std::uint8_t kind) {
+    const std::size_t place = items_.size();
+    const bool isRoot = place == 0;
+    if (kind > static_cast<std::uint8_t>(ItemKind::Link) || (!isRoot && item.parent >= place) ||
+        (place > 1 && item.parent < items_.back().parent) ||
+        place == std::numeric_limits<std::uint32_t>::max())
+        return false;
+    item.kind = static_cast<ItemKind>(kind);
+    item.nameOffset = names_.size();
+    item.nameLength = static_cast<std::uint16_t>(name.size());
+    names_ += name;
+    items_.push_back(item);
+    if (isRoot)
+        return true;
+    Item& parent = items_[item.parent];
+    if (parent.childCount++ == 0)
+        parent.firstChild = static_cast<std::uint32_t>(place);
+    return true;
+}
+
+} // namespace kelvane

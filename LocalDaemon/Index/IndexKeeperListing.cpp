@@ -1,0 +1,199 @@
+// Which snapshots the repository has, what is in them, and what is known of them beside it.
+
+#include "LocalDaemon/Index/IndexKeeper.h"
+#include "LocalDaemon/Index/RetentionAlerts.h"
+#include "Support/Logging.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace kelvane {
+namespace {
+
+using SteadyClock = std::chrono::steady_clock;
+
+// Listing a snapshot takes half a second at least: of more of them people are told.
+constexpr std::size_t fewToList = 20;
+constexpr std::chrono::seconds tellInterval{10};
+constexpr std::chrono::minutes saveInterval{5};
+
+// What is known, and behind it those of an answer with gaps that certainly are newer.
+std::vector<Snapshot> withNewer(const BackupIndex& known, const std::vector<Snapshot>& listed) {
+    std::vector<Snapshot> all = known.inOrderOfCreation();
+    for (Snapshot& each : all)
+        if (const auto told = std::ranges::find(listed, each.id, &Snapshot::id); told != listed.end())
+            each = *told;
+    const auto isKnown = [&](const Snapshot& each) { return known.holdsSnapshot(each.id); };
+    const auto lastKnown = std::find_if(listed.rbegin(), listed.rend(), isKnown).base();
+    const std::uint64_t newest = all.empty() ? 0 : all.back().sequence;
+    std::copy_if(lastKnown, listed.end(), std::back_inserter(all),
+                 [&](const Snapshot& each) { return known.snapshots().empty() || each.sequence > newest; });
+    return all;
+}
+
+} // namespace
+
+Repository::Listing IndexKeeper::snapshots(const StopSignal& stop) const {
+    return withKnown(repository_.snapshots(stop));
+}
+
+Repository::Listing IndexKeeper::withKnown(Repository::Listing listing) const {
+    const bool isOfAnother = index_->repositoryId() != repositoryId_;
+    for (Snapshot& listed : listing.snapshots) {
+        listed.isPartial = listed.isPartial || retention_.isIncomplete(listed.sequence);
+        for (const auto& [number, known] : index_->snapshots())
+            if (!isOfAnother && isSame(known, listed)) {
+                listed.isPartial = listed.isPartial || known.isPartial;
+                listed.lacks = known.lacks;
+            }
+    }
+    return listing;
+}
+
+// That a snapshot lacks something is often known only when it has been made. The repository has to tell it as
+// well: on another machine, or without the index, what is missing would count as deleted.
+ResticOutcome IndexKeeper::mark(Made& made, const StopSignal& stop) const {
+    if (const ResticOutcome outcome = repository_.markPartial({made.id}, stop); !outcome.succeeded()) {
+        KelvaneSystemLog("Snapshot %@ lacks something and is not marked yet: %@", made.id, reasonOf(outcome));
+        return {}; // the index knows it, and the next time it is made current
+    }
+    const Repository::Listing listing = repository_.snapshots(stop);
+    if (!listing.snapshots.empty() && listing.snapshots.back().sequence == nextSequence())
+        made.id = listing.snapshots.back().id;
+    return listing.outcome;
+}
+
+// With those marked that were not when they were made. Their ids change, so that the index has to follow.
+Repository::Listing IndexKeeper::markedSnapshots(const StopSignal& stop) const {
+    Repository::Listing listing = repository_.snapshots(stop);
+    std::vector<std::string> unmarked;
+    for (const Snapshot& each : listing.snapshots)
+        if (!each.isPartial && retention_.isIncomplete(each.sequence) &&
+            (each.sequence < highestSequence || each == listing.snapshots.back()))
+            unmarked.push_back(each.id);
+    if (!listing.outcome.succeeded() || unmarked.empty())
+        return listing;
+    if (const ResticOutcome outcome = repository_.markPartial(unmarked, stop); !outcome.succeeded()) {
+        KelvaneSystemLog("%llu snapshots that lack something are not marked yet: %@", unmarked.size(),
+                         reasonOf(outcome));
+        return listing;
+    }
+    return repository_.snapshots(stop);
+}
+
+// A disk that errs may give back later what it does not show now.
+void IndexKeeper::noteVanished(const Repository::Listing& listing, const std::string& repositoryId) {
+    if (index_->repositoryId() != repositoryId)
+        return vanished_.clear();
+    for (const auto& known : index_->snapshots())
+        if (std::ranges::none_of(listing.snapshots,
+                                 [&](const Snapshot& each) { return isSame(known.second, each); }))
+            vanished_.insert(known.second.id);
+    for (const Snapshot& listed : listing.snapshots)
+        vanished_.erase(listed.id);
+}
+
+ResticOutcome IndexKeeper::takeBackVanished(const StopSignal& stop) {
+    const Repository::Listing listing = repository_.snapshots(stop);
+    const bool isOneBack = std::ranges::any_of(
+        listing.snapshots, [this](const Snapshot& each) { return vanished_.contains(each.id); });
+    return listing.outcome.succeeded() && isOneBack ? synchronize(false, stop) : listing.outcome;
+}
+
+// The index with a number for each snapshot, and those numbers whose contents are to be listed.
+BackupIndex IndexKeeper::withListed(const Repository::Listing& listing, const std::string& repositoryId,
+                                    Numbers& toList) const {
+    BackupIndex none(repositoryId, {}, {});
+    const BackupIndex& known = index_->repositoryId() == repositoryId ? *index_ : none;
+    const std::vector<Snapshot> order =
+        listing.unread.empty() ? listing.snapshots : withNewer(known, listing.snapshots);
+    // Of what a snapshot held that has gone, older ones may hold another version.
+    const bool isOneGone = std::ranges::any_of(known.snapshots(), [&](const auto& each) {
+        return std::ranges::none_of(order,
+                                    [&](const Snapshot& listed) { return isSame(each.second, listed); });
+    });
+    std::optional<BackupIndex> numbered = isOneGone ? std::nullopt : indexNumbering(known, order);
+    const bool isMadeAnew = !numbered.has_value();
+    if (isMadeAnew) {
+        KelvaneSystemLog("Snapshots are missing or in another order; the index is made anew.");
+        numbered = indexNumbering(none, order);
+    }
+    for (const auto& [number, snapshot] : numbered->snapshots())
+        if (isMadeAnew || !known.holdsSnapshot(snapshot.id))
+            toList.push_back(number);
+    return std::move(*numbered);
+}
+
+// One whose contents cannot be read is left out for now and asked for again the next time. In the order of
+// creation: what disappeared at once is told by comparing each one with those before it.
+ResticOutcome IndexKeeper::rebuild(BackupIndex from, const Numbers& toList, const StopSignal& stop) {
+    ResticOutcome failure;
+    std::vector<Snapshot> read;
+    for (const auto& [number, snapshot] : from.snapshots())
+        if (!std::ranges::binary_search(toList, number))
+            read.push_back(snapshot);
+    auto told = SteadyClock::now() - tellInterval;
+    auto saved = SteadyClock::now();
+    for (std::size_t at = 0; at < toList.size(); ++at) {
+        if (toList.size() > fewToList && SteadyClock::now() - told >= tellInterval) {
+            alerts_.raise(alertForListing(at, toList.size()));
+            told = SteadyClock::now();
+        }
+        if (SteadyClock::now() - saved >= saveInterval) {
+            keepUnfinished(from, read);
+            saved = SteadyClock::now();
+        }
+        const Snapshot snapshot = *from.snapshot(toList[at]);
+        const ResticOutcome outcome = listContents(from, toList[at], read, stop);
+        if (outcome.trouble == ResticTrouble::Failed) {
+            KelvaneSystemLog("Snapshot %@ cannot be read: %@", snapshot.id, outcome.errors);
+            alerts_.raise(alertForUnreadSnapshots(outcome.errors));
+            failure = outcome;
+            continue;
+        }
+        if (!outcome.succeeded()) {
+            keepUnfinished(from, read);
+            return outcome;
+        }
+        read.push_back(snapshot);
+        lookForDisappearance(from, toList[at], toList);
+    }
+    if (read.empty() && !failure.succeeded())
+        return failure;
+    if (!failure.succeeded()) {
+        isCurrent_ = false;
+        from = indexOfKept(from, read);
+    }
+    take(std::move(from), {"/"}, true);
+    return {};
+}
+
+// `read`: those whose contents the index has.
+ResticOutcome IndexKeeper::listContents(BackupIndex& from, std::uint32_t number,
+                                        const std::vector<Snapshot>& read, const StopSignal& stop) const {
+    const auto listed = from.snapshots().find(number);
+    if (listed != from.snapshots().begin()) {
+        const auto& [previous, snapshot] = *std::prev(listed);
+        const bool hasSameTree = !snapshot.tree.empty() && snapshot.tree == listed->second.tree;
+        if (hasSameTree && std::ranges::find(read, snapshot.id, &Snapshot::id) != read.end()) {
+            if (stop.isSet())
+                return {ResticTrouble::Stopped, false, {}};
+            from = from.withSameContents(previous, number);
+            return {};
+        }
+    }
+    auto contents = repository_.list(listed->second.id, stop);
+    if (contents.outcome.succeeded())
+        from = indexWithContents(from, number, std::move(contents.items));
+    return contents.outcome;
+}
+
+// What has been read of many snapshots must not be read again after a stop or a restart. What is noted about
+// those that are not in it yet stays, and so does what others know of the backup.
+void IndexKeeper::keepUnfinished(const BackupIndex& from, const std::vector<Snapshot>& read) {
+    const bool isOfAnother = index_->repositoryId() != from.repositoryId();
+    if (isOfAnother ? !read.empty() : read.size() > index_->snapshots().size())
+        save(indexOfKept(from, read));
+}
+
+} // namespace kelvane

@@ -1,0 +1,89 @@
+#include "LocalDaemon/Index/LateChanges.h"
+
+#include "Platform/FileDescriptor.h"
+
+#include <array>
+#include <ctime>
+#include <fcntl.h>
+#include <set>
+#include <sys/stat.h>
+
+namespace kelvane {
+namespace {
+
+constexpr std::int64_t coarseTick =
+    2; // seconds: FAT's, and twice that of file systems that keep whole seconds
+
+// What lies ahead has not changed meanwhile: the clock was another one.
+bool isLate(const SnapshotItem& item, FileTime begin, FileTime end) {
+    const bool isCoarse = item.changed.nanoseconds() == 0;
+    return item.changed.seconds() <= end.seconds() + coarseTick &&
+           (isCoarse ? item.changed.seconds() + coarseTick >= begin.seconds() : item.changed >= begin);
+}
+
+// Whether a file looks as it was saved.
+bool isAsSaved(const struct stat& status, std::uint64_t size, FileTime modified, FileTime changed) {
+    return S_ISREG(status.st_mode) && static_cast<std::uint64_t>(status.st_size) == size &&
+           FileTime(status.st_mtim) == modified && FileTime(status.st_ctim) == changed;
+}
+
+// Gives the file another time of its last status change by setting when it was last read to what it is: a
+// mode would undo what somebody changes meanwhile. False: it looks as it was saved still.
+bool touch(const SnapshotItem& item) {
+    // Not for reading: a pipe that has taken its place would let its writers go on.
+    const FileDescriptor file(::open(item.path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    struct stat status {};
+    const auto isStillAsSaved = [&] {
+        return file && ::fstat(file.get(), &status) == 0 &&
+               isAsSaved(status, item.size, item.modified, item.changed);
+    };
+    if (!isStillAsSaved())
+        return true;
+    const std::string handle = "/proc/self/fd/" + std::to_string(file.get());
+    const std::array<timespec, 2> times{status.st_atim, timespec{0, UTIME_OMIT}};
+    ::utimensat(AT_FDCWD, handle.c_str(), times.data(), 0);
+    return !isStillAsSaved();
+}
+
+} // namespace
+
+std::size_t takeLateChanges(std::vector<SnapshotItem>& items, const BackupIndex& before, FileTime begin,
+                            const std::vector<std::string>& readAgain) {
+    std::set<std::string> uncertain;
+    before.forEach([&](const BackupIndex::Item& item) {
+        if (isUncertain(item.changed))
+            uncertain.insert(before.pathOf(item));
+    });
+    for (const std::string& path : readAgain)
+        uncertain.erase(path);
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    std::size_t late = 0;
+    for (SnapshotItem& item : items) {
+        if (item.kind != ItemKind::File)
+            continue;
+        const bool isLateNow = isLate(item, begin, FileTime(now));
+        late += isLateNow ? 1U : 0U;
+        const bool isSameAsBefore =
+            uncertain.contains(item.path) && before.find(item.path)->changed == asUncertain(item.changed);
+        if ((isLateNow && !touch(item)) || isSameAsBefore)
+            item.changed = asUncertain(item.changed);
+    }
+    return late;
+}
+
+std::vector<std::string> uncertainFiles(const BackupIndex& index) {
+    std::vector<std::string> paths;
+    index.forEach([&](const BackupIndex::Item& item) {
+        if (item.kind != ItemKind::File || !isUncertain(item.changed))
+            return;
+        std::string path = index.pathOf(item);
+        struct stat status {};
+        if (::lstat(path.c_str(), &status) == 0 &&
+            isAsSaved(status, item.size, item.modified, asCertain(item.changed)))
+            paths.push_back(std::move(path));
+    });
+    return paths;
+}
+
+} // namespace kelvane

@@ -1,0 +1,25 @@
+#include "LocalDaemon/Index/RepositoryFiles.h"
+
+#include "Support/Logging.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <system_error>
+
+namespace kelvane {
+namespace {
+
+void move(const std::string& from, const std::string& to) {
+    if (std::rename(from.c_str(), to.c_str()) != 0 && errno != ENOENT)
+        KelvaneSystemLog("Cannot rename %@ to %@: %@", from, to, std::generic_category().message(errno));
+}
+
+} // namespace
+
+void exchangeFile(const std::string& path, const std::string& previous, const std::string& present) {
+    if (!previous.empty())
+        move(path, path + '-' + previous);
+    move(path + '-' + present, path);
+}
+
+} // namespace kelvane

@@ -1,0 +1,322 @@
+#include "LocalDaemon/Index/RetentionRecord.h"
+
+#include "Support/CheckedFile.h"
+#include "Support/DamagedFile.h"
+#include "Support/Logging.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace kelvane {
+namespace {
+
+constexpr std::size_t largestFile = std::size_t{16} << 20U;
+constexpr std::string_view recordKey = "record";
+constexpr std::int64_t hour = 3600; // seconds
+constexpr std::int64_t day = 24 * hour;
+
+// Less may be a wrong time zone or a correction, and is made up for by keeping everything a day longer.
+constexpr std::int64_t largestCorrection = day;
+// Nobody can tell how long a machine was off if its clock was set meanwhile. A long weekend is believed.
+constexpr std::int64_t longestBelievedOff = 4 * day;
+constexpr std::chrono::days longerForCorrections{1};
+constexpr std::int64_t latestTime = std::int64_t{1} << 50U; // either way of 1970; no clock shows more
+
+struct DecisionName {
+    RetentionRecord::Decision decision;
+    std::string_view name;
+};
+constexpr DecisionName decisionNames[] = {{RetentionRecord::Decision::None, ""},
+                                          {RetentionRecord::Decision::Keep, "keep"},
+                                          {RetentionRecord::Decision::Forget, "forget"}};
+
+std::int64_t timeIn(const Value& value) {
+    return std::clamp(value.int64Value(), -latestTime, latestTime);
+}
+
+Value valueOf(const Disappearance& each, RetentionRecord::Decision decision) {
+    const auto* const name = std::ranges::find(decisionNames, decision, &DecisionName::decision);
+    return Dictionary{{"id", each.id},
+                      {"time", each.time},
+                      {"snapshots", Array(each.snapshots.begin(), each.snapshots.end())},
+                      {"files", each.files},
+                      {"of", each.of},
+                      {"decision", std::string(name->name)}};
+}
+
+Disappearance disappearanceFrom(const Value& value) {
+    Disappearance read{value["id"].stringValue(),
+                       timeIn(value["time"]),
+                       {},
+                       value["files"].uint64Value(),
+                       value["of"].uint64Value()};
+    for (const Value& id : value["snapshots"].array())
+        read.snapshots.insert(id.stringValue());
+    return read;
+}
+
+} // namespace
+
+RetentionRecord::RetentionRecord(std::string path, MachineClock clock)
+    : path_(std::move(path)),
+      clock_(std::move(clock)),
+      contents_(read(path_)),
+      saved_(contents_),
+      present_(&contents_.repositories[""]) {}
+
+// What was noted before the id was known is about the repository that is found first.
+void RetentionRecord::setRepository(const std::string& id) {
+    const std::scoped_lock guard(mutex_);
+    if (auto unnamed = contents_.repositories.extract(""); unnamed) {
+        unnamed.key() = id;
+        contents_.repositories.insert(std::move(unnamed)); // unless something is known of that one
+    }
+    present_ = &contents_.repositories[id];
+}
+
+void RetentionRecord::noteClock() {
+    const std::scoped_lock guard(mutex_);
+    look();
+}
+
+RetentionLimits RetentionRecord::limits(std::chrono::days keep) {
+    const std::scoped_lock guard(mutex_);
+    RetentionLimits limits;
+    limits.now = look();
+    limits.keep = keep + longerForCorrections;
+    limits.clockSteadySince = contents_.steadySince;
+    limits.made = present_->made;
+    for (const Entry& entry : present_->entries)
+        if (entry.decision != Decision::Forget)
+            limits.held.insert(entry.disappearance.snapshots.begin(), entry.disappearance.snapshots.end());
+    return limits;
+}
+
+bool RetentionRecord::isForgettingDue() {
+    const std::scoped_lock guard(mutex_);
+    return isDayOver(look());
+}
+
+bool RetentionRecord::isPruningDue() {
+    const std::scoped_lock guard(mutex_);
+    return isDayOver(look()) && present_->isToPrune;
+}
+
+void RetentionRecord::noteForgotten() {
+    const std::scoped_lock guard(mutex_);
+    present_->forgotten = look();
+    present_->isToPrune = true;
+    save();
+}
+
+void RetentionRecord::notePruned() {
+    const std::scoped_lock guard(mutex_);
+    present_->isToPrune = false;
+    save();
+}
+
+void RetentionRecord::noteBegun(std::uint64_t sequence) {
+    noteMade(sequence, true);
+}
+
+void RetentionRecord::noteMade(std::uint64_t sequence, bool isIncomplete) {
+    const std::scoped_lock guard(mutex_);
+    if (isIncomplete)
+        present_->incomplete.insert(sequence);
+    else
+        present_->incomplete.erase(sequence);
+    save();
+}
+
+bool RetentionRecord::isIncomplete(std::uint64_t sequence) const {
+    const std::scoped_lock guard(mutex_);
+    return present_->incomplete.contains(sequence);
+}
+
+void RetentionRecord::add(const Disappearance& disappearance) {
+    const std::scoped_lock guard(mutex_);
+    const auto isSame = [&](const Entry& each) { return each.disappearance.id == disappearance.id; };
+    const auto known = std::ranges::find_if(present_->entries, isSame);
+    if (known == present_->entries.end())
+        present_->entries.push_back({disappearance});
+    else if (known->decision == Decision::None)
+        known->disappearance = disappearance;
+    save();
+}
+
+void RetentionRecord::update(const BackupIndex& index) {
+    const std::scoped_lock guard(mutex_);
+    noteNewSnapshots(index);
+    if (const Snapshot* const newest = index.newestSnapshot())
+        std::erase_if(present_->incomplete, [&](std::uint64_t sequence) {
+            return sequence < newest->sequence &&
+                   std::ranges::none_of(index.snapshots(), [sequence](const auto& snapshot) {
+                       return snapshot.second.sequence == sequence;
+                   });
+        });
+    std::erase_if(present_->entries, [&](const Entry& entry) {
+        const Disappearance& each = entry.disappearance;
+        const bool isOneThere = std::ranges::any_of(index.snapshots(), [&](const auto& snapshot) {
+            return each.snapshots.contains(snapshot.second.id);
+        });
+        return !isOneThere || (entry.decision == Decision::None &&
+                               !isDisappearance(filesHeldLastBy(index, each.snapshots), each.of));
+    });
+    save();
+}
+
+void RetentionRecord::noteNewSnapshots(const BackupIndex& index) {
+    const std::int64_t now = look();
+    std::map<std::uint64_t, std::int64_t> made;
+    for (const auto& [number, snapshot] : index.snapshots()) {
+        const auto known = present_->made.find(snapshot.sequence);
+        if (snapshot.sequence != 0)
+            made[snapshot.sequence] = known == present_->made.end() ? now : known->second;
+    }
+    present_->made = std::move(made);
+}
+
+std::vector<RetentionRecord::Entry> RetentionRecord::entries() const {
+    const std::scoped_lock guard(mutex_);
+    return present_->entries;
+}
+
+std::string RetentionRecord::decide(const std::string& id, Decision decision) {
+    const std::scoped_lock guard(mutex_);
+    const auto isMeant = [&](const Entry& each) {
+        return !id.empty() && each.disappearance.id.starts_with(id);
+    };
+    const auto entry = std::ranges::find_if(present_->entries, isMeant);
+    if (entry == present_->entries.end())
+        return "No files that disappeared with snapshot " + id + " are waiting for a decision.";
+    const Decision before = std::exchange(entry->decision, decision);
+    std::string failure = save();
+    if (!failure.empty())
+        entry->decision = before;
+    return failure;
+}
+
+// The time, after it was compared with what the clocks showed before.
+std::int64_t RetentionRecord::look() {
+    const ClockReading reading = clock_();
+    Contents& known = contents_;
+    const bool isSameBoot = !reading.bootId.empty() && reading.bootId == known.bootId;
+    const std::int64_t jump =
+        isSameBoot
+            ? (reading.wall - known.wallThen) - (reading.sinceBoot - known.sinceBootThen)
+            : reading.wall - known.lastSeen - reading.sinceBoot; // the machine was off that long, or not
+    const std::int64_t believed = isSameBoot ? largestCorrection : longestBelievedOff;
+    const bool isFirst = known.steadySince == 0;
+    const bool hasJumped = isFirst || jump < -largestCorrection || jump > believed;
+    if (hasJumped && !isFirst)
+        KelvaneSystemLog("The clock differs by %lld s from what had to be expected. Nothing is removed from "
+                         "the backup until deleted files have been kept for their full time from now on.",
+                         jump);
+    if (hasJumped) {
+        known.steadySince = reading.wall;
+        for (auto& [id, repository] : known.repositories)
+            for (auto& [sequence, time] : repository.made)
+                time = std::min(time, reading.wall);
+    }
+    if (hasJumped || !isSameBoot) {
+        known.bootId = reading.bootId;
+        known.wallThen = reading.wall;
+        known.sinceBootThen = reading.sinceBoot;
+    }
+    known.lastSeen = reading.wall;
+    if (hasJumped || !isSameBoot || std::abs(known.lastSeen - saved_.lastSeen) >= hour)
+        save();
+    return reading.wall;
+}
+
+// Since the last forgetting. A time that lies ahead is that of a clock that was wrong.
+bool RetentionRecord::isDayOver(std::int64_t now) const {
+    if (present_->forgotten == 0)
+        return true;
+    const bool isAhead = present_->forgotten > now + largestCorrection;
+    return now >= std::max(isAhead ? 0 : present_->forgotten, contents_.steadySince) + day;
+}
+
+std::string RetentionRecord::save() {
+    if (contents_ == saved_)
+        return {};
+    Dictionary repositories;
+    for (const auto& [id, repository] : contents_.repositories)
+        repositories.set(id, valueOfRepository(repository));
+    std::string failure = replaceCheckedFile(path_, recordKey,
+                                             Dictionary{{"bootId", contents_.bootId},
+                                                        {"wallThen", contents_.wallThen},
+                                                        {"sinceBootThen", contents_.sinceBootThen},
+                                                        {"lastSeen", contents_.lastSeen},
+                                                        {"steadySince", contents_.steadySince},
+                                                        {"repositories", std::move(repositories)}});
+    if (failure.empty())
+        saved_ = contents_;
+    else
+        KelvaneSystemLog("What decides over forgetting cannot be saved: %@", failure);
+    return failure;
+}
+
+RetentionRecord::Contents RetentionRecord::read(const std::string& path) {
+    const CheckedReading file = readCheckedFile(path, recordKey, largestFile);
+    if (file.state == CheckedReading::State::Whole)
+        return contentsFrom(file.value);
+    if (file.state == CheckedReading::State::Missing)
+        return {};
+    static_cast<void>(setAside(path, file.reason));
+    KelvaneSystemLog("Nothing is removed from the backup until deleted files have been kept for their full "
+                     "time from now on.");
+    return {};
+}
+
+RetentionRecord::Contents RetentionRecord::contentsFrom(const Value& value) {
+    Contents contents;
+    contents.bootId = value["bootId"].stringValue();
+    contents.wallThen = timeIn(value["wallThen"]);
+    contents.sinceBootThen = timeIn(value["sinceBootThen"]);
+    contents.lastSeen = timeIn(value["lastSeen"]);
+    contents.steadySince = timeIn(value["steadySince"]);
+    contents.repositories[""] = repositoryFrom(value); // as a version kept it that knew of one repository
+    for (const auto& [id, repository] : value["repositories"].dictionary())
+        contents.repositories[id] = repositoryFrom(repository);
+    return contents;
+}
+
+Value RetentionRecord::valueOfRepository(const OfRepository& repository) {
+    Array entries;
+    Array incomplete;
+    Array made; // a number and its time in turns
+    for (const std::uint64_t sequence : repository.incomplete)
+        incomplete.push_back(sequence);
+    for (const auto& [sequence, time] : repository.made) {
+        made.push_back(sequence);
+        made.push_back(time);
+    }
+    for (const Entry& entry : repository.entries)
+        entries.push_back(valueOf(entry.disappearance, entry.decision));
+    return Dictionary{{"forgotten", repository.forgotten},
+                      {"isToPrune", repository.isToPrune},
+                      {"incomplete", std::move(incomplete)},
+                      {"made", std::move(made)},
+                      {"disappearances", std::move(entries)}};
+}
+
+RetentionRecord::OfRepository RetentionRecord::repositoryFrom(const Value& value) {
+    OfRepository repository;
+    repository.forgotten = timeIn(value["forgotten"]);
+    repository.isToPrune = value["isToPrune"].boolValue();
+    for (const Value& each : value["incomplete"].array())
+        repository.incomplete.insert(each.uint64Value());
+    const Array& made = value["made"].array();
+    for (std::size_t at = 0; at + 1 < made.size(); at += 2)
+        repository.made[made[at].uint64Value()] = timeIn(made[at + 1]);
+    for (const Value& each : value["disappearances"].array()) {
+        const auto* const name = std::ranges::find(
+            decisionNames, std::string_view(each["decision"].stringValue()), &DecisionName::name);
+        repository.entries.push_back(
+            {disappearanceFrom(each), name == std::end(decisionNames) ? Decision::None : name->decision});
+    }
+    return repository;
+}
+
+} // namespace kelvane

@@ -1,0 +1,35 @@
+#include "LocalDaemon/Panes/AlertActions.h"
+
+#include "Common/StandingAlert.h"
+#include "Support/Logging.h"
+
+#include <algorithm>
+
+namespace kelvane {
+
+AlertActions::AlertActions(std::shared_ptr<DaemonState> state) : state_(std::move(state)) {}
+
+void AlertActions::add(const std::string& verb, Handler handler) {
+    handlers_[verb] = std::move(handler);
+}
+
+std::string AlertActions::perform(const std::string& action, const std::string& alertId) const {
+    const std::optional<Alert> alert = state_->standingAlert(alertId);
+    if (!alert)
+        return "No alert \"" + alertId + "\" stands.";
+    if (std::ranges::find(alert->actions, action) == alert->actions.end())
+        return "The alert \"" + alertId + "\" does not offer \"" + action + "\".";
+    KelvaneSystemLog("Alert %@: %@", alertId, action);
+    if (action == dismissAction) {
+        state_->withdrawAlert(alertId);
+        return {};
+    }
+    const std::string_view verb = verbOf(action);
+    const auto handler = handlers_.find(verb);
+    if (handler == handlers_.end())
+        return "Nothing in this daemon does \"" + action + "\".";
+    const std::string argument = action.substr(std::min(verb.size() + 1, action.size()));
+    return handler->second(argument);
+}
+
+} // namespace kelvane

@@ -1,0 +1,77 @@
+#pragma once
+
+#include "LocalDaemon/State/DaemonObserver.h"
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_set>
+#include <vector>
+
+namespace kelvane {
+
+// What one pane is still to be told, until its sender takes it. State numbers and alerts wait only while the
+// pane wants them, changed files and folders always. What waits already is not queued again, and what a slow
+// pane can pile up is bounded in number and in bytes. What is told of a restore waits in any case.
+//
+// Any thread; nothing here waits but `take`.
+class CallbackQueue : public PaneObserver {
+public:
+    void setStateHandler(bool wanted) override;
+    void setAlertHandler(bool wanted) override;
+
+    void stateChanged(std::uint32_t code) override;
+    void alertRaised(const std::string& alert) override;
+    // A restore that begins takes back the end of the one before, if that has not been told yet.
+    void restoreProgressed(const std::vector<std::uint32_t>& codes) override;
+    void restoreEnded(const std::string& alert) override;
+    void filesChanged(const std::vector<std::string>& paths) override;
+    void foldersChanged(const std::vector<std::string>& paths) override;
+
+    struct Batch {
+        std::vector<std::uint32_t> states; // the last change of each, in the order of those
+        std::vector<std::string> files;    // "/" alone when too many have changed
+        std::vector<std::string> folders;  // likewise
+        std::vector<std::string> alerts;
+        std::uint64_t lostAlerts = 0; // there were too many
+    };
+    // Waits until there is something. None: closed.
+    [[nodiscard]] std::optional<Batch> take();
+    void close();
+
+private:
+    class Paths {
+    public:
+        void add(const std::vector<std::string>& paths);
+        [[nodiscard]] bool empty() const { return inOrder_.empty(); }
+        [[nodiscard]] std::vector<std::string> take();
+
+    private:
+        std::deque<std::string> inOrder_;
+        std::unordered_set<std::string_view> known_; // of those
+        std::size_t bytes_ = 0;
+        bool areTooMany_ = false;
+    };
+
+    void addState(std::uint32_t code);
+    void addAlert(const std::string& alert);
+    void add(Paths CallbackQueue::*kind, const std::vector<std::string>& paths);
+    [[nodiscard]] bool isEmpty() const;
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool closed_ = false;
+    bool wantsStates_ = false;
+    bool wantsAlerts_ = false;
+    std::vector<std::uint32_t> states_;
+    std::deque<std::string> alerts_;
+    std::uint64_t lostAlerts_ = 0;
+    Paths files_;
+    Paths folders_;
+};
+
+} // namespace kelvane

@@ -1,0 +1,238 @@
+#include "LocalDaemon/Panes/DaemonTarget.h"
+
+#include "Common/RestoreStatus.h"
+#include "Common/StandingAlert.h"
+#include "Common/TypedCall.h"
+#include "Foundation/Unicode.h"
+#include "LocalDaemon/State/RestoreProgress.h"
+#include "Platform/Accounts.h"
+#include "Support/Logging.h"
+
+#include <cerrno>
+
+namespace kelvane {
+namespace {
+
+template <Selector selector, auto function>
+consteval MethodBinding<DaemonTarget> row() {
+    return bind<DaemonTarget, selector, function>();
+}
+
+constexpr MethodBinding<DaemonTarget> bindings[] = {
+    row<"terminate", &DaemonTarget::terminate>(),
+    row<"showRestoreWizard", &DaemonTarget::showRestoreWizard>(),
+    row<"restoreWithChoices:", &DaemonTarget::restoreWithChoices>(),
+    row<"mappedUserAsString:", &DaemonTarget::mappedUserAsString>(),
+    row<"backedupStateString", &DaemonTarget::backedupStateString>(),
+    row<"liveStateString", &DaemonTarget::liveStateString>(),
+    row<"marketingMessage", &DaemonTarget::marketingMessage>(),
+    row<"computerNumber", &DaemonTarget::computerNumber>(),
+    row<"userEmail", &DaemonTarget::userEmail>(),
+    row<"setValueForProfileKey:withString:", &DaemonTarget::setValueForProfileKey>(),
+    row<"stringValueForProfileKey:", &DaemonTarget::stringValueForProfileKey>(),
+    row<"backupColorsForFiles:", &DaemonTarget::backupColorsForFiles>(),
+    row<"stringForState:", &DaemonTarget::stringForState>(),
+    row<"longlongForState:", &DaemonTarget::longlongForState>(),
+    row<"longForState:", &DaemonTarget::longForState>(),
+    row<"endStateHandler", &DaemonTarget::endStateHandler>(),
+    row<"setStateHandler", &DaemonTarget::setStateHandler>(),
+    row<"endAlertHandler", &DaemonTarget::endAlertHandler>(),
+    row<"setAlertHandler", &DaemonTarget::setAlertHandler>(),
+    row<"clearAccountOverQuotaTestingFlag", &DaemonTarget::clearAccountOverQuotaTestingFlag>(),
+    row<"setAccountOverQuotaTestingFlag:", &DaemonTarget::setAccountOverQuotaTestingFlag>(),
+    row<"cancelAllRestoreJobs", &DaemonTarget::cancelAllRestoreJobs>(),
+    row<"getRestoreJobStatus:", &DaemonTarget::getRestoreJobStatus>(),
+    row<"getCurrentRestoreJob", &DaemonTarget::getCurrentRestoreJob>(),
+    row<"restoreFile:toPath:version:priority:", &DaemonTarget::restoreFile>(),
+    row<"setBackupControl:", &DaemonTarget::setBackupControl>(),
+    row<"setPriorityBackup:", &DaemonTarget::setPriorityBackup>(),
+    row<"removeFileFromBackup:", &DaemonTarget::removeFileFromBackup>(),
+    row<"addFilesToBackup:", &DaemonTarget::addFilesToBackup>(),
+    row<"addFileToBackup:", &DaemonTarget::addFileToBackup>(),
+    row<"getFileTypeToggle:", &DaemonTarget::getFileTypeToggle>(),
+    row<"setFileTypeToggle:toggle:", &DaemonTarget::setFileTypeToggle>(),
+    row<"excludedFiles:", &DaemonTarget::excludedFiles>(),
+    row<"policyExcludeList", &DaemonTarget::policyExcludeList>(),
+    row<"unexcludeFileFromBackup:", &DaemonTarget::unexcludeFileFromBackup>(),
+    row<"excludeFileFromBackup:", &DaemonTarget::excludeFileFromBackup>(),
+    row<"childrenDictionariesForPath:", &DaemonTarget::childrenDictionariesForPath>(),
+    row<"dictionaryForPath:withDirSizes:", &DaemonTarget::dictionaryForPathWithDirSizes>(),
+    row<"dictionaryForPath:", &DaemonTarget::dictionaryForPath>(),
+    row<"setServiceState:", &DaemonTarget::setServiceState>(),
+    row<"serviceState", &DaemonTarget::serviceState>(),
+    row<"daemonState", &DaemonTarget::daemonState>(),
+    row<"serverURL", &DaemonTarget::serverURL>(),
+    row<"setAutomaticMode:", &DaemonTarget::setAutomaticMode>(),
+    row<"automaticMode", &DaemonTarget::automaticMode>(),
+    row<"setDelayShutdown:", &DaemonTarget::setDelayShutdown>(),
+    row<"delayShutdown", &DaemonTarget::delayShutdown>(),
+    row<"setLowerPriorityMode:", &DaemonTarget::setLowerPriorityMode>(),
+    row<"lowerPriorityMode", &DaemonTarget::lowerPriorityMode>(),
+    row<"setRecoverMode:", &DaemonTarget::setRecoverMode>(),
+    row<"recoverMode", &DaemonTarget::recoverMode>(),
+    row<"setIncludeRequired:", &DaemonTarget::setIncludeRequired>(),
+    row<"setPausedMinutes:", &DaemonTarget::setPausedMinutes>(),
+    row<"pausedMinutes", &DaemonTarget::pausedMinutes>(),
+    row<"setEnabled:", &DaemonTarget::setEnabled>(),
+    row<"dismissAlert:", &DaemonTarget::dismissAlert>(),
+    row<"performAlertAction:ofAlert:", &DaemonTarget::performAlertAction>(),
+    row<"verify", &DaemonTarget::verify>(),
+};
+
+consteval bool isEveryMethodBound() {
+    for (const MethodDescription& method : KelvaneExtendedDaemonProtocol) {
+        bool found = false;
+        for (const auto& binding : bindings)
+            found = found || binding.description.selector == method.selector;
+        if (!found)
+            return false;
+    }
+    return true;
+}
+static_assert(isEveryMethodBound(), "a method of the daemon's tables is not answered");
+
+std::string textOf(const FileTotals& totals, std::string_view where) {
+    return formatText("%llu files with %llu bytes %@", totals.count, totals.bytes, where);
+}
+
+} // namespace
+
+Protocol DaemonTarget::methods() const {
+    return KelvaneExtendedDaemonProtocol;
+}
+
+void DaemonTarget::invoke(Invocation& invocation) {
+    invokeBound<DaemonTarget>(bindings, *this, invocation);
+}
+
+Value DaemonTarget::stringForState(std::uint32_t code) {
+    return code == restoreprogress::currentFile ? textFromPath(state_->restoreProgress().file)
+                                                : serviceStateText(code);
+}
+
+std::uint64_t DaemonTarget::longlongForState(std::uint32_t code) {
+    return code == restoreprogress::currentFileSize ? state_->restoreProgress().fileSize : 0;
+}
+
+std::int64_t DaemonTarget::longForState(std::uint32_t code) {
+    return code == restoreprogress::pendingCount
+               ? static_cast<std::int64_t>(state_->restoreProgress().pending)
+               : 0;
+}
+
+Value DaemonTarget::backedupStateString() {
+    return textOf(state_->totals().backedUp, "in the backup");
+}
+
+Value DaemonTarget::liveStateString() {
+    return textOf(state_->found(), "on this computer");
+}
+
+void DaemonTarget::setBackupControl(std::uint32_t flags) {
+    state_->changeSettings([flags](Settings& settings) { settings.backupControlFlags = flags; });
+}
+
+Value DaemonTarget::dismissAlert(const Value& id) {
+    return alertActions_->perform(std::string(dismissAction), id.stringValue());
+}
+
+Value DaemonTarget::performAlertAction(const Value& action, const Value& ofAlert) {
+    return alertActions_->perform(action.stringValue(), ofAlert.stringValue());
+}
+
+Value DaemonTarget::verify() {
+    if (!state_->backupNeed().mayRead)
+        return "The backup is paused, disabled or not configured.";
+    runner_->verifyNow();
+    return "";
+}
+
+// A user is known by number or by name.
+Value DaemonTarget::mappedUserAsString(const Value& user) {
+    if (!user.isNumber())
+        return user.stringValue();
+    const std::uint32_t number = user.uint32Value();
+    return SystemAccounts().userName(number).value_or(std::to_string(number));
+}
+
+Value DaemonTarget::stringValueForProfileKey(const Value& key) {
+    if (const auto job = restorestatus::jobOfFailuresKey(key.stringValue()))
+        return restores_->failures(*job);
+    return state_->settings().profile[key.stringValue()].stringValue();
+}
+
+void DaemonTarget::setValueForProfileKey(const Value& key, const Value& text) {
+    if (!key.isString() || !text.isString())
+        return KelvaneSystemLog("A profile value without a key or a text is ignored.");
+    bool isTaken = false;
+    state_->changeSettings(
+        [&](Settings& settings) { isTaken = setEntry(settings.profile, key.stringValue(), text); });
+    if (!isTaken)
+        KelvaneSystemLog("A profile value is ignored: it is too long, or there are too many.");
+}
+
+std::uint32_t DaemonTarget::getFileTypeToggle(const Value& fileType) {
+    return state_->settings().fileTypeToggles[fileType.stringValue()].uint32Value();
+}
+
+void DaemonTarget::setFileTypeToggle(const Value& fileType, std::uint32_t toggle) {
+    if (!fileType.isString())
+        return KelvaneSystemLog("The toggle of a file type without a name is ignored.");
+    bool isTaken = false;
+    state_->changeSettings([&](Settings& settings) {
+        isTaken = setEntry(settings.fileTypeToggles, fileType.stringValue(), toggle);
+    });
+    if (!isTaken)
+        KelvaneSystemLog(
+            "The toggle of a file type is ignored: its name is too long, or there are too many.");
+}
+
+Value DaemonTarget::dictionaryForPathWithDirSizes(const Value& path, bool withDirSizes) {
+    using Sizes = NodeAnswers::FolderSizes;
+    return nodes_->node(path, withDirSizes ? Sizes::Contents : Sizes::Own);
+}
+
+void DaemonTarget::setPriorityBackup(const Value& path) {
+    const auto real = entrance().pathWithoutLinks(path.stringValue());
+    if (!real)
+        return KelvaneSystemLog("What makes no sense is not backed up first: %@", path);
+    state_->orderBackup();
+    runner_->backUpNow(*real);
+}
+
+bool DaemonTarget::restoreWithChoices(const Value& choices) {
+    refuse("restoreWithChoices:", choices);
+    return false;
+}
+
+// What stands in the backup at the path as it is typed goes before what stands there without links.
+std::uint32_t DaemonTarget::restoreFile(const Value& source, const Value& destination, std::uint32_t version,
+                                        std::uint32_t priority) {
+    if (state_->configuration().repository.location.empty())
+        return restores_->refuse(
+            formatText("%@ cannot be restored: the backup does not know where it is.", source));
+    PathEntrance entrance = this->entrance();
+    std::optional<std::string> from = entrance.realPath(source.stringValue());
+    const std::optional<std::string> to = entrance.pathWithoutLinks(destination.stringValue());
+    if (!from || !to)
+        return restores_->refuse(
+            formatText("%@ cannot be restored to %@: there is no such path.", source, destination));
+    if (!state_->index()->find(*from))
+        from = entrance.pathWithoutLinks(source.stringValue());
+    return restores_->add({0, version, priority, *from, *to});
+}
+
+PathEntrance DaemonTarget::entrance() const {
+    return PathEntrance(state_->withMissing(fileSystem_->volumes()));
+}
+
+void DaemonTarget::setFlag(bool Settings::*flag, bool on) {
+    state_->changeSettings([flag, on](Settings& settings) { settings.*flag = on; });
+}
+
+std::uint32_t DaemonTarget::refuse(std::string_view selector, const Value& argument) {
+    KelvaneSystemLog("%@ is not possible yet: %@", selector, argument);
+    return ENOTSUP;
+}
+
+} // namespace kelvane

@@ -1,0 +1,297 @@
+#include "LocalDaemon/Panes/NodeAnswers.h"
+
+#include "Common/FileNode.h"
+#include "Foundation/CleanPath.h"
+#include "Foundation/PathComponents.h"
+#include "Foundation/Unicode.h"
+#include "LocalDaemon/Panes/NodeLook.h"
+#include "LocalDaemon/Scan/FolderContents.h"
+#include "Platform/MountTable.h"
+#include "Support/Logging.h"
+#include "Support/PathHelpers.h"
+
+#include <algorithm>
+#include <limits>
+#include <map>
+#include <set>
+
+namespace kelvane {
+namespace {
+
+using Kind = FileAttributes::Kind;
+
+// An answer with more would take seconds and hundreds of megabytes on both sides.
+constexpr std::size_t mostChildren = 500'000;
+
+std::uint32_t narrowed(std::uint64_t count) {
+    return static_cast<std::uint32_t>(
+        std::min<std::uint64_t>(count, std::numeric_limits<std::uint32_t>::max()));
+}
+
+} // namespace
+
+// One question: the rules and volumes that its whole answer goes by.
+class NodeAnswers::Request {
+public:
+    explicit Request(const NodeAnswers& answers)
+        : state_(*answers.state_),
+          fileSystem_(*answers.fileSystem_),
+          tree_(*answers.tree_),
+          rules_(state_.rules()),
+          index_(state_.index()),
+          entrance_(state_.withMissing(fileSystem_.volumes())) {}
+
+    struct File {
+        std::string path;          // real, without links
+        FileAttributes attributes; // when it has gone from the disk, those that it was backed up with
+        bool isMissing = false;
+        bool isSilent = false; // what is mounted there does not answer, and is not asked for anything
+    };
+    [[nodiscard]] std::optional<std::string> realPath(const Value& asked) {
+        const auto path = entrance_.realPath(asked.stringValue());
+        if (const std::string mount = path ? silentMountOver(*path) : std::string(); !mount.empty())
+            return mount == path ? path : std::nullopt;
+        return entrance_.pathWithoutLinks(asked.stringValue());
+    }
+    [[nodiscard]] std::optional<File> fileAt(const Value& asked) {
+        const std::optional<std::string> path = realPath(asked);
+        return path ? fileAtRealPath(*path) : std::nullopt;
+    }
+    [[nodiscard]] std::optional<File> fileAtRealPath(const std::string& path) {
+        if (const std::string mount = silentMountOver(path); !mount.empty()) {
+            File silent{path, {}, false, true};
+            silent.attributes.kind = Kind::Directory;
+            return mount == path ? std::optional(std::move(silent)) : std::nullopt;
+        }
+        if (const auto attributes = fileSystem_.attributes(path))
+            return File{path, *attributes};
+        const BackupIndex::Item* const item = index_->find(path);
+        return item && item->snapshot != 0 ? std::optional(missingFile(path, *item)) : std::nullopt;
+    }
+    [[nodiscard]] const Volumes& volumes() const { return entrance_.volumes(); }
+    [[nodiscard]] const BackupRules& rules() const { return *rules_; }
+
+    // Of all that is in the folder, on the disk and in the backup.
+    [[nodiscard]] std::set<std::string> namesIn(const File& folder) const {
+        FolderListing listing;
+        listing.isComplete = folder.isMissing;
+        if (!folder.isMissing && !folder.isSilent)
+            listing = fileSystem_.list(folder.path, mostChildren);
+        if (!listing.isComplete)
+            KelvaneCLog("Panes are not told of all that is in %@: error %d.", folder.path, listing.error);
+        std::set<std::string> names(listing.names.begin(), listing.names.end());
+        if (const BackupIndex::Item* const saved = index_->find(folder.path))
+            for (const BackupIndex::Item& item : index_->children(*saved))
+                names.emplace(index_->nameOf(item));
+        return names;
+    }
+    [[nodiscard]] FileTotals totalsBelow(const File& folder, const std::atomic<bool>& stopping) const {
+        if (folder.isSilent)
+            return {};
+        if (!folder.isMissing)
+            return kelvane::totalsBelow(folder.path, stopping);
+        return index_->totalsOf(*index_->find(folder.path));
+    }
+
+    [[nodiscard]] NodeLook lookOf(const File& file, const BackupStanding& standing) {
+        const Verdict verdict = verdictOf(file);
+        const bool isPartial =
+            file.attributes.kind == Kind::Directory && kelvane::isPartial(*rules_, file.path, verdict.isIn());
+        return kelvane::lookOf(file.path, file.attributes.kind, verdict, isPartial, standing);
+    }
+    [[nodiscard]] std::int32_t colorOf(const File& file) { return lookOf(file, standingOf(file)).color; }
+
+    // `asked` is the path in the pane's words. Without a file only the rules, or the mount table, know of it.
+    [[nodiscard]] FileNodeRef node(const std::string& asked, const std::optional<File>& file) {
+        const FileNodeRef node = KelvaneFileNode::create(lastPathComponent(asked), false);
+        node->setPath(asked);
+        if (file) {
+            describe(*node, *file);
+        } else {
+            node->setBackupFlags(Backup_Missing);
+            node->setBackupColor(Backup_Color_None);
+        }
+        return node;
+    }
+    // A volume is named by its mount point.
+    [[nodiscard]] FileNodeRef volumeNode(const std::string& asked, const std::optional<File>& file) {
+        const FileNodeRef node = this->node(asked, file);
+        node->setFileName(volumes().mountPointOf(asked).value_or(asked));
+        node->setDisplayName(kelv_volumeDisplayName(node->fileName(), volumes()));
+        node->setIsDirectory(true);
+        return node;
+    }
+
+private:
+    void describe(KelvaneFileNode& node, const File& file) {
+        node.setIsDirectory(file.attributes.kind == Kind::Directory);
+        node.setSizeValue(file.attributes.size);
+        node.setTotalCount(file.attributes.kind == Kind::File ? 1 : 0);
+        node.setUid(file.attributes.uid);
+        node.setGid(file.attributes.gid);
+        const BackupStanding standing = standingOf(file);
+        node.setBackupDate(standing.date);
+        if (standing.date)
+            node.setVersion(standing.version);
+        const NodeLook look = lookOf(file, standing);
+        node.setBackupFlags(look.backupFlags);
+        node.setSimpleFlags(look.simpleFlags);
+        node.setBackupColor(look.color);
+        node.setState(look.state);
+    }
+    // The mount that the path is in, when that does not answer; else empty.
+    [[nodiscard]] std::string silentMountOver(const std::string& path) {
+        std::string mount = nearestMountPoint(*mounts_, path);
+        if (mount.empty() || !isRemote(mounts_->at(mount)))
+            return {};
+        const auto [known, isNew] = answers_.try_emplace(mount, false);
+        if (isNew)
+            known->second = isAnswering(mount);
+        return known->second ? std::string() : std::move(mount);
+    }
+    static File missingFile(const std::string& path, const BackupIndex::Item& item) {
+        File file{path, {}, true};
+        file.attributes.kind = item.kind == ItemKind::Folder ? Kind::Directory
+                               : item.kind == ItemKind::Link ? Kind::SymbolicLink
+                                                             : Kind::File;
+        file.attributes.size = item.size;
+        file.attributes.uid = item.uid;
+        file.attributes.gid = item.gid;
+        return file;
+    }
+    [[nodiscard]] BackupStanding standingOf(const File& file) const {
+        const BackupIndex::Item* const item = index_->find(file.path);
+        BackupStanding standing;
+        standing.isMissing = file.isMissing;
+        standing.isWaiting = !item;
+        if (item && item->snapshot != 0) {
+            standing.date = dateOf(*item);
+            standing.version = item->version;
+        } else if (const Snapshot* const newest = item ? index_->newestSnapshot() : nullptr) {
+            standing.date = dateFromTime(newest->time); // a folder of which only contents were saved
+        }
+        standing.isKept = item && index_->hasContent(*item);
+        standing.isDamaged = item && index_->isDamaged(*item);
+        if (file.attributes.kind != Kind::Directory) {
+            standing.isWaiting = !item || !isUnchanged(*item, file.attributes) || standing.isDamaged ||
+                                 (item->kind == ItemKind::Link && isTargetLost(file.path));
+        } else if (const auto counts = tree_.countsAt(file.path)) {
+            standing.isWaiting = !item || counts->isWaiting();
+            standing.isMixed = counts->isWaiting() && counts->files.count > counts->waiting.count;
+        }
+        return standing;
+    }
+    // Of a folder, which is as new as what is in it: when it was last known to be whole.
+    [[nodiscard]] Date dateOf(const BackupIndex::Item& item) const {
+        const Snapshot* const snapshot =
+            item.kind == ItemKind::Folder ? index_->snapshot(item.snapshot) : nullptr;
+        return dateFromTime(snapshot ? snapshot->time : item.backedUp);
+    }
+    [[nodiscard]] Verdict verdictOf(const File& file) {
+        Verdict verdict = verdictFor(*rules_, file.path);
+        if (!verdict.isIn() || file.isMissing)
+            return verdict;
+        if (file.attributes.kind == Kind::Other)
+            return {Verdict::Reason::NoFile, {}};
+        if (nearestMountPoint(*mounts_, file.path) != mountOf(verdict.rule))
+            return {Verdict::Reason::OtherFileSystem, verdict.rule};
+        return verdict;
+    }
+    // Remembers one: the files of a request mostly have the same rule.
+    [[nodiscard]] const std::string& mountOf(const std::string& rule) {
+        if (rule != lastRule_)
+            lastMount_ = nearestMountPoint(*mounts_, lastRule_ = rule);
+        return lastMount_;
+    }
+
+    const DaemonState& state_;
+    const FileSystem& fileSystem_;
+    const FolderTree& tree_;
+    const DaemonState::Rules rules_;
+    const DaemonState::Index index_;
+    PathEntrance entrance_;
+    const std::shared_ptr<const MountPoints> mounts_ = currentMountPoints();
+    std::map<std::string, bool> answers_; // by mount point
+    std::string lastRule_;
+    std::string lastMount_;
+};
+
+Value NodeAnswers::node(const Value& path, FolderSizes sizes) const {
+    Request request(*this);
+    const auto file = request.fileAt(path);
+    if (!file)
+        return {};
+    const std::string asked = pathWithComponents(pathComponents(path.stringValue()));
+    const bool isVolume = asked == "/" || kelv_isVolumePath(asked);
+    const FileNodeRef node = isVolume ? request.volumeNode(asked, file) : request.node(asked, file);
+    if (sizes == FolderSizes::Contents && node->isDirectory()) {
+        const FileTotals totals = request.totalsBelow(*file, stopping_);
+        node->setSizeValue(totals.bytes);
+        node->setTotalCount(narrowed(totals.count));
+    }
+    return node->dictionary();
+}
+
+Value NodeAnswers::children(const Value& path) const {
+    return path.stringValue().empty() ? volumes() : childrenOfFolder(path);
+}
+
+Value NodeAnswers::volumes() const {
+    Request request(*this);
+    Array nodes;
+    for (const Volume& volume : request.volumes().all())
+        nodes.push_back(request
+                            .volumeNode(request.volumes().mountPointName(volume),
+                                        request.fileAtRealPath(volume.mountPoint))
+                            ->dictionary());
+    return nodes;
+}
+
+Value NodeAnswers::childrenOfFolder(const Value& path) const {
+    Request request(*this);
+    Array nodes;
+    const auto folder = request.fileAt(path);
+    if (!folder || folder->attributes.kind != Kind::Directory)
+        return nodes;
+    const std::string asked = withSeparator(pathWithComponents(pathComponents(path.stringValue())));
+    const std::string real = withSeparator(folder->path);
+    for (const std::string& name : request.namesIn(*folder))
+        if (const auto file = stopping_ ? std::nullopt : request.fileAtRealPath(real + name))
+            nodes.push_back(request.node(asked + textFromPath(name), file)->dictionary());
+    return nodes;
+}
+
+Value NodeAnswers::colors(const Value& paths) const {
+    Request request(*this);
+    Array colors;
+    for (const Value& path : paths.array()) {
+        const auto file = stopping_ ? std::nullopt : request.fileAt(path);
+        colors.emplace_back(
+            static_cast<std::uint32_t>(file ? request.colorOf(*file) : Backup_Color_Undefined));
+    }
+    return colors;
+}
+
+Value NodeAnswers::excludedFiles(const Value& path) const {
+    Request request(*this);
+    const auto folder = request.realPath(path);
+    Array nodes;
+    for (const std::string& excluded : request.rules().paths.exclusions)
+        if (folder && (excluded == *folder || excluded.starts_with(withSeparator(*folder))))
+            nodes.push_back(request
+                                .node(textFromPath(request.volumes().volumePath(excluded)),
+                                      request.fileAtRealPath(excluded))
+                                ->dictionary());
+    return nodes;
+}
+
+Value NodeAnswers::policy() const {
+    const auto volumes = state_->withMissing(fileSystem_->volumes());
+    Array patterns;
+    const auto rules = state_->rules();
+    for (const std::string& pattern : rules->policy)
+        patterns.emplace_back(textFromPath(volumePattern(pattern, *volumes)));
+    return patterns;
+}
+
+} // namespace kelvane

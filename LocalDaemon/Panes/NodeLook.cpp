@@ -1,0 +1,116 @@
+#include "LocalDaemon/Panes/NodeLook.h"
+
+#include "Common/FileNodeFlags.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace kelvane {
+namespace {
+
+using Reason = Verdict::Reason;
+using Kind = FileAttributes::Kind;
+
+struct ReasonRow {
+    Reason reason;
+    std::uint32_t flags;
+    std::uint32_t flagsOfRule; // where the rule itself stands
+    bool canBeToggled;
+    std::string_view text; // of those that are in: while they wait
+};
+constexpr ReasonRow reasonRows[] = {
+    {Reason::Home, Backup_Backup, 0, true, "Waiting for backup"},
+    {Reason::Added, Backup_Backup, Backup_Include, true, "Waiting for backup"},
+    {Reason::Excluded, Backup_Exclude, 0, true, "Excluded from the backup"},
+    {Reason::Removed, Backup_Exclude, 0, true, "Removed from the backup"},
+    {Reason::Policy, Backup_Exclude | Backup_System, 0, false, "Left out by policy"},
+    {Reason::OutsideHome, 0, 0, true, "Outside the home folder"},
+    {Reason::NotAdded, 0, 0, true, "Not added to the backup"},
+    {Reason::OtherFileSystem, 0, 0, true, "On another file system"},
+    {Reason::AbsentDisk, 0, 0, false, "On a disk that is away"},
+    {Reason::NoFile, 0, 0, false, "Neither file nor folder nor link"},
+};
+
+const ReasonRow& rowOf(Reason reason) {
+    return *std::ranges::find(reasonRows, reason, &ReasonRow::reason);
+}
+
+// Where a person's own rule stands on a folder.
+std::uint32_t folderRuleFlag(Reason reason) {
+    switch (reason) {
+    case Reason::Added: return Backup_Folder_Include;
+    case Reason::Excluded:
+    case Reason::Removed: return Backup_Folder_Exclude;
+    default: return 0;
+    }
+}
+
+// Panes show no colour as red.
+std::int32_t colorOf(bool isIn, bool isPartial, const BackupStanding& standing) {
+    if (standing.isDamaged && (standing.isMissing || !isIn))
+        return Backup_Color_None;
+    if (standing.isMissing)
+        return standing.isKept ? Backup_Color_Blue : Backup_Color_None;
+    if (!isIn && !isPartial)
+        return standing.isKept ? Backup_Color_Blue : Backup_Color_None;
+    if (!isIn || standing.isMixed)
+        return Backup_Color_Gray;
+    if (standing.isWaiting)
+        return Backup_Color_Yellow;
+    return isPartial ? Backup_Color_Gray : Backup_Color_Green;
+}
+
+// Panes offer for restoring what counts as in the backup, also if only for a while yet.
+std::uint32_t flagsOf(const BackupStanding& standing) {
+    return (standing.date ? Backup_BackedUp : std::uint32_t{0}) |
+           (standing.isKept ? Backup_Backup : std::uint32_t{0}) |
+           (standing.isMissing ? Backup_Missing : std::uint32_t{0});
+}
+
+std::uint32_t flagsOf(const ReasonRow& row, std::string_view path, Kind kind, const Verdict& verdict,
+                      bool isPartial, const BackupStanding& standing) {
+    const bool isRuleItself = verdict.rule == path;
+    std::uint32_t flags = row.flags | (isRuleItself ? row.flagsOfRule : 0) | flagsOf(standing);
+    if (kind != Kind::Directory)
+        return flags;
+    flags |= Backup_Folder;
+    if (isRuleItself)
+        flags |= folderRuleFlag(verdict.reason);
+    // Nothing in it is in the backup.
+    if (!verdict.isIn() && !isPartial && !standing.isKept)
+        flags |= Backup_Not_Active;
+    return flags;
+}
+
+std::string stateText(const ReasonRow& row, std::string_view path, const Verdict& verdict,
+                      const BackupStanding& standing) {
+    if (standing.isDamaged && (standing.isMissing || !verdict.isIn()))
+        return "Damaged in the backup";
+    if (standing.isDamaged)
+        return "Damaged in the backup, waiting to be stored again";
+    if (standing.isMissing && standing.isKept)
+        return "Gone from the disk, kept in the backup";
+    if (verdict.isIn())
+        return std::string(standing.isWaiting ? row.text : "Backed up");
+    std::string text(row.text);
+    if (!verdict.rule.empty() && verdict.rule != path)
+        text += ": " + verdict.rule;
+    return standing.isKept ? text + " (a copy is kept)" : text;
+}
+
+} // namespace
+
+NodeLook lookOf(std::string_view path, Kind kind, const Verdict& verdict, bool isPartial,
+                const BackupStanding& standing) {
+    const ReasonRow& row = rowOf(verdict.reason);
+    NodeLook look;
+    look.backupFlags = flagsOf(row, path, kind, verdict, isPartial, standing);
+    look.simpleFlags = (verdict.isIn() ? Backup_Simple_Checked : 0) |
+                       (row.canBeToggled ? Backup_Simple_Enabled : 0) |
+                       (isPartial ? Backup_Simple_Grayed : 0);
+    look.color = colorOf(verdict.isIn(), isPartial, standing);
+    look.state = stateText(row, path, verdict, standing);
+    return look;
+}
+
+} // namespace kelvane

@@ -1,0 +1,96 @@
+#include "LocalDaemon/Panes/RuleCommands.h"
+
+#include "LocalDaemon/Rules/PathEntrance.h"
+#include "Support/Logging.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <functional>
+#include <system_error>
+
+namespace kelvane {
+namespace {
+
+bool isMountPoint(const Volumes& volumes, const std::string& path) {
+    return std::ranges::find(volumes.all(), path, &Volume::mountPoint) != volumes.all().end();
+}
+
+// ENOSPC, and nothing has changed, when the rules would become too large.
+std::uint32_t changePaths(DaemonState& state, const std::function<std::uint32_t(PathRules&)>& change) {
+    std::uint32_t error = 0;
+    state.changeSettings([&](Settings& settings) {
+        PathRules paths = settings.paths;
+        error = change(paths);
+        if (error == 0 && isTooLarge(paths) && paths.size() > settings.paths.size())
+            error = ENOSPC;
+        if (error == 0)
+            settings.paths = std::move(paths);
+    });
+    return error;
+}
+
+std::uint32_t errorOfMarking(DaemonState& state, const FileSystem& fileSystem, const Array& paths,
+                             PathRules::Mark mark) {
+    PathEntrance entrance(state.withMissing(fileSystem.volumes()));
+    std::vector<std::string> real;
+    for (const Value& path : paths) {
+        const auto at = entrance.pathWithoutLinks(path.stringValue());
+        if (!at)
+            return EINVAL;
+        if (mark == PathRules::Mark::Added && !fileSystem.attributes(*at))
+            return ENOENT;
+        real.push_back(*at);
+    }
+    return changePaths(state, [&](PathRules& rules) {
+        for (const std::string& path : real)
+            rules.mark(path, mark);
+        return 0U;
+    });
+}
+
+} // namespace
+
+std::uint32_t excludeFile(DaemonState& state, const FileSystem& fileSystem, const Value& path) {
+    PathEntrance entrance(state.withMissing(fileSystem.volumes()));
+    const auto real = entrance.pathWithoutLinks(path.stringValue());
+    if (!real || isMountPoint(entrance.volumes(), *real))
+        return EINVAL;
+    if (!fileSystem.attributes(*real))
+        return ENOENT;
+    return changePaths(state, [&](PathRules& rules) {
+        rules.exclusions.insert(*real);
+        return 0U;
+    });
+}
+
+std::uint32_t unexcludeFile(DaemonState& state, const FileSystem& fileSystem, const Value& path) {
+    PathEntrance entrance(state.withMissing(fileSystem.volumes()));
+    const auto named = entrance.realPath(path.stringValue());
+    const auto real = entrance.pathWithoutLinks(path.stringValue());
+    if (!named || !real)
+        return EINVAL;
+    // A folder on the way may have become a link since.
+    return changePaths(state, [&](PathRules& rules) {
+        return rules.exclusions.erase(*named) + rules.exclusions.erase(*real) > 0 ? 0U
+                                                                                  : std::uint32_t{ENOENT};
+    });
+}
+
+void setAutomaticMode(DaemonState& state, bool isAutomatic) {
+    state.changeSettings([&](Settings& settings) {
+        if (!isAutomatic && !settings.hasManualSelection) {
+            const Configuration& all = state.configuration();
+            settings.paths = withManualSelection({true, all.home, all.policy, settings.paths, all.volumes});
+            settings.hasManualSelection = true;
+        }
+        settings.automaticMode = isAutomatic;
+    });
+}
+
+void markFiles(DaemonState& state, const FileSystem& fileSystem, const Array& paths, PathRules::Mark mark) {
+    if (const std::uint32_t error = errorOfMarking(state, fileSystem, paths, mark))
+        KelvaneSystemLog("What is backed up stays as it is (%@): %@",
+                         std::generic_category().message(static_cast<int>(error)), Value(paths));
+}
+
+} // namespace kelvane

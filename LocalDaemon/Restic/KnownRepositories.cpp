@@ -1,0 +1,80 @@
+#include "LocalDaemon/Restic/KnownRepositories.h"
+
+#include "Foundation/Checksum.h"
+#include "Foundation/CleanPath.h"
+#include "Foundation/Format.h"
+#include "Platform/FileContents.h"
+#include "Platform/SpecialFolders.h"
+#include "Support/Logging.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <optional>
+#include <set>
+#include <span>
+
+namespace kelvane {
+namespace {
+
+constexpr std::size_t largestFile = std::size_t{1} << 20U;
+constexpr std::size_t checksumLength = 16;
+constexpr std::string_view hexDigits = "0123456789abcdef";
+constexpr mode_t privateMode = 0600;
+
+std::string checksumText(const std::string& location) {
+    return formatText("%016llx", checksumOf(location));
+}
+
+// The checksums by which places begin their lines. None: nobody can tell.
+std::optional<std::set<std::string, std::less<>>> placesIn(std::string_view text) {
+    std::set<std::string, std::less<>> places;
+    while (!text.empty()) {
+        const std::string_view line = text.substr(0, text.find('\n'));
+        const bool isWhole = line.size() < text.size() && line.size() > checksumLength + 1 &&
+                             line[checksumLength] == ' ' &&
+                             line.substr(0, checksumLength).find_first_not_of(hexDigits) == line.npos &&
+                             line.substr(checksumLength + 1).find_first_not_of(hexDigits) == line.npos;
+        if (!isWhole)
+            return std::nullopt;
+        places.emplace(line.substr(0, checksumLength));
+        text.remove_prefix(line.size() + 1);
+    }
+    return places;
+}
+
+std::string_view textOf(const FileReading& file) {
+    return {reinterpret_cast<const char*>(file.bytes.data()), file.bytes.size()};
+}
+
+bool isMissing(const FileReading& file) {
+    return file.error == ENOENT || file.error == ENOTDIR;
+}
+
+} // namespace
+
+bool KnownRepositories::knows(const std::string& location) const {
+    const FileReading file = readFile(path_, largestFile, SymbolicLinks::Follow);
+    if (isMissing(file))
+        return false;
+    const auto places = file.succeeded() ? placesIn(textOf(file)) : std::nullopt;
+    return !places || places->contains(checksumText(location));
+}
+
+void KnownRepositories::note(const std::string& location, const std::string& repositoryId) const {
+    const FileReading file = readFile(path_, largestFile, SymbolicLinks::Follow);
+    const auto places = placesIn(textOf(file));
+    if (places && places->contains(checksumText(location)))
+        return;
+    std::string failure = file.succeeded() || isMissing(file) ? "" : file.reason;
+    std::string text = places ? std::string(textOf(file)) : std::string();
+    text += checksumText(location) + ' ' + repositoryId + '\n';
+    const std::span bytes(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
+    if (failure.empty())
+        failure = ensureFolder(std::string(folderOf(path_)))
+                      ? replaceFileAtomically(path_, bytes, privateMode).reason
+                      : "cannot make the folder of " + path_;
+    if (!failure.empty())
+        KelvaneSystemLog("That this key opens a repository cannot be noted: %@", failure);
+}
+
+} // namespace kelvane

@@ -1,0 +1,376 @@
+#include "LocalDaemon/Restore/RestoreDelivery.h"
+
+#include "Foundation/CleanPath.h"
+#include "Foundation/PathComponents.h"
+#include "LocalDaemon/Restore/Staging/NameClashes.h"
+#include "LocalDaemon/Restore/Staging/RestoreAccess.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace kelvane {
+namespace {
+
+constexpr mode_t ownersFolder = 0700;    // of a folder that is made on the way and of which nothing is known
+constexpr const char* newFolder = "new"; // beside the folders of the snapshots
+constexpr std::uint64_t smallestWithHoles = std::uint64_t{64} << 10U;
+constexpr const char* missing = "it has not come out of the backup";
+
+std::string errorText() {
+    return errno == EXDEV ? "it would come to another disk than what is around it; restore it by itself"
+                          : std::generic_category().message(errno);
+}
+
+SavedAccess accessOf(const BackupIndex::Item& item, const std::string& lostRules) {
+    return {item.uid, item.gid, lostRules.empty() ? item.mode : item.mode & mode_t{S_IRWXU}};
+}
+
+std::string targetOf(int folder, const std::string& link) {
+    std::array<char, PATH_MAX> target{};
+    const ssize_t length = ::readlinkat(folder, link.c_str(), target.data(), target.size());
+    return {target.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0))};
+}
+
+// Where nothing must stand in its way.
+bool moveNew(int from, const char* name, int to, const std::string& newName) {
+    if (::renameat2(from, name, to, newName.c_str(), RENAME_NOREPLACE) == 0)
+        return true;
+    return errno == EINVAL && ::renameat(from, name, to, newName.c_str()) == 0; // an older file system
+}
+
+// The path in the backup of a folder around the target; empty when the target is not the file's own place.
+// What a folder of the same name elsewhere let others do says nothing about this one.
+std::string savedFolder(const std::string& path, const std::string& target, const std::string& folder) {
+    if (target != path && target != targetWithoutLinks(path))
+        return {};
+    const std::size_t rest = target.size() - (folder == "/" ? 0 : folder.size());
+    return path.size() > rest ? path.substr(0, path.size() - rest) : std::string();
+}
+
+} // namespace
+
+RestoreDelivery::RestoreDelivery(const BackupIndex& index, const StagingFolder& staging,
+                                 const FileErrors& errors, RestoreJournal& journal, SavedNodes& nodes,
+                                 const StopSignal& stop)
+    : index_(index), staging_(staging), errors_(errors), journal_(journal), nodes_(nodes), stop_(stop) {
+    for (const auto& [path, reason] : errors_.items) {
+        const BackupIndex::Item* const item = index_.find(path);
+        const FileDescriptor around =
+            item ? stagedFolder(item->snapshot, std::string(folderOf(path))) : FileDescriptor();
+        struct stat status {};
+        if (around &&
+            ::fstatat(around.get(), lastPathComponent(path).c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0)
+            errorsOfInodes_.emplace(status.st_ino, reason);
+    }
+}
+
+void RestoreDelivery::lookForClashes(const std::vector<RestorePiece>& pieces) {
+    if (staging_.tellsNamesApart())
+        return;
+    std::map<std::pair<std::uint32_t, std::string>, std::vector<std::string>> folders;
+    for (const RestorePiece& piece : pieces) {
+        const std::string path = index_.pathOf(*piece.item);
+        folders[{piece.item->snapshot, std::string(folderOf(path))}].push_back(lastPathComponent(path));
+    }
+    for (const auto& [folder, names] : folders)
+        lookForClashes(stagedFolder(folder.first, folder.second).get(), folder.second, names);
+}
+
+void RestoreDelivery::lookForClashes(int staged, const std::string& folder,
+                                     const std::vector<std::string>& names) {
+    for (const std::string& name : clashingNames(staged, names))
+        clashing_.insert(withSeparator(folder) + name);
+}
+
+bool RestoreDelivery::isOthersPlace(const Place& place) const {
+    return !staging_.tellsNamesApart() &&
+           ::faccessat(place.around, place.name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0 &&
+           !hasEntry(place.around, place.name);
+}
+
+void RestoreDelivery::deliver(const RestorePiece& piece) {
+    if (stop_.isSet())
+        return;
+    const std::string path = index_.pathOf(*piece.item);
+    std::string reason;
+    const FileDescriptor around = folderAround(piece, path, reason);
+    if (!around)
+        return fail(path, reason);
+    const AccessForOwner access(around.get(), std::string(folderOf(piece.target)), journal_);
+    const FileDescriptor staged = stagedFolder(piece.item->snapshot, std::string(folderOf(path)));
+    const std::string name = piece.target.substr(piece.target.rfind('/') + 1);
+    shared_.clear();
+    if (const FileDescriptor there = openFolderIn(around.get(), name.empty() ? "." : name);
+        there && piece.target != path && piece.item->kind == ItemKind::Folder)
+        findShared(*piece.item, there.get());
+    deliver({*piece.item, path, piece.target, staged.get(), around.get(), name.empty() ? "." : name},
+            piece.isFolderAlone);
+}
+
+void RestoreDelivery::deliver(const Place& place, bool isFolderAlone) {
+    if (clashing_.contains(place.path) || isOthersPlace(place))
+        return fail(place.path, "on this disk its name is that of another file");
+    if (place.item.kind == ItemKind::Folder)
+        deliverFolder(place, isFolderAlone);
+    else
+        deliverFile(place);
+}
+
+bool RestoreDelivery::findShared(const BackupIndex::Item& item, int folder) {
+    std::map<std::string_view, const BackupIndex::Item*> contents;
+    for (const BackupIndex::Item* const child : lastContents(index_, item))
+        contents.emplace(index_.nameOf(*child), child);
+    std::error_code error;
+    bool isShared = false;
+    for (std::filesystem::directory_iterator at(pathOfDescriptor(folder), error);
+         !error && at != std::filesystem::directory_iterator(); at.increment(error)) {
+        const std::string name = at->path().filename();
+        const auto child = contents.find(name);
+        const FileDescriptor below = openFolderIn(folder, name);
+        if (child == contents.end() || (below && child->second->kind != ItemKind::Folder))
+            isShared = isShared || !name.starts_with(stagingPrefix);
+        else if (below)
+            isShared = findShared(*child->second, below.get()) || isShared;
+    }
+    if (isShared || error)
+        shared_.insert(&item);
+    return isShared || error;
+}
+
+FileDescriptor RestoreDelivery::stagedFolder(std::uint32_t snapshot, const std::string& path) const {
+    return staging_.open(path == "/" ? std::to_string(snapshot) : std::to_string(snapshot) + path);
+}
+
+FileDescriptor RestoreDelivery::folderAround(const RestorePiece& piece, const std::string& path,
+                                             std::string& reason) {
+    const std::string around(folderOf(piece.target));
+    FileDescriptor folder = openFolder("/");
+    for (std::size_t end = 0; folder && end < around.size() && around != "/";) {
+        const std::size_t begin = end + 1;
+        end = std::min(around.find('/', begin), around.size());
+        const std::string target = around.substr(0, end);
+        FileDescriptor next = openFolderIn(folder.get(), around.substr(begin, end - begin));
+        if (!next && errno == ENOENT)
+            next = madeParent(piece, path, folder.get(), target);
+        if (!next)
+            reason = errno == ENOTDIR ? "something else than a folder stands at " + target
+                                      : target + ": " + errorText();
+        folder = std::move(next);
+    }
+    return folder;
+}
+
+FileDescriptor RestoreDelivery::madeParent(const RestorePiece& piece, const std::string& path, int around,
+                                           const std::string& target) {
+    const std::string name = target.substr(target.rfind('/') + 1);
+    const std::string saved = savedFolder(path, piece.target, target);
+    const BackupIndex::Item* const item = saved.empty() ? nullptr : index_.find(saved);
+    std::string reason;
+    if (const FileDescriptor staged = stagedFolder(piece.item->snapshot, saved); item && staged) {
+        if (reason = lostAccessRules(piece.item->snapshot, saved); !reason.empty())
+            fail(saved, reason);
+        made_.push_back({target, FolderMetadata(staged.get(), accessOf(*item, reason), item->modified)});
+        return makeFolder(around, name, &made_.back().metadata, reason);
+    }
+    return makeFolder(around, name, nullptr, reason);
+}
+
+// It gets what is known of it before anybody can see it, and inherits nothing from the folder around it.
+FileDescriptor RestoreDelivery::makeFolder(int around, const std::string& name,
+                                           const FolderMetadata* metadata, std::string& reason) {
+    if (::mkdirat(staging_.descriptor(), newFolder, ownersFolder) != 0 && errno != EEXIST)
+        return {};
+    FileDescriptor folder = openFolderIn(staging_.descriptor(), newFolder);
+    if (folder && metadata)
+        reason = metadata->applyTo(folder.get(), FolderMetadata::Use::BeingFilled);
+    if (folder && moveNew(staging_.descriptor(), newFolder, around, name))
+        return folder;
+    const int error = errno;
+    ::unlinkat(staging_.descriptor(), newFolder, AT_REMOVEDIR); // the next one has other metadata
+    errno = error;
+    return error == EEXIST ? openFolderIn(around, name) : FileDescriptor();
+}
+
+void RestoreDelivery::deliverFile(const Place& place) {
+    std::string reason = faultOf(place);
+    const std::string lost = reason.empty() && place.item.kind == ItemKind::File
+                                 ? lostAccessRules(place.item.snapshot, place.path)
+                                 : std::string();
+    if (reason.empty())
+        reason = prepare(place, accessOf(place.item, lost));
+    struct stat there {};
+    if (!reason.empty())
+        return fail(place.path, reason);
+    if (::fstatat(place.around, place.name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0 &&
+        !S_ISREG(there.st_mode) && !S_ISLNK(there.st_mode))
+        return fail(place.path, S_ISDIR(there.st_mode) ? "a folder stands in its place"
+                                                       : "a device, pipe or socket stands in its place");
+    const std::string staged = place.path.substr(place.path.rfind('/') + 1);
+    reason = setSavedTime(place.staged, staged, place.item.modified);
+    if (::renameat(place.staged, staged.c_str(), place.around, place.name.c_str()) != 0)
+        reason = errorText();
+    if (!reason.empty() || !lost.empty())
+        fail(place.path, reason.empty() ? lost : reason);
+}
+
+std::string RestoreDelivery::faultOf(const Place& place) const {
+    if (const std::string* const error = errors_.errorAt(place.path))
+        return *error;
+    struct stat status {};
+    const std::string staged = place.path.substr(place.path.rfind('/') + 1);
+    if (::fstatat(place.staged, staged.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+        return errno == ENOENT || place.staged < 0 ? missing : std::string(missing) + ": " + errorText();
+    if (std::string error = errorOfOtherNames(status); !error.empty())
+        return error;
+    if (place.item.kind == ItemKind::Link && isTargetInDoubt(place, staged))
+        return "its target was perhaps not UTF-8 text, which restic does not keep";
+    const bool isAsSaved =
+        place.item.kind == ItemKind::Link
+            ? S_ISLNK(status.st_mode)
+            : S_ISREG(status.st_mode) && static_cast<std::uint64_t>(status.st_size) == place.item.size;
+    return isAsSaved ? "" : "it has come out of the backup as something else than was saved";
+}
+
+std::string RestoreDelivery::errorOfOtherNames(const struct stat& status) const {
+    if (S_ISDIR(status.st_mode) || status.st_nlink < 2)
+        return {};
+    if (const auto found = errorsOfInodes_.find(status.st_ino); found != errorsOfInodes_.end())
+        return found->second;
+    return errors_.below.empty() ? std::string() : errors_.below.begin()->second;
+}
+
+// restic has U+FFFD for what is not UTF-8. The link itself may still be there and say that this is its
+// target.
+bool RestoreDelivery::isTargetInDoubt(const Place& place, const std::string& staged) {
+    const std::string target = targetOf(place.staged, staged);
+    struct stat now {};
+    return target.find("\xEF\xBF\xBD") != std::string::npos &&
+           (::lstat(place.path.c_str(), &now) != 0 ||
+            !isUnchanged(place.item, ItemKind::Link, 0, FileTime(now.st_mtim), FileTime(now.st_ctim)) ||
+            targetOf(AT_FDCWD, place.path) != target);
+}
+
+// In the staging folder, where nobody else can reach it.
+std::string RestoreDelivery::prepare(const Place& place, const SavedAccess& access) const {
+    if (place.item.kind != ItemKind::File)
+        return {};
+    const std::string staged = place.path.substr(place.path.rfind('/') + 1);
+    if (std::string reason = completeAttributes(place); !reason.empty())
+        return reason;
+    struct stat status {};
+    if (::fstatat(place.staged, staged.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+        return errorText();
+    const mode_t mode = modeFor(access, status);
+    if (mode != (status.st_mode & ~static_cast<mode_t>(S_IFMT)) &&
+        ::fchmodat(place.staged, staged.c_str(), mode, 0) != 0)
+        return "its mode cannot be set: " + errorText();
+    return place.item.size < smallestWithHoles ? std::string() : digHoles(place.staged, staged);
+}
+
+// Where an access rule does not let the owner write, restic may have set it first, could not set the others
+// then, and has not said so.
+std::string RestoreDelivery::completeAttributes(const Place& place) const {
+    const std::string name = lastPathComponent(place.path);
+    const FileDescriptor staged(::openat(place.staged, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    const std::string self = pathOfDescriptor(staged.get());
+    const Snapshot* const snapshot = index_.snapshot(place.item.snapshot);
+    if (!staged || !snapshot || ::faccessat(AT_FDCWD, self.c_str(), W_OK, AT_EACCESS) == 0 ||
+        ::getxattr(self.c_str(), "system.posix_acl_access", nullptr, 0) <= 0)
+        return {};
+    std::string failure;
+    const std::optional<SavedNode> node = nodes_.find(snapshot->id, place.path, failure);
+    if (!node)
+        return "its attributes cannot be found out: " + failure;
+    return makeOwnerAccessible(staged.get()) ? setAttributes(self, node->attributes)
+                                             : "its mode cannot be set: " + errorText();
+}
+
+// A mode without its ACL may give others what the ACL denied them. restic leaves out in silence what the file
+// system does not keep.
+std::string RestoreDelivery::lostAccessRules(std::uint32_t number, const std::string& path) const {
+    if (staging_.keepsAccessRules() || !staging_.keepsModes())
+        return {}; // asking takes half a second for each folder
+    const Snapshot* const snapshot = index_.snapshot(number);
+    if (!snapshot)
+        return {};
+    std::string failure;
+    const std::optional<SavedNode> node = nodes_.find(snapshot->id, path, failure);
+    if (!node)
+        return "only its owner has access: whether it had an ACL cannot be found out: " + failure;
+    const bool isLost =
+        std::ranges::any_of(node->attributes, [](const auto& each) { return isAccessRule(each.first); });
+    return isLost ? "only its owner has access: the disk does not keep its ACL" : "";
+}
+
+void RestoreDelivery::deliverFolder(const Place& place, bool isAlone) {
+    const bool isSaved = place.item.snapshot != 0; // else only contents of it are known
+    const std::string name = place.path.substr(place.path.rfind('/') + 1);
+    const FileDescriptor staged = isSaved ? openFolderIn(place.staged, name) : FileDescriptor();
+    if (isSaved && !staged)
+        return fail(place.path, missing);
+    if (const std::string reason = completeAttributes(place); !reason.empty())
+        fail(place.path, reason);
+    const std::string lost = lostAccessRules(place.item.snapshot, place.path);
+    const std::optional<FolderMetadata> metadata =
+        isSaved
+            ? std::optional<FolderMetadata>({staged.get(), accessOf(place.item, lost), place.item.modified})
+            : std::nullopt;
+    std::string reason;
+    FileDescriptor target = openFolderIn(place.around, place.name);
+    if (!target && errno == ENOENT)
+        target = makeFolder(place.around, place.name, metadata ? &*metadata : nullptr, reason);
+    if (!target)
+        return fail(place.path, errno == ENOTDIR ? "something else than a folder stands at " + place.target
+                                                 : place.target + ": " + errorText());
+    if (const AccessForOwner access(target.get(), place.target, journal_); !isAlone)
+        deliverContents(place, staged.get(), target.get());
+    if (metadata)
+        reason = shared_.contains(&place.item) ? metadata->narrow(target.get())
+                                               : metadata->applyTo(target.get(), FolderMetadata::Use::Final);
+    if (const std::string* const error = errors_.errorAt(place.path))
+        reason = *error;
+    if (!reason.empty() || !lost.empty())
+        fail(place.path, reason.empty() ? lost : reason);
+}
+
+void RestoreDelivery::deliverContents(const Place& folder, int staged, int target) {
+    std::map<std::uint32_t, FileDescriptor> others; // of other snapshots
+    const auto contents = lastContents(index_, folder.item);
+    if (!staging_.tellsNamesApart()) {
+        std::map<std::uint32_t, std::vector<std::string>> names;
+        for (const BackupIndex::Item* const child : contents)
+            names[child->snapshot].emplace_back(index_.nameOf(*child));
+        for (const auto& [snapshot, each] : names)
+            lookForClashes(stagedFolder(snapshot, folder.path).get(), folder.path, each);
+    }
+    for (const BackupIndex::Item* const child : contents) {
+        if (stop_.isSet())
+            return;
+        int from = staged;
+        if (child->snapshot != folder.item.snapshot) {
+            const auto [other, isNew] = others.try_emplace(child->snapshot);
+            if (isNew)
+                other->second = stagedFolder(child->snapshot, folder.path);
+            from = other->second.get();
+        }
+        const std::string name(index_.nameOf(*child));
+        deliver({*child, withSeparator(folder.path) + name, withSeparator(folder.target) + name, from, target,
+                 name},
+                false);
+    }
+}
+
+void RestoreDelivery::fail(const std::string& path, const std::string& reason) {
+    failures_.push_back({path, reason});
+}
+
+} // namespace kelvane

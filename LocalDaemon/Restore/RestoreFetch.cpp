@@ -1,0 +1,157 @@
+#include "LocalDaemon/Restore/RestoreFetch.h"
+
+#include "LocalDaemon/Restic/Repository.h"
+#include "LocalDaemon/Restic/ResticJson.h"
+#include "LocalDaemon/Restore/Staging/RestoreMetadata.h"
+#include "Support/Logging.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <map>
+#include <system_error>
+
+namespace kelvane {
+namespace {
+
+// A person waits for the end of what was cancelled; restic removes its lock in much less.
+constexpr std::chrono::milliseconds grace(1500);
+constexpr std::chrono::hours forEver(24 * 365);
+constexpr std::size_t mostErrorBytes = std::size_t{16} << 20U;
+constexpr std::size_t mostFoldersListed = 100; // for the errors of one snapshot
+
+constexpr const char* callFolder = "0"; // no snapshot has this number
+
+// With this as its last word restic has done all that it could.
+constexpr std::string_view doneWithErrors = "Fatal: There were ";
+
+bool endsWithCountOfErrors(std::string_view line) {
+    const std::size_t at = line.rfind(doneWithErrors);
+    if (at == std::string_view::npos)
+        return false;
+    line.remove_prefix(at + doneWithErrors.size());
+    line.remove_prefix(std::min(line.find_first_not_of("0123456789"), line.size()));
+    return line == " errors";
+}
+
+std::string reasonText() {
+    return std::generic_category().message(errno);
+}
+
+} // namespace
+
+std::string RestoreFetch::fetch(const RestorePlan& plan, const StagingFolder& staging,
+                                FileErrors& errors) const {
+    Try last = fetchOnce(plan, staging, errors);
+    for (auto wait = tools_.waits.begin(); last.isPassing && wait != tools_.waits.end();) {
+        const std::string reason = !last.failure.empty()  ? last.failure
+                                   : errors.items.empty() ? errors.below.begin()->second
+                                                          : errors.items.begin()->second;
+        KelvaneSystemLog("Restoring waits until the backup can be reached: %@", reason);
+        tools_.onWait(reason);
+        const bool isLastWait = std::next(wait) == tools_.waits.end();
+        const bool isToLast = last.isLocked && isSomebodyAtWork() && isLastWait;
+        if (!waitUnlessStopped(*wait, tools_.stop))
+            break;
+        if (!isToLast)
+            ++wait;
+        last = fetchOnce(plan, staging, errors);
+    }
+    tools_.onWait({});
+    return last.failure;
+}
+
+bool RestoreFetch::isSomebodyAtWork() const {
+    constexpr std::uint32_t anyComputer = 0; // locks have no tag
+    const Repository repository(tools_.restic, anyComputer);
+    const ResticOutcome outcome = repository.clearStaleLocks(tools_.stop).outcome;
+    if (!outcome.succeeded())
+        KelvaneSystemLog("The lock of the backup stands. %@", outcome.errors);
+    return outcome.succeeded();
+}
+
+RestoreFetch::Try RestoreFetch::fetchOnce(const RestorePlan& plan, const StagingFolder& staging,
+                                          FileErrors& errors) const {
+    const FileErrors before = std::exchange(errors, {});
+    if (!staging.clear())
+        return {"the staging folder cannot be emptied: " + reasonText()};
+    for (const auto& [number, paths] : plan) {
+        Try one = fetchFrom(number, paths, staging, errors);
+        if (!one.failure.empty() || tools_.stop.isSet())
+            return one;
+    }
+    return {{}, mayPass(errors, before, !localFolderOf(tools_.restic->place().location).empty())};
+}
+
+// Each call has a folder of its own: in one that an earlier call has made, what comes would inherit an ACL,
+// and a mode may keep restic out.
+RestoreFetch::Try RestoreFetch::fetchFrom(std::uint32_t number, const SnapshotPaths& paths,
+                                          const StagingFolder& staging, FileErrors& errors) const {
+    const Snapshot* const snapshot = tools_.index->snapshot(number);
+    if (!snapshot)
+        return {snapshotHasGone};
+    const std::string whole = std::to_string(number);
+    std::string said;
+    for (const auto& includes : includeArguments(paths)) {
+        std::vector<std::string> arguments{"restore", snapshot->id, "--target",
+                                           staging.path() + '/' + callFolder};
+        arguments.insert(arguments.end(), includes.begin(), includes.end());
+        Try call = callRestic(std::move(arguments), staging.path(), said);
+        if (!call.failure.empty() || tools_.stop.isSet())
+            return call;
+        if (!staging.merge(callFolder, whole))
+            return {"what has come out of the backup cannot be moved: " + reasonText()};
+    }
+    std::map<std::string, std::set<std::string>> listed;
+    addFileErrors(errors, *tools_.index, said, [&](const std::string& folder) {
+        if (!listed.contains(folder) && listed.size() < mostFoldersListed)
+            listed[folder] = specialFilesIn(snapshot->id, folder);
+        return listed.contains(folder) ? listed[folder] : std::set<std::string>();
+    });
+    if (said.size() >= mostErrorBytes)
+        errors.below["/"] = "restic met more errors than can be looked through";
+    return {};
+}
+
+RestoreFetch::Try RestoreFetch::callRestic(std::vector<std::string> arguments, const std::string& staging,
+                                           std::string& errors) const {
+    Restic::Call call;
+    call.arguments = std::move(arguments);
+    call.patience = call.patienceWithRetries = forEver; // the watch is the one to lose it
+    call.grace = grace;
+    call.takesLockIfPossible = true;
+    call.ignoresReadOnlyModes = true; // the delivery sets the modes
+    std::string said;
+    bool isDone = false;
+    call.onErrorLine = [&](std::string_view line) {
+        isDone = line.empty() ? isDone : endsWithCountOfErrors(line);
+        if (said.size() < mostErrorBytes)
+            said.append(tools_.restic->withoutSecrets(std::string(line))).append("\n");
+    };
+    const auto onQuiet = [this](bool isQuiet) {
+        tools_.onWait(isQuiet ? "Nothing has come out of the backup for half a minute." : "");
+    };
+    const ArrivalWatch watch({staging, *tools_.index, tools_.stop, tools_.onArrival, onQuiet});
+    const ResticOutcome outcome = tools_.restic->run(call, watch.callStop());
+    if (outcome.succeeded() || tools_.stop.isSet())
+        return {};
+    errors += said;
+    if (isDone)
+        return {};
+    return {restoreFailureFor(outcome), mayPass(outcome), outcome.trouble == ResticTrouble::Locked};
+}
+
+std::set<std::string> RestoreFetch::specialFilesIn(const std::string& snapshot,
+                                                   const std::string& folder) const {
+    std::set<std::string> paths;
+    Restic::Call call;
+    call.arguments = {"ls", "--json", "--no-lock", snapshot, folder};
+    call.onLine = [&paths](std::string_view line) {
+        if (auto listed = itemFrom(line); listed && !listed->isKept)
+            paths.insert(std::move(listed->item.path));
+        return true;
+    };
+    const ResticOutcome outcome = tools_.restic->run(call, tools_.stop);
+    return outcome.succeeded() ? paths : std::set<std::string>();
+}
+
+} // namespace kelvane

@@ -1,0 +1,126 @@
+#include "LocalDaemon/Restore/RestorePlan.h"
+
+#include "LocalDaemon/Restic/Restic.h"
+
+#include <algorithm>
+
+namespace kelvane {
+namespace {
+
+// restic compares every name on the way with every pattern.
+constexpr std::size_t mostPatterns = 500;          // of one call
+constexpr std::size_t mostArgumentBytes = 100'000; // a single argument may have 128 KiB, all of them 2 MiB
+
+// Whether a snapshot that would hold the child does not, of those up to the one that held the folder last.
+bool wasDeletedBefore(const BackupIndex& index, const BackupIndex::Item& folder,
+                      const BackupIndex::Item& child) {
+    if (child.snapshot == 0 || child.snapshot >= folder.snapshot)
+        return false;
+    const auto& snapshots = index.snapshots();
+    const std::string path = index.pathOf(child);
+    return std::any_of(snapshots.upper_bound(child.snapshot), snapshots.upper_bound(folder.snapshot),
+                       [&](const auto& each) { return each.second.tellsOf(path); });
+}
+
+// A snapshot that holds a folder holds all of its contents that the index counts to it.
+void addOlder(RestorePlan& plan, const BackupIndex& index, const BackupIndex::Item& folder) {
+    for (const BackupIndex::Item* const child : lastContents(index, folder)) {
+        if (child->snapshot != folder.snapshot && child->snapshot != 0)
+            plan[child->snapshot].whole.push_back(index.pathOf(*child));
+        addOlder(plan, index, *child);
+    }
+}
+
+class Calls {
+public:
+    void add(const std::vector<std::string>& patterns) {
+        std::size_t more = 0;
+        for (const std::string& pattern : patterns)
+            more += pattern.size();
+        if (all_.empty() || bytes_ + more > mostArgumentBytes || all_.back().size() >= 2 * mostPatterns)
+            begin();
+        for (const std::string& pattern : patterns)
+            all_.back().insert(all_.back().end(), {"--include", pattern});
+        bytes_ += more;
+    }
+    void begin() {
+        all_.emplace_back();
+        bytes_ = 0;
+    }
+    std::vector<std::vector<std::string>> take() { return std::move(all_); }
+
+private:
+    std::vector<std::vector<std::string>> all_;
+    std::size_t bytes_ = 0;
+};
+
+} // namespace
+
+std::vector<const BackupIndex::Item*> lastContents(const BackupIndex& index,
+                                                   const BackupIndex::Item& folder) {
+    std::vector<const BackupIndex::Item*> contents;
+    for (const BackupIndex::Item& child : index.children(folder))
+        if (!wasDeletedBefore(index, folder, child))
+            contents.push_back(&child);
+    return contents;
+}
+
+std::vector<std::string> goneFrom(const BackupIndex& now, const BackupIndex& before,
+                                  const BackupIndex::Item& folder) {
+    std::vector<std::string> gone;
+    std::vector<const BackupIndex::Item*> left{&folder};
+    while (!left.empty()) {
+        const BackupIndex::Item& each = *left.back();
+        left.pop_back();
+        for (const BackupIndex::Item* const child : lastContents(before, each))
+            if (std::string path = before.pathOf(*child); now.find(path))
+                left.push_back(child);
+            else
+                gone.push_back(std::move(path));
+    }
+    return gone;
+}
+
+FileTotals lastTotals(const BackupIndex& index, const BackupIndex::Item& item) {
+    FileTotals totals;
+    if (item.kind == ItemKind::File)
+        totals = {1, item.size};
+    for (const BackupIndex::Item* const child : lastContents(index, item)) {
+        const FileTotals more = lastTotals(index, *child);
+        totals.count += more.count;
+        totals.bytes += more.bytes;
+    }
+    return totals;
+}
+
+void addToPlan(RestorePlan& plan, const BackupIndex& index, const RestorePiece& piece) {
+    RestorePlan added;
+    if (piece.item->snapshot != 0) {
+        SnapshotPaths& paths = added[piece.item->snapshot];
+        (piece.isFolderAlone ? paths.foldersAlone : paths.whole).push_back(index.pathOf(*piece.item));
+    }
+    if (!piece.isFolderAlone)
+        addOlder(added, index, *piece.item);
+    for (const auto& [number, paths] : added) {
+        std::ranges::copy(paths.whole, std::back_inserter(plan[number].whole));
+        std::ranges::copy(paths.foldersAlone, std::back_inserter(plan[number].foldersAlone));
+    }
+}
+
+std::vector<std::vector<std::string>> includeArguments(const SnapshotPaths& paths) {
+    Calls calls;
+    // A folder inside another one is taken back in by the patterns that come after that one's.
+    std::vector<std::string> folders = paths.foldersAlone;
+    std::ranges::sort(folders);
+    for (const std::string& path : folders) {
+        const std::string pattern = escapedForPattern(path);
+        calls.add({pattern, '!' + pattern + "/*"});
+    }
+    if (!folders.empty() && !paths.whole.empty())
+        calls.begin();
+    for (const std::string& path : paths.whole)
+        calls.add({escapedForPattern(path)});
+    return calls.take();
+}
+
+} // namespace kelvane

@@ -1,0 +1,262 @@
+#include "LocalDaemon/Restore/RestoreRun.h"
+
+#include "Foundation/CleanPath.h"
+#include "Foundation/Format.h"
+#include "LocalDaemon/Restore/Staging/RestoreAccess.h"
+#include "LocalDaemon/Restore/Staging/RestoreStaging.h"
+#include "Support/Logging.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <fcntl.h>
+#include <set>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace kelvane {
+namespace {
+
+constexpr std::uint64_t blockSize = 4096; // bytes, about
+
+// Taking the staging folder away has changed the folder's times.
+void setTime(const std::string& folder, FileTime modified) {
+    const std::array<timespec, 2> times{timespec{0, UTIME_OMIT}, modified.asTimespec()};
+    const FileDescriptor place = openFolder(folder);
+    if (!place || ::utimensat(AT_FDCWD, pathOfDescriptor(place.get()).c_str(), times.data(), 0) != 0)
+        KelvaneSystemLog("The time of %@ cannot be set.", folder);
+}
+
+// Each file takes some room of its own.
+std::uint64_t roomFor(const FileTotals& totals) {
+    return totals.bytes + totals.count * blockSize;
+}
+
+} // namespace
+
+RestoreRun::RestoreRun(Tools tools)
+    : tools_(std::move(tools)),
+      fetch_({tools_.restic, tools_.index, tools_.stop, tools_.waits, tools_.onWait,
+              [this](const Arrival& arrival) { countArrival(arrival); }}),
+      nodes_(tools_.restic, tools_.stop) {}
+
+std::vector<RestoreRun::Failures> RestoreRun::run(const std::vector<RestoreJob>& jobs) {
+    failures_.assign(jobs.size(), {});
+    firstJob_ = jobs.front().id;
+    for (std::size_t number = 0; number < jobs.size(); ++number)
+        addJob(number, jobs[number]);
+    for (const auto& [folder, pieces] : groups_)
+        if (!tools_.stop.isSet())
+            runGroup(folder, pieces);
+    finishMadeFolders();
+    return std::move(failures_);
+}
+
+void RestoreRun::addJob(std::size_t number, const RestoreJob& job) {
+    const BackupIndex::Item* const item = tools_.index->find(job.source);
+    if (!item)
+        failures_[number].push_back({job.source, "it is not in the backup"});
+    else if (job.version != 0 && job.version != item->version)
+        failures_[number].push_back({job.source, "only its newest version can be restored"});
+    else if (std::string refusal = tools_.refusal(job.target); !refusal.empty())
+        failures_[number].push_back({job.source, std::move(refusal)});
+    else
+        addPiece({number, item, job.target});
+}
+
+void RestoreRun::addPiece(const RestorePiece& piece) {
+    const StagingPlace place = stagingPlaceFor(piece.target, piece.item->kind == ItemKind::Folder);
+    if (place.kind == StagingPlace::Kind::Ready)
+        return groups_[place.folder].push_back(piece);
+    if (place.kind == StagingPlace::Kind::Nowhere)
+        return fail({piece}, place.reason);
+    for (const BackupIndex::Item* const child : lastContents(*tools_.index, *piece.item))
+        addPiece({piece.job, child, withSeparator(piece.target).append(tools_.index->nameOf(*child))});
+}
+
+void RestoreRun::runGroup(const std::string& folder, const RestorePieces& pieces) {
+    std::uint64_t wanted = 0;
+    for (const RestorePiece& piece : pieces)
+        wanted += roomFor(lastTotals(*tools_.index, *piece.item));
+    const std::uint64_t room = tools_.freeSpace(folder);
+    if (wanted <= room)
+        fetchAndDeliver(folder, pieces);
+    else
+        runPortions(folder, divided(*tools_.index, pieces, room));
+    if (tools_.stop.isSet())
+        return;
+    for (const RestorePiece& piece : pieces)
+        if (piece.target == folder && piece.item->snapshot != 0)
+            setTime(folder, piece.item->modified);
+}
+
+// What replaces something leaves more room for the others.
+void RestoreRun::runPortions(const std::string& folder, RestorePortions parts) {
+    std::vector<RestorePortion> waiting = std::move(parts.portions);
+    for (std::size_t before = waiting.size() + 1; !waiting.empty() && waiting.size() < before;) {
+        before = waiting.size();
+        for (RestorePortion& portion : std::exchange(waiting, {}))
+            if (tools_.stop.isSet())
+                return;
+            else if (portion.bytes <= tools_.freeSpace(folder))
+                fetchAndDeliver(folder, portion.pieces);
+            else
+                waiting.push_back(std::move(portion));
+    }
+    RestorePieces large;
+    for (RestorePortion& portion : waiting)
+        std::ranges::move(portion.pieces, std::back_inserter(large));
+    std::ranges::move(runWithoutRoom(folder, large), std::back_inserter(parts.folders));
+    std::ranges::reverse(parts.folders); // what is put into a folder changes its times
+    if (!parts.folders.empty() && !tools_.stop.isSet())
+        fetchAndDeliver(folder, parts.folders);
+}
+
+// Names of one inode together, as many of these as fit, and at last those that do not.
+RestorePieces RestoreRun::runWithoutRoom(const std::string& folder, const RestorePieces& pieces) {
+    RestorePortions parts = divided(*tools_.index, pieces, 0);
+    RestorePieces fitting;
+    RestorePieces large;
+    std::uint64_t wanted = 0; // by those that fit
+    const auto bring = [&] {
+        if (!fitting.empty() && !tools_.stop.isSet())
+            fetchAndDeliver(folder, std::exchange(fitting, {}));
+        wanted = 0;
+    };
+    for (const RestorePortion& part : parts.portions) {
+        const std::uint64_t more = roomFor({part.pieces.size(), part.bytes});
+        if (wanted + more > tools_.freeSpace(folder) / 2)
+            bring();
+        const bool isFitting = more <= tools_.freeSpace(folder);
+        std::ranges::copy(part.pieces, std::back_inserter(isFitting ? fitting : large));
+        wanted += isFitting ? more : 0;
+    }
+    bring();
+    if (!large.empty() && !tools_.stop.isSet())
+        streamAndDeliver(folder, large);
+    return std::move(parts.folders);
+}
+
+template <class Work>
+void RestoreRun::inStaging(const std::string& folder, const RestorePieces& pieces, Work work) {
+    const std::string path = newStagingPath(folder, firstJob_);
+    tools_.journal.stagingMade(path);
+    {
+        const StagingFolder staging(path);
+        if (staging.failure().empty())
+            work(staging);
+        else
+            fail(pieces, staging.failure());
+        // The last renames, too, before the journal forgets the jobs.
+        if (const std::string failure = staging.failure().empty() ? staging.sync() : ""; !failure.empty())
+            fail(pieces, failure);
+    }
+    removeStagingOf(tools_.journal, path);
+    for (const RestorePiece& piece : pieces)
+        if (!piece.isFolderAlone)
+            filesBefore_ += lastTotals(*tools_.index, *piece.item).count;
+    countArrival({});
+}
+
+void RestoreRun::fetchAndDeliver(const std::string& folder, const RestorePieces& pieces) {
+    RestorePlan plan;
+    for (const RestorePiece& piece : pieces)
+        addToPlan(plan, *tools_.index, piece);
+    inStaging(folder, pieces, [&](const StagingFolder& staging) {
+        FileErrors errors;
+        if (const std::string failure = fetch_.fetch(plan, staging, errors); !failure.empty())
+            fail(pieces, failure);
+        else if (!tools_.stop.isSet())
+            deliver(staging, errors, pieces);
+    });
+}
+
+void RestoreRun::streamAndDeliver(const std::string& folder, const RestorePieces& pieces) {
+    RestorePieces files;
+    std::map<std::uint32_t, std::set<std::string>> around;
+    for (const RestorePiece& piece : pieces)
+        if (piece.item->kind != ItemKind::File) {
+            failWithoutRoom(piece, folder);
+        } else {
+            files.push_back(piece);
+            around[piece.item->snapshot].emplace(folderOf(tools_.index->pathOf(*piece.item)));
+        }
+    RestorePlan plan;
+    for (const auto& [snapshot, folders] : around)
+        plan[snapshot].foldersAlone.assign(folders.begin(), folders.end());
+    inStaging(folder, files, [&](const StagingFolder& staging) {
+        FileErrors errors;
+        if (const std::string failure = fetch_.fetch(plan, staging, errors); !failure.empty())
+            return fail(files, failure);
+        tools_.onWait("There is little room in " + folder +
+                      ": files that may have holes are written one by one, which takes longer.");
+        RestoreStream stream({tools_.restic, tools_.index, nodes_, tools_.stop,
+                              [this](const Arrival& arrival) { countArrival(arrival); }});
+        for (const RestorePiece& file : files)
+            if (tools_.stop.isSet())
+                break;
+            else if (tools_.freeSpace(folder) < blockSize)
+                failWithoutRoom(file, folder);
+            else
+                streamAndDeliver(stream, staging, file);
+        tools_.onWait({});
+    });
+}
+
+void RestoreRun::streamAndDeliver(RestoreStream& stream, const StagingFolder& staging,
+                                  const RestorePiece& file) {
+    const std::string failure = stream.bring(*file.item, staging);
+    if (tools_.stop.isSet())
+        return;
+    if (!failure.empty())
+        return fail({file}, failure);
+    const std::size_t before = failures_[file.job].size();
+    deliver(staging, {}, {file});
+    if (failures_[file.job].size() == before)
+        stream.noteDelivered(file.target);
+}
+
+void RestoreRun::deliver(const StagingFolder& staging, const FileErrors& errors,
+                         const RestorePieces& pieces) {
+    // A rename may reach the disk before what it names, or without it.
+    if (const std::string failure = staging.sync(); !failure.empty())
+        return fail(pieces, failure);
+    RestoreDelivery delivery(*tools_.index, staging, errors, tools_.journal, nodes_, tools_.stop);
+    delivery.lookForClashes(pieces);
+    for (const RestorePiece& piece : pieces) {
+        delivery.deliver(piece);
+        std::ranges::move(delivery.takeFailures(), std::back_inserter(failures_[piece.job]));
+    }
+    std::ranges::move(delivery.takeMadeFolders(), std::back_inserter(made_));
+}
+
+// The inner ones first: their coming has changed the times of those around them.
+void RestoreRun::finishMadeFolders() {
+    for (auto each = made_.rbegin(); each != made_.rend(); ++each) {
+        const FileDescriptor folder = openFolder(each->target);
+        const std::string reason =
+            folder ? each->metadata.applyTo(folder.get(), FolderMetadata::Use::Final) : "it has gone";
+        if (!reason.empty())
+            KelvaneSystemLog("%@ is not as it was saved: %@", each->target, reason);
+    }
+}
+
+void RestoreRun::fail(const RestorePieces& pieces, const std::string& reason) {
+    for (const RestorePiece& piece : pieces)
+        failures_[piece.job].push_back({tools_.index->pathOf(*piece.item), reason});
+}
+
+void RestoreRun::failWithoutRoom(const RestorePiece& piece, const std::string& folder) {
+    fail({piece},
+         formatText("there is no room: %llu bytes are needed and %llu free in %@",
+                    roomFor(lastTotals(*tools_.index, *piece.item)), tools_.freeSpace(folder), folder));
+}
+
+void RestoreRun::countArrival(const Arrival& arrival) const {
+    Arrival sum = arrival;
+    sum.files += filesBefore_;
+    tools_.onArrival(sum);
+}
+
+} // namespace kelvane

@@ -1,0 +1,151 @@
+#include "LocalDaemon/Restore/RestoreStream.h"
+
+#include "Foundation/CleanPath.h"
+#include "Foundation/PathComponents.h"
+#include "LocalDaemon/Restore/RestoreTrouble.h"
+#include "LocalDaemon/Restore/Staging/RestoreMetadata.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace kelvane {
+namespace {
+
+constexpr std::size_t blockSize = 4096;
+constexpr std::chrono::milliseconds grace(1500); // a person waits for the end of what was cancelled
+constexpr std::chrono::hours forEver(24 * 365);
+
+std::string reasonText() {
+    return std::generic_category().message(errno);
+}
+
+// Takes bytes one after the other and leaves out blocks of zeros.
+class HoleWriter {
+public:
+    explicit HoleWriter(int file) : file_(file) {}
+
+    void write(std::string_view bytes) {
+        while (!bytes.empty() && error_ == 0) {
+            const std::string_view part = bytes.substr(0, blockSize - size_ % blockSize);
+            bytes.remove_prefix(part.size());
+            const bool isZero = part.find_first_not_of('\0') == std::string_view::npos;
+            if (!isZero && ::pwrite(file_, part.data(), part.size(), static_cast<off_t>(size_)) !=
+                               static_cast<ssize_t>(part.size()))
+                error_ = errno != 0 ? errno : ENOSPC;
+            size_ += part.size();
+        }
+    }
+    [[nodiscard]] std::uint64_t size() const { return size_; }
+    [[nodiscard]] int error() const { return error_; }
+
+private:
+    int file_;
+    std::uint64_t size_ = 0;
+    int error_ = 0;
+};
+
+// An owner that only root may give stays as it is. The mode is for the delivery.
+// So are access rules where there are none.
+std::string applyNode(int file, SavedNode node, const BackupIndex::Item& item, bool hasAccessRules) {
+    if (!hasAccessRules)
+        std::erase_if(node.attributes, [](const auto& each) { return isAccessRule(each.first); });
+    if (::fchown(file, item.uid, item.gid) != 0 && errno != EPERM)
+        return "its owner cannot be set: " + reasonText();
+    if (std::string reason = setAttributes(pathOfDescriptor(file), node.attributes); !reason.empty())
+        return reason;
+    const std::array<timespec, 2> times{item.modified.asTimespec(), item.modified.asTimespec()};
+    return ::futimens(file, times.data()) == 0 ? "" : "its times cannot be set: " + reasonText();
+}
+
+} // namespace
+
+std::string RestoreStream::bring(const BackupIndex::Item& item, const StagingFolder& staging) {
+    hasNames_ = false;
+    const std::string path = tools_.index->pathOf(item);
+    const Snapshot* const snapshot = tools_.index->snapshot(item.snapshot);
+    if (!snapshot)
+        return "the snapshot that holds it is not in the backup any more";
+    std::string failure;
+    const std::optional<SavedNode> node = tools_.nodes.find(snapshot->id, path, failure);
+    if (!node)
+        return failure;
+    if (!node->isFile)
+        return "it is not in the snapshot that should hold it";
+    const FileDescriptor around = staging.open(std::to_string(item.snapshot) + std::string(folderOf(path)));
+    const std::string name = lastPathComponent(path);
+    last_ = {item.snapshot, node->device, node->inode};
+    hasNames_ = node->links > 1;
+    if (hasNames_ && linkDelivered(around.get(), name))
+        return {};
+    const FileDescriptor file(::openat(
+        around.get(), name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (!file)
+        return "it cannot be written: " + reasonText();
+    ::fremovexattr(file.get(), "system.posix_acl_access"); // inherited from the folder
+    failure = write(file.get(), item, staging);
+    if (failure.empty())
+        failure = applyNode(file.get(), *node, item, staging.keepsAccessRules());
+    if (failure.empty() && ::fsync(file.get()) != 0)
+        failure = "it cannot be written: " + reasonText();
+    if (!failure.empty())
+        ::unlinkat(around.get(), name.c_str(), 0); // the next one may need the room
+    return failure;
+}
+
+void RestoreStream::noteDelivered(const std::string& target) {
+    const FileDescriptor around = openFolder(std::string(folderOf(target)));
+    struct stat status {};
+    if (hasNames_ &&
+        ::fstatat(around.get(), lastPathComponent(target).c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0)
+        delivered_[last_] = {target, status.st_dev, status.st_ino};
+}
+
+// If it is still there.
+bool RestoreStream::linkDelivered(int around, const std::string& name) const {
+    const auto found = delivered_.find(last_);
+    if (found == delivered_.end())
+        return false;
+    const FileDescriptor there = openFolder(std::string(folderOf(found->second.target)));
+    const std::string first = lastPathComponent(found->second.target);
+    struct stat status {};
+    if (::linkat(there.get(), first.c_str(), around, name.c_str(), 0) != 0)
+        return false;
+    if (::fstatat(around, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+        status.st_dev == found->second.device && status.st_ino == found->second.number)
+        return true;
+    ::unlinkat(around, name.c_str(), 0);
+    return false;
+}
+
+std::string RestoreStream::write(int file, const BackupIndex::Item& item,
+                                 const StagingFolder& staging) const {
+    HoleWriter writer(file);
+    ArrivalWatch watch({staging.path(), *tools_.index, tools_.stop, tools_.onArrival, [](bool) {}, forEver});
+    Restic::Call call;
+    call.arguments = {"dump", tools_.index->snapshot(item.snapshot)->id, tools_.index->pathOf(item)};
+    call.takesLockIfPossible = true;
+    call.hasBinaryOutput = true;
+    call.grace = grace;
+    call.onLine = [&](std::string_view bytes) {
+        writer.write(bytes);
+        if (writer.error() != 0)
+            watch.stopCall(); // the rest may be terabytes
+        return true;
+    };
+    const ResticOutcome outcome = tools_.restic->run(call, watch.callStop());
+    if (writer.error() != 0)
+        return "it cannot be written: " + std::generic_category().message(writer.error());
+    if (!outcome.succeeded())
+        return restoreFailureFor(outcome);
+    if (::ftruncate(file, static_cast<off_t>(writer.size())) != 0)
+        return "it cannot be written: " + reasonText();
+    return writer.size() == item.size ? "" : "it has come out of the backup as something else than was saved";
+}
+
+} // namespace kelvane

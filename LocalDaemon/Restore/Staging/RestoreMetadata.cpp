@@ -1,0 +1,204 @@
+#include "LocalDaemon/Restore/Staging/RestoreMetadata.h"
+
+#include "LocalDaemon/Restore/Staging/RestoreAccess.h"
+#include "LocalDaemon/Restore/Staging/RestoreStaging.h"
+#include "Platform/FileDescriptor.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/xattr.h>
+#include <system_error>
+#include <unistd.h>
+#include <vector>
+
+namespace kelvane {
+namespace {
+
+constexpr mode_t allBits = 07777;
+constexpr std::size_t largestAttribute = 65536; // as large as the system allows
+constexpr unsigned groupShift = 3;              // from everybody's bits to the group's
+constexpr const char* capability = "security.capability";
+
+std::string reasonText() {
+    return std::generic_category().message(errno);
+}
+
+std::vector<std::string> attributeNames(const std::string& path) {
+    std::vector<char> text(largestAttribute);
+    const ssize_t length = ::listxattr(path.c_str(), text.data(), text.size());
+    std::vector<std::string> names;
+    for (const char* name = text.data(); name < text.data() + length; name += std::strlen(name) + 1)
+        names.emplace_back(name);
+    return names;
+}
+
+std::string attribute(const std::string& path, const std::string& name) {
+    std::string value(largestAttribute, '\0');
+    const ssize_t size = ::getxattr(path.c_str(), name.c_str(), value.data(), value.size());
+    value.resize(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+    return value;
+}
+
+// Others, such as a security label, belong to the place.
+bool isOfTheBackup(const std::string& name) {
+    return name.starts_with("user.") || name.starts_with("system.posix_acl_");
+}
+
+// Calls `take` for each range of whole blocks that holds nothing but zeros.
+template <class Take>
+bool findZeros(int file, off_t block, Take take) {
+    constexpr std::size_t step = std::size_t{1} << 20U;
+    std::vector<char> bytes(step);
+    off_t begin = -1;
+    off_t at = 0;
+    for (;;) {
+        const ssize_t size = ::pread(file, bytes.data(), step, at);
+        if (size <= 0) {
+            if (begin >= 0 && begin < at)
+                take(begin, at - begin);
+            return size == 0;
+        }
+        for (off_t offset = 0; offset < size; offset += block) {
+            const auto length = static_cast<std::size_t>(std::min<off_t>(block, size - offset));
+            const char* const data = bytes.data() + offset;
+            const bool isZero = data[0] == 0 && std::memcmp(data, data + 1, length - 1) == 0;
+            if (isZero && begin < 0)
+                begin = at + offset;
+            if (!isZero && begin >= 0) {
+                take(begin, at + offset - begin);
+                begin = -1;
+            }
+        }
+        at += size;
+    }
+}
+
+// Empty, or why the time is another one than was saved. Some file systems keep every second second.
+std::string timeFault(const struct stat& now, FileTime saved) {
+    constexpr std::int64_t step = 2;
+    if (isAtEndOfKeptTimes(saved))
+        return "restored with another time: its own lies beyond the years that a backup keeps";
+    return std::abs(now.st_mtim.tv_sec - saved.seconds()) < step
+               ? std::string()
+               : "restored with another time: the disk does not keep its own";
+}
+
+} // namespace
+
+bool isAccessRule(const std::string& name) {
+    return name.starts_with("system.posix_acl_");
+}
+
+std::string setAttributes(const std::string& path, const Attributes& attributes) {
+    for (const bool areRules : {false, true})
+        for (const auto& [name, value] : attributes)
+            if (isAccessRule(name) == areRules &&
+                ::setxattr(path.c_str(), name.c_str(), value.data(), value.size(), 0) != 0 &&
+                isOfTheBackup(name) && (areRules || errno != ENOTSUP))
+                return "its attribute " + name + " cannot be set: " + reasonText();
+    return {};
+}
+
+std::string setSavedTime(int folder, const std::string& name, FileTime modified) {
+    struct stat status {};
+    if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+        return reasonText();
+    if (std::string fault = timeFault(status, modified); fault.empty() || isAtEndOfKeptTimes(modified))
+        return fault;
+    const std::array<timespec, 2> times{timespec{0, UTIME_OMIT}, modified.asTimespec()};
+    if (::utimensat(folder, name.c_str(), times.data(), AT_SYMLINK_NOFOLLOW) != 0 ||
+        ::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+        return "restored with another time: " + reasonText();
+    return timeFault(status, modified);
+}
+
+mode_t modeFor(const SavedAccess& saved, const struct stat& now) {
+    mode_t mode = saved.mode & allBits;
+    const bool isGroups = now.st_gid == saved.group;
+    if (now.st_uid != saved.user || !isGroups)
+        mode &= ~static_cast<mode_t>(S_ISUID | S_ISGID);
+    if (!isGroups)
+        mode &= ~static_cast<mode_t>(S_IRWXG) | ((mode & S_IRWXO) << groupShift);
+    return mode;
+}
+
+FolderMetadata::FolderMetadata(int folder, const SavedAccess& access, FileTime modified)
+    : access_(access), modified_(modified) {
+    const std::string path = pathOfDescriptor(folder);
+    // Its attributes are read and its contents taken out of it, whatever mode was saved.
+    if (::fstat(folder, &status_) != 0 || !makeOwnerAccessible(folder))
+        failure_ = reasonText();
+    for (const std::string& name : attributeNames(path))
+        attributes_.emplace(name, attribute(path, name));
+}
+
+std::string FolderMetadata::applyTo(int folder, Use use) const {
+    if (!failure_.empty())
+        return failure_;
+    const std::string path = pathOfDescriptor(folder);
+    // Root may; what others make stays theirs.
+    if (::chown(path.c_str(), access_.user, access_.group) != 0 && errno != EPERM)
+        return "its owner cannot be set: " + reasonText();
+    if (!makeOwnerAccessible(folder)) // attributes need it
+        return "its mode cannot be set: " + reasonText();
+    if (std::string reason = replaceAttributes(path); !reason.empty())
+        return reason;
+    struct stat now {};
+    const mode_t owners = use == Use::BeingFilled ? mode_t{S_IRWXU} : mode_t{0};
+    const std::array<timespec, 2> times{status_.st_atim, modified_.asTimespec()};
+    if (::fstat(folder, &now) != 0 || ::chmod(path.c_str(), modeFor(access_, now) | owners) != 0 ||
+        ::utimensat(AT_FDCWD, path.c_str(), times.data(), 0) != 0)
+        return "its mode or times cannot be set: " + reasonText();
+    return ::fstat(folder, &now) == 0 ? timeFault(now, modified_) : reasonText();
+}
+
+std::string FolderMetadata::narrow(int folder) const {
+    struct stat now {};
+    if (::fstat(folder, &now) != 0)
+        return reasonText();
+    const mode_t left = now.st_mode & allBits & (modeFor(access_, now) | ~mode_t{S_IRWXG | S_IRWXO});
+    return left == (now.st_mode & allBits) || ::chmod(pathOfDescriptor(folder).c_str(), left) == 0
+               ? ""
+               : "its mode cannot be set: " + reasonText();
+}
+
+std::string FolderMetadata::replaceAttributes(const std::string& path) const {
+    for (const std::string& name : attributeNames(path))
+        if (isOfTheBackup(name) && !attributes_.contains(name) &&
+            ::removexattr(path.c_str(), name.c_str()) != 0 && errno != ENODATA)
+            return "its attribute " + name + " cannot be taken off: " + reasonText();
+    return setAttributes(path, attributes_);
+}
+
+std::string digHoles(int folder, const std::string& name) {
+    struct stat status {};
+    if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+        return reasonText();
+    if (status.st_blocks * 512 < status.st_size)
+        return {}; // it has some, perhaps by another of its names
+    const mode_t mode = status.st_mode & allBits;
+    if ((mode & (S_IRUSR | S_IWUSR)) != (S_IRUSR | S_IWUSR) &&
+        ::fchmodat(folder, name.c_str(), mode | S_IRUSR | S_IWUSR, 0) != 0)
+        return reasonText();
+    const FileDescriptor file(::openat(folder, name.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
+    if (!file)
+        return reasonText();
+    const std::string path = pathOfDescriptor(file.get());
+    const std::string saved = attribute(path, capability); // goes with the first change
+    const bool isRead = findZeros(file.get(), status.st_blksize, [&](off_t begin, off_t length) {
+        // Where there are no holes the zeros stay.
+        static_cast<void>(::fallocate(file.get(), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, begin, length));
+    });
+    const std::array<timespec, 2> times{status.st_atim, status.st_mtim};
+    const bool isCapable =
+        saved.empty() || ::fsetxattr(file.get(), capability, saved.data(), saved.size(), 0) == 0;
+    if (!isRead || !isCapable || ::fchmod(file.get(), mode) != 0 || ::futimens(file.get(), times.data()) != 0)
+        return "its holes cannot be made: " + reasonText();
+    return {};
+}
+
+} // namespace kelvane

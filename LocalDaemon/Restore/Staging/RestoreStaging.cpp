@@ -1,0 +1,351 @@
+#include "LocalDaemon/Restore/Staging/RestoreStaging.h"
+
+#include "Foundation/CleanPath.h"
+#include "LocalDaemon/Restore/Staging/NameClashes.h"
+#include "Support/Logging.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <dirent.h>
+#include <fcntl.h>
+#include <limits>
+#include <memory>
+#include <random>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/xattr.h>
+#include <system_error>
+#include <unistd.h>
+#include <vector>
+
+namespace kelvane {
+namespace {
+
+constexpr mode_t ownersFolder = 0700;
+constexpr int folderFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+std::string reasonText() {
+    return std::generic_category().message(errno);
+}
+
+bool isWritable(const FileDescriptor& folder) {
+    return ::faccessat(folder.get(), ".", W_OK | X_OK, AT_EACCESS) == 0;
+}
+
+bool isOwn(const FileDescriptor& folder) {
+    struct stat status {};
+    return ::fstat(folder.get(), &status) == 0 && status.st_uid == ::geteuid();
+}
+
+// From `folder` down; the path has no separator at its front.
+FileDescriptor descend(FileDescriptor folder, std::string_view path) {
+    while (folder && !path.empty()) {
+        const std::string_view name = path.substr(0, path.find('/'));
+        path.remove_prefix(std::min(name.size() + 1, path.size()));
+        folder = openFolderIn(folder.get(), std::string(name));
+    }
+    return folder;
+}
+
+// Calls `take` with each name in it. False with the last errno: it cannot be read, or `take` says so.
+template <class Take>
+bool forEachIn(int folder, Take take) {
+    const int descriptor = ::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const std::unique_ptr<DIR, int (*)(DIR*)> listing(descriptor < 0 ? nullptr : ::fdopendir(descriptor),
+                                                      ::closedir);
+    if (!listing)
+        return false;
+    int error = 0;
+    while (const dirent* const entry = ::readdir(listing.get())) {
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != ".." && !take(entry->d_name))
+            error = errno;
+    }
+    errno = error;
+    return error == 0;
+}
+
+bool isEmpty(int folder) {
+    return forEachIn(folder, [](const char*) {
+        errno = ENOTEMPTY;
+        return false;
+    });
+}
+
+// A folder of the same name takes what is in this one; a file that both have is the same.
+bool moveContents(int from, int to) {
+    for (const int folder : {from, to})
+        if (::chmod(pathOfDescriptor(folder).c_str(), ownersFolder) != 0)
+            return false;
+    return forEachIn(from, [&](const char* name) {
+        if (::renameat2(from, name, to, name, RENAME_NOREPLACE) == 0)
+            return true;
+        const FileDescriptor source = openFolderIn(from, name);
+        const FileDescriptor target = openFolderIn(to, name);
+        if (!source || !target)
+            return ::renameat(from, name, to, name) == 0;
+        return moveContents(source.get(), target.get()) && ::unlinkat(from, name, AT_REMOVEDIR) == 0;
+    });
+}
+
+// Empties a folder. Folders in it come out of those around them before they are emptied themselves: so it
+// takes few descriptors, however deep they lie. One that forbids it has its owner's permission back, since it
+// is about to go.
+class Removal {
+public:
+    Removal(int top, const StopSignal* stop) : top_(top), stop_(stop) {}
+
+    // False with the first errno.
+    bool run() {
+        empty(top_);
+        while (!folders_.empty() && error_ != EINTR) {
+            const std::string name = std::move(folders_.back());
+            folders_.pop_back();
+            if (const FileDescriptor folder = openToOwner(top_, name))
+                empty(folder.get());
+            // The list has a folder twice when it was moved to the name of an empty one left by an earlier
+            // try.
+            note(::unlinkat(top_, name.c_str(), AT_REMOVEDIR) == 0 || errno == ENOENT);
+        }
+        errno = error_;
+        return error_ == 0;
+    }
+
+private:
+    static FileDescriptor openToOwner(int around, const std::string& name) {
+        FileDescriptor folder = openFolderIn(around, name);
+        if (folder)
+            static_cast<void>(::chmod(pathOfDescriptor(folder.get()).c_str(), ownersFolder)); // or no need
+        return folder;
+    }
+    void note(bool isDone) {
+        if (!isDone && (error_ == 0 || errno == EINTR))
+            error_ = errno;
+    }
+    void empty(int folder) {
+        note(forEachIn(folder, [&](const char* name) { return take(folder, name); }));
+    }
+    bool take(int folder, const char* name) {
+        if (stop_ && stop_->isSet()) {
+            errno = EINTR;
+            return false;
+        }
+        if (::unlinkat(folder, name, 0) == 0 || errno == ENOENT)
+            return true;
+        if (errno != EISDIR)
+            return false;
+        if (folder != top_)
+            return moveOut(folder, name);
+        folders_.emplace_back(name);
+        return true;
+    }
+    bool moveOut(int folder, const char* name) {
+        static_cast<void>(openToOwner(folder, name)); // moving it changes what it says of where it is
+        for (;;) {
+            const std::string free =
+                "removed-" + std::to_string(++moved_); // unless an earlier try was cut off
+            if (::renameat(folder, name, top_, free.c_str()) == 0) {
+                folders_.push_back(free);
+                return true;
+            }
+            if (errno != ENOTEMPTY && errno != EEXIST)
+                return false;
+        }
+    }
+
+    const int top_;
+    const StopSignal* const stop_;
+    std::vector<std::string> folders_; // in the top one
+    std::size_t moved_ = 0;
+    int error_ = 0;
+};
+
+bool removeContents(int folder, const StopSignal* stop) {
+    return Removal(folder, stop).run();
+}
+
+// Tries one, which denies what nobody else has, on a folder of this user's that has none.
+bool takesAccessRules(const std::string& folder) {
+    const struct {
+        std::uint32_t version = 2;
+        struct {
+            std::uint16_t tag, rights;
+            std::uint32_t id;
+        } entries[5] = {{1, 7, ~0U}, {2, 0, ::geteuid()}, {4, 0, ~0U}, {16, 0, ~0U}, {32, 0, ~0U}};
+    } rules; // as the system keeps them
+    constexpr const char* name = "system.posix_acl_access";
+    return ::setxattr(folder.c_str(), name, &rules, sizeof rules, 0) == 0 &&
+           ::removexattr(folder.c_str(), name) == 0;
+}
+
+// Tries one that few have by themselves.
+bool takesModes(const std::string& folder) {
+    constexpr mode_t mode = S_IRWXU | S_IXGRP;
+    struct stat status {};
+    return ::chmod(folder.c_str(), mode) == 0 && ::stat(folder.c_str(), &status) == 0 &&
+           (status.st_mode & ALLPERMS) == mode;
+}
+
+// Whether it is a staging folder that this user has made, and not what only has its name.
+bool isOurStaging(const FileDescriptor& folder, std::string_view name) {
+    struct stat status {};
+    const std::string_view number = name.substr(std::min(stagingPrefix.size(), name.size()));
+    return name.starts_with(stagingPrefix) && !number.empty() &&
+           number.find_first_not_of("0123456789abcdef-") == std::string_view::npos && folder &&
+           ::fstat(folder.get(), &status) == 0 && status.st_uid == ::geteuid();
+}
+
+} // namespace
+
+FileDescriptor openFolder(const std::string& absolutePath) {
+    return descend(FileDescriptor(::open("/", folderFlags)), std::string_view(absolutePath).substr(1));
+}
+
+FileDescriptor openFolderIn(int folder, const std::string& name) {
+    return FileDescriptor(::openat(folder, name.c_str(), folderFlags));
+}
+
+std::string pathOfDescriptor(int descriptor) {
+    return "/proc/self/fd/" + std::to_string(descriptor);
+}
+
+std::string targetWithoutLinks(const std::string& target) {
+    for (std::string around(folderOf(target)); target.size() > 1; around = folderOf(around)) {
+        const std::unique_ptr<char, void (*)(void*)> resolved(::realpath(around.c_str(), nullptr), ::free);
+        if (resolved)
+            return withSeparator(resolved.get()) + target.substr(withSeparator(around).size());
+        if (around == "/")
+            break;
+    }
+    return target;
+}
+
+StagingPlace stagingPlaceFor(const std::string& target, bool isFolder) {
+    const FileDescriptor there = isFolder ? openFolder(target) : FileDescriptor();
+    if (there && isWritable(there))
+        return {StagingPlace::Kind::Ready, target, {}};
+    std::string around(folderOf(target));
+    FileDescriptor folder = openFolder(around);
+    // One of this user's that is only protected from writing is opened for as long as it takes.
+    const auto mustLookFurther = [&] {
+        return folder ? !isWritable(folder) && isOwn(folder) : errno == ENOENT;
+    };
+    while ((!there || isOwn(there)) && mustLookFurther() && around != "/") {
+        around = folderOf(around);
+        folder = openFolder(around);
+    }
+    if (folder && isWritable(folder) && (!there || isOwn(there)))
+        return {StagingPlace::Kind::Ready, around, {}};
+    if (there)
+        return {StagingPlace::Kind::Contents, {}, {}};
+    if (folder)
+        return {StagingPlace::Kind::Nowhere, {}, "nothing can be written in " + around};
+    return {StagingPlace::Kind::Nowhere,
+            {},
+            errno == ENOTDIR ? around + " is no folder, or is reached through a link"
+                             : around + ": " + reasonText()};
+}
+
+std::string newStagingPath(const std::string& around, std::uint32_t job) {
+    std::random_device random;
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%u-%08x%08x", job, random(), random());
+    return withSeparator(around).append(stagingPrefix) + text.data();
+}
+
+StagingFolder::StagingFolder(const std::string& path) {
+    const std::string name = path.substr(path.rfind('/') + 1);
+    const FileDescriptor around = openFolder(std::string(folderOf(path)));
+    if (around && ::mkdirat(around.get(), name.c_str(), ownersFolder) == 0)
+        folder_ = openFolderIn(around.get(), name);
+    bool isMade = isOurStaging(folder_, name);
+    if (isMade) {
+        const std::string self = pathOfDescriptor(folder_.get());
+        for (const char* inherited : {"system.posix_acl_default", "system.posix_acl_access"})
+            static_cast<void>(::removexattr(self.c_str(), inherited)); // or there is none
+        keepsAccessRules_ = takesAccessRules(self);
+        keepsModes_ = takesModes(self);
+        tellsNamesApart_ = kelvane::tellsNamesApart(folder_.get());
+        // What it has inherited may have kept its owner out.
+        isMade = ::chmod(self.c_str(), ownersFolder) == 0 && isEmpty(folder_.get());
+        synced_ = FileDescriptor(::openat(folder_.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        isMade = isMade && synced_;
+    }
+    if (isMade)
+        return;
+    failure_ = path + " cannot be made: " + reasonText();
+    folder_.reset();
+}
+
+std::string StagingFolder::path() const {
+    return "/proc/" + std::to_string(::getpid()) + "/fd/" + std::to_string(folder_.get());
+}
+
+std::string StagingFolder::sync() const {
+    return ::syncfs(synced_.get()) == 0 ? "" : "it has not come to the disk: " + reasonText();
+}
+
+FileDescriptor StagingFolder::open(const std::string& relativePath) const {
+    return descend(FileDescriptor(::fcntl(folder_.get(), F_DUPFD_CLOEXEC, 0)), relativePath);
+}
+
+bool StagingFolder::clear() const {
+    return removeContents(folder_.get(), nullptr);
+}
+
+bool StagingFolder::merge(const std::string& from, const std::string& into) const {
+    const FileDescriptor source = open(from);
+    if (!source)
+        return errno == ENOENT; // nothing has come
+    if (::renameat2(folder_.get(), from.c_str(), folder_.get(), into.c_str(), RENAME_NOREPLACE) == 0)
+        return true;
+    const FileDescriptor target = open(into);
+    if (!target && errno == ENOENT) // a file system that knows no such flag
+        return ::renameat(folder_.get(), from.c_str(), folder_.get(), into.c_str()) == 0;
+    return target && moveContents(source.get(), target.get()) &&
+           ::unlinkat(folder_.get(), from.c_str(), AT_REMOVEDIR) == 0;
+}
+
+bool removeStaging(const std::string& path, const StopSignal* stop) {
+    const std::string name = path.substr(path.rfind('/') + 1);
+    const FileDescriptor around =
+        path.starts_with('/') ? openFolder(std::string(folderOf(path))) : FileDescriptor();
+    if (!around && path.starts_with('/')) {
+        KelvaneSystemLog("What is left of a restore cannot be reached: %@: %@", path, reasonText());
+        return false;
+    }
+    const FileDescriptor folder = openFolderIn(around.get(), name);
+    if (!folder && errno == ENOENT)
+        return true;
+    if (!isOurStaging(folder, name)) {
+        KelvaneSystemLog("Not removed: %@ is no staging folder of this user.", path);
+        return true;
+    }
+    static_cast<void>(::chmod(pathOfDescriptor(folder.get()).c_str(), ownersFolder)); // or no need
+    if (removeContents(folder.get(), stop) && ::unlinkat(around.get(), name.c_str(), AT_REMOVEDIR) == 0)
+        return true;
+    if (!stop || !stop->isSet())
+        KelvaneSystemLog("What is left of a restore cannot be removed: %@: %@", path, reasonText());
+    return false;
+}
+
+std::uint64_t freeSpaceAt(const std::string& folder) {
+    struct statvfs status {};
+    if (::statvfs(folder.c_str(), &status) != 0)
+        return std::numeric_limits<std::uint64_t>::max(); // who knows: the disk will say
+    return std::uint64_t{status.f_bavail} * status.f_frsize;
+}
+
+void raiseDescriptorLimit() {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0)
+        return;
+    limit.rlim_cur = limit.rlim_max;
+    static_cast<void>(::setrlimit(RLIMIT_NOFILE, &limit)); // then fewer do
+}
+
+} // namespace kelvane

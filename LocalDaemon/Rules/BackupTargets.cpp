@@ -1,0 +1,169 @@
+#include "LocalDaemon/Rules/BackupTargets.h"
+
+#include "Foundation/CleanPath.h"
+#include "Platform/MountTable.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <filesystem>
+#include <iterator>
+#include <set>
+#include <string_view>
+#include <sys/stat.h>
+#include <system_error>
+
+namespace kelvane {
+namespace {
+
+namespace fs = std::filesystem;
+
+// What a person has put in the backup and is not reached from a folder that is in it.
+std::vector<std::string> beginnings(const BackupRules& rules) {
+    std::vector<std::string> paths = selectedPaths(rules);
+    std::erase_if(paths, [&](const std::string& path) {
+        return !verdictFor(rules, path).isIn() || (path != "/" && verdictFor(rules, folderOf(path)).isIn());
+    });
+    return paths;
+}
+
+// As lstat says it.
+struct Device {
+    dev_t number = 0;
+    int error = 0;
+};
+
+Device deviceOf(const std::string& path) {
+    struct stat status {};
+    return ::lstat(path.c_str(), &status) == 0 ? Device{status.st_dev} : Device{0, errno};
+}
+
+class Walk {
+public:
+    Walk(const BackupRules& rules, const std::atomic<bool>& stopping) : rules_(rules), stopping_(stopping) {}
+
+    // What is in of a path that is in.
+    void take(const std::string& path) {
+        if (isSilent(path))
+            return;
+        std::error_code error;
+        const fs::file_status status = fs::symlink_status(path, error);
+        if (status.type() == fs::file_type::not_found)
+            return;
+        std::vector<std::string> parts;
+        if (!fs::is_directory(status) || isWhole(path, parts))
+            targets_.paths.push_back(path);
+        else
+            std::ranges::move(parts, std::back_inserter(targets_.paths));
+    }
+
+    // restic takes what leaves out the contents of a folder for all that is below it, what is asked for by
+    // name too. A folder with something below it that is asked for comes with that.
+    BackupTargets targets() {
+        std::set<std::string_view> asked(targets_.paths.begin(), targets_.paths.end());
+        std::set<std::string, std::less<>> passed;
+        std::erase_if(targets_.emptied, [&](const std::string& folder) {
+            const auto next = asked.upper_bound(withSeparator(folder));
+            const bool isPassed = next != asked.end() && next->starts_with(withSeparator(folder));
+            return isPassed && passed.insert(folder).second;
+        });
+        std::erase_if(targets_.paths, [&](const std::string& path) { return passed.contains(path); });
+        return std::move(targets_);
+    }
+
+private:
+    // False: some of the folder is out, and `parts` has what is in: the folder itself when nothing else is.
+    // Recursion is as deep as a path can be long.
+    bool isWhole(const std::string& folder, std::vector<std::string>& parts) {
+        if (isSilent(folder))
+            return false;
+        const Device device = deviceOf(folder);
+        if (device.error != 0) {
+            noteUnread(folder, device.error);
+            return isGone(device.error); // then restic finds nothing there
+        }
+        bool isWhole = true;
+        std::error_code error;
+        for (fs::directory_iterator at(folder, error); !error && at != fs::directory_iterator() && !stopping_;
+             at.increment(error))
+            isWhole = takeEntry(*at, device.number, parts) && isWhole;
+        if (error) {
+            noteUnread(folder, error.value());
+            // Where this process may not look, restic may not either.
+            isWhole = isWhole && error == std::errc::permission_denied;
+        } else if (!isWhole && parts.empty()) {
+            parts.push_back(folder);
+            targets_.emptied.push_back(folder);
+        }
+        return isWhole;
+    }
+
+    // False: some of it is out.
+    bool takeEntry(const fs::directory_entry& entry, dev_t device, std::vector<std::string>& parts) {
+        const std::string& path = entry.path().native();
+        const auto rule = ruleAt(rules_, path);
+        if (rule && !rule->isIn())
+            return false;
+        if (!rule && mounts_->contains(path)) {
+            targets_.mounts.push_back(path);
+            return true;
+        }
+        if (rule && isSilent(path))
+            return false;
+        std::error_code unknown;
+        const bool isFolder = fs::is_directory(entry.symlink_status(unknown));
+        // One that is in by a rule of its own may be another file system, which restic takes only when it is
+        // named, and so is a subvolume; else another file system is out.
+        bool isNamed = rule.has_value();
+        if (!rule) {
+            const Device own = deviceOf(path);
+            if (own.error != 0)
+                noteUnread(path, own.error);
+            isNamed =
+                own.error == 0 && own.number != device && isFolder && !isMountRoot(AT_FDCWD, path.c_str());
+            if (own.error != 0 || (own.number != device && !isNamed))
+                return true;
+        }
+        std::vector<std::string> below;
+        if (!isFolder || isWhole(path, below)) {
+            parts.push_back(path);
+            return !isNamed;
+        }
+        std::ranges::move(below, std::back_inserter(parts));
+        return false;
+    }
+
+    // No call on it could be ended, and no restic that is given it.
+    bool isSilent(const std::string& path) {
+        const bool isSilent = !silentMountAround(path).empty();
+        if (isSilent)
+            targets_.unread.push_back(path);
+        return isSilent;
+    }
+    static bool isGone(int error) { return error == ENOENT || error == ENOTDIR; }
+    void noteUnread(const std::string& path, int error) {
+        if (!isGone(error))
+            targets_.unread.push_back(path);
+    }
+
+    const BackupRules& rules_;
+    const std::atomic<bool>& stopping_;
+    const std::shared_ptr<const MountPoints> mounts_ = currentMountPoints();
+    BackupTargets targets_;
+};
+
+} // namespace
+
+BackupTargets backupTargets(const BackupRules& rules, const std::string& path,
+                            const std::atomic<bool>& stopping) {
+    Walk walk(rules, stopping);
+    if (verdictFor(rules, path).isIn())
+        walk.take(path);
+    else
+        for (const std::string& beginning : beginnings(rules))
+            if (beginning.starts_with(withSeparator(path)))
+                walk.take(beginning);
+    return walk.targets();
+}
+
+} // namespace kelvane

@@ -1,0 +1,399 @@
+#include "LocalDaemon/Scan/FolderScan.h"
+
+#include "Foundation/CleanPath.h"
+#include "Platform/MountTable.h"
+#include "Support/Logging.h"
+
+#include <algorithm>
+
+namespace kelvane {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto reportInterval = 200ms;
+// Between two looks during a burst: a program that writes all the time must not wake this thread at every
+// write.
+constexpr auto burstStep = 10ms;
+// A folder is left alone for this many times the time that it takes to list.
+constexpr int restAfterListing = 20;
+constexpr std::size_t mostChangedFolders = 1000;
+constexpr std::size_t mostLossyLinks = 100; // that are reported
+constexpr const char* everything = "/";
+// A round through 100,000 folders takes four hours.
+constexpr int looksPerRound = 288; // one in five minutes
+constexpr std::size_t mostUnseen = 2000;
+
+} // namespace
+
+FolderScan::FolderScan(Rules rules, Index index, Tree tree, Listener listener, const Options& options)
+    : listener_(std::move(listener)),
+      options_(options),
+      watch_(DirectoryWatch::Contents::Watched, options.mostWatches),
+      rules_(std::move(rules)),
+      index_(std::move(index)),
+      tree_(std::move(tree)) {
+    report_.index = index_;
+}
+
+FolderScan::~FolderScan() {
+    stop();
+}
+
+void FolderScan::start() {
+    if (!watch_.error().empty())
+        KelvaneSystemLog("Folders cannot be watched: %@", watch_.error());
+    thread_ = std::thread([this] { run(); });
+}
+
+void FolderScan::stop() {
+    {
+        const std::scoped_lock guard(mutex_);
+        stopping_ = true;
+    }
+    stopped_.notify_all();
+    watch_.wake();
+    if (thread_.joinable())
+        thread_.join();
+}
+
+void FolderScan::setRules(Rules rules) {
+    {
+        const std::scoped_lock guard(mutex_);
+        nextRules_ = std::move(rules);
+    }
+    watch_.wake();
+}
+
+void FolderScan::setIndex(Index index) {
+    {
+        const std::scoped_lock guard(mutex_);
+        nextIndex_ = std::move(index);
+    }
+    watch_.wake();
+}
+
+void FolderScan::lookAtEverything() {
+    mustLookAtEverything_ = true;
+    watch_.wake();
+}
+
+void FolderScan::run() {
+    lastReportTime_ = Clock::now();
+    nextRetry_ = lastReportTime_ + options_.rescanInterval;
+    nextLook_ = lastReportTime_ + options_.longestUnseen / looksPerRound;
+    const auto failed = [this](const std::string& reason) {
+        options_.failed(reason);
+        pause(1s); // the next piece of work may fail as well
+    };
+    runGuarded("scanning", failed, [this] {
+        addRoots();
+        scanEverything();
+    });
+    while (!stopping_)
+        runGuarded("scanning", failed, [this] { work(); });
+}
+
+void FolderScan::work() {
+    takeRules();
+    takeIndex();
+    if (mustLookAtEverything_.exchange(false))
+        scanEverything();
+    if (dirty_.empty()) {
+        finishPass();
+        waitForChanges();
+        return;
+    }
+    Folder& next = **dirty_.begin();
+    dirty_.erase(dirty_.begin());
+    relist(next);
+    if (!stopping_ && Clock::now() - lastReportTime_ >= reportInterval) {
+        takeChanges(watch_.wait(0ms)); // before so many have gathered that the system drops some
+        report();
+    }
+}
+
+void FolderScan::scanEverything() {
+    report_.isScanning = true;
+    for (const auto& [path, root] : tree_->roots())
+        FolderTree::forEach(*root, [this](Folder& folder) { lookAt(folder); });
+    if (reported_)
+        report(); // however short it will be
+}
+
+void FolderScan::takeRules() {
+    Rules rules;
+    {
+        const std::scoped_lock guard(mutex_);
+        rules.swap(nextRules_);
+    }
+    if (!rules)
+        return;
+    rules.swap(rules_);
+    const bool isOtherMode = rules->automaticMode != rules_->automaticMode;
+    const std::set<std::string> roots = scanRoots(*rules_);
+    std::vector<Folder*> unwanted;
+    for (const auto& [path, root] : tree_->roots())
+        if (isOtherMode || !roots.contains(path))
+            unwanted.push_back(root.get());
+    for (Folder* root : unwanted)
+        drop(*root);
+    for (const std::string& path : changedRules(*rules, *rules_))
+        lookAgainAt(path);
+    addRoots(); // last: what was watched in another tree is not any more
+    if (isOtherMode)
+        scanEverything();
+}
+
+void FolderScan::takeIndex() {
+    Index index;
+    {
+        const std::scoped_lock guard(mutex_);
+        index.swap(nextIndex_);
+    }
+    if (!index)
+        return;
+    index_ = std::move(index);
+    for (const auto& [path, root] : tree_->roots())
+        FolderTree::forEach(*root, [this](Folder& folder) {
+            if (folder.own.isWaiting())
+                lookAt(folder);
+        });
+}
+
+void FolderScan::addRoots() {
+    for (const std::string& path : scanRoots(*rules_))
+        if (!tree_->roots().contains(path))
+            dirty_.insert(&tree_->addRoot(path));
+}
+
+void FolderScan::drop(Folder& folder) {
+    forget(*tree_->remove(folder));
+}
+
+void FolderScan::lookAgainAt(const std::string& path) {
+    if (Folder* const folder = tree_->find(path);
+        folder && folder->parent && !verdictFor(*rules_, path).isIn())
+        drop(*folder);
+    for (const std::string_view each : {std::string_view(path), folderOf(path)})
+        if (Folder* const folder = tree_->find(each)) {
+            folder->isOnlyLookedAt = false;
+            dirty_.insert(folder);
+        }
+}
+
+void FolderScan::relist(Folder& folder) {
+    const auto begin = Clock::now();
+    const std::string path = FolderTree::pathOf(folder);
+    if (const std::string mount = mountOver(path); !mount.empty()) {
+        if (Folder* const around = tree_->find(folderOf(mount)))
+            markChanged(*around); // which leaves it out
+        return;
+    }
+    if (!silentMountAround(path).empty()) // no call on it could be ended
+        return static_cast<void>(unwatched_.insert(&folder));
+    const bool wasWatched = folder.isWatched;
+    watch(folder, path); // first, so that nothing is missed that changes while it is listed
+    const FolderContents contents = contentsOf(path);
+    if (stopping_)
+        return;
+    folder.isReadable = contents.error == 0;
+    if (folder.isWatched && folder.isReadable && !isRemote(typeOfMountAround(path)))
+        unwatched_.erase(&folder);
+    else
+        unwatched_.insert(&folder);
+
+    if (contents.lossyLinks.empty())
+        lossyLinks_.erase(&folder);
+    else
+        lossyLinks_[&folder] = contents.lossyLinks;
+    const FolderCounts before = folder.own;
+    const bool wasListed = folder.isListed;
+    const FolderTree::Difference difference = tree_->update(folder, contents);
+    const bool isDifferent = before != folder.own || !difference.added.empty() || !difference.removed.empty();
+    // A watched one is listed again because something has changed, perhaps inside a file.
+    const bool isOnlyLookedAt = std::exchange(folder.isOnlyLookedAt, false);
+    if (wasListed && (isDifferent || (wasWatched && !isOnlyLookedAt)))
+        noteChangedFolder(path);
+    for (const auto& removed : difference.removed)
+        forget(*removed);
+    dirty_.insert(difference.added.begin(), difference.added.end());
+    // One that became readable tells nobody but the folder that holds it.
+    for (const auto& subfolder : folder.subfolders)
+        if (!subfolder->isReadable)
+            markChanged(*subfolder);
+    const auto end = Clock::now();
+    folder.notBefore = end + restAfterListing * (end - begin);
+}
+
+void FolderScan::watch(Folder& folder, const std::string& path) {
+    const DirectoryWatch::Outcome outcome = watch_.add(path);
+    folder.isWatched = outcome == DirectoryWatch::Outcome::Watching;
+    if (outcome != DirectoryWatch::Outcome::LimitReached || report_.isWatchIncomplete)
+        return;
+    report_.isWatchIncomplete = true;
+    KelvaneSystemLog(
+        "The system lets this user watch no more folders (fs.inotify.max_user_watches). Changes in %@ "
+        "and others are noticed within %lld s.",
+        path, std::chrono::ceil<std::chrono::seconds>(options_.rescanInterval).count());
+}
+
+void FolderScan::lookAt(Folder& folder) {
+    if (dirty_.insert(&folder).second)
+        folder.isOnlyLookedAt = !deferred_.contains(&folder);
+}
+
+void FolderScan::markChanged(Folder& folder) {
+    folder.isOnlyLookedAt = false;
+    if (Clock::now() < folder.notBefore && !dirty_.contains(&folder))
+        deferred_.insert(&folder);
+    else
+        dirty_.insert(&folder);
+}
+
+void FolderScan::forget(Folder& folder) {
+    FolderTree::forEach(folder, [this](Folder& each) {
+        watch_.remove(FolderTree::pathOf(each));
+        dirty_.erase(&each);
+        deferred_.erase(&each);
+        unwatched_.erase(&each);
+        lossyLinks_.erase(&each);
+    });
+}
+
+void FolderScan::noteChangedFolder(const std::string& path) {
+    if (report_.changedFolders.size() == mostChangedFolders)
+        report_.changedFolders.assign(1, everything);
+    else
+        report_.changedFolders.push_back(path);
+}
+
+void FolderScan::finishPass() {
+    if (std::exchange(report_.isScanning, false)) {
+        const FileTotals files = tree_->totals().files;
+        KelvaneCLog("The scan has found %llu files with %llu bytes.", files.count, files.bytes);
+        logUnreadable();
+    }
+    report_.index = index_;
+    report();
+}
+
+void FolderScan::logUnreadable() {
+    const auto isUnreadable = [](const Folder* folder) { return !folder->isReadable; };
+    const auto first = std::find_if(unwatched_.begin(), unwatched_.end(), isUnreadable);
+    std::string unreadable;
+    if (first != unwatched_.end())
+        unreadable = formatText("%lld, among them %@",
+                                std::count_if(unwatched_.begin(), unwatched_.end(), isUnreadable),
+                                FolderTree::pathOf(**first));
+    if (std::exchange(loggedUnreadable_, unreadable) != unreadable && !unreadable.empty())
+        KelvaneSystemLog("Folders that cannot be read are not backed up: %@", unreadable);
+}
+
+void FolderScan::report() {
+    lastReportTime_ = Clock::now();
+    const FolderCounts counts = tree_->totals();
+    report_.totals = counts.files;
+    report_.waiting = counts.waiting;
+    report_.otherWaiting = counts.otherWaiting;
+    report_.lossyLinks.clear();
+    for (const auto& [folder, names] : lossyLinks_)
+        for (const std::string& name : names)
+            if (report_.lossyLinks.size() < mostLossyLinks)
+                report_.lossyLinks.push_back(withSeparator(FolderTree::pathOf(*folder)) + name);
+    const bool isNew =
+        !reported_ || reported_->totals != report_.totals || reported_->waiting != report_.waiting ||
+        reported_->otherWaiting != report_.otherWaiting || reported_->index != report_.index ||
+        reported_->isScanning != report_.isScanning ||
+        reported_->isWatchIncomplete != report_.isWatchIncomplete || !report_.changedFolders.empty();
+    if (!isNew || stopping_)
+        return;
+    listener_(report_);
+    report_.changedFolders.clear();
+    reported_ = report_;
+}
+
+void FolderScan::waitForChanges() {
+    const auto changes = watch_.wait(timeUntilNextTask(Clock::now()));
+    if (!changes.empty() && !stopping_) {
+        takeChanges(changes);
+        gatherBurst();
+    }
+    takeDue(Clock::now());
+}
+
+void FolderScan::gatherBurst() {
+    const auto begin = Clock::now();
+    auto last = begin;
+    for (auto now = begin;
+         !stopping_ && now - last < options_.quiet && now - begin < options_.longestBurst;) {
+        pause(burstStep);
+        const auto changes = watch_.wait(0ms);
+        now = Clock::now();
+        if (changes.empty())
+            continue;
+        last = now;
+        takeChanges(changes);
+    }
+}
+
+void FolderScan::takeChanges(const std::vector<DirectoryWatch::Event>& changes) {
+    for (const auto& [path, change] : changes) {
+        if (change == DirectoryWatch::Change::Overflow) {
+            KelvaneSystemLog(
+                "Changes came faster than the system reports them: everything is scanned again.");
+            scanEverything();
+            for (Folder* const folder : dirty_)
+                folder->isOnlyLookedAt = false;
+        } else if (Folder* const folder = tree_->find(path)) {
+            markChanged(*folder);
+            if (change == DirectoryWatch::Change::Gone && folder->parent)
+                markChanged(*folder->parent);
+        }
+    }
+}
+
+void FolderScan::takeDue(Clock::time_point now) {
+    for (auto at = deferred_.begin(); at != deferred_.end();) {
+        if ((*at)->notBefore <= now) {
+            dirty_.insert(*at);
+            at = deferred_.erase(at);
+        } else {
+            ++at;
+        }
+    }
+    if (now >= nextRetry_) {
+        for (Folder* const folder : unwatched_)
+            lookAt(*folder);
+        nextRetry_ = now + options_.rescanInterval;
+    }
+    if (now >= nextLook_) {
+        lookAtUnseen(now);
+        nextLook_ = now + options_.longestUnseen / looksPerRound;
+    }
+}
+
+void FolderScan::lookAtUnseen(Clock::time_point now) {
+    std::size_t count = 0;
+    for (const auto& [path, root] : tree_->roots())
+        FolderTree::forEach(*root, [&](Folder& folder) {
+            if (folder.isListed && now - folder.notBefore >= options_.longestUnseen && count < mostUnseen) {
+                lookAt(folder);
+                ++count;
+            }
+        });
+}
+
+std::chrono::milliseconds FolderScan::timeUntilNextTask(Clock::time_point now) const {
+    auto next = unwatched_.empty() ? nextLook_ : std::min(nextLook_, nextRetry_);
+    for (const Folder* folder : deferred_)
+        next = std::min(next, folder->notBefore);
+    return std::max(0ms, std::chrono::ceil<std::chrono::milliseconds>(next - now));
+}
+
+void FolderScan::pause(std::chrono::milliseconds duration) {
+    std::unique_lock guard(mutex_);
+    stopped_.wait_for(guard, duration, [this] { return stopping_.load(); });
+}
+
+} // namespace kelvane

@@ -1,0 +1,144 @@
+#pragma once
+
+#include "LocalDaemon/Index/BackupIndex.h"
+#include "LocalDaemon/Rules/BackupRules.h"
+#include "LocalDaemon/Scan/FolderTree.h"
+#include "Platform/DirectoryWatch.h"
+#include "Support/GuardedWork.h"
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <unordered_set>
+#include <vector>
+
+namespace kelvane {
+
+struct ScanReport {
+    FileTotals totals;              // of the files that are in; so far, while the scan looks at everything
+    bool isScanning = false;        // it looks at everything, not just at what has changed
+    bool isWatchIncomplete = false; // some folders are looked at from time to time only
+    // Folders in which something has changed since the report before. "/" stands for a great many.
+    std::vector<std::string> changedFolders;
+    FileTotals waiting;                       // of the totals: what is not in the index, or was otherwise
+    std::uint64_t otherWaiting = 0;           // links and empty folders of that kind
+    std::shared_ptr<const BackupIndex> index; // that all of this was compared with; never null
+    // Of the links that wait, those that restic loses the targets of; the first hundred.
+    std::vector<std::string> lossyLinks = {};
+};
+
+// Counts the regular files that the rules put in the backup, and those of them that wait for it, on a
+// thread of its own, and keeps the counts true as they, the rules and the index of what is backed up change:
+// the folders are watched, and one that has changed is listed again once the burst of changes is over. Links
+// are not followed, and other file systems only when they were added themselves. Folders for which the system
+// has no watch left, or whose file system does not tell of all changes, are listed again from time to time,
+// and all others once a day, a few at a time.
+//
+// `start` and `stop` belong to the owner's thread, the rest to any; `stop` ends within the time of a single
+// file-system call.
+// The listener is called on the scan's thread, without a lock.
+class FolderScan {
+public:
+    using Listener = std::function<void(const ScanReport&)>;
+
+    struct Options {
+        // A burst is over when nothing has changed for `quiet`, and is cut at `longestBurst`.
+        std::chrono::milliseconds quiet{50};
+        std::chrono::milliseconds longestBurst{500};
+        // For folders that cannot be watched.
+        std::chrono::milliseconds rescanInterval = std::chrono::minutes(10);
+        // For all others: some changes are told by nothing, as what a program writes into pages that it has
+        // mapped.
+        std::chrono::milliseconds longestUnseen = std::chrono::hours(24);
+        // Half of what the system allows the user: other programs watch folders as well.
+        std::size_t mostWatches = DirectoryWatch::systemLimit() / 2;
+        WorkFailed failed = [](const std::string&) {}; // on the scan's thread
+    };
+
+    // None is null.
+    using Rules = std::shared_ptr<const BackupRules>;
+    using Index = std::shared_ptr<const BackupIndex>;
+    using Tree = std::shared_ptr<FolderTree>;
+
+    // `tree` is empty, and the scan's alone to change.
+    FolderScan(Rules rules, Index index, Tree tree, Listener listener, const Options& options);
+    ~FolderScan();
+    FolderScan(const FolderScan&) = delete;
+    FolderScan& operator=(const FolderScan&) = delete;
+
+    void start();
+    void stop();
+    // These take note and return.
+    void setRules(Rules rules);
+    // Compares what waited with the new one. What did not wait is taken to be in that as well.
+    void setIndex(Index index);
+    void lookAtEverything();
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    void run();
+    void work();
+    void scanEverything();
+    void takeRules();
+    void takeIndex();
+    void addRoots();
+    void drop(Folder& folder);
+    void lookAgainAt(const std::string& path);
+    void relist(Folder& folder);
+    [[nodiscard]] FolderContents contentsOf(const std::string& path) const;
+    [[nodiscard]] bool isInLastSnapshot(const BackupIndex::Item* saved, std::string_view path) const;
+    [[nodiscard]] std::uint64_t savedIn(const BackupIndex::Item& folder) const;
+    [[nodiscard]] std::string mountOver(const std::string& path) const;
+    void watch(Folder& folder, const std::string& path);
+    void lookAt(Folder& folder);
+    void markChanged(Folder& folder);
+    void forget(Folder& folder);
+    void noteChangedFolder(const std::string& path);
+    void finishPass();
+    void logUnreadable();
+    void report();
+
+    void waitForChanges();
+    void gatherBurst();
+    void takeChanges(const std::vector<DirectoryWatch::Event>& changes);
+    void takeDue(Clock::time_point now);
+    void lookAtUnseen(Clock::time_point now);
+    [[nodiscard]] std::chrono::milliseconds timeUntilNextTask(Clock::time_point now) const;
+    void pause(std::chrono::milliseconds duration);
+
+    const Listener listener_;
+    const Options options_;
+    DirectoryWatch watch_;
+    std::atomic<bool> stopping_{false};
+    std::mutex mutex_;
+    std::condition_variable stopped_;
+    Rules nextRules_; // guarded by the mutex; null: they are as they were
+    Index nextIndex_; // likewise
+    std::atomic<bool> mustLookAtEverything_{false};
+    std::thread thread_;
+
+    // What follows belongs to the scan's thread.
+    Rules rules_;
+    Index index_;
+    const Tree tree_;
+    std::unordered_set<Folder*> dirty_;     // to be listed
+    std::unordered_set<Folder*> deferred_;  // to be listed when their time has come
+    std::unordered_set<Folder*> unwatched_; // or unreadable: to be tried again from time to time
+    std::map<const Folder*, std::vector<std::string>> lossyLinks_; // names
+    Clock::time_point nextRetry_;
+    Clock::time_point nextLook_; // at folders that were not seen for long
+    Clock::time_point lastReportTime_;
+    ScanReport report_;
+    std::string loggedUnreadable_;
+    std::optional<ScanReport> reported_;
+};
+
+} // namespace kelvane

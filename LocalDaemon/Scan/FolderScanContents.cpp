@@ -1,0 +1,76 @@
+// What of a folder is to be backed up yet.
+
+#include "Foundation/CleanPath.h"
+#include "LocalDaemon/Scan/FolderScan.h"
+#include "Platform/MountTable.h"
+
+#include <algorithm>
+
+namespace kelvane {
+
+FolderContents FolderScan::contentsOf(const std::string& path) const {
+    const Passage passage = verdictFor(*rules_, path).isIn() ? Passage::WithinFileSystem : Passage::Refused;
+    const auto mounts = currentMountPoints();
+    std::string entry = withSeparator(path);
+    const std::size_t length = entry.size();
+    const BackupIndex::Item* const saved = index_->find(path);
+    std::uint64_t stillThere = 0; // of what the last snapshot of the folder holds
+    const auto savedEntry = [&](std::string_view name) {
+        const BackupIndex::Item* const item = index_->child(saved, name);
+        stillThere += item && item->snapshot == saved->snapshot ? 1U : 0U;
+        return item;
+    };
+    FolderContents contents = contentsOfFolder(
+        path, stopping_,
+        [&](std::string_view name) {
+            entry.replace(length, std::string::npos, name);
+            const std::optional<Verdict> rule = ruleAt(*rules_, entry);
+            if (!rule)
+                return passage != Passage::Refused && mounts->contains(entry) ? Passage::MountPoint : passage;
+            return rule->isIn() ? Passage::AnyFileSystem : Passage::Refused;
+        },
+        [&](const FolderEntry& each) {
+            const BackupIndex::Item* const item = savedEntry(each.name);
+            return !item || !isUnchanged(*item, each.kind, each.size, each.modified, each.changed) ||
+                   index_->isDamaged(*item);
+        });
+    // What holds something is saved with that, and where all begins there is nothing to lose. One that cannot
+    // be read may hold anything.
+    if (!tree_->roots().contains(path) && contents.isEmpty && contents.error != ENOENT &&
+        passage != Passage::Refused && !isInLastSnapshot(saved, path))
+        ++contents.own.otherWaiting;
+    // A folder that is not in itself gets into a snapshot only with what is below it.
+    if (!saved || saved->snapshot == 0 || contents.error != 0 || passage == Passage::Refused)
+        return contents;
+    for (const std::vector<std::string>& names : {contents.subfolders, contents.mountPoints})
+        for (const std::string& name : names)
+            savedEntry(name);
+    contents.own.otherWaiting += savedIn(*saved) - stillThere; // deleted, or not selected any more
+    if (!hasSavedAttributes(*saved, contents.uid, contents.gid, contents.mode, contents.modified,
+                            contents.changed))
+        ++contents.own.otherWaiting;
+    return contents;
+}
+
+// The mount point that hides the folder, less what is selected by itself; empty: none.
+std::string FolderScan::mountOver(const std::string& path) const {
+    const auto mounts = currentMountPoints();
+    for (std::string_view at = path; !tree_->roots().contains(at); at = folderOf(at))
+        if (mounts->contains(at) && !ruleAt(*rules_, at))
+            return std::string(at);
+    return {};
+}
+
+// Whether the newest snapshot of the folder around it holds it as a folder.
+bool FolderScan::isInLastSnapshot(const BackupIndex::Item* saved, std::string_view path) const {
+    const BackupIndex::Item* const around = index_->find(folderOf(path));
+    return saved && saved->kind == ItemKind::Folder && around && saved->snapshot >= around->snapshot;
+}
+
+// The entries of the folder that its last snapshot holds.
+std::uint64_t FolderScan::savedIn(const BackupIndex::Item& folder) const {
+    return static_cast<std::uint64_t>(
+        std::ranges::count(index_->children(folder), folder.snapshot, &BackupIndex::Item::snapshot));
+}
+
+} // namespace kelvane

@@ -1,0 +1,336 @@
+#include "LocalDaemon/State/DaemonState.h"
+
+#include "Common/StateKeys.h"
+#include "Foundation/CleanPath.h"
+#include "Foundation/Unicode.h"
+#include "Support/Logging.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace kelvane {
+namespace {
+
+// From 26 up panes may ask for rules and policy. This daemon has them at hand before it listens.
+constexpr std::uint32_t rulesAreLoaded = 26;
+
+constexpr const char* settingsAlert = "settings_not_saved";
+constexpr const char* selectionAlert = "nothing_selected";
+constexpr const char* watchAlert = "watch_limit_reached";
+
+std::uint32_t narrowed(std::uint64_t count) {
+    return static_cast<std::uint32_t>(
+        std::min<std::uint64_t>(count, std::numeric_limits<std::uint32_t>::max()));
+}
+
+// The path and the folders that it is in, for theirs may be the bullets that change with its own. Not "/",
+// which would stand for everything.
+void addWithFolders(std::set<std::string>& paths, std::string_view path) {
+    do {
+        if (!paths.emplace(path).second)
+            return;
+        path = folderOf(path);
+    } while (path != "/");
+}
+
+} // namespace
+
+DaemonState::DaemonState(Configuration configuration, Settings settings, Index index, SaveSettings save,
+                         Clock clock)
+    : configuration_(std::move(configuration)),
+      save_(std::move(save)),
+      clock_(std::move(clock)),
+      index_(std::move(index)),
+      settings_(std::move(settings)),
+      rules_(currentRules()) {
+    announcedState_ = currentServiceState(); // of what all the others are
+    if (index_->repositoryId().empty())
+        return;
+    std::erase_if(settings_.disks, [&](const std::string& point) { return !isInBackup(point); });
+    std::erase_if(settings_.mounts, [&](const auto& mount) { return !isInBackup(mount.first); });
+}
+
+void DaemonState::setObserver(std::weak_ptr<DaemonObserver> observer) {
+    const std::scoped_lock guard(mutex_);
+    observer_ = std::move(observer);
+}
+
+void DaemonState::setRulesListener(RulesListener listener) {
+    const std::scoped_lock guard(mutex_);
+    rulesListener_ = std::move(listener);
+}
+
+void DaemonState::setNeedListener(NeedListener listener) {
+    const std::scoped_lock guard(mutex_);
+    needListener_ = std::move(listener);
+}
+
+DaemonState::Index DaemonState::index() const {
+    const std::scoped_lock guard(mutex_);
+    return index_;
+}
+
+void DaemonState::setIndex(Index index, const std::vector<std::string>& changed) {
+    const std::scoped_lock guard(mutex_);
+    index_ = std::move(index);
+    std::vector<std::string> files = changed;
+    files.emplace_back("/"); // the bullets of all folders may be others now
+    announceFiles(files);
+    announce();
+}
+
+void DaemonState::setIndexCurrent(bool isCurrent, const std::string& trouble) {
+    const std::scoped_lock guard(mutex_);
+    isIndexCurrent_ = isCurrent;
+    indexTrouble_ = trouble;
+    announce();
+}
+
+bool DaemonState::isIndexCurrent() const {
+    const std::scoped_lock guard(mutex_);
+    return isIndexCurrent_;
+}
+
+std::string DaemonState::indexTrouble() const {
+    const std::scoped_lock guard(mutex_);
+    return indexTrouble_;
+}
+
+BackupActivity DaemonState::activity() const {
+    const std::scoped_lock guard(mutex_);
+    return activity_;
+}
+
+void DaemonState::setActivity(const BackupActivity& activity) {
+    const std::scoped_lock guard(mutex_);
+    activity_ = activity;
+    if (!activity_.isRunning && scan_ && scan_->index == index_)
+        activity_.done = {}; // the scan has it in what it says
+    announce();
+}
+
+BackupNeed DaemonState::backupNeed() const {
+    const std::scoped_lock guard(mutex_);
+    return currentNeed();
+}
+
+DaemonState::Rules DaemonState::rules() const {
+    const std::scoped_lock guard(mutex_);
+    return rules_;
+}
+
+Settings DaemonState::settings() const {
+    const std::scoped_lock guard(mutex_);
+    return settings_;
+}
+
+void DaemonState::changeSettings(const std::function<void(Settings&)>& change) {
+    Settings changed;
+    std::uint64_t version = 0;
+    {
+        const std::scoped_lock guard(mutex_);
+        changed = settings_;
+        change(changed);
+        if (changed == settings_)
+            return;
+        takeSettings(changed);
+        version = settingsVersion_;
+    }
+    checkSelection();
+    const std::string failure = save_(changed, version);
+    if (failure.empty())
+        return withdrawAlert(settingsAlert);
+    KelvaneSystemLog("The settings cannot be saved: %@", failure);
+    raiseAlert({settingsAlert, "error", "Your settings could not be saved.",
+                "They are in use, but will be lost when the backup daemon ends. " + failure});
+}
+
+Value DaemonState::stateDictionary() const {
+    const std::scoped_lock guard(mutex_);
+    const BackupTotals totals = currentTotals();
+    const std::uint32_t service = currentServiceState();
+    Dictionary state{
+        {std::string(statekey::serviceState), service},
+        {std::string(statekey::statusString), currentStatusText(service)},
+        {std::string(statekey::backupState), rulesAreLoaded},
+        {std::string(statekey::isBackupNeeded), needsBackup()},
+        {std::string(statekey::hasUnreadFiles), unreadAt_.has_value()},
+        {std::string(statekey::paused), isPaused()},
+        {std::string(statekey::recoverMode), settings_.recoverMode},
+        {std::string(statekey::lowerPriorityMode), settings_.lowerPriorityMode},
+        {std::string(statekey::backupControlFlags), settings_.backupControlFlags},
+        {std::string(statekey::isQuotaLimited), configuration_.quotaMB > 0 || isOverQuota()},
+        {std::string(statekey::isOverQuota), isOverQuota()},
+        {std::string(statekey::quotaMB), configuration_.quotaMB},
+        {std::string(statekey::currentBackupFile), textFromPath(activity_.currentFile)},
+        {std::string(statekey::currentRestoreFile), textFromPath(restore_.file)},
+        {std::string(statekey::currentRestoreJob), restore_.job},
+    };
+    // Before the scan has seen anything there is nothing to say, and panes show that they do not know.
+    if (scan_) {
+        state.set(statekey::backedUpFileCount, narrowed(totals.backedUp.count));
+        state.set(statekey::backedupFileSize, totals.backedUp.bytes);
+        state.set(statekey::pendingFileCount, narrowed(totals.pending.count));
+        state.set(statekey::pendingFileSize, totals.pending.bytes);
+    }
+    addExtensions(state);
+    return state;
+}
+
+BackupTotals DaemonState::totals() const {
+    const std::scoped_lock guard(mutex_);
+    return currentTotals();
+}
+
+FileTotals DaemonState::found() const {
+    const std::scoped_lock guard(mutex_);
+    return currentlyFound();
+}
+
+void DaemonState::takeReport(const ScanReport& report) {
+    {
+        const std::scoped_lock guard(mutex_);
+        // Bullets of folders follow from what waits in them.
+        const bool isOtherwise = !scan_ || scan_->waiting.count != report.waiting.count ||
+                                 scan_->otherWaiting != report.otherWaiting;
+        scan_ = report;
+        scan_->changedFolders.clear();
+        changes_ += report.changedFolders.empty() ? 0U : 1U;
+        if (report.index == index_ && !activity_.isRunning)
+            activity_.done = {};
+        if (const auto observer = observer_.lock(); observer && !report.changedFolders.empty())
+            observer->foldersChanged(report.changedFolders);
+        if (isOtherwise)
+            announceFiles(report.changedFolders);
+        announce();
+    }
+    if (report.isWatchIncomplete)
+        raiseAlert({watchAlert, "warning", "Some changes are noticed late.",
+                    "The system lets you watch too few folders (fs.inotify.max_user_watches). The remaining "
+                    "ones are "
+                    "looked at from time to time."});
+}
+
+void DaemonState::checkSelection() {
+    if (selectsAnything(*rules()))
+        withdrawAlert(selectionAlert);
+    else
+        raiseAlert({selectionAlert, "warning", nothingIsSelected,
+                    "No file is protected any more, and what is in the backup leaves it after the time that "
+                    "deleted files are kept. Select folders in the Backup tab."});
+}
+
+void DaemonState::refresh() {
+    const std::scoped_lock guard(mutex_);
+    announce();
+}
+
+std::int64_t DaemonState::now() const {
+    return std::chrono::floor<std::chrono::seconds>(clock_()).time_since_epoch().count();
+}
+
+// What the running backup has done counts until the scan has compared with the index that came of it.
+BackupTotals DaemonState::currentTotals() const {
+    if (!scan_)
+        return {index_->totals(), {}};
+    BackupTotals totals{scan_->index->totals(), scan_->waiting};
+    const FileTotals done{std::min(activity_.done.count, totals.pending.count),
+                          std::min(activity_.done.bytes, totals.pending.bytes)};
+    totals.backedUp += done;
+    totals.pending -= done;
+    return totals;
+}
+
+bool DaemonState::needsBackup() const {
+    return isLooking() || backupOrders_ != ordersDone_;
+}
+
+bool DaemonState::isWaiting() const {
+    return scan_ && (scan_->waiting.count > 0 || scan_->otherWaiting > 0) && unreadAt_ != changes_;
+}
+
+// What was compared with another index than this says nothing of what is waiting.
+bool DaemonState::isLooking() const {
+    return !scan_ || scan_->isScanning || scan_->index != index_;
+}
+
+BackupNeed DaemonState::currentNeed() const {
+    BackupNeed need;
+    const bool mayWork = hasPlace() && settings_.enabled && !isPaused();
+    need.mayAdd = mayWork && !settings_.recoverMode && !isOverQuota();
+    // A restore waits for what is in it, whatever the backup may do.
+    need.mayRead = mayWork || (hasPlace() && restore_.job != 0 && !isIndexCurrent_);
+    need.isKnown = !isLooking();
+    need.isWaiting = isWaiting();
+    need.changes = changes_;
+    need.hasLowerPriority = settings_.lowerPriorityMode;
+    return need;
+}
+
+DaemonState::Rules DaemonState::currentRules() const {
+    const auto rules = std::make_shared<BackupRules>(BackupRules{settings_.automaticMode, configuration_.home,
+                                                                 configuration_.policy, settings_.paths,
+                                                                 configuration_.volumes});
+    rules->absentDisks = pathsOfAbsences(absences(), settings_, *rules);
+    return rules;
+}
+
+void DaemonState::takeSettings(const Settings& settings) {
+    settings_ = settings;
+    ++settingsVersion_;
+    takeOtherRules();
+    announce();
+}
+
+// False: they are as they were.
+bool DaemonState::takeOtherRules() {
+    Rules now = currentRules();
+    if (*now == *rules_)
+        return false;
+    ++changes_;
+    const Rules before = std::exchange(rules_, std::move(now));
+    if (rulesListener_)
+        rulesListener_(rules_);
+    announceRules(*before);
+    return true;
+}
+
+void DaemonState::announceRules(const BackupRules& before) const {
+    const auto observer = observer_.lock();
+    if (!observer)
+        return;
+    std::set<std::string> files;
+    std::set<std::string> folders;
+    for (const std::string& path : changedRules(before, *rules_)) {
+        addWithFolders(files, path);
+        folders.emplace(folderOf(path));
+    }
+    observer->filesChanged({files.begin(), files.end()});
+    observer->foldersChanged({folders.begin(), folders.end()});
+}
+
+// With the folders that they are in, for their bullets may be others now.
+void DaemonState::announceFiles(const std::vector<std::string>& paths) const {
+    const auto observer = observer_.lock();
+    if (!observer || paths.empty())
+        return;
+    std::set<std::string> files;
+    for (const std::string& path : paths)
+        addWithFolders(files, path);
+    observer->filesChanged({files.begin(), files.end()});
+}
+
+void DaemonState::announce() {
+    if (needListener_)
+        needListener_(currentNeed());
+    if (override_ && override_->inFrontOf != ownServiceState())
+        override_.reset(); // for good, also when the state comes back
+    const std::uint32_t state = currentServiceState();
+    if (state == announcedState_)
+        return;
+    announcedState_ = state;
+    if (const auto observer = observer_.lock(); observer && isAnnounced(state))
+        observer->stateChanged(state);
+}
+
+} // namespace kelvane

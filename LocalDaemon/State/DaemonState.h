@@ -1,0 +1,260 @@
+#pragma once
+
+#include "Foundation/Value.h"
+#include "LocalDaemon/Index/Alert.h"
+#include "LocalDaemon/Index/BackupIndex.h"
+#include "LocalDaemon/Restore/Staging/RestoreJob.h"
+#include "LocalDaemon/Rules/BackupRules.h"
+#include "LocalDaemon/Scan/FolderScan.h"
+#include "LocalDaemon/State/AbsentDisks.h"
+#include "LocalDaemon/State/Configuration.h"
+#include "LocalDaemon/State/DaemonObserver.h"
+#include "LocalDaemon/State/ServiceState.h"
+#include "LocalDaemon/State/Settings.h"
+#include "Platform/FileSystem.h"
+#include "Platform/Volumes.h"
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+
+namespace kelvane {
+
+struct BackupTotals {
+    FileTotals backedUp;
+    FileTotals pending;
+};
+
+// What the backup is at.
+struct BackupActivity {
+    bool isRunning = false;
+    bool isInitial = false; // nothing at all has been backed up before
+    std::optional<ServiceState> trouble;
+    FileTotals done; // of what was waiting when it began
+    std::string currentFile;
+};
+
+// What decides whether something is backed up now.
+struct BackupNeed {
+    bool mayAdd = false;       // to the repository
+    bool mayRead = false;      // what is in it
+    bool isKnown = false;      // the scan has looked at everything, and compared it with the index
+    bool isWaiting = false;    // something that could be read
+    std::uint64_t changes = 0; // counts what the scan has seen change
+    bool hasLowerPriority = false;
+};
+
+// The daemon's world, guarded by one mutex that is never held while anything is sent, written or looked for
+// on the disk. Any thread.
+//
+// Panes are told through the observer: of the service state whenever it is another one, of alerts, of changed
+// folders, and of what is in the backup now and was not, or the other way round.
+class DaemonState {
+public:
+    using Clock = std::function<std::chrono::system_clock::time_point()>;
+    // Returns why the settings could not be saved; empty when they are.
+    using SaveSettings = std::function<std::string(const Settings& settings, std::uint64_t version)>;
+    using Rules = std::shared_ptr<const BackupRules>;
+    using Index = std::shared_ptr<const BackupIndex>; // never null
+    // These are called with the mutex held, so they take note and return.
+    using RulesListener = std::function<void(const Rules& rules)>;
+    using NeedListener = std::function<void(const BackupNeed& need)>; // whenever it may be another one
+
+    DaemonState(Configuration configuration, Settings settings, Index index, SaveSettings save, Clock clock);
+
+    void setObserver(std::weak_ptr<DaemonObserver> observer);
+    void setRulesListener(RulesListener listener);
+    void setNeedListener(NeedListener listener);
+
+    [[nodiscard]] const Configuration& configuration() const { return configuration_; }
+    // What is backed up.
+    [[nodiscard]] Index index() const;
+    // `changed`: real paths of which it says another thing than before.
+    void setIndex(Index index, const std::vector<std::string>& changed);
+    // Whether the index is that of the repository, as far as this daemon can know: not before the repository
+    // was asked, nor after a backup whose snapshot has not been listed. `trouble` says why the last try to
+    // make it so failed; empty when it did not.
+    void setIndexCurrent(bool isCurrent, const std::string& trouble = {});
+    [[nodiscard]] bool isIndexCurrent() const;
+    [[nodiscard]] std::string indexTrouble() const;
+    [[nodiscard]] BackupActivity activity() const;
+    void setActivity(const BackupActivity& activity);
+    [[nodiscard]] BackupNeed backupNeed() const;
+    // Orders to back up at once are counted, so that panes see a backup needed until one that was begun after
+    // the last order has been made and its index compared. What changes meanwhile needs no other: on a
+    // machine at work that would have no end.
+    void orderBackup();
+    [[nodiscard]] std::uint64_t backupOrders() const;
+    void takeOrdersDone(std::uint64_t orders);
+    // A try that was begun after so many orders has ended, well or not, and `activity` says how. What an
+    // earlier one has met is not said any more once a backup is ordered.
+    void takeOrdersTried(std::uint64_t orders);
+    // The last backup could not read some of what waits, which calls for no other until something changes:
+    // `changes` is the need's count when it began; none: it has read everything.
+    [[nodiscard]] std::vector<std::string> lossyLinks() const; // as in ScanReport
+    void noteUnread(std::optional<std::uint64_t> changes);
+    // As they are now; never null.
+    [[nodiscard]] Rules rules() const;
+    [[nodiscard]] Settings settings() const;
+    // Saved when it returns, if anything has changed. A failure to save is logged and raised as an alert.
+    void changeSettings(const std::function<void(Settings&)>& change);
+
+    // Remembers the disks that are mounted. At the next start those that have nothing in the backup by then
+    // are forgotten.
+    void noteDisks(const Volumes& mounted);
+    // With the disks that are away and have something in it: what was on them can be looked at and restored.
+    // Never null when `mounted` is not.
+    [[nodiscard]] std::shared_ptr<const Volumes> withMissing(std::shared_ptr<const Volumes> mounted) const;
+
+    // Finds out where what was backed up is away with its disk. Unless a person has given it up, nothing is
+    // backed up from there, nothing counts as deleted, and an alert says so. Blocks on the disk, without the
+    // mutex.
+    void lookForAbsentDisks(const FileSystem& fileSystem);
+    // Remembers the file systems from which a backup was made; `areAllKnown`: it has all
+    // that is selected, and others are forgotten.
+    void noteMounts(const Mounts& mounts, bool areAllKnown);
+    // Returns why it cannot be decided, for people; empty when it is. `name` is the alert's argument.
+    [[nodiscard]] std::string decideAwayDisk(const std::string& name, AwayDisk::Decision decision);
+    // Why nothing can be restored to the path, for people: it belongs on a disk that is away. Empty: it can.
+    [[nodiscard]] std::string refusalFor(const std::string& path) const;
+    // With files in the backup.
+    [[nodiscard]] std::set<std::string, std::less<>> absentInBackup() const;
+
+    // Rounded up, so that 0 says that nothing is paused.
+    [[nodiscard]] std::uint32_t pausedMinutes() const;
+    void setPausedMinutes(std::uint32_t minutes);
+
+    [[nodiscard]] std::uint32_t serviceState() const;
+    // Stands in front of what the daemon finds itself in until that is another one; 0 takes it back.
+    void overrideServiceState(std::uint32_t code);
+    // Pretends that the account is over its quota, or is not; none: as it is.
+    void setOverQuotaForTesting(std::optional<bool> overQuota);
+
+    [[nodiscard]] Value stateDictionary() const;
+    [[nodiscard]] BackupTotals totals() const;
+    [[nodiscard]] FileTotals found() const;
+
+    void takeReport(const ScanReport& report);
+    // Raises or withdraws the alert that nothing is selected for backup.
+    void checkSelection();
+    // The clock has moved: a pause may be over.
+    void refresh();
+
+    // An alert stands until it is withdrawn, one of a kind; who wants alerts is told of those that stand. One
+    // that is raised again with other words stands since the first time.
+    void raiseAlert(const Alert& alert);
+    void withdrawAlert(const std::string& kind);
+    [[nodiscard]] std::optional<Alert> standingAlert(const std::string& kind) const;
+    void addAlertHandler(PaneObserver& pane) const;
+
+    // What the verification has found out. None: it has never come to an end.
+    void setVerification(std::optional<std::chrono::system_clock::time_point> date,
+                         const std::string& outcome);
+    // From 0 to 1; none: nothing is being verified.
+    void setVerificationProgress(std::optional<double> progress);
+    // `files`: those that cannot be given back as they were last backed up.
+    void setDamage(bool isAnyKnown, std::uint64_t files);
+    // Orders to verify everything are counted, as those to back up are: panes see one under way until that
+    // has ended, well or not, which began after the last order.
+    void orderVerification();
+    [[nodiscard]] std::uint64_t verificationOrders() const;
+    [[nodiscard]] bool isVerificationOrdered() const;
+    void takeVerificationsDone(std::uint64_t orders);
+
+    // Panes are told what of it has changed.
+    void setRestoreProgress(const RestoreProgress& progress);
+    // Raises an alert, and has panes ask how many files are left: they show a restore from their order on.
+    void refuseRestore(const std::string& reason);
+    [[nodiscard]] RestoreProgress restoreProgress() const;
+    // After the progress has no job any more: tells panes so, and of what could not be restored.
+    void endRestore(const std::vector<RestoreFailure>& failures);
+    // A pane that connects, or asks for states, while files are being restored is told how many are left.
+    void addPane(PaneObserver& pane) const;
+    void addStateHandler(PaneObserver& pane) const;
+
+private:
+    // With the mutex held.
+    [[nodiscard]] std::int64_t now() const;
+    [[nodiscard]] bool hasPlace() const { return !configuration_.repository.location.empty(); }
+    [[nodiscard]] bool isPaused() const;
+    [[nodiscard]] bool isOverQuota() const;
+    [[nodiscard]] FileTotals currentlyFound() const { return scan_ ? scan_->totals : FileTotals(); }
+    [[nodiscard]] BackupTotals currentTotals() const;
+    [[nodiscard]] bool isInBackup(const std::string& path) const;
+    [[nodiscard]] Absences absences() const;
+    [[nodiscard]] bool isWaiting() const;
+    [[nodiscard]] bool isLooking() const;
+    [[nodiscard]] bool needsBackup() const;
+    [[nodiscard]] BackupNeed currentNeed() const;
+    [[nodiscard]] std::uint32_t ownServiceState() const;
+    [[nodiscard]] std::uint32_t currentServiceState() const;
+    [[nodiscard]] std::string currentStatusText(std::uint32_t service) const;
+    [[nodiscard]] Rules currentRules() const;
+    void takeSettings(const Settings& settings);
+    bool takeOtherRules();
+    void announceRules(const BackupRules& before) const;
+    void announceFiles(const std::vector<std::string>& paths) const;
+    void announce();
+    // Without the mutex.
+    void reportAwayDisks();
+
+    [[nodiscard]] Array alertDictionaries() const;
+    void addExtensions(Dictionary& state) const;
+
+    struct VerificationStatus {
+        std::optional<std::chrono::system_clock::time_point> date;
+        std::string outcome;
+        std::optional<double> progress;
+        std::uint64_t orders = 0;
+        std::uint64_t ordersDone = 0;
+        bool isDamageKnown = false;
+        std::uint64_t damagedFiles = 0;
+    };
+
+    struct StandingSince {
+        Alert alert;
+        std::chrono::system_clock::time_point since;
+    };
+    struct Override {
+        std::uint32_t code;
+        std::uint32_t inFrontOf;
+    };
+
+    const Configuration configuration_;
+    const SaveSettings save_;
+    const Clock clock_;
+
+    std::mutex looking_;       // for absent disks: what is seen last counts; taken before the next
+    mutable std::mutex mutex_; // guards what follows
+    std::weak_ptr<DaemonObserver> observer_;
+    RulesListener rulesListener_;
+    NeedListener needListener_;
+    Index index_;
+    bool isIndexCurrent_ = false;
+    std::string indexTrouble_;
+    BackupActivity activity_;
+    std::uint64_t changes_ = 0;
+    Settings settings_;
+    Absences away_; // also what a person has given up
+    Rules rules_;
+    std::uint64_t settingsVersion_ = 0;
+    std::optional<ScanReport> scan_;
+    std::optional<bool> overQuotaForTesting_;
+    std::optional<Override> override_;
+    std::uint32_t announcedState_ = 0;
+    std::map<std::string, StandingSince> alerts_; // by kind
+    RestoreProgress restore_;
+    VerificationStatus verification_;
+    std::uint64_t backupOrders_ = 0;
+    std::uint64_t ordersDone_ = 0;
+    std::uint64_t ordersTried_ = 0;
+    std::optional<std::uint64_t> unreadAt_; // of `changes_`
+};
+
+} // namespace kelvane
