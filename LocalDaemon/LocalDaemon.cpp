@@ -199,7 +199,7 @@ std::string LocalDaemon::makeWorld() {
         return std::make_shared<DaemonTarget>(world, pane);
     };
     const auto volumes = [state = state_, fileSystem = options_.fileSystem] {
-        return state->withMissing(fileSystem->volumes());
+        return state->volumes(*fileSystem);
     };
     server_ =
         std::make_shared<PaneServer>(loop_, makeTarget, PaneServer::Options{volumes, options_.sendTimeout});

@@ -223,7 +223,7 @@ std::uint32_t DaemonTarget::restoreFile(const Value& source, const Value& destin
 }
 
 PathEntrance DaemonTarget::entrance() const {
-    return PathEntrance(state_->withMissing(fileSystem_->volumes()));
+    return PathEntrance(state_->volumes(*fileSystem_));
 }
 
 void DaemonTarget::setFlag(bool Settings::*flag, bool on) {

@@ -31,7 +31,7 @@ std::uint32_t changePaths(DaemonState& state, const std::function<std::uint32_t(
 
 std::uint32_t errorOfMarking(DaemonState& state, const FileSystem& fileSystem, const Array& paths,
                              PathRules::Mark mark) {
-    PathEntrance entrance(state.withMissing(fileSystem.volumes()));
+    PathEntrance entrance(state.volumes(fileSystem));
     std::vector<std::string> real;
     for (const Value& path : paths) {
         const auto at = entrance.pathWithoutLinks(path.stringValue());
@@ -51,7 +51,7 @@ std::uint32_t errorOfMarking(DaemonState& state, const FileSystem& fileSystem, c
 } // namespace
 
 std::uint32_t excludeFile(DaemonState& state, const FileSystem& fileSystem, const Value& path) {
-    PathEntrance entrance(state.withMissing(fileSystem.volumes()));
+    PathEntrance entrance(state.volumes(fileSystem));
     const auto real = entrance.pathWithoutLinks(path.stringValue());
     if (!real || isMountPoint(entrance.volumes(), *real))
         return EINVAL;
@@ -64,7 +64,7 @@ std::uint32_t excludeFile(DaemonState& state, const FileSystem& fileSystem, cons
 }
 
 std::uint32_t unexcludeFile(DaemonState& state, const FileSystem& fileSystem, const Value& path) {
-    PathEntrance entrance(state.withMissing(fileSystem.volumes()));
+    PathEntrance entrance(state.volumes(fileSystem));
     const auto named = entrance.realPath(path.stringValue());
     const auto real = entrance.pathWithoutLinks(path.stringValue());
     if (!named || !real)

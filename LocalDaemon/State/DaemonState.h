@@ -108,9 +108,9 @@ public:
     // Remembers the disks that are mounted. At the next start those that have nothing in the backup by then
     // are forgotten.
     void noteDisks(const Volumes& mounted);
-    // With the disks that are away and have something in it: what was on them can be looked at and restored.
-    // Never null when `mounted` is not.
-    [[nodiscard]] std::shared_ptr<const Volumes> withMissing(std::shared_ptr<const Volumes> mounted) const;
+    // Those that are mounted, and the disks that are away and have something in the backup: what was on them
+    // can be looked at and restored. Never null.
+    [[nodiscard]] std::shared_ptr<const Volumes> volumes(const FileSystem& fileSystem) const;
 
     // Finds out where what was backed up is away with its disk. Unless a person has given it up, nothing is
     // backed up from there, nothing counts as deleted, and an alert says so. Blocks on the disk, without the

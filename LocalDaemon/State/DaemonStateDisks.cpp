@@ -16,7 +16,8 @@ void DaemonState::noteDisks(const Volumes& mounted) {
     });
 }
 
-std::shared_ptr<const Volumes> DaemonState::withMissing(std::shared_ptr<const Volumes> mounted) const {
+std::shared_ptr<const Volumes> DaemonState::volumes(const FileSystem& fileSystem) const {
+    const std::shared_ptr<const Volumes> mounted = fileSystem.volumes();
     std::vector<Volume> all = mounted->all();
     const std::string bootName = all.front().name;
     all.erase(all.begin());
