@@ -34,26 +34,18 @@ public:
         std::shared_ptr<const AlertActions> alertActions;
     };
 
-    DaemonTarget(const World& world, std::shared_ptr<CallbackQueue> pane)
-        : state_(world.state),
-          fileSystem_(world.fileSystem),
-          nodes_(world.nodes),
-          runner_(world.runner),
-          pane_(std::move(pane)),
-          terminate_(world.terminate),
-          restores_(world.restores),
-          showRestoreWizard_(world.showRestoreWizard),
-          alertActions_(world.alertActions) {}
+    DaemonTarget(World world, std::shared_ptr<CallbackQueue> pane)
+        : world_(std::move(world)), pane_(std::move(pane)) {}
 
     [[nodiscard]] Protocol methods() const override;
     void invoke(Invocation& invocation) override;
 
-    void terminate() { terminate_(); }
+    void terminate() { world_.terminate(); }
 
     // State
-    std::uint32_t serviceState() { return state_->serviceState(); }
-    void setServiceState(std::uint32_t code) { state_->overrideServiceState(code); }
-    Value daemonState() { return state_->stateDictionary(); }
+    std::uint32_t serviceState() { return world_.state->serviceState(); }
+    void setServiceState(std::uint32_t code) { world_.state->overrideServiceState(code); }
+    Value daemonState() { return world_.state->stateDictionary(); }
     Value stringForState(std::uint32_t code);
     std::uint64_t longlongForState(std::uint32_t code);
     std::int64_t longForState(std::uint32_t code);
@@ -61,9 +53,9 @@ public:
     Value liveStateString();
 
     // Callbacks of this pane
-    void setStateHandler() { state_->addStateHandler(*pane_); }
+    void setStateHandler() { world_.state->addStateHandler(*pane_); }
     void endStateHandler() { pane_->setStateHandler(false); }
-    void setAlertHandler() { state_->addAlertHandler(*pane_); }
+    void setAlertHandler() { world_.state->addAlertHandler(*pane_); }
     void endAlertHandler() { pane_->setAlertHandler(false); }
 
     // Standing alerts
@@ -73,45 +65,45 @@ public:
     Value verify();
 
     // Modes
-    bool automaticMode() { return state_->settings().automaticMode; }
-    void setAutomaticMode(bool on) { kelvane::setAutomaticMode(*state_, on); }
-    bool recoverMode() { return state_->settings().recoverMode; }
+    bool automaticMode() { return world_.state->settings().automaticMode; }
+    void setAutomaticMode(bool on) { kelvane::setAutomaticMode(*world_.state, on); }
+    bool recoverMode() { return world_.state->settings().recoverMode; }
     void setRecoverMode(bool on) { setFlag(&Settings::recoverMode, on); }
-    bool lowerPriorityMode() { return state_->settings().lowerPriorityMode; }
+    bool lowerPriorityMode() { return world_.state->settings().lowerPriorityMode; }
     void setLowerPriorityMode(bool on) { setFlag(&Settings::lowerPriorityMode, on); }
-    bool delayShutdown() { return state_->settings().delayShutdown; }
+    bool delayShutdown() { return world_.state->settings().delayShutdown; }
     void setDelayShutdown(bool on) { setFlag(&Settings::delayShutdown, on); }
     void setIncludeRequired(bool on) { setFlag(&Settings::includeRequired, on); }
     void setEnabled(bool on) { setFlag(&Settings::enabled, on); }
-    std::uint32_t pausedMinutes() { return state_->pausedMinutes(); }
-    void setPausedMinutes(std::uint32_t minutes) { state_->setPausedMinutes(minutes); }
+    std::uint32_t pausedMinutes() { return world_.state->pausedMinutes(); }
+    void setPausedMinutes(std::uint32_t minutes) { world_.state->setPausedMinutes(minutes); }
     void setBackupControl(std::uint32_t flags);
 
     // Account and profile
-    Value serverURL() { return state_->configuration().serverURL; }
-    Value userEmail() { return state_->configuration().userEmail; }
-    Value computerNumber() { return state_->configuration().computerNumber; }
+    Value serverURL() { return world_.state->configuration().serverURL; }
+    Value userEmail() { return world_.state->configuration().userEmail; }
+    Value computerNumber() { return world_.state->configuration().computerNumber; }
     Value marketingMessage() { return ""; }
     Value mappedUserAsString(const Value& user);
     Value stringValueForProfileKey(const Value& key);
     void setValueForProfileKey(const Value& key, const Value& text);
     std::uint32_t getFileTypeToggle(const Value& fileType);
     void setFileTypeToggle(const Value& fileType, std::uint32_t toggle);
-    void setAccountOverQuotaTestingFlag(bool overQuota) { state_->setOverQuotaForTesting(overQuota); }
-    void clearAccountOverQuotaTestingFlag() { state_->setOverQuotaForTesting(std::nullopt); }
+    void setAccountOverQuotaTestingFlag(bool overQuota) { world_.state->setOverQuotaForTesting(overQuota); }
+    void clearAccountOverQuotaTestingFlag() { world_.state->setOverQuotaForTesting(std::nullopt); }
 
     // Single paths
     Value dictionaryForPath(const Value& path) { return dictionaryForPathWithDirSizes(path, false); }
     Value dictionaryForPathWithDirSizes(const Value& path, bool withDirSizes);
-    Value childrenDictionariesForPath(const Value& path) { return nodes_->children(path); }
-    Value backupColorsForFiles(const Value& paths) { return nodes_->colors(paths); }
-    Value excludedFiles(const Value& path) { return nodes_->excludedFiles(path); }
-    Value policyExcludeList() { return nodes_->policy(); }
+    Value childrenDictionariesForPath(const Value& path) { return world_.nodes->children(path); }
+    Value backupColorsForFiles(const Value& paths) { return world_.nodes->colors(paths); }
+    Value excludedFiles(const Value& path) { return world_.nodes->excludedFiles(path); }
+    Value policyExcludeList() { return world_.nodes->policy(); }
     std::uint32_t excludeFileFromBackup(const Value& path) {
-        return excludeFile(*state_, *fileSystem_, path);
+        return excludeFile(*world_.state, *world_.fileSystem, path);
     }
     std::uint32_t unexcludeFileFromBackup(const Value& path) {
-        return unexcludeFile(*state_, *fileSystem_, path);
+        return unexcludeFile(*world_.state, *world_.fileSystem, path);
     }
     void addFileToBackup(const Value& path) { mark(Array{path}, PathRules::Mark::Added); }
     void addFilesToBackup(const Value& paths) { mark(paths.array(), PathRules::Mark::Added); }
@@ -120,31 +112,26 @@ public:
     void setPriorityBackup(const Value& path);
 
     // Restoring
-    void showRestoreWizard() { showRestoreWizard_(); }
+    void showRestoreWizard() { world_.showRestoreWizard(); }
     bool restoreWithChoices(const Value& choices);
     std::uint32_t restoreFile(const Value& source, const Value& destination, std::uint32_t version,
                               std::uint32_t priority);
-    std::uint32_t getCurrentRestoreJob() { return restores_->currentJob(); }
-    std::uint32_t getRestoreJobStatus(std::uint32_t job) { return restores_->status(job); }
-    void cancelAllRestoreJobs() { restores_->cancelAll(); }
+    std::uint32_t getCurrentRestoreJob() { return world_.restores->currentJob(); }
+    std::uint32_t getRestoreJobStatus(std::uint32_t job) { return world_.restores->status(job); }
+    void cancelAllRestoreJobs() { world_.restores->cancelAll(); }
 
 private:
     // For one request, also to disks that are away.
     [[nodiscard]] PathEntrance entrance() const;
     void setFlag(bool Settings::*flag, bool on);
-    void mark(const Array& paths, PathRules::Mark mark) { markFiles(*state_, *fileSystem_, paths, mark); }
+    void mark(const Array& paths, PathRules::Mark mark) {
+        markFiles(*world_.state, *world_.fileSystem, paths, mark);
+    }
     // Logs what cannot be done, and answers a code that is not 0, which would say that it is done.
     static std::uint32_t refuse(std::string_view selector, const Value& argument);
 
-    const std::shared_ptr<DaemonState> state_;
-    const std::shared_ptr<const FileSystem> fileSystem_;
-    const std::shared_ptr<const NodeAnswers> nodes_;
-    const std::shared_ptr<BackupRunner> runner_;
+    const World world_;
     const std::shared_ptr<CallbackQueue> pane_;
-    const std::function<void()> terminate_;
-    const std::shared_ptr<RestoreQueue> restores_;
-    const std::function<void()> showRestoreWizard_;
-    const std::shared_ptr<const AlertActions> alertActions_;
 };
 
 } // namespace kelvane
