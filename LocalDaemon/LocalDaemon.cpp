@@ -120,7 +120,7 @@ std::string LocalDaemon::claimSettings() {
 void LocalDaemon::stop() {
     refresh_.stop();
     if (state_) {
-        state_->setObserver({});
+        state_->dropPanes();
         state_->setRulesListener({});
         state_->setNeedListener({});
         nodes_->stop();
@@ -195,7 +195,7 @@ std::string LocalDaemon::makeWorld() {
                                     options_.showRestoreWizard,
                                     makeAlertActions()};
     const auto makeTarget = [world](const std::shared_ptr<CallbackQueue>& pane) {
-        world.state->addPane(*pane);
+        world.state->addPane(pane);
         return std::make_shared<DaemonTarget>(world, pane);
     };
     const auto volumes = [state = state_, fileSystem = options_.fileSystem] {
@@ -203,7 +203,6 @@ std::string LocalDaemon::makeWorld() {
     };
     server_ =
         std::make_shared<PaneServer>(loop_, makeTarget, PaneServer::Options{volumes, options_.sendTimeout});
-    state_->setObserver(server_);
     return {};
 }
 

@@ -19,7 +19,7 @@ namespace kelvane {
 // pane can pile up is bounded in number and in bytes. What is told of a restore waits in any case.
 //
 // Any thread; nothing here waits but `take`.
-class CallbackQueue : public PaneObserver {
+class CallbackQueue : public DaemonObserver {
 public:
     void setStateHandler(bool wanted) override;
     void setAlertHandler(bool wanted) override;

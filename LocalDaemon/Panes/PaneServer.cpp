@@ -47,30 +47,6 @@ void PaneServer::socketCreated(const std::shared_ptr<KelvaneSocket>& child) {
     sessionEnded(session);
 }
 
-void PaneServer::stateChanged(std::uint32_t code) {
-    tellAll([code](DaemonObserver& pane) { pane.stateChanged(code); });
-}
-
-void PaneServer::alertRaised(const std::string& alert) {
-    tellAll([&](DaemonObserver& pane) { pane.alertRaised(alert); });
-}
-
-void PaneServer::restoreProgressed(const std::vector<std::uint32_t>& codes) {
-    tellAll([&](DaemonObserver& pane) { pane.restoreProgressed(codes); });
-}
-
-void PaneServer::restoreEnded(const std::string& alert) {
-    tellAll([&](DaemonObserver& pane) { pane.restoreEnded(alert); });
-}
-
-void PaneServer::filesChanged(const std::vector<std::string>& paths) {
-    tellAll([&](DaemonObserver& pane) { pane.filesChanged(paths); });
-}
-
-void PaneServer::foldersChanged(const std::vector<std::string>& paths) {
-    tellAll([&](DaemonObserver& pane) { pane.foldersChanged(paths); });
-}
-
 void PaneServer::sessionEnded(const std::shared_ptr<PaneSession>& session) {
     KelvaneCLog("A pane has gone.");
     {
@@ -94,12 +70,6 @@ void PaneServer::clearEnded() {
     }
     for (const auto& session : ended)
         session->join();
-}
-
-void PaneServer::tellAll(const std::function<void(DaemonObserver&)>& what) {
-    const std::scoped_lock guard(mutex_);
-    for (const auto& session : sessions_)
-        session->tell(what);
 }
 
 } // namespace kelvane

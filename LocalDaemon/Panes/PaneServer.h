@@ -14,12 +14,10 @@ namespace kelvane {
 // Serves any number of panes at a socket, each by a session of its own.
 //
 // `listen` and `stop` belong to the main thread, which also clears away the sessions that have ended; the
-// rest comes from the socket's threads and from whoever has something to tell. After `stop` no thread of a
+// rest comes from the socket's threads. After `stop` no thread of a
 // session is left, and no pane is told anything any more; a request that is already running may still run to
 // its end.
-class PaneServer : public SocketDelegate,
-                   public DaemonObserver,
-                   public std::enable_shared_from_this<PaneServer> {
+class PaneServer : public SocketDelegate, public std::enable_shared_from_this<PaneServer> {
 public:
     // What the calls of a pane run on, made anew for each.
     using MakeTarget =
@@ -38,17 +36,9 @@ public:
 
     void socketCreated(const std::shared_ptr<KelvaneSocket>& child) override;
 
-    void stateChanged(std::uint32_t code) override;
-    void alertRaised(const std::string& alert) override;
-    void restoreProgressed(const std::vector<std::uint32_t>& codes) override;
-    void restoreEnded(const std::string& alert) override;
-    void filesChanged(const std::vector<std::string>& paths) override;
-    void foldersChanged(const std::vector<std::string>& paths) override;
-
 private:
     void sessionEnded(const std::shared_ptr<PaneSession>& session);
     void clearEnded();
-    void tellAll(const std::function<void(DaemonObserver&)>& what);
 
     const std::shared_ptr<MainLoop> loop_;
     const MakeTarget makeTarget_;

@@ -32,8 +32,6 @@ public:
     // Waits for the sender, after `close`. Not on a thread of the socket or of the session.
     void join();
 
-    void tell(const std::function<void(DaemonObserver&)>& what) { what(*queue_); }
-
     void socketFailed(KelvaneSocket& socket) override;
 
 private:

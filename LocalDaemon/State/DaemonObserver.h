@@ -6,11 +6,14 @@
 
 namespace kelvane {
 
-// Hears what panes are to be told. Called with the state's mutex held, so it takes note and returns, and
+// Hears what a pane is to be told. Called with the state's mutex held, so it takes note and returns, and
 // neither sends nor calls back.
 class DaemonObserver {
 public:
     virtual ~DaemonObserver() = default;
+    // Whether it hears of states and of alerts; at first it does not.
+    virtual void setStateHandler(bool wanted) = 0;
+    virtual void setAlertHandler(bool wanted) = 0;
     virtual void stateChanged(std::uint32_t code) = 0;
     virtual void alertRaised(const std::string& alert) = 0;
     // Every pane hears of a restore, whether it has asked for states and alerts or not: by the numbers under
@@ -20,13 +23,6 @@ public:
     // Real paths; "/" alone stands for everything.
     virtual void filesChanged(const std::vector<std::string>& paths) = 0;
     virtual void foldersChanged(const std::vector<std::string>& paths) = 0;
-};
-
-// One pane. It hears of states and alerts only while it wants them.
-class PaneObserver : public DaemonObserver {
-public:
-    virtual void setStateHandler(bool wanted) = 0;
-    virtual void setAlertHandler(bool wanted) = 0;
 };
 
 } // namespace kelvane

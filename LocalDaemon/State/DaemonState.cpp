@@ -50,11 +50,6 @@ DaemonState::DaemonState(Configuration configuration, Settings settings, Index i
     std::erase_if(settings_.mounts, [&](const auto& mount) { return !isInBackup(mount.first); });
 }
 
-void DaemonState::setObserver(std::weak_ptr<DaemonObserver> observer) {
-    const std::scoped_lock guard(mutex_);
-    observer_ = std::move(observer);
-}
-
 void DaemonState::setRulesListener(RulesListener listener) {
     const std::scoped_lock guard(mutex_);
     rulesListener_ = std::move(listener);
@@ -198,8 +193,8 @@ void DaemonState::takeReport(const ScanReport& report) {
         changes_ += report.changedFolders.empty() ? 0U : 1U;
         if (report.index == index_ && !activity_.isRunning)
             activity_.done = {};
-        if (const auto observer = observer_.lock(); observer && !report.changedFolders.empty())
-            observer->foldersChanged(report.changedFolders);
+        if (!report.changedFolders.empty())
+            tellPanes([&](DaemonObserver& pane) { pane.foldersChanged(report.changedFolders); });
         if (isOtherwise)
             announceFiles(report.changedFolders);
         announce();
@@ -296,28 +291,26 @@ bool DaemonState::takeOtherRules() {
 }
 
 void DaemonState::announceRules(const BackupRules& before) const {
-    const auto observer = observer_.lock();
-    if (!observer)
-        return;
     std::set<std::string> files;
     std::set<std::string> folders;
     for (const std::string& path : changedRules(before, *rules_)) {
         addWithFolders(files, path);
         folders.emplace(folderOf(path));
     }
-    observer->filesChanged({files.begin(), files.end()});
-    observer->foldersChanged({folders.begin(), folders.end()});
+    tellPanes([&](DaemonObserver& pane) {
+        pane.filesChanged({files.begin(), files.end()});
+        pane.foldersChanged({folders.begin(), folders.end()});
+    });
 }
 
 // With the folders that they are in, for their bullets may be others now.
 void DaemonState::announceFiles(const std::vector<std::string>& paths) const {
-    const auto observer = observer_.lock();
-    if (!observer || paths.empty())
+    if (paths.empty())
         return;
     std::set<std::string> files;
     for (const std::string& path : paths)
         addWithFolders(files, path);
-    observer->filesChanged({files.begin(), files.end()});
+    tellPanes([&](DaemonObserver& pane) { pane.filesChanged({files.begin(), files.end()}); });
 }
 
 void DaemonState::announce() {
@@ -329,8 +322,14 @@ void DaemonState::announce() {
     if (state == announcedState_)
         return;
     announcedState_ = state;
-    if (const auto observer = observer_.lock(); observer && isAnnounced(state))
-        observer->stateChanged(state);
+    if (isAnnounced(state))
+        tellPanes([state](DaemonObserver& pane) { pane.stateChanged(state); });
+}
+
+void DaemonState::tellPanes(const std::function<void(DaemonObserver&)>& what) const {
+    for (const auto& each : panes_)
+        if (const auto pane = each.lock())
+            what(*pane);
 }
 
 } // namespace kelvane

@@ -23,6 +23,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace kelvane {
 
@@ -53,7 +54,7 @@ struct BackupNeed {
 // The daemon's world, guarded by one mutex that is never held while anything is sent, written or looked for
 // on the disk. Any thread.
 //
-// Panes are told through the observer: of the service state whenever it is another one, of alerts, of changed
+// Panes are told as observers: of the service state whenever it is another one, of alerts, of changed
 // folders, and of what is in the backup now and was not, or the other way round.
 class DaemonState {
 public:
@@ -68,7 +69,6 @@ public:
 
     DaemonState(Configuration configuration, Settings settings, Index index, SaveSettings save, Clock clock);
 
-    void setObserver(std::weak_ptr<DaemonObserver> observer);
     void setRulesListener(RulesListener listener);
     void setNeedListener(NeedListener listener);
 
@@ -151,7 +151,7 @@ public:
     void raiseAlert(const Alert& alert);
     void withdrawAlert(const std::string& kind);
     [[nodiscard]] std::optional<Alert> standingAlert(const std::string& kind) const;
-    void addAlertHandler(PaneObserver& pane) const;
+    void addAlertHandler(DaemonObserver& pane) const;
 
     // What the verification has found out. None: it has never come to an end.
     void setVerification(std::optional<std::chrono::system_clock::time_point> date,
@@ -174,9 +174,11 @@ public:
     [[nodiscard]] RestoreProgress restoreProgress() const;
     // After the progress has no job any more: tells panes so, and of what could not be restored.
     void endRestore(const std::vector<RestoreFailure>& failures);
-    // A pane that connects, or asks for states, while files are being restored is told how many are left.
-    void addPane(PaneObserver& pane) const;
-    void addStateHandler(PaneObserver& pane) const;
+    // The pane is told what happens from now on, as long as there is one. When it connects, or asks for
+    // states, while files are being restored it is told how many are left.
+    void addPane(const std::shared_ptr<DaemonObserver>& pane);
+    void addStateHandler(DaemonObserver& pane) const;
+    void dropPanes();
 
 private:
     // With the mutex held.
@@ -201,6 +203,8 @@ private:
     void announceRules(const BackupRules& before) const;
     void announceFiles(const std::vector<std::string>& paths) const;
     void announce();
+    void tellPanes(const std::function<void(DaemonObserver&)>& what) const;
+    void tellOfRestore(DaemonObserver& pane) const;
     // Without the mutex.
     void reportAwayDisks();
 
@@ -232,7 +236,7 @@ private:
 
     std::mutex looking_;       // for absent disks: what is seen last counts; taken before the next
     mutable std::mutex mutex_; // guards what follows
-    std::weak_ptr<DaemonObserver> observer_;
+    std::vector<std::weak_ptr<DaemonObserver>> panes_;
     RulesListener rulesListener_;
     NeedListener needListener_;
     Index index_;

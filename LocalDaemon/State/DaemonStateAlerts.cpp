@@ -38,8 +38,7 @@ void DaemonState::raiseAlert(const Alert& raised) {
     if (!isNew && standing->second.alert == alert)
         return;
     standing->second.alert = alert;
-    if (const auto observer = observer_.lock())
-        observer->alertRaised(alertString(alert));
+    tellPanes([text = alertString(alert)](DaemonObserver& pane) { pane.alertRaised(text); });
 }
 
 void DaemonState::withdrawAlert(const std::string& kind) {
@@ -53,7 +52,7 @@ std::optional<Alert> DaemonState::standingAlert(const std::string& kind) const {
     return standing == alerts_.end() ? std::nullopt : std::optional(standing->second.alert);
 }
 
-void DaemonState::addAlertHandler(PaneObserver& pane) const {
+void DaemonState::addAlertHandler(DaemonObserver& pane) const {
     const std::scoped_lock guard(mutex_);
     pane.setAlertHandler(true);
     for (const auto& [kind, standing] : alerts_)

@@ -18,8 +18,7 @@ void DaemonState::setRestoreProgress(const RestoreProgress& progress) {
     const RestoreProgress before = std::exchange(restore_, progress);
     if ((before.job == 0) != (progress.job == 0))
         announce();
-    const auto observer = observer_.lock();
-    if (!observer || before == progress)
+    if (before == progress)
         return;
     std::vector<std::uint32_t> codes;
     if (before.job == 0)
@@ -29,14 +28,13 @@ void DaemonState::setRestoreProgress(const RestoreProgress& progress) {
     if (progress.job != 0 && (isOtherFile || before.job == 0))
         codes.insert(codes.end(), {restoreprogress::currentFile, restoreprogress::currentFileSize});
     codes.push_back(restoreprogress::pendingCount);
-    observer->restoreProgressed(codes);
+    tellPanes([&](DaemonObserver& pane) { pane.restoreProgressed(codes); });
 }
 
 void DaemonState::refuseRestore(const std::string& reason) {
     raiseAlert({"restore_refused", "error", "A restore was refused.", reason});
     const std::scoped_lock guard(mutex_);
-    if (const auto observer = observer_.lock())
-        observer->restoreProgressed({restoreprogress::pendingCount});
+    tellPanes([](DaemonObserver& pane) { pane.restoreProgressed({restoreprogress::pendingCount}); });
 }
 
 RestoreProgress DaemonState::restoreProgress() const {
@@ -46,10 +44,10 @@ RestoreProgress DaemonState::restoreProgress() const {
 
 void DaemonState::endRestore(const std::vector<RestoreFailure>& failures) {
     {
+        const std::string end =
+            alertString({std::string(restoreprogress::closingAlert), "information", "", ""});
         const std::scoped_lock guard(mutex_);
-        if (const auto observer = observer_.lock())
-            observer->restoreEnded(
-                alertString({std::string(restoreprogress::closingAlert), "information", "", ""}));
+        tellPanes([&end](DaemonObserver& pane) { pane.restoreEnded(end); });
     }
     if (failures.empty())
         return withdrawAlert(failureAlert);
@@ -61,16 +59,28 @@ void DaemonState::endRestore(const std::vector<RestoreFailure>& failures) {
                 {std::string(dismissAction)}});
 }
 
-void DaemonState::addPane(PaneObserver& pane) const {
+void DaemonState::addPane(const std::shared_ptr<DaemonObserver>& pane) {
     const std::scoped_lock guard(mutex_);
+    std::erase_if(panes_, [](const auto& each) { return each.expired(); });
+    panes_.push_back(pane);
+    tellOfRestore(*pane);
+}
+
+void DaemonState::addStateHandler(DaemonObserver& pane) const {
+    pane.setStateHandler(true);
+    const std::scoped_lock guard(mutex_);
+    tellOfRestore(pane);
+}
+
+void DaemonState::dropPanes() {
+    const std::scoped_lock guard(mutex_);
+    panes_.clear();
+}
+
+void DaemonState::tellOfRestore(DaemonObserver& pane) const {
     if (restore_.job != 0)
         pane.restoreProgressed(
             {restoreprogress::currentFile, restoreprogress::currentFileSize, restoreprogress::pendingCount});
-}
-
-void DaemonState::addStateHandler(PaneObserver& pane) const {
-    pane.setStateHandler(true);
-    addPane(pane);
 }
 
 } // namespace kelvane

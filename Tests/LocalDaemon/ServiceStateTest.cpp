@@ -11,6 +11,8 @@ namespace kelvane {
 namespace {
 
 struct Told : DaemonObserver {
+    void setStateHandler(bool) override {}
+    void setAlertHandler(bool) override {}
     void stateChanged(std::uint32_t code) override { states.push_back(code); }
     void alertRaised(const std::string&) override {}
     void restoreProgressed(const std::vector<std::uint32_t>&) override {}
@@ -22,7 +24,7 @@ struct Told : DaemonObserver {
 
 class State : public ::testing::Test {
 protected:
-    State() { state.setObserver(told); }
+    State() { state.addPane(told); }
     void report(std::uint64_t count, std::uint64_t bytes, bool isScanning = false) {
         state.takeReport({{count, bytes}, isScanning, false, {}, {count, bytes}, 0, state.index()});
     }
@@ -127,18 +129,18 @@ TEST_F(State, WhatCannotBeReadCallsForNoBackupUntilSomethingChanges) {
 TEST_F(State, TellsEveryPaneOfARestoreAlsoOneThatHasAskedForNothing) {
     using Codes = std::vector<std::uint32_t>;
     const auto pane = std::make_shared<CallbackQueue>();
-    state.setObserver(pane);
+    state.addPane(pane);
     state.changeSettings([](Settings& settings) { settings.enabled = false; });
     EXPECT_FALSE(state.backupNeed().mayRead);
     state.setRestoreProgress({3, "a", 5, 2});
     EXPECT_TRUE(state.backupNeed().mayRead); // for nobody knows yet what is in the backup
     EXPECT_EQ(pane->take()->states, (Codes{48, 15, 16, 35}));
     EXPECT_EQ(state.stateDictionary()["currentRestoreJob"], 3U);
-    CallbackQueue late;
+    const auto late = std::make_shared<CallbackQueue>();
     state.addPane(late);
-    EXPECT_EQ(late.take()->states, (Codes{15, 16, 35}));
-    state.addStateHandler(late);
-    EXPECT_EQ(late.take()->states, (Codes{15, 16, 35}));
+    EXPECT_EQ(late->take()->states, (Codes{15, 16, 35}));
+    state.addStateHandler(*late);
+    EXPECT_EQ(late->take()->states, (Codes{15, 16, 35}));
 
     state.setRestoreProgress({});
     state.endRestore({{"/a|b", "why"}});
