@@ -1,14 +1,13 @@
 #include "LocalDaemon/LocalDaemon.h"
 
 #include "Common/RestoreStatus.h"
-#include "Common/StandingAlert.h"
 #include "Foundation/Checksum.h"
 #include "Foundation/CleanPath.h"
 #include "LocalDaemon/Backup/BackupTrouble.h"
+#include "LocalDaemon/Backup/RepositoryKey.h"
 #include "LocalDaemon/Index/RetentionAlerts.h"
 #include "LocalDaemon/Panes/DaemonTarget.h"
 #include "LocalDaemon/Restic/ResticProcesses.h"
-#include "Platform/MountTable.h"
 #include "Platform/SpecialFolders.h"
 #include "Support/Logging.h"
 
@@ -17,9 +16,7 @@
 #include <fcntl.h>
 #include <iterator>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <system_error>
-#include <unistd.h>
 
 namespace kelvane {
 namespace {
@@ -35,17 +32,6 @@ std::string indexPathFor(const std::string& beginning, const Configuration& conf
     const std::string place =
         configuration.repository.location + '\n' + std::to_string(configuration.computerNumber);
     return beginning + formatText("-%016llx", checksumOf(place));
-}
-
-bool isRepository(const std::string& folder) {
-    return !folder.empty() && silentMountAround(folder).empty() &&
-           ::access((folder + "/config").c_str(), F_OK) == 0;
-}
-
-void warnOfReaders(const std::string& secret) {
-    struct stat status {};
-    if (::stat(secret.c_str(), &status) == 0 && (status.st_mode & (S_IRWXG | S_IRWXO)) != 0)
-        KelvaneSystemLog("Others may read or change %@, which holds a secret: chmod 600 it.", secret);
 }
 
 } // namespace
@@ -68,8 +54,8 @@ std::string LocalDaemon::start() {
     const std::string& home = state_->configuration().home;
     if (!options_.fileSystem->isDirectory(home) && !state_->rules()->absentDisks.contains(home))
         return "cannot find the folder " + home;
-    checkKey();
-    keeper_->setKeyMade([this] { announceKey(); });
+    checkRepositoryKey(*state_, *keeper_, options_.configurationPath);
+    keeper_->setKeyMade([state = state_] { announceRepositoryKey(*state); });
     // Before anybody can change the rules.
     FolderScan::Options scan = options_.scan;
     scan.failed = workFailed();
@@ -260,8 +246,7 @@ void LocalDaemon::makeRestores() {
         state->endRestore(failures);
     };
     options.refusal = [state = state_, fileSystem = options_.fileSystem](const std::string& target) {
-        state->lookForAbsentDisks(*fileSystem);
-        return state->refusalFor(target);
+        return state->refusalFor(target, *fileSystem);
     };
     options.onWait = [state = state_](const std::string& reason) {
         if (reason.empty())
@@ -277,39 +262,6 @@ void LocalDaemon::makeRestores() {
         state->raiseAlert({"restore_jobs_damaged", "error", "Restores that waited may be lost.", reason});
     };
     restores_ = std::make_shared<RestoreQueue>(std::move(options));
-}
-
-void LocalDaemon::checkKey() {
-    const RepositoryPlace& place = state_->configuration().repository;
-    if (place.location.empty())
-        return state_->raiseAlert({"no_place", "error", "The backup does not know where to go.",
-                                   "Nothing is backed up. Mend the configuration, " +
-                                       options_.configurationPath +
-                                       ", and start the backup daemon again; its log says what is wrong."});
-    const Restic& restic = keeper_->repository().restic();
-    if (!place.environment.empty() || restic.withoutSecrets(place.location) != place.location)
-        warnOfReaders(options_.configurationPath);
-    const std::string& path = place.passwordFile;
-    warnOfReaders(path);
-    if (!keeper_->index()->repositoryId().empty() || isRepository(localFolderOf(place.location))) {
-        if (::access(path.c_str(), F_OK) != 0)
-            KelvaneSystemLog("The key of the backup is missing: put your copy of it back at %@.", path);
-    }
-}
-
-void LocalDaemon::announceKey() {
-    const std::string& path = state_->configuration().repository.passwordFile;
-    KelvaneSystemLog(
-        "A KEY FOR THE BACKUP HAS BEEN MADE: %@. Keep a copy of it somewhere else, on paper or on "
-        "another disk: without it nobody can read the backup, not even you.",
-        path);
-    state_->raiseAlert({"key_made",
-                        "warning",
-                        "Keep a copy of the backup's key.",
-                        "Without it nobody can read the backup, not even you. Copy it to another disk or "
-                        "print it: " +
-                            path,
-                        {std::string(dismissAction)}});
 }
 
 void LocalDaemon::refresh() {

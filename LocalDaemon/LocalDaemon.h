@@ -67,8 +67,6 @@ private:
     [[nodiscard]] std::shared_ptr<const AlertActions> makeAlertActions() const;
     [[nodiscard]] WorkFailed workFailed() const;
     void makeRestores();
-    void checkKey();
-    void announceKey();
     void refresh();
     [[nodiscard]] std::vector<std::string> mountsInSelection() const;
 

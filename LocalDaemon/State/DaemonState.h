@@ -121,8 +121,9 @@ public:
     void noteMounts(const Mounts& mounts, bool areAllKnown);
     // Returns why it cannot be decided, for people; empty when it is. `name` is the alert's argument.
     [[nodiscard]] std::string decideAwayDisk(const std::string& name, AwayDisk::Decision decision);
-    // Why nothing can be restored to the path, for people: it belongs on a disk that is away. Empty: it can.
-    [[nodiscard]] std::string refusalFor(const std::string& path) const;
+    // Why nothing can be restored to the path now, for people: it belongs on a disk that is away. Empty: it
+    // can. Finds out which are away, as above.
+    [[nodiscard]] std::string refusalFor(const std::string& path, const FileSystem& fileSystem);
     // With files in the backup.
     [[nodiscard]] std::set<std::string, std::less<>> absentInBackup() const;
 

@@ -118,7 +118,8 @@ void DaemonState::reportAwayDisks() {
         withdrawAlert(kind);
 }
 
-std::string DaemonState::refusalFor(const std::string& path) const {
+std::string DaemonState::refusalFor(const std::string& path, const FileSystem& fileSystem) {
+    lookForAbsentDisks(fileSystem);
     const std::scoped_lock guard(mutex_);
     for (const auto& [disk, absence] : absences()) {
         if (path != disk && !path.starts_with(withSeparator(disk)))

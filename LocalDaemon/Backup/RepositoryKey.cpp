@@ -1,0 +1,58 @@
+#include "LocalDaemon/Backup/RepositoryKey.h"
+
+#include "Common/StandingAlert.h"
+#include "Platform/MountTable.h"
+#include "Support/Logging.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace kelvane {
+namespace {
+
+bool isRepository(const std::string& folder) {
+    return !folder.empty() && silentMountAround(folder).empty() &&
+           ::access((folder + "/config").c_str(), F_OK) == 0;
+}
+
+void warnOfReaders(const std::string& secret) {
+    struct stat status {};
+    if (::stat(secret.c_str(), &status) == 0 && (status.st_mode & (S_IRWXG | S_IRWXO)) != 0)
+        KelvaneSystemLog("Others may read or change %@, which holds a secret: chmod 600 it.", secret);
+}
+
+} // namespace
+
+void checkRepositoryKey(DaemonState& state, const IndexKeeper& keeper, const std::string& configurationPath) {
+    const RepositoryPlace& place = state.configuration().repository;
+    if (place.location.empty())
+        return state.raiseAlert({"no_place", "error", "The backup does not know where to go.",
+                                 "Nothing is backed up. Mend the configuration, " + configurationPath +
+                                     ", and start the backup daemon again; its log says what is wrong."});
+    const Restic& restic = keeper.repository().restic();
+    if (!place.environment.empty() || restic.withoutSecrets(place.location) != place.location)
+        warnOfReaders(configurationPath);
+    const std::string& path = place.passwordFile;
+    warnOfReaders(path);
+    if (!keeper.index()->repositoryId().empty() || isRepository(localFolderOf(place.location))) {
+        if (::access(path.c_str(), F_OK) != 0)
+            KelvaneSystemLog("The key of the backup is missing: put your copy of it back at %@.", path);
+    }
+}
+
+void announceRepositoryKey(DaemonState& state) {
+    const std::string& path = state.configuration().repository.passwordFile;
+    KelvaneSystemLog(
+        "A KEY FOR THE BACKUP HAS BEEN MADE: %@. Keep a copy of it somewhere else, on paper or on "
+        "another disk: without it nobody can read the backup, not even you.",
+        path);
+    state.raiseAlert({"key_made",
+                      "warning",
+                      "Keep a copy of the backup's key.",
+                      "Without it nobody can read the backup, not even you. Copy it to another disk or "
+                      "print it: " +
+                          path,
+                      {std::string(dismissAction)}});
+}
+
+} // namespace kelvane
