@@ -111,8 +111,11 @@ ResticProcesses::Holder ResticProcesses::holderOf(const RepositoryLock& lock,
             own->bootId != clock.bootId || own->pidNamespace == ownPidNamespace() || own->pidNamespace == 0;
         const auto ofIt =
             std::ranges::count_if(all, [&](const RepositoryLock& each) { return mayHold(*own, each); });
-        if (canBeSeen && (ofIt <= 1 || isAlive(*own)))
-            return isAlive(*own) ? Holder::Living : Holder::Own;
+        // Whoever has its number now, and had it when the lock was made, may be the holder: after a restart
+        // of the machine numbers come again.
+        const bool isHeld = isAlive(*own) || mayStillHold(lock, clock);
+        if (canBeSeen && (ofIt <= 1 || isHeld))
+            return isHeld ? Holder::Living : Holder::Own;
     }
     if (firstSeen_.size() > mostSeen)
         firstSeen_.clear();

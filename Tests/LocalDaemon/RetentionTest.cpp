@@ -296,6 +296,10 @@ TEST(ResticProcesses, KnowWhoseALockIs) {
         EXPECT_EQ(processes.holderOf(lock, {lock}, start + 29min), atOnce) << what;
         EXPECT_EQ(processes.holderOf(lock, {lock}, start + 30min), later) << what;
     }
+    folder.write("restarted", formatText("of-another-boot 0 %d 12345 %lld 0 %@\n", ::getpid(),
+                                         static_cast<long long>(longAgo), here));
+    const RepositoryLock living{"l", here, ::getpid(), now.wall};
+    EXPECT_EQ(ResticProcesses(folder / "restarted").holderOf(living, {living}, start), Holder::Living);
     const RepositoryLock twins[] = {{"j", here, dead, now.wall}, {"k", here, dead, now.wall}};
     EXPECT_EQ(processes.holderOf(twins[0], {twins[0], twins[1]}, start), Holder::Living)
         << "one may be of a container";
