@@ -66,17 +66,24 @@ std::vector<const BackupIndex::Item*> lastContents(const BackupIndex& index,
 }
 
 std::vector<std::string> goneFrom(const BackupIndex& now, const BackupIndex& before,
-                                  const BackupIndex::Item& folder) {
+                                  const std::string& path) {
+    struct Pair {
+        const BackupIndex::Item* now;
+        const BackupIndex::Item* before;
+    };
     std::vector<std::string> gone;
-    std::vector<const BackupIndex::Item*> left{&folder};
+    std::vector<Pair> left{{now.find(path), before.find(path)}};
     while (!left.empty()) {
-        const BackupIndex::Item& each = *left.back();
+        const Pair pair = left.back();
         left.pop_back();
-        for (const BackupIndex::Item* const child : lastContents(before, each))
-            if (std::string path = before.pathOf(*child); now.find(path))
-                left.push_back(child);
+        std::map<std::string_view, const BackupIndex::Item*> present;
+        for (const BackupIndex::Item* const child : lastContents(now, *pair.now))
+            present.emplace(now.nameOf(*child), child);
+        for (const BackupIndex::Item* const child : lastContents(before, *pair.before))
+            if (const auto same = present.find(before.nameOf(*child)); same != present.end())
+                left.push_back({same->second, child});
             else
-                gone.push_back(std::move(path));
+                gone.push_back(before.pathOf(*child));
     }
     return gone;
 }

@@ -24,10 +24,10 @@ using RestorePieces = std::vector<RestorePiece>;
                                                                  const BackupIndex::Item& folder);
 [[nodiscard]] FileTotals lastTotals(const BackupIndex& index, const BackupIndex::Item& item);
 
-// The paths among a folder's last contents that `before` has and `now` lacks. Of a folder that is missing as
-// a whole only its own path.
+// What belongs to a folder's last contents in `before` and not in `now`, where it may still have an older
+// version. Both have the folder. Of a folder that is missing as a whole only its own path.
 [[nodiscard]] std::vector<std::string> goneFrom(const BackupIndex& now, const BackupIndex& before,
-                                                const BackupIndex::Item& folder);
+                                                const std::string& path);
 
 // What is to be fetched from a snapshot. More may come than is wanted; whoever delivers takes of each item
 // the snapshot that the index names.

@@ -314,7 +314,7 @@ std::set<std::uint32_t> RestoreQueue::takeRepeated(const std::vector<RestoreJob>
             continue;
         const BackupIndex* const before = waiting->before.get();
         if (before && index->find(jobs[number].source)) {
-            for (std::string& path : goneFrom(*index, *before, *before->find(jobs[number].source)))
+            for (std::string& path : goneFrom(*index, *before, jobs[number].source))
                 failures[number].push_back({std::move(path), snapshotHasGone});
         } else if (!before && std::ranges::any_of(failures[number], [](const RestoreFailure& failure) {
                        return failure.reason == snapshotHasGone;

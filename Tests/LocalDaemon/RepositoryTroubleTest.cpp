@@ -105,19 +105,29 @@ TEST_F(BackingUp, AsksBeforeManyFilesThatDisappearedAreForgotten) {
 }
 
 TEST_F(BackingUp, RestoresWhatAnOlderSnapshotHoldsWhenSomebodyHasRemovedTheNewer) {
+    const auto saves = [&](unsigned count, std::uint64_t bytes) {
+        pane->call<"setPriorityBackup:">("/");
+        return comesToRest(count, bytes);
+    };
     folders.write("home/a", "1");
+    folders.write("home/again", "4444");
     start();
-    ASSERT_TRUE(comesToRest(1, 1));
+    ASSERT_TRUE(comesToRest(2, 5));
+    fs::remove(in("again"));
+    ASSERT_TRUE(saves(1, 1));
+    folders.write("home/again", "666666");
     folders.write("home/b", "22");
-    pane->call<"setPriorityBackup:">("/");
-    ASSERT_TRUE(comesToRest(2, 3));
+    ASSERT_TRUE(saves(3, 9));
     const auto made = repository().snapshots(StopSignal()).snapshots;
-    ASSERT_EQ(made.size(), 2U);
+    ASSERT_EQ(made.size(), 3U);
     ASSERT_TRUE(repository().forget({made.back().id}, StopSignal()).succeeded());
-    EXPECT_EQ(failuresOf(folders.home(), folders / "back"),
-              in("b") + ": the snapshot that holds it is not in the backup any more\n");
+    const std::string hasGone = ": the snapshot that holds it is not in the backup any more\n";
+    EXPECT_EQ(failuresOf(folders.home(), folders / "back"), in("again") + hasGone + in("b") + hasGone);
     EXPECT_EQ(folders.read("back/a"), "1");
+    EXPECT_FALSE(fs::exists(folders / "back/again"));
     EXPECT_EQ(failuresOf(in("b"), folders / "other"), in("b") + ": it is not in the backup\n");
+    EXPECT_EQ(failuresOf(in("again"), folders / "other"), "");
+    EXPECT_EQ(folders.read("other"), "4444");
 }
 
 // An index that takes half an answer for a whole one forgets what is backed up.
