@@ -248,10 +248,10 @@ int run(const Arguments& arguments) {
         return refuse(computer.refusal);
     options.defaults.computerNumber = computer.number;
     options.settled = arguments.settled;
-    options.defaults.ownFiles.push_back(stateFolder() + "/kelvane/");
-    options.defaults.ownFiles.push_back(arguments.logPath + '/');
+    options.defaults.ownFiles.insert(stateFolder() + "/kelvane");
+    options.defaults.ownFiles.insert(arguments.logPath);
     for (unsigned older = 1; older < LogFile::Limits().files; ++older)
-        options.defaults.ownFiles.push_back(arguments.logPath + '.' + std::to_string(older) + '/');
+        options.defaults.ownFiles.insert(arguments.logPath + '.' + std::to_string(older));
     options.socketPath = *socketPath;
     options.settingsPath = stateFolder() + "/kelvane/local-daemon-state.plist";
     options.restoreJobsPath = stateFolder() + "/kelvane/local-daemon-restores";

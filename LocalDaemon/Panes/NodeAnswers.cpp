@@ -291,6 +291,8 @@ Value NodeAnswers::policy() const {
     const auto rules = state_->rules();
     for (const std::string& pattern : rules->policy)
         patterns.emplace_back(textFromPath(volumePattern(pattern, *volumes)));
+    for (const std::string& path : rules->ownFiles)
+        patterns.emplace_back(textFromPath(volumePattern(withSeparator(path), *volumes)));
     return patterns;
 }
 

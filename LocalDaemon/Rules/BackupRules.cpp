@@ -108,6 +108,8 @@ std::optional<Verdict> ruleAt(const BackupRules& rules, std::string_view path) {
         return rule;
     if (path.substr(path.rfind('/') + 1).starts_with(stagingPrefix))
         return Verdict{Verdict::Reason::Policy, std::string(stagingPrefix) + '*'}; // half of a restore
+    if (rules.ownFiles.contains(path))
+        return Verdict{Verdict::Reason::Policy, std::string(path)};
     const std::string candidate = withSeparator(path);
     for (const std::string& pattern : rules.policy)
         if (WildcardMatch(pattern, candidate))

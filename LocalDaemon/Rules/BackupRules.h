@@ -36,6 +36,9 @@ struct BackupRules {
     std::vector<std::string> volumes = {}; // further folders that automatic mode backs up
     // Mount points of disks that are away: what stands there is not what was backed up, and is left alone.
     std::set<std::string, std::less<>> absentDisks = {};
+    // The paths of what a backup itself changes, left out as by the policy. No patterns: a star in such a
+    // name is meant, and another file's name may differ by case alone.
+    std::set<std::string, std::less<>> ownFiles = {};
 
     friend bool operator==(const BackupRules&, const BackupRules&) = default;
 };

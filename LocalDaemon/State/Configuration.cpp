@@ -177,10 +177,9 @@ Configuration configurationFrom(const Entries& entries, const ConfigurationDefau
     configuration.policy = entries.has("policyExcludeList", &Value::isArray)
                                ? policyFrom(entries, volumes)
                                : defaultPolicy(configuration.home);
-    configuration.policy.insert(configuration.policy.end(), defaults.ownFiles.begin(),
-                                defaults.ownFiles.end());
+    configuration.ownFiles = defaults.ownFiles;
     if (const std::string folder = localFolderOf(configuration.repository.location); !folder.empty())
-        configuration.policy.push_back(withSeparator(folder));
+        configuration.ownFiles.insert(folder);
     return configuration;
 }
 
@@ -192,7 +191,7 @@ ConfigurationDefaults usualDefaults() {
     defaults.repository.location = dataFolder() + "/kelvane/repository";
     defaults.repository.passwordFile = configurationFolder() + "/kelvane/local-daemon.password";
     defaults.repository.cacheFolder = cacheFolder() + "/kelvane/restic";
-    defaults.ownFiles = {defaults.repository.cacheFolder + '/'};
+    defaults.ownFiles = {defaults.repository.cacheFolder};
     return defaults;
 }
 

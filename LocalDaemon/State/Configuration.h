@@ -22,8 +22,10 @@ struct Configuration {
     // star.
     std::vector<std::string> policy;
     std::vector<std::string> volumes = {}; // further folders that automatic mode backs up
-    RepositoryPlace repository = {};       // an empty location: the one that was given makes no sense
-    std::chrono::minutes interval{15};     // from the end of a backup to the next one
+    // What a backup itself changes, and which would never be backed up as it is: left out as by the policy.
+    std::set<std::string, std::less<>> ownFiles = {};
+    RepositoryPlace repository = {};   // an empty location: the one that was given makes no sense
+    std::chrono::minutes interval{15}; // from the end of a backup to the next one
     // For so long the backup keeps what has gone from the disk or from the selection.
     std::chrono::days keep{30};
 };
@@ -32,9 +34,7 @@ struct Configuration {
 struct ConfigurationDefaults {
     std::string home;
     RepositoryPlace repository;
-    // Further patterns of the policy, whatever the configuration says: what a backup itself changes would
-    // never be backed up as it is.
-    std::vector<std::string> ownFiles = {};
+    std::set<std::string, std::less<>> ownFiles = {}; // beside the repository, which is always one of them
     std::uint32_t computerNumber = 1;
 };
 [[nodiscard]] ConfigurationDefaults usualDefaults();

@@ -266,6 +266,7 @@ DaemonState::Rules DaemonState::currentRules() const {
     const auto rules = std::make_shared<BackupRules>(BackupRules{settings_.automaticMode, configuration_.home,
                                                                  configuration_.policy, settings_.paths,
                                                                  configuration_.volumes});
+    rules->ownFiles = configuration_.ownFiles;
     rules->absentDisks = pathsOfAbsences(absences(), settings_, *rules);
     return rules;
 }

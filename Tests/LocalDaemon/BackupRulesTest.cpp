@@ -16,12 +16,16 @@ TEST(BackupRules, TheNearestRuleDecidesAndSaysWhy) {
     rules.paths.exclusions = {"/home", "/home/joe/.cache/kept", "/home/joe/ab", "/home/joe/x.tmp"};
     rules.paths.marks = {
         {"/data", Added}, {"/data/old", Removed}, {"/data/old/best", Added}, {"/proc/1", Added}};
+    rules.ownFiles = {"/home/joe/r*"};
     const struct {
         bool automatic;
         const char* path;
         Reason reason;
         const char* rule;
     } cases[] = {{true, "/home/joe", Reason::Home, "/home/joe"},
+                 {true, "/home/joe/r*/data", Reason::Policy, "/home/joe/r*"},
+                 {true, "/home/joe/records", Reason::Home, "/home/joe"},
+                 {true, "/home/joe/R*", Reason::Home, "/home/joe"},
                  {true, "/home/joe/a", Reason::Home, "/home/joe"},
                  {true, "/home/joe/ab/deep/er", Reason::Excluded, "/home/joe/ab"},
                  {true, "/home/joe/abc", Reason::Home, "/home/joe"},
