@@ -354,7 +354,8 @@ Damage damageAfter(const BackupIndex& before, const BackupIndex& next, std::uint
         return damage;
     const std::string& id = next.snapshot(number)->id;
     next.forEach([&](const BackupIndex::Item& item) {
-        if (item.snapshot != number || item.version == number)
+        // A new version of a file may consist of the same damaged parts.
+        if (item.snapshot != number || (item.version == number && item.kind != ItemKind::File))
             return;
         const std::string path = next.pathOf(item);
         const BackupIndex::Item* const old = before.find(path);

@@ -159,7 +159,8 @@ private:
 [[nodiscard]] BackupIndex indexOfKept(const BackupIndex& before, const std::vector<Snapshot>& kept);
 
 // What is known to be damaged after the snapshot with that number was made: what was damaged and has not
-// changed consists of the same there, until a verification finds it whole.
+// changed consists of the same there, and a new version of such a file may, until a verification finds it
+// whole.
 [[nodiscard]] Damage damageAfter(const BackupIndex& before, const BackupIndex& next, std::uint32_t number);
 
 } // namespace kelvane

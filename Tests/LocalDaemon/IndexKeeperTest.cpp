@@ -266,7 +266,7 @@ TEST_F(Keeping, WhatIsDamagedStaysSoInTheNextSnapshot) {
     folders.write("home/changed", "22");
     ASSERT_TRUE(running.add({backUp(folders.home(), 0, {running.nextSequenceTag()})}, stop).succeeded());
     EXPECT_TRUE(running.index()->isDamaged(*running.index()->find(same)));
-    EXPECT_FALSE(running.index()->isDamaged(*running.index()->find(changed)));
+    EXPECT_TRUE(running.index()->isDamaged(*running.index()->find(changed))) << "until that is known";
 }
 
 } // namespace
