@@ -52,14 +52,14 @@ inline std::map<std::string, std::string> picture(const std::string& folder) {
 }
 
 // User 65533 may read what is made in the folder: rules as the system keeps them.
-inline void setRule(const std::string& path, const char* kind) {
+inline void setRule(const std::string& path, const char* kind, std::uint16_t rights = 7) {
     const struct {
-        std::uint32_t version = 2;
+        std::uint32_t version;
         struct {
             std::uint16_t tag, rights;
             std::uint32_t id;
-        } entries[5] = {{1, 7, ~0U}, {2, 7, 65533}, {4, 7, ~0U}, {16, 7, ~0U}, {32, 5, ~0U}};
-    } rules;
+        } entries[5];
+    } rules{2, {{1, 7, ~0U}, {2, rights, 65533}, {4, 7, ~0U}, {16, 7, ~0U}, {32, 5, ~0U}}};
     ASSERT_EQ(::setxattr(path.c_str(), kind, &rules, sizeof rules, 0), 0);
 }
 

@@ -105,6 +105,9 @@ TEST_F(RestoringTest, ThePlaceAddsNoRightsAndMissingFoldersComeAsTheyWere) {
     ASSERT_EQ(::setxattr(home("d/e").c_str(), "user.saved", "1", 1, 0), 0);
     for (const char* name : {"d/e", "d"})
         setTime(home(name));
+    folder_.write("home/denied/f", "");
+    setRule(home("denied"), "system.posix_acl_access", 0);
+    folder_.write("out/denied/others", "");
     folder_.backUp();
     const std::string target = folder_ / "out/d";
     fs::create_directories(target);
@@ -121,6 +124,9 @@ TEST_F(RestoringTest, ThePlaceAddsNoRightsAndMissingFoldersComeAsTheyWere) {
     restore(home("d"), target);
     EXPECT_EQ(modeOf(target), 0700U) << "what else is in it keeps its owner's rules";
     EXPECT_EQ(modeOf(target + "/e"), 0705U);
+    ASSERT_EQ(::chmod((folder_ / "out/denied").c_str(), 0777), 0);
+    restore(home("denied"), folder_ / "out/denied");
+    EXPECT_EQ(modeOf(folder_ / "out/denied"), 0700U) << "somebody has no access by its ACL";
     for (const char* name : {"", "/e", "/e/f", "/g"})
         for (const char* attribute : {"system.posix_acl_access", "system.posix_acl_default", "user.other"})
             EXPECT_LT(::getxattr((target + name).c_str(), attribute, nullptr, 0), 0) << name << attribute;

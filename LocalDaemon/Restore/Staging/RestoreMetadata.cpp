@@ -9,7 +9,10 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <endian.h>
 #include <fcntl.h>
+#include <linux/posix_acl.h>
+#include <linux/posix_acl_xattr.h>
 #include <sys/xattr.h>
 #include <system_error>
 #include <unistd.h>
@@ -22,6 +25,7 @@ constexpr mode_t allBits = 07777;
 constexpr std::size_t largestAttribute = 65536; // as large as the system allows
 constexpr unsigned groupShift = 3;              // from everybody's bits to the group's
 constexpr const char* capability = "security.capability";
+constexpr const char* accessAcl = "system.posix_acl_access";
 
 std::string reasonText() {
     return std::generic_category().message(errno);
@@ -46,6 +50,23 @@ std::string attribute(const std::string& path, const std::string& name) {
 // Others, such as a security label, belong to the place.
 bool isOfTheBackup(const std::string& name) {
     return name.starts_with("user.") || name.starts_with("system.posix_acl_");
+}
+
+// What each user and group of an ACL may do, as the bits of one class of a mode.
+mode_t commonRights(const std::string& acl) {
+    mode_t common = S_IRWXO;
+    mode_t mask = S_IRWXO;
+    for (std::size_t at = sizeof(posix_acl_xattr_header); at + sizeof(posix_acl_xattr_entry) <= acl.size();
+         at += sizeof(posix_acl_xattr_entry)) {
+        posix_acl_xattr_entry entry{};
+        std::memcpy(&entry, acl.data() + at, sizeof entry);
+        const auto tag = le16toh(entry.e_tag);
+        if (tag == ACL_USER || tag == ACL_GROUP || tag == ACL_GROUP_OBJ)
+            common &= le16toh(entry.e_perm);
+        if (tag == ACL_MASK)
+            mask = le16toh(entry.e_perm);
+    }
+    return common & mask;
 }
 
 // Calls `take` for each range of whole blocks that holds nothing but zeros.
@@ -160,7 +181,10 @@ std::string FolderMetadata::narrow(int folder) const {
     struct stat now {};
     if (::fstat(folder, &now) != 0)
         return reasonText();
-    const mode_t left = now.st_mode & allBits & (modeFor(access_, now) | ~mode_t{S_IRWXG | S_IRWXO});
+    mode_t others = modeFor(access_, now) & mode_t{S_IRWXG | S_IRWXO};
+    if (const auto acl = attributes_.find(accessAcl); acl != attributes_.end())
+        others &= commonRights(acl->second) | (commonRights(acl->second) << groupShift);
+    const mode_t left = now.st_mode & allBits & (others | ~mode_t{S_IRWXG | S_IRWXO});
     return left == (now.st_mode & allBits) || ::chmod(pathOfDescriptor(folder).c_str(), left) == 0
                ? ""
                : "its mode cannot be set: " + reasonText();
