@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
+#include <filesystem>
+#include <fstream>
 #include <linux/close_range.h>
 #include <mutex>
 #include <optional>
@@ -231,7 +233,7 @@ private:
         if (isKilled_ || Clock::now() - lastLook_ < program_.lookInterval)
             return;
         lastLook_ = Clock::now();
-        const std::string reason = program_.whyOutOfReach();
+        const std::string reason = program_.whyOutOfReach(id_);
         if (reason.empty())
             return;
         outcome_.end = isEnding_ ? outcome_.end : ChildOutcome::End::Stuck;
@@ -349,6 +351,17 @@ bool waitUnlessStopped(milliseconds duration, const StopSignal& stop) {
 
 ChildOutcome run(const ChildProgram& program, const StopSignal& stop) {
     return Child(program, stop).run();
+}
+
+bool isOpeningPipe(pid_t process) {
+    std::error_code error;
+    for (std::filesystem::directory_iterator thread("/proc/" + std::to_string(process) + "/task", error);
+         !error && thread != std::filesystem::directory_iterator(); thread.increment(error)) {
+        std::string function; // of the kernel
+        if (std::ifstream(thread->path() / "wchan") >> function && function == "wait_for_partner")
+            return true;
+    }
+    return false;
 }
 
 } // namespace kelvane

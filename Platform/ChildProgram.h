@@ -51,7 +51,7 @@ struct ChildProgram {
     std::chrono::milliseconds grace = std::chrono::seconds(10); // and that long to end when it is told to
     // Called every `lookInterval` on the calling thread. Returns why the program is stuck in a way that
     // SIGINT cannot end; it is then killed. Empty: it is not stuck.
-    std::function<std::string()> whyOutOfReach = [] { return std::string(); };
+    std::function<std::string(pid_t)> whyOutOfReach = [](pid_t) { return std::string(); };
     std::chrono::milliseconds lookInterval = std::chrono::seconds(5);
     bool hasLowerPriority = false; // than everything else on the machine
     // Whenever it, or what it starts, gives a file a mode without write permission for the owner, nothing
@@ -78,5 +78,9 @@ struct ChildOutcome {
 // Any thread; blocks. The program gets no descriptor but the standard ones. Its SIGPIPE is ignored: when this
 // process is killed, the program is to tidy up, not to die of its next word.
 [[nodiscard]] ChildOutcome run(const ChildProgram& program, const StopSignal& stop);
+
+// Whether a thread of the process waits in open() for somebody at the other end of a named pipe. False where
+// the system does not tell.
+[[nodiscard]] bool isOpeningPipe(pid_t process);
 
 } // namespace kelvane

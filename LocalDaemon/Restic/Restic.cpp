@@ -267,8 +267,11 @@ ChildOutcome Restic::runOnce(const Call& call, bool takesLock, const StopSignal&
     program.grace = call.grace;
     program.hasLowerPriority = call.hasLowerPriority;
     program.ignoresReadOnlyModes = call.ignoresReadOnlyModes;
-    program.whyOutOfReach = [folder = localFolderOf(place_.location)] {
-        return silenceAround(folder, longestSilence);
+    program.whyOutOfReach = [folder = localFolderOf(place_.location)](pid_t restic) {
+        if (std::string silence = silenceAround(folder, longestSilence); !silence.empty())
+            return silence;
+        // restic leaves pipes out, but opens one that has just replaced a file, and would wait for ever.
+        return std::string(isOpeningPipe(restic) ? "A named pipe has taken the place of a file." : "");
     };
     pid_t id = 0;
     if (processes_ && std::ranges::find(program.arguments, noLock) == program.arguments.end())

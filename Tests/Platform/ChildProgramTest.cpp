@@ -2,12 +2,14 @@
 
 #include "Platform/DetachedProgram.h"
 #include "Tests/Harness/ReportingScript.h"
+#include "Tests/Harness/TemporaryFolder.h"
 
 #include <array>
 #include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -83,13 +85,19 @@ TEST(ChildProgram, SaysHowOneEndsThatDoesNotRunToItsEnd) {
     troubled.patienceInTrouble = 50ms;
     troubled.isTrouble = [](std::string_view line) { return line == "trouble"; };
     ChildProgram cutOff = shell("trap '' INT; echo; while true; do sleep 1; done");
-    cutOff.whyOutOfReach = [] { return std::string("the share is silent"); };
+    cutOff.whyOutOfReach = [](pid_t) { return std::string("the share is silent"); };
     cutOff.lookInterval = 50ms;
+    const TemporaryFolder folder;
+    ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
+    ChildProgram opening = shell("read line < '" + folder / "pipe" + "'");
+    opening.whyOutOfReach = [](pid_t id) { return std::string(isOpeningPipe(id) ? "it opens a pipe" : ""); };
+    opening.lookInterval = 50ms;
     ChildProgram missing;
     missing.arguments = {"/no/such/program"};
     const ChildOutcome silent = run(cutOff, never);
     EXPECT_EQ(silent.end, End::Stuck);
     EXPECT_EQ(silent.errors, "the share is silent");
+    EXPECT_EQ(run(opening, never).errors, "it opens a pipe");
     EXPECT_EQ(run(shell("trap 'exit 5' INT; while true; do sleep 0.01; done"), stopped).end, End::Stopped);
     EXPECT_EQ(run(deaf, stopped).end, End::Stopped);
     EXPECT_EQ(run(shell("exit 0"), never).end, End::Exited);
