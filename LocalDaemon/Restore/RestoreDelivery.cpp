@@ -2,7 +2,6 @@
 
 #include "Foundation/CleanPath.h"
 #include "Foundation/PathComponents.h"
-#include "LocalDaemon/Restore/Staging/NameClashes.h"
 #include "LocalDaemon/Restore/Staging/RestoreAccess.h"
 
 #include <algorithm>
@@ -61,7 +60,13 @@ std::string savedFolder(const std::string& path, const std::string& target, cons
 RestoreDelivery::RestoreDelivery(const BackupIndex& index, const StagingFolder& staging,
                                  const FileErrors& errors, RestoreJournal& journal, SavedNodes& nodes,
                                  const StopSignal& stop)
-    : index_(index), staging_(staging), errors_(errors), journal_(journal), nodes_(nodes), stop_(stop) {
+    : index_(index),
+      staging_(staging),
+      errors_(errors),
+      journal_(journal),
+      nodes_(nodes),
+      stop_(stop),
+      hardLinks_(index, nodes) {
     for (const auto& [path, reason] : errors_.items) {
         const BackupIndex::Item* const item = index_.find(path);
         const FileDescriptor around =
@@ -71,24 +76,6 @@ RestoreDelivery::RestoreDelivery(const BackupIndex& index, const StagingFolder& 
             ::fstatat(around.get(), lastPathComponent(path).c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0)
             errorsOfInodes_.emplace(status.st_ino, reason);
     }
-}
-
-void RestoreDelivery::lookForClashes(const std::vector<RestorePiece>& pieces) {
-    if (staging_.tellsNamesApart())
-        return;
-    std::map<std::pair<std::uint32_t, std::string>, std::vector<std::string>> folders;
-    for (const RestorePiece& piece : pieces) {
-        const std::string path = index_.pathOf(*piece.item);
-        folders[{piece.item->snapshot, std::string(folderOf(path))}].push_back(lastPathComponent(path));
-    }
-    for (const auto& [folder, names] : folders)
-        lookForClashes(stagedFolder(folder.first, folder.second).get(), folder.second, names);
-}
-
-void RestoreDelivery::lookForClashes(int staged, const std::string& folder,
-                                     const std::vector<std::string>& names) {
-    for (const std::string& name : clashingNames(staged, names))
-        clashing_.insert(withSeparator(folder) + name);
 }
 
 bool RestoreDelivery::isOthersPlace(const Place& place) const {
@@ -222,7 +209,7 @@ void RestoreDelivery::deliverFile(const Place& place) {
         fail(place.path, reason.empty() ? lost : reason);
 }
 
-std::string RestoreDelivery::faultOf(const Place& place) const {
+std::string RestoreDelivery::faultOf(const Place& place) {
     if (const std::string* const error = errors_.errorAt(place.path))
         return *error;
     struct stat status {};
@@ -230,6 +217,8 @@ std::string RestoreDelivery::faultOf(const Place& place) const {
     if (::fstatat(place.staged, staged.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
         return errno == ENOENT || place.staged < 0 ? missing : std::string(missing) + ": " + errorText();
     if (std::string error = errorOfOtherNames(status); !error.empty())
+        return error;
+    if (std::string error = hardLinks_.faultOf(status); !error.empty())
         return error;
     if (place.item.kind == ItemKind::Link && isTargetInDoubt(place, staged))
         return "its target was perhaps not UTF-8 text, which restic does not keep";

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "LocalDaemon/Index/BackupIndex.h"
+#include "LocalDaemon/Restore/HardLinks.h"
 #include "LocalDaemon/Restore/RestorePlan.h"
 #include "LocalDaemon/Restore/RestoreTrouble.h"
 #include "LocalDaemon/Restore/SavedNodes.h"
@@ -30,7 +31,7 @@ public:
                     RestoreJournal& journal, SavedNodes& nodes, const StopSignal& stop);
 
     // Of all that is to be delivered, before anything is: what has got another item's contents.
-    void lookForClashes(const std::vector<RestorePiece>& pieces);
+    void inspect(const std::vector<RestorePiece>& pieces);
     void deliver(const RestorePiece& piece);
     [[nodiscard]] std::vector<RestoreFailure> takeFailures() { return std::exchange(failures_, {}); }
 
@@ -66,8 +67,11 @@ private:
     // one does.
     bool findShared(const BackupIndex::Item& item, int folder);
     // Empty: it is there as it should be.
-    [[nodiscard]] std::string faultOf(const Place& place) const;
+    [[nodiscard]] std::string faultOf(const Place& place);
+    void lookForClashes(const std::vector<RestorePiece>& pieces);
     void lookForClashes(int staged, const std::string& folder, const std::vector<std::string>& names);
+    // `staged`: the folder that the item is staged in.
+    void noteHardLinks(const BackupIndex::Item& item, int staged, bool isFolderAlone);
     // Whether a file stands there whose name differs only by case or accents, which this disk ignores.
     [[nodiscard]] bool isOthersPlace(const Place& place) const;
     // Of a staged file with several names, of which restic tells one.
@@ -85,6 +89,7 @@ private:
     RestoreJournal& journal_; // of folders whose owner is given access
     SavedNodes& nodes_;
     const StopSignal& stop_;
+    HardLinks hardLinks_;
     std::map<ino_t, std::string> errorsOfInodes_; // in the staging folder
     std::set<std::string> clashing_;              // paths in the backup
     std::set<const BackupIndex::Item*> shared_;   // elsewhere than in their own places

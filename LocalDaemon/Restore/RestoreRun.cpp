@@ -223,7 +223,7 @@ void RestoreRun::deliver(const StagingFolder& staging, const FileErrors& errors,
     if (const std::string failure = staging.sync(); !failure.empty())
         return fail(pieces, failure);
     RestoreDelivery delivery(*tools_.index, staging, errors, tools_.journal, nodes_, tools_.stop);
-    delivery.lookForClashes(pieces);
+    delivery.inspect(pieces);
     for (const RestorePiece& piece : pieces) {
         delivery.deliver(piece);
         std::ranges::move(delivery.takeFailures(), std::back_inserter(failures_[piece.job]));

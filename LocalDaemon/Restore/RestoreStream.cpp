@@ -79,7 +79,7 @@ std::string RestoreStream::bring(const BackupIndex::Item& item, const StagingFol
         return "it is not in the snapshot that should hold it";
     const FileDescriptor around = staging.open(std::to_string(item.snapshot) + std::string(folderOf(path)));
     const std::string name = lastPathComponent(path);
-    last_ = {item.snapshot, node->device, node->inode};
+    last_ = {item.snapshot, node->device, node->inode, node->contents};
     hasNames_ = node->links > 1;
     if (hasNames_ && linkDelivered(around.get(), name))
         return {};

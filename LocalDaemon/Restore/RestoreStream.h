@@ -36,7 +36,8 @@ public:
     void noteDelivered(const std::string& target);
 
 private:
-    using Inode = std::tuple<std::uint32_t, std::uint64_t, std::uint64_t>; // snapshot, device, number
+    // Snapshot, device, number, contents: a number that is given to a new file comes twice in one snapshot.
+    using Inode = std::tuple<std::uint32_t, std::uint64_t, std::uint64_t, std::string>;
     struct Delivered {
         std::string target;
         dev_t device = 0;

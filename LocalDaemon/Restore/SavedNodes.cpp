@@ -119,6 +119,8 @@ std::optional<SavedNode> SavedNodes::find(const std::string& snapshotId, const s
     node.device = json.value("device_id", std::uint64_t{0});
     node.inode = json.value("inode", std::uint64_t{0});
     node.links = json.value("links", std::uint64_t{0});
+    if (const auto contents = json.find("content"); contents != json.end())
+        node.contents = contents->dump();
     for (const Json& each : json.value("extended_attributes", Json::array()))
         node.attributes[each.value("name", "")] = decodedBase64(each.value("value", ""));
     return node;

@@ -17,6 +17,7 @@ struct SavedNode {
     std::uint64_t device = 0;
     std::uint64_t inode = 0;
     std::uint64_t links = 0;
+    std::string contents; // of a file: the ids of what it consists of, the same for the same bytes
     std::map<std::string, std::string> attributes; // extended ones
 };
 

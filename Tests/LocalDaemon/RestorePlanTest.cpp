@@ -1,10 +1,12 @@
 #include "LocalDaemon/Restore/RestorePlan.h"
+#include "LocalDaemon/Restore/HardLinks.h"
 #include "LocalDaemon/Restore/RestoreArrival.h"
 #include "LocalDaemon/Restore/SavedNodes.h"
 #include "LocalDaemon/Restore/Staging/RestoreStaging.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <numeric>
@@ -98,6 +100,35 @@ TEST(RestoreArrival, SeesThatSomethingComesIntoAFileThatHasItsSizeAlready) {
     while (arrivalIn(folder.path(), index) == first && std::chrono::steady_clock::now() < deadline)
         std::fstream(file, std::ios::in | std::ios::out) << '1'; // time goes in steps
     EXPECT_NE(arrivalIn(folder.path(), index).lastChange, first.lastChange);
+}
+
+// A file that was made while a backup ran may have the inode number of one that was deleted.
+TEST(HardLinks, AreTrustedWhereTheirNamesHadOneContent) {
+    namespace fs = std::filesystem;
+    const tests::TemporaryFolder folder;
+    fs::create_hard_link(folder.write("one", "1"), folder / "two");
+    struct stat staged {};
+    ASSERT_EQ(::stat((folder / "one").c_str(), &staged), 0);
+    const auto faultOf = [&](const std::string& contents, FileTime changed) {
+        RepositoryPlace place;
+        place.program = folder.write("restic", R"(#!/bin/sh
+            node='"type": "file", "content"'
+            [ $2 = snapshot ] && echo '{"tree": "t"}' ||
+            echo "{\"nodes\": [{\"name\": \"one\", $node: [\"x\"]}, {\"name\": \"two\", $node: [\")" +
+                                                   contents + R"(\"]}]}")");
+        fs::permissions(place.program, fs::perms::owner_all);
+        const BackupIndex index = indexOf({{{"/one", ItemKind::File, 1, FileTime(1), FileTime(1)},
+                                            {"/two", ItemKind::File, 1, FileTime(1), changed}}});
+        const StopSignal stop;
+        SavedNodes nodes(std::make_shared<const Restic>(place), stop);
+        HardLinks links(index, nodes);
+        for (const char* const path : {"/one", "/two"})
+            links.note(staged, *index.find(path));
+        return links.faultOf(staged);
+    };
+    EXPECT_TRUE(faultOf("y", FileTime(2)).ends_with("restore it by itself")) << faultOf("y", FileTime(2));
+    EXPECT_EQ(faultOf("x", FileTime(2)), "") << "a link was made or removed between";
+    EXPECT_EQ(faultOf("y", FileTime(1)), "") << "the repository is not asked";
 }
 
 TEST(SavedNodes, ReadsNamesAsTreesHaveThem) {

@@ -1,0 +1,55 @@
+// What is seen of staged files before the first of them takes its place.
+
+#include "Foundation/CleanPath.h"
+#include "Foundation/PathComponents.h"
+#include "LocalDaemon/Restore/RestoreDelivery.h"
+#include "LocalDaemon/Restore/Staging/NameClashes.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+namespace kelvane {
+
+void RestoreDelivery::inspect(const std::vector<RestorePiece>& pieces) {
+    if (!staging_.tellsNamesApart())
+        lookForClashes(pieces);
+    for (const RestorePiece& piece : pieces) {
+        const std::string folder(folderOf(index_.pathOf(*piece.item)));
+        noteHardLinks(*piece.item, stagedFolder(piece.item->snapshot, folder).get(), piece.isFolderAlone);
+    }
+}
+
+void RestoreDelivery::noteHardLinks(const BackupIndex::Item& item, int staged, bool isFolderAlone) {
+    const std::string name(index_.nameOf(item));
+    struct stat status {};
+    if (item.kind == ItemKind::File && ::fstatat(staged, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0)
+        hardLinks_.note(status, item);
+    if (item.kind != ItemKind::Folder || isFolderAlone || stop_.isSet())
+        return;
+    std::map<std::uint32_t, FileDescriptor> folders; // by the snapshot that the contents are staged from
+    folders.emplace(item.snapshot, openFolderIn(staged, name.empty() ? "." : name));
+    for (const BackupIndex::Item* const child : lastContents(index_, item)) {
+        const auto [folder, isNew] = folders.try_emplace(child->snapshot);
+        if (isNew)
+            folder->second = stagedFolder(child->snapshot, index_.pathOf(item));
+        noteHardLinks(*child, folder->second.get(), false);
+    }
+}
+
+void RestoreDelivery::lookForClashes(const std::vector<RestorePiece>& pieces) {
+    std::map<std::pair<std::uint32_t, std::string>, std::vector<std::string>> folders;
+    for (const RestorePiece& piece : pieces) {
+        const std::string path = index_.pathOf(*piece.item);
+        folders[{piece.item->snapshot, std::string(folderOf(path))}].push_back(lastPathComponent(path));
+    }
+    for (const auto& [folder, names] : folders)
+        lookForClashes(stagedFolder(folder.first, folder.second).get(), folder.second, names);
+}
+
+void RestoreDelivery::lookForClashes(int staged, const std::string& folder,
+                                     const std::vector<std::string>& names) {
+    for (const std::string& name : clashingNames(staged, names))
+        clashing_.insert(withSeparator(folder) + name);
+}
+
+} // namespace kelvane
