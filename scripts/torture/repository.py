@@ -4,7 +4,7 @@ import datetime
 import os
 import shutil
 
-from torture import checks, cheapkey, damage
+from torture import checks, damage, quickrepository
 from torture.checks import complain
 from torture.world import HOST
 
@@ -18,7 +18,7 @@ def lock(round_, chance):
     host = chance.choice([HOST, "elsewhere"])
     pid = 4194303 if host == HOST else 812
     when = datetime.datetime.fromtimestamp(world.clock() - age, datetime.timezone.utc).isoformat()
-    path = cheapkey.write_lock(world.repository, world.workshop.key, {
+    path = quickrepository.write_lock(world.repository, world.workshop.key, {
         "time": when, "exclusive": exclusive, "hostname": host, "username": "somebody", "pid": pid, "uid": 0, "gid": 0})
     if world.owner:
         os.chown(path, world.owner, world.owner)

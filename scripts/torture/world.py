@@ -11,7 +11,7 @@ import struct
 import subprocess
 import time
 
-from torture import cheapkey
+from torture import quickrepository
 from torture.files import acl
 
 HERE = pathlib.Path(__file__).resolve().parent
@@ -41,9 +41,7 @@ class Workshop:
         subprocess.run([compiler, "-O1", f'-DRESTIC="{self.restic}"', "-o", self.wrapper, HERE / "restic.c"], check=True)
         self.repository = folder / "template"
         (folder / "key").write_text(PASSWORD + "\n")
-        subprocess.run([self.restic, "init", "--quiet", "--repo", self.repository, "--password-file", folder / "key"],
-                       check=True, stdout=subprocess.DEVNULL)
-        self.key = cheapkey.cheapen(self.repository, PASSWORD.encode())
+        self.key = quickrepository.create(self.repository, PASSWORD.encode())
 
 
 class World:
