@@ -281,15 +281,18 @@ std::shared_ptr<const MountPoints> currentMountPoints() {
     return points;
 }
 
-std::string nearestMountPoint(const MountPoints& points, std::string_view path) {
-    while (path.size() > 1 && !points.contains(path))
+MountPoints::const_iterator mountAround(const MountPoints& points, std::string_view path) {
+    auto mount = points.find(path);
+    while (mount == points.end() && path.size() > 1) {
         path = path.substr(0, std::max<std::size_t>(path.rfind('/'), 1));
-    return points.contains(path) ? std::string(path) : std::string();
+        mount = points.find(path);
+    }
+    return mount;
 }
 
 std::string typeOfMountAround(std::string_view path) {
     const auto points = currentMountPoints();
-    const auto point = points->find(nearestMountPoint(*points, path));
+    const auto point = mountAround(*points, path);
     return point == points->end() ? std::string() : point->second;
 }
 
@@ -342,7 +345,7 @@ bool isAnswering(const std::string& mountPoint) {
 
 std::string silentMountAround(std::string_view path, std::chrono::milliseconds silence) {
     const auto points = currentMountPoints();
-    const auto point = points->find(nearestMountPoint(*points, path));
+    const auto point = mountAround(*points, path);
     const bool isSilent =
         point != points->end() && isRemote(point->second) && silenceOf(point->first) >= silence;
     return isSilent ? point->first : std::string();

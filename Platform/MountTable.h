@@ -36,8 +36,8 @@ using MountPoints = std::map<std::string, std::string, std::less<>>;
 // thread.
 [[nodiscard]] std::shared_ptr<const MountPoints> currentMountPoints();
 
-// The mount point that a path is at or below; empty when it is none of these.
-[[nodiscard]] std::string nearestMountPoint(const MountPoints& points, std::string_view path);
+// The mount that a path is at or below; the end when it is none of these.
+[[nodiscard]] MountPoints::const_iterator mountAround(const MountPoints& points, std::string_view path);
 
 // The type of the file system that a path is in; empty when the system does not say. Asks no mount.
 [[nodiscard]] std::string typeOfMountAround(std::string_view path);

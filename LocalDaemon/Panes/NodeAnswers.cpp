@@ -141,13 +141,13 @@ private:
     }
     // The mount that the path is in, when that does not answer; else empty.
     [[nodiscard]] std::string silentMountOver(const std::string& path) {
-        std::string mount = nearestMountPoint(*mounts_, path);
-        if (mount.empty() || !isRemote(mounts_->at(mount)))
+        const auto mount = mountOf(path);
+        if (mount == mounts_->end() || !isRemote(mount->second))
             return {};
-        const auto [known, isNew] = answers_.try_emplace(mount, false);
+        const auto [known, isNew] = answers_.try_emplace(mount->first, false);
         if (isNew)
-            known->second = isAnswering(mount);
-        return known->second ? std::string() : std::move(mount);
+            known->second = isAnswering(mount->first);
+        return known->second ? std::string() : mount->first;
     }
     static File missingFile(const std::string& path, const BackupIndex::Item& item) {
         File file{path, {}, true};
@@ -193,15 +193,19 @@ private:
             return verdict;
         if (file.attributes.kind == Kind::Other)
             return {Verdict::Reason::NoFile, {}};
-        if (nearestMountPoint(*mounts_, file.path) != mountOf(verdict.rule))
+        if (mountOf(file.path) != mountOf(verdict.rule))
             return {Verdict::Reason::OtherFileSystem, verdict.rule};
         return verdict;
     }
-    // Remembers one: the files of a request mostly have the same rule.
-    [[nodiscard]] const std::string& mountOf(const std::string& rule) {
-        if (rule != lastRule_)
-            lastMount_ = nearestMountPoint(*mounts_, lastRule_ = rule);
-        return lastMount_;
+    // Remembers those of folders: a request asks for many files of one.
+    [[nodiscard]] MountPoints::const_iterator mountOf(std::string_view path) {
+        if (const auto mount = mounts_->find(path); mount != mounts_->end())
+            return mount;
+        const std::string_view folder = folderOf(path);
+        auto known = mountsOfFolders_.find(folder);
+        if (known == mountsOfFolders_.end())
+            known = mountsOfFolders_.emplace(folder, mountAround(*mounts_, folder)).first;
+        return known->second;
     }
 
     const DaemonState& state_;
@@ -212,8 +216,7 @@ private:
     PathEntrance entrance_;
     const std::shared_ptr<const MountPoints> mounts_ = currentMountPoints();
     std::map<std::string, bool> answers_; // by mount point
-    std::string lastRule_;
-    std::string lastMount_;
+    std::map<std::string, MountPoints::const_iterator, std::less<>> mountsOfFolders_;
 };
 
 Value NodeAnswers::node(const Value& path, FolderSizes sizes) const {
