@@ -46,9 +46,10 @@ std::string refusalOf(std::string_view xml) {
 class Conversion {
 public:
     std::optional<Value> valueOf(plist_t node, int depth) {
-        if (depth > deepestNesting)
+        const plist_type type = ::plist_get_node_type(node);
+        if (depth == deepestNesting && (type == PLIST_ARRAY || type == PLIST_DICT))
             return std::nullopt;
-        switch (::plist_get_node_type(node)) {
+        switch (type) {
         case PLIST_BOOLEAN: return Value(read<std::uint8_t>(node, ::plist_get_bool_val) != 0);
         case PLIST_UINT:
             return Value(static_cast<std::int64_t>(read<std::uint64_t>(node, ::plist_get_uint_val)));

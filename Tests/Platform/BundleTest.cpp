@@ -34,10 +34,12 @@ TEST(PropertyListFile, RefusesHostileXMLInBoundedTime) {
          {std::string("<dict><key>a</key><string>b</string>"), std::string("<string>\xFF</string>"),
           std::string("<string>&#xD800;</string>"), std::string("<dict><key>\xFF</key><true/></dict>"),
           "<string>a" + std::string(1, '\0') + "b</string>",
+          repeated("<array>", deepestNesting + 1) + repeated("</array>", deepestNesting + 1),
           repeated("<array>", 100'000) + repeated("</array>", 100'000),
           repeated("<dict><key>k</key>", 1000) + repeated("</dict>", 1000),
           "<string>" + repeated("&amp;", 500'000) + "</string>"})
         EXPECT_FALSE(readXML(content).succeeded()) << content.substr(0, 60);
+    EXPECT_EQ(readXML(repeated("<array>", deepestNesting) + repeated("</array>", deepestNesting)).error, "");
 }
 
 TEST(Bundle, GivesItsInformationTextsAndFiles) {
