@@ -189,6 +189,7 @@ TEST(FileNodeTree, IsSortedByEachKeyInBothDirectionsAndInItsFolders) {
     for (const auto& [key, larger] : cases) {
         for (const bool ascending : {true, false}) {
             const FileNodeRef root = newRoot();
+            add(root, "empty");
             const FileNodeRef folder = add(root, "folder");
             folder->addChild(KelvaneFileNode::createWithDictionary(ascending ? larger : small));
             folder->addChild(KelvaneFileNode::createWithDictionary(small));

@@ -26,6 +26,16 @@ TEST_F(KelvSocket, KeepsWhatArrivesUntilThereIsADataDelegate) {
     EXPECT_EQ(data->deliveries.next(), Delivery(-3, "third"));
 }
 
+TEST_F(KelvSocket, TakesAnotherDataDelegateInTheMiddleOfADelivery) {
+    const auto other = std::make_shared<RecordingDataDelegate>();
+    data->onData = [&] { socket->setDataDelegate(other); };
+    socket->setDataDelegate(data);
+    const RawPeer peer = peerOf(socket);
+    peer.send(frame(1, "") + frame(2, ""));
+    EXPECT_EQ(data->deliveries.next(), Delivery(1, std::nullopt));
+    EXPECT_EQ(other->deliveries.next(), Delivery(2, std::nullopt));
+}
+
 TEST_F(KelvSocket, PausesAfterGarbageAndNotAfterGoodFrames) {
     socket->setSocketDelegate(fate);
     socket->setDataDelegate(data);

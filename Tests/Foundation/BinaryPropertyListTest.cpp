@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <limits>
+#include <numeric>
 
 namespace kelvane::tests {
 namespace {
@@ -39,9 +40,10 @@ Array arrayOf(const Items&... items) {
 }
 
 // Of fewer than 256.
-unsigned objectCount(const Value& value) {
+std::uint64_t objectCount(const Value& value) {
     const Data bytes = written(value);
-    return bytes[bytes.size() - 17];
+    return std::accumulate(bytes.end() - 24, bytes.end() - 16, std::uint64_t{0},
+                           [](std::uint64_t count, std::uint8_t byte) { return count * 256 + byte; });
 }
 
 TEST(BinaryPropertyList, WritesEachObjectInTheFewestBytes) {
@@ -130,8 +132,9 @@ TEST(BinaryPropertyList, ChoosesWiderReferencesAsObjectsGrow) {
         Array items;
         for (int i = 0; i < count; ++i)
             items.push_back(i % 2 == 0 ? Value(i) : Value("n" + std::to_string(i)));
-        const Value value = Array{Dictionary{{"items", items}, {"more", Array{items.back(), "x"}}}};
+        const Value value = Array{Dictionary{{"items", items}, {"more", Array{items[0], items.back(), "x"}}}};
         EXPECT_EQ(readBack(value), value) << count;
+        EXPECT_EQ(objectCount(value), items.size() + 7) << "each once, also those from before the table grew";
     }
 }
 

@@ -92,6 +92,11 @@ TEST_F(Paths, AnswersNothingOrTheTruthToOddPaths) {
     // Home, policy, no file, outside, by a link, another file system.
     EXPECT_EQ(colors({in("a"), in(".cache"), in("pipe"), "/Volumes/Disk/file", in("link/b"), "/proc"}),
               (Array{3, 1, 1, 1, 3, 1}));
+    const auto simpleFlags = [&](const std::string& path) {
+        return pane.call<"dictionaryForPath:">(path)["simpleFlags"].uint32Value();
+    };
+    EXPECT_EQ(simpleFlags("/usr"), Backup_Simple_Enabled);
+    EXPECT_EQ(simpleFlags(in(".cache")), 0U);
     const Array policy = pane.call<"policyExcludeList">().array();
     EXPECT_EQ(policy.back(), "/Volumes/Boot" + folders / "repository/");
     EXPECT_NE(std::ranges::find(policy, Value("/Volumes/Boot" + in(".local/share/Trash/"))), policy.end());

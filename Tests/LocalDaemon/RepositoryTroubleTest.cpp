@@ -332,6 +332,26 @@ TEST_F(BackingUp, ReadsTheDataPartByPartAlsoWithoutAnOrder) {
     EXPECT_EQ(folders.read("priority"), "19\n");
 }
 
+TEST_F(BackingUp, AnOrderedVerificationGoesOnWithThePartThatFailed) {
+    folders.write("home/file", "12345");
+    start({}, folders.program("all=$*; part=${all#*data-subset }; part=${part%% *}\n"
+                              "[ $part = 3/8 -a ! -e " +
+                              (folders / "failed") + " ] && echo > " + (folders / "failed") +
+                              " && exit 1\n[[ $part == */8 ]] && echo $part >> " + (folders / "read") +
+                              "\nexec restic \"$@\"\n"));
+    ASSERT_TRUE(comesToRest(1, 5));
+    const auto says = [&](const std::string& outcome) {
+        EXPECT_EQ(pane->call<"verify">(), "");
+        return comesTo([&] {
+            return pane->state("verificationProgress").isAbsent() &&
+                   pane->state("lastVerification").stringValue().find(outcome) != std::string::npos;
+        });
+    };
+    EXPECT_TRUE(says("Not verified"));
+    EXPECT_TRUE(says("everything was read")) << pane->state("lastVerification").description();
+    EXPECT_EQ(folders.read("read"), "1/8\n2/8\n3/8\n4/8\n5/8\n6/8\n7/8\n8/8\n");
+}
+
 // However much the daemon itself has forgotten.
 TEST_F(BackingUp, MakesNoRepositoryWhereOneWasOrWhereAnythingStands) {
     const auto loseIndex = [&] {

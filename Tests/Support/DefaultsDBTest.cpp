@@ -7,6 +7,7 @@
 #include "Tests/Harness/EnvironmentVariable.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
@@ -14,6 +15,7 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace kelvane::tests {
@@ -161,6 +163,13 @@ TEST_F(DefaultsDBTest, LeavesAloneWhatItCannotRead) {
     expectUnwritable("cannot make /proc/self/nowhere");
 }
 
+long countOpened(const std::string& path) {
+    std::error_code none;
+    return std::ranges::count_if(
+        std::filesystem::directory_iterator("/proc/self/fd"),
+        [&](const auto& entry) { return std::filesystem::read_symlink(entry.path(), none) == path; });
+}
+
 TEST_F(DefaultsDBTest, WaitsOnceForALockWhateverHasNotBeenWrittenYet) {
     store({{"number", 1}});
     const FileDescriptor lock(::open((file_ + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
@@ -170,7 +179,11 @@ TEST_F(DefaultsDBTest, WaitsOnceForALockWhateverHasNotBeenWrittenYet) {
     DefaultsDB::setIntProperty(3, "second");
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(3500));
     EXPECT_EQ(DefaultsDB::intProperty("first"), 2);
-    ASSERT_EQ(::flock(lock.get(), LOCK_UN), 0);
+    const std::jthread other([&] { // which is done when somebody waits for it
+        while (countOpened(file_ + ".lock") < 2)
+            std::this_thread::yield();
+        EXPECT_EQ(::flock(lock.get(), LOCK_UN), 0);
+    });
     DefaultsDB::setIntProperty(4, "third");
     EXPECT_EQ(stored(), Value(Dictionary{{"number", 1}, {"first", 2}, {"second", 3}, {"third", 4}}));
 }

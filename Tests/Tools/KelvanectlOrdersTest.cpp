@@ -69,6 +69,10 @@ TEST_F(KelvanectlOrders, RestoringNamesEachJobAndItsPlace) {
     EXPECT_EQ(daemon_.calls().front().arguments, (Array{onVolume("/a"), onVolume("/tmp/x/a"), 0U, 50U}));
     daemon_.answer("restoreFile:toPath:version:priority:", 0U);
     expectFailure(run({"restore", "/a"}), 3, "/a: the daemon refuses to restore it");
+    daemon_.changeWorld([](DaemonWorld& world) {
+        world.profile.mutableDictionary().set(restorestatus::failuresKey(0), "/a: no room");
+    });
+    EXPECT_EQ(run({"restore", "/a"}).errors, "kelvanectl: /a: no room\n");
     daemon_.forgetCalls();
     expectFailure(run({"restore", "/a/x", "/b/x", "--to", "/tmp"}), 2, "two of the paths");
     EXPECT_TRUE(daemon_.calls().empty());
@@ -109,6 +113,10 @@ TEST_F(KelvanectlOrders, WaitingForARestoreEndsWithItAndSaysWhatFailed) {
     daemon_.changeWorld([](DaemonWorld& world) {
         world.profile.mutableDictionary().set(failuresKey(2), "/b/1: gone\n/b/2: no room\n");
     });
+    daemon_.setState("extensions", Array{"alerts"});
+    daemon_.setState(
+        "alerts",
+        Array{Dictionary{{"id", std::string(waitAlert)}, {"title", "Not now."}, {"text", "A lock."}}});
     answerJobs({running, waiting, waiting});
     const auto program = start({"restore", "--json", "--wait", "/a", "/b", "/c"});
     ASSERT_TRUE(daemon_.waitForCalls("getRestoreJobStatus:", 4)); // it has looked again
@@ -117,8 +125,10 @@ TEST_F(KelvanectlOrders, WaitingForARestoreEndsWithItAndSaysWhatFailed) {
     answerJobs({finished, incomplete, cancelled});
     const ChildProgram::Result result = program->finish();
     EXPECT_EQ(result.status, 3);
-    EXPECT_EQ(result.errors, "kelvanectl: /b/1: gone\nkelvanectl: /b/2: no room\nkelvanectl: " +
-                                 onVolume("/c") + ": cancelled\n");
+    EXPECT_EQ(result.errors,
+              "kelvanectl: Not now. A lock.\nkelvanectl: /b/1: gone\nkelvanectl: /b/2: no room\n"
+              "kelvanectl: " +
+                  onVolume("/c") + ": cancelled\n");
     const Json json = Json::parse(result.output);
     EXPECT_EQ(json[0]["status"], "restored");
     EXPECT_EQ(json[1]["failures"], Json::array({"/b/1: gone", "/b/2: no room"}));
