@@ -7,8 +7,10 @@
 
 #include <QDBusArgument>
 #include <QDBusMetaType>
+#include <functional>
 #include <gtest/gtest.h>
 #include <unistd.h>
+#include <utility>
 
 namespace kelvane {
 namespace {
@@ -200,9 +202,12 @@ protected:
         calls += call.member().toStdString() + ' ';
         if (call.member() != "CheckAuthorization")
             return call.createReply();
+        const bool isGiven = isAuthorized;
+        if (const auto happen = std::exchange(meanwhile, {}))
+            happen();
         QDBusArgument result;
         result.beginStructure();
-        result << isAuthorized << false
+        result << isGiven << false
                << QMap<QString, QString>{{"polkit.temporary_authorization_id", "tmpauthz7"}};
         result.endStructure();
         return call.createReply(QVariant::fromValue(result));
@@ -220,6 +225,7 @@ protected:
     static void SetUpTestSuite() { qDBusRegisterMetaType<QMap<QString, QString>>(); }
 
     bool isAuthorized = true;
+    std::function<void()> meanwhile; // once, before the next answer is sent
     std::string calls;
     tests::FakeService service{"org.freedesktop.PolicyKit1",
                                [this](const auto& call) { return answer(call); }};
@@ -245,6 +251,16 @@ TEST_F(TemporaryAuthority, IsFollowedUntilTheUserLocks) {
     lookUp(); // and this one after what the change has done
     EXPECT_EQ(calls, callsBefore + "EnumerateActions EnumerateActions ");
     EXPECT_EQ(authorization.state(), Authorization::State::Locked);
+}
+
+TEST_F(TemporaryAuthority, IsAskedAgainWhenItChangesWhileItIsAsked) {
+    meanwhile = [this] {
+        isAuthorized = false;
+        change();
+    };
+    authorization.setDelegate(&heard);
+    authorization.startUpdating();
+    EXPECT_TRUE(tests::runUntil([&] { return heard.words == "authorized deauthorized "; })) << heard.words;
 }
 
 } // namespace
