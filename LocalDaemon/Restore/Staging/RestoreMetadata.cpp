@@ -24,6 +24,7 @@ namespace {
 constexpr mode_t allBits = 07777;
 constexpr std::size_t largestAttribute = 65536; // as large as the system allows
 constexpr unsigned groupShift = 3;              // from everybody's bits to the group's
+constexpr unsigned ownerShift = 6;              // and to the owner's
 constexpr const char* capability = "security.capability";
 constexpr const char* accessAcl = "system.posix_acl_access";
 
@@ -138,13 +139,21 @@ std::string setSavedTime(int folder, const std::string& name, FileTime modified)
 }
 
 mode_t modeFor(const SavedAccess& saved, const struct stat& now) {
-    mode_t mode = saved.mode & allBits;
+    mode_t mode = saved.mode & allBits & ~mode_t{S_IRWXG | S_IRWXO};
+    mode_t group = (saved.mode & S_IRWXG) >> groupShift;
+    mode_t others = saved.mode & S_IRWXO;
+    const bool isOwners = now.st_uid == saved.user;
     const bool isGroups = now.st_gid == saved.group;
-    if (now.st_uid != saved.user || !isGroups)
-        mode &= ~static_cast<mode_t>(S_ISUID | S_ISGID);
+    if (!isOwners || !isGroups)
+        mode &= ~mode_t{S_ISUID | S_ISGID};
+    // Whoever was the owner, or in the group, counts among the others now.
     if (!isGroups)
-        mode &= ~static_cast<mode_t>(S_IRWXG) | ((mode & S_IRWXO) << groupShift);
-    return mode;
+        group = others &= group;
+    if (!isOwners) {
+        group &= saved.mode >> ownerShift;
+        others &= saved.mode >> ownerShift;
+    }
+    return mode | (group << groupShift) | others;
 }
 
 FolderMetadata::FolderMetadata(int folder, const SavedAccess& access, FileTime modified)

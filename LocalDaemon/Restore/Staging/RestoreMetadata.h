@@ -14,8 +14,8 @@ struct SavedAccess {
     mode_t mode = 0;
 };
 
-// A saved mode for something that may have another owner now: it gives nobody more than was saved. A program
-// does not run as somebody it was not meant for, and another group may do what everybody may.
+// A saved mode for something that may have another owner or group now: it gives nobody more than was saved. A
+// program does not run as somebody it was not meant for, and another group may do what everybody may.
 [[nodiscard]] mode_t modeFor(const SavedAccess& saved, const struct stat& now);
 
 // An ACL, or what a folder passes on of one.
