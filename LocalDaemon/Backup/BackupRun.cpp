@@ -209,8 +209,13 @@ void BackupRun::takeErrorLine(std::string_view text) {
 
 // A file that is deleted during the backup is no trouble: there is nothing left to read.
 void BackupRun::takeUnread(const BackupLine& error) {
-    if (error.path.empty() || error.isDeleted)
+    if (error.path.empty())
         return;
+    if (error.isDeleted) {
+        if (result_.gone.size() < mostUnread)
+            result_.gone.push_back(error.path);
+        return;
+    }
     hasUnreasonedError_ = hasUnreasonedError_ || error.hasNoReason;
     for (const std::string& path : unreadOnDisk(error.path))
         if (result_.unread.size() < mostUnread && toldUnread_.insert(path).second) // it may tell it twice

@@ -36,6 +36,7 @@ public:
         ResticOutcome outcome;
         std::string snapshotId;          // or its beginning
         std::vector<std::string> unread; // paths that could not be read, `mostUnread` at most
+        std::vector<std::string> gone;   // paths that went meanwhile, as many at most
     };
 
     BackupRun(DaemonState& state, const Repository& repository);

@@ -104,7 +104,7 @@ private:
         std::set<std::string, std::less<>> absent;
     };
     [[nodiscard]] ResticOutcome takeMade(const Part& part, Before before, IndexKeeper::Made made,
-                                         std::vector<std::string> unread, const StopSignal& stop);
+                                         BackupRun::Result result, const StopSignal& stop);
     void describe(BackupRun::Wanted& wanted, const BackupIndex& index, const Part& part,
                   bool isIncomplete) const;
     [[nodiscard]] bool prepareRepair(const StopSignal& stop);

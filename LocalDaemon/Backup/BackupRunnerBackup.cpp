@@ -16,6 +16,7 @@
 #include <cerrno>
 #include <ctime>
 #include <fcntl.h>
+#include <iterator>
 #include <set>
 #include <sys/stat.h>
 #include <thread>
@@ -187,18 +188,22 @@ ResticOutcome BackupRunner::backUp(const Part& part, const StopSignal& stop) {
     KelvaneSystemLog("Backed up%@; snapshot %@, %llu bytes were waiting.",
                      part.path == everything ? "" : ": " + part.path, result.snapshotId, waiting.bytes);
     made.id = result.snapshotId;
-    return takeMade(part, std::move(before), std::move(made), std::move(result.unread), stop);
+    return takeMade(part, std::move(before), std::move(made), std::move(result), stop);
 }
 
 ResticOutcome BackupRunner::takeMade(const Part& part, Before before, IndexKeeper::Made made,
-                                     std::vector<std::string> unread, const StopSignal& stop) {
-    const std::vector<std::string> saved = savedAmong(*keeper_->index(), unread);
+                                     BackupRun::Result result, const StopSignal& stop) {
+    const std::vector<std::string> saved = savedAmong(*keeper_->index(), result.unread);
     made.lacks.insert(made.lacks.end(), saved.begin(), saved.end());
-    const bool areMoreUnread = unread.size() >= BackupRun::mostUnread; // perhaps
-    noteUnread(std::move(unread), !part.isWhole(), before.changes);
+    const bool areMore =
+        std::max(result.unread.size(), result.gone.size()) >= BackupRun::mostUnread; // perhaps
+    noteUnread(std::move(result.unread), !part.isWhole(), before.changes);
     const bool haveSameDisks = options_.lookForDisks() == before.mounts; // one may have gone meanwhile
     before.absent.merge(state_->absentInBackup());
-    complete(made, before.absent, part.path == everything && haveSameDisks && !areMoreUnread);
+    complete(made, before.absent, part.path == everything && haveSameDisks && !areMore);
+    // It may have been renamed, to where restic had been already. The next snapshot tells.
+    if (!made.isPartial || !made.lacks.empty())
+        std::ranges::move(savedAmong(*keeper_->index(), result.gone), std::back_inserter(made.lacks));
     ResticOutcome outcome = keeper_->add(made, stop);
     if (!outcome.succeeded())
         return outcome;

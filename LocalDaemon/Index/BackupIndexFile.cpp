@@ -9,7 +9,17 @@ namespace kelvane {
 namespace {
 
 constexpr std::string_view mark = "kelvane index 3\n";
-constexpr std::uint8_t partialWithPaths = 2; // what it lacks follows; 1: partial, 0: complete
+// What a snapshot is; the paths that it lacks follow or not.
+constexpr std::uint8_t completeWithoutPaths = 0;
+constexpr std::uint8_t partialWithPaths = 2;
+constexpr std::uint8_t partialWithoutPaths = 1;
+constexpr std::uint8_t completeWithPaths = 3;
+
+std::uint8_t kindOf(const Snapshot& snapshot) {
+    if (snapshot.lacks.empty())
+        return snapshot.isPartial ? partialWithoutPaths : completeWithoutPaths;
+    return snapshot.isPartial ? partialWithPaths : completeWithPaths;
+}
 
 std::uint64_t checksumOf(std::span<const std::uint8_t> bytes) {
     std::uint64_t hash = 14695981039346656037U; // FNV-1a
@@ -126,10 +136,9 @@ std::vector<std::uint8_t> BackupIndex::encoded() const {
         writer.number(number);
         writer.text(snapshot.id);
         writer.number(snapshot.time);
-        writer.number(snapshot.isPartial && !snapshot.lacks.empty() ? partialWithPaths
-                                                                    : std::uint8_t{snapshot.isPartial});
+        writer.number(kindOf(snapshot));
         writer.number(snapshot.sequence);
-        if (!snapshot.isPartial || snapshot.lacks.empty())
+        if (snapshot.lacks.empty())
             continue;
         writer.number(static_cast<std::uint32_t>(snapshot.lacks.size()));
         for (const std::string& path : snapshot.lacks)
@@ -158,15 +167,15 @@ std::optional<BackupIndex> BackupIndex::decoded(std::span<const std::uint8_t> by
     for (; snapshotCount > 0 && reader.isWhole(); --snapshotCount) {
         std::uint32_t number = 0;
         Snapshot snapshot;
-        std::uint8_t isPartial = 0;
+        std::uint8_t kind = 0;
         reader.number(number);
         snapshot.id = reader.text();
         reader.number(snapshot.time);
-        reader.number(isPartial);
+        reader.number(kind);
         reader.number(snapshot.sequence);
-        snapshot.isPartial = isPartial != 0;
+        snapshot.isPartial = kind == partialWithoutPaths || kind == partialWithPaths;
         std::uint32_t lackCount = 0;
-        if (isPartial == partialWithPaths)
+        if (kind == partialWithPaths || kind == completeWithPaths)
             reader.number(lackCount);
         for (; lackCount > 0 && reader.isWhole(); --lackCount)
             snapshot.lacks.emplace_back(reader.text());

@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <iterator>
 
 namespace kelvane {
 namespace {
@@ -136,7 +137,7 @@ ResticOutcome IndexKeeper::add(Made made, const StopSignal& stop) {
     contents.snapshot.isPartial = made.isPartial;
     contents.snapshot.lacks = made.lacks;
     if (made.began)
-        takeLate(contents.items, made);
+        takeLate(contents, made);
     reportOrder(contents.snapshot);
     newestSequence_ = std::max(newestSequence_, contents.snapshot.sequence);
     BackupIndex next =
@@ -149,8 +150,12 @@ ResticOutcome IndexKeeper::add(Made made, const StopSignal& stop) {
     return {};
 }
 
-void IndexKeeper::takeLate(std::vector<SnapshotItem>& items, const Made& made) const {
-    if (const std::size_t late = takeLateChanges(items, *index_, *made.began, made.readAgain); late != 0)
+void IndexKeeper::takeLate(Repository::Contents& contents, const Made& made) const {
+    Snapshot& snapshot = contents.snapshot;
+    if (!snapshot.isPartial || !snapshot.lacks.empty())
+        std::ranges::move(goneLate(contents.items, *index_, *made.began), std::back_inserter(snapshot.lacks));
+    if (const std::size_t late = takeLateChanges(contents.items, *index_, *made.began, made.readAgain);
+        late != 0)
         KelvaneSystemLog("%llu files changed while they were backed up; the next backup reads them again.",
                          late);
 }

@@ -91,7 +91,7 @@ private:
 
     void noteVanished(const Repository::Listing& listing, const std::string& repositoryId);
     [[nodiscard]] ResticOutcome takeBackVanished(const StopSignal& stop);
-    void takeLate(std::vector<SnapshotItem>& items, const Made& made) const;
+    void takeLate(Repository::Contents& contents, const Made& made) const;
     [[nodiscard]] std::uint64_t nextSequence() const;
     void useRepository(const std::string& id);
     [[nodiscard]] Repository::Listing snapshots(const StopSignal& stop) const;

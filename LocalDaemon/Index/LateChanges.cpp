@@ -1,12 +1,15 @@
 #include "LocalDaemon/Index/LateChanges.h"
 
+#include "Foundation/CleanPath.h"
 #include "Platform/FileDescriptor.h"
 
 #include <array>
 #include <ctime>
 #include <fcntl.h>
 #include <set>
+#include <string_view>
 #include <sys/stat.h>
+#include <unordered_set>
 
 namespace kelvane {
 namespace {
@@ -19,6 +22,12 @@ bool isLate(const SnapshotItem& item, FileTime begin, FileTime end) {
     const bool isCoarse = item.changed.nanoseconds() == 0;
     return item.changed.seconds() <= end.seconds() + coarseTick &&
            (isCoarse ? item.changed.seconds() + coarseTick >= begin.seconds() : item.changed >= begin);
+}
+
+FileTime currentTime() {
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    return FileTime(now);
 }
 
 // Whether a file looks as it was saved.
@@ -56,13 +65,12 @@ std::size_t takeLateChanges(std::vector<SnapshotItem>& items, const BackupIndex&
     });
     for (const std::string& path : readAgain)
         uncertain.erase(path);
-    timespec now{};
-    ::clock_gettime(CLOCK_REALTIME, &now);
+    const FileTime now = currentTime();
     std::size_t late = 0;
     for (SnapshotItem& item : items) {
         if (item.kind != ItemKind::File)
             continue;
-        const bool isLateNow = isLate(item, begin, FileTime(now));
+        const bool isLateNow = isLate(item, begin, now);
         late += isLateNow ? 1U : 0U;
         const bool isSameAsBefore =
             uncertain.contains(item.path) && before.find(item.path)->changed == asUncertain(item.changed);
@@ -70,6 +78,30 @@ std::size_t takeLateChanges(std::vector<SnapshotItem>& items, const BackupIndex&
             item.changed = asUncertain(item.changed);
     }
     return late;
+}
+
+std::vector<std::string> goneLate(const std::vector<SnapshotItem>& items, const BackupIndex& before,
+                                  FileTime begin) {
+    const FileTime now = currentTime();
+    std::unordered_set<std::string_view> folders; // that changed late
+    for (const SnapshotItem& item : items)
+        if (item.kind == ItemKind::Folder && isLate(item, begin, now))
+            folders.insert(item.path);
+    std::unordered_set<std::string_view> present; // in these
+    for (const SnapshotItem& item : items)
+        if (folders.contains(folderOf(item.path)))
+            present.insert(item.path);
+    std::vector<std::string> gone;
+    for (const std::string_view folder : folders) {
+        const BackupIndex::Item* const saved = before.find(folder);
+        if (!saved || saved->snapshot == 0)
+            continue;
+        for (const BackupIndex::Item& child : before.children(*saved))
+            if (std::string path = before.pathOf(child);
+                child.snapshot >= saved->snapshot && !present.contains(path))
+                gone.push_back(std::move(path));
+    }
+    return gone;
 }
 
 std::vector<std::string> uncertainFiles(const BackupIndex& index) {

@@ -20,6 +20,11 @@ namespace kelvane {
 std::size_t takeLateChanges(std::vector<SnapshotItem>& items, const BackupIndex& before, FileTime begin,
                             const std::vector<std::string>& readAgain);
 
+// What was in a folder before and is not in the snapshot, whose folder changed after the backup had begun. It
+// may not have been deleted but moved into a folder that had been read by then.
+[[nodiscard]] std::vector<std::string> goneLate(const std::vector<SnapshotItem>& items,
+                                                const BackupIndex& before, FileTime begin);
+
 // The files that look as they did when they became uncertain. A snapshot without them has to be the parent of
 // the next, so that restic reads them. Blocks on the disk.
 [[nodiscard]] std::vector<std::string> uncertainFiles(const BackupIndex& index);

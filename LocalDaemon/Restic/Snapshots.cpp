@@ -87,7 +87,7 @@ bool Snapshot::tellsOf(std::string_view path) const {
     const auto concerns = [path](const std::string& lacked) {
         return isAtOrBelow(path, lacked) || isAtOrBelow(lacked, path);
     };
-    return !isPartial || (!lacks.empty() && std::ranges::none_of(lacks, concerns));
+    return lacks.empty() ? !isPartial : std::ranges::none_of(lacks, concerns);
 }
 
 std::vector<Snapshot> inOrderOfCreation(std::vector<Snapshot> snapshots) {

@@ -22,7 +22,8 @@ struct Snapshot {
     // Counts up with each snapshot that this computer makes; 0: it was made before they were counted.
     std::uint64_t sequence = 0;
     std::string parent = {}; // the id of the snapshot that it was compared with; empty: none, or not known
-    // The paths that a partial one lacks, with all below them, where it has everything else; empty: not
+    // The paths that it lacks, with all below them, without their having been deleted; of a complete one
+    // those that went while it was made, perhaps to a place that had been read. Empty of a partial one: not
     // known.
     std::vector<std::string> lacks = {};
     std::string tree = {}; // the id of its contents; empty: not known, as of those that the index keeps

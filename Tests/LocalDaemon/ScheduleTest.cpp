@@ -117,6 +117,36 @@ TEST_F(BackingUp, AFileThatIsDeletedMeanwhileIsNoTrouble) {
     }
 }
 
+// It may have been moved to where restic had been already.
+TEST_F(BackingUp, WhatGoesDuringABackupIsRestoredUntilTheNextOneLacksIt) {
+    for (const char* file : {"home/a/stays", "home/z/moved", "home/zz/renamed"})
+        folders.write(file, "1");
+    start({}, folders.program("cd '" + folders.path() +
+                              "'\n[ $1 = backup -a -e once ] || exec restic \"$@\"\nrm once\n"
+                              "mv home/z/moved moved\nmv home/zz renamed\nrestic \"$@\"\nstatus=$?\n"
+                              "mv moved home/a\nmv renamed home/aa\n"
+                              "echo '{\"message_type\":\"error\",\"error\":{\"Op\":\"lstat\",\"Err\":2},"
+                              "\"item\":\"" +
+                              in("zz") + "\"}' >&2\nexit $status\n"));
+    ASSERT_TRUE(comesToRest(3, 3));
+    folders.write("once", "");
+    pane->call<"setPriorityBackup:">("/");
+    ASSERT_TRUE(comesTo([&] { return repository().snapshots(StopSignal()).snapshots.size() == 2; }));
+    EXPECT_EQ(failuresOf(folders.home(), folders / "first"), "");
+    start();
+    EXPECT_EQ(failuresOf(folders.home(), folders / "back"), "");
+    for (const char* file : {"a/stays", "z/moved", "zz/renamed"})
+        EXPECT_EQ(folders.read(std::string("back/") + file), "1") << file;
+    folders.write("home/more", "22");
+    pane->call<"setPriorityBackup:">("/");
+    ASSERT_TRUE(comesToRest(6, 7)); // with what is kept
+    EXPECT_EQ(failuresOf(folders.home(), folders / "again"), "");
+    for (const char* file : {"a/stays", "a/moved", "aa/renamed"})
+        EXPECT_EQ(folders.read(std::string("again/") + file), "1") << file;
+    EXPECT_FALSE(std::filesystem::exists(folders / "again/z/moved"));
+    EXPECT_FALSE(std::filesystem::exists(folders / "again/zz"));
+}
+
 TEST_F(BackingUp, KeepsTheCredentialsOfItsPlaceOutOfTheLogAndTheState) {
     Recorded<std::string> lines;
     const LogSinkToken log = setLogSink([&](const LogEntry& entry) { lines.add(entry.line()); });
