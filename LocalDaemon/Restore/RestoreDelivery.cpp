@@ -2,6 +2,7 @@
 
 #include "Foundation/CleanPath.h"
 #include "Foundation/PathComponents.h"
+#include "LocalDaemon/Restore/Staging/NameClashes.h"
 #include "LocalDaemon/Restore/Staging/RestoreAccess.h"
 
 #include <algorithm>

@@ -105,7 +105,7 @@ TEST_F(BackingUp, AsksBeforeManyFilesThatDisappearedAreForgotten) {
 }
 
 TEST_F(BackingUp, RestoresWhatAnOlderSnapshotHoldsWhenSomebodyHasRemovedTheNewer) {
-    const auto saves = [&](unsigned count, std::uint64_t bytes) {
+    const auto saves = [&](int count, int bytes) {
         pane->call<"setPriorityBackup:">("/");
         return comesToRest(count, bytes);
     };
@@ -114,18 +114,19 @@ TEST_F(BackingUp, RestoresWhatAnOlderSnapshotHoldsWhenSomebodyHasRemovedTheNewer
     start();
     ASSERT_TRUE(comesToRest(2, 5));
     fs::remove(in("again"));
-    ASSERT_TRUE(saves(1, 1));
-    folders.write("home/again", "666666");
     folders.write("home/b", "22");
-    ASSERT_TRUE(saves(3, 9));
+    ASSERT_TRUE(saves(3, 7)); // with what is kept
+    folders.write("home/again", "666666");
+    folders.write("home/c", "333");
+    ASSERT_TRUE(saves(4, 12));
     const auto made = repository().snapshots(StopSignal()).snapshots;
     ASSERT_EQ(made.size(), 3U);
     ASSERT_TRUE(repository().forget({made.back().id}, StopSignal()).succeeded());
     const std::string hasGone = ": the snapshot that holds it is not in the backup any more\n";
-    EXPECT_EQ(failuresOf(folders.home(), folders / "back"), in("again") + hasGone + in("b") + hasGone);
+    EXPECT_EQ(failuresOf(folders.home(), folders / "back"), in("again") + hasGone + in("c") + hasGone);
     EXPECT_EQ(folders.read("back/a"), "1");
     EXPECT_FALSE(fs::exists(folders / "back/again"));
-    EXPECT_EQ(failuresOf(in("b"), folders / "other"), in("b") + ": it is not in the backup\n");
+    EXPECT_EQ(failuresOf(in("c"), folders / "other"), in("c") + ": it is not in the backup\n");
     EXPECT_EQ(failuresOf(in("again"), folders / "other"), "");
     EXPECT_EQ(folders.read("other"), "4444");
 }
@@ -134,6 +135,7 @@ TEST_F(BackingUp, RestoresWhatAnOlderSnapshotHoldsWhenSomebodyHasRemovedTheNewer
 TEST_F(BackingUp, TakesAnAnswerHoweverLongItIsAndNoneForNone) {
     RepositoryPlace place;
     place.program = folders / "restic";
+    place.passwordFile = folders / "password";
     const Repository repository(std::make_shared<const Restic>(place), 7);
     const auto answer = [&](const std::string& text) {
         folders.program("cat '" + folders.write("answer", text) + "'\n");

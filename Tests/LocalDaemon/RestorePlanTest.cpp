@@ -2,8 +2,9 @@
 #include "LocalDaemon/Restore/HardLinks.h"
 #include "LocalDaemon/Restore/RestoreArrival.h"
 #include "LocalDaemon/Restore/SavedNodes.h"
+#include "LocalDaemon/Restore/Staging/RestoreMetadata.h"
 #include "LocalDaemon/Restore/Staging/RestoreStaging.h"
-#include "Tests/Harness/TemporaryFolder.h"
+#include "Tests/Harness/AsNobody.h"
 
 #include <chrono>
 #include <filesystem>
@@ -135,6 +136,22 @@ TEST(SavedNodes, ReadsNamesAsTreesHaveThem) {
     EXPECT_EQ(nameInTree(R"(a\"\\\n\xff\u00a0\U0001f600\)"), "a\"\\\n\xff\u00a0\U0001f600\\");
 }
 
+TEST(RestoreMetadata, AModeGivesNobodyMoreThanWasSaved) {
+    const struct {
+        mode_t saved;
+        bool hasItsOwner;
+        bool hasItsGroup;
+        mode_t given;
+    } cases[] = {{04754, true, true, 04754}, {04754, false, true, 0754}, {02754, true, false, 0744},
+                 {0674, true, false, 0644},  {0604, true, false, 0600},  {0467, false, true, 0444}};
+    for (const auto& [saved, hasItsOwner, hasItsGroup, given] : cases) {
+        struct stat now {};
+        now.st_uid = hasItsOwner ? 1 : 3;
+        now.st_gid = hasItsGroup ? 2 : 3;
+        EXPECT_EQ(modeFor({1, 2, saved}, now), given) << std::oct << saved;
+    }
+}
+
 TEST(RestoreStaging, StandsBesideThePlaceOrInTheFolderThatIsThere) {
     const tests::TemporaryFolder folder;
     folder.write("there/file", "");
@@ -153,6 +170,9 @@ TEST(RestoreStaging, StandsBesideThePlaceOrInTheFolderThatIsThere) {
         EXPECT_EQ(found.folder, place.empty() ? folder.path() : folder / place) << target;
     }
     EXPECT_EQ(stagingPlaceFor(folder / "there/file/below", false).kind, StagingPlace::Kind::Nowhere);
+    std::filesystem::permissions(folder / "there", std::filesystem::perms(0555));
+    const tests::AsNobody nobody(folder);
+    EXPECT_NE(stagingPlaceFor(folder / "there", true).folder, folder / "there");
 }
 
 } // namespace

@@ -255,6 +255,11 @@ TEST_F(RetentionRecordTest, HoldsWhatDisappearedUntilItIsGivenUp) {
     turns.setRepository("r");
     EXPECT_TRUE(turns.isIncomplete(1));
     EXPECT_FALSE(turns.isIncomplete(2));
+    pass(day);
+    RetentionRecord later = record();
+    later.setRepository("s");
+    EXPECT_EQ(later.limits(std::chrono::days(30)).made,
+              (decltype(RetentionLimits::made){{4, clock.wall - day}}));
 }
 
 TEST(ResticProcesses, KnowWhoseALockIs) {

@@ -87,7 +87,7 @@ TEST(ChildProgram, SaysHowOneEndsThatDoesNotRunToItsEnd) {
     ChildProgram cutOff = shell("trap '' INT; echo; while true; do sleep 1; done");
     cutOff.whyOutOfReach = [](pid_t) { return std::string("the share is silent"); };
     cutOff.lookInterval = 50ms;
-    const TemporaryFolder folder;
+    const tests::TemporaryFolder folder;
     ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
     ChildProgram opening = shell("read line < '" + folder / "pipe" + "'");
     opening.whyOutOfReach = [](pid_t id) { return std::string(isOpeningPipe(id) ? "it opens a pipe" : ""); };

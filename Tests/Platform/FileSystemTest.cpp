@@ -252,6 +252,10 @@ TEST(MountTable, OfThisMachineIsReadOnceUntilAMountChanges) {
     EXPECT_EQ(first->bootVolume().mountPoint, "/");
     EXPECT_FALSE(first->bootVolume().name.empty());
     EXPECT_EQ(mounted.current(), first);
+    for (const auto& [folder, isAround] : {std::pair("/", true), std::pair("/proc", false)}) {
+        const std::vector<std::string> points = mountPointsBelow(folder);
+        EXPECT_EQ(std::ranges::find(points, "/proc") != points.end(), isAround) << folder;
+    }
 }
 
 } // namespace

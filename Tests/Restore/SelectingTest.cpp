@@ -147,10 +147,11 @@ TEST_F(SelectingTest, OpensTheInfoWindowAndTheAssistant) {
     for (std::size_t time = 0; const auto& event : events) {
         event();
         ++time;
-        click("restoreAssistantButton");
-        click("restoreAssistantButton");
-        EXPECT_TRUE(daemon.waitForCalls("showRestoreWizard", 2 * time));
-        EXPECT_EQ(daemon.callCount("setStateHandler"), time);
+        for (const std::size_t click : {2 * time - 1, 2 * time}) {
+            this->click("restoreAssistantButton");
+            EXPECT_TRUE(daemon.waitForCalls("showRestoreWizard", click));
+            EXPECT_EQ(daemon.callCount("setStateHandler"), time);
+        }
     }
 }
 

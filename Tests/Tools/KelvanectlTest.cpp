@@ -106,6 +106,7 @@ TEST_F(Kelvanectl, WrongUsageIsRefusedInALineBeforeAnythingIsSent) {
         {{"call", "addFilesToBackup:", "[1,"}, "argument 1: line 1, column 3"},
         {{"exclude", "add", "/home", "/.."}, "a whole volume cannot be excluded"},
         {{"include", "add"}, "PATH is required"},
+        {{"watch", "nonsense"}, "nonsense"},
         {{"decode", folder_ / "nothing"}, "nothing: No such file"}};
     for (const auto& [words, reason] : cases)
         expectFailure(run(words), 2, reason);
