@@ -24,8 +24,8 @@ struct Configuration {
     // star.
     std::vector<std::string> policy;
     std::vector<std::string> volumes = {}; // further folders that automatic mode backs up
-    RepositoryPlace repository = {};   // an empty location: the one that was given makes no sense
-    std::chrono::minutes interval{15}; // from the end of a backup to the next one
+    RepositoryPlace repository = {};       // an empty location: the one that was given makes no sense
+    std::chrono::minutes interval{15};     // from the end of a backup to the next one
     // For so long the backup keeps what has gone from the disk or from the selection.
     std::chrono::days keep{30};
     // What a backup itself changes, and which would never be backed up as it is: left out as by the policy.

@@ -1,0 +1,150 @@
+// What a verification of the backup finds, and what is done about it.
+
+#include "Tests/LocalDaemon/BackingUpTest.h"
+
+#include "Foundation/Format.h"
+#include "Foundation/Unicode.h"
+#include "Tests/Harness/EnvironmentVariable.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <vector>
+
+namespace kelvane::tests {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+TEST_F(BackingUp, StoresAgainWhatTheRepositoryHasLostAndTakesInWhatComesBack) {
+    std::string noise(50000, ' '); // so that its pack is the largest
+    std::ranges::generate(noise,
+                          [random = std::minstd_rand()]() mutable { return static_cast<char>(random()); });
+    const std::string gone = "gone \xFF";
+    folders.write("home/here", noise);
+    folders.write("home/" + gone, std::string(40000, 'g'));
+    const tests::EnvironmentVariable foreign("RESTIC_KEY_HINT", "0000"); // for a repository of the person's
+    start();
+    ASSERT_TRUE(comesToRest(2, 90000));
+    const Array files{in("here"), in(textFromPath(gone))};
+    const fs::path data = folders / "repository/data";
+    const auto packs = [&] {
+        std::vector<fs::path> found;
+        for (const auto& entry : fs::recursive_directory_iterator(data))
+            if (entry.is_regular_file())
+                found.push_back(entry.path());
+        return found;
+    };
+    const auto largest = [&] {
+        return std::ranges::max(packs(), {}, [](const auto& each) { return fs::file_size(each); });
+    };
+    const auto damageLargest = [&] {
+        const fs::path pack = largest();
+        fs::permissions(pack, fs::perms::owner_all);
+        std::fstream(pack, std::ios::in | std::ios::out | std::ios::binary).seekp(30) << "damage";
+        return folders / ("repository/damaged/" + pack.filename().native());
+    };
+    const auto verify = [&] {
+        EXPECT_EQ(pane->call<"verify">(), "");
+        EXPECT_FALSE(pane->state("verificationProgress").isAbsent());
+        return comesTo([&] { return pane->state("verificationProgress").isAbsent(); });
+    };
+
+    // Only reading finds it. Nobody is asked, for all that the pack holds is on the disk as it was saved.
+    std::string aside = damageLargest();
+    ASSERT_TRUE(verify());
+    EXPECT_TRUE(comesTo([&] { return fs::exists(aside) && pane->state("isBackupDamaged") == false; }));
+    EXPECT_TRUE(comesTo([&] { return colors(files) == Array{green, green}; }));
+
+    // An unplugged disk that comes back.
+    fs::remove(in(gone));
+    ASSERT_TRUE(comesTo([&] { return colors(files) == Array{green, blue}; }));
+    fs::rename(data, folders / "away");
+    fs::create_directory(data);
+    for (unsigned number = 0; number < 256; ++number)
+        fs::create_directory(data / formatText("%02x", number));
+    ASSERT_TRUE(verify());
+    EXPECT_EQ(pane->state("isBackupDamaged"), true) << pane->state("lastVerification").description();
+    EXPECT_TRUE(comesTo([&] { return colors(files) == Array{green, none}; }));
+    EXPECT_TRUE(comesTo([&] { return pane->state("damagedFileCount") == 1U; }));
+    const auto saysWhatIsLost = [&] {
+        const Array alerts = pane->state("alerts").array();
+        const Value alert = alerts.empty() ? Value() : alerts.front();
+        return alert["id"] == "backup_damaged" &&
+               alert["text"].stringValue().ends_with("cannot be restored:\n" + in(textFromPath(gone)));
+    };
+    EXPECT_TRUE(saysWhatIsLost()) << pane->state("alerts").description();
+    start({}, "/bin/false"); // what was known is known before anything can be checked
+    EXPECT_TRUE(saysWhatIsLost());
+    EXPECT_EQ(pane->state("damagedFileCount"), 1U);
+    start();
+
+    // Part of what the pack holds may be in a snapshot that nobody can read, so a person is asked.
+    aside = damageLargest();
+    ASSERT_TRUE(verify());
+    EXPECT_TRUE(comesTo([&] { return colors(files) == Array{yellow, none}; }));
+    EXPECT_FALSE(fs::exists(aside));
+    EXPECT_EQ(pane->call<"performAlertAction:ofAlert:">("store-again:", "backup_damaged"), "");
+    EXPECT_TRUE(comesTo([&] { return colors(files) == Array{green, none}; }));
+    EXPECT_TRUE(fs::exists(aside));
+
+    fs::copy(folders / "away", data, fs::copy_options::recursive | fs::copy_options::skip_existing);
+    ASSERT_TRUE(verify());
+    EXPECT_TRUE(comesTo([&] { return colors(files) == Array{green, blue}; }));
+    EXPECT_EQ(pane->state("isBackupDamaged"), false);
+    EXPECT_EQ(failuresOf(in(textFromPath(gone)), folders / "back"), "");
+    EXPECT_EQ(folders.read("back"), std::string(40000, 'g'));
+
+    // Another program's snapshot needs the pack as well.
+    Restic::Call other;
+    other.arguments = {"backup", "--tag", "other", in("here")};
+    ASSERT_TRUE(repository().restic().run(other, StopSignal()).succeeded());
+    aside = damageLargest();
+    ASSERT_TRUE(verify());
+    EXPECT_TRUE(comesTo([&] { return colors(files) == Array{yellow, none}; }));
+    EXPECT_TRUE(alertOf("backup_damaged")["actions"].array().empty());
+    EXPECT_FALSE(fs::exists(aside));
+}
+
+TEST_F(BackingUp, ReadsTheDataPartByPartAlsoWithoutAnOrder) {
+    folders.write("home/file", "12345");
+    adjust = [](LocalDaemon::Options& options) { options.verification = {{}, 2, 2s}; };
+    start({},
+          folders.program("[ $1 = check ] && nice > " + (folders / "priority") + "\nexec restic \"$@\"\n"));
+    ASSERT_TRUE(comesToRest(1, 5));
+    for (const auto& entry : fs::recursive_directory_iterator(folders / "repository/data"))
+        if (entry.is_regular_file()) {
+            fs::permissions(entry, fs::perms::owner_all);
+            std::fstream(entry.path(), std::ios::in | std::ios::out | std::ios::binary).seekp(3) << "damage";
+        }
+    EXPECT_TRUE(comesTo([&] {
+        return pane->state("isBackupDamaged") == true || fs::exists(folders / "repository/damaged");
+    }));
+    EXPECT_FALSE(pane->state("lastVerifiedDate").isAbsent());
+    EXPECT_EQ(folders.read("priority"), "19\n");
+}
+
+TEST_F(BackingUp, AnOrderedVerificationGoesOnWithThePartThatFailed) {
+    folders.write("home/file", "12345");
+    start({}, folders.program("all=$*; part=${all#*data-subset }; part=${part%% *}\n"
+                              "[ $part = 3/8 -a ! -e " +
+                              (folders / "failed") + " ] && echo > " + (folders / "failed") +
+                              " && exit 1\n[[ $part == */8 ]] && echo $part >> " + (folders / "read") +
+                              "\nexec restic \"$@\"\n"));
+    ASSERT_TRUE(comesToRest(1, 5));
+    const auto says = [&](const std::string& outcome) {
+        EXPECT_EQ(pane->call<"verify">(), "");
+        return comesTo([&] {
+            return pane->state("verificationProgress").isAbsent() &&
+                   pane->state("lastVerification").stringValue().find(outcome) != std::string::npos;
+        });
+    };
+    EXPECT_TRUE(says("Not verified"));
+    EXPECT_TRUE(says("everything was read")) << pane->state("lastVerification").description();
+    EXPECT_EQ(folders.read("read"), "1/8\n2/8\n3/8\n4/8\n5/8\n6/8\n7/8\n8/8\n");
+}
+
+} // namespace
+} // namespace kelvane::tests
