@@ -11,6 +11,7 @@
 #include "Platform/FileDescriptor.h"
 #include "Platform/MountTable.h"
 #include "Support/Logging.h"
+#include "Support/MessageLine.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -32,7 +33,7 @@ constexpr std::size_t mostNamed = 5; // in an alert
 std::string joined(const std::vector<std::string>& paths) {
     std::string text;
     for (std::size_t at = 0; at < std::min(paths.size(), mostNamed); ++at)
-        text += "\n" + textFromPath(paths[at]);
+        text += "\n" + messageLine(paths[at]);
     if (paths.size() > mostNamed)
         text += formatText("\nand %llu more, which the log names", paths.size() - mostNamed);
     return text;
@@ -252,7 +253,7 @@ void BackupRunner::describe(BackupRun::Wanted& wanted, const BackupIndex& index,
 
 void BackupRunner::reportUnread(const std::vector<std::string>& paths) {
     for (const std::string& path : paths)
-        KelvaneSystemLog("Not backed up: %@", path);
+        KelvaneSystemLog("Not backed up: %@", messageLine(path));
     if (paths.empty())
         return state_->withdrawAlert(unreadAlert);
     state_->raiseAlert({unreadAlert, "warning", "Some files are not backed up.",
