@@ -11,6 +11,8 @@
 namespace kelvane {
 namespace {
 
+constexpr const char* refusedAlert = "rule_refused";
+
 bool isMountPoint(const Volumes& volumes, const std::string& path) {
     return std::ranges::find(volumes.all(), path, &Volume::mountPoint) != volumes.all().end();
 }
@@ -88,9 +90,15 @@ void setAutomaticMode(DaemonState& state, bool isAutomatic) {
 }
 
 void markFiles(DaemonState& state, const FileSystem& fileSystem, const Array& paths, PathRules::Mark mark) {
-    if (const std::uint32_t error = errorOfMarking(state, fileSystem, paths, mark))
-        KelvaneSystemLog("What is backed up stays as it is (%@): %@",
-                         std::generic_category().message(static_cast<int>(error)), Value(paths));
+    const std::uint32_t error = errorOfMarking(state, fileSystem, paths, mark);
+    if (error == 0)
+        return state.withdrawAlert(refusedAlert);
+    const std::string reason = std::generic_category().message(static_cast<int>(error));
+    KelvaneSystemLog("What is backed up stays as it is (%@): %@", reason, Value(paths));
+    // The call has no answer that could say so.
+    if (error == ENOSPC)
+        state.raiseAlert({refusedAlert, "error", "What is backed up stays as it is.",
+                          "There are too many rules to keep one more. Remove some of them first."});
 }
 
 } // namespace kelvane

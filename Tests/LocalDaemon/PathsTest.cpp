@@ -130,6 +130,12 @@ TEST_F(Paths, FollowTheExclusions) {
     EXPECT_EQ(colors({in("c"), in("c/missing")}), (Array{1, 0}));
     folders.write("home/c/missing", "");
     EXPECT_EQ(colors({in("c"), in("c/missing")}), (Array{1, 1})) << "what is not there is not added";
+    pane.call<"addFileToBackup:">(in("c"));
+    for (int number = 0; number < 20; ++number) // a megabyte of rules
+        pane.call<"removeFileFromBackup:">(in("c/" + std::to_string(number) + std::string(60'000, 'x')));
+    EXPECT_EQ(pane.state("alerts").array().at(0)["id"], "rule_refused");
+    pane.call<"removeFileFromBackup:">(in("c/missing"));
+    EXPECT_EQ(pane.state("alerts"), Array());
 }
 
 TEST(NodeAnswers, ShowWhatTheIndexHasAndStayInTheFileSystemOfTheRule) {
