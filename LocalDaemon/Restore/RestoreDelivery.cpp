@@ -4,6 +4,7 @@
 #include "Foundation/PathComponents.h"
 #include "LocalDaemon/Restore/Staging/NameClashes.h"
 #include "LocalDaemon/Restore/Staging/RestoreAccess.h"
+#include "Platform/FileContents.h"
 
 #include <algorithm>
 #include <array>
@@ -60,12 +61,13 @@ std::string savedFolder(const std::string& path, const std::string& target, cons
 
 RestoreDelivery::RestoreDelivery(const BackupIndex& index, const StagingFolder& staging,
                                  const FileErrors& errors, RestoreJournal& journal, SavedNodes& nodes,
-                                 const StopSignal& stop)
+                                 std::string keyFile, const StopSignal& stop)
     : index_(index),
       staging_(staging),
       errors_(errors),
       journal_(journal),
       nodes_(nodes),
+      keyFile_(std::move(keyFile)),
       stop_(stop),
       hardLinks_(index, nodes) {
     for (const auto& [path, reason] : errors_.items) {
@@ -196,6 +198,9 @@ void RestoreDelivery::deliverFile(const Place& place) {
     if (reason.empty())
         reason = prepare(place, accessOf(place.item, lost));
     struct stat there {};
+    if (reason.empty() && replacesTheKey(place))
+        reason = "it is the key that the backup is read with, and another one was saved; restore it to "
+                 "another place";
     if (!reason.empty())
         return fail(place.path, reason);
     if (::fstatat(place.around, place.name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0 &&
@@ -208,6 +213,16 @@ void RestoreDelivery::deliverFile(const Place& place) {
         reason = errorText();
     if (!reason.empty() || !lost.empty())
         fail(place.path, reason.empty() ? lost : reason);
+}
+
+// Without the one in use nothing else could be restored.
+bool RestoreDelivery::replacesTheKey(const Place& place) const {
+    constexpr std::size_t longestKey = 4096;
+    if (place.target != keyFile_)
+        return false;
+    const FileReading inUse = readFile(keyFile_, longestKey);
+    const std::string staged = pathOfDescriptor(place.staged) + '/' + lastPathComponent(place.path);
+    return inUse.succeeded() && inUse.bytes != readFile(staged, longestKey).bytes;
 }
 
 std::string RestoreDelivery::faultOf(const Place& place) {
@@ -321,11 +336,13 @@ void RestoreDelivery::deliverFolder(const Place& place, bool isAlone) {
     if (!target)
         return fail(place.path, errno == ENOTDIR ? "something else than a folder stands at " + place.target
                                                  : place.target + ": " + errorText());
+    const bool isShared = shared_.contains(&place.item);
+    if (metadata && isShared)
+        reason = metadata->narrow(target.get());
     if (const AccessForOwner access(target.get(), place.target, journal_); !isAlone)
         deliverContents(place, staged.get(), target.get());
-    if (metadata)
-        reason = shared_.contains(&place.item) ? metadata->narrow(target.get())
-                                               : metadata->applyTo(target.get(), FolderMetadata::Use::Final);
+    if (metadata && !isShared)
+        reason = metadata->applyTo(target.get(), FolderMetadata::Use::Final);
     if (const std::string* const error = errors_.errorAt(place.path))
         reason = *error;
     if (!reason.empty() || !lost.empty())

@@ -28,7 +28,7 @@ namespace kelvane {
 class RestoreDelivery {
 public:
     RestoreDelivery(const BackupIndex& index, const StagingFolder& staging, const FileErrors& errors,
-                    RestoreJournal& journal, SavedNodes& nodes, const StopSignal& stop);
+                    RestoreJournal& journal, SavedNodes& nodes, std::string keyFile, const StopSignal& stop);
 
     // Of all that is to be delivered, before anything is: what has got another item's contents.
     void inspect(const std::vector<RestorePiece>& pieces);
@@ -81,6 +81,7 @@ private:
     // Empty, or why only the owner gets access to a file or folder.
     [[nodiscard]] std::string lostAccessRules(std::uint32_t snapshot, const std::string& path) const;
     [[nodiscard]] std::string completeAttributes(const Place& place) const;
+    [[nodiscard]] bool replacesTheKey(const Place& place) const;
     void fail(const std::string& path, const std::string& reason);
 
     const BackupIndex& index_;
@@ -88,6 +89,7 @@ private:
     const FileErrors& errors_;
     RestoreJournal& journal_; // of folders whose owner is given access
     SavedNodes& nodes_;
+    const std::string keyFile_; // of the repository in use
     const StopSignal& stop_;
     HardLinks hardLinks_;
     std::map<ino_t, std::string> errorsOfInodes_; // in the staging folder

@@ -71,8 +71,19 @@ void RestoreRun::addPiece(const RestorePiece& piece) {
         return groups_[place.folder].push_back(piece);
     if (place.kind == StagingPlace::Kind::Nowhere)
         return fail({piece}, place.reason);
+    narrow(piece);
     for (const BackupIndex::Item* const child : lastContents(*tools_.index, *piece.item))
         addPiece({piece.job, child, withSeparator(piece.target).append(tools_.index->nameOf(*child))});
+}
+
+void RestoreRun::narrow(const RestorePiece& folder) {
+    if (folder.item->snapshot == 0 || folder.target == tools_.index->pathOf(*folder.item))
+        return;
+    const FileDescriptor there = openFolder(folder.target);
+    const std::string reason =
+        there ? narrowMode(there.get(), {folder.item->uid, folder.item->gid, folder.item->mode}) : "";
+    if (!reason.empty())
+        fail({folder}, folder.target + " lets others in who must not see what comes into it: " + reason);
 }
 
 void RestoreRun::runGroup(const std::string& folder, const RestorePieces& pieces) {
@@ -93,6 +104,8 @@ void RestoreRun::runGroup(const std::string& folder, const RestorePieces& pieces
 
 // What replaces something leaves more room for the others.
 void RestoreRun::runPortions(const std::string& folder, RestorePortions parts) {
+    for (const RestorePiece& divided : parts.folders)
+        narrow(divided);
     std::vector<RestorePortion> waiting = std::move(parts.portions);
     for (std::size_t before = waiting.size() + 1; !waiting.empty() && waiting.size() < before;) {
         before = waiting.size();
@@ -116,6 +129,8 @@ void RestoreRun::runPortions(const std::string& folder, RestorePortions parts) {
 // Names of one inode together, as many of these as fit, and at last those that do not.
 RestorePieces RestoreRun::runWithoutRoom(const std::string& folder, const RestorePieces& pieces) {
     RestorePortions parts = divided(*tools_.index, pieces, 0);
+    for (const RestorePiece& divided : parts.folders)
+        narrow(divided);
     RestorePieces fitting;
     RestorePieces large;
     std::uint64_t wanted = 0; // by those that fit
@@ -222,7 +237,8 @@ void RestoreRun::deliver(const StagingFolder& staging, const FileErrors& errors,
     // A rename may reach the disk before what it names, or without it.
     if (const std::string failure = staging.sync(); !failure.empty())
         return fail(pieces, failure);
-    RestoreDelivery delivery(*tools_.index, staging, errors, tools_.journal, nodes_, tools_.stop);
+    RestoreDelivery delivery(*tools_.index, staging, errors, tools_.journal, nodes_,
+                             targetWithoutLinks(tools_.restic->place().passwordFile), tools_.stop);
     delivery.inspect(pieces);
     for (const RestorePiece& piece : pieces) {
         delivery.deliver(piece);

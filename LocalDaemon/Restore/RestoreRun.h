@@ -47,6 +47,9 @@ public:
 private:
     void addJob(std::size_t number, const RestoreJob& job);
     void addPiece(const RestorePiece& piece);
+    // A folder elsewhere than in its own place, before anything is put into it. Its ACL is heeded only when
+    // it is brought itself.
+    void narrow(const RestorePiece& folder);
     void runGroup(const std::string& folder, const RestorePieces& pieces);
     void runPortions(const std::string& folder, RestorePortions parts);
     // Returns the folders that are to come when what is in them has.

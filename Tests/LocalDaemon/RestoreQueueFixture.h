@@ -63,6 +63,11 @@ inline void setRule(const std::string& path, const char* kind, std::uint16_t rig
     ASSERT_EQ(::setxattr(path.c_str(), kind, &rules, sizeof rules, 0), 0);
 }
 
+inline mode_t modeOf(const std::string& path) {
+    struct stat status {};
+    return ::lstat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+}
+
 class RestoreQueueTest : public testing::Test {
 protected:
     void TearDown() override { queue_.reset(); }

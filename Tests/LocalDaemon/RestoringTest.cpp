@@ -35,11 +35,6 @@ std::string noise(std::size_t size) {
     return text;
 }
 
-mode_t modeOf(const std::string& path) {
-    struct stat status {};
-    return ::lstat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
-}
-
 TEST_F(RestoringTest, WhatADamagedPackHeldIsNamedAndReplacesNothing) {
     folder_.write("home/odd \xff/large", noise(1'600'000));
     folder_.write("home/odd \xff/: small\n", "whole");

@@ -186,17 +186,23 @@ std::string FolderMetadata::applyTo(int folder, Use use) const {
     return ::fstat(folder, &now) == 0 ? timeFault(now, modified_) : reasonText();
 }
 
-std::string FolderMetadata::narrow(int folder) const {
+std::string narrowMode(int folder, const SavedAccess& saved) {
     struct stat now {};
     if (::fstat(folder, &now) != 0)
         return reasonText();
-    mode_t others = modeFor(access_, now) & mode_t{S_IRWXG | S_IRWXO};
-    if (const auto acl = attributes_.find(accessAcl); acl != attributes_.end())
-        others &= commonRights(acl->second) | (commonRights(acl->second) << groupShift);
-    const mode_t left = now.st_mode & allBits & (others | ~mode_t{S_IRWXG | S_IRWXO});
+    const mode_t left = now.st_mode & allBits & (modeFor(saved, now) | ~mode_t{S_IRWXG | S_IRWXO});
     return left == (now.st_mode & allBits) || ::chmod(pathOfDescriptor(folder).c_str(), left) == 0
                ? ""
                : "its mode cannot be set: " + reasonText();
+}
+
+std::string FolderMetadata::narrow(int folder) const {
+    SavedAccess saved = access_;
+    if (const auto acl = attributes_.find(accessAcl); acl != attributes_.end()) {
+        const mode_t common = commonRights(acl->second);
+        saved.mode &= mode_t{S_IRWXU} | (common << groupShift) | common;
+    }
+    return narrowMode(folder, saved);
 }
 
 std::string FolderMetadata::replaceAttributes(const std::string& path) const {
