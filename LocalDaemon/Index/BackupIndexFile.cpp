@@ -11,8 +11,8 @@ namespace {
 constexpr std::string_view mark = "kelvane index 3\n";
 // What a snapshot is; the paths that it lacks follow or not.
 constexpr std::uint8_t completeWithoutPaths = 0;
-constexpr std::uint8_t partialWithPaths = 2;
 constexpr std::uint8_t partialWithoutPaths = 1;
+constexpr std::uint8_t partialWithPaths = 2;
 constexpr std::uint8_t completeWithPaths = 3;
 
 std::uint8_t kindOf(const Snapshot& snapshot) {

@@ -86,6 +86,13 @@ void RestoreRun::narrow(const RestorePiece& folder) {
         fail({folder}, folder.target + " lets others in who must not see what comes into it: " + reason);
 }
 
+RestorePortions RestoreRun::divide(const RestorePieces& pieces, std::uint64_t room) {
+    RestorePortions parts = divided(*tools_.index, pieces, room);
+    for (const RestorePiece& folder : parts.folders)
+        narrow(folder);
+    return parts;
+}
+
 void RestoreRun::runGroup(const std::string& folder, const RestorePieces& pieces) {
     std::uint64_t wanted = 0;
     for (const RestorePiece& piece : pieces)
@@ -94,7 +101,7 @@ void RestoreRun::runGroup(const std::string& folder, const RestorePieces& pieces
     if (wanted <= room)
         fetchAndDeliver(folder, pieces);
     else
-        runPortions(folder, divided(*tools_.index, pieces, room));
+        runPortions(folder, divide(pieces, room));
     if (tools_.stop.isSet())
         return;
     for (const RestorePiece& piece : pieces)
@@ -104,8 +111,6 @@ void RestoreRun::runGroup(const std::string& folder, const RestorePieces& pieces
 
 // What replaces something leaves more room for the others.
 void RestoreRun::runPortions(const std::string& folder, RestorePortions parts) {
-    for (const RestorePiece& divided : parts.folders)
-        narrow(divided);
     std::vector<RestorePortion> waiting = std::move(parts.portions);
     for (std::size_t before = waiting.size() + 1; !waiting.empty() && waiting.size() < before;) {
         before = waiting.size();
@@ -128,9 +133,7 @@ void RestoreRun::runPortions(const std::string& folder, RestorePortions parts) {
 
 // Names of one inode together, as many of these as fit, and at last those that do not.
 RestorePieces RestoreRun::runWithoutRoom(const std::string& folder, const RestorePieces& pieces) {
-    RestorePortions parts = divided(*tools_.index, pieces, 0);
-    for (const RestorePiece& divided : parts.folders)
-        narrow(divided);
+    RestorePortions parts = divide(pieces, 0);
     RestorePieces fitting;
     RestorePieces large;
     std::uint64_t wanted = 0; // by those that fit

@@ -50,6 +50,8 @@ private:
     // A folder elsewhere than in its own place, before anything is put into it. Its ACL is heeded only when
     // it is brought itself.
     void narrow(const RestorePiece& folder);
+    // In portions for that room (bytes), with the folders that come last narrowed already.
+    [[nodiscard]] RestorePortions divide(const RestorePieces& pieces, std::uint64_t room);
     void runGroup(const std::string& folder, const RestorePieces& pieces);
     void runPortions(const std::string& folder, RestorePortions parts);
     // Returns the folders that are to come when what is in them has.
