@@ -1,6 +1,7 @@
 #include "LocalDaemon/Restore/RestoreFetch.h"
 
 #include "LocalDaemon/Restic/Repository.h"
+#include "LocalDaemon/Restic/RepositoryCheck.h"
 #include "LocalDaemon/Restic/ResticJson.h"
 #include "LocalDaemon/Restore/Staging/RestoreMetadata.h"
 #include "Support/Logging.h"
@@ -19,10 +20,15 @@ constexpr std::chrono::hours forEver(24 * 365);
 constexpr std::size_t mostErrorBytes = std::size_t{16} << 20U;
 constexpr std::size_t mostFoldersListed = 100; // for the errors of one snapshot
 
+constexpr std::uint32_t anyComputer = 0; // locks and packs have no tag
+
 constexpr const char* callFolder = "0"; // no snapshot has this number
 
 // With this as its last word restic has done all that it could.
 constexpr std::string_view doneWithErrors = "Fatal: There were ";
+
+// A file consists of something that no index names.
+constexpr std::string_view contentsUnknown = "Unknown blob ";
 
 bool endsWithCountOfErrors(std::string_view line) {
     const std::size_t at = line.rfind(doneWithErrors);
@@ -41,7 +47,7 @@ std::string reasonText() {
 
 std::string RestoreFetch::fetch(const RestorePlan& plan, const StagingFolder& staging,
                                 FileErrors& errors) const {
-    Try last = fetchOnce(plan, staging, errors);
+    Try last = fetchWhatThereIs(plan, staging, errors);
     for (auto wait = tools_.waits.begin(); last.isPassing && wait != tools_.waits.end();) {
         const std::string reason = !last.failure.empty()  ? last.failure
                                    : errors.items.empty() ? errors.below.begin()->second
@@ -54,14 +60,13 @@ std::string RestoreFetch::fetch(const RestorePlan& plan, const StagingFolder& st
             break;
         if (!isToLast)
             ++wait;
-        last = fetchOnce(plan, staging, errors);
+        last = fetchWhatThereIs(plan, staging, errors);
     }
     tools_.onWait({});
     return last.failure;
 }
 
 bool RestoreFetch::isSomebodyAtWork() const {
-    constexpr std::uint32_t anyComputer = 0; // locks have no tag
     const Repository repository(tools_.restic, anyComputer);
     const ResticOutcome outcome = repository.clearStaleLocks(tools_.stop).outcome;
     if (!outcome.succeeded())
@@ -69,13 +74,35 @@ bool RestoreFetch::isSomebodyAtWork() const {
     return outcome.succeeded();
 }
 
-RestoreFetch::Try RestoreFetch::fetchOnce(const RestorePlan& plan, const StagingFolder& staging,
-                                          FileErrors& errors) const {
+// restic ends at the first file of which a part is in no pack, before it has brought any.
+RestoreFetch::Try RestoreFetch::fetchWhatThereIs(const RestorePlan& plan, const StagingFolder& staging,
+                                                 FileErrors& errors) const {
+    Try first = fetchOnce(plan, {}, staging, errors);
+    if (!first.lacksContents || tools_.stop.isSet())
+        return first;
+    KelvaneSystemLog("Parts of the backup are missing; finding out of which files.");
+    tools_.onWait("Parts of the backup are missing: looking which files can still be restored.");
+    const Damage lost = lostContents();
+    tools_.onWait({});
+    return lost.paths.empty() ? first : fetchOnce(plan, lost, staging, errors);
+}
+
+Damage RestoreFetch::lostContents() const {
+    const Repository repository(tools_.restic, anyComputer);
+    const RepositoryCheck check(repository);
+    const CheckReport report = check.structure(RepositoryCheck::Source::Cache, tools_.stop);
+    return report.outcome.succeeded()
+               ? check.locate(report, RepositoryCheck::Snapshots::All, tools_.stop).damage
+               : Damage();
+}
+
+RestoreFetch::Try RestoreFetch::fetchOnce(const RestorePlan& plan, const Damage& lost,
+                                          const StagingFolder& staging, FileErrors& errors) const {
     const FileErrors before = std::exchange(errors, {});
     if (!staging.clear())
         return {"the staging folder cannot be emptied: " + reasonText()};
     for (const auto& [number, paths] : plan) {
-        Try one = fetchFrom(number, paths, staging, errors);
+        Try one = fetchFrom(number, paths, lost, staging, errors);
         if (!one.failure.empty() || tools_.stop.isSet())
             return one;
     }
@@ -85,16 +112,24 @@ RestoreFetch::Try RestoreFetch::fetchOnce(const RestorePlan& plan, const Staging
 // Each call has a folder of its own: in one that an earlier call has made, what comes would inherit an ACL,
 // and a mode may keep restic out.
 RestoreFetch::Try RestoreFetch::fetchFrom(std::uint32_t number, const SnapshotPaths& paths,
-                                          const StagingFolder& staging, FileErrors& errors) const {
+                                          const Damage& lost, const StagingFolder& staging,
+                                          FileErrors& errors) const {
     const Snapshot* const snapshot = tools_.index->snapshot(number);
     if (!snapshot)
         return {snapshotHasGone};
+    std::vector<std::string> exclusions;
+    if (const auto found = lost.paths.find(snapshot->id); found != lost.paths.end()) {
+        exclusions = exclusionArguments(found->second);
+        for (const std::string& path : found->second)
+            errors.items.emplace(path, "a part of it is missing from the backup's repository");
+    }
     const std::string whole = std::to_string(number);
     std::string said;
     for (const auto& includes : includeArguments(paths)) {
         std::vector<std::string> arguments{"restore", snapshot->id, "--target",
                                            staging.path() + '/' + callFolder};
         arguments.insert(arguments.end(), includes.begin(), includes.end());
+        arguments.insert(arguments.end(), exclusions.begin(), exclusions.end());
         Try call = callRestic(std::move(arguments), staging.path(), said);
         if (!call.failure.empty() || tools_.stop.isSet())
             return call;
@@ -137,7 +172,8 @@ RestoreFetch::Try RestoreFetch::callRestic(std::vector<std::string> arguments, c
     errors += said;
     if (isDone)
         return {};
-    return {restoreFailureFor(outcome), mayPass(outcome), outcome.trouble == ResticTrouble::Locked};
+    return {restoreFailureFor(outcome), mayPass(outcome), outcome.trouble == ResticTrouble::Locked,
+            lastWordIn(outcome.errors).starts_with(contentsUnknown)};
 }
 
 std::set<std::string> RestoreFetch::specialFilesIn(const std::string& snapshot,

@@ -40,14 +40,19 @@ public:
 
 private:
     struct Try {
-        std::string failure = {}; // empty: what could come has come
-        bool isPassing = false;   // it may go better in a while
-        bool isLocked = false;    // by somebody who may be dead
+        std::string failure = {};   // empty: what could come has come
+        bool isPassing = false;     // it may go better in a while
+        bool isLocked = false;      // by somebody who may be dead
+        bool lacksContents = false; // of a file: restic has brought none because of it
     };
-    [[nodiscard]] Try fetchOnce(const RestorePlan& plan, const StagingFolder& staging,
+    [[nodiscard]] Try fetchWhatThereIs(const RestorePlan& plan, const StagingFolder& staging,
+                                       FileErrors& errors) const;
+    [[nodiscard]] Try fetchOnce(const RestorePlan& plan, const Damage& lost, const StagingFolder& staging,
                                 FileErrors& errors) const;
-    [[nodiscard]] Try fetchFrom(std::uint32_t number, const SnapshotPaths& paths,
+    [[nodiscard]] Try fetchFrom(std::uint32_t number, const SnapshotPaths& paths, const Damage& lost,
                                 const StagingFolder& staging, FileErrors& errors) const;
+    // What of the snapshots the repository does not hold any more; none when nobody can tell.
+    [[nodiscard]] Damage lostContents() const;
     [[nodiscard]] Try callRestic(std::vector<std::string> arguments, const std::string& staging,
                                  std::string& errors) const;
     [[nodiscard]] std::set<std::string> specialFilesIn(const std::string& snapshot,

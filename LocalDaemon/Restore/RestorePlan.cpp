@@ -10,6 +10,7 @@ namespace {
 // restic compares every name on the way with every pattern.
 constexpr std::size_t mostPatterns = 500;          // of one call
 constexpr std::size_t mostArgumentBytes = 100'000; // a single argument may have 128 KiB, all of them 2 MiB
+constexpr std::size_t mostExclusionBytes = 1'000'000;
 
 // Whether a snapshot that would hold the child does not, of those up to the one that held the folder last.
 bool wasDeletedBefore(const BackupIndex& index, const BackupIndex::Item& folder,
@@ -128,6 +129,23 @@ std::vector<std::vector<std::string>> includeArguments(const SnapshotPaths& path
     for (const std::string& path : paths.whole)
         calls.add({escapedForPattern(path)});
     return calls.take();
+}
+
+// "?" stands for one byte where that is not UTF-8.
+std::vector<std::string> exclusionArguments(const std::set<std::string, std::less<>>& paths) {
+    constexpr std::string_view lostByte = "\ufffd";
+    std::vector<std::string> arguments;
+    std::size_t bytes = 0;
+    for (const std::string& path : paths) {
+        std::string pattern = '!' + escapedForPattern(path);
+        for (std::size_t at = 0; (at = pattern.find(lostByte, at)) != std::string::npos;)
+            pattern.replace(at, lostByte.size(), "?");
+        bytes += pattern.size();
+        if (bytes > mostExclusionBytes)
+            break;
+        arguments.insert(arguments.end(), {"--include", std::move(pattern)});
+    }
+    return arguments;
 }
 
 } // namespace kelvane

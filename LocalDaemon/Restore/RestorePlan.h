@@ -3,7 +3,9 @@
 #include "LocalDaemon/Index/BackupIndex.h"
 
 #include <cstdint>
+#include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -44,5 +46,9 @@ void addToPlan(RestorePlan& plan, const BackupIndex& index, const RestorePiece& 
 // restic's arguments for one snapshot, as several calls where one would be longer than the system takes. None
 // is empty.
 [[nodiscard]] std::vector<std::vector<std::string>> includeArguments(const SnapshotPaths& paths);
+
+// To stand behind those, so that none of `paths` comes; they are as restic's JSON has them, and where bytes
+// of names are lost in it what looks the same there does not come either. At most as many as one call takes.
+[[nodiscard]] std::vector<std::string> exclusionArguments(const std::set<std::string, std::less<>>& paths);
 
 } // namespace kelvane

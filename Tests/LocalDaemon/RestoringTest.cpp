@@ -11,69 +11,7 @@
 namespace kelvane::tests {
 namespace {
 
-class RestoringTest : public RestoreQueueTest {
-protected:
-    // Flips a byte in the middle of each pack that holds contents of files.
-    void damagePacks() const {
-        for (const auto& entry : fs::recursive_directory_iterator(folder_ / "repository/data"))
-            if (entry.is_regular_file() && entry.file_size() > 100'000) {
-                fs::permissions(entry, fs::perms::owner_write, fs::perm_options::add);
-                std::fstream pack(entry.path(), std::ios::binary | std::ios::in | std::ios::out);
-                pack.seekg(static_cast<std::streamoff>(entry.file_size() / 2));
-                const int byte = pack.get();
-                pack.seekp(static_cast<std::streamoff>(entry.file_size() / 2));
-                pack.put(static_cast<char>(byte ^ 1));
-            }
-    }
-};
-
-std::string noise(std::size_t size) {
-    std::string text(size, '\0');
-    std::uint32_t state = 1;
-    for (char& each : text)
-        each = static_cast<char>((state = state * 1664525U + 1013904223U) >> 24U);
-    return text;
-}
-
-TEST_F(RestoringTest, WhatADamagedPackHeldIsNamedAndReplacesNothing) {
-    folder_.write("home/odd \xff/large", noise(1'600'000));
-    folder_.write("home/odd \xff/: small\n", "whole");
-    fs::create_hard_link(home("odd \xff/large"), home("other name"));
-    folder_.backUp();
-    for (const char* name : {"odd \xff/large", "other name"}) {
-        fs::remove(home(name));
-        folder_.write(std::string("home/") + name, "old");
-    }
-    damagePacks();
-    start();
-    const std::uint32_t job = restore(folder_.home(), folder_.home());
-    EXPECT_EQ(queue_->status(job), restorestatus::incomplete);
-    EXPECT_NE(queue_->failures(job).find("/large: "), std::string::npos) << queue_->failures(job);
-    EXPECT_NE(queue_->failures(job).find("other name: "), std::string::npos) << queue_->failures(job);
-    for (const char* name : {"odd \xff/large", "other name"})
-        EXPECT_EQ(folder_.read(std::string("home/") + name), "old");
-}
-
-TEST_F(RestoringTest, AnErrorWhoseFileIsNotKnownFailsEverythingItMayBeAbout) {
-    for (const char* name : {"in/a", "in/deep/b", "out"})
-        folder_.write(std::string("home/") + name, "12345");
-    folder_.pretendBackUp();
-    // One that this user may not make, which the index does not have.
-    const std::string device = home("in/null: a");
-    start(script("if [ $1 = ls ]; then echo '{\"struct_type\":\"node\",\"type\":\"dev\",\"path\":\"" +
-                 device + "\"}'; exit; fi\necho \"ignoring error for " + device +
-                 ": operation not permitted\" >&2\n" + copyScript +
-                 "\necho 'Fatal: There were 1 errors' >&2; exit 1"));
-    EXPECT_EQ(queue_->failures(restore(folder_.home(), folder_ / "beside")), "");
-    queue_.reset();
-    start(script("echo \"ignoring error for " + home("in/what?: no such blob") + "\" >&2\n" + copyScript +
-                 "\necho 'Fatal: There were 1 errors' >&2; exit 1"));
-    const std::uint32_t job = restore(folder_.home(), folder_ / "new");
-    EXPECT_NE(queue_->failures(job).find(home("in/a: ")), std::string::npos);
-    EXPECT_NE(queue_->failures(job).find(home("in/deep/b: ")), std::string::npos);
-    EXPECT_FALSE(fs::exists(folder_ / "new/in/a") || fs::exists(folder_ / "new/in/deep/b"));
-    EXPECT_EQ(folder_.read("new/out"), "12345");
-}
+using RestoringTest = RestoreQueueTest;
 
 TEST_F(RestoringTest, ALinkThatIsPutInTheWayLeadsNowhereAndOneThatWasThereIsFollowed) {
     folder_.write("home/f", "secret");
