@@ -117,11 +117,12 @@ RestoreFetch::Try RestoreFetch::fetchFrom(std::uint32_t number, const SnapshotPa
     const Snapshot* const snapshot = tools_.index->snapshot(number);
     if (!snapshot)
         return {snapshotHasGone};
+    FileErrors here;
     std::vector<std::string> exclusions;
     if (const auto found = lost.paths.find(snapshot->id); found != lost.paths.end()) {
         exclusions = exclusionArguments(found->second);
         for (const std::string& path : found->second)
-            errors.items.emplace(path, "a part of it is missing from the backup's repository");
+            here.items.emplace(path, "a part of it is missing from the backup's repository");
     }
     const std::string whole = std::to_string(number);
     std::string said;
@@ -137,13 +138,20 @@ RestoreFetch::Try RestoreFetch::fetchFrom(std::uint32_t number, const SnapshotPa
             return {"what has come out of the backup cannot be moved: " + reasonText()};
     }
     std::map<std::string, std::set<std::string>> listed;
-    addFileErrors(errors, *tools_.index, said, [&](const std::string& folder) {
+    addFileErrors(here, *tools_.index, said, [&](const std::string& folder) {
         if (!listed.contains(folder) && listed.size() < mostFoldersListed)
             listed[folder] = specialFilesIn(snapshot->id, folder);
         return listed.contains(folder) ? listed[folder] : std::set<std::string>();
     });
     if (said.size() >= mostErrorBytes)
-        errors.below["/"] = "restic met more errors than can be looked through";
+        here.below["/"] = "restic met more errors than can be looked through";
+    // The newest version of such a file is in another snapshot, and may be whole there.
+    std::erase_if(here.items, [&](const auto& error) {
+        const BackupIndex::Item* const item = tools_.index->find(error.first);
+        return item && item->snapshot != number;
+    });
+    errors.items.merge(here.items);
+    errors.below.merge(here.below);
     return {};
 }
 

@@ -25,12 +25,15 @@ public:
         return {*this / "repository", *this / "password", *this / "cache", {}, "restic"};
     }
 
-    void backUp() {
+    // `unread` cannot be read: the snapshot lacks it, and counts it as saved before.
+    void backUp(const std::string& unread = {}) {
         if (!std::filesystem::exists(*this / "repository"))
             expectSuccess({"init"});
-        expectSuccess({"backup", "--quiet", "--tag", repository().tag(), home()});
-        const std::vector<Snapshot> snapshots = repository().snapshots(StopSignal()).snapshots;
+        expectSuccess({"backup", "--quiet", "--tag", repository().tag(), "--exclude", unread, home()});
+        std::vector<Snapshot> snapshots = repository().snapshots(StopSignal()).snapshots;
         ASSERT_FALSE(snapshots.empty());
+        if (!unread.empty())
+            snapshots.back().lacks = {unread};
         auto contents = repository().list(snapshots.back().id, StopSignal());
         EXPECT_TRUE(contents.outcome.succeeded());
         index_ = std::make_shared<BackupIndex>(

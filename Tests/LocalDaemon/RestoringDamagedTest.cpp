@@ -40,10 +40,10 @@ TEST_F(RestoringDamagedTest, WhatADamagedPackHeldIsNamedAndReplacesNothing) {
 
 // restic's index does not name the pack any more: restic itself brings nothing of such a snapshot.
 TEST_F(RestoringDamagedTest, WhatIsLostTakesNothingElseWithIt) {
-    folder_.write("home/odd \xff[1]/whole", "whole");
+    folder_.write("home/unread/odd \xff[1]/whole", "whole");
     folder_.backUp();
-    folder_.write("home/odd \xff[1]/lost", noise(1'600'000));
-    folder_.write("home/lost", noise(1'600'000));
+    for (const char* name : {"unread/odd \xff[1]/lost", "unread/lost", "saved again"})
+        folder_.write(std::string("home/") + name, noise(1'600'000));
     folder_.backUp();
     for (const auto& entry : fs::recursive_directory_iterator(folder_ / "repository/data"))
         if (entry.is_regular_file() && entry.file_size() > 100'000)
@@ -51,14 +51,17 @@ TEST_F(RestoringDamagedTest, WhatIsLostTakesNothingElseWithIt) {
     Restic::Call call;
     call.arguments = {"rebuild-index"};
     ASSERT_TRUE(Restic(folder_.place()).run(call, StopSignal()).succeeded());
+    folder_.write("home/saved again", "another version");
+    folder_.backUp(home("unread"));
     start();
     const std::uint32_t job = restore(folder_.home(), folder_ / "beside");
+    const std::string failures = queue_->failures(job);
     EXPECT_EQ(queue_->status(job), restorestatus::incomplete);
-    EXPECT_EQ(folder_.read("beside/odd \xff[1]/whole"), "whole");
-    EXPECT_NE(queue_->failures(job).find(home("lost: a part of it is missing from the backup")),
-              std::string::npos);
-    EXPECT_NE(queue_->failures(job).find("[1]/lost: "), std::string::npos) << queue_->failures(job);
-    EXPECT_FALSE(fs::exists(folder_ / "beside/odd \xff[1]/lost"));
+    EXPECT_EQ(folder_.read("beside/unread/odd \xff[1]/whole"), "whole");
+    EXPECT_EQ(folder_.read("beside/saved again"), "another version") << failures;
+    EXPECT_NE(failures.find(home("unread/lost: a part of it is missing")), std::string::npos) << failures;
+    EXPECT_NE(failures.find("[1]/lost: "), std::string::npos) << failures;
+    EXPECT_FALSE(fs::exists(folder_ / "beside/unread/odd \xff[1]/lost"));
 }
 
 TEST_F(RestoringDamagedTest, AnErrorWhoseFileIsNotKnownFailsEverythingItMayBeAbout) {
