@@ -167,7 +167,7 @@ ResticOutcome BackupRunner::backUp(const Part& part, const StopSignal& stop) {
         return {ResticTrouble::Stopped, false, {}};
     if (wanted.targets.paths.empty()) { // nothing is to be in the backup
         if (part.isWhole())
-            state_->noteUnread(std::nullopt);
+            noteUnread({}, false, before.changes);
         return {};
     }
     if (part.isWhole() && !prepareRepair(stop))

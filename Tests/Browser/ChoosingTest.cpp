@@ -61,6 +61,8 @@ TEST_F(Choosing, NeedsARowThatIsEnabled) {
 TEST_F(Choosing, RevealsTheColumnThatTheKeyboardComesTo) {
     open({"Disk", "docs", "deep"});
     browser->resize(250, 300);
+    const QWidget& strip = *browser->findChild<QSplitter*>();
+    EXPECT_LT(strip.width() - browser->columnView(3)->geometry().right(), 20) << "no empty room";
     QScrollBar& place = *browser->horizontalScrollBar();
     for (const Qt::FocusReason reason : {Qt::MouseFocusReason, Qt::OtherFocusReason}) {
         browser->columnView(3)->setFocus(reason);

@@ -17,10 +17,11 @@ namespace {
 
 TEST(Opener, HandsOverWhatIsToBeOpenedAndReportsWhatFails) {
     const tests::TemporaryFolder folder;
-    const std::string program =
-        folder.write("opener", "#!/bin/sh\necho \"$#:$1\" >> " + (folder / "opened") +
-                                   "\ncase $1 in */3*) exit 3;; */9*) kill -9 $$;; esac\n");
+    const std::string program = folder.write(
+        "opener", "#!/bin/sh\ncat >> " + (folder / "opened") + "; echo \"$#:$1\" >> " + (folder / "opened") +
+                      "\ncase $1 in */3*) exit 3;; */9*) kill -9 $$;; esac\n");
     std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+    ASSERT_TRUE(std::freopen(folder.write("typed", "by a person").c_str(), "r", stdin));
     std::vector<std::string> reasons;
     const auto failed = [&](const std::string& reason) { reasons.push_back(reason); };
     DesktopOpener opener(program);
@@ -72,8 +73,8 @@ TEST(DesktopFileServices, TellsKindsPicturesAndDates) {
     EXPECT_FALSE(qIcon(services.iconOfFolder()).isNull());
     const QDateTime first = QDateTime::fromString("2001-01-01T00:00:01Z", Qt::ISODate).toLocalTime();
     EXPECT_EQ(services.dateAndTime(Date{1}), QLocale().toString(first, QLocale::ShortFormat).toStdString());
-    for (const double far : {1e30, -1e30}) // no calendar counts these years
-        EXPECT_EQ(services.dateAndTime(Date{far}), Value(Date{far}).description());
+    EXPECT_EQ(services.dateAndTime(Date{1e30}), "1e+30") << "no calendar counts these years";
+    EXPECT_EQ(services.dateAndTime(Date{-1e30}), "-1e+30");
     EXPECT_TRUE(qIcon(icons.named("nothing-known")).isNull());
 }
 

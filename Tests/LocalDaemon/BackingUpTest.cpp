@@ -187,6 +187,11 @@ TEST_F(BackingUp, TheRepositorySaysWhichSnapshotLacksWhatCouldNotBeRead) {
     ASSERT_EQ(made.size(), 2U);
     EXPECT_FALSE(made[0].isPartial);
     EXPECT_TRUE(made[1].isPartial);
+    EXPECT_TRUE(comesTo([&] { return alertOf("files_not_read").isDictionary(); }));
+    pane->call<"excludeFileFromBackup:">(folders.home());
+    pane->call<"setPriorityBackup:">("/");
+    EXPECT_TRUE(comesTo([&] { return !alertOf("files_not_read").isDictionary(); }))
+        << "nothing is to be saved";
 }
 
 TEST_F(BackingUp, WhatTakesLongComesAfterEverythingElse) {
