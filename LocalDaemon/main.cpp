@@ -74,24 +74,24 @@ struct Option {
 };
 constexpr Option textOptions[] = {
     {"--repository", "repository", "PLACE",
-     "Where the backup goes: a folder, or what else restic takes (sftp:HOST:/DIR, rest:URL, s3:URL, "
-     "rclone:REMOTE)"},
+     "Folder of the repository, or its location (sftp:HOST:/DIR, rest:URL, s3:URL, rclone:REMOTE)"},
     {"--password-file", "passwordFile", "PATH",
-     "The file with the repository's key; made when there is none"},
-    {"--email", "userEmail", "ADDRESS", "The account that panes show"},
-    {"--server", "serverURL", "HOST", "The server that panes lead to"},
+     "File with the key of the repository; created if it does not exist"},
+    {"--email", "userEmail", "ADDRESS", "Account that the settings window shows"},
+    {"--server", "serverURL", "HOST", "Server that the settings window shows (default: localhost)"},
 };
 constexpr Option listOptions[] = {
-    {"--volume", "volumes", "DIR", "A further folder to watch over; may be repeated"},
+    {"--volume", "volumes", "DIR", "Further folder to back up; repeatable"},
     {"--policy", "policyExcludeList", "PATTERN",
-     "A pattern of what is never backed up, instead of the usual ones; may be repeated"},
+     "Pattern of what is not backed up, instead of the default list; repeatable"},
 };
 constexpr Option numberOptions[] = {
     {"--interval", "intervalMinutes", "MINUTES",
-     "From the end of a backup to the next one; 15 unless you say else"},
-    {"--keep", "keepDays", "DAYS", "For so long the backup keeps what has gone; 30 unless you say else"},
-    {"--quota", "quotaMB", "MB", "The most that may be in the backup; 0 for no limit"},
-    {"--computer", "computerNumber", "NUMBER", "Tells this computer from others in the repository"},
+     "Minutes from the end of a backup to the next one (default: 15)"},
+    {"--keep", "keepDays", "DAYS", "Days to keep replaced and deleted files (default: 30)"},
+    {"--quota", "quotaMB", "MIB",
+     "Size of the selected files above which nothing is backed up (default: 0, no limit)"},
+    {"--computer", "computerNumber", "NUMBER", "Number of this computer in a shared repository"},
 };
 
 // Everybody can read the words that a program was started with.
@@ -124,7 +124,7 @@ void addConfiguration(CLI::App& app, Dictionary& settled) {
                settle(settled, "--home", "homeFolder",
                       std::filesystem::absolute(home).lexically_normal().string());
            },
-           "The folder to watch over; your home folder unless you say else")
+           "Folder to back up (default: your home folder)")
         ->type_name("DIR")
         ->check(CLI::Validator(CLI::ExistingDirectory).description(""));
     for (const Option& option : textOptions)
@@ -149,15 +149,13 @@ void addConfiguration(CLI::App& app, Dictionary& settled) {
 
 // None: go on.
 std::optional<int> parse(int count, char** texts, Arguments& arguments) {
-    CLI::App app("Watches over a folder and serves Kelvane's panes on this machine.", "kelvane-local-daemon");
+    CLI::App app("Backs up the files of a user with restic.", "kelvane-local-daemon");
     addConfiguration(app, arguments.settled);
     app.add_option("--socket", arguments.socketPath,
-                   "Where panes connect; in your runtime folder unless you say else")
+                   "Socket to listen on (default: kelvane/daemon.sock in your runtime folder)")
         ->type_name("PATH");
-    app.add_option("--log", arguments.logPath, "The log file; " KELVANE_LOG_FILE " unless you say else")
-        ->type_name("PATH");
-    app.add_flag("--verbose", arguments.isVerbose,
-                 "Log what happens, not only what somebody may have to do about");
+    app.add_option("--log", arguments.logPath, "Log file (default: " KELVANE_LOG_FILE ")")->type_name("PATH");
+    app.add_flag("--verbose", arguments.isVerbose, "Log all activity");
     try {
         app.parse(count, texts);
     } catch (const CLI::Success& help) {
