@@ -2,6 +2,7 @@
 #include "Common/KelvProxy.h"
 #include "Common/Protocols.h"
 #include "Foundation/BinaryPropertyList.h"
+#include "Support/ServiceStates.h"
 
 #include <benchmark/benchmark.h>
 #include <condition_variable>
@@ -18,7 +19,7 @@
 namespace kelvane {
 namespace {
 
-constexpr std::uint32_t idle = 8;
+constexpr auto idle = static_cast<std::uint32_t>(ServiceState::Idle);
 
 // About 100 bytes as a property list.
 Value stateDictionary() {

@@ -1,6 +1,14 @@
 #pragma once
 
+#include <cstdint>
 #include <string_view>
+
+// The backup state: a number that grows while a daemon starts.
+namespace kelvane::backupstate {
+
+inline constexpr std::uint32_t rulesAreLoaded = 26; // or more: panes may ask for rules and policy
+
+} // namespace kelvane::backupstate
 
 // The keys of the dictionary that the daemon answers to `daemonState`.
 namespace kelvane::statekey {
@@ -12,14 +20,14 @@ inline constexpr std::string_view pendingFileSize = "pendingFileSize";       // 
 inline constexpr std::string_view currentBackupFile = "currentBackupFile";   // path
 inline constexpr std::string_view currentRestoreFile = "currentRestoreFile"; // path
 inline constexpr std::string_view statusString = "statusString";
-inline constexpr std::string_view backupState = "backupState";             // unsigned 32-bit
+inline constexpr std::string_view backupState = "backupState";             // unsigned 32-bit, see above
 inline constexpr std::string_view currentRestoreJob = "currentRestoreJob"; // unsigned 32-bit
 inline constexpr std::string_view isBackupNeeded = "isBackupNeeded";
 inline constexpr std::string_view hasUnreadFiles = "hasUnreadFiles"; // that the last backup had to leave out
 inline constexpr std::string_view lowerPriorityMode = "lowerPriorityMode";
 inline constexpr std::string_view paused = "paused";
 inline constexpr std::string_view recoverMode = "recoverMode";
-inline constexpr std::string_view serviceState = "serviceState"; // a service-state code
+inline constexpr std::string_view serviceState = "serviceState"; // a ServiceState
 inline constexpr std::string_view isQuotaLimited = "isQuotaLimited";
 inline constexpr std::string_view isOverQuota = "isOverQuota";
 inline constexpr std::string_view quotaMB = "quotaMB";                       // unsigned 32-bit

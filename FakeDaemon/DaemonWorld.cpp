@@ -1,6 +1,7 @@
 #include "FakeDaemon/DaemonWorld.h"
 
 #include "Common/FileNodeFlags.h"
+#include "Common/RestoreStatus.h"
 #include "Common/StateKeys.h"
 
 #include <algorithm>
@@ -10,8 +11,6 @@ namespace kelvane {
 namespace {
 
 constexpr std::uint32_t checkedAndEnabled = Backup_Simple_Checked | Backup_Simple_Enabled;
-
-constexpr std::uint32_t restoreRunning = 51;
 
 enum class Store { State, Values };
 enum class Type { Number, Bool };
@@ -58,7 +57,7 @@ std::string parentOf(const std::string& path) {
 
 Value startRestoreJob(DaemonWorld& world) {
     const auto job = static_cast<std::uint32_t>(world.restoreJobs.size() + 1);
-    set(world.restoreJobs, std::to_string(job), restoreRunning);
+    set(world.restoreJobs, std::to_string(job), restorestatus::running);
     set(world.state, statekey::currentRestoreJob, job);
     return job;
 }

@@ -1,11 +1,14 @@
 #include "FakeDaemon/DaemonWorld.h"
 
+#include "Common/RestoreStatus.h"
 #include "Common/StateKeys.h"
+#include "Support/ServiceStates.h"
 
 namespace kelvane {
 namespace {
 
 constexpr std::uint64_t megabyte = 1'000'000;
+constexpr auto backingUp = static_cast<std::uint32_t>(ServiceState::BackingUp);
 
 struct DemoFile {
     const char* path;
@@ -57,13 +60,13 @@ DaemonWorld demoWorld() {
                              {statekey::currentBackupFile.data(), "/home/maria/Documents/Thesis/Figures.zip"},
                              {statekey::currentRestoreFile.data(), ""},
                              {statekey::statusString.data(), "Backing up Figures.zip"},
-                             {statekey::backupState.data(), 26U},
+                             {statekey::backupState.data(), backupstate::rulesAreLoaded},
                              {statekey::currentRestoreJob.data(), 0U},
                              {statekey::isBackupNeeded.data(), true},
                              {statekey::lowerPriorityMode.data(), false},
                              {statekey::paused.data(), false},
                              {statekey::recoverMode.data(), false},
-                             {statekey::serviceState.data(), 6U},
+                             {statekey::serviceState.data(), backingUp},
                              {statekey::isQuotaLimited.data(), false},
                              {statekey::isOverQuota.data(), false},
                              {statekey::quotaMB.data(), 204'800U},
@@ -82,7 +85,9 @@ DaemonWorld demoWorld() {
                    {"enabled", true}};
     world.profile = Dictionary{{"SkinId", "kelvane"}};
     world.fileTypes = Dictionary{{"Applications", 0U}, {"Documents", 1U}, {"Music", 1U}, {"Pictures", 1U}};
-    world.progress = Dictionary{{"15", "Harbour.jpg"}, {"16", 5 * megabyte}, {"35", 12}};
+    world.progress = Dictionary{{std::to_string(restoreprogress::currentFile), "Harbour.jpg"},
+                                {std::to_string(restoreprogress::currentFileSize), 5 * megabyte},
+                                {std::to_string(restoreprogress::pendingCount), 12}};
     world.volumes = {"/", "/Volumes/Photos"};
     for (const DemoFile& file : demoFiles)
         world.addFile(file.path, file.isDirectory, file.size, file.isBackedUp);

@@ -2,24 +2,13 @@
 
 #include "PreferencePane/PaneController.h"
 
+#include "Common/RestoreStatus.h"
 #include "PreferencePane/ClientProtocol.h"
 #include "PreferencePane/RestoreAlert.h"
 #include "Support/Logging.h"
 #include "Support/PathHelpers.h"
 
 namespace kelvane {
-namespace {
-
-// What the daemon tells by number while it restores.
-constexpr std::uint32_t restoredFileNameChanged = 15;
-constexpr std::uint32_t restoredFileSizeChanged = 16;
-constexpr std::uint32_t restoredPendingCountChanged = 35;
-constexpr std::uint32_t restoreStarted = 48;
-
-// The status from which a restore job counts as running.
-constexpr std::uint32_t runningJobStatus = 51;
-
-} // namespace
 
 void ComKelvanePreferencePanePref::onBackupStateChanged() {
     post(KelvanePrefPaneDaemonStateChangedNotification);
@@ -50,7 +39,7 @@ void ComKelvanePreferencePanePref::resumeRestoreProgress() {
         return daemon->invoke(selector, arguments, &isAnswered).uint32Value();
     };
     const std::uint32_t job = number("getCurrentRestoreJob", {});
-    const bool isRunning = job != 0 && number("getRestoreJobStatus:", {job}) >= runningJobStatus;
+    const bool isRunning = job != 0 && number("getRestoreJobStatus:", {job}) >= restorestatus::running;
     if (!isAnswered)
         return; // the link was lost meanwhile; the next one asks again
     setRestoreProgressVisible(isRunning);
@@ -102,18 +91,18 @@ void ComKelvanePreferencePanePref::folderChanged(const std::string& path) {
 void ComKelvanePreferencePanePref::stateChanged(std::uint32_t state) {
     if (!backupState_)
         return; // it came before the pane was hidden and is read after
-    if (state == restoreStarted)
+    if (state == restoreprogress::begin)
         return showRestoreProgress(true);
     const std::shared_ptr<KelvaneProxy> daemon = proxy();
     if (!parts_.restore)
         return;
     // Without a daemon the answer is nothing or 0, as it is when the link is lost in the middle of it.
-    if (state == restoredFileNameChanged)
+    if (state == restoreprogress::currentFile)
         parts_.restore->restoredFileName(daemon ? daemon->call<"stringForState:">(state).stringValue()
                                                 : std::string());
-    else if (state == restoredFileSizeChanged)
+    else if (state == restoreprogress::currentFileSize)
         parts_.restore->restoredFileSize(daemon ? daemon->call<"longlongForState:">(state) : 0);
-    else if (state == restoredPendingCountChanged)
+    else if (state == restoreprogress::pendingCount)
         parts_.restore->restoredPendingCount(
             static_cast<std::uint32_t>(daemon ? daemon->call<"longForState:">(state) : 0));
 }

@@ -1,5 +1,7 @@
 #include "PreferencePane/RestoreAlert.h"
 
+#include "Common/RestoreStatus.h"
+
 #include <vector>
 
 namespace kelvane {
@@ -14,7 +16,8 @@ bool endsRestoreProgress(std::string_view alert) {
             break;
         alert.remove_prefix(bar + 1);
     }
-    return fields.size() > reasonField && fields.front() == "restore_finished" && fields[reasonField].empty();
+    return fields.size() > reasonField && fields.front() == restoreprogress::closingAlert &&
+           fields[reasonField].empty();
 }
 
 } // namespace kelvane

@@ -1,6 +1,6 @@
 #include "LocalDaemon/Panes/CallbackQueue.h"
 
-#include "LocalDaemon/State/RestoreProgress.h"
+#include "Common/RestoreStatus.h"
 
 #include <functional>
 #include <iterator>

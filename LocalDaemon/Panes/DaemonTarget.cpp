@@ -4,7 +4,6 @@
 #include "Common/StandingAlert.h"
 #include "Common/TypedCall.h"
 #include "Foundation/Unicode.h"
-#include "LocalDaemon/State/RestoreProgress.h"
 #include "Platform/Accounts.h"
 #include "Support/Logging.h"
 

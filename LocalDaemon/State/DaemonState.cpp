@@ -11,9 +11,6 @@
 namespace kelvane {
 namespace {
 
-// From 26 up panes may ask for rules and policy. This daemon has them at hand before it listens.
-constexpr std::uint32_t rulesAreLoaded = 26;
-
 constexpr const char* settingsAlert = "settings_not_saved";
 constexpr const char* selectionAlert = "nothing_selected";
 constexpr const char* watchAlert = "watch_limit_reached";
@@ -147,7 +144,7 @@ Value DaemonState::stateDictionary() const {
     Dictionary state{
         {std::string(statekey::serviceState), service},
         {std::string(statekey::statusString), currentStatusText(service)},
-        {std::string(statekey::backupState), rulesAreLoaded},
+        {std::string(statekey::backupState), backupstate::rulesAreLoaded}, // before it listens
         {std::string(statekey::isBackupNeeded), needsBackup()},
         {std::string(statekey::hasUnreadFiles), unreadAt_.has_value()},
         {std::string(statekey::paused), isPaused()},

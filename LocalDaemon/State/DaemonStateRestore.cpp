@@ -1,9 +1,9 @@
 // What panes hear of files that are being restored.
 
+#include "Common/RestoreStatus.h"
 #include "Common/StandingAlert.h"
 #include "Foundation/Format.h"
 #include "LocalDaemon/State/DaemonState.h"
-#include "LocalDaemon/State/RestoreProgress.h"
 #include "Support/MessageLine.h"
 
 namespace kelvane {

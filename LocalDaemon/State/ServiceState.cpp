@@ -1,8 +1,7 @@
 #include "LocalDaemon/State/ServiceState.h"
 
-#include "LocalDaemon/State/RestoreProgress.h"
+#include "Common/RestoreStatus.h"
 #include "Platform/Bundle.h"
-#include "Support/ServiceStates.h"
 
 namespace kelvane {
 
@@ -34,7 +33,7 @@ ServiceState serviceStateFor(const ServiceConditions& conditions) {
 std::string serviceStateText(std::uint32_t code) {
     // Never destroyed: a link's thread may ask while the process ends.
     static const Bundle& english = *new Bundle(Value());
-    return stringForKelvaneServiceState(static_cast<std::int32_t>(code), english);
+    return stringForKelvaneServiceState(static_cast<ServiceState>(code), english);
 }
 
 bool isAnnounced(std::uint32_t serviceState) {

@@ -1,29 +1,12 @@
 #pragma once
 
+#include "Support/ServiceStates.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
 
 namespace kelvane {
-
-// The service states that this daemon finds itself in; panes know more of them.
-enum class ServiceState : std::uint32_t {
-    InitialBackup = 3,
-    BackupPending = 5,
-    BackingUp = 6,
-    Scanning = 7,
-    Idle = 8,
-    Disabled = 12,
-    Paused = 13,
-    Retry = 14, // somebody else is at work in the repository
-    BadConfiguration = 15,
-    OverQuota = 17,
-    NoInternet = 18,
-    NoServer = 19,
-    BackupFailed = 20,
-    OperationsMessage = 23, // an alert says what it is
-    RecoverMode = 25,
-};
 
 inline constexpr const char* nothingIsSelected = "Nothing is selected for backup.";
 

@@ -17,7 +17,6 @@ namespace kelvane {
 namespace {
 
 // The daemon's backup state from which it has its policy at hand.
-constexpr std::uint32_t policyIsKnown = 26;
 
 constexpr const char* switchingLogs[] = {
     "BackupTab:setCurrentView: possibly switching to disabled view (%@); current = %@",
@@ -207,7 +206,7 @@ void KelvaneBackupTabController::daemonStateChangedNotification() {
         return tableViewSelectionDidChange();
     if (isAtWork(state->serviceState()))
         manual_->manualBrowser->reloadColumn(0);
-    if (state->backupState() >= policyIsKnown && policyExcludeList_.empty())
+    if (state->backupState() >= backupstate::rulesAreLoaded && policyExcludeList_.empty())
         readPolicyExcludeList();
     const auto daemon = prefs_.proxy();
     bool isAnswered = false;

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "Platform/Volumes.h"
+#include "Support/ServiceStates.h"
 
-#include <cstdint>
 #include <string>
 
 namespace kelvane {
@@ -15,9 +15,10 @@ struct VolumeRow {
 [[nodiscard]] VolumeRow volumeRowFor(const std::string& fileName, const Volumes& volumes);
 
 // The states of the service in which the daemon is at work on files, so that volumes may have come or gone.
-[[nodiscard]] constexpr bool isAtWork(std::uint32_t serviceState) {
-    constexpr std::uint32_t recoverMode = 25;
-    return (serviceState >= 1 && serviceState <= 9) || serviceState == recoverMode;
+[[nodiscard]] constexpr bool isAtWork(ServiceState serviceState) {
+    constexpr ServiceState first{1}; // the ones around those that have names count as well
+    constexpr ServiceState last{9};
+    return (serviceState >= first && serviceState <= last) || serviceState == ServiceState::RecoverMode;
 }
 
 // A path that a person has chosen or dropped, as the daemon knows paths: below a volume's name where that is

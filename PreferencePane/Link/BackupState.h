@@ -3,6 +3,7 @@
 #include "Common/StandingAlert.h"
 #include "Common/StateKeys.h"
 #include "PreferencePane/Link/ConnectionController.h"
+#include "Support/ServiceStates.h"
 
 #include <cstdint>
 #include <memory>
@@ -75,7 +76,9 @@ public:
     [[nodiscard]] bool lowerPriorityMode() const { return flag(statekey::lowerPriorityMode); }
     [[nodiscard]] bool paused() const { return flag(statekey::paused); }
     [[nodiscard]] bool recoverMode() const { return flag(statekey::recoverMode); }
-    [[nodiscard]] std::uint32_t serviceState() const { return number(statekey::serviceState); }
+    [[nodiscard]] ServiceState serviceState() const {
+        return static_cast<ServiceState>(number(statekey::serviceState));
+    }
     [[nodiscard]] bool isOverQuota() const { return flag(statekey::isOverQuota); }
     [[nodiscard]] std::uint32_t quotaMB() const { return number(statekey::quotaMB); }
     [[nodiscard]] std::uint32_t quotaGB() const { return quotaMB() >> 10U; } // whole ones

@@ -4,14 +4,12 @@
 #include "PreferencePane/Status/StatusModes.h"
 #include "PreferencePane/Status/StatusTexts.h"
 #include "Support/FileSizeFormatter.h"
-#include "Support/ServiceStates.h"
 
 #include <algorithm>
 
 namespace kelvane {
 namespace {
 
-constexpr std::uint32_t overQuota = 17;
 constexpr std::uint32_t smallestQuota = 2; // gigabytes
 
 __extension__ using Wide = unsigned __int128;
@@ -42,11 +40,11 @@ std::int32_t percentDone(std::uint64_t backedUpSize, std::uint64_t pendingSize) 
     return static_cast<std::int32_t>(std::min<Wide>(percent, 100));
 }
 
-std::string statusLine(std::uint32_t serviceState, std::uint32_t quotaGB, const Bundle& bundle) {
-    std::string text = stringForKelvaneServiceState(static_cast<std::int32_t>(serviceState), bundle);
+std::string statusLine(ServiceState serviceState, std::uint32_t quotaGB, const Bundle& bundle) {
+    std::string text = stringForKelvaneServiceState(serviceState, bundle);
     if (text == statusText(bundle, StatusText::BackupFailed))
         return statusText(bundle, StatusText::TemporarilyUnavailable);
-    if (serviceState == overQuota && text == statusText(bundle, StatusText::AccountOverQuota))
+    if (serviceState == ServiceState::OverQuota && text == statusText(bundle, StatusText::AccountOverQuota))
         return formatText(statusText(bundle, StatusText::StoppedOverQuota),
                           quotaGB == 0 ? smallestQuota : quotaGB);
     return text;

@@ -3,6 +3,7 @@
 #include "Foundation/Value.h"
 #include "Platform/Bundle.h"
 #include "PreferencePane/Link/DaemonMode.h"
+#include "Support/ServiceStates.h"
 
 #include <cstdint>
 #include <string>
@@ -33,7 +34,7 @@ struct AmountTexts {
 [[nodiscard]] std::int32_t percentDone(std::uint64_t backedUpSize, std::uint64_t pendingSize);
 
 // `quotaGB` 0 stands for the limit of those accounts that do not name one.
-[[nodiscard]] std::string statusLine(std::uint32_t serviceState, std::uint32_t quotaGB, const Bundle& bundle);
+[[nodiscard]] std::string statusLine(ServiceState serviceState, std::uint32_t quotaGB, const Bundle& bundle);
 
 [[nodiscard]] std::string modeSentence(DaemonMode mode, std::uint32_t pausedMinutes, const Bundle& bundle);
 

@@ -30,11 +30,6 @@ constexpr std::string_view accountKey = "lastAcctEmailStr";
 constexpr std::string_view percentKey = "lastPercentageDoneInt";
 constexpr std::string_view priorityKey = "lastPrioritySettingBool";
 
-constexpr std::uint32_t backingUp = 6;
-constexpr std::uint32_t scanning = 7;
-constexpr std::uint32_t idle = 8;
-constexpr std::uint32_t badConfiguration = 15;
-
 void restoreText(std::string_view key, QLabel& field) {
     if (const auto kept = DefaultsDB::stringProperty(key))
         field.setText(QString::fromStdString(*kept));
@@ -171,16 +166,16 @@ void KelvaneStatusTabController::showAmounts(const BackupState& state) {
 }
 
 void KelvaneStatusTabController::showServiceState(const BackupState& state) {
-    const std::uint32_t serviceState = state.serviceState();
-    if (serviceState == badConfiguration) {
+    const ServiceState serviceState = state.serviceState();
+    if (serviceState == ServiceState::BadConfiguration) {
         prefs_.setMessageTabString(text(StatusText::BadConfiguration));
         prefs_.changeTabConfiguration(tabconfiguration::messageOnly, true);
         prefs_.setBadConfigurationFlag();
     }
     ui_->backupField->setText(screenText(statusLine(serviceState, state.quotaGB(), *prefs_.bundle())));
-    if (serviceState == idle)
+    if (serviceState == ServiceState::Idle)
         ui_->backupProgress->stopAnimation();
-    else if (serviceState == backingUp || serviceState == scanning)
+    else if (serviceState == ServiceState::BackingUp || serviceState == ServiceState::Scanning)
         ui_->backupProgress->startAnimation();
 }
 

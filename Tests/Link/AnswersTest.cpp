@@ -93,7 +93,7 @@ const Reading everyReading[] = {
     {"lowerPriorityMode", true, [](C& s) { return Value(s.lowerPriorityMode()); }},
     {"paused", true, [](C& s) { return Value(s.paused()); }},
     {"recoverMode", true, [](C& s) { return Value(s.recoverMode()); }},
-    {"serviceState", 8U, [](C& s) { return Value(s.serviceState()); }},
+    {"serviceState", 8U, [](C& s) { return Value(static_cast<std::uint32_t>(s.serviceState())); }},
     {"isOverQuota", true, [](C& s) { return Value(s.isOverQuota()); }},
     {"isQuotaLimited", true, [](C& s) { return Value(s.isQuotaLimited()); }},
     {"quotaMB", 2047U, [](C& s) { return Value(s.quotaMB()); }},

@@ -41,7 +41,7 @@ TEST(StatusFigures, StatusLineSpeaksOfLimitsAndHidesFailures) {
         {9, 0, ""},
     };
     for (const auto& [serviceState, quotaGB, line] : cases)
-        EXPECT_EQ(statusLine(serviceState, quotaGB, english), line);
+        EXPECT_EQ(statusLine(static_cast<ServiceState>(serviceState), quotaGB, english), line);
 }
 
 TEST(StatusFigures, BegunHoursCountAndAnAccountIsCompleteWithAllThree) {

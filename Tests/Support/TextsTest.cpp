@@ -82,7 +82,8 @@ TEST(ServiceStates, HaveATextExactlyForTheCodesThatADaemonReports) {
                                                     {25, "Recover mode"},
                                                     {29, "Account over quota"}};
     for (std::int32_t code = -2; code < 40; ++code)
-        EXPECT_EQ(stringForKelvaneServiceState(code, bundle), texts.contains(code) ? texts.at(code) : "")
+        EXPECT_EQ(stringForKelvaneServiceState(static_cast<ServiceState>(code), bundle),
+                  texts.contains(code) ? texts.at(code) : "")
             << code;
 }
 
@@ -98,7 +99,9 @@ TEST(BundlesTexts, TakeThePlaceOfTheEnglishOnes) {
                                                "<key>Service_State_Alert_Account_Over_Quota</key>"
                                                "<string>A</string><key>bytes</key><string>Byte</string>"
                                                "<key>GB</key><string>Gig</string>");
-    EXPECT_EQ(stringForKelvaneServiceState(17, german) + stringForKelvaneServiceState(29, german), "QA");
+    EXPECT_EQ(stringForKelvaneServiceState(ServiceState::OverQuota, german) +
+                  stringForKelvaneServiceState(ServiceState::AccountOverQuota, german),
+              "QA");
     const auto sizes = [] {
         const FileSizeFormatter& formatter = FileSizeFormatter::sharedFileSizeAbbrevFormatter();
         return *formatter.stringFromNumber(1) + ' ' + *formatter.stringFromNumber(std::int64_t{3} << 30);

@@ -7,18 +7,13 @@
 #include "Tools/kelvanectl/Session.h"
 #include "Tools/kelvanectl/Terminal.h"
 
-#include <algorithm>
 #include <nlohmann/json.hpp>
 
 namespace kelvane::ctl {
 namespace {
 
-// The service states in which a backup is on its way, or would be as soon as something has changed.
-constexpr std::uint32_t workingStates[] = {3, 4, 5, 6, 7, 8};
-constexpr std::uint32_t messageState = 23;
-
 struct Look {
-    std::uint32_t serviceState = 0;
+    ServiceState serviceState{};
     std::string name;
     bool isBackupNeeded = false;
     bool hasUnreadFiles = false;
@@ -26,8 +21,7 @@ struct Look {
     bool isDamaged = false; // or has damaged earlier versions, which keep no backup from being made
 
     [[nodiscard]] bool isAtWork() const {
-        return std::ranges::find(workingStates, serviceState) != std::end(workingStates) ||
-               (serviceState == messageState && isDamaged);
+        return isWorking(serviceState) || (serviceState == ServiceState::OperationsMessage && isDamaged);
     }
 };
 
@@ -35,7 +29,7 @@ Look lookAt(Session& session) {
     Look look;
     session.state().updateDaemonState();
     look.serviceState = session.state().serviceState();
-    look.name = stringForKelvaneServiceState(static_cast<std::int32_t>(look.serviceState), session.bundle());
+    look.name = stringForKelvaneServiceState(look.serviceState, session.bundle());
     look.isBackupNeeded = session.state().isBackupNeeded();
     look.hasUnreadFiles = session.state().hasUnreadFiles();
     look.damagedFiles = session.state().damagedFileCount();
@@ -45,8 +39,9 @@ Look lookAt(Session& session) {
 
 ExitStatus refuse(const Look& look) {
     const std::string name = look.name.empty() ? "" : " (" + look.name + ")";
-    return complain(ExitStatus::Incomplete,
-                    "nothing is backed up now: " + std::to_string(look.serviceState) + name);
+    return complain(
+        ExitStatus::Incomplete,
+        "nothing is backed up now: " + std::to_string(static_cast<std::uint32_t>(look.serviceState)) + name);
 }
 
 // A pause ends with the order; what a person has switched off as a whole stays off.

@@ -34,9 +34,10 @@ std::string entryText(const Dictionary& state, const std::string& key, const Bun
     const Value* value = state.find(key);
     if (!value)
         return key + " gone";
-    const std::string name = key == statekey::serviceState
-                                 ? stringForKelvaneServiceState(value->int32Value(), bundle)
-                                 : std::string();
+    const std::string name =
+        key == statekey::serviceState
+            ? stringForKelvaneServiceState(static_cast<ServiceState>(value->uint32Value()), bundle)
+            : std::string();
     return key + ' ' + compact(*value) + (name.empty() ? "" : " (" + name + ")");
 }
 

@@ -12,8 +12,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr std::uint32_t disabledServiceState = 12;
-
 struct ModeName {
     const char* word;
     const char* text;
@@ -43,7 +41,8 @@ std::string modeText(const StatusReport& report) {
 
 std::string serviceStateText(const StatusReport& report) {
     const std::string& name = report.serviceStateText;
-    return std::to_string(report.serviceState) + (name.empty() ? "" : " (" + name + ")");
+    return std::to_string(static_cast<std::uint32_t>(report.serviceState)) +
+           (name.empty() ? "" : " (" + name + ")");
 }
 
 std::string restoreText(const StatusReport& report) {
@@ -115,10 +114,9 @@ StatusReport statusReport(const BackupState& state, const Bundle& bundle, std::s
     report.pausedMinutes = state.pausedMinutes();
     report.mode = daemonMode(report.pausedMinutes, state.recoverMode(), report.connected);
     report.serviceState = state.serviceState();
-    if (report.serviceState == disabledServiceState)
+    if (report.serviceState == ServiceState::Disabled)
         report.mode = DaemonMode::Disabled; // it answers all the same
-    report.serviceStateText =
-        stringForKelvaneServiceState(static_cast<std::int32_t>(report.serviceState), bundle);
+    report.serviceStateText = stringForKelvaneServiceState(report.serviceState, bundle);
     report.backedUp = {ifAvailable(state.backedUpFileCountAvailable(), state.backedUpFileCount()),
                        ifAvailable(state.backedupFileSizeAvailable(), state.backedupFileSize())};
     report.pending = {ifAvailable(state.pendingFileCountAvailable(), state.pendingFileCount()),

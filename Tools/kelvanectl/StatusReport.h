@@ -22,7 +22,7 @@ struct StatusReport {
     DaemonMode mode = DaemonMode::Disabled;
     std::uint32_t pausedMinutes = 0;
 
-    std::uint32_t serviceState = 0;
+    ServiceState serviceState{};
     std::string serviceStateText; // empty for a code that has no name
     Amount backedUp;
     Amount pending;
