@@ -6,8 +6,8 @@
 
 namespace kelvane {
 
-// A programming error: what is wrong, in which source and on which line. `source` and `line` are the ones by
-// which a fault is known to the people who support the product, not those of the file at hand.
+// Thrown for a programming error. `source` and `line` are the names under which support staff know the
+// fault; they are not those of the C++ file that throws it.
 class AssertionFailure : public std::logic_error {
 public:
     AssertionFailure(const std::string& text, std::string_view source, int line)

@@ -8,14 +8,14 @@
 #include <span>
 #include <string_view>
 
-// How a binary property list is laid out: the header, the objects, a table with the offset of each object,
-// and the trailer, which says how wide offsets and references are and where the table stands. A reference is
-// an object's place in the table. Every number has its highest byte first.
+// The layout of a binary property list: the header, the objects, a table with the offset of each object, and
+// the trailer, which contains the width of offsets and references and the position of the table. A reference
+// is the index of an object in the table. All numbers are big-endian.
 namespace kelvane::layout {
 
 inline constexpr std::string_view header = "bplist00";
 
-// The high four bits of an object's first byte.
+// The type of an object, in the high four bits of its first byte.
 enum class Type : std::uint8_t {
     Simple = 0x0,
     Integer = 0x1,
@@ -31,7 +31,7 @@ enum class Type : std::uint8_t {
     Dictionary = 0xD,
 };
 
-// First bytes that say all.
+// First bytes that determine the object completely, or its type and size.
 inline constexpr std::uint8_t nullMarker = 0x00;
 inline constexpr std::uint8_t falseMarker = 0x08;
 inline constexpr std::uint8_t trueMarker = 0x09;
@@ -39,8 +39,8 @@ inline constexpr std::uint8_t floatMarker = 0x22;
 inline constexpr std::uint8_t doubleMarker = 0x23;
 inline constexpr std::uint8_t dateMarker = 0x33;
 
-// The low four bits of the first byte are a count, or this where the count does not fit: an integer object
-// with the count follows.
+// The low four bits of the first byte are a count. If the count does not fit, they have this value, and an
+// integer object with the count follows.
 inline constexpr std::uint8_t countFollows = 0xF;
 
 inline constexpr std::size_t trailerSize = 32;
@@ -53,16 +53,16 @@ struct Trailer {
     std::uint64_t tableOffset = 0;
 };
 
-// None when header or trailer are not those of a binary property list, or the table does not exactly fill the
-// room between the objects and the trailer.
+// Returns nothing if the header or the trailer is not that of a binary property list, or if the table does
+// not exactly fill the space between the objects and the trailer.
 [[nodiscard]] std::optional<Trailer> readTrailer(std::span<const std::uint8_t> file);
-// Writes `trailerSize` bytes.
+// Writes `trailerSize` bytes at `at`.
 void writeTrailer(std::uint8_t* at, const Trailer& trailer);
 
 static_assert(std::endian::native == std::endian::little);
 
-// Numbers of 1 to 8 bytes. Eight bytes are touched whatever the width is, which spares a loop: only for
-// places with a trailer, or what will be one, behind them; and one writes from front to back.
+// Read and write numbers of 1 to 8 bytes. To avoid a loop both functions access eight bytes whatever the
+// width. These must exist, as they do before the trailer, and numbers must be written from front to back.
 inline std::uint64_t readNumber(const std::uint8_t* at, unsigned width) {
     std::uint64_t number = 0;
     std::memcpy(&number, at, sizeof(number));

@@ -6,7 +6,7 @@
 
 namespace kelvane {
 
-// FNV-1a with 64 bits (Fowler, Noll and Vo): finds damage, and is no protection against forgery. Any thread.
+// Returns the 64-bit FNV-1a hash (Fowler, Noll and Vo), which detects damage but not forgery.
 [[nodiscard]] constexpr std::uint64_t checksumOf(const auto& bytes) {
     std::uint64_t hash = 14695981039346656037U;
     for (const auto byte : bytes)

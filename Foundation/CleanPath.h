@@ -6,15 +6,15 @@
 
 namespace kelvane {
 
-// For paths that are absolute and clean: no separator is doubled or trails, no component is "." or "..".
+// A clean path is absolute and has no doubled or trailing separator and no component "." or "..".
 
-// "/" of "/" itself, and of what is no absolute path.
+// Returns the parent folder of a clean path, and "/" for "/" and for a path that is not absolute.
 [[nodiscard]] inline std::string_view folderOf(std::string_view path) {
     const std::size_t separator = path.rfind('/');
     return separator == std::string_view::npos ? "/" : path.substr(0, std::max<std::size_t>(separator, 1));
 }
 
-// What the path of everything below begins with.
+// Returns the prefix of all paths below `path`: the path with a trailing separator.
 [[nodiscard]] inline std::string withSeparator(std::string_view path) {
     return path.ends_with('/') ? std::string(path) : std::string(path) + '/';
 }

@@ -5,23 +5,23 @@
 
 namespace kelvane {
 
-// A mutex that also holds an integer condition. Whoever waits for a condition gets the mutex when the
-// condition has that value; whoever unlocks says which value it leaves behind, or leaves the one that is
-// there.
+// A mutex with an integer condition. A thread can wait until the condition has a certain value and acquires
+// the mutex at that moment. A thread that unlocks the mutex can set a new condition.
 //
-// Any thread may call any operation; only the thread that locked unlocks, and it must not lock again.
-// `interrupt` ends every wait for a condition that would not end at once, now and until `resume`, with false:
-// an owner that goes away calls it so that no thread stays behind. The condition is not changed by it. An
-// owner must outlive the waits that it interrupts.
+// Any thread may call any function. Only the thread that holds the lock may unlock it, and it must not lock
+// it again. `interrupt` makes every call that waits for a condition, now and until `resume`, return false
+// instead of blocking; the condition stays the same.
+//
+// An owner calls `interrupt` before it is destroyed, and must outlive the calls that it interrupts.
 class ConditionLock {
 public:
     explicit ConditionLock(int condition = 0) : condition_(condition) {}
 
     void lock();
-    // False: interrupted, and the lock is not held.
+    // Returns false without the lock if the wait was interrupted.
     [[nodiscard]] bool lockWhenCondition(int condition);
-    // The same, but every interruption since `interruptions` had the given value counts, also one that is
-    // over: for a wait whose cause lies before it.
+    // Likewise, but also returns false if there has been an interruption since `interruptions()` returned
+    // this value, even one that is over: for a wait whose reason is older than the wait.
     [[nodiscard]] bool lockWhenCondition(int condition, unsigned interruptions);
     void unlock();
     void unlockWithCondition(int condition);

@@ -11,7 +11,7 @@
 
 namespace kelvane {
 
-// One argument of a format: an integer, a real, a text, or a value for `%@`.
+// One argument of a format: an integer, a real number, or a reference to a text or to a value for `%@`.
 class FormatArgument {
 public:
     // NOLINTBEGIN(google-explicit-constructor)
@@ -20,7 +20,7 @@ public:
     FormatArgument(double number) : content_(number) {}
     FormatArgument(const char* text) : content_(textOf(text)) {}
     FormatArgument(std::string_view text) : content_(text) {}
-    // Exactly these: what only converts to one of them would be gone before it is formatted.
+    // Only these exact types: a converted temporary would be destroyed before it is formatted.
     template <std::same_as<std::string> T>
     FormatArgument(const T& text) : content_(std::string_view(text)) {}
     template <std::same_as<Value> T>
@@ -43,12 +43,12 @@ private:
     Content content_;
 };
 
-// The text of `format` with its arguments. Conversions: `%@` a value's description (or any other argument as
-// it is), `%s`, `%c`, `%d %i %u %x %X %o` with their length letters, `%f %e %g`, `%%`; flags, width and
-// precision as in printf, and "%2$@" to pick an argument. An integer is cut to the width that its length
-// letters name (32 bits without one). A conversion without an argument, or with one of another kind, is
-// written as "(null)"; an unknown conversion stands as it is. Nothing here fails or reads memory that is not
-// there.
+// Returns `format` with its arguments inserted. The conversions are `%@` for the description of a value or
+// for any other argument, `%s`, `%c`, `%d %i %u %x %X %o` with length modifiers, `%f %e %g` and `%%`. Flags,
+// width, precision and the selection of an argument ("%2$@") are as in printf. An integer is truncated to the
+// width of the length modifier, or to 32 bits without one. A conversion whose argument is missing or of
+// another kind becomes "(null)"; an unknown conversion is copied. The function never fails and never reads
+// beyond the arguments.
 [[nodiscard]] std::string formatArguments(std::string_view format, std::span<const FormatArgument> arguments);
 
 template <class... Arguments>

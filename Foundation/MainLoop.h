@@ -6,13 +6,13 @@
 
 namespace kelvane {
 
-// A timer that runs for as long as this token lives. Belongs to the loop's thread.
+// Keeps a timer running; the timer stops when this token is destroyed. Use it on the loop's thread only.
 class [[nodiscard]] Timer {
 public:
     Timer() = default;
     explicit Timer(std::shared_ptr<void> registration) : registration_(std::move(registration)) {}
 
-    // False for an empty token and after `stop`; a one-shot timer that has fired still counts as running.
+    // False for an empty token and after `stop`. A one-shot timer still counts as running after it has fired.
     [[nodiscard]] bool isRunning() const { return registration_ != nullptr; }
     void stop() { registration_.reset(); }
 
@@ -20,7 +20,7 @@ private:
     std::shared_ptr<void> registration_;
 };
 
-// The event loop of the main thread, which runs every timer and every posted task, one after the other.
+// The event loop of the main thread. It runs timers and posted tasks one at a time.
 class MainLoop {
 public:
     using Task = std::function<void()>;
@@ -28,16 +28,16 @@ public:
 
     virtual ~MainLoop() = default;
 
-    // From any thread, without waiting. Tasks run in the order in which they were posted.
+    // May be called from any thread and does not block. Tasks run in the order in which they were posted.
     virtual void post(Task task) = 0;
 
-    // On the loop's thread only. A repeating timer that was late does not catch up: it fires once and goes on
-    // from there.
+    // May be called on the loop's thread only. A repeating timer that is late fires once, and the next
+    // interval begins then.
     virtual Timer schedule(std::chrono::milliseconds interval, Repeat repeat, Task task) = 0;
 
-    // While the token lives no task runs, also not in an event loop inside the one that asks; what comes due
-    // meanwhile runs afterwards. On the loop's thread only. A loop that runs no other inside itself has
-    // nothing to hold.
+    // Suspends timers and tasks until the token is destroyed, also in nested event loops; what becomes due
+    // in the meantime runs afterwards. May be called on the loop's thread only. A loop that does not support
+    // nested loops returns null, since it has nothing to suspend.
     [[nodiscard]] virtual std::shared_ptr<void> hold() { return nullptr; }
 };
 

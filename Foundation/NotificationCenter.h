@@ -9,24 +9,24 @@
 
 namespace kelvane {
 
-// What an observer is told. `sender` is an identity to compare, never to be followed.
+// A notification as an observer receives it. `sender` identifies the sender and must not be dereferenced.
 struct Notification {
     std::string_view name;
     const void* sender = nullptr;
     Value userInfo;
 };
 
-// Fan-out inside a process. Observers are called in the order in which they registered, on the thread that
-// posts and before `post` returns. One thread at a time: in the pane that is the main thread, in whose hands
-// every post, every registration and every token is.
+// Delivers notifications to the observers in a process. `post` calls the observers on the calling thread, in
+// the order of their registration, and returns afterwards. Not thread-safe: a pane uses its centre, and the
+// observers' tokens, on the main thread only.
 //
-// While a post is under way, an observer that is removed is not called any more, and one that is added hears
-// of the next post only. An exception of an observer leaves `post` at once.
+// An observer that is removed during a `post` is no longer called; one that is added receives the next
+// notification. An exception of an observer ends `post` and is passed on to its caller.
 class NotificationCenter {
 public:
     using Handler = std::function<void(const Notification&)>;
 
-    // Unsubscribes when it dies. May outlive the centre.
+    // Removes the observer when it is destroyed. May outlive the centre.
     class [[nodiscard]] Observer {
     public:
         Observer() = default;
@@ -43,7 +43,7 @@ public:
     NotificationCenter(const NotificationCenter&) = delete;
     NotificationCenter& operator=(const NotificationCenter&) = delete;
 
-    // `sender` nullptr: from any sender.
+    // With a null `sender` the handler receives the notifications of all senders.
     Observer observe(std::string name, const void* sender, Handler handler);
     void post(std::string_view name, const void* sender, Value userInfo = {});
 

@@ -6,26 +6,26 @@
 
 namespace kelvane {
 
-// Paths as lists of names. The first component of an absolute path is "/"; separators that are doubled or
-// trail count for nothing; "." and ".." are names like any other, and nothing here looks at the disk. The
-// standard library's own paths keep a trailing separator as an empty component and let an absolute name
-// replace what it is appended to.
+// Functions for paths as lists of names. The first component of an absolute path is "/". Doubled and trailing
+// separators are ignored, "." and ".." are ordinary names, and the disk is not accessed.
+// std::filesystem::path differs: it keeps a trailing separator as an empty component, and appending an
+// absolute path replaces the first one.
 
 [[nodiscard]] std::vector<std::string> pathComponents(std::string_view path);
 
-// The inverse: "/" as the first component makes the path absolute.
+// The inverse of `pathComponents`: with "/" as the first component the path is absolute.
 [[nodiscard]] std::string pathWithComponents(const std::vector<std::string>& components);
 
-// One separator between the two, none doubled, none trailing: "/a/" and "/b" make "/a/b".
+// Joins two paths with exactly one separator and without a trailing one: "/a/" and "/b" become "/a/b".
 [[nodiscard]] std::string appendPathComponent(std::string_view path, std::string_view component);
 
-// "/" of "/", empty of the empty path.
+// Returns "/" for "/" and an empty text for the empty path.
 [[nodiscard]] std::string lastPathComponent(std::string_view path);
 
-// The path without its last component: "/" of "/a" and of "/" itself, empty of "a".
+// Returns the path without its last component: "/" for "/a" and for "/", an empty text for "a".
 [[nodiscard]] std::string deleteLastPathComponent(std::string_view path);
 
-// What follows the last dot of the last component; empty for a name that only begins with its dot.
+// Returns the text after the last dot of the last component; empty if that dot is its first character.
 [[nodiscard]] std::string pathExtension(std::string_view path);
 
 [[nodiscard]] inline bool isAbsolutePath(std::string_view path) {

@@ -7,33 +7,33 @@
 
 namespace kelvane {
 
-// The objects of a binary property list that is being written, in the order in which they came. References to
-// them take four bytes each until `finish`, when it is known how many objects there are and how few bytes
-// will do.
+// The objects of a binary property list that is being written, in the order in which they were added.
+// References take four bytes each until `finish`, when the number of objects is known and they are narrowed
+// to the smallest sufficient width.
 class PropertyListObjects {
 public:
-    using Id = std::uint32_t; // an object's place in the offset table
+    using Id = std::uint32_t; // the index of an object in the offset table
 
     struct Container {
         Id id = 0;
-        std::size_t references = 0; // how many
-        std::size_t slots = 0;      // where the references stand, to be set one by one
+        std::size_t references = 0; // their number
+        std::size_t slots = 0;      // byte position of the first reference, for `setReference`
     };
     static constexpr std::size_t slotSize = sizeof(Id);
 
     PropertyListObjects();
 
-    // The object with these bytes, which is added when there is none. `hash` is the encoding's.
+    // Returns the object with these bytes and adds it if there is none. `hash` is that of the encoding.
     [[nodiscard]] Id unique(const Encoding& encoding, std::uint32_t hash);
-    // Says that `unique` is going to be asked for that hash: asking for several at once hides the wait for
-    // memory.
+    // Prefetches the table entry for a later call of `unique` with this hash. Prefetching several entries at
+    // once hides the latency of memory.
     void expect(std::uint32_t hash) const;
 
     [[nodiscard]] Container addContainer(layout::Type type, std::size_t count);
     void setReference(std::size_t slot, Id object);
     [[nodiscard]] Id reference(std::size_t slot) const;
 
-    // The whole property list. Ends the use of these objects.
+    // Returns the complete property list. No other function may be called afterwards.
     [[nodiscard]] Data finish(Id top);
 
 private:
@@ -49,8 +49,8 @@ private:
 
     Data bytes_;
     std::vector<std::uint64_t> offsets_; // by object
-    std::vector<Container> containers_;  // as long as their references may be narrowed
-    // A hash table of what `unique` added; its size is a power of two, and at most half of it is taken.
+    std::vector<Container> containers_;  // those whose references `finish` may narrow
+    // A hash table of what `unique` has added. Its size is a power of two, and at most half of it is in use.
     std::vector<Place> places_;
     std::size_t taken_ = 0;
 };

@@ -5,13 +5,13 @@
 
 namespace kelvane {
 
-// How many owners a block has that is kept by whoever owns it. Owners on different threads need no lock.
+// Counts the owners of a shared block. Owners on different threads need no lock.
 class OwnerCount {
 public:
     void add() { count_.fetch_add(1, std::memory_order_relaxed); }
-    // True for the last one, who then sees all that the others did.
+    // Returns true for the last owner, to which all changes by the other owners are then visible.
     [[nodiscard]] bool removeLast() { return count_.fetch_sub(1, std::memory_order_acq_rel) == 1; }
-    // An owner who is alone stays so until it gives away a share itself.
+    // If this returns true, it stays true until the caller itself makes another owner.
     [[nodiscard]] bool isAlone() const { return count_.load(std::memory_order_acquire) == 1; }
 
 private:
@@ -25,9 +25,9 @@ struct SharedBlock : OwnerCount {
     T content;
 };
 
-// A share of a T: copies refer to the same T for as long as they only read it, and `own` gives this one a T
-// that nobody else sees. Different shares of one T may be used by different threads at the same time. A share
-// that was given nothing, or that was moved from, reads as a default T.
+// A T with copy-on-write. Copies refer to the same T until one of them calls `own`, which returns a T that no
+// other copy refers to. Different copies may be used by different threads at the same time. An object that is
+// default-constructed or moved-from reads as a default T.
 template <class T>
 class Shared {
 public:

@@ -8,8 +8,8 @@
 
 namespace kelvane {
 
-// An array of at most 2^32 items that are made when they are asked for, each in a place of its own for good.
-// It takes memory for those, for their numbers in blocks around them, and 8 bytes for 1024 of its size.
+// An array of at most 2^32 items, each of which is created when it is first accessed and never moves. It
+// uses memory for these, for blocks of 1024 numbers around them, and 8 bytes for every 1024 of its size.
 template <class Item>
 class SparseArray {
 public:
@@ -29,7 +29,7 @@ public:
 
 private:
     static constexpr std::uint64_t blockSize = 1024;
-    using Block = std::array<std::uint32_t, blockSize>; // numbers of items, from 1; 0: none yet
+    using Block = std::array<std::uint32_t, blockSize>; // numbers of items from 1; 0: not created yet
 
     std::vector<std::unique_ptr<Block>> blocks_;
     std::deque<Item> items_;

@@ -9,24 +9,24 @@
 
 namespace kelvane {
 
-// Conversions between the encodings of text, all strict: a lone surrogate, an overlong form, a number above
-// 0x10FFFF or a text that ends in the middle of a character is refused.
+// Strict conversions between text encodings. They refuse lone surrogates, overlong forms, code points above
+// 0x10FFFF, and text that ends in the middle of a character.
 
 [[nodiscard]] bool isAscii(std::string_view text);
 [[nodiscard]] bool isUtf8(std::string_view text);
 
-// None when a surrogate stands alone. `bytes` holds whole units of two bytes, the higher one first.
+// Returns nothing for a lone surrogate. `bytes` contains complete units of two bytes, big-endian.
 [[nodiscard]] std::optional<std::string> utf8FromUtf16BigEndian(std::span<const std::uint8_t> bytes);
 
-// Replaces `units` by the text in UTF-16, the higher byte first. False when `text` is not UTF-8.
+// Replaces `units` by the text in big-endian UTF-16. Returns false if `text` is not UTF-8.
 [[nodiscard]] bool setUtf16BigEndian(std::vector<std::uint8_t>& units, std::string_view text);
 
-// Names of files are bytes, and text must be UTF-8: on the link, in logs and for people a byte of a name that
-// is not UTF-8 is written as U+FFFD and two hexadecimal digits, "\xE9" as "\uFFFDE9". Where a name holds just
-// that, the three bytes of its U+FFFD are written so. Every other name that is UTF-8 is its own text. Texts
-// of two names differ, and a path may be converted whole or name by name.
+// File names are bytes, but the protocol, logs and messages require UTF-8. A byte that is not UTF-8 is
+// written as U+FFFD and two hexadecimal digits: "\xE9" becomes "\uFFFDE9". If a name itself contains such a
+// sequence, the three bytes of its U+FFFD are written in this form. Any other UTF-8 name is its own text.
+// Different names have different texts, and a path can be converted as a whole or name by name.
 [[nodiscard]] std::string textFromPath(std::string_view path);
-// What else the text holds stands for itself.
+// The inverse of `textFromPath`. All other characters are copied.
 [[nodiscard]] std::string pathFromText(std::string_view text);
 
 } // namespace kelvane

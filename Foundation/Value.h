@@ -24,11 +24,11 @@ class Value;
 using Data = std::vector<std::uint8_t>;
 using Array = std::vector<Value>;
 
-// A point in time: seconds since 2001-01-01T00:00:00Z, fractions and negative numbers included.
+// A point in time, in seconds since 2001-01-01T00:00:00Z, with fractions; negative before that.
 struct Date {
     double secondsSinceReference = 0;
 
-    // NaN equals itself here as it does among numbers.
+    // NaN equals itself, as it does for numbers.
     friend bool operator==(Date left, Date right) {
         const double a = left.secondsSinceReference;
         const double b = right.secondsSinceReference;
@@ -36,8 +36,8 @@ struct Date {
     }
 };
 
-// An integer with the kind it was made from. An unsigned 64-bit number that fits a signed one is held as a
-// signed 64-bit number: that is how number objects count it, and what decides how a size is read.
+// An integer with the signedness and width of the type from which it was made. An unsigned 64-bit number that
+// fits in a signed one is stored as a signed 64-bit number, since property lists do not distinguish the two.
 struct Integer {
     std::uint64_t bits = 0; // two's complement, sign-extended to 64 bits when signed
     std::uint8_t width = 8; // 1, 2, 4 or 8 bytes
@@ -53,11 +53,11 @@ concept PlainInteger =
     !std::same_as<std::remove_cv_t<T>, char8_t> && !std::same_as<std::remove_cv_t<T>, char16_t> &&
     !std::same_as<std::remove_cv_t<T>, char32_t> && !std::same_as<std::remove_cv_t<T>, wchar_t>;
 
-// One property-list object, or none (`Kind::Absent`).
+// A property-list object, or none (`Kind::Absent`).
 //
-// A value: copies are independent, and cheap, because strings, data, arrays and dictionaries are shared until
-// one of the copies is changed. Different threads may read copies of one value at the same time. Every read
-// of an absent value, or of one of another kind, yields 0, false or empty; nothing here fails.
+// Copies are independent of each other and cheap: strings, data, arrays and dictionaries are shared until one
+// of the copies is changed. Different threads may read copies of one value at the same time. Reading an
+// absent value, or one of another kind, returns 0, false or an empty value; no function fails.
 class Value {
 public:
     enum class Kind { Absent, Bool, Integer, Float, Double, Date, String, Data, Array, Dictionary };
@@ -83,7 +83,7 @@ public:
     Value(Data bytes);                                         // NOLINT(google-explicit-constructor)
     Value(Array items);                                        // NOLINT(google-explicit-constructor)
     Value(Dictionary entries);                                 // NOLINT(google-explicit-constructor)
-    Value(const void*) = delete;                               // a stray pointer would become a bool
+    Value(const void*) = delete;                               // a pointer would convert to bool
 
     Value(const Value& other)
         : content_(other.content_), kind_(other.kind_), width_(other.width_), isSigned_(other.isSigned_) {
@@ -102,7 +102,7 @@ public:
         std::swap(isSigned_, other.isSigned_);
         return *this;
     }
-    // Takes no more stack for a container nested a million deep than for a flat one.
+    // Uses a constant amount of stack, even for a million levels of nesting.
     ~Value() {
         if (isBlock() && content_.block->removeLast())
             destroy(kind_, content_.block);
@@ -115,8 +115,8 @@ public:
     [[nodiscard]] bool isArray() const { return kind() == Kind::Array; }
     [[nodiscard]] bool isDictionary() const { return kind() == Kind::Dictionary; }
 
-    // Numbers. A bool counts as 1 or 0. A real is truncated toward zero and kept within 64 bits, NaN reads as
-    // 0; an integer, and what a real became, is cut to the width asked for.
+    // Numbers. A bool reads as 1 or 0. A real number is truncated toward zero and limited to the range of 64
+    // bits; NaN reads as 0. Integers are then truncated to the requested width.
     [[nodiscard]] bool boolValue() const;
     [[nodiscard]] std::int32_t int32Value() const { return static_cast<std::int32_t>(int64Value()); }
     [[nodiscard]] std::uint32_t uint32Value() const { return static_cast<std::uint32_t>(uint64Value()); }
@@ -124,7 +124,7 @@ public:
     [[nodiscard]] std::uint64_t uint64Value() const;
     [[nodiscard]] float floatValue() const { return static_cast<float>(doubleValue()); }
     [[nodiscard]] double doubleValue() const;
-    // The integer as it is held; none for every other kind.
+    // Returns the integer as it is stored; nothing for any other kind.
     [[nodiscard]] std::optional<Integer> integer() const {
         return kind_ == Kind::Integer ? std::optional(Integer{content_.bits, width_, isSigned_})
                                       : std::nullopt;
@@ -136,39 +136,39 @@ public:
     [[nodiscard]] const Array& array() const;
     [[nodiscard]] const Dictionary& dictionary() const;
 
-    // The entry of a dictionary or the item of an array; absent when there is none.
+    // Return the entry of a dictionary or the item of an array; an absent value if there is none.
     [[nodiscard]] const Value& operator[](std::string_view key) const;
     [[nodiscard]] const Value& at(std::size_t index) const;
-    // Entries or items; 0 for every other kind.
+    // Returns the number of entries or items; 0 for any other kind.
     [[nodiscard]] std::size_t size() const;
 
-    // Whether another value may hold the same array or dictionary.
+    // Returns whether another value may share this array or dictionary.
     [[nodiscard]] bool isShared() const;
-    // Whether both hold the very same string, data, array or dictionary, or the same number of one kind.
-    // Cheap, and says nothing when false.
+    // Returns true if both share one string, data, array or dictionary, or are the same number of one kind.
+    // This is a cheap test for equality: values for which it returns false may be equal as well.
     [[nodiscard]] bool isSameAs(const Value& other) const {
         return kind_ == other.kind_ && isSigned_ == other.isSigned_ && content_.bits == other.content_.bits;
     }
 
-    // For changing in place; an array or dictionary shared with copies is copied first. A value of another
-    // kind becomes an empty container.
+    // Return the container for modification. If it is shared with other values it is copied first. A value of
+    // another kind becomes an empty container.
     [[nodiscard]] Array& mutableArray();
     [[nodiscard]] Dictionary& mutableDictionary();
 
-    // The text that `%@` inserts: strings as they are, numbers in decimal, containers on one line with their
-    // strings quoted, nothing as "(null)". Nesting below 64 levels is written as "...", and so is
-    // the rest of a container after a million characters.
+    // Returns the text that `%@` inserts: a string unchanged, a number in decimal, a container on one line
+    // with quoted strings, an absent value as "(null)". Levels below the 64th, and the rest of a container
+    // after a million characters, are written as "...".
     [[nodiscard]] std::string description() const;
 
-    // Numbers are equal by value, whatever their kind (true equals 1, 1 equals 1.0); dictionaries whatever
-    // their order. NaN equals itself, so that a dictionary always equals its copy.
+    // Numbers are compared by value regardless of their kind (true equals 1, 1 equals 1.0), dictionaries
+    // regardless of their order. NaN equals itself, so that a dictionary always equals its copy.
     friend bool operator==(const Value& left, const Value& right);
 
 private:
     Value(Kind kind, std::uint64_t bits) : content_{bits}, kind_(kind) {}
     Value(Kind kind, OwnerCount* block) : kind_(kind) { content_.block = block; }
 
-    // Strings, data, arrays and dictionaries stand in a `SharedBlock` of their own.
+    // True for strings, data, arrays and dictionaries, which are stored in a `SharedBlock`.
     [[nodiscard]] bool isBlock() const { return kind_ >= Kind::String; }
     template <class T>
     [[nodiscard]] T& content() const {
@@ -190,7 +190,7 @@ private:
                     sizeof(T) == 8 && static_cast<std::uint64_t>(number) >> 63U == 0};
     }
 
-    // 16 bytes in all: lists of files hold millions of values.
+    // A value takes 16 bytes, because lists of files contain millions of them.
     union {
         std::uint64_t bits = 0; // of a bool, a number or a date
         OwnerCount* block;
@@ -200,10 +200,10 @@ private:
     bool isSigned_ = false;
 };
 
-// String keys to values, in the order of insertion; equality ignores the order. A plain list: the
-// dictionaries that travel hold some twenty keys, and looking through those beats a hash. `find` is linear;
-// equality is not quadratic, however large and however ordered the two sides are. Dictionaries of the same
-// keys can share the list of them.
+// Maps string keys to values and keeps the order of insertion; equality ignores the order. It is a list,
+// since the dictionaries of the protocol have about twenty keys, for which a linear search is faster than a
+// hash table. `find` is linear. Comparing two dictionaries takes less than quadratic time whatever their size
+// and order. Dictionaries with the same keys can share the list of keys.
 class Dictionary {
 public:
     using Entry = std::pair<std::string, Value>;
@@ -211,18 +211,18 @@ public:
     class Iterator;
 
     Dictionary() = default;
-    // A repeated key keeps its first place and takes the last value.
+    // A key that occurs repeatedly keeps its first position and has the last value.
     Dictionary(std::initializer_list<Entry> entries);
-    // A value for each key; the keys are known to differ.
+    // `values` has one value for each key. The keys must be different.
     Dictionary(Shared<Keys> keys, std::vector<Value> values)
         : keys_(std::move(keys)), values_(std::move(values)) {}
 
     [[nodiscard]] const Value* find(std::string_view key) const;
     [[nodiscard]] bool contains(std::string_view key) const { return find(key) != nullptr; }
     [[nodiscard]] const Value& operator[](std::string_view key) const;
-    // Replaces the value of a present key in its place, else appends.
+    // Replaces the value of an existing key, or appends a new one.
     void set(std::string_view key, Value value);
-    // Appends without looking for the key: for readers that know it to be new.
+    // Appends without a search for the key, which must not exist.
     void append(std::string key, Value value);
     bool erase(std::string_view key);
     void reserve(std::size_t count);
@@ -237,14 +237,14 @@ public:
     friend bool operator==(const Dictionary& left, const Dictionary& right);
 
 private:
-    // Where `key` stands; `size()` when it does not.
+    // Returns the index of `key`, or `size()` if it does not exist.
     [[nodiscard]] std::size_t positionOf(std::string_view key) const;
 
     Shared<Keys> keys_;
     std::vector<Value> values_;
 };
 
-// Yields each entry as a pair of references to its key and its value.
+// Returns each entry as a pair of references to the key and the value.
 class Dictionary::Iterator {
 public:
     using iterator_category = std::input_iterator_tag;
