@@ -2,10 +2,10 @@
 
 #include "Common/SocketConnection.h"
 #include "Foundation/Assertion.h"
+#include "Foundation/Format.h"
 #include "Support/Logging.h"
 
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -79,12 +79,12 @@ bool KelvaneSocket::connectToPath(const std::string& path) {
         return false;
     // An empty name would reach whoever has bound the nameless address.
     if (path.empty()) {
-        KelvaneCLog("connect failed: %s", std::strerror(ENOENT));
+        KelvaneCLog("connect failed: %s", errorText(ENOENT));
         return false;
     }
     const int descriptor = connection->descriptor.get();
     if (!connectWithoutWaiting(descriptor, addressOf(path))) {
-        KelvaneCLog("connect failed: %s", std::strerror(errno));
+        KelvaneCLog("connect failed: %s", errorText());
         return false;
     }
     const bool trusted = isTrustedPeer(descriptor);

@@ -1,6 +1,7 @@
 // kelvane-fake-daemon: a backup daemon that plays a script, for demos, screenshots and trying things out.
 
 #include "FakeDaemon/ScriptPlayer.h"
+#include "Foundation/Format.h"
 #include "Platform/FileDescriptor.h"
 #include "Platform/SignalWatch.h"
 #include "Platform/SocketClaim.h"
@@ -54,7 +55,7 @@ int serve(const Options& options) {
     if (!options.script.empty() && options.script != "-") {
         file.reset(::open(options.script.c_str(), O_RDONLY | O_CLOEXEC));
         if (!file) {
-            std::cerr << "kelvane-fake-daemon: " << options.script << ": " << std::strerror(errno) << '\n';
+            std::cerr << "kelvane-fake-daemon: " << options.script << ": " << errorText() << '\n';
             return 2;
         }
     }

@@ -8,6 +8,9 @@ namespace kelvane {
 
 // A clean path is absolute and has no doubled or trailing separator and no component "." or "..".
 
+// The folder that holds all others. As the path of a change it stands for every file.
+inline constexpr const char* everything = "/";
+
 // Returns the parent folder of a clean path, and "/" for "/" and for a path that is not absolute.
 [[nodiscard]] inline std::string_view folderOf(std::string_view path) {
     const std::size_t separator = path.rfind('/');

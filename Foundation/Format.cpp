@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdio>
 #include <optional>
+#include <system_error>
 
 namespace kelvane {
 namespace {
@@ -183,6 +184,10 @@ std::string formatArguments(std::string_view format, std::span<const FormatArgum
         }
     }
     return text;
+}
+
+std::string errorText(int error) {
+    return std::generic_category().message(error);
 }
 
 } // namespace kelvane

@@ -3,6 +3,7 @@
 #include "Foundation/Value.h"
 
 #include <array>
+#include <cerrno>
 #include <concepts>
 #include <span>
 #include <string>
@@ -56,5 +57,8 @@ template <class... Arguments>
     const std::array<FormatArgument, sizeof...(Arguments)> list{FormatArgument(arguments)...};
     return formatArguments(format, list);
 }
+
+// Returns the system's text for an error number of `errno`.
+[[nodiscard]] std::string errorText(int error = errno);
 
 } // namespace kelvane

@@ -3,11 +3,13 @@
 #include "Common/RestoreStatus.h"
 #include "Foundation/Checksum.h"
 #include "Foundation/CleanPath.h"
+#include "Foundation/Format.h"
 #include "LocalDaemon/Backup/BackupTrouble.h"
 #include "LocalDaemon/Backup/RepositoryKey.h"
 #include "LocalDaemon/Index/RetentionAlerts.h"
 #include "LocalDaemon/Panes/DaemonTarget.h"
 #include "LocalDaemon/Restic/ResticProcesses.h"
+#include "Platform/FileContents.h"
 #include "Platform/SpecialFolders.h"
 #include "Support/Logging.h"
 
@@ -16,7 +18,6 @@
 #include <fcntl.h>
 #include <iterator>
 #include <sys/file.h>
-#include <system_error>
 
 namespace kelvane {
 namespace {
@@ -80,7 +81,7 @@ std::string LocalDaemon::start() {
     state_->setNeedListener([this](const BackupNeed& need) { runner_->noteNeed(need); });
     restores_->start(); // before anybody can ask for its jobs
     if (!server_->listen(options_.socketPath))
-        return "Cannot listen at " + options_.socketPath + ": " + std::generic_category().message(errno);
+        return "Cannot listen at " + options_.socketPath + ": " + errorText();
     scan_->start();
     runner_->start();
     refresh_ = loop_->schedule(options_.refreshInterval, MainLoop::Repeat::Always, [this] {
@@ -97,7 +98,7 @@ std::string LocalDaemon::claimSettings() {
     if (!ensureFolder(std::string(folderOf(path))))
         return {};
     settingsLock_ =
-        FileDescriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
+        FileDescriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, privateFileMode));
     const bool isTaken = settingsLock_ && ::flock(settingsLock_.get(), LOCK_EX | LOCK_NB) != 0;
     return isTaken && errno == EWOULDBLOCK ? "Another daemon keeps its settings in " + options_.settingsPath
                                            : "";

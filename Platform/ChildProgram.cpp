@@ -1,5 +1,6 @@
 #include "Platform/ChildProgram.h"
 
+#include "Foundation/Format.h"
 #include "Platform/PipeLines.h"
 #include "Platform/SystemCallFilter.h"
 
@@ -35,10 +36,6 @@ constexpr milliseconds graceOfKilled(3000);
 // From linux/ioprio.h, which not every system installs.
 constexpr int ioprioWhoProcess = 1;
 constexpr int ioprioIdle = 3 << 13;
-
-std::string errorText(int error) {
-    return std::generic_category().message(error);
-}
 
 struct Pipe {
     FileDescriptor readEnd;

@@ -1,5 +1,6 @@
 #include "Platform/DetachedProgram.h"
 
+#include "Foundation/Format.h"
 #include "Platform/FileDescriptor.h"
 
 #include <array>
@@ -8,15 +9,10 @@
 #include <csignal>
 #include <fcntl.h>
 #include <sys/wait.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace kelvane {
 namespace {
-
-std::string errorText(int error) {
-    return std::generic_category().message(error);
-}
 
 // Between fork and exec only system calls are safe. What this process has blocked or ignored is its own
 // affair.
@@ -43,12 +39,12 @@ std::string startDetached(std::vector<std::string> arguments) {
     pointers.push_back(nullptr);
     std::array<int, 2> ends{};
     if (::pipe2(ends.data(), O_CLOEXEC) != 0)
-        return errorText(errno);
+        return errorText();
     const FileDescriptor reading(ends[0]);
     FileDescriptor writing(ends[1]);
     const pid_t between = ::fork();
     if (between < 0)
-        return errorText(errno);
+        return errorText();
     if (between == 0) {
         ::setsid();
         if (::fork() == 0)

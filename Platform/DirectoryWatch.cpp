@@ -1,5 +1,6 @@
 #include "Platform/DirectoryWatch.h"
 
+#include "Foundation/Format.h"
 #include "Foundation/PathComponents.h"
 
 #include <algorithm>
@@ -61,7 +62,7 @@ DirectoryWatch::DirectoryWatch(Contents contents, std::size_t mostWatches)
       mask_(contents == Contents::Watched ? entryChanges | contentChanges : entryChanges),
       inotify_(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
     if (!inotify_)
-        error_ = "inotify_init1: " + std::generic_category().message(errno);
+        error_ = "inotify_init1: " + errorText();
     wakeup_.reset(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     if (!wakeup_)
         throw std::system_error(errno, std::generic_category(), "eventfd");

@@ -1,6 +1,8 @@
 #include "Platform/FileContents.h"
 
+#include "Foundation/Format.h"
 #include "Platform/FileDescriptor.h"
+#include "Platform/SpecialFolders.h"
 
 #include <algorithm>
 #include <array>
@@ -9,7 +11,6 @@
 #include <fcntl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
-#include <system_error>
 
 namespace kelvane {
 namespace {
@@ -18,7 +19,7 @@ constexpr std::size_t readingStep = std::size_t{64} << 10U;
 constexpr int temporaryNameAttempts = 8;
 
 FileOutcome failure(const std::string& step, const std::string& path, int error) {
-    return {error, step + ' ' + path + ": " + std::generic_category().message(error)};
+    return {error, step + ' ' + path + ": " + errorText(error)};
 }
 
 FileReading readingFailure(const std::string& step, const std::string& path, int error) {
@@ -62,8 +63,9 @@ public:
         for (int attempt = 0; attempt < temporaryNameAttempts && !descriptor_; ++attempt) {
             if (!chooseName())
                 return;
-            descriptor_.reset(
-                ::openat(folder_, name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+            descriptor_.reset(::openat(folder_, name_.c_str(),
+                                       O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                                       privateFileMode));
             if (!descriptor_ && errno != EEXIST)
                 return;
         }
@@ -161,6 +163,17 @@ FileOutcome replaceFileAtomically(const std::string& path, std::span<const std::
     if (uninterrupted([&] { return ::fsync(folder.get()); }) != 0 && errno != EINVAL)
         return failure("cannot flush", location.folder, errno);
     return {};
+}
+
+FileOutcome replacePrivateFile(const std::string& path, std::span<const std::uint8_t> bytes) {
+    if (!ensureFolder(locationOf(path).folder))
+        return failure("cannot make the folder of", path, errno);
+    return replaceFileAtomically(path, bytes, privateFileMode);
+}
+
+FileOutcome replacePrivateFile(const std::string& path, std::string_view text) {
+    return replacePrivateFile(path,
+                              std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
 }
 
 } // namespace kelvane

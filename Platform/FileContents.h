@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <span>
 #include <string>
+#include <string_view>
 #include <sys/types.h>
 
 namespace kelvane {
@@ -35,5 +36,12 @@ enum class SymbolicLinks { Refuse, Follow };
 // exactly `mode`.
 [[nodiscard]] FileOutcome replaceFileAtomically(const std::string& path, std::span<const std::uint8_t> bytes,
                                                 mode_t mode);
+
+// Of files that nobody but their owner may read.
+inline constexpr mode_t privateFileMode = 0600;
+
+// The same for a private file, whose folder is made if need be.
+[[nodiscard]] FileOutcome replacePrivateFile(const std::string& path, std::span<const std::uint8_t> bytes);
+[[nodiscard]] FileOutcome replacePrivateFile(const std::string& path, std::string_view text);
 
 } // namespace kelvane

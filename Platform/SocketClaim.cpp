@@ -1,6 +1,8 @@
 #include "Platform/SocketClaim.h"
 
+#include "Foundation/Format.h"
 #include "Foundation/PathComponents.h"
+#include "Platform/FileContents.h"
 #include "Platform/SpecialFolders.h"
 
 #include <array>
@@ -11,7 +13,6 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace kelvane {
@@ -19,10 +20,6 @@ namespace {
 
 // What an address holds beside its closing zero.
 constexpr std::size_t longestPath = 103;
-
-std::string messageOf(int error) {
-    return std::generic_category().message(error);
-}
 
 bool isSameFile(int descriptor, const std::string& path) {
     struct stat opened {};
@@ -85,9 +82,10 @@ std::string SocketClaim::refusalOfPath() const {
 
 std::string SocketClaim::refusalOfLock() {
     while (true) {
-        FileDescriptor lock(::open(lockPath_.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+        FileDescriptor lock(
+            ::open(lockPath_.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, privateFileMode));
         if (!lock)
-            return "The lock file " + lockPath_ + " cannot be opened: " + messageOf(errno);
+            return "The lock file " + lockPath_ + " cannot be opened: " + errorText();
         if (::flock(lock.get(), LOCK_EX | LOCK_NB) != 0)
             return "Another daemon" + ownerOf(lock.get()) + " already serves " + path_;
         // Whoever had the lock before removed its file at the end: then this one is no longer the file of
@@ -103,14 +101,14 @@ std::string SocketClaim::refusalOfLock() {
 std::string SocketClaim::refusalOfSocket() const {
     struct stat status {};
     if (::lstat(path_.c_str(), &status) != 0)
-        return errno == ENOENT ? "" : path_ + " cannot be used: " + messageOf(errno);
+        return errno == ENOENT ? "" : path_ + " cannot be used: " + errorText();
     if (!S_ISSOCK(status.st_mode))
         return path_ + " is no socket, and is left as it is";
     switch (const int error = errorOfConnecting(path_)) {
     case ECONNREFUSED: return {}; // left over from a process that is gone
     case 0:
     case EAGAIN: return "Another program already serves " + path_;
-    default: return path_ + " cannot be used: " + messageOf(error);
+    default: return path_ + " cannot be used: " + errorText(error);
     }
 }
 

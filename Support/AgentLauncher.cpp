@@ -1,5 +1,6 @@
 #include "Support/AgentLauncher.h"
 
+#include "Foundation/Format.h"
 #include "Foundation/Unicode.h"
 #include "Platform/FileDescriptor.h"
 #include "Support/Logging.h"
@@ -14,7 +15,6 @@
 #include <sys/stat.h>
 #include <sys/uio.h>
 #include <sys/wait.h>
-#include <system_error>
 #include <thread>
 #include <unistd.h>
 
@@ -122,7 +122,7 @@ struct LogChannel {
 LogChannel logChannel() {
     std::array<int, 2> ends{-1, -1};
     if (KelvaneLogEnabled() && ::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0)
-        KelvaneCLog("no log for the child: %s", std::generic_category().message(errno));
+        KelvaneCLog("no log for the child: %s", errorText());
     return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
 }
 

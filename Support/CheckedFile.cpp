@@ -14,7 +14,6 @@ namespace {
 using State = CheckedReading::State;
 
 constexpr std::string_view checksumKey = "checksum"; // of the entry beside it, a property list as data
-constexpr mode_t privateMode = 0600;
 
 // A damaged list may read as an empty dictionary, which no version writes.
 CheckedReading readingOf(const Value& content, std::string_view name) {
@@ -49,9 +48,7 @@ std::string replaceCheckedFile(const std::string& path, std::string_view name, c
         return own.error;
     const PropertyListWriting list = writeBinaryPropertyList(
         Dictionary{{std::string(name), own.bytes}, {std::string(checksumKey), checksumOf(own.bytes)}});
-    if (!ensureFolder(deleteLastPathComponent(path)))
-        return "cannot make the folder of " + path;
-    return replaceFileAtomically(path, list.bytes, privateMode).reason;
+    return replacePrivateFile(path, list.bytes).reason;
 }
 
 } // namespace kelvane

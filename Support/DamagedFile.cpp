@@ -1,10 +1,10 @@
 #include "Support/DamagedFile.h"
 
+#include "Foundation/Format.h"
 #include "Support/Logging.h"
 
 #include <cerrno>
 #include <cstdio>
-#include <system_error>
 
 namespace kelvane {
 
@@ -15,8 +15,7 @@ bool setAside(const std::string& path, const std::string& reason) {
         KelvaneSystemLog("%@ cannot be read (%@). It is set aside as %@, and a new one is begun.", path,
                          reason, aside);
     else
-        KelvaneSystemLog("%@ can neither be read (%@) nor set aside (%@).", path, reason,
-                         std::generic_category().message(errno));
+        KelvaneSystemLog("%@ can neither be read (%@) nor set aside (%@).", path, reason, errorText());
     return isAside;
 }
 

@@ -1,27 +1,23 @@
 #include "Support/LogFile.h"
 
 #include "Foundation/CleanPath.h"
+#include "Foundation/Format.h"
+#include "Platform/FileContents.h"
 #include "Platform/SpecialFolders.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace kelvane {
-namespace {
-
-constexpr mode_t privateMode = 0600;
-
-} // namespace
 
 LogFile::LogFile(std::string path, Limits limits) : path_(std::move(path)), limits_(limits) {
     if (ensureFolder(std::string(folderOf(path_))))
         open();
     else
-        error_ = std::generic_category().message(errno);
+        error_ = errorText();
 }
 
 bool LogFile::write(std::string_view line) {
@@ -39,11 +35,11 @@ bool LogFile::write(std::string_view line) {
 void LogFile::open() {
     // A pipe is not waited for; a link in a folder that others write to is not followed.
     file_.reset(::open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK,
-                       privateMode));
+                       privateFileMode));
     struct stat status {};
     error_.clear();
     if (!file_ || ::fstat(file_.get(), &status) != 0)
-        error_ = std::generic_category().message(errno);
+        error_ = errorText();
     else if (!S_ISREG(status.st_mode))
         error_ = "it is no file";
     if (!error_.empty())

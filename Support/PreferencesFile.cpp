@@ -1,5 +1,6 @@
 #include "Support/PreferencesFile.h"
 
+#include "Foundation/Format.h"
 #include "Platform/FileContents.h"
 #include "Platform/FileDescriptor.h"
 #include "Platform/PropertyListFile.h"
@@ -10,7 +11,6 @@
 #include <chrono>
 #include <fcntl.h>
 #include <sys/file.h>
-#include <system_error>
 #include <thread>
 #include <unistd.h>
 
@@ -18,21 +18,17 @@ namespace kelvane {
 namespace {
 
 constexpr std::size_t largestFile = std::size_t{4} << 20U;
-constexpr mode_t fileMode = 0600; // it holds the account's e-mail
 constexpr std::chrono::seconds lockPatience(2);
 // Short beside the time for which a writer holds the lock, or one who writes a lot would never be
 // interrupted.
 constexpr std::chrono::microseconds lockRetryInterval(250);
 
-std::string textOfError(int error) {
-    return std::generic_category().message(error);
-}
-
 // Held until it goes. A lock that waits cannot be given a limit, so this one asks again and again.
 class FileLock {
 public:
     explicit FileLock(const std::string& path)
-        : file_(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, fileMode)) {
+        : file_(
+              ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, privateFileMode)) {
         const auto deadline = std::chrono::steady_clock::now() + lockPatience;
         error_ = file_ ? tryLock() : errno;
         while (error_ == EWOULDBLOCK && std::chrono::steady_clock::now() < deadline) {
@@ -82,11 +78,11 @@ PreferencesFile::Writing PreferencesFile::set(std::string_view key, const Value&
     }
     if (const std::size_t slash = path_.rfind('/'); slash != std::string::npos && slash > 0) {
         if (const std::string folder = path_.substr(0, slash); !ensureFolder(folder))
-            return {"cannot make " + folder + ": " + textOfError(errno), false};
+            return {"cannot make " + folder + ": " + errorText(), false};
     }
     const FileLock lock(path_ + ".lock");
     if (lock.error() != 0)
-        return {"cannot lock " + path_ + ".lock: " + textOfError(lock.error()), false};
+        return {"cannot lock " + path_ + ".lock: " + errorText(lock.error()), false};
     return setLocked(key, value, entries);
 }
 
@@ -104,8 +100,8 @@ PreferencesFile::Writing PreferencesFile::setLocked(std::string_view key, const 
     if (list.bytes.size() > largestFile)
         return {"cannot write " + path_ + ": it would become too large"};
     if (reading.content == Content::Damaged && !keepDamaged(reading.error))
-        return {reading.error + ", and cannot be set aside: " + textOfError(errno), false};
-    const FileOutcome outcome = replaceFileAtomically(path_, list.bytes, fileMode);
+        return {reading.error + ", and cannot be set aside: " + errorText(), false};
+    const FileOutcome outcome = replaceFileAtomically(path_, list.bytes, privateFileMode);
     if (!outcome.succeeded())
         return {outcome.reason, false};
     entries = std::move(changed);

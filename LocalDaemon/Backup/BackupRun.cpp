@@ -23,7 +23,6 @@ constexpr auto tellInterval = 250ms;
 constexpr std::size_t mostPatternArguments = 100;
 constexpr std::size_t mostMounts = 1000;
 constexpr const char* patternFileName = "/kelvane-patterns";
-constexpr mode_t privateMode = 0600;
 constexpr std::string_view interruptMark = "signal interrupt received";
 
 std::string listOf(const std::vector<std::string>& targets) {
@@ -57,10 +56,7 @@ std::vector<std::string> addPatterns(std::vector<std::string> emptied, const std
     }
     if (lines.empty())
         return others;
-    const std::span bytes(reinterpret_cast<const std::uint8_t*>(lines.data()), lines.size());
-    const std::string failure = ensureFolder(std::string(folderOf(path)))
-                                    ? replaceFileAtomically(path, bytes, privateMode).reason
-                                    : "cannot make the folder of " + path;
+    const std::string failure = replacePrivateFile(path, lines).reason;
     if (failure.empty()) {
         arguments.insert(arguments.end(), {"--exclude-file", path});
     } else {

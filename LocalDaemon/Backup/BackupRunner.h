@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Foundation/CleanPath.h"
 #include "LocalDaemon/Backup/BackupRun.h"
 #include "LocalDaemon/Backup/Verification.h"
 #include "LocalDaemon/Index/IndexKeeper.h"
@@ -71,7 +72,6 @@ public:
 
 private:
     using Clock = std::chrono::steady_clock;
-    static constexpr const char* everything = "/";
     enum class Task { None, Connect, BackUp, Verify };
 
     void run();

@@ -1,3 +1,4 @@
+#include "Foundation/Checksum.h"
 #include "LocalDaemon/Index/BackupIndex.h"
 
 #include <cstring>
@@ -19,13 +20,6 @@ std::uint8_t kindOf(const Snapshot& snapshot) {
     if (snapshot.lacks.empty())
         return snapshot.isPartial ? partialWithoutPaths : completeWithoutPaths;
     return snapshot.isPartial ? partialWithPaths : completeWithPaths;
-}
-
-std::uint64_t checksumOf(std::span<const std::uint8_t> bytes) {
-    std::uint64_t hash = 14695981039346656037U; // FNV-1a
-    for (const std::uint8_t byte : bytes)
-        hash = (hash ^ byte) * 1099511628211U;
-    return hash;
 }
 
 class Writer {

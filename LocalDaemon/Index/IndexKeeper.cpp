@@ -19,7 +19,6 @@ namespace kelvane {
 namespace {
 
 constexpr std::size_t largestFile = std::size_t{1} << 31U;
-constexpr mode_t privateMode = 0600;
 constexpr std::size_t mostChanged = 1001; // more than anybody is told of one by one
 
 BackupIndex indexIn(const std::string& path) {
@@ -251,10 +250,7 @@ void IndexKeeper::reportUnread(const Repository::Listing& listing) const {
 void IndexKeeper::save(BackupIndex index) {
     index_ =
         std::make_shared<const BackupIndex>(damage_->isNone() ? std::move(index) : index.withDamage(damage_));
-    FileOutcome saved;
-    if (ensureFolder(std::string(folderOf(path_))))
-        saved = replaceFileAtomically(path_, index_->encoded(), privateMode);
-    if (!saved.succeeded())
+    if (const FileOutcome saved = replacePrivateFile(path_, index_->encoded()); !saved.succeeded())
         KelvaneSystemLog("The index of the backup cannot be saved: %@", saved.reason);
 }
 

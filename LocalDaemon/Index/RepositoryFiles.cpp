@@ -1,17 +1,17 @@
 #include "LocalDaemon/Index/RepositoryFiles.h"
 
+#include "Foundation/Format.h"
 #include "Support/Logging.h"
 
 #include <cerrno>
 #include <cstdio>
-#include <system_error>
 
 namespace kelvane {
 namespace {
 
 void move(const std::string& from, const std::string& to) {
     if (std::rename(from.c_str(), to.c_str()) != 0 && errno != ENOENT)
-        KelvaneSystemLog("Cannot rename %@ to %@: %@", from, to, std::generic_category().message(errno));
+        KelvaneSystemLog("Cannot rename %@ to %@: %@", from, to, errorText());
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "LocalDaemon/Panes/CallbackQueue.h"
 
 #include "Common/RestoreStatus.h"
+#include "Foundation/CleanPath.h"
 
 #include <functional>
 #include <iterator>
@@ -14,7 +15,6 @@ constexpr std::size_t mostAlerts = 100;
 constexpr std::size_t mostPaths = 1000;
 // Of paths, and of alerts: a hundred panes that never read must not take the machine's memory.
 constexpr std::size_t mostBytes = std::size_t{64} << 10U;
-constexpr const char* everything = "/";
 
 bool closesRestore(const std::string& alert) {
     return alert.starts_with(restoreprogress::closingAlert);

@@ -1,12 +1,12 @@
 #include "LocalDaemon/Panes/RuleCommands.h"
 
+#include "Foundation/Format.h"
 #include "LocalDaemon/Rules/PathEntrance.h"
 #include "Support/Logging.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <functional>
-#include <system_error>
 
 namespace kelvane {
 namespace {
@@ -93,7 +93,7 @@ void markFiles(DaemonState& state, const FileSystem& fileSystem, const Array& pa
     const std::uint32_t error = errorOfMarking(state, fileSystem, paths, mark);
     if (error == 0)
         return state.withdrawAlert(refusedAlert);
-    const std::string reason = std::generic_category().message(static_cast<int>(error));
+    const std::string reason = errorText(static_cast<int>(error));
     KelvaneSystemLog("What is backed up stays as it is (%@): %@", reason, Value(paths));
     // The call has no answer that could say so.
     if (error == ENOSPC)

@@ -19,7 +19,6 @@ namespace {
 constexpr std::size_t largestFile = std::size_t{1} << 20U;
 constexpr std::size_t checksumLength = 16;
 constexpr std::string_view hexDigits = "0123456789abcdef";
-constexpr mode_t privateMode = 0600;
 
 std::string checksumText(const std::string& location) {
     return formatText("%016llx", checksumOf(location));
@@ -68,11 +67,8 @@ void KnownRepositories::note(const std::string& location, const std::string& rep
     std::string failure = file.succeeded() || isMissing(file) ? "" : file.reason;
     std::string text = places ? std::string(textOf(file)) : std::string();
     text += checksumText(location) + ' ' + repositoryId + '\n';
-    const std::span bytes(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
     if (failure.empty())
-        failure = ensureFolder(std::string(folderOf(path_)))
-                      ? replaceFileAtomically(path_, bytes, privateMode).reason
-                      : "cannot make the folder of " + path_;
+        failure = replacePrivateFile(path_, text).reason;
     if (!failure.empty())
         KelvaneSystemLog("That this key opens a repository cannot be noted: %@", failure);
 }

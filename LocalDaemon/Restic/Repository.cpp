@@ -1,5 +1,6 @@
 #include "LocalDaemon/Restic/Repository.h"
 
+#include "Foundation/Format.h"
 #include "LocalDaemon/Restic/AwayDisk.h"
 #include "LocalDaemon/Restic/RepositoryMaking.h"
 #include "LocalDaemon/Restic/ResticJson.h"
@@ -327,8 +328,7 @@ ResticOutcome Repository::remove(const std::vector<RepositoryLock>& locks,
         return {ResticTrouble::Locked, false, "A lock that must stay would be removed as well."};
     for (const RepositoryLock& each : locks)
         if (::unlink((folder + "/locks/" + each.id).c_str()) != 0 && errno != ENOENT)
-            return {ResticTrouble::Failed, false,
-                    folder + "/locks/" + each.id + ": " + std::generic_category().message(errno)};
+            return {ResticTrouble::Failed, false, folder + "/locks/" + each.id + ": " + errorText()};
     return {};
 }
 

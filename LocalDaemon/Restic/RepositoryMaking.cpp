@@ -25,7 +25,6 @@ constexpr std::string_view unfinished = ".kelvane-new"; // and a number
 constexpr std::string_view hexDigits = "0123456789abcdef";
 constexpr const char* noteName = "/unfinished-repository";
 constexpr std::size_t longestNote = 4096;
-constexpr mode_t privateMode = 0600;
 constexpr const char* config = "config"; // restic looks for it to tell whether there is a repository
 
 ResticOutcome failed(const std::string& path, const std::error_code& error) {
@@ -52,8 +51,7 @@ public:
             fs::remove_all(left, error);
         std::random_device random;
         path_ = formatText("%@%08x%08x", start, random(), random());
-        const std::span bytes(reinterpret_cast<const std::uint8_t*>(path_.data()), path_.size());
-        if (!ensureFolder(place.cacheFolder) || !replaceFileAtomically(note_, bytes, privateMode).succeeded())
+        if (!replacePrivateFile(note_, path_).succeeded())
             KelvaneSystemLog("%@ cannot be written: if the daemon is killed now, %@ stays.", note_, path_);
         if (::mkdir(path_.c_str(), S_IRWXU) != 0)
             failure_ = std::error_code(errno, std::generic_category());

@@ -12,14 +12,12 @@
 #include <cerrno>
 #include <cstdint>
 #include <span>
-#include <system_error>
 #include <unistd.h>
 
 namespace kelvane {
 namespace {
 
 constexpr std::size_t keyBytes = 32;
-constexpr mode_t privateMode = 0600;
 
 } // namespace
 
@@ -42,15 +40,12 @@ std::string ensurePasswordFile(const std::string& path, bool& isNew) {
         return {};
     std::array<std::uint8_t, keyBytes> key{};
     if (::getentropy(key.data(), key.size()) != 0)
-        return std::generic_category().message(errno);
+        return errorText();
     std::string text;
     for (const std::uint8_t byte : key)
         text += formatText("%02x", byte);
     text += '\n';
-    const std::span bytes(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
-    if (!ensureFolder(std::string(folderOf(path))))
-        return "cannot make the folder of " + path;
-    const FileOutcome written = replaceFileAtomically(path, bytes, privateMode);
+    const FileOutcome written = replacePrivateFile(path, text);
     isNew = written.succeeded();
     return written.reason;
 }

@@ -20,7 +20,6 @@ namespace kelvane {
 namespace {
 
 constexpr std::size_t largestFile = std::size_t{1} << 20U;
-constexpr mode_t privateMode = 0600;
 constexpr std::size_t mostKept = 200;     // processes
 constexpr std::size_t mostSeen = 1000;    // locks of others
 constexpr std::int64_t roundingError = 2; // seconds: times are kept whole
@@ -160,13 +159,8 @@ void ResticProcesses::save() {
     for (const Process& each : processes_)
         lines << each.bootId << ' ' << each.pidNamespace << ' ' << each.pid << ' ' << each.startTime << ' '
               << each.started << ' ' << each.ended << ' ' << each.hostName << '\n';
-    const std::string text = lines.str();
-    const std::span bytes(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
-    const std::string failure = ensureFolder(std::string(folderOf(path_)))
-                                    ? replaceFileAtomically(path_, bytes, privateMode).reason
-                                    : "its folder cannot be made";
-    if (!failure.empty())
-        KelvaneSystemLog("The list of restic's processes cannot be saved in %@: %@", path_, failure);
+    if (const FileOutcome saved = replacePrivateFile(path_, lines.str()); !saved.succeeded())
+        KelvaneSystemLog("The list of restic's processes cannot be saved: %@", saved.reason);
 }
 
 } // namespace kelvane

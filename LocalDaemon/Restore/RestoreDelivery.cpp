@@ -1,6 +1,7 @@
 #include "LocalDaemon/Restore/RestoreDelivery.h"
 
 #include "Foundation/CleanPath.h"
+#include "Foundation/Format.h"
 #include "Foundation/PathComponents.h"
 #include "LocalDaemon/Restore/Staging/NameClashes.h"
 #include "LocalDaemon/Restore/Staging/RestoreAccess.h"
@@ -26,9 +27,9 @@ constexpr const char* newFolder = "new"; // beside the folders of the snapshots
 constexpr std::uint64_t smallestWithHoles = std::uint64_t{64} << 10U;
 constexpr const char* missing = "it has not come out of the backup";
 
-std::string errorText() {
+std::string reasonText() {
     return errno == EXDEV ? "it would come to another disk than what is around it; restore it by itself"
-                          : std::generic_category().message(errno);
+                          : errorText();
 }
 
 SavedAccess accessOf(const BackupIndex::Item& item, const std::string& lostRules) {
@@ -153,7 +154,7 @@ FileDescriptor RestoreDelivery::folderAround(const RestorePiece& piece, const st
             next = madeParent(piece, path, folder.get(), target);
         if (!next)
             reason = errno == ENOTDIR ? "something else than a folder stands at " + target
-                                      : target + ": " + errorText();
+                                      : target + ": " + reasonText();
         folder = std::move(next);
     }
     return folder;
@@ -210,7 +211,7 @@ void RestoreDelivery::deliverFile(const Place& place) {
     const std::string staged = place.path.substr(place.path.rfind('/') + 1);
     reason = setSavedTime(place.staged, staged, place.item.modified);
     if (::renameat(place.staged, staged.c_str(), place.around, place.name.c_str()) != 0)
-        reason = errorText();
+        reason = reasonText();
     if (!reason.empty() || !lost.empty())
         fail(place.path, reason.empty() ? lost : reason);
 }
@@ -231,7 +232,7 @@ std::string RestoreDelivery::faultOf(const Place& place) {
     struct stat status {};
     const std::string staged = place.path.substr(place.path.rfind('/') + 1);
     if (::fstatat(place.staged, staged.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
-        return errno == ENOENT || place.staged < 0 ? missing : std::string(missing) + ": " + errorText();
+        return errno == ENOENT || place.staged < 0 ? missing : std::string(missing) + ": " + reasonText();
     if (std::string error = errorOfOtherNames(status); !error.empty())
         return error;
     if (std::string error = hardLinks_.faultOf(status); !error.empty())
@@ -273,11 +274,11 @@ std::string RestoreDelivery::prepare(const Place& place, const SavedAccess& acce
         return reason;
     struct stat status {};
     if (::fstatat(place.staged, staged.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
-        return errorText();
+        return reasonText();
     const mode_t mode = modeFor(access, status);
     if (mode != (status.st_mode & ~static_cast<mode_t>(S_IFMT)) &&
         ::fchmodat(place.staged, staged.c_str(), mode, 0) != 0)
-        return "its mode cannot be set: " + errorText();
+        return "its mode cannot be set: " + reasonText();
     return place.item.size < smallestWithHoles ? std::string() : digHoles(place.staged, staged);
 }
 
@@ -296,7 +297,7 @@ std::string RestoreDelivery::completeAttributes(const Place& place) const {
     if (!node)
         return "its attributes cannot be found out: " + failure;
     return makeOwnerAccessible(staged.get()) ? setAttributes(self, node->attributes)
-                                             : "its mode cannot be set: " + errorText();
+                                             : "its mode cannot be set: " + reasonText();
 }
 
 // A mode without its ACL may give others what the ACL denied them. restic leaves out in silence what the file
@@ -335,7 +336,7 @@ void RestoreDelivery::deliverFolder(const Place& place, bool isAlone) {
         target = makeFolder(place.around, place.name, metadata ? &*metadata : nullptr, reason);
     if (!target)
         return fail(place.path, errno == ENOTDIR ? "something else than a folder stands at " + place.target
-                                                 : place.target + ": " + errorText());
+                                                 : place.target + ": " + reasonText());
     const bool isShared = shared_.contains(&place.item);
     if (metadata && isShared)
         reason = metadata->narrow(target.get());

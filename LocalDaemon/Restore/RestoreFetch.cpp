@@ -1,5 +1,6 @@
 #include "LocalDaemon/Restore/RestoreFetch.h"
 
+#include "Foundation/Format.h"
 #include "LocalDaemon/Restic/Repository.h"
 #include "LocalDaemon/Restic/RepositoryCheck.h"
 #include "LocalDaemon/Restic/ResticJson.h"
@@ -9,7 +10,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <map>
-#include <system_error>
 
 namespace kelvane {
 namespace {
@@ -37,10 +37,6 @@ bool endsWithCountOfErrors(std::string_view line) {
     line.remove_prefix(at + doneWithErrors.size());
     line.remove_prefix(std::min(line.find_first_not_of("0123456789"), line.size()));
     return line == " errors";
-}
-
-std::string reasonText() {
-    return std::generic_category().message(errno);
 }
 
 } // namespace
@@ -100,7 +96,7 @@ RestoreFetch::Try RestoreFetch::fetchOnce(const RestorePlan& plan, const Damage&
                                           const StagingFolder& staging, FileErrors& errors) const {
     const FileErrors before = std::exchange(errors, {});
     if (!staging.clear())
-        return {"the staging folder cannot be emptied: " + reasonText()};
+        return {"the staging folder cannot be emptied: " + errorText()};
     for (const auto& [number, paths] : plan) {
         Try one = fetchFrom(number, paths, lost, staging, errors);
         if (!one.failure.empty() || tools_.stop.isSet())
@@ -135,7 +131,7 @@ RestoreFetch::Try RestoreFetch::fetchFrom(std::uint32_t number, const SnapshotPa
         if (!call.failure.empty() || tools_.stop.isSet())
             return call;
         if (!staging.merge(callFolder, whole))
-            return {"what has come out of the backup cannot be moved: " + reasonText()};
+            return {"what has come out of the backup cannot be moved: " + errorText()};
     }
     std::map<std::string, std::set<std::string>> listed;
     addFileErrors(here, *tools_.index, said, [&](const std::string& folder) {

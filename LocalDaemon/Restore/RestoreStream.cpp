@@ -1,6 +1,7 @@
 #include "LocalDaemon/Restore/RestoreStream.h"
 
 #include "Foundation/CleanPath.h"
+#include "Foundation/Format.h"
 #include "Foundation/PathComponents.h"
 #include "LocalDaemon/Restore/RestoreTrouble.h"
 #include "LocalDaemon/Restore/Staging/RestoreMetadata.h"
@@ -11,7 +12,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace kelvane {
@@ -20,10 +20,6 @@ namespace {
 constexpr std::size_t blockSize = 4096;
 constexpr std::chrono::milliseconds grace(1500); // a person waits for the end of what was cancelled
 constexpr std::chrono::hours forEver(24 * 365);
-
-std::string reasonText() {
-    return std::generic_category().message(errno);
-}
 
 // Takes bytes one after the other and leaves out blocks of zeros.
 class HoleWriter {
@@ -56,11 +52,11 @@ std::string applyNode(int file, SavedNode node, const BackupIndex::Item& item, b
     if (!hasAccessRules)
         std::erase_if(node.attributes, [](const auto& each) { return isAccessRule(each.first); });
     if (::fchown(file, item.uid, item.gid) != 0 && errno != EPERM)
-        return "its owner cannot be set: " + reasonText();
+        return "its owner cannot be set: " + errorText();
     if (std::string reason = setAttributes(pathOfDescriptor(file), node.attributes); !reason.empty())
         return reason;
     const std::array<timespec, 2> times{item.modified.asTimespec(), item.modified.asTimespec()};
-    return ::futimens(file, times.data()) == 0 ? "" : "its times cannot be set: " + reasonText();
+    return ::futimens(file, times.data()) == 0 ? "" : "its times cannot be set: " + errorText();
 }
 
 } // namespace
@@ -86,13 +82,13 @@ std::string RestoreStream::bring(const BackupIndex::Item& item, const StagingFol
     const FileDescriptor file(::openat(
         around.get(), name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
     if (!file)
-        return "it cannot be written: " + reasonText();
+        return "it cannot be written: " + errorText();
     ::fremovexattr(file.get(), "system.posix_acl_access"); // inherited from the folder
     failure = write(file.get(), item, staging);
     if (failure.empty())
         failure = applyNode(file.get(), *node, item, staging.keepsAccessRules());
     if (failure.empty() && ::fsync(file.get()) != 0)
-        failure = "it cannot be written: " + reasonText();
+        failure = "it cannot be written: " + errorText();
     if (!failure.empty())
         ::unlinkat(around.get(), name.c_str(), 0); // the next one may need the room
     return failure;
@@ -140,11 +136,11 @@ std::string RestoreStream::write(int file, const BackupIndex::Item& item,
     };
     const ResticOutcome outcome = tools_.restic->run(call, watch.callStop());
     if (writer.error() != 0)
-        return "it cannot be written: " + std::generic_category().message(writer.error());
+        return "it cannot be written: " + errorText(writer.error());
     if (!outcome.succeeded())
         return restoreFailureFor(outcome);
     if (::ftruncate(file, static_cast<off_t>(writer.size())) != 0)
-        return "it cannot be written: " + reasonText();
+        return "it cannot be written: " + errorText();
     return writer.size() == item.size ? "" : "it has come out of the backup as something else than was saved";
 }
 

@@ -19,7 +19,6 @@ constexpr auto burstStep = 10ms;
 constexpr int restAfterListing = 20;
 constexpr std::size_t mostChangedFolders = 1000;
 constexpr std::size_t mostLossyLinks = 100; // that are reported
-constexpr const char* everything = "/";
 // A round through 100,000 folders takes four hours.
 constexpr int looksPerRound = 288; // one in five minutes
 constexpr std::size_t mostUnseen = 2000;

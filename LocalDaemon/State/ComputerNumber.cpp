@@ -1,5 +1,6 @@
 #include "LocalDaemon/State/ComputerNumber.h"
 
+#include "Foundation/Checksum.h"
 #include "Foundation/CleanPath.h"
 #include "Platform/FileContents.h"
 #include "Platform/SpecialFolders.h"
@@ -21,7 +22,6 @@ constexpr const char* machineIdentityFile = "/etc/machine-id";
 constexpr std::size_t largestIdentity = 4096;
 constexpr std::size_t largestNumber = 16; // bytes of its text
 constexpr std::uint32_t highest = 0x7FFFFFFFU;
-constexpr mode_t mode = 0600;
 
 std::string machineIdentity() {
     const FileReading file = readFile(machineIdentityFile, largestIdentity, SymbolicLinks::Follow);
@@ -32,12 +32,8 @@ std::string machineIdentity() {
     return hostName.data();
 }
 
-// FNV-1a.
 std::uint32_t numberFrom(const std::string& text) {
-    std::uint32_t hash = 2166136261U;
-    for (const char byte : text)
-        hash = (hash ^ static_cast<unsigned char>(byte)) * 16777619U;
-    return std::max(hash & highest, 1U);
+    return std::max(checksumOf<std::uint32_t>(text) & highest, 1U);
 }
 
 std::uint32_t numberIn(const Data& text) {
@@ -70,11 +66,7 @@ bool isMissing(const FileReading& file) {
 }
 
 std::string keep(std::uint32_t number, const std::string& path) {
-    const std::string text = std::to_string(number) + '\n';
-    if (!ensureFolder(std::string(folderOf(path))))
-        return "its folder cannot be made";
-    const std::span bytes(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
-    return replaceFileAtomically(path, bytes, mode).reason;
+    return replacePrivateFile(path, std::to_string(number) + '\n').reason;
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "Platform/Desktop/Opener.h"
 
+#include "Foundation/Format.h"
 #include "Platform/FileDescriptor.h"
 
 #include <QObject>
@@ -14,7 +15,6 @@
 #include <spawn.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace kelvane {
@@ -127,7 +127,7 @@ void DesktopOpener::open(const std::string& subject, Failure failed) {
     if (child.error == 0)
         children_->add(child.pid, subject, std::move(failed));
     else
-        children_->report(failed, subject, program_ + ": " + std::generic_category().message(child.error));
+        children_->report(failed, subject, program_ + ": " + errorText(child.error));
 }
 
 } // namespace kelvane

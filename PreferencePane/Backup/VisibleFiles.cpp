@@ -1,5 +1,6 @@
 #include "PreferencePane/Backup/VisibleFiles.h"
 
+#include "Foundation/Format.h"
 #include "Foundation/PathComponents.h"
 #include "Foundation/Unicode.h"
 #include "Platform/FileContents.h"
@@ -10,7 +11,6 @@
 #include <QStringList>
 #include <algorithm>
 #include <strings.h>
-#include <system_error>
 
 namespace kelvane {
 namespace {
@@ -76,7 +76,7 @@ std::vector<std::string> VisibleFiles::namesAt(const std::string& path) {
     FolderListing listing = fileSystem_.list(path, mostItems);
     if (!listing.isComplete && incompleteFolders_.insert(path).second)
         KelvaneCLog("Not all of %@ is shown: %@", path,
-                    listing.error != 0 ? std::generic_category().message(listing.error)
+                    listing.error != 0 ? errorText(listing.error)
                                        : "it holds more than " + std::to_string(mostItems) + " items");
     std::ranges::sort(listing.names, comesBefore);
     return std::move(listing.names);

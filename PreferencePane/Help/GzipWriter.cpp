@@ -21,7 +21,8 @@ constexpr std::size_t mostBytes = std::numeric_limits<int>::max(); // in one cal
 // or shared.
 gzFile openNew(const std::string& path) {
     ::unlink(path.c_str());
-    const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    const int file =
+        ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, privateFileMode);
     const gzFile output = file >= 0 ? ::gzdopen(file, "w") : nullptr;
     if (output == nullptr && file >= 0)
         ::close(file);

@@ -1,12 +1,12 @@
 #include "PreferencePane/Help/LogArchive.h"
 
+#include "Foundation/Format.h"
 #include "Foundation/PathComponents.h"
 #include "Platform/SpecialFolders.h"
 
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -49,7 +49,7 @@ std::optional<ChildProcess> LogArchive::zip(const std::string& logPath, std::str
         return std::nullopt;
     }
     if (::unlink(path_.c_str()) != 0 && errno != ENOENT) {
-        reason = "cannot remove " + path_ + ": " + std::generic_category().message(errno);
+        reason = "cannot remove " + path_ + ": " + errorText();
         return std::nullopt;
     }
     const PrivateFiles privately;

@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <system_error>
 #include <ui_StatusTab.h>
 #include <unistd.h>
 
@@ -90,7 +89,7 @@ int KelvaneStatusTabController::handOver(Operation operation) {
     const auto form = prefs_.authorization().externalForm();
     if (!handOff || !form) {
         tellFailure(operation, formatText(text(StatusText::NotHandedOver), handOffPath_,
-                                          std::generic_category().message(handOff ? ESRCH : error)));
+                                          errorText(handOff ? ESRCH : error)));
         return 0;
     }
     std::ranges::copy(*form, handOff->form().begin());

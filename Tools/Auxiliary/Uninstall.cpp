@@ -8,6 +8,7 @@
 // when the right is missing, 69 when polkit cannot be asked, 71 when something could not be ended or removed;
 // standard error says why.
 
+#include "Foundation/Format.h"
 #include "Platform/Desktop/Authorization.h"
 #include "Platform/FileDescriptor.h"
 #include "PreferencePane/Auxiliary/HandOffFile.h"
@@ -20,7 +21,6 @@
 #include <cerrno>
 #include <csignal>
 #include <sysexits.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace kelvane::tools {
@@ -89,7 +89,7 @@ int run(int& count, char** arguments) {
     const QCoreApplication application(count, arguments);
     const auto handOff = HandOffFile::open(order->handOffPath);
     if (!handOff)
-        return complain(name, order->handOffPath + ": " + std::generic_category().message(errno), EX_NOINPUT);
+        return complain(name, order->handOffPath + ": " + errorText(), EX_NOINPUT);
     const int status = uninstall(*handOff, order->pid);
     handOff->complete(status == 0 ? HandOffFile::succeeded : static_cast<std::uint32_t>(status));
     return status;

@@ -1,5 +1,6 @@
 #include "Tools/Auxiliary/UserUnit.h"
 
+#include "Foundation/Format.h"
 #include "Platform/FileContents.h"
 #include "Platform/SpecialFolders.h"
 #include "PreferencePane/Auxiliary/ChildProcess.h"
@@ -42,7 +43,7 @@ std::string manage(std::vector<std::string> order) {
 
 std::string writeOwnUnit(const std::string& program) {
     if (!ensureFolder(ownUnitFolder()))
-        return "cannot make the folder " + ownUnitFolder() + ": " + std::generic_category().message(errno);
+        return "cannot make the folder " + ownUnitFolder() + ": " + errorText();
     const std::string text = unitText(program);
     const std::vector<std::uint8_t> bytes(text.begin(), text.end());
     return replaceFileAtomically(ownUnitPath(), bytes, unitMode).reason;

@@ -1,4 +1,5 @@
 #include "Foundation/BinaryPropertyList.h"
+#include "Foundation/Format.h"
 #include "Platform/FileDescriptor.h"
 #include "Tools/JsonPropertyList.h"
 #include "Tools/kelvanectl/Commands.h"
@@ -6,7 +7,6 @@
 #include "Tools/kelvanectl/Terminal.h"
 
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <nlohmann/json.hpp>
 
@@ -30,7 +30,7 @@ std::string readAll(int descriptor, Data& bytes) {
         if (count == 0)
             return {};
         if (count < 0 && errno != EINTR)
-            return std::strerror(errno);
+            return errorText();
     }
 }
 
@@ -45,7 +45,7 @@ Input inputOf(CommandLine& line) {
     }
     input.name = file;
     const FileDescriptor descriptor(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
-    input.error = descriptor ? readAll(descriptor.get(), input.bytes) : std::strerror(errno);
+    input.error = descriptor ? readAll(descriptor.get(), input.bytes) : errorText();
     return input;
 }
 

@@ -1,12 +1,12 @@
 #include "Tools/kelvanectl/Session.h"
 
+#include "Foundation/Format.h"
 #include "Platform/Accounts.h"
 #include "Tools/kelvanectl/RunPosted.h"
 #include "Tools/kelvanectl/Terminal.h"
 
 #include <cerrno>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace kelvane::ctl {
@@ -18,7 +18,7 @@ constexpr std::chrono::milliseconds betweenAsking(300);
 std::string obstacleAt(const std::string& path) {
     struct stat status {};
     if (::stat(path.c_str(), &status) != 0)
-        return errno == ENOENT ? "" : ": " + std::generic_category().message(errno);
+        return errno == ENOENT ? "" : ": " + errorText();
     if (status.st_uid == 0 || status.st_uid == ::geteuid())
         return {};
     const std::string owner = std::to_string(status.st_uid);

@@ -1,5 +1,6 @@
 #include "Tools/kelvanectl/Terminal.h"
 
+#include "Foundation/Format.h"
 #include "Support/FileSizeFormatter.h"
 
 #include <algorithm>
@@ -35,8 +36,7 @@ bool writeAll(int descriptor, const void* bytes, std::size_t count) {
 ExitStatus finished(bool written) {
     if (written || errno == EPIPE) // whoever reads it has seen enough
         return ExitStatus::Success;
-    return complain(ExitStatus::Usage,
-                    std::string("cannot write to standard output: ") + std::strerror(errno));
+    return complain(ExitStatus::Usage, std::string("cannot write to standard output: ") + errorText());
 }
 
 bool isEscape(std::string_view text) {

@@ -1,3 +1,4 @@
+#include "Foundation/Format.h"
 #include "Tools/kelvanectl/Commands.h"
 #include "Tools/kelvanectl/DaemonWatch.h"
 #include "Tools/kelvanectl/RunPosted.h"
@@ -14,8 +15,7 @@ namespace {
 ExitStatus statusOfFailedOutput(int error) {
     if (error == EPIPE || error == EBADF)
         return ExitStatus::Success;
-    return complain(ExitStatus::Usage,
-                    std::string("cannot write to standard output: ") + std::strerror(error));
+    return complain(ExitStatus::Usage, std::string("cannot write to standard output: ") + errorText(error));
 }
 
 } // namespace

@@ -1,13 +1,13 @@
 #include "LocalDaemon/Restore/Staging/RestoreAccess.h"
 
 #include "Foundation/CleanPath.h"
+#include "Foundation/Format.h"
 #include "LocalDaemon/Restore/Staging/RestoreStaging.h"
 #include "Support/Logging.h"
 
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace kelvane {
@@ -24,7 +24,7 @@ bool setMode(int folder, mode_t mode) {
 }
 
 void logKept(const std::string& path) {
-    KelvaneSystemLog("%@ keeps its owner's access: %@", path, std::generic_category().message(errno));
+    KelvaneSystemLog("%@ keeps its owner's access: %@", path, errorText());
 }
 
 } // namespace

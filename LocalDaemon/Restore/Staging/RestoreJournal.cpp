@@ -17,7 +17,6 @@
 #include <fcntl.h>
 #include <optional>
 #include <sstream>
-#include <system_error>
 #include <unistd.h>
 
 namespace kelvane {
@@ -25,7 +24,6 @@ namespace {
 
 constexpr std::size_t largestFile = std::size_t{256} << 20U;
 constexpr std::size_t mostEnded = 1000;
-constexpr mode_t privateMode = 0600;
 constexpr std::size_t mostFailures = 1000; // that are kept of one job; the log has all of them
 
 constexpr const char* hexDigits = "0123456789abcdef";
@@ -194,10 +192,6 @@ RestoreJournal::Contents contentsOf(const Data& bytes) {
     return contents;
 }
 
-std::string reasonText() {
-    return std::generic_category().message(errno);
-}
-
 } // namespace
 
 RestoreJournal::Ended RestoreJournal::Ended::with(const std::vector<RestoreFailure>& failures) {
@@ -231,8 +225,6 @@ RestoreJournal::Contents RestoreJournal::open() {
         none.damage = contents.damage;
         return none;
     }
-    if (!ensureFolder(deleteLastPathComponent(path_)))
-        KelvaneSystemLog("There is no folder for %@.", path_);
     rewrite(contents);
     return contents;
 }
@@ -248,8 +240,7 @@ void RestoreJournal::tidyUp() {
 
 void RestoreJournal::rewrite(const Contents& contents) {
     const std::string text = textOf(contents);
-    const FileOutcome outcome = replaceFileAtomically(
-        path_, {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()}, privateMode);
+    const FileOutcome outcome = replacePrivateFile(path_, text);
     if (!outcome.succeeded())
         KelvaneSystemLog("The restore jobs cannot be written: %@", outcome.reason);
     tidyAt_ = outcome.succeeded() ? 2 * static_cast<off_t>(text.size()) + spareSize : 2 * tidyAt_;
@@ -257,7 +248,7 @@ void RestoreJournal::rewrite(const Contents& contents) {
 }
 
 std::string RestoreJournal::add(const RestoreJob& job) {
-    return append(fieldsOf(job), Flush::Yes) ? "" : path_ + " cannot be written: " + reasonText();
+    return append(fieldsOf(job), Flush::Yes) ? "" : path_ + " cannot be written: " + errorText();
 }
 
 void RestoreJournal::end(std::uint32_t id, const Ended& ended) {
@@ -285,7 +276,7 @@ bool RestoreJournal::append(const Fields& fields, Flush flush) {
     const bool isWritten = isOpen() && appendText(lineOf(fields), flush);
     const int error = errno;
     if (!isWritten)
-        KelvaneSystemLog("A line cannot be added to %@: %@", path_, reasonText());
+        KelvaneSystemLog("A line cannot be added to %@: %@", path_, errorText());
     else if (::lseek(file_.get(), 0, SEEK_END) > tidyAt_)
         tidyUp();
     errno = error;
@@ -296,7 +287,7 @@ bool RestoreJournal::append(const Fields& fields, Flush flush) {
 bool RestoreJournal::isOpen() {
     if (!file_ && unusable_ == 0)
         file_.reset(
-            ::open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW, privateMode));
+            ::open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW, privateFileMode));
     else if (!file_)
         errno = unusable_;
     return static_cast<bool>(file_);

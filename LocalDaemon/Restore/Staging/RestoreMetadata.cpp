@@ -1,5 +1,6 @@
 #include "LocalDaemon/Restore/Staging/RestoreMetadata.h"
 
+#include "Foundation/Format.h"
 #include "LocalDaemon/Restore/Staging/RestoreAccess.h"
 #include "LocalDaemon/Restore/Staging/RestoreStaging.h"
 #include "Platform/FileDescriptor.h"
@@ -14,7 +15,6 @@
 #include <linux/posix_acl.h>
 #include <linux/posix_acl_xattr.h>
 #include <sys/xattr.h>
-#include <system_error>
 #include <unistd.h>
 #include <vector>
 
@@ -27,10 +27,6 @@ constexpr unsigned groupShift = 3;              // from everybody's bits to the 
 constexpr unsigned ownerShift = 6;              // and to the owner's
 constexpr const char* capability = "security.capability";
 constexpr const char* accessAcl = "system.posix_acl_access";
-
-std::string reasonText() {
-    return std::generic_category().message(errno);
-}
 
 std::vector<std::string> attributeNames(const std::string& path) {
     std::vector<char> text(largestAttribute);
@@ -121,20 +117,20 @@ std::string setAttributes(const std::string& path, const Attributes& attributes)
             if (isAccessRule(name) == areRules &&
                 ::setxattr(path.c_str(), name.c_str(), value.data(), value.size(), 0) != 0 &&
                 isOfTheBackup(name) && (areRules || errno != ENOTSUP))
-                return "its attribute " + name + " cannot be set: " + reasonText();
+                return "its attribute " + name + " cannot be set: " + errorText();
     return {};
 }
 
 std::string setSavedTime(int folder, const std::string& name, FileTime modified) {
     struct stat status {};
     if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
-        return reasonText();
+        return errorText();
     if (std::string fault = timeFault(status, modified); fault.empty() || isAtEndOfKeptTimes(modified))
         return fault;
     const std::array<timespec, 2> times{timespec{0, UTIME_OMIT}, modified.asTimespec()};
     if (::utimensat(folder, name.c_str(), times.data(), AT_SYMLINK_NOFOLLOW) != 0 ||
         ::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
-        return "restored with another time: " + reasonText();
+        return "restored with another time: " + errorText();
     return timeFault(status, modified);
 }
 
@@ -161,7 +157,7 @@ FolderMetadata::FolderMetadata(int folder, const SavedAccess& access, FileTime m
     const std::string path = pathOfDescriptor(folder);
     // Its attributes are read and its contents taken out of it, whatever mode was saved.
     if (::fstat(folder, &status_) != 0 || !makeOwnerAccessible(folder))
-        failure_ = reasonText();
+        failure_ = errorText();
     for (const std::string& name : attributeNames(path))
         attributes_.emplace(name, attribute(path, name));
 }
@@ -172,9 +168,9 @@ std::string FolderMetadata::applyTo(int folder, Use use) const {
     const std::string path = pathOfDescriptor(folder);
     // Root may; what others make stays theirs.
     if (::chown(path.c_str(), access_.user, access_.group) != 0 && errno != EPERM)
-        return "its owner cannot be set: " + reasonText();
+        return "its owner cannot be set: " + errorText();
     if (!makeOwnerAccessible(folder)) // attributes need it
-        return "its mode cannot be set: " + reasonText();
+        return "its mode cannot be set: " + errorText();
     if (std::string reason = replaceAttributes(path); !reason.empty())
         return reason;
     struct stat now {};
@@ -182,18 +178,18 @@ std::string FolderMetadata::applyTo(int folder, Use use) const {
     const std::array<timespec, 2> times{status_.st_atim, modified_.asTimespec()};
     if (::fstat(folder, &now) != 0 || ::chmod(path.c_str(), modeFor(access_, now) | owners) != 0 ||
         ::utimensat(AT_FDCWD, path.c_str(), times.data(), 0) != 0)
-        return "its mode or times cannot be set: " + reasonText();
-    return ::fstat(folder, &now) == 0 ? timeFault(now, modified_) : reasonText();
+        return "its mode or times cannot be set: " + errorText();
+    return ::fstat(folder, &now) == 0 ? timeFault(now, modified_) : errorText();
 }
 
 std::string narrowMode(int folder, const SavedAccess& saved) {
     struct stat now {};
     if (::fstat(folder, &now) != 0)
-        return reasonText();
+        return errorText();
     const mode_t left = now.st_mode & allBits & (modeFor(saved, now) | ~mode_t{S_IRWXG | S_IRWXO});
     return left == (now.st_mode & allBits) || ::chmod(pathOfDescriptor(folder).c_str(), left) == 0
                ? ""
-               : "its mode cannot be set: " + reasonText();
+               : "its mode cannot be set: " + errorText();
 }
 
 std::string FolderMetadata::narrow(int folder) const {
@@ -209,23 +205,23 @@ std::string FolderMetadata::replaceAttributes(const std::string& path) const {
     for (const std::string& name : attributeNames(path))
         if (isOfTheBackup(name) && !attributes_.contains(name) &&
             ::removexattr(path.c_str(), name.c_str()) != 0 && errno != ENODATA)
-            return "its attribute " + name + " cannot be taken off: " + reasonText();
+            return "its attribute " + name + " cannot be taken off: " + errorText();
     return setAttributes(path, attributes_);
 }
 
 std::string digHoles(int folder, const std::string& name) {
     struct stat status {};
     if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
-        return reasonText();
+        return errorText();
     if (status.st_blocks * 512 < status.st_size)
         return {}; // it has some, perhaps by another of its names
     const mode_t mode = status.st_mode & allBits;
     if ((mode & (S_IRUSR | S_IWUSR)) != (S_IRUSR | S_IWUSR) &&
         ::fchmodat(folder, name.c_str(), mode | S_IRUSR | S_IWUSR, 0) != 0)
-        return reasonText();
+        return errorText();
     const FileDescriptor file(::openat(folder, name.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
     if (!file)
-        return reasonText();
+        return errorText();
     const std::string path = pathOfDescriptor(file.get());
     const std::string saved = attribute(path, capability); // goes with the first change
     const bool isRead = findZeros(file.get(), status.st_blksize, [&](off_t begin, off_t length) {
@@ -236,7 +232,7 @@ std::string digHoles(int folder, const std::string& name) {
     const bool isCapable =
         saved.empty() || ::fsetxattr(file.get(), capability, saved.data(), saved.size(), 0) == 0;
     if (!isRead || !isCapable || ::fchmod(file.get(), mode) != 0 || ::futimens(file.get(), times.data()) != 0)
-        return "its holes cannot be made: " + reasonText();
+        return "its holes cannot be made: " + errorText();
     return {};
 }
 

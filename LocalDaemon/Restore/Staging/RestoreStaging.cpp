@@ -1,6 +1,7 @@
 #include "LocalDaemon/Restore/Staging/RestoreStaging.h"
 
 #include "Foundation/CleanPath.h"
+#include "Foundation/Format.h"
 #include "LocalDaemon/Restore/Staging/NameClashes.h"
 #include "Support/Logging.h"
 
@@ -18,7 +19,6 @@
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/xattr.h>
-#include <system_error>
 #include <unistd.h>
 #include <vector>
 
@@ -27,10 +27,6 @@ namespace {
 
 constexpr mode_t ownersFolder = 0700;
 constexpr int folderFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-
-std::string reasonText() {
-    return std::generic_category().message(errno);
-}
 
 bool isWritable(const FileDescriptor& folder) {
     return ::faccessat(folder.get(), ".", W_OK | X_OK, AT_EACCESS) == 0;
@@ -247,7 +243,7 @@ StagingPlace stagingPlaceFor(const std::string& target, bool isFolder) {
     return {StagingPlace::Kind::Nowhere,
             {},
             errno == ENOTDIR ? around + " is no folder, or is reached through a link"
-                             : around + ": " + reasonText()};
+                             : around + ": " + errorText()};
 }
 
 std::string newStagingPath(const std::string& around, std::uint32_t job) {
@@ -277,7 +273,7 @@ StagingFolder::StagingFolder(const std::string& path) {
     }
     if (isMade)
         return;
-    failure_ = path + " cannot be made: " + reasonText();
+    failure_ = path + " cannot be made: " + errorText();
     folder_.reset();
 }
 
@@ -286,7 +282,7 @@ std::string StagingFolder::path() const {
 }
 
 std::string StagingFolder::sync() const {
-    return ::syncfs(synced_.get()) == 0 ? "" : "it has not come to the disk: " + reasonText();
+    return ::syncfs(synced_.get()) == 0 ? "" : "it has not come to the disk: " + errorText();
 }
 
 FileDescriptor StagingFolder::open(const std::string& relativePath) const {
@@ -315,7 +311,7 @@ bool removeStaging(const std::string& path, const StopSignal* stop) {
     const FileDescriptor around =
         path.starts_with('/') ? openFolder(std::string(folderOf(path))) : FileDescriptor();
     if (!around && path.starts_with('/')) {
-        KelvaneSystemLog("What is left of a restore cannot be reached: %@: %@", path, reasonText());
+        KelvaneSystemLog("What is left of a restore cannot be reached: %@: %@", path, errorText());
         return false;
     }
     const FileDescriptor folder = openFolderIn(around.get(), name);
@@ -329,7 +325,7 @@ bool removeStaging(const std::string& path, const StopSignal* stop) {
     if (removeContents(folder.get(), stop) && ::unlinkat(around.get(), name.c_str(), AT_REMOVEDIR) == 0)
         return true;
     if (!stop || !stop->isSet())
-        KelvaneSystemLog("What is left of a restore cannot be removed: %@: %@", path, reasonText());
+        KelvaneSystemLog("What is left of a restore cannot be removed: %@: %@", path, errorText());
     return false;
 }
 
