@@ -11,10 +11,10 @@ struct NotificationCenter::Registration {
 NotificationCenter::NotificationCenter() = default;
 NotificationCenter::~NotificationCenter() = default;
 
-NotificationCenter::Observer NotificationCenter::observe(std::string name, const void* sender,
+NotificationCenter::Observer NotificationCenter::observe(std::string_view name, const void* sender,
                                                          Handler handler) {
     auto registration =
-        std::make_shared<Registration>(Registration{std::move(name), sender, std::move(handler)});
+        std::make_shared<Registration>(Registration{std::string(name), sender, std::move(handler)});
     std::erase_if(registrations_, [](const auto& known) { return known.expired(); });
     registrations_.push_back(registration);
     return Observer(std::move(registration));

@@ -44,7 +44,7 @@ public:
     NotificationCenter& operator=(const NotificationCenter&) = delete;
 
     // With a null `sender` the handler receives the notifications of all senders.
-    Observer observe(std::string name, const void* sender, Handler handler);
+    Observer observe(std::string_view name, const void* sender, Handler handler);
     void post(std::string_view name, const void* sender, Value userInfo = {});
 
 private:

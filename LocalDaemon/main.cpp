@@ -256,7 +256,8 @@ int run(const Arguments& arguments) {
     options.processesPath = stateFolder() + "/kelvane/local-daemon-processes";
     options.showRestoreWizard = [path = *socketPath] {
         const std::string failure =
-            startDetached({programBesideThis("kelvane-settings"), "--daemon", path, "--tab", "restore"});
+            startDetached({findProgram("kelvane-settings").value_or("kelvane-settings"), "--daemon", path,
+                           "--tab", "restore"});
         if (!failure.empty())
             KelvaneSystemLog("The window for restoring cannot be opened: %@", failure);
     };

@@ -7,8 +7,12 @@
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <cstdlib>
 #include <fcntl.h>
+#include <filesystem>
+#include <sstream>
 #include <sys/wait.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace kelvane {
@@ -60,15 +64,20 @@ std::string startDetached(std::vector<std::string> arguments) {
                : "";
 }
 
-std::string programBesideThis(const std::string& name) {
+std::optional<std::string> findProgram(const std::string& name) {
     std::array<char, PATH_MAX> path{};
     const ssize_t size = ::readlink("/proc/self/exe", path.data(), path.size());
     const std::string program(path.data(), size < 0 ? 0 : static_cast<std::size_t>(size));
-    const std::string folder = program.substr(0, program.rfind('/') + 1);
-    for (const std::string& candidate : {folder + name, folder + "../" + name})
-        if (::access(candidate.c_str(), X_OK) == 0)
-            return candidate;
-    return name;
+    const std::string own = program.substr(0, program.rfind('/'));
+    const char* const others = std::getenv("PATH");
+    std::istringstream folders(own + ':' + own + "/..:" + (others ? others : ""));
+    for (std::string folder; std::getline(folders, folder, ':');) {
+        folder.append("/").append(name);
+        if (std::error_code error; folder.starts_with('/') && ::access(folder.c_str(), X_OK) == 0 &&
+                                   std::filesystem::is_regular_file(folder, error))
+            return folder;
+    }
+    return std::nullopt;
 }
 
 } // namespace kelvane

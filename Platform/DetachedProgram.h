@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -10,8 +11,8 @@ namespace kelvane {
 // Empty, or why it could not be started.
 [[nodiscard]] std::string startDetached(std::vector<std::string> arguments);
 
-// The program of this name beside the running one, or in the folder above it as in a build; else the name
-// alone.
-[[nodiscard]] std::string programBesideThis(const std::string& name);
+// The absolute path of a program: beside the running one, in the folder above that as in a build, or the
+// first of its name in PATH.
+[[nodiscard]] std::optional<std::string> findProgram(const std::string& name);
 
 } // namespace kelvane

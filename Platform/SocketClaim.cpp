@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -42,18 +41,18 @@ void writeOwner(int lock) {
         const ssize_t size = ::pwrite(lock, text.data(), text.size(), 0);
 }
 
-// errno's number of a try to connect; 0: somebody listens.
-int errorOfConnecting(const std::string& path) {
-    const FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+} // namespace
+
+SocketProbe probeSocket(const std::string& path, int type) {
+    SocketProbe probe{FileDescriptor(::socket(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))};
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, longestPath);
-    if (!socket || ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
-        return errno;
-    return 0;
+    path.copy(static_cast<char*>(address.sun_path), longestPath);
+    if (!probe.socket ||
+        ::connect(probe.socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+        probe.error = errno;
+    return probe;
 }
-
-} // namespace
 
 SocketClaim::SocketClaim(std::string path) : path_(std::move(path)), lockPath_(path_ + ".lock") {
     refusal_ = refusalOfPath();
@@ -104,7 +103,7 @@ std::string SocketClaim::refusalOfSocket() const {
         return errno == ENOENT ? "" : path_ + " cannot be used: " + errorText();
     if (!S_ISSOCK(status.st_mode))
         return path_ + " is no socket, and is left as it is";
-    switch (const int error = errorOfConnecting(path_)) {
+    switch (const int error = probeSocket(path_).error) {
     case ECONNREFUSED: return {}; // left over from a process that is gone
     case 0:
     case EAGAIN: return "Another program already serves " + path_;

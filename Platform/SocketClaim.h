@@ -3,8 +3,17 @@
 #include "Platform/FileDescriptor.h"
 
 #include <string>
+#include <sys/socket.h>
 
 namespace kelvane {
+
+// A try to connect to whoever listens at a path, which waits for nobody. The error is errno's number; 0:
+// there is a connection, EAGAIN: the listener's queue of callers is full.
+struct SocketProbe {
+    FileDescriptor socket;
+    int error = 0;
+};
+[[nodiscard]] SocketProbe probeSocket(const std::string& path, int type = SOCK_STREAM);
 
 // The right to listen at a path, for as long as it lives: nobody else listens there, and nobody who asks in
 // this way can begin to. A lock on the file "<path>.lock" stands for it, which the system takes back from a

@@ -92,9 +92,9 @@ void ComKelvanePreferencePanePref::beginBackupState() {
     state->setBundle(bundle());
     state->setWantsStateChangedNotifications();
     connectionObserver_ =
-        notifications()->observe(std::string(KelvaneBackupStateConnectionChangedNotification), state.get(),
+        notifications()->observe(KelvaneBackupStateConnectionChangedNotification, state.get(),
                                  [this](const Notification&) { onConnectionChanged(); });
-    stateObserver_ = notifications()->observe(std::string(KelvaneBackupStateChangedNotification), state.get(),
+    stateObserver_ = notifications()->observe(KelvaneBackupStateChangedNotification, state.get(),
                                               [this](const Notification&) { onBackupStateChanged(); });
     uiUpdateTimer_ =
         mainLoop_->schedule(marketNameInterval, MainLoop::Repeat::Always, [this] { updateMarketName(); });

@@ -1,7 +1,7 @@
 #include "Support/Logging.h"
 
 #include "Foundation/Unicode.h"
-#include "Platform/FileDescriptor.h"
+#include "Platform/SocketClaim.h"
 
 #include <algorithm>
 #include <array>
@@ -9,9 +9,7 @@
 #include <csignal>
 #include <ctime>
 #include <mutex>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <syslog.h>
 #include <unistd.h>
 #include <vector>
@@ -19,7 +17,7 @@
 namespace kelvane {
 namespace {
 
-constexpr std::string_view systemLogSocket = "/dev/log";
+constexpr const char* systemLogSocket = "/dev/log";
 
 struct Sinks {
     std::mutex mutex; // held while a sink runs: entries come one at a time, and a token's death waits for it
@@ -100,11 +98,7 @@ void writeToStandardError(const LogEntry& entry) {
 
 // Asked for each entry: the socket's file may outlive whoever listened there.
 bool hasSystemLog() {
-    const FileDescriptor probe(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    systemLogSocket.copy(static_cast<char*>(address.sun_path), systemLogSocket.size());
-    return probe && ::connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    return probeSocket(systemLogSocket, SOCK_DGRAM).error == 0;
 }
 
 void writeToSystem(const LogEntry& entry) {

@@ -95,12 +95,8 @@ void KelvaneBackupTabController::connectControls() {
 
 void KelvaneBackupTabController::awakeFromNib() {
     manual_->manualBrowser->setDelegate(*this);
-    readyObserver_ =
-        prefs_.notifications()->observe(std::string(KelvanePrefPaneReadyChangedNotification), nullptr,
-                                        [this](const Notification&) { readyChangedNotification(); });
-    stateObserver_ =
-        prefs_.notifications()->observe(std::string(KelvanePrefPaneDaemonStateChangedNotification), nullptr,
-                                        [this](const Notification&) { daemonStateChangedNotification(); });
+    observers_ = prefs_.observeDaemon([this] { readyChangedNotification(); },
+                                      [this] { daemonStateChangedNotification(); });
 }
 
 BackupView KelvaneBackupTabController::wantedView() const {

@@ -11,6 +11,7 @@
 
 #include <QObject>
 #include <QPointer>
+#include <array>
 #include <map>
 #include <memory>
 #include <string>
@@ -87,8 +88,7 @@ private:
     const std::unique_ptr<Ui::AutoBackupView> auto_;
     const std::unique_ptr<Ui::ManualBackupView> manual_;
     std::map<BackupView, QPointer<QWidget>> views_;
-    NotificationCenter::Observer readyObserver_;
-    NotificationCenter::Observer stateObserver_;
+    std::array<NotificationCenter::Observer, 2> observers_;
     QPointer<ChoosePanel> panel_;
 
     std::vector<std::string> policyExcludeList_;

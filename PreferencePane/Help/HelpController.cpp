@@ -101,9 +101,7 @@ void KelvaneHelpController::connectControls() {
 }
 
 void KelvaneHelpController::awakeFromNib() {
-    readyObserver_ =
-        prefs_.notifications()->observe(std::string(KelvanePrefPaneReadyChangedNotification), nullptr,
-                                        [this](const Notification&) { readyChangedNotification(); });
+    observers_ = prefs_.observeDaemon([this] { readyChangedNotification(); });
     QObject::connect(email_->emailTextView, &HelpViewEmailTextView::didProcessEditing, &context_,
                      [this](int changeInLength) { messageEditedNotification(changeInLength); });
     readyChangedNotification();

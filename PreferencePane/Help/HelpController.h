@@ -7,6 +7,7 @@
 
 #include <QObject>
 #include <QPointer>
+#include <array>
 #include <memory>
 #include <optional>
 #include <string>
@@ -73,7 +74,7 @@ private:
     QDialog* const helpWindow_;
     QDialog* const emailWindow_;
     std::string chatLink_;
-    NotificationCenter::Observer readyObserver_;
+    std::array<NotificationCenter::Observer, 2> observers_;
     QObject context_; // what the controls call ends with it
 };
 

@@ -36,7 +36,7 @@ void BackupState::onBegin() {
     if (disableConnectTimer_)
         connection_->disableConnectTimer();
     connectionObserver_ =
-        notifications_->observe(std::string(KelvaneConnectionReadyChangedNotification), connection_.get(),
+        notifications_->observe(KelvaneConnectionReadyChangedNotification, connection_.get(),
                                 [this](const Notification&) { daemonConnectionChangedNotification(); });
     const auto connection = connection_; // an observer may end it at once
     connection->start();

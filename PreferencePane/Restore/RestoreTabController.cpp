@@ -111,12 +111,8 @@ void KelvaneRestoreTabController::connectControls() {
 
 void KelvaneRestoreTabController::awakeFromNib() {
     ui_->restoreBrowser->setDelegate(*this);
-    readyObserver_ =
-        prefs_.notifications()->observe(std::string(KelvanePrefPaneReadyChangedNotification), nullptr,
-                                        [this](const Notification&) { readyChangedNotification(); });
-    stateObserver_ =
-        prefs_.notifications()->observe(std::string(KelvanePrefPaneDaemonStateChangedNotification), nullptr,
-                                        [this](const Notification&) { daemonStateChangedNotification(); });
+    observers_ = prefs_.observeDaemon([this] { readyChangedNotification(); },
+                                      [this] { daemonStateChangedNotification(); });
 }
 
 void KelvaneRestoreTabController::setCurrentView() {

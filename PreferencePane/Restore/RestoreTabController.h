@@ -9,6 +9,7 @@
 #include <QMessageBox>
 #include <QObject>
 #include <QPointer>
+#include <array>
 #include <memory>
 #include <optional>
 #include <string>
@@ -89,8 +90,7 @@ private:
     const QPointer<QWidget> restoreView_;
     const QPointer<QWidget> disabledRestoreView_;
     const QPointer<QWidget> progressView_;
-    NotificationCenter::Observer readyObserver_;
-    NotificationCenter::Observer stateObserver_;
+    std::array<NotificationCenter::Observer, 2> observers_;
     QPointer<QMessageBox> alert_;
     QPointer<QFileDialog> panel_;
 

@@ -8,7 +8,9 @@
 #include "PreferencePane/Link/BackupState.h"
 
 #include <QIcon>
+#include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -71,6 +73,17 @@ public:
     [[nodiscard]] virtual Value skinOptions() const = 0; // absent when there are none
 
     [[nodiscard]] virtual const std::shared_ptr<NotificationCenter>& notifications() const = 0;
+    // Calls back for as long as the observers live: when the link has come or gone, and when the daemon's
+    // state may be another.
+    [[nodiscard]] std::array<NotificationCenter::Observer, 2> observeDaemon(
+        std::function<void()> readyChanged, std::function<void()> stateChanged = [] {}) const {
+        const auto observer = [this](std::string_view name, std::function<void()> changed) {
+            return notifications()->observe(name, nullptr,
+                                            [call = std::move(changed)](const Notification&) { call(); });
+        };
+        return {observer(KelvanePrefPaneReadyChangedNotification, std::move(readyChanged)),
+                observer(KelvanePrefPaneDaemonStateChangedNotification, std::move(stateChanged))};
+    }
     [[nodiscard]] virtual const std::shared_ptr<MainLoop>& mainLoop() const = 0;
     [[nodiscard]] virtual const FileServices& fileServices() const = 0;
     [[nodiscard]] virtual const Icons& icons() const = 0;

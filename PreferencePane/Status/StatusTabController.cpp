@@ -91,12 +91,8 @@ void KelvaneStatusTabController::awakeFromNib() {
     const std::string version = prefs_.bundle()->information("CFBundleShortVersionString").stringValue();
     ui_->versionField->setText(screenText(formatText(text(StatusText::Version), version)));
     readyChangedNotification();
-    readyObserver_ =
-        prefs_.notifications()->observe(std::string(KelvanePrefPaneReadyChangedNotification), nullptr,
-                                        [this](const Notification&) { readyChangedNotification(); });
-    stateObserver_ =
-        prefs_.notifications()->observe(std::string(KelvanePrefPaneDaemonStateChangedNotification), nullptr,
-                                        [this](const Notification&) { daemonStateChangedNotification(); });
+    observers_ = prefs_.observeDaemon([this] { readyChangedNotification(); },
+                                      [this] { daemonStateChangedNotification(); });
     showChecked(*ui_->showMenuButton, DefaultsDB::boolProperty(showMenuKey, false, true));
     ui_->referButton->setVisible(isShowRefer());
     updateStatusFieldsFromDefaultsDB();

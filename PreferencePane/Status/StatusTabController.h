@@ -9,6 +9,7 @@
 #include <QMessageBox>
 #include <QObject>
 #include <QPointer>
+#include <array>
 #include <memory>
 #include <string>
 
@@ -95,8 +96,7 @@ private:
     const std::string handOffPath_;
     const std::unique_ptr<Ui::StatusTab> ui_;
     const QPointer<QWidget> view_;
-    NotificationCenter::Observer readyObserver_;
-    NotificationCenter::Observer stateObserver_;
+    std::array<NotificationCenter::Observer, 2> observers_;
     QPointer<QMessageBox> sheet_;
     Timer pauseTimer_; // runs while a pause is shown
 

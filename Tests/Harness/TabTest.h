@@ -36,7 +36,7 @@ protected:
         attached.state->setWantsStateChangedNotifications();
     }
     void observe(std::string_view name, const std::function<void()>& heard) {
-        observers_.push_back(pane_->notifications()->observe(std::string(name), pane_->state.get(),
+        observers_.push_back(pane_->notifications()->observe(name, pane_->state.get(),
                                                              [heard](const Notification&) { heard(); }));
     }
     // What holds all of the tab's controls.

@@ -25,9 +25,8 @@ TEST_F(BackupStateTest, PollsOnlyWhenSomebodyWantsToKnow) {
 
 TEST_F(StatePoll, RunsAfterTheNewsOfTheConnectionAndThenEveryTwoSecondsWhileConnected) {
     std::size_t pollsBefore = 1;
-    const auto observer =
-        notifications->observe(std::string(KelvaneBackupStateConnectionChangedNotification), nullptr,
-                               [&](const Notification&) { pollsBefore = polls(); });
+    const auto observer = notifications->observe(KelvaneBackupStateConnectionChangedNotification, nullptr,
+                                                 [&](const Notification&) { pollsBefore = polls(); });
     connect();
     EXPECT_EQ(pollsBefore, 0U);
     EXPECT_EQ(polls(), 1U);
@@ -83,8 +82,8 @@ TEST_F(StatePoll, ClearsAndAnnouncesEveryTimeThatThereIsNoDictionary) {
 }
 
 TEST_F(StatePoll, IsNotStartedWhenAnObserverFindsTheLinkGone) {
-    const auto observer = notifications->observe(std::string(KelvaneBackupStateConnectionChangedNotification),
-                                                 nullptr, [this](const Notification&) {
+    const auto observer = notifications->observe(KelvaneBackupStateConnectionChangedNotification, nullptr,
+                                                 [this](const Notification&) {
                                                      if (!state->connected() || !daemon.waitForPanes(1))
                                                          return;
                                                      daemon.stop();
@@ -197,7 +196,7 @@ protected:
 
 private:
     const NotificationCenter::Observer observer_ =
-        notifications->observe(std::string(KelvaneConnectionReadyChangedNotification), controller.get(),
+        notifications->observe(KelvaneConnectionReadyChangedNotification, controller.get(),
                                [this](const Notification&) { heard.push_back(controller->connected()); });
 };
 

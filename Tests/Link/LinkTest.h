@@ -96,17 +96,15 @@ protected:
     std::vector<Value> states;
 
 private:
-    const NotificationCenter::Observer connectionObserver_ =
-        notifications->observe(std::string(KelvaneBackupStateConnectionChangedNotification), state.get(),
-                               [this](const Notification&) {
-                                   heard.emplace_back(state && state->connected() ? "connected" : "lost");
-                               });
-    const NotificationCenter::Observer stateObserver_ =
-        notifications->observe(std::string(KelvaneBackupStateChangedNotification), state.get(),
-                               [this](const Notification& notification) {
-                                   heard.emplace_back("state");
-                                   states.push_back(notification.userInfo);
-                               });
+    const NotificationCenter::Observer connectionObserver_ = notifications->observe(
+        KelvaneBackupStateConnectionChangedNotification, state.get(), [this](const Notification&) {
+            heard.emplace_back(state && state->connected() ? "connected" : "lost");
+        });
+    const NotificationCenter::Observer stateObserver_ = notifications->observe(
+        KelvaneBackupStateChangedNotification, state.get(), [this](const Notification& notification) {
+            heard.emplace_back("state");
+            states.push_back(notification.userInfo);
+        });
 };
 
 } // namespace kelvane::tests

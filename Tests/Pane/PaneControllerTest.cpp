@@ -69,10 +69,9 @@ TEST_F(PaneControllerTest, TellsOfTheLinkThenOfTheState) {
     std::vector<NotificationCenter::Observer> observers;
     for (const auto name :
          {KelvanePrefPaneReadyChangedNotification, KelvanePrefPaneDaemonStateChangedNotification})
-        observers.push_back(
-            notifications->observe(std::string(name), pane.get(), [&](const Notification& notice) {
-                notices.push_back(std::string(notice.name) + (pane->connected() ? " +" : " -"));
-            }));
+        observers.push_back(notifications->observe(name, pane.get(), [&](const Notification& notice) {
+            notices.push_back(std::string(notice.name) + (pane->connected() ? " +" : " -"));
+        }));
     const std::string ready(KelvanePrefPaneReadyChangedNotification);
     const std::string state(KelvanePrefPaneDaemonStateChangedNotification);
     select();
@@ -193,8 +192,8 @@ TEST_F(PaneControllerTest, TheLockButtonDoesWhatItSays) {
     const auto& lock = *pane->mainView()->findChild<AuthorizationView*>();
     auto& button = *lock.findChild<QToolButton*>();
     int notices = 0;
-    const auto observer = notifications->observe(std::string(KelvanePrefPaneDaemonStateChangedNotification),
-                                                 pane.get(), [&](const Notification&) { ++notices; });
+    const auto observer = notifications->observe(KelvanePrefPaneDaemonStateChangedNotification, pane.get(),
+                                                 [&](const Notification&) { ++notices; });
     const auto expect = [&](const char* action, const char* line, const QColor& color, int noticed) {
         EXPECT_EQ(button.text().toStdString(), action);
         EXPECT_EQ(lock.findChild<QLabel*>()->text().toStdString(), line);

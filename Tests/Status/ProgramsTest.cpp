@@ -2,6 +2,7 @@
 
 #include "FakeDaemon/FakeDaemon.h"
 #include "Platform/Desktop/PolicyFile.h"
+#include "Platform/FileContents.h"
 #include "PreferencePane/Auxiliary/HandOffFile.h"
 #include "Tests/Desktop/PrivatePolkit.h"
 #include "Tests/Harness/EnvironmentVariable.h"
@@ -134,9 +135,11 @@ TEST_F(Programs, WhereThereIsAUserManagerTheDaemonIsAUnitOfIts) {
     ASSERT_EQ(::chmod(manager.c_str(), 0755), 0);
     path = odd + ':' + folder / "bin" + ":/usr/bin:/bin";
     EXPECT_EQ(run("Enable", {"0", uid, "load"}), "");
-    EXPECT_NE(folder.read("config/systemd/user/kelvane-local-daemon.service")
-                  .find("ExecStart=\"" + folder / "odd 50%% \\\"x\\\"/kelvane-local-daemon" + "\"\n"),
-              std::string::npos);
+    const Data packaged = readFile(KELVANE_UNIT, std::size_t{1} << 16U).bytes;
+    std::string unit(packaged.begin(), packaged.end());
+    unit.replace(unit.find("@program_folder@"), std::string("@program_folder@").size(),
+                 folder / "odd 50%% \\\"x\\\"");
+    EXPECT_EQ(folder.read("config/systemd/user/kelvane-local-daemon.service"), unit);
     EXPECT_EQ(run("Disable", {"0", uid, "unload"}), "");
     EXPECT_FALSE(isServing());
     EXPECT_EQ(folder.read("orders"), "--user --quiet daemon-reload\n"

@@ -2,6 +2,8 @@
 
 #include "Common/KelvProxy.h"
 #include "Common/Protocols.h"
+#include "Platform/DetachedProgram.h"
+#include "Platform/SocketClaim.h"
 #include "Platform/SpecialFolders.h"
 #include "Support/AgentLauncher.h"
 #include "Tools/Auxiliary/UserUnit.h"
@@ -10,14 +12,10 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
-#include <filesystem>
 #include <poll.h>
-#include <sstream>
 #include <string_view>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace kelvane::tools {
@@ -28,7 +26,6 @@ constexpr const char* trampolineName = "kelvane-trampoline";
 constexpr int lookMilliseconds = 50;
 
 constexpr const char* noFolder = "there is no folder for the daemon's socket that only you can reach";
-constexpr std::size_t longestPath = 103; // what a socket's address holds
 
 // Where the daemon serves that is meant.
 struct Place {
@@ -46,13 +43,6 @@ std::optional<Place> placeOfDaemon() {
     return Place{named, named == usual};
 }
 
-std::string folderOfThisProgram() {
-    std::array<char, PATH_MAX> path{};
-    const ssize_t size = ::readlink("/proc/self/exe", path.data(), path.size());
-    const std::string program(path.data(), size < 0 ? 0 : static_cast<std::size_t>(size));
-    return program.substr(0, program.rfind('/'));
-}
-
 // By the program that listens, which may have been replaced on the disk since.
 bool isLocalDaemon(int socket) {
     ucred peer{};
@@ -67,16 +57,12 @@ bool isLocalDaemon(int socket) {
 }
 
 Server serverAt(const std::string& path) {
-    const FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, longestPath);
-    if (!socket)
+    const SocketProbe probe = probeSocket(path);
+    if (probe.error == EAGAIN) // its queue of callers is full
+        return Server::LocalDaemon;
+    if (probe.error != 0)
         return Server::None;
-    // One whose queue of callers is full is busy, but there.
-    if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
-        return errno == EAGAIN ? Server::LocalDaemon : Server::None;
-    return isLocalDaemon(socket.get()) ? Server::LocalDaemon : Server::Other;
+    return isLocalDaemon(probe.socket.get()) ? Server::LocalDaemon : Server::Other;
 }
 
 std::string notOurs(const std::string& path) {
@@ -121,18 +107,6 @@ void tellToTerminate(const std::string& path) {
 }
 
 } // namespace
-
-std::optional<std::string> findProgram(const std::string& name) {
-    const char* const path = std::getenv("PATH");
-    std::istringstream folders(folderOfThisProgram() + ':' + (path ? path : ""));
-    for (std::string folder; std::getline(folders, folder, ':');) {
-        folder.append("/").append(name);
-        if (std::error_code error; folder.starts_with('/') && ::access(folder.c_str(), X_OK) == 0 &&
-                                   std::filesystem::is_regular_file(folder, error))
-            return folder;
-    }
-    return std::nullopt;
-}
 
 std::string startLocalDaemon(std::chrono::milliseconds patience) {
     const auto place = placeOfDaemon();

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <chrono>
-#include <optional>
 #include <string>
 
 namespace kelvane::tools {
@@ -20,8 +19,5 @@ inline constexpr std::chrono::seconds usualPatience(10);
 // While another daemon is meant: why what the usual one has written must stay. Empty when nobody serves
 // there.
 [[nodiscard]] std::string usualDaemonInUse();
-
-// The program of that name beside this one, else the first one on the PATH. Absolute.
-[[nodiscard]] std::optional<std::string> findProgram(const std::string& name);
 
 } // namespace kelvane::tools

@@ -99,8 +99,20 @@ std::string unitText(const std::string& program) {
         if (byte == '%')
             quoted += '%';
     }
-    return "[Unit]\nDescription=Kelvane's backup daemon for this user\n\n[Service]\nExecStart=\"" + quoted +
-           "\"\nRestart=on-failure\nRestartSec=10\nKillMode=process\n\n[Install]\nWantedBy=default.target\n";
+    return R"([Unit]
+Description=Kelvane's backup daemon for this user
+
+[Service]
+ExecStart=")" +
+           quoted + R"("
+Restart=on-failure
+RestartSec=10
+# The daemon ends the programs that it needs by itself; the window that it has opened is the user's.
+KillMode=process
+
+[Install]
+WantedBy=default.target
+)";
 }
 
 } // namespace kelvane::tools

@@ -51,11 +51,10 @@ DaemonWatch::DaemonWatch(std::shared_ptr<MainLoop> mainLoop, std::shared_ptr<con
       state_(std::move(mainLoop), notifications_, bundle_) {}
 
 void DaemonWatch::begin() {
-    connectionObserver_ =
-        notifications_->observe(std::string(KelvaneBackupStateConnectionChangedNotification), &state_,
-                                [this](const Notification&) { connectionChanged(); });
+    connectionObserver_ = notifications_->observe(KelvaneBackupStateConnectionChangedNotification, &state_,
+                                                  [this](const Notification&) { connectionChanged(); });
     stateObserver_ =
-        notifications_->observe(std::string(KelvaneBackupStateChangedNotification), &state_,
+        notifications_->observe(KelvaneBackupStateChangedNotification, &state_,
                                 [this](const Notification& change) { stateChanged(change.userInfo); });
     state_.setProxyDelegate(weak_from_this());
     state_.setWantsStateChangedNotifications();

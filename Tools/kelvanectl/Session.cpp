@@ -33,9 +33,8 @@ Session::Session(const CommandLine& line)
       timeout_(line.settings().timeout),
       bundle_(std::make_shared<const Bundle>(Value(Dictionary{{"DaemonPath", daemonPath_}}))),
       state_(loop_, notifications_, bundle_) {
-    connectionObserver_ =
-        notifications_->observe(std::string(KelvaneBackupStateConnectionChangedNotification), &state_,
-                                [this](const Notification&) { connectionChanged(); });
+    connectionObserver_ = notifications_->observe(KelvaneBackupStateConnectionChangedNotification, &state_,
+                                                  [this](const Notification&) { connectionChanged(); });
     deadline_ = deadlineLoop_.schedule(timeout_, MainLoop::Repeat::Once, [this] { expire(); });
     deadlineThread_ = std::thread([this] { deadlineLoop_.run(); });
 }
