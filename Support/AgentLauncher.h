@@ -8,8 +8,8 @@
 namespace kelvane {
 
 // Starts the trampoline, a small program that waits for a process to end and then starts the daemon or the
-// agent: how those are started anew by a process that is itself about to end. Any thread; failures are only
-// logged.
+// agent. A process that is about to end uses it to restart them. May be called from any thread. Failures are
+// logged and not returned.
 class KelvaneTrampoline {
 public:
     static constexpr int launchDaemon = 1;
@@ -17,30 +17,30 @@ public:
 
     KelvaneTrampoline() = delete;
 
-    // Returns at once. The child stays this process's own child and becomes the trampoline; a thread waits
-    // for its end, so that it leaves no zombie in a caller that goes on: not for code that may be unloaded. A
-    // caller that ends takes only that thread along, with the log entries that it has not passed on yet.
+    // Returns at once. A child process becomes the trampoline, and a thread forwards its log and waits for
+    // it, so that it does not become a zombie. Because of that thread, code that may be unloaded must not
+    // call this. If the caller ends first, the trampoline continues and its remaining log entries are lost.
     static void trampoline(const std::string& trampolinePath, const std::string& launchPath,
                            std::uint32_t pid, int targetType);
 };
 
 namespace detail {
 
-// One execution: what is logged before it, and the argument vector with the program in front.
+// One attempt to execute a program: the log entry that precedes it, and the arguments, the program first.
 struct ExecAttempt {
     std::string logEntry;
     std::vector<std::string> arguments;
 };
 
-// What the child tries, in order.
+// Returns the attempts that the child makes, in this order.
 [[nodiscard]] std::vector<ExecAttempt> execAttempts(const std::string& trampolinePath,
                                                     const std::string& launchPath, std::uint32_t pid,
                                                     int targetType);
 
-// A child that tries `attempts` in turn and ends with status 0 when none succeeds, with every signal's
-// default action but for those that are ignored (SIGPIPE is not), no signal blocked, and no descriptor but
-// the standard ones. Each log entry is a message on `logSocket`, a packet socket that is closed on execution;
-// none when it is -1. The result is fork's: -1 with errno set when there is no child. The caller reaps it.
+// Forks a child that makes the attempts in turn, and exits with status 0 if none succeeds. In the child no
+// signal is blocked, ignored ones except SIGPIPE stay ignored, and only the standard descriptors are open.
+// Each log entry is sent as a packet on `logSocket`, which is closed on execution; -1 stands for no log.
+// Returns the result of fork: -1 with errno on failure. The caller has to reap the child.
 [[nodiscard]] pid_t forkAndExecute(const std::vector<ExecAttempt>& attempts, int logSocket);
 
 } // namespace detail

@@ -8,7 +8,7 @@
 
 namespace kelvane {
 
-// An alert that the daemon sent, ready to be shown. Whoever shows it keeps the three styles apart.
+// An alert that the daemon has sent, decoded for display. The three styles must look different.
 struct AlertRecord {
     enum class Style { Critical, Warning, Informational };
 
@@ -17,10 +17,10 @@ struct AlertRecord {
     std::string informativeText; // the body
 };
 
-// The fields of an alert string, still escaped; empty ones are kept, and an empty string has one.
+// Splits an alert string into its fields, which stay escaped. Empty fields are kept; an empty string has one.
 [[nodiscard]] std::vector<std::string> alertStringComponents(std::string_view alertString);
 
-// None unless there are six fields and the last two, title and body, both hold something.
+// Returns nothing unless there are six fields and the last two, title and body, are not empty.
 [[nodiscard]] std::optional<AlertRecord>
 alertWithKelvaneStringComponents(std::span<const std::string> components);
 

@@ -8,23 +8,23 @@
 
 namespace kelvane {
 
-// A file that keeps a dictionary as a property list, with a checksum: where a bit of it is wrong it counts as
-// damaged, instead of saying something else. Any thread; the calls block on the disk.
+// Functions for a file that contains a dictionary as a property list and a checksum, so that a flipped bit is
+// detected and not read as other settings. May be called from any thread; they block on the disk.
 
 struct CheckedReading {
     enum class State { Missing, Whole, Damaged, Unreadable };
     State state = State::Missing;
-    Value value;        // a dictionary when it is whole
-    std::string reason; // of the last two
+    Value value;        // the dictionary, if the file is whole
+    std::string reason; // why the file is damaged or unreadable
 };
 
-// `name`: of the entry that holds the dictionary. Files of versions without a checksum are that dictionary
-// itself, and are read as well. More than `limit` bytes count as damaged.
+// Reads the dictionary from the entry `name`. A file without a checksum, as earlier versions wrote it, is
+// that dictionary itself. A file of more than `limit` bytes counts as damaged.
 [[nodiscard]] CheckedReading readCheckedFile(const std::string& path, std::string_view name,
                                              std::size_t limit);
 
-// Replaces the file as a whole, for its owner alone, and makes its folder if need be. Returns why it failed;
-// empty: it did not.
+// Replaces the file atomically with mode 0600, and creates its folder if necessary. Returns the reason for a
+// failure; empty on success.
 [[nodiscard]] std::string replaceCheckedFile(const std::string& path, std::string_view name,
                                              const Value& value);
 

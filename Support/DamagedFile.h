@@ -4,8 +4,8 @@
 
 namespace kelvane {
 
-// Renames a file that cannot be read to "<path>.damaged", over what was set aside there before, and logs it
-// with the reason. False, which is logged as well: it stands where it stood. Any thread; blocks on the disk.
+// Renames a damaged file to "<path>.damaged", replacing an earlier one, and logs this with the reason. If
+// that fails, logs it and returns false. May be called from any thread; blocks on the disk.
 [[nodiscard]] bool setAside(const std::string& path, const std::string& reason);
 
 } // namespace kelvane

@@ -11,15 +11,15 @@ namespace kelvane {
 
 class Bundle;
 
-// Byte counts for people: exact with the word for bytes ("4096 bytes"), or abbreviated with a unit ("1.21
-// MB"). Two shared instances serve every view. Main thread only: neither they nor the table of units are
-// guarded.
+// Formats byte counts for display: exactly and with the word for bytes ("4096 bytes"), or abbreviated with a
+// unit ("1.21 MB"). All views use the two shared instances. Main thread only, because the instances and the
+// table of units have no lock.
 class FileSizeFormatter {
 public:
-    // `base` writes the number of the abbreviated form.
+    // `base` formats the number of the abbreviated form.
     explicit FileSizeFormatter(NumberFormatter base) : base_(std::move(base)) {}
 
-    // Takes the texts of the units from the bundle, for all formatters; English until then.
+    // Reads the names of the units from the bundle, for all formatters. Until then they are English.
     static void initializeUsingBundle(const Bundle& bundle);
 
     [[nodiscard]] static const FileSizeFormatter& sharedFileSizeFormatter();
@@ -27,8 +27,8 @@ public:
 
     void setAbbreviated(bool abbreviated) { abbreviated_ = abbreviated; }
 
-    // None for what is no number. A signed 64-bit number is a count of 64 bits; of every other number the low
-    // 32 bits count. (An unsigned 64-bit number that fits a signed one is one: see `Integer`.)
+    // Returns nothing if the value is not a number. Of a signed 64-bit number all bits are used, of any other
+    // number the low 32 bits. An unsigned 64-bit number that fits is a signed one, see `Integer`.
     [[nodiscard]] std::optional<std::string> stringForObjectValue(const Value& value) const;
     [[nodiscard]] std::optional<std::string> stringFromNumber(const Value& number) const {
         return stringForObjectValue(number);

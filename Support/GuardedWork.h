@@ -8,9 +8,9 @@
 
 namespace kelvane {
 
-// What a piece of a thread's work throws is a fault of this program, or something that no content of a home
-// or repository may bring about; it ends that piece and not the daemon. `failed` is told what it was; any
-// thread.
+// Runs `work` and catches its exceptions. They are faults of this program, which must end one piece of work
+// and not the daemon. Each is logged, and its text is passed to `failed` on the same thread. May be called
+// from any thread.
 using WorkFailed = std::function<void(const std::string& reason)>;
 
 template <class Work>

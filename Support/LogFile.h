@@ -8,9 +8,9 @@
 
 namespace kelvane {
 
-// A log that does not grow for ever: a file that has become too large is renamed to "<path>.1", that to
-// "<path>.2", and so on; the last one goes. Only its owner may read it. Belongs to one thread at a time,
-// which a write blocks on the disk.
+// A log file of limited size with mode 0600. When it has become too large it is renamed to "<path>.1", that
+// one to "<path>.2", and so on; the oldest is replaced. May be used by one thread at a time. A write blocks
+// on the disk.
 class LogFile {
 public:
     struct Limits {
@@ -21,9 +21,9 @@ public:
     explicit LogFile(std::string path) : LogFile(std::move(path), Limits()) {}
     LogFile(std::string path, Limits limits);
 
-    // Why there is none: it cannot be made, or is a link or no file; empty when it stands.
+    // Why the file cannot be used: it cannot be created, or is a link or not a regular file; otherwise empty.
     [[nodiscard]] const std::string& error() const { return error_; }
-    // One line, without its end. False: it is not in the log. The next one is tried again.
+    // Writes a line, which is passed without a newline. Returns false on failure; the next call tries again.
     bool write(std::string_view line);
 
 private:

@@ -11,30 +11,30 @@
 
 namespace kelvane {
 
-// Diagnostics: off by default, switched on for the life of the process by a marker file. Any thread may
-// write; the switch is turned before other threads start. A format is as for `formatText`: "%@" takes a Value
-// or any text.
+// The debug log, which is off by default; a marker file enables it until the process ends. Any thread may
+// write entries, but it must be enabled before other threads start. Formats are those of `formatText`: "%@"
+// takes a Value or any text.
 //
-// An entry is one line: what would break it is escaped, and what goes beyond `longestLogEntry` is cut with a
-// note. It goes to the system log, and to standard error when that is a terminal or there is no system log.
+// An entry is one line. Line breaks are escaped, and text beyond `longestLogEntry` is replaced by a note.
+// Entries go to the system log, and to standard error if that is a terminal or there is no system log.
 
 inline constexpr const char* logMarkerPath = "/tmp/kelvane_logging";
 inline constexpr std::size_t longestLogEntry = std::size_t{64} << 10U; // bytes
 
-// Looks for the marker (a file or folder) this once. Never turns logging off again.
+// Enables the debug log if the marker, a file or folder, exists. Never disables it.
 void KelvaneLogStart(const std::string& markerPath = logMarkerPath);
 
 struct LogEntry {
     std::chrono::system_clock::time_point time;
     std::string text; // escaped and cut
 
-    // "2025-01-02 03:04:05.678 name[123] text" with the local time, the process's name and its id.
+    // Returns "2025-01-02 03:04:05.678 name[123] text": local time, name and ID of the process, and the text.
     [[nodiscard]] std::string line() const;
 };
 
-// Where entries go instead, until the token dies; of several, the one set last counts. Entries come one at a
-// time, on the threads that write them; an entry that a sink itself writes is dropped. After the token's
-// death its sink is not running any more.
+// Receives the entries instead of the system log until its token is destroyed; the sink set last is used. It
+// is called with one entry at a time, on the threads that write them. Entries that a sink writes itself are
+// dropped. When the token has been destroyed, its sink is no longer running.
 using LogSink = std::function<void(const LogEntry&)>;
 
 class [[nodiscard]] LogSinkToken {
@@ -54,7 +54,7 @@ inline std::atomic<bool> logEnabled = false;
 
 void writeLogEntry(std::string_view text);
 
-// What cannot be written, for want of memory most likely, is dropped: a line must not end what it tells of.
+// Drops an entry that cannot be written, for example without memory: logging must not end what it reports.
 template <class... Arguments>
 void log(std::string_view format, const Arguments&... arguments) noexcept {
     try {
@@ -81,7 +81,7 @@ void KelvaneLog(const std::string& format, const Arguments&... arguments) noexce
         detail::log(format, arguments...);
 }
 
-// Writes whatever the switch says.
+// Writes the entry even if the debug log is off.
 template <class... Arguments>
 void KelvaneSystemLog(std::string_view format, const Arguments&... arguments) noexcept {
     detail::log(format, arguments...);

@@ -5,9 +5,9 @@
 
 namespace kelvane {
 
-// A text with paths in it as one line of a message: what is not UTF-8 as `textFromPath` has it, and "\x" with
-// two hexadecimal digits for each control character and each backslash that such digits follow. Lines of two
-// names differ.
+// Converts a text with paths to one line of a message. Bytes that are not UTF-8 become what `textFromPath`
+// makes of them. Control characters, and backslashes that begin such a sequence themselves, become "\x" and
+// two hexadecimal digits. Different names have different lines.
 [[nodiscard]] std::string messageLine(std::string_view text);
 
 } // namespace kelvane

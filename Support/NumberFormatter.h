@@ -8,21 +8,21 @@ namespace kelvane {
 
 struct NumberSeparators {
     std::string decimal = ".";
-    std::string grouping = ","; // may be empty: then nothing is grouped
+    std::string grouping = ","; // empty: digits are not grouped
 };
 
-// Those of the user's locale as the environment names it, whatever the process has set for itself. The
-// English ones where the locale is missing from this machine or is "C", which has nothing to offer for
-// people.
+// Returns the separators of the user's locale, which is read from the environment and not from the process.
+// If that locale is not installed, or is "C", which has no grouping separator, returns the English
+// separators.
 [[nodiscard]] NumberSeparators userNumberSeparators();
 
-// Writes numbers by a pattern such as "#,##0.00": how many digits a group has, and how many decimals there
-// are.
+// Formats numbers according to a pattern such as "#,##0.00", which determines the size of groups and the
+// number of decimals.
 class NumberFormatter {
 public:
     explicit NumberFormatter(std::string_view pattern, NumberSeparators separators = userNumberSeparators());
 
-    // Rounded to the nearest; a number exactly between two goes to the even one.
+    // Rounds to the nearest number, and to the even one if two are equally near.
     [[nodiscard]] std::string stringFromNumber(double number) const;
 
 private:

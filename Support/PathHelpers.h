@@ -7,35 +7,35 @@
 
 namespace kelvane {
 
-// The two ways in which paths are named: the daemon's volume paths ("/Volumes/<name>/...") and the user's
-// view, where the boot volume begins at "/". These work on the text alone; where a path really is, `Volumes`
-// knows.
+// Functions for the two forms of a path: the daemon's volume path ("/Volumes/<name>/...") and the path that
+// the user sees, in which the boot volume is "/". They process the text only; `Volumes` maps paths to the
+// real files.
 
-// "/System/Volumes/Data", where newer systems mount the boot volume's data part.
+// Returns "/System/Volumes/Data", where newer systems mount the data part of the boot volume.
 [[nodiscard]] constexpr std::string_view kelv_svdPath() {
     return Volumes::dataPath;
 }
 
-// "/Volumes/" and the boot volume's name.
+// Returns "/Volumes/" followed by the name of the boot volume.
 [[nodiscard]] std::string kelv_rootVolumePath(const Volumes& volumes);
 
-// By its beginning alone.
+// Returns whether the path begins as a volume path.
 [[nodiscard]] bool isKelvaneVolumePath(std::string_view path);
 
-// The path itself when it is empty or a volume path already, else the same below the boot volume's name.
+// Returns the path below the boot volume's name; a path that is empty or a volume path is returned unchanged.
 [[nodiscard]] std::string stringWithKelvaneVolumePath(std::string_view path, const Volumes& volumes);
 
-// Whether it names a whole volume, present or not, and nothing inside one.
+// Returns whether the path is that of a volume itself, mounted or not, and not of a file in it.
 [[nodiscard]] bool kelv_isVolumePath(std::string_view path);
 [[nodiscard]] bool kelv_isRootVolumePath(std::string_view path, const Volumes& volumes);
 
-// "/" for the boot volume itself. Only for that: a path inside it keeps its volume's name.
+// Returns "/" for the path of the boot volume, and any other path unchanged, also one in the boot volume.
 [[nodiscard]] std::string kelv_shortVolumePath(std::string_view path, const Volumes& volumes);
 
-// The name after "/Volumes/", else the boot volume's.
+// Returns the name after "/Volumes/", or the name of the boot volume if the path is not a volume path.
 [[nodiscard]] std::string kelv_volumeDisplayName(std::string_view path, const Volumes& volumes);
 
-// WildcardMatch with the text first.
+// Calls WildcardMatch; the text is the first argument.
 [[nodiscard]] bool kelv_isEqualToWildcardString(std::string_view text, std::string_view pattern);
 
 } // namespace kelvane

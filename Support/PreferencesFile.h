@@ -7,13 +7,13 @@
 
 namespace kelvane {
 
-// The file that keeps the preferences domain: one dictionary as a binary property list, shared with other
-// processes.
+// The file of the preferences domain: a dictionary as a binary property list, which several processes share.
 //
-// A reader needs no lock, because the file is only ever replaced as a whole. A writer locks a second file
-// beside it (a lock on the file that is replaced would guard nothing), reads again, and changes one key: two
-// processes lose nothing of each other. Any thread; blocks on the disk, and on another writer for at most two
-// seconds.
+// Readers need no lock, because the file is always replaced atomically. A writer locks a second file beside
+// it, since a lock on the replaced file would protect nothing, reads the file again and changes one key, so
+// that processes do not overwrite each other's changes.
+//
+// Any thread may call it. It blocks on the disk, and for at most two seconds on another writer.
 class PreferencesFile {
 public:
     explicit PreferencesFile(std::string path) : path_(std::move(path)) {}
@@ -21,8 +21,8 @@ public:
     enum class Content {
         Read,
         Absent,     // there is no file
-        Damaged,    // a file of ours to read, but what it holds is no dictionary
-        Unreadable, // not permitted, a link, a folder, far too large: nothing that may be replaced
+        Damaged,    // the file can be read but does not contain a dictionary
+        Unreadable, // no permission, a link, a folder, or far too large: must not be replaced
     };
     struct Reading {
         Content content;
@@ -33,11 +33,11 @@ public:
 
     struct Writing {
         std::string error;          // empty when it succeeded
-        bool isValueAtFault = true; // another key may fare better
+        bool isValueAtFault = true; // writing another key may succeed
     };
-    // Sets one key. `entries` is what the caller knows of the file: afterwards what the file holds now. A
-    // damaged file is kept beside as "<path>.damaged" and made anew from `entries`. When it fails, the file
-    // and `entries` are as they were.
+    // Sets one key. `entries` has the contents of the file that the caller knows, and receives the new ones.
+    // A damaged file is renamed to "<path>.damaged" and created again from `entries`. On failure the file and
+    // `entries` do not change.
     [[nodiscard]] Writing set(std::string_view key, const Value& value, Dictionary& entries) const;
 
 private:

@@ -4,18 +4,18 @@
 
 namespace kelvane {
 
-// Whether `text` as a whole is what `pattern` says, ignoring case (of single bytes, in the current C locale).
-// Each string ends at its first zero byte.
+// Returns whether `pattern` matches the whole of `text`. Case is ignored, for single bytes in the current C
+// locale. Each string ends at its first NUL byte.
 //
-// The one wildcard is the star: "*" stands for any run without a "/", "**" (or more stars) for any run. Three
-// things are less obvious, and exclusion patterns rely on them:
-//   - at the end of the pattern a single star stands for any run as well, "/" included;
-//   - "*/" goes to the next "/" of the text and to no later one;
-//   - after a star the next character of the pattern is looked for as a letter of either case, or as the
-//   exact byte.
+// The only wildcard is the star: "*" matches any characters except "/", "**" (or more stars) any characters.
+// Three rules are less obvious, and exclude patterns rely on them:
+//   - at the end of the pattern a single star matches any characters, "/" included;
+//   - "*/" extends to the next "/" of the text and never to a later one;
+//   - the character that follows a star matches a letter of either case, or exactly that byte.
 //
-// Takes time in proportion to the pattern's length times the text's, whatever they hold, and memory in
-// proportion to their sum: patterns come from outside.
+// Patterns come from outside, therefore time and memory are bounded. The time is at most proportional to the
+// product of the lengths of pattern and text, and the memory to the sum of these two lengths, whatever the
+// pattern and the text contain.
 [[nodiscard]] bool WildcardMatch(std::string_view pattern, std::string_view text);
 
 } // namespace kelvane
