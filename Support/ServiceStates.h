@@ -7,7 +7,7 @@ namespace kelvane {
 
 class Bundle;
 
-// The state of the service, by its number on the link. A daemon may send a number that is none of these.
+// The state of the service, with its number in the protocol. A daemon may also send other numbers.
 enum class ServiceState : std::uint32_t {
     InitialBackup = 3,
     Restoring = 4,
@@ -18,7 +18,7 @@ enum class ServiceState : std::uint32_t {
     NoService = 11,
     Disabled = 12,
     Paused = 13,
-    Retry = 14, // another program is at work in the repository
+    Retry = 14, // another program has locked the repository
     BadConfiguration = 15,
     AccountDisabled = 16,
     OverQuota = 17,
@@ -26,18 +26,18 @@ enum class ServiceState : std::uint32_t {
     NoServer = 19,
     BackupFailed = 20,
     BackupOverdue = 22,
-    OperationsMessage = 23, // an alert says what it is
+    OperationsMessage = 23, // an alert describes it
     UpgradeAvailable = 24,
     RecoverMode = 25,
     AccountOverQuota = 29,
 };
 
-// Whether a backup is under way in this state, or would be as soon as a file changed.
+// Returns whether a backup runs in this state, or would start as soon as a file changes.
 [[nodiscard]] constexpr bool isWorking(ServiceState state) {
     return state >= ServiceState::InitialBackup && state <= ServiceState::Idle;
 }
 
-// The name of the state for people, in the bundle's language; empty for a number that has none.
+// Returns the display name of the state in the bundle's language; empty for a number that has none.
 [[nodiscard]] std::string stringForKelvaneServiceState(ServiceState state, const Bundle& bundle);
 
 } // namespace kelvane
