@@ -2,6 +2,7 @@
 
 #include "Foundation/Format.h"
 #include "Foundation/PathComponents.h"
+#include "Platform/ChildProcess.h"
 
 #include <algorithm>
 #include <array>
@@ -12,11 +13,9 @@
 #include <linux/fs.h>
 #include <optional>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
-#include <sys/wait.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
@@ -150,23 +149,10 @@ std::string uuidOfDevice(const std::string& device) {
     return {};
 }
 
-bool hasEnded(pid_t child) {
-    return ::waitpid(child, nullptr, WNOHANG) != 0;
-}
-
-// 0: it cannot be started.
-pid_t startAsking(std::string mountPoint) {
-    std::string name = "stat";
-    std::string format = "--printf=%s"; // of something, or it does not ask
-    const std::array<char*, 4> arguments{name.data(), format.data(), mountPoint.data(), nullptr};
-    posix_spawn_file_actions_t files{};
-    ::posix_spawn_file_actions_init(&files);
-    for (const int output : {STDOUT_FILENO, STDERR_FILENO})
-        ::posix_spawn_file_actions_addopen(&files, output, "/dev/null", O_WRONLY, 0);
-    pid_t child = 0;
-    const int error = ::posix_spawnp(&child, name.c_str(), &files, nullptr, arguments.data(), environ);
-    ::posix_spawn_file_actions_destroy(&files);
-    return error == 0 ? child : 0;
+std::optional<ChildProcess> startAsking(const std::string& mountPoint) {
+    // Without something to print it would not ask.
+    return ChildProcess::start({.arguments = {"stat", "--printf=%s", mountPoint}},
+                               {.output = ChildStreams::null, .errors = ChildStreams::null});
 }
 
 } // namespace
@@ -307,7 +293,7 @@ bool isRemote(std::string_view type) {
 std::chrono::milliseconds silenceOf(const std::string& mountPoint) {
     using Clock = std::chrono::steady_clock;
     struct Question {
-        pid_t asking;
+        std::optional<ChildProcess> asking;
         Clock::time_point begin;
     };
     static std::mutex mutex;
@@ -318,22 +304,23 @@ std::chrono::milliseconds silenceOf(const std::string& mountPoint) {
     };
     const std::scoped_lock guard(mutex);
     if (const auto known = waiting.find(mountPoint); known != waiting.end()) {
-        if (!hasEnded(known->second.asking))
+        if (!known->second.asking->hasEnded())
             return silenceSince(known->second.begin);
         waiting.erase(known);
     }
     if (const auto last = answered.find(mountPoint);
         last != answered.end() && Clock::now() - last->second < answerHolds)
         return std::chrono::milliseconds(0);
-    const Question question{startAsking(mountPoint), Clock::now()};
-    while (question.asking > 0 && !hasEnded(question.asking)) {
+    Question question{startAsking(mountPoint), Clock::now()};
+    while (question.asking && !question.asking->hasEnded()) {
         if (silenceSince(question.begin) >= longestAnswer) {
-            waiting.emplace(mountPoint, question);
-            return silenceSince(question.begin);
+            const Clock::time_point begin = question.begin;
+            waiting.emplace(mountPoint, std::move(question));
+            return silenceSince(begin);
         }
         std::this_thread::sleep_for(answerStep);
     }
-    if (question.asking <= 0)
+    if (!question.asking || question.asking->startError() != 0)
         return longestAnswer;
     answered[mountPoint] = Clock::now();
     return std::chrono::milliseconds(0);

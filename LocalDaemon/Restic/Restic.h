@@ -1,7 +1,7 @@
 #pragma once
 
 #include "LocalDaemon/Restic/RepositoryPlace.h"
-#include "Platform/ChildProgram.h"
+#include "Platform/ChildProcess.h"
 
 #include <memory>
 #include <string>
@@ -60,12 +60,16 @@ public:
         // The same from when it has said that it tries something again, if that is sooner.
         std::chrono::milliseconds patienceWithRetries = std::chrono::minutes(2);
         std::chrono::milliseconds grace = std::chrono::seconds(10); // that it has to end when it is stopped
+        // Called on the calling thread while restic runs, each time after this interval. False: it is
+        // stopped.
+        std::function<bool()> onTick = [] { return true; };
+        std::chrono::milliseconds tickInterval = std::chrono::seconds(5);
         bool hasLowerPriority = false;
         // A lock is for what others may remove meanwhile. Where none can be made, on a disk that is full or
         // must not be written to, the call is made without one: little is removed there, and a restore that
         // meets it fails and says so.
         bool takesLockIfPossible = false;
-        // As in ChildProgram: restic sets extended attributes after the mode, and says nothing of those that
+        // As in ChildCommand: restic sets extended attributes after the mode, and says nothing of those that
         // a mode has kept it from.
         bool ignoresReadOnlyModes = false;
     };

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "LocalDaemon/Index/BackupIndex.h"
-#include "Platform/ChildProgram.h"
+#include "Platform/StopSignal.h"
 
 #include <chrono>
 #include <functional>

@@ -9,7 +9,7 @@
 #include "LocalDaemon/Restore/Staging/RestoreJournal.h"
 #include "LocalDaemon/Restore/Staging/RestoreMetadata.h"
 #include "LocalDaemon/Restore/Staging/RestoreStaging.h"
-#include "Platform/ChildProgram.h"
+#include "Platform/StopSignal.h"
 
 #include <map>
 #include <set>

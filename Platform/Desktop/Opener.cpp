@@ -1,66 +1,29 @@
 #include "Platform/Desktop/Opener.h"
 
 #include "Foundation/Format.h"
-#include "Platform/FileDescriptor.h"
+#include "Platform/ChildProcess.h"
 
 #include <QObject>
 #include <QSocketNotifier>
 #include <QTimer>
 #include <QUrl>
-#include <array>
-#include <csignal>
-#include <fcntl.h>
+#include <cerrno>
 #include <memory>
 #include <optional>
-#include <spawn.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace kelvane {
 namespace {
 
-struct Spawned {
-    pid_t pid = -1;
-    int error = 0;
-};
-
-// In a session of its own and with the default signals: what is opened there outlives this program.
-Spawned spawn(const std::string& program, const std::string& argument) {
-    posix_spawn_file_actions_t files;
-    ::posix_spawn_file_actions_init(&files);
-    ::posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    ::posix_spawn_file_actions_addclosefrom_np(&files, STDERR_FILENO + 1);
-    posix_spawnattr_t attributes;
-    ::posix_spawnattr_init(&attributes);
-    sigset_t reset;
-    ::sigemptyset(&reset);
-    ::posix_spawnattr_setsigmask(&attributes, &reset);
-    for (const int signal : {SIGPIPE, SIGINT, SIGTERM})
-        ::sigaddset(&reset, signal);
-    ::posix_spawnattr_setsigdefault(&attributes, &reset);
-    ::posix_spawnattr_setflags(&attributes,
-                               POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-    std::string name = program;
-    std::string word = argument;
-    std::array<char*, 3> arguments{name.data(), word.data(), nullptr};
-    Spawned child;
-    child.error = ::posix_spawnp(&child.pid, program.c_str(), &files, &attributes, arguments.data(), environ);
-    ::posix_spawnattr_destroy(&attributes);
-    ::posix_spawn_file_actions_destroy(&files);
-    return child;
-}
-
 // None when it ended well. The numbers are those that desktops' openers agree upon.
-std::optional<std::string> failureOf(int status) {
-    if (!WIFEXITED(status))
+std::optional<std::string> failureOf(const ChildProcess& opener) {
+    if (!opener.hasExited())
         return "the opener was stopped";
-    switch (WEXITSTATUS(status)) {
+    switch (opener.exitStatus()) {
     case 0: return std::nullopt;
     case 2: return "there is no such file";
     case 3: return "no program is set up to open it";
     case 127: return "the desktop's opener is not installed";
-    default: return "the opener failed with status " + std::to_string(WEXITSTATUS(status));
+    default: return "the opener failed with status " + std::to_string(opener.exitStatus());
     }
 }
 
@@ -69,18 +32,16 @@ std::optional<std::string> failureOf(int status) {
 // The openers that have not ended yet.
 class DesktopOpener::Children : public QObject {
 public:
-    void add(pid_t pid, const std::string& subject, Failure failed) {
-        FileDescriptor process(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
-        if (!process)
+    void add(ChildProcess opener, const std::string& subject, Failure failed) {
+        if (opener.descriptor() < 0)
             return; // it runs, and only how it ends will not be known
-        auto* const end = new End{this, std::move(process)};
-        const auto ended = [this, end, pid, subject, failed = std::move(failed)] {
-            int status = 0;
-            if (::waitpid(pid, &status, WNOHANG) != pid)
+        auto* const end = new End{this, std::move(opener)};
+        const auto ended = [this, end, subject, failed = std::move(failed)] {
+            if (!end->opener.hasEnded())
                 return;
             end->notifier.setEnabled(false);
             end->deleteLater();
-            if (const auto reason = failureOf(status))
+            if (const auto reason = failureOf(end->opener))
                 report(failed, subject, *reason);
         };
         connect(&end->notifier, &QSocketNotifier::activated, end, ended);
@@ -94,12 +55,12 @@ public:
 
 private:
     struct End : QObject {
-        End(QObject* owner, FileDescriptor process)
+        End(QObject* owner, ChildProcess process)
             : QObject(owner),
-              descriptor(std::move(process)),
-              notifier(descriptor.get(), QSocketNotifier::Read) {}
+              opener(std::move(process)),
+              notifier(opener.descriptor(), QSocketNotifier::Read) {}
 
-        const FileDescriptor descriptor;
+        ChildProcess opener;
         QSocketNotifier notifier;
     };
 };
@@ -123,11 +84,14 @@ void DesktopOpener::openFile(const std::string& path, Failure failed) {
 }
 
 void DesktopOpener::open(const std::string& subject, Failure failed) {
-    const Spawned child = spawn(program_, subject);
-    if (child.error == 0)
-        children_->add(child.pid, subject, std::move(failed));
+    // What is opened outlives this program, and the terminal that it may have been started from.
+    auto opener =
+        ChildProcess::start({.arguments = {program_, subject}, .group = ChildCommand::Group::OwnSession},
+                            {.input = ChildStreams::null});
+    if (const int error = opener ? opener->startError() : errno; error != 0)
+        children_->report(failed, subject, program_ + ": " + errorText(error));
     else
-        children_->report(failed, subject, program_ + ": " + errorText(child.error));
+        children_->add(std::move(*opener), subject, std::move(failed));
 }
 
 } // namespace kelvane

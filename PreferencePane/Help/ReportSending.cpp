@@ -5,6 +5,7 @@
 #include "Support/Logging.h"
 
 #include <QDeadlineTimer>
+#include <csignal>
 #include <poll.h>
 #include <utility>
 
@@ -16,7 +17,7 @@ constexpr std::chrono::milliseconds cleaningUp(2000); // for a program that was 
 // Zipping that is not waited for any longer. The program removes what it has begun; one that does not end
 // would write on where nobody looks.
 void stop(ChildProcess& process) {
-    process.terminate();
+    process.send(SIGTERM);
     pollfd end{process.descriptor(), POLLIN, 0};
     ::poll(&end, 1, static_cast<int>(cleaningUp.count()));
     if (!process.hasEnded())

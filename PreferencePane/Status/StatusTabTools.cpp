@@ -35,11 +35,12 @@ constexpr Switch switches[] = {
     {"Disable", "unload", StatusText::DisableFailed, &PaneFlags::disableAuthorized},
 };
 
-ChildProcess::Setup toolSetup(const Bundle& bundle, ChildProcess::Group group) {
-    ChildProcess::Setup setup{group, {}, true};
+std::optional<ChildProcess> startTool(const Bundle& bundle, std::vector<std::string> arguments,
+                                      ChildCommand::Group group) {
+    ChildCommand command{.arguments = std::move(arguments), .group = group};
     if (const std::string daemon = bundle.information("DaemonPath").stringValue(); !daemon.empty())
-        setup.environment.push_back(daemonVariable + daemon);
-    return setup;
+        command.environment.push_back(daemonVariable + daemon);
+    return ChildProcess::start(command, {.errors = ChildStreams::inMemory});
 }
 
 } // namespace
@@ -106,8 +107,8 @@ int KelvaneStatusTabController::runSwitch(Operation operation) {
         tellFailure(operation, formatText(text(StatusText::ToolMissing), wanted.tool));
         return 0;
     }
-    auto process = ChildProcess::start(*tool, {"0", std::to_string(::getuid()), wanted.word},
-                                       toolSetup(*prefs_.bundle(), ChildProcess::Group::Shared));
+    auto process = startTool(*prefs_.bundle(), {*tool, "0", std::to_string(::getuid()), wanted.word},
+                             ChildCommand::Group::Callers);
     if (process && !waitUntil([&] { return process->hasEnded(); }, *process))
         return 0;
     const int status = process ? process->exitStatus() : ChildProcess::cannotExecute;
@@ -126,9 +127,9 @@ void KelvaneStatusTabController::runUninstaller(const HandOffFile& handOff) {
     const auto tool = prefs_.bundle()->auxiliaryExecutable(name);
     if (!tool)
         return tellFailure(Operation::Uninstall, formatText(text(StatusText::ToolMissing), name));
-    auto process =
-        ChildProcess::start(*tool, {std::to_string(::getpid()), std::to_string(::getuid()), "uninstall"},
-                            toolSetup(*prefs_.bundle(), ChildProcess::Group::Own));
+    auto process = startTool(*prefs_.bundle(),
+                             {*tool, std::to_string(::getpid()), std::to_string(::getuid()), "uninstall"},
+                             ChildCommand::Group::Own);
     if (!process)
         return tellFailure(Operation::Uninstall, formatText(text(StatusText::NoRoomForTool), name));
     if (!waitUntil([&] { return handOff.completionWord() != 0 || process->hasEnded(); }, *process))

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "PreferencePane/Auxiliary/ChildProcess.h"
+#include "Platform/ChildProcess.h"
 
 #include <chrono>
 #include <functional>

@@ -160,15 +160,13 @@ TEST_F(BackingUp, TakesAnAnswerHoweverLongItIsAndNoneForNone) {
 // In a folder a lock is removed by itself. Elsewhere restic does it, which would also take locks of living
 // processes that it cannot see.
 TEST_F(BackingUp, RemovesOnlyLocksWhoseHolderIsDead) {
-    ChildProgram child;
-    child.arguments = {"true"};
     pid_t dead = 0;
     const auto processes = std::make_shared<ResticProcesses>(folders / "state/processes");
-    child.onStart = [&](pid_t id) {
+    const auto onStart = [&](pid_t id) {
         dead = id;
         processes->noteStarted(id);
     };
-    ASSERT_TRUE(run(child, StopSignal()).succeeded());
+    ASSERT_TRUE(runChild({.arguments = {"true"}}, {.onStart = onStart}, StopSignal()).succeeded());
     const auto lockOf = [](int pid, const std::string& time, const std::string& host) {
         return R"({"hostname":")" + host + R"(","pid":)" + std::to_string(pid) + R"(,"time":")" + time +
                R"("})";

@@ -1,7 +1,7 @@
 #include "LocalDaemon/Index/Retention.h"
 #include "LocalDaemon/Index/RetentionRecord.h"
 #include "LocalDaemon/Restic/ResticProcesses.h"
-#include "Platform/ChildProgram.h"
+#include "Platform/ChildProcess.h"
 #include "Platform/MachineClock.h"
 #include "Support/Logging.h"
 #include "Tests/Harness/TemporaryFolder.h"
@@ -267,15 +267,12 @@ TEST(ResticProcesses, KnowWhoseALockIs) {
     const tests::TemporaryFolder folder;
     const ClockReading now = readMachineClock();
     const auto start = ResticProcesses::SteadyClock::now();
-    ChildProgram child;
-    child.arguments = {"true"};
     pid_t dead = 0;
-    child.onStart = [&](pid_t id) {
+    const auto onStart = [&](pid_t id) {
         dead = id;
         ResticProcesses(folder / "processes").noteStarted(id);
     };
-    const StopSignal stop;
-    ASSERT_TRUE(run(child, stop).succeeded());
+    ASSERT_TRUE(runChild({.arguments = {"true"}}, {.onStart = onStart}, StopSignal()).succeeded());
     const std::string here = machineHostName();
     const std::int64_t longAgo = now.wall - 3600;
     const struct {

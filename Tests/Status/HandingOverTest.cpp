@@ -1,5 +1,5 @@
+#include "Platform/ChildProcess.h"
 #include "Platform/FileDescriptor.h"
-#include "PreferencePane/Auxiliary/ChildProcess.h"
 #include "Support/DefaultsDB.h"
 #include "Tests/Status/StatusTabTest.h"
 
@@ -258,8 +258,8 @@ TEST_F(HandingOver, AToolInheritsNoDescriptorAndNoSignalThatDoesNothing) {
     choose(0);
     EXPECT_EQ(std::stoull(folder.read("signals").substr(7), nullptr, 16) & (1U << (SIGPIPE - 1U)), 0U);
     EXPECT_EQ(folder.read("fds").find("secret"), std::string::npos) << folder.read("fds");
-    auto sleeping = ChildProcess::start("sleep", {"5"});
-    sleeping->terminate();
+    auto sleeping = ChildProcess::start({.arguments = {"sleep", "5"}});
+    sleeping->send(SIGTERM);
     sleeping->waitForEnd();
     EXPECT_EQ(sleeping->exitStatus(), 128 + SIGTERM);
 }

@@ -1,9 +1,9 @@
 #include "Tools/Auxiliary/UserUnit.h"
 
 #include "Foundation/Format.h"
+#include "Platform/ChildProcess.h"
 #include "Platform/FileContents.h"
 #include "Platform/SpecialFolders.h"
-#include "PreferencePane/Auxiliary/ChildProcess.h"
 
 #include <cerrno>
 #include <filesystem>
@@ -29,11 +29,11 @@ bool isThere(const std::string& path) {
 }
 
 std::string manage(std::vector<std::string> order) {
-    std::string text = "systemctl";
-    order.insert(order.begin(), {"--user", "--quiet"});
+    order.insert(order.begin(), {"systemctl", "--user", "--quiet"});
+    std::string text;
     for (const std::string& word : order)
-        text += ' ' + word;
-    auto process = ChildProcess::start("systemctl", order);
+        text += (text.empty() ? "" : " ") + word;
+    auto process = ChildProcess::start({.arguments = std::move(order)});
     if (!process)
         return "cannot start " + text;
     process->waitForEnd();

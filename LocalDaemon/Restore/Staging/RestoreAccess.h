@@ -1,7 +1,7 @@
 #pragma once
 
 #include "LocalDaemon/Restore/Staging/RestoreJournal.h"
-#include "Platform/ChildProgram.h"
+#include "Platform/StopSignal.h"
 
 #include <optional>
 #include <string>

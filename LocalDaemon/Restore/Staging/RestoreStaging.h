@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Platform/ChildProgram.h"
 #include "Platform/FileDescriptor.h"
+#include "Platform/StopSignal.h"
 
 #include <cstdint>
 #include <string>
