@@ -2,19 +2,14 @@
 
 #include "Support/GuardedWork.h"
 
-#include <array>
-#include <charconv>
+#include <algorithm>
 #include <filesystem>
-#include <poll.h>
 #include <sys/stat.h>
+#include <utility>
 
 namespace kelvane {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-using std::chrono::milliseconds;
-
-constexpr milliseconds shortestPause(500);
 constexpr std::chrono::seconds quietAfter(30);
 constexpr int pausePerLook = 4; // a look at very many files takes a while, and must not be all there is done
 
@@ -52,46 +47,28 @@ Arrival arrivalIn(const std::string& stagingFolder, const BackupIndex& index) {
     return arrival;
 }
 
-ArrivalWatch::ArrivalWatch(Options options) : options_(std::move(options)), thread_([this] { watch(); }) {}
+ArrivalWatch::ArrivalWatch(Options options) : options_(std::move(options)) {}
 
-ArrivalWatch::~ArrivalWatch() {
-    ended_.set();
-    thread_.join();
-}
-
-void ArrivalWatch::watch() {
-    Arrival last;
-    Clock::time_point lastArrival = Clock::now();
-    milliseconds pause = shortestPause;
-    bool isQuiet = false;
-    for (;;) {
-        std::array<pollfd, 2> waits{
-            {{ended_.descriptor(), POLLIN, 0}, {options_.stop.descriptor(), POLLIN, 0}}};
-        ::poll(waits.data(), callStop_.isSet() ? 1 : 2, static_cast<int>(pause.count()));
-        if (ended_.isSet())
-            return;
-        if (options_.stop.isSet()) {
-            callStop_.set();
-            continue;
-        }
-        const Clock::time_point begin = Clock::now();
-        Arrival arrival = last;
-        runGuarded(
-            "counting restored files", [](const std::string&) {},
-            [&] { arrival = arrivalIn(options_.stagingFolder, options_.index); });
-        if (!(arrival == last)) {
-            options_.onArrival(arrival);
-            lastArrival = begin;
-            last = arrival;
-        } else if (begin - lastArrival > options_.patience) {
-            callStop_.set();
-        }
-        if (const bool wasQuiet = std::exchange(isQuiet, begin - lastArrival > quietAfter);
-            wasQuiet != isQuiet)
-            options_.onQuiet(isQuiet);
-        pause = std::max(shortestPause,
-                         pausePerLook * std::chrono::duration_cast<milliseconds>(Clock::now() - begin));
+bool ArrivalWatch::look() {
+    const Clock::time_point begin = Clock::now();
+    if (begin < nextLook_)
+        return true;
+    Arrival arrival = last_;
+    runGuarded(
+        "counting restored files", [](const std::string&) {},
+        [&] { arrival = arrivalIn(options_.stagingFolder, options_.index); });
+    const bool hasMore = !(arrival == last_);
+    if (hasMore) {
+        options_.onArrival(arrival);
+        lastArrival_ = begin;
+        last_ = arrival;
     }
+    if (const bool wasQuiet = std::exchange(isQuiet_, begin - lastArrival_ > quietAfter);
+        wasQuiet != isQuiet_)
+        options_.onQuiet(isQuiet_);
+    const Clock::time_point end = Clock::now();
+    nextLook_ = end + pausePerLook * (end - begin);
+    return hasMore || begin - lastArrival_ <= options_.patience;
 }
 
 } // namespace kelvane

@@ -1,12 +1,10 @@
 #pragma once
 
 #include "LocalDaemon/Index/BackupIndex.h"
-#include "Platform/StopSignal.h"
 
 #include <chrono>
 #include <functional>
 #include <string>
-#include <thread>
 
 namespace kelvane {
 
@@ -23,36 +21,32 @@ struct Arrival {
 };
 [[nodiscard]] Arrival arrivalIn(const std::string& stagingFolder, const BackupIndex& index);
 
-// Looks after a call of restic on a thread of its own: tells what has arrived, and stops the call when
-// nothing has come for longer than the patience, when `stop` is set, or when it is asked to. The thread has
-// ended when this has.
+// Follows a call of restic by what arrives in its staging folder. Belongs to the thread that makes the call.
 class ArrivalWatch {
 public:
     struct Options {
         std::string stagingFolder;
         const BackupIndex& index;
-        const StopSignal& stop;
-        // On the watch's thread, when more has come.
-        std::function<void(const Arrival&)> onArrival;
-        // Also there: nothing has come for a while, or something has again.
+        std::function<void(const Arrival&)> onArrival; // when more has come
+        // Nothing has come for a while, or something has again.
         std::function<void(bool isQuiet)> onQuiet = [](bool) {};
         std::chrono::milliseconds patience = std::chrono::minutes(5);
     };
     explicit ArrivalWatch(Options options);
-    ~ArrivalWatch();
-    ArrivalWatch(const ArrivalWatch&) = delete;
-    ArrivalWatch& operator=(const ArrivalWatch&) = delete;
 
-    [[nodiscard]] const StopSignal& callStop() const { return callStop_; }
-    void stopCall() { callStop_.set(); }
+    // For the call's ticks. Tells what has arrived since the last one; false when nothing has for longer than
+    // the patience.
+    [[nodiscard]] bool look();
+    static constexpr std::chrono::milliseconds interval{500};
 
 private:
-    void watch();
+    using Clock = std::chrono::steady_clock;
 
     const Options options_;
-    StopSignal callStop_;
-    StopSignal ended_;
-    std::thread thread_;
+    Arrival last_;
+    Clock::time_point lastArrival_ = Clock::now();
+    Clock::time_point nextLook_;
+    bool isQuiet_ = false;
 };
 
 } // namespace kelvane

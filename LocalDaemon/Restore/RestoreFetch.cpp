@@ -169,8 +169,10 @@ RestoreFetch::Try RestoreFetch::callRestic(std::vector<std::string> arguments, c
     const auto onQuiet = [this](bool isQuiet) {
         tools_.onWait(isQuiet ? "Nothing has come out of the backup for half a minute." : "");
     };
-    const ArrivalWatch watch({staging, *tools_.index, tools_.stop, tools_.onArrival, onQuiet});
-    const ResticOutcome outcome = tools_.restic->run(call, watch.callStop());
+    ArrivalWatch watch({staging, *tools_.index, tools_.onArrival, onQuiet});
+    call.tickInterval = ArrivalWatch::interval;
+    call.onTick = [&watch] { return watch.look(); };
+    const ResticOutcome outcome = tools_.restic->run(call, tools_.stop);
     if (outcome.succeeded() || tools_.stop.isSet())
         return {};
     errors += said;

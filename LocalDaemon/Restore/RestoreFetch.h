@@ -28,9 +28,9 @@ public:
         const StopSignal& stop;
         // Before each further try to reach the repository.
         std::vector<std::chrono::milliseconds> waits;
-        // Why nothing comes for now; empty when it goes on. On any thread.
+        // Why nothing comes for now; empty when it goes on.
         std::function<void(const std::string& reason)> onWait;
-        std::function<void(const Arrival&)> onArrival; // on any thread, one at a time
+        std::function<void(const Arrival&)> onArrival;
     };
     explicit RestoreFetch(Tools tools) : tools_(std::move(tools)) {}
 

@@ -28,7 +28,7 @@ public:
         std::shared_ptr<const BackupIndex> index;
         RestoreJournal& journal;
         const StopSignal& stop;
-        // What has come of all the jobs' files; on any thread, one at a time.
+        // What has come of all the jobs' files.
         std::function<void(const Arrival&)> onArrival;
         // Before each further try to reach the repository.
         std::vector<std::chrono::milliseconds> waits;

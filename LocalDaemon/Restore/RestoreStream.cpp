@@ -122,7 +122,10 @@ bool RestoreStream::linkDelivered(int around, const std::string& name) const {
 std::string RestoreStream::write(int file, const BackupIndex::Item& item,
                                  const StagingFolder& staging) const {
     HoleWriter writer(file);
-    ArrivalWatch watch({staging.path(), *tools_.index, tools_.stop, tools_.onArrival, [](bool) {}, forEver});
+    ArrivalWatch watch({.stagingFolder = staging.path(),
+                        .index = *tools_.index,
+                        .onArrival = tools_.onArrival,
+                        .patience = forEver});
     Restic::Call call;
     call.arguments = {"dump", tools_.index->snapshot(item.snapshot)->id, tools_.index->pathOf(item)};
     call.takesLockIfPossible = true;
@@ -130,11 +133,11 @@ std::string RestoreStream::write(int file, const BackupIndex::Item& item,
     call.grace = grace;
     call.onLine = [&](std::string_view bytes) {
         writer.write(bytes);
-        if (writer.error() != 0)
-            watch.stopCall(); // the rest may be terabytes
         return true;
     };
-    const ResticOutcome outcome = tools_.restic->run(call, watch.callStop());
+    call.tickInterval = ArrivalWatch::interval;
+    call.onTick = [&] { return writer.error() == 0 && watch.look(); }; // the rest may be terabytes
+    const ResticOutcome outcome = tools_.restic->run(call, tools_.stop);
     if (writer.error() != 0)
         return "it cannot be written: " + errorText(writer.error());
     if (!outcome.succeeded())

@@ -26,7 +26,7 @@ public:
         std::shared_ptr<const BackupIndex> index;
         SavedNodes& nodes;
         const StopSignal& stop;
-        std::function<void(const Arrival&)> onArrival; // on any thread, one at a time
+        std::function<void(const Arrival&)> onArrival;
     };
     explicit RestoreStream(Tools tools) : tools_(std::move(tools)) {}
 

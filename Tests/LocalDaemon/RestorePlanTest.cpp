@@ -101,6 +101,17 @@ TEST(RestoreArrival, SeesThatSomethingComesIntoAFileThatHasItsSizeAlready) {
     while (arrivalIn(folder.path(), index) == first && std::chrono::steady_clock::now() < deadline)
         std::fstream(file, std::ios::in | std::ios::out) << '1'; // time goes in steps
     EXPECT_NE(arrivalIn(folder.path(), index).lastChange, first.lastChange);
+    std::vector<std::uint64_t> told;
+    ArrivalWatch watch({.stagingFolder = folder.path(),
+                        .index = index,
+                        .onArrival = [&told](const Arrival& arrival) { told.push_back(arrival.files); },
+                        .patience = std::chrono::milliseconds(0)});
+    EXPECT_TRUE(watch.look());
+    bool goesOn = true;
+    while (goesOn && std::chrono::steady_clock::now() < deadline)
+        goesOn = watch.look(); // which does nothing for a while after each time
+    EXPECT_FALSE(goesOn);
+    EXPECT_EQ(told, std::vector<std::uint64_t>{1}) << "nothing more has come";
 }
 
 // A file that was made while a backup ran may have the inode number of one that was deleted.
