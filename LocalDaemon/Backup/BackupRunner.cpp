@@ -10,11 +10,16 @@
 namespace kelvane {
 namespace {
 
-using namespace std::chrono_literals;
-
-constexpr std::chrono::hours forever{24};
 // At once; more are backed up as everything is.
 constexpr std::size_t mostWanted = 100;
+
+std::optional<std::chrono::system_clock::duration> ageOfLastBackup(const BackupIndex& index) {
+    const Snapshot* const last = index.newestCompleteSnapshot();
+    if (!last)
+        return std::nullopt;
+    return std::chrono::system_clock::now() -
+           std::chrono::system_clock::time_point(std::chrono::seconds(last->time));
+}
 
 } // namespace
 
@@ -24,16 +29,8 @@ BackupRunner::BackupRunner(std::shared_ptr<DaemonState> state, std::shared_ptr<I
       keeper_(std::move(keeper)),
       verification_(std::move(verification)),
       options_(options),
-      lastChange_(Clock::now()),
-      connectAt_(lastChange_ + options.quiet) {
-    if (const Snapshot* const last = keeper_->index()->newestCompleteSnapshot()) {
-        const auto age = std::chrono::system_clock::now() -
-                         std::chrono::system_clock::time_point(std::chrono::seconds(last->time));
-        const auto left = std::chrono::duration_cast<Clock::duration>(state_->configuration().interval - age);
-        // Made while the clock was ahead, it may be of any age.
-        notBefore_ = Clock::now() + (age < 0s ? 0s : std::max<Clock::duration>(left, 0s));
-    }
-}
+      schedule_(options.schedule, state_->configuration().interval, ageOfLastBackup(*keeper_->index()),
+                Clock::now()) {}
 
 BackupRunner::~BackupRunner() {
     stop();
@@ -47,8 +44,8 @@ void BackupRunner::stop() {
     {
         const std::scoped_lock guard(mutex_);
         stopping_ = true;
-        if (current_)
-            current_->set();
+        if (work_.stop)
+            work_.stop->set();
     }
     changed_.notify_all();
     if (thread_.joinable())
@@ -57,32 +54,26 @@ void BackupRunner::stop() {
 
 void BackupRunner::noteNeed(const BackupNeed& need) {
     const std::scoped_lock guard(mutex_);
-    // Another priority is for the whole of a backup: the one that runs begins again with it.
-    if (current_ && isAdding_ && need.hasLowerPriority != need_.hasLowerPriority)
-        current_->set();
+    if (schedule_.mustStop(work_.task, need_, need, Clock::now()))
+        work_.stop->set();
     isUrgent_ = isUrgent_ || (need.mayAdd && !need_.mayAdd);
     need_ = need;
     isNoted_ = true;
-    if (current_ && !(isAdding_ ? need.mayAdd : need.mayRead))
-        current_->set();
-    if (current_ && isVerifying_ && !isAdding_ && need.mayAdd && need.isWaiting &&
-        Clock::now() >= nextBackup_)
-        current_->set();
     changed_.notify_all();
 }
 
 void BackupRunner::noteRules() {
     const std::scoped_lock guard(mutex_);
-    if (current_ && isAdding_)
-        current_->set();
+    if (work_.task == Task::BackUp)
+        work_.stop->set();
 }
 
 void BackupRunner::noteRestores(bool areWaiting) {
     const std::scoped_lock guard(mutex_);
     isUrgent_ = isUrgent_ || (areWaiting && !isRestoring_);
     isRestoring_ = areWaiting;
-    if (isRestoring_ && (isForgetting_ || isVerifying_) && current_)
-        current_->set();
+    if (isRestoring_ && work_.yieldsToRestores)
+        work_.stop->set();
 }
 
 void BackupRunner::connectNow() {
@@ -106,38 +97,54 @@ void BackupRunner::backUpNow(const std::string& path) {
     wanted_.insert(path);
     isUrgent_ = true;
     isNoted_ = true;
-    if (current_ && (isAdding_ ? path != everything : isVerifying_))
-        current_->set(); // what it has saved already is not saved again
+    if (work_.task == Task::Verify || (work_.task == Task::BackUp && path != everything))
+        work_.stop->set(); // what it has saved already is not saved again
     changed_.notify_all();
 }
 
 void BackupRunner::run() {
     noteNeed(state_->backupNeed());
+    for (Work work = takeWork(); work.task != Task::None; work = takeWork())
+        runGuarded(
+            "backing up", [this](const std::string& reason) { takeFailure(reason); },
+            [&] { perform(work.task, *work.stop); });
+}
+
+BackupRunner::Work BackupRunner::takeWork() {
     for (;;) {
-        const Task task = nextTask(Clock::now());
         {
-            std::unique_lock guard(mutex_);
-            if (task == Task::None)
-                changed_.wait_for(guard, wait_, [this] { return stopping_ || isNoted_; });
-            if (stopping_)
-                return;
+            const std::scoped_lock guard(mutex_);
+            isNoted_ = false;
         }
-        if (task != Task::None)
-            runGuarded(
-                "backing up", [this](const std::string& reason) { takeFailure(reason); },
-                [&] { perform(task); });
+        // Asks the state, which calls `noteNeed` with its own mutex held.
+        const std::chrono::milliseconds untilVerification = verification_->timeUntilDue();
+        std::unique_lock guard(mutex_);
+        if (stopping_)
+            return {};
+        isConnected_ = isConnected_ && !mustConnect_;
+        const BackupSchedule::Step step = schedule_.next({.need = need_,
+                                                          .isOrdered = !wanted_.empty(),
+                                                          .isRestoring = isRestoring_,
+                                                          .isConnected = isConnected_,
+                                                          .isUrgent = std::exchange(isUrgent_, false),
+                                                          .untilVerification = untilVerification},
+                                                         Clock::now());
+        if (step.task != Task::None) {
+            work_ = {step.task, std::make_shared<StopSignal>(), step.task == Task::Verify};
+            return work_;
+        }
+        changed_.wait_for(guard, step.wait, [this] { return stopping_ || isNoted_; });
     }
 }
 
 void BackupRunner::takeFailure(const std::string& reason) {
     {
         const std::scoped_lock guard(mutex_);
-        current_.reset();
-        isForgetting_ = false;
+        work_ = {};
+        schedule_.postpone(Clock::now());
     }
     isConnected_ = false;
     state_->setIndexCurrent(false, reason);
-    retry_ = Clock::now() + options_.longestRetry;
     BackupActivity activity = state_->activity();
     activity.isRunning = false;
     activity.currentFile.clear();
@@ -146,83 +153,22 @@ void BackupRunner::takeFailure(const std::string& reason) {
     state_->raiseAlert(alertForInternalError(reason));
 }
 
-BackupRunner::Task BackupRunner::nextTask(Clock::time_point now) {
-    BackupNeed need;
-    bool isWanted = false;
-    bool isRestoring = false;
-    {
-        const std::scoped_lock guard(mutex_);
-        isNoted_ = false;
-        need = need_;
-        isWanted = !wanted_.empty();
-        isRestoring = isRestoring_;
-        isConnected_ = isConnected_ && !mustConnect_;
-        if (std::exchange(isUrgent_, false)) {
-            retry_ = now;
-            connectAt_ = isRestoring_ ? now : connectAt_;
-        }
-    }
-    const Clock::time_point at = timeOfNextTask(need, now);
-    const Clock::time_point next = std::max(retry_, isWanted       ? now
-                                                    : isConnected_ ? at
-                                                                   : std::min(at, connectAt_));
-    wait_ = std::chrono::ceil<std::chrono::milliseconds>(std::min<Clock::duration>(next - now, forever));
-    const bool mayBackUp = need.mayAdd && need.isKnown && (isWanted || need.isWaiting);
-    if (next <= now && need.mayRead && mayBackUp && (isWanted || at <= now))
-        return Task::BackUp;
-    if (next <= now && need.mayRead && !isConnected_)
-        return Task::Connect;
-    if (next <= now)
-        wait_ = forever; // what keeps it from its work ends with a note, and not with time
-    if (!isConnected_ || !need.mayRead || isRestoring || retry_ > now)
-        return Task::None;
-    const std::chrono::milliseconds untilDue = verification_->timeUntilDue();
-    wait_ = std::min(wait_, untilDue);
-    return untilDue == 0ms ? Task::Verify : Task::None;
-}
-
-// Of a backup of what is waiting.
-BackupRunner::Clock::time_point BackupRunner::timeOfNextTask(const BackupNeed& need, Clock::time_point now) {
-    if (std::exchange(changes_, need.changes) != need.changes)
-        lastChange_ = now;
-    if (!need.isWaiting)
-        waitingSince_.reset();
-    else if (!waitingSince_)
-        waitingSince_ = now;
-    if (!waitingSince_ || !need.mayAdd || !need.isKnown)
-        return now + forever;
-    return std::max(notBefore_,
-                    std::min(lastChange_ + options_.quiet, *waitingSince_ + options_.longestWait));
-}
-
-void BackupRunner::perform(Task task) {
-    const auto stop = std::make_shared<StopSignal>();
-    {
-        const std::scoped_lock guard(mutex_);
-        isAdding_ = task == Task::BackUp;
-        if (stopping_ || !(isAdding_ ? need_.mayAdd : need_.mayRead))
-            return;
-        if (task == Task::Verify && (isRestoring_ || (!wanted_.empty() && need_.mayAdd && need_.isKnown)))
-            return;
-        isVerifying_ = task == Task::Verify;
-        nextBackup_ = notBefore_;
-        current_ = stop;
-    }
+void BackupRunner::perform(Task task, const StopSignal& stop) {
     if (task == Task::Verify)
-        return verify(*stop);
+        return verify(stop);
     const std::uint64_t orders = state_->backupOrders();
-    ResticOutcome outcome = keeper_->repository().waitForAnswer(*stop);
+    ResticOutcome outcome = keeper_->repository().waitForAnswer(stop);
     if (outcome.succeeded())
-        outcome = attempt(task, *stop);
+        outcome = attempt(task, stop);
     if (!outcome.succeeded() && outcome.wasCacheDamaged) {
         isConnected_ = false; // the index takes in what was made with less in it than should be
-        outcome = attempt(task, *stop);
+        outcome = attempt(task, stop);
     }
     if (outcome.trouble == ResticTrouble::Locked)
-        outcome = attemptAgain(task, *stop, std::move(outcome));
+        outcome = attemptAgain(task, stop, std::move(outcome));
     {
         const std::scoped_lock guard(mutex_);
-        current_.reset();
+        work_ = {};
     }
     takeOutcome(outcome);
     BackupActivity activity = state_->activity();
@@ -264,7 +210,8 @@ ResticOutcome BackupRunner::connect(const StopSignal& stop) {
     // Nothing may be made yet, and nothing is there: that is in order.
     if (!mayMake && !isAskedFor && outcome.trouble == ResticTrouble::NoRepository &&
         keeper_->index()->repositoryId().empty()) {
-        retry_ = Clock::now() + options_.longestRetry;
+        const std::scoped_lock guard(mutex_);
+        schedule_.postpone(Clock::now());
         return {};
     }
     isConnected_ = outcome.succeeded();
@@ -304,8 +251,10 @@ ResticOutcome BackupRunner::backUpWanted(const StopSignal& stop) {
     if (outcome.succeeded())
         outcome = verifyStored(isWanted, stop);
     if (outcome.succeeded()) {
-        notBefore_ = Clock::now() + state_->configuration().interval;
-        waitingSince_.reset();
+        {
+            const std::scoped_lock guard(mutex_);
+            schedule_.noteBackup(Clock::now());
+        }
         state_->takeOrdersDone(orders);
         return forgetOld(stop);
     }
@@ -318,17 +267,10 @@ ResticOutcome BackupRunner::backUpWanted(const StopSignal& stop) {
 
 // What cannot be forgotten now, because a restore is at work in the repository, is forgotten another time.
 ResticOutcome BackupRunner::forgetOld(const StopSignal& stop) {
-    {
-        const std::scoped_lock guard(mutex_);
-        isForgetting_ = !isRestoring_;
-        if (isRestoring_)
-            return {};
-    }
+    if (!beginYieldingToRestores())
+        return {};
     const ResticOutcome outcome = keeper_->forgetOld(state_->configuration().keep, stop);
-    {
-        const std::scoped_lock guard(mutex_);
-        isForgetting_ = false;
-    }
+    endYieldingToRestores();
     if (outcome.trouble == ResticTrouble::Stopped)
         return outcome;
     verification_->noteChange();
@@ -338,23 +280,42 @@ ResticOutcome BackupRunner::forgetOld(const StopSignal& stop) {
     return {};
 }
 
+// False: one is at work.
+bool BackupRunner::beginYieldingToRestores() {
+    const std::scoped_lock guard(mutex_);
+    work_.yieldsToRestores = !isRestoring_;
+    return work_.yieldsToRestores;
+}
+
+void BackupRunner::endYieldingToRestores() {
+    const std::scoped_lock guard(mutex_);
+    work_.yieldsToRestores = false;
+}
+
 void BackupRunner::takeOutcome(const ResticOutcome& outcome) {
     if (outcome.trouble == ResticTrouble::Stopped) {
         isConnected_ = false; // a snapshot may stand that the index does not know of
         state_->setIndexCurrent(false);
         return;
     }
-    if (outcome.succeeded()) {
-        retryWait_ = 0ms;
-    } else {
+    if (!outcome.succeeded()) {
         isConnected_ = false;
         state_->setIndexCurrent(false, reasonOf(outcome));
-        retryWait_ = std::clamp(retryWait_ * 2, options_.firstRetry, options_.longestRetry);
-        retry_ = Clock::now() + retryWait_;
-        KelvaneSystemLog("The backup came to nothing and is tried again in %lld s: %@",
-                         std::chrono::ceil<std::chrono::seconds>(retryWait_).count(), reasonOf(outcome));
     }
+    noteOutcome(outcome);
     report(outcome);
+}
+
+void BackupRunner::noteOutcome(const ResticOutcome& outcome) {
+    std::chrono::milliseconds wait{0};
+    {
+        const std::scoped_lock guard(mutex_);
+        if (outcome.succeeded())
+            return schedule_.noteSuccess();
+        wait = schedule_.noteFailure(Clock::now());
+    }
+    KelvaneSystemLog("The backup came to nothing and is tried again in %lld s: %@",
+                     std::chrono::ceil<std::chrono::seconds>(wait).count(), reasonOf(outcome));
 }
 
 void BackupRunner::report(const ResticOutcome& outcome) {

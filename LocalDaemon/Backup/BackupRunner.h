@@ -2,6 +2,7 @@
 
 #include "Foundation/CleanPath.h"
 #include "LocalDaemon/Backup/BackupRun.h"
+#include "LocalDaemon/Backup/BackupSchedule.h"
 #include "LocalDaemon/Backup/Verification.h"
 #include "LocalDaemon/Index/IndexKeeper.h"
 #include "LocalDaemon/State/DaemonState.h"
@@ -18,18 +19,14 @@
 
 namespace kelvane {
 
-// Backs up what is waiting, on a thread of its own: when nothing has changed for a while, not more often than
-// the configuration says, and at once what is wanted at once. Stops when it may not any more or the rules
-// have changed, and tries again after waits that grow when a try has failed.
+// Backs up and verifies on a thread of its own, when its schedule says so, and at once what is wanted at
+// once. Stops when it may not any more or the rules have changed.
 //
 // `start` and `stop` belong to the owner's thread, the rest to any, and only takes note.
 class BackupRunner {
 public:
     struct Options {
-        std::chrono::milliseconds quiet = std::chrono::seconds(5);       // nothing has changed for that long
-        std::chrono::milliseconds longestWait = std::chrono::minutes(1); // for that, on a restless machine
-        std::chrono::milliseconds firstRetry = std::chrono::seconds(10);
-        std::chrono::milliseconds longestRetry = std::chrono::minutes(15);
+        BackupSchedule::Options schedule;
         // With a backup that gets on with nothing. restic counts what has arrived: five packs at once, each
         // of 4 MiB and a piece of at most 8, are 60 MiB, which 70 kbit/s bring there in two hours.
         std::chrono::milliseconds patience = std::chrono::hours(2);
@@ -71,13 +68,20 @@ public:
     void storeAgain();
 
 private:
-    using Clock = std::chrono::steady_clock;
-    enum class Task { None, Connect, BackUp, Verify };
+    using Clock = BackupSchedule::Clock;
+    using Task = BackupSchedule::Task;
+    struct Work {
+        Task task = Task::None;
+        std::shared_ptr<StopSignal> stop = {};
+        bool yieldsToRestores = false; // just now
+    };
 
     void run();
-    [[nodiscard]] Task nextTask(Clock::time_point now);
-    [[nodiscard]] Clock::time_point timeOfNextTask(const BackupNeed& need, Clock::time_point now);
-    void perform(Task task);
+    // Blocks until something is to be done. No task: the runner stops.
+    [[nodiscard]] Work takeWork();
+    void perform(Task task, const StopSignal& stop);
+    [[nodiscard]] bool beginYieldingToRestores();
+    void endYieldingToRestores();
     void verify(const StopSignal& stop);
     [[nodiscard]] ResticOutcome verifyStored(bool isAwaited, const StopSignal& stop);
     [[nodiscard]] ResticOutcome attempt(Task task, const StopSignal& stop);
@@ -113,6 +117,7 @@ private:
     void noteIndexCurrent();
     void takeFailure(const std::string& reason);
     void takeOutcome(const ResticOutcome& outcome);
+    void noteOutcome(const ResticOutcome& outcome);
     void report(const ResticOutcome& outcome);
     void reportUnread(const std::vector<std::string>& paths);
 
@@ -131,23 +136,12 @@ private:
     bool stopping_ = false;
     BackupNeed need_;
     std::set<std::string> wanted_;
-    std::shared_ptr<StopSignal> current_; // of the task under way
-    bool isAdding_ = false;               // that task
-    bool isForgetting_ = false;           // that task, just now
     bool isRestoring_ = false;
-    bool isVerifying_ = false;     // the task under way, just now
-    Clock::time_point nextBackup_; // not before
+    Work work_; // under way
+    BackupSchedule schedule_;
 
     // What follows belongs to the runner's thread.
     bool isConnected_ = false;
-    std::uint64_t changes_ = 0;
-    Clock::time_point lastChange_;
-    std::optional<Clock::time_point> waitingSince_;
-    Clock::time_point connectAt_;
-    Clock::time_point notBefore_; // the next backup
-    Clock::time_point retry_;
-    std::chrono::milliseconds retryWait_{0};
-    std::chrono::milliseconds wait_{0}; // until the next task
 };
 
 } // namespace kelvane

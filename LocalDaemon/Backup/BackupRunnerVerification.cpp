@@ -29,8 +29,7 @@ void BackupRunner::verify(const StopSignal& stop) {
     // What is damaged waits neither for the usual interval nor until something else is to be backed up.
     if (outcome.succeeded() && verification_->isRepairDue())
         wanted_.insert(everything);
-    current_.reset();
-    isVerifying_ = false;
+    work_ = {};
     if (!outcome.succeeded() && outcome.trouble != ResticTrouble::Stopped)
         isConnected_ = false; // connecting tells what is wrong
 }
@@ -40,17 +39,10 @@ void BackupRunner::verify(const StopSignal& stop) {
 ResticOutcome BackupRunner::verifyStored(bool isAwaited, const StopSignal& stop) {
     verification_->noteChange();
     for (int round = 0; round < 2 && verification_->isStructureDue(isAwaited); ++round) {
-        {
-            const std::scoped_lock guard(mutex_);
-            if (isRestoring_)
-                return {};
-            isVerifying_ = true;
-        }
+        if (!beginYieldingToRestores())
+            return {};
         const ResticOutcome checked = verification_->checkStructure(stop);
-        {
-            const std::scoped_lock guard(mutex_);
-            isVerifying_ = false;
-        }
+        endYieldingToRestores();
         if (!checked.succeeded() || !verification_->isRepairDue())
             return {}; // looked at again as soon as nothing else is to be done
         if (ResticOutcome outcome = backUpEverything(stop); !outcome.succeeded())

@@ -7,6 +7,7 @@
 #include "LocalDaemon/Rules/BackupRules.h"
 #include "LocalDaemon/Scan/FolderScan.h"
 #include "LocalDaemon/State/AbsentDisks.h"
+#include "LocalDaemon/State/BackupNeed.h"
 #include "LocalDaemon/State/Configuration.h"
 #include "LocalDaemon/State/DaemonObserver.h"
 #include "LocalDaemon/State/ServiceState.h"
@@ -39,16 +40,6 @@ struct BackupActivity {
     std::optional<ServiceState> trouble;
     FileTotals done; // of what was waiting when it began
     std::string currentFile;
-};
-
-// What decides whether something is backed up now.
-struct BackupNeed {
-    bool mayAdd = false;       // to the repository
-    bool mayRead = false;      // what is in it
-    bool isKnown = false;      // the scan has looked at everything, and compared it with the index
-    bool isWaiting = false;    // something that could be read
-    std::uint64_t changes = 0; // counts what the scan has seen change
-    bool hasLowerPriority = false;
 };
 
 // The daemon's world, guarded by one mutex that is never held while anything is sent, written or looked for

@@ -44,8 +44,8 @@ protected:
         pane.reset();
         daemon.reset();
         daemon = std::make_unique<RunningDaemon>(folders, [&](LocalDaemon::Options& options) {
-            options.backup.quiet = std::chrono::milliseconds(50);
-            options.backup.firstRetry = std::chrono::milliseconds(100);
+            options.backup.schedule.quiet = std::chrono::milliseconds(50);
+            options.backup.schedule.firstRetry = std::chrono::milliseconds(100);
             options.fileSystem = std::make_shared<PretendedMounts>(
                 Volumes("Boot", areDisksAway ? std::vector<Volume>() : disks), isHomeMounted, isOtherDisk,
                 isHomeSilent, folders.home());

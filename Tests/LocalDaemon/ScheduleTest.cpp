@@ -13,7 +13,7 @@ namespace {
 using namespace std::chrono_literals;
 
 // Their lengths are in the log; each order ends the wait before it.
-TEST_F(BackingUp, WaitsLongerAfterEachTryInVainAndBeginsAnewAfterASuccess) {
+TEST_F(BackingUp, WaitsLongerAfterAnotherFailureAndBeginsAnewAfterASuccess) {
     Recorded<int> waits;
     const LogSinkToken log = setLogSink([&waits](const LogEntry& entry) {
         static const std::regex inSeconds(" in (\\d+) s");
@@ -23,39 +23,33 @@ TEST_F(BackingUp, WaitsLongerAfterEachTryInVainAndBeginsAnewAfterASuccess) {
             waits.add(std::stoi(match[1]));
     });
     adjust = [](LocalDaemon::Options& options) {
-        options.backup.firstRetry = 10s;
-        options.backup.longestRetry = 35s;
+        options.backup.schedule.firstRetry = 10s;
+        options.backup.schedule.longestRetry = 20s;
     };
     folders.write("home/file", "1");
     const std::string works = folders / "works";
     start({}, folders.program("[ -e " + works +
                               " ] && exec restic \"$@\"\ncat >/dev/null\necho refused >&2\nexit 1\n"));
-    for (const int seconds : {10, 20, 35, 35}) {
+    for (const int seconds : {10, 20}) {
         EXPECT_EQ(waits.next(), seconds);
         pane->call<"setPriorityBackup:">("/");
     }
     folders.write("works", "");
     pane->call<"setPriorityBackup:">("/");
     ASSERT_TRUE(comesToRest(1, 1));
-    while (waits.count() > 0) // those of orders that came to nothing before it
-        EXPECT_EQ(waits.next(), 35);
+    while (waits.count() > 0) // those of orders that failed before it
+        EXPECT_EQ(waits.next(), 20);
     std::filesystem::remove(works);
     pane->call<"setPriorityBackup:">("/");
     EXPECT_EQ(waits.next(), 10);
 }
 
-TEST_F(BackingUp, HasAnIntervalThatARestartDoesNotShortenAndIsNotPutOffForEver) {
+TEST_F(BackingUp, HasAnIntervalThatARestartDoesNotShorten) {
     folders.write("home/file", "1");
-    adjust = [](LocalDaemon::Options& options) {
-        options.backup.quiet = 24h; // files change all the time
-        options.backup.longestWait = 50ms;
-        options.settled.set("intervalMinutes", 1U);
-    };
-    folders.write("offset", "-50 seconds");
-    const std::string program =
-        folders.program("[ $1 = backup ] && set -- \"$@\" --time \"$(date -d \"$(cat " +
-                        (folders / "offset") + ")\" '+%F %T')\"\nexec restic \"$@\"\n");
-    start({}, program);
+    adjust = [](LocalDaemon::Options& options) { options.settled.set("intervalMinutes", 1U); };
+    start({},
+          folders.program("[ $1 = backup ] && set -- \"$@\" --time \"$(date -d '-50 seconds' '+%F %T')\"\n"
+                          "exec restic \"$@\"\n"));
     ASSERT_TRUE(comesToRest(1, 1));
     folders.write("home/file", "22");
     start();
@@ -64,15 +58,6 @@ TEST_F(BackingUp, HasAnIntervalThatARestartDoesNotShortenAndIsNotPutOffForEver) 
     ASSERT_EQ(made.size(), 2U);
     EXPECT_GE(made[1].time - made[0].time, 60);
     EXPECT_LT(made[1].time - made[0].time, 60 + 45) << "not from the restart on";
-    folders.write("offset", "1 day");
-    adjust = [](LocalDaemon::Options& options) { options.settled.set("intervalMinutes", 1440U); };
-    start({}, program);
-    folders.write("home/file", "333");
-    pane->call<"setPriorityBackup:">("/");
-    ASSERT_TRUE(comesToRest(1, 3));
-    folders.write("home/file", "4444");
-    start();
-    EXPECT_TRUE(comesToRest(1, 4)) << "nobody knows how long ago that was";
 }
 
 TEST_F(BackingUp, BeginsAgainWithAnotherPriority) {

@@ -1,0 +1,94 @@
+#include "LocalDaemon/Backup/BackupSchedule.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace kelvane {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::chrono::hours forever{24};
+
+} // namespace
+
+BackupSchedule::BackupSchedule(const Options& options, Clock::duration interval,
+                               std::optional<Clock::duration> age, Time now)
+    : options_(options), interval_(interval), lastChange_(now), connectAt_(now + options.quiet) {
+    if (age && *age >= 0s && *age < interval)
+        nextInterval_ = now + (interval - *age);
+}
+
+BackupSchedule::Step BackupSchedule::next(const Conditions& conditions, Time now) {
+    const BackupNeed& need = conditions.need;
+    noteChanges(need, now);
+    if (conditions.isUrgent) {
+        notBefore_ = now;
+        connectAt_ = conditions.isRestoring ? now : connectAt_;
+    }
+    const Time backup = timeOfBackup(need, now);
+    Time next = conditions.isConnected ? backup : std::min(backup, connectAt_);
+    next = std::max(notBefore_, conditions.isOrdered ? now : next);
+    const bool isDue = next <= now && need.mayRead;
+    const bool canBackUp = need.mayAdd && need.isKnown && (conditions.isOrdered || need.isWaiting);
+    if (isDue && canBackUp && (conditions.isOrdered || backup <= now))
+        return {Task::BackUp};
+    if (isDue && !conditions.isConnected)
+        return {Task::Connect};
+    // What keeps a task that is due from being done ends with another condition, and not with time.
+    Step step{Task::None, forever};
+    if (next > now)
+        step.wait =
+            std::chrono::ceil<std::chrono::milliseconds>(std::min<Clock::duration>(next - now, forever));
+    if (!conditions.isConnected || !need.mayRead || conditions.isRestoring)
+        return step;
+    const auto untilVerification = std::max(conditions.untilVerification,
+                                            std::chrono::ceil<std::chrono::milliseconds>(notBefore_ - now));
+    if (untilVerification <= 0ms)
+        return {Task::Verify};
+    step.wait = std::min(step.wait, untilVerification);
+    return step;
+}
+
+// Another priority is for the whole of a backup, which begins again with it. And what is new does not wait
+// until all that was saved before has been read.
+bool BackupSchedule::mustStop(Task underWay, const BackupNeed& before, const BackupNeed& need,
+                              Time now) const {
+    switch (underWay) {
+    case Task::None: return false;
+    case Task::Connect: return !need.mayRead;
+    case Task::BackUp: return !need.mayAdd || need.hasLowerPriority != before.hasLowerPriority;
+    case Task::Verify: return !need.mayRead || (need.mayAdd && need.isWaiting && now >= nextInterval_);
+    }
+    return false;
+}
+
+void BackupSchedule::noteBackup(Time now) {
+    nextInterval_ = now + interval_;
+    pendingSince_.reset();
+}
+
+std::chrono::milliseconds BackupSchedule::noteFailure(Time now) {
+    retryWait_ = std::clamp(retryWait_ * 2, options_.firstRetry, options_.longestRetry);
+    notBefore_ = now + retryWait_;
+    return retryWait_;
+}
+
+void BackupSchedule::noteChanges(const BackupNeed& need, Time now) {
+    if (std::exchange(changes_, need.changes) != need.changes)
+        lastChange_ = now;
+    if (!need.isWaiting)
+        pendingSince_.reset();
+    else if (!pendingSince_)
+        pendingSince_ = now;
+}
+
+// Of one that nobody has ordered.
+BackupSchedule::Time BackupSchedule::timeOfBackup(const BackupNeed& need, Time now) const {
+    if (!pendingSince_ || !need.mayAdd || !need.isKnown)
+        return now + forever;
+    return std::max(nextInterval_,
+                    std::min(lastChange_ + options_.quiet, *pendingSince_ + options_.longestWait));
+}
+
+} // namespace kelvane

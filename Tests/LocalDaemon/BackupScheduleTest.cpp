@@ -1,0 +1,152 @@
+#include "LocalDaemon/Backup/BackupSchedule.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <vector>
+
+namespace kelvane {
+namespace {
+
+using namespace std::chrono_literals;
+using Task = BackupSchedule::Task;
+using Conditions = BackupSchedule::Conditions;
+using Seconds = std::vector<std::int64_t>;
+
+constexpr std::int64_t day = 86400;
+constexpr std::int64_t never = -1;
+constexpr BackupNeed pending{.mayAdd = true, .mayRead = true, .isKnown = true, .isWaiting = true};
+constexpr BackupNeed nothingPending{.mayAdd = true, .mayRead = true, .isKnown = true};
+constexpr BackupNeed mayOnlyRead{.mayRead = true, .isKnown = true, .isWaiting = true};
+constexpr BackupNeed isScanning{.mayAdd = true, .mayRead = true, .isWaiting = true};
+
+BackupSchedule::Time at(std::int64_t seconds) {
+    return BackupSchedule::Time(std::chrono::seconds(1'000'000 + seconds));
+}
+
+BackupSchedule scheduleAfter(std::optional<std::int64_t> age = std::nullopt) {
+    return {{.quiet = 5s, .longestWait = 60s, .firstRetry = 10s, .longestRetry = 35s},
+            900s,
+            age ? std::optional(std::chrono::seconds(*age)) : std::nullopt,
+            at(0)};
+}
+
+// After how many seconds the task is due: asks when it is told to, and with each change.
+std::int64_t timeOf(Task task, BackupSchedule& schedule, Conditions conditions, std::int64_t now = 0,
+                    const std::set<std::int64_t>& changes = {}) {
+    while (now < 30 * day) {
+        conditions.need.changes += changes.contains(now) ? 1U : 0U;
+        const BackupSchedule::Step step = schedule.next(conditions, at(now));
+        if (step.task != Task::None || step.wait <= 0s) {
+            EXPECT_EQ(step.task, task);
+            return now;
+        }
+        const auto change = changes.upper_bound(now);
+        now += std::chrono::ceil<std::chrono::seconds>(step.wait).count();
+        now = change == changes.end() ? now : std::min(now, *change);
+    }
+    return never;
+}
+
+TEST(BackupSchedule, BacksUpAfterAQuietTimeTheLongestWaitOrTheInterval) {
+    std::set<std::int64_t> always;
+    for (std::int64_t second = 0; second < 100; second += 3)
+        always.insert(second);
+    const struct {
+        std::optional<std::int64_t> age; // of the last backup at the start
+        std::set<std::int64_t> changes;
+        std::int64_t begins;
+    } cases[] = {
+        {{}, {}, 5},    {{}, {0, 4, 8}, 13}, {{}, always, 60}, {0, {}, 900},      {890, {}, 10},
+        {890, {8}, 13}, {898, always, 60},   {900, {}, 5},     {30 * day, {}, 5}, {-day, {}, 5},
+    };
+    for (const auto& [age, changes, begins] : cases) {
+        BackupSchedule schedule = scheduleAfter(age);
+        EXPECT_EQ(timeOf(Task::BackUp, schedule, {.need = pending, .isConnected = true}, 0, changes), begins)
+            << age.value_or(-1) << ' ' << changes.size();
+    }
+    BackupSchedule schedule = scheduleAfter();
+    schedule.noteBackup(at(100));
+    const BackupNeed changed{
+        .mayAdd = true, .mayRead = true, .isKnown = true, .isWaiting = true, .changes = 1};
+    EXPECT_EQ(timeOf(Task::BackUp, schedule, {.need = changed, .isConnected = true}, 110), 1000);
+    schedule.noteBackup(at(1010));
+    EXPECT_EQ(timeOf(Task::BackUp, schedule, {.need = changed, .isOrdered = true}, 1020), 1020);
+}
+
+TEST(BackupSchedule, WaitsTwiceAsLongAfterEachFailureUpToTheLongestWait) {
+    BackupSchedule schedule = scheduleAfter();
+    const Conditions ordered{.need = pending, .isOrdered = true, .isConnected = true};
+    const auto failures = [&](int count, std::int64_t now) {
+        Seconds begins;
+        for (int failure = 0; failure < count; ++failure) {
+            EXPECT_GT(schedule.noteFailure(at(now)), 0s);
+            begins.push_back(now = timeOf(Task::BackUp, schedule, ordered, now));
+        }
+        return begins;
+    };
+    EXPECT_EQ(failures(4, 0), (Seconds{10, 30, 65, 100}));
+    schedule.noteSuccess();
+    EXPECT_EQ(failures(2, 100), (Seconds{110, 130}));
+    EXPECT_EQ(schedule.noteFailure(at(130)), 35s);
+    Conditions urgent = ordered;
+    urgent.isUrgent = true;
+    EXPECT_EQ(timeOf(Task::BackUp, schedule, urgent, 131), 131);
+    schedule.noteSuccess();
+    schedule.postpone(at(140));
+    EXPECT_EQ(timeOf(Task::BackUp, schedule, ordered, 141), 175);
+}
+
+TEST(BackupSchedule, ChoosesTheTaskThatTheConditionsAllow) {
+    constexpr auto now = 0ms;
+    const struct {
+        const char* what;
+        Task task;
+        std::int64_t after;
+        Conditions conditions;
+    } cases[] = {
+        {"nothing is pending", Task::Connect, 5, {.need = nothingPending}},
+        {"paused, or over the quota", Task::Connect, 5, {.need = mayOnlyRead}},
+        {"a restore", Task::Connect, 0, {.need = mayOnlyRead, .isRestoring = true, .isUrgent = true}},
+        {"urgent alone", Task::Connect, 5, {.need = nothingPending, .isUrgent = true}},
+        {"an order while scanning", Task::Connect, 0, {.need = isScanning, .isOrdered = true}},
+        {"an order", Task::BackUp, 0, {.need = nothingPending, .isOrdered = true}},
+        {"disabled", Task::None, never, {.need = {}, .isOrdered = true, .untilVerification = now}},
+        {"ordered in vain", Task::None, never, {.need = mayOnlyRead, .isOrdered = true, .isConnected = true}},
+        {"verifying", Task::Verify, 0, {mayOnlyRead, true, false, true, false, now}},
+        {"soon", Task::BackUp, 5, {.need = pending, .isConnected = true, .untilVerification = 7s}},
+        {"a restore is first", Task::None, never, {nothingPending, false, true, true, false, now}},
+    };
+    for (const auto& [what, task, after, conditions] : cases) {
+        BackupSchedule schedule = scheduleAfter();
+        EXPECT_EQ(timeOf(task, schedule, conditions), after) << what;
+    }
+    BackupSchedule schedule = scheduleAfter();
+    Conditions idle{.need = nothingPending, .isConnected = true, .untilVerification = 7s};
+    EXPECT_EQ(schedule.next(idle, at(0)).wait, 7s);
+    schedule.postpone(at(0));
+    idle.untilVerification = now;
+    EXPECT_EQ(timeOf(Task::Verify, schedule, idle, 1), 35);
+}
+
+TEST(BackupSchedule, StopsATaskThatMayNotGoOnAndABackupWhosePriorityChanges) {
+    BackupNeed lower = pending;
+    lower.hasLowerPriority = true;
+    const struct {
+        BackupNeed need;
+        std::int64_t now;
+        std::set<Task> stopped;
+    } cases[] = {
+        {nothingPending, 900, {}},          {pending, 899, {}},
+        {pending, 900, {Task::Verify}},     {lower, 0, {Task::BackUp}},
+        {mayOnlyRead, 900, {Task::BackUp}}, {{}, 0, {Task::Connect, Task::BackUp, Task::Verify}},
+    };
+    const BackupSchedule schedule = scheduleAfter(0);
+    for (const auto& [need, now, stopped] : cases)
+        for (const Task task : {Task::None, Task::Connect, Task::BackUp, Task::Verify})
+            EXPECT_EQ(schedule.mustStop(task, pending, need, at(now)), stopped.contains(task))
+                << static_cast<int>(task) << " at " << now;
+}
+
+} // namespace
+} // namespace kelvane
