@@ -55,8 +55,11 @@ std::string LocalDaemon::start() {
     const std::string& home = state_->configuration().home;
     if (!options_.fileSystem->isDirectory(home) && !state_->rules()->absentDisks.contains(home))
         return "cannot find the folder " + home;
-    checkRepositoryKey(*state_, *keeper_, options_.configurationPath);
-    keeper_->setKeyMade([state = state_] { announceRepositoryKey(*state); });
+    checkRepositoryKey(state_->configuration().repository, *keeper_, *state_->alerts(),
+                       options_.configurationPath);
+    keeper_->setKeyMade([state = state_] {
+        announceRepositoryKey(*state->alerts(), state->configuration().repository.passwordFile);
+    });
     // Before anybody can change the rules.
     FolderScan::Options scan = options_.scan;
     scan.failed = workFailed();
@@ -71,8 +74,8 @@ std::string LocalDaemon::start() {
             state_->setIndex(index, changed);
             restores_->wake();
         });
-    keeper_->setAlerts({[state = state_](const Alert& alert) { state->raiseAlert(alert); },
-                        [state = state_](const std::string& kind) { state->withdrawAlert(kind); }});
+    keeper_->setAlerts({[alerts = state_->alerts()](const Alert& alert) { alerts->raise(alert); },
+                        [alerts = state_->alerts()](const std::string& kind) { alerts->withdraw(kind); }});
     runner_->setIndexListener([this] { restores_->wake(); });
     state_->setRulesListener([this](const DaemonState::Rules& rules) {
         scan_->setRules(rules);
@@ -155,7 +158,7 @@ std::string LocalDaemon::makeWorld() {
         [store](const Settings& changed, std::uint64_t version) { return store->save(changed, version); },
         options_.clock);
     if (loading.alert)
-        state_->raiseAlert(*loading.alert);
+        state_->alerts()->raise(*loading.alert);
     state_->checkSelection();
     mounts_ = mountsInSelection();
     state_->noteDisks(*volumes_);
@@ -196,7 +199,7 @@ std::string LocalDaemon::makeWorld() {
 // Every verb that an alert may offer has its handler here.
 std::shared_ptr<const AlertActions> LocalDaemon::makeAlertActions() const {
     using Decision = RetentionRecord::Decision;
-    auto actions = std::make_shared<AlertActions>(state_);
+    auto actions = std::make_shared<AlertActions>(state_->alerts());
     for (const auto& [verb, decision] :
          {std::pair(keepVerb, Decision::Keep), std::pair(forgetVerb, Decision::Forget)})
         actions->add(verb, [keeper = keeper_, decision = decision](const std::string& disappearance) {
@@ -221,7 +224,9 @@ std::shared_ptr<const AlertActions> LocalDaemon::makeAlertActions() const {
 }
 
 WorkFailed LocalDaemon::workFailed() const {
-    return [state = state_](const std::string& reason) { state->raiseAlert(alertForInternalError(reason)); };
+    return [alerts = state_->alerts()](const std::string& reason) {
+        alerts->raise(alertForInternalError(reason));
+    };
 }
 
 void LocalDaemon::makeRestores() {
@@ -243,24 +248,24 @@ void LocalDaemon::makeRestores() {
         state->setRestoreProgress(progress);
     };
     options.onEnd = [state = state_](const std::vector<RestoreFailure>& failures) {
-        state->withdrawAlert(unkeptAlert);
+        state->alerts()->withdraw(unkeptAlert);
         state->endRestore(failures);
     };
     options.refusal = [state = state_, fileSystem = options_.fileSystem](const std::string& target) {
         return state->refusalFor(target, *fileSystem);
     };
-    options.onWait = [state = state_](const std::string& reason) {
+    options.onWait = [alerts = state_->alerts()](const std::string& reason) {
         if (reason.empty())
-            return state->withdrawAlert(restorestatus::waitAlert);
-        state->raiseAlert({restorestatus::waitAlert, "warning", "A restore is delayed.", reason});
+            return alerts->withdraw(restorestatus::waitAlert);
+        alerts->raise({restorestatus::waitAlert, "warning", "A restore is delayed.", reason});
     };
     options.onRefusal = [state = state_](const std::string& reason) { state->refuseRestore(reason); };
-    options.onUnkept = [state = state_](const std::string& reason) {
-        state->raiseAlert({unkeptAlert, "warning", "Restores end with the backup daemon.",
-                           reason + ". They are done now; a restart does not go on with them."});
+    options.onUnkept = [alerts = state_->alerts()](const std::string& reason) {
+        alerts->raise({unkeptAlert, "warning", "Restores end with the backup daemon.",
+                       reason + ". They are done now; a restart does not go on with them."});
     };
-    options.onDamagedJournal = [state = state_](const std::string& reason) {
-        state->raiseAlert({"restore_jobs_damaged", "error", "Restores that waited may be lost.", reason});
+    options.onDamagedJournal = [alerts = state_->alerts()](const std::string& reason) {
+        alerts->raise({"restore_jobs_damaged", "error", "Restores that waited may be lost.", reason});
     };
     restores_ = std::make_shared<RestoreQueue>(std::move(options));
 }

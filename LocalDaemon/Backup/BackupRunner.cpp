@@ -150,7 +150,7 @@ void BackupRunner::takeFailure(const std::string& reason) {
     activity.currentFile.clear();
     activity.done = {};
     state_->setActivity(activity);
-    state_->raiseAlert(alertForInternalError(reason));
+    state_->alerts()->raise(alertForInternalError(reason));
 }
 
 void BackupRunner::perform(Task task, const StopSignal& stop) {
@@ -323,9 +323,9 @@ void BackupRunner::report(const ResticOutcome& outcome) {
     activity.trouble = serviceStateFor(outcome.trouble);
     state_->setActivity(activity);
     if (activity.trouble)
-        state_->raiseAlert(alertFor(outcome, keeper_->repository().restic().place()));
+        state_->alerts()->raise(alertFor(outcome, keeper_->repository().restic().place()));
     else
-        state_->withdrawAlert(backupAlert);
+        state_->alerts()->withdraw(backupAlert);
 }
 
 } // namespace kelvane

@@ -129,7 +129,7 @@ ResticOutcome BackupRunner::backUpEverything(const StopSignal& stop) {
     }
     ResticOutcome outcome = backUp(whole, stop);
     if (outcome.succeeded())
-        state_->withdrawAlert(largeFilesAlert);
+        state_->alerts()->withdraw(largeFilesAlert);
     return outcome;
 }
 
@@ -149,10 +149,11 @@ std::vector<std::string> BackupRunner::filesToComeLast(const StopSignal& stop) c
 
 void BackupRunner::reportLarge(const std::vector<std::string>& paths) const {
     if (!paths.empty())
-        state_->raiseAlert({largeFilesAlert, "information", "Large files are being backed up.",
-                            "Until they have been read, which may take hours, nothing that changes is backed "
-                            "up. To leave one out, exclude it:" +
-                                joined(paths)});
+        state_->alerts()->raise(
+            {largeFilesAlert, "information", "Large files are being backed up.",
+             "Until they have been read, which may take hours, nothing that changes is backed "
+             "up. To leave one out, exclude it:" +
+                 joined(paths)});
 }
 
 ResticOutcome BackupRunner::backUp(const Part& part, const StopSignal& stop) {
@@ -230,7 +231,7 @@ void BackupRunner::noteUnread(std::vector<std::string> unread, bool isPartial, s
     if (!isPartial)
         state_->noteUnread(unread.empty() && !verification_->isBeyondRepair() ? std::nullopt
                                                                               : std::optional(changes));
-    if (!isPartial || (!unread.empty() && !state_->standingAlert(unreadAlert)))
+    if (!isPartial || (!unread.empty() && !state_->alerts()->standing(unreadAlert)))
         reportUnread(unread); // what others could not be read a part does not know
 }
 
@@ -255,11 +256,12 @@ void BackupRunner::reportUnread(const std::vector<std::string>& paths) {
     for (const std::string& path : paths)
         KelvaneSystemLog("Not backed up: %@", messageLine(path));
     if (paths.empty())
-        return state_->withdrawAlert(unreadAlert);
-    state_->raiseAlert({unreadAlert, "warning", "Some files are not backed up.",
-                        "They could not be read or cannot be kept. Look at who may read them, or exclude "
-                        "them:" +
-                            joined(paths)});
+        return state_->alerts()->withdraw(unreadAlert);
+    state_->alerts()->raise(
+        {unreadAlert, "warning", "Some files are not backed up.",
+         "They could not be read or cannot be kept. Look at who may read them, or exclude "
+         "them:" +
+             joined(paths)});
 }
 
 } // namespace kelvane

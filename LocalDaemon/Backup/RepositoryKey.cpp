@@ -23,12 +23,12 @@ void warnOfReaders(const std::string& secret) {
 
 } // namespace
 
-void checkRepositoryKey(DaemonState& state, const IndexKeeper& keeper, const std::string& configurationPath) {
-    const RepositoryPlace& place = state.configuration().repository;
+void checkRepositoryKey(const RepositoryPlace& place, const IndexKeeper& keeper, Alerts& alerts,
+                        const std::string& configurationPath) {
     if (place.location.empty())
-        return state.raiseAlert({"no_place", "error", "The backup does not know where to go.",
-                                 "Nothing is backed up. Mend the configuration, " + configurationPath +
-                                     ", and start the backup daemon again; its log says what is wrong."});
+        return alerts.raise({"no_place", "error", "The backup does not know where to go.",
+                             "Nothing is backed up. Mend the configuration, " + configurationPath +
+                                 ", and start the backup daemon again; its log says what is wrong."});
     const Restic& restic = keeper.repository().restic();
     if (!place.environment.empty() || restic.withoutSecrets(place.location) != place.location)
         warnOfReaders(configurationPath);
@@ -40,19 +40,18 @@ void checkRepositoryKey(DaemonState& state, const IndexKeeper& keeper, const std
     }
 }
 
-void announceRepositoryKey(DaemonState& state) {
-    const std::string& path = state.configuration().repository.passwordFile;
+void announceRepositoryKey(Alerts& alerts, const std::string& path) {
     KelvaneSystemLog(
         "A KEY FOR THE BACKUP HAS BEEN MADE: %@. Keep a copy of it somewhere else, on paper or on "
         "another disk: without it nobody can read the backup, not even you.",
         path);
-    state.raiseAlert({"key_made",
-                      "warning",
-                      "Keep a copy of the backup's key.",
-                      "Without it nobody can read the backup, not even you. Copy it to another disk or "
-                      "print it: " +
-                          path,
-                      {std::string(dismissAction)}});
+    alerts.raise({"key_made",
+                  "warning",
+                  "Keep a copy of the backup's key.",
+                  "Without it nobody can read the backup, not even you. Copy it to another disk or "
+                  "print it: " +
+                      path,
+                  {std::string(dismissAction)}});
 }
 
 } // namespace kelvane

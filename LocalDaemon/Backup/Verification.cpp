@@ -376,7 +376,7 @@ void Verification::useRepository(const std::string& id) {
         return tellOutcome({});
     isStoredDamaged_ = false;
     state_->setDamage(false, 0);
-    state_->withdrawAlert(damageAlert);
+    state_->alerts()->withdraw(damageAlert);
     tell(std::nullopt);
 }
 

@@ -16,11 +16,11 @@ constexpr const char* lossAlert = "damage_forgotten";
 
 void Verification::reportLoss() const {
     if (!record_.isLost())
-        return state_->withdrawAlert(lossAlert);
-    state_->raiseAlert({lossAlert, "warning", "What was known of damage in the backup is lost.",
-                        options_.path +
-                            " was damaged. Everything in the backup is read again; until that is done, a "
-                            "file that is damaged in the backup may look as if it were not."});
+        return state_->alerts()->withdraw(lossAlert);
+    state_->alerts()->raise(
+        {lossAlert, "warning", "What was known of damage in the backup is lost.",
+         options_.path + " was damaged. Everything in the backup is read again; until that is done, a "
+                         "file that is damaged in the backup may look as if it were not."});
 }
 
 void Verification::tellOutcome(const std::string& progress) {
@@ -34,13 +34,13 @@ void Verification::tellOutcome(const std::string& progress) {
     state_->setDamage(isDamaged, report.fileCount());
     tell(std::nullopt);
     if (!isDamaged)
-        return state_->withdrawAlert(damageAlert);
+        return state_->alerts()->withdraw(damageAlert);
     if (std::exchange(loggedDamage_, record_.damage) != record_.damage)
         KelvaneSystemLog("%@.", record_.lastOutcome);
     Alert alert = report.alert(record_, canRepair());
     if (mayBeSetAside() && !record_.areAllOnDisk)
         alert.actions = {"store-again:"};
-    state_->raiseAlert(alert);
+    state_->alerts()->raise(alert);
 }
 
 void Verification::tell(std::optional<double> progress) {

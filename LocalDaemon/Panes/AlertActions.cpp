@@ -7,21 +7,21 @@
 
 namespace kelvane {
 
-AlertActions::AlertActions(std::shared_ptr<DaemonState> state) : state_(std::move(state)) {}
+AlertActions::AlertActions(std::shared_ptr<Alerts> alerts) : alerts_(std::move(alerts)) {}
 
 void AlertActions::add(const std::string& verb, Handler handler) {
     handlers_[verb] = std::move(handler);
 }
 
 std::string AlertActions::perform(const std::string& action, const std::string& alertId) const {
-    const std::optional<Alert> alert = state_->standingAlert(alertId);
+    const std::optional<Alert> alert = alerts_->standing(alertId);
     if (!alert)
         return "No alert \"" + alertId + "\" stands.";
     if (std::ranges::find(alert->actions, action) == alert->actions.end())
         return "The alert \"" + alertId + "\" does not offer \"" + action + "\".";
     KelvaneSystemLog("Alert %@: %@", alertId, action);
     if (action == dismissAction) {
-        state_->withdrawAlert(alertId);
+        alerts_->withdraw(alertId);
         return {};
     }
     const std::string_view verb = verbOf(action);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "LocalDaemon/State/DaemonState.h"
+#include "LocalDaemon/State/Alerts.h"
 
 #include <functional>
 #include <map>
@@ -18,7 +18,7 @@ public:
     // Returns why nothing is done, for people; empty when it is done or under way.
     using Handler = std::function<std::string(const std::string& argument)>;
 
-    explicit AlertActions(std::shared_ptr<DaemonState> state);
+    explicit AlertActions(std::shared_ptr<Alerts> alerts);
 
     void add(const std::string& verb, Handler handler);
 
@@ -27,7 +27,7 @@ public:
     [[nodiscard]] std::string perform(const std::string& action, const std::string& alertId) const;
 
 private:
-    const std::shared_ptr<DaemonState> state_;
+    const std::shared_ptr<Alerts> alerts_;
     std::map<std::string, Handler, std::less<>> handlers_; // by verb
 };
 

@@ -55,7 +55,7 @@ public:
     // Callbacks of this pane
     void setStateHandler() { world_.state->addStateHandler(*pane_); }
     void endStateHandler() { pane_->setStateHandler(false); }
-    void setAlertHandler() { world_.state->addAlertHandler(*pane_); }
+    void setAlertHandler() { world_.state->alerts()->addHandler(*pane_); }
     void endAlertHandler() { pane_->setAlertHandler(false); }
 
     // Standing alerts

@@ -92,13 +92,13 @@ void setAutomaticMode(DaemonState& state, bool isAutomatic) {
 void markFiles(DaemonState& state, const FileSystem& fileSystem, const Array& paths, PathRules::Mark mark) {
     const std::uint32_t error = errorOfMarking(state, fileSystem, paths, mark);
     if (error == 0)
-        return state.withdrawAlert(refusedAlert);
+        return state.alerts()->withdraw(refusedAlert);
     const std::string reason = errorText(static_cast<int>(error));
     KelvaneSystemLog("What is backed up stays as it is (%@): %@", reason, Value(paths));
     // The call has no answer that could say so.
     if (error == ENOSPC)
-        state.raiseAlert({refusedAlert, "error", "What is backed up stays as it is.",
-                          "There are too many rules to keep one more. Remove some of them first."});
+        state.alerts()->raise({refusedAlert, "error", "What is backed up stays as it is.",
+                               "There are too many rules to keep one more. Remove some of them first."});
 }
 
 } // namespace kelvane

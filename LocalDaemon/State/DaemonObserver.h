@@ -1,12 +1,15 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
 namespace kelvane {
 
-// Hears what a pane is to be told. Called with the state's mutex held, so it takes note and returns, and
+// Hears what a pane is to be told. Called with locks of the state held, so it takes note and returns, and
 // neither sends nor calls back.
 class DaemonObserver {
 public:
@@ -23,6 +26,23 @@ public:
     // Real paths; "/" alone stands for everything.
     virtual void filesChanged(const std::vector<std::string>& paths) = 0;
     virtual void foldersChanged(const std::vector<std::string>& paths) = 0;
+};
+
+// The panes that are connected.
+//
+// Whatever part of the state has changed tells them while it holds its own mutex, so that each pane hears of
+// that part's changes in their order. Mutexes are taken in this order: DaemonState's, that of a part, this
+// one, a pane's own. Any thread.
+class DaemonObservers {
+public:
+    // Told what happens from now on, as long as there is one.
+    void add(const std::shared_ptr<DaemonObserver>& pane);
+    void clear();
+    void tell(const std::function<void(DaemonObserver&)>& what) const;
+
+private:
+    mutable std::mutex mutex_; // guards what follows
+    std::vector<std::weak_ptr<DaemonObserver>> panes_;
 };
 
 } // namespace kelvane

@@ -131,10 +131,10 @@ void DaemonState::changeSettings(const std::function<void(Settings&)>& change) {
     checkSelection();
     const std::string failure = save_(changed, version);
     if (failure.empty())
-        return withdrawAlert(settingsAlert);
+        return alerts_->withdraw(settingsAlert);
     KelvaneSystemLog("The settings cannot be saved: %@", failure);
-    raiseAlert({settingsAlert, "error", "Your settings could not be saved.",
-                "They are in use, but will be lost when the backup daemon ends. " + failure});
+    alerts_->raise({settingsAlert, "error", "Your settings could not be saved.",
+                    "They are in use, but will be lost when the backup daemon ends. " + failure});
 }
 
 Value DaemonState::stateDictionary() const {
@@ -191,25 +191,27 @@ void DaemonState::takeReport(const ScanReport& report) {
         if (report.index == index_ && !activity_.isRunning)
             activity_.done = {};
         if (!report.changedFolders.empty())
-            tellPanes([&](DaemonObserver& pane) { pane.foldersChanged(report.changedFolders); });
+            panes_->tell([&](DaemonObserver& pane) { pane.foldersChanged(report.changedFolders); });
         if (isOtherwise)
             announceFiles(report.changedFolders);
         announce();
     }
     if (report.isWatchIncomplete)
-        raiseAlert({watchAlert, "warning", "Some changes are noticed late.",
-                    "The system lets you watch too few folders (fs.inotify.max_user_watches). The remaining "
-                    "ones are "
-                    "looked at from time to time."});
+        alerts_->raise(
+            {watchAlert, "warning", "Some changes are noticed late.",
+             "The system lets you watch too few folders (fs.inotify.max_user_watches). The remaining "
+             "ones are "
+             "looked at from time to time."});
 }
 
 void DaemonState::checkSelection() {
     if (selectsAnything(*rules()))
-        withdrawAlert(selectionAlert);
+        alerts_->withdraw(selectionAlert);
     else
-        raiseAlert({selectionAlert, "warning", nothingIsSelected,
-                    "No file is protected any more, and what is in the backup leaves it after the time that "
-                    "deleted files are kept. Select folders in the Backup tab."});
+        alerts_->raise(
+            {selectionAlert, "warning", nothingIsSelected,
+             "No file is protected any more, and what is in the backup leaves it after the time that "
+             "deleted files are kept. Select folders in the Backup tab."});
 }
 
 void DaemonState::refresh() {
@@ -295,7 +297,7 @@ void DaemonState::announceRules(const BackupRules& before) const {
         addWithFolders(files, path);
         folders.emplace(folderOf(path));
     }
-    tellPanes([&](DaemonObserver& pane) {
+    panes_->tell([&](DaemonObserver& pane) {
         pane.filesChanged({files.begin(), files.end()});
         pane.foldersChanged({folders.begin(), folders.end()});
     });
@@ -308,7 +310,7 @@ void DaemonState::announceFiles(const std::vector<std::string>& paths) const {
     std::set<std::string> files;
     for (const std::string& path : paths)
         addWithFolders(files, path);
-    tellPanes([&](DaemonObserver& pane) { pane.filesChanged({files.begin(), files.end()}); });
+    panes_->tell([&](DaemonObserver& pane) { pane.filesChanged({files.begin(), files.end()}); });
 }
 
 void DaemonState::announce() {
@@ -321,13 +323,7 @@ void DaemonState::announce() {
         return;
     announcedState_ = state;
     if (isAnnounced(state))
-        tellPanes([state](DaemonObserver& pane) { pane.stateChanged(state); });
-}
-
-void DaemonState::tellPanes(const std::function<void(DaemonObserver&)>& what) const {
-    for (const auto& each : panes_)
-        if (const auto pane = each.lock())
-            what(*pane);
+        panes_->tell([state](DaemonObserver& pane) { pane.stateChanged(state); });
 }
 
 } // namespace kelvane

@@ -1,12 +1,12 @@
 #pragma once
 
 #include "Foundation/Value.h"
-#include "LocalDaemon/Index/Alert.h"
 #include "LocalDaemon/Index/BackupIndex.h"
 #include "LocalDaemon/Restore/Staging/RestoreJob.h"
 #include "LocalDaemon/Rules/BackupRules.h"
 #include "LocalDaemon/Scan/FolderScan.h"
 #include "LocalDaemon/State/AbsentDisks.h"
+#include "LocalDaemon/State/Alerts.h"
 #include "LocalDaemon/State/BackupNeed.h"
 #include "LocalDaemon/State/Configuration.h"
 #include "LocalDaemon/State/DaemonObserver.h"
@@ -18,7 +18,6 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -43,13 +42,13 @@ struct BackupActivity {
 };
 
 // The daemon's world, guarded by one mutex that is never held while anything is sent, written or looked for
-// on the disk. Any thread.
+// on the disk; its alerts are a part of their own. Any thread.
 //
-// Panes are told as observers: of the service state whenever it is another one, of alerts, of changed
+// Panes are told as DaemonObservers says: of the service state whenever it is another one, of changed
 // folders, and of what is in the backup now and was not, or the other way round.
 class DaemonState {
 public:
-    using Clock = std::function<std::chrono::system_clock::time_point()>;
+    using Clock = Alerts::Clock;
     // Returns why the settings could not be saved; empty when they are.
     using SaveSettings = std::function<std::string(const Settings& settings, std::uint64_t version)>;
     using Rules = std::shared_ptr<const BackupRules>;
@@ -64,6 +63,7 @@ public:
     void setNeedListener(NeedListener listener);
 
     [[nodiscard]] const Configuration& configuration() const { return configuration_; }
+    [[nodiscard]] const std::shared_ptr<Alerts>& alerts() const { return alerts_; }
     // What is backed up.
     [[nodiscard]] Index index() const;
     // `changed`: real paths of which it says another thing than before.
@@ -138,13 +138,6 @@ public:
     // The clock has moved: a pause may be over.
     void refresh();
 
-    // An alert stands until it is withdrawn, one of a kind; who wants alerts is told of those that stand. One
-    // that is raised again with other words stands since the first time.
-    void raiseAlert(const Alert& alert);
-    void withdrawAlert(const std::string& kind);
-    [[nodiscard]] std::optional<Alert> standingAlert(const std::string& kind) const;
-    void addAlertHandler(DaemonObserver& pane) const;
-
     // What the verification has found out. None: it has never come to an end.
     void setVerification(std::optional<std::chrono::system_clock::time_point> date,
                          const std::string& outcome);
@@ -166,8 +159,7 @@ public:
     [[nodiscard]] RestoreProgress restoreProgress() const;
     // After the progress has no job any more: tells panes so, and of what could not be restored.
     void endRestore(const std::vector<RestoreFailure>& failures);
-    // The pane is told what happens from now on, as long as there is one. When it connects, or asks for
-    // states, while files are being restored it is told how many are left.
+    // A pane that connects, or asks for states, while files are being restored is told how many are left.
     void addPane(const std::shared_ptr<DaemonObserver>& pane);
     void addStateHandler(DaemonObserver& pane) const;
     void dropPanes();
@@ -195,12 +187,10 @@ private:
     void announceRules(const BackupRules& before) const;
     void announceFiles(const std::vector<std::string>& paths) const;
     void announce();
-    void tellPanes(const std::function<void(DaemonObserver&)>& what) const;
     void tellOfRestore(DaemonObserver& pane) const;
     // Without the mutex.
     void reportAwayDisks();
 
-    [[nodiscard]] Array alertDictionaries() const;
     void addExtensions(Dictionary& state) const;
 
     struct VerificationStatus {
@@ -213,10 +203,6 @@ private:
         std::uint64_t damagedFiles = 0;
     };
 
-    struct StandingSince {
-        Alert alert;
-        std::chrono::system_clock::time_point since;
-    };
     struct Override {
         std::uint32_t code;
         std::uint32_t inFrontOf;
@@ -225,10 +211,11 @@ private:
     const Configuration configuration_;
     const SaveSettings save_;
     const Clock clock_;
+    const std::shared_ptr<DaemonObservers> panes_ = std::make_shared<DaemonObservers>();
+    const std::shared_ptr<Alerts> alerts_ = std::make_shared<Alerts>(panes_, clock_);
 
     std::mutex looking_;       // for absent disks: what is seen last counts; taken before the next
     mutable std::mutex mutex_; // guards what follows
-    std::vector<std::weak_ptr<DaemonObserver>> panes_;
     RulesListener rulesListener_;
     NeedListener needListener_;
     Index index_;
@@ -244,7 +231,6 @@ private:
     std::optional<bool> overQuotaForTesting_;
     std::optional<Override> override_;
     std::uint32_t announcedState_ = 0;
-    std::map<std::string, StandingSince> alerts_; // by kind
     RestoreProgress restore_;
     VerificationStatus verification_;
     std::uint64_t backupOrders_ = 0;

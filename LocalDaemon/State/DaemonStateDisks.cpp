@@ -98,24 +98,15 @@ std::string DaemonState::decideAwayDisk(const std::string& name, AwayDisk::Decis
 }
 
 void DaemonState::reportAwayDisks() {
-    std::map<std::string, Alert> alerts; // by kind
-    std::vector<std::string> gone;
+    std::vector<Alert> alerts;
     {
         const std::scoped_lock guard(mutex_);
         for (const auto& [path, disk] : settings_.awayDisks)
             if (const auto absence = away_.find(path);
-                absence != away_.end() && disk.decision != AwayDisk::Decision::Forget) {
-                Alert alert = alertForAwayDisk(path, absence->second, disk, now());
-                alerts[alert.kind] = std::move(alert);
-            }
-        for (const auto& [kind, standing] : alerts_)
-            if (kind.starts_with(awayDiskAlertPrefix) && !alerts.contains(kind))
-                gone.push_back(kind);
+                absence != away_.end() && disk.decision != AwayDisk::Decision::Forget)
+                alerts.push_back(alertForAwayDisk(path, absence->second, disk, now()));
     }
-    for (const auto& [kind, alert] : alerts)
-        raiseAlert(alert);
-    for (const std::string& kind : gone)
-        withdrawAlert(kind);
+    alerts_->replace(awayDiskAlertPrefix, alerts);
 }
 
 std::string DaemonState::refusalFor(const std::string& path, const FileSystem& fileSystem) {

@@ -28,13 +28,13 @@ void DaemonState::setRestoreProgress(const RestoreProgress& progress) {
     if (progress.job != 0 && (isOtherFile || before.job == 0))
         codes.insert(codes.end(), {restoreprogress::currentFile, restoreprogress::currentFileSize});
     codes.push_back(restoreprogress::pendingCount);
-    tellPanes([&](DaemonObserver& pane) { pane.restoreProgressed(codes); });
+    panes_->tell([&](DaemonObserver& pane) { pane.restoreProgressed(codes); });
 }
 
 void DaemonState::refuseRestore(const std::string& reason) {
-    raiseAlert({"restore_refused", "error", "A restore was refused.", reason});
+    alerts_->raise({"restore_refused", "error", "A restore was refused.", reason});
     const std::scoped_lock guard(mutex_);
-    tellPanes([](DaemonObserver& pane) { pane.restoreProgressed({restoreprogress::pendingCount}); });
+    panes_->tell([](DaemonObserver& pane) { pane.restoreProgressed({restoreprogress::pendingCount}); });
 }
 
 RestoreProgress DaemonState::restoreProgress() const {
@@ -47,22 +47,21 @@ void DaemonState::endRestore(const std::vector<RestoreFailure>& failures) {
         const std::string end =
             alertString({std::string(restoreprogress::closingAlert), "information", "", ""});
         const std::scoped_lock guard(mutex_);
-        tellPanes([&end](DaemonObserver& pane) { pane.restoreEnded(end); });
+        panes_->tell([&end](DaemonObserver& pane) { pane.restoreEnded(end); });
     }
     if (failures.empty())
-        return withdrawAlert(failureAlert);
-    raiseAlert({failureAlert,
-                "warning",
-                "Some files could not be restored.",
-                formatText("%llu of them, among them %@: %@. The log names them all.", failures.size(),
-                           messageLine(failures.front().path), messageLine(failures.front().reason)),
-                {std::string(dismissAction)}});
+        return alerts_->withdraw(failureAlert);
+    alerts_->raise({failureAlert,
+                    "warning",
+                    "Some files could not be restored.",
+                    formatText("%llu of them, among them %@: %@. The log names them all.", failures.size(),
+                               messageLine(failures.front().path), messageLine(failures.front().reason)),
+                    {std::string(dismissAction)}});
 }
 
 void DaemonState::addPane(const std::shared_ptr<DaemonObserver>& pane) {
     const std::scoped_lock guard(mutex_);
-    std::erase_if(panes_, [](const auto& each) { return each.expired(); });
-    panes_.push_back(pane);
+    panes_->add(pane);
     tellOfRestore(*pane);
 }
 
@@ -73,8 +72,7 @@ void DaemonState::addStateHandler(DaemonObserver& pane) const {
 }
 
 void DaemonState::dropPanes() {
-    const std::scoped_lock guard(mutex_);
-    panes_.clear();
+    panes_->clear();
 }
 
 void DaemonState::tellOfRestore(DaemonObserver& pane) const {

@@ -58,7 +58,7 @@ TEST_F(State, CountsWhatTheScanHasFoundAgainstTheQuota) {
 TEST_F(State, SaysThatTheBackupIsDamagedInTextsThatCanBeEncoded) {
     report(0, 0);
     state.setDamage(true, 0);
-    state.raiseAlert({"damage", "error", "Damaged", "name \xFF"});
+    state.alerts()->raise({"damage", "error", "Damaged", "name \xFF"});
     const Value said = state.stateDictionary();
     EXPECT_EQ(said["serviceState"], 23U);
     EXPECT_EQ(said["statusString"], "Something in the backup is damaged.");
@@ -92,12 +92,12 @@ TEST_F(State, KeepsTheSelectionOfBothModesAndSaysWhenItIsEmpty) {
     const auto isIn = [&] { return verdictFor(*state.rules(), "/home/a").isIn(); };
     setAutomaticMode(state, false);
     EXPECT_TRUE(isIn());
-    EXPECT_FALSE(state.standingAlert("nothing_selected"));
+    EXPECT_FALSE(state.alerts()->standing("nothing_selected"));
     state.changeSettings([](Settings& all) { all.paths.mark("/home", PathRules::Mark::Removed); });
     for (const bool isAutomatic : {true, false}) {
         setAutomaticMode(state, isAutomatic);
         EXPECT_EQ(isIn(), isAutomatic);
-        EXPECT_EQ(state.standingAlert("nothing_selected").has_value(), !isAutomatic);
+        EXPECT_EQ(state.alerts()->standing("nothing_selected").has_value(), !isAutomatic);
     }
     EXPECT_EQ(state.stateDictionary()["serviceState"], 23U);
     EXPECT_EQ(state.stateDictionary()["statusString"], "Nothing is selected for backup.");
@@ -150,7 +150,7 @@ TEST_F(State, TellsEveryPaneOfARestoreAlsoOneThatHasAskedForNothing) {
     EXPECT_EQ(end->states, Codes{35});
     EXPECT_EQ(end->alerts, std::vector<std::string>{"restore_finished|information||||"});
     pane->setAlertHandler(true);
-    state.addAlertHandler(*pane);
+    state.alerts()->addHandler(*pane);
     EXPECT_NE(pane->take()->alerts.at(0).find("/a&#124b: why"), std::string::npos);
 
     // The end of one that is told after the beginning of the next would end that.
@@ -201,26 +201,25 @@ TEST_F(State, ListsStandingAlertsWorstFirstSinceTheyWereRaised) {
             text += alert.id + ' ';
         return text;
     };
-    state.raiseAlert({"low", "information", "", ""});
-    state.raiseAlert({"middle", "warning", "", "first"});
+    state.alerts()->raise({"low", "information", "", ""});
+    state.alerts()->raise({"middle", "warning", "", "first"});
     state.setPausedMinutes(60);
     time -= std::chrono::hours(1); // the clock was ahead when the pause was set
     EXPECT_EQ(state.pausedMinutes(), 0U);
     time += std::chrono::hours(1) + std::chrono::seconds(60);
     EXPECT_EQ(state.pausedMinutes(), 59U);
-    state.raiseAlert({"late", "warning", "", ""});
-    state.raiseAlert({"high", "error", "", "", {"keep:a:b", "odd:", "dismiss:"}});
-    state.raiseAlert({"middle", "warning", "", "other words"});
+    state.alerts()->raise({"late", "warning", "", ""});
+    state.alerts()->raise({"high", "error", "", "", {"keep:a:b", "odd:", "dismiss:"}});
+    state.alerts()->raise({"middle", "warning", "", "other words"});
     EXPECT_EQ(ids(), "high late middle low ");
     const StandingAlert middle = standingAlertsFrom(state.stateDictionary()["alerts"])[2];
     EXPECT_EQ(middle.text, "other words");
     EXPECT_EQ(middle.since, Date{0});
 
-    const std::shared_ptr<DaemonState> shared(&state, [](DaemonState*) {});
-    AlertActions actions(shared);
+    AlertActions actions(state.alerts());
     std::string kept;
     actions.add("keep", [&](const std::string& argument) {
-        kept = argument + (shared->standingAlert("high") ? " while it stands" : "");
+        kept = argument + (state.alerts()->standing("high") ? " while it stands" : "");
         return std::string();
     });
     EXPECT_EQ(actions.perform("keep:a:b", "high"), "");

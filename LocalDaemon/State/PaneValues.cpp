@@ -1,0 +1,23 @@
+#include "LocalDaemon/State/PaneValues.h"
+
+#include "Foundation/Unicode.h"
+#include "Platform/FileSystem.h"
+#include "Support/Logging.h"
+
+namespace kelvane {
+
+std::string textForPanes(const std::string& text) {
+    if (isUtf8(text))
+        return text;
+    KelvaneSystemLog("A text is not UTF-8, and is told with replacements: %@", textFromPath(text));
+    return textFromPath(text);
+}
+
+Date dateForPanes(std::chrono::system_clock::time_point time) {
+    using namespace std::chrono;
+    const auto seconds = floor<std::chrono::seconds>(time);
+    return dateFromTime(seconds.time_since_epoch().count(),
+                        static_cast<std::uint32_t>(duration_cast<nanoseconds>(time - seconds).count()));
+}
+
+} // namespace kelvane
