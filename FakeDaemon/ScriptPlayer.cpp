@@ -1,7 +1,7 @@
 #include "FakeDaemon/ScriptPlayer.h"
 
 #include "Common/Protocols.h"
-#include "Tools/JsonPropertyList.h"
+#include "Support/Json/JsonPropertyList.h"
 
 #include <cmath>
 #include <iostream>

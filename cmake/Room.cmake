@@ -5,13 +5,15 @@
 #   kelvane_room(Common FOLDER Common LINKS kelvane_support)
 #
 # makes the static library kelvane_common from every .cpp that stands directly in the folder, but for a program's
-# main.cpp. A sub-folder is a room of its own.
+# main.cpp and the main files that PROGRAMS names. A sub-folder is a room of its own.
 function(kelvane_room name)
-    cmake_parse_arguments(ROOM "" "FOLDER" "LINKS;PRIVATE_LINKS" ${ARGN})
+    cmake_parse_arguments(ROOM "" "FOLDER" "LINKS;PRIVATE_LINKS;PROGRAMS" ${ARGN})
     string(TOLOWER "kelvane_${name}" target)
     set(folder "${PROJECT_SOURCE_DIR}/${ROOM_FOLDER}")
     file(GLOB sources CONFIGURE_DEPENDS "${folder}/*.cpp")
-    list(FILTER sources EXCLUDE REGEX "/main\\.cpp$")
+    foreach(program IN LISTS ROOM_PROGRAMS ITEMS main.cpp)
+        list(REMOVE_ITEM sources "${folder}/${program}")
+    endforeach()
     kelvane_publish_headers("${ROOM_FOLDER}" "${PROJECT_BINARY_DIR}/rooms/${name}")
 
     if(sources)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "PreferencePane/Auxiliary/HandOffFile.h"
+#include "PaneTools/HandOffFile.h"
 #include "PreferencePane/Services/PaneServices.h"
 #include "PreferencePane/Services/TabControllers.h"
 #include "PreferencePane/Status/StatusFigures.h"

@@ -1,14 +1,14 @@
 // The bundle's tools as programs, on the real local daemon and the real polkitd.
 
 #include "FakeDaemon/FakeDaemon.h"
+#include "PaneTools/HandOffFile.h"
+#include "PaneTools/LocalService.h"
 #include "Platform/Desktop/PolicyFile.h"
 #include "Platform/FileContents.h"
-#include "PreferencePane/Auxiliary/HandOffFile.h"
 #include "Tests/Desktop/PrivatePolkit.h"
 #include "Tests/Harness/EnvironmentVariable.h"
 #include "Tests/Harness/RunUntil.h"
 #include "Tests/Tools/ChildProgram.h"
-#include "Tools/Auxiliary/LocalService.h"
 
 #include <filesystem>
 #include <set>

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "FakeDaemon/FakeDaemon.h"
+#include "Support/Json/JsonPropertyList.h"
 #include "Tests/Harness/TemporaryFolder.h"
 #include "Tests/Tools/ChildProgram.h"
-#include "Tools/JsonPropertyList.h"
 
 #include <gtest/gtest.h>
 #include <memory>

@@ -1,7 +1,7 @@
 #include "Tools/kelvanectl/AlertReport.h"
 
 #include "Common/FileNode.h"
-#include "Tools/JsonPropertyList.h"
+#include "Support/Json/JsonPropertyList.h"
 #include "Tools/kelvanectl/Terminal.h"
 
 #include <algorithm>

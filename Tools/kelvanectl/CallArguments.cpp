@@ -1,7 +1,7 @@
 #include "Tools/kelvanectl/CallArguments.h"
 
 #include "Foundation/Unicode.h"
-#include "Tools/JsonPropertyList.h"
+#include "Support/Json/JsonPropertyList.h"
 
 #include <cctype>
 #include <charconv>

@@ -1,5 +1,5 @@
 #include "Common/ExtensionProtocol.h"
-#include "Tools/JsonPropertyList.h"
+#include "Support/Json/JsonPropertyList.h"
 #include "Tools/kelvanectl/CallArguments.h"
 #include "Tools/kelvanectl/Commands.h"
 #include "Tools/kelvanectl/JsonText.h"

@@ -1,7 +1,7 @@
 #include "Foundation/BinaryPropertyList.h"
 #include "Foundation/Format.h"
 #include "Platform/FileDescriptor.h"
-#include "Tools/JsonPropertyList.h"
+#include "Support/Json/JsonPropertyList.h"
 #include "Tools/kelvanectl/Commands.h"
 #include "Tools/kelvanectl/JsonText.h"
 #include "Tools/kelvanectl/Terminal.h"

@@ -1,8 +1,8 @@
 #include "Tools/kelvanectl/DaemonWatch.h"
 
 #include "Common/StateKeys.h"
+#include "Support/Json/JsonPropertyList.h"
 #include "Support/ServiceStates.h"
-#include "Tools/JsonPropertyList.h"
 #include "Tools/kelvanectl/JsonText.h"
 
 #include <nlohmann/json.hpp>

@@ -1,5 +1,5 @@
 #include "Common/FileNode.h"
-#include "Tools/JsonPropertyList.h"
+#include "Support/Json/JsonPropertyList.h"
 #include "Tools/kelvanectl/Commands.h"
 #include "Tools/kelvanectl/JsonText.h"
 #include "Tools/kelvanectl/PathArgument.h"

@@ -1,6 +1,6 @@
 #include "Tools/kelvanectl/NodeTable.h"
 
-#include "Tools/JsonPropertyList.h"
+#include "Support/Json/JsonPropertyList.h"
 #include "Tools/kelvanectl/JsonText.h"
 #include "Tools/kelvanectl/Terminal.h"
 

@@ -9,13 +9,13 @@
 // standard error says why.
 
 #include "Foundation/Format.h"
+#include "PaneTools/HandOffFile.h"
+#include "PaneTools/LocalService.h"
+#include "PaneTools/ToolArguments.h"
+#include "PaneTools/UserData.h"
+#include "PaneTools/UserUnit.h"
 #include "Platform/Desktop/Authorization.h"
 #include "Platform/FileDescriptor.h"
-#include "PreferencePane/Auxiliary/HandOffFile.h"
-#include "Tools/Auxiliary/LocalService.h"
-#include "Tools/Auxiliary/ToolArguments.h"
-#include "Tools/Auxiliary/UserData.h"
-#include "Tools/Auxiliary/UserUnit.h"
 
 #include <QCoreApplication>
 #include <cerrno>

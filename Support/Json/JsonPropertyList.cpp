@@ -1,8 +1,8 @@
-#include "Tools/JsonPropertyList.h"
+#include "Support/Json/JsonPropertyList.h"
 
 #include "Foundation/Description.h"
-#include "Tools/Base64.h"
-#include "Tools/JsonMarkers.h"
+#include "Support/Json/Base64.h"
+#include "Support/Json/JsonMarkers.h"
 
 #include <array>
 #include <bit>

@@ -1,4 +1,4 @@
-#include "Tools/JsonPropertyList.h"
+#include "Support/Json/JsonPropertyList.h"
 
 #include "Foundation/BinaryPropertyList.h"
 

@@ -1,4 +1,4 @@
-#include "Tools/Base64.h"
+#include "Support/Json/Base64.h"
 
 namespace kelvane {
 namespace {

@@ -1,4 +1,4 @@
-#include "Tools/Auxiliary/ToolArguments.h"
+#include "PaneTools/ToolArguments.h"
 
 #include "Platform/FileDescriptor.h"
 

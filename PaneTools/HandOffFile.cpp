@@ -1,4 +1,4 @@
-#include "PreferencePane/Auxiliary/HandOffFile.h"
+#include "PaneTools/HandOffFile.h"
 
 #include "Platform/FileDescriptor.h"
 

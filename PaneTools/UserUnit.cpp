@@ -1,4 +1,4 @@
-#include "Tools/Auxiliary/UserUnit.h"
+#include "PaneTools/UserUnit.h"
 
 #include "Foundation/Format.h"
 #include "Platform/ChildProcess.h"

@@ -1,6 +1,6 @@
-#include "Tools/JsonMarkers.h"
+#include "Support/Json/JsonMarkers.h"
 
-#include "Tools/Base64.h"
+#include "Support/Json/Base64.h"
 
 #include <algorithm>
 #include <array>

@@ -1,6 +1,6 @@
 #include "Foundation/BinaryPropertyList.h"
-#include "Tools/JsonMarkers.h"
-#include "Tools/JsonPropertyList.h"
+#include "Support/Json/JsonMarkers.h"
+#include "Support/Json/JsonPropertyList.h"
 
 #include <algorithm>
 #include <iterator>

@@ -1,12 +1,12 @@
-#include "Tools/Auxiliary/LocalService.h"
+#include "PaneTools/LocalService.h"
 
 #include "Common/KelvProxy.h"
 #include "Common/Protocols.h"
+#include "PaneTools/UserUnit.h"
 #include "Platform/DetachedProgram.h"
 #include "Platform/SocketClaim.h"
 #include "Platform/SpecialFolders.h"
 #include "Support/AgentLauncher.h"
-#include "Tools/Auxiliary/UserUnit.h"
 
 #include <array>
 #include <cerrno>

@@ -4,8 +4,8 @@
 // serves any more, 64 for arguments that make no sense, 69 when somebody does; standard error says why.
 // $KELVANE_DAEMON names the socket of the daemon that is meant.
 
-#include "Tools/Auxiliary/LocalService.h"
-#include "Tools/Auxiliary/ToolArguments.h"
+#include "PaneTools/LocalService.h"
+#include "PaneTools/ToolArguments.h"
 
 int main(int count, char** arguments) {
     return kelvane::tools::runSwitch(count, arguments, "Disable", "unload", kelvane::tools::stopLocalDaemon);

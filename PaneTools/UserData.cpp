@@ -1,4 +1,4 @@
-#include "Tools/Auxiliary/UserData.h"
+#include "PaneTools/UserData.h"
 
 #include "Platform/SpecialFolders.h"
 
