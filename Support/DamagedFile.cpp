@@ -3,20 +3,34 @@
 #include "Foundation/Format.h"
 #include "Support/Logging.h"
 
-#include <cerrno>
 #include <cstdio>
+#include <unistd.h>
 
 namespace kelvane {
+namespace {
 
-bool setAside(const std::string& path, const std::string& reason) {
+// False with `errno`.
+bool keep(const std::string& path, const std::string& aside, DamagedFile file) {
+    if (file == DamagedFile::Remains) {
+        ::unlink(aside.c_str());
+        if (::link(path.c_str(), aside.c_str()) == 0)
+            return true;
+    }
+    return std::rename(path.c_str(), aside.c_str()) == 0;
+}
+
+} // namespace
+
+std::string setAside(const std::string& path, const std::string& reason, DamagedFile file) {
     const std::string aside = path + ".damaged";
-    const bool isAside = std::rename(path.c_str(), aside.c_str()) == 0;
-    if (isAside)
+    if (keep(path, aside, file)) {
         KelvaneSystemLog("%@ cannot be read (%@). It is set aside as %@, and a new one is begun.", path,
                          reason, aside);
-    else
-        KelvaneSystemLog("%@ can neither be read (%@) nor set aside (%@).", path, reason, errorText());
-    return isAside;
+        return {};
+    }
+    std::string failure = errorText();
+    KelvaneSystemLog("%@ can neither be read (%@) nor set aside (%@).", path, reason, failure);
+    return failure;
 }
 
 } // namespace kelvane

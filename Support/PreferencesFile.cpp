@@ -5,14 +5,13 @@
 #include "Platform/FileDescriptor.h"
 #include "Platform/PropertyListFile.h"
 #include "Platform/SpecialFolders.h"
-#include "Support/Logging.h"
+#include "Support/DamagedFile.h"
 
 #include <cerrno>
 #include <chrono>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <thread>
-#include <unistd.h>
 
 namespace kelvane {
 namespace {
@@ -58,15 +57,14 @@ bool holds(const Dictionary& entries, std::string_view key, const Value& value) 
 PreferencesFile::Reading PreferencesFile::read() const {
     const FileReading file = readFile(path_, largestFile);
     if (file.error == ENOENT || file.error == ENOTDIR)
-        return {Content::Absent, {}, {}};
+        return {.content = Content::Absent};
     if (!file.succeeded())
-        return {Content::Unreadable, {}, file.reason};
+        return {.content = Content::Unreadable, .error = file.reason};
     const PropertyListReading list = readPropertyList(file.bytes);
-    if (!list.succeeded())
-        return {Content::Damaged, {}, path_ + " is damaged: " + list.error};
-    if (!list.value.isDictionary())
-        return {Content::Damaged, {}, path_ + " is damaged: not a dictionary"};
-    return {Content::Read, list.value.dictionary(), {}};
+    if (list.succeeded() && list.value.isDictionary())
+        return {.content = Content::Read, .entries = list.value.dictionary()};
+    const std::string damage = list.succeeded() ? "not a dictionary" : list.error;
+    return {.content = Content::Damaged, .error = path_ + " is damaged: " + damage, .damage = damage};
 }
 
 PreferencesFile::Writing PreferencesFile::set(std::string_view key, const Value& value,
@@ -99,22 +97,15 @@ PreferencesFile::Writing PreferencesFile::setLocked(std::string_view key, const 
     // What is longer could never be read again, by anybody.
     if (list.bytes.size() > largestFile)
         return {"cannot write " + path_ + ": it would become too large"};
-    if (reading.content == Content::Damaged && !keepDamaged(reading.error))
-        return {reading.error + ", and cannot be set aside: " + errorText(), false};
+    if (reading.content == Content::Damaged)
+        if (const std::string failure = setAside(path_, reading.damage, DamagedFile::Remains);
+            !failure.empty())
+            return {reading.error + ", and cannot be set aside: " + failure, false};
     const FileOutcome outcome = replaceFileAtomically(path_, list.bytes, privateFileMode);
     if (!outcome.succeeded())
         return {outcome.reason, false};
     entries = std::move(changed);
     return {};
-}
-
-// A second name for the damaged file, which stays until the new one takes its place; where a file has but
-// one, that one. False with `errno`.
-bool PreferencesFile::keepDamaged(const std::string& reason) const {
-    const std::string kept = path_ + ".damaged";
-    ::unlink(kept.c_str());
-    KelvaneCLog("DefaultsDB: %@, kept as %@", reason, kept);
-    return ::link(path_.c_str(), kept.c_str()) == 0 || ::rename(path_.c_str(), kept.c_str()) == 0;
 }
 
 } // namespace kelvane

@@ -26,8 +26,9 @@ public:
     };
     struct Reading {
         Content content;
-        Dictionary entries;
-        std::string error;
+        Dictionary entries = {};
+        std::string error = {};
+        std::string damage = {}; // of a damaged one: the error without the path
     };
     [[nodiscard]] Reading read() const;
 
@@ -42,7 +43,6 @@ public:
 
 private:
     [[nodiscard]] Writing setLocked(std::string_view key, const Value& value, Dictionary& entries) const;
-    [[nodiscard]] bool keepDamaged(const std::string& reason) const;
 
     std::string path_;
 };

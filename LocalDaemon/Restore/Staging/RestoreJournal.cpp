@@ -219,7 +219,7 @@ RestoreJournal::Contents RestoreJournal::open() {
     Contents contents = contentsOf(file.bytes);
     if (!file.succeeded() && file.error != ENOENT)
         contents.damage = file.reason;
-    if (!contents.damage.empty() && !setAside(path_, contents.damage)) {
+    if (!contents.damage.empty() && !setAside(path_, contents.damage).empty()) {
         unusable_ = file.error != 0 ? file.error : EIO;
         Contents none;
         none.damage = contents.damage;
