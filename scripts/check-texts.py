@@ -40,7 +40,7 @@ tables = {
     "PreferencePane/Status/StatusTabTools.cpp": (),
     "PreferencePane/Status/StatusTexts.h": ("statusTexts",),
     "Support/FileSizeFormatter.cpp": ("unitKeys",),
-    "Support/ServiceStates.cpp": ("serviceStates",),
+    "Support/ServiceStates.cpp": ("stateNames",),
 }
 
 literal = r'"(?:[^"\\\n]|\\.)*"'
