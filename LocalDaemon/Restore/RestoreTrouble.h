@@ -19,7 +19,6 @@ struct FileErrors {
     // Where it cannot be told which file is meant: of anything at or below the path.
     ByPath below;
 
-    [[nodiscard]] bool isEmpty() const { return items.empty() && below.empty(); }
     // Null when nothing is known against the path.
     [[nodiscard]] const std::string* errorAt(std::string_view path) const;
 };

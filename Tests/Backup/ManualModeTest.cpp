@@ -132,6 +132,8 @@ TEST_F(ManualModeTest, MarksWhatIsSelected) {
     choose({"a.txt"}, Qt::ControlModifier, 2); // no more
     choose({"USB"}, Qt::ControlModifier, 0);
     EXPECT_FALSE(control("manualToggleButton").isEnabled());
+    choose({"USB"});
+    EXPECT_TRUE(control("manualToggleButton").isEnabled());
 }
 
 TEST_F(ManualModeTest, MarksNothingThatTheButtonHasNotSpokenOf) {

@@ -113,20 +113,24 @@ TEST(HostilePropertyList, MayExpandOnlySoFar) {
         list.objects.push_back(leaf);
         return list;
     };
-    // One long key in a thousand dictionaries.
-    RawPropertyList keys{{longObject(5, million.size(), million), "\x09"}, 4, 2};
-    std::string all;
-    for (std::uint64_t i = 0; i < 1000; ++i) {
-        all += bigEndian(keys.objects.size(), 2);
-        keys.objects.push_back("\xD1" + bigEndian(0, 2) + bigEndian(1, 2));
-    }
-    keys.top = keys.objects.size();
-    keys.objects.push_back(longObject(10, 1000, all));
+    // A thousand dictionaries with one key, the object of that number, behind a long text.
+    const auto rows = [&](std::uint64_t key) {
+        RawPropertyList list{{longObject(5, million.size(), million), "\x51k", "\x09"}, 4, 2};
+        std::string all = bigEndian(0, 2);
+        for (std::uint64_t i = 0; i < 1000; ++i) {
+            all += bigEndian(list.objects.size(), 2);
+            list.objects.push_back("\xD1" + bigEndian(key, 2) + bigEndian(2, 2));
+        }
+        list.top = list.objects.size();
+        list.objects.push_back(longObject(10, 1001, all));
+        return list;
+    };
 
     EXPECT_EQ(errorOf(doubling(18, "\x09")), "");
+    EXPECT_EQ(errorOf(rows(1)), "") << "what stands before a dictionary is not charged by it";
     for (const RawPropertyList& list :
          {doubling(20, "\x09"), doubling(200, "\x09"), doubling(9, longObject(5, million.size(), million)),
-          doubling(9, longObject(4, million.size(), million)), keys})
+          doubling(9, longObject(4, million.size(), million)), rows(0)})
         EXPECT_EQ(errorOf(list), "it expands to more than can be held");
 }
 

@@ -43,7 +43,8 @@ TEST_F(HelpTabTest, OffersChoicesEachOfWhichEndsTheSheet) {
     KelvaneHelpController other(bare);
     other.awakeFromNib();
     other.view()->show();
-    EXPECT_FALSE(other.view()->findChild<QWidget*>("supportPhone")->isVisible());
+    for (const char* const name : {"supportPhone", "supportPhoneCaption"})
+        EXPECT_FALSE(other.view()->findChild<QWidget*>(name)->isVisible()) << name;
 }
 
 TEST_F(HelpTabTest, BeginsEachReportAnew) {

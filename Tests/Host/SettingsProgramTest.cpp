@@ -77,7 +77,8 @@ protected:
 
 TEST_F(SettingsProgram, TakesAPictureOfEachTabAndEnds) {
     const QString bundle = QString::fromStdString(panes.add("A", {{"Tabs", "Status Back/up"}}));
-    start({"--pane", bundle, "--tab", "Nothing", "--screenshot", pictures, "--appearance", "dark"});
+    start({"--pane", bundle, "--tab", "Nothing", "--screenshot", pictures, "--appearance", "dark", "--daemon",
+           "/nowhere", "--log", "/nothing", "--authorization", "denied"});
     EXPECT_EQ(status(), 0);
     const QString output = process.readAll();
     EXPECT_TRUE(output.contains("there is no tab \"Nothing\"")) << output.toStdString();

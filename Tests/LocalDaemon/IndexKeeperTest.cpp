@@ -83,10 +83,18 @@ TEST_F(Keeping, ForgetsWhatWasReplacedForTooLong) {
     const auto packs = [&] {
         return std::distance(fs::recursive_directory_iterator(folders / "repository/data"), {});
     };
-    const auto packsBefore = packs();
     forgetAt(0, 2);
     forgetAt(29, 2);
-    forgetAt(3, 1);
+    pass(3);
+    {
+        IndexKeeper late = keeper();
+        ASSERT_TRUE(late.synchronize(false, stop).succeeded());
+        const std::string unknown = backUp(folders.write("other", "333"), 0);
+        EXPECT_TRUE(late.forgetOld(keep, stop).succeeded());
+        EXPECT_EQ(snapshots(), 3U) << "first the index has to be right";
+        ASSERT_TRUE(repository.forget({unknown}, stop).succeeded());
+    }
+    const auto packsBefore = packs();
     forgetAt(0, 1);
     EXPECT_EQ(packs(), packsBefore);
     forgetAt(1, 1);

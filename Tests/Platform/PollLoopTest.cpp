@@ -2,10 +2,12 @@
 #include "Platform/SignalWatch.h"
 
 #include <array>
+#include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <string>
+#include <sys/time.h>
 #include <thread>
 
 namespace kelvane {
@@ -77,6 +79,19 @@ TEST(PollLoop, ReportsBytesAndTheHangUpBesideATaskThatPostsItself) {
     });
     loop.run();
     EXPECT_EQ(seen, "ab.");
+}
+
+TEST(PollLoop, GoesOnWhenASignalInterruptsIt) {
+    struct sigaction quiet {};
+    struct sigaction before {};
+    quiet.sa_handler = [](int) {};
+    ASSERT_EQ(::sigaction(SIGALRM, &quiet, &before), 0);
+    const itimerval soon{{0, 0}, {0, 10'000}};
+    ASSERT_EQ(::setitimer(ITIMER_REAL, &soon, nullptr), 0);
+    PollLoop loop;
+    const Timer timer = loop.schedule(100ms, Repeat::Once, [&] { loop.quit(); });
+    EXPECT_NO_THROW(loop.run());
+    ::sigaction(SIGALRM, &before, nullptr);
 }
 
 TEST(SignalWatch, TurnsSignalsIntoTasksAndRestoresTheMask) {
