@@ -156,7 +156,7 @@ void BackupRunner::takeFailure(const std::string& reason) {
 void BackupRunner::perform(Task task, const StopSignal& stop) {
     if (task == Task::Verify)
         return verify(stop);
-    const std::uint64_t orders = state_->backupOrders();
+    const std::uint64_t orders = state_->backupOrders().count();
     ResticOutcome outcome = keeper_->repository().waitForAnswer(stop);
     if (outcome.succeeded())
         outcome = attempt(task, stop);
@@ -178,7 +178,7 @@ void BackupRunner::perform(Task task, const StopSignal& stop) {
         activity.done = {};
     state_->setActivity(activity);
     if (outcome.trouble != ResticTrouble::Stopped)
-        state_->takeOrdersTried(orders);
+        state_->backupOrders().noteTried(orders);
 }
 
 ResticOutcome BackupRunner::attempt(Task task, const StopSignal& stop) {
@@ -232,7 +232,7 @@ void BackupRunner::noteIndexCurrent() {
 
 // An order that comes in the meantime stays: what it means may not be in this backup.
 ResticOutcome BackupRunner::backUpWanted(const StopSignal& stop) {
-    const std::uint64_t orders = state_->backupOrders();
+    const std::uint64_t orders = state_->backupOrders().count();
     std::set<std::string> wanted;
     {
         const std::scoped_lock guard(mutex_);
@@ -255,7 +255,7 @@ ResticOutcome BackupRunner::backUpWanted(const StopSignal& stop) {
             const std::scoped_lock guard(mutex_);
             schedule_.noteBackup(Clock::now());
         }
-        state_->takeOrdersDone(orders);
+        state_->backupOrders().noteDone(orders);
         return forgetOld(stop);
     }
     if (isWanted)

@@ -5,7 +5,7 @@
 namespace kelvane {
 
 void BackupRunner::verifyNow() {
-    state_->orderVerification();
+    state_->verificationOrders().add();
     const std::scoped_lock guard(mutex_);
     isNoted_ = true;
     changed_.notify_all();
@@ -13,7 +13,7 @@ void BackupRunner::verifyNow() {
 
 void BackupRunner::storeAgain() {
     verification_->confirmSettingAside();
-    state_->orderBackup();
+    state_->backupOrders().add();
     backUpNow(everything);
 }
 
@@ -23,7 +23,7 @@ void BackupRunner::verify(const StopSignal& stop) {
     ResticOutcome outcome = keeper_->repository().waitForAnswer(stop);
     if (outcome.succeeded())
         outcome = connect(stop);
-    if (outcome.succeeded() || state_->isVerificationOrdered())
+    if (outcome.succeeded() || !state_->verificationOrders().areTried())
         outcome = verification_->performDue(stop);
     const std::scoped_lock guard(mutex_);
     // What is damaged waits neither for the usual interval nor until something else is to be backed up.

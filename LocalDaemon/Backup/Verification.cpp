@@ -53,7 +53,7 @@ std::chrono::milliseconds Verification::timeUntilDue() const {
                    ? std::chrono::milliseconds::max()
                    : std::max(0ms, std::chrono::ceil<std::chrono::milliseconds>(time - now));
     };
-    if (state_->isVerificationOrdered())
+    if (!state_->verificationOrders().areTried())
         return 0ms;
     const auto partDue = record_.roundBegan + options_.round / options_.parts * record_.partsRead;
     const auto untilPart =
@@ -79,8 +79,8 @@ bool Verification::isStructureDue(bool isAwaited) const {
 }
 
 ResticOutcome Verification::performDue(const StopSignal& stop) {
-    const bool isOrdered = state_->isVerificationOrdered();
-    const std::uint64_t orders = state_->verificationOrders();
+    const bool isOrdered = !state_->verificationOrders().areTried();
+    const std::uint64_t orders = state_->verificationOrders().count();
     ResticOutcome outcome = isOrdered               ? readAll(stop)
                             : isStructureDue(false) ? checkStructure(stop)
                                                     : readNextPart(stop);
@@ -92,7 +92,7 @@ ResticOutcome Verification::performDue(const StopSignal& stop) {
     if (isOrdered) {
         record_.lastOutcome = "Not verified: " + reasonOf(outcome);
         tell(std::nullopt);
-        state_->takeVerificationsDone(orders);
+        state_->verificationOrders().noteTried(orders);
     }
     return outcome;
 }
@@ -201,7 +201,7 @@ ResticOutcome Verification::readNextPart(const StopSignal& stop) {
 ResticOutcome Verification::readAll(const StopSignal& stop) {
     std::uint64_t orders = 0;
     do {
-        orders = state_->verificationOrders();
+        orders = state_->verificationOrders().count();
         ResticOutcome outcome = checkStructure(stop);
         while (outcome.succeeded() && !record_.isIndexStale && orderedPartsRead_ < orderedParts) {
             tell(static_cast<double>(orderedPartsRead_) / orderedParts);
@@ -210,7 +210,7 @@ ResticOutcome Verification::readAll(const StopSignal& stop) {
         }
         if (!outcome.succeeded())
             return outcome;
-    } while (orders != state_->verificationOrders());
+    } while (orders != state_->verificationOrders().count());
     if (orderedPartsRead_ == orderedParts) {
         record_.partsRead = 0;
         record_.roundBegan = system_clock::now() + options_.round / options_.parts;
@@ -221,7 +221,7 @@ ResticOutcome Verification::readAll(const StopSignal& stop) {
     }
     orderedPartsRead_ = 0;
     record_.save(options_.path);
-    state_->takeVerificationsDone(orders);
+    state_->verificationOrders().noteTried(orders);
     return {};
 }
 

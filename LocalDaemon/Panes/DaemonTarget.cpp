@@ -195,7 +195,7 @@ void DaemonTarget::setPriorityBackup(const Value& path) {
     const auto real = entrance().pathWithoutLinks(path.stringValue());
     if (!real)
         return KelvaneSystemLog("What makes no sense is not backed up first: %@", path);
-    world_.state->orderBackup();
+    world_.state->backupOrders().add();
     world_.runner->backUpNow(*real);
 }
 

@@ -204,6 +204,16 @@ void DaemonState::takeReport(const ScanReport& report) {
              "looked at from time to time."});
 }
 
+std::vector<std::string> DaemonState::lossyLinks() const {
+    const std::scoped_lock guard(mutex_);
+    return scan_ ? scan_->lossyLinks : std::vector<std::string>();
+}
+
+void DaemonState::noteUnread(std::optional<std::uint64_t> changes) {
+    const std::scoped_lock guard(mutex_);
+    unreadAt_ = changes;
+}
+
 void DaemonState::checkSelection() {
     if (selectsAnything(*rules()))
         alerts_->withdraw(selectionAlert);
@@ -236,7 +246,7 @@ BackupTotals DaemonState::currentTotals() const {
 }
 
 bool DaemonState::needsBackup() const {
-    return isLooking() || backupOrders_ != ordersDone_;
+    return isLooking() || !backupOrders_.areDone();
 }
 
 bool DaemonState::isWaiting() const {

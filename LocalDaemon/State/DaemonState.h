@@ -8,6 +8,7 @@
 #include "LocalDaemon/State/AbsentDisks.h"
 #include "LocalDaemon/State/Alerts.h"
 #include "LocalDaemon/State/BackupNeed.h"
+#include "LocalDaemon/State/BackupOrders.h"
 #include "LocalDaemon/State/Configuration.h"
 #include "LocalDaemon/State/DaemonObserver.h"
 #include "LocalDaemon/State/ServiceState.h"
@@ -42,7 +43,7 @@ struct BackupActivity {
 };
 
 // The daemon's world, guarded by one mutex that is never held while anything is sent, written or looked for
-// on the disk; its alerts are a part of their own. Any thread.
+// on the disk. Alerts and orders are parts with mutexes of their own. Any thread.
 //
 // Panes are told as DaemonObservers says: of the service state whenever it is another one, of changed
 // folders, and of what is in the backup now and was not, or the other way round.
@@ -77,18 +78,11 @@ public:
     [[nodiscard]] BackupActivity activity() const;
     void setActivity(const BackupActivity& activity);
     [[nodiscard]] BackupNeed backupNeed() const;
-    // Orders to back up at once are counted, so that panes see a backup needed until one that was begun after
-    // the last order has been made and its index compared. What changes meanwhile needs no other: on a
-    // machine at work that would have no end.
-    void orderBackup();
-    [[nodiscard]] std::uint64_t backupOrders() const;
-    void takeOrdersDone(std::uint64_t orders);
-    // A try that was begun after so many orders has ended, well or not, and `activity` says how. What an
-    // earlier one has met is not said any more once a backup is ordered.
-    void takeOrdersTried(std::uint64_t orders);
+    // What the last failure was is not said any more once a backup is ordered.
+    [[nodiscard]] BackupOrders& backupOrders() { return backupOrders_; }
+    [[nodiscard]] std::vector<std::string> lossyLinks() const; // as in ScanReport
     // The last backup could not read some of what waits, which calls for no other until something changes:
     // `changes` is the need's count when it began; none: it has read everything.
-    [[nodiscard]] std::vector<std::string> lossyLinks() const; // as in ScanReport
     void noteUnread(std::optional<std::uint64_t> changes);
     // As they are now; never null.
     [[nodiscard]] Rules rules() const;
@@ -135,7 +129,7 @@ public:
     void takeReport(const ScanReport& report);
     // Raises or withdraws the alert that nothing is selected for backup.
     void checkSelection();
-    // The clock has moved: a pause may be over.
+    // The clock or the orders have moved: a pause may be over.
     void refresh();
 
     // What the verification has found out. None: it has never come to an end.
@@ -145,12 +139,8 @@ public:
     void setVerificationProgress(std::optional<double> progress);
     // `files`: those that cannot be given back as they were last backed up.
     void setDamage(bool isAnyKnown, std::uint64_t files);
-    // Orders to verify everything are counted, as those to back up are: panes see one under way until that
-    // has ended, well or not, which began after the last order.
-    void orderVerification();
-    [[nodiscard]] std::uint64_t verificationOrders() const;
-    [[nodiscard]] bool isVerificationOrdered() const;
-    void takeVerificationsDone(std::uint64_t orders);
+    // Of everything.
+    [[nodiscard]] BackupOrders& verificationOrders() { return verificationOrders_; }
 
     // Panes are told what of it has changed.
     void setRestoreProgress(const RestoreProgress& progress);
@@ -197,8 +187,6 @@ private:
         std::optional<std::chrono::system_clock::time_point> date;
         std::string outcome;
         std::optional<double> progress;
-        std::uint64_t orders = 0;
-        std::uint64_t ordersDone = 0;
         bool isDamageKnown = false;
         std::uint64_t damagedFiles = 0;
     };
@@ -212,6 +200,8 @@ private:
     const SaveSettings save_;
     const Clock clock_;
     const std::shared_ptr<DaemonObservers> panes_ = std::make_shared<DaemonObservers>();
+    BackupOrders backupOrders_{[this] { refresh(); }};
+    BackupOrders verificationOrders_{[this] { refresh(); }};
     const std::shared_ptr<Alerts> alerts_ = std::make_shared<Alerts>(panes_, clock_);
 
     std::mutex looking_;       // for absent disks: what is seen last counts; taken before the next
@@ -233,9 +223,6 @@ private:
     std::uint32_t announcedState_ = 0;
     RestoreProgress restore_;
     VerificationStatus verification_;
-    std::uint64_t backupOrders_ = 0;
-    std::uint64_t ordersDone_ = 0;
-    std::uint64_t ordersTried_ = 0;
     std::optional<std::uint64_t> unreadAt_; // of `changes_`
 };
 

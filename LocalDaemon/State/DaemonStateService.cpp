@@ -64,7 +64,7 @@ std::uint32_t DaemonState::ownServiceState() const {
     conditions.isOverQuota = isOverQuota();
     if (!hasPlace())
         conditions.trouble = ServiceState::BadConfiguration;
-    else if (ordersTried_ == backupOrders_)
+    else if (backupOrders_.areTried())
         conditions.trouble = activity_.trouble;
     conditions.isNothingSelected = !selectsAnything(*rules_);
     conditions.isBackingUp = activity_.isRunning;

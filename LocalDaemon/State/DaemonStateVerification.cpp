@@ -26,26 +26,6 @@ void DaemonState::setDamage(bool isAnyKnown, std::uint64_t files) {
     announce();
 }
 
-void DaemonState::orderVerification() {
-    const std::scoped_lock guard(mutex_);
-    ++verification_.orders;
-}
-
-std::uint64_t DaemonState::verificationOrders() const {
-    const std::scoped_lock guard(mutex_);
-    return verification_.orders;
-}
-
-bool DaemonState::isVerificationOrdered() const {
-    const std::scoped_lock guard(mutex_);
-    return verification_.orders != verification_.ordersDone;
-}
-
-void DaemonState::takeVerificationsDone(std::uint64_t orders) {
-    const std::scoped_lock guard(mutex_);
-    verification_.ordersDone = orders;
-}
-
 void DaemonState::addExtensions(Dictionary& state) const {
     state.set(statekey::extensions, Array{extension::alerts, extension::verify});
     state.set(statekey::alerts, alerts_->dictionaries());
@@ -55,7 +35,7 @@ void DaemonState::addExtensions(Dictionary& state) const {
         state.set(statekey::lastVerifiedDate, dateForPanes(*verification_.date));
     if (!verification_.outcome.empty())
         state.set(statekey::lastVerification, verification_.outcome);
-    if (verification_.progress || verification_.orders != verification_.ordersDone)
+    if (verification_.progress || !verificationOrders_.areTried())
         state.set(statekey::verificationProgress, verification_.progress.value_or(0));
 }
 

@@ -82,9 +82,9 @@ TEST_F(State, SaysTheFirstReasonThatHoldsAndKeepsOneThatIsSetUntilItsOwnIsAnothe
     EXPECT_EQ(told->states.size(), 8U);
     state.overrideServiceState(0);
     state.setActivity({false, false, ServiceState::NoServer, {}, {}});
-    state.orderBackup(); // which finds out anew
+    state.backupOrders().add(); // which finds out anew
     EXPECT_EQ(state.serviceState(), 5U);
-    state.takeOrdersTried(1);
+    state.backupOrders().noteTried(1);
     EXPECT_EQ(state.serviceState(), 19U);
 }
 
