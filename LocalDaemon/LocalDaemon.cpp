@@ -130,6 +130,7 @@ void LocalDaemon::stop() {
     scan_.reset();
     server_.reset();
     nodes_.reset();
+    disks_.reset();
     state_.reset();
     tree_.reset();
     settingsLock_ = {};
@@ -161,23 +162,20 @@ std::string LocalDaemon::makeWorld() {
         state_->alerts()->raise(*loading.alert);
     state_->checkSelection();
     mounts_ = mountsInSelection();
-    state_->noteDisks(*volumes_);
-    state_->lookForAbsentDisks(*options_.fileSystem);
+    disks_ = std::make_shared<KnownDisks>(state_, options_.fileSystem);
+    disks_->note(*volumes_);
+    disks_->lookForAbsent();
     tree_ = std::make_shared<FolderTree>();
-    nodes_ = std::make_shared<NodeAnswers>(state_, options_.fileSystem, tree_);
-    BackupRunner::Options backup = options_.backup;
-    backup.lookForDisks = [state = state_, fileSystem = options_.fileSystem] {
-        state->lookForAbsentDisks(*fileSystem);
-        return mountsOfSelection(*state->rules(), *fileSystem);
-    };
+    nodes_ = std::make_shared<NodeAnswers>(state_, disks_, options_.fileSystem, tree_);
     Verification::Options verification = options_.verification;
     verification.path = indexPathFor(options_.indexPath, configuration) + ".verification";
     const auto verifier = std::make_shared<Verification>(state_, keeper_, verification);
     state_->setIndex(keeper_->index(), {}); // with what is known to be damaged
-    runner_ = std::make_shared<BackupRunner>(state_, keeper_, verifier, backup);
+    runner_ = std::make_shared<BackupRunner>(state_, disks_, keeper_, verifier, options_.backup);
     makeRestores();
     const DaemonTarget::World world{state_,
-                                    options_.fileSystem,
+                                    disks_,
+                                    std::make_shared<RuleCommands>(state_, disks_, options_.fileSystem),
                                     nodes_,
                                     runner_,
                                     terminate_,
@@ -188,9 +186,7 @@ std::string LocalDaemon::makeWorld() {
         world.state->addPane(pane);
         return std::make_shared<DaemonTarget>(world, pane);
     };
-    const auto volumes = [state = state_, fileSystem = options_.fileSystem] {
-        return state->volumes(*fileSystem);
-    };
+    const auto volumes = [disks = disks_] { return disks->volumes(); };
     server_ =
         std::make_shared<PaneServer>(loop_, makeTarget, PaneServer::Options{volumes, options_.sendTimeout});
     return {};
@@ -208,8 +204,8 @@ std::shared_ptr<const AlertActions> LocalDaemon::makeAlertActions() const {
     using DiskDecision = AwayDisk::Decision;
     for (const auto& [verb, decision] :
          {std::pair(keepDiskVerb, DiskDecision::Keep), std::pair(forgetDiskVerb, DiskDecision::Forget)})
-        actions->add(verb, [state = state_, decision = decision](const std::string& disk) {
-            return state->decideAwayDisk(disk, decision);
+        actions->add(verb, [disks = disks_, decision = decision](const std::string& disk) {
+            return disks->decide(disk, decision);
         });
     actions->add("store-again", [runner = runner_](const std::string&) {
         runner->storeAgain();
@@ -251,9 +247,7 @@ void LocalDaemon::makeRestores() {
         state->alerts()->withdraw(unkeptAlert);
         state->endRestore(failures);
     };
-    options.refusal = [state = state_, fileSystem = options_.fileSystem](const std::string& target) {
-        return state->refusalFor(target, *fileSystem);
-    };
+    options.refusal = [disks = disks_](const std::string& target) { return disks->refusalFor(target); };
     options.onWait = [alerts = state_->alerts()](const std::string& reason) {
         if (reason.empty())
             return alerts->withdraw(restorestatus::waitAlert);
@@ -273,14 +267,14 @@ void LocalDaemon::makeRestores() {
 void LocalDaemon::refresh() {
     state_->refresh();
     keeper_->noteClock();
-    state_->lookForAbsentDisks(*options_.fileSystem);
+    disks_->lookForAbsent();
     // What is mounted over a watched folder is not told as a change of it.
     const auto volumes = options_.fileSystem->volumes();
     const std::vector<std::string> mounts = mountsInSelection();
     const bool haveSameMounts = std::exchange(mounts_, mounts) == mounts;
     if (haveSamePlaces(*std::exchange(volumes_, volumes), *volumes) && haveSameMounts)
         return;
-    state_->noteDisks(*volumes);
+    disks_->note(*volumes);
     scan_->lookAtEverything();
 }
 

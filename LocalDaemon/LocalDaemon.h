@@ -7,7 +7,7 @@
 #include "LocalDaemon/Panes/PaneServer.h"
 #include "LocalDaemon/Restore/RestoreQueue.h"
 #include "LocalDaemon/Scan/FolderScan.h"
-#include "LocalDaemon/State/DaemonState.h"
+#include "LocalDaemon/State/KnownDisks.h"
 #include "LocalDaemon/State/SettingsStore.h"
 #include "Platform/FileDescriptor.h"
 #include "Platform/SocketClaim.h"
@@ -77,6 +77,7 @@ private:
     std::optional<SocketClaim> claim_;
     FileDescriptor settingsLock_;
     std::shared_ptr<DaemonState> state_;
+    std::shared_ptr<KnownDisks> disks_;
     std::shared_ptr<FolderTree> tree_;
     std::shared_ptr<const Restic> restic_;
     std::shared_ptr<IndexKeeper> keeper_;

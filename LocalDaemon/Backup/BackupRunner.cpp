@@ -23,9 +23,11 @@ std::optional<std::chrono::system_clock::duration> ageOfLastBackup(const BackupI
 
 } // namespace
 
-BackupRunner::BackupRunner(std::shared_ptr<DaemonState> state, std::shared_ptr<IndexKeeper> keeper,
-                           std::shared_ptr<Verification> verification, const Options& options)
+BackupRunner::BackupRunner(std::shared_ptr<DaemonState> state, std::shared_ptr<KnownDisks> disks,
+                           std::shared_ptr<IndexKeeper> keeper, std::shared_ptr<Verification> verification,
+                           const Options& options)
     : state_(std::move(state)),
+      disks_(std::move(disks)),
       keeper_(std::move(keeper)),
       verification_(std::move(verification)),
       options_(options),

@@ -5,7 +5,7 @@
 #include "LocalDaemon/Backup/BackupSchedule.h"
 #include "LocalDaemon/Backup/Verification.h"
 #include "LocalDaemon/Index/IndexKeeper.h"
-#include "LocalDaemon/State/DaemonState.h"
+#include "LocalDaemon/State/KnownDisks.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -35,13 +35,11 @@ public:
         std::chrono::milliseconds patienceWithRetries = std::chrono::minutes(5);
         // Bytes of a file that takes so long to read that everything else is backed up before it.
         std::uint64_t largeFile = std::uint64_t{64} << 30U;
-        // Has the state find out which disks are away; before and after each backup. Returns those that hold
-        // what is to be backed up.
-        std::function<Mounts()> lookForDisks = [] { return Mounts(); };
     };
 
-    BackupRunner(std::shared_ptr<DaemonState> state, std::shared_ptr<IndexKeeper> keeper,
-                 std::shared_ptr<Verification> verification, const Options& options);
+    BackupRunner(std::shared_ptr<DaemonState> state, std::shared_ptr<KnownDisks> disks,
+                 std::shared_ptr<IndexKeeper> keeper, std::shared_ptr<Verification> verification,
+                 const Options& options);
     ~BackupRunner();
     BackupRunner(const BackupRunner&) = delete;
     BackupRunner& operator=(const BackupRunner&) = delete;
@@ -122,6 +120,7 @@ private:
     void reportUnread(const std::vector<std::string>& paths);
 
     const std::shared_ptr<DaemonState> state_;
+    const std::shared_ptr<KnownDisks> disks_;
     const std::shared_ptr<IndexKeeper> keeper_;
     const std::shared_ptr<Verification> verification_;
     const Options options_;

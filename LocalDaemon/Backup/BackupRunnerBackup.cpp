@@ -157,7 +157,7 @@ void BackupRunner::reportLarge(const std::vector<std::string>& paths) const {
 }
 
 ResticOutcome BackupRunner::backUp(const Part& part, const StopSignal& stop) {
-    Before before{state_->backupNeed().changes, options_.lookForDisks(), state_->absentInBackup()};
+    Before before{state_->backupNeed().changes, disks_->lookForMounts(), disks_->absentInBackup()};
     BackupRun::Wanted wanted;
     wanted.targets = backupTargets(*state_->rules(), part.path, stop.flag());
     wanted.leftOut = part.leftOut;
@@ -200,8 +200,8 @@ ResticOutcome BackupRunner::takeMade(const Part& part, Before before, IndexKeepe
     const bool areMore =
         std::max(result.unread.size(), result.gone.size()) >= BackupRun::mostUnread; // perhaps
     noteUnread(std::move(result.unread), !part.isWhole(), before.changes);
-    const bool haveSameDisks = options_.lookForDisks() == before.mounts; // one may have gone meanwhile
-    before.absent.merge(state_->absentInBackup());
+    const bool haveSameDisks = disks_->lookForMounts() == before.mounts; // one may have gone meanwhile
+    before.absent.merge(disks_->absentInBackup());
     complete(made, before.absent, part.path == everything && haveSameDisks && !areMore);
     // It may have been renamed, to where restic had been already. The next snapshot tells.
     if (!made.isPartial || !made.lacks.empty())
@@ -211,7 +211,7 @@ ResticOutcome BackupRunner::takeMade(const Part& part, Before before, IndexKeepe
         return outcome;
     noteIndexCurrent();
     if (part.isWhole() && haveSameDisks)
-        state_->noteMounts(before.mounts, !made.isPartial);
+        disks_->noteMounts(before.mounts, !made.isPartial);
     return outcome;
 }
 

@@ -192,7 +192,7 @@ Value DaemonTarget::dictionaryForPathWithDirSizes(const Value& path, bool withDi
 }
 
 void DaemonTarget::setPriorityBackup(const Value& path) {
-    const auto real = entrance().pathWithoutLinks(path.stringValue());
+    const auto real = world_.disks->entrance().pathWithoutLinks(path.stringValue());
     if (!real)
         return KelvaneSystemLog("What makes no sense is not backed up first: %@", path);
     world_.state->backupOrders().add();
@@ -210,7 +210,7 @@ std::uint32_t DaemonTarget::restoreFile(const Value& source, const Value& destin
     if (world_.state->configuration().repository.location.empty())
         return world_.restores->refuse(
             formatText("%@ cannot be restored: the backup does not know where it is.", source));
-    PathEntrance entrance = this->entrance();
+    PathEntrance entrance = world_.disks->entrance();
     std::optional<std::string> from = entrance.realPath(source.stringValue());
     const std::optional<std::string> to = entrance.pathWithoutLinks(destination.stringValue());
     if (!from || !to)
@@ -219,10 +219,6 @@ std::uint32_t DaemonTarget::restoreFile(const Value& source, const Value& destin
     if (!world_.state->index()->find(*from))
         from = entrance.pathWithoutLinks(source.stringValue());
     return world_.restores->add({0, version, priority, *from, *to});
-}
-
-PathEntrance DaemonTarget::entrance() const {
-    return PathEntrance(world_.state->volumes(*world_.fileSystem));
 }
 
 void DaemonTarget::setFlag(bool Settings::*flag, bool on) {

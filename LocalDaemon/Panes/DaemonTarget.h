@@ -7,8 +7,7 @@
 #include "LocalDaemon/Panes/NodeAnswers.h"
 #include "LocalDaemon/Panes/RuleCommands.h"
 #include "LocalDaemon/Restore/RestoreQueue.h"
-#include "LocalDaemon/Rules/PathEntrance.h"
-#include "LocalDaemon/State/DaemonState.h"
+#include "LocalDaemon/State/KnownDisks.h"
 
 #include <functional>
 #include <memory>
@@ -25,7 +24,8 @@ public:
     // What all panes of a daemon share. `terminate` is called on a receive thread and returns at once.
     struct World {
         std::shared_ptr<DaemonState> state;
-        std::shared_ptr<const FileSystem> fileSystem;
+        std::shared_ptr<const KnownDisks> disks;
+        std::shared_ptr<const RuleCommands> rules;
         std::shared_ptr<const NodeAnswers> nodes;
         std::shared_ptr<BackupRunner> runner;
         std::function<void()> terminate;
@@ -99,15 +99,13 @@ public:
     Value backupColorsForFiles(const Value& paths) { return world_.nodes->colors(paths); }
     Value excludedFiles(const Value& path) { return world_.nodes->excludedFiles(path); }
     Value policyExcludeList() { return world_.nodes->policy(); }
-    std::uint32_t excludeFileFromBackup(const Value& path) {
-        return excludeFile(*world_.state, *world_.fileSystem, path);
+    std::uint32_t excludeFileFromBackup(const Value& path) { return world_.rules->exclude(path); }
+    std::uint32_t unexcludeFileFromBackup(const Value& path) { return world_.rules->unexclude(path); }
+    void addFileToBackup(const Value& path) { world_.rules->mark(Array{path}, PathRules::Mark::Added); }
+    void addFilesToBackup(const Value& paths) { world_.rules->mark(paths.array(), PathRules::Mark::Added); }
+    void removeFileFromBackup(const Value& path) {
+        world_.rules->mark(Array{path}, PathRules::Mark::Removed);
     }
-    std::uint32_t unexcludeFileFromBackup(const Value& path) {
-        return unexcludeFile(*world_.state, *world_.fileSystem, path);
-    }
-    void addFileToBackup(const Value& path) { mark(Array{path}, PathRules::Mark::Added); }
-    void addFilesToBackup(const Value& paths) { mark(paths.array(), PathRules::Mark::Added); }
-    void removeFileFromBackup(const Value& path) { mark(Array{path}, PathRules::Mark::Removed); }
     // "/" asks for everything that is waiting.
     void setPriorityBackup(const Value& path);
 
@@ -121,12 +119,7 @@ public:
     void cancelAllRestoreJobs() { world_.restores->cancelAll(); }
 
 private:
-    // For one request, also to disks that are away.
-    [[nodiscard]] PathEntrance entrance() const;
     void setFlag(bool Settings::*flag, bool on);
-    void mark(const Array& paths, PathRules::Mark mark) {
-        markFiles(*world_.state, *world_.fileSystem, paths, mark);
-    }
     // Logs what cannot be done, and answers a code that is not 0, which would say that it is done.
     static std::uint32_t refuse(std::string_view selector, const Value& argument);
 

@@ -39,7 +39,7 @@ public:
           tree_(*answers.tree_),
           rules_(state_.rules()),
           index_(state_.index()),
-          entrance_(state_.volumes(fileSystem_)) {}
+          entrance_(answers.disks_->entrance()) {}
 
     struct File {
         std::string path;          // real, without links
@@ -289,7 +289,7 @@ Value NodeAnswers::excludedFiles(const Value& path) const {
 }
 
 Value NodeAnswers::policy() const {
-    const auto volumes = state_->volumes(*fileSystem_);
+    const auto volumes = disks_->volumes();
     Array patterns;
     const auto rules = state_->rules();
     for (const std::string& pattern : rules->policy)

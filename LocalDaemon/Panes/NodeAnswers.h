@@ -1,9 +1,8 @@
 #pragma once
 
 #include "Foundation/Value.h"
-#include "LocalDaemon/Rules/PathEntrance.h"
 #include "LocalDaemon/Scan/FolderTree.h"
-#include "LocalDaemon/State/DaemonState.h"
+#include "LocalDaemon/State/KnownDisks.h"
 
 #include <atomic>
 #include <memory>
@@ -21,9 +20,12 @@ namespace kelvane {
 class NodeAnswers {
 public:
     // `tree` is what the scan has found.
-    NodeAnswers(std::shared_ptr<const DaemonState> state, std::shared_ptr<const FileSystem> fileSystem,
-                std::shared_ptr<const FolderTree> tree)
-        : state_(std::move(state)), fileSystem_(std::move(fileSystem)), tree_(std::move(tree)) {}
+    NodeAnswers(std::shared_ptr<const DaemonState> state, std::shared_ptr<const KnownDisks> disks,
+                std::shared_ptr<const FileSystem> fileSystem, std::shared_ptr<const FolderTree> tree)
+        : state_(std::move(state)),
+          disks_(std::move(disks)),
+          fileSystem_(std::move(fileSystem)),
+          tree_(std::move(tree)) {}
 
     enum class FolderSizes {
         Own,      // what the folder itself takes, as the disk says
@@ -48,6 +50,7 @@ private:
     [[nodiscard]] Value childrenOfFolder(const Value& path) const;
 
     const std::shared_ptr<const DaemonState> state_;
+    const std::shared_ptr<const KnownDisks> disks_;
     const std::shared_ptr<const FileSystem> fileSystem_;
     const std::shared_ptr<const FolderTree> tree_;
     std::atomic<bool> stopping_{false};

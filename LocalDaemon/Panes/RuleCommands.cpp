@@ -1,12 +1,12 @@
 #include "LocalDaemon/Panes/RuleCommands.h"
 
 #include "Foundation/Format.h"
-#include "LocalDaemon/Rules/PathEntrance.h"
 #include "Support/Logging.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <functional>
+#include <utility>
+#include <vector>
 
 namespace kelvane {
 namespace {
@@ -17,10 +17,72 @@ bool isMountPoint(const Volumes& volumes, const std::string& path) {
     return std::ranges::find(volumes.all(), path, &Volume::mountPoint) != volumes.all().end();
 }
 
+} // namespace
+
+RuleCommands::RuleCommands(std::shared_ptr<DaemonState> state, std::shared_ptr<const KnownDisks> disks,
+                           std::shared_ptr<const FileSystem> fileSystem)
+    : state_(std::move(state)), disks_(std::move(disks)), fileSystem_(std::move(fileSystem)) {}
+
+std::uint32_t RuleCommands::exclude(const Value& path) const {
+    PathEntrance entrance = disks_->entrance();
+    const auto real = entrance.pathWithoutLinks(path.stringValue());
+    if (!real || isMountPoint(entrance.volumes(), *real))
+        return EINVAL;
+    if (!fileSystem_->attributes(*real))
+        return ENOENT;
+    return change([&](PathRules& rules) {
+        rules.exclusions.insert(*real);
+        return 0U;
+    });
+}
+
+std::uint32_t RuleCommands::unexclude(const Value& path) const {
+    PathEntrance entrance = disks_->entrance();
+    const auto named = entrance.realPath(path.stringValue());
+    const auto real = entrance.pathWithoutLinks(path.stringValue());
+    if (!named || !real)
+        return EINVAL;
+    // A folder on the way may have become a link since.
+    return change([&](PathRules& rules) {
+        return rules.exclusions.erase(*named) + rules.exclusions.erase(*real) > 0 ? 0U
+                                                                                  : std::uint32_t{ENOENT};
+    });
+}
+
+void RuleCommands::mark(const Array& paths, PathRules::Mark mark) const {
+    const std::uint32_t error = errorOfMarking(paths, mark);
+    if (error == 0)
+        return state_->alerts()->withdraw(refusedAlert);
+    const std::string reason = errorText(static_cast<int>(error));
+    KelvaneSystemLog("What is backed up stays as it is (%@): %@", reason, Value(paths));
+    // The call has no answer that could say so.
+    if (error == ENOSPC)
+        state_->alerts()->raise({refusedAlert, "error", "What is backed up stays as it is.",
+                                 "There are too many rules to keep one more. Remove some of them first."});
+}
+
+std::uint32_t RuleCommands::errorOfMarking(const Array& paths, PathRules::Mark mark) const {
+    PathEntrance entrance = disks_->entrance();
+    std::vector<std::string> real;
+    for (const Value& path : paths) {
+        const auto at = entrance.pathWithoutLinks(path.stringValue());
+        if (!at)
+            return EINVAL;
+        if (mark == PathRules::Mark::Added && !fileSystem_->attributes(*at))
+            return ENOENT;
+        real.push_back(*at);
+    }
+    return change([&](PathRules& rules) {
+        for (const std::string& path : real)
+            rules.mark(path, mark);
+        return 0U;
+    });
+}
+
 // ENOSPC, and nothing has changed, when the rules would become too large.
-std::uint32_t changePaths(DaemonState& state, const std::function<std::uint32_t(PathRules&)>& change) {
+std::uint32_t RuleCommands::change(const std::function<std::uint32_t(PathRules&)>& change) const {
     std::uint32_t error = 0;
-    state.changeSettings([&](Settings& settings) {
+    state_->changeSettings([&](Settings& settings) {
         PathRules paths = settings.paths;
         error = change(paths);
         if (error == 0 && isTooLarge(paths) && paths.size() > settings.paths.size())
@@ -29,53 +91,6 @@ std::uint32_t changePaths(DaemonState& state, const std::function<std::uint32_t(
             settings.paths = std::move(paths);
     });
     return error;
-}
-
-std::uint32_t errorOfMarking(DaemonState& state, const FileSystem& fileSystem, const Array& paths,
-                             PathRules::Mark mark) {
-    PathEntrance entrance(state.volumes(fileSystem));
-    std::vector<std::string> real;
-    for (const Value& path : paths) {
-        const auto at = entrance.pathWithoutLinks(path.stringValue());
-        if (!at)
-            return EINVAL;
-        if (mark == PathRules::Mark::Added && !fileSystem.attributes(*at))
-            return ENOENT;
-        real.push_back(*at);
-    }
-    return changePaths(state, [&](PathRules& rules) {
-        for (const std::string& path : real)
-            rules.mark(path, mark);
-        return 0U;
-    });
-}
-
-} // namespace
-
-std::uint32_t excludeFile(DaemonState& state, const FileSystem& fileSystem, const Value& path) {
-    PathEntrance entrance(state.volumes(fileSystem));
-    const auto real = entrance.pathWithoutLinks(path.stringValue());
-    if (!real || isMountPoint(entrance.volumes(), *real))
-        return EINVAL;
-    if (!fileSystem.attributes(*real))
-        return ENOENT;
-    return changePaths(state, [&](PathRules& rules) {
-        rules.exclusions.insert(*real);
-        return 0U;
-    });
-}
-
-std::uint32_t unexcludeFile(DaemonState& state, const FileSystem& fileSystem, const Value& path) {
-    PathEntrance entrance(state.volumes(fileSystem));
-    const auto named = entrance.realPath(path.stringValue());
-    const auto real = entrance.pathWithoutLinks(path.stringValue());
-    if (!named || !real)
-        return EINVAL;
-    // A folder on the way may have become a link since.
-    return changePaths(state, [&](PathRules& rules) {
-        return rules.exclusions.erase(*named) + rules.exclusions.erase(*real) > 0 ? 0U
-                                                                                  : std::uint32_t{ENOENT};
-    });
 }
 
 void setAutomaticMode(DaemonState& state, bool isAutomatic) {
@@ -87,18 +102,6 @@ void setAutomaticMode(DaemonState& state, bool isAutomatic) {
         }
         settings.automaticMode = isAutomatic;
     });
-}
-
-void markFiles(DaemonState& state, const FileSystem& fileSystem, const Array& paths, PathRules::Mark mark) {
-    const std::uint32_t error = errorOfMarking(state, fileSystem, paths, mark);
-    if (error == 0)
-        return state.alerts()->withdraw(refusedAlert);
-    const std::string reason = errorText(static_cast<int>(error));
-    KelvaneSystemLog("What is backed up stays as it is (%@): %@", reason, Value(paths));
-    // The call has no answer that could say so.
-    if (error == ENOSPC)
-        state.alerts()->raise({refusedAlert, "error", "What is backed up stays as it is.",
-                               "There are too many rules to keep one more. Remove some of them first."});
 }
 
 } // namespace kelvane

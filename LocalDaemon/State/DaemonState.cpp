@@ -43,8 +43,8 @@ DaemonState::DaemonState(Configuration configuration, Settings settings, Index i
     announcedState_ = currentServiceState(); // of what all the others are
     if (index_->repositoryId().empty())
         return;
-    std::erase_if(settings_.disks, [&](const std::string& point) { return !isInBackup(point); });
-    std::erase_if(settings_.mounts, [&](const auto& mount) { return !isInBackup(mount.first); });
+    std::erase_if(settings_.disks, [&](const std::string& point) { return !isInBackup(*index_, point); });
+    std::erase_if(settings_.mounts, [&](const auto& mount) { return !isInBackup(*index_, mount.first); });
 }
 
 void DaemonState::setRulesListener(RulesListener listener) {
@@ -135,6 +135,17 @@ void DaemonState::changeSettings(const std::function<void(Settings&)>& change) {
     KelvaneSystemLog("The settings cannot be saved: %@", failure);
     alerts_->raise({settingsAlert, "error", "Your settings could not be saved.",
                     "They are in use, but will be lost when the backup daemon ends. " + failure});
+}
+
+void DaemonState::setAbsences(const Absences& away) {
+    const std::scoped_lock guard(mutex_);
+    if (std::exchange(away_, away) != away && takeOtherRules())
+        announce();
+}
+
+Absences DaemonState::absences() const {
+    const std::scoped_lock guard(mutex_);
+    return currentAbsences();
 }
 
 Value DaemonState::stateDictionary() const {
@@ -229,6 +240,15 @@ void DaemonState::refresh() {
     announce();
 }
 
+Absences DaemonState::currentAbsences() const {
+    Absences absences = away_;
+    std::erase_if(absences, [&](const auto& each) {
+        const auto known = settings_.awayDisks.find(each.first);
+        return known != settings_.awayDisks.end() && known->second.decision == AwayDisk::Decision::Forget;
+    });
+    return absences;
+}
+
 std::int64_t DaemonState::now() const {
     return std::chrono::floor<std::chrono::seconds>(clock_()).time_since_epoch().count();
 }
@@ -276,7 +296,7 @@ DaemonState::Rules DaemonState::currentRules() const {
                                                                  configuration_.policy, settings_.paths,
                                                                  configuration_.volumes});
     rules->ownFiles = configuration_.ownFiles;
-    rules->absentDisks = pathsOfAbsences(absences(), settings_, *rules);
+    rules->absentDisks = pathsOfAbsences(currentAbsences(), settings_, *rules);
     return rules;
 }
 

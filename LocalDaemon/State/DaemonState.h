@@ -13,8 +13,6 @@
 #include "LocalDaemon/State/DaemonObserver.h"
 #include "LocalDaemon/State/ServiceState.h"
 #include "LocalDaemon/State/Settings.h"
-#include "Platform/FileSystem.h"
-#include "Platform/Volumes.h"
 
 #include <chrono>
 #include <cstdint>
@@ -64,6 +62,7 @@ public:
     void setNeedListener(NeedListener listener);
 
     [[nodiscard]] const Configuration& configuration() const { return configuration_; }
+    [[nodiscard]] std::int64_t now() const; // seconds since 1970
     [[nodiscard]] const std::shared_ptr<Alerts>& alerts() const { return alerts_; }
     // What is backed up.
     [[nodiscard]] Index index() const;
@@ -87,30 +86,19 @@ public:
     // As they are now; never null.
     [[nodiscard]] Rules rules() const;
     [[nodiscard]] Settings settings() const;
+    // One of them.
+    template <class T>
+    [[nodiscard]] T setting(T Settings::*which) const {
+        const std::scoped_lock guard(mutex_);
+        return settings_.*which;
+    }
     // Saved when it returns, if anything has changed. A failure to save is logged and raised as an alert.
     void changeSettings(const std::function<void(Settings&)>& change);
 
-    // Remembers the disks that are mounted. At the next start those that have nothing in the backup by then
-    // are forgotten.
-    void noteDisks(const Volumes& mounted);
-    // Those that are mounted, and the disks that are away and have something in the backup: what was on them
-    // can be looked at and restored. Never null.
-    [[nodiscard]] std::shared_ptr<const Volumes> volumes(const FileSystem& fileSystem) const;
-
-    // Finds out where what was backed up is away with its disk. Unless a person has given it up, nothing is
-    // backed up from there, nothing counts as deleted, and an alert says so. Blocks on the disk, without the
-    // mutex.
-    void lookForAbsentDisks(const FileSystem& fileSystem);
-    // Remembers the file systems from which a backup was made; `areAllKnown`: it has all
-    // that is selected, and others are forgotten.
-    void noteMounts(const Mounts& mounts, bool areAllKnown);
-    // Returns why it cannot be decided, for people; empty when it is. `name` is the alert's argument.
-    [[nodiscard]] std::string decideAwayDisk(const std::string& name, AwayDisk::Decision decision);
-    // Why nothing can be restored to the path now, for people: it belongs on a disk that is away. Empty: it
-    // can. Finds out which are away, as above.
-    [[nodiscard]] std::string refusalFor(const std::string& path, const FileSystem& fileSystem);
-    // With files in the backup.
-    [[nodiscard]] std::set<std::string, std::less<>> absentInBackup() const;
+    // What is away with its disk, also what a person has given up.
+    void setAbsences(const Absences& away);
+    // Less what a person has given up. Nothing is backed up from there, and nothing counts as deleted.
+    [[nodiscard]] Absences absences() const;
 
     // Rounded up, so that 0 says that nothing is paused.
     [[nodiscard]] std::uint32_t pausedMinutes() const;
@@ -139,7 +127,7 @@ public:
     void setVerificationProgress(std::optional<double> progress);
     // `files`: those that cannot be given back as they were last backed up.
     void setDamage(bool isAnyKnown, std::uint64_t files);
-    // Of everything.
+    // To verify everything. Panes see one under way until it has been tried.
     [[nodiscard]] BackupOrders& verificationOrders() { return verificationOrders_; }
 
     // Panes are told what of it has changed.
@@ -156,14 +144,12 @@ public:
 
 private:
     // With the mutex held.
-    [[nodiscard]] std::int64_t now() const;
     [[nodiscard]] bool hasPlace() const { return !configuration_.repository.location.empty(); }
     [[nodiscard]] bool isPaused() const;
     [[nodiscard]] bool isOverQuota() const;
     [[nodiscard]] FileTotals currentlyFound() const { return scan_ ? scan_->totals : FileTotals(); }
     [[nodiscard]] BackupTotals currentTotals() const;
-    [[nodiscard]] bool isInBackup(const std::string& path) const;
-    [[nodiscard]] Absences absences() const;
+    [[nodiscard]] Absences currentAbsences() const;
     [[nodiscard]] bool isWaiting() const;
     [[nodiscard]] bool isLooking() const;
     [[nodiscard]] bool needsBackup() const;
@@ -178,8 +164,6 @@ private:
     void announceFiles(const std::vector<std::string>& paths) const;
     void announce();
     void tellOfRestore(DaemonObserver& pane) const;
-    // Without the mutex.
-    void reportAwayDisks();
 
     void addExtensions(Dictionary& state) const;
 
@@ -204,7 +188,6 @@ private:
     BackupOrders verificationOrders_{[this] { refresh(); }};
     const std::shared_ptr<Alerts> alerts_ = std::make_shared<Alerts>(panes_, clock_);
 
-    std::mutex looking_;       // for absent disks: what is seen last counts; taken before the next
     mutable std::mutex mutex_; // guards what follows
     RulesListener rulesListener_;
     NeedListener needListener_;

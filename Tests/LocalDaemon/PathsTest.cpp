@@ -152,7 +152,9 @@ TEST(NodeAnswers, ShowWhatTheIndexHasAndStayInTheFileSystemOfTheRule) {
     const auto state = std::make_shared<DaemonState>(
         Configuration{"", "", 1, 0, "/", {}}, settings, index,
         [](const Settings&, std::uint64_t) { return std::string(); }, std::chrono::system_clock::now);
-    const NodeAnswers answers(state, std::make_shared<LocalFileSystem>(), std::make_shared<FolderTree>());
+    const auto fileSystem = std::make_shared<LocalFileSystem>();
+    const NodeAnswers answers(state, std::make_shared<KnownDisks>(state, fileSystem), fileSystem,
+                              std::make_shared<FolderTree>());
     EXPECT_EQ(answers.colors(Array{"/etc", "/usr", "/proc", "/gone", "/etc/gone?"}), (Array{2, 3, 1, 5, 5}));
     const Value node = answers.node("/etc", NodeAnswers::FolderSizes::Own);
     EXPECT_EQ(node["backupDate"], Date{5}); // when it was last whole
