@@ -173,17 +173,18 @@ std::string LocalDaemon::makeWorld() {
     state_->setIndex(keeper_->index(), {}); // with what is known to be damaged
     runner_ = std::make_shared<BackupRunner>(state_, disks_, keeper_, verifier, options_.backup);
     makeRestores();
-    const DaemonTarget::World world{state_,
-                                    disks_,
-                                    std::make_shared<RuleCommands>(state_, disks_, options_.fileSystem),
-                                    nodes_,
-                                    runner_,
-                                    terminate_,
-                                    restores_,
-                                    options_.showRestoreWizard,
-                                    makeAlertActions()};
+    const auto world = std::make_shared<const DaemonTarget::World>(
+        DaemonTarget::World{.state = state_,
+                            .disks = disks_,
+                            .rules = std::make_shared<RuleCommands>(state_, disks_, options_.fileSystem),
+                            .nodes = nodes_,
+                            .runner = runner_,
+                            .terminate = terminate_,
+                            .restores = restores_,
+                            .showRestoreWizard = options_.showRestoreWizard,
+                            .alertActions = makeAlertActions()});
     const auto makeTarget = [world](const std::shared_ptr<CallbackQueue>& pane) {
-        world.state->addPane(pane);
+        world->state->addPane(pane);
         return std::make_shared<DaemonTarget>(world, pane);
     };
     const auto volumes = [disks = disks_] { return disks->volumes(); };

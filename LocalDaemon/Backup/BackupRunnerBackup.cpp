@@ -247,7 +247,7 @@ void BackupRunner::describe(BackupRun::Wanted& wanted, const BackupIndex& index,
     wanted.unchanged = part.path != everything
                            ? found
                            : FileTotals{found.count - waiting.count, found.bytes - waiting.bytes};
-    wanted.hasLowerPriority = state_->settings().lowerPriorityMode;
+    wanted.hasLowerPriority = state_->setting(&Settings::lowerPriorityMode);
     wanted.patience = options_.patience;
     wanted.patienceWithRetries = options_.patienceWithRetries;
 }

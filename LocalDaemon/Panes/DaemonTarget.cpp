@@ -105,44 +105,44 @@ void DaemonTarget::invoke(Invocation& invocation) {
 }
 
 Value DaemonTarget::stringForState(std::uint32_t code) {
-    return code == restoreprogress::currentFile ? textFromPath(world_.state->restoreProgress().file)
+    return code == restoreprogress::currentFile ? textFromPath(world_->state->restoreProgress().file)
                                                 : serviceStateText(code);
 }
 
 std::uint64_t DaemonTarget::longlongForState(std::uint32_t code) {
-    return code == restoreprogress::currentFileSize ? world_.state->restoreProgress().fileSize : 0;
+    return code == restoreprogress::currentFileSize ? world_->state->restoreProgress().fileSize : 0;
 }
 
 std::int64_t DaemonTarget::longForState(std::uint32_t code) {
     return code == restoreprogress::pendingCount
-               ? static_cast<std::int64_t>(world_.state->restoreProgress().pending)
+               ? static_cast<std::int64_t>(world_->state->restoreProgress().pending)
                : 0;
 }
 
 Value DaemonTarget::backedupStateString() {
-    return textOf(world_.state->totals().backedUp, "in the backup");
+    return textOf(world_->state->totals().backedUp, "in the backup");
 }
 
 Value DaemonTarget::liveStateString() {
-    return textOf(world_.state->found(), "on this computer");
+    return textOf(world_->state->found(), "on this computer");
 }
 
 void DaemonTarget::setBackupControl(std::uint32_t flags) {
-    world_.state->changeSettings([flags](Settings& settings) { settings.backupControlFlags = flags; });
+    world_->state->changeSettings([flags](Settings& settings) { settings.backupControlFlags = flags; });
 }
 
 Value DaemonTarget::dismissAlert(const Value& id) {
-    return world_.alertActions->perform(std::string(dismissAction), id.stringValue());
+    return world_->alertActions->perform(std::string(dismissAction), id.stringValue());
 }
 
 Value DaemonTarget::performAlertAction(const Value& action, const Value& ofAlert) {
-    return world_.alertActions->perform(action.stringValue(), ofAlert.stringValue());
+    return world_->alertActions->perform(action.stringValue(), ofAlert.stringValue());
 }
 
 Value DaemonTarget::verify() {
-    if (!world_.state->backupNeed().mayRead)
+    if (!world_->state->backupNeed().mayRead)
         return "The backup is paused, disabled or not configured.";
-    world_.runner->verifyNow();
+    world_->runner->verifyNow();
     return "";
 }
 
@@ -156,29 +156,29 @@ Value DaemonTarget::mappedUserAsString(const Value& user) {
 
 Value DaemonTarget::stringValueForProfileKey(const Value& key) {
     if (const auto job = restorestatus::jobOfFailuresKey(key.stringValue()))
-        return world_.restores->failures(*job);
-    return world_.state->settings().profile[key.stringValue()].stringValue();
+        return world_->restores->failures(*job);
+    return world_->state->setting(&Settings::profile)[key.stringValue()].stringValue();
 }
 
 void DaemonTarget::setValueForProfileKey(const Value& key, const Value& text) {
     if (!key.isString() || !text.isString())
         return KelvaneSystemLog("A profile value without a key or a text is ignored.");
     bool isTaken = false;
-    world_.state->changeSettings(
+    world_->state->changeSettings(
         [&](Settings& settings) { isTaken = setEntry(settings.profile, key.stringValue(), text); });
     if (!isTaken)
         KelvaneSystemLog("A profile value is ignored: it is too long, or there are too many.");
 }
 
 std::uint32_t DaemonTarget::getFileTypeToggle(const Value& fileType) {
-    return world_.state->settings().fileTypeToggles[fileType.stringValue()].uint32Value();
+    return world_->state->setting(&Settings::fileTypeToggles)[fileType.stringValue()].uint32Value();
 }
 
 void DaemonTarget::setFileTypeToggle(const Value& fileType, std::uint32_t toggle) {
     if (!fileType.isString())
         return KelvaneSystemLog("The toggle of a file type without a name is ignored.");
     bool isTaken = false;
-    world_.state->changeSettings([&](Settings& settings) {
+    world_->state->changeSettings([&](Settings& settings) {
         isTaken = setEntry(settings.fileTypeToggles, fileType.stringValue(), toggle);
     });
     if (!isTaken)
@@ -188,15 +188,15 @@ void DaemonTarget::setFileTypeToggle(const Value& fileType, std::uint32_t toggle
 
 Value DaemonTarget::dictionaryForPathWithDirSizes(const Value& path, bool withDirSizes) {
     using Sizes = NodeAnswers::FolderSizes;
-    return world_.nodes->node(path, withDirSizes ? Sizes::Contents : Sizes::Own);
+    return world_->nodes->node(path, withDirSizes ? Sizes::Contents : Sizes::Own);
 }
 
 void DaemonTarget::setPriorityBackup(const Value& path) {
-    const auto real = world_.disks->entrance().pathWithoutLinks(path.stringValue());
+    const auto real = world_->disks->entrance().pathWithoutLinks(path.stringValue());
     if (!real)
         return KelvaneSystemLog("What makes no sense is not backed up first: %@", path);
-    world_.state->backupOrders().add();
-    world_.runner->backUpNow(*real);
+    world_->state->backupOrders().add();
+    world_->runner->backUpNow(*real);
 }
 
 bool DaemonTarget::restoreWithChoices(const Value& choices) {
@@ -207,22 +207,22 @@ bool DaemonTarget::restoreWithChoices(const Value& choices) {
 // What stands in the backup at the path as it is typed goes before what stands there without links.
 std::uint32_t DaemonTarget::restoreFile(const Value& source, const Value& destination, std::uint32_t version,
                                         std::uint32_t priority) {
-    if (world_.state->configuration().repository.location.empty())
-        return world_.restores->refuse(
+    if (world_->state->configuration().repository.location.empty())
+        return world_->restores->refuse(
             formatText("%@ cannot be restored: the backup does not know where it is.", source));
-    PathEntrance entrance = world_.disks->entrance();
+    PathEntrance entrance = world_->disks->entrance();
     std::optional<std::string> from = entrance.realPath(source.stringValue());
     const std::optional<std::string> to = entrance.pathWithoutLinks(destination.stringValue());
     if (!from || !to)
-        return world_.restores->refuse(
+        return world_->restores->refuse(
             formatText("%@ cannot be restored to %@: there is no such path.", source, destination));
-    if (!world_.state->index()->find(*from))
+    if (!world_->state->index()->find(*from))
         from = entrance.pathWithoutLinks(source.stringValue());
-    return world_.restores->add({0, version, priority, *from, *to});
+    return world_->restores->add({0, version, priority, *from, *to});
 }
 
 void DaemonTarget::setFlag(bool Settings::*flag, bool on) {
-    world_.state->changeSettings([flag, on](Settings& settings) { settings.*flag = on; });
+    world_->state->changeSettings([flag, on](Settings& settings) { settings.*flag = on; });
 }
 
 std::uint32_t DaemonTarget::refuse(std::string_view selector, const Value& argument) {
