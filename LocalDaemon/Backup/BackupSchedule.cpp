@@ -15,7 +15,7 @@ constexpr std::chrono::hours forever{24};
 BackupSchedule::BackupSchedule(const Options& options, Clock::duration interval,
                                std::optional<Clock::duration> age, Time now)
     : options_(options), interval_(interval), lastChange_(now), connectAt_(now + options.quiet) {
-    if (age && *age >= 0s && *age < interval)
+    if (age && *age >= 0s)
         nextInterval_ = now + (interval - *age);
 }
 
@@ -30,8 +30,7 @@ BackupSchedule::Step BackupSchedule::next(const Conditions& conditions, Time now
     Time next = conditions.isConnected ? backup : std::min(backup, connectAt_);
     next = std::max(notBefore_, conditions.isOrdered ? now : next);
     const bool isDue = next <= now && need.mayRead;
-    const bool canBackUp = need.mayAdd && need.isKnown && (conditions.isOrdered || need.isWaiting);
-    if (isDue && canBackUp && (conditions.isOrdered || backup <= now))
+    if (isDue && (backup <= now || (conditions.isOrdered && need.mayAdd && need.isKnown)))
         return {Task::BackUp};
     if (isDue && !conditions.isConnected)
         return {Task::Connect};
@@ -61,11 +60,6 @@ bool BackupSchedule::mustStop(Task underWay, const BackupNeed& before, const Bac
     case Task::Verify: return !need.mayRead || (need.mayAdd && need.isWaiting && now >= nextInterval_);
     }
     return false;
-}
-
-void BackupSchedule::noteBackup(Time now) {
-    nextInterval_ = now + interval_;
-    pendingSince_.reset();
 }
 
 std::chrono::milliseconds BackupSchedule::noteFailure(Time now) {

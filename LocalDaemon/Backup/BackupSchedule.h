@@ -60,7 +60,7 @@ public:
                                 Time now) const;
 
     // A backup of everything has been made: the interval begins.
-    void noteBackup(Time now);
+    void noteBackup(Time now) { nextInterval_ = now + interval_; }
     void noteSuccess() { retryWait_ = {}; }
     // Returns how long nothing is tried from now on.
     std::chrono::milliseconds noteFailure(Time now);

@@ -105,13 +105,14 @@ TEST(BackupSchedule, ChoosesTheTaskThatTheConditionsAllow) {
         std::int64_t after;
         Conditions conditions;
     } cases[] = {
-        {"nothing is pending", Task::Connect, 5, {.need = nothingPending}},
+        {"nothing is pending", Task::Connect, 5, {.need = nothingPending, .untilVerification = now}},
         {"paused, or over the quota", Task::Connect, 5, {.need = mayOnlyRead}},
         {"a restore", Task::Connect, 0, {.need = mayOnlyRead, .isRestoring = true, .isUrgent = true}},
         {"urgent alone", Task::Connect, 5, {.need = nothingPending, .isUrgent = true}},
         {"an order while scanning", Task::Connect, 0, {.need = isScanning, .isOrdered = true}},
         {"an order", Task::BackUp, 0, {.need = nothingPending, .isOrdered = true}},
-        {"disabled", Task::None, never, {.need = {}, .isOrdered = true, .untilVerification = now}},
+        {"disabled", Task::None, never, {.isOrdered = true}},
+        {"disabled later", Task::None, never, {.isConnected = true, .untilVerification = now}},
         {"ordered in vain", Task::None, never, {.need = mayOnlyRead, .isOrdered = true, .isConnected = true}},
         {"verifying", Task::Verify, 0, {mayOnlyRead, true, false, true, false, now}},
         {"soon", Task::BackUp, 5, {.need = pending, .isConnected = true, .untilVerification = 7s}},
