@@ -16,7 +16,8 @@ void addItems(const FileNodeRef& folder, int levels) {
         const bool isDirectory = levels > 1;
         const int place = number * 37 % width; // not in the order of the names
         const FileNodeRef node = KelvaneFileNode::create(
-            formatText(isDirectory ? "Holiday %03d" : "IMG_20190714_%06d.jpeg", place), isDirectory);
+            isDirectory ? formatText("Holiday %03d", place) : formatText("IMG_20190714_%06d.jpeg", place),
+            isDirectory);
         node->setSizeValue(static_cast<std::uint64_t>(place));
         node->setBackupDate(Date{6e8});
         folder->addChild(node);

@@ -1,7 +1,5 @@
 #include "Foundation/Format.h"
 
-#include <algorithm>
-#include <array>
 #include <cstdio>
 #include <optional>
 #include <system_error>
@@ -10,77 +8,16 @@ namespace kelvane {
 namespace {
 
 constexpr std::string_view noArgument = "(null)";
-// More would only make a log line unreadable, and a hostile format expensive.
-constexpr int largestWidth = 4096;
-
-struct Conversion {
-    std::size_t position = 0; // from 1; 0: the next argument
-    std::string flags;        // flags, width and precision as they stood
-    int lengthBits = 32;
-    char letter = 0;
-};
-
-class Scanner {
-public:
-    explicit Scanner(std::string_view text) : text_(text) {}
-
-    [[nodiscard]] bool atEnd() const { return at_ == text_.size(); }
-    [[nodiscard]] char peek() const { return atEnd() ? '\0' : text_[at_]; }
-    [[nodiscard]] std::size_t offset() const { return at_; }
-    char take() { return text_[at_++]; }
-
-    // -1 without digits.
-    int number() {
-        if (peek() < '0' || peek() > '9')
-            return -1;
-        int value = 0;
-        while (peek() >= '0' && peek() <= '9')
-            value = std::min(value * 10 + (take() - '0'), largestWidth);
-        return value;
-    }
-
-private:
-    std::string_view text_;
-    std::size_t at_ = 0;
-};
-
-void takeWidth(Scanner& scanner, Conversion& conversion, int width) {
-    if (width >= 0)
-        conversion.flags += std::to_string(width);
-    if (scanner.peek() == '.') {
-        scanner.take();
-        conversion.flags += '.' + std::to_string(std::max(scanner.number(), 0));
-    }
-}
-
-// Reads what follows a '%'. None when the text ends before a letter comes.
-std::optional<Conversion> takeConversion(Scanner& scanner) {
-    Conversion conversion;
-    int leading = scanner.peek() == '0' ? -1 : scanner.number();
-    if (leading > 0 && scanner.peek() == '$') {
-        scanner.take();
-        conversion.position = static_cast<std::size_t>(leading);
-        leading = -1;
-    }
-    if (leading < 0) {
-        while (!scanner.atEnd() && std::string_view("-+ #0").find(scanner.peek()) != std::string_view::npos)
-            conversion.flags += scanner.take();
-        leading = scanner.number();
-    }
-    takeWidth(scanner, conversion, leading);
-    while (!scanner.atEnd() && std::string_view("hlqjzt").find(scanner.peek()) != std::string_view::npos) {
-        const char length = scanner.take();
-        conversion.lengthBits = length != 'h' ? 64 : conversion.lengthBits == 16 ? 8 : 16;
-    }
-    if (scanner.atEnd())
-        return std::nullopt;
-    conversion.letter = scanner.take();
-    return conversion;
-}
+using detail::Conversion;
 
 template <class T>
 std::string printed(const Conversion& conversion, std::string_view suffix, T value) {
-    const std::string format = '%' + conversion.flags + std::string(suffix);
+    std::string format = '%' + std::string(conversion.flags);
+    if (conversion.width >= 0)
+        format += std::to_string(conversion.width);
+    if (conversion.precision >= 0)
+        format += '.' + std::to_string(conversion.precision);
+    format += suffix;
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
     const int length = std::snprintf(nullptr, 0, format.c_str(), value);
@@ -165,22 +102,21 @@ bool isKnown(char letter) {
 std::string formatArguments(std::string_view format, std::span<const FormatArgument> arguments) {
     std::string text;
     std::size_t next = 0;
-    Scanner scanner(format);
-    while (!scanner.atEnd()) {
-        const std::size_t start = scanner.offset();
-        if (const char character = scanner.take(); character != '%') {
-            text += character;
+    while (!format.empty()) {
+        const std::string_view written = format;
+        format.remove_prefix(1);
+        if (written.front() != '%') {
+            text += written.front();
             continue;
         }
-        const std::optional<Conversion> conversion = takeConversion(scanner);
-        if (conversion && conversion->letter == '%') {
+        const Conversion conversion = detail::takeConversion(format);
+        if (conversion.letter == '%') {
             text += '%';
-        } else if (!conversion || !isKnown(conversion->letter)) {
-            text += format.substr(start, scanner.offset() - start);
+        } else if (!isKnown(conversion.letter)) {
+            text += written.substr(0, written.size() - format.size());
         } else {
-            const std::size_t index = conversion->position > 0 ? conversion->position - 1 : next++;
-            text +=
-                index < arguments.size() ? textOf(*conversion, arguments[index]) : std::string(noArgument);
+            const std::size_t index = conversion.position > 0 ? conversion.position - 1 : next++;
+            text += index < arguments.size() ? textOf(conversion, arguments[index]) : std::string(noArgument);
         }
     }
     return text;

@@ -54,7 +54,8 @@ QString AuthorizationView::text(std::string_view key) const {
 QString AuthorizationView::problemText(const AuthorizationProblem& problem) const {
     for (const auto& [kind, text] : problemTexts) {
         if (kind == problem.kind)
-            return QString::fromStdString(formatText(bundle_.localizedString(text, text), problem.detail));
+            return QString::fromStdString(
+                formatTranslated(bundle_.localizedString(text, text), problem.detail));
     }
     return {};
 }

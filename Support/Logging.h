@@ -58,7 +58,7 @@ void writeLogEntry(std::string_view text);
 template <class... Arguments>
 void log(std::string_view format, const Arguments&... arguments) noexcept {
     try {
-        writeLogEntry(formatText(format, arguments...));
+        writeLogEntry(formatTranslated(format, arguments...));
     } catch (...) {
     }
 }
@@ -70,9 +70,9 @@ void log(std::string_view format, const Arguments&... arguments) noexcept {
 }
 
 template <class... Arguments>
-void KelvaneCLog(const char* format, const Arguments&... arguments) noexcept {
-    if (KelvaneLogEnabled() && format != nullptr)
-        detail::log(format, arguments...);
+void KelvaneCLog(FormatFor<Arguments...> format, const Arguments&... arguments) noexcept {
+    if (KelvaneLogEnabled())
+        detail::log(format.text(), arguments...);
 }
 
 template <class... Arguments>
@@ -83,8 +83,8 @@ void KelvaneLog(const std::string& format, const Arguments&... arguments) noexce
 
 // Writes the entry even if the debug log is off.
 template <class... Arguments>
-void KelvaneSystemLog(std::string_view format, const Arguments&... arguments) noexcept {
-    detail::log(format, arguments...);
+void KelvaneSystemLog(FormatFor<Arguments...> format, const Arguments&... arguments) noexcept {
+    detail::log(format.text(), arguments...);
 }
 
 } // namespace kelvane

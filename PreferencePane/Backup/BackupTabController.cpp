@@ -18,11 +18,7 @@ namespace {
 
 // The daemon's backup state from which it has its policy at hand.
 
-constexpr const char* switchingLogs[] = {
-    "BackupTab:setCurrentView: possibly switching to disabled view (%@); current = %@",
-    "BackupTab:setCurrentView: possibly switching to auto-backup view (%@); current = %@",
-    "BackupTab:setCurrentView: possibly switching to manual-backup view (%@); current = %@",
-};
+constexpr const char* viewNames[] = {"disabled", "auto-backup", "manual-backup"};
 
 } // namespace
 
@@ -107,8 +103,8 @@ void KelvaneBackupTabController::setCurrentView() {
     QWidget& page = *prefs_.backupTab();
     const BackupView view = wantedView();
     QWidget* const target = views_[view];
-    KelvaneCLog(switchingLogs[static_cast<std::size_t>(view)], nameOfView(target),
-                nameOfView(shownView(page)));
+    KelvaneCLog("BackupTab:setCurrentView: possibly switching to %s view (%@); current = %@",
+                viewNames[static_cast<std::size_t>(view)], nameOfView(target), nameOfView(shownView(page)));
     if (view == BackupView::Auto)
         folderChanged({});
     // That asked the daemon: the link may be gone by now, which has been shown then.

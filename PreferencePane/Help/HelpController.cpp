@@ -213,11 +213,11 @@ void KelvaneHelpController::offerAgain(const std::string& failure) {
     if (failure.empty())
         return;
     KelvaneCLog("The report was not sent: %@", failure);
-    const std::string information =
-        formatText(prefs_.text("Report Failed Information",
-                               "%@. What you have written is kept: check your network connection, then send "
-                               "it again."),
-                   failure);
+    const std::string information = formatTranslated(
+        prefs_.text("Report Failed Information",
+                    "%@. What you have written is kept: check your network connection, then send "
+                    "it again."),
+        failure);
     openSheet(emailWindow_,
               {screen(prefs_.text("Report Failed Message", "Your report could not be sent.")),
                screen(information),

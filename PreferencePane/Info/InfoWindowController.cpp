@@ -54,7 +54,7 @@ InfoTexts infoTexts(const KelvaneFileNode& node, const PaneServices& prefs) {
     };
     const std::optional<Date> date = node.backupDate();
     const Value& version = node.version();
-    return {formatText(prefs.text("%@ Info"), node.displayName()),
+    return {formatTranslated(prefs.text("%@ Info"), node.displayName()),
             node.displayName(),
             node.kindByPath(prefs.fileServices()),
             size(FileSizeFormatter::sharedFileSizeAbbrevFormatter()),

@@ -119,10 +119,8 @@ void KelvaneRestoreTabController::setCurrentView() {
     const bool isConnected = prefs_.connected();
     QWidget* const target = isConnected ? restoreView_ : disabledRestoreView_;
     const QWidget* const current = shownView(*prefs_.restoreTab());
-    KelvaneCLog(isConnected
-                    ? "RestoreTab:setCurrentView: possibly switching to normal view (%@); current = %@"
-                    : "RestoreTab:setCurrentView: possibly switching to disabled view (%@); current = %@",
-                nameOfView(target), nameOfView(current));
+    KelvaneCLog("RestoreTab:setCurrentView: possibly switching to %s view (%@); current = %@",
+                isConnected ? "normal" : "disabled", nameOfView(target), nameOfView(current));
     if (target == nullptr || target == current)
         return;
     KelvaneCLog("RestoreTab:setCurrentView: Really switching to new view (%@)", nameOfView(target));

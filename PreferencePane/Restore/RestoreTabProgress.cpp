@@ -67,12 +67,12 @@ void KelvaneRestoreTabController::showRestoreCounts() {
     const std::string size =
         FileSizeFormatter::sharedFileSizeAbbrevFormatter().stringFromNumber(restoreFileSize_).value_or("");
     const std::string restoring =
-        formatText(prefs_.text("Restore restoring formatter", "Restoring item %d of %d, %@"),
-                   counts_.done() + 1, counts_.initialPendingCount(), size);
+        formatTranslated(prefs_.text("Restore restoring formatter", "Restoring item %d of %d, %@"),
+                         counts_.done() + 1, counts_.initialPendingCount(), size);
     KelvaneCLog("restoredPendingCount restoringString %@", restoring);
     progress_->restoreStatusField->setText(QString::fromStdString(restoring));
     const std::string pending =
-        formatText(prefs_.text("Restore awaiting formatter", "%d files"), counts_.pendingCount());
+        formatTranslated(prefs_.text("Restore awaiting formatter", "%d files"), counts_.pendingCount());
     KelvaneCLog("restoredPendingCount pendingString %@", pending);
     progress_->awaitingRestoreField->setText(QString::fromStdString(pending));
     progress_->awaitingRestoreLabel->show();

@@ -12,7 +12,7 @@ namespace kelvane {
 Opener::Failure openFailureSheet(const PaneServices& prefs, QWidget* view, QObject* context,
                                  const std::string& subject) {
     const std::string message =
-        formatText(prefs.text("Open Failed Message", "%@ could not be opened."), subject);
+        formatTranslated(prefs.text("Open Failed Message", "%@ could not be opened."), subject);
     return [view, context = QPointer<QObject>(context), message = oneLine(message),
             ok = oneLine(prefs.text("OK"))](const std::string& reason) {
         KelvaneCLog("%@", reason);

@@ -16,8 +16,8 @@ __extension__ using Wide = unsigned __int128;
 
 std::string amountText(const BackupAmount& amount, const Bundle& bundle) {
     const auto size = FileSizeFormatter::sharedFileSizeAbbrevFormatter().stringFromNumber(amount.size);
-    return formatText(statusText(bundle, StatusText::FileStatus), size.value_or(std::string()),
-                      static_cast<std::int32_t>(amount.fileCount));
+    return formatTranslated(statusText(bundle, StatusText::FileStatus), size.value_or(std::string()),
+                            static_cast<std::int32_t>(amount.fileCount));
 }
 
 void replaceAll(std::string& text, std::string_view marker, const std::string& replacement) {
@@ -45,8 +45,8 @@ std::string statusLine(ServiceState serviceState, std::uint32_t quotaGB, const B
     if (text == statusText(bundle, StatusText::BackupFailed))
         return statusText(bundle, StatusText::TemporarilyUnavailable);
     if (serviceState == ServiceState::OverQuota && text == statusText(bundle, StatusText::AccountOverQuota))
-        return formatText(statusText(bundle, StatusText::StoppedOverQuota),
-                          quotaGB == 0 ? smallestQuota : quotaGB);
+        return formatTranslated(statusText(bundle, StatusText::StoppedOverQuota),
+                                quotaGB == 0 ? smallestQuota : quotaGB);
     return text;
 }
 
@@ -54,7 +54,7 @@ std::string modeSentence(DaemonMode mode, std::uint32_t pausedMinutes, const Bun
     switch (mode) {
     case DaemonMode::Enabled: return statusText(bundle, StatusText::ModeEnabled);
     case DaemonMode::Paused:
-        return formatText(statusText(bundle, StatusText::ModePaused), hoursLeft(pausedMinutes));
+        return formatTranslated(statusText(bundle, StatusText::ModePaused), hoursLeft(pausedMinutes));
     case DaemonMode::Recover: return statusText(bundle, StatusText::ModeRecover);
     case DaemonMode::Disabled: break;
     }

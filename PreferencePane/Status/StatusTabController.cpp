@@ -89,7 +89,7 @@ void KelvaneStatusTabController::awakeFromNib() {
     currentDaemonModeButtonState_ = lastDaemonModeButtonState_;
     ui_->daemonModeButton->showMode(lastDaemonModeButtonState_, {});
     const std::string version = prefs_.bundle()->information("CFBundleShortVersionString").stringValue();
-    ui_->versionField->setText(screenText(formatText(text(StatusText::Version), version)));
+    ui_->versionField->setText(screenText(formatTranslated(text(StatusText::Version), version)));
     readyChangedNotification();
     observers_ = prefs_.observeDaemon([this] { readyChangedNotification(); },
                                       [this] { daemonStateChangedNotification(); });

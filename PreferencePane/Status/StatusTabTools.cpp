@@ -89,8 +89,8 @@ int KelvaneStatusTabController::handOver(Operation operation) {
     const int error = errno;
     const auto form = prefs_.authorization().externalForm();
     if (!handOff || !form) {
-        tellFailure(operation, formatText(text(StatusText::NotHandedOver), handOffPath_,
-                                          errorText(handOff ? ESRCH : error)));
+        tellFailure(operation, formatTranslated(text(StatusText::NotHandedOver), handOffPath_,
+                                                errorText(handOff ? ESRCH : error)));
         return 0;
     }
     std::ranges::copy(*form, handOff->form().begin());
@@ -104,7 +104,7 @@ int KelvaneStatusTabController::runSwitch(Operation operation) {
     const Switch& wanted = switches[static_cast<std::size_t>(operation)];
     const auto tool = prefs_.bundle()->auxiliaryExecutable(wanted.tool);
     if (!tool) {
-        tellFailure(operation, formatText(text(StatusText::ToolMissing), wanted.tool));
+        tellFailure(operation, formatTranslated(text(StatusText::ToolMissing), wanted.tool));
         return 0;
     }
     auto process = startTool(*prefs_.bundle(), {*tool, "0", std::to_string(::getuid()), wanted.word},
@@ -115,10 +115,11 @@ int KelvaneStatusTabController::runSwitch(Operation operation) {
     KelvaneCLog("%@ ended with status %d", *tool, status);
     prefs_.flags().*wanted.isAuthorized = status == 0;
     if (!process)
-        tellFailure(operation, formatText(text(StatusText::NoRoomForTool), wanted.tool));
+        tellFailure(operation, formatTranslated(text(StatusText::NoRoomForTool), wanted.tool));
     else if (const std::string errors = process->errors(); status != 0)
-        tellFailure(operation,
-                    errors.empty() ? formatText(text(StatusText::ToolEnded), wanted.tool, status) : errors);
+        tellFailure(operation, errors.empty()
+                                   ? formatTranslated(text(StatusText::ToolEnded), wanted.tool, status)
+                                   : errors);
     return status;
 }
 
@@ -126,12 +127,12 @@ void KelvaneStatusTabController::runUninstaller(const HandOffFile& handOff) {
     constexpr const char* name = "Uninstall";
     const auto tool = prefs_.bundle()->auxiliaryExecutable(name);
     if (!tool)
-        return tellFailure(Operation::Uninstall, formatText(text(StatusText::ToolMissing), name));
+        return tellFailure(Operation::Uninstall, formatTranslated(text(StatusText::ToolMissing), name));
     auto process = startTool(*prefs_.bundle(),
                              {*tool, std::to_string(::getpid()), std::to_string(::getuid()), "uninstall"},
                              ChildCommand::Group::Own);
     if (!process)
-        return tellFailure(Operation::Uninstall, formatText(text(StatusText::NoRoomForTool), name));
+        return tellFailure(Operation::Uninstall, formatTranslated(text(StatusText::NoRoomForTool), name));
     if (!waitUntil([&] { return handOff.completionWord() != 0 || process->hasEnded(); }, *process))
         return;
     // Once more: the word may have come between the two looks.

@@ -33,17 +33,31 @@ TEST(Format, InsertsItsArguments) {
 }
 
 TEST(Format, SurvivesWhatDoesNotFit) {
-    expectEqual({{formatText("%@ %d %s"), "(null) (null) (null)"},
-                 {formatText("%d %f %c %f %d %d", "text", "text", "text", 1, 1.5, Value("7")),
-                  "(null) (null) (null) (null) (null) (null)"},
-                 {formatText("%3$@ %0$@ %9999999999999999999$@", 1), "(null) %0$@ (null)"},
-                 {formatText("%s", static_cast<const char*>(nullptr)), "(null)"},
-                 {formatText("%n %p %*d %k %d", 5), "%n %p %*d %k 5"},
-                 {formatText("50% ", 1) + formatText("%5", 1) + formatText("%1$", 1), "50% %5%1$"},
-                 {formatText("%-+ #0", 1) + formatText("%ll", 1) + formatText("%"), "%-+ #0%ll%"},
-                 {formatText(std::string_view("a\0%d", 4), 1), std::string("a\0001", 3)},
-                 {formatText("%999999999999.999999999999d", 1), std::string(4095, '0') + "1"},
-                 {formatText("%-999999999999s|", "a"), "a" + std::string(4095, ' ') + "|"}});
+    expectEqual(
+        {{formatTranslated("%@ %d %s"), "(null) (null) (null)"},
+         {formatTranslated("%d %f %c %f %d %d", "text", "text", "text", 1, 1.5, Value("7")),
+          "(null) (null) (null) (null) (null) (null)"},
+         {formatTranslated("%3$@ %0$@ %9999999999999999999$@", 1), "(null) %0$@ (null)"},
+         {formatTranslated("%s", static_cast<const char*>(nullptr)), "(null)"},
+         {formatTranslated("%n %p %*d %k %d", 5), "%n %p %*d %k 5"},
+         {formatTranslated("50% ", 1) + formatTranslated("%5", 1) + formatTranslated("%1$", 1), "50% %5%1$"},
+         {formatTranslated("%-+ #0", 1) + formatTranslated("%ll", 1) + formatTranslated("%"), "%-+ #0%ll%"},
+         {formatTranslated(std::string_view("a\0%d", 4), 1), std::string("a\0001", 3)},
+         {formatTranslated("%999999999999.999999999999d", 1), std::string(4095, '0') + "1"},
+         {formatTranslated("%-999999999999s|", "a"), "a" + std::string(4095, ' ') + "|"}});
+}
+
+// What compiles and what does not.
+TEST(Format, IsCheckedAgainstItsArguments) {
+    using enum detail::ArgumentKind;
+    const std::vector<detail::ArgumentKind> arguments{Integer, Text, Real, Object};
+    const std::pair<const char*, bool> cases[] = {
+        {"%d %s %5.2f %@", true},  {"%%%c|%@|%g|%u", true},   {"%4$d %3$@ %2$s %1$llx", true},
+        {"%d %s %f", false},       {"%d %s %f %@ %@", false}, {"%s %d %f %@", false},
+        {"%f %s %d %@", false},    {"%d %s %f 50 %", false},  {"%d %s %f %n", false},
+        {"%1$d %2$s %3$f", false}, {"plain", false}};
+    for (const auto& [format, fits] : cases)
+        EXPECT_EQ(detail::fitsArguments(format, arguments), fits) << format;
 }
 
 TEST(PathComponents, AreTheNamesWithoutEmptyOnesAndMakeANormalPath) {
