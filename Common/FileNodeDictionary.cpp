@@ -38,7 +38,7 @@ public:
     Room() = default;
     ~Room() {
         if (leftOut_ > 0)
-            KelvaneSystemLog("%llu file nodes and what is below them are left out", leftOut_);
+            logWarning("%llu file nodes and what is below them are left out", leftOut_);
     }
     Room(const Room&) = delete;
     Room& operator=(const Room&) = delete;

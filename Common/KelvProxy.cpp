@@ -36,9 +36,9 @@ void run(InvocationTarget& target, Invocation& invocation) {
     try {
         target.invoke(invocation);
     } catch (const std::exception& exception) {
-        KelvaneCLog("ERROR: KelvaneProxy processInvocationArgs caught exception: %@.", exception.what());
+        KelvaneCLogError("ERROR: KelvaneProxy processInvocationArgs caught exception: %@.", exception.what());
     } catch (...) {
-        KelvaneCLog("ERROR: KelvaneProxy processInvocationArgs caught unknown exception.");
+        KelvaneCLogError("ERROR: KelvaneProxy processInvocationArgs caught unknown exception.");
     }
 }
 
@@ -204,9 +204,9 @@ bool KelvaneProxy::processData(const Data* payload, std::int32_t type) {
         else
             processFailureNotice();
     } catch (const std::exception& exception) {
-        KelvaneCLog("ERROR: KelvaneProxy processData caught exception: %@.", exception.what());
+        KelvaneCLogError("ERROR: KelvaneProxy processData caught exception: %@.", exception.what());
     } catch (...) {
-        KelvaneCLog("ERROR: KelvaneProxy processData caught unknown exception.");
+        KelvaneCLogError("ERROR: KelvaneProxy processData caught unknown exception.");
     }
     return true;
 }

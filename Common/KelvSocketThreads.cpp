@@ -31,7 +31,7 @@ public:
         const auto now = std::chrono::steady_clock::now();
         if (last_ && now - *last_ < refusalLogInterval)
             return;
-        KelvaneSystemLog("KelvaneSocket refused connections of other users: %llu", count_);
+        logWarning("KelvaneSocket refused connections of other users: %llu", count_);
         last_ = now;
         count_ = 0;
     }

@@ -44,9 +44,6 @@ constexpr int mostArenas = 2;
 
 constexpr mode_t ownersRights = 0700;
 
-// Always there, so that it turns logging on.
-constexpr const char* verboseMarker = "/";
-
 struct Arguments {
     Dictionary settled; // of the configuration
     std::string socketPath;
@@ -61,7 +58,7 @@ int complain(const std::string& reason, int status) {
 
 // Also for who has not started it in a terminal.
 int refuse(const std::string& reason) {
-    KelvaneSystemLog("%@", reason);
+    logError("%@", reason);
     return failed;
 }
 
@@ -227,7 +224,7 @@ LogSinkToken logTo(const std::string& path) {
         log->write(entry.line());
     });
     if (!log->error().empty())
-        KelvaneSystemLog("There is no log in %@: %@", path, log->error());
+        logError("There is no log in %@: %@", path, log->error());
     return token;
 }
 
@@ -259,7 +256,7 @@ int run(const Arguments& arguments) {
             startDetached({findProgram("kelvane-settings").value_or("kelvane-settings"), "--daemon", path,
                            "--tab", "restore"});
         if (!failure.empty())
-            KelvaneSystemLog("The window for restoring cannot be opened: %@", failure);
+            logError("The window for restoring cannot be opened: %@", failure);
     };
     options.configurationPath = configurationFolder() + "/kelvane/local-daemon.plist";
     return serve(options);
@@ -278,7 +275,9 @@ int main(int count, char** texts) {
         Arguments arguments;
         if (const auto status = parse(count, texts, arguments))
             return *status;
-        KelvaneLogStart(arguments.isVerbose ? verboseMarker : logMarkerPath);
+        KelvaneLogStart();
+        if (arguments.isVerbose)
+            setLogLevel(LogLevel::Debug);
         const LogSinkToken log = logTo(arguments.logPath);
         return run(arguments);
     } catch (const std::exception& error) {

@@ -24,12 +24,12 @@ bool keep(const std::string& path, const std::string& aside, DamagedFile file) {
 std::string setAside(const std::string& path, const std::string& reason, DamagedFile file) {
     const std::string aside = path + ".damaged";
     if (keep(path, aside, file)) {
-        KelvaneSystemLog("%@ cannot be read (%@). It is set aside as %@, and a new one is begun.", path,
-                         reason, aside);
+        logError("%@ cannot be read (%@). It is set aside as %@, and a new one is begun.", path, reason,
+                 aside);
         return {};
     }
     std::string failure = errorText();
-    KelvaneSystemLog("%@ can neither be read (%@) nor set aside (%@).", path, reason, failure);
+    logError("%@ can neither be read (%@) nor set aside (%@).", path, reason, failure);
     return failure;
 }
 

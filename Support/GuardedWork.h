@@ -23,7 +23,7 @@ void runGuarded(const char* name, const WorkFailed& failed, Work work) {
     } catch (...) {
         reason = "unknown exception";
     }
-    KelvaneSystemLog("Internal error while %@: %@", name, reason);
+    logError("Internal error while %@: %@", name, reason);
     failed(reason);
 }
 

@@ -77,6 +77,16 @@ std::string oneLine(std::string_view text) {
     return line;
 }
 
+std::string_view wordOf(LogLevel level) {
+    switch (level) {
+    case LogLevel::Error: return "error: ";
+    case LogLevel::Warning: return "warning: ";
+    case LogLevel::Notice:
+    case LogLevel::Debug: break;
+    }
+    return {};
+}
+
 // A reader of standard error that has gone must not end the process: SIGPIPE is held back, and taken where it
 // came.
 void writeToStandardError(const LogEntry& entry) {
@@ -105,7 +115,7 @@ void writeToSystem(const LogEntry& entry) {
     const bool isTaken = hasSystemLog();
     if (isTaken) {
         ::openlog(nullptr, LOG_PID, LOG_USER);
-        ::syslog(LOG_NOTICE, "%s", entry.text.c_str());
+        ::syslog(static_cast<int>(entry.level), "%s", entry.text.c_str());
     }
     if (!isTaken || ::isatty(STDERR_FILENO) != 0)
         writeToStandardError(entry);
@@ -113,10 +123,19 @@ void writeToSystem(const LogEntry& entry) {
 
 } // namespace
 
+static_assert(static_cast<int>(LogLevel::Error) == LOG_ERR &&
+              static_cast<int>(LogLevel::Warning) == LOG_WARNING &&
+              static_cast<int>(LogLevel::Notice) == LOG_NOTICE &&
+              static_cast<int>(LogLevel::Debug) == LOG_DEBUG);
+
 void KelvaneLogStart(const std::string& markerPath) {
     struct stat status {};
     if (::stat(markerPath.c_str(), &status) == 0)
-        detail::logEnabled = true;
+        setLogLevel(LogLevel::Debug);
+}
+
+void setLogLevel(LogLevel level) {
+    detail::logLevel = level;
 }
 
 std::string LogEntry::line() const {
@@ -128,7 +147,7 @@ std::string LogEntry::line() const {
     std::strftime(stamp.data(), stamp.size(), "%Y-%m-%d %H:%M:%S", &local);
     return formatText("%s.%03d %s[%d] ", stamp.data(), milliseconds % 1000, program_invocation_short_name,
                       ::getpid()) +
-           text;
+           std::string(wordOf(level)) + text;
 }
 
 LogSinkToken setLogSink(LogSink sink) {
@@ -145,11 +164,11 @@ LogSinkToken setLogSink(LogSink sink) {
     return LogSinkToken(std::move(registration));
 }
 
-void detail::writeLogEntry(std::string_view text) {
+void detail::writeLogEntry(LogLevel level, std::string_view text) {
     static thread_local bool isWriting = false;
     if (isWriting)
         return;
-    const LogEntry entry{std::chrono::system_clock::now(), oneLine(text)};
+    const LogEntry entry{std::chrono::system_clock::now(), level, oneLine(text)};
     struct Writing {
         Writing() { isWriting = true; }
         ~Writing() { isWriting = false; }

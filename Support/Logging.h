@@ -11,9 +11,10 @@
 
 namespace kelvane {
 
-// The debug log, which is off by default; a marker file enables it until the process ends. Any thread may
-// write entries, but it must be enabled before other threads start. Formats are those of `formatText`: "%@"
-// takes a Value or any text.
+// The log. Each entry has a level, and the system log receives it with that priority. Entries below the level
+// of the process are not written; by default these are the debug entries, which a marker file enables until
+// the process ends. Any thread may write entries, but the level must be set before other threads start.
+// Formats are those of `formatText`: "%@" takes a Value or any text.
 //
 // An entry is one line. Line breaks are escaped, and text beyond `longestLogEntry` is replaced by a note.
 // Entries go to the system log, and to standard error if that is a terminal or there is no system log.
@@ -21,14 +22,21 @@ namespace kelvane {
 inline constexpr const char* logMarkerPath = "/tmp/kelvane_logging";
 inline constexpr std::size_t longestLogEntry = std::size_t{64} << 10U; // bytes
 
+enum class LogLevel { Error = 3, Warning = 4, Notice = 5, Debug = 7 }; // the priorities of syslog
+
+// Writes entries of this level and of more severe ones from now on.
+void setLogLevel(LogLevel level);
+
 // Enables the debug log if the marker, a file or folder, exists. Never disables it.
 void KelvaneLogStart(const std::string& markerPath = logMarkerPath);
 
 struct LogEntry {
     std::chrono::system_clock::time_point time;
+    LogLevel level = LogLevel::Notice;
     std::string text; // escaped and cut
 
     // Returns "2025-01-02 03:04:05.678 name[123] text": local time, name and ID of the process, and the text.
+    // The text of an error or a warning begins with "error: " or "warning: ".
     [[nodiscard]] std::string line() const;
 };
 
@@ -50,41 +58,60 @@ LogSinkToken setLogSink(LogSink sink);
 
 namespace detail {
 
-inline std::atomic<bool> logEnabled = false;
+inline std::atomic<LogLevel> logLevel = LogLevel::Notice;
 
-void writeLogEntry(std::string_view text);
+void writeLogEntry(LogLevel level, std::string_view text);
 
 // Drops an entry that cannot be written, for example without memory: logging must not end what it reports.
 template <class... Arguments>
-void log(std::string_view format, const Arguments&... arguments) noexcept {
+void log(LogLevel level, std::string_view format, const Arguments&... arguments) noexcept {
     try {
-        writeLogEntry(formatTranslated(format, arguments...));
+        if (level <= logLevel.load(std::memory_order_relaxed))
+            writeLogEntry(level, formatTranslated(format, arguments...));
     } catch (...) {
     }
 }
 
 } // namespace detail
 
+// Returns whether debug entries are written. Callers ask before they build expensive texts.
 [[nodiscard]] inline bool KelvaneLogEnabled() {
-    return detail::logEnabled.load(std::memory_order_relaxed);
+    return detail::logLevel.load(std::memory_order_relaxed) == LogLevel::Debug;
 }
 
 template <class... Arguments>
 void KelvaneCLog(FormatFor<Arguments...> format, const Arguments&... arguments) noexcept {
+    detail::log(LogLevel::Debug, format.text(), arguments...);
+}
+
+// Reports a failure that matters only while debugging.
+template <class... Arguments>
+void KelvaneCLogError(FormatFor<Arguments...> format, const Arguments&... arguments) noexcept {
     if (KelvaneLogEnabled())
-        detail::log(format.text(), arguments...);
+        detail::log(LogLevel::Error, format.text(), arguments...);
 }
 
 template <class... Arguments>
 void KelvaneLog(const std::string& format, const Arguments&... arguments) noexcept {
-    if (KelvaneLogEnabled())
-        detail::log(format, arguments...);
+    detail::log(LogLevel::Debug, format, arguments...);
 }
 
-// Writes the entry even if the debug log is off.
+// Reports that something was lost or could not be done.
 template <class... Arguments>
-void KelvaneSystemLog(FormatFor<Arguments...> format, const Arguments&... arguments) noexcept {
-    detail::log(format.text(), arguments...);
+void logError(FormatFor<Arguments...> format, const Arguments&... arguments) noexcept {
+    detail::log(LogLevel::Error, format.text(), arguments...);
+}
+
+// Reports a fault that the program works around or will try to get over later.
+template <class... Arguments>
+void logWarning(FormatFor<Arguments...> format, const Arguments&... arguments) noexcept {
+    detail::log(LogLevel::Warning, format.text(), arguments...);
+}
+
+// Reports what was done.
+template <class... Arguments>
+void logNotice(FormatFor<Arguments...> format, const Arguments&... arguments) noexcept {
+    detail::log(LogLevel::Notice, format.text(), arguments...);
 }
 
 } // namespace kelvane

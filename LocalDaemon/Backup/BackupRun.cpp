@@ -60,7 +60,7 @@ std::vector<std::string> addPatterns(std::vector<std::string> emptied, const std
     if (failure.empty()) {
         arguments.insert(arguments.end(), {"--exclude-file", path});
     } else {
-        KelvaneSystemLog("Folders in which everything is excluded are not backed up: %@", failure);
+        logWarning("Folders in which everything is excluded are not backed up: %@", failure);
         others.insert(others.end(), inFile.begin(), inFile.end());
     }
     return others;
@@ -196,7 +196,7 @@ void BackupRun::takeErrorLine(std::string_view text) {
     const bool isRetry = tellsOfRetry(text);
     // The first of very many alike.
     if (!isRetry || activity_.trouble != ServiceState::NoServer)
-        KelvaneSystemLog("restic: %@", repository_.restic().withoutSecrets(std::string(text)));
+        logWarning("restic: %@", repository_.restic().withoutSecrets(std::string(text)));
     if (!isRetry)
         return;
     activity_.trouble = ServiceState::NoServer;

@@ -278,7 +278,7 @@ ResticOutcome BackupRunner::forgetOld(const StopSignal& stop) {
     verification_->noteChange();
     isConnected_ = outcome.succeeded(); // connecting takes locks away that dead processes have left
     if (!isConnected_)
-        KelvaneSystemLog("Old backups are not forgotten yet: %@", reasonOf(outcome));
+        logWarning("Old backups are not forgotten yet: %@", reasonOf(outcome));
     return {};
 }
 
@@ -316,8 +316,8 @@ void BackupRunner::noteOutcome(const ResticOutcome& outcome) {
             return schedule_.noteSuccess();
         wait = schedule_.noteFailure(Clock::now());
     }
-    KelvaneSystemLog("The backup came to nothing and is tried again in %lld s: %@",
-                     std::chrono::ceil<std::chrono::seconds>(wait).count(), reasonOf(outcome));
+    logWarning("The backup came to nothing and is tried again in %lld s: %@",
+               std::chrono::ceil<std::chrono::seconds>(wait).count(), reasonOf(outcome));
 }
 
 void BackupRunner::report(const ResticOutcome& outcome) {

@@ -187,8 +187,8 @@ ResticOutcome BackupRunner::backUp(const Part& part, const StopSignal& stop) {
         return result.outcome;
     if (wanted.isForced)
         verification_->noteStoredAgain();
-    KelvaneSystemLog("Backed up%@; snapshot %@, %llu bytes were waiting.",
-                     part.path == everything ? "" : ": " + part.path, result.snapshotId, waiting.bytes);
+    logNotice("Backed up%@; snapshot %@, %llu bytes were waiting.",
+              part.path == everything ? "" : ": " + part.path, result.snapshotId, waiting.bytes);
     made.id = result.snapshotId;
     return takeMade(part, std::move(before), std::move(made), std::move(result), stop);
 }
@@ -221,7 +221,7 @@ bool BackupRunner::prepareRepair(const StopSignal& stop) {
         return true;
     const ResticOutcome outcome = verification_->prepareRepair(stop);
     if (!outcome.succeeded() && outcome.trouble != ResticTrouble::Stopped)
-        KelvaneSystemLog("What is damaged in the backup cannot be stored again yet: %@", reasonOf(outcome));
+        logWarning("What is damaged in the backup cannot be stored again yet: %@", reasonOf(outcome));
     return outcome.trouble != ResticTrouble::Stopped;
 }
 
@@ -254,7 +254,7 @@ void BackupRunner::describe(BackupRun::Wanted& wanted, const BackupIndex& index,
 
 void BackupRunner::reportUnread(const std::vector<std::string>& paths) {
     for (const std::string& path : paths)
-        KelvaneSystemLog("Not backed up: %@", messageLine(path));
+        logWarning("Not backed up: %@", messageLine(path));
     if (paths.empty())
         return state_->alerts()->withdraw(unreadAlert);
     state_->alerts()->raise(

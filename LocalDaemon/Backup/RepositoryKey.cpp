@@ -18,7 +18,7 @@ bool isRepository(const std::string& folder) {
 void warnOfReaders(const std::string& secret) {
     struct stat status {};
     if (::stat(secret.c_str(), &status) == 0 && (status.st_mode & (S_IRWXG | S_IRWXO)) != 0)
-        KelvaneSystemLog("Others may read or change %@, which holds a secret: chmod 600 it.", secret);
+        logWarning("Others may read or change %@, which holds a secret: chmod 600 it.", secret);
 }
 
 } // namespace
@@ -36,15 +36,14 @@ void checkRepositoryKey(const RepositoryPlace& place, const IndexKeeper& keeper,
     warnOfReaders(path);
     if (!keeper.index()->repositoryId().empty() || isRepository(localFolderOf(place.location))) {
         if (::access(path.c_str(), F_OK) != 0)
-            KelvaneSystemLog("The key of the backup is missing: put your copy of it back at %@.", path);
+            logError("The key of the backup is missing: put your copy of it back at %@.", path);
     }
 }
 
 void announceRepositoryKey(Alerts& alerts, const std::string& path) {
-    KelvaneSystemLog(
-        "A KEY FOR THE BACKUP HAS BEEN MADE: %@. Keep a copy of it somewhere else, on paper or on "
-        "another disk: without it nobody can read the backup, not even you.",
-        path);
+    logWarning("A key for the backup has been made: %@. Keep a copy of it somewhere else, on paper or on "
+               "another disk: without it nobody can read the backup, not even you.",
+               path);
     alerts.raise({"key_made",
                   "warning",
                   "Keep a copy of the backup's key.",

@@ -86,8 +86,8 @@ ResticOutcome Verification::performDue(const StopSignal& stop) {
                                                     : readNextPart(stop);
     if (outcome.succeeded() || outcome.trouble == ResticTrouble::Stopped)
         return outcome;
-    KelvaneSystemLog("Verification failed: %@; retrying in %lld s", reasonOf(outcome),
-                     std::chrono::ceil<std::chrono::seconds>(options_.retry).count());
+    logWarning("Verification failed: %@; retrying in %lld s", reasonOf(outcome),
+               std::chrono::ceil<std::chrono::seconds>(options_.retry).count());
     notBefore_ = Clock::now() + options_.retry;
     if (isOrdered) {
         record_.lastOutcome = "Not verified: " + reasonOf(outcome);
@@ -126,7 +126,7 @@ CheckReport Verification::checkWithTrueIndex(const StopSignal& stop) {
     if (!report.outcome.succeeded() || !mustRenewIndex(report) || !state_->backupNeed().mayAdd)
         return report;
     for (const std::string& pack : report.missingPacks)
-        KelvaneSystemLog("Pack file %@ is missing from the repository.", pack);
+        logError("Pack file %@ is missing from the repository.", pack);
     const ResticOutcome renewed = renewIndex(stop);
     if (renewed.trouble == ResticTrouble::Stopped)
         report.outcome = renewed;
@@ -152,10 +152,10 @@ bool Verification::mustRenewIndex(const CheckReport& report) const {
 }
 
 ResticOutcome Verification::renewIndex(const StopSignal& stop) {
-    KelvaneSystemLog("Making the repository's index name the packs that are there.");
+    logNotice("Making the repository's index name the packs that are there.");
     ResticOutcome outcome = check_.renewIndex(stop);
     if (!outcome.succeeded() && outcome.trouble != ResticTrouble::Stopped)
-        KelvaneSystemLog("The repository's index stays as it is: %@", reasonOf(outcome));
+        logWarning("The repository's index stays as it is: %@", reasonOf(outcome));
     return outcome;
 }
 

@@ -82,7 +82,7 @@ void VerificationRecord::save(const std::string& path) const {
     if (lastVerified)
         value.set("lastVerified", secondsOf(*lastVerified));
     if (const std::string failure = replaceCheckedFile(path, recordKey, value); !failure.empty())
-        KelvaneSystemLog("Cannot save how far the verification is: %@", failure);
+        logError("Cannot save how far the verification is: %@", failure);
 }
 
 } // namespace kelvane

@@ -36,7 +36,7 @@ void Verification::tellOutcome(const std::string& progress) {
     if (!isDamaged)
         return state_->alerts()->withdraw(damageAlert);
     if (std::exchange(loggedDamage_, record_.damage) != record_.damage)
-        KelvaneSystemLog("%@.", record_.lastOutcome);
+        logError("%@.", record_.lastOutcome);
     Alert alert = report.alert(record_, canRepair());
     if (mayBeSetAside() && !record_.areAllOnDisk)
         alert.actions = {"store-again:"};

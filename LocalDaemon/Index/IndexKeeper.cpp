@@ -27,8 +27,7 @@ BackupIndex indexIn(const std::string& path) {
         return {};
     if (auto index = file.succeeded() ? BackupIndex::decoded(file.bytes) : std::nullopt)
         return std::move(*index);
-    KelvaneSystemLog("The index of the backup is made anew; the one in %@ cannot be used. %@", path,
-                     file.reason);
+    logError("The index of the backup is made anew; the one in %@ cannot be used. %@", path, file.reason);
     return {};
 }
 
@@ -83,7 +82,7 @@ ResticOutcome IndexKeeper::synchronize(bool mayMake, const StopSignal& stop) {
     // They would be in the way of whoever looks through the whole repository.
     if (const ResticOutcome outcome = repository_.clearStaleLocks(stop).outcome;
         !outcome.succeeded() && !stop.isSet())
-        KelvaneSystemLog("Locks stay in the repository. %@", outcome.errors);
+        logWarning("Locks stay in the repository. %@", outcome.errors);
     const Repository::Listing listing = withKnown(markedSnapshots(stop));
     if (!listing.outcome.succeeded())
         return listing.outcome;
@@ -102,7 +101,7 @@ ResticOutcome IndexKeeper::synchronize(bool mayMake, const StopSignal& stop) {
         return {};
     }
     const auto count = static_cast<unsigned long long>(toList.size());
-    KelvaneSystemLog("Updating the index; %llu snapshots are to be listed.", count);
+    logNotice("Updating the index; %llu snapshots are to be listed.", count);
     ResticOutcome outcome = rebuild(std::move(from), toList, stop);
     alerts_.withdraw(restorestatus::listingAlert);
     isCurrent_ = isCurrent_ && outcome.succeeded();
@@ -155,8 +154,7 @@ void IndexKeeper::takeLate(Repository::Contents& contents, const Made& made) con
         std::ranges::move(goneLate(contents.items, *index_, *made.began), std::back_inserter(snapshot.lacks));
     if (const std::size_t late = takeLateChanges(contents.items, *index_, *made.began, made.readAgain);
         late != 0)
-        KelvaneSystemLog("%llu files changed while they were backed up; the next backup reads them again.",
-                         late);
+        logNotice("%llu files changed while they were backed up; the next backup reads them again.", late);
 }
 
 std::uint64_t IndexKeeper::nextSequence() const {
@@ -213,9 +211,9 @@ ResticOutcome IndexKeeper::forget(std::chrono::days keep, const StopSignal& stop
         ids = snapshotsToForget(listing.snapshots, retention_.limits(keep));
     if (ids.empty())
         return {};
-    KelvaneSystemLog("Forgetting %llu of %llu snapshots: all that is in them was replaced or deleted more "
-                     "than %lld days ago.",
-                     ids.size(), listing.snapshots.size(), static_cast<long long>(keep.count()));
+    logNotice("Forgetting %llu of %llu snapshots: all that is in them was replaced or deleted more "
+              "than %lld days ago.",
+              ids.size(), listing.snapshots.size(), static_cast<long long>(keep.count()));
     if (ResticOutcome outcome = repository_.forget(ids, stop); !outcome.succeeded())
         return outcome;
     retention_.noteForgotten();
@@ -233,16 +231,16 @@ void IndexKeeper::reportOrder(const Snapshot& made) const {
     const Snapshot* const before = index_->newestSnapshot();
     if (!before || made.time >= before->time)
         return alerts_.withdraw(orderAlert);
-    KelvaneSystemLog("Snapshot %@ is dated before the one made before it, %@: the clock is behind, or was "
-                     "ahead. It counts as the newest.",
-                     made.id, before->id);
+    logWarning("Snapshot %@ is dated before the one made before it, %@: the clock is behind, or was "
+               "ahead. It counts as the newest.",
+               made.id, before->id);
     alerts_.raise(alertForOrder(*before, made));
 }
 
 void IndexKeeper::reportUnread(const Repository::Listing& listing) const {
     if (listing.unread.empty())
         return alerts_.withdraw(unreadSnapshotsAlert);
-    KelvaneSystemLog("The list of snapshots is not whole: %@", listing.unread);
+    logError("The list of snapshots is not whole: %@", listing.unread);
     alerts_.raise(alertForUnreadSnapshots(listing.unread));
 }
 
@@ -251,7 +249,7 @@ void IndexKeeper::save(BackupIndex index) {
     index_ =
         std::make_shared<const BackupIndex>(damage_->isNone() ? std::move(index) : index.withDamage(damage_));
     if (const FileOutcome saved = replacePrivateFile(path_, index_->encoded()); !saved.succeeded())
-        KelvaneSystemLog("The index of the backup cannot be saved: %@", saved.reason);
+        logError("The index of the backup cannot be saved: %@", saved.reason);
 }
 
 void IndexKeeper::take(BackupIndex index, const std::vector<std::string>& changed, bool isRebuilt) {

@@ -54,7 +54,7 @@ Repository::Listing IndexKeeper::withKnown(Repository::Listing listing) const {
 // well: on another machine, or without the index, what is missing would count as deleted.
 ResticOutcome IndexKeeper::mark(Made& made, const StopSignal& stop) const {
     if (const ResticOutcome outcome = repository_.markPartial({made.id}, stop); !outcome.succeeded()) {
-        KelvaneSystemLog("Snapshot %@ lacks something and is not marked yet: %@", made.id, reasonOf(outcome));
+        logWarning("Snapshot %@ lacks something and is not marked yet: %@", made.id, reasonOf(outcome));
         return {}; // the index knows it, and the next time it is made current
     }
     const Repository::Listing listing = repository_.snapshots(stop);
@@ -74,8 +74,8 @@ Repository::Listing IndexKeeper::markedSnapshots(const StopSignal& stop) const {
     if (!listing.outcome.succeeded() || unmarked.empty())
         return listing;
     if (const ResticOutcome outcome = repository_.markPartial(unmarked, stop); !outcome.succeeded()) {
-        KelvaneSystemLog("%llu snapshots that lack something are not marked yet: %@", unmarked.size(),
-                         reasonOf(outcome));
+        logWarning("%llu snapshots that lack something are not marked yet: %@", unmarked.size(),
+                   reasonOf(outcome));
         return listing;
     }
     return repository_.snapshots(stop);
@@ -115,7 +115,7 @@ BackupIndex IndexKeeper::withListed(const Repository::Listing& listing, const st
     std::optional<BackupIndex> numbered = isOneGone ? std::nullopt : indexNumbering(known, order);
     const bool isMadeAnew = !numbered.has_value();
     if (isMadeAnew) {
-        KelvaneSystemLog("Snapshots are missing or in another order; the index is made anew.");
+        logWarning("Snapshots are missing or in another order; the index is made anew.");
         numbered = indexNumbering(none, order);
     }
     for (const auto& [number, snapshot] : numbered->snapshots())
@@ -146,7 +146,7 @@ ResticOutcome IndexKeeper::rebuild(BackupIndex from, const Numbers& toList, cons
         const Snapshot snapshot = *from.snapshot(toList[at]);
         const ResticOutcome outcome = listContents(from, toList[at], read, stop);
         if (outcome.trouble == ResticTrouble::Failed) {
-            KelvaneSystemLog("Snapshot %@ cannot be read: %@", snapshot.id, outcome.errors);
+            logError("Snapshot %@ cannot be read: %@", snapshot.id, outcome.errors);
             alerts_.raise(alertForUnreadSnapshots(outcome.errors));
             failure = outcome;
             continue;

@@ -11,7 +11,7 @@ namespace {
 
 void move(const std::string& from, const std::string& to) {
     if (std::rename(from.c_str(), to.c_str()) != 0 && errno != ENOENT)
-        KelvaneSystemLog("Cannot rename %@ to %@: %@", from, to, errorText());
+        logError("Cannot rename %@ to %@: %@", from, to, errorText());
 }
 
 } // namespace

@@ -209,9 +209,9 @@ std::int64_t RetentionRecord::look() {
     const bool isFirst = known.steadySince == 0;
     const bool hasJumped = isFirst || jump < -largestCorrection || jump > believed;
     if (hasJumped && !isFirst)
-        KelvaneSystemLog("The clock differs by %lld s from what had to be expected. Nothing is removed from "
-                         "the backup until deleted files have been kept for their full time from now on.",
-                         jump);
+        logWarning("The clock differs by %lld s from what had to be expected. Nothing is removed from "
+                   "the backup until deleted files have been kept for their full time from now on.",
+                   jump);
     if (hasJumped) {
         known.steadySince = reading.wall;
         for (auto& [id, repository] : known.repositories)
@@ -253,7 +253,7 @@ std::string RetentionRecord::save() {
     if (failure.empty())
         saved_ = contents_;
     else
-        KelvaneSystemLog("What decides over forgetting cannot be saved: %@", failure);
+        logError("What decides over forgetting cannot be saved: %@", failure);
     return failure;
 }
 
@@ -264,8 +264,8 @@ RetentionRecord::Contents RetentionRecord::read(const std::string& path) {
     if (file.state == CheckedReading::State::Missing)
         return {};
     static_cast<void>(setAside(path, file.reason));
-    KelvaneSystemLog("Nothing is removed from the backup until deleted files have been kept for their full "
-                     "time from now on.");
+    logNotice("Nothing is removed from the backup until deleted files have been kept for their full "
+              "time from now on.");
     return {};
 }
 

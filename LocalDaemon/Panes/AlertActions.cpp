@@ -19,7 +19,7 @@ std::string AlertActions::perform(const std::string& action, const std::string& 
         return "No alert \"" + alertId + "\" stands.";
     if (std::ranges::find(alert->actions, action) == alert->actions.end())
         return "The alert \"" + alertId + "\" does not offer \"" + action + "\".";
-    KelvaneSystemLog("Alert %@: %@", alertId, action);
+    logNotice("Alert %@: %@", alertId, action);
     if (action == dismissAction) {
         alerts_->withdraw(alertId);
         return {};

@@ -162,12 +162,12 @@ Value DaemonTarget::stringValueForProfileKey(const Value& key) {
 
 void DaemonTarget::setValueForProfileKey(const Value& key, const Value& text) {
     if (!key.isString() || !text.isString())
-        return KelvaneSystemLog("A profile value without a key or a text is ignored.");
+        return logWarning("A profile value without a key or a text is ignored.");
     bool isTaken = false;
     world_->state->changeSettings(
         [&](Settings& settings) { isTaken = setEntry(settings.profile, key.stringValue(), text); });
     if (!isTaken)
-        KelvaneSystemLog("A profile value is ignored: it is too long, or there are too many.");
+        logWarning("A profile value is ignored: it is too long, or there are too many.");
 }
 
 std::uint32_t DaemonTarget::getFileTypeToggle(const Value& fileType) {
@@ -176,14 +176,13 @@ std::uint32_t DaemonTarget::getFileTypeToggle(const Value& fileType) {
 
 void DaemonTarget::setFileTypeToggle(const Value& fileType, std::uint32_t toggle) {
     if (!fileType.isString())
-        return KelvaneSystemLog("The toggle of a file type without a name is ignored.");
+        return logWarning("The toggle of a file type without a name is ignored.");
     bool isTaken = false;
     world_->state->changeSettings([&](Settings& settings) {
         isTaken = setEntry(settings.fileTypeToggles, fileType.stringValue(), toggle);
     });
     if (!isTaken)
-        KelvaneSystemLog(
-            "The toggle of a file type is ignored: its name is too long, or there are too many.");
+        logWarning("The toggle of a file type is ignored: its name is too long, or there are too many.");
 }
 
 Value DaemonTarget::dictionaryForPathWithDirSizes(const Value& path, bool withDirSizes) {
@@ -194,7 +193,7 @@ Value DaemonTarget::dictionaryForPathWithDirSizes(const Value& path, bool withDi
 void DaemonTarget::setPriorityBackup(const Value& path) {
     const auto real = world_->disks->entrance().pathWithoutLinks(path.stringValue());
     if (!real)
-        return KelvaneSystemLog("What makes no sense is not backed up first: %@", path);
+        return logWarning("What makes no sense is not backed up first: %@", path);
     world_->state->backupOrders().add();
     world_->runner->backUpNow(*real);
 }
@@ -226,7 +225,7 @@ void DaemonTarget::setFlag(bool Settings::*flag, bool on) {
 }
 
 std::uint32_t DaemonTarget::refuse(std::string_view selector, const Value& argument) {
-    KelvaneSystemLog("%@ is not possible yet: %@", selector, argument);
+    logWarning("%@ is not possible yet: %@", selector, argument);
     return ENOTSUP;
 }
 

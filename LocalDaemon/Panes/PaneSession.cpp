@@ -45,7 +45,7 @@ bool PaneSession::start(std::chrono::milliseconds sendTimeout) {
     try {
         sender_ = std::thread([this] { send(); });
     } catch (const std::system_error& error) {
-        KelvaneSystemLog("A pane cannot be served: %@", error.what());
+        logError("A pane cannot be served: %@", error.what());
         return false;
     }
     socket_->setSocketDelegate(shared_from_this()); // last: it may find at once that the pane has gone
@@ -79,8 +79,7 @@ void PaneSession::send() {
 
 void PaneSession::send(const CallbackQueue::Batch& batch) {
     if (batch.lostAlerts > 0)
-        KelvaneSystemLog("A pane takes its alerts too slowly; it is not told the oldest %llu.",
-                         batch.lostAlerts);
+        logWarning("A pane takes its alerts too slowly; it is not told the oldest %llu.", batch.lostAlerts);
     if (batch.states.size() == 1) {
         proxy_->call<"stateChanged:">(batch.states.front());
     } else if (!batch.states.empty()) {

@@ -54,7 +54,7 @@ void RuleCommands::mark(const Array& paths, PathRules::Mark mark) const {
     if (error == 0)
         return state_->alerts()->withdraw(refusedAlert);
     const std::string reason = errorText(static_cast<int>(error));
-    KelvaneSystemLog("What is backed up stays as it is (%@): %@", reason, Value(paths));
+    logWarning("What is backed up stays as it is (%@): %@", reason, Value(paths));
     // The call has no answer that could say so.
     if (error == ENOSPC)
         state_->alerts()->raise({refusedAlert, "error", "What is backed up stays as it is.",

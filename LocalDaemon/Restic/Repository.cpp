@@ -112,8 +112,8 @@ void leaveOut(std::vector<SnapshotItem>& items, const std::vector<bool>& isLeftO
     std::size_t kept = 0;
     for (std::size_t at = 0; at < items.size(); ++at) {
         if (isImpossible(items[at].path))
-            KelvaneSystemLog("The backup holds a file with an impossible name, which is ignored: %@",
-                             items[at].path);
+            logWarning("The backup holds a file with an impossible name, which is ignored: %@",
+                       items[at].path);
         else if (!isLeftOut[at] && kept++ != at)
             items[kept - 1] = std::move(items[at]);
     }
@@ -320,7 +320,7 @@ ResticOutcome Repository::remove(const std::vector<RepositoryLock>& locks,
     if (locks.empty())
         return {};
     for (const RepositoryLock& each : locks)
-        KelvaneSystemLog("Removing the lock of PID %d on host %@, which has ended.", each.pid, each.hostName);
+        logNotice("Removing the lock of PID %d on host %@, which has ended.", each.pid, each.hostName);
     const std::string folder = localFolderOf(restic_->place().location);
     if (folder.empty() && areAllKnown && std::ranges::none_of(others, resticWouldRemove))
         return print(*restic_, {"unlock"}, stop).outcome;

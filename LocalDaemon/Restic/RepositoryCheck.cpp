@@ -149,7 +149,7 @@ RepositoryCheck::Located RepositoryCheck::locate(const CheckReport& report, Snap
             break;
     }
     if (located.outcome.trouble == ResticTrouble::Failed) { // over a pack that is cut off, for one
-        KelvaneSystemLog("Cannot tell which files are damaged: %@", reasonOf(located.outcome));
+        logWarning("Cannot tell which files are damaged: %@", reasonOf(located.outcome));
         located.outcome = {};
         damage.isEverything = true;
     }
@@ -262,7 +262,7 @@ RepositoryCheck::Packs RepositoryCheck::neededByOthers(const std::set<std::strin
     if (needed.outcome.succeeded())
         needed.outcome = addNeeded(packs, own.snapshots, needed.ids, stop);
     if (own.outcome.succeeded() && needed.outcome.trouble == ResticTrouble::Failed) {
-        KelvaneSystemLog("Cannot tell who needs the damaged packs: %@", reasonOf(needed.outcome));
+        logWarning("Cannot tell who needs the damaged packs: %@", reasonOf(needed.outcome));
         return {{}, packs};
     }
     return needed;
@@ -312,7 +312,7 @@ std::string RepositoryCheck::setAside(const std::set<std::string>& packs) const 
             continue; // it is there already, or was pruned
         if (error)
             return from.string() + ": " + error.message();
-        KelvaneSystemLog("Damaged pack file set aside: %@", (folder / "damaged" / pack).string());
+        logNotice("Damaged pack file set aside: %@", (folder / "damaged" / pack).string());
     }
     return {};
 }

@@ -215,8 +215,8 @@ ResticOutcome Restic::run(const Call& call, const StopSignal& stop) const {
     ChildOutcome child = runOnce(watched, true, stop);
     bool wasCacheDamaged = false;
     if (!isStopped() && mayBeCacheDamage(call, child, troubleOf(child, false), hasAnswered)) {
-        KelvaneSystemLog("restic %@: %@; trying without the cache", call.arguments.front(),
-                         withoutSecrets(lastWordIn(child.errors)));
+        logWarning("restic %@: %@; trying without the cache", call.arguments.front(),
+                   withoutSecrets(lastWordIn(child.errors)));
         if (call.onRepeat)
             call.onRepeat();
         watched.arguments.emplace_back(noCache);
@@ -227,7 +227,7 @@ ResticOutcome Restic::run(const Call& call, const StopSignal& stop) const {
             removeCache();
     }
     if (call.takesLockIfPossible && !child.succeeded() && !isStopped() && tellsOfRefusedLocks(child.errors)) {
-        KelvaneSystemLog("The backup's place takes no lock, and is read without one.");
+        logNotice("The backup's place takes no lock, and is read without one.");
         watched.arguments = call.arguments;
         child = runOnce(watched, false, stop);
     }
@@ -258,7 +258,7 @@ bool Restic::mayBeCacheDamage(const Call& call, const ChildOutcome& child, Resti
 void Restic::removeCache() const {
     std::error_code error;
     std::filesystem::remove_all(place_.cacheFolder, error);
-    KelvaneSystemLog("Damaged cache removed: %@%@", place_.cacheFolder, error ? ": " + error.message() : "");
+    logWarning("Damaged cache removed: %@%@", place_.cacheFolder, error ? ": " + error.message() : "");
 }
 
 ChildOutcome Restic::runOnce(const Call& call, bool takesLock, const StopSignal& stop) const {

@@ -140,7 +140,7 @@ bool ResticProcesses::mayHold(const Process& process, const RepositoryLock& lock
 std::vector<ResticProcesses::Process> ResticProcesses::read(const std::string& path) {
     const FileReading file = readFile(path, largestFile);
     if (!file.succeeded() && file.error != ENOENT && file.error != ENOTDIR)
-        KelvaneSystemLog("The list of restic's processes cannot be read: %@", file.reason);
+        logError("The list of restic's processes cannot be read: %@", file.reason);
     std::istringstream lines(std::string(file.bytes.begin(), file.bytes.end()));
     std::vector<Process> processes;
     std::string line;
@@ -160,7 +160,7 @@ void ResticProcesses::save() {
         lines << each.bootId << ' ' << each.pidNamespace << ' ' << each.pid << ' ' << each.startTime << ' '
               << each.started << ' ' << each.ended << ' ' << each.hostName << '\n';
     if (const FileOutcome saved = replacePrivateFile(path_, lines.str()); !saved.succeeded())
-        KelvaneSystemLog("The list of restic's processes cannot be saved: %@", saved.reason);
+        logError("The list of restic's processes cannot be saved: %@", saved.reason);
 }
 
 } // namespace kelvane

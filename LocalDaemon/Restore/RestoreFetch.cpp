@@ -48,7 +48,7 @@ std::string RestoreFetch::fetch(const RestorePlan& plan, const StagingFolder& st
         const std::string reason = !last.failure.empty()  ? last.failure
                                    : errors.items.empty() ? errors.below.begin()->second
                                                           : errors.items.begin()->second;
-        KelvaneSystemLog("Restoring waits until the backup can be reached: %@", reason);
+        logWarning("Restoring waits until the backup can be reached: %@", reason);
         tools_.onWait(reason);
         const bool isLastWait = std::next(wait) == tools_.waits.end();
         const bool isToLast = last.isLocked && isSomebodyAtWork() && isLastWait;
@@ -66,7 +66,7 @@ bool RestoreFetch::isSomebodyAtWork() const {
     const Repository repository(tools_.restic, anyComputer);
     const ResticOutcome outcome = repository.clearStaleLocks(tools_.stop).outcome;
     if (!outcome.succeeded())
-        KelvaneSystemLog("The lock of the backup stands. %@", outcome.errors);
+        logWarning("The lock of the backup stands. %@", outcome.errors);
     return outcome.succeeded();
 }
 
@@ -76,7 +76,7 @@ RestoreFetch::Try RestoreFetch::fetchWhatThereIs(const RestorePlan& plan, const 
     Try first = fetchOnce(plan, {}, staging, errors);
     if (!first.lacksContents || tools_.stop.isSet())
         return first;
-    KelvaneSystemLog("Parts of the backup are missing; finding out of which files.");
+    logWarning("Parts of the backup are missing; finding out of which files.");
     tools_.onWait("Parts of the backup are missing: looking which files can still be restored.");
     const Damage lost = lostContents();
     tools_.onWait({});

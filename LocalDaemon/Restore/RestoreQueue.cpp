@@ -120,7 +120,7 @@ std::uint32_t RestoreQueue::add(RestoreJob job) {
 }
 
 std::uint32_t RestoreQueue::refuse(const std::string& reason) {
-    KelvaneSystemLog("Restore refused: %@", reason);
+    logError("Restore refused: %@", reason);
     const std::string line = messageLine(reason);
     options_.onRefusal(line);
     const std::scoped_lock guard(mutex_);
@@ -241,7 +241,7 @@ std::string RestoreQueue::troubleWithBackup() const {
         return {};
     const std::string reason = outcome.succeeded() ? options_.askForIndex() : restoreFailureFor(outcome);
     if (!reason.empty())
-        KelvaneSystemLog("Restoring waits until it is known what is in the backup: %@", reason);
+        logWarning("Restoring waits until it is known what is in the backup: %@", reason);
     return reason;
 }
 
@@ -282,7 +282,7 @@ void RestoreQueue::runBatch(const std::vector<RestoreJob>& jobs,
         const auto done = ended.emplace(jobs[number].id, RestoreJournal::Ended::with(failures[number])).first;
         journal_.end(done->first, done->second);
         for (const RestoreFailure& failure : failures[number])
-            KelvaneSystemLog("Not restored: %@: %@", failure.path, failure.reason);
+            logError("Not restored: %@: %@", failure.path, failure.reason);
     }
     const std::scoped_lock guard(mutex_);
     const bool wasStopped = running_->isSet();

@@ -25,7 +25,7 @@ void setTime(const std::string& folder, FileTime modified) {
     const std::array<timespec, 2> times{timespec{0, UTIME_OMIT}, modified.asTimespec()};
     const FileDescriptor place = openFolder(folder);
     if (!place || ::utimensat(AT_FDCWD, pathOfDescriptor(place.get()).c_str(), times.data(), 0) != 0)
-        KelvaneSystemLog("The time of %@ cannot be set.", folder);
+        logWarning("The time of %@ cannot be set.", folder);
 }
 
 // Each file takes some room of its own.
@@ -257,7 +257,7 @@ void RestoreRun::finishMadeFolders() {
         const std::string reason =
             folder ? each->metadata.applyTo(folder.get(), FolderMetadata::Use::Final) : "it has gone";
         if (!reason.empty())
-            KelvaneSystemLog("%@ is not as it was saved: %@", each->target, reason);
+            logWarning("%@ is not as it was saved: %@", each->target, reason);
     }
 }
 

@@ -41,7 +41,7 @@ FolderScan::~FolderScan() {
 
 void FolderScan::start() {
     if (!watch_.error().empty())
-        KelvaneSystemLog("Folders cannot be watched: %@", watch_.error());
+        logError("Folders cannot be watched: %@", watch_.error());
     thread_ = std::thread([this] { run(); });
 }
 
@@ -231,10 +231,9 @@ void FolderScan::watch(Folder& folder, const std::string& path) {
     if (outcome != DirectoryWatch::Outcome::LimitReached || report_.isWatchIncomplete)
         return;
     report_.isWatchIncomplete = true;
-    KelvaneSystemLog(
-        "The system lets this user watch no more folders (fs.inotify.max_user_watches). Changes in %@ "
-        "and others are noticed within %lld s.",
-        path, std::chrono::ceil<std::chrono::seconds>(options_.rescanInterval).count());
+    logWarning("The system lets this user watch no more folders (fs.inotify.max_user_watches). Changes in %@ "
+               "and others are noticed within %lld s.",
+               path, std::chrono::ceil<std::chrono::seconds>(options_.rescanInterval).count());
 }
 
 void FolderScan::lookAt(Folder& folder) {
@@ -286,7 +285,7 @@ void FolderScan::logUnreadable() {
                                 std::count_if(unwatched_.begin(), unwatched_.end(), isUnreadable),
                                 FolderTree::pathOf(**first));
     if (std::exchange(loggedUnreadable_, unreadable) != unreadable && !unreadable.empty())
-        KelvaneSystemLog("Folders that cannot be read are not backed up: %@", unreadable);
+        logWarning("Folders that cannot be read are not backed up: %@", unreadable);
 }
 
 void FolderScan::report() {
@@ -339,8 +338,7 @@ void FolderScan::gatherBurst() {
 void FolderScan::takeChanges(const std::vector<DirectoryWatch::Event>& changes) {
     for (const auto& [path, change] : changes) {
         if (change == DirectoryWatch::Change::Overflow) {
-            KelvaneSystemLog(
-                "Changes came faster than the system reports them: everything is scanned again.");
+            logNotice("Changes came faster than the system reports them: everything is scanned again.");
             scanEverything();
             for (Folder* const folder : dirty_)
                 folder->isOnlyLookedAt = false;

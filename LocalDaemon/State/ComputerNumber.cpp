@@ -79,13 +79,13 @@ ComputerNumber computerNumber(const std::string& path, const std::string& indexP
     if (const std::uint32_t number = numberIn(file.bytes);
         number != 0 && (copied == 0 || copied == number || isNewer(path, copyPath))) {
         if (const std::string failure = copied == number ? "" : keep(number, copyPath); !failure.empty())
-            KelvaneSystemLog("The number of this computer has no second copy: %@", failure);
+            logWarning("The number of this computer has no second copy: %@", failure);
         return {number, {}};
     }
     if (copied != 0) {
         const std::string failure = isMissing(file) ? keep(copied, path) : file.reason;
-        KelvaneSystemLog("The number of this computer is taken from %@, as %@ has none or was damaged. %@",
-                         copyPath, path, failure);
+        logWarning("The number of this computer is taken from %@, as %@ has none or was damaged. %@",
+                   copyPath, path, failure);
         return {copied, {}};
     }
     if (!isMissing(file))
@@ -98,9 +98,9 @@ ComputerNumber computerNumber(const std::string& path, const std::string& indexP
         isInUse ? own : numberFrom(machine + indexPath + '\n' + std::to_string(::geteuid()));
     const std::string failure = keep(number, path) + keep(number, copyPath);
     if (isInUse || !failure.empty())
-        KelvaneSystemLog("%@ is not there: the number of this computer is %u, which follows from the machine "
-                         "alone. %@",
-                         path, own, failure);
+        logWarning("%@ is not there: the number of this computer is %u, which follows from the machine "
+                   "alone. %@",
+                   path, own, failure);
     return {failure.empty() ? number : own, {}};
 }
 

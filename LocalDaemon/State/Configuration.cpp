@@ -49,7 +49,7 @@ PropertyListReading listIn(const std::string& path) {
     else if (!isNoFile(path))
         list.error = file.reason;
     if (!list.succeeded())
-        KelvaneSystemLog("The configuration in %@ is not used: %@", path, list.error);
+        logError("The configuration in %@ is not used: %@", path, list.error);
     return list;
 }
 
@@ -198,7 +198,7 @@ ConfigurationDefaults usualDefaults() {
 Configuration readConfiguration(const std::string& path, const ConfigurationDefaults& defaults,
                                 const Volumes& volumes, const Dictionary& settled) {
     const auto log = [](std::string_view key, const std::string& fault) {
-        KelvaneSystemLog("The configuration's %@ is not used: %@", key, fault);
+        logError("The configuration's %@ is not used: %@", key, fault);
     };
     return configurationFrom(Entries(listIn(path), settled, log), defaults, volumes);
 }

@@ -132,7 +132,7 @@ void DaemonState::changeSettings(const std::function<void(Settings&)>& change) {
     const std::string failure = save_(changed, version);
     if (failure.empty())
         return alerts_->withdraw(settingsAlert);
-    KelvaneSystemLog("The settings cannot be saved: %@", failure);
+    logError("The settings cannot be saved: %@", failure);
     alerts_->raise({settingsAlert, "error", "Your settings could not be saved.",
                     "They are in use, but will be lost when the backup daemon ends. " + failure});
 }

@@ -35,7 +35,7 @@ std::unique_ptr<FolderWatcher> FolderWatcher::create(std::shared_ptr<MainLoop> m
     } catch (const std::system_error& error) { // no descriptor, no thread
         reason = error.what();
     }
-    KelvaneSystemLog("Folders cannot be watched: %@", reason);
+    logError("Folders cannot be watched: %@", reason);
     return nullptr;
 }
 

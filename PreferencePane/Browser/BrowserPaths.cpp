@@ -92,7 +92,7 @@ bool fileChanged(const std::string& path, ColumnBrowser& inBrowser, bool isResto
     if (column < 0 && path != "/" && path != kelv_svdPath())
         return false;
     if (!row.isValid()) {
-        KelvaneCLog("Error:  fileChanged for %@, column %d does not match browser cell", path, column);
+        KelvaneCLogError("Error:  fileChanged for %@, column %d does not match browser cell", path, column);
         inBrowser.reloadColumn(column);
         return true;
     }

@@ -137,7 +137,7 @@ std::int32_t BackupState::intValueForProfileKey(const std::string& key) const {
 }
 
 void BackupState::setValueForProfileKey(const std::string& key, std::uint32_t withUnsigned) {
-    KelvaneSystemLog("%s: %@ = %u", "-[BackupState setValueForProfileKey:withUnsigned:]", key, withUnsigned);
+    logNotice("%s: %@ = %u", "-[BackupState setValueForProfileKey:withUnsigned:]", key, withUnsigned);
     if (const auto daemon = proxy())
         daemon->invoke("setValueForProfileKey:withUnsigned:", {key, withUnsigned});
 }

@@ -100,8 +100,7 @@ void KelvaneRestoreTabController::openPanelDidEnd(int returnCode) {
     std::error_code error;
     const std::filesystem::path folder = std::filesystem::canonical(folders.front().toStdString(), error);
     if (error)
-        return KelvaneSystemLog("Nothing can be restored to %@: %@", folders.front().toStdString(),
-                                error.message());
+        return logError("Nothing can be restored to %@: %@", folders.front().toStdString(), error.message());
     restoreToPath(enteredPath(folder, *prefs_.fileServices().fileSystem().volumes()));
 }
 

@@ -42,8 +42,8 @@ void KelvaneRestoreTabController::restoreToPath(const std::optional<std::string>
     const std::size_t asked =
         workShowingProgress(prefs_, prefs_.text("Preparing to restore…"), restoredPaths_.size(), ask);
     if (asked < restoredPaths_.size())
-        KelvaneSystemLog("Restore jobs were made for %llu of %llu items only: cancelled, or daemon lost",
-                         asked, restoredPaths_.size());
+        logError("Restore jobs were made for %llu of %llu items only: cancelled, or daemon lost", asked,
+                 restoredPaths_.size());
 }
 
 void KelvaneRestoreTabController::restoredPendingCount(std::uint32_t count) {

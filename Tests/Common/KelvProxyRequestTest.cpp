@@ -66,7 +66,7 @@ protected:
         proxy.reset();
         LinkTest::TearDown();
         loop->runPosted();
-        detail::logEnabled = false;
+        setLogLevel(LogLevel::Notice);
     }
     void run(Invocation& invocation) {
         const std::string& selector = invocation.selector();

@@ -18,7 +18,7 @@ LogSinkToken collectInto(Lines& lines) {
 
 // What a process writes that starts with the marker at `path`. Logging stays on, so it is called in a child.
 Lines writtenWithMarker(const std::string& path) {
-    detail::logEnabled = false; // as in a new process, whatever ran before
+    setLogLevel(LogLevel::Notice); // as in a new process, whatever ran before
     Lines lines;
     const LogSinkToken sink = collectInto(lines);
     KelvaneCLog("too early %d", 1);
@@ -26,7 +26,7 @@ Lines writtenWithMarker(const std::string& path) {
     KelvaneLogStart(path + ".absent");
     KelvaneCLog("%@ %u", Value(Array{1}), 7U);
     KelvaneLog(std::string("%s"), std::string("text"));
-    KelvaneSystemLog("always");
+    logNotice("always");
     return lines;
 }
 
@@ -44,16 +44,45 @@ TEST(LoggingDeathTest, GoesToStandardErrorWhenThereIsNoSystemLog) {
     EXPECT_STREQ(logMarkerPath, "/tmp/kelvane_logging");
     const tests::EnvironmentVariable zone("TZ", "UTC");
     ::tzset();
-    const LogEntry entry{std::chrono::system_clock::time_point(std::chrono::milliseconds(1735787045678)),
-                         "text"};
-    EXPECT_TRUE(entry.line().starts_with("2025-01-02 03:04:05.678 ")) << entry.line();
-    EXPECT_TRUE(entry.line().ends_with("] text")) << entry.line();
+    const std::pair<LogLevel, const char*> cases[] = {{LogLevel::Error, "] error: text"},
+                                                      {LogLevel::Warning, "] warning: text"},
+                                                      {LogLevel::Notice, "] text"},
+                                                      {LogLevel::Debug, "] text"}};
+    for (const auto& [level, end] : cases) {
+        const LogEntry entry{std::chrono::system_clock::time_point(std::chrono::milliseconds(1735787045678)),
+                             level, "text"};
+        EXPECT_TRUE(entry.line().starts_with("2025-01-02 03:04:05.678 ")) << entry.line();
+        EXPECT_TRUE(entry.line().ends_with(end)) << entry.line();
+    }
     const auto write = [] {
-        KelvaneSystemLog("written");
+        logNotice("written");
         std::_Exit(0);
     };
     EXPECT_EXIT(write(), testing::ExitedWithCode(0),
                 std::filesystem::exists("/dev/log") ? "" : "] written\n");
+}
+
+// From the level that the process writes to the ones that are more severe than it.
+TEST(Logging, WritesWhatIsSevereEnough) {
+    const std::pair<LogLevel, Lines> cases[] = {
+        {LogLevel::Error, {"3 error"}},
+        {LogLevel::Warning, {"3 error", "4 warning"}},
+        {LogLevel::Notice, {"3 error", "4 warning", "5 notice"}},
+        {LogLevel::Debug, {"3 error", "4 warning", "5 notice", "7 debug", "3 failure"}}};
+    for (const auto& [level, expected] : cases) {
+        Lines lines;
+        const LogSinkToken sink = setLogSink([&lines](const LogEntry& entry) {
+            lines.push_back(std::to_string(static_cast<int>(entry.level)) + ' ' + entry.text);
+        });
+        setLogLevel(level);
+        logError("error");
+        logWarning("warning");
+        logNotice("%s", "notice");
+        KelvaneCLog("debug");
+        KelvaneCLogError("failure");
+        EXPECT_EQ(lines, expected);
+    }
+    setLogLevel(LogLevel::Notice);
 }
 
 TEST(Logging, MakesOneBoundedLineOfWhateverIsWritten) {
@@ -69,10 +98,10 @@ TEST(Logging, MakesOneBoundedLineOfWhateverIsWritten) {
     Lines lines;
     const LogSinkToken sink = collectInto(lines);
     for (const auto& [text, expected] : cases) {
-        KelvaneSystemLog("%@", text);
+        logNotice("%@", text);
         EXPECT_EQ(lines.back(), expected);
     }
-    KelvaneSystemLog("%@", std::string(1 << 20, '\x80'));
+    logNotice("%@", std::string(1 << 20, '\x80'));
     EXPECT_LE(lines.back().size(), longestLogEntry + 64);
 }
 

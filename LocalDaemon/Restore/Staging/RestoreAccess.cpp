@@ -24,7 +24,7 @@ bool setMode(int folder, mode_t mode) {
 }
 
 void logKept(const std::string& path) {
-    KelvaneSystemLog("%@ keeps its owner's access: %@", path, errorText());
+    logWarning("%@ keeps its owner's access: %@", path, errorText());
 }
 
 } // namespace

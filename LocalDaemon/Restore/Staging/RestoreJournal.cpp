@@ -234,7 +234,7 @@ void RestoreJournal::tidyUp() {
     const Contents contents = contentsOf(file.bytes);
     if (file.succeeded() && contents.damage.empty())
         return rewrite(contents);
-    KelvaneSystemLog("The restore jobs cannot be tidied up: %@", file.reason + contents.damage);
+    logWarning("The restore jobs cannot be tidied up: %@", file.reason + contents.damage);
     tidyAt_ *= 2;
 }
 
@@ -242,7 +242,7 @@ void RestoreJournal::rewrite(const Contents& contents) {
     const std::string text = textOf(contents);
     const FileOutcome outcome = replacePrivateFile(path_, text);
     if (!outcome.succeeded())
-        KelvaneSystemLog("The restore jobs cannot be written: %@", outcome.reason);
+        logError("The restore jobs cannot be written: %@", outcome.reason);
     tidyAt_ = outcome.succeeded() ? 2 * static_cast<off_t>(text.size()) + spareSize : 2 * tidyAt_;
     file_.reset(::open(path_.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC | O_NOFOLLOW));
 }
@@ -276,7 +276,7 @@ bool RestoreJournal::append(const Fields& fields, Flush flush) {
     const bool isWritten = isOpen() && appendText(lineOf(fields), flush);
     const int error = errno;
     if (!isWritten)
-        KelvaneSystemLog("A line cannot be added to %@: %@", path_, errorText());
+        logError("A line cannot be added to %@: %@", path_, errorText());
     else if (::lseek(file_.get(), 0, SEEK_END) > tidyAt_)
         tidyUp();
     errno = error;
@@ -303,7 +303,7 @@ bool RestoreJournal::appendText(const std::string& text, Flush flush) {
         return true;
     const int error = written < 0 || isWhole ? errno : ENOSPC;
     if (before >= 0 && written > 0 && ::ftruncate(file_.get(), before) != 0)
-        KelvaneSystemLog("A line that does not count stays in %@.", path_);
+        logWarning("A line that does not count stays in %@.", path_);
     errno = error;
     return false;
 }

@@ -311,21 +311,21 @@ bool removeStaging(const std::string& path, const StopSignal* stop) {
     const FileDescriptor around =
         path.starts_with('/') ? openFolder(std::string(folderOf(path))) : FileDescriptor();
     if (!around && path.starts_with('/')) {
-        KelvaneSystemLog("What is left of a restore cannot be reached: %@: %@", path, errorText());
+        logWarning("What is left of a restore cannot be reached: %@: %@", path, errorText());
         return false;
     }
     const FileDescriptor folder = openFolderIn(around.get(), name);
     if (!folder && errno == ENOENT)
         return true;
     if (!isOurStaging(folder, name)) {
-        KelvaneSystemLog("Not removed: %@ is no staging folder of this user.", path);
+        logNotice("Not removed: %@ is no staging folder of this user.", path);
         return true;
     }
     static_cast<void>(::chmod(pathOfDescriptor(folder.get()).c_str(), ownersFolder)); // or no need
     if (removeContents(folder.get(), stop) && ::unlinkat(around.get(), name.c_str(), AT_REMOVEDIR) == 0)
         return true;
     if (!stop || !stop->isSet())
-        KelvaneSystemLog("What is left of a restore cannot be removed: %@: %@", path, errorText());
+        logWarning("What is left of a restore cannot be removed: %@: %@", path, errorText());
     return false;
 }
 
