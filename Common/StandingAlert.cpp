@@ -19,9 +19,12 @@ Value dictionaryOf(const StandingAlert& alert) {
 std::vector<StandingAlert> standingAlertsFrom(const Value& array) {
     std::vector<StandingAlert> alerts;
     for (const Value& entry : array.array()) {
-        StandingAlert alert{entry["id"].stringValue(),    entry["severity"].stringValue(),
-                            entry["title"].stringValue(), entry["text"].stringValue(),
-                            entry["since"].dateValue(),   {}};
+        StandingAlert alert{.id = entry["id"].stringValue(),
+                            .severity = entry["severity"].stringValue(),
+                            .title = entry["title"].stringValue(),
+                            .text = entry["text"].stringValue(),
+                            .since = entry["since"].dateValue(),
+                            .actions = {}};
         for (const Value& action : entry["actions"].array())
             alert.actions.push_back(action.stringValue());
         if (!alert.id.empty())

@@ -22,8 +22,11 @@ std::optional<Trailer> readTrailer(std::span<const std::uint8_t> file) {
         return std::nullopt;
     const std::uint64_t tableEnd = file.size() - trailerSize;
     const std::uint8_t* at = file.data() + tableEnd;
-    const Trailer trailer{at[offsetWidthField], at[referenceWidthField], readNumber(at + objectCountField, 8),
-                          readNumber(at + topObjectField, 8), readNumber(at + tableOffsetField, 8)};
+    const Trailer trailer{.offsetWidth = at[offsetWidthField],
+                          .referenceWidth = at[referenceWidthField],
+                          .objectCount = readNumber(at + objectCountField, 8),
+                          .topObject = readNumber(at + topObjectField, 8),
+                          .tableOffset = readNumber(at + tableOffsetField, 8)};
     if (!isWidth(trailer.offsetWidth) || !isWidth(trailer.referenceWidth) ||
         trailer.tableOffset < header.size() || trailer.tableOffset > tableEnd)
         return std::nullopt;

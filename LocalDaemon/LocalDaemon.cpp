@@ -252,15 +252,23 @@ void LocalDaemon::makeRestores() {
     options.onWait = [alerts = state_->alerts()](const std::string& reason) {
         if (reason.empty())
             return alerts->withdraw(restorestatus::waitAlert);
-        alerts->raise({restorestatus::waitAlert, "warning", "A restore is delayed.", reason});
+        alerts->raise({.kind = restorestatus::waitAlert,
+                       .severity = "warning",
+                       .title = "A restore is delayed.",
+                       .body = reason});
     };
     options.onRefusal = [state = state_](const std::string& reason) { state->refuseRestore(reason); };
     options.onUnkept = [alerts = state_->alerts()](const std::string& reason) {
-        alerts->raise({unkeptAlert, "warning", "Restores end with the backup daemon.",
-                       reason + ". They are done now; a restart does not go on with them."});
+        alerts->raise({.kind = unkeptAlert,
+                       .severity = "warning",
+                       .title = "Restores end with the backup daemon.",
+                       .body = reason + ". They are done now; a restart does not go on with them."});
     };
     options.onDamagedJournal = [alerts = state_->alerts()](const std::string& reason) {
-        alerts->raise({"restore_jobs_damaged", "error", "Restores that waited may be lost.", reason});
+        alerts->raise({.kind = "restore_jobs_damaged",
+                       .severity = "error",
+                       .title = "Restores that waited may be lost.",
+                       .body = reason});
     };
     restores_ = std::make_shared<RestoreQueue>(std::move(options));
 }

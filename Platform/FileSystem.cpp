@@ -113,10 +113,13 @@ std::optional<FileAttributes> LocalFileSystem::attributes(const std::string& pat
     const std::optional<struct stat> status = statusOf(realPath(path), AT_SYMLINK_NOFOLLOW);
     if (!status)
         return std::nullopt;
-    return FileAttributes{kindOf(status->st_mode), static_cast<std::uint64_t>(status->st_size),
-                          status->st_uid,          status->st_gid,
-                          dateOf(status->st_mtim), dateOf(status->st_atim),
-                          dateOf(status->st_ctim)};
+    return FileAttributes{.kind = kindOf(status->st_mode),
+                          .size = static_cast<std::uint64_t>(status->st_size),
+                          .uid = status->st_uid,
+                          .gid = status->st_gid,
+                          .modified = dateOf(status->st_mtim),
+                          .accessed = dateOf(status->st_atim),
+                          .statusChanged = dateOf(status->st_ctim)};
 }
 
 bool LocalFileSystem::isReadable(const std::string& path) const {

@@ -82,7 +82,7 @@ class Source:
 
 def looked_up(name, source):
     """Pairs of key and English text, and failures as single texts."""
-    for arguments in source.arguments("text|localizedString"):
+    for arguments in source.arguments("q?text|localizedString"):
         if isinstance(arguments, list):
             yield arguments[0], arguments[-1]
         elif name not in tables and not arguments.startswith("StatusText::"):

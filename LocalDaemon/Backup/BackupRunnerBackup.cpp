@@ -165,14 +165,14 @@ ResticOutcome BackupRunner::backUp(const Part& part, const StopSignal& stop) {
         return std::ranges::find(part.leftOut, path) != part.leftOut.end();
     });
     if (stop.isSet())
-        return {ResticTrouble::Stopped, false, {}};
+        return {.trouble = ResticTrouble::Stopped};
     if (wanted.targets.paths.empty()) { // nothing is to be in the backup
         if (part.isWhole())
             noteUnread({}, false, before.changes);
         return {};
     }
     if (part.isWhole() && !prepareRepair(stop))
-        return {ResticTrouble::Stopped, false, {}};
+        return {.trouble = ResticTrouble::Stopped};
     wanted.isForced = part.isForced || (part.isWhole() && verification_->mustStoreAgain());
     const IndexKeeper::Index index = keeper_->index();
     const FileTotals waiting = state_->totals().pending;

@@ -26,9 +26,11 @@ void warnOfReaders(const std::string& secret) {
 void checkRepositoryKey(const RepositoryPlace& place, const IndexKeeper& keeper, Alerts& alerts,
                         const std::string& configurationPath) {
     if (place.location.empty())
-        return alerts.raise({"no_place", "error", "The backup does not know where to go.",
-                             "Nothing is backed up. Mend the configuration, " + configurationPath +
-                                 ", and start the backup daemon again; its log says what is wrong."});
+        return alerts.raise({.kind = "no_place",
+                             .severity = "error",
+                             .title = "The backup does not know where to go.",
+                             .body = "Nothing is backed up. Mend the configuration, " + configurationPath +
+                                     ", and start the backup daemon again; its log says what is wrong."});
     const Restic& restic = keeper.repository().restic();
     if (!place.environment.empty() || restic.withoutSecrets(place.location) != place.location)
         warnOfReaders(configurationPath);
@@ -44,13 +46,13 @@ void announceRepositoryKey(Alerts& alerts, const std::string& path) {
     logWarning("A key for the backup has been made: %@. Keep a copy of it somewhere else, on paper or on "
                "another disk: without it nobody can read the backup, not even you.",
                path);
-    alerts.raise({"key_made",
-                  "warning",
-                  "Keep a copy of the backup's key.",
-                  "Without it nobody can read the backup, not even you. Copy it to another disk or "
-                  "print it: " +
-                      path,
-                  {std::string(dismissAction)}});
+    alerts.raise({.kind = "key_made",
+                  .severity = "warning",
+                  .title = "Keep a copy of the backup's key.",
+                  .body = "Without it nobody can read the backup, not even you. Copy it to another disk or "
+                          "print it: " +
+                          path,
+                  .actions = {std::string(dismissAction)}});
 }
 
 } // namespace kelvane

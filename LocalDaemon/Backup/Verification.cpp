@@ -315,7 +315,7 @@ ResticOutcome Verification::prepareRepair(const StopSignal& stop) {
         if (!others.outcome.succeeded())
             return others.outcome;
         if (const std::string failure = check_.setAside(without(damaged.ids, others.ids)); !failure.empty())
-            return {ResticTrouble::Failed, false, failure};
+            return {.trouble = ResticTrouble::Failed, .errors = failure};
         record_.damagedPacks = others.ids;
         record_.othersPacks = others.ids;
         record_.areAllOnDisk = false;

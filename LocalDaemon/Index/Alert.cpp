@@ -23,11 +23,12 @@ std::string escaped(std::string_view text) {
 } // namespace
 
 Alert alertForInternalError(const std::string& reason) {
-    return {"internal_error",
-            "error",
-            "The backup daemon met an internal error.",
-            "It goes on, but may have left something undone: " + reason + ". The log says when it happened.",
-            {std::string(dismissAction)}};
+    return {.kind = "internal_error",
+            .severity = "error",
+            .title = "The backup daemon met an internal error.",
+            .body = "It goes on, but may have left something undone: " + reason +
+                    ". The log says when it happened.",
+            .actions = {std::string(dismissAction)}};
 }
 
 std::string alertString(const Alert& alert) {

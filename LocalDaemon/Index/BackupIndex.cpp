@@ -227,10 +227,17 @@ bool BackupIndex::isDamaged(const Item& item) const {
 }
 
 BackedUpItem BackupIndex::copyOf(const Item& item) const {
-    return {{pathOf(item), item.kind, item.size, item.modified, item.changed, item.uid, item.gid, item.mode},
-            item.backedUp,
-            item.version,
-            item.snapshot};
+    return {.item = {.path = pathOf(item),
+                     .kind = item.kind,
+                     .size = item.size,
+                     .modified = item.modified,
+                     .changed = item.changed,
+                     .uid = item.uid,
+                     .gid = item.gid,
+                     .mode = item.mode},
+            .backedUp = item.backedUp,
+            .version = item.version,
+            .snapshot = item.snapshot};
 }
 
 bool isUnchanged(const BackupIndex::Item& item, ItemKind kind, std::uint64_t size, FileTime modified,

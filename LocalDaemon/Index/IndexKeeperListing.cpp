@@ -177,7 +177,7 @@ ResticOutcome IndexKeeper::listContents(BackupIndex& from, std::uint32_t number,
         const bool hasSameTree = !snapshot.tree.empty() && snapshot.tree == listed->second.tree;
         if (hasSameTree && std::ranges::find(read, snapshot.id, &Snapshot::id) != read.end()) {
             if (stop.isSet())
-                return {ResticTrouble::Stopped, false, {}};
+                return {.trouble = ResticTrouble::Stopped};
             from = from.withSameContents(previous, number);
             return {};
         }

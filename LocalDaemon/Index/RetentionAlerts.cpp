@@ -24,7 +24,11 @@ std::string kindOfDisappearance(const Disappearance& disappearance) {
 Alert alertForDisappearance(const RetentionRecord::Entry& entry) {
     const Disappearance& gone = entry.disappearance;
     const std::string id = shortId(gone.id);
-    Alert alert{kindOfDisappearance(gone), "warning", "", "", {std::string(forgetVerb) + ':' + id}};
+    Alert alert{.kind = kindOfDisappearance(gone),
+                .severity = "warning",
+                .title = "",
+                .body = "",
+                .actions = {std::string(forgetVerb) + ':' + id}};
     if (entry.decision == RetentionRecord::Decision::Keep) {
         alert.severity = "information";
         alert.title = formatText("%llu deleted files are kept in the backup.", gone.files);
@@ -43,30 +47,41 @@ Alert alertForDisappearance(const RetentionRecord::Entry& entry) {
 }
 
 Alert alertForSnapshotAhead(const Snapshot& snapshot) {
-    return {aheadAlert, "warning", "Old versions are not removed from the backup.",
-            "The clock says that snapshot " + shortId(snapshot.id) + ", of " + dateText(snapshot.time) +
+    return {.kind = aheadAlert,
+            .severity = "warning",
+            .title = "Old versions are not removed from the backup.",
+            .body =
+                "The clock says that snapshot " + shortId(snapshot.id) + ", of " + dateText(snapshot.time) +
                 ", is not made yet. Set the clock. If it is right now, versions are removed again from that "
                 "date on."};
 }
 
 Alert alertForOrder(const Snapshot& before, const Snapshot& made) {
-    return {orderAlert, "warning", "The clock is behind.",
-            "The last backup is dated " + dateText(made.time) + ", and the one before it " +
-                dateText(before.time) +
-                ". It counts as the newest nevertheless. Set the clock, so that dates are right."};
+    return {.kind = orderAlert,
+            .severity = "warning",
+            .title = "The clock is behind.",
+            .body = "The last backup is dated " + dateText(made.time) + ", and the one before it " +
+                    dateText(before.time) +
+                    ". It counts as the newest nevertheless. Set the clock, so that dates are right."};
 }
 
 Alert alertForListing(std::size_t done, std::size_t of) {
-    return {restorestatus::listingAlert, "information", "The list of what is in the backup is being made.",
-            formatText("%llu of %llu snapshots have been read. Backups and restores wait for the rest.", done,
-                       of)};
+    return {.kind = restorestatus::listingAlert,
+            .severity = "information",
+            .title = "The list of what is in the backup is being made.",
+            .body = formatText(
+                "%llu of %llu snapshots have been read. Backups and restores wait for the rest.", done, of)};
 }
 
 Alert alertForUnreadSnapshots(const std::string& errors) {
-    return {unreadSnapshotsAlert, "error", "Some snapshots of the backup cannot be read.",
+    return {
+        .kind = unreadSnapshotsAlert,
+        .severity = "error",
+        .title = "Some snapshots of the backup cannot be read.",
+        .body =
             "What only they hold cannot be restored now, and nothing is removed from the backup. Check the "
             "disk, and the repository with `restic check`.\n" +
-                errors};
+            errors};
 }
 
 std::string dateText(std::int64_t secondsSince1970) {

@@ -45,11 +45,11 @@ Value valueOf(const Disappearance& each, RetentionRecord::Decision decision) {
 }
 
 Disappearance disappearanceFrom(const Value& value) {
-    Disappearance read{value["id"].stringValue(),
-                       timeIn(value["time"]),
-                       {},
-                       value["files"].uint64Value(),
-                       value["of"].uint64Value()};
+    Disappearance read{.id = value["id"].stringValue(),
+                       .time = timeIn(value["time"]),
+                       .snapshots = {},
+                       .files = value["files"].uint64Value(),
+                       .of = value["of"].uint64Value()};
     for (const Value& id : value["snapshots"].array())
         read.snapshots.insert(id.stringValue());
     return read;

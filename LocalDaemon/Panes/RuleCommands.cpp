@@ -57,8 +57,11 @@ void RuleCommands::mark(const Array& paths, PathRules::Mark mark) const {
     logWarning("What is backed up stays as it is (%@): %@", reason, Value(paths));
     // The call has no answer that could say so.
     if (error == ENOSPC)
-        state_->alerts()->raise({refusedAlert, "error", "What is backed up stays as it is.",
-                                 "There are too many rules to keep one more. Remove some of them first."});
+        state_->alerts()->raise(
+            {.kind = refusedAlert,
+             .severity = "error",
+             .title = "What is backed up stays as it is.",
+             .body = "There are too many rules to keep one more. Remove some of them first."});
 }
 
 std::uint32_t RuleCommands::errorOfMarking(const Array& paths, PathRules::Mark mark) const {

@@ -124,9 +124,9 @@ ResticOutcome make(const Restic& restic, Repository::Making making, const StopSi
     const std::string folder = localFolderOf(restic.place().location);
     const std::string disk =
         folder.empty() || making == Repository::Making::Always ? std::string() : awayMountPointOf(folder);
-    return disk.empty()
-               ? makeRepository(restic, stop)
-               : ResticOutcome{ResticTrouble::DiskAway, false, "Nothing is mounted at " + disk + "."};
+    return disk.empty() ? makeRepository(restic, stop)
+                        : ResticOutcome{.trouble = ResticTrouble::DiskAway,
+                                        .errors = "Nothing is mounted at " + disk + "."};
 }
 
 } // namespace
@@ -139,9 +139,9 @@ ResticOutcome Repository::waitForAnswer(const StopSignal& stop) const {
     const std::string folder = localFolderOf(restic_->place().location);
     while (!silentMountAround(folder).empty()) {
         if (std::string silence = silenceAround(folder, longestSilence); !silence.empty())
-            return {ResticTrouble::Unreachable, false, std::move(silence)};
+            return {.trouble = ResticTrouble::Unreachable, .errors = std::move(silence)};
         if (!waitUnlessStopped(step, stop))
-            return {ResticTrouble::Stopped, false, {}};
+            return {.trouble = ResticTrouble::Stopped};
     }
     return {};
 }
@@ -176,14 +176,18 @@ Repository::Opening Repository::openWithoutKey(Making making, const StopSignal& 
     const std::string passwordFile = std::exchange(place.passwordFile, place.passwordFile + newKeySuffix);
     bool isNew = false;
     if (const std::string failure = ensurePasswordFile(place.passwordFile, isNew); !failure.empty())
-        return {{ResticTrouble::Failed, false, "Cannot make the backup's key: " + failure}, {}, false, false};
+        return {{.trouble = ResticTrouble::Failed, .errors = "Cannot make the backup's key: " + failure},
+                {},
+                false,
+                false};
     Opening opening = openWith(Restic(place), making, stop);
     std::error_code error;
     if (opening.outcome.succeeded()) {
         std::filesystem::rename(place.passwordFile, passwordFile, error);
         opening.wasKeyMade = !error;
         if (error)
-            opening.outcome = {ResticTrouble::Failed, false, passwordFile + ": " + error.message()};
+            opening.outcome = {.trouble = ResticTrouble::Failed,
+                               .errors = passwordFile + ": " + error.message()};
     } else if (isNew && (opening.outcome.trouble == ResticTrouble::WrongPassword ||
                          opening.outcome.trouble == ResticTrouble::DiskAway ||
                          opening.outcome.trouble == ResticTrouble::Occupied ||
@@ -325,10 +329,12 @@ ResticOutcome Repository::remove(const std::vector<RepositoryLock>& locks,
     if (folder.empty() && areAllKnown && std::ranges::none_of(others, resticWouldRemove))
         return print(*restic_, {"unlock"}, stop).outcome;
     if (folder.empty())
-        return {ResticTrouble::Locked, false, "A lock that must stay would be removed as well."};
+        return {.trouble = ResticTrouble::Locked,
+                .errors = "A lock that must stay would be removed as well."};
     for (const RepositoryLock& each : locks)
         if (::unlink((folder + "/locks/" + each.id).c_str()) != 0 && errno != ENOENT)
-            return {ResticTrouble::Failed, false, folder + "/locks/" + each.id + ": " + errorText()};
+            return {.trouble = ResticTrouble::Failed,
+                    .errors = folder + "/locks/" + each.id + ": " + errorText()};
     return {};
 }
 

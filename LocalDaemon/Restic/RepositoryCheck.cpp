@@ -209,7 +209,7 @@ ResticOutcome RepositoryCheck::find(std::vector<std::string> arguments, const st
         return outcome;
     const auto found = foundItemsFrom(answer);
     if (outcome.hasLostLine || !found)
-        outcome = {ResticTrouble::Failed, false, "restic's answer cannot be read."};
+        outcome = {.trouble = ResticTrouble::Failed, .errors = "restic's answer cannot be read."};
     else
         for (const FoundItem& item : *found)
             damage.paths[item.snapshotId].insert(item.path);

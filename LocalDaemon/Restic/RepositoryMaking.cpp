@@ -28,7 +28,7 @@ constexpr std::size_t longestNote = 4096;
 constexpr const char* config = "config"; // restic looks for it to tell whether there is a repository
 
 ResticOutcome failed(const std::string& path, const std::error_code& error) {
-    return {ResticTrouble::Failed, false, path + ": " + error.message()};
+    return {.trouble = ResticTrouble::Failed, .errors = path + ": " + error.message()};
 }
 
 ResticOutcome initialize(const Restic& restic, const StopSignal& stop) {
@@ -78,7 +78,7 @@ private:
 ResticOutcome makeBeside(RepositoryPlace place, const std::string& folder, const StopSignal& stop) {
     std::error_code error;
     if (const std::string around(folderOf(folder)); !ensureFolder(around))
-        return {ResticTrouble::Failed, false, "cannot make the folder " + around};
+        return {.trouble = ResticTrouble::Failed, .errors = "cannot make the folder " + around};
     const UnfinishedFolder made(place, folder);
     if (made.failure())
         return failed(made.path(), made.failure());
@@ -129,7 +129,7 @@ ResticOutcome makeRepository(const Restic& restic, const StopSignal& stop) {
     if (folder.empty())
         return initialize(restic, stop);
     if (isOccupied(folder))
-        return {ResticTrouble::Occupied, false, folder + " is not empty."};
+        return {.trouble = ResticTrouble::Occupied, .errors = folder + " is not empty."};
     std::error_code error;
     return fs::exists(fs::symlink_status(folder, error)) ? makeInside(restic.place(), folder, stop)
                                                          : makeBeside(restic.place(), folder, stop);

@@ -231,9 +231,12 @@ ResticOutcome Restic::run(const Call& call, const StopSignal& stop) const {
         watched.arguments = call.arguments;
         child = runOnce(watched, false, stop);
     }
-    const ResticOutcome outcome{troubleOf(child, isStopped()),
-                                child.end == ChildOutcome::End::Exited && child.status == someFilesUnread,
-                                withoutSecrets(child.errors), child.hasLostLine, wasCacheDamaged};
+    const ResticOutcome outcome{.trouble = troubleOf(child, isStopped()),
+                                .isIncomplete =
+                                    child.end == ChildOutcome::End::Exited && child.status == someFilesUnread,
+                                .errors = withoutSecrets(child.errors),
+                                .hasLostLine = child.hasLostLine,
+                                .wasCacheDamaged = wasCacheDamaged};
     KelvaneCLog("restic %@: exit %d. %@", call.arguments.front(), child.status, outcome.errors);
     return outcome;
 }

@@ -28,7 +28,7 @@ enum class ResticTrouble {
 struct ResticOutcome {
     ResticTrouble trouble = ResticTrouble::None;
     bool isIncomplete = false;    // a snapshot was made, but some files could not be read
-    std::string errors;           // the end of what restic said, in which no secret stands
+    std::string errors = {};      // the end of what restic said, in which no secret stands
     bool hasLostLine = false;     // it printed one that was longer than the call takes
     bool wasCacheDamaged = false; // and has been removed
 

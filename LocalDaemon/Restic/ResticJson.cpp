@@ -133,7 +133,9 @@ std::uint16_t modeOf(const Json& object) {
 }
 
 Snapshot snapshotOf(const Json& object, std::string_view partialTag) {
-    Snapshot snapshot{textOf(object, "id"), timeOf(object, "time").seconds(), false};
+    Snapshot snapshot;
+    snapshot.id = textOf(object, "id");
+    snapshot.time = timeOf(object, "time").seconds();
     snapshot.parent = textOf(object, "parent");
     snapshot.tree = textOf(object, "tree");
     const Json* const tags = entryOf(object, "tags");
@@ -258,10 +260,10 @@ std::optional<RepositoryLock> lockFrom(std::string_view json) {
     const Json object = parsed(json);
     if (!object.is_object())
         return std::nullopt;
-    return RepositoryLock{{},
-                          textOf(object, "hostname"),
-                          static_cast<std::int32_t>(numberOf(object, "pid")),
-                          timeOf(object, "time").seconds()};
+    return RepositoryLock{.id = {},
+                          .hostName = textOf(object, "hostname"),
+                          .pid = static_cast<std::int32_t>(numberOf(object, "pid")),
+                          .time = timeOf(object, "time").seconds()};
 }
 
 BackupLine backupLineFrom(std::string_view text) {

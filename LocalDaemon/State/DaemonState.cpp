@@ -133,8 +133,10 @@ void DaemonState::changeSettings(const std::function<void(Settings&)>& change) {
     if (failure.empty())
         return alerts_->withdraw(settingsAlert);
     logError("The settings cannot be saved: %@", failure);
-    alerts_->raise({settingsAlert, "error", "Your settings could not be saved.",
-                    "They are in use, but will be lost when the backup daemon ends. " + failure});
+    alerts_->raise({.kind = settingsAlert,
+                    .severity = "error",
+                    .title = "Your settings could not be saved.",
+                    .body = "They are in use, but will be lost when the backup daemon ends. " + failure});
 }
 
 void DaemonState::setAbsences(const Absences& away) {

@@ -32,7 +32,8 @@ void DaemonState::setRestoreProgress(const RestoreProgress& progress) {
 }
 
 void DaemonState::refuseRestore(const std::string& reason) {
-    alerts_->raise({"restore_refused", "error", "A restore was refused.", reason});
+    alerts_->raise(
+        {.kind = "restore_refused", .severity = "error", .title = "A restore was refused.", .body = reason});
     const std::scoped_lock guard(mutex_);
     panes_->tell([](DaemonObserver& pane) { pane.restoreProgressed({restoreprogress::pendingCount}); });
 }
@@ -51,12 +52,13 @@ void DaemonState::endRestore(const std::vector<RestoreFailure>& failures) {
     }
     if (failures.empty())
         return alerts_->withdraw(failureAlert);
-    alerts_->raise({failureAlert,
-                    "warning",
-                    "Some files could not be restored.",
-                    formatText("%llu of them, among them %@: %@. The log names them all.", failures.size(),
-                               messageLine(failures.front().path), messageLine(failures.front().reason)),
-                    {std::string(dismissAction)}});
+    alerts_->raise(
+        {.kind = failureAlert,
+         .severity = "warning",
+         .title = "Some files could not be restored.",
+         .body = formatText("%llu of them, among them %@: %@. The log names them all.", failures.size(),
+                            messageLine(failures.front().path), messageLine(failures.front().reason)),
+         .actions = {std::string(dismissAction)}});
 }
 
 void DaemonState::addPane(const std::shared_ptr<DaemonObserver>& pane) {

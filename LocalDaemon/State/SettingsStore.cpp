@@ -38,8 +38,10 @@ SettingsStore::Loading SettingsStore::load() {
             static_cast<void>(setAside(path_, reason));
         return {settingsFromValue(copy.value),
                 {},
-                Alert{damageAlert, "warning", "The settings were damaged; their copy is used.",
-                      path_ + ": " + reason + ". Check what is excluded from the backup."}};
+                Alert{.kind = damageAlert,
+                      .severity = "warning",
+                      .title = "The settings were damaged; their copy is used.",
+                      .body = path_ + ": " + reason + ". Check what is excluded from the backup."}};
     }
     if (file.state == State::Unreadable || copy.state == State::Unreadable)
         return {{},
@@ -62,10 +64,12 @@ SettingsStore::Loading SettingsStore::inRecoverMode(const std::string& reason) c
     if (!failure.empty())
         return {{}, "the settings are damaged (" + reason + ") and cannot be replaced: " + failure, {}};
     loading.alert =
-        Alert{damageAlert, "error", "Nothing is backed up: your settings were lost.",
-              path_ + ": " + reason +
-                  ". Kelvane is in recover mode, so that nothing you had excluded is backed up. Set your "
-                  "exclusions again, then leave recover mode."};
+        Alert{.kind = damageAlert,
+              .severity = "error",
+              .title = "Nothing is backed up: your settings were lost.",
+              .body = path_ + ": " + reason +
+                      ". Kelvane is in recover mode, so that nothing you had excluded is backed up. Set your "
+                      "exclusions again, then leave recover mode."};
     return loading;
 }
 

@@ -90,8 +90,11 @@ void PolkitAuthorization::lock() {
 
 PolkitAuthority::Question PolkitAuthorization::question(Interaction interaction) const {
     const bool mayAsk = interaction == Interaction::Allowed;
-    return {process_.value_or(ProcessIdentity()), right_.name, interaction,
-            mayAsk ? cancellation() : std::string(), mayAsk ? askingPatience : answerPatience};
+    return {.process = process_.value_or(ProcessIdentity()),
+            .right = right_.name,
+            .interaction = interaction,
+            .cancellation = mayAsk ? cancellation() : std::string(),
+            .patience = mayAsk ? askingPatience : answerPatience};
 }
 
 std::string PolkitAuthorization::cancellation() const {

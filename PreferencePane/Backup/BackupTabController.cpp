@@ -46,7 +46,7 @@ KelvaneBackupTabController::KelvaneBackupTabController(PaneServices& prefs,
               {BackupView::Auto, makeView(*auto_, prefs_.backupTab(), *prefs_.bundle())},
               {BackupView::Manual, makeView(*manual_, prefs_.backupTab(), *prefs_.bundle())}};
     showContext(false);
-    manual_->manualBrowser->setTitle(QString::fromStdString(prefs_.text("Disks")));
+    manual_->manualBrowser->setTitle(prefs_.qtext("Disks"));
     showToggleState(togglestate::add);
     auto_->excludeTable->setServices(prefs_);
     connectControls();
@@ -172,7 +172,7 @@ void KelvaneBackupTabController::showContext(bool isRecovering) {
     };
     for (const auto& [view, line] : lines) {
         const ContextText& context = contextTextFor(view, isRecovering);
-        line->setText(QString::fromStdString(prefs_.text(context.key, context.english)));
+        line->setText(prefs_.qtext(context.key, context.english));
     }
 }
 

@@ -51,9 +51,8 @@ void KelvaneBackupTabController::chooseFiles() {
     if (panel_)
         return;
     auto* const panel =
-        new ChoosePanel(prefs_.mainView()->window(),
-                        QString::fromStdString(prefs_.text("Select files to exclude from backup:")),
-                        QString::fromStdString(prefs_.text("Select")));
+        new ChoosePanel(prefs_.mainView()->window(), prefs_.qtext("Select files to exclude from backup:"),
+                        prefs_.qtext("Select"));
     panel_ = panel;
     panel->setAttribute(Qt::WA_DeleteOnClose);
     QObject::connect(panel, &QDialog::finished, &context_, [this, panel](int returnCode) {

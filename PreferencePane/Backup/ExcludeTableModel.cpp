@@ -39,7 +39,7 @@ QVariant ExcludeTableModel::data(const QModelIndex& index, int role) const {
 
 QVariant ExcludeTableModel::headerData(int section, Qt::Orientation orientation, int role) const {
     if (orientation == Qt::Horizontal && role == Qt::DisplayRole)
-        return QString::fromStdString(prefs_.text(columnNames[section]));
+        return prefs_.qtext(columnNames[section]);
     if (orientation == Qt::Horizontal && role == Qt::TextAlignmentRole)
         return QVariant(Qt::AlignLeft | Qt::AlignVCenter);
     return QAbstractTableModel::headerData(section, orientation, role);

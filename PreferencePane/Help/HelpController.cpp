@@ -77,7 +77,7 @@ void KelvaneHelpController::localizeForms() {
     localizeForm(*view_, *prefs_.bundle()); // with the sheets, which belong to it
     for (int item = 0; item < email_->emailCategory->count(); ++item) {
         const std::string title = email_->emailCategory->itemText(item).toStdString();
-        email_->emailCategory->setItemText(item, screen(prefs_.text(title)));
+        email_->emailCategory->setItemText(item, prefs_.qtext(title));
     }
 }
 
@@ -161,11 +161,10 @@ void KelvaneHelpController::showEmailSheetAction() {
 void KelvaneHelpController::showChatMessage(const std::string& server) {
     const QString address = chatAddress(screen(information("Support Chat URL")), screen(server));
     chatLink_ = address.toStdString();
-    showChatInvitation(
-        *email_->chatMessage,
-        screen(prefs_.text("Support Chat Message",
-                           "Click to chat with a customer support representative: \r        ")),
-        address);
+    showChatInvitation(*email_->chatMessage,
+                       prefs_.qtext("Support Chat Message",
+                                    "Click to chat with a customer support representative: \r        "),
+                       address);
     email_->chatMessage->setVisible(!address.isEmpty());
 }
 
@@ -192,18 +191,19 @@ void KelvaneHelpController::sendEmailAction() {
     if (!report.hasAccount())
         return;
     const ReportOutcome outcome = [&] {
-        const BusySheet busy(*view_, *prefs_.mainLoop(), screen(prefs_.text("Sending your report…")),
-                             screen(prefs_.text("Cancel")));
+        const BusySheet busy(*view_, *prefs_.mainLoop(), prefs_.qtext("Sending your report…"),
+                             prefs_.qtext("Cancel"));
         return sendReport(report, logPath(), tools_, busy);
     }();
     if (!outcome.isSent() && outcome.end != BusySheet::End::ApplicationEnds)
         offerAgain(outcome.failure);
     else if (!outcome.missingLog.empty() && !email_->emailLogCaption->isHidden()) // which has promised it
-        openSheet(view_,
-                  {screen(prefs_.text("Report Without Log Message", "Your report was sent without the log.")),
-                   screen(outcome.missingLog),
-                   {screen(prefs_.text("OK"))}},
-                  &context_, [](int) {});
+        openSheet(
+            view_,
+            {.message = prefs_.qtext("Report Without Log Message", "Your report was sent without the log."),
+             .informative = screen(outcome.missingLog),
+             .buttons = {prefs_.qtext("OK")}},
+            &context_, [](int) {});
 }
 
 // What was written is still there. `failure` is empty when the user has cancelled.
@@ -219,9 +219,9 @@ void KelvaneHelpController::offerAgain(const std::string& failure) {
                     "it again."),
         failure);
     openSheet(emailWindow_,
-              {screen(prefs_.text("Report Failed Message", "Your report could not be sent.")),
-               screen(information),
-               {screen(prefs_.text("OK"))}},
+              {.message = prefs_.qtext("Report Failed Message", "Your report could not be sent."),
+               .informative = screen(information),
+               .buttons = {prefs_.qtext("OK")}},
               &context_, [](int) {});
 }
 

@@ -71,12 +71,12 @@ KelvaneRestoreTabController::KelvaneRestoreTabController(PaneServices& prefs,
       progressView_(makeView(*progress_, nullptr, *prefs.bundle())) {
     for (int item = 0; item < ui_->destinationButton->count(); ++item) {
         const std::string name = ui_->destinationButton->itemText(item).toStdString();
-        ui_->destinationButton->setItemText(item, QString::fromStdString(prefs_.text(name)));
+        ui_->destinationButton->setItemText(item, prefs_.qtext(name));
     }
     makePlain(*ui_->filenameField);
     makePlain(*ui_->dateField);
-    ui_->restoreBrowser->setTitle(QString::fromStdString(prefs_.text("Backed-up files")));
-    ui_->restoreBrowser->setEmptyText(QString::fromStdString(prefs_.text("Nothing has been backed up yet.")));
+    ui_->restoreBrowser->setTitle(prefs_.qtext("Backed-up files"));
+    ui_->restoreBrowser->setEmptyText(prefs_.qtext("Nothing has been backed up yet."));
     showNoCountsYet();
     progress_->restoreProgress->setIndeterminate(true);
     connectControls();
@@ -169,8 +169,8 @@ std::optional<SelectionLook> KelvaneRestoreTabController::tellSelection() {
     const SelectionLook look = selectionLookFor(paths.size(), date.has_value(), tabItemsAreEnabled_,
                                                 prefs_.prefPaneAccessAuthorized());
     if (!look.namePlaceholder.empty())
-        ui_->filenameField->setPlaceholderText(QString::fromStdString(prefs_.text(look.namePlaceholder)));
-    ui_->dateField->setPlaceholderText(QString::fromStdString(prefs_.text(look.datePlaceholder)));
+        ui_->filenameField->setPlaceholderText(prefs_.qtext(look.namePlaceholder));
+    ui_->dateField->setPlaceholderText(prefs_.qtext(look.datePlaceholder));
     show(*ui_->filenameField, first && paths.size() == 1 ? first->fileName() : std::string());
     show(*ui_->dateField, date ? prefs_.fileServices().dateAndTime(*date) : std::string());
     return look;

@@ -15,7 +15,7 @@ namespace kelvane {
 namespace {
 
 QString shown(const RestoreText& text, const PaneServices& prefs) {
-    return QString::fromStdString(prefs.text(text.key, text.english));
+    return prefs.qtext(text.key, text.english);
 }
 
 std::string desktopFolder() {
@@ -42,9 +42,11 @@ void KelvaneRestoreTabController::restoreAction() {
 void KelvaneRestoreTabController::showAlert(const RestoreAlertTexts& texts, bool canConfirm) {
     if (!prefs_.connected())
         return; // lost while it was asked for the volumes
-    Sheet sheet{shown(texts.message, prefs_), shown(texts.information, prefs_), {}, canConfirm, [this] {
-                    prefs_.showOnlineHelp();
-                }};
+    Sheet sheet{.message = shown(texts.message, prefs_),
+                .informative = shown(texts.information, prefs_),
+                .buttons = {},
+                .canConfirm = canConfirm,
+                .showHelp = [this] { prefs_.showOnlineHelp(); }};
     for (const RestoreText& button : texts.buttons)
         sheet.buttons.push_back(shown(button, prefs_));
     alert_ = openSheet(prefs_.mainView(), sheet, &context_,
@@ -86,7 +88,7 @@ void KelvaneRestoreTabController::chooseRestoreLocation() {
     panel_->setOption(QFileDialog::DontUseNativeDialog);
     panel_->setOption(QFileDialog::ShowDirsOnly);
     panel_->setFileMode(QFileDialog::Directory);
-    panel_->setLabelText(QFileDialog::Accept, QString::fromStdString(prefs_.text("Select")));
+    panel_->setLabelText(QFileDialog::Accept, prefs_.qtext("Select"));
     panel_->setAttribute(Qt::WA_DeleteOnClose);
     QObject::connect(panel_, &QDialog::finished, &context_,
                      [this](int returnCode) { openPanelDidEnd(returnCode); });

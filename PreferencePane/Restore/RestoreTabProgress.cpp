@@ -57,7 +57,7 @@ void KelvaneRestoreTabController::restoredPendingCount(std::uint32_t count) {
 }
 
 void KelvaneRestoreTabController::showNoCountsYet() {
-    progress_->restoreStatusField->setText(QString::fromStdString(prefs_.text("Preparing to restore…")));
+    progress_->restoreStatusField->setText(prefs_.qtext("Preparing to restore…"));
     progress_->awaitingRestoreLabel->hide();
     progress_->awaitingRestoreField->clear();
     progress_->restoreProgress->setValue(0);

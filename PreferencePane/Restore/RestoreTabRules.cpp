@@ -45,17 +45,20 @@ constinit const RestoreAlertTexts restoreDesktopAlert = {
 
 SelectionLook selectionLookFor(std::size_t selected, bool firstHasDate, bool isEnabled, bool isAuthorized) {
     if (selected == 0)
-        return {{}, noSelection, false, false};
+        return {.namePlaceholder = {}, .datePlaceholder = noSelection};
     const bool restores = isEnabled && firstHasDate && isAuthorized;
     if (selected == 1)
-        return {{}, unavailable, isEnabled && isAuthorized, restores};
-    return {multipleFiles, multipleFiles, false, restores};
+        return {.namePlaceholder = {},
+                .datePlaceholder = unavailable,
+                .getInfo = isEnabled && isAuthorized,
+                .restore = restores};
+    return {.namePlaceholder = multipleFiles, .datePlaceholder = multipleFiles, .restore = restores};
 }
 
 RestoreControls restoreControlsFor(std::size_t selected, bool isEnabled, bool isAuthorized) {
     if (!isAuthorized)
         return {};
-    return {isEnabled, isEnabled, isEnabled, selected > 0};
+    return {.destination = isEnabled, .assistant = isEnabled, .restore = isEnabled, .getInfo = selected > 0};
 }
 
 RestoreLocation restoreLocationAt(int item) {

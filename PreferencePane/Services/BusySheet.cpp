@@ -120,7 +120,7 @@ std::size_t workShowingProgress(PaneServices& pane, const std::string& message, 
     if (workFor(longestFreeze))
         return done;
     const BusySheet busy(*pane.mainView(), *pane.mainLoop(), QString::fromStdString(message),
-                         QString::fromStdString(pane.text("Cancel")));
+                         pane.qtext("Cancel"));
     busy.showProgress(done, count);
     static_cast<void>(busy.run([&](std::chrono::milliseconds atMost) {
         const bool isOver = workFor(atMost);

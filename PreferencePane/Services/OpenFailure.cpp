@@ -17,7 +17,8 @@ Opener::Failure openFailureSheet(const PaneServices& prefs, QWidget* view, QObje
             ok = oneLine(prefs.text("OK"))](const std::string& reason) {
         KelvaneCLog("%@", reason);
         if (context)
-            openSheet(view, {message, oneLine(reason), {ok}}, context, [](int) {});
+            openSheet(view, {.message = message, .informative = oneLine(reason), .buttons = {ok}}, context,
+                      [](int) {});
     };
 }
 

@@ -8,6 +8,7 @@
 #include "PreferencePane/Link/BackupState.h"
 
 #include <QIcon>
+#include <QString>
 #include <array>
 #include <cstdint>
 #include <functional>
@@ -70,6 +71,10 @@ public:
     }
     // For keys that are their own English text.
     [[nodiscard]] std::string text(std::string_view key) const { return text(key, key); }
+    [[nodiscard]] QString qtext(std::string_view key, std::string_view english) const {
+        return QString::fromStdString(text(key, english));
+    }
+    [[nodiscard]] QString qtext(std::string_view key) const { return qtext(key, key); }
     [[nodiscard]] virtual Value skinOptions() const = 0; // absent when there are none
 
     [[nodiscard]] virtual const std::shared_ptr<NotificationCenter>& notifications() const = 0;

@@ -151,10 +151,14 @@ void KelvaneStatusTabController::showDaemonState(const BackupState& state) {
 }
 
 void KelvaneStatusTabController::showAmounts(const BackupState& state) {
-    const BackupAmount backedUp{state.backedupFileSize(), state.backedUpFileCount(),
-                                state.backedupFileSizeAvailable(), state.backedUpFileCountAvailable()};
-    const BackupAmount pending{state.pendingFileSize(), state.pendingFileCount(),
-                               state.pendingFileSizeAvailable(), state.pendingFileCountAvailable()};
+    const BackupAmount backedUp{.size = state.backedupFileSize(),
+                                .fileCount = state.backedUpFileCount(),
+                                .isSizeKnown = state.backedupFileSizeAvailable(),
+                                .isCountKnown = state.backedUpFileCountAvailable()};
+    const BackupAmount pending{.size = state.pendingFileSize(),
+                               .fileCount = state.pendingFileCount(),
+                               .isSizeKnown = state.pendingFileSizeAvailable(),
+                               .isCountKnown = state.pendingFileCountAvailable()};
     const AmountTexts texts = amountTexts(backedUp, pending, *prefs_.bundle());
     ui_->backupContainsField->setText(screenText(texts.contains));
     ui_->backupAwaitingField->setText(screenText(texts.awaiting));

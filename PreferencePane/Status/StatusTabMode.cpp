@@ -101,8 +101,9 @@ void KelvaneStatusTabController::warnUserAboutMode(DaemonMode mode) {
     if (state && state->recoverMode())
         message = text(StatusText::ExitRecoverAlert);
     nextRequestedMode_ = mode;
-    sheet_ = openSheet(view_, {screenText(message), {}, {"Proceed", "Cancel"}}, &context_,
-                       [this](int returnCode) { alertDidEnd(returnCode); });
+    sheet_ = openSheet(view_,
+                       {.message = screenText(message), .informative = {}, .buttons = {"Proceed", "Cancel"}},
+                       &context_, [this](int returnCode) { alertDidEnd(returnCode); });
 }
 
 void KelvaneStatusTabController::alertDidEnd(int returnCode) {

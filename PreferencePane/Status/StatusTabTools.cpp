@@ -157,17 +157,19 @@ void KelvaneStatusTabController::tellFailure(Operation operation, const std::str
         parts += screenText(text(StatusText::UninstallErrorMessage));
     if (!reason.empty())
         parts += screenText(reason);
-    sheet_ = openSheet(view_, {screenText(text(title)), parts.join("\n\n"), {"OK"}}, &context_, [](int) {});
+    sheet_ = openSheet(
+        view_, {.message = screenText(text(title)), .informative = parts.join("\n\n"), .buttons = {"OK"}},
+        &context_, [](int) {});
 }
 
 void KelvaneStatusTabController::uninstallAction() {
     if (isOperating_)
         return;
     sheet_ = openSheet(view_,
-                       {screenText(text(StatusText::UninstallMessage)),
-                        screenText(text(StatusText::UninstallInformative)),
-                        {screenText(text(StatusText::UninstallButton)),
-                         screenText(text(StatusText::UninstallCancelButton))}},
+                       {.message = screenText(text(StatusText::UninstallMessage)),
+                        .informative = screenText(text(StatusText::UninstallInformative)),
+                        .buttons = {screenText(text(StatusText::UninstallButton)),
+                                    screenText(text(StatusText::UninstallCancelButton))}},
                        &context_, [this](int returnCode) { uninstallAlertDidEnd(returnCode); });
 }
 
