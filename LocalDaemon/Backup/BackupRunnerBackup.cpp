@@ -178,7 +178,10 @@ ResticOutcome BackupRunner::backUp(const Part& part, const StopSignal& stop) {
     const FileTotals waiting = state_->totals().pending;
     const bool isIncomplete = !part.isWhole() || !before.absent.empty();
     describe(wanted, *index, part, isIncomplete);
-    IndexKeeper::Made made{{}, isIncomplete, isIncomplete, part.leftOut};
+    IndexKeeper::Made made;
+    made.isPartial = isIncomplete;
+    made.hasPartialTag = isIncomplete;
+    made.lacks = part.leftOut;
     made.readAgain = wanted.isForced ? uncertainFiles(*index) : part.readAgain;
     made.began = waitForLaterTimes(wanted.targets.paths);
     BackupRun::Result result = BackupRun(*state_, keeper_->repository()).run(wanted, stop);

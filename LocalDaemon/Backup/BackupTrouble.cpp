@@ -53,7 +53,7 @@ Alert alertFor(const ResticOutcome& outcome, const RepositoryPlace& place) {
     const TroubleRow* const row = rowOf(outcome.trouble);
     if (!row)
         return {};
-    Alert alert{backupAlert, row->severity, row->title, row->advice};
+    Alert alert{.kind = backupAlert, .severity = row->severity, .title = row->title, .body = row->advice};
     if (outcome.trouble == ResticTrouble::DiskAway || outcome.trouble == ResticTrouble::NoRepository)
         alert.actions = {std::string(makeRepositoryVerb) + ':'};
     if (outcome.trouble != ResticTrouble::WrongPassword) {

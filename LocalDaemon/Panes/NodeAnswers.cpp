@@ -59,12 +59,12 @@ public:
     }
     [[nodiscard]] std::optional<File> fileAtRealPath(const std::string& path) {
         if (const std::string mount = silentMountOver(path); !mount.empty()) {
-            File silent{path, {}, false, true};
+            File silent{.path = path, .attributes = {}, .isSilent = true};
             silent.attributes.kind = Kind::Directory;
             return mount == path ? std::optional(std::move(silent)) : std::nullopt;
         }
         if (const auto attributes = fileSystem_.attributes(path))
-            return File{path, *attributes};
+            return File{.path = path, .attributes = *attributes};
         const BackupIndex::Item* const item = index_->find(path);
         return item && item->snapshot != 0 ? std::optional(missingFile(path, *item)) : std::nullopt;
     }
@@ -150,7 +150,7 @@ private:
         return known->second ? std::string() : mount->first;
     }
     static File missingFile(const std::string& path, const BackupIndex::Item& item) {
-        File file{path, {}, true};
+        File file{.path = path, .attributes = {}, .isMissing = true};
         file.attributes.kind = item.kind == ItemKind::Folder ? Kind::Directory
                                : item.kind == ItemKind::Link ? Kind::SymbolicLink
                                                              : Kind::File;

@@ -161,12 +161,12 @@ Repository::Opening Repository::openWith(const Restic& restic, Making making, co
             config.outcome.trouble = ResticTrouble::Occupied;
     if (making != Making::Never && config.outcome.trouble == ResticTrouble::NoRepository) {
         if (const ResticOutcome made = make(restic, making, stop); !made.succeeded())
-            return {made, {}, false, false};
+            return {.outcome = made, .id = {}};
         wasMade = true;
         config = print(restic, {"cat", "config", "--no-lock"}, stop);
     }
     const std::string id = textEntry(config.text, "id");
-    return {checked(config.outcome, !id.empty()), id, wasMade, false};
+    return {.outcome = checked(config.outcome, !id.empty()), .id = id, .wasMade = wasMade};
 }
 
 // With a key that nobody has yet restic tells a repository with another key from none. The key gets its name
@@ -176,10 +176,9 @@ Repository::Opening Repository::openWithoutKey(Making making, const StopSignal& 
     const std::string passwordFile = std::exchange(place.passwordFile, place.passwordFile + newKeySuffix);
     bool isNew = false;
     if (const std::string failure = ensurePasswordFile(place.passwordFile, isNew); !failure.empty())
-        return {{.trouble = ResticTrouble::Failed, .errors = "Cannot make the backup's key: " + failure},
-                {},
-                false,
-                false};
+        return {.outcome = {.trouble = ResticTrouble::Failed,
+                            .errors = "Cannot make the backup's key: " + failure},
+                .id = {}};
     Opening opening = openWith(Restic(place), making, stop);
     std::error_code error;
     if (opening.outcome.succeeded()) {

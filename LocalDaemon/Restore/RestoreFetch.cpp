@@ -178,8 +178,10 @@ RestoreFetch::Try RestoreFetch::callRestic(std::vector<std::string> arguments, c
     errors += said;
     if (isDone)
         return {};
-    return {restoreFailureFor(outcome), mayPass(outcome), outcome.trouble == ResticTrouble::Locked,
-            lastWordIn(outcome.errors).starts_with(contentsUnknown)};
+    return {.failure = restoreFailureFor(outcome),
+            .isPassing = mayPass(outcome),
+            .isLocked = outcome.trouble == ResticTrouble::Locked,
+            .lacksContents = lastWordIn(outcome.errors).starts_with(contentsUnknown)};
 }
 
 std::set<std::string> RestoreFetch::specialFilesIn(const std::string& snapshot,

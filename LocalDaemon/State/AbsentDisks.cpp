@@ -188,7 +188,11 @@ std::string nameOfAwayDisk(const std::string& path) {
 Alert alertForAwayDisk(const std::string& path, Absence absence, const AwayDisk& disk, std::int64_t now) {
     const std::string name = nameOfAwayDisk(path);
     const std::string place = textFromPath(path);
-    Alert alert{awayDiskAlertPrefix + name, "warning", "", "", {std::string(forgetDiskVerb) + ':' + name}};
+    Alert alert{.kind = awayDiskAlertPrefix + name,
+                .severity = "warning",
+                .title = "",
+                .body = "",
+                .actions = {std::string(forgetDiskVerb) + ':' + name}};
     const AbsenceText& text = absenceTexts[static_cast<std::size_t>(absence)];
     alert.title = text.beforePlace + place + text.afterPlace;
     alert.body = text.since + dateText(disk.since) +

@@ -31,7 +31,10 @@ Call callFromWords(const std::vector<std::string>& words) {
     if (!method)
         throw CLI::ValidationError("the daemon has no method \"" + selector + '"',
                                    CLI::ExitCodes::ValidationError);
-    Call call{selector, MethodSignature::fromTypes(method->types), {}, std::string(method->extension)};
+    Call call{.selector = selector,
+              .signature = MethodSignature::fromTypes(method->types),
+              .arguments = {},
+              .extension = std::string(method->extension)};
     const std::size_t given = words.size() - 1;
     if (given != call.signature.argumentCount)
         throw CLI::ValidationError('"' + selector + "\" takes " +

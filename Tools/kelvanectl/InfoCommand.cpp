@@ -29,9 +29,14 @@ Texts textsOf(const KelvaneFileNode& node) {
     const LocalFileSystem disks(LocalFileSystem::Names::Text);
     const SystemAccounts accounts;
     const PlainFileServices services(disks, accounts);
-    return {node.kindByPath(services), sizeText(node.sizeValue()), node.backupDateString(services),
-            node.backupFlagsString(),  node.simpleFlagsString(),   node.backupColorString(),
-            node.uidString(accounts),  node.gidString(accounts)};
+    return {.kind = node.kindByPath(services),
+            .size = sizeText(node.sizeValue()),
+            .backupDate = node.backupDateString(services),
+            .backupFlags = node.backupFlagsString(),
+            .simpleFlags = node.simpleFlagsString(),
+            .backupColor = node.backupColorString(),
+            .owner = node.uidString(accounts),
+            .group = node.gidString(accounts)};
 }
 
 std::string numbered(const std::string& text, std::int64_t number) {

@@ -20,8 +20,11 @@ struct Look {
 Look lookAt(Session& session) {
     const BackupState& state = session.state();
     session.state().updateDaemonState();
-    return {state.verificationProgress().has_value(), state.lastVerifiedDate(), state.lastVerification(),
-            state.damagedFileCount(), state.isBackupDamaged()};
+    return {.isRunning = state.verificationProgress().has_value(),
+            .date = state.lastVerifiedDate(),
+            .outcome = state.lastVerification(),
+            .damagedFiles = state.damagedFileCount(),
+            .isDamaged = state.isBackupDamaged()};
 }
 
 } // namespace

@@ -114,7 +114,11 @@ Fields fieldsOf(std::uint32_t id, const RestoreJournal::Ended& ended) {
 }
 
 void takeJob(RestoreJournal::Contents& contents, const Fields& fields) {
-    const RestoreJob job{numberIn(fields[1]), numberIn(fields[2]), numberIn(fields[3]), fields[4], fields[5]};
+    const RestoreJob job{.id = numberIn(fields[1]),
+                         .version = numberIn(fields[2]),
+                         .priority = numberIn(fields[3]),
+                         .source = fields[4],
+                         .target = fields[5]};
     contents.waiting.push_back(job);
     contents.nextId = std::max(contents.nextId, job.id + 1);
 }
