@@ -143,8 +143,10 @@ BackupRun::Result BackupRun::run(const Wanted& wanted, const StopSignal& stop) {
     result_.outcome = repository_.restic().run(call, stop);
     ::unlink(patternFile.c_str());
     if (result_.outcome.succeeded() && wasCacheDamaged(wanted.parent, stop))
-        result_.outcome = {ResticTrouble::Failed, true, "restic's cache was damaged, and has been removed.",
-                           false, true};
+        result_.outcome = {.trouble = ResticTrouble::Failed,
+                           .isIncomplete = true,
+                           .errors = "restic's cache was damaged, and has been removed.",
+                           .wasCacheDamaged = true};
     activity_.currentFile.clear();
     tell();
     return result_;

@@ -150,10 +150,12 @@ std::vector<std::string> BackupRunner::filesToComeLast(const StopSignal& stop) c
 void BackupRunner::reportLarge(const std::vector<std::string>& paths) const {
     if (!paths.empty())
         state_->alerts()->raise(
-            {largeFilesAlert, "information", "Large files are being backed up.",
-             "Until they have been read, which may take hours, nothing that changes is backed "
-             "up. To leave one out, exclude it:" +
-                 joined(paths)});
+            {.kind = largeFilesAlert,
+             .severity = "information",
+             .title = "Large files are being backed up.",
+             .body = "Until they have been read, which may take hours, nothing that changes is backed "
+                     "up. To leave one out, exclude it:" +
+                     joined(paths)});
 }
 
 ResticOutcome BackupRunner::backUp(const Part& part, const StopSignal& stop) {
@@ -261,10 +263,12 @@ void BackupRunner::reportUnread(const std::vector<std::string>& paths) {
     if (paths.empty())
         return state_->alerts()->withdraw(unreadAlert);
     state_->alerts()->raise(
-        {unreadAlert, "warning", "Some files are not backed up.",
-         "They could not be read or cannot be kept. Look at who may read them, or exclude "
-         "them:" +
-             joined(paths)});
+        {.kind = unreadAlert,
+         .severity = "warning",
+         .title = "Some files are not backed up.",
+         .body = "They could not be read or cannot be kept. Look at who may read them, or exclude "
+                 "them:" +
+                 joined(paths)});
 }
 
 } // namespace kelvane

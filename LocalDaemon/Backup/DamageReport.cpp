@@ -101,9 +101,11 @@ Alert DamageReport::alert(const VerificationRecord& record, bool canBeStoredAgai
         add("These files are not on the disk any more and cannot be restored:" + listed(lost, lostCount));
     if (text.empty())
         add(outcome(record) + '.');
-    return {damageAlert, "error",
-            fileCount() > 0 ? "Files in the backup are damaged." : "The backup's repository is damaged.",
-            text};
+    return {.kind = damageAlert,
+            .severity = "error",
+            .title =
+                fileCount() > 0 ? "Files in the backup are damaged." : "The backup's repository is damaged.",
+            .body = text};
 }
 
 bool isDamageKnown(const VerificationRecord& record) {

@@ -18,9 +18,12 @@ void Verification::reportLoss() const {
     if (!record_.isLost())
         return state_->alerts()->withdraw(lossAlert);
     state_->alerts()->raise(
-        {lossAlert, "warning", "What was known of damage in the backup is lost.",
-         options_.path + " was damaged. Everything in the backup is read again; until that is done, a "
-                         "file that is damaged in the backup may look as if it were not."});
+        {.kind = lossAlert,
+         .severity = "warning",
+         .title = "What was known of damage in the backup is lost.",
+         .body = options_.path +
+                 " was damaged. Everything in the backup is read again; until that is done, a "
+                 "file that is damaged in the backup may look as if it were not."});
 }
 
 void Verification::tellOutcome(const std::string& progress) {

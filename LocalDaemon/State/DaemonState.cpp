@@ -211,10 +211,12 @@ void DaemonState::takeReport(const ScanReport& report) {
     }
     if (report.isWatchIncomplete)
         alerts_->raise(
-            {watchAlert, "warning", "Some changes are noticed late.",
-             "The system lets you watch too few folders (fs.inotify.max_user_watches). The remaining "
-             "ones are "
-             "looked at from time to time."});
+            {.kind = watchAlert,
+             .severity = "warning",
+             .title = "Some changes are noticed late.",
+             .body = "The system lets you watch too few folders (fs.inotify.max_user_watches). The remaining "
+                     "ones are "
+                     "looked at from time to time."});
 }
 
 std::vector<std::string> DaemonState::lossyLinks() const {
@@ -232,9 +234,11 @@ void DaemonState::checkSelection() {
         alerts_->withdraw(selectionAlert);
     else
         alerts_->raise(
-            {selectionAlert, "warning", nothingIsSelected,
-             "No file is protected any more, and what is in the backup leaves it after the time that "
-             "deleted files are kept. Select folders in the Backup tab."});
+            {.kind = selectionAlert,
+             .severity = "warning",
+             .title = nothingIsSelected,
+             .body = "No file is protected any more, and what is in the backup leaves it after the time that "
+                     "deleted files are kept. Select folders in the Backup tab."});
 }
 
 void DaemonState::refresh() {
@@ -294,10 +298,12 @@ BackupNeed DaemonState::currentNeed() const {
 }
 
 DaemonState::Rules DaemonState::currentRules() const {
-    const auto rules = std::make_shared<BackupRules>(BackupRules{settings_.automaticMode, configuration_.home,
-                                                                 configuration_.policy, settings_.paths,
-                                                                 configuration_.volumes});
-    rules->ownFiles = configuration_.ownFiles;
+    const auto rules = std::make_shared<BackupRules>(BackupRules{.automaticMode = settings_.automaticMode,
+                                                                 .home = configuration_.home,
+                                                                 .policy = configuration_.policy,
+                                                                 .paths = settings_.paths,
+                                                                 .volumes = configuration_.volumes,
+                                                                 .ownFiles = configuration_.ownFiles});
     rules->absentDisks = pathsOfAbsences(currentAbsences(), settings_, *rules);
     return rules;
 }

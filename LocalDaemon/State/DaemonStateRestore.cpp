@@ -45,8 +45,10 @@ RestoreProgress DaemonState::restoreProgress() const {
 
 void DaemonState::endRestore(const std::vector<RestoreFailure>& failures) {
     {
-        const std::string end =
-            alertString({std::string(restoreprogress::closingAlert), "information", "", ""});
+        const std::string end = alertString({.kind = std::string(restoreprogress::closingAlert),
+                                             .severity = "information",
+                                             .title = "",
+                                             .body = ""});
         const std::scoped_lock guard(mutex_);
         panes_->tell([&end](DaemonObserver& pane) { pane.restoreEnded(end); });
     }
