@@ -10,7 +10,7 @@
 namespace kelvane {
 namespace {
 
-constexpr std::string_view source = "Common/KelvProxy";
+constexpr std::string_view proxySource = "Common/KelvProxy";
 
 // A request: return length, return type, selector, number of arguments; then type and value of each.
 constexpr std::size_t selectorEntry = 2;
@@ -109,7 +109,7 @@ void KelvaneProxy::setDelegate(std::weak_ptr<InvocationTarget> delegate) {
 
 void KelvaneProxy::setCallDelegateOnMainThread(bool onMainThread) {
     if (onMainThread && !mainLoop_)
-        throw AssertionFailure("delivery on the main thread needs a main loop", source, __LINE__);
+        throw AssertionFailure("delivery on the main thread needs a main loop", proxySource, __LINE__);
     const std::scoped_lock guard(stateMutex_);
     callDelegateOnMainThread_ = onMainThread;
 }
@@ -293,7 +293,7 @@ void KelvaneProxy::processInvocationArgs(const Array& arguments, std::size_t exp
     }
     if (onMainThread && invocation.signature().returnLength() != 0)
         throw AssertionFailure("invocation on main thread not allowed for methods with non-zero return size",
-                               source, 185);
+                               proxySource, 185);
     std::weak_ptr<InvocationTarget> target;
     {
         const std::scoped_lock guard(stateMutex_);
@@ -304,7 +304,7 @@ void KelvaneProxy::processInvocationArgs(const Array& arguments, std::size_t exp
         return enqueue(std::move(target), std::move(invocation), sizeof(QueuedInvocation) + expansion);
     const std::shared_ptr<InvocationTarget> alive = onMainThread ? nullptr : target.lock();
     if (!alive)
-        throw AssertionFailure("delegate is NULL", source, 187);
+        throw AssertionFailure("delegate is NULL", proxySource, 187);
     invokeAndRespond(*alive, invocation);
 }
 

@@ -14,7 +14,7 @@
 namespace kelvane {
 namespace {
 
-constexpr std::string_view source = "Common/KelvSocket";
+constexpr std::string_view socketSource = "Common/KelvSocket";
 constexpr std::size_t longestPath = 103;
 constexpr int listenBacklog = 10;
 constexpr mode_t everybody = 0777;
@@ -134,7 +134,7 @@ bool KelvaneSocket::listenAtPath(const std::string& path) {
 
 void KelvaneSocket::setSocketDelegate(std::shared_ptr<SocketDelegate> delegate) {
     if (!delegate)
-        throw AssertionFailure("Setting delegate to NULL", source, 559);
+        throw AssertionFailure("Setting delegate to NULL", socketSource, 559);
     const auto self = shared_from_this(); // the delegate may drop the last handle
     const std::scoped_lock guard(monitor_);
     if (delegate == socketDelegate_)
@@ -147,7 +147,7 @@ void KelvaneSocket::setSocketDelegate(std::shared_ptr<SocketDelegate> delegate) 
 // Not under the monitor: the delivery that this waits for may need that itself.
 void KelvaneSocket::setDataDelegate(std::shared_ptr<DataDelegate> delegate) {
     if (!delegate)
-        throw AssertionFailure("Setting result delegate to NULL", source, 575);
+        throw AssertionFailure("Setting result delegate to NULL", socketSource, 575);
     if (delegate == dataDelegate())
         return;
     const bool holdsLock = deliveringThread_ == std::this_thread::get_id();
@@ -164,7 +164,7 @@ void KelvaneSocket::setDataDelegate(std::shared_ptr<DataDelegate> delegate) {
 
 void KelvaneSocket::setCallDelegateOnMainThread(bool onMainThread) {
     if (onMainThread && !mainLoop_)
-        throw AssertionFailure("delivery on the main thread needs a main loop", source, __LINE__);
+        throw AssertionFailure("delivery on the main thread needs a main loop", socketSource, __LINE__);
     callDelegateOnMainThread_ = onMainThread;
 }
 

@@ -15,6 +15,9 @@ namespace kelvane::layout {
 
 inline constexpr std::string_view header = "bplist00";
 
+// Why the reader and the writer refuse more than `deepestNesting` levels.
+inline constexpr const char* tooDeep = "it is nested too deeply";
+
 // The type of an object, in the high four bits of its first byte.
 enum class Type : std::uint8_t {
     Simple = 0x0,

@@ -17,7 +17,6 @@ using layout::Type;
 using Keys = Dictionary::Keys;
 
 constexpr const char* reachesOutside = "an object reaches outside the objects";
-constexpr const char* tooDeep = "it is nested too deeply";
 constexpr std::uint64_t valueCost = sizeof(Value); // what each costs, beside its text or data
 
 bool hasTwins(const Keys& keys) {
@@ -283,7 +282,7 @@ bool Reader::container(std::uint64_t at, Known& known, int depth, Array& values)
     if (known.isBeingRead)
         return refuse("a container contains itself");
     if (depth == deepestNesting)
-        return refuse(tooDeep);
+        return refuse(layout::tooDeep);
     const bool isDictionary = static_cast<Type>(bytes_[at] >> 4U) == Type::Dictionary;
     const std::uint64_t unit = (isDictionary ? 2 : 1) * trailer_.referenceWidth;
     const std::optional<Content> content = contentAt(at, unit);
@@ -304,7 +303,7 @@ bool Reader::container(std::uint64_t at, Known& known, int depth, Array& values)
 
 bool Reader::again(const Known& known, int depth, Array& values) {
     if (depth + known.levels > deepestNesting)
-        return refuse(tooDeep);
+        return refuse(layout::tooDeep);
     if (!charge(known.expansion))
         return false;
     levels_ = std::max<int>(levels_, known.levels);

@@ -14,7 +14,6 @@ using layout::Type;
 using Keys = Dictionary::Keys;
 using Id = PropertyListObjects::Id;
 
-constexpr const char* tooDeep = "it is nested too deeply";
 constexpr const char* notUtf8 = "a string is not UTF-8";
 
 bool isContainer(const Value& value) {
@@ -100,14 +99,14 @@ std::optional<Id> Writer::container(const Value& value, int depth) {
     if (known.levels == 0)
         return refuse("a container contains itself");
     if (depth + known.levels > deepestNesting)
-        return refuse(tooDeep);
+        return refuse(layout::tooDeep);
     levels_ = std::max(levels_, known.levels);
     return known.id;
 }
 
 std::optional<Id> Writer::unsharedContainer(const Value& value, int depth) {
     if (depth == deepestNesting)
-        return refuse(tooDeep);
+        return refuse(layout::tooDeep);
     const int levelsBefore = std::exchange(levels_, 0);
     PropertyListObjects::Container container;
     if (value.isDictionary()) {

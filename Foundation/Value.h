@@ -26,6 +26,9 @@ using Array = std::vector<Value>;
 
 // A point in time, in seconds since 2001-01-01T00:00:00Z, with fractions; negative before that.
 struct Date {
+    // The reference, 2001-01-01T00:00:00Z, in seconds since 1970.
+    static constexpr std::int64_t referenceTime = 978'307'200;
+
     double secondsSinceReference = 0;
 
     // NaN equals itself, as it does for numbers.

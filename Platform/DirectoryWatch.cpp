@@ -23,7 +23,7 @@ constexpr std::uint32_t entryChanges = IN_CREATE | IN_DELETE | IN_MOVED_FROM | I
                                        IN_DELETE_SELF | IN_ONLYDIR | IN_EXCL_UNLINK;
 constexpr std::uint32_t contentChanges = IN_MODIFY | IN_ATTRIB;
 
-constexpr std::size_t readingStep = std::size_t{64} << 10U;
+constexpr std::size_t eventRoom = std::size_t{64} << 10U;
 // One wait takes this many steps at most, so that it ends however fast the changes come.
 constexpr int mostReadingSteps = 16;
 
@@ -121,7 +121,7 @@ bool DirectoryWatch::waitUntilReady(std::optional<std::chrono::milliseconds> tim
 }
 
 void DirectoryWatch::readEvents(Gathering& gathering) {
-    std::vector<char> buffer(readingStep);
+    std::vector<char> buffer(eventRoom);
     for (int step = 0; step < mostReadingSteps; ++step) {
         const ssize_t size = ::read(inotify_.get(), buffer.data(), buffer.size());
         if (size <= 0)

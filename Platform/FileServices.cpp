@@ -13,12 +13,11 @@ namespace {
 constexpr int dateCategories = LC_TIME_MASK | LC_CTYPE_MASK;
 
 // 2001-01-01 in seconds since 1970.
-constexpr double referenceTime = 978307200;
 // Beyond it no calendar counts years, and a time_t may not hold the second.
 constexpr double latestTime = 1e15;
 
 std::optional<std::tm> localTime(Date date) {
-    const double second = std::floor(date.secondsSinceReference + referenceTime);
+    const double second = std::floor(date.secondsSinceReference + Date::referenceTime);
     if (!(std::abs(second) < latestTime))
         return std::nullopt;
     const auto time = static_cast<std::time_t>(second);

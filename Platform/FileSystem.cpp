@@ -14,10 +14,9 @@ namespace kelvane {
 namespace {
 
 // 2001-01-01 in seconds since 1970.
-constexpr double referenceTime = 978307200;
 
 Date dateOf(const timespec& time) {
-    return {static_cast<double>(time.tv_sec) - referenceTime + static_cast<double>(time.tv_nsec) / 1e9};
+    return {static_cast<double>(time.tv_sec) - Date::referenceTime + static_cast<double>(time.tv_nsec) / 1e9};
 }
 
 FileAttributes::Kind kindOf(mode_t mode) {

@@ -28,7 +28,6 @@ namespace {
 
 constexpr const char* unreadAlert = "files_not_read";
 constexpr const char* largeFilesAlert = "large_files";
-constexpr std::size_t mostNamed = 5; // in an alert
 
 std::string joined(const std::vector<std::string>& paths) {
     std::string text;

@@ -4,6 +4,7 @@
 #include "LocalDaemon/Restic/Restic.h"
 #include "LocalDaemon/State/ServiceState.h"
 
+#include <cstddef>
 #include <optional>
 #include <string>
 
@@ -15,6 +16,9 @@ namespace kelvane {
 inline constexpr const char* backupAlert = "backup_trouble";
 // The action of that alert by which a repository is made where a disk is away or one was before.
 inline constexpr const char* makeRepositoryVerb = "make-repository";
+
+// Files that an alert names; further ones are counted.
+inline constexpr std::size_t mostNamed = 5;
 
 // With what to do next. For a trouble that has a service state.
 [[nodiscard]] Alert alertFor(const ResticOutcome& outcome, const RepositoryPlace& place);

@@ -2,6 +2,7 @@
 
 #include "Foundation/Format.h"
 #include "Foundation/Unicode.h"
+#include "LocalDaemon/Backup/BackupTrouble.h"
 #include "LocalDaemon/Restic/ResticNames.h"
 
 #include <algorithm>
@@ -9,8 +10,6 @@
 
 namespace kelvane {
 namespace {
-
-constexpr std::size_t mostNamed = 5;
 
 bool isOnDisk(const std::string& path) {
     struct stat status {};

@@ -32,7 +32,6 @@ void keepNewestOfEachPath(std::vector<BackedUpItem>& items) {
 // In seconds since 1970.
 constexpr std::int64_t beginOfYear0 = -62167219200;
 constexpr std::int64_t beginOfYear10000 = 253402300800;
-constexpr std::int64_t secondsTo2001 = 978307200; // where dates begin
 
 // Of a time beyond these years restic keeps the first or last of them, with the same month and day.
 bool isKeptAs(FileTime saved, std::int64_t secondsOnDisk) {
@@ -44,7 +43,7 @@ bool isKeptAs(FileTime saved, FileTime onDisk) {
 }
 bool isKeptAs(FileTime saved, Date onDisk) {
     return onDisk == dateFromTime(saved.seconds(), saved.nanoseconds()) ||
-           isKeptAs(saved, static_cast<std::int64_t>(onDisk.secondsSinceReference) + secondsTo2001);
+           isKeptAs(saved, static_cast<std::int64_t>(onDisk.secondsSinceReference) + Date::referenceTime);
 }
 
 } // namespace

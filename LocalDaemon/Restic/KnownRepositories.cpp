@@ -3,6 +3,7 @@
 #include "Foundation/Checksum.h"
 #include "Foundation/CleanPath.h"
 #include "Foundation/Format.h"
+#include "LocalDaemon/Restic/Snapshots.h"
 #include "Platform/FileContents.h"
 #include "Platform/SpecialFolders.h"
 #include "Support/Logging.h"
@@ -18,7 +19,6 @@ namespace {
 
 constexpr std::size_t largestFile = std::size_t{1} << 20U;
 constexpr std::size_t checksumLength = 16;
-constexpr std::string_view hexDigits = "0123456789abcdef";
 
 std::string checksumText(const std::string& location) {
     return formatText("%016llx", checksumOf(location));
@@ -30,9 +30,8 @@ std::optional<std::set<std::string, std::less<>>> placesIn(std::string_view text
     while (!text.empty()) {
         const std::string_view line = text.substr(0, text.find('\n'));
         const bool isWhole = line.size() < text.size() && line.size() > checksumLength + 1 &&
-                             line[checksumLength] == ' ' &&
-                             line.substr(0, checksumLength).find_first_not_of(hexDigits) == line.npos &&
-                             line.substr(checksumLength + 1).find_first_not_of(hexDigits) == line.npos;
+                             line[checksumLength] == ' ' && isHexadecimal(line.substr(0, checksumLength)) &&
+                             isHexadecimal(line.substr(checksumLength + 1));
         if (!isWhole)
             return std::nullopt;
         places.emplace(line.substr(0, checksumLength));

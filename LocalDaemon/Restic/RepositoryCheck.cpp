@@ -14,23 +14,18 @@ namespace {
 constexpr std::chrono::hours timeToRead{12};
 // restic tries for 44 s to read what is not there.
 constexpr std::chrono::minutes patienceWithRetries{2};
-constexpr std::chrono::milliseconds noPatience{0};
 // In one call: each walks through all folders of all snapshots.
 constexpr std::size_t mostLocated = 2000;
 constexpr unsigned mostRounds = 20; // of searches
-constexpr std::size_t longestAnswer = std::size_t{1} << 26U;
+constexpr std::size_t longestFound = std::size_t{1} << 26U;
 constexpr std::size_t idLength = 64;
-
-bool isHex(std::string_view text) {
-    return text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
-}
 
 std::string_view wordAfter(std::string_view line, std::string_view mark) {
     const std::size_t at = line.find(mark);
     if (at == std::string_view::npos)
         return {};
     line.remove_prefix(at + mark.size());
-    return line.substr(0, line.find_first_not_of("0123456789abcdef"));
+    return line.substr(0, line.find_first_not_of(hexDigits));
 }
 
 std::string idAfter(std::string_view line, std::string_view mark) {
@@ -48,7 +43,7 @@ constexpr std::string_view unreadableMark = " ... which belongs to snapshot ";
 std::string_view withoutComplaint(std::string_view line) {
     constexpr std::string_view mark = "Unable to load tree ";
     const std::size_t at = line.rfind(mark);
-    const bool isComplaint = at != std::string_view::npos && isHex(line.substr(at + mark.size()));
+    const bool isComplaint = at != std::string_view::npos && isHexadecimal(line.substr(at + mark.size()));
     return isComplaint ? line.substr(0, at) : line;
 }
 
@@ -192,7 +187,7 @@ ResticOutcome RepositoryCheck::find(std::vector<std::string> arguments, const st
     Restic::Call call;
     call.arguments = std::move(arguments);
     call.arguments.insert(call.arguments.end(), ids.begin(), ids.end());
-    call.longestLine = longestAnswer;
+    call.longestLine = longestFound;
     call.patience = timeToRead;
     call.hasLowerPriority = true;
     call.onLine = [&](std::string_view line) {
@@ -239,7 +234,7 @@ RepositoryCheck::Packs RepositoryCheck::damaged(const std::set<std::string>& pac
         Restic::Call call;
         call.arguments = {"cat", "pack", "--no-lock", pack};
         call.hasBinaryOutput = true;
-        call.patienceWithRetries = noPatience;
+        call.patienceWithRetries = {};
         call.onErrorLine = [&](std::string_view line) {
             isOther = isOther || line.find("does not match") != std::string_view::npos;
         };
@@ -304,7 +299,7 @@ std::string RepositoryCheck::setAside(const std::set<std::string>& packs) const 
     std::error_code error;
     fs::create_directory(folder / "damaged", error);
     for (const std::string& pack : packs) {
-        if (pack.size() != idLength || !isHex(pack))
+        if (pack.size() != idLength || !isHexadecimal(pack))
             continue;
         const fs::path from = folder / "data" / pack.substr(0, 2) / pack;
         fs::rename(from, folder / "damaged" / pack, error);

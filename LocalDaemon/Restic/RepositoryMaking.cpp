@@ -2,6 +2,7 @@
 
 #include "Foundation/CleanPath.h"
 #include "Foundation/Format.h"
+#include "LocalDaemon/Restic/Snapshots.h"
 #include "Platform/FileContents.h"
 #include "Platform/SpecialFolders.h"
 #include "Support/Logging.h"
@@ -22,7 +23,6 @@ namespace fs = std::filesystem;
 
 constexpr const char* lostAndFound = "lost+found";
 constexpr std::string_view unfinished = ".kelvane-new"; // and a number
-constexpr std::string_view hexDigits = "0123456789abcdef";
 constexpr const char* noteName = "/unfinished-repository";
 constexpr std::size_t longestNote = 4096;
 constexpr const char* config = "config"; // restic looks for it to tell whether there is a repository
@@ -47,7 +47,7 @@ public:
         const FileReading note = readFile(note_, longestNote);
         const std::string left(note.bytes.begin(), note.bytes.end());
         std::error_code error;
-        if (left.starts_with(start) && left.find_first_not_of(hexDigits, start.size()) == std::string::npos)
+        if (left.starts_with(start) && isHexadecimal(std::string_view(left).substr(start.size())))
             fs::remove_all(left, error);
         std::random_device random;
         path_ = formatText("%@%08x%08x", start, random(), random());

@@ -10,6 +10,12 @@
 
 namespace kelvane {
 
+// As restic writes ids and checksums.
+inline constexpr std::string_view hexDigits = "0123456789abcdef";
+[[nodiscard]] constexpr bool isHexadecimal(std::string_view text) {
+    return text.find_first_not_of(hexDigits) == std::string_view::npos;
+}
+
 enum class ItemKind : std::uint8_t { File, Folder, Link };
 
 // One moment's backup in the repository.

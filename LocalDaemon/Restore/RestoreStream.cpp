@@ -17,7 +17,7 @@
 namespace kelvane {
 namespace {
 
-constexpr std::size_t blockSize = 4096;
+constexpr std::size_t holeSize = 4096;
 constexpr std::chrono::milliseconds grace(1500); // a person waits for the end of what was cancelled
 constexpr std::chrono::hours forEver(24 * 365);
 
@@ -28,7 +28,7 @@ public:
 
     void write(std::string_view bytes) {
         while (!bytes.empty() && error_ == 0) {
-            const std::string_view part = bytes.substr(0, blockSize - size_ % blockSize);
+            const std::string_view part = bytes.substr(0, holeSize - size_ % holeSize);
             bytes.remove_prefix(part.size());
             const bool isZero = part.find_first_not_of('\0') == std::string_view::npos;
             if (!isZero && ::pwrite(file_, part.data(), part.size(), static_cast<off_t>(size_)) !=

@@ -12,7 +12,6 @@ namespace kelvane {
 namespace {
 
 // 2001-01-01 in milliseconds since 1970.
-constexpr double referenceTime = 978307200'000;
 // Beyond it no calendar counts years.
 constexpr double latestTime = 8e15;
 
@@ -23,7 +22,7 @@ QString fileNameOf(std::string_view extension) {
 } // namespace
 
 std::string DesktopFileServices::dateAndTime(Date date) const {
-    const double time = std::floor(date.secondsSinceReference * 1000 + referenceTime);
+    const double time = std::floor((date.secondsSinceReference + Date::referenceTime) * 1000);
     if (!(std::abs(time) < latestTime))
         return Value(date).description();
     const QDateTime moment = QDateTime::fromMSecsSinceEpoch(static_cast<qint64>(time));

@@ -13,8 +13,6 @@
 namespace kelvane {
 namespace {
 
-constexpr const char* archiveName = "KelvaneLog.zip";
-
 // What is written meanwhile, also by children that are started, is for this user alone.
 class PrivateFiles {
 public:
@@ -36,7 +34,7 @@ bool isOwnFile(const FileDescriptor& file) {
 } // namespace
 
 LogArchive::LogArchive(std::string zipProgram)
-    : zipProgram_(std::move(zipProgram)), path_(appendPathComponent(temporaryFolder(), archiveName)) {}
+    : zipProgram_(std::move(zipProgram)), path_(appendPathComponent(temporaryFolder(), name)) {}
 
 LogArchive::~LogArchive() {
     ::unlink(path_.c_str());

@@ -14,6 +14,8 @@ namespace kelvane {
 // that belongs to this user, is no link and has no second name is taken for the archive.
 class LogArchive {
 public:
+    static constexpr const char* name = "KelvaneLog.zip";
+
     explicit LogArchive(std::string zipProgram);
     ~LogArchive();
     LogArchive(const LogArchive&) = delete;

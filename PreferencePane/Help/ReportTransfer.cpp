@@ -1,6 +1,7 @@
 #include "PreferencePane/Help/ReportTransfer.h"
 
 #include "Foundation/Unicode.h"
+#include "PreferencePane/Help/LogArchive.h"
 #include "Support/Logging.h"
 
 #include <utility>
@@ -9,7 +10,6 @@ namespace kelvane {
 namespace {
 
 constexpr const char* archiveField = "KelvaneLog";
-constexpr const char* archiveName = "KelvaneLog.zip";
 constexpr const char* onlyProtocol = "http";
 
 // The library is set up before anything else of it is called.
@@ -50,7 +50,7 @@ void ReportTransfer::fillForm(const IncidentReport& report) {
     curl_mime_name(part, archiveField);
     // The file that was looked at, and not what has its name by now.
     curl_mime_filedata(part, ("/proc/self/fd/" + std::to_string(archive_.get())).c_str());
-    curl_mime_filename(part, archiveName);
+    curl_mime_filename(part, LogArchive::name);
 }
 
 void ReportTransfer::setOptions(const std::string& address) {

@@ -3,19 +3,13 @@
 #include "FakeDaemon/FakeDaemon.h"
 #include "Support/Logging.h"
 #include "Tests/Common/FakeFileServices.h"
+#include "Tests/Common/FileNodeNames.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
 namespace kelvane::tests {
 namespace {
-
-std::string names(const FileNodeList& nodes) {
-    std::string names;
-    for (const FileNodeRef& node : nodes)
-        names += node->fileName() + ' ';
-    return names;
-}
 
 // What the daemon knows is backed up, and takes more with what is in it.
 Value known(const Array& arguments) {
@@ -60,8 +54,6 @@ protected:
     std::shared_ptr<KelvaneFileNodeProxy> root = KelvaneFileNodeProxy::create("/", true);
     FakeFileServices services;
 };
-
-} // namespace
 
 TEST_F(FileNodeProxy, AsksForItsChildrenOnceUntilItIsFlushed) {
     root->addChild(KelvaneFileNode::create("stale", false));
@@ -162,4 +154,5 @@ TEST_F(FileNodeProxy, MakesNodesOfPathsThatTheDaemonKnows) {
     EXPECT_EQ(KelvaneFileNode::fileNodeForPath("/x/a", nullptr), nullptr);
 }
 
+} // namespace
 } // namespace kelvane::tests

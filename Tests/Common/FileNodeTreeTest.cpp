@@ -1,5 +1,6 @@
 #include "Common/FileNode.h"
 #include "Foundation/Assertion.h"
+#include "Tests/Common/FileNodeNames.h"
 
 #include <algorithm>
 #include <functional>
@@ -20,13 +21,6 @@ FileNodeRef newRoot(std::string_view path = "/") {
     FileNodeRef root = KelvaneFileNode::create("the root", true);
     root->setPath(path);
     return root;
-}
-
-std::string names(const FileNodeList& nodes) {
-    std::string names;
-    for (const FileNodeRef& node : nodes)
-        names += node->fileName() + ' ';
-    return names;
 }
 
 FileNodeRef addItem(const FileNodeRef& parent, bool isDirectory, bool isBackedUp) {

@@ -7,7 +7,7 @@
 namespace kelvane::tests {
 namespace {
 
-constexpr auto largest = std::numeric_limits<std::int64_t>::max();
+constexpr auto largestInteger = std::numeric_limits<std::int64_t>::max();
 constexpr auto smallest = std::numeric_limits<std::int64_t>::min();
 
 TEST(Value, ReadsAsEveryNumber) {
@@ -32,7 +32,7 @@ TEST(Value, ReadsAsEveryNumber) {
         EXPECT_EQ(value.uint32Value(), static_cast<std::uint32_t>(integer)) << value.description();
         EXPECT_EQ(value.doubleValue(), real) << value.description();
     }
-    EXPECT_EQ(Value(0x1p63).int64Value(), largest);
+    EXPECT_EQ(Value(0x1p63).int64Value(), largestInteger);
     EXPECT_EQ(Value(0x1p63).uint64Value(), 1ULL << 63U);
     EXPECT_EQ(Value(1e300).uint64Value(), ~0ULL);
     EXPECT_EQ(Value(std::nan("")).int64Value(), 0);
@@ -57,7 +57,7 @@ TEST(Value, EqualsByValueWhateverTheKindOfNumber) {
         {true, 1, 1.0, 1.0F, std::uint8_t{1}},
         {-1, -1.0},
         {~0ULL},
-        {largest, static_cast<std::uint64_t>(largest)},
+        {largestInteger, static_cast<std::uint64_t>(largestInteger)},
         {0x1p63, 1ULL << 63U},
         {smallest, -0x1p63},
         {(1LL << 53U) + 1},

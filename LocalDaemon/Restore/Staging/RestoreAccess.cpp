@@ -13,8 +13,6 @@
 namespace kelvane {
 namespace {
 
-constexpr mode_t allBits = 07777;
-
 bool isAccessible(int folder) {
     return ::faccessat(folder, ".", R_OK | W_OK | X_OK, AT_EACCESS) == 0;
 }
@@ -32,7 +30,7 @@ void logKept(const std::string& path) {
 bool makeOwnerAccessible(int folder) {
     struct stat status {};
     return ::fstat(folder, &status) == 0 &&
-           ((status.st_mode & S_IRWXU) == S_IRWXU || setMode(folder, (status.st_mode & allBits) | S_IRWXU));
+           ((status.st_mode & S_IRWXU) == S_IRWXU || setMode(folder, (status.st_mode & modeBits) | S_IRWXU));
 }
 
 AccessForOwner::AccessForOwner(int folder, std::string path, RestoreJournal& journal)
@@ -41,7 +39,7 @@ AccessForOwner::AccessForOwner(int folder, std::string path, RestoreJournal& jou
     if (isAccessible(folder) || ::fstat(folder, &status) != 0 || status.st_uid != ::geteuid() ||
         (status.st_mode & S_IRWXU) == S_IRWXU)
         return;
-    before_ = status.st_mode & allBits;
+    before_ = status.st_mode & modeBits;
     journal_.accessGiven(path_, *before_);
     if (setMode(folder, *before_ | S_IRWXU))
         return;
@@ -65,7 +63,7 @@ bool endAccess(const std::string& path, mode_t before) {
     struct stat status {};
     if (!folder || ::fstat(folder.get(), &status) != 0) // a disk may be away, or it has been deleted
         return folder || static_cast<bool>(openFolder(std::string(folderOf(path))));
-    const bool isAsLeft = (status.st_mode & allBits) == (before | S_IRWXU);
+    const bool isAsLeft = (status.st_mode & modeBits) == (before | S_IRWXU);
     if (isAsLeft && !setMode(folder.get(), before))
         logKept(path);
     return true;

@@ -5,6 +5,7 @@
 #include "Foundation/CleanPath.h"
 #include "Foundation/Format.h"
 #include "Foundation/PathComponents.h"
+#include "LocalDaemon/Restic/Snapshots.h"
 #include "Platform/FileContents.h"
 #include "Platform/SpecialFolders.h"
 #include "Support/DamagedFile.h"
@@ -26,7 +27,6 @@ constexpr std::size_t largestFile = std::size_t{256} << 20U;
 constexpr std::size_t mostEnded = 1000;
 constexpr std::size_t mostFailures = 1000; // that are kept of one job; the log has all of them
 
-constexpr const char* hexDigits = "0123456789abcdef";
 constexpr int hexBase = 16;
 constexpr std::size_t escapeLength = 3; // "%0a"
 

@@ -13,6 +13,9 @@
 
 namespace kelvane {
 
+// Of what stat tells of a file: what chmod can set.
+inline constexpr mode_t modeBits = 07777;
+
 // The restore jobs as a file, so that the death of the daemon loses none: a line for everything that happens,
 // written before it counts, a new job also flushed to the disk. Opening it tidies it up, and so does its
 // growing to more than twice of what was needed. Any thread; the calls block on the disk.

@@ -21,7 +21,6 @@
 namespace kelvane {
 namespace {
 
-constexpr mode_t allBits = 07777;
 constexpr std::size_t largestAttribute = 65536; // as large as the system allows
 constexpr unsigned groupShift = 3;              // from everybody's bits to the group's
 constexpr unsigned ownerShift = 6;              // and to the owner's
@@ -135,7 +134,7 @@ std::string setSavedTime(int folder, const std::string& name, FileTime modified)
 }
 
 mode_t modeFor(const SavedAccess& saved, const struct stat& now) {
-    mode_t mode = saved.mode & allBits & ~mode_t{S_IRWXG | S_IRWXO};
+    mode_t mode = saved.mode & modeBits & ~mode_t{S_IRWXG | S_IRWXO};
     mode_t group = (saved.mode & S_IRWXG) >> groupShift;
     mode_t others = saved.mode & S_IRWXO;
     const bool isOwners = now.st_uid == saved.user;
@@ -186,8 +185,8 @@ std::string narrowMode(int folder, const SavedAccess& saved) {
     struct stat now {};
     if (::fstat(folder, &now) != 0)
         return errorText();
-    const mode_t left = now.st_mode & allBits & (modeFor(saved, now) | ~mode_t{S_IRWXG | S_IRWXO});
-    return left == (now.st_mode & allBits) || ::chmod(pathOfDescriptor(folder).c_str(), left) == 0
+    const mode_t left = now.st_mode & modeBits & (modeFor(saved, now) | ~mode_t{S_IRWXG | S_IRWXO});
+    return left == (now.st_mode & modeBits) || ::chmod(pathOfDescriptor(folder).c_str(), left) == 0
                ? ""
                : "its mode cannot be set: " + errorText();
 }
@@ -215,7 +214,7 @@ std::string digHoles(int folder, const std::string& name) {
         return errorText();
     if (status.st_blocks * 512 < status.st_size)
         return {}; // it has some, perhaps by another of its names
-    const mode_t mode = status.st_mode & allBits;
+    const mode_t mode = status.st_mode & modeBits;
     if ((mode & (S_IRUSR | S_IWUSR)) != (S_IRUSR | S_IWUSR) &&
         ::fchmodat(folder, name.c_str(), mode | S_IRUSR | S_IWUSR, 0) != 0)
         return errorText();
