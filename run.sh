@@ -29,7 +29,8 @@ done
 
 scripts/setup.sh
 cmake --preset release --log-level=WARNING
-cmake --build --preset release
+cmake --build --preset release --target kelvane-settings kelvane_pane_kelvane_bundle kelvane_pane_about_bundle \
+    kelvane-local-daemon kelvanectl
 bin=build/release
 ctl=$bin/Tools/kelvanectl
 pictures=$PWD/build/screenshots
