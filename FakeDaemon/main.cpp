@@ -84,10 +84,14 @@ int main(int argc, char** argv) {
     kelvane::Options options;
     CLI::App app(
         "A backup daemon that plays a script. Without one it shows a demo account until it is ended.");
-    app.add_option("--socket", options.socket, "Where panes find it")->capture_default_str();
+    app.set_version_flag("--version", "kelvane-fake-daemon " KELVANE_VERSION, "Show the program's version");
+    app.add_option("--socket", options.socket, "Where panes find it")
+        ->capture_default_str()
+        ->type_name("SOCKET");
     app.add_option("--script", options.script,
                    "JSON lines such as {\"state\": {\"paused\": true}} or {\"callback\": \"fileChanged:\", "
-                   "\"arguments\": [\"/a\"]}; \"-\" for standard input");
+                   "\"arguments\": [\"/a\"]}; \"-\" for standard input")
+        ->type_name("FILE");
     app.add_flag("--empty", options.isEmpty, "Know nothing instead of showing a demo account");
     try {
         app.parse(argc, argv);

@@ -28,17 +28,22 @@ void makeAbsolute(std::string& path) {
 std::variant<Options, int> readOptions(int argc, const char* const* argv) {
     Options options;
     CLI::App app("Shows the settings of Kelvane: a list of panes and the one that is selected.");
-    app.add_option("--pane", options.pane, "PATH of a pane's bundle to show");
-    app.add_option("--daemon", options.daemon, "PATH of the daemon's socket, instead of the pane's own");
-    app.add_option("--log", options.log, "PATH of that daemon's log, instead of the pane's own");
+    app.set_version_flag("--version", "kelvane-settings " KELVANE_VERSION, "Show the program's version");
+    app.add_option("--pane", options.pane, "The bundle of a pane to show")->type_name("DIR");
+    app.add_option("--daemon", options.daemon, "The daemon's socket, instead of the pane's own")
+        ->type_name("SOCKET");
+    app.add_option("--log", options.log, "That daemon's log, instead of the pane's own")->type_name("FILE");
     app.add_option("--authorization", options.authorization,
                    "Who unlocks changes: polkit, or, for trying things out, granted or denied")
-        ->transform(CLI::Transformer(authorizations).description(""));
-    app.add_option("--tab", options.tab, "NAME of the tab to show");
+        ->transform(CLI::Transformer(authorizations).description(""))
+        ->type_name("WHO");
+    app.add_option("--tab", options.tab, "The tab to show")->type_name("NAME");
     app.add_option("--screenshot", options.screenshotFolder,
-                   "DIR for a picture of each tab; the program ends when they are there");
+                   "Where to put a picture of each tab; the program ends when they are there")
+        ->type_name("DIR");
     app.add_option("--appearance", options.appearance, "system, light or dark")
-        ->transform(CLI::Transformer(appearances).description(""));
+        ->transform(CLI::Transformer(appearances).description(""))
+        ->type_name("NAME");
     app.add_flag("--end-when-painted", options.endsWhenPainted,
                  "End once the window is painted and before a pane is loaded, to measure the start");
     try {

@@ -147,6 +147,7 @@ void addConfiguration(CLI::App& app, Dictionary& settled) {
 // None: go on.
 std::optional<int> parse(int count, char** texts, Arguments& arguments) {
     CLI::App app("Backs up the files of a user with restic.", "kelvane-local-daemon");
+    app.set_version_flag("--version", "kelvane-local-daemon " KELVANE_VERSION, "Show the program's version");
     addConfiguration(app, arguments.settled);
     app.add_option("--socket", arguments.socketPath,
                    "Socket to listen on (default: kelvane/daemon.sock in your runtime folder)")

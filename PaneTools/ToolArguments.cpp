@@ -24,6 +24,13 @@ bool areSwitchArguments(int count, char** arguments, std::string_view word) {
            arguments[3] == word;
 }
 
+bool printsVersion(int count, char** arguments, const char* name) {
+    if (count != 2 || arguments[1] != std::string_view("--version"))
+        return false;
+    std::printf("%s %s\n", name, KELVANE_VERSION);
+    return true;
+}
+
 int complain(const char* name, const std::string& reason, int status) {
     std::fprintf(stderr, "%s: %s\n", name, reason.c_str());
     return status;
@@ -32,6 +39,8 @@ int complain(const char* name, const std::string& reason, int status) {
 int runSwitch(int count, char** arguments, const char* name, const char* word, std::string (*operation)()) {
     prepareProgram();
     std::signal(SIGPIPE, SIG_IGN);
+    if (printsVersion(count, arguments, name))
+        return EXIT_SUCCESS;
     if (!areSwitchArguments(count, arguments, word))
         return complain(name, "usage: " + std::string(name) + " 0 UID " + word + ", with your own user id",
                         EX_USAGE);

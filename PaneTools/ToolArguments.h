@@ -15,6 +15,9 @@ namespace kelvane::tools {
 // Whether the arguments behind the program's name are "0", this user's id and the word.
 [[nodiscard]] bool areSwitchArguments(int count, char** arguments, std::string_view word);
 
+// For "NAME --version": prints it. False when that is not what was asked for.
+[[nodiscard]] bool printsVersion(int count, char** arguments, const char* name);
+
 // Writes "NAME: reason" to standard error and gives the status back.
 int complain(const char* name, const std::string& reason, int status);
 

@@ -120,6 +120,10 @@ int start(char* program) {
 } // namespace
 
 int main(int count, char** arguments) {
+    if (count == 2 && arguments[1] == std::string_view("--version")) {
+        std::puts("kelvane-trampoline " KELVANE_VERSION);
+        return EXIT_SUCCESS;
+    }
     const pid_t pid = count >= 2 ? processId(arguments[1]) : 0;
     if (pid == 0 || count < 3 || count > 4 || (count == 4 && !isTargetType(arguments[3]))) {
         std::fputs("usage: kelvane-trampoline PID PROGRAM [launchagent|launchdaemon]\n", stderr);

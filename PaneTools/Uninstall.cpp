@@ -20,6 +20,7 @@
 #include <QCoreApplication>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <sysexits.h>
 #include <unistd.h>
 
@@ -83,6 +84,8 @@ int uninstall(HandOffFile& handOff, std::uint32_t pid) {
 }
 
 int run(int& count, char** arguments) {
+    if (printsVersion(count, arguments, name))
+        return EXIT_SUCCESS;
     const auto order = orderFrom(count, arguments);
     if (!order)
         return complain(name, usage, EX_USAGE);

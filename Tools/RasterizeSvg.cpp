@@ -5,6 +5,7 @@
 #include <QSvgRenderer>
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
 #include <sysexits.h>
 
 namespace {
@@ -26,6 +27,10 @@ QImage drawn(const QString& file, int pixels) {
 } // namespace
 
 int main(int count, char** arguments) {
+    if (count == 2 && arguments[1] == std::string_view("--version")) {
+        std::puts("kelvane-rasterize-svg " KELVANE_VERSION);
+        return EXIT_SUCCESS;
+    }
     const int pixels = count == 4 ? std::atoi(arguments[3]) : 0;
     if (pixels < 1 || pixels > mostPixels) {
         std::fputs("usage: kelvane-rasterize-svg SVG PNG PIXELS\n", stderr);

@@ -13,6 +13,10 @@ if(CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo")
     target_compile_options(kelvane_options INTERFACE -fstack-protector-strong)
 endif()
 
+# For what a program says to --version.
+add_library(kelvane_version INTERFACE)
+target_compile_definitions(kelvane_version INTERFACE KELVANE_VERSION="${PROJECT_VERSION}")
+
 if(KELVANE_SANITIZE)
     add_compile_options(-fsanitize=${KELVANE_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
     add_link_options(-fsanitize=${KELVANE_SANITIZE})
