@@ -3,6 +3,8 @@
 #include "Tests/Tools/KelvanectlFixture.h"
 
 #include <algorithm>
+#include <array>
+#include <ctime>
 #include <nlohmann/json.hpp>
 
 namespace kelvane::tests {
@@ -21,6 +23,13 @@ protected:
         std::erase_if(calls, [](const ReceivedCall& call) { return !call.selector.starts_with("set"); });
         return calls;
     }
+    [[nodiscard]] std::vector<ReceivedCall> restores() const {
+        std::vector<ReceivedCall> calls = daemon_.calls();
+        std::erase_if(calls, [](const ReceivedCall& call) {
+            return call.selector != "restoreFile:toPath:version:priority:";
+        });
+        return calls;
+    }
     void answerJobs(const std::vector<std::uint32_t>& statuses) {
         daemon_.answerWith("getRestoreJobStatus:", [statuses](const Array& arguments) {
             return Value(statuses.at(arguments[0].uint32Value() - 1));
@@ -33,6 +42,7 @@ TEST_F(KelvanectlOrders, AModeIsSetSoThatNoBackupBeginsOnTheWayThere) {
         {{"enabled"}, {{"setPausedMinutes:", {0U}}, {"setRecoverMode:", {0}}, {"setEnabled:", {1}}}},
         {{"paused"}, {{"setPausedMinutes:", {1440U}}, {"setEnabled:", {1}}}},
         {{"paused", "61"}, {{"setPausedMinutes:", {61U}}, {"setEnabled:", {1}}}},
+        {{"paused", "2h"}, {{"setPausedMinutes:", {120U}}, {"setEnabled:", {1}}}},
         {{"recover"}, {{"setRecoverMode:", {1}}, {"setPausedMinutes:", {0U}}, {"setEnabled:", {1}}}},
         {{"disabled"}, {{"setEnabled:", {0}}}}};
     for (const auto& [words, expected] : cases) {
@@ -43,7 +53,26 @@ TEST_F(KelvanectlOrders, AModeIsSetSoThatNoBackupBeginsOnTheWayThere) {
         EXPECT_EQ(orders(), expected) << words[0];
     }
     daemon_.setState("serviceState", 12U);
-    EXPECT_NE(run({"status"}).output.find("\nMode            Disabled\n"), std::string::npos);
+    EXPECT_TRUE(run({"status"}).output.starts_with("Mode            Disabled\n"));
+}
+
+// A time that has passed today is one of tomorrow.
+TEST_F(KelvanectlOrders, APauseLastsUntilTheTimeThatIsNamed) {
+    const std::time_t day = 24 * 60 * 60;
+    const std::time_t before = std::time(nullptr);
+    const std::time_t passed = (before - 60) / 60 * 60;
+    const std::time_t latest = 4102444800; // 2100-01-01 in UTC
+    std::array<char, 16> text{};
+    std::strftime(text.data(), text.size(), "%H:%M", std::gmtime(&passed));
+    for (const auto& [until, end] :
+         {std::pair(std::string(text.data()), passed + day), {std::string("2100-01-01 00:00"), latest}}) {
+        daemon_.forgetCalls();
+        const ChildProgram::Result result = run({"mode", "paused", "--until", until});
+        EXPECT_TRUE(result.output.starts_with("Backup is paused until 2")) << result.output;
+        const std::uint32_t minutes = orders().front().arguments[0].uint32Value();
+        EXPECT_LE(minutes, (end - before + 59) / 60);
+        EXPECT_GE(minutes, (end - std::time(nullptr) + 59) / 60);
+    }
 }
 
 TEST_F(KelvanectlOrders, BackingUpNowEndsAPauseAndWaitsUntilNothingIsNeeded) {
@@ -52,21 +81,25 @@ TEST_F(KelvanectlOrders, BackingUpNowEndsAPauseAndWaitsUntilNothingIsNeeded) {
     ASSERT_TRUE(daemon_.waitForCalls("daemonState", 6)); // it looks more than once
     EXPECT_EQ(orders(), (std::vector<ReceivedCall>{{"setPausedMinutes:", {0U}},
                                                    {"setPriorityBackup:", {onVolume("/")}}}));
+    // It goes on over the connection that it has: nobody else could find the daemon now.
+    std::filesystem::rename(socket_, socket_ + ".away");
+    daemon_.forgetCalls();
+    ASSERT_TRUE(daemon_.waitForCalls("daemonState", 4));
     daemon_.setState("isBackupNeeded", false);
     EXPECT_EQ(program->finish().status, 0);
+    std::filesystem::rename(socket_ + ".away", socket_);
     daemon_.setState("hasUnreadFiles", true);
     expectFailure(run({"backup", "now", "--wait"}), 3, "could not be read");
     daemon_.setState("serviceState", 25U);
-    expectFailure(run({"backup", "now"}), 3, "25 (Recover mode)");
+    expectFailure(run({"backup", "now"}), 3, "nothing is backed up now: Recover mode");
     EXPECT_EQ(run({"backup", "later"}).status, 2);
 }
 
 TEST_F(KelvanectlOrders, RestoringNamesEachJobAndItsPlace) {
     const ChildProgram::Result result = run({"restore", "/a", "/b\n", "--to", "/tmp/x"});
     EXPECT_EQ(result.status, 0) << result.errors;
-    EXPECT_EQ(result.output, "job 1  waiting  " + onVolume("/tmp/x/a") + "\njob 2  waiting  " +
-                                 onVolume("/tmp/x/b\\x0a") + "\n");
-    EXPECT_EQ(daemon_.calls().front().arguments, (Array{onVolume("/a"), onVolume("/tmp/x/a"), 0U, 50U}));
+    EXPECT_EQ(result.output, "job 1  waiting  /tmp/x/a\njob 2  waiting  /tmp/x/b\\x0a\n");
+    EXPECT_EQ(restores()[0].arguments, (Array{onVolume("/a"), onVolume("/tmp/x/a"), 0U, 50U}));
     daemon_.answer("restoreFile:toPath:version:priority:", 0U);
     expectFailure(run({"restore", "/a"}), 3, "/a: the daemon refuses to restore it");
     daemon_.changeWorld([](DaemonWorld& world) {
@@ -94,18 +127,33 @@ TEST_F(KelvanectlOrders, ANameThatIsAlsoThePrintedFormOfAnotherIsTheOneInTheBack
         });
         daemon_.forgetCalls();
         const ChildProgram::Result result = run({"restore", "/b", typed});
-        for (const ReceivedCall& call : daemon_.calls())
-            if (call.selector == "restoreFile:toPath:version:priority:" &&
-                call.arguments[0] != onVolume("/b"))
-                return call.arguments[0].stringValue();
-        return result.errors;
+        const std::vector<ReceivedCall> jobs = restores();
+        return jobs.empty() ? result.errors : jobs.back().arguments[0].stringValue();
     };
     EXPECT_EQ(restored(true, false), onVolume(typed));
     EXPECT_EQ(restored(false, true), onVolume(exact));
     const std::string refusal = restored(true, true);
-    EXPECT_NE(refusal.find("write " + onVolume(exact) + " for"), std::string::npos) << refusal;
-    EXPECT_NE(refusal.find("$'" + onVolume("/a\\xaab") + '\''), std::string::npos) << refusal;
+    EXPECT_NE(refusal.find("write " + exact + " for"), std::string::npos) << refusal;
+    EXPECT_NE(refusal.find("$'/a\\xaab'"), std::string::npos) << refusal;
     EXPECT_EQ(daemon_.callCount("restoreFile:toPath:version:priority:"), 0U);
+}
+
+// While the root is not, the daemon does not know yet what is in the backup. Behind a link it may know more.
+TEST_F(KelvanectlOrders, NothingIsRestoredWhenAPathIsNotInTheBackup) {
+    std::filesystem::create_directory_symlink("/", folder_ / "link");
+    daemon_.changeWorld([](DaemonWorld& world) {
+        world.bootVolume = Volumes::current().bootVolume().name;
+        world.addFile("/", true, 1, true);
+        world.addFile("/a", false, 1, true);
+        world.addFile("/new", false, 1, false);
+    });
+    expectFailure(run({"restore", "/a", "/new"}), 1, "kelvanectl: /new: it is not in the backup");
+    expectFailure(run({"restore", "[a,b]"}), 1, "/[a,b]: it is not in the backup");
+    EXPECT_TRUE(restores().empty());
+    EXPECT_EQ(run({"restore", "/a", folder_ / "link/old"}).status, 0);
+    EXPECT_EQ(restores().size(), 2U);
+    daemon_.changeWorld([](DaemonWorld& world) { world.files.clear(); });
+    EXPECT_EQ(run({"restore", "/new"}).status, 0);
 }
 
 TEST_F(KelvanectlOrders, WaitingForARestoreEndsWithItAndSaysWhatFailed) {
@@ -127,8 +175,7 @@ TEST_F(KelvanectlOrders, WaitingForARestoreEndsWithItAndSaysWhatFailed) {
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(result.errors,
               "kelvanectl: Not now. A lock.\nkelvanectl: /b/1: gone\nkelvanectl: /b/2: no room\n"
-              "kelvanectl: " +
-                  onVolume("/c") + ": cancelled\n");
+              "kelvanectl: /c: cancelled\n");
     const Json json = Json::parse(result.output);
     EXPECT_EQ(json[0]["status"], "restored");
     EXPECT_EQ(json[1]["failures"], Json::array({"/b/1: gone", "/b/2: no room"}));

@@ -8,24 +8,29 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 TEST_F(Kelvanectl, StatusShowsWhatTheDaemonSaysAndInventsNothing) {
-    EXPECT_EQ(run({"status"}).output, "Connection      connected to " + socket_ +
-                                          "\n"
-                                          "Mode            Enabled\n"
-                                          "Service state   8 (Idle)\n"
-                                          "Backed up       1 file, 6442450944 bytes (6.00 GB)\n"
-                                          "Pending         2 files\n"
-                                          "Backing up      /a\\x1b[31m\\x0ab\n"
-                                          "Priority        normal\n"
-                                          "Account         anna@example.net\n"
-                                          "Computer        4711\n"
-                                          "Server          not known\n"
-                                          "Quota           limited to 2048 MB\n");
+    EXPECT_EQ(run({"status"}).output, "Mode            Enabled\n"
+                                      "State           Idle\n"
+                                      "Backed up       1 file, 6442450944 bytes (6.00 GB)\n"
+                                      "Pending         2 files\n"
+                                      "Backing up      /a\\x1b[31m\\x0ab\n"
+                                      "Account         anna@example.net\n"
+                                      "Computer        4711\n"
+                                      "Quota           limited to 2048 MB\n"
+                                      "Daemon          " +
+                                          socket_ + '\n');
     const Json json = Json::parse(run({"--json", "status"}).output);
     EXPECT_EQ(json["mode"], "enabled");
     EXPECT_EQ(json["currentBackupFile"], "/a\x1b[31m\nb");
     EXPECT_TRUE(json["pendingFileSize"].is_null());
     daemon_.answer("pausedMinutes", 90U);
-    EXPECT_NE(run({"status"}).output.find("\nMode            Paused (90 minutes left)"), std::string::npos);
+    EXPECT_TRUE(run({"status"}).output.starts_with("Mode            Paused (90 minutes left)\n"));
+    daemon_.setState("hasUnreadFiles", true);
+    daemon_.setState("damagedFileCount", 2U);
+    daemon_.setState("extensions", Array{"alerts"});
+    EXPECT_NE(run({"status"})
+                  .output.find("\nUnreadable      some files could not be read and are not backed "
+                               "up\nDamaged         2 files in the backup\nAlerts          none\n"),
+              std::string::npos);
 }
 
 TEST_F(Kelvanectl, WhatWasKeptIsShownWithoutADaemonAndNotReplacedByAnswersThatNeverCame) {
@@ -42,11 +47,12 @@ TEST_F(Kelvanectl, WhatWasKeptIsShownWithoutADaemonAndNotReplacedByAnswersThatNe
     daemon_.stop();
     const ChildProgram::Result result = run({"--timeout", "0.2", "status"});
     expectFailure(result, 1, "cannot be reached within 0.2 s");
-    EXPECT_TRUE(result.output.starts_with("Connection      not connected to " + socket_ +
-                                          "\nMode            Disabled\n\n"
-                                          "These values are old: "))
+    EXPECT_NE(result.errors.find("start it with \"kelvane-local-daemon --socket " + socket_),
+              std::string::npos)
+        << result.errors;
+    EXPECT_TRUE(result.output.starts_with("As of the last connection to the daemon:\n"
+                                          "Account         anna@example.net\n"))
         << result.output;
-    EXPECT_NE(result.output.find("\nAccount         anna@example.net\n"), std::string::npos) << result.output;
     EXPECT_EQ(Json::parse(run({"--timeout=0.2", "--json", "status"}).output)["valuesAreOld"], true);
 }
 
@@ -106,14 +112,40 @@ TEST_F(Kelvanectl, WrongUsageIsRefusedInALineBeforeAnythingIsSent) {
         {{"call", "addFilesToBackup:", "[1,"}, "argument 1: line 1, column 3"},
         {{"exclude", "add", "/home", "/.."}, "a whole volume cannot be excluded"},
         {{"include", "add"}, "PATH is required"},
-        {{"watch", "nonsense"}, "nonsense"},
+        {{"watch", "nonsense"}, "nonsense (see kelvanectl watch --help)"},
+        {{"exclude", "sing"}, "choose one of list, add, remove"},
+        {{"exclude", "--json"}, "one of list, add, remove"},
+        {{"mode", "enabled", "5"}, "5"},
+        {{"mode", "paused", "0h"}, "DURATION"},
+        {{"mode", "paused", "2h", "--until", "18:00"}, "DURATION excludes --until"},
+        {{"mode", "paused", "--until", "25:00"}, "is no time"},
+        {{"mode", "paused", "--until", "2001-01-01 00:00"}, "has passed"},
         {{"decode", folder_ / "nothing"}, "nothing: No such file"}};
     for (const auto& [words, reason] : cases)
         expectFailure(run(words), 2, reason);
     EXPECT_TRUE(daemon_.calls().empty());
     expectFailure(run({"call", "verify"}), 2, "this daemon has no method \"verify\"");
-    EXPECT_NE(run({"call", "--help"}).output.find("Usage: kelvanectl"), std::string::npos);
     expectFailure(start({"status"}, {}, "/dev/full")->finish(), 2, "cannot write to standard output");
+}
+
+TEST_F(Kelvanectl, EachCommandHasAHelpPageOfItsOwn) {
+    EXPECT_EQ(run({"--version"}).output, "kelvanectl " KELVANE_VERSION "\n");
+    const std::pair<Words, std::string> usages[] = {
+        {{}, "kelvanectl [OPTION...] COMMAND"},
+        {{"exclude"}, "kelvanectl exclude [OPTION...] COMMAND"},
+        {{"exclude", "add"}, "kelvanectl exclude add [OPTION...] PATH..."},
+        {{"call"}, "kelvanectl call [OPTION...] SELECTOR [ARGUMENT...]"}};
+    for (const auto& [words, usage] : usages) {
+        Words asked = words;
+        asked.insert(asked.begin(), "help");
+        const std::string page = run(asked).output;
+        EXPECT_NE(page.find("Usage: " + usage + '\n'), std::string::npos) << page;
+        asked = words;
+        asked.emplace_back("--help");
+        EXPECT_EQ(run(asked).output, page);
+    }
+    expectFailure(run({"help", "sing"}), 2, "no command \"sing\"");
+    EXPECT_TRUE(daemon_.calls().empty());
 }
 
 TEST_F(Kelvanectl, FindsTheDaemonByOptionThenEnvironmentThenDefault) {

@@ -1,43 +1,71 @@
 #pragma once
 
-#include "Tools/kelvanectl/CommandLine.h"
+#include "Tools/kelvanectl/Arguments/CommandLine.h"
 
 namespace kelvane::ctl {
 
-ExitStatus runStatus(CommandLine& line);
-ExitStatus runAlert(CommandLine& line);
-ExitStatus runWatch(CommandLine& line);
-ExitStatus runLs(CommandLine& line);
-ExitStatus runInfo(CommandLine& line);
-ExitStatus runChildren(CommandLine& line);
-ExitStatus runRules(CommandLine& line);
-ExitStatus runMode(CommandLine& line);
-ExitStatus runBackup(CommandLine& line);
-ExitStatus runVerify(CommandLine& line);
-ExitStatus runRestore(CommandLine& line);
-ExitStatus runMatch(CommandLine& line);
-ExitStatus runCall(CommandLine& line);
-ExitStatus runDecode(CommandLine& line);
-ExitStatus runEncode(CommandLine& line);
+Action declareStatus(CLI::App& command);
+Action declareAlert(CLI::App& command);
+Action declareWatch(CLI::App& command);
+Action declareLs(CLI::App& command);
+Action declareInfo(CLI::App& command);
+Action declareChildren(CLI::App& command);
+Action declareExcludeList(CLI::App& command);
+Action declareExcludeAdd(CLI::App& command);
+Action declareExcludeRemove(CLI::App& command);
+Action declareIncludeAdd(CLI::App& command);
+Action declareIncludeRemove(CLI::App& command);
+Action declareModeEnabled(CLI::App& command);
+Action declareModePaused(CLI::App& command);
+Action declareModeRecover(CLI::App& command);
+Action declareModeDisabled(CLI::App& command);
+Action declareBackupNow(CLI::App& command);
+Action declareVerify(CLI::App& command);
+Action declareRestore(CLI::App& command);
+Action declareMatch(CLI::App& command);
+Action declareCall(CLI::App& command);
+Action declareDecode(CLI::App& command);
+Action declareEncode(CLI::App& command);
+Action declareHelp(CLI::App& command);
+Action declareComplete(CLI::App& command);
 
-// A new command is one row here and one file beside.
+inline constexpr const char* patternDetails =
+    "A pattern such as '~/Videos/*.iso' stands for the files and folders that match it now. \"*\" stands "
+    "for\n"
+    "any run of characters without a \"/\", \"**\" and a star at the end for any run.";
+
+// A new command is one row here and one function in Commands/.
 inline constexpr CommandRow commands[] = {
-    {"status", "", "what the daemon is doing, and what waits", runStatus},
-    {"alert", "[ID ACTION]", "the alerts that stand, or one of their actions", runAlert},
-    {"watch", "", "one line for each event, until interrupted", runWatch},
-    {"ls", "PATH", "a folder: what of it is in the backup", runLs},
-    {"info", "PATH [--dir-sizes]", "all that the daemon knows of an item", runInfo},
-    {"children", "PATH [--depth N]", "all below a folder, N levels deep", runChildren},
-    {"exclude", "list|add|remove [PATH...]", "what automatic backup leaves out", runRules},
-    {"include", "add|remove PATH...", "what manual backup takes in", runRules},
-    {"mode", "MODE [MINUTES]", "enabled, paused, recover or disabled", runMode},
-    {"backup", "now [--wait]", "what waits is backed up at once", runBackup},
-    {"restore", "PATH... [--to DIR] [--wait]", "what is in the backup, to its place or to DIR", runRestore},
-    {"verify", "[--wait]", "reads and checks all that is in the backup", runVerify},
-    {"match", "PATTERN TEXT...", "which texts an exclusion pattern matches", runMatch},
-    {"call", "SELECTOR [ARG...]", "any method of the daemon, its result as JSON", runCall},
-    {"decode", "[FILE]", "a binary property list as JSON", runDecode},
-    {"encode", "[FILE]", "JSON as a binary property list", runEncode},
+    {"status", "Show what the daemon is doing and what needs attention", declareStatus},
+    {"alert", "List alerts, or perform an action of one", declareAlert},
+    {"watch", "Print a line for each event until interrupted", declareWatch},
+    {"ls", "List a folder with the state of each item", declareLs},
+    {"info", "Show everything that the daemon knows of an item", declareInfo},
+    {"children", "List a folder and the folders in it", declareChildren},
+    {"exclude", "Change what automatic backup leaves out", nullptr},
+    {"exclude list", "List what is excluded", declareExcludeList},
+    {"exclude add", "Exclude files and folders", declareExcludeAdd, patternDetails},
+    {"exclude remove", "Back up excluded files and folders again", declareExcludeRemove, patternDetails},
+    {"include", "Change what manual backup backs up", nullptr},
+    {"include add", "Back up files and folders in manual mode", declareIncludeAdd},
+    {"include remove", "Stop backing them up in manual mode", declareIncludeRemove},
+    {"mode", "Enable, pause, freeze or disable backup", nullptr},
+    {"mode enabled", "Back up; ends a pause and recover mode", declareModeEnabled},
+    {"mode paused", "Pause backup for a time", declareModePaused,
+     "DURATION is a number of minutes, or has a unit: 30m, 2h, 3d (default: 1d)."},
+    {"mode recover", "Freeze the backup while files are restored", declareModeRecover},
+    {"mode disabled", "Back up nothing until another mode is chosen", declareModeDisabled},
+    {"backup", "Start a backup", nullptr},
+    {"backup now", "Back up pending files at once", declareBackupNow},
+    {"restore", "Restore files and folders from the backup", declareRestore},
+    {"verify", "Read and check everything in the backup", declareVerify},
+    {"match", "Test which texts a pattern matches", declareMatch},
+    {"call", "Call a method of the daemon; prints its result as JSON", declareCall,
+     "Everything behind SELECTOR belongs to the method, also what looks like an option."},
+    {"decode", "Convert a binary property list to JSON", declareDecode},
+    {"encode", "Convert JSON to a binary property list", declareEncode},
+    {"help", "Show the help of a command", declareHelp},
+    {"complete", "", declareComplete}, // for the completion scripts of the shells
 };
 
 } // namespace kelvane::ctl

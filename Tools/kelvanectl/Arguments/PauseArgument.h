@@ -1,0 +1,17 @@
+#pragma once
+
+#include <CLI/App.hpp>
+#include <cstdint>
+#include <ctime>
+#include <string>
+
+namespace kelvane::ctl {
+
+// Adds DURATION: minutes, or a number with a unit.
+CLI::Option* addDuration(CLI::App& command, std::uint64_t& minutes, const std::string& description);
+
+// The minutes from `now` until a time of day, today or else tomorrow, or until a date and time; rounded up,
+// so that a pause does not end before. Local time. Throws CLI::ParseError.
+[[nodiscard]] std::uint32_t minutesUntil(const std::string& text, std::time_t now);
+
+} // namespace kelvane::ctl

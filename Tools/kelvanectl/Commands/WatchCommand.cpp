@@ -1,0 +1,56 @@
+#include "Foundation/Format.h"
+#include "Tools/kelvanectl/Commands.h"
+#include "Tools/kelvanectl/Connection/DaemonWatch.h"
+#include "Tools/kelvanectl/Connection/RunPosted.h"
+#include "Tools/kelvanectl/Connection/WatchGuard.h"
+#include "Tools/kelvanectl/Output/Terminal.h"
+
+#include <cerrno>
+#include <cstring>
+
+namespace kelvane::ctl {
+namespace {
+
+// A reader that has gone, or output that was closed from the start, is a way to end it.
+ExitStatus statusOfFailedOutput(int error) {
+    if (error == EPIPE || error == EBADF)
+        return ExitStatus::Success;
+    return complain(ExitStatus::Usage, std::string("cannot write to standard output: ") + errorText(error));
+}
+
+ExitStatus watchDaemon(const CommandLine& line) {
+    const std::string path = line.daemonPath();
+    const std::chrono::milliseconds patience = line.settings().timeout;
+    ExitStatus status = ExitStatus::Success;
+
+    const auto loop = std::make_shared<PollLoop>();
+    EventWriter events(line.settings().json, [&](int error) {
+        status = statusOfFailedOutput(error);
+        loop->quit();
+    });
+    LinkBreaker breaker;
+    std::shared_ptr<DaemonWatch> watch;
+    WatchGuard guard(
+        *loop, breaker, patience, [&] { return events.wasActive(); },
+        [&] { watch->reconnect("no answer within " + durationText(patience)); });
+    const Timer notice = loop->schedule(patience, MainLoop::Repeat::Once, [&] {
+        if (!watch->wasEverConnected())
+            complain(status, "no daemon answers at " + path + " yet; waiting for one");
+    });
+
+    watch = std::make_shared<DaemonWatch>(
+        loop, std::make_shared<const Bundle>(Value(Dictionary{{"DaemonPath", path}})), events, breaker);
+    watch->begin();
+    loop->run();
+    watch->end();
+    runPosted(*loop);
+    return status;
+}
+
+} // namespace
+
+Action declareWatch(CLI::App&) {
+    return watchDaemon;
+}
+
+} // namespace kelvane::ctl

@@ -1,0 +1,17 @@
+# Completion of kelvanectl for bash. kelvanectl itself says what may come.
+
+_kelvanectl() {
+    local line word
+    COMPREPLY=()
+    while IFS= read -r line; do
+        word=${line%%$'\t'*}
+        COMPREPLY+=("$word")
+    done < <("${COMP_WORDS[0]}" complete --breaks "${COMP_WORDBREAKS//[^:=]/}" -- "${COMP_LINE:0:COMP_POINT}" 2>/dev/null)
+    # Readline quotes what a shell would take apart, and puts no space behind a folder.
+    compopt -o filenames
+    if [[ ${#COMPREPLY[@]} -eq 1 && ${COMPREPLY[0]} == */ ]]; then
+        compopt -o nospace
+    fi
+}
+
+complete -F _kelvanectl kelvanectl

@@ -1,0 +1,144 @@
+#include "Tools/kelvanectl/Connection/Session.h"
+
+#include "Foundation/Format.h"
+#include "Platform/Accounts.h"
+#include "Platform/SpecialFolders.h"
+#include "Tools/kelvanectl/Connection/RunPosted.h"
+#include "Tools/kelvanectl/Output/Terminal.h"
+
+#include <cerrno>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace kelvane::ctl {
+namespace {
+
+constexpr std::chrono::milliseconds betweenAsking(300);
+
+// A daemon at its usual place is the user's service, where there is a service manager.
+std::string wayToStart(const std::string& path) {
+    if (path != defaultDaemonPath())
+        return "start it with \"kelvane-local-daemon --socket " + path + '"';
+    return ::access("/run/systemd/system", F_OK) == 0
+               ? "start it with \"systemctl --user start kelvane-local-daemon\""
+               : "start it with \"kelvane-local-daemon\"";
+}
+
+// Why nobody answers at a socket, as far as that can be seen from outside, and what to do.
+std::string obstacleAt(const std::string& path) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0 && errno != ENOENT)
+        return errorText();
+    if (status.st_uid == 0 || status.st_uid == ::geteuid())
+        return "if it is not running, " + wayToStart(path);
+    const std::string owner = std::to_string(status.st_uid);
+    return "it is another user's, " + SystemAccounts().userName(status.st_uid).value_or(owner) +
+           "; ask it as that user";
+}
+
+} // namespace
+
+Session::Session(const CommandLine& line)
+    : daemonPath_(line.daemonPath()),
+      timeout_(line.settings().timeout),
+      bundle_(std::make_shared<const Bundle>(Value(Dictionary{{"DaemonPath", daemonPath_}}))),
+      state_(loop_, notifications_, bundle_) {
+    connectionObserver_ = notifications_->observe(KelvaneBackupStateConnectionChangedNotification, &state_,
+                                                  [this](const Notification&) { connectionChanged(); });
+    startDeadline(timeout_);
+    deadlineThread_ = std::thread([this] { deadlineLoop_.run(); });
+}
+
+Session::~Session() {
+    deadlineLoop_.quit();
+    deadlineThread_.join();
+    end();
+}
+
+bool Session::connect() {
+    state_.onBegin();
+    loop_->run(); // until connected or out of time
+    return stands();
+}
+
+bool Session::confirm() {
+    // A failure that the last call took for its answer is not known here yet; it cannot answer the second one
+    // as well without having been reported.
+    for (int attempt = 0; attempt < 2 && stands(); ++attempt) {
+        const bool answered = state_.proxy()->call<"daemonState">().isDictionary();
+        runPosted(*loop_);
+        if (answered)
+            break;
+    }
+    return stands();
+}
+
+void Session::wait(std::chrono::milliseconds duration) {
+    deadlineLoop_.post([this, duration] { startDeadline(timeout_ + duration); });
+    const Timer end = loop_->schedule(duration, MainLoop::Repeat::Once, [this] { loop_->quit(); });
+    loop_->run();
+}
+
+void Session::end() {
+    connectionObserver_ = {};
+    state_.onEnd();
+    runPosted(*loop_);
+}
+
+std::string Session::failure() const {
+    const std::string daemon = "the daemon at " + daemonPath_;
+    if (!connectedOnce_)
+        return daemon + " cannot be reached within " + durationText(timeout_) + ": " +
+               obstacleAt(daemonPath_);
+    if (lost_)
+        return "the connection to " + daemon + " was lost";
+    return daemon + " did not answer within " + durationText(timeout_);
+}
+
+void Session::connectionChanged() {
+    if (state_.connected()) {
+        breaker_.setProxy(state_.proxy());
+        connectedOnce_ = true;
+    } else if (connectedOnce_) {
+        lost_ = true;
+    }
+    loop_->quit();
+}
+
+// On the thread of the deadline, and before that starts.
+void Session::startDeadline(std::chrono::milliseconds duration) {
+    deadline_ = deadlineLoop_.schedule(duration, MainLoop::Repeat::Once, [this] { expire(); });
+}
+
+// On the thread of the deadline. A proxy that is set too late to be broken is never called: whoever set it
+// looks at `expired_` before.
+void Session::expire() {
+    expired_ = true;
+    breaker_.breakLink();
+    loop_->quit();
+}
+
+ExitStatus askDaemon(const CommandLine& line, const std::function<void(Session& session)>& ask) {
+    Session session(line);
+    if (session.connect())
+        ask(session);
+    return session.confirm() ? ExitStatus::Success : complain(ExitStatus::Failed, session.failure());
+}
+
+ExitStatus askUntil(const CommandLine& line, const std::function<bool(Session& session)>& ask) {
+    while (true) {
+        Session session(line);
+        bool isEnough = session.connect() && ask(session);
+        while (session.confirm() && !isEnough) {
+            session.wait(betweenAsking);
+            isEnough = ask(session);
+        }
+        if (session.stands())
+            return ExitStatus::Success;
+        if (!session.wasLost())
+            return complain(ExitStatus::Failed, session.failure());
+        pauseFor(betweenAsking);
+    }
+}
+
+} // namespace kelvane::ctl

@@ -1,0 +1,56 @@
+#include "Tools/kelvanectl/Connection/WatchGuard.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <unistd.h>
+
+namespace kelvane::ctl {
+
+using namespace std::chrono_literals;
+
+WatchGuard::WatchGuard(PollLoop& mainLoop, LinkBreaker& breaker, std::chrono::milliseconds patience,
+                       std::function<bool()> isAtWork, std::function<void()> stoodStill)
+    : mainLoop_(mainLoop),
+      breaker_(breaker),
+      isAtWork_(std::move(isAtWork)),
+      stoodStill_(std::move(stoodStill)),
+      signals_(loop_, {SIGINT, SIGTERM}, [this](int) { interrupt(); }),
+      // Without events to wait for, only a reader that has gone is reported.
+      output_(loop_.watchDescriptor(STDOUT_FILENO, 0, [this] { outputClosed(); })),
+      looking_(loop_.schedule(std::max(patience / 2, 1ms), MainLoop::Repeat::Always, [this] { look(); })),
+      thread_([this] { loop_.run(); }) {}
+
+WatchGuard::~WatchGuard() {
+    loop_.quit();
+    thread_.join();
+    ::alarm(0);
+}
+
+void WatchGuard::interrupt() {
+    // By a signal, because this thread, too, may have to wait for one that writes.
+    std::signal(SIGALRM, [](int) { ::_exit(0); });
+    ::alarm(1);
+    mainLoop_.quit();
+    breaker_.breakLink();
+}
+
+void WatchGuard::outputClosed() {
+    output_.stop(); // it would be reported again and again
+    interrupt();
+}
+
+void WatchGuard::look() {
+    const bool isAtWork = isAtWork_();
+    if (turned_.exchange(false)) {
+        mainLoop_.post([this] { turned_ = true; });
+    } else if (!isAtWork && !reported_.exchange(true)) {
+        breaker_.breakLink();
+        mainLoop_.post([this] {
+            reported_ = false;
+            stoodStill_();
+        });
+    }
+}
+
+} // namespace kelvane::ctl
