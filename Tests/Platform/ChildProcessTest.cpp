@@ -116,6 +116,18 @@ TEST(ChildProcess, SaysHowOneEndsThatDoesNotRunToItsEnd) {
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 20s);
 }
 
+TEST(ChildProcess, IsReapedByALaterStartWhenItWasLeftBehind) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+    const pid_t left = ChildProcess::start({.arguments = {"cat"}}, {.input = ends[0]})->id();
+    for (const int end : ends)
+        ::close(end); // cat ends
+    siginfo_t ended{};
+    ASSERT_EQ(::waitid(P_PID, static_cast<id_t>(left), &ended, WEXITED | WNOWAIT), 0);
+    EXPECT_TRUE(run("true").succeeded());
+    EXPECT_EQ(::waitpid(left, nullptr, WNOHANG), -1);
+}
+
 TEST(DetachedProgram, HasASessionOfItsOwnAndSaysWhenItCannotStart) {
     const tests::ReportingScript script("cut -d' ' -f6 /proc/$$/stat");
     EXPECT_EQ(startDetached({script.path()}), "");
