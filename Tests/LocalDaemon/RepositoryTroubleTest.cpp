@@ -157,6 +157,18 @@ TEST_F(BackingUp, TakesAnAnswerHoweverLongItIsAndNoneForNone) {
     EXPECT_FALSE(repository.open(Repository::Making::Never, StopSignal()).outcome.succeeded());
 }
 
+TEST_F(BackingUp, ATickStopsACallOfRestic) {
+    folders.program("trap 'echo signal interrupt received >&2; exit 0' INT\necho >'" + folders / "begun" +
+                    "'\nwhile true; do sleep 0.01; done\n");
+    RepositoryPlace place;
+    place.program = folders / "restic";
+    Restic::Call call;
+    call.arguments = {"dump"};
+    call.tickInterval = 10ms;
+    call.onTick = [this] { return !fs::exists(folders / "begun"); };
+    EXPECT_EQ(Restic(place).run(call, StopSignal()).trouble, ResticTrouble::Stopped);
+}
+
 // In a folder a lock is removed by itself. Elsewhere restic does it, which would also take locks of living
 // processes that it cannot see.
 TEST_F(BackingUp, RemovesOnlyLocksWhoseHolderIsDead) {

@@ -183,14 +183,14 @@ TEST_F(RestoreQueueTest, JobsShareACallUnlessOneHoldsWhatAnotherDoes) {
     adjust_ = [&](RestoreQueue::Options& options) {
         options.index = [&]() { return isCurrent ? folder_.index() : nullptr; };
     };
-    start(script("[ $1 = restore ] || exit 0\necho >> " + (folder_ / "calls") + "\nwhile [ ! -e " +
-                 (folder_ / "go") + " ]; do sleep 0.02; done\n" + copyScript));
+    start(script("[ $1 = restore ] || exit 0\necho >> " + (folder_ / "calls") + '\n' + copyScript +
+                 "\nwhile [ ! -e " + (folder_ / "go") + " ]; do sleep 0.02; done"));
     const std::uint32_t jobs[] = {add(home("a"), folder_ / "out/a"), add(home("b"), folder_ / "out/b"),
                                   add(home("a"), folder_ / "out/again")};
     isCurrent = true;
     queue_->wake();
-    while (!fs::exists(folder_ / "calls"))
-        std::this_thread::yield();
+    // What has arrived is told while restic still runs.
+    ASSERT_TRUE(waitFor([&] { return !reports_.empty() && !reports_.back().file.empty(); }));
     EXPECT_EQ(queue_->status(jobs[0]), restorestatus::running);
     EXPECT_EQ(queue_->status(jobs[1]), restorestatus::running);
     EXPECT_EQ(queue_->status(jobs[2]), restorestatus::waiting);
