@@ -33,6 +33,9 @@ inline constexpr std::uint32_t cancelled = 3;
 inline constexpr std::uint32_t waiting = 50;
 inline constexpr std::uint32_t running = 51; // or more
 
+// The priority of a restore that a person orders.
+inline constexpr std::uint32_t usualPriority = 50;
+
 // The ids of the alerts that say why jobs have to wait.
 inline constexpr const char* waitAlert = "restore_waits";
 inline constexpr const char* listingAlert = "backup_being_listed";

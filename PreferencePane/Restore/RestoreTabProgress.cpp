@@ -1,5 +1,6 @@
 // The jobs that restore what is selected, and how far they are.
 
+#include "Common/RestoreStatus.h"
 #include "Foundation/Format.h"
 #include "PreferencePane/Restore/RestoreTabController.h"
 #include "PreferencePane/Restore/ui_RestoreProgressView.h"
@@ -11,7 +12,6 @@ namespace kelvane {
 namespace {
 
 constexpr std::uint32_t latestVersion = 0;
-constexpr std::uint32_t usualPriority = 50;
 
 } // namespace
 
@@ -33,7 +33,8 @@ void KelvaneRestoreTabController::restoreToPath(const std::optional<std::string>
         const std::uint32_t job =
             daemon
                 ->invoke("restoreFile:toPath:version:priority:",
-                         {path, restoreTarget(path, folder), latestVersion, usualPriority}, &isAnswered)
+                         {path, restoreTarget(path, folder), latestVersion, restorestatus::usualPriority},
+                         &isAnswered)
                 .uint32Value();
         if (isAnswered)
             KelvaneCLog("created restore job %d. %@ -> %@", job, path, folder ? Value(*folder) : Value());

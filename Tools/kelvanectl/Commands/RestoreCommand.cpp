@@ -21,7 +21,6 @@ namespace kelvane::ctl {
 namespace {
 
 constexpr std::uint32_t latestVersion = 0;
-constexpr std::uint32_t usualPriority = 50; // as the settings pane asks
 
 struct Job {
     std::string path;
@@ -135,8 +134,8 @@ std::vector<std::string> missingPaths(Session& session, const std::vector<Job>& 
 void order(Session& session, std::vector<Job>& jobs) {
     for (Job& job : jobs)
         if (const auto daemon = session.state().proxy()) { // gone: that is complained about
-            job.number = daemon->call<"restoreFile:toPath:version:priority:">(job.path, job.target,
-                                                                              latestVersion, usualPriority);
+            job.number = daemon->call<"restoreFile:toPath:version:priority:">(
+                job.path, job.target, latestVersion, restorestatus::usualPriority);
             if (job.number == 0)
                 job.failures = linesOf(
                     daemon->call<"stringValueForProfileKey:">(restorestatus::failuresKey(0)).stringValue());
