@@ -116,9 +116,10 @@ RestoreFetch::Try RestoreFetch::fetchFrom(std::uint32_t number, const SnapshotPa
     FileErrors here;
     std::vector<std::string> exclusions;
     if (const auto found = lost.paths.find(snapshot->id); found != lost.paths.end()) {
-        exclusions = exclusionArguments(found->second);
-        for (const std::string& path : found->second)
-            here.items.emplace(path, "a part of it is missing from the backup's repository");
+        exclusions = exclusionArguments(*tools_.index, found->second);
+        for (const std::string& pathInJson : found->second)
+            for (std::string& path : pathsInIndex(*tools_.index, pathInJson))
+                here.items.emplace(std::move(path), "a part of it is missing from the backup's repository");
     }
     const std::string whole = std::to_string(number);
     std::string said;

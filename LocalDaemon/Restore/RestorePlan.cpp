@@ -1,6 +1,7 @@
 #include "LocalDaemon/Restore/RestorePlan.h"
 
 #include "LocalDaemon/Restic/Restic.h"
+#include "LocalDaemon/Restic/ResticNames.h"
 
 #include <algorithm>
 
@@ -131,19 +132,51 @@ std::vector<std::vector<std::string>> includeArguments(const SnapshotPaths& path
     return calls.take();
 }
 
-// "?" stands for one byte where that is not UTF-8.
-std::vector<std::string> exclusionArguments(const std::set<std::string, std::less<>>& paths) {
+std::vector<std::string> pathsInIndex(const BackupIndex& index, std::string_view pathInJson) {
+    std::vector<const BackupIndex::Item*> level{&index.root()};
+    while (!level.empty() && pathInJson.size() > 1) {
+        pathInJson.remove_prefix(1);
+        const std::string_view name = pathInJson.substr(0, pathInJson.find('/'));
+        pathInJson.remove_prefix(name.size());
+        std::vector<const BackupIndex::Item*> next;
+        for (const BackupIndex::Item* const folder : level)
+            if (!mayHaveLostBytes(name)) {
+                if (const BackupIndex::Item* const child = index.child(folder, name))
+                    next.push_back(child);
+            } else {
+                for (const BackupIndex::Item& child : index.children(*folder))
+                    if (nameInResticJson(index.nameOf(child)) == name)
+                        next.push_back(&child);
+            }
+        level = std::move(next);
+    }
+    std::vector<std::string> paths;
+    for (const BackupIndex::Item* const item : level)
+        paths.push_back(index.pathOf(*item));
+    return paths;
+}
+
+std::vector<std::string> exclusionArguments(const BackupIndex& index,
+                                            const std::set<std::string, std::less<>>& pathsInJson) {
     constexpr std::string_view lostByte = "\ufffd";
     std::vector<std::string> arguments;
     std::size_t bytes = 0;
-    for (const std::string& path : paths) {
-        std::string pattern = '!' + escapedForPattern(path);
-        for (std::size_t at = 0; (at = pattern.find(lostByte, at)) != std::string::npos;)
-            pattern.replace(at, lostByte.size(), "?");
-        bytes += pattern.size();
-        if (bytes > mostExclusionBytes)
-            break;
-        arguments.insert(arguments.end(), {"--include", std::move(pattern)});
+    for (const std::string& path : pathsInJson) {
+        std::vector<std::string> patterns = pathsInIndex(index, path);
+        for (std::string& pattern : patterns)
+            pattern = escapedForPattern(pattern);
+        if (patterns.empty()) { // an older version: "?" stands for any byte
+            std::string pattern = escapedForPattern(path);
+            for (std::size_t at = 0; (at = pattern.find(lostByte, at)) != std::string::npos;)
+                pattern.replace(at, lostByte.size(), "?");
+            patterns.push_back(std::move(pattern));
+        }
+        for (const std::string& pattern : patterns) {
+            bytes += pattern.size();
+            if (bytes > mostExclusionBytes)
+                return arguments;
+            arguments.insert(arguments.end(), {"--include", '!' + pattern});
+        }
     }
     return arguments;
 }

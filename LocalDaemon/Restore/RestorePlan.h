@@ -7,6 +7,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kelvane {
@@ -47,8 +48,11 @@ void addToPlan(RestorePlan& plan, const BackupIndex& index, const RestorePiece& 
 // is empty.
 [[nodiscard]] std::vector<std::vector<std::string>> includeArguments(const SnapshotPaths& paths);
 
-// To stand behind those, so that none of `paths` comes; they are as restic's JSON has them, and where bytes
-// of names are lost in it what looks the same there does not come either. At most as many as one call takes.
-[[nodiscard]] std::vector<std::string> exclusionArguments(const std::set<std::string, std::less<>>& paths);
+// The paths of the index that restic's JSON would write so: several where it loses bytes of names.
+[[nodiscard]] std::vector<std::string> pathsInIndex(const BackupIndex& index, std::string_view pathInJson);
+
+// Arguments to follow those, so that none of the paths comes. As many as one call can take.
+[[nodiscard]] std::vector<std::string>
+exclusionArguments(const BackupIndex& index, const std::set<std::string, std::less<>>& pathsInJson);
 
 } // namespace kelvane

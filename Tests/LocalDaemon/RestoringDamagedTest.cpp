@@ -40,9 +40,10 @@ TEST_F(RestoringDamagedTest, WhatADamagedPackHeldIsNamedAndReplacesNothing) {
 
 // restic's index does not name the pack any more: restic itself brings nothing of such a snapshot.
 TEST_F(RestoringDamagedTest, WhatIsLostTakesNothingElseWithIt) {
-    folder_.write("home/unread/odd \xff[1]/whole", "whole");
+    for (const char* name : {"odd \xff[1]/whole", "odd x[1]/whole", "odd \xff[1]/lost 2"})
+        folder_.write(std::string("home/unread/") + name, "whole");
     folder_.backUp();
-    for (const char* name : {"unread/odd \xff[1]/lost", "unread/lost", "saved again"})
+    for (const char* name : {"unread/odd \xff[1]/lost \xfe", "unread/lost", "saved again"})
         folder_.write(std::string("home/") + name, noise(1'600'000));
     folder_.backUp();
     for (const auto& entry : fs::recursive_directory_iterator(folder_ / "repository/data"))
@@ -57,11 +58,12 @@ TEST_F(RestoringDamagedTest, WhatIsLostTakesNothingElseWithIt) {
     const std::uint32_t job = restore(folder_.home(), folder_ / "beside");
     const std::string failures = queue_->failures(job);
     EXPECT_EQ(queue_->status(job), restorestatus::incomplete);
-    EXPECT_EQ(folder_.read("beside/unread/odd \xff[1]/whole"), "whole");
+    for (const char* name : {"odd \xff[1]/whole", "odd x[1]/whole", "odd \xff[1]/lost 2"})
+        EXPECT_EQ(folder_.read(std::string("beside/unread/") + name), "whole") << failures;
     EXPECT_EQ(folder_.read("beside/saved again"), "another version") << failures;
     EXPECT_NE(failures.find(home("unread/lost: a part of it is missing")), std::string::npos) << failures;
-    EXPECT_NE(failures.find("[1]/lost: "), std::string::npos) << failures;
-    EXPECT_FALSE(fs::exists(folder_ / "beside/unread/odd \xff[1]/lost"));
+    EXPECT_NE(failures.find("[1]/lost \ufffdFE: a part of it is missing"), std::string::npos) << failures;
+    EXPECT_FALSE(fs::exists(folder_ / "beside/unread/odd \xff[1]/lost \xfe"));
 }
 
 TEST_F(RestoringDamagedTest, AnErrorWhoseFileIsNotKnownFailsEverythingItMayBeAbout) {
