@@ -1,5 +1,6 @@
 #include "LocalDaemon/Backup/LargeFiles.h"
 
+#include "LocalDaemon/Index/LeftOut.h"
 #include "LocalDaemon/Rules/BackupTargets.h"
 
 #include <algorithm>
@@ -14,8 +15,9 @@ namespace fs = std::filesystem;
 
 bool isWaiting(const BackupIndex& index, const std::string& path, const struct stat& status) {
     const BackupIndex::Item* const item = index.find(path);
-    return !item || !isUnchanged(*item, ItemKind::File, static_cast<std::uint64_t>(status.st_size),
-                                 FileTime(status.st_mtim), FileTime(status.st_ctim));
+    return !item || isLeftOut(index, path) ||
+           !isUnchanged(*item, ItemKind::File, static_cast<std::uint64_t>(status.st_size),
+                        FileTime(status.st_mtim), FileTime(status.st_ctim));
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include "Foundation/CleanPath.h"
 #include "Foundation/PathComponents.h"
 #include "Foundation/Unicode.h"
+#include "LocalDaemon/Index/LeftOut.h"
 #include "LocalDaemon/Panes/NodeLook.h"
 #include "LocalDaemon/Scan/FolderContents.h"
 #include "Platform/MountTable.h"
@@ -174,6 +175,7 @@ private:
         standing.isDamaged = item && index_->isDamaged(*item);
         if (file.attributes.kind != Kind::Directory) {
             standing.isWaiting = !item || !isUnchanged(*item, file.attributes) || standing.isDamaged ||
+                                 isLeftOut(*index_, file.path) ||
                                  (item->kind == ItemKind::Link && isTargetLost(file.path));
         } else if (const auto counts = tree_.countsAt(file.path)) {
             standing.isWaiting = !item || counts->isWaiting();

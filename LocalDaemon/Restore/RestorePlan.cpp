@@ -1,5 +1,6 @@
 #include "LocalDaemon/Restore/RestorePlan.h"
 
+#include "LocalDaemon/Index/LeftOut.h"
 #include "LocalDaemon/Restic/Restic.h"
 #include "LocalDaemon/Restic/ResticNames.h"
 
@@ -12,17 +13,6 @@ namespace {
 constexpr std::size_t mostPatterns = 500;          // of one call
 constexpr std::size_t mostArgumentBytes = 100'000; // a single argument may have 128 KiB, all of them 2 MiB
 constexpr std::size_t mostExclusionBytes = 1'000'000;
-
-// Whether a snapshot that would hold the child does not, of those up to the one that held the folder last.
-bool wasDeletedBefore(const BackupIndex& index, const BackupIndex::Item& folder,
-                      const BackupIndex::Item& child) {
-    if (child.snapshot == 0 || child.snapshot >= folder.snapshot)
-        return false;
-    const auto& snapshots = index.snapshots();
-    const std::string path = index.pathOf(child);
-    return std::any_of(snapshots.upper_bound(child.snapshot), snapshots.upper_bound(folder.snapshot),
-                       [&](const auto& each) { return each.second.tellsOf(path); });
-}
 
 // A snapshot that holds a folder holds all of its contents that the index counts to it.
 void addOlder(RestorePlan& plan, const BackupIndex& index, const BackupIndex::Item& folder) {
@@ -62,7 +52,7 @@ std::vector<const BackupIndex::Item*> lastContents(const BackupIndex& index,
                                                    const BackupIndex::Item& folder) {
     std::vector<const BackupIndex::Item*> contents;
     for (const BackupIndex::Item& child : index.children(folder))
-        if (!wasDeletedBefore(index, folder, child))
+        if (!wasDeleted(index, folder, child))
             contents.push_back(&child);
     return contents;
 }

@@ -144,22 +144,6 @@ void FolderScan::takeRules() {
         scanEverything();
 }
 
-void FolderScan::takeIndex() {
-    Index index;
-    {
-        const std::scoped_lock guard(mutex_);
-        index.swap(nextIndex_);
-    }
-    if (!index)
-        return;
-    index_ = std::move(index);
-    for (const auto& [path, root] : tree_->roots())
-        FolderTree::forEach(*root, [this](Folder& folder) {
-            if (folder.own.isWaiting())
-                lookAt(folder);
-        });
-}
-
 void FolderScan::addRoots() {
     for (const std::string& path : scanRoots(*rules_))
         if (!tree_->roots().contains(path))

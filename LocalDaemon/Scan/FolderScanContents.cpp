@@ -1,6 +1,7 @@
 // What of a folder is to be backed up yet.
 
 #include "Foundation/CleanPath.h"
+#include "LocalDaemon/Index/LeftOut.h"
 #include "LocalDaemon/Scan/FolderScan.h"
 #include "Platform/MountTable.h"
 
@@ -8,12 +9,42 @@
 
 namespace kelvane {
 
+void FolderScan::takeIndex() {
+    Index before;
+    {
+        const std::scoped_lock guard(mutex_);
+        before.swap(nextIndex_);
+    }
+    if (!before)
+        return;
+    index_.swap(before);
+    for (const auto& [path, root] : tree_->roots())
+        FolderTree::forEach(*root, [this](Folder& folder) {
+            if (folder.own.isWaiting())
+                lookAt(folder);
+        });
+    // What was out of the selection or away while the new snapshot was made may be back.
+    const std::uint32_t newest = before->snapshots().empty() ? 0 : before->snapshots().rbegin()->first;
+    index_->forEach([&](const BackupIndex::Item& around) {
+        for (const BackupIndex::Item& item : index_->children(around)) {
+            if (item.snapshot < newest || !wasDeleted(*index_, around, item))
+                continue;
+            const std::string path = index_->pathOf(item);
+            if (Folder* const folder = tree_->find(path))
+                FolderTree::forEach(*folder, [this](Folder& each) { lookAt(each); });
+            else if (Folder* const holder = tree_->find(folderOf(path)))
+                lookAt(*holder);
+        }
+    });
+}
+
 FolderContents FolderScan::contentsOf(const std::string& path) const {
     const Passage passage = verdictFor(*rules_, path).isIn() ? Passage::WithinFileSystem : Passage::Refused;
     const auto mounts = currentMountPoints();
     std::string entry = withSeparator(path);
     const std::size_t length = entry.size();
     const BackupIndex::Item* const saved = index_->find(path);
+    const bool isLeftOut = kelvane::isLeftOut(*index_, path);
     std::uint64_t stillThere = 0; // of what the last snapshot of the folder holds
     const auto savedEntry = [&](std::string_view name) {
         const BackupIndex::Item* const item = index_->child(saved, name);
@@ -31,13 +62,14 @@ FolderContents FolderScan::contentsOf(const std::string& path) const {
         },
         [&](const FolderEntry& each) {
             const BackupIndex::Item* const item = savedEntry(each.name);
-            return !item || !isUnchanged(*item, each.kind, each.size, each.modified, each.changed) ||
+            return !item || isLeftOut || wasDeleted(*index_, *saved, *item) ||
+                   !isUnchanged(*item, each.kind, each.size, each.modified, each.changed) ||
                    index_->isDamaged(*item);
         });
     // What holds something is saved with that, and where all begins there is nothing to lose. One that cannot
     // be read may hold anything.
-    if (!tree_->roots().contains(path) && contents.isEmpty && contents.error != ENOENT &&
-        passage != Passage::Refused && !isInLastSnapshot(saved, path))
+    if (!tree_->roots().contains(path) && contents.error != ENOENT && passage != Passage::Refused &&
+        (isLeftOut || (contents.isEmpty && !isInLastSnapshot(saved, path))))
         ++contents.own.otherWaiting;
     // A folder that is not in itself gets into a snapshot only with what is below it.
     if (!saved || saved->snapshot == 0 || contents.error != 0 || passage == Passage::Refused)

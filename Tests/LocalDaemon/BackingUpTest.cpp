@@ -60,6 +60,15 @@ TEST_F(BackingUp, FollowsTheFilesTheRulesAndTheModes) {
     EXPECT_EQ(colors({in("a/b/file")}), Array{blue});
     ASSERT_TRUE(comesToRest(4, 18));
     EXPECT_EQ(colors({in("new"), in("a/b/file")}), (Array{green, blue}));
+
+    // An older snapshot has what is selected again, but a restore of the home folder would leave it out.
+    pane->call<"setPausedMinutes:">(5U);
+    EXPECT_EQ(pane->call<"unexcludeFileFromBackup:">(in("a")), 0U);
+    EXPECT_TRUE(comesTo([&] { return colors({in("a/x [y]*?.txt"), in("a")}) == Array{yellow, yellow}; }));
+    pane->call<"setPausedMinutes:">(0U);
+    pane->call<"setPriorityBackup:">("/");
+    ASSERT_TRUE(comesToRest(4, 18));
+    EXPECT_EQ(colors({in("a/x [y]*?.txt"), in("a")}), (Array{green, green}));
 }
 
 // In restic's JSON each of these has a twin; one of them is even on the disk as its twin is in JSON.

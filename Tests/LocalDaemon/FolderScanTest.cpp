@@ -205,6 +205,26 @@ TEST(FolderScan, ADeletionAndNewAttributesOfAFolderCallForABackup) {
     }
 }
 
+// As after a backup during which a rule or a mount had "a" out.
+TEST(FolderScan, WhatTheNewestSnapshotIsWithoutWaitsThoughAnOlderOneHasIt) {
+    const TemporaryFolder home;
+    home.write("a/b/file", "1");
+    home.write("kept", "2");
+    fs::create_directory(home / "a/empty");
+    WatchedScan scan(home);
+    const auto before = indexOf(home, 1);
+    scan.scan.setIndex(before);
+    ASSERT_TRUE(scan.awaits([&] { return scan.last.index == before && scan.last.waiting.count == 0; }));
+    std::vector<SnapshotItem> held;
+    for (const std::string& path : {home.path(), home / "kept"})
+        held.push_back(before->copyOf(*before->find(path)).item);
+    scan.scan.setIndex(
+        std::make_shared<BackupIndex>(indexWith(*before, "repository", {"second"}, std::move(held))));
+    EXPECT_TRUE(scan.awaits([&] {
+        return !scan.last.isScanning && scan.last.waiting == FileTotals{1, 1} && scan.last.otherWaiting == 3;
+    })) << "the file, and three folders";
+}
+
 // And counts nothing but regular files, none of them through a link.
 TEST(FolderScan, FollowsTheRules) {
     const TemporaryFolder home;
