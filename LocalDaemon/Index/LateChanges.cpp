@@ -30,21 +30,24 @@ FileTime currentTime() {
     return FileTime(now);
 }
 
-// Whether a file looks as it was saved.
-bool isAsSaved(const struct stat& status, std::uint64_t size, FileTime modified, FileTime changed) {
-    return S_ISREG(status.st_mode) && static_cast<std::uint64_t>(status.st_size) == size &&
-           FileTime(status.st_mtim) == modified && FileTime(status.st_ctim) == changed;
+// Whether a file or link looks as it was saved. restic tells no size of a link.
+bool isAsSaved(const struct stat& status, ItemKind kind, std::uint64_t size, FileTime modified,
+               FileTime changed) {
+    const bool isSameKind = kind == ItemKind::Link ? S_ISLNK(status.st_mode)
+                                                   : S_ISREG(status.st_mode) &&
+                                                         static_cast<std::uint64_t>(status.st_size) == size;
+    return isSameKind && FileTime(status.st_mtim) == modified && FileTime(status.st_ctim) == changed;
 }
 
-// Gives the file another time of its last status change by setting when it was last read to what it is: a
-// mode would undo what somebody changes meanwhile. False: it looks as it was saved still.
+// Gives the file or link another time of its last status change by setting when it was last read to what it
+// is: a mode would undo what somebody changes meanwhile. False: it looks as it was saved still.
 bool touch(const SnapshotItem& item) {
     // Not for reading: a pipe that has taken its place would let its writers go on.
     const FileDescriptor file(::open(item.path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat status {};
     const auto isStillAsSaved = [&] {
         return file && ::fstat(file.get(), &status) == 0 &&
-               isAsSaved(status, item.size, item.modified, item.changed);
+               isAsSaved(status, item.kind, item.size, item.modified, item.changed);
     };
     if (!isStillAsSaved())
         return true;
@@ -68,12 +71,13 @@ std::size_t takeLateChanges(std::vector<SnapshotItem>& items, const BackupIndex&
     const FileTime now = currentTime();
     std::size_t late = 0;
     for (SnapshotItem& item : items) {
-        if (item.kind != ItemKind::File)
+        if (item.kind == ItemKind::Folder)
             continue;
         const bool isLateNow = isLate(item, begin, now);
         late += isLateNow ? 1U : 0U;
-        const bool isSameAsBefore =
-            uncertain.contains(item.path) && before.find(item.path)->changed == asUncertain(item.changed);
+        // The target of a link is read for each snapshot.
+        const bool isSameAsBefore = item.kind == ItemKind::File && uncertain.contains(item.path) &&
+                                    before.find(item.path)->changed == asUncertain(item.changed);
         if ((isLateNow && !touch(item)) || isSameAsBefore)
             item.changed = asUncertain(item.changed);
     }
@@ -112,7 +116,7 @@ std::vector<std::string> uncertainFiles(const BackupIndex& index) {
         std::string path = index.pathOf(item);
         struct stat status {};
         if (::lstat(path.c_str(), &status) == 0 &&
-            isAsSaved(status, item.size, item.modified, asCertain(item.changed)))
+            isAsSaved(status, item.kind, item.size, item.modified, asCertain(item.changed)))
             paths.push_back(std::move(path));
     });
     return paths;

@@ -9,11 +9,11 @@
 
 namespace kelvane {
 
-// A file that changed while it was backed up may have changed once more after it was read, within the same
-// tick of the file system's clock: then nothing on the disk tells it from what was saved, and neither would
-// restic read it again.
+// A file or link that changed while it was backed up may have changed once more after it was read, within the
+// same tick of the file system's clock: then nothing on the disk tells it from what was saved, and neither
+// would restic read a file again.
 
-// Goes over what a snapshot holds, whose backup began at `begin`. Each file that still looks as it was saved
+// Goes over what a snapshot holds, whose backup began at `begin`. What still looks as it was saved
 // and changed at `begin` or later gets a new time of its last status change, so that the next backup reads it
 // again. Where that cannot be set, as of another user's files, the item gets an uncertain one. So does what
 // was uncertain in `before` and is not among `readAgain`. Returns how many changed late. Blocks on the disk.

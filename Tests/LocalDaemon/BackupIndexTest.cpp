@@ -112,6 +112,9 @@ TEST(BackupIndex, TouchesWhatMayHaveChangedAgainAfterItWasRead) {
         items.push_back({home / name, ItemKind::File, name == "longer" ? 2U : 1U, FileTime(status.st_mtim),
                          FileTime(status.st_ctim)});
     }
+    std::filesystem::create_symlink("late", home / "link");
+    const struct stat link = look("link");
+    items.push_back({home / "link", ItemKind::Link, 0, FileTime(link.st_mtim), FileTime(link.st_ctim)});
     const std::vector<SnapshotItem> asSaved = items;
     const FileTime begin = items.front().changed;
     const auto takeLate = [&](FileTime since, const BackupIndex& before,
@@ -129,24 +132,26 @@ TEST(BackupIndex, TouchesWhatMayHaveChangedAgainAfterItWasRead) {
     EXPECT_EQ(takeLate(later, BackupIndex(), {}), 0U);
     // Where no other time can be set, here because the clock has not gone on, it is the item that changes.
     do
-        EXPECT_EQ(takeLate(begin, BackupIndex(), {}), 3U);
-    while (areUncertain() != std::vector{false, false, false});
+        EXPECT_EQ(takeLate(begin, BackupIndex(), {}), 4U);
+    while (areUncertain() != std::vector{false, false, false, false});
     EXPECT_NE(FileTime(look("late").st_ctim), begin);
     EXPECT_EQ(FileTime(look("longer").st_ctim), asSaved[1].changed) << "it is seen to have changed";
     EXPECT_NE(FileTime(look("special").st_ctim), asSaved[2].changed);
     EXPECT_EQ(look("special").st_mode & ALLPERMS, mode_t{S_ISUID | S_IRUSR});
+    EXPECT_NE(FileTime(look("link").st_ctim), asSaved[3].changed);
 
-    std::vector<BackedUpItem> held{{asSaved[1], 0, 1, 1}};
+    std::vector<BackedUpItem> held{{asSaved[1], 0, 1, 1}, {asSaved[3], 0, 1, 1}};
     held[0].item.size = 1;
-    held[0].item.changed = asUncertain(held[0].item.changed);
+    for (BackedUpItem& each : held)
+        each.item.changed = asUncertain(each.item.changed);
     const BackupIndex before = *BackupIndex::decoded(BackupIndex("", {}, held).encoded());
     const std::string path = home / "longer";
     EXPECT_EQ(uncertainFiles(before), std::vector<std::string>{path});
     EXPECT_FALSE(isUnchanged(*before.find(path), ItemKind::File, 1, asSaved[1].modified, asSaved[1].changed));
     takeLate(later, before, {});
-    EXPECT_EQ(areUncertain(), (std::vector{false, true, false}));
+    EXPECT_EQ(areUncertain(), (std::vector{false, true, false, false})) << "links are always read";
     takeLate(later, before, {path});
-    EXPECT_EQ(areUncertain(), (std::vector{false, false, false}));
+    EXPECT_EQ(areUncertain(), (std::vector{false, false, false, false}));
 }
 
 // restic keeps times of the years 0 to 9999: of what lies beyond the month and day in the last one.
