@@ -74,11 +74,11 @@ bool hasSavedContents(const BackupIndex& index, const std::string& path) {
 }
 
 // What is selected by itself is backed up whatever is mounted there, and what was in the way of a mount that
-// was backed up is none of its contents. No mount is asked, for one may never answer.
+// was backed up is none of its contents. A disk that is merely known may be the one that hides it. No mount
+// is asked, for one may never answer.
 bool isCovered(const std::string& point, const Settings& settings, const BackupRules& rules,
                const BackupIndex& index) {
-    return hasSavedContents(index, point) && !settings.mounts.contains(point) &&
-           !settings.disks.contains(point) && !ruleAt(rules, point) &&
+    return hasSavedContents(index, point) && !settings.mounts.contains(point) && !ruleAt(rules, point) &&
            verdictFor(rules, folderOf(point)).isIn();
 }
 

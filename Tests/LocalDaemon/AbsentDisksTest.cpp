@@ -1,0 +1,54 @@
+#include "LocalDaemon/State/AbsentDisks.h"
+#include "Tests/Common/FakeFileServices.h"
+
+#include <gtest/gtest.h>
+
+namespace kelvane {
+namespace {
+
+// No folder is empty.
+struct MountedDisks : tests::FakeDisk {
+    FolderListing list(const std::string&, std::size_t) const override { return {{"file"}, true, 0}; }
+    bool isMountRoot(const std::string& path) const override { return mounts.contains(path); }
+    std::vector<std::string> mountsBelow(const std::string&) const override {
+        std::vector<std::string> points;
+        for (const auto& [point, id] : mounts)
+            points.push_back(point);
+        return points;
+    }
+    std::string fileSystemId(const std::string& point) const override { return mounts.at(point); }
+
+    Mounts mounts;
+};
+
+TEST(AbsentDisks, AreFoundWhereSomethingElseIsMountedThanWasBackedUp) {
+    const auto saved = [](const std::string& path) {
+        return BackedUpItem{.item = {.path = path}, .backedUp = 1, .version = 1, .snapshot = 1};
+    };
+    const BackupIndex index("repository", {},
+                            {saved("/home/me/docs/notes"), saved("/mnt/storage/photos/one")});
+    BackupRules rules;
+    rules.home = "/home/me";
+    rules.volumes = {"/mnt/storage"};
+    struct Case {
+        Mounts before;
+        Mounts now;
+        Absences away;
+    };
+    const Case cases[] = {
+        {{}, {{"/home/me/docs/new", "A"}}, {}},
+        {{}, {{"/home/me/docs", "A"}}, {{"/home/me/docs", Absence::Covered}}},
+        {{}, {{"/mnt/storage/photos", "A"}}, {{"/mnt/storage/photos", Absence::Covered}}},
+    };
+    for (const Case& each : cases) {
+        MountedDisks disks;
+        disks.mounts = each.now;
+        Settings settings;
+        settings.mounts = each.before;
+        settings.disks = {"/mnt/storage/photos"}; // as soon as it is mounted
+        EXPECT_EQ(absencesNow(settings, rules, index, disks), each.away) << each.now.begin()->first;
+    }
+}
+
+} // namespace
+} // namespace kelvane
