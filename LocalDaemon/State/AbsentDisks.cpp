@@ -27,7 +27,7 @@ struct AbsenceText {
 const AbsenceText absenceTexts[] = {
     {"The disk at ", " is away.", "Nothing has been mounted there since "},
     {"", " is empty, and was not when it was backed up.", "It has been empty or missing since "},
-    {"Something is mounted over ", ", whose files were backed up.", "They have been hidden since "},
+    {"Something is mounted over ", ", which was backed up.", "What was backed up has been hidden since "},
     {"Another disk is mounted at ", " than the one that was backed up.",
      "The other one has been mounted there since "},
     {"What is mounted at ", " does not answer.", "It has been silent since "},
@@ -64,13 +64,13 @@ bool isAnother(const std::string& remembered, const std::string& id) {
     return !remembered.empty() && remembered != id;
 }
 
-// Whether the last snapshot that holds the folder has something in it.
+// Whether a file or link was backed up there, or a folder with something in the last snapshot that holds it.
 bool hasSavedContents(const BackupIndex& index, const std::string& path) {
     const BackupIndex::Item* const item = index.find(path);
-    return item && item->kind == ItemKind::Folder &&
-           std::ranges::any_of(index.children(*item), [&](const BackupIndex::Item& child) {
-               return child.snapshot >= item->snapshot;
-           });
+    return item && (item->kind != ItemKind::Folder ||
+                    std::ranges::any_of(index.children(*item), [&](const BackupIndex::Item& child) {
+                        return child.snapshot >= item->snapshot;
+                    }));
 }
 
 // What is selected by itself is backed up whatever is mounted there, and what was in the way of a mount that

@@ -18,7 +18,7 @@ namespace kelvane {
 enum class Absence {
     NotMounted, // a file system was mounted there
     Empty,      // or missing, as it is when something was mounted above it or has replaced it
-    Covered,    // something is mounted over a folder whose contents were backed up
+    Covered,    // something is mounted over what was backed up
     Another,    // another file system than the one that was backed up is mounted there
     Silent,     // what is mounted there does not answer
 };

@@ -38,6 +38,7 @@ TEST(AbsentDisks, AreFoundWhereSomethingElseIsMountedThanWasBackedUp) {
     const Case cases[] = {
         {{}, {{"/home/me/docs/new", "A"}}, {}},
         {{}, {{"/home/me/docs", "A"}}, {{"/home/me/docs", Absence::Covered}}},
+        {{}, {{"/home/me/docs/notes", "A"}}, {{"/home/me/docs/notes", Absence::Covered}}},
         {{}, {{"/mnt/storage/photos", "A"}}, {{"/mnt/storage/photos", Absence::Covered}}},
     };
     for (const Case& each : cases) {
