@@ -2,6 +2,7 @@
 
 #include "Foundation/Format.h"
 #include "Foundation/PathComponents.h"
+#include "Foundation/Unicode.h"
 #include "Platform/ChildProcess.h"
 
 #include <algorithm>
@@ -46,6 +47,7 @@ constexpr std::chrono::seconds answerHolds(1);
 
 struct Mount {
     std::string_view device; // "major:minor"
+    std::string_view root;   // what of the file system is mounted, with its blanks escaped
     std::string mountPoint;
     std::string_view type;
     std::string source; // a device, for one
@@ -82,7 +84,7 @@ std::optional<Mount> mountInLine(std::string_view line) {
     takeUntil(line, ' ');
     takeUntil(line, ' ');
     mount.device = takeUntil(line, ' ');
-    takeUntil(line, ' ');
+    mount.root = takeUntil(line, ' ');
     mount.mountPoint = decoded(takeUntil(line, ' '));
     while (!line.empty() && takeUntil(line, ' ') != "-") {
     }
@@ -147,6 +149,17 @@ std::string uuidOfDevice(const std::string& device) {
             return at->path().filename();
     }
     return {};
+}
+
+std::string idOfFileSystem(const std::string& mountPoint, const std::string& type,
+                           const std::string& source) {
+    struct statfs status {};
+    // Of others the number may come from the device's, and be another one at the next start.
+    if (type.starts_with("ext") && ::statfs(mountPoint.c_str(), &status) == 0)
+        return formatText("ext-%016llx", std::bit_cast<unsigned long long>(status.f_fsid));
+    if (isBlockDevice(source))
+        return uuidOfDevice(source);
+    return type.empty() ? std::string() : type + ' ' + source;
 }
 
 std::optional<ChildProcess> startAsking(const std::string& mountPoint) {
@@ -215,21 +228,18 @@ std::vector<std::string> mountPointsBelow(std::string_view folder) {
 }
 
 std::string fileSystemIdAt(const std::string& mountPoint) {
+    std::string root;
     std::string type;
     std::string source; // the last mount hides those before it
     forEachMount(currentMountTable(), [&](const Mount& mount) {
         if (mount.mountPoint != mountPoint)
             return;
+        root = textFromPath(mount.root);
         type = mount.type;
         source = mount.source;
     });
-    struct statfs status {};
-    // Of others the number may come from the device's, and be another one at the next start.
-    if (type.starts_with("ext") && ::statfs(mountPoint.c_str(), &status) == 0)
-        return formatText("ext-%016llx", std::bit_cast<unsigned long long>(status.f_fsid));
-    if (isBlockDevice(source))
-        return uuidOfDevice(source);
-    return type.empty() ? std::string() : type + ' ' + source;
+    const std::string id = idOfFileSystem(mountPoint, type, source);
+    return id.empty() ? id : root + ' ' + id;
 }
 
 MountTableChanges::MountTableChanges() : table_(::open(mountTablePath, O_RDONLY | O_CLOEXEC)) {}

@@ -56,9 +56,9 @@ using MountPoints = std::map<std::string, std::string, std::less<>>;
 [[nodiscard]] std::string silentMountAround(std::string_view path,
                                             std::chrono::milliseconds silence = std::chrono::milliseconds(1));
 
-// Tells the file system that is mounted at exactly this path from all others, also after a restart: its UUID,
-// or what it makes of that; of one that is on no device its type and source. Empty when the system does not
-// say, or not yet.
+// Tells what is mounted at exactly this path from all else, also after a restart: its folder within the file
+// system, a blank, and the file system's UUID, or what it makes of that; of one that is on no device its type
+// and source. Empty when the system does not say, or not yet.
 [[nodiscard]] std::string fileSystemIdAt(const std::string& mountPoint);
 
 // Whether the mount table may have changed since that was last asked for.

@@ -59,9 +59,11 @@ std::string nearestOf(const std::set<std::string, std::less<>>& folders, const s
     return {};
 }
 
-// One that the system does not know yet is left alone until it does.
+// One that the system does not know yet is left alone until it does. Earlier versions noted no folder before
+// the file system.
 bool isAnother(const std::string& remembered, const std::string& id) {
-    return !remembered.empty() && remembered != id;
+    const bool hasFolder = remembered.starts_with('/');
+    return !remembered.empty() && remembered != (hasFolder ? id : id.substr(id.find(' ') + 1));
 }
 
 // Whether a file or link was backed up there, or a folder with something in the last snapshot that holds it.

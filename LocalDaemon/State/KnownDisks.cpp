@@ -39,13 +39,13 @@ void KnownDisks::lookForAbsent() {
     const Settings known = state_->settings();
     const DaemonState::Index index = state_->index();
     const Absences away = absencesNow(known, *state_->rules(), *index, *fileSystem_);
-    Mounts identified; // one that a version noted that did not know ids is taken for what is there now
+    Mounts identified; // one that a version noted that did not know whole ids is taken for what is there now
     for (const auto& [point, id] : known.mounts)
-        if (id.empty() && !away.contains(point))
+        if (!id.starts_with('/') && !away.contains(point))
             identified[point] = fileSystem_->fileSystemId(point);
     state_->changeSettings([&](Settings& settings) {
         for (const auto& [point, id] : identified)
-            if (const auto mount = settings.mounts.find(point); mount != settings.mounts.end())
+            if (const auto mount = settings.mounts.find(point); mount != settings.mounts.end() && !id.empty())
                 mount->second = id;
         const bool isIndexKnown = !index->repositoryId().empty();
         std::erase_if(settings.awayDisks, [&](const auto& each) {

@@ -40,6 +40,10 @@ TEST(AbsentDisks, AreFoundWhereSomethingElseIsMountedThanWasBackedUp) {
         {{}, {{"/home/me/docs", "A"}}, {{"/home/me/docs", Absence::Covered}}},
         {{}, {{"/home/me/docs/notes", "A"}}, {{"/home/me/docs/notes", Absence::Covered}}},
         {{}, {{"/mnt/storage/photos", "A"}}, {{"/mnt/storage/photos", Absence::Covered}}},
+        {{{"/home/me", "/one ext-1"}}, {{"/home/me", "/one ext-1"}}, {}},
+        {{{"/home/me", "/one ext-1"}}, {{"/home/me", "/two ext-1"}}, {{"/home/me", Absence::Another}}},
+        {{{"/home/me", "ext-1"}}, {{"/home/me", "/two ext-1"}}, {}}, // of an earlier version
+        {{{"/home/me", "ext-1"}}, {{"/home/me", "/two ext-2"}}, {{"/home/me", Absence::Another}}},
     };
     for (const Case& each : cases) {
         MountedDisks disks;

@@ -256,6 +256,7 @@ TEST(MountTable, OfThisMachineIsReadOnceUntilAMountChanges) {
         const std::vector<std::string> points = mountPointsBelow(folder);
         EXPECT_EQ(std::ranges::find(points, "/proc") != points.end(), isAround) << folder;
     }
+    EXPECT_TRUE(fileSystemIdAt("/proc").starts_with("/ proc "));
 }
 
 } // namespace
