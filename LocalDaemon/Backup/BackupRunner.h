@@ -102,7 +102,7 @@ private:
     // What was so when a call began.
     struct Before {
         std::uint64_t changes;
-        Mounts mounts;
+        MountsOfSelection mounts;
         std::set<std::string, std::less<>> absent;
     };
     [[nodiscard]] ResticOutcome takeMade(const Part& part, Before before, IndexKeeper::Made made,

@@ -84,23 +84,80 @@ bool isCovered(const std::string& point, const Settings& settings, const BackupR
            verdictFor(rules, folderOf(point)).isIn();
 }
 
+// Where what is selected is mounted; asks for each folder once.
+class MountPointSearch {
+public:
+    explicit MountPointSearch(const FileSystem& fileSystem) : fileSystem_(fileSystem) {}
+
+    std::string pointOf(const std::string& path) {
+        std::vector<std::string> passed;
+        std::string at = path;
+        while (at != "/" && !known_.contains(at) && !fileSystem_.isMountRoot(at)) {
+            passed.push_back(at);
+            at = folderOf(at);
+        }
+        const std::string point = known_.contains(at) ? known_[at] : at;
+        known_[at] = point;
+        for (const std::string& each : passed)
+            known_[each] = point;
+        return point;
+    }
+
+private:
+    const FileSystem& fileSystem_;
+    std::map<std::string, std::string, std::less<>> known_; // mount points by folder
+};
+
+// Nothing may be asked of it now. A server that wakes up is not away.
+bool isSilent(const std::string& path, const FileSystem& fileSystem) {
+    return fileSystem.isSilent(path, std::chrono::milliseconds(1));
+}
+
+// Whether a mount shows what is in its place without it. Services may have folders mounted upon themselves,
+// to be given them with other options.
+bool isSameFolder(const std::string& point, const std::string& around, const FileSystem& fileSystem) {
+    const std::string outer = fileSystem.fileSystemId(around);
+    const std::size_t blank = outer.find(' ');
+    if (blank == std::string::npos)
+        return false;
+    const std::string folder = outer.substr(0, blank);
+    const std::string below = point.substr(around == "/" ? 0 : around.size());
+    return fileSystem.fileSystemId(point) ==
+           (folder == "/" ? "" : folder) + textFromPath(below) + outer.substr(blank);
+}
+
+// A mount at what is selected or above it, which was not there when that was backed up.
+void addCoveredSelection(Absences& absences, std::set<std::string, std::less<>>& away,
+                         const Settings& settings, const BackupRules& rules, const BackupIndex& index,
+                         const FileSystem& fileSystem) {
+    MountPointSearch search(fileSystem);
+    for (const std::string& path : selectedPaths(rules)) {
+        const auto before = settings.mountPoints.find(path);
+        if (before == settings.mountPoints.end() || !isInBackup(index, path) ||
+            !nearestOf(away, path).empty() || isSilent(path, fileSystem))
+            continue;
+        const std::string point = search.pointOf(path);
+        if (point.size() <= before->second.size() || settings.mounts.contains(point) ||
+            isSameFolder(point, before->second, fileSystem))
+            continue;
+        away.insert(point);
+        absences[point] = Absence::Covered;
+    }
+}
+
 void addCovered(Absences& absences, const Settings& settings, BackupRules rules, const BackupIndex& index,
                 const FileSystem& fileSystem) {
     rules.absentDisks.clear(); // which is what was found the last time
     std::set<std::string, std::less<>> away;
     for (const auto& [path, absence] : absences)
         away.insert(path);
+    addCoveredSelection(absences, away, settings, rules, index, fileSystem);
     const std::vector<std::string> mounts = fileSystem.mountsBelow("/");
     for (const std::string& point : std::set(mounts.begin(), mounts.end())) // folders come first
         if (nearestOf(away, point).empty() && isCovered(point, settings, rules, index)) {
             away.insert(point);
             absences[point] = Absence::Covered;
         }
-}
-
-// Nothing may be asked of it now. A server that wakes up is not away.
-bool isSilent(const std::string& path, const FileSystem& fileSystem) {
-    return fileSystem.isSilent(path, std::chrono::milliseconds(1));
 }
 
 void addSilent(Absences& absences, const std::string& point, const FileSystem& fileSystem) {
@@ -161,26 +218,18 @@ std::set<std::string, std::less<>> pathsOfAbsences(const Absences& absences, con
     return paths;
 }
 
-Mounts mountsOfSelection(const BackupRules& rules, const FileSystem& fileSystem) {
-    Mounts mounts;
-    std::map<std::string, std::string, std::less<>> known; // mount points by folder
+MountsOfSelection mountsOfSelection(const BackupRules& rules, const FileSystem& fileSystem) {
+    MountsOfSelection selection;
+    MountPointSearch search(fileSystem);
     for (const std::string& path : selectedPaths(rules)) {
         if (!verdictFor(rules, path).isIn() || isSilent(path, fileSystem) || !fileSystem.attributes(path))
             continue;
-        std::vector<std::string> passed;
-        std::string at = path;
-        while (at != "/" && !known.contains(at) && !fileSystem.isMountRoot(at)) {
-            passed.push_back(at);
-            at = folderOf(at);
-        }
-        const std::string point = known.contains(at) ? known[at] : at;
-        known[at] = point;
-        for (const std::string& each : passed)
-            known[each] = point;
-        if (point != "/" && !mounts.contains(point))
-            mounts[point] = fileSystem.fileSystemId(point);
+        const std::string point = search.pointOf(path);
+        selection.points[path] = point;
+        if (point != "/" && !selection.mounts.contains(point))
+            selection.mounts[point] = fileSystem.fileSystemId(point);
     }
-    return mounts;
+    return selection;
 }
 
 std::string nameOfAwayDisk(const std::string& path) {

@@ -30,8 +30,9 @@ using Absences = std::map<std::string, Absence, std::less<>>;
 [[nodiscard]] bool isInBackup(const BackupIndex& index, const std::string& path);
 
 // Where what the backup holds is away now, whatever a person has decided about it: on the mount points that
-// the settings remember, in the home folder and the volumes, and where something is mounted in a folder. A
-// place that a mount point above it explains is not named by itself. Blocks on the disk.
+// the settings remember, in the home folder and the volumes, and where something is mounted in a folder or
+// over what is selected. A place that a mount point above it explains is not named by itself. Blocks on the
+// disk.
 [[nodiscard]] Absences absencesNow(const Settings& settings, const BackupRules& rules,
                                    const BackupIndex& index, const FileSystem& fileSystem);
 
@@ -39,8 +40,15 @@ using Absences = std::map<std::string, Absence, std::less<>>;
 [[nodiscard]] std::set<std::string, std::less<>>
 pathsOfAbsences(const Absences& absences, const Settings& settings, const BackupRules& rules);
 
-// The file systems that hold what is selected and there, less the system's own. Blocks on the disk.
-[[nodiscard]] Mounts mountsOfSelection(const BackupRules& rules, const FileSystem& fileSystem);
+struct MountsOfSelection {
+    Mounts mounts; // the file systems that hold what is selected and there, less the system's own
+    std::map<std::string, std::string, std::less<>> points; // the mount points, "/" too, by selected path
+
+    friend bool operator==(const MountsOfSelection&, const MountsOfSelection&) = default;
+};
+
+// Blocks on the disk.
+[[nodiscard]] MountsOfSelection mountsOfSelection(const BackupRules& rules, const FileSystem& fileSystem);
 
 inline constexpr const char* awayDiskAlertPrefix = "disk_away-";
 // The verbs of what can be done about one; their argument is what `nameOfAwayDisk` says.

@@ -63,16 +63,17 @@ void KnownDisks::lookForAbsent() {
     report();
 }
 
-Mounts KnownDisks::lookForMounts() {
+MountsOfSelection KnownDisks::lookForMounts() {
     lookForAbsent();
     return mountsOfSelection(*state_->rules(), *fileSystem_);
 }
 
 // One that is not mounted stays as long as it is selected: another repository, whose disk takes turns with
 // this one, may hold what was on it.
-void KnownDisks::noteMounts(const Mounts& mounts, bool areAllKnown) {
+void KnownDisks::noteMounts(const MountsOfSelection& selection, bool areAllKnown) {
     const DaemonState::Rules rules = state_->rules();
-    const std::vector<std::string> selected = selectedPaths(*rules);
+    std::vector<std::string> selected = selectedPaths(*rules);
+    std::ranges::sort(selected);
     const auto isSelected = [&](const std::string& point) {
         return verdictFor(*rules, point).isIn() ||
                std::ranges::any_of(selected, [&](const std::string& path) {
@@ -84,7 +85,11 @@ void KnownDisks::noteMounts(const Mounts& mounts, bool areAllKnown) {
             std::erase_if(settings.mounts, [&](const auto& mount) {
                 return !settings.awayDisks.contains(mount.first) && !isSelected(mount.first);
             });
-        for (const auto& [point, id] : mounts)
+        std::erase_if(settings.mountPoints,
+                      [&](const auto& each) { return !std::ranges::binary_search(selected, each.first); });
+        for (const auto& [path, point] : selection.points)
+            settings.mountPoints[path] = point;
+        for (const auto& [point, id] : selection.mounts)
             if (!id.empty() || !settings.mounts.contains(point))
                 settings.mounts[point] = id;
     });

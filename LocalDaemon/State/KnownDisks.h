@@ -34,10 +34,10 @@ public:
     // backed up from there, nothing counts as deleted, and an alert says so.
     void lookForAbsent();
     // The same, and returns the file systems that hold what is to be backed up.
-    [[nodiscard]] Mounts lookForMounts();
+    [[nodiscard]] MountsOfSelection lookForMounts();
     // Remembers the file systems from which a backup was made; `areAllKnown`: it has all that is selected,
     // and others are forgotten.
-    void noteMounts(const Mounts& mounts, bool areAllKnown);
+    void noteMounts(const MountsOfSelection& selection, bool areAllKnown);
     // Returns why it cannot be decided, for people; empty when it is. `name` is the alert's argument.
     [[nodiscard]] std::string decide(const std::string& name, AwayDisk::Decision decision);
     // Why nothing can be restored to the path now, for people: it belongs on a disk that is away. Empty: it

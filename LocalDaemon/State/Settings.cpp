@@ -34,8 +34,9 @@ constexpr std::string_view addedKey = "added";
 constexpr std::string_view removedKey = "removed";
 constexpr std::string_view disksKey = "disks";
 constexpr std::string_view mountsKey = "mounts";
-constexpr std::string_view mountIdsKey = "mountIds";   // by mount point
-constexpr std::string_view awayDisksKey = "awayDisks"; // dictionaries
+constexpr std::string_view mountIdsKey = "mountIds";       // by mount point
+constexpr std::string_view mountPointsKey = "mountPoints"; // by path
+constexpr std::string_view awayDisksKey = "awayDisks";     // dictionaries
 constexpr std::string_view pathKey = "path";
 constexpr std::string_view sinceKey = "since"; // seconds since 1970
 constexpr std::string_view decisionKey = "decision";
@@ -141,6 +142,10 @@ Value valueFromSettings(const Settings& settings) {
     }
     entries.set(mountsKey, std::move(mounts));
     entries.set(mountIdsKey, std::move(ids));
+    Dictionary mountPoints;
+    for (const auto& [path, point] : settings.mountPoints)
+        mountPoints.set(textFromPath(path), textFromPath(point));
+    entries.set(mountPointsKey, std::move(mountPoints));
     entries.set(awayDisksKey, valueOf(settings.awayDisks));
     return entries;
 }
@@ -163,6 +168,9 @@ Settings settingsFromValue(const Value& value) {
     forEachPath(value[mountsKey], [&](const std::string& path) {
         settings.mounts[path] = value[mountIdsKey][textFromPath(path)].stringValue();
     });
+    for (const auto& [path, point] : value[mountPointsKey].dictionary())
+        if (path.starts_with('/') && point.stringValue().starts_with('/'))
+            settings.mountPoints[pathFromText(path)] = pathFromText(point.stringValue());
     settings.awayDisks = awayDisksOf(value[awayDisksKey]);
     return settings;
 }

@@ -46,6 +46,8 @@ struct Settings {
     std::set<std::string, std::less<>>
         disks;     // mount points, also of disks that are away but have files in the backup
     Mounts mounts; // all but the system's own from which the last backup was made
+    std::map<std::string, std::string, std::less<>>
+        mountPoints;                           // at which what is selected lay in the last backup, by path
     std::map<std::string, AwayDisk> awayDisks; // by mount point, or by the folder that is empty
 
     friend bool operator==(const Settings&, const Settings&) = default;

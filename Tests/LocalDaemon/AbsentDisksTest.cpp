@@ -16,7 +16,9 @@ struct MountedDisks : tests::FakeDisk {
             points.push_back(point);
         return points;
     }
-    std::string fileSystemId(const std::string& point) const override { return mounts.at(point); }
+    std::string fileSystemId(const std::string& point) const override {
+        return point == "/" ? "/ ext-0" : mounts.at(point);
+    }
 
     Mounts mounts;
 };
@@ -40,6 +42,9 @@ TEST(AbsentDisks, AreFoundWhereSomethingElseIsMountedThanWasBackedUp) {
         {{}, {{"/home/me/docs", "A"}}, {{"/home/me/docs", Absence::Covered}}},
         {{}, {{"/home/me/docs/notes", "A"}}, {{"/home/me/docs/notes", Absence::Covered}}},
         {{}, {{"/mnt/storage/photos", "A"}}, {{"/mnt/storage/photos", Absence::Covered}}},
+        {{}, {{"/home", "/ ext-1"}}, {{"/home", Absence::Covered}}},
+        {{}, {{"/home/me", "/other ext-0"}}, {{"/home/me", Absence::Covered}}},
+        {{}, {{"/home/me", "/home/me ext-0"}}, {}}, // mounted upon itself
         {{{"/home/me", "/one ext-1"}}, {{"/home/me", "/one ext-1"}}, {}},
         {{{"/home/me", "/one ext-1"}}, {{"/home/me", "/two ext-1"}}, {{"/home/me", Absence::Another}}},
         {{{"/home/me", "ext-1"}}, {{"/home/me", "/two ext-1"}}, {}}, // of an earlier version
@@ -50,6 +55,7 @@ TEST(AbsentDisks, AreFoundWhereSomethingElseIsMountedThanWasBackedUp) {
         disks.mounts = each.now;
         Settings settings;
         settings.mounts = each.before;
+        settings.mountPoints = {{"/home/me", "/"}, {"/mnt/storage", "/"}};
         settings.disks = {"/mnt/storage/photos"}; // as soon as it is mounted
         EXPECT_EQ(absencesNow(settings, rules, index, disks), each.away) << each.now.begin()->first;
     }

@@ -272,6 +272,9 @@ TEST_F(BackingUp, WhatIsHiddenByAnotherDiskDoesNotCountAsDeleted) {
         folders.write("home/docs/file", "12345");
         folders.write("home/own", isWholeHome ? "2" : "1");
         start();
+        if (isWholeHome) { // which hides what lay there before
+            EXPECT_EQ(act("disk_away", 1), "");
+        }
         pane->call<"setPriorityBackup:">("/");
         ASSERT_TRUE(isWholeHome ? comesToRest(3, 7) : comesToRest(2, 6)) << "with the deleted one";
         isOtherDisk = true;

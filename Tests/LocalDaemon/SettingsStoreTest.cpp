@@ -32,6 +32,7 @@ TEST_F(Store, BringsBackTheLatestOfWhatItSavedAndSetsAsideWhatItCannotRead) {
     settings.profile = {{"SkinId", "blü"}, {"empty", ""}};
     settings.fileTypeToggles = {{"movies", 0xFFFFFFFFU}};
     settings.paths.exclusions = {"/a\nb", "/home/ü"};
+    settings.mountPoints = {{"/home/\xFF", "/home"}};
     settings.paths.marks = {{"/", PathRules::Mark::Added}, {"/x", PathRules::Mark::Removed}};
     EXPECT_EQ(SettingsStore(path).load().settings, Settings());
     SettingsStore store(path);
