@@ -1,20 +1,14 @@
 #include "Platform/SymbolicLinks.h"
 
-#include <cstdlib>
-#include <memory>
+#include <filesystem>
+#include <system_error>
 
 namespace kelvane {
-namespace {
-
-struct FreeText {
-    void operator()(char* text) const { std::free(text); } // NOLINT(cppcoreguidelines-no-malloc)
-};
-
-} // namespace
 
 std::string withoutLinks(const std::string& path) {
-    const std::unique_ptr<char, FreeText> resolved(::realpath(path.c_str(), nullptr));
-    return resolved ? std::string(resolved.get()) : path;
+    std::error_code error;
+    const std::filesystem::path resolved = std::filesystem::weakly_canonical(path, error);
+    return error ? path : resolved.string();
 }
 
 } // namespace kelvane

@@ -4,7 +4,7 @@
 
 namespace kelvane {
 
-// The path without symbolic links in any component; as it is when nothing is there. Blocks on the disk.
+// The path without symbolic links in those of its components that are there. Blocks on the disk.
 [[nodiscard]] std::string withoutLinks(const std::string& path);
 
 } // namespace kelvane

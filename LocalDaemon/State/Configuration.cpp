@@ -177,7 +177,8 @@ Configuration configurationFrom(const Entries& entries, const ConfigurationDefau
     configuration.policy = entries.has("policyExcludeList", &Value::isArray)
                                ? policyFrom(entries, volumes)
                                : defaultPolicy(configuration.home);
-    configuration.ownFiles = defaults.ownFiles;
+    for (const std::string& path : defaults.ownFiles) // as the scan of the home meets them
+        configuration.ownFiles.insert(withoutLinks(path));
     if (const std::string folder = localFolderOf(configuration.repository.location); !folder.empty())
         configuration.ownFiles.insert(folder);
     return configuration;

@@ -105,6 +105,15 @@ TEST_F(Store, ConfigurationHasHonestDefaultsAndOnlyPatternsThatCanMatch) {
     EXPECT_EQ(problems, 9);
     EXPECT_EQ(volumePattern(own.policy[2], volumes), "/Volumes/Disk/b/");
     EXPECT_EQ(volumePattern(own.policy[1], volumes), "/Volumes/Boot/a/*.o*");
+
+    // The home is reached through a link, and nothing has been made in it yet.
+    std::filesystem::create_directories(folder / "data/joe");
+    std::filesystem::create_symlink("data", folder / "homes");
+    const std::string home = folder / "homes/joe";
+    const Configuration linked = readConfiguration(
+        folder / "none", {home, {home + "/r/b", home + "/key", home + "/c"}, {home + "/s/log"}}, volumes);
+    EXPECT_EQ(linked.home, folder / "data/joe");
+    EXPECT_EQ(linked.ownFiles, (decltype(own.ownFiles){folder / "data/joe/r/b", folder / "data/joe/s/log"}));
 }
 
 TEST_F(Store, DaemonsOfOneMachineHaveNumbersThatDifferAndKeepTheirs) {
