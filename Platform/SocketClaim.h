@@ -7,8 +7,8 @@
 
 namespace kelvane {
 
-// A try to connect to whoever listens at a path, which waits for nobody. The error is errno's number; 0:
-// there is a connection, EAGAIN: the listener's queue of callers is full.
+// The result of one non-blocking attempt to connect to the socket at a path. The error is a value of errno: 0
+// if the connection was made, EAGAIN if the listener's backlog is full.
 struct SocketProbe {
     FileDescriptor socket;
     int error = 0;

@@ -35,7 +35,7 @@ public:
     // What decides besides the time.
     struct Conditions {
         BackupNeed need = {};
-        bool isOrdered = false;   // a backup, which waits neither for quiet nor for the interval
+        bool isOrdered = false;   // somebody ordered a backup: it ignores the quiet period and the interval
         bool isRestoring = false; // files
         bool isConnected = false; // the index is that of the repository
         bool isUrgent = false;    // the wait after a failure ends

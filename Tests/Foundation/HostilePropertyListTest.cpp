@@ -127,7 +127,7 @@ TEST(HostilePropertyList, MayExpandOnlySoFar) {
     };
 
     EXPECT_EQ(errorOf(doubling(18, "\x09")), "");
-    EXPECT_EQ(errorOf(rows(1)), "") << "what stands before a dictionary is not charged by it";
+    EXPECT_EQ(errorOf(rows(1)), "") << "a dictionary counts only its own size towards the limit";
     for (const RawPropertyList& list :
          {doubling(20, "\x09"), doubling(200, "\x09"), doubling(9, longObject(5, million.size(), million)),
           doubling(9, longObject(4, million.size(), million)), rows(0)})

@@ -41,7 +41,7 @@ public:
         options.indexPath = folders / "state/index";
         options.restoreJobsPath = folders / "state/restores";
         options.processesPath = folders / "state/processes";
-        options.backup.schedule.quiet = std::chrono::hours(24); // what waits is to be seen waiting
+        options.backup.schedule.quiet = std::chrono::hours(24); // pending files stay pending
         options.backup.schedule.longestWait = options.backup.schedule.quiet;
         options.socketPath = folders.socket();
         options.settingsPath = folders / "state/settings.plist";
