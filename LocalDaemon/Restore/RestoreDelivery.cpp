@@ -13,10 +13,8 @@
 #include <climits>
 #include <cstdio>
 #include <fcntl.h>
-#include <filesystem>
 #include <sys/stat.h>
 #include <sys/xattr.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace kelvane {
@@ -103,6 +101,8 @@ void RestoreDelivery::deliver(const RestorePiece& piece) {
     if (const FileDescriptor there = openFolderIn(around.get(), name.empty() ? "." : name);
         there && piece.target != path && piece.item->kind == ItemKind::Folder)
         findShared(*piece.item, there.get());
+    if (piece.hasFailures)
+        shared_.insert(piece.item);
     deliver({*piece.item, path, piece.target, staged.get(), around.get(), name.empty() ? "." : name},
             piece.isFolderAlone);
 }
@@ -114,27 +114,6 @@ void RestoreDelivery::deliver(const Place& place, bool isFolderAlone) {
         deliverFolder(place, isFolderAlone);
     else
         deliverFile(place);
-}
-
-bool RestoreDelivery::findShared(const BackupIndex::Item& item, int folder) {
-    std::map<std::string_view, const BackupIndex::Item*> contents;
-    for (const BackupIndex::Item* const child : lastContents(index_, item))
-        contents.emplace(index_.nameOf(*child), child);
-    std::error_code error;
-    bool isShared = false;
-    for (std::filesystem::directory_iterator at(pathOfDescriptor(folder), error);
-         !error && at != std::filesystem::directory_iterator(); at.increment(error)) {
-        const std::string name = at->path().filename();
-        const auto child = contents.find(name);
-        const FileDescriptor below = openFolderIn(folder, name);
-        if (child == contents.end() || (below && child->second->kind != ItemKind::Folder))
-            isShared = isShared || !name.starts_with(stagingPrefix);
-        else if (below)
-            isShared = findShared(*child->second, below.get()) || isShared;
-    }
-    if (isShared || error)
-        shared_.insert(&item);
-    return isShared || error;
 }
 
 FileDescriptor RestoreDelivery::stagedFolder(std::uint32_t snapshot, const std::string& path) const {
@@ -332,16 +311,20 @@ void RestoreDelivery::deliverFolder(const Place& place, bool isAlone) {
             : std::nullopt;
     std::string reason;
     FileDescriptor target = openFolderIn(place.around, place.name);
+    const bool isElsewhere = target && place.target != place.path;
     if (!target && errno == ENOENT)
         target = makeFolder(place.around, place.name, metadata ? &*metadata : nullptr, reason);
     if (!target)
         return fail(place.path, errno == ENOTDIR ? "something else than a folder stands at " + place.target
                                                  : place.target + ": " + reasonText());
-    const bool isShared = shared_.contains(&place.item);
-    if (metadata && isShared)
+    if (metadata && isElsewhere)
         reason = metadata->narrow(target.get());
+    const std::size_t failuresBefore = failures_.size();
     if (const AccessForOwner access(target.get(), place.target, journal_); !isAlone)
         deliverContents(place, staged.get(), target.get());
+    // What has not been replaced there is somebody's own.
+    const bool isShared = isElsewhere && (shared_.contains(&place.item) ||
+                                          failures_.size() > failuresBefore || stop_.isSet());
     if (metadata && !isShared)
         reason = metadata->applyTo(target.get(), FolderMetadata::Use::Final);
     if (const std::string* const error = errors_.errorAt(place.path))

@@ -6,7 +6,9 @@
 #include "LocalDaemon/Restore/Staging/NameClashes.h"
 
 #include <fcntl.h>
+#include <filesystem>
 #include <sys/stat.h>
+#include <system_error>
 
 namespace kelvane {
 
@@ -50,6 +52,27 @@ void RestoreDelivery::lookForClashes(int staged, const std::string& folder,
                                      const std::vector<std::string>& names) {
     for (const std::string& name : clashingNames(staged, names))
         clashing_.insert(withSeparator(folder) + name);
+}
+
+bool RestoreDelivery::findShared(const BackupIndex::Item& item, int folder) {
+    std::map<std::string_view, const BackupIndex::Item*> contents;
+    for (const BackupIndex::Item* const child : lastContents(index_, item))
+        contents.emplace(index_.nameOf(*child), child);
+    std::error_code error;
+    bool isShared = false;
+    for (std::filesystem::directory_iterator at(pathOfDescriptor(folder), error);
+         !error && at != std::filesystem::directory_iterator(); at.increment(error)) {
+        const std::string name = at->path().filename();
+        const auto child = contents.find(name);
+        const FileDescriptor below = openFolderIn(folder, name);
+        if (child == contents.end() || (below && child->second->kind != ItemKind::Folder))
+            isShared = isShared || !name.starts_with(stagingPrefix);
+        else if (below)
+            isShared = findShared(*child->second, below.get()) || isShared;
+    }
+    if (isShared || error)
+        shared_.insert(&item);
+    return isShared || error;
 }
 
 } // namespace kelvane

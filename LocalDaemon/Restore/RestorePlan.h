@@ -19,6 +19,7 @@ struct RestorePiece {
     const BackupIndex::Item* item = nullptr;
     std::string target;
     bool isFolderAlone = false; // its contents are pieces of their own
+    bool hasFailures = false;   // among these
 };
 using RestorePieces = std::vector<RestorePiece>;
 

@@ -127,8 +127,20 @@ void RestoreRun::runPortions(const std::string& folder, RestorePortions parts) {
         std::ranges::move(portion.pieces, std::back_inserter(large));
     std::ranges::move(runWithoutRoom(folder, large), std::back_inserter(parts.folders));
     std::ranges::reverse(parts.folders); // what is put into a folder changes its times
+    noteFailures(parts.folders);
     if (!parts.folders.empty() && !tools_.stop.isSet())
         fetchAndDeliver(folder, parts.folders);
+}
+
+void RestoreRun::noteFailures(RestorePieces& folders) const {
+    std::vector<std::set<std::string, std::less<>>> around(failures_.size());
+    for (std::size_t job = 0; job < failures_.size(); ++job)
+        for (const RestoreFailure& failure : failures_[job])
+            for (std::string_view at = folderOf(failure.path); at.size() > 1; at = folderOf(at))
+                if (!around[job].emplace(at).second)
+                    break;
+    for (RestorePiece& folder : folders)
+        folder.hasFailures = around[folder.job].contains(tools_.index->pathOf(*folder.item));
 }
 
 // Names of one inode together, as many of these as fit, and at last those that do not.

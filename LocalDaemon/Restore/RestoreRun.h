@@ -54,6 +54,7 @@ private:
     [[nodiscard]] RestorePortions divide(const RestorePieces& pieces, std::uint64_t room);
     void runGroup(const std::string& folder, const RestorePieces& pieces);
     void runPortions(const std::string& folder, RestorePortions parts);
+    void noteFailures(RestorePieces& folders) const;
     // Returns the folders that are to come when what is in them has.
     [[nodiscard]] RestorePieces runWithoutRoom(const std::string& folder, const RestorePieces& pieces);
     void fetchAndDeliver(const std::string& folder, const RestorePieces& pieces);

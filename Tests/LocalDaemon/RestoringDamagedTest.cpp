@@ -23,6 +23,7 @@ TEST_F(RestoringDamagedTest, WhatADamagedPackHeldIsNamedAndReplacesNothing) {
     folder_.write("home/odd \xff/large", noise(1'600'000));
     folder_.write("home/odd \xff/: small\n", "whole");
     fs::create_hard_link(home("odd \xff/large"), home("other name"));
+    fs::permissions(home("odd \xff"), fs::perms::all);
     folder_.backUp();
     for (const char* name : {"odd \xff/large", "other name"}) {
         fs::remove(home(name));
@@ -36,6 +37,18 @@ TEST_F(RestoringDamagedTest, WhatADamagedPackHeldIsNamedAndReplacesNothing) {
     EXPECT_NE(queue_->failures(job).find("other name: "), std::string::npos) << queue_->failures(job);
     for (const char* name : {"odd \xff/large", "other name"})
         EXPECT_EQ(folder_.read(std::string("home/") + name), "old");
+    queue_.reset();
+    for (const std::uint64_t room : {std::uint64_t{1} << 30U, std::uint64_t{40'000}}) { // then in portions
+        adjust_ = [=](RestoreQueue::Options& options) { options.freeSpace = [=](auto&) { return room; }; };
+        const std::string beside = "beside " + std::to_string(room);
+        folder_.write(beside + "/odd \xff/large", "somebody's own");
+        fs::permissions(folder_ / (beside + "/odd \xff"), fs::perms::owner_all);
+        start();
+        EXPECT_EQ(queue_->status(restore(folder_.home(), folder_ / beside)), restorestatus::incomplete);
+        EXPECT_EQ(folder_.read(beside + "/odd \xff/: small\n"), "whole");
+        EXPECT_EQ(modeOf(folder_ / (beside + "/odd \xff")), 0700U) << "others would read what stays in it";
+        queue_.reset();
+    }
 }
 
 // restic's index does not name the pack any more: restic itself brings nothing of such a snapshot.
