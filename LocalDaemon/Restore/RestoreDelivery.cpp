@@ -31,7 +31,9 @@ std::string reasonText() {
 }
 
 SavedAccess accessOf(const BackupIndex::Item& item, const std::string& lostRules) {
-    return {item.uid, item.gid, lostRules.empty() ? item.mode : item.mode & mode_t{S_IRWXU}};
+    return {.user = item.uid,
+            .group = item.gid,
+            .mode = lostRules.empty() ? item.mode : item.mode & mode_t{S_IRWXU}};
 }
 
 std::string targetOf(int folder, const std::string& link) {
@@ -251,10 +253,11 @@ std::string RestoreDelivery::prepare(const Place& place, const SavedAccess& acce
     const std::string staged = place.path.substr(place.path.rfind('/') + 1);
     if (std::string reason = completeAttributes(place); !reason.empty())
         return reason;
+    const FileDescriptor file(::openat(place.staged, staged.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat status {};
-    if (::fstatat(place.staged, staged.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+    if (!file || ::fstat(file.get(), &status) != 0)
         return reasonText();
-    const mode_t mode = modeFor(access, status);
+    const mode_t mode = modeFor(withAcl(access, pathOfDescriptor(file.get())), status);
     if (mode != (status.st_mode & ~static_cast<mode_t>(S_IFMT)) &&
         ::fchmodat(place.staged, staged.c_str(), mode, 0) != 0)
         return "its mode cannot be set: " + reasonText();
@@ -323,8 +326,8 @@ void RestoreDelivery::deliverFolder(const Place& place, bool isAlone) {
     if (const AccessForOwner access(target.get(), place.target, journal_); !isAlone)
         deliverContents(place, staged.get(), target.get());
     // What has not been replaced there is somebody's own.
-    const bool isShared = isElsewhere && (shared_.contains(&place.item) ||
-                                          failures_.size() > failuresBefore || stop_.isSet());
+    const bool isShared =
+        isElsewhere && (shared_.contains(&place.item) || failures_.size() > failuresBefore || stop_.isSet());
     if (metadata && !isShared)
         reason = metadata->applyTo(target.get(), FolderMetadata::Use::Final);
     if (const std::string* const error = errors_.errorAt(place.path))

@@ -81,7 +81,9 @@ void RestoreRun::narrow(const RestorePiece& folder) {
         return;
     const FileDescriptor there = openFolder(folder.target);
     const std::string reason =
-        there ? narrowMode(there.get(), {folder.item->uid, folder.item->gid, folder.item->mode}) : "";
+        there ? narrowMode(there.get(),
+                           {.user = folder.item->uid, .group = folder.item->gid, .mode = folder.item->mode})
+              : "";
     if (!reason.empty())
         fail({folder}, folder.target + " lets others in who must not see what comes into it: " + reason);
 }

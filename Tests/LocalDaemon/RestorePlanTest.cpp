@@ -153,13 +153,15 @@ TEST(RestoreMetadata, AModeGivesNobodyMoreThanWasSaved) {
         bool hasItsOwner;
         bool hasItsGroup;
         mode_t given;
-    } cases[] = {{04754, true, true, 04754}, {04754, false, true, 0754}, {02754, true, false, 0744},
-                 {0674, true, false, 0644},  {0604, true, false, 0600},  {0467, false, true, 0444}};
-    for (const auto& [saved, hasItsOwner, hasItsGroup, given] : cases) {
+        mode_t aclOfGroup = 7;
+    } cases[] = {{04754, true, true, 04754},   {04754, false, true, 0754}, {02754, true, false, 0744},
+                 {0674, true, false, 0644},    {0604, true, false, 0600},  {0467, false, true, 0444},
+                 {0644, true, false, 0600, 0}, {0644, true, true, 0644, 0}};
+    for (const auto& [saved, hasItsOwner, hasItsGroup, given, aclOfGroup] : cases) {
         struct stat now {};
         now.st_uid = hasItsOwner ? 1 : 3;
         now.st_gid = hasItsGroup ? 2 : 3;
-        EXPECT_EQ(modeFor({1, 2, saved}, now), given) << std::oct << saved;
+        EXPECT_EQ(modeFor({1, 2, saved, aclOfGroup}, now), given) << std::oct << saved;
     }
 }
 

@@ -48,21 +48,26 @@ bool isOfTheBackup(const std::string& name) {
     return name.starts_with("user.") || name.starts_with("system.posix_acl_");
 }
 
-// What each user and group of an ACL may do, as the bits of one class of a mode.
-mode_t commonRights(const std::string& acl) {
-    mode_t common = S_IRWXO;
-    mode_t mask = S_IRWXO;
+// An ACL as the system keeps it in an attribute.
+std::vector<posix_acl_xattr_entry> entriesOf(const std::string& acl) {
+    std::vector<posix_acl_xattr_entry> entries;
     for (std::size_t at = sizeof(posix_acl_xattr_header); at + sizeof(posix_acl_xattr_entry) <= acl.size();
          at += sizeof(posix_acl_xattr_entry)) {
         posix_acl_xattr_entry entry{};
         std::memcpy(&entry, acl.data() + at, sizeof entry);
-        const auto tag = le16toh(entry.e_tag);
-        if (tag == ACL_USER || tag == ACL_GROUP || tag == ACL_GROUP_OBJ)
-            common &= le16toh(entry.e_perm);
-        if (tag == ACL_MASK)
-            mask = le16toh(entry.e_perm);
+        entries.push_back(
+            {.e_tag = le16toh(entry.e_tag), .e_perm = le16toh(entry.e_perm), .e_id = le32toh(entry.e_id)});
     }
-    return common & mask;
+    return entries;
+}
+
+// What each user and group of an ACL may do, as the bits of one class of a mode.
+mode_t commonRights(const std::string& acl) {
+    mode_t common = S_IRWXO;
+    for (const posix_acl_xattr_entry& entry : entriesOf(acl))
+        if (entry.e_tag != ACL_USER_OBJ && entry.e_tag != ACL_OTHER)
+            common &= entry.e_perm;
+    return common;
 }
 
 // Calls `take` for each range of whole blocks that holds nothing but zeros.
@@ -133,6 +138,13 @@ std::string setSavedTime(int folder, const std::string& name, FileTime modified)
     return timeFault(status, modified);
 }
 
+SavedAccess withAcl(SavedAccess saved, const std::string& path) {
+    for (const posix_acl_xattr_entry& entry : entriesOf(attribute(path, accessAcl)))
+        if (entry.e_tag == ACL_GROUP_OBJ)
+            saved.aclOfGroup = entry.e_perm;
+    return saved;
+}
+
 mode_t modeFor(const SavedAccess& saved, const struct stat& now) {
     mode_t mode = saved.mode & modeBits & ~mode_t{S_IRWXG | S_IRWXO};
     mode_t group = (saved.mode & S_IRWXG) >> groupShift;
@@ -143,7 +155,7 @@ mode_t modeFor(const SavedAccess& saved, const struct stat& now) {
         mode &= ~mode_t{S_ISUID | S_ISGID};
     // Whoever was the owner, or in the group, counts among the others now.
     if (!isGroups)
-        group = others &= group;
+        group = others &= group & saved.aclOfGroup;
     if (!isOwners) {
         group &= saved.mode >> ownerShift;
         others &= saved.mode >> ownerShift;
@@ -152,7 +164,7 @@ mode_t modeFor(const SavedAccess& saved, const struct stat& now) {
 }
 
 FolderMetadata::FolderMetadata(int folder, const SavedAccess& access, FileTime modified)
-    : access_(access), modified_(modified) {
+    : access_(withAcl(access, pathOfDescriptor(folder))), modified_(modified) {
     const std::string path = pathOfDescriptor(folder);
     // Its attributes are read and its contents taken out of it, whatever mode was saved.
     if (::fstat(folder, &status_) != 0 || !makeOwnerAccessible(folder))

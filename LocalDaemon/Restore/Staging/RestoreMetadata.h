@@ -11,8 +11,12 @@ namespace kelvane {
 struct SavedAccess {
     uid_t user = 0;
     gid_t group = 0;
-    mode_t mode = 0;
+    mode_t mode = 0;             // of something with an ACL, its group's bits are the ACL's mask
+    mode_t aclOfGroup = S_IRWXO; // what the ACL lets the group itself do, as everybody's bits
 };
+
+// With the ACL of what is at the path, if it has one.
+[[nodiscard]] SavedAccess withAcl(SavedAccess saved, const std::string& path);
 
 // A saved mode for something that may have another owner or group now: it gives nobody more than was saved. A
 // program does not run as somebody it was not meant for, and another group may do what everybody may.
