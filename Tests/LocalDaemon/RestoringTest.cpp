@@ -64,6 +64,9 @@ TEST_F(RestoringTest, ThePlaceAddsNoRightsAndMissingFoldersComeAsTheyWere) {
         for (const char* attribute : {"system.posix_acl_access", "system.posix_acl_default", "user.other"})
             EXPECT_LT(::getxattr((target + name).c_str(), attribute, nullptr, 0), 0) << name << attribute;
     EXPECT_EQ(::getxattr((target + "/e").c_str(), "user.saved", nullptr, 0), 1);
+    setRule(target, "system.posix_acl_access");
+    restore(home("d"), target);
+    EXPECT_EQ(modeOf(target), 0700U) << "somebody has access by its ACL";
 
     fs::remove_all(home("d"));
     restore(home("d/e/f"), home("d/e/f"));

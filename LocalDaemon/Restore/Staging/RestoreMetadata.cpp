@@ -197,8 +197,13 @@ std::string narrowMode(int folder, const SavedAccess& saved) {
     struct stat now {};
     if (::fstat(folder, &now) != 0)
         return errorText();
-    const mode_t left = now.st_mode & modeBits & (modeFor(saved, now) | ~mode_t{S_IRWXG | S_IRWXO});
-    return left == (now.st_mode & modeBits) || ::chmod(pathOfDescriptor(folder).c_str(), left) == 0
+    const std::string path = pathOfDescriptor(folder);
+    mode_t mode = modeFor(saved, now);
+    // Whom the folder's own ACL names may only do what everybody may: the group's bits are its mask.
+    if (!entriesOf(attribute(path, accessAcl)).empty())
+        mode &= ~mode_t{S_IRWXG} | ((mode & S_IRWXO) << groupShift);
+    const mode_t left = now.st_mode & modeBits & (mode | ~mode_t{S_IRWXG | S_IRWXO});
+    return left == (now.st_mode & modeBits) || ::chmod(path.c_str(), left) == 0
                ? ""
                : "its mode cannot be set: " + errorText();
 }

@@ -56,8 +56,7 @@ private:
     std::string failure_; // to read it
 };
 
-// Takes from a folder, as far as its mode says it, the access that what comes into it must not have. Empty,
-// or why it failed.
+// Takes from a folder the access that what comes into it must not have. Empty, or why it failed.
 [[nodiscard]] std::string narrowMode(int folder, const SavedAccess& saved);
 
 // Gives a staged file or link the time that it was saved with, which restic does not when 64 bits of
