@@ -80,10 +80,21 @@ void RestoreRun::narrow(const RestorePiece& folder) {
     if (folder.item->snapshot == 0 || folder.target == tools_.index->pathOf(*folder.item))
         return;
     const FileDescriptor there = openFolder(folder.target);
-    const std::string reason =
-        there ? narrowMode(there.get(),
-                           {.user = folder.item->uid, .group = folder.item->gid, .mode = folder.item->mode})
-              : "";
+    if (!there)
+        return;
+    SavedAccess access{.user = folder.item->uid, .group = folder.item->gid, .mode = folder.item->mode};
+    const Snapshot* const snapshot = tools_.index->snapshot(folder.item->snapshot);
+    std::string failure = snapshot ? "" : "its snapshot is not in the backup any more";
+    std::optional<SavedNode> node;
+    if (snapshot)
+        node = nodes_.find(snapshot->id, tools_.index->pathOf(*folder.item), failure);
+    if (!node && tools_.stop.isSet())
+        return; // nothing comes into it any more
+    if (!node) {
+        access.mode &= mode_t{S_IRWXU};
+        fail({folder}, "only its owner has access: whether it had an ACL cannot be found out: " + failure);
+    }
+    const std::string reason = narrowFolder(there.get(), access, node ? node->attributes : Attributes());
     if (!reason.empty())
         fail({folder}, folder.target + " lets others in who must not see what comes into it: " + reason);
 }

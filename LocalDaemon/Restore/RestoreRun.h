@@ -47,8 +47,7 @@ public:
 private:
     void addJob(std::size_t number, const RestoreJob& job);
     void addPiece(const RestorePiece& piece);
-    // A folder elsewhere than in its own place, before anything is put into it. Its ACL is heeded only when
-    // it is brought itself.
+    // A folder elsewhere than in its own place, before anything is put into it.
     void narrow(const RestorePiece& folder);
     // In portions for that room (bytes), with the folders that come last narrowed already.
     [[nodiscard]] RestorePortions divide(const RestorePieces& pieces, std::uint64_t room);

@@ -2,31 +2,39 @@
 
 #include "Tests/LocalDaemon/RestoreQueueFixture.h"
 
+#include <set>
+
 namespace kelvane::tests {
 namespace {
 
 class RestoreAccess : public RestoreQueueTest {};
 
 TEST_F(RestoreAccess, AFolderThatIsOpenToOthersIsNarrowedBeforeAnythingComesIntoIt) {
-    for (const char* name : {"a/1", "a/2", "a/3"})
+    for (const char* name : {"mode/1", "mode/2", "rule/1", "rule/2"}) {
         folder_.write(std::string("home/") + name, std::string(9'000, *name));
-    ASSERT_EQ(::chmod(home("a").c_str(), 0700), 0);
-    folder_.pretendBackUp();
-    folder_.write("out/a/others", "");
-    const std::string target = folder_ / "out/a";
-    ASSERT_EQ(::chmod(target.c_str(), 0777), 0);
-    bool wasOpen = false;
+        folder_.write(std::string("out/") + name + " of others", "");
+    }
+    ASSERT_EQ(::chmod(home("mode").c_str(), 0700), 0);
+    setRule(home("rule"), "system.posix_acl_access", 0);
+    folder_.backUp();
+    for (const char* name : {"mode", "rule"})
+        ASSERT_EQ(::chmod((folder_ / (std::string("out/") + name)).c_str(), 0777), 0);
+    std::set<std::string> open;
     adjust_ = [&](RestoreQueue::Options& options) {
         options.freeSpace = [&](const std::string&) {
-            wasOpen = wasOpen || (fs::exists(target + "/1") && modeOf(target) != 0700);
+            for (const std::string name : {"mode", "rule"})
+                if (fs::exists(folder_ / ("out/" + name + "/1")) && modeOf(folder_ / ("out/" + name)) != 0700)
+                    open.insert(name);
             return std::uint64_t{20'000}; // for a part
         };
     };
-    start(copying());
+    start();
     EXPECT_EQ(queue_->failures(restore(folder_.home(), folder_ / "out")), "");
-    EXPECT_TRUE(fs::exists(target + "/3"));
-    EXPECT_FALSE(wasOpen);
-    EXPECT_EQ(modeOf(target), 0700U);
+    EXPECT_EQ(open, std::set<std::string>());
+    for (const std::string name : {"mode", "rule"}) {
+        EXPECT_TRUE(fs::exists(folder_ / ("out/" + name + "/2")));
+        EXPECT_EQ(modeOf(folder_ / ("out/" + name)), 0700U);
+    }
 }
 
 TEST_F(RestoreAccess, TheKeyInUseIsNotReplacedByOneThatWasSavedEarlier) {

@@ -193,7 +193,11 @@ std::string FolderMetadata::applyTo(int folder, Use use) const {
     return ::fstat(folder, &now) == 0 ? timeFault(now, modified_) : errorText();
 }
 
-std::string narrowMode(int folder, const SavedAccess& saved) {
+std::string narrowFolder(int folder, SavedAccess saved, const Attributes& attributes) {
+    if (const auto acl = attributes.find(accessAcl); acl != attributes.end()) {
+        const mode_t common = commonRights(acl->second);
+        saved.mode &= mode_t{S_IRWXU} | (common << groupShift) | common;
+    }
     struct stat now {};
     if (::fstat(folder, &now) != 0)
         return errorText();
@@ -209,12 +213,7 @@ std::string narrowMode(int folder, const SavedAccess& saved) {
 }
 
 std::string FolderMetadata::narrow(int folder) const {
-    SavedAccess saved = access_;
-    if (const auto acl = attributes_.find(accessAcl); acl != attributes_.end()) {
-        const mode_t common = commonRights(acl->second);
-        saved.mode &= mode_t{S_IRWXU} | (common << groupShift) | common;
-    }
-    return narrowMode(folder, saved);
+    return narrowFolder(folder, access_, attributes_);
 }
 
 std::string FolderMetadata::replaceAttributes(const std::string& path) const {

@@ -56,8 +56,9 @@ private:
     std::string failure_; // to read it
 };
 
-// Takes from a folder the access that what comes into it must not have. Empty, or why it failed.
-[[nodiscard]] std::string narrowMode(int folder, const SavedAccess& saved);
+// Takes from a folder the access that what comes into it must not have by the saved folder's mode and ACL.
+// Empty, or why it failed.
+[[nodiscard]] std::string narrowFolder(int folder, SavedAccess saved, const Attributes& attributes);
 
 // Gives a staged file or link the time that it was saved with, which restic does not when 64 bits of
 // nanoseconds do not hold it. The folder is one that nobody else can reach. Empty, or why it has another
