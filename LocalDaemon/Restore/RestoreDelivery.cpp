@@ -8,9 +8,7 @@
 #include "Platform/FileContents.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -34,12 +32,6 @@ SavedAccess accessOf(const BackupIndex::Item& item, const std::string& lostRules
     return {.user = item.uid,
             .group = item.gid,
             .mode = lostRules.empty() ? item.mode : item.mode & mode_t{S_IRWXU}};
-}
-
-std::string targetOf(int folder, const std::string& link) {
-    std::array<char, PATH_MAX> target{};
-    const ssize_t length = ::readlinkat(folder, link.c_str(), target.data(), target.size());
-    return {target.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0))};
 }
 
 // Where nothing must stand in its way.
@@ -69,6 +61,7 @@ RestoreDelivery::RestoreDelivery(const BackupIndex& index, const StagingFolder& 
       journal_(journal),
       nodes_(nodes),
       keyFile_(std::move(keyFile)),
+      keyPaths_(pathsTo(keyFile_)),
       stop_(stop),
       hardLinks_(index, nodes) {
     for (const auto& [path, reason] : errors_.items) {
@@ -181,8 +174,7 @@ void RestoreDelivery::deliverFile(const Place& place) {
         reason = prepare(place, accessOf(place.item, lost));
     struct stat there {};
     if (reason.empty() && replacesTheKey(place))
-        reason = "it is the key that the backup is read with, and another one was saved; restore it to "
-                 "another place";
+        reason = "it would replace the key that the backup is read with; restore it to another place";
     if (!reason.empty())
         return fail(place.path, reason);
     if (::fstatat(place.around, place.name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0 &&
@@ -197,14 +189,18 @@ void RestoreDelivery::deliverFile(const Place& place) {
         fail(place.path, reason.empty() ? lost : reason);
 }
 
-// Without the one in use nothing else could be restored.
+// Without the one in use nothing else could be restored. A link may lead to it.
 bool RestoreDelivery::replacesTheKey(const Place& place) const {
     constexpr std::size_t longestKey = 4096;
-    if (place.target != keyFile_)
+    if (!keyPaths_.contains(place.target))
         return false;
-    const FileReading inUse = readFile(keyFile_, longestKey);
-    const std::string staged = pathOfDescriptor(place.staged) + '/' + lastPathComponent(place.path);
-    return inUse.succeeded() && inUse.bytes != readFile(staged, longestKey).bytes;
+    const std::string name = lastPathComponent(place.path);
+    const FileReading inUse = readFile(keyFile_, longestKey, SymbolicLinks::Follow);
+    if (!inUse.succeeded())
+        return false;
+    return place.item.kind == ItemKind::Link
+               ? linkTarget(place.around, place.name) != linkTarget(place.staged, name)
+               : inUse.bytes != readFile(pathOfDescriptor(place.staged) + '/' + name, longestKey).bytes;
 }
 
 std::string RestoreDelivery::faultOf(const Place& place) {
@@ -238,12 +234,12 @@ std::string RestoreDelivery::errorOfOtherNames(const struct stat& status) const 
 // restic has U+FFFD for what is not UTF-8. The link itself may still be there and say that this is its
 // target.
 bool RestoreDelivery::isTargetInDoubt(const Place& place, const std::string& staged) {
-    const std::string target = targetOf(place.staged, staged);
+    const std::string target = linkTarget(place.staged, staged);
     struct stat now {};
     return target.find("\xEF\xBF\xBD") != std::string::npos &&
            (::lstat(place.path.c_str(), &now) != 0 ||
             !isUnchanged(place.item, ItemKind::Link, 0, FileTime(now.st_mtim), FileTime(now.st_ctim)) ||
-            targetOf(AT_FDCWD, place.path) != target);
+            linkTarget(AT_FDCWD, place.path) != target);
 }
 
 // In the staging folder, where nobody else can reach it.

@@ -90,6 +90,7 @@ private:
     RestoreJournal& journal_; // of folders whose owner is given access
     SavedNodes& nodes_;
     const std::string keyFile_; // of the repository in use
+    const std::set<std::string> keyPaths_;
     const StopSignal& stop_;
     HardLinks hardLinks_;
     std::map<ino_t, std::string> errorsOfInodes_; // in the staging folder

@@ -266,7 +266,7 @@ void RestoreRun::deliver(const StagingFolder& staging, const FileErrors& errors,
     if (const std::string failure = staging.sync(); !failure.empty())
         return fail(pieces, failure);
     RestoreDelivery delivery(*tools_.index, staging, errors, tools_.journal, nodes_,
-                             targetWithoutLinks(tools_.restic->place().passwordFile), tools_.stop);
+                             tools_.restic->place().passwordFile, tools_.stop);
     delivery.inspect(pieces);
     for (const RestorePiece& piece : pieces) {
         delivery.deliver(piece);

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <dirent.h>
@@ -218,6 +219,27 @@ std::string targetWithoutLinks(const std::string& target) {
             break;
     }
     return target;
+}
+
+std::set<std::string> pathsTo(const std::string& file) {
+    std::set<std::string> found;
+    for (std::vector<std::string> waiting{file}; !waiting.empty();) {
+        const std::string path = std::move(waiting.back());
+        waiting.pop_back();
+        if (path.size() <= 1 || !found.insert(targetWithoutLinks(path)).second)
+            continue;
+        const std::string around(folderOf(path));
+        if (const std::string target = linkTarget(AT_FDCWD, path); !target.empty())
+            waiting.push_back(target.front() == '/' ? target : withSeparator(around) + target);
+        waiting.push_back(around);
+    }
+    return found;
+}
+
+std::string linkTarget(int folder, const std::string& name) {
+    std::array<char, PATH_MAX> target{};
+    const ssize_t length = ::readlinkat(folder, name.c_str(), target.data(), target.size());
+    return {target.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0))};
 }
 
 StagingPlace stagingPlaceFor(const std::string& target, bool isFolder) {

@@ -4,6 +4,7 @@
 #include "Platform/StopSignal.h"
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -23,6 +24,12 @@ inline constexpr std::string_view stagingPrefix = ".kelvane-restore-";
 
 // A target as it is ordered, without the links on the way to it, which are followed only then.
 [[nodiscard]] std::string targetWithoutLinks(const std::string& target);
+
+// As such targets, the paths that lead to a file: its own, those of the folders around it, and of what each
+// symbolic link among these leads to.
+[[nodiscard]] std::set<std::string> pathsTo(const std::string& file);
+// Empty when it is no link.
+[[nodiscard]] std::string linkTarget(int folder, const std::string& name);
 
 struct StagingPlace {
     enum class Kind {
