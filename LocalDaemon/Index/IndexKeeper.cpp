@@ -125,9 +125,9 @@ void IndexKeeper::useRepository(const std::string& id) {
 }
 
 ResticOutcome IndexKeeper::add(Made made, const StopSignal& stop) {
-    retention_.noteMade(nextSequence(), made.isPartial);
+    retention_.noteMade(nextSequence(), true); // until it is known what it lacks
     if (made.isPartial && !made.hasPartialTag)
-        if (ResticOutcome outcome = mark(made, stop); !outcome.succeeded())
+        if (ResticOutcome outcome = mark(made, partialTag, stop); !outcome.succeeded())
             return outcome;
     auto contents = repository_.list(made.id, stop);
     if (!contents.outcome.succeeded())
@@ -136,6 +136,12 @@ ResticOutcome IndexKeeper::add(Made made, const StopSignal& stop) {
     contents.snapshot.lacks = made.lacks;
     if (made.began)
         takeLate(contents, made);
+    const bool isComplete = !made.isPartial;
+    if (isComplete && contents.snapshot.lacks.empty())
+        retention_.noteMade(nextSequence(), false);
+    else if (isComplete)
+        if (ResticOutcome outcome = markMoved(made, contents.snapshot, stop); !outcome.succeeded())
+            return outcome;
     reportOrder(contents.snapshot);
     newestSequence_ = std::max(newestSequence_, contents.snapshot.sequence);
     BackupIndex next =
@@ -146,6 +152,16 @@ ResticOutcome IndexKeeper::add(Made made, const StopSignal& stop) {
     const std::vector<std::string> changed = changedIn(next, number);
     take(std::move(next), changed, false);
     return {};
+}
+
+// Where it cannot be told, it counts as partial when the index is made current the next time.
+ResticOutcome IndexKeeper::markMoved(Made& made, Snapshot& snapshot, const StopSignal& stop) {
+    made.id = snapshot.id;
+    ResticOutcome outcome = mark(made, movedTag, stop);
+    if (made.id != snapshot.id)
+        retention_.noteMade(nextSequence(), false);
+    snapshot.id = made.id;
+    return outcome;
 }
 
 void IndexKeeper::takeLate(Repository::Contents& contents, const Made& made) const {

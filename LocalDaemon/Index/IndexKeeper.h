@@ -97,7 +97,8 @@ private:
     [[nodiscard]] Repository::Listing snapshots(const StopSignal& stop) const;
     [[nodiscard]] Repository::Listing withKnown(Repository::Listing listing) const;
     [[nodiscard]] Repository::Listing markedSnapshots(const StopSignal& stop) const;
-    [[nodiscard]] ResticOutcome mark(Made& made, const StopSignal& stop) const;
+    [[nodiscard]] ResticOutcome mark(Made& made, std::string_view tag, const StopSignal& stop) const;
+    [[nodiscard]] ResticOutcome markMoved(Made& made, Snapshot& snapshot, const StopSignal& stop);
     [[nodiscard]] ResticOutcome rebuild(BackupIndex from, const Numbers& toList, const StopSignal& stop);
     [[nodiscard]] ResticOutcome listContents(BackupIndex& from, std::uint32_t number,
                                              const std::vector<Snapshot>& read, const StopSignal& stop) const;

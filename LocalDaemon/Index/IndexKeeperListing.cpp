@@ -52,8 +52,8 @@ Repository::Listing IndexKeeper::withKnown(Repository::Listing listing) const {
 
 // That a snapshot lacks something is often known only when it has been made. The repository has to tell it as
 // well: on another machine, or without the index, what is missing would count as deleted.
-ResticOutcome IndexKeeper::mark(Made& made, const StopSignal& stop) const {
-    if (const ResticOutcome outcome = repository_.markPartial({made.id}, stop); !outcome.succeeded()) {
+ResticOutcome IndexKeeper::mark(Made& made, std::string_view tag, const StopSignal& stop) const {
+    if (const ResticOutcome outcome = repository_.addTag(tag, {made.id}, stop); !outcome.succeeded()) {
         logWarning("Snapshot %@ lacks something and is not marked yet: %@", made.id, reasonOf(outcome));
         return {}; // the index knows it, and the next time it is made current
     }
@@ -73,7 +73,7 @@ Repository::Listing IndexKeeper::markedSnapshots(const StopSignal& stop) const {
             unmarked.push_back(each.id);
     if (!listing.outcome.succeeded() || unmarked.empty())
         return listing;
-    if (const ResticOutcome outcome = repository_.markPartial(unmarked, stop); !outcome.succeeded()) {
+    if (const ResticOutcome outcome = repository_.addTag(partialTag, unmarked, stop); !outcome.succeeded()) {
         logWarning("%llu snapshots that lack something are not marked yet: %@", unmarked.size(),
                    reasonOf(outcome));
         return listing;

@@ -257,8 +257,9 @@ ResticOutcome Repository::correctNames(std::vector<SnapshotItem>& items, const s
     return checked(outcome, listing.isWhole());
 }
 
-ResticOutcome Repository::markPartial(const std::vector<std::string>& ids, const StopSignal& stop) const {
-    std::vector<std::string> arguments{"tag", "--add", partialTag};
+ResticOutcome Repository::addTag(std::string_view tag, const std::vector<std::string>& ids,
+                                 const StopSignal& stop) const {
+    std::vector<std::string> arguments{"tag", "--add", std::string(tag)};
     arguments.insert(arguments.end(), ids.begin(), ids.end());
     return print(*restic_, arguments, stop).outcome;
 }

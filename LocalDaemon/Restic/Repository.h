@@ -59,9 +59,9 @@ public:
     // All that the snapshot holds.
     [[nodiscard]] Contents list(const std::string& snapshotId, const StopSignal& stop) const;
 
-    // Gives these snapshots the tag of partial ones, by which their ids change.
-    [[nodiscard]] ResticOutcome markPartial(const std::vector<std::string>& ids,
-                                            const StopSignal& stop) const;
+    // Gives these snapshots one more tag, by which their ids change.
+    [[nodiscard]] ResticOutcome addTag(std::string_view tag, const std::vector<std::string>& ids,
+                                       const StopSignal& stop) const;
 
     // Forgets these snapshots and no others.
     [[nodiscard]] ResticOutcome forget(const std::vector<std::string>& ids, const StopSignal& stop) const;

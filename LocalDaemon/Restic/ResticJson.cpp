@@ -144,6 +144,8 @@ Snapshot snapshotOf(const Json& object, std::string_view partialTag) {
     for (const Json& each : *tags) {
         const std::string tag = each.is_string() ? each.get<std::string>() : std::string();
         snapshot.isPartial = snapshot.isPartial || tag == partialTag;
+        if (tag == movedTag)
+            snapshot.lacks = {"/"};
         snapshot.sequence = std::max(snapshot.sequence, sequenceIn(tag));
     }
     return snapshot;

@@ -17,6 +17,9 @@ namespace kelvane {
 // An entry of an object.
 [[nodiscard]] std::string textEntry(std::string_view json, const char* key);
 
+// Of a complete snapshot during which something went that may have been moved to where restic had been by
+// then. What it was is not told: nothing that such a snapshot is without counts as deleted.
+inline constexpr std::string_view movedTag = "moved";
 // A tag that tells the order in which a computer has made its snapshots: a number follows.
 inline constexpr std::string_view sequenceTagStart = "sequence-";
 // More snapshots than that were never made: a higher number is somebody else's and does not count. What

@@ -180,22 +180,26 @@ TEST_F(BackingUp, WhatIsOnADiskThatIsAwayDoesNotCountAsDeleted) {
         EXPECT_FALSE(item.path.starts_with(disk)) << "an empty mount point is no folder of the disk";
 }
 
-// The index may be lost, and with it what only it knows.
-TEST_F(BackingUp, TheRepositorySaysWhichSnapshotLacksWhatCouldNotBeRead) {
+// The index may be lost, and with it what only it knows: that a folder went while restic was at work, perhaps
+// to where that had been, and that it could not be read.
+TEST_F(BackingUp, TheRepositorySaysWhichSnapshotLacksSomething) {
     folders.write("home/docs/file", "12345");
     folders.write("home/own", "1");
     start();
     ASSERT_TRUE(comesToRest(2, 6));
-    const std::string error = R"({"message_type":"error","error":{"Err":13},"item":")" + in("docs") + "\"}";
-    start({}, folders.program("[ $1 = backup ] || exec restic \"$@\"\necho '" + error +
-                              "' >&2\nexec restic \"$@\" --exclude " + in("docs")));
-    folders.write("home/own", "123");
-    pane->call<"setPriorityBackup:">("/");
-    ASSERT_TRUE(comesTo([&] { return colors({in("own")}) == Array{green} && snapshots() == 2; }));
-    const auto made = repository().snapshots(StopSignal()).snapshots;
-    ASSERT_EQ(made.size(), 2U);
-    EXPECT_FALSE(made[0].isPartial);
-    EXPECT_TRUE(made[1].isPartial);
+    for (const auto& [number, isPartial] : {std::pair(2, false), std::pair(13, true)}) {
+        const std::string error = R"({"message_type":"error","error":{"Err":)" + std::to_string(number) +
+                                  R"(},"item":")" + in("docs") + "\"}";
+        start({}, folders.program("[ $1 = backup ] || exec restic \"$@\"\necho '" + error +
+                                  "' >&2\nexec restic \"$@\" --exclude " + in("docs")));
+        folders.write("home/own", error);
+        const std::size_t count = snapshots() + 1;
+        pane->call<"setPriorityBackup:">("/");
+        ASSERT_TRUE(comesTo([&] { return colors({in("own")}) == Array{green} && snapshots() == count; }));
+        const Snapshot made = repository().snapshots(StopSignal()).snapshots.back();
+        EXPECT_EQ(made.isPartial, isPartial) << number;
+        EXPECT_FALSE(made.tellsOf(in("docs/file"))) << number;
+    }
     EXPECT_TRUE(comesTo([&] { return alertOf("files_not_read").isDictionary(); }));
     pane->call<"excludeFileFromBackup:">(folders.home());
     pane->call<"setPriorityBackup:">("/");
