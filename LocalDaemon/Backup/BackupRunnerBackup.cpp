@@ -82,11 +82,16 @@ std::string parentIn(const BackupIndex& index) {
     return parent ? parent->id : std::string();
 }
 
-// Returns the time before it: what changes from then on has a later time. Pages that a program has mapped and
-// written keep the time of their first change until they are on the disk.
-FileTime waitForLaterTimes(const std::vector<std::string>& paths) {
+// Returns the time before it: what changes from then on has a later time.
+FileTime waitForLaterTimes() {
     timespec now{};
     ::clock_gettime(CLOCK_REALTIME, &now);
+    std::this_thread::sleep_for(longestTick);
+    return FileTime(now);
+}
+
+// Pages that a program has mapped and written keep the time of their first change until they are on the disk.
+void writeToDisk(const std::vector<std::string>& paths) {
     std::set<dev_t> written;
     for (const std::string& path : paths) {
         struct stat status {};
@@ -98,8 +103,6 @@ FileTime waitForLaterTimes(const std::vector<std::string>& paths) {
         if (const FileDescriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)); opened)
             ::syncfs(opened.get());
     }
-    std::this_thread::sleep_for(longestTick);
-    return FileTime(now);
 }
 
 // `isAllKnown`: it lacks nothing but what it is known to lack.
@@ -159,6 +162,8 @@ void BackupRunner::reportLarge(const std::vector<std::string>& paths) const {
 
 ResticOutcome BackupRunner::backUp(const Part& part, const StopSignal& stop) {
     Before before{state_->backupNeed().changes, disks_->lookForMounts(), disks_->absentInBackup()};
+    IndexKeeper::Made made;
+    made.began = waitForLaterTimes(); // what is renamed from here on may be missed by its new name too
     BackupRun::Wanted wanted;
     wanted.targets = backupTargets(*state_->rules(), part.path, stop.flag());
     wanted.leftOut = part.leftOut;
@@ -179,12 +184,11 @@ ResticOutcome BackupRunner::backUp(const Part& part, const StopSignal& stop) {
     const FileTotals waiting = state_->totals().pending;
     const bool isIncomplete = !part.isWhole() || !before.absent.empty();
     describe(wanted, *index, part, isIncomplete);
-    IndexKeeper::Made made;
     made.isPartial = isIncomplete;
     made.hasPartialTag = isIncomplete;
     made.lacks = part.leftOut;
     made.readAgain = wanted.isForced ? uncertainFiles(*index) : part.readAgain;
-    made.began = waitForLaterTimes(wanted.targets.paths);
+    writeToDisk(wanted.targets.paths);
     BackupRun::Result result = BackupRun(*state_, keeper_->repository()).run(wanted, stop);
     state_->setIndexCurrent(false); // until the snapshot has been listed
     if (!result.outcome.succeeded())

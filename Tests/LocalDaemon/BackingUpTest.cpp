@@ -1,10 +1,13 @@
 #include "Tests/LocalDaemon/BackingUpTest.h"
 
 #include "Foundation/Unicode.h"
+#include "Platform/FileDescriptor.h"
 
+#include <array>
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -205,6 +208,25 @@ TEST_F(BackingUp, TheRepositorySaysWhichSnapshotLacksSomething) {
     pane->call<"setPriorityBackup:">("/");
     EXPECT_TRUE(comesTo([&] { return !alertOf("files_not_read").isDictionary(); }))
         << "nothing is to be saved";
+}
+
+// Of a home folder with exclusions restic is given the entries that are in, which the daemon looks for first.
+TEST_F(BackingUp, WhatIsRenamedBeforeResticBeginsDoesNotCountAsDeleted) {
+    folders.write("home/.cache/c", "1");
+    folders.write("home/docs/file", "12345");
+    for (int number = 0; number < 2000; ++number) // so that the look takes a while
+        fs::create_directories(in("tree/" + std::to_string(number)));
+    start();
+    ASSERT_TRUE(comesToRest(1, 5));
+    const FileDescriptor watch(::inotify_init1(IN_CLOEXEC));
+    ASSERT_GE(::inotify_add_watch(watch.get(), in("tree").c_str(), IN_OPEN), 0);
+    folders.write("home/new", "1");
+    pane->call<"setPriorityBackup:">("/");
+    std::array<char, 4096> event{};
+    ASSERT_GT(::read(watch.get(), event.data(), event.size()), 0);
+    fs::rename(in("docs"), in("renamed"));
+    ASSERT_TRUE(comesTo([&] { return colors({in("new")}) == Array{green}; }));
+    EXPECT_FALSE(repository().snapshots(StopSignal()).snapshots.at(1).tellsOf(in("docs/file")));
 }
 
 TEST_F(BackingUp, WhatTakesLongComesAfterEverythingElse) {
