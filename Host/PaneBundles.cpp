@@ -67,6 +67,8 @@ PaneDescription describePane(const std::string& path, const DaemonPaths& daemon)
         information.append("DaemonPath", socket);
     if (!daemon.log.empty())
         information.append("Kelvane Log Path", daemon.log);
+    else if (bundle->information("Kelvane Log Path").stringValue().empty())
+        information.append("Kelvane Log Path", defaultLogPath());
     bundle = std::make_shared<const Bundle>(path, information);
 
     PaneDescription pane;

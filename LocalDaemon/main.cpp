@@ -47,7 +47,7 @@ constexpr mode_t ownersRights = 0700;
 struct Arguments {
     Dictionary settled; // of the configuration
     std::string socketPath;
-    std::string logPath = expandingTilde(KELVANE_LOG_FILE);
+    std::string logPath = defaultLogPath();
     bool isVerbose = false;
 };
 
@@ -152,7 +152,9 @@ std::optional<int> parse(int count, char** texts, Arguments& arguments) {
     app.add_option("--socket", arguments.socketPath,
                    "Socket to listen on (default: kelvane/daemon.sock in your runtime folder)")
         ->type_name("PATH");
-    app.add_option("--log", arguments.logPath, "Log file (default: " KELVANE_LOG_FILE ")")->type_name("PATH");
+    app.add_option("--log", arguments.logPath,
+                   "Log file (default: kelvane/daemon.log in your folder for state data)")
+        ->type_name("PATH");
     app.add_flag("--verbose", arguments.isVerbose, "Log all activity");
     try {
         app.parse(count, texts);

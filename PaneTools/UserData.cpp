@@ -8,25 +8,6 @@
 namespace kelvane::tools {
 namespace {
 
-struct DataFile {
-    std::string (*folder)();
-    const char* name;
-};
-// The beginnings of the names of files: with what is kept beside them, such as locks, what was set aside
-// because it was damaged, and an index for each place of a repository.
-constexpr DataFile dataFiles[] = {
-    {configurationFolder, "com.kelvane.preferences.plist"},
-    {stateFolder, "kelvane/local-daemon-"},
-    {stateFolder, "kelvane/daemon.log"},
-};
-constexpr DataFile resticCache{cacheFolder, "kelvane/restic"};
-constexpr DataFile dataFolders[] = {
-    {configurationFolder, "kelvane"}, {stateFolder, "kelvane"}, {cacheFolder, "kelvane"}};
-
-std::string pathOf(const DataFile& file) {
-    return file.folder() + '/' + file.name;
-}
-
 std::vector<std::string> filesThatBeginWith(const std::string& path) {
     std::error_code error; // what cannot be listed is not there, or cannot be removed either
     std::vector<std::string> files;
@@ -40,6 +21,12 @@ std::vector<std::string> filesThatBeginWith(const std::string& path) {
 } // namespace
 
 std::vector<std::string> removeUserData() {
+    // The beginnings of the names of files: with what is kept beside them, such as locks, older logs, what
+    // was set aside because it was damaged, and an index for each place of a repository.
+    const std::string files[] = {configurationFolder() + "/com.kelvane.preferences.plist",
+                                 stateFolder() + "/kelvane/local-daemon-", defaultLogPath()};
+    const std::string folders[] = {configurationFolder() + "/kelvane", stateFolder() + "/kelvane",
+                                   cacheFolder() + "/kelvane"};
     std::vector<std::string> failures;
     std::error_code error;
     const auto remove = [&](const std::string& path) {
@@ -47,12 +34,12 @@ std::vector<std::string> removeUserData() {
         if (error)
             failures.push_back("cannot remove " + path + ": " + error.message());
     };
-    for (const DataFile& file : dataFiles)
-        for (const std::string& path : filesThatBeginWith(pathOf(file)))
+    for (const std::string& file : files)
+        for (const std::string& path : filesThatBeginWith(file))
             remove(path);
-    remove(pathOf(resticCache));
-    for (const DataFile& folder : dataFolders)
-        std::filesystem::remove(pathOf(folder), error); // one that still holds something stays
+    remove(cacheFolder() + "/kelvane/restic");
+    for (const std::string& folder : folders)
+        std::filesystem::remove(folder, error); // one that still holds something stays
     return failures;
 }
 

@@ -95,6 +95,10 @@ std::optional<std::string> defaultDaemonPath() {
     return shared ? std::optional(daemonPathIn(*shared)) : std::nullopt;
 }
 
+std::string defaultLogPath() {
+    return stateFolder() + "/kelvane/daemon.log";
+}
+
 bool ensurePrivateFolder(const std::string& path) {
     if (::mkdir(path.c_str(), privateMode) != 0 && errno != EEXIST)
         return false;

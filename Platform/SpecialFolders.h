@@ -25,6 +25,9 @@ namespace kelvane {
 // 103 bytes; a runtime folder too deep for that gives way to the one in "/tmp".
 [[nodiscard]] std::optional<std::string> defaultDaemonPath();
 
+// Where the local daemon writes its log and panes look for it.
+[[nodiscard]] std::string defaultLogPath();
+
 // Makes the folder with mode 0700, or finds it there: no link, owned by this user, and closed to everyone
 // else.
 [[nodiscard]] bool ensurePrivateFolder(const std::string& path);

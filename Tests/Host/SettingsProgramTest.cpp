@@ -40,18 +40,20 @@ TEST(PaneBundles, AreFoundOnceAndInOrder) {
 
 TEST(PaneBundles, GetTheDaemonThatIsNamedOrTheirOwnOrTheUsualOne) {
     const tests::PaneFolder panes;
-    const EnvironmentVariable runtime("XDG_RUNTIME_DIR", panes.folder().path().c_str());
-    const std::string own = panes.add("Own", {{"DaemonPath", "/own"}});
-    const std::string usual = panes.add("Usual", {{"DaemonPath", ""}});
-    const auto pathOf = [](const std::string& bundle, const char* named) {
-        const PaneBundle described = describePane(bundle, {named, "/named.log"}).bundle;
-        EXPECT_EQ(described->information("Kelvane Log Path"), Value("/named.log"));
-        return described->information("DaemonPath").stringValue();
+    const std::string folder = panes.folder().path();
+    const EnvironmentVariable runtime("XDG_RUNTIME_DIR", folder.c_str());
+    const EnvironmentVariable state("XDG_STATE_HOME", folder.c_str());
+    const std::string own = panes.add("Own", {{"DaemonPath", "/own"}, {"Kelvane Log Path", "/own.log"}});
+    const std::string usual = panes.add("Usual", {{"DaemonPath", ""}, {"Kelvane Log Path", ""}});
+    const auto pathsOf = [](const std::string& bundle, const DaemonPaths& named) {
+        const PaneBundle described = describePane(bundle, named).bundle;
+        return described->information("DaemonPath").stringValue() + ' ' +
+               described->information("Kelvane Log Path").stringValue();
     };
-    EXPECT_EQ(pathOf(own, ""), "/own");
-    EXPECT_EQ(pathOf(own, "/named"), "/named");
-    EXPECT_EQ(pathOf(usual, "/named"), "/named");
-    EXPECT_TRUE(pathOf(usual, "").starts_with(panes.folder().path()));
+    EXPECT_EQ(pathsOf(own, {}), "/own /own.log");
+    EXPECT_EQ(pathsOf(own, {"/named", "/named.log"}), "/named /named.log");
+    EXPECT_EQ(pathsOf(usual, {"/named", "/named.log"}), "/named /named.log");
+    EXPECT_EQ(pathsOf(usual, {}), folder + "/kelvane/daemon.sock " + folder + "/kelvane/daemon.log");
 }
 
 class SettingsProgram : public testing::Test {

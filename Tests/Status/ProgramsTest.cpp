@@ -162,6 +162,7 @@ TEST_F(Programs, UninstallRemovesWhatIsTheUsersOnlyWithTheRight) {
                                      "config/systemd/user/kelvane-local-daemon.service",
                                      "state/kelvane/local-daemon-state.plist",
                                      "state/kelvane/local-daemon-index-1",
+                                     "state/kelvane/daemon.log",
                                      "state/kelvane/daemon.log.1",
                                      "cache/kelvane/restic/x/y"};
     const std::set<std::string> kept{"config/kelvane/local-daemon.plist",
@@ -187,6 +188,7 @@ TEST_F(Programs, UninstallRemovesWhatIsTheUsersOnlyWithTheRight) {
     EXPECT_NE(uninstall({self.pid, self.startTime + 1, self.uid}), 0); // who had this id before
     EXPECT_TRUE(std::all_of(gone.begin(), gone.end(), exists));
     EXPECT_EQ(run("Enable", {"0", uid, "load"}), "");
+    EXPECT_NE(folder.read("state/kelvane/daemon.log"), "") << "the daemon logs elsewhere";
     daemonPath = folder / "other.sock";
     EXPECT_EQ(uninstall(self), 71) << "the usual daemon runs";
     EXPECT_TRUE(std::all_of(gone.begin(), gone.end(), exists));
