@@ -7,6 +7,8 @@
 #include "Platform/SpecialFolders.h"
 
 #include <cerrno>
+#include <cstdint>
+#include <span>
 
 namespace kelvane {
 namespace {
@@ -30,6 +32,11 @@ CheckedReading readingOf(const Value& content, std::string_view name) {
     return {State::Whole, std::move(list.value), {}};
 }
 
+CheckedReading readingOfFile(std::span<const std::uint8_t> bytes, std::string_view name) {
+    const PropertyListReading list = readBinaryPropertyList(bytes);
+    return list.succeeded() ? readingOf(list.value, name) : CheckedReading{State::Damaged, {}, list.error};
+}
+
 } // namespace
 
 CheckedReading readCheckedFile(const std::string& path, std::string_view name, std::size_t limit) {
@@ -38,16 +45,20 @@ CheckedReading readCheckedFile(const std::string& path, std::string_view name, s
         return {};
     if (!file.succeeded())
         return {file.error == EFBIG ? State::Damaged : State::Unreadable, {}, file.reason};
-    const PropertyListReading list = readBinaryPropertyList(file.bytes);
-    return list.succeeded() ? readingOf(list.value, name) : CheckedReading{State::Damaged, {}, list.error};
+    return readingOfFile(file.bytes, name);
 }
 
-std::string replaceCheckedFile(const std::string& path, std::string_view name, const Value& value) {
+std::string replaceCheckedFile(const std::string& path, std::string_view name, const Value& value,
+                               std::size_t limit) {
     const PropertyListWriting own = writeBinaryPropertyList(value);
     if (!own.succeeded())
         return own.error;
     const PropertyListWriting list = writeBinaryPropertyList(
         Dictionary{{std::string(name), own.bytes}, {std::string(checksumKey), checksumOf(own.bytes)}});
+    if (list.bytes.size() > limit)
+        return path + " would have " + std::to_string(list.bytes.size()) + " bytes, more than are read again";
+    if (const CheckedReading again = readingOfFile(list.bytes, name); again.state != State::Whole)
+        return path + " could not be read again: " + again.reason;
     return replacePrivateFile(path, list.bytes).reason;
 }
 

@@ -24,8 +24,8 @@ struct CheckedReading {
                                              std::size_t limit);
 
 // Replaces the file atomically with mode 0600, and creates its folder if necessary. Returns the reason for a
-// failure; empty on success.
+// failure; empty on success. A file that could not be read with that limit is not written.
 [[nodiscard]] std::string replaceCheckedFile(const std::string& path, std::string_view name,
-                                             const Value& value);
+                                             const Value& value, std::size_t limit);
 
 } // namespace kelvane

@@ -81,7 +81,7 @@ void VerificationRecord::save(const std::string& path) const {
                      {"lastOutcome", textFromPath(lastOutcome)}}; // restic's words may hold names of files
     if (lastVerified)
         value.set("lastVerified", secondsOf(*lastVerified));
-    if (const std::string failure = replaceCheckedFile(path, recordKey, value); !failure.empty())
+    if (const std::string failure = replaceCheckedFile(path, recordKey, value, largestFile); !failure.empty())
         logError("Cannot save how far the verification is: %@", failure);
 }
 

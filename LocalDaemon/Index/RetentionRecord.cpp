@@ -249,7 +249,8 @@ std::string RetentionRecord::save() {
                                                         {"sinceBootThen", contents_.sinceBootThen},
                                                         {"lastSeen", contents_.lastSeen},
                                                         {"steadySince", contents_.steadySince},
-                                                        {"repositories", std::move(repositories)}});
+                                                        {"repositories", std::move(repositories)}},
+                                             largestFile);
     if (failure.empty())
         saved_ = contents_;
     else

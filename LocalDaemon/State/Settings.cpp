@@ -52,7 +52,7 @@ constexpr DecisionName decisionNames[] = {{AwayDisk::Decision::None, ""},
 constexpr std::size_t mostEntries = 100;
 constexpr std::size_t longestKey = 256;
 constexpr std::size_t longestText = 4096;
-constexpr std::size_t mostPathRules = std::size_t{1} << 20U; // bytes
+constexpr std::size_t mostPathRules = std::size_t{1} << 20U; // bytes, of which each may take six in the file
 
 template <class IsRight>
 Dictionary entriesOf(const Value& value, IsRight isRight) {

@@ -9,7 +9,7 @@ namespace kelvane {
 namespace {
 
 // Far above what the bounds of the settings allow.
-constexpr std::size_t largestFile = std::size_t{4} << 20U;
+constexpr std::size_t largestFile = std::size_t{64} << 20U;
 constexpr std::string_view settingsKey = "settings";
 constexpr const char* damageAlert = "settings_damaged";
 
@@ -18,7 +18,7 @@ CheckedReading readStoredFile(const std::string& path) {
 }
 
 std::string replace(const std::string& path, const Settings& settings) {
-    return replaceCheckedFile(path, settingsKey, valueFromSettings(settings));
+    return replaceCheckedFile(path, settingsKey, valueFromSettings(settings), largestFile);
 }
 
 } // namespace

@@ -66,6 +66,19 @@ TEST_F(Store, BringsBackTheLatestOfWhatItSavedAndSetsAsideWhatItCannotRead) {
             EXPECT_EQ(store.save(settings, 2), "");
         }
     }
+    Settings large = settings; // each of these bytes takes six in the file
+    for (int rule = 0; rule < 250; ++rule)
+        large.paths.exclusions.insert('/' + std::string(4000, '\xFF') + std::to_string(rule));
+    ASSERT_FALSE(isTooLarge(large.paths));
+    EXPECT_EQ(store.save(large, 3), "");
+    EXPECT_TRUE(store.load().settings == large);
+    Settings repeating;
+    for (int selected = 0; selected < 8000; ++selected)
+        repeating.mountPoints['/' + std::to_string(selected)] = '/' + std::string(3000, 'x');
+    EXPECT_NE(store.save(repeating, 4), "");
+    EXPECT_TRUE(store.load().settings == large) << "what could not be read again was not written";
+    EXPECT_EQ(store.save(settings, 5), "");
+
     const Array strange{"relative", 7, "/a", ""};
     write("new folder/state.plist", Dictionary{{"enabled", 0}, {"profile", 7}, {"exclusions", strange}});
     Settings expected;
