@@ -249,7 +249,8 @@ int run(const Arguments& arguments) {
     options.defaults.ownFiles.insert(stateFolder() + "/kelvane");
     options.defaults.ownFiles.insert(arguments.logPath);
     for (unsigned older = 1; older < LogFile::Limits().files; ++older)
-        options.defaults.ownFiles.insert(arguments.logPath + '.' + std::to_string(older));
+        if (std::string name = arguments.logPath + '.' + std::to_string(older); LogFile::mayReplace(name))
+            options.defaults.ownFiles.insert(std::move(name));
     options.socketPath = *socketPath;
     options.settingsPath = stateFolder() + "/kelvane/local-daemon-state.plist";
     options.restoreJobsPath = stateFolder() + "/kelvane/local-daemon-restores";

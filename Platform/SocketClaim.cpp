@@ -5,6 +5,7 @@
 #include "Platform/FileContents.h"
 #include "Platform/SpecialFolders.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -32,6 +33,16 @@ std::string ownerOf(int lock) {
     std::array<char, 16> text{};
     const ssize_t size = ::pread(lock, text.data(), text.size() - 1, 0);
     return size > 0 ? " (process " + std::string(text.data()) + ")" : "";
+}
+
+// What is left of a claim: the number of its process, or zeros where the machine went down before that was on
+// the disk.
+bool isLockFile(int lock) {
+    std::array<char, 16> text{};
+    const ssize_t size = ::pread(lock, text.data(), text.size(), 0);
+    return size >= 0 && size < static_cast<ssize_t>(text.size()) &&
+           std::all_of(text.begin(), text.begin() + size,
+                       [](char each) { return each == 0 || (each >= '0' && each <= '9'); });
 }
 
 void writeOwner(int lock) {
@@ -91,6 +102,8 @@ std::string SocketClaim::refusalOfLock() {
         // that name.
         if (!isSameFile(lock.get(), lockPath_))
             continue;
+        if (!isLockFile(lock.get()))
+            return lockPath_ + " is no lock file, and is left as it is";
         writeOwner(lock.get());
         lock_ = std::move(lock);
         return {};

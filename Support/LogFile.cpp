@@ -4,12 +4,15 @@
 #include "Foundation/Format.h"
 #include "Platform/FileContents.h"
 #include "Platform/SpecialFolders.h"
+#include "Support/Logging.h"
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 namespace kelvane {
 
@@ -47,14 +50,24 @@ void LogFile::open() {
     size_ = static_cast<std::size_t>(status.st_size);
 }
 
+bool LogFile::mayReplace(const std::string& path) {
+    std::array<char, 128> begin{};
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
+    if (!file)
+        return errno == ENOENT;
+    const ssize_t size = ::read(file.get(), begin.data(), begin.size());
+    return size > 0 && beginsAsLogEntry({begin.data(), static_cast<std::size_t>(size)});
+}
+
 void LogFile::rotate() {
-    const auto name = [this](unsigned number) {
-        return number == 0 ? path_ : path_ + '.' + std::to_string(number);
-    };
-    for (unsigned number = limits_.files - 1; number > 0; --number)
-        std::rename(name(number - 1).c_str(), name(number).c_str()); // the first times there is none
-    if (limits_.files == 1)
+    std::vector<std::string> names{path_};
+    for (unsigned number = 1; number < limits_.files; ++number)
+        if (const std::string name = path_ + '.' + std::to_string(number); mayReplace(name))
+            names.push_back(name);
+    if (names.size() == 1 && mayReplace(path_))
         ::unlink(path_.c_str());
+    for (std::size_t number = names.size() - 1; number > 0; --number)
+        std::rename(names[number - 1].c_str(), names[number].c_str()); // the first times there is none
     file_.reset();
     size_ = 0;
 }

@@ -150,6 +150,16 @@ std::string LogEntry::line() const {
            std::string(wordOf(level)) + text;
 }
 
+bool beginsAsLogEntry(std::string_view text) {
+    constexpr std::string_view stamp = "0000-00-00 00:00:00.000 ";
+    const auto fits = [](char wanted, char found) {
+        return wanted == '0' ? found >= '0' && found <= '9' : found == wanted;
+    };
+    const std::string_view begin = text.substr(0, stamp.size());
+    return std::equal(stamp.begin(), stamp.end(), begin.begin(), begin.end(), fits) &&
+           text.substr(stamp.size()).starts_with(std::string(program_invocation_short_name) + '[');
+}
+
 LogSinkToken setLogSink(LogSink sink) {
     const auto remove = [](LogSink* removed) {
         {

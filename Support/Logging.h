@@ -40,6 +40,9 @@ struct LogEntry {
     [[nodiscard]] std::string line() const;
 };
 
+// Whether a text begins as the line of an entry that this program wrote.
+[[nodiscard]] bool beginsAsLogEntry(std::string_view text);
+
 // Receives the entries instead of the system log until its token is destroyed; the sink set last is used. It
 // is called with one entry at a time, on the threads that write them. Entries that a sink writes itself are
 // dropped. When the token has been destroyed, its sink is no longer running.

@@ -1,6 +1,7 @@
 #include "Support/LogFile.h"
 
 #include "LocalDaemon/Restic/Restic.h"
+#include "Support/Logging.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
 #include <filesystem>
@@ -11,15 +12,26 @@ namespace {
 
 TEST(LogFile, IsTurnedOverAndFollowsNoLink) {
     const tests::TemporaryFolder folder;
-    LogFile log(folder / "new/log", {10, 2});
+    const auto line = [](const char* text) { return LogEntry{{}, LogLevel::Notice, text}.line(); };
+    LogFile log(folder / "new/log", {2 * line("third").size(), 2});
     EXPECT_EQ(log.error(), "");
-    for (const char* line : {"first", "second", "third", "4"})
-        EXPECT_TRUE(log.write(line));
-    EXPECT_EQ(folder.read("new/log"), "third\n4\n");
-    EXPECT_EQ(folder.read("new/log.1"), "second\n");
+    for (const char* text : {"first", "second", "third", "4"})
+        EXPECT_TRUE(log.write(line(text)));
+    EXPECT_EQ(folder.read("new/log"), line("third") + '\n' + line("4") + '\n');
+    EXPECT_EQ(folder.read("new/log.1"), line("second") + '\n');
     EXPECT_FALSE(std::filesystem::exists(folder / "new/log.2"));
     EXPECT_TRUE(LogFile(folder / "new/log").write("behind"));
-    EXPECT_EQ(folder.read("new/log"), "third\n4\nbehind\n");
+    EXPECT_TRUE(folder.read("new/log").ends_with("4\nbehind\n"));
+
+    for (const char* name : {"own/log", "own/log.1", "own/log.3"})
+        folder.write(name, "2026-11-22 my notes");
+    LogFile among(folder / "own/log", {1, 4});
+    for (const char* text : {"first", "second", "third"})
+        EXPECT_TRUE(among.write(line(text)));
+    EXPECT_EQ(folder.read("own/log"), line("third") + '\n');
+    EXPECT_EQ(folder.read("own/log.2"), "2026-11-22 my notes") << "it was there under the log's name";
+    for (const char* name : {"own/log.1", "own/log.3"})
+        EXPECT_EQ(folder.read(name), "2026-11-22 my notes");
 
     folder.write("precious", "contents");
     std::filesystem::create_symlink("precious", folder / "link");

@@ -63,6 +63,7 @@ TEST_F(LocalDaemonProgram, ServesWhereNobodyElseDoesAndSaysWhyNot) {
     const RawPeer stranger; // without a lock
     ASSERT_TRUE(stranger.listen(folders / "stranger"));
     folders.write("precious", "contents");
+    folders.write("claimed.lock", "12 notes");
     const struct {
         std::vector<std::string> options;
         int status;
@@ -76,6 +77,7 @@ TEST_F(LocalDaemonProgram, ServesWhereNobodyElseDoesAndSaysWhyNot) {
         {{"--socket", folders.socket()}, 1, "already serves " + folders.socket()},
         {{"--socket", folders / "stranger"}, 1, "already serves"},
         {{"--socket", folders / "precious"}, 1, "no socket"},
+        {{"--socket", folders / "claimed"}, 1, "claimed.lock is no lock file"},
     };
     for (const auto& [options, expected, error] : refusals) {
         const ChildProgram::Result result = start(options)->finish();
@@ -85,6 +87,7 @@ TEST_F(LocalDaemonProgram, ServesWhereNobodyElseDoesAndSaysWhyNot) {
     EXPECT_EQ(TestPane(folders.socket()).call<"serverURL">(), "localhost");
     EXPECT_TRUE(RawPeer().connect(folders / "stranger"));
     EXPECT_EQ(folders.read("precious"), "contents");
+    EXPECT_EQ(folders.read("claimed.lock"), "12 notes");
 }
 
 TEST_F(LocalDaemonProgram, KeepsItsSettingsItsRulesAndItsPlaceWhenItIsKilled) {
