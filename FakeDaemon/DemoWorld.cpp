@@ -49,28 +49,32 @@ constexpr DemoFile demoFiles[] = {
     {"/Volumes/Photos/Scans/Grandparents.tif", false, 88 * megabyte, false},
 };
 
+Dictionary demoState() {
+    return Dictionary{{statekey::backedUpFileCount.data(), 48'213U},
+                      {statekey::backedupFileSize.data(), 61'284 * megabyte},
+                      {statekey::pendingFileCount.data(), 1'906U},
+                      {statekey::pendingFileSize.data(), 4'117 * megabyte},
+                      {statekey::currentBackupFile.data(), "/home/maria/Documents/Thesis/Figures.zip"},
+                      {statekey::currentRestoreFile.data(), ""},
+                      {statekey::statusString.data(), "Backing up Figures.zip"},
+                      {statekey::backupState.data(), backupstate::rulesAreLoaded},
+                      {statekey::currentRestoreJob.data(), 0U},
+                      {statekey::isBackupNeeded.data(), true},
+                      {statekey::lowerPriorityMode.data(), false},
+                      {statekey::paused.data(), false},
+                      {statekey::recoverMode.data(), false},
+                      {statekey::serviceState.data(), backingUp},
+                      {statekey::isQuotaLimited.data(), false},
+                      {statekey::isOverQuota.data(), false},
+                      {statekey::quotaMB.data(), 204'800U},
+                      {statekey::backupControlFlags.data(), 0U}};
+}
+
 } // namespace
 
 DaemonWorld demoWorld() {
     DaemonWorld world;
-    world.state = Dictionary{{statekey::backedUpFileCount.data(), 48'213U},
-                             {statekey::backedupFileSize.data(), 61'284 * megabyte},
-                             {statekey::pendingFileCount.data(), 1'906U},
-                             {statekey::pendingFileSize.data(), 4'117 * megabyte},
-                             {statekey::currentBackupFile.data(), "/home/maria/Documents/Thesis/Figures.zip"},
-                             {statekey::currentRestoreFile.data(), ""},
-                             {statekey::statusString.data(), "Backing up Figures.zip"},
-                             {statekey::backupState.data(), backupstate::rulesAreLoaded},
-                             {statekey::currentRestoreJob.data(), 0U},
-                             {statekey::isBackupNeeded.data(), true},
-                             {statekey::lowerPriorityMode.data(), false},
-                             {statekey::paused.data(), false},
-                             {statekey::recoverMode.data(), false},
-                             {statekey::serviceState.data(), backingUp},
-                             {statekey::isQuotaLimited.data(), false},
-                             {statekey::isOverQuota.data(), false},
-                             {statekey::quotaMB.data(), 204'800U},
-                             {statekey::backupControlFlags.data(), 0U}};
+    world.state = demoState();
     world.values =
         Dictionary{{"serverURL", "backup.example.net"},
                    {"computerNumber", 481'516},
