@@ -124,8 +124,7 @@ bool KelvaneSocket::listenAtPath(const std::string& path) {
         acceptThreadRun_ = true;
         connection->isOpen = true;
     }
-    if (startLinkThread(
-            [self = shared_from_this(), connection]() mutable { self->acceptThread(std::move(connection)); }))
+    if (startLinkThread([self = shared_from_this(), connection] { self->acceptThread(connection); }))
         return true;
     drop(connection); // nobody would accept what connects
     errno = EAGAIN;   // the system has no thread to give
