@@ -35,6 +35,30 @@ std::string indexPathFor(const std::string& beginning, const Configuration& conf
     return beginning + formatText("-%016llx", checksumOf(place));
 }
 
+// What the queue tells the user beside the progress.
+void addAlerts(RestoreQueue::Options& options, const std::shared_ptr<Alerts>& alerts) {
+    options.onWait = [alerts](const std::string& reason) {
+        if (reason.empty())
+            return alerts->withdraw(restorestatus::waitAlert);
+        alerts->raise({.kind = restorestatus::waitAlert,
+                       .severity = "warning",
+                       .title = "A restore is delayed.",
+                       .body = reason});
+    };
+    options.onUnkept = [alerts](const std::string& reason) {
+        alerts->raise({.kind = unkeptAlert,
+                       .severity = "warning",
+                       .title = "Restores end with the backup daemon.",
+                       .body = reason + ". They are done now; a restart does not go on with them."});
+    };
+    options.onDamagedJournal = [alerts](const std::string& reason) {
+        alerts->raise({.kind = "restore_jobs_damaged",
+                       .severity = "error",
+                       .title = "Restores that waited may be lost.",
+                       .body = reason});
+    };
+}
+
 } // namespace
 
 LocalDaemon::LocalDaemon(Options options, std::shared_ptr<MainLoop> loop, std::function<void()> terminate)
@@ -57,15 +81,29 @@ std::string LocalDaemon::start() {
         return "cannot find the folder " + home;
     checkRepositoryKey(state_->configuration().repository, *keeper_, *state_->alerts(),
                        options_.configurationPath);
-    keeper_->setKeyMade([state = state_] {
-        announceRepositoryKey(*state->alerts(), state->configuration().repository.passwordFile);
-    });
     // Before anybody can change the rules.
     FolderScan::Options scan = options_.scan;
     scan.failed = workFailed();
     scan_.emplace(
         state_->rules(), state_->index(), tree_,
         [state = state_](const ScanReport& report) { state->takeReport(report); }, scan);
+    connectListeners();
+    restores_->start(); // before anybody can ask for its jobs
+    if (!server_->listen(options_.socketPath))
+        return "Cannot listen at " + options_.socketPath + ": " + errorText();
+    scan_->start();
+    runner_->start();
+    refresh_ = loop_->schedule(options_.refreshInterval, MainLoop::Repeat::Always, [this] {
+        runGuarded("looking for disks", workFailed(), [this] { refresh(); });
+    });
+    KelvaneCLog("Serving %@ at %@.", state_->configuration().home, options_.socketPath);
+    return {};
+}
+
+void LocalDaemon::connectListeners() {
+    keeper_->setKeyMade([state = state_] {
+        announceRepositoryKey(*state->alerts(), state->configuration().repository.passwordFile);
+    });
     keeper_->setPublish(
         [this](const IndexKeeper::Index& index, const std::vector<std::string>& changed, bool isRebuilt) {
             scan_->setIndex(index);
@@ -82,16 +120,6 @@ std::string LocalDaemon::start() {
         runner_->noteRules();
     });
     state_->setNeedListener([this](const BackupNeed& need) { runner_->noteNeed(need); });
-    restores_->start(); // before anybody can ask for its jobs
-    if (!server_->listen(options_.socketPath))
-        return "Cannot listen at " + options_.socketPath + ": " + errorText();
-    scan_->start();
-    runner_->start();
-    refresh_ = loop_->schedule(options_.refreshInterval, MainLoop::Repeat::Always, [this] {
-        runGuarded("looking for disks", workFailed(), [this] { refresh(); });
-    });
-    KelvaneCLog("Serving %@ at %@.", state_->configuration().home, options_.socketPath);
-    return {};
 }
 
 // Settings, index and jobs are one daemon's: two would write over each other's. Where there is no place for a
@@ -173,6 +201,11 @@ std::string LocalDaemon::makeWorld() {
     state_->setIndex(keeper_->index(), {}); // with what is known to be damaged
     runner_ = std::make_shared<BackupRunner>(state_, disks_, keeper_, verifier, options_.backup);
     makeRestores();
+    makeServer();
+    return {};
+}
+
+void LocalDaemon::makeServer() {
     const auto world = std::make_shared<const DaemonTarget::World>(
         DaemonTarget::World{.state = state_,
                             .disks = disks_,
@@ -190,7 +223,6 @@ std::string LocalDaemon::makeWorld() {
     const auto volumes = [disks = disks_] { return disks->volumes(); };
     server_ =
         std::make_shared<PaneServer>(loop_, makeTarget, PaneServer::Options{volumes, options_.sendTimeout});
-    return {};
 }
 
 // Every verb that an alert may offer has its handler here.
@@ -249,27 +281,8 @@ void LocalDaemon::makeRestores() {
         state->endRestore(failures);
     };
     options.refusal = [disks = disks_](const std::string& target) { return disks->refusalFor(target); };
-    options.onWait = [alerts = state_->alerts()](const std::string& reason) {
-        if (reason.empty())
-            return alerts->withdraw(restorestatus::waitAlert);
-        alerts->raise({.kind = restorestatus::waitAlert,
-                       .severity = "warning",
-                       .title = "A restore is delayed.",
-                       .body = reason});
-    };
     options.onRefusal = [state = state_](const std::string& reason) { state->refuseRestore(reason); };
-    options.onUnkept = [alerts = state_->alerts()](const std::string& reason) {
-        alerts->raise({.kind = unkeptAlert,
-                       .severity = "warning",
-                       .title = "Restores end with the backup daemon.",
-                       .body = reason + ". They are done now; a restart does not go on with them."});
-    };
-    options.onDamagedJournal = [alerts = state_->alerts()](const std::string& reason) {
-        alerts->raise({.kind = "restore_jobs_damaged",
-                       .severity = "error",
-                       .title = "Restores that waited may be lost.",
-                       .body = reason});
-    };
+    addAlerts(options, state_->alerts());
     restores_ = std::make_shared<RestoreQueue>(std::move(options));
 }
 

@@ -67,6 +67,8 @@ private:
     [[nodiscard]] std::shared_ptr<const AlertActions> makeAlertActions() const;
     [[nodiscard]] WorkFailed workFailed() const;
     void makeRestores();
+    void makeServer();
+    void connectListeners();
     void refresh();
     [[nodiscard]] std::vector<std::string> mountsInSelection() const;
 

@@ -117,6 +117,22 @@ void transfer(Stream& stream, Item& item) {
     stream.number(item.mode);
 }
 
+Snapshot snapshotFrom(Reader& reader) {
+    Snapshot snapshot;
+    std::uint8_t kind = 0;
+    snapshot.id = reader.text();
+    reader.number(snapshot.time);
+    reader.number(kind);
+    reader.number(snapshot.sequence);
+    snapshot.isPartial = kind == partialWithoutPaths || kind == partialWithPaths;
+    std::uint32_t lackCount = 0;
+    if (kind == partialWithPaths || kind == completeWithPaths)
+        reader.number(lackCount);
+    for (; lackCount > 0 && reader.isWhole(); --lackCount)
+        snapshot.lacks.emplace_back(reader.text());
+    return snapshot;
+}
+
 } // namespace
 
 std::vector<std::uint8_t> BackupIndex::encoded() const {
@@ -160,20 +176,8 @@ std::optional<BackupIndex> BackupIndex::decoded(std::span<const std::uint8_t> by
     reader.number(snapshotCount);
     for (; snapshotCount > 0 && reader.isWhole(); --snapshotCount) {
         std::uint32_t number = 0;
-        Snapshot snapshot;
-        std::uint8_t kind = 0;
         reader.number(number);
-        snapshot.id = reader.text();
-        reader.number(snapshot.time);
-        reader.number(kind);
-        reader.number(snapshot.sequence);
-        snapshot.isPartial = kind == partialWithoutPaths || kind == partialWithPaths;
-        std::uint32_t lackCount = 0;
-        if (kind == partialWithPaths || kind == completeWithPaths)
-            reader.number(lackCount);
-        for (; lackCount > 0 && reader.isWhole(); --lackCount)
-            snapshot.lacks.emplace_back(reader.text());
-        index.snapshots_[number] = snapshot;
+        index.snapshots_[number] = snapshotFrom(reader);
     }
     while (reader.left() > 0 && reader.isWhole()) {
         Item item;

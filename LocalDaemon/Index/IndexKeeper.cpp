@@ -61,16 +61,20 @@ void IndexKeeper::setAlerts(Alerts alerts) {
     reportDisappearances();
 }
 
+Repository::Making IndexKeeper::makingFor(bool mayMake, bool hasOneBeenThere) const {
+    if (!mayMake)
+        return Repository::Making::Never;
+    if (mayMakeAnyway_)
+        return Repository::Making::Always;
+    return hasOneBeenThere ? Repository::Making::Never : Repository::Making::UnlessDiskIsAway;
+}
+
 ResticOutcome IndexKeeper::synchronize(bool mayMake, const StopSignal& stop) {
     isCurrent_ = false;
     const RepositoryPlace& place = repository_.restic().place();
     const KnownRepositories known(place.passwordFile);
-    using Making = Repository::Making;
     const bool hasOneBeenThere = !index_->repositoryId().empty() || known.knows(place.location);
-    const Making making = mayMake && mayMakeAnyway_     ? Making::Always
-                          : mayMake && !hasOneBeenThere ? Making::UnlessDiskIsAway
-                                                        : Making::Never;
-    const Repository::Opening opening = repository_.open(making, stop);
+    const Repository::Opening opening = repository_.open(makingFor(mayMake, hasOneBeenThere), stop);
     if (opening.wasKeyMade)
         onKeyMade_();
     if (!opening.outcome.succeeded())

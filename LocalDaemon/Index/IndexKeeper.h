@@ -93,6 +93,7 @@ private:
     [[nodiscard]] ResticOutcome takeBackVanished(const StopSignal& stop);
     void takeLate(Repository::Contents& contents, const Made& made) const;
     [[nodiscard]] std::uint64_t nextSequence() const;
+    [[nodiscard]] Repository::Making makingFor(bool mayMake, bool hasOneBeenThere) const;
     void useRepository(const std::string& id);
     [[nodiscard]] Repository::Listing snapshots(const StopSignal& stop) const;
     [[nodiscard]] Repository::Listing withKnown(Repository::Listing listing) const;

@@ -264,15 +264,9 @@ void Restic::removeCache() const {
     logWarning("Damaged cache removed: %@%@", place_.cacheFolder, error ? ": " + error.message() : "");
 }
 
-ChildOutcome Restic::runOnce(const Call& call, bool takesLock, const StopSignal& stop) const {
-    ChildCommand command{.arguments = {place_.program},
-                         .environment = environment_,
-                         .withheldVariables = "RESTIC_", // a person's own for other repositories
-                         .hasLowerPriority = call.hasLowerPriority,
-                         .ignoresReadOnlyModes = call.ignoresReadOnlyModes};
-    command.arguments.insert(command.arguments.end(), call.arguments.begin(), call.arguments.end());
-    if (!takesLock)
-        command.arguments.emplace_back(noLock);
+namespace {
+
+ChildSupervision supervisionOf(const Restic::Call& call) {
     ChildSupervision supervision{.input = call.input,
                                  .onLine = call.onLine,
                                  .onErrorLine = call.onErrorLine,
@@ -287,6 +281,21 @@ ChildOutcome Restic::runOnce(const Call& call, bool takesLock, const StopSignal&
         supervision.isTrouble = tellsOfRefusedLock;
         supervision.stallTimeoutInTrouble = std::chrono::milliseconds(0);
     }
+    return supervision;
+}
+
+} // namespace
+
+ChildOutcome Restic::runOnce(const Call& call, bool takesLock, const StopSignal& stop) const {
+    ChildCommand command{.arguments = {place_.program},
+                         .environment = environment_,
+                         .withheldVariables = "RESTIC_", // a person's own for other repositories
+                         .hasLowerPriority = call.hasLowerPriority,
+                         .ignoresReadOnlyModes = call.ignoresReadOnlyModes};
+    command.arguments.insert(command.arguments.end(), call.arguments.begin(), call.arguments.end());
+    if (!takesLock)
+        command.arguments.emplace_back(noLock);
+    ChildSupervision supervision = supervisionOf(call);
     auto lastCheck = std::chrono::steady_clock::now();
     supervision.onTick = [&, folder = localFolderOf(place_.location)](pid_t restic) -> ChildTick {
         if (!call.onTick())

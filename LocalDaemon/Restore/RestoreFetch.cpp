@@ -134,14 +134,7 @@ RestoreFetch::Try RestoreFetch::fetchFrom(std::uint32_t number, const SnapshotPa
         if (!staging.merge(callFolder, whole))
             return {"what has come out of the backup cannot be moved: " + errorText()};
     }
-    std::map<std::string, std::set<std::string>> listed;
-    addFileErrors(here, *tools_.index, said, [&](const std::string& folder) {
-        if (!listed.contains(folder) && listed.size() < mostFoldersListed)
-            listed[folder] = specialFilesIn(snapshot->id, folder);
-        return listed.contains(folder) ? listed[folder] : std::set<std::string>();
-    });
-    if (said.size() >= mostErrorBytes)
-        here.below["/"] = "restic met more errors than can be looked through";
+    addErrorsOf(snapshot->id, said, here);
     // The newest version of such a file is in another snapshot, and may be whole there.
     std::erase_if(here.items, [&](const auto& error) {
         const BackupIndex::Item* const item = tools_.index->find(error.first);
@@ -150,6 +143,18 @@ RestoreFetch::Try RestoreFetch::fetchFrom(std::uint32_t number, const SnapshotPa
     errors.items.merge(here.items);
     errors.below.merge(here.below);
     return {};
+}
+
+void RestoreFetch::addErrorsOf(const std::string& snapshot, const std::string& said,
+                               FileErrors& errors) const {
+    std::map<std::string, std::set<std::string>> listed;
+    addFileErrors(errors, *tools_.index, said, [&](const std::string& folder) {
+        if (!listed.contains(folder) && listed.size() < mostFoldersListed)
+            listed[folder] = specialFilesIn(snapshot, folder);
+        return listed.contains(folder) ? listed[folder] : std::set<std::string>();
+    });
+    if (said.size() >= mostErrorBytes)
+        errors.below["/"] = "restic met more errors than can be looked through";
 }
 
 RestoreFetch::Try RestoreFetch::callRestic(std::vector<std::string> arguments, const std::string& staging,

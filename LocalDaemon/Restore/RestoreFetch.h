@@ -55,6 +55,8 @@ private:
     [[nodiscard]] Damage lostContents() const;
     [[nodiscard]] Try callRestic(std::vector<std::string> arguments, const std::string& staging,
                                  std::string& errors) const;
+    // What restic has said of files while it restored from the snapshot.
+    void addErrorsOf(const std::string& snapshot, const std::string& said, FileErrors& errors) const;
     [[nodiscard]] std::set<std::string> specialFilesIn(const std::string& snapshot,
                                                        const std::string& folder) const;
     // After the locks of the dead have been taken away.

@@ -180,16 +180,7 @@ void FolderScan::relist(Folder& folder) {
     const FolderContents contents = contentsOf(path);
     if (stopping_)
         return;
-    folder.isReadable = contents.error == 0;
-    if (folder.isWatched && folder.isReadable && !isRemote(typeOfMountAround(path)))
-        unwatched_.erase(&folder);
-    else
-        unwatched_.insert(&folder);
-
-    if (contents.lossyLinks.empty())
-        lossyLinks_.erase(&folder);
-    else
-        lossyLinks_[&folder] = contents.lossyLinks;
+    noteListing(folder, path, contents);
     const FolderCounts before = folder.own;
     const bool wasListed = folder.isListed;
     const FolderTree::Difference difference = tree_->update(folder, contents);
@@ -207,6 +198,18 @@ void FolderScan::relist(Folder& folder) {
             markChanged(*subfolder);
     const auto end = Clock::now();
     folder.notBefore = end + restAfterListing * (end - begin);
+}
+
+void FolderScan::noteListing(Folder& folder, const std::string& path, const FolderContents& contents) {
+    folder.isReadable = contents.error == 0;
+    if (folder.isWatched && folder.isReadable && !isRemote(typeOfMountAround(path)))
+        unwatched_.erase(&folder);
+    else
+        unwatched_.insert(&folder);
+    if (contents.lossyLinks.empty())
+        lossyLinks_.erase(&folder);
+    else
+        lossyLinks_[&folder] = contents.lossyLinks;
 }
 
 void FolderScan::watch(Folder& folder, const std::string& path) {

@@ -93,7 +93,11 @@ private:
     void drop(Folder& folder);
     void lookAgainAt(const std::string& path);
     void relist(Folder& folder);
+    void noteListing(Folder& folder, const std::string& path, const FolderContents& contents);
     [[nodiscard]] FolderContents contentsOf(const std::string& path) const;
+    // `saved` is what the index holds of the entry, in the folder `around`.
+    [[nodiscard]] bool isPending(const FolderEntry& entry, const BackupIndex::Item* saved,
+                                 const BackupIndex::Item* around) const;
     [[nodiscard]] bool isInLastSnapshot(const BackupIndex::Item* saved, std::string_view path) const;
     [[nodiscard]] std::uint64_t savedIn(const BackupIndex::Item& folder) const;
     [[nodiscard]] std::string mountOver(const std::string& path) const;

@@ -60,12 +60,7 @@ FolderContents FolderScan::contentsOf(const std::string& path) const {
                 return passage != Passage::Refused && mounts->contains(entry) ? Passage::MountPoint : passage;
             return rule->isIn() ? Passage::AnyFileSystem : Passage::Refused;
         },
-        [&](const FolderEntry& each) {
-            const BackupIndex::Item* const item = savedEntry(each.name);
-            return !item || isLeftOut || wasDeleted(*index_, *saved, *item) ||
-                   !isUnchanged(*item, each.kind, each.size, each.modified, each.changed) ||
-                   index_->isDamaged(*item);
-        });
+        [&](const FolderEntry& each) { return isPending(each, savedEntry(each.name), saved) || isLeftOut; });
     // What holds something is saved with that, and where all begins there is nothing to lose. One that cannot
     // be read may hold anything.
     if (!tree_->roots().contains(path) && contents.error != ENOENT && passage != Passage::Refused &&
@@ -82,6 +77,13 @@ FolderContents FolderScan::contentsOf(const std::string& path) const {
                             contents.changed))
         ++contents.own.otherWaiting;
     return contents;
+}
+
+bool FolderScan::isPending(const FolderEntry& entry, const BackupIndex::Item* saved,
+                           const BackupIndex::Item* around) const {
+    return !saved || wasDeleted(*index_, *around, *saved) ||
+           !isUnchanged(*saved, entry.kind, entry.size, entry.modified, entry.changed) ||
+           index_->isDamaged(*saved);
 }
 
 // The mount point that hides the folder, less what is selected by itself; empty: none.

@@ -213,7 +213,7 @@ RestoreJournal::Ended RestoreJournal::Ended::with(const std::vector<RestoreFailu
 std::size_t RestoreJournal::Ended::bytes() const {
     std::size_t bytes = 0;
     for (const std::string& line : failures)
-        bytes += sizeof line + line.size();
+        bytes += sizeof(std::string) + line.size();
     return bytes;
 }
 
