@@ -57,8 +57,10 @@ void ScreenshotRun::showNext() {
         return finished_(0);
     const std::string tab = tabs_.back();
     tabs_.pop_back();
-    if (Pane* const pane = life_.pane())
-        pane->selectTab(tab);
+    if (Pane* const pane = life_.pane(); pane != nullptr && !pane->selectTab(tab)) {
+        std::cerr << "kelvane-settings: the pane no longer has a tab \"" << tab << "\"; no picture of it\n";
+        return showNext();
+    }
     painted_ = std::make_unique<AfterPaint>(window_, loop_, [this, tab] { take(tab); });
 }
 

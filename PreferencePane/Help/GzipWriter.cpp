@@ -23,14 +23,14 @@ gzFile openNew(const std::string& path) {
     ::unlink(path.c_str());
     const int file =
         ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, privateFileMode);
-    const gzFile output = file >= 0 ? ::gzdopen(file, "w") : nullptr;
+    gzFile_s* const output = file >= 0 ? ::gzdopen(file, "w") : nullptr;
     if (output == nullptr && file >= 0)
         ::close(file);
     return output;
 }
 
 bool writeCompressed(const std::string& path, const Data& bytes) {
-    const gzFile output = openNew(path);
+    gzFile_s* const output = openNew(path);
     if (output == nullptr)
         return false;
     const int written = ::gzwrite(output, bytes.data(), static_cast<unsigned>(bytes.size()));
