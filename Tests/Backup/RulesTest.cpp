@@ -37,8 +37,7 @@ TEST_F(VisibleFilesTest, AreInOrderWhateverTheyAreCalled) {
     for (const std::string& name : Names{"b", "A", "c\nd", "\xC3\xA9", "\xFF.txt", ".dotted", longest})
         folder.write("in/" + name, "");
     EXPECT_EQ(list("/Volumes/USB/in"), (Names{"in/A", "in/b", "in/c\nd", "in/" + longest, "in/\xC3\xA9",
-                                              "in/\xEF\xBF\xBD"
-                                              "FF.txt"}));
+                                              "in/\xEF\xBF\xBD" + std::string("FF.txt")}));
 }
 
 TEST_F(VisibleFilesTest, AreNotTheNamesOfTheHiddenListOnceTheRootHasBeenListed) {

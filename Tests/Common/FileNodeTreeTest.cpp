@@ -273,7 +273,7 @@ TEST(FileNodeSelection, FollowsItsLawsOnRandomTrees) {
         }
         const FileNodeList nodes = everythingFrom(root);
         for (int i = 0; i < 30; ++i) {
-            const FileNodeRef ticked = nodes[random() % nodes.size()];
+            const FileNodeRef& ticked = nodes[random() % nodes.size()];
             const bool isOn = random() % 3 != 0;
             States expected = statesOf(nodes);
             tick(expected, ticked, isOn);

@@ -12,8 +12,9 @@ namespace {
 // A process that runs until it is killed.
 pid_t waitingProcess() {
     const pid_t child = ::fork();
-    while (child == 0)
-        ::pause();
+    if (child == 0)
+        for (;;)
+            ::pause();
     return child;
 }
 
