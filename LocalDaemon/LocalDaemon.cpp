@@ -84,6 +84,7 @@ std::string LocalDaemon::start() {
     // Before anybody can change the rules.
     FolderScan::Options scan = options_.scan;
     scan.failed = workFailed();
+    scan.mounts = [fileSystem = options_.fileSystem] { return fileSystem->mounts(); };
     scan_.emplace(
         state_->rules(), state_->index(), tree_,
         [state = state_](const ScanReport& report) { state->takeReport(report); }, scan);
@@ -189,8 +190,8 @@ std::string LocalDaemon::makeWorld() {
     if (loading.alert)
         state_->alerts()->raise(*loading.alert);
     state_->checkSelection();
-    mounts_ = mountsInSelection();
     disks_ = std::make_shared<KnownDisks>(state_, options_.fileSystem);
+    mounts_ = disks_->selection().mountsOfScan();
     disks_->note(*volumes_);
     disks_->lookForAbsent();
     tree_ = std::make_shared<FolderTree>();
@@ -292,20 +293,12 @@ void LocalDaemon::refresh() {
     disks_->lookForAbsent();
     // What is mounted over a watched folder is not told as a change of it.
     const auto volumes = options_.fileSystem->volumes();
-    const std::vector<std::string> mounts = mountsInSelection();
+    const std::set<std::string> mounts = disks_->selection().mountsOfScan();
     const bool haveSameMounts = std::exchange(mounts_, mounts) == mounts;
     if (haveSamePlaces(*std::exchange(volumes_, volumes), *volumes) && haveSameMounts)
         return;
     disks_->note(*volumes);
     scan_->lookAtEverything();
-}
-
-std::vector<std::string> LocalDaemon::mountsInSelection() const {
-    std::vector<std::string> mounts;
-    for (const std::string& root : scanRoots(*state_->rules()))
-        std::ranges::move(options_.fileSystem->mountsBelow(root), std::back_inserter(mounts));
-    std::ranges::sort(mounts);
-    return mounts;
 }
 
 } // namespace kelvane

@@ -16,6 +16,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 
 namespace kelvane {
@@ -70,7 +71,6 @@ private:
     void makeServer();
     void connectListeners();
     void refresh();
-    [[nodiscard]] std::vector<std::string> mountsInSelection() const;
 
     const Options options_;
     const std::shared_ptr<MainLoop> loop_;
@@ -89,7 +89,7 @@ private:
     std::shared_ptr<PaneServer> server_;
     std::optional<FolderScan> scan_;
     std::shared_ptr<const Volumes> volumes_; // that the scan has seen
-    std::vector<std::string> mounts_;        // likewise, sorted; in the selected folders
+    std::set<std::string> mounts_;           // likewise; those that the scan has to do with
     Timer refresh_;
 };
 

@@ -147,22 +147,13 @@ std::optional<std::string> LocalFileSystem::mountPoint(const std::string& path) 
     return statusOf(realPath(path), 0) ? known->mountPointOf(path) : std::nullopt;
 }
 
-bool LocalFileSystem::isMountRoot(const std::string& path) const {
-    const std::optional<std::string> real = realPath(path);
-    struct statx status {};
-    return real &&
-           ::statx(AT_FDCWD, real->c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC,
-                   STATX_TYPE, &status) == 0 &&
-           (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+std::shared_ptr<const MountPoints> LocalFileSystem::mounts() const {
+    return currentMountPoints();
 }
 
 bool LocalFileSystem::isSilent(const std::string& path, std::chrono::milliseconds silence) const {
     const std::optional<std::string> real = realPath(path);
     return real && !silentMountAround(*real, silence).empty();
-}
-
-std::vector<std::string> LocalFileSystem::mountsBelow(const std::string& path) const {
-    return mountPointsBelow(path);
 }
 
 std::string LocalFileSystem::fileSystemId(const std::string& mountPoint) const {

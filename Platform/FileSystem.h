@@ -59,12 +59,8 @@ public:
     [[nodiscard]] virtual FolderListing list(const std::string& path, std::size_t limit) const = 0;
     // The mount point of what is there, as `Volumes` names it; none when there is nothing.
     [[nodiscard]] virtual std::optional<std::string> mountPoint(const std::string& path) const = 0;
-    // Whether a file system, or a part of one, is mounted at exactly this path; false where the system does
-    // not say. Mounts nothing by asking.
-    [[nodiscard]] virtual bool isMountRoot(const std::string& path) const = 0;
-
-    // Where something is mounted below a folder, a part of the same file system too. Asks no mount.
-    [[nodiscard]] virtual std::vector<std::string> mountsBelow(const std::string& path) const = 0;
+    // What is mounted, parts of a file system too. Never null. Asks no mount, and mounts nothing.
+    [[nodiscard]] virtual std::shared_ptr<const MountPoints> mounts() const = 0;
     // Whether the path is in a remote file system that has not answered for that long.
     [[nodiscard]] virtual bool isSilent(const std::string& /*path*/,
                                         std::chrono::milliseconds /*silence*/) const {
@@ -97,8 +93,7 @@ public:
     [[nodiscard]] bool isReadable(const std::string& path) const override;
     [[nodiscard]] FolderListing list(const std::string& path, std::size_t limit) const override;
     [[nodiscard]] std::optional<std::string> mountPoint(const std::string& path) const override;
-    [[nodiscard]] bool isMountRoot(const std::string& path) const override;
-    [[nodiscard]] std::vector<std::string> mountsBelow(const std::string& path) const override;
+    [[nodiscard]] std::shared_ptr<const MountPoints> mounts() const override;
     [[nodiscard]] bool isSilent(const std::string& path, std::chrono::milliseconds silence) const override;
     [[nodiscard]] std::string fileSystemId(const std::string& mountPoint) const override;
 

@@ -14,6 +14,7 @@
 #include <linux/fs.h>
 #include <optional>
 #include <poll.h>
+#include <set>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
@@ -46,6 +47,8 @@ constexpr std::chrono::milliseconds answerStep(2);
 constexpr std::chrono::seconds answerHolds(1);
 
 struct Mount {
+    std::string_view id;
+    std::string_view parent; // the id of the mount that the mount point is in
     std::string_view device; // "major:minor"
     std::string_view root;   // what of the file system is mounted, with its blanks escaped
     std::string mountPoint;
@@ -81,8 +84,8 @@ std::string decoded(std::string_view field) {
 // id, parent, device, root, mount point, options, any number of tags, "-", type, and more.
 std::optional<Mount> mountInLine(std::string_view line) {
     Mount mount;
-    takeUntil(line, ' ');
-    takeUntil(line, ' ');
+    mount.id = takeUntil(line, ' ');
+    mount.parent = takeUntil(line, ' ');
     mount.device = takeUntil(line, ' ');
     mount.root = takeUntil(line, ' ');
     mount.mountPoint = decoded(takeUntil(line, ' '));
@@ -130,6 +133,36 @@ void forEachMount(std::string_view mountTable, Visit visit) {
         if (const std::optional<Mount> mount = mountInLine(takeUntil(mountTable, '\n')))
             visit(*mount);
 }
+
+// A mount at or above another's mount point, and in the same mount as that, hides it.
+class HiddenMounts {
+public:
+    explicit HiddenMounts(const std::vector<Mount>& mounts) {
+        for (const Mount& mount : mounts) {
+            byId_.emplace(mount.id, &mount);
+            if (mount.parent != mount.id)
+                places_.emplace(mount.parent, mount.mountPoint);
+        }
+    }
+
+    [[nodiscard]] bool holds(const Mount& mount) const {
+        if (places_.contains(Place(mount.id, mount.mountPoint)))
+            return true; // another one is mounted upon it
+        for (std::string_view at = mount.mountPoint; at.size() > 1;) {
+            at = at.substr(0, std::max<std::size_t>(at.rfind('/'), 1));
+            if (places_.contains(Place(mount.parent, at)))
+                return true;
+        }
+        const auto parent = byId_.find(mount.parent);
+        return parent != byId_.end() && parent->second != &mount && holds(*parent->second);
+    }
+
+private:
+    using Place = std::pair<std::string_view, std::string_view>; // a mount's id and a mount point in it
+
+    std::map<std::string_view, const Mount*> byId_;
+    std::set<Place> places_;
+};
 
 bool isBlockDevice(const std::string& path) {
     struct stat status {};
@@ -217,13 +250,14 @@ bool isMountRoot(int folder, const char* name) {
            (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
 }
 
-std::vector<std::string> mountPointsBelow(std::string_view folder) {
-    std::vector<std::string> points;
-    const std::string inside = std::string(folder == "/" ? "" : folder) + '/';
-    forEachMount(currentMountTable(), [&](const Mount& mount) {
-        if (mount.mountPoint.starts_with(inside))
-            points.push_back(mount.mountPoint);
-    });
+MountPoints mountPointsInTable(std::string_view mountTable) {
+    std::vector<Mount> mounts;
+    forEachMount(mountTable, [&](const Mount& mount) { mounts.push_back(mount); });
+    const HiddenMounts hidden(mounts);
+    MountPoints points;
+    for (const Mount& mount : mounts)
+        if (!hidden.holds(mount))
+            points[mount.mountPoint] = mount.type;
     return points;
 }
 
@@ -267,13 +301,8 @@ std::shared_ptr<const MountPoints> currentMountPoints() {
     static std::shared_ptr<const MountPoints> points;
     const std::scoped_lock guard(mutex);
     const bool haveChanged = changes.take();
-    if (!points || haveChanged) {
-        MountPoints found;
-        forEachMount(currentMountTable(), [&](const Mount& mount) {
-            found[mount.mountPoint] = mount.type; // the last one hides those before it
-        });
-        points = std::make_shared<const MountPoints>(std::move(found));
-    }
+    if (!points || haveChanged)
+        points = std::make_shared<const MountPoints>(mountPointsInTable(currentMountTable()));
     return points;
 }
 

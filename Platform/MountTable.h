@@ -26,11 +26,11 @@ namespace kelvane {
 // say.
 [[nodiscard]] bool isMountRoot(int folder, const char* name);
 
-// The mount points below the folder, in no order.
-[[nodiscard]] std::vector<std::string> mountPointsBelow(std::string_view folder);
-
 // The types of what is mounted, by mount point.
 using MountPoints = std::map<std::string, std::string, std::less<>>;
+
+// What a text in the form of /proc/self/mountinfo tells of, except for what other mounts hide.
+[[nodiscard]] MountPoints mountPointsInTable(std::string_view mountTable);
 
 // What is mounted now, read again when a mount has changed since it was last asked for. Asks no mount. Any
 // thread.

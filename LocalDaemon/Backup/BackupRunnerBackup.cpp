@@ -136,14 +136,14 @@ ResticOutcome BackupRunner::backUpEverything(const StopSignal& stop) {
 }
 
 std::vector<std::string> BackupRunner::filesToComeLast(const StopSignal& stop) const {
-    const auto rules = state_->rules();
+    const MountedSelection selection = disks_->selection();
     const IndexKeeper::Index index = keeper_->index();
     std::vector<std::string> files;
     if (state_->totals().pending.bytes >= options_.largeFile)
-        files = largeFilesWaiting(*rules, *index, options_.largeFile, stop.flag());
+        files = largeFilesWaiting(selection, *index, options_.largeFile, stop.flag());
     reportLarge(files);
     for (std::string& path : uncertainFiles(*index))
-        if (verdictFor(*rules, path).isIn() && std::ranges::find(files, path) == files.end())
+        if (selection.verdictFor(path).isIn() && std::ranges::find(files, path) == files.end())
             files.push_back(std::move(path));
     files.resize(std::min(files.size(), BackupRun::mostLeftOut)); // of the others the next backup takes some
     return files;
@@ -165,7 +165,7 @@ ResticOutcome BackupRunner::backUp(const Part& part, const StopSignal& stop) {
     IndexKeeper::Made made;
     made.began = waitForLaterTimes(); // what is renamed from here on may be missed by its new name too
     BackupRun::Wanted wanted;
-    wanted.targets = backupTargets(*state_->rules(), part.path, stop.flag());
+    wanted.targets = backupTargets(disks_->selection(), part.path, stop.flag());
     wanted.leftOut = part.leftOut;
     std::erase_if(wanted.targets.paths, [&](const std::string& path) {
         return std::ranges::find(part.leftOut, path) != part.leftOut.end();

@@ -22,7 +22,7 @@ bool isWaiting(const BackupIndex& index, const std::string& path, const struct s
 
 } // namespace
 
-std::vector<std::string> largeFilesWaiting(const BackupRules& rules, const BackupIndex& index,
+std::vector<std::string> largeFilesWaiting(const MountedSelection& selection, const BackupIndex& index,
                                            std::uint64_t size, const std::atomic<bool>& stopping) {
     std::vector<std::string> found;
     struct stat status {};
@@ -33,7 +33,7 @@ std::vector<std::string> largeFilesWaiting(const BackupRules& rules, const Backu
             isWaiting(index, path, status))
             found.push_back(path);
     };
-    const BackupTargets targets = backupTargets(rules, "/", stopping);
+    const BackupTargets targets = backupTargets(selection, "/", stopping);
     for (const std::string& target : targets.paths) {
         take(target);
         if (!S_ISDIR(status.st_mode))

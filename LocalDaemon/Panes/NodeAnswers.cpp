@@ -38,7 +38,7 @@ public:
         : state_(*answers.state_),
           fileSystem_(*answers.fileSystem_),
           tree_(*answers.tree_),
-          rules_(state_.rules()),
+          selection_(answers.disks_->selection()),
           index_(state_.index()),
           entrance_(answers.disks_->entrance()) {}
 
@@ -70,7 +70,7 @@ public:
         return item && item->snapshot != 0 ? std::optional(missingFile(path, *item)) : std::nullopt;
     }
     [[nodiscard]] const Volumes& volumes() const { return entrance_.volumes(); }
-    [[nodiscard]] const BackupRules& rules() const { return *rules_; }
+    [[nodiscard]] const BackupRules& rules() const { return selection_.rules(); }
 
     // Of all that is in the folder, on the disk and in the backup.
     [[nodiscard]] std::set<std::string> namesIn(const File& folder) const {
@@ -97,7 +97,7 @@ public:
     [[nodiscard]] NodeLook lookOf(const File& file, const BackupStanding& standing) {
         const Verdict verdict = verdictOf(file);
         const bool isPartial =
-            file.attributes.kind == Kind::Directory && kelvane::isPartial(*rules_, file.path, verdict.isIn());
+            file.attributes.kind == Kind::Directory && kelvane::isPartial(rules(), file.path, verdict.isIn());
         return kelvane::lookOf(file.path, file.attributes.kind, verdict, isPartial, standing);
     }
     [[nodiscard]] std::int32_t colorOf(const File& file) { return lookOf(file, standingOf(file)).color; }
@@ -143,7 +143,7 @@ private:
     // The mount that the path is in, when that does not answer; else empty.
     [[nodiscard]] std::string silentMountOver(const std::string& path) {
         const auto mount = mountOf(path);
-        if (mount == mounts_->end() || !isRemote(mount->second))
+        if (mount == selection_.mounts().end() || !isRemote(mount->second))
             return {};
         const auto [known, isNew] = answers_.try_emplace(mount->first, false);
         if (isNew)
@@ -189,34 +189,31 @@ private:
             item.kind == ItemKind::Folder ? index_->snapshot(item.snapshot) : nullptr;
         return dateFromTime(snapshot ? snapshot->time : item.backedUp);
     }
-    [[nodiscard]] Verdict verdictOf(const File& file) {
-        Verdict verdict = verdictFor(*rules_, file.path);
-        if (!verdict.isIn() || file.isMissing)
-            return verdict;
-        if (file.attributes.kind == Kind::Other)
+    [[nodiscard]] Verdict verdictOf(const File& file) const {
+        if (file.isMissing)
+            return verdictFor(rules(), file.path);
+        Verdict verdict = selection_.verdictFor(file.path);
+        if (verdict.isIn() && file.attributes.kind == Kind::Other)
             return {Verdict::Reason::NoFile, {}};
-        if (mountOf(file.path) != mountOf(verdict.rule))
-            return {Verdict::Reason::OtherFileSystem, verdict.rule};
         return verdict;
     }
     // Remembers those of folders: a request asks for many files of one.
     [[nodiscard]] MountPoints::const_iterator mountOf(std::string_view path) {
-        if (const auto mount = mounts_->find(path); mount != mounts_->end())
+        if (const auto mount = selection_.mounts().find(path); mount != selection_.mounts().end())
             return mount;
         const std::string_view folder = folderOf(path);
         auto known = mountsOfFolders_.find(folder);
         if (known == mountsOfFolders_.end())
-            known = mountsOfFolders_.emplace(folder, mountAround(*mounts_, folder)).first;
+            known = mountsOfFolders_.emplace(folder, mountAround(selection_.mounts(), folder)).first;
         return known->second;
     }
 
     const DaemonState& state_;
     const FileSystem& fileSystem_;
     const FolderTree& tree_;
-    const DaemonState::Rules rules_;
+    const MountedSelection selection_;
     const DaemonState::Index index_;
     PathEntrance entrance_;
-    const std::shared_ptr<const MountPoints> mounts_ = currentMountPoints();
     std::map<std::string, bool> answers_; // by mount point
     std::map<std::string, MountPoints::const_iterator, std::less<>> mountsOfFolders_;
 };

@@ -129,24 +129,6 @@ bool isPartial(const BackupRules& rules, std::string_view path, bool isIn) {
     return begin != end;
 }
 
-std::set<std::string> scanRoots(const BackupRules& rules) {
-    std::set<std::string> roots;
-    if (rules.automaticMode) {
-        // One below another is reached from there.
-        for (const std::string_view folder : automaticFolders(rules))
-            if (!rules.absentDisks.contains(folder) &&
-                (folder == "/" || !verdictFor(rules, folderOf(folder)).isIn()))
-                roots.emplace(folder);
-        return roots;
-    }
-    for (const auto& [path, mark] : rules.paths.marks) {
-        const std::string_view folder = folderOf(path);
-        if (mark == Mark::Added && (path == "/" || !verdictFor(rules, folder).isIn()))
-            roots.emplace(folder);
-    }
-    return roots;
-}
-
 std::vector<std::string> selectedPaths(const BackupRules& rules) {
     std::vector<std::string> paths;
     if (rules.automaticMode) {

@@ -79,10 +79,6 @@ struct Verdict {
 // Whether a person's rules say another thing of something below the path than of the path itself.
 [[nodiscard]] bool isPartial(const BackupRules& rules, std::string_view path, bool isIn);
 
-// The folders from which everything that is in can be reached by going down: home folder and volumes, or
-// those that hold what was added. They are not in each other's reach, though one may lie below another.
-[[nodiscard]] std::set<std::string> scanRoots(const BackupRules& rules);
-
 // The paths that a person, or the configuration, has put in; some of them may be out by another rule.
 [[nodiscard]] std::vector<std::string> selectedPaths(const BackupRules& rules);
 

@@ -18,15 +18,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// What a person has put in the backup and is not reached from a folder that is in it.
-std::vector<std::string> beginnings(const BackupRules& rules) {
-    std::vector<std::string> paths = selectedPaths(rules);
-    std::erase_if(paths, [&](const std::string& path) {
-        return !verdictFor(rules, path).isIn() || (path != "/" && verdictFor(rules, folderOf(path)).isIn());
-    });
-    return paths;
-}
-
 // As lstat says it.
 struct Device {
     dev_t number = 0;
@@ -40,7 +31,8 @@ Device deviceOf(const std::string& path) {
 
 class Walk {
 public:
-    Walk(const BackupRules& rules, const std::atomic<bool>& stopping) : rules_(rules), stopping_(stopping) {}
+    Walk(const MountedSelection& selection, const std::atomic<bool>& stopping)
+        : selection_(selection), stopping_(stopping) {}
 
     // What is in of a path that is in.
     void take(const std::string& path) {
@@ -101,13 +93,14 @@ private:
     // False: some of it is out.
     bool takeEntry(const fs::directory_entry& entry, dev_t device, std::vector<std::string>& parts) {
         const std::string& path = entry.path().native();
-        const auto rule = ruleAt(rules_, path);
-        if (rule && !rule->isIn())
-            return false;
-        if (!rule && mounts_->contains(path)) {
+        const auto rule = selection_.ruleAt(path);
+        const bool isMount = rule && rule->reason == Verdict::Reason::OtherFileSystem;
+        if (isMount && !selection_.isSelectedBelow(path)) { // else its exclusion would take that out as well
             targets_.mounts.push_back(path);
             return true;
         }
+        if (rule && !rule->isIn())
+            return false;
         if (rule && isSilent(path))
             return false;
         std::error_code unknown;
@@ -146,23 +139,21 @@ private:
             targets_.unread.push_back(path);
     }
 
-    const BackupRules& rules_;
+    const MountedSelection& selection_;
     const std::atomic<bool>& stopping_;
-    const std::shared_ptr<const MountPoints> mounts_ = currentMountPoints();
     BackupTargets targets_;
 };
 
 } // namespace
 
-BackupTargets backupTargets(const BackupRules& rules, const std::string& path,
+BackupTargets backupTargets(const MountedSelection& selection, const std::string& path,
                             const std::atomic<bool>& stopping) {
-    Walk walk(rules, stopping);
-    if (verdictFor(rules, path).isIn())
+    Walk walk(selection, stopping);
+    if (selection.verdictFor(path).isIn())
         walk.take(path);
-    else
-        for (const std::string& beginning : beginnings(rules))
-            if (beginning.starts_with(withSeparator(path)))
-                walk.take(beginning);
+    for (const std::string& beginning : selection.beginnings())
+        if (beginning != path && beginning.starts_with(withSeparator(path)))
+            walk.take(beginning);
     return walk.targets();
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "LocalDaemon/Rules/BackupRules.h"
+#include "LocalDaemon/Rules/MountedSelection.h"
 
 #include <atomic>
 #include <string>
@@ -21,7 +21,7 @@ struct BackupTargets {
 // everything.
 //
 // Any thread; blocks on the disk. Ends early, with less than there is, once `stopping` is set.
-[[nodiscard]] BackupTargets backupTargets(const BackupRules& rules, const std::string& path,
+[[nodiscard]] BackupTargets backupTargets(const MountedSelection& selection, const std::string& path,
                                           const std::atomic<bool>& stopping);
 
 } // namespace kelvane

@@ -30,6 +30,8 @@ FolderScan::FolderScan(Rules rules, Index index, Tree tree, Listener listener, c
       options_(options),
       watch_(DirectoryWatch::Contents::Watched, options.mostWatches),
       rules_(std::move(rules)),
+      mounts_(options_.mounts()),
+      selection_(rules_, mounts_),
       index_(std::move(index)),
       tree_(std::move(tree)) {
     report_.index = index_;
@@ -95,6 +97,7 @@ void FolderScan::run() {
 
 void FolderScan::work() {
     takeRules();
+    takeMounts();
     takeIndex();
     if (mustLookAtEverything_.exchange(false))
         scanEverything();
@@ -129,14 +132,9 @@ void FolderScan::takeRules() {
     if (!rules)
         return;
     rules.swap(rules_);
+    selection_ = MountedSelection(rules_, mounts_);
     const bool isOtherMode = rules->automaticMode != rules_->automaticMode;
-    const std::set<std::string> roots = scanRoots(*rules_);
-    std::vector<Folder*> unwanted;
-    for (const auto& [path, root] : tree_->roots())
-        if (isOtherMode || !roots.contains(path))
-            unwanted.push_back(root.get());
-    for (Folder* root : unwanted)
-        drop(*root);
+    dropRootsBut(isOtherMode ? std::set<std::string>() : selection_.scanRoots());
     for (const std::string& path : changedRules(*rules, *rules_))
         lookAgainAt(path);
     addRoots(); // last: what was watched in another tree is not any more
@@ -144,8 +142,30 @@ void FolderScan::takeRules() {
         scanEverything();
 }
 
+void FolderScan::takeMounts() {
+    const std::shared_ptr<const MountPoints> before = std::exchange(mounts_, options_.mounts());
+    if (before == mounts_)
+        return;
+    selection_ = MountedSelection(rules_, mounts_);
+    dropRootsBut(selection_.scanRoots());
+    for (const auto& all : {before, mounts_})
+        for (const auto& [point, type] : *all)
+            if (!before->contains(point) || !mounts_->contains(point))
+                lookAgainAt(point);
+    addRoots();
+}
+
+void FolderScan::dropRootsBut(const std::set<std::string>& wanted) {
+    std::vector<Folder*> unwanted;
+    for (const auto& [path, root] : tree_->roots())
+        if (!wanted.contains(path))
+            unwanted.push_back(root.get());
+    for (Folder* root : unwanted)
+        drop(*root);
+}
+
 void FolderScan::addRoots() {
-    for (const std::string& path : scanRoots(*rules_))
+    for (const std::string& path : selection_.scanRoots())
         if (!tree_->roots().contains(path))
             dirty_.insert(&tree_->addRoot(path));
 }
@@ -156,7 +176,7 @@ void FolderScan::drop(Folder& folder) {
 
 void FolderScan::lookAgainAt(const std::string& path) {
     if (Folder* const folder = tree_->find(path);
-        folder && folder->parent && !verdictFor(*rules_, path).isIn())
+        folder && folder->parent && !selection_.verdictFor(path).isIn())
         drop(*folder);
     for (const std::string_view each : {std::string_view(path), folderOf(path)})
         if (Folder* const folder = tree_->find(each)) {
@@ -168,11 +188,6 @@ void FolderScan::lookAgainAt(const std::string& path) {
 void FolderScan::relist(Folder& folder) {
     const auto begin = Clock::now();
     const std::string path = FolderTree::pathOf(folder);
-    if (const std::string mount = mountOver(path); !mount.empty()) {
-        if (Folder* const around = tree_->find(folderOf(mount)))
-            markChanged(*around); // which leaves it out
-        return;
-    }
     if (!silentMountAround(path).empty()) // no call on it could be ended
         return static_cast<void>(unwatched_.insert(&folder));
     const bool wasWatched = folder.isWatched;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "LocalDaemon/Index/BackupIndex.h"
-#include "LocalDaemon/Rules/BackupRules.h"
+#include "LocalDaemon/Rules/MountedSelection.h"
 #include "LocalDaemon/Scan/FolderTree.h"
 #include "Platform/DirectoryWatch.h"
 #include "Support/GuardedWork.h"
@@ -14,6 +14,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
 #include <unordered_set>
@@ -59,6 +60,7 @@ public:
         std::chrono::milliseconds longestUnseen = std::chrono::hours(24);
         // Half of what the system allows the user: other programs watch folders as well.
         std::size_t mostWatches = DirectoryWatch::systemLimit() / 2;
+        std::function<std::shared_ptr<const MountPoints>()> mounts = currentMountPoints;
         WorkFailed failed = [](const std::string&) {}; // on the scan's thread
     };
 
@@ -89,6 +91,8 @@ private:
     void scanEverything();
     void takeRules();
     void takeIndex();
+    void takeMounts();
+    void dropRootsBut(const std::set<std::string>& wanted);
     void addRoots();
     void drop(Folder& folder);
     void lookAgainAt(const std::string& path);
@@ -100,7 +104,6 @@ private:
                                  const BackupIndex::Item* around) const;
     [[nodiscard]] bool isInLastSnapshot(const BackupIndex::Item* saved, std::string_view path) const;
     [[nodiscard]] std::uint64_t savedIn(const BackupIndex::Item& folder) const;
-    [[nodiscard]] std::string mountOver(const std::string& path) const;
     void watch(Folder& folder, const std::string& path);
     void lookAt(Folder& folder);
     void markChanged(Folder& folder);
@@ -131,6 +134,8 @@ private:
 
     // What follows belongs to the scan's thread.
     Rules rules_;
+    std::shared_ptr<const MountPoints> mounts_;
+    MountedSelection selection_; // of these two
     Index index_;
     const Tree tree_;
     std::unordered_set<Folder*> dirty_;     // to be listed

@@ -3,11 +3,22 @@
 #include "Foundation/CleanPath.h"
 #include "LocalDaemon/Index/LeftOut.h"
 #include "LocalDaemon/Scan/FolderScan.h"
-#include "Platform/MountTable.h"
 
 #include <algorithm>
 
 namespace kelvane {
+namespace {
+
+// Of an entry at which that rule stands, in a folder of which all else is `usual`.
+Passage passageOf(const std::optional<Verdict>& rule, Passage usual) {
+    if (!rule)
+        return usual;
+    if (rule->reason == Verdict::Reason::OtherFileSystem && usual != Passage::Refused)
+        return Passage::MountPoint;
+    return rule->isIn() ? Passage::AnyFileSystem : Passage::Refused;
+}
+
+} // namespace
 
 void FolderScan::takeIndex() {
     Index before;
@@ -39,8 +50,7 @@ void FolderScan::takeIndex() {
 }
 
 FolderContents FolderScan::contentsOf(const std::string& path) const {
-    const Passage passage = verdictFor(*rules_, path).isIn() ? Passage::WithinFileSystem : Passage::Refused;
-    const auto mounts = currentMountPoints();
+    const Passage passage = selection_.verdictFor(path).isIn() ? Passage::WithinFileSystem : Passage::Refused;
     std::string entry = withSeparator(path);
     const std::size_t length = entry.size();
     const BackupIndex::Item* const saved = index_->find(path);
@@ -55,10 +65,7 @@ FolderContents FolderScan::contentsOf(const std::string& path) const {
         path, stopping_,
         [&](std::string_view name) {
             entry.replace(length, std::string::npos, name);
-            const std::optional<Verdict> rule = ruleAt(*rules_, entry);
-            if (!rule)
-                return passage != Passage::Refused && mounts->contains(entry) ? Passage::MountPoint : passage;
-            return rule->isIn() ? Passage::AnyFileSystem : Passage::Refused;
+            return passageOf(selection_.ruleAt(entry), passage);
         },
         [&](const FolderEntry& each) { return isPending(each, savedEntry(each.name), saved) || isLeftOut; });
     // What holds something is saved with that, and where all begins there is nothing to lose. One that cannot
@@ -84,15 +91,6 @@ bool FolderScan::isPending(const FolderEntry& entry, const BackupIndex::Item* sa
     return !saved || wasDeleted(*index_, *around, *saved) ||
            !isUnchanged(*saved, entry.kind, entry.size, entry.modified, entry.changed) ||
            index_->isDamaged(*saved);
-}
-
-// The mount point that hides the folder, less what is selected by itself; empty: none.
-std::string FolderScan::mountOver(const std::string& path) const {
-    const auto mounts = currentMountPoints();
-    for (std::string_view at = path; !tree_->roots().contains(at); at = folderOf(at))
-        if (mounts->contains(at) && !ruleAt(*rules_, at))
-            return std::string(at);
-    return {};
 }
 
 // Whether the newest snapshot of the folder around it holds it as a folder.

@@ -56,7 +56,14 @@ FolderCounts FolderTree::totals() const {
 std::optional<FolderCounts> FolderTree::countsAt(std::string_view path) const {
     const std::scoped_lock guard(mutex_);
     const Folder* const folder = find(path);
-    return folder && folder->isListed ? std::optional(folder->below) : std::nullopt;
+    if (!folder || !folder->isListed)
+        return std::nullopt;
+    FolderCounts counts = folder->below;
+    const std::string inside = withSeparator(path);
+    for (auto root = roots_.upper_bound(inside); root != roots_.end() && root->first.starts_with(inside);
+         ++root)
+        counts += root->second->below; // which is in no other tree
+    return counts;
 }
 
 std::string FolderTree::pathOf(const Folder& folder) {

@@ -75,39 +75,6 @@ bool hasSavedContents(const BackupIndex& index, const std::string& path) {
                     }));
 }
 
-// What is selected by itself is backed up whatever is mounted there, and what was in the way of a mount that
-// was backed up is none of its contents. A disk that is merely known may be the one that hides it. No mount
-// is asked, for one may never answer.
-bool isCovered(const std::string& point, const Settings& settings, const BackupRules& rules,
-               const BackupIndex& index) {
-    return hasSavedContents(index, point) && !settings.mounts.contains(point) && !ruleAt(rules, point) &&
-           verdictFor(rules, folderOf(point)).isIn();
-}
-
-// Where what is selected is mounted; asks for each folder once.
-class MountPointSearch {
-public:
-    explicit MountPointSearch(const FileSystem& fileSystem) : fileSystem_(fileSystem) {}
-
-    std::string pointOf(const std::string& path) {
-        std::vector<std::string> passed;
-        std::string at = path;
-        while (at != "/" && !known_.contains(at) && !fileSystem_.isMountRoot(at)) {
-            passed.push_back(at);
-            at = folderOf(at);
-        }
-        const std::string point = known_.contains(at) ? known_[at] : at;
-        known_[at] = point;
-        for (const std::string& each : passed)
-            known_[each] = point;
-        return point;
-    }
-
-private:
-    const FileSystem& fileSystem_;
-    std::map<std::string, std::string, std::less<>> known_; // mount points by folder
-};
-
 // Nothing may be asked of it now. A server that wakes up is not away.
 bool isSilent(const std::string& path, const FileSystem& fileSystem) {
     return fileSystem.isSilent(path, std::chrono::milliseconds(1));
@@ -126,44 +93,107 @@ bool isSameFolder(const std::string& point, const std::string& around, const Fil
            (folder == "/" ? "" : folder) + textFromPath(below) + outer.substr(blank);
 }
 
-// A mount at what is selected or above it, which was not there when that was backed up.
-void addCoveredSelection(Absences& absences, std::set<std::string, std::less<>>& away,
-                         const Settings& settings, const BackupRules& rules, const BackupIndex& index,
-                         const FileSystem& fileSystem) {
-    MountPointSearch search(fileSystem);
-    for (const std::string& path : selectedPaths(rules)) {
-        const auto before = settings.mountPoints.find(path);
-        if (before == settings.mountPoints.end() || !isInBackup(index, path) ||
-            !nearestOf(away, path).empty() || isSilent(path, fileSystem))
-            continue;
-        const std::string point = search.pointOf(path);
-        if (point.size() <= before->second.size() || settings.mounts.contains(point) ||
-            isSameFolder(point, before->second, fileSystem))
-            continue;
-        away.insert(point);
-        absences[point] = Absence::Covered;
+// Compares what was mounted for the last backup with what is mounted now.
+class AbsenceSearch {
+public:
+    AbsenceSearch(const Settings& settings, BackupRules rules, const BackupIndex& index,
+                  const FileSystem& fileSystem)
+        : settings_(settings),
+          selection_(withoutAbsences(std::move(rules)), fileSystem.mounts()),
+          rules_(selection_.rules()),
+          index_(index),
+          fileSystem_(fileSystem) {}
+
+    Absences absences() {
+        for (const auto& [point, id] : settings_.mounts)
+            if (isInBackup(index_, point))
+                addMount(point, id);
+        addDisks();
+        addFolders();
+        addCovered();
+        return std::move(absences_);
     }
-}
 
-void addCovered(Absences& absences, const Settings& settings, BackupRules rules, const BackupIndex& index,
-                const FileSystem& fileSystem) {
-    rules.absentDisks.clear(); // which is what was found the last time
-    std::set<std::string, std::less<>> away;
-    for (const auto& [path, absence] : absences)
-        away.insert(path);
-    addCoveredSelection(absences, away, settings, rules, index, fileSystem);
-    const std::vector<std::string> mounts = fileSystem.mountsBelow("/");
-    for (const std::string& point : std::set(mounts.begin(), mounts.end())) // folders come first
-        if (nearestOf(away, point).empty() && isCovered(point, settings, rules, index)) {
-            away.insert(point);
-            absences[point] = Absence::Covered;
+private:
+    static std::shared_ptr<const BackupRules> withoutAbsences(BackupRules rules) {
+        rules.absentDisks.clear(); // which is what was found the last time
+        return std::make_shared<BackupRules>(std::move(rules));
+    }
+
+    // One from which the last backup was made.
+    void addMount(const std::string& point, const std::string& id) {
+        if (!selection_.mounts().contains(point))
+            absences_[point] = Absence::NotMounted;
+        else if (isSilent(point, fileSystem_))
+            addSilent(point);
+        else if (isEmpty(point, rules_, fileSystem_))
+            absences_[point] = Absence::Empty;
+        else if (isAnother(id, fileSystem_.fileSystemId(point)))
+            absences_[point] = Absence::Another;
+    }
+    void addSilent(const std::string& point) {
+        if (fileSystem_.isSilent(point, longestSilence))
+            absences_[point] = Absence::Silent;
+    }
+    void addDisks() {
+        const auto mounted = fileSystem_.volumes();
+        for (const std::string& disk : settings_.disks)
+            if (!absences_.contains(disk) &&
+                std::ranges::find(mounted->all(), disk, &Volume::mountPoint) == mounted->all().end() &&
+                fileSystem_.list(disk, 1).names.empty())
+                absences_[disk] = Absence::NotMounted;
+    }
+    void addFolders() {
+        std::vector<std::string> folders = rules_.volumes;
+        folders.push_back(rules_.home);
+        const auto points = knownMountPoints(settings_);
+        for (const std::string& folder : folders)
+            if (!absences_.contains(nearestOf(points, folder)) && isInBackup(index_, folder) &&
+                !isSilent(folder, fileSystem_) && isEmpty(folder, rules_, fileSystem_))
+                absences_[folder] = Absence::Empty;
+    }
+    // A mount point in the way of another explains what is missing there.
+    void addCovered() {
+        const std::set<std::string> covering = coveringSelection();
+        for (const auto& [point, type] : selection_.mounts())
+            if (!settings_.mounts.contains(point) && !isBelowAbsence(point) &&
+                (covering.contains(point) || coversContents(point)))
+                absences_[point] = Absence::Covered;
+    }
+    // The mount points at what is selected or above it that are deeper than those of the last backup.
+    std::set<std::string> coveringSelection() const {
+        std::set<std::string> covering;
+        for (const std::string& path : selectedPaths(rules_)) {
+            const auto before = settings_.mountPoints.find(path);
+            if (before == settings_.mountPoints.end() || !isInBackup(index_, path) || isBelowAbsence(path) ||
+                isSilent(path, fileSystem_))
+                continue;
+            const std::string point = selection_.mountPointOf(path);
+            if (point.size() > before->second.size() && !isSameFolder(point, before->second, fileSystem_))
+                covering.insert(point);
         }
-}
+        return covering;
+    }
+    // In the middle of what is selected, where no mount is backed up. None is asked, for one may never
+    // answer.
+    bool coversContents(const std::string& point) const {
+        return hasSavedContents(index_, point) && !ruleAt(rules_, point) &&
+               verdictFor(rules_, folderOf(point)).isIn();
+    }
+    bool isBelowAbsence(std::string_view path) const {
+        for (std::string_view at = path; at.size() > 1; at = folderOf(at))
+            if (absences_.contains(at))
+                return true;
+        return false;
+    }
 
-void addSilent(Absences& absences, const std::string& point, const FileSystem& fileSystem) {
-    if (fileSystem.isSilent(point, longestSilence))
-        absences[point] = Absence::Silent;
-}
+    const Settings& settings_;
+    const MountedSelection selection_;
+    const BackupRules& rules_;
+    const BackupIndex& index_;
+    const FileSystem& fileSystem_;
+    Absences absences_;
+};
 
 } // namespace
 
@@ -174,33 +204,7 @@ bool isInBackup(const BackupIndex& index, const std::string& path) {
 
 Absences absencesNow(const Settings& settings, const BackupRules& rules, const BackupIndex& index,
                      const FileSystem& fileSystem) {
-    Absences absences;
-    for (const auto& [point, id] : settings.mounts)
-        if (!isInBackup(index, point))
-            continue;
-        else if (!fileSystem.isMountRoot(point))
-            absences[point] = Absence::NotMounted;
-        else if (isSilent(point, fileSystem))
-            addSilent(absences, point, fileSystem);
-        else if (isEmpty(point, rules, fileSystem))
-            absences[point] = Absence::Empty;
-        else if (isAnother(id, fileSystem.fileSystemId(point)))
-            absences[point] = Absence::Another;
-    const auto mounted = fileSystem.volumes();
-    for (const std::string& disk : settings.disks)
-        if (!absences.contains(disk) &&
-            std::ranges::find(mounted->all(), disk, &Volume::mountPoint) == mounted->all().end() &&
-            fileSystem.list(disk, 1).names.empty())
-            absences[disk] = Absence::NotMounted;
-    std::vector<std::string> folders = rules.volumes;
-    folders.push_back(rules.home);
-    const auto points = knownMountPoints(settings);
-    for (const std::string& folder : folders)
-        if (!absences.contains(nearestOf(points, folder)) && isInBackup(index, folder) &&
-            !isSilent(folder, fileSystem) && isEmpty(folder, rules, fileSystem))
-            absences[folder] = Absence::Empty;
-    addCovered(absences, settings, rules, index, fileSystem);
-    return absences;
+    return AbsenceSearch(settings, rules, index, fileSystem).absences();
 }
 
 std::set<std::string, std::less<>> pathsOfAbsences(const Absences& absences, const Settings& settings,
@@ -218,18 +222,17 @@ std::set<std::string, std::less<>> pathsOfAbsences(const Absences& absences, con
     return paths;
 }
 
-MountsOfSelection mountsOfSelection(const BackupRules& rules, const FileSystem& fileSystem) {
-    MountsOfSelection selection;
-    MountPointSearch search(fileSystem);
-    for (const std::string& path : selectedPaths(rules)) {
-        if (!verdictFor(rules, path).isIn() || isSilent(path, fileSystem) || !fileSystem.attributes(path))
+MountsOfSelection mountsOfSelection(const MountedSelection& selection, const FileSystem& fileSystem) {
+    MountsOfSelection found;
+    for (const std::string& path : selectedPaths(selection.rules())) {
+        if (!selection.verdictFor(path).isIn() || isSilent(path, fileSystem) || !fileSystem.attributes(path))
             continue;
-        const std::string point = search.pointOf(path);
-        selection.points[path] = point;
-        if (point != "/" && !selection.mounts.contains(point))
-            selection.mounts[point] = fileSystem.fileSystemId(point);
+        const std::string point = selection.mountPointOf(path);
+        found.points[path] = point;
+        if (point != "/" && !found.mounts.contains(point))
+            found.mounts[point] = fileSystem.fileSystemId(point);
     }
-    return selection;
+    return found;
 }
 
 std::string nameOfAwayDisk(const std::string& path) {

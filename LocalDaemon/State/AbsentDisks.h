@@ -2,7 +2,7 @@
 
 #include "LocalDaemon/Index/Alert.h"
 #include "LocalDaemon/Index/BackupIndex.h"
-#include "LocalDaemon/Rules/BackupRules.h"
+#include "LocalDaemon/Rules/MountedSelection.h"
 #include "LocalDaemon/State/Settings.h"
 #include "Platform/FileSystem.h"
 
@@ -48,7 +48,8 @@ struct MountsOfSelection {
 };
 
 // Blocks on the disk.
-[[nodiscard]] MountsOfSelection mountsOfSelection(const BackupRules& rules, const FileSystem& fileSystem);
+[[nodiscard]] MountsOfSelection mountsOfSelection(const MountedSelection& selection,
+                                                  const FileSystem& fileSystem);
 
 inline constexpr const char* awayDiskAlertPrefix = "disk_away-";
 // The verbs of what can be done about one; their argument is what `nameOfAwayDisk` says.

@@ -65,7 +65,7 @@ void KnownDisks::lookForAbsent() {
 
 MountsOfSelection KnownDisks::lookForMounts() {
     lookForAbsent();
-    return mountsOfSelection(*state_->rules(), *fileSystem_);
+    return mountsOfSelection(selection(), *fileSystem_);
 }
 
 // One that is not mounted stays as long as it is selected: another repository, whose disk takes turns with

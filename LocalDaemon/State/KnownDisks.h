@@ -1,5 +1,6 @@
 #pragma once
 
+#include "LocalDaemon/Rules/MountedSelection.h"
 #include "LocalDaemon/Rules/PathEntrance.h"
 #include "LocalDaemon/State/DaemonState.h"
 #include "Platform/FileSystem.h"
@@ -29,6 +30,9 @@ public:
     [[nodiscard]] std::shared_ptr<const Volumes> volumes() const;
     // Leads to these, for one request.
     [[nodiscard]] PathEntrance entrance() const { return PathEntrance(volumes()); }
+
+    // What is selected among what is mounted now.
+    [[nodiscard]] MountedSelection selection() const { return {state_->rules(), fileSystem_->mounts()}; }
 
     // Finds out where what was backed up is away with its disk. Unless a person has given it up, nothing is
     // backed up from there, nothing counts as deleted, and an alert says so.

@@ -28,8 +28,9 @@ struct FakeDisk : FileSystem {
     bool isReadable(const std::string& path) const override { return path != "/secret" && exists(path); }
     FolderListing list(const std::string&, std::size_t) const override { return {}; }
     std::optional<std::string> mountPoint(const std::string&) const override { return std::nullopt; }
-    bool isMountRoot(const std::string&) const override { return false; }
-    std::vector<std::string> mountsBelow(const std::string&) const override { return {}; }
+    std::shared_ptr<const MountPoints> mounts() const override {
+        return std::make_shared<MountPoints>(MountPoints{{"/", "ext4"}});
+    }
     std::string fileSystemId(const std::string&) const override { return {}; }
 };
 

@@ -9,18 +9,14 @@ namespace {
 // No folder is empty.
 struct MountedDisks : tests::FakeDisk {
     FolderListing list(const std::string&, std::size_t) const override { return {{"file"}, true, 0}; }
-    bool isMountRoot(const std::string& path) const override { return mounts.contains(path); }
-    std::vector<std::string> mountsBelow(const std::string&) const override {
-        std::vector<std::string> points;
-        for (const auto& [point, id] : mounts)
-            points.push_back(point);
-        return points;
+    std::shared_ptr<const MountPoints> mounts() const override {
+        return std::make_shared<MountPoints>(ids.begin(), ids.end());
     }
     std::string fileSystemId(const std::string& point) const override {
-        return point == "/" ? "/ ext-0" : mounts.at(point);
+        return point == "/" ? "/ ext-0" : ids.at(point);
     }
 
-    Mounts mounts;
+    Mounts ids;
 };
 
 TEST(AbsentDisks, AreFoundWhereSomethingElseIsMountedThanWasBackedUp) {
@@ -52,7 +48,7 @@ TEST(AbsentDisks, AreFoundWhereSomethingElseIsMountedThanWasBackedUp) {
     };
     for (const Case& each : cases) {
         MountedDisks disks;
-        disks.mounts = each.now;
+        disks.ids = each.now;
         Settings settings;
         settings.mounts = each.before;
         settings.mountPoints = {{"/home/me", "/"}, {"/mnt/storage", "/"}};

@@ -20,14 +20,18 @@ struct PretendedMounts : LocalFileSystem {
           isOtherDisk_(isOtherDisk),
           isHomeSilent_(isHomeSilent),
           home_(std::move(home)) {}
-    bool isMountRoot(const std::string& path) const override { return path == home_ && isHomeMounted_; }
+    std::shared_ptr<const MountPoints> mounts() const override {
+        MountPoints points = *LocalFileSystem::mounts();
+        if (isHomeMounted_)
+            points[home_] = "ext4";
+        else if (isOtherDisk_)
+            points[home_ + "/docs"] = "ext4";
+        return std::make_shared<MountPoints>(std::move(points));
+    }
     bool isSilent(const std::string& path, std::chrono::milliseconds) const override {
         return path == home_ && isHomeSilent_;
     }
     std::string fileSystemId(const std::string&) const override { return isOtherDisk_ ? "B" : "A"; }
-    std::vector<std::string> mountsBelow(const std::string&) const override {
-        return isOtherDisk_ && !isHomeMounted_ ? std::vector{home_ + "/docs"} : std::vector<std::string>();
-    }
 
 private:
     const std::atomic<bool>& isHomeMounted_;

@@ -233,19 +233,30 @@ TEST(BackupTargets, HoldAllThatIsInAndNothingElseInFewPaths) {
     BackupRules rules{true, home.path(), {home / "part/cache/", home / "left/cache/"}, {}};
     rules.paths.exclusions.insert(home / "part/out");
     const std::atomic<bool> stopping = false;
+    using Paths = std::vector<std::string>;
+    MountPoints mounted;
     const auto targets = [&](const std::string& path) {
-        auto [found, emptied, mounts, unread] = backupTargets(rules, path, stopping);
+        const MountedSelection selection(std::make_shared<BackupRules>(rules),
+                                         std::make_shared<MountPoints>(mounted));
+        auto [found, emptied, mounts, unread] = backupTargets(selection, path, stopping);
+        const bool isPassed = rules.volumes.empty() && !mounted.empty();
+        EXPECT_EQ(mounts, isPassed ? Paths{home / "part"} : Paths()) << path;
         EXPECT_EQ(std::ranges::count(found, home / "left"), std::ssize(emptied)) << path;
         std::ranges::sort(found);
         return found;
     };
-    using Paths = std::vector<std::string>;
     const Paths all{home / "empty", home / "left", home / "part/in", home / "single", home / "whole"};
     EXPECT_EQ(targets("/"), all);
     EXPECT_EQ(targets(home.path()), all);
     EXPECT_EQ(targets(home / "part"), Paths{home / "part/in"});
     EXPECT_EQ(targets(home / "part/out"), Paths());
     rules.paths.exclusions.clear();
+    mounted = {{home / "part", "ext4"}};
+    EXPECT_EQ(targets("/"), (Paths{home / "empty", home / "left", home / "single", home / "whole"}));
+    rules.volumes = {home / "part/in"};
+    EXPECT_EQ(targets("/"), all);
+    mounted.clear();
+    rules.volumes.clear();
     rules.policy.clear();
     EXPECT_EQ(targets("/"), Paths{home.path()});
     rules.automaticMode = false;

@@ -265,6 +265,50 @@ TEST(FolderScan, FollowsTheRules) {
     }
 }
 
+TEST(FolderScan, FollowsWhatIsMountedInTheMiddle) {
+    const TemporaryFolder home;
+    home.write("file", "1");
+    home.write("disk/photos/sub/file", "12");
+    home.write("disk/other", "1234");
+    std::mutex mutex;
+    auto points = std::make_shared<const MountPoints>();
+    FolderScan::Options options;
+    options.mounts = [&] {
+        const std::scoped_lock guard(mutex);
+        return points;
+    };
+    WatchedScan scan(home, options);
+    auto rules = *rulesFor(home);
+    ASSERT_TRUE(scan.comesTo({3, 7}));
+    const auto mount = [&](const MountPoints& now) {
+        const std::scoped_lock guard(mutex);
+        points = std::make_shared<const MountPoints>(now);
+        scan.scan.lookAtEverything();
+    };
+    mount({{home / "disk", "ext4"}});
+    EXPECT_TRUE(scan.comesTo({1, 1}));
+    rules.volumes = {home / "disk/photos"};
+    scan.scan.setRules(std::make_shared<BackupRules>(rules));
+    EXPECT_TRUE(scan.comesTo({2, 3}));
+    home.write("disk/photos/sub/file", "123");
+    EXPECT_TRUE(scan.comesTo({2, 4}));
+    mount({});
+    EXPECT_TRUE(scan.comesTo({3, 8}));
+    home.write("disk/photos/sub/file", "12");
+    EXPECT_TRUE(scan.comesTo({3, 7}));
+    mount({{home / "disk", "ext4"}});
+    EXPECT_TRUE(scan.comesTo({2, 3}));
+    home.write("disk/photos/sub/file", "1");
+    EXPECT_TRUE(scan.comesTo({2, 2}));
+    rules.automaticMode = false;
+    rules.paths.mark(home.path(), Mark::Added);
+    rules.paths.mark(home / "disk/photos/sub", Mark::Added);
+    scan.scan.setRules(std::make_shared<BackupRules>(rules));
+    home.write("disk/photos/new", "1");
+    home.write("new", "1");
+    EXPECT_TRUE(scan.comesTo({3, 3}));
+}
+
 TEST(FolderScan, IsTrueAlsoWhenTheSystemHasDroppedChanges) {
     std::size_t longestQueue = 0;
     std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> longestQueue;
