@@ -5,6 +5,7 @@
 #include "Foundation/Format.h"
 #include "Foundation/PathComponents.h"
 #include "Foundation/Unicode.h"
+#include "LocalDaemon/Index/LeftOut.h"
 #include "LocalDaemon/Index/RetentionAlerts.h"
 #include "LocalDaemon/Restic/Restic.h"
 
@@ -164,12 +165,12 @@ private:
     std::set<std::string> coveringSelection() const {
         std::set<std::string> covering;
         for (const std::string& path : selectedPaths(rules_)) {
-            const auto before = settings_.mountPoints.find(path);
-            if (before == settings_.mountPoints.end() || !isInBackup(index_, path) || isBelowAbsence(path) ||
-                isSilent(path, fileSystem_))
+            const std::string before = mountPointBefore(settings_, path);
+            if (before.empty() || !hasSavedContents(index_, path) || isLeftOut(index_, path) ||
+                isBelowAbsence(path) || isSilent(path, fileSystem_))
                 continue;
             const std::string point = selection_.mountPointOf(path);
-            if (point.size() > before->second.size() && !isSameFolder(point, before->second, fileSystem_))
+            if (point.size() > before.size() && !isSameFolder(point, before, fileSystem_))
                 covering.insert(point);
         }
         return covering;
@@ -200,6 +201,18 @@ private:
 bool isInBackup(const BackupIndex& index, const std::string& path) {
     const BackupIndex::Item* const item = index.find(path);
     return item && (item->kind != ItemKind::Folder || !index.children(*item).empty());
+}
+
+// What was selected later than it was backed up lay where the folder around it did.
+std::string mountPointBefore(const Settings& settings, std::string_view path) {
+    for (std::string_view at = path;; at = folderOf(at)) {
+        if (const auto known = settings.mountPoints.find(at); known != settings.mountPoints.end())
+            return known->second;
+        if (settings.mounts.contains(at))
+            return std::string(at);
+        if (at == "/")
+            return {};
+    }
 }
 
 Absences absencesNow(const Settings& settings, const BackupRules& rules, const BackupIndex& index,

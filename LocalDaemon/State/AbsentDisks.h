@@ -36,6 +36,10 @@ using Absences = std::map<std::string, Absence, std::less<>>;
 [[nodiscard]] Absences absencesNow(const Settings& settings, const BackupRules& rules,
                                    const BackupIndex& index, const FileSystem& fileSystem);
 
+// The mount point, "/" too, at which what was backed up from a path lay in the last backup. Empty: that is
+// not known.
+[[nodiscard]] std::string mountPointBefore(const Settings& settings, std::string_view path);
+
 // The paths at which a rule has to say so: each place, and what has been selected below one.
 [[nodiscard]] std::set<std::string, std::less<>>
 pathsOfAbsences(const Absences& absences, const Settings& settings, const BackupRules& rules);

@@ -72,8 +72,7 @@ MountsOfSelection KnownDisks::lookForMounts() {
 // this one, may hold what was on it.
 void KnownDisks::noteMounts(const MountsOfSelection& selection, bool areAllKnown) {
     const DaemonState::Rules rules = state_->rules();
-    std::vector<std::string> selected = selectedPaths(*rules);
-    std::ranges::sort(selected);
+    const std::vector<std::string> selected = selectedPaths(*rules);
     const auto isSelected = [&](const std::string& point) {
         return verdictFor(*rules, point).isIn() ||
                std::ranges::any_of(selected, [&](const std::string& path) {
@@ -81,14 +80,15 @@ void KnownDisks::noteMounts(const MountsOfSelection& selection, bool areAllKnown
                });
     };
     state_->changeSettings([&](Settings& settings) {
+        std::map<std::string, std::string, std::less<>> points = selection.points;
+        for (const std::string& path : selected)
+            if (std::string before = mountPointBefore(settings, path); !before.empty())
+                points.try_emplace(path, std::move(before)); // of what is away
+        settings.mountPoints = std::move(points);
         if (areAllKnown)
             std::erase_if(settings.mounts, [&](const auto& mount) {
                 return !settings.awayDisks.contains(mount.first) && !isSelected(mount.first);
             });
-        std::erase_if(settings.mountPoints,
-                      [&](const auto& each) { return !std::ranges::binary_search(selected, each.first); });
-        for (const auto& [path, point] : selection.points)
-            settings.mountPoints[path] = point;
         for (const auto& [point, id] : selection.mounts)
             if (!id.empty() || !settings.mounts.contains(point))
                 settings.mounts[point] = id;

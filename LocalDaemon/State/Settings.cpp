@@ -171,6 +171,8 @@ Settings settingsFromValue(const Value& value) {
     for (const auto& [path, point] : value[mountPointsKey].dictionary())
         if (path.starts_with('/') && point.stringValue().starts_with('/'))
             settings.mountPoints[pathFromText(path)] = pathFromText(point.stringValue());
+    if (value[mountPointsKey].isAbsent() && !value[mountsKey].isAbsent())
+        settings.mountPoints["/"] = "/"; // saved by a version that noted the mounts alone
     settings.awayDisks = awayDisksOf(value[awayDisksKey]);
     return settings;
 }

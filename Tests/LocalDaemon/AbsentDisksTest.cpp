@@ -46,15 +46,20 @@ TEST(AbsentDisks, AreFoundWhereSomethingElseIsMountedThanWasBackedUp) {
         {{{"/home/me", "ext-1"}}, {{"/home/me", "/two ext-1"}}, {}}, // of an earlier version
         {{{"/home/me", "ext-1"}}, {{"/home/me", "/two ext-2"}}, {{"/home/me", Absence::Another}}},
     };
-    for (const Case& each : cases) {
-        MountedDisks disks;
-        disks.ids = each.now;
-        Settings settings;
-        settings.mounts = each.before;
-        settings.mountPoints = {{"/home/me", "/"}, {"/mnt/storage", "/"}};
-        settings.disks = {"/mnt/storage/photos"}; // as soon as it is mounted
-        EXPECT_EQ(absencesNow(settings, rules, index, disks), each.away) << each.now.begin()->first;
-    }
+    for (const Case& each : cases)
+        for (const bool isEarlierVersion : {false, true}) { // whose settings have the mounts alone
+            MountedDisks disks;
+            disks.ids = each.now;
+            Settings settings;
+            settings.mounts = each.before;
+            settings.mountPoints = {{"/home/me", "/"}, {"/mnt/storage", "/"}};
+            Dictionary entries = valueFromSettings(settings).dictionary();
+            if (isEarlierVersion)
+                entries.erase("mountPoints");
+            settings = settingsFromValue(entries);
+            settings.disks = {"/mnt/storage/photos"}; // as soon as it is mounted
+            EXPECT_EQ(absencesNow(settings, rules, index, disks), each.away) << each.now.begin()->first;
+        }
 }
 
 } // namespace
