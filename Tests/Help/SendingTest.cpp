@@ -59,6 +59,9 @@ TEST_F(Sending, TakesAsLongAsTheLineTakes) {
     const ReportServer server("slow");
     tools.limits.standstill = 1s;
     showTab();
+    QTimer reading;
+    QObject::connect(&reading, &QTimer::timeout, [&] { server.program.send(SIGUSR1); });
+    reading.start(100ms);
     const auto start = std::chrono::steady_clock::now();
     sendReport(server.host);
     EXPECT_GT(std::chrono::steady_clock::now() - start, 2s);

@@ -7,10 +7,10 @@ contents of each part), zip/NAME (what the zipped part holds).
 import http.server
 import io
 import pathlib
+import signal
 import socket
 import sys
 import threading
-import time
 import zipfile
 
 folder, behaviour = pathlib.Path(sys.argv[1]), sys.argv[2]
@@ -35,11 +35,11 @@ class Handler(http.server.BaseHTTPRequestHandler):
         (folder / "request").write_text(f"{self.requestline}\n{self.headers}")
         if behaviour == "break":  # in the middle of the body
             return self.connection.shutdown(socket.SHUT_RDWR)
-        if behaviour == "slow":  # always getting on, but for some seconds
+        if behaviour == "slow":  # always getting on, but only with another signal
             body = b""
             while len(body) < int(self.headers["Content-Length"]):
+                signal.sigwait([signal.SIGUSR1])
                 body += self.rfile.read(min(150_000, int(self.headers["Content-Length"]) - len(body)))
-                time.sleep(0.1)
             self.rfile = io.BytesIO(body)
         keep(self.headers.get_boundary().encode(), self.rfile.read(int(self.headers["Content-Length"])))
         if behaviour == "hang":
@@ -54,6 +54,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
             self.wfile.write(b"flood " * 4096)
 
 
+signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGUSR1])  # until a handler waits for it
 server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
 print(server.server_port, flush=True)
 if behaviour == "full":  # of others who wait, so that nobody gets through
