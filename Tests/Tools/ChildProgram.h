@@ -1,11 +1,10 @@
 #pragma once
 
-#include "Platform/FileDescriptor.h"
+#include "Platform/ChildProcess.h"
 
 #include <optional>
 #include <string>
 #include <string_view>
-#include <sys/types.h>
 #include <vector>
 
 namespace kelvane::tests {
@@ -22,7 +21,7 @@ public:
 
     // `environment` holds "NAME=value" and takes the place of the test's own; `output` is a path to write to
     // instead.
-    ChildProgram(std::vector<std::string> words, std::vector<std::string> environment,
+    ChildProgram(const std::vector<std::string>& words, const std::vector<std::string>& environment,
                  std::string_view input = {}, const std::string& output = {});
     // Kills it when it still runs.
     ~ChildProgram();
@@ -44,7 +43,7 @@ private:
     FileDescriptor output_;
     FileDescriptor errors_;
     std::string unread_;
-    pid_t id_ = -1;
+    std::optional<ChildProcess> process_;
 };
 
 } // namespace kelvane::tests
