@@ -28,11 +28,6 @@ constexpr std::chrono::minutes longestUnrenewed{30};
 // Its start is told in time since boot, which a clock that is corrected does not follow at once.
 constexpr std::int64_t startError = 60; // seconds
 
-std::uint64_t ownPidNamespace() {
-    struct stat status {};
-    return ::stat("/proc/self/ns/pid", &status) == 0 ? status.st_ino : 0;
-}
-
 // In clock ticks since boot; 0 when there is no such process.
 std::uint64_t startTimeOf(std::int32_t pid) {
     std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
@@ -65,7 +60,13 @@ std::string machineHostName() {
     return name.data();
 }
 
-ResticProcesses::ResticProcesses(std::string path) : path_(std::move(path)), processes_(read(path_)) {
+std::uint64_t ownPidNamespace() {
+    struct stat status {};
+    return ::stat("/proc/self/ns/pid", &status) == 0 ? status.st_ino : 0;
+}
+
+ResticProcesses::ResticProcesses(std::string path, std::uint64_t lastingNamespace)
+    : path_(std::move(path)), lastingNamespace_(lastingNamespace), processes_(read(path_)) {
     const std::int64_t now = readMachineClock().wall;
     for (Process& each : processes_)
         if (each.ended == 0 && !isAlive(each))
@@ -106,14 +107,14 @@ ResticProcesses::Holder ResticProcesses::holderOf(const RepositoryLock& lock,
     const auto own =
         std::ranges::find_if(processes_, [&](const Process& each) { return mayHold(each, lock); });
     if (own != processes_.end() && isOfThisMachine) {
-        const bool canBeSeen =
-            own->bootId != clock.bootId || own->pidNamespace == ownPidNamespace() || own->pidNamespace == 0;
+        const bool isUnique = own->pidNamespace == lastingNamespace_ &&
+                              (own->bootId != clock.bootId || own->pidNamespace == ownPidNamespace());
         const auto ofIt =
             std::ranges::count_if(all, [&](const RepositoryLock& each) { return mayHold(*own, each); });
         // Whoever has its number now, and had it when the lock was made, may be the holder: after a restart
         // of the machine numbers come again.
         const bool isHeld = isAlive(*own) || mayStillHold(lock, clock);
-        if (canBeSeen && (ofIt <= 1 || isHeld))
+        if (isUnique && (ofIt <= 1 || isHeld))
             return isHeld ? Holder::Living : Holder::Own;
     }
     if (firstSeen_.size() > mostSeen)

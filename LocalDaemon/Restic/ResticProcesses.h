@@ -20,7 +20,11 @@ class ResticProcesses {
 public:
     using SteadyClock = std::chrono::steady_clock;
 
-    explicit ResticProcesses(std::string path);
+    // The process namespace in which numbers come again only after all others: the machine's own one. In a
+    // container they begin anew, and its name may be another one's too.
+    static constexpr std::uint64_t machineNamespace = 0xEFFF'FFFC;
+
+    explicit ResticProcesses(std::string path, std::uint64_t lastingNamespace = machineNamespace);
 
     // A process of restic that this one has just started and that may lock the repository.
     void noteStarted(std::int32_t pid);
@@ -28,10 +32,11 @@ public:
     void noteEnded(std::int32_t pid, bool isLockGone);
 
     enum class Holder { Living, Own, Abandoned };
-    // Own: it was started by this daemon, or one before it, and is dead. Abandoned: it has stood as it is for
-    // half an hour in which the machine was awake, and no process of this machine can be its holder.
-    // `all`: every lock in the repository. A living process in another process namespace may have the same
-    // number and host name as one of ours: two locks that match one process are both left alone.
+    // Own: it was started by this daemon, or one before it, in the lasting namespace, and is dead. Abandoned:
+    // it has stood as it is for half an hour in which the machine was awake, and no process of this machine
+    // can be its holder. `all`: every lock in the repository. A living process in another process namespace
+    // may have the same number and host name as one of ours: two locks that match one process are both left
+    // alone.
     [[nodiscard]] Holder holderOf(const RepositoryLock& lock, const std::vector<RepositoryLock>& all,
                                   SteadyClock::time_point now);
 
@@ -52,11 +57,13 @@ private:
     void save();
 
     const std::string path_;
+    const std::uint64_t lastingNamespace_;
     std::mutex mutex_;                                         // guards what follows
     std::vector<Process> processes_;                           // the last started last
     std::map<std::string, SteadyClock::time_point> firstSeen_; // of others' locks, by id
 };
 
 [[nodiscard]] std::string machineHostName();
+[[nodiscard]] std::uint64_t ownPidNamespace();
 
 } // namespace kelvane

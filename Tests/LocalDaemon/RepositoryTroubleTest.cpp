@@ -173,7 +173,7 @@ TEST_F(BackingUp, ATickStopsACallOfRestic) {
 // processes that it cannot see.
 TEST_F(BackingUp, RemovesOnlyLocksWhoseHolderIsDead) {
     pid_t dead = 0;
-    const auto processes = std::make_shared<ResticProcesses>(folders / "state/processes");
+    const auto processes = std::make_shared<ResticProcesses>(folders / "state/processes", ownPidNamespace());
     const auto onStart = [&](pid_t id) {
         dead = id;
         processes->noteStarted(id);

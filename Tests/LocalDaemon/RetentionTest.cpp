@@ -292,21 +292,25 @@ TEST(ResticProcesses, KnowWhoseALockIs) {
         {"of another host, not renewed", {"f", "other", 1, longAgo}, Holder::Living, Holder::Abandoned},
         {"of a living process that hangs", {"g", here, 1, now.wall - 1801}, Holder::Living, Holder::Living},
     };
-    ResticProcesses processes(folder / "processes"); // of the daemon that comes after
+    ResticProcesses processes(folder / "processes", ownPidNamespace()); // of the daemon that comes after
     for (const auto& [what, lock, atOnce, later] : cases) {
         EXPECT_EQ(processes.holderOf(lock, {lock}, start), atOnce) << what;
         EXPECT_EQ(processes.holderOf(lock, {lock}, start + 29min), atOnce) << what;
         EXPECT_EQ(processes.holderOf(lock, {lock}, start + 30min), later) << what;
     }
-    folder.write("restarted", formatText("of-another-boot 0 %d 12345 %lld 0 %@\n", ::getpid(),
-                                         static_cast<long long>(longAgo), here));
+    folder.write("restarted", formatText("of-another-boot %llu %d 12345 %lld 0 %@\n", ownPidNamespace(),
+                                         ::getpid(), static_cast<long long>(longAgo), here));
     const RepositoryLock living{"l", here, ::getpid(), now.wall};
-    EXPECT_EQ(ResticProcesses(folder / "restarted").holderOf(living, {living}, start), Holder::Living);
+    EXPECT_EQ(ResticProcesses(folder / "restarted", ownPidNamespace()).holderOf(living, {living}, start),
+              Holder::Living);
     const RepositoryLock twins[] = {{"j", here, dead, now.wall}, {"k", here, dead, now.wall}};
     EXPECT_EQ(processes.holderOf(twins[0], {twins[0], twins[1]}, start), Holder::Living)
         << "one may be of a container";
+    ResticProcesses contained(folder / "processes", ownPidNamespace() + 1);
+    EXPECT_EQ(contained.holderOf(twins[0], {twins[0]}, start), Holder::Living)
+        << "in a container another one's process may have this number";
     for (const bool isLockGone : {false, true}) {
-        ResticProcesses one(folder / "one");
+        ResticProcesses one(folder / "one", ownPidNamespace());
         one.noteStarted(dead);
         one.noteEnded(dead, isLockGone);
         EXPECT_EQ(one.holderOf(twins[0], {twins[0]}, start), isLockGone ? Holder::Living : Holder::Own);
