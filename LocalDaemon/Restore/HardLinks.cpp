@@ -27,11 +27,11 @@ std::string HardLinks::compare(const Names& names) {
         return {};
     std::optional<std::string> contents;
     for (const BackupIndex::Item* const each : names) {
-        std::string failure;
+        RestoreTrouble trouble;
         const Snapshot* const snapshot = index_.snapshot(each->snapshot);
-        const auto node = snapshot ? nodes_.find(snapshot->id, index_.pathOf(*each), failure) : std::nullopt;
+        const auto node = snapshot ? nodes_.find(snapshot->id, index_.pathOf(*each), trouble) : std::nullopt;
         if (!node)
-            return "whether it has its own contents cannot be found out: " + failure;
+            return "whether it has its own contents cannot be found out: " + trouble.reason;
         if (contents && *contents != node->contents)
             return "it had the inode number of another file in the same backup, whose contents may have "
                    "come; "

@@ -270,10 +270,10 @@ std::string RestoreDelivery::completeAttributes(const Place& place) const {
     if (!staged || !snapshot || ::faccessat(AT_FDCWD, self.c_str(), W_OK, AT_EACCESS) == 0 ||
         ::getxattr(self.c_str(), "system.posix_acl_access", nullptr, 0) <= 0)
         return {};
-    std::string failure;
-    const std::optional<SavedNode> node = nodes_.find(snapshot->id, place.path, failure);
+    RestoreTrouble trouble;
+    const std::optional<SavedNode> node = nodes_.find(snapshot->id, place.path, trouble);
     if (!node)
-        return "its attributes cannot be found out: " + failure;
+        return "its attributes cannot be found out: " + trouble.reason;
     return makeOwnerAccessible(staged.get()) ? setAttributes(self, node->attributes)
                                              : "its mode cannot be set: " + reasonText();
 }
@@ -286,10 +286,10 @@ std::string RestoreDelivery::lostAccessRules(std::uint32_t number, const std::st
     const Snapshot* const snapshot = index_.snapshot(number);
     if (!snapshot)
         return {};
-    std::string failure;
-    const std::optional<SavedNode> node = nodes_.find(snapshot->id, path, failure);
+    RestoreTrouble trouble;
+    const std::optional<SavedNode> node = nodes_.find(snapshot->id, path, trouble);
     if (!node)
-        return "only its owner has access: whether it had an ACL cannot be found out: " + failure;
+        return "only its owner has access: whether it had an ACL cannot be found out: " + trouble.reason;
     const bool isLost =
         std::ranges::any_of(node->attributes, [](const auto& each) { return isAccessRule(each.first); });
     return isLost ? "only its owner has access: the disk does not keep its ACL" : "";

@@ -41,11 +41,11 @@ bool endsWithCountOfErrors(std::string_view line) {
 
 } // namespace
 
-std::string RestoreFetch::fetch(const RestorePlan& plan, const StagingFolder& staging,
-                                FileErrors& errors) const {
+RestoreTrouble RestoreFetch::fetch(const RestorePlan& plan, const StagingFolder& staging,
+                                   FileErrors& errors) const {
     Try last = fetchWhatThereIs(plan, staging, errors);
     for (auto wait = tools_.waits.begin(); last.isPassing && wait != tools_.waits.end();) {
-        const std::string reason = !last.failure.empty()  ? last.failure
+        const std::string reason = !last.trouble.isNone() ? last.trouble.reason
                                    : errors.items.empty() ? errors.below.begin()->second
                                                           : errors.items.begin()->second;
         logWarning("Restoring waits until the backup can be reached: %@", reason);
@@ -59,7 +59,7 @@ std::string RestoreFetch::fetch(const RestorePlan& plan, const StagingFolder& st
         last = fetchWhatThereIs(plan, staging, errors);
     }
     tools_.onWait({});
-    return last.failure;
+    return last.trouble;
 }
 
 bool RestoreFetch::isSomebodyAtWork() const {
@@ -96,10 +96,10 @@ RestoreFetch::Try RestoreFetch::fetchOnce(const RestorePlan& plan, const Damage&
                                           const StagingFolder& staging, FileErrors& errors) const {
     const FileErrors before = std::exchange(errors, {});
     if (!staging.clear())
-        return {"the staging folder cannot be emptied: " + errorText()};
+        return {{"the staging folder cannot be emptied: " + errorText()}};
     for (const auto& [number, paths] : plan) {
         Try one = fetchFrom(number, paths, lost, staging, errors);
-        if (!one.failure.empty() || tools_.stop.isSet())
+        if (!one.trouble.isNone() || tools_.stop.isSet())
             return one;
     }
     return {{}, mayPass(errors, before, !localFolderOf(tools_.restic->place().location).empty())};
@@ -112,7 +112,7 @@ RestoreFetch::Try RestoreFetch::fetchFrom(std::uint32_t number, const SnapshotPa
                                           FileErrors& errors) const {
     const Snapshot* const snapshot = tools_.index->snapshot(number);
     if (!snapshot)
-        return {snapshotHasGone};
+        return {goneSnapshot()};
     FileErrors here;
     std::vector<std::string> exclusions;
     if (const auto found = lost.paths.find(snapshot->id); found != lost.paths.end()) {
@@ -129,10 +129,10 @@ RestoreFetch::Try RestoreFetch::fetchFrom(std::uint32_t number, const SnapshotPa
         arguments.insert(arguments.end(), includes.begin(), includes.end());
         arguments.insert(arguments.end(), exclusions.begin(), exclusions.end());
         Try call = callRestic(std::move(arguments), staging.path(), said);
-        if (!call.failure.empty() || tools_.stop.isSet())
+        if (!call.trouble.isNone() || tools_.stop.isSet())
             return call;
         if (!staging.merge(callFolder, whole))
-            return {"what has come out of the backup cannot be moved: " + errorText()};
+            return {{"what has come out of the backup cannot be moved: " + errorText()}};
     }
     addErrorsOf(snapshot->id, said, here);
     // The newest version of such a file is in another snapshot, and may be whole there.
@@ -184,7 +184,7 @@ RestoreFetch::Try RestoreFetch::callRestic(std::vector<std::string> arguments, c
     errors += said;
     if (isDone)
         return {};
-    return {.failure = restoreFailureFor(outcome),
+    return {.trouble = restoreTroubleFor(outcome),
             .isPassing = mayPass(outcome),
             .isLocked = outcome.trouble == ResticTrouble::Locked,
             .lacksContents = lastWordIn(outcome.errors).starts_with(contentsUnknown)};

@@ -34,16 +34,16 @@ public:
     };
     explicit RestoreFetch(Tools tools) : tools_(std::move(tools)) {}
 
-    // Empty, or why nothing can come. When it was stopped that is not told.
-    [[nodiscard]] std::string fetch(const RestorePlan& plan, const StagingFolder& staging,
-                                    FileErrors& errors) const;
+    // None, or why nothing can come. When it was stopped that is not told.
+    [[nodiscard]] RestoreTrouble fetch(const RestorePlan& plan, const StagingFolder& staging,
+                                       FileErrors& errors) const;
 
 private:
     struct Try {
-        std::string failure = {};   // empty: what could come has come
-        bool isPassing = false;     // it may go better in a while
-        bool isLocked = false;      // by somebody who may be dead
-        bool lacksContents = false; // of a file: restic has brought none because of it
+        RestoreTrouble trouble = {}; // none: what could come has come
+        bool isPassing = false;      // it may go better in a while
+        bool isLocked = false;       // by somebody who may be dead
+        bool lacksContents = false;  // of a file: restic has brought none because of it
     };
     [[nodiscard]] Try fetchWhatThereIs(const RestorePlan& plan, const StagingFolder& staging,
                                        FileErrors& errors) const;

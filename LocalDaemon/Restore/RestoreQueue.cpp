@@ -239,7 +239,8 @@ std::string RestoreQueue::troubleWithBackup() const {
     const ResticOutcome outcome = options_.restic->run(call, stopping_);
     if (stopping_.isSet())
         return {};
-    const std::string reason = outcome.succeeded() ? options_.askForIndex() : restoreFailureFor(outcome);
+    const std::string reason =
+        outcome.succeeded() ? options_.askForIndex() : restoreTroubleFor(outcome).reason;
     if (!reason.empty())
         logWarning("Restoring waits until it is known what is in the backup: %@", reason);
     return reason;
@@ -315,10 +316,8 @@ std::set<std::uint32_t> RestoreQueue::takeRepeated(const std::vector<RestoreJob>
         const BackupIndex* const before = waiting->before.get();
         if (before && index->find(jobs[number].source)) {
             for (std::string& path : goneFrom(*index, *before, jobs[number].source))
-                failures[number].push_back({std::move(path), snapshotHasGone});
-        } else if (!before && std::ranges::any_of(failures[number], [](const RestoreFailure& failure) {
-                       return failure.reason == snapshotHasGone;
-                   })) {
+                failures[number].push_back({std::move(path), goneSnapshot().reason, true});
+        } else if (!before && std::ranges::any_of(failures[number], &RestoreFailure::isSnapshotGone)) {
             waiting->before = index;
             waiting->isRunning = false;
             repeated.insert(jobs[number].id);

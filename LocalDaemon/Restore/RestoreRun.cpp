@@ -70,7 +70,7 @@ void RestoreRun::addPiece(const RestorePiece& piece) {
     if (place.kind == StagingPlace::Kind::Ready)
         return groups_[place.folder].push_back(piece);
     if (place.kind == StagingPlace::Kind::Nowhere)
-        return fail({piece}, place.reason);
+        return fail({piece}, {place.reason});
     narrow(piece);
     for (const BackupIndex::Item* const child : lastContents(*tools_.index, *piece.item))
         addPiece({piece.job, child, withSeparator(piece.target).append(tools_.index->nameOf(*child))});
@@ -84,19 +84,21 @@ void RestoreRun::narrow(const RestorePiece& folder) {
         return;
     SavedAccess access{.user = folder.item->uid, .group = folder.item->gid, .mode = folder.item->mode};
     const Snapshot* const snapshot = tools_.index->snapshot(folder.item->snapshot);
-    std::string failure = snapshot ? "" : "its snapshot is not in the backup any more";
+    RestoreTrouble trouble = snapshot ? RestoreTrouble() : goneSnapshot();
     std::optional<SavedNode> node;
     if (snapshot)
-        node = nodes_.find(snapshot->id, tools_.index->pathOf(*folder.item), failure);
+        node = nodes_.find(snapshot->id, tools_.index->pathOf(*folder.item), trouble);
     if (!node && tools_.stop.isSet())
         return; // nothing comes into it any more
     if (!node) {
         access.mode &= mode_t{S_IRWXU};
-        fail({folder}, "only its owner has access: whether it had an ACL cannot be found out: " + failure);
+        fail({folder},
+             {"only its owner has access: whether it had an ACL cannot be found out: " + trouble.reason,
+              trouble.isSnapshotGone});
     }
     const std::string reason = narrowFolder(there.get(), access, node ? node->attributes : Attributes());
     if (!reason.empty())
-        fail({folder}, folder.target + " lets others in who must not see what comes into it: " + reason);
+        fail({folder}, {folder.target + " lets others in who must not see what comes into it: " + reason});
 }
 
 RestorePortions RestoreRun::divide(const RestorePieces& pieces, std::uint64_t room) {
@@ -190,10 +192,10 @@ void RestoreRun::inStaging(const std::string& folder, const RestorePieces& piece
         if (staging.failure().empty())
             work(staging);
         else
-            fail(pieces, staging.failure());
+            fail(pieces, {staging.failure()});
         // The last renames, too, before the journal forgets the jobs.
         if (const std::string failure = staging.failure().empty() ? staging.sync() : ""; !failure.empty())
-            fail(pieces, failure);
+            fail(pieces, {failure});
     }
     removeStagingOf(tools_.journal, path);
     for (const RestorePiece& piece : pieces)
@@ -208,8 +210,8 @@ void RestoreRun::fetchAndDeliver(const std::string& folder, const RestorePieces&
         addToPlan(plan, *tools_.index, piece);
     inStaging(folder, pieces, [&](const StagingFolder& staging) {
         FileErrors errors;
-        if (const std::string failure = fetch_.fetch(plan, staging, errors); !failure.empty())
-            fail(pieces, failure);
+        if (const RestoreTrouble trouble = fetch_.fetch(plan, staging, errors); !trouble.isNone())
+            fail(pieces, trouble);
         else if (!tools_.stop.isSet())
             deliver(staging, errors, pieces);
     });
@@ -230,8 +232,8 @@ void RestoreRun::streamAndDeliver(const std::string& folder, const RestorePieces
         plan[snapshot].foldersAlone.assign(folders.begin(), folders.end());
     inStaging(folder, files, [&](const StagingFolder& staging) {
         FileErrors errors;
-        if (const std::string failure = fetch_.fetch(plan, staging, errors); !failure.empty())
-            return fail(files, failure);
+        if (const RestoreTrouble trouble = fetch_.fetch(plan, staging, errors); !trouble.isNone())
+            return fail(files, trouble);
         tools_.onWait("There is little room in " + folder +
                       ": files that may have holes are written one by one, which takes longer.");
         RestoreStream stream({tools_.restic, tools_.index, nodes_, tools_.stop,
@@ -249,11 +251,11 @@ void RestoreRun::streamAndDeliver(const std::string& folder, const RestorePieces
 
 void RestoreRun::streamAndDeliver(RestoreStream& stream, const StagingFolder& staging,
                                   const RestorePiece& file) {
-    const std::string failure = stream.bring(*file.item, staging);
+    const RestoreTrouble trouble = stream.bring(*file.item, staging);
     if (tools_.stop.isSet())
         return;
-    if (!failure.empty())
-        return fail({file}, failure);
+    if (!trouble.isNone())
+        return fail({file}, trouble);
     const std::size_t before = failures_[file.job].size();
     deliver(staging, {}, {file});
     if (failures_[file.job].size() == before)
@@ -264,7 +266,7 @@ void RestoreRun::deliver(const StagingFolder& staging, const FileErrors& errors,
                          const RestorePieces& pieces) {
     // A rename may reach the disk before what it names, or without it.
     if (const std::string failure = staging.sync(); !failure.empty())
-        return fail(pieces, failure);
+        return fail(pieces, {failure});
     RestoreDelivery delivery(*tools_.index, staging, errors, tools_.journal, nodes_,
                              tools_.restic->place().passwordFile, tools_.stop);
     delivery.inspect(pieces);
@@ -286,15 +288,16 @@ void RestoreRun::finishMadeFolders() {
     }
 }
 
-void RestoreRun::fail(const RestorePieces& pieces, const std::string& reason) {
+void RestoreRun::fail(const RestorePieces& pieces, const RestoreTrouble& trouble) {
     for (const RestorePiece& piece : pieces)
-        failures_[piece.job].push_back({tools_.index->pathOf(*piece.item), reason});
+        failures_[piece.job].push_back(
+            {tools_.index->pathOf(*piece.item), trouble.reason, trouble.isSnapshotGone});
 }
 
 void RestoreRun::failWithoutRoom(const RestorePiece& piece, const std::string& folder) {
     fail({piece},
-         formatText("there is no room: %llu bytes are needed and %llu free in %@",
-                    roomFor(lastTotals(*tools_.index, *piece.item)), tools_.freeSpace(folder), folder));
+         {formatText("there is no room: %llu bytes are needed and %llu free in %@",
+                     roomFor(lastTotals(*tools_.index, *piece.item)), tools_.freeSpace(folder), folder)});
 }
 
 void RestoreRun::countArrival(const Arrival& arrival) const {

@@ -64,7 +64,7 @@ private:
     void inStaging(const std::string& folder, const RestorePieces& pieces, Work work);
     void deliver(const StagingFolder& staging, const FileErrors& errors, const RestorePieces& pieces);
     void finishMadeFolders();
-    void fail(const RestorePieces& pieces, const std::string& reason);
+    void fail(const RestorePieces& pieces, const RestoreTrouble& trouble);
     void failWithoutRoom(const RestorePiece& piece, const std::string& folder);
     void countArrival(const Arrival& arrival) const;
 

@@ -61,18 +61,18 @@ std::string applyNode(int file, SavedNode node, const BackupIndex::Item& item, b
 
 } // namespace
 
-std::string RestoreStream::bring(const BackupIndex::Item& item, const StagingFolder& staging) {
+RestoreTrouble RestoreStream::bring(const BackupIndex::Item& item, const StagingFolder& staging) {
     hasNames_ = false;
     const std::string path = tools_.index->pathOf(item);
     const Snapshot* const snapshot = tools_.index->snapshot(item.snapshot);
     if (!snapshot)
-        return "the snapshot that holds it is not in the backup any more";
-    std::string failure;
-    const std::optional<SavedNode> node = tools_.nodes.find(snapshot->id, path, failure);
+        return goneSnapshot();
+    RestoreTrouble trouble;
+    const std::optional<SavedNode> node = tools_.nodes.find(snapshot->id, path, trouble);
     if (!node)
-        return failure;
+        return trouble;
     if (!node->isFile)
-        return "it is not in the snapshot that should hold it";
+        return {"it is not in the snapshot that should hold it"};
     const FileDescriptor around = staging.open(std::to_string(item.snapshot) + std::string(folderOf(path)));
     const std::string name = lastPathComponent(path);
     last_ = {item.snapshot, node->device, node->inode, node->contents};
@@ -82,16 +82,16 @@ std::string RestoreStream::bring(const BackupIndex::Item& item, const StagingFol
     const FileDescriptor file(::openat(
         around.get(), name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
     if (!file)
-        return "it cannot be written: " + errorText();
+        return {"it cannot be written: " + errorText()};
     ::fremovexattr(file.get(), "system.posix_acl_access"); // inherited from the folder
-    failure = write(file.get(), item, staging);
-    if (failure.empty())
-        failure = applyNode(file.get(), *node, item, staging.keepsAccessRules());
-    if (failure.empty() && ::fsync(file.get()) != 0)
-        failure = "it cannot be written: " + errorText();
-    if (!failure.empty())
+    trouble = write(file.get(), item, staging);
+    if (trouble.isNone())
+        trouble = {applyNode(file.get(), *node, item, staging.keepsAccessRules())};
+    if (trouble.isNone() && ::fsync(file.get()) != 0)
+        trouble = {"it cannot be written: " + errorText()};
+    if (!trouble.isNone())
         ::unlinkat(around.get(), name.c_str(), 0); // the next one may need the room
-    return failure;
+    return trouble;
 }
 
 void RestoreStream::noteDelivered(const std::string& target) {
@@ -119,8 +119,8 @@ bool RestoreStream::linkDelivered(int around, const std::string& name) const {
     return false;
 }
 
-std::string RestoreStream::write(int file, const BackupIndex::Item& item,
-                                 const StagingFolder& staging) const {
+RestoreTrouble RestoreStream::write(int file, const BackupIndex::Item& item,
+                                    const StagingFolder& staging) const {
     HoleWriter writer(file);
     ArrivalWatch watch({.stagingFolder = staging.path(),
                         .index = *tools_.index,
@@ -139,12 +139,13 @@ std::string RestoreStream::write(int file, const BackupIndex::Item& item,
     call.onTick = [&] { return writer.error() == 0 && watch.look(); }; // the rest may be terabytes
     const ResticOutcome outcome = tools_.restic->run(call, tools_.stop);
     if (writer.error() != 0)
-        return "it cannot be written: " + errorText(writer.error());
+        return {"it cannot be written: " + errorText(writer.error())};
     if (!outcome.succeeded())
-        return restoreFailureFor(outcome);
+        return restoreTroubleFor(outcome);
     if (::ftruncate(file, static_cast<off_t>(writer.size())) != 0)
-        return "it cannot be written: " + errorText();
-    return writer.size() == item.size ? "" : "it has come out of the backup as something else than was saved";
+        return {"it cannot be written: " + errorText()};
+    return {writer.size() == item.size ? ""
+                                       : "it has come out of the backup as something else than was saved"};
 }
 
 } // namespace kelvane

@@ -30,8 +30,8 @@ public:
     };
     explicit RestoreStream(Tools tools) : tools_(std::move(tools)) {}
 
-    // Empty, or why it failed; then nothing of it is left.
-    [[nodiscard]] std::string bring(const BackupIndex::Item& file, const StagingFolder& staging);
+    // None, or why it failed; then nothing of it is left.
+    [[nodiscard]] RestoreTrouble bring(const BackupIndex::Item& file, const StagingFolder& staging);
     // That what was brought last stands there now.
     void noteDelivered(const std::string& target);
 
@@ -44,8 +44,8 @@ private:
         ino_t number = 0;
     };
     [[nodiscard]] bool linkDelivered(int around, const std::string& name) const;
-    [[nodiscard]] std::string write(int file, const BackupIndex::Item& item,
-                                    const StagingFolder& staging) const;
+    [[nodiscard]] RestoreTrouble write(int file, const BackupIndex::Item& item,
+                                       const StagingFolder& staging) const;
 
     const Tools tools_;
     std::map<Inode, Delivered> delivered_; // of those that have several names

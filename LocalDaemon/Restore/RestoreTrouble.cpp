@@ -72,11 +72,15 @@ void takeError(FileErrors& errors, const BackupIndex& index, std::string_view en
 
 } // namespace
 
-std::string restoreFailureFor(const ResticOutcome& outcome) {
+RestoreTrouble goneSnapshot() {
+    return {"the snapshot that holds it is not in the backup any more", true};
+}
+
+RestoreTrouble restoreTroubleFor(const ResticOutcome& outcome) {
     const std::string word = lastWordIn(outcome.errors);
     if (word.find("no matching ID found") != std::string::npos)
-        return snapshotHasGone;
-    return std::string(rowOf(outcome.trouble).text) + (word.empty() ? "" : ": " + word);
+        return goneSnapshot();
+    return {std::string(rowOf(outcome.trouble).text) + (word.empty() ? "" : ": " + word)};
 }
 
 // Without a word: somebody has killed it, or the memory was short.

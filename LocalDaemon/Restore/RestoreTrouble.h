@@ -32,11 +32,17 @@ using SpecialFiles = std::function<std::set<std::string>(const std::string& fold
 void addFileErrors(FileErrors& errors, const BackupIndex& index, std::string_view text,
                    const SpecialFiles& specialFiles);
 
-// The repository does not hold what the index says.
-inline constexpr const char* snapshotHasGone = "the snapshot that holds it is not in the backup any more";
+// Why something cannot be restored.
+struct RestoreTrouble {
+    std::string reason = {};     // for people; empty: there is no trouble
+    bool isSnapshotGone = false; // the repository does not hold what the index says
+
+    [[nodiscard]] bool isNone() const { return reason.empty(); }
+};
+[[nodiscard]] RestoreTrouble goneSnapshot();
 
 // Why restic could not go on: what that means for a restore, and restic's own word.
-[[nodiscard]] std::string restoreFailureFor(const ResticOutcome& outcome);
+[[nodiscard]] RestoreTrouble restoreTroubleFor(const ResticOutcome& outcome);
 
 // Whether it may go better in a while. Where restic has done what it could except for single files, only when
 // the way to the place was at fault, and when it is not stuck with the very files of the try before. In a

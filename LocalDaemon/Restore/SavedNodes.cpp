@@ -1,7 +1,6 @@
 #include "LocalDaemon/Restore/SavedNodes.h"
 
 #include "Foundation/Unicode.h"
-#include "LocalDaemon/Restore/RestoreTrouble.h"
 
 #include <charconv>
 #include <nlohmann/json.hpp>
@@ -52,17 +51,18 @@ public:
         : restic_(std::move(restic)), stop_(stop) {}
 
     // No object when it cannot be found out.
-    [[nodiscard]] Json nodeOf(const std::string& snapshotId, const std::string& path, std::string& failure);
+    [[nodiscard]] Json nodeOf(const std::string& snapshotId, const std::string& path,
+                              RestoreTrouble& trouble);
 
 private:
-    [[nodiscard]] const Json& printedBy(const std::vector<std::string>& arguments, std::string& failure);
+    [[nodiscard]] const Json& printedBy(const std::vector<std::string>& arguments, RestoreTrouble& trouble);
 
     const std::shared_ptr<const Restic> restic_;
     const StopSignal& stop_;
     std::map<std::vector<std::string>, Json> printed_; // by restic's arguments
 };
 
-const Json& SavedNodes::Trees::printedBy(const std::vector<std::string>& arguments, std::string& failure) {
+const Json& SavedNodes::Trees::printedBy(const std::vector<std::string>& arguments, RestoreTrouble& trouble) {
     if (const auto known = printed_.find(arguments); known != printed_.end())
         return known->second;
     if (printed_.size() > mostPrinted)
@@ -78,21 +78,22 @@ const Json& SavedNodes::Trees::printedBy(const std::vector<std::string>& argumen
     const ResticOutcome outcome = restic_->run(call, stop_);
     static const Json none;
     if (!outcome.succeeded()) {
-        failure = restoreFailureFor(outcome);
+        trouble = restoreTroubleFor(outcome);
         return none;
     }
     return printed_[arguments] = Json::parse(text, nullptr, false);
 }
 
-Json SavedNodes::Trees::nodeOf(const std::string& snapshotId, const std::string& path, std::string& failure) {
-    Json node = printedBy({"cat", "snapshot", snapshotId, "--no-lock"}, failure);
+Json SavedNodes::Trees::nodeOf(const std::string& snapshotId, const std::string& path,
+                               RestoreTrouble& trouble) {
+    Json node = printedBy({"cat", "snapshot", snapshotId, "--no-lock"}, trouble);
     const char* subtree = "tree";
     std::string_view rest = path;
-    while (!rest.empty() && failure.empty() && node.is_object()) {
+    while (!rest.empty() && trouble.isNone() && node.is_object()) {
         rest.remove_prefix(1);
         const std::string_view name = rest.substr(0, rest.find('/'));
         rest.remove_prefix(name.size());
-        const Json& tree = printedBy({"cat", "blob", node.value(subtree, ""), "--no-lock"}, failure);
+        const Json& tree = printedBy({"cat", "blob", node.value(subtree, ""), "--no-lock"}, trouble);
         node = {};
         if (tree.is_object() && tree.contains("nodes"))
             for (const Json& each : tree["nodes"])
@@ -108,11 +109,11 @@ SavedNodes::SavedNodes(std::shared_ptr<const Restic> restic, const StopSignal& s
 SavedNodes::~SavedNodes() = default;
 
 std::optional<SavedNode> SavedNodes::find(const std::string& snapshotId, const std::string& path,
-                                          std::string& failure) {
-    const Json json = trees_->nodeOf(snapshotId, path, failure);
-    if (failure.empty() && !json.is_object())
-        failure = "it is not in the snapshot that should hold it";
-    if (!failure.empty())
+                                          RestoreTrouble& trouble) {
+    const Json json = trees_->nodeOf(snapshotId, path, trouble);
+    if (trouble.isNone() && !json.is_object())
+        trouble.reason = "it is not in the snapshot that should hold it";
+    if (!trouble.isNone())
         return std::nullopt;
     SavedNode node;
     node.isFile = json.value("type", "") == "file";

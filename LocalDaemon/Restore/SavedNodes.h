@@ -1,6 +1,7 @@
 #pragma once
 
 #include "LocalDaemon/Restic/Restic.h"
+#include "LocalDaemon/Restore/RestoreTrouble.h"
 
 #include <cstdint>
 #include <map>
@@ -32,7 +33,7 @@ public:
 
     // None, with the reason.
     [[nodiscard]] std::optional<SavedNode> find(const std::string& snapshotId, const std::string& path,
-                                                std::string& failure);
+                                                RestoreTrouble& trouble);
 
 private:
     class Trees;

@@ -20,6 +20,7 @@ struct RestoreJob {
 struct RestoreFailure {
     std::string path; // in the backup
     std::string reason;
+    bool isSnapshotGone = false; // the repository does not hold what the index says
 };
 
 // How far restoring is, for panes.
