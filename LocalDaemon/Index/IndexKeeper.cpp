@@ -61,11 +61,13 @@ void IndexKeeper::setAlerts(Alerts alerts) {
     reportDisappearances();
 }
 
-Repository::Making IndexKeeper::makingFor(bool mayMake, bool hasOneBeenThere) const {
+Repository::Making IndexKeeper::makingFor(bool mayMake, const KnownRepositories& known) const {
     if (!mayMake)
         return Repository::Making::Never;
     if (mayMakeAnyway_)
         return Repository::Making::Always;
+    const bool hasOneBeenThere =
+        !index_->repositoryId().empty() || known.knows(repository_.restic().place().location);
     return hasOneBeenThere ? Repository::Making::Never : Repository::Making::UnlessDiskIsAway;
 }
 
@@ -73,8 +75,7 @@ ResticOutcome IndexKeeper::synchronize(bool mayMake, const StopSignal& stop) {
     isCurrent_ = false;
     const RepositoryPlace& place = repository_.restic().place();
     const KnownRepositories known(place.passwordFile);
-    const bool hasOneBeenThere = !index_->repositoryId().empty() || known.knows(place.location);
-    const Repository::Opening opening = repository_.open(makingFor(mayMake, hasOneBeenThere), stop);
+    const Repository::Opening opening = repository_.open(makingFor(mayMake, known), stop);
     if (opening.wasKeyMade)
         onKeyMade_();
     if (!opening.outcome.succeeded())

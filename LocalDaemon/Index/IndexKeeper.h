@@ -16,6 +16,8 @@
 
 namespace kelvane {
 
+class KnownRepositories;
+
 // Keeps the index of what is backed up true to the repository, in memory and as a file. Belongs to one
 // thread, which it blocks; `index` is a value that others may read.
 class IndexKeeper {
@@ -93,7 +95,7 @@ private:
     [[nodiscard]] ResticOutcome takeBackVanished(const StopSignal& stop);
     void takeLate(Repository::Contents& contents, const Made& made) const;
     [[nodiscard]] std::uint64_t nextSequence() const;
-    [[nodiscard]] Repository::Making makingFor(bool mayMake, bool hasOneBeenThere) const;
+    [[nodiscard]] Repository::Making makingFor(bool mayMake, const KnownRepositories& known) const;
     void useRepository(const std::string& id);
     [[nodiscard]] Repository::Listing snapshots(const StopSignal& stop) const;
     [[nodiscard]] Repository::Listing withKnown(Repository::Listing listing) const;
