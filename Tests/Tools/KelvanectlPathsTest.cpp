@@ -185,6 +185,14 @@ TEST_F(KelvanectlPaths, PatternsAreReadAsTheLocaleOfTheUserHasIt) {
     }
 }
 
+TEST_F(KelvanectlPaths, WordsInBracketsAreNoLists) {
+    const Words texts{"[a,b]", "[]", "[", "[a", "a,b", "\x01[a]"};
+    Words words{"match", "[a,b]"};
+    words.insert(words.end(), texts.begin(), texts.end());
+    EXPECT_EQ(run(words).output, "yes  [a,b]\nno   []\nno   [\nno   [a\nno   a,b\nno   \\x01[a]\n");
+    expectFailure(run({"exclude", "add", "[a,b]"}), 2, "/[a,b]: the daemon does not know this path");
+}
+
 // A part of a folder must not pass for all of it.
 TEST_F(KelvanectlPaths, AnUnknownPathIsWrongUsageAndALostDaemonIsNot) {
     expectFailure(run({"ls", "/nowhere"}), 2, "does not know this path");

@@ -48,14 +48,20 @@ std::string namesOf(const std::vector<const CLI::App*>& commands) {
     return names;
 }
 
-// Where several words may follow, CLI11 takes "[a,b]" for a list of two.
-void keepBracketsLiteral(const CLI::App& command, std::vector<std::string>& words) {
-    const CLI::Option* const path = command.get_option_no_throw("PATH");
-    if (!path || !path->get_allow_extra_args())
+// Where several words may follow, CLI11 takes "[a,b]" for a list of two and "[]" for nothing. With a mark
+// before it, which is removed when CLI11 has taken it, it is a word like any other.
+void keepBracketsLiteral(CLI::App& command, std::vector<std::string>& words) {
+    constexpr char mark = '\x01';
+    const std::vector<CLI::Option*> options = command.get_options();
+    if (std::ranges::none_of(options, &CLI::Option::get_allow_extra_args))
         return;
+    for (CLI::Option* const option : options)
+        if (option->get_items_expected_max() > 0)
+            option->transform(
+                [](const std::string& word) { return word.starts_with(mark) ? word.substr(1) : word; });
     for (std::string& word : words)
-        if (word.starts_with('[') && word.ends_with(']'))
-            word.insert(0, "./");
+        if (word.starts_with('[') || word.starts_with(mark))
+            word.insert(0, 1, mark);
 }
 
 } // namespace
