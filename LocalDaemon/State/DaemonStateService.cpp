@@ -25,7 +25,7 @@ std::uint32_t DaemonState::pausedMinutes() const {
 
 void DaemonState::setPausedMinutes(std::uint32_t minutes) {
     changeSettings([this, minutes](Settings& settings) {
-        settings.pausedSince = now();
+        settings.pausedSince = minutes == 0 ? 0 : now(); // the end of no pause is no change to save
         settings.pausedUntil = minutes == 0 ? 0 : now() + minutes * secondsPerMinute;
     });
 }

@@ -43,6 +43,8 @@ TEST_F(Kelvanectl, WhatWasKeptIsShownWithoutADaemonAndNotReplacedByAnswersThatNe
             all.insert(all.end(), words.begin(), words.end());
             expectFailure(run(all), 1, "did not answer within 0.3 s");
         }
+        // On a busy machine.
+        expectFailure(run({"--timeout", "0.1", "backup", "now", "--wait"}), 1, "did not answer within 1 s");
     }
     daemon_.stop();
     const ChildProgram::Result result = run({"--timeout", "0.2", "status"});

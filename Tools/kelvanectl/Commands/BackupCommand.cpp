@@ -46,13 +46,14 @@ ExitStatus refuse(const Look& look) {
 }
 
 // A pause ends with the order; what a person has switched off as a whole stays off.
-ExitStatus order(const CommandLine& line, Look& look) {
+ExitStatus order(const CommandLine& line, Patience patience, Look& look) {
     const std::string everything = Volumes::current().volumePath("/");
-    return askDaemon(line, [&](Session& session) {
+    const auto ask = [&](Session& session) {
         session.state().setPausedMinutes(0);
         session.state().setPriorityBackup(everything);
         look = lookAt(session);
-    });
+    };
+    return askDaemon(line, ask, patience);
 }
 
 ExitStatus waitForEnd(const CommandLine& line, Look& look) {
@@ -64,7 +65,7 @@ ExitStatus waitForEnd(const CommandLine& line, Look& look) {
 
 ExitStatus backUpNow(const CommandLine& line, bool waits) {
     Look look;
-    ExitStatus status = order(line, look);
+    ExitStatus status = order(line, waits ? Patience::Long : Patience::Usual, look);
     if (status == ExitStatus::Success && waits)
         status = waitForEnd(line, look);
     if (status == ExitStatus::Success && !look.isAtWork())

@@ -14,6 +14,7 @@ namespace kelvane::ctl {
 namespace {
 
 constexpr std::chrono::milliseconds betweenAsking(300);
+constexpr int longPatience = 10; // times the usual one
 
 // A daemon at its usual place is the user's service, where there is a service manager.
 std::string wayToStart(const std::string& path) {
@@ -38,9 +39,10 @@ std::string obstacleAt(const std::string& path) {
 
 } // namespace
 
-Session::Session(const CommandLine& line)
+Session::Session(const CommandLine& line, Patience patience)
     : daemonPath_(line.daemonPath()),
       timeout_(line.settings().timeout),
+      answerTimeout_(timeout_ * (patience == Patience::Long ? longPatience : 1)),
       bundle_(std::make_shared<const Bundle>(Value(Dictionary{{"DaemonPath", daemonPath_}}))),
       state_(loop_, notifications_, bundle_) {
     connectionObserver_ = notifications_->observe(KelvaneBackupStateConnectionChangedNotification, &state_,
@@ -58,6 +60,8 @@ Session::~Session() {
 bool Session::connect() {
     state_.onBegin();
     loop_->run(); // until connected or out of time
+    if (stands() && answerTimeout_ > timeout_)
+        deadlineLoop_.post([this] { startDeadline(answerTimeout_); });
     return stands();
 }
 
@@ -74,7 +78,7 @@ bool Session::confirm() {
 }
 
 void Session::wait(std::chrono::milliseconds duration) {
-    deadlineLoop_.post([this, duration] { startDeadline(timeout_ + duration); });
+    deadlineLoop_.post([this, duration] { startDeadline(answerTimeout_ + duration); });
     const Timer end = loop_->schedule(duration, MainLoop::Repeat::Once, [this] { loop_->quit(); });
     loop_->run();
 }
@@ -92,7 +96,7 @@ std::string Session::failure() const {
                obstacleAt(daemonPath_);
     if (lost_)
         return "the connection to " + daemon + " was lost";
-    return daemon + " did not answer within " + durationText(timeout_);
+    return daemon + " did not answer within " + durationText(answerTimeout_);
 }
 
 void Session::connectionChanged() {
@@ -118,8 +122,9 @@ void Session::expire() {
     loop_->quit();
 }
 
-ExitStatus askDaemon(const CommandLine& line, const std::function<void(Session& session)>& ask) {
-    Session session(line);
+ExitStatus askDaemon(const CommandLine& line, const std::function<void(Session& session)>& ask,
+                     Patience patience) {
+    Session session(line, patience);
     if (session.connect())
         ask(session);
     return session.confirm() ? ExitStatus::Success : complain(ExitStatus::Failed, session.failure());
@@ -127,7 +132,7 @@ ExitStatus askDaemon(const CommandLine& line, const std::function<void(Session& 
 
 ExitStatus askUntil(const CommandLine& line, const std::function<bool(Session& session)>& ask) {
     while (true) {
-        Session session(line);
+        Session session(line, Patience::Long);
         bool isEnough = session.connect() && ask(session);
         while (session.confirm() && !isEnough) {
             session.wait(betweenAsking);

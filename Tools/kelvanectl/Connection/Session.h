@@ -13,6 +13,12 @@
 
 namespace kelvane::ctl {
 
+// How long the daemon may take to answer.
+enum class Patience {
+    Usual, // as long as the whole command
+    Long,  // ten times that, for who waits for hours anyway: on a busy machine the daemon may be slow
+};
+
 // The connection of a command that asks the daemon something and ends. The time for all of it runs from the
 // start, or from the last `wait`; when it is over, a thread of its own ends the link, so that no call waits
 // longer than that.
@@ -21,7 +27,7 @@ namespace kelvane::ctl {
 class Session {
 public:
     // Throws CLI::ParseError when there is no path to connect to.
-    explicit Session(const CommandLine& line);
+    explicit Session(const CommandLine& line, Patience patience = Patience::Usual);
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
@@ -51,7 +57,8 @@ private:
     void expire();
 
     const std::string daemonPath_;
-    const std::chrono::milliseconds timeout_;
+    const std::chrono::milliseconds timeout_;       // for the connection
+    const std::chrono::milliseconds answerTimeout_; // from then on
     const std::shared_ptr<PollLoop> loop_ = std::make_shared<PollLoop>();
     const std::shared_ptr<NotificationCenter> notifications_ = std::make_shared<NotificationCenter>();
     const std::shared_ptr<const Bundle> bundle_;
@@ -69,10 +76,12 @@ private:
 
 // One connection for all that `ask` asks. Success: every answer was the daemon's own. Anything else has been
 // complained about, and the answers mean nothing.
-[[nodiscard]] ExitStatus askDaemon(const CommandLine& line, const std::function<void(Session& session)>& ask);
+[[nodiscard]] ExitStatus askDaemon(const CommandLine& line, const std::function<void(Session& session)>& ask,
+                                   Patience patience = Patience::Usual);
 
 // Asks again and again over one connection until `ask` says that it has seen enough. When the connection is
-// lost, which it is when the daemon is being started again, it is made again and the question repeated.
+// lost, which it is when the daemon is being started again, it is made again and the question repeated. The
+// daemon is given long patience.
 [[nodiscard]] ExitStatus askUntil(const CommandLine& line, const std::function<bool(Session& session)>& ask);
 
 } // namespace kelvane::ctl
