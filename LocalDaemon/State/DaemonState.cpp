@@ -30,6 +30,13 @@ void addWithFolders(std::set<std::string>& paths, std::string_view path) {
     } while (path != "/");
 }
 
+std::vector<std::string> withFolders(const std::vector<std::string>& paths) {
+    std::set<std::string> all;
+    for (const std::string& path : paths)
+        addWithFolders(all, path);
+    return {all.begin(), all.end()};
+}
+
 } // namespace
 
 DaemonState::DaemonState(Configuration configuration, Settings settings, Index index, SaveSettings save,
@@ -63,11 +70,12 @@ DaemonState::Index DaemonState::index() const {
 }
 
 void DaemonState::setIndex(Index index, const std::vector<std::string>& changed) {
+    std::vector<std::string> files = changed;
+    files.emplace_back("/");    // the bullets of all folders may be others now
+    files = withFolders(files); // of many paths it takes long: not with the mutex held
     const std::scoped_lock guard(mutex_);
     index_ = std::move(index);
-    std::vector<std::string> files = changed;
-    files.emplace_back("/"); // the bullets of all folders may be others now
-    announceFiles(files);
+    panes_->tell([&](DaemonObserver& pane) { pane.filesChanged(files); });
     announce();
 }
 
@@ -345,10 +353,8 @@ void DaemonState::announceRules(const BackupRules& before) const {
 void DaemonState::announceFiles(const std::vector<std::string>& paths) const {
     if (paths.empty())
         return;
-    std::set<std::string> files;
-    for (const std::string& path : paths)
-        addWithFolders(files, path);
-    panes_->tell([&](DaemonObserver& pane) { pane.filesChanged({files.begin(), files.end()}); });
+    const std::vector<std::string> files = withFolders(paths);
+    panes_->tell([&](DaemonObserver& pane) { pane.filesChanged(files); });
 }
 
 void DaemonState::announce() {
