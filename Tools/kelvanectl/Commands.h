@@ -29,10 +29,17 @@ Action declareEncode(CLI::App& command);
 Action declareHelp(CLI::App& command);
 Action declareComplete(CLI::App& command);
 
-inline constexpr const char* patternDetails =
-    "A pattern such as '~/Videos/*.iso' stands for the files and folders that match it now. \"*\" stands "
-    "for\n"
-    "any run of characters without a \"/\", \"**\" and a star at the end for any run.";
+inline constexpr const char* addedPatternDetails =
+    "A pattern such as '~/Videos/*.iso' stands for the files and folders that match it now, which are "
+    "printed;\n"
+    "files that come later are not excluded. A rule that also holds for these is an entry "
+    "\"policyExcludeList\"\n"
+    "in the configuration of the daemon; see kelvane-local-daemon(1).\n"
+    "\"*\" stands for any run of characters without a \"/\", \"**\" and a star at the end for any run.";
+inline constexpr const char* removedPatternDetails =
+    "A pattern such as '~/Videos/*.iso' stands for everything excluded that matches it. \"*\" stands for "
+    "any\n"
+    "run of characters without a \"/\", \"**\" and a star at the end for any run.";
 
 // A new command is one row here and one function in Commands/.
 inline constexpr CommandRow commands[] = {
@@ -44,8 +51,9 @@ inline constexpr CommandRow commands[] = {
     {"children", "List a folder and the folders in it", declareChildren},
     {"exclude", "Change what automatic backup leaves out", nullptr},
     {"exclude list", "List what is excluded", declareExcludeList},
-    {"exclude add", "Exclude files and folders", declareExcludeAdd, patternDetails},
-    {"exclude remove", "Back up excluded files and folders again", declareExcludeRemove, patternDetails},
+    {"exclude add", "Exclude files and folders", declareExcludeAdd, addedPatternDetails},
+    {"exclude remove", "Back up excluded files and folders again", declareExcludeRemove,
+     removedPatternDetails},
     {"include", "Change what manual backup backs up", nullptr},
     {"include add", "Back up files and folders in manual mode", declareIncludeAdd},
     {"include remove", "Stop backing them up in manual mode", declareIncludeRemove},

@@ -132,7 +132,8 @@ std::vector<Outcome> outcomesOf(const Request& request, const Change& change, co
     return outcomes;
 }
 
-ExitStatus finishWithOutcomes(const CommandLine& line, const std::vector<Outcome>& outcomes) {
+ExitStatus finishWithOutcomes(const CommandLine& line, const std::vector<Outcome>& outcomes,
+                              const Change& change) {
     auto json = nlohmann::ordered_json::array();
     std::string text; // what a pattern stood for
     ExitStatus status = ExitStatus::Success;
@@ -145,6 +146,8 @@ ExitStatus finishWithOutcomes(const CommandLine& line, const std::vector<Outcome
             text += shownPath(path) + '\n';
         }
     }
+    if (!text.empty() && change.patterns == Patterns::OnDisk)
+        text += "Excluded as listed; what matches later is not excluded.\n";
     const ExitStatus written = finishWith(line.settings().json ? jsonText(json, true) : text);
     return status == ExitStatus::Success ? written : status;
 }
@@ -160,7 +163,7 @@ ExitStatus apply(const CommandLine& line, const Change& change, const std::vecto
             if (const Daemon daemon = session.state().proxy()) // gone: that is complained about
                 std::ranges::move(outcomesOf(request, change, daemon, volumes), std::back_inserter(outcomes));
     });
-    return status == ExitStatus::Success ? finishWithOutcomes(line, outcomes) : status;
+    return status == ExitStatus::Success ? finishWithOutcomes(line, outcomes, change) : status;
 }
 
 ExitStatus listExclusions(const CommandLine& line, Columns columns) {
