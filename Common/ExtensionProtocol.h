@@ -10,6 +10,7 @@ namespace kelvane {
 namespace extension {
 
 inline constexpr std::string_view alerts = "alerts";
+inline constexpr std::string_view schedule = "schedule"; // state keys alone
 inline constexpr std::string_view verify = "verify";
 
 } // namespace extension

@@ -36,6 +36,13 @@ inline constexpr std::string_view backupControlFlags = "backupControlFlags"; // 
 // Of extensions: absent where the daemon does not have them.
 inline constexpr std::string_view extensions = "extensions"; // array of names
 inline constexpr std::string_view alerts = "alerts"; // array of StandingAlert dictionaries, the worst first
+inline constexpr std::string_view lastBackupDate = "lastBackupDate";
+inline constexpr std::string_view nextBackupDate = "nextBackupDate";
+inline constexpr std::string_view pausedUntil = "pausedUntil";       // a date
+inline constexpr std::string_view destination = "destination";       // text for people
+inline constexpr std::string_view waitingFor = "waitingFor";         // a sentence: why no backup is running
+inline constexpr std::string_view bytesPerSecond = "bytesPerSecond"; // unsigned 64-bit
+inline constexpr std::string_view secondsLeft = "secondsLeft";       // unsigned 64-bit
 inline constexpr std::string_view lastVerifiedDate = "lastVerifiedDate";
 inline constexpr std::string_view lastVerification = "lastVerification";         // a sentence
 inline constexpr std::string_view verificationProgress = "verificationProgress"; // 0 to 1, while it runs

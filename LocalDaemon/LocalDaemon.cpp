@@ -121,6 +121,7 @@ void LocalDaemon::connectListeners() {
         runner_->noteRules();
     });
     state_->setNeedListener([this](const BackupNeed& need) { runner_->noteNeed(need); });
+    state_->setPlanSource([this] { return runner_->planned(); });
 }
 
 // Settings, index and jobs are one daemon's: two would write over each other's. Where there is no place for a
@@ -142,6 +143,7 @@ void LocalDaemon::stop() {
         state_->dropPanes();
         state_->setRulesListener({});
         state_->setNeedListener({});
+        state_->setPlanSource({});
         nodes_->stop();
     }
     if (restores_)

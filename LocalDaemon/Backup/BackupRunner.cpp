@@ -152,7 +152,9 @@ void BackupRunner::takeFailure(const std::string& reason) {
     activity.currentFile.clear();
     activity.done = {};
     state_->setActivity(activity);
-    state_->alerts()->raise(alertForInternalError(reason));
+    const Alert alert = alertForInternalError(reason);
+    noteFailure(alert.title);
+    state_->alerts()->raise(alert);
 }
 
 void BackupRunner::perform(Task task, const StopSignal& stop) {
@@ -324,8 +326,10 @@ void BackupRunner::report(const ResticOutcome& outcome) {
     BackupActivity activity = state_->activity();
     activity.trouble = serviceStateFor(outcome.trouble);
     state_->setActivity(activity);
+    const Alert alert = alertFor(outcome, keeper_->repository().restic().place());
+    noteFailure(alert.title);
     if (activity.trouble)
-        state_->alerts()->raise(alertFor(outcome, keeper_->repository().restic().place()));
+        state_->alerts()->raise(alert);
     else
         state_->alerts()->withdraw(backupAlert);
 }

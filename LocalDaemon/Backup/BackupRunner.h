@@ -6,6 +6,7 @@
 #include "LocalDaemon/Backup/Verification.h"
 #include "LocalDaemon/Index/IndexKeeper.h"
 #include "LocalDaemon/State/KnownDisks.h"
+#include "LocalDaemon/State/PlannedBackup.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -62,6 +63,7 @@ public:
     void backUpNow(const std::string& path);
     // Reads all that is in the backup when nothing is backed up or restored.
     void verifyNow();
+    [[nodiscard]] PlannedBackup planned();
     // Stores again what is damaged, even where whole parts of damaged packs go with that.
     void storeAgain();
 
@@ -117,6 +119,8 @@ private:
     void takeOutcome(const ResticOutcome& outcome);
     void noteOutcome(const ResticOutcome& outcome);
     void report(const ResticOutcome& outcome);
+    void noteFailure(const std::string& failure);
+    [[nodiscard]] std::string reasonFor(BackupSchedule::Obstacle obstacle) const;
     void reportUnread(const std::vector<std::string>& paths);
 
     const std::shared_ptr<DaemonState> state_;
@@ -138,6 +142,8 @@ private:
     bool isRestoring_ = false;
     Work work_; // under way
     BackupSchedule schedule_;
+    std::string failure_; // of the last attempt, as a sentence; empty: it succeeded
+    std::chrono::system_clock::time_point plannedDate_;
 
     // What follows belongs to the runner's thread.
     bool isConnected_ = false;

@@ -49,6 +49,22 @@ BackupSchedule::Step BackupSchedule::next(const Conditions& conditions, Time now
     return step;
 }
 
+BackupSchedule::Plan BackupSchedule::plan(const Conditions& conditions, Time now) const {
+    const BackupNeed& need = conditions.need;
+    if (!need.mayAdd)
+        return {Obstacle::NotAllowed};
+    if (!need.isKnown)
+        return {Obstacle::Scanning};
+    if (!conditions.isOrdered && !need.isWaiting)
+        return {Obstacle::NothingPending};
+    const Time wanted = conditions.isOrdered || !pendingSince_ ? now : timeOfBackup(need, now);
+    if (std::max(wanted, notBefore_) <= now)
+        return {Obstacle::None};
+    if (notBefore_ >= wanted)
+        return {Obstacle::Retry, notBefore_};
+    return {wanted == nextInterval_ ? Obstacle::Interval : Obstacle::Changes, wanted};
+}
+
 // Another priority is for the whole of a backup, which begins again with it. And what is new does not wait
 // until all that was saved before has been read.
 bool BackupSchedule::mustStop(Task underWay, const BackupNeed& before, const BackupNeed& need,

@@ -48,6 +48,22 @@ public:
         std::chrono::milliseconds wait{0};
     };
 
+    // Why no backup begins now.
+    enum class Obstacle {
+        None,
+        NotAllowed,
+        Scanning,
+        NothingPending,
+        Retry,    // the wait after a failure
+        Changes,  // files keep changing
+        Interval, // since the previous backup
+    };
+    struct Plan {
+        Obstacle obstacle = Obstacle::None;
+        std::optional<Time> time =
+            std::nullopt; // of the next backup, if no condition changes; none: not planned
+    };
+
     // `age`: of the last complete backup, so that the interval goes on over a restart. A negative one was
     // made while the clock was ahead, and counts as any age.
     BackupSchedule(const Options& options, Clock::duration interval, std::optional<Clock::duration> age,
@@ -55,6 +71,8 @@ public:
 
     // `now` never goes back from call to call.
     [[nodiscard]] Step next(const Conditions& conditions, Time now);
+    // The next backup, as far as `next` has been told of the pending files.
+    [[nodiscard]] Plan plan(const Conditions& conditions, Time now) const;
     // Whether the task under way has to stop because `before` has become `need`.
     [[nodiscard]] bool mustStop(Task underWay, const BackupNeed& before, const BackupNeed& need,
                                 Time now) const;

@@ -3,6 +3,7 @@
 #include "Common/StateKeys.h"
 #include "Foundation/CleanPath.h"
 #include "Foundation/Unicode.h"
+#include "LocalDaemon/State/PaneValues.h"
 #include "Support/Logging.h"
 
 #include <algorithm>
@@ -42,6 +43,7 @@ std::vector<std::string> withFolders(const std::vector<std::string>& paths) {
 DaemonState::DaemonState(Configuration configuration, Settings settings, Index index, SaveSettings save,
                          Clock clock)
     : configuration_(std::move(configuration)),
+      destination_(textForPanes(destinationText(configuration_.repository.location))),
       save_(std::move(save)),
       clock_(std::move(clock)),
       index_(std::move(index)),
@@ -300,6 +302,7 @@ BackupNeed DaemonState::currentNeed() const {
     need.mayRead = mayWork || (hasPlace() && restore_.job != 0 && !isIndexCurrent_);
     need.isKnown = !isLooking();
     need.isWaiting = isWaiting();
+    need.hasUnread = scan_ && scan_->waiting.count > 0 && !need.isWaiting;
     need.changes = changes_;
     need.hasLowerPriority = settings_.lowerPriorityMode;
     return need;

@@ -11,6 +11,7 @@
 #include "LocalDaemon/State/BackupOrders.h"
 #include "LocalDaemon/State/Configuration.h"
 #include "LocalDaemon/State/DaemonObserver.h"
+#include "LocalDaemon/State/PlannedBackup.h"
 #include "LocalDaemon/State/ServiceState.h"
 #include "LocalDaemon/State/Settings.h"
 
@@ -38,6 +39,8 @@ struct BackupActivity {
     std::optional<ServiceState> trouble;
     FileTotals done; // of what was waiting when it began
     std::string currentFile;
+    std::optional<std::uint64_t> bytesPerSecond = {}; // of files that are read and saved; none: not known
+    std::optional<std::uint64_t> secondsLeft = {};    // likewise
 };
 
 // The daemon's world, guarded by one mutex that is never held while anything is sent, written or looked for
@@ -58,6 +61,9 @@ public:
 
     DaemonState(Configuration configuration, Settings settings, Index index, SaveSettings save, Clock clock);
 
+    // Also called with the mutex held.
+    using PlanSource = std::function<PlannedBackup()>;
+    void setPlanSource(PlanSource source);
     void setRulesListener(RulesListener listener);
     void setNeedListener(NeedListener listener);
 
@@ -166,6 +172,8 @@ private:
     void tellOfRestore(DaemonObserver& pane) const;
 
     void addExtensions(Dictionary& state) const;
+    void addSchedule(Dictionary& state) const;
+    [[nodiscard]] std::string reasonNotToBackUp() const;
 
     struct VerificationStatus {
         std::optional<std::chrono::system_clock::time_point> date;
@@ -181,6 +189,7 @@ private:
     };
 
     const Configuration configuration_;
+    const std::string destination_; // for people, without secrets; empty: none is configured
     const SaveSettings save_;
     const Clock clock_;
     const std::shared_ptr<DaemonObservers> panes_ = std::make_shared<DaemonObservers>();
@@ -191,6 +200,7 @@ private:
     mutable std::mutex mutex_; // guards what follows
     RulesListener rulesListener_;
     NeedListener needListener_;
+    PlanSource planSource_;
     Index index_;
     bool isIndexCurrent_ = false;
     std::string indexTrouble_;

@@ -27,7 +27,8 @@ void DaemonState::setDamage(bool isAnyKnown, std::uint64_t files) {
 }
 
 void DaemonState::addExtensions(Dictionary& state) const {
-    state.set(statekey::extensions, Array{extension::alerts, extension::verify});
+    state.set(statekey::extensions, Array{extension::alerts, extension::schedule, extension::verify});
+    addSchedule(state);
     state.set(statekey::alerts, alerts_->dictionaries());
     state.set(statekey::damagedFileCount, verification_.damagedFiles);
     state.set(statekey::isBackupDamaged, verification_.isDamageKnown);

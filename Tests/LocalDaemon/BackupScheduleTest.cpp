@@ -130,6 +130,38 @@ TEST(BackupSchedule, ChoosesTheTaskThatTheConditionsAllow) {
     EXPECT_EQ(timeOf(Task::Verify, schedule, idle, 1), 35);
 }
 
+TEST(BackupSchedule, PlansTheNextBackupAndSaysWhyNoneBegins) {
+    using Obstacle = BackupSchedule::Obstacle;
+    constexpr std::optional<std::int64_t> none;
+    const struct {
+        std::optional<std::int64_t> age;
+        std::int64_t failedAt;
+        Conditions conditions;
+        Obstacle obstacle;
+        std::optional<std::int64_t> time;
+    } cases[] = {
+        {none, never, {.need = pending}, Obstacle::Changes, 5},
+        {900, never, {.need = pending}, Obstacle::Changes, 5},
+        {600, never, {.need = pending}, Obstacle::Interval, 300},
+        {600, 2, {.need = pending}, Obstacle::Interval, 300},
+        {600, 2, {.need = pending, .isOrdered = true}, Obstacle::Retry, 12},
+        {none, 2, {.need = pending}, Obstacle::Retry, 12},
+        {600, never, {.need = pending, .isOrdered = true}, Obstacle::None, none},
+        {600, never, {.need = nothingPending}, Obstacle::NothingPending, none},
+        {600, never, {.need = isScanning}, Obstacle::Scanning, none},
+        {600, 2, {.need = mayOnlyRead, .isOrdered = true}, Obstacle::NotAllowed, none},
+    };
+    for (const auto& each : cases) {
+        BackupSchedule schedule = scheduleAfter(each.age);
+        static_cast<void>(schedule.next(each.conditions, at(0)));
+        if (each.failedAt != never)
+            static_cast<void>(schedule.noteFailure(at(each.failedAt)));
+        const BackupSchedule::Plan plan = schedule.plan(each.conditions, at(3));
+        EXPECT_EQ(plan.obstacle, each.obstacle) << &each - cases;
+        EXPECT_EQ(plan.time, each.time ? std::optional(at(*each.time)) : std::nullopt) << &each - cases;
+    }
+}
+
 TEST(BackupSchedule, StopsATaskThatMayNotGoOnAndABackupWhosePriorityChanges) {
     BackupNeed lower = pending;
     lower.hasLowerPriority = true;

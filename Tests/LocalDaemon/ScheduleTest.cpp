@@ -53,9 +53,11 @@ TEST_F(BackingUp, HasAnIntervalThatARestartDoesNotShorten) {
     ASSERT_TRUE(comesToRest(1, 1));
     folders.write("home/file", "22");
     start();
+    const Value last = pane->state("lastBackupDate");
     ASSERT_TRUE(comesToRest(1, 2));
     const auto made = repository().snapshots(StopSignal()).snapshots;
     ASSERT_EQ(made.size(), 2U);
+    EXPECT_EQ(last, dateFromTime(made[0].time));
     EXPECT_GE(made[1].time - made[0].time, 60);
     EXPECT_LT(made[1].time - made[0].time, 60 + 45) << "not from the restart on";
 }
@@ -146,6 +148,11 @@ TEST_F(BackingUp, KeepsTheCredentialsOfItsPlaceOutOfTheLogAndTheState) {
         said = pane->call<"daemonState">().description();
         return said.find("host/ is broken") != std::string::npos;
     }));
+    EXPECT_TRUE(comesTo([&] {
+        const Value state = pane->call<"daemonState">();
+        return state["waitingFor"] == "The backup has failed." && !state["nextBackupDate"].isAbsent();
+    }));
+    EXPECT_EQ(pane->state("destination"), "rest:http://host/");
     EXPECT_EQ(said.find(":word"), std::string::npos) << said;
     std::size_t told = 0;
     while (lines.count() > 0) {

@@ -1,4 +1,5 @@
 #include "Common/StandingAlert.h"
+#include "Common/StateKeys.h"
 #include "Foundation/BinaryPropertyList.h"
 #include "LocalDaemon/Panes/AlertActions.h"
 #include "LocalDaemon/Panes/CallbackQueue.h"
@@ -101,6 +102,38 @@ TEST_F(State, KeepsTheSelectionOfBothModesAndSaysWhenItIsEmpty) {
     }
     EXPECT_EQ(state.stateDictionary()["serviceState"], 23U);
     EXPECT_EQ(state.stateDictionary()["statusString"], "Nothing is selected for backup.");
+}
+
+TEST_F(State, TellsTheScheduleAsFarAsItIsKnown) {
+    const auto keysOfSchedule = [&] {
+        std::string text;
+        const Value said = state.stateDictionary();
+        for (const auto& [key, value] : said.dictionary())
+            for (const std::string_view name :
+                 {statekey::lastBackupDate, statekey::nextBackupDate, statekey::pausedUntil,
+                  statekey::waitingFor, statekey::bytesPerSecond, statekey::secondsLeft})
+                text += key == name ? key + ' ' + value.description() + '\n' : "";
+        return text;
+    };
+    report(1, 1);
+    EXPECT_EQ(state.stateDictionary()["destination"], "/backup");
+    EXPECT_EQ(keysOfSchedule(), "");
+    state.setPlanSource(
+        [&] { return PlannedBackup{.date = time + std::chrono::minutes(15), .waitingFor = "Not yet."}; });
+    state.setIndex(std::make_shared<BackupIndex>(
+                       indexWith({}, "x", {.id = std::string(64, 'a'), .time = 0, .isPartial = true}, {})),
+                   {});
+    const std::string last = "lastBackupDate 1970-01-01T00:00:00Z\n";
+    EXPECT_EQ(keysOfSchedule(), last + "nextBackupDate 2001-01-01T00:15:00Z\nwaitingFor Not yet.\n");
+    state.setPausedMinutes(2);
+    EXPECT_EQ(keysOfSchedule(), last + "pausedUntil 2001-01-01T00:02:00Z\nwaitingFor Backup is paused.\n");
+    time += std::chrono::minutes(2);
+    BackupActivity running;
+    running.isRunning = true;
+    running.bytesPerSecond = 7;
+    running.secondsLeft = 0;
+    state.setActivity(running);
+    EXPECT_EQ(keysOfSchedule(), last + "bytesPerSecond 7\nsecondsLeft 0\n");
 }
 
 // Another snapshot every quarter of an hour would hold nothing new.

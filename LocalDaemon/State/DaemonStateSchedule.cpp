@@ -1,0 +1,62 @@
+// What panes that know of the extension "schedule" are told.
+
+#include "Common/StateKeys.h"
+#include "LocalDaemon/State/DaemonState.h"
+#include "LocalDaemon/State/PaneValues.h"
+
+namespace kelvane {
+namespace {
+
+Date dateFromSeconds(std::int64_t since1970) {
+    return dateForPanes(std::chrono::system_clock::time_point(std::chrono::seconds(since1970)));
+}
+
+} // namespace
+
+void DaemonState::setPlanSource(PlanSource source) {
+    const std::scoped_lock guard(mutex_);
+    planSource_ = std::move(source);
+}
+
+// A partial snapshot counts: while a disk is away, or a file cannot be read, there is no other.
+void DaemonState::addSchedule(Dictionary& state) const {
+    if (const Snapshot* const last = index_->newestSnapshot())
+        state.set(statekey::lastBackupDate, dateFromSeconds(last->time));
+    if (!destination_.empty())
+        state.set(statekey::destination, destination_);
+    if (isPaused())
+        state.set(statekey::pausedUntil, dateFromSeconds(settings_.pausedUntil));
+    if (std::string reason = reasonNotToBackUp(); !reason.empty()) {
+        state.set(statekey::waitingFor, std::move(reason));
+        return;
+    }
+    if (activity_.isRunning) {
+        if (activity_.bytesPerSecond)
+            state.set(statekey::bytesPerSecond, *activity_.bytesPerSecond);
+        if (activity_.secondsLeft)
+            state.set(statekey::secondsLeft, *activity_.secondsLeft);
+        return;
+    }
+    const PlannedBackup planned = planSource_ ? planSource_() : PlannedBackup();
+    if (planned.date)
+        state.set(statekey::nextBackupDate, dateForPanes(*planned.date));
+    if (!planned.waitingFor.empty())
+        state.set(statekey::waitingFor, textForPanes(planned.waitingFor));
+}
+
+// What a person has chosen comes first, in the order of the service states.
+std::string DaemonState::reasonNotToBackUp() const {
+    if (!settings_.enabled)
+        return "Backup is disabled.";
+    if (isPaused())
+        return "Backup is paused.";
+    if (settings_.recoverMode)
+        return "Recover mode is on.";
+    if (isOverQuota())
+        return "The selected files exceed the quota.";
+    if (!hasPlace())
+        return "No valid destination is configured.";
+    return selectsAnything(*rules_) ? std::string() : nothingIsSelected;
+}
+
+} // namespace kelvane
