@@ -121,7 +121,7 @@ BackupRun::Result BackupRun::run(const Wanted& wanted, const StopSignal& stop) {
     activity_.isInitial = wanted.isInitial;
     activity_.done = {};
     troubleBefore_ = activity_.trouble;
-    unchanged_ = wanted.unchanged;
+    progress_.emplace(wanted.unchanged.bytes, wanted.pendingBytes);
     tell();
     Restic::Call call;
     call.arguments = argumentsFor(wanted);
@@ -148,7 +148,9 @@ BackupRun::Result BackupRun::run(const Wanted& wanted, const StopSignal& stop) {
                            .errors = "restic's cache was damaged, and has been removed.",
                            .wasCacheDamaged = true};
     activity_.currentFile.clear();
-    tell();
+    activity_.bytesPerSecond.reset();
+    activity_.secondsLeft.reset();
+    state_.setActivity(activity_);
     return result_;
 }
 
@@ -159,13 +161,17 @@ bool BackupRun::wasCacheDamaged(const std::string& parent, const StopSignal& sto
 }
 
 bool BackupRun::takeLine(std::string_view text) {
-    if (text.find("\"action\":\"unchanged\"") != std::string_view::npos)
-        return true; // most lines of most backups
+    if (text.find("\"action\":\"unchanged\"") != std::string_view::npos) { // most lines of most backups
+        progress_->noteUnchangedFile();
+        return true;
+    }
     const BackupLine line = backupLineFrom(text);
     switch (line.kind) {
     case BackupLine::Kind::Item:
-        if (line.isFile && line.isChanged)
-            saved_ += {1, sizeOf(line.path)};
+        if (line.isFile && line.isChanged) {
+            ++filesSaved_;
+            progress_->noteSavedFile(sizeOf(line.path));
+        }
         return true;
     case BackupLine::Kind::Status: return takeStatus(line.filesDone, line.bytesDone, line.path);
     case BackupLine::Kind::Summary: result_.snapshotId = line.snapshotId; return true;
@@ -180,6 +186,7 @@ bool BackupRun::takeStatus(std::uint64_t files, std::uint64_t bytes, const std::
     const bool hasGotOn = files != filesDone_ || bytes != bytesDone_;
     filesDone_ = files;
     bytesDone_ = bytes;
+    progress_->noteStatus(bytes, std::chrono::steady_clock::now());
     if (!path.empty())
         activity_.currentFile = onDisk(path).front();
     if (hasGotOn)
@@ -220,11 +227,10 @@ void BackupRun::takeUnread(const BackupLine& error) {
             result_.unread.push_back(path);
 }
 
-// Of a large file also the part that is read. restic tells how much it has been through altogether.
 void BackupRun::tell() {
-    activity_.done = saved_;
-    if (bytesDone_ > unchanged_.bytes + saved_.bytes)
-        activity_.done.bytes = bytesDone_ - unchanged_.bytes;
+    activity_.done = {filesSaved_, progress_->bytesSaved()};
+    activity_.bytesPerSecond = progress_->bytesPerSecond();
+    activity_.secondsLeft = progress_->secondsLeft();
     lastTold_ = std::chrono::steady_clock::now();
     state_.setActivity(activity_);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "LocalDaemon/Backup/BackupProgress.h"
 #include "LocalDaemon/Restic/Repository.h"
 #include "LocalDaemon/Restic/ResticJson.h"
 #include "LocalDaemon/Rules/BackupTargets.h"
@@ -24,7 +25,8 @@ public:
         std::string parent;    // a snapshot that most of it is in as it was; empty: none
         bool isForced = false; // every file is read, and stored where the repository does not have it
         bool isInitial = false;
-        FileTotals unchanged; // of what the targets hold: what is saved already
+        FileTotals unchanged;                      // of what the targets hold: what is saved already
+        std::optional<std::uint64_t> pendingBytes; // of what the targets hold; none: not known
         bool hasLowerPriority = false;
         std::chrono::milliseconds patience{};            // for so long it may get on with nothing
         std::chrono::milliseconds patienceWithRetries{}; // after restic has said that it tries again
@@ -58,8 +60,8 @@ private:
     bool hasUnreasonedError_ = false;
     BackupActivity activity_;
     std::optional<ServiceState> troubleBefore_;
-    FileTotals unchanged_;
-    FileTotals saved_; // whole files
+    std::optional<BackupProgress> progress_; // while it runs
+    std::uint64_t filesSaved_ = 0;           // whole ones
     std::uint64_t filesDone_ = 0;
     std::uint64_t bytesDone_ = 0;
     std::chrono::steady_clock::time_point lastTold_;

@@ -255,6 +255,8 @@ void BackupRunner::describe(BackupRun::Wanted& wanted, const BackupIndex& index,
     wanted.unchanged = part.path != everything
                            ? found
                            : FileTotals{found.count - waiting.count, found.bytes - waiting.bytes};
+    if (part.isWhole() && !wanted.isForced)
+        wanted.pendingBytes = waiting.bytes;
     wanted.hasLowerPriority = state_->setting(&Settings::lowerPriorityMode);
     wanted.patience = options_.patience;
     wanted.patienceWithRetries = options_.patienceWithRetries;

@@ -1,4 +1,5 @@
 #include "LocalDaemon/Backup/BackupSchedule.h"
+#include "LocalDaemon/Backup/BackupProgress.h"
 
 #include <gtest/gtest.h>
 
@@ -179,6 +180,50 @@ TEST(BackupSchedule, StopsATaskThatMayNotGoOnAndABackupWhosePriorityChanges) {
         for (const Task task : {Task::None, Task::Connect, Task::BackUp, Task::Verify})
             EXPECT_EQ(schedule.mustStop(task, pending, need, at(now)), stopped.contains(task))
                 << static_cast<int>(task) << " at " << now;
+}
+
+// A status a second. 'u': an unchanged file was passed before it; the digit: 10 bytes each that are counted.
+TEST(BackupProgress, CountsAsSpeedOnlyWhatIsReadOfChangedFiles) {
+    constexpr std::optional<std::uint64_t> none;
+    const struct {
+        const char* statuses;
+        std::uint64_t savedFile; // before the last status
+        std::optional<std::uint64_t> speed, left;
+        std::uint64_t saved;
+    } cases[] = {
+        {"00", 0, none, none, 0},
+        {"012", 0, none, none, 30}, // of less than three seconds
+        {"0123", 0, 20, 2, 60},
+        {"0123", 90, 20, 1, 90},
+        {"01230", 0, 15, 3, 60},
+        {"01u222", 0, none, none, 30}, // the second status after it may count the unchanged file, too
+        {"01u2222", 0, 16, 4, 50},
+        {"u9u9u9u9", 0, none, none, 0},
+        {"u9u9u9u9", 70, none, none, 70},
+        {"0000000000000000000000000000000000000", 0, 0, none, 0},
+        {"04444", 0, 40, none, 160}, // more than was pending
+    };
+    for (const auto& each : cases) {
+        BackupProgress progress(1000, 100);
+        BackupSchedule::Time now = at(0);
+        std::uint64_t counted = 0;
+        for (const char* status = each.statuses; *status != '\0'; ++status) {
+            if (*status == 'u') {
+                progress.noteUnchangedFile();
+                continue;
+            }
+            if (status[1] == '\0' && each.savedFile > 0)
+                progress.noteSavedFile(each.savedFile);
+            counted += 10 * static_cast<std::uint64_t>(*status - '0');
+            progress.noteStatus(counted, now += 1s);
+        }
+        EXPECT_EQ(progress.bytesPerSecond(), each.speed) << each.statuses;
+        EXPECT_EQ(progress.secondsLeft(), each.left) << each.statuses;
+        EXPECT_EQ(progress.bytesSaved(), each.saved) << each.statuses;
+    }
+    BackupProgress initial(0, std::nullopt);
+    initial.noteStatus(30, at(0));
+    EXPECT_EQ(initial.bytesSaved(), 30U) << "nothing is unchanged";
 }
 
 } // namespace
