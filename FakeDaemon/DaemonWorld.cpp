@@ -1,10 +1,13 @@
 #include "FakeDaemon/DaemonWorld.h"
 
+#include "Common/ExtensionProtocol.h"
 #include "Common/FileNodeFlags.h"
 #include "Common/RestoreStatus.h"
 #include "Common/StateKeys.h"
+#include "Platform/FileSystem.h"
 
 #include <algorithm>
+#include <ctime>
 #include <span>
 
 namespace kelvane {
@@ -62,6 +65,18 @@ Value startRestoreJob(DaemonWorld& world) {
     return job;
 }
 
+// The end of a pause is a part of the extension "schedule".
+void noteEndOfPause(DaemonWorld& world, std::uint32_t minutes) {
+    const Array& extensions = world.state[statekey::extensions].array();
+    if (std::find(extensions.begin(), extensions.end(), Value(extension::schedule)) == extensions.end())
+        return;
+    Dictionary& state = world.state.mutableDictionary();
+    if (minutes == 0)
+        state.erase(statekey::pausedUntil);
+    else
+        state.set(statekey::pausedUntil, dateFromTime(std::time(nullptr) + std::int64_t{60} * minutes));
+}
+
 // Whatever is more than one entry.
 struct Method {
     std::string_view selector;
@@ -73,6 +88,7 @@ constexpr Method methods[] = {
      [](DaemonWorld& world, const Array& arguments) {
          set(world.values, "pausedMinutes", arguments[0]);
          set(world.state, statekey::paused, arguments[0].uint32Value() != 0);
+         noteEndOfPause(world, arguments[0].uint32Value());
          return Value();
      }},
     {"clearAccountOverQuotaTestingFlag",

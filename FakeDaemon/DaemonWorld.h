@@ -46,4 +46,8 @@ struct DaemonWorld {
 // The account and files of somebody who has used the service for a while.
 [[nodiscard]] DaemonWorld demoWorld();
 
+// The demo account's daemon with the extensions whose answers are in its state: "alerts", "schedule" and
+// "verify".
+void addDemoExtensions(DaemonWorld& world);
+
 } // namespace kelvane

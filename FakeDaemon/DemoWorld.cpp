@@ -1,13 +1,19 @@
 #include "FakeDaemon/DaemonWorld.h"
 
+#include "Common/ExtensionProtocol.h"
 #include "Common/RestoreStatus.h"
+#include "Common/StandingAlert.h"
 #include "Common/StateKeys.h"
+#include "Platform/FileSystem.h"
 #include "Support/ServiceStates.h"
+
+#include <ctime>
 
 namespace kelvane {
 namespace {
 
 constexpr std::uint64_t megabyte = 1'000'000;
+constexpr std::int64_t minute = 60;
 constexpr auto backingUp = static_cast<std::uint32_t>(ServiceState::BackingUp);
 
 struct DemoFile {
@@ -97,6 +103,26 @@ DaemonWorld demoWorld() {
         world.addFile(file.path, file.isDirectory, file.size, file.isBackedUp);
     world.exclude("/home/maria/Downloads", true);
     return world;
+}
+
+void addDemoExtensions(DaemonWorld& world) {
+    const auto before = [](std::int64_t seconds) { return dateFromTime(std::time(nullptr) - seconds); };
+    Dictionary& state = world.state.mutableDictionary();
+    state.set(statekey::extensions, Array{extension::alerts, extension::schedule, extension::verify});
+    state.set(statekey::alerts,
+              Array{dictionaryOf({.id = "files_not_read",
+                                  .severity = "warning",
+                                  .title = "Some files are not backed up.",
+                                  .text = "They could not be read:\n/home/maria/Documents/Contract.pdf",
+                                  .since = before(minute * 20),
+                                  .actions = {std::string(dismissAction)}})});
+    state.set(statekey::lastBackupDate, before(minute * 20));
+    state.set(statekey::destination, "Backup disk (folder kelvane)");
+    state.set(statekey::bytesPerSecond, 17 * megabyte);
+    state.set(statekey::secondsLeft, std::uint64_t{240});
+    state.set(statekey::lastVerifiedDate, before(minute * 60));
+    state.set(statekey::lastVerification, "No damage found");
+    world.values.mutableDictionary().set("verify", "");
 }
 
 } // namespace kelvane

@@ -25,6 +25,7 @@ struct Options {
     std::string socket = defaultDaemonPath().value_or(std::string());
     std::string script;
     bool isEmpty = false;
+    bool hasExtensions = false;
 };
 
 // Feeds the script to the player as it comes, so that a pipe can go on giving orders.
@@ -45,6 +46,8 @@ int serve(const Options& options) {
     PollLoop loop;
     const SignalWatch signals(loop, {SIGTERM, SIGINT}, [&loop](int) { loop.quit(); });
     DaemonWorld world = options.isEmpty ? DaemonWorld() : demoWorld();
+    if (options.hasExtensions)
+        addDemoExtensions(world);
     world.bootVolume = Volumes::current().bootVolume().name; // as panes on this machine name it
     FakeDaemon daemon(options.socket, std::move(world));
     daemon.answerWith("terminate", [&loop](const Array&) {
@@ -93,6 +96,8 @@ int main(int argc, char** argv) {
                    "\"arguments\": [\"/a\"]}; \"-\" for standard input")
         ->type_name("FILE");
     app.add_flag("--empty", options.isEmpty, "Know nothing instead of showing a demo account");
+    app.add_flag("--extensions", options.hasExtensions,
+                 "Name the extensions \"alerts\", \"schedule\" and \"verify\"");
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& help) {

@@ -89,6 +89,19 @@ public:
         return standingAlertsFrom(daemonState_[statekey::alerts]);
     }
 
+    // Empty and none where the daemon does not say.
+    [[nodiscard]] std::optional<Date> lastBackupDate() const { return date(statekey::lastBackupDate); }
+    [[nodiscard]] std::optional<Date> nextBackupDate() const { return date(statekey::nextBackupDate); }
+    [[nodiscard]] std::optional<Date> pausedUntil() const { return date(statekey::pausedUntil); }
+    [[nodiscard]] std::string destination() const {
+        return daemonState_[statekey::destination].stringValue();
+    }
+    [[nodiscard]] std::string waitingFor() const { return daemonState_[statekey::waitingFor].stringValue(); }
+    [[nodiscard]] std::optional<std::uint64_t> bytesPerSecond() const {
+        return count(statekey::bytesPerSecond);
+    }
+    [[nodiscard]] std::optional<std::uint64_t> secondsLeft() const { return count(statekey::secondsLeft); }
+
     // Absent, empty and none where the daemon does not say.
     [[nodiscard]] Value lastVerifiedDate() const { return daemonState_[statekey::lastVerifiedDate]; }
     [[nodiscard]] std::string lastVerification() const {
@@ -181,6 +194,15 @@ private:
     [[nodiscard]] std::uint32_t number(std::string_view key) const { return daemonState_[key].uint32Value(); }
     [[nodiscard]] std::uint64_t number64(std::string_view key) const {
         return daemonState_[key].uint64Value();
+    }
+
+    [[nodiscard]] std::optional<std::uint64_t> count(std::string_view key) const {
+        const Value& value = daemonState_[key];
+        return value.isNumber() ? std::optional(value.uint64Value()) : std::nullopt;
+    }
+    [[nodiscard]] std::optional<Date> date(std::string_view key) const {
+        const Value& value = daemonState_[key];
+        return value.kind() == Value::Kind::Date ? std::optional(value.dateValue()) : std::nullopt;
     }
 
     template <Selector selector, class... Arguments>

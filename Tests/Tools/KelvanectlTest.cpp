@@ -33,6 +33,46 @@ TEST_F(Kelvanectl, StatusShowsWhatTheDaemonSaysAndInventsNothing) {
               std::string::npos);
 }
 
+TEST_F(Kelvanectl, StatusShowsTheScheduleOfADaemonThatTellsIt) {
+    environment_.emplace_back("LC_ALL=C");
+    daemon_.setState("extensions", Array{"schedule"});
+    const auto rows = [&] {
+        const std::string text = run({"status"}).output;
+        std::string shown;
+        std::istringstream lines(text);
+        for (std::string line; std::getline(lines, line);)
+            for (const char* const label : {"Mode", "Last", "Next", "Dest", "Speed", "Verif"})
+                shown += line.starts_with(label) ? line + '\n' : "";
+        return shown;
+    };
+    EXPECT_EQ(rows(), "Mode            Enabled\nLast backup     none\nVerified        never\n");
+    const Date date = plist(R"({"$date": "2025-01-02T03:04:05Z"})").dateValue();
+    daemon_.setState("lastBackupDate", date);
+    daemon_.setState("waitingFor", "Backup is\x1b paused.");
+    daemon_.setState("pausedUntil", date);
+    daemon_.setState("destination", "Disk");
+    daemon_.setState("lastVerifiedDate", date);
+    daemon_.setState("lastVerification", "No damage");
+    daemon_.answer("pausedMinutes", 90U);
+    EXPECT_EQ(rows(), "Mode            Paused until 2025-01-02 03:04\nLast backup     2025-01-02 03:04\n"
+                      "Next backup     Backup is\\x1b paused.\nDestination     Disk\n"
+                      "Verified        2025-01-02 03:04: No damage\n");
+    daemon_.setState("nextBackupDate", date);
+    daemon_.setState("bytesPerSecond", 3U << 20U);
+    const std::pair<std::uint64_t, std::string> times[] = {
+        {59, "less than a minute"},  {89, "about 1 minute"},  {90, "about 2 minutes"},
+        {5999, "about 100 minutes"}, {6000, "about 2 hours"}, {10799, "about 3 hours"}};
+    for (const auto& [seconds, text] : times) {
+        daemon_.setState("secondsLeft", seconds);
+        EXPECT_NE(rows().find("Disk\nSpeed           3.00 MB/s, " + text + " left\n"), std::string::npos)
+            << rows();
+    }
+    const Json json = Json::parse(run({"--json", "status"}).output);
+    EXPECT_EQ(json["nextBackupDate"], "2025-01-02T03:04:05Z");
+    EXPECT_EQ(json["bytesPerSecond"], 3U << 20U);
+    EXPECT_EQ(json["waitingFor"], "Backup is\x1b paused.");
+}
+
 TEST_F(Kelvanectl, WhatWasKeptIsShownWithoutADaemonAndNotReplacedByAnswersThatNeverCame) {
     ASSERT_EQ(run({"status"}).status, 0);
     {

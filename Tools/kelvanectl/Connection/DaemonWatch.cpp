@@ -3,7 +3,9 @@
 #include "Common/StateKeys.h"
 #include "Support/Json/JsonPropertyList.h"
 #include "Support/ServiceStates.h"
+#include "Tools/kelvanectl/Output/DateText.h"
 #include "Tools/kelvanectl/Output/JsonText.h"
+#include "Tools/kelvanectl/Output/Terminal.h"
 
 #include <nlohmann/json.hpp>
 
@@ -38,7 +40,9 @@ std::string entryText(const Dictionary& state, const std::string& key, const Bun
         key == statekey::serviceState
             ? stringForKelvaneServiceState(static_cast<ServiceState>(value->uint32Value()), bundle)
             : std::string();
-    return key + ' ' + compact(*value) + (name.empty() ? "" : " (" + name + ")");
+    const bool isDate = value->kind() == Value::Kind::Date;
+    return key + ' ' + (isDate ? printable(dateText(value->dateValue())) : compact(*value)) +
+           (name.empty() ? "" : " (" + name + ")");
 }
 
 } // namespace

@@ -41,7 +41,9 @@ std::string textOf(const StatusReport::Amount& amount) {
 
 std::string modeText(const StatusReport& report) {
     std::string text = nameOf(report.mode).text;
-    if (report.mode == DaemonMode::Paused)
+    if (report.mode == DaemonMode::Paused && report.schedule && report.schedule->pausedUntil)
+        text += " until " + dateText(*report.schedule->pausedUntil);
+    else if (report.mode == DaemonMode::Paused)
         text += " (" + std::to_string(report.pausedMinutes) + " minutes left)";
     return text;
 }
@@ -119,6 +121,8 @@ void addLiveValues(Json& json, const StatusReport& report) {
     json["hasUnreadFiles"] = report.hasUnreadFiles;
     json["damagedFileCount"] = report.damagedFiles;
     json["verification"] = report.verification;
+    if (report.schedule)
+        addTo(json, *report.schedule);
     json["alerts"] = alertsJson(report.alerts);
     json["isOverQuota"] = report.isOverQuota;
     json["quotaMB"] = report.quotaMB;
@@ -146,6 +150,7 @@ StatusReport statusReport(const BackupState& state, const Bundle& bundle, std::s
     report.statusString = state.statusString().stringValue();
     report.alerts = state.alerts();
     report.verification = verificationText(state);
+    report.schedule = scheduleReport(state);
     report.hasUnreadFiles = state.hasUnreadFiles();
     report.damagedFiles = state.damagedFileCount();
     report.listsAlerts = state.hasExtension(extension::alerts);
@@ -174,11 +179,14 @@ std::string textOf(const StatusReport& report) {
     rows.add("State", serviceStateText(report));
     if (report.statusString != report.serviceStateText)
         rows.addIfAny("Status", report.statusString);
+    if (report.schedule)
+        addTo(rows, *report.schedule);
     rows.addKnown("Backed up", textOf(report.backedUp));
     rows.addKnown("Pending", textOf(report.pending));
     rows.addIfAny("Backing up", report.currentBackupFile.empty() ? "" : shownPath(report.currentBackupFile));
+    rows.addIfAny("Speed", report.schedule ? progressText(*report.schedule) : "");
     rows.addIfAny("Restoring", restoreText(report));
-    rows.addIfAny("Verified", report.verification);
+    rows.addIfAny("Verified", report.schedule && report.verification.empty() ? "never" : report.verification);
     addTroubles(rows, report);
     rows.addIfAny("Priority", report.lowerPriorityMode ? "lower" : "");
     addAccount(rows, report);

@@ -2,6 +2,7 @@
 
 #include "PreferencePane/Link/BackupState.h"
 #include "PreferencePane/Link/DaemonMode.h"
+#include "Tools/kelvanectl/Output/ScheduleReport.h"
 
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
@@ -36,6 +37,7 @@ struct StatusReport {
     bool listsAlerts = false;
     std::vector<StandingAlert> alerts; // the worst first
     std::string verification;          // its outcome and date, or that it is running; empty: not known
+    std::optional<ScheduleReport> schedule;
 
     std::string userEmail;
     std::int64_t computerNumber = 0;
