@@ -8,6 +8,7 @@
 #include "LocalDaemon/Backup/LargeFiles.h"
 #include "LocalDaemon/Index/LateChanges.h"
 #include "LocalDaemon/Rules/BackupTargets.h"
+#include "LocalDaemon/Scan/FolderContents.h"
 #include "Platform/FileDescriptor.h"
 #include "Platform/MountTable.h"
 #include "Support/Logging.h"
@@ -46,11 +47,9 @@ std::string lockedFolderAround(const BackupIndex& index, const std::string& path
     const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (file || errno != ENOKEY)
         return {};
-    struct statx status {};
     for (std::string_view at = folderOf(path); at.size() > 1; at = folderOf(at)) {
         const std::string folder(at);
-        if (::statx(AT_FDCWD, folder.c_str(), 0, STATX_TYPE, &status) != 0 ||
-            (status.stx_attributes & STATX_ATTR_ENCRYPTED) == 0)
+        if (!isEncrypted(folder))
             return {};
         if (const BackupIndex::Item* const item = index.find(at); item && index.hasContent(*item))
             return folder;

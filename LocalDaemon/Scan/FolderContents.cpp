@@ -86,6 +86,13 @@ bool isTargetLost(const std::string& path) {
     return isTargetLostIn(AT_FDCWD, path.c_str());
 }
 
+bool isEncrypted(const std::string& folder) {
+    struct statx status {};
+    return ::statx(AT_FDCWD, folder.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_TYPE, &status) ==
+               0 &&
+           (status.stx_attributes & STATX_ATTR_ENCRYPTED) != 0;
+}
+
 FolderContents contentsOfFolder(const std::string& path, const std::atomic<bool>& stopping,
                                 const Sieve& sieve, const Waiting& isWaiting) {
     FolderContents contents;

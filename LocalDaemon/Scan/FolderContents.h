@@ -77,6 +77,9 @@ using Sieve = std::function<Passage(std::string_view name)>;
 // each byte that is not UTF-8. False of anything else and of what cannot be read.
 [[nodiscard]] bool isTargetLost(const std::string& path);
 
+// Whether the file system encrypts what is in the folder, with its key or without.
+[[nodiscard]] bool isEncrypted(const std::string& folder);
+
 [[nodiscard]] FolderContents contentsOfFolder(const std::string& path, const std::atomic<bool>& stopping,
                                               const Sieve& sieve, const Waiting& isWaiting);
 
