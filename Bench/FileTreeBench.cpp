@@ -1,7 +1,7 @@
 #include "Bench/FileDictionaries.h"
-#include "Common/FileNode.h"
-#include "Foundation/BinaryPropertyList.h"
+#include "Common/FileNode/FileNode.h"
 #include "Foundation/Format.h"
+#include "Foundation/PropertyList/BinaryPropertyList.h"
 
 #include <benchmark/benchmark.h>
 #include <malloc.h>

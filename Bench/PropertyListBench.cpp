@@ -1,5 +1,5 @@
 #include "Bench/FileDictionaries.h"
-#include "Foundation/BinaryPropertyList.h"
+#include "Foundation/PropertyList/BinaryPropertyList.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
 #include <array>

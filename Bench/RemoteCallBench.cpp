@@ -1,7 +1,7 @@
 #include "Common/FrameReader.h"
 #include "Common/KelvProxy.h"
 #include "Common/Protocols.h"
-#include "Foundation/BinaryPropertyList.h"
+#include "Foundation/PropertyList/BinaryPropertyList.h"
 #include "Support/ServiceStates.h"
 
 #include <benchmark/benchmark.h>

@@ -1,7 +1,7 @@
 #include "Common/KelvProxy.h"
 
 #include "Foundation/Assertion.h"
-#include "Foundation/BinaryPropertyList.h"
+#include "Foundation/PropertyList/BinaryPropertyList.h"
 #include "Support/Logging.h"
 
 #include <algorithm>

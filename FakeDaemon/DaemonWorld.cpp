@@ -1,10 +1,10 @@
 #include "FakeDaemon/DaemonWorld.h"
 
 #include "Common/ExtensionProtocol.h"
-#include "Common/FileNodeFlags.h"
+#include "Common/FileNode/FileNodeFlags.h"
 #include "Common/RestoreStatus.h"
 #include "Common/StateKeys.h"
-#include "Platform/FileSystem.h"
+#include "Platform/Files/FileSystem.h"
 
 #include <algorithm>
 #include <ctime>

@@ -4,7 +4,7 @@
 #include "Common/RestoreStatus.h"
 #include "Common/StandingAlert.h"
 #include "Common/StateKeys.h"
-#include "Platform/FileSystem.h"
+#include "Platform/Files/FileSystem.h"
 #include "Support/ServiceStates.h"
 
 #include <ctime>

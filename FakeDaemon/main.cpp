@@ -3,10 +3,10 @@
 #include "FakeDaemon/ScriptPlayer.h"
 #include "Foundation/Format.h"
 #include "Platform/FileDescriptor.h"
+#include "Platform/Files/Volumes.h"
 #include "Platform/SignalWatch.h"
 #include "Platform/SocketClaim.h"
 #include "Platform/SpecialFolders.h"
-#include "Platform/Volumes.h"
 #include "Support/Logging.h"
 
 #include <CLI/CLI.hpp>

@@ -1,6 +1,6 @@
 // Whatever is accepted must be writable, and read again as the same value with every kind kept.
 
-#include "Foundation/BinaryPropertyList.h"
+#include "Foundation/PropertyList/BinaryPropertyList.h"
 
 #include <cstdlib>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Host/Appearance.h"
-#include "Platform/Desktop/Authorization.h"
+#include "Host/Appearance/Appearance.h"
+#include "Platform/Desktop/Authorization/Authorization.h"
 
 #include <string>
 #include <variant>

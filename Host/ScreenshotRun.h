@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Host/AfterPaint.h"
-#include "Host/PaneLife.h"
+#include "Host/Panes/PaneLife.h"
 
 #include <functional>
 #include <memory>

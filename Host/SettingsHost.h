@@ -2,7 +2,7 @@
 
 #include "Host/AfterPaint.h"
 #include "Host/Options.h"
-#include "Host/PaneLife.h"
+#include "Host/Panes/PaneLife.h"
 #include "Host/ScreenshotRun.h"
 #include "Host/SettingsWindow.h"
 

@@ -8,7 +8,7 @@
 #include "LocalDaemon/Restore/RestoreQueue.h"
 #include "LocalDaemon/Scan/FolderScan.h"
 #include "LocalDaemon/State/KnownDisks.h"
-#include "LocalDaemon/State/SettingsStore.h"
+#include "LocalDaemon/State/Settings/SettingsStore.h"
 #include "Platform/FileDescriptor.h"
 #include "Platform/SocketClaim.h"
 

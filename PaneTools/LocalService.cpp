@@ -3,7 +3,7 @@
 #include "Common/KelvProxy.h"
 #include "Common/Protocols.h"
 #include "PaneTools/UserUnit.h"
-#include "Platform/DetachedProgram.h"
+#include "Platform/Processes/DetachedProgram.h"
 #include "Platform/SocketClaim.h"
 #include "Platform/SpecialFolders.h"
 #include "Support/AgentLauncher.h"

@@ -14,7 +14,7 @@
 #include "PaneTools/ToolArguments.h"
 #include "PaneTools/UserData.h"
 #include "PaneTools/UserUnit.h"
-#include "Platform/Desktop/Authorization.h"
+#include "Platform/Desktop/Authorization/Authorization.h"
 #include "Platform/FileDescriptor.h"
 
 #include <QCoreApplication>

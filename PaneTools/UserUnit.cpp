@@ -1,8 +1,8 @@
 #include "PaneTools/UserUnit.h"
 
 #include "Foundation/Format.h"
-#include "Platform/ChildProcess.h"
 #include "Platform/FileContents.h"
+#include "Platform/Processes/ChildProcess.h"
 #include "Platform/SpecialFolders.h"
 
 #include <cerrno>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Foundation/BinaryPropertyList.h"
+#include "Foundation/PropertyList/BinaryPropertyList.h"
 
 #include <cstddef>
 #include <span>

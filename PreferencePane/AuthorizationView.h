@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Platform/Bundle.h"
-#include "Platform/Desktop/Authorization.h"
+#include "Platform/Desktop/Authorization/Authorization.h"
 
 #include <QWidget>
 #include <functional>

@@ -1,6 +1,6 @@
 #include "PreferencePane/Bullets.h"
 
-#include "Common/FileNodeFlags.h"
+#include "Common/FileNode/FileNodeFlags.h"
 
 #include <QString>
 

@@ -1,6 +1,6 @@
 #include "PreferencePane/PaneController.h"
 
-#include "Common/FileNode.h"
+#include "Common/FileNode/FileNode.h"
 #include "Platform/Desktop/RunningApplications.h"
 #include "Platform/PropertyListFile.h"
 #include "Platform/SystemVersion.h"

@@ -2,7 +2,7 @@
 
 #include "Platform/Desktop/PanePlugin.h"
 #include "Platform/Desktop/SessionWatch.h"
-#include "Platform/MountTable.h"
+#include "Platform/Files/MountTable.h"
 #include "PreferencePane/Bullets.h"
 #include "PreferencePane/PaneView.h"
 #include "PreferencePane/Services/PaneServices.h"

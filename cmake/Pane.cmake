@@ -20,7 +20,7 @@ function(kelvane_pane name)
     file(GLOB sources CONFIGURE_DEPENDS "${folder}/*.cpp")
     add_library(${target} MODULE ${sources})
     target_link_libraries(${target} PRIVATE kelvane_options ${PANE_LINKS})
-    # Everything but its two names stays inside: a plug-in holds its own copy of the rooms that it links. What it
+    # Everything but its two names stays inside: a plug-in holds its own copy of the modules that it links. What it
     # misses is found here and not by the user.
     set_target_properties(${target} PROPERTIES PREFIX "" OUTPUT_NAME "${name}" CXX_VISIBILITY_PRESET hidden
         VISIBILITY_INLINES_HIDDEN ON LIBRARY_OUTPUT_DIRECTORY "${bundle}/PlugIns")

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# What can be seen without building: formatting, includes that leave their room, sizes of files.
+# What can be seen without building: formatting, includes that leave their module, sizes of files.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -12,7 +12,7 @@ if ! clang-format --dry-run --Werror "${sources[@]}"; then
     failed=1
 fi
 if grep -nE '#include "(\.\./|[^/"]+")' "${sources[@]}"; then
-    echo "An include names its room and file, and never a relative path." >&2
+    echo "An include names its module and file, and never a relative path." >&2
     failed=1
 fi
 if wc -l "${sources[@]}" | awk '$2 != "total" && $1 > 400 { print; found = 1 } END { exit !found }'; then

@@ -10,7 +10,7 @@
 #include "LocalDaemon/Rules/BackupTargets.h"
 #include "LocalDaemon/Scan/FolderContents.h"
 #include "Platform/FileDescriptor.h"
-#include "Platform/MountTable.h"
+#include "Platform/Files/MountTable.h"
 #include "Support/Logging.h"
 #include "Support/MessageLine.h"
 

@@ -1,7 +1,7 @@
 #include "LocalDaemon/Backup/RepositoryKey.h"
 
 #include "Common/StandingAlert.h"
-#include "Platform/MountTable.h"
+#include "Platform/Files/MountTable.h"
 #include "Support/Logging.h"
 
 #include <sys/stat.h>

@@ -1,9 +1,9 @@
 #include "LocalDaemon/Backup/VerificationRecord.h"
 
 #include "Foundation/Unicode.h"
-#include "Support/CheckedFile.h"
-#include "Support/DamagedFile.h"
 #include "Support/Logging.h"
+#include "Support/Preferences/CheckedFile.h"
+#include "Support/Preferences/DamagedFile.h"
 
 namespace kelvane {
 namespace {

@@ -3,7 +3,7 @@
 #include "LocalDaemon/Index/FileTotals.h"
 #include "LocalDaemon/Restic/Damage.h"
 #include "LocalDaemon/Restic/Snapshots.h"
-#include "Platform/FileSystem.h"
+#include "Platform/Files/FileSystem.h"
 
 #include <cstdint>
 #include <map>

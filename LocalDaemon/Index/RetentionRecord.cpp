@@ -1,8 +1,8 @@
 #include "LocalDaemon/Index/RetentionRecord.h"
 
-#include "Support/CheckedFile.h"
-#include "Support/DamagedFile.h"
 #include "Support/Logging.h"
+#include "Support/Preferences/CheckedFile.h"
+#include "Support/Preferences/DamagedFile.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,13 +1,13 @@
 #include "LocalDaemon/Panes/NodeAnswers.h"
 
-#include "Common/FileNode.h"
+#include "Common/FileNode/FileNode.h"
 #include "Foundation/CleanPath.h"
 #include "Foundation/PathComponents.h"
 #include "Foundation/Unicode.h"
 #include "LocalDaemon/Index/LeftOut.h"
 #include "LocalDaemon/Panes/NodeLook.h"
 #include "LocalDaemon/Scan/FolderContents.h"
-#include "Platform/MountTable.h"
+#include "Platform/Files/MountTable.h"
 #include "Support/Logging.h"
 #include "Support/PathHelpers.h"
 

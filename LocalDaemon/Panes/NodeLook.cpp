@@ -1,6 +1,6 @@
 #include "LocalDaemon/Panes/NodeLook.h"
 
-#include "Common/FileNodeFlags.h"
+#include "Common/FileNode/FileNodeFlags.h"
 
 #include <algorithm>
 #include <iterator>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "LocalDaemon/Rules/BackupRules.h"
-#include "Platform/FileSystem.h"
+#include "Platform/Files/FileSystem.h"
 
 #include <cstdint>
 #include <optional>

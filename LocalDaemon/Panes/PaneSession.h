@@ -2,7 +2,7 @@
 
 #include "Common/KelvProxy.h"
 #include "LocalDaemon/Panes/CallbackQueue.h"
-#include "Platform/Volumes.h"
+#include "Platform/Files/Volumes.h"
 
 #include <atomic>
 #include <chrono>

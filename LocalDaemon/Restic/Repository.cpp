@@ -6,7 +6,7 @@
 #include "LocalDaemon/Restic/ResticJson.h"
 #include "LocalDaemon/Restic/ResticNames.h"
 #include "LocalDaemon/Restic/ResticProcesses.h"
-#include "Platform/MountTable.h"
+#include "Platform/Files/MountTable.h"
 #include "Support/Logging.h"
 
 #include <algorithm>

@@ -5,7 +5,7 @@
 #include "Foundation/PathComponents.h"
 #include "Platform/Accounts.h"
 #include "Platform/FileContents.h"
-#include "Platform/MountTable.h"
+#include "Platform/Files/MountTable.h"
 #include "Platform/SpecialFolders.h"
 #include "Platform/SymbolicLinks.h"
 

@@ -1,7 +1,7 @@
 #include "LocalDaemon/Restic/Restic.h"
 
 #include "LocalDaemon/Restic/ResticProcesses.h"
-#include "Platform/MountTable.h"
+#include "Platform/Files/MountTable.h"
 #include "Support/Logging.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "LocalDaemon/Restic/RepositoryPlace.h"
-#include "Platform/ChildProcess.h"
+#include "Platform/Processes/ChildProcess.h"
 
 #include <memory>
 #include <string>

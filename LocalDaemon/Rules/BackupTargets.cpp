@@ -1,7 +1,7 @@
 #include "LocalDaemon/Rules/BackupTargets.h"
 
 #include "Foundation/CleanPath.h"
-#include "Platform/MountTable.h"
+#include "Platform/Files/MountTable.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "LocalDaemon/Rules/BackupRules.h"
-#include "Platform/MountTable.h"
+#include "Platform/Files/MountTable.h"
 
 #include <memory>
 #include <optional>

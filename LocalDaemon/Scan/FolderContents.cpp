@@ -2,7 +2,7 @@
 
 #include "Foundation/PathComponents.h"
 #include "Foundation/Unicode.h"
-#include "Platform/MountTable.h"
+#include "Platform/Files/MountTable.h"
 
 #include <algorithm>
 #include <array>

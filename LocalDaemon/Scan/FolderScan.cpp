@@ -1,7 +1,7 @@
 #include "LocalDaemon/Scan/FolderScan.h"
 
 #include "Foundation/CleanPath.h"
-#include "Platform/MountTable.h"
+#include "Platform/Files/MountTable.h"
 #include "Support/Logging.h"
 
 #include <algorithm>

@@ -3,7 +3,7 @@
 #include "LocalDaemon/Index/BackupIndex.h"
 #include "LocalDaemon/Rules/MountedSelection.h"
 #include "LocalDaemon/Scan/FolderTree.h"
-#include "Platform/DirectoryWatch.h"
+#include "Platform/Files/DirectoryWatch.h"
 #include "Support/GuardedWork.h"
 
 #include <atomic>

@@ -3,8 +3,8 @@
 #include "LocalDaemon/Index/Alert.h"
 #include "LocalDaemon/Index/BackupIndex.h"
 #include "LocalDaemon/Rules/MountedSelection.h"
-#include "LocalDaemon/State/Settings.h"
-#include "Platform/FileSystem.h"
+#include "LocalDaemon/State/Settings/Settings.h"
+#include "Platform/Files/FileSystem.h"
 
 #include <cstdint>
 #include <functional>

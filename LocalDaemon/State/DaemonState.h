@@ -9,11 +9,11 @@
 #include "LocalDaemon/State/Alerts.h"
 #include "LocalDaemon/State/BackupNeed.h"
 #include "LocalDaemon/State/BackupOrders.h"
-#include "LocalDaemon/State/Configuration.h"
 #include "LocalDaemon/State/DaemonObserver.h"
 #include "LocalDaemon/State/PlannedBackup.h"
 #include "LocalDaemon/State/ServiceState.h"
-#include "LocalDaemon/State/Settings.h"
+#include "LocalDaemon/State/Settings/Configuration.h"
+#include "LocalDaemon/State/Settings/Settings.h"
 
 #include <chrono>
 #include <cstdint>

@@ -3,8 +3,8 @@
 #include "LocalDaemon/Rules/MountedSelection.h"
 #include "LocalDaemon/Rules/PathEntrance.h"
 #include "LocalDaemon/State/DaemonState.h"
-#include "Platform/FileSystem.h"
-#include "Platform/Volumes.h"
+#include "Platform/Files/FileSystem.h"
+#include "Platform/Files/Volumes.h"
 
 #include <memory>
 #include <mutex>

@@ -1,7 +1,7 @@
 #include "LocalDaemon/State/PaneValues.h"
 
 #include "Foundation/Unicode.h"
-#include "Platform/FileSystem.h"
+#include "Platform/Files/FileSystem.h"
 #include "Support/Logging.h"
 
 namespace kelvane {

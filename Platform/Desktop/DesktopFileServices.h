@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Platform/Desktop/Icons.h"
-#include "Platform/FileServices.h"
+#include "Platform/Files/FileServices.h"
 
 namespace kelvane {
 

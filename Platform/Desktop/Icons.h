@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Platform/Bundle.h"
-#include "Platform/FileServices.h"
+#include "Platform/Files/FileServices.h"
 
 #include <QIcon>
 #include <memory>

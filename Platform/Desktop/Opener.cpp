@@ -1,7 +1,7 @@
 #include "Platform/Desktop/Opener.h"
 
 #include "Foundation/Format.h"
-#include "Platform/ChildProcess.h"
+#include "Platform/Processes/ChildProcess.h"
 
 #include <QObject>
 #include <QSocketNotifier>

@@ -2,7 +2,7 @@
 
 #include "Foundation/MainLoop.h"
 #include "Platform/Bundle.h"
-#include "Platform/Desktop/Authorization.h"
+#include "Platform/Desktop/Authorization/Authorization.h"
 #include "Platform/Desktop/Opener.h"
 
 #include <cstdint>

@@ -9,7 +9,7 @@
 namespace kelvane {
 namespace {
 
-constexpr int busPatience = 2000; // milliseconds
+constexpr int answerTimeout = 2000; // milliseconds
 
 QString textOf(std::string_view text) {
     return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
@@ -23,7 +23,7 @@ std::vector<std::string> runningApplications() {
         return {};
     const QDBusMessage question = QDBusMessage::createMethodCall(
         "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "ListNames");
-    const QDBusMessage answer = bus.call(question, QDBus::Block, busPatience);
+    const QDBusMessage answer = bus.call(question, QDBus::Block, answerTimeout);
     std::vector<std::string> identifiers;
     if (answer.type() != QDBusMessage::ReplyMessage || answer.signature() != "as")
         return identifiers;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Common/FileNode.h"
+#include "Common/FileNode/FileNode.h"
 #include "PreferencePane/Services/PaneServices.h"
 
 #include <QAbstractTableModel>

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "Foundation/MainLoop.h"
-#include "Platform/DirectoryWatch.h"
-#include "Platform/Volumes.h"
+#include "Platform/Files/DirectoryWatch.h"
+#include "Platform/Files/Volumes.h"
 
 #include <condition_variable>
 #include <functional>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/FileSystem.h"
+#include "Platform/Files/FileSystem.h"
 
 #include <functional>
 #include <optional>

@@ -1,7 +1,7 @@
 #include "PreferencePane/Browser/BrowserPaths.h"
 
-#include "Common/FileNode.h"
-#include "Common/FileNodeFlags.h"
+#include "Common/FileNode/FileNode.h"
+#include "Common/FileNode/FileNodeFlags.h"
 #include "Foundation/PathComponents.h"
 #include "Support/Logging.h"
 #include "Support/PathHelpers.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/FileServices.h"
+#include "Platform/Files/FileServices.h"
 #include "PreferencePane/Browser/KelvaneBrowserCell.h"
 
 #include <memory>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Platform/ChildProcess.h"
 #include "Platform/FileDescriptor.h"
+#include "Platform/Processes/ChildProcess.h"
 
 #include <optional>
 #include <string>

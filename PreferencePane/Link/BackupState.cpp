@@ -1,7 +1,7 @@
 #include "PreferencePane/Link/BackupState.h"
 
-#include "Support/DefaultsDB.h"
 #include "Support/Logging.h"
+#include "Support/Preferences/DefaultsDB.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,6 +1,6 @@
 // The backed-up tree, as the daemon knows it.
 
-#include "Common/FileNode.h"
+#include "Common/FileNode/FileNode.h"
 #include "Foundation/PathComponents.h"
 #include "PreferencePane/Browser/BrowserPaths.h"
 #include "PreferencePane/Browser/BrowserVolumes.h"

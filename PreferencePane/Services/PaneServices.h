@@ -1,10 +1,10 @@
 #pragma once
 
 #include "Platform/Bundle.h"
-#include "Platform/Desktop/Authorization.h"
+#include "Platform/Desktop/Authorization/Authorization.h"
 #include "Platform/Desktop/Icons.h"
 #include "Platform/Desktop/Opener.h"
-#include "Platform/FileServices.h"
+#include "Platform/Files/FileServices.h"
 #include "PreferencePane/Link/BackupState.h"
 
 #include <QIcon>

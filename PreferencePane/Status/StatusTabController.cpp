@@ -10,8 +10,8 @@
 #include "PreferencePane/Services/OpenFailure.h"
 #include "PreferencePane/Status/ScreenText.h"
 #include "PreferencePane/Status/StatusModes.h"
-#include "Support/DefaultsDB.h"
 #include "Support/Logging.h"
+#include "Support/Preferences/DefaultsDB.h"
 
 #include <QSignalBlocker>
 #include <algorithm>

@@ -4,7 +4,7 @@
 #include "PreferencePane/Status/ScreenText.h"
 #include "PreferencePane/Status/StatusModes.h"
 #include "PreferencePane/Status/StatusTabController.h"
-#include "Support/DefaultsDB.h"
+#include "Support/Preferences/DefaultsDB.h"
 
 #include <ui_StatusTab.h>
 

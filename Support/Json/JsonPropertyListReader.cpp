@@ -1,4 +1,4 @@
-#include "Foundation/BinaryPropertyList.h"
+#include "Foundation/PropertyList/BinaryPropertyList.h"
 #include "Support/Json/JsonMarkers.h"
 #include "Support/Json/JsonPropertyList.h"
 

@@ -1,6 +1,6 @@
 #include "Tests/Backup/BackupTabTest.h"
 
-#include "Common/FileNodeFlags.h"
+#include "Common/FileNode/FileNodeFlags.h"
 #include "PreferencePane/Backup/BackupTabRules.h"
 
 #include <QProgressBar>

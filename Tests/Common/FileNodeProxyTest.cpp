@@ -1,4 +1,4 @@
-#include "Common/FileNodeProxy.h"
+#include "Common/FileNode/FileNodeProxy.h"
 #include "Common/KelvProxy.h"
 #include "FakeDaemon/FakeDaemon.h"
 #include "Support/Logging.h"

@@ -1,5 +1,5 @@
-#include "Common/FileNode.h"
-#include "Common/FileNodeProxy.h"
+#include "Common/FileNode/FileNode.h"
+#include "Common/FileNode/FileNodeProxy.h"
 #include "Common/KelvProxy.h"
 #include "Common/Protocols.h"
 #include "Foundation/Format.h"

@@ -1,4 +1,4 @@
-#include "Common/FileNode.h"
+#include "Common/FileNode/FileNode.h"
 #include "Foundation/Assertion.h"
 #include "Tests/Common/FileNodeNames.h"
 

@@ -1,5 +1,5 @@
-#include "Platform/Desktop/PolicyFile.h"
-#include "Platform/Desktop/PolkitAuthorization.h"
+#include "Platform/Desktop/Authorization/PolicyFile.h"
+#include "Platform/Desktop/Authorization/PolkitAuthorization.h"
 #include "Platform/Desktop/QtMainLoop.h"
 #include "Tests/Desktop/FakeService.h"
 #include "Tests/Desktop/PrivatePolkit.h"

@@ -1,4 +1,4 @@
-#include "Foundation/BinaryPropertyList.h"
+#include "Foundation/PropertyList/BinaryPropertyList.h"
 #include "Tests/Foundation/RawPropertyList.h"
 
 #include <fstream>

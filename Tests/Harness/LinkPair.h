@@ -2,7 +2,7 @@
 
 #include "Common/KelvProxy.h"
 #include "Common/KelvSocket.h"
-#include "Foundation/BinaryPropertyList.h"
+#include "Foundation/PropertyList/BinaryPropertyList.h"
 #include "Tests/Harness/Recorded.h"
 #include "Tests/Harness/TemporaryFolder.h"
 

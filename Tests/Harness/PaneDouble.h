@@ -1,7 +1,7 @@
 #pragma once
 
+#include "Platform/Desktop/Authorization/FixedAuthorization.h"
 #include "Platform/Desktop/DesktopFileServices.h"
-#include "Platform/Desktop/FixedAuthorization.h"
 #include "PreferencePane/Services/PaneServices.h"
 #include "Tests/Common/FakeFileServices.h"
 #include "Tests/Harness/ManualLoop.h"

@@ -1,5 +1,5 @@
-#include "Host/Appearance.h"
-#include "Host/PaneBundles.h"
+#include "Host/Appearance/Appearance.h"
+#include "Host/Panes/PaneBundles.h"
 #include "Tests/Desktop/FakeService.h"
 #include "Tests/Harness/EnvironmentVariable.h"
 #include "Tests/Harness/RunUntil.h"

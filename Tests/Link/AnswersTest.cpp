@@ -1,4 +1,4 @@
-#include "Support/DefaultsDB.h"
+#include "Support/Preferences/DefaultsDB.h"
 #include "Tests/Link/LinkTest.h"
 
 namespace kelvane::tests {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Common/FileNodeFlags.h"
+#include "Common/FileNode/FileNodeFlags.h"
 #include "Common/RestoreStatus.h"
 #include "LocalDaemon/Restic/Repository.h"
 #include "Support/Logging.h"

@@ -1,6 +1,6 @@
 // Real folders through the real link: what panes see of single paths, and how they change it.
 
-#include "Common/FileNodeFlags.h"
+#include "Common/FileNode/FileNodeFlags.h"
 #include "LocalDaemon/Restic/AwayDisk.h"
 #include "Support/Logging.h"
 #include "Support/PathHelpers.h"

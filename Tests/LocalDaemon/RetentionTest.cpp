@@ -1,8 +1,8 @@
 #include "LocalDaemon/Index/Retention.h"
 #include "LocalDaemon/Index/RetentionRecord.h"
 #include "LocalDaemon/Restic/ResticProcesses.h"
-#include "Platform/ChildProcess.h"
 #include "Platform/MachineClock.h"
+#include "Platform/Processes/ChildProcess.h"
 #include "Support/Logging.h"
 #include "Tests/Harness/TemporaryFolder.h"
 

@@ -1,6 +1,6 @@
 #include "Common/StandingAlert.h"
 #include "Common/StateKeys.h"
-#include "Foundation/BinaryPropertyList.h"
+#include "Foundation/PropertyList/BinaryPropertyList.h"
 #include "LocalDaemon/Panes/AlertActions.h"
 #include "LocalDaemon/Panes/CallbackQueue.h"
 #include "LocalDaemon/Panes/RuleCommands.h"

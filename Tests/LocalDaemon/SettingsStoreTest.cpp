@@ -1,8 +1,8 @@
-#include "LocalDaemon/State/SettingsStore.h"
+#include "LocalDaemon/State/Settings/SettingsStore.h"
 
-#include "Foundation/BinaryPropertyList.h"
-#include "LocalDaemon/State/ComputerNumber.h"
-#include "LocalDaemon/State/Configuration.h"
+#include "Foundation/PropertyList/BinaryPropertyList.h"
+#include "LocalDaemon/State/Settings/ComputerNumber.h"
+#include "LocalDaemon/State/Settings/Configuration.h"
 #include "Support/Logging.h"
 #include "Tests/Harness/TemporaryFolder.h"
 

@@ -1,7 +1,7 @@
 #include "LocalDaemon/Backup/VerificationRecord.h"
 #include "LocalDaemon/Restic/RepositoryCheck.h"
-#include "Support/CheckedFile.h"
 #include "Support/Logging.h"
+#include "Support/Preferences/CheckedFile.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
 #include <gtest/gtest.h>

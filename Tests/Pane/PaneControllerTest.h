@@ -1,8 +1,8 @@
 #pragma once
 
 #include "FakeDaemon/FakeDaemon.h"
-#include "Platform/Desktop/FixedAuthorization.h"
-#include "Platform/Desktop/PolicyFile.h"
+#include "Platform/Desktop/Authorization/FixedAuthorization.h"
+#include "Platform/Desktop/Authorization/PolicyFile.h"
 #include "Platform/FileContents.h"
 #include "PreferencePane/PaneController.h"
 #include "Tests/Common/FakeFileServices.h"

@@ -1,6 +1,6 @@
-#include "Platform/ChildProcess.h"
+#include "Platform/Processes/ChildProcess.h"
 
-#include "Platform/DetachedProgram.h"
+#include "Platform/Processes/DetachedProgram.h"
 #include "Tests/Harness/ReportingScript.h"
 #include "Tests/Harness/TemporaryFolder.h"
 

@@ -1,4 +1,4 @@
-#include "Platform/DirectoryWatch.h"
+#include "Platform/Files/DirectoryWatch.h"
 
 #include "Tests/Harness/TemporaryFolder.h"
 

@@ -1,4 +1,4 @@
-#include "Common/FileNodeFlags.h"
+#include "Common/FileNode/FileNodeFlags.h"
 #include "PreferencePane/Restore/RestoreTabRules.h"
 #include "Tests/Restore/RestoreTabTest.h"
 

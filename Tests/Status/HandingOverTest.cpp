@@ -1,6 +1,6 @@
-#include "Platform/ChildProcess.h"
 #include "Platform/FileDescriptor.h"
-#include "Support/DefaultsDB.h"
+#include "Platform/Processes/ChildProcess.h"
+#include "Support/Preferences/DefaultsDB.h"
 #include "Tests/Status/StatusTabTest.h"
 
 #include <QTimer>

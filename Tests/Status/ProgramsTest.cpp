@@ -3,7 +3,7 @@
 #include "FakeDaemon/FakeDaemon.h"
 #include "PaneTools/HandOffFile.h"
 #include "PaneTools/LocalService.h"
-#include "Platform/Desktop/PolicyFile.h"
+#include "Platform/Desktop/Authorization/PolicyFile.h"
 #include "Platform/FileContents.h"
 #include "Tests/Desktop/PrivatePolkit.h"
 #include "Tests/Harness/EnvironmentVariable.h"

@@ -1,5 +1,5 @@
 #include "PreferencePane/Services/ActivityBar.h"
-#include "Support/DefaultsDB.h"
+#include "Support/Preferences/DefaultsDB.h"
 #include "Tests/Status/StatusTabTest.h"
 
 #include <QCheckBox>

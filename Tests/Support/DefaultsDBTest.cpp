@@ -1,6 +1,6 @@
-#include "Support/DefaultsDB.h"
+#include "Support/Preferences/DefaultsDB.h"
 
-#include "Foundation/BinaryPropertyList.h"
+#include "Foundation/PropertyList/BinaryPropertyList.h"
 #include "Platform/FileDescriptor.h"
 #include "Support/Logging.h"
 #include "Tests/Harness/AsNobody.h"

@@ -1,6 +1,6 @@
 #include "Support/Json/JsonPropertyList.h"
 
-#include "Foundation/BinaryPropertyList.h"
+#include "Foundation/PropertyList/BinaryPropertyList.h"
 
 #include <bit>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/ChildProcess.h"
+#include "Platform/Processes/ChildProcess.h"
 
 #include <optional>
 #include <string>

@@ -1,5 +1,5 @@
 #include "Common/RestoreStatus.h"
-#include "Platform/Volumes.h"
+#include "Platform/Files/Volumes.h"
 #include "Tests/Tools/KelvanectlFixture.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-#include "Platform/Volumes.h"
+#include "Platform/Files/Volumes.h"
 #include "Tests/Tools/KelvanectlFixture.h"
 
 #include <cerrno>

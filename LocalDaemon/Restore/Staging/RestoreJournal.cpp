@@ -8,9 +8,9 @@
 #include "LocalDaemon/Restic/Snapshots.h"
 #include "Platform/FileContents.h"
 #include "Platform/SpecialFolders.h"
-#include "Support/DamagedFile.h"
 #include "Support/Logging.h"
 #include "Support/MessageLine.h"
+#include "Support/Preferences/DamagedFile.h"
 
 #include <algorithm>
 #include <cerrno>

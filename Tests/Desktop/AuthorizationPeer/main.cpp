@@ -1,7 +1,7 @@
 // The process that wants a right: does what the words on its standard input say and tells what comes of it,
 // one line each. It first says who it is. With three numbers as arguments it asks about that process instead.
 
-#include "Platform/Desktop/Authorization.h"
+#include "Platform/Desktop/Authorization/Authorization.h"
 #include "Platform/Desktop/QtMainLoop.h"
 
 #include <QCoreApplication>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Volumes.h"
+#include "Platform/Files/Volumes.h"
 
 #include <string>
 #include <vector>

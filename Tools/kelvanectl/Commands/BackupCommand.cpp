@@ -1,6 +1,6 @@
 #include "Common/KelvProxy.h"
 #include "Common/StateKeys.h"
-#include "Platform/Volumes.h"
+#include "Platform/Files/Volumes.h"
 #include "Support/ServiceStates.h"
 #include "Tools/kelvanectl/Commands.h"
 #include "Tools/kelvanectl/Connection/Session.h"

@@ -1,5 +1,5 @@
 #include "Common/ExtensionProtocol.h"
-#include "Common/FileNode.h"
+#include "Common/FileNode/FileNode.h"
 #include "Common/KelvProxy.h"
 #include "Common/StandingAlert.h"
 #include "Foundation/PathComponents.h"

@@ -1,5 +1,5 @@
-#include "Foundation/BinaryPropertyList.h"
 #include "Foundation/Format.h"
+#include "Foundation/PropertyList/BinaryPropertyList.h"
 #include "Platform/FileDescriptor.h"
 #include "Support/Json/JsonPropertyList.h"
 #include "Tools/kelvanectl/Commands.h"

@@ -1,4 +1,4 @@
-#include "Common/FileNode.h"
+#include "Common/FileNode/FileNode.h"
 #include "Support/Json/JsonPropertyList.h"
 #include "Tools/kelvanectl/Arguments/PathArgument.h"
 #include "Tools/kelvanectl/Commands.h"

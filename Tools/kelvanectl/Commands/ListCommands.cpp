@@ -1,4 +1,4 @@
-#include "Common/FileNodeProxy.h"
+#include "Common/FileNode/FileNodeProxy.h"
 #include "Foundation/PathComponents.h"
 #include "Tools/kelvanectl/Arguments/PathArgument.h"
 #include "Tools/kelvanectl/Commands.h"

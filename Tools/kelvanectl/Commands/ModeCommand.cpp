@@ -1,5 +1,5 @@
 #include "Common/KelvProxy.h"
-#include "Platform/FileSystem.h"
+#include "Platform/Files/FileSystem.h"
 #include "Tools/kelvanectl/Arguments/PauseArgument.h"
 #include "Tools/kelvanectl/Commands.h"
 #include "Tools/kelvanectl/Connection/Session.h"

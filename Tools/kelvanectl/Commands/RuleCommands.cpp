@@ -1,4 +1,4 @@
-#include "Common/FileNode.h"
+#include "Common/FileNode/FileNode.h"
 #include "Common/KelvProxy.h"
 #include "Foundation/Format.h"
 #include "Support/PathHelpers.h"

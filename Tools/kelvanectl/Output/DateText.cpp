@@ -1,6 +1,6 @@
 #include "Tools/kelvanectl/Output/DateText.h"
 
-#include "Platform/FileServices.h"
+#include "Platform/Files/FileServices.h"
 
 #include <array>
 #include <cstdlib>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Common/FileNode.h"
+#include "Common/FileNode/FileNode.h"
 #include "Tools/kelvanectl/Arguments/CommandLine.h"
 
 #include <string>

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "Host/Panes/PaneBundles.h"
+#include "Host/Panes/PaneLoading.h"
+
+#include <functional>
+
+class QWidget;
+
+namespace kelvane::host {
+
+// Drives one pane through its life, in the stated order and no further than it comes: a step that fails ends
+// it, and `problem` says why. Main thread only.
+class PaneLife {
+public:
+    PaneLife(PaneDescription description, PaneHost& host)
+        : description_(std::move(description)), host_(host) {}
+    ~PaneLife();
+    PaneLife(const PaneLife&) = delete;
+    PaneLife& operator=(const PaneLife&) = delete;
+
+    [[nodiscard]] const PaneDescription& description() const { return description_; }
+
+    // Loads the pane the first time. Null when it cannot be shown.
+    [[nodiscard]] QWidget* view();
+    // Both do nothing when there is nothing to do.
+    void select();
+    void unselect();
+
+    [[nodiscard]] bool isSelected() const { return isSelected_; }
+    // Null before it is loaded, and after a step has failed.
+    [[nodiscard]] Pane* pane() const { return problem_.empty() ? pane_.get() : nullptr; }
+    [[nodiscard]] const std::string& problem() const { return problem_; }
+
+private:
+    bool attempt(const std::function<void()>& step);
+
+    const PaneDescription description_;
+    PaneHost& host_;
+    std::unique_ptr<Pane> pane_;
+    bool isSelected_ = false;
+    std::string problem_;
+};
+
+} // namespace kelvane::host

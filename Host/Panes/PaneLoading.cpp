@@ -1,0 +1,66 @@
+#include "Host/Panes/PaneLoading.h"
+
+#include <dlfcn.h>
+#include <exception>
+#include <filesystem>
+
+namespace kelvane::host {
+namespace {
+
+using MakePane = decltype(&kelvaneMakePane);
+
+constexpr const char* installAgain = " Install it again.";
+
+PaneLoading failure(std::string problem) {
+    return {nullptr, std::move(problem)};
+}
+
+std::string otherVersion(std::uint32_t version) {
+    return "It was made for another version of this program (" + std::to_string(version) + " instead of " +
+           std::to_string(paneInterfaceVersion) + "). Install versions that belong together.";
+}
+
+// Without the bundle's path, which stands below it.
+std::string faultOf(const Bundle& bundle) {
+    std::string error = bundle.error();
+    const std::string folder = bundle.path() + '/';
+    for (std::size_t place = 0; (place = error.find(folder, place)) != std::string::npos;)
+        error.erase(place, folder.size());
+    return error.empty() ? "It has no code." : "It is damaged: " + error + '.';
+}
+
+PaneLoading makePane(void* code, const PaneBundle& bundle, PaneHost& host) {
+    const auto* const version =
+        static_cast<const std::uint32_t*>(::dlsym(code, "kelvanePaneInterfaceVersion"));
+    if (version == nullptr)
+        return failure(std::string("Its code is not that of a pane.") + installAgain);
+    if (*version != paneInterfaceVersion)
+        return failure(otherVersion(*version));
+    const auto make = reinterpret_cast<MakePane>(::dlsym(code, "kelvaneMakePane"));
+    std::unique_ptr<Pane> pane(make != nullptr ? make(host, bundle) : nullptr);
+    if (!pane || pane->mainView() == nullptr)
+        return failure(std::string("Its code makes no pane.") + installAgain);
+    return {std::move(pane), {}};
+}
+
+} // namespace
+
+PaneLoading loadPane(const PaneBundle& bundle, PaneHost& host) {
+    std::error_code ignored;
+    if (!std::filesystem::is_directory(bundle->path(), ignored))
+        return failure("There is no such folder. Check the path, or install the pane again.");
+    const std::optional<std::string> plugIn = bundle->plugInPath();
+    if (!plugIn)
+        return failure(faultOf(*bundle) + installAgain);
+    // Never closed again: what the plug-in has registered with the toolkit must not hang in the air.
+    void* const code = ::dlopen(plugIn->c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (code == nullptr)
+        return failure(std::string("Its code cannot be loaded: ") + ::dlerror() + '.' + installAgain);
+    try {
+        return makePane(code, bundle, host);
+    } catch (const std::exception& error) {
+        return failure(std::string("It could not start: ") + error.what() + '.');
+    }
+}
+
+} // namespace kelvane::host

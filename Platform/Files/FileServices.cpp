@@ -1,0 +1,59 @@
+#include "Platform/Files/FileServices.h"
+
+#include "Foundation/Unicode.h"
+
+#include <array>
+#include <cmath>
+#include <ctime>
+
+namespace kelvane {
+namespace {
+
+// No others: one that names a locale which is not installed would spoil these.
+constexpr int dateCategories = LC_TIME_MASK | LC_CTYPE_MASK;
+
+// 2001-01-01 in seconds since 1970.
+// Beyond it no calendar counts years, and a time_t may not hold the second.
+constexpr double latestTime = 1e15;
+
+std::optional<std::tm> localTime(Date date) {
+    const double second = std::floor(date.secondsSinceReference + Date::referenceTime);
+    if (!(std::abs(second) < latestTime))
+        return std::nullopt;
+    const auto time = static_cast<std::time_t>(second);
+    std::tm calendar{};
+    return ::localtime_r(&time, &calendar) ? std::optional(calendar) : std::nullopt;
+}
+
+std::string formatted(const std::tm& calendar, locale_t locale) {
+    std::array<char, 256> text{};
+    const std::size_t length = ::strftime_l(text.data(), text.size(), "%x %X", &calendar, locale);
+    return {text.data(), length};
+}
+
+} // namespace
+
+bool FileServices::isAlias(const std::string& path) const {
+    const std::optional<FileAttributes> attributes = fileSystem_.attributes(path);
+    return attributes && attributes->kind == FileAttributes::Kind::SymbolicLink;
+}
+
+PlainFileServices::PlainFileServices(const FileSystem& fileSystem, const Accounts& accounts,
+                                     const char* localeName)
+    : FileServices(fileSystem, accounts), locale_(::newlocale(dateCategories, localeName, nullptr)) {
+    if (!locale_)
+        locale_.reset(::newlocale(dateCategories, "C", nullptr));
+}
+
+std::string PlainFileServices::dateAndTime(Date date) const {
+    const std::optional<std::tm> calendar = localTime(date);
+    if (!calendar)
+        return Value(date).description();
+    const std::string text = formatted(*calendar, locale_.get());
+    // A locale whose character set is another one has no text for us.
+    if (!text.empty() && isUtf8(text))
+        return text;
+    return Value(date).description();
+}
+
+} // namespace kelvane

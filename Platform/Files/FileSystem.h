@@ -1,0 +1,108 @@
+#pragma once
+
+#include "Foundation/Value.h"
+#include "Platform/Files/MountTable.h"
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kelvane {
+
+struct FileAttributes {
+    enum class Kind { File, Directory, SymbolicLink, Other };
+
+    Kind kind = Kind::Other;
+    std::uint64_t size = 0;
+    std::uint32_t uid = 0;
+    std::uint32_t gid = 0;
+    Date modified;
+    Date accessed;
+    Date statusChanged; // also by a rename or a change of owner or mode
+};
+
+// From seconds since 1970 and what follows them, equal to the date that a file with that time has here.
+[[nodiscard]] Date dateFromTime(std::int64_t seconds, std::uint32_t nanoseconds = 0);
+
+struct FolderListing {
+    std::vector<std::string> names; // without "." and "..", in no order
+    bool isComplete = false;        // there was nothing beyond the limit, and no error
+    int error = 0;                  // errno's number
+};
+
+// What is on the disks. Paths may be real ones or begin with a volume's name ("/Volumes/Disk/a"); a path in a
+// volume that is not there does not exist.
+//
+// Any thread may ask. Everything blocks on the disk, and nothing is remembered.
+class FileSystem {
+public:
+    FileSystem() = default;
+    virtual ~FileSystem() = default;
+    FileSystem(const FileSystem&) = delete;
+    FileSystem& operator=(const FileSystem&) = delete;
+
+    // Never null.
+    [[nodiscard]] virtual std::shared_ptr<const Volumes> volumes() const = 0;
+
+    // Both follow a final symbolic link.
+    [[nodiscard]] virtual bool exists(const std::string& path) const = 0;
+    [[nodiscard]] virtual bool isDirectory(const std::string& path) const = 0;
+    // Of the link itself when the path ends in one; none when there is nothing.
+    [[nodiscard]] virtual std::optional<FileAttributes> attributes(const std::string& path) const = 0;
+    // Whether this process may read it; false when it does not exist.
+    [[nodiscard]] virtual bool isReadable(const std::string& path) const = 0;
+    // At most `limit` names.
+    [[nodiscard]] virtual FolderListing list(const std::string& path, std::size_t limit) const = 0;
+    // The mount point of what is there, as `Volumes` names it; none when there is nothing.
+    [[nodiscard]] virtual std::optional<std::string> mountPoint(const std::string& path) const = 0;
+    // What is mounted, parts of a file system too. Never null. Asks no mount, and mounts nothing.
+    [[nodiscard]] virtual std::shared_ptr<const MountPoints> mounts() const = 0;
+    // Whether the path is in a remote file system that has not answered for that long.
+    [[nodiscard]] virtual bool isSilent(const std::string& /*path*/,
+                                        std::chrono::milliseconds /*silence*/) const {
+        return false;
+    }
+    // As `fileSystemIdAt` says it.
+    [[nodiscard]] virtual std::string fileSystemId(const std::string& mountPoint) const = 0;
+
+    // The volume's name for the path of a whole volume ("/" included), else the last component.
+    [[nodiscard]] std::string displayName(const std::string& path) const;
+};
+
+// The disks of this machine.
+class LocalFileSystem : public FileSystem {
+public:
+    // In which form paths come in and names go out.
+    enum class Names {
+        Bytes,
+        Text, // of `textFromPath`, as programs show them
+    };
+    // The volumes that are mounted at the time of each call.
+    explicit LocalFileSystem(Names names = Names::Bytes) : names_(names) {}
+    explicit LocalFileSystem(Volumes volumes, Names names = Names::Bytes)
+        : names_(names), fixedVolumes_(std::make_shared<Volumes>(std::move(volumes))) {}
+
+    [[nodiscard]] std::shared_ptr<const Volumes> volumes() const override;
+    [[nodiscard]] bool exists(const std::string& path) const override;
+    [[nodiscard]] bool isDirectory(const std::string& path) const override;
+    [[nodiscard]] std::optional<FileAttributes> attributes(const std::string& path) const override;
+    [[nodiscard]] bool isReadable(const std::string& path) const override;
+    [[nodiscard]] FolderListing list(const std::string& path, std::size_t limit) const override;
+    [[nodiscard]] std::optional<std::string> mountPoint(const std::string& path) const override;
+    [[nodiscard]] std::shared_ptr<const MountPoints> mounts() const override;
+    [[nodiscard]] bool isSilent(const std::string& path, std::chrono::milliseconds silence) const override;
+    [[nodiscard]] std::string fileSystemId(const std::string& mountPoint) const override;
+
+private:
+    [[nodiscard]] std::optional<std::string> realPath(const std::string& path) const;
+
+    const Names names_;
+    std::shared_ptr<const Volumes> fixedVolumes_;
+    mutable MountedVolumes mountedVolumes_;
+};
+
+} // namespace kelvane
