@@ -232,7 +232,7 @@ def nothing_else(model, found, wanted, root):
 
 def kept(world, model):
     """Rule 1: each version that must be there is in a snapshot that is there and gives it."""
-    there = {each["id"] for each in world.snapshots()}
+    there = world.snapshots().keys()
     world.account.append(f"   {len(model.known - there)} of {len(model.known)} snapshots are forgotten")
     lost, needed = [], set()
     for path, version in model.required():

@@ -271,7 +271,7 @@ def settings_hold(round_):
     world, model = round_.world, round_.model
     code, _ = round_.order_backup()
     for identifier in round_.new_snapshots():
-        names = world.run_restic("ls", identifier).stdout
+        names = world.run_restic("ls", world.snapshots()[identifier]).stdout
         if leaked := [shown(path) for path in model.excluded if path + b"\n" in names]:
             complain("rule 8", "excluded, and backed up after the settings were damaged", leaked)
     if code == 0:

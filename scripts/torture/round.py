@@ -149,7 +149,7 @@ class Round:
             self.model.note_backup(new)
 
     def new_snapshots(self):
-        return [each["id"] for each in self.world.snapshots() if each["id"] not in self.model.known]
+        return [each for each in self.world.snapshots() if each not in self.model.known]
 
     # Restores
 
@@ -184,9 +184,9 @@ class Round:
         self.back_up()
         self.restore_all()
         self.restore_deleted(chance)
-        checks.kept(world, self.model)
         checks.no_leftovers(world)
-        world.stop()
+        world.stop()  # it may still have marked a snapshot, which changes its id
+        checks.kept(world, self.model)
         checks.repository_is_whole(world)
 
     def end_damaged(self):
@@ -203,7 +203,7 @@ class Round:
         """Paths of the newest state that restic does not give, or says that it does not."""
         lost = {path: version for path, version in self.model.newest.items()}
         now, trees = self.model.look(), self.model.trees
-        for identifier in [each["id"] for each in self.world.snapshots()]:
+        for identifier in self.world.snapshots():
             # One that the model does not know the daemon has made by itself, to store again what was damaged.
             held = [path for path, version in lost.items()
                     if identifier not in trees or identifier in version.snapshots[-1:]]

@@ -261,17 +261,18 @@ class World:
                                "--no-cache", "--no-lock", *words], capture_output=True, env=self.environment())
 
     def snapshots(self):
+        """By the id that each was made with: a tag that is added later gives it another."""
         run = self.run_restic("snapshots", "--json")
         if run.returncode != 0:
             raise Finding("rule 1: restic cannot list the snapshots: " + run.stderr.decode("utf-8", "replace").strip())
-        return json.loads(run.stdout or b"[]") or []
+        return {each.get("original", each["id"]): each["id"] for each in json.loads(run.stdout or b"[]") or []}
 
     def fetch(self, snapshot):
         """The whole snapshot below a folder of its own: whatever restic can give."""
         target = self.scratch / snapshot[:16]
         if target.exists():
             clear(target)
-        run = self.run_restic("restore", snapshot, "--target", target)
+        run = self.run_restic("restore", self.snapshots()[snapshot], "--target", target)
         return target, run
 
     def close(self, keeps_folders=False):
