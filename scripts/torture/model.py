@@ -76,7 +76,7 @@ class Model:
     def note_backup(self, snapshots):
         """A backup has been completed: `snapshots` are new in the repository."""
         now = self.note_disk()
-        self.lossy = {path for path in self.unread if os.path.islink(path)}
+        self.lossy = {path for path in self.unread if os.path.islink(path)} | set(filter(self.is_away, self.lossy))
         self.known.update(snapshots)
         for identifier in snapshots:
             self.trees[identifier] = now

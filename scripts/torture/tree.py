@@ -79,7 +79,7 @@ def differences(wanted, found, *, times=True, owner=None, blocks=True):
         attributes, others = ([each for each in list_ if each[0].startswith(("user.", "system."))]
                               for list_ in (attributes, others))
         if owners != (owner, owner):
-            mode = (mode & ~(stat.S_ISUID | stat.S_ISGID | stat.S_IRWXG)) | (mode & stat.S_IRWXO) << 3
+            mode = _without_owner(mode, wanted.uid == owner, wanted.gid == owner)
             owners = (found.uid, found.gid)
             # The mask is where the group's bits are, which are fewer for another group.
             attributes, others = ([each for each in list_ if each[0] != "system.posix_acl_access"]
@@ -96,6 +96,16 @@ def differences(wanted, found, *, times=True, owner=None, blocks=True):
             and wanted.blocks * 512 < wanted.size // 2:
         words.append(f"{found.blocks} blocks instead of {wanted.blocks}: no longer sparse")
     return words
+
+
+def _without_owner(mode, has_user, has_group):
+    """Whoever was the owner or in the group may be among the group or the others now, and gets nothing new."""
+    user, group, others = mode >> 6 & 7, mode >> 3 & 7, mode & 7
+    if not has_group:
+        group = others = group & others
+    if not has_user:
+        group, others = group & user, others & user
+    return (mode & (stat.S_ISVTX | stat.S_IRWXU)) | group << 3 | others
 
 
 def _names(attributes):
