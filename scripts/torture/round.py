@@ -64,6 +64,8 @@ class Round:
 
     def one_event(self, kind, chance):
         self.note(f"{self.step}: {kind}")
+        self.world.settle()
+        self.absorb()  # what the daemon has saved by itself meanwhile
         if kind in edits.ALL:
             self.change(chance, [kind] * chance.randint(1, 8))
             if chance.random() < 0.5:
