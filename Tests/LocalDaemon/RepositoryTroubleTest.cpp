@@ -213,6 +213,7 @@ TEST_F(BackingUp, RemovesOnlyLocksWhoseHolderIsDead) {
         script += "'list --no-lock') " + ids + "true;;\nunlock*) touch " + (folders / "asked") + ";;\nesac\n";
         RepositoryPlace place;
         place.program = folders.program(script);
+        place.passwordFile = folders / "password";
         for (const std::string& location : {folders / "repository", std::string("rest:http://there")}) {
             for (std::size_t id = 0; id < locks.size(); ++id)
                 folders.write("repository/locks/id" + std::to_string(id), "");
