@@ -69,6 +69,7 @@ def begin(shown, place, button):
 
 def restore_lost(shown, folder, contents):
     begin(shown, "Original Location", "Restore to Original")
+    wait_for("the folder in its place", folder.exists)
     shown.gone("the progress view", is_called("progress bar", "Restore progress"))
     shown.named("page tab", "Restore")
     found = {path.name: path.read_text() for path in folder.iterdir()}
