@@ -4,8 +4,8 @@
 
 namespace kelvane {
 
-// A pane as the daemon sees it: derive from it to receive the daemon's calls. On the thread that the proxy
-// was told, which in a pane is the main thread.
+// A pane as the daemon sees it; derive from it to receive the daemon's calls. They arrive on the thread that
+// the proxy was configured for, which in a pane is the main thread.
 class ClientTarget : public InvocationTarget {
 public:
     virtual void fileChanged(const Value& path) = 0;

@@ -10,26 +10,27 @@ namespace kelvane {
 namespace extension {
 
 inline constexpr std::string_view alerts = "alerts";
-inline constexpr std::string_view schedule = "schedule"; // state keys alone
+inline constexpr std::string_view schedule = "schedule"; // adds state keys only
 inline constexpr std::string_view verify = "verify";
 
 } // namespace extension
 
-// What a daemon may answer beyond KelvaneDaemonProtocol. A method is called only while the daemon's state
-// names its extension: a daemon that does not know a method drops the request, and its caller would wait for
-// ever.
+// Methods that a daemon may implement in addition to KelvaneDaemonProtocol. Call one only while the daemon's
+// state lists its extension: a daemon that does not know a method drops the request, and the caller would
+// block for ever.
 inline constexpr MethodDescription KelvaneExtensionProtocol[] = {
-    // The id of a standing alert. Answers why it stays, for people; empty: it is gone.
+    // Takes the id of a standing alert. Returns a message for the user that says why the alert stays, or an
+    // empty string when it was dismissed.
     {"dismissAlert:", "@24@0:8@16", extension::alerts},
-    // One of an alert's actions, exactly as the alert lists it, and the alert's id. Answers why nothing is
-    // done, for people; empty: it is done, or under way.
+    // Takes one of the alert's actions, exactly as the alert lists it, and the alert's id. Returns a message
+    // for the user that says why nothing was done, or an empty string when the action is done or in progress.
     {"performAlertAction:ofAlert:", "@32@0:8@16@24", extension::alerts},
-    // Reads and checks all that is in the backup. Answers why it does not, for people; empty: it is under
-    // way.
+    // Starts to read and check everything in the backup. Returns a message for the user that says why it
+    // cannot, or an empty string when the verification has started.
     {"verify", "@16@0:8", extension::verify},
 };
 
-// Everything that a daemon with all extensions answers.
+// All methods of a daemon that has every extension.
 inline constexpr auto KelvaneExtendedDaemonProtocol = [] {
     std::array<MethodDescription, std::size(KelvaneDaemonProtocol) + std::size(KelvaneExtensionProtocol)> all;
     std::ranges::copy(KelvaneExtensionProtocol, std::ranges::copy(KelvaneDaemonProtocol, all.begin()).out);

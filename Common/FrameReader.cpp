@@ -55,12 +55,12 @@ std::optional<Data> FrameReader::readPayload(std::int32_t length) {
         try {
             payload.resize(static_cast<std::size_t>(arrived) + static_cast<std::size_t>(wanted));
         } catch (const std::bad_alloc&) {
-            return std::nullopt; // more than this process can hold: a failed read, not its end
+            return std::nullopt; // out of memory: a failed read, not the end of the process
         }
         if (source_.readBytes(wanted, payload.data() + arrived) < wanted)
             return std::nullopt;
         arrived += wanted;
-        block = arrived; // doubles what is there
+        block = arrived; // doubles the bytes received so far
     }
     return payload;
 }

@@ -8,44 +8,44 @@
 
 namespace kelvane {
 
-// One frame: this marker, the type and the payload's length as signed 32-bit numbers in host order, the
-// payload.
+// A frame is this marker, the type and the payload length as signed 32-bit numbers in host byte order, and
+// the payload.
 inline constexpr std::string_view frameMarker = "DC41B5B5-D458-4454-9BFC-D4C4203F035C";
 
 inline constexpr std::int32_t requestFrame = 1;
 inline constexpr std::int32_t responseFrame = 2;
-// Never on the wire: what a receiver is told when its connection failed.
+// Never sent: the type that a receiver gets when its connection has failed.
 inline constexpr std::int32_t failureNotice = 0;
 
-// Bytes of a payload; nobody sends more, and more counts as a failed read. A million files in one folder stay
-// below it.
+// In bytes. Nobody sends a larger payload, and receiving one counts as a failed read. The listing of a folder
+// with a million files stays below it.
 inline constexpr std::int32_t largestPayload = 256 << 20;
 
-// Where frames come from.
+// The source of a frame's bytes.
 class ByteSource {
 public:
     virtual ~ByteSource() = default;
-    // Reads exactly `count` bytes. Fewer only when no more come without a failure; -1 when the source has
-    // failed, ended, or `count` is negative.
+    // Reads exactly `count` bytes. Returns fewer only when the stream stops without a failure, and -1 when
+    // the source has failed or ended, or `count` is negative.
     virtual std::int32_t readBytes(std::int32_t count, std::uint8_t* buffer) = 0;
 };
 
 struct Frame {
     std::int32_t type = 0;
-    std::optional<Data> payload; // none for a frame whose length is 0
+    std::optional<Data> payload; // absent in a frame of length 0
 };
 
-// Takes frames from a stream of bytes; the one decoder of the link. A payload's memory grows only as its
-// bytes arrive, so that a length that lies costs nothing.
+// The only decoder of the link's frames. The buffer of a payload grows as its bytes arrive, so a false length
+// costs no memory.
 class FrameReader {
 public:
     explicit FrameReader(ByteSource& source) : source_(source) {}
 
     enum class Marker { Found, Garbage, Nothing, Failed };
-    // Takes the next 36 bytes. A stream that lost its alignment finds back only when a marker falls on such a
+    // Reads the next 36 bytes. A stream that is out of step recovers only when a marker coincides with such a
     // block.
     [[nodiscard]] Marker readMarker();
-    // What follows a marker; none when the source failed or the length is negative.
+    // Reads what follows a marker. Returns none when the source failed or the length is negative.
     [[nodiscard]] std::optional<Frame> readFrame();
 
 private:

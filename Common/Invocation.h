@@ -8,8 +8,8 @@
 
 namespace kelvane {
 
-// A call, captured: the selector, its arguments in native form, and after it has run its result. Owns
-// everything but the signature's texts, which belong to a constant method table.
+// A captured call: the selector, its arguments in native form and, after the call, its result. Owns
+// everything except the texts of the signature, which belong to a constant method table.
 class Invocation {
 public:
     Invocation(std::string_view selector, const MethodSignature& signature)
@@ -18,8 +18,7 @@ public:
     [[nodiscard]] const std::string& selector() const { return selector_; }
     [[nodiscard]] const MethodSignature& signature() const { return signature_; }
 
-    // An index counts the arguments after the receiver and the selector; one that the method does not have
-    // throws.
+    // The index does not count the receiver and the selector. Throws when the method has no such argument.
     [[nodiscard]] ValueBuffer& argument(std::size_t index) { return arguments_.at(checked(index)); }
     [[nodiscard]] const ValueBuffer& argument(std::size_t index) const {
         return arguments_.at(checked(index));
@@ -40,11 +39,11 @@ private:
     ValueBuffer result_;
 };
 
-// What a peer's calls run on. Called on the receive thread or on the main thread, as its proxy was told.
+// Receives the calls of a peer, on the receive thread or on the main thread, as its proxy was configured.
 class InvocationTarget {
 public:
     virtual ~InvocationTarget() = default;
-    // The methods that it answers.
+    // The methods that this target implements.
     [[nodiscard]] virtual Protocol methods() const = 0;
     // Runs the call and leaves its result in the invocation.
     virtual void invoke(Invocation& invocation) = 0;

@@ -12,7 +12,8 @@ namespace {
 
 constexpr std::string_view proxySource = "Common/KelvProxy";
 
-// A request: return length, return type, selector, number of arguments; then type and value of each.
+// Fields of a request: return length, return type, selector, number of arguments; then the type and value of
+// each argument.
 constexpr std::size_t selectorEntry = 2;
 constexpr std::size_t countEntry = 3;
 constexpr std::size_t headerEntries = 4;
@@ -46,8 +47,8 @@ bool fitsFrame(const Data& payload) {
     return payload.size() <= static_cast<std::size_t>(largestPayload);
 }
 
-// The payload of the response; empty when there is no result or it cannot be sent. Throws std::bad_alloc when
-// memory runs out.
+// The payload of the response, empty when there is no result or it cannot be sent. Throws std::bad_alloc when
+// out of memory.
 Data responseFor(const Invocation& invocation) {
     const Value result = encodeValue(invocation.signature().returnType, invocation.result());
     PropertyListWriting response;
@@ -82,7 +83,7 @@ void KelvaneProxy::setSocket(std::shared_ptr<KelvaneSocket> socket) {
     {
         const std::scoped_lock guard(stateMutex_);
         old.swap(socket_);
-        resultCond_.interrupt(); // what waits for the old one
+        resultCond_.interrupt(); // ends calls that wait on the old socket
         if (socket && socket->isOpen())
             resultCond_.resume();
     }
@@ -91,7 +92,7 @@ void KelvaneProxy::setSocket(std::shared_ptr<KelvaneSocket> socket) {
     if (!socket)
         return;
     socket->setDataDelegate(shared_from_this());
-    transportChanged(*socket); // what it did before it knew its delegate
+    transportChanged(*socket); // catches up on changes before this proxy was the delegate
 }
 
 void KelvaneProxy::setProtocol(Protocol protocol) {
@@ -99,7 +100,8 @@ void KelvaneProxy::setProtocol(Protocol protocol) {
     protocol_ = protocol;
 }
 
-// Its methods now, so that a receive thread need not hold it, and with it whatever goes when it goes.
+// Copies the list of methods, so that the receive thread need not hold the delegate, which could destroy it
+// there.
 void KelvaneProxy::setDelegate(std::weak_ptr<InvocationTarget> delegate) {
     const std::shared_ptr<InvocationTarget> target = delegate.lock();
     const std::scoped_lock guard(stateMutex_);
@@ -160,7 +162,7 @@ bool KelvaneProxy::forwardInvocation(Invocation& invocation) {
     }
     std::shared_ptr<KelvaneSocket> transport;
     unsigned interruptions = 0;
-    { // together, so that no other socket takes the request and its answer stays for the next call
+    { // one lock for both, so that no other socket takes the request and leaves its answer to the next call
         const std::scoped_lock guard(stateMutex_);
         transport = socket_;
         interruptions = resultCond_.interruptions();
@@ -175,7 +177,7 @@ bool KelvaneProxy::waitForResult(Invocation& invocation, unsigned interruptions)
         waitingOnResult_ = true;
     }
     if (!resultCond_.lockWhenCondition(1, interruptions))
-        return false; // closed: the result stays 0 or nothing
+        return false; // closed: the result stays 0 or empty
     const std::optional<Value> object = std::exchange(resultObject_, std::nullopt);
     resultCond_.unlockWithCondition(0);
     decodeValue(object.value_or(Value()), invocation.signature().returnType, invocation.result());
@@ -187,7 +189,7 @@ void KelvaneProxy::sendFrame(const std::shared_ptr<KelvaneSocket>& transport, st
     if (!transport)
         return;
     const std::scoped_lock guard(socketLock_);
-    // What could not be sent is answered by the failure notice.
+    // The peer gets a failure notice in place of a response that could not be sent.
     static_cast<void>(transport->sendString(frameMarker));
     static_cast<void>(transport->sendInt(type));
     static_cast<void>(transport->sendInt(static_cast<std::int32_t>(payload.size())));
@@ -211,11 +213,11 @@ bool KelvaneProxy::processData(const Data* payload, std::int32_t type) {
     return true;
 }
 
-// Asks under the lock, so that of a close and a connect that cross each other the later one counts.
+// Reads the state under the lock, so that the later of a concurrent close and connect wins.
 void KelvaneProxy::transportChanged(const KelvaneSocket& socket) {
     const std::scoped_lock guard(stateMutex_);
     if (socket_.get() != &socket)
-        return; // one that this proxy has left behind
+        return; // not the current socket
     if (socket.isOpen())
         resultCond_.resume();
     else
@@ -299,7 +301,8 @@ void KelvaneProxy::processInvocationArgs(const Array& arguments, std::size_t exp
         const std::scoped_lock guard(stateMutex_);
         target = delegate_;
     }
-    // A delegate on the main thread is not held here: it may go at any moment, with what it refers to.
+    // Does not hold a delegate of the main thread: it may be destroyed at any moment, with everything it
+    // refers to.
     if (onMainThread && !target.expired())
         return enqueue(std::move(target), std::move(invocation), sizeof(QueuedInvocation) + expansion);
     const std::shared_ptr<InvocationTarget> alive = onMainThread ? nullptr : target.lock();
@@ -323,20 +326,21 @@ void KelvaneProxy::enqueue(std::weak_ptr<InvocationTarget> target, Invocation in
         transport->hangUp();
 }
 
-// With `invocationLock_` held; nothing when one is pending.
+// Call with `invocationLock_` held. Does nothing when a wake-up is pending.
 void KelvaneProxy::postWakeUp() {
     if (!isWakeUpPending_)
         mainLoop_->post([self = shared_from_this()] { self->handlePortMessage(); });
-    isWakeUpPending_ = true; // after a post that may have failed
+    isWakeUpPending_ = true; // set last, because the post may throw
 }
 
-// Runs what is queued by now. What comes meanwhile has its own turn, so that a busy peer does not keep the
-// main thread from everything else.
+// Runs the requests that are queued now. Later ones get their own turn, so that a busy peer does not block
+// the main thread.
 void KelvaneProxy::handlePortMessage() {
     std::size_t count = 0;
     {
         const std::scoped_lock guard(invocationLock_);
-        isWakeUpPending_ = false; // what comes while a request runs a loop of its own needs another
+        // requests that arrive while one of these runs a nested loop need another wake-up
+        isWakeUpPending_ = false;
         count = invocationQueue_.size();
     }
     for (; count > 0; --count) {
@@ -344,7 +348,7 @@ void KelvaneProxy::handlePortMessage() {
         {
             const std::scoped_lock guard(invocationLock_);
             if (invocationQueue_.empty())
-                return; // run by a loop inside one of these
+                return; // already run by a nested loop
             next = std::move(invocationQueue_.front());
             invocationQueue_.pop_front();
             queuedBytes_ -= next->size;
@@ -357,7 +361,7 @@ void KelvaneProxy::handlePortMessage() {
         postWakeUp();
 }
 
-// A caller that waits for a result always gets a frame, if only an empty one.
+// A caller that waits for a result always gets a frame, even if it is empty.
 void KelvaneProxy::invokeAndRespond(InvocationTarget& target, Invocation& invocation) {
     const std::scoped_lock forwarding(forwardingLock_);
     run(target, invocation);

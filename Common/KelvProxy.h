@@ -15,33 +15,32 @@
 
 namespace kelvane {
 
-// A call of a selector that the proxy's method table does not have.
+// Thrown for a selector that is not in the proxy's method table.
 class UnknownSelector : public std::invalid_argument {
 public:
     explicit UnknownSelector(std::string_view selector)
         : std::invalid_argument("no method signature for " + std::string(selector)) {}
 };
 
-// Turns calls into messages on a socket and back; both sides of the link use it alike.
+// Turns calls into messages on a socket and back; both sides of the link use it.
 //
-// Outgoing: `call` and `invoke` block their thread until the answer is there when the method has a result; a
-// link that is lost or closed meanwhile answers 0 or nothing. One call at a time; a second caller waits for
-// the first. Incoming: the peer's requests run on the delegate, on the receive thread with `forwardingLock`
-// held, or on the main thread, where they must be void and where they run when the main thread is back in its
-// loop, while a call may be waiting.
+// Outgoing calls: `call` and `invoke` block until the answer arrives if the method has a result; when the
+// link is lost or closed meanwhile, they return 0 or an empty value. One call runs at a time, and a second
+// caller waits for the first. Incoming calls: the peer's requests run on the delegate, either on the receive
+// thread with `forwardingLock` held, or on the main thread. There they must be void, and they run when the
+// main thread returns to its loop, even while a call is waiting.
 //
-// An answer that nobody waited for, and a failure notice once a call has waited, stays until the next waiting
-// call takes it for its own; a proxy whose table has no method with a result, which never waits, drops it. A
-// peer that sends requests faster than the main thread runs them loses the link once those that wait take
-// `mostQueuedBytes`.
+// A response that no call waits for, and a failure notice once any call has waited, is kept and taken by the
+// next waiting call as its own. A proxy whose table has no method with a result never waits and drops them.
+// The link is closed when the requests queued for the main thread exceed `mostQueuedBytes`.
 //
-// Ownership. `create` returns a handle; when the last one goes away the proxy closes. It owns its socket; the
-// socket keeps it as its data delegate; the delegate is held weakly, and requests for one that is gone are
-// dropped. A call under way keeps proxy and socket alive.
+// Ownership. `create` returns a handle; the proxy closes when the last one is released. The proxy owns its
+// socket, and the socket keeps the proxy as its data delegate. The delegate is held weakly; requests for a
+// destroyed delegate are dropped. A call in progress keeps proxy and socket alive.
 //
-// Threads. Any thread may call, and `close` from any thread, of the proxy or of its socket, ends every wait
-// until the next `setSocket`, or until that socket is connected again. A call that waits on the receive
-// thread itself (from inside a request) would wait for that `close`.
+// Threads. Any thread may call. `close`, of the proxy or of its socket, from any thread ends every wait until
+// the next `setSocket`, or until that socket connects again. A call with a result made on the receive thread,
+// from inside a request, blocks until that `close`.
 class KelvaneProxy : public DataDelegate, public std::enable_shared_from_this<KelvaneProxy> {
 public:
     // `mainLoop` is needed only for `setCallDelegateOnMainThread(true)`.
@@ -50,27 +49,28 @@ public:
     KelvaneProxy(const KelvaneProxy&) = delete;
     KelvaneProxy& operator=(const KelvaneProxy&) = delete;
 
-    // Closes the socket that it had. Without a socket, as at first, a call sends nothing and returns at once.
+    // Closes the previous socket. Without a socket, which is the initial state, a call sends nothing and
+    // returns at once.
     void setSocket(std::shared_ptr<KelvaneSocket> socket);
     void setProtocol(Protocol protocol);
     void setDelegate(std::weak_ptr<InvocationTarget> delegate);
     void setCallDelegateOnMainThread(bool onMainThread);
-    // Lets go of the socket without closing it.
+    // Releases the socket without closing it.
     void close();
 
     static constexpr std::size_t mostQueuedBytes = std::size_t{64} << 20U;
 
-    // `call<"setPausedMinutes:">(1440U)`. Throws UnknownSelector when this proxy's table has not got it, and
-    // std::invalid_argument for an absent object.
+    // Example: `call<"setPausedMinutes:">(1440U)`. Throws UnknownSelector when this proxy's table does not
+    // have the selector, and std::invalid_argument for an absent object.
     template <Selector selector, class... Arguments>
     requires TakesArguments<selector, Arguments...>
     auto call(const Arguments&... arguments) {
         return callTyped<selector>(std::index_sequence_for<Arguments...>(), arguments...);
     }
-    // The same for a selector that is known only now: arguments are turned into the method's types, the
-    // result back into an object, absent for a void method. Throws also when the number of arguments is
-    // another. `isAnswered`, when given, tells the peer's own 0 or nothing from that of a link that was lost;
-    // it says nothing about a method without a result.
+    // The same for a selector known only at run time: arguments are converted to the method's types, and the
+    // result to an object, absent for a void method. Also throws when the number of arguments is wrong.
+    // `isAnswered`, when given, tells a 0 or empty value returned by the peer from one caused by a lost link;
+    // it means nothing for a method without a result.
     Value invoke(std::string_view selector, const std::vector<Value>& arguments = {},
                  bool* isAnswered = nullptr);
 
@@ -84,7 +84,7 @@ public:
         decodeValue(object, type, buffer);
     }
 
-    // On the receive thread.
+    // Called on the receive thread.
     bool processData(const Data* payload, std::int32_t type) override;
     void transportChanged(const KelvaneSocket& socket) override;
 
@@ -101,7 +101,7 @@ private:
             return loadNative<typename Method::Result>(invocation.result());
     }
 
-    // False when there should have been an answer and none came.
+    // Returns false when the method has a result and no answer came.
     bool forwardInvocation(Invocation& invocation);
     bool waitForResult(Invocation& invocation, unsigned interruptions);
     void sendFrame(const std::shared_ptr<KelvaneSocket>& transport, std::int32_t type, const Data& payload);
@@ -129,18 +129,18 @@ private:
     bool callDelegateOnMainThread_ = false;
     bool waitingOnResult_ = false;
 
-    // Both recursive: a write that fails tells the socket's delegate inside the call, and that one may call
-    // again.
+    // Both are recursive: a failed write notifies the socket's delegate inside the call, and the delegate may
+    // call again.
     std::recursive_mutex forwardingLock_; // one outgoing call at a time, also held while a request runs
     std::recursive_mutex socketLock_;     // keeps the four writes of a frame together
 
-    ConditionLock resultCond_;          // 0 no result, 1 a result or a failure is there
-    std::optional<Value> resultObject_; // with `resultCond_` held; none: a failure
+    ConditionLock resultCond_;          // 0: no result; 1: a result or a failure
+    std::optional<Value> resultObject_; // guarded by `resultCond_`; none: a failure
 
     struct QueuedInvocation {
         std::weak_ptr<InvocationTarget> target;
         Invocation invocation;
-        std::size_t size; // bytes that it takes
+        std::size_t size; // in bytes
     };
     std::mutex invocationLock_;
     std::deque<QueuedInvocation> invocationQueue_;

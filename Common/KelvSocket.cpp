@@ -32,8 +32,7 @@ const sockaddr* generic(const sockaddr_un& address) {
     return reinterpret_cast<const sockaddr*>(&address);
 }
 
-// One that is connected already fails at once, too, although the system would have it wait for room in the
-// backlog.
+// Also fails at once on a connected descriptor, where the system would wait for room in the backlog.
 bool connectWithoutWaiting(int descriptor, const sockaddr_un& address) {
     sockaddr_un peer{};
     socklen_t size = sizeof peer;
@@ -77,7 +76,7 @@ bool KelvaneSocket::connectToPath(const std::string& path) {
     const std::shared_ptr<Connection> connection = open();
     if (!connection)
         return false;
-    // An empty name would reach whoever has bound the nameless address.
+    // An empty path would address a socket bound to the empty abstract name.
     if (path.empty()) {
         KelvaneCLog("connect failed: %s", errorText(ENOENT));
         return false;
@@ -93,7 +92,7 @@ bool KelvaneSocket::connectToPath(const std::string& path) {
     setBlocking(descriptor);
     if (trusted && start(connection))
         return true;
-    drop(connection); // it is connected: the next attempt needs another
+    drop(connection); // already connected: the next attempt needs a new descriptor
     return false;
 }
 
@@ -113,7 +112,7 @@ bool KelvaneSocket::listenAtPath(const std::string& path) {
     if (!connection)
         return false;
     const int descriptor = connection->descriptor.get();
-    // The mode without following a link that somebody may have put in the socket's place.
+    // Sets the mode without following a link that somebody may have put in the socket's place.
     if (::bind(descriptor, generic(address), sizeof address) != 0 ||
         ::fchmodat(AT_FDCWD, bound, everybody, AT_SYMLINK_NOFOLLOW) != 0 ||
         ::listen(descriptor, listenBacklog) != 0)
@@ -126,8 +125,8 @@ bool KelvaneSocket::listenAtPath(const std::string& path) {
     }
     if (startLinkThread([self = shared_from_this(), connection] { self->acceptThread(connection); }))
         return true;
-    drop(connection); // nobody would accept what connects
-    errno = EAGAIN;   // the system has no thread to give
+    drop(connection); // no thread would accept connections
+    errno = EAGAIN;   // the system cannot start another thread
     return false;
 }
 
@@ -143,7 +142,7 @@ void KelvaneSocket::setSocketDelegate(std::shared_ptr<SocketDelegate> delegate) 
     socketDelegate_ = std::move(delegate);
 }
 
-// Not under the monitor: the delivery that this waits for may need that itself.
+// Does not hold the monitor: the delivery that this waits for may need it.
 void KelvaneSocket::setDataDelegate(std::shared_ptr<DataDelegate> delegate) {
     if (!delegate)
         throw AssertionFailure("Setting result delegate to NULL", socketSource, 575);
@@ -186,8 +185,8 @@ bool KelvaneSocket::sendInt(std::int32_t number) {
     return sendBytes(reinterpret_cast<const std::uint8_t*>(&number), sizeof number);
 }
 
-// The connection goes and waits end before the monitor is taken: whoever holds it may be one of those that
-// wait.
+// Closes the connection and ends waits before it takes the monitor, because the monitor's holder may be one
+// of those that wait.
 void KelvaneSocket::close() {
     const auto self = shared_from_this(); // a delegate may drop the last handle
     std::shared_ptr<DataDelegate> waiting;
@@ -229,7 +228,7 @@ void KelvaneSocket::hangUp() {
         ::shutdown(connection_->descriptor.get(), SHUT_RDWR);
 }
 
-// Does not block before it is connected or listens: a full backlog must not hold up whoever connects.
+// The descriptor does not block until it is connected or listening: a full backlog must not block the caller.
 std::shared_ptr<KelvaneSocket::Connection> KelvaneSocket::open() {
     const std::scoped_lock guard(stateMutex_);
     if (!connection_) {
@@ -260,7 +259,7 @@ bool KelvaneSocket::start(const std::shared_ptr<Connection>& connection) {
     {
         const std::scoped_lock guard(stateMutex_);
         if (!connection->isRunning())
-            return false; // closed by another thread meanwhile
+            return false; // closed by another thread
         dataDelegateLock_.resume();
         connection->interruptions = dataDelegateLock_.interruptions();
         connection->isOpen = true;
@@ -270,12 +269,12 @@ bool KelvaneSocket::start(const std::shared_ptr<Connection>& connection) {
         waiting->transportChanged(*this);
     try {
         return startLinkThread([self = shared_from_this(), connection] { self->rcvThread(connection); });
-    } catch (const std::bad_alloc&) { // its body cannot be made
+    } catch (const std::bad_alloc&) { // no memory for the thread's body
         return false;
     }
 }
 
-// The accept thread of a listener that is closed without children has nothing left but to wait for this.
+// After this, the accept thread of a listener that closed without children can end.
 void KelvaneSocket::end() {
     const std::scoped_lock guard(stateMutex_);
     handleGone_ = true;
@@ -293,7 +292,7 @@ bool KelvaneSocket::sendBytes(const std::uint8_t* buffer, std::size_t length) {
     if (connection->writeBytes(buffer, length))
         return true;
     if (!connection->isRunning())
-        return false;                     // closed meanwhile, which is no failure to tell of
+        return false;                     // closed meanwhile: not a failure
     const auto self = shared_from_this(); // the delegate may drop the last handle
     const std::scoped_lock guard(monitor_);
     KelvaneCLog("KelvaneSocket write to socket failed");

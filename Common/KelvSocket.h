@@ -23,13 +23,13 @@ namespace kelvane {
 
 class KelvaneSocket;
 
-// Whether the process at the other end of a connected descriptor runs as root or as this user.
+// Whether the process at the other end of a connected descriptor runs as root or as the current user.
 [[nodiscard]] bool isTrustedPeer(int descriptor);
 
-// Hears of a socket's fate. Called with the socket's monitor held, on the receive thread, on the accept
-// thread or on the thread whose write failed; when the socket was told so, on the main thread, without the
-// monitor. So what the delegate waits for must not need the monitor on another thread: a call over the same
-// link may.
+// Receives a socket's events. Called with the socket's monitor held, on the receive thread, the accept thread
+// or the thread whose write failed; or, if the socket was configured so, on the main thread without the
+// monitor. A delegate must therefore not wait for anything that needs the monitor on another thread, as a
+// call over the same link may.
 class SocketDelegate {
 public:
     virtual ~SocketDelegate() = default;
@@ -40,31 +40,32 @@ public:
     virtual void socketCreated(const std::shared_ptr<KelvaneSocket>& /*child*/) {}
 };
 
-// Takes what a socket receives, on its receive thread.
+// Receives the frames of a socket, on its receive thread.
 class DataDelegate {
 public:
     virtual ~DataDelegate() = default;
-    // `payload` is null for a frame without one; type 0 without a payload says that the connection failed.
+    // `payload` is null for a frame of length 0. Type 0 without a payload means that the connection has
+    // failed.
     virtual bool processData(const Data* payload, std::int32_t type) = 0;
-    // The socket has closed, and whatever waits on its behalf must end; or it is connected again. `isOpen`
-    // says which. From any thread.
+    // The socket has closed, and waits on it must end, or it has connected again; `isOpen` tells which.
+    // Called on any thread.
     virtual void transportChanged(const KelvaneSocket& /*socket*/) {}
 };
 
-// The byte transport between pane and daemon: a stream socket in the Unix domain that frames every message.
+// The byte transport between pane and daemon: a Unix domain stream socket that frames every message.
 //
-// Ownership. `create` returns a handle; the last handle that goes away closes the socket. The receive and the
-// accept thread keep the object itself alive until they have ended, which is at most 2 s after `close` unless
-// a delegate holds them up. The socket keeps its socket delegate until `close`, and its data delegate until
-// it is replaced or the socket is gone.
+// Ownership. `create` returns a handle; releasing the last handle closes the socket. The receive and accept
+// threads keep the object alive until they end, at most 2 s after `close` unless a delegate blocks them. The
+// socket keeps its socket delegate until `close`, and its data delegate until it is replaced or the socket is
+// destroyed.
 //
-// Threads. Any thread may call any operation, also from inside a delegate's call; `close` twice or while the
-// receive thread is blocked anywhere is fine, and waits for none of the threads. The threads that it starts
-// block all signals.
+// Threads. Any thread may call any operation, also from inside a delegate's call. `close` may be called twice
+// and while the receive thread is blocked, and waits for no thread. The threads that the socket starts block
+// all signals.
 //
-// A listening socket that is closed before it has accepted anyone leaves its path where it is and its accept
-// thread parked until the last handle goes; one that has accepted somebody takes path, thread and children
-// with it.
+// A listening socket that is closed before it has accepted a connection leaves its path in place and its
+// accept thread parked until the last handle is released; one that has accepted a connection removes the
+// path, ends the thread and closes its children.
 class KelvaneSocket : public std::enable_shared_from_this<KelvaneSocket> {
 public:
     // `mainLoop` is needed only for `setCallDelegateOnMainThread(true)`.
@@ -73,40 +74,40 @@ public:
     KelvaneSocket(const KelvaneSocket&) = delete;
     KelvaneSocket& operator=(const KelvaneSocket&) = delete;
 
-    // At most 103 bytes of the path count. Never blocks; false is logged, and the same object may try again.
-    // A peer that runs neither as root nor as this user is refused.
+    // The path is cut to 103 bytes. Never blocks. Returns false after logging the reason; the same object may
+    // try again. A peer that runs neither as root nor as the current user is refused.
     [[nodiscard]] bool connectToPath(const std::string& path);
-    // Replaces whatever stands at the path; whoever may reach it may connect (mode 0777), but only root and
-    // this user are accepted. False with the reason in `errno`.
+    // Replaces whatever is at the path. Everybody who can reach the path may connect (mode 0777), but only
+    // root and the current user are accepted. Returns false with the reason in `errno`.
     [[nodiscard]] bool listenAtPath(const std::string& path);
 
-    // The one before is told `socketFailed`.
+    // The previous delegate gets `socketFailed`.
     void setSocketDelegate(std::shared_ptr<SocketDelegate> delegate);
-    // Waits for the end of a delivery that is under way, unless it is called from inside that one. What
-    // arrives while there is no data delegate waits for the first.
+    // Waits for a delivery in progress to end, unless called from inside that delivery. Frames that arrive
+    // while there is no data delegate wait for the first one.
     void setDataDelegate(std::shared_ptr<DataDelegate> delegate);
     void setCallDelegateOnMainThread(bool onMainThread);
-    // How long the peer may take less than a piece of a write (15 KiB) before it counts as failed; none: for
-    // ever.
+    // How long the peer may take no complete piece (15 KiB) of a write before the connection counts as
+    // failed; none: no limit.
     void setSendTimeout(std::optional<std::chrono::milliseconds> timeout);
 
-    // False at once without a connection. A write that fails tells the socket delegate before it returns
+    // Returns false at once when not connected. A failed write notifies the socket delegate before it returns
     // false.
     [[nodiscard]] bool sendData(std::span<const std::uint8_t> bytes);
     [[nodiscard]] bool sendString(std::string_view text);
     [[nodiscard]] bool sendInt(std::int32_t number);
 
     void close();
-    // As if the peer had: the receive thread finds it and reports the failure.
+    // Acts as if the peer had hung up: the receive thread notices and reports the failure.
     void hangUp();
     [[nodiscard]] bool isZombie() const { return zombie_; }
-    // Connected or listening, and not closed since.
+    // Whether the socket is connected or listening.
     [[nodiscard]] bool isOpen() const;
 
-    // Receive and accept threads that are alive in this program or plug-in.
+    // The number of running receive and accept threads in this program or plug-in.
     [[nodiscard]] static int liveThreads();
-    // What a program does at its end, so that none of them runs on while it is taken down. False when some
-    // are still alive after `limit`.
+    // Call at the end of a program, so that no thread runs during its destruction. Returns false when some
+    // still run after `limit`.
     static bool waitForThreads(std::chrono::milliseconds limit = std::chrono::seconds(2));
 
 private:
@@ -136,17 +137,17 @@ private:
 
     std::mutex connectMutex_; // one attempt at a time
 
-    // Guards the socket delegate, its calls and `close`; recursive, because a delegate may close from inside
-    // a call.
+    // Guards the socket delegate, the calls to it and `close`. Recursive, because a delegate may close the
+    // socket inside a call.
     std::recursive_mutex monitor_;
     std::shared_ptr<SocketDelegate> socketDelegate_;
     std::atomic<bool> callDelegateOnMainThread_{false};
 
-    // 0 no data delegate yet, 1 there is one. Held while the delegate is called.
+    // 0: no data delegate yet; 1: there is one. Held while the delegate is called.
     ConditionLock dataDelegateLock_;
     std::atomic<std::thread::id> deliveringThread_;
 
-    // Guards what follows; never held while calling out.
+    // Guards the members below; never held while calling out.
     mutable std::mutex stateMutex_;
     std::condition_variable acceptStopped_;
     std::shared_ptr<Connection> connection_;

@@ -1,4 +1,4 @@
-// What runs on a socket's receive thread and on a listening socket's accept thread.
+// The bodies of a socket's receive thread and of a listening socket's accept thread.
 
 #include "Common/KelvSocket.h"
 #include "Common/SocketConnection.h"
@@ -23,7 +23,7 @@ constexpr auto pauseAfterReadFailure = 1s;
 constexpr auto pauseAfterAcceptFailure = 100ms;
 constexpr auto refusalLogInterval = 1min;
 
-// Another user who tries again and again must not push everything else out of the log.
+// Another user's repeated connection attempts must not flood the log.
 class RefusalLog {
 public:
     void add() {
@@ -41,7 +41,7 @@ private:
     std::uint64_t count_ = 0;
 };
 
-// False when `body`, most likely a delegate that it calls, throws.
+// Returns false when `body` throws, most likely in a delegate that it calls.
 bool completes(const std::function<void()>& body) {
     try {
         body();
@@ -56,12 +56,12 @@ bool completes(const std::function<void()>& body) {
 
 } // namespace
 
-// An exception is a failure like that of a read: whoever waits for this thread's frames has to hear of it.
+// An exception is handled like a failed read: whoever waits for this thread's frames must be notified.
 void KelvaneSocket::rcvThread(const std::shared_ptr<Connection>& connection) {
     FrameReader reader(*connection);
     bool isGood = completes([&] { tellDelegate(*connection, &SocketDelegate::socketConnected); });
     while (connection->isRunning()) {
-        // After a good frame the next read is the pause, and ends as soon as bytes are waiting.
+        // After a valid frame the next read serves as the pause: it ends as soon as bytes arrive.
         if (std::exchange(isGood, false)) {
             completes([&] { isGood = receiveFrame(*connection, reader); });
             continue;
@@ -72,7 +72,7 @@ void KelvaneSocket::rcvThread(const std::shared_ptr<Connection>& connection) {
     }
 }
 
-// False on a read failure; true also when the connection was stopped during the hunt for a marker.
+// Returns false when a read failed; true also when the connection was stopped while searching for a marker.
 bool KelvaneSocket::receiveFrame(Connection& connection, FrameReader& reader) {
     FrameReader::Marker marker = FrameReader::Marker::Nothing;
     while (marker != FrameReader::Marker::Found) {
@@ -98,7 +98,7 @@ void KelvaneSocket::reportFailure(Connection& connection) {
     deliver(connection, nullptr, failureNotice);
     const std::scoped_lock monitor(monitor_);
     if (!connection.isRunning())
-        return; // closed meanwhile: nobody is left to be told
+        return; // closed meanwhile: nobody to notify
     KelvaneCLog("KelvaneSocket read from socket failed");
     tellDelegate(connection, &SocketDelegate::socketFailed);
 }
@@ -106,7 +106,7 @@ void KelvaneSocket::reportFailure(Connection& connection) {
 void KelvaneSocket::deliver(Connection& connection, const Data* payload, std::int32_t type) {
     if (!dataDelegateLock_.lockWhenCondition(1, connection.interruptions))
         return;             // closed while there was no data delegate
-    const struct Delivery { // ends however the delegate's call does
+    const struct Delivery { // ends the delivery even if the delegate throws
         explicit Delivery(KelvaneSocket& socket) : socket(socket) {
             socket.deliveringThread_ = std::this_thread::get_id();
         }
@@ -121,7 +121,7 @@ void KelvaneSocket::deliver(Connection& connection, const Data* payload, std::in
         static_cast<void>(delegate->processData(payload, type));
 }
 
-// A connection that was closed meanwhile has nothing to say to the delegate of the next one.
+// A connection that was closed meanwhile must not call the delegate of its successor.
 void KelvaneSocket::tellDelegate(const Connection& connection,
                                  void (SocketDelegate::*operation)(KelvaneSocket&)) {
     const std::scoped_lock guard(monitor_);
@@ -131,7 +131,7 @@ void KelvaneSocket::tellDelegate(const Connection& connection,
     if (callDelegateOnMainThread_)
         mainLoop_->post(
             [delegate, operation, told = connection.shared_from_this(), self = shared_from_this()] {
-                if (told->isRunning()) // else it was closed meanwhile, by somebody who knows
+                if (told->isRunning()) // otherwise whoever closed it knows
                     (*delegate.*operation)(*self);
             });
     else
@@ -143,14 +143,14 @@ void KelvaneSocket::acceptThread(std::shared_ptr<Connection> connection) {
     while (connection->isRunning()) {
         FileDescriptor accepted(::accept4(connection->descriptor.get(), nullptr, nullptr, SOCK_CLOEXEC));
         if (accepted.get() < 1)
-            // Without a pause a process that has run out of descriptors would spin.
+            // Pauses, because a process out of descriptors would otherwise spin.
             connection->pause(pauseAfterAcceptFailure);
         else if (isTrustedPeer(accepted.get()))
             completes([&] { acceptOne(*connection, std::move(accepted)); });
         else
             refusals.add();
     }
-    connection.reset(); // the descriptor goes even while the thread is parked
+    connection.reset(); // closes the descriptor even while the thread is parked
     std::unique_lock guard(stateMutex_);
     acceptStopped_.wait(guard, [this] { return !acceptThreadRun_ || handleGone_; });
 }
@@ -161,7 +161,7 @@ void KelvaneSocket::acceptOne(const Connection& connection, FileDescriptor descr
     {
         const std::scoped_lock guard(stateMutex_);
         if (!connection.isRunning())
-            return; // closed meanwhile, and nobody would close the child
+            return; // closed meanwhile, so nobody would close the child
         std::copy_if(children_.begin(), children_.end(), std::back_inserter(zombies),
                      [](const auto& each) { return each->isZombie(); });
         children_.push_back(child);
@@ -169,7 +169,7 @@ void KelvaneSocket::acceptOne(const Connection& connection, FileDescriptor descr
     for (const auto& zombie : zombies)
         removeChild(zombie);
 
-    struct Unserved { // closed however this ends: its peer would wait for ever
+    struct Unserved { // closes the child on every path: its peer would wait for ever
         ~Unserved() {
             if (socket)
                 socket->close();

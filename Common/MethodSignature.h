@@ -9,7 +9,7 @@ namespace kelvane {
 
 inline constexpr std::size_t mostArguments = 8;
 
-// Bytes of a value of the type whose code begins `type`, on a 64-bit processor; 0 for void and for unknown
+// Size in bytes, on a 64-bit processor, of a value whose type code starts `type`; 0 for void and for unknown
 // codes.
 [[nodiscard]] constexpr std::uint32_t nativeSize(std::string_view type) {
     switch (type.empty() ? '\0' : type.front()) {
@@ -32,13 +32,12 @@ inline constexpr std::size_t mostArguments = 8;
     }
 }
 
-// A method's type string taken apart: the return type, the receiver "@" and the selector ":", then a code for
-// each argument, every one followed by its offset in the frame ("I40@0:8@16@24I32I36"). The texts are parts
-// of that string.
+// A parsed method type string: the return type, the receiver "@" and the selector ":", then a code for each
+// argument, each followed by its offset in the frame ("I40@0:8@16@24I32I36"). The views refer to that string.
 struct MethodSignature {
     std::string_view returnType;
     std::array<std::string_view, mostArguments> argumentTypes{};
-    std::size_t argumentCount = 0; // after the receiver and the selector
+    std::size_t argumentCount = 0; // without the receiver and the selector
 
     [[nodiscard]] constexpr std::uint32_t returnLength() const { return nativeSize(returnType); }
     [[nodiscard]] constexpr std::span<const std::string_view> arguments() const {
@@ -70,10 +69,11 @@ private:
 struct MethodDescription {
     std::string_view selector;
     std::string_view types;
-    std::string_view extension = {}; // that a daemon must name before this is called; empty: none
+    std::string_view extension = {}; // the extension that the daemon must list before a call; empty: none
 };
 
-// A method table: what one side of the link answers. Refers to constant tables, which live for ever.
+// A method table: the methods that one side of the link implements. Refers to constant tables, which are
+// never destroyed.
 using Protocol = std::span<const MethodDescription>;
 
 [[nodiscard]] constexpr const MethodDescription* findMethod(Protocol protocol, std::string_view selector) {

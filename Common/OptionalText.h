@@ -12,8 +12,8 @@
 
 namespace kelvane {
 
-// Text, or none, in the room of one pointer. A tree keeps millions of names and paths, most of them short or
-// absent; a string and its flag would take five times as much beside the characters.
+// A text or none, in the size of one pointer. A tree keeps millions of names and paths, most of them short or
+// absent; a std::optional<std::string> would take five times as much besides the characters.
 class OptionalText {
 public:
     OptionalText() = default;
@@ -31,7 +31,7 @@ public:
     ~OptionalText() = default;
 
     [[nodiscard]] bool isPresent() const { return block_ != nullptr; }
-    // Empty when there is none. Valid until this text is changed.
+    // Empty when there is no text. Valid until this object changes.
     [[nodiscard]] std::string_view view() const {
         return block_ ? std::string_view(block_.get() + sizeof(Length), length()) : std::string_view();
     }

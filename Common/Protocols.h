@@ -4,7 +4,7 @@
 
 namespace kelvane {
 
-// What the backup daemon answers. Every row says what it takes and gives by the codes of the published method
+// The methods of the backup daemon. Each row gives the types of its result and arguments in the published
 // type encoding: v void, c bool as a signed char, I unsigned 32-bit, q signed 64-bit, Q unsigned 64-bit, @ a
 // property-list object.
 inline constexpr MethodDescription KelvaneDaemonProtocol[] = {
@@ -65,7 +65,7 @@ inline constexpr MethodDescription KelvaneDaemonProtocol[] = {
     {"setEnabled:", "v20@0:8c16"},
 };
 
-// What the daemon calls in a pane.
+// The methods of a pane that the daemon calls.
 inline constexpr MethodDescription KelvaneClientProtocol[] = {
     {"fileChanged:", "v24@0:8@16"},    {"filesChanged:", "v24@0:8@16"},    {"folderChanged:", "v24@0:8@16"},
     {"foldersChanged:", "v24@0:8@16"}, {"stateChanged:", "v20@0:8I16"},    {"statesChanged:", "v24@0:8@16"},

@@ -6,37 +6,38 @@
 #include <string>
 #include <string_view>
 
-// The numbers of `stateChanged:` that say how a restore is going, and under which panes ask for it.
+// The keys of `stateChanged:` that report the progress of a restore, and the keys with which panes request
+// one.
 namespace kelvane::restoreprogress {
 
 inline constexpr std::uint32_t currentFile = 15;     // a string
 inline constexpr std::uint32_t currentFileSize = 16; // bytes, unsigned 64-bit
-inline constexpr std::uint32_t pendingCount = 35;    // files, signed 64-bit; 0: it is over
-inline constexpr std::uint32_t begin = 48;           // there is nothing to ask for
+inline constexpr std::uint32_t pendingCount = 35;    // files, signed 64-bit; 0: the restore has ended
+inline constexpr std::uint32_t begin = 48;           // nothing to request
 
 [[nodiscard]] constexpr bool isOfRestore(std::uint32_t code) {
     return code == currentFile || code == currentFileSize || code == pendingCount || code == begin;
 }
 
-// The kind of the alert that closes a restore. Its title is empty.
+// The kind of the alert that a daemon sends at the end of a restore. Its title is empty.
 inline constexpr std::string_view closingAlert = "restore_finished";
 
 } // namespace kelvane::restoreprogress
 
-// What a daemon answers of a restore job by its number.
+// A daemon's answers to the status request for a restore job.
 namespace kelvane::restorestatus {
 
-inline constexpr std::uint32_t unknown = 0; // it never was, or ended long ago
+inline constexpr std::uint32_t unknown = 0; // no such job, or it ended long ago
 inline constexpr std::uint32_t finished = 1;
-inline constexpr std::uint32_t incomplete = 2; // ended, but not everything has been restored
+inline constexpr std::uint32_t incomplete = 2; // ended, but some files were not restored
 inline constexpr std::uint32_t cancelled = 3;
 inline constexpr std::uint32_t waiting = 50;
 inline constexpr std::uint32_t running = 51; // or more
 
-// The priority of a restore that a person orders.
+// The priority of a restore that the user starts.
 inline constexpr std::uint32_t usualPriority = 50;
 
-// The ids of the alerts that say why jobs have to wait.
+// The ids of the alerts that say why restore jobs wait.
 inline constexpr const char* waitAlert = "restore_waits";
 inline constexpr const char* listingAlert = "backup_being_listed";
 
@@ -44,8 +45,8 @@ inline constexpr const char* listingAlert = "backup_being_listed";
     return status < waiting;
 }
 
-// The profile key under which the local daemon keeps what a job could not restore: a line for each file, its
-// path and why, without control characters. Empty for a job that went well.
+// Prefix of the profile keys under which the local daemon stores what a job could not restore: one line per
+// file with its path and the reason, without control characters. Empty for a job that restored everything.
 inline constexpr std::string_view failuresKeyPrefix = "restoreJobFailures.";
 [[nodiscard]] inline std::string failuresKey(std::uint32_t job) {
     return std::string(failuresKeyPrefix) + std::to_string(job);

@@ -14,12 +14,12 @@
 namespace kelvane {
 namespace {
 
-// The peer frees the room of a write only when it has taken all of it. With its overhead this fills a block
-// of memory.
+// The kernel frees a write's part of the buffer only when the peer has read all of it. With its overhead, a
+// write of this size fills one kernel memory block.
 constexpr std::size_t largestWrite = 15 * 1024;
 constexpr int roomPollInterval = 20; // milliseconds
 
-// Never destroyed: a thread may end after the statics have gone.
+// Never destroyed: a thread may end after static objects are destroyed.
 struct LiveThreads {
     std::mutex mutex;
     std::condition_variable changed;
@@ -31,7 +31,7 @@ LiveThreads& live() {
     return *threads;
 }
 
-// Counts from before the thread starts, so that nobody can miss one that is about to.
+// Counts the thread before it starts, so that one about to start is not missed.
 class LiveThread {
 public:
     LiveThread() { add(1); }
@@ -92,9 +92,9 @@ bool KelvaneSocket::Connection::writeBytes(const std::uint8_t* buffer, std::size
     return true;
 }
 
-// Waits until there may be room: at most for a short time, because the system announces room only when three
-// quarters of the buffer are free, while a write succeeds as soon as the peer has taken anything. False when
-// it has taken nothing for the send timeout.
+// Waits for room in the buffer, but only for a short time: the system signals room when three quarters of the
+// buffer are free, while a write succeeds as soon as the peer has read anything. Returns false when the peer
+// has read nothing for the send timeout.
 bool KelvaneSocket::Connection::waitForRoom(Stall& stall) const {
     const int limit = sendTimeout_;
     const auto now = std::chrono::steady_clock::now();
@@ -109,7 +109,7 @@ bool KelvaneSocket::Connection::waitForRoom(Stall& stall) const {
 void KelvaneSocket::Connection::stop() {
     const std::scoped_lock guard(mutex_);
     running_ = false;
-    // Closing alone would leave a reader blocked.
+    // Closing the descriptor alone would leave a reader blocked.
     ::shutdown(descriptor.get(), SHUT_RDWR);
     stopped_.notify_all();
 }
@@ -123,13 +123,13 @@ bool startLinkThread(std::function<void()> body) {
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before); // the new thread inherits it
+    pthread_sigmask(SIG_SETMASK, &all, &before); // inherited by the new thread
     bool started = true;
     try {
         auto alive = std::make_shared<LiveThread>();
         std::thread([body = std::move(body), alive]() mutable {
             runGuarded(body);
-            body = nullptr; // what it holds goes before the thread counts as ended
+            body = nullptr; // destroys what the body holds before the thread counts as ended
             alive.reset();
         }).detach();
     } catch (const std::exception& error) {

@@ -6,33 +6,34 @@
 
 namespace kelvane {
 
-// A descriptor together with the state that its threads share: its number cannot be given to somebody else
-// while one of them still reads, and `stop` wakes whoever is blocked in it.
+// A descriptor with the state that its threads share. Its number cannot be reused while one of them still
+// reads, and `stop` wakes every thread that is blocked in it.
 struct KelvaneSocket::Connection : ByteSource, std::enable_shared_from_this<Connection> {
     explicit Connection(FileDescriptor owned) : descriptor(std::move(owned)) {}
 
     std::int32_t readBytes(std::int32_t count, std::uint8_t* buffer) override;
-    // All of them, not mixed with those of another thread, or false.
+    // Writes all bytes, not interleaved with another thread's, or returns false.
     [[nodiscard]] bool writeBytes(const std::uint8_t* buffer, std::size_t count);
-    // How long the peer may take nothing of a write; none: for ever.
+    // How long the peer may take none of a write; none: no limit.
     void setSendTimeout(std::optional<std::chrono::milliseconds> timeout) {
         sendTimeout_ = timeout ? static_cast<int>(timeout->count()) : forEver;
     }
 
-    // For good: whoever wants to go on takes another connection.
+    // Permanent: a new attempt needs a new connection.
     void stop();
     [[nodiscard]] bool isRunning() const { return running_; }
     // Ends at once when the connection is stopped.
     void pause(std::chrono::milliseconds duration);
 
     const FileDescriptor descriptor;
-    unsigned interruptions = 0; // of the data delegate's lock, when the receive thread started
-    bool isOpen = false;        // guarded by the socket's `stateMutex_`
+    // interruption count of the data delegate's lock when the receive thread started
+    unsigned interruptions = 0;
+    bool isOpen = false; // guarded by the socket's `stateMutex_`
 
 private:
-    static constexpr int forEver = -1; // as poll has it
+    static constexpr int forEver = -1; // the value that poll uses
 
-    // Since when a write has found no room.
+    // Since when a write has made no progress.
     struct Stall {
         std::optional<std::chrono::steady_clock::time_point> since;
     };
@@ -45,8 +46,8 @@ private:
     std::condition_variable stopped_;
 };
 
-// Runs `body` on a thread of its own that no signal reaches and that counts as alive until it ends; what it
-// throws is logged. False when the system has no thread to give.
+// Runs `body` on a new thread that blocks all signals and counts as alive until it ends; an exception is
+// logged. Returns false when the system cannot start a thread.
 [[nodiscard]] bool startLinkThread(std::function<void()> body);
 
 } // namespace kelvane

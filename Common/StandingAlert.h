@@ -7,10 +7,10 @@
 
 namespace kelvane {
 
-// An alert that stands until its cause has gone, as a daemon with the extension "alerts" lists it in its
+// An alert that is shown until its cause is gone, as a daemon with the extension "alerts" lists it in its
 // state. The texts are sentences in the daemon's language.
 struct StandingAlert {
-    std::string id;       // the same for as long as it stands
+    std::string id;       // does not change while the alert stands
     std::string severity; // "information", "warning" or "error"; anything else counts as information
     std::string title;
     std::string text;
@@ -18,7 +18,7 @@ struct StandingAlert {
     std::vector<std::string> actions; // what can be done about it, each as "verb:argument"
 };
 
-// The action by which a person takes an alert away. Alerts whose cause does not allow that do not list it.
+// The action with which the user dismisses an alert. Alerts that cannot be dismissed do not list it.
 inline constexpr std::string_view dismissAction = "dismiss:";
 
 // 2 for an error, 1 for a warning, 0 for anything else.
@@ -29,7 +29,8 @@ inline constexpr std::string_view dismissAction = "dismiss:";
 
 [[nodiscard]] Value dictionaryOf(const StandingAlert& alert);
 
-// In the order of the array. An entry without an id is skipped; what is missing or of another kind is empty.
+// Keeps the order of the array. Skips entries without an id; a field that is missing or of another type is
+// empty.
 [[nodiscard]] std::vector<StandingAlert> standingAlertsFrom(const Value& array);
 
 } // namespace kelvane

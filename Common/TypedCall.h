@@ -19,13 +19,13 @@ struct Selector {
     char characters[size]{};
 };
 
-// The row of either method table that a selector names.
+// The row for a selector in either method table.
 [[nodiscard]] consteval const MethodDescription* methodOfEitherSide(std::string_view selector) {
     const MethodDescription* method = findMethod(KelvaneExtendedDaemonProtocol, selector);
     return method ? method : findMethod(KelvaneClientProtocol, selector);
 }
 
-// The C++ type that stands for a type code in typed calls. A "c" is a yes or no throughout both tables.
+// The C++ type of a type code in typed calls. "c" is a bool in both tables.
 template <char code>
 struct NativeType;
 template <>
@@ -56,7 +56,7 @@ struct NativeType<'@'> {
 template <Selector selector>
 concept InMethodTable = (methodOfEitherSide(selector.view()) != nullptr);
 
-// A selector of either table with its C++ types, known when the program is compiled.
+// A selector of either table with its C++ types, resolved at compile time.
 template <Selector selector>
 requires InMethodTable<selector>
 struct TypedMethod {
@@ -67,7 +67,7 @@ struct TypedMethod {
     template <std::size_t index>
     using Argument = typename NativeType<signature.argumentTypes[index].front()>::Type;
 
-    // Numbers must have exactly the method's type; an object takes whatever a Value can be made of.
+    // Numbers must have exactly the method's type; an object may be anything that converts to a Value.
     template <class... Given>
     static constexpr bool accepts() {
         if constexpr (sizeof...(Given) == signature.argumentCount)
@@ -110,8 +110,8 @@ template <class Type>
         return buffer.object();
 }
 
-// The other direction: a selector bound to the member function that answers it. Compiles only when the
-// function takes and gives exactly the method's types (objects as `const Value&`).
+// The receiving side: a selector bound to the member function that implements it. Compiles only when the
+// function has exactly the method's types (objects as `const Value&`).
 template <class Target>
 struct MethodBinding {
     MethodDescription description;
@@ -161,8 +161,8 @@ consteval MethodBinding<Target> bind() {
             }};
 }
 
-// Runs the binding of the invocation's selector. Throws std::logic_error when the list has none: it must
-// cover the method table that its target shows.
+// Runs the function bound to the invocation's selector. Throws std::logic_error when there is none: the
+// bindings must cover the target's method table.
 template <class Target>
 void invokeBound(std::span<const MethodBinding<Target>> bindings, Target& target, Invocation& invocation) {
     for (const auto& binding : bindings)

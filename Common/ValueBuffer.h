@@ -9,10 +9,10 @@
 
 namespace kelvane {
 
-// Room for one argument or result in its native form. Numbers lie in eight bytes in host byte order, a
-// narrower one in the first of them and the rest zero; for "@" and "*" the buffer keeps the object itself,
-// and the text of a "*" lives as long as that. Reading a number where an object was stored, or the reverse,
-// yields 0 or nothing.
+// Storage for one argument or result in its native form. Numbers take eight bytes in host byte order; a
+// narrower one takes the first of them, and the rest is zero. For "@" and "*" the buffer keeps the object
+// itself, and the text of a "*" is valid as long as that object. Reading a number where an object is stored,
+// or the reverse, gives 0 or nothing.
 class ValueBuffer {
 public:
     template <class Number>
@@ -45,12 +45,12 @@ private:
     Value object_;
 };
 
-// The property-list object for a value of the type whose code begins `type`, and how many bytes of the buffer
-// it took. Absent for a null text or object. Throws AssertionFailure for a code that is not known.
+// Converts a value whose type code starts `type` to a property-list object, and says how many bytes of the
+// buffer it took. Absent for a null text or object. Throws AssertionFailure for an unknown code.
 [[nodiscard]] Value encodeValue(std::string_view type, const ValueBuffer& buffer,
                                 std::uint32_t* resultSize = nullptr);
 
-// The reverse. An object of another kind than the code says is stored as 0 or nothing.
+// The reverse of `encodeValue`. An object that does not fit the code is stored as 0 or nothing.
 void decodeValue(const Value& object, std::string_view type, ValueBuffer& buffer);
 
 } // namespace kelvane

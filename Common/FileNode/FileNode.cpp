@@ -9,8 +9,8 @@
 namespace kelvane {
 namespace {
 
-// A path that is longer than any path of a system is stored only where it is asked for, not along the way as
-// well: a chain of folders 100,000 deep would fill the memory.
+// A path longer than any system path is stored only in the node that was asked for it, not in its ancestors
+// as well: storing it in a chain of folders 100,000 deep would exhaust the memory.
 constexpr std::size_t maxStoredAncestorPath = 4096;
 
 void extend(std::string& path, std::string_view name) {
@@ -28,7 +28,7 @@ void extend(std::string& path, std::string_view name) {
 KelvaneFileNode::~KelvaneFileNode() {
     if (!children_)
         return;
-    // The children cannot reach this node any more, but those that somebody holds are to keep their paths.
+    // The children lose their parent, but those that somebody holds must keep their paths.
     const std::string ownPath = path();
     for (const FileNodeRef& child : *children_) {
         const bool isNeeded = child.use_count() > 1 || child->children_;
@@ -91,7 +91,8 @@ FileNodeRef KelvaneFileNode::copy() const {
     if (hadParent() && !parent())
         copy->path_ = path_;
     else
-        copy->storePath(); // nobody would when the parent goes, which does not know this one
+        // the copy is not in the parent's list, so the parent would not do this when it is destroyed
+        copy->storePath();
     return copy;
 }
 
@@ -129,7 +130,7 @@ void KelvaneFileNode::storePath() const {
     const std::vector<const KelvaneFileNode*> chain = withAncestorsToStoredPath();
     if (chain.back()->path_.view().empty())
         return;
-    std::string path = appendPathComponent(chain.back()->path_.view(), {}); // without doubled separators
+    std::string path = appendPathComponent(chain.back()->path_.view(), {}); // removes doubled separators
     for (auto at = chain.rbegin() + 1; at != chain.rend(); ++at) {
         const KelvaneFileNode& node = **at;
         if (!node.fileName_.isPresent())
@@ -140,7 +141,7 @@ void KelvaneFileNode::storePath() const {
     }
 }
 
-// This node first; the last one has a path, or is a root.
+// Starts with this node; the last one has a stored path or is a root.
 std::vector<const KelvaneFileNode*> KelvaneFileNode::withAncestorsToStoredPath() const {
     std::vector<const KelvaneFileNode*> chain{this};
     for (FileNodeRef parent = parent_.lock(); parent && chain.back()->path_.view().empty();
@@ -162,7 +163,7 @@ void KelvaneFileNode::setParent(const FileNodeRef& parent) {
         storePath();
 }
 
-// Also of a node whose parent has gone.
+// True also when the parent has been destroyed.
 bool KelvaneFileNode::hadParent() const {
     const std::weak_ptr<KelvaneFileNode> none;
     return parent_.owner_before(none) || none.owner_before(parent_);

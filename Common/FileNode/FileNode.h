@@ -21,8 +21,8 @@ class KelvaneProxy;
 using FileNodeRef = std::shared_ptr<KelvaneFileNode>;
 using FileNodeList = std::vector<FileNodeRef>;
 
-// What a folder's items are sorted by. Texts go by code point, an absent one first; a date that is absent is
-// earlier than any other. Size is `sizeValue`.
+// The key by which a folder's items are sorted. Texts compare by code point, and absent ones come first; an
+// absent date is earlier than any other. Size is `sizeValue`.
 struct SortDescriptor {
     enum class Key {
         FileName,
@@ -40,14 +40,14 @@ struct SortDescriptor {
     bool ascending = true;
 };
 
-// One file or folder as the backup knows it, and its place in a tree of them.
+// One file or folder in the backup, and its place in a tree.
 //
-// Ownership. A node owns its children and refers to its parent weakly. Whoever holds a node may keep it for
-// as long as he likes: when the tree around it goes, it keeps its fields, its own children, and its path,
-// which it stores at that moment. Only a flush or a removal leaves it the parent that it had.
+// Ownership. A node owns its children and refers to its parent weakly. A node may be held for any time: when
+// its tree is destroyed, the node keeps its fields, its own children and its path, which it stores at that
+// moment. A node that is only flushed or removed from its parent keeps that parent.
 //
-// No operation recurses: a tree may be as deep as memory allows. A tree belongs to one thread at a time.
-// Nothing fails, except where an operation says so; an absent field reads as empty, 0 or false.
+// No operation recurses: the depth of a tree is limited only by memory. A tree belongs to one thread at a
+// time. Nothing fails unless an operation says so; an absent field reads as empty, 0 or false.
 class KelvaneFileNode : public std::enable_shared_from_this<KelvaneFileNode> {
 protected:
     struct Passkey {
@@ -63,37 +63,36 @@ public:
     [[nodiscard]] static FileNodeRef create();
     [[nodiscard]] static FileNodeRef create(std::string_view fileName, bool isDirectory);
     [[nodiscard]] static FileNodeRef createWithDictionary(const Value& dictionary);
-    // From the local disk; a path where nothing is gives a node with names only.
+    // Reads the local disk. A path that does not exist gives a node with names only.
     [[nodiscard]] static FileNodeRef fileNodeForPath(const std::string& path, const FileServices& services);
-    // From the daemon; null when it does not know the path and when there is no proxy. The node has the path
-    // asked for.
+    // Asks the daemon. Null when it does not know the path and when there is no proxy. The node gets the
+    // requested path.
     [[nodiscard]] static FileNodeRef fileNodeForPath(const std::string& path,
                                                      const std::shared_ptr<KelvaneProxy>& fromProxy);
-    // `withDirSizes`: the daemon adds up what is in a folder.
+    // With `withDirSizes` the daemon adds up the sizes in a folder.
     [[nodiscard]] static FileNodeRef fileNodeForPath(const std::string& path, bool withDirSizes,
                                                      const std::shared_ptr<KelvaneProxy>& fromProxy);
-    // Without the paths that the daemon does not know.
+    // Leaves out paths that the daemon does not know.
     [[nodiscard]] static FileNodeList fileNodesForPaths(std::span<const std::string> paths,
                                                         const std::shared_ptr<KelvaneProxy>& fromProxy);
-    // What is no dictionary in the array is left out.
+    // Leaves out entries of the array that are not dictionaries.
     [[nodiscard]] static FileNodeList fileNodesForDictionaries(const Value& dictionaries);
 
-    // All fields from a dictionary; also on a node inside a tree, which stays where it is, and keeps its
-    // children when the dictionary has no such key. The path is the dictionary's, without one it is computed
-    // anew.
+    // Sets all fields from a dictionary. A node inside a tree keeps its place, and keeps its children when
+    // the dictionary has no such key. The path is the dictionary's, or is computed anew when there is none.
     void initWithDictionary(const Value& dictionary);
     [[nodiscard]] Value dictionary() const;
-    // With the children that are loaded.
+    // Includes the loaded children.
     [[nodiscard]] Value recursiveDictionary() const;
-    // A node of the same class and parent with the same children (their parent stays this node), without
-    // flags and colour, and with the path that it has there.
+    // A node of the same class, parent and path with the same children (whose parent stays this node),
+    // without flags and colour.
     [[nodiscard]] FileNodeRef copy() const;
     // Clears names, dates, version, state and icon.
     void cleanup();
 
     [[nodiscard]] std::string fileName() const { return std::string(fileName_.view()); }
     void setFileName(std::optional<std::string_view> name) { fileName_ = OptionalText(name); }
-    // The file name when there is none.
+    // The file name when no display name is set.
     [[nodiscard]] std::string displayName() const { return std::string(shownName().value_or("")); }
     void setDisplayName(std::optional<std::string_view> name) { displayName_ = OptionalText(name); }
     [[nodiscard]] bool isDirectory() const { return isDirectory_; }
@@ -104,7 +103,7 @@ public:
     void setSimpleFlags(std::uint32_t flags) { simpleFlags_ = flags; }
     [[nodiscard]] std::int32_t backupColor() const { return static_cast<std::int32_t>(backupColor_); }
     void setBackupColor(std::int32_t color) { backupColor_ = static_cast<std::uint32_t>(color); }
-    // None: never backed up.
+    // None if never backed up.
     [[nodiscard]] std::optional<Date> backupDate() const { return backupDate_; }
     void setBackupDate(std::optional<Date> date) { backupDate_ = date; }
     // A number, or absent.
@@ -124,14 +123,15 @@ public:
     void setInPolicy(bool inPolicy) { inPolicy_ = inPolicy; }
     [[nodiscard]] Value inPolicyValue() const { return Value(inPolicy_); }
 
-    // Bytes: its own and those of everything loaded below it. What is set is its own.
+    // In bytes: the node's own size plus the sizes of everything loaded below it. The setter sets the own
+    // size.
     [[nodiscard]] std::uint64_t sizeValue() const;
     [[nodiscard]] Value size() const { return Value(sizeValue()); }
     void setSizeValue(std::uint64_t size) { size_ = size; }
     void setSize(const Value& number) { size_ = number.uint64Value(); }
 
-    // Stored, or the parent's with the file name appended, which is then stored and never computed again.
-    // Empty for a root without one, and for everything below it.
+    // The stored path, or the parent's path with the file name appended, which is then stored and not
+    // computed again. Empty for a root without a path, and for everything below it.
     [[nodiscard]] std::string path() const;
     // Throws AssertionFailure on a node that has a parent.
     void setPath(std::string_view path);
@@ -142,51 +142,51 @@ public:
     [[nodiscard]] bool isNotActive() const { return (backupFlags_ & Backup_Not_Active) != 0; }
     [[nodiscard]] bool isFolder() const { return (backupFlags_ & Backup_Folder) != 0; }
     [[nodiscard]] bool isMissing() const { return (backupFlags_ & Backup_Missing) != 0; }
-    // A folder that the user sees as one thing.
+    // Whether the user sees this folder as a single file.
     [[nodiscard]] bool isBundle();
     [[nodiscard]] bool showInRestoreBrowser(const FileServices& services) const;
-    // The same path; a node without one equals nothing.
+    // Whether the paths are the same; a node without a path equals nothing.
     [[nodiscard]] bool isEqual(const KelvaneFileNode& other) const;
 
     [[nodiscard]] std::string backupDateString(const FileServices& services) const;
     [[nodiscard]] std::string uidString(const Accounts& accounts) const;
     [[nodiscard]] std::string gidString(const Accounts& accounts) const;
-    // Empty for a number that is no colour.
+    // Empty for a number without a colour.
     [[nodiscard]] std::string backupColorString() const;
     [[nodiscard]] std::string backupFlagsString() const;
     [[nodiscard]] std::string simpleFlagsString() const;
-    // Many lines, for the log.
+    // Several lines, for the log.
     [[nodiscard]] std::string description() const;
     // A folder without a parent counts as a disk.
     [[nodiscard]] std::string kind(const FileServices& services) const;
-    // The same for a node that was made by its path and so has no parent: a disk only where the path is
-    // one's.
+    // The same for a node that was created from its path and so has no parent: it is a disk only when its
+    // path is that of a disk.
     [[nodiscard]] std::string kindByPath(const FileServices& services) const;
-    // Fetched once and kept until `flush`; null when the machine has none.
+    // Fetched once and kept until `flush`; null when there is no icon.
     [[nodiscard]] IconHandle image(const FileServices& services);
 
     [[nodiscard]] FileNodeRef parent() const { return parent_.lock(); }
-    // Stores the path that it has there: this alone does not put it into the parent's list.
+    // Stores the path of the new place. Does not add the node to the parent's list.
     void setParent(const FileNodeRef& parent);
     [[nodiscard]] FileNodeRef root();
-    // A snapshot, empty when there are none.
+    // A copy of the list, empty when there are no children.
     [[nodiscard]] FileNodeList children();
-    // The list itself, null when there is none; it goes with the node, and when the node drops it.
+    // The list itself, null when there is none. Valid until the node drops the list or is destroyed.
     [[nodiscard]] FileNodeList* mutableChildren();
-    // Whether there is a list of children, be it an empty one; asks nobody.
+    // Whether there is a list of children, even an empty one. Loads nothing.
     [[nodiscard]] bool hasChildList() const { return children_ != nullptr; }
     [[nodiscard]] std::size_t count();
-    // At the end of the list, whatever is in it; null is ignored.
+    // Appends the child without checking for duplicates; null is ignored.
     virtual void addChild(const FileNodeRef& child);
-    // Every child that equals the node; its parent stays what it was.
+    // Removes every child that equals the node; their parent pointer does not change.
     void removeChild(const KelvaneFileNode& node);
-    // The first one of exactly this name, or null.
+    // The first child with exactly this name, or null.
     [[nodiscard]] FileNodeRef childWithName(std::string_view name);
-    // From the root down by names. The first component stands for the root, whatever it is and whatever the
-    // root is called; a path of one component or none is the root. Null when there is no such node.
+    // Follows the names from the root down. The first component stands for the root, whatever either is
+    // called; a path of one component or none is the root. Null when there is no such node.
     [[nodiscard]] FileNodeRef nodeAtPath(std::string_view path);
     void removeNodeAtPath(std::string_view path);
-    // Everything loaded below this node, stably.
+    // Stable sort of everything loaded below this node.
     void sortUsingDescriptors(std::span<const SortDescriptor> descriptors);
     struct ChildKinds {
         bool directories = false;
@@ -198,33 +198,33 @@ public:
 
     // 0 not selected, 1 selected, -1 partly selected.
     [[nodiscard]] std::int32_t selected() const { return selected_; }
-    // Selects or deselects, then tells the ancestors.
+    // Selects or deselects the node and updates its ancestors.
     void setSelected(std::int32_t selected);
-    // This node and all below it, children being loaded on the way; but a file that was never backed up stays
-    // as it is.
+    // Selects this node and everything below it, and loads children on the way. A file that was never backed
+    // up keeps its state.
     void select();
-    // This node and all that is loaded below it.
+    // Deselects this node and everything loaded below it.
     void deselect();
-    // From the children: all selected 1 (also when there are none), none 0, else -1. Then the parent, up to
-    // the root.
+    // Computes the state from the children: 1 when all are selected or there are none, 0 when none is
+    // selected, else -1. Then does the same for every ancestor.
     void checkSelections();
-    // The topmost selected items below this node in the order of the children; or, with `expandFullFolders`,
-    // the selected files.
+    // The topmost selected items below this node, in the order of the children; with `expandFullFolders`, the
+    // selected files.
     [[nodiscard]] FileNodeList selectedChildren(bool expandFullFolders) const;
-    // The selected items below this node, pushed down to the deepest folders that hold only files.
+    // The selected items below this node, replaced by the deepest folders that hold only files.
     [[nodiscard]] FileNodeList deepestFullSelections() const;
 
 protected:
     [[nodiscard]] virtual FileNodeRef newOfSameClass() const { return create(); }
     [[nodiscard]] virtual std::string_view className() const { return "KelvaneFileNode"; }
-    // Makes sure that the child list is what it should be, before somebody asks for it.
+    // Brings the child list up to date; called before every access to it.
     virtual void loadChildren() {}
 
     void dropChildren();
     void startChildList(std::size_t expectedCount);
 
 private:
-    // Few nodes have one.
+    // Fields that few nodes have.
     struct Extras {
         std::optional<Date> purgeDate;
         IconHandle image;
@@ -251,7 +251,8 @@ private:
     static void forEachBelow(const KelvaneFileNode& top, Visit visit);
     class Sorting;
 
-    // Millions of these are held: nothing stands here that most nodes do without, and order leaves no gaps.
+    // There can be millions of nodes: rare fields are in `Extras`, and the members are ordered without
+    // padding.
     std::weak_ptr<KelvaneFileNode> parent_;
     OptionalText fileName_;
     OptionalText displayName_;

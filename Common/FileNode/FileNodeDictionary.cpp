@@ -20,7 +20,7 @@ void appendText(Dictionary& dictionary, const char* key, const OptionalText& tex
 
 } // namespace
 
-// The fields of 32 bits that travel, in their order.
+// The 32-bit fields of the dictionary, in their order.
 const KelvaneFileNode::WordKey KelvaneFileNode::wordKeys[] = {
     {"backupFlags", &KelvaneFileNode::backupFlags_},
     {"simpleFlags", &KelvaneFileNode::simpleFlags_},
@@ -30,9 +30,8 @@ const KelvaneFileNode::WordKey KelvaneFileNode::wordKeys[] = {
     {"gid", &KelvaneFileNode::gid_},
 };
 
-// How many nodes may still be made from one answer. The daemon's largest answer holds some nine million whole
-// dictionaries, but a few small ones that it refers to again and again could stand for more than there is
-// memory for.
+// How many more nodes one answer may create. The daemon's largest answer holds about nine million complete
+// dictionaries, but a few small ones, referenced again and again, could expand beyond the memory.
 class KelvaneFileNode::Room {
 public:
     Room() = default;
@@ -75,15 +74,15 @@ void KelvaneFileNode::initWithDictionary(const Value& dictionary) {
     const std::string folder = isOrphan ? deleteLastPathComponent(path_.view()) : std::string();
     readTree(dictionary, room);
     if (isOrphan && path_.view().empty() && fileName_.isPresent() && !folder.empty())
-        path_ = OptionalText(appendPathComponent(folder, fileName_.view())); // nobody else knows it any more
+        path_ = OptionalText(appendPathComponent(folder, fileName_.view())); // the node is held only here now
     const FileNodeRef above = parent();
     if (above && (!above->children_ || std::ranges::count(*above->children_, shared_from_this()) == 0))
-        storePath(); // detached: the parent does not know it any more
+        storePath(); // detached: the parent no longer updates this path
 }
 
 void KelvaneFileNode::readTree(const Value& dictionary, Room& room) {
-    // The fields of each node, then its children, whose own dictionaries wait on the list. A child is added
-    // when it is complete, so that what a node hands on to a new child goes to that one alone.
+    // Reads the fields of each node, then its children, whose dictionaries are queued. A child is added when
+    // it is complete, so that properties inherited by a new child go only to that child.
     std::vector<std::pair<KelvaneFileNode*, const Value*>> waiting{{this, &dictionary}};
     std::vector<std::pair<KelvaneFileNode*, FileNodeList>> families;
     while (!waiting.empty()) {
@@ -91,7 +90,7 @@ void KelvaneFileNode::readTree(const Value& dictionary, Room& room) {
         waiting.pop_back();
         const Value& children = (*source)["children"];
         if (!children.isAbsent())
-            node->dropChildren(); // while they can still work out their old paths
+            node->dropChildren(); // while the children can still compute their old paths
         node->readFields(*source);
         if (children.isAbsent())
             continue;
@@ -105,7 +104,7 @@ void KelvaneFileNode::readTree(const Value& dictionary, Room& room) {
             waiting.emplace_back(own.back().get(), &child);
         }
     }
-    for (; !families.empty(); families.pop_back()) { // the deepest first
+    for (; !families.empty(); families.pop_back()) { // deepest first
         const auto& [node, own] = families.back();
         node->startChildList(own.size());
         for (const FileNodeRef& child : own)
@@ -121,7 +120,7 @@ void KelvaneFileNode::readFields(const Value& dictionary) {
     const Value& date = dictionary["backupDate"];
     backupDate_ = date.kind() == Value::Kind::Date ? std::optional(date.dateValue()) : std::nullopt;
     setVersion(dictionary["version"]);
-    // Not `setPath`, which is for nodes outside of a tree.
+    // Does not use `setPath`, which is for nodes outside a tree.
     path_ = OptionalText(textOf(dictionary["path"]));
     size_ = dictionary["size"].uint64Value();
     state_ = OptionalText(textOf(dictionary["state"]));

@@ -9,10 +9,10 @@
 
 namespace kelvane {
 
-// The names under which daemon and pane know a file node's coded fields. Each table is in the order in which
-// its names are written, and the only place where their numbers stand.
+// The names of the coded fields of a file node, shared by daemon and pane. Each table is in the order in
+// which its names are written, and is the only place where the numbers are defined.
 
-// A mask of one bit is a flag, one of several bits a number.
+// A mask of one bit is a flag; a mask of several bits is a number.
 struct FlagName {
     std::uint32_t mask;
     std::string_view name;
@@ -34,7 +34,7 @@ inline constexpr FlagName backupFlagNames[] = {
     {0x00000400, "Backup_Not_Active"},
     {0x00000800, "Backup_Folder"},
     {0x00001000, "Backup_Missing"},
-    // One bit under two names: both are written.
+    // One bit with two names; both are written.
     {0x00020000, "Backup_No_Folder"},
     {0x00020000, "Backup_Folder_Exclude"},
     {0x08000000, "Backup_Folder_Include"},
@@ -42,7 +42,7 @@ inline constexpr FlagName backupFlagNames[] = {
 };
 inline constexpr std::string_view noBackupFlagsName = "Backup_Undefined";
 
-// The state of three check boxes: of the item, of its file type, of its priority.
+// The states of three check boxes: the item's, its file type's and its priority's.
 inline constexpr FlagName simpleFlagNames[] = {
     {0x00000001, "Backup_Simple_Checked"},          {0x00000002, "Backup_Simple_Enabled"},
     {0x00000004, "Backup_Simple_Grayed"},           {0x00000100, "Backup_Simple_Type_Checked"},
@@ -52,7 +52,7 @@ inline constexpr FlagName simpleFlagNames[] = {
 };
 inline constexpr std::string_view noSimpleFlagsName = "Backup_Simple_None";
 
-// The colour of the bullet beside an item; its number is its place.
+// The colours of the bullet beside an item; the index is the number.
 inline constexpr std::string_view backupColorNames[] = {
     "Backup_Color_Undefined", "Backup_Color_None", "Backup_Color_Green",
     "Backup_Color_Yellow",    "Backup_Color_Gray", "Backup_Color_Blue",

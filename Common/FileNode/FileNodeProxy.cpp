@@ -7,7 +7,8 @@
 namespace kelvane {
 namespace {
 
-// Absent, which cannot be asked for, where a node has no path: the empty path would be the list of volumes.
+// Absent for a node without a path, for which nothing can be requested: the empty path means the list of
+// volumes.
 Value pathOf(const KelvaneFileNode& node) {
     std::string path = node.path();
     return path.empty() ? Value() : Value(std::move(path));
@@ -62,7 +63,7 @@ void KelvaneFileNodeProxy::loadChildren() {
         return;
     const FileNodeRef self = shared_from_this();
     const Value path = pathOf(*this);
-    childrenLoaded_ = !path.isAbsent(); // before the call: a flush in the middle of it counts
+    childrenLoaded_ = !path.isAbsent(); // set before the call, so that a flush during the call resets it
     const Value answer = link->call<"childrenDictionariesForPath:">(path);
     if (!answer.isArray())
         return;

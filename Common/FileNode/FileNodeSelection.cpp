@@ -21,8 +21,8 @@ void KelvaneFileNode::setSelected(std::int32_t selected) {
 }
 
 void KelvaneFileNode::select() {
-    // Loading asks the daemon, after which any list may have been dropped: a level holds its node and looks
-    // again.
+    // Loading asks the daemon, after which any list may have been dropped: a level therefore keeps its node
+    // and reads the list again.
     struct Level {
         FileNodeRef node;
         std::size_t next = 0;

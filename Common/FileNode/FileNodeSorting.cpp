@@ -24,7 +24,7 @@ public:
     }
 
 private:
-    // Once for the whole tree, each folder after what is in it.
+    // Computes the sizes of the whole tree once, each folder after its contents.
     void addUpSizes(const KelvaneFileNode& top) {
         std::vector<const KelvaneFileNode*> folders;
         forEachBelow(top, [&folders](const FileNodeRef& node) {
@@ -76,7 +76,7 @@ private:
     [[nodiscard]] static std::optional<double> numberOf(const Value& number) {
         return number.isAbsent() ? std::nullopt : std::optional(number.doubleValue());
     }
-    // In the total order of reals, where also what is no number has its place.
+    // Compares by the total order of reals, which includes NaN.
     [[nodiscard]] static std::weak_ordering compareReals(std::optional<double> left,
                                                          std::optional<double> right) {
         if (!left || !right)

@@ -6,7 +6,7 @@
 namespace kelvane {
 namespace {
 
-// Flags that are set and numbers whatever they are, each followed by a blank.
+// The names of the set flags and the values of all numbers, each followed by a blank.
 std::string flagWords(std::uint32_t word, std::span<const FlagName> names) {
     std::string words;
     for (const FlagName& flag : names) {

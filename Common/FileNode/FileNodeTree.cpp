@@ -15,7 +15,7 @@ FileNodeRef KelvaneFileNode::root() {
     return node;
 }
 
-// Loading asks the daemon, and whoever hears that the link is gone meanwhile may drop this node.
+// Loading asks the daemon; a delegate that learns of a lost link meanwhile may drop this node.
 
 FileNodeList KelvaneFileNode::children() {
     const FileNodeRef self = shared_from_this();
@@ -116,8 +116,8 @@ void KelvaneFileNode::dropChildren() {
         release(std::move(*list));
 }
 
-// Lets go of the nodes and of all below them that nobody else holds. Folders stay until all is sorted out, so
-// that what somebody holds can still work out its path.
+// Releases the nodes and everything below them that nobody else holds. Folders are destroyed last, so that
+// nodes held elsewhere can still compute their paths.
 void KelvaneFileNode::release(FileNodeList nodes) {
     FileNodeList folders;
     while (!nodes.empty()) {

@@ -4,9 +4,9 @@
 
 namespace kelvane {
 
-// Calls `visit` for the loaded nodes below `top` in the order of a recursion, each before its children; those
-// follow only when it returns true. It may sort the children of the node that it is given, and otherwise
-// changes no list.
+// Calls `visit` for the loaded nodes below `top` in depth-first order, each before its children, which follow
+// only when `visit` returns true. `visit` may sort the children of its node and must not change any list
+// otherwise.
 template <class Visit>
 void KelvaneFileNode::forEachBelow(const KelvaneFileNode& top, Visit visit) {
     struct Level {
