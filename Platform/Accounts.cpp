@@ -8,10 +8,10 @@
 namespace kelvane {
 namespace {
 
-// A group is written with all its members.
+// In bytes. The record of a group lists all its members.
 constexpr std::size_t largestRoom = std::size_t{16} << 20U;
 
-// `Record` is filled by `lookUp`, which asks for more room with ERANGE.
+// `lookUp` fills the `Record`, and fails with ERANGE when the buffer is too small.
 template <class Record, class Lookup>
 std::optional<Record> record(Lookup lookUp, std::vector<char>& room) {
     while (room.size() <= largestRoom) {

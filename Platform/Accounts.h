@@ -7,7 +7,7 @@
 
 namespace kelvane {
 
-// The machine's users and groups. Any thread may ask; an answer can block on a directory service.
+// The system's users and groups. Callable on any thread; a lookup can block on a directory service.
 class Accounts {
 public:
     Accounts() = default;
@@ -15,14 +15,15 @@ public:
     Accounts(const Accounts&) = delete;
     Accounts& operator=(const Accounts&) = delete;
 
-    // None when there is no such user or group, or the database cannot be asked.
+    // None when there is no such user or group, or the database cannot be read.
     [[nodiscard]] virtual std::optional<std::string> userName(std::uint32_t uid) const = 0;
     [[nodiscard]] virtual std::optional<std::string> groupName(std::uint32_t gid) const = 0;
 };
 
 class SystemAccounts : public Accounts {
 public:
-    // `firstRoom`: bytes for a record; one that needs more, such as a group of many members, gets it.
+    // `firstRoom` is the initial buffer size in bytes; it grows for larger records, such as a group of many
+    // members.
     explicit SystemAccounts(std::size_t firstRoom = 1024) : firstRoom_(firstRoom) {}
 
     [[nodiscard]] std::optional<std::string> userName(std::uint32_t uid) const override;

@@ -71,7 +71,7 @@ Value Bundle::readDictionary(const std::string& file) {
 }
 
 void Bundle::readStringTables() {
-    std::error_code error; // a bundle without texts is a good one
+    std::error_code error; // a bundle without string tables is valid
     std::filesystem::directory_iterator file(path_ + "/Resources/en.lproj", error);
     for (; !error && file != std::filesystem::directory_iterator(); file.increment(error)) {
         if (file->path().extension() == stringTableType)

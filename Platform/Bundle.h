@@ -21,12 +21,13 @@ namespace kelvane {
 // ask. Property lists are XML or binary. A file that cannot be read counts as empty, and `error` says why.
 class Bundle {
 public:
-    // `overrides` stand before the dictionary's own entries.
+    // `overrides` replace entries of the information dictionary.
     explicit Bundle(std::string path, const Dictionary& overrides = {});
-    // Has an information dictionary and nothing else: for programs without a folder, and for tests.
+    // Creates a bundle with an information dictionary only: for programs without a bundle folder, and for
+    // tests.
     explicit Bundle(Value information);
 
-    // One line for each file that could not be read; empty when all is well.
+    // One line for each file that could not be read; empty when there was no error.
     [[nodiscard]] const std::string& error() const { return error_; }
     // Empty for a bundle without a folder.
     [[nodiscard]] const std::string& path() const { return path_; }

@@ -56,7 +56,7 @@ Location locationOf(const std::string& path) {
     return {path.substr(0, std::max<std::size_t>(slash, 1)), path.substr(slash + 1)};
 }
 
-// A file of its own name in a folder, which is removed again unless it is moved away.
+// A uniquely named file in a folder, removed again unless it is renamed.
 class TemporaryFile {
 public:
     explicit TemporaryFile(int folder) : folder_(folder) {
@@ -79,7 +79,7 @@ public:
 
     [[nodiscard]] bool isOpen() const { return static_cast<bool>(descriptor_); }
 
-    // Each is false with errno set when it fails.
+    // These functions return false with errno set on failure.
     bool fill(std::span<const std::uint8_t> bytes) {
         while (!bytes.empty()) {
             const ssize_t size =
@@ -100,7 +100,7 @@ public:
     }
 
 private:
-    // Not made from the target's name, which may already have the length of the longest one.
+    // Not derived from the target's name, which may already have the maximum length.
     bool chooseName() {
         std::uint64_t number = 0;
         if (::getrandom(&number, sizeof number, 0) != static_cast<ssize_t>(sizeof number))
@@ -128,8 +128,7 @@ FileReading readFile(const std::string& path, std::size_t limit, SymbolicLinks l
     if (const int error = refusalOf(file.get()))
         return readingFailure("cannot read", path, error);
     FileReading reading;
-    // One byte more than is allowed, to notice that there is one. The file's own size is not asked for: it
-    // may grow.
+    // Reads one byte more than the limit to detect a longer file. The file's size is not used: it may grow.
     for (std::size_t used = 0;;) {
         const std::size_t step = std::min(readingStep, limit - used) + 1;
         reading.bytes.resize(used + step);
@@ -159,7 +158,7 @@ FileOutcome replaceFileAtomically(const std::string& path, std::span<const std::
         return failure("cannot write", path, errno);
     if (!file.moveTo(location.name))
         return failure("cannot replace", path, errno);
-    // Some file systems know no flushing of folders (EINVAL); nothing is lost there that could be kept.
+    // Some file systems cannot flush folders (EINVAL); nothing can be done about it there.
     if (uninterrupted([&] { return ::fsync(folder.get()); }) != 0 && errno != EINVAL)
         return failure("cannot flush", location.folder, errno);
     return {};

@@ -10,12 +10,12 @@
 
 namespace kelvane {
 
-// Whole contents of small files, read with a limit and replaced so that a reader sees the old ones or the new
-// ones and never half of them. Any thread; the calls block on the disk.
+// Reads small files whole, up to a limit, and replaces them atomically, so that a reader sees the old or the
+// new contents and never a mixture. Callable on any thread; blocks on the disk.
 
 struct FileOutcome {
-    int error = 0;      // errno's number; 0: it went well
-    std::string reason; // the step that failed, the path and errno's text
+    int error = 0;      // a value of errno; 0: success
+    std::string reason; // the failed step, the path and errno's text
 
     [[nodiscard]] bool succeeded() const { return error == 0; }
 };
@@ -26,21 +26,21 @@ struct FileReading : FileOutcome {
 
 enum class SymbolicLinks { Refuse, Follow };
 
-// Fails on what is not a regular file (EISDIR, EINVAL; a pipe is not waited for), on a link in the last
-// component of the path when those are refused (ELOOP), and when there are more than `limit` bytes (EFBIG).
+// Fails when the path is not a regular file (EISDIR, EINVAL; does not wait on a pipe), when its last
+// component is a link and links are refused (ELOOP), and when the file has more than `limit` bytes (EFBIG).
 [[nodiscard]] FileReading readFile(const std::string& path, std::size_t limit,
                                    SymbolicLinks links = SymbolicLinks::Refuse);
 
-// Writes a new file beside the old one and renames it over it, each flushed to the disk. What stood at the
-// path is whole until then and after every failure; a link there is replaced, not followed. The new file has
+// Writes a new file beside the old one, flushes it, and renames it over the old one. The old file stays
+// intact until then and after every failure; a link at the path is replaced, not followed. The new file has
 // exactly `mode`.
 [[nodiscard]] FileOutcome replaceFileAtomically(const std::string& path, std::span<const std::uint8_t> bytes,
                                                 mode_t mode);
 
-// Of files that nobody but their owner may read.
+// The mode of files that only their owner may read.
 inline constexpr mode_t privateFileMode = 0600;
 
-// The same for a private file, whose folder is made if need be.
+// The same for a private file; creates its folder when it is missing.
 [[nodiscard]] FileOutcome replacePrivateFile(const std::string& path, std::span<const std::uint8_t> bytes);
 [[nodiscard]] FileOutcome replacePrivateFile(const std::string& path, std::string_view text);
 

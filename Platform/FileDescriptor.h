@@ -5,7 +5,7 @@
 
 namespace kelvane {
 
-// Owns a file descriptor; -1 is none. Moves only.
+// Owns a file descriptor; -1 is none. Move-only.
 class FileDescriptor {
 public:
     FileDescriptor() = default;
@@ -30,13 +30,12 @@ private:
     int descriptor_ = -1;
 };
 
-// Opens something useless under those of the descriptors 0 to 2 that are closed, so that no file or socket of
-// this program gets their numbers. Reading and writing there fails as it did.
+// Opens /dev/null under each of the descriptors 0 to 2 that is closed, so that no file or socket of this
+// program gets its number. Reading or writing there still fails.
 void occupyStandardDescriptors();
 
-// The first thing in every `main`: occupies the standard descriptors, blocks no signal and does not ignore
-// the end of children, whatever the parent did, and takes the character types from the environment, so that
-// all programs of a user fold case alike.
+// Call this first in every `main`. It occupies the standard descriptors, unblocks all signals, resets SIGCHLD
+// and takes the character types from the environment, so that all programs of a user fold case alike.
 void prepareProgram();
 
 } // namespace kelvane

@@ -6,11 +6,11 @@
 
 namespace kelvane {
 
-// What the machine's clocks show at one moment.
+// The machine's clocks, read at one moment.
 struct ClockReading {
-    std::int64_t wall = 0;      // seconds since 1970, as the clock is set
-    std::int64_t sinceBoot = 0; // seconds, sleep included; nobody can set it
-    std::string bootId;         // another one after each start of the machine; empty: not known
+    std::int64_t wall = 0;      // seconds since 1970; can be set
+    std::int64_t sinceBoot = 0; // seconds, including suspend; cannot be set
+    std::string bootId;         // changes with each boot; empty: unknown
 };
 using MachineClock = std::function<ClockReading()>;
 

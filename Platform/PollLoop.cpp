@@ -11,7 +11,7 @@
 namespace kelvane {
 namespace {
 
-// Far beyond the life of a process, and far from the end of the clock's numbers.
+// Longer than any process lives, and far from overflowing the clock.
 constexpr std::chrono::milliseconds longestInterval = std::chrono::hours(24 * 365);
 
 int newEventDescriptor() {
@@ -36,8 +36,8 @@ void forgetExpired(std::vector<std::weak_ptr<Entry>>& entries) {
 struct PollLoop::TimerEntry {
     static constexpr Clock::time_point never = Clock::time_point::max();
 
-    // The next time is counted from the last one, so that the pace does not drift; one that is already past
-    // is left out.
+    // Counts the next time from the previous one, so that the timer does not drift, and skips times already
+    // past.
     void moveOn(Clock::time_point now) {
         if (repeat == Repeat::Once) {
             due = never;
@@ -61,7 +61,7 @@ struct PollLoop::WatchEntry {
 PollLoop::PollLoop() : wakeup_(newEventDescriptor()) {}
 
 PollLoop::~PollLoop() {
-    // One by one: what a dropped task held may post once more.
+    // One by one: the destructor of a dropped task may post another.
     while (takePosted())
         ;
 }
@@ -120,7 +120,7 @@ void PollLoop::serveDescriptors() {
         if (const auto watch = weak.lock())
             descriptors.push_back({watch->descriptor, watch->pollEvents, 0});
         else
-            descriptors.push_back({-1, 0, 0}); // passed over, and the others keep their places
+            descriptors.push_back({-1, 0, 0}); // skipped, so that the others keep their places
     }
     if (::poll(descriptors.data(), descriptors.size(), pollTimeout()) < 0) {
         if (errno == EINTR)
@@ -147,7 +147,7 @@ void PollLoop::serveTimers() {
     for (const auto& weak : dueTimers(now)) {
         if (isEnding())
             return;
-        // Held while it runs: a task may drop its own token.
+        // Keeps the timer alive while it runs: a task may drop its own token.
         if (const auto timer = weak.lock()) {
             timer->moveOn(now);
             timer->task();
@@ -180,7 +180,7 @@ int PollLoop::pollTimeout() {
     }
     if (due == TimerEntry::never)
         return -1;
-    // Rounded up, or the last millisecond before a timer would be spent spinning.
+    // Rounded up: otherwise the last millisecond before a timer would be spent spinning.
     const auto wait = std::chrono::ceil<std::chrono::milliseconds>(due - Clock::now()).count();
     return static_cast<int>(std::clamp<std::int64_t>(wait, 0, std::numeric_limits<int>::max()));
 }

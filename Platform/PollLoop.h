@@ -10,13 +10,13 @@
 
 namespace kelvane {
 
-// The main loop of programs without a window: posted tasks, timers by the steady clock, and descriptors.
+// The main loop of programs without a window: posted tasks, timers on the steady clock, and descriptors.
 //
-// `post` and `quit` are for any thread; everything else, tokens included, belongs to the thread that runs the
-// loop. Each turn serves every ready descriptor, every due timer and every task posted before it once, so
-// that none of them starves the others. What a task throws leaves `run`; whatever was still waiting is served
-// when `run` is called again. Tasks posted after the end wait for the next `run`, or are dropped with the
-// loop.
+// Any thread may call `post` and `quit`; everything else, including the tokens, belongs to the thread that
+// runs the loop. Each turn serves every ready descriptor, every due timer and every task posted before the
+// turn once, so that none starves the others. An exception from a task leaves `run`; the remaining work is
+// done when `run` is called again. Tasks posted after the end wait for the next `run`, or are dropped with
+// the loop.
 class PollLoop : public MainLoop {
 public:
     // Watches a descriptor for as long as it lives; the descriptor must stay open that long.
@@ -38,14 +38,14 @@ public:
     PollLoop(const PollLoop&) = delete;
     PollLoop& operator=(const PollLoop&) = delete;
 
-    // Until `quit`, whose status it returns. A `quit` that came first ends it at once.
+    // Runs until `quit` and returns its status. Returns at once when `quit` was called before.
     int run();
-    // After the task that is running. The first status counts.
+    // Ends the loop after the current task. The first status wins.
     void quit(int status = 0);
 
     void post(Task task) override;
     Timer schedule(std::chrono::milliseconds interval, Repeat repeat, Task task) override;
-    // Runs `task` again and again while one of `pollEvents` (as for poll) holds, and on an error or hang-up.
+    // Runs `task` repeatedly while one of `pollEvents` (as for poll) is set, and on an error or hang-up.
     Watch watchDescriptor(int descriptor, short pollEvents, Task task);
 
 private:

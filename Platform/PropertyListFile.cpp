@@ -13,7 +13,7 @@ namespace kelvane {
 namespace {
 
 constexpr std::string_view binaryMark = "bplist";
-// The XML reader recurses for each container that it is in; their number bounds their depth.
+// The XML reader recurses for each container; limiting their number limits the depth.
 constexpr std::size_t mostContainers = 4096;
 
 struct Release {
@@ -31,7 +31,7 @@ std::size_t occurrences(std::string_view text, std::string_view part) {
     return count;
 }
 
-// Empty when the library can be given the text without harm.
+// Empty when the XML library can parse the text safely.
 std::string refusalOf(std::string_view xml) {
     if (xml.size() > largestPropertyListFile)
         return "too long";
@@ -42,7 +42,7 @@ std::string refusalOf(std::string_view xml) {
     return {};
 }
 
-// The nodes of the library as values. None for what no property list of ours may hold.
+// Converts the library's nodes to values. None for what our property lists may not contain.
 class Conversion {
 public:
     std::optional<Value> valueOf(plist_t node, int depth) {
@@ -77,7 +77,7 @@ private:
         return checkedText({text, static_cast<std::size_t>(length)});
     }
 
-    // A character reference may have brought in what the text itself did not hold.
+    // A character reference may have added characters that the text itself does not contain.
     static std::optional<Value> checkedText(std::string_view text) {
         if (text.find('\0') != std::string_view::npos || !isUtf8(text))
             return std::nullopt;

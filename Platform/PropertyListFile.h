@@ -8,20 +8,20 @@
 
 namespace kelvane {
 
-// Property lists in either of their two forms, XML or binary, as they stand in files. Any thread.
+// Reads property lists from files in either format, XML or binary. Callable on any thread.
 
-// Bundles and their tables are small, and the XML reader takes quadratic time on a hostile one.
+// In bytes. Bundles and their tables are small, and the XML reader takes quadratic time on hostile input.
 inline constexpr std::size_t largestPropertyListFile = std::size_t{1} << 20U;
 
-// The XML form: an integer above 2^63-1 cannot be told from a negative one and reads as that; a repeated key
-// counts with its last value. Refused: more than `largestPropertyListFile` bytes, a zero byte, text that is
-// not UTF-8, nesting and containers beyond what a table of settings needs.
+// In the XML format an integer above 2^63-1 cannot be told from a negative one and reads as that; of a
+// repeated key the last value wins. Refuses more than `largestPropertyListFile` bytes, zero bytes, text that
+// is not UTF-8, and more nesting or containers than a settings table needs.
 [[nodiscard]] PropertyListReading readXMLPropertyList(std::span<const std::uint8_t> bytes);
 
-// By the first bytes: the binary form, else XML.
+// Detects the format from the first bytes: binary, otherwise XML.
 [[nodiscard]] PropertyListReading readPropertyList(std::span<const std::uint8_t> bytes);
 
-// Follows links: an installed file may well be one.
+// Follows links: an installed file may be one.
 [[nodiscard]] PropertyListReading readPropertyListFile(const std::string& path);
 
 } // namespace kelvane

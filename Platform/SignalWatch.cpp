@@ -31,7 +31,7 @@ std::optional<int> SignalDescriptor::take() const {
     return static_cast<int>(information.ssi_signo);
 }
 
-// Nothing of this object is touched once the task runs: it may end the watch.
+// Does not touch this object after the task, which may destroy it.
 SignalWatch::SignalWatch(PollLoop& loop, const std::vector<int>& numbers,
                          std::function<void(int signal)> task)
     : descriptor_(numbers),

@@ -9,11 +9,11 @@
 
 namespace kelvane {
 
-// Signals such as SIGINT and SIGTERM as something to read, for any event loop.
+// Signals such as SIGINT and SIGTERM as a readable descriptor, for any event loop.
 //
-// They are blocked in the thread that makes this and in every thread started afterwards: it is made before
-// the first thread and before the loop runs. Children inherit the mask, so whoever starts one clears it. When
-// it goes, the old mask comes back, and a signal that nobody has taken yet is forgotten, not acted upon.
+// Blocks the signals in the constructing thread and in every thread started afterwards: construct it before
+// the first thread and before the loop runs. Child processes inherit the mask, so whoever starts one must
+// clear it. The destructor restores the old mask and discards signals that have not been read.
 class SignalDescriptor {
 public:
     // Throws std::system_error when the process has no descriptor left.
@@ -22,7 +22,7 @@ public:
     SignalDescriptor(const SignalDescriptor&) = delete;
     SignalDescriptor& operator=(const SignalDescriptor&) = delete;
 
-    // Readable while there is a signal to take.
+    // Readable while a signal is pending.
     [[nodiscard]] int get() const { return descriptor_.get(); }
     [[nodiscard]] std::optional<int> take() const;
 
@@ -31,7 +31,7 @@ private:
     FileDescriptor descriptor_;
 };
 
-// The same as tasks of a loop.
+// Runs a task of a loop for each signal.
 class SignalWatch {
 public:
     // Throws as SignalDescriptor does.

@@ -18,7 +18,7 @@
 namespace kelvane {
 namespace {
 
-// What an address holds beside its closing zero.
+// In bytes: the capacity of a socket address without the terminating zero.
 constexpr std::size_t longestPath = 103;
 
 bool isSameFile(int descriptor, const std::string& path) {
@@ -28,15 +28,15 @@ bool isSameFile(int descriptor, const std::string& path) {
            opened.st_ino == named.st_ino && opened.st_dev == named.st_dev;
 }
 
-// " (process 123)", or empty when the lock file does not say.
+// Like " (process 123)", or empty when the lock file does not say.
 std::string ownerOf(int lock) {
     std::array<char, 16> text{};
     const ssize_t size = ::pread(lock, text.data(), text.size() - 1, 0);
     return size > 0 ? " (process " + std::string(text.data()) + ")" : "";
 }
 
-// What is left of a claim: the number of its process, or zeros where the machine went down before that was on
-// the disk.
+// Whether the file is a leftover lock file: it contains the id of a process, or zeros if the machine crashed
+// before the id was on the disk.
 bool isLockFile(int lock) {
     std::array<char, 16> text{};
     const ssize_t size = ::pread(lock, text.data(), text.size(), 0);
@@ -47,7 +47,7 @@ bool isLockFile(int lock) {
 
 void writeOwner(int lock) {
     const std::string text = std::to_string(::getpid());
-    // Only for the message of another process: nothing depends on it.
+    // Only used in the message of another process.
     if (::ftruncate(lock, 0) == 0) [[maybe_unused]]
         const ssize_t size = ::pwrite(lock, text.data(), text.size(), 0);
 }
@@ -98,8 +98,8 @@ std::string SocketClaim::refusalOfLock() {
             return "The lock file " + lockPath_ + " cannot be opened: " + errorText();
         if (::flock(lock.get(), LOCK_EX | LOCK_NB) != 0)
             return "Another daemon" + ownerOf(lock.get()) + " already serves " + path_;
-        // Whoever had the lock before removed its file at the end: then this one is no longer the file of
-        // that name.
+        // The previous holder of the lock removes the file when it ends, so the name may refer to another
+        // file now.
         if (!isSameFile(lock.get(), lockPath_))
             continue;
         if (!isLockFile(lock.get()))
@@ -117,7 +117,7 @@ std::string SocketClaim::refusalOfSocket() const {
     if (!S_ISSOCK(status.st_mode))
         return path_ + " is no socket, and is left as it is";
     switch (const int error = probeSocket(path_).error) {
-    case ECONNREFUSED: return {}; // left over from a process that is gone
+    case ECONNREFUSED: return {}; // left by a process that has ended
     case 0:
     case EAGAIN: return "Another program already serves " + path_;
     default: return path_ + " cannot be used: " + errorText(error);

@@ -15,11 +15,11 @@ struct SocketProbe {
 };
 [[nodiscard]] SocketProbe probeSocket(const std::string& path, int type = SOCK_STREAM);
 
-// The right to listen at a path, for as long as it lives: nobody else listens there, and nobody who asks in
-// this way can begin to. A lock on the file "<path>.lock" stands for it, which the system takes back from a
-// process that dies. The folder is made, with mode 0700, when it is missing.
+// The right to listen at a path while this object lives: no other process that uses this class can listen
+// there. It is a lock on the file "<path>.lock", which the system releases when the process dies. Creates the
+// folder with mode 0700 when it is missing.
 //
-// Removes the socket and the lock file when it goes.
+// The destructor removes the socket and the lock file.
 class SocketClaim {
 public:
     explicit SocketClaim(std::string path);
@@ -27,7 +27,7 @@ public:
     SocketClaim(const SocketClaim&) = delete;
     SocketClaim& operator=(const SocketClaim&) = delete;
 
-    // Why the claim was refused, for people; empty when it was not.
+    // Why the claim failed, as a message for the user; empty on success.
     [[nodiscard]] const std::string& refusal() const { return refusal_; }
 
 private:

@@ -102,7 +102,8 @@ std::string defaultLogPath() {
 bool ensurePrivateFolder(const std::string& path) {
     if (::mkdir(path.c_str(), privateMode) != 0 && errno != EEXIST)
         return false;
-    // Looked at through a descriptor: in a shared folder the name may be someone else's, or a link by now.
+    // Checked through a descriptor: in a shared folder the path may have become somebody else's folder, or a
+    // link.
     const FileDescriptor folder(::open(path.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     struct stat status {};
     return folder && ::fstat(folder.get(), &status) == 0 && status.st_uid == ::geteuid() &&

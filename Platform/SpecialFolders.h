@@ -5,9 +5,9 @@
 
 namespace kelvane {
 
-// Where things of the current user go. Each is an absolute path without a trailing separator, read from the
-// environment at every call; a variable that is empty or relative counts as unset. No folder is made unless
-// it says so. Threads that set environment variables must not run beside these.
+// The standard folders of the current user. Each is an absolute path without a trailing separator, read from
+// the environment at every call; an empty or relative variable counts as unset. Creates no folder unless a
+// function says so. No thread may set environment variables concurrently.
 
 [[nodiscard]] std::string homeFolder();
 [[nodiscard]] std::string expandingTilde(const std::string& path); // "~/" in front is the home folder
@@ -17,22 +17,22 @@ namespace kelvane {
 [[nodiscard]] std::string cacheFolder();                           // $XDG_CACHE_HOME or ~/.cache
 [[nodiscard]] std::string temporaryFolder();                       // $TMPDIR or /tmp
 
-// $XDG_RUNTIME_DIR, else "/tmp/kelvane-<uid>", which is made for it. None when that cannot be had for this
-// user alone.
+// $XDG_RUNTIME_DIR, or "/tmp/kelvane-<uid>", which is created. None when that folder is not private to this
+// user.
 [[nodiscard]] std::optional<std::string> runtimeFolder();
 
-// Where the local daemon listens and its panes look for it. None without a safe folder. A socket's path holds
-// 103 bytes; a runtime folder too deep for that gives way to the one in "/tmp".
+// The socket path of the local daemon. None without a private folder. A socket's path can have 103 bytes; if
+// the runtime folder's path is too long, the one in "/tmp" is used.
 [[nodiscard]] std::optional<std::string> defaultDaemonPath();
 
-// Where the local daemon writes its log and panes look for it.
+// The path of the local daemon's log.
 [[nodiscard]] std::string defaultLogPath();
 
-// Makes the folder with mode 0700, or finds it there: no link, owned by this user, and closed to everyone
-// else.
+// Creates the folder with mode 0700, or checks that it is not a link, is owned by this user, and is closed to
+// everyone else.
 [[nodiscard]] bool ensurePrivateFolder(const std::string& path);
 
-// Makes what is missing of the path, each folder with mode 0700.
+// Creates the missing folders of the path, each with mode 0700.
 [[nodiscard]] bool ensureFolder(const std::string& path);
 
 } // namespace kelvane

@@ -7,7 +7,8 @@
 
 namespace kelvane {
 
-// Tells threads that block to stop. Set once, by any thread, and stays set; wakes who polls its descriptor.
+// Tells blocked threads to stop. Any thread may set it, once; it stays set, and makes its descriptor
+// readable.
 class StopSignal {
 public:
     StopSignal();
@@ -15,14 +16,14 @@ public:
     void set();
     [[nodiscard]] bool isSet() const { return set_; }
     [[nodiscard]] const std::atomic<bool>& flag() const { return set_; }
-    [[nodiscard]] int descriptor() const { return event_.get(); } // readable once it is set
+    [[nodiscard]] int descriptor() const { return event_.get(); } // readable once set
 
 private:
     std::atomic<bool> set_{false};
     FileDescriptor event_;
 };
 
-// Waits; false at once when it is stopped.
+// Waits for `duration`; returns false at once when stopped.
 [[nodiscard]] bool waitUnlessStopped(std::chrono::milliseconds duration, const StopSignal& stop);
 
 } // namespace kelvane

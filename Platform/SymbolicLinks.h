@@ -4,7 +4,7 @@
 
 namespace kelvane {
 
-// The path without symbolic links in those of its components that are there. Blocks on the disk.
+// Resolves symbolic links in the components of the path that exist. Blocks on the disk.
 [[nodiscard]] std::string withoutLinks(const std::string& path);
 
 } // namespace kelvane

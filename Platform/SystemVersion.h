@@ -4,8 +4,8 @@
 
 namespace kelvane {
 
-// The system's version as its packed hexadecimal digits: major, minor, patch. Here always the one whose look
-// and abilities this desktop has; whatever asks for less than it has nothing to make up for.
+// The system version in packed hexadecimal digits: major, minor, patch. A constant with which code that
+// checks for older systems needs no workarounds.
 inline constexpr std::uint32_t packedSystemVersion = 0x1090;
 
 } // namespace kelvane

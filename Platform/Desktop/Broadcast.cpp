@@ -8,7 +8,7 @@
 namespace kelvane {
 namespace {
 
-constexpr int busPatience = 2000; // milliseconds
+constexpr int busPatience = 2000; // in milliseconds
 
 struct Signal {
     QString path;
@@ -22,7 +22,7 @@ Signal signalNamed(const std::string& notification) {
     return {'/' + QString(interface).replace('.', '/'), interface, name.section('.', -1)};
 }
 
-// The bus answers in the order in which it was asked: with this answer it has also done what came before.
+// The bus answers in order: this answer means that it has processed everything sent before.
 std::string waitForBus(const QDBusConnection& bus) {
     const QDBusMessage question = QDBusMessage::createMethodCall(
         "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "GetId");
@@ -58,7 +58,7 @@ public:
     Q_SLOT void received(const QDBusMessage& message) {
         if (message.signature() != "s")
             return;
-        // A copy: the handler may end the listener.
+        // A copy, because the handler may destroy the listener.
         const Handler handler = handler_;
         handler(message.arguments().constFirst().toString().toStdString());
     }
@@ -77,7 +77,7 @@ BroadcastListener::BroadcastListener(const std::string& notification, Handler ha
     error_ = isSubscribed ? waitForBus(bus) : reasonOf(bus);
 }
 
-// Qt drops the subscription with the receiver.
+// Qt removes the subscription with the receiver.
 BroadcastListener::~BroadcastListener() = default;
 
 } // namespace kelvane

@@ -6,18 +6,18 @@
 
 namespace kelvane {
 
-// A notice to every process of the user's session, over the session bus: no content but its name and its
-// sender.
+// Notifications to every process of the user's session, over the session bus. A notification carries only its
+// name and its sender.
 //
-// A notification such as "com.kelvane.notify.defaultsPropertyChanged" is the signal "defaultsPropertyChanged"
-// of the interface "com.kelvane.notify" at the path "/com/kelvane/notify", with the sender as its only
-// argument. Both sides need a QCoreApplication and belong to its thread.
+// For example, "com.kelvane.notify.defaultsPropertyChanged" is the signal "defaultsPropertyChanged" of the
+// interface "com.kelvane.notify" at the path "/com/kelvane/notify", with the sender as its only argument.
+// Both sides need a QCoreApplication and belong to its thread.
 
-// Sends it and waits, for at most two seconds, until the bus has taken it. Returns why it failed, empty when
-// it did not. The first use connects to the bus.
+// Sends the notification and waits, at most two seconds, until the bus has received it. Returns why it
+// failed, or empty on success. The first call connects to the bus.
 [[nodiscard]] std::string postBroadcast(const std::string& notification, const std::string& sender);
 
-// Hears what is broadcast from its making to its death. Calls the handler from the event loop.
+// Receives notifications while it lives. Calls the handler from the event loop.
 class BroadcastListener {
 public:
     using Handler = std::function<void(const std::string& sender)>;
@@ -27,7 +27,7 @@ public:
     BroadcastListener(const BroadcastListener&) = delete;
     BroadcastListener& operator=(const BroadcastListener&) = delete;
 
-    // Why it hears nothing; empty when it does.
+    // Why no notifications can be received; empty when they can.
     [[nodiscard]] const std::string& error() const { return error_; }
 
 private:

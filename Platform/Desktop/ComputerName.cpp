@@ -11,10 +11,10 @@ namespace kelvane {
 namespace {
 
 constexpr std::string_view prettyNameKey = "PRETTY_HOSTNAME=";
-// More than any such file has, and little enough to be read at once.
+// Longer than any line of such a file, and small enough to read at once.
 constexpr std::size_t longestLine = 4096;
 
-// One word as a shell reads it.
+// Unquotes one word by the rules of a shell.
 std::string unquoted(std::string_view word) {
     std::string text;
     char quote = 0;

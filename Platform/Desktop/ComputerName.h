@@ -4,8 +4,8 @@
 
 namespace kelvane {
 
-// What the user calls this computer: the pretty host name in `machineInformation` (lines of KEY="value" as a
-// shell reads them), else the host name; empty when neither is known.
+// The user's name for this computer: the pretty host name in `machineInformation` (lines of KEY="value" with
+// a shell's quoting), otherwise the host name; empty when both are unknown.
 [[nodiscard]] std::string computerName(const std::string& machineInformation = "/etc/machine-info");
 
 } // namespace kelvane

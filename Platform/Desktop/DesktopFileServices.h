@@ -5,19 +5,19 @@
 
 namespace kelvane {
 
-// File services of a desktop: kinds are the MIME database's comments, dates those of the user's locale, icons
-// those of the bundle and the theme. A kind is told by the file's name, never by reading it: a listing of
-// thousands stays quick.
+// The file services of a desktop: kinds are the MIME database's descriptions, dates follow the user's locale,
+// icons come from the bundle and the theme. The kind depends on the file's name only: the file is not read,
+// so that listing thousands stays fast.
 class DesktopFileServices : public FileServices {
 public:
-    // `icons` must outlive it, too.
+    // `icons` must also outlive this object.
     DesktopFileServices(const FileSystem& fileSystem, const Accounts& accounts, const Icons& icons)
         : FileServices(fileSystem, accounts), icons_(icons) {}
 
     [[nodiscard]] std::string dateAndTime(Date date) const override;
 
     [[nodiscard]] std::string kindOfFolder() const override;
-    // The database knows a disk as "mount point", which is not what a person calls it.
+    // The MIME database says "mount point", which is not a term for users.
     [[nodiscard]] std::string kindOfDisk() const override { return "Disk"; }
     [[nodiscard]] std::string kindOfExtension(std::string_view extension) const override;
 

@@ -23,7 +23,7 @@ QIcon find(const Bundle* bundle, std::string_view name) {
 
 } // namespace
 
-// Every icon is made here.
+// The only place that creates icons.
 QIcon qIcon(const IconHandle& icon) {
     return icon ? static_cast<const DesktopIcon&>(*icon).picture() : QIcon();
 }

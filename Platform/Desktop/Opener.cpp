@@ -14,7 +14,7 @@
 namespace kelvane {
 namespace {
 
-// None when it ended well. The numbers are those that desktops' openers agree upon.
+// None on success. The desktops' openers share these exit statuses.
 std::optional<std::string> failureOf(const ChildProcess& opener) {
     if (!opener.hasExited())
         return "the opener was stopped";
@@ -29,12 +29,12 @@ std::optional<std::string> failureOf(const ChildProcess& opener) {
 
 } // namespace
 
-// The openers that have not ended yet.
+// The openers that are still running.
 class DesktopOpener::Children : public QObject {
 public:
     void add(ChildProcess opener, const std::string& subject, Failure failed) {
         if (opener.descriptor() < 0)
-            return; // it runs, and only how it ends will not be known
+            return; // it runs; only its exit status stays unknown
         auto* const end = new End{this, std::move(opener)};
         const auto ended = [this, end, subject, failed = std::move(failed)] {
             if (!end->opener.hasEnded())
@@ -47,7 +47,7 @@ public:
         connect(&end->notifier, &QSocketNotifier::activated, end, ended);
     }
 
-    // From the event loop: nobody expects an answer inside the question.
+    // Reports from the event loop: callers expect no answer inside the call.
     void report(const Failure& failed, const std::string& subject, const std::string& reason) {
         if (failed)
             QTimer::singleShot(0, this, [=] { failed("cannot open " + subject + ": " + reason); });
@@ -84,7 +84,7 @@ void DesktopOpener::openFile(const std::string& path, Failure failed) {
 }
 
 void DesktopOpener::open(const std::string& subject, Failure failed) {
-    // What is opened outlives this program, and the terminal that it may have been started from.
+    // The opened program must outlive this one and the terminal from which it may have been started.
     auto opener =
         ChildProcess::start({.arguments = {program_, subject}, .group = ChildCommand::Group::OwnSession},
                             {.input = ChildStreams::null});

@@ -6,11 +6,11 @@
 
 namespace kelvane {
 
-// Opens pages and files in whatever the user has chosen for them. Main thread only.
+// Opens web pages and files in the applications that the user has chosen. Main thread only.
 class Opener {
 public:
-    // Called from the event loop, at most once, with a text for the log or the user. Never after the opener
-    // has gone.
+    // Called from the event loop at most once, with a reason for the log or the user. Never called after the
+    // opener is destroyed.
     using Failure = std::function<void(const std::string& reason)>;
 
     Opener() = default;
@@ -18,14 +18,14 @@ public:
     Opener(const Opener&) = delete;
     Opener& operator=(const Opener&) = delete;
 
-    // A whole URL, such as "http://host/page"; one without a scheme is refused.
+    // A complete URL, such as "http://host/page"; one without a scheme is refused.
     virtual void openURL(const std::string& url, Failure failed) = 0;
-    // An absolute path, of a file or a folder.
+    // An absolute path of a file or folder.
     virtual void openFile(const std::string& path, Failure failed) = 0;
 };
 
-// The desktop's own opener, a program that takes the URL or path as its one argument and ends with another
-// status than 0 when it fails. Neither call waits for it, and what it has opened outlives this process.
+// The desktop's opener: a program that takes the URL or path as its only argument and exits with a status
+// other than 0 on failure. Calls do not wait for it, and the opened program outlives this process.
 class DesktopOpener : public Opener {
 public:
     explicit DesktopOpener(std::string program = "xdg-open");

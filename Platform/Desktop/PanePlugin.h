@@ -12,36 +12,35 @@
 
 class QWidget;
 
-// What the settings application and a pane know of each other. A pane is a bundle "<name>.prefPane" whose
-// plug-in, PlugIns/<CFBundleExecutable>.so, exports the two names at the end of this file.
+// The interface between the settings application and a pane. A pane is a bundle "<name>.prefPane" whose
+// plug-in, PlugIns/<CFBundleExecutable>.so, exports the two symbols at the end of this file.
 namespace kelvane {
 
-// Counts up with every change of this file or of what it includes.
+// Incremented with every change of this file or of what it includes.
 inline constexpr std::uint32_t paneInterfaceVersion = 2;
 
-// What the host does for a pane. Outlives it; main thread only.
+// The host's services for a pane. Outlives the pane; main thread only.
 class PaneHost {
 public:
     virtual ~PaneHost() = default;
 
     [[nodiscard]] virtual std::shared_ptr<MainLoop> mainLoop() = 0;
-    // The lock that the user of the host has chosen, one for each call.
+    // Creates the kind of lock that the host's user has chosen; each call creates a new one.
     [[nodiscard]] virtual std::unique_ptr<Authorization> makeAuthorization(const RightDefinition& right) = 0;
     [[nodiscard]] virtual Opener& opener() = 0;
-    // Ends the host: the pane is unselected first, but not before the pane's call has returned to the event
-    // loop.
+    // Ends the host. The pane is unselected first, after its call has returned to the event loop.
     virtual void terminate() = 0;
-    // Asked for by panes that need more room on systems with narrow windows; here they have it.
+    // Requested by panes that need more width on systems with narrow windows; the host does nothing.
     virtual void widenWindow(int points) = 0;
 };
 
-// A pane as the host drives it, all on the main thread:
+// A pane as the host drives it, always on the main thread:
 //
-//   made > awakeFromNib > mainViewDidLoad > (didSelect > willUnselect) any number of times > deleted
+// created > awakeFromNib > mainViewDidLoad > (didSelect > willUnselect) any number of times > deleted
 //
-// The host shows `mainView` and lets it be painted before each `didSelect`; it calls `willUnselect` before
-// another pane is shown, before its window closes and before it ends. What any of them throws is shown to the
-// user instead of the pane, which is then not selected again.
+// The host shows `mainView` and lets it paint before each `didSelect`; it calls `willUnselect` before another
+// pane is shown, before its window closes and before the host ends. When one of these throws, the user sees
+// the error instead of the pane, which is not selected again.
 class Pane {
 public:
     Pane() = default;
@@ -54,29 +53,29 @@ public:
     virtual void didSelect() = 0;
     virtual void willUnselect() = 0;
 
-    // Made with the pane, owned by it and there until it goes; the host puts it into its window and takes it
-    // out again before.
+    // Created and owned by the pane, and valid until the pane is deleted. The host adds it to its window and
+    // removes it before that.
     [[nodiscard]] virtual QWidget* mainView() = 0;
 
-    // The tabs that are shown now, from the left, by the names that users see; none for a pane without tabs.
+    // The names of the visible tabs as the user reads them, from left to right; empty for a pane without
+    // tabs.
     [[nodiscard]] virtual std::vector<std::string> tabNames() const { return {}; }
-    // False when there is no such tab.
+    // Returns false when there is no such tab.
     [[nodiscard]] virtual bool selectTab(const std::string& /*name*/) { return false; }
-    // Whether it shows what it has to show and not that it is still waiting for it, for example for its
-    // daemon.
+    // Whether the pane shows its contents and no longer waits for them, for example for its daemon.
     [[nodiscard]] virtual bool isReady() const { return true; }
 };
 
-// The pane's bundle. "DaemonPath" in its information is the one to use: what the user of the host named, else
-// what the bundle says, else the usual place.
+// The pane's bundle. "DaemonPath" in its information is the path to use: the one that the host's user gave,
+// otherwise the bundle's, otherwise the default.
 using PaneBundle = std::shared_ptr<const Bundle>;
 
 } // namespace kelvane
 
 extern "C" {
-// `paneInterfaceVersion` of the plug-in's own build. The host reads it before it calls anything.
+// The `paneInterfaceVersion` with which the plug-in was built. The host reads it before it calls anything.
 [[gnu::visibility("default")]] extern const std::uint32_t kelvanePaneInterfaceVersion;
-// A new pane, which the host deletes. `bundle` is to be copied from.
+// Creates a pane, which the host deletes. The pane copies `bundle`.
 [[gnu::visibility("default")]] kelvane::Pane* kelvaneMakePane(kelvane::PaneHost& host,
                                                               const kelvane::PaneBundle& bundle);
 }

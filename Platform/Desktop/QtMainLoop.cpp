@@ -11,13 +11,13 @@
 
 namespace kelvane {
 
-// What Qt sends its events to. Timers are ids of this one object and not objects of their own: a task may
-// drop the timer that it runs from.
+// The receiver of Qt's events. Timers are ids of this object and not objects of their own, because a task may
+// drop the timer that runs it.
 class QtMainLoop::Receiver : public QObject {
 public:
     explicit Receiver(QtMainLoop& loop) : loop_(loop) {}
 
-    // From any thread.
+    // Callable on any thread.
     void wake() { QCoreApplication::postEvent(this, new QEvent(QEvent::User)); }
 
     void start(const std::shared_ptr<TimerEntry>& timer, std::chrono::milliseconds interval);
@@ -38,7 +38,7 @@ private:
     QtMainLoop& loop_;
     std::map<int, std::weak_ptr<TimerEntry>> timers_;
     int holds_ = 0;
-    std::vector<std::weak_ptr<TimerEntry>> late_; // that came due in a hold
+    std::vector<std::weak_ptr<TimerEntry>> late_; // timers that came due during a hold
 };
 
 struct QtMainLoop::TimerEntry {
@@ -48,7 +48,7 @@ struct QtMainLoop::TimerEntry {
     TimerEntry(const TimerEntry&) = delete;
     TimerEntry& operator=(const TimerEntry&) = delete;
 
-    // Once: Qt soon gives the id to another timer.
+    // Called once: Qt soon reuses the id for another timer.
     void stop() {
         const int started = std::exchange(id, 0);
         if (const auto owner = receiver.lock(); owner && started != 0)
@@ -70,7 +70,7 @@ void QtMainLoop::Receiver::start(const std::shared_ptr<TimerEntry>& timer,
     timers_[timer->id] = timer;
 }
 
-// Stopped until then: Qt would call for it again and again.
+// Stops the Qt timer until the hold ends: Qt would fire it repeatedly.
 void QtMainLoop::Receiver::putOff(const std::shared_ptr<TimerEntry>& timer) {
     timer->stop();
     timer->isLate = true;
@@ -83,7 +83,7 @@ void QtMainLoop::Receiver::release() {
     for (const auto& late : std::exchange(late_, {}))
         if (const auto timer = late.lock())
             start(timer, std::chrono::milliseconds(0));
-    wake(); // for what was posted, whose own event has been and gone
+    wake(); // for posted tasks whose event was delivered during the hold
 }
 
 bool QtMainLoop::Receiver::event(QEvent* event) {
@@ -98,7 +98,7 @@ bool QtMainLoop::Receiver::event(QEvent* event) {
 
 void QtMainLoop::Receiver::timerEvent(QTimerEvent* event) {
     const auto found = timers_.find(event->timerId());
-    // Held while it runs: a task may drop its own token.
+    // Keeps the timer alive while it runs: a task may drop its own token.
     const auto timer = found != timers_.end() ? found->second.lock() : nullptr;
     if (!timer)
         return;
@@ -115,7 +115,7 @@ void QtMainLoop::Receiver::timerEvent(QTimerEvent* event) {
 QtMainLoop::QtMainLoop() : receiver_(std::make_shared<Receiver>(*this)) {}
 
 QtMainLoop::~QtMainLoop() {
-    // One by one: what a dropped task held may post once more.
+    // One by one: the destructor of a dropped task may post another.
     while (takePosted())
         ;
 }
@@ -125,7 +125,7 @@ void QtMainLoop::post(Task task) {
         const std::scoped_lock guard(mutex_);
         inbox_.push_back(std::move(task));
         if (inbox_.size() > 1)
-            return; // its event is on the way
+            return; // its event is already posted
     }
     receiver_->wake();
 }
@@ -144,7 +144,7 @@ std::shared_ptr<void> QtMainLoop::hold() {
             }};
 }
 
-// The event for the next task is under way before this one runs: it may well run an event loop of its own.
+// Posts the event for the next task before this one runs, because the task may run a nested event loop.
 MainLoop::Task QtMainLoop::takePosted() {
     Task task;
     bool hasMore = false;

@@ -8,12 +8,13 @@
 
 namespace kelvane {
 
-// The main loop of programs with a window: posted tasks and timers on Qt's own event loop, nested ones
-// included.
+// The main loop of programs with a window: posted tasks and timers on Qt's event loop, including nested
+// loops.
 //
-// Belongs to the thread that makes it, which needs a Qt application by the time it runs its event loop;
-// `post` is for any thread. Each task is one turn of the event loop, so that windows are painted and clicks
-// heard between them. What nobody has run when the loop goes is dropped; a timer's token may outlive it.
+// Belongs to the thread that creates it, which needs a Qt application when it runs its event loop; any thread
+// may call `post`. Each task is one turn of the event loop, so that the window paints and reacts between
+// tasks. Tasks that have not run when the loop is destroyed are dropped; a timer's token may outlive the
+// loop.
 class QtMainLoop : public MainLoop {
 public:
     QtMainLoop();

@@ -9,7 +9,7 @@
 namespace kelvane {
 namespace {
 
-constexpr int answerTimeout = 2000; // milliseconds
+constexpr int answerTimeout = 2000; // in milliseconds
 
 QString textOf(std::string_view text) {
     return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));

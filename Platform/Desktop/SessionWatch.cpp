@@ -24,7 +24,7 @@ class SessionWatch::Receiver : public QObject {
 
 public:
     explicit Receiver(Handler handler) : handler_(std::move(handler)) {
-        // From any session: the one of this process has its own path and is asked for by another.
+        // Subscribes to every session, because the path of this process's session is not known yet.
         if (bus_.isConnected() && bus_.connect(login, {}, properties, "PropertiesChanged", this,
                                                SLOT(propertiesChanged(QString, QVariantMap, QStringList))))
             ask();
@@ -51,7 +51,7 @@ private:
         const bool isActive = reply.value().variant().toBool();
         const bool isChange = isActive_ && *isActive_ != isActive;
         isActive_ = isActive;
-        // A copy: the handler may end the watch.
+        // A copy, because the handler may destroy the watch.
         if (const Handler handler = handler_; isChange)
             handler(isActive);
     }
@@ -63,7 +63,7 @@ private:
 
 SessionWatch::SessionWatch(Handler handler) : receiver_(std::make_unique<Receiver>(std::move(handler))) {}
 
-// Qt drops the subscription with the receiver.
+// Qt removes the subscription with the receiver.
 SessionWatch::~SessionWatch() = default;
 
 } // namespace kelvane

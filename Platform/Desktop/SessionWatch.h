@@ -5,13 +5,13 @@
 
 namespace kelvane {
 
-// Tells when the user's session is switched away from and back to, as login1 says. Belongs to the thread of
-// the QCoreApplication. Where there is no login1 or no session, it says nothing.
+// Reports when the user's session becomes inactive or active, according to login1. Belongs to the thread of
+// the QCoreApplication. Without login1 or a session it reports nothing.
 class SessionWatch {
 public:
     using Handler = std::function<void(bool isActive)>;
 
-    // Calls the handler from the event loop, on changes only.
+    // Calls the handler from the event loop, and only on changes.
     explicit SessionWatch(Handler handler);
     ~SessionWatch();
     SessionWatch(const SessionWatch&) = delete;

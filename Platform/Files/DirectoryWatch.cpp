@@ -18,19 +18,18 @@ namespace {
 
 constexpr const char* systemLimitFile = "/proc/sys/fs/inotify/max_user_watches";
 
-// Without IN_EXCL_UNLINK a file that is already gone would still be told about while somebody writes to it.
+// Without IN_EXCL_UNLINK, writes to a deleted file that is still open would be reported.
 constexpr std::uint32_t entryChanges = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_MOVE_SELF |
                                        IN_DELETE_SELF | IN_ONLYDIR | IN_EXCL_UNLINK;
 constexpr std::uint32_t contentChanges = IN_MODIFY | IN_ATTRIB;
 
 constexpr std::size_t eventRoom = std::size_t{64} << 10U;
-// One wait takes this many steps at most, so that it ends however fast the changes come.
+// A wait reads this many times at most, so that it ends however fast changes arrive.
 constexpr int mostReadingSteps = 16;
 
 } // namespace
 
-// What one wait tells: every path once, with what happened to it last, in the order in which they changed
-// first.
+// The events of one wait: each path once, with its last event, in the order in which the paths first changed.
 class DirectoryWatch::Gathering {
 public:
     void add(const std::string& path, Change change) {
@@ -96,7 +95,7 @@ std::vector<DirectoryWatch::Event> DirectoryWatch::wait(std::optional<std::chron
 
 void DirectoryWatch::wake() {
     const std::uint64_t one = 1;
-    // Fails only when the counter is full, and then the waiter is awake anyway.
+    // Fails only when the counter is full, and then the waiter wakes anyway.
     [[maybe_unused]] const ssize_t size = ::write(wakeup_.get(), &one, sizeof one);
 }
 
@@ -106,7 +105,7 @@ std::size_t DirectoryWatch::systemLimit() {
     return limit;
 }
 
-// False: nothing to read.
+// Returns false when there is nothing to read.
 bool DirectoryWatch::waitUntilReady(std::optional<std::chrono::milliseconds> timeout) const {
     std::array<pollfd, 2> descriptors{{{inotify_.get(), POLLIN, 0}, {wakeup_.get(), POLLIN, 0}}};
     constexpr std::int64_t longest = std::numeric_limits<int>::max();
@@ -140,7 +139,7 @@ void DirectoryWatch::takeEvent(int number, std::uint32_t mask, Gathering& gather
         return gathering.addOverflow();
     const auto watch = watches_.find(number);
     if (watch == watches_.end())
-        return; // removed since
+        return; // removed meanwhile
     std::vector<std::string> affected;
     for (const auto& path : watch->second)
         affected.push_back(path->first);
@@ -154,7 +153,7 @@ void DirectoryWatch::takeEvent(int number, std::uint32_t mask, Gathering& gather
     }
 }
 
-// What is moved takes along everything below, which the system does not tell.
+// A moved folder takes everything below it along, which the system does not report.
 void DirectoryWatch::recheckFrom(const std::string& path, Gathering& gathering) {
     std::vector<std::string> affected;
     if (paths_.contains(path))
@@ -173,7 +172,7 @@ void DirectoryWatch::recheck(const std::string& path, Gathering& gathering) {
     gathering.add(path, Change::Gone);
 }
 
-// In the order of their names, so that a folder comes before what is in it.
+// Checked in the order of their names, so that a folder comes before its contents.
 void DirectoryWatch::returnOfTheGone(Gathering& gathering) {
     for (auto at = gone_.begin(); at != gone_.end();) {
         const std::string& path = *at;
@@ -187,7 +186,7 @@ void DirectoryWatch::returnOfTheGone(Gathering& gathering) {
     }
 }
 
-// Watches what stands at the path now, in place of what stood there before.
+// Watches what is at the path now and drops the watch on what was there before.
 DirectoryWatch::Outcome DirectoryWatch::attach(const std::string& path) {
     const int number = inotify_ ? ::inotify_add_watch(inotify_.get(), path.c_str(), mask_) : -1;
     const int error = inotify_ ? errno : ENOSPC;
@@ -206,7 +205,7 @@ void DirectoryWatch::detach(Paths::iterator path) {
     const auto watch = watches_.find(path->second);
     std::erase(watch->second, path);
     if (watch->second.empty()) {
-        ::inotify_rm_watch(inotify_.get(), watch->first); // fails when the system has dropped it itself
+        ::inotify_rm_watch(inotify_.get(), watch->first); // fails when the kernel has removed the watch
         watches_.erase(watch);
     }
     paths_.erase(path);

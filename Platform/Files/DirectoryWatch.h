@@ -16,22 +16,22 @@
 
 namespace kelvane {
 
-// Tells when the entries of folders change: something is made, removed or renamed in them, or they are
-// themselves. What happens deeper below is not told; whoever wants it adds those folders too.
+// Reports changes of folders: an entry is created, deleted or renamed in a folder, or the folder itself is.
+// Changes in sub-folders are not reported unless these are added too.
 //
-// A folder that is reached by two paths is watched once and told under both. A path stays on the list until
-// it is removed: when its folder is moved away or deleted, it is told as gone, and when a folder stands there
-// again and the one above is on the list, it is watched again and told as changed.
+// A folder with two paths is watched once and reported under both. A path stays on the list until it is
+// removed: when its folder is moved away or deleted, it is reported as gone; when a folder exists there again
+// and its parent is on the list, it is watched again and reported as changed.
 //
 // Any thread may add, remove and wake; one thread waits. Nothing is watched while `error` is not empty.
 class DirectoryWatch {
 public:
-    // Whether it also counts that a file in the folder is written to, or that permissions change.
+    // Whether writes to files in the folder and changes of permissions are reported as well.
     enum class Contents { Ignored, Watched };
     enum class Change {
         Changed,
         Gone,
-        Overflow, // without a path: the system has dropped changes, so that everything must be looked at anew
+        Overflow, // without a path: the kernel has dropped events, so everything must be scanned again
     };
     struct Event {
         std::string path;
@@ -39,33 +39,33 @@ public:
     };
     enum class Outcome {
         Watching,
-        Refused,      // no folder, or one that cannot be read
-        LimitReached, // the user's watches, or the share of them that this one may take, are used up
+        Refused,      // not a folder, or not readable
+        LimitReached, // the user's watches, or the number that this object may use, are exhausted
     };
 
-    // The system allows a user so many watches altogether; `mostWatches` leaves some to other programs.
+    // The system limits the watches per user; `mostWatches` leaves some to other programs.
     explicit DirectoryWatch(Contents contents = Contents::Ignored,
                             std::size_t mostWatches = std::numeric_limits<std::size_t>::max());
 
-    // Why the system refused the watch as a whole; empty when it did not.
+    // Why the system refused to watch anything; empty on success.
     [[nodiscard]] const std::string& error() const { return error_; }
 
-    // Follows links. Adding a path again makes sure that it is the folder that stands there now. A path that
-    // is not watched in the end is not on the list.
+    // Follows links. Adding a path again switches to the folder that is there now. A path that could not be
+    // watched is not on the list.
     [[nodiscard]] Outcome add(const std::string& path);
     void remove(const std::string& path);
 
-    // Blocks until something has changed, `wake` is called or the time is over; then all there is so far,
-    // each path once, or nothing. No timeout: for ever.
+    // Blocks until something has changed, `wake` is called or the timeout expires; returns all events so far,
+    // each path once, or none. No timeout: no limit.
     [[nodiscard]] std::vector<Event> wait(std::optional<std::chrono::milliseconds> timeout);
-    // Ends the wait that is under way, or the next.
+    // Ends the current wait, or the next.
     void wake();
 
-    // How many watches the system allows this user; 0 when it does not say.
+    // The number of watches that the system allows this user; 0 when unknown.
     [[nodiscard]] static std::size_t systemLimit();
 
 private:
-    using Paths = std::map<std::string, int>; // to the number of the watch
+    using Paths = std::map<std::string, int>; // path to watch number
     class Gathering;
 
     [[nodiscard]] bool waitUntilReady(std::optional<std::chrono::milliseconds> timeout) const;
@@ -84,10 +84,10 @@ private:
     FileDescriptor wakeup_;
     std::string error_;
 
-    std::mutex mutex_; // guards what follows
+    std::mutex mutex_; // guards the members below
     Paths paths_;
     std::unordered_map<int, std::vector<Paths::iterator>> watches_;
-    std::set<std::string> gone_; // on the list, but no folder stands there
+    std::set<std::string> gone_; // on the list, but the folder does not exist
 };
 
 } // namespace kelvane

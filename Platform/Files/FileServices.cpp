@@ -9,7 +9,7 @@
 namespace kelvane {
 namespace {
 
-// No others: one that names a locale which is not installed would spoil these.
+// Sets only these categories: another one that names a locale that is not installed would make the call fail.
 constexpr int dateCategories = LC_TIME_MASK | LC_CTYPE_MASK;
 
 // 2001-01-01 in seconds since 1970.
@@ -50,7 +50,7 @@ std::string PlainFileServices::dateAndTime(Date date) const {
     if (!calendar)
         return Value(date).description();
     const std::string text = formatted(*calendar, locale_.get());
-    // A locale whose character set is another one has no text for us.
+    // A locale with another character set gives no usable text.
     if (!text.empty() && isUtf8(text))
         return text;
     return Value(date).description();

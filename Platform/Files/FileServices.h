@@ -11,7 +11,7 @@
 
 namespace kelvane {
 
-// A picture that only the desktop's own code can look into.
+// A picture whose contents only the desktop code can access.
 class Icon {
 public:
     Icon() = default;
@@ -22,9 +22,9 @@ public:
 
 using IconHandle = std::shared_ptr<const Icon>;
 
-// What the machine knows of files beyond what the disk says: who owns them, how their kinds are called and
-// look, how the user writes a date. Main thread only; file system and accounts must outlive it. Nothing
-// fails: what is not known is an empty text or no icon.
+// Facts about files that are not on the disk: names of owners, names and icons of kinds, and the user's date
+// format. Main thread only; file system and accounts must outlive it. Nothing fails: unknown is an empty text
+// or no icon.
 class FileServices {
 public:
     FileServices(const FileSystem& fileSystem, const Accounts& accounts)
@@ -35,10 +35,10 @@ public:
 
     [[nodiscard]] const FileSystem& fileSystem() const { return fileSystem_; }
     [[nodiscard]] const Accounts& accounts() const { return accounts_; }
-    // A symbolic link is what stands for something else here.
+    // An alias is a symbolic link here.
     [[nodiscard]] bool isAlias(const std::string& path) const;
 
-    // In the user's own format and time zone.
+    // In the user's format and time zone.
     [[nodiscard]] virtual std::string dateAndTime(Date date) const = 0;
 
     [[nodiscard]] virtual std::string kindOfFolder() const = 0;
@@ -55,12 +55,11 @@ private:
     const Accounts& accounts_;
 };
 
-// For programs without a desktop: dates by the C library's locale, folders and disks by their English names,
-// no other kinds and no icons.
+// For programs without a desktop: dates by the C library's locale, English names for folders and disks, no
+// other kinds and no icons.
 class PlainFileServices : public FileServices {
 public:
-    // `localeName` as setlocale takes it; "" is the one of the environment. An unknown one gives the C
-    // locale.
+    // `localeName` as for setlocale; "" is the environment's. An unknown name gives the C locale.
     PlainFileServices(const FileSystem& fileSystem, const Accounts& accounts, const char* localeName = "");
 
     [[nodiscard]] std::string dateAndTime(Date date) const override;

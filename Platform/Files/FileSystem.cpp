@@ -36,7 +36,7 @@ std::optional<struct stat> statusOf(const std::optional<std::string>& path, int 
 
 class FolderReader {
 public:
-    // `error` says why when there is nothing to read.
+    // `error` is set when the folder cannot be read.
     explicit FolderReader(const std::string& path) {
         const int descriptor = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         if (descriptor >= 0)

@@ -22,22 +22,22 @@ struct FileAttributes {
     std::uint32_t gid = 0;
     Date modified;
     Date accessed;
-    Date statusChanged; // also by a rename or a change of owner or mode
+    Date statusChanged; // also set by a rename or a change of owner or mode
 };
 
-// From seconds since 1970 and what follows them, equal to the date that a file with that time has here.
+// Converts seconds since 1970 and nanoseconds to the same date that a file with that time has here.
 [[nodiscard]] Date dateFromTime(std::int64_t seconds, std::uint32_t nanoseconds = 0);
 
 struct FolderListing {
     std::vector<std::string> names; // without "." and "..", in no order
-    bool isComplete = false;        // there was nothing beyond the limit, and no error
-    int error = 0;                  // errno's number
+    bool isComplete = false;        // the limit was not reached and there was no error
+    int error = 0;                  // a value of errno
 };
 
-// What is on the disks. Paths may be real ones or begin with a volume's name ("/Volumes/Disk/a"); a path in a
-// volume that is not there does not exist.
+// The file systems of this machine. A path may be real or start with a volume's name ("/Volumes/Disk/a"); a
+// path in a volume that is not mounted does not exist.
 //
-// Any thread may ask. Everything blocks on the disk, and nothing is remembered.
+// Callable on any thread. Everything blocks on the disk, and nothing is cached.
 class FileSystem {
 public:
     FileSystem() = default;
@@ -51,37 +51,38 @@ public:
     // Both follow a final symbolic link.
     [[nodiscard]] virtual bool exists(const std::string& path) const = 0;
     [[nodiscard]] virtual bool isDirectory(const std::string& path) const = 0;
-    // Of the link itself when the path ends in one; none when there is nothing.
+    // Of the link itself when the path is a link; none when the path does not exist.
     [[nodiscard]] virtual std::optional<FileAttributes> attributes(const std::string& path) const = 0;
-    // Whether this process may read it; false when it does not exist.
+    // Whether this process may read the path; false when it does not exist.
     [[nodiscard]] virtual bool isReadable(const std::string& path) const = 0;
-    // At most `limit` names.
+    // Returns at most `limit` names.
     [[nodiscard]] virtual FolderListing list(const std::string& path, std::size_t limit) const = 0;
-    // The mount point of what is there, as `Volumes` names it; none when there is nothing.
+    // The mount point of the path's file system, as in `Volumes`; none when the path does not exist.
     [[nodiscard]] virtual std::optional<std::string> mountPoint(const std::string& path) const = 0;
-    // What is mounted, parts of a file system too. Never null. Asks no mount, and mounts nothing.
+    // Everything that is mounted, including bind mounts. Never null. Does not access the mounts and triggers
+    // no automount.
     [[nodiscard]] virtual std::shared_ptr<const MountPoints> mounts() const = 0;
-    // Whether the path is in a remote file system that has not answered for that long.
+    // Whether the path is on a remote file system that has not answered for that time.
     [[nodiscard]] virtual bool isSilent(const std::string& /*path*/,
                                         std::chrono::milliseconds /*silence*/) const {
         return false;
     }
-    // As `fileSystemIdAt` says it.
+    // See `fileSystemIdAt`.
     [[nodiscard]] virtual std::string fileSystemId(const std::string& mountPoint) const = 0;
 
-    // The volume's name for the path of a whole volume ("/" included), else the last component.
+    // The volume's name for the root of a volume ("/" included), otherwise the last component.
     [[nodiscard]] std::string displayName(const std::string& path) const;
 };
 
 // The disks of this machine.
 class LocalFileSystem : public FileSystem {
 public:
-    // In which form paths come in and names go out.
+    // The form of paths passed in and names returned.
     enum class Names {
         Bytes,
-        Text, // of `textFromPath`, as programs show them
+        Text, // as from `textFromPath`, for display
     };
-    // The volumes that are mounted at the time of each call.
+    // Reads the mounted volumes at each call.
     explicit LocalFileSystem(Names names = Names::Bytes) : names_(names) {}
     explicit LocalFileSystem(Volumes volumes, Names names = Names::Bytes)
         : names_(names), fixedVolumes_(std::make_shared<Volumes>(std::move(volumes))) {}

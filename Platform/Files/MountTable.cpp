@@ -27,7 +27,7 @@ namespace {
 
 constexpr const char* uuidFolder = "/dev/disk/by-uuid";
 constexpr const char* mountTablePath = "/proc/self/mountinfo";
-// Some thousand containers make some megabytes.
+// In bytes. Some thousand containers need a few megabytes.
 constexpr std::size_t mountTableLimit = std::size_t{16} << 20U;
 
 constexpr auto mountFolders = std::to_array<std::string_view>({"/media/", "/mnt/", "/run/media/"});
@@ -39,7 +39,7 @@ constexpr auto kernelFileSystems = std::to_array<std::string_view>({
     "securityfs", "selinuxfs",   "sysfs",    "tmpfs",   "tracefs",
 });
 
-// By the beginnings of their types.
+// Prefixes of file system types.
 constexpr auto remoteFileSystems = std::to_array<std::string_view>(
     {"9p", "afs", "autofs", "ceph", "cifs", "coda", "fuse.", "gfs", "lustre", "ncp", "nfs", "ocfs2", "smb"});
 constexpr std::chrono::milliseconds longestAnswer(500);
@@ -48,12 +48,12 @@ constexpr std::chrono::seconds answerHolds(1);
 
 struct Mount {
     std::string_view id;
-    std::string_view parent; // the id of the mount that the mount point is in
+    std::string_view parent; // the id of the parent mount
     std::string_view device; // "major:minor"
-    std::string_view root;   // what of the file system is mounted, with its blanks escaped
+    std::string_view root;   // the mounted folder of the file system, with blanks escaped
     std::string mountPoint;
     std::string_view type;
-    std::string source; // a device, for one
+    std::string source; // a device, for example
 };
 
 std::string_view takeUntil(std::string_view& text, char end) {
@@ -66,7 +66,7 @@ bool isOctal(char character) {
     return character >= '0' && character <= '7';
 }
 
-// Blanks, line ends and backslashes are written as a backslash and three octal digits.
+// Decodes blanks, line ends and backslashes, which are written as a backslash and three octal digits.
 std::string decoded(std::string_view field) {
     std::string text;
     for (std::size_t at = 0; at < field.size(); ++at) {
@@ -81,7 +81,7 @@ std::string decoded(std::string_view field) {
     return text;
 }
 
-// id, parent, device, root, mount point, options, any number of tags, "-", type, and more.
+// Fields: id, parent, device, root, mount point, options, any number of tags, "-", type, and more.
 std::optional<Mount> mountInLine(std::string_view line) {
     Mount mount;
     mount.id = takeUntil(line, ' ');
@@ -108,7 +108,8 @@ bool isDisk(const Mount& mount, std::string_view bootDevice) {
            std::ranges::find(kernelFileSystems, mount.type) == kernelFileSystems.end();
 }
 
-// This descriptor and the one below stay open, so that disks are known when the process has no more to open.
+// This descriptor and the one below stay open, so that disks are known even when the process runs out of
+// descriptors.
 std::string currentMountTable() {
     static const FileDescriptor table(::open(mountTablePath, O_RDONLY | O_CLOEXEC));
     std::string text;
@@ -120,7 +121,7 @@ std::string currentMountTable() {
     return text;
 }
 
-// The label that the file system itself keeps; empty when it has none or does not say.
+// The label stored in the file system; empty when there is none or it cannot be read.
 std::string bootVolumeLabel() {
     static const FileDescriptor root(::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     std::array<char, FSLABEL_MAX + 1> label{};
@@ -134,7 +135,7 @@ void forEachMount(std::string_view mountTable, Visit visit) {
             visit(*mount);
 }
 
-// A mount at or above another's mount point, and in the same mount as that, hides it.
+// A mount at or above another's mount point hides it when both have the same parent mount.
 class HiddenMounts {
 public:
     explicit HiddenMounts(const std::vector<Mount>& mounts) {
@@ -147,7 +148,7 @@ public:
 
     [[nodiscard]] bool holds(const Mount& mount) const {
         if (places_.contains(Place(mount.id, mount.mountPoint)))
-            return true; // another one is mounted upon it
+            return true; // another mount is on top of it
         for (std::string_view at = mount.mountPoint; at.size() > 1;) {
             at = at.substr(0, std::max<std::size_t>(at.rfind('/'), 1));
             if (places_.contains(Place(mount.parent, at)))
@@ -158,7 +159,7 @@ public:
     }
 
 private:
-    using Place = std::pair<std::string_view, std::string_view>; // a mount's id and a mount point in it
+    using Place = std::pair<std::string_view, std::string_view>; // the id of a mount, and a mount point in it
 
     std::map<std::string_view, const Mount*> byId_;
     std::set<Place> places_;
@@ -169,7 +170,7 @@ bool isBlockDevice(const std::string& path) {
     return isAbsolutePath(path) && ::stat(path.c_str(), &status) == 0 && S_ISBLK(status.st_mode);
 }
 
-// Device numbers do not last, so what the system knows the device by.
+// Device numbers change between boots, so the device's UUID is used.
 std::string uuidOfDevice(const std::string& device) {
     struct stat wanted {};
     if (!isAbsolutePath(device) || ::stat(device.c_str(), &wanted) != 0 || !S_ISBLK(wanted.st_mode))
@@ -187,7 +188,7 @@ std::string uuidOfDevice(const std::string& device) {
 std::string idOfFileSystem(const std::string& mountPoint, const std::string& type,
                            const std::string& source) {
     struct statfs status {};
-    // Of others the number may come from the device's, and be another one at the next start.
+    // For other file systems the number may derive from the device number and change at the next boot.
     if (type.starts_with("ext") && ::statfs(mountPoint.c_str(), &status) == 0)
         return formatText("ext-%016llx", std::bit_cast<unsigned long long>(status.f_fsid));
     if (isBlockDevice(source))
@@ -196,7 +197,7 @@ std::string idOfFileSystem(const std::string& mountPoint, const std::string& typ
 }
 
 std::optional<ChildProcess> startAsking(const std::string& mountPoint) {
-    // Without something to print it would not ask.
+    // stat calls statfs only when it has something to print.
     return ChildProcess::start({.arguments = {"stat", "--printf=%s", mountPoint}},
                                {.output = ChildStreams::null, .errors = ChildStreams::null});
 }
@@ -209,10 +210,10 @@ Volumes volumesInMountTable(std::string_view mountTable, const std::string& boot
     while (!mountTable.empty()) {
         const std::optional<Mount> mount = mountInLine(takeUntil(mountTable, '\n'));
         if (mount && mount->mountPoint == "/")
-            bootDevice = mount->device; // the last one hides those before it
+            bootDevice = mount->device; // the last mount hides earlier ones
         if (!mount || !isInMountFolder(*mount) || mount->mountPoint.ends_with("//deleted"))
             continue;
-        // So does a mount upon another, whose place and name it takes.
+        // A mount on top of another also hides it, and takes its place and name.
         const auto hidden = std::ranges::find(mounts, mount->mountPoint, &Mount::mountPoint);
         if (hidden == mounts.end()) {
             mounts.push_back(*mount);
@@ -264,7 +265,7 @@ MountPoints mountPointsInTable(std::string_view mountTable) {
 std::string fileSystemIdAt(const std::string& mountPoint) {
     std::string root;
     std::string type;
-    std::string source; // the last mount hides those before it
+    std::string source; // the last mount hides earlier ones
     forEachMount(currentMountTable(), [&](const Mount& mount) {
         if (mount.mountPoint != mountPoint)
             return;
@@ -278,7 +279,7 @@ std::string fileSystemIdAt(const std::string& mountPoint) {
 
 MountTableChanges::MountTableChanges() : table_(::open(mountTablePath, O_RDONLY | O_CLOEXEC)) {}
 
-// The kernel reports each change once to every descriptor on the table, and only changes after it was opened.
+// The kernel reports each change once per descriptor of the table, and only changes after it was opened.
 bool MountTableChanges::take() {
     pollfd changes{table_.get(), POLLPRI, 0};
     return !table_ || ::poll(&changes, 1, 0) != 0;
@@ -327,8 +328,8 @@ bool isRemote(std::string_view type) {
            });
 }
 
-// A call that a mount does not answer cannot be ended by anything, and this process could not either. So it
-// is another one that asks, and as long as that one waits nobody else does.
+// A call on a mount that does not answer cannot be interrupted, and would block this process for ever. So
+// another process makes it, and while that one waits no second one is started.
 std::chrono::milliseconds silenceOf(const std::string& mountPoint) {
     using Clock = std::chrono::steady_clock;
     struct Question {

@@ -13,55 +13,54 @@
 
 namespace kelvane {
 
-// The volumes that a text in the form of /proc/self/mountinfo tells of: the boot volume, and what is mounted
-// below /media, /mnt and /run/media, named by the last component. Kernel and memory file systems are no
-// disks, and neither is a second view of the boot volume's own. Lines that make no sense are skipped.
+// The volumes in a text of the form of /proc/self/mountinfo: the boot volume, and everything mounted below
+// /media, /mnt and /run/media, named by its last component. Kernel and memory file systems are left out, and
+// so are second mounts of the boot volume. Malformed lines are skipped.
 [[nodiscard]] Volumes volumesInMountTable(std::string_view mountTable, const std::string& bootVolumeName);
 
-// Whether a file system is mounted at exactly this path now; false when the system does not say.
+// Whether a file system is mounted at exactly this path now; false when unknown.
 [[nodiscard]] bool isMountPoint(std::string_view path);
 
-// Whether an entry of a folder (a descriptor, or AT_FDCWD) belongs to another file system than the folder as
-// the root of a mount, and not as a subvolume of the same one. Asks no mount; true when the system does not
-// say.
+// Whether an entry of a folder (a descriptor, or AT_FDCWD) is a mount point, and not a subvolume of the
+// folder's file system. Does not access the mount; true when unknown.
 [[nodiscard]] bool isMountRoot(int folder, const char* name);
 
-// The types of what is mounted, by mount point.
+// File system types by mount point.
 using MountPoints = std::map<std::string, std::string, std::less<>>;
 
-// What a text in the form of /proc/self/mountinfo tells of, except for what other mounts hide.
+// The mounts in a text of the form of /proc/self/mountinfo, without those that other mounts hide.
 [[nodiscard]] MountPoints mountPointsInTable(std::string_view mountTable);
 
-// What is mounted now, read again when a mount has changed since it was last asked for. Asks no mount. Any
-// thread.
+// The current mounts, read again when the mount table has changed. Does not access the mounts. Callable on
+// any thread.
 [[nodiscard]] std::shared_ptr<const MountPoints> currentMountPoints();
 
-// The mount that a path is at or below; the end when it is none of these.
+// The mount that contains a path; the end when none does.
 [[nodiscard]] MountPoints::const_iterator mountAround(const MountPoints& points, std::string_view path);
 
-// The type of the file system that a path is in; empty when the system does not say. Asks no mount.
+// The type of the file system that contains a path; empty when unknown. Does not access the mount.
 [[nodiscard]] std::string typeOfMountAround(std::string_view path);
 
-// Whether a file system of that type lies on another machine or in a program: it may never answer, and tells
-// of no change that is made there.
+// Whether a file system of that type is on another machine or served by a program: it may never answer, and
+// reports no changes made there.
 [[nodiscard]] bool isRemote(std::string_view type);
 
-// For how long what is mounted there has not answered; 0 when it answers at once. Any thread; none waits
-// longer than half a second.
+// For how long the mount has not answered; 0 when it answers at once. Callable on any thread; waits for half
+// a second at most.
 [[nodiscard]] std::chrono::milliseconds silenceOf(const std::string& mountPoint);
 [[nodiscard]] bool isAnswering(const std::string& mountPoint);
 
-// The mount point of the remote file system that a path is in, when that has not answered for that long; else
-// empty.
+// The mount point of the remote file system that contains a path, if that has not answered for that time;
+// otherwise empty.
 [[nodiscard]] std::string silentMountAround(std::string_view path,
                                             std::chrono::milliseconds silence = std::chrono::milliseconds(1));
 
-// Tells what is mounted at exactly this path from all else, also after a restart: its folder within the file
-// system, a blank, and the file system's UUID, or what it makes of that; of one that is on no device its type
-// and source. Empty when the system does not say, or not yet.
+// Identifies the file system mounted at exactly this path, also after a reboot: its root within the file
+// system, a blank, and the UUID or the file system's substitute for it; for one without a device, its type
+// and source. Empty when unknown or not known yet.
 [[nodiscard]] std::string fileSystemIdAt(const std::string& mountPoint);
 
-// Whether the mount table may have changed since that was last asked for.
+// Whether the mount table may have changed since the last query.
 class MountTableChanges {
 public:
     MountTableChanges();
@@ -69,11 +68,11 @@ public:
     [[nodiscard]] bool take();
 
 private:
-    FileDescriptor table_; // none where there is no /proc
+    FileDescriptor table_; // none without /proc
 };
 
-// The volumes of this machine, read again when a mount or the label of the boot volume has changed since they
-// were last asked for. Any thread.
+// The volumes of this machine, read again when a mount or the label of the boot volume has changed. Callable
+// on any thread.
 class MountedVolumes {
 public:
     [[nodiscard]] std::shared_ptr<const Volumes> current();

@@ -18,7 +18,7 @@ constexpr std::string_view otherFallback = "Volume";
 std::string cleanedName(std::string name, std::string_view fallback) {
     if (name.find_first_not_of("/ ") == std::string::npos || name == "." || name == "..")
         return std::string(fallback);
-    // In paths as text U+FFFD introduces a byte that is not UTF-8.
+    // In a path as text, U+FFFD introduces a byte that is not UTF-8.
     for (std::size_t at = 0; (at = name.find("\uFFFD", at)) != std::string::npos;)
         name.replace(at, 3, "_");
     const bool isText = isUtf8(name);

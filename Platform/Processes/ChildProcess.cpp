@@ -21,13 +21,13 @@ namespace kelvane {
 namespace {
 
 constexpr int signalStatus = 128;
-constexpr std::size_t keptErrorSize = 4096; // bytes
+constexpr std::size_t keptErrorSize = 4096; // in bytes
 constexpr int lowestPriority = 19;
 // From linux/ioprio.h, which not every system installs.
 constexpr int ioprioWhoProcess = 1;
 constexpr int ioprioIdle = 3 << 13;
 
-// The caller's variables, less those that are withheld or have the same name.
+// The caller's variables without the withheld ones and those that the command replaces.
 std::vector<std::string> joinedEnvironment(const ChildCommand& command) {
     const std::vector<std::string>& own = command.environment;
     std::vector<std::string> joined = own;
@@ -51,14 +51,14 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
     return pointers;
 }
 
-// Everything that the child needs, made before the fork: after it only system calls are safe.
+// Everything that the child needs, prepared before the fork: after it only system calls are safe.
 struct Preparation {
     const ChildCommand& command;
     const ChildStreams streams;
     std::vector<char*> arguments;
     std::vector<char*> environment;
-    SystemCallFilter filter; // of its system calls
-    int failure;             // errno's number goes there when the program cannot be executed
+    SystemCallFilter filter; // the filter of its system calls
+    int failure;             // where a value of errno is written when the program cannot be executed
     pid_t parent;
 };
 
@@ -83,7 +83,7 @@ void setStream(int number, int source) {
     if (command.isInterruptedWithCaller) {
         ::prctl(PR_SET_PDEATHSIG, SIGINT);
         if (::getppid() != prepared.parent)
-            ::_exit(0); // the parent was quicker to die
+            ::_exit(0); // the parent has died already
     }
     if (command.group == ChildCommand::Group::Own)
         ::setpgid(0, 0);
@@ -106,7 +106,7 @@ void setStream(int number, int source) {
     ::_exit(ChildProcess::cannotExecute);
 }
 
-// With all signals blocked: a handler of the caller's must not run in the child.
+// Blocks all signals: a signal handler of the caller must not run in the child.
 pid_t forkInto(Preparation& prepared) {
     sigset_t all;
     sigset_t before;
@@ -121,8 +121,8 @@ pid_t forkInto(Preparation& prepared) {
     return id;
 }
 
-// Reaps the children that have ended since they were left behind. The list is never destroyed: also what
-// lives as long as the process may leave one.
+// Reaps abandoned children that have ended. The list is never destroyed, because objects that live as long as
+// the process may abandon one.
 void reapLeftBehind(pid_t another = 0) {
     static std::mutex mutex;
     static std::vector<pid_t>& leftBehind = *new std::vector<pid_t>;
@@ -173,7 +173,7 @@ std::optional<ChildProcess> ChildProcess::start(const ChildCommand& command, con
     return process;
 }
 
-// Not by the C library's function for the descriptor: its header gives it C++ linkage.
+// Makes the system call itself, because the header of the C library's function gives it C++ linkage.
 ChildProcess::ChildProcess(pid_t pid, bool hasOwnGroup, FileDescriptor errors)
     : pid_(pid),
       hasOwnGroup_(hasOwnGroup),
@@ -223,8 +223,7 @@ int ChildProcess::exitStatus() const {
     return hasExited() ? WEXITSTATUS(*waitStatus_) : signalStatus + WTERMSIG(*waitStatus_);
 }
 
-// Sealed, because a daemon that was started keeps its standard error and would fill it for as long as it
-// runs.
+// Seals the file, because a daemon that was started keeps its standard error and would fill the memory.
 std::string ChildProcess::errors() const {
     if (!errors_)
         return {};
@@ -237,7 +236,7 @@ std::string ChildProcess::errors() const {
     return errors;
 }
 
-// When somebody else has taken its status, all that is known is that it has ended.
+// When another part of the program has taken the exit status, only the end of the child is known.
 bool ChildProcess::reap(int options) {
     int status = 0;
     const pid_t ended = ::waitpid(pid_, &status, options);

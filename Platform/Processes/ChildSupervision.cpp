@@ -21,7 +21,7 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr std::size_t longestErrorLine = std::size_t{1} << 20U;
-constexpr std::size_t errorsKept = 4096; // bytes
+constexpr std::size_t errorsKept = 4096; // in bytes
 constexpr milliseconds graceOfKilled(3000);
 
 struct Pipe {
@@ -54,7 +54,7 @@ public:
             turn();
         if (hasEnded_)
             noteEnd();
-        while (readSome()) { // no more than the pipes hold
+        while (readSome()) { // limited to what the pipes hold
         }
         outcome_.hasLostLine = output_->hasLost();
         return outcome_;
@@ -74,7 +74,7 @@ private:
             return fail(errno);
         if (process->startError() != 0)
             return fail(process->startError());
-        if (process->descriptor() < 0) { // its end would not be noticed
+        if (process->descriptor() < 0) { // without a descriptor its end would not be noticed
             const int error = errno;
             process->kill();
             process->waitForEnd();
@@ -94,7 +94,7 @@ private:
         return false;
     }
 
-    // One wait for whatever happens next.
+    // Waits once, for whichever event comes first.
     void turn() {
         std::array<pollfd, 5> waits{{{process_->descriptor(), POLLIN, 0},
                                      {output_->descriptor(), POLLIN, 0},
@@ -160,10 +160,10 @@ private:
     void kill() {
         process_->kill();
         isEnding_ = isKilled_ = true;
-        endingSince_ = Clock::now(); // until the system has done it
+        endingSince_ = Clock::now(); // again until the kernel has released it
     }
 
-    // False: there is nothing more for now.
+    // Returns false when nothing is left to read for now.
     bool readSome() {
         const bool isMoreOutput = output_->readInto([this](std::string_view line) {
             if (!supervision_.onLine(line))
@@ -193,19 +193,19 @@ private:
             if (count < 0 && errno == EAGAIN)
                 return;
             if (count < 0 && errno != EINTR)
-                break; // it does not want the rest
+                break; // the program does not read the rest
             written_ += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
         }
         input_.reset();
     }
 
     void noteEnd() {
-        process_->kill(); // what it has started and left behind
+        process_->kill(); // kills processes it started and left behind
         process_->waitForEnd();
         if (process_->hasExited())
             outcome_.status = process_->exitStatus();
         if (process_->hasExited() && outcome_.status == 0)
-            outcome_.end = ChildOutcome::End::Exited; // it had done its work before it heard
+            outcome_.end = ChildOutcome::End::Exited; // it finished its work before the signal arrived
         else if (!process_->hasExited() && outcome_.end == ChildOutcome::End::Exited)
             outcome_.end = ChildOutcome::End::Crashed;
     }
@@ -220,7 +220,7 @@ private:
     std::optional<PipeLines> output_;
     std::optional<PipeLines> errors_;
     Clock::time_point lastProgress_;
-    std::optional<Clock::time_point> troubledSince_; // and no progress since
+    std::optional<Clock::time_point> troubledSince_; // and no progress since then
     Clock::time_point endingSince_;
     Clock::time_point lastTick_;
     bool isStoppedByTick_ = false;
@@ -240,7 +240,7 @@ bool isOpeningPipe(pid_t process) {
     std::error_code error;
     for (std::filesystem::directory_iterator thread("/proc/" + std::to_string(process) + "/task", error);
          !error && thread != std::filesystem::directory_iterator(); thread.increment(error)) {
-        std::string function; // of the kernel
+        std::string function; // a function of the kernel
         if (std::ifstream(thread->path() / "wchan") >> function && function == "wait_for_partner")
             return true;
     }

@@ -18,8 +18,7 @@
 namespace kelvane {
 namespace {
 
-// Between fork and exec only system calls are safe. What this process has blocked or ignored is its own
-// affair.
+// Resets the signal mask and actions of this process. Between fork and exec only system calls are safe.
 [[noreturn]] void become(char* const* arguments, int failure) {
     for (int number = 1; number < NSIG; ++number)
         ::signal(number, SIG_DFL);
@@ -35,7 +34,7 @@ namespace {
 
 } // namespace
 
-// The process in between ends at once, so that the program is handed on to whoever looks after orphans.
+// The intermediate process ends at once, so that the program is adopted by init or a subreaper.
 std::string startDetached(std::vector<std::string> arguments) {
     std::vector<char*> pointers;
     for (std::string& argument : arguments)

@@ -13,7 +13,7 @@
 
 namespace kelvane {
 
-// What arrives in a pipe, line by line. Belongs to one thread; reading never blocks.
+// Reads a pipe line by line. Belongs to one thread; never blocks.
 class PipeLines {
 public:
     PipeLines(FileDescriptor pipe, std::size_t longest, bool isBinary = false)
@@ -23,8 +23,8 @@ public:
 
     [[nodiscard]] int descriptor() const { return pipe_.get(); }
     [[nodiscard]] bool hasLost() const { return hasLost_; }
-    // Passes on at most 64 KiB, so that a fast writer does not keep the reader from other work; closes the
-    // pipe at its end. False: nothing more can be read now.
+    // Passes on at most 64 KiB, so that a fast writer does not starve other work; closes the pipe at its end.
+    // Returns false when nothing more can be read now.
     template <class Take>
     bool readInto(Take take) {
         std::array<char, 65536> bytes{};

@@ -5,15 +5,15 @@
 
 namespace kelvane {
 
-// A program that the system runs at each system call of a process and of those that it starts.
+// A BPF program that the kernel runs at each system call of a process and its children.
 using SystemCallFilter = std::vector<sock_filter>;
 
-// Answers "done" to each call that would give a file a mode without write permission for the owner. Lets
-// everything through on machines other than x86-64 and ARM64.
+// Reports success, without any effect, for each call that would give a file a mode without owner write
+// permission. Allows everything on architectures other than x86-64 and ARM64.
 [[nodiscard]] SystemCallFilter filterOfReadOnlyModes();
 
-// For this process and for good; afterwards it gets no rights from setuid programs. Where the system has no
-// filters nothing happens. Safe between fork and exec.
+// Permanent for this process, which then gains no rights from setuid programs. Does nothing where the system
+// has no filters. Safe between fork and exec.
 void filterSystemCalls(SystemCallFilter& filter);
 
 } // namespace kelvane

@@ -8,7 +8,7 @@
 namespace kelvane {
 namespace {
 
-// Shared with the completion: an answer that comes after the program's event loop has ended finds it there.
+// Shared with the completion, which may still be called after the event loop of the program has ended.
 struct Wait {
     void end() {
         isOver = true;
@@ -20,7 +20,7 @@ struct Wait {
     bool isGranted = false;
 };
 
-// Goes with the completion, so that the wait also ends when that is dropped without an answer.
+// Destroyed with the completion, so that the wait also ends when the completion is dropped without an answer.
 struct WaitEnder {
     explicit WaitEnder(std::shared_ptr<Wait> what) : wait(std::move(what)) {}
     ~WaitEnder() { wait->end(); }

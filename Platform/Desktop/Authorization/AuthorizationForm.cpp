@@ -36,7 +36,7 @@ std::optional<ProcessIdentity> currentProcess() {
     std::ifstream file("/proc/self/stat");
     std::string line;
     std::getline(file, line);
-    const std::size_t nameEnd = line.rfind(')'); // the name before it may hold blanks and brackets
+    const std::size_t nameEnd = line.rfind(')'); // the name before it may contain blanks and parentheses
     if (nameEnd == std::string::npos)
         return std::nullopt;
     std::istringstream fields(line.substr(nameEnd + 1));

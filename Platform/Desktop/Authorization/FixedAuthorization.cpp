@@ -39,7 +39,7 @@ void FixedAuthorization::lock() {
 
 void FixedAuthorization::post(std::function<void(LockState& lock)> task) {
     mainLoop_->post([weak = std::weak_ptr(lock_), task = std::move(task)] {
-        // Not held meanwhile: it must be seen to go when the one who is told drops it.
+        // Does not keep the lock alive, because the delegate may destroy it.
         if (LockState* const lock = weak.lock().get())
             task(*lock);
     });

@@ -4,7 +4,7 @@
 
 namespace kelvane {
 
-// A lock that asks nobody: everything is granted, or nothing is.
+// A lock without an authority: everything is granted, or nothing is.
 class FixedAuthorization : public Authorization {
 public:
     FixedAuthorization(std::shared_ptr<MainLoop> mainLoop, bool isGranted)
@@ -23,7 +23,7 @@ public:
     [[nodiscard]] AuthorizationProblem problem() const override { return lock_->problem(); }
 
 private:
-    // From the event loop, unless this object has gone by then.
+    // Runs from the event loop, unless this object is destroyed first.
     void post(std::function<void(LockState& lock)> task);
 
     const std::shared_ptr<MainLoop> mainLoop_;

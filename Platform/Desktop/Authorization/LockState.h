@@ -7,10 +7,11 @@
 
 namespace kelvane {
 
-// What every kind of lock keeps and tells: whether it is open, whether the user is being asked, why there was
-// no answer. Main thread only.
+// The state that every kind of lock keeps and reports: whether it is open, whether the user is being asked,
+// why there was no answer. Main thread only.
 //
-// What it tells may drop the lock with everything in it; each operation that tells returns false then.
+// A delegate or completion may destroy the lock and this object; each operation that calls them returns false
+// then.
 class LockState {
 public:
     using Completion = std::function<void(bool granted)>;
@@ -21,18 +22,18 @@ public:
     [[nodiscard]] bool isAsking() const { return isAsking_; }
     [[nodiscard]] const AuthorizationProblem& problem() const { return problem_; }
 
-    // The answer that counts from now on.
+    // Sets the current answer.
     bool settle(bool isAuthorized, AuthorizationProblem problem = {});
 
-    // The user is asked from now on, on behalf of `completion` and of those that came before; they are called
-    // by `finishAsking`, which tells the answer first.
+    // Starts to ask the user, or joins the question in progress. `finishAsking` reports the answer and then
+    // calls all completions.
     void addCompletion(Completion completion);
     bool startAsking();
-    // Counts the questions: the answer to any but this one is too late.
+    // The number of the current question; an answer to an earlier one is ignored.
     [[nodiscard]] unsigned question() const { return question_; }
     void withdrawQuestion() { ++question_; }
     bool finishAsking(bool isAuthorized, AuthorizationProblem problem = {});
-    // The same without an answer: the lock stays as it is, and completions say false.
+    // The same without an answer: the lock keeps its state, and the completions get false.
     bool stopAsking(AuthorizationProblem problem = {});
 
 private:
@@ -45,7 +46,7 @@ private:
     unsigned question_ = 0;
     AuthorizationProblem problem_;
     std::vector<Completion> completions_;
-    // Ends with this object: by a weak pointer to it, what has called out sees whether it may go on.
+    // A weak pointer to it tells a function that called out whether this object still exists.
     const std::shared_ptr<const void> presence_ = std::make_shared<char>();
 };
 

@@ -9,7 +9,7 @@ namespace {
 
 constexpr mode_t readableByAll = 0644;
 
-// As one piece: polkit forgets what stands before a character reference.
+// Written as one piece: polkit drops text before a character reference.
 QString asCharacterData(const std::string& text) {
     return "<![CDATA[" + QString::fromStdString(text).replace("]]>", "]]]]><![CDATA[>") + "]]>";
 }

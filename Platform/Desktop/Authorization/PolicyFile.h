@@ -6,15 +6,14 @@
 
 namespace kelvane {
 
-// Where polkit looks for the rights that it knows.
+// Where polkit looks for definitions of rights.
 inline constexpr const char* policyFolder = "/usr/share/polkit-1/actions";
 
-// The file that makes the right known to polkit: an administrator has to confirm it, and the confirmation is
-// kept for a while.
+// The file that defines the right for polkit: an administrator must confirm it, and the confirmation is kept
+// for some minutes.
 [[nodiscard]] std::string policyText(const RightDefinition& right);
 
-// Writes it into the folder, which only root can on a common system. Says why it could not, empty when it
-// could.
+// Writes the file into the folder, which normally needs root. Returns why it failed, or empty on success.
 [[nodiscard]] std::string installPolicy(const RightDefinition& right, const std::string& folder);
 
 } // namespace kelvane

@@ -41,7 +41,7 @@ QDBusMessage messageOf(const PolkitAuthority::Question& question) {
     return message;
 }
 
-// Empty for the answer that was expected.
+// Empty when the answer has the expected signature.
 std::string errorOf(const QDBusMessage& answer, const char* signature) {
     if (answer.type() == QDBusMessage::ErrorMessage) {
         const std::string text = answer.errorMessage().toStdString();
@@ -133,7 +133,7 @@ PolkitAnswer PolkitAuthority::checkNow(const Question& question) {
 }
 
 void PolkitAuthority::authorityChanged() {
-    // A copy: it may drop this object.
+    // A copy, because the callback may destroy this object.
     const auto changed = changed_;
     changed();
 }
@@ -160,7 +160,7 @@ bool PolkitAuthority::subscribe() {
 
 void PolkitAuthority::call(const QDBusMessage& message, std::chrono::milliseconds patience,
                            std::function<void(const QDBusMessage&)> completion) {
-    // A call on a connection that has gone never finishes by itself.
+    // A call on a lost connection never finishes by itself.
     const QDBusPendingCall pending =
         bus().isConnected()
             ? bus_.asyncCall(message, milliseconds(patience))
@@ -169,7 +169,7 @@ void PolkitAuthority::call(const QDBusMessage& message, std::chrono::millisecond
     const auto finished = [completion = std::move(completion)](QDBusPendingCallWatcher* call) {
         const QDBusMessage answer = call->reply();
         call->deleteLater();
-        // A copy: it may drop this object, and the watcher with it.
+        // A copy, because the completion may destroy this object, and the watcher with it.
         const auto last = completion;
         last(answer);
     };

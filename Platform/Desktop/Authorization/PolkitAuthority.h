@@ -13,17 +13,18 @@
 
 namespace kelvane {
 
-// What polkit answers to the question whether a process has a right.
+// Polkit's answer whether a process has a right.
 struct PolkitAnswer {
-    std::string error; // of the bus or of polkit; empty when there was an answer
+    std::string error; // from the bus or from polkit; empty when there was an answer
     bool isAuthorized = false;
-    bool isChallenge = false;           // somebody would have to be asked, and nobody was
-    bool isDismissed = false;           // the one who was asked closed the question
-    std::string temporaryAuthorization; // what it rests on, for giving it back; may be empty
+    bool isChallenge = false; // the user would have to be asked, and was not
+    bool isDismissed = false; // the user closed the password dialog
+    // the id of the temporary authorization, for revoking it; may be empty
+    std::string temporaryAuthorization;
 };
 
-// polkit's authority over a connection of its own to the system bus. Nothing waits: each completion is called
-// from the event loop, unless this object goes first. Belongs to the thread of the QCoreApplication.
+// Polkit's authority over its own connection to the system bus. Nothing blocks: each completion is called
+// from the event loop, unless this object is destroyed first. Belongs to the thread of the QCoreApplication.
 class PolkitAuthority : public QObject {
     Q_OBJECT
 
@@ -33,28 +34,28 @@ public:
         ProcessIdentity process;
         std::string right;
         Interaction interaction = Interaction::Never;
-        std::string cancellation; // what `cancel` calls it; may be empty
+        std::string cancellation; // the id for `cancel`; may be empty
         std::chrono::milliseconds patience = Authorization::answerPatience;
     };
 
-    // `changed` runs whenever an answer may have become another one, also when polkit itself went or came.
+    // `changed` is called whenever an answer may have changed, also when polkit itself stopped or started.
     explicit PolkitAuthority(std::function<void()> changed);
     ~PolkitAuthority() override;
 
     void check(const Question& question, std::function<void(const PolkitAnswer&)> completion);
-    // The question that is under way under that name ends with an error.
+    // The question with that id ends with an error.
     void cancel(const std::string& cancellation);
-    // Says why it could not be, empty when it was.
+    // Completes with the reason of a failure, or empty on success.
     void revoke(const std::string& temporaryAuthorization, std::function<void(std::string)> completion);
-    // The names of all rights that it knows; none when it does not answer.
+    // The names of all rights that polkit knows; none when it does not answer.
     void enumerateRights(std::function<void(std::optional<std::vector<std::string>>)> completion);
 
-    // The same as `check`, and waits for it.
+    // The blocking form of `check`.
     [[nodiscard]] static PolkitAnswer checkNow(const Question& question);
 
 private:
     Q_SLOT void authorityChanged();
-    // Connects again where the connection was lost.
+    // Reconnects when the connection was lost.
     [[nodiscard]] QDBusConnection& bus();
     bool subscribe();
     void call(const QDBusMessage& message, std::chrono::milliseconds patience,

@@ -116,7 +116,7 @@ void PolkitAuthorization::update() {
 
 void PolkitAuthorization::updated(const PolkitAnswer& answer) {
     isUpdating_ = false;
-    // What the user has done meanwhile counts.
+    // The user has closed the lock meanwhile, which takes precedence.
     if (isClosedByUser_)
         return;
     if (lock_.isAsking()) {
@@ -124,7 +124,7 @@ void PolkitAuthorization::updated(const PolkitAnswer& answer) {
         return;
     }
     temporaryAuthorization_ = answer.temporaryAuthorization;
-    // That somebody would have to be asked is no problem here.
+    // An answer that the user would have to be asked is not a problem here.
     if (lock_.settle(answer.isAuthorized,
                      answer.error.empty() ? AuthorizationProblem() : problemOf(answer)) &&
         needsUpdate_)
@@ -132,7 +132,7 @@ void PolkitAuthorization::updated(const PolkitAnswer& answer) {
 }
 
 void PolkitAuthorization::answered(const PolkitAnswer& answer) {
-    // One that has lost its patience leaves the question on the screen.
+    // After a timeout the password dialog is still on the screen.
     if (!answer.error.empty())
         authority_.cancel(cancellation());
     temporaryAuthorization_ = answer.temporaryAuthorization;

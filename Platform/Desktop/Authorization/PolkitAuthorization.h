@@ -6,10 +6,10 @@
 
 namespace kelvane {
 
-// A lock whose authority is polkit: the right is its action of that name, given to this process.
+// A lock with polkit as its authority: the right is the polkit action of that name, granted to this process.
 class PolkitAuthorization : public Authorization {
 public:
-    // A missing right is made known by a file in `folder`.
+    // A missing right is installed as a file in `folder`.
     PolkitAuthorization(std::shared_ptr<MainLoop> mainLoop, RightDefinition right,
                         std::string folder = policyFolder);
     ~PolkitAuthorization() override;
@@ -34,7 +34,7 @@ private:
     void update();
     void updated(const PolkitAnswer& answer);
     void answered(const PolkitAnswer& answer);
-    // Unless this object has gone by then.
+    // Does nothing if this object is destroyed first.
     void post(std::function<void()> task);
 
     const std::shared_ptr<MainLoop> mainLoop_;
@@ -42,9 +42,9 @@ private:
     const std::string folder_;
     const std::optional<ProcessIdentity> process_ = currentProcess();
     LockState lock_;
-    bool isUpdating_ = false;  // an update waits for its answer
-    bool needsUpdate_ = false; // what changed meanwhile
-    bool isFollowing_ = false; // from `startUpdating` on
+    bool isUpdating_ = false;  // an update is waiting for its answer
+    bool needsUpdate_ = false; // something changed during the update
+    bool isFollowing_ = false; // set by `startUpdating`
     bool isClosedByUser_ = false;
     std::string temporaryAuthorization_;
     PolkitAuthority authority_;
