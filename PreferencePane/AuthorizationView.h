@@ -12,8 +12,8 @@ class QToolButton;
 
 namespace kelvane {
 
-// The lock at the pane's lower edge: a button and a line that says what it does, whether somebody is being
-// asked for a password, and why nobody could be.
+// The lock at the pane's lower edge: a button, and a line that says what a click does, whether the user is
+// being asked for a password, and why that was not possible.
 class AuthorizationView : public QWidget {
     Q_OBJECT
 
@@ -24,13 +24,13 @@ public:
         AuthorizationProblem problem;
     };
 
-    // The bundle outlives it.
+    // `bundle` must outlive the view.
     AuthorizationView(const Bundle& bundle, QWidget* parent);
 
-    // Pictures of the two states; the view is complete without them.
+    // Icons of the two states; optional.
     void setIcons(const QIcon& locked, const QIcon& unlocked);
     void showState(const State& state);
-    // What a click does, whatever is shown.
+    // Called on every click, whatever the lock shows.
     void setAction(std::function<void()> action) { action_ = std::move(action); }
 
 private:

@@ -7,7 +7,7 @@
 namespace kelvane {
 namespace {
 
-// The same picture on a selected row, which the toolkit would tint.
+// Also sets the image for a selected row, which the toolkit would tint.
 QIcon bullet(const Bundle& bundle, std::string_view name) {
     QIcon icon;
     if (const auto path = bundle.resourcePath(name, "png"))

@@ -7,15 +7,14 @@
 
 namespace kelvane {
 
-// The bullets that say in colour and shape what is backed up: PNG resources of the bundle, with a second one
-// of twice the size where the screen is that fine. Main thread only. A picture that is missing is an empty
-// one.
+// The bullets that show the backup state by colour and shape: PNG resources of the bundle, each with a
+// double-size variant for high-resolution screens. Main thread only. A missing image gives an empty icon.
 class Bullets {
 public:
     void load(const Bundle& bundle);
 
-    // Red for what is no colour of a backup. A gray item, a folder with something of both, has the partly
-    // green bullet; the gray one marks nothing here.
+    // Red for a number that is not a backup colour. A gray item, which is a folder with mixed contents, has
+    // the partly green bullet; the gray bullet is not used here.
     [[nodiscard]] const QIcon& imageForColor(std::int32_t color) const;
 
 private:

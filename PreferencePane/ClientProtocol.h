@@ -5,7 +5,7 @@
 
 namespace kelvane {
 
-// The daemon's calls, on the main thread. The link holds it weakly; it goes with the controller.
+// Receives the daemon's calls on the main thread. The link holds it weakly; the controller owns it.
 class ComKelvanePreferencePanePref::ClientProtocol : public ClientTarget {
 public:
     explicit ClientProtocol(ComKelvanePreferencePanePref& controller) : controller_(controller) {}

@@ -14,9 +14,9 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto marketNameInterval = 60s;
-// Before it, windows were too narrow for this pane.
+// Windows of earlier versions were too narrow for this pane.
 constexpr std::uint32_t versionOfWideWindows = 0x1050;
-constexpr int missingWidth = 75; // points
+constexpr int missingWidth = 75; // in points
 
 RightDefinition changeRight() {
     return {"com.kelvane.prefs.change", "Change what Kelvane backs up",
@@ -103,7 +103,7 @@ void ComKelvanePreferencePanePref::beginBackupState() {
 
 void ComKelvanePreferencePanePref::willUnselect() {
     disconnectFromDaemon();
-    showRestoreProgress(false); // whether one still runs is asked on the next link
+    showRestoreProgress(false); // the next link asks whether a restore still runs
     changeTabConfiguration(tabconfiguration::normal, false);
     if (parts_.info)
         parts_.info->closeInfoWindows();
@@ -112,7 +112,7 @@ void ComKelvanePreferencePanePref::willUnselect() {
     if (parts_.status)
         parts_.status->writeStatusFieldsToDefaultsDB();
     if (std::exchange(badConfiguration_, false))
-        changeTabConfiguration(tabconfiguration::normal, true); // what the flag held back
+        changeTabConfiguration(tabconfiguration::normal, true); // a change that the flag held back
 }
 
 void ComKelvanePreferencePanePref::disconnectFromDaemon() {
@@ -174,7 +174,7 @@ bool ComKelvanePreferencePanePref::setRestoreProgressVisible(bool visible) {
     return true;
 }
 
-// Whether the daemon is to tell this pane, on the link of now, how far its restore is.
+// Subscribes to the restore progress on the current link, or unsubscribes.
 void ComKelvanePreferencePanePref::registerHandlers(bool wanted) {
     const std::shared_ptr<BackupState> state = backupState_;
     if (!state)

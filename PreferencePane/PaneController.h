@@ -14,7 +14,7 @@
 
 namespace kelvane {
 
-// What a pane controller is given: the machine, as its tabs are to see it.
+// The platform services that a pane controller passes to its tabs.
 struct PanePlatform {
     std::shared_ptr<const Bundle> bundle;
     std::shared_ptr<NotificationCenter> notifications;
@@ -25,20 +25,20 @@ struct PanePlatform {
     std::function<bool(std::string_view path)> isMountPoint = kelvane::isMountPoint;
 };
 
-// The controllers that it drives. One that is missing has no tab, and nothing is asked of it.
+// The controllers that the pane controller drives. A missing one has no tab and gets no calls.
 struct PaneParts {
-    std::unique_ptr<InfoWindows> info; // outlives the tabs, which point it at files
+    std::unique_ptr<InfoWindows> info; // outlives the tabs, which set its file
     std::unique_ptr<StatusTab> status;
     std::unique_ptr<BackupTab> backup;
     std::unique_ptr<RestoreTab> restore;
     std::unique_ptr<HelpTab> help;
 };
 
-// The pane's principal class: owns the facade over the daemon for as long as the pane is shown, decides which
-// tabs are visible, unlocks changes, swaps the tab area for the restore progress, and passes the daemon's
-// calls on to the tabs.
+// The pane's principal class. It owns the facade over the daemon while the pane is shown, decides which tabs
+// are visible, unlocks changes, shows the restore progress in place of the tab area, and passes the daemon's
+// calls to the tabs.
 //
-// Main thread only. It is made without its parts, because they need it; `setParts` comes before
+// Main thread only. It is created without its parts, because they need it; `setParts` must be called before
 // `awakeFromNib`. The host outlives it.
 class ComKelvanePreferencePanePref final : public Pane, public PaneServices, private AuthorizationDelegate {
 public:
@@ -70,7 +70,7 @@ public:
     [[nodiscard]] Authorization& authorization() const override { return *authorization_; }
     void terminateHost() override { host_.terminate(); }
 
-    // That the right exists is not enough: somebody must have granted it.
+    // The right must exist and must have been granted.
     [[nodiscard]] bool prefPaneAccessAuthorized() const override {
         return authorization_->state() == Authorization::State::Authorized;
     }
@@ -92,14 +92,14 @@ public:
     [[nodiscard]] QIcon bulletImageForColor(std::int32_t color) const override {
         return bullets_.imageForColor(color);
     }
-    // Of what the daemon says about the path.
+    // The bullet for the colour that the daemon reports for the path.
     [[nodiscard]] QIcon bulletImageForPath(const std::string& path) const;
-    // Whether an application of this identifier runs in the user's session, upper and lower case being the
-    // same.
+    // Whether an application with this identifier, compared without regard to case, runs in the user's
+    // session.
     [[nodiscard]] bool isLaunchAgentProcessRunning(const std::string& bundleIdentifier) const;
     [[nodiscard]] bool existsDriveMountedAtSVD() const override;
 
-    // What the daemon's calls come to, on the main thread.
+    // The daemon's calls, forwarded on the main thread.
     void fileChanged(const std::string& path);
     void folderChanged(const std::string& path);
     void stateChanged(std::uint32_t state);
@@ -112,7 +112,7 @@ private:
     void onConnectionChanged();
     void onBackupStateChanged();
     void resumeRestoreProgress();
-    bool setRestoreProgressVisible(bool visible); // whether that is a change
+    bool setRestoreProgressVisible(bool visible); // returns whether the visibility changed
     void registerHandlers(bool wanted);
     void updateMarketName();
     void fastUserSwitchNotification(bool isActive);
@@ -132,7 +132,7 @@ private:
     const std::shared_ptr<MainLoop> mainLoop_;
     Bullets bullets_;
     std::unique_ptr<Authorization> authorization_;
-    // Deleted after the parts, whose widgets it has taken.
+    // Destroyed after the parts, whose widgets it has adopted.
     const std::unique_ptr<PaneView> view_;
     PaneParts parts_;
     PaneFlags flags_;

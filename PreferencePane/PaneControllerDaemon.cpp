@@ -1,4 +1,4 @@
-// How the pane controller answers to the daemon: its link, its state and its calls.
+// The daemon side of the pane controller: link, state and calls.
 
 #include "PreferencePane/PaneController.h"
 
@@ -29,7 +29,7 @@ void ComKelvanePreferencePanePref::onConnectionChanged() {
     resumeRestoreProgress();
 }
 
-// A restore may have begun before this link was there, or have ended since the last one.
+// A restore may have started before this link, or ended since the last one.
 void ComKelvanePreferencePanePref::resumeRestoreProgress() {
     const std::shared_ptr<KelvaneProxy> daemon = proxy();
     if (!daemon)
@@ -44,7 +44,7 @@ void ComKelvanePreferencePanePref::resumeRestoreProgress() {
         return; // the link was lost meanwhile; the next one asks again
     setRestoreProgressVisible(isRunning);
     if (isRunning)
-        registerHandlers(true); // a new link has none
+        registerHandlers(true); // a new link has no subscription
 }
 
 void ComKelvanePreferencePanePref::updateMarketName() {
@@ -55,13 +55,13 @@ void ComKelvanePreferencePanePref::updateMarketName() {
     const std::string name = bundle()->localizedString(skinId, "", "MarketNames");
     if (name.empty() || name == skinId)
         return;
-    // The id, not the name: one that stands there was put there on purpose.
+    // Compares the id and not the name: a name that is set was set on purpose.
     if (view_->marketName() != skinId)
         view_->setMarketName(name);
 }
 
-// Whoever comes back sees what is so now, and not what was so two seconds ago. In its turn, like all that
-// asks the daemon.
+// Updates at once, so that a user who switches back sees the current state and not that of two seconds ago.
+// Posted, like everything that asks the daemon.
 void ComKelvanePreferencePanePref::fastUserSwitchNotification(bool isActive) {
     if (!isActive)
         return;
@@ -90,13 +90,13 @@ void ComKelvanePreferencePanePref::folderChanged(const std::string& path) {
 
 void ComKelvanePreferencePanePref::stateChanged(std::uint32_t state) {
     if (!backupState_)
-        return; // it came before the pane was hidden and is read after
+        return; // posted before the pane was hidden
     if (state == restoreprogress::begin)
         return showRestoreProgress(true);
     const std::shared_ptr<KelvaneProxy> daemon = proxy();
     if (!parts_.restore)
         return;
-    // Without a daemon the answer is nothing or 0, as it is when the link is lost in the middle of it.
+    // Without a daemon, or when the link is lost during the call, the answer is empty or 0.
     if (state == restoreprogress::currentFile)
         parts_.restore->restoredFileName(daemon ? daemon->call<"stringForState:">(state).stringValue()
                                                 : std::string());

@@ -1,4 +1,4 @@
-// The lock: who may change what the pane shows.
+// The lock that decides whether the pane's settings can be changed.
 
 #include "PreferencePane/PaneController.h"
 
@@ -16,7 +16,7 @@ void ComKelvanePreferencePanePref::setupAuth() {
         if (status == Authorization::RightStatus::Absent)
             authorization_->createRight([this](bool) { authorization_->startUpdating(); });
         else
-            authorization_->startUpdating(); // its first check says whether the lock is open
+            authorization_->startUpdating(); // its first check determines whether the lock is open
     });
 }
 

@@ -28,7 +28,8 @@ PaneView::PaneView(const Bundle& bundle)
       progressPlace_(new QWidget),
       tabArea_(new QStackedLayout),
       authView_(new AuthorizationView(bundle, this)) {
-    setWindowTitle(QString::fromStdString(bundle.information("CFBundleName").stringValue())); // of sheets
+    // title of the sheets
+    setWindowTitle(QString::fromStdString(bundle.information("CFBundleName").stringValue()));
     for (const auto& [tab, title] : tabTitles) {
         TabItem& made = item(tab);
         made.title = QString::fromStdString(bundle.localizedString(title, title));
@@ -82,7 +83,7 @@ void PaneView::show(PaneTab tab, bool isShown) {
         return;
     }
     tabView_->removeTab(tabView_->indexOf(changed.page));
-    changed.page->setParent(this); // or it would be deleted with the tab area and not with this
+    changed.page->setParent(this); // otherwise it would be deleted with the tab area
     changed.page->hide();
 }
 

@@ -19,18 +19,18 @@ enum class PaneTab : std::size_t { Status, Backup, Restore, Help, Message };
 inline constexpr std::size_t paneTabCount = 5;
 
 // The pane's whole view: the market's name, the tab area or the restore progress in its place, and the lock.
-// Knows nothing of what the tabs do.
+// Does not know what the tabs do.
 class PaneView : public QWidget {
     Q_OBJECT
 
 public:
-    // Takes the titles of the tabs from the bundle.
+    // Reads the tab titles from the bundle.
     explicit PaneView(const Bundle& bundle);
 
-    // Gives a page something to show and its tab a place; a page without stays out of the tab area.
+    // Sets the content of a page and reserves its tab; a page without content stays out of the tab area.
     void fill(PaneTab tab, QWidget* content = nullptr);
-    // Appends the page's tab, before Help, which is always there, or takes it out; nothing when it is so
-    // already.
+    // Shows the page's tab before Help, which is always visible, or hides it; does nothing when nothing
+    // changes.
     void show(PaneTab tab, bool isShown);
     [[nodiscard]] bool isShown(PaneTab tab) const { return item(tab).isShown; }
     [[nodiscard]] QWidget* page(PaneTab tab) const { return item(tab).page; }
@@ -43,7 +43,7 @@ public:
     [[nodiscard]] std::string marketName() const;
     void setMarketName(const std::string& name);
 
-    // At the tab area's top left corner, in its own size.
+    // Placed in the tab area's top left corner, in its own size.
     void setRestoreProgressView(QWidget* view);
     void showRestoreProgress(bool isShown);
 

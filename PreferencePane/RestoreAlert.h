@@ -4,8 +4,8 @@
 
 namespace kelvane {
 
-// Whether an alert of the daemon, fields separated by "|", says that a restore is over: "restore_finished"
-// with an empty fifth field. One with fewer fields is malformed and says nothing.
+// Whether an alert of the daemon, with fields separated by "|", reports the end of a restore:
+// "restore_finished" with an empty fifth field. False for a malformed alert with fewer fields.
 [[nodiscard]] bool endsRestoreProgress(std::string_view alert);
 
 } // namespace kelvane

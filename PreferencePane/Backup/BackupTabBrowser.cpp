@@ -1,4 +1,4 @@
-// Manual mode: the browser of the live disk, and the marks that a person sets in it.
+// Manual mode: the browser of the local disk, in which the user includes and excludes items.
 
 #include "Foundation/PathComponents.h"
 #include "PreferencePane/Backup/BackupTabController.h"
@@ -21,8 +21,8 @@ Value pathsOf(const std::vector<VisibleFile>& files) {
 
 } // namespace
 
-// A folder is watched before it is read, so that nothing changes unseen in between. An answer of
-// nothing is an empty column; a link that is lost in the middle leaves the rows as they are.
+// A folder is watched before it is read, so that no change in between is missed. An empty answer gives an
+// empty column; when the link is lost during the call, the rows stay.
 std::optional<BrowserRows> KelvaneBackupTabController::createRowsForColumn(ColumnBrowser& browser,
                                                                            int column) {
     const auto daemon = prefs_.proxy();
@@ -81,9 +81,8 @@ IconHandle KelvaneBackupTabController::imageForCell(const KelvaneBrowserCell& ce
     return prefs_.fileServices().iconOfFile(cell.getFilePath());
 }
 
-// The open folders, once for all that has changed where no notice of it could come: while the daemon was
-// away, in the other mode, or by another policy. What they show depends on the policy. The first column has
-// its own occasions.
+// Reloads the open folders once after changes that were not notified: while the daemon was away, in the other
+// mode, or after a change of the policy. The first column has its own triggers.
 void KelvaneBackupTabController::refreshFolders() {
     if (!areFoldersStale_ || !isPolicyRead_ || !manualBackupMode_ || !prefs_.connected())
         return;
@@ -127,8 +126,8 @@ void KelvaneBackupTabController::showToggleState(std::int32_t state) {
     manual_->manualToggleButton->setText(QString::fromStdString(text));
 }
 
-// What was chosen may have gone from the disk, which leaves the folder that held it selected: the button has
-// not spoken of that. All that is selected stands in one column.
+// A selected item may have been deleted, in which case its parent folder is selected; the button does not
+// apply to that folder. The whole selection is in one column.
 void KelvaneBackupTabController::manualToggleAction() {
     const std::vector<std::string> paths = manual_->manualBrowser->selectedFilePaths();
     if (paths != chosenPaths_)
@@ -137,7 +136,7 @@ void KelvaneBackupTabController::manualToggleAction() {
     if (paths.empty() || !daemon)
         return;
     const int column = columnOf(paths.front());
-    // On another link the selection has been looked at again.
+    // With a new link the selection has been read again.
     static_cast<void>(workShowingProgress(prefs_, prefs_.text("Changing your backup…"), paths.size(),
                                           [&](std::size_t item) {
                                               if (prefs_.proxy() == daemon)
@@ -146,9 +145,9 @@ void KelvaneBackupTabController::manualToggleAction() {
                                           }));
 }
 
-// The state is that of the whole selection and may be another for the next path; only the item itself is
-// asked for again, as the others have not been touched. It is read again after the path was added, as whoever
-// is told of the reload may have changed it.
+// The button's state is that of the whole selection and may change with the next path, so each item is asked
+// for again on its own. It is read again after the path was added, because an observer of the reload may have
+// changed it.
 void KelvaneBackupTabController::toggle(std::size_t item, int column) {
     const std::string path = chosenPaths_[item];
     const PaneFlags& flags = prefs_.flags();
@@ -173,7 +172,7 @@ void KelvaneBackupTabController::toggle(std::size_t item, int column) {
     showToggleState(chosenMarks_.toggleState());
 }
 
-// -1: none shows it.
+// -1: no column shows the path.
 int KelvaneBackupTabController::columnOf(const std::string& path) const {
     return columnForPath(path, *manual_->manualBrowser, *prefs_.fileServices().fileSystem().volumes());
 }

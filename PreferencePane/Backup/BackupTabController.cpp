@@ -1,4 +1,4 @@
-// Which of its views the Backup tab shows, and what in them can be used. The list of exclusions is in
+// Chooses the view of the Backup tab and enables its controls. The list of exclusions is in
 // BackupTabExclusions.cpp, the browser in BackupTabBrowser.cpp.
 
 #include "PreferencePane/Backup/BackupTabController.h"
@@ -16,7 +16,7 @@
 namespace kelvane {
 namespace {
 
-// The daemon's backup state from which it has its policy at hand.
+// The lowest backup state in which the daemon has loaded its policy.
 
 constexpr const char* viewNames[] = {"disabled", "auto-backup", "manual-backup"};
 
@@ -82,7 +82,7 @@ void KelvaneBackupTabController::connectControls() {
                      [this] { tableViewSelectionDidChange(); });
     QObject::connect(table, &ExcludeTable::dropped, &context_,
                      [this](const std::vector<std::string>& paths) { addExcludePaths(paths); });
-    // A button that is disabled ignores its key, too.
+    // The key must not work while the button is disabled.
     QObject::connect(table, &ExcludeTable::insertPressed, auto_->addSegment, &QAbstractButton::click);
     QObject::connect(table, &ExcludeTable::deletePressed, auto_->removeSegment, &QAbstractButton::click);
     QObject::connect(manual_->manualBrowser, &ColumnBrowser::chosen, &context_,
@@ -107,7 +107,7 @@ void KelvaneBackupTabController::setCurrentView() {
                 viewNames[static_cast<std::size_t>(view)], nameOfView(target), nameOfView(shownView(page)));
     if (view == BackupView::Auto)
         folderChanged({});
-    // That asked the daemon: the link may be gone by now, which has been shown then.
+    // That asked the daemon: if the link was lost meanwhile, another view is shown already.
     if (target == nullptr || target == shownView(page) || view != wantedView())
         return;
     KelvaneCLog("BackupTab:setCurrentView: Really switching to new view (%@)", nameOfView(target));
@@ -127,10 +127,10 @@ void KelvaneBackupTabController::autoManualAction() {
     const bool isManual = !manualBackupMode_;
     setManualBackupMode(isManual);
     state->setAutomaticMode(!isManual);
-    refreshFolders(); // by the rules of the new mode
+    refreshFolders(); // the new mode has other rules
 }
 
-// What asks the daemon is last. Nobody could look at what was selected while it could not be marked.
+// The step that asks the daemon comes last. While disabled, the tab did not follow the selection.
 void KelvaneBackupTabController::enableTabItems(bool enabled) {
     tabsEnabled_ = enabled;
     setCurrentView();
@@ -159,7 +159,7 @@ void KelvaneBackupTabController::enableTabItems(bool enabled) {
         manualBrowserAction();
 }
 
-// What is chosen now could not be excluded.
+// Closes the panel, because what the user chooses in it could not be excluded.
 void KelvaneBackupTabController::closePanel() {
     if (ChoosePanel* const panel = panel_)
         panel->reject();

@@ -26,15 +26,15 @@ namespace kelvane {
 
 class ChoosePanel;
 
-// The Backup tab: what is backed up. In automatic mode a list of what is left out, in manual mode the live
-// disk in a browser whose rows are marked one by one, and a third view while there is no daemon. The folders
-// that the browser shows are watched, and its columns follow them.
+// The Backup tab, which controls what is backed up: in automatic mode a list of exclusions, in manual mode a
+// browser of the local disk whose items are included or excluded one by one, and a third view while there is
+// no daemon. The browser watches the folders that it shows and updates its columns.
 //
 // Main thread only. The pane and the Info window's controller outlive it. Its views are children of the
-// pane's page for them, which holds one at a time.
+// pane's page for them, which shows one at a time.
 class KelvaneBackupTabController final : public BackupTab, private ColumnBrowserDelegate {
 public:
-    // Null when folders cannot be watched.
+    // Null when watching folders is not possible.
     [[nodiscard]] static std::unique_ptr<KelvaneBackupTabController>
     create(PaneServices& prefs, KelvaneInfoWindowController& infoController);
     ~KelvaneBackupTabController() override;
@@ -42,7 +42,7 @@ public:
     void awakeFromNib() override;
     void enableTabItems(bool enabled) override;
     void fileChanged(const std::string& path) override;
-    // Whatever the path: the list of excluded items is read anew.
+    // Reads the whole list of excluded items again, whatever the path.
     void folderChanged(const std::string& path) override;
 
 private:
@@ -93,17 +93,17 @@ private:
 
     std::vector<std::string> policyExcludeList_;
     VisibleFiles visibleFiles_;
-    // What the toggle button speaks of, and what the daemon last said of each.
+    // The paths that the toggle button applies to, with the daemon's last answer for each.
     std::vector<std::string> chosenPaths_;
     FileNodeList chosenNodes_;
     MarkCounts chosenMarks_;
     bool manualBackupMode_ = false;
     bool tabsEnabled_ = false;
-    bool isPolicyRead_ = false;    // from the daemon that is connected
-    bool areFoldersStale_ = false; // the open ones, apart from the first column
+    bool isPolicyRead_ = false;    // from the connected daemon
+    bool areFoldersStale_ = false; // applies to the open folders, not to the first column
     ReloadThrottle throttle_;
     std::unique_ptr<FolderWatcher> watcher_;
-    QObject context_; // what the controls call ends with it
+    QObject context_; // its destruction disconnects the controls
 };
 
 } // namespace kelvane

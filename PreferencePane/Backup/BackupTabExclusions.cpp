@@ -1,4 +1,4 @@
-// Automatic mode: the list of what is left out of the backup.
+// Automatic mode: the list of exclusions.
 
 #include "PreferencePane/Backup/BackupTabController.h"
 #include "PreferencePane/Backup/ChoosePanel.h"
@@ -67,7 +67,7 @@ void KelvaneBackupTabController::addFilesDidEnd(const std::vector<std::string>& 
         addExcludePaths(filenames);
 }
 
-// The list follows when the daemon says that it has changed.
+// The list is updated when the daemon notifies of the change.
 void KelvaneBackupTabController::addExcludePaths(const std::vector<std::string>& paths) {
     const auto volumes = prefs_.fileServices().fileSystem().volumes();
     for (const std::string& path : paths) {
@@ -81,7 +81,7 @@ void KelvaneBackupTabController::addExcludePaths(const std::vector<std::string>&
     }
 }
 
-// The table keeps its rows until the daemon has said what is excluded now.
+// The rows stay until the daemon has reported the new exclusions.
 void KelvaneBackupTabController::removeSelected() {
     for (const FileNodeRef& selected : auto_->excludeTable->selectedNodes()) {
         const std::string path = selected->path();

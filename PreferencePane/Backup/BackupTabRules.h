@@ -12,7 +12,7 @@
 
 namespace kelvane {
 
-// What the Backup tab decides, as functions of plain values.
+// The decisions of the Backup tab, as pure functions.
 
 enum class BackupView { Disabled, Auto, Manual };
 
@@ -24,29 +24,29 @@ struct PaneConditions {
     bool isConnected = false;
     bool isAuthorized = false;
     bool isRecovering = false;
-    bool isEnabled = false; // what `enableTabItems` was told
+    bool isEnabled = false; // the argument of the last `enableTabItems`
 };
 
-// What stands above a view: the key of its text, and English.
+// The text above a view: its key and the English text.
 struct ContextText {
     BackupView view;
     bool isRecovering;
     std::string_view key;
     std::string_view english;
 };
-// Not for the disabled view.
+// Not valid for the disabled view.
 [[nodiscard]] const ContextText& contextTextFor(BackupView view, bool isRecovering);
 
 struct TabItems {
-    bool excludes = false;     // the segments that add and remove, and the way to manual mode
-    bool marks = false;        // the toggle button, and the way back
-    bool enablesTable = false; // else it stays as it is
+    bool excludes = false;     // the add and remove buttons, and the switch to manual mode
+    bool marks = false;        // the toggle button, and the switch to automatic mode
+    bool enablesTable = false; // otherwise unchanged
     bool reloadsFirstColumn = false;
-    std::optional<bool> saysRecovering; // above the views; none: it stays as it is
+    std::optional<bool> saysRecovering; // the text above the views; none: unchanged
 };
 [[nodiscard]] TabItems tabItemsFor(const PaneConditions& conditions);
 
-// None: it stays as it is.
+// None: unchanged.
 struct ExcludeSegments {
     std::optional<bool> add;
     std::optional<bool> remove;
@@ -62,7 +62,7 @@ inline constexpr std::int32_t add = 0;    // "Back this up"
 inline constexpr std::int32_t remove = 1; // "Do not back this up"
 } // namespace togglestate
 
-// How several items are marked, kept up while one after the other changes. A null node is a path that the
+// The states of several selected items, updated while they change one by one. A null node is a path that the
 // daemon does not know.
 class MarkCounts {
 public:
@@ -76,14 +76,14 @@ private:
     void count(const FileNodeRef& node, int change);
 
     std::ptrdiff_t unchecked_ = 0;
-    std::ptrdiff_t waiting_ = 0; // of those
+    std::ptrdiff_t waiting_ = 0; // of the selected items
 };
 
-// A path that a person has chosen or dropped, as the daemon knows paths: below a volume's name where that is
-// another than the boot volume. None for a whole volume, which cannot be excluded.
+// Converts a path that the user chose or dropped to the daemon's form: below the volume's name unless on the
+// boot volume. None for a whole volume, which cannot be excluded.
 [[nodiscard]] std::optional<std::string> excludablePath(const std::string& path, const Volumes& volumes);
 
-// The first that matches, null when none does. A path ends in a separator.
+// The first pattern that matches, or null. The path must end with a separator.
 [[nodiscard]] const std::string* matchingPattern(std::string_view path,
                                                  std::span<const std::string> patterns);
 

@@ -10,7 +10,7 @@
 
 namespace kelvane {
 
-// The desktop's own dialogs choose files or folders, but not both.
+// The desktop's dialogs choose either files or folders, not both.
 ChoosePanel::ChoosePanel(QWidget* window, const QString& message, const QString& prompt)
     : QFileDialog(window, message), prompt_(prompt) {
     setOption(DontUseNativeDialog);
@@ -28,14 +28,14 @@ ChoosePanel::ChoosePanel(QWidget* window, const QString& message, const QString&
 std::vector<std::string> ChoosePanel::filenames() const {
     std::vector<std::string> names;
     for (const QString& file : existingFiles()) {
-        std::error_code error; // of a link that leads nowhere, which is meant itself
+        std::error_code error; // for a broken link, which is then chosen itself
         const std::string target = std::filesystem::canonical(file.toStdString(), error).string();
         names.push_back(error ? QDir::cleanPath(file).toStdString() : target);
     }
     return names;
 }
 
-// As it comes, the dialog would go into a folder instead of choosing it.
+// The base class would open a selected folder instead of choosing it.
 void ChoosePanel::accept() {
     if (existingFiles().empty())
         QFileDialog::accept();
@@ -43,15 +43,15 @@ void ChoosePanel::accept() {
         done(Accepted);
 }
 
-// Qt calls the button "Open" as soon as a folder is selected.
+// Qt renames the button to "Open" when a folder is selected.
 void ChoosePanel::keepPrompt() const {
     for (QAbstractButton* const button : findChild<QDialogButtonBox*>()->buttons())
         if (findChild<QDialogButtonBox*>()->buttonRole(button) == QDialogButtonBox::AcceptRole)
             button->setText(prompt_);
 }
 
-// Qt leaves out folders, and keeps the name of a file that is not selected any more. While a person types,
-// the selection follows the field.
+// Qt leaves out folders and keeps the name of a deselected file. While the user types, the selection follows
+// the field.
 void ChoosePanel::showChoice() const {
     auto* const field = findChild<QLineEdit*>();
     if (field->hasFocus())
@@ -59,7 +59,7 @@ void ChoosePanel::showChoice() const {
     QStringList names;
     for (const QModelIndex& row : findChild<QListView*>("listView")->selectionModel()->selectedRows())
         names.push_back(row.data().toString());
-    const QSignalBlocker quiet(field); // or the selection would follow the field
+    const QSignalBlocker quiet(field); // otherwise the selection would follow the field
     field->setText(names.size() > 1 ? '"' + names.join("\" \"") + '"' : names.join(QString()));
 }
 

@@ -6,15 +6,14 @@
 
 namespace kelvane {
 
-// A panel in which a person chooses files and folders, several at once and of both kinds; links stand for
-// what they lead to.
+// A dialog for choosing any number of files and folders; links are resolved.
 class ChoosePanel : public QFileDialog {
     Q_OBJECT
 public:
-    // `prompt` is on the button that ends it.
+    // `prompt` is the text of the confirm button.
     ChoosePanel(QWidget* window, const QString& message, const QString& prompt);
 
-    // Absolute and clean, at least one once it has been accepted.
+    // Absolute, normalised paths; at least one after the dialog was accepted.
     [[nodiscard]] std::vector<std::string> filenames() const;
 
 protected:

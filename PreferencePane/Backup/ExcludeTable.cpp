@@ -17,9 +17,9 @@ namespace kelvane {
 namespace {
 
 constexpr const char* fileNames = "text/uri-list";
-constexpr const char* filePromise = "XdndDirectSave0"; // the name is agreed on after the drop
+constexpr const char* filePromise = "XdndDirectSave0"; // the file's name is negotiated after the drop
 
-constexpr int firstOwnerWidth = 160; // logical pixels
+constexpr int firstOwnerWidth = 160; // in logical pixels
 constexpr int rowMargin = 6;
 constexpr int dropFrameWidth = 2;
 
@@ -124,7 +124,7 @@ void ExcludeTable::paintEvent(QPaintEvent* event) {
     painter.drawRect(viewport()->rect().adjusted(1, 1, -1, -1));
 }
 
-// Wherever the files are held, they are for the list as a whole; and they stay where they are.
+// A drop applies to the whole list wherever the pointer is, and copies nothing.
 void ExcludeTable::validateDrop(QDropEvent& event) {
     const bool hasFiles = event.mimeData()->hasFormat(fileNames) || event.mimeData()->hasFormat(filePromise);
     const bool isTaken =

@@ -12,25 +12,25 @@ namespace kelvane {
 class ExcludeTableModel;
 class PaneServices;
 
-// The list of excluded items. Takes files that are dropped anywhere on it, several at once, and the keys
-// Insert and Delete. What it shows changes only by `setNodes`.
+// The list of exclusions. Accepts file drops anywhere on it, several at once, and the keys Insert and Delete.
+// Its contents change only by `setNodes`.
 class ExcludeTable : public QTableView {
     Q_OBJECT
 public:
     explicit ExcludeTable(QWidget* parent = nullptr);
 
     void setServices(const PaneServices& prefs);
-    // Whether a drop may change anything; asked anew for each.
+    // Whether drops are accepted; called for each drop.
     void setAcceptsDrop(std::function<bool()> acceptsDrop) { acceptsDrop_ = std::move(acceptsDrop); }
 
-    // Rows that stay keep their selection, and the list its place.
+    // Rows that remain keep their selection, and the scroll position stays.
     void setNodes(FileNodeList nodes);
-    // From the top.
+    // In the order of the rows.
     [[nodiscard]] FileNodeList selectedNodes() const;
 
 signals:
     void tableViewSelectionDidChange();
-    // Real paths. Of files that are only promised and have no names yet there are none.
+    // Emitted with real paths. Promised files, which have no names yet, are not included.
     void dropped(const std::vector<std::string>& paths);
     void insertPressed();
     void deletePressed();

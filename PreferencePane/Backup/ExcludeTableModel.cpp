@@ -6,7 +6,7 @@
 namespace kelvane {
 namespace {
 
-// By column; also the keys of their headings, and English.
+// Column names by index; also the keys of the headings and their English texts.
 constexpr std::string_view columnNames[] = {"Name", "Owner"};
 constexpr int nameColumn = 0;
 

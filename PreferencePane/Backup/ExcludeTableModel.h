@@ -7,7 +7,7 @@
 
 namespace kelvane {
 
-// The excluded items as they were at the last refresh: name and owner, with the path for a tool tip.
+// The excluded items at the last refresh: name and owner, with the path as a tool tip.
 class ExcludeTableModel : public QAbstractTableModel {
     Q_OBJECT
 public:

@@ -32,7 +32,7 @@ std::unique_ptr<FolderWatcher> FolderWatcher::create(std::shared_ptr<MainLoop> m
             watcher->thread_ = std::thread(&FolderWatcher::watcherThread, watcher.get());
             return watcher;
         }
-    } catch (const std::system_error& error) { // no descriptor, no thread
+    } catch (const std::system_error& error) { // no descriptor or no thread available
         reason = error.what();
     }
     logError("Folders cannot be watched: %@", reason);
@@ -105,7 +105,7 @@ void FolderWatcher::watcherThread() {
             tell(path);
 }
 
-// After an overflow that is every one.
+// All watched paths after an overflow.
 std::vector<std::string> FolderWatcher::changedPaths(const std::vector<DirectoryWatch::Event>& events) {
     std::set<std::string> changed;
     for (const DirectoryWatch::Event& event : events)
@@ -119,7 +119,7 @@ std::vector<std::string> FolderWatcher::changedPaths(const std::vector<Directory
     return paths;
 }
 
-// Returns when the main thread has dealt with it, or when that waits for this thread to end.
+// Blocks until the main thread has handled the change or waits for this thread to end.
 void FolderWatcher::tell(const std::string& path) {
     {
         const std::scoped_lock guard(mutex_);

@@ -14,11 +14,11 @@
 
 namespace kelvane {
 
-// Watches a folder and all those above it on a thread of its own, and tells on the main loop which of them
-// have changed: something was made, deleted or renamed in them, or they were themselves. The thread waits
-// until that has been dealt with; what changes meanwhile is told once afterwards.
+// Watches a folder and all its ancestors on a thread, and reports on the main loop which of them have
+// changed: an entry was created, deleted or renamed, or the folder itself was. The thread blocks until a
+// report has been handled; changes meanwhile are reported once afterwards.
 //
-// Everything but the thread is on the main thread. When this goes, nothing is told any more.
+// Everything but the thread runs on the main thread. Nothing is reported after destruction.
 class FolderWatcher {
 public:
     using DiskPathChanged = std::function<void(const std::string& path)>;
@@ -30,13 +30,14 @@ public:
     FolderWatcher(const FolderWatcher&) = delete;
     FolderWatcher& operator=(const FolderWatcher&) = delete;
 
-    // The path, as `volumes` name it, and every one above it up to "/", instead of those before; nothing
-    // when it is the path watched before or one above that. What cannot be watched is not.
+    // Watches the path, in the form of `volumes`, and all its ancestors up to "/" instead of the previous
+    // path; does nothing when it is the previous path or one of its ancestors. Folders that cannot be watched
+    // are skipped.
     void watchAllOfPath(const std::string& path, const Volumes& volumes);
-    // But the path watched before stays known: neither it nor one above it is watched again before another
-    // one was.
+    // The previous path is remembered: it and its ancestors are watched again only after another path was.
     void stopWatching();
-    // Under these names changes are told. A folder with two names is watched once, under its deepest.
+    // The names under which changes are reported. A folder with two names is watched once, under the deeper
+    // one.
     [[nodiscard]] std::vector<std::string> watchedPaths() const;
 
 private:
@@ -55,11 +56,11 @@ private:
     const std::shared_ptr<MainLoop> mainLoop_;
     const DiskPathChanged diskPathChanged_;
     DirectoryWatch watch_;
-    std::string watchedPath_; // the deepest one
-    // Ends with this object: what is still posted then must not touch it.
+    std::string watchedPath_; // the deepest folder
+    // Tasks that are still posted check it, so that they don't touch a destroyed object.
     const std::shared_ptr<const void> presence_ = std::make_shared<char>();
 
-    mutable std::mutex mutex_; // guards what follows
+    mutable std::mutex mutex_; // guards the members below
     std::condition_variable changed_;
     std::vector<Watched> watched_;
     bool runWatcherThread_ = true;

@@ -22,7 +22,7 @@ void ReloadThrottle::columnChanged(int column) {
     if (embargoedColumn_ == column)
         return;
     embargoedColumn_ = column;
-    // After twice the time that is never positive: on the next turn.
+    // Twice the recorded time is never positive, so this runs on the next turn.
     embargoedReloadColumnTimer_ = mainLoop_->schedule(std::chrono::milliseconds(0), MainLoop::Repeat::Once,
                                                       [this] { reloadColumnTimer(); });
 }

@@ -23,7 +23,7 @@ std::string_view takeLine(std::string_view& list) {
     return line;
 }
 
-// The part behind "file:" and this machine's name; none for another machine's file.
+// The part after "file:" and this machine's name; none for a file of another machine.
 std::optional<std::string_view> encodedPath(std::string_view uri, std::string_view hostName) {
     const QLatin1StringView beginning(uri.substr(0, scheme.size()));
     if (beginning.compare(QLatin1StringView(scheme), Qt::CaseInsensitive) != 0)

@@ -6,14 +6,14 @@
 
 namespace kelvane {
 
-// What a list of addresses as file managers drop it (text/uri-list) names on this machine.
+// The files of this machine in a URI list (text/uri-list), as file managers drop it.
 struct UriList {
     std::vector<std::string>
         paths; // absolute and clean, as bytes: without "." and "..", and with no separator behind
-    // Lines that name no file here.
+    // Lines that are not a file of this machine.
     std::vector<std::string> others;
 };
-// `hostName`: this machine's own.
+// `hostName` is the name of this machine.
 [[nodiscard]] UriList pathsOfUriList(std::string_view list, std::string_view hostName);
 
 } // namespace kelvane

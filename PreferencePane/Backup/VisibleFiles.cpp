@@ -17,13 +17,13 @@ namespace {
 
 using Kind = FileAttributes::Kind;
 
-constexpr std::size_t longestHiddenList = std::size_t{1} << 20U; // bytes
+constexpr std::size_t longestHiddenList = std::size_t{1} << 20U; // in bytes
 // More would take seconds and hundreds of megabytes.
 constexpr std::size_t mostItems = 500'000;
 
-constexpr const char* libraryFolders[] = {".config", ".local"}; // below the home folder
+constexpr const char* libraryFolders[] = {".config", ".local"}; // in the home folder
 
-// In the encoding that its first bytes name, else UTF-8, else Latin-1, in which every text makes sense.
+// Decodes by the byte order mark, otherwise as UTF-8, otherwise as Latin-1, which accepts all bytes.
 QString decoded(const Data& bytes) {
     const QByteArrayView contents(bytes.data(), static_cast<qsizetype>(bytes.size()));
     if (const auto named = QStringConverter::encodingForData(contents))
@@ -44,7 +44,7 @@ VisibleFiles::VisibleFiles(const FileSystem& fileSystem, std::string hiddenListP
 
 std::vector<VisibleFile> VisibleFiles::visibleFilesAtPath(const std::string& path,
                                                           const IsPathExcluded& isExcluded) {
-    // The boot volume has two names, and this is what both of them mean.
+    // True for both names of the boot volume.
     if (!hiddenList_ && fileSystem_.volumes()->realPath(path) == "/")
         readHiddenList();
     const std::string prefix = path.ends_with('/') ? path : path + '/';
@@ -71,7 +71,7 @@ void VisibleFiles::readHiddenList() {
         hiddenList_->insert(name.toStdString());
 }
 
-// A folder's own order means nothing to a person.
+// Sorted, because the order on the disk means nothing to the user.
 std::vector<std::string> VisibleFiles::namesAt(const std::string& path) {
     FolderListing listing = fileSystem_.list(path, mostItems);
     if (!listing.isComplete && incompleteFolders_.insert(path).second)

@@ -14,22 +14,22 @@ namespace kelvane {
 
 struct VisibleFile {
     std::string path;
-    bool isDirectory = false; // and no link to one
+    bool isDirectory = false; // and not a link to one
 };
 
-// Which of a folder's items a person is shown. Blocks on the disk; one thread. `fileSystem` outlives it.
+// Selects the items of a folder that are shown to the user. Blocks on the disk; one thread only. `fileSystem`
+// must outlive it.
 class VisibleFiles {
 public:
     using IsPathExcluded = std::function<bool(const std::string& path)>;
 
-    // `hiddenListPath`: a text file with the names that are shown nowhere, one a line.
+    // `hiddenListPath` is a text file with names that are never shown, one per line.
     explicit VisibleFiles(const FileSystem& fileSystem, std::string hiddenListPath = "/.hidden");
 
-    // The items, with their full paths below `path`, by their names, upper and lower case of ASCII letters
-    // being the same.
-    // Left out are names of the hidden list, links that lead nowhere, what a leading dot makes invisible (but
-    // not the user's own folders for settings and data), and what `isExcluded` says so of; it is asked with a
-    // separator behind the path. Nothing for a folder that cannot be read.
+    // The visible items with their full paths below `path`, sorted by name without regard to ASCII case.
+    // Leaves out names in the hidden list, broken links, names with a leading dot (except the user's own
+    // folders for settings and data), and items for which `isExcluded` returns true; its argument ends with a
+    // separator. Empty for a folder that cannot be read.
     [[nodiscard]] std::vector<VisibleFile> visibleFilesAtPath(const std::string& path,
                                                               const IsPathExcluded& isExcluded);
 
@@ -43,9 +43,9 @@ private:
 
     const FileSystem& fileSystem_;
     const std::string hiddenListPath_;
-    std::optional<Names> hiddenList_;                            // none until it could be read
-    std::optional<std::vector<std::string>> userLibraryFolders_; // volume paths
-    std::set<std::string> incompleteFolders_;                    // that have been logged
+    std::optional<Names> hiddenList_;                            // none until it has been read
+    std::optional<std::vector<std::string>> userLibraryFolders_; // paths in the form of volumes
+    std::set<std::string> incompleteFolders_;                    // folders already logged
 };
 
 } // namespace kelvane

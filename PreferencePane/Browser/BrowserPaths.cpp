@@ -12,10 +12,10 @@
 namespace kelvane {
 namespace {
 
-// "/" and "Volumes" come before the names that columns show.
+// The components "/" and "Volumes" precede those that columns show.
 constexpr std::size_t firstShownComponent = 2;
 
-// Keys of the bundle's texts, and English.
+// The keys of the bundle's texts, which are also the English texts.
 constexpr std::string_view notBackedUp = "Not backed up";
 constexpr std::pair<std::int32_t, std::string_view> stateTexts[] = {
     {Backup_Color_Green, "Backed up"},

@@ -8,22 +8,22 @@
 
 namespace kelvane {
 
-// From paths to rows and back, for browsers whose first column lists volumes and whose further columns list
-// folders, each row under its item's own name. Main thread only.
+// Maps paths to rows and back, in browsers whose first column lists volumes and whose other columns list
+// folders, with each row titled by its item's name. Main thread only.
 
-// Of the row that is selected in the column; empty when there is none.
+// The path of the selected row in the column; empty when none is selected.
 [[nodiscard]] std::string columnToPath(int column, const ColumnBrowser& inBrowser);
 
-// The column that shows the path now, -1 when none does. Enables what is disabled on the way to it.
+// The column that shows the path, or -1. Enables disabled rows on the way to it.
 [[nodiscard]] int columnForPath(const std::string& path, ColumnBrowser& inBrowser, const Volumes& volumes,
                                 BrowserRow* atCell = nullptr);
 
-// Brings the row of a path up to date after the daemon's notice. False when the path is not shown; "/" and
-// "/System/Volumes/Data" count as dealt with where they have no row. Asks the daemon.
+// Updates the row of a path after a notification of the daemon. Returns false when the path is not shown; "/"
+// and "/System/Volumes/Data" count as updated when they have no row. Asks the daemon.
 bool fileChanged(const std::string& path, ColumnBrowser& inBrowser, bool isRestore,
                  const PaneServices& services);
 
-// Bullet and words for a node's `backupColor`.
+// Sets bullet and text for a node's `backupColor`.
 void setBackupColor(KelvaneBrowserCell& cell, std::int32_t color, const PaneServices& services);
 
 } // namespace kelvane

@@ -7,22 +7,22 @@
 
 namespace kelvane {
 
-// How a volume that the daemon calls by `fileName` stands in the first column.
+// The first column's row for a volume that the daemon calls `fileName`.
 struct VolumeRow {
     std::string title;
     std::string path;
 };
 [[nodiscard]] VolumeRow volumeRowFor(const std::string& fileName, const Volumes& volumes);
 
-// The states of the service in which the daemon is at work on files, so that volumes may have come or gone.
+// States in which the daemon works on files, so volumes may have appeared or disappeared.
 [[nodiscard]] constexpr bool isAtWork(ServiceState serviceState) {
-    constexpr ServiceState first{1}; // the ones around those that have names count as well
+    constexpr ServiceState first{1}; // unnamed states between the named ones count as well
     constexpr ServiceState last{9};
     return (serviceState >= first && serviceState <= last) || serviceState == ServiceState::RecoverMode;
 }
 
-// A path that a person has chosen or dropped, as the daemon knows paths: below a volume's name where that is
-// another than the boot volume, and in the form that names have on the link.
+// Converts a path that the user chose or dropped to the daemon's form: below the volume's name unless on the
+// boot volume, with names encoded as on the link.
 [[nodiscard]] std::string enteredPath(const std::string& path, const Volumes& volumes);
 
 } // namespace kelvane

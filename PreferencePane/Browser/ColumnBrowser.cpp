@@ -41,7 +41,7 @@ void ColumnBrowser::reloadColumn(int column) {
         return;
     const int fill = ++at(column).fillsBegun;
     std::optional<BrowserRows> rows = delegate->createRowsForColumn(*this, column);
-    // Anything may have happened by now.
+    // The delegate may have changed anything, so everything is checked again.
     if (!rows || !filled || numberOf(filled) < 0 || at(column).fillShown > fill)
         return;
     at(column).fillShown = fill;
@@ -132,7 +132,7 @@ void ColumnBrowser::append(const QModelIndex& folder) {
     strip_->append(*column);
 }
 
-// A view may be in the middle of its own event: it goes later.
+// A view may be handling an event, so it is deleted later.
 void ColumnBrowser::closeAfter(int column) {
     while (lastColumn() > column) {
         ColumnView* const closed = columns_.back().view;
@@ -157,7 +157,7 @@ void ColumnBrowser::reveal(int column) {
         ensureWidgetVisible(view(column), 0, 0);
 }
 
-// Tab leads into one column and out of the browser; between columns the arrows lead.
+// Tab moves into the active column and out of the browser; the arrow keys move between columns.
 void ColumnBrowser::setActive(ColumnView& column) {
     for (const Column& other : columns_)
         other.view->setFocusPolicy(other.view == &column ? Qt::StrongFocus : Qt::ClickFocus);
@@ -171,7 +171,7 @@ void ColumnBrowser::choose(ColumnView& column) {
         emit chosen();
 }
 
-// The last call may end with anything gone.
+// This object may be destroyed by the last call.
 void ColumnBrowser::followChoice(int column) {
     const QModelIndex folder = view(column)->selectedFolder();
     const int next = column + 1;
@@ -186,7 +186,7 @@ void ColumnBrowser::followChoice(int column) {
     reloadColumn(next);
 }
 
-// To the folder that holds what is chosen.
+// Moves to the folder that contains the selection.
 void ColumnBrowser::goLeft(ColumnView& column) {
     const int number = numberOf(&column);
     if (number == 0)
@@ -199,7 +199,7 @@ void ColumnBrowser::goLeft(ColumnView& column) {
         emit chosen();
 }
 
-// Into the folder that is chosen.
+// Moves into the selected folder.
 void ColumnBrowser::goRight(ColumnView& column) {
     const int next = numberOf(&column) + 1;
     if (!column.selectedFolder().isValid())

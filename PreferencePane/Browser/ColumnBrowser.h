@@ -14,51 +14,54 @@ namespace kelvane {
 class ColumnStrip;
 class ColumnView;
 
-// A row that is found again when its column is reloaded; invalid once the row has gone.
+// Refers to a row, also after its column is reloaded; invalid once the row is removed.
 using BrowserRow = QPersistentModelIndex;
 
-// Folders in columns: choosing one opens the next column to the right, choosing anything else closes those to
-// the right. Several rows can be chosen in the last column. Columns count from 0 on the left, which is always
-// there; one that is not there, such as -1, has no rows, and what is done to it does nothing.
+// Shows folders in columns: choosing a folder opens the next column to the right, choosing anything else
+// closes the columns to the right. Several rows can be selected in the last column. Columns count from 0 on
+// the left, which always exists. A column that does not exist, such as -1, has no rows, and operations on it
+// do nothing.
 //
-// Main thread only. Any function may be called while the delegate fills a column; see there.
+// Main thread only. Any function may be called while the delegate fills a column; see ColumnBrowserDelegate.
 class ColumnBrowser : public QScrollArea {
     Q_OBJECT
 public:
     explicit ColumnBrowser(QWidget* parent = nullptr);
 
-    // Nothing is filled before the first reload.
+    // No column is filled before the first reload.
     void setDelegate(const ColumnBrowserDelegate& delegate) { delegate_ = delegate.handle(); }
-    // For screen readers; further columns are called by their folders.
+    // For screen readers; the other columns are named after their folders.
     void setTitle(const QString& title);
-    // What the first column says when it has been filled and has no rows.
+    // The text of the first column when it was filled and has no rows.
     void setEmptyText(const QString& text);
 
     [[nodiscard]] int lastColumn() const { return static_cast<int>(columns_.size()) - 1; }
-    // Fills it anew and changes what is new: rows that stay keep their selection and, as far as they can,
-    // their place on the screen; the columns to the right stay while their folder is there and selected.
+    // Fills the column again and applies the differences: remaining rows keep their selection and, where
+    // possible, their position on the screen; the columns to the right stay while their folder exists and is
+    // selected.
     void reloadColumn(int column);
 
     [[nodiscard]] int rowCount(int column) const;
-    // Null when it is not there. Good until something changes.
+    // Null when it does not exist. Valid until the next change.
     [[nodiscard]] const KelvaneBrowserCell* cell(int column, int row) const;
     [[nodiscard]] const KelvaneBrowserCell* cell(const BrowserRow& row) const;
     [[nodiscard]] BrowserRow rowAt(int column, int row) const;
-    // What is new of bullet, image, state and being enabled shows at once. Ignored when the row has gone.
+    // Updates bullet, image, state and enabling of the row. Ignored when the row has been removed.
     void setCell(const BrowserRow& row, const KelvaneBrowserCell& cell);
 
-    // Of several the first, null when there is none.
+    // The first selected cell, or null.
     [[nodiscard]] const KelvaneBrowserCell* selectedCell(int column) const;
-    // Of the last column that has a selection, from the top.
+    // From the last column with a selection, from top to bottom.
     [[nodiscard]] std::vector<std::string> selectedFilePaths() const;
 
     [[nodiscard]] int columnWidth(int column) const;
     void setColumnWidth(int column, int width);
-    // Null when it is not there.
+    // Null when it does not exist.
     [[nodiscard]] QListView* columnView(int column) const;
 
 signals:
-    // A person has chosen: once for each choice, with the columns already following it. Never for a reload.
+    // The user has made a choice: emitted once per choice, after the columns were updated. Never emitted for
+    // a reload.
     void chosen();
 
 protected:
@@ -67,14 +70,14 @@ protected:
 private:
     struct Column {
         ColumnView* view;
-        BrowserRow folder; // whose contents it shows, in the column before it
+        BrowserRow folder; // the folder whose contents the column shows, a row of the previous column
         int fillsBegun = 0;
         int fillShown = 0;
     };
 
     [[nodiscard]] bool has(int column) const { return column >= 0 && column <= lastColumn(); }
     [[nodiscard]] Column& at(int column) { return columns_.at(static_cast<std::size_t>(column)); }
-    // Null when it is not there.
+    // Null when it does not exist.
     [[nodiscard]] ColumnView* view(int column) const;
     // -1 when it has been closed.
     [[nodiscard]] int numberOf(const ColumnView* column) const;

@@ -13,27 +13,26 @@ class ColumnBrowser;
 
 using BrowserRows = std::vector<KelvaneBrowserCell>;
 
-// Says what stands in the columns of a browser, which does not own it and asks nothing any more once it has
-// gone.
+// Provides the rows of a browser. The browser does not own it, and calls nothing after its destruction.
 class ColumnBrowserDelegate {
 public:
     virtual ~ColumnBrowserDelegate() = default;
     ColumnBrowserDelegate(const ColumnBrowserDelegate&) = delete;
     ColumnBrowserDelegate& operator=(const ColumnBrowserDelegate&) = delete;
 
-    // The rows of a column from the top; none to keep those that it has. Two rows of one path are told apart
-    // by their order.
+    // Returns the rows of a column from the top; none keeps the current rows. Rows with the same path are
+    // told apart by their order.
     //
-    // May take its time, and use the browser meanwhile: select, and reload any column, this one too. What it
-    // then returns counts unless the column has gone or a fill that began later has already been shown.
+    // May block, and may use the browser meanwhile: select rows and reload any column, including this one.
+    // The result is ignored if the column was closed or a later fill has already been shown.
     [[nodiscard]] virtual std::optional<BrowserRows> createRowsForColumn(ColumnBrowser& browser,
                                                                          int column) = 0;
 
-    // For a cell without an image whose row is shown for the first time; null when there is none. Called
-    // while painting: leaves the browser alone.
+    // The image for a cell without one whose row is first shown; null when there is none. Called while
+    // painting: must not change the browser.
     [[nodiscard]] virtual IconHandle imageForCell(const KelvaneBrowserCell& cell) = 0;
 
-    // Null once it has gone.
+    // Expires when the delegate is destroyed.
     [[nodiscard]] std::weak_ptr<ColumnBrowserDelegate> handle() const { return handle_; }
 
 protected:

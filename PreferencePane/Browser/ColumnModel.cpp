@@ -8,8 +8,7 @@
 namespace kelvane {
 namespace {
 
-// What is scattered over more runs than this is brought together first, because each run moves the rows below
-// it.
+// More runs of moved rows than this are gathered first, because each move shifts the rows below it.
 constexpr std::size_t mostRuns = 16;
 
 constexpr std::size_t slot(int row) {
@@ -155,7 +154,7 @@ void ColumnModel::sortByPlace(const std::vector<int>& places) {
     reorder(order);
 }
 
-// `order`: the old row of each new one.
+// `order` gives the old row of each new one.
 void ColumnModel::reorder(const std::vector<int>& order) {
     emit layoutAboutToBeChanged({}, VerticalSortHint);
     std::vector<Row> rows;
@@ -174,7 +173,8 @@ void ColumnModel::reorder(const std::vector<int>& order) {
     emit layoutChanged({}, VerticalSortHint);
 }
 
-// Whether it shows. The image stays, because nothing that it depends on can change in a row.
+// Returns whether the row looks different. The image stays, because it depends on nothing that can change in
+// a row.
 bool ColumnModel::update(int row, const KelvaneBrowserCell& cell) {
     KelvaneBrowserCell& shown = rows_.at(slot(row)).cell;
     const bool hasNewImage = !cell.image().isNull() && cell.image().cacheKey() != shown.image().cacheKey();
@@ -188,7 +188,7 @@ bool ColumnModel::update(int row, const KelvaneBrowserCell& cell) {
     return true;
 }
 
-// Qt counts as selected what can be selected in the ranges that were chosen.
+// Qt treats as selected only selectable rows in the chosen ranges.
 void ColumnModel::setEnabled(int row, bool isEnabled) {
     QItemSelectionModel* const selection = selection_;
     const bool wasSelected = selection != nullptr && selection->isSelected(index(row));

@@ -12,8 +12,8 @@ namespace kelvane {
 
 struct RowRun;
 
-// The rows of one column. They change only by `setRows` and `setCell`, and by no more than what is new: who
-// holds an index of a row, as a selection does, finds it again at the row's new place.
+// The rows of one column. `setRows` and `setCell` change only what differs, so that an index of a row, as in
+// a selection, follows it to its new place.
 class ColumnModel : public QAbstractListModel {
     Q_OBJECT
 public:
@@ -21,9 +21,9 @@ public:
 
     ColumnModel(ImageSource imageSource, QObject* parent);
 
-    // Enabling and disabling rows changes nothing in it: one that is selected stays so when it is disabled.
+    // Enabling and disabling rows does not change the selection: a selected row stays selected when disabled.
     void setSelection(QItemSelectionModel* selection) { selection_ = selection; }
-    // Disabled rows that are not selected any more can no longer be.
+    // Disabled rows that were deselected become unselectable.
     void releaseDeselectedRows();
 
     void setRows(BrowserRows cells);
@@ -33,7 +33,7 @@ public:
     [[nodiscard]] const KelvaneBrowserCell& cell(int row) const {
         return rows_.at(static_cast<std::size_t>(row)).cell;
     }
-    // With its image, which is asked for now if nobody has yet.
+    // The cell with its image, which is loaded at the first call.
     [[nodiscard]] const KelvaneBrowserCell& shownCell(int row) const;
 
     [[nodiscard]] int rowCount(const QModelIndex& parent = {}) const override;
@@ -44,7 +44,7 @@ private:
     struct Row {
         KelvaneBrowserCell cell;
         bool askedForImage = false;
-        bool isHeld = false; // selected, though disabled
+        bool isHeld = false; // selected although disabled
     };
 
     void removeGoneRows(std::vector<int>& places);
@@ -59,7 +59,7 @@ private:
 
     const ImageSource imageSource_;
     QPointer<QItemSelectionModel> selection_;
-    mutable std::vector<Row> rows_; // an image comes while painting
+    mutable std::vector<Row> rows_; // mutable because images are loaded while painting
 };
 
 } // namespace kelvane

@@ -8,8 +8,7 @@
 namespace kelvane {
 namespace {
 
-// Logical pixels.
-constexpr int usualWidth = 191; // so that three fit into a window of its usual size
+constexpr int usualWidth = 191; // in logical pixels; three fit into a window of the default size
 constexpr int smallestWidth = 72;
 constexpr int largestWidth = 2000;
 
@@ -17,7 +16,7 @@ constexpr qreal lineOpacity = 0.25;
 
 } // namespace
 
-// The line at the right of a column, which moves the columns that follow and takes nothing from them.
+// The edge at the right of a column; dragging it moves the following columns and does not resize them.
 class ColumnStrip::Edge : public QSplitterHandle {
 public:
     explicit Edge(ColumnStrip& strip) : QSplitterHandle(Qt::Horizontal, &strip), strip_(strip) {}
@@ -38,7 +37,7 @@ protected:
     void mouseReleaseEvent(QMouseEvent*) override {}
 
 private:
-    // A handle stands before the widget of its number.
+    // A splitter handle has the index of the widget after it.
     [[nodiscard]] int column() const {
         int number = 0;
         while (number < strip_.count() && strip_.handle(number) != this)
@@ -64,7 +63,7 @@ void ColumnStrip::append(QWidget& column) {
     column.setFixedWidth(columnWidth(place));
     insertWidget(place, &column);
     column.show();
-    // A screen reader takes them in this order; the edges stay on top, where they can be grabbed.
+    // Screen readers follow this order; the edges stay on top, where the mouse can reach them.
     column.raise();
     for (int edge = 1; edge < count(); ++edge)
         handle(edge)->raise();

@@ -5,8 +5,8 @@
 
 namespace kelvane {
 
-// Columns side by side. Each is as wide as a person has made the one in its place, whichever column that was;
-// what is left over at the right stays empty.
+// Columns side by side. Each has the width that the user has set for its position; the space at the right
+// stays empty.
 class ColumnStrip : public QSplitter {
     Q_OBJECT
 public:
@@ -14,12 +14,12 @@ public:
 
     [[nodiscard]] int columnCount() const { return count() - 1; }
     void append(QWidget& column);
-    // The last one; it becomes a hidden child of `newParent`.
+    // Removes the last column, which becomes a hidden child of `newParent`.
     void removeLast(QWidget& newParent);
 
     [[nodiscard]] int columnWidth(int column) const;
     void setColumnWidth(int column, int width);
-    // Of all columns together.
+    // The total width of all columns.
     [[nodiscard]] int neededWidth() const;
 
 signals:
@@ -31,7 +31,7 @@ protected:
 private:
     class Edge;
 
-    std::vector<int> widths_; // by place; places that nobody has touched yet are missing
+    std::vector<int> widths_; // by position; columns that were not resized are missing
 };
 
 } // namespace kelvane

@@ -11,7 +11,7 @@
 namespace kelvane {
 namespace {
 
-constexpr int emptyTextMargin = 12; // logical pixels
+constexpr int emptyTextMargin = 12; // in logical pixels
 
 } // namespace
 
@@ -38,7 +38,7 @@ void ColumnView::setRows(BrowserRows cells) {
         seen.emplace_back(row, visualRect(row).top());
     model_->setRows(std::move(cells));
     setAccessibleDescription(model_->count() == 0 ? emptyText_ : QString());
-    executeDelayedItemsLayout(); // or the next picture would show no rows
+    executeDelayedItemsLayout(); // otherwise the next paint would show no rows
     scrollBack(seen);
 }
 
@@ -102,7 +102,7 @@ void ColumnView::keyPressEvent(QKeyEvent* event) {
     }
     {
         const QScopedValueRollback input(isHandlingInput_, true);
-        // With nothing selected the first step is onto the row that the keyboard is at, not past it.
+        // Without a selection, the first step selects the current row instead of moving past it.
         if (isPlain && event->key() == Qt::Key_Down && selectedRows().empty() && startRow().isValid())
             setCurrentIndex(startRow());
         else
@@ -111,7 +111,7 @@ void ColumnView::keyPressEvent(QKeyEvent* event) {
     reportChoice();
 }
 
-// A press on what is selected already is a choice, too: of this and nothing to the right of it.
+// A press on a selected row is a choice, too: of this row alone, closing the columns to its right.
 void ColumnView::mousePressEvent(QMouseEvent* event) {
     isHandlingInput_ = true;
     const QModelIndex row = indexAt(event->position().toPoint());
@@ -132,7 +132,7 @@ void ColumnView::focusInEvent(QFocusEvent* event) {
     emit focused(event->reason() == Qt::MouseFocusReason);
 }
 
-// Opening a column may bring up a scroll bar just where the folder was chosen.
+// Opening a column may show a scroll bar over the chosen folder.
 void ColumnView::resizeEvent(QResizeEvent* event) {
     const QRect current = visualRect(currentIndex());
     const bool wasSeen = QRect(QPoint(), event->oldSize()).contains(current);
@@ -158,7 +158,7 @@ void ColumnView::reportChoice() {
     emit chosen();
 }
 
-// `seen`: rows, and how far below the upper edge they were.
+// `seen` lists rows and their distance from the upper edge.
 void ColumnView::scrollBack(const std::vector<std::pair<QPersistentModelIndex, int>>& seen) {
     const auto anchor = std::ranges::find_if(seen, [](const auto& row) { return row.first.isValid(); });
     if (anchor == seen.end())

@@ -8,30 +8,30 @@
 
 namespace kelvane {
 
-// One column of a browser. It tells apart what a person chooses and what changes by itself: `chosen` comes
-// once for each choice by mouse, keyboard or screen reader, after Qt has done with the event, so that whoever
-// hears it may do anything, and never for what these functions do.
+// One column of a browser. It distinguishes choices by the user from other changes: `chosen` is emitted once
+// for each choice by mouse, keyboard or screen reader, after Qt has handled the event, so that receivers may
+// do anything. It is never emitted for calls of these functions.
 class ColumnView : public QListView {
     Q_OBJECT
 public:
     ColumnView(ColumnModel::ImageSource imageSource, QWidget* parent);
 
     [[nodiscard]] const ColumnModel& rows() const { return *model_; }
-    // What is seen stays where it is, as far as its rows do.
+    // Visible rows stay in place where possible.
     void setRows(BrowserRows cells);
     void setCell(int row, const KelvaneBrowserCell& cell);
-    // What it says, also to screen readers, once it has been filled and has no rows.
+    // The text of an empty column after it was filled, also for screen readers.
     void setEmptyText(const QString& text) { emptyText_ = text; }
 
-    // From the top.
+    // From top to bottom.
     [[nodiscard]] std::vector<int> selectedRows() const;
     [[nodiscard]] bool isSelected(const QModelIndex& index) const;
-    // The one row that is selected, if it is no leaf.
+    // The selected row if there is exactly one and it is not a leaf.
     [[nodiscard]] QModelIndex selectedFolder() const;
     void deselect();
-    // Without saying so.
+    // Does not emit `chosen`.
     void select(const QModelIndex& index);
-    // The row to begin with: where the keyboard was last, else the first; it is enabled, or invalid.
+    // The row to start with: the keyboard's last one, otherwise the first; enabled, or invalid.
     [[nodiscard]] QModelIndex startRow() const;
 
 signals:
@@ -56,7 +56,7 @@ private:
     ColumnModel* const model_;
     QString emptyText_;
     bool isQuiet_ = false;
-    bool isHandlingInput_ = false; // a key, or the mouse from its press to its release
+    bool isHandlingInput_ = false; // a key event, or a mouse press until its release
     bool hasChoice_ = false;
 };
 

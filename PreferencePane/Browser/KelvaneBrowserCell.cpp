@@ -10,7 +10,7 @@ namespace {
 
 constexpr qreal dimmed = 0.4; // opacity
 
-// Logical pixels.
+// In logical pixels.
 constexpr int iconExtent = 16;
 constexpr int largestBullet = 16;
 constexpr int gapBeforeIcon = 4;
@@ -49,7 +49,7 @@ QRect KelvaneBrowserCell::titleRect(const QRect& frame) const {
     return frame.adjusted(bulletSize().width() + titleStart, 0, 0, 0);
 }
 
-// In its own colours, which are its meaning: the toolkit would tint it on a selected row.
+// Drawn in its own colours, which carry its meaning: the toolkit would tint it on a selected row.
 void KelvaneBrowserCell::drawBullet(const QRect& frame, QPainter& painter,
                                     const QStyleOptionViewItem& look) const {
     const QRect place(frame.topLeft(), bulletSize());
@@ -62,7 +62,8 @@ void KelvaneBrowserCell::drawIconAndTitle(const QRect& frame, QPainter& painter,
                                           const QStyleOptionViewItem& look) const {
     const QRect icon(frame.left() + gapBeforeIcon, frame.center().y() - (iconExtent - 1) / 2, iconExtent,
                      iconExtent);
-    painter.setOpacity(isEnabled_ ? 1 : dimmed); // the toolkit's disabled icons are too bright on dark ground
+    // the toolkit's disabled icons are too bright on a dark background
+    painter.setOpacity(isEnabled_ ? 1 : dimmed);
     image_.paint(&painter, icon);
     painter.setOpacity(1);
 

@@ -10,7 +10,7 @@ class QStyleOptionViewItem;
 
 namespace kelvane {
 
-// One row of a column browser: bullet, icon and title of a file or folder, and its path. A value; main thread
+// One row of a column browser: bullet, icon, title and path of a file or folder. A value type; main thread
 // only. Texts are UTF-8.
 class KelvaneBrowserCell {
 public:
@@ -24,28 +24,27 @@ public:
     void setFilePath(std::string path) { filePath_ = std::move(path); }
     [[nodiscard]] const QIcon& bulletImage() const { return bulletImage_; }
     void setBulletImage(const QIcon& image) { bulletImage_ = image; }
-    // A cell without one is given that of the browser's delegate when its row is first shown.
+    // A cell without an image gets one from the browser's delegate when its row is first shown.
     [[nodiscard]] const QIcon& image() const { return image_; }
     void setImage(const QIcon& image) { image_ = image; }
-    // What the bullet means, in words.
+    // The meaning of the bullet as text.
     [[nodiscard]] const std::string& stateText() const { return stateText_; }
     void setStateText(std::string text) { stateText_ = std::move(text); }
-    // Nothing opens to the right of a leaf.
+    // A leaf opens no column.
     [[nodiscard]] bool isLeaf() const { return isLeaf_; }
     void setLeaf(bool isLeaf) { isLeaf_ = isLeaf; }
     [[nodiscard]] bool isEnabled() const { return isEnabled_; }
     void setEnabled(bool isEnabled) { isEnabled_ = isEnabled; }
 
-    // In one line: a character that would break it, or turn what follows around, is replaced.
+    // On one line: line breaks and characters that change the text direction are replaced.
     [[nodiscard]] QString shownTitle() const;
-    // The title in full where it does not fit into the frame, and the state; empty when that says nothing
-    // new.
+    // The full title if it does not fit into the frame, and the state; empty when that adds nothing.
     [[nodiscard]] QString toolTip(const QRect& frame, const QStyleOptionViewItem& look) const;
 
     // Zero without a bullet.
     [[nodiscard]] QSize bulletSize() const;
-    // The bullet at the frame's origin, icon and title in what is left to the right of it. `look` says
-    // whether the row is selected, and with which palette and font.
+    // Draws the bullet at the frame's origin, and icon and title to the right of it. `look` gives selection,
+    // palette and font.
     void drawInteriorWithFrame(const QRect& frame, QPainter& painter, const QStyleOptionViewItem& look) const;
 
 private:
@@ -62,7 +61,7 @@ private:
     bool isEnabled_ = true;
 };
 
-// Whether they look and behave alike, their icons aside.
+// Whether both look and behave the same, apart from their icons.
 [[nodiscard]] bool showsTheSame(const KelvaneBrowserCell& one, const KelvaneBrowserCell& other);
 
 } // namespace kelvane

@@ -13,7 +13,7 @@ struct HashOfKey {
     }
 };
 
-// The rows of each key, the topmost first, to be taken one by one.
+// The rows of each key from the top, taken one by one.
 class RowsByKey {
 public:
     RowsByKey(std::span<const RowKey> keys, std::size_t begin) : nextAlike_(keys.size(), gonePlace) {
@@ -43,7 +43,7 @@ RowKey rowKey(const KelvaneBrowserCell& cell) {
 }
 
 std::vector<int> placesAmong(std::span<const RowKey> newKeys, std::span<const RowKey> oldKeys) {
-    // Most reloads find what they had: that much needs no table.
+    // Most reloads change nothing: the common prefix and suffix need no table.
     const auto alike =
         static_cast<std::size_t>(std::ranges::mismatch(oldKeys, newKeys).in1 - oldKeys.begin());
     std::vector<int> places;

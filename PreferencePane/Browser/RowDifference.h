@@ -8,8 +8,8 @@
 
 namespace kelvane {
 
-// By what a row is known again: its path (its title, where it has none) and whether it is a leaf. A file that
-// became a folder is another row.
+// Identifies a row: its path (or its title if it has none) and whether it is a leaf. A file that became a
+// folder is a different row.
 struct RowKey {
     std::string_view name;
     bool isLeaf = false;
@@ -21,17 +21,16 @@ struct RowKey {
 
 inline constexpr int gonePlace = -1;
 
-// For each old row its place among the new ones, or `gonePlace`. Of several with one key the first is the
-// first.
+// The new position of each old row, or `gonePlace`. Rows with the same key are matched in order.
 [[nodiscard]] std::vector<int> placesAmong(std::span<const RowKey> newKeys, std::span<const RowKey> oldKeys);
 
-// Neighbouring rows, both ends included.
+// A range of adjacent rows, both ends included.
 struct RowRun {
     int first = 0;
     int last = 0;
 };
 
-// The rows of 0 to `count` - 1 for which `isMember` holds, from the top.
+// The runs of rows from 0 to `count` - 1 for which `isMember` is true, from the top.
 template <class IsMember>
 [[nodiscard]] std::vector<RowRun> runsOf(int count, IsMember isMember) {
     std::vector<RowRun> runs;

@@ -12,15 +12,14 @@
 namespace kelvane {
 namespace {
 
-// Logical pixels.
-constexpr int smallestRowContent = 16; // an icon, a bullet
+constexpr int smallestRowContent = 16; // in logical pixels: an icon or a bullet
 constexpr int marginAbove = 2;
 constexpr int marginAtSides = 4;
 constexpr int arrowRoom = 18;
 constexpr qreal arrowHeight = 7;
 constexpr qreal arrowStroke = 1.5;
 
-constexpr float shareOfHighlight = 0.28F; // in a column without the keyboard
+constexpr float shareOfHighlight = 0.28F; // in a column without the focus
 constexpr float arrowOpacity = 0.6F;
 
 QColor between(const QColor& one, const QColor& other, float share) {
@@ -29,7 +28,7 @@ QColor between(const QColor& one, const QColor& other, float share) {
                             mix(one.blueF(), other.blueF()));
 }
 
-// How the row is to look, in the colours of its column.
+// The style options of the row, with the colours of its column.
 QStyleOptionViewItem lookOf(const QStyleOptionViewItem& option) {
     QStyleOptionViewItem look = option;
     const bool hasKeyboard = option.widget->hasFocus();
@@ -45,7 +44,7 @@ QStyleOptionViewItem lookOf(const QStyleOptionViewItem& option) {
     return look;
 }
 
-// What the cell draws in; a bullet stands in the middle of the row's height.
+// The rectangle in which the cell draws; a bullet is vertically centred.
 QRect frameOf(const KelvaneBrowserCell& cell, const QRect& row) {
     QRect frame = row.adjusted(marginAtSides, 0, cell.isLeaf() ? -marginAtSides : -arrowRoom, 0);
     if (const int height = cell.bulletSize().height(); height > 0) {
@@ -73,7 +72,7 @@ QColor arrowColor(const QStyleOptionViewItem& look) {
     return color;
 }
 
-// An outline alone: the style's own fills the row and would leave the bullet's ground behind.
+// Draws only an outline: the style's focus frame fills the row and would leave the bullet's background.
 void drawFocus(const QStyleOptionViewItem& look, QPainter& painter) {
     painter.setPen(look.palette.color(QPalette::Highlight));
     painter.drawRect(look.rect.adjusted(0, 0, -1, -1));
@@ -106,7 +105,7 @@ QSize RowPainter::sizeHint(const QStyleOptionViewItem& option, const QModelIndex
     return {1, std::max(smallestRowContent, option.fontMetrics.height()) + 2 * marginAbove};
 }
 
-// Whatever a file is called, it is no markup.
+// A file name must never be interpreted as markup.
 bool RowPainter::helpEvent(QHelpEvent* event, QAbstractItemView* view, const QStyleOptionViewItem& option,
                            const QModelIndex& index) {
     if (event->type() != QEvent::ToolTip || !index.isValid())

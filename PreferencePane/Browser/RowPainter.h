@@ -4,8 +4,8 @@
 
 namespace kelvane {
 
-// Paints the rows of a ColumnView: the cell, an arrow where something opens to the right, the selection in
-// full colour only in the column that has the keyboard. All rows are equally high.
+// Paints the rows of a ColumnView: the cell, an arrow for a folder, and the selection, in full colour only in
+// the column with the focus. All rows have the same height.
 class RowPainter : public QStyledItemDelegate {
     Q_OBJECT
 public:

@@ -7,7 +7,7 @@
 namespace kelvane {
 
 QString chatAddress(const QString& page, const QString& server) {
-    constexpr int longestServer = 1024; // what is longer is no server, and would be laid out in vain
+    constexpr int longestServer = 1024; // longer text is no server name, and slow to lay out
     if (page.isEmpty() || server.isEmpty() || server.size() > longestServer)
         return {};
     return QString("http://" + page).replace("%1$@", server);
@@ -24,7 +24,7 @@ void showChatInvitation(QTextEdit& view, const QString& invitation, const QStrin
     QTextCharFormat link = plain;
     link.setAnchor(true);
     link.setAnchorHref(address);
-    link.setForeground(view.palette().link()); // the blue that can be read on this background
+    link.setForeground(view.palette().link()); // the link colour that is readable on this background
     link.setFontUnderline(true);
     end.insertText(address, link);
 }

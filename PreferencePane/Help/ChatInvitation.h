@@ -6,12 +6,12 @@ class QTextEdit;
 
 namespace kelvane {
 
-// The address of the support's chat from its host and path, in which every "%1$@" stands for the server.
-// Empty where one of them is.
+// The address of the support chat from its host and path, with every "%1$@" replaced by the server. Empty
+// when either argument is.
 [[nodiscard]] QString chatAddress(const QString& page, const QString& server);
 
-// Puts the invitation with a link to the address into the view, in the font that its text has now. Nothing is
-// left in it without an address.
+// Puts the invitation with a link to the address into the view, in its current font. Clears the view when the
+// address is empty.
 void showChatInvitation(QTextEdit& view, const QString& invitation, const QString& address);
 
 } // namespace kelvane

@@ -1,4 +1,4 @@
-// How the controller compresses a file; the report itself goes with what the zip tool makes.
+// The controller's file compression; the report itself sends an archive made by the zip program.
 
 #include "PreferencePane/Help/HelpController.h"
 
@@ -15,10 +15,10 @@ namespace kelvane {
 namespace {
 
 constexpr const char* outputName = "KelvaneLog.gz";
-constexpr std::size_t mostBytes = std::numeric_limits<int>::max(); // in one call of the library
+constexpr std::size_t mostBytes = std::numeric_limits<int>::max(); // per call of the library
 
-// Others may be allowed to write to the folder: what stands at the path is removed, and nothing is followed
-// or shared.
+// Other users may have write access to the folder, so the path is removed first, and nothing there is
+// followed or shared.
 gzFile openNew(const std::string& path) {
     ::unlink(path.c_str());
     const int file =

@@ -23,7 +23,7 @@ QString screen(const std::string& text) {
     return QString::fromStdString(text);
 }
 
-// A field that only shows something looks so.
+// Makes a read-only field look like text.
 void showAsText(QLineEdit& field) {
     field.setFrame(false);
     QPalette palette;
@@ -38,7 +38,7 @@ void showAsText(QTextBrowser& field) {
     field.setMaximumHeight(mostLines * field.fontMetrics().lineSpacing());
 }
 
-// Of the pane's window, which takes no input until the sheet has been ended.
+// A sheet of the pane's window, which accepts no input until the sheet is closed.
 void showSheet(QDialog& sheet) {
     sheet.open();
 }
@@ -74,7 +74,7 @@ KelvaneHelpController::~KelvaneHelpController() {
 }
 
 void KelvaneHelpController::localizeForms() {
-    localizeForm(*view_, *prefs_.bundle()); // with the sheets, which belong to it
+    localizeForm(*view_, *prefs_.bundle()); // includes the sheets, which are its children
     for (int item = 0; item < email_->emailCategory->count(); ++item) {
         const std::string title = email_->emailCategory->itemText(item).toStdString();
         email_->emailCategory->setItemText(item, prefs_.qtext(title));
@@ -186,7 +186,7 @@ void KelvaneHelpController::cancelEmailAction() {
 
 void KelvaneHelpController::sendEmailAction() {
     endSheet(*emailWindow_);
-    email_->emailButton->setEnabled(false); // a second click may be on the way
+    email_->emailButton->setEnabled(false); // ignores a second click
     const IncidentReport report = incidentReport();
     if (!report.hasAccount())
         return;
@@ -197,7 +197,8 @@ void KelvaneHelpController::sendEmailAction() {
     }();
     if (!outcome.isSent() && outcome.end != BusySheet::End::ApplicationEnds)
         offerAgain(outcome.failure);
-    else if (!outcome.missingLog.empty() && !email_->emailLogCaption->isHidden()) // which has promised it
+    // the form has promised the log
+    else if (!outcome.missingLog.empty() && !email_->emailLogCaption->isHidden())
         openSheet(
             view_,
             {.message = prefs_.qtext("Report Without Log Message", "Your report was sent without the log."),
@@ -206,7 +207,7 @@ void KelvaneHelpController::sendEmailAction() {
             &context_, [](int) {});
 }
 
-// What was written is still there. `failure` is empty when the user has cancelled.
+// The text is kept. `failure` is empty when the user has cancelled.
 void KelvaneHelpController::offerAgain(const std::string& failure) {
     emailCategoryAction(email_->emailCategory->currentIndex());
     showSheet(*emailWindow_);

@@ -25,9 +25,9 @@ namespace kelvane {
 // The Help tab: a sheet that offers the online help, the daemon's log and a report, and the sheet in which a
 // report is written and sent to the support with the zipped log.
 //
-// Main thread only. The pane outlives it. Its view, which owns the sheets, is its own until somebody takes
-// it, and must be there for as long as it is called. Sending waits in an event loop of its own: this object
-// must not be deleted meanwhile.
+// Main thread only. The pane outlives it. It owns its view, which owns the sheets, until the tab adopts it;
+// the view must exist during every call. Sending runs a nested event loop, during which this object must not
+// be deleted.
 class KelvaneHelpController final : public HelpTab {
 public:
     explicit KelvaneHelpController(PaneServices& prefs, ReportTools tools = {});
@@ -38,7 +38,7 @@ public:
     [[nodiscard]] QWidget* view() override { return view_; }
     void awakeFromNib() override;
 
-    // The file's contents as gzip writes them; none for one that is empty or cannot be read or written.
+    // The file's contents in gzip format; none when the file is empty or cannot be read or written.
     [[nodiscard]] static std::optional<Data> compressFile(const std::string& path);
 
 private:
@@ -75,7 +75,7 @@ private:
     QDialog* const emailWindow_;
     std::string chatLink_;
     std::array<NotificationCenter::Observer, 2> observers_;
-    QObject context_; // what the controls call ends with it
+    QObject context_; // its destruction disconnects the controls
 };
 
 } // namespace kelvane

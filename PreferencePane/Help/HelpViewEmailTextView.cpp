@@ -26,7 +26,7 @@ void HelpViewEmailTextView::resetString() {
     document()->clearUndoRedoStacks();
 }
 
-// Not what the view calls its plain text: that has lost its no-break spaces.
+// The view's own plain text has lost its no-break spaces.
 QString HelpViewEmailTextView::string() const {
     return document()
         ->toRawText()
@@ -34,7 +34,7 @@ QString HelpViewEmailTextView::string() const {
         .replace(QChar::LineSeparator, '\n');
 }
 
-// By its length and not by the figures of the signal, which may count the end of the last paragraph.
+// Uses the document's length, because the numbers in the signal may include the end of the last paragraph.
 void HelpViewEmailTextView::documentChanged() {
     const int before = std::exchange(length_, document()->characterCount() - 1);
     Q_EMIT didProcessEditing(length_ - before);

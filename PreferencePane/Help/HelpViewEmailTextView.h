@@ -5,8 +5,8 @@
 
 namespace kelvane {
 
-// Where the text of a report is written. Holds the running number of its characters, in UTF-16 units with one
-// for each line break, which whoever hears of the edits keeps.
+// The text field of a report. Holds a running count of its characters, in UTF-16 units with one per line
+// break, which the receiver of `didProcessEditing` updates.
 class HelpViewEmailTextView : public QPlainTextEdit {
     Q_OBJECT
 
@@ -14,15 +14,15 @@ public:
     explicit HelpViewEmailTextView(QWidget* parent = nullptr);
 
     [[nodiscard]] std::int32_t charsInTextField() const { return charsInTextField_; }
-    // What is below 0 becomes 0.
+    // Negative counts become 0.
     void setCharsInTextField(std::int64_t count);
-    // One edit, which cannot be taken back.
+    // One edit, which cannot be undone.
     void resetString();
-    // Every character as it was typed, lines ending with a line feed.
+    // Every character as typed, with line feeds as line ends.
     [[nodiscard]] QString string() const;
 
 Q_SIGNALS:
-    // After each edit: how much longer the text is than before it.
+    // Emitted after each edit with the change in length.
     void didProcessEditing(int changeInLength);
 
 private:

@@ -25,7 +25,7 @@ std::vector<IncidentReport::Field> IncidentReport::fields() const {
         {"os", operatingSystem},
         {"category", category},
         {"comment", comment},
-        // Signed, as the server has always had it.
+        // Signed, as the server expects.
         {"serial", formatText("%d", computerNumber.uint32Value())},
     };
 }

@@ -8,33 +8,33 @@
 
 namespace kelvane {
 
-// What a report to the support says, and about whom.
+// The contents of a report to the support, and its account.
 struct IncidentReport {
-    std::string serverURL; // a host's name, perhaps with a port
+    std::string serverURL; // a host name, optionally with a port
     std::string mailtoName;
     std::string mailtoDomain;
     std::string userEmail;
-    std::string version; // of the pane
+    std::string version; // the pane's version
     std::string operatingSystem;
     std::string category;
     std::string comment;
-    Value computerNumber; // absent when nobody is there to tell it
+    Value computerNumber; // absent when unknown
 
-    // One without is not sent.
+    // A report without an account is not sent.
     [[nodiscard]] bool hasAccount() const {
         return !userEmail.empty() && !computerNumber.isAbsent() && !serverURL.empty();
     }
-    // Without a scheme.
+    // The URL without a scheme.
     [[nodiscard]] std::string address() const;
     struct Field {
         std::string name;
         std::string contents;
     };
-    // The form's, in their order; the log comes behind them.
+    // The form's fields in their order; the log follows them.
     [[nodiscard]] std::vector<Field> fields() const;
 };
 
-// Of the version's packed digits, two for the major one and one each for the others.
+// From the packed digits of a version: two for the major, one each for the others.
 [[nodiscard]] std::string operatingSystemText(std::uint32_t packedVersion);
 
 } // namespace kelvane

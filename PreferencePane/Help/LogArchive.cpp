@@ -13,7 +13,7 @@
 namespace kelvane {
 namespace {
 
-// What is written meanwhile, also by children that are started, is for this user alone.
+// Sets the file mode mask, also for child processes, so that new files are private to this user.
 class PrivateFiles {
 public:
     PrivateFiles() : before_(::umask(S_IRWXG | S_IRWXO)) {}
@@ -41,7 +41,7 @@ LogArchive::~LogArchive() {
 }
 
 std::optional<ChildProcess> LogArchive::zip(const std::string& logPath, std::string& reason) const {
-    // The program would take another one for an option, or for its standard input.
+    // The zip program would read another path as an option or as standard input.
     if (!isAbsolutePath(logPath)) {
         reason = '"' + logPath + "\" is no absolute path";
         return std::nullopt;

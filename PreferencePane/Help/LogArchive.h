@@ -8,10 +8,10 @@
 
 namespace kelvane {
 
-// The zipped log of one report: "KelvaneLog.zip" in the user's temporary folder, for as long as this lives.
+// The zipped log of one report: "KelvaneLog.zip" in the user's temporary folder, removed by the destructor.
 //
-// Others may be allowed to write to that folder. So whatever stands there before is removed, and only a file
-// that belongs to this user, is no link and has no second name is taken for the archive.
+// Other users may have write access to that folder. So whatever is at the path is removed first, and the
+// archive is accepted only if it belongs to this user, is not a link and has no second name.
 class LogArchive {
 public:
     static constexpr const char* name = "KelvaneLog.zip";
@@ -21,9 +21,9 @@ public:
     LogArchive(const LogArchive&) = delete;
     LogArchive& operator=(const LogArchive&) = delete;
 
-    // Starts zipping. None, with the reason, when there is nothing to zip or no place for it.
+    // Starts to zip. None, with the reason, when there is nothing to zip or the archive cannot be created.
     [[nodiscard]] std::optional<ChildProcess> zip(const std::string& logPath, std::string& reason) const;
-    // The archive, if it was made.
+    // Opens the archive, if it was made.
     [[nodiscard]] FileDescriptor open() const;
 
 private:

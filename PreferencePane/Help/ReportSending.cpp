@@ -14,8 +14,8 @@ namespace {
 
 constexpr std::chrono::milliseconds cleaningUp(2000); // for a program that was asked to end
 
-// Zipping that is not waited for any longer. The program removes what it has begun; one that does not end
-// would write on where nobody looks.
+// Stops zipping after a timeout. The program removes its partial archive; one that does not end is killed, so
+// that it does not write on unnoticed.
 void stop(ChildProcess& process) {
     process.send(SIGTERM);
     pollfd end{process.descriptor(), POLLIN, 0};
@@ -27,7 +27,7 @@ void stop(ChildProcess& process) {
 struct Zipped {
     BusySheet::End end = BusySheet::End::Finished;
     FileDescriptor archive;
-    std::string trouble; // why there is none
+    std::string trouble; // why there is no archive
 };
 
 Zipped zipLog(const LogArchive& archive, const std::string& logPath, const ReportTools& tools,
@@ -67,7 +67,7 @@ ReportOutcome sendReport(const IncidentReport& report, const std::string& logPat
     ReportTransfer transfer(report, std::move(zipped.archive), tools.limits);
     BusySheet::End end = busy.run([&](std::chrono::milliseconds atMost) { return transfer.step(atMost); });
     if (end == BusySheet::End::Cancelled && transfer.isAnswered())
-        end = BusySheet::End::Finished; // it would else be offered to be sent once more
+        end = BusySheet::End::Finished; // otherwise the user would be asked to send it again
     return {end, end == BusySheet::End::Finished ? transfer.failure() : std::string(), zipped.trouble};
 }
 

@@ -15,13 +15,13 @@ struct ReportTools {
 
 struct ReportOutcome {
     BusySheet::End end = BusySheet::End::Finished;
-    std::string failure;    // why it did not get to the server, if so
-    std::string missingLog; // why it went without the log, if so
+    std::string failure;    // why it did not reach the server; empty on success
+    std::string missingLog; // why the log is missing; empty when it was sent
     [[nodiscard]] bool isSent() const { return end == BusySheet::End::Finished && failure.empty(); }
 };
 
-// Zips the log and sends the report with it, or without where it cannot be zipped. Over when it returns; the
-// archive has gone then, too.
+// Zips the log and sends the report with it, or without it when it cannot be zipped. Blocks until the report
+// is sent and the archive removed.
 [[nodiscard]] ReportOutcome sendReport(const IncidentReport& report, const std::string& logPath,
                                        const ReportTools& tools, const BusySheet& busy);
 

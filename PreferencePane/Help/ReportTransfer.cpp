@@ -12,7 +12,7 @@ namespace {
 constexpr const char* archiveField = "KelvaneLog";
 constexpr const char* onlyProtocol = "http";
 
-// The library is set up before anything else of it is called.
+// Initialises the library before its first use.
 CURLM* makeLoop() {
     return curl_global_init(CURL_GLOBAL_ALL) == CURLE_OK ? curl_multi_init() : nullptr;
 }
@@ -48,7 +48,7 @@ void ReportTransfer::fillForm(const IncidentReport& report) {
         return;
     curl_mimepart* const part = curl_mime_addpart(form_.get());
     curl_mime_name(part, archiveField);
-    // The file that was looked at, and not what has its name by now.
+    // Sends the file that was checked and not whatever has its name by now.
     curl_mime_filedata(part, ("/proc/self/fd/" + std::to_string(archive_.get())).c_str());
     curl_mime_filename(part, LogArchive::name);
 }
@@ -56,7 +56,8 @@ void ReportTransfer::fillForm(const IncidentReport& report) {
 void ReportTransfer::setOptions(const std::string& address) {
     CURL* const transfer = transfer_.get();
     curl_easy_setopt(transfer, CURLOPT_URL, address.c_str());
-    // Or a host called "ftp.example.org" would be taken at its name, and one "file:///" at its word.
+    // Otherwise the library would guess another protocol from a host name such as "ftp.example.org" or
+    // "file:///".
     curl_easy_setopt(transfer, CURLOPT_DEFAULT_PROTOCOL, onlyProtocol);
     curl_easy_setopt(transfer, CURLOPT_PROTOCOLS_STR, onlyProtocol);
     curl_easy_setopt(transfer, CURLOPT_DISALLOW_USERNAME_IN_URL, 1L);
@@ -66,10 +67,10 @@ void ReportTransfer::setOptions(const std::string& address) {
     curl_easy_setopt(transfer, CURLOPT_VERBOSE, 1L);
     curl_easy_setopt(transfer, CURLOPT_HEADER, 1L);
     curl_easy_setopt(transfer, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(limits_.connecting.count()));
-    curl_easy_setopt(transfer, CURLOPT_LOW_SPEED_LIMIT, 1L); // bytes a second: a slow line is no reason
+    curl_easy_setopt(transfer, CURLOPT_LOW_SPEED_LIMIT, 1L); // bytes per second: a slow line is not a failure
     curl_easy_setopt(transfer, CURLOPT_LOW_SPEED_TIME, static_cast<long>(limits_.standstill.count()));
     curl_easy_setopt(transfer, CURLOPT_ERRORBUFFER, reason_.data());
-    // Giving up would else wait for a name server that does not answer.
+    // Otherwise cancelling would wait for a name server that does not answer.
     curl_easy_setopt(transfer, CURLOPT_QUICK_EXIT, 1L);
 }
 

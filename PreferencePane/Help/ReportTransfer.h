@@ -13,32 +13,31 @@
 
 namespace kelvane {
 
-// How long somebody who waits for a report to be sent has to wait at most.
+// The time limits for sending a report.
 struct ReportLimits {
     std::chrono::milliseconds zipping{30'000}; // half a gigabyte takes ten seconds
     std::chrono::milliseconds connecting{15'000};
-    std::chrono::seconds standstill{60};          // of the transfer, in which no byte gets on
-    std::int64_t answer = std::int64_t{8} << 20U; // bytes of it, of which nobody makes use
+    std::chrono::seconds standstill{60};          // of the transfer without a byte sent or received
+    std::int64_t answer = std::int64_t{8} << 20U; // bytes of the answer, which is not used
 };
 
-// One multipart HTTP POST of a report, made piece by piece on the thread that made it. What the server
-// answers changes nothing; the library writes what it does to standard error and the answer to standard
-// output.
+// One multipart HTTP POST of a report, done step by step on its thread. The server's answer does not matter;
+// the library writes its activity to standard error and the answer to standard output.
 //
-// The host's name may hold anything: what it is read as is an HTTP request to that host, or nothing is sent.
+// The host name may be any text: it is used for an HTTP request to that host, or nothing is sent.
 class ReportTransfer {
 public:
-    // `archive` may be none.
+    // `archive` may be empty.
     ReportTransfer(const IncidentReport& report, FileDescriptor archive, const ReportLimits& limits);
     ~ReportTransfer();
     ReportTransfer(const ReportTransfer&) = delete;
     ReportTransfer& operator=(const ReportTransfer&) = delete;
 
-    // Goes on for no longer than that; true when it is over.
+    // Works for at most that time; returns true when finished.
     [[nodiscard]] bool step(std::chrono::milliseconds atMost);
-    // The server has the report then, whatever becomes of the rest of its answer.
+    // True when the server has received the report, whatever happens to the rest of its answer.
     [[nodiscard]] bool isAnswered() const;
-    // Once it is over: why the report did not get to the server, empty when it did.
+    // When finished: why the report did not reach the server; empty on success.
     [[nodiscard]] std::string failure() const;
 
 private:
@@ -55,12 +54,12 @@ private:
     const FileDescriptor archive_;
     const ReportLimits limits_;
     const std::unique_ptr<CURLM, Release<curl_multi_cleanup>> loop_;
-    CURLMcode code_ = CURLM_OK; // the first trouble of the library itself
+    CURLMcode code_ = CURLM_OK; // the first error of the library itself
     std::unique_ptr<curl_mime, Release<curl_mime_free>> form_;
     const std::unique_ptr<CURL, Release<curl_easy_cleanup>> transfer_;
 };
 
-// The library's callback for each line of the answer's header: logs it.
+// The library's callback for each header line of the answer; logs the line.
 std::size_t curlWriteHeader(char* bytes, std::size_t size, std::size_t count, void* context);
 
 } // namespace kelvane

@@ -5,8 +5,7 @@
 
 namespace kelvane {
 
-// Shows a picture as large as it is itself, as crisp as the screen allows. Decoration: what it shows is said
-// by the texts beside it.
+// Shows an image in its own size at the screen's resolution. Decorative: the texts beside it say the same.
 class IconView : public QWidget {
     Q_OBJECT
 

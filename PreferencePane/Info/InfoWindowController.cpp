@@ -15,7 +15,7 @@
 namespace kelvane {
 namespace {
 
-// The computer's name as its settings have it, else as this system tells it.
+// The computer's name from its settings, otherwise from the system.
 std::string shownComputerName(const PaneServices& prefs) {
     const std::string settings =
         prefs.text("ConfigPlistPath", "/Library/Preferences/SystemConfiguration/preferences.plist");
@@ -29,7 +29,7 @@ IconHandle iconOf(const LocationItem& item, const PaneServices& prefs) {
     switch (item.kind) {
     case LocationItem::Kind::Computer: return prefs.icons().computer();
     case LocationItem::Kind::Folder:
-        // One that is only in the backup is a folder all the same.
+        // A folder that exists only in the backup is a folder, too.
         return prefs.fileServices().fileSystem().isDirectory(item.folder)
                    ? prefs.fileServices().iconOfFile(item.folder)
                    : prefs.fileServices().iconOfFolder();
@@ -119,7 +119,7 @@ void KelvaneInfoWindowController::updateUI() {
 
 void KelvaneInfoWindowController::updateTexts() {
     const InfoTexts texts = fileNode_ ? infoTexts(*fileNode_, prefs_) : InfoTexts();
-    // "[*]" alone would mark a changed document.
+    // A lone "[*]" is Qt's placeholder for a changed document.
     window_->setWindowTitle(oneLine(texts.title).replace("[*]", "[*][*]"));
     ui_->nameField->setText(QString::fromStdString(texts.name));
     ui_->kindField->setText(QString::fromStdString(texts.kind));

@@ -14,14 +14,14 @@ class InfoWindow;
 
 namespace kelvane {
 
-// A window with one file's backup details: what it is, how large, where it lies, when it was backed up.
+// A window with the backup details of one file: kind, size, location and backup date.
 //
-// Comes in two forms. A tab's is made without a file and pointed at one after the other; closing its window
-// hides it until the next. The registry's (see InfoWindowRegistry) is made for one file and ends with its
-// window.
+// It comes in two forms. The tabs' window is created without a file and shows one after the other; closing it
+// hides it until the next. A window of the registry (see InfoWindowRegistry) is created for one file and
+// destroyed when closed.
 //
-// Main thread only. Keeps its file alive, whatever becomes of the tree that it was in; what is not known of
-// it is an empty field. Nothing fails. `prefs` outlives it.
+// Main thread only. Keeps its file alive, even when the file's tree is destroyed; unknown facts are empty
+// fields. Nothing fails. `prefs` must outlive it.
 class KelvaneInfoWindowController {
 public:
     explicit KelvaneInfoWindowController(const PaneServices& prefs, FileNodeRef fileNode = nullptr);
@@ -29,17 +29,17 @@ public:
     KelvaneInfoWindowController(const KelvaneInfoWindowController&) = delete;
     KelvaneInfoWindowController& operator=(const KelvaneInfoWindowController&) = delete;
 
-    // Shows the window when it has a file.
+    // Shows the window if it has a file.
     void awakeFromNib();
 
-    // Null empties the window; it is shown in any case.
+    // Null clears the window; the window is shown in either case.
     void setFileNode(const FileNodeRef& fileNode);
     [[nodiscard]] const FileNodeRef& fileNode() const { return fileNode_; }
-    // In front of the other windows, with the keyboard.
+    // Raises the window and gives it the focus.
     void show();
     void closeInfoWindows();
 
-    // Called each time the window has been closed, by whomever.
+    // Called each time the window has been closed, by the user or the program.
     void setWindowWillClose(std::function<void()> action) { windowWillClose_ = std::move(action); }
     [[nodiscard]] QDialog* window() const { return window_; }
 
@@ -52,7 +52,7 @@ private:
     const PaneServices& prefs_;
     FileNodeRef fileNode_;
     std::function<void()> windowWillClose_;
-    // A child of the pane's view, which may go first.
+    // A child of the pane's view, which may delete it first.
     const QPointer<QDialog> window_;
     const std::unique_ptr<Ui::InfoWindow> ui_;
 };

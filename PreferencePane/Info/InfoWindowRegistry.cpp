@@ -16,7 +16,7 @@ void InfoWindowRegistry::showInfoWindowForFileNode(const FileNodeRef& node) {
 
 void InfoWindowRegistry::closeInfoWindows() {
     ofTabs_.closeInfoWindows();
-    const Controllers open = controllers_; // each takes itself out
+    const Controllers open = controllers_; // a copy, because each one removes itself
     for (const auto& controller : open)
         controller->closeInfoWindows();
 }
@@ -25,7 +25,7 @@ void InfoWindowRegistry::windowWillClose(const KelvaneInfoWindowController* cont
     const auto closed = std::ranges::find(controllers_, controller, &Controllers::value_type::get);
     if (closed == controllers_.end())
         return;
-    // The event that closes the window is still being handled in it.
+    // The window is still handling its close event, so its destruction is posted.
     prefs_.mainLoop()->post([kept = std::move(*closed)] {});
     controllers_.erase(closed);
 }

@@ -7,18 +7,18 @@
 
 namespace kelvane {
 
-// All Info windows of a pane: the one that its tabs point at one file after the other, and those that show
-// one file each until somebody closes them. Main thread only; `prefs` outlives it.
+// All Info windows of a pane: the one that the tabs share, and those for one file each, which exist until
+// they are closed. Main thread only; `prefs` must outlive it.
 class InfoWindowRegistry : public InfoWindows {
 public:
     explicit InfoWindowRegistry(const PaneServices& prefs) : prefs_(prefs), ofTabs_(prefs) {}
 
-    // Stays as long as this.
+    // Lives as long as this registry.
     [[nodiscard]] KelvaneInfoWindowController& ofTabs() { return ofTabs_; }
     void closeInfoWindows() override;
 
-    // Brings the window of this very node to the front, or makes one. Two nodes of one path have two windows:
-    // each tells what was known when it was asked for.
+    // Raises the window of this node, or creates one. Two nodes of the same path have two windows: each shows
+    // what was known when it was opened.
     void showInfoWindowForFileNode(const FileNodeRef& node);
 
     using Controllers = std::vector<std::shared_ptr<KelvaneInfoWindowController>>;

@@ -29,21 +29,21 @@ void BackupState::onBegin() {
     KelvaneCLog("BackupState:onBegin - opening connection");
     const std::weak_ptr<const void> presence = presence_;
     if (connection_)
-        onEnd(); // or it would keep itself, and its connection, for ever
+        onEnd(); // otherwise the object and its connection would never be destroyed
     if (presence.expired() || connection_)
-        return; // an observer of the end has dropped this object, or begun already
+        return; // an observer of the end has destroyed this object or called `onBegin`
     connection_ = ConnectionController::create(mainLoop_, notifications_, bundle_, proxyDelegate_);
     if (disableConnectTimer_)
         connection_->disableConnectTimer();
     connectionObserver_ =
         notifications_->observe(KelvaneConnectionReadyChangedNotification, connection_.get(),
                                 [this](const Notification&) { daemonConnectionChangedNotification(); });
-    const auto connection = connection_; // an observer may end it at once
+    const auto connection = connection_; // an observer may call `onEnd` immediately
     connection->start();
 }
 
-// The controller stops while it is still observed, so that the tabs hear of the end. It has left this object
-// by then: whoever hears of it may end once more, begin again, or drop this object.
+// The controller stops while it is still observed, so that the tabs are notified of the end. It is detached
+// from this object before that: an observer may call `onEnd` again, call `onBegin`, or destroy this object.
 void BackupState::onEnd() {
     statusTimer_.stop();
     const auto observer = std::exchange(connectionObserver_, {});
@@ -58,11 +58,11 @@ void BackupState::updateDaemonState() {
     const auto connection = connection_;
     Value state = query<"daemonState">();
     if (presence.expired() || connection_ != connection)
-        return; // ended by an observer of a loss
+        return; // an observer of the loss has called `onEnd`
     if (!state.isDictionary())
         state = {};
     extensions_ = state[statekey::extensions];
-    // Nothing equals an answer that is missing: it is always announced.
+    // A missing answer differs from everything: it is always announced.
     if (!state.isAbsent() && state == daemonState_)
         return;
     daemonState_ = state;
@@ -79,7 +79,7 @@ void BackupState::daemonConnectionChangedNotification() {
     const std::weak_ptr<const void> presence = presence_;
     const auto connection = connection_;
     notifications_->post(KelvaneBackupStateConnectionChangedNotification, this);
-    // An observer that asked the daemon may have found the link gone; another may have begun anew.
+    // An observer that asked the daemon may have found the link lost; another may have called `onBegin`.
     if (presence.expired() || connection_ != connection || !isConnected || !connected() ||
         !wantsStateChangedNotifications_)
         return;
@@ -156,7 +156,7 @@ std::string BackupState::proxyOrCacheStringWithArg(std::string_view selector, co
     std::string result =
         daemon->invoke(selector, takesArgument ? std::vector<Value>{arg} : std::vector<Value>{}, &isAnswered)
             .stringValue();
-    if (!isAnswered) // lost in the middle, which the main thread may not know yet
+    if (!isAnswered) // lost during the call, which the main thread may not know yet
         return DefaultsDB::stringProperty(forItem).value_or(std::string());
     if (DefaultsDB::stringProperty(forItem) != result)
         DefaultsDB::setStringProperty(result, forItem);

@@ -14,25 +14,25 @@
 
 namespace kelvane {
 
-// Both with the BackupState as sender; the second carries the new state dictionary, nothing when the daemon
+// Both are posted by the BackupState; the second carries the new state dictionary, or nothing when the daemon
 // gave none.
 inline constexpr std::string_view KelvaneBackupStateConnectionChangedNotification =
     "KelvaneBackupStateConnectionChangedNotification";
 inline constexpr std::string_view KelvaneBackupStateChangedNotification =
     "KelvaneBackupStateChangedNotification";
 
-// The one facade over the daemon: owns the connection, polls the state dictionary every 2 s while connected
-// and announces each change, forwards commands and queries, and keeps a few account values for times without
-// a daemon. The getters stand below by where their answer comes from.
+// The facade over the daemon: owns the connection, polls the state dictionary every 2 s while connected and
+// announces each change, forwards commands and queries, and stores a few account values for use without a
+// daemon. The getters below are grouped by the source of their values.
 //
-// Main thread only. A query blocks until the daemon answers, and the link may be lost meanwhile: when it was
-// found out by writing, the notification has been delivered before the query returns. An observer may call
-// `onEnd` or drop this object; what it interrupts then just ends. The proxy delegate is not owned.
+// Main thread only. A query blocks until the daemon answers, and the link may be lost meanwhile; when a
+// failed write reveals that, the notification is delivered before the query returns. An observer may call
+// `onEnd` or destroy this object; the interrupted operation then returns. The proxy delegate is not owned.
 class BackupState {
 public:
     BackupState(std::shared_ptr<MainLoop> mainLoop, std::shared_ptr<NotificationCenter> notifications,
                 std::shared_ptr<const Bundle> bundle);
-    // Closes the connection without telling anybody.
+    // Closes the connection without a notification.
     ~BackupState();
     BackupState(const BackupState&) = delete;
     BackupState& operator=(const BackupState&) = delete;
@@ -51,13 +51,14 @@ public:
     [[nodiscard]] std::shared_ptr<KelvaneProxy> proxy() const {
         return connected() ? connection_->proxy() : nullptr;
     }
-    // Asks the daemon for its state dictionary and announces it when it is another one.
+    // Asks the daemon for its state dictionary and announces it if it has changed.
     void updateDaemonState();
 
-    // Whether the daemon has told its state: false until its first answer, and after one that was lost.
+    // Whether the daemon has answered with its state: false before the first answer, and after one that was
+    // lost.
     [[nodiscard]] bool hasDaemonState() const { return !daemonState_.isAbsent(); }
 
-    // From the last dictionary received, also while disconnected. A missing key reads as 0, false or absent.
+    // From the last dictionary received, even while disconnected. A missing key reads as 0, false or absent.
     [[nodiscard]] std::uint32_t backedUpFileCount() const { return number(statekey::backedUpFileCount); }
     [[nodiscard]] bool backedUpFileCountAvailable() const { return has(statekey::backedUpFileCount); }
     [[nodiscard]] std::uint64_t backedupFileSize() const { return number64(statekey::backedupFileSize); }
@@ -81,15 +82,15 @@ public:
     }
     [[nodiscard]] bool isOverQuota() const { return flag(statekey::isOverQuota); }
     [[nodiscard]] std::uint32_t quotaMB() const { return number(statekey::quotaMB); }
-    [[nodiscard]] std::uint32_t quotaGB() const { return quotaMB() >> 10U; } // whole ones
+    [[nodiscard]] std::uint32_t quotaGB() const { return quotaMB() >> 10U; } // rounded down
     [[nodiscard]] std::uint32_t getBackupControl() const { return number(statekey::backupControlFlags); }
 
-    // None where the daemon does not list alerts.
+    // None when the daemon does not list alerts.
     [[nodiscard]] std::vector<StandingAlert> alerts() const {
         return standingAlertsFrom(daemonState_[statekey::alerts]);
     }
 
-    // Empty and none where the daemon does not say.
+    // Empty or none when the daemon does not report it.
     [[nodiscard]] std::optional<Date> lastBackupDate() const { return date(statekey::lastBackupDate); }
     [[nodiscard]] std::optional<Date> nextBackupDate() const { return date(statekey::nextBackupDate); }
     [[nodiscard]] std::optional<Date> pausedUntil() const { return date(statekey::pausedUntil); }
@@ -102,7 +103,7 @@ public:
     }
     [[nodiscard]] std::optional<std::uint64_t> secondsLeft() const { return count(statekey::secondsLeft); }
 
-    // Absent, empty and none where the daemon does not say.
+    // Absent, empty or none when the daemon does not report it.
     [[nodiscard]] Value lastVerifiedDate() const { return daemonState_[statekey::lastVerifiedDate]; }
     [[nodiscard]] std::string lastVerification() const {
         return daemonState_[statekey::lastVerification].stringValue();
@@ -111,13 +112,13 @@ public:
     [[nodiscard]] std::uint64_t damagedFileCount() const { return number64(statekey::damagedFileCount); }
     [[nodiscard]] bool isBackupDamaged() const { return flag(statekey::isBackupDamaged); }
 
-    // True once this daemon, since the connection to it, has named the extension in its state.
+    // Whether the connected daemon has listed the extension in its state.
     [[nodiscard]] bool hasExtension(std::string_view name) const;
 
-    // From the last dictionary while connected, else, and before there is one, from the store.
+    // From the last dictionary while connected; otherwise, and before the first one, from the store.
     [[nodiscard]] bool isQuotaLimited() const;
 
-    // From the daemon while connected, also when its answer is empty; else from the store.
+    // From the daemon while connected, even if its answer is empty; otherwise from the store.
     [[nodiscard]] std::string serverURL() const;
     [[nodiscard]] Value computerNumber() const; // a number
     [[nodiscard]] std::string skinId() const;
@@ -143,7 +144,7 @@ public:
         return query<"getFileTypeToggle:">(type);
     }
 
-    // To the daemon; dropped while disconnected.
+    // Sent to the daemon; dropped while disconnected.
     void setLowerPriorityMode(bool lower) { command<"setLowerPriorityMode:">(lower); }
     void setAutomaticMode(bool automatic) { command<"setAutomaticMode:">(automatic); }
     void setPausedMinutes(std::uint32_t minutes) { command<"setPausedMinutes:">(minutes); }
@@ -165,8 +166,8 @@ public:
     void endStateHandler() { command<"endStateHandler">(); }
     void terminateDaemon() { command<"terminate">(); }
 
-    // Of extensions: nothing is sent, and the answer is empty, while the daemon does not name them. An answer
-    // says why nothing was done.
+    // Extensions: nothing is sent, and the answer is empty, unless the daemon lists the extension. Otherwise
+    // the answer says why nothing was done.
     [[nodiscard]] std::string dismissAlert(const std::string& id) {
         return extendedQuery<"dismissAlert:">(id).stringValue();
     }
@@ -175,7 +176,7 @@ public:
     }
     [[nodiscard]] std::string verify() { return extendedQuery<"verify">().stringValue(); }
 
-    // Their methods are in no daemon's table: each throws UnknownSelector while connected.
+    // No daemon has these methods: each throws UnknownSelector while connected.
     void setBackupControl(std::uint32_t flags) { setBackupControl(flags, false); }
     void setBackupControl(std::uint32_t flags, bool turnOff);
     [[nodiscard]] std::int32_t intValueForProfileKey(const std::string& key) const;
@@ -228,13 +229,13 @@ private:
     std::shared_ptr<ConnectionController> connection_;
     NotificationCenter::Observer connectionObserver_;
     Value daemonState_;
-    Value extensions_; // of the daemon that is connected; absent until it has told its state
+    Value extensions_; // those of the connected daemon; absent until its first state
     std::shared_ptr<const Bundle> bundle_;
     Timer statusTimer_;
     std::weak_ptr<InvocationTarget> proxyDelegate_;
     bool wantsStateChangedNotifications_ = false;
     bool disableConnectTimer_ = false;
-    // Ends with this object: by a weak pointer to it, what has called out sees whether it may go on.
+    // A weak pointer to it tells a function that called out whether this object still exists.
     const std::shared_ptr<const void> presence_ = std::make_shared<char>();
 };
 

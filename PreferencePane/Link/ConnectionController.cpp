@@ -49,23 +49,24 @@ void ConnectionController::socketConnected(KelvaneSocket& /*socket*/) {
 }
 
 void ConnectionController::socketFailed(KelvaneSocket& /*socket*/) {
-    const auto self = shared_from_this(); // the socket that keeps it is about to go
+    const auto self = shared_from_this(); // the socket that keeps this object is about to be destroyed
     KelvaneCLog("ConnectionController::socketFailed:");
-    // Not when stopped by an observer of the loss, or while this report was on its way to the main thread.
+    // Does nothing when an observer of the loss has called `stop`, or when it was called before this task
+    // ran.
     const auto retry = [this] {
         if (!isStopped_)
             startConnectTimer();
     };
     try {
         closeSocket();
-    } catch (...) { // an observer has failed, which must not keep the pane without its daemon
+    } catch (...) { // an observer's exception must not prevent the reconnection
         retry();
         throw;
     }
     retry();
 }
 
-// A second loss before the first attempt replaces the timer, so that no more than one runs.
+// A second loss before the first attempt replaces the timer, so that only one runs.
 void ConnectionController::startConnectTimer() {
     connectTimer_ = mainLoop_->schedule(retryInterval, MainLoop::Repeat::Always, [weak = weak_from_this()] {
         if (const auto self = weak.lock())

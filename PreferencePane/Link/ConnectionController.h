@@ -11,18 +11,18 @@
 
 namespace kelvane {
 
-// Posted by a ConnectionController after a successful connect and on every close, also when nothing was
+// Posted by a ConnectionController after a successful connect and on every close, even when nothing was
 // connected.
 inline constexpr std::string_view KelvaneConnectionReadyChangedNotification =
     "KelvaneConnectionReadyChangedNotification";
 
-// Owns the one connection to the daemon: connects to the path under "DaemonPath" in the bundle's information
-// dictionary, tries again every second until that succeeds, and again after each loss.
+// Owns the connection to the daemon: connects to the path under "DaemonPath" in the bundle's information
+// dictionary, retries every second until that succeeds, and reconnects after each loss.
 //
-// On the main thread, except that a write that fails on another thread reports the loss there; nothing in the
-// pane writes from another thread. A write that fails inside a call has delivered the notification before the
-// call returns. Several losses may be reported for one; each closes what is there and starts the second anew.
-// `stop` must be called before the owner lets go: the socket keeps this object from the first attempt on.
+// Main thread, except that a failed write on another thread reports the loss there; the pane does not write
+// on other threads. When a write fails inside a call, the notification is delivered before the call returns.
+// One loss may be reported several times; each report closes the connection and restarts the second. `stop`
+// must be called before the owner releases this object: the socket keeps it from the first attempt on.
 class ConnectionController : public SocketDelegate,
                              public std::enable_shared_from_this<ConnectionController> {
 public:
@@ -31,17 +31,17 @@ public:
            std::shared_ptr<const Bundle> bundle, std::weak_ptr<InvocationTarget> proxyDelegate);
 
     void setBundle(std::shared_ptr<const Bundle> bundle) { bundle_ = std::move(bundle); }
-    // `start` then tries once only; a loss still starts the retries.
+    // After this, `start` tries once only; a loss still starts the retries.
     void disableConnectTimer() { disableConnectTimer_ = true; }
-    // A daemon that reads nothing for so long counts as lost: a command would hold up the main thread. From
-    // the next connection on.
+    // The connection counts as lost when the daemon reads nothing for this time, because a command would
+    // block the main thread. Applies from the next connection on.
     void setSendTimeout(std::chrono::milliseconds timeout) { sendTimeout_ = timeout; }
     void start();
-    // A loss that is reported after this starts nothing.
+    // A loss reported after this does not reconnect.
     void stop();
 
     [[nodiscard]] bool connected() const { return connected_; }
-    // Null before the first attempt and after a close; there is one between attempts, too.
+    // Null before the first attempt and after a close; may be set between attempts, too.
     [[nodiscard]] std::shared_ptr<KelvaneProxy> proxy() const { return proxy_; }
 
     void socketConnected(KelvaneSocket& socket) override;

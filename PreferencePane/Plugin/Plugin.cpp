@@ -1,4 +1,4 @@
-// The pane's entry point, where its parts are made and handed to each other.
+// The pane's entry point, which creates its parts and connects them.
 
 #include "Platform/Desktop/DesktopFileServices.h"
 #include "Platform/Desktop/PanePlugin.h"

@@ -1,4 +1,4 @@
-// The backed-up tree, as the daemon knows it.
+// The tree of files in the backup, as the daemon reports it.
 
 #include "Common/FileNode/FileNode.h"
 #include "Foundation/PathComponents.h"
@@ -8,7 +8,7 @@
 
 namespace kelvane {
 
-// An answer of nothing is an empty column; a link that is lost in the middle leaves the rows as they are.
+// An empty answer gives an empty column; when the link is lost during the call, the rows stay.
 std::optional<BrowserRows> KelvaneRestoreTabController::createRowsForColumn(ColumnBrowser& browser,
                                                                             int column) {
     const auto daemon = prefs_.proxy();
@@ -18,7 +18,7 @@ std::optional<BrowserRows> KelvaneRestoreTabController::createRowsForColumn(Colu
     return prefs_.proxy() == daemon ? rows : std::nullopt;
 }
 
-// With those that are missing now: what was on them can be restored to another place.
+// Includes volumes that are not mounted: their files can be restored to another place.
 std::optional<BrowserRows>
 KelvaneRestoreTabController::volumeRows(const std::shared_ptr<KelvaneProxy>& daemon) {
     bool isAnswered = false;
@@ -60,7 +60,7 @@ KelvaneRestoreTabController::itemRows(const std::string& folder,
     parent->setPath(folder);
     BrowserRows rows;
     for (const FileNodeRef& child : KelvaneFileNode::fileNodesForDictionaries(dictionaries)) {
-        parent->addChild(child); // one without a path of its own gets it from there
+        parent->addChild(child); // a node without its own path gets it from there
         const std::string name = child->fileName();
         if (name.empty() || !child->showInRestoreBrowser(prefs_.fileServices()))
             continue;
@@ -71,7 +71,7 @@ KelvaneRestoreTabController::itemRows(const std::string& folder,
     return rows;
 }
 
-// What is not on the disk any more looks like others of its kind.
+// A file that is no longer on the disk has the icon of its kind.
 IconHandle KelvaneRestoreTabController::imageForCell(const KelvaneBrowserCell& cell) {
     const FileNodeRef node = KelvaneFileNode::create(cell.title(), !cell.isLeaf());
     node->setPath(cell.getFilePath());

@@ -1,5 +1,5 @@
-// Which of its views the Restore tab shows, and what in them can be used. The tree is in
-// RestoreTabBrowser.cpp, the ways to a place in RestoreTabLocation.cpp, the jobs in RestoreTabProgress.cpp.
+// Chooses the view of the Restore tab and enables its controls. The tree is in RestoreTabBrowser.cpp,
+// destinations in RestoreTabLocation.cpp, jobs in RestoreTabProgress.cpp.
 
 #include "PreferencePane/Restore/RestoreTabController.h"
 
@@ -26,8 +26,7 @@ QWidget* makeDisabledView(const PaneServices& prefs) {
     return makeView(form, prefs.restoreTab(), *prefs.bundle());
 }
 
-// Calls `disappeared` when the view it is installed on is taken away; a window that is only minimized still
-// has it.
+// Calls `disappeared` when its view is hidden or removed, but not when the window is minimized.
 class HideWatch : public QObject {
 public:
     HideWatch(QObject* parent, std::function<void()> disappeared)
@@ -42,14 +41,14 @@ private:
     const std::function<void()> disappeared_;
 };
 
-// A value, on the ground of the tab.
+// A read-only value on the tab's background.
 void makePlain(QLineEdit& field) {
     QPalette palette;
     palette.setColor(QPalette::Base, Qt::transparent);
     field.setPalette(palette);
 }
 
-// Left alone, a screen reader tells the placeholder also where it does not show.
+// Otherwise a screen reader would read the placeholder even when it is not shown.
 void show(QLineEdit& field, const std::string& text) {
     if (const QString line = oneLine(text); line != field.text()) {
         field.setText(line);
@@ -100,7 +99,7 @@ void KelvaneRestoreTabController::connectControls() {
             {ui_->restoreAssistantButton, &KelvaneRestoreTabController::restoreAssistantAction},
             {progress_->restoreCancelButton, &KelvaneRestoreTabController::restoreCancelAction},
         });
-    // A screen reader toggles it without a click.
+    // A screen reader toggles the button without a click.
     QObject::connect(progress_->restorePauseButton, &QAbstractButton::toggled, &context_,
                      [this] { restorePauseAction(); });
     progressView_->setFocusProxy(progress_->restorePauseButton);
@@ -129,11 +128,11 @@ void KelvaneRestoreTabController::setCurrentView() {
 
 void KelvaneRestoreTabController::readyChangedNotification() {
     if (!prefs_.connected()) {
-        closeSheets(); // what is chosen now could not be restored
+        closeSheets(); // what the user chooses there could not be restored
         registeredForUIEvents_ = false;
     }
     setCurrentView();
-    // The open folders, too: nobody could tell of their changes meanwhile.
+    // Reloads the open folders, too: changes meanwhile were not notified.
     for (int column = 0; column <= ui_->restoreBrowser->lastColumn(); ++column)
         ui_->restoreBrowser->reloadColumn(column);
     if (prefs_.connected() && selectedFilePaths() != chosenPaths_)
@@ -158,7 +157,7 @@ void KelvaneRestoreTabController::restoreBrowserAction() {
     ui_->restoreButton->setEnabled(look->restore);
 }
 
-// None when the link was lost in the middle: that was told meanwhile, and what is so now is shown.
+// None when the link was lost during the call: that has been handled, and the current state is shown.
 std::optional<SelectionLook> KelvaneRestoreTabController::tellSelection() {
     const std::vector<std::string> paths = chosenPaths_ = selectedFilePaths();
     const auto daemon = prefs_.proxy();
@@ -176,8 +175,8 @@ std::optional<SelectionLook> KelvaneRestoreTabController::tellSelection() {
     return look;
 }
 
-// What is selected is told first, because that asks the daemon. Each button is set once: one that was
-// disabled in between would lose the keyboard.
+// The description of the selection comes first, because it asks the daemon. Each button is set only once:
+// disabling it in between would take the focus from it.
 void KelvaneRestoreTabController::enableTabItems(bool enabled) {
     setCurrentView();
     tabItemsAreEnabled_ = enabled;

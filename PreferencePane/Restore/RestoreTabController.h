@@ -24,12 +24,12 @@ class RestoreView;
 
 namespace kelvane {
 
-// The Restore tab: the backed-up tree, of which a person selects files and folders that the daemon then
-// restores, each as one job; and the view that shows how far it is, which the pane puts in the place of its
-// tabs meanwhile. While there is no daemon, a view of its own says so.
+// The Restore tab: the tree of files in the backup, from which the user selects items that the daemon
+// restores, each as one job; and the progress view, which the pane shows in place of its tabs meanwhile.
+// Another view is shown while there is no daemon.
 //
 // Main thread only. The pane and the Info window's controller outlive it. Its views are children of the
-// pane's page for them, which holds one at a time; the progress view is its own until somebody takes it.
+// pane's page for them, which shows one at a time; it owns the progress view until the pane adopts it.
 class KelvaneRestoreTabController final : public RestoreTab, private ColumnBrowserDelegate {
 public:
     KelvaneRestoreTabController(PaneServices& prefs, KelvaneInfoWindowController& infoController);
@@ -39,7 +39,7 @@ public:
     void awakeFromNib() override;
     void enableTabItems(bool enabled) override;
     void fileChanged(const std::string& path) override;
-    // Only its size is shown.
+    // Ignored: only the size is shown.
     void restoredFileName(const std::string& /*name*/) override {}
     void restoredFileSize(std::uint64_t size) override { restoreFileSize_ = size; }
     void restoredPendingCount(std::uint32_t count) override;
@@ -86,7 +86,7 @@ private:
     KelvaneInfoWindowController& infoController_;
     const std::unique_ptr<Ui::RestoreView> ui_;
     const std::unique_ptr<Ui::RestoreProgressView> progress_;
-    // Each may go first, with the pane's view.
+    // Either may be deleted first, with the pane's view.
     const QPointer<QWidget> restoreView_;
     const QPointer<QWidget> disabledRestoreView_;
     const QPointer<QWidget> progressView_;
@@ -94,16 +94,16 @@ private:
     QPointer<QMessageBox> alert_;
     QPointer<QFileDialog> panel_;
 
-    bool restorePaused_ = false; // only in what is shown
+    bool restorePaused_ = false; // affects only the display
     bool tabItemsAreEnabled_ = false;
     bool registeredForUIEvents_ = false;
     RestoreCounts counts_;
-    std::vector<std::string> chosenPaths_;   // what the fields speak of
-    std::vector<std::string> restoredPaths_; // when Restore was pressed
+    std::vector<std::string> chosenPaths_;   // the paths that the fields describe
+    std::vector<std::string> restoredPaths_; // set when Restore was pressed
     std::uint64_t restoreFileSize_ = 0;
-    std::uint32_t rootColumnCount_ = 0; // volumes that the daemon last had for the first column
+    std::uint32_t rootColumnCount_ = 0; // the number of volumes in the last answer for the first column
     RestoreLocation selectedRestoreLocation_ = RestoreLocation::None;
-    QObject context_; // what the controls call ends with it
+    QObject context_; // its destruction disconnects the controls
 };
 
 } // namespace kelvane

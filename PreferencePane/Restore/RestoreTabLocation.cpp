@@ -1,4 +1,4 @@
-// Where a person wants to have the selected items restored to.
+// Chooses the destination of a restore.
 
 #include "PreferencePane/Browser/BrowserVolumes.h"
 #include "PreferencePane/Restore/RestoreTabController.h"
@@ -24,8 +24,8 @@ std::string desktopFolder() {
 
 } // namespace
 
-// What was chosen may have gone from the backup, which leaves the folder that held it selected: the fields
-// have not spoken of that.
+// A selected item may have been removed from the backup, in which case its parent folder is selected; the
+// fields do not describe that folder.
 void KelvaneRestoreTabController::restoreAction() {
     restoredPaths_ = selectedFilePaths();
     if (restoredPaths_ != chosenPaths_)
@@ -41,7 +41,7 @@ void KelvaneRestoreTabController::restoreAction() {
 
 void KelvaneRestoreTabController::showAlert(const RestoreAlertTexts& texts, bool canConfirm) {
     if (!prefs_.connected())
-        return; // lost while it was asked for the volumes
+        return; // lost while asking for the volumes
     Sheet sheet{.message = shown(texts.message, prefs_),
                 .informative = shown(texts.information, prefs_),
                 .buttons = {},

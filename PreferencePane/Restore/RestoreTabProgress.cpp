@@ -1,4 +1,4 @@
-// The jobs that restore what is selected, and how far they are.
+// Creates the restore jobs for the selection and shows their progress.
 
 #include "Common/RestoreStatus.h"
 #include "Foundation/Format.h"
@@ -15,8 +15,8 @@ constexpr std::uint32_t latestVersion = 0;
 
 } // namespace
 
-// The progress is shown before anything is looked at. Every call may end with the link gone: what has been
-// asked for by then is the daemon's.
+// Shows the progress before anything else. The link may be lost during any call; jobs requested before that
+// stay with the daemon.
 void KelvaneRestoreTabController::restoreToPath(const std::optional<std::string>& folder) {
     counts_.begin();
     progress_->restorePauseButton->setChecked(false);
@@ -80,15 +80,15 @@ void KelvaneRestoreTabController::showRestoreCounts() {
     progress_->restoreProgress->setValue(counts_.percent());
 }
 
-// The next restore begins without a pause and without the counts of this one, whoever starts it; and with the
-// end of this one the pane has taken back what registers it at the daemon.
+// The next restore starts without a pause and without the counts of this one, whoever starts it. The pane has
+// unsubscribed from the daemon's progress by now.
 void KelvaneRestoreTabController::progressDisappeared() {
     progress_->restorePauseButton->setChecked(false);
     showNoCountsYet();
     registeredForUIEvents_ = false;
 }
 
-// The daemon goes on: it is only that the bar says no more how far it is.
+// The daemon continues; only the display stops.
 void KelvaneRestoreTabController::restorePauseAction() {
     restorePaused_ = !restorePaused_;
     if (!restorePaused_)

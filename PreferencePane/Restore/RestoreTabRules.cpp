@@ -9,12 +9,12 @@
 namespace kelvane {
 namespace {
 
-// Keys of the bundle's texts, and English.
+// The keys of the bundle's texts, which are also the English texts.
 constexpr std::string_view noSelection = "No selection";
 constexpr std::string_view unavailable = "Unavailable";
 constexpr std::string_view multipleFiles = "Multiple files selected";
 
-// By the alert that was shown, and by its buttons.
+// Indexed by the alert and by the button that was pressed.
 constexpr RestoreStep steps[][3] = {
     {RestoreStep::RestoreToOriginal, RestoreStep::RestoreToDesktop, RestoreStep::ChooseLocation},
     {RestoreStep::RestoreToDesktop, RestoreStep::RestoreToOriginal, RestoreStep::ChooseLocation},

@@ -11,21 +11,21 @@
 
 namespace kelvane {
 
-// What the Restore tab decides, as functions of plain values.
+// The decisions of the Restore tab, as pure functions.
 
-// How the fields and buttons say what is selected.
+// How fields and buttons describe the selection.
 struct SelectionLook {
-    std::string_view namePlaceholder; // a text's key; empty: it stays as it is
+    std::string_view namePlaceholder; // the key of a text; empty: unchanged
     std::string_view datePlaceholder;
     bool getInfo = false;
     bool restore = false;
 };
-// `firstHasDate`: the first selected item has been backed up.
+// `firstHasDate`: whether the first selected item has been backed up.
 [[nodiscard]] SelectionLook selectionLookFor(std::size_t selected, bool firstHasDate, bool isEnabled,
                                              bool isAuthorized);
 
-// What can be used once `enableTabItems` is through. Restore so does not ask what is selected until the
-// selection changes.
+// The controls that are enabled after `enableTabItems`. Restore is enabled without regard to the selection
+// until the selection changes.
 struct RestoreControls {
     bool destination = false;
     bool assistant = false;
@@ -34,11 +34,11 @@ struct RestoreControls {
 };
 [[nodiscard]] RestoreControls restoreControlsFor(std::size_t selected, bool isEnabled, bool isAuthorized);
 
-// By the item of the pop-up.
+// By index in the pop-up.
 enum class RestoreLocation : std::int32_t { Original, Desktop, Other, None };
 [[nodiscard]] RestoreLocation restoreLocationAt(int item);
 
-// Keys of the bundle's texts, and English.
+// A bundle text's key and its English text.
 struct RestoreText {
     std::string_view key;
     std::string_view english;
@@ -51,21 +51,21 @@ struct RestoreAlertTexts {
 extern const RestoreAlertTexts restoreOriginalAlert;
 extern const RestoreAlertTexts restoreDesktopAlert;
 
-// What an alert's answer leads to.
+// The action that follows an alert's answer.
 enum class RestoreStep { Nothing, RestoreToOriginal, RestoreToDesktop, ChooseLocation };
 [[nodiscard]] RestoreStep stepAfterAlert(RestoreLocation location, int returnCode);
 
-// Where a path is restored to, without a folder in its own place.
+// The target of a restore of `path`; without a folder, its original location.
 [[nodiscard]] std::string restoreTarget(const std::string& path, const std::optional<std::string>& folder);
 
-// "/Volumes/<name>" for everything that is below such a path, or it itself.
+// The "/Volumes/<name>" parts of the paths, without duplicates.
 [[nodiscard]] std::set<std::string> volumesOf(std::span<const std::string> paths);
 
-// What is known of a restore by its counts of files that are still to come.
+// The progress of a restore, from its counts of pending files.
 class RestoreCounts {
 public:
     void begin() { initialPendingCount_ = 0; }
-    // True when it is more than ever since it began: then that is the total.
+    // Returns true when the count is the highest since the start; it is then the total.
     bool setPendingCount(std::uint32_t count);
 
     [[nodiscard]] std::uint32_t pendingCount() const { return pendingCount_; }

@@ -14,8 +14,8 @@ constexpr int framesOfWhatIsDone = 16;
 constexpr int framesOfTheWholeBar = 32;
 constexpr int frameMilliseconds = 70;
 constexpr int restMilliseconds = 3000;
-constexpr double lightWidth = 0.35; // of the bar
-constexpr int inset = 2;            // logical pixels
+constexpr double lightWidth = 0.35; // share of the bar's width
+constexpr int inset = 2;            // in logical pixels
 
 QColor withAlpha(QColor color, int alpha) {
     color.setAlpha(alpha);
@@ -50,7 +50,7 @@ int ActivityBar::frameCount() const {
     return isIndeterminate_ ? framesOfTheWholeBar : framesOfWhatIsDone;
 }
 
-// Somebody who wants no animations has told the desktop so.
+// Respects the desktop's setting for no animations.
 void ActivityBar::scheduleFrame() {
     const bool isWanted = style()->styleHint(QStyle::SH_Widget_Animation_Duration, nullptr, this) > 0;
     if (isAnimating_ && isVisible() && isWanted)

@@ -5,9 +5,9 @@
 
 namespace kelvane {
 
-// A progress bar that shows whether there is work going on: every few seconds a soft light runs along what is
-// done, or all the time along the whole bar while nobody knows how much that is. Few frames a second, and
-// none while it cannot be seen: a window that stands open all day must cost next to nothing.
+// A progress bar with an animation while work is in progress: every few seconds a soft light moves along the
+// finished part, or continuously along the whole bar when the total is unknown. Uses few frames per second,
+// and none while hidden, because the window may be open all day.
 class ActivityBar : public QProgressBar {
     Q_OBJECT
 
@@ -18,7 +18,7 @@ public:
     void stopAnimation();
     [[nodiscard]] bool isAnimating() const { return isAnimating_; }
 
-    // While it is so, the value is kept and not shown.
+    // While indeterminate, the value is kept and not shown.
     void setIndeterminate(bool isIndeterminate);
     [[nodiscard]] bool isIndeterminate() const { return isIndeterminate_; }
 
@@ -35,7 +35,7 @@ private:
 
     bool isAnimating_ = false;
     bool isIndeterminate_ = false;
-    int frame_ = 0; // 0: resting
+    int frame_ = 0; // 0: idle
     QBasicTimer timer_;
 };
 

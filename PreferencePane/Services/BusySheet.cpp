@@ -16,7 +16,7 @@
 namespace kelvane {
 namespace {
 
-constexpr std::chrono::milliseconds stepLimit(20); // what a window may wait to be painted
+constexpr std::chrono::milliseconds stepLimit(20); // how long painting may be delayed
 constexpr std::chrono::milliseconds longestFreeze(300);
 constexpr int margin = 24;
 constexpr int barWidth = 280;
@@ -42,9 +42,9 @@ public:
         column->addWidget(label);
         column->addWidget(bar_);
         column->addWidget(cancel_, 0, Qt::AlignRight);
-        setModal(true); // of all windows: what a person does to them meanwhile counts for nothing
+        setModal(true); // for all windows: input to them is ignored meanwhile
     }
-    // It stays until the work has stopped.
+    // The sheet stays until the work has stopped.
     void reject() override {
         isCancelled_ = true;
         cancel_->setEnabled(false);
@@ -62,7 +62,7 @@ BusySheet::BusySheet(QWidget& parent, MainLoop& mainLoop, const QString& message
     : hold_(mainLoop.hold()),
       focused_(parent.window()->focusWidget()),
       sheet_(new Sheet(parent, message, cancel)) {
-    // Screen readers press buttons without asking whether a sheet is before them.
+    // Screen readers press buttons even behind a modal sheet.
     for (QWidget* const other : QApplication::topLevelWidgets()) {
         if (other == sheet_ || !other->isEnabled())
             continue;
@@ -109,7 +109,7 @@ std::size_t workShowingProgress(PaneServices& pane, const std::string& message, 
                                 const std::function<bool(std::size_t)>& work) {
     std::size_t done = 0;
     bool goesOn = true;
-    // True when all is done or `work` has returned false.
+    // Returns true when everything is done or `work` has returned false.
     const auto workFor = [&](std::chrono::milliseconds limit) {
         const QDeadlineTimer deadline(limit);
         while (done < count && goesOn && !deadline.hasExpired())

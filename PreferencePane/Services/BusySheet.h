@@ -15,10 +15,9 @@ namespace kelvane {
 
 class PaneServices;
 
-// For work that has to end before its caller goes on: for as long as this lives, a sheet shows that the
-// program is busy and offers to cancel, no other window takes input, and the main loop's timers and tasks
-// wait. The sheet belongs to the window that holds the parent, and its title is the pane's. Main thread
-// only.
+// For work that must finish before its caller continues. While this object lives, a sheet shows that the
+// program is busy and offers to cancel, other windows accept no input, and the main loop's timers and tasks
+// are held. The sheet belongs to the window of the parent and has the pane's title. Main thread only.
 class BusySheet {
 public:
     BusySheet(QWidget& parent, MainLoop& mainLoop, const QString& message, const QString& cancel);
@@ -27,11 +26,11 @@ public:
     BusySheet& operator=(const BusySheet&) = delete;
 
     enum class End { Finished, Cancelled, ApplicationEnds };
-    // Works for at most that long; true when all is done.
+    // Works for at most that time; returns true when finished.
     using Step = std::function<bool(std::chrono::milliseconds atMost)>;
-    // Step by step to the end, painting in between; in the last two cases the work is left as it is.
+    // Runs the steps to the end and paints between them; in the last two cases the work is left unfinished.
     [[nodiscard]] End run(const Step& step) const;
-    // Until the first call the bar shows only that there is work.
+    // Before the first call the bar is indeterminate.
     void showProgress(std::size_t done, std::size_t total) const;
 
 private:
@@ -44,7 +43,7 @@ private:
 };
 
 // Calls `work` with each number from 0 to `count` - 1 until it returns false. After 0.3 s a sheet shows the
-// progress and offers to cancel. Returns how many calls returned true. Main thread only.
+// progress and offers to cancel. Returns the number of calls that returned true. Main thread only.
 [[nodiscard]] std::size_t workShowingProgress(PaneServices& pane, const std::string& message,
                                               std::size_t count,
                                               const std::function<bool(std::size_t)>& work);

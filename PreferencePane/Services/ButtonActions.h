@@ -6,8 +6,8 @@
 
 namespace kelvane {
 
-// Has a click on each button call its operation of `target`, until `context` goes, which goes no later than
-// `target` does.
+// Connects each button's click to its member function of `target` until `context` is destroyed, which must
+// not be after `target`.
 template <class Target, std::size_t count>
 void connectButtons(Target& target, const QObject& context,
                     const std::pair<QAbstractButton*, void (Target::*)()> (&actions)[count]) {

@@ -9,12 +9,12 @@ class QWidget;
 
 namespace kelvane {
 
-// Gives a form the bundle's texts. What a form says in English, captions and the names that screen readers
-// tell, is the key of its text; what it leaves empty, the place of a value, stays so.
+// Translates a form with the bundle's texts. The form's English texts, captions and accessible names, are the
+// keys; empty texts, which stand for values, stay empty.
 void localizeForm(QWidget& form, const Bundle& bundle);
 
-// A name for the screen: what would break its line or turn it around, which file names may hold, shows as the
-// replacement character.
+// A name for display: characters that break the line or change the text direction, which file names may
+// contain, become the replacement character.
 [[nodiscard]] QString oneLine(const std::string& text);
 
 } // namespace kelvane

@@ -4,9 +4,8 @@
 
 namespace kelvane {
 
-// A label of one line that gives way when there is no room: the middle of its text is left out, because the
-// end of a file's name says as much as its beginning, and a tool tip shows the whole. `text` is always the
-// whole of it, and plain.
+// A one-line label that elides the middle of its text when there is no room, because both ends of a file name
+// matter; a tool tip shows the full text. `text` is always the full plain text.
 class OneLineLabel : public QLabel {
     Q_OBJECT
 
@@ -14,9 +13,9 @@ public:
     explicit OneLineLabel(QWidget* parent = nullptr);
 
     [[nodiscard]] QSize minimumSizeHint() const override;
-    // The text as it is painted now.
+    // The text as it is painted, possibly elided.
     [[nodiscard]] QString shownText() const;
-    // From now on the tool tip is its owner's.
+    // From now on the owner sets the tool tip.
     void keepToolTip() { keepsToolTip_ = true; }
 
 protected:
@@ -27,7 +26,7 @@ private:
     bool keepsToolTip_ = false;
 };
 
-// A tool tip that says exactly the text, be it one that looks like markup.
+// A tool tip with exactly this text, even if it looks like markup.
 [[nodiscard]] QString plainToolTip(const QString& text);
 
 } // namespace kelvane

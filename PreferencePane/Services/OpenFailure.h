@@ -7,8 +7,8 @@
 
 namespace kelvane {
 
-// For what an `Opener` is asked for: a sheet of the view that says what could not be opened, and why. Nothing
-// once `context` has gone.
+// The failure handler for an `Opener`: shows a sheet on the view that says what could not be opened, and why.
+// Does nothing after `context` is destroyed.
 [[nodiscard]] Opener::Failure openFailureSheet(const PaneServices& prefs, QWidget* view, QObject* context,
                                                const std::string& subject);
 

@@ -20,14 +20,14 @@ class QWidget;
 
 namespace kelvane {
 
-// Both with the pane controller as sender, for whoever shows something of the daemon's.
+// Both are posted by the pane controller, for everything that shows the daemon's data.
 inline constexpr std::string_view KelvanePrefPaneReadyChangedNotification =
     "KelvanePrefPaneReadyChangedNotification";
 inline constexpr std::string_view KelvanePrefPaneDaemonStateChangedNotification =
     "KelvanePrefPaneDaemonStateChangedNotification";
 
-// What may be changed by whom, and what has to survive a change of tabs; kept by the pane controller for the
-// tabs.
+// The permissions for changes, and state that must survive a change of tabs; the pane controller keeps them
+// for the tabs.
 struct PaneFlags {
     bool enableAuthorized = false;
     bool disableAuthorized = false;
@@ -36,14 +36,14 @@ struct PaneFlags {
     std::int32_t manualToggleButtonState = 0;
 };
 
-// The commands of `changeTabConfiguration`; any other is stored and changes nothing.
+// The commands of `changeTabConfiguration`; any other value is stored and has no effect.
 namespace tabconfiguration {
 inline constexpr std::int32_t lastAgain = 0;
 inline constexpr std::int32_t normal = 1;
 inline constexpr std::int32_t messageOnly = 4;
 } // namespace tabconfiguration
 
-// The pane controller as the tabs see it. Outlives them; main thread only.
+// The pane controller as the tabs see it. Outlives the tabs; main thread only.
 class PaneServices {
 public:
     PaneServices() = default;
@@ -51,8 +51,8 @@ public:
     PaneServices(const PaneServices&) = delete;
     PaneServices& operator=(const PaneServices&) = delete;
 
-    // Null unless the pane is shown. Any call that goes to the daemon may end with the link gone, its notice
-    // delivered and the pane unselected: hold what you use, and look again at what you hold after it.
+    // Null unless the pane is shown. During any call to the daemon the link may be lost, its notification
+    // delivered and the pane unselected: keep a handle to what you use, and check your state afterwards.
     [[nodiscard]] virtual std::shared_ptr<BackupState> backupState() const = 0;
     [[nodiscard]] bool connected() const {
         const auto state = backupState();
@@ -65,11 +65,11 @@ public:
     }
 
     [[nodiscard]] virtual const std::shared_ptr<const Bundle>& bundle() const = 0;
-    // The bundle's text for the key, else the English one.
+    // The bundle's text for the key, or the English text.
     [[nodiscard]] std::string text(std::string_view key, std::string_view english) const {
         return bundle()->localizedString(key, english);
     }
-    // For keys that are their own English text.
+    // For keys that are also the English text.
     [[nodiscard]] std::string text(std::string_view key) const { return text(key, key); }
     [[nodiscard]] QString qtext(std::string_view key, std::string_view english) const {
         return QString::fromStdString(text(key, english));
@@ -78,8 +78,8 @@ public:
     [[nodiscard]] virtual Value skinOptions() const = 0; // absent when there are none
 
     [[nodiscard]] virtual const std::shared_ptr<NotificationCenter>& notifications() const = 0;
-    // Calls back for as long as the observers live: when the link has come or gone, and when the daemon's
-    // state may be another.
+    // Calls back while the observers live: on changes of the link, and when the daemon's state may have
+    // changed.
     [[nodiscard]] std::array<NotificationCenter::Observer, 2> observeDaemon(
         std::function<void()> readyChanged, std::function<void()> stateChanged = [] {}) const {
         const auto observer = [this](std::string_view name, std::function<void()> changed) {
@@ -95,9 +95,9 @@ public:
     [[nodiscard]] virtual Opener& opener() const = 0;
     [[nodiscard]] virtual Authorization& authorization() const = 0;
 
-    // Selects the first tab, and starts the link to the daemon where there is none; what is there goes on.
+    // Selects the first tab, and connects to the daemon unless a link exists.
     virtual void didSelect() = 0;
-    // Ends the settings application once the current event has been handled.
+    // Ends the settings application after the current event.
     virtual void terminateHost() = 0;
 
     [[nodiscard]] virtual bool prefPaneAccessAuthorized() const = 0;
@@ -112,15 +112,15 @@ public:
     [[nodiscard]] virtual bool isInRecoverMode() const = 0;
     virtual void showOnlineHelp() = 0;
 
-    // The pane's whole view, and the pages of the Backup and Restore tabs: each an empty widget whose layout
-    // holds the one view that its controller shows.
+    // The pane's whole view, and the pages of the Backup and Restore tabs: empty widgets whose layout holds
+    // the view that their controller shows.
     [[nodiscard]] virtual QWidget* mainView() const = 0;
     [[nodiscard]] virtual QWidget* backupTab() const = 0;
     [[nodiscard]] virtual QWidget* restoreTab() const = 0;
 
-    // By `backupColor`; red for what has none.
+    // The bullet of a `backupColor`; red for an unknown one.
     [[nodiscard]] virtual QIcon bulletImageForColor(std::int32_t color) const = 0;
-    // Whether something is mounted at "/System/Volumes/Data".
+    // Whether a file system is mounted at "/System/Volumes/Data".
     [[nodiscard]] virtual bool existsDriveMountedAtSVD() const = 0;
 };
 

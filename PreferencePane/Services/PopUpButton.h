@@ -5,7 +5,7 @@
 
 namespace kelvane {
 
-// A choice of one that the wheel, turned to scroll past it, leaves alone.
+// A combo box that ignores the mouse wheel, so that scrolling past it does not change it.
 class PopUpButton : public QComboBox {
 public:
     using QComboBox::QComboBox;

@@ -18,18 +18,18 @@ int returnCodeOf(const QAbstractButton* clicked, const std::vector<QPushButton*>
     return returnCode;
 }
 
-// Every button of a message box closes it, unless it is told of none of its clicks.
+// Every button closes its message box unless the button's clicked signal is disconnected from it.
 void addHelp(QMessageBox& box, QObject* context, const std::function<void()>& showHelp) {
     QPushButton* const help = box.addButton(QMessageBox::Help);
     help->disconnect();
-    help->setIcon({}); // no other button has one
+    help->setIcon({}); // like the other buttons
     QObject::connect(help, &QAbstractButton::clicked, context, showHelp);
 }
 
-// A message box takes a part of a large screen only, and cuts what is wider. Buttons that would be cut in a
-// row stand below each other.
+// A message box uses only part of a large screen and cuts off wider contents. Buttons that would be cut off
+// in a row are stacked.
 void arrange(QMessageBox& box, const QWidget& parent) {
-    // Logical pixels.
+    // In logical pixels.
     constexpr int widest = 720;
     constexpr int smallScreen = 1024;
     constexpr int keptOfLargeScreen = 480;
@@ -55,7 +55,7 @@ QMessageBox* openSheet(QWidget* parent, const Sheet& sheet, QObject* context,
                        const std::function<void(int returnCode)>& ended) {
     auto* const box = new QMessageBox(QMessageBox::Warning, sheetTitle(parent), sheet.message,
                                       QMessageBox::NoButton, parent);
-    box->setAccessibleName(sheet.message); // or a screen reader would tell the title instead
+    box->setAccessibleName(sheet.message); // otherwise a screen reader would read the title
     box->setTextFormat(Qt::PlainText);
     box->setInformativeText(sheet.informative);
     std::vector<QPushButton*> buttons;

@@ -7,13 +7,13 @@ class QWidget;
 
 namespace kelvane {
 
-// The controllers of the tabs and of the Info window as the pane controller sees them. All on the main
-// thread. Each is made, with its widgets, before any of them wakes; `awakeFromNib` then runs once.
+// The interfaces through which the pane controller drives the controllers of the tabs and of the Info window.
+// Main thread only. All are created, with their widgets, before `awakeFromNib` is called once on each.
 
 class StatusTab {
 public:
     virtual ~StatusTab() = default;
-    [[nodiscard]] virtual QWidget* view() = 0; // owned by the controller until the tab takes it
+    [[nodiscard]] virtual QWidget* view() = 0; // owned by the controller until the tab adopts it
     virtual void awakeFromNib() = 0;
     // The pane was shown.
     virtual void didSelectPrefPane() = 0;
@@ -22,11 +22,11 @@ public:
     // The pane is about to be hidden.
     virtual void writeStatusFieldsToDefaultsDB() = 0;
     [[nodiscard]] virtual bool inRecoverMode() const = 0;
-    // Opens the page that the bundle's information names under the key.
+    // Opens the web page that the bundle's information lists under the key.
     virtual void openURLUsingKey(const std::string& key) = 0;
 };
 
-// Paths are the daemon's, with the boot volume itself as "/".
+// Paths are in the daemon's form; the boot volume itself is "/".
 class BackupTab {
 public:
     virtual ~BackupTab() = default;
@@ -39,12 +39,12 @@ public:
 class RestoreTab {
 public:
     virtual ~RestoreTab() = default;
-    [[nodiscard]] virtual QWidget* progressView() = 0; // stands in the tab area's place while a restore runs
+    [[nodiscard]] virtual QWidget* progressView() = 0; // shown in place of the tab area while a restore runs
     virtual void awakeFromNib() = 0;
     virtual void enableTabItems(bool enable) = 0;
     virtual void fileChanged(const std::string& path) = 0;
     virtual void restoredFileName(const std::string& name) = 0;
-    virtual void restoredFileSize(std::uint64_t size) = 0; // bytes
+    virtual void restoredFileSize(std::uint64_t size) = 0; // in bytes
     virtual void restoredPendingCount(std::uint32_t count) = 0;
 };
 

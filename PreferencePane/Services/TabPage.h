@@ -7,10 +7,10 @@
 
 namespace kelvane {
 
-// The page of a tab whose controller shows one of several views: a widget that is empty but for its layout,
-// which holds the one that is shown. The others are hidden children of the page.
+// The page of a tab that shows one of several views: an empty widget whose layout holds the current view. The
+// other views are hidden children of the page.
 
-// A view from its form, with the bundle's texts; without a page it is for whoever takes it to show.
+// Creates a view from its form with the bundle's texts; without a page, the caller places it.
 template <class Form>
 [[nodiscard]] QWidget* makeView(Form& form, QWidget* page, const Bundle& bundle) {
     auto* const view = new QWidget(page);
@@ -21,7 +21,7 @@ template <class Form>
     return view;
 }
 
-// Null when there is none.
+// Null when no view is shown.
 [[nodiscard]] QWidget* shownView(const QWidget& page);
 void showView(QWidget& page, QWidget& view);
 

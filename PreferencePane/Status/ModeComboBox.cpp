@@ -37,7 +37,8 @@ void ModeComboBox::keyPressEvent(QKeyEvent* event) {
     case Qt::Key_Return:
     case Qt::Key_Enter:
     case Qt::Key_F4: return showPopup();
-    default: QWidget::keyPressEvent(event); // NOLINT(bugprone-parent-virtual-call): not what a combo box does
+    // NOLINT(bugprone-parent-virtual-call): skips the combo box's handling
+    default: QWidget::keyPressEvent(event);
     }
 }
 
@@ -45,7 +46,7 @@ void ModeComboBox::wheelEvent(QWheelEvent* event) {
     event->ignore();
 }
 
-// The choice that closed the list is reported after this, and first.
+// The choice that closes the list is reported after this event filter, and before the mode is shown.
 bool ModeComboBox::eventFilter(QObject* watched, QEvent* event) {
     if (watched == view() && event->type() == QEvent::Hide)
         QMetaObject::invokeMethod(this, &ModeComboBox::showPostponed, Qt::QueuedConnection);

@@ -7,19 +7,19 @@
 
 namespace kelvane {
 
-// The pop-up of the daemon's modes. A choice has consequences, so it takes an open list and a decision: no
-// wheel, and no key that steps through the items while it is closed. `activated` reports a person's choice
-// and nothing else.
+// The pop-up of the daemon's modes. A choice has consequences, so it needs an open list and a decision: the
+// wheel is ignored, and keys do not step through the items of the closed pop-up. `activated` is emitted only
+// for the user's choices.
 //
-// What it is to show while its list is open is shown once the list has closed: nothing moves under the
-// pointer. An item may so be chosen that is no longer enabled.
+// A mode set while the list is open is shown after it has closed, so that nothing moves under the pointer. An
+// item may therefore be chosen that is no longer enabled.
 class ModeComboBox : public QComboBox {
     Q_OBJECT
 
 public:
     explicit ModeComboBox(QWidget* parent = nullptr);
 
-    // -1, or what is no item, selects none.
+    // -1 or an invalid index selects no item.
     void showMode(std::int32_t index, const ModeItems& enabledItems);
 
 protected:

@@ -5,7 +5,7 @@
 
 namespace kelvane {
 
-// For the screen: a carriage return is a line break.
+// Text for display: a carriage return becomes a line break.
 [[nodiscard]] inline QString screenText(const std::string& text) {
     return QString::fromStdString(text).replace('\r', '\n');
 }

@@ -10,7 +10,7 @@
 namespace kelvane {
 namespace {
 
-constexpr std::uint32_t smallestQuota = 2; // gigabytes
+constexpr std::uint32_t smallestQuota = 2; // in gigabytes
 
 __extension__ using Wide = unsigned __int128;
 
@@ -34,7 +34,7 @@ AmountTexts amountTexts(const BackupAmount& backedUp, const BackupAmount& pendin
 }
 
 std::int32_t percentDone(std::uint64_t backedUpSize, std::uint64_t pendingSize) {
-    if (pendingSize >= ~backedUpSize) // the divisor would no longer fit
+    if (pendingSize >= ~backedUpSize) // the divisor would overflow
         return 100;
     const Wide percent = (Wide{backedUpSize} * 100 + 100) / (backedUpSize + pendingSize + 1);
     return static_cast<std::int32_t>(std::min<Wide>(percent, 100));

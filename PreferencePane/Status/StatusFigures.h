@@ -10,11 +10,12 @@
 
 namespace kelvane {
 
-// What the Status tab makes of what the daemon says. Pure but for the bundle's texts.
+// Converts the daemon's figures to the Status tab's texts. Pure functions except for reading the bundle's
+// texts.
 
-// A size with its count of files.
+// A size and a number of files.
 struct BackupAmount {
-    std::uint64_t size = 0; // bytes
+    std::uint64_t size = 0; // in bytes
     std::uint32_t fileCount = 0;
     bool isSizeKnown = false;
     bool isCountKnown = false;
@@ -24,16 +25,15 @@ struct AmountTexts {
     std::string contains;
     std::string awaiting;
 };
-// The first is told when both sizes are known, the second when both counts are: a daemon that is still
-// counting files knows the sizes, and one that is still adding up knows the counts.
+// The first text is set when both sizes are known, the second when both counts are: a daemon that is still
+// counting files knows the sizes, and one that is still adding up sizes knows the counts.
 [[nodiscard]] AmountTexts amountTexts(const BackupAmount& backedUp, const BackupAmount& pending,
                                       const Bundle& bundle);
 
-// Of what is or will be in the backup, 0 to 100. 100 for an empty backup, and for sizes whose sum no longer
-// fits.
+// The backed-up share of all files, 0 to 100. 100 for an empty backup, and for sizes whose sum overflows.
 [[nodiscard]] std::int32_t percentDone(std::uint64_t backedUpSize, std::uint64_t pendingSize);
 
-// `quotaGB` 0 stands for the limit of those accounts that do not name one.
+// `quotaGB` 0 stands for the limit of accounts that do not report one.
 [[nodiscard]] std::string statusLine(ServiceState serviceState, std::uint32_t quotaGB, const Bundle& bundle);
 
 [[nodiscard]] std::string modeSentence(DaemonMode mode, std::uint32_t pausedMinutes, const Bundle& bundle);
@@ -48,9 +48,8 @@ struct AccountData {
     }
 };
 
-// The address of a page from its host and path: every "%1$@" becomes the server, "%2$@" the computer's
-// number,
-// "%3$@" the e-mail, one after the other. Empty for no page.
+// The address of a page from its host and path: "%1$@" is replaced by the server, "%2$@" by the computer's
+// number and "%3$@" by the e-mail, in this order. Empty for an empty page.
 [[nodiscard]] std::string webAddress(const std::string& page, const AccountData& account);
 
 } // namespace kelvane

@@ -10,16 +10,16 @@
 
 namespace kelvane {
 
-// What may be chosen where, and what is asked before: the decisions of the mode pop-up, whose items stand at
-// the numbers of their modes. Pure.
+// The rules of the mode pop-up, whose item indexes are the numbers of the modes: which modes may be chosen,
+// and which need a warning. Pure functions.
 
-// In the preferences: what was chosen last.
+// The preferences key of the last choice.
 inline constexpr std::string_view modeSelectionKey = "modeSelectionPopupIndex";
 
 inline constexpr std::int32_t daemonModeCount = 4;
 using ModeItems = std::array<bool, daemonModeCount>;
 
-// By the current mode. Recover is entered from Enabled and left to it; Disabled is left to Enabled.
+// Indexed by the current mode. Recover is entered from Enabled and left to it; Disabled is left to Enabled.
 inline constexpr std::array<ModeItems, daemonModeCount> modeItems{{
     // Enabled, Paused, Recover, Disabled
     {true, true, true, true},
@@ -32,7 +32,7 @@ inline constexpr std::array<ModeItems, daemonModeCount> modeItems{{
     return number >= 0 && number < daemonModeCount;
 }
 
-// Which items may be chosen. In a locked pane none; in an unlocked one the mode must be one.
+// The modes that may be chosen. None in a locked pane; `currentMode` must be a valid mode in an unlocked one.
 [[nodiscard]] inline ModeItems enabledModeItems(std::int32_t currentMode, bool isUnlocked) {
     if (!isUnlocked)
         return {};
@@ -42,13 +42,13 @@ inline constexpr std::array<ModeItems, daemonModeCount> modeItems{{
     return modeItems.at(static_cast<std::size_t>(currentMode));
 }
 
-// Recover mode is neither entered nor left without a warning.
+// Entering and leaving recover mode both need a warning.
 [[nodiscard]] constexpr bool needsWarning(DaemonMode chosen, DaemonMode current) {
     return (chosen == DaemonMode::Enabled && current == DaemonMode::Recover) ||
            (chosen == DaemonMode::Recover && current != DaemonMode::Recover);
 }
 
-// Begun hours count.
+// Rounded up.
 [[nodiscard]] constexpr std::uint32_t hoursLeft(std::uint32_t minutes) {
     return minutes / 60 + (minutes % 60 == 0 ? 0 : 1);
 }

@@ -1,4 +1,4 @@
-// What the Status tab shows, and its settings. The mode is in StatusTabMode.cpp, the bundle's tools in
+// The contents of the Status tab, and its settings. The mode is in StatusTabMode.cpp, the bundle's tools in
 // StatusTabTools.cpp.
 
 #include "PreferencePane/Status/StatusTabController.h"
@@ -35,7 +35,7 @@ void restoreText(std::string_view key, QLabel& field) {
         field.setText(QString::fromStdString(*kept));
 }
 
-// `toggled` is left to what a person does.
+// Does not emit `toggled`, which is reserved for the user's changes.
 void showChecked(QAbstractButton& box, bool isChecked) {
     const QSignalBlocker nobodyHasDoneIt(box);
     box.setChecked(isChecked);
@@ -77,7 +77,7 @@ void KelvaneStatusTabController::connectControls() {
             {ui_->openAccountButton, &KelvaneStatusTabController::openAccountAction},
             {ui_->referButton, &KelvaneStatusTabController::referAction},
         });
-    // A screen reader changes a box without a click.
+    // A screen reader toggles a check box without a click.
     QObject::connect(ui_->lowerPriorityButton, &QAbstractButton::toggled, &context_,
                      [this] { lowerPriorityAction(); });
     QObject::connect(ui_->showMenuButton, &QAbstractButton::toggled, &context_, [this] { showMenuAction(); });
@@ -139,7 +139,7 @@ void KelvaneStatusTabController::showDaemonState(const BackupState& state) {
     showAmounts(state);
     showServiceState(state);
     const AccountData account{state.userEmail(), state.serverURL(), state.computerNumber()};
-    // The link may be gone by now; that has been shown then, and these answers are none.
+    // If the link was lost meanwhile, that has been shown, and these answers are empty.
     if (!state.connected())
         return;
     showAccount(account);
@@ -197,7 +197,7 @@ void KelvaneStatusTabController::lowerPriorityAction() {
     if (!state)
         return;
     state->setLowerPriorityMode(ui_->lowerPriorityButton->isChecked());
-    state->updateDaemonState(); // what was set is shown now, and not with the next poll
+    state->updateDaemonState(); // shows the new value at once instead of at the next poll
 }
 
 void KelvaneStatusTabController::showMenuAction() {
@@ -221,7 +221,7 @@ void KelvaneStatusTabController::openURLUsingKey(const std::string& key) {
     AccountData account;
     if (state)
         account = {state->userEmail(), state->serverURL(), state->computerNumber()};
-    // A page needs the server; an account without an e-mail has pages, too.
+    // A page needs the server; an account may have no e-mail.
     if (account.serverURL.empty())
         return KelvaneCLog("Unable to open web pages:  proxy is down");
     const std::string address = webAddress(prefs_.bundle()->information(key).stringValue(), account);
@@ -232,13 +232,13 @@ void KelvaneStatusTabController::openURLUsingKey(const std::string& key) {
 
 void KelvaneStatusTabController::writeStatusFieldsToDefaultsDB() {
     isShown_ = false;
-    isDisableInProgress_ = false; // the link goes with the pane
+    isDisableInProgress_ = false; // the link ends with the pane
     if (sheet_)
         sheet_->reject();
     if (isOperating_)
         prefs_.authorization().cancelUnlock();
-    // After an uninstall nothing of the user's is to come back; and what is kept stays until there is more to
-    // keep.
+    // After an uninstall nothing may be written for the user again; otherwise the stored values stay until
+    // there are newer ones.
     if (isUninstalled_ || !hasRecentDataFromDaemon_)
         return;
     DefaultsDB::setStringProperty(ui_->backupField->text().toStdString(), statusKey);

@@ -19,13 +19,13 @@ class StatusTab;
 
 namespace kelvane {
 
-// The Status tab: shows what the daemon is doing, lets the user choose the mode it is in and two settings,
-// opens web pages, and runs the tools of the bundle that start, stop and remove the daemon. While the daemon
-// cannot be reached it shows what was last known.
+// The Status tab: shows what the daemon is doing, lets the user choose its mode and two settings, opens web
+// pages, and runs the tools in the bundle that start, stop and remove the daemon. While the daemon cannot be
+// reached it shows the last known values.
 //
-// Main thread only. The pane outlives it. Its view is its own until somebody takes it, and must be there for
-// as long as it is called. What asks for a password or runs a tool waits in an event loop of its own: the
-// pane may be hidden meanwhile, but this object must not be deleted.
+// Main thread only. The pane outlives it. It owns its view until the tab adopts it; the view must exist
+// during every call. Asking for a password and running a tool use a nested event loop: the pane may be hidden
+// meanwhile, but this object must not be deleted.
 class KelvaneStatusTabController final : public StatusTab {
 public:
     explicit KelvaneStatusTabController(PaneServices& prefs,
@@ -105,10 +105,10 @@ private:
     DaemonMode nextRequestedMode_ = DaemonMode::Enabled;
     bool hasRecentDataFromDaemon_ = false;
     bool isDisableInProgress_ = false;
-    bool isShown_ = false;     // the pane
-    bool isOperating_ = false; // a password is asked for, or a tool runs
+    bool isShown_ = false;     // whether the pane is shown
+    bool isOperating_ = false; // a password is being asked for, or a tool is running
     bool isUninstalled_ = false;
-    QObject context_; // what the controls call ends with it
+    QObject context_; // its destruction disconnects the controls
 };
 
 } // namespace kelvane

@@ -1,4 +1,4 @@
-// The daemon's mode on the Status tab: how it is shown, chosen and set.
+// Shows, chooses and sets the daemon's mode on the Status tab.
 
 #include "PreferencePane/Services/Sheet.h"
 #include "PreferencePane/Status/ScreenText.h"
@@ -12,7 +12,7 @@ namespace kelvane {
 namespace {
 
 constexpr std::uint32_t minutesOfPause = 24 * 60;
-constexpr std::chrono::seconds pauseInterval(2); // that of the state
+constexpr std::chrono::seconds pauseInterval(2); // the interval of the state poll
 
 constexpr std::int32_t numberOf(DaemonMode mode) {
     return static_cast<std::int32_t>(mode);
@@ -30,7 +30,7 @@ KelvaneStatusTabController::ModeReading KelvaneStatusTabController::readDaemonMo
     return {daemonMode(pausedMinutes, state->recoverMode(), state->connected()), pausedMinutes};
 }
 
-// A tab that asks the daemon may find the link gone, which comes here again and changes the mode.
+// A tab that asks the daemon may find the link lost, which calls this again and changes the mode.
 void KelvaneStatusTabController::updateMode() {
     const ModeReading reading = readDaemonMode();
     updateModeMenuForCurrentState(numberOf(reading.mode));
@@ -49,7 +49,7 @@ void KelvaneStatusTabController::updateMode() {
             prefs_.mainLoop()->schedule(pauseInterval, MainLoop::Repeat::Always, [this] { followPause(); });
 }
 
-// The daemon's state says that there is a pause, but not how much of it is left.
+// The daemon's state reports a pause, but not its remaining time.
 void KelvaneStatusTabController::followPause() {
     const ModeReading reading = readDaemonMode();
     if (reading.mode == DaemonMode::Paused)
@@ -115,10 +115,10 @@ void KelvaneStatusTabController::alertDidEnd(int returnCode) {
 
 void KelvaneStatusTabController::handleDaemonModeAction(DaemonMode mode) {
     applyMode(mode);
-    // A pane that was hidden meanwhile must not begin a connection again.
+    // A pane that was hidden meanwhile must not connect again.
     if (isShown_ && !prefs_.connected())
         prefs_.didSelect();
-    // What was set is shown now, and not with the next poll.
+    // Shows the new mode at once instead of at the next poll.
     if (const auto state = prefs_.backupState())
         state->updateDaemonState();
     updateMode();
@@ -129,14 +129,15 @@ void KelvaneStatusTabController::applyMode(DaemonMode mode) {
     if (mode == DaemonMode::Disabled) {
         isDisableInProgress_ = true;
         prefs_.flags().disableAuthorized = false;
-        static_cast<void>(enableDaemon(false)); // how it went stands in the flag
+        static_cast<void>(enableDaemon(false)); // the flag holds the result
         if (!prefs_.flags().disableAuthorized)
             isDisableInProgress_ = false;
         return;
     }
     if (mode == DaemonMode::Enabled) {
         isDisableInProgress_ = false;
-        // A daemon that connects meanwhile may be in a mode that is left with a warning: it is shown first.
+        // A daemon that connects meanwhile may be in a mode that needs a warning before it is left: that mode
+        // is shown first.
         const bool wasConnected = prefs_.connected();
         if (enableDaemon(true) != 0 || !wasConnected)
             return;

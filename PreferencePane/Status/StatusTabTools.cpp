@@ -1,5 +1,5 @@
-// What the Status tab needs an administrator for: the tools of the bundle that start, stop and remove the
-// daemon.
+// Runs the tools in the bundle that start, stop and remove the daemon, for which the Status tab needs an
+// administrator.
 
 #include "Foundation/Format.h"
 #include "PreferencePane/Services/Sheet.h"
@@ -18,10 +18,10 @@ namespace {
 
 static_assert(HandOffFile::formSize == authorizationFormSize);
 
-// By which the tools, like every program, find the daemon that is meant.
+// The variable that tells the tools, like every program, which daemon to use.
 constexpr const char* daemonVariable = "KELVANE_DAEMON=";
 
-// How many looks a tool has for its end after its last word, so that no zombie of it stays.
+// How often the end of a tool is checked after its completion word, so that it does not stay a zombie.
 constexpr int looksForTheEnd = 8;
 
 struct Switch {
@@ -45,7 +45,7 @@ std::optional<ChildProcess> startTool(const Bundle& bundle, std::vector<std::str
 
 } // namespace
 
-// Until it goes the tab takes no other order for the daemon.
+// While it lives, the tab accepts no other operation on the daemon.
 class KelvaneStatusTabController::Operating {
 public:
     explicit Operating(KelvaneStatusTabController& tab)
@@ -70,7 +70,7 @@ private:
     const bool hadFocus_;
 };
 
-// 0 also for what did not come so far as to run a tool.
+// Also 0 when no tool was run.
 int KelvaneStatusTabController::uninstall(Operation operation) {
     const Operating operating(*this);
     Authorization& authorization = prefs_.authorization();
@@ -78,7 +78,7 @@ int KelvaneStatusTabController::uninstall(Operation operation) {
     if (!unlockAndWait(authorization))
         return 0;
     const int result = handOver(operation);
-    // The password was for this alone.
+    // The password was for this operation only.
     if (wasLocked)
         authorization.lock();
     return result;
@@ -135,7 +135,7 @@ void KelvaneStatusTabController::runUninstaller(const HandOffFile& handOff) {
         return tellFailure(Operation::Uninstall, formatTranslated(text(StatusText::NoRoomForTool), name));
     if (!waitUntil([&] { return handOff.completionWord() != 0 || process->hasEnded(); }, *process))
         return;
-    // Once more: the word may have come between the two looks.
+    // Reads the word again: it may have been written between the two checks.
     isUninstalled_ = handOff.completionWord() == HandOffFile::succeeded;
     int looks = 0;
     static_cast<void>(waitUntil([&] { return process->hasEnded() || ++looks > looksForTheEnd; }, *process));

@@ -9,9 +9,8 @@
 
 namespace kelvane {
 
-// Every text of the Status tab that users see, by its key in the bundle's string table and with the English
-// one for a bundle without. A carriage return is a line break on the screen. What stands in the tab's form
-// has itself for a key.
+// The texts of the Status tab: their keys in the bundle's string table, and the English texts for a bundle
+// without one. A carriage return is a line break. Texts in the tab's form are their own keys.
 enum class StatusText : std::size_t {
     Version,
     VersionName,
@@ -102,8 +101,7 @@ inline constexpr auto statusTexts = std::to_array<StatusTextRow>({
      "%@ cannot be started: the system has no room for another process."},
 });
 
-// What the form shows and the bundle may translate: captions, items, buttons, check boxes, and the names of
-// values for screen readers.
+// The form's translatable texts: captions, items, buttons, check boxes, and the accessible names of values.
 inline constexpr auto statusFormTexts = std::to_array<std::string_view>({
     "Backup mode",
     "Enabled",

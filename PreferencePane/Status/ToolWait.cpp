@@ -10,7 +10,7 @@
 namespace kelvane {
 namespace {
 
-constexpr std::chrono::milliseconds endPatience{1000}; // of an application that is told to end
+constexpr std::chrono::milliseconds endPatience{1000}; // for an application that was told to end
 
 } // namespace
 
@@ -31,7 +31,7 @@ bool waitUntil(const std::function<bool()>& isOver, const ChildProcess& process)
         QObject::connect(&*end, &QSocketNotifier::activated, &loop, look);
     }
     loop.exec(QEventLoop::ExcludeUserInputEvents);
-    // In an application that is about to end, no event loop runs any more.
+    // The event loop does not run in an application that is about to end.
     const QDeadlineTimer patience(endPatience);
     while (!isOver() && !patience.hasExpired()) {
         pollfd ended{process.descriptor(), POLLIN, 0};

@@ -16,7 +16,8 @@ WrappingCheckBox::WrappingCheckBox(QWidget* parent) : QCheckBox(parent) {
     setSizePolicy(policy);
 }
 
-// Qualified calls: the size that the check box itself names asks for the wrapped text, which asks for this.
+// Qualified calls avoid a recursion: the check box's own size hint asks for the wrapped text, which calls
+// this.
 QSize WrappingCheckBox::sizeAround(const QSize& contents) const {
     QStyleOptionButton option;
     QCheckBox::initStyleOption(&option);

@@ -4,7 +4,7 @@
 
 namespace kelvane {
 
-// A check box whose text takes as many lines as its width asks for.
+// A check box whose text wraps to its width.
 class WrappingCheckBox : public QCheckBox {
     Q_OBJECT
 
