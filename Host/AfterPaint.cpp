@@ -21,13 +21,13 @@ AfterPaint::AfterPaint(QWidget& widget, MainLoop& loop, MainLoop::Task task)
 bool AfterPaint::eventFilter(QObject* watched, QEvent* event) {
     if (event->type() == QEvent::Paint) {
         watched->removeEventFilter(this);
-        // The picture is on the screen when this event is through.
+        // The widget is on the screen when this event has been handled.
         timer_ = loop_.schedule(std::chrono::milliseconds(0), MainLoop::Repeat::Once, [this] { run(); });
     }
     return false;
 }
 
-// The task may end this object, and paint the widget once more.
+// The task may destroy this object or paint the widget again.
 void AfterPaint::run() {
     if (const MainLoop::Task task = std::exchange(task_, nullptr))
         task();

@@ -8,8 +8,8 @@ class QWidget;
 
 namespace kelvane::host {
 
-// Runs a task once, from the event loop, after the widget has been painted the next time; also when it is not
-// painted for a while, because it is minimised, for example. Never after this object has gone.
+// Runs a task once, from the event loop, after the next paint of the widget, or after a while when it is not
+// painted, for example because it is minimised. Never runs the task after its destruction.
 class AfterPaint : public QObject {
 public:
     AfterPaint(QWidget& widget, MainLoop& loop, MainLoop::Task task);

@@ -11,7 +11,7 @@ constexpr int textWidth = 440;
 constexpr int gap = 12;
 constexpr double titleScale = 1.25;
 
-// Plain: a path or a fault's text may hold anything.
+// Plain text: a path or an error message may contain markup.
 QLabel* centredText(QWidget* parent) {
     auto* const label = new QLabel(parent);
     label->setTextFormat(Qt::PlainText);
@@ -46,7 +46,7 @@ MessagePage::MessagePage(QWidget* parent)
 void MessagePage::show(const QString& title, const QString& problem, const QString& path) {
     title_->setText(title);
     problem_->setText(problem);
-    // A path breaks at its separators.
+    // Lets a path wrap at its separators.
     path_->setText(QString(path).replace('/', QStringLiteral("/\u200b")));
     path_->setAccessibleName(path);
 }

@@ -5,10 +5,10 @@
 
 namespace kelvane::host {
 
-// For a pane that has no picture of its own.
+// Shown for a pane without its own icon.
 inline constexpr const char* missingPanePicture = ":/Resources/pane-missing.svg";
 
-// What stands in the place of a pane that cannot be shown: what happened, where, and what to do next.
+// The page shown instead of a pane that cannot be shown: what happened, where, and what to do next.
 class MessagePage : public QWidget {
 public:
     explicit MessagePage(QWidget* parent = nullptr);

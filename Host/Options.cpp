@@ -15,7 +15,7 @@ const std::map<std::string, AuthorizationChoice> authorizations{{"polkit", Autho
 const std::map<std::string, Appearance> appearances{
     {"system", Appearance::System}, {"light", Appearance::Light}, {"dark", Appearance::Dark}};
 
-// A pane may change the working folder, and a bundle is known by its path.
+// A pane may change the working directory, and a bundle is identified by its path.
 void makeAbsolute(std::string& path) {
     if (!path.empty())
         path = std::filesystem::absolute(path).lexically_normal();

@@ -8,7 +8,7 @@
 
 namespace kelvane::host {
 
-// What was typed. Texts that were not given are empty.
+// The command-line options. Options that were not given are empty.
 struct Options {
     std::string pane;   // absolute
     std::string daemon; // absolute
@@ -17,10 +17,10 @@ struct Options {
     std::string tab;
     std::string screenshotFolder;
     Appearance appearance = Appearance::System;
-    bool endsWhenPainted = false; // before a pane is loaded
+    bool endsWhenPainted = false; // before any pane is loaded
 };
 
-// The options, or the status to end with: help and mistakes have been written out then.
+// Returns the options, or the exit status when help or an error has been printed.
 [[nodiscard]] std::variant<Options, int> readOptions(int argc, const char* const* argv);
 
 } // namespace kelvane::host

@@ -4,8 +4,8 @@
 
 namespace kelvane::host {
 
-// One row of the list of panes: its icon and its name, on a rounded ground when it is selected. The ground is
-// strong while the list has the keyboard.
+// One row of the list of panes: icon and name, on a rounded background when selected. The background is
+// stronger while the list has the focus.
 class PaneListDelegate : public QStyledItemDelegate {
 public:
     using QStyledItemDelegate::QStyledItemDelegate;

@@ -13,7 +13,7 @@ namespace {
 constexpr std::chrono::seconds readyPatience(10);
 constexpr std::chrono::milliseconds lookInterval(50);
 
-// "Status" gives "status.png".
+// Turns "Status" into "status.png".
 QString fileName(const std::string& tab) {
     QString name = QString::fromStdString(tab).toLower();
     for (QChar& letter : name)
@@ -71,7 +71,7 @@ void ScreenshotRun::take(const std::string& name) {
         return finished_(1);
     }
     std::cout << path.toStdString() << std::endl;
-    // Not from inside its own task: the next one takes its place.
+    // Scheduled, because a timer cannot be replaced inside its own task.
     timer_ = loop_.schedule(std::chrono::milliseconds(0), MainLoop::Repeat::Once, [this] { showNext(); });
 }
 

@@ -10,12 +10,12 @@
 
 namespace kelvane::host {
 
-// Takes a picture of the window with each tab of a pane, "<tab>.png", or one "<title>.png" where there are no
-// tabs, once the pane is ready or has been waited for long enough. Main thread only.
+// Saves a picture of the window for each tab of a pane as "<tab>.png", or one "<title>.png" without tabs,
+// when the pane is ready or a timeout has expired. Main thread only.
 class ScreenshotRun {
 public:
-    // Each picture's path goes to standard output, what goes wrong to standard error. `finished` gets the
-    // program's status.
+    // Prints each picture's path to standard output and errors to standard error. `finished` gets the exit
+    // status.
     ScreenshotRun(QWidget& window, PaneLife& life, std::string folder, MainLoop& loop,
                   std::function<void(int status)> finished);
     ScreenshotRun(const ScreenshotRun&) = delete;
@@ -34,7 +34,7 @@ private:
     MainLoop& loop_;
     const std::function<void(int status)> finished_;
     const Clock::time_point deadline_;
-    std::vector<std::string> tabs_; // that are still to come, the last one first
+    std::vector<std::string> tabs_; // the remaining ones, in reverse order
     std::unique_ptr<AfterPaint> painted_;
     Timer timer_;
 };

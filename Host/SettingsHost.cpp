@@ -38,7 +38,7 @@ SettingsHost::SettingsHost(Options options, std::shared_ptr<MainLoop> mainLoop,
 
 SettingsHost::~SettingsHost() {
     next_.reset();
-    lives_.clear(); // before the window, which would delete their views
+    lives_.clear(); // destroyed before the window, which would delete their views
 }
 
 void SettingsHost::show() {
@@ -47,7 +47,7 @@ void SettingsHost::show() {
     window_.show();
     if (lives_.empty())
         return showThatThereIsNone();
-    // Nothing is loaded before there is something to see.
+    // Loads nothing before the window is visible.
     next_ = std::make_unique<AfterPaint>(window_.pageArea(), *mainLoop_, [this] {
         QObject::connect(&window_, &SettingsWindow::paneChosen, &window_,
                          [this](int index) { choose(static_cast<std::size_t>(index)); });

@@ -11,8 +11,8 @@
 
 namespace kelvane::host {
 
-// The program: shows the window, selects a pane once it has been painted, and takes every pane through its
-// life, up to the end. Main thread only; ends the QApplication.
+// The application: shows the window, selects a pane once the window is painted, and drives the life cycle of
+// every pane. Main thread only; ends the QApplication.
 class SettingsHost : public PaneHost {
 public:
     SettingsHost(Options options, std::shared_ptr<MainLoop> mainLoop, std::vector<PaneDescription> panes);
@@ -22,7 +22,7 @@ public:
 
     [[nodiscard]] SettingsWindow& window() { return window_; }
     void show();
-    // The pane that is shown is unselected, the window's place kept, and the program's event loop left.
+    // Unselects the current pane, saves the window's geometry and leaves the event loop.
     void end(int status = 0);
 
     [[nodiscard]] std::shared_ptr<MainLoop> mainLoop() override { return mainLoop_; }
@@ -36,17 +36,17 @@ private:
     void choose(std::size_t index);
     void open(PaneLife& life);
     void select(PaneLife& life);
-    // Shows why, in place of the pane, when it has failed.
+    // Shows the reason in place of a pane that has failed.
     void showProblem(const PaneLife& life);
     void obeyOptions(PaneLife& life);
 
-    Options options_; // what is left to be done of them
+    Options options_; // the options not yet carried out
     const std::shared_ptr<MainLoop> mainLoop_;
     DesktopOpener opener_;
     SettingsWindow window_;
     std::vector<std::unique_ptr<PaneLife>> lives_;
     PaneLife* shown_ = nullptr;
-    std::unique_ptr<AfterPaint> next_; // the step that waits for the window
+    std::unique_ptr<AfterPaint> next_; // the step that waits for the window to be painted
     std::unique_ptr<ScreenshotRun> screenshots_;
     bool isEnding_ = false;
 };

@@ -28,7 +28,7 @@ void dress(QListWidget& list) {
     list.setItemDelegate(new PaneListDelegate(&list));
 }
 
-// It informs and does not alarm.
+// A notice that informs without looking like a warning.
 class Notice : public QLabel {
 public:
     explicit Notice(QWidget* parent) : QLabel(parent) {

@@ -10,8 +10,8 @@
 
 namespace kelvane::host {
 
-// The window: the panes at the side, the one that is shown beside them. It decides nothing. Screen readers
-// take it for a window because it is of the class that they know.
+// The window: the list of panes at the side, and the current pane beside it. Contains no decisions. Derives
+// from QMainWindow because screen readers recognise that class as a window.
 class SettingsWindow : public QMainWindow {
     Q_OBJECT
 
@@ -19,21 +19,21 @@ public:
     SettingsWindow();
 
     void addPane(const QIcon& icon, const QString& title);
-    // As if the user had chosen it.
+    // Has the same effect as a choice by the user.
     void choosePane(int index) { list_->setCurrentRow(index); }
     [[nodiscard]] int chosenPane() const { return list_->currentRow(); }
-    // A calm line above the pane, such as that this is a trial; none when empty.
+    // A notice above the pane, for example that this is a trial run; hidden when empty.
     void setNotice(const QString& text);
 
     void showNothing() { pages_->setCurrentWidget(nothing_); }
     void showMessage(const QString& title, const QString& problem, const QString& path);
-    // Takes the view in, where it stays until it is deleted or taken out.
+    // Adopts the view until it is deleted or removed.
     void showPane(QWidget* view);
-    // What is painted with every pane and message.
+    // Painted with every pane and message.
     [[nodiscard]] QWidget& pageArea() { return *area_; }
 
     Q_SIGNAL void paneChosen(int index);
-    // The window goes, whoever has closed it.
+    // The window closes, by the user or by the program.
     Q_SIGNAL void closing();
 
 protected:

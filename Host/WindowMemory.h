@@ -4,9 +4,8 @@ class QWidget;
 
 namespace kelvane::host {
 
-// The window's size and place from one run to the next, in "kelvane-settings.conf" of the user's
-// configuration folder. A file that is missing or damaged changes nothing; one that cannot be written is
-// reported on standard error.
+// Saves and restores the window's geometry in "kelvane-settings.conf" in the user's configuration folder. A
+// missing or damaged file is ignored; a failed write is reported on standard error.
 void restoreWindow(QWidget& window);
 void rememberWindow(const QWidget& window);
 

@@ -1,4 +1,4 @@
-// kelvane-settings: the application that shows panes of settings.
+// kelvane-settings: the application that shows preference panes.
 
 #include "Host/SettingsHost.h"
 #include "Platform/Desktop/QtMainLoop.h"
@@ -22,7 +22,7 @@ bool hasDisplay() {
 }
 
 int run(const Options& options, char* programName) {
-    // Before the toolkit has started its first thread.
+    // Created before the toolkit starts its first thread.
     const SignalDescriptor signal({SIGTERM, SIGINT, SIGHUP});
     int count = 1;
     char* words[] = {programName, nullptr};

@@ -1,4 +1,4 @@
-// The pane that says what is installed: a small one, and complete.
+// The About pane, which shows what is installed: a small but complete pane.
 
 #include "Platform/Desktop/ComputerName.h"
 #include "Platform/Desktop/PanePlugin.h"
@@ -32,7 +32,7 @@ public:
 
     void awakeFromNib() override;
     void mainViewDidLoad() override {}
-    // What may have changed since the last time.
+    // Refreshes what may have changed.
     void didSelect() override { values_.front()->setText(facts().front().text); }
     void willUnselect() override {}
     [[nodiscard]] QWidget* mainView() override { return &view_; }

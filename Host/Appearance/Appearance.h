@@ -4,9 +4,9 @@ namespace kelvane::host {
 
 enum class Appearance { System, Light, Dark };
 
-// The Fusion style with the desktop's own palette, or one of ours: the dark one also where the user wants
-// dark windows and the desktop's palette is a light one. Needs the QApplication and comes before the first
-// window. What follows the desktop lives until the application goes.
+// Sets the Fusion style with the desktop's palette or one of ours: the dark palette also when the user
+// prefers dark windows and the desktop's palette is light. Needs the QApplication; call it before the first
+// window. The connection to the desktop lives as long as the application.
 void applyAppearance(Appearance appearance);
 
 } // namespace kelvane::host

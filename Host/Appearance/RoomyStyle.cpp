@@ -5,11 +5,11 @@
 namespace kelvane::host {
 namespace {
 
-// Logical pixels.
+// In logical pixels.
 constexpr QSize roomInButton(16, 4);
 constexpr QSize roomInPopUp(0, 4);
 
-constexpr float heldTint = 0.4F; // how much of the highlight is in a button that stays down
+constexpr float heldTint = 0.4F; // share of the highlight colour in a checked button
 
 QColor mixed(const QColor& ground, const QColor& tint, float share) {
     const auto mix = [share](float one, float other) { return one + (other - one) * share; };

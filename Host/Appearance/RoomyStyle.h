@@ -4,8 +4,8 @@
 
 namespace kelvane::host {
 
-// Fusion, with some room around the texts of buttons, buttons without icons in every dialog, a picture of our
-// own for a warning, and a button that stays down told from the others by its colour. Main thread only.
+// Fusion with more padding around the texts of buttons, no icons on dialog buttons, our own warning icon, and
+// checked buttons marked by colour. Main thread only.
 class RoomyStyle : public QProxyStyle {
     Q_OBJECT
 public:

@@ -15,7 +15,7 @@ constexpr const char* group = "org.freedesktop.appearance";
 constexpr const char* key = "color-scheme";
 constexpr uint preferDark = 1;
 
-// The portal wraps a value in a variant, and an answer in one more.
+// The portal wraps each value in a variant, and each answer in another one.
 std::optional<bool> wantsDark(QVariant value) {
     while (value.canConvert<QDBusVariant>())
         value = value.value<QDBusVariant>().variant();

@@ -6,8 +6,8 @@
 
 namespace kelvane::host {
 
-// Whether the user wants dark windows, as the desktop's portal says on the session bus, now and whenever that
-// changes. Says nothing where there is no portal; waits for nothing.
+// Whether the user prefers dark windows, as the desktop portal on the session bus reports now and at each
+// change. Reports nothing without a portal; never blocks.
 class SystemAppearance : public QObject {
     Q_OBJECT
 

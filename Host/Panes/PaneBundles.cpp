@@ -29,7 +29,7 @@ std::vector<std::string> systemDataFolders() {
 
 std::vector<std::string> bundlesIn(const std::string& folder) {
     std::vector<std::string> bundles;
-    std::error_code error; // a folder that is not there has none
+    std::error_code error; // a missing folder contains none
     std::filesystem::directory_iterator entry(folder, error);
     for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
         std::error_code ignored;
@@ -40,7 +40,7 @@ std::vector<std::string> bundlesIn(const std::string& folder) {
     return bundles;
 }
 
-// What tells it from others.
+// The identifier that distinguishes bundles.
 std::string identifierOf(const Bundle& bundle) {
     const std::string identifier = bundle.information("CFBundleIdentifier").stringValue();
     return identifier.empty() ? bundle.path() : identifier;
@@ -49,7 +49,7 @@ std::string identifierOf(const Bundle& bundle) {
 } // namespace
 
 std::vector<std::string> paneFolders(const std::string& programFolder) {
-    // In a build, at the place it was installed to, the user's own, and where packages put theirs.
+    // The folders of a build, of an installation, of the user, and of packages.
     std::vector<std::string> folders{programFolder + "/Bundles", programFolder + "/../share" + sharedFolder,
                                      dataFolder() + sharedFolder};
     for (const std::string& folder : systemDataFolders())

@@ -9,8 +9,8 @@ class QWidget;
 
 namespace kelvane::host {
 
-// Drives one pane through its life, in the stated order and no further than it comes: a step that fails ends
-// it, and `problem` says why. Main thread only.
+// Drives one pane through its life cycle, in the documented order; a step that fails ends it, and `problem`
+// says why. Main thread only.
 class PaneLife {
 public:
     PaneLife(PaneDescription description, PaneHost& host)
@@ -21,14 +21,14 @@ public:
 
     [[nodiscard]] const PaneDescription& description() const { return description_; }
 
-    // Loads the pane the first time. Null when it cannot be shown.
+    // Loads the pane at the first call. Null when the pane cannot be shown.
     [[nodiscard]] QWidget* view();
-    // Both do nothing when there is nothing to do.
+    // Both do nothing when the pane is already in that state.
     void select();
     void unselect();
 
     [[nodiscard]] bool isSelected() const { return isSelected_; }
-    // Null before it is loaded, and after a step has failed.
+    // Null before the pane is loaded, and after a step has failed.
     [[nodiscard]] Pane* pane() const { return problem_.empty() ? pane_.get() : nullptr; }
     [[nodiscard]] const std::string& problem() const { return problem_; }
 

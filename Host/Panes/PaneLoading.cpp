@@ -20,7 +20,7 @@ std::string otherVersion(std::uint32_t version) {
            std::to_string(paneInterfaceVersion) + "). Install versions that belong together.";
 }
 
-// Without the bundle's path, which stands below it.
+// Without the bundle's path, which the page shows below.
 std::string faultOf(const Bundle& bundle) {
     std::string error = bundle.error();
     const std::string folder = bundle.path() + '/';
@@ -52,7 +52,7 @@ PaneLoading loadPane(const PaneBundle& bundle, PaneHost& host) {
     const std::optional<std::string> plugIn = bundle->plugInPath();
     if (!plugIn)
         return failure(faultOf(*bundle) + installAgain);
-    // Never closed again: what the plug-in has registered with the toolkit must not hang in the air.
+    // Never unloaded: the plug-in's registrations with the toolkit would dangle.
     void* const code = ::dlopen(plugIn->c_str(), RTLD_NOW | RTLD_LOCAL);
     if (code == nullptr)
         return failure(std::string("Its code cannot be loaded: ") + ::dlerror() + '.' + installAgain);

@@ -7,13 +7,13 @@
 
 namespace kelvane::host {
 
-// A new pane, or why there is none and what the user can do about it.
+// A new pane, or why it cannot be created and what the user can do.
 struct PaneLoading {
     std::unique_ptr<Pane> pane;
     std::string problem;
 };
 
-// Loads the plug-in of the bundle, which stays in the process, and has it make a pane. Main thread only.
+// Loads the bundle's plug-in, which stays in the process, and creates its pane. Main thread only.
 [[nodiscard]] PaneLoading loadPane(const PaneBundle& bundle, PaneHost& host);
 
 } // namespace kelvane::host
