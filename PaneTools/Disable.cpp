@@ -1,8 +1,8 @@
 // Disable 0 UID unload
 //
-// Ends the local daemon of the user who runs it, and keeps it from starting again. Ends with 0 when nobody
-// serves any more, 64 for arguments that make no sense, 69 when somebody does; standard error says why.
-// $KELVANE_DAEMON names the socket of the daemon that is meant.
+// Stops the local daemon of the current user and disables its automatic start. Exit status: 0 when no daemon
+// serves any more, 64 for invalid arguments, 69 when one still does; the reason is on standard error.
+// $KELVANE_DAEMON names the socket of the daemon.
 
 #include "PaneTools/LocalService.h"
 #include "PaneTools/ToolArguments.h"

@@ -1,8 +1,8 @@
 // Enable 0 UID load
 //
-// Starts the local daemon of the user who runs it, now and at every log-in. Ends with 0 when the daemon
-// serves, 64 for arguments that make no sense, 69 when it does not; standard error says why. $KELVANE_DAEMON
-// names the socket of the daemon that is meant; one that is not at the usual place is not started.
+// Starts the local daemon of the current user, now and at every log-in. Exit status: 0 when the daemon
+// serves, 64 for invalid arguments, 69 when it does not; the reason is on standard error. $KELVANE_DAEMON
+// names the socket of the daemon; a daemon at a socket other than the default is not started.
 
 #include "PaneTools/LocalService.h"
 #include "PaneTools/ToolArguments.h"

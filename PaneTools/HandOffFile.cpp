@@ -15,10 +15,10 @@ namespace {
 
 constexpr std::size_t wordOffset = 36;
 constexpr mode_t fileMode = 0700;
-// Whatever stands there, opening it neither waits nor follows.
+// Opening must neither block nor follow a link, whatever is at the path.
 constexpr int openFlags = O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
 
-// By the descriptor: the name may be someone else's by now.
+// Checked through the descriptor: the name may refer to another file by now.
 bool isOwnFile(int descriptor) {
     struct stat status {};
     if (::fstat(descriptor, &status) != 0)
@@ -33,7 +33,7 @@ bool hasItsSize(int descriptor) {
     return ::fstat(descriptor, &status) == 0 && status.st_size == static_cast<off_t>(HandOffFile::size);
 }
 
-// Written and not only made longer: on a full disk a hole could be mapped, but not touched.
+// Writes zeros instead of extending the file: on a full disk a hole could be mapped, but not accessed.
 bool fillWithZeros(int descriptor) {
     constexpr std::array<std::uint8_t, HandOffFile::size> zeros{};
     return ::fchmod(descriptor, fileMode) == 0 && ::ftruncate(descriptor, zeros.size()) == 0 &&
@@ -76,7 +76,7 @@ HandOffFile::~HandOffFile() {
         ::unlink(pathToRemove_.c_str());
 }
 
-// The mapping begins on a page, so that the word is aligned.
+// The mapping starts at a page boundary, so the word is aligned.
 std::uint32_t& HandOffFile::word() const {
     return *static_cast<std::uint32_t*>(static_cast<void*>(bytes_.data() + wordOffset));
 }

@@ -8,16 +8,15 @@
 
 namespace kelvane {
 
-// The file by which the pane hands its authorization to a tool of its bundle, and hears how that went. 40
-// bytes that both sides have mapped:
+// The file through which the pane passes its authorization to a tool in its bundle and learns the result: 40
+// bytes, mapped by both sides.
 //
-//    0  32  the authorization's external form
-//   32   4  zero
-//   36   4  completion word in the machine's byte order: 0 while the tool runs, 1 when it succeeded, else it
-//           failed
+// Offset 0, 32 bytes: the authorization's external form. Offset 32, 4 bytes: zero. Offset 36, 4 bytes: the
+// completion word in host byte order, which is 0 while the tool runs, 1 after success, and anything else
+// after a failure.
 //
-// It stands in a folder that everybody may write to: what is a link, belongs to somebody else, or has a
-// second name is refused on both sides.
+// The file is in a world-writable folder, so both sides refuse a link, a file of another owner, and a file
+// with a second name.
 class HandOffFile {
 public:
     static constexpr const char* usualPath = "/tmp/com.kelvane.auth";
@@ -25,10 +24,10 @@ public:
     static constexpr std::size_t formSize = 32;
     static constexpr std::uint32_t succeeded = 1;
 
-    // The pane's side: all zero, and removed when this goes. Null, and `errno` says why, when it cannot be
-    // had; what stood in its place is removed then, where that is permitted.
+    // For the pane: creates the file filled with zeros; the destructor removes it. Null with the reason in
+    // `errno` on failure. Removes whatever is at the path, where that is permitted.
     [[nodiscard]] static std::unique_ptr<HandOffFile> create(const std::string& path = usualPath);
-    // The tool's side: null, and `errno` says why, when there is none of this user's.
+    // For the tool: null with the reason in `errno` when this user has no such file.
     [[nodiscard]] static std::unique_ptr<HandOffFile> open(const std::string& path = usualPath);
     ~HandOffFile();
     HandOffFile(const HandOffFile&) = delete;

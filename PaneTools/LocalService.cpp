@@ -27,14 +27,14 @@ constexpr int lookMilliseconds = 50;
 
 constexpr const char* noFolder = "there is no folder for the daemon's socket that only you can reach";
 
-// Where the daemon serves that is meant.
+// The socket of the daemon in question.
 struct Place {
     std::string path;
-    bool isUsual = true; // where the local daemon serves that this program starts
+    bool isUsual = true; // the default socket of the local daemon, which this program may start
 };
 enum class Server { None, LocalDaemon, Other };
 
-// The pane, and who else means another daemon, names it in the environment.
+// The pane, and anyone who uses another daemon, names the socket in the environment.
 std::optional<Place> placeOfDaemon() {
     const auto usual = defaultDaemonPath();
     const char* const named = std::getenv("KELVANE_DAEMON");
@@ -43,7 +43,7 @@ std::optional<Place> placeOfDaemon() {
     return Place{named, named == usual};
 }
 
-// By the program that listens, which may have been replaced on the disk since.
+// Compares the name of the listening program, whose file may have been replaced since.
 bool isLocalDaemon(int socket) {
     ucred peer{};
     socklen_t size = sizeof peer;
@@ -58,7 +58,7 @@ bool isLocalDaemon(int socket) {
 
 Server serverAt(const std::string& path) {
     const SocketProbe probe = probeSocket(path);
-    if (probe.error == EAGAIN) // its queue of callers is full
+    if (probe.error == EAGAIN) // the listener's backlog is full
         return Server::LocalDaemon;
     if (probe.error != 0)
         return Server::None;
@@ -79,7 +79,7 @@ bool becomesServing(const std::string& path, bool isWanted, std::chrono::millise
     return true;
 }
 
-// The trampoline waits for the end of the process that asks it, so a child asks.
+// The trampoline waits for the process that starts it to end, so a child process starts it.
 std::string launch(const std::string& daemon) {
     const auto trampoline = findProgram(trampolineName);
     if (!trampoline)
@@ -99,7 +99,7 @@ std::string launch(const std::string& daemon) {
 void tellToTerminate(const std::string& path) {
     const auto socket = KelvaneSocket::create();
     if (!socket->connectToPath(path))
-        return; // it has ended by itself
+        return; // it has already ended
     const auto proxy = KelvaneProxy::create();
     proxy->setProtocol(KelvaneDaemonProtocol);
     proxy->setSocket(socket);

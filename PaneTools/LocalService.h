@@ -5,19 +5,19 @@
 
 namespace kelvane::tools {
 
-// The local daemon of this user, to be started and stopped: by the user's service manager where there is one,
-// else by the trampoline and over the daemon's own link. Each waits until it is so, for at most ten
-// seconds, and returns why it is not; empty when it is.
+// Starts and stops the local daemon of this user: through the user's service manager where there is one,
+// otherwise with the trampoline and over the daemon's link. Each function blocks until that is done, for at
+// most ten seconds, and returns why it failed, or empty on success.
 //
-// $KELVANE_DAEMON names the socket of another one than the usual. A local daemon that serves there is
-// stopped, too; one that is to serve there is started by whoever knows how. Any other daemon is left alone.
+// $KELVANE_DAEMON names a socket other than the default. A local daemon at such a socket can be stopped but
+// is not started here. Any other daemon is left alone.
 
 inline constexpr std::chrono::seconds usualPatience(10);
 
 [[nodiscard]] std::string startLocalDaemon(std::chrono::milliseconds patience = usualPatience);
 [[nodiscard]] std::string stopLocalDaemon();
-// While another daemon is meant: why what the usual one has written must stay. Empty when nobody serves
-// there.
+// With $KELVANE_DAEMON set: why the data of the daemon at the default socket must not be removed. Empty when
+// no daemon serves there.
 [[nodiscard]] std::string usualDaemonInUse();
 
 } // namespace kelvane::tools

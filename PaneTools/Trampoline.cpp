@@ -1,10 +1,10 @@
 // kelvane-trampoline PID PROGRAM [launchagent|launchdaemon]
 //
-// Waits until the process PID has ended, then starts PROGRAM: without arguments, in a session of its own, in
-// "/", with nothing on its standard streams. Agent and daemon are started alike.
+// Waits until the process PID has ended, then starts PROGRAM: without arguments, in its own session, in "/",
+// with standard streams on /dev/null. Agent and daemon are started alike.
 //
-// Ends with 0 when PROGRAM has been started, 64 for arguments that make no sense, 69 when PROGRAM cannot be
-// executed, 71 when the system refuses something else.
+// Exit status: 0 when PROGRAM has been started, 64 for invalid arguments, 69 when PROGRAM cannot be executed,
+// 71 for other system errors.
 
 #include "Platform/FileDescriptor.h"
 
@@ -29,7 +29,7 @@ namespace {
 
 constexpr int pollingMilliseconds = 100;
 
-// 0 for what names no process.
+// 0 for an invalid process id.
 pid_t processId(std::string_view text) {
     pid_t pid = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), pid);
@@ -45,20 +45,19 @@ bool isRunning(pid_t pid) {
 }
 
 void waitForEnd(pid_t pid) {
-    // Not by the C library's function: its header gives it C++ linkage.
+    // A direct system call, because the C library's header gives its function C++ linkage.
     const kelvane::FileDescriptor process(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
     if (!process && errno == ESRCH)
         return;
     pollfd end{process.get(), POLLIN, 0};
     while (process && ::poll(&end, 1, -1) < 0 && errno == EINTR) {
     }
-    // Where the system gives no descriptor for a process. There, one that has ended but was not waited for by
-    // its parent counts as running.
+    // Polls where the system has no process descriptors. A zombie counts as running there.
     while (!process && isRunning(pid))
         ::poll(nullptr, 0, pollingMilliseconds);
 }
 
-// What the program starts with. The first error is kept.
+// The attributes of the new process. Keeps the first error.
 class SpawnSettings {
 public:
     SpawnSettings() {
@@ -129,8 +128,8 @@ int main(int count, char** arguments) {
         std::fputs("usage: kelvane-trampoline PID PROGRAM [launchagent|launchdaemon]\n", stderr);
         return EX_USAGE;
     }
-    // Out of the caller's terminal, whose closing would end this. Fails for the leader of a group, which a
-    // person has started by hand.
+    // Leaves the caller's terminal, whose closing would end this process. Fails for a group leader, that is,
+    // when started by hand.
     ::setsid();
     waitForEnd(pid);
     return start(arguments[2]);

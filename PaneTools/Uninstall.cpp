@@ -1,12 +1,12 @@
 // Uninstall PID UID uninstall [FILE]
 //
-// Ends the local daemon of the user who runs it and removes what Kelvane has written for that user, when the
-// process PID, whose authorization stands in the hand-off file, has the right to it. Leaves its completion
-// word in that file. $KELVANE_DAEMON names the socket of the daemon that is meant.
+// Stops the current user's local daemon and removes the files that Kelvane has written for that user, if the
+// process PID, whose authorization is in the hand-off file, has the right to do so. Writes its completion
+// word to that file. $KELVANE_DAEMON names the socket of the daemon.
 //
-// Ends with 0 when all is gone, 64 for arguments that make no sense, 66 for a hand-off file that is none, 77
-// when the right is missing, 69 when polkit cannot be asked, 71 when something could not be ended or removed;
-// standard error says why.
+// Exit status: 0 when everything is removed, 64 for invalid arguments, 66 for an invalid hand-off file, 77
+// when the right is missing, 69 when polkit cannot be asked, 71 when the daemon could not be stopped or
+// something could not be removed; the reason is on standard error.
 
 #include "Foundation/Format.h"
 #include "PaneTools/HandOffFile.h"
@@ -48,7 +48,7 @@ std::optional<Order> orderFrom(int count, char** arguments) {
     return order;
 }
 
-// 0 when it has the right.
+// Returns 0 when the process has the right.
 int checkRight(const std::optional<ProcessIdentity>& process, std::uint32_t pid) {
     if (!process || process->pid != pid || process->uid != ::getuid())
         return complain(name, "the hand-off file holds no authorization of process " + std::to_string(pid),
@@ -62,7 +62,7 @@ int checkRight(const std::optional<ProcessIdentity>& process, std::uint32_t pid)
     return complain(name, "polkit, which says who may do this, cannot be asked", EX_UNAVAILABLE);
 }
 
-// Goes on after a failure: what can be removed is.
+// Continues after a failure, to remove as much as possible.
 int removeEverything() {
     std::vector<std::string> failures = removeUserData();
     if (const std::string failure = removeOwnUnit(); !failure.empty())
@@ -75,7 +75,7 @@ int removeEverything() {
 int uninstall(HandOffFile& handOff, std::uint32_t pid) {
     if (const int status = checkRight(processOfForm(handOff.form()), pid))
         return status;
-    // A daemon that goes on would write its settings again.
+    // A daemon that still runs would write its settings again.
     if (const std::string reason = usualDaemonInUse(); !reason.empty())
         return complain(name, reason, EX_OSERR);
     if (const std::string failure = stopLocalDaemon(); !failure.empty())

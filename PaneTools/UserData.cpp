@@ -9,7 +9,7 @@ namespace kelvane::tools {
 namespace {
 
 std::vector<std::string> filesThatBeginWith(const std::string& path) {
-    std::error_code error; // what cannot be listed is not there, or cannot be removed either
+    std::error_code error; // a folder that cannot be listed does not exist or cannot be emptied
     std::vector<std::string> files;
     for (const auto& entry :
          std::filesystem::directory_iterator(std::filesystem::path(path).parent_path(), error))
@@ -21,8 +21,8 @@ std::vector<std::string> filesThatBeginWith(const std::string& path) {
 } // namespace
 
 std::vector<std::string> removeUserData() {
-    // The beginnings of the names of files: with what is kept beside them, such as locks, older logs, what
-    // was set aside because it was damaged, and an index for each place of a repository.
+    // Prefixes of file names, which also match related files: locks, older logs, damaged files that were set
+    // aside, and the index of each repository.
     const std::string files[] = {configurationFolder() + "/com.kelvane.preferences.plist",
                                  stateFolder() + "/kelvane/local-daemon-", defaultLogPath()};
     const std::string folders[] = {configurationFolder() + "/kelvane", stateFolder() + "/kelvane",
@@ -39,7 +39,7 @@ std::vector<std::string> removeUserData() {
             remove(path);
     remove(cacheFolder() + "/kelvane/restic");
     for (const std::string& folder : folders)
-        std::filesystem::remove(folder, error); // one that still holds something stays
+        std::filesystem::remove(folder, error); // fails for a folder that is not empty
     return failures;
 }
 

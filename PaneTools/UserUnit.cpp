@@ -51,7 +51,7 @@ std::string writeOwnUnit(const std::string& program) {
 
 } // namespace
 
-// By its own socket, which is there for as long as it runs.
+// Checks for the manager's private socket, which exists while it runs.
 bool hasUserManager() {
     const auto runtime = runtimeFolder();
     return runtime && isThere(*runtime + "/systemd/private");
@@ -62,7 +62,7 @@ bool hasUnit() {
 }
 
 std::string enableUnit(const std::string& program, bool startNow) {
-    // The user's own goes before the package's, and would start a program that may be gone.
+    // The user's own unit overrides the package's and may start a program that no longer exists.
     std::string failure =
         isThere(std::string(packagedUnits) + daemonUnit) ? removeOwnUnit() : writeOwnUnit(program);
     if (failure.empty())
@@ -77,7 +77,8 @@ std::string disableUnit() {
     return manage({"disable", "--now", daemonUnit});
 }
 
-// With the link that has it started at log-in, which stays where no manager runs that could take it away.
+// Also removes the link that starts the unit at log-in, which stays when no manager runs that could remove
+// it.
 std::string removeOwnUnit() {
     bool isChanged = false;
     for (const std::string& path : {ownUnitFolder() + "/default.target.wants/" + daemonUnit, ownUnitPath()}) {
@@ -89,7 +90,7 @@ std::string removeOwnUnit() {
     return isChanged && hasUserManager() ? manage({"daemon-reload"}) : "";
 }
 
-// Quoted as the manager reads it: a percent sign would begin one of its specifiers.
+// Quotes the path for the manager: a percent sign would start a specifier.
 std::string unitText(const std::string& program) {
     std::string quoted;
     for (const char byte : program) {

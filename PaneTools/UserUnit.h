@@ -5,20 +5,20 @@
 
 namespace kelvane::tools {
 
-// The local daemon as a unit of the user's service manager, which starts it at every log-in. Who has none, or
-// an older system, has the daemon as a process of its own instead.
+// The local daemon as a unit of the user's service manager, which starts it at every log-in. Without a
+// manager, or on older systems, the daemon runs as an ordinary process.
 
 inline constexpr const char* daemonUnit = "kelvane-local-daemon.service";
 
 [[nodiscard]] bool hasUserManager();
-// Whether there is a unit file, the package's or the user's own.
+// Whether a unit file exists, installed by the package or written for the user.
 [[nodiscard]] bool hasUnit();
 
-// Has the manager start this program. Writes the user's own unit file where the package has brought none.
-// Why it failed, empty when it did not.
+// Enables this program as the unit. Writes a unit file for the user if the package has none. Returns why it
+// failed, or empty on success.
 [[nodiscard]] std::string enableUnit(const std::string& program, bool startNow);
 [[nodiscard]] std::string disableUnit();
-// The user's own, if there is one.
+// Removes the user's own unit file, if there is one.
 [[nodiscard]] std::string removeOwnUnit();
 
 [[nodiscard]] std::string unitText(const std::string& program);
