@@ -18,15 +18,15 @@
 #include <thread>
 #include <utility>
 
-// A column of the Backup tab's browser, on a real folder and a real link, beside the listing, the lstat of
-// each file and the one remote call that no browser can do without.
+// Fills a column of the Backup tab's browser, with a real folder and a real link, compared with what every
+// browser needs: the listing, an lstat of each file and one remote call.
 
 namespace kelvane::bench {
 namespace {
 
 using namespace std::chrono_literals;
 
-// Each benchmark has its own: one that outlived `main` would find Qt gone.
+// Each benchmark has its own: one that outlived `main` would use Qt after its destruction.
 class Application {
     int count_ = 1;
     std::array<char, 14> name_{"kelvane-bench"};
@@ -37,7 +37,7 @@ class Application {
     }();
 };
 
-// A volume of so many files, with the tab in manual mode and its volumes in sight.
+// A volume of that many files, with the tab in manual mode and its volumes visible.
 class Tab {
 public:
     explicit Tab(std::int64_t fileCount) {
@@ -67,7 +67,7 @@ public:
         return *pane.backupTab()->findChild<ColumnBrowser*>("manualBrowser");
     }
     void choose(int volume) const { browser().columnView(0)->setCurrentIndex(browser().rowAt(0, volume)); }
-    // What is there, without the tab.
+    // Reads the folder without the tab.
     [[nodiscard]] std::size_t readBare() const {
         Array paths;
         for (const auto& entry : std::filesystem::directory_iterator(folder / "Disk")) {
@@ -101,7 +101,7 @@ void backupColumnIsFilled(benchmark::State& state) {
         tab.choose(1);
         if (tab.browser().rowCount(1) != state.range())
             return state.SkipWithError("not all rows are there");
-        QCoreApplication::processEvents(); // the first rows are painted, with their icons
+        QCoreApplication::processEvents(); // paints the first rows with their icons
     }
 }
 BENCHMARK(backupColumnIsFilled)->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
@@ -123,14 +123,13 @@ void backupColumnBare(benchmark::State& state) {
 }
 BENCHMARK(backupColumnBare)->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
 
-// Ten thousand times a second, for three seconds, a file of a folder gets another name; the last is "zz
-// last".
+// Renames a file in a folder ten thousand times per second for three seconds; the last name is "zz last".
 class Burst {
 public:
     static constexpr std::chrono::seconds duration{3};
 
     explicit Burst(std::string folder) : thread_([this, folder = std::move(folder)] { run(folder + '/'); }) {}
-    // Waits for its end: seconds of a processor that the renaming itself took.
+    // Waits for the end and returns the processor time of the renaming in seconds.
     [[nodiscard]] double processorTime() {
         thread_.join();
         return processorTime_;
@@ -162,8 +161,8 @@ private:
     std::thread thread_;
 };
 
-// What such a burst in the folder that is shown costs the pane: the share of one core without the renaming,
-// the longest turn of the main loop, and the seconds from the last change until the column is true.
+// The cost of such a burst in a visible folder: the share of one core without the renaming itself, the
+// longest turn of the main loop, and the seconds from the last change until the column is correct.
 void backupColumnUnderABurst(benchmark::State& state) {
     const Application application;
     const Tab tab(state.range());

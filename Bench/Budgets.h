@@ -4,9 +4,8 @@
 
 namespace kelvane::bench {
 
-// What a benchmark may cost at most, as a share of its reference, which is measured in the same run. A
-// benchmark with arguments is named with them, "match/2000", and one of its counters behind a colon,
-// "match:bytes".
+// The maximum cost of a benchmark, as a ratio to its reference in the same run. Benchmarks with arguments are
+// named like "match/2000", and counters like "match:bytes".
 struct Budget {
     std::string_view name;
     std::string_view reference;

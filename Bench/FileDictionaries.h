@@ -4,9 +4,8 @@
 
 namespace kelvane::bench {
 
-// The dictionary of a file as the daemon sends it. Names, paths, sizes and dates differ from file to file as
-// they do on a disk: folders of a hundred files, one name in eight with an accent, sizes from nothing to
-// gigabytes.
+// The dictionary of a file as the daemon sends it. Names, paths, sizes and dates vary as on a real disk: a
+// hundred files per folder, an accent in one name of eight, sizes from zero to gigabytes.
 [[nodiscard]] Dictionary fileDictionary(unsigned number);
 
 // An array of `count` of them.

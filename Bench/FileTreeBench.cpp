@@ -9,12 +9,12 @@
 namespace kelvane::bench {
 namespace {
 
-constexpr int width = 100; // items of a folder; three levels of them make 1,010,101 nodes
+constexpr int width = 100; // items per folder; three levels make 1,010,101 nodes
 
 void addItems(const FileNodeRef& folder, int levels) {
     for (int number = 0; number < width; ++number) {
         const bool isDirectory = levels > 1;
-        const int place = number * 37 % width; // not in the order of the names
+        const int place = number * 37 % width; // not sorted by name
         const FileNodeRef node = KelvaneFileNode::create(
             isDirectory ? formatText("Holiday %03d", place) : formatText("IMG_20190714_%06d.jpeg", place),
             isDirectory);
@@ -119,7 +119,7 @@ double meanPropertyListBytes(const Value& dictionaries) {
     return static_cast<double>(sum) / static_cast<double>(dictionaries.size());
 }
 
-// The budget is bytesPerNode over dictionaryBytes, each dictionary being written alone.
+// The budget is bytesPerNode relative to dictionaryBytes, with each dictionary written by itself.
 void fileNodesOf100000Dictionaries(benchmark::State& state) {
     const Value dictionaries = fileDictionaries(100'000);
     state.counters["dictionaryBytes"] = meanPropertyListBytes(dictionaries);

@@ -12,8 +12,7 @@ namespace {
 
 using Run = benchmark::BenchmarkReporter::Run;
 
-// Shows results as usual, and keeps the best of each benchmark: whatever else a machine does only adds to a
-// time.
+// Prints results as usual and keeps the best of each benchmark, because other load only adds to a time.
 class Results : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run>& runs) override {
@@ -49,7 +48,7 @@ private:
     bool hasFailed_ = false;
 };
 
-// False when a budget is exceeded. One whose benchmark or reference did not run is left out.
+// Returns false when a budget is exceeded. Skips budgets whose benchmark or reference did not run.
 bool reportBudgets(const Results& results) {
     bool areKept = true;
     std::printf("\n%-44s %-48s %9s %9s\n", "benchmark", "reference", "ratio", "at most");
@@ -70,8 +69,7 @@ bool reportBudgets(const Results& results) {
 } // namespace
 } // namespace kelvane::bench
 
-// Ends with 0, with 1 when a benchmark has failed, 2 for arguments that make no sense, 3 when a budget is
-// exceeded.
+// Exit status: 0, 1 when a benchmark has failed, 2 for invalid arguments, 3 when a budget is exceeded.
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))

@@ -20,8 +20,8 @@ const Data& bytes() {
     return written;
 }
 
-// Between iterations, so that each pays for the memory it takes, as a program does that reads its first large
-// list.
+// Frees memory between iterations, so that each pays for the memory it takes, like a program that reads its
+// first large list.
 template <class Action>
 void untimed(benchmark::State& state, Action action) {
     state.PauseTiming();
@@ -58,7 +58,7 @@ void readFileDictionariesByLibplist(benchmark::State& state) {
 }
 BENCHMARK(readFileDictionariesByLibplist)->Unit(benchmark::kMillisecond);
 
-// What either writes is the list as its own reader makes it of the same file.
+// Each writer writes the list as its own reader has read it from the same file.
 void writeFileDictionaries(benchmark::State& state) {
     const Value value = readBinaryPropertyList(bytes()).value;
     for ([[maybe_unused]] auto iteration : state) {
@@ -72,7 +72,7 @@ void writeFileDictionaries(benchmark::State& state) {
 }
 BENCHMARK(writeFileDictionaries)->Unit(benchmark::kMillisecond);
 
-// The seconds that CPython's plistlib takes to write what it read from `path`.
+// The time in seconds that CPython's plistlib takes to write what it read from `path`.
 double pythonSeconds(const std::string& path) {
     const std::string command = "/usr/bin/python3 -c 'import plistlib, sys, time\n"
                                 "value = plistlib.load(open(sys.argv[1], \"rb\"))\n"

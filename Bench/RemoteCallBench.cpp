@@ -12,9 +12,9 @@
 #include <sys/socket.h>
 #include <thread>
 
-// One remote call and its answer, over a real socket between two threads of this process, each beside a bare
-// ping-pong of the same bytes: four writes each way, a thread that receives the answer and hands it over, and
-// nothing else.
+// One remote call and its answer over a real socket between two threads, each compared with a bare ping-pong
+// of the same bytes: four writes each way, a thread that receives the answer and passes it on, and nothing
+// else.
 
 namespace kelvane {
 namespace {
@@ -41,7 +41,7 @@ private:
     const Value state_ = stateDictionary();
 };
 
-// Both ends of the link as programs set them up.
+// Both ends of a link, configured as in the programs.
 class Link : public SocketDelegate {
 public:
     Link() {

@@ -1,5 +1,5 @@
-// For information, beside the link's own remote calls: the same two over sd-bus, point to point. Its caller
-// reads the answer itself, so that no receive thread has to hand it over.
+// For comparison with the link's remote calls: the same two calls over a peer-to-peer sd-bus connection. The
+// caller reads the answer itself, without a receive thread.
 
 #include <benchmark/benchmark.h>
 
@@ -73,7 +73,7 @@ private:
         while (true) {
             const int progress = sd_bus_process(daemon_, nullptr);
             if (progress < 0 || (progress == 0 && sd_bus_wait(daemon_, UINT64_MAX) < 0))
-                return; // the caller has gone
+                return; // the caller has closed the connection
         }
     }
 

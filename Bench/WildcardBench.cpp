@@ -6,9 +6,9 @@
 namespace kelvane {
 namespace {
 
-// A pattern of 20 deep stars, each with a letter that the text is full of, against a text that ends one
-// letter short: where every way to match is tried, their number doubles with each letter. Here each row's
-// time is at most 2.5 times that of the row above it, which has half the text.
+// A pattern of 20 stars, each followed by a letter that is frequent in the text, against a text that almost
+// matches: with naive backtracking the number of attempts doubles with each letter. Here each row may take at
+// most 2.5 times as long as the row above it, which has half the text.
 void wildcardOf20DeepStars(benchmark::State& state) {
     std::string pattern;
     for (int i = 0; i < 20; ++i)
@@ -21,7 +21,7 @@ void wildcardOf20DeepStars(benchmark::State& state) {
 }
 BENCHMARK(wildcardOf20DeepStars)->RangeMultiplier(2)->Range(256, 32768)->Complexity();
 
-// What an exclusion costs in everyday use.
+// The cost of a typical exclude rule.
 void wildcardOfAnExclusion(benchmark::State& state) {
     for (auto step : state)
         benchmark::DoNotOptimize(WildcardMatch("/Users/*/Library/Caches/**.tmp",

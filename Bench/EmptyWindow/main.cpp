@@ -1,5 +1,4 @@
-// An empty window of the toolkit, which ends once it has been painted: what kelvane-settings is measured
-// beside.
+// An empty window that ends once it is painted: the reference for the start of kelvane-settings.
 
 #include <QApplication>
 #include <QTimer>

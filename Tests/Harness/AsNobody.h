@@ -7,8 +7,8 @@
 
 namespace kelvane::tests {
 
-// Until it goes, a test that root runs has the rights of nobody: what it does wrong outside its folder, which
-// becomes nobody's, fails. Without effect for other users.
+// Runs a test started by root with the rights of nobody while it lives, so that a write outside the test's
+// folder, which is given to nobody, fails. No effect for other users.
 class AsNobody {
 public:
     explicit AsNobody(const TemporaryFolder& folder) {

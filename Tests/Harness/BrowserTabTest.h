@@ -8,8 +8,7 @@
 
 namespace kelvane::tests {
 
-// A tab with a browser in a window, with the volume USB that is a folder of the test's own, as the user's
-// home is.
+// A tab with a browser in a window; the volume USB is a folder of the test, and so is the user's home.
 class BrowserTabTest : public TabTest {
 protected:
     explicit BrowserTabTest(const Strings& backedUpFolders) {
@@ -30,13 +29,13 @@ protected:
         pane.mainView()->show();
     }
 
-    // What the daemon knows, and where.
+    // Adds a file to the daemon's answers.
     void addFile(const std::string& name, bool isBackedUp = true) {
         folder.write("USB/" + name, "");
         daemon.changeWorld(
             [&](DaemonWorld& world) { world.addFile("/Volumes/USB/" + name, false, 1, isBackedUp); });
     }
-    // Of the given ones those that are enabled.
+    // Those of `names` that are enabled.
     [[nodiscard]] std::string enabled(const std::vector<const char*>& names) const {
         std::string list;
         for (const char* const name : names)
@@ -46,7 +45,7 @@ protected:
     }
 
     [[nodiscard]] ColumnBrowser& browser() const { return *pane.mainView()->findChild<ColumnBrowser*>(); }
-    // Those of disabled rows in brackets.
+    // Titles of disabled rows are in brackets.
     [[nodiscard]] Strings titles(int column) const {
         Strings found;
         for (int row = 0; row < browser().rowCount(column); ++row) {
@@ -62,7 +61,7 @@ protected:
             throw std::runtime_error("no row " + title);
         return static_cast<int>(found - all.begin());
     }
-    // A click on the rows of these titles, each in its column.
+    // Clicks on the rows with these titles, each in its column.
     void choose(const Strings& path, Qt::KeyboardModifiers modifiers = {}, int column = 0) {
         for (const std::string& title : path) {
             QListView& view = *browser().columnView(column);

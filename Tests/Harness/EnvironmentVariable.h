@@ -6,7 +6,7 @@
 
 namespace kelvane::tests {
 
-// Sets a variable, or unsets it (nullptr), until it goes.
+// Sets a variable, or unsets it (nullptr), while it lives.
 class EnvironmentVariable {
 public:
     EnvironmentVariable(std::string name, const char* value) : name_(std::move(name)) {

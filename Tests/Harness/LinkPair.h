@@ -13,8 +13,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-// A link whose other end is a bare descriptor in the test's hands, and delegates that write down what they
-// hear.
+// A link whose other end is a bare descriptor of the test, and delegates that record what they receive.
 namespace kelvane::tests {
 
 inline std::string frame(std::int32_t type, std::string_view payload,
@@ -25,13 +24,13 @@ inline std::string frame(std::int32_t type, std::string_view payload,
         .append(payload);
 }
 
-// The same with a value for its payload.
+// The same with a value as its payload.
 inline std::string message(std::int32_t type, const Value& value) {
     const Data payload = writeBinaryPropertyList(value).bytes;
     return frame(type, std::string(payload.begin(), payload.end()));
 }
 
-// The bare end.
+// The bare end of a link.
 class RawPeer : public ByteSource {
 public:
     explicit RawPeer(int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
@@ -66,12 +65,12 @@ public:
         return std::pair(received->type,
                          received->payload ? readBinaryPropertyList(*received->payload).value : Value());
     }
-    // Bytes that this side has not taken yet.
+    // The number of bytes that this side has not read yet.
     [[nodiscard]] int waiting() const {
         int count = 0;
         return ::ioctl(descriptor_.get(), SIOCINQ, &count) == 0 ? count : 0;
     }
-    // Bytes that the other side has not taken yet; none when there is no other side.
+    // The number of bytes that the other side has not read yet; 0 when there is no other side.
     [[nodiscard]] int unread() const {
         int count = 0;
         return ::ioctl(descriptor_.get(), SIOCOUTQ, &count) == 0 ? count : 0;

@@ -7,7 +7,7 @@
 
 namespace kelvane::tests {
 
-// A pane on this machine's disk, with one more volume.
+// A pane on the local disk, with one additional volume.
 struct LocalPane : PaneDouble {
     LocalPane(std::shared_ptr<const Bundle> texts, std::shared_ptr<MainLoop> loop, Volumes volumes)
         : PaneDouble(std::move(texts), std::move(loop)), localDisk(std::move(volumes)) {

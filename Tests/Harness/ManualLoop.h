@@ -11,8 +11,7 @@
 
 namespace kelvane::tests {
 
-// A main loop whose clock moves only by `advance`. Any thread may post; the test's own thread runs
-// everything.
+// A main loop whose clock moves only by `advance`. Any thread may post; everything runs on the test's thread.
 class ManualLoop : public MainLoop {
 public:
     void post(Task task) override {
@@ -32,7 +31,7 @@ public:
         return tasks_.size();
     }
 
-    // Runs what is posted, and what that posts. Returns how many tasks ran.
+    // Runs the posted tasks, and those that they post. Returns how many ran.
     int runPosted() {
         int count = 0;
         while (Task task = takePosted()) {
@@ -42,8 +41,8 @@ public:
         return count;
     }
 
-    // Runs posted tasks as they come until `condition` holds; false when it does not within `limit` of real
-    // time.
+    // Runs posted tasks as they arrive until `condition` holds; returns false when it does not within `limit`
+    // of real time.
     template <class Condition>
     [[nodiscard]] bool runUntil(Condition condition, std::chrono::seconds limit = std::chrono::seconds(10)) {
         const auto deadline = std::chrono::steady_clock::now() + limit;
@@ -56,7 +55,7 @@ public:
         return true;
     }
 
-    // Moves the clock and fires what became due, in the order of the due times, posted tasks before and in
+    // Moves the clock and runs due timers in the order of their times, with posted tasks before and in
     // between.
     void advance(std::chrono::milliseconds duration) {
         const auto end = now_ + duration;
@@ -99,7 +98,7 @@ private:
 
     void waitForPost() {
         std::unique_lock guard(mutex_);
-        // Short, because a condition may come true without a post.
+        // Short, because the condition may become true without a post.
         posted_.wait_for(guard, std::chrono::milliseconds(5), [this] { return !tasks_.empty(); });
     }
 

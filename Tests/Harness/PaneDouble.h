@@ -12,7 +12,7 @@
 
 namespace kelvane::tests {
 
-// Notes what it is asked for, and opens nothing.
+// Records requests and opens nothing.
 struct RecordingOpener : Opener {
     void openURL(const std::string& url, Failure failure) override { note(url, std::move(failure)); }
     void openFile(const std::string& path, Failure failure) override { note(path, std::move(failure)); }
@@ -22,11 +22,11 @@ struct RecordingOpener : Opener {
     }
 
     std::vector<std::string> opened;
-    Failure failed; // of the last one
+    Failure failed; // of the last request
 };
 
-// The pane controller as a test lists it: everything that a controller reads is a field, and every order that
-// it gives is a line of `calls`. Without a daemon until the test gives it a state.
+// A pane controller for tests: everything that a controller reads is a field, and every order that it gives
+// is a line in `calls`. It has no daemon until the test gives it a state.
 struct PaneDouble : PaneServices {
     explicit PaneDouble(std::shared_ptr<const Bundle> texts = std::make_shared<Bundle>(Value(Dictionary())),
                         std::shared_ptr<MainLoop> loop = std::make_shared<ManualLoop>())
@@ -70,7 +70,7 @@ struct PaneDouble : PaneServices {
     std::vector<std::string> calls;
     FakeDisk disk;
 
-    // Who sends the notices of the pane.
+    // The sender of the pane's notifications.
     void post(std::string_view notification) { notifications_->post(notification, this); }
     [[nodiscard]] const std::vector<std::string>& opened() const { return opener_.opened; }
     void failToOpen(const std::string& reason) const { opener_.failed(reason); }

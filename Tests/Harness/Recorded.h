@@ -11,7 +11,8 @@ namespace kelvane::tests {
 
 inline constexpr auto patience = std::chrono::seconds(10);
 
-// For what nobody tells of, such as the end of a thread; false when it does not come true within `limit`.
+// For conditions without an event, such as the end of a thread; returns false when the condition does not
+// hold within `limit`.
 template <class Condition>
 [[nodiscard]] bool eventually(Condition condition, std::chrono::milliseconds limit = patience) {
     const auto deadline = std::chrono::steady_clock::now() + limit;
@@ -23,7 +24,7 @@ template <class Condition>
     return true;
 }
 
-// What happened on other threads, in order.
+// Events from other threads, in order.
 template <class Item>
 class Recorded {
 public:
@@ -32,7 +33,7 @@ public:
         items_.push_back(std::move(item));
         added_.notify_all();
     }
-    // Takes the first one, waiting for it; none when it does not come.
+    // Waits for the first event and removes it; none on a timeout.
     [[nodiscard]] std::optional<Item> next() {
         std::unique_lock guard(mutex_);
         if (!added_.wait_for(guard, patience, [this] { return !items_.empty(); }))

@@ -11,8 +11,7 @@
 
 namespace kelvane::tests {
 
-// A shell script that some process is to start. What it writes to its standard output comes back here,
-// however detached it runs.
+// A shell script for some process to start. Its standard output is readable here, however detached it runs.
 class ReportingScript {
 public:
     explicit ReportingScript(const std::string& commands)
@@ -20,18 +19,18 @@ public:
               folder_.write("script", "#!/bin/sh\nexec >'" + folder_ / "report" + "'\n" + commands + "\n")) {
         if (::chmod(path_.c_str(), 0755) != 0 || ::mkfifo((folder_ / "report").c_str(), 0600) != 0)
             throw std::runtime_error("no script");
-        // There from the beginning, so that the script never waits for its reader.
+        // Opened at once, so that the script never waits for a reader.
         reader_.reset(::open((folder_ / "report").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     }
 
     [[nodiscard]] const std::string& path() const { return path_; }
 
-    // Whether it writes something or ends within the time.
+    // Whether the script writes something or ends within the time.
     [[nodiscard]] bool hasStarted(int milliseconds) const {
         pollfd writing{reader_.get(), POLLIN, 0};
         return ::poll(&writing, 1, milliseconds) > 0;
     }
-    // All that it writes until it ends; what there is after 10 s without a word.
+    // Everything that the script writes until it ends, or until it has written nothing for 10 s.
     [[nodiscard]] std::string report() const {
         std::string text;
         std::array<char, 4096> part{};

@@ -17,9 +17,9 @@ namespace kelvane::tests {
 using namespace std::chrono_literals;
 using Strings = std::vector<std::string>;
 
-// A tab on a fake daemon, with a folder and preferences of its own. Who derives from this owns the pane and
-// the tab, passes it the notices of the link as the real pane does, and ends the pane's state before the tab
-// goes.
+// A tab with a fake daemon, a private folder and preferences. The derived class owns the pane and the tab,
+// passes the link's notifications to the tab as the real pane does, and ends the pane's state before it
+// destroys the tab.
 class TabTest : public testing::Test {
 protected:
     explicit TabTest(DaemonWorld world = {}) : daemon(folder / "daemon.sock", std::move(world)) {}
@@ -28,7 +28,7 @@ protected:
         EXPECT_TRUE(loop->runUntil([] { return KelvaneSocket::liveThreads() == 0; }));
         loop->runPosted();
     }
-    // Gives the pane its link, which does not begin yet.
+    // Gives the pane its link, without starting it.
     void attach(PaneDouble& attached) {
         pane_ = &attached;
         attached.state =
@@ -39,7 +39,7 @@ protected:
         observers_.push_back(pane_->notifications()->observe(name, pane_->state.get(),
                                                              [heard](const Notification&) { heard(); }));
     }
-    // What holds all of the tab's controls.
+    // The widget that contains all controls of the tab.
     [[nodiscard]] virtual const QWidget& shown() const = 0;
 
     void connect() {
@@ -61,7 +61,7 @@ protected:
         poll();
     }
 
-    // By the name that it has in the form.
+    // Finds a control by its name in the form.
     template <class Control = QWidget>
     [[nodiscard]] Control& control(const char* name) const {
         auto* const found = shown().findChild<Control*>(name);
@@ -73,7 +73,7 @@ protected:
         QWidget& clicked = control(name);
         QTest::mouseClick(&clicked, Qt::LeftButton, {}, {10, clicked.height() / 2});
     }
-    // What stands there; a placeholder in brackets.
+    // The text of a control; a placeholder in brackets.
     [[nodiscard]] std::string text(const char* name) const {
         const QString text = control(name).property("text").toString();
         const QVariant placeholder = control(name).property("placeholderText");
@@ -87,7 +87,7 @@ protected:
                 return *button;
         throw std::runtime_error(std::string("no button ") + text);
     }
-    // Presses the sheet's button and waits until all is done.
+    // Presses the sheet's button and waits until everything is done.
     void answer(const char* button) const {
         const QPointer<QMessageBox> answered = sheet();
         ASSERT_TRUE(answered);

@@ -10,7 +10,7 @@
 
 namespace kelvane::tests {
 
-// A folder of the test's own, removed with everything in it.
+// A private folder of the test, removed with its contents.
 class TemporaryFolder {
 public:
     TemporaryFolder() {
@@ -31,7 +31,7 @@ public:
         return path_ + '/' + std::string(name);
     }
 
-    // Makes the folders on the way, too. Returns the path.
+    // Creates missing folders, too. Returns the path.
     std::string write(std::string_view name, std::string_view contents) const {
         const std::filesystem::path file = *this / name;
         std::filesystem::create_directories(file.parent_path());

@@ -2,8 +2,8 @@
 #include <cstdlib>
 #include <gtest/gtest.h>
 
-// Tests of widgets need no display, unless QT_QPA_PLATFORM names one. Where the launcher has started a
-// session bus for the tests alone, services of the system bus are played on it, too.
+// Widget tests need no display, unless QT_QPA_PLATFORM names one. When the launcher has started a private
+// session bus, it also stands in for the system bus.
 int main(int argc, char* argv[]) {
     ::testing::InitGoogleTest(&argc, argv);
     if (const char* const address = std::getenv("DBUS_SESSION_BUS_ADDRESS"))
