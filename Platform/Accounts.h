@@ -22,15 +22,15 @@ public:
 
 class SystemAccounts : public Accounts {
 public:
-    // `firstRoom` is the initial buffer size in bytes; it grows for larger records, such as a group of many
+    // `initialBufferSize` is in bytes; the buffer grows for larger records, such as a group of many
     // members.
-    explicit SystemAccounts(std::size_t firstRoom = 1024) : firstRoom_(firstRoom) {}
+    explicit SystemAccounts(std::size_t initialBufferSize = 1024) : initialBufferSize_(initialBufferSize) {}
 
     [[nodiscard]] std::optional<std::string> userName(std::uint32_t uid) const override;
     [[nodiscard]] std::optional<std::string> groupName(std::uint32_t gid) const override;
 
 private:
-    const std::size_t firstRoom_;
+    const std::size_t initialBufferSize_;
 };
 
 } // namespace kelvane

@@ -9,7 +9,7 @@
 
 namespace kelvane {
 
-// A bundle folder: what it says about itself, its texts and the files that it brings.
+// A bundle folder: its information dictionary, string tables and files.
 //
 //   Info.plist                          the information dictionary
 //   PlugIns/<CFBundleExecutable>.so     the code, where it has some
@@ -17,8 +17,8 @@ namespace kelvane {
 //   Resources/<name>.<type>             resources
 //   Resources/en.lproj/<table>.strings  string tables
 //
-// Everything that is text is read once, when the bundle is made, and does not change any more: any thread may
-// ask. Property lists are XML or binary. A file that cannot be read counts as empty, and `error` says why.
+// All texts are read once, in the constructor, and are immutable: any thread may read them. Property lists
+// are XML or binary. A file that cannot be read counts as empty, and `error` says why.
 class Bundle {
 public:
     // `overrides` replace entries of the information dictionary.

@@ -86,7 +86,7 @@ std::string SocketClaim::refusalOfPath() const {
         return "The path of the socket must have 1 to " + std::to_string(longestPath) + " bytes: " + path_;
     const std::string folder = deleteLastPathComponent(path_);
     if (!folder.empty() && !ensureFolder(folder))
-        return "The folder for the socket cannot be made: " + folder;
+        return "Cannot create the folder for the socket: " + folder;
     return {};
 }
 
@@ -103,7 +103,7 @@ std::string SocketClaim::refusalOfLock() {
         if (!isSameFile(lock.get(), lockPath_))
             continue;
         if (!isLockFile(lock.get()))
-            return lockPath_ + " is no lock file, and is left as it is";
+            return lockPath_ + " is not a lock file; it was left unchanged";
         writeOwner(lock.get());
         lock_ = std::move(lock);
         return {};
@@ -115,7 +115,7 @@ std::string SocketClaim::refusalOfSocket() const {
     if (::lstat(path_.c_str(), &status) != 0)
         return errno == ENOENT ? "" : path_ + " cannot be used: " + errorText();
     if (!S_ISSOCK(status.st_mode))
-        return path_ + " is no socket, and is left as it is";
+        return path_ + " is not a socket; it was left unchanged";
     switch (const int error = probeSocket(path_).error) {
     case ECONNREFUSED: return {}; // left by a process that has ended
     case 0:

@@ -19,12 +19,12 @@ constexpr ProblemText problemTexts[] = {
     {Problem::NoProperAnswer,
      "The authorization service does not answer as it should, and changes stay locked. Ask the administrator "
      "of this computer. (%@)"},
-    {Problem::NobodyAsks,
+    {Problem::NoAgent,
      "Nobody could ask you for a password: no authentication agent is running in this session. Start one, or "
      "log in to a desktop session, and try again."},
     {Problem::Refused, "The authorization was refused. Try again, or ask an administrator of this computer."},
     {Problem::RefusedByChoice, "Every unlocking is refused, as was asked for."},
-    {Problem::NotGivenBack, "The right could not be given back: %@"},
+    {Problem::NotRevoked, "The right could not be given back: %@"},
 };
 
 } // namespace

@@ -8,7 +8,7 @@
 namespace kelvane {
 namespace {
 
-constexpr int busPatience = 2000; // in milliseconds
+constexpr int busTimeout = 2000; // in milliseconds
 
 struct Signal {
     QString path;
@@ -26,7 +26,7 @@ Signal signalNamed(const std::string& notification) {
 std::string waitForBus(const QDBusConnection& bus) {
     const QDBusMessage question = QDBusMessage::createMethodCall(
         "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "GetId");
-    const QDBusMessage answer = bus.call(question, QDBus::Block, busPatience);
+    const QDBusMessage answer = bus.call(question, QDBus::Block, busTimeout);
     if (answer.type() == QDBusMessage::ErrorMessage)
         return answer.errorMessage().toStdString();
     return {};

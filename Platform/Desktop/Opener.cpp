@@ -20,8 +20,8 @@ std::optional<std::string> failureOf(const ChildProcess& opener) {
         return "the opener was stopped";
     switch (opener.exitStatus()) {
     case 0: return std::nullopt;
-    case 2: return "there is no such file";
-    case 3: return "no program is set up to open it";
+    case 2: return "no such file";
+    case 3: return "no application is set up to open it";
     case 127: return "the desktop's opener is not installed";
     default: return "the opener failed with status " + std::to_string(opener.exitStatus());
     }
@@ -73,13 +73,13 @@ DesktopOpener::~DesktopOpener() = default;
 void DesktopOpener::openURL(const std::string& url, Failure failed) {
     const QUrl parsed(QString::fromStdString(url));
     if (!parsed.isValid() || parsed.scheme().isEmpty())
-        return children_->report(failed, url, "it is no web address");
+        return children_->report(failed, url, "not a web address");
     open(parsed.toEncoded().toStdString(), std::move(failed));
 }
 
 void DesktopOpener::openFile(const std::string& path, Failure failed) {
     if (!path.starts_with('/') || path.find('\0') != std::string::npos)
-        return children_->report(failed, path, "it is no absolute path");
+        return children_->report(failed, path, "not an absolute path");
     open(path, std::move(failed));
 }
 

@@ -24,7 +24,8 @@ class SessionWatch::Receiver : public QObject {
 
 public:
     explicit Receiver(Handler handler) : handler_(std::move(handler)) {
-        // Subscribes to every session, because the path of this process's session is not known yet.
+        // Subscribes to every session: this process's session is queried under an alias, not under its own
+        // path.
         if (bus_.isConnected() && bus_.connect(login, {}, properties, "PropertiesChanged", this,
                                                SLOT(propertiesChanged(QString, QVariantMap, QStringList))))
             ask();

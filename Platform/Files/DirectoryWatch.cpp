@@ -89,7 +89,7 @@ std::vector<DirectoryWatch::Event> DirectoryWatch::wait(std::optional<std::chron
     const std::scoped_lock guard(mutex_);
     readEvents(gathering);
     if (!gone_.empty())
-        returnOfTheGone(gathering);
+        recheckGoneFolders(gathering);
     return gathering.take();
 }
 
@@ -173,7 +173,7 @@ void DirectoryWatch::recheck(const std::string& path, Gathering& gathering) {
 }
 
 // Checked in the order of their names, so that a folder comes before its contents.
-void DirectoryWatch::returnOfTheGone(Gathering& gathering) {
+void DirectoryWatch::recheckGoneFolders(Gathering& gathering) {
     for (auto at = gone_.begin(); at != gone_.end();) {
         const std::string& path = *at;
         const bool isPossible = gathering.overflowed() || gathering.hasChanged(deleteLastPathComponent(path));

@@ -73,7 +73,7 @@ private:
     void takeEvent(int number, std::uint32_t mask, Gathering& gathering);
     void recheckFrom(const std::string& path, Gathering& gathering);
     void recheck(const std::string& path, Gathering& gathering);
-    void returnOfTheGone(Gathering& gathering);
+    void recheckGoneFolders(Gathering& gathering);
 
     [[nodiscard]] Outcome attach(const std::string& path);
     void detach(Paths::iterator path);

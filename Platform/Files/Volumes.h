@@ -26,9 +26,9 @@ class Volumes {
 public:
     static constexpr std::string_view dataPath = "/System/Volumes/Data";
 
-    // A lone boot volume, or with others. Its mount point is always "/"; names are cleaned.
+    // By default the boot volume alone. Its mount point is always "/"; names are cleaned.
     explicit Volumes(const std::string& bootVolumeName = {}, std::vector<Volume> others = {});
-    // The volumes mounted now. MountedVolumes keeps them up to date.
+    // Reads the mounted volumes. MountedVolumes caches them.
     [[nodiscard]] static Volumes current();
 
     // The boot volume is the first.

@@ -19,7 +19,7 @@ namespace kelvane {
 namespace {
 
 // Resets the signal mask and actions of this process. Between fork and exec only system calls are safe.
-[[noreturn]] void become(char* const* arguments, int failure) {
+[[noreturn]] void runProgram(char* const* arguments, int failure) {
     for (int number = 1; number < NSIG; ++number)
         ::signal(number, SIG_DFL);
     sigset_t none;
@@ -51,7 +51,7 @@ std::string startDetached(std::vector<std::string> arguments) {
     if (between == 0) {
         ::setsid();
         if (::fork() == 0)
-            become(pointers.data(), writing.get());
+            runProgram(pointers.data(), writing.get());
         ::_exit(0);
     }
     writing.reset();

@@ -29,7 +29,7 @@ TEST(Opener, HandsOverWhatIsToBeOpenedAndReportsWhatFails) {
     EXPECT_TRUE(tests::runUntil([&] { return folder.read("opened") == "1:http://host/a%20b?c=d@e\n"; }));
     opener.openFile("/tmp/3 $(x)", failed);
     ASSERT_TRUE(tests::runUntil([&] { return reasons.size() == 1; }));
-    EXPECT_EQ(reasons[0], "cannot open /tmp/3 $(x): no program is set up to open it");
+    EXPECT_EQ(reasons[0], "cannot open /tmp/3 $(x): no application is set up to open it");
     opener.openFile("/tmp/9", failed);
     ASSERT_TRUE(tests::runUntil([&] { return reasons.size() == 2; }));
     EXPECT_EQ(reasons[1], "cannot open /tmp/9: the opener was stopped");

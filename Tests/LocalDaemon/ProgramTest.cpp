@@ -77,7 +77,7 @@ TEST_F(LocalDaemonProgram, ServesWhereNobodyElseDoesAndSaysWhyNot) {
         {{"--socket", folders.socket()}, 1, "already serves " + folders.socket()},
         {{"--socket", folders / "stranger"}, 1, "already serves"},
         {{"--socket", folders / "precious"}, 1, "no socket"},
-        {{"--socket", folders / "claimed"}, 1, "claimed.lock is no lock file"},
+        {{"--socket", folders / "claimed"}, 1, "claimed.lock is not a lock file"},
     };
     for (const auto& [options, expected, error] : refusals) {
         const ChildProgram::Result result = start(options)->finish();

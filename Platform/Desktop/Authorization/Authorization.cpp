@@ -56,9 +56,9 @@ bool unlockAndWait(Authorization& authorization) {
 }
 
 AuthorizationAnswer checkAuthorization(const ProcessIdentity& process, const std::string& right,
-                                       std::chrono::milliseconds patience) {
+                                       std::chrono::milliseconds timeout) {
     const PolkitAnswer answer =
-        PolkitAuthority::checkNow({process, right, PolkitAuthority::Interaction::Never, {}, patience});
+        PolkitAuthority::checkNow({process, right, PolkitAuthority::Interaction::Never, {}, timeout});
     if (!answer.error.empty())
         return AuthorizationAnswer::Unreachable;
     return answer.isAuthorized ? AuthorizationAnswer::Granted : AuthorizationAnswer::Refused;

@@ -22,10 +22,10 @@ struct AuthorizationProblem {
     enum class Kind {
         None,            // there was an answer; a cancelled question counts as one
         NoProperAnswer,  // the authority is not available or gave an invalid answer
-        NobodyAsks,      // no authentication agent could ask for the password
+        NoAgent,         // no authentication agent could ask for the password
         Refused,         // refused by the authority
         RefusedByChoice, // refused by `AuthorizationChoice::Denied`
-        NotGivenBack,    // the right is still granted to other programs
+        NotRevoked,      // the right is still granted to other programs
     };
 
     Kind kind = Kind::None;
@@ -52,15 +52,15 @@ public:
 // again when the authority is gone.
 //
 // Main thread only. Nothing blocks; every answer comes from the event loop, never inside the call, and within
-// `answerPatience`, or `askingPatience` where a person answers. A completion is called exactly once, or never
-// if the object is destroyed first.
+// `authorityTimeout`, or `userAnswerTimeout` where a person answers. A completion is called exactly once, or
+// never if the object is destroyed first.
 class Authorization {
 public:
     enum class State { Unknown, Locked, Authorized }; // unknown until the first answer: treat as locked
     enum class RightStatus { Exists, Absent, Unreachable };
 
-    static constexpr std::chrono::milliseconds answerPatience{5'000};
-    static constexpr std::chrono::milliseconds askingPatience{300'000};
+    static constexpr std::chrono::milliseconds authorityTimeout{5'000};
+    static constexpr std::chrono::milliseconds userAnswerTimeout{300'000};
 
     Authorization() = default;
     virtual ~Authorization() = default;
@@ -70,7 +70,8 @@ public:
     // Not owned; may be null. The delegate must outlive this object or remove itself.
     virtual void setDelegate(AuthorizationDelegate* delegate) = 0;
 
-    // Reports whether the authority knows the right. Installs a missing right where that is permitted.
+    // `lookUpRight` reports whether the authority knows the right; `createRight` defines a missing right
+    // where that is permitted, and reports whether it did.
     virtual void lookUpRight(std::function<void(RightStatus)> completion) = 0;
     virtual void createRight(std::function<void(bool created)> completion) = 0;
 
@@ -110,10 +111,10 @@ makeAuthorization(AuthorizationChoice choice, std::shared_ptr<MainLoop> mainLoop
 enum class AuthorizationAnswer { Granted, Refused, Unreachable };
 
 // For the program that receives an external form: asks polkit whether that process has the right, without
-// asking the user. Waits at most `patience`; needs a QCoreApplication. Polkit lets only root ask about
+// asking the user. Waits at most `timeout`; needs a QCoreApplication. Polkit lets only root ask about
 // processes of other users.
 [[nodiscard]] AuthorizationAnswer
 checkAuthorization(const ProcessIdentity& process, const std::string& right,
-                   std::chrono::milliseconds patience = Authorization::answerPatience);
+                   std::chrono::milliseconds timeout = Authorization::authorityTimeout);
 
 } // namespace kelvane

@@ -6,9 +6,9 @@ bool LockState::settle(bool isAuthorized, AuthorizationProblem problem) {
     const auto state = isAuthorized ? Authorization::State::Authorized : Authorization::State::Locked;
     const bool isNews = std::exchange(problem_, std::move(problem)) != problem_;
     if (std::exchange(state_, state) == state)
-        return !isNews || tell(&AuthorizationDelegate::authorizationAskingChanged);
-    return tell(isAuthorized ? &AuthorizationDelegate::authorizationDidAuthorize
-                             : &AuthorizationDelegate::authorizationDidDeauthorize);
+        return !isNews || notify(&AuthorizationDelegate::authorizationAskingChanged);
+    return notify(isAuthorized ? &AuthorizationDelegate::authorizationDidAuthorize
+                               : &AuthorizationDelegate::authorizationDidDeauthorize);
 }
 
 void LockState::addCompletion(Completion completion) {
@@ -20,7 +20,7 @@ bool LockState::startAsking() {
     isAsking_ = true;
     ++question_;
     problem_ = {};
-    return tell(&AuthorizationDelegate::authorizationAskingChanged);
+    return notify(&AuthorizationDelegate::authorizationAskingChanged);
 }
 
 bool LockState::finishAsking(bool isAuthorized, AuthorizationProblem problem) {
@@ -37,7 +37,7 @@ bool LockState::stopAsking(AuthorizationProblem problem) {
 
 bool LockState::endAsking(bool granted) {
     const auto completions = std::exchange(completions_, {});
-    bool isThere = tell(&AuthorizationDelegate::authorizationAskingChanged);
+    bool isThere = notify(&AuthorizationDelegate::authorizationAskingChanged);
     for (const std::weak_ptr<const void> presence = presence_; const Completion& completion : completions) {
         if (!isThere)
             return false;
@@ -47,7 +47,7 @@ bool LockState::endAsking(bool granted) {
     return isThere;
 }
 
-bool LockState::tell(void (AuthorizationDelegate::*what)()) {
+bool LockState::notify(void (AuthorizationDelegate::*what)()) {
     const std::weak_ptr<const void> presence = presence_;
     if (delegate_ != nullptr)
         (delegate_->*what)();

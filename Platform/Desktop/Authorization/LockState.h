@@ -37,7 +37,7 @@ public:
     bool stopAsking(AuthorizationProblem problem = {});
 
 private:
-    bool tell(void (AuthorizationDelegate::*what)());
+    bool notify(void (AuthorizationDelegate::*what)());
     bool endAsking(bool granted);
 
     AuthorizationDelegate* delegate_ = nullptr;

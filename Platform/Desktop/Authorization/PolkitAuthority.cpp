@@ -47,7 +47,7 @@ std::string errorOf(const QDBusMessage& answer, const char* signature) {
         const std::string text = answer.errorMessage().toStdString();
         return text.empty() ? answer.errorName().toStdString() : text;
     }
-    return answer.signature() == signature ? "" : "the answer has another form than expected";
+    return answer.signature() == signature ? "" : "the answer has an unexpected type";
 }
 
 PolkitAnswer answerFrom(const QDBusMessage& message) {
@@ -80,8 +80,8 @@ std::vector<std::string> rightsFrom(const QDBusMessage& message) {
     return rights;
 }
 
-int milliseconds(std::chrono::milliseconds patience) {
-    return static_cast<int>(patience.count());
+int milliseconds(std::chrono::milliseconds timeout) {
+    return static_cast<int>(timeout.count());
 }
 
 } // namespace
@@ -96,7 +96,7 @@ PolkitAuthority::~PolkitAuthority() {
 }
 
 void PolkitAuthority::check(const Question& question, std::function<void(const PolkitAnswer&)> completion) {
-    call(messageOf(question), question.patience,
+    call(messageOf(question), question.timeout,
          [completion = std::move(completion)](const auto& answer) { completion(answerFrom(answer)); });
 }
 
@@ -110,7 +110,7 @@ void PolkitAuthority::revoke(const std::string& temporaryAuthorization,
                              std::function<void(std::string)> completion) {
     QDBusMessage message = methodCall("RevokeTemporaryAuthorizationById");
     message << QString::fromStdString(temporaryAuthorization);
-    call(message, Authorization::answerPatience,
+    call(message, Authorization::authorityTimeout,
          [completion = std::move(completion)](const auto& answer) { completion(errorOf(answer, "")); });
 }
 
@@ -118,7 +118,7 @@ void PolkitAuthority::enumerateRights(
     std::function<void(std::optional<std::vector<std::string>>)> completion) {
     QDBusMessage message = methodCall("EnumerateActions");
     message << QString();
-    call(message, Authorization::answerPatience, [completion = std::move(completion)](const auto& answer) {
+    call(message, Authorization::authorityTimeout, [completion = std::move(completion)](const auto& answer) {
         if (errorOf(answer, "a(ssssssuuua{ss})").empty())
             completion(rightsFrom(answer));
         else
@@ -129,7 +129,7 @@ void PolkitAuthority::enumerateRights(
 PolkitAnswer PolkitAuthority::checkNow(const Question& question) {
     PolkitAuthority authority([] {});
     return answerFrom(
-        authority.bus().call(messageOf(question), QDBus::Block, milliseconds(question.patience)));
+        authority.bus().call(messageOf(question), QDBus::Block, milliseconds(question.timeout)));
 }
 
 void PolkitAuthority::authorityChanged() {
@@ -158,12 +158,12 @@ bool PolkitAuthority::subscribe() {
     return bus_.connect(service, path, interface, "Changed", this, slot);
 }
 
-void PolkitAuthority::call(const QDBusMessage& message, std::chrono::milliseconds patience,
+void PolkitAuthority::call(const QDBusMessage& message, std::chrono::milliseconds timeout,
                            std::function<void(const QDBusMessage&)> completion) {
     // A call on a lost connection never finishes by itself.
     const QDBusPendingCall pending =
         bus().isConnected()
-            ? bus_.asyncCall(message, milliseconds(patience))
+            ? bus_.asyncCall(message, milliseconds(timeout))
             : QDBusPendingCall::fromError(QDBusError(QDBusError::Disconnected, "no system bus"));
     auto* const watcher = new QDBusPendingCallWatcher(pending, this);
     const auto finished = [completion = std::move(completion)](QDBusPendingCallWatcher* call) {

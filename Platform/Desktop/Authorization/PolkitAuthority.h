@@ -35,7 +35,7 @@ public:
         std::string right;
         Interaction interaction = Interaction::Never;
         std::string cancellation; // the id for `cancel`; may be empty
-        std::chrono::milliseconds patience = Authorization::answerPatience;
+        std::chrono::milliseconds timeout = Authorization::authorityTimeout;
     };
 
     // `changed` is called whenever an answer may have changed, also when polkit itself stopped or started.
@@ -58,7 +58,7 @@ private:
     // Reconnects when the connection was lost.
     [[nodiscard]] QDBusConnection& bus();
     bool subscribe();
-    void call(const QDBusMessage& message, std::chrono::milliseconds patience,
+    void call(const QDBusMessage& message, std::chrono::milliseconds timeout,
               std::function<void(const QDBusMessage&)> completion);
 
     const std::function<void()> changed_;

@@ -13,7 +13,7 @@ AuthorizationProblem problemOf(const PolkitAnswer& answer) {
         return {};
     if (!answer.error.empty())
         return {Problem::NoProperAnswer, answer.error};
-    return {answer.isChallenge ? Problem::NobodyAsks : Problem::Refused, {}};
+    return {answer.isChallenge ? Problem::NoAgent : Problem::Refused, {}};
 }
 
 } // namespace
@@ -84,7 +84,7 @@ void PolkitAuthorization::lock() {
         return;
     authority_.revoke(given, [this](const std::string& error) {
         if (isClosedByUser_ && !error.empty())
-            lock_.settle(false, {Problem::NotGivenBack, error});
+            lock_.settle(false, {Problem::NotRevoked, error});
     });
 }
 
@@ -94,7 +94,7 @@ PolkitAuthority::Question PolkitAuthorization::question(Interaction interaction)
             .right = right_.name,
             .interaction = interaction,
             .cancellation = mayAsk ? cancellation() : std::string(),
-            .patience = mayAsk ? askingPatience : answerPatience};
+            .timeout = mayAsk ? userAnswerTimeout : authorityTimeout};
 }
 
 std::string PolkitAuthorization::cancellation() const {

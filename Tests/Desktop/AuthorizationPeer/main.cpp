@@ -50,7 +50,7 @@ void obey(const std::string& word, Authorization& authorization) {
     else if (word == "unlock")
         authorization.unlock([&authorization](bool granted) {
             const AuthorizationProblem problem = authorization.problem();
-            const bool isUnasked = problem.kind == AuthorizationProblem::Kind::NobodyAsks;
+            const bool isUnasked = problem.kind == AuthorizationProblem::Kind::NoAgent;
             std::cout << (granted ? "granted" : "not granted") << (problem ? ": " : "")
                       << (isUnasked ? "nobody asks" : problem.detail) << std::endl;
         });
