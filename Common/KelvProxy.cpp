@@ -26,7 +26,7 @@ Array requestFor(const Invocation& invocation) {
         const std::string_view type = signature.argumentTypes[index];
         Value encoded = encodeValue(type, invocation.argument(index));
         if (encoded.isAbsent())
-            throw std::invalid_argument("an absent argument cannot travel: " + invocation.selector());
+            throw std::invalid_argument("an absent argument cannot be sent: " + invocation.selector());
         request.emplace_back(type);
         request.push_back(std::move(encoded));
     }
@@ -55,7 +55,7 @@ Data responseFor(const Invocation& invocation) {
     if (!result.isAbsent())
         response = writeBinaryPropertyList(result);
     if (response.succeeded() && !fitsFrame(response.bytes))
-        response.error = "it is too large for a frame";
+        response.error = "too large for a frame";
     if (response.succeeded())
         return std::move(response.bytes);
     KelvaneCLog("Failed to serialize response: %@", response.error);
@@ -189,7 +189,7 @@ void KelvaneProxy::sendFrame(const std::shared_ptr<KelvaneSocket>& transport, st
     if (!transport)
         return;
     const std::scoped_lock guard(socketLock_);
-    // The peer gets a failure notice in place of a response that could not be sent.
+    // Ignores failed writes: they arrive as a failure notice.
     static_cast<void>(transport->sendString(frameMarker));
     static_cast<void>(transport->sendInt(type));
     static_cast<void>(transport->sendInt(static_cast<std::int32_t>(payload.size())));
@@ -235,7 +235,7 @@ void KelvaneProxy::processRequest(const Data* payload) {
 
 void KelvaneProxy::processResponse(const Data* payload) {
     if (!hasResults()) {
-        KelvaneCLog("KelvaneProxy dropped a response that none of its calls can be waiting for");
+        KelvaneCLog("KelvaneProxy dropped a response: no call can be waiting for it");
         return;
     }
     PropertyListReading response;
@@ -244,7 +244,7 @@ void KelvaneProxy::processResponse(const Data* payload) {
         if (payload)
             response = readBinaryPropertyList(*payload);
     } catch (const std::bad_alloc&) {
-        failure = "it is more than can be held";
+        failure = "not enough memory";
     }
     if (!response.succeeded())
         failure = response.error.c_str();
@@ -285,7 +285,7 @@ void KelvaneProxy::processInvocationArgs(const Array& arguments, std::size_t exp
         return;
     const std::uint64_t count = arguments[countEntry].uint64Value();
     if (count > (arguments.size() - headerEntries) / 2) {
-        KelvaneCLog("KelvaneProxy dropped a request that claims more arguments than it brings: %@", selector);
+        KelvaneCLog("KelvaneProxy dropped a request with fewer arguments than it announces: %@", selector);
         return;
     }
     Invocation invocation(selector, MethodSignature::fromTypes(method->types));
@@ -321,7 +321,7 @@ void KelvaneProxy::enqueue(std::weak_ptr<InvocationTarget> target, Invocation in
             return;
         }
     }
-    KelvaneCLog("KelvaneProxy hangs up: more requests wait for the main thread than can be held");
+    KelvaneCLog("KelvaneProxy closed the connection: too many requests are queued for the main thread");
     if (const std::shared_ptr<KelvaneSocket> transport = socket())
         transport->hangUp();
 }

@@ -74,8 +74,8 @@ public:
     KelvaneSocket(const KelvaneSocket&) = delete;
     KelvaneSocket& operator=(const KelvaneSocket&) = delete;
 
-    // The path is cut to 103 bytes. Never blocks. Returns false after logging the reason; the same object may
-    // try again. A peer that runs neither as root nor as the current user is refused.
+    // The path is truncated to 103 bytes. Never blocks. Returns false after logging the reason; the same
+    // object may try again. A peer that runs neither as root nor as the current user is refused.
     [[nodiscard]] bool connectToPath(const std::string& path);
     // Replaces whatever is at the path. Everybody who can reach the path may connect (mode 0777), but only
     // root and the current user are accepted. Returns false with the reason in `errno`.
@@ -126,7 +126,7 @@ private:
     bool receiveFrame(Connection& connection, FrameReader& reader);
     void reportFailure(Connection& connection);
     void deliver(Connection& connection, const Data* payload, std::int32_t type);
-    void tellDelegate(const Connection& connection, void (SocketDelegate::*operation)(KelvaneSocket&));
+    void notifyDelegate(const Connection& connection, void (SocketDelegate::*operation)(KelvaneSocket&));
 
     void acceptThread(std::shared_ptr<Connection> connection);
     void acceptOne(const Connection& connection, FileDescriptor descriptor);

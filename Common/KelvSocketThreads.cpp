@@ -59,7 +59,7 @@ bool completes(const std::function<void()>& body) {
 // An exception is handled like a failed read: whoever waits for this thread's frames must be notified.
 void KelvaneSocket::rcvThread(const std::shared_ptr<Connection>& connection) {
     FrameReader reader(*connection);
-    bool isGood = completes([&] { tellDelegate(*connection, &SocketDelegate::socketConnected); });
+    bool isGood = completes([&] { notifyDelegate(*connection, &SocketDelegate::socketConnected); });
     while (connection->isRunning()) {
         // After a valid frame the next read serves as the pause: it ends as soon as bytes arrive.
         if (std::exchange(isGood, false)) {
@@ -100,7 +100,7 @@ void KelvaneSocket::reportFailure(Connection& connection) {
     if (!connection.isRunning())
         return; // closed meanwhile: nobody to notify
     KelvaneCLog("KelvaneSocket read from socket failed");
-    tellDelegate(connection, &SocketDelegate::socketFailed);
+    notifyDelegate(connection, &SocketDelegate::socketFailed);
 }
 
 void KelvaneSocket::deliver(Connection& connection, const Data* payload, std::int32_t type) {
@@ -122,8 +122,8 @@ void KelvaneSocket::deliver(Connection& connection, const Data* payload, std::in
 }
 
 // A connection that was closed meanwhile must not call the delegate of its successor.
-void KelvaneSocket::tellDelegate(const Connection& connection,
-                                 void (SocketDelegate::*operation)(KelvaneSocket&)) {
+void KelvaneSocket::notifyDelegate(const Connection& connection,
+                                   void (SocketDelegate::*operation)(KelvaneSocket&)) {
     const std::scoped_lock guard(monitor_);
     const std::shared_ptr<SocketDelegate> delegate = socketDelegate_;
     if (!delegate || !connection.isRunning())

@@ -6,14 +6,14 @@
 #include <string>
 #include <string_view>
 
-// The keys of `stateChanged:` that report the progress of a restore, and the keys with which panes request
-// one.
+// The codes with which `stateChanged:` reports the progress of a restore; panes query the values by the same
+// codes.
 namespace kelvane::restoreprogress {
 
 inline constexpr std::uint32_t currentFile = 15;     // a string
 inline constexpr std::uint32_t currentFileSize = 16; // bytes, unsigned 64-bit
 inline constexpr std::uint32_t pendingCount = 35;    // files, signed 64-bit; 0: the restore has ended
-inline constexpr std::uint32_t begin = 48;           // nothing to request
+inline constexpr std::uint32_t begin = 48;           // has no value to query
 
 [[nodiscard]] constexpr bool isOfRestore(std::uint32_t code) {
     return code == currentFile || code == currentFileSize || code == pendingCount || code == begin;
@@ -35,7 +35,7 @@ inline constexpr std::uint32_t waiting = 50;
 inline constexpr std::uint32_t running = 51; // or more
 
 // The priority of a restore that the user starts.
-inline constexpr std::uint32_t usualPriority = 50;
+inline constexpr std::uint32_t defaultPriority = 50;
 
 // The ids of the alerts that say why restore jobs wait.
 inline constexpr const char* waitAlert = "restore_waits";

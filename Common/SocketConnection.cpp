@@ -17,7 +17,7 @@ namespace {
 // The kernel frees a write's part of the buffer only when the peer has read all of it. With its overhead, a
 // write of this size fills one kernel memory block.
 constexpr std::size_t largestWrite = 15 * 1024;
-constexpr int roomPollInterval = 20; // milliseconds
+constexpr int writablePollInterval = 20; // milliseconds
 
 // Never destroyed: a thread may end after static objects are destroyed.
 struct LiveThreads {
@@ -81,7 +81,7 @@ bool KelvaneSocket::Connection::writeBytes(const std::uint8_t* buffer, std::size
         // MSG_NOSIGNAL: a peer that went away must not end the process.
         const ssize_t result =
             ::send(descriptor.get(), buffer, std::min(count, largestWrite), MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (result < 0 && errno == EAGAIN && waitForRoom(stall))
+        if (result < 0 && errno == EAGAIN && waitUntilWritable(stall))
             continue;
         if (result <= 0)
             return false;
@@ -95,7 +95,7 @@ bool KelvaneSocket::Connection::writeBytes(const std::uint8_t* buffer, std::size
 // Waits for room in the buffer, but only for a short time: the system signals room when three quarters of the
 // buffer are free, while a write succeeds as soon as the peer has read anything. Returns false when the peer
 // has read nothing for the send timeout.
-bool KelvaneSocket::Connection::waitForRoom(Stall& stall) const {
+bool KelvaneSocket::Connection::waitUntilWritable(Stall& stall) const {
     const int limit = sendTimeout_;
     const auto now = std::chrono::steady_clock::now();
     if (!stall.since)
@@ -103,7 +103,7 @@ bool KelvaneSocket::Connection::waitForRoom(Stall& stall) const {
     else if (limit != forEver && now - *stall.since >= std::chrono::milliseconds(limit))
         return false;
     pollfd writable{descriptor.get(), POLLOUT, 0};
-    return ::poll(&writable, 1, roomPollInterval) >= 0 || errno == EINTR;
+    return ::poll(&writable, 1, writablePollInterval) >= 0 || errno == EINTR;
 }
 
 void KelvaneSocket::Connection::stop() {

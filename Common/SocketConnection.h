@@ -37,7 +37,7 @@ private:
     struct Stall {
         std::optional<std::chrono::steady_clock::time_point> since;
     };
-    [[nodiscard]] bool waitForRoom(Stall& stall) const;
+    [[nodiscard]] bool waitUntilWritable(Stall& stall) const;
 
     std::atomic<bool> running_{true};
     std::atomic<int> sendTimeout_{forEver};

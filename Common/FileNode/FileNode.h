@@ -235,8 +235,8 @@ private:
     };
     static const WordKey wordKeys[6];
 
-    class Room;
-    void readTree(const Value& dictionary, Room& room);
+    class NodeBudget;
+    void readTree(const Value& dictionary, NodeBudget& budget);
     void readFields(const Value& dictionary);
     [[nodiscard]] Dictionary fields() const;
     [[nodiscard]] std::optional<std::string_view> shownName() const;

@@ -32,15 +32,15 @@ const KelvaneFileNode::WordKey KelvaneFileNode::wordKeys[] = {
 
 // How many more nodes one answer may create. The daemon's largest answer holds about nine million complete
 // dictionaries, but a few small ones, referenced again and again, could expand beyond the memory.
-class KelvaneFileNode::Room {
+class KelvaneFileNode::NodeBudget {
 public:
-    Room() = default;
-    ~Room() {
+    NodeBudget() = default;
+    ~NodeBudget() {
         if (leftOut_ > 0)
-            logWarning("%llu file nodes and what is below them are left out", leftOut_);
+            logWarning("Answer too large: left out %llu file nodes and everything below them", leftOut_);
     }
-    Room(const Room&) = delete;
-    Room& operator=(const Room&) = delete;
+    NodeBudget(const NodeBudget&) = delete;
+    NodeBudget& operator=(const NodeBudget&) = delete;
 
     [[nodiscard]] std::span<const Value> take(const Array& dictionaries) {
         const std::size_t count = std::min(dictionaries.size(), left_);
@@ -55,24 +55,24 @@ private:
 };
 
 FileNodeList KelvaneFileNode::fileNodesForDictionaries(const Value& dictionaries) {
-    Room room;
+    NodeBudget budget;
     FileNodeList nodes;
-    const std::span<const Value> items = room.take(dictionaries.array());
+    const std::span<const Value> items = budget.take(dictionaries.array());
     nodes.reserve(items.size());
     for (const Value& dictionary : items) {
         if (!dictionary.isDictionary())
             continue;
         nodes.push_back(create());
-        nodes.back()->readTree(dictionary, room);
+        nodes.back()->readTree(dictionary, budget);
     }
     return nodes;
 }
 
 void KelvaneFileNode::initWithDictionary(const Value& dictionary) {
-    Room room;
+    NodeBudget budget;
     const bool isOrphan = hadParent() && !parent();
     const std::string folder = isOrphan ? deleteLastPathComponent(path_.view()) : std::string();
-    readTree(dictionary, room);
+    readTree(dictionary, budget);
     if (isOrphan && path_.view().empty() && fileName_.isPresent() && !folder.empty())
         path_ = OptionalText(appendPathComponent(folder, fileName_.view())); // the node is held only here now
     const FileNodeRef above = parent();
@@ -80,7 +80,7 @@ void KelvaneFileNode::initWithDictionary(const Value& dictionary) {
         storePath(); // detached: the parent no longer updates this path
 }
 
-void KelvaneFileNode::readTree(const Value& dictionary, Room& room) {
+void KelvaneFileNode::readTree(const Value& dictionary, NodeBudget& budget) {
     // Reads the fields of each node, then its children, whose dictionaries are queued. A child is added when
     // it is complete, so that properties inherited by a new child go only to that child.
     std::vector<std::pair<KelvaneFileNode*, const Value*>> waiting{{this, &dictionary}};
@@ -94,7 +94,7 @@ void KelvaneFileNode::readTree(const Value& dictionary, Room& room) {
         node->readFields(*source);
         if (children.isAbsent())
             continue;
-        const std::span<const Value> items = room.take(children.array());
+        const std::span<const Value> items = budget.take(children.array());
         FileNodeList& own = families.emplace_back(node, FileNodeList()).second;
         own.reserve(items.size());
         for (const Value& child : items) {

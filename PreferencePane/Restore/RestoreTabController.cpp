@@ -150,7 +150,7 @@ std::vector<std::string> KelvaneRestoreTabController::selectedFilePaths() const 
 }
 
 void KelvaneRestoreTabController::restoreBrowserAction() {
-    const auto look = tellSelection();
+    const auto look = showSelection();
     if (!look)
         return;
     ui_->getInfoButton->setEnabled(look->getInfo);
@@ -158,7 +158,7 @@ void KelvaneRestoreTabController::restoreBrowserAction() {
 }
 
 // None when the link was lost during the call: that has been handled, and the current state is shown.
-std::optional<SelectionLook> KelvaneRestoreTabController::tellSelection() {
+std::optional<SelectionLook> KelvaneRestoreTabController::showSelection() {
     const std::vector<std::string> paths = chosenPaths_ = selectedFilePaths();
     const auto daemon = prefs_.proxy();
     const FileNodeRef first = paths.empty() ? nullptr : KelvaneFileNode::fileNodeForPath(paths[0], daemon);
@@ -180,7 +180,7 @@ std::optional<SelectionLook> KelvaneRestoreTabController::tellSelection() {
 void KelvaneRestoreTabController::enableTabItems(bool enabled) {
     setCurrentView();
     tabItemsAreEnabled_ = enabled;
-    static_cast<void>(tellSelection());
+    static_cast<void>(showSelection());
     const RestoreControls controls = restoreControlsFor(selectedFilePaths().size(), tabItemsAreEnabled_,
                                                         prefs_.prefPaneAccessAuthorized());
     ui_->destinationButton->setEnabled(controls.destination);

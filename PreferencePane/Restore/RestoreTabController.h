@@ -51,7 +51,7 @@ private:
     void readyChangedNotification();
     void daemonStateChangedNotification();
     void restoreBrowserAction();
-    std::optional<SelectionLook> tellSelection();
+    std::optional<SelectionLook> showSelection();
     void getInfoAction();
     void restoreAssistantAction();
     [[nodiscard]] std::vector<std::string> selectedFilePaths() const;

@@ -102,7 +102,7 @@ void KelvaneRestoreTabController::openPanelDidEnd(int returnCode) {
     std::error_code error;
     const std::filesystem::path folder = std::filesystem::canonical(folders.front().toStdString(), error);
     if (error)
-        return logError("Nothing can be restored to %@: %@", folders.front().toStdString(), error.message());
+        return logError("Cannot restore to %@: %@", folders.front().toStdString(), error.message());
     restoreToPath(enteredPath(folder, *prefs_.fileServices().fileSystem().volumes()));
 }
 
@@ -116,7 +116,7 @@ void KelvaneRestoreTabController::restoreToDesktop() {
     if (!prefs_.fileServices().fileSystem().exists(folder))
         std::filesystem::create_directories(folder, error);
     if (error)
-        return KelvaneCLog("The folder %@ cannot be made: %@", folder, error.message());
+        return KelvaneCLog("Cannot create the folder %@: %@", folder, error.message());
     restoreToPath(enteredPath(folder, *prefs_.fileServices().fileSystem().volumes()));
 }
 

@@ -33,7 +33,7 @@ void KelvaneRestoreTabController::restoreToPath(const std::optional<std::string>
         const std::uint32_t job =
             daemon
                 ->invoke("restoreFile:toPath:version:priority:",
-                         {path, restoreTarget(path, folder), latestVersion, restorestatus::usualPriority},
+                         {path, restoreTarget(path, folder), latestVersion, restorestatus::defaultPriority},
                          &isAnswered)
                 .uint32Value();
         if (isAnswered)
@@ -43,8 +43,9 @@ void KelvaneRestoreTabController::restoreToPath(const std::optional<std::string>
     const std::size_t asked =
         workShowingProgress(prefs_, prefs_.text("Preparing to restore…"), restoredPaths_.size(), ask);
     if (asked < restoredPaths_.size())
-        logError("Restore jobs were made for %llu of %llu items only: cancelled, or daemon lost", asked,
-                 restoredPaths_.size());
+        logError(
+            "Created restore jobs for only %llu of %llu items: cancelled, or connection to the daemon lost",
+            asked, restoredPaths_.size());
 }
 
 void KelvaneRestoreTabController::restoredPendingCount(std::uint32_t count) {

@@ -124,8 +124,7 @@ TEST_F(KelvProxyRequest, IsRunAndAnswered) {
 
 TEST_F(KelvProxyRequest, IsDroppedWithoutAnAnswerWhenItCannotRun) {
     const std::string caught = "ERROR: KelvaneProxy processData caught exception: ";
-    const std::string lying =
-        "KelvaneProxy dropped a request that claims more arguments than it brings: echo:";
+    const std::string lying = "KelvaneProxy dropped a request with fewer arguments than it announces: echo:";
     const std::pair<std::string, std::string> cases[] = {
         {request("unknown:", {"@", "x"}), ""},
         {message(requestFrame, Array{0, "v", "note:"}), ""},

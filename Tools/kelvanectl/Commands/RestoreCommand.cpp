@@ -135,7 +135,7 @@ void order(Session& session, std::vector<Job>& jobs) {
     for (Job& job : jobs)
         if (const auto daemon = session.state().proxy()) { // gone: that is complained about
             job.number = daemon->call<"restoreFile:toPath:version:priority:">(
-                job.path, job.target, latestVersion, restorestatus::usualPriority);
+                job.path, job.target, latestVersion, restorestatus::defaultPriority);
             if (job.number == 0)
                 job.failures = linesOf(
                     daemon->call<"stringValueForProfileKey:">(restorestatus::failuresKey(0)).stringValue());
