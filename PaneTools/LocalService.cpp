@@ -2,6 +2,7 @@
 
 #include "Common/KelvProxy.h"
 #include "Common/Protocols.h"
+#include "Foundation/Format.h"
 #include "PaneTools/UserUnit.h"
 #include "Platform/Processes/DetachedProgram.h"
 #include "Platform/SocketClaim.h"
@@ -23,24 +24,24 @@ namespace {
 
 constexpr const char* daemonName = "kelvane-local-daemon";
 constexpr const char* trampolineName = "kelvane-trampoline";
-constexpr int lookMilliseconds = 50;
+constexpr int pollMilliseconds = 50;
 
-constexpr const char* noFolder = "there is no folder for the daemon's socket that only you can reach";
+constexpr const char* noFolder = "there is no private folder for the daemon's socket";
 
 // The socket of the daemon in question.
-struct Place {
+struct DaemonSocket {
     std::string path;
-    bool isUsual = true; // the default socket of the local daemon, which this program may start
+    bool isDefault = true; // the default socket of the local daemon, which this program may start
 };
 enum class Server { None, LocalDaemon, Other };
 
 // The pane, and anyone who uses another daemon, names the socket in the environment.
-std::optional<Place> placeOfDaemon() {
+std::optional<DaemonSocket> daemonSocket() {
     const auto usual = defaultDaemonPath();
     const char* const named = std::getenv("KELVANE_DAEMON");
     if (named == nullptr || *named == '\0')
-        return usual ? std::optional(Place{*usual}) : std::nullopt;
-    return Place{named, named == usual};
+        return usual ? std::optional(DaemonSocket{*usual}) : std::nullopt;
+    return DaemonSocket{named, named == usual};
 }
 
 // Compares the name of the listening program, whose file may have been replaced since.
@@ -65,16 +66,17 @@ Server serverAt(const std::string& path) {
     return isLocalDaemon(probe.socket.get()) ? Server::LocalDaemon : Server::Other;
 }
 
-std::string notOurs(const std::string& path) {
-    return "the daemon at " + path + " is not your local daemon; start and stop it the way it came";
+std::string notLocalDaemon(const std::string& path) {
+    return "the daemon at " + path +
+           " is not your local daemon; start and stop it in the way it was installed";
 }
 
-bool becomesServing(const std::string& path, bool isWanted, std::chrono::milliseconds patience) {
-    const auto deadline = std::chrono::steady_clock::now() + patience;
+bool waitForServer(const std::string& path, bool isWanted, std::chrono::milliseconds timeout) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
     while ((serverAt(path) != Server::None) != isWanted) {
         if (std::chrono::steady_clock::now() > deadline)
             return false;
-        ::poll(nullptr, 0, lookMilliseconds);
+        ::poll(nullptr, 0, pollMilliseconds);
     }
     return true;
 }
@@ -83,10 +85,10 @@ bool becomesServing(const std::string& path, bool isWanted, std::chrono::millise
 std::string launch(const std::string& daemon) {
     const auto trampoline = findProgram(trampolineName);
     if (!trampoline)
-        return std::string(trampolineName) + " is neither beside this program nor on the PATH";
+        return std::string(trampolineName) + " is neither beside this program nor in PATH";
     const pid_t asking = ::fork();
     if (asking < 0)
-        return "there is no room for another process";
+        return "cannot start another process: " + errorText();
     if (asking == 0) {
         KelvaneTrampoline::trampoline(*trampoline, daemon, static_cast<std::uint32_t>(::getpid()),
                                       KelvaneTrampoline::launchDaemon);
@@ -96,7 +98,7 @@ std::string launch(const std::string& daemon) {
     return {};
 }
 
-void tellToTerminate(const std::string& path) {
+void requestTermination(const std::string& path) {
     const auto socket = KelvaneSocket::create();
     if (!socket->connectToPath(path))
         return; // it has already ended
@@ -108,55 +110,55 @@ void tellToTerminate(const std::string& path) {
 
 } // namespace
 
-std::string startLocalDaemon(std::chrono::milliseconds patience) {
-    const auto place = placeOfDaemon();
-    if (!place)
+std::string startLocalDaemon(std::chrono::milliseconds timeout) {
+    const auto target = daemonSocket();
+    if (!target)
         return noFolder;
-    const Server server = serverAt(place->path);
+    const Server server = serverAt(target->path);
     if (server == Server::Other)
-        return notOurs(place->path);
+        return notLocalDaemon(target->path);
     const bool isAlreadyServing = server == Server::LocalDaemon;
-    if (!place->isUsual)
+    if (!target->isDefault)
         return isAlreadyServing ? ""
-                                : "nobody serves " + place->path +
-                                      ", which is not the place of your local daemon; start that daemon the "
-                                      "way it was started before";
+                                : "no daemon serves " + target->path +
+                                      ", which is not the default socket; start that daemon in the way it "
+                                      "was started before";
     const auto daemon = findProgram(daemonName);
     if (!daemon)
-        return std::string(daemonName) + " is neither beside this program nor on the PATH";
+        return std::string(daemonName) + " is neither beside this program nor in PATH";
     std::string failure;
     if (hasUserManager())
         failure = enableUnit(*daemon, !isAlreadyServing);
     else if (!isAlreadyServing)
         failure = launch(*daemon);
-    if (failure.empty() && !becomesServing(place->path, true, patience))
-        failure = "nobody serves " + place->path + " although " + *daemon + " was to start";
+    if (failure.empty() && !waitForServer(target->path, true, timeout))
+        failure = "no daemon serves " + target->path + " although " + *daemon + " was started";
     return failure;
 }
 
 std::string stopLocalDaemon() {
-    const auto place = placeOfDaemon();
-    if (!place)
+    const auto target = daemonSocket();
+    if (!target)
         return noFolder;
-    if (serverAt(place->path) == Server::Other)
-        return notOurs(place->path);
+    if (serverAt(target->path) == Server::Other)
+        return notLocalDaemon(target->path);
     std::string failure;
-    if (place->isUsual && hasUserManager() && hasUnit())
+    if (target->isDefault && hasUserManager() && hasUnit())
         failure = disableUnit();
-    if (serverAt(place->path) != Server::None)
-        tellToTerminate(place->path);
-    if (failure.empty() && !becomesServing(place->path, false, usualPatience))
-        failure = "the daemon at " + place->path + " was told to end and still serves";
+    if (serverAt(target->path) != Server::None)
+        requestTermination(target->path);
+    if (failure.empty() && !waitForServer(target->path, false, defaultTimeout))
+        failure = "the daemon at " + target->path + " was told to stop but still runs";
     KelvaneSocket::waitForThreads();
     return failure;
 }
 
-std::string usualDaemonInUse() {
-    const auto place = placeOfDaemon();
+std::string defaultDaemonInUse() {
+    const auto target = daemonSocket();
     const auto usual = defaultDaemonPath();
-    if (!place || place->isUsual || !usual || serverAt(*usual) == Server::None)
+    if (!target || target->isDefault || !usual || serverAt(*usual) == Server::None)
         return {};
-    return "the daemon at " + *usual + " still runs, whose settings would go; end it first";
+    return "the daemon at " + *usual + " still runs and uses the settings to remove; stop it first";
 }
 
 } // namespace kelvane::tools

@@ -12,12 +12,12 @@ namespace kelvane::tools {
 // $KELVANE_DAEMON names a socket other than the default. A local daemon at such a socket can be stopped but
 // is not started here. Any other daemon is left alone.
 
-inline constexpr std::chrono::seconds usualPatience(10);
+inline constexpr std::chrono::seconds defaultTimeout(10);
 
-[[nodiscard]] std::string startLocalDaemon(std::chrono::milliseconds patience = usualPatience);
+[[nodiscard]] std::string startLocalDaemon(std::chrono::milliseconds timeout = defaultTimeout);
 [[nodiscard]] std::string stopLocalDaemon();
 // With $KELVANE_DAEMON set: why the data of the daemon at the default socket must not be removed. Empty when
 // no daemon serves there.
-[[nodiscard]] std::string usualDaemonInUse();
+[[nodiscard]] std::string defaultDaemonInUse();
 
 } // namespace kelvane::tools

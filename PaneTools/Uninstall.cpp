@@ -33,7 +33,7 @@ constexpr const char* right = "com.kelvane.prefs.change";
 
 struct Order {
     std::uint32_t pid = 0;
-    std::string handOffPath = HandOffFile::usualPath;
+    std::string handOffPath = HandOffFile::defaultPath;
 };
 
 std::optional<Order> orderFrom(int count, char** arguments) {
@@ -51,15 +51,16 @@ std::optional<Order> orderFrom(int count, char** arguments) {
 // Returns 0 when the process has the right.
 int checkRight(const std::optional<ProcessIdentity>& process, std::uint32_t pid) {
     if (!process || process->pid != pid || process->uid != ::getuid())
-        return complain(name, "the hand-off file holds no authorization of process " + std::to_string(pid),
+        return complain(name,
+                        "the hand-off file contains no authorization for process " + std::to_string(pid),
                         EX_NOPERM);
     switch (checkAuthorization(*process, right)) {
     case AuthorizationAnswer::Granted: return 0;
     case AuthorizationAnswer::Refused:
-        return complain(name, "process " + std::to_string(pid) + " may not do this", EX_NOPERM);
+        return complain(name, "process " + std::to_string(pid) + " is not authorized", EX_NOPERM);
     case AuthorizationAnswer::Unreachable: break;
     }
-    return complain(name, "polkit, which says who may do this, cannot be asked", EX_UNAVAILABLE);
+    return complain(name, "cannot check the authorization: polkit does not answer", EX_UNAVAILABLE);
 }
 
 // Continues after a failure, to remove as much as possible.
@@ -76,7 +77,7 @@ int uninstall(HandOffFile& handOff, std::uint32_t pid) {
     if (const int status = checkRight(processOfForm(handOff.form()), pid))
         return status;
     // A daemon that still runs would write its settings again.
-    if (const std::string reason = usualDaemonInUse(); !reason.empty())
+    if (const std::string reason = defaultDaemonInUse(); !reason.empty())
         return complain(name, reason, EX_OSERR);
     if (const std::string failure = stopLocalDaemon(); !failure.empty())
         return complain(name, failure, EX_OSERR);

@@ -43,7 +43,7 @@ std::string manage(std::vector<std::string> order) {
 
 std::string writeOwnUnit(const std::string& program) {
     if (!ensureFolder(ownUnitFolder()))
-        return "cannot make the folder " + ownUnitFolder() + ": " + errorText();
+        return "cannot create the folder " + ownUnitFolder() + ": " + errorText();
     const std::string text = unitText(program);
     const std::vector<std::uint8_t> bytes(text.begin(), text.end());
     return replaceFileAtomically(ownUnitPath(), bytes, unitMode).reason;

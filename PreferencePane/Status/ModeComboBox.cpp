@@ -46,7 +46,7 @@ void ModeComboBox::wheelEvent(QWheelEvent* event) {
     event->ignore();
 }
 
-// The choice that closes the list is reported after this event filter, and before the mode is shown.
+// Queued, because the choice that closes the list is reported after this, and must be reported first.
 bool ModeComboBox::eventFilter(QObject* watched, QEvent* event) {
     if (watched == view() && event->type() == QEvent::Hide)
         QMetaObject::invokeMethod(this, &ModeComboBox::showPostponed, Qt::QueuedConnection);

@@ -205,7 +205,7 @@ void KelvaneStatusTabController::showMenuAction() {
     const std::string failure = postBroadcast(DefaultsDB::propertyChangedNotificationString(),
                                               DefaultsDB::propertyChangedSenderString());
     if (!failure.empty())
-        KelvaneCLog("The menu-bar agent was not told of its setting: %@", failure);
+        KelvaneCLog("Cannot notify the menu-bar agent of its setting: %@", failure);
 }
 
 void KelvaneStatusTabController::openAccountAction() {
@@ -226,7 +226,7 @@ void KelvaneStatusTabController::openURLUsingKey(const std::string& key) {
         return KelvaneCLog("Unable to open web pages:  proxy is down");
     const std::string address = webAddress(prefs_.bundle()->information(key).stringValue(), account);
     if (address.empty())
-        return KelvaneCLog("The bundle names no page for \"%@\"", key);
+        return KelvaneCLog("The bundle has no web page for \"%@\"", key);
     prefs_.opener().openURL(address, openFailureSheet(prefs_, view_, &context_, address));
 }
 

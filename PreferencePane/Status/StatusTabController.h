@@ -29,7 +29,7 @@ namespace kelvane {
 class KelvaneStatusTabController final : public StatusTab {
 public:
     explicit KelvaneStatusTabController(PaneServices& prefs,
-                                        std::string handOffPath = HandOffFile::usualPath);
+                                        std::string handOffPath = HandOffFile::defaultPath);
     ~KelvaneStatusTabController() override;
     KelvaneStatusTabController(const KelvaneStatusTabController&) = delete;
     KelvaneStatusTabController& operator=(const KelvaneStatusTabController&) = delete;
@@ -88,7 +88,7 @@ private:
     [[nodiscard]] int handOver(Operation operation);
     [[nodiscard]] int runSwitch(Operation operation);
     void runUninstaller(const HandOffFile& handOff);
-    void tellFailure(Operation operation, const std::string& reason);
+    void showFailure(Operation operation, const std::string& reason);
     void uninstallAction();
     void uninstallAlertDidEnd(int returnCode);
 

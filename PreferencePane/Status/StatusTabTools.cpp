@@ -22,7 +22,7 @@ static_assert(HandOffFile::formSize == authorizationFormSize);
 constexpr const char* daemonVariable = "KELVANE_DAEMON=";
 
 // How often the end of a tool is checked after its completion word, so that it does not stay a zombie.
-constexpr int looksForTheEnd = 8;
+constexpr int endChecks = 8;
 
 struct Switch {
     const char* tool;
@@ -89,7 +89,7 @@ int KelvaneStatusTabController::handOver(Operation operation) {
     const int error = errno;
     const auto form = prefs_.authorization().externalForm();
     if (!handOff || !form) {
-        tellFailure(operation, formatTranslated(text(StatusText::NotHandedOver), handOffPath_,
+        showFailure(operation, formatTranslated(text(StatusText::NotHandedOver), handOffPath_,
                                                 errorText(handOff ? ESRCH : error)));
         return 0;
     }
@@ -104,7 +104,7 @@ int KelvaneStatusTabController::runSwitch(Operation operation) {
     const Switch& wanted = switches[static_cast<std::size_t>(operation)];
     const auto tool = prefs_.bundle()->auxiliaryExecutable(wanted.tool);
     if (!tool) {
-        tellFailure(operation, formatTranslated(text(StatusText::ToolMissing), wanted.tool));
+        showFailure(operation, formatTranslated(text(StatusText::ToolMissing), wanted.tool));
         return 0;
     }
     auto process = startTool(*prefs_.bundle(), {*tool, "0", std::to_string(::getuid()), wanted.word},
@@ -115,9 +115,9 @@ int KelvaneStatusTabController::runSwitch(Operation operation) {
     KelvaneCLog("%@ ended with status %d", *tool, status);
     prefs_.flags().*wanted.isAuthorized = status == 0;
     if (!process)
-        tellFailure(operation, formatTranslated(text(StatusText::NoRoomForTool), wanted.tool));
+        showFailure(operation, formatTranslated(text(StatusText::NoRoomForTool), wanted.tool));
     else if (const std::string errors = process->errors(); status != 0)
-        tellFailure(operation, errors.empty()
+        showFailure(operation, errors.empty()
                                    ? formatTranslated(text(StatusText::ToolEnded), wanted.tool, status)
                                    : errors);
     return status;
@@ -127,25 +127,25 @@ void KelvaneStatusTabController::runUninstaller(const HandOffFile& handOff) {
     constexpr const char* name = "Uninstall";
     const auto tool = prefs_.bundle()->auxiliaryExecutable(name);
     if (!tool)
-        return tellFailure(Operation::Uninstall, formatTranslated(text(StatusText::ToolMissing), name));
+        return showFailure(Operation::Uninstall, formatTranslated(text(StatusText::ToolMissing), name));
     auto process = startTool(*prefs_.bundle(),
                              {*tool, std::to_string(::getpid()), std::to_string(::getuid()), "uninstall"},
                              ChildCommand::Group::Own);
     if (!process)
-        return tellFailure(Operation::Uninstall, formatTranslated(text(StatusText::NoRoomForTool), name));
+        return showFailure(Operation::Uninstall, formatTranslated(text(StatusText::NoRoomForTool), name));
     if (!waitUntil([&] { return handOff.completionWord() != 0 || process->hasEnded(); }, *process))
         return;
     // Reads the word again: it may have been written between the two checks.
     isUninstalled_ = handOff.completionWord() == HandOffFile::succeeded;
     int looks = 0;
-    static_cast<void>(waitUntil([&] { return process->hasEnded() || ++looks > looksForTheEnd; }, *process));
+    static_cast<void>(waitUntil([&] { return process->hasEnded() || ++looks > endChecks; }, *process));
     if (isUninstalled_)
         return prefs_.terminateHost();
-    tellFailure(Operation::Uninstall, process->errors());
+    showFailure(Operation::Uninstall, process->errors());
 }
 
 // A reason may be empty.
-void KelvaneStatusTabController::tellFailure(Operation operation, const std::string& reason) {
+void KelvaneStatusTabController::showFailure(Operation operation, const std::string& reason) {
     KelvaneCLog("%@", reason);
     if (!isShown_)
         return;

@@ -10,7 +10,7 @@
 namespace kelvane {
 namespace {
 
-constexpr std::chrono::milliseconds endPatience{1000}; // for an application that was told to end
+constexpr std::chrono::milliseconds endTimeout{1000}; // for an application that was told to end
 
 } // namespace
 
@@ -24,7 +24,7 @@ bool waitUntil(const std::function<bool()>& isOver, const ChildProcess& process)
     };
     QTimer timer;
     QObject::connect(&timer, &QTimer::timeout, &loop, look);
-    timer.start(lookInterval);
+    timer.start(checkInterval);
     std::optional<QSocketNotifier> end;
     if (process.descriptor() >= 0) {
         end.emplace(process.descriptor(), QSocketNotifier::Read);
@@ -32,10 +32,10 @@ bool waitUntil(const std::function<bool()>& isOver, const ChildProcess& process)
     }
     loop.exec(QEventLoop::ExcludeUserInputEvents);
     // The event loop does not run in an application that is about to end.
-    const QDeadlineTimer patience(endPatience);
-    while (!isOver() && !patience.hasExpired()) {
+    const QDeadlineTimer deadline(endTimeout);
+    while (!isOver() && !deadline.hasExpired()) {
         pollfd ended{process.descriptor(), POLLIN, 0};
-        ::poll(&ended, 1, static_cast<int>(lookInterval.count()));
+        ::poll(&ended, 1, static_cast<int>(checkInterval.count()));
     }
     return isOver();
 }

@@ -74,7 +74,7 @@ TEST_F(Programs, NonsenseIsRefusedWithAClearLine) {
 TEST_F(Programs, EnableAndDisableStartAndStopTheDaemonByTrampolineAndLink) {
     path = "/nowhere";
     EXPECT_EQ(run("Enable", {"0", uid, "load"}),
-              "Enable: kelvane-local-daemon is neither beside this program nor on the PATH\n");
+              "Enable: kelvane-local-daemon is neither beside this program nor in PATH\n");
     EXPECT_EQ(status, 69);
     path = DAEMON_FOLDER;
     for (const bool isEnabling : {true, true, false, false}) {
@@ -89,8 +89,8 @@ TEST_F(Programs, ADaemonThatStartsAndNeverServesIsNotEnabled) {
     const EnvironmentVariable places[] = {{"PATH", (folder / "bin:" + PANE_TOOLS).c_str()},
                                           {"XDG_RUNTIME_DIR", (folder / "run").c_str()}};
     EXPECT_EQ(tools::startLocalDaemon(std::chrono::milliseconds(100)),
-              "nobody serves " + folder / "run/kelvane/daemon.sock" + " although " + daemon +
-                  " was to start");
+              "no daemon serves " + folder / "run/kelvane/daemon.sock" + " although " + daemon +
+                  " was started");
 }
 
 TEST_F(Programs, ActOnTheDaemonThatIsNamedAndLeaveOthersAlone) {
@@ -108,7 +108,8 @@ TEST_F(Programs, ActOnTheDaemonThatIsNamedAndLeaveOthersAlone) {
     EXPECT_EQ(run("Disable", {"0", uid, "unload"}), "");
     EXPECT_EQ(named.finish().status, 0);
     EXPECT_TRUE(isServing()) << "the one at the usual place was not meant";
-    EXPECT_TRUE(run("Enable", {"0", uid, "load"}).starts_with("Enable: nobody serves " + daemonPath + ", "));
+    EXPECT_TRUE(
+        run("Enable", {"0", uid, "load"}).starts_with("Enable: no daemon serves " + daemonPath + ", "));
     EXPECT_EQ(status, 69);
     EXPECT_FALSE(std::filesystem::exists(daemonPath));
 
