@@ -27,25 +27,26 @@ void makeAbsolute(std::string& path) {
 
 std::variant<Options, int> readOptions(int argc, const char* const* argv) {
     Options options;
-    CLI::App app("Shows the settings of Kelvane: a list of panes and the one that is selected.");
+    CLI::App app("The settings of Kelvane: a list of panes and the selected pane.");
     app.set_version_flag("--version", "kelvane-settings " KELVANE_VERSION, "Show the program's version");
     app.add_option("--pane", options.pane, "The bundle of a pane to show")->type_name("DIR");
-    app.add_option("--daemon", options.daemon, "The daemon's socket, instead of the pane's own")
+    app.add_option("--daemon", options.daemon, "The daemon's socket (default: the one that the pane names)")
         ->type_name("SOCKET");
-    app.add_option("--log", options.log, "That daemon's log, instead of the pane's own")->type_name("FILE");
+    app.add_option("--log", options.log, "That daemon's log file (default: the one that the pane names)")
+        ->type_name("FILE");
     app.add_option("--authorization", options.authorization,
-                   "Who unlocks changes: polkit, or, for trying things out, granted or denied")
+                   "How changes are authorized: polkit, or for a trial run granted or denied")
         ->transform(CLI::Transformer(authorizations).description(""))
         ->type_name("WHO");
     app.add_option("--tab", options.tab, "The tab to show")->type_name("NAME");
     app.add_option("--screenshot", options.screenshotFolder,
-                   "Where to put a picture of each tab; the program ends when they are there")
+                   "Folder for a screenshot of each tab; exit when they are saved")
         ->type_name("DIR");
     app.add_option("--appearance", options.appearance, "system, light or dark")
         ->transform(CLI::Transformer(appearances).description(""))
         ->type_name("NAME");
     app.add_flag("--end-when-painted", options.endsWhenPainted,
-                 "End once the window is painted and before a pane is loaded, to measure the start");
+                 "Exit once the window is painted, before a pane is loaded, to measure the start-up time");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -11,7 +11,7 @@ namespace kelvane::host {
 namespace {
 
 constexpr std::chrono::seconds readyPatience(10);
-constexpr std::chrono::milliseconds lookInterval(50);
+constexpr std::chrono::milliseconds checkInterval(50);
 
 // Turns "Status" into "status.png".
 QString fileName(const std::string& tab) {
@@ -32,7 +32,7 @@ ScreenshotRun::ScreenshotRun(QWidget& window, PaneLife& life, std::string folder
       loop_(loop),
       finished_(std::move(finished)),
       deadline_(Clock::now() + readyPatience) {
-    timer_ = loop_.schedule(lookInterval, MainLoop::Repeat::Always, [this] { waitForPane(); });
+    timer_ = loop_.schedule(checkInterval, MainLoop::Repeat::Always, [this] { waitForPane(); });
 }
 
 void ScreenshotRun::waitForPane() {
@@ -42,7 +42,7 @@ void ScreenshotRun::waitForPane() {
         return;
     timer_.stop();
     if (pane != nullptr && !pane->isReady())
-        std::cerr << "kelvane-settings: the pane is still waiting; the pictures show that\n";
+        std::cerr << "kelvane-settings: the pane is still loading, which the screenshots show\n";
     if (pane != nullptr)
         tabs_ = pane->tabNames();
     std::ranges::reverse(tabs_);
@@ -58,7 +58,8 @@ void ScreenshotRun::showNext() {
     const std::string tab = tabs_.back();
     tabs_.pop_back();
     if (Pane* const pane = life_.pane(); pane != nullptr && !pane->selectTab(tab)) {
-        std::cerr << "kelvane-settings: the pane no longer has a tab \"" << tab << "\"; no picture of it\n";
+        std::cerr << "kelvane-settings: no screenshot of the tab \"" << tab
+                  << "\": the pane no longer has it\n";
         return showNext();
     }
     painted_ = std::make_unique<AfterPaint>(window_, loop_, [this, tab] { take(tab); });
@@ -71,7 +72,7 @@ void ScreenshotRun::take(const std::string& name) {
         return finished_(1);
     }
     std::cout << path.toStdString() << std::endl;
-    // Scheduled, because a timer cannot be replaced inside its own task.
+    // Scheduled, because `showNext` replaces `painted_`, whose task may be running this.
     timer_ = loop_.schedule(std::chrono::milliseconds(0), MainLoop::Repeat::Once, [this] { showNext(); });
 }
 

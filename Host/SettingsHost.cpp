@@ -17,8 +17,7 @@ QString noticeFor(AuthorizationChoice choice) {
     case AuthorizationChoice::Polkit: return {};
     case AuthorizationChoice::Granted:
         return SettingsWindow::tr("Trial run: changes are allowed without asking for an administrator.");
-    case AuthorizationChoice::Denied:
-        return SettingsWindow::tr("Trial run: changes stay locked, whoever asks for them.");
+    case AuthorizationChoice::Denied: return SettingsWindow::tr("Trial run: changes are always refused.");
     }
     return {};
 }
@@ -63,7 +62,7 @@ void SettingsHost::showThatThereIsNone() {
                         SettingsWindow::tr("Install one, or name its bundle with --pane."), {});
     if (options_.screenshotFolder.empty())
         return;
-    std::cerr << "kelvane-settings: there are no panes to take pictures of\n";
+    std::cerr << "kelvane-settings: no screenshots: there are no panes\n";
     mainLoop_->post([this] { end(1); });
 }
 

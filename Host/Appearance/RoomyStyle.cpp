@@ -6,7 +6,7 @@ namespace kelvane::host {
 namespace {
 
 // In logical pixels.
-constexpr QSize roomInButton(16, 4);
+constexpr QSize buttonPadding(16, 4);
 constexpr QSize roomInPopUp(0, 4);
 
 constexpr float heldTint = 0.4F; // share of the highlight colour in a checked button
@@ -23,7 +23,7 @@ QSize RoomyStyle::sizeFromContents(ContentsType type, const QStyleOption* option
                                    const QWidget* widget) const {
     const QSize usual = QProxyStyle::sizeFromContents(type, option, size, widget);
     switch (type) {
-    case CT_PushButton: return usual + roomInButton;
+    case CT_PushButton: return usual + buttonPadding;
     case CT_ComboBox: return usual + roomInPopUp;
     default: return usual;
     }

@@ -16,8 +16,8 @@ PaneLoading failure(std::string problem) {
 }
 
 std::string otherVersion(std::uint32_t version) {
-    return "It was made for another version of this program (" + std::to_string(version) + " instead of " +
-           std::to_string(paneInterfaceVersion) + "). Install versions that belong together.";
+    return "It was built for another version of this program (" + std::to_string(version) + " instead of " +
+           std::to_string(paneInterfaceVersion) + "). Install matching versions.";
 }
 
 // Without the bundle's path, which the page shows below.
@@ -33,13 +33,13 @@ PaneLoading makePane(void* code, const PaneBundle& bundle, PaneHost& host) {
     const auto* const version =
         static_cast<const std::uint32_t*>(::dlsym(code, "kelvanePaneInterfaceVersion"));
     if (version == nullptr)
-        return failure(std::string("Its code is not that of a pane.") + installAgain);
+        return failure(std::string("Its code is not a pane.") + installAgain);
     if (*version != paneInterfaceVersion)
         return failure(otherVersion(*version));
     const auto make = reinterpret_cast<MakePane>(::dlsym(code, "kelvaneMakePane"));
     std::unique_ptr<Pane> pane(make != nullptr ? make(host, bundle) : nullptr);
     if (!pane || pane->mainView() == nullptr)
-        return failure(std::string("Its code makes no pane.") + installAgain);
+        return failure(std::string("Its code did not create a pane.") + installAgain);
     return {std::move(pane), {}};
 }
 
