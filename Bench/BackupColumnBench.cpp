@@ -100,7 +100,7 @@ void backupColumnIsFilled(benchmark::State& state) {
         state.ResumeTiming();
         tab.choose(1);
         if (tab.browser().rowCount(1) != state.range())
-            return state.SkipWithError("not all rows are there");
+            return state.SkipWithError("rows are missing");
         QCoreApplication::processEvents(); // paints the first rows with their icons
     }
 }
@@ -185,7 +185,7 @@ void backupColumnUnderABurst(benchmark::State& state) {
         state.counters["longestTurn"] = longest.count();
         state.counters["settledAfter"] = (whole - Burst::duration).count();
         if (!isSettled)
-            state.SkipWithError("the column does not settle");
+            state.SkipWithError("the column is still incorrect after the burst");
     }
 }
 BENCHMARK(backupColumnUnderABurst)->Arg(1'000)->Arg(10'000)->Iterations(1)->Unit(benchmark::kMillisecond);

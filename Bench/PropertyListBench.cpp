@@ -20,8 +20,8 @@ const Data& bytes() {
     return written;
 }
 
-// Frees memory between iterations, so that each pays for the memory it takes, like a program that reads its
-// first large list.
+// Runs `action` untimed and returns free memory to the system, so that each iteration pays for the memory it
+// takes, like a program that reads its first large list.
 template <class Action>
 void untimed(benchmark::State& state, Action action) {
     state.PauseTiming();
@@ -65,7 +65,7 @@ void writeFileDictionaries(benchmark::State& state) {
         PropertyListWriting writing = writeBinaryPropertyList(value);
         untimed(state, [&] {
             if (writing.bytes != bytes())
-                state.SkipWithError("the file is not the same");
+                state.SkipWithError("the written file differs");
             writing = {};
         });
     }

@@ -102,7 +102,7 @@ void ExcludeTable::dropEvent(QDropEvent* event) {
     const UriList found = pathsOfUriList({list.data(), static_cast<std::size_t>(list.size())},
                                          QSysInfo::machineHostName().toStdString());
     for (const std::string& other : found.others)
-        KelvaneCLog("Ignored a dropped item that is no file of this machine: %@", other);
+        KelvaneCLog("Ignored a dropped item that is not a file on this machine: %@", other);
     emit dropped(found.paths);
 }
 

@@ -102,7 +102,7 @@ void FolderWatcher::watcherThread() {
     };
     while (runs())
         for (const std::string& path : changedPaths(watch_.wait(longestWait)))
-            tell(path);
+            report(path);
 }
 
 // All watched paths after an overflow.
@@ -120,7 +120,7 @@ std::vector<std::string> FolderWatcher::changedPaths(const std::vector<Directory
 }
 
 // Blocks until the main thread has handled the change or waits for this thread to end.
-void FolderWatcher::tell(const std::string& path) {
+void FolderWatcher::report(const std::string& path) {
     {
         const std::scoped_lock guard(mutex_);
         isTold_ = false;

@@ -51,7 +51,7 @@ private:
     void watchPath(const std::string& path, const Volumes& volumes);
     void watcherThread();
     [[nodiscard]] std::vector<std::string> changedPaths(const std::vector<DirectoryWatch::Event>& events);
-    void tell(const std::string& path);
+    void report(const std::string& path);
 
     const std::shared_ptr<MainLoop> mainLoop_;
     const DiskPathChanged diskPathChanged_;

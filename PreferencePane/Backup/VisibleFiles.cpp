@@ -44,7 +44,7 @@ VisibleFiles::VisibleFiles(const FileSystem& fileSystem, std::string hiddenListP
 
 std::vector<VisibleFile> VisibleFiles::visibleFilesAtPath(const std::string& path,
                                                           const IsPathExcluded& isExcluded) {
-    // True for both names of the boot volume.
+    // Both names of the boot volume resolve to "/".
     if (!hiddenList_ && fileSystem_.volumes()->realPath(path) == "/")
         readHiddenList();
     const std::string prefix = path.ends_with('/') ? path : path + '/';
@@ -77,7 +77,7 @@ std::vector<std::string> VisibleFiles::namesAt(const std::string& path) {
     if (!listing.isComplete && incompleteFolders_.insert(path).second)
         KelvaneCLog("Not all of %@ is shown: %@", path,
                     listing.error != 0 ? errorText(listing.error)
-                                       : "it holds more than " + std::to_string(mostItems) + " items");
+                                       : "it has more than " + std::to_string(mostItems) + " items");
     std::ranges::sort(listing.names, comesBefore);
     return std::move(listing.names);
 }

@@ -8,7 +8,7 @@
 namespace kelvane {
 namespace {
 
-constexpr int usualWidth = 191; // in logical pixels; three fit into a window of the default size
+constexpr int defaultWidth = 191; // in logical pixels; three fit into a window of the default size
 constexpr int smallestWidth = 72;
 constexpr int largestWidth = 2000;
 
@@ -77,13 +77,13 @@ void ColumnStrip::removeLast(QWidget& newParent) {
 
 int ColumnStrip::columnWidth(int column) const {
     const auto place = static_cast<std::size_t>(column);
-    return place < widths_.size() ? widths_[place] : usualWidth;
+    return place < widths_.size() ? widths_[place] : defaultWidth;
 }
 
 void ColumnStrip::setColumnWidth(int column, int width) {
     const auto place = static_cast<std::size_t>(column);
     if (place >= widths_.size())
-        widths_.resize(place + 1, usualWidth);
+        widths_.resize(place + 1, defaultWidth);
     widths_[place] = std::clamp(width, smallestWidth, largestWidth);
     if (column < columnCount())
         widget(column)->setFixedWidth(widths_[place]);

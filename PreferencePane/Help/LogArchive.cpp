@@ -43,7 +43,7 @@ LogArchive::~LogArchive() {
 std::optional<ChildProcess> LogArchive::zip(const std::string& logPath, std::string& reason) const {
     // The zip program would read another path as an option or as standard input.
     if (!isAbsolutePath(logPath)) {
-        reason = '"' + logPath + "\" is no absolute path";
+        reason = '"' + logPath + "\" is not an absolute path";
         return std::nullopt;
     }
     if (::unlink(path_.c_str()) != 0 && errno != ENOENT) {

@@ -49,7 +49,7 @@ Zipped zipLog(const LogArchive& archive, const std::string& logPath, const Repor
     }
     zipped.archive = archive.open();
     if (!zipped.archive)
-        zipped.trouble = formatText("%@ ended with status %d and made no archive of %@", tools.zipProgram,
+        zipped.trouble = formatText("%@ exited with status %d without an archive of %@", tools.zipProgram,
                                     process->exitStatus(), logPath);
     return zipped;
 }
@@ -63,7 +63,7 @@ ReportOutcome sendReport(const IncidentReport& report, const std::string& logPat
     if (zipped.end != BusySheet::End::Finished)
         return {zipped.end, {}, {}};
     if (!zipped.trouble.empty())
-        KelvaneCLog("The report goes without a log: %@", zipped.trouble);
+        KelvaneCLog("Sending the report without the log: %@", zipped.trouble);
     ReportTransfer transfer(report, std::move(zipped.archive), tools.limits);
     BusySheet::End end = busy.run([&](std::chrono::milliseconds atMost) { return transfer.step(atMost); });
     if (end == BusySheet::End::Cancelled && transfer.isAnswered())

@@ -18,7 +18,7 @@ int returnCodeOf(const QAbstractButton* clicked, const std::vector<QPushButton*>
     return returnCode;
 }
 
-// Every button closes its message box unless the button's clicked signal is disconnected from it.
+// A click on any button closes its message box, so the help button is disconnected from the box.
 void addHelp(QMessageBox& box, QObject* context, const std::function<void()>& showHelp) {
     QPushButton* const help = box.addButton(QMessageBox::Help);
     help->disconnect();
