@@ -17,10 +17,10 @@ namespace {
 constexpr const char* mountTablePath = "/etc/fstab";
 constexpr std::size_t largestTable = std::size_t{1} << 20U;
 
-// Folders whose subfolders at these depths are made for disks.
+// Folders below which mount points for disks are created, with the depths of these mount points.
 struct DiskFolder {
     std::string_view path;
-    std::size_t least, most; // how far below it a disk's mount point is
+    std::size_t least, most; // Levels from the folder down to a disk's mount point.
 };
 constexpr DiskFolder diskFolders[] = {{"/mnt/", 1, 1}, {"/media/", 1, 2}, {"/run/media/", 2, 2}};
 
@@ -28,7 +28,7 @@ bool isAtOrBelow(const std::string& path, const std::string& folder) {
     return path == folder || path.starts_with(withSeparator(folder));
 }
 
-// "\040" is a space.
+// Decodes the octal escapes of fstab and mountinfo: "\040" is a space.
 std::string unescaped(std::string_view text) {
     std::string plain;
     for (std::size_t at = 0; at < text.size(); ++at) {
@@ -57,7 +57,7 @@ std::vector<std::string> mountPointsIn(std::string_view fstab) {
     return points;
 }
 
-// From the shallowest down.
+// Returns the highest folder first.
 std::vector<std::string> diskFoldersAbove(const std::string& folder) {
     std::vector<std::string> found;
     for (const auto& [path, least, most] : diskFolders) {

@@ -39,7 +39,7 @@ Damage Damage::fromValue(const Value& value) {
     Damage damage;
     damage.isEverything = value[everythingKey].boolValue();
     for (const Value& each : value[snapshotsKey].array())
-        if (!each.stringValue().empty()) // every id begins with nothing
+        if (!each.stringValue().empty()) // An empty string is a prefix of every id.
             damage.snapshots.insert(each.stringValue());
     for (const auto& [snapshot, files] : value[pathsKey].dictionary())
         for (const Value& file : files.array())

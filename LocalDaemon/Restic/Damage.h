@@ -9,21 +9,21 @@
 
 namespace kelvane {
 
-// What of the backup cannot be given back, as far as the last verification has found out. A value; any thread
-// may read one.
+// The parts of the backup that the last verification found to be unrestorable. A value; any thread may
+// read one.
 struct Damage {
-    bool isEverything = false; // nobody can tell what is whole
-    // Ids of snapshots, or their beginnings, of which nothing can be read for certain.
+    bool isEverything = false; // The repository cannot be checked, so everything counts as damaged.
+    // Ids, or prefixes of ids, of the snapshots that cannot be read at all.
     std::set<std::string> snapshots;
-    // By the id of a snapshot: files, and folders with all that is in them. restic's JSON has U+FFFD for each
-    // byte that is not UTF-8, and so have these paths.
+    // Damaged files, and folders with everything below them, by snapshot id. As in restic's JSON, U+FFFD
+    // replaces each byte of a path that is not UTF-8.
     std::map<std::string, std::set<std::string, std::less<>>, std::less<>> paths;
 
     [[nodiscard]] bool isNone() const { return !isEverything && snapshots.empty() && paths.empty(); }
-    // `path` as restic's JSON writes it.
+    // Returns whether the item is damaged. `path` is written as in restic's JSON.
     [[nodiscard]] bool holds(std::string_view snapshotId, std::string_view path) const;
 
-    [[nodiscard]] Value value() const; // for a file
+    [[nodiscard]] Value value() const; // The form that is saved in a file.
     [[nodiscard]] static Damage fromValue(const Value& value);
 
     friend bool operator==(const Damage&, const Damage&) = default;

@@ -24,7 +24,8 @@ std::string checksumText(const std::string& location) {
     return formatText("%016llx", checksumOf(location));
 }
 
-// The checksums by which places begin their lines. None: nobody can tell.
+// Returns the checksums of the locations, which begin the lines. Returns nothing when the file is
+// damaged.
 std::optional<std::set<std::string, std::less<>>> placesIn(std::string_view text) {
     std::set<std::string, std::less<>> places;
     while (!text.empty()) {

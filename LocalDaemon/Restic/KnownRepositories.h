@@ -4,10 +4,10 @@
 
 namespace kelvane {
 
-// Which repositories a key has opened, in a file beside the key: where one has been, no other is made without
-// a question, also when the index that knows of it is lost. The file names no place, since that may hold a
-// password: each line is a checksum of the place and the repository's id. One that cannot be read, or is
-// damaged, counts as one that knows every place.
+// Remembers, in a file beside the key, which repositories the key has opened: at a location where there
+// was one, the daemon does not create another without asking, even when its index is lost. The file
+// contains no location, since a location may contain a password: each line is a checksum of the location
+// and the repository's id. An unreadable or damaged file counts as one that knows every location.
 //
 // Any thread; blocks on the disk.
 class KnownRepositories {
@@ -15,7 +15,7 @@ public:
     explicit KnownRepositories(const std::string& passwordFile) : path_(passwordFile + ".repositories") {}
 
     [[nodiscard]] bool knows(const std::string& location) const;
-    // Does nothing when it is known already. A failure is logged.
+    // Does nothing when the repository is already known. A failure is logged.
     void note(const std::string& location, const std::string& repositoryId) const;
 
 private:

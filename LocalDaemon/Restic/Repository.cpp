@@ -23,21 +23,22 @@
 namespace kelvane {
 namespace {
 
-// restic tries for 44 s to read what has gone.
+// Stops restic at its first retry: it retries for 44 s to read a file that was removed.
 constexpr std::chrono::milliseconds noPatience{0};
 
-// It works through the whole repository without a word.
+// A prune goes through the whole repository without printing anything.
 constexpr std::chrono::hours timeToTidyUp{6};
 
-// restic prints the list of all snapshots as one line, with every path that each was asked to save, and those
-// of one snapshot in the first line of its listing. A thousand snapshots of a thousand paths fit.
+// restic prints the list of all snapshots as one line, with every path that each was asked to save, and
+// the paths of one snapshot in the first line of its listing. A thousand snapshots of a thousand paths
+// fit.
 constexpr std::size_t longestAnswer = std::size_t{1} << 28U;
 
-constexpr const char* newKeySuffix = ".kelvane-new"; // as at a repository that is being made
+constexpr const char* newKeySuffix = ".kelvane-new"; // The same suffix as for an unfinished repository.
 
-constexpr std::size_t mostForgotten = 500; // snapshots, in one call
+constexpr std::size_t mostForgotten = 500; // Snapshots in one call.
 
-// As `restic unlock` sees it, which takes no account of other process namespaces.
+// Returns whether `restic unlock` would remove the lock. restic does not consider PID namespaces.
 bool resticWouldRemove(const RepositoryLock& lock) {
     constexpr std::int64_t oldest = std::int64_t{30} * 60; // seconds
     const auto now = std::chrono::system_clock::now().time_since_epoch();
@@ -55,8 +56,7 @@ std::string descriptionOf(const RepositoryLock& lock) {
                       since.data());
 }
 
-// An answer that is not whole must never pass for one that says "nothing": what is known of the backup would
-// be thrown away.
+// Reports an incomplete answer as a failure. Taken for an empty answer, it would discard the index.
 ResticOutcome checked(ResticOutcome outcome, bool isAnswer) {
     if (!outcome.succeeded() || (isAnswer && !outcome.hasLostLine))
         return outcome;
@@ -66,7 +66,7 @@ ResticOutcome checked(ResticOutcome outcome, bool isAnswer) {
     return outcome;
 }
 
-// All lines that it prints, as one text.
+// Collects all printed lines as one text.
 struct Printed {
     ResticOutcome outcome;
     std::string text;
@@ -96,7 +96,7 @@ std::vector<std::string> linesOf(std::string_view text) {
     return lines;
 }
 
-// Nothing on a disk has such a path.
+// Returns whether no file system can have such a path.
 bool isImpossible(std::string_view path) {
     constexpr std::size_t longestName = 65535;
     for (path.remove_prefix(1);; path.remove_prefix(path.find('/') + 1)) {
@@ -169,8 +169,9 @@ Repository::Opening Repository::openWith(const Restic& restic, Making making, co
     return {.outcome = checked(config.outcome, !id.empty()), .id = id, .wasMade = wasMade};
 }
 
-// With a key that nobody has yet restic tells a repository with another key from none. The key gets its name
-// when the repository is there that it opens; a daemon that is killed in between finds both.
+// With a key that opens no repository yet, restic cannot distinguish a repository that has another key
+// from a missing one. The key gets its final name once the repository that it opens exists; a daemon
+// that is killed in between finds both at its next start.
 Repository::Opening Repository::openWithoutKey(Making making, const StopSignal& stop) const {
     RepositoryPlace place = restic_->place();
     const std::string passwordFile = std::exchange(place.passwordFile, place.passwordFile + newKeySuffix);
@@ -191,7 +192,7 @@ Repository::Opening Repository::openWithoutKey(Making making, const StopSignal& 
                          opening.outcome.trouble == ResticTrouble::DiskAway ||
                          opening.outcome.trouble == ResticTrouble::Occupied ||
                          opening.outcome.trouble == ResticTrouble::NoRepository)) {
-        std::filesystem::remove(place.passwordFile, error); // it opens nothing
+        std::filesystem::remove(place.passwordFile, error); // The key opens no repository.
     }
     return opening;
 }
@@ -295,7 +296,7 @@ Repository::Locks Repository::clearStaleLocks(const StopSignal& stop,
     for (const std::string& id : linesOf(list.text)) {
         const Printed text = print(*restic_, {"cat", "lock", id, "--no-lock"}, stop, noPatience);
         auto lock = lockFrom(text.text);
-        // One that cannot be read has most likely gone since, as those of the living do.
+        // A lock that cannot be read was most likely removed in the meantime by a running process.
         areAllKnown = areAllKnown && lock.has_value();
         if (!lock)
             continue;
@@ -316,8 +317,8 @@ Repository::Locks Repository::clearStaleLocks(const StopSignal& stop,
     return {remove(stale, others, areAllKnown, stop), holders};
 }
 
-// In a folder exactly these are removed. Elsewhere only restic can do it, which removes by its own judgement:
-// as long as that would take a lock that must stay, it is not asked.
+// In a local folder, removes exactly these locks. Elsewhere only restic can remove locks, and by its own
+// rules: it is not called while it would also remove a lock that must stay.
 ResticOutcome Repository::remove(const std::vector<RepositoryLock>& locks,
                                  const std::vector<RepositoryLock>& others, bool areAllKnown,
                                  const StopSignal& stop) const {

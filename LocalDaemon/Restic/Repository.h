@@ -14,8 +14,8 @@
 
 namespace kelvane {
 
-// The snapshots of one computer in a repository, which it may share with others: its own are those with its
-// tag. Any thread; everything blocks on restic, half a second at least.
+// The snapshots of one computer in a repository that may be shared with others. The computer's own
+// snapshots are those with its tag. Any thread; every call blocks on restic for at least half a second.
 class Repository {
 public:
     Repository(std::shared_ptr<const Restic> restic, std::uint32_t computerNumber);
@@ -25,56 +25,57 @@ public:
 
     struct Opening {
         ResticOutcome outcome;
-        std::string id; // of the repository, the same for its whole life
+        std::string id; // The id of the repository, which never changes.
         bool wasMade = false;
         bool wasKeyMade = false;
     };
-    // Whether a new repository is made when there is nothing at the place.
+    // Whether `open` creates a repository when there is none.
     enum class Making {
         Never,
-        UnlessDiskIsAway, // an empty mount point is where another repository belongs
+        UnlessDiskIsAway, // Not on an empty mount point, which belongs to another repository.
         Always
     };
-    // Blocks while the remote file system of the repository does not answer, because a restic started now
-    // could not be stopped. After `longestSilence` the outcome is Unreachable.
+    // Blocks while the remote file system of the repository does not respond, because a restic started
+    // now could not be stopped. After `longestSilence` the outcome is Unreachable.
     [[nodiscard]] ResticOutcome waitForAnswer(const StopSignal& stop) const;
-    // Without a password file a new repository gets a new key. A repository that is there already keeps its
-    // own, and the outcome then is that the password is wrong.
+    // Without a password file a new repository gets a new key. An existing repository keeps its own key,
+    // and the outcome then is WrongPassword.
     [[nodiscard]] Opening open(Making making, const StopSignal& stop) const;
 
     struct Listing {
         ResticOutcome outcome;
-        std::vector<Snapshot> snapshots; // this computer's, the first made first
-        // Why some are missing, in restic's words: theirs could not be read. Empty: these are all.
+        std::vector<Snapshot> snapshots; // The snapshots of this computer, oldest first.
+        // restic's reason why some snapshots could not be read. Empty when the list is complete.
         std::string unread;
     };
     [[nodiscard]] Listing snapshots(const StopSignal& stop) const;
 
     struct Contents {
         ResticOutcome outcome;
-        Snapshot snapshot; // `isPartial` is not told
-        // Each folder before what is in it. Nothing of what is neither file, nor folder nor link.
+        Snapshot snapshot; // `isPartial` is not set.
+        // Each folder comes before its contents. Only files, folders and links are included.
         std::vector<SnapshotItem> items;
     };
-    // All that the snapshot holds.
+    // Lists everything in the snapshot.
     [[nodiscard]] Contents list(const std::string& snapshotId, const StopSignal& stop) const;
 
-    // Gives these snapshots one more tag, by which their ids change.
+    // Adds a tag to these snapshots, which changes their ids.
     [[nodiscard]] ResticOutcome addTag(std::string_view tag, const std::vector<std::string>& ids,
                                        const StopSignal& stop) const;
 
-    // Forgets these snapshots and no others.
+    // Forgets exactly these snapshots.
     [[nodiscard]] ResticOutcome forget(const std::vector<std::string>& ids, const StopSignal& stop) const;
-    // Removes what no snapshot holds any more, which may take hours, in which nobody else can be at work in
-    // the repository. It may be stopped at any time.
+    // Removes data that no snapshot needs any more. This may take hours, during which nobody else can
+    // use the repository. It may be stopped at any time.
     [[nodiscard]] ResticOutcome prune(const StopSignal& stop) const;
 
     struct Locks {
         ResticOutcome outcome;
-        std::string holders; // who holds those that stay, a line each, for people; empty: nobody
+        // The holders of the remaining locks, one per line, for the user. Empty when no lock remains.
+        std::string holders;
     };
-    // Removes the locks of this daemon's own dead processes, and those that were not renewed for half an hour
-    // since this process first saw them.
+    // Removes the locks of this daemon's own dead processes, and locks that were not renewed for half an
+    // hour since this process first saw them.
     [[nodiscard]] Locks
     clearStaleLocks(const StopSignal& stop,
                     std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now()) const;

@@ -10,13 +10,13 @@
 namespace kelvane {
 namespace {
 
-// A slow line and a large part.
+// Allows for a slow connection and a large part.
 constexpr std::chrono::hours timeToRead{12};
-// restic tries for 44 s to read what is not there.
+// restic retries for 44 s to read a missing file.
 constexpr std::chrono::minutes patienceWithRetries{2};
-// In one call: each walks through all folders of all snapshots.
+// Per call, since each call walks all folders of all snapshots.
 constexpr std::size_t mostLocated = 2000;
-constexpr unsigned mostRounds = 20; // of searches
+constexpr unsigned mostRounds = 20; // Rounds of searches.
 constexpr std::size_t longestFound = std::size_t{1} << 26U;
 constexpr std::size_t idLength = 64;
 
@@ -38,7 +38,7 @@ void insertIfAny(std::set<std::string>& ids, std::string_view id) {
         ids.emplace(id);
 }
 
-// restic says so in the middle of its answer, on lines of two kinds.
+// restic reports an unreadable snapshot within its answer, on lines of two kinds.
 constexpr std::string_view unreadableMark = " ... which belongs to snapshot ";
 std::string_view withoutComplaint(std::string_view line) {
     constexpr std::string_view mark = "Unable to load tree ";
@@ -53,7 +53,8 @@ bool isVerdict(const CheckReport& report) {
 
 } // namespace
 
-// The forms of restic 0.14. A file's name may stand in a line, in quotes and before the blob's id.
+// Parses the messages of restic 0.14. A line may contain a file's name, in quotes and before the blob's
+// id.
 void takeCheckLine(CheckReport& report, std::string_view line) {
     if (line.starts_with("Fatal: repository contains errors"))
         report.hasErrors = true;
@@ -75,7 +76,7 @@ void takeCheckLine(CheckReport& report, std::string_view line) {
     else if (line.starts_with("  tree ") && line.ends_with(" not found in index"))
         insertIfAny(report.missingBlobs, idAfter(line.substr(line.rfind('"') + 1), " blob "));
     else if (line.starts_with("  id ") && line.ends_with(" not found in repository"))
-        insertIfAny(report.missingBlobs, idAfter(line, "id ")); // a folder's
+        insertIfAny(report.missingBlobs, idAfter(line, "id ")); // A blob of a folder.
 }
 
 CheckReport RepositoryCheck::structure(Source source, const StopSignal& stop) const {
@@ -88,8 +89,8 @@ CheckReport RepositoryCheck::contents(unsigned part, unsigned parts, const StopS
     return check({"--read-data-subset", std::to_string(part) + '/' + std::to_string(parts)}, stop);
 }
 
-// Without a lock, so that nobody is held up; who removes something at that moment makes it see errors that
-// are none, and whoever acts on errors makes sure of them.
+// Runs without a lock, so that nobody is blocked. When somebody removes something at the same time, it
+// reports false errors; callers confirm errors before they act on them.
 CheckReport RepositoryCheck::check(std::vector<std::string> arguments, const StopSignal& stop) const {
     CheckReport report;
     Restic::Call call;
@@ -123,9 +124,9 @@ RepositoryCheck::Located RepositoryCheck::locate(const CheckReport& report, Snap
                           packCount > mostLocated || report.missingBlobs.size() > mostLocated;
     if (damage.isEverything)
         return located;
-    // restic passes over a folder in which it has found nothing, even if it could not read one below it: of
-    // snapshots that share such a folder it names one.
-    std::vector<std::string> left; // to be searched; empty: all
+    // restic skips a folder in which it found nothing, even if it could not read a subfolder: of
+    // snapshots that share such a folder it names only one.
+    std::vector<std::string> left; // Snapshots that remain to be searched; empty means all.
     for (unsigned round = 1;; ++round) {
         const std::size_t unreadable = damage.snapshots.size();
         located.outcome = search(report, snapshots, left, damage, stop);
@@ -143,7 +144,7 @@ RepositoryCheck::Located RepositoryCheck::locate(const CheckReport& report, Snap
         if (left.empty())
             break;
     }
-    if (located.outcome.trouble == ResticTrouble::Failed) { // over a pack that is cut off, for one
+    if (located.outcome.trouble == ResticTrouble::Failed) { // For example over a truncated pack.
         logWarning("Cannot tell which files are damaged: %@", reasonOf(located.outcome));
         located.outcome = {};
         damage.isEverything = true;
@@ -154,8 +155,9 @@ RepositoryCheck::Located RepositoryCheck::locate(const CheckReport& report, Snap
 ResticOutcome RepositoryCheck::search(const CheckReport& report, Snapshots snapshots,
                                       const std::vector<std::string>& in, Damage& damage,
                                       const StopSignal& stop) const {
-    // Packs of folders are found by reading the folders from the repository: restic does not search for
-    // them, and its cache has them whole. What is missing it would try to read for a long time.
+    // Packs of folders are found by reading the folders from the repository, since restic does not
+    // search for them and its cache has them undamaged. restic would retry for a long time to read
+    // missing ones.
     const bool isReadAnew = !report.damagedPacks.empty() && report.missingPacks.empty();
     const struct {
         const char* kind;
@@ -225,7 +227,7 @@ RepositoryCheck::Packs RepositoryCheck::present(const std::set<std::string>& pac
     return found;
 }
 
-// A pack's name is the checksum of its contents, which restic compares.
+// A pack is named by the checksum of its contents, which restic verifies.
 RepositoryCheck::Packs RepositoryCheck::damaged(const std::set<std::string>& packs,
                                                 const StopSignal& stop) const {
     Packs found;
@@ -263,7 +265,7 @@ RepositoryCheck::Packs RepositoryCheck::neededByOthers(const std::set<std::strin
     return needed;
 }
 
-// restic does not say in which of several packs it has found something: they are halved until it is known.
+// restic does not report in which of several packs it found something, so the set of packs is bisected.
 ResticOutcome RepositoryCheck::addNeeded(const std::set<std::string>& packs, const std::vector<Snapshot>& own,
                                          std::set<std::string>& needed, const StopSignal& stop) const {
     const auto isOwn = [&own](const std::string& id) {
@@ -304,7 +306,7 @@ std::string RepositoryCheck::setAside(const std::set<std::string>& packs) const 
         const fs::path from = folder / "data" / pack.substr(0, 2) / pack;
         fs::rename(from, folder / "damaged" / pack, error);
         if (error == std::errc::no_such_file_or_directory)
-            continue; // it is there already, or was pruned
+            continue; // The pack has been set aside already, or was pruned.
         if (error)
             return from.string() + ": " + error.message();
         logNotice("Damaged pack file set aside: %@", (folder / "damaged" / pack).string());

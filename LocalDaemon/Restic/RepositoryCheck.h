@@ -9,34 +9,35 @@
 
 namespace kelvane {
 
-// What `restic check` has said.
+// The findings of `restic check`.
 struct CheckReport {
-    ResticOutcome outcome; // not succeeded: it could not find out
+    ResticOutcome outcome; // When it did not succeed, the state of the repository is unknown.
     std::set<std::string> missingPacks;
-    std::set<std::string> damagedPacks; // files that are there, with other contents
-    std::set<std::string> unknownPacks; // files that are there, and no index names them
-    std::set<std::string> missingBlobs; // in no pack that the index knows
-    std::set<std::string> snapshots;    // that cannot be read, the beginnings of their ids
+    std::set<std::string> damagedPacks; // Existing files with wrong contents.
+    std::set<std::string> unknownPacks; // Existing files that no index lists.
+    std::set<std::string> missingBlobs; // Blobs in no pack that the index lists.
+    std::set<std::string> snapshots;    // Prefixes of the ids of unreadable snapshots.
     bool isIndexDamaged = false;
     bool hasErrors = false;
 };
 
-// Takes one line that restic prints.
+// Adds the finding in one line that restic printed.
 void takeCheckLine(CheckReport& report, std::string_view line);
 
-// Looks whether a repository can give back what is in it, and makes room for storing again what it cannot.
+// Checks whether a repository can return its contents, and prepares it for storing damaged data again.
 // Any thread; blocks on restic.
 class RepositoryCheck {
 public:
     explicit RepositoryCheck(const Repository& repository) : repository_(repository) {}
 
     enum class Source {
-        Cache,     // folders are read from restic's cache, which is quick
-        Repository // everything is read from the repository itself
+        Cache,     // Reads folders from restic's cache, which is fast.
+        Repository // Reads everything from the repository itself.
     };
-    // That every pack is there in its full length, and that every file of every snapshot has its blobs.
+    // Checks that every pack exists in its full size, and that every file of every snapshot has its
+    // blobs.
     [[nodiscard]] CheckReport structure(Source source, const StopSignal& stop) const;
-    // The same, and reads the packs of one part of `parts`, at most 256.
+    // Checks the structure and reads the packs of one of `parts` parts; at most 256 parts.
     [[nodiscard]] CheckReport contents(unsigned part, unsigned parts, const StopSignal& stop) const;
 
     struct Located {
@@ -52,27 +53,27 @@ public:
         ResticOutcome outcome;
         std::set<std::string> ids;
     };
-    // Those of `packs` whose files are in the repository.
+    // Returns the `packs` whose files exist in the repository.
     [[nodiscard]] Packs present(const std::set<std::string>& packs, const StopSignal& stop) const;
-    // Those of `packs` that hold other contents than was written, or cannot be read.
+    // Returns the `packs` with wrong contents, and those that cannot be read.
     [[nodiscard]] Packs damaged(const std::set<std::string>& packs, const StopSignal& stop) const;
 
-    // Those of `packs` that snapshots of others in the repository need as well, or of which nobody can tell:
-    // some of their snapshots cannot be read.
+    // Returns the `packs` that the snapshots of other computers need as well, or may need because some
+    // of those snapshots cannot be read.
     [[nodiscard]] Packs neededByOthers(const std::set<std::string>& packs, const StopSignal& stop) const;
 
-    // Whether the packs can be moved out of the way: in a folder they can.
+    // Returns whether packs can be set aside: only if the repository is a local folder.
     [[nodiscard]] bool canSetAside() const;
-    // Moves packs to the folder "damaged" in the repository, which restic does not look at. Returns why it
-    // failed; empty: it did not.
+    // Moves packs to the folder "damaged" in the repository, which restic ignores. Returns the reason of
+    // a failure, empty on success.
     [[nodiscard]] std::string setAside(const std::set<std::string>& packs) const;
-    // Makes the index name the packs that are in the repository: takes in those that it does not name, and
-    // drops those that are not there. One that comes back later is taken in again by the next call.
+    // Rebuilds the index from the existing packs: adds those that it does not list and drops missing
+    // ones. The next call adds a pack that has come back.
     [[nodiscard]] ResticOutcome renewIndex(const StopSignal& stop) const;
 
 private:
     [[nodiscard]] CheckReport check(std::vector<std::string> arguments, const StopSignal& stop) const;
-    // In these snapshots; of none: in all.
+    // An empty list of snapshots means all.
     [[nodiscard]] ResticOutcome search(const CheckReport& report, Snapshots snapshots,
                                        const std::vector<std::string>& in, Damage& damage,
                                        const StopSignal& stop) const;

@@ -22,10 +22,10 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* lostAndFound = "lost+found";
-constexpr std::string_view unfinished = ".kelvane-new"; // and a number
+constexpr std::string_view unfinished = ".kelvane-new"; // Followed by a number.
 constexpr const char* noteName = "/unfinished-repository";
 constexpr std::size_t longestNote = 4096;
-constexpr const char* config = "config"; // restic looks for it to tell whether there is a repository
+constexpr const char* config = "config"; // restic looks for this file to detect a repository.
 
 ResticOutcome failed(const std::string& path, const std::error_code& error) {
     return {.trouble = ResticTrouble::Failed, .errors = path + ": " + error.message()};
@@ -37,8 +37,8 @@ ResticOutcome initialize(const Restic& restic, const StopSignal& stop) {
     return restic.run(call, stop);
 }
 
-// A folder of a name that nobody has, which goes with all that is in it unless it gets another name. One that
-// a killed daemon has left is known by a note in the folder of the cache, and goes when the next is made.
+// A folder with an unused name that is removed with its contents unless it is renamed. A note in the
+// cache folder names it, so that the next one that is made removes a folder left by a killed daemon.
 class UnfinishedFolder {
 public:
     UnfinishedFolder(const RepositoryPlace& place, const std::string& beginning)
@@ -74,7 +74,7 @@ private:
     std::error_code failure_;
 };
 
-// Beside the folder, which is not there yet.
+// Creates the repository beside the folder, which does not exist yet, and renames it.
 ResticOutcome makeBeside(RepositoryPlace place, const std::string& folder, const StopSignal& stop) {
     std::error_code error;
     if (const std::string around(folderOf(folder)); !ensureFolder(around))
@@ -89,7 +89,8 @@ ResticOutcome makeBeside(RepositoryPlace place, const std::string& folder, const
     return error ? failed(made.path(), error) : outcome;
 }
 
-// The folder may be a mount point, or stand where nothing can be made beside it.
+// Creates the repository in an existing folder, which may be a mount point or have a parent that is not
+// writable.
 ResticOutcome makeInside(RepositoryPlace place, const std::string& folder, const StopSignal& stop) {
     const UnfinishedFolder made(place, folder + '/');
     if (made.failure())

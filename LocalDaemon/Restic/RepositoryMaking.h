@@ -6,14 +6,14 @@
 
 namespace kelvane {
 
-// Whether anything stands in the folder that a repository made there would mix with, or whether nobody can
-// tell. What mkfs makes, and what may be left of a making that was cut off, does not count. False when there
-// is no such folder. Blocks on the disk.
+// Returns whether the folder contains files that a new repository would mix with, or cannot be read.
+// Files made by mkfs and remains of an interrupted creation do not count. False when there is no such
+// folder. Blocks on the disk.
 [[nodiscard]] bool isOccupied(const std::string& folder);
 
-// Makes the repository. restic writes the key before what only that opens, so that one whose making is cut
-// off opens for nobody: in a folder of this machine it comes whole or not at all. Nothing is ever made in an
-// occupied folder (ResticTrouble::Occupied).
+// Creates the repository. restic writes the key first, so that nobody can open a repository whose
+// creation was interrupted; in a local folder the repository appears complete or not at all. Nothing is
+// ever created in an occupied folder (ResticTrouble::Occupied).
 [[nodiscard]] ResticOutcome makeRepository(const Restic& restic, const StopSignal& stop);
 
 } // namespace kelvane

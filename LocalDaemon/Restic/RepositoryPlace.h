@@ -5,30 +5,31 @@
 
 namespace kelvane {
 
-// Where the backup is kept, and what it takes to get there.
+// The location of the repository and the credentials for it.
 struct RepositoryPlace {
-    std::string location; // a folder, or whatever else restic takes; may hold a password
+    std::string location; // A folder, or any other location that restic accepts; may contain a password.
     std::string passwordFile;
     std::string cacheFolder;
-    std::map<std::string, std::string> environment = {}; // more variables for restic: a service's keys
+    // Additional environment variables for restic, such as access keys of a service.
+    std::map<std::string, std::string> environment = {};
     std::string program = "restic";
 };
 
-// A location without the scheme that restic may have in front of a folder, "local:".
+// Returns the location without the scheme "local:", which restic allows before a folder.
 [[nodiscard]] std::string withoutScheme(const std::string& location);
 
-// The folder of a repository that is one on this machine; empty: it is elsewhere.
+// Returns the folder of a local repository, empty for any other.
 [[nodiscard]] std::string localFolderOf(const std::string& location);
 
-// The text without the names and passwords that the location may contain.
+// Returns the text without user names and passwords that the location contains.
 [[nodiscard]] std::string withoutCredentials(const std::string& location, std::string text);
 
-// The location for people, without any secret: of a folder on a disk the name of the disk, and the folder.
-// Does not access the disk.
+// Returns the location for the user, without secrets: for a folder on a removable disk the disk's name
+// and the folder. Does not access the disk.
 [[nodiscard]] std::string destinationText(const std::string& location);
 
-// Makes a file with a random key, which only its owner may read, unless there is a file. Returns why it could
-// not be made; empty when it stands. `isNew` says whether it was made.
+// Creates a file with a random key that only its owner may read, unless the file exists. Returns the
+// reason of a failure, empty on success. `isNew` is set to whether the file was created.
 [[nodiscard]] std::string ensurePasswordFile(const std::string& path, bool& isNew);
 
 } // namespace kelvane

@@ -17,8 +17,8 @@ constexpr std::string_view noLock = "--no-lock";
 constexpr std::string_view noCache = "--no-cache";
 constexpr int someFilesUnread = 3;
 constexpr std::string_view statusLinesPerSecond = "2";
-// MiB, the least that restic takes instead of its 16: what is on its way counts as done only when a whole
-// pack has arrived, and is sent again when the way breaks off.
+// In MiB; the smallest size that restic accepts (default: 16). An upload counts as done only once a
+// whole pack has arrived, and is repeated when the connection is lost.
 constexpr std::string_view packSize = "4";
 
 constexpr std::chrono::milliseconds blockageCheckInterval(5000);
@@ -31,7 +31,7 @@ struct KnownText {
     std::string_view text;
     ResticTrouble trouble;
 };
-// In this order: a lost network also makes restic ask whether there is a repository.
+// The order matters: without a network restic also asks whether there is a repository.
 constexpr KnownText knownTexts[] = {
     {"wrong password or no key found", ResticTrouble::WrongPassword},
     {"Resolving password failed", ResticTrouble::WrongPassword},
@@ -47,7 +47,7 @@ constexpr KnownText knownTexts[] = {
     {" timeout", ResticTrouble::Unreachable},
     {"timed out", ResticTrouble::Unreachable},
     {"deadline exceeded", ResticTrouble::Unreachable},
-    {"input/output error", ResticTrouble::Unreachable}, // a disk that is pulled out, or dying
+    {"input/output error", ResticTrouble::Unreachable}, // A disk that was unplugged, or is failing.
     {"no such device", ResticTrouble::Unreachable},
     {"stale NFS file handle", ResticTrouble::Unreachable},
     {"transport endpoint is not connected", ResticTrouble::Unreachable},
@@ -56,7 +56,8 @@ constexpr KnownText knownTexts[] = {
     {"Is there a repository at the following location?", ResticTrouble::NoRepository},
 };
 
-constexpr std::string_view lockMarks[] = {"Save(<lock/", "/locks/"}; // the second where it does not try again
+// The second when restic does not retry.
+constexpr std::string_view lockMarks[] = {"Save(<lock/", "/locks/"};
 constexpr std::string_view refusals[] = {"permission denied",
                                          "Permission denied",
                                          "operation not permitted",
@@ -71,7 +72,7 @@ constexpr std::string_view damageMarks[] = {"invalid data returned", "ciphertext
                                             "hash does not match"};
 constexpr std::string_view unreadMarks[] = {"could not load snapshot", "Ignoring "};
 
-// A line that tells of a file of the user, whose name may be anything.
+// The beginnings of lines that contain the name of a user's file, which may be any text.
 constexpr std::string_view beginningsWithNames[] = {"ignoring error for ", "error: ", "{"};
 
 std::string_view takeLine(std::string_view& text) {
@@ -111,7 +112,7 @@ ResticTrouble troubleOf(const ChildOutcome& child, bool isStopped) {
     case ChildOutcome::End::Crashed:
     case ChildOutcome::End::NotStarted: return ResticTrouble::Failed;
     }
-    // What is at work when it hears of an interrupt may end as if it were done.
+    // An operation that is interrupted may exit as if it were complete.
     if (child.status == 0 && tellsOfInterrupt(child.errors))
         return isStopped ? ResticTrouble::Stopped : ResticTrouble::Failed;
     if (child.status == 0 || child.status == someFilesUnread)
@@ -124,12 +125,12 @@ bool holdsOneOf(std::string_view text, std::span<const std::string_view> marks) 
         marks, [text](std::string_view mark) { return text.find(mark) != std::string_view::npos; });
 }
 
-// Why restic, with a repository in this folder, is stuck in a way that SIGINT cannot end; empty when it is
-// not.
+// Returns the reason why a restic with a repository in this folder is blocked in a way that SIGINT
+// cannot end; empty when it is not blocked.
 std::string blockageOf(pid_t restic, const std::string& folder) {
     if (std::string silence = silenceAround(folder, longestSilence); !silence.empty())
         return silence;
-    // restic leaves pipes out, but opens one that has just replaced a file, and would wait for ever.
+    // restic skips pipes, but opens one that has just replaced a file, and would block for ever.
     return isOpeningPipe(restic) ? "A named pipe has taken the place of a file." : "";
 }
 
@@ -145,8 +146,8 @@ ResticTrouble troubleSaidIn(std::string_view errors) {
     return known == std::end(knownTexts) ? ResticTrouble::Failed : known->trouble;
 }
 
-// "Fatal: " and why, with advice in further lines; else why, and the places in its program in pairs of lines,
-// the second of which is indented.
+// Finds "Fatal: " and its reason, followed by lines of advice; otherwise the reason before a stack
+// trace, whose lines come in pairs of which the second is indented.
 std::string lastWordIn(std::string_view errors) {
     std::string_view last;
     std::string_view before;
@@ -165,7 +166,7 @@ std::string lastWordIn(std::string_view errors) {
     return std::string(last);
 }
 
-// restic reports unreadable files as lines of JSON; those have an alert of their own.
+// restic reports unreadable files as lines of JSON; these have an alert of their own.
 std::string reasonOf(const ResticOutcome& outcome) {
     std::string reason;
     std::istringstream lines(outcome.errors);
@@ -177,7 +178,7 @@ std::string reasonOf(const ResticOutcome& outcome) {
 
 Restic::Restic(RepositoryPlace place, std::shared_ptr<ResticProcesses> processes)
     : place_(std::move(place)), processes_(std::move(processes)) {
-    // restic writes times with their offset from UTC, of which it forgets the seconds.
+    // restic writes times with their offset from UTC and drops the seconds of the offset.
     environment_ = {"TZ=UTC",
                     "RESTIC_REPOSITORY=" + place_.location,
                     "RESTIC_PASSWORD_FILE=" + place_.passwordFile,
@@ -232,9 +233,10 @@ ResticOutcome Restic::run(const Call& call, const StopSignal& stop) const {
     return outcome;
 }
 
-// A damaged file in the cache, or a folder in its place, has the effects of one in the repository: restic
-// fails, or goes on without a snapshot that it cannot load. What has answered already the caller would have
-// twice, which only these two bear; `check` makes a cache of its own.
+// A damaged file in the cache, or a folder in its place, has the same effects as damage in the
+// repository: restic fails, or continues without a snapshot that it cannot load. The call may be
+// repeated only if the caller accepts output twice or has received none; `check` uses a cache of its
+// own.
 bool Restic::mayBeCacheDamage(const Call& call, const ChildOutcome& child, ResticTrouble trouble,
                               bool hasAnswered) const {
     const std::string& command = call.arguments.front();
@@ -280,7 +282,7 @@ ChildSupervision supervisionOf(const Restic::Call& call) {
 ChildOutcome Restic::runOnce(const Call& call, bool takesLock, const StopSignal& stop) const {
     ChildCommand command{.arguments = {place_.program},
                          .environment = environment_,
-                         .withheldVariables = "RESTIC_", // a person's own for other repositories
+                         .withheldVariables = "RESTIC_", // The user's own settings for other repositories.
                          .hasLowerPriority = call.hasLowerPriority,
                          .ignoresReadOnlyModes = call.ignoresReadOnlyModes};
     command.arguments.insert(command.arguments.end(), call.arguments.begin(), call.arguments.end());

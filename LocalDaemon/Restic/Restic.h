@@ -11,38 +11,38 @@ namespace kelvane {
 
 class ResticProcesses;
 
-// Why a call of restic came to nothing, as far as the daemon has something to do about it.
+// The reason why a call of restic failed, as far as the daemon handles it separately.
 enum class ResticTrouble {
     None,
-    Stopped,       // by us
-    NoRepository,  // there is nothing at the place, or the place itself is not there
-    DiskAway,      // there is nothing, and a disk that belongs there is not mounted
-    Occupied,      // the folder holds something that is no whole repository
-    Unreachable,   // nobody answers
-    NoNetwork,     // not even the way there
-    WrongPassword, // or the password file cannot be read
-    Locked,        // somebody else is at work in it
-    Failed,        // anything else
+    Stopped,       // Stopped by the daemon.
+    NoRepository,  // There is no repository at the location, or the location does not exist.
+    DiskAway,      // There is no repository, and the disk that belongs there is not mounted.
+    Occupied,      // The folder contains files that are no complete repository.
+    Unreachable,   // The server does not respond.
+    NoNetwork,     // The network is down.
+    WrongPassword, // The password is wrong, or its file cannot be read.
+    Locked,        // Another process has locked the repository.
+    Failed,        // Any other error.
 };
 
 struct ResticOutcome {
     ResticTrouble trouble = ResticTrouble::None;
-    bool isIncomplete = false;    // a snapshot was made, but some files could not be read
-    std::string errors = {};      // the end of what restic said, in which no secret stands
-    bool hasLostLine = false;     // it printed one that was longer than the call takes
-    bool wasCacheDamaged = false; // and has been removed
+    bool isIncomplete = false;    // A snapshot was made, but some files could not be read.
+    std::string errors = {};      // The last part of restic's error output, without secrets.
+    bool hasLostLine = false;     // A line was dropped because it was longer than the call allows.
+    bool wasCacheDamaged = false; // The cache was damaged and has been removed.
 
     [[nodiscard]] bool succeeded() const { return trouble == ResticTrouble::None; }
 };
 
-// For whoever reads the log or the alert; never empty.
+// Returns the reason for the log or an alert; never empty.
 [[nodiscard]] std::string reasonOf(const ResticOutcome& outcome);
 
-// restic as a program. Secrets go through its environment and files, never through its arguments. Any thread,
-// also several at once; a call blocks its thread until restic has ended.
+// Runs restic. Secrets are passed in its environment and in files, never as arguments. Any thread, also
+// several at once; a call blocks its thread until restic has exited.
 class Restic {
 public:
-    // `processes` is told of each process that may lock the repository.
+    // Each process that may lock the repository is recorded in `processes`.
     explicit Restic(RepositoryPlace place, std::shared_ptr<ResticProcesses> processes = nullptr);
 
     struct Call {
@@ -50,37 +50,39 @@ public:
         std::string input;
         std::function<bool(std::string_view)> onLine = [](std::string_view) { return true; };
         std::function<void(std::string_view)> onErrorLine = [](std::string_view) {};
-        // Forgets what `onLine` has had, since all of it comes once more. Without it a call is repeated only
-        // as long as there was nothing.
+        // Discards everything passed to `onLine` so far, since the call is repeated. Without this
+        // function a call is repeated only if it has printed nothing.
         std::function<void()> onRepeat = {};
-        bool hasBinaryOutput = false;                    // handed to `onLine` as it comes
-        std::size_t longestLine = std::size_t{1} << 20U; // bytes; a longer one is left out
-        // restic tries an unreachable place again and again for a quarter of an hour; nobody waits that long.
+        bool hasBinaryOutput = false;                    // Output is passed to `onLine` as it arrives.
+        std::size_t longestLine = std::size_t{1} << 20U; // In bytes; a longer line is dropped.
+        // Stops a call that makes no progress for this long. restic itself retries an unreachable
+        // location for a quarter of an hour.
         std::chrono::milliseconds patience = std::chrono::minutes(2);
-        // The same from when it has said that it tries something again, if that is sooner.
+        // Stops a call that makes no progress for this long after restic has reported its first retry.
         std::chrono::milliseconds patienceWithRetries = std::chrono::minutes(2);
-        std::chrono::milliseconds grace = std::chrono::seconds(10); // that it has to end when it is stopped
-        // Called on the calling thread while restic runs, each time after this interval. False: it is
-        // stopped.
+        std::chrono::milliseconds grace = std::chrono::seconds(10); // The time to exit after it was stopped.
+        // Called on the calling thread while restic runs, each time after this interval. Returns false
+        // to stop it.
         std::function<bool()> onTick = [] { return true; };
         std::chrono::milliseconds tickInterval = std::chrono::seconds(5);
         bool hasLowerPriority = false;
-        // A lock is for what others may remove meanwhile. Where none can be made, on a disk that is full or
-        // must not be written to, the call is made without one: little is removed there, and a restore that
-        // meets it fails and says so.
+        // The lock protects against others that remove data. Where no lock can be made, on a full or
+        // read-only disk, the call runs without one: data is rarely removed there, and a restore that
+        // misses data reports it.
         bool takesLockIfPossible = false;
-        // As in ChildCommand: restic sets extended attributes after the mode, and says nothing of those that
-        // a mode has kept it from.
+        // As in ChildCommand. restic sets extended attributes after the mode, and does not report those
+        // that a read-only mode prevented.
         bool ignoresReadOnlyModes = false;
     };
     [[nodiscard]] ResticOutcome run(const Call& call, const StopSignal& stop) const;
 
-    // What is in it, restic fetches again.
+    // restic fetches the cache's contents again when it needs them.
     void removeCache() const;
 
     [[nodiscard]] const RepositoryPlace& place() const { return place_; }
-    [[nodiscard]] ResticProcesses* processes() const { return processes_.get(); } // may be null
-    // For the log: the name and password that may stand in the location are left out.
+    // Null when processes are not recorded.
+    [[nodiscard]] ResticProcesses* processes() const { return processes_.get(); }
+    // Removes the user name and password that the location may contain, for the log.
     [[nodiscard]] std::string withoutSecrets(std::string text) const;
 
 private:
@@ -93,27 +95,29 @@ private:
     std::vector<std::string> environment_;
 };
 
-// Reads what restic has said on standard error: its own words, not the names of files of which it may tell.
-[[nodiscard]] ResticTrouble troubleSaidIn(std::string_view errors); // Failed when it is none that is known
-// The line that says why it ended, without what leads to it. Empty when it has said nothing.
+// Classifies restic's error output by its own messages; names of files in it are ignored. Returns Failed
+// for an unknown message.
+[[nodiscard]] ResticTrouble troubleSaidIn(std::string_view errors);
+// Returns the line that says why restic exited, without its prefix. Empty when it printed nothing.
 [[nodiscard]] std::string lastWordIn(std::string_view errors);
 
-// A line of its errors that says that the place does not take its lock, which it will try for a while.
+// Returns whether restic reports that the location refuses its lock, which it then retries for a while.
 [[nodiscard]] bool tellsOfRefusedLock(std::string_view errorLine);
 
-// Whether restic skipped a snapshot that it could not load. It may have exited with 0 all the same.
+// Returns whether restic skipped a snapshot that it could not load. It may have exited with 0 all the
+// same.
 [[nodiscard]] bool tellsOfUnreadSnapshot(std::string_view errors);
 
-// A line of its errors that says that it could not get something through and tries that again.
+// Returns whether restic reports that it retries a failed operation.
 [[nodiscard]] bool tellsOfRetry(std::string_view errorLine);
 
-// A remote file system that has not answered for this long counts as unreachable.
+// A remote file system that has not responded for this long counts as unreachable.
 inline constexpr std::chrono::seconds longestSilence(30);
-// The message for a folder whose remote file system has not answered for `longest`. Empty when it has
-// answered, or when the folder is on a local disk.
+// Returns the message for a folder whose remote file system has not responded for `longest`. Empty when
+// it has responded, or when the folder is on a local disk.
 [[nodiscard]] std::string silenceAround(const std::string& folder, std::chrono::milliseconds longest);
 
-// A name as restic's patterns (`--include`, `--exclude`) take it literally.
+// Returns the path as a pattern for `--include` or `--exclude` that matches it literally.
 [[nodiscard]] std::string escapedForPattern(std::string_view path);
 
 } // namespace kelvane

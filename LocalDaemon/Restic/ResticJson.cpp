@@ -14,7 +14,7 @@ namespace {
 using Json = nlohmann::json;
 
 constexpr std::size_t decimals = 9;
-// A mode as restic writes it has these bits in other places.
+// restic writes these mode bits in other positions.
 constexpr std::pair<std::uint32_t, std::uint16_t> modeBits[] = {
     {1U << 23U, S_ISUID}, {1U << 22U, S_ISGID}, {1U << 20U, S_ISVTX}};
 
@@ -22,7 +22,7 @@ Json parsed(std::string_view text) {
     return Json::parse(text.begin(), text.end(), nullptr, false);
 }
 
-// Null when it is no object or has no such entry.
+// Returns null when it is no object or has no such entry.
 const Json* entryOf(const Json& object, const char* key) {
     if (!object.is_object())
         return nullptr;
@@ -44,7 +44,7 @@ FileTime timeOf(const Json& object, const char* key) {
     return timeFrom(textOf(object, key)).value_or(FileTime());
 }
 
-// The number that stands at the front in exactly so many digits, which are taken away.
+// Parses a number of exactly so many digits at the beginning of the text, and removes it from the text.
 std::optional<int> takeNumber(std::string_view& text, std::size_t digits) {
     int number = 0;
     if (text.size() < digits)
@@ -63,7 +63,7 @@ bool take(std::string_view& text, char wanted) {
     return true;
 }
 
-// "2025-01-02T03:04:05" in seconds since 1970.
+// Parses "2025-01-02T03:04:05" into seconds since 1970.
 std::optional<std::int64_t> takeSeconds(std::string_view& text) {
     constexpr std::array<std::pair<std::size_t, char>, 6> fields{
         {{4, '-'}, {2, '-'}, {2, 'T'}, {2, ':'}, {2, ':'}, {2, '\0'}}};
@@ -97,7 +97,7 @@ std::uint32_t takeDecimals(std::string_view& text) {
     return nanoseconds;
 }
 
-// East of Greenwich, in seconds.
+// Parses the offset from UTC in seconds, positive east of Greenwich.
 std::optional<std::int64_t> takeOffset(std::string_view& text) {
     if (take(text, 'Z'))
         return 0;

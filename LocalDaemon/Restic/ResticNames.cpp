@@ -14,7 +14,7 @@ namespace {
 constexpr std::string_view replacement = "\xEF\xBF\xBD";
 constexpr std::size_t longestCharacter = 4;
 
-// What in the folder looks like this in JSON.
+// Adds the entries of the folder whose name looks like this in JSON.
 void addMatches(std::vector<std::string>& paths, const std::string& folder, const std::string& nameInJson) {
     std::error_code error;
     std::filesystem::directory_iterator entry(folder, error);

@@ -9,35 +9,36 @@
 
 namespace kelvane {
 
-// restic's JSON has U+FFFD for each byte of a name that is not UTF-8, so that several names may look alike in
-// it. Its plain listing and the disk have the names themselves.
+// In restic's JSON, U+FFFD replaces each byte of a name that is not UTF-8, so several names may look
+// alike in it. restic's plain listing has the original names.
 
-// As restic's JSON has it.
+// Returns the name as restic's JSON has it.
 [[nodiscard]] std::string nameInResticJson(std::string_view name);
-// Whether bytes may have been lost.
+// Returns whether the name may have lost bytes in JSON.
 [[nodiscard]] bool mayHaveLostBytes(std::string_view nameInJson);
 
-// What is on the disk at a path of restic's JSON: several when their names look alike there, none when it has
-// gone. Blocks on the disk.
+// Returns what exists on the disk at a path of restic's JSON: several paths when their names look alike
+// in JSON, none when it was deleted. Blocks on the disk.
 [[nodiscard]] std::vector<std::string> pathsOnDisk(const std::string& pathInJson);
 
-// Corrects the paths of a listing in JSON, line by line, from the plain listing of the same snapshot. Both
-// come in the same order.
+// Corrects the paths of a JSON listing line by line from the plain listing of the same snapshot. Both
+// have the same order.
 class PlainListing {
 public:
-    // `headerLines` is how many lines stand before the first path. `items` are all that JSON lists.
+    // `headerLines` is the number of lines before the first path. `items` is everything that the JSON
+    // listing has.
     PlainListing(std::vector<SnapshotItem>& items, std::size_t headerLines)
         : items_(items), headerLines_(headerLines) {}
 
     void take(std::string_view line);
-    // Whether both listings hold the same.
+    // Returns whether both listings have the same items.
     [[nodiscard]] bool isWhole() const { return isSame_ && next_ == items_.size(); }
 
 private:
     std::vector<SnapshotItem>& items_;
     std::size_t headerLines_;
     std::size_t next_ = 0;
-    std::string path_; // of the next one, as far as its lines have come: a name may hold line breaks
+    std::string path_; // The lines read so far of the next path, since a name may contain line breaks.
     std::size_t lineCount_ = 0;
     bool isSame_ = true;
 };

@@ -20,19 +20,19 @@ namespace kelvane {
 namespace {
 
 constexpr std::size_t largestFile = std::size_t{1} << 20U;
-constexpr std::size_t mostKept = 200;     // processes
-constexpr std::size_t mostSeen = 1000;    // locks of others
-constexpr std::int64_t roundingError = 2; // seconds: times are kept whole
-// restic renews its lock every five minutes, and takes one for abandoned after thirty.
+constexpr std::size_t mostKept = 200;     // Processes kept in the file.
+constexpr std::size_t mostSeen = 1000;    // Locks of others.
+constexpr std::int64_t roundingError = 2; // In seconds, since times are kept in whole seconds.
+// restic renews its lock every five minutes, and considers a lock abandoned after thirty.
 constexpr std::chrono::minutes longestUnrenewed{30};
-// Its start is told in time since boot, which a clock that is corrected does not follow at once.
+// A process's start is given in time since boot, which does not follow a clock correction at once.
 constexpr std::int64_t startError = 60; // seconds
 
-// In clock ticks since boot; 0 when there is no such process.
+// Returns clock ticks since boot, 0 when there is no such process.
 std::uint64_t startTimeOf(std::int32_t pid) {
     std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
     const std::string text{std::istreambuf_iterator<char>(file), {}};
-    const std::size_t behindName = text.rfind(')'); // the name may hold anything
+    const std::size_t behindName = text.rfind(')'); // The name may contain any character.
     if (behindName == std::string::npos)
         return 0;
     std::istringstream fields(text.substr(behindName + 1));
@@ -49,7 +49,8 @@ bool mayStillHold(const RepositoryLock& lock, const ClockReading& now) {
     if (lock.pid <= 0 || (::kill(lock.pid, 0) != 0 && errno == ESRCH))
         return false;
     const auto start = static_cast<std::int64_t>(startTimeOf(lock.pid)) / ::sysconf(_SC_CLK_TCK);
-    return now.wall - (now.sinceBoot - start) <= lock.time + startError; // else the number is used again
+    // A later start means that the PID was reused.
+    return now.wall - (now.sinceBoot - start) <= lock.time + startError;
 }
 
 } // namespace
@@ -85,8 +86,8 @@ void ResticProcesses::noteStarted(std::int32_t pid) {
     save();
 }
 
-// The end of one that may have left its lock is saved with the next start; a daemon that does not come to
-// that leaves a process that the next one finds dead.
+// The end of a process that may have left its lock is saved with the next start. If the daemon ends
+// before that, the next daemon finds the process dead.
 void ResticProcesses::noteEnded(std::int32_t pid, bool isLockGone) {
     const std::int64_t now = readMachineClock().wall;
     const std::scoped_lock guard(mutex_);
@@ -111,8 +112,8 @@ ResticProcesses::Holder ResticProcesses::holderOf(const RepositoryLock& lock,
                               (own->bootId != clock.bootId || own->pidNamespace == ownPidNamespace());
         const auto ofIt =
             std::ranges::count_if(all, [&](const RepositoryLock& each) { return mayHold(*own, each); });
-        // Whoever has its number now, and had it when the lock was made, may be the holder: after a restart
-        // of the machine numbers come again.
+        // A process that has this PID now and had it when the lock was made may be the holder, since
+        // PIDs are reused after a reboot.
         const bool isHeld = isAlive(*own) || mayStillHold(lock, clock);
         if (isUnique && (ofIt <= 1 || isHeld))
             return isHeld ? Holder::Living : Holder::Own;
@@ -137,7 +138,7 @@ bool ResticProcesses::mayHold(const Process& process, const RepositoryLock& lock
            (process.ended == 0 || lock.time <= process.ended + roundingError);
 }
 
-// A process a line.
+// The file has one process per line.
 std::vector<ResticProcesses::Process> ResticProcesses::read(const std::string& path) {
     const FileReading file = readFile(path, largestFile);
     if (!file.succeeded() && file.error != ENOENT && file.error != ENOTDIR)

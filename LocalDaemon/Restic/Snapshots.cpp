@@ -10,7 +10,7 @@
 namespace kelvane {
 namespace {
 
-// Places snapshots, which come sorted by time, behind their parents.
+// Reorders snapshots, which are sorted by time, so that each comes after its parent.
 class ParentOrder {
 public:
     explicit ParentOrder(const std::vector<Snapshot>& snapshots)
@@ -26,7 +26,7 @@ public:
             else
                 ready_.push(at);
         placeReady();
-        // Parents that lead back to themselves, which restic never writes.
+        // Adds snapshots whose parents form a cycle, which restic never writes.
         for (std::size_t at = 0; at < snapshots_.size(); ++at)
             if (!isPlaced_[at])
                 place(at);
@@ -53,8 +53,8 @@ private:
             place(at);
             if (const auto own = children_.find(snapshots_[at].id); own != children_.end())
                 release(own->second.partial.empty() ? own->second.complete : own->second.partial);
-            // A complete snapshot is the parent of what is made after it, so partial ones with the same
-            // parent were made before it.
+            // A complete snapshot becomes the parent of later ones, so partial ones with the same parent
+            // are older.
             if (const auto siblings = children_.find(snapshots_[at].parent);
                 siblings != children_.end() && snapshots_[at].isPartial &&
                 --siblings->second.partialLeft == 0)
@@ -72,7 +72,7 @@ private:
 
     const std::vector<Snapshot>& snapshots_;
     std::vector<bool> isPlaced_;
-    std::map<std::string, Children> children_; // by the parent's id
+    std::map<std::string, Children> children_; // By the parent's id.
     Earliest ready_;
     std::vector<Snapshot> placed_;
 };

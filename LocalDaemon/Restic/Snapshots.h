@@ -10,7 +10,7 @@
 
 namespace kelvane {
 
-// As restic writes ids and checksums.
+// The digits in restic's ids and checksums.
 inline constexpr std::string_view hexDigits = "0123456789abcdef";
 [[nodiscard]] constexpr bool isHexadecimal(std::string_view text) {
     return text.find_first_not_of(hexDigits) == std::string_view::npos;
@@ -18,34 +18,38 @@ inline constexpr std::string_view hexDigits = "0123456789abcdef";
 
 enum class ItemKind : std::uint8_t { File, Folder, Link };
 
-// One moment's backup in the repository.
+// One snapshot in the repository.
 struct Snapshot {
     std::string id;        // 64 hexadecimal digits
     std::int64_t time = 0; // seconds since 1970
-    // It holds less than was to be backed up: some paths that were wanted at once, or all but a disk that was
-    // away or saved files that could not be read. What it lacks does not count as deleted.
+    // The snapshot does not contain everything that is selected: it was made of some paths only, or a
+    // disk was away, or saved files could not be read. What it lacks does not count as deleted.
     bool isPartial = false;
-    // Counts up with each snapshot that this computer makes; 0: it was made before they were counted.
+    // Increases with each snapshot that this computer makes; 0 for a snapshot of an older version
+    // without numbers.
     std::uint64_t sequence = 0;
-    std::string parent = {}; // the id of the snapshot that it was compared with; empty: none, or not known
-    // The paths that it lacks, with all below them, without their having been deleted; of a complete one
-    // those that went while it was made, perhaps to a place that had been read. Empty of a partial one: not
-    // known.
+    // The id of the snapshot that it was compared with; empty when there was none or it is unknown.
+    std::string parent = {};
+    // The paths that it lacks, with everything below them, although they may not have been deleted. For
+    // a complete snapshot, those that disappeared while it was made, perhaps into a folder that had
+    // already been read. Empty for a partial snapshot means unknown.
     std::vector<std::string> lacks = {};
-    std::string tree = {}; // the id of its contents; empty: not known, as of those that the index keeps
+    // The id of its root tree; empty when unknown, as for snapshots loaded from the index.
+    std::string tree = {};
 
-    // Whether what was at the path, or some of it, would be in this snapshot if it had been on the disk.
+    // Returns whether items at or below the path would be in this snapshot if they had existed.
     [[nodiscard]] bool tellsOf(std::string_view path) const;
 
     friend bool operator==(const Snapshot&, const Snapshot&) = default;
 };
 
-// A time of a file. Seconds and nanoseconds stand apart, since 64 bits of nanoseconds end in 2262, and the
-// seconds in two halves, so that a time takes twelve bytes: an index holds two for each file.
+// A file's time. Nanoseconds since 1970 in 64 bits would end in 2262, so seconds and nanoseconds are
+// separate, and the seconds are stored in two halves so that a time takes twelve bytes: an index has two
+// of them for each file.
 class FileTime {
 public:
     constexpr FileTime() = default;
-    // Since 1970; `nanoseconds` is below 1,000,000,000, also before 1970.
+    // Seconds since 1970; `nanoseconds` is below 1,000,000,000, also for times before 1970.
     constexpr explicit FileTime(std::int64_t seconds, std::uint32_t nanoseconds = 0)
         : low_(static_cast<std::uint32_t>(seconds)),
           high_(static_cast<std::int32_t>(seconds >> 32U)),
@@ -71,8 +75,8 @@ private:
     std::uint32_t nanoseconds_ = 0;
 };
 
-// Of the last status change of a file that may have changed once more without another time: no file on a disk
-// has such a time, so that it counts as changed.
+// Marks the status-change time of a file that may have changed again within the same clock tick. No file
+// has such a time, so the file counts as changed.
 inline constexpr std::uint32_t uncertainBit = std::uint32_t{1} << 31U;
 [[nodiscard]] constexpr FileTime asUncertain(FileTime time) {
     return FileTime(time.seconds(), time.nanoseconds() | uncertainBit);
@@ -84,28 +88,29 @@ inline constexpr std::uint32_t uncertainBit = std::uint32_t{1} << 31U;
     return (time.nanoseconds() & uncertainBit) != 0;
 }
 
-// restic keeps times of the years 0 to 9999: of a time beyond these the first or last of them, with the same
-// month and day. Whether a saved time is in one of the two.
+// Returns whether a saved time is in the first or the last year that restic keeps. restic keeps the
+// years 0 to 9999 and moves any other time into the nearer of the two, with the same month and day.
 [[nodiscard]] constexpr bool isAtEndOfKeptTimes(FileTime saved) {
     constexpr std::int64_t beginOfYear1 = -62135596800;
     constexpr std::int64_t beginOfYear9999 = 253370764800;
     return saved.seconds() < beginOfYear1 || saved.seconds() >= beginOfYear9999;
 }
 
-// What a snapshot says of a file, folder or link.
+// A file, folder or link as a snapshot lists it.
 struct SnapshotItem {
-    std::string path; // absolute and clean, byte for byte as on the disk
+    std::string path; // Absolute and clean, with the same bytes as on the disk.
     ItemKind kind = ItemKind::File;
     std::uint64_t size = 0;
     FileTime modified = {};
-    FileTime changed = {}; // also by a rename or a change of owner or mode
+    // The status-change time, which renaming and a change of owner or mode also update.
+    FileTime changed = {};
     std::uint32_t uid = 0;
     std::uint32_t gid = 0;
-    std::uint16_t mode = 0; // the permissions, with setuid, setgid and sticky
+    std::uint16_t mode = 0; // The permissions, with setuid, setgid and sticky bits.
 };
 
-// The snapshots from the first made to the last, whatever the clock said: those without a sequence number are
-// the older ones, each after its parent and else in the order of time; the others by their numbers.
+// Returns the snapshots in the order of their creation, whatever the clock said: first those without a
+// sequence number, each after its parent and otherwise by time, then the others by number.
 [[nodiscard]] std::vector<Snapshot> inOrderOfCreation(std::vector<Snapshot> snapshots);
 
 } // namespace kelvane
