@@ -7,7 +7,7 @@
 namespace kelvane {
 namespace {
 
-// Without the closing semicolon: that is how panes look for it.
+// Written without the closing semicolon, since panes look for it in this form.
 constexpr std::string_view escapedSeparator = "&#124";
 
 std::string escaped(std::string_view text) {

@@ -6,21 +6,21 @@
 namespace kelvane {
 
 struct Alert {
-    std::string kind;     // tells one alert from another; its id on the link
+    std::string kind;     // Distinguishes the alert from others; its id on the link.
     std::string severity; // "error", "warning" or "information"
     std::string title;
     std::string body;
-    // What a person can do about it, each as "verb:argument", the most usual first. AlertActions holds what
-    // does it; "dismiss:" takes the alert away.
+    // The actions that the alert offers, each as "verb:argument", the most usual first. AlertActions has
+    // their handlers; "dismiss:" removes the alert.
     std::vector<std::string> actions = {};
 
     friend bool operator==(const Alert&, const Alert&) = default;
 };
 
-// For what a thread's work has thrown.
+// Reports an exception that ended a piece of work on a thread.
 [[nodiscard]] Alert alertForInternalError(const std::string& reason);
 
-// The six fields that a pane takes apart again, separated by "|".
+// Returns the six fields separated by "|", as a pane parses them.
 [[nodiscard]] std::string alertString(const Alert& alert);
 
 } // namespace kelvane

@@ -9,13 +9,13 @@
 namespace kelvane {
 namespace {
 
-// By components: a folder stands before what is in it, and that before any sibling.
+// Compares by components: a folder comes before its contents, and these before its next sibling.
 bool comesBefore(const BackedUpItem& left, const BackedUpItem& right) {
     const auto key = [](char each) { return each == '/' ? 0U : static_cast<unsigned char>(each) + 1U; };
     return std::ranges::lexicographical_compare(left.item.path, right.item.path, {}, key, key);
 }
 
-// Of what has one path, which no repository in order holds twice.
+// Removes duplicates of a path, which a sound repository does not contain.
 void keepNewestOfEachPath(std::vector<BackedUpItem>& items) {
     const auto isSame = [](const BackedUpItem& left, const BackedUpItem& right) {
         return left.item.path == right.item.path;
@@ -29,11 +29,12 @@ void keepNewestOfEachPath(std::vector<BackedUpItem>& items) {
     items.erase(std::unique(items.begin(), items.end(), isSame), items.end());
 }
 
-// In seconds since 1970.
+// Seconds since 1970.
 constexpr std::int64_t beginOfYear0 = -62167219200;
 constexpr std::int64_t beginOfYear10000 = 253402300800;
 
-// Of a time beyond these years restic keeps the first or last of them, with the same month and day.
+// restic keeps the years 0 to 9999 and moves any other time into the nearer of the two, with the same
+// month and day.
 bool isKeptAs(FileTime saved, std::int64_t secondsOnDisk) {
     return (secondsOnDisk < beginOfYear0 || secondsOnDisk >= beginOfYear10000) && isAtEndOfKeptTimes(saved) &&
            (secondsOnDisk < 0) == (saved.seconds() < 0);
@@ -48,7 +49,8 @@ bool isKeptAs(FileTime saved, Date onDisk) {
 
 } // namespace
 
-// The items [begin, end) are those below the folder, whose path with separator is `prefix` bytes long.
+// A folder whose children are still to be placed: the items [begin, end) are those below it, and its
+// path with a separator is `prefix` bytes long.
 struct BackupIndex::Branch {
     std::uint32_t folder = 0;
     std::size_t begin = 0;
@@ -116,7 +118,7 @@ void BackupIndex::append(std::string_view name, std::uint32_t parent, const Back
     items_.push_back(added);
 }
 
-// From the leaves to the root: what is below stands behind.
+// Adds up from the leaves to the root, since every item comes after its folder.
 void BackupIndex::sumUp() {
     for (std::size_t at = items_.size() - 1; at > 0; --at) {
         const Item& item = items_[at];
@@ -313,7 +315,7 @@ std::optional<BackupIndex> indexNumbering(const BackupIndex& before,
     for (const auto& [number, snapshot] : before.snapshots())
         known[snapshot.id] = number;
     BackupIndex::Snapshots snapshots;
-    std::map<std::uint32_t, std::uint32_t> shifts; // by the number that a snapshot had
+    std::map<std::uint32_t, std::uint32_t> shifts; // By the number that a snapshot had before.
     std::uint32_t last = 0;
     for (const Snapshot& each : inOrderOfCreation) {
         const auto had = known.find(each.id);
@@ -325,7 +327,7 @@ std::optional<BackupIndex> indexNumbering(const BackupIndex& before,
             return std::nullopt;
         shifts[had->second] = last - had->second;
     }
-    // The snapshot that first held a version may be forgotten; it came before one that is there.
+    // The snapshot that first held a version may have been forgotten; it was older than an existing one.
     const auto shifted = [&](std::uint32_t number) {
         const auto next = shifts.lower_bound(number);
         return next == shifts.end() ? number : number + next->second;
@@ -360,7 +362,7 @@ Damage damageAfter(const BackupIndex& before, const BackupIndex& next, std::uint
         return damage;
     const std::string& id = next.snapshot(number)->id;
     next.forEach([&](const BackupIndex::Item& item) {
-        // A new version of a file may consist of the same damaged parts.
+        // A new version of a file may contain the same damaged blobs.
         if (item.snapshot != number || (item.version == number && item.kind != ItemKind::File))
             return;
         const std::string path = next.pathOf(item);

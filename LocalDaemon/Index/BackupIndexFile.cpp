@@ -4,13 +4,13 @@
 #include <cstring>
 #include <limits>
 
-// The form of the file: a mark, the repository's id, the snapshots, then the items in their order, each with
-// the place of its folder; at the end a checksum of everything before. Numbers are little-endian.
+// File format: magic number, repository id, snapshots, then the items in order, each with the position
+// of its folder, and a checksum of everything before it. Numbers are little-endian.
 namespace kelvane {
 namespace {
 
 constexpr std::string_view mark = "kelvane index 3\n";
-// What a snapshot is; the paths that it lacks follow or not.
+// The kinds of snapshots; the paths that one lacks follow or not.
 constexpr std::uint8_t completeWithoutPaths = 0;
 constexpr std::uint8_t partialWithoutPaths = 1;
 constexpr std::uint8_t partialWithPaths = 2;
@@ -46,7 +46,7 @@ private:
     std::vector<std::uint8_t>& bytes_;
 };
 
-// What is not there reads as 0 or empty, and `isWhole` says so.
+// Reads past the end yield 0 or an empty text, and `isWhole` then returns false.
 class Reader {
 public:
     explicit Reader(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}
@@ -90,7 +90,7 @@ private:
     bool isWhole_ = true;
 };
 
-// The bytes between mark and checksum; none when either is wrong.
+// Returns the bytes between magic number and checksum, nothing when either is wrong.
 std::optional<std::span<const std::uint8_t>> bodyOf(std::span<const std::uint8_t> bytes) {
     if (bytes.size() < mark.size() + sizeof(std::uint64_t) ||
         std::memcmp(bytes.data(), mark.data(), mark.size()) != 0)
@@ -103,7 +103,7 @@ std::optional<std::span<const std::uint8_t>> bodyOf(std::span<const std::uint8_t
     return before.subspan(mark.size());
 }
 
-// The numbers of an item, the same way for both directions.
+// Encodes or decodes the numbers of an item.
 template <class Stream, class Item>
 void transfer(Stream& stream, Item& item) {
     stream.number(item.size);
@@ -195,7 +195,7 @@ std::optional<BackupIndex> BackupIndex::decoded(std::span<const std::uint8_t> by
     return index;
 }
 
-// False: it does not fit behind those before it.
+// Returns false when the item does not fit after the previous ones.
 bool BackupIndex::takeDecoded(Item item, std::string_view name, std::uint8_t kind) {
     const std::size_t place = items_.size();
     const bool isRoot = place == 0;

@@ -19,7 +19,7 @@ namespace kelvane {
 namespace {
 
 constexpr std::size_t largestFile = std::size_t{1} << 31U;
-constexpr std::size_t mostChanged = 1001; // more than anybody is told of one by one
+constexpr std::size_t mostChanged = 1001; // More than are ever announced one by one.
 
 BackupIndex indexIn(const std::string& path) {
     const FileReading file = readFile(path, largestFile);
@@ -84,7 +84,7 @@ ResticOutcome IndexKeeper::synchronize(bool mayMake, const StopSignal& stop) {
     known.note(place.location, opening.id);
     if (opening.id != repositoryId_)
         useRepository(opening.id);
-    // They would be in the way of whoever looks through the whole repository.
+    // Stale locks would block operations on the whole repository.
     if (const ResticOutcome outcome = repository_.clearStaleLocks(stop).outcome;
         !outcome.succeeded() && !stop.isSet())
         logWarning("Locks stay in the repository. %@", outcome.errors);
@@ -113,7 +113,8 @@ ResticOutcome IndexKeeper::synchronize(bool mayMake, const StopSignal& stop) {
     return outcome;
 }
 
-// Without an index of its own the repository is listed; until then the other one's stays.
+// Uses the index file of this repository; without one the repository is listed, and the index of the
+// previous repository stays until then.
 void IndexKeeper::useRepository(const std::string& id) {
     exchangeFile(path_, repositoryId_, id);
     repositoryId_ = id;
@@ -130,7 +131,7 @@ void IndexKeeper::useRepository(const std::string& id) {
 }
 
 ResticOutcome IndexKeeper::add(Made made, const StopSignal& stop) {
-    retention_.noteMade(nextSequence(), true); // until it is known what it lacks
+    retention_.noteMade(nextSequence(), true); // Incomplete until the paths that it lacks are known.
     if (made.isPartial && !made.hasPartialTag)
         if (ResticOutcome outcome = mark(made, partialTag, stop); !outcome.succeeded())
             return outcome;
@@ -159,7 +160,7 @@ ResticOutcome IndexKeeper::add(Made made, const StopSignal& stop) {
     return {};
 }
 
-// Where it cannot be told, it counts as partial when the index is made current the next time.
+// When the snapshot cannot be marked, the next update of the index counts it as partial.
 ResticOutcome IndexKeeper::markMoved(Made& made, Snapshot& snapshot, const StopSignal& stop) {
     made.id = snapshot.id;
     ResticOutcome outcome = mark(made, movedTag, stop);
@@ -199,7 +200,8 @@ ResticOutcome IndexKeeper::forgetOld(std::chrono::days keep, const StopSignal& s
     if (!vanished_.empty())
         if (ResticOutcome outcome = takeBackVanished(stop); !outcome.succeeded())
             return outcome;
-    if (damage_->isNone() && retention_.isPruningDue()) { // restic prunes nothing while it misses something
+    // restic does not prune a repository with missing data.
+    if (damage_->isNone() && retention_.isPruningDue()) {
         if (ResticOutcome outcome = repository_.prune(stop); !outcome.succeeded())
             return outcome;
         retention_.notePruned();
@@ -226,7 +228,7 @@ ResticOutcome IndexKeeper::forget(std::chrono::days keep, const StopSignal& stop
                  std::ranges::all_of(listing.snapshots,
                                      [&](const Snapshot& each) { return index_->holdsSnapshot(each.id); });
     if (!isCurrent_)
-        return {}; // first the index has to be right
+        return {}; // The index must be correct first.
     std::vector<std::string> ids = snapshotsToForget(listing.snapshots, retention_.limits(keep));
     if (holdDisappeared(ids))
         ids = snapshotsToForget(listing.snapshots, retention_.limits(keep));
@@ -265,7 +267,7 @@ void IndexKeeper::reportUnread(const Repository::Listing& listing) const {
     alerts_.raise(alertForUnreadSnapshots(listing.unread));
 }
 
-// When the file cannot be written, the next start finds an older one and brings that up to the repository.
+// When the file cannot be written, the next start loads an older one and updates it from the repository.
 void IndexKeeper::save(BackupIndex index) {
     index_ =
         std::make_shared<const BackupIndex>(damage_->isNone() ? std::move(index) : index.withDamage(damage_));

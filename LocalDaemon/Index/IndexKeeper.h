@@ -18,78 +18,80 @@ namespace kelvane {
 
 class KnownRepositories;
 
-// Keeps the index of what is backed up true to the repository, in memory and as a file. Belongs to one
-// thread, which it blocks; `index` is a value that others may read.
+// Keeps the index in step with the repository, in memory and as a file. Belongs to one thread, which it
+// blocks; `index` is a value that other threads may read.
 class IndexKeeper {
 public:
-    using Index = std::shared_ptr<const BackupIndex>; // never null
-    // `changed`: the paths that the index says another thing of, at most a thousand and one. `isRebuilt`: it
-    // is another index altogether.
+    using Index = std::shared_ptr<const BackupIndex>; // Never null.
+    // `changed`: the paths whose entries have changed, at most 1001. `isRebuilt`: the index was built
+    // from scratch.
     using Publish =
         std::function<void(const Index& index, const std::vector<std::string>& changed, bool isRebuilt)>;
 
-    // Who tells people of what they have to know or decide.
+    // Raises and withdraws the alerts about retention and listing.
     struct Alerts {
         std::function<void(const Alert&)> raise = [](const Alert&) {};
         std::function<void(const std::string& kind)> withdraw = [](const std::string&) {};
     };
 
-    // Reads the file; without one, or with a damaged one, which is logged, nothing is backed up until
-    // `synchronize` has found out better.
+    // Loads the file. When it is missing or damaged, which is logged, the index is empty until
+    // `synchronize` has listed the repository.
     IndexKeeper(Repository repository, std::string path, MachineClock clock = readMachineClock);
 
     void setPublish(Publish publish) { publish_ = std::move(publish); }
     void setAlerts(Alerts alerts);
-    // Called after a key has been made for a new repository.
+    // Called after a key was created for a new repository.
     void setKeyMade(std::function<void()> onKeyMade) { onKeyMade_ = std::move(onKeyMade); }
-    // Called when the repository that is there is another one than before. Nothing in it is known to be
-    // damaged until that says so.
+    // Called when the location has a different repository than before. No damage is known in it until
+    // the caller sets it.
     void setRepositoryChanged(std::function<void(const std::string& id)> onRepositoryChanged) {
         onRepositoryChanged_ = std::move(onRepositoryChanged);
     }
-    // A new repository may be made, once, where a disk belongs that is away, or where there was one before.
-    // Any thread.
+    // Allows creating one new repository where the disk is not mounted, or where a repository existed
+    // before. Any thread.
     void allowMakingAnyway() { mayMakeAnyway_ = true; }
     [[nodiscard]] const Index& index() const { return index_; }
     [[nodiscard]] const Repository& repository() const { return repository_; }
 
-    // Finds the repository, takes locks of the dead away, and lists what the index does not know of. Makes
-    // the repository if `mayMake` and neither the index nor the key has known one there.
+    // Opens the repository, removes stale locks, and lists the snapshots that the index does not have.
+    // Creates the repository if `mayMake` is true and neither the index nor the key has known one there.
     [[nodiscard]] ResticOutcome synchronize(bool mayMake, const StopSignal& stop);
-    // Whether the last answer of the repository was whole. Else `synchronize` is needed before anything is
-    // added, and none of what the index knows counts as gone.
+    // Returns whether the last listing of the repository was complete. Otherwise `synchronize` must be
+    // called before a snapshot is added, and no snapshot in the index counts as removed.
     [[nodiscard]] bool isCurrent() const { return isCurrent_; }
-    // The tag for the next snapshot, which tells that it is newer than all others. To be asked for before
-    // that is made: until it is added it counts as incomplete.
+    // Returns the tag that marks the next snapshot as the newest. Must be called before the snapshot is
+    // made; the snapshot counts as incomplete until it is added.
     [[nodiscard]] std::string nextSequenceTag();
-    // What is known to be damaged from now on, in this index and in those that follow it.
+    // Sets the known damage of this index and of those that follow it.
     void setDamage(Damage damage);
     [[nodiscard]] const Damage& damage() const { return *damage_; }
-    // Takes over a snapshot that was just made.
+    // Adds a snapshot that was just made.
     struct Made {
         std::string id;
         bool isPartial = false;
-        bool hasPartialTag = false;              // else a partial one gets it now
-        std::vector<std::string> lacks = {};     // as a snapshot has it
-        std::optional<FileTime> began = {};      // none: nothing has changed meanwhile
-        std::vector<std::string> readAgain = {}; // files, whatever they look like
+        bool hasPartialTag = false;          // Otherwise a partial snapshot is tagged now.
+        std::vector<std::string> lacks = {}; // As in Snapshot.
+        // The time at which the backup began. None when nothing can have changed since.
+        std::optional<FileTime> began = {};
+        // Files that were read again although they looked unchanged.
+        std::vector<std::string> readAgain = {};
     };
     [[nodiscard]] ResticOutcome add(Made made, const StopSignal& stop);
-    // Forgets versions that were replaced or deleted so long ago, and prunes a day later; neither more often
-    // than once a day. What was stopped goes on the next time. The index says what is forgotten before the
-    // long work begins.
+    // Forgets versions that were replaced or deleted more than `keep` ago, and prunes a day later; each
+    // at most once a day. An interrupted call is continued by the next one. The index drops forgotten
+    // snapshots before the long prune begins.
     [[nodiscard]] ResticOutcome forgetOld(std::chrono::days keep, const StopSignal& stop);
 
-    // These two on any thread.
+    // Any thread may call these two.
     //
-    // Whether the snapshots that hold many files that disappeared at once may be forgotten. Why it could not
-    // be decided; empty when it is.
+    // Decides whether the snapshots with many files that disappeared at once may be forgotten. Returns
+    // the reason of a failure, empty on success.
     [[nodiscard]] std::string decide(const std::string& disappearance, RetentionRecord::Decision decision);
-    // To be called every hour, so that a clock that is set is noticed.
+    // Must be called every hour, so that a changed clock is noticed.
     void noteClock() { retention_.noteClock(); }
 
 private:
-    using Numbers = std::vector<std::uint32_t>; // of snapshots, ascending
+    using Numbers = std::vector<std::uint32_t>; // Numbers of snapshots in ascending order.
 
     void noteVanished(const Repository::Listing& listing, const std::string& repositoryId);
     [[nodiscard]] ResticOutcome takeBackVanished(const StopSignal& stop);
@@ -120,14 +122,14 @@ private:
     const Repository repository_;
     const std::string path_;
     Index index_;
-    std::string repositoryId_; // of the repository that was there last; empty: not known yet
+    std::string repositoryId_; // The id of the last repository; empty when unknown.
     RetentionRecord retention_;
     bool isCurrent_ = false;
     std::uint64_t newestSequence_ = 0;
-    std::set<std::string> vanished_; // snapshots that were not there the last time
+    std::set<std::string> vanished_; // Snapshots that were missing in the last listing.
     Alerts alerts_;
-    std::mutex reporting_;           // also guards what follows
-    std::set<std::string> reported_; // kinds of alerts that stand for disappearances
+    std::mutex reporting_;           // Also guards the members below.
+    std::set<std::string> reported_; // The kinds of the raised alerts about disappearances.
     std::shared_ptr<const Damage> damage_ = std::make_shared<const Damage>();
     std::atomic<bool> mayMakeAnyway_{false};
     std::function<void()> onKeyMade_ = [] {};

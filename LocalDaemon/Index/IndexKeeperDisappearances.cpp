@@ -1,4 +1,4 @@
-// Many files that disappeared at once, which people decide about.
+// Disappearances of many files at once, which the user decides about.
 
 #include "LocalDaemon/Index/IndexKeeper.h"
 #include "LocalDaemon/Index/RetentionAlerts.h"
@@ -7,8 +7,8 @@
 
 namespace kelvane {
 
-// Between two complete snapshots whose contents the index knows: of those in between, as far as it has no
-// more than their numbers, it cannot tell.
+// Compares two complete snapshots whose contents the index knows. Snapshots in between of which it has
+// only the number are not considered.
 void IndexKeeper::lookForDisappearance(const BackupIndex& index, std::uint32_t number,
                                        const Numbers& listed) {
     const auto isComplete = [&](std::uint32_t each) {
@@ -30,7 +30,8 @@ void IndexKeeper::lookForDisappearance(const BackupIndex& index, std::uint32_t n
             retention_.add(*gone);
 }
 
-// What was decided may be lost, and what is not known of it is asked for again. True: something was held.
+// Decisions may have been lost, so the user is asked again about disappearances without one. Returns
+// true when a snapshot is kept for that.
 bool IndexKeeper::holdDisappeared(const std::vector<std::string>& ids) {
     const std::set<std::string> going(ids.begin(), ids.end());
     if (!isDisappearance(filesHeldLastBy(*index_, going), 0))

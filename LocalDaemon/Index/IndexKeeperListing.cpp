@@ -1,4 +1,4 @@
-// Which snapshots the repository has, what is in them, and what is known of them beside it.
+// Lists the snapshots of the repository and their contents, and marks incomplete ones.
 
 #include "LocalDaemon/Index/IndexKeeper.h"
 #include "LocalDaemon/Index/RetentionAlerts.h"
@@ -12,12 +12,12 @@ namespace {
 
 using SteadyClock = std::chrono::steady_clock;
 
-// Listing a snapshot takes half a second at least: of more of them people are told.
+// Listing a snapshot takes at least half a second; above this number an alert shows the progress.
 constexpr std::size_t fewToList = 20;
 constexpr std::chrono::seconds tellInterval{10};
 constexpr std::chrono::minutes saveInterval{5};
 
-// What is known, and behind it those of an answer with gaps that certainly are newer.
+// Returns the known snapshots, followed by those of an incomplete listing that are certainly newer.
 std::vector<Snapshot> withNewer(const BackupIndex& known, const std::vector<Snapshot>& listed) {
     std::vector<Snapshot> all = known.inOrderOfCreation();
     for (Snapshot& each : all)
@@ -50,12 +50,13 @@ Repository::Listing IndexKeeper::withKnown(Repository::Listing listing) const {
     return listing;
 }
 
-// That a snapshot lacks something is often known only when it has been made. The repository has to tell it as
-// well: on another machine, or without the index, what is missing would count as deleted.
+// Tags a snapshot that lacks something, which is often known only after it was made. The repository must
+// contain this fact as well: on another machine, or without the index, the missing files would count as
+// deleted.
 ResticOutcome IndexKeeper::mark(Made& made, std::string_view tag, const StopSignal& stop) const {
     if (const ResticOutcome outcome = repository_.addTag(tag, {made.id}, stop); !outcome.succeeded()) {
         logWarning("Snapshot %@ lacks something and is not marked yet: %@", made.id, reasonOf(outcome));
-        return {}; // the index knows it, and the next time it is made current
+        return {}; // The index knows it, and the next update tags it again.
     }
     const Repository::Listing listing = repository_.snapshots(stop);
     if (!listing.snapshots.empty() && listing.snapshots.back().sequence == nextSequence())
@@ -63,7 +64,8 @@ ResticOutcome IndexKeeper::mark(Made& made, std::string_view tag, const StopSign
     return listing.outcome;
 }
 
-// With those marked that were not when they were made. Their ids change, so that the index has to follow.
+// Lists the snapshots after tagging those that could not be tagged when they were made. Their ids
+// change, so the index is updated as well.
 Repository::Listing IndexKeeper::markedSnapshots(const StopSignal& stop) const {
     Repository::Listing listing = repository_.snapshots(stop);
     std::vector<std::string> unmarked;
@@ -81,7 +83,7 @@ Repository::Listing IndexKeeper::markedSnapshots(const StopSignal& stop) const {
     return repository_.snapshots(stop);
 }
 
-// A disk that errs may give back later what it does not show now.
+// A failing disk may return later what it does not return now.
 void IndexKeeper::noteVanished(const Repository::Listing& listing, const std::string& repositoryId) {
     if (index_->repositoryId() != repositoryId)
         return vanished_.clear();
@@ -100,14 +102,14 @@ ResticOutcome IndexKeeper::takeBackVanished(const StopSignal& stop) {
     return listing.outcome.succeeded() && isOneBack ? synchronize(false, stop) : listing.outcome;
 }
 
-// The index with a number for each snapshot, and those numbers whose contents are to be listed.
+// Returns the index with a number for each snapshot, and the numbers whose contents are to be listed.
 BackupIndex IndexKeeper::withListed(const Repository::Listing& listing, const std::string& repositoryId,
                                     Numbers& toList) const {
     BackupIndex none(repositoryId, {}, {});
     const BackupIndex& known = index_->repositoryId() == repositoryId ? *index_ : none;
     const std::vector<Snapshot> order =
         listing.unread.empty() ? listing.snapshots : withNewer(known, listing.snapshots);
-    // Of what a snapshot held that has gone, older ones may hold another version.
+    // Older snapshots may have another version of the items in a removed snapshot.
     const bool isOneGone = std::ranges::any_of(known.snapshots(), [&](const auto& each) {
         return std::ranges::none_of(order,
                                     [&](const Snapshot& listed) { return isSame(each.second, listed); });
@@ -124,8 +126,9 @@ BackupIndex IndexKeeper::withListed(const Repository::Listing& listing, const st
     return std::move(*numbered);
 }
 
-// One whose contents cannot be read is left out for now and asked for again the next time. In the order of
-// creation: what disappeared at once is told by comparing each one with those before it.
+// A snapshot whose contents cannot be read is left out and listed again the next time. Snapshots are
+// listed in the order of creation, because disappearances are found by comparing each one with its
+// predecessors.
 ResticOutcome IndexKeeper::rebuild(BackupIndex from, const Numbers& toList, const StopSignal& stop) {
     ResticOutcome failure;
     std::vector<Snapshot> read;
@@ -168,7 +171,7 @@ ResticOutcome IndexKeeper::rebuild(BackupIndex from, const Numbers& toList, cons
     return {};
 }
 
-// `read`: those whose contents the index has.
+// `read`: the snapshots whose contents the index has.
 ResticOutcome IndexKeeper::listContents(BackupIndex& from, std::uint32_t number,
                                         const std::vector<Snapshot>& read, const StopSignal& stop) const {
     const auto listed = from.snapshots().find(number);
@@ -188,8 +191,8 @@ ResticOutcome IndexKeeper::listContents(BackupIndex& from, std::uint32_t number,
     return contents.outcome;
 }
 
-// What has been read of many snapshots must not be read again after a stop or a restart. What is noted about
-// those that are not in it yet stays, and so does what others know of the backup.
+// Saves partial progress, so that a stop or a restart does not list the snapshots again. Records about
+// snapshots that are not in the index yet are kept, and the published index does not change.
 void IndexKeeper::keepUnfinished(const BackupIndex& from, const std::vector<Snapshot>& read) {
     const bool isOfAnother = index_->repositoryId() != from.repositoryId();
     if (isOfAnother ? !read.empty() : read.size() > index_->snapshots().size())

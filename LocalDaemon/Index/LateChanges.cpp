@@ -15,9 +15,9 @@ namespace kelvane {
 namespace {
 
 constexpr std::int64_t coarseTick =
-    2; // seconds: FAT's, and twice that of file systems that keep whole seconds
+    2; // In seconds: the clock tick of FAT, and twice that of file systems with whole seconds.
 
-// What lies ahead has not changed meanwhile: the clock was another one.
+// A time in the future does not mean a change since then: the clock was set.
 bool isLate(const SnapshotItem& item, FileTime begin, FileTime end) {
     const bool isCoarse = item.changed.nanoseconds() == 0;
     return item.changed.seconds() <= end.seconds() + coarseTick &&
@@ -30,7 +30,8 @@ FileTime currentTime() {
     return FileTime(now);
 }
 
-// Whether a file or link looks as it was saved. restic tells no size of a link.
+// Returns whether a file or link is unchanged since it was saved. restic does not report the size of a
+// link.
 bool isAsSaved(const struct stat& status, ItemKind kind, std::uint64_t size, FileTime modified,
                FileTime changed) {
     const bool isSameKind = kind == ItemKind::Link ? S_ISLNK(status.st_mode)
@@ -39,10 +40,11 @@ bool isAsSaved(const struct stat& status, ItemKind kind, std::uint64_t size, Fil
     return isSameKind && FileTime(status.st_mtim) == modified && FileTime(status.st_ctim) == changed;
 }
 
-// Gives the file or link another time of its last status change by setting when it was last read to what it
-// is: a mode would undo what somebody changes meanwhile. False: it looks as it was saved still.
+// Updates the status-change time of the file or link by setting its access time to the same value;
+// setting the mode could undo a concurrent change. Returns false when the item still looks as it was
+// saved.
 bool touch(const SnapshotItem& item) {
-    // Not for reading: a pipe that has taken its place would let its writers go on.
+    // Not opened for reading, since that would unblock the writers of a pipe that has replaced the file.
     const FileDescriptor file(::open(item.path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat status {};
     const auto isStillAsSaved = [&] {
@@ -75,7 +77,7 @@ std::size_t takeLateChanges(std::vector<SnapshotItem>& items, const BackupIndex&
             continue;
         const bool isLateNow = isLate(item, begin, now);
         late += isLateNow ? 1U : 0U;
-        // The target of a link is read for each snapshot.
+        // restic reads the target of a link for each snapshot.
         const bool isSameAsBefore = item.kind == ItemKind::File && uncertain.contains(item.path) &&
                                     before.find(item.path)->changed == asUncertain(item.changed);
         if ((isLateNow && !touch(item)) || isSameAsBefore)
@@ -87,11 +89,11 @@ std::size_t takeLateChanges(std::vector<SnapshotItem>& items, const BackupIndex&
 std::vector<std::string> goneLate(const std::vector<SnapshotItem>& items, const BackupIndex& before,
                                   FileTime begin) {
     const FileTime now = currentTime();
-    std::unordered_set<std::string_view> folders; // that changed late
+    std::unordered_set<std::string_view> folders; // Folders that changed late.
     for (const SnapshotItem& item : items)
         if (item.kind == ItemKind::Folder && isLate(item, begin, now))
             folders.insert(item.path);
-    std::unordered_set<std::string_view> present; // in these
+    std::unordered_set<std::string_view> present; // The items in these folders.
     for (const SnapshotItem& item : items)
         if (folders.contains(folderOf(item.path)))
             present.insert(item.path);

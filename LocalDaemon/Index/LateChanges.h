@@ -9,28 +9,29 @@
 
 namespace kelvane {
 
-// A file or link that changed while it was backed up may have changed once more after it was read, within the
-// same tick of the file system's clock: then nothing on the disk tells it from what was saved, and neither
-// would restic read a file again.
+// A file or link that changed during a backup may have changed again after it was read, within the same
+// tick of the file system's clock. Its attributes then equal the saved ones, and restic would not read
+// it again.
 
-// Goes over what a snapshot holds, whose backup began at `begin`. What still looks as it was saved
-// and changed at `begin` or later gets a new time of its last status change, so that the next backup reads it
-// again. Where that cannot be set, as of another user's files, the item gets an uncertain one. So does what
-// was uncertain in `before` and is not among `readAgain`. Returns how many changed late. Blocks on the disk.
+// Goes through the items of a snapshot whose backup began at `begin`. An item that changed at `begin` or
+// later and is unchanged since it was saved gets a new status-change time, so that the next backup reads
+// it again. Where that time cannot be set, as for a file of another user, the item is marked as
+// uncertain. An item that was uncertain in `before` and is not among `readAgain` stays uncertain.
+// Returns how many items changed late. Blocks on the disk.
 std::size_t takeLateChanges(std::vector<SnapshotItem>& items, const BackupIndex& before, FileTime begin,
                             const std::vector<std::string>& readAgain);
 
-// What was in a folder before and is not in the snapshot, whose folder changed after the backup had begun. It
-// may not have been deleted but moved into a folder that had been read by then.
+// Returns the items of `before` that are missing in the snapshot and whose folder changed after the
+// backup began. They may have been moved into a folder that had already been read, rather than deleted.
 [[nodiscard]] std::vector<std::string> goneLate(const std::vector<SnapshotItem>& items,
                                                 const BackupIndex& before, FileTime begin);
 
-// The files that look as they did when they became uncertain. A snapshot without them has to be the parent of
-// the next, so that restic reads them. Blocks on the disk.
+// Returns the files that are unchanged since they became uncertain. The next backup needs a parent
+// snapshot without them, so that restic reads them. Blocks on the disk.
 [[nodiscard]] std::vector<std::string> uncertainFiles(const BackupIndex& index);
 
-// The longest tick of a clock that keeps more than seconds: what is read that long after `begin` cannot
-// change again with a time before it.
+// The longest clock tick of file systems with times finer than a second: a file that is read this long
+// after `begin` cannot change again with a time before `begin`.
 inline constexpr std::chrono::milliseconds longestTick{20};
 
 } // namespace kelvane

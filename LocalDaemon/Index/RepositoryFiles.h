@@ -4,11 +4,12 @@
 
 namespace kelvane {
 
-// Disks that take turns at one place hold a repository each. What the daemon keeps in the file `path` is
-// about the one that is there; the files about the others wait beside it, under their ids.
+// Disks that are mounted in turn at one location have a repository each. The daemon's file at `path`
+// belongs to the current repository; the files of the others are kept beside it, with their ids in the
+// name.
 //
-// Brings back the file about the repository `present`, if there is one, after what is there has been set
-// aside as that about `previous`; that is lost when its id is empty. A failure is logged.
+// Renames the file of `previous` and restores that of the repository `present`, if there is one. With an
+// empty `previous` id the old file is lost. A failure is logged.
 void exchangeFile(const std::string& path, const std::string& previous, const std::string& present);
 
 } // namespace kelvane

@@ -5,8 +5,8 @@
 namespace kelvane {
 namespace {
 
-constexpr std::uint64_t fewestDisappeared = 100; // files
-constexpr std::uint64_t disappearedPart = 10;    // more than one in so many
+constexpr std::uint64_t fewestDisappeared = 100; // Fewest files of a disappearance.
+constexpr std::uint64_t disappearedPart = 10;    // A disappearance is more than one in ten files.
 
 } // namespace
 
@@ -17,10 +17,10 @@ std::vector<std::string> snapshotsToForget(const std::vector<Snapshot>& inOrderO
     if (std::ranges::any_of(inOrderOfCreation, isAhead))
         return {};
     std::vector<std::string> ids;
-    std::vector<std::string> replaced; // when the next complete snapshot was made
+    std::vector<std::string> replaced; // Replaced when the next complete snapshot was made.
     std::int64_t time = limits.clockSteadySince;
     for (const Snapshot& each : inOrderOfCreation) {
-        time = std::max(time, each.time); // it was not made before those that precede it
+        time = std::max(time, each.time); // No snapshot is older than those that precede it.
         if (const auto made = limits.made.find(each.sequence); made != limits.made.end())
             time = std::max(time, made->second);
         if (!each.isPartial && time >= newestReplacing)

@@ -13,44 +13,43 @@
 
 namespace kelvane {
 
-// Times are seconds since 1970.
+// The limits of retention. Times are seconds since 1970.
 struct RetentionLimits {
     std::int64_t now = 0;
-    std::chrono::days keep{}; // after a version was replaced or deleted
-    // Before it the clock was another one: what was made earlier counts as made then.
+    std::chrono::days keep{}; // How long a version is kept after it was replaced or deleted.
+    // The clock was changed at this time, so earlier snapshots count as made then.
     std::int64_t clockSteadySince = 0;
-    std::set<std::string> held = {}; // ids of snapshots that stay whatever their age
-    // By sequence number: when a snapshot was first listed. restic dates it by the beginning of the backup,
-    // and the machine may sleep for weeks before the end.
+    std::set<std::string> held = {}; // Ids of snapshots that are kept regardless of their age.
+    // When a snapshot was first listed, by sequence number. restic dates it by the beginning of the
+    // backup, and the machine may have been suspended for weeks before its end.
     std::map<std::uint64_t, std::int64_t> made = {};
 };
 
-// The ids of the snapshots that may be forgotten. The versions in a snapshot were replaced or deleted by the
-// time of the next complete one at the latest, so that one's age counts and not its own; what is only
-// followed by partial snapshots stays. Nothing may be forgotten as long as a snapshot lies ahead of the
-// clock.
+// Returns the ids of the snapshots that may be forgotten. The versions in a snapshot were replaced or
+// deleted no later than the next complete snapshot, so the age of that one decides; a snapshot that only
+// partial ones follow is kept. While a snapshot is dated in the future, none may be forgotten.
 [[nodiscard]] std::vector<std::string> snapshotsToForget(const std::vector<Snapshot>& inOrderOfCreation,
                                                          const RetentionLimits& limits);
 
-// Many files that one complete snapshot held and the next one does not.
+// Many files that one complete snapshot has and the next one lacks.
 struct Disappearance {
-    std::string id;                  // of the snapshot that does not hold them
-    std::int64_t time = 0;           // of that snapshot
-    std::set<std::string> snapshots; // the ids of those that held them last
+    std::string id;                  // The id of the snapshot that lacks the files.
+    std::int64_t time = 0;           // The time of that snapshot.
+    std::set<std::string> snapshots; // The ids of the last snapshots that have the files.
     std::uint64_t files = 0;
-    std::uint64_t of = 0; // as many were in the backup
+    std::uint64_t of = 0; // The number of files in the backup before.
 
     friend bool operator==(const Disappearance&, const Disappearance&) = default;
 };
 
 [[nodiscard]] bool isDisappearance(std::uint64_t files, std::uint64_t of);
 
-// What the snapshot numbered `complete` does not hold any more and those from `previous` on, up to it, did.
-// None when that is a usual number of files.
+// Returns the files that the snapshot `complete` lacks and that one from `previous` up to it has.
+// Returns nothing when their number is usual.
 [[nodiscard]] std::optional<Disappearance> disappearanceAt(const BackupIndex& index, std::uint32_t previous,
                                                            std::uint32_t complete);
 
-// The files that the backup would lose with these snapshots.
+// Returns how many files the backup would lose with these snapshots.
 [[nodiscard]] std::uint64_t filesHeldLastBy(const BackupIndex& index, const std::set<std::string>& snapshots);
 
 } // namespace kelvane

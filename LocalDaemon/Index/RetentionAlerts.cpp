@@ -9,7 +9,7 @@
 namespace kelvane {
 namespace {
 
-constexpr std::size_t shortIdLength = 8; // as restic prints them
+constexpr std::size_t shortIdLength = 8; // As long as restic prints ids.
 
 std::string shortId(const std::string& id) {
     return id.substr(0, shortIdLength);

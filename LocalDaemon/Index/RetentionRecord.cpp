@@ -12,15 +12,18 @@ namespace {
 
 constexpr std::size_t largestFile = std::size_t{16} << 20U;
 constexpr std::string_view recordKey = "record";
-constexpr std::int64_t hour = 3600; // seconds
+constexpr std::int64_t hour = 3600; // In seconds.
 constexpr std::int64_t day = 24 * hour;
 
-// Less may be a wrong time zone or a correction, and is made up for by keeping everything a day longer.
+// A smaller change may be a wrong time zone or a correction; keeping everything a day longer compensates
+// for it.
 constexpr std::int64_t largestCorrection = day;
-// Nobody can tell how long a machine was off if its clock was set meanwhile. A long weekend is believed.
+// If the clock was set while the machine was off, the time that it was off is unknown. Up to a long
+// weekend is believed.
 constexpr std::int64_t longestBelievedOff = 4 * day;
 constexpr std::chrono::days longerForCorrections{1};
-constexpr std::int64_t latestTime = std::int64_t{1} << 50U; // either way of 1970; no clock shows more
+// Seconds before and after 1970 that a clock can show.
+constexpr std::int64_t latestTime = std::int64_t{1} << 50U;
 
 struct DecisionName {
     RetentionRecord::Decision decision;
@@ -64,12 +67,13 @@ RetentionRecord::RetentionRecord(std::string path, MachineClock clock)
       saved_(contents_),
       present_(&contents_.repositories[""]) {}
 
-// What was noted before the id was known is about the repository that is found first.
+// Records made before the id was known belong to the first repository that is found.
 void RetentionRecord::setRepository(const std::string& id) {
     const std::scoped_lock guard(mutex_);
     if (auto unnamed = contents_.repositories.extract(""); unnamed) {
         unnamed.key() = id;
-        contents_.repositories.insert(std::move(unnamed)); // unless something is known of that one
+        // Existing records of that repository take precedence.
+        contents_.repositories.insert(std::move(unnamed));
     }
     present_ = &contents_.repositories[id];
 }
@@ -196,15 +200,15 @@ std::string RetentionRecord::decide(const std::string& id, Decision decision) {
     return failure;
 }
 
-// The time, after it was compared with what the clocks showed before.
+// Returns the time, after comparing it with earlier readings of the clocks.
 std::int64_t RetentionRecord::look() {
     const ClockReading reading = clock_();
     Contents& known = contents_;
     const bool isSameBoot = !reading.bootId.empty() && reading.bootId == known.bootId;
     const std::int64_t jump =
-        isSameBoot
-            ? (reading.wall - known.wallThen) - (reading.sinceBoot - known.sinceBootThen)
-            : reading.wall - known.lastSeen - reading.sinceBoot; // the machine was off that long, or not
+        isSameBoot ? (reading.wall - known.wallThen) - (reading.sinceBoot - known.sinceBootThen)
+                   // How long the machine was off, unless the clock was set.
+                   : reading.wall - known.lastSeen - reading.sinceBoot;
     const std::int64_t believed = isSameBoot ? largestCorrection : longestBelievedOff;
     const bool isFirst = known.steadySince == 0;
     const bool hasJumped = isFirst || jump < -largestCorrection || jump > believed;
@@ -229,7 +233,7 @@ std::int64_t RetentionRecord::look() {
     return reading.wall;
 }
 
-// Since the last forgetting. A time that lies ahead is that of a clock that was wrong.
+// Counts from the last forgetting. A time in the future comes from a clock that was wrong.
 bool RetentionRecord::isDayOver(std::int64_t now) const {
     if (present_->forgotten == 0)
         return true;
@@ -277,7 +281,8 @@ RetentionRecord::Contents RetentionRecord::contentsFrom(const Value& value) {
     contents.sinceBootThen = timeIn(value["sinceBootThen"]);
     contents.lastSeen = timeIn(value["lastSeen"]);
     contents.steadySince = timeIn(value["steadySince"]);
-    contents.repositories[""] = repositoryFrom(value); // as a version kept it that knew of one repository
+    // The format of a version that knew a single repository.
+    contents.repositories[""] = repositoryFrom(value);
     for (const auto& [id, repository] : value["repositories"].dictionary())
         contents.repositories[id] = repositoryFrom(repository);
     return contents;
@@ -286,7 +291,7 @@ RetentionRecord::Contents RetentionRecord::contentsFrom(const Value& value) {
 Value RetentionRecord::valueOfRepository(const OfRepository& repository) {
     Array entries;
     Array incomplete;
-    Array made; // a number and its time in turns
+    Array made; // Numbers and times alternate.
     for (const std::uint64_t sequence : repository.incomplete)
         incomplete.push_back(sequence);
     for (const auto& [sequence, time] : repository.made) {

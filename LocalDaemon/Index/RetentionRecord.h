@@ -12,15 +12,15 @@
 
 namespace kelvane {
 
-// What decides over forgetting and must outlive the daemon: since when the clock has been steady, when
-// something was last forgotten, which disappearances of many files there were and what a person has decided
-// about them. A file that is missing or damaged counts as the beginning: nothing is forgotten before a whole
-// `keepDays` have passed, and each disappearance is asked about again.
+// The persistent state of retention: since when the clock has been steady, when snapshots were last
+// forgotten, which disappearances there were, and what the user decided about them. A missing or damaged
+// file is a fresh start: nothing is forgotten before a full `keepDays`, and the user is asked about each
+// disappearance again.
 //
-// All but the clock belongs to a repository. Disks that take turns at one place hold several, and what is
-// known of one stays while another is there.
+// Everything but the clock belongs to a repository. Disks that are mounted in turn at one location have
+// several, and the records of one are kept while another is in use.
 //
-// Any thread; what changes is on the disk when a call returns. A failure to save is logged.
+// Any thread; changes are on the disk when a call returns. A failure to save is logged.
 class RetentionRecord {
 public:
     enum class Decision { None, Keep, Forget };
@@ -34,58 +34,59 @@ public:
 
     RetentionRecord(std::string path, MachineClock clock);
 
-    // From now on the repository with this id is meant; empty: one that is not known yet.
+    // Selects the records of the repository with this id; an empty id means that it is not known yet.
     void setRepository(const std::string& id);
 
-    // To be called at least every hour: what the clock did while nobody looked is believed for some days
-    // only.
+    // Must be called at least every hour: a longer gap between readings of the clock is believed up to a
+    // few days.
     void noteClock();
     [[nodiscard]] RetentionLimits limits(std::chrono::days keep);
 
-    // Forgetting and pruning are a day's worth at a time, and pruning comes a day after forgetting.
+    // Forgetting and pruning are done at most once a day, and pruning a day after forgetting.
     [[nodiscard]] bool isForgettingDue();
     [[nodiscard]] bool isPruningDue();
     void noteForgotten();
     void notePruned();
 
-    // A snapshot counts as incomplete from before it is made until it is known to hold all that it should.
+    // A snapshot counts as incomplete from before it is made until it is known to be complete.
     void noteBegun(std::uint64_t sequence);
     void noteMade(std::uint64_t sequence, bool isIncomplete);
     [[nodiscard]] bool isIncomplete(std::uint64_t sequence) const;
 
     void add(const Disappearance& disappearance);
-    // Notes the time for snapshots that are new, and drops what needs no decision any more: the files are
-    // back, or their snapshots are not there.
+    // Records the time of new snapshots, and drops disappearances that need no decision any more because
+    // the files are back or their snapshots are gone.
     void update(const BackupIndex& index);
     [[nodiscard]] std::vector<Entry> entries() const;
-    // `id`: of a disappearance, or its beginning. Why it could not be decided, for people; empty when it is
-    // and is saved.
+    // `id`: the id of a disappearance, or a prefix of it. Returns the reason of a failure for the user,
+    // empty once the decision is saved.
     [[nodiscard]] std::string decide(const std::string& id, Decision decision);
 
 private:
     struct OfRepository {
-        std::int64_t forgotten = 0; // the last time, by the wall clock; 0: never
+        std::int64_t forgotten = 0; // The last time by the wall clock; 0 for never.
         bool isToPrune = false;
-        std::set<std::uint64_t> incomplete;         // sequence numbers of snapshots
-        std::map<std::uint64_t, std::int64_t> made; // by these: when they were known, by the wall clock
+        std::set<std::uint64_t> incomplete; // Sequence numbers of snapshots.
+        // By sequence number: when the snapshot was first listed, by the wall clock.
+        std::map<std::uint64_t, std::int64_t> made;
         std::vector<Entry> entries;
 
         friend bool operator==(const OfRepository&, const OfRepository&) = default;
     };
-    using Repositories = std::map<std::string, OfRepository>; // by id
+    using Repositories = std::map<std::string, OfRepository>; // By repository id.
     struct Contents {
-        std::string bootId; // of the boot in which the clock was last looked at
-        // What the clocks showed when that boot was first seen.
+        std::string bootId; // The boot in which the clock was last read.
+        // The clocks when that boot was first seen.
         std::int64_t wallThen = 0;
         std::int64_t sinceBootThen = 0;
-        std::int64_t lastSeen = 0;    // by the wall clock
-        std::int64_t steadySince = 0; // likewise
+        std::int64_t lastSeen = 0;    // By the wall clock.
+        std::int64_t steadySince = 0; // By the wall clock.
         Repositories repositories;
 
         friend bool operator==(const Contents&, const Contents&) = default;
     };
 
-    // With the mutex held.
+    // The mutex must be held.
     std::int64_t look();
     void noteNewSnapshots(const BackupIndex& index);
     [[nodiscard]] bool isDayOver(std::int64_t now) const;
@@ -98,10 +99,10 @@ private:
     const std::string path_;
     const MachineClock clock_;
 
-    mutable std::mutex mutex_; // guards what follows
+    mutable std::mutex mutex_; // Guards the members below.
     Contents contents_;
     Contents saved_;
-    OfRepository* present_; // in the contents
+    OfRepository* present_; // Points into the contents.
 };
 
 } // namespace kelvane
