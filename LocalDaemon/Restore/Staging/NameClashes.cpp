@@ -43,7 +43,7 @@ std::set<std::string> clashingNames(int folder, const std::vector<std::string>& 
             continue;
         const std::string aside = "clash-" + std::to_string(clashing.size());
         if (::renameat(folder, name.c_str(), folder, aside.c_str()) != 0)
-            continue; // it is not there at all
+            continue; // The file does not exist.
         std::set<std::string> left = entriesOf(folder);
         left.erase(aside);
         std::ranges::set_difference(entries, left, std::inserter(clashing, clashing.end()));

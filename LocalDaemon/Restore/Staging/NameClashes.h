@@ -6,17 +6,17 @@
 
 namespace kelvane {
 
-// Disks that ignore case, or how an accent is written, have one file where a backup has two: restic writes
-// both into it. Folders are open directories.
+// On file systems that ignore case, or the encoding of accents, two names of a backup are one file, and
+// restic writes both into it. Folders are open directories.
 
-// Tries it in a folder of this user's.
+// Tests this in a folder of this user.
 [[nodiscard]] bool tellsNamesApart(int folder);
 
-// Those of the names that are there and lead to a file that another one leads to as well. Such a file goes
-// out of the way: only by that does a disk say which names it takes for one.
+// Returns the names that exist and lead to the same file as another name. Such a file is renamed, since
+// only that shows which names the file system treats as equal.
 [[nodiscard]] std::set<std::string> clashingNames(int folder, const std::vector<std::string>& names);
 
-// Whether something is there under this very name, byte for byte.
+// Returns whether there is an entry with exactly this name, byte for byte.
 [[nodiscard]] bool hasEntry(int folder, const std::string& name);
 
 } // namespace kelvane

@@ -61,7 +61,8 @@ bool endAccess(const std::string& path, mode_t before) {
         return true;
     const FileDescriptor folder = openFolder(path);
     struct stat status {};
-    if (!folder || ::fstat(folder.get(), &status) != 0) // a disk may be away, or it has been deleted
+    // The disk may not be mounted, or the folder was deleted.
+    if (!folder || ::fstat(folder.get(), &status) != 0)
         return folder || static_cast<bool>(openFolder(std::string(folderOf(path))));
     const bool isAsLeft = (status.st_mode & modeBits) == (before | S_IRWXU);
     if (isAsLeft && !setMode(folder.get(), before))

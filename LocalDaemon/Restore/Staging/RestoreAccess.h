@@ -9,11 +9,12 @@
 
 namespace kelvane {
 
-// The owner of a folder may do everything in it, for as long as this lives, where this user may see to that
-// and has need of it. The journal tells of it meanwhile, so that the next start ends it after a kill.
+// Gives the owner of a folder full access for the lifetime of this object, where that is needed and this
+// user is allowed to. The journal records it meanwhile, so that the next start restores the mode after a
+// kill.
 class AccessForOwner {
 public:
-    // A descriptor, for which O_PATH is enough, and the same folder's path for the journal.
+    // Takes a descriptor, for which O_PATH is enough, and the same folder's path for the journal.
     AccessForOwner(int folder, std::string path, RestoreJournal& journal);
     ~AccessForOwner();
     AccessForOwner(const AccessForOwner&) = delete;
@@ -23,17 +24,18 @@ private:
     const int folder_;
     const std::string path_;
     RestoreJournal& journal_;
-    std::optional<mode_t> before_; // none: it is as it was
+    std::optional<mode_t> before_; // None when the mode was not changed.
 };
 
-// False with errno.
+// Returns false and sets errno on failure.
 [[nodiscard]] bool makeOwnerAccessible(int folder);
 
-// Gives back the mode to a folder whose owner a killed process has given access, if it has not been changed
-// since. False: the folder cannot be reached for now.
+// Restores the mode of a folder whose owner was given access by a process that was killed, unless the
+// mode has been changed since. Returns false when the folder cannot be reached for now.
 [[nodiscard]] bool endAccess(const std::string& path, mode_t before);
 
-// As `removeStaging`, also from a folder that its owner may not write to; what is removed leaves the journal.
+// Like `removeStaging`, but also from a folder that its owner may not write to; removed folders are
+// dropped from the journal.
 void removeStagingOf(RestoreJournal& journal, const std::string& path, const StopSignal* stop = nullptr);
 
 } // namespace kelvane

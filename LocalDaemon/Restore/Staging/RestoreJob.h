@@ -6,11 +6,11 @@
 
 namespace kelvane {
 
-// One file or folder that somebody wants back. Real paths, absolute and clean.
+// A request to restore a file or folder. The paths are real, absolute and clean.
 struct RestoreJob {
-    std::uint32_t id = 0;       // from 1 on
-    std::uint32_t version = 0;  // the number of a snapshot; 0: the newest
-    std::uint32_t priority = 0; // the higher goes first
+    std::uint32_t id = 0;       // Starts at 1.
+    std::uint32_t version = 0;  // The number of a snapshot; 0 for the newest version.
+    std::uint32_t priority = 0; // A higher priority is restored first.
     std::string source;
     std::string target;
 
@@ -18,17 +18,17 @@ struct RestoreJob {
 };
 
 struct RestoreFailure {
-    std::string path; // in the backup
+    std::string path; // The path in the backup.
     std::string reason;
-    bool isSnapshotGone = false; // the repository does not hold what the index says
+    bool isSnapshotGone = false; // The repository lacks a snapshot that the index has.
 };
 
-// How far restoring is, for panes.
+// The progress of restoring, for panes.
 struct RestoreProgress {
-    std::uint32_t job = 0;      // that is running; 0: none, and there is nothing to do
-    std::string file;           // its name, the one that has come last
-    std::uint64_t fileSize = 0; // bytes
-    std::uint64_t pending = 0;  // files that are still to come, of all jobs
+    std::uint32_t job = 0;      // The running job; 0 when there is nothing to do.
+    std::string file;           // The name of the file that was restored last.
+    std::uint64_t fileSize = 0; // In bytes.
+    std::uint64_t pending = 0;  // Pending files of all jobs.
 
     friend bool operator==(const RestoreProgress&, const RestoreProgress&) = default;
 };

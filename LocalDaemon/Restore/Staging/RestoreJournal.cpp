@@ -25,10 +25,10 @@ namespace {
 
 constexpr std::size_t largestFile = std::size_t{256} << 20U;
 constexpr std::size_t mostEnded = 1000;
-constexpr std::size_t mostFailures = 1000; // that are kept of one job; the log has all of them
+constexpr std::size_t mostFailures = 1000; // Failures kept for one job; the log has all of them.
 
 constexpr int hexBase = 16;
-constexpr std::size_t escapeLength = 3; // "%0a"
+constexpr std::size_t escapeLength = 3; // As in "%0a".
 
 using Fields = std::vector<std::string>;
 
@@ -63,7 +63,7 @@ std::string checksumText(std::string_view text) {
     return formatText("%016llx", checksumOf(text));
 }
 
-// The checksum of what is before it ends the line.
+// A line ends with the checksum of the text before it.
 std::string lineOf(const Fields& fields) {
     std::string line;
     for (const std::string& field : fields)
@@ -81,7 +81,7 @@ Fields fieldsOf(std::string_view line) {
 }
 
 struct Line {
-    Fields fields; // none: it is damaged
+    Fields fields; // Empty when the line is damaged.
     bool hasChecksum = false;
 };
 
@@ -134,7 +134,8 @@ void takeEnd(RestoreJournal::Contents& contents, const Fields& fields) {
 
 bool makesSense(const Fields& fields) {
     const std::string kind = fields.empty() ? "" : fields[0];
-    const auto hasNumber = [&] { return numberIn(fields[1]) + 1 > 1; }; // and a next one
+    // The number after it must be valid as well.
+    const auto hasNumber = [&] { return numberIn(fields[1]) + 1 > 1; };
     if (kind == "job")
         return fields.size() == 6 && hasNumber() && isCleanPath(fields[4]) && isCleanPath(fields[5]);
     if (kind == "end")
@@ -143,7 +144,7 @@ bool makesSense(const Fields& fields) {
     return isOfFolder && fields.size() == (kind == "access" ? 3 : 2) && isCleanPath(fields[1]);
 }
 
-// Of a line that makes sense.
+// Applies a valid line.
 void takeLine(RestoreJournal::Contents& contents, const Fields& fields) {
     const std::string& kind = fields[0];
     if (kind == "job")
@@ -173,7 +174,7 @@ std::string textOf(const RestoreJournal::Contents& contents) {
     return text;
 }
 
-// Lines of the version before have no checksum: they count when all of them make sense.
+// Lines of an older version have no checksum and are used only if all of them are valid.
 RestoreJournal::Contents contentsOf(const Data& bytes) {
     RestoreJournal::Contents contents;
     const std::string text(bytes.begin(), bytes.end());
@@ -287,7 +288,7 @@ bool RestoreJournal::append(const Fields& fields, Flush flush) {
     return isWritten;
 }
 
-// What could not be opened, since its disk took nothing, may be by now.
+// A file that could not be opened because its disk was full may be writable by now.
 bool RestoreJournal::isOpen() {
     if (!file_ && unusable_ == 0)
         file_.reset(
@@ -297,8 +298,8 @@ bool RestoreJournal::isOpen() {
     return static_cast<bool>(file_);
 }
 
-// What a full disk has taken of it is taken back, so that the next line is not joined to it; so is a line
-// that has not reached the disk, since its job counts as one that is not kept.
+// A partly written line is truncated, so that the next line does not join it; so is a line that was not
+// flushed, since its job counts as not saved.
 bool RestoreJournal::appendText(const std::string& text, Flush flush) {
     const off_t before = ::lseek(file_.get(), 0, SEEK_END);
     const ssize_t written = ::write(file_.get(), text.data(), text.size());

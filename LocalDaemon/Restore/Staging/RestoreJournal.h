@@ -13,47 +13,49 @@
 
 namespace kelvane {
 
-// Of what stat tells of a file: what chmod can set.
+// The bits of st_mode that chmod can set.
 inline constexpr mode_t modeBits = 07777;
 
-// The restore jobs as a file, so that the death of the daemon loses none: a line for everything that happens,
-// written before it counts, a new job also flushed to the disk. Opening it tidies it up, and so does its
-// growing to more than twice of what was needed. Any thread; the calls block on the disk.
+// The restore jobs as a file, so that no job is lost when the daemon dies: every event is written as a
+// line before it takes effect, and a new job is also flushed to the disk. The file is rewritten when it
+// is opened, and when it grows to more than twice the size it needs. Any thread; the calls block on the
+// disk.
 //
-// A line that cannot be written is logged. A job whose end is not written down is done again after the next
+// A line that cannot be written is logged. A job whose end was not recorded runs again after the next
 // start, which does no harm.
 class RestoreJournal {
 public:
     struct Ended {
         std::uint32_t status = 0;
-        std::vector<std::string> failures; // a line for each file, without control characters
+        std::vector<std::string> failures; // One line per file, without control characters.
 
-        // Of very many failures it says how many more there are.
+        // Of very many failures, the last line gives the number of the rest.
         [[nodiscard]] static Ended with(const std::vector<RestoreFailure>& failures);
-        [[nodiscard]] std::size_t bytes() const; // that the failures take
+        [[nodiscard]] std::size_t bytes() const; // The size of the failures.
     };
     struct Contents {
-        std::vector<RestoreJob> waiting;           // in the order in which they came
-        std::map<std::uint32_t, Ended> ended;      // by number, the last thousand
-        std::set<std::string> stagingFolders;      // that were left standing
-        std::map<std::string, mode_t> accessGiven; // the modes that folders had before
+        std::vector<RestoreJob> waiting;           // In the order of their arrival.
+        std::map<std::uint32_t, Ended> ended;      // The last thousand, by number.
+        std::set<std::string> stagingFolders;      // Staging folders that were not removed.
+        std::map<std::string, mode_t> accessGiven; // The previous modes of folders, by path.
         std::uint32_t nextId = 1;
-        std::string damage; // why jobs may be missing; empty: all could be read
+        std::string damage; // Why jobs may be missing; empty when all lines could be read.
     };
 
     explicit RestoreJournal(std::string path) : path_(std::move(path)) {}
 
-    // Once, before anything else. None when there is no file. Each line has a checksum; a damaged one, or one
-    // with a path that is not absolute and clean, is left out. A file that has such lines, or that cannot be
-    // read, is set aside as "<path>.damaged"; where that fails too, nothing is written.
+    // Must be called once, before anything else. Returns no contents when there is no file. A line with
+    // a wrong checksum, or with a path that is not absolute and clean, is skipped. A file with such
+    // lines, or an unreadable one, is renamed to "<path>.damaged"; if that fails as well, nothing is
+    // written.
     [[nodiscard]] Contents open();
 
-    // Empty, or why it is not written down.
+    // Returns why the job is not saved, empty on success.
     [[nodiscard]] std::string add(const RestoreJob& job);
     void end(std::uint32_t id, const Ended& ended);
     void stagingMade(const std::string& folder);
     void stagingGone(const std::string& folder);
-    // A folder's owner gets access to it that its mode, `before`, does not give.
+    // Records that a folder's owner was given access that its mode, `before`, does not grant.
     void accessGiven(const std::string& folder, mode_t before);
     void accessEnded(const std::string& folder);
 
@@ -61,20 +63,23 @@ private:
     using Fields = std::vector<std::string>;
 
     enum class Flush { No, Yes };
-    static constexpr off_t spareSize = off_t{1} << 20U; // bytes that it may grow by at least
+    // In bytes: the file grows at least by this size before it is rewritten.
+    static constexpr off_t spareSize = off_t{1} << 20U;
 
     [[nodiscard]] bool append(const Fields& fields, Flush flush = Flush::No);
-    // With the mutex held.
+    // The mutex must be held.
     [[nodiscard]] bool isOpen();
     [[nodiscard]] bool appendText(const std::string& text, Flush flush);
     void tidyUp();
     void rewrite(const Contents& contents);
 
     const std::string path_;
-    std::mutex mutex_; // guards what follows
+    std::mutex mutex_; // Guards the members below.
     FileDescriptor file_;
-    int unusable_ = 0;         // not 0, the number of an error: the file is the only copy of damaged jobs
-    off_t tidyAt_ = spareSize; // bytes
+    // An error number when the file cannot be used, since it is the only copy of damaged jobs; otherwise
+    // 0.
+    int unusable_ = 0;
+    off_t tidyAt_ = spareSize; // In bytes.
 };
 
 } // namespace kelvane

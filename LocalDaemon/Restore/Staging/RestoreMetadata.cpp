@@ -21,9 +21,9 @@
 namespace kelvane {
 namespace {
 
-constexpr std::size_t largestAttribute = 65536; // as large as the system allows
-constexpr unsigned groupShift = 3;              // from everybody's bits to the group's
-constexpr unsigned ownerShift = 6;              // and to the owner's
+constexpr std::size_t largestAttribute = 65536; // The limit of the kernel.
+constexpr unsigned groupShift = 3;              // Shifts the bits of others to those of the group.
+constexpr unsigned ownerShift = 6;              // Shifts the bits of others to those of the owner.
 constexpr const char* capability = "security.capability";
 constexpr const char* accessAcl = "system.posix_acl_access";
 
@@ -43,12 +43,12 @@ std::string attribute(const std::string& path, const std::string& name) {
     return value;
 }
 
-// Others, such as a security label, belong to the place.
+// Other attributes, such as a security label, belong to the location.
 bool isOfTheBackup(const std::string& name) {
     return name.starts_with("user.") || name.starts_with("system.posix_acl_");
 }
 
-// An ACL as the system keeps it in an attribute.
+// Parses an ACL in the form of an extended attribute.
 std::vector<posix_acl_xattr_entry> entriesOf(const std::string& acl) {
     std::vector<posix_acl_xattr_entry> entries;
     for (std::size_t at = sizeof(posix_acl_xattr_header); at + sizeof(posix_acl_xattr_entry) <= acl.size();
@@ -61,7 +61,7 @@ std::vector<posix_acl_xattr_entry> entriesOf(const std::string& acl) {
     return entries;
 }
 
-// What each user and group of an ACL may do, as the bits of one class of a mode.
+// Returns the rights that every user and group in an ACL has, as the bits of one class of a mode.
 mode_t commonRights(const std::string& acl) {
     mode_t common = S_IRWXO;
     for (const posix_acl_xattr_entry& entry : entriesOf(acl))
@@ -70,7 +70,7 @@ mode_t commonRights(const std::string& acl) {
     return common;
 }
 
-// Calls `take` for each range of whole blocks that holds nothing but zeros.
+// Calls `take` for each range of whole blocks of zeros.
 template <class Take>
 bool findZeros(int file, off_t block, Take take) {
     constexpr std::size_t step = std::size_t{1} << 20U;
@@ -99,7 +99,7 @@ bool findZeros(int file, off_t block, Take take) {
     }
 }
 
-// Empty, or why the time is another one than was saved. Some file systems keep every second second.
+// Returns empty, or why the time differs from the saved one. Some file systems store only even seconds.
 std::string timeFault(const struct stat& now, FileTime saved) {
     constexpr std::int64_t step = 2;
     if (isAtEndOfKeptTimes(saved))
@@ -153,7 +153,7 @@ mode_t modeFor(const SavedAccess& saved, const struct stat& now) {
     const bool isGroups = now.st_gid == saved.group;
     if (!isOwners || !isGroups)
         mode &= ~mode_t{S_ISUID | S_ISGID};
-    // Whoever was the owner, or in the group, counts among the others now.
+    // A former owner or group member now counts as others.
     if (!isGroups)
         group = others &= group & saved.aclOfGroup;
     if (!isOwners) {
@@ -166,7 +166,7 @@ mode_t modeFor(const SavedAccess& saved, const struct stat& now) {
 FolderMetadata::FolderMetadata(int folder, const SavedAccess& access, FileTime modified)
     : access_(withAcl(access, pathOfDescriptor(folder))), modified_(modified) {
     const std::string path = pathOfDescriptor(folder);
-    // Its attributes are read and its contents taken out of it, whatever mode was saved.
+    // The attributes are read and the contents moved out, whatever mode was saved.
     if (::fstat(folder, &status_) != 0 || !makeOwnerAccessible(folder))
         failure_ = errorText();
     for (const std::string& name : attributeNames(path))
@@ -177,10 +177,10 @@ std::string FolderMetadata::applyTo(int folder, Use use) const {
     if (!failure_.empty())
         return failure_;
     const std::string path = pathOfDescriptor(folder);
-    // Root may; what others make stays theirs.
+    // Only root may change the owner; other users' files keep it.
     if (::chown(path.c_str(), access_.user, access_.group) != 0 && errno != EPERM)
         return "its owner cannot be set: " + errorText();
-    if (!makeOwnerAccessible(folder)) // attributes need it
+    if (!makeOwnerAccessible(folder)) // Setting attributes requires it.
         return "its mode cannot be set: " + errorText();
     if (std::string reason = replaceAttributes(path); !reason.empty())
         return reason;
@@ -203,7 +203,8 @@ std::string narrowFolder(int folder, SavedAccess saved, const Attributes& attrib
         return errorText();
     const std::string path = pathOfDescriptor(folder);
     mode_t mode = modeFor(saved, now);
-    // Whom the folder's own ACL names may only do what everybody may: the group's bits are its mask.
+    // Users and groups named in the folder's own ACL get only the rights of others, since the group bits
+    // are the ACL's mask.
     if (!entriesOf(attribute(path, accessAcl)).empty())
         mode &= ~mode_t{S_IRWXG} | ((mode & S_IRWXO) << groupShift);
     const mode_t left = now.st_mode & modeBits & (mode | ~mode_t{S_IRWXG | S_IRWXO});
@@ -229,7 +230,7 @@ std::string digHoles(int folder, const std::string& name) {
     if (::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
         return errorText();
     if (status.st_blocks * 512 < status.st_size)
-        return {}; // it has some, perhaps by another of its names
+        return {}; // The file is sparse already, perhaps through another of its names.
     const mode_t mode = status.st_mode & modeBits;
     if ((mode & (S_IRUSR | S_IWUSR)) != (S_IRUSR | S_IWUSR) &&
         ::fchmodat(folder, name.c_str(), mode | S_IRUSR | S_IWUSR, 0) != 0)
@@ -238,9 +239,9 @@ std::string digHoles(int folder, const std::string& name) {
     if (!file)
         return errorText();
     const std::string path = pathOfDescriptor(file.get());
-    const std::string saved = attribute(path, capability); // goes with the first change
+    const std::string saved = attribute(path, capability); // The first write removes the capability.
     const bool isRead = findZeros(file.get(), status.st_blksize, [&](off_t begin, off_t length) {
-        // Where there are no holes the zeros stay.
+        // On a file system without holes the zeros stay.
         static_cast<void>(::fallocate(file.get(), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, begin, length));
     });
     const std::array<timespec, 2> times{status.st_atim, status.st_mtim};

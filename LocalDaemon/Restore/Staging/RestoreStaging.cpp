@@ -38,7 +38,7 @@ bool isOwn(const FileDescriptor& folder) {
     return ::fstat(folder.get(), &status) == 0 && status.st_uid == ::geteuid();
 }
 
-// From `folder` down; the path has no separator at its front.
+// Opens a path below `folder`, without a leading separator.
 FileDescriptor descend(FileDescriptor folder, std::string_view path) {
     while (folder && !path.empty()) {
         const std::string_view name = path.substr(0, path.find('/'));
@@ -48,7 +48,8 @@ FileDescriptor descend(FileDescriptor folder, std::string_view path) {
     return folder;
 }
 
-// Calls `take` with each name in it. False with the last errno: it cannot be read, or `take` says so.
+// Calls `take` with each name in the folder. Returns false with the last errno when the folder cannot be
+// read or `take` returns false.
 template <class Take>
 bool forEachIn(int folder, Take take) {
     const int descriptor = ::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -73,7 +74,7 @@ bool isEmpty(int folder) {
     });
 }
 
-// A folder of the same name takes what is in this one; a file that both have is the same.
+// Moves contents into existing folders of the same name; a file that both have is the same.
 bool moveContents(int from, int to) {
     for (const int folder : {from, to})
         if (::chmod(pathOfDescriptor(folder).c_str(), ownersFolder) != 0)
@@ -89,14 +90,13 @@ bool moveContents(int from, int to) {
     });
 }
 
-// Empties a folder. Folders in it come out of those around them before they are emptied themselves: so it
-// takes few descriptors, however deep they lie. One that forbids it has its owner's permission back, since it
-// is about to go.
+// Empties a folder. Nested folders are moved to the top before they are emptied, so that few descriptors
+// are needed at any depth. A folder that denies access to its owner is made accessible first.
 class Removal {
 public:
     Removal(int top, const StopSignal* stop) : top_(top), stop_(stop) {}
 
-    // False with the first errno.
+    // Returns false with the first errno.
     bool run() {
         empty(top_);
         while (!folders_.empty() && error_ != EINTR) {
@@ -104,8 +104,7 @@ public:
             folders_.pop_back();
             if (const FileDescriptor folder = openToOwner(top_, name))
                 empty(folder.get());
-            // The list has a folder twice when it was moved to the name of an empty one left by an earlier
-            // try.
+            // A folder is listed twice when it replaced an empty one of an interrupted attempt.
             note(::unlinkat(top_, name.c_str(), AT_REMOVEDIR) == 0 || errno == ENOENT);
         }
         errno = error_;
@@ -116,7 +115,8 @@ private:
     static FileDescriptor openToOwner(int around, const std::string& name) {
         FileDescriptor folder = openFolderIn(around, name);
         if (folder)
-            static_cast<void>(::chmod(pathOfDescriptor(folder.get()).c_str(), ownersFolder)); // or no need
+            // On failure it was not needed.
+            static_cast<void>(::chmod(pathOfDescriptor(folder.get()).c_str(), ownersFolder));
         return folder;
     }
     void note(bool isDone) {
@@ -141,10 +141,11 @@ private:
         return true;
     }
     bool moveOut(int folder, const char* name) {
-        static_cast<void>(openToOwner(folder, name)); // moving it changes what it says of where it is
+        // Moving a folder changes its "..", which requires access.
+        static_cast<void>(openToOwner(folder, name));
         for (;;) {
             const std::string free =
-                "removed-" + std::to_string(++moved_); // unless an earlier try was cut off
+                "removed-" + std::to_string(++moved_); // Taken only after an interrupted attempt.
             if (::renameat(folder, name, top_, free.c_str()) == 0) {
                 folders_.push_back(free);
                 return true;
@@ -156,7 +157,7 @@ private:
 
     const int top_;
     const StopSignal* const stop_;
-    std::vector<std::string> folders_; // in the top one
+    std::vector<std::string> folders_; // Names in the top folder.
     std::size_t moved_ = 0;
     int error_ = 0;
 };
@@ -165,7 +166,7 @@ bool removeContents(int folder, const StopSignal* stop) {
     return Removal(folder, stop).run();
 }
 
-// Tries one, which denies what nobody else has, on a folder of this user's that has none.
+// Tries to set an ACL that denies nothing more, on a folder of this user that has none.
 bool takesAccessRules(const std::string& folder) {
     const struct {
         std::uint32_t version = 2;
@@ -173,13 +174,13 @@ bool takesAccessRules(const std::string& folder) {
             std::uint16_t tag, rights;
             std::uint32_t id;
         } entries[5] = {{1, 7, ~0U}, {2, 0, ::geteuid()}, {4, 0, ~0U}, {16, 0, ~0U}, {32, 0, ~0U}};
-    } rules; // as the system keeps them
+    } rules; // In the kernel's format.
     constexpr const char* name = "system.posix_acl_access";
     return ::setxattr(folder.c_str(), name, &rules, sizeof rules, 0) == 0 &&
            ::removexattr(folder.c_str(), name) == 0;
 }
 
-// Tries one that few have by themselves.
+// Tries to set a mode that is rarely a default.
 bool takesModes(const std::string& folder) {
     constexpr mode_t mode = S_IRWXU | S_IXGRP;
     struct stat status {};
@@ -187,7 +188,7 @@ bool takesModes(const std::string& folder) {
            (status.st_mode & ALLPERMS) == mode;
 }
 
-// Whether it is a staging folder that this user has made, and not what only has its name.
+// Returns whether this is a staging folder that this user has created, rather than one with such a name.
 bool isOurStaging(const FileDescriptor& folder, std::string_view name) {
     struct stat status {};
     const std::string_view number = name.substr(std::min(stagingPrefix.size(), name.size()));
@@ -248,7 +249,7 @@ StagingPlace stagingPlaceFor(const std::string& target, bool isFolder) {
         return {StagingPlace::Kind::Ready, target, {}};
     std::string around(folderOf(target));
     FileDescriptor folder = openFolder(around);
-    // One of this user's that is only protected from writing is opened for as long as it takes.
+    // A folder of this user that is only write-protected is made accessible for as long as needed.
     const auto mustLookFurther = [&] {
         return folder ? !isWritable(folder) && isOwn(folder) : errno == ENOENT;
     };
@@ -284,11 +285,11 @@ StagingFolder::StagingFolder(const std::string& path) {
     if (isMade) {
         const std::string self = pathOfDescriptor(folder_.get());
         for (const char* inherited : {"system.posix_acl_default", "system.posix_acl_access"})
-            static_cast<void>(::removexattr(self.c_str(), inherited)); // or there is none
+            static_cast<void>(::removexattr(self.c_str(), inherited)); // There may be none.
         keepsAccessRules_ = takesAccessRules(self);
         keepsModes_ = takesModes(self);
         tellsNamesApart_ = kelvane::tellsNamesApart(folder_.get());
-        // What it has inherited may have kept its owner out.
+        // An inherited ACL may deny access to the owner.
         isMade = ::chmod(self.c_str(), ownersFolder) == 0 && isEmpty(folder_.get());
         synced_ = FileDescriptor(::openat(folder_.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         isMade = isMade && synced_;
@@ -318,11 +319,11 @@ bool StagingFolder::clear() const {
 bool StagingFolder::merge(const std::string& from, const std::string& into) const {
     const FileDescriptor source = open(from);
     if (!source)
-        return errno == ENOENT; // nothing has come
+        return errno == ENOENT; // Nothing was restored.
     if (::renameat2(folder_.get(), from.c_str(), folder_.get(), into.c_str(), RENAME_NOREPLACE) == 0)
         return true;
     const FileDescriptor target = open(into);
-    if (!target && errno == ENOENT) // a file system that knows no such flag
+    if (!target && errno == ENOENT) // The file system does not support the flag.
         return ::renameat(folder_.get(), from.c_str(), folder_.get(), into.c_str()) == 0;
     return target && moveContents(source.get(), target.get()) &&
            ::unlinkat(folder_.get(), from.c_str(), AT_REMOVEDIR) == 0;
@@ -343,7 +344,8 @@ bool removeStaging(const std::string& path, const StopSignal* stop) {
         logNotice("Not removed: %@ is no staging folder of this user.", path);
         return true;
     }
-    static_cast<void>(::chmod(pathOfDescriptor(folder.get()).c_str(), ownersFolder)); // or no need
+    // On failure it was not needed.
+    static_cast<void>(::chmod(pathOfDescriptor(folder.get()).c_str(), ownersFolder));
     if (removeContents(folder.get(), stop) && ::unlinkat(around.get(), name.c_str(), AT_REMOVEDIR) == 0)
         return true;
     if (!stop || !stop->isSet())
@@ -354,7 +356,7 @@ bool removeStaging(const std::string& path, const StopSignal* stop) {
 std::uint64_t freeSpaceAt(const std::string& folder) {
     struct statvfs status {};
     if (::statvfs(folder.c_str(), &status) != 0)
-        return std::numeric_limits<std::uint64_t>::max(); // who knows: the disk will say
+        return std::numeric_limits<std::uint64_t>::max(); // Unknown: writing will fail if the disk is full.
     return std::uint64_t{status.f_bavail} * status.f_frsize;
 }
 
@@ -363,7 +365,7 @@ void raiseDescriptorLimit() {
     if (::getrlimit(RLIMIT_NOFILE, &limit) != 0)
         return;
     limit.rlim_cur = limit.rlim_max;
-    static_cast<void>(::setrlimit(RLIMIT_NOFILE, &limit)); // then fewer do
+    static_cast<void>(::setrlimit(RLIMIT_NOFILE, &limit)); // On failure the limit stays lower.
 }
 
 } // namespace kelvane

@@ -10,89 +10,93 @@
 
 namespace kelvane {
 
-// Where files of a restore come in before they take their places: a folder beside those places, so that a
-// rename is all that is left to do. Nothing in a folder of this name is ever backed up.
+// The prefix of staging folders, in which restored files are stored before they are delivered. A staging
+// folder is on the same file system as the targets, so that delivery is a rename. A folder with this
+// prefix is never backed up.
 inline constexpr std::string_view stagingPrefix = ".kelvane-restore-";
 
-// A descriptor for a folder, without the right to list it. No symbolic link is followed in any component, so
-// that nobody can lead a restore elsewhere; a path may be longer than the system takes at once. None, with
-// errno, when it cannot be reached: ENOTDIR also for a link.
+// Opens a folder without the right to list it. No component may be a symbolic link, so that nobody can
+// redirect a restore; a path may be longer than PATH_MAX. Returns no descriptor and sets errno on
+// failure, to ENOTDIR also for a link.
 [[nodiscard]] FileDescriptor openFolder(const std::string& absolutePath);
 [[nodiscard]] FileDescriptor openFolderIn(int folder, const std::string& name);
-// A path that leads to what is open, whatever has been put in its place meanwhile.
+// Returns a path to the open file, whatever has replaced it in its folder meanwhile.
 [[nodiscard]] std::string pathOfDescriptor(int descriptor);
 
-// A target as it is ordered, without the links on the way to it, which are followed only then.
+// Resolves the links in a requested target's parent folders, once, when the restore is requested.
 [[nodiscard]] std::string targetWithoutLinks(const std::string& target);
 
-// As such targets, the paths that lead to a file: its own, those of the folders around it, and of what each
-// symbolic link among these leads to.
+// Returns, as resolved targets, the paths that lead to a file: its own, those of its parent folders, and
+// those of the targets of symbolic links among them.
 [[nodiscard]] std::set<std::string> pathsTo(const std::string& file);
-// Empty when it is no link.
+// Returns empty when it is no link.
 [[nodiscard]] std::string linkTarget(int folder, const std::string& name);
 
 struct StagingPlace {
     enum class Kind {
-        Ready,    // `folder` is where a staging folder can be made
-        Contents, // not here, but perhaps in the folders of what is to be restored
-        Nowhere,  // `reason` says why
+        Ready,    // A staging folder can be created in `folder`.
+        Contents, // Not here, but perhaps in subfolders of the restored folder.
+        Nowhere,  // Impossible, for the given `reason`.
     };
     Kind kind = Kind::Nowhere;
     std::string folder;
     std::string reason;
 };
-// For an absolute path that something is to be restored to.
+// Finds the parent of a staging folder for an absolute target path.
 [[nodiscard]] StagingPlace stagingPlaceFor(const std::string& target, bool isFolder);
 
-// The path of a new staging folder in another one. Nobody can foresee it, and so nothing can be put there
+// Returns an unpredictable path for a new staging folder in `around`, so that nobody can create it
 // first.
 [[nodiscard]] std::string newStagingPath(const std::string& around, std::uint32_t job);
 
-// A staging folder that only this user can look into, without the access rules and attributes that a new
-// folder inherits. Whatever has its path already stays, and it fails.
+// A staging folder that only this user can access, without inherited ACLs and attributes. Creating it
+// fails if the path exists.
 class StagingFolder {
 public:
     explicit StagingFolder(const std::string& path);
 
-    [[nodiscard]] const std::string& failure() const { return failure_; } // empty: it is there
+    // Empty when the folder was created.
+    [[nodiscard]] const std::string& failure() const { return failure_; }
     [[nodiscard]] int descriptor() const { return folder_.get(); }
-    // Waits until its disk holds all that has been written to it. Empty, or why something has not come there
-    // since this folder was made, which nobody else may ever be told.
+    // Waits until everything written is on its disk. Returns empty, or the reason of a write error since
+    // this folder was created, which the kernel reports only once.
     [[nodiscard]] std::string sync() const;
-    // Whether its file system keeps ACLs.
+    // Whether its file system supports ACLs.
     [[nodiscard]] bool keepsAccessRules() const { return keepsAccessRules_; }
-    // Whether it keeps modes; else it has a rule of its own who gets in.
+    // Whether its file system supports modes; otherwise a mount option determines access.
     [[nodiscard]] bool keepsModes() const { return keepsModes_; }
-    // Whether names that differ by case are two there.
+    // Whether its file system is case-sensitive.
     [[nodiscard]] bool tellsNamesApart() const { return tellsNamesApart_; }
-    // For restic, which runs beside this process.
+    // For restic, which runs as another process.
     [[nodiscard]] std::string path() const;
-    [[nodiscard]] FileDescriptor open(const std::string& relativePath) const; // as openFolder does
-    // False with errno: something is left in it.
+    [[nodiscard]] FileDescriptor open(const std::string& relativePath) const; // Fails as openFolder does.
+    // Returns false and sets errno when something remains in it.
     [[nodiscard]] bool clear() const;
-    // Moves what is in one of its folders into another one, where the same folders may be, and removes the
-    // first. Those that are in both are open to their owner afterwards. False with errno.
+    // Moves the contents of one of its folders into another, which may contain the same folders, and
+    // removes the first. Folders that both contain are accessible to their owner afterwards. Returns
+    // false and sets errno on failure.
     [[nodiscard]] bool merge(const std::string& from, const std::string& into) const;
 
 private:
     FileDescriptor folder_;
-    FileDescriptor synced_; // the same folder, opened before anything was written
+    // The same folder, opened before anything was written, so that `sync` reports every write error.
+    FileDescriptor synced_;
     std::string failure_;
     bool keepsAccessRules_ = false;
     bool keepsModes_ = false;
     bool tellsNamesApart_ = true;
 };
 
-// Removes a staging folder of this user with all that is in it, also what nobody may write in. Anything else
-// that has the path stays, which is logged, and counts as removed. False, and the first reason is logged,
-// when something is left, or may be: the folder around it is not there, as on a disk that is not mounted.
-// Stopped, it leaves what it has not come to, and logs nothing.
+// Removes a staging folder of this user with all its contents, including write-protected folders.
+// Anything else at the path is kept, which is logged, and counts as removed. Returns false, and logs the
+// first reason, when something remains or may remain because the parent folder does not exist, as on an
+// unmounted disk. When it is stopped, it keeps the rest and logs nothing.
 bool removeStaging(const std::string& path, const StopSignal* stop = nullptr);
 
-// How many bytes a file system still takes from this user.
+// Returns the free bytes that this user may use.
 [[nodiscard]] std::uint64_t freeSpaceAt(const std::string& folder);
 
-// Many folders are open at once in a deep tree.
+// A deep tree needs many open folders at once.
 void raiseDescriptorLimit();
 
 } // namespace kelvane
