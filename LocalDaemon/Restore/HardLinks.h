@@ -10,17 +10,17 @@
 
 namespace kelvane {
 
-// Finds staged files that hold another file's contents. restic makes one file of all names in a snapshot that
-// have one inode number, but a number that was given to a new file during the backup stands for two files.
+// Finds staged files that have another file's contents. restic restores all names with one inode number
+// in a snapshot as one file, but an inode number that was reused during the backup belongs to two files.
 // Belongs to one thread.
 class HardLinks {
 public:
     HardLinks(const BackupIndex& index, SavedNodes& nodes) : index_(index), nodes_(nodes) {}
 
-    // A staged name of a file; all of them before the first is asked about or moved away.
+    // Records a staged name of a file. All names must be recorded before the first is checked or moved.
     void note(const struct stat& staged, const BackupIndex::Item& item);
-    // Empty, or why the contents may be another file's. Asks the repository only where names differ in their
-    // times or size.
+    // Returns empty, or why the contents may be another file's. Queries the repository only where names
+    // differ in their times or size.
     [[nodiscard]] std::string faultOf(const struct stat& staged);
 
 private:
@@ -29,7 +29,7 @@ private:
 
     const BackupIndex& index_;
     SavedNodes& nodes_;
-    std::map<ino_t, Names> names_; // of files with several
+    std::map<ino_t, Names> names_; // The names of files with several links.
     std::map<ino_t, std::string> faults_;
 };
 

@@ -11,7 +11,7 @@ namespace kelvane {
 namespace {
 
 constexpr std::chrono::seconds quietAfter(30);
-constexpr int pausePerLook = 4; // a look at very many files takes a while, and must not be all there is done
+constexpr int pausePerLook = 4; // A poll over very many files takes a while, and must not take all the time.
 
 } // namespace
 
@@ -30,9 +30,10 @@ Arrival arrivalIn(const std::string& stagingFolder, const BackupIndex& index) {
         arrival.bytes += static_cast<std::uint64_t>(status.st_size);
         const FileTime changed(status.st_ctim);
         arrival.lastChange = std::max(arrival.lastChange, changed);
-        const std::size_t own = path.find('/', stagingFolder.size() + 1); // behind the snapshot's number
+        // After the number of the snapshot.
+        const std::size_t own = path.find('/', stagingFolder.size() + 1);
         if (own == std::string::npos)
-            continue; // somebody else's
+            continue; // The file belongs to another process.
         const BackupIndex::Item* const item = index.find(std::string_view(path).substr(own));
         if (!item ||
             (item->kind == ItemKind::File && static_cast<std::uint64_t>(status.st_size) < item->size))

@@ -8,34 +8,34 @@
 
 namespace kelvane {
 
-// What restic has brought so far; it says nothing of that itself. A file has its size from the beginning
-// where the disk can give it the room at once.
+// The files that restic has restored so far, which restic does not report itself. A file has its full
+// size from the start when the disk can allocate the space at once.
 struct Arrival {
-    std::uint64_t files = 0; // that are as large as they should be
+    std::uint64_t files = 0; // Files of full size.
     std::uint64_t bytes = 0;
-    std::string newestFile; // its name
+    std::string newestFile; // The name of the newest file.
     std::uint64_t newestSize = 0;
-    FileTime lastChange; // of any file
+    FileTime lastChange; // The latest change of any file.
 
     friend bool operator==(const Arrival&, const Arrival&) = default;
 };
 [[nodiscard]] Arrival arrivalIn(const std::string& stagingFolder, const BackupIndex& index);
 
-// Follows a call of restic by what arrives in its staging folder. Belongs to the thread that makes the call.
+// Follows a restic call by the files in its staging folder. Belongs to the thread that makes the call.
 class ArrivalWatch {
 public:
     struct Options {
         std::string stagingFolder;
         const BackupIndex& index;
-        std::function<void(const Arrival&)> onArrival; // when more has come
-        // Nothing has come for a while, or something has again.
+        std::function<void(const Arrival&)> onArrival; // Called when more files have arrived.
+        // Called when nothing has arrived for a while, and when files arrive again.
         std::function<void(bool isQuiet)> onQuiet = [](bool) {};
         std::chrono::milliseconds patience = std::chrono::minutes(5);
     };
     explicit ArrivalWatch(Options options);
 
-    // For the call's ticks. Tells what has arrived since the last one; false when nothing has for longer than
-    // the patience.
+    // Must be called at each tick of the call. Reports what has arrived since the last tick; returns
+    // false when nothing has arrived for the stall timeout.
     [[nodiscard]] bool look();
     static constexpr std::chrono::milliseconds interval{500};
 

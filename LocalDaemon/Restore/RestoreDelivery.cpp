@@ -18,8 +18,8 @@
 namespace kelvane {
 namespace {
 
-constexpr mode_t ownersFolder = 0700;    // of a folder that is made on the way and of which nothing is known
-constexpr const char* newFolder = "new"; // beside the folders of the snapshots
+constexpr mode_t ownersFolder = 0700;    // The mode of a new parent folder without saved metadata.
+constexpr const char* newFolder = "new"; // A name beside the folders of the snapshots.
 constexpr std::uint64_t smallestWithHoles = std::uint64_t{64} << 10U;
 constexpr const char* missing = "it has not come out of the backup";
 
@@ -34,15 +34,17 @@ SavedAccess accessOf(const BackupIndex::Item& item, const std::string& lostRules
             .mode = lostRules.empty() ? item.mode : item.mode & mode_t{S_IRWXU}};
 }
 
-// Where nothing must stand in its way.
+// Moves without replacing an existing file.
 bool moveNew(int from, const char* name, int to, const std::string& newName) {
     if (::renameat2(from, name, to, newName.c_str(), RENAME_NOREPLACE) == 0)
         return true;
-    return errno == EINVAL && ::renameat(from, name, to, newName.c_str()) == 0; // an older file system
+    // An old file system without RENAME_NOREPLACE.
+    return errno == EINVAL && ::renameat(from, name, to, newName.c_str()) == 0;
 }
 
-// The path in the backup of a folder around the target; empty when the target is not the file's own place.
-// What a folder of the same name elsewhere let others do says nothing about this one.
+// Returns the path in the backup of a parent folder of the target; empty when the target is not the
+// file's original location. The access to a folder of the same name elsewhere says nothing about this
+// one.
 std::string savedFolder(const std::string& path, const std::string& target, const std::string& folder) {
     if (target != path && target != targetWithoutLinks(path))
         return {};
@@ -149,7 +151,8 @@ FileDescriptor RestoreDelivery::madeParent(const RestorePiece& piece, const std:
     return makeFolder(around, name, nullptr, reason);
 }
 
-// It gets what is known of it before anybody can see it, and inherits nothing from the folder around it.
+// Creates a folder with its saved metadata before anybody can see it, so that it inherits nothing from
+// its parent.
 FileDescriptor RestoreDelivery::makeFolder(int around, const std::string& name,
                                            const FolderMetadata* metadata, std::string& reason) {
     if (::mkdirat(staging_.descriptor(), newFolder, ownersFolder) != 0 && errno != EEXIST)
@@ -160,7 +163,7 @@ FileDescriptor RestoreDelivery::makeFolder(int around, const std::string& name,
     if (folder && moveNew(staging_.descriptor(), newFolder, around, name))
         return folder;
     const int error = errno;
-    ::unlinkat(staging_.descriptor(), newFolder, AT_REMOVEDIR); // the next one has other metadata
+    ::unlinkat(staging_.descriptor(), newFolder, AT_REMOVEDIR); // The next folder has different metadata.
     errno = error;
     return error == EEXIST ? openFolderIn(around, name) : FileDescriptor();
 }
@@ -189,7 +192,7 @@ void RestoreDelivery::deliverFile(const Place& place) {
         fail(place.path, reason.empty() ? lost : reason);
 }
 
-// Without the one in use nothing else could be restored. A link may lead to it.
+// Without the key in use nothing else could be restored. A link may lead to it.
 bool RestoreDelivery::replacesTheKey(const Place& place) const {
     constexpr std::size_t longestKey = 4096;
     if (!keyPaths_.contains(place.target))
@@ -231,8 +234,8 @@ std::string RestoreDelivery::errorOfOtherNames(const struct stat& status) const 
     return errors_.below.empty() ? std::string() : errors_.below.begin()->second;
 }
 
-// restic has U+FFFD for what is not UTF-8. The link itself may still be there and say that this is its
-// target.
+// restic stores U+FFFD for bytes that are not UTF-8. If the original link still exists, its target can
+// be compared.
 bool RestoreDelivery::isTargetInDoubt(const Place& place, const std::string& staged) {
     const std::string target = linkTarget(place.staged, staged);
     struct stat now {};
@@ -242,7 +245,7 @@ bool RestoreDelivery::isTargetInDoubt(const Place& place, const std::string& sta
             linkTarget(AT_FDCWD, place.path) != target);
 }
 
-// In the staging folder, where nobody else can reach it.
+// Works in the staging folder, where nobody else has access.
 std::string RestoreDelivery::prepare(const Place& place, const SavedAccess& access) const {
     if (place.item.kind != ItemKind::File)
         return {};
@@ -260,8 +263,8 @@ std::string RestoreDelivery::prepare(const Place& place, const SavedAccess& acce
     return place.item.size < smallestWithHoles ? std::string() : digHoles(place.staged, staged);
 }
 
-// Where an access rule does not let the owner write, restic may have set it first, could not set the others
-// then, and has not said so.
+// If an ACL denies the owner to write, restic may have set it first and then failed to set the other
+// attributes without reporting it.
 std::string RestoreDelivery::completeAttributes(const Place& place) const {
     const std::string name = lastPathComponent(place.path);
     const FileDescriptor staged(::openat(place.staged, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
@@ -278,11 +281,11 @@ std::string RestoreDelivery::completeAttributes(const Place& place) const {
                                              : "its mode cannot be set: " + reasonText();
 }
 
-// A mode without its ACL may give others what the ACL denied them. restic leaves out in silence what the file
-// system does not keep.
+// A mode without its ACL may grant access that the ACL denied. restic omits, without a message,
+// attributes that the file system does not support.
 std::string RestoreDelivery::lostAccessRules(std::uint32_t number, const std::string& path) const {
     if (staging_.keepsAccessRules() || !staging_.keepsModes())
-        return {}; // asking takes half a second for each folder
+        return {}; // The query takes half a second for each folder.
     const Snapshot* const snapshot = index_.snapshot(number);
     if (!snapshot)
         return {};
@@ -296,7 +299,7 @@ std::string RestoreDelivery::lostAccessRules(std::uint32_t number, const std::st
 }
 
 void RestoreDelivery::deliverFolder(const Place& place, bool isAlone) {
-    const bool isSaved = place.item.snapshot != 0; // else only contents of it are known
+    const bool isSaved = place.item.snapshot != 0; // Otherwise only contents of the folder are known.
     const std::string name = place.path.substr(place.path.rfind('/') + 1);
     const FileDescriptor staged = isSaved ? openFolderIn(place.staged, name) : FileDescriptor();
     if (isSaved && !staged)
@@ -321,7 +324,7 @@ void RestoreDelivery::deliverFolder(const Place& place, bool isAlone) {
     const std::size_t failuresBefore = failures_.size();
     if (const AccessForOwner access(target.get(), place.target, journal_); !isAlone)
         deliverContents(place, staged.get(), target.get());
-    // What has not been replaced there is somebody's own.
+    // Files that were not replaced there belong to somebody else.
     const bool isShared =
         isElsewhere && (shared_.contains(&place.item) || failures_.size() > failuresBefore || stop_.isSet());
     if (metadata && !isShared)
@@ -333,7 +336,7 @@ void RestoreDelivery::deliverFolder(const Place& place, bool isAlone) {
 }
 
 void RestoreDelivery::deliverContents(const Place& folder, int staged, int target) {
-    std::map<std::uint32_t, FileDescriptor> others; // of other snapshots
+    std::map<std::uint32_t, FileDescriptor> others; // The folders of other snapshots.
     const auto contents = lastContents(index_, folder.item);
     if (!staging_.tellsNamesApart()) {
         std::map<std::uint32_t, std::vector<std::string>> names;

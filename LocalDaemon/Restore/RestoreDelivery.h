@@ -20,9 +20,10 @@
 
 namespace kelvane {
 
-// Puts in their places what restic has brought into a staging folder, file by file by a rename, and says what
-// is missing. What stands in a place is replaced by a whole file of the right size and by nothing else: no
-// folder makes room for a file, no file or link for a folder, and no device, pipe or socket for anything.
+// Moves what restic has restored from a staging folder to its targets, file by file with a rename, and
+// reports what is missing. An existing file is replaced only by a complete file of the right size: a
+// folder never replaces a file, a file or link never replaces a folder, and devices, pipes and sockets
+// are never replaced.
 //
 // Belongs to one thread; blocks on the disk. Ends early when it is stopped.
 class RestoreDelivery {
@@ -30,13 +31,14 @@ public:
     RestoreDelivery(const BackupIndex& index, const StagingFolder& staging, const FileErrors& errors,
                     RestoreJournal& journal, SavedNodes& nodes, std::string keyFile, const StopSignal& stop);
 
-    // Of all that is to be delivered, before anything is: what has got another item's contents.
+    // Must be called before delivery with everything to be delivered: finds items that have another
+    // item's contents.
     void inspect(const std::vector<RestorePiece>& pieces);
     void deliver(const RestorePiece& piece);
     [[nodiscard]] std::vector<RestoreFailure> takeFailures() { return std::exchange(failures_, {}); }
 
-    // Folders on the way to a piece's own place that were not there and have been made as they were saved.
-    // What is put into them changes their times: the metadata is for when that is over.
+    // Missing parent folders of a piece's original location, created with their saved metadata.
+    // Delivering into them changes their times, so their metadata is applied again at the end.
     struct MadeFolder {
         std::string target;
         FolderMetadata metadata;
@@ -46,11 +48,11 @@ public:
 private:
     struct Place {
         const BackupIndex::Item& item;
-        std::string path;   // in the backup
-        std::string target; // for people
-        int staged;         // the folder that holds what has been brought; -1: it has not been
-        int around;         // the folder that it is put into
-        std::string name;   // there
+        std::string path;   // The path in the backup.
+        std::string target; // The target as shown to the user.
+        int staged;         // The folder that contains the staged item, -1 when it is not staged.
+        int around;         // The target's parent folder.
+        std::string name;   // The name in that folder.
     };
     [[nodiscard]] FileDescriptor stagedFolder(std::uint32_t snapshot, const std::string& path) const;
     [[nodiscard]] FileDescriptor folderAround(const RestorePiece& piece, const std::string& path,
@@ -63,22 +65,23 @@ private:
     void deliverFile(const Place& place);
     void deliverFolder(const Place& place, bool isAlone);
     void deliverContents(const Place& folder, int staged, int target);
-    // Which folders at and below the target hold what is not in the backup, or cannot be read. Whether this
-    // one does.
+    // Records which folders at and below the target contain files that are not in the backup, or cannot
+    // be read. Returns whether this folder does.
     bool findShared(const BackupIndex::Item& item, int folder);
-    // Empty: it is there as it should be.
+    // Returns empty when the item was delivered correctly, otherwise the reason of the failure.
     [[nodiscard]] std::string faultOf(const Place& place);
     void lookForClashes(const std::vector<RestorePiece>& pieces);
     void lookForClashes(int staged, const std::string& folder, const std::vector<std::string>& names);
-    // `staged`: the folder that the item is staged in.
+    // `staged`: the folder in which the item is staged.
     void noteHardLinks(const BackupIndex::Item& item, int staged, bool isFolderAlone);
-    // Whether a file stands there whose name differs only by case or accents, which this disk ignores.
+    // Returns whether the target is an existing file whose name differs only by case or accents, which
+    // this file system ignores.
     [[nodiscard]] bool isOthersPlace(const Place& place) const;
-    // Of a staged file with several names, of which restic tells one.
+    // Returns restic's error for a staged file with several names, of which restic reports only one.
     [[nodiscard]] std::string errorOfOtherNames(const struct stat& status) const;
     [[nodiscard]] static bool isTargetInDoubt(const Place& place, const std::string& staged);
     [[nodiscard]] std::string prepare(const Place& place, const SavedAccess& access) const;
-    // Empty, or why only the owner gets access to a file or folder.
+    // Returns empty, or why only the owner gets access to a file or folder.
     [[nodiscard]] std::string lostAccessRules(std::uint32_t snapshot, const std::string& path) const;
     [[nodiscard]] std::string completeAttributes(const Place& place) const;
     [[nodiscard]] bool replacesTheKey(const Place& place) const;
@@ -87,15 +90,16 @@ private:
     const BackupIndex& index_;
     const StagingFolder& staging_;
     const FileErrors& errors_;
-    RestoreJournal& journal_; // of folders whose owner is given access
+    RestoreJournal& journal_; // Records the folders whose owner is given access.
     SavedNodes& nodes_;
-    const std::string keyFile_; // of the repository in use
+    const std::string keyFile_; // The key file of the repository in use.
     const std::set<std::string> keyPaths_;
     const StopSignal& stop_;
     HardLinks hardLinks_;
-    std::map<ino_t, std::string> errorsOfInodes_; // in the staging folder
-    std::set<std::string> clashing_;              // paths in the backup
-    std::set<const BackupIndex::Item*> shared_;   // elsewhere than in their own places
+    std::map<ino_t, std::string> errorsOfInodes_; // By inode in the staging folder.
+    std::set<std::string> clashing_;              // Paths in the backup whose names clash.
+    // Existing folders other than the original locations, with other files in them.
+    std::set<const BackupIndex::Item*> shared_;
     std::vector<RestoreFailure> failures_;
     std::vector<MadeFolder> made_;
 };

@@ -1,4 +1,4 @@
-// What is seen of staged files before the first of them takes its place.
+// Checks the staged files before the first of them is delivered.
 
 #include "Foundation/CleanPath.h"
 #include "Foundation/PathComponents.h"
@@ -28,7 +28,7 @@ void RestoreDelivery::noteHardLinks(const BackupIndex::Item& item, int staged, b
         hardLinks_.note(status, item);
     if (item.kind != ItemKind::Folder || isFolderAlone || stop_.isSet())
         return;
-    std::map<std::uint32_t, FileDescriptor> folders; // by the snapshot that the contents are staged from
+    std::map<std::uint32_t, FileDescriptor> folders; // By the snapshot from which the contents are staged.
     folders.emplace(item.snapshot, openFolderIn(staged, name.empty() ? "." : name));
     for (const BackupIndex::Item* const child : lastContents(index_, item)) {
         const auto [folder, isNew] = folders.try_emplace(child->snapshot);

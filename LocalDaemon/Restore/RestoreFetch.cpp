@@ -14,20 +14,20 @@
 namespace kelvane {
 namespace {
 
-// A person waits for the end of what was cancelled; restic removes its lock in much less.
+// The user waits for a cancelled restore to end; restic removes its lock in far less time.
 constexpr std::chrono::milliseconds grace(1500);
 constexpr std::chrono::hours forEver(24 * 365);
 constexpr std::size_t mostErrorBytes = std::size_t{16} << 20U;
-constexpr std::size_t mostFoldersListed = 100; // for the errors of one snapshot
+constexpr std::size_t mostFoldersListed = 100; // Folders listed for the errors of one snapshot.
 
-constexpr std::uint32_t anyComputer = 0; // locks and packs have no tag
+constexpr std::uint32_t anyComputer = 0; // Locks and packs have no tag.
 
-constexpr const char* callFolder = "0"; // no snapshot has this number
+constexpr const char* callFolder = "0"; // No snapshot has this number.
 
-// With this as its last word restic has done all that it could.
+// restic ends with this message after it has restored everything that it could.
 constexpr std::string_view doneWithErrors = "Fatal: There were ";
 
-// A file consists of something that no index names.
+// A file contains a blob that no index lists.
 constexpr std::string_view contentsUnknown = "Unknown blob ";
 
 bool endsWithCountOfErrors(std::string_view line) {
@@ -70,7 +70,7 @@ bool RestoreFetch::isSomebodyAtWork() const {
     return outcome.succeeded();
 }
 
-// restic ends at the first file of which a part is in no pack, before it has brought any.
+// restic exits at the first file with a missing blob, before it has restored any.
 RestoreFetch::Try RestoreFetch::fetchWhatThereIs(const RestorePlan& plan, const StagingFolder& staging,
                                                  FileErrors& errors) const {
     Try first = fetchOnce(plan, {}, staging, errors);
@@ -105,8 +105,8 @@ RestoreFetch::Try RestoreFetch::fetchOnce(const RestorePlan& plan, const Damage&
     return {{}, mayPass(errors, before, !localFolderOf(tools_.restic->place().location).empty())};
 }
 
-// Each call has a folder of its own: in one that an earlier call has made, what comes would inherit an ACL,
-// and a mode may keep restic out.
+// Each call uses a new folder: files restored into the folder of an earlier call would inherit its ACL,
+// and its mode may deny access to restic.
 RestoreFetch::Try RestoreFetch::fetchFrom(std::uint32_t number, const SnapshotPaths& paths,
                                           const Damage& lost, const StagingFolder& staging,
                                           FileErrors& errors) const {
@@ -135,7 +135,7 @@ RestoreFetch::Try RestoreFetch::fetchFrom(std::uint32_t number, const SnapshotPa
             return {{"what has come out of the backup cannot be moved: " + errorText()}};
     }
     addErrorsOf(snapshot->id, said, here);
-    // The newest version of such a file is in another snapshot, and may be whole there.
+    // The newest version of such a file is in another snapshot and may be intact there.
     std::erase_if(here.items, [&](const auto& error) {
         const BackupIndex::Item* const item = tools_.index->find(error.first);
         return item && item->snapshot != number;
@@ -161,10 +161,10 @@ RestoreFetch::Try RestoreFetch::callRestic(std::vector<std::string> arguments, c
                                            std::string& errors) const {
     Restic::Call call;
     call.arguments = std::move(arguments);
-    call.patience = call.patienceWithRetries = forEver; // the watch is the one to lose it
+    call.patience = call.patienceWithRetries = forEver; // The arrival watch ends a stalled call instead.
     call.grace = grace;
     call.takesLockIfPossible = true;
-    call.ignoresReadOnlyModes = true; // the delivery sets the modes
+    call.ignoresReadOnlyModes = true; // The delivery sets the modes.
     std::string said;
     bool isDone = false;
     call.onErrorLine = [&](std::string_view line) {

@@ -15,35 +15,35 @@
 
 namespace kelvane {
 
-// Has restic bring what a plan names into a staging folder, as "<number of the snapshot>/<path>". Belongs to
-// one thread, which it blocks.
+// Calls restic to restore the contents of a plan into a staging folder, as "<number of the
+// snapshot>/<path>". Belongs to one thread, which it blocks.
 //
-// While the repository cannot be reached, restic is called again, and locks of the dead are taken away.
-// Somebody who is at work in the repository is waited for however long that takes.
+// While the repository cannot be reached, restic is called again, and stale locks are removed. A running
+// operation of another program is waited for without a limit.
 class RestoreFetch {
 public:
     struct Tools {
         std::shared_ptr<const Restic> restic;
         std::shared_ptr<const BackupIndex> index;
         const StopSignal& stop;
-        // Before each further try to reach the repository.
+        // The wait before each retry to reach the repository.
         std::vector<std::chrono::milliseconds> waits;
-        // Why nothing comes for now; empty when it goes on.
+        // Called with the reason why nothing arrives for now; empty when the restore continues.
         std::function<void(const std::string& reason)> onWait;
         std::function<void(const Arrival&)> onArrival;
     };
     explicit RestoreFetch(Tools tools) : tools_(std::move(tools)) {}
 
-    // None, or why nothing can come. When it was stopped that is not told.
+    // Returns no trouble, or why nothing can be restored. Being stopped is not reported as trouble.
     [[nodiscard]] RestoreTrouble fetch(const RestorePlan& plan, const StagingFolder& staging,
                                        FileErrors& errors) const;
 
 private:
     struct Try {
-        RestoreTrouble trouble = {}; // none: what could come has come
-        bool isPassing = false;      // it may go better in a while
-        bool isLocked = false;       // by somebody who may be dead
-        bool lacksContents = false;  // of a file: restic has brought none because of it
+        RestoreTrouble trouble = {}; // None when everything available was restored.
+        bool isPassing = false;      // A retry may succeed.
+        bool isLocked = false;       // The holder of the lock may be dead.
+        bool lacksContents = false;  // restic has restored nothing because a file has missing blobs.
     };
     [[nodiscard]] Try fetchWhatThereIs(const RestorePlan& plan, const StagingFolder& staging,
                                        FileErrors& errors) const;
@@ -51,15 +51,16 @@ private:
                                 FileErrors& errors) const;
     [[nodiscard]] Try fetchFrom(std::uint32_t number, const SnapshotPaths& paths, const Damage& lost,
                                 const StagingFolder& staging, FileErrors& errors) const;
-    // What of the snapshots the repository does not hold any more; none when nobody can tell.
+    // Returns the contents of the snapshots that the repository has lost; none when that cannot be
+    // determined.
     [[nodiscard]] Damage lostContents() const;
     [[nodiscard]] Try callRestic(std::vector<std::string> arguments, const std::string& staging,
                                  std::string& errors) const;
-    // What restic has said of files while it restored from the snapshot.
+    // Adds the errors that restic has reported for files while it restored from the snapshot.
     void addErrorsOf(const std::string& snapshot, const std::string& said, FileErrors& errors) const;
     [[nodiscard]] std::set<std::string> specialFilesIn(const std::string& snapshot,
                                                        const std::string& folder) const;
-    // After the locks of the dead have been taken away.
+    // Returns whether another program uses the repository, after removing stale locks.
     [[nodiscard]] bool isSomebodyAtWork() const;
 
     const Tools tools_;

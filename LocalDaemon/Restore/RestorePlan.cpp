@@ -9,12 +9,13 @@
 namespace kelvane {
 namespace {
 
-// restic compares every name on the way with every pattern.
-constexpr std::size_t mostPatterns = 500;          // of one call
-constexpr std::size_t mostArgumentBytes = 100'000; // a single argument may have 128 KiB, all of them 2 MiB
+// restic compares each component of a path with every pattern.
+constexpr std::size_t mostPatterns = 500; // Patterns of one call.
+// A single argument may have 128 KiB, all of them together 2 MiB.
+constexpr std::size_t mostArgumentBytes = 100'000;
 constexpr std::size_t mostExclusionBytes = 1'000'000;
 
-// A snapshot that holds a folder holds all of its contents that the index counts to it.
+// Adds the last contents of a folder whose newest version is in a different snapshot than the folder.
 void addOlder(RestorePlan& plan, const BackupIndex& index, const BackupIndex::Item& folder) {
     for (const BackupIndex::Item* const child : lastContents(index, folder)) {
         if (child->snapshot != folder.snapshot && child->snapshot != 0)
@@ -108,7 +109,7 @@ void addToPlan(RestorePlan& plan, const BackupIndex& index, const RestorePiece& 
 
 std::vector<std::vector<std::string>> includeArguments(const SnapshotPaths& paths) {
     Calls calls;
-    // A folder inside another one is taken back in by the patterns that come after that one's.
+    // A nested folder is included again by the patterns after those of the outer one.
     std::vector<std::string> folders = paths.foldersAlone;
     std::ranges::sort(folders);
     for (const std::string& path : folders) {
@@ -155,7 +156,7 @@ std::vector<std::string> exclusionArguments(const BackupIndex& index,
         std::vector<std::string> patterns = pathsInIndex(index, path);
         for (std::string& pattern : patterns)
             pattern = escapedForPattern(pattern);
-        if (patterns.empty()) { // an older version: "?" stands for any byte
+        if (patterns.empty()) { // An older version: "?" matches any byte.
             std::string pattern = escapedForPattern(path);
             for (std::size_t at = 0; (at = pattern.find(lostByte, at)) != std::string::npos;)
                 pattern.replace(at, lostByte.size(), "?");

@@ -12,31 +12,31 @@
 
 namespace kelvane {
 
-// Something to be put in its place: a file, a link, or a folder as it last was, with what it held then. What
-// was deleted earlier, or is not selected any more, comes only when it is asked for by itself.
+// An item to be restored: a file, a link, or a folder with its last contents. Items that were deleted
+// earlier or excluded are restored only when they are requested by themselves.
 struct RestorePiece {
     std::size_t job = 0;
     const BackupIndex::Item* item = nullptr;
     std::string target;
-    bool isFolderAlone = false; // its contents are pieces of their own
-    bool hasFailures = false;   // among these
+    bool isFolderAlone = false; // Its contents are pieces of their own.
+    bool hasFailures = false;   // One of its contents could not be restored.
 };
 using RestorePieces = std::vector<RestorePiece>;
 
-// What a folder held when it was saved last.
+// Returns the contents of a folder when it was last saved.
 [[nodiscard]] std::vector<const BackupIndex::Item*> lastContents(const BackupIndex& index,
                                                                  const BackupIndex::Item& folder);
 [[nodiscard]] FileTotals lastTotals(const BackupIndex& index, const BackupIndex::Item& item);
 
-// What belongs to a folder's last contents in `before` and not in `now`, where it may still have an older
-// version. Both have the folder. Of a folder that is missing as a whole only its own path.
+// Returns the last contents of a folder in `before` that are missing in `now`, where older versions of
+// them may exist. Both have the folder. For a folder that is missing as a whole, only its own path.
 [[nodiscard]] std::vector<std::string> goneFrom(const BackupIndex& now, const BackupIndex& before,
                                                 const std::string& path);
 
-// What is to be fetched from a snapshot. More may come than is wanted; whoever delivers takes of each item
-// the snapshot that the index names.
+// The paths to restore from a snapshot. More may be restored than is needed; the delivery takes each
+// item from the snapshot that the index names.
 struct SnapshotPaths {
-    std::vector<std::string> whole; // files, and folders with all that the snapshot holds of them
+    std::vector<std::string> whole; // Files, and folders with all their contents in the snapshot.
     std::vector<std::string> foldersAlone;
 
     friend bool operator==(const SnapshotPaths&, const SnapshotPaths&) = default;

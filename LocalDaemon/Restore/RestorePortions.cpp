@@ -12,8 +12,8 @@ namespace {
 
 constexpr std::uint64_t portionsInRoom = 8;
 
-// The index has no inodes. Names of one agree in all of this; among small files others do as well, which are
-// kept together for nothing.
+// The index has no inode numbers. Names of one inode are equal in all of this; some small files are
+// equal as well and are needlessly kept together.
 using InodeKey = std::tuple<std::uint64_t, FileTime, FileTime, std::uint32_t, std::uint32_t>;
 InodeKey keyOf(const BackupIndex::Item& file) {
     return {file.size, file.modified, file.changed, file.uid, file.gid};
@@ -83,7 +83,7 @@ private:
     const std::uint64_t most_;
     RestorePortions result_;
     RestorePieces units_;
-    std::vector<std::size_t> parents_; // of units, in the forest of those that belong together
+    std::vector<std::size_t> parents_; // The parents of units in the union-find forest.
     std::map<InodeKey, std::size_t> firstUnits_;
 };
 

@@ -13,11 +13,12 @@ struct RestorePortion {
     std::uint64_t bytes = 0;
 };
 
-// The pieces as portions that are at most a fraction of `room` (bytes), unless a file alone is larger, in the
-// order of the backup. Files that may be names of one inode are in one portion, and counted once.
+// Divides the pieces, in the order of the backup, into portions of at most a fraction of `room` (bytes),
+// unless a single file is larger. Files that may be names of one inode are in one portion and counted
+// once.
 struct RestorePortions {
     std::vector<RestorePortion> portions;
-    RestorePieces folders; // that have been divided; each before what is in it
+    RestorePieces folders; // The divided folders; each comes before its contents.
 };
 [[nodiscard]] RestorePortions divided(const BackupIndex& index, const RestorePieces& pieces,
                                       std::uint64_t room);

@@ -19,8 +19,8 @@ constexpr std::size_t mostEnded = 10'000;
 constexpr std::size_t mostBytesOfEnded = std::size_t{16} << 20U;
 constexpr const char* indexIsRead = "The list of what is in the backup is being read.";
 constexpr const char* failuresDropped = "what failed stands in the log";
-// Jobs are done together, since each call of restic takes half a second; but not so many that the first
-// would wait long for the last.
+// Jobs are run in batches, since each restic call takes half a second; the limit keeps the first jobs of
+// a batch from waiting too long for the last.
 constexpr std::size_t mostInBatch = 500;
 constexpr std::uint64_t mostBytesInBatch = std::uint64_t{1} << 30U;
 
@@ -38,7 +38,7 @@ bool overlaps(const std::vector<RestoreJob>& jobs, const RestoreJob& job) {
     });
 }
 
-// Where it is not known yet, it counts as one.
+// An unknown number counts as one.
 std::uint64_t filesOf(const RestoreJob& job, const BackupIndex* index) {
     const BackupIndex::Item* const item = index ? index->find(job.source) : nullptr;
     return item ? std::max<std::uint64_t>(lastTotals(*index, *item).count, 1) : 1;
@@ -232,7 +232,7 @@ bool RestoreQueue::waitForWork(std::unique_lock<std::mutex>& lock,
     return !stopping_.isSet();
 }
 
-// Whoever lists what is in the backup may be at it, or wait for the repository.
+// The thread that lists the repository may be busy, or wait for the repository.
 std::string RestoreQueue::troubleWithBackup() const {
     Restic::Call call;
     call.arguments = {"cat", "config", "--no-lock"};
@@ -290,7 +290,7 @@ void RestoreQueue::runBatch(const std::vector<RestoreJob>& jobs,
     running_.reset();
     arrival_ = {};
     if (wasStopped)
-        return; // those that were cancelled have ended, the others will be done again
+        return; // Cancelled jobs have ended; the others will run again.
     for (std::size_t number = 0; number < jobs.size(); ++number) {
         if (repeated.contains(jobs[number].id))
             continue;
@@ -351,7 +351,7 @@ void RestoreQueue::end(std::uint32_t id, RestoreJournal::Ended ended) {
     keep(id, std::move(ended));
 }
 
-// The oldest lose what failed of them when it becomes too much, and much later how they ended.
+// The oldest jobs lose their failures when these take too much memory, and much later their status.
 void RestoreQueue::keep(std::uint32_t id, RestoreJournal::Ended ended) {
     endedBytes_ += ended.bytes();
     ended_[id] = std::move(ended);
@@ -378,7 +378,8 @@ void RestoreQueue::report() {
         running += each.isRunning ? each.files : 0;
     }
     progress.pending -= std::min(arrival_.files, running);
-    // Until the last one stands in its place there is one to come: 0 says that all is over.
+    // At least one file is pending until the last one is delivered; 0 means that the restore is
+    // complete.
     progress.pending = std::max<std::uint64_t>(progress.pending, 1);
     progress.file = arrival_.newestFile;
     progress.fileSize = arrival_.newestSize;

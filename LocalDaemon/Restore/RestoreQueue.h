@@ -23,8 +23,8 @@
 
 namespace kelvane {
 
-// The jobs that wait to be restored, and the thread that does them: the higher priority first, then the
-// order in which they came. A job outlives the daemon: one that was running is done again from its beginning.
+// The queue of restore jobs and the thread that runs them by priority, then in the order of their
+// arrival. A job outlives the daemon: an interrupted one starts again from the beginning.
 //
 // Any thread.
 class RestoreQueue {
@@ -32,36 +32,39 @@ public:
     struct Options {
         std::string journalPath;
         std::shared_ptr<const Restic> restic;
-        // Null as long as it is not known what is in the backup: until then jobs wait, and `wake` says that
-        // it is. Any thread; the queue's mutex may be held. While the repository cannot be reached they wait
-        // as long as `waits` takes.
+        // Returns null while the contents of the backup are unknown: jobs wait until `wake` is called,
+        // or while the repository cannot be reached for as long as `waits` takes. Called on any thread;
+        // the queue's mutex may be held.
         std::function<std::shared_ptr<const BackupIndex>()> index;
-        // Called with the queue's mutex held, so they take note and return. All jobs that were there have
-        // ended when the progress has no job; then `onEnd` tells what failed of them.
+        // Called with the queue's mutex held, so these record the event and return. When the progress
+        // has no job, all jobs have ended; then `onEnd` is called with their failures.
         std::function<void(const RestoreProgress&)> onProgress;
         std::function<void(const std::vector<RestoreFailure>&)> onEnd;
-        // Asks for the index while it is null and the repository can be reached. Why the last try to get it
-        // failed; empty while one is under way.
+        // Requests the index while it is null and the repository can be reached. Returns why the last
+        // attempt to get it failed; empty while one is running.
         std::function<std::string()> askForIndex = [] { return std::string(); };
-        // The index is not that of the repository any more: it is null from now on until it is. On the
-        // queue's thread.
+        // Called on the queue's thread when the index no longer matches the repository; `index` then
+        // returns null until it has been updated.
         std::function<void()> onSnapshotGone = [] {};
-        // On the queue's thread.
+        // Called on the queue's thread.
         WorkFailed failed = [](const std::string&) {};
-        // Why jobs have to wait; empty when they go on. And why one was refused. On any thread.
+        // Called on any thread with the reason why jobs have to wait, or why one was refused; with an
+        // empty reason when they continue.
         std::function<void(const std::string& reason)> onWait = [](const std::string&) {};
         std::function<void(const std::string& reason)> onRefusal = [](const std::string&) {};
-        // Why a job is not on the disk, and ends with this process. On any thread.
+        // Called on any thread with the reason why a job could not be saved and therefore ends with this
+        // process.
         std::function<void(const std::string& reason)> onUnkept = [](const std::string&) {};
-        // At the start: why jobs that were waiting may be missing.
+        // Called at the start with the reason why pending jobs may have been lost.
         std::function<void(const std::string& reason)> onDamagedJournal = [](const std::string&) {};
-        // Why nothing may be put there; empty when it may. On the queue's thread.
+        // Returns why nothing may be restored to the target; empty when it may. Called on the queue's
+        // thread.
         std::function<std::string(const std::string& target)> refusal = [](const std::string&) {
             return std::string();
         };
-        // Bytes that a folder's disk still takes.
+        // Returns the free bytes on a folder's disk.
         std::function<std::uint64_t(const std::string& folder)> freeSpace = freeSpaceAt;
-        // Before each further try to reach the repository; ten minutes in all.
+        // The wait before each retry to reach the repository; ten minutes in all.
         std::vector<std::chrono::milliseconds> waits = usualWaits();
     };
 
@@ -72,25 +75,25 @@ public:
     RestoreQueue(const RestoreQueue&) = delete;
     RestoreQueue& operator=(const RestoreQueue&) = delete;
 
-    // What a daemon that was killed has left standing is taken away before anything is restored.
+    // Removes the staging folders of a killed daemon before anything is restored.
     void start();
-    // Interrupts what is running, which is done again after the next start.
+    // Interrupts the running jobs, which run again after the next start.
     void stop();
     void wake();
 
-    // The job's number; 0, which is refused, when its paths make no sense or there are too many. Links on the
-    // way to its target are followed now and never again. One that cannot be written down is done all the
-    // same, since a disk that takes nothing any more is a reason to restore; but it ends with the daemon.
+    // Returns the job's number, or 0 for a refused job: its paths are invalid, or there are too many
+    // jobs. Links in the target's path are resolved now and never again. A job that cannot be saved is
+    // run all the same, since a full disk may be the reason to restore, but it ends with the daemon.
     [[nodiscard]] std::uint32_t add(RestoreJob job);
-    // Says why a job is not taken; 0, as which it is known then.
+    // Reports why a job is refused. Returns 0, the number of refused jobs.
     std::uint32_t refuse(const std::string& reason);
-    // The running one too. Whole files stay.
+    // Cancels the running job as well. Complete files stay.
     void cancelAll();
 
-    [[nodiscard]] std::uint32_t currentJob() const;             // 0: none
-    [[nodiscard]] std::uint32_t status(std::uint32_t id) const; // of restorestatus
-    // What an ended job could not restore: a line for each file, without control characters. Of 0: why the
-    // last one was refused.
+    [[nodiscard]] std::uint32_t currentJob() const;             // 0 when no job is running.
+    [[nodiscard]] std::uint32_t status(std::uint32_t id) const; // A value of restorestatus.
+    // Returns what a finished job could not restore: one line per file, without control characters. For
+    // 0, why the last job was refused.
     [[nodiscard]] std::string failures(std::uint32_t id) const;
 
 private:
@@ -106,9 +109,9 @@ private:
     void removeLeft(const RestoreJournal::Contents& left);
     [[nodiscard]] bool waitForWork(std::unique_lock<std::mutex>& lock,
                                    std::shared_ptr<const BackupIndex>& index);
-    // Why it is not known what is in the backup; empty: nothing is in the way of finding it out.
+    // Returns why the contents of the backup are unknown; empty when nothing prevents listing them.
     [[nodiscard]] std::string troubleWithBackup() const;
-    // Each for the same reason, which may be empty.
+    // Ends each job with the same reason, which may be empty.
     void endAll(std::unique_lock<std::mutex>& lock, std::uint32_t status, const std::string& reason);
     [[nodiscard]] std::vector<RestoreJob> takeBatch(const BackupIndex& index);
     void failBatch(const std::vector<RestoreJob>& jobs, const std::string& reason);
@@ -116,7 +119,7 @@ private:
     [[nodiscard]] std::set<std::uint32_t> takeRepeated(const std::vector<RestoreJob>& jobs,
                                                        std::vector<RestoreRun::Failures>& failures,
                                                        const std::shared_ptr<const BackupIndex>& index);
-    // With the mutex held, so they log and write nothing: that may take long.
+    // The mutex must be held, so these neither log nor write, which may take long.
     void end(std::uint32_t id, RestoreJournal::Ended ended);
     void keep(std::uint32_t id, RestoreJournal::Ended ended);
     void report();
@@ -125,17 +128,17 @@ private:
 
     const Options options_;
     RestoreJournal journal_;
-    mutable std::mutex mutex_; // guards what follows
+    mutable std::mutex mutex_; // Guards the members below.
     std::condition_variable changed_;
     StopSignal stopping_;
     std::uint32_t nextId_ = 1;
-    std::deque<Waiting> waiting_; // in the order in which they will be done, the running ones first
+    std::deque<Waiting> waiting_; // In the order of execution, the running ones first.
     std::map<std::uint32_t, RestoreJournal::Ended> ended_;
-    std::string refusal_;                  // the last one
-    std::size_t endedBytes_ = 0;           // of the failures in there
-    std::vector<RestoreFailure> failures_; // since something began
-    std::shared_ptr<StopSignal> running_;  // null: nothing is
-    Arrival arrival_;                      // of what is running
+    std::string refusal_;                  // The reason of the last refusal.
+    std::size_t endedBytes_ = 0;           // The size of the failures in `ended_`.
+    std::vector<RestoreFailure> failures_; // Since the queue was last empty.
+    std::shared_ptr<StopSignal> running_;  // Null when no job is running.
+    Arrival arrival_;                      // Of the running jobs.
     std::thread thread_;
 };
 

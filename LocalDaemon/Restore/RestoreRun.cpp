@@ -18,9 +18,9 @@
 namespace kelvane {
 namespace {
 
-constexpr std::uint64_t blockSize = 4096; // bytes, about
+constexpr std::uint64_t blockSize = 4096; // Approximate size of a disk block in bytes.
 
-// Taking the staging folder away has changed the folder's times.
+// Removing the staging folder has changed the folder's times.
 void setTime(const std::string& folder, FileTime modified) {
     const std::array<timespec, 2> times{timespec{0, UTIME_OMIT}, modified.asTimespec()};
     const FileDescriptor place = openFolder(folder);
@@ -28,7 +28,7 @@ void setTime(const std::string& folder, FileTime modified) {
         logWarning("The time of %@ cannot be set.", folder);
 }
 
-// Each file takes some room of its own.
+// Each file takes some space in addition to its contents.
 std::uint64_t roomFor(const FileTotals& totals) {
     return totals.bytes + totals.count * blockSize;
 }
@@ -89,7 +89,7 @@ void RestoreRun::narrow(const RestorePiece& folder) {
     if (snapshot)
         node = nodes_.find(snapshot->id, tools_.index->pathOf(*folder.item), trouble);
     if (!node && tools_.stop.isSet())
-        return; // nothing comes into it any more
+        return; // Nothing will be delivered to it any more.
     if (!node) {
         access.mode &= mode_t{S_IRWXU};
         fail({folder},
@@ -124,7 +124,7 @@ void RestoreRun::runGroup(const std::string& folder, const RestorePieces& pieces
             setTime(folder, piece.item->modified);
 }
 
-// What replaces something leaves more room for the others.
+// Replacing existing files frees space for the following portions.
 void RestoreRun::runPortions(const std::string& folder, RestorePortions parts) {
     std::vector<RestorePortion> waiting = std::move(parts.portions);
     for (std::size_t before = waiting.size() + 1; !waiting.empty() && waiting.size() < before;) {
@@ -141,7 +141,7 @@ void RestoreRun::runPortions(const std::string& folder, RestorePortions parts) {
     for (RestorePortion& portion : waiting)
         std::ranges::move(portion.pieces, std::back_inserter(large));
     std::ranges::move(runWithoutRoom(folder, large), std::back_inserter(parts.folders));
-    std::ranges::reverse(parts.folders); // what is put into a folder changes its times
+    std::ranges::reverse(parts.folders); // Delivering into a folder changes its times.
     noteFailures(parts.folders);
     if (!parts.folders.empty() && !tools_.stop.isSet())
         fetchAndDeliver(folder, parts.folders);
@@ -158,12 +158,12 @@ void RestoreRun::noteFailures(RestorePieces& folders) const {
         folder.hasFailures = around[folder.job].contains(tools_.index->pathOf(*folder.item));
 }
 
-// Names of one inode together, as many of these as fit, and at last those that do not.
+// Restores the names of one inode together, as many at a time as fit, and finally those that do not fit.
 RestorePieces RestoreRun::runWithoutRoom(const std::string& folder, const RestorePieces& pieces) {
     RestorePortions parts = divide(pieces, 0);
     RestorePieces fitting;
     RestorePieces large;
-    std::uint64_t wanted = 0; // by those that fit
+    std::uint64_t wanted = 0; // The space needed by those that fit.
     const auto bring = [&] {
         if (!fitting.empty() && !tools_.stop.isSet())
             fetchAndDeliver(folder, std::exchange(fitting, {}));
@@ -193,7 +193,7 @@ void RestoreRun::inStaging(const std::string& folder, const RestorePieces& piece
             work(staging);
         else
             fail(pieces, {staging.failure()});
-        // The last renames, too, before the journal forgets the jobs.
+        // Also flushes the last renames before the journal forgets the jobs.
         if (const std::string failure = staging.failure().empty() ? staging.sync() : ""; !failure.empty())
             fail(pieces, {failure});
     }
@@ -264,7 +264,7 @@ void RestoreRun::streamAndDeliver(RestoreStream& stream, const StagingFolder& st
 
 void RestoreRun::deliver(const StagingFolder& staging, const FileErrors& errors,
                          const RestorePieces& pieces) {
-    // A rename may reach the disk before what it names, or without it.
+    // A rename may reach the disk before the file's contents, or without them.
     if (const std::string failure = staging.sync(); !failure.empty())
         return fail(pieces, {failure});
     RestoreDelivery delivery(*tools_.index, staging, errors, tools_.journal, nodes_,
@@ -277,7 +277,7 @@ void RestoreRun::deliver(const StagingFolder& staging, const FileErrors& errors,
     std::ranges::move(delivery.takeMadeFolders(), std::back_inserter(made_));
 }
 
-// The inner ones first: their coming has changed the times of those around them.
+// Inner folders first, since creating them has changed the times of the outer ones.
 void RestoreRun::finishMadeFolders() {
     for (auto each = made_.rbegin(); each != made_.rend(); ++each) {
         const FileDescriptor folder = openFolder(each->target);

@@ -18,9 +18,9 @@
 
 namespace kelvane {
 
-// Does some jobs together: has restic bring what they want into staging folders, and delivers it from there,
-// in portions where all of it does not fit. Belongs to one thread, which it blocks. Stopped, it leaves whole
-// files and no staging folder.
+// Runs some jobs together: calls restic to restore their contents into staging folders and delivers them
+// from there, in portions when not everything fits. Belongs to one thread, which it blocks. When it is
+// stopped, only complete files and no staging folder remain.
 class RestoreRun {
 public:
     struct Tools {
@@ -28,36 +28,38 @@ public:
         std::shared_ptr<const BackupIndex> index;
         RestoreJournal& journal;
         const StopSignal& stop;
-        // What has come of all the jobs' files.
+        // Called with what has arrived of the files of all jobs.
         std::function<void(const Arrival&)> onArrival;
-        // Before each further try to reach the repository.
+        // The wait before each retry to reach the repository.
         std::vector<std::chrono::milliseconds> waits;
-        // Why nothing may be put there; empty when it may.
+        // Returns why nothing may be restored to the target; empty when it may.
         std::function<std::string(const std::string& target)> refusal;
-        // Why nothing comes for now; empty when it goes on.
+        // Called with the reason why nothing arrives for now; empty when the restore continues.
         std::function<void(const std::string& reason)> onWait;
-        std::function<std::uint64_t(const std::string& folder)> freeSpace; // bytes
+        std::function<std::uint64_t(const std::string& folder)> freeSpace; // In bytes.
     };
     explicit RestoreRun(Tools tools);
 
     using Failures = std::vector<RestoreFailure>;
-    // For each job what could not be restored. No job's source may lie in another's.
+    // Returns for each job what could not be restored. No job's source may be inside another's.
     [[nodiscard]] std::vector<Failures> run(const std::vector<RestoreJob>& jobs);
 
 private:
     void addJob(std::size_t number, const RestoreJob& job);
     void addPiece(const RestorePiece& piece);
-    // A folder elsewhere than in its own place, before anything is put into it.
+    // Restricts access to an existing folder other than the original location, before anything is
+    // delivered to it.
     void narrow(const RestorePiece& folder);
-    // In portions for that room (bytes), with the folders that come last narrowed already.
+    // Divides the pieces into portions for that many free bytes; access to the folders that are
+    // delivered last is restricted already.
     [[nodiscard]] RestorePortions divide(const RestorePieces& pieces, std::uint64_t room);
     void runGroup(const std::string& folder, const RestorePieces& pieces);
     void runPortions(const std::string& folder, RestorePortions parts);
     void noteFailures(RestorePieces& folders) const;
-    // Returns the folders that are to come when what is in them has.
+    // Returns the folders that are delivered after their contents.
     [[nodiscard]] RestorePieces runWithoutRoom(const std::string& folder, const RestorePieces& pieces);
     void fetchAndDeliver(const std::string& folder, const RestorePieces& pieces);
-    // Files that are larger than what is free may have holes: they are written without what these hold.
+    // Files larger than the free space may be sparse: they are written without their holes.
     void streamAndDeliver(const std::string& folder, const RestorePieces& pieces);
     void streamAndDeliver(RestoreStream& stream, const StagingFolder& staging, const RestorePiece& file);
     template <class Work>
@@ -72,10 +74,10 @@ private:
     const RestoreFetch fetch_;
     SavedNodes nodes_;
     std::uint32_t firstJob_ = 0;
-    std::map<std::string, RestorePieces> groups_; // by the folder that their staging folder stands in
+    std::map<std::string, RestorePieces> groups_; // By the parent folder of the staging folder.
     std::vector<Failures> failures_;
     std::vector<RestoreDelivery::MadeFolder> made_;
-    std::uint64_t filesBefore_ = 0; // of portions that are done with
+    std::uint64_t filesBefore_ = 0; // The files of finished portions.
 };
 
 } // namespace kelvane

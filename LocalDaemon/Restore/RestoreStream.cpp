@@ -18,10 +18,10 @@ namespace kelvane {
 namespace {
 
 constexpr std::size_t holeSize = 4096;
-constexpr std::chrono::milliseconds grace(1500); // a person waits for the end of what was cancelled
+constexpr std::chrono::milliseconds grace(1500); // The user waits for a cancelled restore to end.
 constexpr std::chrono::hours forEver(24 * 365);
 
-// Takes bytes one after the other and leaves out blocks of zeros.
+// Writes a stream of bytes and skips blocks of zeros.
 class HoleWriter {
 public:
     explicit HoleWriter(int file) : file_(file) {}
@@ -46,8 +46,8 @@ private:
     int error_ = 0;
 };
 
-// An owner that only root may give stays as it is. The mode is for the delivery.
-// So are access rules where there are none.
+// An owner that only root may set is left unchanged. The delivery sets the mode, and the ACL where there
+// is none.
 std::string applyNode(int file, SavedNode node, const BackupIndex::Item& item, bool hasAccessRules) {
     if (!hasAccessRules)
         std::erase_if(node.attributes, [](const auto& each) { return isAccessRule(each.first); });
@@ -83,14 +83,14 @@ RestoreTrouble RestoreStream::bring(const BackupIndex::Item& item, const Staging
         around.get(), name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
     if (!file)
         return {"it cannot be written: " + errorText()};
-    ::fremovexattr(file.get(), "system.posix_acl_access"); // inherited from the folder
+    ::fremovexattr(file.get(), "system.posix_acl_access"); // It is inherited from the folder.
     trouble = write(file.get(), item, staging);
     if (trouble.isNone())
         trouble = {applyNode(file.get(), *node, item, staging.keepsAccessRules())};
     if (trouble.isNone() && ::fsync(file.get()) != 0)
         trouble = {"it cannot be written: " + errorText()};
     if (!trouble.isNone())
-        ::unlinkat(around.get(), name.c_str(), 0); // the next one may need the room
+        ::unlinkat(around.get(), name.c_str(), 0); // The next file may need the space.
     return trouble;
 }
 
@@ -102,7 +102,7 @@ void RestoreStream::noteDelivered(const std::string& target) {
         delivered_[last_] = {target, status.st_dev, status.st_ino};
 }
 
-// If it is still there.
+// Links to the delivered file if it still exists.
 bool RestoreStream::linkDelivered(int around, const std::string& name) const {
     const auto found = delivered_.find(last_);
     if (found == delivered_.end())
@@ -136,7 +136,7 @@ RestoreTrouble RestoreStream::write(int file, const BackupIndex::Item& item,
         return true;
     };
     call.tickInterval = ArrivalWatch::interval;
-    call.onTick = [&] { return writer.error() == 0 && watch.look(); }; // the rest may be terabytes
+    call.onTick = [&] { return writer.error() == 0 && watch.look(); }; // The rest may be terabytes.
     const ResticOutcome outcome = tools_.restic->run(call, tools_.stop);
     if (writer.error() != 0)
         return {"it cannot be written: " + errorText(writer.error())};

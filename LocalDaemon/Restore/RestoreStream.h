@@ -15,10 +15,10 @@
 
 namespace kelvane {
 
-// Brings files one by one into a staging folder, where the folders around them have to be, without the blocks
-// that hold nothing but zeros: `restic restore` would write those too. Owners, times and extended attributes
-// come as they were saved, and further names of a file that has been delivered as links to it. Belongs to one
-// thread, which it blocks.
+// Restores files one by one into a staging folder, in which their parent folders must exist, and skips
+// blocks of zeros, which `restic restore` would write. Owners, times and extended attributes are
+// restored as saved, and further names of a delivered file become links to it. Belongs to one thread,
+// which it blocks.
 class RestoreStream {
 public:
     struct Tools {
@@ -30,13 +30,14 @@ public:
     };
     explicit RestoreStream(Tools tools) : tools_(std::move(tools)) {}
 
-    // None, or why it failed; then nothing of it is left.
+    // Returns no trouble, or why it failed; nothing of the file remains then.
     [[nodiscard]] RestoreTrouble bring(const BackupIndex::Item& file, const StagingFolder& staging);
-    // That what was brought last stands there now.
+    // Records that the last restored file was delivered to this target.
     void noteDelivered(const std::string& target);
 
 private:
-    // Snapshot, device, number, contents: a number that is given to a new file comes twice in one snapshot.
+    // Snapshot, device, inode number and contents, since a reused inode number occurs twice in one
+    // snapshot.
     using Inode = std::tuple<std::uint32_t, std::uint64_t, std::uint64_t, std::string>;
     struct Delivered {
         std::string target;
@@ -48,9 +49,9 @@ private:
                                        const StagingFolder& staging) const;
 
     const Tools tools_;
-    std::map<Inode, Delivered> delivered_; // of those that have several names
+    std::map<Inode, Delivered> delivered_; // The delivered files that have several names.
     Inode last_;
-    bool hasNames_ = false; // the last one has several
+    bool hasNames_ = false; // The last restored file has several names.
 };
 
 } // namespace kelvane

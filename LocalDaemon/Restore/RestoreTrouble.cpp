@@ -17,7 +17,7 @@ constexpr std::string_view errorMark = "ignoring error for ";
 constexpr std::string_view lastMark = "Fatal: ";
 
 constexpr TroubleRow rows[] = {
-    {ResticTrouble::NoRepository, "the backup's repository is not there", true}, // a disk that is away
+    {ResticTrouble::NoRepository, "the backup's repository is not there", true}, // The disk is not mounted.
     {ResticTrouble::Unreachable, "the backup's repository cannot be reached", true},
     {ResticTrouble::NoNetwork, "there is no network for the backup", true},
     {ResticTrouble::Locked, "somebody else is at work in the backup's repository", true},
@@ -31,21 +31,21 @@ const TroubleRow& rowOf(ResticTrouble trouble) {
     return row == std::end(rows) ? *std::rbegin(rows) : *row;
 }
 
-// The deepest folder of the backup that the path can be in.
+// Returns the deepest folder of the backup that may contain the path.
 std::string knownFolderOf(const BackupIndex& index, std::string_view path) {
     while (path.size() > 1 && (!path.starts_with('/') || !index.find(path)))
         path = path.starts_with('/') ? folderOf(path) : "/";
     return std::string(path.empty() ? "/" : path);
 }
 
-// One that this user may not make fails by itself, and not what is beside it.
+// A special file that this user may not create fails without affecting its siblings.
 bool isSpecial(const BackupIndex& index, std::string_view path, const SpecialFiles& specialFiles) {
     const std::string folder(folderOf(path));
     return index.find(folder) && specialFiles(folder).contains(nameInResticJson(path));
 }
 
-// "PATH: REASON". REASON ends with its line; what else restic has to say may come behind it. False: no PATH
-// `isKnown`.
+// Parses "PATH: REASON". The reason ends with its line; other messages of restic may follow. Returns
+// false when no prefix is a PATH for which `isKnown` is true.
 template <class IsKnown>
 bool takeItems(FileErrors& errors, std::string_view entry, IsKnown isKnown) {
     bool isOneKnown = false;
@@ -83,7 +83,7 @@ RestoreTrouble restoreTroubleFor(const ResticOutcome& outcome) {
     return {std::string(rowOf(outcome.trouble).text) + (word.empty() ? "" : ": " + word)};
 }
 
-// Without a word: somebody has killed it, or the memory was short.
+// restic exits without a message when it was killed or memory ran out.
 bool mayPass(const ResticOutcome& outcome) {
     return outcome.errors.empty() || rowOf(outcome.trouble).mayPass;
 }

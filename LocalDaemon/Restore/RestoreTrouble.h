@@ -11,42 +11,42 @@
 
 namespace kelvane {
 
-// What restic has said of single files, by their path in the snapshot.
+// The errors that restic has reported for single files, by their path in the snapshot.
 struct FileErrors {
     using ByPath = std::map<std::string, std::string, std::less<>>;
 
     ByPath items;
-    // Where it cannot be told which file is meant: of anything at or below the path.
+    // Errors that affect everything at or below the path, because the file is unknown.
     ByPath below;
 
-    // Null when nothing is known against the path.
+    // Returns null when no error affects the path.
     [[nodiscard]] const std::string* errorAt(std::string_view path) const;
 };
 
-// The paths of devices, pipes and sockets that a snapshot holds in a folder, as restic's JSON has them: the
-// index does not have them.
+// Returns the paths of devices, pipes and sockets in a folder of a snapshot, as restic's JSON has them.
+// The index does not contain them.
 using SpecialFiles = std::function<std::set<std::string>(const std::string& folder)>;
 
-// Adds what restic's standard error has of a call. Names may hold line ends and whatever else separates a
-// path from its error: each beginning of the text that is in the backup is taken for the path.
+// Parses restic's standard error. Names may contain line breaks and the separators between a path and
+// its error, so each prefix of the text that is in the backup is taken as the path.
 void addFileErrors(FileErrors& errors, const BackupIndex& index, std::string_view text,
                    const SpecialFiles& specialFiles);
 
-// Why something cannot be restored.
+// The reason why something cannot be restored.
 struct RestoreTrouble {
-    std::string reason = {};     // for people; empty: there is no trouble
-    bool isSnapshotGone = false; // the repository does not hold what the index says
+    std::string reason = {};     // The reason for the user; empty when there is no trouble.
+    bool isSnapshotGone = false; // The repository lacks a snapshot that the index has.
 
     [[nodiscard]] bool isNone() const { return reason.empty(); }
 };
 [[nodiscard]] RestoreTrouble goneSnapshot();
 
-// Why restic could not go on: what that means for a restore, and restic's own word.
+// Returns the reason why restic failed, with restic's own message.
 [[nodiscard]] RestoreTrouble restoreTroubleFor(const ResticOutcome& outcome);
 
-// Whether it may go better in a while. Where restic has done what it could except for single files, only when
-// the way to the place was at fault, and when it is not stuck with the very files of the try before. In a
-// folder a file that ends too early is a damaged one.
+// Returns whether a retry may succeed. After errors for single files only, that is so when the
+// connection failed, and not when the same files failed in the previous attempt. In a local folder a
+// truncated file is damaged, and no transient failure.
 [[nodiscard]] bool mayPass(const ResticOutcome& outcome);
 [[nodiscard]] bool mayPass(const FileErrors& errors, const FileErrors& before, bool isPlaceAFolder);
 

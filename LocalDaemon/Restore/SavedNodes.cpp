@@ -11,8 +11,8 @@ namespace {
 
 using Json = nlohmann::json;
 
-constexpr std::size_t longestTree = std::size_t{1} << 30U; // bytes of JSON
-constexpr std::size_t mostPrinted = 100;                   // trees in memory
+constexpr std::size_t longestTree = std::size_t{1} << 30U; // In bytes of JSON.
+constexpr std::size_t mostPrinted = 100;                   // Trees in memory.
 
 std::string decodedBase64(std::string_view text) {
     constexpr std::string_view digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -50,7 +50,7 @@ public:
     Trees(std::shared_ptr<const Restic> restic, const StopSignal& stop)
         : restic_(std::move(restic)), stop_(stop) {}
 
-    // No object when it cannot be found out.
+    // Returns no object when it cannot be read.
     [[nodiscard]] Json nodeOf(const std::string& snapshotId, const std::string& path,
                               RestoreTrouble& trouble);
 
@@ -59,7 +59,7 @@ private:
 
     const std::shared_ptr<const Restic> restic_;
     const StopSignal& stop_;
-    std::map<std::vector<std::string>, Json> printed_; // by restic's arguments
+    std::map<std::vector<std::string>, Json> printed_; // By the arguments of the restic call.
 };
 
 const Json& SavedNodes::Trees::printedBy(const std::vector<std::string>& arguments, RestoreTrouble& trouble) {

@@ -12,18 +12,18 @@
 
 namespace kelvane {
 
-// What the repository says of a file or folder beside what the index has.
+// The metadata of a file or folder that the repository has and the index lacks.
 struct SavedNode {
     bool isFile = false;
     std::uint64_t device = 0;
     std::uint64_t inode = 0;
     std::uint64_t links = 0;
-    std::string contents; // of a file: the ids of what it consists of, the same for the same bytes
-    std::map<std::string, std::string> attributes; // extended ones
+    std::string contents; // For a file: the ids of its blobs, equal for equal contents.
+    std::map<std::string, std::string> attributes; // Extended attributes.
 };
 
-// Looks nodes up in snapshots. Trees are asked for once: the next file mostly is in the same folders. Belongs
-// to one thread, which it blocks: half a second for each folder on the way.
+// Looks up nodes in snapshots. Trees are cached, since the next file is mostly in the same folders.
+// Belongs to one thread, which it blocks for half a second for each parent folder.
 class SavedNodes {
 public:
     SavedNodes(std::shared_ptr<const Restic> restic, const StopSignal& stop);
@@ -31,7 +31,7 @@ public:
     SavedNodes(const SavedNodes&) = delete;
     SavedNodes& operator=(const SavedNodes&) = delete;
 
-    // None, with the reason.
+    // Returns no node, with the reason, when it cannot be read.
     [[nodiscard]] std::optional<SavedNode> find(const std::string& snapshotId, const std::string& path,
                                                 RestoreTrouble& trouble);
 
@@ -41,7 +41,8 @@ private:
     const std::unique_ptr<Trees> trees_;
 };
 
-// A name in a tree of the repository: what is not printable in it is escaped as in the strings of Go.
+// Decodes a name in a tree of the repository, in which unprintable characters are escaped as in Go
+// strings.
 [[nodiscard]] std::string nameInTree(std::string_view escaped);
 
 } // namespace kelvane
