@@ -11,10 +11,10 @@ namespace {
 
 using Mark = PathRules::Mark;
 
-// What one more rule takes beside its path.
+// The size of a rule in addition to its path.
 constexpr std::size_t sizeOfRule = 16;
 
-// The part of an ordered container whose keys lie below the path.
+// Returns the range of an ordered container whose keys are below the path.
 template <class Container>
 auto below(Container& container, std::string_view path) {
     const std::string first = withSeparator(path);
@@ -32,7 +32,7 @@ bool isAutomatic(const BackupRules& rules, std::string_view path) {
     return path == rules.home || std::ranges::find(rules.volumes, path) != rules.volumes.end();
 }
 
-// What automatic mode begins with.
+// Returns the folders that automatic mode backs up.
 std::vector<std::string_view> automaticFolders(const BackupRules& rules) {
     std::vector<std::string_view> folders(rules.volumes.begin(), rules.volumes.end());
     folders.emplace_back(rules.home);
@@ -61,7 +61,7 @@ bool isBelowAdded(const PathRules& paths, std::string_view path) {
     return false;
 }
 
-// Keys that only one side has, or that mean another thing there.
+// Finds keys that only one side has, or whose values differ.
 template <class Container>
 std::set<std::string> difference(const Container& before, const Container& now, auto keyOf) {
     std::set<std::string> keys;
@@ -107,7 +107,8 @@ std::optional<Verdict> ruleAt(const BackupRules& rules, std::string_view path) {
     if (auto rule = personalRuleAt(rules, path))
         return rule;
     if (path.substr(path.rfind('/') + 1).starts_with(stagingPrefix))
-        return Verdict{Verdict::Reason::Policy, std::string(stagingPrefix) + '*'}; // half of a restore
+        // Staging folders contain incomplete restores.
+        return Verdict{Verdict::Reason::Policy, std::string(stagingPrefix) + '*'};
     if (rules.ownFiles.contains(path))
         return Verdict{Verdict::Reason::Policy, std::string(path)};
     const std::string candidate = withSeparator(path);
@@ -151,7 +152,7 @@ bool selectsAnything(const BackupRules& rules) {
     });
 }
 
-// Folders come before what is in them: a mark takes away those below it.
+// Folders come before their contents, because a mark removes those below it.
 PathRules withManualSelection(const BackupRules& automatic) {
     std::map<std::string, Mark, std::less<>> marks = automatic.paths.marks;
     for (const std::string_view folder : automaticFolders(automatic))

@@ -9,35 +9,36 @@
 
 namespace kelvane {
 
-// What a person has laid down, path by path. Real paths, without links in the folders on the way.
+// The rules that the user has set, by path. Paths are real, without links in their parent folders.
 struct PathRules {
     enum class Mark { Removed, Added };
 
-    std::set<std::string, std::less<>> exclusions;  // count in automatic mode
-    std::map<std::string, Mark, std::less<>> marks; // count in manual mode
+    std::set<std::string, std::less<>> exclusions;  // Used in automatic mode.
+    std::map<std::string, Mark, std::less<>> marks; // Used in manual mode.
 
-    // What is said of a folder holds for everything in it: the marks below it go. Removing what was not added
-    // leaves no mark. The path is absolute.
+    // Marks a folder with all its contents, so the marks below it are removed. Removing a path that was
+    // not added leaves no mark. The path must be absolute.
     void mark(const std::string& path, Mark mark);
-    // About how many bytes it takes to keep them.
+    // Returns about how many bytes the rules take.
     [[nodiscard]] std::size_t size() const;
 
     friend bool operator==(const PathRules&, const PathRules&) = default;
 };
 
-// What decides which files are backed up. A value; everything below works on it alone and never looks at the
-// disk.
+// The rules that decide which files are backed up. A value; the functions below use only the rules and
+// never access the disk.
 struct BackupRules {
     bool automaticMode = true;
     std::string home;
-    // Wildcard patterns for real paths with a separator behind them: what nobody wants in a backup.
+    // Wildcard patterns of the exclusion policy. They match real paths with a separator appended.
     std::vector<std::string> policy;
     PathRules paths;
-    std::vector<std::string> volumes = {}; // further folders that automatic mode backs up
-    // Mount points of disks that are away: what stands there is not what was backed up, and is left alone.
+    std::vector<std::string> volumes = {}; // Additional folders that automatic mode backs up.
+    // Mount points of disks that are not mounted: their current contents are not what was backed up, and
+    // are ignored.
     std::set<std::string, std::less<>> absentDisks = {};
-    // The paths of what a backup itself changes, left out as by the policy. No patterns: a star in such a
-    // name is meant, and another file's name may differ by case alone.
+    // Paths that a backup itself changes, excluded like the policy. These are not patterns: an asterisk
+    // is literal, and case is significant.
     std::set<std::string, std::less<>> ownFiles = {};
 
     friend bool operator==(const BackupRules&, const BackupRules&) = default;
@@ -45,50 +46,54 @@ struct BackupRules {
 
 struct Verdict {
     enum class Reason {
-        // in
+        // Selected by these reasons.
         Home,
         Added,
-        // out
+        // Not selected by these reasons.
         Excluded,
         Removed,
         Policy,
         OutsideHome,
         NotAdded,
-        OtherFileSystem, // than what was added: nothing goes down into what is mounted below
-        AbsentDisk,      // it belongs on a disk that is away
-        NoFile,          // nor folder nor link: there is nothing in it to keep
+        // On a different file system than the selected folder: a backup does not descend into mount
+        // points.
+        OtherFileSystem,
+        AbsentDisk, // On a disk that is not mounted.
+        NoFile,     // Not a file, folder or link: it has no contents to back up.
     };
 
     Reason reason;
-    std::string rule; // the path or pattern that decides; empty when there is none
+    std::string rule; // The path or pattern that decides; empty when there is none.
 
     [[nodiscard]] bool isIn() const { return reason == Reason::Home || reason == Reason::Added; }
     friend bool operator==(const Verdict&, const Verdict&) = default;
 };
 
-// Whether a file at an absolute path is to be in the backup, by which rule, and why. In automatic mode that
-// is the home folder and the volumes less exclusions and policy, in manual mode what was added less what was
-// removed below it and policy. The nearest rule on the way up decides, and at one path a person's before the
-// policy's. Gives neither
-// OtherFileSystem nor NoFile, which only the disk knows.
+// Returns whether a file at an absolute path is selected, by which rule, and why. Automatic mode selects
+// the home folder and the volumes except for exclusions and the policy, manual mode the added paths
+// except for those removed below them and the policy. The closest rule at or above the path decides, and
+// at one path the user's rule precedes the policy. Never returns OtherFileSystem or NoFile, which
+// require access to the disk.
 [[nodiscard]] Verdict verdictFor(const BackupRules& rules, std::string_view path);
 
-// The rule that stands at this very path. None: it is as the folder around it.
+// Returns the rule at exactly this path; none when its parent folder decides.
 [[nodiscard]] std::optional<Verdict> ruleAt(const BackupRules& rules, std::string_view path);
 
-// Whether a person's rules say another thing of something below the path than of the path itself.
+// Returns whether the user's rules decide differently for something below the path than for the path
+// itself.
 [[nodiscard]] bool isPartial(const BackupRules& rules, std::string_view path, bool isIn);
 
-// The paths that a person, or the configuration, has put in; some of them may be out by another rule.
+// Returns the paths that the user or the configuration has selected; another rule may exclude some of
+// them.
 [[nodiscard]] std::vector<std::string> selectedPaths(const BackupRules& rules);
 
-// Whether the rules put anything in at all.
+// Returns whether the rules select anything at all.
 [[nodiscard]] bool selectsAnything(const BackupRules& rules);
 
-// The manual selection that holds what automatic mode holds, and what has been marked beforehand.
+// Returns the manual selection that equals the automatic selection, with the existing marks.
 [[nodiscard]] PathRules withManualSelection(const BackupRules& automatic);
 
-// The paths at which another rule stands now; "/" after a change of the mode.
+// Returns the paths whose rules differ; "/" after a change of the mode.
 [[nodiscard]] std::set<std::string> changedRules(const BackupRules& before, const BackupRules& now);
 
 } // namespace kelvane

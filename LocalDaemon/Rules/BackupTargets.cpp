@@ -18,7 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// As lstat says it.
+// The result of lstat.
 struct Device {
     dev_t number = 0;
     int error = 0;
@@ -34,7 +34,7 @@ public:
     Walk(const MountedSelection& selection, const std::atomic<bool>& stopping)
         : selection_(selection), stopping_(stopping) {}
 
-    // What is in of a path that is in.
+    // Adds the selected parts of a selected path.
     void take(const std::string& path) {
         if (isSilent(path))
             return;
@@ -49,8 +49,8 @@ public:
             std::ranges::move(parts, std::back_inserter(targets_.paths));
     }
 
-    // restic takes what leaves out the contents of a folder for all that is below it, what is asked for by
-    // name too. A folder with something below it that is asked for comes with that.
+    // A pattern that excludes the contents of a folder also excludes paths below it that are given as
+    // arguments. A folder with a target below it is saved together with that target.
     BackupTargets targets() {
         std::set<std::string_view> asked(targets_.paths.begin(), targets_.paths.end());
         std::set<std::string, std::less<>> passed;
@@ -64,15 +64,15 @@ public:
     }
 
 private:
-    // False: some of the folder is out, and `parts` has what is in: the folder itself when nothing else is.
-    // Recursion is as deep as a path can be long.
+    // Returns false when part of the folder is not selected; `parts` then has the selected parts, and
+    // the folder itself when there are no others. The recursion is limited by the length of a path.
     bool isWhole(const std::string& folder, std::vector<std::string>& parts) {
         if (isSilent(folder))
             return false;
         const Device device = deviceOf(folder);
         if (device.error != 0) {
             noteUnread(folder, device.error);
-            return isGone(device.error); // then restic finds nothing there
+            return isGone(device.error); // restic finds nothing there either.
         }
         bool isWhole = true;
         std::error_code error;
@@ -81,7 +81,7 @@ private:
             isWhole = takeEntry(*at, device.number, parts) && isWhole;
         if (error) {
             noteUnread(folder, error.value());
-            // Where this process may not look, restic may not either.
+            // What this process may not read, restic may not read either.
             isWhole = isWhole && error == std::errc::permission_denied;
         } else if (!isWhole && parts.empty()) {
             parts.push_back(folder);
@@ -90,12 +90,13 @@ private:
         return isWhole;
     }
 
-    // False: some of it is out.
+    // Returns false when part of the entry is not selected.
     bool takeEntry(const fs::directory_entry& entry, dev_t device, std::vector<std::string>& parts) {
         const std::string& path = entry.path().native();
         const auto rule = selection_.ruleAt(path);
         const bool isMount = rule && rule->reason == Verdict::Reason::OtherFileSystem;
-        if (isMount && !selection_.isSelectedBelow(path)) { // else its exclusion would take that out as well
+        // Otherwise its exclusion would exclude the selected path as well.
+        if (isMount && !selection_.isSelectedBelow(path)) {
             targets_.mounts.push_back(path);
             return true;
         }
@@ -105,8 +106,8 @@ private:
             return false;
         std::error_code unknown;
         const bool isFolder = fs::is_directory(entry.symlink_status(unknown));
-        // One that is in by a rule of its own may be another file system, which restic takes only when it is
-        // named, and so is a subvolume; else another file system is out.
+        // An item with a rule of its own may be on another file system, which restic saves only when it
+        // is an argument; the same is true of a subvolume. Otherwise another file system is excluded.
         bool isNamed = rule.has_value();
         if (!rule) {
             const Device own = deviceOf(path);
@@ -126,7 +127,7 @@ private:
         return false;
     }
 
-    // No call on it could be ended, and no restic that is given it.
+    // Neither a system call on it nor a restic that reads it could be interrupted.
     bool isSilent(const std::string& path) {
         const bool isSilent = !silentMountAround(path).empty();
         if (isSilent)

@@ -13,38 +13,39 @@
 
 namespace kelvane {
 
-// What the rules select among what is mounted. A mount point inside a selected folder is left out with all
-// that is below it, unless a rule stands at it; what is selected below it by a rule of its own is in.
+// The rules applied to the current mount points. A mount point inside a selected folder is excluded with
+// everything below it, unless there is a rule at it; paths below it with a rule of their own are
+// selected.
 //
-// A value; any thread. Never looks at the disk.
+// A value; any thread. Never accesses the disk.
 class MountedSelection {
 public:
-    // Neither is null.
+    // Neither may be null.
     MountedSelection(std::shared_ptr<const BackupRules> rules, std::shared_ptr<const MountPoints> mounts)
         : rules_(std::move(rules)), mounts_(std::move(mounts)) {}
 
     [[nodiscard]] const BackupRules& rules() const { return *rules_; }
     [[nodiscard]] const MountPoints& mounts() const { return *mounts_; }
 
-    // As the rules say it, but for what such a mount leaves out: OtherFileSystem, with its mount point.
+    // Returns the verdict of the rules, or OtherFileSystem with the mount point that excludes the path.
     [[nodiscard]] Verdict verdictFor(std::string_view path) const;
-    // The rule at this very path; OtherFileSystem at any other mount point.
+    // Returns the rule at exactly this path, or OtherFileSystem for a mount point without a rule.
     [[nodiscard]] std::optional<Verdict> ruleAt(std::string_view path) const;
-    // Whether anything is selected below a path that is not in.
+    // Returns whether anything is selected below a path that is not selected.
     [[nodiscard]] bool isSelectedBelow(std::string_view path) const {
         return isPartial(*rules_, path, false);
     }
 
-    // The deepest mount point at or above the path; "/" when the system does not say.
+    // Returns the deepest mount point at or above the path; "/" when the mount table is not available.
     [[nodiscard]] std::string mountPointOf(std::string_view path) const;
 
-    // What has been selected and is in, and is not reached from a folder that is in.
+    // Returns the selected paths that are not contained in another selected folder.
     [[nodiscard]] std::vector<std::string> beginnings() const;
-    // The folders from which everything that is in can be reached by going down: the beginnings in automatic
-    // mode, else the folders that hold them. They are not in each other's reach, though one may lie below
-    // another.
+    // Returns the folders from which the scan reaches everything that is selected: the selected paths in
+    // automatic mode, otherwise their parent folders. No root is reached from another one, although it
+    // may be below it.
     [[nodiscard]] std::set<std::string> scanRoots() const;
-    // Where something is mounted below the scan roots, and what holds these.
+    // Returns the mount points below the scan roots and those that contain the roots.
     [[nodiscard]] std::set<std::string> mountsOfScan() const;
 
 private:

@@ -9,20 +9,19 @@
 
 namespace kelvane {
 
-// Where the paths of one request, in the text form of the link, lead: real ones, and those that begin with a
-// volume's name. Belongs to one
-// thread; remembers the last folder, since many paths of one folder may come.
+// Resolves the paths of one request, which may be real or begin with a volume's name. Belongs to one
+// thread; caches the last folder, since a request often has many paths of one folder.
 class PathEntrance {
 public:
     explicit PathEntrance(std::shared_ptr<const Volumes> volumes) : volumes_(std::move(volumes)) {}
 
     [[nodiscard]] const Volumes& volumes() const { return *volumes_; }
 
-    // The real path, clean. None for what is no absolute path, leads into a volume that is not there, or has
-    // a "." or "..", which a rule for a folder could be evaded with.
+    // Returns the real, clean path. Returns none for a path that is not absolute, leads to an unknown
+    // volume, or contains "." or "..", which could evade a rule for a folder.
     [[nodiscard]] std::optional<std::string> realPath(std::string_view text) const;
-    // The same, without links in the folders on the way, as far as they are there: blocks on the disk. A file
-    // has one such path alone, however it is reached; of a link it is the link's own.
+    // Returns the real path without links in its existing parent folders, which makes it unique for each
+    // file; a link as the last component is not resolved. Blocks on the disk.
     [[nodiscard]] std::optional<std::string> pathWithoutLinks(std::string_view text);
 
 private:
