@@ -23,7 +23,7 @@ struct CloseFolder {
 };
 using OpenFolder = std::unique_ptr<DIR, CloseFolder>;
 
-// Null with errno set when it cannot be opened or is a link.
+// Returns null and sets errno when the folder cannot be opened or is a link.
 OpenFolder openFolder(const std::string& path) {
     const int descriptor = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (descriptor < 0)
@@ -71,7 +71,7 @@ bool isSelfOrParent(std::string_view name) {
     return name == "." || name == "..";
 }
 
-// Null at the end, and with `error` set after a failure.
+// Returns null at the end, and after a failure, which sets `error`.
 const dirent* nextEntry(DIR& folder, int& error) {
     errno = 0;
     const dirent* const entry = ::readdir(&folder);
@@ -116,7 +116,7 @@ FolderContents contentsOfFolder(const std::string& path, const std::atomic<bool>
         if (passage == Passage::MountPoint)
             contents.mountPoints.emplace_back(name);
         struct stat status {};
-        // Asking about a folder must not mount what is mounted there on demand.
+        // A stat call without AT_NO_AUTOMOUNT would trigger an automount.
         if (passage == Passage::Refused || passage == Passage::MountPoint ||
             ::fstatat(::dirfd(folder.get()), name, &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0)
             continue;

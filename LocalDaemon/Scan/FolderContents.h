@@ -11,11 +11,11 @@
 
 namespace kelvane {
 
-// The regular files of a folder, and what of them and of what else it holds is to be backed up yet.
+// The regular files of a folder, and the pending ones of these and of its other entries.
 struct FolderCounts {
-    FileTotals files;               // a file with two names counts under each
-    FileTotals waiting;             // of those
-    std::uint64_t otherWaiting = 0; // links, empty folders, folders' own attributes, and deletions
+    FileTotals files;               // A file with several names counts once for each.
+    FileTotals waiting;             // The pending ones of `files`.
+    std::uint64_t otherWaiting = 0; // Pending links, empty folders, attributes of folders, and deletions.
 
     FolderCounts& operator+=(const FolderCounts& other) {
         files += other.files;
@@ -33,24 +33,25 @@ struct FolderCounts {
     friend bool operator==(const FolderCounts&, const FolderCounts&) = default;
 };
 
-// What one folder holds by itself.
+// The direct contents of a folder.
 struct FolderContents {
-    int error = 0; // errno's number; 0: all of it could be read
+    int error = 0; // An error number; 0 when everything could be read.
     FolderCounts own;
-    std::vector<std::string> subfolders; // sorted
-    // Folders of other file systems, which do not count.
+    std::vector<std::string> subfolders; // Sorted.
+    // Folders of other file systems, which are not counted.
     std::vector<std::string> mountPoints;
-    bool isEmpty = true;                 // there is nothing at all in it, whatever counts
-    std::vector<std::string> lossyLinks; // those that `isTargetLost` is true of; they wait for ever
-    // Of the folder itself.
+    bool isEmpty = true; // The folder has no entries at all, counted or not.
+    // Pending links for which `isTargetLost` is true; they stay pending for ever.
+    std::vector<std::string> lossyLinks;
+    // Modification time of the folder itself.
     FileTime modified = {};
     FileTime changed = {};
     std::uint32_t uid = 0;
     std::uint32_t gid = 0;
-    std::uint16_t mode = 0; // the permissions
+    std::uint16_t mode = 0; // The permissions.
 };
 
-// A file or link as it stands in its folder.
+// A file or link in the folder.
 struct FolderEntry {
     std::string_view name;
     ItemKind kind = ItemKind::File;
@@ -58,32 +59,32 @@ struct FolderEntry {
     FileTime modified = {};
     FileTime changed = {};
 };
-// Whether it is to be backed up yet.
+// Returns whether an entry is pending.
 using Waiting = std::function<bool(const FolderEntry& entry)>;
 
-// What of a folder's entries counts.
+// How an entry of a folder is counted.
 enum class Passage {
     Refused,
-    MountPoint,       // another file system, which may never answer and is not asked
-    WithinFileSystem, // unless it belongs to another file system than the folder; subvolumes do not
+    MountPoint,       // Another file system, which may not respond and is not accessed.
+    WithinFileSystem, // Selected unless it is on another file system than the folder; a subvolume is not.
     AnyFileSystem,
 };
 using Sieve = std::function<Passage(std::string_view name)>;
 
-// These block on the disk; any thread. They end early, with less than there is, once `stopping` is set. A
-// link in the last component of the path is refused (ELOOP, ENOTDIR).
+// These functions block on the disk; any thread. They end early, with an incomplete result, once
+// `stopping` is set. A link as the last component of the path is refused (ELOOP, ENOTDIR).
 
-// Whether restic loses the target of a link: it writes targets as JSON text, where U+FFFD takes the place of
-// each byte that is not UTF-8. False of anything else and of what cannot be read.
+// Returns whether restic cannot save the target of a link: it writes targets as JSON, in which U+FFFD
+// replaces each byte that is not UTF-8. Returns false for other items and for unreadable ones.
 [[nodiscard]] bool isTargetLost(const std::string& path);
 
-// Whether the file system encrypts what is in the folder, with its key or without.
+// Returns whether the folder is encrypted by its file system, even if the key is not available.
 [[nodiscard]] bool isEncrypted(const std::string& folder);
 
 [[nodiscard]] FolderContents contentsOfFolder(const std::string& path, const std::atomic<bool>& stopping,
                                               const Sieve& sieve, const Waiting& isWaiting);
 
-// All files in the folder and below it in its file system, as far as they can be read.
+// Returns the totals of all readable files in the folder and below it on its file system.
 [[nodiscard]] FileTotals totalsBelow(const std::string& path, const std::atomic<bool>& stopping);
 
 } // namespace kelvane

@@ -12,15 +12,15 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto reportInterval = 200ms;
-// Between two looks during a burst: a program that writes all the time must not wake this thread at every
-// write.
+// The time between two reads during a burst of changes: a program that writes constantly must not wake
+// this thread at every write.
 constexpr auto burstStep = 10ms;
-// A folder is left alone for this many times the time that it takes to list.
+// After a listing, a folder is not listed again for this many times the listing's duration.
 constexpr int restAfterListing = 20;
 constexpr std::size_t mostChangedFolders = 1000;
-constexpr std::size_t mostLossyLinks = 100; // that are reported
-// A round through 100,000 folders takes four hours.
-constexpr int looksPerRound = 288; // one in five minutes
+constexpr std::size_t mostLossyLinks = 100; // Links that are reported.
+// A round through 100,000 folders takes four hours. Looks are five minutes apart.
+constexpr int looksPerRound = 288;
 constexpr std::size_t mostUnseen = 2000;
 
 } // namespace
@@ -85,7 +85,7 @@ void FolderScan::run() {
     nextLook_ = lastReportTime_ + options_.longestUnseen / looksPerRound;
     const auto failed = [this](const std::string& reason) {
         options_.failed(reason);
-        pause(1s); // the next piece of work may fail as well
+        pause(1s); // The next task may fail as well.
     };
     runGuarded("scanning", failed, [this] {
         addRoots();
@@ -110,7 +110,7 @@ void FolderScan::work() {
     dirty_.erase(dirty_.begin());
     relist(next);
     if (!stopping_ && Clock::now() - lastReportTime_ >= reportInterval) {
-        takeChanges(watch_.wait(0ms)); // before so many have gathered that the system drops some
+        takeChanges(watch_.wait(0ms)); // Reads events before the kernel's queue overflows.
         report();
     }
 }
@@ -120,16 +120,16 @@ void FolderScan::scanEverything() {
     for (const auto& [path, root] : tree_->roots())
         FolderTree::forEach(*root, [this](Folder& folder) { lookAt(folder); });
     if (reported_)
-        report(); // however short it will be
+        report(); // Reports the start of the scan, however short it will be.
 }
 
 void FolderScan::relist(Folder& folder) {
     const auto begin = Clock::now();
     const std::string path = FolderTree::pathOf(folder);
-    if (!silentMountAround(path).empty()) // no call on it could be ended
+    if (!silentMountAround(path).empty()) // System calls on it could not be interrupted.
         return static_cast<void>(unwatched_.insert(&folder));
     const bool wasWatched = folder.isWatched;
-    watch(folder, path); // first, so that nothing is missed that changes while it is listed
+    watch(folder, path); // Watches first, so that changes during the listing are noticed.
     const FolderContents contents = contentsOf(path);
     if (stopping_)
         return;
@@ -138,14 +138,14 @@ void FolderScan::relist(Folder& folder) {
     const bool wasListed = folder.isListed;
     const FolderTree::Difference difference = tree_->update(folder, contents);
     const bool isDifferent = before != folder.own || !difference.added.empty() || !difference.removed.empty();
-    // A watched one is listed again because something has changed, perhaps inside a file.
+    // A watched folder is listed again because something has changed, perhaps inside a file.
     const bool isOnlyLookedAt = std::exchange(folder.isOnlyLookedAt, false);
     if (wasListed && (isDifferent || (wasWatched && !isOnlyLookedAt)))
         noteChangedFolder(path);
     for (const auto& removed : difference.removed)
         forget(*removed);
     dirty_.insert(difference.added.begin(), difference.added.end());
-    // One that became readable tells nobody but the folder that holds it.
+    // A subfolder that becomes readable causes an event only in its parent folder.
     for (const auto& subfolder : folder.subfolders)
         if (!subfolder->isReadable)
             markChanged(*subfolder);
@@ -165,8 +165,8 @@ void FolderScan::noteListing(Folder& folder, const std::string& path, const Fold
         lossyLinks_[&folder] = contents.lossyLinks;
 }
 
-// The watch of an encrypted folder would keep it open: its files could be seen and read after its key was
-// taken away. Where all begins is encrypted, that is the same key.
+// Watching an encrypted folder would keep it unlocked: its files would stay visible and readable after
+// its key is removed. A scan root that is encrypted has the same key.
 void FolderScan::watch(Folder& folder, const std::string& path) {
     const Folder* root = &folder;
     while (root->parent)

@@ -23,15 +23,15 @@
 namespace kelvane {
 
 struct ScanReport {
-    FileTotals totals;              // of the files that are in; so far, while the scan looks at everything
-    bool isScanning = false;        // it looks at everything, not just at what has changed
-    bool isWatchIncomplete = false; // some folders are looked at from time to time only
-    // Folders in which something has changed since the report before. "/" stands for a great many.
+    FileTotals totals;              // Of the selected files; incomplete while everything is scanned.
+    bool isScanning = false;        // Everything is scanned, not only what has changed.
+    bool isWatchIncomplete = false; // Some folders are not watched, and only listed periodically.
+    // Folders that have changed since the previous report. "/" stands for very many.
     std::vector<std::string> changedFolders;
-    FileTotals waiting;                       // of the totals: what is not in the index, or was otherwise
-    std::uint64_t otherWaiting = 0;           // links and empty folders of that kind
-    std::shared_ptr<const BackupIndex> index; // that all of this was compared with; never null
-    // Of the links that wait, those that restic loses the targets of; the first hundred.
+    FileTotals waiting;                       // Files that are not in the index or have changed.
+    std::uint64_t otherWaiting = 0;           // Pending links and empty folders.
+    std::shared_ptr<const BackupIndex> index; // The index that everything was compared with; never null.
+    // Pending links whose targets restic cannot save; the first hundred.
     std::vector<std::string> lossyLinks = {};
 };
 
@@ -50,26 +50,27 @@ public:
     using Listener = std::function<void(const ScanReport&)>;
 
     struct Options {
-        // A burst is over when nothing has changed for `quiet`, and is cut at `longestBurst`.
+        // A burst of changes ends when nothing has changed for `quiet`, and at the latest after
+        // `longestBurst`.
         std::chrono::milliseconds quiet{50};
         std::chrono::milliseconds longestBurst{500};
         // For folders that cannot be watched.
         std::chrono::milliseconds rescanInterval = std::chrono::minutes(10);
-        // For all others: some changes are told by nothing, as what a program writes into pages that it has
-        // mapped.
+        // For all other folders, since some changes cause no event, such as writes to a memory-mapped
+        // file.
         std::chrono::milliseconds longestUnseen = std::chrono::hours(24);
-        // Half of what the system allows the user: other programs watch folders as well.
+        // Half of the user's limit, because other programs watch folders as well.
         std::size_t mostWatches = DirectoryWatch::systemLimit() / 2;
         std::function<std::shared_ptr<const MountPoints>()> mounts = currentMountPoints;
-        WorkFailed failed = [](const std::string&) {}; // on the scan's thread
+        WorkFailed failed = [](const std::string&) {}; // Called on the scan's thread.
     };
 
-    // None is null.
+    // Neither may be null.
     using Rules = std::shared_ptr<const BackupRules>;
     using Index = std::shared_ptr<const BackupIndex>;
     using Tree = std::shared_ptr<FolderTree>;
 
-    // `tree` is empty, and the scan's alone to change.
+    // `tree` must be empty, and only the scan may change it.
     FolderScan(Rules rules, Index index, Tree tree, Listener listener, const Options& options);
     ~FolderScan();
     FolderScan(const FolderScan&) = delete;
@@ -77,9 +78,9 @@ public:
 
     void start();
     void stop();
-    // These take note and return.
+    // These record the change and return.
     void setRules(Rules rules);
-    // Compares what waited with the new one. What did not wait is taken to be in that as well.
+    // Compares pending items with the new index. Other items are assumed to be in it as well.
     void setIndex(Index index);
     void lookAtEverything();
 
@@ -99,7 +100,7 @@ private:
     void relist(Folder& folder);
     void noteListing(Folder& folder, const std::string& path, const FolderContents& contents);
     [[nodiscard]] FolderContents contentsOf(const std::string& path) const;
-    // `saved` is what the index holds of the entry, in the folder `around`.
+    // `saved` is the entry's item in the index; `around` is the folder.
     [[nodiscard]] bool isPending(const FolderEntry& entry, const BackupIndex::Item* saved,
                                  const BackupIndex::Item* around) const;
     [[nodiscard]] bool isInLastSnapshot(const BackupIndex::Item* saved, std::string_view path) const;
@@ -127,23 +128,24 @@ private:
     std::atomic<bool> stopping_{false};
     std::mutex mutex_;
     std::condition_variable stopped_;
-    Rules nextRules_; // guarded by the mutex; null: they are as they were
-    Index nextIndex_; // likewise
+    Rules nextRules_; // Guarded by the mutex; null when unchanged.
+    Index nextIndex_; // Guarded by the mutex; null when unchanged.
     std::atomic<bool> mustLookAtEverything_{false};
     std::thread thread_;
 
-    // What follows belongs to the scan's thread.
+    // The members below belong to the scan's thread.
     Rules rules_;
     std::shared_ptr<const MountPoints> mounts_;
-    MountedSelection selection_; // of these two
+    MountedSelection selection_; // Of `rules_` and `mounts_`.
     Index index_;
     const Tree tree_;
-    std::unordered_set<Folder*> dirty_;     // to be listed
-    std::unordered_set<Folder*> deferred_;  // to be listed when their time has come
-    std::unordered_set<Folder*> unwatched_; // or unreadable: to be tried again from time to time
-    std::map<const Folder*, std::vector<std::string>> lossyLinks_; // names
+    std::unordered_set<Folder*> dirty_;    // Folders to be listed.
+    std::unordered_set<Folder*> deferred_; // Folders to be listed later.
+    // Unwatched or unreadable folders, which are tried again periodically.
+    std::unordered_set<Folder*> unwatched_;
+    std::map<const Folder*, std::vector<std::string>> lossyLinks_; // The names of links.
     Clock::time_point nextRetry_;
-    Clock::time_point nextLook_; // at folders that were not seen for long
+    Clock::time_point nextLook_; // The next periodic listing of folders that were not listed for long.
     Clock::time_point lastReportTime_;
     ScanReport report_;
     std::string loggedUnreadable_;

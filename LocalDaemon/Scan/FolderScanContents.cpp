@@ -1,4 +1,4 @@
-// What of a folder is to be backed up yet.
+// Finds the pending items of a folder.
 
 #include "Foundation/CleanPath.h"
 #include "LocalDaemon/Index/LeftOut.h"
@@ -9,7 +9,8 @@
 namespace kelvane {
 namespace {
 
-// Of an entry at which that rule stands, in a folder of which all else is `usual`.
+// Returns how an entry with this rule is counted, in a folder whose other entries are counted as
+// `usual`.
 Passage passageOf(const std::optional<Verdict>& rule, Passage usual) {
     if (!rule)
         return usual;
@@ -34,7 +35,7 @@ void FolderScan::takeIndex() {
             if (folder.own.isWaiting())
                 lookAt(folder);
         });
-    // What was out of the selection or away while the new snapshot was made may be back.
+    // An item that was not selected, or not mounted, while the new snapshot was made may be back.
     const std::uint32_t newest = before->snapshots().empty() ? 0 : before->snapshots().rbegin()->first;
     index_->forEach([&](const BackupIndex::Item& around) {
         for (const BackupIndex::Item& item : index_->children(around)) {
@@ -55,7 +56,7 @@ FolderContents FolderScan::contentsOf(const std::string& path) const {
     const std::size_t length = entry.size();
     const BackupIndex::Item* const saved = index_->find(path);
     const bool isLeftOut = kelvane::isLeftOut(*index_, path);
-    std::uint64_t stillThere = 0; // of what the last snapshot of the folder holds
+    std::uint64_t stillThere = 0; // Entries that the last snapshot of the folder has.
     const auto savedEntry = [&](std::string_view name) {
         const BackupIndex::Item* const item = index_->child(saved, name);
         stillThere += item && item->snapshot == saved->snapshot ? 1U : 0U;
@@ -68,18 +69,18 @@ FolderContents FolderScan::contentsOf(const std::string& path) const {
             return passageOf(selection_.ruleAt(entry), passage);
         },
         [&](const FolderEntry& each) { return isPending(each, savedEntry(each.name), saved) || isLeftOut; });
-    // What holds something is saved with that, and where all begins there is nothing to lose. One that cannot
-    // be read may hold anything.
+    // A folder with contents is saved with these, and a scan root has no attributes to lose. An
+    // unreadable folder may have any contents.
     if (!tree_->roots().contains(path) && contents.error != ENOENT && passage != Passage::Refused &&
         (isLeftOut || (contents.isEmpty && !isInLastSnapshot(saved, path))))
         ++contents.own.otherWaiting;
-    // A folder that is not in itself gets into a snapshot only with what is below it.
+    // A folder that is not selected itself is saved only together with selected contents.
     if (!saved || saved->snapshot == 0 || contents.error != 0 || passage == Passage::Refused)
         return contents;
     for (const std::vector<std::string>& names : {contents.subfolders, contents.mountPoints})
         for (const std::string& name : names)
             savedEntry(name);
-    contents.own.otherWaiting += savedIn(*saved) - stillThere; // deleted, or not selected any more
+    contents.own.otherWaiting += savedIn(*saved) - stillThere; // Deleted or no longer selected.
     if (!hasSavedAttributes(*saved, contents.uid, contents.gid, contents.mode, contents.modified,
                             contents.changed))
         ++contents.own.otherWaiting;
@@ -93,13 +94,13 @@ bool FolderScan::isPending(const FolderEntry& entry, const BackupIndex::Item* sa
            index_->isDamaged(*saved);
 }
 
-// Whether the newest snapshot of the folder around it holds it as a folder.
+// Returns whether the newest snapshot of the parent folder contains it as a folder.
 bool FolderScan::isInLastSnapshot(const BackupIndex::Item* saved, std::string_view path) const {
     const BackupIndex::Item* const around = index_->find(folderOf(path));
     return saved && saved->kind == ItemKind::Folder && around && saved->snapshot >= around->snapshot;
 }
 
-// The entries of the folder that its last snapshot holds.
+// Returns the number of the folder's entries in its last snapshot.
 std::uint64_t FolderScan::savedIn(const BackupIndex::Item& folder) const {
     return static_cast<std::uint64_t>(
         std::ranges::count(index_->children(folder), folder.snapshot, &BackupIndex::Item::snapshot));

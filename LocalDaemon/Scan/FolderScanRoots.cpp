@@ -1,4 +1,4 @@
-// Where a scan begins, as rules and mounts change.
+// Updates the scan roots when rules and mounts change.
 
 #include "Foundation/CleanPath.h"
 #include "LocalDaemon/Scan/FolderScan.h"
@@ -19,7 +19,8 @@ void FolderScan::takeRules() {
     dropRootsBut(isOtherMode ? std::set<std::string>() : selection_.scanRoots());
     for (const std::string& path : changedRules(*rules, *rules_))
         lookAgainAt(path);
-    addRoots(); // last: what was watched in another tree is not any more
+    // Added last, since a folder that was watched in another tree must be removed from there first.
+    addRoots();
     if (isOtherMode)
         scanEverything();
 }

@@ -16,7 +16,7 @@ std::unique_ptr<Folder> newFolder(const std::string& name, Folder& parent) {
     return folder;
 }
 
-// Where the folder of this name stands, or would stand.
+// Returns the position of the folder with this name, or where to insert it.
 auto siblingNamed(std::vector<std::unique_ptr<Folder>>& siblings, std::string_view name) {
     return std::lower_bound(siblings.begin(), siblings.end(), name,
                             [](const auto& each, std::string_view wanted) { return each->name < wanted; });
@@ -62,7 +62,7 @@ std::optional<FolderCounts> FolderTree::countsAt(std::string_view path) const {
     const std::string inside = withSeparator(path);
     for (auto root = roots_.upper_bound(inside); root != roots_.end() && root->first.starts_with(inside);
          ++root)
-        counts += root->second->below; // which is in no other tree
+        counts += root->second->below; // A root is in no other tree.
     return counts;
 }
 
@@ -79,7 +79,8 @@ std::string FolderTree::pathOf(const Folder& folder) {
     return path;
 }
 
-// From the nearest root outwards: a root may lie below another without being in its tree.
+// Searches from the nearest root outwards, since a root may be below another one without being in its
+// tree.
 Folder* FolderTree::find(std::string_view path) const {
     for (std::string_view at = path; at.starts_with('/'); at = folderOf(at)) {
         if (const auto root = roots_.find(at); root != roots_.end())
@@ -91,7 +92,7 @@ Folder* FolderTree::find(std::string_view path) const {
     return nullptr;
 }
 
-// Recursion is as deep as a path can be long.
+// The recursion is limited by the length of a path.
 void FolderTree::forEach(Folder& folder, const std::function<void(Folder&)>& visit) {
     visit(folder);
     for (const auto& subfolder : folder.subfolders)
@@ -104,7 +105,7 @@ FolderTree::Difference FolderTree::update(Folder& folder, const FolderContents& 
     recount(&folder, std::exchange(folder.own, contents.own), contents.own);
     folder.isListed = true;
 
-    // Both lists are sorted: one walk along the two.
+    // Both lists are sorted, so they are merged in one pass.
     std::vector<std::unique_ptr<Folder>> before;
     before.swap(folder.subfolders);
     auto old = before.begin();

@@ -15,56 +15,55 @@
 namespace kelvane {
 
 struct Folder {
-    std::string name; // a root's is its whole path
+    std::string name; // The whole path for a root.
     Folder* parent = nullptr;
-    std::vector<std::unique_ptr<Folder>> subfolders; // sorted by name
+    std::vector<std::unique_ptr<Folder>> subfolders; // Sorted by name.
     FolderCounts own;
-    FolderCounts below; // with its own
-    // Not listed again before this: a folder that takes long to list and changes all the time would take all
-    // the time.
+    FolderCounts below; // Including its own counts.
+    // The earliest time of the next listing: a folder that is slow to list and changes constantly would
+    // otherwise occupy the thread.
     std::chrono::steady_clock::time_point notBefore;
-    bool isListed = false; // at least once
+    bool isListed = false; // It has been listed at least once.
     bool isWatched = false;
     bool isReadable = true;
-    bool isOnlyLookedAt = false; // when it is listed next, though nothing tells of a change
+    bool isOnlyLookedAt = false; // Its next listing is periodic and not caused by a change.
 };
 
-// The folders below some roots as they were last listed, and what they hold together. Remembers folders and
-// no files, so that its memory grows with the folders alone, and one that has changed costs one listing.
-// Belongs to one thread, but what a folder holds may be asked by any.
+// The folders below the scan roots as they were last listed, and their counts. Only folders are stored,
+// no files, so that memory grows with the number of folders, and a changed folder costs one listing.
+// Belongs to one thread, except that any thread may read the counts.
 class FolderTree {
 public:
-    using Roots = std::map<std::string, std::unique_ptr<Folder>, std::less<>>; // by path
+    using Roots = std::map<std::string, std::unique_ptr<Folder>, std::less<>>; // By path.
 
     [[nodiscard]] const Roots& roots() const { return roots_; }
     [[nodiscard]] Folder& addRoot(const std::string& path);
     [[nodiscard]] FolderCounts totals() const;
 
-    // Of the folder and all below. None: it was not listed yet, or nothing in it is to be backed up. Any
-    // thread.
+    // Returns the counts of the folder and everything below it. None when it was not listed yet or
+    // nothing in it is selected. Any thread.
     [[nodiscard]] std::optional<FolderCounts> countsAt(std::string_view path) const;
 
     [[nodiscard]] static std::string pathOf(const Folder& folder);
-    // Null when there is none at that path.
+    // Returns null when there is no folder at the path.
     [[nodiscard]] Folder* find(std::string_view path) const;
-    // Each folder after the one that holds it.
+    // Visits each folder after its parent.
     static void forEach(Folder& folder, const std::function<void(Folder&)>& visit);
 
     struct Difference {
-        std::vector<Folder*> added; // empty until they are listed themselves
-        std::vector<std::unique_ptr<Folder>>
-            removed; // what they held counts no longer; `parent` is still set
+        std::vector<Folder*> added;                   // Empty until they are listed themselves.
+        std::vector<std::unique_ptr<Folder>> removed; // No longer counted; `parent` is still set.
     };
-    // Takes over what `folder` holds now.
+    // Replaces the contents of `folder`.
     [[nodiscard]] Difference update(Folder& folder, const FolderContents& contents);
-    // A root, or what its parent holds; it counts no longer, `parent` is still set.
+    // Removes a root or a subfolder, which is no longer counted; `parent` is still set.
     [[nodiscard]] std::unique_ptr<Folder> remove(Folder& folder);
 
 private:
-    // Where the counts of a folder have changed, so have those of the folders that hold it.
+    // Applies a folder's changed counts to its parent folders.
     static void recount(Folder* folder, const FolderCounts& before, const FolderCounts& now);
 
-    // Its own thread takes it for changes only, others for what they read.
+    // The tree's own thread locks it only for changes, other threads for reading.
     mutable std::mutex mutex_;
     Roots roots_;
 };
