@@ -20,7 +20,7 @@ namespace {
 
 constexpr const char* machineIdentityFile = "/etc/machine-id";
 constexpr std::size_t largestIdentity = 4096;
-constexpr std::size_t largestNumber = 16; // bytes of its text
+constexpr std::size_t largestNumber = 16; // Length of its text in bytes.
 constexpr std::uint32_t highest = 0x7FFFFFFFU;
 
 std::string machineIdentity() {
@@ -55,7 +55,7 @@ std::string copyOf(const std::string& indexPath) {
     return std::string(folderOf(indexPath)) + "/local-daemon-number";
 }
 
-// A person may have written another number; a disk that errs leaves the time as it was.
+// The user may have changed the number in one file; a failing disk does not change the file's time.
 bool isNewer(const std::string& path, const std::string& other) {
     std::error_code error;
     return std::filesystem::last_write_time(path, error) > std::filesystem::last_write_time(other, error);

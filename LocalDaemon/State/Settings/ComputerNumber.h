@@ -7,7 +7,7 @@ namespace kelvane {
 
 struct ComputerNumber {
     std::uint32_t number = 0; // 1 to 2^31-1
-    std::string refusal;      // empty when there is a number
+    std::string refusal;      // Why there is no number; empty when there is one.
 };
 
 // What tells this daemon's snapshots from others' in one repository, kept as a text in the file at `path`,

@@ -22,7 +22,7 @@ constexpr const char* policyOfMachine[] = {"/dev/",     "/proc/",      "/run/", 
                                            "/tmp/",     "/var/tmp/",   "/lost+found/", "/**/lost+found/",
                                            "/.Trash-*", "/**/.Trash-*"};
 
-// Mapped as a path is, which costs it its last separator.
+// Maps the pattern like a path, which removes its trailing separator, and appends that again.
 std::string withItsEnd(const std::string& mapped, const std::string& pattern) {
     return pattern.ends_with('/') ? withSeparator(mapped) : mapped;
 }
@@ -34,13 +34,13 @@ std::vector<std::string> defaultPolicy(const std::string& home) {
     return policy;
 }
 
-// A link to a disk that is not there yet is a file that cannot be read.
+// A link to a disk that is not mounted yet counts as an unreadable file, not as a missing one.
 bool isNoFile(const std::string& path) {
     struct stat status {};
     return ::lstat(path.c_str(), &status) != 0 && errno == ENOENT;
 }
 
-// One that is there and cannot be read is logged.
+// An existing file that cannot be read is logged.
 PropertyListReading listIn(const std::string& path) {
     const FileReading file = readFile(path, largestPropertyListFile, SymbolicLinks::Follow);
     PropertyListReading list;
@@ -53,7 +53,7 @@ PropertyListReading listIn(const std::string& path) {
     return list;
 }
 
-// The entries of the configuration, each taken if it makes sense and complained about if it does not.
+// The entries of the configuration. A valid entry is used, an invalid one is reported.
 class Entries {
 public:
     using Complain = std::function<void(std::string_view key, const std::string& fault)>;
@@ -61,7 +61,7 @@ public:
     Entries(PropertyListReading file, const Dictionary& settled, Complain complain)
         : file_(std::move(file)), settled_(settled), complain_(std::move(complain)) {}
 
-    // Or there is none.
+    // Also true when there is no file.
     [[nodiscard]] bool isReadable() const { return file_.succeeded(); }
     [[nodiscard]] const Value& operator[](std::string_view key) const {
         return settled_.contains(key) ? settled_[key] : file_.value[key];
@@ -88,7 +88,8 @@ public:
 private:
     [[nodiscard]] bool isRight(std::string_view key, bool makesSense, const std::string& fault) const {
         if (!makesSense && !(*this)[key].isAbsent())
-            complain_(key, fault); // without the value: one that is too large is another one by now
+            // Logged without the value, since a number that was too large has been truncated.
+            complain_(key, fault);
         return makesSense;
     }
 
@@ -124,7 +125,7 @@ std::vector<std::string> policyFrom(const Entries& entries, const Volumes& volum
     return policy;
 }
 
-// A wrong one must not send the backup to another place than the one that was meant.
+// An invalid location must not direct the backup to a different one than was meant.
 void takeLocation(const Entries& entries, std::string& location) {
     if (entries["repository"].isAbsent())
         return;
@@ -139,7 +140,7 @@ void takeLocation(const Entries& entries, std::string& location) {
 RepositoryPlace placeFrom(const Entries& entries, RepositoryPlace place) {
     takeLocation(entries, place.location);
     if (!entries.isReadable())
-        place.location.clear(); // it may have named another one
+        place.location.clear(); // The invalid entry may have named another location.
     entries.takePath("passwordFile", place.passwordFile);
     entries.takePath("resticProgram", place.program);
     if (!entries.has("environment", &Value::isDictionary))
@@ -177,7 +178,7 @@ Configuration configurationFrom(const Entries& entries, const ConfigurationDefau
     configuration.policy = entries.has("policyExcludeList", &Value::isArray)
                                ? policyFrom(entries, volumes)
                                : defaultPolicy(configuration.home);
-    for (const std::string& path : defaults.ownFiles) // as the scan of the home meets them
+    for (const std::string& path : defaults.ownFiles) // As the scan of the home folder encounters them.
         configuration.ownFiles.insert(withoutLinks(path));
     if (const std::string folder = localFolderOf(configuration.repository.location); !folder.empty())
         configuration.ownFiles.insert(folder);

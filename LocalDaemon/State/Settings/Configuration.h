@@ -13,30 +13,31 @@
 
 namespace kelvane {
 
-// What the person who runs the daemon has laid down; panes only read it.
+// The configuration by the user who runs the daemon; panes can only read it.
 struct Configuration {
     std::string serverURL = "localhost";
     std::string userEmail;
-    std::uint32_t computerNumber = 0; // also tells this computer's snapshots from others in the repository
-    std::uint32_t quotaMB = 0;        // 0: no limit
-    std::string home;                 // what automatic mode backs up
-    // Wildcard patterns of what is never backed up unless a person adds it: real paths that end in "/" or a
-    // star.
+    std::uint32_t computerNumber = 0; // Also identifies this computer's snapshots in a shared repository.
+    std::uint32_t quotaMB = 0;        // 0 for no limit.
+    std::string home;                 // The folder that automatic mode backs up.
+    // Wildcard patterns of the exclusion policy: real paths that end in "/" or an asterisk. The user can
+    // include single paths again.
     std::vector<std::string> policy;
-    std::vector<std::string> volumes = {}; // further folders that automatic mode backs up
-    RepositoryPlace repository = {};       // an empty location: the one that was given makes no sense
-    std::chrono::minutes interval{15};     // from the end of a backup to the next one
-    // For so long the backup keeps what has gone from the disk or from the selection.
+    std::vector<std::string> volumes = {}; // Additional folders that automatic mode backs up.
+    RepositoryPlace repository = {};       // The location is empty when the configured one is invalid.
+    std::chrono::minutes interval{15};     // From the end of a backup to the start of the next one.
+    // How long deleted and excluded files are kept in the backup.
     std::chrono::days keep{30};
-    // What a backup itself changes, and which would never be backed up as it is: left out as by the policy.
+    // Files that a backup itself changes, which would always be pending; excluded like the policy.
     std::set<std::string, std::less<>> ownFiles = {};
 };
 
-// What holds where the configuration says nothing: absolute paths.
+// The defaults of the configuration: absolute paths.
 struct ConfigurationDefaults {
     std::string home;
     RepositoryPlace repository;
-    std::set<std::string, std::less<>> ownFiles = {}; // beside the repository, which is always one of them
+    // In addition to the repository, which is always one of them.
+    std::set<std::string, std::less<>> ownFiles = {};
     std::uint32_t computerNumber = 1;
 };
 [[nodiscard]] ConfigurationDefaults usualDefaults();
@@ -58,10 +59,10 @@ struct ConfigurationDefaults {
 [[nodiscard]] Configuration readConfiguration(const std::string& path, const ConfigurationDefaults& defaults,
                                               const Volumes& volumes, const Dictionary& settled = {});
 
-// Why the first of such entries that makes no sense makes none, for people; empty: all of them do.
+// Returns why the first invalid entry is invalid, for the user; empty when all are valid.
 [[nodiscard]] std::string faultIn(const Dictionary& entries, const Volumes& volumes);
 
-// A policy pattern as panes know it: with its volume's name, and with the separator that it ends in.
+// Returns a policy pattern as panes know it: with its volume's name and the trailing separator.
 [[nodiscard]] std::string volumePattern(const std::string& pattern, const Volumes& volumes);
 
 } // namespace kelvane

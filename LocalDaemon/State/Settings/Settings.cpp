@@ -34,9 +34,9 @@ constexpr std::string_view addedKey = "added";
 constexpr std::string_view removedKey = "removed";
 constexpr std::string_view disksKey = "disks";
 constexpr std::string_view mountsKey = "mounts";
-constexpr std::string_view mountIdsKey = "mountIds";       // by mount point
-constexpr std::string_view mountPointsKey = "mountPoints"; // by path
-constexpr std::string_view awayDisksKey = "awayDisks";     // dictionaries
+constexpr std::string_view mountIdsKey = "mountIds";       // By mount point.
+constexpr std::string_view mountPointsKey = "mountPoints"; // By path.
+constexpr std::string_view awayDisksKey = "awayDisks";     // A dictionary for each disk.
 constexpr std::string_view pathKey = "path";
 constexpr std::string_view sinceKey = "since"; // seconds since 1970
 constexpr std::string_view decisionKey = "decision";
@@ -52,7 +52,8 @@ constexpr DecisionName decisionNames[] = {{AwayDisk::Decision::None, ""},
 constexpr std::size_t mostEntries = 100;
 constexpr std::size_t longestKey = 256;
 constexpr std::size_t longestText = 4096;
-constexpr std::size_t mostPathRules = std::size_t{1} << 20U; // bytes, of which each may take six in the file
+// In bytes, each of which may take six in the file.
+constexpr std::size_t mostPathRules = std::size_t{1} << 20U;
 
 template <class IsRight>
 Dictionary entriesOf(const Value& value, IsRight isRight) {
@@ -162,7 +163,7 @@ Settings settingsFromValue(const Value& value) {
     settings.fileTypeToggles =
         entriesOf(value[togglesKey], [](const Value& entry) { return entry.isNumber(); });
     settings.paths = pathRulesOf(value);
-    if (value[hasManualSelectionKey].isAbsent()) // saved by a version that did not know it
+    if (value[hasManualSelectionKey].isAbsent()) // Saved by a version without this entry.
         settings.hasManualSelection = !settings.automaticMode || !settings.paths.marks.empty();
     forEachPath(value[disksKey], [&](const std::string& path) { settings.disks.insert(path); });
     forEachPath(value[mountsKey], [&](const std::string& path) {
@@ -172,7 +173,7 @@ Settings settingsFromValue(const Value& value) {
         if (path.starts_with('/') && point.stringValue().starts_with('/'))
             settings.mountPoints[pathFromText(path)] = pathFromText(point.stringValue());
     if (value[mountPointsKey].isAbsent() && !value[mountsKey].isAbsent())
-        settings.mountPoints["/"] = "/"; // saved by a version that noted the mounts alone
+        settings.mountPoints["/"] = "/"; // Saved by a version that recorded only the mounts.
     settings.awayDisks = awayDisksOf(value[awayDisksKey]);
     return settings;
 }

@@ -11,27 +11,27 @@
 
 namespace kelvane {
 
-// A disk that has files in the backup and is away.
+// A disk that has files in the backup and is not mounted.
 struct AwayDisk {
     enum class Decision {
         None,
-        Keep,   // nobody needs to be warned of it
-        Forget, // it is gone for good: what stands in its place now is what is backed up
+        Keep,   // The alert was dismissed, and its files are kept.
+        Forget, // Given up: the current contents of its folder are backed up instead.
     };
 
-    std::int64_t since = 0; // seconds since 1970: when it was first missed
+    std::int64_t since = 0; // When it was first missing, in seconds since 1970.
     Decision decision = Decision::None;
 
     friend bool operator==(const AwayDisk&, const AwayDisk&) = default;
 };
 
-// File systems by mount point, each with what `fileSystemIdAt` says of it.
+// File system ids, as returned by `fileSystemIdAt`, by mount point.
 using Mounts = std::map<std::string, std::string, std::less<>>;
 
-// What panes have set and a restart must not lose.
+// The settings made by panes, which a restart preserves.
 struct Settings {
     bool automaticMode = true;
-    bool hasManualSelection = false; // manual mode has been entered before
+    bool hasManualSelection = false; // Manual mode has been used before.
     bool enabled = true;
     bool recoverMode = false;
     bool lowerPriorityMode = false;
@@ -39,30 +39,30 @@ struct Settings {
     bool includeRequired = false;
     std::uint32_t backupControlFlags = 0;
     std::int64_t pausedSince = 0; // seconds since 1970
-    std::int64_t pausedUntil = 0; // likewise; in the past or 0: not paused
-    Dictionary profile;           // strings
-    Dictionary fileTypeToggles;   // unsigned 32-bit numbers
+    std::int64_t pausedUntil = 0; // Seconds since 1970; 0 or in the past when not paused.
+    Dictionary profile;           // Values are strings.
+    Dictionary fileTypeToggles;   // Values are unsigned 32-bit numbers.
     PathRules paths;
     std::set<std::string, std::less<>>
-        disks;     // mount points, also of disks that are away but have files in the backup
-    Mounts mounts; // all but the system's own from which the last backup was made
+        disks;     // Mount points, including disks that are not mounted but have files in the backup.
+    Mounts mounts; // The file systems of the last backup, without the system's own.
     std::map<std::string, std::string, std::less<>>
-        mountPoints;                           // at which what is selected lay in the last backup, by path
-    std::map<std::string, AwayDisk> awayDisks; // by mount point, or by the folder that is empty
+        mountPoints; // The mount points that contained the selected paths in the last backup, by path.
+    std::map<std::string, AwayDisk> awayDisks; // By mount point, or by the folder that is empty.
 
     friend bool operator==(const Settings&, const Settings&) = default;
 };
 
 [[nodiscard]] Value valueFromSettings(const Settings& settings);
 
-// What is missing or of another kind keeps its default.
+// An entry that is missing or has the wrong type gets its default.
 [[nodiscard]] Settings settingsFromValue(const Value& value);
 
-// Sets an entry of `profile` or `fileTypeToggles`. False when the key or the text is longer than anyone needs
-// or there are too many entries: what a pane sends must not fill the disk.
+// Sets an entry of `profile` or `fileTypeToggles`. Returns false when the key or the text is too long or
+// there are too many entries: a pane must not be able to fill the disk.
 [[nodiscard]] bool setEntry(Dictionary& entries, const std::string& key, const Value& value);
 
-// Likewise for all path rules together.
+// Returns whether all path rules together exceed their limit.
 [[nodiscard]] bool isTooLarge(const PathRules& paths);
 
 } // namespace kelvane

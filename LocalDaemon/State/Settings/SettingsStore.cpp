@@ -8,7 +8,7 @@
 namespace kelvane {
 namespace {
 
-// Far above what the bounds of the settings allow.
+// Far above the limits of the settings.
 constexpr std::size_t largestFile = std::size_t{64} << 20U;
 constexpr std::string_view settingsKey = "settings";
 constexpr const char* damageAlert = "settings_damaged";
@@ -51,8 +51,8 @@ SettingsStore::Loading SettingsStore::load() {
     return inRecoverMode(reason);
 }
 
-// The copy is written before the damaged file is moved: whenever this is interrupted, the next start finds
-// damaged settings or recover mode, and never the defaults.
+// The copy is written before the damaged file is renamed: after an interruption at any point, the next
+// start finds damaged settings or recover mode, and never the defaults.
 SettingsStore::Loading SettingsStore::inRecoverMode(const std::string& reason) const {
     Loading loading;
     loading.settings.recoverMode = true;
@@ -76,7 +76,7 @@ SettingsStore::Loading SettingsStore::inRecoverMode(const std::string& reason) c
 std::string SettingsStore::save(const Settings& settings, std::uint64_t version) {
     const std::scoped_lock guard(mutex_);
     if (version < savedVersion_)
-        return {}; // a later change was faster
+        return {}; // A later change has already been saved.
     std::string failure = replace(copyPath_, settings);
     if (failure.empty())
         failure = replace(path_, settings);

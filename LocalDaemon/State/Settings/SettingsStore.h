@@ -10,25 +10,26 @@
 
 namespace kelvane {
 
-// The settings as a file, a binary property list that is replaced as a whole, and a copy of it beside it, for
-// without them what a person has excluded would be backed up. Both carry a checksum. Any thread; the calls
-// block on the disk.
+// The settings as a file, a binary property list that is replaced atomically, and a copy beside it:
+// without the settings, files that the user has excluded would be backed up. Both carry a checksum. Any
+// thread; the calls block on the disk.
 class SettingsStore {
 public:
     explicit SettingsStore(std::string path) : path_(std::move(path)), copyPath_(path_ + ".copy") {}
 
     struct Loading {
         Settings settings;
-        std::string refusal;        // why there are no settings that may be used; empty: they may
-        std::optional<Alert> alert; // what was wrong with the file
+        std::string refusal;        // Why there are no usable settings; empty when there are.
+        std::optional<Alert> alert; // Tells the user what was wrong with the file.
     };
-    // The defaults when neither file is there. A damaged file is set aside as "<path>.damaged" and the copy
-    // takes its place. When the copy is damaged as well, the settings are the defaults in recover mode, in
-    // which nothing is added to the backup and nothing leaves it. Files that the disk does not return stay.
+    // Returns the defaults when neither file exists. A damaged file is renamed to "<path>.damaged" and
+    // replaced by the copy. When the copy is damaged as well, the settings are the defaults in recover
+    // mode, in which nothing is added to the backup or removed from it. Files that the disk cannot read
+    // are left in place.
     [[nodiscard]] Loading load();
 
-    // Returns why it failed, empty when it did not. A file is replaced whole or stays as it was. Of several
-    // at once the one with the highest version stays.
+    // Returns the reason of a failure, empty on success. A file is replaced as a whole or not at all. Of
+    // several concurrent calls the highest version is kept.
     [[nodiscard]] std::string save(const Settings& settings, std::uint64_t version);
 
 private:
