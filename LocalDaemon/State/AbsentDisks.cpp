@@ -15,9 +15,10 @@
 namespace kelvane {
 namespace {
 
-constexpr const char* lostAndFound = "lost+found";             // mkfs makes it
-constexpr std::size_t mostLookedAt = 100;                      // entries of a folder
-constexpr std::int64_t usualAbsence = std::int64_t{7} * 86400; // seconds that nobody is warned of
+constexpr const char* lostAndFound = "lost+found"; // Created by mkfs.
+constexpr std::size_t mostLookedAt = 100;          // Entries of a folder.
+// In seconds: no warning for a shorter absence.
+constexpr std::int64_t usualAbsence = std::int64_t{7} * 86400;
 
 struct AbsenceText {
     std::string beforePlace;
@@ -34,7 +35,7 @@ const AbsenceText absenceTexts[] = {
     {"What is mounted at ", " does not answer.", "It has been silent since "},
 };
 
-// Nothing in it could have been backed up. One that cannot be read is not empty.
+// Returns whether nothing in the folder could have been backed up. An unreadable folder is not empty.
 bool isEmpty(const std::string& folder, const BackupRules& rules, const FileSystem& fileSystem) {
     const FolderListing listing = fileSystem.list(folder, mostLookedAt);
     if (listing.error != 0)
@@ -52,7 +53,7 @@ std::set<std::string, std::less<>> knownMountPoints(const Settings& settings) {
     return points;
 }
 
-// The deepest of these folders that the path is in; empty: none.
+// Returns the deepest of these folders that contains the path; empty when none does.
 std::string nearestOf(const std::set<std::string, std::less<>>& folders, const std::string& path) {
     for (std::string_view at = path; at.size() > 1; at = folderOf(at))
         if (folders.contains(at))
@@ -60,14 +61,14 @@ std::string nearestOf(const std::set<std::string, std::less<>>& folders, const s
     return {};
 }
 
-// One that the system does not know yet is left alone until it does. Earlier versions noted no folder before
+// A file system without a known id is ignored until it has one. Older versions recorded no folder before
 // the file system.
 bool isAnother(const std::string& remembered, const std::string& id) {
     const bool hasFolder = remembered.starts_with('/');
     return !remembered.empty() && remembered != (hasFolder ? id : id.substr(id.find(' ') + 1));
 }
 
-// Whether a file or link was backed up there, or a folder with something in the last snapshot that holds it.
+// Returns whether a file or link was backed up there, or a folder with contents in its last snapshot.
 bool hasSavedContents(const BackupIndex& index, const std::string& path) {
     const BackupIndex::Item* const item = index.find(path);
     return item && (item->kind != ItemKind::Folder ||
@@ -76,13 +77,13 @@ bool hasSavedContents(const BackupIndex& index, const std::string& path) {
                     }));
 }
 
-// Nothing may be asked of it now. A server that wakes up is not away.
+// Returns whether the mount does not respond now. A server that is only slow to wake up is not absent.
 bool isSilent(const std::string& path, const FileSystem& fileSystem) {
     return fileSystem.isSilent(path, std::chrono::milliseconds(1));
 }
 
-// Whether a mount shows what is in its place without it. Services may have folders mounted upon themselves,
-// to be given them with other options.
+// Returns whether a mount shows the same folder as is there without it. Services may bind-mount folders
+// onto themselves to change their mount options.
 bool isSameFolder(const std::string& point, const std::string& around, const FileSystem& fileSystem) {
     const std::string outer = fileSystem.fileSystemId(around);
     const std::size_t blank = outer.find(' ');
@@ -94,7 +95,7 @@ bool isSameFolder(const std::string& point, const std::string& around, const Fil
            (folder == "/" ? "" : folder) + textFromPath(below) + outer.substr(blank);
 }
 
-// Compares what was mounted for the last backup with what is mounted now.
+// Compares the mounts of the last backup with the current ones.
 class AbsenceSearch {
 public:
     AbsenceSearch(const Settings& settings, BackupRules rules, const BackupIndex& index,
@@ -117,11 +118,11 @@ public:
 
 private:
     static std::shared_ptr<const BackupRules> withoutAbsences(BackupRules rules) {
-        rules.absentDisks.clear(); // which is what was found the last time
+        rules.absentDisks.clear(); // The rules contain the result of the last search.
         return std::make_shared<BackupRules>(std::move(rules));
     }
 
-    // One from which the last backup was made.
+    // Adds a mount of which the last backup was made.
     void addMount(const std::string& point, const std::string& id) {
         if (!selection_.mounts().contains(point))
             absences_[point] = Absence::NotMounted;
@@ -153,7 +154,7 @@ private:
                 !isSilent(folder, fileSystem_) && isEmpty(folder, rules_, fileSystem_))
                 absences_[folder] = Absence::Empty;
     }
-    // A mount point in the way of another explains what is missing there.
+    // A mount point above another one explains why files there are missing.
     void addCovered() {
         const std::set<std::string> covering = coveringSelection();
         for (const auto& [point, type] : selection_.mounts())
@@ -161,7 +162,7 @@ private:
                 (covering.contains(point) || coversContents(point)))
                 absences_[point] = Absence::Covered;
     }
-    // The mount points at what is selected or above it that are deeper than those of the last backup.
+    // Returns the mount points at or above selected paths that are deeper than in the last backup.
     std::set<std::string> coveringSelection() const {
         std::set<std::string> covering;
         for (const std::string& path : selectedPaths(rules_)) {
@@ -175,8 +176,8 @@ private:
         }
         return covering;
     }
-    // In the middle of what is selected, where no mount is backed up. None is asked, for one may never
-    // answer.
+    // A mount inside the selection, which is not backed up. The mount is not accessed, since it may
+    // never respond.
     bool coversContents(const std::string& point) const {
         return hasSavedContents(index_, point) && !ruleAt(rules_, point) &&
                verdictFor(rules_, folderOf(point)).isIn();
@@ -203,7 +204,7 @@ bool isInBackup(const BackupIndex& index, const std::string& path) {
     return item && (item->kind != ItemKind::Folder || !index.children(*item).empty());
 }
 
-// What was selected later than it was backed up lay where the folder around it did.
+// A path that was selected after its last backup was on the file system of its parent folder.
 std::string mountPointBefore(const Settings& settings, std::string_view path) {
     for (std::string_view at = path;; at = folderOf(at)) {
         if (const auto known = settings.mountPoints.find(at); known != settings.mountPoints.end())

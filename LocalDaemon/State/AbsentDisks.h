@@ -14,39 +14,38 @@
 
 namespace kelvane {
 
-// Why what stands at a place cannot be what was backed up from there.
+// Why the current contents of a path cannot be what was backed up from there.
 enum class Absence {
-    NotMounted, // a file system was mounted there
-    Empty,      // or missing, as it is when something was mounted above it or has replaced it
-    Covered,    // something is mounted over what was backed up
-    Another,    // another file system than the one that was backed up is mounted there
-    Silent,     // what is mounted there does not answer
+    NotMounted, // A file system was mounted there.
+    Empty,      // Or missing, as when something is mounted above it or has replaced it.
+    Covered,    // Something is mounted over what was backed up.
+    Another,    // A different file system is mounted there than was backed up.
+    Silent,     // The mount there does not respond.
 };
 
 // By mount point or folder.
 using Absences = std::map<std::string, Absence, std::less<>>;
 
-// Whether the backup holds anything of a disk, if only folders.
+// Returns whether the backup contains anything of a disk, even only folders.
 [[nodiscard]] bool isInBackup(const BackupIndex& index, const std::string& path);
 
-// Where what the backup holds is away now, whatever a person has decided about it: on the mount points that
-// the settings remember, in the home folder and the volumes, and where something is mounted in a folder or
-// over what is selected. A place that a mount point above it explains is not named by itself. Blocks on the
-// disk.
+// Returns the paths with saved contents that are absent now, regardless of the user's decisions: at the
+// mount points in the settings, in the home folder and the volumes, and where a mount covers a folder or
+// the selection. A path below an absent mount point is not listed separately. Blocks on the disk.
 [[nodiscard]] Absences absencesNow(const Settings& settings, const BackupRules& rules,
                                    const BackupIndex& index, const FileSystem& fileSystem);
 
-// The mount point, "/" too, at which what was backed up from a path lay in the last backup. Empty: that is
-// not known.
+// Returns the mount point, possibly "/", that contained a path in the last backup. Empty when unknown.
 [[nodiscard]] std::string mountPointBefore(const Settings& settings, std::string_view path);
 
-// The paths at which a rule has to say so: each place, and what has been selected below one.
+// Returns the paths that need a rule for the absence: each absent path, and what is selected below it.
 [[nodiscard]] std::set<std::string, std::less<>>
 pathsOfAbsences(const Absences& absences, const Settings& settings, const BackupRules& rules);
 
 struct MountsOfSelection {
-    Mounts mounts; // the file systems that hold what is selected and there, less the system's own
-    std::map<std::string, std::string, std::less<>> points; // the mount points, "/" too, by selected path
+    Mounts mounts; // The mounted file systems that contain the selection, without the system's own.
+    // The mount points, possibly "/", by selected path.
+    std::map<std::string, std::string, std::less<>> points;
 
     friend bool operator==(const MountsOfSelection&, const MountsOfSelection&) = default;
 };
@@ -56,12 +55,12 @@ struct MountsOfSelection {
                                                   const FileSystem& fileSystem);
 
 inline constexpr const char* awayDiskAlertPrefix = "disk_away-";
-// The verbs of what can be done about one; their argument is what `nameOfAwayDisk` says.
+// The verbs of the actions for an absent disk; their argument is the result of `nameOfAwayDisk`.
 inline constexpr const char* keepDiskVerb = "keep-disk";
 inline constexpr const char* forgetDiskVerb = "forget-disk";
 
 [[nodiscard]] std::string nameOfAwayDisk(const std::string& path);
-// Of one that a person has not given up. `now`: seconds since 1970.
+// The user must not have given up the disk. `now`: seconds since 1970.
 [[nodiscard]] Alert alertForAwayDisk(const std::string& path, Absence absence, const AwayDisk& disk,
                                      std::int64_t now);
 

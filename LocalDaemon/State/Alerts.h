@@ -16,10 +16,11 @@
 
 namespace kelvane {
 
-// The alerts that stand, one of a kind, each until it is withdrawn. One that is raised again with other words
-// stands since the first time. Panes that want alerts are told of each that is raised or gets other words.
+// The standing alerts, one of each kind, each until it is withdrawn. An alert that is raised again with
+// a different text keeps its first time. Panes with an alert handler are notified of each alert that is
+// raised or changed.
 //
-// Any thread; blocks on nothing.
+// Any thread; never blocks.
 class Alerts {
 public:
     using Clock = std::function<std::chrono::system_clock::time_point()>;
@@ -28,12 +29,12 @@ public:
 
     void raise(const Alert& alert);
     void withdraw(const std::string& kind);
-    // Of those whose kinds begin so these alone stand from now on.
+    // Replaces all alerts whose kinds begin with this prefix.
     void replace(std::string_view beginningOfKinds, const std::vector<Alert>& alerts);
     [[nodiscard]] std::optional<Alert> standing(const std::string& kind) const;
-    // From now on the pane wants alerts. It is told of those that stand.
+    // Enables alerts for the pane and sends it the standing ones.
     void addHandler(DaemonObserver& pane) const;
-    // As the dictionary of the daemon's state lists them: the worst first, of equal ones the newest.
+    // Returns the alerts for the daemon's state dictionary: the most severe first, then the newest.
     [[nodiscard]] Array dictionaries() const;
 
 private:
@@ -45,8 +46,8 @@ private:
     const std::shared_ptr<const DaemonObservers> panes_;
     const Clock clock_;
 
-    mutable std::mutex mutex_;                 // guards what follows
-    std::map<std::string, Standing> standing_; // by kind
+    mutable std::mutex mutex_;                 // Guards the members below.
+    std::map<std::string, Standing> standing_; // By kind.
 };
 
 } // namespace kelvane

@@ -4,14 +4,14 @@
 
 namespace kelvane {
 
-// What decides whether something is backed up now.
+// The conditions for starting a backup.
 struct BackupNeed {
-    bool mayAdd = false;       // to the repository
-    bool mayRead = false;      // what is in it
-    bool isKnown = false;      // the scan has looked at everything, and compared it with the index
-    bool isWaiting = false;    // something that could be read
-    bool hasUnread = false;    // nothing is waiting but what could not be read
-    std::uint64_t changes = 0; // counts what the scan has seen change
+    bool mayAdd = false;       // Data may be added to the repository.
+    bool mayRead = false;      // The repository may be read.
+    bool isKnown = false;      // The scan is complete and was compared with the index.
+    bool isWaiting = false;    // There are pending files that could be read.
+    bool hasUnread = false;    // All pending files were unreadable.
+    std::uint64_t changes = 0; // Counts the changes that the scan has seen.
     bool hasLowerPriority = false;
 };
 

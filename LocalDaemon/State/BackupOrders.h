@@ -6,19 +6,21 @@
 
 namespace kelvane {
 
-// Orders to do something at once, counted: panes see it needed until a run is done that began after the last
-// order. What changes meanwhile needs no other: on a machine at work that would have no end.
+// Counts the requests to start something at once. Panes show it as requested until a run is complete
+// that began after the last request. Changes in the meantime need no further run, which on a busy
+// machine would never end.
 //
-// Any thread. After each change `changed` is called without the lock, so that it may ask what holds now.
+// Any thread. `changed` is called after each change without the lock, so that it may query the current
+// state.
 class BackupOrders {
 public:
     explicit BackupOrders(std::function<void()> changed);
 
     void add();
     [[nodiscard]] std::uint64_t count() const;
-    // A run that was begun after so many orders has done what they want.
+    // Records that a run that began after so many requests has succeeded.
     void noteDone(std::uint64_t count);
-    // It has ended, well or not.
+    // Records that such a run has ended, successfully or not.
     void noteTried(std::uint64_t count);
     [[nodiscard]] bool areDone() const;
     [[nodiscard]] bool areTried() const;
@@ -28,7 +30,7 @@ private:
 
     const std::function<void()> changed_;
 
-    mutable std::mutex mutex_; // guards what follows
+    mutable std::mutex mutex_; // Guards the members below.
     std::uint64_t count_ = 0;
     std::uint64_t done_ = 0;
     std::uint64_t tried_ = 0;

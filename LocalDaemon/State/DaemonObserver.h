@@ -9,18 +9,18 @@
 
 namespace kelvane {
 
-// Hears what a pane is to be told. Called with locks of the state held, so it takes note and returns, and
-// neither sends nor calls back.
+// Receives the notifications for a pane. Called with locks of the state held, so it only records them,
+// and neither sends nor calls back.
 class DaemonObserver {
 public:
     virtual ~DaemonObserver() = default;
-    // Whether it hears of states and of alerts; at first it does not.
+    // Enables notifications of states and of alerts, which are disabled at first.
     virtual void setStateHandler(bool wanted) = 0;
     virtual void setAlertHandler(bool wanted) = 0;
     virtual void stateChanged(std::uint32_t code) = 0;
     virtual void alertRaised(const std::string& alert) = 0;
-    // Every pane hears of a restore, whether it has asked for states and alerts or not: by the numbers under
-    // which it may ask how it is going, and by the alert that closes it.
+    // Every pane is notified of a restore, whether it has enabled states and alerts or not: with the
+    // codes under which it may query the progress, and with the final alert.
     virtual void restoreProgressed(const std::vector<std::uint32_t>& codes) = 0;
     virtual void restoreEnded(const std::string& alert) = 0;
     // Real paths; "/" alone stands for everything.
@@ -28,20 +28,20 @@ public:
     virtual void foldersChanged(const std::vector<std::string>& paths) = 0;
 };
 
-// The panes that are connected.
+// The connected panes.
 //
-// Whatever part of the state has changed tells them while it holds its own mutex, so that each pane hears of
-// that part's changes in their order. Mutexes are taken in this order: DaemonState's, that of a part, this
+// Each part of the state notifies them while it holds its own mutex, so that each pane receives the
+// changes of that part in order. Mutexes are locked in this order: DaemonState's, that of a part, this
 // one, a pane's own. Any thread.
 class DaemonObservers {
 public:
-    // Told what happens from now on, as long as there is one.
+    // Notifies the pane from now on, for as long as it exists.
     void add(const std::shared_ptr<DaemonObserver>& pane);
     void clear();
     void tell(const std::function<void(DaemonObserver&)>& what) const;
 
 private:
-    mutable std::mutex mutex_; // guards what follows
+    mutable std::mutex mutex_; // Guards the members below.
     std::vector<std::weak_ptr<DaemonObserver>> panes_;
 };
 

@@ -21,8 +21,8 @@ std::uint32_t narrowed(std::uint64_t count) {
         std::min<std::uint64_t>(count, std::numeric_limits<std::uint32_t>::max()));
 }
 
-// The path and the folders that it is in, for theirs may be the bullets that change with its own. Not "/",
-// which would stand for everything.
+// Adds the path and its parent folders, whose status may change with it. Not "/", which would stand for
+// everything.
 void addWithFolders(std::set<std::string>& paths, std::string_view path) {
     do {
         if (!paths.emplace(path).second)
@@ -49,7 +49,7 @@ DaemonState::DaemonState(Configuration configuration, Settings settings, Index i
       index_(std::move(index)),
       settings_(std::move(settings)),
       rules_(currentRules()) {
-    announcedState_ = currentServiceState(); // of what all the others are
+    announcedState_ = currentServiceState(); // Depends on all other members.
     if (index_->repositoryId().empty())
         return;
     std::erase_if(settings_.disks, [&](const std::string& point) { return !isInBackup(*index_, point); });
@@ -73,8 +73,8 @@ DaemonState::Index DaemonState::index() const {
 
 void DaemonState::setIndex(Index index, const std::vector<std::string>& changed) {
     std::vector<std::string> files = changed;
-    files.emplace_back("/");    // the bullets of all folders may be others now
-    files = withFolders(files); // of many paths it takes long: not with the mutex held
+    files.emplace_back("/");    // The status of all folders may have changed.
+    files = withFolders(files); // Takes long for many paths, so the mutex is not held.
     const std::scoped_lock guard(mutex_);
     index_ = std::move(index);
     panes_->tell([&](DaemonObserver& pane) { pane.filesChanged(files); });
@@ -107,7 +107,7 @@ void DaemonState::setActivity(const BackupActivity& activity) {
     const std::scoped_lock guard(mutex_);
     activity_ = activity;
     if (!activity_.isRunning && scan_ && scan_->index == index_)
-        activity_.done = {}; // the scan has it in what it says
+        activity_.done = {}; // The scan's report includes them now.
     announce();
 }
 
@@ -167,7 +167,8 @@ Value DaemonState::stateDictionary() const {
     Dictionary state{
         {std::string(statekey::serviceState), service},
         {std::string(statekey::statusString), currentStatusText(service)},
-        {std::string(statekey::backupState), backupstate::rulesAreLoaded}, // before it listens
+        // Overwritten when the pane starts listening.
+        {std::string(statekey::backupState), backupstate::rulesAreLoaded},
         {std::string(statekey::isBackupNeeded), needsBackup()},
         {std::string(statekey::hasUnreadFiles), unreadAt_.has_value()},
         {std::string(statekey::paused), isPaused()},
@@ -181,7 +182,7 @@ Value DaemonState::stateDictionary() const {
         {std::string(statekey::currentRestoreFile), textFromPath(restore_.file)},
         {std::string(statekey::currentRestoreJob), restore_.job},
     };
-    // Before the scan has seen anything there is nothing to say, and panes show that they do not know.
+    // Before the first scan the values are unknown, and panes show them as such.
     if (scan_) {
         state.set(statekey::backedUpFileCount, narrowed(totals.backedUp.count));
         state.set(statekey::backedupFileSize, totals.backedUp.bytes);
@@ -205,7 +206,7 @@ FileTotals DaemonState::found() const {
 void DaemonState::takeReport(const ScanReport& report) {
     {
         const std::scoped_lock guard(mutex_);
-        // Bullets of folders follow from what waits in them.
+        // The status of a folder depends on its pending files.
         const bool isOtherwise = !scan_ || scan_->waiting.count != report.waiting.count ||
                                  scan_->otherWaiting != report.otherWaiting;
         scan_ = report;
@@ -269,7 +270,7 @@ std::int64_t DaemonState::now() const {
     return std::chrono::floor<std::chrono::seconds>(clock_()).time_since_epoch().count();
 }
 
-// What the running backup has done counts until the scan has compared with the index that came of it.
+// Includes the progress of the running backup until the scan has compared with the resulting index.
 BackupTotals DaemonState::currentTotals() const {
     if (!scan_)
         return {index_->totals(), {}};
@@ -289,7 +290,7 @@ bool DaemonState::isWaiting() const {
     return scan_ && (scan_->waiting.count > 0 || scan_->otherWaiting > 0) && unreadAt_ != changes_;
 }
 
-// What was compared with another index than this says nothing of what is waiting.
+// A comparison with an older index does not tell the pending files.
 bool DaemonState::isLooking() const {
     return !scan_ || scan_->isScanning || scan_->index != index_;
 }
@@ -298,7 +299,7 @@ BackupNeed DaemonState::currentNeed() const {
     BackupNeed need;
     const bool mayWork = hasPlace() && settings_.enabled && !isPaused();
     need.mayAdd = mayWork && !settings_.recoverMode && !isOverQuota();
-    // A restore waits for what is in it, whatever the backup may do.
+    // A restore waits for the index even while no backup is allowed.
     need.mayRead = mayWork || (hasPlace() && restore_.job != 0 && !isIndexCurrent_);
     need.isKnown = !isLooking();
     need.isWaiting = isWaiting();
@@ -326,7 +327,7 @@ void DaemonState::takeSettings(const Settings& settings) {
     announce();
 }
 
-// False: they are as they were.
+// Returns false when the rules have not changed.
 bool DaemonState::takeOtherRules() {
     Rules now = currentRules();
     if (*now == *rules_)
@@ -352,7 +353,7 @@ void DaemonState::announceRules(const BackupRules& before) const {
     });
 }
 
-// With the folders that they are in, for their bullets may be others now.
+// Includes the parent folders, whose status may have changed.
 void DaemonState::announceFiles(const std::vector<std::string>& paths) const {
     if (paths.empty())
         return;
@@ -364,7 +365,7 @@ void DaemonState::announce() {
     if (needListener_)
         needListener_(currentNeed());
     if (override_ && override_->inFrontOf != ownServiceState())
-        override_.reset(); // for good, also when the state comes back
+        override_.reset(); // Ends the override for good, even if the state returns.
     const std::uint32_t state = currentServiceState();
     if (state == announcedState_)
         return;

@@ -32,32 +32,34 @@ struct BackupTotals {
     FileTotals pending;
 };
 
-// What the backup is at.
+// The progress of the running backup.
 struct BackupActivity {
     bool isRunning = false;
-    bool isInitial = false; // nothing at all has been backed up before
+    bool isInitial = false; // It is the first backup.
     std::optional<ServiceState> trouble;
-    FileTotals done; // of what was waiting when it began
+    FileTotals done; // The saved files of those that were pending at the start.
     std::string currentFile;
-    std::optional<std::uint64_t> bytesPerSecond = {}; // of files that are read and saved; none: not known
-    std::optional<std::uint64_t> secondsLeft = {};    // likewise
+    // The rate of reading and saving files; none when unknown.
+    std::optional<std::uint64_t> bytesPerSecond = {};
+    std::optional<std::uint64_t> secondsLeft = {}; // None when unknown.
 };
 
-// The daemon's world, guarded by one mutex that is never held while anything is sent, written or looked for
-// on the disk. Alerts and orders are parts with mutexes of their own. Any thread.
+// The state of the daemon, guarded by one mutex that is never held while anything is sent, written or
+// read from the disk. Alerts and orders are parts with mutexes of their own. Any thread.
 //
-// Panes are told as DaemonObservers says: of the service state whenever it is another one, of changed
-// folders, and of what is in the backup now and was not, or the other way round.
+// Panes are notified as DaemonObservers describes: of each change of the service state, of changed
+// folders, and of changes to the contents of the backup.
 class DaemonState {
 public:
     using Clock = Alerts::Clock;
-    // Returns why the settings could not be saved; empty when they are.
+    // Returns the reason why the settings could not be saved; empty on success.
     using SaveSettings = std::function<std::string(const Settings& settings, std::uint64_t version)>;
     using Rules = std::shared_ptr<const BackupRules>;
-    using Index = std::shared_ptr<const BackupIndex>; // never null
-    // These are called with the mutex held, so they take note and return.
+    using Index = std::shared_ptr<const BackupIndex>; // Never null.
+    // Called with the mutex held, so these record the change and return.
     using RulesListener = std::function<void(const Rules& rules)>;
-    using NeedListener = std::function<void(const BackupNeed& need)>; // whenever it may be another one
+    // Called whenever the need may have changed.
+    using NeedListener = std::function<void(const BackupNeed& need)>;
 
     DaemonState(Configuration configuration, Settings settings, Index index, SaveSettings save, Clock clock);
 
@@ -68,52 +70,54 @@ public:
     void setNeedListener(NeedListener listener);
 
     [[nodiscard]] const Configuration& configuration() const { return configuration_; }
-    [[nodiscard]] std::int64_t now() const; // seconds since 1970
+    [[nodiscard]] std::int64_t now() const; // Seconds since 1970.
     [[nodiscard]] const std::shared_ptr<Alerts>& alerts() const { return alerts_; }
-    // What is backed up.
+    // The contents of the backup.
     [[nodiscard]] Index index() const;
-    // `changed`: real paths of which it says another thing than before.
+    // `changed`: real paths whose entries have changed.
     void setIndex(Index index, const std::vector<std::string>& changed);
-    // Whether the index is that of the repository, as far as this daemon can know: not before the repository
-    // was asked, nor after a backup whose snapshot has not been listed. `trouble` says why the last try to
-    // make it so failed; empty when it did not.
+    // Whether the index matches the repository, as far as this daemon can know: false before the
+    // repository was opened, and after a backup whose snapshot has not been listed. `trouble`: why the
+    // last attempt to update the index failed; empty if it did not.
     void setIndexCurrent(bool isCurrent, const std::string& trouble = {});
     [[nodiscard]] bool isIndexCurrent() const;
     [[nodiscard]] std::string indexTrouble() const;
     [[nodiscard]] BackupActivity activity() const;
     void setActivity(const BackupActivity& activity);
     [[nodiscard]] BackupNeed backupNeed() const;
-    // What the last failure was is not said any more once a backup is ordered.
+    // A backup request clears the last failure.
     [[nodiscard]] BackupOrders& backupOrders() { return backupOrders_; }
-    [[nodiscard]] std::vector<std::string> lossyLinks() const; // as in ScanReport
-    // The last backup could not read some of what waits, which calls for no other until something changes:
-    // `changes` is the need's count when it began; none: it has read everything.
+    [[nodiscard]] std::vector<std::string> lossyLinks() const; // As in ScanReport.
+    // Records that the last backup could not read some pending files, which alone does not start another
+    // one until something changes: `changes` is the need's count when it began. None when it has read
+    // everything.
     void noteUnread(std::optional<std::uint64_t> changes);
-    // As they are now; never null.
+    // Never null.
     [[nodiscard]] Rules rules() const;
     [[nodiscard]] Settings settings() const;
-    // One of them.
+    // Returns one setting.
     template <class T>
     [[nodiscard]] T setting(T Settings::*which) const {
         const std::scoped_lock guard(mutex_);
         return settings_.*which;
     }
-    // Saved when it returns, if anything has changed. A failure to save is logged and raised as an alert.
+    // Changed settings are saved before it returns. A failure to save is logged and raised as an alert.
     void changeSettings(const std::function<void(Settings&)>& change);
 
-    // What is away with its disk, also what a person has given up.
+    // Sets all absent paths, including those that the user has given up.
     void setAbsences(const Absences& away);
-    // Less what a person has given up. Nothing is backed up from there, and nothing counts as deleted.
+    // Returns the absent paths without those that the user has given up. They are not backed up, and
+    // their files do not count as deleted.
     [[nodiscard]] Absences absences() const;
 
-    // Rounded up, so that 0 says that nothing is paused.
+    // Rounded up, so that 0 means not paused.
     [[nodiscard]] std::uint32_t pausedMinutes() const;
     void setPausedMinutes(std::uint32_t minutes);
 
     [[nodiscard]] std::uint32_t serviceState() const;
-    // Stands in front of what the daemon finds itself in until that is another one; 0 takes it back.
+    // Overrides the service state until the daemon's own state changes; 0 ends the override.
     void overrideServiceState(std::uint32_t code);
-    // Pretends that the account is over its quota, or is not; none: as it is.
+    // Simulates an account over or below its quota; none ends the simulation.
     void setOverQuotaForTesting(std::optional<bool> overQuota);
 
     [[nodiscard]] Value stateDictionary() const;
@@ -123,33 +127,36 @@ public:
     void takeReport(const ScanReport& report);
     // Raises or withdraws the alert that nothing is selected for backup.
     void checkSelection();
-    // The clock or the orders have moved: a pause may be over.
+    // Must be called when time has passed or an order has changed: a pause may be over.
     void refresh();
 
-    // What the verification has found out. None: it has never come to an end.
+    // Sets the result of the verification. None when no verification has been completed.
     void setVerification(std::optional<std::chrono::system_clock::time_point> date,
                          const std::string& outcome);
-    // From 0 to 1; none: nothing is being verified.
+    // From 0 to 1; none when no verification is running.
     void setVerificationProgress(std::optional<double> progress);
-    // `files`: those that cannot be given back as they were last backed up.
+    // `files`: files whose current backup cannot be restored.
     void setDamage(bool isAnyKnown, std::uint64_t files);
-    // To verify everything. Panes see one under way until it has been tried.
+    // Requests to verify everything. Panes show a verification as running until it has been tried.
     [[nodiscard]] BackupOrders& verificationOrders() { return verificationOrders_; }
 
-    // Panes are told what of it has changed.
+    // Notifies panes of changes.
     void setRestoreProgress(const RestoreProgress& progress);
-    // Raises an alert, and has panes ask how many files are left: they show a restore from their order on.
+    // Raises an alert, and makes panes query the number of pending files, since they show a restore as
+    // soon as it is requested.
     void refuseRestore(const std::string& reason);
     [[nodiscard]] RestoreProgress restoreProgress() const;
-    // After the progress has no job any more: tells panes so, and of what could not be restored.
+    // Must be called once the progress has no job: notifies panes of the end and of the files that could
+    // not be restored.
     void endRestore(const std::vector<RestoreFailure>& failures);
-    // A pane that connects, or asks for states, while files are being restored is told how many are left.
+    // A pane that connects, or enables states, during a restore is notified of the number of pending
+    // files.
     void addPane(const std::shared_ptr<DaemonObserver>& pane);
     void addStateHandler(DaemonObserver& pane) const;
     void dropPanes();
 
 private:
-    // With the mutex held.
+    // The mutex must be held.
     [[nodiscard]] bool hasPlace() const { return !configuration_.repository.location.empty(); }
     [[nodiscard]] bool isPaused() const;
     [[nodiscard]] bool isOverQuota() const;
@@ -189,7 +196,7 @@ private:
     };
 
     const Configuration configuration_;
-    const std::string destination_; // for people, without secrets; empty: none is configured
+    const std::string destination_; // For the user, without secrets; empty when none is configured.
     const SaveSettings save_;
     const Clock clock_;
     const std::shared_ptr<DaemonObservers> panes_ = std::make_shared<DaemonObservers>();
@@ -197,7 +204,7 @@ private:
     BackupOrders verificationOrders_{[this] { refresh(); }};
     const std::shared_ptr<Alerts> alerts_ = std::make_shared<Alerts>(panes_, clock_);
 
-    mutable std::mutex mutex_; // guards what follows
+    mutable std::mutex mutex_; // Guards the members below.
     RulesListener rulesListener_;
     NeedListener needListener_;
     PlanSource planSource_;
@@ -207,7 +214,7 @@ private:
     BackupActivity activity_;
     std::uint64_t changes_ = 0;
     Settings settings_;
-    Absences away_; // also what a person has given up
+    Absences away_; // Includes those that the user has given up.
     Rules rules_;
     std::uint64_t settingsVersion_ = 0;
     std::optional<ScanReport> scan_;
@@ -216,7 +223,7 @@ private:
     std::uint32_t announcedState_ = 0;
     RestoreProgress restore_;
     VerificationStatus verification_;
-    std::optional<std::uint64_t> unreadAt_; // of `changes_`
+    std::optional<std::uint64_t> unreadAt_; // The value of `changes_` at that time.
 };
 
 } // namespace kelvane

@@ -1,4 +1,4 @@
-// What panes hear of files that are being restored.
+// Notifies panes of files that are being restored.
 
 #include "Common/RestoreStatus.h"
 #include "Common/StandingAlert.h"
@@ -23,7 +23,7 @@ void DaemonState::setRestoreProgress(const RestoreProgress& progress) {
     std::vector<std::uint32_t> codes;
     if (before.job == 0)
         codes.push_back(restoreprogress::begin);
-    // The size is shown with the count that comes after it.
+    // Panes show the size with the next count.
     const bool isOtherFile = before.file != progress.file || before.fileSize != progress.fileSize;
     if (progress.job != 0 && (isOtherFile || before.job == 0))
         codes.insert(codes.end(), {restoreprogress::currentFile, restoreprogress::currentFileSize});

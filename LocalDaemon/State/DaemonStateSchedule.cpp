@@ -1,4 +1,4 @@
-// What panes that know of the extension "schedule" are told.
+// The entries for panes that support the extension "schedule".
 
 #include "Common/StateKeys.h"
 #include "LocalDaemon/State/DaemonState.h"
@@ -18,7 +18,7 @@ void DaemonState::setPlanSource(PlanSource source) {
     planSource_ = std::move(source);
 }
 
-// A partial snapshot counts: while a disk is away, or a file cannot be read, there is no other.
+// A partial snapshot counts, since no other is made while a disk is not mounted or a file is unreadable.
 void DaemonState::addSchedule(Dictionary& state) const {
     if (const Snapshot* const last = index_->newestSnapshot())
         state.set(statekey::lastBackupDate, dateFromSeconds(last->time));
@@ -44,7 +44,7 @@ void DaemonState::addSchedule(Dictionary& state) const {
         state.set(statekey::waitingFor, textForPanes(planned.waitingFor));
 }
 
-// What a person has chosen comes first, in the order of the service states.
+// The user's choices come first, in the order of the service states.
 std::string DaemonState::reasonNotToBackUp() const {
     if (!settings_.enabled)
         return "Backup is disabled.";

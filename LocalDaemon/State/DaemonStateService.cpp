@@ -1,4 +1,4 @@
-// The state of the service as panes are told it, and what it follows from: the pause and the quota.
+// The service state that panes are told, and its conditions: the pause and the quota.
 
 #include "LocalDaemon/State/DaemonState.h"
 
@@ -11,7 +11,7 @@ constexpr const char* backupIsDamaged = "Something in the backup is damaged.";
 
 } // namespace
 
-// One that was set while the clock was ahead would last for as long as it was ahead.
+// A pause that was set while the clock was ahead would last longer by the difference.
 bool DaemonState::isPaused() const {
     const std::int64_t time = now();
     return time < settings_.pausedUntil && time >= settings_.pausedSince - secondsPerMinute;
@@ -25,7 +25,8 @@ std::uint32_t DaemonState::pausedMinutes() const {
 
 void DaemonState::setPausedMinutes(std::uint32_t minutes) {
     changeSettings([this, minutes](Settings& settings) {
-        settings.pausedSince = minutes == 0 ? 0 : now(); // the end of no pause is no change to save
+        // Ending a pause that is over does not change the settings.
+        settings.pausedSince = minutes == 0 ? 0 : now();
         settings.pausedUntil = minutes == 0 ? 0 : now() + minutes * secondsPerMinute;
     });
 }
@@ -52,7 +53,7 @@ void DaemonState::setOverQuotaForTesting(std::optional<bool> overQuota) {
 bool DaemonState::isOverQuota() const {
     if (overQuotaForTesting_)
         return *overQuotaForTesting_;
-    // What is kept of earlier times is not counted: it makes way by itself.
+    // Old versions do not count, since retention removes them.
     return configuration_.quotaMB > 0 && currentlyFound().bytes > configuration_.quotaMB * bytesPerMegabyte;
 }
 

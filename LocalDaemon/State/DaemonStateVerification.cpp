@@ -1,4 +1,4 @@
-// What only panes that know of extensions are told: the alerts that stand, and the verification.
+// The entries for panes that support extensions: standing alerts and verification.
 
 #include "Common/ExtensionProtocol.h"
 #include "Common/StateKeys.h"

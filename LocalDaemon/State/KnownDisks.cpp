@@ -39,7 +39,8 @@ void KnownDisks::lookForAbsent() {
     const Settings known = state_->settings();
     const DaemonState::Index index = state_->index();
     const Absences away = absencesNow(known, *state_->rules(), *index, *fileSystem_);
-    Mounts identified; // one that a version noted that did not know whole ids is taken for what is there now
+    // A disk recorded by a version without full ids is assumed to be the one that is mounted now.
+    Mounts identified;
     for (const auto& [point, id] : known.mounts)
         if (!id.starts_with('/') && !away.contains(point))
             identified[point] = fileSystem_->fileSystemId(point);
@@ -68,8 +69,8 @@ MountsOfSelection KnownDisks::lookForMounts() {
     return mountsOfSelection(selection(), *fileSystem_);
 }
 
-// One that is not mounted stays as long as it is selected: another repository, whose disk takes turns with
-// this one, may hold what was on it.
+// A disk that is not mounted stays as long as it is selected: another repository, whose disk is mounted
+// in turn with this one, may contain its files.
 void KnownDisks::noteMounts(const MountsOfSelection& selection, bool areAllKnown) {
     const DaemonState::Rules rules = state_->rules();
     const std::vector<std::string> selected = selectedPaths(*rules);
@@ -83,7 +84,7 @@ void KnownDisks::noteMounts(const MountsOfSelection& selection, bool areAllKnown
         std::map<std::string, std::string, std::less<>> points = selection.points;
         for (const std::string& path : selected)
             if (std::string before = mountPointBefore(settings, path); !before.empty())
-                points.try_emplace(path, std::move(before)); // of what is away
+                points.try_emplace(path, std::move(before)); // Of absent paths.
         settings.mountPoints = std::move(points);
         if (areAllKnown)
             std::erase_if(settings.mounts, [&](const auto& mount) {

@@ -13,41 +13,40 @@
 
 namespace kelvane {
 
-// The disks that are mounted, and those that hold something in the backup and are away. What it remembers of
-// them stands in the settings.
+// The mounted disks, and those that have files in the backup and are not mounted. They are remembered in
+// the settings.
 //
-// Any thread. Blocks on the disk, without a lock of the state. Panes hear of what is away as they do of rules
-// and alerts that change.
+// Any thread. Blocks on the disk, without a lock of the state. Panes are notified of absent disks as of
+// rules and alerts.
 class KnownDisks {
 public:
     KnownDisks(std::shared_ptr<DaemonState> state, std::shared_ptr<const FileSystem> fileSystem);
 
-    // Remembers the disks that are mounted. At the next start those that have nothing in the backup by then
-    // are forgotten.
+    // Remembers the mounted disks. Those without files in the backup are forgotten at the next start.
     void note(const Volumes& mounted);
-    // Those that are mounted, and the disks that are away and have something in the backup: what was on them
-    // can be looked at and restored. Never null.
+    // Returns the mounted volumes and the absent disks with files in the backup, which can be browsed
+    // and restored. Never null.
     [[nodiscard]] std::shared_ptr<const Volumes> volumes() const;
-    // Leads to these, for one request.
+    // Returns a path resolver for one request.
     [[nodiscard]] PathEntrance entrance() const { return PathEntrance(volumes()); }
 
-    // What is selected among what is mounted now.
+    // Returns the selection on the current mounts.
     [[nodiscard]] MountedSelection selection() const { return {state_->rules(), fileSystem_->mounts()}; }
 
-    // Finds out where what was backed up is away with its disk. Unless a person has given it up, nothing is
-    // backed up from there, nothing counts as deleted, and an alert says so.
+    // Finds out which saved paths are absent. Unless the user has given it up, an absent path is not
+    // backed up, nothing below it counts as deleted, and an alert is raised.
     void lookForAbsent();
-    // The same, and returns the file systems that hold what is to be backed up.
+    // Does the same, and returns the file systems that contain the selection.
     [[nodiscard]] MountsOfSelection lookForMounts();
-    // Remembers the file systems from which a backup was made; `areAllKnown`: it has all that is selected,
-    // and others are forgotten.
+    // Remembers the file systems of a backup. `areAllKnown`: it contains the whole selection, and all
+    // others are forgotten.
     void noteMounts(const MountsOfSelection& selection, bool areAllKnown);
-    // Returns why it cannot be decided, for people; empty when it is. `name` is the alert's argument.
+    // Returns the reason of a failure for the user, empty on success. `name` is the alert's argument.
     [[nodiscard]] std::string decide(const std::string& name, AwayDisk::Decision decision);
-    // Why nothing can be restored to the path now, for people: it belongs on a disk that is away. Empty: it
-    // can. Finds out which are away, as above.
+    // Returns why nothing can be restored to the path now, for the user: it belongs on a disk that is
+    // not mounted. Empty when it can. Updates the absent disks as above.
     [[nodiscard]] std::string refusalFor(const std::string& path);
-    // With files in the backup.
+    // Returns the absent paths that have files in the backup.
     [[nodiscard]] std::set<std::string, std::less<>> absentInBackup() const;
 
 private:
@@ -56,8 +55,10 @@ private:
     const std::shared_ptr<DaemonState> state_;
     const std::shared_ptr<const FileSystem> fileSystem_;
 
-    std::mutex looking_; // what is seen last counts; guards what follows, and is taken before the state's
-    Absences away_;      // also what a person has given up
+    // Serializes the searches, so that the latest one counts; guards the members below, and is locked
+    // before the state's.
+    std::mutex looking_;
+    Absences away_; // Includes those that the user has given up.
 };
 
 } // namespace kelvane

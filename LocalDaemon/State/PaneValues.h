@@ -7,8 +7,8 @@
 
 namespace kelvane {
 
-// A text as panes can be told it: the link refuses a whole dictionary for one text that is not UTF-8. What is
-// not is replaced, which is logged.
+// Returns a text that can be sent to panes: the protocol rejects a whole dictionary for one text that is
+// not UTF-8. Invalid bytes are replaced, which is logged.
 [[nodiscard]] std::string textForPanes(const std::string& text);
 
 [[nodiscard]] Date dateForPanes(std::chrono::system_clock::time_point time);

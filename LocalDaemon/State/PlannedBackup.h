@@ -9,8 +9,8 @@ namespace kelvane {
 // The next backup while none is running.
 struct PlannedBackup {
     std::optional<std::chrono::system_clock::time_point> date =
-        std::nullopt;            // whole seconds; none: not planned
-    std::string waitingFor = {}; // why none is running, as a sentence; empty: not known
+        std::nullopt;            // In whole seconds; none when no backup is planned.
+    std::string waitingFor = {}; // Why none is running, as a sentence; empty when unknown.
 };
 
 } // namespace kelvane

@@ -5,9 +5,9 @@
 
 namespace kelvane {
 
-// What a person has chosen comes first: it says why nothing else happens. A pause outranks recover mode, as
-// it does in the pane's own list of modes. Trouble stands until a try has gone well: it would come and go
-// with every try else.
+// The user's choices come first, since they explain why nothing else happens. A pause precedes recover
+// mode, as in the pane's list of modes. A failure stays until an attempt succeeds; otherwise it would
+// disappear during each attempt.
 ServiceState serviceStateFor(const ServiceConditions& conditions) {
     if (!conditions.isEnabled)
         return ServiceState::Disabled;
@@ -31,7 +31,7 @@ ServiceState serviceStateFor(const ServiceConditions& conditions) {
 }
 
 std::string serviceStateText(std::uint32_t code) {
-    // Never destroyed: a link's thread may ask while the process ends.
+    // Never destroyed, since a connection's thread may use it while the process exits.
     static const Bundle& english = *new Bundle(Value());
     return stringForKelvaneServiceState(static_cast<ServiceState>(code), english);
 }

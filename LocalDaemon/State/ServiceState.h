@@ -15,22 +15,22 @@ struct ServiceConditions {
     bool isPaused = false;
     bool isRecovering = false;
     bool isOverQuota = false;
-    std::optional<ServiceState> trouble; // that the last try to back up has met
+    std::optional<ServiceState> trouble; // The failure of the last backup.
     bool isNothingSelected = false;
     bool isBackingUp = false;
     bool isInitialBackup = false;
     bool isScanning = false;
     bool hasPendingFiles = false;
-    bool isDamaged = false; // something in the backup cannot be given back
+    bool isDamaged = false; // Something in the backup cannot be restored.
 };
 
 [[nodiscard]] ServiceState serviceStateFor(const ServiceConditions& conditions);
 
-// The English name of any service state; empty for a code that has none.
+// Returns the English name of a service state; empty for an unknown code.
 [[nodiscard]] std::string serviceStateText(std::uint32_t code);
 
-// Whether `stateChanged:` with this code says that the service state has changed. Panes understand some
-// numbers of that callback as progress of a restore, and two of those are service states as well.
+// Returns whether `stateChanged:` with this code announces a service state. Panes treat some codes of
+// that callback as progress of a restore, and two of those are service states as well.
 [[nodiscard]] bool isAnnounced(std::uint32_t serviceState);
 
 } // namespace kelvane
