@@ -8,12 +8,12 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto window = 30s; // the speed is that of so long
+constexpr auto window = 30s; // The speed is averaged over this time.
 constexpr auto leastTime = 3s;
 
 } // namespace
 
-// restic prints an unchanged file before it counts its bytes, so that these may be in the next status.
+// restic prints an unchanged file before it counts its bytes, so they may only be in the next status.
 void BackupProgress::noteStatus(std::uint64_t bytes, Clock::time_point now) {
     const std::uint64_t added = bytes - std::min(bytes, std::exchange(counted_, bytes));
     const auto since = std::exchange(lastStatus_, now);

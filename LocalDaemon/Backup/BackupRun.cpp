@@ -32,8 +32,9 @@ std::string listOf(const std::vector<std::string>& targets) {
     return list;
 }
 
-// For what is in these folders, which stay themselves. A program takes only so many arguments: the other
-// patterns stand in a file, a line each. Returns the folders of which neither can tell.
+// Excludes the contents of these folders, which are saved themselves. The number of arguments is
+// limited, so patterns that do not fit are written to a file, one per line. Returns the folders for
+// which neither is possible.
 std::vector<std::string> addPatterns(std::vector<std::string> emptied, const std::string& path,
                                      std::vector<std::string>& arguments) {
     const auto rest = std::partition(emptied.begin(), emptied.end(), [](const std::string& folder) {
@@ -51,7 +52,8 @@ std::vector<std::string> addPatterns(std::vector<std::string> emptied, const std
     std::string lines;
     for (const std::string& folder : inFile) {
         for (const char each : withSeparator(escapedForPattern(folder)))
-            lines += each == '$' ? std::string("$$") : std::string(1, each); // else it begins a variable
+            // An unescaped dollar sign would begin a variable.
+            lines += each == '$' ? std::string("$$") : std::string(1, each);
         lines += "*\n";
     }
     if (lines.empty())
@@ -67,21 +69,21 @@ std::vector<std::string> addPatterns(std::vector<std::string> emptied, const std
 }
 
 std::vector<std::string> argumentsFor(const BackupRun::Wanted& wanted) {
-    // The verbose form names each file that is done, so that counts need not be guessed.
+    // With --verbose=2 restic reports each finished file, so counts are exact.
     std::vector<std::string> arguments{"backup",           "--json", "--verbose=2", "--one-file-system",
                                        "--files-from-raw", "-"};
-    // Of a restore that begins only now.
+    // Excludes the staging folder of a restore that starts later.
     arguments.insert(arguments.end(), {"--exclude", std::string(stagingPrefix) + '*'});
     for (const std::string& file : wanted.leftOut)
         arguments.insert(arguments.end(), {"--exclude", escapedForPattern(file)});
-    // restic would ask them, and wait for what does not answer.
+    // restic would access them and block on one that does not respond.
     for (const std::string& mount :
          std::span(wanted.targets.mounts).first(std::min(wanted.targets.mounts.size(), mostMounts)))
         arguments.insert(arguments.end(), {"--exclude", escapedForPattern(mount)});
     for (const std::string& tag : wanted.tags)
         arguments.insert(arguments.end(), {"--tag", tag});
-    // restic would look for one with the same list of paths, which is another one after each change of the
-    // rules, and read every file again.
+    // restic would look for a snapshot with the same list of paths, which changes with the rules, and
+    // would otherwise read every file again.
     if (wanted.isForced)
         arguments.emplace_back("--force");
     else if (!wanted.parent.empty())
@@ -89,20 +91,20 @@ std::vector<std::string> argumentsFor(const BackupRun::Wanted& wanted) {
     return arguments;
 }
 
-// restic tells how much of it was new to the repository, which may be a part.
+// restic reports how much of the file was new to the repository, which may be less than its size.
 std::uint64_t sizeOf(const std::string& path) {
     struct stat status {};
     return ::lstat(path.c_str(), &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
 }
 
-// As restic says it when nothing is there any more.
+// Returns the path as restic reports it when it no longer exists.
 std::vector<std::string> onDisk(const std::string& path) {
     std::vector<std::string> paths = pathsOnDisk(path);
     return paths.empty() ? std::vector<std::string>{path} : paths;
 }
 
-// Of several that look alike to restic those that this process cannot read; all of them when it can read them
-// by now.
+// Of several paths that are equal in restic's JSON, returns those that this process cannot read; all of
+// them when it can read them by now.
 std::vector<std::string> unreadOnDisk(const std::string& path) {
     std::vector<std::string> paths = onDisk(path);
     const auto isReadable = [](const std::string& each) { return ::access(each.c_str(), R_OK) == 0; };
@@ -154,14 +156,14 @@ BackupRun::Result BackupRun::run(const Wanted& wanted, const StopSignal& stop) {
     return result_;
 }
 
-// What restic cannot read of the snapshot that it compares with, it leaves out with the folder that it is in
-// and gives no reason. Listing that snapshot tells whether its cache was to blame, which is removed then.
+// When restic cannot read a folder of the parent snapshot, it omits the folder without giving a reason.
+// Listing that snapshot shows whether restic's cache is damaged, which is then removed.
 bool BackupRun::wasCacheDamaged(const std::string& parent, const StopSignal& stop) const {
     return hasUnreasonedError_ && !parent.empty() && repository_.list(parent, stop).outcome.wasCacheDamaged;
 }
 
 bool BackupRun::takeLine(std::string_view text) {
-    if (text.find("\"action\":\"unchanged\"") != std::string_view::npos) { // most lines of most backups
+    if (text.find("\"action\":\"unchanged\"") != std::string_view::npos) { // Most lines of most backups.
         progress_->noteUnchangedFile();
         return true;
     }
@@ -181,7 +183,7 @@ bool BackupRun::takeLine(std::string_view text) {
     return false;
 }
 
-// It comes twice a second, whether anything has been done or not.
+// restic prints a status twice a second, with or without progress.
 bool BackupRun::takeStatus(std::uint64_t files, std::uint64_t bytes, const std::string& path) {
     const bool hasGotOn = files != filesDone_ || bytes != bytesDone_;
     filesDone_ = files;
@@ -201,9 +203,9 @@ void BackupRun::takeErrorLine(std::string_view text) {
     if (line.kind == BackupLine::Kind::Error && !line.path.empty())
         return takeUnread(line);
     if (text.find(interruptMark) != std::string_view::npos)
-        return; // who has interrupted it knows
+        return; // restic was interrupted by this daemon.
     const bool isRetry = tellsOfRetry(text);
-    // The first of very many alike.
+    // Logs only the first of many similar lines.
     if (!isRetry || activity_.trouble != ServiceState::NoServer)
         logWarning("restic: %@", repository_.restic().withoutSecrets(std::string(text)));
     if (!isRetry)
@@ -212,7 +214,7 @@ void BackupRun::takeErrorLine(std::string_view text) {
     tell();
 }
 
-// A file that is deleted during the backup is no trouble: there is nothing left to read.
+// A file that is deleted during the backup is no error: there is nothing left to read.
 void BackupRun::takeUnread(const BackupLine& error) {
     if (error.path.empty())
         return;
@@ -223,7 +225,8 @@ void BackupRun::takeUnread(const BackupLine& error) {
     }
     hasUnreasonedError_ = hasUnreasonedError_ || error.hasNoReason;
     for (const std::string& path : unreadOnDisk(error.path))
-        if (result_.unread.size() < mostUnread && toldUnread_.insert(path).second) // it may tell it twice
+        // restic may report a file twice.
+        if (result_.unread.size() < mostUnread && toldUnread_.insert(path).second)
             result_.unread.push_back(path);
 }
 

@@ -13,32 +13,32 @@
 
 namespace kelvane {
 
-// One call of restic that backs up some paths, whose progress goes into the state as it comes; there it
-// counts as running also afterwards, until the index knows of it or the trouble is told. Belongs to one
-// thread, which it blocks.
+// A restic call that backs up some paths and updates the state with its progress. In the state it counts
+// as running until the index includes its snapshot or the failure is reported. Belongs to one thread,
+// which it blocks.
 class BackupRun {
 public:
     struct Wanted {
-        BackupTargets targets;            // some paths
-        std::vector<std::string> leftOut; // files of these, `mostLeftOut` at most
+        BackupTargets targets;            // The paths to back up.
+        std::vector<std::string> leftOut; // Files that are excluded, at most `mostLeftOut`.
         std::vector<std::string> tags;
-        std::string parent;    // a snapshot that most of it is in as it was; empty: none
-        bool isForced = false; // every file is read, and stored where the repository does not have it
+        std::string parent;    // The snapshot with the most unchanged files; empty for none.
+        bool isForced = false; // Every file is read, and stored where the repository lacks it.
         bool isInitial = false;
-        FileTotals unchanged;                      // of what the targets hold: what is saved already
-        std::optional<std::uint64_t> pendingBytes; // of what the targets hold; none: not known
+        FileTotals unchanged;                      // The files of the targets that are already saved.
+        std::optional<std::uint64_t> pendingBytes; // The pending files of the targets; none when unknown.
         bool hasLowerPriority = false;
-        std::chrono::milliseconds patience{};            // for so long it may get on with nothing
-        std::chrono::milliseconds patienceWithRetries{}; // after restic has said that it tries again
+        std::chrono::milliseconds patience{};            // Stops a backup without progress for this long.
+        std::chrono::milliseconds patienceWithRetries{}; // The same after restic has reported a retry.
     };
     static constexpr std::size_t mostUnread = 10'000;
-    static constexpr std::size_t mostLeftOut = 100; // a program takes only so many arguments
+    static constexpr std::size_t mostLeftOut = 100; // The number of arguments is limited.
 
     struct Result {
         ResticOutcome outcome;
-        std::string snapshotId;          // or its beginning
-        std::vector<std::string> unread; // paths that could not be read, `mostUnread` at most
-        std::vector<std::string> gone;   // paths that went meanwhile, as many at most
+        std::string snapshotId;          // The id or a prefix of it.
+        std::vector<std::string> unread; // Paths that could not be read, at most `mostUnread`.
+        std::vector<std::string> gone;   // Paths that were deleted in the meantime, at most `mostUnread`.
     };
 
     BackupRun(DaemonState& state, const Repository& repository);
@@ -60,8 +60,8 @@ private:
     bool hasUnreasonedError_ = false;
     BackupActivity activity_;
     std::optional<ServiceState> troubleBefore_;
-    std::optional<BackupProgress> progress_; // while it runs
-    std::uint64_t filesSaved_ = 0;           // whole ones
+    std::optional<BackupProgress> progress_; // While it runs.
+    std::uint64_t filesSaved_ = 0;           // Finished files.
     std::uint64_t filesDone_ = 0;
     std::uint64_t bytesDone_ = 0;
     std::chrono::steady_clock::time_point lastTold_;

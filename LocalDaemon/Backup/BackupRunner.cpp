@@ -10,7 +10,7 @@
 namespace kelvane {
 namespace {
 
-// At once; more are backed up as everything is.
+// Paths in one backup; when more are requested, everything is backed up.
 constexpr std::size_t mostWanted = 100;
 
 std::optional<std::chrono::system_clock::duration> ageOfLastBackup(const BackupIndex& index) {
@@ -100,7 +100,7 @@ void BackupRunner::backUpNow(const std::string& path) {
     isUrgent_ = true;
     isNoted_ = true;
     if (work_.task == Task::Verify || (work_.task == Task::BackUp && path != everything))
-        work_.stop->set(); // what it has saved already is not saved again
+        work_.stop->set(); // restic does not save again what it has already stored.
     changed_.notify_all();
 }
 
@@ -118,7 +118,7 @@ BackupRunner::Work BackupRunner::takeWork() {
             const std::scoped_lock guard(mutex_);
             isNoted_ = false;
         }
-        // Asks the state, which calls `noteNeed` with its own mutex held.
+        // Queries the state, which calls `noteNeed` with its own mutex held.
         const std::chrono::milliseconds untilVerification = verification_->timeUntilDue();
         std::unique_lock guard(mutex_);
         if (stopping_)
@@ -165,7 +165,7 @@ void BackupRunner::perform(Task task, const StopSignal& stop) {
     if (outcome.succeeded())
         outcome = attempt(task, stop);
     if (!outcome.succeeded() && outcome.wasCacheDamaged) {
-        isConnected_ = false; // the index takes in what was made with less in it than should be
+        isConnected_ = false; // The next update of the index marks an incomplete snapshot.
         outcome = attempt(task, stop);
     }
     if (outcome.trouble == ResticTrouble::Locked)
@@ -192,7 +192,7 @@ ResticOutcome BackupRunner::attempt(Task task, const StopSignal& stop) {
     return outcome;
 }
 
-// After a lock was in the way.
+// Repeats an attempt that failed because of a lock.
 ResticOutcome BackupRunner::attemptAgain(Task task, const StopSignal& stop, ResticOutcome before) {
     const Repository::Locks locks = keeper_->repository().clearStaleLocks(stop);
     ResticOutcome outcome = locks.outcome.succeeded() ? attempt(task, stop) : std::move(before);
@@ -211,7 +211,7 @@ ResticOutcome BackupRunner::connect(const StopSignal& stop) {
         mustConnect_ = false;
     }
     ResticOutcome outcome = keeper_->synchronize(mayMake, stop);
-    // Nothing may be made yet, and nothing is there: that is in order.
+    // There is no repository, and none may be created yet: this is no failure.
     if (!mayMake && !isAskedFor && outcome.trouble == ResticTrouble::NoRepository &&
         keeper_->index()->repositoryId().empty()) {
         const std::scoped_lock guard(mutex_);
@@ -234,7 +234,7 @@ void BackupRunner::noteIndexCurrent() {
     indexListener_();
 }
 
-// An order that comes in the meantime stays: what it means may not be in this backup.
+// A request that arrives during the backup remains, since this backup may not include it.
 ResticOutcome BackupRunner::backUpWanted(const StopSignal& stop) {
     const std::uint64_t orders = state_->backupOrders().count();
     std::set<std::string> wanted;
@@ -263,13 +263,13 @@ ResticOutcome BackupRunner::backUpWanted(const StopSignal& stop) {
         return forgetOld(stop);
     }
     if (isWanted)
-        wanted.insert(everything); // also what comes after what was to come first
+        wanted.insert(everything); // Includes requests that arrived after the first.
     const std::scoped_lock guard(mutex_);
     wanted_.merge(wanted);
     return outcome;
 }
 
-// What cannot be forgotten now, because a restore is at work in the repository, is forgotten another time.
+// When a restore uses the repository, old snapshots are forgotten later.
 ResticOutcome BackupRunner::forgetOld(const StopSignal& stop) {
     if (!beginYieldingToRestores())
         return {};
@@ -278,13 +278,13 @@ ResticOutcome BackupRunner::forgetOld(const StopSignal& stop) {
     if (outcome.trouble == ResticTrouble::Stopped)
         return outcome;
     verification_->noteChange();
-    isConnected_ = outcome.succeeded(); // connecting takes locks away that dead processes have left
+    isConnected_ = outcome.succeeded(); // Connecting removes the locks of dead processes.
     if (!isConnected_)
         logWarning("Old backups are not forgotten yet: %@", reasonOf(outcome));
     return {};
 }
 
-// False: one is at work.
+// Returns false while a restore is running.
 bool BackupRunner::beginYieldingToRestores() {
     const std::scoped_lock guard(mutex_);
     work_.yieldsToRestores = !isRestoring_;
@@ -298,7 +298,7 @@ void BackupRunner::endYieldingToRestores() {
 
 void BackupRunner::takeOutcome(const ResticOutcome& outcome) {
     if (outcome.trouble == ResticTrouble::Stopped) {
-        isConnected_ = false; // a snapshot may stand that the index does not know of
+        isConnected_ = false; // There may be a snapshot that is missing in the index.
         state_->setIndexCurrent(false);
         return;
     }

@@ -20,21 +20,23 @@
 
 namespace kelvane {
 
-// Backs up and verifies on a thread of its own, when its schedule says so, and at once what is wanted at
-// once. Stops when it may not any more or the rules have changed.
+// Runs backups and verifications on a thread of its own, when they are due or requested. Stops a task
+// that is no longer allowed, or when the rules have changed.
 //
-// `start` and `stop` belong to the owner's thread, the rest to any, and only takes note.
+// `start` and `stop` belong to the owner's thread; any thread may call the rest, which only records the
+// event.
 class BackupRunner {
 public:
     struct Options {
         BackupSchedule::Options schedule;
-        // With a backup that gets on with nothing. restic counts what has arrived: five packs at once, each
-        // of 4 MiB and a piece of at most 8, are 60 MiB, which 70 kbit/s bring there in two hours.
+        // Stops a backup that makes no progress for this long. restic counts bytes that have arrived:
+        // five concurrent packs, each of 4 MiB and a chunk of at most 8 MiB, are 60 MiB, which take two
+        // hours at 70 kbit/s.
         std::chrono::milliseconds patience = std::chrono::hours(2);
-        // The same when restic has said that it tries again: by then most likely nobody answers. At
+        // Stops a backup after restic has reported a retry: the server is most likely not responding. At
         // 1 Mbit/s five usual packs take three minutes.
         std::chrono::milliseconds patienceWithRetries = std::chrono::minutes(5);
-        // Bytes of a file that takes so long to read that everything else is backed up before it.
+        // In bytes: a larger file takes so long to read that everything else is backed up first.
         std::uint64_t largeFile = std::uint64_t{64} << 30U;
     };
 
@@ -45,26 +47,25 @@ public:
     BackupRunner(const BackupRunner&) = delete;
     BackupRunner& operator=(const BackupRunner&) = delete;
 
-    // `listener` is called when the index has become that of the repository, on the runner's thread. Before
-    // `start`.
+    // Must be called before `start`. `listener` is called on the runner's thread when the index has been
+    // updated from the repository.
     void setIndexListener(std::function<void()> listener) { indexListener_ = std::move(listener); }
     void start();
     void stop();
     void noteNeed(const BackupNeed& need);
     void noteRules();
-    // As long as files are being restored, nothing is forgotten: that would keep them waiting for hours.
+    // Nothing is forgotten during a restore, since that could delay it by hours.
     void noteRestores(bool areWaiting);
-    // Makes the index that of the repository if it is not, without a wait for another try.
+    // Updates the index from the repository if necessary, without waiting for the next retry.
     void connectNow();
-    // The repository lacks a snapshot that the index names.
+    // Records that the repository lacks a snapshot of the index.
     void noteSnapshotGone();
-    // Real path: it, or what is in the backup below it, is backed up before anything else. "/" asks for
-    // everything.
+    // Backs up the real path, or saved files below it, before anything else. "/" requests everything.
     void backUpNow(const std::string& path);
-    // Reads all that is in the backup when nothing is backed up or restored.
+    // Reads the whole repository when no backup or restore is running.
     void verifyNow();
     [[nodiscard]] PlannedBackup planned();
-    // Stores again what is damaged, even where whole parts of damaged packs go with that.
+    // Stores damaged files again, even if undamaged data in damaged packs is lost by that.
     void storeAgain();
 
 private:
@@ -73,11 +74,11 @@ private:
     struct Work {
         Task task = Task::None;
         std::shared_ptr<StopSignal> stop = {};
-        bool yieldsToRestores = false; // just now
+        bool yieldsToRestores = false; // The current call does.
     };
 
     void run();
-    // Blocks until something is to be done. No task: the runner stops.
+    // Blocks until there is a task. No task means that the runner stops.
     [[nodiscard]] Work takeWork();
     void perform(Task task, const StopSignal& stop);
     [[nodiscard]] bool beginYieldingToRestores();
@@ -88,20 +89,20 @@ private:
     [[nodiscard]] ResticOutcome attemptAgain(Task task, const StopSignal& stop, ResticOutcome before);
     [[nodiscard]] ResticOutcome connect(const StopSignal& stop);
     [[nodiscard]] ResticOutcome backUpWanted(const StopSignal& stop);
-    // What one call of restic is to back up.
+    // The scope of one restic call.
     struct Part {
         std::string path = everything;
-        std::vector<std::string> leftOut = {};   // files
-        std::vector<std::string> readAgain = {}; // files that `parent` lacks
-        std::string parent = {};                 // the id of a snapshot; empty: the last complete one
-        bool isForced = false;                   // every file is read again
+        std::vector<std::string> leftOut = {};   // Excluded files.
+        std::vector<std::string> readAgain = {}; // Files that `parent` lacks.
+        std::string parent = {};                 // The id of a snapshot; empty for the last complete one.
+        bool isForced = false;                   // Every file is read again.
         [[nodiscard]] bool isWhole() const { return path == everything && leftOut.empty(); }
     };
     [[nodiscard]] ResticOutcome backUpEverything(const StopSignal& stop);
     [[nodiscard]] ResticOutcome backUp(const Part& part, const StopSignal& stop);
     [[nodiscard]] std::vector<std::string> filesToComeLast(const StopSignal& stop) const;
     void reportLarge(const std::vector<std::string>& paths) const;
-    // What was so when a call began.
+    // The conditions at the start of a call.
     struct Before {
         std::uint64_t changes;
         MountsOfSelection mounts;
@@ -131,21 +132,21 @@ private:
     std::function<void()> indexListener_ = [] {};
     std::thread thread_;
 
-    std::mutex mutex_; // guards what follows
+    std::mutex mutex_; // Guards the members below.
     std::condition_variable changed_;
     bool isNoted_ = false;
-    bool isUrgent_ = false;    // no wait for another try
-    bool mustConnect_ = false; // again
+    bool isUrgent_ = false;    // Do not wait for the next retry.
+    bool mustConnect_ = false; // Connect again.
     bool stopping_ = false;
     BackupNeed need_;
     std::set<std::string> wanted_;
     bool isRestoring_ = false;
-    Work work_; // under way
+    Work work_; // The running task.
     BackupSchedule schedule_;
-    std::string failure_; // of the last attempt, as a sentence; empty: it succeeded
+    std::string failure_; // The reason of the last failure, as a sentence; empty after a success.
     std::chrono::system_clock::time_point plannedDate_;
 
-    // What follows belongs to the runner's thread.
+    // The members below belong to the runner's thread.
     bool isConnected_ = false;
 };
 

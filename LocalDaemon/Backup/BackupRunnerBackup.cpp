@@ -1,4 +1,4 @@
-// One backup.
+// Runs a backup.
 
 #include "Foundation/CleanPath.h"
 #include "Foundation/Format.h"
@@ -39,8 +39,8 @@ std::string joined(const std::vector<std::string>& paths) {
     return text;
 }
 
-// Without its key an encrypted folder shows other names than those that were saved, which cannot be read. The
-// folder that is meant by one of these; empty: it is none.
+// Without its key, an encrypted folder has other names than were saved, which cannot be read. Returns
+// the encrypted folder of such a name; empty for any other path.
 std::string lockedFolderAround(const BackupIndex& index, const std::string& path) {
     if (!silentMountAround(path).empty())
         return {};
@@ -57,7 +57,7 @@ std::string lockedFolderAround(const BackupIndex& index, const std::string& path
     return {};
 }
 
-// Those where something was saved before.
+// Returns the paths that have been saved before.
 std::vector<std::string> savedAmong(const BackupIndex& index, std::vector<std::string> paths) {
     for (std::string& path : paths)
         if (std::string locked = lockedFolderAround(index, path); !locked.empty())
@@ -71,8 +71,8 @@ std::vector<std::string> savedAmong(const BackupIndex& index, std::vector<std::s
     return paths;
 }
 
-// The snapshot that most is in as it was: the last complete one, or as long as there is none, the last of
-// which it is known what it lacks. Empty: none.
+// Returns the snapshot with the most unchanged files: the last complete one, or else the last one whose
+// missing paths are known. Empty for none.
 std::string parentIn(const BackupIndex& index) {
     const Snapshot* parent = index.newestCompleteSnapshot();
     if (!parent)
@@ -81,7 +81,7 @@ std::string parentIn(const BackupIndex& index) {
     return parent ? parent->id : std::string();
 }
 
-// Returns the time before it: what changes from then on has a later time.
+// Returns the time before the wait: files that change after the wait have a later time.
 FileTime waitForLaterTimes() {
     timespec now{};
     ::clock_gettime(CLOCK_REALTIME, &now);
@@ -89,22 +89,23 @@ FileTime waitForLaterTimes() {
     return FileTime(now);
 }
 
-// Pages that a program has mapped and written keep the time of their first change until they are on the disk.
+// A file that is written through a memory mapping keeps the time of its first change until its pages are
+// flushed.
 void writeToDisk(const std::vector<std::string>& paths) {
     std::set<dev_t> written;
     for (const std::string& path : paths) {
         struct stat status {};
         if (::lstat(path.c_str(), &status) != 0 || !written.insert(status.st_dev).second)
             continue;
-        // A target that is a file lies on the file system of its folder, and opening a pipe would let its
-        // writers go on.
+        // A target that is a file is on the file system of its folder, and opening a pipe would unblock
+        // its writers.
         const std::string folder = S_ISDIR(status.st_mode) ? path : std::string(folderOf(path));
         if (const FileDescriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)); opened)
             ::syncfs(opened.get());
     }
 }
 
-// `isAllKnown`: it lacks nothing but what it is known to lack.
+// `isAllKnown`: all paths that it lacks are known.
 void complete(IndexKeeper::Made& made, const std::set<std::string, std::less<>>& absent, bool isAllKnown) {
     made.lacks.insert(made.lacks.end(), absent.begin(), absent.end());
     made.isPartial = made.isPartial || !made.lacks.empty() || !isAllKnown;
@@ -114,8 +115,9 @@ void complete(IndexKeeper::Made& made, const std::set<std::string, std::less<>>&
 
 } // namespace
 
-// What restic would take as it was is read again when the snapshot that it compares with lacks it, and what
-// takes long must not hold up the rest: where there is such a file, a snapshot without it is made first.
+// Uncertain files, which restic would take as unchanged, are read again when the parent snapshot lacks
+// them, and large files must not delay the rest: if there are such files, a snapshot without them is
+// made first.
 ResticOutcome BackupRunner::backUpEverything(const StopSignal& stop) {
     Part whole;
     std::vector<std::string> last = filesToComeLast(stop);
@@ -123,7 +125,7 @@ ResticOutcome BackupRunner::backUpEverything(const StopSignal& stop) {
         const IndexKeeper::Index before = keeper_->index();
         if (ResticOutcome outcome = backUp({everything, last}, stop); !outcome.succeeded())
             return outcome;
-        whole.isForced = keeper_->index() == before; // there is nothing else
+        whole.isForced = keeper_->index() == before; // There is no other snapshot.
         if (!whole.isForced)
             whole.parent = keeper_->index()->newestSnapshot()->id;
         whole.readAgain = std::move(last);
@@ -144,7 +146,7 @@ std::vector<std::string> BackupRunner::filesToComeLast(const StopSignal& stop) c
     for (std::string& path : uncertainFiles(*index))
         if (selection.verdictFor(path).isIn() && std::ranges::find(files, path) == files.end())
             files.push_back(std::move(path));
-    files.resize(std::min(files.size(), BackupRun::mostLeftOut)); // of the others the next backup takes some
+    files.resize(std::min(files.size(), BackupRun::mostLeftOut)); // The next backup handles the others.
     return files;
 }
 
@@ -162,7 +164,8 @@ void BackupRunner::reportLarge(const std::vector<std::string>& paths) const {
 ResticOutcome BackupRunner::backUp(const Part& part, const StopSignal& stop) {
     Before before{state_->backupNeed().changes, disks_->lookForMounts(), disks_->absentInBackup()};
     IndexKeeper::Made made;
-    made.began = waitForLaterTimes(); // what is renamed from here on may be missed by its new name too
+    // A file that is renamed from now on may be missed under its new name as well.
+    made.began = waitForLaterTimes();
     BackupRun::Wanted wanted;
     wanted.targets = backupTargets(disks_->selection(), part.path, stop.flag());
     wanted.leftOut = part.leftOut;
@@ -171,7 +174,7 @@ ResticOutcome BackupRunner::backUp(const Part& part, const StopSignal& stop) {
     });
     if (stop.isSet())
         return {.trouble = ResticTrouble::Stopped};
-    if (wanted.targets.paths.empty()) { // nothing is to be in the backup
+    if (wanted.targets.paths.empty()) { // Nothing is selected.
         if (part.isWhole())
             noteUnread({}, false, before.changes);
         return {};
@@ -189,7 +192,7 @@ ResticOutcome BackupRunner::backUp(const Part& part, const StopSignal& stop) {
     made.readAgain = wanted.isForced ? uncertainFiles(*index) : part.readAgain;
     writeToDisk(wanted.targets.paths);
     BackupRun::Result result = BackupRun(*state_, keeper_->repository()).run(wanted, stop);
-    state_->setIndexCurrent(false); // until the snapshot has been listed
+    state_->setIndexCurrent(false); // Until the snapshot has been listed.
     if (!result.outcome.succeeded())
         return result.outcome;
     if (wanted.isForced)
@@ -205,12 +208,14 @@ ResticOutcome BackupRunner::takeMade(const Part& part, Before before, IndexKeepe
     const std::vector<std::string> saved = savedAmong(*keeper_->index(), result.unread);
     made.lacks.insert(made.lacks.end(), saved.begin(), saved.end());
     const bool areMore =
-        std::max(result.unread.size(), result.gone.size()) >= BackupRun::mostUnread; // perhaps
+        // The lists may have been cut off.
+        std::max(result.unread.size(), result.gone.size()) >= BackupRun::mostUnread;
     noteUnread(std::move(result.unread), !part.isWhole(), before.changes);
-    const bool haveSameDisks = disks_->lookForMounts() == before.mounts; // one may have gone meanwhile
+    // A disk may have been unmounted during the backup.
+    const bool haveSameDisks = disks_->lookForMounts() == before.mounts;
     before.absent.merge(disks_->absentInBackup());
     complete(made, before.absent, part.path == everything && haveSameDisks && !areMore);
-    // It may have been renamed, to where restic had been already. The next snapshot tells.
+    // It may have been renamed into a folder that restic had already read. The next snapshot shows.
     if (!made.isPartial || !made.lacks.empty())
         std::ranges::move(savedAmong(*keeper_->index(), result.gone), std::back_inserter(made.lacks));
     ResticOutcome outcome = keeper_->add(made, stop);
@@ -222,7 +227,8 @@ ResticOutcome BackupRunner::takeMade(const Part& part, Before before, IndexKeepe
     return outcome;
 }
 
-// What is new is saved even when what is damaged cannot be stored again now. False when it was stopped.
+// New files are saved even when damaged data cannot be stored again now. Returns false when it was
+// stopped.
 bool BackupRunner::prepareRepair(const StopSignal& stop) {
     if (!verification_->canRepair())
         return true;
@@ -239,7 +245,7 @@ void BackupRunner::noteUnread(std::vector<std::string> unread, bool isPartial, s
         state_->noteUnread(unread.empty() && !verification_->isBeyondRepair() ? std::nullopt
                                                                               : std::optional(changes));
     if (!isPartial || (!unread.empty() && !state_->alerts()->standing(unreadAlert)))
-        reportUnread(unread); // what others could not be read a part does not know
+        reportUnread(unread); // A partial backup does not know the unreadable files elsewhere.
 }
 
 void BackupRunner::describe(BackupRun::Wanted& wanted, const BackupIndex& index, const Part& part,

@@ -1,4 +1,4 @@
-// When the next backup begins, and why none is running.
+// When the next backup starts, and why none is running.
 
 #include "Foundation/Format.h"
 #include "LocalDaemon/Backup/BackupRunner.h"
@@ -6,12 +6,13 @@
 namespace kelvane {
 namespace {
 
-// Two readings of both clocks differ by less, unless one was set or stood still.
+// Two readings of both clocks differ by less, unless one was set or stopped.
 constexpr std::chrono::seconds clockTolerance(2);
 
 } // namespace
 
-// A date that follows from two clocks differs a little each time; panes would be told of a change.
+// A date computed from two clocks varies slightly; without a tolerance panes would be notified of a
+// change.
 PlannedBackup BackupRunner::planned() {
     const std::scoped_lock guard(mutex_);
     if (work_.task == Task::Connect || work_.task == Task::BackUp)
@@ -35,7 +36,7 @@ std::string BackupRunner::reasonFor(BackupSchedule::Obstacle obstacle) const {
         return failure_;
     switch (obstacle) {
     case Obstacle::None: return "The backup is about to begin.";
-    case Obstacle::NotAllowed: return {}; // the state knows why
+    case Obstacle::NotAllowed: return {}; // The state knows the reason.
     case Obstacle::Scanning: return "Files are being scanned.";
     case Obstacle::NothingPending:
         return need_.hasUnread ? "The pending files could not be read." : "No files are pending.";

@@ -1,4 +1,4 @@
-// When the backup is verified, and what comes of it.
+// When the repository is verified, and what follows from the result.
 
 #include "LocalDaemon/Backup/BackupRunner.h"
 
@@ -17,8 +17,8 @@ void BackupRunner::storeAgain() {
     backUpNow(everything);
 }
 
-// Another disk may have taken the place of the one that was there. Why an ordered one cannot be done, its try
-// says.
+// A different disk may be mounted now. If a requested verification is impossible, trying it gives the
+// reason.
 void BackupRunner::verify(const StopSignal& stop) {
     ResticOutcome outcome = keeper_->repository().waitForAnswer(stop);
     if (outcome.succeeded())
@@ -26,16 +26,16 @@ void BackupRunner::verify(const StopSignal& stop) {
     if (outcome.succeeded() || !state_->verificationOrders().areTried())
         outcome = verification_->performDue(stop);
     const std::scoped_lock guard(mutex_);
-    // What is damaged waits neither for the usual interval nor until something else is to be backed up.
+    // Damaged data is stored again without waiting for the interval or for pending files.
     if (outcome.succeeded() && verification_->isRepairDue())
         wanted_.insert(everything);
     work_ = {};
     if (!outcome.succeeded() && outcome.trouble != ResticTrouble::Stopped)
-        isConnected_ = false; // connecting tells what is wrong
+        isConnected_ = false; // Connecting determines the reason.
 }
 
-// Looks whether what has been backed up is there, and stores again what is not. Whoever waits for the backup
-// waits for that as well.
+// Checks that the new data is in the repository, and stores it again if not. A request to wait for the
+// backup also waits for this.
 ResticOutcome BackupRunner::verifyStored(bool isAwaited, const StopSignal& stop) {
     verification_->noteChange();
     for (int round = 0; round < 2 && verification_->isStructureDue(isAwaited); ++round) {
@@ -44,7 +44,7 @@ ResticOutcome BackupRunner::verifyStored(bool isAwaited, const StopSignal& stop)
         const ResticOutcome checked = verification_->checkStructure(stop);
         endYieldingToRestores();
         if (!checked.succeeded() || !verification_->isRepairDue())
-            return {}; // looked at again as soon as nothing else is to be done
+            return {}; // Checked again as soon as no other task is due.
         if (ResticOutcome outcome = backUpEverything(stop); !outcome.succeeded())
             return outcome;
         isAwaited = true;

@@ -34,7 +34,7 @@ BackupSchedule::Step BackupSchedule::next(const Conditions& conditions, Time now
         return {Task::BackUp};
     if (isDue && !conditions.isConnected)
         return {Task::Connect};
-    // What keeps a task that is due from being done ends with another condition, and not with time.
+    // A due task that a condition prevents waits for a change of that condition, not for a time.
     Step step{Task::None, forever};
     if (next > now)
         step.wait =
@@ -65,8 +65,8 @@ BackupSchedule::Plan BackupSchedule::plan(const Conditions& conditions, Time now
     return {wanted == nextInterval_ ? Obstacle::Interval : Obstacle::Changes, wanted};
 }
 
-// Another priority is for the whole of a backup, which begins again with it. And what is new does not wait
-// until all that was saved before has been read.
+// A new priority applies to the whole backup, which starts again. Pending files do not wait until a
+// verification is complete.
 bool BackupSchedule::mustStop(Task underWay, const BackupNeed& before, const BackupNeed& need,
                               Time now) const {
     switch (underWay) {
@@ -93,7 +93,7 @@ void BackupSchedule::noteChanges(const BackupNeed& need, Time now) {
         pendingSince_ = now;
 }
 
-// Of one that nobody has ordered.
+// Returns the time of a backup that nobody has requested.
 BackupSchedule::Time BackupSchedule::timeOfBackup(const BackupNeed& need, Time now) const {
     if (!pendingSince_ || !need.mayAdd || !need.isKnown)
         return now + forever;

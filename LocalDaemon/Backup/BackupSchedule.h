@@ -19,70 +19,72 @@ public:
     using Time = Clock::time_point;
 
     struct Options {
-        std::chrono::milliseconds quiet = std::chrono::seconds(5);       // without a change, before a backup
-        std::chrono::milliseconds longestWait = std::chrono::minutes(1); // for that, on a restless machine
+        std::chrono::milliseconds quiet = std::chrono::seconds(5); // Time without a change before a backup.
+        // The longest wait for that on a busy machine.
+        std::chrono::milliseconds longestWait = std::chrono::minutes(1);
         std::chrono::milliseconds firstRetry = std::chrono::seconds(10);
         std::chrono::milliseconds longestRetry = std::chrono::minutes(15);
     };
 
     enum class Task {
         None,
-        Connect, // make the index that of the repository
+        Connect, // Update the index from the repository.
         BackUp,
         Verify,
     };
 
-    // What decides besides the time.
+    // The conditions other than the time.
     struct Conditions {
         BackupNeed need = {};
-        bool isOrdered = false;   // somebody ordered a backup: it ignores the quiet period and the interval
-        bool isRestoring = false; // files
-        bool isConnected = false; // the index is that of the repository
-        bool isUrgent = false;    // the wait after a failure ends
+        bool isOrdered = false;   // A backup was requested, which ignores the quiet period and the interval.
+        bool isRestoring = false; // Files are being restored.
+        bool isConnected = false; // The index is up to date.
+        bool isUrgent = false;    // Ends the wait after a failure.
         std::chrono::milliseconds untilVerification = std::chrono::milliseconds::max();
     };
 
-    // Of no task: ask again after `wait`, or as soon as a condition is another one.
+    // Without a task: ask again after `wait`, or when a condition changes.
     struct Step {
         Task task = Task::None;
         std::chrono::milliseconds wait{0};
     };
 
-    // Why no backup begins now.
+    // Why no backup starts now.
     enum class Obstacle {
         None,
         NotAllowed,
         Scanning,
         NothingPending,
-        Retry,    // the wait after a failure
-        Changes,  // files keep changing
-        Interval, // since the previous backup
+        Retry,    // The wait after a failure.
+        Changes,  // Files keep changing.
+        Interval, // The wait after the previous backup.
     };
     struct Plan {
         Obstacle obstacle = Obstacle::None;
         std::optional<Time> time =
-            std::nullopt; // of the next backup, if no condition changes; none: not planned
+            // The time of the next backup if no condition changes; none when it is not planned.
+            std::nullopt;
     };
 
-    // `age`: of the last complete backup, so that the interval goes on over a restart. A negative one was
-    // made while the clock was ahead, and counts as any age.
+    // `age`: the age of the last complete backup, so that the interval continues after a restart. A
+    // negative age, from a clock that was ahead, counts as expired.
     BackupSchedule(const Options& options, Clock::duration interval, std::optional<Clock::duration> age,
                    Time now);
 
-    // `now` never goes back from call to call.
+    // `now` must never go back between calls.
     [[nodiscard]] Step next(const Conditions& conditions, Time now);
-    // The next backup, as far as `next` has been told of the pending files.
+    // Returns the next backup for the pending files that `next` was last given.
     [[nodiscard]] Plan plan(const Conditions& conditions, Time now) const;
-    // Whether the task under way has to stop because `before` has become `need`.
+    // Returns whether the running task has to stop because `before` has changed to `need`.
     [[nodiscard]] bool mustStop(Task underWay, const BackupNeed& before, const BackupNeed& need,
                                 Time now) const;
 
-    // A backup of everything has been made: the interval begins.
+    // Records a complete backup, which starts the interval.
     void noteBackup(Time now) { nextInterval_ = now + interval_; }
     void noteSuccess() { retryWait_ = {}; }
-    // Returns how long nothing is tried from now on.
+    // Returns the wait until the next attempt.
     std::chrono::milliseconds noteFailure(Time now);
-    // Nothing is tried for the longest wait.
+    // Starts the longest wait.
     void postpone(Time now) { notBefore_ = now + options_.longestRetry; }
 
 private:
@@ -94,9 +96,9 @@ private:
     std::uint64_t changes_ = 0;
     Time lastChange_;
     std::optional<Time> pendingSince_;
-    Time connectAt_;      // although nothing is to be backed up
-    Time nextInterval_{}; // no backup before it that nobody has ordered
-    Time notBefore_{};    // anything
+    Time connectAt_;      // When to connect while no files are pending.
+    Time nextInterval_{}; // The earliest time of a backup that nobody has requested.
+    Time notBefore_{};    // The earliest time of any task.
     std::chrono::milliseconds retryWait_{0};
 };
 

@@ -10,17 +10,19 @@
 
 namespace kelvane {
 
-// What panes are told when restic came to nothing. None: it went well, or we have stopped it.
+// Returns the service state that panes show for a failure of restic; none for a success or a stop by the
+// daemon.
 [[nodiscard]] std::optional<ServiceState> serviceStateFor(ResticTrouble trouble);
 
 inline constexpr const char* backupAlert = "backup_trouble";
-// The action of that alert by which a repository is made where a disk is away or one was before.
+// The verb of the action that creates a repository although the disk is not mounted or a repository
+// existed before.
 inline constexpr const char* makeRepositoryVerb = "make-repository";
 
-// Files that an alert names; further ones are counted.
+// The number of files that an alert names; others are only counted.
 inline constexpr std::size_t mostNamed = 5;
 
-// With what to do next. For a trouble that has a service state.
+// Returns an alert with the next step for the user. The trouble must have a service state.
 [[nodiscard]] Alert alertFor(const ResticOutcome& outcome, const RepositoryPlace& place);
 
 } // namespace kelvane

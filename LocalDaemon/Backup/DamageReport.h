@@ -12,27 +12,29 @@ namespace kelvane {
 
 inline constexpr const char* damageAlert = "backup_damaged";
 
-// What people are told of the damage to a backup. Blocks on the disk.
+// The damage to a backup, described for the user. Blocks on the disk.
 struct DamageReport {
-    // Of both kinds the first few, as text.
-    std::vector<std::string> stored; // on the disk as well
+    // The first few files of both kinds, as text.
+    std::vector<std::string> stored; // Files that are also on the disk.
     std::vector<std::string> lost;
     std::uint64_t storedCount = 0;
     std::uint64_t lostCount = 0;
-    std::uint64_t earlierCount = 0; // files of which only versions that were replaced since are damaged
+    std::uint64_t earlierCount = 0; // The number of files of which only earlier versions are damaged.
 
     DamageReport() = default;
     DamageReport(const BackupIndex& index, const Damage& damage);
     [[nodiscard]] std::uint64_t fileCount() const { return storedCount + lostCount; }
-    // "3 files in the backup are damaged; 1 pack file is missing", or that there is no damage.
+    // Returns, for example, "3 files in the backup are damaged; 1 pack file is missing", or that there
+    // is no damage.
     [[nodiscard]] std::string outcome(const VerificationRecord& record) const;
     [[nodiscard]] Alert alert(const VerificationRecord& record, bool canBeStoredAgain) const;
 };
 
 [[nodiscard]] bool isDamageKnown(const VerificationRecord& record);
 
-// Whether the disk still has each file in the very version that the damage touches. A pack that is set aside
-// takes whole contents along, and with those of folders every other snapshot that holds them.
+// Returns whether the disk has every damaged file in the version that is damaged. Setting a pack aside
+// also removes undamaged contents, and for packs of folders the folders of all other snapshots that
+// share them.
 [[nodiscard]] bool areOnDisk(const Damage& damage, const BackupIndex& index);
 
 } // namespace kelvane

@@ -47,7 +47,7 @@ std::vector<std::string> largeFilesWaiting(const MountedSelection& selection, co
             if (!isMount)
                 take(path);
             if (isMount || status.st_dev != device)
-                at.disable_recursion_pending(); // another file system, which restic leaves out
+                at.disable_recursion_pending(); // Another file system, which restic skips.
         }
     }
     return found;

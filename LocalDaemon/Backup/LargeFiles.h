@@ -10,9 +10,9 @@
 
 namespace kelvane {
 
-// The files of at least so many bytes, holes included, that are to be backed up and are not as the index has
-// them: while restic reads one nothing else is saved. Any thread; blocks on the disk. Ends early, with less
-// than there is, once `stopping` is set.
+// Returns the pending files of at least this size in bytes, including holes: while restic reads one,
+// nothing else is saved. Any thread; blocks on the disk. Ends early, with an incomplete result, once
+// `stopping` is set.
 [[nodiscard]] std::vector<std::string> largeFilesWaiting(const MountedSelection& selection,
                                                          const BackupIndex& index, std::uint64_t size,
                                                          const std::atomic<bool>& stopping);

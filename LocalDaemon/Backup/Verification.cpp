@@ -14,11 +14,11 @@ namespace {
 using namespace std::chrono_literals;
 using std::chrono::system_clock;
 
-constexpr unsigned orderedParts = 8; // few calls, and little to repeat when it has been stopped
+constexpr unsigned orderedParts = 8; // Few calls, but little to repeat after an interruption.
 constexpr int restAfterStructure = 20;
 constexpr std::chrono::milliseconds restForLeftOut = std::chrono::hours(24);
 
-// As restic divides packs.
+// Divides packs in the same way as restic.
 bool isInPart(const std::string& pack, unsigned part, unsigned parts) {
     unsigned firstByte = 0;
     std::from_chars(pack.data(), pack.data() + std::min<std::size_t>(pack.size(), 2), firstByte, 16);
@@ -61,12 +61,13 @@ std::chrono::milliseconds Verification::timeUntilDue() const {
     return std::max(until(notBefore_), std::min(std::max(0ms, untilPart), until(structureDue())));
 }
 
-// The clock was ahead when the last round ended. Without this nothing would be read until it gets there.
+// Returns whether the last round ended with a clock that was ahead. Otherwise nothing would be read
+// until that time.
 bool Verification::isRoundAhead() const {
     return record_.roundBegan > system_clock::now() + 2 * options_.round / options_.parts;
 }
 
-// What is missing may come back at any time.
+// A missing pack may come back at any time.
 Verification::Clock::time_point Verification::structureDue() const {
     if (isStructureWanted_)
         return structureNotBefore_;
@@ -109,12 +110,12 @@ ResticOutcome Verification::checkStructure(const StopSignal& stop) {
     return outcome;
 }
 
-// A pack that is away for a while must cost nothing: it leaves the index only at the second look, and as soon
-// as it stands in the repository again the index takes it in. Pruning cannot remove it before that, for
-// restic prunes nothing while it misses something.
+// A pack that is temporarily missing must cause no work: it is removed from the index only after the
+// second check, and added again as soon as it is back. Pruning cannot remove it before that, because
+// restic does not prune a repository with missing data.
 CheckReport Verification::checkWithTrueIndex(const StopSignal& stop) {
     CheckReport report = check_.structure(RepositoryCheck::Source::Cache, stop);
-    // Without the cache restic tries for minutes to read what is not there.
+    // Without its cache restic retries for minutes to read missing data.
     if (report.outcome.succeeded() && isNews(report)) {
         const bool isCacheWhole = isWhole(report);
         report = check_.structure(report.missingPacks.empty() ? RepositoryCheck::Source::Repository
@@ -159,14 +160,14 @@ ResticOutcome Verification::renewIndex(const StopSignal& stop) {
     return outcome;
 }
 
-// What is missing is found first without trying to read it, which restic does for a long time.
+// Missing packs are found first without reading them, which restic would retry for a long time.
 ResticOutcome Verification::readPart(unsigned part, unsigned parts, const StopSignal& stop) {
     CheckReport report = check_.contents(part, parts, stop);
     if (report.outcome.succeeded() && isNews(report))
         report = check_.contents(part, parts, stop);
     if (!report.outcome.succeeded())
         return report.outcome;
-    // What could not be read once, and can now, was the disk's fault.
+    // Data that can be read at the second attempt was unreadable because of the disk.
     if (report.missingPacks.empty() && !report.isIndexDamaged &&
         std::erase_if(record_.damagedPacks, [&](const std::string& pack) {
             return isInPart(pack, part, parts) && !report.damagedPacks.contains(pack);
@@ -197,7 +198,7 @@ ResticOutcome Verification::readNextPart(const StopSignal& stop) {
     return outcome;
 }
 
-// Who orders it once more meanwhile wants to know what is there from then on.
+// A request that arrives during the verification starts another one.
 ResticOutcome Verification::readAll(const StopSignal& stop) {
     std::uint64_t orders = 0;
     do {
@@ -228,7 +229,7 @@ ResticOutcome Verification::readAll(const StopSignal& stop) {
 ResticOutcome Verification::take(const CheckReport& report, const StopSignal& stop) {
     bool isOther = isNews(report) || locatedIn_ != newestSnapshot();
     record_.damagedPacks.insert(report.damagedPacks.begin(), report.damagedPacks.end());
-    if (!record_.damagedPacks.empty()) { // of which some may have been pruned
+    if (!record_.damagedPacks.empty()) { // Some packs may have been pruned.
         const auto present = check_.present(record_.damagedPacks, stop);
         if (!present.outcome.succeeded())
             return present.outcome;
@@ -277,7 +278,7 @@ ResticOutcome Verification::locate(const CheckReport& report, const StopSignal& 
     return {};
 }
 
-// Parts that are read later find damage beside what the structure shows, which is the same each time.
+// Each part that is read may show more damage in addition to the structure's, which stays the same.
 bool Verification::isNews(const CheckReport& report) const {
     const auto isKnown = [this](const std::string& pack) { return record_.damagedPacks.contains(pack); };
     return !known_ || known_->hasErrors != report.hasErrors || report.isIndexDamaged ||
@@ -285,13 +286,13 @@ bool Verification::isNews(const CheckReport& report) const {
            known_->snapshots != report.snapshots || !std::ranges::all_of(report.damagedPacks, isKnown);
 }
 
-// In a snapshot that was made since, the same may be damaged.
+// A snapshot made since then may have the same damage.
 std::string Verification::newestSnapshot() const {
     const Snapshot* const newest = keeper_->index()->newestSnapshot();
     return newest && isDamageKnown(record_) ? newest->id : std::string();
 }
 
-// Packs that others need stay, whatever is ordered.
+// Packs that other computers need are never set aside.
 bool Verification::mayBeSetAside() const {
     return !std::ranges::includes(record_.othersPacks, record_.damagedPacks) && check_.canSetAside();
 }
@@ -307,7 +308,7 @@ bool Verification::canRepair() const {
 ResticOutcome Verification::prepareRepair(const StopSignal& stop) {
     hasRepairFailed_ = true;
     if (canSetAside()) {
-        // A pack that can be read by now stays.
+        // A pack that can be read now is not set aside.
         const auto damaged = check_.damaged(record_.damagedPacks, stop);
         if (!damaged.outcome.succeeded())
             return damaged.outcome;
@@ -349,7 +350,7 @@ void Verification::noteStoredAgain() {
     record_.save(options_.path);
 }
 
-// An index that is lost comes back as that of the same repository, and what is damaged is so still.
+// An index that was lost is rebuilt for the same repository, whose damage remains.
 void Verification::useRepository(const std::string& id) {
     if (!id.empty() && !record_.repository.empty() && id != record_.repository) {
         exchangeFile(options_.path, record_.repository, id);
@@ -368,7 +369,7 @@ void Verification::useRepository(const std::string& id) {
         record_.repository = id;
     if (std::exchange(record_.parts, options_.parts) != options_.parts || record_.partsRead >= record_.parts)
         record_.partsRead = 0;
-    // A round that would begin later would leave the data unread for longer.
+    // A later start of the round would leave data unread for longer.
     record_.roundBegan = std::min(record_.roundBegan, system_clock::now() + options_.round / options_.parts);
     keeper_->setDamage(record_.damage);
     reportLoss();

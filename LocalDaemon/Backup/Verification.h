@@ -28,52 +28,53 @@ public:
     using Clock = std::chrono::steady_clock;
 
     struct Options {
-        std::string path; // of the file
+        std::string path; // The path of the file.
         unsigned parts = 240;
-        // For all parts, if the daemon always runs; what it has missed follows as soon as it can.
+        // The duration of a round through all parts if the daemon always runs; missed parts follow as
+        // soon as possible.
         std::chrono::seconds round = std::chrono::days(80);
-        // After it could not find out: nobody answers, for one.
+        // The wait after a failed verification, for example when the server does not respond.
         std::chrono::milliseconds retry = std::chrono::hours(1);
     };
 
     Verification(std::shared_ptr<DaemonState> state, std::shared_ptr<IndexKeeper> keeper, Options options);
 
-    // Damaged packs may be moved away although files that only the backup has lose their whole parts with
-    // them. Any thread.
+    // Allows setting damaged packs aside although undamaged data of files that only the backup has is
+    // lost. Any thread.
     void confirmSettingAside() { maySetAside_ = true; }
 
-    // How long until there is something to do; 0: now.
+    // Returns the time until the next task; 0 when one is due.
     [[nodiscard]] std::chrono::milliseconds timeUntilDue() const;
-    // Does one thing that is due: looks at the structure or reads a part. An outcome that did not succeed:
-    // nothing is known that was not known before.
+    // Performs one due task: checks the structure or reads a part. When the outcome is a failure,
+    // nothing new is known.
     [[nodiscard]] ResticOutcome performDue(const StopSignal& stop);
 
-    // A backup has been made, or something has been forgotten.
+    // Records that a backup was made, or something was forgotten.
     void noteChange();
-    // It costs at most a twentieth of the time, unless somebody waits for it.
+    // A check takes at most a twentieth of the time, unless the user waits for it.
     [[nodiscard]] bool isStructureDue(bool isAwaited) const;
     [[nodiscard]] ResticOutcome checkStructure(const StopSignal& stop);
 
-    // Whether a backup can store again what is damaged, after `prepareRepair`.
+    // Returns whether a backup can store damaged data again, after `prepareRepair`.
     [[nodiscard]] bool canRepair() const;
-    // The same, unless the last try has failed: then the next backup tries again, in its own time.
+    // The same, but false after a failed attempt, which the next scheduled backup repeats.
     [[nodiscard]] bool isRepairDue() const { return canRepair() && !hasRepairFailed_; }
     [[nodiscard]] ResticOutcome prepareRepair(const StopSignal& stop);
-    // The next whole backup has to look at every file.
+    // The next complete backup has to read every file.
     [[nodiscard]] bool mustStoreAgain() const { return record_.mustStoreAgain; }
     void noteStoredAgain();
-    // Some of what is on the disk stays damaged whatever the backup does.
+    // Some files on the disk stay damaged in the backup, and no backup can change that.
     [[nodiscard]] bool isBeyondRepair() const { return isStoredDamaged_ && !canRepair(); }
 
 private:
     [[nodiscard]] CheckReport checkWithTrueIndex(const StopSignal& stop);
     [[nodiscard]] bool mustRenewIndex(const CheckReport& report) const;
     [[nodiscard]] ResticOutcome renewIndex(const StopSignal& stop);
-    // Not read, and no trouble: the index names packs that are not there.
+    // Returns a success without reading when the index lists missing packs.
     [[nodiscard]] ResticOutcome readPart(unsigned part, unsigned parts, const StopSignal& stop);
     [[nodiscard]] ResticOutcome readNextPart(const StopSignal& stop);
     [[nodiscard]] ResticOutcome readAll(const StopSignal& stop);
-    // Takes over what is true at the second look.
+    // Takes over the findings of the second check.
     [[nodiscard]] ResticOutcome take(const CheckReport& report, const StopSignal& stop);
     [[nodiscard]] ResticOutcome locate(const CheckReport& report, const StopSignal& stop);
     [[nodiscard]] bool isNews(const CheckReport& report) const;
@@ -96,11 +97,11 @@ private:
     VerificationRecord record_;
 
     Damage loggedDamage_;
-    std::optional<CheckReport> known_; // what the damage was made of
-    std::string locatedIn_;            // the newest snapshot of that time
-    std::set<std::string> leftOut_;    // packs that the index could not take in
+    std::optional<CheckReport> known_; // The report from which the damage was computed.
+    std::string locatedIn_;            // The newest snapshot at that time.
+    std::set<std::string> leftOut_;    // Packs that could not be added to the index.
     Clock::time_point leftOutUntil_;
-    bool isStoredDamaged_ = false; // files that are on the disk as well
+    bool isStoredDamaged_ = false; // Damaged files exist on the disk.
     bool isStructureWanted_ = true;
     bool hasRepairFailed_ = false;
     unsigned orderedPartsRead_ = 0;

@@ -78,7 +78,7 @@ void VerificationRecord::save(const std::string& path) const {
                      {"parts", parts},
                      {"partsRead", partsRead},
                      {"roundBegan", secondsOf(roundBegan)},
-                     {"lastOutcome", textFromPath(lastOutcome)}}; // restic's words may hold names of files
+                     {"lastOutcome", textFromPath(lastOutcome)}}; // restic's message may contain file names.
     if (lastVerified)
         value.set("lastVerified", secondsOf(*lastVerified));
     if (const std::string failure = replaceCheckedFile(path, recordKey, value, largestFile); !failure.empty())

@@ -9,28 +9,28 @@
 
 namespace kelvane {
 
-// What the verification must not lose with the daemon: what is damaged, and how far the reading has come. A
-// value; belongs to one thread.
+// The persistent state of the verification: the damage, and how much has been read. A value; belongs to
+// one thread.
 struct VerificationRecord {
-    std::string repository; // its id; empty: not known yet
+    std::string repository; // The repository's id; empty when unknown.
     Damage damage;
-    std::set<std::string> damagedPacks; // found by reading, which nothing else finds again
-    std::set<std::string> missingPacks; // no index names them any more, and something needs them
-    std::set<std::string> othersPacks;  // of the damaged: snapshots of others need them as well
-    // All that the other damaged packs hold is on the disk as it was saved, in each snapshot that uses it.
+    std::set<std::string> damagedPacks; // Found by reading, and not by a check of the structure.
+    std::set<std::string> missingPacks; // Not in any index, but needed.
+    std::set<std::string> othersPacks;  // Damaged packs that snapshots of other computers need.
+    // The disk has all contents of the other damaged packs unchanged, for each snapshot that uses them.
     bool areAllOnDisk = false;
-    bool isIndexStale = false; // it names packs that are not there
+    bool isIndexStale = false; // The index lists missing packs.
     bool mustStoreAgain = false;
-    unsigned parts = 0; // of a round
+    unsigned parts = 0; // The parts of a round.
     unsigned partsRead = 0;
     std::chrono::system_clock::time_point roundBegan = std::chrono::system_clock::now();
     std::optional<std::chrono::system_clock::time_point> lastVerified;
     std::string lastOutcome;
 
-    // What was known is lost, and all parts of this round are due.
+    // Returns whether the record was lost, so that all parts of this round are due.
     [[nodiscard]] bool isLost() const { return roundBegan == std::chrono::system_clock::time_point(); }
 
-    // A file that is missing counts as the beginning, a damaged one as lost, which is logged.
+    // A missing file is a fresh start; a damaged one counts as lost, which is logged.
     [[nodiscard]] static VerificationRecord read(const std::string& path);
     // A failure is logged.
     void save(const std::string& path) const;

@@ -1,4 +1,4 @@
-// What people are told of the verification.
+// Reports the verification to the user.
 
 #include "Foundation/Format.h"
 #include "LocalDaemon/Backup/DamageReport.h"
