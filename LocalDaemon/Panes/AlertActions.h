@@ -9,26 +9,27 @@
 
 namespace kelvane {
 
-// What can be done about standing alerts: a handler for each verb. "dismiss" is there from the start.
+// The handlers of the actions of standing alerts, by verb. "dismiss" is predefined.
 //
-// All verbs are registered before anybody can perform one; after that any thread may. A handler runs on the
-// thread of the pane that asks, without any lock; it takes note and returns.
+// All verbs must be registered before the first action is performed; after that any thread may perform
+// one. A handler runs on the thread of the pane that requests the action, without a lock; it records the
+// request and returns.
 class AlertActions {
 public:
-    // Returns why nothing is done, for people; empty when it is done or under way.
+    // Returns why nothing is done, for the user; empty when it is done or has started.
     using Handler = std::function<std::string(const std::string& argument)>;
 
     explicit AlertActions(std::shared_ptr<Alerts> alerts);
 
     void add(const std::string& verb, Handler handler);
 
-    // Does what the alert offers as "verb:argument". Anything else is refused, in the same way as a handler
-    // does.
+    // Performs an action "verb:argument" that the alert offers. Any other action is refused; the result
+    // is the same as for a handler.
     [[nodiscard]] std::string perform(const std::string& action, const std::string& alertId) const;
 
 private:
     const std::shared_ptr<Alerts> alerts_;
-    std::map<std::string, Handler, std::less<>> handlers_; // by verb
+    std::map<std::string, Handler, std::less<>> handlers_; // By verb.
 };
 
 } // namespace kelvane

@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t mostStates = 64;
 constexpr std::size_t mostAlerts = 100;
 constexpr std::size_t mostPaths = 1000;
-// Of paths, and of alerts: a hundred panes that never read must not take the machine's memory.
+// For paths and for alerts: a hundred panes that never read must not exhaust the machine's memory.
 constexpr std::size_t mostBytes = std::size_t{64} << 10U;
 
 bool closesRestore(const std::string& alert) {
@@ -117,7 +117,7 @@ std::vector<std::string> CallbackQueue::Paths::take() {
 void CallbackQueue::addState(std::uint32_t code) {
     std::erase(states_, code);
     if (states_.size() == mostStates)
-        states_.erase(states_.begin()); // the newest are what counts
+        states_.erase(states_.begin()); // The newest ones matter.
     states_.push_back(code);
     changed_.notify_all();
 }

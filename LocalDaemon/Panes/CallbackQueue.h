@@ -26,20 +26,20 @@ public:
 
     void stateChanged(std::uint32_t code) override;
     void alertRaised(const std::string& alert) override;
-    // A restore that begins takes back the end of the one before, if that has not been told yet.
+    // The start of a restore cancels the pending end of the previous one.
     void restoreProgressed(const std::vector<std::uint32_t>& codes) override;
     void restoreEnded(const std::string& alert) override;
     void filesChanged(const std::vector<std::string>& paths) override;
     void foldersChanged(const std::vector<std::string>& paths) override;
 
     struct Batch {
-        std::vector<std::uint32_t> states; // the last change of each, in the order of those
-        std::vector<std::string> files;    // "/" alone when too many have changed
-        std::vector<std::string> folders;  // likewise
+        std::vector<std::uint32_t> states; // In the order of the last change of each.
+        std::vector<std::string> files;    // "/" alone when too many have changed.
+        std::vector<std::string> folders;  // "/" alone when too many have changed.
         std::vector<std::string> alerts;
-        std::uint64_t lostAlerts = 0; // there were too many
+        std::uint64_t lostAlerts = 0; // Dropped because there were too many.
     };
-    // Waits until there is something. None: closed.
+    // Blocks until there is a batch. None when the queue is closed.
     [[nodiscard]] std::optional<Batch> take();
     void close();
 
@@ -52,7 +52,7 @@ private:
 
     private:
         std::deque<std::string> inOrder_;
-        std::unordered_set<std::string_view> known_; // of those
+        std::unordered_set<std::string_view> known_; // The texts in `items_`.
         std::size_t bytes_ = 0;
         bool areTooMany_ = false;
     };

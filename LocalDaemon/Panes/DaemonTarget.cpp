@@ -146,7 +146,7 @@ Value DaemonTarget::verify() {
     return "";
 }
 
-// A user is known by number or by name.
+// A user is given by number or by name.
 Value DaemonTarget::mappedUserAsString(const Value& user) {
     if (!user.isNumber())
         return user.stringValue();
@@ -203,7 +203,7 @@ bool DaemonTarget::restoreWithChoices(const Value& choices) {
     return false;
 }
 
-// What stands in the backup at the path as it is typed goes before what stands there without links.
+// The path as typed takes precedence over the path with its links resolved, if the backup has it.
 std::uint32_t DaemonTarget::restoreFile(const Value& source, const Value& destination, std::uint32_t version,
                                         std::uint32_t priority) {
     if (world_->state->configuration().repository.location.empty())

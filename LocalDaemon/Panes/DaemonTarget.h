@@ -14,14 +14,14 @@
 
 namespace kelvane {
 
-// What one pane calls: every method of the daemon, each run to its end on the receive thread of that pane's
+// The methods of the daemon that a pane calls, each executed on the receive thread of that pane's
 // socket.
 //
-// What a pane sends is not trusted: an argument that is missing or of another kind reads as 0, false or
-// empty, and a call that makes no sense then changes nothing.
+// Arguments from a pane are not trusted: one that is missing or has the wrong type counts as 0, false or
+// empty, and an invalid call changes nothing.
 class DaemonTarget : public InvocationTarget {
 public:
-    // What all panes of a daemon share. `terminate` is called on a receive thread and returns at once.
+    // Shared by all panes of a daemon. `terminate` is called on a receive thread and returns at once.
     struct World {
         std::shared_ptr<DaemonState> state;
         std::shared_ptr<const KnownDisks> disks;
@@ -30,7 +30,7 @@ public:
         std::shared_ptr<BackupRunner> runner;
         std::function<void()> terminate;
         std::shared_ptr<RestoreQueue> restores;
-        std::function<void()> showRestoreWizard; // likewise
+        std::function<void()> showRestoreWizard; // Called on a receive thread and returns at once.
         std::shared_ptr<const AlertActions> alertActions;
     };
 
@@ -106,7 +106,7 @@ public:
     void removeFileFromBackup(const Value& path) {
         world_->rules->mark(Array{path}, PathRules::Mark::Removed);
     }
-    // "/" asks for everything that is waiting.
+    // "/" requests all pending files.
     void setPriorityBackup(const Value& path);
 
     // Restoring
@@ -120,7 +120,7 @@ public:
 
 private:
     void setFlag(bool Settings::*flag, bool on);
-    // Logs what cannot be done, and answers a code that is not 0, which would say that it is done.
+    // Logs the refused call and returns a non-zero code, since 0 would mean success.
     static std::uint32_t refuse(std::string_view selector, const Value& argument);
 
     const std::shared_ptr<const World> world_;

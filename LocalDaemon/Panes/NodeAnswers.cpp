@@ -21,7 +21,7 @@ namespace {
 
 using Kind = FileAttributes::Kind;
 
-// An answer with more would take seconds and hundreds of megabytes on both sides.
+// A larger answer would take seconds and hundreds of megabytes on both sides.
 constexpr std::size_t mostChildren = 500'000;
 
 std::uint32_t narrowed(std::uint64_t count) {
@@ -31,7 +31,7 @@ std::uint32_t narrowed(std::uint64_t count) {
 
 } // namespace
 
-// One question: the rules and volumes that its whole answer goes by.
+// A request, whose whole answer uses the same rules and volumes.
 class NodeAnswers::Request {
 public:
     explicit Request(const NodeAnswers& answers)
@@ -43,10 +43,10 @@ public:
           entrance_(answers.disks_->entrance()) {}
 
     struct File {
-        std::string path;          // real, without links
-        FileAttributes attributes; // when it has gone from the disk, those that it was backed up with
+        std::string path;          // Real, without links.
+        FileAttributes attributes; // For a file that is missing on the disk, the saved attributes.
         bool isMissing = false;
-        bool isSilent = false; // what is mounted there does not answer, and is not asked for anything
+        bool isSilent = false; // The mount there does not respond and is not accessed.
     };
     [[nodiscard]] std::optional<std::string> realPath(const Value& asked) {
         const auto path = entrance_.realPath(asked.stringValue());
@@ -72,7 +72,7 @@ public:
     [[nodiscard]] const Volumes& volumes() const { return entrance_.volumes(); }
     [[nodiscard]] const BackupRules& rules() const { return selection_.rules(); }
 
-    // Of all that is in the folder, on the disk and in the backup.
+    // Returns the names of all entries of the folder, on the disk and in the backup.
     [[nodiscard]] std::set<std::string> namesIn(const File& folder) const {
         FolderListing listing;
         listing.isComplete = folder.isMissing;
@@ -102,7 +102,8 @@ public:
     }
     [[nodiscard]] std::int32_t colorOf(const File& file) { return lookOf(file, standingOf(file)).color; }
 
-    // `asked` is the path in the pane's words. Without a file only the rules, or the mount table, know of it.
+    // `asked` is the path as the pane sent it. Without a file, only the rules or the mount table know
+    // the path.
     [[nodiscard]] FileNodeRef node(const std::string& asked, const std::optional<File>& file) {
         const FileNodeRef node = KelvaneFileNode::create(lastPathComponent(asked), false);
         node->setPath(asked);
@@ -140,7 +141,7 @@ private:
         node.setBackupColor(look.color);
         node.setState(look.state);
     }
-    // The mount that the path is in, when that does not answer; else empty.
+    // Returns the mount that contains the path if it does not respond; otherwise empty.
     [[nodiscard]] std::string silentMountOver(const std::string& path) {
         const auto mount = mountOf(path);
         if (mount == selection_.mounts().end() || !isRemote(mount->second))
@@ -169,7 +170,7 @@ private:
             standing.date = dateOf(*item);
             standing.version = item->version;
         } else if (const Snapshot* const newest = item ? index_->newestSnapshot() : nullptr) {
-            standing.date = dateFromTime(newest->time); // a folder of which only contents were saved
+            standing.date = dateFromTime(newest->time); // Only contents of the folder were saved.
         }
         standing.isKept = item && index_->hasContent(*item);
         standing.isDamaged = item && index_->isDamaged(*item);
@@ -183,7 +184,7 @@ private:
         }
         return standing;
     }
-    // Of a folder, which is as new as what is in it: when it was last known to be whole.
+    // Returns the date of the last snapshot in which the folder was complete.
     [[nodiscard]] Date dateOf(const BackupIndex::Item& item) const {
         const Snapshot* const snapshot =
             item.kind == ItemKind::Folder ? index_->snapshot(item.snapshot) : nullptr;
@@ -197,7 +198,7 @@ private:
             return {Verdict::Reason::NoFile, {}};
         return verdict;
     }
-    // Remembers those of folders: a request asks for many files of one.
+    // Caches the mounts of folders, since a request often has many files of one folder.
     [[nodiscard]] MountPoints::const_iterator mountOf(std::string_view path) {
         if (const auto mount = selection_.mounts().find(path); mount != selection_.mounts().end())
             return mount;
@@ -214,7 +215,7 @@ private:
     const MountedSelection selection_;
     const DaemonState::Index index_;
     PathEntrance entrance_;
-    std::map<std::string, bool> answers_; // by mount point
+    std::map<std::string, bool> answers_; // By mount point.
     std::map<std::string, MountPoints::const_iterator, std::less<>> mountsOfFolders_;
 };
 

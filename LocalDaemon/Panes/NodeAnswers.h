@@ -19,7 +19,7 @@ namespace kelvane {
 // backup, or cannot be reached, has no answer.
 class NodeAnswers {
 public:
-    // `tree` is what the scan has found.
+    // `tree` contains the results of the scan.
     NodeAnswers(std::shared_ptr<const DaemonState> state, std::shared_ptr<const KnownDisks> disks,
                 std::shared_ptr<const FileSystem> fileSystem, std::shared_ptr<const FolderTree> tree)
         : state_(std::move(state)),
@@ -28,19 +28,20 @@ public:
           tree_(std::move(tree)) {}
 
     enum class FolderSizes {
-        Own,      // what the folder itself takes, as the disk says
-        Contents, // all files below it, and their number
+        Own,      // The size of the folder's own entry.
+        Contents, // The size and number of all files below it.
     };
     [[nodiscard]] Value node(const Value& path, FolderSizes sizes) const;
-    // By name. Those of the empty path are the volumes.
+    // Returns the children by name. Those of the empty path are the volumes.
     [[nodiscard]] Value children(const Value& path) const;
-    // One for each path, in their order; an undefined one for what is not there.
+    // Returns one colour for each path, in their order; undefined for a path that does not exist.
     [[nodiscard]] Value colors(const Value& paths) const;
-    // The exclusions at the path and below, as volume paths, also of files that are gone; "/" has all.
+    // Returns the exclusions at the path and below, as volume paths, including those of missing files;
+    // "/" returns all.
     [[nodiscard]] Value excludedFiles(const Value& path) const;
     [[nodiscard]] Value policy() const;
 
-    // Ends what is under way, with less than there is.
+    // Ends running requests with an incomplete result.
     void stop() { stopping_ = true; }
 
 private:

@@ -14,9 +14,9 @@ using Kind = FileAttributes::Kind;
 struct ReasonRow {
     Reason reason;
     std::uint32_t flags;
-    std::uint32_t flagsOfRule; // where the rule itself stands
+    std::uint32_t flagsOfRule; // Set only where the rule itself is.
     bool canBeToggled;
-    std::string_view text; // of those that are in: while they wait
+    std::string_view text; // For selected items: the text while they are pending.
 };
 constexpr ReasonRow reasonRows[] = {
     {Reason::Home, Backup_Backup, 0, true, "Waiting for backup"},
@@ -35,7 +35,7 @@ const ReasonRow& rowOf(Reason reason) {
     return *std::ranges::find(reasonRows, reason, &ReasonRow::reason);
 }
 
-// Where a person's own rule stands on a folder.
+// Returns the flag of a folder that has a rule of the user.
 std::uint32_t folderRuleFlag(Reason reason) {
     switch (reason) {
     case Reason::Added: return Backup_Folder_Include;
@@ -45,7 +45,7 @@ std::uint32_t folderRuleFlag(Reason reason) {
     }
 }
 
-// Panes show no colour as red.
+// Panes display "no colour" as red.
 std::int32_t colorOf(bool isIn, bool isPartial, const BackupStanding& standing) {
     if (standing.isDamaged && (standing.isMissing || !isIn))
         return Backup_Color_None;
@@ -60,7 +60,7 @@ std::int32_t colorOf(bool isIn, bool isPartial, const BackupStanding& standing) 
     return isPartial ? Backup_Color_Gray : Backup_Color_Green;
 }
 
-// Panes offer for restoring what counts as in the backup, also if only for a while yet.
+// Panes offer to restore everything that counts as in the backup, even if it will be removed later.
 std::uint32_t flagsOf(const BackupStanding& standing) {
     return (standing.date ? Backup_BackedUp : std::uint32_t{0}) |
            (standing.isKept ? Backup_Backup : std::uint32_t{0}) |
@@ -76,7 +76,7 @@ std::uint32_t flagsOf(const ReasonRow& row, std::string_view path, Kind kind, co
     flags |= Backup_Folder;
     if (isRuleItself)
         flags |= folderRuleFlag(verdict.reason);
-    // Nothing in it is in the backup.
+    // The folder has no contents in the backup.
     if (!verdict.isIn() && !isPartial && !standing.isKept)
         flags |= Backup_Not_Active;
     return flags;

@@ -10,26 +10,26 @@
 
 namespace kelvane {
 
-// How a file or folder stands to what has been backed up.
+// The relation of a file or folder to the backup.
 struct BackupStanding {
-    std::optional<Date> date;  // of its last copy; none: it was never backed up
-    std::uint32_t version = 0; // of that
-    bool isWaiting = false;    // new or changed, or something in the folder is
-    bool isMixed = false;      // something in the folder is waiting, and something is not
-    bool isKept = false;       // a copy with content is there, whatever the rules say now
-    bool isMissing = false;    // gone from the disk
-    bool isDamaged = false;    // the copy cannot be given back
+    std::optional<Date> date;  // The date of the last backup; none when it was never backed up.
+    std::uint32_t version = 0; // The version of the last backup.
+    bool isWaiting = false;    // It is new or changed, or the folder has pending contents.
+    bool isMixed = false;      // The folder has both pending and saved contents.
+    bool isKept = false;       // The backup has a version with contents, whatever the current rules.
+    bool isMissing = false;    // Missing on the disk.
+    bool isDamaged = false;    // The saved version cannot be restored.
 };
 
-// What a pane is shown of one file's place in the backup.
+// The backup status of a file as panes display it.
 struct NodeLook {
     std::uint32_t backupFlags = 0;
     std::uint32_t simpleFlags = 0;
     std::int32_t color = 0;
-    std::string state; // why, for people
+    std::string state; // The reason for the user.
 };
 
-// `isPartial`: something in the folder has another verdict by a person's will.
+// `isPartial`: a rule of the user decides differently for something in the folder.
 [[nodiscard]] NodeLook lookOf(std::string_view path, FileAttributes::Kind kind, const Verdict& verdict,
                               bool isPartial, const BackupStanding& standing);
 

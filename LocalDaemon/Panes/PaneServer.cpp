@@ -15,7 +15,7 @@ bool PaneServer::listen(const std::string& path) {
 
 void PaneServer::stop() {
     if (listener_)
-        listener_->close(); // from here on nobody comes
+        listener_->close(); // No pane connects after this.
     listener_.reset();
     std::vector<std::shared_ptr<PaneSession>> sessions;
     {
@@ -52,10 +52,10 @@ void PaneServer::sessionEnded(const std::shared_ptr<PaneSession>& session) {
     {
         const std::scoped_lock guard(mutex_);
         if (std::erase(sessions_, session) == 0)
-            return; // `stop` has it
+            return; // `stop` joins it.
         ended_.push_back(session);
     }
-    // Here it may be the sender itself that runs, which cannot wait for its own end.
+    // The current thread may be the sender, which cannot join itself.
     loop_->post([weak = weak_from_this()] {
         if (const auto self = weak.lock())
             self->clearEnded();

@@ -19,18 +19,18 @@ namespace kelvane {
 // its end.
 class PaneServer : public SocketDelegate, public std::enable_shared_from_this<PaneServer> {
 public:
-    // What the calls of a pane run on, made anew for each.
+    // Creates the target of a pane's calls, one for each pane.
     using MakeTarget =
         std::function<std::shared_ptr<InvocationTarget>(const std::shared_ptr<CallbackQueue>&)>;
 
     struct Options {
-        GetVolumes volumes; // in which panes are told of what has changed
+        GetVolumes volumes; // For the paths in notifications.
         std::chrono::milliseconds sendTimeout = std::chrono::seconds(10);
     };
 
     PaneServer(std::shared_ptr<MainLoop> loop, MakeTarget makeTarget, Options options);
 
-    // Once. False when the system refuses; `errno` says why.
+    // May be called once. Returns false and sets errno on failure.
     [[nodiscard]] bool listen(const std::string& path);
     void stop();
 
@@ -45,9 +45,9 @@ private:
     const Options options_;
     std::shared_ptr<KelvaneSocket> listener_;
 
-    std::mutex mutex_; // guards what follows; never held while a socket is called
+    std::mutex mutex_; // Guards the members below; never held during a call of a socket.
     std::vector<std::shared_ptr<PaneSession>> sessions_;
-    std::vector<std::shared_ptr<PaneSession>> ended_; // their senders are still to be joined
+    std::vector<std::shared_ptr<PaneSession>> ended_; // Sessions whose senders are still to be joined.
 };
 
 } // namespace kelvane

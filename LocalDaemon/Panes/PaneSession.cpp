@@ -9,7 +9,7 @@
 namespace kelvane {
 namespace {
 
-// As panes name them.
+// Returns the paths with volume names, as panes use them.
 Array textsOf(const std::vector<std::string>& paths, const Volumes& volumes) {
     Array texts;
     for (const std::string& path : paths)
@@ -17,7 +17,7 @@ Array textsOf(const std::vector<std::string>& paths, const Volumes& volumes) {
     return texts;
 }
 
-// One by one or as a list, which saves frames.
+// Sends one item by itself and several as a list, which saves frames.
 template <Selector one, Selector several>
 void callEach(KelvaneProxy& proxy, const Array& items) {
     if (items.size() == 1)
@@ -41,14 +41,15 @@ bool PaneSession::start(std::chrono::milliseconds sendTimeout) {
     socket_->setSendTimeout(sendTimeout);
     proxy_->setProtocol(KelvaneClientProtocol);
     proxy_->setDelegate(target_);
-    proxy_->setSocket(socket_); // its calls come from here on
+    proxy_->setSocket(socket_); // Calls may arrive from now on.
     try {
         sender_ = std::thread([this] { send(); });
     } catch (const std::system_error& error) {
         logError("A pane cannot be served: %@", error.what());
         return false;
     }
-    socket_->setSocketDelegate(shared_from_this()); // last: it may find at once that the pane has gone
+    // Last, since it may report at once that the pane has disconnected.
+    socket_->setSocketDelegate(shared_from_this());
     return true;
 }
 
@@ -66,7 +67,7 @@ void PaneSession::join() {
 void PaneSession::socketFailed(KelvaneSocket&) {
     if (closed_.exchange(true))
         return;
-    const auto self = shared_from_this(); // the socket may hold the last reference, and lets go of it
+    const auto self = shared_from_this(); // The socket may hold the last reference, and releases it.
     close();
     ended_(self);
 }

@@ -12,24 +12,25 @@
 
 namespace kelvane {
 
-using GetVolumes = std::function<std::shared_ptr<const Volumes>()>; // never null; any thread
+using GetVolumes = std::function<std::shared_ptr<const Volumes>()>; // Never returns null; any thread.
 
-// One connected pane: its calls run on the target, and a sender thread of its own tells it what its queue
-// holds. So a pane that does not read holds up nobody else; when a write finds no room for the send timeout,
-// it is closed.
+// A connected pane: its calls run on the target, and a sender thread sends the contents of its queue, so
+// that a pane that does not read blocks nobody else. The connection is closed when a write blocks for
+// the send timeout.
 class PaneSession : public SocketDelegate, public std::enable_shared_from_this<PaneSession> {
 public:
-    // On a thread of the socket or of the session, once; not after `close`.
+    // Called once, on a thread of the socket or of the session; not after `close`.
     using Ended = std::function<void(const std::shared_ptr<PaneSession>&)>;
 
     PaneSession(std::shared_ptr<KelvaneSocket> socket, std::shared_ptr<InvocationTarget> target,
                 std::shared_ptr<CallbackQueue> queue, GetVolumes volumes, Ended ended);
 
-    // False, which is logged, when the system has no thread to give.
+    // Returns false, which is logged, when no thread can be created.
     [[nodiscard]] bool start(std::chrono::milliseconds sendTimeout);
-    // Any thread, without waiting.
+    // Any thread; does not wait.
     void close();
-    // Waits for the sender, after `close`. Not on a thread of the socket or of the session.
+    // Waits for the sender; `close` must have been called. Not on a thread of the socket or of the
+    // session.
     void join();
 
     void socketFailed(KelvaneSocket& socket) override;
@@ -40,7 +41,7 @@ private:
 
     const std::shared_ptr<KelvaneSocket> socket_;
     const std::shared_ptr<KelvaneProxy> proxy_;
-    const std::shared_ptr<InvocationTarget> target_; // which the proxy holds weakly
+    const std::shared_ptr<InvocationTarget> target_; // The proxy has only a weak reference.
     const std::shared_ptr<CallbackQueue> queue_;
     const GetVolumes volumes_;
     const Ended ended_;

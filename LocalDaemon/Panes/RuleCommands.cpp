@@ -42,7 +42,7 @@ std::uint32_t RuleCommands::unexclude(const Value& path) const {
     const auto real = entrance.pathWithoutLinks(path.stringValue());
     if (!named || !real)
         return EINVAL;
-    // A folder on the way may have become a link since.
+    // A parent folder may have become a link since.
     return change([&](PathRules& rules) {
         return rules.exclusions.erase(*named) + rules.exclusions.erase(*real) > 0 ? 0U
                                                                                   : std::uint32_t{ENOENT};
@@ -55,7 +55,7 @@ void RuleCommands::mark(const Array& paths, PathRules::Mark mark) const {
         return state_->alerts()->withdraw(refusedAlert);
     const std::string reason = errorText(static_cast<int>(error));
     logWarning("What is backed up stays as it is (%@): %@", reason, Value(paths));
-    // The call has no answer that could say so.
+    // The call has no result for this error.
     if (error == ENOSPC)
         state_->alerts()->raise(
             {.kind = refusedAlert,
@@ -82,7 +82,7 @@ std::uint32_t RuleCommands::errorOfMarking(const Array& paths, PathRules::Mark m
     });
 }
 
-// ENOSPC, and nothing has changed, when the rules would become too large.
+// Returns ENOSPC without a change when the rules would become too large.
 std::uint32_t RuleCommands::change(const std::function<std::uint32_t(PathRules&)>& change) const {
     std::uint32_t error = 0;
     state_->changeSettings([&](Settings& settings) {

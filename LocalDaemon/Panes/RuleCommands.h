@@ -9,21 +9,22 @@
 
 namespace kelvane {
 
-// What panes change in the rules. Any thread; they block on the disk, before and after the change and never
-// with the state's mutex held. Saved when they return. Paths come as PathEntrance takes them, and the rule
-// stands at the path without links: it holds however the file is reached.
+// Changes to the rules by panes. Any thread; they block on the disk before and after the change, and
+// never with the state's mutex held. Changes are saved before they return. Paths are resolved by
+// PathEntrance, and the rule is set for the path without links, so that it applies however the file is
+// reached.
 class RuleCommands {
 public:
     RuleCommands(std::shared_ptr<DaemonState> state, std::shared_ptr<const KnownDisks> disks,
                  std::shared_ptr<const FileSystem> fileSystem);
 
-    // These answer 0, or errno's number: EINVAL for a path that makes no sense or a whole volume, which panes
-    // do not exclude; ENOENT where nothing is, or for what is not excluded; ENOSPC when there are too many
-    // rules.
+    // These return 0 or an error number: EINVAL for an invalid path or a whole volume, which panes do
+    // not exclude; ENOENT for a missing file, or one that is not excluded; ENOSPC when there are too
+    // many rules.
     [[nodiscard]] std::uint32_t exclude(const Value& path) const;
     [[nodiscard]] std::uint32_t unexclude(const Value& path) const;
-    // All or, which is logged, none of the paths: for the reasons above, but volumes may be added, and what
-    // is gone may be removed.
+    // Marks all paths or, with a log message, none. The errors are as above, but volumes may be added,
+    // and missing files may be removed.
     void mark(const Array& paths, PathRules::Mark mark) const;
 
 private:
@@ -35,8 +36,8 @@ private:
     const std::shared_ptr<const FileSystem> fileSystem_;
 };
 
-// Entering manual mode for the first time keeps what automatic mode backs up; later times find the manual
-// selection as it was left. As the commands above.
+// The first change to manual mode keeps what automatic mode backs up; later ones use the last manual
+// selection. Threads and blocking are as above.
 void setAutomaticMode(DaemonState& state, bool isAutomatic);
 
 } // namespace kelvane
