@@ -28,14 +28,14 @@ bool haveSamePlaces(const Volumes& left, const Volumes& right) {
     return std::ranges::equal(left.all(), right.all(), {}, &Volume::mountPoint, &Volume::mountPoint);
 }
 
-// Another place has another index: going back to a place finds what is there.
+// Each location has an index of its own, so that returning to a location finds it.
 std::string indexPathFor(const std::string& beginning, const Configuration& configuration) {
     const std::string place =
         configuration.repository.location + '\n' + std::to_string(configuration.computerNumber);
     return beginning + formatText("-%016llx", checksumOf(place));
 }
 
-// What the queue tells the user beside the progress.
+// Adds the alerts about restores.
 void addAlerts(RestoreQueue::Options& options, const std::shared_ptr<Alerts>& alerts) {
     options.onWait = [alerts](const std::string& reason) {
         if (reason.empty())
@@ -89,7 +89,7 @@ std::string LocalDaemon::start() {
         state_->rules(), state_->index(), tree_,
         [state = state_](const ScanReport& report) { state->takeReport(report); }, scan);
     connectListeners();
-    restores_->start(); // before anybody can ask for its jobs
+    restores_->start(); // Before anybody can request its jobs.
     if (!server_->listen(options_.socketPath))
         return "Cannot listen at " + options_.socketPath + ": " + errorText();
     scan_->start();
@@ -124,8 +124,8 @@ void LocalDaemon::connectListeners() {
     state_->setPlanSource([this] { return runner_->planned(); });
 }
 
-// Settings, index and jobs are one daemon's: two would write over each other's. Where there is no place for a
-// lock there is none for them either, which is told of when they are written.
+// Settings, index and jobs belong to one daemon: two would overwrite each other's files. When the lock
+// file cannot be created, these cannot be written either, which is reported when they are.
 std::string LocalDaemon::claimSettings() {
     const std::string path = options_.settingsPath + ".lock";
     if (!ensureFolder(std::string(folderOf(path))))
@@ -165,7 +165,7 @@ void LocalDaemon::stop() {
     state_.reset();
     tree_.reset();
     settingsLock_ = {};
-    claim_.reset(); // last: until now nobody else may serve here
+    claim_.reset(); // Last: until now no other daemon may start.
 }
 
 std::string LocalDaemon::repositoryFolder() const {
@@ -201,7 +201,7 @@ std::string LocalDaemon::makeWorld() {
     Verification::Options verification = options_.verification;
     verification.path = indexPathFor(options_.indexPath, configuration) + ".verification";
     const auto verifier = std::make_shared<Verification>(state_, keeper_, verification);
-    state_->setIndex(keeper_->index(), {}); // with what is known to be damaged
+    state_->setIndex(keeper_->index(), {}); // The index now includes the known damage.
     runner_ = std::make_shared<BackupRunner>(state_, disks_, keeper_, verifier, options_.backup);
     makeRestores();
     makeServer();
@@ -228,7 +228,7 @@ void LocalDaemon::makeServer() {
         std::make_shared<PaneServer>(loop_, makeTarget, PaneServer::Options{volumes, options_.sendTimeout});
 }
 
-// Every verb that an alert may offer has its handler here.
+// Registers a handler for every verb that an alert may offer.
 std::shared_ptr<const AlertActions> LocalDaemon::makeAlertActions() const {
     using Decision = RetentionRecord::Decision;
     auto actions = std::make_shared<AlertActions>(state_->alerts());
@@ -293,7 +293,7 @@ void LocalDaemon::refresh() {
     state_->refresh();
     keeper_->noteClock();
     disks_->lookForAbsent();
-    // What is mounted over a watched folder is not told as a change of it.
+    // Mounting over a watched folder causes no event for the folder.
     const auto volumes = options_.fileSystem->volumes();
     const std::set<std::string> mounts = disks_->selection().mountsOfScan();
     const bool haveSameMounts = std::exchange(mounts_, mounts) == mounts;

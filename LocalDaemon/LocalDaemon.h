@@ -21,45 +21,45 @@
 
 namespace kelvane {
 
-// The whole daemon, put together: it counts what is to be backed up, backs it up and serves panes at a
-// socket.
+// The whole daemon: it scans files, backs them up and serves panes on a socket.
 //
-// Belongs to the main thread, whose loop must run while it serves. `stop` takes back everything that `start`
-// made, and waits for the threads.
+// Belongs to the main thread, whose loop must run while it serves. `stop` undoes everything that `start`
+// did, and waits for the threads.
 class LocalDaemon {
 public:
     struct Options {
         ConfigurationDefaults defaults;
-        Dictionary settled; // entries that come before those of the configuration's file
+        Dictionary settled; // Entries that override those of the configuration file.
         std::string socketPath;
         std::string settingsPath;
         std::string configurationPath;
-        std::string indexPath; // the beginning of the names of indexes, one for each place of a repository
+        // The prefix of the names of index files, of which each repository location has one.
+        std::string indexPath;
         std::chrono::milliseconds sendTimeout = std::chrono::seconds(10);
-        // How late the end of a pause may be noticed. Not one timer for the whole pause: timers stand still
-        // while the machine sleeps, and its clock may be set.
+        // How late the end of a pause may be noticed. A single timer for the whole pause would not work:
+        // timers stop while the machine is suspended, and the clock may be set.
         std::chrono::milliseconds refreshInterval = std::chrono::seconds(5);
         FolderScan::Options scan;
         BackupRunner::Options backup;
-        Verification::Options verification; // its path is made of `indexPath`
+        Verification::Options verification; // Its path is derived from `indexPath`.
         std::string restoreJobsPath;
-        std::string processesPath; // restic's, of this daemon and those before it
+        std::string processesPath; // The file with the restic processes of this daemon and earlier ones.
         MachineClock machineClock = readMachineClock;
-        std::function<void()> showRestoreWizard = [] {}; // on any thread; returns at once
+        std::function<void()> showRestoreWizard = [] {}; // Called on any thread; returns at once.
         std::shared_ptr<const FileSystem> fileSystem = std::make_shared<LocalFileSystem>();
         DaemonState::Clock clock = std::chrono::system_clock::now;
     };
 
-    // `terminate` is called when a pane asks for the end, on any thread.
+    // `terminate` is called on any thread when a pane asks the daemon to exit.
     LocalDaemon(Options options, std::shared_ptr<MainLoop> loop, std::function<void()> terminate);
     ~LocalDaemon();
     LocalDaemon(const LocalDaemon&) = delete;
     LocalDaemon& operator=(const LocalDaemon&) = delete;
 
-    // Why it cannot serve, for people; empty when it does.
+    // Returns why it cannot serve, for the user; empty on success.
     [[nodiscard]] std::string start();
     void stop();
-    // Between `start` and `stop`; empty: the repository is no folder.
+    // May be called between `start` and `stop`; empty when the repository is not a local folder.
     [[nodiscard]] std::string repositoryFolder() const;
 
 private:
@@ -88,8 +88,8 @@ private:
     std::shared_ptr<NodeAnswers> nodes_;
     std::shared_ptr<PaneServer> server_;
     std::optional<FolderScan> scan_;
-    std::shared_ptr<const Volumes> volumes_; // that the scan has seen
-    std::set<std::string> mounts_;           // likewise; those that the scan has to do with
+    std::shared_ptr<const Volumes> volumes_; // The volumes of the last scan.
+    std::set<std::string> mounts_;           // The mounts of the last scan; only those that concern it.
     Timer refresh_;
 };
 

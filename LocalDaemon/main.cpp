@@ -37,15 +37,15 @@ using namespace kelvane;
 constexpr int failed = 1;
 constexpr int wronglyUsed = 2;
 
-constexpr unsigned longestEnd = 25; // seconds; restic has ten
+constexpr unsigned longestEnd = 25; // In seconds; restic has ten of them.
 constexpr std::chrono::seconds timeForRestic(3);
-// Each pane has threads of its own; an arena for each would keep what its largest answer has taken.
+// Each pane has threads of its own; an arena for each would retain the memory of its largest answer.
 constexpr int mostArenas = 2;
 
 constexpr mode_t ownersRights = 0700;
 
 struct Arguments {
-    Dictionary settled; // of the configuration
+    Dictionary settled; // Entries that override those of the configuration file.
     std::string socketPath;
     std::string logPath = defaultLogPath();
     bool isVerbose = false;
@@ -56,13 +56,13 @@ int complain(const std::string& reason, int status) {
     return status;
 }
 
-// Also for who has not started it in a terminal.
+// Also logs the reason, for a daemon that was not started in a terminal.
 int refuse(const std::string& reason) {
     logError("%@", reason);
     return failed;
 }
 
-// Each of these options is an entry of the configuration, and comes before the file's.
+// Each of these options sets an entry of the configuration and overrides the file's.
 struct Option {
     const char* name;
     std::string_view key;
@@ -91,7 +91,7 @@ constexpr Option numberOptions[] = {
     {"--computer", "computerNumber", "NUMBER", "Number of this computer in a shared repository"},
 };
 
-// Everybody can read the words that a program was started with.
+// Every user can read the arguments of a process.
 bool tellsAPassword(const Value& place) {
     static const std::regex password("://[^/]*:[^/]*@");
     return std::regex_search(place.stringValue(), password);
@@ -102,7 +102,8 @@ void settle(Dictionary& settled, const std::string& option, std::string_view key
         throw CLI::ValidationError(option, "everybody on this machine could read the password here; name "
                                            "the place in the configuration's file");
     Value known = value;
-    if (value.isArray()) { // a disk that is away counts from a start on at which it is there; the log tells
+    // A disk that is not mounted is used from the first start at which it is; the log says so.
+    if (value.isArray()) {
         Array list = value.array();
         std::erase_if(list, [](const Value& each) { return each.stringValue().starts_with("/Volumes/"); });
         known = list;
@@ -114,7 +115,7 @@ void settle(Dictionary& settled, const std::string& option, std::string_view key
 }
 
 void addConfiguration(CLI::App& app, Dictionary& settled) {
-    // A relative path is as the terminal has it.
+    // A relative path is resolved in the working directory.
     app.add_option_function<std::string>(
            "--home",
            [&settled](const std::string& home) {
@@ -144,7 +145,7 @@ void addConfiguration(CLI::App& app, Dictionary& settled) {
             ->type_name(option.type);
 }
 
-// None: go on.
+// Returns no exit status when the daemon is to run.
 std::optional<int> parse(int count, char** texts, Arguments& arguments) {
     CLI::App app("Backs up the files of a user with restic.", "kelvane-local-daemon");
     app.set_version_flag("--version", "kelvane-local-daemon " KELVANE_VERSION, "Show the program's version");
@@ -192,7 +193,7 @@ private:
     std::mutex mutex_;
     std::condition_variable changed_;
     bool isOver_ = false;
-    std::thread thread_; // last: it uses the others
+    std::thread thread_; // Last, since it uses the other members.
 };
 
 int serve(const LocalDaemon::Options& options) {
@@ -202,14 +203,14 @@ int serve(const LocalDaemon::Options& options) {
     if (const std::string refusal = daemon.start(); !refusal.empty())
         return refuse(refusal);
     const int status = loop->run();
-    ::alarm(longestEnd); // ends the process when a disk that does not answer keeps a thread
+    ::alarm(longestEnd); // Ends the process when a disk that does not respond blocks a thread.
     const EndWhileSilent end(daemon.repositoryFolder(), status);
     daemon.stop();
     KelvaneSocket::waitForThreads();
     return status;
 }
 
-// Nobody may be held up by whoever reads it: what they have no room for, they find in the log.
+// A slow reader of standard error must not block the daemon: lines that do not fit are only in the log.
 void writeToStandardError(std::string_view text) {
     pollfd room{STDERR_FILENO, POLLOUT, 0};
     while (!text.empty() && ::poll(&room, 1, 0) > 0 && (room.revents & POLLOUT) != 0) {
@@ -219,7 +220,7 @@ void writeToStandardError(std::string_view text) {
     }
 }
 
-// Everything goes to standard error as well, for whoever has started the daemon.
+// Copies the log to standard error for the user who has started the daemon in a terminal.
 LogSinkToken logTo(const std::string& path) {
     const auto log = std::make_shared<LogFile>(path);
     LogSinkToken token = setLogSink([log](const LogEntry& entry) {
@@ -271,10 +272,10 @@ int run(const Arguments& arguments) {
 int main(int count, char** texts) {
     kelvane::prepareProgram();
     ::mallopt(M_ARENA_MAX, mostArenas);
-    // Neither a terminal that has gone nor a limit on the size of files ends the daemon: the write fails.
+    // Neither a closed terminal nor a file size limit ends the daemon: the write fails instead.
     for (const int number : {SIGPIPE, SIGXFSZ})
         std::signal(number, SIG_IGN);
-    ::umask(::umask(0) & ~ownersRights); // or it could not use what it has made
+    ::umask(::umask(0) & ~ownersRights); // Otherwise it could not use the files that it creates.
     try {
         Arguments arguments;
         if (const auto status = parse(count, texts, arguments))
