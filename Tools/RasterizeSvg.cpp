@@ -1,4 +1,4 @@
-// Makes a PNG from an SVG while the project is built: kelvane-rasterize-svg SVG PNG PIXELS.
+// Converts an SVG file to a PNG file during the build: kelvane-rasterize-svg SVG PNG PIXELS.
 
 #include <QImage>
 #include <QPainter>
@@ -12,7 +12,7 @@ namespace {
 
 constexpr int mostPixels = 4096;
 
-// Square, with nothing behind the drawing. Null for what is no SVG.
+// Returns a square image with a transparent background, null when the file is no SVG.
 QImage drawn(const QString& file, int pixels) {
     QSvgRenderer drawing(file);
     if (!drawing.isValid())

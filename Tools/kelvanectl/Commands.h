@@ -41,7 +41,7 @@ inline constexpr const char* removedPatternDetails =
     "any\n"
     "run of characters without a \"/\", \"**\" and a star at the end for any run.";
 
-// A new command is one row here and one function in Commands/.
+// A new command needs one row here and one function in Commands/.
 inline constexpr CommandRow commands[] = {
     {"status", "Show what the daemon is doing and what needs attention", declareStatus},
     {"alert", "List alerts, or perform an action of one", declareAlert},
@@ -73,7 +73,7 @@ inline constexpr CommandRow commands[] = {
     {"decode", "Convert a binary property list to JSON", declareDecode},
     {"encode", "Convert JSON to a binary property list", declareEncode},
     {"help", "Show the help of a command", declareHelp},
-    {"complete", "", declareComplete}, // for the completion scripts of the shells
+    {"complete", "", declareComplete}, // For the completion scripts of the shells.
 };
 
 } // namespace kelvane::ctl

@@ -32,8 +32,8 @@ ArgumentReading flagFromText(const std::string& text) {
     return number;
 }
 
-// Text that is no JSON is meant as it stands, unless it begins like an object, an array or a string, or is a
-// number that no property list holds.
+// Text that is not JSON is taken literally, unless it begins like an object, an array or a string, or is
+// a number that a property list cannot hold.
 bool isPlainText(const std::string& text) {
     const std::size_t start = text.find_first_not_of(" \t\r\n");
     double number = 0;

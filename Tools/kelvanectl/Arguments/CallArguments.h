@@ -9,7 +9,7 @@ namespace kelvane::ctl {
 
 struct ArgumentReading {
     Value value;
-    std::string error; // empty on success
+    std::string error; // Empty on success.
 };
 
 // What was typed for an argument of a remote method, by the argument's type code. An object is JSON; text

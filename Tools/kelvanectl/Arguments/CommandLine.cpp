@@ -36,7 +36,7 @@ std::chrono::milliseconds timeoutFromText(const std::string& text) {
     return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(seconds));
 }
 
-// CLI11 takes words from the back.
+// CLI11 expects the words in reverse order.
 void parseWords(CLI::App& app, const std::vector<std::string>& words) {
     app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
 }

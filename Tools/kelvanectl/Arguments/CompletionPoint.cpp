@@ -10,7 +10,7 @@ const CLI::Option* optionWithValue(const CLI::App& command, const std::string& w
     return option && option->nonpositional() && option->get_items_expected_max() > 0 ? option : nullptr;
 }
 
-// What is complete; its values belong to it.
+// Processes a complete word; the values of an option belong to it.
 void takeWord(CompletionPoint& point, const std::string& word) {
     if (point.option) {
         if (point.option->check_lname("daemon"))
@@ -21,7 +21,7 @@ void takeWord(CompletionPoint& point, const std::string& word) {
     } else if (point.takesOptions && word.starts_with('-')) {
         const std::string name = word.substr(0, word.find('='));
         point.option = optionWithValue(*point.command, name);
-        if (point.option && name != word) // with its value
+        if (point.option && name != word) // The word contains the value.
             takeWord(point, word.substr(name.size() + 1));
     } else if (const CLI::App* const next =
                    point.arguments.empty() ? subcommandNamed(*point.command, word) : nullptr) {
@@ -62,7 +62,7 @@ CompletionPoint completionPoint(const CLI::App& program, std::string_view line) 
     std::vector<std::string> words = shellWords(line);
     CompletionPoint point{.command = &program, .word = words.back()};
     words.pop_back();
-    for (std::size_t index = 1; index < words.size(); ++index) // behind the program's name
+    for (std::size_t index = 1; index < words.size(); ++index) // Skips the program's name.
         takeWord(point, words[index]);
     const std::size_t sign = point.word.find('=');
     if (!point.option && point.takesOptions && point.word.starts_with("--") && sign != std::string::npos) {

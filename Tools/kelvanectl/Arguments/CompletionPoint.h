@@ -8,18 +8,18 @@
 
 namespace kelvane::ctl {
 
-// The place in a command line, which ends there, where a shell asks what may come.
+// The end of a command line, at which a shell requests completions.
 struct CompletionPoint {
-    const CLI::App* command = nullptr;    // to which the word belongs
-    std::vector<std::string> arguments{}; // of the command, before the word
-    const CLI::Option* option = nullptr;  // whose value the word is; null: it is none
-    std::string word{};                   // as far as it is typed, without quotes
-    std::string before{};                 // "--to=" where the word only begins behind that
-    bool takesOptions = true;             // no "--" has come
+    const CLI::App* command = nullptr;    // The command to which the word belongs.
+    std::vector<std::string> arguments{}; // The command's arguments before the word.
+    const CLI::Option* option = nullptr;  // The option whose value the word is; null for any other word.
+    std::string word{};                   // The word as typed so far, without quotes.
+    std::string before{};                 // For example "--to=" when the word begins after it.
+    bool takesOptions = true;             // No "--" was found.
     std::optional<std::string> daemonPath{};
 };
 
-// The words of a shell's command line, without their quotes; the last one is where it ends, and may be empty.
+// Splits a shell's command line into words without quotes; the last one may be empty.
 [[nodiscard]] std::vector<std::string> shellWords(std::string_view line);
 
 [[nodiscard]] CompletionPoint completionPoint(const CLI::App& program, std::string_view line);

@@ -6,8 +6,8 @@
 
 namespace kelvane::ctl {
 
-// Help pages as kelvanectl shows them: the usage line says what has to be given, so that the list of options
-// need not repeat it.
+// Formats the help pages: the usage line shows the required arguments, so the list of options does not
+// repeat them.
 class HelpFormatter : public CLI::Formatter {
 public:
     HelpFormatter();

@@ -15,15 +15,15 @@ namespace kelvane::ctl {
 // Throws CLI::ParseError for the empty path.
 [[nodiscard]] std::string volumePathFromText(const std::string& text, const Volumes& volumes);
 
-// Both ways to take a name.
+// Both interpretations of a name.
 struct PathReadings {
     std::string asTyped;
-    std::optional<std::string> asPrinted; // none: it is no printed form of another one
+    std::optional<std::string> asPrinted; // None when it cannot be the printed form of another name.
 };
 [[nodiscard]] PathReadings pathReadings(const std::string& text, const Volumes& volumes);
 
-// The daemon's name of a path as people know it, without the volume's name and fit for a terminal. A path in
-// a volume that is not there stays as it is.
+// Returns the real path of the daemon's volume path, escaped for a terminal. A path in an unknown volume
+// is not changed.
 [[nodiscard]] std::string shownPath(const std::string& volumePath);
 
 inline constexpr const char* unknownPath = "the daemon does not know this path";

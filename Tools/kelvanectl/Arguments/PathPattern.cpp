@@ -15,7 +15,7 @@ bool isOnDisk(const std::string& path) {
     return std::filesystem::exists(std::filesystem::symlink_status(pathFromText(path), error));
 }
 
-// The folder in which the first name with a star is.
+// Returns the folder that contains the first name with an asterisk.
 std::string folderOf(std::string pattern) {
     while (pattern.find('*') != std::string::npos)
         pattern = deleteLastPathComponent(pattern);

@@ -7,11 +7,10 @@
 
 namespace kelvane::ctl {
 
-// A path with stars in it, as exclusion patterns have them. A file or folder whose name holds a star is meant
-// itself by its path.
+// A path with asterisks, as in exclusion patterns. A path that exists literally is not a pattern.
 class PathPattern {
 public:
-    // `volumePath` as volumePathFromText makes it.
+    // `volumePath`: a result of volumePathFromText.
     PathPattern(const std::string& volumePath, const Volumes& volumes);
 
     [[nodiscard]] bool isPattern() const { return isPattern_; }
@@ -23,7 +22,7 @@ public:
 
 private:
     const Volumes& volumes_;
-    const std::string pattern_; // a real path
+    const std::string pattern_; // A real path.
     const bool isPattern_;
 };
 

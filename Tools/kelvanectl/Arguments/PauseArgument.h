@@ -10,8 +10,8 @@ namespace kelvane::ctl {
 // Adds DURATION: minutes, or a number with a unit.
 CLI::Option* addDuration(CLI::App& command, std::uint64_t& minutes, const std::string& description);
 
-// The minutes from `now` until a time of day, today or else tomorrow, or until a date and time; rounded up,
-// so that a pause does not end before. Local time. Throws CLI::ParseError.
+// Returns the minutes from `now` until a time of day, today or tomorrow, or until a date and time;
+// rounded up, so that a pause does not end early. Local time. Throws CLI::ParseError.
 [[nodiscard]] std::uint32_t minutesUntil(const std::string& text, std::time_t now);
 
 } // namespace kelvane::ctl

@@ -14,10 +14,10 @@ namespace {
 
 struct Choice {
     std::string action;
-    std::string refusal; // no action is meant, or none alone
+    std::string refusal; // Why the words do not identify exactly one action.
 };
 
-// A verb stands for the whole action when only one has it.
+// A verb alone is enough when only one action has it.
 Choice choiceOf(const StandingAlert& alert, const std::string& words) {
     std::vector<std::string> meant;
     for (const std::string& action : alert.actions)

@@ -18,7 +18,7 @@ struct Look {
     bool isBackupNeeded = false;
     bool hasUnreadFiles = false;
     std::uint64_t damagedFiles = 0;
-    bool isDamaged = false; // or has damaged earlier versions, which keep no backup from being made
+    bool isDamaged = false; // Or earlier versions are damaged, which does not prevent a backup.
 
     [[nodiscard]] bool isAtWork() const {
         return isWorking(serviceState) || (serviceState == ServiceState::OperationsMessage && isDamaged);
@@ -45,7 +45,7 @@ ExitStatus refuse(const Look& look) {
                              : look.name));
 }
 
-// A pause ends with the order; what a person has switched off as a whole stays off.
+// Requests a backup, which ends a pause. A disabled backup stays disabled.
 ExitStatus order(const CommandLine& line, Patience patience, Look& look) {
     const std::string everything = Volumes::current().volumePath("/");
     const auto ask = [&](Session& session) {

@@ -15,14 +15,14 @@ struct Call {
     std::string selector;
     MethodSignature signature;
     std::vector<Value> arguments;
-    std::string extension; // that has the method; empty: every daemon has it
+    std::string extension; // The extension with the method; empty when every daemon has it.
 };
 
 std::string countOfArguments(std::size_t count) {
     return std::to_string(count) + (count == 1 ? " argument" : " arguments");
 }
 
-// Taken raw: an argument may look like an option.
+// Parsed raw, since an argument may look like an option.
 Call callFromWords(const std::vector<std::string>& words) {
     if (words.empty())
         throw CLI::RequiredError("SELECTOR");
@@ -56,14 +56,15 @@ bool isVoid(const Call& call) {
     return call.signature.returnLength() == 0;
 }
 
-// Zero and nothing are also what a call answers whose link is lost, and a command has no answer of its own.
+// A call whose connection is lost also returns zero or nothing, and a method without a result has no
+// answer.
 bool needsConfirmation(const Call& call, const Value& result) {
-    const bool endsTheDaemon = call.selector == "terminate"; // it need not answer any more
+    const bool endsTheDaemon = call.selector == "terminate"; // The daemon may end before it answers.
     return isVoid(call) ? !endsTheDaemon : result.isAbsent() || (result.isNumber() && !result.boolValue());
 }
 
 nlohmann::ordered_json resultJson(const Call& call, const Value& result) {
-    if (call.signature.returnType == "c") // a yes or no throughout the table
+    if (call.signature.returnType == "c") // The type code of a boolean in the whole table.
         return result.boolValue();
     return jsonFromPropertyList(result);
 }
@@ -74,7 +75,7 @@ ExitStatus callDaemon(const CommandLine& line, const Call& call) {
         return complain(ExitStatus::Failed, session.failure());
     if (!call.extension.empty()) {
         session.state().updateDaemonState();
-        if (!session.state().hasExtension(call.extension)) // and would never answer
+        if (!session.state().hasExtension(call.extension)) // Such a daemon would never answer.
             return complain(ExitStatus::Usage, "this daemon has no method \"" + call.selector + '"');
     }
     const Value result = session.state().proxy()->invoke(call.selector, call.arguments);

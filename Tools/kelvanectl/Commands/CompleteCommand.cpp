@@ -16,7 +16,7 @@
 namespace kelvane::ctl {
 namespace {
 
-// A person waits for it at the prompt.
+// The user waits at the prompt.
 constexpr std::chrono::milliseconds longestWait(1000);
 
 struct Candidate {
@@ -41,7 +41,7 @@ Candidates namesIn(const CLI::App& command) {
     return candidates;
 }
 
-// As far as the folder is typed: "~/Doc" begins in "~/".
+// Returns the typed folder: "~/" for "~/Doc".
 std::string folderPart(const std::string& word) {
     return word.substr(0, word.rfind('/') + 1);
 }
@@ -59,7 +59,8 @@ Candidates filesIn(const std::string& word, bool foldersOnly) {
     return candidates;
 }
 
-// Nothing when the daemon does not answer: an error would stand in the middle of what is typed.
+// Returns nothing when the daemon does not answer, since an error would be printed into the command
+// line.
 Candidates askedFor(const CommandLine& line, const std::function<Candidates(Session& session)>& ask) {
     Session session(line);
     Candidates candidates = session.connect() ? ask(session) : Candidates();
@@ -92,7 +93,7 @@ Candidates exclusions(const CommandLine& line) {
     });
 }
 
-// The ids of the alerts, or the actions of one.
+// Returns the ids of the alerts, or the actions of one.
 Candidates alertWords(const CommandLine& line, const CompletionPoint& point) {
     return askedFor(line, [&](Session& session) {
         session.state().updateDaemonState();
@@ -114,7 +115,7 @@ Candidates selectors() {
     return candidates;
 }
 
-// The arguments of a command have the names under which its help shows them.
+// Arguments are identified by their names in the help.
 Candidates wordsFor(CommandLine& line, const CompletionPoint& point, std::string_view kind) {
     if (kind == "PATH")
         return point.command->get_name() == "remove" && point.command->get_parent()->get_name() == "exclude"
@@ -127,7 +128,7 @@ Candidates wordsFor(CommandLine& line, const CompletionPoint& point, std::string
     return kind == "COMMAND" && point.arguments.empty() ? namesIn(line.program()) : Candidates();
 }
 
-// The name of the argument at which the word stands; the last one may come several times.
+// Returns the name of the argument that the word belongs to; the last argument may be repeatable.
 std::string kindOf(const CompletionPoint& point) {
     if (point.option)
         return point.option->get_type_name();
@@ -158,7 +159,7 @@ struct Arguments {
     std::string breaks;
 };
 
-// A line for each word that may stand there, with a tab and a description where there is one.
+// Prints one line per candidate, with a tab and a description if there is one.
 ExitStatus complete(CommandLine& line, const Arguments& arguments) {
     const CompletionPoint point = completionPoint(line.program(), arguments.line);
     if (point.daemonPath)

@@ -14,12 +14,12 @@ namespace kelvane::ctl {
 namespace {
 
 struct Input {
-    std::string name; // for messages
+    std::string name; // For messages.
     Data bytes;
     std::string error;
 };
 
-// To its end, whatever it is: a pipe is as good as a file.
+// Reads a file, pipe or terminal to its end.
 std::string readAll(int descriptor, Data& bytes) {
     constexpr std::size_t step = std::size_t{64} << 10U;
     while (true) {

@@ -14,7 +14,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// How the coded fields are written for people.
+// Formats the coded fields for people.
 struct Texts {
     std::string kind;
     std::string size;
@@ -91,7 +91,7 @@ ExitStatus showInfo(const CommandLine& line, const std::string& path, bool withD
         return status;
     if (!node)
         return complain(ExitStatus::Usage, shownPath(path) + ": " + unknownPath);
-    node->flush(); // this is about the item itself
+    node->flush(); // Only the item itself is printed.
     const Texts texts = textsOf(*node);
     return finishWith(line.settings().json ? jsonText(jsonOf(*node, texts), true) : textOf(*node, texts));
 }

@@ -11,14 +11,14 @@
 namespace kelvane::ctl {
 namespace {
 
-// No path that the system takes names more folders.
+// No valid path has more components.
 constexpr unsigned deepestListing = 2048;
 
 NodeRow rowOf(const FileNodeRef& node, unsigned level = 0) {
     return {node, node->displayName(), level};
 }
 
-// Without what has no name, and so is nothing that could be shown or asked for.
+// Skips nodes without a name, which can be neither shown nor requested.
 FileNodeList childrenOf(Session& session, const std::string& path) {
     const auto folder = KelvaneFileNodeProxy::create(lastPathComponent(path), true);
     folder->setPath(path);
@@ -28,10 +28,10 @@ FileNodeList childrenOf(Session& session, const std::string& path) {
     return children;
 }
 
-// Each item before what is in it.
+// Returns each item before its contents.
 std::vector<NodeRow> rowsBelow(Session& session, const std::string& path, unsigned depth) {
     std::vector<NodeRow> rows;
-    std::vector<NodeRow> waiting; // the next one is the last
+    std::vector<NodeRow> waiting; // A stack: the next one is the last.
     const auto enter = [&](const std::string& folder, unsigned level) {
         const FileNodeList children = childrenOf(session, folder);
         std::for_each(children.rbegin(), children.rend(),

@@ -13,12 +13,11 @@
 namespace kelvane::ctl {
 namespace {
 
-constexpr std::uint64_t aDay = 24 * 60; // minutes, as long as the settings pane pauses
+constexpr std::uint64_t aDay = 24 * 60; // In minutes, as long as the settings pane pauses.
 
 using Apply = void (*)(KelvaneProxy& daemon, std::uint32_t minutes);
 
-// Each sets what holds the backup back before it ends what held it back until now, so that none begins in
-// between.
+// Each of these first sets the new mode and then ends the old one, so that no backup starts in between.
 void enable(KelvaneProxy& daemon, std::uint32_t) {
     daemon.call<"setPausedMinutes:">(0U);
     daemon.call<"setRecoverMode:">(false);

@@ -25,7 +25,7 @@ constexpr std::uint32_t latestVersion = 0;
 struct Job {
     std::string path;
     std::string target;
-    std::uint32_t number = 0; // 0: refused
+    std::uint32_t number = 0; // 0 for a refused job.
     std::uint32_t status = restorestatus::waiting;
     std::vector<std::string> failures{};
 };
@@ -43,7 +43,8 @@ const char* wordFor(const Job& job) {
     }
 }
 
-// A link on the way may have been a folder when that was backed up, and then the daemon still has it.
+// A parent folder that is a link now may have been a folder when it was backed up, and is then still in
+// the backup.
 bool hasLinkOnTheWay(const std::string& path, const Volumes& volumes) {
     const std::string folder = pathFromText(deleteLastPathComponent(volumes.realPath(path).value_or(path)));
     std::error_code error;
@@ -55,7 +56,7 @@ bool isInBackup(Session& session, const std::string& path) {
     return node && !node->version().isAbsent();
 }
 
-// In a form that most shells take for these bytes and no others.
+// Quotes the path so that most shells pass exactly these bytes.
 std::string quotedBytes(std::string_view path) {
     std::string text = "$'";
     for (const char each : path) {
@@ -66,7 +67,8 @@ std::string quotedBytes(std::string_view path) {
     return text + '\'';
 }
 
-// A name may be another one's printed form: the one is taken that is in the backup, and none of two.
+// A name may be the printed form of another one. The name that is in the backup is taken; when both are,
+// the command fails.
 ExitStatus resolve(const CommandLine& line, std::vector<std::string>& texts, const Volumes& volumes) {
     std::vector<PathReadings> readings;
     for (const std::string& text : texts)
@@ -118,8 +120,8 @@ std::vector<std::string> linesOf(const std::string& text) {
     return lines;
 }
 
-// The paths that cannot be restored. While not even the root is in the backup, the daemon does not know yet
-// what is in there, and its jobs wait for that.
+// Returns the paths that cannot be restored. While not even the root is in the backup, the daemon has
+// not listed the repository yet, and its jobs wait for that.
 std::vector<std::string> missingPaths(Session& session, const std::vector<Job>& jobs,
                                       const Volumes& volumes) {
     std::vector<std::string> missing;
@@ -133,7 +135,7 @@ std::vector<std::string> missingPaths(Session& session, const std::vector<Job>& 
 
 void order(Session& session, std::vector<Job>& jobs) {
     for (Job& job : jobs)
-        if (const auto daemon = session.state().proxy()) { // gone: that is complained about
+        if (const auto daemon = session.state().proxy()) { // A lost connection is reported elsewhere.
             job.number = daemon->call<"restoreFile:toPath:version:priority:">(
                 job.path, job.target, latestVersion, restorestatus::defaultPriority);
             if (job.number == 0)
@@ -157,12 +159,12 @@ bool isOpen(const Job& job) {
     return job.number != 0 && !restorestatus::hasEnded(job.status);
 }
 
-// Says once a minute what the daemon says of it.
+// Prints the daemon's progress once a minute.
 class WaitReport {
 public:
     void tell(Session& session) {
         session.state().updateDaemonState();
-        std::string text; // of the one that says most, which comes last
+        std::string text; // The last and most informative one.
         for (const StandingAlert& alert : session.state().alerts())
             if (alert.id == restorestatus::waitAlert || alert.id == restorestatus::listingAlert)
                 text = alert.title + ' ' + alert.text;

@@ -20,18 +20,18 @@ namespace {
 
 using Daemon = std::shared_ptr<KelvaneProxy>;
 
-// What a pattern stands for: what is on the disk, or what is excluded. None: patterns are not taken.
+// What a pattern matches: files on the disk, or excluded paths. With None, patterns are not allowed.
 enum class Patterns { None, OnDisk, Excluded };
-// When it turns out that the daemon does not know a path. What has no answer of its own needs a question:
-// before something is added; after something was removed, for what is gone from the disk may still be marked.
+// When to check whether the daemon knows a path. A method without a result needs an extra query: before
+// adding a path, but after removing one, since a path that is missing on the disk may still be marked.
 enum class Check { ByAnswer, Before, After };
 
 struct Change {
     Patterns patterns;
     Check check;
     bool takesVolumes;
-    std::uint32_t (*apply)(KelvaneProxy& daemon, const std::string& path); // 0 or errno's number
-    std::string_view missing;                                              // the text for ENOENT
+    std::uint32_t (*apply)(KelvaneProxy& daemon, const std::string& path); // Returns 0 or an error number.
+    std::string_view missing;                                              // The text for ENOENT.
 };
 
 std::uint32_t exclude(KelvaneProxy& daemon, const std::string& path) {
@@ -60,8 +60,8 @@ constexpr Change removeInclusion{Patterns::None, Check::After, true, uninclude, 
 
 struct Outcome {
     std::string path;
-    std::string refusal;        // empty: done
-    bool isFromPattern = false; // and so not what was typed
+    std::string refusal;        // Empty on success.
+    bool isFromPattern = false; // The path matched a pattern and was not typed itself.
 };
 
 std::string textFor(const Change& change, std::uint32_t code) {
@@ -85,9 +85,9 @@ std::string refusal(const Change& change, const Daemon& daemon, const std::strin
 }
 
 struct Request {
-    std::string path; // or the pattern
+    std::string path; // A path or a pattern.
     bool isPattern = false;
-    std::vector<std::string> matches{}; // on the disk
+    std::vector<std::string> matches{}; // Matching paths on the disk.
 };
 
 Request requestFrom(const std::string& text, const Change& change, const Volumes& volumes) {
@@ -101,7 +101,7 @@ Request requestFrom(const std::string& text, const Change& change, const Volumes
     return request;
 }
 
-// What has a star in its own name is excluded under that.
+// A path with an asterisk in its name is matched literally.
 std::vector<std::string> excludedMatches(const std::string& path, const Daemon& daemon,
                                          const Volumes& volumes) {
     const PathPattern pattern(path, volumes);
@@ -135,7 +135,7 @@ std::vector<Outcome> outcomesOf(const Request& request, const Change& change, co
 ExitStatus finishWithOutcomes(const CommandLine& line, const std::vector<Outcome>& outcomes,
                               const Change& change) {
     auto json = nlohmann::ordered_json::array();
-    std::string text; // what a pattern stood for
+    std::string text; // The paths that matched a pattern.
     ExitStatus status = ExitStatus::Success;
     for (const auto& [path, refusal, isFromPattern] : outcomes) {
         json.push_back({{"path", path}, {"done", refusal.empty()}});
@@ -160,7 +160,7 @@ ExitStatus apply(const CommandLine& line, const Change& change, const std::vecto
     std::vector<Outcome> outcomes;
     const ExitStatus status = askDaemon(line, [&](Session& session) {
         for (const Request& request : requests)
-            if (const Daemon daemon = session.state().proxy()) // gone: that is complained about
+            if (const Daemon daemon = session.state().proxy()) // A lost connection is reported elsewhere.
                 std::ranges::move(outcomesOf(request, change, daemon, volumes), std::back_inserter(outcomes));
     });
     return status == ExitStatus::Success ? finishWithOutcomes(line, outcomes, change) : status;

@@ -9,7 +9,7 @@
 namespace kelvane::ctl {
 namespace {
 
-// None when the daemon does not answer to the end.
+// Returns none when the connection is lost before all answers have arrived.
 std::optional<StatusReport> liveReport(Session& session) {
     if (!session.connect())
         return std::nullopt;

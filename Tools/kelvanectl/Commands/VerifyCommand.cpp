@@ -14,7 +14,7 @@ struct Look {
     Value date;
     std::string outcome;
     std::uint64_t damagedFiles = 0;
-    bool isDamaged = false; // or has damaged earlier versions
+    bool isDamaged = false; // Or earlier versions are damaged.
 };
 
 Look lookAt(Session& session) {

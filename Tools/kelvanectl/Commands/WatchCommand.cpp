@@ -11,7 +11,7 @@
 namespace kelvane::ctl {
 namespace {
 
-// A reader that has gone, or output that was closed from the start, is a way to end it.
+// A reader that closes the pipe, or output that was closed from the start, ends the command normally.
 ExitStatus statusOfFailedOutput(int error) {
     if (error == EPIPE || error == EBADF)
         return ExitStatus::Success;

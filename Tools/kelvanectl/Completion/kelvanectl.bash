@@ -7,7 +7,7 @@ _kelvanectl() {
         word=${line%%$'\t'*}
         COMPREPLY+=("$word")
     done < <("${COMP_WORDS[0]}" complete --breaks "${COMP_WORDBREAKS//[^:=]/}" -- "${COMP_LINE:0:COMP_POINT}" 2>/dev/null)
-    # Readline quotes what a shell would take apart, and puts no space behind a folder.
+    # Readline quotes special characters and adds no space after a folder.
     compopt -o filenames
     if [[ ${#COMPREPLY[@]} -eq 1 && ${COMPREPLY[0]} == */ ]]; then
         compopt -o nospace

@@ -16,11 +16,11 @@ using Json = nlohmann::ordered_json;
 
 std::string compact(const Value& value) {
     std::string text = jsonText(jsonFromPropertyList(value), true);
-    text.pop_back(); // the line end
+    text.pop_back(); // Removes the line end.
     return text;
 }
 
-// The keys whose values are others than before, those that have gone included.
+// Returns the keys whose values have changed, including removed ones.
 std::vector<std::string> changedKeys(const Dictionary& before, const Dictionary& now) {
     std::vector<std::string> keys;
     for (const auto& [key, value] : now)
@@ -78,7 +78,7 @@ void DaemonWatch::reconnect(const std::string& reason) {
     state_.onBegin();
 }
 
-// The state tells of every close, also of one after the other.
+// Called for every close, including one right after another.
 void DaemonWatch::connectionChanged() {
     if (state_.connected() == connected_)
         return;
@@ -92,12 +92,12 @@ void DaemonWatch::connectionChanged() {
     breaker_.setProxy(state_.proxy());
     const std::string& path = bundle_->information("DaemonPath").stringValue();
     events_.write("connected", path, Json::object({{"daemon", path}}));
-    // Without these the daemon keeps its own calls to itself.
+    // The daemon sends callbacks only after these calls.
     state_.setStateHandler();
     state_.setAlertHandler();
 }
 
-// An answer that is missing is no state, but whatever comes next is then a new one.
+// A missing answer is no state, but the next state then counts as changed.
 void DaemonWatch::stateChanged(const Value& state) {
     const Value before = std::exchange(lastState_, state);
     if (!state.isDictionary())

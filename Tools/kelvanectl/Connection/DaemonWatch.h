@@ -9,19 +9,19 @@
 
 namespace kelvane::ctl {
 
-// Turns what comes from the daemon and of the connection into events: every connection and every loss once,
-// every change of the state dictionary, every call of the daemon with its arguments. Connects again for ever.
+// Turns the daemon's callbacks and connection changes into events: each connection and each loss once,
+// each change of the state dictionary, and each callback with its arguments. Reconnects for ever.
 //
-// On the main thread. `begin` after it is in a shared_ptr, `end` before it goes.
+// On the main thread. `begin` must be called once it is in a shared_ptr, `end` before it is destroyed.
 class DaemonWatch : public ClientTarget, public std::enable_shared_from_this<DaemonWatch> {
 public:
     DaemonWatch(std::shared_ptr<MainLoop> mainLoop, std::shared_ptr<const Bundle> bundle, EventWriter& events,
                 LinkBreaker& breaker);
 
     void begin();
-    // A connection that is open ends without an event.
+    // An open connection ends without an event.
     void end();
-    // For a daemon that does not answer: the loss is an event, with the reason.
+    // For a daemon that does not answer: the loss is an event with this reason.
     void reconnect(const std::string& reason);
     [[nodiscard]] bool wasEverConnected() const { return wasEverConnected_; }
 
@@ -46,7 +46,7 @@ private:
     BackupState state_;
     NotificationCenter::Observer connectionObserver_;
     NotificationCenter::Observer stateObserver_;
-    bool connected_ = false; // as last written
+    bool connected_ = false; // As last written.
     bool wasEverConnected_ = false;
     Value lastState_;
     std::string lossReason_;

@@ -7,7 +7,8 @@
 
 namespace kelvane::ctl {
 
-// Lets another thread end the link under a call in which the main thread waits. The proxy is not owned.
+// Lets another thread close the connection during a call that blocks the main thread. The proxy is not
+// owned.
 class LinkBreaker {
 public:
     void setProxy(std::weak_ptr<KelvaneProxy> proxy) {
@@ -15,7 +16,7 @@ public:
         proxy_.swap(proxy);
     }
 
-    // From any thread. The call answers 0 or nothing; nobody else hears of it.
+    // May be called on any thread. The call then returns 0 or nothing, and no delegate is notified.
     void breakLink() {
         std::shared_ptr<KelvaneProxy> proxy;
         {
@@ -24,7 +25,7 @@ public:
         }
         if (!proxy)
             return;
-        proxy->setSocket(nullptr); // also ends a write that finds no room
+        proxy->setSocket(nullptr); // Also ends a blocked write.
         proxy->close();
     }
 

@@ -4,8 +4,8 @@
 
 namespace kelvane::ctl {
 
-// Runs what has been posted to the loop until now, whatever `quit` came before. The last thing that a program
-// does with its loop, too: a task that is left over may hold what holds the loop.
+// Runs the tasks posted to the loop so far, even after `quit`. Also the last use of a loop in a program,
+// since a remaining task may own the object that owns the loop.
 inline void runPosted(PollLoop& loop) {
     bool done = false;
     loop.post([&] {

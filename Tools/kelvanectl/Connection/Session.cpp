@@ -14,9 +14,9 @@ namespace kelvane::ctl {
 namespace {
 
 constexpr std::chrono::milliseconds betweenAsking(300);
-constexpr int longPatience = 10; // times the usual one
+constexpr int longPatience = 10; // Times the usual timeout.
 
-// A daemon at its usual place is the user's service, where there is a service manager.
+// A daemon on the default socket is the user's service, if there is a service manager.
 std::string wayToStart(const std::string& path) {
     if (path != defaultDaemonPath())
         return "start it with \"kelvane-local-daemon --socket " + path + '"';
@@ -25,7 +25,7 @@ std::string wayToStart(const std::string& path) {
                : "start it with \"kelvane-local-daemon\"";
 }
 
-// Why nobody answers at a socket, as far as that can be seen from outside, and what to do.
+// Returns why nobody answers on a socket, as far as this process can tell, and what to do.
 std::string obstacleAt(const std::string& path) {
     struct stat status {};
     if (::stat(path.c_str(), &status) != 0 && errno != ENOENT)
@@ -59,15 +59,15 @@ Session::~Session() {
 
 bool Session::connect() {
     state_.onBegin();
-    loop_->run(); // until connected or out of time
+    loop_->run(); // Until connected or timed out.
     if (stands() && answerTimeout_ > timeout_)
         deadlineLoop_.post([this] { startDeadline(answerTimeout_); });
     return stands();
 }
 
 bool Session::confirm() {
-    // A failure that the last call took for its answer is not known here yet; it cannot answer the second one
-    // as well without having been reported.
+    // The last call may have returned because of a failure that has not been reported yet; a second call
+    // reports it.
     for (int attempt = 0; attempt < 2 && stands(); ++attempt) {
         const bool answered = state_.proxy()->call<"daemonState">().isDictionary();
         runPosted(*loop_);
@@ -109,13 +109,13 @@ void Session::connectionChanged() {
     loop_->quit();
 }
 
-// On the thread of the deadline, and before that starts.
+// Called on the deadline's thread, and before that starts.
 void Session::startDeadline(std::chrono::milliseconds duration) {
     deadline_ = deadlineLoop_.schedule(duration, MainLoop::Repeat::Once, [this] { expire(); });
 }
 
-// On the thread of the deadline. A proxy that is set too late to be broken is never called: whoever set it
-// looks at `expired_` before.
+// Called on the deadline's thread. A proxy that is set too late to be closed is never called, since
+// `expired_` is checked after setting it.
 void Session::expire() {
     expired_ = true;
     breaker_.breakLink();

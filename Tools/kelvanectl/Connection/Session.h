@@ -13,10 +13,10 @@
 
 namespace kelvane::ctl {
 
-// How long the daemon may take to answer.
+// The timeout for the daemon's answers.
 enum class Patience {
-    Usual, // as long as the whole command
-    Long,  // ten times that, for who waits for hours anyway: on a busy machine the daemon may be slow
+    Usual, // The timeout of the whole command.
+    Long,  // Ten times that, for commands that wait for hours: a busy daemon may be slow.
 };
 
 // The connection of a command that asks the daemon something and ends. The time for all of it runs from the
@@ -33,22 +33,23 @@ public:
     Session& operator=(const Session&) = delete;
 
     [[nodiscard]] bool connect();
-    // A call whose link is lost or that runs out of time answers 0 or nothing, as a call may that went well.
-    // True when what it answered was the daemon's own answer: the daemon still answers, and has taken every
-    // command before.
+    // A call that is cut off by a lost connection or a timeout returns 0 or nothing, which are also
+    // valid results. Returns true when the results so far came from the daemon: it still answers, and
+    // has received every call before.
     [[nodiscard]] bool confirm();
-    // Keeps the connection for so long, which does not count as time, or until it is lost.
+    // Keeps the connection open for this time, which does not count towards the timeout, or until it is
+    // lost.
     void wait(std::chrono::milliseconds duration);
-    // Lets go of the daemon: what is asked of the state from here on is answered from what is kept.
+    // Disconnects; the state then returns its stored values.
     void end();
 
     [[nodiscard]] BackupState& state() { return state_; }
     [[nodiscard]] const Bundle& bundle() const { return *bundle_; }
     [[nodiscard]] const std::string& daemonPath() const { return daemonPath_; }
     [[nodiscard]] bool wasLost() const { return lost_; }
-    // The connection as it has been until now.
+    // Whether the connection has been open without interruption.
     [[nodiscard]] bool stands() const { return connectedOnce_ && !lost_ && !expired_; }
-    // Why it does not stand, in a line.
+    // Returns the reason in one line when it has not.
     [[nodiscard]] std::string failure() const;
 
 private:
@@ -57,8 +58,8 @@ private:
     void expire();
 
     const std::string daemonPath_;
-    const std::chrono::milliseconds timeout_;       // for the connection
-    const std::chrono::milliseconds answerTimeout_; // from then on
+    const std::chrono::milliseconds timeout_;       // For connecting.
+    const std::chrono::milliseconds answerTimeout_; // For the answers after that.
     const std::shared_ptr<PollLoop> loop_ = std::make_shared<PollLoop>();
     const std::shared_ptr<NotificationCenter> notifications_ = std::make_shared<NotificationCenter>();
     const std::shared_ptr<const Bundle> bundle_;
@@ -74,14 +75,13 @@ private:
     std::thread deadlineThread_;
 };
 
-// One connection for all that `ask` asks. Success: every answer was the daemon's own. Anything else has been
-// complained about, and the answers mean nothing.
+// Runs `ask` on one connection. On success every result came from the daemon. Otherwise the failure has
+// been reported, and the results are invalid.
 [[nodiscard]] ExitStatus askDaemon(const CommandLine& line, const std::function<void(Session& session)>& ask,
                                    Patience patience = Patience::Usual);
 
-// Asks again and again over one connection until `ask` says that it has seen enough. When the connection is
-// lost, which it is when the daemon is being started again, it is made again and the question repeated. The
-// daemon is given long patience.
+// Repeats `ask` on one connection until it returns true. A lost connection, as during a restart of the
+// daemon, is established again and the query repeated. Uses the long timeout.
 [[nodiscard]] ExitStatus askUntil(const CommandLine& line, const std::function<bool(Session& session)>& ask);
 
 } // namespace kelvane::ctl

@@ -16,7 +16,7 @@ WatchGuard::WatchGuard(PollLoop& mainLoop, LinkBreaker& breaker, std::chrono::mi
       isAtWork_(std::move(isAtWork)),
       stoodStill_(std::move(stoodStill)),
       signals_(loop_, {SIGINT, SIGTERM}, [this](int) { interrupt(); }),
-      // Without events to wait for, only a reader that has gone is reported.
+      // Waits for no event, so that only a closed reader is reported.
       output_(loop_.watchDescriptor(STDOUT_FILENO, 0, [this] { outputClosed(); })),
       looking_(loop_.schedule(std::max(patience / 2, 1ms), MainLoop::Repeat::Always, [this] { look(); })),
       thread_([this] { loop_.run(); }) {}
@@ -28,7 +28,7 @@ WatchGuard::~WatchGuard() {
 }
 
 void WatchGuard::interrupt() {
-    // By a signal, because this thread, too, may have to wait for one that writes.
+    // Uses a signal because this thread, too, may be blocked by a writing thread.
     std::signal(SIGALRM, [](int) { ::_exit(0); });
     ::alarm(1);
     mainLoop_.quit();
@@ -36,7 +36,7 @@ void WatchGuard::interrupt() {
 }
 
 void WatchGuard::outputClosed() {
-    output_.stop(); // it would be reported again and again
+    output_.stop(); // Otherwise it would be reported again and again.
     interrupt();
 }
 

@@ -38,7 +38,7 @@ private:
     LinkBreaker& breaker_;
     const std::function<bool()> isAtWork_;
     const std::function<void()> stoodStill_;
-    std::atomic<bool> turned_{true}; // the main loop, since the last look
+    std::atomic<bool> turned_{true}; // Set by the main loop since the last check.
     std::atomic<bool> reported_{false};
 
     PollLoop loop_;

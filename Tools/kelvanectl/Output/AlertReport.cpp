@@ -28,7 +28,7 @@ std::string indentedLines(std::string_view text) {
     return lines;
 }
 
-// As a shell takes it literally.
+// Quotes a word for a shell.
 std::string shellWord(std::string_view text) {
     const bool isPlain = !text.empty() && std::ranges::all_of(text, [](unsigned char each) {
         return std::isalnum(each) != 0 ||
@@ -42,7 +42,7 @@ std::string shellWord(std::string_view text) {
     return '\'' + word + '\'';
 }
 
-// A verb alone where it says enough.
+// A verb alone when it is unambiguous.
 std::string commandFor(const StandingAlert& alert, const std::string& action) {
     const std::string_view verb = verbOf(action);
     const auto count =

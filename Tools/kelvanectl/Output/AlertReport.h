@@ -8,8 +8,8 @@
 
 namespace kelvane::ctl {
 
-// For each alert its severity and title, its text, since when it stands, and the commands that do something
-// about it.
+// Returns for each alert its severity and title, its text, when it was raised, and the commands for its
+// actions.
 [[nodiscard]] std::string alertsText(const std::vector<StandingAlert>& alerts);
 [[nodiscard]] nlohmann::ordered_json alertsJson(const std::vector<StandingAlert>& alerts);
 

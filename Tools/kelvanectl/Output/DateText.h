@@ -6,8 +6,8 @@
 
 namespace kelvane::ctl {
 
-// In local time, as the user's locale has it; "2025-01-02 03:04" where that is the C locale, whose own form
-// leaves it open which number is the month.
+// Returns local time in the format of the user's locale; "2025-01-02 03:04" in the C locale, whose own
+// format is ambiguous.
 [[nodiscard]] std::string dateText(Date date);
 
 } // namespace kelvane::ctl

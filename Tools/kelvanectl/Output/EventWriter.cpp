@@ -13,7 +13,7 @@ namespace {
 
 using Clock = std::chrono::system_clock;
 
-// "12:03:04.567" in local time, or "2025-01-02T11:03:04.567Z".
+// Returns "12:03:04.567" in local time, or "2025-01-02T11:03:04.567Z".
 std::string timeText(Clock::time_point now, bool forPrograms) {
     const std::time_t seconds = Clock::to_time_t(std::chrono::floor<std::chrono::seconds>(now));
     const auto milliseconds =

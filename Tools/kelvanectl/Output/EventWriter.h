@@ -10,17 +10,18 @@
 
 namespace kelvane::ctl {
 
-// Writes the lines of `watch`, each at once and as a whole: time, event and detail for people, one object for
-// programs. On the main thread.
+// Writes the lines of `watch`, each at once and as a whole: time, event and detail as text, or one JSON
+// object. On the main thread.
 class EventWriter {
 public:
-    // `failed` is called once, when standard output takes no more.
+    // `failed` is called once, when writing to standard output fails.
     EventWriter(bool json, std::function<void(int error)> failed);
 
-    // `members` is an object with what a program gets beside time and event.
+    // `members`: a JSON object with the members other than time and event.
     void write(std::string_view event, const std::string& detail, const nlohmann::ordered_json& members);
 
-    // Whether a line waits for a slow reader, or was written since this was asked before. Any thread.
+    // Whether a write is blocked by a slow reader, or a line was written since the last call. Any
+    // thread.
     [[nodiscard]] bool wasActive() { return wrote_.exchange(false) || writing_; }
 
 private:

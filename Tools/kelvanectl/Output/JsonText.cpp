@@ -7,8 +7,8 @@
 namespace kelvane::ctl {
 namespace {
 
-// Those controls that the writer lets through: delete, and those beyond ASCII. Only texts hold them, and
-// there an escape says the same. (The others that are left are its own line ends.)
+// Escapes the control characters that the JSON writer does not: delete, and those beyond ASCII. Only
+// strings contain them. (The remaining ones are the writer's own line breaks.)
 std::string withControlsEscaped(const std::string& json) {
     constexpr std::string_view digits = "0123456789abcdef";
     std::string text;

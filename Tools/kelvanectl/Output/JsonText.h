@@ -5,8 +5,8 @@
 
 namespace kelvane::ctl {
 
-// With a line end. On one line, or on as many as make it easy to read. Text that is no UTF-8 is mended;
-// no control character stands in it as itself.
+// Returns the JSON with a line break at the end, on one line or indented. Invalid UTF-8 is replaced, and
+// control characters are escaped.
 [[nodiscard]] std::string jsonText(const nlohmann::ordered_json& json, bool onOneLine);
 
 } // namespace kelvane::ctl

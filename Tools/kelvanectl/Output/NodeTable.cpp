@@ -15,10 +15,10 @@ namespace {
 enum Column : std::size_t { State, Size, BackupDate, Flags, columnCount };
 using Cells = std::array<std::string, columnCount>;
 
-// By the number of the colour.
+// Indexed by the number of the colour.
 struct Look {
-    std::string_view word; // for a daemon that does not describe the item itself
-    std::string_view code; // that a terminal takes
+    std::string_view word; // For a daemon that does not send a description of the item.
+    std::string_view code; // The colour code for terminals.
 };
 constexpr std::array<Look, std::size(backupColorNames)> looks{{{"-", ""},
                                                                {"Not backed up", "31"},
@@ -32,7 +32,7 @@ const Look& lookOf(const KelvaneFileNode& node) {
     return looks.at(color < looks.size() ? color : 0);
 }
 
-// The rule behind a state is one for `info`, which has room for it.
+// The rule that decides is shown only by `info`.
 std::string stateText(const KelvaneFileNode& node, Columns columns) {
     const std::string state = node.state();
     if (state.empty())
@@ -40,14 +40,15 @@ std::string stateText(const KelvaneFileNode& node, Columns columns) {
     return printable(columns == Columns::WithFlags ? state : state.substr(0, state.find(": ")));
 }
 
-// The number of a folder's own bytes means nothing to anybody.
+// The size of a folder's own entry is not useful.
 std::string sizeCell(const KelvaneFileNode& node, Columns columns) {
     if (node.isDirectory())
         return "-";
     return columns == Columns::WithFlags ? std::to_string(node.sizeValue()) : shortSizeText(node.sizeValue());
 }
 
-// "Backup,BackedUp,Folder": what is set, without what all names begin with. "-": nothing.
+// Returns the names of the set flags without their common prefix, such as "Backup,BackedUp,Folder"; "-"
+// for none.
 std::string flagWords(std::uint32_t word) {
     constexpr std::size_t prefix = std::string_view("Backup_").size();
     std::string words;
@@ -114,7 +115,7 @@ std::string jsonOf(const std::vector<NodeRow>& rows) {
 
 ExitStatus finishWithNodes(const CommandLine& line, const std::vector<NodeRow>& rows, Columns columns) {
     for (const NodeRow& row : rows)
-        row.node->flush(); // what a daemon sends along of what is in it would count as its size
+        row.node->flush(); // Contents that the daemon has sent along would be added to its size.
     return finishWith(line.settings().json ? jsonOf(rows) : textOf(rows, columns));
 }
 

@@ -11,7 +11,7 @@ namespace kelvane::ctl {
 struct NodeRow {
     FileNodeRef node;
     std::string name;
-    unsigned level = 0; // how far the name is indented
+    unsigned level = 0; // The indentation of the name.
 };
 
 enum class Columns { Usual, WithFlags };

@@ -8,7 +8,7 @@
 
 namespace kelvane::ctl {
 
-// Rows of a label and a text, the texts under each other.
+// Rows of a label and a text, with the texts aligned.
 class Rows {
 public:
     void add(std::string_view label, std::string_view text) {

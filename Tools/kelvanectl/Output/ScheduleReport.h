@@ -9,7 +9,7 @@
 
 namespace kelvane::ctl {
 
-// What a daemon with the extension "schedule" says; none and empty where it does not say.
+// The entries of a daemon with the extension "schedule"; none or empty when it does not send them.
 struct ScheduleReport {
     std::optional<Date> lastBackup;
     std::optional<Date> nextBackup;
@@ -22,14 +22,15 @@ struct ScheduleReport {
     std::string lastVerification;
 };
 
-// None when the daemon does not name the extension.
+// Returns none when the daemon does not support the extension.
 [[nodiscard]] std::optional<ScheduleReport> scheduleReport(const BackupState& state);
 
-// The last and the next backup, and the destination.
+// Adds the last and the next backup, and the destination.
 void addTo(Rows& rows, const ScheduleReport& report);
-// "3.20 MB/s, about 4 minutes left"; empty when neither is known.
+// Returns, for example, "3.20 MB/s, about 4 minutes left"; empty when both are unknown.
 [[nodiscard]] std::string progressText(const ScheduleReport& report);
-// Under the keys of the daemon's state; null where it does not say. Dates are ISO 8601 in UTC.
+// Adds the entries under the keys of the daemon's state, null for missing ones. Dates are ISO 8601 in
+// UTC.
 void addTo(nlohmann::ordered_json& json, const ScheduleReport& report);
 
 } // namespace kelvane::ctl

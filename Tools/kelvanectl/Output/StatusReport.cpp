@@ -78,7 +78,7 @@ void addAccount(Rows& rows, const StatusReport& report) {
     rows.add("Daemon", report.daemonPath);
 }
 
-// What the alerts below it explain.
+// Adds warnings that the alerts below explain.
 void addTroubles(Rows& rows, const StatusReport& report) {
     if (report.hasUnreadFiles)
         rows.add("Unreadable", "some files could not be read and are not backed up");
@@ -138,7 +138,7 @@ StatusReport statusReport(const BackupState& state, const Bundle& bundle, std::s
     report.mode = daemonMode(report.pausedMinutes, state.recoverMode(), report.connected);
     report.serviceState = state.serviceState();
     if (report.serviceState == ServiceState::Disabled)
-        report.mode = DaemonMode::Disabled; // it answers all the same
+        report.mode = DaemonMode::Disabled; // A disabled daemon still answers.
     report.serviceStateText = stringForKelvaneServiceState(report.serviceState, bundle);
     report.backedUp = {ifAvailable(state.backedUpFileCountAvailable(), state.backedUpFileCount()),
                        ifAvailable(state.backedupFileSizeAvailable(), state.backedupFileSize())};

@@ -10,11 +10,11 @@
 
 namespace kelvane::ctl {
 
-// What `status` shows. Without a connection only the mode, the account and whether the quota is limited mean
-// anything, and the latter two are as they were when the daemon was last reached.
+// The contents of `status`. Without a connection only the mode, the account and the quota are valid, and
+// the latter two are from the last connection.
 struct StatusReport {
     struct Amount {
-        std::optional<std::uint32_t> files; // none: the daemon does not say yet
+        std::optional<std::uint32_t> files; // None while the daemon does not know it yet.
         std::optional<std::uint64_t> bytes;
     };
 
@@ -24,7 +24,7 @@ struct StatusReport {
     std::uint32_t pausedMinutes = 0;
 
     ServiceState serviceState{};
-    std::string serviceStateText; // empty for a code that has no name
+    std::string serviceStateText; // Empty for an unknown code.
     Amount backedUp;
     Amount pending;
     std::string currentBackupFile;
@@ -35,8 +35,8 @@ struct StatusReport {
     bool hasUnreadFiles = false;
     std::uint64_t damagedFiles = 0;
     bool listsAlerts = false;
-    std::vector<StandingAlert> alerts; // the worst first
-    std::string verification;          // its outcome and date, or that it is running; empty: not known
+    std::vector<StandingAlert> alerts; // The most severe first.
+    std::string verification;          // Its outcome and date, or that it is running; empty when unknown.
     std::optional<ScheduleReport> schedule;
 
     std::string userEmail;
@@ -48,7 +48,7 @@ struct StatusReport {
     std::uint32_t quotaMB = 0;
 };
 
-// Asks the daemon for what it does not send with its state.
+// Queries the daemon for the values that are not in its state.
 [[nodiscard]] StatusReport statusReport(const BackupState& state, const Bundle& bundle,
                                         std::string daemonPath);
 

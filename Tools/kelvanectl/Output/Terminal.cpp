@@ -18,7 +18,7 @@
 namespace kelvane::ctl {
 namespace {
 
-// Up to here the short form would be no shorter.
+// Up to this size the short form would not be shorter.
 constexpr std::uint64_t largestPlainSize = 1000;
 
 bool writeAll(int descriptor, const void* bytes, std::size_t count) {
@@ -35,18 +35,18 @@ bool writeAll(int descriptor, const void* bytes, std::size_t count) {
 }
 
 ExitStatus finished(bool written) {
-    if (written || errno == EPIPE) // whoever reads it has seen enough
+    if (written || errno == EPIPE) // A reader that has closed the pipe is no error.
         return ExitStatus::Success;
     return complain(ExitStatus::Usage, std::string("cannot write to standard output: ") + errorText());
 }
 
 bool isEscape(std::string_view text) {
-    constexpr std::size_t length = 4; // "\x0a"
+    constexpr std::size_t length = 4; // As in "\x0a".
     const auto isDigit = [](char each) { return std::isxdigit(static_cast<unsigned char>(each)) != 0; };
     return text.size() >= length && text.starts_with("\\x") && isDigit(text[2]) && isDigit(text[3]);
 }
 
-// Control characters, and the first byte where `isEscaped` says so.
+// Escapes control characters, and bytes for which `isEscaped` returns true.
 template <class IsEscaped>
 std::string escaped(std::string_view text, IsEscaped isEscaped) {
     std::string line;
@@ -85,7 +85,7 @@ ExitStatus finishWith(std::span<const std::uint8_t> output) {
 
 ExitStatus complain(ExitStatus status, std::string_view reason) {
     const std::string line = "kelvanectl: " + printable(reason) + '\n';
-    // There is nowhere left to report a failure of this.
+    // A failure here cannot be reported anywhere.
     static_cast<void>(writeAll(STDERR_FILENO, line.data(), line.size()));
     return status;
 }
@@ -106,7 +106,7 @@ std::size_t controlLength(std::string_view text) {
     const unsigned last = byte(2);
     const bool isMark = byte(1) == 0x80 && (isBetween(last, 0x8E, 0x8F) || isBetween(last, 0xA8, 0xAE));
     const bool isIsolate = byte(1) == 0x81 && isBetween(last, 0xA6, 0xA9);
-    return byte(0) == 0xE2 && (isMark || isIsolate) ? 3 : 0; // U+200E, U+2028 and their like
+    return byte(0) == 0xE2 && (isMark || isIsolate) ? 3 : 0; // U+200E, U+2028 and similar.
 }
 
 std::string printable(std::string_view text) {
@@ -125,7 +125,7 @@ bool isColorTerminal() {
 }
 
 std::size_t columnsOf(std::string_view text) {
-    // Not the user's locale, which may be of another character set.
+    // Not the user's locale, which may have a different character encoding.
     static const locale_t unicode = ::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
     const locale_t before = ::uselocale(unicode);
     std::size_t columns = 0;
