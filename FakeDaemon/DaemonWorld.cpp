@@ -18,8 +18,8 @@ constexpr std::uint32_t checkedAndEnabled = Backup_Simple_Checked | Backup_Simpl
 enum class Store { State, Values };
 enum class Type { Number, Bool };
 
-// A method that only reads or writes one entry. A getter that is missing here reads the entry of its own
-// name.
+// A method that reads or writes a single entry. A getter that is missing here reads the entry with its
+// own name.
 struct Property {
     std::string_view getter;
     std::string_view setter;
@@ -77,7 +77,7 @@ void noteEndOfPause(DaemonWorld& world, std::uint32_t minutes) {
         state.set(statekey::pausedUntil, dateFromTime(std::time(nullptr) + std::int64_t{60} * minutes));
 }
 
-// Whatever is more than one entry.
+// A method that affects more than one entry.
 struct Method {
     std::string_view selector;
     Value (*handle)(DaemonWorld&, const Array&);
@@ -156,7 +156,7 @@ constexpr Method methods[] = {
          world.include(arguments[0].stringValue(), false);
          return Value();
      }},
-    // A file that is not known cannot be excluded.
+    // An unknown file cannot be excluded.
     {"excludeFileFromBackup:",
      [](DaemonWorld& world, const Array& arguments) {
          world.exclude(arguments[0].stringValue(), true);

@@ -9,29 +9,28 @@
 
 namespace kelvane {
 
-// What a fake daemon knows, and how the calls of its panes change it. Plain values, without threads and
-// without a link.
+// The data of a fake daemon, and how calls of its panes change it. Plain values, without threads or
+// connections.
 struct DaemonWorld {
-    Value state = Dictionary(); // what `daemonState` answers
-    // By selector: what a method without arguments answers, unless the state says it.
+    Value state = Dictionary(); // The result of `daemonState`.
+    // Results of methods without arguments, by selector, unless the state has them.
     Value values = Dictionary();
-    Value profile = Dictionary();     // texts
-    Value fileTypes = Dictionary();   // toggles
-    Value restoreJobs = Dictionary(); // by number in decimal: status codes
-    // By state code in decimal: what the three methods "...ForState:" answer.
+    Value profile = Dictionary();     // Values are texts.
+    Value fileTypes = Dictionary();   // Values are flags.
+    Value restoreJobs = Dictionary(); // Status codes by job number in decimal.
+    // The results of the three methods "...ForState:", by state code in decimal.
     Value progress = Dictionary();
-    // Node dictionaries with their "path", in the order in which a folder lists them. The boot volume's path
+    // Node dictionaries with their "path", in the order of the folder's listing. The boot volume's path
     // is "/".
     std::vector<Value> files;
     std::vector<std::string> volumes;
-    std::string bootVolume = "System"; // files may also be asked for below "/Volumes/<this>"
+    std::string bootVolume = "System"; // Paths may also begin with "/Volumes/" and this name.
 
-    // Adds a node with the folder's or file's name, its colour and flags those of one that is backed up, or
-    // not.
+    // Adds a node with the name, colour and flags of a file or folder that is backed up, or is not.
     void addFile(const std::string& path, bool isDirectory, std::uint64_t size, bool isBackedUp);
 
-    // Applies one call of KelvaneDaemonProtocol and gives its answer: absent for a void method, and where the
-    // world has nothing to say.
+    // Applies a call of KelvaneDaemonProtocol and returns its result: absent for a void method, and for
+    // one without a value.
     [[nodiscard]] Value handle(std::string_view selector, const Array& arguments);
 
     [[nodiscard]] Value* file(const std::string& path);
@@ -43,11 +42,10 @@ struct DaemonWorld {
     [[nodiscard]] std::string ownPath(const std::string& path) const;
 };
 
-// The account and files of somebody who has used the service for a while.
+// Returns the account and files of a user who has used the service for a while.
 [[nodiscard]] DaemonWorld demoWorld();
 
-// The demo account's daemon with the extensions whose answers are in its state: "alerts", "schedule" and
-// "verify".
+// Adds the extensions "alerts", "schedule" and "verify" of the demo account's daemon to its state.
 void addDemoExtensions(DaemonWorld& world);
 
 } // namespace kelvane

@@ -9,9 +9,9 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto patience = 10s;
-constexpr auto paneTimeout = 10s; // a pane that does not read is given up
+constexpr auto paneTimeout = 10s; // The connection of a pane that does not read is closed after this time.
 
-// KelvaneExtendedDaemonProtocol with an object as every result: the daemon says what travels.
+// KelvaneExtendedDaemonProtocol with an object as every result, so that the daemon chooses the encoding.
 Protocol answeredMethods() {
     static const auto* const types = [] {
         auto* made = new std::vector<std::string>;
@@ -28,7 +28,7 @@ Protocol answeredMethods() {
     return *table;
 }
 
-// As an object of exactly the method's result type.
+// Converts the result to an object of exactly the method's result type.
 Value converted(const Value& answer, std::string_view selector) {
     const auto signature =
         MethodSignature::fromTypes(findMethod(KelvaneExtendedDaemonProtocol, selector)->types);
@@ -41,7 +41,7 @@ Value converted(const Value& answer, std::string_view selector) {
 
 } // namespace
 
-// One connection. Its proxy calls it on the receive thread.
+// A connection. Its proxy calls it on the receive thread.
 class FakeDaemon::Pane : public InvocationTarget,
                          public SocketDelegate,
                          public std::enable_shared_from_this<FakeDaemon::Pane> {
@@ -57,7 +57,7 @@ public:
         proxy->setSocket(socket);
     }
 
-    // Makes garbage of the empty response that follows: it becomes this one's payload.
+    // Corrupts the empty response that follows, which becomes the payload of this one.
     void spoilResponse() const {
         static_cast<void>(socket->sendString(frameMarker));
         static_cast<void>(socket->sendInt(responseFrame));
@@ -81,7 +81,7 @@ private:
 public:
     const std::shared_ptr<KelvaneSocket> socket;
     const std::shared_ptr<KelvaneProxy> proxy = KelvaneProxy::create();
-    bool isClosed = false; // guarded by the daemon's mutex
+    bool isClosed = false; // Guarded by the daemon's mutex.
 };
 
 class FakeDaemon::Listener : public SocketDelegate {
@@ -101,7 +101,7 @@ FakeDaemon::~FakeDaemon() {
     std::unique_lock guard(mutex_);
     while (
         !std::all_of(sockets_.begin(), sockets_.end(), [](const auto& socket) { return socket.expired(); }))
-        changed_.wait_for(guard, 1ms); // nobody tells of a thread's end
+        changed_.wait_for(guard, 1ms); // The end of a thread causes no notification.
 }
 
 bool FakeDaemon::start() {
@@ -122,7 +122,7 @@ void FakeDaemon::stop() {
         listener.swap(listener_);
     }
     if (listener) {
-        listener->close(); // no pane is added after this
+        listener->close(); // No pane is added after this.
         ::unlink(path_.c_str());
     }
     closePanes();

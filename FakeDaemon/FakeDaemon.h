@@ -16,7 +16,7 @@ namespace kelvane {
 
 struct ReceivedCall {
     std::string selector;
-    Array arguments; // numbers as the method's types have them
+    Array arguments; // Numbers have the method's argument types.
 
     friend bool operator==(const ReceivedCall&, const ReceivedCall&) = default;
 };
@@ -39,13 +39,14 @@ public:
     FakeDaemon(const FakeDaemon&) = delete;
     FakeDaemon& operator=(const FakeDaemon&) = delete;
 
-    // False when it cannot listen.
+    // Returns false when it cannot listen.
     [[nodiscard]] bool start();
-    // As if its process had died, but without a stale file: panes find nobody until the next `start`.
+    // Behaves as if its process had died, but leaves no socket file: panes cannot connect until the next
+    // `start`.
     void stop();
-    // Listens on.
+    // Keeps listening.
     void closePanes();
-    // False when the number of panes does not come true within ten seconds of real time.
+    // Returns false when there is a different number of panes after ten seconds of real time.
     [[nodiscard]] bool waitForPanes(std::size_t count);
 
     [[nodiscard]] DaemonWorld world() const;
@@ -53,29 +54,31 @@ public:
     void setState(std::string_view key, Value value);
 
     using Answer = std::function<Value(const Array& arguments)>;
-    // Instead of the world's answer, and exactly as it is, of whatever kind; an absent one makes an empty
+    // Overrides the world's result with exactly this value of any type; an absent value makes an empty
     // response.
     void answer(const std::string& selector, Value value);
     void answerWith(const std::string& selector, Answer answer);
-    // A response that is no property list.
+    // Answers with a response that is no property list.
     void answerWithGarbage(const std::string& selector);
     void answerAsUsual(const std::string& selector);
-    // After so many answers, the next call of the selector costs the pane that makes it its link, in place of
-    // an answer. Calls after that are answered again.
+    // After so many answers, the next call of the selector closes the calling pane's connection instead
+    // of being answered. Later calls are answered again.
     void breakLinkAt(const std::string& selector, int answersBefore = 0);
-    // Calls of the selector ("" for all) get no answer while the token lives. Must not outlive the daemon.
+    // Calls of the selector ("" for all) get no answer while the token exists. It must not outlive the
+    // daemon.
     using Hold = std::shared_ptr<void>;
     [[nodiscard]] Hold hold(const std::string& selector);
 
-    // Throws as KelvaneProxy does when KelvaneClientProtocol has no such method or the arguments do not fit.
+    // Throws like KelvaneProxy when KelvaneClientProtocol has no such method or the arguments do not
+    // fit.
     void callPanes(std::string_view selector, const std::vector<Value>& arguments);
-    // Bytes that need not be a frame.
+    // Sends bytes that need not be a valid frame.
     void sendToPanes(const Data& bytes);
 
     [[nodiscard]] std::vector<ReceivedCall> calls() const;
     [[nodiscard]] std::size_t callCount(std::string_view selector) const;
     void forgetCalls();
-    // False when so many calls do not come within ten seconds of real time.
+    // Returns false when fewer calls arrive within ten seconds of real time.
     [[nodiscard]] bool waitForCalls(std::string_view selector, std::size_t count = 1);
 
 private:
@@ -91,18 +94,18 @@ private:
 
     const std::string path_;
 
-    // Guards what follows; never held while sending, answering or closing.
+    // Guards the members below; never held while sending, answering or closing.
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     DaemonWorld world_;
     std::map<std::string, Answer, std::less<>> answers_;
     std::set<std::string, std::less<>> garbage_;
-    std::map<std::string, int, std::less<>> breaks_; // answers that go before each
+    std::map<std::string, int, std::less<>> breaks_; // Answers before each break.
     std::multiset<std::string, std::less<>> held_;
     std::vector<ReceivedCall> calls_;
     std::shared_ptr<KelvaneSocket> listener_;
     std::vector<std::shared_ptr<Pane>> panes_;
-    std::vector<std::weak_ptr<KelvaneSocket>> sockets_; // alive for as long as one of their threads is
+    std::vector<std::weak_ptr<KelvaneSocket>> sockets_; // Exist for as long as one of their threads does.
 };
 
 } // namespace kelvane

@@ -10,7 +10,7 @@ namespace kelvane {
 namespace {
 
 constexpr int scriptError = 2;
-constexpr double longestWait = 86'400; // seconds
+constexpr double longestWait = 86'400; // In seconds.
 
 } // namespace
 

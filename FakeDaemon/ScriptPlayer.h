@@ -26,7 +26,7 @@ class ScriptPlayer {
 public:
     ScriptPlayer(FakeDaemon& daemon, PollLoop& loop) : daemon_(daemon), loop_(loop) {}
 
-    // Any part of the script; a line is taken when its end has come.
+    // Takes any part of the script; a line is executed when it is complete.
     void add(std::string_view text);
     // The last line needs no line feed.
     void end();

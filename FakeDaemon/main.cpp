@@ -1,4 +1,4 @@
-// kelvane-fake-daemon: a backup daemon that plays a script, for demos, screenshots and trying things out.
+// kelvane-fake-daemon: a backup daemon that plays a script, for demos, screenshots and experiments.
 
 #include "FakeDaemon/ScriptPlayer.h"
 #include "Foundation/Format.h"
@@ -28,7 +28,7 @@ struct Options {
     bool hasExtensions = false;
 };
 
-// Feeds the script to the player as it comes, so that a pipe can go on giving orders.
+// Passes the script to the player as it arrives, so that a pipe can send further commands.
 void readScript(PollLoop& loop, PollLoop::Watch& watch, int descriptor, ScriptPlayer& player) {
     watch = loop.watchDescriptor(descriptor, POLLIN, [&watch, &player, descriptor] {
         std::array<char, 4096> block{};
@@ -48,7 +48,7 @@ int serve(const Options& options) {
     DaemonWorld world = options.isEmpty ? DaemonWorld() : demoWorld();
     if (options.hasExtensions)
         addDemoExtensions(world);
-    world.bootVolume = Volumes::current().bootVolume().name; // as panes on this machine name it
+    world.bootVolume = Volumes::current().bootVolume().name; // The name that panes on this machine use.
     FakeDaemon daemon(options.socket, std::move(world));
     daemon.answerWith("terminate", [&loop](const Array&) {
         loop.quit();
