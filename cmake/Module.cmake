@@ -29,7 +29,7 @@ function(kelvane_module name)
     target_link_libraries(${target} ${scope} ${MODULE_LINKS})
 endfunction()
 
-# Links each header that stands directly in `folder` to the same relative path below `destination`.
+# Links each header directly in `folder` to the same relative path below `destination`.
 function(kelvane_publish_headers folder destination)
     file(GLOB headers CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/${folder}/*.h")
     file(REMOVE_RECURSE "${destination}")

@@ -1,19 +1,20 @@
-# What every source file of the project is compiled with.
+# Compiler options for every source file of the project.
 add_library(kelvane_options INTERFACE)
 target_compile_options(kelvane_options INTERFACE
     -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wold-style-cast -Wnon-virtual-dtor
     -Woverloaded-virtual -Wcast-align -Wformat=2 -Wundef -Werror
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=
-    # g++ counts the names of an enum class as shadowing what stands around it.
+    # g++ treats the enumerators of an enum class as shadowing outer names.
     $<IF:$<CXX_COMPILER_ID:GNU>,-Wshadow=local,-Wshadow>)
-# In every build, so that an empty optional that is read fails a test and not only what is shipped.
+# In every build, so that tests also catch the access to an empty optional in the released
+# program.
 target_compile_definitions(kelvane_options INTERFACE _GLIBCXX_ASSERTIONS)
 if(CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo")
     target_compile_definitions(kelvane_options INTERFACE _FORTIFY_SOURCE=2)
     target_compile_options(kelvane_options INTERFACE -fstack-protector-strong)
 endif()
 
-# For what a program says to --version.
+# The version that --version prints.
 add_library(kelvane_version INTERFACE)
 target_compile_definitions(kelvane_version INTERFACE KELVANE_VERSION="${PROJECT_VERSION}")
 
