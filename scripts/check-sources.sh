@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# What can be seen without building: formatting, includes that leave their module, sizes of files.
+# Checks that need no build: formatting, includes from outside the module, sizes of files.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

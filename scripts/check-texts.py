@@ -18,7 +18,8 @@ folders = ("PreferencePane", "Support")
 string_table = root / "PreferencePane/Resources/en.lproj/Localizable.strings"
 information = root / "PreferencePane/Plugin/Info.plist.in"
 
-# Where the keys stand that a file looks up by variable. None for what only passes on the literals of others.
+# The sources of keys that a file looks up by variable. None for a file that only passes on
+# literals of others.
 tables = {
     "PreferencePane/AuthorizationView.cpp": ("problemTexts",),
     "PreferencePane/AuthorizationView.h": (),
@@ -27,7 +28,7 @@ tables = {
     "PreferencePane/Backup/ExcludeTableModel.cpp": ("columnNames",),
     "PreferencePane/Browser/BrowserPaths.cpp": ("notBackedUp", "stateTexts"),
     "PreferencePane/Help/HelpController.cpp": (),
-    "PreferencePane/PaneControllerDaemon.cpp": (),  # names of markets have a table of their own
+    "PreferencePane/PaneControllerDaemon.cpp": (),  # Names of markets are in a table of their own.
     "PreferencePane/PaneView.cpp": ("tabTitles",),
     "PreferencePane/Restore/RestoreTabController.cpp": (),
     "PreferencePane/Restore/RestoreTabLocation.cpp": (),

@@ -112,7 +112,7 @@ def main():
         daemon = Daemon(root, home, "second.log")
         try:
             daemon.wait_for(8)
-            time.sleep(10)  # what the daemon does of its own accord after its start
+            time.sleep(10)  # The daemon's own work after its start.
             print(f"start with the index, scan {daemon.logged('scan has found'):.2f} s")
             before = daemon.processor_time()
             time.sleep(30)

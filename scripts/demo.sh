@@ -52,7 +52,7 @@ start_server() {
     rclone serve restic --addr "127.0.0.1:$port" --bwlimit 4M "$folder/served" >>"$folder/rclone.log" 2>&1 &
     server=$!
 }
-# What is under way meets a server that is gone for three seconds.
+# Makes the server unavailable for three seconds during the next operation.
 break_server() {
     kill -9 "$server"
     wait "$server" 2>/dev/null || true
@@ -112,7 +112,8 @@ say "a repository behind a server at 127.0.0.1:$port"
 mkdir "$folder/served"
 make_home
 for number in 1 2 3; do
-    head -c 10000000 /dev/urandom >"$home/large $number" # what takes a while on a slow line
+    # Large enough to take a while on a slow connection.
+    head -c 10000000 /dev/urandom >"$home/large $number"
 done
 cp -a "$home"/large* "$folder/kept"
 start_server

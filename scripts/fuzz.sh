@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds the fuzz targets and runs each for some seconds (60 unless told) on a copy of its seeds. What it finds is left
-# in build/fuzz/findings, and fails the run.
+# Builds the fuzz targets and runs each for a number of seconds (default: 60) on a copy of its
+# seeds. Findings are left in build/fuzz/findings and make the script fail.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-60}

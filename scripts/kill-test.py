@@ -25,13 +25,13 @@ import trees
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BUILDS = ["build/dev", "build/release", "build/asan"]
-PATIENCE = 90.0  # seconds until something that does not happen counts as failed
-LATEST_KILL = 2.5  # seconds after the order
+PATIENCE = 90.0  # Seconds until an expected event counts as missing.
+LATEST_KILL = 2.5  # Seconds after the request.
 FILES = 300
 LARGE_FILES = 3
 LARGE = 8_000_000  # bytes
 STAGING = ".kelvane-restore-"
-RUNNING = 50  # the status of a job that has not ended, and above
+RUNNING = 50  # The lowest status of a job that has not ended.
 
 
 class Failure(Exception):
@@ -116,7 +116,7 @@ class World:
                         and str(self.folder).encode() in (entry / "environ").read_bytes():
                     found.append(int(entry.name))
             except OSError:
-                pass  # it has ended
+                pass  # The process has ended.
         return found
 
     def kill(self, victims):
@@ -173,7 +173,7 @@ class World:
 
     def check_repository(self):
         if not (self.folder / "repository/config").exists():
-            return  # killed before there was one
+            return  # It was killed before there was a process.
         run = subprocess.run(["restic", "check", "--no-lock"], capture_output=True, text=True,
                              env=dict(self.environment, RESTIC_REPOSITORY=str(self.folder / "repository"),
                                       RESTIC_PASSWORD_FILE=str(self.folder / "key")))

@@ -24,7 +24,7 @@ import time
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BUILDS = ["build/dev", "build/release", "build/asan"]
 LATEST_RETURN = 1.2  # seconds
-PATIENCE = 20.0  # seconds until something that does not happen counts as failed
+PATIENCE = 20.0  # Seconds until an expected event counts as missing.
 
 
 class Failure(Exception):
@@ -72,7 +72,7 @@ class Daemon:
         if self.process:
             self.process.send_signal(signal.SIGKILL)
             self.process.wait()
-            # What a killed daemon leaves behind must not be mistaken for the next one.
+            # The socket file of a killed daemon must not be mistaken for the next daemon.
             self.socket.unlink(missing_ok=True)
 
 
@@ -136,7 +136,7 @@ def run(count, build, folder):
         daemon.start()
         watcher.expect("connected")
         for number in range(1, count + 1):
-            time.sleep(chance.choice([0, 0.01, 0.1, 0.3]))  # in the middle of the first poll, or behind it
+            time.sleep(chance.choice([0, 0.01, 0.1, 0.3]))  # During the first poll or after it.
             watcher.expect_nothing_more()
             killed = time.monotonic()
             daemon.kill()
@@ -146,7 +146,7 @@ def run(count, build, folder):
             if returns[-1] > LATEST_RETURN:
                 raise Failure(f"restart {number}: back only after {returns[-1]:.2f} s")
             if first is None:
-                time.sleep(2.2)  # until everything of the first connection is gone
+                time.sleep(2.2)  # Until all threads of the first connection have ended.
                 first = watcher.resources()
         last = watcher.settled_resources(first)
         watcher.expect_nothing_more()

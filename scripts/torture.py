@@ -27,9 +27,9 @@ from torture.world import Finding, Workshop, clear, enter_private_mounts
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BUILDS = ["build/dev", "build/release", "build/asan"]
 SEEDS = ROOT / "scripts/torture/seeds.txt"
-CONDITIONS = ["user", "memory"]  # the daemon does not run as root; folders in memory
+CONDITIONS = ["user", "memory"]  # The user who runs the daemon is not root; folders in memory.
 KINDS = list(edits.ALL) + list(events.ALL) + list(events.DAMAGES) + TRAITS + CONDITIONS
-MOST_TRIES = 12  # to find fewer events that still fail
+MOST_TRIES = 12  # Rounds to find fewer events that still fail.
 
 
 def find_build(named):
@@ -58,7 +58,7 @@ def attempt(workshop, folder, seed, kinds, keep, skipped=()):
         round_.run()
     except Finding as found:
         finding = str(found)
-    except Exception:  # a fault of this script must not pass for a round that went well
+    except Exception:  # An error of this script must not count as a successful round.
         finding = "this script: " + traceback.format_exc()
     round_.world.close(keep and finding)
     if not (keep and finding):
@@ -131,13 +131,13 @@ def within(rounds, seconds):
 
 def run(options, base):
     workshop = Workshop(base, find_build(options.build))
-    kinds_from(options.events)  # says what is not right in it before anything begins
+    kinds_from(options.events)  # Reports an invalid plan before anything starts.
     failed, done, begin = [], 0, time.monotonic()
     slots = multiprocessing.BoundedSemaphore(options.jobs)
 
     def jobs():
         for seed, kinds_text in rounds_of(options):
-            slots.acquire()  # a round is taken when it can be begun
+            slots.acquire()  # Rounds are assigned as workers become free.
             yield workshop, base, seed, kinds_text, options
 
     with multiprocessing.Pool(options.jobs, enter_private_mounts) as pool:

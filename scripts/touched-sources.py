@@ -34,7 +34,7 @@ def base_of_change():
     head = commit("HEAD")
     for branch in "origin/main", "main":
         if commit(branch):
-            # Fails where a shallow clone lacks it.
+            # Fails where a shallow clone lacks the commit.
             found = subprocess.run(["git", "merge-base", branch, head], capture_output=True, text=True)
             base = found.stdout.strip()
             if base not in ("", head):
@@ -52,7 +52,7 @@ def changed_lines(base):
     for field in fields:
         if field:
             added, removed, path = field.split("\t")
-            if not path:  # renamed: both names follow
+            if not path:  # A renamed file is followed by both names.
                 next(fields)
                 path = next(fields)
             counts[path] = 0 if added == "-" else int(added) + int(removed)

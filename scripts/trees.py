@@ -61,7 +61,7 @@ def describe(path):
     if path.is_symlink():
         return what + [status.st_mtime_ns, os.readlink(path)]
     if path.is_dir():
-        return what  # its time is that of the last change in it
+        return what  # Its time is that of the last change in it.
     return what + [status.st_mtime_ns, path.read_bytes()]
 
 

@@ -19,7 +19,7 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent / "window"))
 import desktop  # noqa: E402
 
 STARTS = 20
-START_BUDGET = 1.5  # of an empty window's start
+START_BUDGET = 1.5  # Relative to an empty window's start.
 IDLE_BUDGET = 0.2  # per cent of one core
 
 
@@ -36,7 +36,7 @@ def measure_start(build, environment):
     for turn in range(STARTS + 1):
         for name, command in (("host", host), ("empty", empty)):
             seconds = lifetime(command, environment)
-            if turn > 0:  # the first reads the disk
+            if turn > 0:  # The first run reads the disk.
                 times[name].append(seconds)
     host, empty = (statistics.median(times[name]) for name in ("host", "empty"))
     print(f"start to the painted window and end: {host * 1000:.0f} ms, an empty window {empty * 1000:.0f} ms: "
@@ -58,7 +58,7 @@ def measure_idleness(build, environment, folder, seconds):
                              "--daemon", socket, "--authorization", "granted"],
                             env=environment, stderr=subprocess.DEVNULL)
     try:
-        time.sleep(5)  # it has come up and is connected
+        time.sleep(5)  # The window is open and connected.
         before = processor_seconds(host)
         time.sleep(seconds)
         share = (processor_seconds(host) - before) / seconds * 100

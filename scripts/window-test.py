@@ -28,7 +28,7 @@ def passes(part, build):
     started = time.monotonic()
     try:
         importlib.import_module(part + "_part").run(build)
-    except Exception as reason:  # whatever it is: the other parts are still of interest
+    except Exception as reason:  # Any error: the other parts still run.
         traceback.print_exc(file=sys.stdout)
         print(f"== {part} FAILED: {reason}", flush=True)
         return False

@@ -11,7 +11,7 @@ from torture.world import Finding, clear
 
 GREEN, YELLOW = 2, 3
 IDLE = 8
-FINISHED, INCOMPLETE, RUNNING = 1, 2, 50  # of a restore job; beyond the last it has not ended
+FINISHED, INCOMPLETE, RUNNING = 1, 2, 50  # Status codes of a restore job; above the last it has not ended.
 MOST = 8  # differences in one message
 DISK = b"/Volumes/System"
 ESCAPE = re.compile("\ufffd[89A-F][0-9A-F]")

@@ -1,5 +1,6 @@
-// Moves the clock of the program it is preloaded into: TORTURE_CLOCK names a file with two 64-bit numbers of
-// nanoseconds, what to add to the time of day and to the time since boot. They may change at any time.
+// Changes the clock of the program that it is preloaded into: TORTURE_CLOCK names a file with two 64-bit
+// numbers of nanoseconds, the offsets to the time of day and to the time since boot. They may change at
+// any time.
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <fcntl.h>

@@ -151,7 +151,7 @@ def full_target(round_, chance):
     job = checks.order_restore(world, world.home, to)
     try:
         world.wait(lambda: checks.has_ended(world, job), "", 20)
-    except Finding:  # it waits, says so, and goes on when there is room
+    except Finding:  # It waits, reports that, and continues when there is space.
         checks.must_say(world, "a restore that waits for room")
         subprocess.run(["mount", "-o", "remount,size=1G", to], check=True)
         world.wait(lambda: checks.has_ended(world, job), "a restore goes on when there is room", 90)
@@ -195,7 +195,7 @@ def automatic(round_, chance):
     world.stop()
     round_.change(chance, [chance.choice(round_.edit_kinds())])
     now = model.look()
-    world.pass_days(2)  # so that the interval between two backups is over
+    world.pass_days(2)  # The interval between two backups is over then.
     changed = {path for path in model.differs(now) if not model.is_only_time(path, now)} | (set(model.newest) - set(now))
     world.start()
     if changed and not model.unread:

@@ -12,14 +12,14 @@ KIB = 1024
 CHUNKS = [512 * KIB - 1, 512 * KIB, 512 * KIB + 1, KIB * KIB, 8 * KIB * KIB - 1, 8 * KIB * KIB, 8 * KIB * KIB + 1]
 MOST_LARGE = 20 * KIB * KIB  # bytes of large files made in one round
 SECOND = 10**9
-TIMES = [0, 1, -1, -5 * 10**8, 2**31 - 1, 2**31, 2**32, 7258118400]  # seconds; the last is the year 2200
-FAR_TIMES = [9223372036, 9223372037, 12 * 10**9]  # about where nanoseconds in 64 bits end, and beyond
+TIMES = [0, 1, -1, -5 * 10**8, 2**31 - 1, 2**31, 2**32, 7258118400]  # In seconds; the last is the year 2200.
+FAR_TIMES = [9223372036, 9223372037, 12 * 10**9]  # Near the end of 64 bits of nanoseconds, and beyond.
 MODES = [0o644, 0o600, 0o755, 0o400, 0o664, 0o444, 0o4755, 0o2755, 0o6711, 0o1644, 0o000, 0o777, 0o200]
 FOLDER_MODES = [0o755, 0o700, 0o500, 0o1777, 0o2775, 0o555, 0o711]
 USERS = [0, 1, 1000, 65534, 12345]
 ACL_VERSION = 2
 NOBODY = 0xFFFFFFFF
-CAPABILITY = bytes.fromhex("0100000200040000000000000000000000000000")  # may bind low ports
+CAPABILITY = bytes.fromhex("0100000200040000000000000000000000000000")  # Allows binding low ports.
 
 
 def acl(chance, own=6):
@@ -83,7 +83,8 @@ class Maker:
         """One new thing at `path`, of any kind."""
         kind = chance.random()
         if kind < 0.1 and "links" in self.traits:
-            # None leaves this round's own folders: a daemon that follows links must not reach the machine's.
+            # None leads outside this round's folders: a daemon that follows links must not reach
+            # the machine's own.
             target = chance.choice([b"nowhere", b".", b"..", self.root, self.root + b"/x", b"new\nline", b"x" * 4000, b"../" + names.plain(chance)])
             if "odd-targets" in self.traits and chance.random() < 0.3:
                 target = chance.choice([b"\xff\n", path, b"../" + names.odd(chance)])
@@ -108,7 +109,7 @@ class Maker:
         elif kind == 1 and os.geteuid() == 0:
             os.mknod(path, stat.S_IFCHR | 0o600, os.makedev(1, 3))
         else:
-            folder = os.open(os.path.dirname(path), os.O_RDONLY)  # the address of a socket is short
+            folder = os.open(os.path.dirname(path), os.O_RDONLY)  # The address of a socket is limited.
             with socket.socket(socket.AF_UNIX) as end:
                 end.bind(f"/proc/self/fd/{folder}/".encode() + os.path.basename(path)[:60])
             os.close(folder)
@@ -158,7 +159,9 @@ class Maker:
             try:
                 os.setxattr(path, name, value, follow_symlinks=False)
             except OSError:
-                pass  # not every file system has every kind of them; what is there is looked at, not what was meant
+                # A file system may not support every attribute; the actual ones are compared, not
+                # the intended ones.
+                pass
 
     def folder(self, chance):
         path = self.new_path(chance)

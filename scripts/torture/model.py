@@ -6,7 +6,7 @@ import sys
 from torture import tree
 from torture.world import DAY
 
-MARGIN = 3600  # seconds; a version this close to its end may stay or go
+MARGIN = 3600  # In seconds: a version this close to its expiry may stay or go.
 
 
 class Version:
@@ -22,13 +22,14 @@ class Model:
         self.roots = [world.home] + world.volumes
         self.away = set()
         self.excluded = set()
-        self.newest = {}  # by path: the version of the last completed backup that knew of it
-        self.past = {}  # by path: versions that have been replaced or deleted, oldest first
-        self.known = set()  # ids of snapshots
-        self.trees = {}  # by snapshot: what stood on the disk
-        self.unread = set()  # paths that the owner of the daemon may not read, and of links that restic cannot keep
-        self.lossy = set()  # the latter when the last backup was made: they are in it, and not to be had
-        self.damaged = set()  # paths that the repository cannot give any more
+        self.newest = {}  # By path: the version in the last completed backup that includes the path.
+        self.past = {}  # By path: versions that were replaced or deleted, oldest first.
+        self.known = set()  # Ids of snapshots.
+        self.trees = {}  # By snapshot: the files on the disk when it was made.
+        self.unread = set()  # Paths that the daemon's user may not read, and links that restic cannot save.
+        # Such links at the time of the last backup, which contains them without a usable target.
+        self.lossy = set()
+        self.damaged = set()  # Paths that the repository can no longer restore.
 
     def look(self):
         """By absolute path in bytes: all that a backup made now must hold."""
@@ -86,7 +87,7 @@ class Model:
                 if version is not None:
                     self.past.setdefault(path, []).append(version)
                 version = self.newest[path] = Version(entry)
-            version.entry, version.replaced = entry, None  # which names are one file may have changed
+            version.entry, version.replaced = entry, None  # Hard links may have changed.
             version.snapshots += snapshots
         for path in [path for path in self.newest if path not in now and not self.is_away(path)]:
             self.past.setdefault(path, []).append(self.newest.pop(path))

@@ -4,7 +4,7 @@ import string
 
 LONGEST = 255  # bytes
 
-COLLIDING = [  # each set is one name to whoever takes names for text
+COLLIDING = [  # Each set is one name for a program that treats names as text.
     [b"same\xff", b"same\xfe", "same\ufffd".encode(), b"same\\xff", b"same%FF"],
     ["caf\u00e9".encode(), "cafe\u0301".encode(), b"caf\xe9"],
     [b"line\nbreak", b"line\\nbreak", b"line\\x0abreak"],

@@ -9,9 +9,10 @@ import hashlib
 import json
 import os
 
-NONCE = 16  # bytes in front of what is encrypted
-TAG = 16  # bytes behind it
-POLYNOMIAL = "2cfc99ffec067f"  # irreducible: files are cut where their rolling hash by it ends in zeros
+NONCE = 16  # Bytes before the ciphertext.
+TAG = 16  # Bytes after the ciphertext.
+# An irreducible polynomial: files are split where the rolling hash modulo it ends in zeros.
+POLYNOMIAL = "2cfc99ffec067f"
 CREATED = "2020-01-01T00:00:00Z"
 
 

@@ -41,7 +41,7 @@ def moment(round_, chance):
     world = round_.world
     kind = chance.choice(["snapshots", "index", "data", "config", "keys", "all"])
     if kind == "all" and world.repository in world.small:
-        return  # a disk of its own, which cannot be renamed
+        return  # A disk of its own, whose mount point cannot be renamed.
     if kind == "all":
         away, path = world.folder / "repository-away", world.repository
     else:
@@ -102,7 +102,7 @@ def verify(round_, lost):
         round_.note("   no verification: " + errors.strip()[:80])
         return
     round_.note(f"   verified: {code} {(out + errors).strip()[:200]}")
-    lost = lost & round_.lost_in_newest()  # the daemon stores again what it finds missing
+    lost = lost & round_.lost_in_newest()  # The daemon stores missing data again.
     files = {path for path in lost if model.newest[path].entry.kind == "file" and model.newest[path].entry.size}
     if files:
         model.damaged = files

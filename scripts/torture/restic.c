@@ -1,5 +1,5 @@
-// Stands for restic with another clock: gives each backup the time that the file "clock" beside this program says.
-// restic is linked statically, so that its clock cannot be moved by preloading.
+// Runs restic with a different clock: passes each backup the time in the file "clock" beside this
+// program. restic is linked statically, so its clock cannot be changed by preloading a library.
 #define _GNU_SOURCE
 #include <fcntl.h>
 #include <limits.h>
@@ -28,7 +28,8 @@ int main(int count, char **arguments) {
         all[filled++] = arguments[at];
     if (offset != 0 && count > 1 && strcmp(arguments[1], "backup") == 0) {
         static char text[32];
-        struct timespec at; // not by the library, whose clock the daemon's has already moved
+        // Not by the C library, whose clock the daemon's preloaded library has already changed.
+        struct timespec at;
         syscall(SYS_clock_gettime, CLOCK_REALTIME, &at);
         time_t now = at.tv_sec + offset / 1000000000;
         strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", localtime(&now));

@@ -51,7 +51,7 @@ def in_place(round_, chance, path):
     above = os.path.dirname(path)
     if above not in before or before[above].kind != "folder":
         clash.add(path)
-    if world.owner:  # into folders that this person may not write to nothing comes
+    if world.owner:  # Nothing can be restored into folders that the user may not write to.
         clash |= {each for each in checks.everything(wanted, path) if not _may_write(before.get(os.path.dirname(each)), world)}
     checks.restored(world, model, outcome, wanted, path, path, allowed=clash, fresh=False)
     after = model.look()

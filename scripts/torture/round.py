@@ -12,14 +12,15 @@ from torture.world import Finding, World
 
 TRAITS = ["names", "links", "odd-targets", "hardlinks", "sparse", "attributes", "acls", "modes", "owners", "times", "far-times",
           "special", "chunks", "long"]
-USER = 1234  # who the daemon runs as when it does not run as root
+USER = 1234  # The daemon's user when it does not run as root.
 
 
 class Round:
     def __init__(self, workshop, folder, seed, kinds, skipped=()):
         self.seed, self.kinds, self.skipped = seed, kinds, set(skipped)
         chance = self.chance("plan")
-        # Most homes have most traits, so that some homes lack what a fault would hide behind.
+        # Most homes have most traits; each trait is absent from some homes, since it may hide a
+        # fault.
         self.traits = {trait for trait in TRAITS if chance.random() < 0.6 and trait in kinds}
         is_root = os.geteuid() == 0
         owner = USER if is_root and chance.random() < 0.35 and "user" in kinds else 0
@@ -30,7 +31,7 @@ class Round:
         self.count = chance.choice([5, 20, 40, 80])
         self.world = World(workshop, folder, owner=owner, keep_days=chance.choice([30, 30, 7]), traits=self.traits)
         self.plan = events.plan(chance, kinds, is_root)
-        self.trouble = None  # what makes a backup fail now: a word, or nothing
+        self.trouble = None  # Why a backup fails now: a word, or nothing.
         self.is_damaged = False
         self.step = 0
 
@@ -65,7 +66,7 @@ class Round:
     def one_event(self, kind, chance):
         self.note(f"{self.step}: {kind}")
         self.world.settle()
-        self.absorb()  # what the daemon has saved by itself meanwhile
+        self.absorb()  # What the daemon has saved without a request since.
         if kind in edits.ALL:
             self.change(chance, [kind] * chance.randint(1, 8))
             if chance.random() < 0.5:
@@ -141,7 +142,7 @@ class Round:
         self.note(f"   backup with {what}: {code} {errors[:120]}")
         if code != 0:
             checks.must_say(self.world, what)
-        if code == 0 or (self.model.unread and self.new_snapshots()):  # of what could be read
+        if code == 0 or (self.model.unread and self.new_snapshots()):  # Of the files that could be read.
             self.take_backup(code, errors)
         return code
 
@@ -187,7 +188,7 @@ class Round:
         self.restore_all()
         self.restore_deleted(chance)
         checks.no_leftovers(world)
-        world.stop()  # it may still have marked a snapshot, which changes its id
+        world.stop()  # It may still have tagged a snapshot, which changes its id.
         checks.kept(world, self.model)
         checks.repository_is_whole(world)
 
@@ -195,13 +196,14 @@ class Round:
         """After the repository has been damaged: what it still gives must come, what it does not must be named."""
         lost = self.lost_in_newest()
         self.note(f"   restic itself cannot give {len(lost)} items")
-        # What cannot be read on the disk comes from an earlier snapshot, which may be the damaged one.
+        # An unreadable file is restored from an earlier snapshot, which may be the damaged one.
         try:
             self.restore_all(allowed=lost | self.model.unread)
         except Finding as finding:
             if not str(finding).startswith("rule 1: could have been restored"):
                 raise
-            # Of a block that was stored again restic takes either copy, until a verification drops the damaged one.
+            # Of a blob that was stored again restic reads either copy, until a verification drops
+            # the damaged one.
             self.note("   not all that could come has come, before a verification")
             repository.verify(self, lost)
             lost = self.lost_in_newest()
@@ -215,7 +217,8 @@ class Round:
         lost = {path: version for path, version in self.model.newest.items()}
         now, trees = self.model.look(), self.model.trees
         for identifier in self.world.snapshots():
-            # One that the model does not know the daemon has made by itself, to store again what was damaged.
+            # A snapshot that the model does not know was made by the daemon to store damaged data
+            # again.
             held = [path for path, version in lost.items()
                     if identifier not in trees or identifier in version.snapshots[-1:]]
             if not held:
@@ -226,7 +229,8 @@ class Round:
                 for name, entry in relative(trees.get(identifier, now), root).items():
                     path = os.path.join(os.fsencode(root), name) if name else os.fsencode(root)
                     other = found.get(name)
-                    # Where a pack ends too early restic fails all that is in it, and nobody knows what came.
+                    # restic fails every blob of a truncated pack, so it is unknown which files
+                    # are complete.
                     is_failed = b"ignoring error for " + path + b": " in run.stderr
                     if path in held and other and not is_failed \
                             and (other.kind, other.content) == (entry.kind, entry.content):

@@ -8,7 +8,7 @@ import stat
 Entry = collections.namedtuple("Entry", "kind mode uid gid size mtime content attributes inode blocks")
 
 SPECIAL = {stat.S_IFIFO, stat.S_IFSOCK, stat.S_IFCHR, stat.S_IFBLK}
-SLACK = 64  # blocks of 512 bytes that a sparse file may take more than it had
+SLACK = 64  # Blocks of 512 bytes that a sparse file may have in addition.
 _KINDS = {stat.S_IFREG: "file", stat.S_IFDIR: "folder", stat.S_IFLNK: "link", stat.S_IFIFO: "pipe",
           stat.S_IFSOCK: "socket", stat.S_IFCHR: "device", stat.S_IFBLK: "device"}
 
@@ -81,7 +81,7 @@ def differences(wanted, found, *, times=True, owner=None, blocks=True):
         if owners != (owner, owner):
             mode = _without_owner(mode, wanted.uid == owner, wanted.gid == owner)
             owners = (found.uid, found.gid)
-            # The mask is where the group's bits are, which are fewer for another group.
+            # The ACL mask is in the group bits, which are restricted for another group.
             attributes, others = ([each for each in list_ if each[0] != "system.posix_acl_access"]
                                   for list_ in (attributes, others))
     if wanted.kind != "link" and mode != found.mode:

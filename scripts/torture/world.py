@@ -16,10 +16,11 @@ from torture.files import acl
 
 HERE = pathlib.Path(__file__).resolve().parent
 PASSWORD = "torture"
-PATIENCE = 60.0  # seconds until something that does not happen counts as failed
+PATIENCE = 60.0  # Seconds until an expected event counts as missing.
 DAY = 86400
 SECOND = 10**9
-SMALL = {"volume": 1 << 26, "home": 1 << 29, "repository": 1 << 28, "state": 1 << 22}  # bytes of a disk
+# The size of a disk in bytes.
+SMALL = {"volume": 1 << 26, "home": 1 << 29, "repository": 1 << 28, "state": 1 << 22}
 HOST = os.uname().nodename
 
 
@@ -176,7 +177,7 @@ class World:
                         and os.fsencode(self.folder) in pathlib.Path("/proc", entry, "environ").read_bytes():
                     found.append(int(entry))
             except OSError:
-                pass  # it has ended
+                pass  # The process has ended.
         return found
 
     def settle(self):
@@ -235,7 +236,7 @@ class World:
                 while True:
                     file.write(block)
             except OSError:
-                pass  # full, as was wanted
+                pass  # The disk is full, as intended.
             file.truncate(max(0, file.tell() - left))
         return ballast
 
@@ -249,12 +250,12 @@ class World:
             try:
                 os.setxattr(path, "system.posix_acl_default", acl(chance, 7))
             except OSError:
-                pass  # this file system has none
+                pass  # This file system has no ACLs.
         if self.owner:
             os.chown(path, self.owner, self.owner)
         return path
 
-    # restic, asked by this script itself
+    # restic, called by this script itself.
 
     def run_restic(self, *words):
         return subprocess.run([self.workshop.restic, "--repo", self.repository, "--password-file", self.folder / "key",
@@ -289,7 +290,7 @@ class World:
                     pass
             time.sleep(0.05)
         for path in reversed(self.mounts):
-            if keeps_folders:  # they end with this process's mounts
+            if keeps_folders:  # They end with this process's mounts.
                 subprocess.run(["cp", "-a", f"{path}/.", f"{self.folder}-{path.name}"], check=False)
             subprocess.run(["umount", "--lazy", path], check=False, stderr=subprocess.DEVNULL)
         self.mounts = []

@@ -5,8 +5,8 @@ import time
 import pyatspi
 from gi.repository import GLib
 
-PATIENCE = 20  # seconds until something that does not show counts as missing
-PACE = 0.05  # seconds between two looks
+PATIENCE = 20  # Seconds until something that is not shown counts as missing.
+PACE = 0.05  # Seconds between two polls.
 
 
 class Missing(Exception):
@@ -32,7 +32,7 @@ def nodes_below(root):
         yield node
         try:
             pending.extend(child for child in reversed([child for child in node]) if child is not None)
-        except GLib.Error:  # it went while it was looked at
+        except GLib.Error:  # It disappeared while it was read.
             continue
 
 
@@ -71,7 +71,8 @@ class Window:
                 if test(node):
                     return node
                 pending.extend(child for child in reversed([child for child in node]) if child is not None)
-            except (GLib.Error, NotImplementedError):  # it went while it was looked at, or has no such side
+            # It disappeared while it was read, or lacks the interface.
+            except (GLib.Error, NotImplementedError):
                 continue
         return None
 

@@ -79,7 +79,7 @@ def mark(shown, daemon, file):
     do_action(disks[0])
     shown.walk(file.parts[1:], first_column=1)
     print(f"  The file's row: {shown.row(file.name).name!r}")
-    # What automatic mode has backed up is included when manual mode begins.
+    # Manual mode starts with what automatic mode has backed up.
     for button, other in (("Do not back this up", "Back this up"), ("Back this up", "Do not back this up")):
         before = shown.row(file.name).name
         shown.press(button)

@@ -13,11 +13,11 @@ import sys
 import time
 
 PATIENCE = 20  # seconds
-PACE = 0.05  # seconds between two looks
+PACE = 0.05  # Seconds between two polls.
 
 VERSION = 5
-CLIENT_MESSAGE, SELECTION_NOTIFY, SELECTION_REQUEST = 33, 31, 30  # kinds of events
-REPLACE = 0  # how a property is changed
+CLIENT_MESSAGE, SELECTION_NOTIFY, SELECTION_REQUEST = 33, 31, 30  # Event types of the X protocol.
+REPLACE = 0  # Modes of changing a property.
 
 
 class ClientMessage(ctypes.Structure):

@@ -11,9 +11,9 @@ from programs import local_daemon, window
 FOLDER = "Letters"
 FILES = 40
 LARGE = 200_000_000  # bytes
-SPEED = 15_000  # thousands of bytes a second: bringing them takes a while
+SPEED = 15_000  # In KB/s, so that a restore takes a while.
 STAGING = ".kelvane-restore-*"
-LATEST_END = 2.0  # seconds from the order to cancel until nothing of the restore is left
+LATEST_END = 2.0  # Seconds from the request to cancel until nothing of the restore is left.
 
 
 def run(build):
@@ -83,7 +83,7 @@ def is_there(folder, pattern):
         try:
             return any(folder.glob(pattern))
         except FileNotFoundError:
-            pass  # a folder went while it was looked through
+            pass  # A folder disappeared while it was listed.
 
 
 def cancel(shown, daemon, watched, home):
