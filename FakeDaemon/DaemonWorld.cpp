@@ -174,7 +174,7 @@ constexpr Method methods[] = {
              return alert["id"].stringValue() == arguments[0].stringValue();
          });
          set(world.state, statekey::alerts, alerts);
-         return Value(count > 0 ? "" : "No such alert stands.");
+         return Value(count > 0 ? "" : "There is no such alert.");
      }},
     {"excludedFiles:", [](DaemonWorld& world, const Array&) { return world.excludedFiles(); }},
     {"childrenDictionariesForPath:",

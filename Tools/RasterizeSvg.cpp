@@ -38,7 +38,7 @@ int main(int count, char** arguments) {
     }
     const QImage image = drawn(QString::fromLocal8Bit(arguments[1]), pixels);
     if (image.isNull()) {
-        std::fprintf(stderr, "kelvane-rasterize-svg: %s is no drawing that can be read\n", arguments[1]);
+        std::fprintf(stderr, "kelvane-rasterize-svg: %s cannot be read as SVG\n", arguments[1]);
         return EX_DATAERR;
     }
     if (!image.save(QString::fromLocal8Bit(arguments[2]), "PNG")) {

@@ -147,10 +147,11 @@ TEST_F(Kelvanectl, WrongUsageIsRefusedInALineBeforeAnythingIsSent) {
     const std::pair<Words, std::string> cases[] = {
         {{}, "COMMAND is required"},
         {{"sing"}, "there is no command \"sing\""},
-        {{"--timeout", "0", "status"}, "\"0\" is no number of seconds"},
+        {{"--timeout", "0", "status"}, "\"0\" is not a number of seconds"},
         {{"--daemon", std::string(104, 'x'), "status"}, "at most 103 bytes"},
         {{"call", "setPausedMinutes:"}, "takes 1 argument, not 0"},
-        {{"call", "setPausedMinutes:", "-1"}, "argument 1: \"-1\" is no whole number from 0 to 4294967295"},
+        {{"call", "setPausedMinutes:", "-1"},
+         "argument 1: \"-1\" is not a whole number from 0 to 4294967295"},
         {{"call", "addFilesToBackup:", "[1,"}, "argument 1: line 1, column 3"},
         {{"exclude", "add", "/home", "/.."}, "a whole volume cannot be excluded"},
         {{"include", "add"}, "PATH is required"},
@@ -160,7 +161,7 @@ TEST_F(Kelvanectl, WrongUsageIsRefusedInALineBeforeAnythingIsSent) {
         {{"mode", "enabled", "5"}, "5"},
         {{"mode", "paused", "0h"}, "DURATION"},
         {{"mode", "paused", "2h", "--until", "18:00"}, "DURATION excludes --until"},
-        {{"mode", "paused", "--until", "25:00"}, "is no time"},
+        {{"mode", "paused", "--until", "25:00"}, "is not a time"},
         {{"mode", "paused", "--until", "2001-01-01 00:00"}, "has passed"},
         {{"decode", folder_ / "nothing"}, "nothing: No such file"}};
     for (const auto& [words, reason] : cases)

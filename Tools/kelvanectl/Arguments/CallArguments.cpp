@@ -19,7 +19,7 @@ ArgumentReading numberFromText(const std::string& text) {
         return {number, {}};
     using Limits = std::numeric_limits<Number>;
     return {{},
-            '"' + text + "\" is no whole number from " + std::to_string(+Limits::min()) + " to " +
+            '"' + text + "\" is not a whole number from " + std::to_string(+Limits::min()) + " to " +
                 std::to_string(+Limits::max())};
 }
 

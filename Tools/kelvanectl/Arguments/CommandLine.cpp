@@ -32,7 +32,7 @@ std::chrono::milliseconds timeoutFromText(const std::string& text) {
     const bool isWhole = error == std::errc() && end == text.data() + text.size();
     if (!isWhole || !(seconds > 0 && seconds <= longestTimeout))
         throw CLI::ValidationError("--timeout",
-                                   "\"" + text + "\" is no number of seconds above 0 and up to 1000000");
+                                   "\"" + text + "\" is not a number of seconds above 0 and up to 1000000");
     return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(seconds));
 }
 

@@ -47,7 +47,7 @@ std::uint32_t minutesUntil(const std::string& text, std::time_t now) {
     const auto time = timeFrom(text, now);
     if (!time)
         throw CLI::ValidationError("--until",
-                                   '"' + text + "\" is no time such as 18:00 or \"2025-01-31 18:00\"");
+                                   '"' + text + "\" is not a time such as 18:00 or \"2025-01-31 18:00\"");
     if (*time <= now)
         throw CLI::ValidationError("--until", '"' + text + "\" has passed");
     const auto minutes = static_cast<std::uint64_t>((*time - now + secondsOfAMinute - 1) / secondsOfAMinute);

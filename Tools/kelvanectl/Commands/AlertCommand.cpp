@@ -57,7 +57,7 @@ ExitStatus runAlert(const CommandLine& line, const std::string& id, const std::s
         session.state().updateDaemonState();
         alerts = session.state().alerts();
         if (!session.state().hasExtension(extension::alerts))
-            refusal = "this daemon keeps no list of alerts";
+            refusal = "this daemon does not support alerts";
         else if (!id.empty())
             refusal = act(session.state(), id, action);
     });

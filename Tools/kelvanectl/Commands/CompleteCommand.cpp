@@ -184,7 +184,7 @@ ExitStatus complete(CommandLine& line, const Arguments& arguments) {
 Action declareComplete(CLI::App& command) {
     const auto arguments = std::make_shared<Arguments>();
     command.add_option("LINE", arguments->line, "The command line up to the cursor")->required();
-    command.add_option("--breaks", arguments->breaks, "Characters behind which a shell begins a new word")
+    command.add_option("--breaks", arguments->breaks, "Characters that separate words in the shell")
         ->type_name("CHARACTERS");
     return [arguments](CommandLine& line) { return complete(line, *arguments); };
 }

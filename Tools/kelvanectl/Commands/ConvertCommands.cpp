@@ -76,7 +76,7 @@ ExitStatus encode(const CommandLine&, const Input& input) {
 Action declareConversion(CLI::App& command,
                          ExitStatus (*convert)(const CommandLine& line, const Input& input)) {
     const auto file = std::make_shared<std::string>();
-    command.add_option("FILE", *file, "What to read (default: standard input)");
+    command.add_option("FILE", *file, "File to read (default: standard input)");
     return [file, convert](const CommandLine& line) { return convert(line, inputFrom(*file)); };
 }
 

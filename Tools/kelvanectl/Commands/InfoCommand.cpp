@@ -105,7 +105,7 @@ Action declareInfo(CLI::App& command) {
     };
     const auto arguments = std::make_shared<Arguments>();
     command.add_option("PATH", arguments->path, "A file or folder")->required();
-    command.add_flag("--dir-sizes", arguments->withDirSizes, "Add up what is in a folder");
+    command.add_flag("--dir-sizes", arguments->withDirSizes, "Add up the sizes in a folder");
     return [arguments](const CommandLine& line) {
         return showInfo(line, volumePathFromText(arguments->path, Volumes::current()),
                         arguments->withDirSizes);

@@ -31,7 +31,7 @@ Action declareMatch(CLI::App& command) {
     const auto arguments = std::make_shared<Arguments>();
     command.add_option("PATTERN", arguments->pattern, "An exclusion pattern with \"*\" and \"**\"")
         ->required();
-    command.add_option("TEXT", arguments->texts, "What to match as a whole")->required();
+    command.add_option("TEXT", arguments->texts, "Text to match as a whole")->required();
     return [arguments](const CommandLine& line) {
         return showMatches(line, arguments->pattern, arguments->texts);
     };

@@ -85,9 +85,10 @@ ExitStatus resolve(const CommandLine& line, std::vector<std::string>& texts, con
             const bool isPrinted = printed && isInBackup(session, *printed);
             const bool isTyped = printed && isInBackup(session, typed);
             if (isPrinted && isTyped)
-                doubtful = texts[at] + " may be two files of the backup: write " + realPath(typed) +
-                           " for the one with just this name, or " +
-                           quotedBytes(pathFromText(realPath(*printed))) + " for the one that is printed so";
+                doubtful = texts[at] + " may be either of two files: write " + realPath(typed) +
+                           " for the file with exactly this name, or " +
+                           quotedBytes(pathFromText(realPath(*printed))) +
+                           " for the file whose name is printed like this";
             texts[at] = isPrinted             ? *printed
                         : printed && !isTyped ? volumePathFromText(texts[at], volumes)
                                               : typed;
@@ -262,7 +263,7 @@ ExitStatus restore(const CommandLine& line, const Arguments& arguments) {
 
 Action declareRestore(CLI::App& command) {
     const auto arguments = std::make_shared<Arguments>();
-    command.add_option("PATH", arguments->paths, "What to restore")->required();
+    command.add_option("PATH", arguments->paths, "Path to restore")->required();
     command.add_option("--to", arguments->folder, "Restore into this folder (default: the original place)")
         ->type_name("DIR");
     command.add_flag("--wait", arguments->waits, "Wait until everything is restored");
