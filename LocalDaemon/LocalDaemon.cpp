@@ -48,13 +48,13 @@ void addAlerts(RestoreQueue::Options& options, const std::shared_ptr<Alerts>& al
     options.onUnkept = [alerts](const std::string& reason) {
         alerts->raise({.kind = unkeptAlert,
                        .severity = "warning",
-                       .title = "Restores end with the backup daemon.",
-                       .body = reason + ". They are done now; a restart does not go on with them."});
+                       .title = "Restores are lost when the backup daemon ends.",
+                       .body = reason + ". They are running now, but a restart does not continue them."});
     };
     options.onDamagedJournal = [alerts](const std::string& reason) {
         alerts->raise({.kind = "restore_jobs_damaged",
                        .severity = "error",
-                       .title = "Restores that waited may be lost.",
+                       .title = "Pending restores may have been lost.",
                        .body = reason});
     };
 }
@@ -133,7 +133,7 @@ std::string LocalDaemon::claimSettings() {
     settingsLock_ =
         FileDescriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, privateFileMode));
     const bool isTaken = settingsLock_ && ::flock(settingsLock_.get(), LOCK_EX | LOCK_NB) != 0;
-    return isTaken && errno == EWOULDBLOCK ? "Another daemon keeps its settings in " + options_.settingsPath
+    return isTaken && errno == EWOULDBLOCK ? "Another daemon uses the settings in " + options_.settingsPath
                                            : "";
 }
 

@@ -228,7 +228,7 @@ LogSinkToken logTo(const std::string& path) {
         log->write(entry.line());
     });
     if (!log->error().empty())
-        logError("There is no log in %@: %@", path, log->error());
+        logError("The log %@ cannot be opened: %@", path, log->error());
     return token;
 }
 
@@ -261,7 +261,7 @@ int run(const Arguments& arguments) {
             startDetached({findProgram("kelvane-settings").value_or("kelvane-settings"), "--daemon", path,
                            "--tab", "restore"});
         if (!failure.empty())
-            logError("The window for restoring cannot be opened: %@", failure);
+            logError("The restore window cannot be opened: %@", failure);
     };
     options.configurationPath = configurationFolder() + "/kelvane/local-daemon.plist";
     return serve(options);

@@ -280,7 +280,7 @@ ResticOutcome BackupRunner::forgetOld(const StopSignal& stop) {
     verification_->noteChange();
     isConnected_ = outcome.succeeded(); // Connecting removes the locks of dead processes.
     if (!isConnected_)
-        logWarning("Old backups are not forgotten yet: %@", reasonOf(outcome));
+        logWarning("Old snapshots cannot be forgotten yet: %@", reasonOf(outcome));
     return {};
 }
 
@@ -318,8 +318,8 @@ void BackupRunner::noteOutcome(const ResticOutcome& outcome) {
             return schedule_.noteSuccess();
         wait = schedule_.noteFailure(Clock::now());
     }
-    logWarning("The backup came to nothing and is tried again in %lld s: %@",
-               std::chrono::ceil<std::chrono::seconds>(wait).count(), reasonOf(outcome));
+    logWarning("Backup failed: %@; retrying in %lld s", reasonOf(outcome),
+               std::chrono::ceil<std::chrono::seconds>(wait).count());
 }
 
 void BackupRunner::report(const ResticOutcome& outcome) {

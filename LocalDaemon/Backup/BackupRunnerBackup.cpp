@@ -197,7 +197,7 @@ ResticOutcome BackupRunner::backUp(const Part& part, const StopSignal& stop) {
         return result.outcome;
     if (wanted.isForced)
         verification_->noteStoredAgain();
-    logNotice("Backed up%@; snapshot %@, %llu bytes were waiting.",
+    logNotice("Backed up%@: snapshot %@, %llu bytes were pending.",
               part.path == everything ? "" : ": " + part.path, result.snapshotId, waiting.bytes);
     made.id = result.snapshotId;
     return takeMade(part, std::move(before), std::move(made), std::move(result), stop);
@@ -234,7 +234,7 @@ bool BackupRunner::prepareRepair(const StopSignal& stop) {
         return true;
     const ResticOutcome outcome = verification_->prepareRepair(stop);
     if (!outcome.succeeded() && outcome.trouble != ResticTrouble::Stopped)
-        logWarning("What is damaged in the backup cannot be stored again yet: %@", reasonOf(outcome));
+        logWarning("Damaged files cannot be stored again yet: %@", reasonOf(outcome));
     return outcome.trouble != ResticTrouble::Stopped;
 }
 
@@ -276,7 +276,7 @@ void BackupRunner::reportUnread(const std::vector<std::string>& paths) {
         {.kind = unreadAlert,
          .severity = "warning",
          .title = "Some files are not backed up.",
-         .body = "They could not be read or cannot be kept. Look at who may read them, or exclude "
+         .body = "They could not be read or cannot be saved. Check their permissions, or exclude "
                  "them:" +
                  joined(paths)});
 }

@@ -14,27 +14,27 @@ struct TroubleRow {
     const char* advice;
 };
 constexpr TroubleRow rows[] = {
-    {ResticTrouble::NoRepository, ServiceState::NoServer, "warning", "The backup's repository is not there.",
-     "If it is on a disk of its own, connect that. Only if it has been deleted, have a new one made in its "
-     "place, or name another place in the configuration."},
-    {ResticTrouble::DiskAway, ServiceState::NoServer, "warning", "The disk of the backup is not there.",
-     "Connect it, and the backup goes on. Only if there is no such disk, have a new repository made in the "
+    {ResticTrouble::NoRepository, ServiceState::NoServer, "warning", "The repository was not found.",
+     "If it is on a separate disk, connect that. Only if it was deleted, create a new one in its "
+     "place, or set another location in the configuration."},
+    {ResticTrouble::DiskAway, ServiceState::NoServer, "warning", "The backup disk is not mounted.",
+     "Connect it, and the backup continues. Only if there is no such disk, create a new repository in the "
      "folder itself."},
     {ResticTrouble::Occupied, ServiceState::NoServer, "error",
-     "The folder of the backup's repository holds something else, or a part of one.",
-     "Nothing is made there or changed. If the repository has lost files, put them back; else empty the "
-     "folder "
+     "The folder of the repository contains other files, or an incomplete repository.",
+     "Nothing is created or changed there. If the repository has lost files, put them back; otherwise empty "
+     "the folder "
      "or name another one in the configuration."},
-    {ResticTrouble::Unreachable, ServiceState::NoServer, "warning",
-     "The backup's repository cannot be reached.", "The backup goes on when it can."},
-    {ResticTrouble::NoNetwork, ServiceState::NoInternet, "warning", "There is no network for the backup.",
-     "The backup goes on when there is one."},
+    {ResticTrouble::Unreachable, ServiceState::NoServer, "warning", "The repository cannot be reached.",
+     "The backup continues when it can be reached."},
+    {ResticTrouble::NoNetwork, ServiceState::NoInternet, "warning", "There is no network connection.",
+     "The backup continues when there is one."},
     {ResticTrouble::WrongPassword, ServiceState::BadConfiguration, "error",
-     "The key of the backup's repository is missing or does not fit.", "Put your copy of the key back at"},
-    {ResticTrouble::Locked, ServiceState::Retry, "warning", "Somebody else is at work in the repository.",
-     "The backup goes on when they have finished."},
+     "The key of the repository is missing or wrong.", "Put your copy of the key back at"},
+    {ResticTrouble::Locked, ServiceState::Retry, "warning", "Another program is using the repository.",
+     "The backup continues when it has finished."},
     {ResticTrouble::Failed, ServiceState::BackupFailed, "error", "The backup has failed.",
-     "It is tried again. What went wrong:"},
+     "It will be retried. Reason:"},
 };
 
 const TroubleRow* rowOf(ResticTrouble trouble) {
@@ -61,9 +61,9 @@ Alert alertFor(const ResticOutcome& outcome, const RepositoryPlace& place) {
     } else if (::access(place.passwordFile.c_str(), F_OK) == 0) {
         alert.body += " " + place.passwordFile;
     } else {
-        alert.title = "The backup's place holds a repository already, which needs its own key.";
+        alert.title = "The location already has a repository, which needs its own key.";
         alert.body = "No other key opens it. Put your copy of its key at " + place.passwordFile +
-                     ", or name another place in the configuration.";
+                     ", or set another location in the configuration.";
     }
     return alert;
 }

@@ -83,7 +83,8 @@ Alert DamageReport::alert(const VerificationRecord& record, bool canBeStoredAgai
         text += (text.empty() ? "" : "\n") + paragraph;
     };
     if (!record.missingPacks.empty())
-        add("Pack files are missing from the repository; what they hold is there again when they are:" +
+        add("Pack files are missing from the repository; their contents are available again once they are "
+            "back:" +
             listed(record.missingPacks, record.missingPacks.size()));
     if (earlierCount > 0)
         add("Earlier versions of " + counted(earlierCount, "1 file", "files") + " cannot be restored.");
@@ -102,8 +103,7 @@ Alert DamageReport::alert(const VerificationRecord& record, bool canBeStoredAgai
         add(outcome(record) + '.');
     return {.kind = damageAlert,
             .severity = "error",
-            .title =
-                fileCount() > 0 ? "Files in the backup are damaged." : "The backup's repository is damaged.",
+            .title = fileCount() > 0 ? "Files in the backup are damaged." : "The repository is damaged.",
             .body = text};
 }
 

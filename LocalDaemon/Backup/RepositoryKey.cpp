@@ -28,9 +28,10 @@ void checkRepositoryKey(const RepositoryPlace& place, const IndexKeeper& keeper,
     if (place.location.empty())
         return alerts.raise({.kind = "no_place",
                              .severity = "error",
-                             .title = "The backup does not know where to go.",
-                             .body = "Nothing is backed up. Mend the configuration, " + configurationPath +
-                                     ", and start the backup daemon again; its log says what is wrong."});
+                             .title = "No valid repository is configured.",
+                             .body = "Nothing is backed up. Fix 'repository' in the configuration, " +
+                                     configurationPath +
+                                     ", and restart the backup daemon; its log has the reason."});
     const Restic& restic = keeper.repository().restic();
     if (!place.environment.empty() || restic.withoutSecrets(place.location) != place.location)
         warnOfReaders(configurationPath);

@@ -153,10 +153,10 @@ bool Verification::mustRenewIndex(const CheckReport& report) const {
 }
 
 ResticOutcome Verification::renewIndex(const StopSignal& stop) {
-    logNotice("Making the repository's index name the packs that are there.");
+    logNotice("Rebuilding the repository's index from the existing packs.");
     ResticOutcome outcome = check_.renewIndex(stop);
     if (!outcome.succeeded() && outcome.trouble != ResticTrouble::Stopped)
-        logWarning("The repository's index stays as it is: %@", reasonOf(outcome));
+        logWarning("The repository's index cannot be rebuilt: %@", reasonOf(outcome));
     return outcome;
 }
 
@@ -218,7 +218,7 @@ ResticOutcome Verification::readAll(const StopSignal& stop) {
         reportLoss();
         tellOutcome("; everything was read");
     } else {
-        tellOutcome("; not everything was read, because the index names packs that are not there");
+        tellOutcome("; not everything was read, because the index lists missing packs");
     }
     orderedPartsRead_ = 0;
     record_.save(options_.path);

@@ -82,7 +82,7 @@ void VerificationRecord::save(const std::string& path) const {
     if (lastVerified)
         value.set("lastVerified", secondsOf(*lastVerified));
     if (const std::string failure = replaceCheckedFile(path, recordKey, value, largestFile); !failure.empty())
-        logError("Cannot save how far the verification is: %@", failure);
+        logError("The progress of the verification cannot be saved: %@", failure);
 }
 
 } // namespace kelvane

@@ -20,7 +20,7 @@ void Verification::reportLoss() const {
     state_->alerts()->raise(
         {.kind = lossAlert,
          .severity = "warning",
-         .title = "What was known of damage in the backup is lost.",
+         .title = "The record of damage in the backup was lost.",
          .body = options_.path +
                  " was damaged. Everything in the backup is read again; until that is done, a "
                  "file that is damaged in the backup may look as if it were not."});

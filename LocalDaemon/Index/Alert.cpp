@@ -25,9 +25,8 @@ std::string escaped(std::string_view text) {
 Alert alertForInternalError(const std::string& reason) {
     return {.kind = "internal_error",
             .severity = "error",
-            .title = "The backup daemon met an internal error.",
-            .body = "It goes on, but may have left something undone: " + reason +
-                    ". The log says when it happened.",
+            .title = "The backup daemon had an internal error.",
+            .body = "It continues, but an operation may be incomplete: " + reason + ". The log has the time.",
             .actions = {std::string(dismissAction)}};
 }
 

@@ -27,7 +27,7 @@ BackupIndex indexIn(const std::string& path) {
         return {};
     if (auto index = file.succeeded() ? BackupIndex::decoded(file.bytes) : std::nullopt)
         return std::move(*index);
-    logError("The index of the backup is made anew; the one in %@ cannot be used. %@", path, file.reason);
+    logError("Rebuilding the index; %@ cannot be used: %@", path, file.reason);
     return {};
 }
 
@@ -87,7 +87,7 @@ ResticOutcome IndexKeeper::synchronize(bool mayMake, const StopSignal& stop) {
     // Stale locks would block operations on the whole repository.
     if (const ResticOutcome outcome = repository_.clearStaleLocks(stop).outcome;
         !outcome.succeeded() && !stop.isSet())
-        logWarning("Locks stay in the repository. %@", outcome.errors);
+        logWarning("Stale locks cannot be removed: %@", outcome.errors);
     const Repository::Listing listing = withKnown(markedSnapshots(stop));
     if (!listing.outcome.succeeded())
         return listing.outcome;
@@ -106,7 +106,7 @@ ResticOutcome IndexKeeper::synchronize(bool mayMake, const StopSignal& stop) {
         return {};
     }
     const auto count = static_cast<unsigned long long>(toList.size());
-    logNotice("Updating the index; %llu snapshots are to be listed.", count);
+    logNotice("Updating the index: %llu snapshots to list.", count);
     ResticOutcome outcome = rebuild(std::move(from), toList, stop);
     alerts_.withdraw(restorestatus::listingAlert);
     isCurrent_ = isCurrent_ && outcome.succeeded();
@@ -234,7 +234,7 @@ ResticOutcome IndexKeeper::forget(std::chrono::days keep, const StopSignal& stop
         ids = snapshotsToForget(listing.snapshots, retention_.limits(keep));
     if (ids.empty())
         return {};
-    logNotice("Forgetting %llu of %llu snapshots: all that is in them was replaced or deleted more "
+    logNotice("Forgetting %llu of %llu snapshots: all their files were replaced or deleted more "
               "than %lld days ago.",
               ids.size(), listing.snapshots.size(), static_cast<long long>(keep.count()));
     if (ResticOutcome outcome = repository_.forget(ids, stop); !outcome.succeeded())
@@ -263,7 +263,7 @@ void IndexKeeper::reportOrder(const Snapshot& made) const {
 void IndexKeeper::reportUnread(const Repository::Listing& listing) const {
     if (listing.unread.empty())
         return alerts_.withdraw(unreadSnapshotsAlert);
-    logError("The list of snapshots is not whole: %@", listing.unread);
+    logError("The list of snapshots is incomplete: %@", listing.unread);
     alerts_.raise(alertForUnreadSnapshots(listing.unread));
 }
 

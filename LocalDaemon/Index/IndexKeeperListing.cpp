@@ -55,7 +55,7 @@ Repository::Listing IndexKeeper::withKnown(Repository::Listing listing) const {
 // deleted.
 ResticOutcome IndexKeeper::mark(Made& made, std::string_view tag, const StopSignal& stop) const {
     if (const ResticOutcome outcome = repository_.addTag(tag, {made.id}, stop); !outcome.succeeded()) {
-        logWarning("Snapshot %@ lacks something and is not marked yet: %@", made.id, reasonOf(outcome));
+        logWarning("The incomplete snapshot %@ cannot be tagged yet: %@", made.id, reasonOf(outcome));
         return {}; // The index knows it, and the next update tags it again.
     }
     const Repository::Listing listing = repository_.snapshots(stop);
@@ -76,8 +76,7 @@ Repository::Listing IndexKeeper::markedSnapshots(const StopSignal& stop) const {
     if (!listing.outcome.succeeded() || unmarked.empty())
         return listing;
     if (const ResticOutcome outcome = repository_.addTag(partialTag, unmarked, stop); !outcome.succeeded()) {
-        logWarning("%llu snapshots that lack something are not marked yet: %@", unmarked.size(),
-                   reasonOf(outcome));
+        logWarning("%llu incomplete snapshots cannot be tagged yet: %@", unmarked.size(), reasonOf(outcome));
         return listing;
     }
     return repository_.snapshots(stop);
@@ -117,7 +116,7 @@ BackupIndex IndexKeeper::withListed(const Repository::Listing& listing, const st
     std::optional<BackupIndex> numbered = isOneGone ? std::nullopt : indexNumbering(known, order);
     const bool isMadeAnew = !numbered.has_value();
     if (isMadeAnew) {
-        logWarning("Snapshots are missing or in another order; the index is made anew.");
+        logWarning("Snapshots are missing or in a different order; rebuilding the index.");
         numbered = indexNumbering(none, order);
     }
     for (const auto& [number, snapshot] : numbered->snapshots())

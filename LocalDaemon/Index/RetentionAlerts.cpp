@@ -39,7 +39,7 @@ Alert alertForDisappearance(const RetentionRecord::Entry& entry) {
     }
     alert.actions.insert(alert.actions.begin(), std::string(keepVerb) + ':' + id);
     alert.title = formatText("%llu of %llu files have disappeared.", gone.files, gone.of);
-    alert.body = "They were deleted, excluded or on a disk that was away when the backup of " +
+    alert.body = "They were deleted, excluded or on a disk that was not mounted when the backup of " +
                  dateText(gone.time) +
                  " was made. They stay in the backup until you decide: \"keep\" keeps them for good, "
                  "\"forget\" removes them once they have been kept for the usual time.";
@@ -47,13 +47,14 @@ Alert alertForDisappearance(const RetentionRecord::Entry& entry) {
 }
 
 Alert alertForSnapshotAhead(const Snapshot& snapshot) {
-    return {.kind = aheadAlert,
-            .severity = "warning",
-            .title = "Old versions are not removed from the backup.",
-            .body =
-                "The clock says that snapshot " + shortId(snapshot.id) + ", of " + dateText(snapshot.time) +
-                ", is not made yet. Set the clock. If it is right now, versions are removed again from that "
-                "date on."};
+    return {
+        .kind = aheadAlert,
+        .severity = "warning",
+        .title = "Old versions are not removed from the backup.",
+        .body =
+            "By the clock, snapshot " + shortId(snapshot.id) + ", of " + dateText(snapshot.time) +
+            ", lies in the future. Set the clock. If it is right now, versions are removed again from that "
+            "date on."};
 }
 
 Alert alertForOrder(const Snapshot& before, const Snapshot& made) {
@@ -68,20 +69,18 @@ Alert alertForOrder(const Snapshot& before, const Snapshot& made) {
 Alert alertForListing(std::size_t done, std::size_t of) {
     return {.kind = restorestatus::listingAlert,
             .severity = "information",
-            .title = "The list of what is in the backup is being made.",
+            .title = "The repository is being listed.",
             .body = formatText(
                 "%llu of %llu snapshots have been read. Backups and restores wait for the rest.", done, of)};
 }
 
 Alert alertForUnreadSnapshots(const std::string& errors) {
-    return {
-        .kind = unreadSnapshotsAlert,
-        .severity = "error",
-        .title = "Some snapshots of the backup cannot be read.",
-        .body =
-            "What only they hold cannot be restored now, and nothing is removed from the backup. Check the "
-            "disk, and the repository with `restic check`.\n" +
-            errors};
+    return {.kind = unreadSnapshotsAlert,
+            .severity = "error",
+            .title = "Some snapshots of the backup cannot be read.",
+            .body = "Files that only they contain cannot be restored now, and nothing is removed from the "
+                    "backup. Check the disk, and the repository with `restic check`.\n" +
+                    errors};
 }
 
 std::string dateText(std::int64_t secondsSince1970) {

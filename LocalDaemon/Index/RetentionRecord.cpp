@@ -213,7 +213,7 @@ std::int64_t RetentionRecord::look() {
     const bool isFirst = known.steadySince == 0;
     const bool hasJumped = isFirst || jump < -largestCorrection || jump > believed;
     if (hasJumped && !isFirst)
-        logWarning("The clock differs by %lld s from what had to be expected. Nothing is removed from "
+        logWarning("The clock differs by %lld s from the expected time. Nothing is removed from "
                    "the backup until deleted files have been kept for their full time from now on.",
                    jump);
     if (hasJumped) {
@@ -258,7 +258,7 @@ std::string RetentionRecord::save() {
     if (failure.empty())
         saved_ = contents_;
     else
-        logError("What decides over forgetting cannot be saved: %@", failure);
+        logError("The retention record cannot be saved: %@", failure);
     return failure;
 }
 

@@ -27,7 +27,7 @@ std::string AlertActions::perform(const std::string& action, const std::string& 
     const std::string_view verb = verbOf(action);
     const auto handler = handlers_.find(verb);
     if (handler == handlers_.end())
-        return "Nothing in this daemon does \"" + action + "\".";
+        return "This daemon has no handler for \"" + action + "\".";
     const std::string argument = action.substr(std::min(verb.size() + 1, action.size()));
     return handler->second(argument);
 }

@@ -193,7 +193,7 @@ Value DaemonTarget::dictionaryForPathWithDirSizes(const Value& path, bool withDi
 void DaemonTarget::setPriorityBackup(const Value& path) {
     const auto real = world_->disks->entrance().pathWithoutLinks(path.stringValue());
     if (!real)
-        return logWarning("What makes no sense is not backed up first: %@", path);
+        return logWarning("An invalid path is not backed up first: %@", path);
     world_->state->backupOrders().add();
     world_->runner->backUpNow(*real);
 }
@@ -208,13 +208,13 @@ std::uint32_t DaemonTarget::restoreFile(const Value& source, const Value& destin
                                         std::uint32_t priority) {
     if (world_->state->configuration().repository.location.empty())
         return world_->restores->refuse(
-            formatText("%@ cannot be restored: the backup does not know where it is.", source));
+            formatText("%@ cannot be restored: no valid repository is configured.", source));
     PathEntrance entrance = world_->disks->entrance();
     std::optional<std::string> from = entrance.realPath(source.stringValue());
     const std::optional<std::string> to = entrance.pathWithoutLinks(destination.stringValue());
     if (!from || !to)
-        return world_->restores->refuse(
-            formatText("%@ cannot be restored to %@: there is no such path.", source, destination));
+        return world_->restores->refuse(formatText(
+            "%@ cannot be restored to %@: both must be valid absolute paths.", source, destination));
     if (!world_->state->index()->find(*from))
         from = entrance.pathWithoutLinks(source.stringValue());
     return world_->restores->add({0, version, priority, *from, *to});

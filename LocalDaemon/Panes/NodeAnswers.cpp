@@ -2,6 +2,7 @@
 
 #include "Common/FileNode/FileNode.h"
 #include "Foundation/CleanPath.h"
+#include "Foundation/Format.h"
 #include "Foundation/PathComponents.h"
 #include "Foundation/Unicode.h"
 #include "LocalDaemon/Index/LeftOut.h"
@@ -79,7 +80,7 @@ public:
         if (!folder.isMissing && !folder.isSilent)
             listing = fileSystem_.list(folder.path, mostChildren);
         if (!listing.isComplete)
-            KelvaneCLog("Panes are not told of all that is in %@: error %d.", folder.path, listing.error);
+            KelvaneCLog("The listing of %@ is incomplete: %@", folder.path, errorText(listing.error));
         std::set<std::string> names(listing.names.begin(), listing.names.end());
         if (const BackupIndex::Item* const saved = index_->find(folder.path))
             for (const BackupIndex::Item& item : index_->children(*saved))

@@ -48,7 +48,7 @@ void PaneServer::socketCreated(const std::shared_ptr<KelvaneSocket>& child) {
 }
 
 void PaneServer::sessionEnded(const std::shared_ptr<PaneSession>& session) {
-    KelvaneCLog("A pane has gone.");
+    KelvaneCLog("A pane has disconnected.");
     {
         const std::scoped_lock guard(mutex_);
         if (std::erase(sessions_, session) == 0)

@@ -80,7 +80,7 @@ void PaneSession::send() {
 
 void PaneSession::send(const CallbackQueue::Batch& batch) {
     if (batch.lostAlerts > 0)
-        logWarning("A pane takes its alerts too slowly; it is not told the oldest %llu.", batch.lostAlerts);
+        logWarning("A pane reads its alerts too slowly; the oldest %llu were dropped.", batch.lostAlerts);
     if (batch.states.size() == 1) {
         proxy_->call<"stateChanged:">(batch.states.front());
     } else if (!batch.states.empty()) {

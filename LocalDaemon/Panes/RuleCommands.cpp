@@ -54,13 +54,13 @@ void RuleCommands::mark(const Array& paths, PathRules::Mark mark) const {
     if (error == 0)
         return state_->alerts()->withdraw(refusedAlert);
     const std::string reason = errorText(static_cast<int>(error));
-    logWarning("What is backed up stays as it is (%@): %@", reason, Value(paths));
+    logWarning("The selection was not changed (%@): %@", reason, Value(paths));
     // The call has no result for this error.
     if (error == ENOSPC)
         state_->alerts()->raise(
             {.kind = refusedAlert,
              .severity = "error",
-             .title = "What is backed up stays as it is.",
+             .title = "The selection was not changed.",
              .body = "There are too many rules to keep one more. Remove some of them first."});
 }
 

@@ -70,7 +70,7 @@ void KnownRepositories::note(const std::string& location, const std::string& rep
     if (failure.empty())
         failure = replacePrivateFile(path_, text).reason;
     if (!failure.empty())
-        logError("That this key opens a repository cannot be noted: %@", failure);
+        logError("The repository of this key cannot be recorded: %@", failure);
 }
 
 } // namespace kelvane

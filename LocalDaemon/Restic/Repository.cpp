@@ -112,7 +112,7 @@ void leaveOut(std::vector<SnapshotItem>& items, const std::vector<bool>& isLeftO
     std::size_t kept = 0;
     for (std::size_t at = 0; at < items.size(); ++at) {
         if (isImpossible(items[at].path))
-            logWarning("The backup holds a file with an impossible name, which is ignored: %@",
+            logWarning("The backup contains a file with an invalid name, which is ignored: %@",
                        items[at].path);
         else if (!isLeftOut[at] && kept++ != at)
             items[kept - 1] = std::move(items[at]);
@@ -178,7 +178,7 @@ Repository::Opening Repository::openWithoutKey(Making making, const StopSignal& 
     bool isNew = false;
     if (const std::string failure = ensurePasswordFile(place.passwordFile, isNew); !failure.empty())
         return {.outcome = {.trouble = ResticTrouble::Failed,
-                            .errors = "Cannot make the backup's key: " + failure},
+                            .errors = "Cannot create the repository's key: " + failure},
                 .id = {}};
     Opening opening = openWith(Restic(place), making, stop);
     std::error_code error;
@@ -331,7 +331,7 @@ ResticOutcome Repository::remove(const std::vector<RepositoryLock>& locks,
         return print(*restic_, {"unlock"}, stop).outcome;
     if (folder.empty())
         return {.trouble = ResticTrouble::Locked,
-                .errors = "A lock that must stay would be removed as well."};
+                .errors = "restic would also remove a lock that is in use."};
     for (const RepositoryLock& each : locks)
         if (::unlink((folder + "/locks/" + each.id).c_str()) != 0 && errno != ENOENT)
             return {.trouble = ResticTrouble::Failed,

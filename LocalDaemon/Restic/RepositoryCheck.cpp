@@ -145,7 +145,7 @@ RepositoryCheck::Located RepositoryCheck::locate(const CheckReport& report, Snap
             break;
     }
     if (located.outcome.trouble == ResticTrouble::Failed) { // For example over a truncated pack.
-        logWarning("Cannot tell which files are damaged: %@", reasonOf(located.outcome));
+        logWarning("Cannot determine which files are damaged: %@", reasonOf(located.outcome));
         located.outcome = {};
         damage.isEverything = true;
     }
@@ -259,7 +259,7 @@ RepositoryCheck::Packs RepositoryCheck::neededByOthers(const std::set<std::strin
     if (needed.outcome.succeeded())
         needed.outcome = addNeeded(packs, own.snapshots, needed.ids, stop);
     if (own.outcome.succeeded() && needed.outcome.trouble == ResticTrouble::Failed) {
-        logWarning("Cannot tell who needs the damaged packs: %@", reasonOf(needed.outcome));
+        logWarning("Cannot determine which snapshots need the damaged packs: %@", reasonOf(needed.outcome));
         return {{}, packs};
     }
     return needed;

@@ -52,7 +52,7 @@ public:
         std::random_device random;
         path_ = formatText("%@%08x%08x", start, random(), random());
         if (!replacePrivateFile(note_, path_).succeeded())
-            logWarning("%@ cannot be written: if the daemon is killed now, %@ stays.", note_, path_);
+            logWarning("Cannot write %@; if the daemon is killed now, %@ is left behind.", note_, path_);
         if (::mkdir(path_.c_str(), S_IRWXU) != 0)
             failure_ = std::error_code(errno, std::generic_category());
     }

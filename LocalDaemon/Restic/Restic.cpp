@@ -131,7 +131,7 @@ std::string blockageOf(pid_t restic, const std::string& folder) {
     if (std::string silence = silenceAround(folder, longestSilence); !silence.empty())
         return silence;
     // restic skips pipes, but opens one that has just replaced a file, and would block for ever.
-    return isOpeningPipe(restic) ? "A named pipe has taken the place of a file." : "";
+    return isOpeningPipe(restic) ? "A named pipe has replaced a file." : "";
 }
 
 } // namespace
@@ -173,7 +173,7 @@ std::string reasonOf(const ResticOutcome& outcome) {
     for (std::string line; std::getline(lines, line);)
         if (!line.starts_with('{'))
             reason.append(reason.empty() ? "" : "\n").append(line);
-    return reason.empty() ? "restic ended without a word: somebody may have stopped it." : reason;
+    return reason.empty() ? "restic exited without a message; it may have been killed." : reason;
 }
 
 Restic::Restic(RepositoryPlace place, std::shared_ptr<ResticProcesses> processes)
@@ -219,7 +219,7 @@ ResticOutcome Restic::run(const Call& call, const StopSignal& stop) const {
             removeCache();
     }
     if (call.takesLockIfPossible && !child.succeeded() && !isStopped() && tellsOfRefusedLocks(child.errors)) {
-        logNotice("The backup's place takes no lock, and is read without one.");
+        logNotice("The repository cannot be locked; reading it without a lock.");
         watched.arguments = call.arguments;
         child = runOnce(watched, false, stop);
     }
@@ -335,7 +335,7 @@ bool tellsOfRetry(std::string_view errorLine) {
 
 std::string silenceAround(const std::string& folder, std::chrono::milliseconds longest) {
     const std::string mount = silentMountAround(folder, longest);
-    return mount.empty() ? mount : "What is mounted at " + mount + " does not answer.";
+    return mount.empty() ? mount : "The file system mounted at " + mount + " does not respond.";
 }
 
 std::string escapedForPattern(std::string_view path) {

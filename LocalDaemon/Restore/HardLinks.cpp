@@ -31,11 +31,11 @@ std::string HardLinks::compare(const Names& names) {
         const Snapshot* const snapshot = index_.snapshot(each->snapshot);
         const auto node = snapshot ? nodes_.find(snapshot->id, index_.pathOf(*each), trouble) : std::nullopt;
         if (!node)
-            return "whether it has its own contents cannot be found out: " + trouble.reason;
+            return "cannot verify that its contents are its own: " + trouble.reason;
         if (contents && *contents != node->contents)
             return "it had the inode number of another file in the same backup, whose contents may have "
                    "come; "
-                   "restore it by itself";
+                   "restore it separately";
         contents = node->contents;
     }
     return {};

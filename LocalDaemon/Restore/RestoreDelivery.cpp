@@ -21,11 +21,10 @@ namespace {
 constexpr mode_t ownersFolder = 0700;    // The mode of a new parent folder without saved metadata.
 constexpr const char* newFolder = "new"; // A name beside the folders of the snapshots.
 constexpr std::uint64_t smallestWithHoles = std::uint64_t{64} << 10U;
-constexpr const char* missing = "it has not come out of the backup";
+constexpr const char* missing = "restic did not restore it";
 
 std::string reasonText() {
-    return errno == EXDEV ? "it would come to another disk than what is around it; restore it by itself"
-                          : errorText();
+    return errno == EXDEV ? "its folder is on a different disk; restore it separately" : errorText();
 }
 
 SavedAccess accessOf(const BackupIndex::Item& item, const std::string& lostRules) {
@@ -106,7 +105,7 @@ void RestoreDelivery::deliver(const RestorePiece& piece) {
 
 void RestoreDelivery::deliver(const Place& place, bool isFolderAlone) {
     if (clashing_.contains(place.path) || isOthersPlace(place))
-        return fail(place.path, "on this disk its name is that of another file");
+        return fail(place.path, "another file has the same name on this disk");
     if (place.item.kind == ItemKind::Folder)
         deliverFolder(place, isFolderAlone);
     else
@@ -129,7 +128,7 @@ FileDescriptor RestoreDelivery::folderAround(const RestorePiece& piece, const st
         if (!next && errno == ENOENT)
             next = madeParent(piece, path, folder.get(), target);
         if (!next)
-            reason = errno == ENOTDIR ? "something else than a folder stands at " + target
+            reason = errno == ENOTDIR ? "there is a file instead of a folder at " + target
                                       : target + ": " + reasonText();
         folder = std::move(next);
     }
@@ -182,8 +181,8 @@ void RestoreDelivery::deliverFile(const Place& place) {
         return fail(place.path, reason);
     if (::fstatat(place.around, place.name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0 &&
         !S_ISREG(there.st_mode) && !S_ISLNK(there.st_mode))
-        return fail(place.path, S_ISDIR(there.st_mode) ? "a folder stands in its place"
-                                                       : "a device, pipe or socket stands in its place");
+        return fail(place.path, S_ISDIR(there.st_mode) ? "a folder is in its place"
+                                                       : "a device, pipe or socket is in its place");
     const std::string staged = place.path.substr(place.path.rfind('/') + 1);
     reason = setSavedTime(place.staged, staged, place.item.modified);
     if (::renameat(place.staged, staged.c_str(), place.around, place.name.c_str()) != 0)
@@ -223,7 +222,7 @@ std::string RestoreDelivery::faultOf(const Place& place) {
         place.item.kind == ItemKind::Link
             ? S_ISLNK(status.st_mode)
             : S_ISREG(status.st_mode) && static_cast<std::uint64_t>(status.st_size) == place.item.size;
-    return isAsSaved ? "" : "it has come out of the backup as something else than was saved";
+    return isAsSaved ? "" : "the restored file does not match the backup";
 }
 
 std::string RestoreDelivery::errorOfOtherNames(const struct stat& status) const {
@@ -276,7 +275,7 @@ std::string RestoreDelivery::completeAttributes(const Place& place) const {
     RestoreTrouble trouble;
     const std::optional<SavedNode> node = nodes_.find(snapshot->id, place.path, trouble);
     if (!node)
-        return "its attributes cannot be found out: " + trouble.reason;
+        return "its attributes cannot be read: " + trouble.reason;
     return makeOwnerAccessible(staged.get()) ? setAttributes(self, node->attributes)
                                              : "its mode cannot be set: " + reasonText();
 }
@@ -292,7 +291,7 @@ std::string RestoreDelivery::lostAccessRules(std::uint32_t number, const std::st
     RestoreTrouble trouble;
     const std::optional<SavedNode> node = nodes_.find(snapshot->id, path, trouble);
     if (!node)
-        return "only its owner has access: whether it had an ACL cannot be found out: " + trouble.reason;
+        return "only its owner has access: cannot determine whether it had an ACL: " + trouble.reason;
     const bool isLost =
         std::ranges::any_of(node->attributes, [](const auto& each) { return isAccessRule(each.first); });
     return isLost ? "only its owner has access: the disk does not keep its ACL" : "";
@@ -317,7 +316,7 @@ void RestoreDelivery::deliverFolder(const Place& place, bool isAlone) {
     if (!target && errno == ENOENT)
         target = makeFolder(place.around, place.name, metadata ? &*metadata : nullptr, reason);
     if (!target)
-        return fail(place.path, errno == ENOTDIR ? "something else than a folder stands at " + place.target
+        return fail(place.path, errno == ENOTDIR ? "there is a file instead of a folder at " + place.target
                                                  : place.target + ": " + reasonText());
     if (metadata && isElsewhere)
         reason = metadata->narrow(target.get());

@@ -48,7 +48,7 @@ RestoreTrouble RestoreFetch::fetch(const RestorePlan& plan, const StagingFolder&
         const std::string reason = !last.trouble.isNone() ? last.trouble.reason
                                    : errors.items.empty() ? errors.below.begin()->second
                                                           : errors.items.begin()->second;
-        logWarning("Restoring waits until the backup can be reached: %@", reason);
+        logWarning("Restore delayed until the repository can be reached: %@", reason);
         tools_.onWait(reason);
         const bool isLastWait = std::next(wait) == tools_.waits.end();
         const bool isToLast = last.isLocked && isSomebodyAtWork() && isLastWait;
@@ -66,7 +66,7 @@ bool RestoreFetch::isSomebodyAtWork() const {
     const Repository repository(tools_.restic, anyComputer);
     const ResticOutcome outcome = repository.clearStaleLocks(tools_.stop).outcome;
     if (!outcome.succeeded())
-        logWarning("The lock of the backup stands. %@", outcome.errors);
+        logWarning("The repository is still locked: %@", outcome.errors);
     return outcome.succeeded();
 }
 
@@ -76,8 +76,8 @@ RestoreFetch::Try RestoreFetch::fetchWhatThereIs(const RestorePlan& plan, const 
     Try first = fetchOnce(plan, {}, staging, errors);
     if (!first.lacksContents || tools_.stop.isSet())
         return first;
-    logWarning("Parts of the backup are missing; finding out of which files.");
-    tools_.onWait("Parts of the backup are missing: looking which files can still be restored.");
+    logWarning("Parts of the repository are missing; searching for the affected files.");
+    tools_.onWait("Parts of the repository are missing; searching for files that can still be restored.");
     const Damage lost = lostContents();
     tools_.onWait({});
     return lost.paths.empty() ? first : fetchOnce(plan, lost, staging, errors);
@@ -132,7 +132,7 @@ RestoreFetch::Try RestoreFetch::fetchFrom(std::uint32_t number, const SnapshotPa
         if (!call.trouble.isNone() || tools_.stop.isSet())
             return call;
         if (!staging.merge(callFolder, whole))
-            return {{"what has come out of the backup cannot be moved: " + errorText()}};
+            return {{"restored files cannot be moved: " + errorText()}};
     }
     addErrorsOf(snapshot->id, said, here);
     // The newest version of such a file is in another snapshot and may be intact there.
@@ -154,7 +154,7 @@ void RestoreFetch::addErrorsOf(const std::string& snapshot, const std::string& s
         return listed.contains(folder) ? listed[folder] : std::set<std::string>();
     });
     if (said.size() >= mostErrorBytes)
-        errors.below["/"] = "restic met more errors than can be looked through";
+        errors.below["/"] = "restic reported too many errors to assign them to files";
 }
 
 RestoreFetch::Try RestoreFetch::callRestic(std::vector<std::string> arguments, const std::string& staging,
@@ -173,7 +173,7 @@ RestoreFetch::Try RestoreFetch::callRestic(std::vector<std::string> arguments, c
             said.append(tools_.restic->withoutSecrets(std::string(line))).append("\n");
     };
     const auto onQuiet = [this](bool isQuiet) {
-        tools_.onWait(isQuiet ? "Nothing has come out of the backup for half a minute." : "");
+        tools_.onWait(isQuiet ? "No data has arrived from the repository for half a minute." : "");
     };
     ArrivalWatch watch({staging, *tools_.index, tools_.onArrival, onQuiet});
     call.tickInterval = ArrivalWatch::interval;

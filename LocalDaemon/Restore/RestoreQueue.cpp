@@ -17,8 +17,8 @@ namespace {
 constexpr std::size_t mostWaiting = 20'000;
 constexpr std::size_t mostEnded = 10'000;
 constexpr std::size_t mostBytesOfEnded = std::size_t{16} << 20U;
-constexpr const char* indexIsRead = "The list of what is in the backup is being read.";
-constexpr const char* failuresDropped = "what failed stands in the log";
+constexpr const char* indexIsRead = "The repository is being listed.";
+constexpr const char* failuresDropped = "the log lists the failures";
 // Jobs are run in batches, since each restic call takes half a second; the limit keeps the first jobs of
 // a batch from waiting too long for the last.
 constexpr std::size_t mostInBatch = 500;
@@ -73,7 +73,7 @@ void RestoreQueue::start() {
         waiting_.push_back({std::move(job)});
     report();
     thread_ = std::thread([this, left = std::move(contents)] {
-        runGuarded("removing what is left of a restore", options_.failed, [&] { removeLeft(left); });
+        runGuarded("removing a staging folder", options_.failed, [&] { removeLeft(left); });
         work();
     });
 }
@@ -242,7 +242,7 @@ std::string RestoreQueue::troubleWithBackup() const {
     const std::string reason =
         outcome.succeeded() ? options_.askForIndex() : restoreTroubleFor(outcome).reason;
     if (!reason.empty())
-        logWarning("Restoring waits until it is known what is in the backup: %@", reason);
+        logWarning("Restore delayed until the repository has been listed: %@", reason);
     return reason;
 }
 

@@ -93,12 +93,13 @@ void RestoreRun::narrow(const RestorePiece& folder) {
     if (!node) {
         access.mode &= mode_t{S_IRWXU};
         fail({folder},
-             {"only its owner has access: whether it had an ACL cannot be found out: " + trouble.reason,
+             {"only its owner has access: cannot determine whether it had an ACL: " + trouble.reason,
               trouble.isSnapshotGone});
     }
     const std::string reason = narrowFolder(there.get(), access, node ? node->attributes : Attributes());
     if (!reason.empty())
-        fail({folder}, {folder.target + " lets others in who must not see what comes into it: " + reason});
+        fail({folder},
+             {folder.target + " is accessible to users who must not see the restored files: " + reason});
 }
 
 RestorePortions RestoreRun::divide(const RestorePieces& pieces, std::uint64_t room) {
@@ -234,8 +235,8 @@ void RestoreRun::streamAndDeliver(const std::string& folder, const RestorePieces
         FileErrors errors;
         if (const RestoreTrouble trouble = fetch_.fetch(plan, staging, errors); !trouble.isNone())
             return fail(files, trouble);
-        tools_.onWait("There is little room in " + folder +
-                      ": files that may have holes are written one by one, which takes longer.");
+        tools_.onWait("Little free space in " + folder +
+                      ": large files, which may be sparse, are restored one by one, which takes longer.");
         RestoreStream stream({tools_.restic, tools_.index, nodes_, tools_.stop,
                               [this](const Arrival& arrival) { countArrival(arrival); }});
         for (const RestorePiece& file : files)
@@ -282,9 +283,9 @@ void RestoreRun::finishMadeFolders() {
     for (auto each = made_.rbegin(); each != made_.rend(); ++each) {
         const FileDescriptor folder = openFolder(each->target);
         const std::string reason =
-            folder ? each->metadata.applyTo(folder.get(), FolderMetadata::Use::Final) : "it has gone";
+            folder ? each->metadata.applyTo(folder.get(), FolderMetadata::Use::Final) : "it was removed";
         if (!reason.empty())
-            logWarning("%@ is not as it was saved: %@", each->target, reason);
+            logWarning("%@ differs from the backup: %@", each->target, reason);
     }
 }
 
@@ -296,7 +297,7 @@ void RestoreRun::fail(const RestorePieces& pieces, const RestoreTrouble& trouble
 
 void RestoreRun::failWithoutRoom(const RestorePiece& piece, const std::string& folder) {
     fail({piece},
-         {formatText("there is no room: %llu bytes are needed and %llu free in %@",
+         {formatText("not enough space: %llu bytes needed, %llu free in %@",
                      roomFor(lastTotals(*tools_.index, *piece.item)), tools_.freeSpace(folder), folder)});
 }
 

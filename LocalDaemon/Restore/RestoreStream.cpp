@@ -72,7 +72,7 @@ RestoreTrouble RestoreStream::bring(const BackupIndex::Item& item, const Staging
     if (!node)
         return trouble;
     if (!node->isFile)
-        return {"it is not in the snapshot that should hold it"};
+        return {"its snapshot does not contain it"};
     const FileDescriptor around = staging.open(std::to_string(item.snapshot) + std::string(folderOf(path)));
     const std::string name = lastPathComponent(path);
     last_ = {item.snapshot, node->device, node->inode, node->contents};
@@ -144,8 +144,7 @@ RestoreTrouble RestoreStream::write(int file, const BackupIndex::Item& item,
         return restoreTroubleFor(outcome);
     if (::ftruncate(file, static_cast<off_t>(writer.size())) != 0)
         return {"it cannot be written: " + errorText()};
-    return {writer.size() == item.size ? ""
-                                       : "it has come out of the backup as something else than was saved"};
+    return {writer.size() == item.size ? "" : "the restored file does not match the backup"};
 }
 
 } // namespace kelvane

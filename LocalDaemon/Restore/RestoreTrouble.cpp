@@ -17,13 +17,13 @@ constexpr std::string_view errorMark = "ignoring error for ";
 constexpr std::string_view lastMark = "Fatal: ";
 
 constexpr TroubleRow rows[] = {
-    {ResticTrouble::NoRepository, "the backup's repository is not there", true}, // The disk is not mounted.
-    {ResticTrouble::Unreachable, "the backup's repository cannot be reached", true},
-    {ResticTrouble::NoNetwork, "there is no network for the backup", true},
-    {ResticTrouble::Locked, "somebody else is at work in the backup's repository", true},
-    {ResticTrouble::Stopped, "nothing has come out of the backup for too long", true},
-    {ResticTrouble::WrongPassword, "the key does not fit the backup's repository", false},
-    {ResticTrouble::Failed, "restic could not go on", false},
+    {ResticTrouble::NoRepository, "the repository was not found", true}, // The disk is not mounted.
+    {ResticTrouble::Unreachable, "the repository cannot be reached", true},
+    {ResticTrouble::NoNetwork, "there is no network connection", true},
+    {ResticTrouble::Locked, "another program is using the repository", true},
+    {ResticTrouble::Stopped, "no data has arrived from the repository for too long", true},
+    {ResticTrouble::WrongPassword, "the key does not match the repository", false},
+    {ResticTrouble::Failed, "restic failed", false},
 };
 
 const TroubleRow& rowOf(ResticTrouble trouble) {
@@ -67,13 +67,13 @@ void takeError(FileErrors& errors, const BackupIndex& index, std::string_view en
     const auto isSpecialFile = [&](std::string_view path) { return isSpecial(index, path, specialFiles); };
     if (!takeItems(errors, entry, isInBackup) && !takeItems(errors, entry, isSpecialFile))
         errors.below.emplace(knownFolderOf(index, entry.substr(0, entry.find(": "))),
-                             "restic met an error near it: " + std::string(entry));
+                             "restic reported an error for a nearby file: " + std::string(entry));
 }
 
 } // namespace
 
 RestoreTrouble goneSnapshot() {
-    return {"the snapshot that holds it is not in the backup any more", true};
+    return {"its snapshot is no longer in the repository", true};
 }
 
 RestoreTrouble restoreTroubleFor(const ResticOutcome& outcome) {

@@ -112,7 +112,7 @@ std::optional<SavedNode> SavedNodes::find(const std::string& snapshotId, const s
                                           RestoreTrouble& trouble) {
     const Json json = trees_->nodeOf(snapshotId, path, trouble);
     if (trouble.isNone() && !json.is_object())
-        trouble.reason = "it is not in the snapshot that should hold it";
+        trouble.reason = "its snapshot does not contain it";
     if (!trouble.isNone())
         return std::nullopt;
     SavedNode node;

@@ -288,7 +288,7 @@ void FolderScan::gatherBurst() {
 void FolderScan::takeChanges(const std::vector<DirectoryWatch::Event>& changes) {
     for (const auto& [path, change] : changes) {
         if (change == DirectoryWatch::Change::Overflow) {
-            logNotice("Changes came faster than the system reports them: everything is scanned again.");
+            logNotice("The queue of file events overflowed; everything is scanned again.");
             scanEverything();
             for (Folder* const folder : dirty_)
                 folder->isOnlyLookedAt = false;

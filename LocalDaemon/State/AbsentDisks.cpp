@@ -27,12 +27,12 @@ struct AbsenceText {
 };
 // In the order of `Absence`.
 const AbsenceText absenceTexts[] = {
-    {"The disk at ", " is away.", "Nothing has been mounted there since "},
+    {"The disk at ", " is not mounted.", "Nothing has been mounted there since "},
     {"", " is empty, and was not when it was backed up.", "It has been empty or missing since "},
     {"Something is mounted over ", ", which was backed up.", "What was backed up has been hidden since "},
     {"Another disk is mounted at ", " than the one that was backed up.",
      "The other one has been mounted there since "},
-    {"What is mounted at ", " does not answer.", "It has been silent since "},
+    {"The file system mounted at ", " does not respond.", "It has not responded since "},
 };
 
 // Returns whether nothing in the folder could have been backed up. An unreadable folder is not empty.

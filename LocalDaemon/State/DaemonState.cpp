@@ -248,7 +248,7 @@ void DaemonState::checkSelection() {
             {.kind = selectionAlert,
              .severity = "warning",
              .title = nothingIsSelected,
-             .body = "No file is protected any more, and what is in the backup leaves it after the time that "
+             .body = "No file is protected any more, and files in the backup are removed after the time that "
                      "deleted files are kept. Select folders in the Backup tab."});
 }
 

@@ -106,7 +106,7 @@ std::string KnownDisks::decide(const std::string& name, AwayDisk::Decision decis
             }
     });
     report();
-    return isKnown ? std::string() : "No disk that is away is named " + name + ".";
+    return isKnown ? std::string() : "No unmounted disk is named " + name + ".";
 }
 
 void KnownDisks::report() const {
@@ -125,12 +125,13 @@ std::string KnownDisks::refusalFor(const std::string& path) {
         if (path != disk && !path.starts_with(withSeparator(disk)))
             continue;
         if (absence == Absence::NotMounted)
-            return "the disk that belongs at " + disk + " is not there: connect it, or choose another place";
+            return "the disk that belongs at " + disk +
+                   " is not mounted: connect it, or choose another target";
         if (absence == Absence::Silent)
-            return "what is mounted at " + disk + " does not answer: choose another place";
+            return "the file system mounted at " + disk + " does not respond: choose another target";
         if (absence != Absence::Empty)
             return "something else is mounted at " + disk +
-                   " than what was backed up from there: unmount it, or choose another place";
+                   " than what was backed up from there: unmount it, or choose another target";
     }
     return {};
 }

@@ -9,7 +9,7 @@ namespace kelvane {
 std::string textForPanes(const std::string& text) {
     if (isUtf8(text))
         return text;
-    logWarning("A text is not UTF-8, and is told with replacements: %@", textFromPath(text));
+    logWarning("A text is not UTF-8; its invalid bytes are replaced: %@", textFromPath(text));
     return textFromPath(text);
 }
 

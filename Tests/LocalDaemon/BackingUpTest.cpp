@@ -105,8 +105,7 @@ TEST_F(BackingUp, KeepsNamesByteForByte) {
     EXPECT_EQ(fs::status(in("odd [x]")).permissions(), fs::perms::owner_all);
     EXPECT_TRUE(fs::is_empty(in("odd [x]")));
     fs::create_directories(folders / "out/in the way");
-    EXPECT_EQ(failuresOf(texts[3], folders / "out"),
-              texts[3].stringValue() + ": a folder stands in its place\n");
+    EXPECT_EQ(failuresOf(texts[3], folders / "out"), texts[3].stringValue() + ": a folder is in its place\n");
 }
 
 TEST_F(BackingUp, SaysOfWhichLinksResticLosesTheTargets) {
@@ -252,7 +251,7 @@ TEST_F(BackingUp, AHomeThatIsNotMountedIsLeftAloneUntilAPersonGivesItUp) {
     start();
     ASSERT_TRUE(comesToRest(1, 5));
     isHomeSilent = true;
-    const std::string silent = "What is mounted at " + folders.home() + " does not answer.";
+    const std::string silent = "The file system mounted at " + folders.home() + " does not respond.";
     EXPECT_TRUE(comesTo([&] { return alertOf(kind)["title"] == silent; }));
     isHomeSilent = false;
     EXPECT_TRUE(comesTo([&] { return alertOf(kind) == Value(); }));
@@ -265,7 +264,7 @@ TEST_F(BackingUp, AHomeThatIsNotMountedIsLeftAloneUntilAPersonGivesItUp) {
     ASSERT_TRUE(comesTo([&] { return pane->state("isBackupNeeded") == false; }));
     EXPECT_EQ(snapshots(), 1U);
     EXPECT_EQ(colors({in("folder/file"), in("left")}), (Array{blue, none}));
-    EXPECT_EQ(alertOf(kind)["title"], "The disk at " + folders.home() + " is away.");
+    EXPECT_EQ(alertOf(kind)["title"], "The disk at " + folders.home() + " is not mounted.");
     EXPECT_EQ(failuresOf(in("folder"), folders / "back"), "");
     EXPECT_EQ(folders.read("back/file"), "12345");
     EXPECT_NE(failuresOf(in("folder/file"), in("folder/file")), "");

@@ -119,7 +119,7 @@ TEST_F(BackingUp, RestoresWhatAnOlderSnapshotHoldsWhenSomebodyHasRemovedTheNewer
     const auto made = repository().snapshots(StopSignal()).snapshots;
     ASSERT_EQ(made.size(), 3U);
     ASSERT_TRUE(repository().forget({made.back().id}, StopSignal()).succeeded());
-    const std::string hasGone = ": the snapshot that holds it is not in the backup any more\n";
+    const std::string hasGone = ": its snapshot is no longer in the repository\n";
     EXPECT_EQ(failuresOf(folders.home(), folders / "back"), in("again") + hasGone + in("c") + hasGone);
     EXPECT_EQ(folders.read("back/a"), "1");
     EXPECT_FALSE(fs::exists(folders / "back/again"));
@@ -256,7 +256,7 @@ TEST_F(BackingUp, MakesNoRepositoryWhereOneWasOrWhereAnythingStands) {
     loseIndex();
     fs::rename(folders / "repository", folders / "away");
     start();
-    EXPECT_TRUE(says("repository is not there."));
+    EXPECT_TRUE(says("repository was not found."));
     EXPECT_FALSE(fs::exists(folders / "repository"));
     fs::rename(folders / "away", folders / "repository");
     ASSERT_TRUE(comesToRest(2, 5));
@@ -265,7 +265,7 @@ TEST_F(BackingUp, MakesNoRepositoryWhereOneWasOrWhereAnythingStands) {
     fs::remove(folders / "state/password.repositories");
     fs::rename(folders / "repository/config", folders / "config");
     start();
-    EXPECT_TRUE(says("or a part of one."));
+    EXPECT_TRUE(says("or an incomplete repository."));
     EXPECT_TRUE(alertOf("backup_trouble")["actions"].array().empty());
     EXPECT_FALSE(fs::exists(folders / "repository/config"));
     fs::rename(folders / "config", folders / "repository/config");
@@ -273,7 +273,7 @@ TEST_F(BackingUp, MakesNoRepositoryWhereOneWasOrWhereAnythingStands) {
 
     fs::remove_all(folders / "repository");
     folders.write("home/file", "123456");
-    EXPECT_TRUE(says("repository is not there."));
+    EXPECT_TRUE(says("repository was not found."));
     EXPECT_EQ(act("backup_trouble", 0), "");
     EXPECT_TRUE(comesToRest(2, 6));
 

@@ -22,7 +22,7 @@ bool setMode(int folder, mode_t mode) {
 }
 
 void logKept(const std::string& path) {
-    logWarning("%@ keeps its owner's access: %@", path, errorText());
+    logWarning("The mode of %@ cannot be restored: %@", path, errorText());
 }
 
 } // namespace

@@ -239,7 +239,7 @@ void RestoreJournal::tidyUp() {
     const Contents contents = contentsOf(file.bytes);
     if (file.succeeded() && contents.damage.empty())
         return rewrite(contents);
-    logWarning("The restore jobs cannot be tidied up: %@", file.reason + contents.damage);
+    logWarning("The restore journal cannot be rewritten: %@", file.reason + contents.damage);
     tidyAt_ *= 2;
 }
 
@@ -247,7 +247,7 @@ void RestoreJournal::rewrite(const Contents& contents) {
     const std::string text = textOf(contents);
     const FileOutcome outcome = replacePrivateFile(path_, text);
     if (!outcome.succeeded())
-        logError("The restore jobs cannot be written: %@", outcome.reason);
+        logError("The restore journal cannot be written: %@", outcome.reason);
     tidyAt_ = outcome.succeeded() ? 2 * static_cast<off_t>(text.size()) + spareSize : 2 * tidyAt_;
     file_.reset(::open(path_.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC | O_NOFOLLOW));
 }
@@ -308,7 +308,7 @@ bool RestoreJournal::appendText(const std::string& text, Flush flush) {
         return true;
     const int error = written < 0 || isWhole ? errno : ENOSPC;
     if (before >= 0 && written > 0 && ::ftruncate(file_.get(), before) != 0)
-        logWarning("A line that does not count stays in %@.", path_);
+        logWarning("An incomplete line remains in %@.", path_);
     errno = error;
     return false;
 }

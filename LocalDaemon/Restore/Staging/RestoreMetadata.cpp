@@ -103,10 +103,10 @@ bool findZeros(int file, off_t block, Take take) {
 std::string timeFault(const struct stat& now, FileTime saved) {
     constexpr std::int64_t step = 2;
     if (isAtEndOfKeptTimes(saved))
-        return "restored with another time: its own lies beyond the years that a backup keeps";
+        return "restored with a different time: its own is outside the years that restic keeps";
     return std::abs(now.st_mtim.tv_sec - saved.seconds()) < step
                ? std::string()
-               : "restored with another time: the disk does not keep its own";
+               : "restored with a different time: the disk cannot store its own";
 }
 
 } // namespace
@@ -134,7 +134,7 @@ std::string setSavedTime(int folder, const std::string& name, FileTime modified)
     const std::array<timespec, 2> times{timespec{0, UTIME_OMIT}, modified.asTimespec()};
     if (::utimensat(folder, name.c_str(), times.data(), AT_SYMLINK_NOFOLLOW) != 0 ||
         ::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
-        return "restored with another time: " + errorText();
+        return "restored with a different time: " + errorText();
     return timeFault(status, modified);
 }
 
@@ -221,7 +221,7 @@ std::string FolderMetadata::replaceAttributes(const std::string& path) const {
     for (const std::string& name : attributeNames(path))
         if (isOfTheBackup(name) && !attributes_.contains(name) &&
             ::removexattr(path.c_str(), name.c_str()) != 0 && errno != ENODATA)
-            return "its attribute " + name + " cannot be taken off: " + errorText();
+            return "its attribute " + name + " cannot be removed: " + errorText();
     return setAttributes(path, attributes_);
 }
 
@@ -248,7 +248,7 @@ std::string digHoles(int folder, const std::string& name) {
     const bool isCapable =
         saved.empty() || ::fsetxattr(file.get(), capability, saved.data(), saved.size(), 0) == 0;
     if (!isRead || !isCapable || ::fchmod(file.get(), mode) != 0 || ::futimens(file.get(), times.data()) != 0)
-        return "its holes cannot be made: " + errorText();
+        return "its holes cannot be restored: " + errorText();
     return {};
 }
 

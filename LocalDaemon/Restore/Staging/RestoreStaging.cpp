@@ -305,7 +305,7 @@ std::string StagingFolder::path() const {
 }
 
 std::string StagingFolder::sync() const {
-    return ::syncfs(synced_.get()) == 0 ? "" : "it has not come to the disk: " + errorText();
+    return ::syncfs(synced_.get()) == 0 ? "" : "it was not written to the disk: " + errorText();
 }
 
 FileDescriptor StagingFolder::open(const std::string& relativePath) const {
@@ -334,7 +334,7 @@ bool removeStaging(const std::string& path, const StopSignal* stop) {
     const FileDescriptor around =
         path.starts_with('/') ? openFolder(std::string(folderOf(path))) : FileDescriptor();
     if (!around && path.starts_with('/')) {
-        logWarning("What is left of a restore cannot be reached: %@: %@", path, errorText());
+        logWarning("A staging folder cannot be reached: %@: %@", path, errorText());
         return false;
     }
     const FileDescriptor folder = openFolderIn(around.get(), name);
@@ -349,7 +349,7 @@ bool removeStaging(const std::string& path, const StopSignal* stop) {
     if (removeContents(folder.get(), stop) && ::unlinkat(around.get(), name.c_str(), AT_REMOVEDIR) == 0)
         return true;
     if (!stop || !stop->isSet())
-        logWarning("What is left of a restore cannot be removed: %@: %@", path, errorText());
+        logWarning("A staging folder cannot be removed: %@: %@", path, errorText());
     return false;
 }
 

@@ -79,7 +79,7 @@ ComputerNumber computerNumber(const std::string& path, const std::string& indexP
     if (const std::uint32_t number = numberIn(file.bytes);
         number != 0 && (copied == 0 || copied == number || isNewer(path, copyPath))) {
         if (const std::string failure = copied == number ? "" : keep(number, copyPath); !failure.empty())
-            logWarning("The number of this computer has no second copy: %@", failure);
+            logWarning("The copy of the computer number cannot be written: %@", failure);
         return {number, {}};
     }
     if (copied != 0) {

@@ -68,21 +68,21 @@ public:
     }
     void complain(std::string_view key, const std::string& fault) const { complain_(key, fault); }
     void take(std::string_view key, std::string& text) const {
-        if (isRight(key, (*this)[key].isString(), "it is no text"))
+        if (isRight(key, (*this)[key].isString(), "it is not a string"))
             text = (*this)[key].stringValue();
     }
     void takePath(std::string_view key, std::string& path) const {
-        if (isRight(key, isAbsolutePath((*this)[key].stringValue()), "it is no absolute path"))
+        if (isRight(key, isAbsolutePath((*this)[key].stringValue()), "it is not an absolute path"))
             path = (*this)[key].stringValue();
     }
     void take(std::string_view key, std::uint32_t least, std::uint32_t most, auto&& set) const {
         const std::uint64_t number = (*this)[key].uint64Value();
         if (isRight(key, (*this)[key].isNumber() && number >= least && number <= most,
-                    formatText("it is no number from %u to %u", least, most)))
+                    formatText("it is not a number from %u to %u", least, most)))
             set(static_cast<std::uint32_t>(number));
     }
     [[nodiscard]] bool has(std::string_view key, bool (Value::*isKind)() const) const {
-        return isRight(key, ((*this)[key].*isKind)(), "it is of another kind");
+        return isRight(key, ((*this)[key].*isKind)(), "it has the wrong type");
     }
 
 private:
@@ -104,7 +104,7 @@ std::vector<std::string> volumesFrom(const Entries& entries, const Volumes& volu
         if (const auto real = volumes.realPath(folder.stringValue()); real && isAbsolutePath(*real))
             folders.push_back(withoutLinks(*real));
         else
-            entries.complain("volumes", formatText("%@ is no absolute path on this machine", folder));
+            entries.complain("volumes", formatText("%@ is not an absolute path on this machine", folder));
     }
     return folders;
 }
@@ -118,7 +118,7 @@ std::vector<std::string> policyFrom(const Entries& entries, const Volumes& volum
             policy.push_back(withItsEnd(*real, pattern));
         else
             entries.complain("policyExcludeList",
-                             formatText("%@ is no absolute path in a volume of this machine that ends in "
+                             formatText("%@ is not an absolute path in a volume of this machine that ends in "
                                         "\"/\" or \"*\"",
                                         each));
     }
@@ -134,7 +134,7 @@ void takeLocation(const Entries& entries, std::string& location) {
     if (isAbsolutePath(path) || (path == location && path.find(':') != std::string::npos))
         return;
     location.clear();
-    entries.complain("repository", "it is neither an absolute path nor a place that restic knows");
+    entries.complain("repository", "it is neither an absolute path nor a location that restic supports");
 }
 
 RepositoryPlace placeFrom(const Entries& entries, RepositoryPlace place) {
@@ -149,7 +149,7 @@ RepositoryPlace placeFrom(const Entries& entries, RepositoryPlace place) {
         if (value.isString())
             place.environment[name] = value.stringValue();
         else
-            entries.complain("environment", name + " is no text");
+            entries.complain("environment", name + " is not a string");
     }
     return place;
 }

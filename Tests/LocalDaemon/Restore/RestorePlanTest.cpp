@@ -138,7 +138,7 @@ TEST(HardLinks, AreTrustedWhereTheirNamesHadOneContent) {
             links.note(staged, *index.find(path));
         return links.faultOf(staged);
     };
-    EXPECT_TRUE(faultOf("y", FileTime(2)).ends_with("restore it by itself")) << faultOf("y", FileTime(2));
+    EXPECT_TRUE(faultOf("y", FileTime(2)).ends_with("restore it separately")) << faultOf("y", FileTime(2));
     EXPECT_EQ(faultOf("x", FileTime(2)), "") << "a link was made or removed between";
     EXPECT_EQ(faultOf("y", FileTime(1)), "") << "the repository is not asked";
 }

@@ -47,8 +47,8 @@ TEST_F(RestoreQueueTest, WhatFailsIsNamedAndStopsNothingElse) {
     start(copying());
     const std::uint32_t job = restore(folder_.home(), folder_ / "out");
     EXPECT_EQ(queue_->status(job), restorestatus::incomplete);
-    EXPECT_EQ(queue_->failures(job), home("a") + ": a folder stands in its place\n" + home("d") +
-                                         ": something else than a folder stands at " + (folder_ / "out/d") +
+    EXPECT_EQ(queue_->failures(job), home("a") + ": a folder is in its place\n" + home("d") +
+                                         ": there is a file instead of a folder at " + (folder_ / "out/d") +
                                          '\n');
     EXPECT_EQ(folder_.read("out/b"), "b");
     EXPECT_EQ(folder_.read("out/z"), "z");
@@ -77,9 +77,8 @@ printf '12345' > $'a\nb'; printf '12345' > c; printf '123' > short
 printf 'ignoring error for %s: ciphertext verification failed\nFatal: There were 1 errors\n' ")" +
                  folder_.home() + R"("$'/a\nb' >&2; exit 1)"));
     const std::uint32_t job = restore(folder_.home(), folder_ / "out");
-    EXPECT_EQ(queue_->failures(job),
-              home("a\\x0ab") + ": ciphertext verification failed\n" + home("short") +
-                  ": it has come out of the backup as something else than was saved\n");
+    EXPECT_EQ(queue_->failures(job), home("a\\x0ab") + ": ciphertext verification failed\n" + home("short") +
+                                         ": the restored file does not match the backup\n");
     EXPECT_EQ(folder_.read("out/a\nb"), "old");
     EXPECT_EQ(folder_.read("out/short"), "old");
     EXPECT_EQ(folder_.read("out/c"), "12345");
@@ -103,7 +102,7 @@ if [ $(wc -l < )" +
         {"Fatal: unable to open config file: stat /r/config: no such file or directory\\n"
          "Is there a repository at the following location?\\n/r",
          3,
-         "the backup's repository is not there: unable to open config file: stat /r/config: no such file or "
+         "the repository was not found: unable to open config file: stat /r/config: no such file or "
          "directory"},
         {"ignoring error for timed out: x: no space left\\nread /r: is broken\\nmain.run\\n\\tmain.go:1", 1,
          "restic could not go on: read /r: is broken"},
@@ -168,7 +167,7 @@ TEST_F(RestoreQueueTest, WithoutTheIndexOfTheRepositoryAJobWaitsAndFailsWithTheR
     const std::uint32_t job = restore(home("a"), folder_ / "b");
     EXPECT_EQ(queue_->failures(job), home("a") + ": the list is broken\n");
     ASSERT_GT(waits.size(), 1U);
-    EXPECT_EQ(waits[0], "The list of what is in the backup is being read.");
+    EXPECT_EQ(waits[0], "The repository is being listed.");
     EXPECT_EQ(waits[1], "the list is broken");
     EXPECT_FALSE(fs::exists(folder_ / "b"));
     isCurrent = true;
@@ -357,7 +356,7 @@ TEST_F(RestoreQueueTest, WhatFailedOfManyJobsIsDroppedBeforeItTakesTheMemory) {
     }
     start(copying());
     EXPECT_EQ(queue_->status(1), restorestatus::incomplete);
-    EXPECT_EQ(queue_->failures(1), "what failed stands in the log\n");
+    EXPECT_EQ(queue_->failures(1), "the log lists the failures\n");
     EXPECT_GT(queue_->failures(2).size(), 6U << 20U);
 }
 

@@ -30,7 +30,7 @@ TEST_F(RestoreSyncTest, WhatHasNotComeToTheDiskIsNamedAndReplacesNothing) {
     start(copying());
     writebackError = EIO;
     EXPECT_EQ(queue_->failures(restore(home("f"), folder_ / "a")),
-              home("f") + ": it has not come to the disk: Input/output error\n");
+              home("f") + ": it was not written to the disk: Input/output error\n");
     EXPECT_FALSE(fs::exists(folder_ / "a"));
     const int before = syncs;
     EXPECT_EQ(queue_->status(restore(home("f"), folder_ / "a")), restorestatus::finished);

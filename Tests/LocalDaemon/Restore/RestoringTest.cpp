@@ -221,7 +221,7 @@ TEST_F(RestoringTest, ADevicePipeOrSocketIsNotReplacedAndALongPathIsReached) {
     ASSERT_EQ(::mkfifo(home("pipe").c_str(), 0600), 0);
     start();
     const std::uint32_t job = restore(folder_.home(), folder_.home());
-    EXPECT_EQ(queue_->failures(job), home("pipe") + ": a device, pipe or socket stands in its place\n");
+    EXPECT_EQ(queue_->failures(job), home("pipe") + ": a device, pipe or socket is in its place\n");
     EXPECT_TRUE(fs::is_fifo(home("pipe")));
     EXPECT_EQ(folder_.read(deep + "/f"), "deep");
 }
