@@ -179,7 +179,7 @@ std::string LocalDaemon::makeWorld() {
     if (!loading.refusal.empty())
         return loading.refusal;
     const Configuration configuration =
-        readConfiguration(options_.configurationPath, options_.defaults, *volumes_, options_.settled);
+        readConfiguration(options_.configurationPath, options_.defaults, *volumes_, options_.overrides);
     restic_ = std::make_shared<const Restic>(configuration.repository,
                                              std::make_shared<ResticProcesses>(options_.processesPath));
     keeper_ =

@@ -29,7 +29,7 @@ class LocalDaemon {
 public:
     struct Options {
         ConfigurationDefaults defaults;
-        Dictionary settled; // Entries that override those of the configuration file.
+        Dictionary overrides; // Entries that override those of the configuration file.
         std::string socketPath;
         std::string settingsPath;
         std::string configurationPath;

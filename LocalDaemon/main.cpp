@@ -45,7 +45,7 @@ constexpr int mostArenas = 2;
 constexpr mode_t ownersRights = 0700;
 
 struct Arguments {
-    Dictionary settled; // Entries that override those of the configuration file.
+    Dictionary overrides; // Entries that override those of the configuration file.
     std::string socketPath;
     std::string logPath = defaultLogPath();
     bool isVerbose = false;
@@ -97,7 +97,7 @@ bool tellsAPassword(const Value& place) {
     return std::regex_search(place.stringValue(), password);
 }
 
-void settle(Dictionary& settled, const std::string& option, std::string_view key, const Value& value) {
+void setOverride(Dictionary& overrides, const std::string& option, std::string_view key, const Value& value) {
     if (key == "repository" && tellsAPassword(value))
         throw CLI::ValidationError(option, "everybody on this machine could read the password here; name "
                                            "the place in the configuration's file");
@@ -111,35 +111,37 @@ void settle(Dictionary& settled, const std::string& option, std::string_view key
     const std::string fault = faultIn(Dictionary{{std::string(key), known}}, Volumes::current());
     if (!fault.empty())
         throw CLI::ValidationError(option, fault);
-    settled.set(key, value);
+    overrides.set(key, value);
 }
 
-void addConfiguration(CLI::App& app, Dictionary& settled) {
+void addConfiguration(CLI::App& app, Dictionary& overrides) {
     // A relative path is resolved in the working directory.
     app.add_option_function<std::string>(
            "--home",
-           [&settled](const std::string& home) {
-               settle(settled, "--home", "homeFolder",
-                      std::filesystem::absolute(home).lexically_normal().string());
+           [&overrides](const std::string& home) {
+               setOverride(overrides, "--home", "homeFolder",
+                           std::filesystem::absolute(home).lexically_normal().string());
            },
            "Folder to back up (default: your home folder)")
         ->type_name("DIR")
         ->check(CLI::Validator(CLI::ExistingDirectory).description(""));
     for (const Option& option : textOptions)
         app.add_option_function<std::string>(
-               option.name, [&](const std::string& text) { settle(settled, option.name, option.key, text); },
+               option.name,
+               [&](const std::string& text) { setOverride(overrides, option.name, option.key, text); },
                option.meaning)
             ->type_name(option.type);
     for (const Option& option : numberOptions)
         app.add_option_function<std::uint32_t>(
-               option.name, [&](std::uint32_t number) { settle(settled, option.name, option.key, number); },
+               option.name,
+               [&](std::uint32_t number) { setOverride(overrides, option.name, option.key, number); },
                option.meaning)
             ->type_name(option.type);
     for (const Option& option : listOptions)
         app.add_option_function<std::vector<std::string>>(
                option.name,
                [&](const std::vector<std::string>& texts) {
-                   settle(settled, option.name, option.key, Array(texts.begin(), texts.end()));
+                   setOverride(overrides, option.name, option.key, Array(texts.begin(), texts.end()));
                },
                option.meaning)
             ->type_name(option.type);
@@ -149,7 +151,7 @@ void addConfiguration(CLI::App& app, Dictionary& settled) {
 std::optional<int> parse(int count, char** texts, Arguments& arguments) {
     CLI::App app("Backs up the files of a user with restic.", "kelvane-local-daemon");
     app.set_version_flag("--version", "kelvane-local-daemon " KELVANE_VERSION, "Show the program's version");
-    addConfiguration(app, arguments.settled);
+    addConfiguration(app, arguments.overrides);
     app.add_option("--socket", arguments.socketPath,
                    "Socket to listen on (default: kelvane/daemon.sock in your runtime folder)")
         ->type_name("PATH");
@@ -246,7 +248,7 @@ int run(const Arguments& arguments) {
     if (!computer.refusal.empty())
         return refuse(computer.refusal);
     options.defaults.computerNumber = computer.number;
-    options.settled = arguments.settled;
+    options.overrides = arguments.overrides;
     options.defaults.ownFiles.insert(stateFolder() + "/kelvane");
     options.defaults.ownFiles.insert(arguments.logPath);
     for (unsigned older = 1; older < LogFile::Limits().files; ++older)

@@ -137,8 +137,8 @@ BackupRun::Result BackupRun::run(const Wanted& wanted, const StopSignal& stop) {
     toldUnread_ = {unread.begin(), unread.end()};
     result_.unread = std::move(unread);
     call.input = listOf(paths);
-    call.patience = wanted.patience;
-    call.patienceWithRetries = wanted.patienceWithRetries;
+    call.stallTimeout = wanted.stallTimeout;
+    call.stallTimeoutInRetries = wanted.stallTimeoutInRetries;
     call.hasLowerPriority = wanted.hasLowerPriority;
     call.onLine = [this](std::string_view line) { return takeLine(line); };
     call.onErrorLine = [this](std::string_view line) { takeErrorLine(line); };

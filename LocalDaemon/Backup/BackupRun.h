@@ -28,8 +28,8 @@ public:
         FileTotals unchanged;                      // The files of the targets that are already saved.
         std::optional<std::uint64_t> pendingBytes; // The pending files of the targets; none when unknown.
         bool hasLowerPriority = false;
-        std::chrono::milliseconds patience{};            // Stops a backup without progress for this long.
-        std::chrono::milliseconds patienceWithRetries{}; // The same after restic has reported a retry.
+        std::chrono::milliseconds stallTimeout{};          // Stops a backup without progress for this long.
+        std::chrono::milliseconds stallTimeoutInRetries{}; // The same after restic has reported a retry.
     };
     static constexpr std::size_t mostUnread = 10'000;
     static constexpr std::size_t mostLeftOut = 100; // The number of arguments is limited.

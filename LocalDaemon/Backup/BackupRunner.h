@@ -32,10 +32,10 @@ public:
         // Stops a backup that makes no progress for this long. restic counts bytes that have arrived:
         // five concurrent packs, each of 4 MiB and a chunk of at most 8 MiB, are 60 MiB, which take two
         // hours at 70 kbit/s.
-        std::chrono::milliseconds patience = std::chrono::hours(2);
+        std::chrono::milliseconds stallTimeout = std::chrono::hours(2);
         // Stops a backup after restic has reported a retry: the server is most likely not responding. At
         // 1 Mbit/s five usual packs take three minutes.
-        std::chrono::milliseconds patienceWithRetries = std::chrono::minutes(5);
+        std::chrono::milliseconds stallTimeoutInRetries = std::chrono::minutes(5);
         // In bytes: a larger file takes so long to read that everything else is backed up first.
         std::uint64_t largeFile = std::uint64_t{64} << 30U;
     };

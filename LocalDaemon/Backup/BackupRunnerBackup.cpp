@@ -263,8 +263,8 @@ void BackupRunner::describe(BackupRun::Wanted& wanted, const BackupIndex& index,
     if (part.isWhole() && !wanted.isForced)
         wanted.pendingBytes = waiting.bytes;
     wanted.hasLowerPriority = state_->setting(&Settings::lowerPriorityMode);
-    wanted.patience = options_.patience;
-    wanted.patienceWithRetries = options_.patienceWithRetries;
+    wanted.stallTimeout = options_.stallTimeout;
+    wanted.stallTimeoutInRetries = options_.stallTimeoutInRetries;
 }
 
 void BackupRunner::reportUnread(const std::vector<std::string>& paths) {

@@ -191,7 +191,7 @@ Value DaemonTarget::dictionaryForPathWithDirSizes(const Value& path, bool withDi
 }
 
 void DaemonTarget::setPriorityBackup(const Value& path) {
-    const auto real = world_->disks->entrance().pathWithoutLinks(path.stringValue());
+    const auto real = world_->disks->pathResolver().pathWithoutLinks(path.stringValue());
     if (!real)
         return logWarning("An invalid path is not backed up first: %@", path);
     world_->state->backupOrders().add();
@@ -209,14 +209,14 @@ std::uint32_t DaemonTarget::restoreFile(const Value& source, const Value& destin
     if (world_->state->configuration().repository.location.empty())
         return world_->restores->refuse(
             formatText("%@ cannot be restored: no valid repository is configured.", source));
-    PathEntrance entrance = world_->disks->entrance();
-    std::optional<std::string> from = entrance.realPath(source.stringValue());
-    const std::optional<std::string> to = entrance.pathWithoutLinks(destination.stringValue());
+    PathResolver resolver = world_->disks->pathResolver();
+    std::optional<std::string> from = resolver.realPath(source.stringValue());
+    const std::optional<std::string> to = resolver.pathWithoutLinks(destination.stringValue());
     if (!from || !to)
         return world_->restores->refuse(formatText(
             "%@ cannot be restored to %@: both must be valid absolute paths.", source, destination));
     if (!world_->state->index()->find(*from))
-        from = entrance.pathWithoutLinks(source.stringValue());
+        from = resolver.pathWithoutLinks(source.stringValue());
     return world_->restores->add({0, version, priority, *from, *to});
 }
 

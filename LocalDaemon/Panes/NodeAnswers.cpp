@@ -6,7 +6,7 @@
 #include "Foundation/PathComponents.h"
 #include "Foundation/Unicode.h"
 #include "LocalDaemon/Index/LeftOut.h"
-#include "LocalDaemon/Panes/NodeLook.h"
+#include "LocalDaemon/Panes/NodeStatus.h"
 #include "LocalDaemon/Scan/FolderContents.h"
 #include "Platform/Files/MountTable.h"
 #include "Support/Logging.h"
@@ -41,7 +41,7 @@ public:
           tree_(*answers.tree_),
           selection_(answers.disks_->selection()),
           index_(state_.index()),
-          entrance_(answers.disks_->entrance()) {}
+          resolver_(answers.disks_->pathResolver()) {}
 
     struct File {
         std::string path;          // Real, without links.
@@ -50,10 +50,10 @@ public:
         bool isSilent = false; // The mount there does not respond and is not accessed.
     };
     [[nodiscard]] std::optional<std::string> realPath(const Value& asked) {
-        const auto path = entrance_.realPath(asked.stringValue());
+        const auto path = resolver_.realPath(asked.stringValue());
         if (const std::string mount = path ? silentMountOver(*path) : std::string(); !mount.empty())
             return mount == path ? path : std::nullopt;
-        return entrance_.pathWithoutLinks(asked.stringValue());
+        return resolver_.pathWithoutLinks(asked.stringValue());
     }
     [[nodiscard]] std::optional<File> fileAt(const Value& asked) {
         const std::optional<std::string> path = realPath(asked);
@@ -70,7 +70,7 @@ public:
         const BackupIndex::Item* const item = index_->find(path);
         return item && item->snapshot != 0 ? std::optional(missingFile(path, *item)) : std::nullopt;
     }
-    [[nodiscard]] const Volumes& volumes() const { return entrance_.volumes(); }
+    [[nodiscard]] const Volumes& volumes() const { return resolver_.volumes(); }
     [[nodiscard]] const BackupRules& rules() const { return selection_.rules(); }
 
     // Returns the names of all entries of the folder, on the disk and in the backup.
@@ -95,13 +95,13 @@ public:
         return index_->totalsOf(*index_->find(folder.path));
     }
 
-    [[nodiscard]] NodeLook lookOf(const File& file, const BackupStanding& standing) {
+    [[nodiscard]] NodeStatus statusOf(const File& file, const BackupStanding& standing) {
         const Verdict verdict = verdictOf(file);
         const bool isPartial =
             file.attributes.kind == Kind::Directory && kelvane::isPartial(rules(), file.path, verdict.isIn());
-        return kelvane::lookOf(file.path, file.attributes.kind, verdict, isPartial, standing);
+        return kelvane::statusOf(file.path, file.attributes.kind, verdict, isPartial, standing);
     }
-    [[nodiscard]] std::int32_t colorOf(const File& file) { return lookOf(file, standingOf(file)).color; }
+    [[nodiscard]] std::int32_t colorOf(const File& file) { return statusOf(file, standingOf(file)).color; }
 
     // `asked` is the path as the pane sent it. Without a file, only the rules or the mount table know
     // the path.
@@ -136,11 +136,11 @@ private:
         node.setBackupDate(standing.date);
         if (standing.date)
             node.setVersion(standing.version);
-        const NodeLook look = lookOf(file, standing);
-        node.setBackupFlags(look.backupFlags);
-        node.setSimpleFlags(look.simpleFlags);
-        node.setBackupColor(look.color);
-        node.setState(look.state);
+        const NodeStatus nodeStatus = statusOf(file, standing);
+        node.setBackupFlags(nodeStatus.backupFlags);
+        node.setSimpleFlags(nodeStatus.simpleFlags);
+        node.setBackupColor(nodeStatus.color);
+        node.setState(nodeStatus.state);
     }
     // Returns the mount that contains the path if it does not respond; otherwise empty.
     [[nodiscard]] std::string silentMountOver(const std::string& path) {
@@ -215,7 +215,7 @@ private:
     const FolderTree& tree_;
     const MountedSelection selection_;
     const DaemonState::Index index_;
-    PathEntrance entrance_;
+    PathResolver resolver_;
     std::map<std::string, bool> answers_; // By mount point.
     std::map<std::string, MountPoints::const_iterator, std::less<>> mountsOfFolders_;
 };

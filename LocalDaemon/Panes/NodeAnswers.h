@@ -14,7 +14,7 @@ namespace kelvane {
 // it is read from the disk at that moment and judged by the rules and the index of that moment. What has gone
 // from the disk but is in the backup is there all the same, marked as missing.
 //
-// Any thread; blocks on the disk, without a lock, until `stop`. Paths come as PathEntrance takes them; a node
+// Any thread; blocks on the disk, without a lock, until `stop`. Paths come as PathResolver takes them; a node
 // has the path that it was asked for by. What is neither on the disk nor in the
 // backup, or cannot be reached, has no answer.
 class NodeAnswers {

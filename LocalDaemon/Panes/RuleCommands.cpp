@@ -24,9 +24,9 @@ RuleCommands::RuleCommands(std::shared_ptr<DaemonState> state, std::shared_ptr<c
     : state_(std::move(state)), disks_(std::move(disks)), fileSystem_(std::move(fileSystem)) {}
 
 std::uint32_t RuleCommands::exclude(const Value& path) const {
-    PathEntrance entrance = disks_->entrance();
-    const auto real = entrance.pathWithoutLinks(path.stringValue());
-    if (!real || isMountPoint(entrance.volumes(), *real))
+    PathResolver resolver = disks_->pathResolver();
+    const auto real = resolver.pathWithoutLinks(path.stringValue());
+    if (!real || isMountPoint(resolver.volumes(), *real))
         return EINVAL;
     if (!fileSystem_->attributes(*real))
         return ENOENT;
@@ -37,9 +37,9 @@ std::uint32_t RuleCommands::exclude(const Value& path) const {
 }
 
 std::uint32_t RuleCommands::unexclude(const Value& path) const {
-    PathEntrance entrance = disks_->entrance();
-    const auto named = entrance.realPath(path.stringValue());
-    const auto real = entrance.pathWithoutLinks(path.stringValue());
+    PathResolver resolver = disks_->pathResolver();
+    const auto named = resolver.realPath(path.stringValue());
+    const auto real = resolver.pathWithoutLinks(path.stringValue());
     if (!named || !real)
         return EINVAL;
     // A parent folder may have become a link since.
@@ -65,10 +65,10 @@ void RuleCommands::mark(const Array& paths, PathRules::Mark mark) const {
 }
 
 std::uint32_t RuleCommands::errorOfMarking(const Array& paths, PathRules::Mark mark) const {
-    PathEntrance entrance = disks_->entrance();
+    PathResolver resolver = disks_->pathResolver();
     std::vector<std::string> real;
     for (const Value& path : paths) {
-        const auto at = entrance.pathWithoutLinks(path.stringValue());
+        const auto at = resolver.pathWithoutLinks(path.stringValue());
         if (!at)
             return EINVAL;
         if (mark == PathRules::Mark::Added && !fileSystem_->attributes(*at))

@@ -11,7 +11,7 @@ namespace kelvane {
 
 // Changes to the rules by panes. Any thread; they block on the disk before and after the change, and
 // never with the state's mutex held. Changes are saved before they return. Paths are resolved by
-// PathEntrance, and the rule is set for the path without links, so that it applies however the file is
+// PathResolver, and the rule is set for the path without links, so that it applies however the file is
 // reached.
 class RuleCommands {
 public:

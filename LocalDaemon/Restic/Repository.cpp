@@ -24,7 +24,7 @@ namespace kelvane {
 namespace {
 
 // Stops restic at its first retry: it retries for 44 s to read a file that was removed.
-constexpr std::chrono::milliseconds noPatience{0};
+constexpr std::chrono::milliseconds noStallTimeout{0};
 
 // A prune goes through the whole repository without printing anything.
 constexpr std::chrono::hours timeToTidyUp{6};
@@ -72,11 +72,11 @@ struct Printed {
     std::string text;
 };
 Printed print(const Restic& restic, const std::vector<std::string>& arguments, const StopSignal& stop,
-              std::chrono::milliseconds patienceWithRetries = Restic::Call().patienceWithRetries) {
+              std::chrono::milliseconds stallTimeoutInRetries = Restic::Call().stallTimeoutInRetries) {
     Printed printed;
     Restic::Call call;
     call.arguments = arguments;
-    call.patienceWithRetries = patienceWithRetries;
+    call.stallTimeoutInRetries = stallTimeoutInRetries;
     call.longestLine = longestAnswer;
     call.onLine = [&printed](std::string_view line) {
         printed.text.append(line).append("\n");
@@ -280,8 +280,8 @@ ResticOutcome Repository::forget(const std::vector<std::string>& ids, const Stop
 ResticOutcome Repository::prune(const StopSignal& stop) const {
     Restic::Call call;
     call.arguments = {"prune"};
-    call.patience = timeToTidyUp;
-    call.patienceWithRetries = timeToTidyUp;
+    call.stallTimeout = timeToTidyUp;
+    call.stallTimeoutInRetries = timeToTidyUp;
     call.hasLowerPriority = true;
     return restic_->run(call, stop);
 }
@@ -294,7 +294,7 @@ Repository::Locks Repository::clearStaleLocks(const StopSignal& stop,
     std::vector<RepositoryLock> all;
     bool areAllKnown = true;
     for (const std::string& id : linesOf(list.text)) {
-        const Printed text = print(*restic_, {"cat", "lock", id, "--no-lock"}, stop, noPatience);
+        const Printed text = print(*restic_, {"cat", "lock", id, "--no-lock"}, stop, noStallTimeout);
         auto lock = lockFrom(text.text);
         // A lock that cannot be read was most likely removed in the meantime by a running process.
         areAllKnown = areAllKnown && lock.has_value();

@@ -13,7 +13,7 @@ namespace {
 // Allows for a slow connection and a large part.
 constexpr std::chrono::hours timeToRead{12};
 // restic retries for 44 s to read a missing file.
-constexpr std::chrono::minutes patienceWithRetries{2};
+constexpr std::chrono::minutes stallTimeoutInRetries{2};
 // Per call, since each call walks all folders of all snapshots.
 constexpr std::size_t mostLocated = 2000;
 constexpr unsigned mostRounds = 20; // Rounds of searches.
@@ -96,8 +96,8 @@ CheckReport RepositoryCheck::check(std::vector<std::string> arguments, const Sto
     Restic::Call call;
     call.arguments = {"check", "--no-lock"};
     call.arguments.insert(call.arguments.end(), arguments.begin(), arguments.end());
-    call.patience = timeToRead;
-    call.patienceWithRetries = patienceWithRetries;
+    call.stallTimeout = timeToRead;
+    call.stallTimeoutInRetries = stallTimeoutInRetries;
     call.hasLowerPriority = true;
     call.onErrorLine = [&report](std::string_view line) { takeCheckLine(report, line); };
     call.onLine = [&report](std::string_view line) {
@@ -190,7 +190,7 @@ ResticOutcome RepositoryCheck::find(std::vector<std::string> arguments, const st
     call.arguments = std::move(arguments);
     call.arguments.insert(call.arguments.end(), ids.begin(), ids.end());
     call.longestLine = longestFound;
-    call.patience = timeToRead;
+    call.stallTimeout = timeToRead;
     call.hasLowerPriority = true;
     call.onLine = [&](std::string_view line) {
         const std::string snapshot =
@@ -236,7 +236,7 @@ RepositoryCheck::Packs RepositoryCheck::damaged(const std::set<std::string>& pac
         Restic::Call call;
         call.arguments = {"cat", "pack", "--no-lock", pack};
         call.hasBinaryOutput = true;
-        call.patienceWithRetries = {};
+        call.stallTimeoutInRetries = {};
         call.onErrorLine = [&](std::string_view line) {
             isOther = isOther || line.find("does not match") != std::string_view::npos;
         };
@@ -317,7 +317,7 @@ std::string RepositoryCheck::setAside(const std::set<std::string>& packs) const 
 ResticOutcome RepositoryCheck::renewIndex(const StopSignal& stop) const {
     Restic::Call call;
     call.arguments = {"rebuild-index"};
-    call.patience = timeToRead;
+    call.stallTimeout = timeToRead;
     return repository_.restic().run(call, stop);
 }
 

@@ -265,8 +265,8 @@ ChildSupervision supervisionOf(const Restic::Call& call) {
                                  .onErrorLine = call.onErrorLine,
                                  .hasBinaryOutput = call.hasBinaryOutput,
                                  .longestLine = call.longestLine,
-                                 .stallTimeout = call.patience,
-                                 .stallTimeoutInTrouble = call.patienceWithRetries,
+                                 .stallTimeout = call.stallTimeout,
+                                 .stallTimeoutInTrouble = call.stallTimeoutInRetries,
                                  .isTrouble = tellsOfRetry,
                                  .gracePeriod = call.grace,
                                  .tickInterval = std::min(call.tickInterval, blockageCheckInterval)};

@@ -57,9 +57,9 @@ public:
         std::size_t longestLine = std::size_t{1} << 20U; // In bytes; a longer line is dropped.
         // Stops a call that makes no progress for this long. restic itself retries an unreachable
         // location for a quarter of an hour.
-        std::chrono::milliseconds patience = std::chrono::minutes(2);
+        std::chrono::milliseconds stallTimeout = std::chrono::minutes(2);
         // Stops a call that makes no progress for this long after restic has reported its first retry.
-        std::chrono::milliseconds patienceWithRetries = std::chrono::minutes(2);
+        std::chrono::milliseconds stallTimeoutInRetries = std::chrono::minutes(2);
         std::chrono::milliseconds grace = std::chrono::seconds(10); // The time to exit after it was stopped.
         // Called on the calling thread while restic runs, each time after this interval. Returns false
         // to stop it.

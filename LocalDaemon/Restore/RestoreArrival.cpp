@@ -69,7 +69,7 @@ bool ArrivalWatch::look() {
         options_.onQuiet(isQuiet_);
     const Clock::time_point end = Clock::now();
     nextLook_ = end + pausePerLook * (end - begin);
-    return hasMore || begin - lastArrival_ <= options_.patience;
+    return hasMore || begin - lastArrival_ <= options_.stallTimeout;
 }
 
 } // namespace kelvane

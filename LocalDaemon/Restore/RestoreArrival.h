@@ -30,7 +30,7 @@ public:
         std::function<void(const Arrival&)> onArrival; // Called when more files have arrived.
         // Called when nothing has arrived for a while, and when files arrive again.
         std::function<void(bool isQuiet)> onQuiet = [](bool) {};
-        std::chrono::milliseconds patience = std::chrono::minutes(5);
+        std::chrono::milliseconds stallTimeout = std::chrono::minutes(5);
     };
     explicit ArrivalWatch(Options options);
 

@@ -44,7 +44,7 @@ bool endsWithCountOfErrors(std::string_view line) {
 RestoreTrouble RestoreFetch::fetch(const RestorePlan& plan, const StagingFolder& staging,
                                    FileErrors& errors) const {
     Try last = fetchWhatThereIs(plan, staging, errors);
-    for (auto wait = tools_.waits.begin(); last.isPassing && wait != tools_.waits.end();) {
+    for (auto wait = tools_.waits.begin(); last.isTransient && wait != tools_.waits.end();) {
         const std::string reason = !last.trouble.isNone() ? last.trouble.reason
                                    : errors.items.empty() ? errors.below.begin()->second
                                                           : errors.items.begin()->second;
@@ -102,7 +102,7 @@ RestoreFetch::Try RestoreFetch::fetchOnce(const RestorePlan& plan, const Damage&
         if (!one.trouble.isNone() || tools_.stop.isSet())
             return one;
     }
-    return {{}, mayPass(errors, before, !localFolderOf(tools_.restic->place().location).empty())};
+    return {{}, isTransient(errors, before, !localFolderOf(tools_.restic->place().location).empty())};
 }
 
 // Each call uses a new folder: files restored into the folder of an earlier call would inherit its ACL,
@@ -161,7 +161,8 @@ RestoreFetch::Try RestoreFetch::callRestic(std::vector<std::string> arguments, c
                                            std::string& errors) const {
     Restic::Call call;
     call.arguments = std::move(arguments);
-    call.patience = call.patienceWithRetries = forEver; // The arrival watch ends a stalled call instead.
+    call.stallTimeout = call.stallTimeoutInRetries =
+        forEver; // The arrival watch ends a stalled call instead.
     call.grace = grace;
     call.takesLockIfPossible = true;
     call.ignoresReadOnlyModes = true; // The delivery sets the modes.
@@ -185,7 +186,7 @@ RestoreFetch::Try RestoreFetch::callRestic(std::vector<std::string> arguments, c
     if (isDone)
         return {};
     return {.trouble = restoreTroubleFor(outcome),
-            .isPassing = mayPass(outcome),
+            .isTransient = isTransient(outcome),
             .isLocked = outcome.trouble == ResticTrouble::Locked,
             .lacksContents = lastWordIn(outcome.errors).starts_with(contentsUnknown)};
 }

@@ -41,7 +41,7 @@ public:
 private:
     struct Try {
         RestoreTrouble trouble = {}; // None when everything available was restored.
-        bool isPassing = false;      // A retry may succeed.
+        bool isTransient = false;    // A retry may succeed.
         bool isLocked = false;       // The holder of the lock may be dead.
         bool lacksContents = false;  // restic has restored nothing because a file has missing blobs.
     };

@@ -125,7 +125,7 @@ RestoreTrouble RestoreStream::write(int file, const BackupIndex::Item& item,
     ArrivalWatch watch({.stagingFolder = staging.path(),
                         .index = *tools_.index,
                         .onArrival = tools_.onArrival,
-                        .patience = forEver});
+                        .stallTimeout = forEver});
     Restic::Call call;
     call.arguments = {"dump", tools_.index->snapshot(item.snapshot)->id, tools_.index->pathOf(item)};
     call.takesLockIfPossible = true;

@@ -11,7 +11,7 @@ namespace {
 struct TroubleRow {
     ResticTrouble trouble;
     const char* text;
-    bool mayPass;
+    bool isTransient;
 };
 constexpr std::string_view errorMark = "ignoring error for ";
 constexpr std::string_view lastMark = "Fatal: ";
@@ -84,11 +84,11 @@ RestoreTrouble restoreTroubleFor(const ResticOutcome& outcome) {
 }
 
 // restic exits without a message when it was killed or memory ran out.
-bool mayPass(const ResticOutcome& outcome) {
-    return outcome.errors.empty() || rowOf(outcome.trouble).mayPass;
+bool isTransient(const ResticOutcome& outcome) {
+    return outcome.errors.empty() || rowOf(outcome.trouble).isTransient;
 }
 
-bool mayPass(const FileErrors& errors, const FileErrors& before, bool isPlaceAFolder) {
+bool isTransient(const FileErrors& errors, const FileErrors& before, bool isPlaceAFolder) {
     const auto isOfTheWay = [&](const auto& error) {
         if (isPlaceAFolder && error.second.find("unexpected EOF") != std::string::npos)
             return false;

@@ -47,7 +47,7 @@ struct RestoreTrouble {
 // Returns whether a retry may succeed. After errors for single files only, that is so when the
 // connection failed, and not when the same files failed in the previous attempt. In a local folder a
 // truncated file is damaged, and no transient failure.
-[[nodiscard]] bool mayPass(const ResticOutcome& outcome);
-[[nodiscard]] bool mayPass(const FileErrors& errors, const FileErrors& before, bool isPlaceAFolder);
+[[nodiscard]] bool isTransient(const ResticOutcome& outcome);
+[[nodiscard]] bool isTransient(const FileErrors& errors, const FileErrors& before, bool isPlaceAFolder);
 
 } // namespace kelvane

@@ -94,7 +94,7 @@ bool isEncrypted(const std::string& folder) {
 }
 
 FolderContents contentsOfFolder(const std::string& path, const std::atomic<bool>& stopping,
-                                const Sieve& sieve, const Waiting& isWaiting) {
+                                const EntryFilter& entryFilter, const Waiting& isWaiting) {
     FolderContents contents;
     const OpenFolder folder = openFolder(path);
     struct stat own {};
@@ -112,17 +112,17 @@ FolderContents contentsOfFolder(const std::string& path, const std::atomic<bool>
         if (isSelfOrParent(name))
             continue;
         contents.isEmpty = false;
-        const Passage passage = sieve(name);
-        if (passage == Passage::MountPoint)
+        const MountPolicy mountPolicy = entryFilter(name);
+        if (mountPolicy == MountPolicy::MountPoint)
             contents.mountPoints.emplace_back(name);
         struct stat status {};
         // A stat call without AT_NO_AUTOMOUNT would trigger an automount.
-        if (passage == Passage::Refused || passage == Passage::MountPoint ||
+        if (mountPolicy == MountPolicy::Refused || mountPolicy == MountPolicy::MountPoint ||
             ::fstatat(::dirfd(folder.get()), name, &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0)
             continue;
         const bool isSubvolume = status.st_dev != own.st_dev && S_ISDIR(status.st_mode) &&
                                  !isMountRoot(::dirfd(folder.get()), name);
-        if (passage == Passage::AnyFileSystem || status.st_dev == own.st_dev || isSubvolume)
+        if (mountPolicy == MountPolicy::AnyFileSystem || status.st_dev == own.st_dev || isSubvolume)
             count(contents, ::dirfd(folder.get()), name, status, isWaiting);
         else
             contents.mountPoints.emplace_back(name);
@@ -141,8 +141,8 @@ FileTotals totalsBelow(const std::string& path, const std::atomic<bool>& stoppin
         const FolderContents contents = contentsOfFolder(
             folder, stopping,
             [&](std::string_view name) {
-                return mounts->contains(appendPathComponent(folder, name)) ? Passage::MountPoint
-                                                                           : Passage::WithinFileSystem;
+                return mounts->contains(appendPathComponent(folder, name)) ? MountPolicy::MountPoint
+                                                                           : MountPolicy::WithinFileSystem;
             },
             [](const FolderEntry&) { return false; });
         totals += contents.own.files;

@@ -63,13 +63,13 @@ struct FolderEntry {
 using Waiting = std::function<bool(const FolderEntry& entry)>;
 
 // How an entry of a folder is counted.
-enum class Passage {
+enum class MountPolicy {
     Refused,
     MountPoint,       // Another file system, which may not respond and is not accessed.
     WithinFileSystem, // Selected unless it is on another file system than the folder; a subvolume is not.
     AnyFileSystem,
 };
-using Sieve = std::function<Passage(std::string_view name)>;
+using EntryFilter = std::function<MountPolicy(std::string_view name)>;
 
 // These functions block on the disk; any thread. They end early, with an incomplete result, once
 // `stopping` is set. A link as the last component of the path is refused (ELOOP, ENOTDIR).
@@ -82,7 +82,7 @@ using Sieve = std::function<Passage(std::string_view name)>;
 [[nodiscard]] bool isEncrypted(const std::string& folder);
 
 [[nodiscard]] FolderContents contentsOfFolder(const std::string& path, const std::atomic<bool>& stopping,
-                                              const Sieve& sieve, const Waiting& isWaiting);
+                                              const EntryFilter& entryFilter, const Waiting& isWaiting);
 
 // Returns the totals of all readable files in the folder and below it on its file system.
 [[nodiscard]] FileTotals totalsBelow(const std::string& path, const std::atomic<bool>& stopping);

@@ -11,12 +11,12 @@ namespace {
 
 // Returns how an entry with this rule is counted, in a folder whose other entries are counted as
 // `usual`.
-Passage passageOf(const std::optional<Verdict>& rule, Passage usual) {
+MountPolicy mountPolicyOf(const std::optional<Verdict>& rule, MountPolicy usual) {
     if (!rule)
         return usual;
-    if (rule->reason == Verdict::Reason::OtherFileSystem && usual != Passage::Refused)
-        return Passage::MountPoint;
-    return rule->isIn() ? Passage::AnyFileSystem : Passage::Refused;
+    if (rule->reason == Verdict::Reason::OtherFileSystem && usual != MountPolicy::Refused)
+        return MountPolicy::MountPoint;
+    return rule->isIn() ? MountPolicy::AnyFileSystem : MountPolicy::Refused;
 }
 
 } // namespace
@@ -51,7 +51,8 @@ void FolderScan::takeIndex() {
 }
 
 FolderContents FolderScan::contentsOf(const std::string& path) const {
-    const Passage passage = selection_.verdictFor(path).isIn() ? Passage::WithinFileSystem : Passage::Refused;
+    const MountPolicy mountPolicy =
+        selection_.verdictFor(path).isIn() ? MountPolicy::WithinFileSystem : MountPolicy::Refused;
     std::string entry = withSeparator(path);
     const std::size_t length = entry.size();
     const BackupIndex::Item* const saved = index_->find(path);
@@ -66,16 +67,16 @@ FolderContents FolderScan::contentsOf(const std::string& path) const {
         path, stopping_,
         [&](std::string_view name) {
             entry.replace(length, std::string::npos, name);
-            return passageOf(selection_.ruleAt(entry), passage);
+            return mountPolicyOf(selection_.ruleAt(entry), mountPolicy);
         },
         [&](const FolderEntry& each) { return isPending(each, savedEntry(each.name), saved) || isLeftOut; });
     // A folder with contents is saved with these, and a scan root has no attributes to lose. An
     // unreadable folder may have any contents.
-    if (!tree_->roots().contains(path) && contents.error != ENOENT && passage != Passage::Refused &&
+    if (!tree_->roots().contains(path) && contents.error != ENOENT && mountPolicy != MountPolicy::Refused &&
         (isLeftOut || (contents.isEmpty && !isInLastSnapshot(saved, path))))
         ++contents.own.otherWaiting;
     // A folder that is not selected itself is saved only together with selected contents.
-    if (!saved || saved->snapshot == 0 || contents.error != 0 || passage == Passage::Refused)
+    if (!saved || saved->snapshot == 0 || contents.error != 0 || mountPolicy == MountPolicy::Refused)
         return contents;
     for (const std::vector<std::string>& names : {contents.subfolders, contents.mountPoints})
         for (const std::string& name : names)

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "LocalDaemon/Rules/MountedSelection.h"
-#include "LocalDaemon/Rules/PathEntrance.h"
+#include "LocalDaemon/Rules/PathResolver.h"
 #include "LocalDaemon/State/DaemonState.h"
 #include "Platform/Files/FileSystem.h"
 #include "Platform/Files/Volumes.h"
@@ -28,7 +28,7 @@ public:
     // and restored. Never null.
     [[nodiscard]] std::shared_ptr<const Volumes> volumes() const;
     // Returns a path resolver for one request.
-    [[nodiscard]] PathEntrance entrance() const { return PathEntrance(volumes()); }
+    [[nodiscard]] PathResolver pathResolver() const { return PathResolver(volumes()); }
 
     // Returns the selection on the current mounts.
     [[nodiscard]] MountedSelection selection() const { return {state_->rules(), fileSystem_->mounts()}; }

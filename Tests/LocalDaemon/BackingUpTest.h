@@ -55,10 +55,10 @@ protected:
                 isHomeSilent, folders.home());
             options.refreshInterval = std::chrono::milliseconds(200);
             if (!disks.empty())
-                options.settled.set("volumes", Array{disks.front().mountPoint});
+                options.overrides.set("volumes", Array{disks.front().mountPoint});
             options.defaults.repository.program = program;
-            options.settled.set("computerNumber", 7U);
-            options.settled.set("policyExcludeList", Array{in("odd [x]/left out/"), in(".cache/")});
+            options.overrides.set("computerNumber", 7U);
+            options.overrides.set("policyExcludeList", Array{in("odd [x]/left out/"), in(".cache/")});
             if (clock.wall != 0)
                 options.machineClock = [this] { return clock; };
             adjust(options);

@@ -84,11 +84,11 @@ FileTotals totalsOf(const std::string& root, const BackupRules& rules) {
 
 TEST(FolderScan, StaysInItsFileSystemUnlessAnotherIsAdded) {
     const std::atomic<bool> stopping = false;
-    for (const Passage passage : {Passage::WithinFileSystem, Passage::AnyFileSystem}) {
+    for (const MountPolicy mountPolicy : {MountPolicy::WithinFileSystem, MountPolicy::AnyFileSystem}) {
         const auto folders = contentsOfFolder(
-                                 "/", stopping, [&](auto) { return passage; }, [](auto&) { return true; })
+                                 "/", stopping, [&](auto) { return mountPolicy; }, [](auto&) { return true; })
                                  .subfolders;
-        EXPECT_EQ(std::ranges::count(folders, "proc"), passage == Passage::AnyFileSystem ? 1 : 0);
+        EXPECT_EQ(std::ranges::count(folders, "proc"), mountPolicy == MountPolicy::AnyFileSystem ? 1 : 0);
         EXPECT_EQ(std::ranges::count(folders, "etc"), 1);
     }
 }

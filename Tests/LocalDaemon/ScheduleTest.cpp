@@ -46,7 +46,7 @@ TEST_F(BackingUp, WaitsLongerAfterAnotherFailureAndBeginsAnewAfterASuccess) {
 
 TEST_F(BackingUp, HasAnIntervalThatARestartDoesNotShorten) {
     folders.write("home/file", "1");
-    adjust = [](LocalDaemon::Options& options) { options.settled.set("intervalMinutes", 1U); };
+    adjust = [](LocalDaemon::Options& options) { options.overrides.set("intervalMinutes", 1U); };
     start({},
           folders.program("[ $1 = backup ] && set -- \"$@\" --time \"$(date -d '-50 seconds' '+%F %T')\"\n"
                           "exec restic \"$@\"\n"));
@@ -84,7 +84,7 @@ std::string whenBackingUp(const std::string& commands) {
 
 TEST_F(BackingUp, EndsABackupThatSaysMuchAndGetsOnWithNothing) {
     folders.write("home/file", "1");
-    adjust = [](LocalDaemon::Options& options) { options.backup.patience = 1s; };
+    adjust = [](LocalDaemon::Options& options) { options.backup.stallTimeout = 1s; };
     start({},
           folders.program(whenBackingUp(
               "trap 'exit 130' INT; while true; do echo '{\"message_type\":\"new\"}'; sleep 0.01; done")));

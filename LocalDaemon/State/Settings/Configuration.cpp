@@ -58,13 +58,13 @@ class Entries {
 public:
     using Complain = std::function<void(std::string_view key, const std::string& fault)>;
 
-    Entries(PropertyListReading file, const Dictionary& settled, Complain complain)
-        : file_(std::move(file)), settled_(settled), complain_(std::move(complain)) {}
+    Entries(PropertyListReading file, const Dictionary& overrides, Complain complain)
+        : file_(std::move(file)), overrides_(overrides), complain_(std::move(complain)) {}
 
     // Also true when there is no file.
     [[nodiscard]] bool isReadable() const { return file_.succeeded(); }
     [[nodiscard]] const Value& operator[](std::string_view key) const {
-        return settled_.contains(key) ? settled_[key] : file_.value[key];
+        return overrides_.contains(key) ? overrides_[key] : file_.value[key];
     }
     void complain(std::string_view key, const std::string& fault) const { complain_(key, fault); }
     void take(std::string_view key, std::string& text) const {
@@ -94,7 +94,7 @@ private:
     }
 
     const PropertyListReading file_;
-    const Dictionary& settled_;
+    const Dictionary& overrides_;
     const Complain complain_;
 };
 
@@ -198,11 +198,11 @@ ConfigurationDefaults usualDefaults() {
 }
 
 Configuration readConfiguration(const std::string& path, const ConfigurationDefaults& defaults,
-                                const Volumes& volumes, const Dictionary& settled) {
+                                const Volumes& volumes, const Dictionary& overrides) {
     const auto log = [](std::string_view key, const std::string& fault) {
         logError("The configuration's %@ is not used: %@", key, fault);
     };
-    return configurationFrom(Entries(listIn(path), settled, log), defaults, volumes);
+    return configurationFrom(Entries(listIn(path), overrides, log), defaults, volumes);
 }
 
 std::string faultIn(const Dictionary& entries, const Volumes& volumes) {

@@ -44,7 +44,7 @@ struct ConfigurationDefaults {
 
 // The file is a property list in either form. None is no fault; one that cannot be read, and an entry that
 // makes no sense, is logged, and such an entry has its default; the repository then has no place. Entries of
-// `settled` come before the file's.
+// `overrides` come before the file's.
 //
 //   homeFolder, volumes              absolute paths; links are resolved as far as the folders are there
 //   repository                       an absolute path or what else restic takes, "sftp:joe@host:/backup"
@@ -57,7 +57,7 @@ struct ConfigurationDefaults {
 //   policyExcludeList                real or volume paths as in `policy`; by default caches, trash, temporary
 //                                    files and what the kernel makes up
 [[nodiscard]] Configuration readConfiguration(const std::string& path, const ConfigurationDefaults& defaults,
-                                              const Volumes& volumes, const Dictionary& settled = {});
+                                              const Volumes& volumes, const Dictionary& overrides = {});
 
 // Returns why the first invalid entry is invalid, for the user; empty when all are valid.
 [[nodiscard]] std::string faultIn(const Dictionary& entries, const Volumes& volumes);

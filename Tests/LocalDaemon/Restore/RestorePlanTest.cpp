@@ -105,7 +105,7 @@ TEST(RestoreArrival, SeesThatSomethingComesIntoAFileThatHasItsSizeAlready) {
     ArrivalWatch watch({.stagingFolder = folder.path(),
                         .index = index,
                         .onArrival = [&told](const Arrival& arrival) { told.push_back(arrival.files); },
-                        .patience = std::chrono::milliseconds(0)});
+                        .stallTimeout = std::chrono::milliseconds(0)});
     EXPECT_TRUE(watch.look());
     bool goesOn = true;
     while (goesOn && std::chrono::steady_clock::now() < deadline)

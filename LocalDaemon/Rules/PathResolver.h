@@ -11,9 +11,9 @@ namespace kelvane {
 
 // Resolves the paths of one request, which may be real or begin with a volume's name. Belongs to one
 // thread; caches the last folder, since a request often has many paths of one folder.
-class PathEntrance {
+class PathResolver {
 public:
-    explicit PathEntrance(std::shared_ptr<const Volumes> volumes) : volumes_(std::move(volumes)) {}
+    explicit PathResolver(std::shared_ptr<const Volumes> volumes) : volumes_(std::move(volumes)) {}
 
     [[nodiscard]] const Volumes& volumes() const { return *volumes_; }
 

@@ -1,4 +1,4 @@
-#include "LocalDaemon/Panes/NodeLook.h"
+#include "LocalDaemon/Panes/NodeStatus.h"
 
 #include "Common/FileNode/FileNodeFlags.h"
 
@@ -100,10 +100,10 @@ std::string stateText(const ReasonRow& row, std::string_view path, const Verdict
 
 } // namespace
 
-NodeLook lookOf(std::string_view path, Kind kind, const Verdict& verdict, bool isPartial,
-                const BackupStanding& standing) {
+NodeStatus statusOf(std::string_view path, Kind kind, const Verdict& verdict, bool isPartial,
+                    const BackupStanding& standing) {
     const ReasonRow& row = rowOf(verdict.reason);
-    NodeLook look;
+    NodeStatus look;
     look.backupFlags = flagsOf(row, path, kind, verdict, isPartial, standing);
     look.simpleFlags = (verdict.isIn() ? Backup_Simple_Checked : 0) |
                        (row.canBeToggled ? Backup_Simple_Enabled : 0) |

@@ -1,4 +1,4 @@
-#include "LocalDaemon/Rules/PathEntrance.h"
+#include "LocalDaemon/Rules/PathResolver.h"
 
 #include "Foundation/CleanPath.h"
 #include "Foundation/PathComponents.h"
@@ -16,14 +16,14 @@ bool isSelfOrParent(const std::string& component) {
 
 } // namespace
 
-std::optional<std::string> PathEntrance::realPath(std::string_view text) const {
+std::optional<std::string> PathResolver::realPath(std::string_view text) const {
     const std::string path = pathFromText(text);
     if (!isAbsolutePath(path) || std::ranges::any_of(pathComponents(path), isSelfOrParent))
         return std::nullopt;
     return volumes_->realPath(path);
 }
 
-std::optional<std::string> PathEntrance::pathWithoutLinks(std::string_view text) {
+std::optional<std::string> PathResolver::pathWithoutLinks(std::string_view text) {
     const std::optional<std::string> real = realPath(text);
     if (!real || *real == "/")
         return real;

@@ -22,7 +22,7 @@ struct BackupStanding {
 };
 
 // The backup status of a file as panes display it.
-struct NodeLook {
+struct NodeStatus {
     std::uint32_t backupFlags = 0;
     std::uint32_t simpleFlags = 0;
     std::int32_t color = 0;
@@ -30,7 +30,7 @@ struct NodeLook {
 };
 
 // `isPartial`: a rule of the user decides differently for something in the folder.
-[[nodiscard]] NodeLook lookOf(std::string_view path, FileAttributes::Kind kind, const Verdict& verdict,
-                              bool isPartial, const BackupStanding& standing);
+[[nodiscard]] NodeStatus statusOf(std::string_view path, FileAttributes::Kind kind, const Verdict& verdict,
+                                  bool isPartial, const BackupStanding& standing);
 
 } // namespace kelvane
