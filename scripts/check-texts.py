@@ -49,7 +49,7 @@ place = r'"(\d+)"'
 
 
 class Source:
-    """A file without its comments, each string literal being replaced by its number in quotes."""
+    """Returns the file without comments, with each string literal replaced by its number in quotes."""
 
     def __init__(self, path):
         self.literals = []
@@ -67,12 +67,12 @@ class Source:
         return [self.literals[int(number)] for number in re.findall(place, code)]
 
     def arguments(self, function):
-        """Of each call: its texts, or its code where the first argument is none."""
+        """Returns for each call its texts, or its code when the first argument is no text."""
         for call in re.finditer(rf'\b(?:{function})\(\s*({place}(?:\s*,\s*{place})?|[^\s")][^;]*?[,)])', self.code):
             yield self.texts(call[1]) if call[1].startswith('"') else call[1]
 
     def rows(self, table):
-        """Key and text of each row of a table; a row that says only one says both."""
+        """Returns key and text of each row of a table; a row with a single text uses it for both."""
         found = re.search(rf"\b{table}\b(?:\[\])?\s*=([^;]*);", self.code)
         rows = (re.findall(r"\{([^{}]*)\}", found[1]) or [found[1]]) if found else []
         for row in rows:

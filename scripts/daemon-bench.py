@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Measures the local daemon on a home folder of 100,000 files, in folders of its own that are taken away again.
 
-    scripts/daemon-bench.py [BUILD]      BUILD is build/release unless you say else
+    scripts/daemon-bench.py [BUILD]      BUILD: build folder (default: build/release)
 """
 
 import contextlib
@@ -65,7 +65,7 @@ class Daemon:
         return time.monotonic() - begin
 
     def logged(self, text):
-        """When the log first has the text, in seconds since the daemon's first line."""
+        """Returns when the text first appears in the log, in seconds since the daemon's first line."""
         times = []
         for line in self.log.read_text().splitlines():
             stamp = re.match(r"\S+ (\d+):(\d+):([\d.]+)", line)

@@ -46,7 +46,7 @@ def base_of_change():
 
 
 def changed_lines(base):
-    """How many lines have changed in each file that there is now."""
+    """Returns the number of changed lines of each existing file."""
     counts = Counter()
     fields = iter(git("diff", "--numstat", "-M", "-z", base).split("\0"))
     for field in fields:

@@ -1,4 +1,4 @@
-"""What must hold after a step. Each check raises a Finding, or returns what it has learned."""
+"""Invariants after a step. Each check raises a Finding, or returns its result."""
 
 import json
 import os
@@ -52,7 +52,7 @@ def nodes(world, root):
 
 
 def bullets(world, model, everything_saved):
-    """Green is true, and what is saved is green."""
+    """A file shown as backed up is saved, and a saved file is shown as backed up."""
     now = model.look()
     for root in model.roots:
         if root in model.away:
@@ -77,7 +77,7 @@ def bullets(world, model, everything_saved):
 
 
 def becomes_not_green(world, model):
-    """What has been changed loses its green, once the daemon has seen it."""
+    """A changed file is shown as pending once the daemon has noticed the change."""
     def all_true():
         try:
             bullets(world, model, False)
@@ -249,7 +249,7 @@ def kept(world, model):
 
 
 def gives(world, model, identifier):
-    """Compares what restic restores of a snapshot with what stood on the disk when it was made."""
+    """Compares what restic restores of a snapshot with the disk at the time it was made."""
     folder, run = world.fetch(identifier)
     wrong = []
     for root in model.roots:

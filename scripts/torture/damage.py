@@ -1,4 +1,4 @@
-"""Spoils files. Each says in words what it did."""
+"""Damages files. Each function returns a description of the damage."""
 
 
 def flip(path, chance):

@@ -1,4 +1,4 @@
-"""What a person does to files, one thing at a time. Each returns an account of what it did."""
+"""Edits by a user, one at a time. Each function returns a description of the edit."""
 
 import os
 import shutil

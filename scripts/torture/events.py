@@ -1,4 +1,4 @@
-"""What happens to a machine, its clock, its disks and its repository. Each takes the round and its own chance."""
+"""Events on a machine, its clock, its disks and its repository. Each takes the round and a random generator."""
 
 import os
 import subprocess
@@ -30,7 +30,7 @@ def plan(chance, kinds, is_root):
 
 
 def clock(round_, chance):
-    """Wrong for a while, with backups in it, and right again."""
+    """The clock is wrong for a while, during which backups are made, and then corrected."""
     world = round_.world
     seconds = chance.choice(WRONG_CLOCKS + [-world.clock() + 5 * DAY])
     was_stopped = chance.random() < 0.3
@@ -55,7 +55,7 @@ def clock(round_, chance):
 
 
 def days(round_, chance):
-    """They pass, and the machine sleeps, is off or has a paused daemon."""
+    """Days pass while the machine is suspended, is off or has a paused daemon."""
     world, count = round_.world, chance.choice([1, 5, 20, 32, 33, 70])
     is_off = chance.random() < 0.5
     if is_off:
@@ -78,7 +78,7 @@ def days(round_, chance):
 
 
 def disks(round_, chance):
-    """One goes, the machine is used without it, and it comes back."""
+    """A disk is unmounted, the machine is used without it, and it is mounted again."""
     world, model = round_.world, round_.model
     if not world.disks:
         return restart(round_, chance)
@@ -111,7 +111,7 @@ def disks(round_, chance):
 
 
 def full(round_, chance):
-    """A disk has no room left for a while: said, and nothing of the backup is lost."""
+    """A disk is full for a while: this is reported, and no part of the backup is lost."""
     world, model = round_.world, round_.model
     if not world.small or chance.random() < 0.3:
         return full_target(round_, chance)
@@ -133,14 +133,14 @@ def full(round_, chance):
         checks.restored(world, model, outcome, wanted, to / world.home.name, world.home,
                         allowed=checks.everything(wanted, world.home) if outcome.code else frozenset())
     ballast.unlink()
-    world.wait(lambda: round_.order_backup()[0] in (0, 3), "a backup succeeds when there is room again")
+    world.wait(lambda: round_.order_backup()[0] in (0, 3), "a backup succeeds when there is space again")
     round_.absorb()
     round_.back_up()
     checks.kept(world, model)
 
 
 def full_target(round_, chance):
-    """What has no room is named; what comes is whole."""
+    """Files that do not fit are reported; restored files are complete."""
     world, model = round_.world, round_.model
     if not world.is_root:
         return
@@ -154,7 +154,7 @@ def full_target(round_, chance):
     except Finding:  # It waits, reports that, and continues when there is space.
         checks.must_say(world, "a restore that waits for room")
         subprocess.run(["mount", "-o", "remount,size=1G", to], check=True)
-        world.wait(lambda: checks.has_ended(world, job), "a restore goes on when there is room", 90)
+        world.wait(lambda: checks.has_ended(world, job), "a restore continues when there is space", 90)
     outcome = Outcome.of_job(world, job)
     round_.note(f"   restored to a small disk: {outcome.code}")
     checks.restored(world, model, outcome, wanted, to / world.home.name, world.home,
@@ -189,7 +189,7 @@ def restart(round_, chance):
 
 
 def automatic(round_, chance):
-    """A change is found and saved without an order."""
+    """A change is noticed and backed up without a request."""
     world, model = round_.world, round_.model
     world.ctl("mode", "enabled")
     world.stop()
@@ -229,7 +229,7 @@ def kill(round_, chance):
 
 
 def lose_state(round_, chance):
-    """All that the daemon has noted; it starts again with the repository alone."""
+    """All state files of the daemon are lost; it starts again with the repository alone."""
     del chance
     world = round_.world
     world.stop()
@@ -267,7 +267,7 @@ def state(round_, chance):
 
 
 def settings_hold(round_):
-    """Either the exclusions are still there, or nothing is backed up and the status says why."""
+    """Either the exclusions are preserved, or nothing is backed up and the status gives the reason."""
     world, model = round_.world, round_.model
     code, _ = round_.order_backup()
     for identifier in round_.new_snapshots():
@@ -295,7 +295,7 @@ def _is_plain(path):
 
 
 def rules(round_, chance):
-    """What a person has excluded is out, and back after the exclusion is taken away."""
+    """An excluded file leaves the backup, and is backed up again after the exclusion is removed."""
     model, world = round_.model, round_.world
     if model.excluded and chance.random() < 0.5:
         path = sorted(model.excluded)[0]
@@ -329,7 +329,7 @@ def environment(round_, chance):
 
 
 def no_restic(round_, chance):
-    """The program is away for a moment: said, and mended by its return."""
+    """The program is missing for a moment: this is reported, and ends when it is back."""
     world = round_.world
     program = world.folder / "bin/restic"
     program.rename(world.folder / "bin/away")
@@ -340,7 +340,7 @@ def no_restic(round_, chance):
 
 
 def mend(round_):
-    """Before the end everything that was in the way is taken out of it."""
+    """Removes all obstacles before the end of a round."""
     round_.world.set_clock_wrong(0)
 
 

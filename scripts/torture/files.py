@@ -80,7 +80,7 @@ class Maker:
             file.truncate(size)
 
     def make(self, chance, path):
-        """One new thing at `path`, of any kind."""
+        """Creates an item of any kind at `path`."""
         kind = chance.random()
         if kind < 0.1 and "links" in self.traits:
             # None leads outside this round's folders: a daemon that follows links must not reach

@@ -1,4 +1,4 @@
-"""Knows by itself what must be in the backup: from what stood on the disk when each backup was completed."""
+"""Models what must be in the backup, from the state of the disk when each backup was completed."""
 
 import os
 import sys
@@ -69,7 +69,7 @@ class Model:
                 or self.newest[path].snapshots == []}
 
     def is_only_time(self, path, now):
-        """A folder has another time alone, which whatever happens in it gives it."""
+        """Only the time of a folder differs, which any change in it updates."""
         version, entry = self.newest.get(path), now[path]
         return bool(version) and entry.kind == "folder" and tree.same_version(
             entry._replace(mtime=version.entry.mtime), version.entry)

@@ -46,5 +46,5 @@ def odd(chance):
 
 
 def colliding(chance):
-    """Several that must stay apart."""
+    """Returns several names that must remain distinct."""
     return list(chance.choice(COLLIDING))

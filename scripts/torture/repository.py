@@ -1,4 +1,4 @@
-"""What others do to the repository, and what befalls it. Each takes the round and its own chance."""
+"""Operations of others on the repository, and damage to it. Each takes the round and a random generator."""
 
 import datetime
 import os
@@ -37,7 +37,7 @@ def lock(round_, chance):
 
 
 def moment(round_, chance):
-    """A part of the repository cannot be read for a moment."""
+    """Part of the repository cannot be read for a moment."""
     world = round_.world
     kind = chance.choice(["snapshots", "index", "data", "config", "keys", "all"])
     if kind == "all" and world.repository in world.small:
@@ -93,7 +93,7 @@ def packs(round_, chance):
 
 
 def verify(round_, lost):
-    """After a verification nothing that cannot be given is green, and the status says so."""
+    """After a verification no unrestorable file is shown as backed up, and the status reports the damage."""
     world, model = round_.world, round_.model
     code, out, errors = world.ctl("verify", "--wait", seconds=120)
     if code == 2:

@@ -1,4 +1,4 @@
-"""Restores in the middle of a round: to another place, or in place over what has changed since."""
+"""Restores in the middle of a round: to another location, or in place over changed files."""
 
 import os
 import pathlib
@@ -11,7 +11,7 @@ from torture.tree import shown
 
 
 def restores(round_, chance):
-    """Of some paths: to another place, or in place after they have been spoilt."""
+    """Restores some paths to another location, or in place after changing them."""
     world, model = round_.world, round_.model
     round_.back_up()
     paths = sorted(path for path in model.newest if not model.is_away(path)

@@ -75,7 +75,7 @@ class Round:
             (events.ALL | events.DAMAGES)[kind](self, chance)
 
     def change(self, chance, kinds=None):
-        """Something in the home, while nothing is backed up."""
+        """Edits the home folder while no backup is running."""
         if self.world.daemon:
             self.pause()
         kinds = kinds or [chance.choice(self.edit_kinds()) for _ in range(chance.randint(1, 6))]
@@ -104,7 +104,7 @@ class Round:
         return code, errors.strip()
 
     def back_up(self, look_closely=True):
-        """A backup that must succeed."""
+        """Makes a backup that must succeed."""
         code, errors = self.order_backup()
         self.take_backup(code, errors)
         if look_closely and not self.is_damaged:
@@ -112,7 +112,7 @@ class Round:
         self.note("   backed up")
 
     def confirm_emptied(self):
-        """A folder that the edits have emptied is not away, as a person tells the daemon."""
+        """Tells the daemon, as a user would, that a folder emptied by edits is not absent."""
         emptied = [str(root) for root in self.model.roots if root not in self.model.away and not os.listdir(root)]
         alerts = (self.world.status() or {}).get("alerts", []) if emptied else []
         meant = [alert["id"] for alert in alerts if alert["id"].startswith("disk_away-")
@@ -137,7 +137,7 @@ class Round:
         self.model.note_backup(new)
 
     def failed_backup(self, what):
-        """A backup that may not succeed, and must say so."""
+        """Makes a backup that may fail and must then report it."""
         code, errors = self.order_backup()
         self.note(f"   backup with {what}: {code} {errors[:120]}")
         if code != 0:
@@ -193,7 +193,7 @@ class Round:
         checks.repository_is_whole(world)
 
     def end_damaged(self):
-        """After the repository has been damaged: what it still gives must come, what it does not must be named."""
+        """After damage to the repository, every restorable file must be restored and every other file reported."""
         lost = self.lost_in_newest()
         self.note(f"   restic itself cannot give {len(lost)} items")
         # An unreadable file is restored from an earlier snapshot, which may be the damaged one.

@@ -1,4 +1,4 @@
-"""Looks at folders, and says in what two looks differ."""
+"""Reads folder trees and describes the differences between two of them."""
 
 import collections
 import hashlib
@@ -58,7 +58,7 @@ def look(root):
 
 
 def same_version(one, other):
-    """The same to a person: what a backup must tell apart."""
+    """Whether two items are equal in everything that a backup must preserve."""
     return (one.kind == other.kind and one.content == other.content and one.mode == other.mode
             and one.mtime == other.mtime and one.attributes == other.attributes
             and (one.uid, one.gid) == (other.uid, other.gid))

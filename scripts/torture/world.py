@@ -1,4 +1,4 @@
-"""A machine for one round: folders, mounts, clock, restic, the daemon, and what talks to them."""
+"""A machine for one round: folders, mounts, clock, restic, the daemon, and its clients."""
 
 import ctypes
 import json
@@ -25,7 +25,7 @@ HOST = os.uname().nodename
 
 
 class Finding(Exception):
-    """Something that must not be: one sentence, and details."""
+    """A violated invariant: one sentence, and details."""
 
 
 class Workshop:
@@ -110,7 +110,7 @@ class World:
             file.write(struct.pack("<qq", self.real_offset, self.boot_offset))
 
     def pass_days(self, days):
-        """Really, as in a machine that sleeps."""
+        """Waits in real time, as on a suspended machine."""
         self.true_offset += int(days * DAY * SECOND)
         self.real_offset += int(days * DAY * SECOND)
         self.boot_offset += int(days * DAY * SECOND)
@@ -121,7 +121,7 @@ class World:
         self.write_clock()
 
     def now(self):
-        """What it really is, in seconds."""
+        """Returns the real time in seconds."""
         return time.time() + self.true_offset / SECOND
 
     def clock(self):
@@ -157,7 +157,7 @@ class World:
             raise Finding(f"rule 8: the daemon has ended with {self.daemon.returncode}: {tail}")
 
     def stop(self):
-        """Politely: the daemon must end by itself within seconds."""
+        """Asks the daemon to exit, which it must do within seconds."""
         self.check_alive()
         self.daemon.terminate()
         try:
@@ -277,7 +277,7 @@ class World:
         return target, run
 
     def close(self, keeps_folders=False):
-        """Also after a failure: nothing of this round stays behind."""
+        """Removes everything that the round has created, also after a failure."""
         if self.daemon and self.daemon.poll() is None:
             self.daemon.kill()
             self.daemon.wait()

@@ -10,7 +10,7 @@ PACE = 0.05  # Seconds between two polls.
 
 
 class Missing(Exception):
-    """Something that should be there is not."""
+    """An expected control or window is missing."""
 
 
 def wait_for(what, condition, patience=PATIENCE):
@@ -61,7 +61,7 @@ class Window:
         return None
 
     def look(self, test, root=None):
-        """The first node that shows and passes the test, or None. What is hidden hides what is in it."""
+        """Returns the first visible node that passes the test, or None. A hidden node hides its children."""
         pending = [root or self.root]
         while pending:
             node = pending.pop()
@@ -126,11 +126,11 @@ class Window:
         pyatspi.Registry.generateMouseEvent(*middle_of(node), "b1c")
 
     def row(self, title, root=None):
-        """A row of a browser: its title alone, or with its state in words."""
+        """Finds a row of a browser by its title, alone or followed by its state."""
         return self.find(f'the row "{title}"', is_row(title), root)
 
     def walk(self, names, first_column=0):
-        """Chooses a way through the columns of the browser that shows."""
+        """Selects a path in the columns of the visible browser."""
         for number, name in enumerate(names, first_column):
             wait_for(f"column {number}", lambda wanted=number: len(self.columns()) > wanted)
             do_action(wait_for(f'the row "{name}"', lambda: self._row_of_column(number, is_row(name))))
@@ -140,7 +140,7 @@ class Window:
         return next((row for row in self.columns()[number] if row is not None and test(row)), None)
 
     def columns(self):
-        """The columns of the browser that shows, from the left."""
+        """Returns the columns of the visible browser from the left."""
         lists = []
         browser = self.look(lambda node: node.getRoleName() == "split pane")
         self.look(lambda node: node.getRoleName() == "list" and lists.append(node), browser)
@@ -162,7 +162,7 @@ def do_action(node):
 
 
 def middle_of(node):
-    """Where it is on the screen, once it stands still."""
+    """Returns its position on the screen once it no longer moves."""
     seen = []
 
     def place():

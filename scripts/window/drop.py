@@ -99,7 +99,7 @@ class Drag:
         self.x11.XFlush(self.display)
 
     def next_message(self, name):
-        """Answers whoever asks for the files, until the message comes."""
+        """Answers requests for the files until the message arrives."""
         deadline = time.monotonic() + PATIENCE
         event = Event()
         while time.monotonic() < deadline:

@@ -101,4 +101,4 @@ def cancel(shown, daemon, watched, home):
         raise Missing(f"an end in {LATEST_END} s; it took {took:.1f} s")
     if (watched / "large").stat().st_ino != before:
         raise Missing("the file that was there before")
-    print(f"  Cancelled: in {took:.1f} s no half file is left; the tabs are back")
+    print(f"  Cancelled: after {took:.1f} s no partial file is left; the tabs are back")
