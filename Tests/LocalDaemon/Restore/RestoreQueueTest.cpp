@@ -105,7 +105,7 @@ if [ $(wc -l < )" +
          "the repository was not found: unable to open config file: stat /r/config: no such file or "
          "directory"},
         {"ignoring error for timed out: x: no space left\\nread /r: is broken\\nmain.run\\n\\tmain.go:1", 1,
-         "restic could not go on: read /r: is broken"},
+         "restic failed: read /r: is broken"},
         {"ignoring error for $1: read /r: input/output error\\nFatal: There were 1 errors", 2,
          "read /r: input/output error"},
         {"ignoring error for $1: StreamPack: not found\\nRemove(<lock/1>) returned error: connection refused"
@@ -130,7 +130,7 @@ if [ $(wc -l < )" +
     };
     start();
     EXPECT_EQ(queue_->failures(restore(home("a"), folder_ / "c")),
-              home("a") + ": restic could not go on: rest:http://host/ is broken\n");
+              home("a") + ": restic failed: rest:http://host/ is broken\n");
 }
 
 TEST_F(RestoreQueueTest, WorkThatThrowsFailsItsJobsAndNoOthers) {

@@ -251,8 +251,7 @@ TEST_F(RestoringTest, WhatComesToAnotherDiskIsRestoredByItselfAndOnlyWhereItFits
     onDisk("tmpfs", folder_ / "out/disk", "size=128k", [&] {
         start();
         EXPECT_EQ(queue_->failures(restore(folder_.home(), folder_ / "out")),
-                  home("disk/f") + ": it would come to another disk than what is around it; restore it by "
-                                   "itself\n");
+                  home("disk/f") + ": its folder is on a different disk; restore it separately\n");
         EXPECT_EQ(folder_.read("out/g"), "g");
         EXPECT_EQ(queue_->failures(restore(home("disk/f"), folder_ / "out/disk/f")), "");
         EXPECT_EQ(folder_.read("out/disk/f"), "disk/f");
