@@ -93,7 +93,7 @@ public:
 void backupColumnIsFilled(benchmark::State& state) {
     const Application application;
     const Tab tab(state.range());
-    for (auto step : state) {
+    for ([[maybe_unused]] auto step : state) {
         state.PauseTiming();
         tab.choose(0);
         QCoreApplication::processEvents();
@@ -110,7 +110,7 @@ void backupColumnIsReloaded(benchmark::State& state) {
     const Application application;
     const Tab tab(state.range());
     tab.choose(1);
-    for (auto step : state)
+    for ([[maybe_unused]] auto step : state)
         tab.browser().reloadColumn(1);
 }
 BENCHMARK(backupColumnIsReloaded)->Arg(10'000)->Unit(benchmark::kMillisecond);
@@ -118,7 +118,7 @@ BENCHMARK(backupColumnIsReloaded)->Arg(10'000)->Unit(benchmark::kMillisecond);
 void backupColumnBare(benchmark::State& state) {
     const Application application;
     const Tab tab(state.range());
-    for (auto step : state)
+    for ([[maybe_unused]] auto step : state)
         benchmark::DoNotOptimize(tab.readBare());
 }
 BENCHMARK(backupColumnBare)->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
@@ -168,7 +168,7 @@ void backupColumnUnderABurst(benchmark::State& state) {
     const Tab tab(state.range());
     tab.folder.write("Disk/zz first", "");
     tab.choose(1);
-    for (auto step : state) {
+    for ([[maybe_unused]] auto step : state) {
         const std::clock_t before = std::clock();
         const auto start = std::chrono::steady_clock::now();
         Burst burst(tab.folder / "Disk");

@@ -44,7 +44,7 @@ double allocatedBytes() {
 }
 
 void fileTreeOfAMillionIsBuilt(benchmark::State& state) {
-    for (auto step : state) {
+    for ([[maybe_unused]] auto step : state) {
         const double before = allocatedBytes();
         FileNodeRef tree = newTree();
         state.PauseTiming();
@@ -56,7 +56,7 @@ void fileTreeOfAMillionIsBuilt(benchmark::State& state) {
 BENCHMARK(fileTreeOfAMillionIsBuilt)->Unit(benchmark::kMillisecond);
 
 void fileTreeOfAMillionIsDestroyed(benchmark::State& state) {
-    for (auto step : state) {
+    for ([[maybe_unused]] auto step : state) {
         state.PauseTiming();
         FileNodeRef tree = newTree();
         state.ResumeTiming();
@@ -68,7 +68,7 @@ BENCHMARK(fileTreeOfAMillionIsDestroyed)->Unit(benchmark::kMillisecond);
 void fileTreeSetSelected(benchmark::State& state) {
     const FileNodeRef& tree = sharedTree();
     std::int32_t selected = 0;
-    for (auto step : state)
+    for ([[maybe_unused]] auto step : state)
         tree->setSelected(selected = 1 - selected);
 }
 BENCHMARK(fileTreeSetSelected)->Unit(benchmark::kMillisecond);
@@ -76,27 +76,27 @@ BENCHMARK(fileTreeSetSelected)->Unit(benchmark::kMillisecond);
 void fileTreeTicksOneFile(benchmark::State& state) {
     const FileNodeRef file = sharedTree()->nodeAtPath("/Holiday 050/Holiday 050/IMG_20190714_000050.jpeg");
     std::int32_t selected = 0;
-    for (auto step : state)
+    for ([[maybe_unused]] auto step : state)
         file->setSelected(selected = 1 - selected);
 }
 BENCHMARK(fileTreeTicksOneFile);
 
 void fileTreeSelectedChildren(benchmark::State& state) {
     sharedTree()->setSelected(1);
-    for (auto step : state)
+    for ([[maybe_unused]] auto step : state)
         benchmark::DoNotOptimize(sharedTree()->selectedChildren(true));
 }
 BENCHMARK(fileTreeSelectedChildren)->Unit(benchmark::kMillisecond);
 
 void fileTreeDeepestFullSelections(benchmark::State& state) {
     sharedTree()->setSelected(1);
-    for (auto step : state)
+    for ([[maybe_unused]] auto step : state)
         benchmark::DoNotOptimize(sharedTree()->deepestFullSelections());
 }
 BENCHMARK(fileTreeDeepestFullSelections)->Unit(benchmark::kMillisecond);
 
 void fileTreeNodeAtPath(benchmark::State& state) {
-    for (auto step : state)
+    for ([[maybe_unused]] auto step : state)
         benchmark::DoNotOptimize(
             sharedTree()->nodeAtPath("/Holiday 099/Holiday 099/IMG_20190714_000099.jpeg"));
 }
@@ -105,7 +105,7 @@ BENCHMARK(fileTreeNodeAtPath);
 void fileTreeSorts(benchmark::State& state) {
     SortDescriptor byName{SortDescriptor::Key::FileName, true};
     const FileNodeRef& tree = sharedTree();
-    for (auto step : state) {
+    for ([[maybe_unused]] auto step : state) {
         byName.ascending = !byName.ascending;
         tree->sortUsingDescriptors({&byName, 1});
     }
@@ -123,7 +123,7 @@ double meanPropertyListBytes(const Value& dictionaries) {
 void fileNodesOf100000Dictionaries(benchmark::State& state) {
     const Value dictionaries = fileDictionaries(100'000);
     state.counters["dictionaryBytes"] = meanPropertyListBytes(dictionaries);
-    for (auto step : state) {
+    for ([[maybe_unused]] auto step : state) {
         const double before = allocatedBytes();
         FileNodeList nodes = KelvaneFileNode::fileNodesForDictionaries(dictionaries);
         state.PauseTiming();

@@ -12,9 +12,9 @@
 #include <sys/socket.h>
 #include <thread>
 
-// One remote call and its answer over a real socket between two threads, each compared with a bare ping-pong
-// of the same bytes: four writes each way, a thread that receives the answer and passes it on, and nothing
-// else.
+// One remote call and its answer over a real socket between two threads of this process, each compared with
+// a bare ping-pong of the same bytes: four writes each way, a thread that receives the answer and passes it
+// on, and nothing else.
 
 namespace kelvane {
 namespace {
@@ -159,7 +159,7 @@ Data requestFor(const char* selector, std::uint64_t returnLength, const char* re
 
 void callServiceState(benchmark::State& state) {
     const Link link;
-    for (auto step : state)
+    for ([[maybe_unused]] auto step : state)
         if (link.proxy->call<"serviceState">() != idle)
             state.SkipWithError("wrong answer");
 }
@@ -167,14 +167,14 @@ BENCHMARK(callServiceState)->UseRealTime();
 
 void pingPongServiceState(benchmark::State& state) {
     PingPong link(requestFor("serviceState", 4, "I"), writeBinaryPropertyList(idle).bytes);
-    for (auto step : state)
+    for ([[maybe_unused]] auto step : state)
         link.call();
 }
 BENCHMARK(pingPongServiceState)->UseRealTime();
 
 void callDaemonState(benchmark::State& state) {
     const Link link;
-    for (auto step : state)
+    for ([[maybe_unused]] auto step : state)
         if (link.proxy->call<"daemonState">().size() != stateDictionary().size())
             state.SkipWithError("wrong answer");
 }
@@ -183,7 +183,7 @@ BENCHMARK(callDaemonState)->UseRealTime();
 void pingPongDaemonState(benchmark::State& state) {
     const Data answer = writeBinaryPropertyList(stateDictionary()).bytes;
     PingPong link(requestFor("daemonState", 8, "@"), answer);
-    for (auto step : state)
+    for ([[maybe_unused]] auto step : state)
         link.call();
     state.counters["answerBytes"] = static_cast<double>(answer.size());
 }

@@ -84,7 +84,7 @@ private:
 
 void sdBus(benchmark::State& state, const char* method) {
     SdBusLink link;
-    for (auto step : state)
+    for ([[maybe_unused]] auto step : state)
         link.call(method);
 }
 void sdBusServiceState(benchmark::State& state) {
