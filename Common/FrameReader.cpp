@@ -60,7 +60,7 @@ std::optional<Data> FrameReader::readPayload(std::int32_t length) {
         if (source_.readBytes(wanted, payload.data() + arrived) < wanted)
             return std::nullopt;
         arrived += wanted;
-        block = arrived; // doubles the bytes received so far
+        block = arrived; // the buffer doubles
     }
     return payload;
 }

@@ -17,16 +17,16 @@ inline constexpr std::int32_t responseFrame = 2;
 // Never sent: the type that a receiver gets when its connection has failed.
 inline constexpr std::int32_t failureNotice = 0;
 
-// In bytes. Nobody sends a larger payload, and receiving one counts as a failed read. The listing of a folder
-// with a million files stays below it.
+// In bytes. Nobody sends a larger payload, and a frame that announces one counts as a failed read. The
+// listing of a folder with a million files stays below it.
 inline constexpr std::int32_t largestPayload = 256 << 20;
 
 // The source of a frame's bytes.
 class ByteSource {
 public:
     virtual ~ByteSource() = default;
-    // Reads exactly `count` bytes. Returns fewer only when the stream stops without a failure, and -1 when
-    // the source has failed or ended, or `count` is negative.
+    // Reads exactly `count` bytes and returns their number. Returns fewer only when no more bytes are
+    // available for now, and -1 when the source has failed or ended, or `count` is negative.
     virtual std::int32_t readBytes(std::int32_t count, std::uint8_t* buffer) = 0;
 };
 
@@ -45,7 +45,8 @@ public:
     // Reads the next 36 bytes. A stream that is out of step recovers only when a marker coincides with such a
     // block.
     [[nodiscard]] Marker readMarker();
-    // Reads what follows a marker. Returns none when the source failed or the length is negative.
+    // Reads what follows a marker. Returns none when the source failed, the length is negative or above
+    // `largestPayload`, or memory runs out.
     [[nodiscard]] std::optional<Frame> readFrame();
 
 private:

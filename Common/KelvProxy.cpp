@@ -100,8 +100,8 @@ void KelvaneProxy::setProtocol(Protocol protocol) {
     protocol_ = protocol;
 }
 
-// Copies the list of methods, so that the receive thread need not hold the delegate, which could destroy it
-// there.
+// Reads the method table now. The receive thread would have to hold the delegate to read it, and would
+// destroy the delegate, with everything that it owns, when the owner releases it meanwhile.
 void KelvaneProxy::setDelegate(std::weak_ptr<InvocationTarget> delegate) {
     const std::shared_ptr<InvocationTarget> target = delegate.lock();
     const std::scoped_lock guard(stateMutex_);
@@ -162,7 +162,8 @@ bool KelvaneProxy::forwardInvocation(Invocation& invocation) {
     }
     std::shared_ptr<KelvaneSocket> transport;
     unsigned interruptions = 0;
-    { // one lock for both, so that no other socket takes the request and leaves its answer to the next call
+    { // Read under one lock. Otherwise a socket that is set in between would get the request of a call that
+      // is already interrupted, and the next call would take the answer.
         const std::scoped_lock guard(stateMutex_);
         transport = socket_;
         interruptions = resultCond_.interruptions();
@@ -189,7 +190,7 @@ void KelvaneProxy::sendFrame(const std::shared_ptr<KelvaneSocket>& transport, st
     if (!transport)
         return;
     const std::scoped_lock guard(socketLock_);
-    // Ignores failed writes: they arrive as a failure notice.
+    // Ignores failed writes: a call that waits for an answer gets the failure notice.
     static_cast<void>(transport->sendString(frameMarker));
     static_cast<void>(transport->sendInt(type));
     static_cast<void>(transport->sendInt(static_cast<std::int32_t>(payload.size())));
@@ -301,8 +302,8 @@ void KelvaneProxy::processInvocationArgs(const Array& arguments, std::size_t exp
         const std::scoped_lock guard(stateMutex_);
         target = delegate_;
     }
-    // Does not hold a delegate of the main thread: it may be destroyed at any moment, with everything it
-    // refers to.
+    // Does not hold a delegate of the main thread: when its owner releases it meanwhile, it must not be
+    // destroyed on this thread, with everything that it owns.
     if (onMainThread && !target.expired())
         return enqueue(std::move(target), std::move(invocation), sizeof(QueuedInvocation) + expansion);
     const std::shared_ptr<InvocationTarget> alive = onMainThread ? nullptr : target.lock();
@@ -339,7 +340,7 @@ void KelvaneProxy::handlePortMessage() {
     std::size_t count = 0;
     {
         const std::scoped_lock guard(invocationLock_);
-        // requests that arrive while one of these runs a nested loop need another wake-up
+        // Requests that arrive while one of these runs a nested loop need another wake-up.
         isWakeUpPending_ = false;
         count = invocationQueue_.size();
     }

@@ -27,7 +27,7 @@ public:
 // Outgoing calls: `call` and `invoke` block until the answer arrives if the method has a result; when the
 // link is lost or closed meanwhile, they return 0 or an empty value. One call runs at a time, and a second
 // caller waits for the first. Incoming calls: the peer's requests run on the delegate, either on the receive
-// thread with `forwardingLock` held, or on the main thread. There they must be void, and they run when the
+// thread with `forwardingLock_` held, or on the main thread. There they must be void, and they run when the
 // main thread returns to its loop, even while a call is waiting.
 //
 // A response that no call waits for, and a failure notice once any call has waited, is kept and taken by the
@@ -120,7 +120,8 @@ private:
 
     const std::shared_ptr<MainLoop> mainLoop_;
 
-    // Guards the fields down to `waitingOnResult_` and every interruption; never held while calling out.
+    // Guards the fields down to `waitingOnResult_`, and is held for every `interrupt` and `resume` of
+    // `resultCond_`. Never held while calling a delegate or a socket, except for `KelvaneSocket::isOpen`.
     mutable std::mutex stateMutex_;
     std::shared_ptr<KelvaneSocket> socket_;
     Protocol protocol_;

@@ -76,7 +76,7 @@ bool KelvaneSocket::connectToPath(const std::string& path) {
     const std::shared_ptr<Connection> connection = open();
     if (!connection)
         return false;
-    // An empty path would address a socket bound to the empty abstract name.
+    // The system would read an empty path as an abstract address, which any process may have bound.
     if (path.empty()) {
         KelvaneCLog("connect failed: %s", errorText(ENOENT));
         return false;

@@ -26,10 +26,10 @@ class KelvaneSocket;
 // Whether the process at the other end of a connected descriptor runs as root or as the current user.
 [[nodiscard]] bool isTrustedPeer(int descriptor);
 
-// Receives a socket's events. Called with the socket's monitor held, on the receive thread, the accept thread
-// or the thread whose write failed; or, if the socket was configured so, on the main thread without the
-// monitor. A delegate must therefore not wait for anything that needs the monitor on another thread, as a
-// call over the same link may.
+// Receives a socket's events. Called with the socket's monitor held, on the receive thread, the accept
+// thread, or the thread whose write failed or which sets another delegate. If the socket was configured so,
+// the calls of the receive thread come on the main thread instead, without the monitor. A delegate must not
+// wait for anything that needs the monitor on another thread, as a call over the same link may.
 class SocketDelegate {
 public:
     virtual ~SocketDelegate() = default;
@@ -74,8 +74,9 @@ public:
     KelvaneSocket(const KelvaneSocket&) = delete;
     KelvaneSocket& operator=(const KelvaneSocket&) = delete;
 
-    // The path is truncated to 103 bytes. Never blocks. Returns false after logging the reason; the same
-    // object may try again. A peer that runs neither as root nor as the current user is refused.
+    // The path is truncated to 103 bytes. Never blocks. Returns false on failure, and logs why the system
+    // refused the connection; the same object may try again. A peer that runs neither as root nor as the
+    // current user is refused.
     [[nodiscard]] bool connectToPath(const std::string& path);
     // Replaces whatever is at the path. Everybody who can reach the path may connect (mode 0777), but only
     // root and the current user are accepted. Returns false with the reason in `errno`.
@@ -87,8 +88,7 @@ public:
     // while there is no data delegate wait for the first one.
     void setDataDelegate(std::shared_ptr<DataDelegate> delegate);
     void setCallDelegateOnMainThread(bool onMainThread);
-    // How long the peer may take no complete piece (15 KiB) of a write before the connection counts as
-    // failed; none: no limit.
+    // A write fails when the peer has not read a complete piece of it (15 KiB) for this long; none: no limit.
     void setSendTimeout(std::optional<std::chrono::milliseconds> timeout);
 
     // Returns false at once when not connected. A failed write notifies the socket delegate before it returns
@@ -106,8 +106,8 @@ public:
 
     // The number of running receive and accept threads in this program or plug-in.
     [[nodiscard]] static int liveThreads();
-    // Call at the end of a program, so that no thread runs during its destruction. Returns false when some
-    // still run after `limit`.
+    // Call at the end of a program, so that none of these threads runs while static objects are destroyed.
+    // Returns false when some still run after `limit`.
     static bool waitForThreads(std::chrono::milliseconds limit = std::chrono::seconds(2));
 
 private:

@@ -18,7 +18,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto pauseAfterPass = 100ms;
+constexpr auto pauseBeforeNextRead = 100ms;
 constexpr auto pauseAfterReadFailure = 1s;
 constexpr auto pauseAfterAcceptFailure = 100ms;
 constexpr auto refusalLogInterval = 1min;
@@ -67,7 +67,7 @@ void KelvaneSocket::rcvThread(const std::shared_ptr<Connection>& connection) {
             continue;
         }
         completes([&] { reportFailure(*connection); });
-        connection->pause(pauseAfterPass);
+        connection->pause(pauseBeforeNextRead);
         isGood = true;
     }
 }
@@ -82,7 +82,7 @@ bool KelvaneSocket::receiveFrame(Connection& connection, FrameReader& reader) {
         if (marker == FrameReader::Marker::Garbage)
             KelvaneCLog("KelvaneSocket Expecting a UUID, got something else...");
         if (marker != FrameReader::Marker::Found)
-            connection.pause(pauseAfterPass);
+            connection.pause(pauseBeforeNextRead);
         if (!connection.isRunning())
             return true;
     }
@@ -169,7 +169,8 @@ void KelvaneSocket::acceptOne(const Connection& connection, FileDescriptor descr
     for (const auto& zombie : zombies)
         removeChild(zombie);
 
-    struct Unserved { // closes the child on every path: its peer would wait for ever
+    // Closes a child that could not be started or announced, whose peer would otherwise wait for ever.
+    struct Unserved {
         ~Unserved() {
             if (socket)
                 socket->close();

@@ -14,7 +14,7 @@ struct KelvaneSocket::Connection : ByteSource, std::enable_shared_from_this<Conn
     std::int32_t readBytes(std::int32_t count, std::uint8_t* buffer) override;
     // Writes all bytes, not interleaved with another thread's, or returns false.
     [[nodiscard]] bool writeBytes(const std::uint8_t* buffer, std::size_t count);
-    // How long the peer may take none of a write; none: no limit.
+    // A write fails when it has made no progress for this long; none: no limit.
     void setSendTimeout(std::optional<std::chrono::milliseconds> timeout) {
         sendTimeout_ = timeout ? static_cast<int>(timeout->count()) : forEver;
     }
@@ -26,7 +26,7 @@ struct KelvaneSocket::Connection : ByteSource, std::enable_shared_from_this<Conn
     void pause(std::chrono::milliseconds duration);
 
     const FileDescriptor descriptor;
-    // interruption count of the data delegate's lock when the receive thread started
+    // The interruption count of the data delegate's lock when the receive thread started.
     unsigned interruptions = 0;
     bool isOpen = false; // guarded by the socket's `stateMutex_`
 

@@ -23,7 +23,7 @@ inline constexpr std::string_view statusString = "statusString";
 inline constexpr std::string_view backupState = "backupState";             // unsigned 32-bit, see above
 inline constexpr std::string_view currentRestoreJob = "currentRestoreJob"; // unsigned 32-bit
 inline constexpr std::string_view isBackupNeeded = "isBackupNeeded";
-// whether the last backup could not read some files
+// Whether the last backup had to leave out files that it could not read.
 inline constexpr std::string_view hasUnreadFiles = "hasUnreadFiles";
 inline constexpr std::string_view lowerPriorityMode = "lowerPriorityMode";
 inline constexpr std::string_view paused = "paused";
@@ -46,10 +46,10 @@ inline constexpr std::string_view bytesPerSecond = "bytesPerSecond"; // unsigned
 inline constexpr std::string_view secondsLeft = "secondsLeft";       // unsigned 64-bit
 inline constexpr std::string_view lastVerifiedDate = "lastVerifiedDate";
 inline constexpr std::string_view lastVerification = "lastVerification"; // a sentence
-// 0 to 1, while a verification runs
+// 0 to 1, while a verification runs.
 inline constexpr std::string_view verificationProgress = "verificationProgress";
 inline constexpr std::string_view damagedFileCount = "damagedFileCount"; // unsigned 64-bit
-// the current or an earlier version of a file is damaged
+// Whether damage of the backup is known, even if it affects only an earlier version of a file.
 inline constexpr std::string_view isBackupDamaged = "isBackupDamaged";
 
 } // namespace kelvane::statekey

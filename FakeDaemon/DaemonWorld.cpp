@@ -65,7 +65,7 @@ Value startRestoreJob(DaemonWorld& world) {
     return job;
 }
 
-// The end of a pause is a part of the extension "schedule".
+// Only the extension "schedule" has the end of a pause.
 void noteEndOfPause(DaemonWorld& world, std::uint32_t minutes) {
     const Array& extensions = world.state[statekey::extensions].array();
     if (std::find(extensions.begin(), extensions.end(), Value(extension::schedule)) == extensions.end())

@@ -8,7 +8,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto patience = 10s;
+constexpr auto waitTimeout = 10s;
 constexpr auto paneTimeout = 10s; // The connection of a pane that does not read is closed after this time.
 
 // KelvaneExtendedDaemonProtocol with an object as every result, so that the daemon chooses the encoding.
@@ -57,7 +57,7 @@ public:
         proxy->setSocket(socket);
     }
 
-    // Corrupts the empty response that follows, which becomes the payload of this one.
+    // Sends a frame header whose payload is the empty response that follows, which is no property list.
     void spoilResponse() const {
         static_cast<void>(socket->sendString(frameMarker));
         static_cast<void>(socket->sendInt(responseFrame));
@@ -135,7 +135,7 @@ void FakeDaemon::closePanes() {
 
 bool FakeDaemon::waitForPanes(std::size_t count) {
     std::unique_lock guard(mutex_);
-    return changed_.wait_for(guard, patience, [&] { return panes_.size() == count; });
+    return changed_.wait_for(guard, waitTimeout, [&] { return panes_.size() == count; });
 }
 
 DaemonWorld FakeDaemon::world() const {
@@ -215,7 +215,7 @@ void FakeDaemon::forgetCalls() {
 
 bool FakeDaemon::waitForCalls(std::string_view selector, std::size_t number) {
     std::unique_lock guard(mutex_);
-    return changed_.wait_for(guard, patience, [&] { return count(selector) >= number; });
+    return changed_.wait_for(guard, waitTimeout, [&] { return count(selector) >= number; });
 }
 
 void FakeDaemon::addPane(const std::shared_ptr<KelvaneSocket>& socket) {

@@ -21,17 +21,17 @@ struct ReceivedCall {
     friend bool operator==(const ReceivedCall&, const ReceivedCall&) = default;
 };
 
-// A backup daemon as a test wants it: listens at a path, with a KelvaneProxy for each pane, answers the whole
-// method table from a DaemonWorld and records every call. It can be told to answer otherwise, wrongly, late
-// or never, and to call its panes.
+// A scripted backup daemon for tests: listens on a socket, has a KelvaneProxy for each pane, answers the
+// whole method table from a DaemonWorld and records every call. A test can make it answer with other values,
+// with garbage, late or never, and make it call its panes.
 //
 // Any thread may call any operation. Requests run on their pane's receive thread, and so do the functions
-// given to `answerWith`. Those may use everything here: what they send to panes goes out before the answer,
-// and after `stop` or `closePanes` there is none. A call to the panes from another thread waits for the
-// request that a pane is just answering.
+// given to `answerWith`. These may call every operation: calls to panes are sent before the answer, and after
+// `stop` or `closePanes` no answer is sent. A call to the panes from another thread blocks while a pane's
+// request is being answered.
 //
-// When it goes, its connections, its threads and the socket's file have gone; everything that is held is let
-// go.
+// The destructor releases held calls, closes all connections, removes the socket's file and waits for all
+// threads.
 class FakeDaemon {
 public:
     explicit FakeDaemon(std::string path, DaemonWorld world = {});
@@ -44,7 +44,7 @@ public:
     // Behaves as if its process had died, but leaves no socket file: panes cannot connect until the next
     // `start`.
     void stop();
-    // Keeps listening.
+    // Closes all connections and keeps listening.
     void closePanes();
     // Returns false when there is a different number of panes after ten seconds of real time.
     [[nodiscard]] bool waitForPanes(std::size_t count);
@@ -64,8 +64,8 @@ public:
     // After so many answers, the next call of the selector closes the calling pane's connection instead
     // of being answered. Later calls are answered again.
     void breakLinkAt(const std::string& selector, int answersBefore = 0);
-    // Calls of the selector ("" for all) get no answer while the token exists. It must not outlive the
-    // daemon.
+    // Delays the answers to calls of the selector ("" for all) while the token exists. It must not outlive
+    // the daemon.
     using Hold = std::shared_ptr<void>;
     [[nodiscard]] Hold hold(const std::string& selector);
 
@@ -105,7 +105,7 @@ private:
     std::vector<ReceivedCall> calls_;
     std::shared_ptr<KelvaneSocket> listener_;
     std::vector<std::shared_ptr<Pane>> panes_;
-    std::vector<std::weak_ptr<KelvaneSocket>> sockets_; // Exist for as long as one of their threads does.
+    std::vector<std::weak_ptr<KelvaneSocket>> sockets_; // Alive while one of their threads runs.
 };
 
 } // namespace kelvane

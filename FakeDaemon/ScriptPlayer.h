@@ -9,19 +9,19 @@
 
 namespace kelvane {
 
-// Plays a script for a fake daemon: one JSON object a line, each done as soon as it comes unless an earlier
-// one waits.
+// Plays a script for a fake daemon: one JSON object per line, executed when it arrives unless an earlier one
+// still waits.
 //
 //   {"state": {"paused": true}}                              changes entries of the state dictionary
-//   {"answer": "userEmail", "value": "a@example.net"}        what the method answers; nothing without a value
-//   {"garbage": "userEmail"}  {"usual": "userEmail"}         a broken answer; the world's own again
+//   {"answer": "userEmail", "value": "a@example.net"}        sets the method's result; empty without a value
+//   {"garbage": "userEmail"}  {"usual": "userEmail"}         an invalid answer; the default one again
 //   {"callback": "fileChanged:", "arguments": ["/tmp/a"]}    calls every pane
 //   {"wait": 1.5}                                            seconds
 //   {"panes": "close"}  {"daemon": "stop"}  {"daemon": "start"}
 //   {"quit": 0}                                              ends the program with this status
 //
-// On the loop's thread. A line that cannot be done ends the loop with status 2, after its reason has been
-// written to standard error.
+// On the loop's thread. A line that cannot be executed ends the loop with status 2, and the reason is written
+// to standard error.
 class ScriptPlayer {
 public:
     ScriptPlayer(FakeDaemon& daemon, PollLoop& loop) : daemon_(daemon), loop_(loop) {}

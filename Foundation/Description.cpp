@@ -12,8 +12,8 @@ namespace kelvane {
 namespace {
 
 constexpr int deepestLevel = 64;
-// Containers end early beyond it: shared ones can say in a kilobyte what would fill the memory when written
-// out.
+// In characters. Containers are cut off beyond it: a kilobyte of shared containers can expand to a text that
+// exhausts the memory.
 constexpr std::size_t longestText = 1U << 20U;
 
 constexpr auto referenceDay = std::chrono::sys_days{std::chrono::year{2001} / 1 / 1};
@@ -37,7 +37,7 @@ void appendData(std::string& text, const Data& bytes) {
     text += '>';
 }
 
-// Then says so at the end of `text`.
+// Appends "..." to `text` when it returns true.
 bool isTooLong(std::string& text) {
     if (text.size() < longestText)
         return false;
@@ -100,7 +100,7 @@ void appendValue(std::string& text, const Value& value, int level, bool quoted) 
     }
 }
 
-// The decimals of the second with their point, "" for a whole second.
+// The decimals of the second after the point and including it; empty for a whole second.
 std::string decimals(double fraction) {
     if (fraction == 0)
         return {};
@@ -122,7 +122,7 @@ std::string iso8601(Date date) {
     using namespace std::chrono;
     double whole = std::floor(date.secondsSinceReference);
     double fraction = date.secondsSinceReference - whole;
-    if (fraction == 1) { // the date is so close below a second that the difference rounds
+    if (fraction == 1) { // the date is just below a whole second, and the difference was rounded
         whole += 1;
         fraction = 0;
     }

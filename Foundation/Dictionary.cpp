@@ -6,7 +6,7 @@
 namespace kelvane {
 namespace {
 
-// The places of `keys` in the order of their texts.
+// The indexes of `keys`, sorted by their texts.
 std::vector<std::size_t> sortedPlaces(const Dictionary::Keys& keys) {
     std::vector<std::size_t> places(keys.size());
     std::iota(places.begin(), places.end(), std::size_t{0});

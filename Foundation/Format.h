@@ -144,9 +144,9 @@ constexpr bool fitsArguments(std::string_view format, std::span<const ArgumentKi
     return used == arguments.size();
 }
 
-void formatDoesNotFitItsArguments(); // not constant, so that it ends the compilation
+void formatDoesNotFitItsArguments(); // not constexpr, so that a call is an error at compile time
 
-// A format in the program's own text, which compiles only where it fits its arguments.
+// A format in the source code; it compiles only if it fits its arguments.
 template <class... Arguments>
 class Format {
 public:
@@ -167,7 +167,7 @@ private:
 template <class... Arguments>
 using FormatFor = detail::Format<std::type_identity_t<Arguments>...>;
 
-// For a format that is known only at run time, as a translated one is.
+// For a format known only at run time, such as a translated one.
 template <class... Arguments>
 [[nodiscard]] std::string formatTranslated(std::string_view format, const Arguments&... arguments) {
     const std::array<FormatArgument, sizeof...(Arguments)> list{FormatArgument(arguments)...};

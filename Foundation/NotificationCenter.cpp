@@ -24,7 +24,7 @@ void NotificationCenter::post(std::string_view name, const void* sender, Value u
     const Notification notification{name, sender, std::move(userInfo)};
     const auto present = registrations_;
     for (const auto& weak : present) {
-        // Held while it runs: a handler may drop its own token.
+        // Keeps the handler alive while it runs: it may drop its own token.
         const auto registration = weak.lock();
         if (registration && registration->name == name &&
             (registration->sender == nullptr || registration->sender == sender))

@@ -5,7 +5,7 @@ namespace {
 
 constexpr char separator = '/';
 
-// The first name of `path`, which is cut off; empty when there is no further one.
+// Removes the first name from `path` and returns it; empty when there is none.
 std::string_view takeName(std::string_view& path) {
     const std::size_t start = path.find_first_not_of(separator);
     if (start == std::string_view::npos)
@@ -77,7 +77,7 @@ std::string deleteLastPathComponent(std::string_view path) {
 std::string pathExtension(std::string_view path) {
     const std::string name = lastPathComponent(path);
     const std::size_t dot = name.rfind('.');
-    // A name is not an extension of nothing, nor of dots alone.
+    // An extension needs a name before its dot that is not made of dots alone.
     if (dot == std::string::npos || name.find_first_not_of('.') >= dot)
         return {};
     return name.substr(dot + 1);

@@ -24,8 +24,7 @@ char32_t unitAt(const std::uint8_t* at) {
     return (static_cast<char32_t>(at[0]) << 8U) | at[1];
 }
 
-// The character that begins at `at`, which stands for as many units as it takes. The text is known to be
-// sound.
+// Reads the character at `at` and advances `at` by its one or two units. The text must be valid UTF-16.
 char32_t takeUtf16(const std::uint8_t*& at) {
     const char32_t unit = unitAt(at);
     at += 2;
@@ -40,7 +39,7 @@ std::size_t utf8Size(char32_t character) {
     return character < 0x80 ? 1 : character < 0x800 ? 2 : character < firstSupplementary ? 3 : 4;
 }
 
-// The bytes that a text takes in UTF-8; none when a surrogate stands alone.
+// The size of a text in UTF-8, in bytes; none for a lone surrogate.
 std::optional<std::size_t> utf8Size(std::span<const std::uint8_t> utf16) {
     std::size_t size = 0;
     for (std::size_t at = 0; at < utf16.size(); at += 2) {
@@ -68,8 +67,8 @@ char* writeUtf8(char* at, char32_t character) {
     return at + size;
 }
 
-// What the first byte of a character says: how many bytes follow, the bits it holds, the least number so
-// written.
+// The first byte of a character: how many bytes follow, its own bits of the character, and the smallest
+// character that may be encoded with this length.
 struct Lead {
     std::size_t following;
     char32_t bits;
@@ -86,7 +85,7 @@ std::optional<Lead> leadOf(std::uint8_t byte) {
     return std::nullopt;
 }
 
-// Takes the character that begins at `at` and moves behind it.
+// Reads the character at `at` and advances `at`, also when the character is invalid.
 std::optional<char32_t> takeUtf8(std::string_view text, std::size_t& at) {
     const std::optional<Lead> lead = leadOf(static_cast<std::uint8_t>(text[at++]));
     if (!lead || text.size() - at < lead->following)
@@ -108,7 +107,7 @@ constexpr std::string_view replacement = "\xEF\xBF\xBD";
 constexpr std::string_view hexDigits = "0123456789ABCDEF";
 constexpr std::size_t escapeSize = replacement.size() + 2;
 
-// The byte that the text begins with in escaped form; none when it begins otherwise. ASCII is never escaped.
+// The byte whose escaped form the text begins with; none without one. ASCII bytes are never escaped.
 std::optional<std::uint8_t> escapedByte(std::string_view text) {
     if (!text.starts_with(replacement) || text.size() < escapeSize)
         return std::nullopt;
@@ -137,7 +136,7 @@ std::uint8_t* writeUnit(std::uint8_t* at, char32_t unit) {
 } // namespace
 
 bool isAscii(std::string_view text) {
-    // Eight characters at a time: paths are long and many.
+    // Checks eight bytes at a time, because paths are long and numerous.
     constexpr std::uint64_t highBits = 0x8080808080808080;
     std::uint64_t seen = 0;
     std::size_t at = 0;
@@ -208,7 +207,7 @@ std::optional<std::string> utf8FromUtf16BigEndian(std::span<const std::uint8_t> 
 }
 
 bool setUtf16BigEndian(std::vector<std::uint8_t>& units, std::string_view text) {
-    units.resize(2 * text.size()); // no character takes more units than bytes
+    units.resize(2 * text.size()); // a character has at most as many UTF-16 units as UTF-8 bytes
     std::uint8_t* to = units.data();
     for (std::size_t at = 0; at < text.size();) {
         if (static_cast<std::uint8_t>(text[at]) < 0x80) {

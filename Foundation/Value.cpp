@@ -10,8 +10,8 @@ namespace {
 
 const Value absentValue;
 
-// Containers release one another by plain recursion down to this level; what lies deeper is put off until the
-// outermost one is done.
+// Nested containers are released recursively down to this level; deeper ones are released after the outermost
+// one, so that the stack does not overflow.
 constexpr int deepestRelease = 64;
 
 template <class T>
@@ -61,7 +61,7 @@ bool equalNumbers(const Value& left, const Value& right) {
 
 } // namespace
 
-// Trivial to destroy, so that values which die while the thread or the program ends find it in order.
+// Trivially destructible, so that it is still valid for values destroyed when the thread or program ends.
 struct Value::Release {
     struct Block {
         Kind kind;

@@ -1,5 +1,5 @@
-// Bytes of a hostile peer: through the frame reader, and each frame to a proxy whose delegate answers the
-// daemon's whole method table. The first byte says how often a read falls short.
+// Passes the bytes of a hostile peer to the frame reader, and each frame to a proxy whose delegate answers
+// the daemon's whole method table. The first byte sets how often a read is short.
 
 #include "Common/FrameReader.h"
 #include "Common/KelvProxy.h"
@@ -39,7 +39,7 @@ private:
     unsigned reads_ = 0;
 };
 
-// Answers with the first argument, or with what is left of it as another type.
+// Returns the buffer of the first argument, whatever the type of the result.
 class Echo : public InvocationTarget {
 public:
     [[nodiscard]] Protocol methods() const override { return KelvaneDaemonProtocol; }
@@ -60,7 +60,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     Peer peer(std::span(bytes, size));
     FrameReader reader(peer);
     const auto target = std::make_shared<Echo>();
-    const auto proxy = KelvaneProxy::create(); // without a socket nothing waits, and answers go nowhere
+    const auto proxy = KelvaneProxy::create(); // Without a socket no call waits, and responses are dropped.
     proxy->setDelegate(target);
     for (auto marker = reader.readMarker(); marker != FrameReader::Marker::Failed;
          marker = reader.readMarker()) {

@@ -1,4 +1,4 @@
-// Whatever is accepted must be writable, and read again as the same value with every kind kept.
+// Every accepted list must be writable, and must be read back as the same value with the same types.
 
 #include "Foundation/PropertyList/BinaryPropertyList.h"
 
@@ -16,7 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     if (!written.succeeded() || !second.succeeded() ||
         writeBinaryPropertyList(second.value).bytes != written.bytes)
         std::abort();
-    // Comparing walks through every expansion of a shared container, which takes too long here.
+    // Equality compares every expansion of a shared container, which takes too long here.
     if (first.value.description().size() < 64 * (size + 1024) && !(second.value == first.value))
         std::abort();
     return 0;

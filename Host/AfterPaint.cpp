@@ -7,7 +7,7 @@
 namespace kelvane::host {
 namespace {
 
-constexpr std::chrono::milliseconds unpaintedPatience{500};
+constexpr std::chrono::milliseconds unpaintedTimeout{500};
 
 } // namespace
 
@@ -15,7 +15,7 @@ AfterPaint::AfterPaint(QWidget& widget, MainLoop& loop, MainLoop::Task task)
     : loop_(loop), task_(std::move(task)) {
     widget.installEventFilter(this);
     widget.update();
-    timer_ = loop_.schedule(unpaintedPatience, MainLoop::Repeat::Once, [this] { run(); });
+    timer_ = loop_.schedule(unpaintedTimeout, MainLoop::Repeat::Once, [this] { run(); });
 }
 
 bool AfterPaint::eventFilter(QObject* watched, QEvent* event) {

@@ -8,8 +8,8 @@ class QWidget;
 
 namespace kelvane::host {
 
-// Runs a task once, from the event loop, after the next paint of the widget, or after a while when it is not
-// painted, for example because it is minimised. Never runs the task after its destruction.
+// Runs a task once, from the event loop, after the next paint of the widget, or after 0.5 s when it is not
+// painted, for example because it is minimised. The task never runs after this object is destroyed.
 class AfterPaint : public QObject {
 public:
     AfterPaint(QWidget& widget, MainLoop& loop, MainLoop::Task task);

@@ -10,7 +10,7 @@
 namespace kelvane::host {
 namespace {
 
-constexpr std::chrono::seconds readyPatience(10);
+constexpr std::chrono::seconds readyTimeout(10);
 constexpr std::chrono::milliseconds checkInterval(50);
 
 // Turns "Status" into "status.png".
@@ -31,7 +31,7 @@ ScreenshotRun::ScreenshotRun(QWidget& window, PaneLife& life, std::string folder
       folder_(std::move(folder)),
       loop_(loop),
       finished_(std::move(finished)),
-      deadline_(Clock::now() + readyPatience) {
+      deadline_(Clock::now() + readyTimeout) {
     timer_ = loop_.schedule(checkInterval, MainLoop::Repeat::Always, [this] { waitForPane(); });
 }
 
@@ -42,7 +42,7 @@ void ScreenshotRun::waitForPane() {
         return;
     timer_.stop();
     if (pane != nullptr && !pane->isReady())
-        std::cerr << "kelvane-settings: the pane is still loading, which the screenshots show\n";
+        std::cerr << "kelvane-settings: the pane is not ready, which the screenshots show\n";
     if (pane != nullptr)
         tabs_ = pane->tabNames();
     std::ranges::reverse(tabs_);

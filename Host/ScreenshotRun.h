@@ -11,7 +11,7 @@
 namespace kelvane::host {
 
 // Saves a picture of the window for each tab of a pane as "<tab>.png", or one "<title>.png" without tabs,
-// when the pane is ready or a timeout has expired. Main thread only.
+// when the pane is ready or after 10 s. Main thread only.
 class ScreenshotRun {
 public:
     // Prints each picture's path to standard output and errors to standard error. `finished` gets the exit

@@ -22,7 +22,8 @@ public:
 
     [[nodiscard]] SettingsWindow& window() { return window_; }
     void show();
-    // Unselects the current pane, saves the window's geometry and leaves the event loop.
+    // Unselects the current pane, saves the window's geometry unless this is a screenshot run, and leaves the
+    // event loop with the exit status.
     void end(int status = 0);
 
     [[nodiscard]] std::shared_ptr<MainLoop> mainLoop() override { return mainLoop_; }

@@ -10,7 +10,7 @@
 
 namespace kelvane::host {
 
-// The window: the list of panes at the side, and the current pane beside it. Contains no decisions. Derives
+// The window: the list of panes at the side, and the current pane beside it. Makes no decisions. Derives
 // from QMainWindow because screen readers recognise that class as a window.
 class SettingsWindow : public QMainWindow {
     Q_OBJECT
@@ -29,11 +29,11 @@ public:
     void showMessage(const QString& title, const QString& problem, const QString& path);
     // Adopts the view until it is deleted or removed.
     void showPane(QWidget* view);
-    // Painted with every pane and message.
+    // The area that shows the panes and messages, and so is painted when one of them is shown.
     [[nodiscard]] QWidget& pageArea() { return *area_; }
 
     Q_SIGNAL void paneChosen(int index);
-    // The window closes, by the user or by the program.
+    // Emitted when the window is closed, by the user or by the program.
     Q_SIGNAL void closing();
 
 protected:

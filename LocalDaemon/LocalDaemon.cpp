@@ -45,7 +45,7 @@ void addAlerts(RestoreQueue::Options& options, const std::shared_ptr<Alerts>& al
                        .title = "A restore is delayed.",
                        .body = reason});
     };
-    options.onUnkept = [alerts](const std::string& reason) {
+    options.onJobNotSaved = [alerts](const std::string& reason) {
         alerts->raise({.kind = unkeptAlert,
                        .severity = "warning",
                        .title = "Restores are lost when the backup daemon ends.",
@@ -109,7 +109,7 @@ void LocalDaemon::connectListeners() {
         [this](const IndexKeeper::Index& index, const std::vector<std::string>& changed, bool isRebuilt) {
             scan_->setIndex(index);
             if (isRebuilt)
-                scan_->lookAtEverything();
+                scan_->recheckEverything();
             state_->setIndex(index, changed);
             restores_->wake();
         });
@@ -124,8 +124,8 @@ void LocalDaemon::connectListeners() {
     state_->setPlanSource([this] { return runner_->planned(); });
 }
 
-// Settings, index and jobs belong to one daemon: two would overwrite each other's files. When the lock
-// file cannot be created, these cannot be written either, which is reported when they are.
+// Settings, index and jobs belong to one daemon: two would overwrite each other's files. Where the lock
+// file cannot be created, they cannot be written either, which is reported at the first attempt.
 std::string LocalDaemon::claimSettings() {
     const std::string path = options_.settingsPath + ".lock";
     if (!ensureFolder(std::string(folderOf(path))))
@@ -293,14 +293,14 @@ void LocalDaemon::refresh() {
     state_->refresh();
     keeper_->noteClock();
     disks_->lookForAbsent();
-    // Mounting over a watched folder causes no event for the folder.
+    // Mounting over a watched folder causes no event for it.
     const auto volumes = options_.fileSystem->volumes();
     const std::set<std::string> mounts = disks_->selection().mountsOfScan();
     const bool haveSameMounts = std::exchange(mounts_, mounts) == mounts;
     if (haveSamePlaces(*std::exchange(volumes_, volumes), *volumes) && haveSameMounts)
         return;
     disks_->note(*volumes);
-    scan_->lookAtEverything();
+    scan_->recheckEverything();
 }
 
 } // namespace kelvane

@@ -33,7 +33,7 @@ public:
         std::string socketPath;
         std::string settingsPath;
         std::string configurationPath;
-        // The prefix of the names of index files, of which each repository location has one.
+        // The prefix of the names of index files; each repository location has an index of its own.
         std::string indexPath;
         std::chrono::milliseconds sendTimeout = std::chrono::seconds(10);
         // How late the end of a pause may be noticed. A single timer for the whole pause would not work:
@@ -45,7 +45,7 @@ public:
         std::string restoreJobsPath;
         std::string processesPath; // The file with the restic processes of this daemon and earlier ones.
         MachineClock machineClock = readMachineClock;
-        std::function<void()> showRestoreWizard = [] {}; // Called on any thread; returns at once.
+        std::function<void()> showRestoreWizard = [] {}; // Called on any thread; must return at once.
         std::shared_ptr<const FileSystem> fileSystem = std::make_shared<LocalFileSystem>();
         DaemonState::Clock clock = std::chrono::system_clock::now;
     };
@@ -88,8 +88,8 @@ private:
     std::shared_ptr<NodeAnswers> nodes_;
     std::shared_ptr<PaneServer> server_;
     std::optional<FolderScan> scan_;
-    std::shared_ptr<const Volumes> volumes_; // The volumes of the last scan.
-    std::set<std::string> mounts_;           // The mounts of the last scan; only those that concern it.
+    std::shared_ptr<const Volumes> volumes_; // The volumes that the scan knows.
+    std::set<std::string> mounts_;           // The mounts that the scan knows; only those that concern it.
     Timer refresh_;
 };
 

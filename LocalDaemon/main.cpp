@@ -56,7 +56,7 @@ int complain(const std::string& reason, int status) {
     return status;
 }
 
-// Also logs the reason, for a daemon that was not started in a terminal.
+// Logs the reason instead of only printing it, for a daemon that was not started in a terminal.
 int refuse(const std::string& reason) {
     logError("%@", reason);
     return failed;
@@ -99,10 +99,11 @@ bool tellsAPassword(const Value& place) {
 
 void setOverride(Dictionary& overrides, const std::string& option, std::string_view key, const Value& value) {
     if (key == "repository" && tellsAPassword(value))
-        throw CLI::ValidationError(option, "everybody on this machine could read the password here; name "
-                                           "the place in the configuration's file");
+        throw CLI::ValidationError(option, "everybody on this machine could read the password here; set the "
+                                           "repository in the configuration file");
     Value known = value;
-    // A disk that is not mounted is used from the first start at which it is; the log says so.
+    // A volume that is not mounted is accepted here: it is backed up from the first start at which it is
+    // mounted, and until then the log says that it is not used.
     if (value.isArray()) {
         Array list = value.array();
         std::erase_if(list, [](const Value& each) { return each.stringValue().starts_with("/Volumes/"); });

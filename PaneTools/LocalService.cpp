@@ -31,7 +31,7 @@ constexpr const char* noFolder = "there is no private folder for the daemon's so
 // The socket of the daemon in question.
 struct DaemonSocket {
     std::string path;
-    bool isDefault = true; // the default socket of the local daemon, which this program may start
+    bool isDefault = true; // Only a daemon at the default socket is started here.
 };
 enum class Server { None, LocalDaemon, Other };
 
@@ -44,7 +44,8 @@ std::optional<DaemonSocket> daemonSocket() {
     return DaemonSocket{named, named == usual};
 }
 
-// Compares the name of the listening program, whose file may have been replaced since.
+// Compares only the beginning of the program's name: the kernel appends " (deleted)" when the file of the
+// running program has been replaced.
 bool isLocalDaemon(int socket) {
     ucred peer{};
     socklen_t size = sizeof peer;
@@ -59,7 +60,7 @@ bool isLocalDaemon(int socket) {
 
 Server serverAt(const std::string& path) {
     const SocketProbe probe = probeSocket(path);
-    if (probe.error == EAGAIN) // the listener's backlog is full
+    if (probe.error == EAGAIN) // Its backlog is full: some daemon listens.
         return Server::LocalDaemon;
     if (probe.error != 0)
         return Server::None;
@@ -67,8 +68,7 @@ Server serverAt(const std::string& path) {
 }
 
 std::string notLocalDaemon(const std::string& path) {
-    return "the daemon at " + path +
-           " is not your local daemon; start and stop it in the way it was installed";
+    return "the daemon at " + path + " is not your local daemon; start and stop it by its own means";
 }
 
 bool waitForServer(const std::string& path, bool isWanted, std::chrono::milliseconds timeout) {
@@ -101,7 +101,7 @@ std::string launch(const std::string& daemon) {
 void requestTermination(const std::string& path) {
     const auto socket = KelvaneSocket::create();
     if (!socket->connectToPath(path))
-        return; // it has already ended
+        return; // It has already ended.
     const auto proxy = KelvaneProxy::create();
     proxy->setProtocol(KelvaneDaemonProtocol);
     proxy->setSocket(socket);
@@ -148,7 +148,7 @@ std::string stopLocalDaemon() {
     if (serverAt(target->path) != Server::None)
         requestTermination(target->path);
     if (failure.empty() && !waitForServer(target->path, false, defaultTimeout))
-        failure = "the daemon at " + target->path + " was told to stop but still runs";
+        failure = "the daemon at " + target->path + " was asked to stop but still runs";
     KelvaneSocket::waitForThreads();
     return failure;
 }
@@ -158,7 +158,7 @@ std::string defaultDaemonInUse() {
     const auto usual = defaultDaemonPath();
     if (!target || target->isDefault || !usual || serverAt(*usual) == Server::None)
         return {};
-    return "the daemon at " + *usual + " still runs and uses the settings to remove; stop it first";
+    return "the daemon at " + *usual + " still runs and uses the files to be removed; stop it first";
 }
 
 } // namespace kelvane::tools

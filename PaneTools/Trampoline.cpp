@@ -29,7 +29,7 @@ namespace {
 
 constexpr int pollingMilliseconds = 100;
 
-// 0 for an invalid process id.
+// Returns 0 for an invalid process id.
 pid_t processId(std::string_view text) {
     pid_t pid = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), pid);
@@ -128,8 +128,8 @@ int main(int count, char** arguments) {
         std::fputs("usage: kelvane-trampoline PID PROGRAM [launchagent|launchdaemon]\n", stderr);
         return EX_USAGE;
     }
-    // Leaves the caller's terminal, whose closing would end this process. Fails for a group leader, that is,
-    // when started by hand.
+    // Leaves the caller's terminal, whose closing would end this process. Fails, with no effect, for a
+    // group leader, that is, when started by hand.
     ::setsid();
     waitForEnd(pid);
     return start(arguments[2]);

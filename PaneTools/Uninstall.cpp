@@ -5,7 +5,7 @@
 // word to that file. $KELVANE_DAEMON names the socket of the daemon.
 //
 // Exit status: 0 when everything is removed, 64 for invalid arguments, 66 for an invalid hand-off file, 77
-// when the right is missing, 69 when polkit cannot be asked, 71 when the daemon could not be stopped or
+// when the right is missing, 69 when polkit cannot be reached, 71 when the daemon could not be stopped or
 // something could not be removed; the reason is on standard error.
 
 #include "Foundation/Format.h"
@@ -60,7 +60,7 @@ int checkRight(const std::optional<ProcessIdentity>& process, std::uint32_t pid)
         return complain(name, "process " + std::to_string(pid) + " is not authorized", EX_NOPERM);
     case AuthorizationAnswer::Unreachable: break;
     }
-    return complain(name, "cannot check the authorization: polkit does not answer", EX_UNAVAILABLE);
+    return complain(name, "cannot check the authorization: polkit cannot be reached", EX_UNAVAILABLE);
 }
 
 // Continues after a failure, to remove as much as possible.

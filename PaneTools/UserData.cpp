@@ -9,7 +9,7 @@ namespace kelvane::tools {
 namespace {
 
 std::vector<std::string> filesThatBeginWith(const std::string& path) {
-    std::error_code error; // a folder that cannot be listed does not exist or cannot be emptied
+    std::error_code error; // Ignored: a folder that cannot be listed has no files that could be removed.
     std::vector<std::string> files;
     for (const auto& entry :
          std::filesystem::directory_iterator(std::filesystem::path(path).parent_path(), error))
@@ -39,7 +39,7 @@ std::vector<std::string> removeUserData() {
             remove(path);
     remove(cacheFolder() + "/kelvane/restic");
     for (const std::string& folder : folders)
-        std::filesystem::remove(folder, error); // fails for a folder that is not empty
+        std::filesystem::remove(folder, error); // Fails for a folder that is not empty.
     return failures;
 }
 

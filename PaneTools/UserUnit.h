@@ -14,9 +14,10 @@ inline constexpr const char* daemonUnit = "kelvane-local-daemon.service";
 // Whether a unit file exists, installed by the package or written for the user.
 [[nodiscard]] bool hasUnit();
 
-// Enables this program as the unit. Writes a unit file for the user if the package has none. Returns why it
-// failed, or empty on success.
+// Makes the manager start this program at log-in, and now if `startNow`. Writes a unit file for the user if
+// the package has none. This and the functions below return why they failed, or empty on success.
 [[nodiscard]] std::string enableUnit(const std::string& program, bool startNow);
+// Stops the daemon and no longer starts it at log-in.
 [[nodiscard]] std::string disableUnit();
 // Removes the user's own unit file, if there is one.
 [[nodiscard]] std::string removeOwnUnit();

@@ -21,7 +21,7 @@ namespace kelvane {
 // are XML or binary. A file that cannot be read counts as empty, and `error` says why.
 class Bundle {
 public:
-    // `overrides` replace entries of the information dictionary.
+    // `overrides` are added to the information dictionary and replace its entries.
     explicit Bundle(std::string path, const Dictionary& overrides = {});
     // Creates a bundle with an information dictionary only: for programs without a bundle folder, and for
     // tests.

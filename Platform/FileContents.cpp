@@ -158,7 +158,7 @@ FileOutcome replaceFileAtomically(const std::string& path, std::span<const std::
         return failure("cannot write", path, errno);
     if (!file.moveTo(location.name))
         return failure("cannot replace", path, errno);
-    // Some file systems cannot flush folders (EINVAL); nothing can be done about it there.
+    // Some file systems cannot flush folders (EINVAL), which is not a failure: no more can be done there.
     if (uninterrupted([&] { return ::fsync(folder.get()); }) != 0 && errno != EINVAL)
         return failure("cannot flush", location.folder, errno);
     return {};

@@ -31,8 +31,9 @@ enum class SymbolicLinks { Refuse, Follow };
 [[nodiscard]] FileReading readFile(const std::string& path, std::size_t limit,
                                    SymbolicLinks links = SymbolicLinks::Refuse);
 
-// Writes a new file beside the old one, flushes it, and renames it over the old one. The old file stays
-// intact until then and after every failure; a link at the path is replaced, not followed. The new file has
+// Writes a new file beside the old one, flushes it to the disk, renames it over the old one and flushes the
+// folder. Until the rename, and after a failure before it, the old file is intact; when only the folder
+// cannot be flushed, the new file is in place. A link at the path is replaced, not followed. The new file has
 // exactly `mode`.
 [[nodiscard]] FileOutcome replaceFileAtomically(const std::string& path, std::span<const std::uint8_t> bytes,
                                                 mode_t mode);

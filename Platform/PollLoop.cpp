@@ -36,8 +36,8 @@ void forgetExpired(std::vector<std::weak_ptr<Entry>>& entries) {
 struct PollLoop::TimerEntry {
     static constexpr Clock::time_point never = Clock::time_point::max();
 
-    // Counts the next time from the previous one, so that the timer does not drift, and skips times already
-    // past.
+    // Counts the next time from the previous one, so that the timer does not drift; if that is past already,
+    // from now.
     void moveOn(Clock::time_point now) {
         if (repeat == Repeat::Once) {
             due = never;

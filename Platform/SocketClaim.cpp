@@ -35,8 +35,8 @@ std::string ownerOf(int lock) {
     return size > 0 ? " (process " + std::string(text.data()) + ")" : "";
 }
 
-// Whether the file is a leftover lock file: it contains the id of a process, or zeros if the machine crashed
-// before the id was on the disk.
+// Whether the file is a lock file, new or left behind: it is empty, contains the id of a process, or contains
+// zeros because the machine crashed before the id was on the disk.
 bool isLockFile(int lock) {
     std::array<char, 16> text{};
     const ssize_t size = ::pread(lock, text.data(), text.size(), 0);

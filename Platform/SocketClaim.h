@@ -15,11 +15,12 @@ struct SocketProbe {
 };
 [[nodiscard]] SocketProbe probeSocket(const std::string& path, int type = SOCK_STREAM);
 
-// The right to listen at a path while this object lives: no other process that uses this class can listen
-// there. It is a lock on the file "<path>.lock", which the system releases when the process dies. Creates the
-// folder with mode 0700 when it is missing.
+// The right to listen at a path while this object lives. It is refused when any program listens there
+// already; once it is granted, no other process that uses this class can listen there. It is a lock on the
+// file "<path>.lock", which the system releases when the process dies. Creates the folder with mode 0700 when
+// it is missing.
 //
-// The destructor removes the socket and the lock file.
+// The destructor removes the socket and the lock file of a claim that was granted.
 class SocketClaim {
 public:
     explicit SocketClaim(std::string path);

@@ -7,8 +7,7 @@
 
 namespace kelvane {
 
-// Tells blocked threads to stop. Any thread may set it, once; it stays set, and makes its descriptor
-// readable.
+// Tells threads to stop, and wakes those that poll its descriptor. Any thread may set it; it stays set.
 class StopSignal {
 public:
     StopSignal();

@@ -7,7 +7,7 @@
 namespace kelvane {
 namespace {
 
-// Also sets the image for a selected row, which the toolkit would tint.
+// Sets the same image for selected and disabled rows, in which the toolkit would tint it.
 QIcon bullet(const Bundle& bundle, std::string_view name) {
     QIcon icon;
     if (const auto path = bundle.resourcePath(name, "png"))

@@ -14,7 +14,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto marketNameInterval = 60s;
-// Windows of earlier versions were too narrow for this pane.
+// Windows of earlier system versions were too narrow for this pane.
 constexpr std::uint32_t versionOfWideWindows = 0x1050;
 constexpr int missingWidth = 75; // in points
 

@@ -55,7 +55,7 @@ void ComKelvanePreferencePanePref::updateMarketName() {
     const std::string name = bundle()->localizedString(skinId, "", "MarketNames");
     if (name.empty() || name == skinId)
         return;
-    // Compares the id and not the name: a name that is set was set on purpose.
+    // Compares with the id and not with the name, on purpose: a shown text that equals the id stays.
     if (view_->marketName() != skinId)
         view_->setMarketName(name);
 }
@@ -90,7 +90,7 @@ void ComKelvanePreferencePanePref::folderChanged(const std::string& path) {
 
 void ComKelvanePreferencePanePref::stateChanged(std::uint32_t state) {
     if (!backupState_)
-        return; // posted before the pane was hidden
+        return; // this call was posted before the pane was hidden
     if (state == restoreprogress::begin)
         return showRestoreProgress(true);
     const std::shared_ptr<KelvaneProxy> daemon = proxy();

@@ -28,7 +28,7 @@ PaneView::PaneView(const Bundle& bundle)
       progressPlace_(new QWidget),
       tabArea_(new QStackedLayout),
       authView_(new AuthorizationView(bundle, this)) {
-    // title of the sheets
+    // The sheets take their title from this widget.
     setWindowTitle(QString::fromStdString(bundle.information("CFBundleName").stringValue()));
     for (const auto& [tab, title] : tabTitles) {
         TabItem& made = item(tab);

@@ -27,10 +27,11 @@ public:
     // Reads the tab titles from the bundle.
     explicit PaneView(const Bundle& bundle);
 
-    // Sets the content of a page and reserves its tab; a page without content stays out of the tab area.
+    // Adds the content to a page and shows its tab; without `content`, the caller fills `page` itself. A page
+    // that was never filled stays out of the tab area.
     void fill(PaneTab tab, QWidget* content = nullptr);
-    // Shows the page's tab before Help, which is always visible, or hides it; does nothing when nothing
-    // changes.
+    // Inserts the page's tab as the last before Help, which is always visible, or removes it. Does nothing
+    // for a page that was never filled or when nothing changes.
     void show(PaneTab tab, bool isShown);
     [[nodiscard]] bool isShown(PaneTab tab) const { return item(tab).isShown; }
     [[nodiscard]] QWidget* page(PaneTab tab) const { return item(tab).page; }

@@ -29,7 +29,7 @@ bool isExecutableFile(const std::string& path) {
     return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && ::access(path.c_str(), X_OK) == 0;
 }
 
-// The system would end such a path at the zero byte.
+// A path with a zero byte would be cut off there.
 bool canBeArgument(const std::string& path) {
     return path.find('\0') == std::string::npos && isUtf8(path);
 }
@@ -49,10 +49,10 @@ private:
     sigset_t before_{};
 };
 
-// From here to the end of `runChild`: only what is safe between fork and exec in a program with threads,
-// which is system calls on memory that was made before the fork.
+// From here to the end of `runChild`, the code runs between fork and exec in a program with threads: it may
+// only make system calls, on memory allocated before the fork.
 
-// To standard error when the parent has ended; a failure there has nowhere to go.
+// Writes to standard error when the parent has ended; a failure there is ignored.
 void sendEntry(int logSocket, std::string_view entry) {
     if (logSocket < 0)
         return;
@@ -63,8 +63,8 @@ void sendEntry(int logSocket, std::string_view entry) {
     [[maybe_unused]] const ssize_t written = ::writev(STDERR_FILENO, line.data(), line.size());
 }
 
-// A handler of the parent's must not run here once signals are let in again: it would act on what the two
-// share.
+// A signal handler of the parent must not run in the child when signals are unblocked: it would act on files
+// that both share.
 void resetSignals() {
     for (int number = 1; number < NSIG; ++number) {
         struct sigaction action {};
@@ -83,7 +83,7 @@ void resetSignals() {
 
 struct PreparedAttempt {
     std::string_view logEntry;
-    std::vector<char*> arguments; // with the null at the end
+    std::vector<char*> arguments; // with a null pointer at the end
 };
 
 [[noreturn]] void runChild(const std::vector<PreparedAttempt>& attempts, int logSocket) {
@@ -98,9 +98,8 @@ struct PreparedAttempt {
     ::_exit(0);
 }
 
-// The child's log entries, until it has become another program or ended; then its end. The child itself can
-// neither take the log's lock nor know its sinks, so that its entries come through here and end up where all
-// others do.
+// Writes the child's log entries until it has executed another program or ended, then reaps it. The child
+// cannot lock the log or call its sinks, so it sends its entries to this process.
 void followChild(pid_t child, const FileDescriptor& log) {
     std::array<char, longestLogEntry> entry{};
     for (;;) {
@@ -118,7 +117,7 @@ struct LogChannel {
     FileDescriptor childEnd;
 };
 
-// Without ends when nothing is logged anyway.
+// Has no ends when the log is disabled.
 LogChannel logChannel() {
     std::array<int, 2> ends{-1, -1};
     if (KelvaneLogEnabled() && ::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0)
@@ -153,7 +152,7 @@ pid_t detail::forkAndExecute(const std::vector<ExecAttempt>& attempts, int logSo
     for (const ExecAttempt& attempt : attempts) {
         prepared.push_back({attempt.logEntry, {}});
         for (const std::string& argument : attempt.arguments)
-            prepared.back().arguments.push_back(const_cast<char*>(argument.c_str())); // execv writes to none
+            prepared.back().arguments.push_back(const_cast<char*>(argument.c_str())); // not written by execv
         prepared.back().arguments.push_back(nullptr);
     }
     const AllSignalsBlocked blocked;
@@ -178,7 +177,7 @@ void KelvaneTrampoline::trampoline(const std::string& trampolinePath, const std:
     log.childEnd.reset();
     KelvaneCLog("parent continuing");
     try {
-        const AllSignalsBlocked blocked; // the program's own threads take its signals
+        const AllSignalsBlocked blocked; // the new thread must not receive the program's signals
         std::thread([child, parentEnd = std::move(log.parentEnd)] {
             followChild(child, parentEnd);
         }).detach();

@@ -6,7 +6,7 @@ namespace kelvane {
 namespace {
 
 constexpr char separator = '|';
-// How a separator inside a field is written. It has no semicolon: one that follows belongs to the text.
+// The escaped form of a separator inside a field. It has no semicolon; one after it is part of the text.
 constexpr std::string_view escapedSeparator = "&#124";
 
 constexpr std::size_t fieldCount = 6;

@@ -29,12 +29,12 @@ bool isCountOf64Bits(const Value& number) {
     return integer && integer->width == 8 && integer->isSigned;
 }
 
-// `Real` is the precision in which a count is scaled. What is above the last unit stays in it.
+// `Real` is the precision in which a count is scaled. Counts too large for the last unit are shown in it.
 template <class Real>
 std::string abbreviated(Real count, const NumberFormatter& base) {
     std::size_t unit = 0;
-    // A unit is worth 1024, yet begins above 1000: 1001 bytes read better as 0.98 KB than as a number of four
-    // digits.
+    // A unit is 1024 of the one before, but is used above 1000 of these: 1001 bytes read better as 0.98 KB
+    // than as a number of four digits.
     while (count > 1000 && unit < lastUnit) {
         count *= Real{0.0009765625};
         ++unit;

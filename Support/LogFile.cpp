@@ -29,14 +29,14 @@ bool LogFile::write(std::string_view line) {
     if (!file_)
         open();
     const std::string text = std::string(line) + '\n';
-    // One call, so that a second daemon's lines would not mix with these.
+    // A single write, so that lines of a second daemon cannot mix with these.
     const ssize_t written = file_ ? ::write(file_.get(), text.data(), text.size()) : -1;
     size_ += written > 0 ? static_cast<std::size_t>(written) : 0;
     return written == static_cast<ssize_t>(text.size());
 }
 
 void LogFile::open() {
-    // A pipe is not waited for; a link in a folder that others write to is not followed.
+    // Does not wait for the reader of a pipe, nor follow a link that another user may have put there.
     file_.reset(::open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK,
                        privateFileMode));
     struct stat status {};
@@ -44,7 +44,7 @@ void LogFile::open() {
     if (!file_ || ::fstat(file_.get(), &status) != 0)
         error_ = errorText();
     else if (!S_ISREG(status.st_mode))
-        error_ = "it is no file";
+        error_ = "it is not a regular file";
     if (!error_.empty())
         file_.reset();
     size_ = static_cast<std::size_t>(status.st_size);
@@ -67,7 +67,7 @@ void LogFile::rotate() {
     if (names.size() == 1 && mayReplace(path_))
         ::unlink(path_.c_str());
     for (std::size_t number = names.size() - 1; number > 0; --number)
-        std::rename(names[number - 1].c_str(), names[number].c_str()); // the first times there is none
+        std::rename(names[number - 1].c_str(), names[number].c_str()); // fails if there is none yet
     file_.reset();
     size_ = 0;
 }

@@ -10,8 +10,8 @@ namespace kelvane {
 
 // A log file of limited size with mode 0600. When it has become too large it is renamed to "<path>.1", that
 // one to "<path>.2", and so on; the oldest is replaced. A file that does not begin as a log of this program
-// is somebody else's: it stays, and its number is passed over. May be used by one thread at a time. A write
-// blocks on the disk.
+// belongs to something else: it is kept, and its number is skipped. May be used by one thread at a time. A
+// write blocks on the disk.
 class LogFile {
 public:
     struct Limits {
@@ -27,7 +27,7 @@ public:
     // Writes a line, which is passed without a newline. Returns false on failure; the next call tries again.
     bool write(std::string_view line);
 
-    // Whether nothing stands at the path, or a log of this program.
+    // Whether there is no file at the path, or a log of this program.
     [[nodiscard]] static bool mayReplace(const std::string& path);
 
 private:

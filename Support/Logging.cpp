@@ -20,17 +20,17 @@ namespace {
 constexpr const char* systemLogSocket = "/dev/log";
 
 struct Sinks {
-    std::mutex mutex; // held while a sink runs: entries come one at a time, and a token's death waits for it
+    std::mutex mutex; // held while a sink runs, so that the destructor of its token waits for it
     std::vector<const LogSink*> sinks;
 };
 
-// Lives as long as the process: threads and destructors log to the very end.
+// Never destroyed, because threads and destructors log until the process ends.
 Sinks& allSinks() {
     static auto* const sinks = new Sinks;
     return *sinks;
 }
 
-// The first character of a text that is not empty; a byte that is no UTF-8 stands for itself.
+// The first character of a text that is not empty; a byte that is not UTF-8 counts as a character.
 std::string_view firstCharacter(std::string_view text) {
     constexpr std::size_t longestCharacter = 4;
     for (std::size_t size = 1; size <= std::min(text.size(), longestCharacter); ++size)
@@ -39,8 +39,8 @@ std::string_view firstCharacter(std::string_view text) {
     return text.substr(0, 1);
 }
 
-// The two-byte controls of UTF-8 (U+0080 to U+009F) are commands to a terminal as well, and so are their
-// single bytes to one that does not read UTF-8.
+// Whether a terminal shows the character as it is. The control characters U+0080 to U+009F are also commands
+// to a terminal, and so are single bytes of that range to one that does not use UTF-8.
 bool isPlain(std::string_view character) {
     const auto first = static_cast<unsigned char>(character.front());
     if (character.size() == 1)
@@ -48,7 +48,7 @@ bool isPlain(std::string_view character) {
     return first != 0xC2 || static_cast<unsigned char>(character[1]) > 0x9F;
 }
 
-// Without line breaks and without what a terminal would take for a command.
+// Escapes line breaks and characters that a terminal would execute as commands.
 std::string escaped(std::string_view character) {
     if (isPlain(character))
         return std::string(character);
@@ -87,8 +87,7 @@ std::string_view wordOf(LogLevel level) {
     return {};
 }
 
-// A reader of standard error that has gone must not end the process: SIGPIPE is held back, and taken where it
-// came.
+// A closed standard error must not end the process: blocks SIGPIPE, and discards the signal of this write.
 void writeToStandardError(const LogEntry& entry) {
     const std::string line = entry.line() + '\n';
     sigset_t brokenPipe;
@@ -98,7 +97,7 @@ void writeToStandardError(const LogEntry& entry) {
     sigaddset(&brokenPipe, SIGPIPE);
     sigpending(&pending);
     pthread_sigmask(SIG_BLOCK, &brokenPipe, &before);
-    // One call, so that lines of several processes do not mix. There is nowhere to report a failure.
+    // A single write, so that lines of several processes do not mix. There is nowhere to report a failure.
     const ssize_t size = ::write(STDERR_FILENO, line.data(), line.size());
     const timespec now{};
     if (size < 0 && errno == EPIPE && sigismember(&pending, SIGPIPE) == 0)
@@ -106,7 +105,7 @@ void writeToStandardError(const LogEntry& entry) {
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-// Asked for each entry: the socket's file may outlive whoever listened there.
+// Checked for each entry by connecting: the socket's file may outlive the system log.
 bool hasSystemLog() {
     return probeSocket(systemLogSocket, SOCK_DGRAM).error == 0;
 }
@@ -189,7 +188,7 @@ void detail::writeLogEntry(LogLevel level, std::string_view text) {
         if (!allSinks().sinks.empty())
             return (*allSinks().sinks.back())(entry);
     }
-    writeToSystem(entry); // may block, and holds nobody else up
+    writeToSystem(entry); // without the lock, because it may block
 }
 
 } // namespace kelvane

@@ -14,12 +14,11 @@
 namespace kelvane {
 namespace {
 
-// Every digit of the largest number, its sign, its point and as many decimals as a pattern of any sense asks
-// for.
+// All digits of the largest number, its sign, its point and `mostDecimals` decimals.
 constexpr std::size_t longestNumber = std::numeric_limits<double>::max_exponent10 + 64;
 constexpr std::size_t mostDecimals = 32;
 
-// A locale that is not in UTF-8 writes its blank in its own code.
+// Uses `fallback` for a separator that is not UTF-8, such as the no-break space of a Latin-1 locale.
 std::string separatorText(const char* bytes, std::string_view fallback) {
     return isUtf8(bytes) ? std::string(bytes) : std::string(fallback);
 }

@@ -64,11 +64,11 @@ Pattern parsed(std::string_view text) {
     return pattern;
 }
 
-// For each position of a text, one behind its end included: whether the rest of a pattern matches from there.
+// For each position of a text, its end included: whether the rest of a pattern matches from there.
 using Row = std::vector<char>;
 
-// The row of `part` and all that follows it, from the row `after` of what follows it alone. From the end of
-// the text backwards, so that going on with the search one character later is already known.
+// Computes the row of `part` and the parts after it from `after`, the row of the parts after it alone. Goes
+// backwards from the end of the text, so that the result for the next character is already known.
 Row rowOf(const Part& part, std::string_view text, const Row& after) {
     Row row(text.size() + 1, false);
     for (std::size_t at = text.size(); at-- > 0;) {

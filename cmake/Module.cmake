@@ -1,11 +1,11 @@
 # A module is one folder that is one link target. Its headers are reachable only through a folder of links that the
 # target publishes, so a source file can include nothing but its own module and the modules that it links: an include
-# that runs the other way does not find its file.
+# in the other direction does not find its file.
 #
 #   kelvane_module(Common FOLDER Common LINKS kelvane_preferences)
 #
-# makes the static library kelvane_common from every .cpp that stands directly in the folder, but for a program's
-# main.cpp and the main files that PROGRAMS names. A sub-folder is a module of its own.
+# creates the static library kelvane_common from every .cpp directly in the folder, except main.cpp and the main
+# files listed in PROGRAMS. A sub-folder is a separate module.
 function(kelvane_module name)
     cmake_parse_arguments(MODULE "" "FOLDER" "LINKS;PRIVATE_LINKS;PROGRAMS" ${ARGN})
     string(TOLOWER "kelvane_${name}" target)

@@ -6,8 +6,7 @@ target_compile_options(kelvane_options INTERFACE
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=
     # g++ treats the enumerators of an enum class as shadowing outer names.
     $<IF:$<CXX_COMPILER_ID:GNU>,-Wshadow=local,-Wshadow>)
-# In every build, so that tests also catch the access to an empty optional in the released
-# program.
+# In every build, so that reading an empty optional fails a test, and not only the released program.
 target_compile_definitions(kelvane_options INTERFACE _GLIBCXX_ASSERTIONS)
 if(CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo")
     target_compile_definitions(kelvane_options INTERFACE _FORTIFY_SOURCE=2)

@@ -1,13 +1,13 @@
 include(GNUInstallDirs)
 
-# A pane is a bundle folder with a plug-in in it.
+# A pane is a bundle folder that contains a plug-in.
 #
 #   kelvane_pane(About FOLDER Host/About LINKS kelvane_desktop Qt6::Widgets
 #                RESOURCES Resources/about.svg HELPERS kelvane-enable)
 #
-# makes About.prefPane below Bundles/ of the build folder, and installs it. The folder's Info.plist.in is the
+# creates About.prefPane below Bundles/ of the build folder, and installs it. The folder's Info.plist.in is the
 # information dictionary, with the project's version filled in; its .cpp files are the plug-in, the target
-# kelvane_pane_about. RESOURCES are files: what stands below a folder Resources/ keeps its place there, others, such as
+# kelvane_pane_about. RESOURCES are files: those below a folder Resources/ keep their relative path, others, such as
 # generated ones, go to the top of the bundle's resources. HELPERS are targets of programs, each under its own
 # output name.
 function(kelvane_pane name)
@@ -20,8 +20,8 @@ function(kelvane_pane name)
     file(GLOB sources CONFIGURE_DEPENDS "${folder}/*.cpp")
     add_library(${target} MODULE ${sources})
     target_link_libraries(${target} PRIVATE kelvane_options ${PANE_LINKS})
-    # Everything but its two names stays inside: a plug-in holds its own copy of the modules that it links. What it
-    # misses is found here and not by the user.
+    # Exports only its two symbols: a plug-in contains its own copy of the modules that it links. Undefined
+    # symbols are errors here, and not when the plug-in is loaded.
     set_target_properties(${target} PROPERTIES PREFIX "" OUTPUT_NAME "${name}" CXX_VISIBILITY_PRESET hidden
         VISIBILITY_INLINES_HIDDEN ON LIBRARY_OUTPUT_DIRECTORY "${bundle}/PlugIns")
     if(NOT KELVANE_SANITIZE)

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds what is shipped, measures it, and prints the ratios to their references; fails when one exceeds its budget.
+# Builds the release preset, measures it and prints the ratios to the references; fails when one exceeds its budget.
 # Arguments go to the benchmark program, for example: scripts/bench.sh --benchmark_filter=FileDictionaries
 set -euo pipefail
 cd "$(dirname "$0")/.."

@@ -13,7 +13,7 @@ program, page = sys.argv[1:]
 
 
 def help_pages(*words):
-    """The help of the program and of all commands below it, each with the words before --help."""
+    """Yields the help of the program and of all its commands, each with the words before --help."""
     text = subprocess.run([program, *words, "--help"], capture_output=True, text=True, check=True).stdout
     yield words, text
     for names in re.findall(r"^(?:Commands|Actions):\n((?:  .*\n)+)", text, re.M):

@@ -49,7 +49,7 @@ place = r'"(\d+)"'
 
 
 class Source:
-    """Returns the file without comments, with each string literal replaced by its number in quotes."""
+    """A file without its comments; each string literal is replaced by its number in quotes."""
 
     def __init__(self, path):
         self.literals = []
@@ -82,7 +82,7 @@ class Source:
 
 
 def looked_up(name, source):
-    """Pairs of key and English text, and failures as single texts."""
+    """Yields pairs of key and English text, and each failure as a single text."""
     for arguments in source.arguments("q?text|localizedString"):
         if isinstance(arguments, list):
             yield arguments[0], arguments[-1]

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Measures the local daemon on a home folder of 100,000 files, in folders of its own that are taken away again.
+"""Measures the local daemon on a home folder of 100,000 files, in temporary folders.
 
     scripts/daemon-bench.py [BUILD]      BUILD: build folder (default: build/release)
 """

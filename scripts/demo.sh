@@ -52,7 +52,7 @@ start_server() {
     rclone serve restic --addr "127.0.0.1:$port" --bwlimit 4M "$folder/served" >>"$folder/rclone.log" 2>&1 &
     server=$!
 }
-# Makes the server unavailable for three seconds during the next operation.
+# Kills the server and restarts it three seconds later, during the current operation.
 break_server() {
     kill -9 "$server"
     wait "$server" 2>/dev/null || true
@@ -60,7 +60,7 @@ break_server() {
     start_server
     say "  the server was killed, and is back"
 }
-# "No server" for a moment is part of the demonstration.
+# Retries, because the server is unavailable for a moment as part of the demonstration.
 back_up() {
     local tries=0
     until ctl backup now --wait 2>>"$folder/log"; do

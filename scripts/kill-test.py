@@ -73,8 +73,8 @@ class World:
             self.versions[path.relative_to(self.kept)].add(digest(path))
 
     def change(self):
-        """Some other bytes in some files; the large ones have all others, so that saving them takes a while. One
-        that has been backed up as it is goes, and comes back only when it is asked for by itself."""
+        """Changes some bytes of some files, and all bytes of the large ones, so that saving them takes a while. After
+        the first backup also deletes a saved file, which must be restored only on request."""
         files = trees.files_in(self.home)
         large = [path for path in files if path.name.startswith("large")]
         small = self.chance.sample([path for path in files if path not in large], 21)
@@ -120,7 +120,7 @@ class World:
         return found
 
     def kill(self, victims):
-        """The ids of the processes are this test's own: the daemon's, and restic's with this test's folder."""
+        """Kills only processes of this test: its daemon, and each restic with this test's folder."""
         restics = self.restics()
         if "daemon" in victims:
             self.daemon.kill()
@@ -169,11 +169,11 @@ class World:
                 continue
             name = path.relative_to(self.restored / "home")
             if digest(path) not in self.versions[name]:
-                raise Failure(f"half a file stands at {path}")
+                raise Failure(f"incomplete file: {path}")
 
     def check_repository(self):
         if not (self.folder / "repository/config").exists():
-            return  # It was killed before there was a process.
+            return  # The daemon was killed before it had created the repository.
         run = subprocess.run(["restic", "check", "--no-lock"], capture_output=True, text=True,
                              env=dict(self.environment, RESTIC_REPOSITORY=str(self.folder / "repository"),
                                       RESTIC_PASSWORD_FILE=str(self.folder / "key")))
@@ -193,7 +193,7 @@ class World:
         self.ctl("restore", "--wait", "--to", place, *self.deleted)
         wrong = [path for path, saved in self.deleted.items() if digest(place / path.name) != saved]
         if wrong:
-            raise Failure(f"deleted files came back as others: {wrong}")
+            raise Failure(f"deleted files were restored with other contents: {wrong}")
 
 
 def one_round(world, number):

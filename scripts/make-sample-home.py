@@ -28,7 +28,7 @@ def table(chance, rows):
 
 
 def picture(chance, width, height):
-    """A PNG of soft colours with some grain, so that it has the size of a small photograph."""
+    """Returns a PNG with some noise, so that it has the size of a small photograph."""
     base = [chance.randint(40, 200) for _ in range(3)]
     rows = bytearray()
     for y in range(height):
@@ -51,7 +51,7 @@ def sound(chance, seconds):
 
 
 def contents(chance):
-    """Each file's path and what makes its bytes."""
+    """Yields each file's path and a function that returns its bytes."""
     for year in (2022, 2023, 2024):
         for month in ("January", "April", "July", "October"):
             yield f"Documents/Letters/{year}/{month}.txt", lambda: text(chance, 40)

@@ -39,7 +39,7 @@ def find_build(named):
 
 
 class Daemon:
-    """Runs in a folder of its own; `start` returns when it listens."""
+    """The daemon, in a separate folder; `start` returns when it accepts connections."""
 
     def __init__(self, build, folder, environment):
         self.socket = folder / "daemon.sock"
@@ -77,7 +77,7 @@ class Daemon:
 
 
 class Watcher:
-    """`kelvanectl watch` and the events of its connection, each with the time at which its line came."""
+    """`kelvanectl watch` and its connection events, each with the time at which its line arrived."""
 
     def __init__(self, build, socket, environment):
         self.process = subprocess.Popen([build / "Tools/kelvanectl", "--daemon", socket, "--json", "watch"],
@@ -111,7 +111,7 @@ class Watcher:
         return len(list((process / "task").iterdir())), len(list((process / "fd").iterdir()))
 
     def settled_resources(self, at_most):
-        """A thread of the last connection may live for up to 2 s more."""
+        """Waits, because a thread of the last connection may run for up to 2 s more."""
         deadline = time.monotonic() + 2
         while True:
             now = self.resources()
@@ -166,7 +166,7 @@ def run(count, build, folder):
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("count", nargs="?", type=int, default=100)
-    parser.add_argument("--build", help="the build folder; else the first of " + ", ".join(BUILDS))
+    parser.add_argument("--build", help="the build folder (default: the first of " + ", ".join(BUILDS) + ")")
     options = parser.parse_args()
     if options.count < 1:
         parser.error("COUNT is 1 or more")

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# clang-tidy, with what .clang-tidy says.
+# Runs clang-tidy with the configuration in .clang-tidy.
 #
 #   scripts/tidy.sh              all sources, which takes an hour on two cores
 #   scripts/tidy.sh FILE...      these
@@ -11,7 +11,7 @@ cd "$(dirname "$0")/.."
 deadline=$((EPOCHSECONDS + 1000000))
 if [ "${1:-}" = --touched ]; then
     if ! git rev-parse -q --verify HEAD >/dev/null; then
-        echo "clang-tidy did NOT run: without git nobody knows what was changed."
+        echo "clang-tidy did NOT run: the changed files are unknown without git."
         exit 0
     fi
     deadline=$((EPOCHSECONDS + 200))
@@ -26,8 +26,8 @@ if [ -z "$selection" ]; then
     exit 0
 fi
 
-# Only configured: of what would be built, sources include nothing but what moc and uic make, and those are called as
-# the build calls them, since its own targets for that would build all libraries first.
+# Only configures: of the generated files, sources include only those of moc and uic. These are called directly with the
+# build's commands, since the build's own targets for them would build all libraries first.
 cmake --preset tidy --log-level=WARNING >/dev/null
 find build/tidy -name AutogenInfo.json -exec cmake -E cmake_autogen {} Debug \;
 if grep -q '^Fuzz/' <<<"$selection"; then

@@ -51,7 +51,7 @@ def kinds_from(text):
 
 
 def attempt(workshop, folder, seed, kinds, keep, skipped=()):
-    """The plan, the account, and what was found or nothing."""
+    """Runs a round. Returns the plan, the log, and the finding or None."""
     folder.mkdir()
     round_, finding = Round(workshop, folder, seed, kinds, skipped), None
     try:
@@ -71,7 +71,7 @@ def rule_of(finding):
 
 
 def shorten(workshop, folder, seed, kinds, plan, finding):
-    """Leaves out one event after the other, as long as the same rule is broken."""
+    """Omits one event after the other while the same rule is still violated."""
     skipped, best = set(), None
     for number in reversed(range(min(len(plan), MOST_TRIES))):
         _, account, again = attempt(workshop, folder, seed, kinds, False, skipped | {number})
@@ -89,7 +89,7 @@ def report(seed, kinds_text, account, finding, shorter):
 
 
 def work(job):
-    """One round in a process of its own."""
+    """Runs one round in a separate process."""
     workshop, base, seed, kinds_text, options = job
     kinds = kinds_from(kinds_text)
     begin = time.monotonic()
@@ -113,7 +113,7 @@ def known_rounds():
 
 
 def rounds_of(options):
-    """Seeds, each with its kinds of events."""
+    """Yields seeds, each with its kinds of events."""
     if options.known:
         yield from known_rounds()
     first = options.seed if options.seed is not None else random.randrange(10**6) * 1000

@@ -30,7 +30,7 @@ def commit(name):
 
 
 def base_of_change():
-    """A commit and what it is; none where there is only one commit."""
+    """Returns a commit and its description; None if there is only one commit."""
     head = commit("HEAD")
     for branch in "origin/main", "main":
         if commit(branch):
@@ -62,7 +62,7 @@ def changed_lines(base):
 
 
 def sources_for(header, includers):
-    """The nearest sources that include the header."""
+    """Returns the nearest sources that include the header."""
     seen, level = {header}, [header]
     while level and not any(path.endswith(".cpp") for path in level):
         level = sorted({path for one in level for path in includers.get(one, []) if path not in seen})

@@ -39,7 +39,7 @@ def files_in(folder):
 
 
 def change(folder, kept):
-    """A folder is restored as it last was, so what is deleted goes from the copy as well."""
+    """Deletes the files from the copy as well, since a folder is restored as it last was."""
     folder, kept = pathlib.Path(folder), pathlib.Path(kept)
     for number, file in enumerate(files_in(folder)):
         if number % 10 == 3:

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Measures the window: its start beside that of an empty window of the toolkit, and what it costs while idle.
+"""Measures the window: its start relative to that of an empty Qt window, and its CPU time while idle.
 
     scripts/window-bench.py [BUILD FOLDER] [SECONDS OF IDLENESS]
 
@@ -20,7 +20,7 @@ import desktop  # noqa: E402
 
 STARTS = 20
 START_BUDGET = 1.5  # Relative to an empty window's start.
-IDLE_BUDGET = 0.2  # per cent of one core
+IDLE_BUDGET = 0.2  # Per cent of one core.
 
 
 def lifetime(command, environment):

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Works the window as a screen reader does: real programs, found, read and worked through accessibility alone.
+"""Operates the window like a screen reader: real programs, found, read and used only through accessibility.
 
     scripts/window-test.py [--build FOLDER] [PART...]
 

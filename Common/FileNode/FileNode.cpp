@@ -10,7 +10,7 @@ namespace kelvane {
 namespace {
 
 // A path longer than any system path is stored only in the node that was asked for it, not in its ancestors
-// as well: storing it in a chain of folders 100,000 deep would exhaust the memory.
+// as well: in a chain of folders 100,000 deep, one path for each folder would exhaust the memory.
 constexpr std::size_t maxStoredAncestorPath = 4096;
 
 void extend(std::string& path, std::string_view name) {
@@ -91,7 +91,7 @@ FileNodeRef KelvaneFileNode::copy() const {
     if (hadParent() && !parent())
         copy->path_ = path_;
     else
-        // the copy is not in the parent's list, so the parent would not do this when it is destroyed
+        // The copy is not in the parent's list: the parent would not store its path when it is destroyed.
         copy->storePath();
     return copy;
 }

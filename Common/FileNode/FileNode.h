@@ -44,7 +44,7 @@ struct SortDescriptor {
 //
 // Ownership. A node owns its children and refers to its parent weakly. A node may be held for any time: when
 // its tree is destroyed, the node keeps its fields, its own children and its path, which it stores at that
-// moment. A node that is only flushed or removed from its parent keeps that parent.
+// moment. A node that its parent only drops (`flush`, `removeChild`) still has that parent.
 //
 // No operation recurses: the depth of a tree is limited only by memory. A tree belongs to one thread at a
 // time. Nothing fails unless an operation says so; an absent field reads as empty, 0 or false.
@@ -84,8 +84,9 @@ public:
     [[nodiscard]] Value dictionary() const;
     // Includes the loaded children.
     [[nodiscard]] Value recursiveDictionary() const;
-    // A node of the same class, parent and path with the same children (whose parent stays this node),
-    // without flags and colour.
+    // A node of the same class and parent with the same children (whose parent stays this node), without
+    // flags and colour. Its path is the parent's with the file name appended: the copy of a root has none. A
+    // node whose parent is destroyed passes on its stored path.
     [[nodiscard]] FileNodeRef copy() const;
     // Clears names, dates, version, state and icon.
     void cleanup();
@@ -151,7 +152,7 @@ public:
     [[nodiscard]] std::string backupDateString(const FileServices& services) const;
     [[nodiscard]] std::string uidString(const Accounts& accounts) const;
     [[nodiscard]] std::string gidString(const Accounts& accounts) const;
-    // Empty for a number without a colour.
+    // Empty when the number stands for no colour.
     [[nodiscard]] std::string backupColorString() const;
     [[nodiscard]] std::string backupFlagsString() const;
     [[nodiscard]] std::string simpleFlagsString() const;
@@ -166,7 +167,8 @@ public:
     [[nodiscard]] IconHandle image(const FileServices& services);
 
     [[nodiscard]] FileNodeRef parent() const { return parent_.lock(); }
-    // Stores the path of the new place. Does not add the node to the parent's list.
+    // Stores the path of the new place unless the node has a stored path. Does not add the node to the
+    // parent's list.
     void setParent(const FileNodeRef& parent);
     [[nodiscard]] FileNodeRef root();
     // A copy of the list, empty when there are no children.
@@ -205,19 +207,20 @@ public:
     void select();
     // Deselects this node and everything loaded below it.
     void deselect();
-    // Computes the state from the children: 1 when all are selected or there are none, 0 when none is
-    // selected, else -1. Then does the same for every ancestor.
+    // Computes the state from the children, which it loads: 1 when all are selected or there are none, 0 when
+    // none is selected even partly, else -1. Then does the same for every ancestor.
     void checkSelections();
     // The topmost selected items below this node, in the order of the children; with `expandFullFolders`, the
     // selected files.
     [[nodiscard]] FileNodeList selectedChildren(bool expandFullFolders) const;
-    // The selected items below this node, replaced by the deepest folders that hold only files.
+    // The selected items below this node, with every selected folder that has sub-folders replaced by its
+    // contents: the result has files, and folders without sub-folders.
     [[nodiscard]] FileNodeList deepestFullSelections() const;
 
 protected:
     [[nodiscard]] virtual FileNodeRef newOfSameClass() const { return create(); }
     [[nodiscard]] virtual std::string_view className() const { return "KelvaneFileNode"; }
-    // Brings the child list up to date; called before every access to it.
+    // Loads the children if that has not happened yet; called by the members that may load.
     virtual void loadChildren() {}
 
     void dropChildren();

@@ -73,16 +73,17 @@ void KelvaneFileNode::initWithDictionary(const Value& dictionary) {
     const bool isOrphan = hadParent() && !parent();
     const std::string folder = isOrphan ? deleteLastPathComponent(path_.view()) : std::string();
     readTree(dictionary, budget);
+    // The parent, from whose path this one would be computed, is destroyed.
     if (isOrphan && path_.view().empty() && fileName_.isPresent() && !folder.empty())
-        path_ = OptionalText(appendPathComponent(folder, fileName_.view())); // the node is held only here now
+        path_ = OptionalText(appendPathComponent(folder, fileName_.view()));
     const FileNodeRef above = parent();
     if (above && (!above->children_ || std::ranges::count(*above->children_, shared_from_this()) == 0))
-        storePath(); // detached: the parent no longer updates this path
+        storePath(); // not in the parent's list: the parent would not do this when it is destroyed
 }
 
 void KelvaneFileNode::readTree(const Value& dictionary, NodeBudget& budget) {
-    // Reads the fields of each node, then its children, whose dictionaries are queued. A child is added when
-    // it is complete, so that properties inherited by a new child go only to that child.
+    // Reads the fields of each node, then its children, whose dictionaries wait in a list. A child is added
+    // when it is complete, so that what `addChild` gives to a child does not pass on to the child's children.
     std::vector<std::pair<KelvaneFileNode*, const Value*>> waiting{{this, &dictionary}};
     std::vector<std::pair<KelvaneFileNode*, FileNodeList>> families;
     while (!waiting.empty()) {

@@ -52,7 +52,7 @@ inline constexpr FlagName simpleFlagNames[] = {
 };
 inline constexpr std::string_view noSimpleFlagsName = "Backup_Simple_None";
 
-// The colours of the bullet beside an item; the index is the number.
+// The colours of the bullet beside an item; the index is the value of `backupColor`.
 inline constexpr std::string_view backupColorNames[] = {
     "Backup_Color_Undefined", "Backup_Color_None", "Backup_Color_Green",
     "Backup_Color_Yellow",    "Backup_Color_Gray", "Backup_Color_Blue",

@@ -8,8 +8,8 @@ namespace kelvane {
 // plain nodes.
 //
 // The link to the daemon is not owned; once it is destroyed, the node behaves as one without a link. Every
-// call to the daemon blocks until the answer arrives. During the call the link may be lost, and whoever is
-// notified of that may change the tree. A request for a node without a path throws std::invalid_argument.
+// call to the daemon blocks until the answer arrives or the link is lost, and whoever is notified of a lost
+// link may change the tree during the call. A request for a node without a path throws std::invalid_argument.
 class KelvaneFileNodeProxy : public KelvaneFileNode {
 public:
     using KelvaneFileNode::KelvaneFileNode;
@@ -27,8 +27,8 @@ public:
     void addChild(const FileNodeRef& child) override;
     void flush() override;
 
-    // Creates every missing node between the root and an absolute path from the daemon's answers, and returns
-    // the last one.
+    // Creates every missing node from the root down to an absolute path, fills each with the daemon's answer
+    // if there is one, and returns the node of the path.
     FileNodeRef addPath(std::string_view path, const FileServices& services);
     // Asks the daemon about a changed path and updates, adds or removes its node. The path is relative to
     // this node, as in the daemon's notifications.

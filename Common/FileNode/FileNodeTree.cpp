@@ -15,7 +15,8 @@ FileNodeRef KelvaneFileNode::root() {
     return node;
 }
 
-// Loading asks the daemon; a delegate that learns of a lost link meanwhile may drop this node.
+// The members that load children hold a reference to this node: loading asks the daemon, and a delegate that
+// is told of a lost link meanwhile may drop the node.
 
 FileNodeList KelvaneFileNode::children() {
     const FileNodeRef self = shared_from_this();

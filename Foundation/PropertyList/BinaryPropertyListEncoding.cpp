@@ -24,8 +24,8 @@ std::uint64_t wordAt(const std::uint8_t* at) {
     return word;
 }
 
-// All of at most eight bytes in one word, in some order, some of them twice. Numbers and most texts are so
-// short that a call of the C library for them would take longer than this.
+// Packs at most eight bytes into one word, in an order that depends on the size, some of them twice. Numbers
+// and most texts are so short that a call of the C library would take longer.
 std::uint64_t shortWord(const std::uint8_t* at, std::size_t size) {
     if (size == 8)
         return wordAt<std::uint64_t>(at);
@@ -104,7 +104,7 @@ std::uint32_t Encoding::hash() const {
     for (; rest.size() > 8; rest = rest.subspan(8))
         hash = mixed(hash, shortWord(rest.data(), 8));
     hash = mixed(hash, shortWord(rest.data(), rest.size()));
-    // Once more, to bring what the highest bits hold down to where a table looks.
+    // Mixes once more, so that the high bits affect the low ones, which a hash table uses.
     return static_cast<std::uint32_t>(mixed(hash, 0) >> 16U);
 }
 
@@ -128,7 +128,7 @@ void Encoding::setNumber(std::uint8_t marker, std::uint64_t number, unsigned wid
 }
 
 void Encoding::setInteger(Integer integer) {
-    if (!integer.isSigned && integer.bits >> 63U != 0) { // as eight bytes it would be a negative number
+    if (!integer.isSigned && integer.bits >> 63U != 0) { // eight bytes would be read as a negative number
         setNumber(integerMarker(16), 0, 8);
         append(integer.bits, 8);
     } else {

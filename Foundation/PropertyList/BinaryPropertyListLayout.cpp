@@ -3,7 +3,7 @@
 namespace kelvane::layout {
 namespace {
 
-// Where the fields stand in the trailer.
+// Byte offsets of the fields in the trailer.
 constexpr std::size_t offsetWidthField = 6;
 constexpr std::size_t referenceWidthField = 7;
 constexpr std::size_t objectCountField = 8;
@@ -33,10 +33,10 @@ std::optional<Trailer> readTrailer(std::span<const std::uint8_t> file) {
     const std::uint64_t tableSize = tableEnd - trailer.tableOffset;
     if (tableSize % trailer.offsetWidth != 0 || tableSize / trailer.offsetWidth != trailer.objectCount)
         return std::nullopt;
-    if (trailer.objectCount > trailer.tableOffset - header.size()) // none is shorter than a byte
+    if (trailer.objectCount > trailer.tableOffset - header.size()) // each takes at least one byte
         return std::nullopt;
     if (trailer.offsetWidth < 8 && trailer.objectCount >> (8 * trailer.offsetWidth) != 0)
-        return std::nullopt; // no two stand in one place
+        return std::nullopt; // offsets of that width cannot be different for all objects
     return trailer;
 }
 

@@ -15,7 +15,7 @@ namespace kelvane::layout {
 
 inline constexpr std::string_view header = "bplist00";
 
-// Why the reader and the writer refuse more than `deepestNesting` levels.
+// The error of the reader and the writer for more than `deepestNesting` levels.
 inline constexpr const char* tooDeep = "it is nested too deeply";
 
 // The type of an object, in the high four bits of its first byte.

@@ -17,7 +17,7 @@ using layout::Type;
 using Keys = Dictionary::Keys;
 
 constexpr const char* reachesOutside = "an object reaches outside the objects";
-constexpr std::uint64_t valueCost = sizeof(Value); // what each costs, beside its text or data
+constexpr std::uint64_t valueCost = sizeof(Value); // of each value, in addition to its text or data
 
 bool hasTwins(const Keys& keys) {
     std::vector<std::string_view> sorted(keys.begin(), keys.end());
@@ -25,14 +25,15 @@ bool hasTwins(const Keys& keys) {
     return std::adjacent_find(sorted.begin(), sorted.end()) != sorted.end();
 }
 
-// Reads the objects of one property list. What answers false, none or null has told `refuse` why.
+// Reads the objects of one property list. A function that returns false, none or null has called `refuse`
+// with the reason.
 class Reader {
 public:
     Reader(std::span<const std::uint8_t> bytes, const layout::Trailer& trailer)
         : bytes_(bytes.data()),
           trailer_(trailer),
           objectsEnd_(trailer.tableOffset),
-          room_(trailer.tableOffset),
+          unclaimedBytes_(trailer.tableOffset),
           mostExpansion_(std::min(largestExpansion, bytes.size() * expansionFactor + smallExpansion)),
           known_(trailer.objectCount) {}
 
@@ -45,19 +46,19 @@ public:
     }
 
 private:
-    // What stands behind an object's first byte and its count.
+    // The count of an object and the position of the bytes after its first byte and its count.
     struct Content {
         std::uint64_t count = 0;
         std::uint64_t at = 0;
     };
-    // A string, data or container that was read.
+    // A string, data or container that has been read or is being read.
     struct Known {
         const Value* value = nullptr; // in the container that referred to it first; null: not read yet
         std::uint32_t expansion = 0;
-        std::int16_t levels = 0; // of containers: 0 for a string
+        std::int16_t levels = 0; // levels of containers; 0 for a string or data
         bool isBeingRead = false;
     };
-    // The keys of all dictionaries that name them by the same references.
+    // The keys that all dictionaries with the same key references share.
     struct Shape {
         Shared<Keys> keys;
         std::uint64_t expansion = 0;
@@ -71,7 +72,7 @@ private:
         expansion_ += cost;
         return expansion_ <= mostExpansion_ || refuse("it expands to more than can be held");
     }
-    bool takeRoom(std::uint64_t size);
+    bool claimBytes(std::uint64_t size);
 
     [[nodiscard]] std::uint64_t reference(std::uint64_t list, std::uint64_t position) const {
         return layout::readNumber(bytes_ + list + position * trailer_.referenceWidth,
@@ -81,7 +82,7 @@ private:
     std::optional<Content> contentAt(std::uint64_t at, std::uint64_t unit);
     std::optional<std::string> textAt(std::uint64_t at);
 
-    // Each appends what it reads to `values`, which has room for it.
+    // Each appends the value it reads to `values`, whose capacity is sufficient.
     bool object(std::uint64_t object, int depth, Array& values);
     bool shareable(std::uint64_t at, Type type, Known& known, int depth, Array& values);
     bool simple(std::uint64_t at, Array& values);
@@ -104,19 +105,19 @@ private:
     std::uint64_t objectsEnd_;
     const char* error_ = "";
     std::uint64_t expansion_ = 0;
-    std::uint64_t room_; // bytes of the file that no container, string or data was made of so far
+    std::uint64_t unclaimedBytes_; // bytes of the file that no container, string or data has used so far
     const std::uint64_t mostExpansion_;
-    int levels_ = 0;           // of the deepest container met so far inside the one that is being read
-    SparseArray<Known> known_; // by object
+    int levels_ = 0;           // of the deepest container so far inside the one that is being read
+    SparseArray<Known> known_; // by object index
     std::map<std::string_view, Shape> shapes_; // by the bytes of the references
 };
 
-// Objects do not overlap in a sound file. Where they do, a small file could make a huge number of values out
-// of the same bytes.
-bool Reader::takeRoom(std::uint64_t size) {
-    if (size > room_)
+// Objects do not overlap in a valid file. If they did, a small file could produce a huge number of values
+// from the same bytes.
+bool Reader::claimBytes(std::uint64_t size) {
+    if (size > unclaimedBytes_)
         return refuse("objects overlap");
-    room_ -= size;
+    unclaimedBytes_ -= size;
     return true;
 }
 
@@ -128,13 +129,13 @@ std::optional<std::uint64_t> Reader::offsetOf(std::uint64_t object) {
     const std::uint64_t offset = layout::readNumber(
         bytes_ + trailer_.tableOffset + object * trailer_.offsetWidth, trailer_.offsetWidth);
     if (offset < layout::header.size() || offset >= objectsEnd_) {
-        refuse("an object stands outside the objects");
+        refuse("an object is outside the object area");
         return std::nullopt;
     }
     return offset;
 }
 
-// The content of the object at `at` whose count counts units of `unit` bytes.
+// The content of the object at `at`, whose count is in units of `unit` bytes.
 std::optional<Reader::Content> Reader::contentAt(std::uint64_t at, std::uint64_t unit) {
     Content content{bytes_[at] & 0xFU, at + 1};
     if (content.count == layout::countFollows) {
@@ -219,7 +220,7 @@ bool Reader::integer(std::uint64_t at, Array& values) {
     if (at + 1 + width > objectsEnd_)
         return refuse(reachesOutside);
     const std::uint8_t* number = bytes_ + at + 1;
-    if (width <= 8) { // of these only eight bytes fill the sign
+    if (width <= 8) { // shorter integers are unsigned, those of eight bytes are signed
         values.emplace_back(static_cast<std::int64_t>(layout::readNumber(number, width)));
         return charge(valueCost);
     }
@@ -260,7 +261,7 @@ bool Reader::date(std::uint64_t at, Array& values) {
 
 bool Reader::data(std::uint64_t at, Known& known, Array& values) {
     const std::optional<Content> content = contentAt(at, 1);
-    if (!content || !charge(valueCost + content->count) || !takeRoom(content->count))
+    if (!content || !charge(valueCost + content->count) || !claimBytes(content->count))
         return false;
     const std::uint8_t* begin = bytes_ + content->at;
     values.emplace_back(Data(begin, begin + content->count));
@@ -271,7 +272,7 @@ bool Reader::data(std::uint64_t at, Known& known, Array& values) {
 bool Reader::string(std::uint64_t at, Known& known, Array& values) {
     const std::uint64_t before = expansion_;
     std::optional<std::string> text = textAt(at);
-    if (!text || !takeRoom(expansion_ - before - valueCost))
+    if (!text || !claimBytes(expansion_ - before - valueCost))
         return false;
     values.emplace_back(*std::move(text));
     known = {&values.back(), static_cast<std::uint32_t>(expansion_ - before)};
@@ -286,7 +287,7 @@ bool Reader::container(std::uint64_t at, Known& known, int depth, Array& values)
     const bool isDictionary = static_cast<Type>(bytes_[at] >> 4U) == Type::Dictionary;
     const std::uint64_t unit = (isDictionary ? 2 : 1) * trailer_.referenceWidth;
     const std::optional<Content> content = contentAt(at, unit);
-    if (!content || !charge(valueCost) || !takeRoom(content->count * unit))
+    if (!content || !charge(valueCost) || !claimBytes(content->count * unit))
         return false;
 
     known.isBeingRead = true;
@@ -330,7 +331,7 @@ bool Reader::dictionary(const Content& content, int depth, Array& values) {
 }
 
 bool Reader::objects(std::uint64_t list, std::uint64_t count, int depth, Array& values) {
-    values.reserve(count); // also what keeps the values in their places, which `Known` relies on
+    values.reserve(count); // the values must not move afterwards, because `Known` points to them
     for (std::uint64_t i = 0; i < count; ++i)
         if (!object(reference(list, i), depth, values))
             return false;
@@ -347,7 +348,7 @@ const Reader::Shape* Reader::shape(const Content& dictionary) {
         if (!read)
             return nullptr;
         const std::uint64_t expansion = expansion_ - before;
-        expansion_ = before; // it is charged by each dictionary that has them
+        expansion_ = before; // each dictionary with these keys charges them itself
         found = shapes_.emplace(references, Shape{Shared(*std::move(read)), expansion}).first;
     }
     return &found->second;

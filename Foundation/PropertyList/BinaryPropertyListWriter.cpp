@@ -20,7 +20,8 @@ bool isContainer(const Value& value) {
     return value.isArray() || value.isDictionary();
 }
 
-// Writes one value with all that it holds. What answers false or none has told `refuse` why.
+// Writes one value and its contents. A function that returns false or none has called `refuse` with the
+// reason.
 class Writer {
 public:
     PropertyListWriting write(const Value& root) {
@@ -31,13 +32,13 @@ public:
     }
 
 private:
-    // An array or dictionary that several values hold. `levels` is 0 while it is being written.
+    // An array or dictionary that several values share. `levels` is 0 while it is being written.
     struct SharedContainer {
         Id id = 0;
         int levels = 0;
     };
 
-    // A value that is going to be looked for among those that were written.
+    // A value that will be looked up among those already written.
     struct Prepared {
         Encoding encoding;
         std::uint32_t hash = 0;
@@ -63,10 +64,9 @@ private:
     PropertyListObjects objects_;
     const char* error_ = "";
     std::unordered_map<const void*, SharedContainer> shared_;
-    int levels_ = 0; // of the deepest container met so far inside the one that is being written
-    // The keys of the previous dictionary and the values of the previous container, with where their
-    // references stand: mostly the next one has the same keys, and many of the same values in the same
-    // places.
+    int levels_ = 0; // of the deepest container so far inside the one that is being written
+    // The keys of the previous dictionary and the values of the previous container, with the positions of
+    // their references: the next one usually has the same keys, and many equal values at the same positions.
     const Keys* lastKeys_ = nullptr;
     std::size_t lastKeysSlot_ = 0;
     std::span<const Value> lastValues_;
@@ -86,7 +86,7 @@ std::optional<Id> Writer::container(const Value& value, int depth) {
         return unsharedContainer(value, depth);
     const void* identity = value.isArray() ? static_cast<const void*>(&value.array()) : &value.dictionary();
     const auto [found, isNew] = shared_.try_emplace(identity);
-    SharedContainer& known = found->second; // stays where it is while others are added
+    SharedContainer& known = found->second; // does not move when others are added
     if (isNew) {
         const int levelsBefore = std::exchange(levels_, 0);
         const std::optional<Id> id = unsharedContainer(value, depth);

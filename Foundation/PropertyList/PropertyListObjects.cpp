@@ -10,9 +10,9 @@ namespace {
 constexpr PropertyListObjects::Id noObject = std::numeric_limits<PropertyListObjects::Id>::max();
 
 constexpr std::size_t fewestPlaces = 64;
-// With more objects references take the four bytes that they have from the start.
+// With more objects, references keep their four bytes.
 constexpr std::size_t mostNarrowed = 0x10000;
-// Beyond it an object is rather written twice: texts that were made to collide cost no more than this.
+// After so many probes an object is written again, which bounds the cost of texts made to collide.
 constexpr std::size_t longestSearch = 256;
 
 void appendTo(Data& bytes, std::span<const std::uint8_t> part) {
@@ -87,7 +87,7 @@ PropertyListObjects::Id PropertyListObjects::add(const Encoding& encoding, std::
         throw std::length_error("more objects than a reference can tell apart");
     const std::size_t size = bytes_.size() + encoding.size() + references * slotSize;
     if (size > bytes_.capacity())
-        bytes_.reserve(4 * size); // copies seldom; what is not used of it is never touched
+        bytes_.reserve(4 * size); // to copy rarely; the system provides no memory for pages never written
     offsets_.push_back(bytes_.size());
     appendTo(bytes_, encoding.head());
     appendTo(bytes_, encoding.content());
@@ -95,7 +95,7 @@ PropertyListObjects::Id PropertyListObjects::add(const Encoding& encoding, std::
     return static_cast<Id>(offsets_.size() - 1);
 }
 
-// The bytes of an object say where it ends, so that none is the beginning of another.
+// The encoding of an object determines its length, so that no object is a prefix of another.
 bool PropertyListObjects::holds(Id id, const Encoding& encoding) const {
     return bytes_.size() - offsets_[id] >= encoding.size() && encoding.isAt(bytes_.data() + offsets_[id]);
 }
@@ -113,7 +113,7 @@ void PropertyListObjects::growPlaces() {
     }
 }
 
-// Moves everything toward the front, object by object.
+// Shortens the references and moves the objects toward the front, one by one.
 void PropertyListObjects::narrowReferences(unsigned width) {
     auto container = containers_.begin();
     std::size_t to = layout::header.size();

@@ -40,7 +40,7 @@ std::vector<std::string> bundlesIn(const std::string& folder) {
     return bundles;
 }
 
-// The identifier that distinguishes bundles.
+// Bundles with the same result are the same pane: the identifier, or the path if there is none.
 std::string identifierOf(const Bundle& bundle) {
     const std::string identifier = bundle.information("CFBundleIdentifier").stringValue();
     return identifier.empty() ? bundle.path() : identifier;

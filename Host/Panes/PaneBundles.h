@@ -21,15 +21,16 @@ struct PaneDescription {
 
 // The daemon that panes use instead of the one that their bundle names; either path may be empty.
 struct DaemonPaths {
-    std::string socket; // the default path when neither names one
+    std::string socket; // empty: the bundle's, or the default path if the bundle names none
     std::string log;
 };
 
 // Reads the bundle.
 [[nodiscard]] PaneDescription describePane(const std::string& path, const DaemonPaths& daemon);
 
-// Finds every "*.prefPane" in the folders, in listed order, and keeps the first of each identifier. `first`
-// is a bundle to list before all others, wherever it is and even if it does not exist; empty: none.
+// Finds every "*.prefPane" in the folders, keeps the first of each identifier, and sorts them by `order` and
+// title. `first` is a bundle to list before all others, wherever it is and even if it does not exist; empty:
+// none.
 [[nodiscard]] std::vector<PaneDescription> findPanes(const std::vector<std::string>& folders,
                                                      const std::string& first, const DaemonPaths& daemon);
 

@@ -9,8 +9,8 @@ class QWidget;
 
 namespace kelvane::host {
 
-// Drives one pane through its life cycle, in the documented order; a step that fails ends it, and `problem`
-// says why. Main thread only.
+// Drives one pane through the life cycle that `Pane` describes. A step that fails ends the cycle, and
+// `problem` says why. Main thread only.
 class PaneLife {
 public:
     PaneLife(PaneDescription description, PaneHost& host)
@@ -23,7 +23,8 @@ public:
 
     // Loads the pane at the first call. Null when the pane cannot be shown.
     [[nodiscard]] QWidget* view();
-    // Both do nothing when the pane is already in that state.
+    // Both do nothing when the pane is already in that state; `select` also before `view` has loaded the pane
+    // and after a step has failed.
     void select();
     void unselect();
 

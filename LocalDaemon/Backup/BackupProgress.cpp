@@ -13,7 +13,8 @@ constexpr auto leastTime = 3s;
 
 } // namespace
 
-// restic prints an unchanged file before it counts its bytes, so they may only be in the next status.
+// restic prints an unchanged file before it counts its bytes, which may therefore be counted one status
+// later: an interval is a sample only if neither it nor the one before has such a file.
 void BackupProgress::noteStatus(std::uint64_t bytes, Clock::time_point now) {
     const std::uint64_t added = bytes - std::min(bytes, std::exchange(counted_, bytes));
     const auto since = std::exchange(lastStatus_, now);

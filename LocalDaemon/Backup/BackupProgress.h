@@ -28,7 +28,7 @@ public:
 
     // Returns a lower bound of the bytes read from changed files, including unfinished ones.
     [[nodiscard]] std::uint64_t bytesSaved() const;
-    // None until it is known.
+    // None while unknown, as in the first seconds or while only unchanged files pass.
     [[nodiscard]] std::optional<std::uint64_t> bytesPerSecond() const;
     [[nodiscard]] std::optional<std::uint64_t> secondsLeft() const;
 
@@ -47,7 +47,7 @@ private:
     std::uint64_t counted_ = 0;    // In bytes, as restic has counted them.
     std::optional<Clock::time_point> lastStatus_;
     bool hasPassedUnchanged_ = false; // Since the last status.
-    bool hadPassedUnchanged_ = false; // Before the last status.
+    bool hadPassedUnchanged_ = false; // In the interval that the last status ended.
     std::deque<Sample> samples_;
 };
 

@@ -32,7 +32,7 @@ std::string listOf(const std::vector<std::string>& targets) {
     return list;
 }
 
-// Excludes the contents of these folders, which are saved themselves. The number of arguments is
+// Excludes the contents of these folders; the folders themselves are saved. The number of arguments is
 // limited, so patterns that do not fit are written to a file, one per line. Returns the folders for
 // which neither is possible.
 std::vector<std::string> addPatterns(std::vector<std::string> emptied, const std::string& path,
@@ -72,7 +72,7 @@ std::vector<std::string> argumentsFor(const BackupRun::Wanted& wanted) {
     // With --verbose=2 restic reports each finished file, so counts are exact.
     std::vector<std::string> arguments{"backup",           "--json", "--verbose=2", "--one-file-system",
                                        "--files-from-raw", "-"};
-    // Excludes the staging folder of a restore that starts later.
+    // Excludes the staging folder of a restore that starts during the backup.
     arguments.insert(arguments.end(), {"--exclude", std::string(stagingPrefix) + '*'});
     for (const std::string& file : wanted.leftOut)
         arguments.insert(arguments.end(), {"--exclude", escapedForPattern(file)});
@@ -82,8 +82,8 @@ std::vector<std::string> argumentsFor(const BackupRun::Wanted& wanted) {
         arguments.insert(arguments.end(), {"--exclude", escapedForPattern(mount)});
     for (const std::string& tag : wanted.tags)
         arguments.insert(arguments.end(), {"--tag", tag});
-    // restic would look for a snapshot with the same list of paths, which changes with the rules, and
-    // would otherwise read every file again.
+    // By itself restic looks for a parent with the same list of paths. The list changes with the rules,
+    // and without a parent every file would be read again.
     if (wanted.isForced)
         arguments.emplace_back("--force");
     else if (!wanted.parent.empty())
@@ -97,7 +97,7 @@ std::uint64_t sizeOf(const std::string& path) {
     return ::lstat(path.c_str(), &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
 }
 
-// Returns the path as restic reports it when it no longer exists.
+// Returns the paths on the disk that restic's path may mean, or restic's path if there are none.
 std::vector<std::string> onDisk(const std::string& path) {
     std::vector<std::string> paths = pathsOnDisk(path);
     return paths.empty() ? std::vector<std::string>{path} : paths;
@@ -203,9 +203,9 @@ void BackupRun::takeErrorLine(std::string_view text) {
     if (line.kind == BackupLine::Kind::Error && !line.path.empty())
         return takeUnread(line);
     if (text.find(interruptMark) != std::string_view::npos)
-        return; // restic was interrupted by this daemon.
+        return; // Not logged: this is how the daemon stops restic.
     const bool isRetry = tellsOfRetry(text);
-    // Logs only the first of many similar lines.
+    // restic repeats a retry many times; only the first one is logged.
     if (!isRetry || activity_.trouble != ServiceState::NoServer)
         logWarning("restic: %@", repository_.restic().withoutSecrets(std::string(text)));
     if (!isRetry)

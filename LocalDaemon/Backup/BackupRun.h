@@ -22,7 +22,7 @@ public:
         BackupTargets targets;            // The paths to back up.
         std::vector<std::string> leftOut; // Files that are excluded, at most `mostLeftOut`.
         std::vector<std::string> tags;
-        std::string parent;    // The snapshot with the most unchanged files; empty for none.
+        std::string parent;    // A snapshot with most files unchanged, to compare with; empty for none.
         bool isForced = false; // Every file is read, and stored where the repository lacks it.
         bool isInitial = false;
         FileTotals unchanged;                      // The files of the targets that are already saved.
@@ -38,7 +38,7 @@ public:
         ResticOutcome outcome;
         std::string snapshotId;          // The id or a prefix of it.
         std::vector<std::string> unread; // Paths that could not be read, at most `mostUnread`.
-        std::vector<std::string> gone;   // Paths that were deleted in the meantime, at most `mostUnread`.
+        std::vector<std::string> gone;   // Paths that were deleted during the backup, at most `mostUnread`.
     };
 
     BackupRun(DaemonState& state, const Repository& repository);
@@ -60,7 +60,7 @@ private:
     bool hasUnreasonedError_ = false;
     BackupActivity activity_;
     std::optional<ServiceState> troubleBefore_;
-    std::optional<BackupProgress> progress_; // While it runs.
+    std::optional<BackupProgress> progress_; // Set by `run`.
     std::uint64_t filesSaved_ = 0;           // Finished files.
     std::uint64_t filesDone_ = 0;
     std::uint64_t bytesDone_ = 0;

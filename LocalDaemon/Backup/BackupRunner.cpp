@@ -10,7 +10,7 @@
 namespace kelvane {
 namespace {
 
-// Paths in one backup; when more are requested, everything is backed up.
+// Requested paths at a time; when there are more, everything is backed up instead.
 constexpr std::size_t mostWanted = 100;
 
 std::optional<std::chrono::system_clock::duration> ageOfLastBackup(const BackupIndex& index) {
@@ -100,16 +100,20 @@ void BackupRunner::backUpNow(const std::string& path) {
     isUrgent_ = true;
     isNoted_ = true;
     if (work_.task == Task::Verify || (work_.task == Task::BackUp && path != everything))
-        work_.stop->set(); // restic does not save again what it has already stored.
+        work_.stop->set(); // Nothing is lost: restic does not store again what it has already stored.
     changed_.notify_all();
 }
 
 void BackupRunner::run() {
     noteNeed(state_->backupNeed());
-    for (Work work = takeWork(); work.task != Task::None; work = takeWork())
+    for (;;) {
+        const Work work = takeWork(); // closes the descriptor of its stop signal before the next wait
+        if (work.task == Task::None)
+            return;
         runGuarded(
             "backing up", [this](const std::string& reason) { takeFailure(reason); },
             [&] { perform(work.task, *work.stop); });
+    }
 }
 
 BackupRunner::Work BackupRunner::takeWork() {
@@ -118,7 +122,7 @@ BackupRunner::Work BackupRunner::takeWork() {
             const std::scoped_lock guard(mutex_);
             isNoted_ = false;
         }
-        // Queries the state, which calls `noteNeed` with its own mutex held.
+        // Without `mutex_`: this queries the state, which calls `noteNeed` with its own mutex held.
         const std::chrono::milliseconds untilVerification = verification_->timeUntilDue();
         std::unique_lock guard(mutex_);
         if (stopping_)
@@ -165,7 +169,7 @@ void BackupRunner::perform(Task task, const StopSignal& stop) {
     if (outcome.succeeded())
         outcome = attempt(task, stop);
     if (!outcome.succeeded() && outcome.wasCacheDamaged) {
-        isConnected_ = false; // The next update of the index marks an incomplete snapshot.
+        isConnected_ = false; // Connecting adds the snapshot to the index, marked as incomplete.
         outcome = attempt(task, stop);
     }
     if (outcome.trouble == ResticTrouble::Locked)
@@ -234,7 +238,7 @@ void BackupRunner::noteIndexCurrent() {
     indexListener_();
 }
 
-// A request that arrives during the backup remains, since this backup may not include it.
+// A request that arrives during the backup remains, since this backup may have missed what it asks for.
 ResticOutcome BackupRunner::backUpWanted(const StopSignal& stop) {
     const std::uint64_t orders = state_->backupOrders().count();
     std::set<std::string> wanted;
@@ -263,13 +267,13 @@ ResticOutcome BackupRunner::backUpWanted(const StopSignal& stop) {
         return forgetOld(stop);
     }
     if (isWanted)
-        wanted.insert(everything); // Includes requests that arrived after the first.
+        wanted.insert(everything); // The backup of everything, which follows the paths, is still due.
     const std::scoped_lock guard(mutex_);
     wanted_.merge(wanted);
     return outcome;
 }
 
-// When a restore uses the repository, old snapshots are forgotten later.
+// While a restore uses the repository, nothing is forgotten; a later backup does it.
 ResticOutcome BackupRunner::forgetOld(const StopSignal& stop) {
     if (!beginYieldingToRestores())
         return {};
@@ -298,7 +302,7 @@ void BackupRunner::endYieldingToRestores() {
 
 void BackupRunner::takeOutcome(const ResticOutcome& outcome) {
     if (outcome.trouble == ResticTrouble::Stopped) {
-        isConnected_ = false; // There may be a snapshot that is missing in the index.
+        isConnected_ = false; // The repository may have a snapshot that the index lacks.
         state_->setIndexCurrent(false);
         return;
     }

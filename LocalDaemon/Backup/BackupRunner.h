@@ -21,22 +21,22 @@
 namespace kelvane {
 
 // Runs backups and verifications on a thread of its own, when they are due or requested. Stops a task
-// that is no longer allowed, or when the rules have changed.
+// that is no longer allowed, and a backup whose rules have changed.
 //
-// `start` and `stop` belong to the owner's thread; any thread may call the rest, which only records the
-// event.
+// `start` and `stop` belong to the owner's thread; any thread may call the rest, which returns without
+// waiting for the work.
 class BackupRunner {
 public:
     struct Options {
         BackupSchedule::Options schedule;
-        // Stops a backup that makes no progress for this long. restic counts bytes that have arrived:
-        // five concurrent packs, each of 4 MiB and a chunk of at most 8 MiB, are 60 MiB, which take two
-        // hours at 70 kbit/s.
+        // Stops a backup that makes no progress for this long. restic counts bytes once they have
+        // arrived: five concurrent packs, each of 4 MiB and a chunk of at most 8 MiB, are 60 MiB, which
+        // take two hours at 70 kbit/s.
         std::chrono::milliseconds stallTimeout = std::chrono::hours(2);
-        // Stops a backup after restic has reported a retry: the server is most likely not responding. At
+        // The same after restic has reported a retry, when the server is most likely not responding. At
         // 1 Mbit/s five usual packs take three minutes.
         std::chrono::milliseconds stallTimeoutInRetries = std::chrono::minutes(5);
-        // In bytes: a larger file takes so long to read that everything else is backed up first.
+        // In bytes: a file of this size takes so long to read that everything else is backed up first.
         std::uint64_t largeFile = std::uint64_t{64} << 30U;
     };
 
@@ -60,7 +60,8 @@ public:
     void connectNow();
     // Records that the repository lacks a snapshot of the index.
     void noteSnapshotGone();
-    // Backs up the real path, or saved files below it, before anything else. "/" requests everything.
+    // Backs up the real path, or what is selected below it, before anything else. "/" requests
+    // everything.
     void backUpNow(const std::string& path);
     // Reads the whole repository when no backup or restore is running.
     void verifyNow();
@@ -74,7 +75,7 @@ private:
     struct Work {
         Task task = Task::None;
         std::shared_ptr<StopSignal> stop = {};
-        bool yieldsToRestores = false; // The current call does.
+        bool yieldsToRestores = false; // Whether a restore that starts now stops the task.
     };
 
     void run();

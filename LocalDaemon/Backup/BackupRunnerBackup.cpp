@@ -39,8 +39,8 @@ std::string joined(const std::vector<std::string>& paths) {
     return text;
 }
 
-// Without its key, an encrypted folder has other names than were saved, which cannot be read. Returns
-// the encrypted folder of such a name; empty for any other path.
+// Without its key, an encrypted folder shows other names than were saved, which cannot be read. Returns
+// the saved encrypted folder that contains such a name; empty for any other path.
 std::string lockedFolderAround(const BackupIndex& index, const std::string& path) {
     if (!silentMountAround(path).empty())
         return {};
@@ -57,7 +57,7 @@ std::string lockedFolderAround(const BackupIndex& index, const std::string& path
     return {};
 }
 
-// Returns the paths that have been saved before.
+// Returns the paths that have been saved before; a name in a locked encrypted folder counts as the folder.
 std::vector<std::string> savedAmong(const BackupIndex& index, std::vector<std::string> paths) {
     for (std::string& path : paths)
         if (std::string locked = lockedFolderAround(index, path); !locked.empty())
@@ -71,8 +71,8 @@ std::vector<std::string> savedAmong(const BackupIndex& index, std::vector<std::s
     return paths;
 }
 
-// Returns the snapshot with the most unchanged files: the last complete one, or else the last one whose
-// missing paths are known. Empty for none.
+// Returns the snapshot that should have most files unchanged: the last complete one, or if there is none,
+// the last one whose missing paths are known. Empty for none.
 std::string parentIn(const BackupIndex& index) {
     const Snapshot* parent = index.newestCompleteSnapshot();
     if (!parent)
@@ -115,9 +115,9 @@ void complete(IndexKeeper::Made& made, const std::set<std::string, std::less<>>&
 
 } // namespace
 
-// Uncertain files, which restic would take as unchanged, are read again when the parent snapshot lacks
-// them, and large files must not delay the rest: if there are such files, a snapshot without them is
-// made first.
+// restic would take uncertain files as unchanged, and reads them again only if the parent snapshot lacks
+// them. Large files must not delay the rest. If there are files of either kind, a snapshot without them
+// is made first.
 ResticOutcome BackupRunner::backUpEverything(const StopSignal& stop) {
     Part whole;
     std::vector<std::string> last = filesToComeLast(stop);
@@ -125,7 +125,7 @@ ResticOutcome BackupRunner::backUpEverything(const StopSignal& stop) {
         const IndexKeeper::Index before = keeper_->index();
         if (ResticOutcome outcome = backUp({everything, last}, stop); !outcome.succeeded())
             return outcome;
-        whole.isForced = keeper_->index() == before; // There is no other snapshot.
+        whole.isForced = keeper_->index() == before; // No snapshot was made: there are no other files.
         if (!whole.isForced)
             whole.parent = keeper_->index()->newestSnapshot()->id;
         whole.readAgain = std::move(last);
@@ -141,7 +141,7 @@ std::vector<std::string> BackupRunner::filesToComeLast(const StopSignal& stop) c
     const IndexKeeper::Index index = keeper_->index();
     std::vector<std::string> files;
     if (state_->totals().pending.bytes >= options_.largeFile)
-        files = largeFilesWaiting(selection, *index, options_.largeFile, stop.flag());
+        files = pendingLargeFiles(selection, *index, options_.largeFile, stop.flag());
     reportLarge(files);
     for (std::string& path : uncertainFiles(*index))
         if (selection.verdictFor(path).isIn() && std::ranges::find(files, path) == files.end())
@@ -162,7 +162,7 @@ void BackupRunner::reportLarge(const std::vector<std::string>& paths) const {
 }
 
 ResticOutcome BackupRunner::backUp(const Part& part, const StopSignal& stop) {
-    Before before{state_->backupNeed().changes, disks_->lookForMounts(), disks_->absentInBackup()};
+    Before before{state_->backupNeed().changes, disks_->updateMounts(), disks_->absentInBackup()};
     IndexKeeper::Made made;
     // A file that is renamed from now on may be missed under its new name as well.
     made.began = waitForLaterTimes();
@@ -174,7 +174,7 @@ ResticOutcome BackupRunner::backUp(const Part& part, const StopSignal& stop) {
     });
     if (stop.isSet())
         return {.trouble = ResticTrouble::Stopped};
-    if (wanted.targets.paths.empty()) { // Nothing is selected.
+    if (wanted.targets.paths.empty()) { // There is nothing to back up.
         if (part.isWhole())
             noteUnread({}, false, before.changes);
         return {};
@@ -198,7 +198,7 @@ ResticOutcome BackupRunner::backUp(const Part& part, const StopSignal& stop) {
     if (wanted.isForced)
         verification_->noteStoredAgain();
     logNotice("Backed up%@: snapshot %@, %llu bytes were pending.",
-              part.path == everything ? "" : ": " + part.path, result.snapshotId, waiting.bytes);
+              part.path == everything ? "" : " " + part.path, result.snapshotId, waiting.bytes);
     made.id = result.snapshotId;
     return takeMade(part, std::move(before), std::move(made), std::move(result), stop);
 }
@@ -207,15 +207,15 @@ ResticOutcome BackupRunner::takeMade(const Part& part, Before before, IndexKeepe
                                      BackupRun::Result result, const StopSignal& stop) {
     const std::vector<std::string> saved = savedAmong(*keeper_->index(), result.unread);
     made.lacks.insert(made.lacks.end(), saved.begin(), saved.end());
-    const bool areMore =
-        // The lists may have been cut off.
-        std::max(result.unread.size(), result.gone.size()) >= BackupRun::mostUnread;
+    // A full list may have been cut off.
+    const bool isListFull = std::max(result.unread.size(), result.gone.size()) >= BackupRun::mostUnread;
     noteUnread(std::move(result.unread), !part.isWhole(), before.changes);
     // A disk may have been unmounted during the backup.
-    const bool haveSameDisks = disks_->lookForMounts() == before.mounts;
+    const bool haveSameDisks = disks_->updateMounts() == before.mounts;
     before.absent.merge(disks_->absentInBackup());
-    complete(made, before.absent, part.path == everything && haveSameDisks && !areMore);
-    // It may have been renamed into a folder that restic had already read. The next snapshot shows.
+    complete(made, before.absent, part.path == everything && haveSameDisks && !isListFull);
+    // A deleted file may have been moved into a folder that restic had already read; the next snapshot
+    // shows it.
     if (!made.isPartial || !made.lacks.empty())
         std::ranges::move(savedAmong(*keeper_->index(), result.gone), std::back_inserter(made.lacks));
     ResticOutcome outcome = keeper_->add(made, stop);

@@ -11,8 +11,8 @@ constexpr std::chrono::seconds clockTolerance(2);
 
 } // namespace
 
-// A date computed from two clocks varies slightly; without a tolerance panes would be notified of a
-// change.
+// A date computed from two clocks differs slightly each time; without the tolerance panes would see a
+// change each time.
 PlannedBackup BackupRunner::planned() {
     const std::scoped_lock guard(mutex_);
     if (work_.task == Task::Connect || work_.task == Task::BackUp)

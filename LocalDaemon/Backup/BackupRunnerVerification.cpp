@@ -17,8 +17,8 @@ void BackupRunner::storeAgain() {
     backUpNow(everything);
 }
 
-// A different disk may be mounted now. If a requested verification is impossible, trying it gives the
-// reason.
+// Connects first, since a different disk may be mounted now. A requested verification is attempted even
+// if that fails: its own failure tells the user the reason.
 void BackupRunner::verify(const StopSignal& stop) {
     ResticOutcome outcome = keeper_->repository().waitForAnswer(stop);
     if (outcome.succeeded())
@@ -31,11 +31,11 @@ void BackupRunner::verify(const StopSignal& stop) {
         wanted_.insert(everything);
     work_ = {};
     if (!outcome.succeeded() && outcome.trouble != ResticTrouble::Stopped)
-        isConnected_ = false; // Connecting determines the reason.
+        isConnected_ = false; // Connecting again determines the reason.
 }
 
-// Checks that the new data is in the repository, and stores it again if not. A request to wait for the
-// backup also waits for this.
+// Checks that the new data is in the repository, and stores it again if not. A requested backup
+// (`isAwaited`) is complete only after that.
 ResticOutcome BackupRunner::verifyStored(bool isAwaited, const StopSignal& stop) {
     verification_->noteChange();
     for (int round = 0; round < 2 && verification_->isStructureDue(isAwaited); ++round) {

@@ -55,7 +55,7 @@ BackupSchedule::Plan BackupSchedule::plan(const Conditions& conditions, Time now
         return {Obstacle::NotAllowed};
     if (!need.isKnown)
         return {Obstacle::Scanning};
-    if (!conditions.isOrdered && !need.isWaiting)
+    if (!conditions.isOrdered && !need.isPending)
         return {Obstacle::NothingPending};
     const Time wanted = conditions.isOrdered || !pendingSince_ ? now : timeOfBackup(need, now);
     if (std::max(wanted, notBefore_) <= now)
@@ -73,7 +73,7 @@ bool BackupSchedule::mustStop(Task underWay, const BackupNeed& before, const Bac
     case Task::None: return false;
     case Task::Connect: return !need.mayRead;
     case Task::BackUp: return !need.mayAdd || need.hasLowerPriority != before.hasLowerPriority;
-    case Task::Verify: return !need.mayRead || (need.mayAdd && need.isWaiting && now >= nextInterval_);
+    case Task::Verify: return !need.mayRead || (need.mayAdd && need.isPending && now >= nextInterval_);
     }
     return false;
 }
@@ -87,7 +87,7 @@ std::chrono::milliseconds BackupSchedule::noteFailure(Time now) {
 void BackupSchedule::noteChanges(const BackupNeed& need, Time now) {
     if (std::exchange(changes_, need.changes) != need.changes)
         lastChange_ = now;
-    if (!need.isWaiting)
+    if (!need.isPending)
         pendingSince_.reset();
     else if (!pendingSince_)
         pendingSince_ = now;

@@ -8,8 +8,8 @@
 
 namespace kelvane {
 
-// What the backup does next, and how long it waits for it: decided from what the caller says and the time
-// that it gives. Has no clock, thread or lock of its own.
+// Decides what the backup does next, and when, from the conditions and the time that the caller gives. Has
+// no clock, thread or lock of its own.
 //
 // Pending files are backed up when nothing has changed for a while, but not sooner than the interval after
 // the previous backup. After a failure nothing is tried for a wait that doubles with each further failure.
@@ -20,7 +20,7 @@ public:
 
     struct Options {
         std::chrono::milliseconds quiet = std::chrono::seconds(5); // Time without a change before a backup.
-        // The longest wait for that on a busy machine.
+        // The longest wait for that time while files keep changing.
         std::chrono::milliseconds longestWait = std::chrono::minutes(1);
         std::chrono::milliseconds firstRetry = std::chrono::seconds(10);
         std::chrono::milliseconds longestRetry = std::chrono::minutes(15);
@@ -61,9 +61,8 @@ public:
     };
     struct Plan {
         Obstacle obstacle = Obstacle::None;
-        std::optional<Time> time =
-            // The time of the next backup if no condition changes; none when it is not planned.
-            std::nullopt;
+        // When the next backup starts if no condition changes; none when it is not planned.
+        std::optional<Time> time = std::nullopt;
     };
 
     // `age`: the age of the last complete backup, so that the interval continues after a restart. A
@@ -84,7 +83,7 @@ public:
     void noteSuccess() { retryWait_ = {}; }
     // Returns the wait until the next attempt.
     std::chrono::milliseconds noteFailure(Time now);
-    // Starts the longest wait.
+    // Starts the longest wait between attempts.
     void postpone(Time now) { notBefore_ = now + options_.longestRetry; }
 
 private:
@@ -96,7 +95,7 @@ private:
     std::uint64_t changes_ = 0;
     Time lastChange_;
     std::optional<Time> pendingSince_;
-    Time connectAt_;      // When to connect while no files are pending.
+    Time connectAt_;      // When to connect even if no files are pending.
     Time nextInterval_{}; // The earliest time of a backup that nobody has requested.
     Time notBefore_{};    // The earliest time of any task.
     std::chrono::milliseconds retryWait_{0};

@@ -23,8 +23,7 @@ constexpr TroubleRow rows[] = {
     {ResticTrouble::Occupied, ServiceState::NoServer, "error",
      "The folder of the repository contains other files, or an incomplete repository.",
      "Nothing is created or changed there. If the repository has lost files, put them back; otherwise empty "
-     "the folder "
-     "or name another one in the configuration."},
+     "the folder or name another one in the configuration."},
     {ResticTrouble::Unreachable, ServiceState::NoServer, "warning", "The repository cannot be reached.",
      "The backup continues when it can be reached."},
     {ResticTrouble::NoNetwork, ServiceState::NoInternet, "warning", "There is no network connection.",

@@ -15,8 +15,8 @@ namespace kelvane {
 [[nodiscard]] std::optional<ServiceState> serviceStateFor(ResticTrouble trouble);
 
 inline constexpr const char* backupAlert = "backup_trouble";
-// The verb of the action that creates a repository although the disk is not mounted or a repository
-// existed before.
+// The verb of that alert's action, which creates a repository although the disk is not mounted or a
+// repository existed before.
 inline constexpr const char* makeRepositoryVerb = "make-repository";
 
 // The number of files that an alert names; others are only counted.

@@ -32,9 +32,9 @@ struct DamageReport {
 
 [[nodiscard]] bool isDamageKnown(const VerificationRecord& record);
 
-// Returns whether the disk has every damaged file in the version that is damaged. Setting a pack aside
-// also removes undamaged contents, and for packs of folders the folders of all other snapshots that
-// share them.
+// Returns whether the disk has every damaged file in the version that is damaged. This must be known
+// before a pack is set aside, which also removes undamaged contents, and with a pack of folders those
+// folders from every other snapshot that shares them.
 [[nodiscard]] bool areOnDisk(const Damage& damage, const BackupIndex& index);
 
 } // namespace kelvane

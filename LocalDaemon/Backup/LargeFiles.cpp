@@ -13,7 +13,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-bool isWaiting(const BackupIndex& index, const std::string& path, const struct stat& status) {
+bool isPending(const BackupIndex& index, const std::string& path, const struct stat& status) {
     const BackupIndex::Item* const item = index.find(path);
     return !item || isLeftOut(index, path) ||
            !isUnchanged(*item, ItemKind::File, static_cast<std::uint64_t>(status.st_size),
@@ -22,7 +22,7 @@ bool isWaiting(const BackupIndex& index, const std::string& path, const struct s
 
 } // namespace
 
-std::vector<std::string> largeFilesWaiting(const MountedSelection& selection, const BackupIndex& index,
+std::vector<std::string> pendingLargeFiles(const MountedSelection& selection, const BackupIndex& index,
                                            std::uint64_t size, const std::atomic<bool>& stopping) {
     std::vector<std::string> found;
     struct stat status {};
@@ -30,7 +30,7 @@ std::vector<std::string> largeFilesWaiting(const MountedSelection& selection, co
         if (::lstat(path.c_str(), &status) != 0)
             status = {};
         if (S_ISREG(status.st_mode) && static_cast<std::uint64_t>(status.st_size) >= size &&
-            isWaiting(index, path, status))
+            isPending(index, path, status))
             found.push_back(path);
     };
     const BackupTargets targets = backupTargets(selection, "/", stopping);

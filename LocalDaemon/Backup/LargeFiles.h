@@ -10,10 +10,10 @@
 
 namespace kelvane {
 
-// Returns the pending files of at least this size in bytes, including holes: while restic reads one,
-// nothing else is saved. Any thread; blocks on the disk. Ends early, with an incomplete result, once
+// Returns the pending files of at least `size` bytes, holes counted: while restic reads one, nothing else
+// is saved. Any thread; blocks on the disk. Ends early, with an incomplete result, once
 // `stopping` is set.
-[[nodiscard]] std::vector<std::string> largeFilesWaiting(const MountedSelection& selection,
+[[nodiscard]] std::vector<std::string> pendingLargeFiles(const MountedSelection& selection,
                                                          const BackupIndex& index, std::uint64_t size,
                                                          const std::atomic<bool>& stopping);
 

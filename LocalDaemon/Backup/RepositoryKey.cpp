@@ -18,7 +18,8 @@ bool isRepository(const std::string& folder) {
 void warnOfReaders(const std::string& secret) {
     struct stat status {};
     if (::stat(secret.c_str(), &status) == 0 && (status.st_mode & (S_IRWXG | S_IRWXO)) != 0)
-        logWarning("Others may read or change %@, which holds a secret: chmod 600 it.", secret);
+        logWarning("Other users may read or change %@, which contains a secret: run chmod 600 on it.",
+                   secret);
 }
 
 } // namespace

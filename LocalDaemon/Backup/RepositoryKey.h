@@ -13,7 +13,8 @@ namespace kelvane {
 void checkRepositoryKey(const RepositoryPlace& place, const IndexKeeper& keeper, Alerts& alerts,
                         const std::string& configurationPath);
 
-// Logs, and raises as an alert, that a key was created at the path and must be copied. Any thread.
+// Logs, and raises as an alert, that a key was created at the path and that the user must keep a copy of
+// it. Any thread.
 void announceRepositoryKey(Alerts& alerts, const std::string& path);
 
 } // namespace kelvane

@@ -61,13 +61,13 @@ std::chrono::milliseconds Verification::timeUntilDue() const {
     return std::max(until(notBefore_), std::min(std::max(0ms, untilPart), until(structureDue())));
 }
 
-// Returns whether the last round ended with a clock that was ahead. Otherwise nothing would be read
-// until that time.
+// Returns whether the last round ended while the clock was ahead. Without this check nothing would be read
+// until the clock reaches that time.
 bool Verification::isRoundAhead() const {
     return record_.roundBegan > system_clock::now() + 2 * options_.round / options_.parts;
 }
 
-// A missing pack may come back at any time.
+// While damage is known, the check is repeated after `retry`: a missing pack may come back at any time.
 Verification::Clock::time_point Verification::structureDue() const {
     if (isStructureWanted_)
         return structureNotBefore_;
@@ -110,7 +110,7 @@ ResticOutcome Verification::checkStructure(const StopSignal& stop) {
     return outcome;
 }
 
-// A pack that is temporarily missing must cause no work: it is removed from the index only after the
+// A pack that is temporarily missing must not cost any data: it is removed from the index only after the
 // second check, and added again as soon as it is back. Pruning cannot remove it before that, because
 // restic does not prune a repository with missing data.
 CheckReport Verification::checkWithTrueIndex(const StopSignal& stop) {
@@ -167,7 +167,7 @@ ResticOutcome Verification::readPart(unsigned part, unsigned parts, const StopSi
         report = check_.contents(part, parts, stop);
     if (!report.outcome.succeeded())
         return report.outcome;
-    // Data that can be read at the second attempt was unreadable because of the disk.
+    // A pack that was recorded as damaged and can be read now is intact: the disk had failed to read it.
     if (report.missingPacks.empty() && !report.isIndexDamaged &&
         std::erase_if(record_.damagedPacks, [&](const std::string& pack) {
             return isInPart(pack, part, parts) && !report.damagedPacks.contains(pack);
@@ -278,7 +278,7 @@ ResticOutcome Verification::locate(const CheckReport& report, const StopSignal& 
     return {};
 }
 
-// Each part that is read may show more damage in addition to the structure's, which stays the same.
+// Every report repeats the damage of the structure; reading a part may add damaged packs to it.
 bool Verification::isNews(const CheckReport& report) const {
     const auto isKnown = [this](const std::string& pack) { return record_.damagedPacks.contains(pack); };
     return !known_ || known_->hasErrors != report.hasErrors || report.isIndexDamaged ||
@@ -286,13 +286,13 @@ bool Verification::isNews(const CheckReport& report) const {
            known_->snapshots != report.snapshots || !std::ranges::all_of(report.damagedPacks, isKnown);
 }
 
-// A snapshot made since then may have the same damage.
+// Empty while no damage is known. Damage is located again after a new snapshot, which may share it.
 std::string Verification::newestSnapshot() const {
     const Snapshot* const newest = keeper_->index()->newestSnapshot();
     return newest && isDamageKnown(record_) ? newest->id : std::string();
 }
 
-// Packs that other computers need are never set aside.
+// Packs that snapshots of others need are never set aside, not even on request.
 bool Verification::mayBeSetAside() const {
     return !std::ranges::includes(record_.othersPacks, record_.damagedPacks) && check_.canSetAside();
 }

@@ -12,15 +12,15 @@
 
 namespace kelvane {
 
-// Finds out whether the repository can give back what is in it, tells what cannot be given back, and makes
-// the next backup store it again where the disk still has it.
+// Checks whether the contents of the repository can be restored, reports what cannot, and makes the next
+// backup store it again where the disk still has it.
 //
-// The structure (that all packs are there, and all that files consist of is in them) is looked at whenever
-// that is due after a backup, and again and again while something is missing; the data is read part by part,
-// so that all of it is read within 90 days. How far that has come, and what is damaged, is kept in a file.
+// The structure (all packs exist and contain every part of the files) is checked when that is due after a
+// backup, and repeatedly while something is missing. The data is read part by part, so that all of it is
+// read within 90 days. The progress and the damage are kept in a file.
 //
-// Packs that are missing leave restic's index, so that their contents can be stored again, and whatever pack
-// stands in the repository unnamed is taken into the index: one that was away for a while loses nothing.
+// Missing packs are removed from restic's index, so that their contents can be stored again, and packs in
+// the repository that the index does not list are added to it: a temporarily missing pack loses nothing.
 //
 // Belongs to the backup's thread, which it blocks, except for `confirmSettingAside`.
 class Verification {
@@ -45,13 +45,13 @@ public:
 
     // Returns the time until the next task; 0 when one is due.
     [[nodiscard]] std::chrono::milliseconds timeUntilDue() const;
-    // Performs one due task: checks the structure or reads a part. When the outcome is a failure,
-    // nothing new is known.
+    // Performs one due task: checks the structure, reads a part, or reads everything if requested. When
+    // the outcome is a failure, nothing new is known.
     [[nodiscard]] ResticOutcome performDue(const StopSignal& stop);
 
     // Records that a backup was made, or something was forgotten.
     void noteChange();
-    // A check takes at most a twentieth of the time, unless the user waits for it.
+    // Checks of the structure take at most a twentieth of the time, unless one is awaited.
     [[nodiscard]] bool isStructureDue(bool isAwaited) const;
     [[nodiscard]] ResticOutcome checkStructure(const StopSignal& stop);
 
@@ -101,7 +101,7 @@ private:
     std::string locatedIn_;            // The newest snapshot at that time.
     std::set<std::string> leftOut_;    // Packs that could not be added to the index.
     Clock::time_point leftOutUntil_;
-    bool isStoredDamaged_ = false; // Damaged files exist on the disk.
+    bool isStoredDamaged_ = false; // Some files on the disk are damaged in the backup.
     bool isStructureWanted_ = true;
     bool hasRepairFailed_ = false;
     unsigned orderedPartsRead_ = 0;

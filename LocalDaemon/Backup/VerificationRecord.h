@@ -14,9 +14,9 @@ namespace kelvane {
 struct VerificationRecord {
     std::string repository; // The repository's id; empty when unknown.
     Damage damage;
-    std::set<std::string> damagedPacks; // Found by reading, and not by a check of the structure.
-    std::set<std::string> missingPacks; // Not in any index, but needed.
-    std::set<std::string> othersPacks;  // Damaged packs that snapshots of other computers need.
+    std::set<std::string> damagedPacks; // Found by reading; a check of the structure does not find them.
+    std::set<std::string> missingPacks; // No longer in any index, but needed.
+    std::set<std::string> othersPacks;  // Damaged packs that snapshots of others need as well.
     // The disk has all contents of the other damaged packs unchanged, for each snapshot that uses them.
     bool areAllOnDisk = false;
     bool isIndexStale = false; // The index lists missing packs.

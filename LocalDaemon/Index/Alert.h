@@ -6,7 +6,7 @@
 namespace kelvane {
 
 struct Alert {
-    std::string kind;     // Distinguishes the alert from others; its id on the link.
+    std::string kind;     // Identifies the alert, also on the link to the pane.
     std::string severity; // "error", "warning" or "information"
     std::string title;
     std::string body;

@@ -15,7 +15,7 @@ bool comesBefore(const BackedUpItem& left, const BackedUpItem& right) {
     return std::ranges::lexicographical_compare(left.item.path, right.item.path, {}, key, key);
 }
 
-// Removes duplicates of a path, which a sound repository does not contain.
+// Removes duplicates of a path, which an intact repository does not contain.
 void keepNewestOfEachPath(std::vector<BackedUpItem>& items) {
     const auto isSame = [](const BackedUpItem& left, const BackedUpItem& right) {
         return left.item.path == right.item.path;

@@ -136,15 +136,15 @@ private:
 };
 
 // Returns whether the item on the disk is unchanged since it was saved. For a folder only the kind is
-// compared, since its contents are items of their own. restic keeps the years 0 to 9999; of a time
-// outside these only that is compared.
+// compared, since its contents are items of their own. restic keeps the years 0 to 9999; of a time outside
+// these only whether it is before or after them is compared.
 [[nodiscard]] bool isUnchanged(const BackupIndex::Item& item, ItemKind kind, std::uint64_t size,
                                FileTime modified, FileTime changed);
 [[nodiscard]] bool isUnchanged(const BackupIndex::Item& item, const FileAttributes& attributes);
 
-// Returns whether a folder's own attributes are unchanged. Creating and deleting entries changes both
-// times of a folder and is counted separately; only the status-change time shows a new ACL or extended
-// attribute.
+// Returns whether a folder's own attributes are unchanged. A changed modification time does not matter:
+// creating and deleting entries changes both times of a folder and is counted separately. A change of the
+// status-change time alone does, since it is all that a new ACL or extended attribute changes.
 [[nodiscard]] bool hasSavedAttributes(const BackupIndex::Item& folder, std::uint32_t uid, std::uint32_t gid,
                                       std::uint16_t mode, FileTime modified, FileTime changed);
 
@@ -152,8 +152,8 @@ private:
 [[nodiscard]] BackupIndex indexWith(const BackupIndex& before, const std::string& repositoryId,
                                     const Snapshot& snapshot, std::vector<SnapshotItem> held);
 
-// Adds the contents of a snapshot that the index already has a number for and that need not be the
-// newest. Items in newer snapshots do not change.
+// Returns the index with the contents of a snapshot that it already has a number for and that need not be
+// the newest. Items that a newer snapshot has do not change.
 [[nodiscard]] BackupIndex indexWithContents(const BackupIndex& before, std::uint32_t number,
                                             std::vector<SnapshotItem> held);
 

@@ -10,7 +10,7 @@ namespace kelvane {
 namespace {
 
 constexpr std::string_view mark = "kelvane index 3\n";
-// The kinds of snapshots; the paths that one lacks follow or not.
+// The kinds of snapshots in the file. After one with paths, those follow that it lacks.
 constexpr std::uint8_t completeWithoutPaths = 0;
 constexpr std::uint8_t partialWithoutPaths = 1;
 constexpr std::uint8_t partialWithPaths = 2;

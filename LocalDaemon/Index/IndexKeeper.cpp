@@ -27,7 +27,8 @@ BackupIndex indexIn(const std::string& path) {
         return {};
     if (auto index = file.succeeded() ? BackupIndex::decoded(file.bytes) : std::nullopt)
         return std::move(*index);
-    logError("Rebuilding the index; %@ cannot be used: %@", path, file.reason);
+    logError("The index file cannot be used and is rebuilt: %@",
+             file.succeeded() ? path + " is damaged" : file.reason);
     return {};
 }
 
@@ -234,7 +235,7 @@ ResticOutcome IndexKeeper::forget(std::chrono::days keep, const StopSignal& stop
         ids = snapshotsToForget(listing.snapshots, retention_.limits(keep));
     if (ids.empty())
         return {};
-    logNotice("Forgetting %llu of %llu snapshots: all their files were replaced or deleted more "
+    logNotice("Forgetting %llu of %llu snapshots: a newer complete one has replaced them more "
               "than %lld days ago.",
               ids.size(), listing.snapshots.size(), static_cast<long long>(keep.count()));
     if (ResticOutcome outcome = repository_.forget(ids, stop); !outcome.succeeded())
@@ -254,8 +255,8 @@ void IndexKeeper::reportOrder(const Snapshot& made) const {
     const Snapshot* const before = index_->newestSnapshot();
     if (!before || made.time >= before->time)
         return alerts_.withdraw(orderAlert);
-    logWarning("Snapshot %@ is dated before the one made before it, %@: the clock is behind, or was "
-               "ahead. It counts as the newest.",
+    logWarning("Snapshot %@ is dated before its predecessor %@: the clock is behind now, or was ahead then. "
+               "The snapshot counts as the newest.",
                made.id, before->id);
     alerts_.raise(alertForOrder(*before, made));
 }

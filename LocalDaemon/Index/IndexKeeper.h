@@ -23,8 +23,9 @@ class KnownRepositories;
 class IndexKeeper {
 public:
     using Index = std::shared_ptr<const BackupIndex>; // Never null.
-    // `changed`: the paths whose entries have changed, at most 1001. `isRebuilt`: the index was built
-    // from scratch.
+    // `changed`: the paths whose entries have changed, at most 1001; "/" stands for all. `isRebuilt`: every
+    // file must be compared with the index again, since snapshots were listed, the repository is another
+    // one, or the known damage has changed.
     using Publish =
         std::function<void(const Index& index, const std::vector<std::string>& changed, bool isRebuilt)>;
 
@@ -34,7 +35,7 @@ public:
         std::function<void(const std::string& kind)> withdraw = [](const std::string&) {};
     };
 
-    // Loads the file. When it is missing or damaged, which is logged, the index is empty until
+    // Loads the file. When it is missing, or cannot be used, which is logged, the index is empty until
     // `synchronize` has listed the repository.
     IndexKeeper(Repository repository, std::string path, MachineClock clock = readMachineClock);
 
@@ -43,7 +44,7 @@ public:
     // Called after a key was created for a new repository.
     void setKeyMade(std::function<void()> onKeyMade) { onKeyMade_ = std::move(onKeyMade); }
     // Called when the location has a different repository than before. No damage is known in it until
-    // the caller sets it.
+    // `setDamage` is called.
     void setRepositoryChanged(std::function<void(const std::string& id)> onRepositoryChanged) {
         onRepositoryChanged_ = std::move(onRepositoryChanged);
     }
@@ -54,7 +55,8 @@ public:
     [[nodiscard]] const Repository& repository() const { return repository_; }
 
     // Opens the repository, removes stale locks, and lists the snapshots that the index does not have.
-    // Creates the repository if `mayMake` is true and neither the index nor the key has known one there.
+    // Creates the repository if `mayMake` is true, neither the index nor the key has known one there, and
+    // its disk is mounted; `allowMakingAnyway` lifts the last two conditions.
     [[nodiscard]] ResticOutcome synchronize(bool mayMake, const StopSignal& stop);
     // Returns whether the last listing of the repository was complete. Otherwise `synchronize` must be
     // called before a snapshot is added, and no snapshot in the index counts as removed.
@@ -122,13 +124,13 @@ private:
     const Repository repository_;
     const std::string path_;
     Index index_;
-    std::string repositoryId_; // The id of the last repository; empty when unknown.
+    std::string repositoryId_; // Of the repository that was opened last; empty when unknown.
     RetentionRecord retention_;
     bool isCurrent_ = false;
     std::uint64_t newestSequence_ = 0;
-    std::set<std::string> vanished_; // Snapshots that were missing in the last listing.
+    std::set<std::string> vanished_; // The ids of snapshots that a listing lacked and none has had since.
     Alerts alerts_;
-    std::mutex reporting_;           // Also guards the members below.
+    std::mutex reporting_;           // Held while disappearances are reported; guards `reported_`.
     std::set<std::string> reported_; // The kinds of the raised alerts about disappearances.
     std::shared_ptr<const Damage> damage_ = std::make_shared<const Damage>();
     std::atomic<bool> mayMakeAnyway_{false};

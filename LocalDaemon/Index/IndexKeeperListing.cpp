@@ -56,7 +56,7 @@ Repository::Listing IndexKeeper::withKnown(Repository::Listing listing) const {
 ResticOutcome IndexKeeper::mark(Made& made, std::string_view tag, const StopSignal& stop) const {
     if (const ResticOutcome outcome = repository_.addTag(tag, {made.id}, stop); !outcome.succeeded()) {
         logWarning("The incomplete snapshot %@ cannot be tagged yet: %@", made.id, reasonOf(outcome));
-        return {}; // The index knows it, and the next update tags it again.
+        return {}; // The index knows it, and its next update tries again.
     }
     const Repository::Listing listing = repository_.snapshots(stop);
     if (!listing.snapshots.empty() && listing.snapshots.back().sequence == nextSequence())

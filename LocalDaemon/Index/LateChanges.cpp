@@ -14,8 +14,8 @@
 namespace kelvane {
 namespace {
 
-constexpr std::int64_t coarseTick =
-    2; // In seconds: the clock tick of FAT, and twice that of file systems with whole seconds.
+// In seconds: the clock tick of FAT, and twice that of file systems with whole seconds.
+constexpr std::int64_t coarseTick = 2;
 
 // A time in the future does not mean a change since then: the clock was set.
 bool isLate(const SnapshotItem& item, FileTime begin, FileTime end) {

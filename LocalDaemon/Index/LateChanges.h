@@ -16,13 +16,14 @@ namespace kelvane {
 // Goes through the items of a snapshot whose backup began at `begin`. An item that changed at `begin` or
 // later and is unchanged since it was saved gets a new status-change time, so that the next backup reads
 // it again. Where that time cannot be set, as for a file of another user, the item is marked as
-// uncertain. An item that was uncertain in `before` and is not among `readAgain` stays uncertain.
+// uncertain. A file that was uncertain in `before`, has not changed since and is not among `readAgain`
+// stays uncertain.
 // Returns how many items changed late. Blocks on the disk.
 std::size_t takeLateChanges(std::vector<SnapshotItem>& items, const BackupIndex& before, FileTime begin,
                             const std::vector<std::string>& readAgain);
 
-// Returns the items of `before` that are missing in the snapshot and whose folder changed after the
-// backup began. They may have been moved into a folder that had already been read, rather than deleted.
+// Returns the paths that `before` has and the snapshot lacks, and whose folder changed after the backup
+// began. They may have been moved into a folder that had already been read, rather than deleted.
 [[nodiscard]] std::vector<std::string> goneLate(const std::vector<SnapshotItem>& items,
                                                 const BackupIndex& before, FileTime begin);
 

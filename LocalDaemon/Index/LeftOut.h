@@ -12,7 +12,7 @@ namespace kelvane {
 [[nodiscard]] bool wasDeleted(const BackupIndex& index, const BackupIndex::Item& folder,
                               const BackupIndex::Item& child);
 
-// Returns whether this is true of the item at the path, or of a folder that contains it.
+// Returns whether `wasDeleted` holds for the item at the path or for a folder that contains it.
 [[nodiscard]] bool isLeftOut(const BackupIndex& index, std::string_view path);
 
 } // namespace kelvane

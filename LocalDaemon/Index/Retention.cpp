@@ -12,7 +12,7 @@ constexpr std::uint64_t disappearedPart = 10;    // A disappearance is more than
 
 std::vector<std::string> snapshotsToForget(const std::vector<Snapshot>& inOrderOfCreation,
                                            const RetentionLimits& limits) {
-    const std::int64_t newestReplacing = limits.now - std::chrono::seconds(limits.keep).count();
+    const std::int64_t replacedBefore = limits.now - std::chrono::seconds(limits.keep).count();
     const auto isAhead = [&](const Snapshot& each) { return each.time > limits.now; };
     if (std::ranges::any_of(inOrderOfCreation, isAhead))
         return {};
@@ -21,9 +21,9 @@ std::vector<std::string> snapshotsToForget(const std::vector<Snapshot>& inOrderO
     std::int64_t time = limits.clockSteadySince;
     for (const Snapshot& each : inOrderOfCreation) {
         time = std::max(time, each.time); // No snapshot is older than those that precede it.
-        if (const auto made = limits.made.find(each.sequence); made != limits.made.end())
-            time = std::max(time, made->second);
-        if (!each.isPartial && time >= newestReplacing)
+        if (const auto listed = limits.firstListed.find(each.sequence); listed != limits.firstListed.end())
+            time = std::max(time, listed->second);
+        if (!each.isPartial && time >= replacedBefore)
             break;
         if (!each.isPartial)
             ids.insert(ids.end(), replaced.begin(), replaced.end());

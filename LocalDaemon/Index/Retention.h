@@ -17,12 +17,12 @@ namespace kelvane {
 struct RetentionLimits {
     std::int64_t now = 0;
     std::chrono::days keep{}; // How long a version is kept after it was replaced or deleted.
-    // The clock was changed at this time, so earlier snapshots count as made then.
+    // When the clock was last set, or first read. Earlier snapshots count as made then.
     std::int64_t clockSteadySince = 0;
     std::set<std::string> held = {}; // Ids of snapshots that are kept regardless of their age.
     // When a snapshot was first listed, by sequence number. restic dates it by the beginning of the
     // backup, and the machine may have been suspended for weeks before its end.
-    std::map<std::uint64_t, std::int64_t> made = {};
+    std::map<std::uint64_t, std::int64_t> firstListed = {};
 };
 
 // Returns the ids of the snapshots that may be forgotten. The versions in a snapshot were replaced or
@@ -44,8 +44,8 @@ struct Disappearance {
 
 [[nodiscard]] bool isDisappearance(std::uint64_t files, std::uint64_t of);
 
-// Returns the files that the snapshot `complete` lacks and that one from `previous` up to it has.
-// Returns nothing when their number is usual.
+// Returns the files that the snapshot `complete` lacks and that `previous` or one between them has. Returns
+// no value when they are too few for a disappearance.
 [[nodiscard]] std::optional<Disappearance> disappearanceAt(const BackupIndex& index, std::uint32_t previous,
                                                            std::uint32_t complete);
 

@@ -15,7 +15,7 @@ inline constexpr const char* keepVerb = "keep";
 inline constexpr const char* forgetVerb = "forget";
 
 [[nodiscard]] std::string kindOfDisappearance(const Disappearance& disappearance);
-// The disappearance must not have been given up with "forget".
+// The decision must not be Forget.
 [[nodiscard]] Alert alertForDisappearance(const RetentionRecord::Entry& entry);
 [[nodiscard]] Alert alertForSnapshotAhead(const Snapshot& snapshot);
 [[nodiscard]] Alert alertForOrder(const Snapshot& before, const Snapshot& made);

@@ -89,7 +89,7 @@ RetentionLimits RetentionRecord::limits(std::chrono::days keep) {
     limits.now = look();
     limits.keep = keep + longerForCorrections;
     limits.clockSteadySince = contents_.steadySince;
-    limits.made = present_->made;
+    limits.firstListed = present_->firstListed;
     for (const Entry& entry : present_->entries)
         if (entry.decision != Decision::Forget)
             limits.held.insert(entry.disappearance.snapshots.begin(), entry.disappearance.snapshots.end());
@@ -171,13 +171,13 @@ void RetentionRecord::update(const BackupIndex& index) {
 
 void RetentionRecord::noteNewSnapshots(const BackupIndex& index) {
     const std::int64_t now = look();
-    std::map<std::uint64_t, std::int64_t> made;
+    std::map<std::uint64_t, std::int64_t> firstListed;
     for (const auto& [number, snapshot] : index.snapshots()) {
-        const auto known = present_->made.find(snapshot.sequence);
+        const auto known = present_->firstListed.find(snapshot.sequence);
         if (snapshot.sequence != 0)
-            made[snapshot.sequence] = known == present_->made.end() ? now : known->second;
+            firstListed[snapshot.sequence] = known == present_->firstListed.end() ? now : known->second;
     }
-    present_->made = std::move(made);
+    present_->firstListed = std::move(firstListed);
 }
 
 std::vector<RetentionRecord::Entry> RetentionRecord::entries() const {
@@ -219,7 +219,7 @@ std::int64_t RetentionRecord::look() {
     if (hasJumped) {
         known.steadySince = reading.wall;
         for (auto& [id, repository] : known.repositories)
-            for (auto& [sequence, time] : repository.made)
+            for (auto& [sequence, time] : repository.firstListed)
                 time = std::min(time, reading.wall);
     }
     if (hasJumped || !isSameBoot) {
@@ -233,7 +233,8 @@ std::int64_t RetentionRecord::look() {
     return reading.wall;
 }
 
-// Counts from the last forgetting. A time in the future comes from a clock that was wrong.
+// Returns whether a day has passed since the last forgetting and since the clock was set. A forgetting that
+// is dated in the future was dated by a wrong clock and does not count.
 bool RetentionRecord::isDayOver(std::int64_t now) const {
     if (present_->forgotten == 0)
         return true;
@@ -291,19 +292,19 @@ RetentionRecord::Contents RetentionRecord::contentsFrom(const Value& value) {
 Value RetentionRecord::valueOfRepository(const OfRepository& repository) {
     Array entries;
     Array incomplete;
-    Array made; // Numbers and times alternate.
+    Array firstListed; // Numbers and times alternate.
     for (const std::uint64_t sequence : repository.incomplete)
         incomplete.push_back(sequence);
-    for (const auto& [sequence, time] : repository.made) {
-        made.push_back(sequence);
-        made.push_back(time);
+    for (const auto& [sequence, time] : repository.firstListed) {
+        firstListed.push_back(sequence);
+        firstListed.push_back(time);
     }
     for (const Entry& entry : repository.entries)
         entries.push_back(valueOf(entry.disappearance, entry.decision));
     return Dictionary{{"forgotten", repository.forgotten},
                       {"isToPrune", repository.isToPrune},
                       {"incomplete", std::move(incomplete)},
-                      {"made", std::move(made)},
+                      {"made", std::move(firstListed)},
                       {"disappearances", std::move(entries)}};
 }
 
@@ -313,9 +314,9 @@ RetentionRecord::OfRepository RetentionRecord::repositoryFrom(const Value& value
     repository.isToPrune = value["isToPrune"].boolValue();
     for (const Value& each : value["incomplete"].array())
         repository.incomplete.insert(each.uint64Value());
-    const Array& made = value["made"].array();
-    for (std::size_t at = 0; at + 1 < made.size(); at += 2)
-        repository.made[made[at].uint64Value()] = timeIn(made[at + 1]);
+    const Array& listed = value["made"].array();
+    for (std::size_t at = 0; at + 1 < listed.size(); at += 2)
+        repository.firstListed[listed[at].uint64Value()] = timeIn(listed[at + 1]);
     for (const Value& each : value["disappearances"].array()) {
         const auto* const name = std::ranges::find(
             decisionNames, std::string_view(each["decision"].stringValue()), &DecisionName::name);

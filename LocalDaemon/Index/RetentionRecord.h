@@ -37,8 +37,8 @@ public:
     // Selects the records of the repository with this id; an empty id means that it is not known yet.
     void setRepository(const std::string& id);
 
-    // Must be called at least every hour: a longer gap between readings of the clock is believed up to a
-    // few days.
+    // Must be called at least every hour: after a reboot the time since the last call tells how long the
+    // machine was off, and more than four days of that count as a change of the clock.
     void noteClock();
     [[nodiscard]] RetentionLimits limits(std::chrono::days keep);
 
@@ -68,7 +68,7 @@ private:
         bool isToPrune = false;
         std::set<std::uint64_t> incomplete; // Sequence numbers of snapshots.
         // By sequence number: when the snapshot was first listed, by the wall clock.
-        std::map<std::uint64_t, std::int64_t> made;
+        std::map<std::uint64_t, std::int64_t> firstListed;
         std::vector<Entry> entries;
 
         friend bool operator==(const OfRepository&, const OfRepository&) = default;
@@ -102,7 +102,7 @@ private:
     mutable std::mutex mutex_; // Guards the members below.
     Contents contents_;
     Contents saved_;
-    OfRepository* present_; // Points into the contents.
+    OfRepository* present_; // The selected repository's part of `contents_`.
 };
 
 } // namespace kelvane

@@ -16,7 +16,7 @@ void AlertActions::add(const std::string& verb, Handler handler) {
 std::string AlertActions::perform(const std::string& action, const std::string& alertId) const {
     const std::optional<Alert> alert = alerts_->standing(alertId);
     if (!alert)
-        return "No alert \"" + alertId + "\" stands.";
+        return "There is no alert \"" + alertId + "\".";
     if (std::ranges::find(alert->actions, action) == alert->actions.end())
         return "The alert \"" + alertId + "\" does not offer \"" + action + "\".";
     logNotice("Alert %@: %@", alertId, action);

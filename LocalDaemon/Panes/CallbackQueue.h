@@ -14,11 +14,12 @@
 
 namespace kelvane {
 
-// What one pane is still to be told, until its sender takes it. State numbers and alerts wait only while the
-// pane wants them, changed files and folders always. What waits already is not queued again, and what a slow
-// pane can pile up is bounded in number and in bytes. What is told of a restore waits in any case.
+// The notifications for one pane that its sender has not taken yet. State codes and alerts are queued only
+// while the pane has a handler for them, changed files and folders always, and so is everything about a
+// restore. A code or path that is queued already is not queued twice. The queue is limited in number and in
+// bytes, so that a slow pane cannot exhaust the memory.
 //
-// Any thread; nothing here waits but `take`.
+// Any thread; only `take` blocks.
 class CallbackQueue : public DaemonObserver {
 public:
     void setStateHandler(bool wanted) override;
@@ -52,7 +53,7 @@ private:
 
     private:
         std::deque<std::string> inOrder_;
-        std::unordered_set<std::string_view> known_; // The texts in `items_`.
+        std::unordered_set<std::string_view> known_; // Views of the texts in `inOrder_`.
         std::size_t bytes_ = 0;
         bool areTooMany_ = false;
     };

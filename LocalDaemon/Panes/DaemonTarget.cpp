@@ -193,7 +193,7 @@ Value DaemonTarget::dictionaryForPathWithDirSizes(const Value& path, bool withDi
 void DaemonTarget::setPriorityBackup(const Value& path) {
     const auto real = world_->disks->pathResolver().pathWithoutLinks(path.stringValue());
     if (!real)
-        return logWarning("An invalid path is not backed up first: %@", path);
+        return logWarning("A request to back up an invalid path first is ignored: %@", path);
     world_->state->backupOrders().add();
     world_->runner->backUpNow(*real);
 }
@@ -203,7 +203,7 @@ bool DaemonTarget::restoreWithChoices(const Value& choices) {
     return false;
 }
 
-// The path as typed takes precedence over the path with its links resolved, if the backup has it.
+// The source as typed takes precedence over the path with its links resolved, if the backup has it.
 std::uint32_t DaemonTarget::restoreFile(const Value& source, const Value& destination, std::uint32_t version,
                                         std::uint32_t priority) {
     if (world_->state->configuration().repository.location.empty())

@@ -30,6 +30,12 @@ std::uint32_t narrowed(std::uint64_t count) {
         std::min<std::uint64_t>(count, std::numeric_limits<std::uint32_t>::max()));
 }
 
+std::string reasonOfIncomplete(bool isSilent, int error) {
+    if (isSilent)
+        return "its file system does not respond";
+    return error == 0 ? formatText("it has more than %llu entries", mostChildren) : errorText(error);
+}
+
 } // namespace
 
 // A request, whose whole answer uses the same rules and volumes.
@@ -80,7 +86,8 @@ public:
         if (!folder.isMissing && !folder.isSilent)
             listing = fileSystem_.list(folder.path, mostChildren);
         if (!listing.isComplete)
-            KelvaneCLog("The listing of %@ is incomplete: %@", folder.path, errorText(listing.error));
+            KelvaneCLog("The listing of %@ is incomplete: %@", folder.path,
+                        reasonOfIncomplete(folder.isSilent, listing.error));
         std::set<std::string> names(listing.names.begin(), listing.names.end());
         if (const BackupIndex::Item* const saved = index_->find(folder.path))
             for (const BackupIndex::Item& item : index_->children(*saved))
@@ -147,7 +154,7 @@ private:
         const auto mount = mountOf(path);
         if (mount == selection_.mounts().end() || !isRemote(mount->second))
             return {};
-        const auto [known, isNew] = answers_.try_emplace(mount->first, false);
+        const auto [known, isNew] = isResponding_.try_emplace(mount->first, false);
         if (isNew)
             known->second = isAnswering(mount->first);
         return known->second ? std::string() : mount->first;
@@ -166,7 +173,7 @@ private:
         const BackupIndex::Item* const item = index_->find(file.path);
         BackupStanding standing;
         standing.isMissing = file.isMissing;
-        standing.isWaiting = !item;
+        standing.isPending = !item;
         if (item && item->snapshot != 0) {
             standing.date = dateOf(*item);
             standing.version = item->version;
@@ -176,16 +183,17 @@ private:
         standing.isKept = item && index_->hasContent(*item);
         standing.isDamaged = item && index_->isDamaged(*item);
         if (file.attributes.kind != Kind::Directory) {
-            standing.isWaiting = !item || !isUnchanged(*item, file.attributes) || standing.isDamaged ||
+            standing.isPending = !item || !isUnchanged(*item, file.attributes) || standing.isDamaged ||
                                  isLeftOut(*index_, file.path) ||
                                  (item->kind == ItemKind::Link && isTargetLost(file.path));
         } else if (const auto counts = tree_.countsAt(file.path)) {
-            standing.isWaiting = !item || counts->isWaiting();
-            standing.isMixed = counts->isWaiting() && counts->files.count > counts->waiting.count;
+            standing.isPending = !item || counts->isPending();
+            standing.isMixed = counts->isPending() && counts->files.count > counts->pending.count;
         }
         return standing;
     }
-    // Returns the date of the last snapshot in which the folder was complete.
+    // Returns the date at which a file was backed up, or of the last snapshot in which a folder was complete:
+    // a folder is as recent as its contents.
     [[nodiscard]] Date dateOf(const BackupIndex::Item& item) const {
         const Snapshot* const snapshot =
             item.kind == ItemKind::Folder ? index_->snapshot(item.snapshot) : nullptr;
@@ -216,7 +224,7 @@ private:
     const MountedSelection selection_;
     const DaemonState::Index index_;
     PathResolver resolver_;
-    std::map<std::string, bool> answers_; // By mount point.
+    std::map<std::string, bool> isResponding_; // By mount point.
     std::map<std::string, MountPoints::const_iterator, std::less<>> mountsOfFolders_;
 };
 

@@ -10,13 +10,14 @@
 
 namespace kelvane {
 
-// What panes ask about single files: the dictionaries of nodes, and what only needs a part of those. All of
-// it is read from the disk at that moment and judged by the rules and the index of that moment. What has gone
-// from the disk but is in the backup is there all the same, marked as missing.
+// Answers the requests of panes about single files: the dictionaries of nodes, and values that need only a
+// part of those. Everything is read from the disk at the time of the request, and evaluated with the rules
+// and the index of that time. A file that is missing on the disk but is in the backup is included, marked as
+// missing.
 //
-// Any thread; blocks on the disk, without a lock, until `stop`. Paths come as PathResolver takes them; a node
-// has the path that it was asked for by. What is neither on the disk nor in the
-// backup, or cannot be reached, has no answer.
+// Any thread; blocks on the disk, without a lock, until `stop`. Paths are resolved by PathResolver; a node
+// has the path by which it was requested. A path that is neither on the disk nor in the backup, or cannot be
+// reached, has no answer.
 class NodeAnswers {
 public:
     // `tree` contains the results of the scan.

@@ -55,7 +55,7 @@ std::int32_t colorOf(bool isIn, bool isPartial, const BackupStanding& standing) 
         return standing.isKept ? Backup_Color_Blue : Backup_Color_None;
     if (!isIn || standing.isMixed)
         return Backup_Color_Gray;
-    if (standing.isWaiting)
+    if (standing.isPending)
         return Backup_Color_Yellow;
     return isPartial ? Backup_Color_Gray : Backup_Color_Green;
 }
@@ -91,7 +91,7 @@ std::string stateText(const ReasonRow& row, std::string_view path, const Verdict
     if (standing.isMissing && standing.isKept)
         return "Gone from the disk, kept in the backup";
     if (verdict.isIn())
-        return std::string(standing.isWaiting ? row.text : "Backed up");
+        return std::string(standing.isPending ? row.text : "Backed up");
     std::string text(row.text);
     if (!verdict.rule.empty() && verdict.rule != path)
         text += ": " + verdict.rule;
@@ -103,14 +103,14 @@ std::string stateText(const ReasonRow& row, std::string_view path, const Verdict
 NodeStatus statusOf(std::string_view path, Kind kind, const Verdict& verdict, bool isPartial,
                     const BackupStanding& standing) {
     const ReasonRow& row = rowOf(verdict.reason);
-    NodeStatus look;
-    look.backupFlags = flagsOf(row, path, kind, verdict, isPartial, standing);
-    look.simpleFlags = (verdict.isIn() ? Backup_Simple_Checked : 0) |
-                       (row.canBeToggled ? Backup_Simple_Enabled : 0) |
-                       (isPartial ? Backup_Simple_Grayed : 0);
-    look.color = colorOf(verdict.isIn(), isPartial, standing);
-    look.state = stateText(row, path, verdict, standing);
-    return look;
+    NodeStatus status;
+    status.backupFlags = flagsOf(row, path, kind, verdict, isPartial, standing);
+    status.simpleFlags = (verdict.isIn() ? Backup_Simple_Checked : 0) |
+                         (row.canBeToggled ? Backup_Simple_Enabled : 0) |
+                         (isPartial ? Backup_Simple_Grayed : 0);
+    status.color = colorOf(verdict.isIn(), isPartial, standing);
+    status.state = stateText(row, path, verdict, standing);
+    return status;
 }
 
 } // namespace kelvane

@@ -14,7 +14,7 @@ namespace kelvane {
 struct BackupStanding {
     std::optional<Date> date;  // The date of the last backup; none when it was never backed up.
     std::uint32_t version = 0; // The version of the last backup.
-    bool isWaiting = false;    // It is new or changed, or the folder has pending contents.
+    bool isPending = false;    // It is new or changed, or the folder has pending contents.
     bool isMixed = false;      // The folder has both pending and saved contents.
     bool isKept = false;       // The backup has a version with contents, whatever the current rules.
     bool isMissing = false;    // Missing on the disk.
@@ -26,7 +26,7 @@ struct NodeStatus {
     std::uint32_t backupFlags = 0;
     std::uint32_t simpleFlags = 0;
     std::int32_t color = 0;
-    std::string state; // The reason for the user.
+    std::string state; // The status and its reason as a text for the user.
 };
 
 // `isPartial`: a rule of the user decides differently for something in the folder.

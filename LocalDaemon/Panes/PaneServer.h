@@ -11,12 +11,11 @@
 
 namespace kelvane {
 
-// Serves any number of panes at a socket, each by a session of its own.
+// Serves any number of panes on a socket, with a session for each.
 //
-// `listen` and `stop` belong to the main thread, which also clears away the sessions that have ended; the
-// rest comes from the socket's threads. After `stop` no thread of a
-// session is left, and no pane is told anything any more; a request that is already running may still run to
-// its end.
+// `listen` and `stop` belong to the main thread, which also joins the sessions that have ended; the rest is
+// called on the socket's threads. After `stop` no thread of a session is left, and no pane is notified any
+// more; a request that is already running may still run to its end.
 class PaneServer : public SocketDelegate, public std::enable_shared_from_this<PaneServer> {
 public:
     // Creates the target of a pane's calls, one for each pane.

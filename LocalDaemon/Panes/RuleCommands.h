@@ -24,7 +24,7 @@ public:
     [[nodiscard]] std::uint32_t exclude(const Value& path) const;
     [[nodiscard]] std::uint32_t unexclude(const Value& path) const;
     // Marks all paths or, with a log message, none. The errors are as above, but volumes may be added,
-    // and missing files may be removed.
+    // and missing files may be marked as removed.
     void mark(const Array& paths, PathRules::Mark mark) const;
 
 private:

@@ -57,7 +57,7 @@ std::vector<std::string> mountPointsIn(std::string_view fstab) {
     return points;
 }
 
-// Returns the highest folder first.
+// Returns the topmost folder first.
 std::vector<std::string> diskFoldersAbove(const std::string& folder) {
     std::vector<std::string> found;
     for (const auto& [path, least, most] : diskFolders) {

@@ -6,10 +6,10 @@
 
 namespace kelvane {
 
-// Returns the mount point at or above the folder that belongs to a disk and has nothing mounted: files
-// written there would be hidden once the disk is mounted. Returns an empty string when there is no such
-// mount point. A disk's mount points are those listed in `fstab` and the folders below /media,
-// /run/media and /mnt.
+// Returns the mount point, at or above the folder, of a disk that is not mounted: files written there
+// would be hidden once the disk is mounted. Returns an empty string when there is none. The mount points
+// of disks are those that `fstab` lists and, where nothing is mounted at or above the folder, the folders
+// below /media, /run/media and /mnt.
 [[nodiscard]] std::string awayMountPointOf(const std::string& folder, std::string_view fstab,
                                            const std::function<bool(const std::string&)>& isMountPoint);
 

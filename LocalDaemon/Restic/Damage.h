@@ -12,8 +12,9 @@ namespace kelvane {
 // The parts of the backup that the last verification found to be unrestorable. A value; any thread may
 // read one.
 struct Damage {
-    bool isEverything = false; // The repository cannot be checked, so everything counts as damaged.
-    // Ids, or prefixes of ids, of the snapshots that cannot be read at all.
+    bool isEverything = false; // It is unknown what is damaged, so everything counts as damaged.
+    // Ids, or prefixes of ids, of snapshots that count as damaged as a whole, because they or one of their
+    // folders cannot be read.
     std::set<std::string> snapshots;
     // Damaged files, and folders with everything below them, by snapshot id. As in restic's JSON, U+FFFD
     // replaces each byte of a path that is not UTF-8.

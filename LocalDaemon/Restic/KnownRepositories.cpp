@@ -24,7 +24,7 @@ std::string checksumText(const std::string& location) {
     return formatText("%016llx", checksumOf(location));
 }
 
-// Returns the checksums of the locations, which begin the lines. Returns nothing when the file is
+// Returns the checksums of the locations, with which the lines begin. Returns no value when the file is
 // damaged.
 std::optional<std::set<std::string, std::less<>>> placesIn(std::string_view text) {
     std::set<std::string, std::less<>> places;
@@ -70,7 +70,7 @@ void KnownRepositories::note(const std::string& location, const std::string& rep
     if (failure.empty())
         failure = replacePrivateFile(path_, text).reason;
     if (!failure.empty())
-        logError("The repository of this key cannot be recorded: %@", failure);
+        logError("Cannot record which repository this key opens: %@", failure);
 }
 
 } // namespace kelvane

@@ -56,7 +56,7 @@ std::string descriptionOf(const RepositoryLock& lock) {
                       since.data());
 }
 
-// Reports an incomplete answer as a failure. Taken for an empty answer, it would discard the index.
+// Reports an incomplete answer as a failure: taken for an empty one, it would empty the index.
 ResticOutcome checked(ResticOutcome outcome, bool isAnswer) {
     if (!outcome.succeeded() || (isAnswer && !outcome.hasLostLine))
         return outcome;
@@ -317,21 +317,21 @@ Repository::Locks Repository::clearStaleLocks(const StopSignal& stop,
     return {remove(stale, others, areAllKnown, stop), holders};
 }
 
-// In a local folder, removes exactly these locks. Elsewhere only restic can remove locks, and by its own
-// rules: it is not called while it would also remove a lock that must stay.
+// In a local folder, removes exactly these locks. Elsewhere only restic can remove locks, and it selects
+// them by its own rules: it is not called while it might also remove a lock that must stay.
 ResticOutcome Repository::remove(const std::vector<RepositoryLock>& locks,
                                  const std::vector<RepositoryLock>& others, bool areAllKnown,
                                  const StopSignal& stop) const {
     if (locks.empty())
         return {};
     for (const RepositoryLock& each : locks)
-        logNotice("Removing the lock of PID %d on host %@, which has ended.", each.pid, each.hostName);
+        logNotice("Removing the stale lock of PID %d on host %@.", each.pid, each.hostName);
     const std::string folder = localFolderOf(restic_->place().location);
     if (folder.empty() && areAllKnown && std::ranges::none_of(others, resticWouldRemove))
         return print(*restic_, {"unlock"}, stop).outcome;
     if (folder.empty())
         return {.trouble = ResticTrouble::Locked,
-                .errors = "restic would also remove a lock that is in use."};
+                .errors = "`restic unlock` might also remove a lock that is in use."};
     for (const RepositoryLock& each : locks)
         if (::unlink((folder + "/locks/" + each.id).c_str()) != 0 && errno != ENOENT)
             return {.trouble = ResticTrouble::Failed,

@@ -32,7 +32,7 @@ public:
     // Whether `open` creates a repository when there is none.
     enum class Making {
         Never,
-        UnlessDiskIsAway, // Not on an empty mount point, which belongs to another repository.
+        UnlessDiskIsAway, // Not where a disk is not mounted, since that disk may have the repository.
         Always
     };
     // Blocks while the remote file system of the repository does not respond, because a restic started
@@ -52,7 +52,7 @@ public:
 
     struct Contents {
         ResticOutcome outcome;
-        Snapshot snapshot; // `isPartial` is not set.
+        Snapshot snapshot; // `isPartial` is false, whatever the snapshot's tags.
         // Each folder comes before its contents. Only files, folders and links are included.
         std::vector<SnapshotItem> items;
     };
@@ -71,11 +71,11 @@ public:
 
     struct Locks {
         ResticOutcome outcome;
-        // The holders of the remaining locks, one per line, for the user. Empty when no lock remains.
+        // Who holds the locks that are in use, one per line, for the user. Empty when none is in use.
         std::string holders;
     };
-    // Removes the locks of this daemon's own dead processes, and locks that were not renewed for half an
-    // hour since this process first saw them.
+    // Removes the locks of dead processes that this daemon or an earlier one started, and locks that were
+    // not renewed for half an hour since this process first saw them.
     [[nodiscard]] Locks
     clearStaleLocks(const StopSignal& stop,
                     std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now()) const;

@@ -12,9 +12,9 @@ namespace {
 
 // Allows for a slow connection and a large part.
 constexpr std::chrono::hours timeToRead{12};
-// restic retries for 44 s to read a missing file.
+// Longer than the 44 s for which restic retries to read a missing file.
 constexpr std::chrono::minutes stallTimeoutInRetries{2};
-// Per call, since each call walks all folders of all snapshots.
+// Packs or blobs per search, which walks all folders of all snapshots.
 constexpr std::size_t mostLocated = 2000;
 constexpr unsigned mostRounds = 20; // Rounds of searches.
 constexpr std::size_t longestFound = std::size_t{1} << 26U;

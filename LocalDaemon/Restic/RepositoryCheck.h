@@ -11,8 +11,9 @@ namespace kelvane {
 
 // The findings of `restic check`.
 struct CheckReport {
-    ResticOutcome outcome; // When it did not succeed, the state of the repository is unknown.
-    std::set<std::string> missingPacks;
+    // When it did not succeed, the state of the repository is unknown.
+    ResticOutcome outcome;
+    std::set<std::string> missingPacks; // Missing files, and files of the wrong size.
     std::set<std::string> damagedPacks; // Existing files with wrong contents.
     std::set<std::string> unknownPacks; // Existing files that no index lists.
     std::set<std::string> missingBlobs; // Blobs in no pack that the index lists.
@@ -21,11 +22,11 @@ struct CheckReport {
     bool hasErrors = false;
 };
 
-// Adds the finding in one line that restic printed.
+// Adds the finding, if any, of one line that restic printed.
 void takeCheckLine(CheckReport& report, std::string_view line);
 
-// Checks whether a repository can return its contents, and prepares it for storing damaged data again.
-// Any thread; blocks on restic.
+// Checks whether everything in a repository can be restored, and prepares the repository for storing
+// damaged data again. Any thread; blocks on restic. The repository must outlive the object.
 class RepositoryCheck {
 public:
     explicit RepositoryCheck(const Repository& repository) : repository_(repository) {}
@@ -37,7 +38,7 @@ public:
     // Checks that every pack exists in its full size, and that every file of every snapshot has its
     // blobs.
     [[nodiscard]] CheckReport structure(Source source, const StopSignal& stop) const;
-    // Checks the structure and reads the packs of one of `parts` parts; at most 256 parts.
+    // Checks the structure and reads the packs of part `part`, counted from 1, of `parts`, at most 256.
     [[nodiscard]] CheckReport contents(unsigned part, unsigned parts, const StopSignal& stop) const;
 
     struct Located {

@@ -37,8 +37,9 @@ ResticOutcome initialize(const Restic& restic, const StopSignal& stop) {
     return restic.run(call, stop);
 }
 
-// A folder with an unused name that is removed with its contents unless it is renamed. A note in the
-// cache folder names it, so that the next one that is made removes a folder left by a killed daemon.
+// A folder with a random name, which the destructor removes with its contents unless it was renamed. A
+// note in the cache folder contains its path, so that the next constructor removes a folder that a killed
+// daemon has left.
 class UnfinishedFolder {
 public:
     UnfinishedFolder(const RepositoryPlace& place, const std::string& beginning)
@@ -51,8 +52,8 @@ public:
             fs::remove_all(left, error);
         std::random_device random;
         path_ = formatText("%@%08x%08x", start, random(), random());
-        if (!replacePrivateFile(note_, path_).succeeded())
-            logWarning("Cannot write %@; if the daemon is killed now, %@ is left behind.", note_, path_);
+        if (const FileOutcome noted = replacePrivateFile(note_, path_); !noted.succeeded())
+            logWarning("If the daemon is killed now, %@ is left behind: %@", path_, noted.reason);
         if (::mkdir(path_.c_str(), S_IRWXU) != 0)
             failure_ = std::error_code(errno, std::generic_category());
     }
@@ -74,11 +75,11 @@ private:
     std::error_code failure_;
 };
 
-// Creates the repository beside the folder, which does not exist yet, and renames it.
+// Creates the repository in a new folder beside `folder`, which does not exist yet, and renames that.
 ResticOutcome makeBeside(RepositoryPlace place, const std::string& folder, const StopSignal& stop) {
     std::error_code error;
     if (const std::string around(folderOf(folder)); !ensureFolder(around))
-        return {.trouble = ResticTrouble::Failed, .errors = "cannot make the folder " + around};
+        return {.trouble = ResticTrouble::Failed, .errors = "Cannot create the folder " + around};
     const UnfinishedFolder made(place, folder);
     if (made.failure())
         return failed(made.path(), made.failure());
@@ -89,8 +90,8 @@ ResticOutcome makeBeside(RepositoryPlace place, const std::string& folder, const
     return error ? failed(made.path(), error) : outcome;
 }
 
-// Creates the repository in an existing folder, which may be a mount point or have a parent that is not
-// writable.
+// Creates the repository inside an existing folder, since that may be a mount point or have a parent that
+// is not writable, and then moves the files up, the one that restic looks for last.
 ResticOutcome makeInside(RepositoryPlace place, const std::string& folder, const StopSignal& stop) {
     const UnfinishedFolder made(place, folder + '/');
     if (made.failure())

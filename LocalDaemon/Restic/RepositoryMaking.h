@@ -11,9 +11,9 @@ namespace kelvane {
 // folder. Blocks on the disk.
 [[nodiscard]] bool isOccupied(const std::string& folder);
 
-// Creates the repository. restic writes the key first, so that nobody can open a repository whose
-// creation was interrupted; in a local folder the repository appears complete or not at all. Nothing is
-// ever created in an occupied folder (ResticTrouble::Occupied).
+// Creates the repository. restic writes the key before the file that only this key decrypts, so nobody can
+// open a repository whose creation was interrupted. In a local folder the repository therefore appears
+// complete or not at all. Nothing is ever created in an occupied folder (ResticTrouble::Occupied).
 [[nodiscard]] ResticOutcome makeRepository(const Restic& restic, const StopSignal& stop);
 
 } // namespace kelvane

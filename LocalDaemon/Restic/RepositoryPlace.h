@@ -18,7 +18,8 @@ struct RepositoryPlace {
 // Returns the location without the scheme "local:", which restic allows before a folder.
 [[nodiscard]] std::string withoutScheme(const std::string& location);
 
-// Returns the folder of a local repository, empty for any other.
+// Returns the folder of a local repository, empty for any other. Links in the path are resolved, unless it
+// is on a remote file system that does not respond.
 [[nodiscard]] std::string localFolderOf(const std::string& location);
 
 // Returns the text without user names and passwords that the location contains.

@@ -56,7 +56,7 @@ constexpr KnownText knownTexts[] = {
     {"Is there a repository at the following location?", ResticTrouble::NoRepository},
 };
 
-// The second when restic does not retry.
+// The first occurs in messages about retries, the second in an error that restic does not retry.
 constexpr std::string_view lockMarks[] = {"Save(<lock/", "/locks/"};
 constexpr std::string_view refusals[] = {"permission denied",
                                          "Permission denied",
@@ -234,9 +234,9 @@ ResticOutcome Restic::run(const Call& call, const StopSignal& stop) const {
 }
 
 // A damaged file in the cache, or a folder in its place, has the same effects as damage in the
-// repository: restic fails, or continues without a snapshot that it cannot load. The call may be
-// repeated only if the caller accepts output twice or has received none; `check` uses a cache of its
-// own.
+// repository: restic fails, or continues without a snapshot that it cannot load. A repeated call prints its
+// lines once more, so it may be repeated only if the caller discards the first ones or has received none,
+// or for `restore` and `backup`, whose callers accept lines twice. `check` uses a cache of its own.
 bool Restic::mayBeCacheDamage(const Call& call, const ChildOutcome& child, ResticTrouble trouble,
                               bool hasAnswered) const {
     const std::string& command = call.arguments.front();

@@ -18,8 +18,8 @@ enum class ResticTrouble {
     NoRepository,  // There is no repository at the location, or the location does not exist.
     DiskAway,      // There is no repository, and the disk that belongs there is not mounted.
     Occupied,      // The folder contains files that are no complete repository.
-    Unreachable,   // The server does not respond.
-    NoNetwork,     // The network is down.
+    Unreachable,   // The server or the disk does not respond.
+    NoNetwork,     // The network is down, or the server's name cannot be resolved.
     WrongPassword, // The password is wrong, or its file cannot be read.
     Locked,        // Another process has locked the repository.
     Failed,        // Any other error.
@@ -51,14 +51,15 @@ public:
         std::function<bool(std::string_view)> onLine = [](std::string_view) { return true; };
         std::function<void(std::string_view)> onErrorLine = [](std::string_view) {};
         // Discards everything passed to `onLine` so far, since the call is repeated. Without this
-        // function a call is repeated only if it has printed nothing.
+        // function a call is repeated only if it has printed nothing, or is `backup` or `restore`.
         std::function<void()> onRepeat = {};
         bool hasBinaryOutput = false;                    // Output is passed to `onLine` as it arrives.
         std::size_t longestLine = std::size_t{1} << 20U; // In bytes; a longer line is dropped.
         // Stops a call that makes no progress for this long. restic itself retries an unreachable
         // location for a quarter of an hour.
         std::chrono::milliseconds stallTimeout = std::chrono::minutes(2);
-        // Stops a call that makes no progress for this long after restic has reported its first retry.
+        // The same, counted from the first retry that restic reports since the last progress; the earlier
+        // of the two applies. Not used with `takesLockIfPossible`.
         std::chrono::milliseconds stallTimeoutInRetries = std::chrono::minutes(2);
         std::chrono::milliseconds grace = std::chrono::seconds(10); // The time to exit after it was stopped.
         // Called on the calling thread while restic runs, each time after this interval. Returns false
@@ -68,7 +69,7 @@ public:
         bool hasLowerPriority = false;
         // The lock protects against others that remove data. Where no lock can be made, on a full or
         // read-only disk, the call runs without one: data is rarely removed there, and a restore that
-        // misses data reports it.
+        // misses data fails and reports it.
         bool takesLockIfPossible = false;
         // As in ChildCommand. restic sets extended attributes after the mode, and does not report those
         // that a read-only mode prevented.

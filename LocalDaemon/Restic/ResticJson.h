@@ -14,7 +14,7 @@ namespace kelvane {
 // Parses a time such as "2025-01-02T03:04:05.678901234+01:00".
 [[nodiscard]] std::optional<FileTime> timeFrom(std::string_view text);
 
-// Returns an entry of an object.
+// Returns a text of an object, empty when there is none with this key.
 [[nodiscard]] std::string textEntry(std::string_view json, const char* key);
 
 // Tags a complete snapshot during which an item disappeared that may have been moved to a folder that
@@ -26,7 +26,7 @@ inline constexpr std::string_view sequenceTagStart = "sequence-";
 // No computer makes more snapshots than this, so a higher number comes from another program and is
 // ignored. Snapshots after the highest number share it and are ordered by parent and time.
 inline constexpr std::uint64_t highestSequence = std::uint64_t{1} << 40U;
-// Adding a tag changes the id of a snapshot, so the ids need not be equal.
+// Returns whether both are the same snapshot. The ids may differ, since adding a tag changes them.
 [[nodiscard]] inline bool isSame(const Snapshot& known, const Snapshot& listed) {
     const bool isNumbered = known.sequence != 0 && known.sequence < highestSequence;
     return known.id == listed.id || (isNumbered && known.sequence == listed.sequence);

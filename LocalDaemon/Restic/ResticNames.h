@@ -17,8 +17,9 @@ namespace kelvane {
 // Returns whether the name may have lost bytes in JSON.
 [[nodiscard]] bool mayHaveLostBytes(std::string_view nameInJson);
 
-// Returns what exists on the disk at a path of restic's JSON: several paths when their names look alike
-// in JSON, none when it was deleted. Blocks on the disk.
+// Returns the paths on the disk that look like this one in restic's JSON: several when their names look
+// alike, none when no such item exists. A path that has lost no bytes is returned unchecked. Blocks on the
+// disk.
 [[nodiscard]] std::vector<std::string> pathsOnDisk(const std::string& pathInJson);
 
 // Corrects the paths of a JSON listing line by line from the plain listing of the same snapshot. Both

@@ -21,7 +21,7 @@ namespace {
 
 constexpr std::size_t largestFile = std::size_t{1} << 20U;
 constexpr std::size_t mostKept = 200;     // Processes kept in the file.
-constexpr std::size_t mostSeen = 1000;    // Locks of others.
+constexpr std::size_t mostSeen = 1000;    // Locks of other programs that are remembered.
 constexpr std::int64_t roundingError = 2; // In seconds, since times are kept in whole seconds.
 // restic renews its lock every five minutes, and considers a lock abandoned after thirty.
 constexpr std::chrono::minutes longestUnrenewed{30};

@@ -23,7 +23,7 @@ struct Snapshot {
     std::string id;        // 64 hexadecimal digits
     std::int64_t time = 0; // seconds since 1970
     // The snapshot does not contain everything that is selected: it was made of some paths only, or a
-    // disk was away, or saved files could not be read. What it lacks does not count as deleted.
+    // disk was not mounted, or saved files could not be read. What it lacks does not count as deleted.
     bool isPartial = false;
     // Increases with each snapshot that this computer makes; 0 for a snapshot of an older version
     // without numbers.

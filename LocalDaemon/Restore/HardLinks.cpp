@@ -33,9 +33,8 @@ std::string HardLinks::compare(const Names& names) {
         if (!node)
             return "cannot verify that its contents are its own: " + trouble.reason;
         if (contents && *contents != node->contents)
-            return "it had the inode number of another file in the same backup, whose contents may have "
-                   "come; "
-                   "restore it separately";
+            return "it may have the contents of another file, which had its inode number during the same "
+                   "backup; restore it separately";
         contents = node->contents;
     }
     return {};

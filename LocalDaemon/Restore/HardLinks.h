@@ -29,7 +29,7 @@ private:
 
     const BackupIndex& index_;
     SavedNodes& nodes_;
-    std::map<ino_t, Names> names_; // The names of files with several links.
+    std::map<ino_t, Names> names_; // By inode number; only files with several links.
     std::map<ino_t, std::string> faults_;
 };
 

@@ -11,7 +11,9 @@ namespace kelvane {
 namespace {
 
 constexpr std::chrono::seconds quietAfter(30);
-constexpr int pausePerLook = 4; // A poll over very many files takes a while, and must not take all the time.
+// The pause after a poll, in durations of that poll: with very many files, polling must not take all the
+// time.
+constexpr int pausePerLook = 4;
 
 } // namespace
 
@@ -30,10 +32,10 @@ Arrival arrivalIn(const std::string& stagingFolder, const BackupIndex& index) {
         arrival.bytes += static_cast<std::uint64_t>(status.st_size);
         const FileTime changed(status.st_ctim);
         arrival.lastChange = std::max(arrival.lastChange, changed);
-        // After the number of the snapshot.
+        // The path in the backup begins after the number of the snapshot.
         const std::size_t own = path.find('/', stagingFolder.size() + 1);
         if (own == std::string::npos)
-            continue; // The file belongs to another process.
+            continue; // Not in the folder of a snapshot, so restic has not restored it.
         const BackupIndex::Item* const item = index.find(std::string_view(path).substr(own));
         if (!item ||
             (item->kind == ItemKind::File && static_cast<std::uint64_t>(status.st_size) < item->size))

@@ -8,8 +8,8 @@
 
 namespace kelvane {
 
-// The files that restic has restored so far, which restic does not report itself. A file has its full
-// size from the start when the disk can allocate the space at once.
+// The files that restic has restored so far, which restic does not report itself. A file counts before its
+// contents have arrived if its space could be allocated at once, which gives it its full size.
 struct Arrival {
     std::uint64_t files = 0; // Files of full size.
     std::uint64_t bytes = 0;
@@ -27,15 +27,15 @@ public:
     struct Options {
         std::string stagingFolder;
         const BackupIndex& index;
-        std::function<void(const Arrival&)> onArrival; // Called when more files have arrived.
-        // Called when nothing has arrived for a while, and when files arrive again.
+        std::function<void(const Arrival&)> onArrival; // Called when more data has arrived.
+        // Called with true when nothing has arrived for half a minute, with false when data arrives again.
         std::function<void(bool isQuiet)> onQuiet = [](bool) {};
         std::chrono::milliseconds stallTimeout = std::chrono::minutes(5);
     };
     explicit ArrivalWatch(Options options);
 
-    // Must be called at each tick of the call. Reports what has arrived since the last tick; returns
-    // false when nothing has arrived for the stall timeout.
+    // Must be called at each tick of the call. Calls `onArrival` if more has arrived. Returns false when
+    // nothing has arrived for longer than `stallTimeout`.
     [[nodiscard]] bool look();
     static constexpr std::chrono::milliseconds interval{500};
 

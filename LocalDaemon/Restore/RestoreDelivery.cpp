@@ -19,12 +19,13 @@ namespace kelvane {
 namespace {
 
 constexpr mode_t ownersFolder = 0700;    // The mode of a new parent folder without saved metadata.
-constexpr const char* newFolder = "new"; // A name beside the folders of the snapshots.
+constexpr const char* newFolder = "new"; // In the staging folder, where snapshots have numbers as names.
 constexpr std::uint64_t smallestWithHoles = std::uint64_t{64} << 10U;
 constexpr const char* missing = "restic did not restore it";
 
 std::string reasonText() {
-    return errno == EXDEV ? "its folder is on a different disk; restore it separately" : errorText();
+    return errno == EXDEV ? "its folder is not on the disk of the other items; restore it separately"
+                          : errorText();
 }
 
 SavedAccess accessOf(const BackupIndex::Item& item, const std::string& lostRules) {
@@ -33,17 +34,16 @@ SavedAccess accessOf(const BackupIndex::Item& item, const std::string& lostRules
             .mode = lostRules.empty() ? item.mode : item.mode & mode_t{S_IRWXU}};
 }
 
-// Moves without replacing an existing file.
+// Moves a folder without replacing anything that exists.
 bool moveNew(int from, const char* name, int to, const std::string& newName) {
     if (::renameat2(from, name, to, newName.c_str(), RENAME_NOREPLACE) == 0)
         return true;
-    // An old file system without RENAME_NOREPLACE.
+    // The file system does not support RENAME_NOREPLACE; at most an empty folder is replaced.
     return errno == EINVAL && ::renameat(from, name, to, newName.c_str()) == 0;
 }
 
-// Returns the path in the backup of a parent folder of the target; empty when the target is not the
-// file's original location. The access to a folder of the same name elsewhere says nothing about this
-// one.
+// Returns the path in the backup of `folder`, a parent folder of the target. Returns empty when the target is
+// not the original location: the saved access to a folder of the same name means nothing elsewhere.
 std::string savedFolder(const std::string& path, const std::string& target, const std::string& folder) {
     if (target != path && target != targetWithoutLinks(path))
         return {};
@@ -76,7 +76,7 @@ RestoreDelivery::RestoreDelivery(const BackupIndex& index, const StagingFolder& 
     }
 }
 
-bool RestoreDelivery::isOthersPlace(const Place& place) const {
+bool RestoreDelivery::isPlaceOfOthers(const Place& place) const {
     return !staging_.tellsNamesApart() &&
            ::faccessat(place.around, place.name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0 &&
            !hasEntry(place.around, place.name);
@@ -104,8 +104,8 @@ void RestoreDelivery::deliver(const RestorePiece& piece) {
 }
 
 void RestoreDelivery::deliver(const Place& place, bool isFolderAlone) {
-    if (clashing_.contains(place.path) || isOthersPlace(place))
-        return fail(place.path, "another file has the same name on this disk");
+    if (clashing_.contains(place.path) || isPlaceOfOthers(place))
+        return fail(place.path, "another file has the same name on this disk, which ignores case or accents");
     if (place.item.kind == ItemKind::Folder)
         deliverFolder(place, isFolderAlone);
     else
@@ -128,7 +128,7 @@ FileDescriptor RestoreDelivery::folderAround(const RestorePiece& piece, const st
         if (!next && errno == ENOENT)
             next = madeParent(piece, path, folder.get(), target);
         if (!next)
-            reason = errno == ENOTDIR ? "there is a file instead of a folder at " + target
+            reason = errno == ENOTDIR ? "there is a file or link instead of a folder at " + target
                                       : target + ": " + reasonText();
         folder = std::move(next);
     }
@@ -150,8 +150,8 @@ FileDescriptor RestoreDelivery::madeParent(const RestorePiece& piece, const std:
     return makeFolder(around, name, nullptr, reason);
 }
 
-// Creates a folder with its saved metadata before anybody can see it, so that it inherits nothing from
-// its parent.
+// Creates a folder in the staging folder and moves it to its target with its metadata: nobody else sees it
+// without, and it inherits nothing from its parent. An existing folder is opened.
 FileDescriptor RestoreDelivery::makeFolder(int around, const std::string& name,
                                            const FolderMetadata* metadata, std::string& reason) {
     if (::mkdirat(staging_.descriptor(), newFolder, ownersFolder) != 0 && errno != EEXIST)
@@ -162,7 +162,7 @@ FileDescriptor RestoreDelivery::makeFolder(int around, const std::string& name,
     if (folder && moveNew(staging_.descriptor(), newFolder, around, name))
         return folder;
     const int error = errno;
-    ::unlinkat(staging_.descriptor(), newFolder, AT_REMOVEDIR); // The next folder has different metadata.
+    ::unlinkat(staging_.descriptor(), newFolder, AT_REMOVEDIR); // Its metadata is wrong for the next one.
     errno = error;
     return error == EEXIST ? openFolderIn(around, name) : FileDescriptor();
 }
@@ -176,7 +176,7 @@ void RestoreDelivery::deliverFile(const Place& place) {
         reason = prepare(place, accessOf(place.item, lost));
     struct stat there {};
     if (reason.empty() && replacesTheKey(place))
-        reason = "it would replace the key that the backup is read with; restore it to another place";
+        reason = "it would replace the key of the repository in use; restore it to another place";
     if (!reason.empty())
         return fail(place.path, reason);
     if (::fstatat(place.around, place.name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0 &&
@@ -191,7 +191,7 @@ void RestoreDelivery::deliverFile(const Place& place) {
         fail(place.path, reason.empty() ? lost : reason);
 }
 
-// Without the key in use nothing else could be restored. A link may lead to it.
+// Without the key in use nothing else could be restored. A link may lead to the key.
 bool RestoreDelivery::replacesTheKey(const Place& place) const {
     constexpr std::size_t longestKey = 4096;
     if (!keyPaths_.contains(place.target))
@@ -233,8 +233,8 @@ std::string RestoreDelivery::errorOfOtherNames(const struct stat& status) const 
     return errors_.below.empty() ? std::string() : errors_.below.begin()->second;
 }
 
-// restic stores U+FFFD for bytes that are not UTF-8. If the original link still exists, its target can
-// be compared.
+// restic stores U+FFFD for bytes that are not UTF-8. If the original link still exists as it was saved, its
+// target shows whether that has happened.
 bool RestoreDelivery::isTargetInDoubt(const Place& place, const std::string& staged) {
     const std::string target = linkTarget(place.staged, staged);
     struct stat now {};
@@ -262,7 +262,7 @@ std::string RestoreDelivery::prepare(const Place& place, const SavedAccess& acce
     return place.item.size < smallestWithHoles ? std::string() : digHoles(place.staged, staged);
 }
 
-// If an ACL denies the owner to write, restic may have set it first and then failed to set the other
+// If an ACL denies the owner write access, restic may have set it first, and then failed to set the other
 // attributes without reporting it.
 std::string RestoreDelivery::completeAttributes(const Place& place) const {
     const std::string name = lastPathComponent(place.path);
@@ -284,7 +284,7 @@ std::string RestoreDelivery::completeAttributes(const Place& place) const {
 // attributes that the file system does not support.
 std::string RestoreDelivery::lostAccessRules(std::uint32_t number, const std::string& path) const {
     if (staging_.keepsAccessRules() || !staging_.keepsModes())
-        return {}; // The query takes half a second for each folder.
+        return {}; // No ACL is lost, or modes have no effect. A query takes half a second for each folder.
     const Snapshot* const snapshot = index_.snapshot(number);
     if (!snapshot)
         return {};
@@ -294,7 +294,7 @@ std::string RestoreDelivery::lostAccessRules(std::uint32_t number, const std::st
         return "only its owner has access: cannot determine whether it had an ACL: " + trouble.reason;
     const bool isLost =
         std::ranges::any_of(node->attributes, [](const auto& each) { return isAccessRule(each.first); });
-    return isLost ? "only its owner has access: the disk does not keep its ACL" : "";
+    return isLost ? "only its owner has access: the file system does not keep its ACL" : "";
 }
 
 void RestoreDelivery::deliverFolder(const Place& place, bool isAlone) {
@@ -316,14 +316,15 @@ void RestoreDelivery::deliverFolder(const Place& place, bool isAlone) {
     if (!target && errno == ENOENT)
         target = makeFolder(place.around, place.name, metadata ? &*metadata : nullptr, reason);
     if (!target)
-        return fail(place.path, errno == ENOTDIR ? "there is a file instead of a folder at " + place.target
-                                                 : place.target + ": " + reasonText());
+        return fail(place.path, errno == ENOTDIR
+                                    ? "there is a file or link instead of a folder at " + place.target
+                                    : place.target + ": " + reasonText());
     if (metadata && isElsewhere)
         reason = metadata->narrow(target.get());
     const std::size_t failuresBefore = failures_.size();
     if (const AccessForOwner access(target.get(), place.target, journal_); !isAlone)
         deliverContents(place, staged.get(), target.get());
-    // Files that were not replaced there belong to somebody else.
+    // Files that were not replaced are not from the backup, so their folder keeps its owner and attributes.
     const bool isShared =
         isElsewhere && (shared_.contains(&place.item) || failures_.size() > failuresBefore || stop_.isSet());
     if (metadata && !isShared)
@@ -335,7 +336,7 @@ void RestoreDelivery::deliverFolder(const Place& place, bool isAlone) {
 }
 
 void RestoreDelivery::deliverContents(const Place& folder, int staged, int target) {
-    std::map<std::uint32_t, FileDescriptor> others; // The folders of other snapshots.
+    std::map<std::uint32_t, FileDescriptor> others; // The staged folders of other snapshots.
     const auto contents = lastContents(index_, folder.item);
     if (!staging_.tellsNamesApart()) {
         std::map<std::uint32_t, std::vector<std::string>> names;

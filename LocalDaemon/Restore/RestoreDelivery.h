@@ -21,9 +21,8 @@
 namespace kelvane {
 
 // Moves what restic has restored from a staging folder to its targets, file by file with a rename, and
-// reports what is missing. An existing file is replaced only by a complete file of the right size: a
-// folder never replaces a file, a file or link never replaces a folder, and devices, pipes and sockets
-// are never replaced.
+// reports what is missing. An existing file or link is replaced only by a link or by a complete file of the
+// right size. A folder never replaces a file or link, and nothing replaces a folder, device, pipe or socket.
 //
 // Belongs to one thread; blocks on the disk. Ends early when it is stopped.
 class RestoreDelivery {
@@ -31,7 +30,7 @@ public:
     RestoreDelivery(const BackupIndex& index, const StagingFolder& staging, const FileErrors& errors,
                     RestoreJournal& journal, SavedNodes& nodes, std::string keyFile, const StopSignal& stop);
 
-    // Must be called before delivery with everything to be delivered: finds items that have another
+    // Must be called with all pieces before the first is delivered: finds staged items that may have another
     // item's contents.
     void inspect(const std::vector<RestorePiece>& pieces);
     void deliver(const RestorePiece& piece);
@@ -49,7 +48,7 @@ private:
     struct Place {
         const BackupIndex::Item& item;
         std::string path;   // The path in the backup.
-        std::string target; // The target as shown to the user.
+        std::string target; // For messages and comparisons; the target is reached through `around`.
         int staged;         // The folder that contains the staged item, -1 when it is not staged.
         int around;         // The target's parent folder.
         std::string name;   // The name in that folder.
@@ -65,19 +64,20 @@ private:
     void deliverFile(const Place& place);
     void deliverFolder(const Place& place, bool isAlone);
     void deliverContents(const Place& folder, int staged, int target);
-    // Records which folders at and below the target contain files that are not in the backup, or cannot
-    // be read. Returns whether this folder does.
+    // Records which folders at and below the target cannot be read, or contain files at any depth that are
+    // not in the backup. Returns whether this folder is one of them.
     bool findShared(const BackupIndex::Item& item, int folder);
-    // Returns empty when the item was delivered correctly, otherwise the reason of the failure.
+    // Returns empty when the staged item matches the backup, otherwise why it must not be delivered.
     [[nodiscard]] std::string faultOf(const Place& place);
     void lookForClashes(const std::vector<RestorePiece>& pieces);
     void lookForClashes(int staged, const std::string& folder, const std::vector<std::string>& names);
     // `staged`: the folder in which the item is staged.
     void noteHardLinks(const BackupIndex::Item& item, int staged, bool isFolderAlone);
-    // Returns whether the target is an existing file whose name differs only by case or accents, which
-    // this file system ignores.
-    [[nodiscard]] bool isOthersPlace(const Place& place) const;
-    // Returns restic's error for a staged file with several names, of which restic reports only one.
+    // Returns whether the target's name leads to an existing file whose name differs by case or accents,
+    // which this file system ignores.
+    [[nodiscard]] bool isPlaceOfOthers(const Place& place) const;
+    // Returns restic's error for a staged file with several names, of which restic reports only one; empty
+    // when there is none.
     [[nodiscard]] std::string errorOfOtherNames(const struct stat& status) const;
     [[nodiscard]] static bool isTargetInDoubt(const Place& place, const std::string& staged);
     [[nodiscard]] std::string prepare(const Place& place, const SavedAccess& access) const;
@@ -98,7 +98,8 @@ private:
     HardLinks hardLinks_;
     std::map<ino_t, std::string> errorsOfInodes_; // By inode in the staging folder.
     std::set<std::string> clashing_;              // Paths in the backup whose names clash.
-    // Existing folders other than the original locations, with other files in them.
+    // Folders whose existing target elsewhere has other files in it, or whose contents failed: that target
+    // keeps its owner, attributes and times.
     std::set<const BackupIndex::Item*> shared_;
     std::vector<RestoreFailure> failures_;
     std::vector<MadeFolder> made_;

@@ -24,10 +24,10 @@ constexpr std::uint32_t anyComputer = 0; // Locks and packs have no tag.
 
 constexpr const char* callFolder = "0"; // No snapshot has this number.
 
-// restic ends with this message after it has restored everything that it could.
+// The beginning of restic's last message when it has restored everything that it could.
 constexpr std::string_view doneWithErrors = "Fatal: There were ";
 
-// A file contains a blob that no index lists.
+// restic's message when a file has a blob that no index of the repository lists.
 constexpr std::string_view contentsUnknown = "Unknown blob ";
 
 bool endsWithCountOfErrors(std::string_view line) {
@@ -48,10 +48,10 @@ RestoreTrouble RestoreFetch::fetch(const RestorePlan& plan, const StagingFolder&
         const std::string reason = !last.trouble.isNone() ? last.trouble.reason
                                    : errors.items.empty() ? errors.below.begin()->second
                                                           : errors.items.begin()->second;
-        logWarning("Restore delayed until the repository can be reached: %@", reason);
+        logWarning("Restore delayed until a retry succeeds: %@", reason);
         tools_.onWait(reason);
         const bool isLastWait = std::next(wait) == tools_.waits.end();
-        const bool isToLast = last.isLocked && isSomebodyAtWork() && isLastWait;
+        const bool isToLast = last.isLocked && clearStaleLocks() && isLastWait;
         if (!waitUnlessStopped(*wait, tools_.stop))
             break;
         if (!isToLast)
@@ -62,11 +62,11 @@ RestoreTrouble RestoreFetch::fetch(const RestorePlan& plan, const StagingFolder&
     return last.trouble;
 }
 
-bool RestoreFetch::isSomebodyAtWork() const {
+bool RestoreFetch::clearStaleLocks() const {
     const Repository repository(tools_.restic, anyComputer);
     const ResticOutcome outcome = repository.clearStaleLocks(tools_.stop).outcome;
     if (!outcome.succeeded())
-        logWarning("The repository is still locked: %@", outcome.errors);
+        logWarning("Stale locks cannot be removed: %@", outcome.errors);
     return outcome.succeeded();
 }
 
@@ -119,7 +119,7 @@ RestoreFetch::Try RestoreFetch::fetchFrom(std::uint32_t number, const SnapshotPa
         exclusions = exclusionArguments(*tools_.index, found->second);
         for (const std::string& pathInJson : found->second)
             for (std::string& path : pathsInIndex(*tools_.index, pathInJson))
-                here.items.emplace(std::move(path), "a part of it is missing from the backup's repository");
+                here.items.emplace(std::move(path), "a part of it is missing from the repository");
     }
     const std::string whole = std::to_string(number);
     std::string said;
@@ -161,8 +161,8 @@ RestoreFetch::Try RestoreFetch::callRestic(std::vector<std::string> arguments, c
                                            std::string& errors) const {
     Restic::Call call;
     call.arguments = std::move(arguments);
-    call.stallTimeout = call.stallTimeoutInRetries =
-        forEver; // The arrival watch ends a stalled call instead.
+    // The arrival watch ends a stalled call instead.
+    call.stallTimeout = call.stallTimeoutInRetries = forEver;
     call.grace = grace;
     call.takesLockIfPossible = true;
     call.ignoresReadOnlyModes = true; // The delivery sets the modes.

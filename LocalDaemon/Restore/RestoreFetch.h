@@ -18,8 +18,8 @@ namespace kelvane {
 // Calls restic to restore the contents of a plan into a staging folder, as "<number of the
 // snapshot>/<path>". Belongs to one thread, which it blocks.
 //
-// While the repository cannot be reached, restic is called again, and stale locks are removed. A running
-// operation of another program is waited for without a limit.
+// While the repository cannot be reached, restic is called again after each of `waits`, and stale locks are
+// removed. As long as another program has the repository locked, there is no limit.
 class RestoreFetch {
 public:
     struct Tools {
@@ -42,7 +42,7 @@ private:
     struct Try {
         RestoreTrouble trouble = {}; // None when everything available was restored.
         bool isTransient = false;    // A retry may succeed.
-        bool isLocked = false;       // The holder of the lock may be dead.
+        bool isLocked = false;       // The repository is locked; the lock may be stale.
         bool lacksContents = false;  // restic has restored nothing because a file has missing blobs.
     };
     [[nodiscard]] Try fetchWhatThereIs(const RestorePlan& plan, const StagingFolder& staging,
@@ -51,7 +51,7 @@ private:
                                 FileErrors& errors) const;
     [[nodiscard]] Try fetchFrom(std::uint32_t number, const SnapshotPaths& paths, const Damage& lost,
                                 const StagingFolder& staging, FileErrors& errors) const;
-    // Returns the contents of the snapshots that the repository has lost; none when that cannot be
+    // Returns which files of the snapshots have lost data in the repository; none when that cannot be
     // determined.
     [[nodiscard]] Damage lostContents() const;
     [[nodiscard]] Try callRestic(std::vector<std::string> arguments, const std::string& staging,
@@ -60,8 +60,8 @@ private:
     void addErrorsOf(const std::string& snapshot, const std::string& said, FileErrors& errors) const;
     [[nodiscard]] std::set<std::string> specialFilesIn(const std::string& snapshot,
                                                        const std::string& folder) const;
-    // Returns whether another program uses the repository, after removing stale locks.
-    [[nodiscard]] bool isSomebodyAtWork() const;
+    // Removes stale locks. Returns whether that succeeded: then any lock that remains is in use.
+    [[nodiscard]] bool clearStaleLocks() const;
 
     const Tools tools_;
 };

@@ -11,11 +11,12 @@ namespace {
 
 // restic compares each component of a path with every pattern.
 constexpr std::size_t mostPatterns = 500; // Patterns of one call.
-// A single argument may have 128 KiB, all of them together 2 MiB.
+// Linux allows 128 KiB for a single argument and 2 MiB for all of them.
 constexpr std::size_t mostArgumentBytes = 100'000;
 constexpr std::size_t mostExclusionBytes = 1'000'000;
 
-// Adds the last contents of a folder whose newest version is in a different snapshot than the folder.
+// Adds those of a folder's last contents that are in other snapshots. Contents in the folder's own snapshot
+// are restored with the folder.
 void addOlder(RestorePlan& plan, const BackupIndex& index, const BackupIndex::Item& folder) {
     for (const BackupIndex::Item* const child : lastContents(index, folder)) {
         if (child->snapshot != folder.snapshot && child->snapshot != 0)
@@ -156,7 +157,7 @@ std::vector<std::string> exclusionArguments(const BackupIndex& index,
         std::vector<std::string> patterns = pathsInIndex(index, path);
         for (std::string& pattern : patterns)
             pattern = escapedForPattern(pattern);
-        if (patterns.empty()) { // An older version: "?" matches any byte.
+        if (patterns.empty()) { // An older version, which the index lacks: "?" matches each lost byte.
             std::string pattern = escapedForPattern(path);
             for (std::size_t at = 0; (at = pattern.find(lostByte, at)) != std::string::npos;)
                 pattern.replace(at, lostByte.size(), "?");

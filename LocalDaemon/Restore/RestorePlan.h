@@ -12,10 +12,10 @@
 
 namespace kelvane {
 
-// An item to be restored: a file, a link, or a folder with its last contents. Items that were deleted
-// earlier or excluded are restored only when they are requested by themselves.
+// An item to be restored: a file, a link, or a folder with its last contents. Items that were deleted before
+// or are no longer selected are restored only when they are requested by themselves.
 struct RestorePiece {
-    std::size_t job = 0;
+    std::size_t job = 0; // The position of the job in the list of jobs.
     const BackupIndex::Item* item = nullptr;
     std::string target;
     bool isFolderAlone = false; // Its contents are pieces of their own.
@@ -41,18 +41,20 @@ struct SnapshotPaths {
 
     friend bool operator==(const SnapshotPaths&, const SnapshotPaths&) = default;
 };
-using RestorePlan = std::map<std::uint32_t, SnapshotPaths>; // by the snapshot's number
+using RestorePlan = std::map<std::uint32_t, SnapshotPaths>; // By the number of the snapshot.
 
 void addToPlan(RestorePlan& plan, const BackupIndex& index, const RestorePiece& piece);
 
-// restic's arguments for one snapshot, as several calls where one would be longer than the system takes. None
-// is empty.
+// Returns restic's arguments for one snapshot, divided into several calls when the arguments are too long for
+// one. No call is empty.
 [[nodiscard]] std::vector<std::vector<std::string>> includeArguments(const SnapshotPaths& paths);
 
-// The paths of the index that restic's JSON would write so: several where it loses bytes of names.
+// Returns the paths of the index that are written like this in restic's JSON. There may be several, since
+// the JSON replaces bytes that are not UTF-8.
 [[nodiscard]] std::vector<std::string> pathsInIndex(const BackupIndex& index, std::string_view pathInJson);
 
-// Arguments to follow those, so that none of the paths comes. As many as one call can take.
+// Returns arguments to be added to those of `includeArguments` so that the paths are not restored; no more
+// than fit into one call.
 [[nodiscard]] std::vector<std::string>
 exclusionArguments(const BackupIndex& index, const std::set<std::string, std::less<>>& pathsInJson);
 

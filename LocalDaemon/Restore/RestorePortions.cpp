@@ -18,6 +18,7 @@ using InodeKey = std::tuple<std::uint64_t, FileTime, FileTime, std::uint32_t, st
 InodeKey keyOf(const BackupIndex::Item& file) {
     return {file.size, file.modified, file.changed, file.uid, file.gid};
 }
+// Files below this size (bytes) are counted each, even if they may be names of one inode.
 constexpr std::uint64_t smallFile = std::uint64_t{64} << 10U;
 
 class Division {

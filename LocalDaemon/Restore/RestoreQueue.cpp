@@ -14,10 +14,10 @@
 namespace kelvane {
 namespace {
 
-constexpr std::size_t mostWaiting = 20'000;
+constexpr std::size_t mostQueued = 20'000;
 constexpr std::size_t mostEnded = 10'000;
 constexpr std::size_t mostBytesOfEnded = std::size_t{16} << 20U;
-constexpr const char* indexIsRead = "The repository is being listed.";
+constexpr const char* beingListed = "The repository is being listed.";
 constexpr const char* failuresDropped = "the log lists the failures";
 // Jobs are run in batches, since each restic call takes half a second; the limit keeps the first jobs of
 // a batch from waiting too long for the last.
@@ -70,10 +70,10 @@ void RestoreQueue::start() {
         keep(id, std::move(ended));
     std::ranges::sort(contents.waiting, goesBefore);
     for (RestoreJob& job : contents.waiting)
-        waiting_.push_back({std::move(job)});
+        queue_.push_back({std::move(job)});
     report();
     thread_ = std::thread([this, left = std::move(contents)] {
-        runGuarded("removing a staging folder", options_.failed, [&] { removeLeft(left); });
+        runGuarded("cleaning up after an interrupted restore", options_.failed, [&] { removeLeft(left); });
         work();
     });
 }
@@ -82,8 +82,8 @@ void RestoreQueue::stop() {
     {
         const std::scoped_lock guard(mutex_);
         stopping_.set();
-        if (running_)
-            running_->set();
+        if (batchStop_)
+            batchStop_->set();
         changed_.notify_all();
     }
     if (thread_.joinable())
@@ -100,7 +100,7 @@ std::uint32_t RestoreQueue::add(RestoreJob job) {
     bool isRoom = false;
     {
         const std::scoped_lock guard(mutex_);
-        isRoom = waiting_.size() < mostWaiting;
+        isRoom = queue_.size() < mostQueued;
         job.id = nextId_++;
     }
     if (!isRoom)
@@ -108,12 +108,12 @@ std::uint32_t RestoreQueue::add(RestoreJob job) {
     if (!isCleanPath(job.source) || !isCleanPath(job.target))
         return refuse(job.source + " cannot be restored: its paths are not absolute and clean");
     if (const std::string failure = journal_.add(job); !failure.empty())
-        options_.onUnkept(messageLine(failure));
+        options_.onJobNotSaved(messageLine(failure));
     const std::scoped_lock guard(mutex_);
     const auto place = std::ranges::find_if(
-        waiting_, [&](const Waiting& each) { return !each.isRunning && goesBefore(job, each.job); });
+        queue_, [&](const QueuedJob& each) { return !each.isRunning && goesBefore(job, each.job); });
     const std::uint64_t files = filesOf(job, options_.index().get());
-    waiting_.insert(place, {job, files});
+    queue_.insert(place, {job, files});
     report();
     changed_.notify_all();
     return job.id;
@@ -130,16 +130,16 @@ std::uint32_t RestoreQueue::refuse(const std::string& reason) {
 
 void RestoreQueue::cancelAll() {
     std::unique_lock lock(mutex_);
-    if (running_)
-        running_->set();
+    if (batchStop_)
+        batchStop_->set();
     endAll(lock, restorestatus::cancelled, {});
 }
 
 void RestoreQueue::endAll(std::unique_lock<std::mutex>& lock, std::uint32_t status,
                           const std::string& reason) {
     std::vector<std::pair<std::uint32_t, RestoreJournal::Ended>> all;
-    while (!waiting_.empty()) {
-        const RestoreJob job = waiting_.front().job;
+    while (!queue_.empty()) {
+        const RestoreJob job = queue_.front().job;
         all.push_back({job.id, {status, {}}});
         if (!reason.empty()) {
             failures_.push_back({job.source, reason});
@@ -163,9 +163,9 @@ std::uint32_t RestoreQueue::currentJob() const {
 
 std::uint32_t RestoreQueue::status(std::uint32_t id) const {
     const std::scoped_lock guard(mutex_);
-    const auto waiting = std::ranges::find(waiting_, id, [](const Waiting& each) { return each.job.id; });
-    if (waiting != waiting_.end())
-        return waiting->isRunning || id == firstJob() ? restorestatus::running : restorestatus::waiting;
+    const auto queued = std::ranges::find(queue_, id, [](const QueuedJob& each) { return each.job.id; });
+    if (queued != queue_.end())
+        return queued->isRunning || id == firstJob() ? restorestatus::running : restorestatus::waiting;
     const auto ended = ended_.find(id);
     return ended == ended_.end() ? restorestatus::unknown : ended->second.status;
 }
@@ -185,7 +185,7 @@ void RestoreQueue::removeLeft(const RestoreJournal::Contents& left) {
             journal_.accessEnded(folder);
     for (const std::string& folder : left.stagingFolders)
         if (!stopping_.isSet())
-            removeStagingOf(journal_, folder, &stopping_);
+            removeJournaledStaging(journal_, folder, &stopping_);
 }
 
 void RestoreQueue::work() {
@@ -193,7 +193,7 @@ void RestoreQueue::work() {
     std::shared_ptr<const BackupIndex> index;
     while (waitForWork(lock, index)) {
         const std::vector<RestoreJob> jobs = takeBatch(*index);
-        running_ = std::make_shared<StopSignal>();
+        batchStop_ = std::make_shared<StopSignal>();
         report();
         lock.unlock();
         runGuarded(
@@ -206,23 +206,23 @@ void RestoreQueue::work() {
 bool RestoreQueue::waitForWork(std::unique_lock<std::mutex>& lock,
                                std::shared_ptr<const BackupIndex>& index) {
     const auto isOver = [&] {
-        index = waiting_.empty() ? nullptr : options_.index();
+        index = queue_.empty() ? nullptr : options_.index();
         return stopping_.isSet() || index != nullptr;
     };
     std::size_t turns = 0;
     std::size_t troubles = 0;
     while (!isOver()) {
-        if (waiting_.empty() || options_.waits.empty()) {
+        if (queue_.empty() || options_.waits.empty()) {
             turns = troubles = 0;
             changed_.wait(lock);
             continue;
         }
         const auto pause = options_.waits[std::min(turns++, options_.waits.size() - 1)];
-        if (changed_.wait_for(lock, pause, isOver) || waiting_.empty())
+        if (changed_.wait_for(lock, pause, isOver) || queue_.empty())
             continue;
         lock.unlock();
         const std::string trouble = troubleWithBackup();
-        options_.onWait(trouble.empty() ? indexIsRead : trouble);
+        options_.onWait(trouble.empty() ? beingListed : trouble);
         lock.lock();
         if (!trouble.empty() && !stopping_.isSet() && ++troubles == options_.waits.size())
             endAll(lock, restorestatus::incomplete, trouble);
@@ -232,7 +232,7 @@ bool RestoreQueue::waitForWork(std::unique_lock<std::mutex>& lock,
     return !stopping_.isSet();
 }
 
-// The thread that lists the repository may be busy, or wait for the repository.
+// Asks restic, since the thread that lists the repository may be busy, or wait for the repository itself.
 std::string RestoreQueue::troubleWithBackup() const {
     Restic::Call call;
     call.arguments = {"cat", "config", "--no-lock"};
@@ -249,7 +249,7 @@ std::string RestoreQueue::troubleWithBackup() const {
 std::vector<RestoreJob> RestoreQueue::takeBatch(const BackupIndex& index) {
     std::vector<RestoreJob> jobs;
     std::uint64_t bytes = 0;
-    for (Waiting& each : waiting_) {
+    for (QueuedJob& each : queue_) {
         const BackupIndex::Item* const item = index.find(each.job.source);
         each.files = filesOf(each.job, &index);
         bytes += item ? lastTotals(index, *item).bytes : 0;
@@ -269,15 +269,15 @@ void RestoreQueue::runBatch(const std::vector<RestoreJob>& jobs,
         arrival_ = arrival;
         report();
     };
-    RestoreRun run({options_.restic, index, journal_, *running_, onArrival, options_.waits, options_.refusal,
-                    options_.onWait, options_.freeSpace});
+    RestoreRun run({options_.restic, index, journal_, *batchStop_, onArrival, options_.waits,
+                    options_.refusal, options_.onWait, options_.freeSpace});
     std::vector<RestoreRun::Failures> failures = run.run(jobs);
     const std::set<std::uint32_t> repeated =
-        running_->isSet() ? std::set<std::uint32_t>() : takeRepeated(jobs, failures, index);
+        batchStop_->isSet() ? std::set<std::uint32_t>() : takeRepeated(jobs, failures, index);
     if (!repeated.empty())
         options_.onSnapshotGone();
     std::map<std::uint32_t, RestoreJournal::Ended> ended;
-    for (std::size_t number = 0; number < jobs.size() && !running_->isSet(); ++number) {
+    for (std::size_t number = 0; number < jobs.size() && !batchStop_->isSet(); ++number) {
         if (repeated.contains(jobs[number].id))
             continue;
         const auto done = ended.emplace(jobs[number].id, RestoreJournal::Ended::with(failures[number])).first;
@@ -286,18 +286,18 @@ void RestoreQueue::runBatch(const std::vector<RestoreJob>& jobs,
             logError("Not restored: %@: %@", failure.path, failure.reason);
     }
     const std::scoped_lock guard(mutex_);
-    const bool wasStopped = running_->isSet();
-    running_.reset();
+    const bool wasStopped = batchStop_->isSet();
+    batchStop_.reset();
     arrival_ = {};
     if (wasStopped)
-        return; // Cancelled jobs have ended; the others will run again.
+        return; // Cancelled jobs have ended; interrupted ones run again after the next start.
     for (std::size_t number = 0; number < jobs.size(); ++number) {
         if (repeated.contains(jobs[number].id))
             continue;
         failures_.insert(failures_.end(), failures[number].begin(), failures[number].end());
         end(jobs[number].id, std::move(ended[jobs[number].id]));
     }
-    if (waiting_.empty())
+    if (queue_.empty())
         reportEnd();
 }
 
@@ -309,17 +309,17 @@ std::set<std::uint32_t> RestoreQueue::takeRepeated(const std::vector<RestoreJob>
     std::set<std::uint32_t> repeated;
     const std::scoped_lock guard(mutex_);
     for (std::size_t number = 0; number < jobs.size(); ++number) {
-        const auto waiting =
-            std::ranges::find(waiting_, jobs[number].id, [](const Waiting& each) { return each.job.id; });
-        if (waiting == waiting_.end())
+        const auto queued =
+            std::ranges::find(queue_, jobs[number].id, [](const QueuedJob& each) { return each.job.id; });
+        if (queued == queue_.end())
             continue;
-        const BackupIndex* const before = waiting->before.get();
+        const BackupIndex* const before = queued->before.get();
         if (before && index->find(jobs[number].source)) {
             for (std::string& path : goneFrom(*index, *before, jobs[number].source))
                 failures[number].push_back({std::move(path), goneSnapshot().reason, true});
         } else if (!before && std::ranges::any_of(failures[number], &RestoreFailure::isSnapshotGone)) {
-            waiting->before = index;
-            waiting->isRunning = false;
+            queued->before = index;
+            queued->isRunning = false;
             repeated.insert(jobs[number].id);
         }
     }
@@ -334,24 +334,24 @@ void RestoreQueue::failBatch(const std::vector<RestoreJob>& jobs, const std::str
         journal_.end(job.id, ended.back());
     }
     const std::scoped_lock guard(mutex_);
-    running_.reset();
+    batchStop_.reset();
     arrival_ = {};
     for (std::size_t number = 0; number < jobs.size(); ++number) {
         failures_.push_back({jobs[number].source, "internal error: " + reason});
         end(jobs[number].id, std::move(ended[number]));
     }
-    if (waiting_.empty())
+    if (queue_.empty())
         reportEnd();
 }
 
 void RestoreQueue::end(std::uint32_t id, RestoreJournal::Ended ended) {
-    const auto place = std::ranges::find(waiting_, id, [](const Waiting& each) { return each.job.id; });
-    if (place != waiting_.end())
-        waiting_.erase(place);
+    const auto place = std::ranges::find(queue_, id, [](const QueuedJob& each) { return each.job.id; });
+    if (place != queue_.end())
+        queue_.erase(place);
     keep(id, std::move(ended));
 }
 
-// The oldest jobs lose their failures when these take too much memory, and much later their status.
+// Drops the failures of the oldest jobs when all of them take too much memory, and much later their status.
 void RestoreQueue::keep(std::uint32_t id, RestoreJournal::Ended ended) {
     endedBytes_ += ended.bytes();
     ended_[id] = std::move(ended);
@@ -373,13 +373,12 @@ void RestoreQueue::report() {
     if (progress.job == 0)
         return;
     std::uint64_t running = 0;
-    for (const Waiting& each : waiting_) {
+    for (const QueuedJob& each : queue_) {
         progress.pending += each.files;
         running += each.isRunning ? each.files : 0;
     }
     progress.pending -= std::min(arrival_.files, running);
-    // At least one file is pending until the last one is delivered; 0 means that the restore is
-    // complete.
+    // Files count as soon as they are staged, but 0 must mean that the last one has been delivered.
     progress.pending = std::max<std::uint64_t>(progress.pending, 1);
     progress.file = arrival_.newestFile;
     progress.fileSize = arrival_.newestSize;
@@ -393,7 +392,7 @@ void RestoreQueue::reportEnd() {
 }
 
 std::uint32_t RestoreQueue::firstJob() const {
-    return waiting_.empty() ? 0 : waiting_.front().job.id;
+    return queue_.empty() ? 0 : queue_.front().job.id;
 }
 
 } // namespace kelvane

@@ -25,7 +25,7 @@ void setTime(const std::string& folder, FileTime modified) {
     const std::array<timespec, 2> times{timespec{0, UTIME_OMIT}, modified.asTimespec()};
     const FileDescriptor place = openFolder(folder);
     if (!place || ::utimensat(AT_FDCWD, pathOfDescriptor(place.get()).c_str(), times.data(), 0) != 0)
-        logWarning("The time of %@ cannot be set.", folder);
+        logWarning("The time of %@ cannot be set: %@", folder, errorText());
 }
 
 // Each file takes some space in addition to its contents.
@@ -125,7 +125,7 @@ void RestoreRun::runGroup(const std::string& folder, const RestorePieces& pieces
             setTime(folder, piece.item->modified);
 }
 
-// Replacing existing files frees space for the following portions.
+// Replacing existing files frees space, so portions that did not fit are tried again.
 void RestoreRun::runPortions(const std::string& folder, RestorePortions parts) {
     std::vector<RestorePortion> waiting = std::move(parts.portions);
     for (std::size_t before = waiting.size() + 1; !waiting.empty() && waiting.size() < before;) {
@@ -142,7 +142,7 @@ void RestoreRun::runPortions(const std::string& folder, RestorePortions parts) {
     for (RestorePortion& portion : waiting)
         std::ranges::move(portion.pieces, std::back_inserter(large));
     std::ranges::move(runWithoutRoom(folder, large), std::back_inserter(parts.folders));
-    std::ranges::reverse(parts.folders); // Delivering into a folder changes its times.
+    std::ranges::reverse(parts.folders); // Inner ones first: delivering into a folder changes its times.
     noteFailures(parts.folders);
     if (!parts.folders.empty() && !tools_.stop.isSet())
         fetchAndDeliver(folder, parts.folders);
@@ -159,7 +159,8 @@ void RestoreRun::noteFailures(RestorePieces& folders) const {
         folder.hasFailures = around[folder.job].contains(tools_.index->pathOf(*folder.item));
 }
 
-// Restores the names of one inode together, as many at a time as fit, and finally those that do not fit.
+// Restores as many files at a time as fit, with all names of one inode together, and finally those that are
+// too large.
 RestorePieces RestoreRun::runWithoutRoom(const std::string& folder, const RestorePieces& pieces) {
     RestorePortions parts = divide(pieces, 0);
     RestorePieces fitting;
@@ -198,7 +199,7 @@ void RestoreRun::inStaging(const std::string& folder, const RestorePieces& piece
         if (const std::string failure = staging.failure().empty() ? staging.sync() : ""; !failure.empty())
             fail(pieces, {failure});
     }
-    removeStagingOf(tools_.journal, path);
+    removeJournaledStaging(tools_.journal, path);
     for (const RestorePiece& piece : pieces)
         if (!piece.isFolderAlone)
             filesBefore_ += lastTotals(*tools_.index, *piece.item).count;
@@ -283,7 +284,7 @@ void RestoreRun::finishMadeFolders() {
     for (auto each = made_.rbegin(); each != made_.rend(); ++each) {
         const FileDescriptor folder = openFolder(each->target);
         const std::string reason =
-            folder ? each->metadata.applyTo(folder.get(), FolderMetadata::Use::Final) : "it was removed";
+            folder ? each->metadata.applyTo(folder.get(), FolderMetadata::Use::Final) : errorText();
         if (!reason.empty())
             logWarning("%@ differs from the backup: %@", each->target, reason);
     }

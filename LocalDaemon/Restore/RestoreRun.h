@@ -47,19 +47,19 @@ public:
 private:
     void addJob(std::size_t number, const RestoreJob& job);
     void addPiece(const RestorePiece& piece);
-    // Restricts access to an existing folder other than the original location, before anything is
+    // Restricts access to an existing target folder that is not the original location, before anything is
     // delivered to it.
     void narrow(const RestorePiece& folder);
-    // Divides the pieces into portions for that many free bytes; access to the folders that are
-    // delivered last is restricted already.
+    // Divides the pieces into portions for `room` free bytes. The divided folders are delivered last, so
+    // access to them is restricted here.
     [[nodiscard]] RestorePortions divide(const RestorePieces& pieces, std::uint64_t room);
     void runGroup(const std::string& folder, const RestorePieces& pieces);
     void runPortions(const std::string& folder, RestorePortions parts);
     void noteFailures(RestorePieces& folders) const;
-    // Returns the folders that are delivered after their contents.
+    // Returns the divided folders, which must be delivered after their contents.
     [[nodiscard]] RestorePieces runWithoutRoom(const std::string& folder, const RestorePieces& pieces);
     void fetchAndDeliver(const std::string& folder, const RestorePieces& pieces);
-    // Files larger than the free space may be sparse: they are written without their holes.
+    // Files larger than the free space may be sparse: they are restored without writing their holes.
     void streamAndDeliver(const std::string& folder, const RestorePieces& pieces);
     void streamAndDeliver(RestoreStream& stream, const StagingFolder& staging, const RestorePiece& file);
     template <class Work>
@@ -77,7 +77,7 @@ private:
     std::map<std::string, RestorePieces> groups_; // By the parent folder of the staging folder.
     std::vector<Failures> failures_;
     std::vector<RestoreDelivery::MadeFolder> made_;
-    std::uint64_t filesBefore_ = 0; // The files of finished portions.
+    std::uint64_t filesBefore_ = 0; // The number of files in finished portions.
 };
 
 } // namespace kelvane

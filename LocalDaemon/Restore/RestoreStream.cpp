@@ -46,8 +46,8 @@ private:
     int error_ = 0;
 };
 
-// An owner that only root may set is left unchanged. The delivery sets the mode, and the ACL where there
-// is none.
+// An owner that only root may set is left unchanged. The delivery sets the mode, which it restricts where the
+// file system does not support the saved ACL.
 std::string applyNode(int file, SavedNode node, const BackupIndex::Item& item, bool hasAccessRules) {
     if (!hasAccessRules)
         std::erase_if(node.attributes, [](const auto& each) { return isAccessRule(each.first); });
@@ -83,7 +83,7 @@ RestoreTrouble RestoreStream::bring(const BackupIndex::Item& item, const Staging
         around.get(), name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
     if (!file)
         return {"it cannot be written: " + errorText()};
-    ::fremovexattr(file.get(), "system.posix_acl_access"); // It is inherited from the folder.
+    ::fremovexattr(file.get(), "system.posix_acl_access"); // An ACL inherited from the folder.
     trouble = write(file.get(), item, staging);
     if (trouble.isNone())
         trouble = {applyNode(file.get(), *node, item, staging.keepsAccessRules())};
@@ -102,7 +102,7 @@ void RestoreStream::noteDelivered(const std::string& target) {
         delivered_[last_] = {target, status.st_dev, status.st_ino};
 }
 
-// Links to the delivered file if it still exists.
+// Creates a link to the delivered file. Returns false if there is none, or another file has replaced it.
 bool RestoreStream::linkDelivered(int around, const std::string& name) const {
     const auto found = delivered_.find(last_);
     if (found == delivered_.end())
@@ -136,7 +136,7 @@ RestoreTrouble RestoreStream::write(int file, const BackupIndex::Item& item,
         return true;
     };
     call.tickInterval = ArrivalWatch::interval;
-    call.onTick = [&] { return writer.error() == 0 && watch.look(); }; // The rest may be terabytes.
+    call.onTick = [&] { return writer.error() == 0 && watch.look(); }; // The unwritten rest may be terabytes.
     const ResticOutcome outcome = tools_.restic->run(call, tools_.stop);
     if (writer.error() != 0)
         return {"it cannot be written: " + errorText(writer.error())};

@@ -17,7 +17,7 @@ constexpr std::string_view errorMark = "ignoring error for ";
 constexpr std::string_view lastMark = "Fatal: ";
 
 constexpr TroubleRow rows[] = {
-    {ResticTrouble::NoRepository, "the repository was not found", true}, // The disk is not mounted.
+    {ResticTrouble::NoRepository, "the repository was not found", true}, // The disk may not be mounted.
     {ResticTrouble::Unreachable, "the repository cannot be reached", true},
     {ResticTrouble::NoNetwork, "there is no network connection", true},
     {ResticTrouble::Locked, "another program is using the repository", true},
@@ -38,7 +38,7 @@ std::string knownFolderOf(const BackupIndex& index, std::string_view path) {
     return std::string(path.empty() ? "/" : path);
 }
 
-// A special file that this user may not create fails without affecting its siblings.
+// Special files are identified, so that one that this user may not create does not make its siblings fail.
 bool isSpecial(const BackupIndex& index, std::string_view path, const SpecialFiles& specialFiles) {
     const std::string folder(folderOf(path));
     return index.find(folder) && specialFiles(folder).contains(nameInResticJson(path));
@@ -67,7 +67,7 @@ void takeError(FileErrors& errors, const BackupIndex& index, std::string_view en
     const auto isSpecialFile = [&](std::string_view path) { return isSpecial(index, path, specialFiles); };
     if (!takeItems(errors, entry, isInBackup) && !takeItems(errors, entry, isSpecialFile))
         errors.below.emplace(knownFolderOf(index, entry.substr(0, entry.find(": "))),
-                             "restic reported an error for a nearby file: " + std::string(entry));
+                             "restic reported an error that may concern it: " + std::string(entry));
 }
 
 } // namespace
@@ -89,7 +89,7 @@ bool isTransient(const ResticOutcome& outcome) {
 }
 
 bool isTransient(const FileErrors& errors, const FileErrors& before, bool isPlaceAFolder) {
-    const auto isOfTheWay = [&](const auto& error) {
+    const auto isOfConnection = [&](const auto& error) {
         if (isPlaceAFolder && error.second.find("unexpected EOF") != std::string::npos)
             return false;
         const ResticTrouble trouble = troubleSaidIn(error.second);
@@ -98,8 +98,8 @@ bool isTransient(const FileErrors& errors, const FileErrors& before, bool isPlac
     const auto pathOf = [](const auto& error) -> const std::string& { return error.first; };
     const bool isTheSame = std::ranges::equal(errors.items, before.items, {}, pathOf, pathOf) &&
                            std::ranges::equal(errors.below, before.below, {}, pathOf, pathOf);
-    return !isTheSame &&
-           (std::ranges::any_of(errors.items, isOfTheWay) || std::ranges::any_of(errors.below, isOfTheWay));
+    return !isTheSame && (std::ranges::any_of(errors.items, isOfConnection) ||
+                          std::ranges::any_of(errors.below, isOfConnection));
 }
 
 const std::string* FileErrors::errorAt(std::string_view path) const {

@@ -16,7 +16,7 @@ struct FileErrors {
     using ByPath = std::map<std::string, std::string, std::less<>>;
 
     ByPath items;
-    // Errors that affect everything at or below the path, because the file is unknown.
+    // Errors of unknown files at or below the path, which therefore count for everything there.
     ByPath below;
 
     // Returns null when no error affects the path.
@@ -27,8 +27,8 @@ struct FileErrors {
 // The index does not contain them.
 using SpecialFiles = std::function<std::set<std::string>(const std::string& folder)>;
 
-// Parses restic's standard error. Names may contain line breaks and the separators between a path and
-// its error, so each prefix of the text that is in the backup is taken as the path.
+// Adds the errors in restic's standard error, `text`. Names may contain line breaks and the separators
+// between a path and its error, so each prefix of an error that is in the backup is taken as its path.
 void addFileErrors(FileErrors& errors, const BackupIndex& index, std::string_view text,
                    const SpecialFiles& specialFiles);
 
@@ -44,9 +44,9 @@ struct RestoreTrouble {
 // Returns the reason why restic failed, with restic's own message.
 [[nodiscard]] RestoreTrouble restoreTroubleFor(const ResticOutcome& outcome);
 
-// Returns whether a retry may succeed. After errors for single files only, that is so when the
-// connection failed, and not when the same files failed in the previous attempt. In a local folder a
-// truncated file is damaged, and no transient failure.
+// Returns whether a retry may succeed. After errors for single files only, it may if the connection failed,
+// unless exactly the same files failed in the attempt `before`. In a local folder, a truncated file is
+// damaged and no sign of a failed connection.
 [[nodiscard]] bool isTransient(const ResticOutcome& outcome);
 [[nodiscard]] bool isTransient(const FileErrors& errors, const FileErrors& before, bool isPlaceAFolder);
 

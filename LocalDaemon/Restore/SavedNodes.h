@@ -31,7 +31,7 @@ public:
     SavedNodes(const SavedNodes&) = delete;
     SavedNodes& operator=(const SavedNodes&) = delete;
 
-    // Returns no node, with the reason, when it cannot be read.
+    // Returns no node, and sets `trouble` to the reason, when it cannot be read.
     [[nodiscard]] std::optional<SavedNode> find(const std::string& snapshotId, const std::string& path,
                                                 RestoreTrouble& trouble);
 

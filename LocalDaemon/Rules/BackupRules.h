@@ -46,10 +46,10 @@ struct BackupRules {
 
 struct Verdict {
     enum class Reason {
-        // Selected by these reasons.
+        // These select the file.
         Home,
         Added,
-        // Not selected by these reasons.
+        // With these it is not selected.
         Excluded,
         Removed,
         Policy,

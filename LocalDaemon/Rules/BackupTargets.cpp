@@ -18,7 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The result of lstat.
+// The device of a path, or the errno of the failed lstat.
 struct Device {
     dev_t number = 0;
     int error = 0;
@@ -64,8 +64,8 @@ public:
     }
 
 private:
-    // Returns false when part of the folder is not selected; `parts` then has the selected parts, and
-    // the folder itself when there are no others. The recursion is limited by the length of a path.
+    // Returns false when part of the folder is not selected; `parts` then has the selected parts, or only
+    // the folder itself when there are none. The recursion is limited by the length of a path.
     bool isWhole(const std::string& folder, std::vector<std::string>& parts) {
         if (isSilent(folder))
             return false;
@@ -95,7 +95,8 @@ private:
         const std::string& path = entry.path().native();
         const auto rule = selection_.ruleAt(path);
         const bool isMount = rule && rule->reason == Verdict::Reason::OtherFileSystem;
-        // Otherwise its exclusion would exclude the selected path as well.
+        // A mount point above a selected path is not among the mounts: excluding it would exclude that
+        // path as well.
         if (isMount && !selection_.isSelectedBelow(path)) {
             targets_.mounts.push_back(path);
             return true;
@@ -107,7 +108,7 @@ private:
         std::error_code unknown;
         const bool isFolder = fs::is_directory(entry.symlink_status(unknown));
         // An item with a rule of its own may be on another file system, which restic saves only when it
-        // is an argument; the same is true of a subvolume. Otherwise another file system is excluded.
+        // is a target; the same is true of a subvolume. Otherwise another file system is excluded.
         bool isNamed = rule.has_value();
         if (!rule) {
             const Device own = deviceOf(path);

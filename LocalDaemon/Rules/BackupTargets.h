@@ -12,7 +12,7 @@ struct BackupTargets {
     std::vector<std::string> paths;
     std::vector<std::string> emptied; // Folders of these that are saved without their contents.
     std::vector<std::string> mounts;  // Mount points in folders of these, which are excluded.
-    std::vector<std::string> unread;  // Folders that could not be read, so that `paths` may be incomplete.
+    std::vector<std::string> unread;  // Unreadable paths, so that `paths` may be incomplete.
 };
 
 // Returns the smallest set of paths that together contain exactly the files at and below `path` that the

@@ -39,7 +39,7 @@ public:
     // Returns the deepest mount point at or above the path; "/" when the mount table is not available.
     [[nodiscard]] std::string mountPointOf(std::string_view path) const;
 
-    // Returns the selected paths that are not contained in another selected folder.
+    // Returns the selected paths that are not reached from another selected folder.
     [[nodiscard]] std::vector<std::string> beginnings() const;
     // Returns the folders from which the scan reaches everything that is selected: the selected paths in
     // automatic mode, otherwise their parent folders. No root is reached from another one, although it

@@ -9,8 +9,9 @@
 
 namespace kelvane {
 
-// Resolves the paths of one request, which may be real or begin with a volume's name. Belongs to one
-// thread; caches the last folder, since a request often has many paths of one folder.
+// Resolves the paths of one request, which are in the text form of the protocol (see `pathFromText`), and
+// are real or begin with a volume's name. Belongs to one thread; caches the last folder, since a request
+// often has many paths of one folder.
 class PathResolver {
 public:
     explicit PathResolver(std::shared_ptr<const Volumes> volumes) : volumes_(std::move(volumes)) {}

@@ -44,7 +44,7 @@ bool isTargetLostIn(int folder, const char* name) {
 }
 
 void count(FolderContents& contents, int folder, const char* name, const struct stat& status,
-           const Waiting& isWaiting) {
+           const EntryPredicate& isPending) {
     if (S_ISDIR(status.st_mode)) {
         contents.subfolders.emplace_back(name);
         return;
@@ -56,15 +56,15 @@ void count(FolderContents& contents, int folder, const char* name, const struct 
     const bool isLossy = !isFile && isTargetLostIn(folder, name);
     if (isLossy)
         contents.lossyLinks.emplace_back(name);
-    const bool waits = isWaiting({name, isFile ? ItemKind::File : ItemKind::Link, size,
+    const bool waits = isPending({name, isFile ? ItemKind::File : ItemKind::Link, size,
                                   FileTime(status.st_mtim), FileTime(status.st_ctim)}) ||
                        isLossy;
     if (isFile)
         contents.own.files += {1, size};
     if (isFile && waits)
-        contents.own.waiting += {1, size};
+        contents.own.pending += {1, size};
     if (!isFile && waits)
-        ++contents.own.otherWaiting;
+        ++contents.own.otherPending;
 }
 
 bool isSelfOrParent(std::string_view name) {
@@ -94,7 +94,7 @@ bool isEncrypted(const std::string& folder) {
 }
 
 FolderContents contentsOfFolder(const std::string& path, const std::atomic<bool>& stopping,
-                                const EntryFilter& entryFilter, const Waiting& isWaiting) {
+                                const EntryFilter& entryFilter, const EntryPredicate& isPending) {
     FolderContents contents;
     const OpenFolder folder = openFolder(path);
     struct stat own {};
@@ -123,7 +123,7 @@ FolderContents contentsOfFolder(const std::string& path, const std::atomic<bool>
         const bool isSubvolume = status.st_dev != own.st_dev && S_ISDIR(status.st_mode) &&
                                  !isMountRoot(::dirfd(folder.get()), name);
         if (mountPolicy == MountPolicy::AnyFileSystem || status.st_dev == own.st_dev || isSubvolume)
-            count(contents, ::dirfd(folder.get()), name, status, isWaiting);
+            count(contents, ::dirfd(folder.get()), name, status, isPending);
         else
             contents.mountPoints.emplace_back(name);
     }

@@ -11,31 +11,31 @@
 
 namespace kelvane {
 
-// The regular files of a folder, and the pending ones of these and of its other entries.
+// The numbers of a folder's regular files and of its pending items.
 struct FolderCounts {
     FileTotals files;               // A file with several names counts once for each.
-    FileTotals waiting;             // The pending ones of `files`.
-    std::uint64_t otherWaiting = 0; // Pending links, empty folders, attributes of folders, and deletions.
+    FileTotals pending;             // The pending ones of `files`.
+    std::uint64_t otherPending = 0; // Pending links, empty folders, attributes of folders, and deletions.
 
     FolderCounts& operator+=(const FolderCounts& other) {
         files += other.files;
-        waiting += other.waiting;
-        otherWaiting += other.otherWaiting;
+        pending += other.pending;
+        otherPending += other.otherPending;
         return *this;
     }
     FolderCounts& operator-=(const FolderCounts& other) {
         files -= other.files;
-        waiting -= other.waiting;
-        otherWaiting -= other.otherWaiting;
+        pending -= other.pending;
+        otherPending -= other.otherPending;
         return *this;
     }
-    [[nodiscard]] bool isWaiting() const { return waiting.count > 0 || otherWaiting > 0; }
+    [[nodiscard]] bool isPending() const { return pending.count > 0 || otherPending > 0; }
     friend bool operator==(const FolderCounts&, const FolderCounts&) = default;
 };
 
 // The direct contents of a folder.
 struct FolderContents {
-    int error = 0; // An error number; 0 when everything could be read.
+    int error = 0; // The value of errno; 0 when everything could be read.
     FolderCounts own;
     std::vector<std::string> subfolders; // Sorted.
     // Folders of other file systems, which are not counted.
@@ -43,7 +43,7 @@ struct FolderContents {
     bool isEmpty = true; // The folder has no entries at all, counted or not.
     // Pending links for which `isTargetLost` is true; they stay pending for ever.
     std::vector<std::string> lossyLinks;
-    // Modification time of the folder itself.
+    // The attributes of the folder itself.
     FileTime modified = {};
     FileTime changed = {};
     std::uint32_t uid = 0;
@@ -60,14 +60,14 @@ struct FolderEntry {
     FileTime changed = {};
 };
 // Returns whether an entry is pending.
-using Waiting = std::function<bool(const FolderEntry& entry)>;
+using EntryPredicate = std::function<bool(const FolderEntry& entry)>;
 
 // How an entry of a folder is counted.
 enum class MountPolicy {
-    Refused,
-    MountPoint,       // Another file system, which may not respond and is not accessed.
-    WithinFileSystem, // Selected unless it is on another file system than the folder; a subvolume is not.
-    AnyFileSystem,
+    Refused,          // Not counted.
+    MountPoint,       // Not counted; another file system, which may not respond and is not accessed.
+    WithinFileSystem, // Counted if it is on the folder's own file system; a subvolume of it is.
+    AnyFileSystem,    // Counted on any file system.
 };
 using EntryFilter = std::function<MountPolicy(std::string_view name)>;
 
@@ -82,7 +82,8 @@ using EntryFilter = std::function<MountPolicy(std::string_view name)>;
 [[nodiscard]] bool isEncrypted(const std::string& folder);
 
 [[nodiscard]] FolderContents contentsOfFolder(const std::string& path, const std::atomic<bool>& stopping,
-                                              const EntryFilter& entryFilter, const Waiting& isWaiting);
+                                              const EntryFilter& entryFilter,
+                                              const EntryPredicate& isPending);
 
 // Returns the totals of all readable files in the folder and below it on its file system.
 [[nodiscard]] FileTotals totalsBelow(const std::string& path, const std::atomic<bool>& stopping);

@@ -19,8 +19,8 @@ constexpr auto burstStep = 10ms;
 constexpr int restAfterListing = 20;
 constexpr std::size_t mostChangedFolders = 1000;
 constexpr std::size_t mostLossyLinks = 100; // Links that are reported.
-// A round through 100,000 folders takes four hours. Looks are five minutes apart.
-constexpr int looksPerRound = 288;
+// By default at most `mostUnseen` folders are rechecked every five minutes: 100,000 take four hours.
+constexpr int rechecksPerRound = 288;
 constexpr std::size_t mostUnseen = 2000;
 
 } // namespace
@@ -74,15 +74,15 @@ void FolderScan::setIndex(Index index) {
     watch_.wake();
 }
 
-void FolderScan::lookAtEverything() {
+void FolderScan::recheckEverything() {
     mustLookAtEverything_ = true;
     watch_.wake();
 }
 
 void FolderScan::run() {
     lastReportTime_ = Clock::now();
-    nextRetry_ = lastReportTime_ + options_.rescanInterval;
-    nextLook_ = lastReportTime_ + options_.longestUnseen / looksPerRound;
+    nextPoll_ = lastReportTime_ + options_.rescanInterval;
+    nextRecheck_ = lastReportTime_ + options_.longestUnseen / rechecksPerRound;
     const auto failed = [this](const std::string& reason) {
         options_.failed(reason);
         pause(1s); // The next task may fail as well.
@@ -118,7 +118,7 @@ void FolderScan::work() {
 void FolderScan::scanEverything() {
     report_.isScanning = true;
     for (const auto& [path, root] : tree_->roots())
-        FolderTree::forEach(*root, [this](Folder& folder) { lookAt(folder); });
+        FolderTree::forEach(*root, [this](Folder& folder) { recheck(folder); });
     if (reported_)
         report(); // Reports the start of the scan, however short it will be.
 }
@@ -127,7 +127,7 @@ void FolderScan::relist(Folder& folder) {
     const auto begin = Clock::now();
     const std::string path = FolderTree::pathOf(folder);
     if (!silentMountAround(path).empty()) // System calls on it could not be interrupted.
-        return static_cast<void>(unwatched_.insert(&folder));
+        return static_cast<void>(polled_.insert(&folder));
     const bool wasWatched = folder.isWatched;
     watch(folder, path); // Watches first, so that changes during the listing are noticed.
     const FolderContents contents = contentsOf(path);
@@ -139,8 +139,8 @@ void FolderScan::relist(Folder& folder) {
     const FolderTree::Difference difference = tree_->update(folder, contents);
     const bool isDifferent = before != folder.own || !difference.added.empty() || !difference.removed.empty();
     // A watched folder is listed again because something has changed, perhaps inside a file.
-    const bool isOnlyLookedAt = std::exchange(folder.isOnlyLookedAt, false);
-    if (wasListed && (isDifferent || (wasWatched && !isOnlyLookedAt)))
+    const bool isOnlyRecheck = std::exchange(folder.isOnlyRecheck, false);
+    if (wasListed && (isDifferent || (wasWatched && !isOnlyRecheck)))
         noteChangedFolder(path);
     for (const auto& removed : difference.removed)
         forget(*removed);
@@ -156,17 +156,17 @@ void FolderScan::relist(Folder& folder) {
 void FolderScan::noteListing(Folder& folder, const std::string& path, const FolderContents& contents) {
     folder.isReadable = contents.error == 0;
     if (folder.isWatched && folder.isReadable && !isRemote(typeOfMountAround(path)))
-        unwatched_.erase(&folder);
+        polled_.erase(&folder);
     else
-        unwatched_.insert(&folder);
+        polled_.insert(&folder);
     if (contents.lossyLinks.empty())
         lossyLinks_.erase(&folder);
     else
         lossyLinks_[&folder] = contents.lossyLinks;
 }
 
-// Watching an encrypted folder would keep it unlocked: its files would stay visible and readable after
-// its key is removed. A scan root that is encrypted has the same key.
+// Watching an encrypted folder would keep it unlocked: its files would stay visible and readable after its
+// key is removed. It is watched only below an encrypted scan root, which has the same key.
 void FolderScan::watch(Folder& folder, const std::string& path) {
     const Folder* root = &folder;
     while (root->parent)
@@ -181,18 +181,19 @@ void FolderScan::watch(Folder& folder, const std::string& path) {
     if (outcome != DirectoryWatch::Outcome::LimitReached || report_.isWatchIncomplete)
         return;
     report_.isWatchIncomplete = true;
-    logWarning("The system lets this user watch no more folders (fs.inotify.max_user_watches). Changes in %@ "
-               "and others are noticed within %lld s.",
+    logWarning("Cannot watch %@ and perhaps other folders: no inotify watches are left, of which the daemon "
+               "uses at most half (fs.inotify.max_user_watches). Changes there are noticed within %lld s. To "
+               "watch more folders, raise the limit and restart the daemon.",
                path, std::chrono::ceil<std::chrono::seconds>(options_.rescanInterval).count());
 }
 
-void FolderScan::lookAt(Folder& folder) {
+void FolderScan::recheck(Folder& folder) {
     if (dirty_.insert(&folder).second)
-        folder.isOnlyLookedAt = !deferred_.contains(&folder);
+        folder.isOnlyRecheck = !deferred_.contains(&folder);
 }
 
 void FolderScan::markChanged(Folder& folder) {
-    folder.isOnlyLookedAt = false;
+    folder.isOnlyRecheck = false;
     if (Clock::now() < folder.notBefore && !dirty_.contains(&folder))
         deferred_.insert(&folder);
     else
@@ -204,7 +205,7 @@ void FolderScan::forget(Folder& folder) {
         watch_.remove(FolderTree::pathOf(each));
         dirty_.erase(&each);
         deferred_.erase(&each);
-        unwatched_.erase(&each);
+        polled_.erase(&each);
         lossyLinks_.erase(&each);
     });
 }
@@ -228,12 +229,12 @@ void FolderScan::finishPass() {
 
 void FolderScan::logUnreadable() {
     const auto isUnreadable = [](const Folder* folder) { return !folder->isReadable; };
-    const auto first = std::find_if(unwatched_.begin(), unwatched_.end(), isUnreadable);
+    const auto first = std::find_if(polled_.begin(), polled_.end(), isUnreadable);
     std::string unreadable;
-    if (first != unwatched_.end())
-        unreadable = formatText("%lld, among them %@",
-                                std::count_if(unwatched_.begin(), unwatched_.end(), isUnreadable),
-                                FolderTree::pathOf(**first));
+    if (first != polled_.end())
+        unreadable =
+            formatText("%lld, among them %@", std::count_if(polled_.begin(), polled_.end(), isUnreadable),
+                       FolderTree::pathOf(**first));
     if (std::exchange(loggedUnreadable_, unreadable) != unreadable && !unreadable.empty())
         logWarning("Folders that cannot be read are not backed up: %@", unreadable);
 }
@@ -242,16 +243,16 @@ void FolderScan::report() {
     lastReportTime_ = Clock::now();
     const FolderCounts counts = tree_->totals();
     report_.totals = counts.files;
-    report_.waiting = counts.waiting;
-    report_.otherWaiting = counts.otherWaiting;
+    report_.pending = counts.pending;
+    report_.otherPending = counts.otherPending;
     report_.lossyLinks.clear();
     for (const auto& [folder, names] : lossyLinks_)
         for (const std::string& name : names)
             if (report_.lossyLinks.size() < mostLossyLinks)
                 report_.lossyLinks.push_back(withSeparator(FolderTree::pathOf(*folder)) + name);
     const bool isNew =
-        !reported_ || reported_->totals != report_.totals || reported_->waiting != report_.waiting ||
-        reported_->otherWaiting != report_.otherWaiting || reported_->index != report_.index ||
+        !reported_ || reported_->totals != report_.totals || reported_->pending != report_.pending ||
+        reported_->otherPending != report_.otherPending || reported_->index != report_.index ||
         reported_->isScanning != report_.isScanning ||
         reported_->isWatchIncomplete != report_.isWatchIncomplete || !report_.changedFolders.empty();
     if (!isNew || stopping_)
@@ -291,7 +292,7 @@ void FolderScan::takeChanges(const std::vector<DirectoryWatch::Event>& changes) 
             logNotice("The queue of file events overflowed; everything is scanned again.");
             scanEverything();
             for (Folder* const folder : dirty_)
-                folder->isOnlyLookedAt = false;
+                folder->isOnlyRecheck = false;
         } else if (Folder* const folder = tree_->find(path)) {
             markChanged(*folder);
             if (change == DirectoryWatch::Change::Gone && folder->parent)
@@ -309,30 +310,30 @@ void FolderScan::takeDue(Clock::time_point now) {
             ++at;
         }
     }
-    if (now >= nextRetry_) {
-        for (Folder* const folder : unwatched_)
-            lookAt(*folder);
-        nextRetry_ = now + options_.rescanInterval;
+    if (now >= nextPoll_) {
+        for (Folder* const folder : polled_)
+            recheck(*folder);
+        nextPoll_ = now + options_.rescanInterval;
     }
-    if (now >= nextLook_) {
-        lookAtUnseen(now);
-        nextLook_ = now + options_.longestUnseen / looksPerRound;
+    if (now >= nextRecheck_) {
+        recheckUnseen(now);
+        nextRecheck_ = now + options_.longestUnseen / rechecksPerRound;
     }
 }
 
-void FolderScan::lookAtUnseen(Clock::time_point now) {
+void FolderScan::recheckUnseen(Clock::time_point now) {
     std::size_t count = 0;
     for (const auto& [path, root] : tree_->roots())
         FolderTree::forEach(*root, [&](Folder& folder) {
             if (folder.isListed && now - folder.notBefore >= options_.longestUnseen && count < mostUnseen) {
-                lookAt(folder);
+                recheck(folder);
                 ++count;
             }
         });
 }
 
 std::chrono::milliseconds FolderScan::timeUntilNextTask(Clock::time_point now) const {
-    auto next = unwatched_.empty() ? nextLook_ : std::min(nextLook_, nextRetry_);
+    auto next = polled_.empty() ? nextRecheck_ : std::min(nextRecheck_, nextPoll_);
     for (const Folder* folder : deferred_)
         next = std::min(next, folder->notBefore);
     return std::max(0ms, std::chrono::ceil<std::chrono::milliseconds>(next - now));

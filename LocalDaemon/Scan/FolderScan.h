@@ -23,28 +23,29 @@
 namespace kelvane {
 
 struct ScanReport {
-    FileTotals totals;              // Of the selected files; incomplete while everything is scanned.
-    bool isScanning = false;        // Everything is scanned, not only what has changed.
-    bool isWatchIncomplete = false; // Some folders are not watched, and only listed periodically.
+    FileTotals totals;       // Of the selected files; incomplete while everything is scanned.
+    bool isScanning = false; // Everything is scanned, not only what has changed.
+    // A folder could not be watched since no watch was left, and is listed every `rescanInterval` instead.
+    // Stays true even if watches become free and that folder is watched later.
+    bool isWatchIncomplete = false;
     // Folders that have changed since the previous report. "/" stands for very many.
     std::vector<std::string> changedFolders;
-    FileTotals waiting;                       // Files that are not in the index or have changed.
-    std::uint64_t otherWaiting = 0;           // Pending links and empty folders.
+    FileTotals pending;                       // Files that are not in the index or have changed.
+    std::uint64_t otherPending = 0;           // Other pending items, as in FolderCounts.
     std::shared_ptr<const BackupIndex> index; // The index that everything was compared with; never null.
     // Pending links whose targets restic cannot save; the first hundred.
     std::vector<std::string> lossyLinks = {};
 };
 
-// Counts the regular files that the rules put in the backup, and those of them that wait for it, on a
-// thread of its own, and keeps the counts true as they, the rules and the index of what is backed up change:
-// the folders are watched, and one that has changed is listed again once the burst of changes is over. Links
-// are not followed, and other file systems only when they were added themselves. Folders for which the system
-// has no watch left, or whose file system does not tell of all changes, are listed again from time to time,
-// and all others once a day, a few at a time.
+// Counts the selected files and the pending items on a thread of its own, and updates the counts when files,
+// the rules or the index change: it watches the folders, and lists a changed one again once the burst of
+// changes is over. Links are not followed; other file systems are scanned only when they were added
+// themselves. Folders that cannot be watched or read, and those on remote file systems, which do not report
+// all changes, are listed again every `rescanInterval`, and all others once per `longestUnseen`, a few at a
+// time.
 //
-// `start` and `stop` belong to the owner's thread, the rest to any; `stop` ends within the time of a single
-// file-system call.
-// The listener is called on the scan's thread, without a lock.
+// The owner's thread calls `start` and `stop`, any thread the other functions. `stop` blocks for at most one
+// file-system call. The listener is called on the scan's thread, without a lock.
 class FolderScan {
 public:
     using Listener = std::function<void(const ScanReport&)>;
@@ -54,12 +55,12 @@ public:
         // `longestBurst`.
         std::chrono::milliseconds quiet{50};
         std::chrono::milliseconds longestBurst{500};
-        // For folders that cannot be watched.
+        // How often folders are listed that cannot be watched or read, or are on a remote file system.
         std::chrono::milliseconds rescanInterval = std::chrono::minutes(10);
-        // For all other folders, since some changes cause no event, such as writes to a memory-mapped
-        // file.
+        // How often all other folders are listed, since some changes cause no event, such as writes to a
+        // memory-mapped file.
         std::chrono::milliseconds longestUnseen = std::chrono::hours(24);
-        // Half of the user's limit, because other programs watch folders as well.
+        // By default half of the user's limit, because other programs watch folders as well.
         std::size_t mostWatches = DirectoryWatch::systemLimit() / 2;
         std::function<std::shared_ptr<const MountPoints>()> mounts = currentMountPoints;
         WorkFailed failed = [](const std::string&) {}; // Called on the scan's thread.
@@ -78,11 +79,12 @@ public:
 
     void start();
     void stop();
-    // These record the change and return.
+    // These record the request and return without waiting for the scan.
     void setRules(Rules rules);
-    // Compares pending items with the new index. Other items are assumed to be in it as well.
+    // Compares pending items, and those that the new index has as deleted, with the index. Other items are
+    // assumed to be in it as well.
     void setIndex(Index index);
-    void lookAtEverything();
+    void recheckEverything();
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -106,7 +108,8 @@ private:
     [[nodiscard]] bool isInLastSnapshot(const BackupIndex::Item* saved, std::string_view path) const;
     [[nodiscard]] std::uint64_t savedIn(const BackupIndex::Item& folder) const;
     void watch(Folder& folder, const std::string& path);
-    void lookAt(Folder& folder);
+    // Queues a listing although no change was reported.
+    void recheck(Folder& folder);
     void markChanged(Folder& folder);
     void forget(Folder& folder);
     void noteChangedFolder(const std::string& path);
@@ -118,7 +121,7 @@ private:
     void gatherBurst();
     void takeChanges(const std::vector<DirectoryWatch::Event>& changes);
     void takeDue(Clock::time_point now);
-    void lookAtUnseen(Clock::time_point now);
+    void recheckUnseen(Clock::time_point now);
     [[nodiscard]] std::chrono::milliseconds timeUntilNextTask(Clock::time_point now) const;
     void pause(std::chrono::milliseconds duration);
 
@@ -140,12 +143,14 @@ private:
     Index index_;
     const Tree tree_;
     std::unordered_set<Folder*> dirty_;    // Folders to be listed.
-    std::unordered_set<Folder*> deferred_; // Folders to be listed later.
-    // Unwatched or unreadable folders, which are tried again periodically.
-    std::unordered_set<Folder*> unwatched_;
+    std::unordered_set<Folder*> deferred_; // Folders to be listed after their `notBefore`.
+    // Folders that are listed every `rescanInterval`: unwatched or unreadable ones, and those on remote file
+    // systems.
+    std::unordered_set<Folder*> polled_;
     std::map<const Folder*, std::vector<std::string>> lossyLinks_; // The names of links.
-    Clock::time_point nextRetry_;
-    Clock::time_point nextLook_; // The next periodic listing of folders that were not listed for long.
+    // When `polled_` are listed again, and when folders are that were not listed for `longestUnseen`.
+    Clock::time_point nextPoll_;
+    Clock::time_point nextRecheck_;
     Clock::time_point lastReportTime_;
     ScanReport report_;
     std::string loggedUnreadable_;

@@ -32,8 +32,8 @@ void FolderScan::takeIndex() {
     index_.swap(before);
     for (const auto& [path, root] : tree_->roots())
         FolderTree::forEach(*root, [this](Folder& folder) {
-            if (folder.own.isWaiting())
-                lookAt(folder);
+            if (folder.own.isPending())
+                recheck(folder);
         });
     // An item that was not selected, or not mounted, while the new snapshot was made may be back.
     const std::uint32_t newest = before->snapshots().empty() ? 0 : before->snapshots().rbegin()->first;
@@ -43,9 +43,9 @@ void FolderScan::takeIndex() {
                 continue;
             const std::string path = index_->pathOf(item);
             if (Folder* const folder = tree_->find(path))
-                FolderTree::forEach(*folder, [this](Folder& each) { lookAt(each); });
+                FolderTree::forEach(*folder, [this](Folder& each) { recheck(each); });
             else if (Folder* const holder = tree_->find(folderOf(path)))
-                lookAt(*holder);
+                recheck(*holder);
         }
     });
 }
@@ -70,21 +70,22 @@ FolderContents FolderScan::contentsOf(const std::string& path) const {
             return mountPolicyOf(selection_.ruleAt(entry), mountPolicy);
         },
         [&](const FolderEntry& each) { return isPending(each, savedEntry(each.name), saved) || isLeftOut; });
-    // A folder with contents is saved with these, and a scan root has no attributes to lose. An
-    // unreadable folder may have any contents.
+    // The folder itself is pending while the backup lacks it: when a restore would leave it out, or when it
+    // is empty, since otherwise its contents are pending instead. An unreadable folder has no entries here
+    // and counts too, since it may have any contents. An empty scan root need not be saved.
     if (!tree_->roots().contains(path) && contents.error != ENOENT && mountPolicy != MountPolicy::Refused &&
         (isLeftOut || (contents.isEmpty && !isInLastSnapshot(saved, path))))
-        ++contents.own.otherWaiting;
-    // A folder that is not selected itself is saved only together with selected contents.
+        ++contents.own.otherPending;
+    // A folder that is not selected itself is saved only because of selected contents.
     if (!saved || saved->snapshot == 0 || contents.error != 0 || mountPolicy == MountPolicy::Refused)
         return contents;
     for (const std::vector<std::string>& names : {contents.subfolders, contents.mountPoints})
         for (const std::string& name : names)
             savedEntry(name);
-    contents.own.otherWaiting += savedIn(*saved) - stillThere; // Deleted or no longer selected.
+    contents.own.otherPending += savedIn(*saved) - stillThere; // Deleted or no longer selected.
     if (!hasSavedAttributes(*saved, contents.uid, contents.gid, contents.mode, contents.modified,
                             contents.changed))
-        ++contents.own.otherWaiting;
+        ++contents.own.otherPending;
     return contents;
 }
 

@@ -19,7 +19,7 @@ void FolderScan::takeRules() {
     dropRootsBut(isOtherMode ? std::set<std::string>() : selection_.scanRoots());
     for (const std::string& path : changedRules(*rules, *rules_))
         lookAgainAt(path);
-    // Added last, since a folder that was watched in another tree must be removed from there first.
+    // Added last, since a folder that is in the tree of another root must be removed from there first.
     addRoots();
     if (isOtherMode)
         scanEverything();
@@ -63,7 +63,7 @@ void FolderScan::lookAgainAt(const std::string& path) {
         drop(*folder);
     for (const std::string_view each : {std::string_view(path), folderOf(path)})
         if (Folder* const folder = tree_->find(each)) {
-            folder->isOnlyLookedAt = false;
+            folder->isOnlyRecheck = false;
             dirty_.insert(folder);
         }
 }

@@ -26,12 +26,12 @@ struct Folder {
     bool isListed = false; // It has been listed at least once.
     bool isWatched = false;
     bool isReadable = true;
-    bool isOnlyLookedAt = false; // Its next listing is periodic and not caused by a change.
+    bool isOnlyRecheck = false; // Its next listing was queued although no change was reported.
 };
 
 // The folders below the scan roots as they were last listed, and their counts. Only folders are stored,
 // no files, so that memory grows with the number of folders, and a changed folder costs one listing.
-// Belongs to one thread, except that any thread may read the counts.
+// Belongs to one thread, except that any thread may call `countsAt`.
 class FolderTree {
 public:
     using Roots = std::map<std::string, std::unique_ptr<Folder>, std::less<>>; // By path.
@@ -60,7 +60,7 @@ public:
     [[nodiscard]] std::unique_ptr<Folder> remove(Folder& folder);
 
 private:
-    // Applies a folder's changed counts to its parent folders.
+    // Replaces these counts in `below` of the folder and of all folders above it.
     static void recount(Folder* folder, const FolderCounts& before, const FolderCounts& now);
 
     // The tree's own thread locks it only for changes, other threads for reading.

@@ -16,8 +16,8 @@ namespace kelvane {
 namespace {
 
 constexpr const char* lostAndFound = "lost+found"; // Created by mkfs.
-constexpr std::size_t mostLookedAt = 100;          // Entries of a folder.
-// In seconds: no warning for a shorter absence.
+constexpr std::size_t mostLookedAt = 100;          // Entries of a folder that are looked at.
+// In seconds: for a shorter absence the alert is information and no warning.
 constexpr std::int64_t usualAbsence = std::int64_t{7} * 86400;
 
 struct AbsenceText {
@@ -61,8 +61,8 @@ std::string nearestOf(const std::set<std::string, std::less<>>& folders, const s
     return {};
 }
 
-// A file system without a known id is ignored until it has one. Older versions recorded no folder before
-// the file system.
+// A mount that was recorded without an id, which the system may not know yet, counts as the same. Older
+// versions recorded an id without the folder in front of it.
 bool isAnother(const std::string& remembered, const std::string& id) {
     const bool hasFolder = remembered.starts_with('/');
     return !remembered.empty() && remembered != (hasFolder ? id : id.substr(id.find(' ') + 1));
@@ -122,7 +122,7 @@ private:
         return std::make_shared<BackupRules>(std::move(rules));
     }
 
-    // Adds a mount of which the last backup was made.
+    // Adds a mount of the last backup if it is absent now.
     void addMount(const std::string& point, const std::string& id) {
         if (!selection_.mounts().contains(point))
             absences_[point] = Absence::NotMounted;
@@ -154,7 +154,7 @@ private:
                 !isSilent(folder, fileSystem_) && isEmpty(folder, rules_, fileSystem_))
                 absences_[folder] = Absence::Empty;
     }
-    // A mount point above another one explains why files there are missing.
+    // A mount below an absent path is not added: that path explains why its files are missing.
     void addCovered() {
         const std::set<std::string> covering = coveringSelection();
         for (const auto& [point, type] : selection_.mounts())
@@ -204,7 +204,7 @@ bool isInBackup(const BackupIndex& index, const std::string& path) {
     return item && (item->kind != ItemKind::Folder || !index.children(*item).empty());
 }
 
-// A path that was selected after its last backup was on the file system of its parent folder.
+// A path that was not selected by itself at its last backup was on the file system of its parent folder.
 std::string mountPointBefore(const Settings& settings, std::string_view path) {
     for (std::string_view at = path;; at = folderOf(at)) {
         if (const auto known = settings.mountPoints.find(at); known != settings.mountPoints.end())
@@ -264,12 +264,12 @@ Alert alertForAwayDisk(const std::string& path, Absence absence, const AwayDisk&
     const AbsenceText& text = absenceTexts[static_cast<std::size_t>(absence)];
     alert.title = text.beforePlace + place + text.afterPlace;
     alert.body = text.since + dateText(disk.since) +
-                 ". Until it is back, nothing in its place is backed up, all that it held stays in the "
-                 "backup, and no other old version is removed either. If it is gone for good, or what stands "
-                 "in its place is right, choose \"" +
+                 ". Until it is back, this path is not backed up, its files stay in the backup, and no other "
+                 "old version is removed either. If it will not come back, or the current contents of the "
+                 "path are right, choose \"" +
                  forgetDiskVerb +
-                 "\": that is backed up from now on, and what is missing there is removed once it has been "
-                 "kept for the usual time.";
+                 "\": the current contents are backed up from then on, and files that are missing there are "
+                 "removed after the time that deleted files are kept.";
     if (disk.decision == AwayDisk::Decision::Keep ||
         (absence == Absence::NotMounted && now < disk.since + usualAbsence))
         alert.severity = "information";

@@ -26,12 +26,12 @@ enum class Absence {
 // By mount point or folder.
 using Absences = std::map<std::string, Absence, std::less<>>;
 
-// Returns whether the backup contains anything of a disk, even only folders.
+// Returns whether the backup contains the file at the path, or anything in the folder, even only folders.
 [[nodiscard]] bool isInBackup(const BackupIndex& index, const std::string& path);
 
 // Returns the paths with saved contents that are absent now, regardless of the user's decisions: at the
-// mount points in the settings, in the home folder and the volumes, and where a mount covers a folder or
-// the selection. A path below an absent mount point is not listed separately. Blocks on the disk.
+// mount points in the settings, in the home folder and the volumes, and where something is mounted inside or
+// over the selection. A path below an absent mount point is not listed separately. Blocks on the disk.
 [[nodiscard]] Absences absencesNow(const Settings& settings, const BackupRules& rules,
                                    const BackupIndex& index, const FileSystem& fileSystem);
 

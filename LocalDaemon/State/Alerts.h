@@ -17,8 +17,8 @@
 namespace kelvane {
 
 // The standing alerts, one of each kind, each until it is withdrawn. An alert that is raised again with
-// a different text keeps its first time. Panes with an alert handler are notified of each alert that is
-// raised or changed.
+// a different text keeps the time of the first one. Panes with an alert handler are notified of each alert
+// that is raised or changed.
 //
 // Any thread; never blocks.
 class Alerts {
@@ -29,7 +29,7 @@ public:
 
     void raise(const Alert& alert);
     void withdraw(const std::string& kind);
-    // Replaces all alerts whose kinds begin with this prefix.
+    // Replaces all alerts whose kinds begin with this prefix by these.
     void replace(std::string_view beginningOfKinds, const std::vector<Alert>& alerts);
     [[nodiscard]] std::optional<Alert> standing(const std::string& kind) const;
     // Enables alerts for the pane and sends it the standing ones.

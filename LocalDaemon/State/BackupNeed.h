@@ -9,8 +9,8 @@ struct BackupNeed {
     bool mayAdd = false;       // Data may be added to the repository.
     bool mayRead = false;      // The repository may be read.
     bool isKnown = false;      // The scan is complete and was compared with the index.
-    bool isWaiting = false;    // There are pending files that could be read.
-    bool hasUnread = false;    // All pending files were unreadable.
+    bool isPending = false;    // There are pending files, and not only unreadable ones.
+    bool hasUnread = false;    // There are pending files, all of them unreadable.
     std::uint64_t changes = 0; // Counts the changes that the scan has seen.
     bool hasLowerPriority = false;
 };

@@ -14,7 +14,7 @@ namespace kelvane {
 class DaemonObserver {
 public:
     virtual ~DaemonObserver() = default;
-    // Enables notifications of states and of alerts, which are disabled at first.
+    // Enable or disable notifications of states and of alerts, which are disabled at first.
     virtual void setStateHandler(bool wanted) = 0;
     virtual void setAlertHandler(bool wanted) = 0;
     virtual void stateChanged(std::uint32_t code) = 0;

@@ -167,7 +167,7 @@ Value DaemonState::stateDictionary() const {
     Dictionary state{
         {std::string(statekey::serviceState), service},
         {std::string(statekey::statusString), currentStatusText(service)},
-        // Overwritten when the pane starts listening.
+        // Never less: the rules are loaded before the daemon accepts connections.
         {std::string(statekey::backupState), backupstate::rulesAreLoaded},
         {std::string(statekey::isBackupNeeded), needsBackup()},
         {std::string(statekey::hasUnreadFiles), unreadAt_.has_value()},
@@ -207,8 +207,8 @@ void DaemonState::takeReport(const ScanReport& report) {
     {
         const std::scoped_lock guard(mutex_);
         // The status of a folder depends on its pending files.
-        const bool isOtherwise = !scan_ || scan_->waiting.count != report.waiting.count ||
-                                 scan_->otherWaiting != report.otherWaiting;
+        const bool isOtherwise = !scan_ || scan_->pending.count != report.pending.count ||
+                                 scan_->otherPending != report.otherPending;
         scan_ = report;
         scan_->changedFolders.clear();
         changes_ += report.changedFolders.empty() ? 0U : 1U;
@@ -225,9 +225,9 @@ void DaemonState::takeReport(const ScanReport& report) {
             {.kind = watchAlert,
              .severity = "warning",
              .title = "Some changes are noticed late.",
-             .body = "The system lets you watch too few folders (fs.inotify.max_user_watches). The remaining "
-                     "ones are "
-                     "looked at from time to time."});
+             .body = "No inotify watches are left for the remaining folders; they are listed every few "
+                     "minutes instead. To watch more folders, raise fs.inotify.max_user_watches and restart "
+                     "the daemon."});
 }
 
 std::vector<std::string> DaemonState::lossyLinks() const {
@@ -274,7 +274,7 @@ std::int64_t DaemonState::now() const {
 BackupTotals DaemonState::currentTotals() const {
     if (!scan_)
         return {index_->totals(), {}};
-    BackupTotals totals{scan_->index->totals(), scan_->waiting};
+    BackupTotals totals{scan_->index->totals(), scan_->pending};
     const FileTotals done{std::min(activity_.done.count, totals.pending.count),
                           std::min(activity_.done.bytes, totals.pending.bytes)};
     totals.backedUp += done;
@@ -286,11 +286,11 @@ bool DaemonState::needsBackup() const {
     return isLooking() || !backupOrders_.areDone();
 }
 
-bool DaemonState::isWaiting() const {
-    return scan_ && (scan_->waiting.count > 0 || scan_->otherWaiting > 0) && unreadAt_ != changes_;
+bool DaemonState::isPending() const {
+    return scan_ && (scan_->pending.count > 0 || scan_->otherPending > 0) && unreadAt_ != changes_;
 }
 
-// A comparison with an older index does not tell the pending files.
+// A scan that was compared with another index does not tell which files are pending.
 bool DaemonState::isLooking() const {
     return !scan_ || scan_->isScanning || scan_->index != index_;
 }
@@ -302,8 +302,8 @@ BackupNeed DaemonState::currentNeed() const {
     // A restore waits for the index even while no backup is allowed.
     need.mayRead = mayWork || (hasPlace() && restore_.job != 0 && !isIndexCurrent_);
     need.isKnown = !isLooking();
-    need.isWaiting = isWaiting();
-    need.hasUnread = scan_ && scan_->waiting.count > 0 && !need.isWaiting;
+    need.isPending = isPending();
+    need.hasUnread = scan_ && scan_->pending.count > 0 && !need.isPending;
     need.changes = changes_;
     need.hasLowerPriority = settings_.lowerPriorityMode;
     return need;

@@ -35,7 +35,7 @@ struct BackupTotals {
 // The progress of the running backup.
 struct BackupActivity {
     bool isRunning = false;
-    bool isInitial = false; // It is the first backup.
+    bool isInitial = false; // There is no complete backup yet.
     std::optional<ServiceState> trouble;
     FileTotals done; // The saved files of those that were pending at the start.
     std::string currentFile;
@@ -85,12 +85,12 @@ public:
     [[nodiscard]] BackupActivity activity() const;
     void setActivity(const BackupActivity& activity);
     [[nodiscard]] BackupNeed backupNeed() const;
-    // A backup request clears the last failure.
+    // The last failure is not shown from a request until it has been tried.
     [[nodiscard]] BackupOrders& backupOrders() { return backupOrders_; }
     [[nodiscard]] std::vector<std::string> lossyLinks() const; // As in ScanReport.
-    // Records that the last backup could not read some pending files, which alone does not start another
-    // one until something changes: `changes` is the need's count when it began. None when it has read
-    // everything.
+    // Records that the last backup could not read some pending files, which alone do not start another
+    // one until something changes. `changes`: the need's count when that backup began; none when it has
+    // read everything.
     void noteUnread(std::optional<std::uint64_t> changes);
     // Never null.
     [[nodiscard]] Rules rules() const;
@@ -127,30 +127,30 @@ public:
     void takeReport(const ScanReport& report);
     // Raises or withdraws the alert that nothing is selected for backup.
     void checkSelection();
-    // Must be called when time has passed or an order has changed: a pause may be over.
+    // Must be called from time to time, since a pause may be over, and after a change of the requests.
     void refresh();
 
-    // Sets the result of the verification. None when no verification has been completed.
+    // Sets the result of the verification. `date`: none when no verification has been completed.
     void setVerification(std::optional<std::chrono::system_clock::time_point> date,
                          const std::string& outcome);
     // From 0 to 1; none when no verification is running.
     void setVerificationProgress(std::optional<double> progress);
-    // `files`: files whose current backup cannot be restored.
+    // `files`: the number of files whose last saved version cannot be restored.
     void setDamage(bool isAnyKnown, std::uint64_t files);
-    // Requests to verify everything. Panes show a verification as running until it has been tried.
+    // The requests to verify everything. Panes show a verification as running until it has been tried.
     [[nodiscard]] BackupOrders& verificationOrders() { return verificationOrders_; }
 
     // Notifies panes of changes.
     void setRestoreProgress(const RestoreProgress& progress);
-    // Raises an alert, and makes panes query the number of pending files, since they show a restore as
-    // soon as it is requested.
+    // Raises an alert, and makes panes query how many files are left to restore, since they show a
+    // restore as soon as it is requested.
     void refuseRestore(const std::string& reason);
     [[nodiscard]] RestoreProgress restoreProgress() const;
     // Must be called once the progress has no job: notifies panes of the end and of the files that could
     // not be restored.
     void endRestore(const std::vector<RestoreFailure>& failures);
-    // A pane that connects, or enables states, during a restore is notified of the number of pending
-    // files.
+    // A pane that connects, or enables states, during a restore is notified of the current file and of
+    // the number of files that are left to restore.
     void addPane(const std::shared_ptr<DaemonObserver>& pane);
     void addStateHandler(DaemonObserver& pane) const;
     void dropPanes();
@@ -163,7 +163,7 @@ private:
     [[nodiscard]] FileTotals currentlyFound() const { return scan_ ? scan_->totals : FileTotals(); }
     [[nodiscard]] BackupTotals currentTotals() const;
     [[nodiscard]] Absences currentAbsences() const;
-    [[nodiscard]] bool isWaiting() const;
+    [[nodiscard]] bool isPending() const;
     [[nodiscard]] bool isLooking() const;
     [[nodiscard]] bool needsBackup() const;
     [[nodiscard]] BackupNeed currentNeed() const;

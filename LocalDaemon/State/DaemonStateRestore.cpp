@@ -58,8 +58,9 @@ void DaemonState::endRestore(const std::vector<RestoreFailure>& failures) {
         {.kind = failureAlert,
          .severity = "warning",
          .title = "Some files could not be restored.",
-         .body = formatText("%llu of them, among them %@: %@. The log names them all.", failures.size(),
-                            messageLine(failures.front().path), messageLine(failures.front().reason)),
+         .body = formatText("Failed files: %llu. The first one is %@: %@. The log lists all of them.",
+                            failures.size(), messageLine(failures.front().path),
+                            messageLine(failures.front().reason)),
          .actions = {std::string(dismissAction)}});
 }
 

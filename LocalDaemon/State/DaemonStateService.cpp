@@ -11,7 +11,8 @@ constexpr const char* backupIsDamaged = "Something in the backup is damaged.";
 
 } // namespace
 
-// A pause that was set while the clock was ahead would last longer by the difference.
+// A pause that was set while the clock was ahead would last longer by the difference, so it ends when the
+// clock is set back before its start.
 bool DaemonState::isPaused() const {
     const std::int64_t time = now();
     return time < settings_.pausedUntil && time >= settings_.pausedSince - secondsPerMinute;
@@ -25,7 +26,7 @@ std::uint32_t DaemonState::pausedMinutes() const {
 
 void DaemonState::setPausedMinutes(std::uint32_t minutes) {
     changeSettings([this, minutes](Settings& settings) {
-        // Ending a pause that is over does not change the settings.
+        // 0 without a pause, so that ending none is no change to save.
         settings.pausedSince = minutes == 0 ? 0 : now();
         settings.pausedUntil = minutes == 0 ? 0 : now() + minutes * secondsPerMinute;
     });
@@ -71,7 +72,7 @@ std::uint32_t DaemonState::ownServiceState() const {
     conditions.isBackingUp = activity_.isRunning;
     conditions.isInitialBackup = activity_.isInitial;
     conditions.isScanning = isLooking();
-    conditions.hasPendingFiles = isWaiting();
+    conditions.hasPendingFiles = isPending();
     conditions.isDamaged = verification_.isDamageKnown;
     return static_cast<std::uint32_t>(serviceStateFor(conditions));
 }

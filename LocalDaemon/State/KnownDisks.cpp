@@ -64,7 +64,7 @@ void KnownDisks::lookForAbsent() {
     report();
 }
 
-MountsOfSelection KnownDisks::lookForMounts() {
+MountsOfSelection KnownDisks::updateMounts() {
     lookForAbsent();
     return mountsOfSelection(selection(), *fileSystem_);
 }
@@ -84,7 +84,7 @@ void KnownDisks::noteMounts(const MountsOfSelection& selection, bool areAllKnown
         std::map<std::string, std::string, std::less<>> points = selection.points;
         for (const std::string& path : selected)
             if (std::string before = mountPointBefore(settings, path); !before.empty())
-                points.try_emplace(path, std::move(before)); // Of absent paths.
+                points.try_emplace(path, std::move(before)); // An absent path keeps its mount point.
         settings.mountPoints = std::move(points);
         if (areAllKnown)
             std::erase_if(settings.mounts, [&](const auto& mount) {
@@ -106,7 +106,7 @@ std::string KnownDisks::decide(const std::string& name, AwayDisk::Decision decis
             }
     });
     report();
-    return isKnown ? std::string() : "No unmounted disk is named " + name + ".";
+    return isKnown ? std::string() : "No absent disk is named " + name + ".";
 }
 
 void KnownDisks::report() const {

@@ -16,8 +16,8 @@ namespace kelvane {
 // The mounted disks, and those that have files in the backup and are not mounted. They are remembered in
 // the settings.
 //
-// Any thread. Blocks on the disk, without a lock of the state. Panes are notified of absent disks as of
-// rules and alerts.
+// Any thread. Blocks on the disk, without a lock of the state. Panes are notified of absent disks by the
+// changes of rules and alerts.
 class KnownDisks {
 public:
     KnownDisks(std::shared_ptr<DaemonState> state, std::shared_ptr<const FileSystem> fileSystem);
@@ -27,7 +27,7 @@ public:
     // Returns the mounted volumes and the absent disks with files in the backup, which can be browsed
     // and restored. Never null.
     [[nodiscard]] std::shared_ptr<const Volumes> volumes() const;
-    // Returns a path resolver for one request.
+    // Returns a resolver for paths in these volumes, for one request.
     [[nodiscard]] PathResolver pathResolver() const { return PathResolver(volumes()); }
 
     // Returns the selection on the current mounts.
@@ -37,11 +37,12 @@ public:
     // backed up, nothing below it counts as deleted, and an alert is raised.
     void lookForAbsent();
     // Does the same, and returns the file systems that contain the selection.
-    [[nodiscard]] MountsOfSelection lookForMounts();
-    // Remembers the file systems of a backup. `areAllKnown`: it contains the whole selection, and all
-    // others are forgotten.
+    [[nodiscard]] MountsOfSelection updateMounts();
+    // Remembers the file systems of a backup. `areAllKnown`: the backup contains the whole selection, so
+    // that mounts outside it are forgotten.
     void noteMounts(const MountsOfSelection& selection, bool areAllKnown);
-    // Returns the reason of a failure for the user, empty on success. `name` is the alert's argument.
+    // Returns the reason of a failure for the user, empty on success. `name` is the argument of the
+    // alert's action.
     [[nodiscard]] std::string decide(const std::string& name, AwayDisk::Decision decision);
     // Returns why nothing can be restored to the path now, for the user: it belongs on a disk that is
     // not mounted. Empty when it can. Updates the absent disks as above.

@@ -15,7 +15,7 @@ struct ServiceConditions {
     bool isPaused = false;
     bool isRecovering = false;
     bool isOverQuota = false;
-    std::optional<ServiceState> trouble; // The failure of the last backup.
+    std::optional<ServiceState> trouble; // The failure of the last attempt to back up.
     bool isNothingSelected = false;
     bool isBackingUp = false;
     bool isInitialBackup = false;

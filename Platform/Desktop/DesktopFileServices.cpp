@@ -11,8 +11,7 @@
 namespace kelvane {
 namespace {
 
-// 2001-01-01 in milliseconds since 1970.
-// Beyond it no calendar counts years.
+// In milliseconds before or after 1970. No calendar counts years beyond it.
 constexpr double latestTime = 8e15;
 
 QString fileNameOf(std::string_view extension) {

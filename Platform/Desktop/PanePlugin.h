@@ -36,7 +36,7 @@ public:
 
 // A pane as the host drives it, always on the main thread:
 //
-// created > awakeFromNib > mainViewDidLoad > (didSelect > willUnselect) any number of times > deleted
+//   created > awakeFromNib > mainViewDidLoad > (didSelect > willUnselect) any number of times > deleted
 //
 // The host shows `mainView` and lets it paint before each `didSelect`; it calls `willUnselect` before another
 // pane is shown, before its window closes and before the host ends. When one of these throws, the user sees

@@ -48,7 +48,7 @@ struct QtMainLoop::TimerEntry {
     TimerEntry(const TimerEntry&) = delete;
     TimerEntry& operator=(const TimerEntry&) = delete;
 
-    // Called once: Qt soon reuses the id for another timer.
+    // Stops each id only once, because Qt soon reuses it for another timer.
     void stop() {
         const int started = std::exchange(id, 0);
         if (const auto owner = receiver.lock(); owner && started != 0)
@@ -70,7 +70,7 @@ void QtMainLoop::Receiver::start(const std::shared_ptr<TimerEntry>& timer,
     timers_[timer->id] = timer;
 }
 
-// Stops the Qt timer until the hold ends: Qt would fire it repeatedly.
+// Stops the Qt timer until the hold ends: otherwise Qt would fire it again and again.
 void QtMainLoop::Receiver::putOff(const std::shared_ptr<TimerEntry>& timer) {
     timer->stop();
     timer->isLate = true;

@@ -10,7 +10,7 @@ namespace kelvane {
 // the session bus. Waits for the bus for at most two seconds; empty when it does not answer.
 [[nodiscard]] std::vector<std::string> runningApplications();
 
-// Compares without regard to case.
+// Whether the identifier is one of these, upper and lower case being equal.
 [[nodiscard]] bool isApplicationAmong(const std::vector<std::string>& identifiers,
                                       std::string_view identifier);
 

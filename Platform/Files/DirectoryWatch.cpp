@@ -23,7 +23,7 @@ constexpr std::uint32_t entryChanges = IN_CREATE | IN_DELETE | IN_MOVED_FROM | I
                                        IN_DELETE_SELF | IN_ONLYDIR | IN_EXCL_UNLINK;
 constexpr std::uint32_t contentChanges = IN_MODIFY | IN_ATTRIB;
 
-constexpr std::size_t eventRoom = std::size_t{64} << 10U;
+constexpr std::size_t eventBufferSize = std::size_t{64} << 10U;
 // A wait reads this many times at most, so that it ends however fast changes arrive.
 constexpr int mostReadingSteps = 16;
 
@@ -120,7 +120,7 @@ bool DirectoryWatch::waitUntilReady(std::optional<std::chrono::milliseconds> tim
 }
 
 void DirectoryWatch::readEvents(Gathering& gathering) {
-    std::vector<char> buffer(eventRoom);
+    std::vector<char> buffer(eventBufferSize);
     for (int step = 0; step < mostReadingSteps; ++step) {
         const ssize_t size = ::read(inotify_.get(), buffer.data(), buffer.size());
         if (size <= 0)
@@ -205,7 +205,7 @@ void DirectoryWatch::detach(Paths::iterator path) {
     const auto watch = watches_.find(path->second);
     std::erase(watch->second, path);
     if (watch->second.empty()) {
-        ::inotify_rm_watch(inotify_.get(), watch->first); // fails when the kernel has removed the watch
+        ::inotify_rm_watch(inotify_.get(), watch->first); // fails when the kernel has already removed it
         watches_.erase(watch);
     }
     paths_.erase(path);

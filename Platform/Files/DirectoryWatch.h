@@ -55,8 +55,8 @@ public:
     [[nodiscard]] Outcome add(const std::string& path);
     void remove(const std::string& path);
 
-    // Blocks until something has changed, `wake` is called or the timeout expires; returns all events so far,
-    // each path once, or none. No timeout: no limit.
+    // Blocks until something has changed, `wake` is called or the timeout expires; returns the events so far,
+    // each path once, or none. Without a timeout it blocks for any time.
     [[nodiscard]] std::vector<Event> wait(std::optional<std::chrono::milliseconds> timeout);
     // Ends the current wait, or the next.
     void wake();
@@ -87,7 +87,7 @@ private:
     std::mutex mutex_; // guards the members below
     Paths paths_;
     std::unordered_map<int, std::vector<Paths::iterator>> watches_;
-    std::set<std::string> gone_; // on the list, but the folder does not exist
+    std::set<std::string> gone_; // on the list, but not watched: reported as gone
 };
 
 } // namespace kelvane

@@ -12,8 +12,7 @@ namespace {
 // Sets only these categories: another one that names a locale that is not installed would make the call fail.
 constexpr int dateCategories = LC_TIME_MASK | LC_CTYPE_MASK;
 
-// 2001-01-01 in seconds since 1970.
-// Beyond it no calendar counts years, and a time_t may not hold the second.
+// In seconds before or after 1970. No calendar counts years beyond it, and a time_t may not hold the second.
 constexpr double latestTime = 1e15;
 
 std::optional<std::tm> localTime(Date date) {

@@ -22,9 +22,9 @@ public:
 
 using IconHandle = std::shared_ptr<const Icon>;
 
-// Facts about files that are not on the disk: names of owners, names and icons of kinds, and the user's date
-// format. Main thread only; file system and accounts must outlive it. Nothing fails: unknown is an empty text
-// or no icon.
+// Information about files beyond what the file system stores: names of owners, names and icons of kinds, and
+// dates in the user's format. Main thread only; file system and accounts must outlive it. Nothing fails:
+// what is unknown is an empty text or no icon.
 class FileServices {
 public:
     FileServices(const FileSystem& fileSystem, const Accounts& accounts)

@@ -13,8 +13,6 @@
 namespace kelvane {
 namespace {
 
-// 2001-01-01 in seconds since 1970.
-
 Date dateOf(const timespec& time) {
     return {static_cast<double>(time.tv_sec) - Date::referenceTime + static_cast<double>(time.tv_nsec) / 1e9};
 }

@@ -30,7 +30,7 @@ struct FileAttributes {
 
 struct FolderListing {
     std::vector<std::string> names; // without "." and "..", in no order
-    bool isComplete = false;        // the limit was not reached and there was no error
+    bool isComplete = false;        // no name is beyond the limit, and no error
     int error = 0;                  // a value of errno
 };
 

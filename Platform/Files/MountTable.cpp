@@ -44,7 +44,7 @@ constexpr auto remoteFileSystems = std::to_array<std::string_view>(
     {"9p", "afs", "autofs", "ceph", "cifs", "coda", "fuse.", "gfs", "lustre", "ncp", "nfs", "ocfs2", "smb"});
 constexpr std::chrono::milliseconds longestAnswer(500);
 constexpr std::chrono::milliseconds answerStep(2);
-constexpr std::chrono::seconds answerHolds(1);
+constexpr std::chrono::seconds answerHolds(1); // how long a mount that has answered is not asked again
 
 struct Mount {
     std::string_view id;
@@ -135,7 +135,8 @@ void forEachMount(std::string_view mountTable, Visit visit) {
             visit(*mount);
 }
 
-// A mount at or above another's mount point hides it when both have the same parent mount.
+// The mounts that their paths do not reach: those with another mount on top, those whose mount point is below
+// that of another mount with the same parent, and those whose parent is hidden.
 class HiddenMounts {
 public:
     explicit HiddenMounts(const std::vector<Mount>& mounts) {
@@ -170,7 +171,7 @@ bool isBlockDevice(const std::string& path) {
     return isAbsolutePath(path) && ::stat(path.c_str(), &status) == 0 && S_ISBLK(status.st_mode);
 }
 
-// Device numbers change between boots, so the device's UUID is used.
+// Device numbers may change between boots, so the device's UUID is used.
 std::string uuidOfDevice(const std::string& device) {
     struct stat wanted {};
     if (!isAbsolutePath(device) || ::stat(device.c_str(), &wanted) != 0 || !S_ISBLK(wanted.st_mode))
@@ -197,7 +198,7 @@ std::string idOfFileSystem(const std::string& mountPoint, const std::string& typ
 }
 
 std::optional<ChildProcess> startAsking(const std::string& mountPoint) {
-    // stat calls statfs only when it has something to print.
+    // "%s" makes stat ask the file system for the size; without something to print it would ask for nothing.
     return ChildProcess::start({.arguments = {"stat", "--printf=%s", mountPoint}},
                                {.output = ChildStreams::null, .errors = ChildStreams::null});
 }
@@ -213,7 +214,7 @@ Volumes volumesInMountTable(std::string_view mountTable, const std::string& boot
             bootDevice = mount->device; // the last mount hides earlier ones
         if (!mount || !isInMountFolder(*mount) || mount->mountPoint.ends_with("//deleted"))
             continue;
-        // A mount on top of another also hides it, and takes its place and name.
+        // A mount on top of another hides it, and takes its place and name.
         const auto hidden = std::ranges::find(mounts, mount->mountPoint, &Mount::mountPoint);
         if (hidden == mounts.end()) {
             mounts.push_back(*mount);

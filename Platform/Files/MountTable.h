@@ -45,8 +45,8 @@ using MountPoints = std::map<std::string, std::string, std::less<>>;
 // reports no changes made there.
 [[nodiscard]] bool isRemote(std::string_view type);
 
-// For how long the mount has not answered; 0 when it answers at once. Callable on any thread; waits for half
-// a second at most.
+// For how long the mount has not answered; 0 when it answers within half a second, and half a second when no
+// process can be started to find out. Callable on any thread; waits for half a second at most.
 [[nodiscard]] std::chrono::milliseconds silenceOf(const std::string& mountPoint);
 [[nodiscard]] bool isAnswering(const std::string& mountPoint);
 
@@ -55,12 +55,13 @@ using MountPoints = std::map<std::string, std::string, std::less<>>;
 [[nodiscard]] std::string silentMountAround(std::string_view path,
                                             std::chrono::milliseconds silence = std::chrono::milliseconds(1));
 
-// Identifies the file system mounted at exactly this path, also after a reboot: its root within the file
-// system, a blank, and the UUID or the file system's substitute for it; for one without a device, its type
-// and source. Empty when unknown or not known yet.
+// Identifies what is mounted at exactly this path, also after a reboot: the mounted folder within the file
+// system, a blank, and the file system's UUID or, for ext, the id that it derives from the UUID; for a file
+// system without a device, its type and source. Empty when unknown or not known yet.
 [[nodiscard]] std::string fileSystemIdAt(const std::string& mountPoint);
 
-// Whether the mount table may have changed since the last query.
+// Detects changes of the mount table. `take` returns true when it may have changed since the last `take`, or
+// since this object was created; always true without /proc.
 class MountTableChanges {
 public:
     MountTableChanges();
@@ -68,7 +69,7 @@ public:
     [[nodiscard]] bool take();
 
 private:
-    FileDescriptor table_; // none without /proc
+    FileDescriptor table_;
 };
 
 // The volumes of this machine, read again when a mount or the label of the boot volume has changed. Callable

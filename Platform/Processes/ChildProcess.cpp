@@ -57,8 +57,8 @@ struct Preparation {
     const ChildStreams streams;
     std::vector<char*> arguments;
     std::vector<char*> environment;
-    SystemCallFilter filter; // the filter of its system calls
-    int failure;             // where a value of errno is written when the program cannot be executed
+    SystemCallFilter filter; // empty: none
+    int failure;             // the descriptor that gets errno when the program cannot be executed
     pid_t parent;
 };
 
@@ -106,7 +106,7 @@ void setStream(int number, int source) {
     ::_exit(ChildProcess::cannotExecute);
 }
 
-// Blocks all signals: a signal handler of the caller must not run in the child.
+// Blocks all signals during the fork: a signal handler of the caller must not run in the child.
 pid_t forkInto(Preparation& prepared) {
     sigset_t all;
     sigset_t before;
@@ -173,7 +173,7 @@ std::optional<ChildProcess> ChildProcess::start(const ChildCommand& command, con
     return process;
 }
 
-// Makes the system call itself, because the header of the C library's function gives it C++ linkage.
+// Makes the system call directly, because the C library's header declares pidfd_open with C++ linkage.
 ChildProcess::ChildProcess(pid_t pid, bool hasOwnGroup, FileDescriptor errors)
     : pid_(pid),
       hasOwnGroup_(hasOwnGroup),

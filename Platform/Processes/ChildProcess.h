@@ -18,10 +18,9 @@ namespace kelvane {
 // blocked, and only the standard descriptors. There are two ways:
 //
 // - `ChildProcess::start` returns while the program runs. An event loop waits for `descriptor()` and then
-// reads the exit status.
-//
+//   reads the exit status.
 // - `runChild` blocks until the program ends. Meanwhile it passes on the output line by line, calls a
-// function periodically, and ends a program that was stopped or makes no progress.
+//   function periodically, and ends the program when the stop signal is set or it makes no progress.
 
 // A program to start and its environment.
 struct ChildCommand {
@@ -55,8 +54,8 @@ struct ChildStreams {
     int errors = callers;
 };
 
-// A program that runs beside the caller. Belongs to one thread. Destroying the object leaves a running
-// program alone; it is reaped at a later start after it has ended.
+// A program that runs beside the caller. Belongs to one thread. Destroying the object does not end a running
+// program; after its end the program is reaped by a later `start`.
 class ChildProcess {
 public:
     static constexpr int cannotExecute = 1;
@@ -90,8 +89,9 @@ public:
     [[nodiscard]] bool hasExited() const;
     // 128 plus the number for a signal, as in a shell; `cannotExecute` when unknown.
     [[nodiscard]] int exitStatus() const;
-    // The first 4 KiB of its standard error without the last line break, if that was written to memory. Later
-    // writes to it by processes it started fail.
+    // The first 4 KiB of the program's standard error, without line breaks at the end; empty unless that was
+    // `ChildStreams::inMemory`. After this call, processes that the program has started and that still run
+    // fail when they write to their standard error.
     [[nodiscard]] std::string errors() const;
 
 private:
@@ -128,13 +128,13 @@ struct ChildSupervision {
     std::size_t longestLine = std::size_t{1} << 20U;
     // The program is stopped after this time without progress.
     std::chrono::milliseconds stallTimeout = std::chrono::minutes(2);
-    // The same, counted from the first error line since the last progress that reports trouble; the earlier
-    // of the two applies.
+    // The same, but counted from the first error line after the last progress for which `isTrouble` is true;
+    // the earlier of the two deadlines applies.
     std::chrono::milliseconds stallTimeoutInTrouble = std::chrono::minutes(2);
     std::function<bool(std::string_view)> isTrouble = [](std::string_view) { return false; };
     // Between SIGINT, which asks the program to stop, and SIGKILL.
     std::chrono::milliseconds gracePeriod = std::chrono::seconds(10);
-    // The interval at which the check runs.
+    // How often `onTick` is called.
     std::chrono::milliseconds tickInterval = std::chrono::seconds(5);
     std::function<ChildTick(pid_t)> onTick = [](pid_t) { return ChildTick(); };
 };

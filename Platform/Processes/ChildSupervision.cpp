@@ -160,7 +160,7 @@ private:
     void kill() {
         process_->kill();
         isEnding_ = isKilled_ = true;
-        endingSince_ = Clock::now(); // again until the kernel has released it
+        endingSince_ = Clock::now(); // `graceOfKilled` begins
     }
 
     // Returns false when nothing is left to read for now.
@@ -193,14 +193,14 @@ private:
             if (count < 0 && errno == EAGAIN)
                 return;
             if (count < 0 && errno != EINTR)
-                break; // the program does not read the rest
+                break; // the program has closed its standard input
             written_ += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
         }
         input_.reset();
     }
 
     void noteEnd() {
-        process_->kill(); // kills processes it started and left behind
+        process_->kill(); // kills what the program has left running in its group
         process_->waitForEnd();
         if (process_->hasExited())
             outcome_.status = process_->exitStatus();
@@ -220,7 +220,7 @@ private:
     std::optional<PipeLines> output_;
     std::optional<PipeLines> errors_;
     Clock::time_point lastProgress_;
-    std::optional<Clock::time_point> troubledSince_; // and no progress since then
+    std::optional<Clock::time_point> troubledSince_; // first line of trouble after the last progress
     Clock::time_point endingSince_;
     Clock::time_point lastTick_;
     bool isStoppedByTick_ = false;
@@ -240,7 +240,7 @@ bool isOpeningPipe(pid_t process) {
     std::error_code error;
     for (std::filesystem::directory_iterator thread("/proc/" + std::to_string(process) + "/task", error);
          !error && thread != std::filesystem::directory_iterator(); thread.increment(error)) {
-        std::string function; // a function of the kernel
+        std::string function; // the kernel function in which the thread sleeps
         if (std::ifstream(thread->path() / "wchan") >> function && function == "wait_for_partner")
             return true;
     }

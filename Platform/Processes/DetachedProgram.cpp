@@ -18,7 +18,8 @@
 namespace kelvane {
 namespace {
 
-// Resets the signal mask and actions of this process. Between fork and exec only system calls are safe.
+// Gives the program the default signal actions and an empty signal mask, not those of this process. Between
+// fork and exec only system calls are safe.
 [[noreturn]] void runProgram(char* const* arguments, int failure) {
     for (int number = 1; number < NSIG; ++number)
         ::signal(number, SIG_DFL);

@@ -22,7 +22,7 @@ constexpr std::uint32_t architecture = 0; // matches no program
 #if defined(SYS_chmod)
 constexpr std::uint32_t chmodWithoutFolder = SYS_chmod;
 #else
-constexpr std::uint32_t chmodWithoutFolder = SYS_fchmod; // missing on newer architectures
+constexpr std::uint32_t chmodWithoutFolder = SYS_fchmod; // newer architectures have no chmod
 #endif
 constexpr std::uint32_t fchmodat2 = 452; // not in the headers of older systems
 

@@ -81,10 +81,11 @@ IconHandle KelvaneBackupTabController::imageForCell(const KelvaneBrowserCell& ce
     return prefs_.fileServices().iconOfFile(cell.getFilePath());
 }
 
-// Reloads the open folders once after changes that were not notified: while the daemon was away, in the other
-// mode, or after a change of the policy. The first column has its own triggers.
+// Reloads the open folders once after changes that the daemon did not report: while it was not connected, in
+// the other mode, or when the exclude policy changed. Waits for that policy, because it decides which items
+// are shown. The first column has its own triggers.
 void KelvaneBackupTabController::refreshFolders() {
-    if (!areFoldersStale_ || !isPolicyRead_ || !manualBackupMode_ || !prefs_.connected())
+    if (!areFoldersStale_ || !isExcludePolicyRead_ || !manualBackupMode_ || !prefs_.connected())
         return;
     areFoldersStale_ = false;
     for (int column = 1; column <= manual_->manualBrowser->lastColumn(); ++column)
@@ -126,8 +127,8 @@ void KelvaneBackupTabController::showToggleState(std::int32_t state) {
     manual_->manualToggleButton->setText(QString::fromStdString(text));
 }
 
-// A selected item may have been deleted, in which case its parent folder is selected; the button does not
-// apply to that folder. The whole selection is in one column.
+// A selected item may have been deleted, in which case its parent folder is selected. The button's text was
+// not about that folder, so the click only updates it. The whole selection is in one column.
 void KelvaneBackupTabController::manualToggleAction() {
     const std::vector<std::string> paths = manual_->manualBrowser->selectedFilePaths();
     if (paths != chosenPaths_)
@@ -136,7 +137,7 @@ void KelvaneBackupTabController::manualToggleAction() {
     if (paths.empty() || !daemon)
         return;
     const int column = columnOf(paths.front());
-    // With a new link the selection has been read again.
+    // Stops when the link was replaced: the selection has been read again on the new one.
     static_cast<void>(workShowingProgress(prefs_, prefs_.text("Changing your backup…"), paths.size(),
                                           [&](std::size_t item) {
                                               if (prefs_.proxy() == daemon)
@@ -145,9 +146,9 @@ void KelvaneBackupTabController::manualToggleAction() {
                                           }));
 }
 
-// The button's state is that of the whole selection and may change with the next path, so each item is asked
-// for again on its own. It is read again after the path was added, because an observer of the reload may have
-// changed it.
+// The button's state is that of the whole selection and may differ for the next path. Only this item's node
+// is asked for again, because the other items have not been touched. The button's state is read a second time
+// after the path was added, because the reload may have changed it.
 void KelvaneBackupTabController::toggle(std::size_t item, int column) {
     const std::string path = chosenPaths_[item];
     const PaneFlags& flags = prefs_.flags();

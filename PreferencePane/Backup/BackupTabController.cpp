@@ -16,8 +16,6 @@
 namespace kelvane {
 namespace {
 
-// The lowest backup state in which the daemon has loaded its policy.
-
 constexpr const char* viewNames[] = {"disabled", "auto-backup", "manual-backup"};
 
 } // namespace
@@ -82,7 +80,7 @@ void KelvaneBackupTabController::connectControls() {
                      [this] { tableViewSelectionDidChange(); });
     QObject::connect(table, &ExcludeTable::dropped, &context_,
                      [this](const std::vector<std::string>& paths) { addExcludePaths(paths); });
-    // The key must not work while the button is disabled.
+    // `click` does nothing on a disabled button, so its key has no effect then, either.
     QObject::connect(table, &ExcludeTable::insertPressed, auto_->addSegment, &QAbstractButton::click);
     QObject::connect(table, &ExcludeTable::deletePressed, auto_->removeSegment, &QAbstractButton::click);
     QObject::connect(manual_->manualBrowser, &ColumnBrowser::chosen, &context_,
@@ -107,7 +105,7 @@ void KelvaneBackupTabController::setCurrentView() {
                 viewNames[static_cast<std::size_t>(view)], nameOfView(target), nameOfView(shownView(page)));
     if (view == BackupView::Auto)
         folderChanged({});
-    // That asked the daemon: if the link was lost meanwhile, another view is shown already.
+    // `folderChanged` asked the daemon: if the link was lost meanwhile, another view is shown already.
     if (target == nullptr || target == shownView(page) || view != wantedView())
         return;
     KelvaneCLog("BackupTab:setCurrentView: Really switching to new view (%@)", nameOfView(target));
@@ -130,7 +128,7 @@ void KelvaneBackupTabController::autoManualAction() {
     refreshFolders(); // the new mode has other rules
 }
 
-// The step that asks the daemon comes last. While disabled, the tab did not follow the selection.
+// The selection is read last, because that asks the daemon. It was not read while items could not be marked.
 void KelvaneBackupTabController::enableTabItems(bool enabled) {
     tabsEnabled_ = enabled;
     setCurrentView();
@@ -185,7 +183,7 @@ void KelvaneBackupTabController::readyChangedNotification() {
     } else {
         KelvaneCLog("BackupTabController:readyChangedNotification: not connected");
         watcher_->stopWatching();
-        isPolicyRead_ = false;
+        isExcludePolicyRead_ = false;
         closePanel();
     }
     setCurrentView();
@@ -223,7 +221,7 @@ void KelvaneBackupTabController::readPolicyExcludeList() {
                     Value(Array(policyExcludeList_.begin(), policyExcludeList_.end())));
     if (prefs_.proxy() != daemon)
         return;
-    isPolicyRead_ = true;
+    isExcludePolicyRead_ = true;
     areFoldersStale_ |= policyExcludeList_ != before;
     refreshFolders();
 }
@@ -241,7 +239,7 @@ void KelvaneBackupTabController::fileChanged(const std::string& path) {
     kelvane::fileChanged(path, *manual_->manualBrowser, false, prefs_);
     if (path != "/")
         return;
-    areFoldersStale_ = true; // for "/" stands for everything
+    areFoldersStale_ = true; // "/" stands for all paths
     readPolicyExcludeList();
 }
 

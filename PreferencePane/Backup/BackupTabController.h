@@ -99,8 +99,8 @@ private:
     MarkCounts chosenMarks_;
     bool manualBackupMode_ = false;
     bool tabsEnabled_ = false;
-    bool isPolicyRead_ = false;    // from the connected daemon
-    bool areFoldersStale_ = false; // applies to the open folders, not to the first column
+    bool isExcludePolicyRead_ = false; // from the connected daemon
+    bool areFoldersStale_ = false;     // applies to the open folders, not to the first column
     ReloadThrottle throttle_;
     std::unique_ptr<FolderWatcher> watcher_;
     QObject context_; // its destruction disconnects the controls

@@ -67,7 +67,7 @@ void KelvaneBackupTabController::addFilesDidEnd(const std::vector<std::string>& 
         addExcludePaths(filenames);
 }
 
-// The list is updated when the daemon notifies of the change.
+// The list is updated when the daemon reports the change.
 void KelvaneBackupTabController::addExcludePaths(const std::vector<std::string>& paths) {
     const auto volumes = prefs_.fileServices().fileSystem().volumes();
     for (const std::string& path : paths) {

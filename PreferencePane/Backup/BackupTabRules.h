@@ -46,7 +46,7 @@ struct TabItems {
 };
 [[nodiscard]] TabItems tabItemsFor(const PaneConditions& conditions);
 
-// None: unchanged.
+// Whether each button below the list of exclusions is enabled; none: unchanged.
 struct ExcludeSegments {
     std::optional<bool> add;
     std::optional<bool> remove;
@@ -76,7 +76,7 @@ private:
     void count(const FileNodeRef& node, int change);
 
     std::ptrdiff_t unchecked_ = 0;
-    std::ptrdiff_t waiting_ = 0; // of the selected items
+    std::ptrdiff_t waiting_ = 0; // the unchecked ones that wait to be backed up
 };
 
 // Converts a path that the user chose or dropped to the daemon's form: below the volume's name unless on the

@@ -50,8 +50,8 @@ void ChoosePanel::keepPrompt() const {
             button->setText(prompt_);
 }
 
-// Qt leaves out folders and keeps the name of a deselected file. While the user types, the selection follows
-// the field.
+// Shows the names of the selection in the text field: Qt leaves out folders and keeps the name of a
+// deselected file. Does nothing while the user types, because then the selection follows the field.
 void ChoosePanel::showChoice() const {
     auto* const field = findChild<QLineEdit*>();
     if (field->hasFocus())

@@ -6,7 +6,7 @@
 
 namespace kelvane {
 
-// A dialog for choosing any number of files and folders; links are resolved.
+// A dialog for choosing any number of files and folders; links are resolved, except broken ones.
 class ChoosePanel : public QFileDialog {
     Q_OBJECT
 public:

@@ -124,7 +124,7 @@ void ExcludeTable::paintEvent(QPaintEvent* event) {
     painter.drawRect(viewport()->rect().adjusted(1, 1, -1, -1));
 }
 
-// A drop applies to the whole list wherever the pointer is, and copies nothing.
+// A drop applies to the whole list wherever the pointer is. With the copy action the source keeps the files.
 void ExcludeTable::validateDrop(QDropEvent& event) {
     const bool hasFiles = event.mimeData()->hasFormat(fileNames) || event.mimeData()->hasFormat(filePromise);
     const bool isTaken =

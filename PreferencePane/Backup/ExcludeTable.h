@@ -20,7 +20,7 @@ public:
     explicit ExcludeTable(QWidget* parent = nullptr);
 
     void setServices(const PaneServices& prefs);
-    // Whether drops are accepted; called for each drop.
+    // Whether drops are accepted; called again at each step of a drag and at the drop.
     void setAcceptsDrop(std::function<bool()> acceptsDrop) { acceptsDrop_ = std::move(acceptsDrop); }
 
     // Rows that remain keep their selection, and the scroll position stays.
@@ -30,7 +30,8 @@ public:
 
 signals:
     void tableViewSelectionDidChange();
-    // Emitted with real paths. Promised files, which have no names yet, are not included.
+    // Emitted with the absolute paths of the dropped files. Promised files, which have no names yet, are not
+    // included.
     void dropped(const std::vector<std::string>& paths);
     void insertPressed();
     void deletePressed();

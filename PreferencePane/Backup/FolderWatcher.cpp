@@ -105,7 +105,7 @@ void FolderWatcher::watcherThread() {
             report(path);
 }
 
-// All watched paths after an overflow.
+// The watched paths to which the events belong; after an overflow all of them.
 std::vector<std::string> FolderWatcher::changedPaths(const std::vector<DirectoryWatch::Event>& events) {
     std::set<std::string> changed;
     for (const DirectoryWatch::Event& event : events)
@@ -123,7 +123,7 @@ std::vector<std::string> FolderWatcher::changedPaths(const std::vector<Directory
 void FolderWatcher::report(const std::string& path) {
     {
         const std::scoped_lock guard(mutex_);
-        isTold_ = false;
+        isHandled_ = false;
     }
     mainLoop_->post([this, path, presence = std::weak_ptr(presence_)] {
         if (presence.expired())
@@ -132,11 +132,11 @@ void FolderWatcher::report(const std::string& path) {
         if (presence.expired())
             return;
         const std::scoped_lock guard(mutex_);
-        isTold_ = true;
+        isHandled_ = true;
         changed_.notify_all();
     });
     std::unique_lock guard(mutex_);
-    changed_.wait(guard, [this] { return isTold_ || !runWatcherThread_; });
+    changed_.wait(guard, [this] { return isHandled_ || !runWatcherThread_; });
 }
 
 } // namespace kelvane

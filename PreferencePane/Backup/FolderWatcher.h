@@ -30,9 +30,9 @@ public:
     FolderWatcher(const FolderWatcher&) = delete;
     FolderWatcher& operator=(const FolderWatcher&) = delete;
 
-    // Watches the path, in the form of `volumes`, and all its ancestors up to "/" instead of the previous
-    // path; does nothing when it is the previous path or one of its ancestors. Folders that cannot be watched
-    // are skipped.
+    // Watches the path, which may be one that `volumes` maps, and all its ancestors up to "/" instead of the
+    // previous path. Does nothing when it is the previous path or one of its ancestors. Folders that cannot
+    // be watched are skipped.
     void watchAllOfPath(const std::string& path, const Volumes& volumes);
     // The previous path is remembered: it and its ancestors are watched again only after another path was.
     void stopWatching();
@@ -64,7 +64,7 @@ private:
     std::condition_variable changed_;
     std::vector<Watched> watched_;
     bool runWatcherThread_ = true;
-    bool isTold_ = false;
+    bool isHandled_ = false;
 
     std::thread thread_;
 };

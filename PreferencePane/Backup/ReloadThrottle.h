@@ -9,9 +9,10 @@
 
 namespace kelvane {
 
-// Limits the reloads of a browser's columns by their cost. A change reloads at once when more than twice the
-// duration of the last reload has passed; otherwise the reload is delayed to the next turn of the main loop,
-// where one reload covers all delayed changes. A change in another column first runs the delayed reload.
+// Limits the reloads of a browser's columns by their cost. A change reloads at once when the time since the
+// last immediate reload is more than twice what that reload took; otherwise the reload is delayed to the next
+// turn of the main loop, where one reload covers all delayed changes. A change in another column first runs
+// the delayed reload.
 //
 // The column given is the one that shows the changed folder; the column to its right, which lists the
 // folder's contents, is reloaded. Main thread only.

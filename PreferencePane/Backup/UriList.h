@@ -8,8 +8,8 @@ namespace kelvane {
 
 // The files of this machine in a URI list (text/uri-list), as file managers drop it.
 struct UriList {
-    std::vector<std::string>
-        paths; // absolute and clean, as bytes: without "." and "..", and with no separator behind
+    // Absolute, in the bytes of the file system, without ".", ".." and a trailing separator.
+    std::vector<std::string> paths;
     // Lines that are not a file of this machine.
     std::vector<std::string> others;
 };

@@ -44,7 +44,7 @@ private:
     const FileSystem& fileSystem_;
     const std::string hiddenListPath_;
     std::optional<Names> hiddenList_;                            // none until it has been read
-    std::optional<std::vector<std::string>> userLibraryFolders_; // paths in the form of volumes
+    std::optional<std::vector<std::string>> userLibraryFolders_; // as `Volumes::volumePath` returns them
     std::set<std::string> incompleteFolders_;                    // folders already logged
 };
 

@@ -22,7 +22,7 @@ struct VolumeRow {
 }
 
 // Converts a path that the user chose or dropped to the daemon's form: below the volume's name unless on the
-// boot volume, with names encoded as on the link.
+// boot volume, and as text, which is what the link carries.
 [[nodiscard]] std::string enteredPath(const std::string& path, const Volumes& volumes);
 
 } // namespace kelvane

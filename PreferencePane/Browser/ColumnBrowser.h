@@ -46,7 +46,8 @@ public:
     [[nodiscard]] const KelvaneBrowserCell* cell(int column, int row) const;
     [[nodiscard]] const KelvaneBrowserCell* cell(const BrowserRow& row) const;
     [[nodiscard]] BrowserRow rowAt(int column, int row) const;
-    // Updates bullet, image, state and enabling of the row. Ignored when the row has been removed.
+    // Updates the row's bullet, image and state, and enables or disables it. Ignored when the row has been
+    // removed.
     void setCell(const BrowserRow& row, const KelvaneBrowserCell& cell);
 
     // The first selected cell, or null.

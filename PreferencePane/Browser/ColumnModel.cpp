@@ -8,7 +8,8 @@
 namespace kelvane {
 namespace {
 
-// More runs of moved rows than this are gathered first, because each move shifts the rows below it.
+// Rows to remove or insert that form more runs than this are gathered into one run, because each run that is
+// removed or inserted moves the rows below it.
 constexpr std::size_t mostRuns = 16;
 
 constexpr std::size_t slot(int row) {
@@ -173,8 +174,8 @@ void ColumnModel::reorder(const std::vector<int>& order) {
     emit layoutChanged({}, VerticalSortHint);
 }
 
-// Returns whether the row looks different. The image stays, because it depends on nothing that can change in
-// a row.
+// Returns whether the row looks different. A loaded image stays unless the cell brings one, because it
+// depends on nothing that can change in a row.
 bool ColumnModel::update(int row, const KelvaneBrowserCell& cell) {
     KelvaneBrowserCell& shown = rows_.at(slot(row)).cell;
     const bool hasNewImage = !cell.image().isNull() && cell.image().cacheKey() != shown.image().cacheKey();
@@ -188,7 +189,8 @@ bool ColumnModel::update(int row, const KelvaneBrowserCell& cell) {
     return true;
 }
 
-// Qt treats as selected only selectable rows in the chosen ranges.
+// For Qt a row is selected when it is in a selected range and can be selected. So a selected row is held when
+// it is disabled, and a row that is enabled within such a range is deselected.
 void ColumnModel::setEnabled(int row, bool isEnabled) {
     QItemSelectionModel* const selection = selection_;
     const bool wasSelected = selection != nullptr && selection->isSelected(index(row));

@@ -8,7 +8,8 @@
 namespace kelvane {
 namespace {
 
-constexpr int defaultWidth = 191; // in logical pixels; three fit into a window of the default size
+// In logical pixels.
+constexpr int defaultWidth = 191; // three columns fit into a window of the default size
 constexpr int smallestWidth = 72;
 constexpr int largestWidth = 2000;
 

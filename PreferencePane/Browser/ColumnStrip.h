@@ -5,8 +5,8 @@
 
 namespace kelvane {
 
-// Columns side by side. Each has the width that the user has set for its position; the space at the right
-// stays empty.
+// Columns side by side. Each has the width that the user has set for its position, whichever column was there
+// then; the space at the right stays empty.
 class ColumnStrip : public QSplitter {
     Q_OBJECT
 public:
@@ -31,7 +31,7 @@ protected:
 private:
     class Edge;
 
-    std::vector<int> widths_; // by position; columns that were not resized are missing
+    std::vector<int> widths_; // by position, up to the last one that was resized
 };
 
 } // namespace kelvane

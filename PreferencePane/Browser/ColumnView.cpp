@@ -158,7 +158,7 @@ void ColumnView::reportChoice() {
     emit chosen();
 }
 
-// `seen` lists rows and their distance from the upper edge.
+// `seen` lists rows and how many pixels below the upper edge they were.
 void ColumnView::scrollBack(const std::vector<std::pair<QPersistentModelIndex, int>>& seen) {
     const auto anchor = std::ranges::find_if(seen, [](const auto& row) { return row.first.isValid(); });
     if (anchor == seen.end())

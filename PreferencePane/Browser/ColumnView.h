@@ -10,7 +10,7 @@ namespace kelvane {
 
 // One column of a browser. It distinguishes choices by the user from other changes: `chosen` is emitted once
 // for each choice by mouse, keyboard or screen reader, after Qt has handled the event, so that receivers may
-// do anything. It is never emitted for calls of these functions.
+// do anything. It is never emitted for changes made by the functions below.
 class ColumnView : public QListView {
     Q_OBJECT
 public:
@@ -31,7 +31,8 @@ public:
     void deselect();
     // Does not emit `chosen`.
     void select(const QModelIndex& index);
-    // The row to start with: the keyboard's last one, otherwise the first; enabled, or invalid.
+    // The row to start with: the current row if it is enabled, otherwise the first enabled one; invalid when
+    // there is none.
     [[nodiscard]] QModelIndex startRow() const;
 
 signals:

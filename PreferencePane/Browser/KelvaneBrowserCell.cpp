@@ -62,7 +62,7 @@ void KelvaneBrowserCell::drawIconAndTitle(const QRect& frame, QPainter& painter,
                                           const QStyleOptionViewItem& look) const {
     const QRect icon(frame.left() + gapBeforeIcon, frame.center().y() - (iconExtent - 1) / 2, iconExtent,
                      iconExtent);
-    // the toolkit's disabled icons are too bright on a dark background
+    // The toolkit's disabled icons are too bright on a dark background.
     painter.setOpacity(isEnabled_ ? 1 : dimmed);
     image_.paint(&painter, icon);
     painter.setOpacity(1);

@@ -36,7 +36,7 @@ public:
     [[nodiscard]] bool isEnabled() const { return isEnabled_; }
     void setEnabled(bool isEnabled) { isEnabled_ = isEnabled; }
 
-    // On one line: line breaks and characters that change the text direction are replaced.
+    // On one line: control characters, and those that change the text direction, are replaced.
     [[nodiscard]] QString shownTitle() const;
     // The full title if it does not fit into the frame, and the state; empty when that adds nothing.
     [[nodiscard]] QString toolTip(const QRect& frame, const QStyleOptionViewItem& look) const;

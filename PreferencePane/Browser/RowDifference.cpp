@@ -43,7 +43,7 @@ RowKey rowKey(const KelvaneBrowserCell& cell) {
 }
 
 std::vector<int> placesAmong(std::span<const RowKey> newKeys, std::span<const RowKey> oldKeys) {
-    // Most reloads change nothing: the common start needs no table.
+    // Most reloads change little: the rows up to the first difference need no table.
     const auto alike =
         static_cast<std::size_t>(std::ranges::mismatch(oldKeys, newKeys).in1 - oldKeys.begin());
     std::vector<int> places;

@@ -12,10 +12,11 @@
 namespace kelvane {
 namespace {
 
-constexpr int smallestRowContent = 16; // in logical pixels: an icon or a bullet
+// In logical pixels.
+constexpr int smallestRowContent = 16; // an icon or a bullet
 constexpr int marginAbove = 2;
 constexpr int marginAtSides = 4;
-constexpr int arrowWidth = 18;
+constexpr int arrowSpace = 18;
 constexpr qreal arrowHeight = 7;
 constexpr qreal arrowStroke = 1.5;
 
@@ -46,7 +47,7 @@ QStyleOptionViewItem lookOf(const QStyleOptionViewItem& option) {
 
 // The rectangle in which the cell draws; a bullet is vertically centred.
 QRect frameOf(const KelvaneBrowserCell& cell, const QRect& row) {
-    QRect frame = row.adjusted(marginAtSides, 0, cell.isLeaf() ? -marginAtSides : -arrowWidth, 0);
+    QRect frame = row.adjusted(marginAtSides, 0, cell.isLeaf() ? -marginAtSides : -arrowSpace, 0);
     if (const int height = cell.bulletSize().height(); height > 0) {
         frame.setTop(row.top() + (row.height() - height) / 2);
         frame.setHeight(height);
@@ -55,7 +56,7 @@ QRect frameOf(const KelvaneBrowserCell& cell, const QRect& row) {
 }
 
 void drawArrow(const QRect& row, QPainter& painter, const QColor& color) {
-    const QPointF tip(row.right() - arrowWidth / 2.0 + arrowHeight / 4, QRectF(row).center().y());
+    const QPointF tip(row.right() - arrowSpace / 2.0 + arrowHeight / 4, QRectF(row).center().y());
     painter.save();
     painter.setRenderHint(QPainter::Antialiasing);
     painter.setPen(QPen(color, arrowStroke, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
@@ -72,7 +73,7 @@ QColor arrowColor(const QStyleOptionViewItem& look) {
     return color;
 }
 
-// Draws only an outline: the style's focus frame fills the row and would leave the bullet's background.
+// Draws only an outline: the style's focus frame fills the row, and the bullet's background would show on it.
 void drawFocus(const QStyleOptionViewItem& look, QPainter& painter) {
     painter.setPen(look.palette.color(QPalette::Highlight));
     painter.drawRect(look.rect.adjusted(0, 0, -1, -1));

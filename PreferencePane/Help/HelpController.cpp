@@ -38,7 +38,7 @@ void showAsText(QTextBrowser& field) {
     field.setMaximumHeight(mostLines * field.fontMetrics().lineSpacing());
 }
 
-// A sheet of the pane's window, which accepts no input until the sheet is closed.
+// Shows a sheet of the pane's window, which accepts no input until the sheet is closed.
 void showSheet(QDialog& sheet) {
     sheet.open();
 }
@@ -186,7 +186,7 @@ void KelvaneHelpController::cancelEmailAction() {
 
 void KelvaneHelpController::sendEmailAction() {
     endSheet(*emailWindow_);
-    email_->emailButton->setEnabled(false); // ignores a second click
+    email_->emailButton->setEnabled(false); // a second click may already be queued
     const IncidentReport report = incidentReport();
     if (!report.hasAccount())
         return;
@@ -197,7 +197,7 @@ void KelvaneHelpController::sendEmailAction() {
     }();
     if (!outcome.isSent() && outcome.end != BusySheet::End::ApplicationEnds)
         offerAgain(outcome.failure);
-    // the form has promised the log
+    // The form has said that the log will be sent.
     else if (!outcome.missingLog.empty() && !email_->emailLogCaption->isHidden())
         openSheet(
             view_,
@@ -207,7 +207,7 @@ void KelvaneHelpController::sendEmailAction() {
             &context_, [](int) {});
 }
 
-// The text is kept. `failure` is empty when the user has cancelled.
+// Shows the form again with the text in it. `failure` is empty when the user has cancelled.
 void KelvaneHelpController::offerAgain(const std::string& failure) {
     emailCategoryAction(email_->emailCategory->currentIndex());
     showSheet(*emailWindow_);

@@ -26,7 +26,7 @@ void HelpViewEmailTextView::resetString() {
     document()->clearUndoRedoStacks();
 }
 
-// The view's own plain text has lost its no-break spaces.
+// Reads the raw text, because `toPlainText` replaces no-break spaces.
 QString HelpViewEmailTextView::string() const {
     return document()
         ->toRawText()

@@ -16,7 +16,7 @@ public:
     [[nodiscard]] std::int32_t charsInTextField() const { return charsInTextField_; }
     // Negative counts become 0.
     void setCharsInTextField(std::int64_t count);
-    // One edit, which cannot be undone.
+    // Removes the text in one edit, which cannot be undone.
     void resetString();
     // Every character as typed, with line feeds as line ends.
     [[nodiscard]] QString string() const;

@@ -21,9 +21,10 @@ public:
     LogArchive(const LogArchive&) = delete;
     LogArchive& operator=(const LogArchive&) = delete;
 
-    // Starts to zip. None, with the reason, when there is nothing to zip or the archive cannot be created.
+    // Starts to zip. None, with the reason, when `logPath` is not absolute, an old archive cannot be removed
+    // or the zip program cannot be started.
     [[nodiscard]] std::optional<ChildProcess> zip(const std::string& logPath, std::string& reason) const;
-    // Opens the archive, if it was made.
+    // Opens the archive; empty when there is none that can be accepted.
     [[nodiscard]] FileDescriptor open() const;
 
 private:

@@ -12,10 +12,10 @@
 namespace kelvane {
 namespace {
 
-constexpr std::chrono::milliseconds cleaningUp(2000); // for a program that was asked to end
+constexpr std::chrono::milliseconds cleaningUp(2000); // the time for a program to end after SIGTERM
 
-// Stops zipping after a timeout. The program removes its partial archive; one that does not end is killed, so
-// that it does not write on unnoticed.
+// Stops zipping that has timed out or was cancelled. The program removes its partial archive; one that does
+// not end is killed, so that it does not write on unnoticed.
 void stop(ChildProcess& process) {
     process.send(SIGTERM);
     pollfd end{process.descriptor(), POLLIN, 0};

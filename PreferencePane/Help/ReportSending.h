@@ -21,7 +21,7 @@ struct ReportOutcome {
 };
 
 // Zips the log and sends the report with it, or without it when it cannot be zipped. Blocks until the report
-// is sent and the archive removed.
+// is sent, has failed or is cancelled; the archive is removed by then.
 [[nodiscard]] ReportOutcome sendReport(const IncidentReport& report, const std::string& logPath,
                                        const ReportTools& tools, const BusySheet& busy);
 

@@ -56,8 +56,8 @@ void ReportTransfer::fillForm(const IncidentReport& report) {
 void ReportTransfer::setOptions(const std::string& address) {
     CURL* const transfer = transfer_.get();
     curl_easy_setopt(transfer, CURLOPT_URL, address.c_str());
-    // Otherwise the library would guess another protocol from a host name such as "ftp.example.org" or
-    // "file:///".
+    // Otherwise the library would use FTP for a host called "ftp.example.org", and read a local file for a
+    // "file:///" address.
     curl_easy_setopt(transfer, CURLOPT_DEFAULT_PROTOCOL, onlyProtocol);
     curl_easy_setopt(transfer, CURLOPT_PROTOCOLS_STR, onlyProtocol);
     curl_easy_setopt(transfer, CURLOPT_DISALLOW_USERNAME_IN_URL, 1L);

@@ -13,21 +13,22 @@
 
 namespace kelvane {
 
-// The time limits for sending a report.
+// The limits for sending a report.
 struct ReportLimits {
     std::chrono::milliseconds zipping{30'000}; // half a gigabyte takes ten seconds
     std::chrono::milliseconds connecting{15'000};
-    std::chrono::seconds standstill{60};          // of the transfer without a byte sent or received
+    std::chrono::seconds standstill{60};          // without a byte sent or received
     std::int64_t answer = std::int64_t{8} << 20U; // bytes of the answer, which is not used
 };
 
-// One multipart HTTP POST of a report, done step by step on its thread. The server's answer does not matter;
-// the library writes its activity to standard error and the answer to standard output.
+// One multipart HTTP POST of a report, done step by step on the thread that created it. What the server
+// answers does not matter; the library writes its activity to standard error and the answer to standard
+// output.
 //
 // The host name may be any text: it is used for an HTTP request to that host, or nothing is sent.
 class ReportTransfer {
 public:
-    // `archive` may be empty.
+    // An empty `archive` sends the report without the log.
     ReportTransfer(const IncidentReport& report, FileDescriptor archive, const ReportLimits& limits);
     ~ReportTransfer();
     ReportTransfer(const ReportTransfer&) = delete;

@@ -29,7 +29,7 @@ IconHandle iconOf(const LocationItem& item, const PaneServices& prefs) {
     switch (item.kind) {
     case LocationItem::Kind::Computer: return prefs.icons().computer();
     case LocationItem::Kind::Folder:
-        // A folder that exists only in the backup is a folder, too.
+        // A folder that exists only in the backup gets the icon of any folder.
         return prefs.fileServices().fileSystem().isDirectory(item.folder)
                    ? prefs.fileServices().iconOfFile(item.folder)
                    : prefs.fileServices().iconOfFolder();

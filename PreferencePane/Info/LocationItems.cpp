@@ -9,7 +9,7 @@ std::vector<LocationItem> locationItems(std::string_view path, const std::string
         return {{LocationItem::Kind::Unknown, "--", {}}};
     std::vector<LocationItem> items;
     std::string folder = deleteLastPathComponent(path);
-    // The root counts, so the outermost folder below it is the second.
+    // `depth` counts the root, so the outermost folder below it has depth 2.
     for (std::size_t depth = pathComponents(folder).size(); depth > 0; --depth) {
         if (depth > 2)
             items.push_back({LocationItem::Kind::Folder, lastPathComponent(folder), folder});

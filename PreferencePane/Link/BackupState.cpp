@@ -29,7 +29,7 @@ void BackupState::onBegin() {
     KelvaneCLog("BackupState:onBegin - opening connection");
     const std::weak_ptr<const void> presence = presence_;
     if (connection_)
-        onEnd(); // otherwise the object and its connection would never be destroyed
+        onEnd(); // otherwise the old controller and its connection would never be destroyed
     if (presence.expired() || connection_)
         return; // an observer of the end has destroyed this object or called `onBegin`
     connection_ = ConnectionController::create(mainLoop_, notifications_, bundle_, proxyDelegate_);
@@ -58,7 +58,7 @@ void BackupState::updateDaemonState() {
     const auto connection = connection_;
     Value state = query<"daemonState">();
     if (presence.expired() || connection_ != connection)
-        return; // an observer of the loss has called `onEnd`
+        return; // an observer of the loss has destroyed this object or called `onEnd`
     if (!state.isDictionary())
         state = {};
     extensions_ = state[statekey::extensions];

@@ -166,8 +166,8 @@ public:
     void endStateHandler() { command<"endStateHandler">(); }
     void terminateDaemon() { command<"terminate">(); }
 
-    // Extensions: nothing is sent, and the answer is empty, unless the daemon lists the extension. Otherwise
-    // the answer says why nothing was done.
+    // Extensions: unless the daemon lists the extension, nothing is sent and the answer is empty. Otherwise
+    // an answer that is not empty says why nothing was done.
     [[nodiscard]] std::string dismissAlert(const std::string& id) {
         return extendedQuery<"dismissAlert:">(id).stringValue();
     }

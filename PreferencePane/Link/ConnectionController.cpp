@@ -51,8 +51,8 @@ void ConnectionController::socketConnected(KelvaneSocket& /*socket*/) {
 void ConnectionController::socketFailed(KelvaneSocket& /*socket*/) {
     const auto self = shared_from_this(); // the socket that keeps this object is about to be destroyed
     KelvaneCLog("ConnectionController::socketFailed:");
-    // Does nothing when an observer of the loss has called `stop`, or when it was called before this task
-    // ran.
+    // Does nothing when `stop` was called, by an observer of the loss or before the report of the loss
+    // reached the main thread.
     const auto retry = [this] {
         if (!isStopped_)
             startConnectTimer();

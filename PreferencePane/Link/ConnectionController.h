@@ -21,8 +21,8 @@ inline constexpr std::string_view KelvaneConnectionReadyChangedNotification =
 //
 // Main thread, except that a failed write on another thread reports the loss there; the pane does not write
 // on other threads. When a write fails inside a call, the notification is delivered before the call returns.
-// One loss may be reported several times; each report closes the connection and restarts the second. `stop`
-// must be called before the owner releases this object: the socket keeps it from the first attempt on.
+// One loss may be reported several times; each report closes the connection and restarts the one-second wait.
+// `stop` must be called before the owner releases this object: the socket keeps it from the first attempt on.
 class ConnectionController : public SocketDelegate,
                              public std::enable_shared_from_this<ConnectionController> {
 public:
@@ -41,7 +41,7 @@ public:
     void stop();
 
     [[nodiscard]] bool connected() const { return connected_; }
-    // Null before the first attempt and after a close; may be set between attempts, too.
+    // Null before the first attempt and after a close, but not between attempts: check `connected` first.
     [[nodiscard]] std::shared_ptr<KelvaneProxy> proxy() const { return proxy_; }
 
     void socketConnected(KelvaneSocket& socket) override;

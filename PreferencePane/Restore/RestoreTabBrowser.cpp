@@ -60,7 +60,7 @@ KelvaneRestoreTabController::itemRows(const std::string& folder,
     parent->setPath(folder);
     BrowserRows rows;
     for (const FileNodeRef& child : KelvaneFileNode::fileNodesForDictionaries(dictionaries)) {
-        parent->addChild(child); // a node without its own path gets it from there
+        parent->addChild(child); // a node without its own path gets it from its parent
         const std::string name = child->fileName();
         if (name.empty() || !child->showInRestoreBrowser(prefs_.fileServices()))
             continue;

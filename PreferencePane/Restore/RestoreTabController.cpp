@@ -41,14 +41,14 @@ private:
     const std::function<void()> disappeared_;
 };
 
-// A read-only value on the tab's background.
+// Makes a read-only field look like text on the tab's background.
 void makePlain(QLineEdit& field) {
     QPalette palette;
     palette.setColor(QPalette::Base, Qt::transparent);
     field.setPalette(palette);
 }
 
-// Otherwise a screen reader would read the placeholder even when it is not shown.
+// Sets the description, too, because a screen reader would read the placeholder even when it is not shown.
 void show(QLineEdit& field, const std::string& text) {
     if (const QString line = oneLine(text); line != field.text()) {
         field.setText(line);

@@ -63,7 +63,7 @@ private:
     [[nodiscard]] std::optional<BrowserRows> itemRows(const std::string& folder,
                                                       const std::shared_ptr<KelvaneProxy>& daemon) const;
 
-    // Where to
+    // The destination
     void restoreAction();
     void showAlert(const RestoreAlertTexts& texts, bool canConfirm);
     void restoreAlertDidEnd(int returnCode);
@@ -86,7 +86,7 @@ private:
     KelvaneInfoWindowController& infoController_;
     const std::unique_ptr<Ui::RestoreView> ui_;
     const std::unique_ptr<Ui::RestoreProgressView> progress_;
-    // Either may be deleted first, with the pane's view.
+    // Each may be deleted first, with the pane's view.
     const QPointer<QWidget> restoreView_;
     const QPointer<QWidget> disabledRestoreView_;
     const QPointer<QWidget> progressView_;

@@ -34,7 +34,7 @@ struct RestoreControls {
 };
 [[nodiscard]] RestoreControls restoreControlsFor(std::size_t selected, bool isEnabled, bool isAuthorized);
 
-// By index in the pop-up.
+// Numbered by their index in the pop-up.
 enum class RestoreLocation : std::int32_t { Original, Desktop, Other, None };
 [[nodiscard]] RestoreLocation restoreLocationAt(int item);
 
@@ -58,7 +58,7 @@ enum class RestoreStep { Nothing, RestoreToOriginal, RestoreToDesktop, ChooseLoc
 // The target of a restore of `path`; without a folder, its original location.
 [[nodiscard]] std::string restoreTarget(const std::string& path, const std::optional<std::string>& folder);
 
-// The "/Volumes/<name>" parts of the paths, without duplicates.
+// The "/Volumes/<name>" parts of the paths, without duplicates; other paths are left out.
 [[nodiscard]] std::set<std::string> volumesOf(std::span<const std::string> paths);
 
 // The progress of a restore, from its counts of pending files.

@@ -52,7 +52,7 @@ public:
     PaneServices& operator=(const PaneServices&) = delete;
 
     // Null unless the pane is shown. During any call to the daemon the link may be lost, its notification
-    // delivered and the pane unselected: keep a handle to what you use, and check your state afterwards.
+    // delivered and the pane unselected: hold the shared pointer that you use, and check it again afterwards.
     [[nodiscard]] virtual std::shared_ptr<BackupState> backupState() const = 0;
     [[nodiscard]] bool connected() const {
         const auto state = backupState();

@@ -22,7 +22,7 @@ int returnCodeOf(const QAbstractButton* clicked, const std::vector<QPushButton*>
 void addHelp(QMessageBox& box, QObject* context, const std::function<void()>& showHelp) {
     QPushButton* const help = box.addButton(QMessageBox::Help);
     help->disconnect();
-    help->setIcon({}); // like the other buttons
+    help->setIcon({}); // the other buttons have no icon
     QObject::connect(help, &QAbstractButton::clicked, context, showHelp);
 }
 

@@ -9,7 +9,7 @@ namespace kelvane {
 struct Sheet {
     QString message;
     QString informative;                 // may be empty
-    std::vector<QString> buttons;        // the first one confirms; the last one is for Escape
+    std::vector<QString> buttons;        // the first one confirms; Escape stands for the last one
     bool canConfirm = true;              // whether the first button is enabled
     std::function<void()> showHelp = {}; // adds a button that leaves the sheet open
 };

@@ -37,7 +37,7 @@ void ModeComboBox::keyPressEvent(QKeyEvent* event) {
     case Qt::Key_Return:
     case Qt::Key_Enter:
     case Qt::Key_F4: return showPopup();
-    // NOLINT(bugprone-parent-virtual-call): skips the combo box's handling
+    // NOLINTNEXTLINE(bugprone-parent-virtual-call): skips the combo box's handling
     default: QWidget::keyPressEvent(event);
     }
 }

@@ -25,12 +25,13 @@ struct AmountTexts {
     std::string contains;
     std::string awaiting;
 };
-// The first text is set when both sizes are known, the second when both counts are: a daemon that is still
-// counting files knows the sizes, and one that is still adding up sizes knows the counts.
+// The first text gives an amount when both sizes are known, the second when both counts are; otherwise it
+// says that there is no information. A daemon that is still counting files knows the sizes, and one that is
+// still adding up sizes knows the counts.
 [[nodiscard]] AmountTexts amountTexts(const BackupAmount& backedUp, const BackupAmount& pending,
                                       const Bundle& bundle);
 
-// The backed-up share of all files, 0 to 100. 100 for an empty backup, and for sizes whose sum overflows.
+// Percentage of the total size that is backed up. 100 for an empty backup, and for sizes whose sum overflows.
 [[nodiscard]] std::int32_t percentDone(std::uint64_t backedUpSize, std::uint64_t pendingSize);
 
 // `quotaGB` 0 stands for the limit of accounts that do not report one.
@@ -48,8 +49,8 @@ struct AccountData {
     }
 };
 
-// The address of a page from its host and path: "%1$@" is replaced by the server, "%2$@" by the computer's
-// number and "%3$@" by the e-mail, in this order. Empty for an empty page.
+// The address of a page from its host and path: every "%1$@" is replaced by the server, then every "%2$@" by
+// the computer's number and every "%3$@" by the e-mail. Empty for an empty page.
 [[nodiscard]] std::string webAddress(const std::string& page, const AccountData& account);
 
 } // namespace kelvane

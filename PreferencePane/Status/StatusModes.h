@@ -32,7 +32,8 @@ inline constexpr std::array<ModeItems, daemonModeCount> modeItems{{
     return number >= 0 && number < daemonModeCount;
 }
 
-// The modes that may be chosen. None in a locked pane; `currentMode` must be a valid mode in an unlocked one.
+// The modes that may be chosen: none in a locked pane. In an unlocked one an invalid `currentMode` is an
+// assertion failure.
 [[nodiscard]] inline ModeItems enabledModeItems(std::int32_t currentMode, bool isUnlocked) {
     if (!isUnlocked)
         return {};
@@ -48,7 +49,7 @@ inline constexpr std::array<ModeItems, daemonModeCount> modeItems{{
            (chosen == DaemonMode::Recover && current != DaemonMode::Recover);
 }
 
-// Rounded up.
+// Whole hours, rounded up.
 [[nodiscard]] constexpr std::uint32_t hoursLeft(std::uint32_t minutes) {
     return minutes / 60 + (minutes % 60 == 0 ? 0 : 1);
 }

@@ -139,7 +139,7 @@ void KelvaneStatusTabController::showDaemonState(const BackupState& state) {
     showAmounts(state);
     showServiceState(state);
     const AccountData account{state.userEmail(), state.serverURL(), state.computerNumber()};
-    // If the link was lost meanwhile, that has been shown, and these answers are empty.
+    // If the link was lost meanwhile, that has been shown, and these answers are the stored ones.
     if (!state.connected())
         return;
     showAccount(account);
@@ -221,7 +221,7 @@ void KelvaneStatusTabController::openURLUsingKey(const std::string& key) {
     AccountData account;
     if (state)
         account = {state->userEmail(), state->serverURL(), state->computerNumber()};
-    // A page needs the server; an account may have no e-mail.
+    // Checks only the server, which every page needs: an account without an e-mail has pages, too.
     if (account.serverURL.empty())
         return KelvaneCLog("Unable to open web pages:  proxy is down");
     const std::string address = webAddress(prefs_.bundle()->information(key).stringValue(), account);

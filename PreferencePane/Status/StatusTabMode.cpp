@@ -129,7 +129,7 @@ void KelvaneStatusTabController::applyMode(DaemonMode mode) {
     if (mode == DaemonMode::Disabled) {
         isDisableInProgress_ = true;
         prefs_.flags().disableAuthorized = false;
-        static_cast<void>(enableDaemon(false)); // the flag holds the result
+        static_cast<void>(enableDaemon(false)); // `disableAuthorized` holds the result
         if (!prefs_.flags().disableAuthorized)
             isDisableInProgress_ = false;
         return;

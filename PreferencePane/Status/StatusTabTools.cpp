@@ -21,7 +21,7 @@ static_assert(HandOffFile::formSize == authorizationFormSize);
 // The variable that tells the tools, like every program, which daemon to use.
 constexpr const char* daemonVariable = "KELVANE_DAEMON=";
 
-// How often the end of a tool is checked after its completion word, so that it does not stay a zombie.
+// How many times the end of a tool is checked after its completion word, so that it does not stay a zombie.
 constexpr int endChecks = 8;
 
 struct Switch {
@@ -70,7 +70,7 @@ private:
     const bool hadFocus_;
 };
 
-// Also 0 when no tool was run.
+// Returns the tool's exit status; 0 also when no tool was run, and for the uninstaller.
 int KelvaneStatusTabController::uninstall(Operation operation) {
     const Operating operating(*this);
     Authorization& authorization = prefs_.authorization();

@@ -10,7 +10,7 @@
 namespace kelvane {
 
 // The texts of the Status tab: their keys in the bundle's string table, and the English texts for a bundle
-// without one. A carriage return is a line break. Texts in the tab's form are their own keys.
+// without them. A carriage return is a line break. Texts in the tab's form are their own keys.
 enum class StatusText : std::size_t {
     Version,
     VersionName,

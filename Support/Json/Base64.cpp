@@ -5,7 +5,7 @@ namespace {
 
 constexpr std::string_view alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-// A group of four characters holds one to three bytes; it is that much shorter by its padding.
+// The number of padding characters, by which the last group is shorter than three bytes.
 std::size_t paddingOf(std::string_view text) {
     if (text.ends_with("=="))
         return 2;
@@ -43,7 +43,7 @@ std::optional<Data> dataFromBase64(std::string_view text) {
         if (i % 4 != 0)
             bytes.push_back(static_cast<std::uint8_t>(group >> (6U - 2U * (i % 4))));
     }
-    // Bits that no byte takes must be empty, or two texts would mean the same bytes.
+    // The unused bits of the last group must be 0: otherwise two texts would stand for the same bytes.
     const bool leftOver = (group & ((1U << 2U * padding) - 1U)) != 0;
     return leftOver ? std::nullopt : std::optional(std::move(bytes));
 }

@@ -53,7 +53,7 @@ Value nonFiniteFromText(std::string_view text) {
 }
 
 Value floatOf(const Value& content) {
-    // Halfway between the largest float and what would be the next: below it a number is rounded to a float.
+    // Halfway between the largest float and the next power of two: smaller numbers are rounded to a float.
     constexpr double aboveAnyFloat = 0x1.ffffffp127;
     if (content.isString())
         return nonFiniteFromText<float>(content.stringValue());
@@ -83,7 +83,7 @@ Value dataOf(const Value& content) {
     return bytes ? Value(std::move(*bytes)) : Value();
 }
 
-// Takes `count` digits from the front and the separator behind them.
+// Removes `count` digits and the separator after them from the front of `text`, and returns the number.
 std::optional<unsigned> takeNumber(std::string_view& text, std::size_t count, char separator) {
     unsigned number = 0;
     if (text.size() <= count || text[count] != separator)
@@ -97,14 +97,14 @@ std::optional<unsigned> takeNumber(std::string_view& text, std::size_t count, ch
     return number;
 }
 
-// The decimals of a second, in a text that ends with "Z".
+// The fraction of a second in `text`, which is decimals followed by "Z".
 std::optional<double> fractionFromText(std::string_view text) {
     const std::string_view digits = text.substr(0, text.size() - 1);
     if (text.empty() || text.back() != 'Z' || digits.empty() ||
         digits.find_first_not_of("0123456789") != std::string_view::npos)
         return std::nullopt;
     const std::string number = "0." + std::string(digits);
-    double fraction = 0; // what is too small for a double stays 0
+    double fraction = 0; // stays 0 when the number is too small for a double
     std::from_chars(number.data(), number.data() + number.size(), fraction);
     return fraction;
 }

@@ -8,7 +8,7 @@
 
 namespace kelvane {
 
-// What the one key of a marker object may be.
+// The keys of marker objects: JSON objects with one key that stand for a value without a JSON form.
 namespace marker {
 
 inline constexpr std::string_view date = "$date";
@@ -19,17 +19,17 @@ inline constexpr std::string_view dictionary = "$dictionary";
 
 } // namespace marker
 
-// Whether an object with just these entries is a marker: its only key is one of these. "$dictionary" makes
-// one already where it stands first, so that a reader knows what follows before it has seen the end.
+// Whether an object with these entries is a marker: its only key is one of the above. With "$dictionary" as
+// the first key it is one even if others follow, so that a reader knows this before the end of the object.
 [[nodiscard]] bool isMarker(const Dictionary& entries);
 
-// What the marker `key` makes of its content; absent when the content does not fit.
+// The value of a marker object with this key and content; absent when the content does not fit the key.
 [[nodiscard]] Value valueOfMarker(std::string_view key, const Value& content);
 
-// The seconds since 2001 of a text like "2025-01-02T03:04:05.678Z"; none for anything else.
+// Reads a date like "2025-01-02T03:04:05.678Z"; none for any other text.
 [[nodiscard]] std::optional<Date> dateFromText(std::string_view text);
 
-// "inf", "-inf", "nan", or "nan:0x" and the bits of a NaN that is not the usual one.
+// "inf", "-inf", "nan", or, for a NaN other than the default one, "nan:0x" and its bits.
 [[nodiscard]] std::string textOfNonFinite(float number);
 [[nodiscard]] std::string textOfNonFinite(double number);
 

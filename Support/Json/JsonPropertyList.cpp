@@ -23,7 +23,7 @@ Json jsonOf(double number) {
     return std::isfinite(number) ? Json(number) : marked(marker::real, textOfNonFinite(number));
 }
 
-// The shortest text that names this float, unless a double read from it would be rounded to another one.
+// The double with the shortest text for this float, unless it would be rounded to another float.
 double shortestDouble(float number) {
     std::array<char, 32> text{};
     const auto end = std::to_chars(text.data(), text.data() + text.size(), number).ptr;
@@ -59,7 +59,7 @@ Json jsonOf(const Array& items) {
 
 Json jsonOf(const Dictionary& entries) {
     Json::object_t object;
-    // The object's own insertion compares with every key before it. Here all keys are known to differ.
+    // Bypasses the object's own insertion, which compares each key with all others: these keys all differ.
     std::vector<Json::object_t::value_type>& list = object;
     list.reserve(entries.size());
     for (const auto& [key, value] : entries)

@@ -8,20 +8,20 @@
 
 namespace kelvane {
 
-// Property lists as JSON and back, exact both ways, the order of a dictionary included. What JSON has no form
-// for is an object with one key:
+// Converts property lists to JSON and back without loss, including the order of a dictionary. A value that
+// has no form in JSON becomes an object with one key:
 //
 //   {"$date": "2025-01-02T03:04:05Z"}  a date, with all its decimals
-//   {"$date": 1.5e300}                 one that no calendar from year 1 to 9999 names: seconds since 2001
+//   {"$date": 1.5e300}                 a date outside the years 1 to 9999: seconds since 2001
 //   {"$data": "base64"}                bytes
 //   {"$float": 1.5}                    a real of four bytes
 //   {"$real": "nan"}                   "nan", "inf", "-inf", or "nan:0x..." with the bits of another NaN
 //   {"$float": "nan"}                  likewise, of four bytes
-//   {"$dictionary": {...}}             a dictionary that would be taken for one of these
+//   {"$dictionary": {...}}             a dictionary that would be read as one of these
 //
 // Numbers with a point or an exponent are reals, all others integers.
 //
-// Pure functions, for any thread.
+// Pure functions, callable on any thread.
 
 // An absent value becomes null, which `propertyListFromJson` refuses.
 [[nodiscard]] nlohmann::ordered_json jsonFromPropertyList(const Value& value);
@@ -33,9 +33,9 @@ struct JsonReading {
     [[nodiscard]] bool succeeded() const { return error.empty(); }
 };
 
-// Refused: what is no JSON in UTF-8, null, a key that stands twice, an integer beyond 64 bits, a marker whose
-// content is not its own, "$dictionary" in company, more than `deepestNesting` levels. Another marker in
-// company is a key like any other.
+// Refuses text that is not JSON in UTF-8, null, a repeated key, an integer of more than 64 bits, a marker
+// with unsuitable content, other keys after "$dictionary", and more than `deepestNesting` levels. Any other
+// marker key beside other keys is an ordinary key.
 [[nodiscard]] JsonReading propertyListFromJson(std::string_view text);
 
 } // namespace kelvane

@@ -13,7 +13,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// Goes through the text and lets others see how far it has come.
+// An iterator over the text that also stores its position in `*furthest`, for error messages.
 class CountingIterator {
 public:
     using iterator_category = std::input_iterator_tag;
@@ -43,15 +43,15 @@ private:
     const char** furthest_;
 };
 
-// An array or object that is still open.
+// An array or object whose end has not been read yet.
 struct Frame {
     bool isObject = false;
-    bool isLiteral = false; // the content of a "$dictionary": what it looks like does not matter
+    bool isLiteral = false; // the content of a "$dictionary", which is never a marker itself
     int level = 0;
     Array items;
     Dictionary entries;
     std::unordered_set<std::string> keys;
-    std::string key; // the one whose value is next
+    std::string key; // the key of the next value
 
     [[nodiscard]] bool expectsLiteral() const {
         return isObject && !isLiteral && entries.empty() && key == marker::dictionary;
@@ -61,7 +61,7 @@ struct Frame {
     }
 };
 
-// Builds the value while the parser goes. Every operation answers whether to go on.
+// Builds the value from the parser's events. Each handler returns whether to continue.
 class Builder {
 public:
     explicit Builder(std::string_view text) : text_(text), position_(text.data()) {}
@@ -74,7 +74,7 @@ public:
     bool number_unsigned(std::uint64_t number) { return add(number); }
     bool number_float(double number, const std::string& digits);
     bool string(std::string& text) { return add(std::move(text)); }
-    bool binary(std::vector<std::uint8_t>& /*bytes*/) { return false; } // not in a text
+    bool binary(std::vector<std::uint8_t>& /*bytes*/) { return false; } // does not occur in text
     bool start_object(std::size_t /*count*/) { return open(true); }
     bool start_array(std::size_t /*count*/) { return open(false); }
     bool key(std::string& key);
@@ -97,7 +97,7 @@ private:
 
 JsonReading Builder::read() {
     const char* const end = text_.data() + text_.size();
-    // The parser would take a zero byte for the end.
+    // The parser would treat a zero byte as the end.
     if (const std::size_t zero = text_.find('\0'); zero != std::string_view::npos) {
         position_ += zero + 1;
         refuse("a zero byte in the text");
@@ -120,9 +120,9 @@ bool Builder::number_float(double number, const std::string& digits) {
 bool Builder::key(std::string& key) {
     Frame& frame = frames_.back();
     if (!frame.keys.insert(key).second)
-        return refuse("the key \"" + key + "\" stands twice");
+        return refuse("the key \"" + key + "\" occurs twice");
     if (frame.holdsLiteral())
-        return refuse("\"$dictionary\" stands alone in its object");
+        return refuse("\"$dictionary\" must be the only key of its object");
     frame.key = std::move(key);
     return true;
 }
@@ -163,7 +163,7 @@ bool Builder::open(bool isObject) {
     const Frame* parent = frames_.empty() ? nullptr : &frames_.back();
     frame.isLiteral = parent && isObject && parent->expectsLiteral();
     frame.level = (parent ? parent->level : 0) + (frame.isLiteral ? 0 : 1);
-    // An object that turns out to be a marker is no level.
+    // An object that turns out to be a marker does not count as a level, so one more is allowed here.
     if (frame.level > deepestNesting + (isObject ? 1 : 0))
         return refuseLevel();
     frames_.push_back(std::move(frame));

@@ -15,9 +15,9 @@ namespace {
 
 using State = CheckedReading::State;
 
-constexpr std::string_view checksumKey = "checksum"; // of the entry beside it, a property list as data
+constexpr std::string_view checksumKey = "checksum"; // of the other entry, which is a property list as data
 
-// A damaged list may read as an empty dictionary, which no version writes.
+// Refuses an empty dictionary: a damaged list may read as one, and no version of the program writes one.
 CheckedReading readingOf(const Value& content, std::string_view name) {
     if (content.dictionary().empty())
         return {State::Damaged, {}, "it holds no dictionary"};

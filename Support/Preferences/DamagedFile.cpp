@@ -9,7 +9,7 @@
 namespace kelvane {
 namespace {
 
-// False with `errno`.
+// Returns false with `errno` set on failure.
 bool keep(const std::string& path, const std::string& aside, DamagedFile file) {
     if (file == DamagedFile::Remains) {
         ::unlink(aside.c_str());
@@ -24,7 +24,7 @@ bool keep(const std::string& path, const std::string& aside, DamagedFile file) {
 std::string setAside(const std::string& path, const std::string& reason, DamagedFile file) {
     const std::string aside = path + ".damaged";
     if (keep(path, aside, file)) {
-        logError("%@ cannot be read (%@). It is set aside as %@, and a new one is begun.", path, reason,
+        logError("%@ cannot be read (%@). It is kept as %@, and a new one will be written.", path, reason,
                  aside);
         return {};
     }

@@ -15,11 +15,11 @@ constexpr std::string_view fileName = "/com.kelvane.preferences.plist";
 struct Domain {
     std::string path;
     Dictionary entries;
-    Dictionary unwritten; // what could not be written when it was set
+    Dictionary unwritten; // settings that could not be written to the file
     bool isLoaded = false;
     bool lastReadOK = false;
 
-    // False when the file is at fault, for which each try may wait.
+    // Returns false when the file cannot be written; writing another key may then block for the same time.
     bool write(const std::string& key, const Value& value);
 };
 
@@ -40,7 +40,7 @@ void load(Domain& domain) {
         KelvaneCLog("DefaultsDB: %@", reading.error);
     } else {
         domain.entries = std::move(reading.entries);
-        domain.unwritten = {}; // it would go over what others have written since
+        domain.unwritten = {}; // would overwrite newer settings of other processes
     }
     domain.isLoaded = true;
 }

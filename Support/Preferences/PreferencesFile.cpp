@@ -17,18 +17,18 @@ namespace kelvane {
 namespace {
 
 constexpr std::size_t largestFile = std::size_t{4} << 20U;
-constexpr std::chrono::seconds lockPatience(2);
-// Short beside the time for which a writer holds the lock, or one who writes a lot would never be
-// interrupted.
+constexpr std::chrono::seconds lockTimeout(2);
+// Short compared with the time for which a writer holds the lock: otherwise a process that writes without
+// pause would keep all others out.
 constexpr std::chrono::microseconds lockRetryInterval(250);
 
-// Held until it goes. A lock that waits cannot be given a limit, so this one asks again and again.
+// Locks a file for as long as this object lives. Polls, because a blocking flock has no timeout.
 class FileLock {
 public:
     explicit FileLock(const std::string& path)
         : file_(
               ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, privateFileMode)) {
-        const auto deadline = std::chrono::steady_clock::now() + lockPatience;
+        const auto deadline = std::chrono::steady_clock::now() + lockTimeout;
         error_ = file_ ? tryLock() : errno;
         while (error_ == EWOULDBLOCK && std::chrono::steady_clock::now() < deadline) {
             std::this_thread::sleep_for(lockRetryInterval);
@@ -36,7 +36,7 @@ public:
         }
     }
 
-    // errno's number; 0: locked.
+    // A value of errno; 0: locked.
     [[nodiscard]] int error() const { return error_; }
 
 private:
@@ -48,7 +48,7 @@ private:
 
 bool holds(const Dictionary& entries, std::string_view key, const Value& value) {
     const Value* const present = entries.find(key);
-    // Numbers are equal whatever their kind, but other readers tell them apart.
+    // Value compares numbers regardless of their kind, but other readers distinguish the kinds.
     return present != nullptr && present->kind() == value.kind() && *present == value;
 }
 
@@ -69,14 +69,14 @@ PreferencesFile::Reading PreferencesFile::read() const {
 
 PreferencesFile::Writing PreferencesFile::set(std::string_view key, const Value& value,
                                               Dictionary& entries) const {
-    // Most values are written again and again as they are: no lock and no flushing for those.
+    // Most writes do not change the value: these need no lock and no flush.
     if (Reading reading = read(); holds(reading.entries, key, value)) {
         entries = std::move(reading.entries);
         return {};
     }
     if (const std::size_t slash = path_.rfind('/'); slash != std::string::npos && slash > 0) {
         if (const std::string folder = path_.substr(0, slash); !ensureFolder(folder))
-            return {"cannot make " + folder + ": " + errorText(), false};
+            return {"cannot create " + folder + ": " + errorText(), false};
     }
     const FileLock lock(path_ + ".lock");
     if (lock.error() != 0)
@@ -94,7 +94,7 @@ PreferencesFile::Writing PreferencesFile::setLocked(std::string_view key, const 
     const PropertyListWriting list = writeBinaryPropertyList(changed);
     if (!list.succeeded())
         return {"cannot write " + path_ + ": " + list.error};
-    // What is longer could never be read again, by anybody.
+    // `read` refuses a larger file.
     if (list.bytes.size() > largestFile)
         return {"cannot write " + path_ + ": it would become too large"};
     if (reading.content == Content::Damaged)

@@ -39,10 +39,10 @@ protected:
         connect();
     }
     void changed() {
-        tab->enableTabItems(true); // by the Status tab, which hears of it first
+        tab->enableTabItems(true); // The Status tab does this, since it is notified first.
         pane.post(KelvanePrefPaneDaemonStateChangedNotification);
     }
-    // The arguments of the calls since the last question.
+    // Returns the arguments of the calls since the last query.
     Paths asked(std::string_view selector) {
         Paths paths;
         for (const ReceivedCall& call : daemon.calls())

@@ -34,7 +34,7 @@ protected:
             table().selectionModel()->select(table().model()->index(row, 0),
                                              QItemSelectionModel::Select | QItemSelectionModel::Rows);
     }
-    // False when it is refused.
+    // Returns false when the drop is refused.
     bool drop(const QByteArray& format, const QByteArray& contents) const {
         QMimeData data;
         data.setData(format, contents);
@@ -130,7 +130,7 @@ TEST_F(ExclusionsTest, AreChosenInAPanelThatTakesFilesAndFolders) {
     auto& list = *panel->findChild<QListView*>("listView");
     const auto count = [&] { return list.model()->rowCount(list.rootIndex()); };
     ASSERT_TRUE(QTest::qWaitFor([&] { return count() == 3; }));
-    // The field names what will be taken.
+    // The field shows what will be chosen.
     panel->findChild<QTreeView*>()->setFocus();
     const auto choose = [&](const QString& name, QItemSelectionModel::SelectionFlag command) {
         const QModelIndexList found = list.model()->match(list.model()->index(0, 0, list.rootIndex()),
@@ -173,7 +173,7 @@ TEST_F(ViewsTest, FollowTheLinkAndTheMode) {
     loseDaemon();
     EXPECT_EQ(shownView(), "disabledBackupView");
     EXPECT_FALSE(pane.mainView()->findChild<ChoosePanel*>()->isVisible());
-    // Nobody can say now which mode it is.
+    // The mode is unknown now.
     pane.post(KelvanePrefPaneDaemonStateChangedNotification);
     ASSERT_TRUE(daemon.start());
     loop->advance(1s);
@@ -187,7 +187,7 @@ TEST_F(ViewsTest, StayInManualModeForAnAccountWithAQuota) {
     control<QAbstractButton>("manualAutoButton").click();
     EXPECT_EQ(shownView(), "manualBackupView");
     EXPECT_EQ(daemon.callCount("setAutomaticMode:"), 0);
-    // Into it the way is open.
+    // Switching to manual mode is allowed.
     setAutomatic(true);
     setState("serviceState", 7U);
     EXPECT_EQ(shownView(), "autoBackupView");
@@ -200,14 +200,14 @@ TEST_F(ViewsTest, StayInManualModeForAnAccountWithAQuota) {
 }
 
 TEST_F(ViewsTest, SayWhatCanBeDone) {
-    // With the beginning of the line; null for what is said as a rule.
+    // With the beginning of the line; null for the usual text.
     const std::tuple<bool, bool, bool, bool, const char*, const char*> cases[] = {
         {false, true, true, true, "", "You can't make"},
         {false, true, false, true, "addSegment autoManualButton", nullptr},
         {true, true, false, true, "addSegment autoManualButton manualToggleButton manualAutoButton", nullptr},
         {true, true, false, false, "addSegment autoManualButton", nullptr},
         {true, true, true, true, "", "You can't make"},
-        {true, false, false, true, "", "You can't make"}, // as it was
+        {true, false, false, true, "", "You can't make"}, // unchanged
     };
     for (const auto& [isConnected, isAuthorized, isRecovering, isEnabled, controls, line] : cases) {
         if (isConnected && !pane.connected())

@@ -11,7 +11,7 @@
 namespace kelvane::tests {
 namespace {
 
-// Whether the system is to tell this process of changes.
+// Whether changes of folders are reported to this process.
 bool isWatching() {
     return std::system("grep -qs '^inotify wd:' /proc/$PPID/fdinfo/*") == 0;
 }
@@ -48,13 +48,13 @@ TEST_F(ManualModeTest, ShowsVolumesThatAreThere) {
     EXPECT_FALSE(cell(0, "USB").isLeaf());
     tab->folderChanged("/");
     EXPECT_EQ(daemon.callCount("excludedFiles:"), 0);
-    pane.isDriveMountedAtSVD = true; // which the data volume stands for
+    pane.isDriveMountedAtSVD = true; // which the data volume represents
     tab->enableTabItems(true);
     EXPECT_EQ(titles(0), Paths{"USB"});
     pane.isDriveMountedAtSVD = false;
     tab->enableTabItems(true);
 
-    pane.isAuthorized = false; // or its items would be enabled, and the volumes read, anyway
+    pane.isAuthorized = false; // otherwise its items would be enabled and the volumes read anyway
     daemon.changeWorld([](DaemonWorld& world) { world.volumes = {"/Volumes/USB"}; });
     setState("serviceState", 10U);
     EXPECT_EQ(titles(0).size(), 2);
@@ -73,7 +73,7 @@ TEST_F(ManualModeTest, ShowsFoldersAsTheyAreOnTheDisk) {
     daemon.setState("backupState", 25U);
     beginManual();
     choose({"USB"});
-    EXPECT_EQ(titles(1), (Paths{"cache", "docs", "link", "photos"})); // as long as there is no policy
+    EXPECT_EQ(titles(1), (Paths{"cache", "docs", "link", "photos"})); // while there is no policy
     daemon.forgetCalls();
     setState("backupState", 26U);
     EXPECT_EQ(titles(1), (Paths{"docs", "link", "photos"}));
@@ -82,12 +82,12 @@ TEST_F(ManualModeTest, ShowsFoldersAsTheyAreOnTheDisk) {
     EXPECT_EQ(daemon.callCount("backupColorsForFiles:"), 1);
     daemon.answer("backupColorsForFiles:", Array{3, 2});
     choose({"docs"}, {}, 1);
-    EXPECT_EQ(titles(2), (Paths{"a.txt", "b.txt"})); // no more than were answered
+    EXPECT_EQ(titles(2), (Paths{"a.txt", "b.txt"})); // only those in the answer
     EXPECT_EQ(cell(2, "a.txt").stateText(), "Waiting to be backed up");
     daemon.answer("backupColorsForFiles:", Array{2, 2, 2, 2, 2, 2});
     choose({"docs"}, {}, 1);
     EXPECT_EQ(titles(2), (Paths{"a.txt", "b.txt", "deep"}));
-    // The policy is read anew when the daemon says that all has changed.
+    // The policy is read again when the daemon reports that everything has changed.
     daemon.answer("policyExcludeList", Array());
     tab->fileChanged("/");
     EXPECT_EQ(titles(1), (Paths{"cache", "docs", "link", "photos"}));
@@ -116,7 +116,7 @@ TEST_F(ManualModeTest, MarksWhatIsSelected) {
     choose({"new2.txt"}, Qt::ControlModifier, 2);
     daemon.forgetCalls();
     click("manualToggleButton");
-    // The first one waits now, but is checked: the second one is still to be added.
+    // The first one is pending now but checked: the second one remains to be added.
     EXPECT_EQ(asked("addFileToBackup:"), (Paths{"/Volumes/USB/docs/new1.txt", "/Volumes/USB/docs/new2.txt"}));
     EXPECT_EQ(text("manualToggleButton"), "Do not back this up");
     tab->fileChanged("/Volumes/USB/docs/new1.txt");
@@ -129,7 +129,7 @@ TEST_F(ManualModeTest, MarksWhatIsSelected) {
     EXPECT_EQ(cell(2, "a.txt").stateText(), "Not backed up");
     EXPECT_EQ(text("manualToggleButton"), "Back this up");
 
-    choose({"a.txt"}, Qt::ControlModifier, 2); // no more
+    choose({"a.txt"}, Qt::ControlModifier, 2); // no longer selected
     choose({"USB"}, Qt::ControlModifier, 0);
     EXPECT_FALSE(control("manualToggleButton").isEnabled());
     choose({"USB"});
@@ -144,12 +144,12 @@ TEST_F(ManualModeTest, MarksNothingThatTheButtonHasNotSpokenOf) {
     daemon.forgetCalls();
     click("manualToggleButton");
     EXPECT_EQ(asked("removeFileFromBackup:"), Paths());
-    EXPECT_EQ(text("manualToggleButton"), "Back this up"); // now it speaks of the folder
+    EXPECT_EQ(text("manualToggleButton"), "Back this up"); // now about the folder
     click("manualToggleButton");
     EXPECT_EQ(asked("addFileToBackup:"), Paths{"/Volumes/USB/docs"});
 }
 
-// Files to mark, all of them selected.
+// Creates files to mark and selects all of them.
 class ManyFiles : public ManualModeTest {
 protected:
     static constexpr std::size_t count = 40;
@@ -176,7 +176,7 @@ TEST_F(ManyFiles, ShowHowFarItIsAndStopAtCancel) {
     selectAll();
     std::mutex mutex;
     std::condition_variable never;
-    daemon.answerWith("dictionaryForPath:withDirSizes:", [&](const Array& arguments) { // by a slow daemon
+    daemon.answerWith("dictionaryForPath:withDirSizes:", [&](const Array& arguments) { // a slow daemon
         std::unique_lock guard(mutex);
         never.wait_for(guard, 20ms);
         const auto* const file = daemon.world().file(arguments.front().stringValue());
@@ -192,7 +192,7 @@ TEST_F(ManyFiles, ShowHowFarItIsAndStopAtCancel) {
         EXPECT_EQ(bar->maximum(), static_cast<int>(count));
         EXPECT_EQ(bar->window()->windowTitle(), "The pane");
         EXPECT_FALSE(control("manualToggleButton").isEnabled());
-        if (std::exchange(value, bar->value()) > 0) // it has moved on
+        if (std::exchange(value, bar->value()) > 0) // it has advanced
             bar->window()->findChild<QPushButton*>()->click();
     });
     look.start(5ms);
@@ -261,7 +261,7 @@ TEST_F(ManualModeTest, ShowsWhatHasChangedWhileNobodyCouldTell) {
     switchMode(true);
     daemon.changeWorld([](DaemonWorld& world) { world.include("/Volumes/USB/docs/b.txt", false); });
     daemon.forgetCalls();
-    tab->fileChanged("/Volumes/USB/docs/b.txt"); // not now
+    tab->fileChanged("/Volumes/USB/docs/b.txt"); // ignored now
     EXPECT_EQ(daemon.calls().size(), 0);
     switchMode(false);
     EXPECT_EQ(cell(2, "b.txt").stateText(), "Not backed up");
@@ -270,7 +270,7 @@ TEST_F(ManualModeTest, ShowsWhatHasChangedWhileNobodyCouldTell) {
 TEST_F(ManualModeTest, ReadsTheToggleStateAnewForEachPath) {
     folder.write("USB/docs/unknown.txt", "");
     daemon.changeWorld([](DaemonWorld& world) { world.include("/Volumes/USB/docs/a.txt", false); });
-    daemon.answerWith("addFileToBackup:", [this](const Array&) { // waits, and is not checked all the same
+    daemon.answerWith("addFileToBackup:", [this](const Array&) { // pending but not checked
         daemon.changeWorld([](DaemonWorld& world) {
             world.file("/Volumes/USB/docs/a.txt")->mutableDictionary().set("backupColor", 3);
         });
@@ -314,7 +314,7 @@ TEST_F(ManualModeTest, FollowsTheDisk) {
     std::filesystem::remove_all(folder / "USB/docs");
     folder.write("USB/made", "");
     EXPECT_TRUE(comesToShow(1, {"made", "photos"}));
-    EXPECT_EQ(browser().lastColumn(), 1); // that of the folder has gone
+    EXPECT_EQ(browser().lastColumn(), 1); // the folder's column is gone
 }
 
 TEST_F(ManualModeTest, KeepsWhatItShowsWhenTheLinkIsLostInTheMiddle) {
@@ -332,7 +332,7 @@ TEST_F(ManualModeTest, KeepsWhatItShowsWhenTheLinkIsLostInTheMiddle) {
             choose({title}, {}, 1);
         else
             click("manualToggleButton");
-        if (std::string_view(selector).starts_with("children")) // the poll's own question
+        if (std::string_view(selector).starts_with("children")) // the poll's own query
             setState("pendingFileCount", daemon.calls().size());
         waitForLoss();
         EXPECT_EQ(shownView(), "disabledBackupView");

@@ -19,7 +19,7 @@ bool nothing(const std::string&) {
 
 class VisibleFilesTest : public testing::Test {
 protected:
-    // Without the volume's name.
+    // Returns the paths without the volume's name.
     Names list(const std::string& path, const VisibleFiles::IsPathExcluded& isExcluded = nothing) {
         Names names;
         for (const VisibleFile& file : files->visibleFilesAtPath(path, isExcluded))
@@ -43,10 +43,10 @@ TEST_F(VisibleFilesTest, AreInOrderWhateverTheyAreCalled) {
 TEST_F(VisibleFilesTest, AreNotTheNamesOfTheHiddenListOnceTheRootHasBeenListed) {
     for (const char* const name : {"in/bin", "in/b\xC3\xA9", "in/deep/bin", "in/deep/binary"})
         folder.write(name, "");
-    folder.write(".hidden", std::string((std::size_t{1} << 20U) + 1, '\n')); // too long to be one
+    folder.write(".hidden", std::string((std::size_t{1} << 20U) + 1, '\n')); // too long for a list
     static_cast<void>(files->visibleFilesAtPath("/", nothing));
     std::filesystem::remove(folder / ".hidden");
-    static_cast<void>(files->visibleFilesAtPath("/", nothing)); // there is no list yet
+    static_cast<void>(files->visibleFilesAtPath("/", nothing)); // no list exists yet
     folder.write(".hidden", "bin");
     static_cast<void>(files->visibleFilesAtPath("/", nothing));
     EXPECT_EQ(list("/Volumes/USB/in"), (Names{"in/b\xC3\xA9", "in/deep"})) << "it is looked for again";
@@ -59,8 +59,8 @@ TEST_F(VisibleFilesTest, AreNotTheNamesOfTheHiddenListOnceTheRootHasBeenListed) 
         files.emplace(disk, folder / ".hidden");
         EXPECT_EQ(list("/Volumes/USB/in").size(), 3);
         static_cast<void>(
-            files->visibleFilesAtPath("/Volumes/System", nothing)); // the root by its other name
-        folder.write(".hidden", "binary");                          // it is read once
+            files->visibleFilesAtPath("/Volumes/System", nothing)); // the root by its second name
+        folder.write(".hidden", "binary");                          // the list is read only once
         static_cast<void>(files->visibleFilesAtPath("/", nothing));
         EXPECT_EQ(list("/Volumes/USB/in"), Names{"in/deep"});
         EXPECT_EQ(list("/Volumes/USB/in/deep"), Names{"in/deep/binary"});
@@ -93,7 +93,7 @@ TEST_F(VisibleFilesTest, AreNotWhatIsExcludedNorWhatLeadsNowhere) {
 }
 
 TEST(BackupTab, EnablesSegmentsByWhatIsSelected) {
-    // Add, remove, info with 0, 1 and 2 rows: on, off, as it was.
+    // Add, remove and info with 0, 1 and 2 rows: enabled, disabled or unchanged.
     const std::tuple<bool, bool, std::string> cases[] = {{false, true, "=-- =++ =+- "},
                                                          {false, false, "--- --- --- "},
                                                          {true, true, "--- --+ --- "},

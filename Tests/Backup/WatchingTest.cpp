@@ -34,11 +34,11 @@ TEST_F(FolderWatcherTest, WatchesEachFolderUpToTheRootOnce) {
     const Paths onUSB{"/Volumes/USB/in", "/Volumes/USB", "/"};
     watch("/Volumes/USB/in");
     EXPECT_EQ(watcher->watchedPaths(), onUSB);
-    watch("/Volumes/USB"); // it is watched already
+    watch("/Volumes/USB"); // already watched
     EXPECT_EQ(watcher->watchedPaths(), onUSB);
     std::filesystem::create_directory(folder / "disk/in 2");
     watch("/Volumes/USB/in 2");
-    watch("/Volumes/USB/in"); // a part of the name is another folder
+    watch("/Volumes/USB/in"); // a prefix of the name is another folder
     EXPECT_EQ(watcher->watchedPaths(), onUSB);
     watch("/Volumes/System");
     EXPECT_EQ(watcher->watchedPaths(), Paths{"/Volumes/System"}); // which is the root
@@ -58,7 +58,7 @@ TEST_F(FolderWatcherTest, TellsOfChangesUnderTheVolumesName) {
     EXPECT_TRUE(isTold("/Volumes/USB/in"));
     folder.write("disk/beside", "");
     EXPECT_TRUE(isTold("/Volumes/USB"));
-    // Each change is told as soon as the one before has been dealt with.
+    // Each change is reported once the one before has been handled.
     const auto start = std::chrono::steady_clock::now();
     for (const char* const name : {"1", "2", "3", "4", "5", "6", "7", "8", "9"}) {
         folder.write(std::string("disk/in/") + name, "");
@@ -68,7 +68,7 @@ TEST_F(FolderWatcherTest, TellsOfChangesUnderTheVolumesName) {
 }
 
 TEST_F(FolderWatcherTest, IsNotMadeWhereNothingCanBeWatched) {
-    watcher.reset(); // it could not wait meanwhile
+    watcher.reset(); // its thread could not poll under the limit
     rlimit limit{};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
     const rlimit none{0, limit.rlim_max};
@@ -85,7 +85,7 @@ protected:
         now += later;
         throttle.columnChanged(column);
     }
-    // What has been reloaded since the last question, and after a bar what the loop's next turn reloads.
+    // Returns what was reloaded since the last call and, after a bar, what the loop's next turn reloads.
     std::string reloads() {
         const std::string atOnce = std::exchange(reloaded, {});
         loop->advance(0ms);
@@ -95,7 +95,7 @@ protected:
 
     const std::shared_ptr<ManualLoop> loop = std::make_shared<ManualLoop>();
     Seconds now{1000};
-    Seconds cost{1}; // of a reload
+    Seconds cost{1}; // The cost of a reload.
     std::string reloaded;
     ReloadThrottle throttle{loop,
                             [this](int column) {
@@ -108,9 +108,9 @@ protected:
 TEST_F(ReloadThrottleTest, HoldsAReloadBackWhileTwiceTheLastOnesTimeLasts) {
     change(2, 0s);
     EXPECT_EQ(reloads(), "3");
-    change(2, 2s); // not more than twice
+    change(2, 2s); // not longer than twice the cost
     EXPECT_EQ(reloads(), "|3");
-    // A reload that was held back counts for nothing: what comes next is not held back.
+    // A delayed reload does not count: the next change is not delayed.
     change(2, 1ms);
     EXPECT_EQ(reloads(), "3");
     cost = 5s;
@@ -127,13 +127,13 @@ TEST_F(ReloadThrottleTest, ReloadsOnceForAllThatIsHeldBackOfAColumn) {
     EXPECT_EQ(reloads(), "1|1");
     change(0, 0s);
     change(0, 100ms);
-    change(0, 2s); // late enough to go at once, in place of the one held back
+    change(0, 2s); // late enough to reload at once, instead of the delayed one
     EXPECT_EQ(reloads(), "11");
     change(0, 100ms);
-    change(3, 0s); // the one let go costs nothing from then on
+    change(3, 0s); // releases the delayed one, which adds no delay
     EXPECT_EQ(reloads(), "14");
     change(3, 100ms);
-    change(-1, 0s); // shown by no column
+    change(-1, 0s); // in no visible column
     EXPECT_EQ(reloads(), "4");
     EXPECT_EQ(loop->runningTimers(), 0);
 }

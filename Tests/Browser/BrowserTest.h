@@ -14,7 +14,7 @@
 
 namespace kelvane::tests {
 
-// Lists folders that a test has written down: "docs/" is a folder, "-old" a disabled file.
+// Lists folders that the test defines: "docs/" is a folder, "-old" a disabled file.
 class ListedFolders : public ColumnBrowserDelegate {
 public:
     std::optional<BrowserRows> createRowsForColumn(ColumnBrowser& browser, int column) override {
@@ -33,7 +33,7 @@ public:
     ListedFolders() { icon_.fill(Qt::gray); }
 
     std::map<std::string, std::vector<std::string>> listing;
-    std::function<void()> meanwhile; // once, in the middle of a fill
+    std::function<void()> meanwhile; // runs once while a column is being filled
     bool keepsRows = false;
     int fills = 0;
     std::map<std::string, int> imagesAskedFor;
@@ -54,7 +54,7 @@ private:
     QPixmap icon_{16, 16};
 };
 
-// A browser on the screen, with the keyboard in its first column.
+// A visible browser with the keyboard focus in its first column.
 class ColumnBrowserTest : public testing::Test {
 protected:
     void SetUp() override {
@@ -85,7 +85,7 @@ protected:
         QTest::mouseClick(view.viewport(), Qt::LeftButton, modifiers,
                           view.visualRect(index(column, title)).center());
     }
-    // A click in each column, from the left.
+    // Clicks in each column, from the left.
     void open(const std::vector<std::string>& titles) {
         for (int column = 0; const std::string& title : titles)
             click(column++, title);

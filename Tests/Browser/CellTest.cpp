@@ -11,7 +11,7 @@ namespace {
 
 constexpr QSize bulletSize(12, 10);
 
-// Red, and at scale 2 a picture of its own, which is blue; its left half is transparent.
+// A red image, and for scale 2 a separate blue one, whose left half is transparent.
 QIcon halfBullet() {
     QIcon icon;
     for (const int scale : {1, 2}) {
@@ -46,7 +46,7 @@ TEST(BrowserCell, DrawsItsBulletUntintedAndSharpOnItsOwnGround) {
         }
 }
 
-// The icon stands behind the bullet, where the bullet would else cover it.
+// The icon is placed after the bullet, which would otherwise cover it.
 TEST(BrowserCell, DrawsItsIconBesideItsBullet) {
     QPixmap black(16, 16);
     black.fill(Qt::black);

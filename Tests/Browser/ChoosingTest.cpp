@@ -10,7 +10,7 @@ namespace {
 
 class Choosing : public ColumnBrowserTest {
 protected:
-    // What a screen reader does to a row.
+    // The accessible actions on a row.
     void act(int column, const std::string& title) {
         QAccessible::queryAccessibleInterface(browser->columnView(column))
             ->child(index(column, title).row())
@@ -57,7 +57,7 @@ TEST_F(Choosing, NeedsARowThatIsEnabled) {
     EXPECT_EQ(browser->selectedFilePaths(), std::vector<std::string>{"/Volumes/Disk"});
 }
 
-// A click is where somebody looks already; the keyboard may be at a column that is out of sight.
+// A clicked column is visible already; one that gets the keyboard focus may have to be scrolled into view.
 TEST_F(Choosing, RevealsTheColumnThatTheKeyboardComesTo) {
     open({"Disk", "docs", "deep"});
     browser->resize(250, 300);

@@ -77,7 +77,7 @@ TEST_F(Reloading, ForgetsADelegateThatHasGone) {
     EXPECT_EQ(browser->rowCount(0), 2);
 }
 
-// The daemon may be lost, or its notices come, in the middle of a fill.
+// The daemon may be lost, or its callbacks may arrive, while a column is being filled.
 TEST_F(Reloading, BearsAnythingThatHappensInTheMiddleOfAFill) {
     const std::tuple<const char*, std::function<void()>, int, std::string, int> cases[] = {
         {"a newer fill",
@@ -132,7 +132,7 @@ BrowserRows rowsNamed(const std::vector<int>& names) {
     return rows;
 }
 
-// From all alike to nothing in common, in any order, with twins.
+// From equal to completely different rows, in any order, with duplicates.
 TEST(ColumnModel, ShowsWhatIsListedAndLetsRowsBeFollowed) {
     ColumnModel model{[](const KelvaneBrowserCell&) { return QIcon(); }, nullptr};
     const auto shown = [&] {
@@ -183,7 +183,7 @@ TEST_F(BrowserPaths, LeadToTheColumnThatShowsTheItem) {
         {"/docs/a.txt", 2, "/Volumes/Disk/docs/a.txt"},
         {"/Volumes/Disk/docs/b.txt", 2, "/Volumes/Disk/docs/b.txt"},
         {"/docs/A.txt", -1, ""},
-        {"/photos/a.txt", -1, ""}, // of another folder than the one that is open
+        {"/photos/a.txt", -1, ""}, // of a folder that is not open
         {"/Volumes/Disk/docs/a.txt/further", -1, ""},
         {"/Volumes", -1, ""},
         {"/System/Volumes/Data", -1, ""},

@@ -14,7 +14,7 @@ namespace {
 
 using Marker = FrameReader::Marker;
 
-// Gives what it holds and then fails, and remembers the largest number of bytes that it was asked for.
+// Returns its contents and then fails; records the largest number of requested bytes.
 class Bytes : public ByteSource {
 public:
     explicit Bytes(std::string bytes) : bytes_(std::move(bytes)) {}
@@ -45,7 +45,7 @@ TEST(FrameReader, FindsTheMarkerOnlyAtTheStartOfABlockOf36) {
         {noise + noise + marker, {Marker::Garbage, Marker::Garbage, Marker::Found}},
         {marker.substr(1) + "x" + marker, {Marker::Garbage, Marker::Found}},
         {"#" + marker, {Marker::Garbage, Marker::Failed}},
-        // Off by one, and back on the blocks thanks to what lies between.
+        // Off by one byte, and aligned with the blocks again by the bytes in between.
         {"#" + marker + noise.substr(1) + marker, {Marker::Garbage, Marker::Garbage, Marker::Found}}};
     for (const auto& [bytes, results] : cases) {
         Bytes source(bytes);
@@ -81,8 +81,7 @@ TEST(FrameReader, FailsOnALengthThatLiesWithoutTakingMemoryForIt) {
     }
 }
 
-// A slip of the pen in a table shows in the offsets: they follow from the types, and the frame's size from
-// them.
+// A typing error in a table shows in the offsets, which follow from the types, and in the frame's size.
 TEST(Protocols, HaveTypeStringsWhoseOffsetsAddUp) {
     for (const Protocol& protocol :
          {Protocol(KelvaneExtendedDaemonProtocol), Protocol(KelvaneClientProtocol)})

@@ -6,7 +6,7 @@
 
 namespace kelvane::tests {
 
-// A disk, accounts and a desktop as a test lists them; one file cannot be read.
+// A disk, accounts and a desktop as the test defines them; one file cannot be read.
 struct FakeDisk : FileSystem {
     std::map<std::string, FileAttributes::Kind> files;
 
@@ -48,7 +48,7 @@ struct NamedIcon : Icon {
     std::string name;
 };
 
-// Knows the kind of "txt" and has no icon of its own for "/plain".
+// Knows the type of "txt" and has no specific icon for "/plain".
 struct FakeFileServices : FileServices {
     FakeFileServices() : FileServices(disk, accounts) {}
 

@@ -6,7 +6,7 @@
 
 namespace kelvane::tests {
 
-// The names in their order, each with a space behind it.
+// Returns the names in order, each followed by a space.
 inline std::string names(const FileNodeList& nodes) {
     std::string names;
     for (const FileNodeRef& node : nodes)

@@ -11,7 +11,7 @@
 namespace kelvane::tests {
 namespace {
 
-// What the daemon knows is backed up, and takes more with what is in it.
+// The daemon's answer for a path: backed up, unless its name is unknown; larger with folder sizes.
 Value known(const Array& arguments) {
     const std::string name = arguments[0].stringValue().substr(arguments[0].stringValue().rfind('/') + 1);
     if (name.starts_with("unknown"))
@@ -20,7 +20,7 @@ Value known(const Array& arguments) {
     return Dictionary{{"fileName", name}, {"backupFlags", Backup_Backup}, {"size", withDirSizes ? 1000 : 1}};
 }
 
-// A daemon, a link to it, and a root that uses the link.
+// A daemon, a link to it, and a root node that uses the link.
 class FileNodeProxy : public testing::Test {
 protected:
     FileNodeProxy() {
@@ -38,7 +38,7 @@ protected:
         root->setProxy(link);
     }
 
-    // The paths that the daemon was asked for, since the last time.
+    // Returns the paths that were requested from the daemon since the last call.
     std::string asked(std::string_view selector) {
         std::string paths;
         for (const ReceivedCall& call : daemon.calls())
@@ -68,7 +68,7 @@ TEST_F(FileNodeProxy, AsksForItsChildrenOnceUntilItIsFlushed) {
     EXPECT_EQ(asked("childrenDictionariesForPath:"), "/ ") << "not asked again";
 
     daemon.answerWith("childrenDictionariesForPath:", [this](const Array&) {
-        root->flush(); // the asking thread waits for this one
+        root->flush(); // the requesting thread waits for this one
         return Value(Array{});
     });
     root->flush();

@@ -36,7 +36,7 @@ TEST(FileNode, KnowsItsKindAndItsIcon) {
     KelvaneFileNode::create("/", true)->addChild(folder);
     EXPECT_EQ(folder->kind(services), "folder") << "its volume has gone, but it is none itself";
 
-    // Made by its path a node has no parent.
+    // A node created by path has no parent.
     for (const auto& [path, kind] : {std::pair("/", "disk"),
                                      {"/Volumes/D", "disk"},
                                      {"/Volumes/D/x", "folder"},

@@ -32,7 +32,7 @@ FileNodeRef addItem(const FileNodeRef& parent, bool isDirectory, bool isBackedUp
 
 using States = std::map<FileNodeRef, std::int32_t>;
 
-// The node and all below it, each before its children.
+// Returns the node and all nodes below it, each before its children.
 FileNodeList everythingFrom(const FileNodeRef& node) {
     FileNodeList nodes{node};
     for (const FileNodeRef& child : node->children()) {
@@ -42,7 +42,7 @@ FileNodeList everythingFrom(const FileNodeRef& node) {
     return nodes;
 }
 
-// The ticked files that the list stands for.
+// Returns the selected files below the nodes of the list.
 FileNodeList tickedFiles(const FileNodeList& list) {
     FileNodeList files;
     for (const FileNodeRef& item : list)
@@ -59,7 +59,7 @@ States statesOf(const FileNodeList& nodes) {
     return states;
 }
 
-// What a tick makes of the states, by the words of the rule.
+// The states after a node is selected, computed directly from the rule.
 void tick(States& states, const FileNodeRef& ticked, bool isOn) {
     const auto spread = [&](const auto& self, const FileNodeRef& node) -> void {
         if (isOn && !node->isDirectory() && !node->backupDate())
@@ -169,7 +169,7 @@ TEST(FileNodeTree, LeavesAHeldNodeWholeWhenItsTreeGoes) {
 
 TEST(FileNodeTree, IsSortedByEachKeyInBothDirectionsAndInItsFolders) {
     using Key = SortDescriptor::Key;
-    // Each key's smaller, larger value, none of which another key would bring into this order.
+    // A smaller and a larger value for each key; no other key would give the same order.
     const Dictionary small{{"fileName", "a"}, {"version", 1}};
     const std::pair<Key, Dictionary> cases[] = {{Key::FileName, {{"fileName", "b"}}},
                                                 {Key::DisplayName, {{"displayName", "b"}}},
@@ -216,7 +216,7 @@ TEST(FileNodeTree, AddsUpSizesAndTellsWhatItHolds) {
     EXPECT_TRUE(root->isBundle() && !folder->isBundle());
 }
 
-// Each of these would overrun the stack if it went down one call a level.
+// Each of these would overflow the stack with one call per level.
 TEST(FileNodeTree, WorksAtAnyDepth) {
     constexpr int depth = 100'000;
     FileNodeRef root = newRoot();
@@ -243,7 +243,7 @@ TEST(FileNodeTree, WorksAtAnyDepth) {
     EXPECT_EQ(deepest->path().size(), 2U * depth);
 }
 
-// What costs more than its share in a wide folder would not end.
+// Anything with quadratic cost would not end in a wide folder.
 TEST(FileNodeTree, HoldsAFolderOf100000Items) {
     const FileNodeRef root = newRoot();
     for (int item = 0; item < 100'000; ++item)

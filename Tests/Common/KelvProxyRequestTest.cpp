@@ -8,7 +8,7 @@
 #include <new>
 
 namespace {
-std::atomic<std::size_t> largestAllocation{SIZE_MAX}; // more is refused
+std::atomic<std::size_t> largestAllocation{SIZE_MAX}; // larger ones fail
 }
 
 void* operator new(std::size_t size) {
@@ -34,7 +34,7 @@ constexpr MethodDescription methods[] = {
     {"throw", "I16@0:8"},    {"large", "@16@0:8"},         {"refused", "@16@0:8"},
 };
 
-// Answers the methods of a table with a function.
+// Handles the methods of a table with a function.
 class Target : public InvocationTarget {
 public:
     Target(Protocol methods, std::function<void(Invocation&)> handler)
@@ -47,7 +47,7 @@ private:
     const std::function<void(Invocation&)> handler_;
 };
 
-// The bytes of a request with its arguments as type and value in turn.
+// Returns the bytes of a request; the arguments are alternating types and values.
 std::string request(const char* selector, const Array& arguments = {}, const Value& count = {}) {
     Array entries{0, "v", selector, count.isAbsent() ? Value(arguments.size() / 2) : count};
     entries.insert(entries.end(), arguments.begin(), arguments.end());
@@ -100,16 +100,16 @@ TEST_F(KelvProxyRequest, IsRunAndAnswered) {
     const Value dictionary = Dictionary{{"a", Array{1, "two", 3.5, true}}};
     const std::pair<std::string, Value> cases[] = {
         {request("add:to:", {"i", 2, "i", -7}), -5},
-        {request("add:to:", {"s", 2, "q", 3}), 5},     // as the sender's types say
-        {request("add:to:", {"i", 2}), 2},             // too few: the rest reads as 0
-        {request("add:to:", {"i", "two", "i", 3}), 3}, // of another kind than its type says
-        {request("add:to:", {7, 2, "i", 3}, 0), 0},    // more entries than the count says
+        {request("add:to:", {"s", 2, "q", 3}), 5},     // converted from the sender's types
+        {request("add:to:", {"i", 2}), 2},             // too few: missing ones read as 0
+        {request("add:to:", {"i", "two", "i", 3}), 3}, // value and type differ
+        {request("add:to:", {7, 2, "i", 3}, 0), 0},    // more entries than the count
         {request("echo:", {"@", dictionary}), dictionary},
         {request("echo:", {"I", 5}), {}},
         {request("echo:"), {}},
         {request("throw"), 0},
         {request("large"), {}},
-        {request("refused"), {}}, // there is no memory to write it
+        {request("refused"), {}}, // out of memory while encoding
     };
     for (const auto& [asked, answer] : cases) {
         peer.send(asked);
@@ -163,7 +163,7 @@ TEST_F(KelvProxyRequest, WaitsForTheMainThreadInOrderUnderOnePost) {
     EXPECT_EQ(notes.next(), Value(1));
     EXPECT_EQ(notes.next(), Value(2));
 
-    // What is queued when the link closes still runs, but nothing for a delegate that has gone.
+    // Requests queued when the link closes still run, but not for a destroyed delegate.
     peer.send(request("note:", {"@", 3}) + message(responseFrame, 6));
     EXPECT_EQ(proxy->call<"serviceState">(), 6U);
     proxy->close();
@@ -200,7 +200,7 @@ TEST_F(KelvProxyRequest, ThatKeepsComingDoesNotKeepTheMainThread) {
 
 TEST_F(KelvProxyRequest, CostsThePeerItsLinkWhenTooManyWait) {
     proxy->setCallDelegateOnMainThread(true);
-    // A mebibyte each on the wire; what is in an array takes more than its references.
+    // One MiB each in the frame; decoded array elements take more memory than their references.
     const Value large[] = {std::string(1U << 20U, 'x'), Array(1U << 20U, Value(1))};
     std::size_t taken = 0;
     for (const Value& argument : large) {
@@ -231,15 +231,15 @@ TEST_F(KelvProxyRequest, TakesRoomOnlyUntilItHasRun) {
     }
 }
 
-// One that calls only what has no result would keep the response for ever, and the failure behind it.
+// A proxy that calls only methods without a result would keep the response, and the failure after it, for
+// ever.
 TEST_F(KelvProxyRequest, GoesOnAfterAResponseThatNobodyCanWaitFor) {
     proxy->setProtocol(KelvaneClientProtocol);
     peer.send(message(responseFrame, 1) + message(responseFrame, 2) + request("add:to:", {"i", 1, "i", 2}));
     EXPECT_EQ(peer.receive()->second, Value(3));
 }
 
-// Off the main thread a request waits for the call that is under way, whose answer comes on the very same
-// thread.
+// Off the main thread a request waits for the current call, whose response arrives on the same thread.
 TEST_F(KelvProxyRequest, ThatWaitsForACallIsEndedByClose) {
     auto call = std::async(std::launch::async, [&] { return proxy->call<"serviceState">(); });
     EXPECT_TRUE(peer.receive());

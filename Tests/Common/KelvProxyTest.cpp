@@ -25,7 +25,7 @@ protected:
 };
 
 TEST_F(KelvProxy, WritesACallAsOneFrame) {
-    proxy->call<"setFileTypeToggle:toggle:">("movies", 7U); // void: nobody has to answer
+    proxy->call<"setFileTypeToggle:toggle:">("movies", 7U); // void: needs no answer
     std::string header(44, ' ');
     ASSERT_EQ(peer.readBytes(44, reinterpret_cast<std::uint8_t*>(header.data())), 44);
     const std::string numbers{1, 0, 0, 0, header[40], 0, 0, 0};
@@ -35,7 +35,7 @@ TEST_F(KelvProxy, WritesACallAsOneFrame) {
     EXPECT_EQ(readBinaryPropertyList(payload).value,
               Value(Array{0, "v", "setFileTypeToggle:toggle:", 2, "@", "movies", "I", 7}));
 
-    // A selector that is known only at run time.
+    // Calls a selector that is known only at run time.
     EXPECT_TRUE(proxy->invoke("terminate").isAbsent());
     EXPECT_EQ(peer.receive()->second, Value(Array{0, "v", "terminate", 0}));
     peer.send(message(responseFrame, 3));
@@ -47,7 +47,7 @@ TEST_F(KelvProxy, WritesACallAsOneFrame) {
     EXPECT_EQ(peer.receive()->second.at(5).kind(), Value::Kind::Integer) << "a c is a number on the wire";
 }
 
-// An answer that comes before its call stays for the next one that waits, and so does the one after it.
+// A response that arrives before its call is kept for the next call that waits, and so is the one after it.
 TEST_F(KelvProxy, TakesTheAnswerThatStandsThere) {
     const Value state = Dictionary{{"serviceState", 8}, {"paused", true}};
     for (const Value& answer : {Value(25U), Value(-5), Value(UINT64_MAX), state, Value(4294967297)})
@@ -58,21 +58,21 @@ TEST_F(KelvProxy, TakesTheAnswerThatStandsThere) {
     EXPECT_EQ(proxy->call<"daemonState">(), state);
     EXPECT_EQ(proxy->call<"serviceState">(), 1U) << "cut to its width";
 
-    // What is none, or of another kind, reads as 0 or nothing.
+    // A missing result, or one of another type, reads as 0 or nothing.
     peer.send(frame(responseFrame, "") + frame(responseFrame, "garbage") + message(responseFrame, "six"));
     for (int time = 0; time < 3; ++time)
         EXPECT_EQ(proxy->call<"serviceState">(), 0U);
     peer.send(frame(responseFrame, ""));
     EXPECT_TRUE(proxy->call<"daemonState">().isAbsent());
 
-    // Two of them keep the receive thread waiting for somebody to take the first, but not from ending.
+    // Two responses block the receive thread until the first is taken, but do not keep it from ending.
     peer.send(message(responseFrame, 1) + message(responseFrame, 2));
     EXPECT_TRUE(eventually([&] { return peer.unread() == 0; }));
     socket->close();
     EXPECT_TRUE(threadsEnd());
 }
 
-// Half a frame, or a lock that stays, would show in the call that follows.
+// An incomplete frame or a lock that is still held would show in the following call.
 TEST_F(KelvProxy, TellsItsCallerOfWhatItCannotSend) {
     const Value broken("\xFF");
     const Value large = Data(largestPayload);
@@ -120,7 +120,7 @@ TEST_F(KelvProxy, EndsEveryWaitWhenItsLinkClosesOrIsLost) {
         close();
         EXPECT_EQ(waiting.get(), 0U);
         const bool isReplaced = &close == &ways[3];
-        if (isReplaced) { // the one in line asks the new one
+        if (isReplaced) { // the queued call uses the new socket
             EXPECT_FALSE(socket->isOpen());
             EXPECT_TRUE(otherPeer.receive());
             otherPeer.send(message(responseFrame, 8));
@@ -128,11 +128,11 @@ TEST_F(KelvProxy, EndsEveryWaitWhenItsLinkClosesOrIsLost) {
         EXPECT_EQ(inLine.get(), isReplaced ? 8U : 0U);
     }
     other->close();
-    proxy->setSocket(other); // closed before it came
+    proxy->setSocket(other); // closed before it was set
     EXPECT_EQ(proxy->call<"serviceState">(), 0U);
 }
 
-// A failure counts only for a call that has waited since.
+// A failure affects only a call that has waited on the current link.
 TEST_F(KelvProxy, ForgetsWhenItClosesThatACallHasWaited) {
     peer.send(message(responseFrame, 1));
     EXPECT_EQ(proxy->call<"serviceState">(), 1U);
@@ -151,7 +151,7 @@ TEST_F(KelvProxy, SurvivesADelegateThatClosesEverythingInTheMiddleOfAWrite) {
     fate->onEvent = [&](const std::string& event, KelvaneSocket&) {
         if (event != "failed")
             return;
-        if (++depth == 1) { // it may even call again
+        if (++depth == 1) { // a nested call is allowed
             EXPECT_EQ(proxy->call<"serviceState">(), 0U);
             return;
         }

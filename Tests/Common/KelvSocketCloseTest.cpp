@@ -10,7 +10,7 @@ namespace {
 
 using KelvSocketClose = LinkTest;
 
-// Each brings the receive thread to another place where it may stand when the socket closes.
+// Each case blocks the receive thread at a different point when the socket closes.
 TEST_F(KelvSocketClose, EndsTheReceiveThreadWhereverItIs) {
     const std::pair<const char*, std::function<void(RawPeer&)>> places[] = {
         {"in read", [](RawPeer&) {}},
@@ -93,7 +93,7 @@ TEST_F(KelvSocketClose, OfAListenerTakesChildrenPathAndThread) {
     EXPECT_FALSE(first.receive() || second.receive());
 }
 
-// The number of children decides, closed ones included; not whether the socket listens.
+// The limit counts children, including closed ones, whether or not the socket listens.
 TEST_F(KelvSocketClose, OfAListenerWithoutChildrenLeavesPathAndThread) {
     const std::string path = folder / "socket";
     ASSERT_TRUE(socket->listenAtPath(path));
@@ -148,7 +148,7 @@ TEST_F(KelvSocketClose, LosesNoDescriptorAndNoThreadInAThousandConnections) {
         << "a listener lets go of those that are closed";
 }
 
-// Runs `body` as another user; false when this process cannot become one.
+// Runs `body` as another user; returns false when this process cannot change its user.
 bool asAnotherUser(const std::function<bool()>& body) {
     constexpr uid_t nobody = 65534;
     const pid_t child = ::fork();
@@ -188,7 +188,7 @@ TEST_F(KelvSocketClose, RefusesPeersOfAnotherUser) {
     const FileDescriptor ofRoot(ends[1]);
     EXPECT_TRUE(asAnotherUser([&] { return isTrustedPeer(own.get()); })) << "anybody trusts root";
 
-    // The listening descriptor is inherited, and the credentials are those of whoever listened.
+    // The listening descriptor is inherited, and has the credentials of the process that called listen.
     const RawPeer listener;
     EXPECT_TRUE(asAnotherUser([&] { return listener.listen(strange); }));
     const auto client = KelvaneSocket::create();

@@ -46,7 +46,7 @@ TEST_F(KelvSocket, PausesAfterGarbageAndNotAfterGoodFrames) {
         peer.send(frame(number, ""));
     for (int number = 0; number < 100; ++number)
         ASSERT_EQ(data->deliveries.next(), Delivery(number, std::nullopt));
-    EXPECT_LT(Clock::now() - start, 5s); // and not 100 times 0.1 s
+    EXPECT_LT(Clock::now() - start, 5s); // instead of 100 times 0.1 s
 
     const auto garbage = Clock::now();
     peer.send(std::string(72, '#') + frame(1, "found again"));
@@ -162,7 +162,7 @@ TEST_F(KelvSocket, PausesWhenItCannotAccept) {
         EXPECT_EQ(::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time), 0);
         return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
     };
-    const RawPeer peers[2]; // the thread may have a descriptor ready for one
+    const RawPeer peers[2]; // the thread may already have a descriptor for one
     rlimit limit{};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
     const rlimit none{3, limit.rlim_max};
@@ -215,13 +215,13 @@ TEST_F(KelvSocket, ReportsADelegateThatThrowsAndGoesOn) {
     const auto other = std::make_shared<RecordingDataDelegate>();
     peer.send(frame(1, ""));
     EXPECT_EQ(fate->events.next(), "failed");
-    socket->setDataDelegate(other); // finds the lock free
+    socket->setDataDelegate(other); // the lock is not held
     peer.send(frame(2, ""));
     EXPECT_EQ(other->deliveries.next(), Delivery(2, std::nullopt));
 }
 
-// The system announces room only when three quarters of the buffer are free, which takes this peer longer
-// than the timeout: it goes on when it sees more, and else only every 1.5 s.
+// The kernel reports the socket as writable only when three quarters of the buffer are free, which takes this
+// peer longer than the timeout: it reads on as soon as more has arrived, or after 1.5 s.
 TEST_F(KelvSocket, WritesToAPeerThatTakesLittleAtATime) {
     constexpr int all = 1 << 19;
     constexpr int bite = 1 << 14;

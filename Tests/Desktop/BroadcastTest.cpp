@@ -10,13 +10,13 @@ namespace {
 
 constexpr const char* notification = "com.kelvane.notify.defaultsPropertyChanged";
 
-// What a listener has heard, each with a space behind it.
+// The received broadcasts, each followed by a space.
 struct Heard {
     std::string senders;
     BroadcastListener listener{notification, [this](const std::string& sender) { senders += sender + ' '; }};
 };
 
-// Their other processes are this program, started again.
+// These tests start this program again as the other process.
 class BroadcastDeathTest : public testing::Test {
 protected:
     static void SetUpTestSuite() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }

@@ -38,7 +38,7 @@ TEST(Opener, HandsOverWhatIsToBeOpenedAndReportsWhatFails) {
     opener.openFile("relative", failed);
     DesktopOpener missing(folder / "missing");
     missing.openURL("http://host", failed);
-    EXPECT_EQ(reasons.size(), 2U); // never inside the call
+    EXPECT_EQ(reasons.size(), 2U); // never during the call
     ASSERT_TRUE(tests::runUntil([&] { return reasons.size() == 8; }));
     EXPECT_NE(reasons[7].find("No such file"), std::string::npos);
     EXPECT_EQ(folder.read("opened"), "1:http://host/a%20b?c=d@e\n1:/tmp/3 $(x)\n1:/tmp/9\n");
@@ -51,7 +51,7 @@ TEST(DesktopFileServices, TellsKindsPicturesAndDates) {
         folder.write(std::string("Resources/") + name + ".svg", picture);
     folder.write("Info.plist", "<plist><dict/></plist>");
     const LocalFileSystem files(Volumes("System", {{"Disk", folder / "Resources"}}));
-    const SystemAccounts accounts(1); // as if all records were larger than most
+    const SystemAccounts accounts(1); // as if every record were larger than usual
     EXPECT_EQ(accounts.userName(0).value_or("") + accounts.groupName(0).value_or(""), "rootroot");
     const Icons icons(std::make_shared<const Bundle>(folder.path()));
     const DesktopFileServices services(files, accounts, icons);
@@ -66,7 +66,7 @@ TEST(DesktopFileServices, TellsKindsPicturesAndDates) {
         {services.iconOfFile(folder.path()), "folder"},
         {services.iconOfFile("/"), "drive-harddisk"},
         {services.iconOfFile("/Volumes/Disk"), "drive-harddisk"},
-        {icons.computer(), "computer"}, // not there, and no theme
+        {icons.computer(), "computer"}, // no such icon, and no theme
     };
     for (const auto& [icon, name] : expected)
         EXPECT_EQ(icon, icons.named(name)) << name;

@@ -9,11 +9,11 @@
 
 namespace kelvane::tests {
 
-// A service of a bus, by default the system bus of the tests: every call to it goes to one function. It lives
-// on a connection of its own, as another process would.
+// A service on a bus, by default the system bus of the tests, that passes every call to one function. It has
+// a separate connection, like another process.
 class FakeService : public QDBusVirtualObject {
 public:
-    // Nothing answers nothing.
+    // An empty result sends no reply.
     using Answer = std::function<QDBusMessage(const QDBusMessage& call)>;
 
     FakeService(const QString& name, Answer answer,
@@ -30,7 +30,7 @@ public:
         signal.setArguments(arguments);
         send(signal);
     }
-    // Such as an answer that was not given at once.
+    // For example a delayed reply.
     void send(const QDBusMessage& message) { EXPECT_TRUE(bus_.send(message)); }
 
     [[nodiscard]] QString introspect(const QString&) const override { return {}; }

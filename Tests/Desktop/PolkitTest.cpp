@@ -21,10 +21,10 @@ using Answer = tests::ScriptedAgent::Answer;
 const RightDefinition right{"com.kelvane.test.change", "Change the test", "The test asks <you> & others"};
 constexpr const char* otherUser = "65534";
 
-// A process that wants the right.
+// A process that requests the right.
 class Peer {
 public:
-    // Of a user who is not root, whom polkit would grant everything.
+    // Runs as a user other than root, to whom polkit grants everything.
     explicit Peer(const tests::PrivatePolkit& polkit, const QStringList& arguments = {})
         : Peer(polkit.address(), "setpriv",
                QStringList{"--reuid", otherUser, "--regid", otherUser, "--clear-groups",
@@ -45,7 +45,7 @@ public:
     Peer& operator=(const Peer&) = delete;
 
     void say(const char* word) { process_.write(QByteArray(word) + '\n'); }
-    // The agent lives in this process: it is served while the line is waited for.
+    // The agent is in this process, so its events are processed while waiting for the line.
     std::string nextLine() {
         EXPECT_TRUE(tests::runUntil([this] { return process_.canReadLine(); }));
         return process_.readLine().trimmed().toStdString();
@@ -96,14 +96,14 @@ protected:
         removePolicy();
     }
     static void removePolicy() {
-        std::error_code ignored; // not there, in a test that was skipped
+        std::error_code ignored; // missing in a skipped test
         std::filesystem::remove(policyFolder + ('/' + right.name + ".policy"), ignored);
     }
     void unlock() const {
         peer->say("unlock");
         EXPECT_EQ(peer->lines(4), "asking, authorized, asked, granted");
     }
-    // What another program of the same user is told about the peer.
+    // Returns polkit's answer about the peer to another program of the same user.
     std::string checkedFromOutside() { return Peer(*polkit, process).nextLine(); }
 
     std::unique_ptr<tests::PrivatePolkit> polkit;
@@ -129,7 +129,7 @@ TEST_F(Polkit, StaysLockedWhenTheAgentCancelsOrNobodyAnswers) {
     EXPECT_EQ(peer->lines(3), "asking, asked, not granted");
     polkit->agent.answer = Answer::None;
     EXPECT_EQ(peer->ask("unlock"), "asking");
-    EXPECT_EQ(peer->ask("look-up"), "exists"); // it is asked, and waits for nobody
+    EXPECT_EQ(peer->ask("look-up"), "exists"); // the query needs no user
     peer->say("unlock");
     peer->say("cancel");
     EXPECT_EQ(peer->lines(3), "asked, not granted, not granted");
@@ -146,7 +146,7 @@ TEST_F(Polkit, LocksWhenTheAuthorityGoesAndComesBackWithoutIt) {
     EXPECT_EQ(peer->ask("look-up"), "unreachable");
     EXPECT_EQ(checkedFromOutside(), "unreachable");
     polkit->startAuthority();
-    peer->say("unlock"); // the agent is unknown to it
+    peer->say("unlock"); // no agent is registered for it
     EXPECT_EQ(peer->lines(2), "asking, asked");
     EXPECT_NE(peer->nextLine().find("nobody asks"), std::string::npos);
 }
@@ -186,7 +186,7 @@ TEST(AuthorizationForm, HasItsBytesAndTakesNoOthers) {
     EXPECT_GT(self->startTime, 0U);
 }
 
-// Writes down what it hears.
+// Records its notifications.
 struct Heard : AuthorizationDelegate {
     void authorizationDidAuthorize() override { words += "authorized "; }
     void authorizationDidDeauthorize() override { words += "deauthorized "; }
@@ -195,7 +195,7 @@ struct Heard : AuthorizationDelegate {
     std::string words;
 };
 
-// polkit, whose temporary authorizations end when the test says so.
+// A polkit whose temporary authorizations end on the test's command.
 class TemporaryAuthority : public testing::Test {
 protected:
     QDBusMessage answer(const QDBusMessage& call) {
@@ -225,7 +225,7 @@ protected:
     static void SetUpTestSuite() { qDBusRegisterMetaType<QMap<QString, QString>>(); }
 
     bool isAuthorized = true;
-    std::function<void()> meanwhile; // once, before the next answer is sent
+    std::function<void()> meanwhile; // runs once before the next answer is sent
     std::string calls;
     tests::FakeService service{"org.freedesktop.PolicyKit1",
                                [this](const auto& call) { return answer(call); }};
@@ -247,8 +247,8 @@ TEST_F(TemporaryAuthority, IsFollowedUntilTheUserLocks) {
     EXPECT_TRUE(tests::runUntil([&] { return calls.ends_with("RevokeTemporaryAuthorizationById "); }));
     const std::string callsBefore = calls;
     change();
-    lookUp(); // its answer comes after the change
-    lookUp(); // and this one after what the change has done
+    lookUp(); // its answer arrives after the change
+    lookUp(); // and this one after the effects of the change
     EXPECT_EQ(calls, callsBefore + "EnumerateActions EnumerateActions ");
     EXPECT_EQ(authorization.state(), Authorization::State::Locked);
 }

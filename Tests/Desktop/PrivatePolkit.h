@@ -17,7 +17,7 @@ namespace kelvane::tests {
 
 inline constexpr int processPatience = 20'000; // milliseconds
 
-// The subject or identity that polkit calls (sa{sv}).
+// A subject or identity of polkit (sa{sv}).
 inline QVariant polkitPair(const QString& kind, const QVariantMap& details) {
     QDBusArgument pair;
     pair.beginStructure();
@@ -32,8 +32,8 @@ inline QDBusMessage authorityCall(const char* method) {
                                           "org.freedesktop.PolicyKit1.Authority", method);
 }
 
-// The program that asks a person for a password, with the person's answer written in advance. It runs as
-// root, as the setuid program does that checks passwords.
+// An authentication agent with a predefined answer instead of a password dialog. Runs as root, like the
+// setuid program that checks passwords.
 class ScriptedAgent : public QDBusVirtualObject {
 public:
     enum class Answer { Approve, Cancel, None };
@@ -75,8 +75,7 @@ private:
     }
 };
 
-// A system bus of the test's own with the real polkitd on it, which knows the rights that are installed on
-// this machine. Needs root.
+// A private system bus with the real polkitd, which knows the actions installed on this machine. Needs root.
 class PrivatePolkit {
 public:
     PrivatePolkit() {
@@ -101,14 +100,14 @@ public:
     PrivatePolkit& operator=(const PrivatePolkit&) = delete;
 
     [[nodiscard]] QString address() const { return "unix:path=" + QString::fromStdString(folder_ / "bus"); }
-    // A program that another user can start, from wherever it was built.
+    // Returns a copy of the program that another user can start.
     [[nodiscard]] QString copyOf(const std::filesystem::path& program) const {
         const std::filesystem::path copy = folder_ / program.filename().string();
         std::filesystem::copy_file(program, copy, std::filesystem::copy_options::skip_existing);
         return QString::fromStdString(copy);
     }
 
-    // Has the agent asked on behalf of that process.
+    // Registers the agent for that process.
     void registerAgent(uint pid, qulonglong startTime, uint uid) {
         QDBusMessage call = authorityCall("RegisterAuthenticationAgent");
         call << polkitPair("unix-process", {{"pid", pid}, {"start-time", startTime}, {"uid", int(uid)}})

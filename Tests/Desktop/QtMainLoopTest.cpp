@@ -15,7 +15,7 @@ using std::chrono::milliseconds;
 TEST(QtMainLoop, RunsPostsOfOtherThreadsInOrderAlsoInANestedLoop) {
     QtMainLoop loop;
     std::vector<int> seen;
-    loop.post([&] { // waits for what stands behind it
+    loop.post([&] { // waits for the task after it
         QEventLoop nested;
         loop.post([&] { nested.quit(); });
         nested.exec();
@@ -42,7 +42,7 @@ TEST(QtMainLoop, AnEndedTimerDoesNotStopTheOneThatGotItsNumber) {
         repeated = loop.schedule(milliseconds(1), Repeat::Always, [&] {
             once.stop();
             if (++repeatedCount == 3)
-                repeated.stop(); // from inside itself
+                repeated.stop(); // from its own callback
         });
     });
     EXPECT_TRUE(tests::runUntil([&] { return repeatedCount == 3; }));

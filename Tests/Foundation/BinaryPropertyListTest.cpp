@@ -147,8 +147,8 @@ TEST(BinaryPropertyList, RefusesToWriteWhatAReaderCouldNotTake) {
     insideLoop.push_back(loop);
     EXPECT_EQ(errorOf(loop), "a container contains itself");
     insideLoop.clear();
-    // Bytes that begin nothing, end too early, are longer than need be, a surrogate, beyond the last
-    // character.
+    // Bytes that start no sequence, end too early, use an overlong form, encode a surrogate or exceed the
+    // last character.
     for (const char* text :
          {"\xFF", "\x80", "x\xE2\x82", "\xC0\x80", "\xF0\x82\x82\xAC", "\xED\xA0\x80", "\xF4\x90\x80\x80"}) {
         EXPECT_EQ(errorOf(text), "a string is not UTF-8");
@@ -167,13 +167,13 @@ TEST(BinaryPropertyList, RefusesToWriteDeeperThanItReads) {
     const Value deepest = around(Array{}, deepestNesting - 1);
     EXPECT_EQ(readBack(deepest), deepest);
     EXPECT_EQ(errorOf(Array{deepest}), "it is nested too deeply");
-    // Half the limit, which is known and is met again at the bottom of the other half.
+    // A list of half the depth limit, already read, that occurs again at the bottom of the other half.
     const Value half = around(Array{}, deepestNesting / 2 - 1);
     EXPECT_EQ(errorOf(Array{half, around(half, deepestNesting / 2 - 1)}), "");
     EXPECT_EQ(errorOf(Array{half, around(half, deepestNesting / 2), 1}), "it is nested too deeply");
 }
 
-// The other reader and writer of the format that every desktop has.
+// An independent reader and writer of the format.
 TEST(BinaryPropertyList, AgreesWithPython) {
     const Value value =
         Dictionary{{"wide", "\xC3\xA9\xF0\x9F\x98\x80"},

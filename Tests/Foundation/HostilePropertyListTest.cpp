@@ -22,7 +22,7 @@ void expectRefusedLists(const std::string& error, const std::vector<RawPropertyL
         EXPECT_EQ(errorOf(list), error) << hexOf(list.bytes());
 }
 
-// Each object as the only one of a list.
+// Each object is the only one in its list.
 void expectRefused(const std::string& error, const std::vector<std::string>& objects) {
     for (const std::string& object : objects)
         expectRefusedLists(error, {{{object}}});
@@ -32,7 +32,8 @@ TEST(HostilePropertyList, IsRefusedWithoutASoundFrame) {
     const std::string notOne = "it is cut off or not a binary property list";
     const Data sound = RawPropertyList().bytes();
     EXPECT_EQ(readBinaryPropertyList(sound).value, Value(true));
-    // Header, both widths, the count (which times the width is 0) and the place of the table.
+    // Header, both widths, the count (which overflows to 0 when multiplied by the width) and the offset of
+    // the table.
     constexpr std::size_t widths = 17, count = 19, table = 35;
     const std::pair<std::size_t, int> changes[] = {
         {7, '1'},       {0, 'x'},      {widths, 0},    {widths, 9},    {widths + 1, 0}, {widths + 1, 9},
@@ -42,7 +43,7 @@ TEST(HostilePropertyList, IsRefusedWithoutASoundFrame) {
         changed[place] = static_cast<std::uint8_t>(byte);
         EXPECT_EQ(readBinaryPropertyList(changed).error, notOne) << place;
     }
-    expectRefusedLists(notOne, {{.objectCount = 2, .offsets = {8, 8}}, // more objects than bytes, than places
+    expectRefusedLists(notOne, {{.objectCount = 2, .offsets = {8, 8}}, // more objects than offsets
                                 {.objects = std::vector<std::string>(256, "\x09"), .offsetWidth = 1}});
 }
 
@@ -50,7 +51,7 @@ TEST(HostilePropertyList, IsRefusedWhenAnObjectIsOutside) {
     expectRefusedLists(
         "a reference names no object",
         {{{"\xA1\x05"}}, {{"\xA1\x01"}}, {{"\xD1\x05\0"s}}, {.top = 1}, {.top = ~0ULL}, {{}, 1}});
-    expectRefusedLists("an object stands outside the objects",
+    expectRefusedLists("an object is outside the object area",
                        {{.offsets = {7}}, {.offsets = {9}}, {.offsetWidth = 8, .offsets = {~0ULL}}});
     const std::string reachesOutside = "an object reaches outside the objects";
     const std::string count = "\x13" + bigEndian(huge, 8);
@@ -58,7 +59,7 @@ TEST(HostilePropertyList, IsRefusedWhenAnObjectIsOutside) {
                   {"\x10", "\x13.......", "\x14...............", "\x22...", "\x33.......", "\x42x", "\x52x",
                    "\x5F\x10", "\x62\0a\0"s, "\xA1", "\xA2\0"s, "\xD1\0"s, "\x4F\x12\x10", "\x4F" + count,
                    "\x5F" + count, "\x6F" + count, "\xAF" + count, "\xDF" + count});
-    // Times 16 it is 0.
+    // Overflows to 0 when multiplied by 16.
     expectRefusedLists(reachesOutside, {{{"\xDF\x13" + bigEndian(1ULL << 60U, 8)}, 2, 8}});
     expectRefused("a count is not a number", {"\x4F\x14" + bigEndian(1, 16), "\x4F\x22" + bigEndian(1, 4)});
 }
@@ -88,10 +89,10 @@ TEST(HostilePropertyList, MayBeNestedToTheLimitByWhateverWay) {
     EXPECT_EQ(errorOf(nested(deepestNesting)), "");
     expectRefusedLists("it is nested too deeply", {nested(deepestNesting + 1), nested(1000000)});
 
-    // The inner half is known, and accepted, before it is met again at the bottom of the outer half.
+    // The inner half has been read and accepted before it occurs again at the bottom of the outer half.
     for (const unsigned outer : {deepestNesting / 2U, deepestNesting / 2U + 1}) {
         RawPropertyList list = nested(deepestNesting / 2U);
-        const std::uint64_t inner = 0; // which also holds something shallow, last
+        const std::uint64_t inner = 0; // whose last element is shallow
         list.objects[inner] = "\xA2" + bigEndian(1, 4) + bigEndian(list.objects.size(), 4);
         list.objects.push_back("\xA0");
         const std::uint64_t first = list.objects.size();
@@ -113,7 +114,7 @@ TEST(HostilePropertyList, MayExpandOnlySoFar) {
         list.objects.push_back(leaf);
         return list;
     };
-    // A thousand dictionaries with one key, the object of that number, behind a long text.
+    // A thousand dictionaries with one key each, the object with that number, after a long text.
     const auto rows = [&](std::uint64_t key) {
         RawPropertyList list{{longObject(5, million.size(), million), "\x51k", "\x09"}, 4, 2};
         std::string all = bigEndian(0, 2);
@@ -135,7 +136,7 @@ TEST(HostilePropertyList, MayExpandOnlySoFar) {
 }
 
 TEST(HostilePropertyList, CannotMakeManyValuesOfTheSameBytes) {
-    const std::string content(20, '\0'); // as references they all name the first object
+    const std::string content(20, '\0'); // as references they all refer to the first object
     for (const unsigned type : {4U, 5U, 10U}) {
         const std::string object = longObject(type, content.size(), content);
         expectRefusedLists("objects overlap", {{.objects = {"\x09", object, "\xA3\x01\x02\x03"},
@@ -145,7 +146,7 @@ TEST(HostilePropertyList, CannotMakeManyValuesOfTheSameBytes) {
     }
 }
 
-// The most memory that this process has had since `reset`, in kilobytes.
+// The peak memory of this process since `reset`, in kilobytes.
 class PeakMemory {
 public:
     static void reset() { std::ofstream("/proc/self/clear_refs") << 5; }

@@ -39,7 +39,7 @@ TEST_F(NotificationCenterTest, TellsLivingObserversOfTheNameAndSenderInTheOrderO
     EXPECT_EQ(heardAfter("changed"), "ae");
     EXPECT_EQ(heardAfter("closed", &one), "b");
     EXPECT_EQ(heardAfter("change"), "");
-    a = observe("changed", nullptr, "A"); // its token is given up for a later one
+    a = observe("changed", nullptr, "A"); // its token is replaced by a later one
     heard_.clear();
     center_->post("changed", &one, Dictionary{{"key", "value"}});
     EXPECT_EQ(heard_, "c1valueA");
@@ -53,7 +53,7 @@ TEST_F(NotificationCenterTest, LetsObserversComeAndGoAndPostDuringAPost) {
         later = {};
         added = observe("changed", nullptr, "n");
         center_->post("inner", nullptr);
-        heard_ += "o"; // its own capture is still there
+        heard_ += "o"; // its capture still exists
     });
     later = observe("changed", nullptr, "l");
     const auto last = observe("changed", nullptr, "z");

@@ -9,7 +9,7 @@
 
 namespace kelvane::tests {
 
-// `number` in `width` bytes, the highest first; cut or filled with zeros.
+// Returns `number` in `width` bytes, big-endian; truncated or filled with zeros.
 inline std::string bigEndian(std::uint64_t number, unsigned width) {
     std::string bytes;
     for (unsigned i = width; i > 0; --i)
@@ -17,19 +17,18 @@ inline std::string bigEndian(std::uint64_t number, unsigned width) {
     return bytes;
 }
 
-// The object of a count that does not fit the first byte.
+// The object for a count that does not fit in the first byte.
 inline std::string longObject(unsigned type, std::uint64_t count, const std::string& content) {
     return std::string(1, static_cast<char>(type << 4U | 0xFU)) + "\x12" + bigEndian(count, 4) + content;
 }
 
-// A binary property list put together byte by byte, sound or not: each text is an object as it stands in the
-// file.
+// A binary property list assembled from bytes, valid or not: each text holds the bytes of one object.
 struct RawPropertyList {
     std::vector<std::string> objects = {"\x09"};
     unsigned offsetWidth = 2;
     unsigned referenceWidth = 1;
     std::uint64_t top = 0;
-    // Instead of the true ones.
+    // Override the correct values.
     std::optional<std::uint64_t> objectCount = std::nullopt;
     std::vector<std::uint64_t> offsets = {};
 

@@ -47,7 +47,7 @@ TEST(Format, SurvivesWhatDoesNotFit) {
          {formatTranslated("%-999999999999s|", "a"), "a" + std::string(4095, ' ') + "|"}});
 }
 
-// What compiles and what does not.
+// Valid and invalid formats, checked at compile time.
 TEST(Format, IsCheckedAgainstItsArguments) {
     using enum detail::ArgumentKind;
     const std::vector<detail::ArgumentKind> arguments{Integer, Text, Real, Object};
@@ -105,7 +105,7 @@ TEST(Unicode, WritesNamesOfAnyBytesAsTextAndReadsThemBack) {
         {lost, lost},
         {lost + "\xFF" + lost, lost + lost + "FF" + lost},
         {lost + "41" + lost + "e9" + lost + "F",
-         lost + "41" + lost + "e9" + lost + "F"}, // no byte is written so
+         lost + "41" + lost + "e9" + lost + "F"}, // does not encode a byte
         {lost + "E9", lost + "EF" + lost + "BF" + lost + "BDE9"},
         {lost + "E\xFF", lost + "E" + lost + "FF"},
     };

@@ -49,7 +49,7 @@ TEST(Value, ReadsAsEmptyWhatIsNotThere) {
 }
 
 TEST(Value, EqualsByValueWhateverTheKindOfNumber) {
-    // Those of one group equal each other and nothing else. 2^63 is the double nearest to 2^63 - 1, too; in
+    // The values of a group equal each other and no others. 2^63 is also the double nearest to 2^63 - 1. In
     // two braces a single array would be copied into its group.
     const std::vector<std::vector<Value>> groups = {
         {{}},

@@ -10,7 +10,7 @@
 
 namespace kelvane::tests {
 
-// A real server for reports; see report_server.py.
+// A real HTTP server for reports; see report_server.py.
 struct ReportServer {
     explicit ReportServer(const std::string& behaviour = "answer")
         : program({"/usr/bin/python3", REPORT_SERVER, folder.path(), behaviour}, {}) {}
@@ -22,7 +22,7 @@ struct ReportServer {
     const std::string host = "127.0.0.1:" + port;
 };
 
-// The tab on the application's own loop, which its sheets run, with folders and a log of its own.
+// The tab on the application's main loop, which its sheets run, with private folders and a private log.
 class HelpTabTest : public TabTest {
 protected:
     HelpTabTest() : TabTest(demoWorld()) {
@@ -63,7 +63,7 @@ protected:
         chooseCategory(1);
         text().insertPlainText(report);
     }
-    // What an earlier report has told is dismissed first.
+    // Closes the message of an earlier report first.
     void sendReport(const std::string& host) {
         delete sheet();
         daemon.answer("serverURL", host);

@@ -52,7 +52,7 @@ TEST_F(Sending, EndsWhateverTheServerDoes) {
 }
 
 TEST_F(Sending, TakesAsLongAsTheLineTakes) {
-    std::string noise; // does not get smaller by zipping
+    std::string noise; // cannot be compressed
     std::mt19937 random(1);
     std::generate_n(std::back_inserter(noise), 4'000'000, [&] { return static_cast<char>(random()); });
     folder.write("daemon.log", noise);
@@ -124,7 +124,7 @@ TEST_F(Sending, HoldsEverythingButPaintingUntilItIsCancelled) {
             timer = qtLoop->schedule(0ms, MainLoop::Repeat::Once, [&] { seen.emplace_back("timer"); });
             daemon.callPanes("fileChanged:", {"/a"});
         }
-        button.click(); // as a screen reader does
+        button.click(); // like a screen reader
         EXPECT_TRUE(bar->window()->isModal());
         EXPECT_FALSE(control("EmailWindow").isVisible());
         EXPECT_FALSE(control("emailButton").isEnabledTo(&control("EmailWindow"))) << "a second time";

@@ -24,7 +24,7 @@ TEST_F(HelpTabTest, OffersChoicesEachOfWhichEndsTheSheet) {
         EXPECT_TRUE(control("HelpWindow").isModal());
         click(choice);
         EXPECT_FALSE(control("HelpWindow").isVisible());
-        if (pane.disk.exists(logPath)) // not the first time
+        if (pane.disk.exists(logPath)) // except the first time
             EXPECT_EQ(pane.opened(), Strings{logPath});
         else if (std::string_view(choice) == "showLogButton")
             pane.disk.files[logPath] = FileAttributes::Kind::File;
@@ -91,7 +91,7 @@ TEST_F(HelpTabTest, InvitesToAChatByALinkToItsServer) {
 }
 
 TEST_F(HelpTabTest, CountsCharactersEditByEdit) {
-    // With the count afterwards.
+    // With the expected count afterwards.
     const std::tuple<const char*, std::function<void(HelpViewEmailTextView&)>, int> edits[] = {
         {"typing", [](auto& view) { QTest::keyClicks(&view, "abc"); }, 3},
         {"a line break", [](auto& view) { QTest::keyClick(&view, Qt::Key_Return); }, 4},
@@ -130,7 +130,7 @@ TEST_F(HelpTabTest, CompressesWhatGunzipReadsAgain) {
         EXPECT_FALSE(KelvaneHelpController::compressFile(none));
 }
 
-// What a server gets.
+// The request that a server receives.
 struct Reports : HelpTabTest {
     const ReportServer server;
 };
@@ -147,7 +147,7 @@ TEST_F(Reports, HaveEveryPartAsItIs) {
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
     click("emailButton");
-    // What support asks for when a report does not arrive.
+    // The details that support needs when a report does not arrive.
     EXPECT_NE(testing::internal::GetCapturedStdout().find("HTTP/1.1 200 OK"), std::string::npos);
     EXPECT_NE(testing::internal::GetCapturedStderr().find("> POST /Manage"), std::string::npos);
     EXPECT_EQ(operatingSystemText(0x1058), "Mac OS X 10.5.8");

@@ -33,9 +33,9 @@ class Handler(http.server.BaseHTTPRequestHandler):
 
     def do_POST(self):
         (folder / "request").write_text(f"{self.requestline}\n{self.headers}")
-        if behaviour == "break":  # in the middle of the body
+        if behaviour == "break":  # During the body.
             return self.connection.shutdown(socket.SHUT_RDWR)
-        if behaviour == "slow":  # always getting on, but only with another signal
+        if behaviour == "slow":  # Makes progress only with each further signal.
             body = b""
             while len(body) < int(self.headers["Content-Length"]):
                 signal.sigwait([signal.SIGUSR1])
@@ -54,10 +54,10 @@ class Handler(http.server.BaseHTTPRequestHandler):
             self.wfile.write(b"flood " * 4096)
 
 
-signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGUSR1])  # until a handler waits for it
+signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGUSR1])  # Until a handler waits for it.
 server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
 print(server.server_port, flush=True)
-if behaviour == "full":  # of others who wait, so that nobody gets through
+if behaviour == "full":  # Fills the backlog, so that no connection is accepted.
     server.socket.listen(0)
     others = [socket.socket(type=socket.SOCK_STREAM | socket.SOCK_NONBLOCK) for _ in range(4)]
     for other in others:

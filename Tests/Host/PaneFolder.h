@@ -8,12 +8,13 @@
 
 namespace kelvane::tests {
 
-// A folder of bundles whose panes write what is done to them into one file.
+// A folder of bundles whose panes log all calls to one file.
 class PaneFolder {
 public:
     using Settings = std::map<std::string, std::string>;
 
-    // A bundle with these entries in its information. `code` is a plug-in, another file, or none when empty.
+    // Creates a bundle with these entries in its information dictionary. `code`: a plug-in or another file;
+    // none when empty.
     std::string add(const std::string& name, const Settings& settings = {},
                     const std::string& code = TEST_PANE) const {
         const std::string bundle = name + ".prefPane/";
@@ -29,7 +30,7 @@ public:
             std::filesystem::create_symlink(code, folder_ / (bundle + "PlugIns/Code.so"));
         return folder_ / (name + ".prefPane");
     }
-    // On one line.
+    // Returns the log on one line.
     [[nodiscard]] std::string log() const {
         std::string text = folder_.read("log");
         std::ranges::replace(text, '\n', ',');

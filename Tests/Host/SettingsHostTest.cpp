@@ -27,7 +27,7 @@ protected:
     [[nodiscard]] bool comesTo(const std::string& log) {
         return tests::runUntil([&] { return panes.log() == log; });
     }
-    // Everything that the window says, and that can be taken from it.
+    // Returns the texts of all visible labels whose text can be selected.
     [[nodiscard]] QString texts() {
         QString texts;
         for (const QLabel* const label : host->window().findChildren<QLabel*>())
@@ -109,7 +109,7 @@ TEST_F(SettingsHostTest, SaysWhyAPaneCannotBeShownAndShowsTheOthers) {
     }
     host->window().choosePane(static_cast<int>(std::size(expected)));
     EXPECT_TRUE(tests::runUntil([&] { return panes.log().ends_with("Good selected,"); }));
-    EXPECT_EQ(panes.log().find("Other "), std::string::npos); // nothing of it has run
+    EXPECT_EQ(panes.log().find("Other "), std::string::npos); // none of its code has run
     EXPECT_EQ(panes.log().find("Waker loaded"), std::string::npos);
 }
 

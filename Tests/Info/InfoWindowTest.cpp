@@ -22,7 +22,7 @@ struct InfoWindow : testing::Test {
     static QComboBox& where(const KelvaneInfoWindowController& controller) {
         return *controller.window()->findChild<QComboBox*>("whereField");
     }
-    // What the window says, by what screen readers call it.
+    // Returns the window's texts by their accessible names.
     static std::map<std::string, std::string> said(const KelvaneInfoWindowController& controller) {
         std::map<std::string, std::string> texts;
         for (const auto* const label : controller.window()->findChildren<OneLineLabel*>())
@@ -36,7 +36,7 @@ struct InfoWindow : testing::Test {
         return KelvaneFileNode::createWithDictionary(Dictionary{
             {"fileName", "a.txt"}, {"displayName", "A"}, {"path", path}, {"size", 5'000'000'000U}});
     }
-    // In the user's own way of writing numbers.
+    // In the number format of the user's locale.
     static std::string shortSize(std::uint64_t bytes) {
         return FileSizeFormatter::sharedFileSizeAbbrevFormatter().stringFromNumber(bytes).value_or("");
     }
@@ -154,7 +154,7 @@ TEST_F(InfoWindow, IsOneForEachFileOfTheRegistryUntilItIsClosed) {
     const auto isOpen = [](const QDialog* window) { return window->isVisible(); };
     EXPECT_TRUE(std::ranges::all_of(windows, isOpen));
 
-    registry.closeInfoWindows(); // as the pane does that is about to be hidden
+    registry.closeInfoWindows(); // like a pane that is about to be hidden
     EXPECT_TRUE(std::ranges::none_of(windows, isOpen));
     EXPECT_TRUE(registry.controllers().empty());
     runPosted();
@@ -166,7 +166,7 @@ TEST_F(InfoWindow, IsOneForEachFileOfTheRegistryUntilItIsClosed) {
     QTest::keyClick(window, Qt::Key_Escape);
     EXPECT_TRUE(registry.controllers().empty());
     EXPECT_TRUE(window) << "until the event is over";
-    // Asked for again before that: a new one.
+    // Requested again before that: a new window.
     registry.showInfoWindowForFileNode(file);
     runPosted();
     EXPECT_FALSE(window);

@@ -11,7 +11,7 @@ protected:
     void SetUp() override { connect(); }
 };
 
-// What asks or tells the daemon, what that receives, and what comes back when it answers `answer`.
+// A call of the state, what the daemon receives, and the result when the daemon answers `answer`.
 struct Call {
     ReceivedCall received;
     Value answer;
@@ -71,7 +71,7 @@ TEST_F(Answers, ComeFromTheDaemonAndWhileDisconnectedFromNowhereElse) {
     EXPECT_EQ(state->proxy(), nullptr);
 }
 
-// A key of the state dictionary, what may stand there and what is read of it.
+// A key of the state dictionary, a possible value and the result of reading it.
 struct Reading {
     const char* key;
     Value stored;
@@ -115,7 +115,7 @@ bool isNothing(const Value& value) {
     return value.isAbsent() || value == Value(0) || value == Value("");
 }
 
-// Each key alone, so that none is read in the place of another.
+// Each key alone, so that no other key is read instead.
 TEST_F(Answers, OfTheLastDictionaryHaveTheirOwnKeysAndOutliveTheLink) {
     Dictionary all;
     for (const Reading& only : everyReading) {
@@ -135,7 +135,7 @@ TEST_F(Answers, OfTheLastDictionaryHaveTheirOwnKeysAndOutliveTheLink) {
     }
     daemon.changeWorld([&](DaemonWorld& world) { world.state = all; });
     state->updateDaemonState();
-    daemon.setState("paused", false); // not seen until the next time
+    daemon.setState("paused", false); // not noticed until the next update
     EXPECT_TRUE(state->isQuotaLimited()) << "which stores it";
     loseDaemon();
     for (const Reading& each : everyReading)
@@ -195,7 +195,7 @@ TEST_F(Answers, HaveNoMethodForWhatIsInNoTable) {
     EXPECT_TRUE(daemon.calls().empty());
 }
 
-// What was kept before, what the daemon answers, and what is given and kept then.
+// The stored value before, the daemon's answer, and the value that is then returned and stored.
 struct Case {
     Value keptBefore, answer, given;
 };
@@ -205,7 +205,7 @@ const Cases texts{{{}, "", ""},       {"", "first", "first"}, {"first", "second"
 const Cases numbers{{{}, 0, 0},     {0, 5, 5},   {6, {}, 0},
                     {6, "text", 0}, {"x", 0, 0}, {6, 4294967295U, 4294967295U}};
 
-// One kept value, and the question to which the daemon answers it.
+// A stored value, and the method that returns it.
 const struct Kept {
     const char* selector;
     const char* key;
@@ -222,7 +222,7 @@ const struct Kept {
 
 class KeptValues : public BackupStateTest {
 protected:
-    // As another process would have left it, of any kind.
+    // Stores a value of any type, as another process could have.
     static void keep(const char* key, const Value& value) {
         if (value.isString())
             DefaultsDB::setStringProperty(value.stringValue(), key);

@@ -39,7 +39,7 @@ TEST_F(StatePoll, RunsAfterTheNewsOfTheConnectionAndThenEveryTwoSecondsWhileConn
     state->updateDaemonState();
     EXPECT_EQ(polls(), 4U);
     EXPECT_EQ(loop->runningTimers(), 1); // the retry
-    EXPECT_EQ(state->quotaMB(), 5U);     // kept meanwhile
+    EXPECT_EQ(state->quotaMB(), 5U);     // the last value is kept
     ASSERT_TRUE(daemon.start());
     loop->advance(100ms);
     EXPECT_EQ(polls(), 5U);
@@ -53,7 +53,7 @@ TEST_F(StatePoll, AnnouncesADictionaryOnlyWhenItIsAnotherOne) {
     connect();
     loop->advance(2s);
     EXPECT_EQ(states, (std::vector<Value>{Dictionary{{"quotaMB", 5}, {"paused", true}}}));
-    // The same with numbers of another kind and in another order.
+    // The same with other number types and in another order.
     daemon.changeWorld([](DaemonWorld& world) {
         world.state = Dictionary{{"paused", 1U}, {"quotaMB", 5.0}};
     });
@@ -127,11 +127,10 @@ TEST_F(BackupStateTest, BeginningAgainLeavesOneConnection) {
     state->onBegin();
     daemon.answer("automaticMode", 1);
     EXPECT_TRUE(state->automaticMode());
-    EXPECT_TRUE(daemon.waitForPanes(1)); // the first one goes
+    EXPECT_TRUE(daemon.waitForPanes(1)); // the first connection is closed
 }
 
-// Whatever an observer does in the middle of a notification, nothing crashes and nothing goes on that has
-// been ended.
+// Whatever an observer does during a notification, nothing crashes and nothing that was ended continues.
 TEST_F(LinkTest, AnObserverMayEndOrDropTheStateInTheMiddle) {
     enum class Moment { Connected, StateCame, LostInAPoll, LostInACall, Ended };
     for (const Moment moment :
@@ -182,7 +181,7 @@ protected:
         EXPECT_TRUE(weak.expired()) << "a stopped controller is kept by nobody";
     }
 
-    // Starts with the daemon up.
+    // Starts with a running daemon.
     void connect() {
         ASSERT_TRUE(daemon.start());
         controller->start();
@@ -222,7 +221,7 @@ TEST_F(ConnectionControllerTest, TriesAtOnceAndEverySecondUntilItSucceedsAndAgai
     EXPECT_EQ(controller->proxy()->call<"pausedMinutes">(), 0U);
 }
 
-// The write fails in the caller's own stack: proxy and socket go away under the call.
+// The write fails on the caller's stack: proxy and socket are destroyed during the call.
 TEST_F(ConnectionControllerTest, TriesOnlyOnceWithoutItsTimerButRetriesAfterALossThatACallMeets) {
     controller->disableConnectTimer();
     controller->start();
@@ -243,7 +242,7 @@ TEST_F(ConnectionControllerTest, LosesADaemonThatDoesNotRead) {
     connect();
     const FakeDaemon::Hold hold = daemon.hold("setRecoverMode:");
     controller->proxy()->call<"setRecoverMode:">(true);
-    controller->proxy()->call<"addFileToBackup:">(std::string(8U << 20U, 'x')); // more than a socket holds
+    controller->proxy()->call<"addFileToBackup:">(std::string(8U << 20U, 'x')); // exceeds the socket's buffer
     EXPECT_TRUE(loop->runUntil([this] { return !controller->connected(); }));
 }
 

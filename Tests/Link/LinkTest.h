@@ -26,11 +26,11 @@ inline void PrintTo(const ReceivedCall& call, std::ostream* stream) {
 
 using namespace std::chrono_literals;
 
-// A fake daemon that is not started yet, and what a pane's side of the link needs, with preferences of its
-// own.
+// A fake daemon that is not started yet, and the objects of a pane's side of the link, with private
+// preferences.
 class LinkTest : public testing::Test {
 protected:
-    // The log's lines that begin so, in order.
+    // Returns the log lines with this prefix, in order.
     [[nodiscard]] std::vector<std::string> logged(std::string_view beginning) {
         const std::scoped_lock guard(logMutex_);
         std::vector<std::string> lines;
@@ -39,12 +39,12 @@ protected:
         return lines;
     }
 
-    // No thread and no timer of the link stays behind.
+    // Expects that no thread and no timer of the link is left.
     void expectNothingLeft() {
         EXPECT_EQ(loop->runningTimers(), 0);
         EXPECT_TRUE(loop->runUntil([] { return KelvaneSocket::liveThreads() == 0; }))
             << KelvaneSocket::liveThreads() << " threads";
-        loop->runPosted(); // what is posted holds the socket that posted it, and that one the loop
+        loop->runPosted(); // a posted task owns the socket that posted it, which owns the loop
     }
 
     const TemporaryFolder folder;
@@ -69,7 +69,7 @@ protected:
     FakeDaemon daemon{folder / "daemon.sock"};
 };
 
-// A BackupState whose notifications are noted down.
+// A BackupState whose notifications are recorded.
 class BackupStateTest : public LinkTest {
 protected:
     ~BackupStateTest() override {
@@ -78,14 +78,14 @@ protected:
         expectNothingLeft();
     }
 
-    // Begins with the daemon up, and returns when both sides know each other.
+    // Starts with a running daemon, and returns when both sides are connected.
     void connect() {
         ASSERT_TRUE(daemon.start());
         state->onBegin();
         ASSERT_TRUE(state->connected());
         ASSERT_TRUE(daemon.waitForPanes(1));
     }
-    // The daemon dies, and the receive thread has found out.
+    // Stops the daemon and waits until the receive thread has noticed.
     void loseDaemon() {
         daemon.stop();
         ASSERT_TRUE(loop->runUntil([this] { return !state->connected(); }));

@@ -40,14 +40,14 @@ TEST(AbsentDisks, AreFoundWhereSomethingElseIsMountedThanWasBackedUp) {
         {{}, {{"/mnt/storage/photos", "A"}}, {{"/mnt/storage/photos", Absence::Covered}}},
         {{}, {{"/home", "/ ext-1"}}, {{"/home", Absence::Covered}}},
         {{}, {{"/home/me", "/other ext-0"}}, {{"/home/me", Absence::Covered}}},
-        {{}, {{"/home/me", "/home/me ext-0"}}, {}}, // mounted upon itself
+        {{}, {{"/home/me", "/home/me ext-0"}}, {}}, // mounted on itself
         {{{"/home/me", "/one ext-1"}}, {{"/home/me", "/one ext-1"}}, {}},
         {{{"/home/me", "/one ext-1"}}, {{"/home/me", "/two ext-1"}}, {{"/home/me", Absence::Another}}},
-        {{{"/home/me", "ext-1"}}, {{"/home/me", "/two ext-1"}}, {}}, // of an earlier version
+        {{{"/home/me", "ext-1"}}, {{"/home/me", "/two ext-1"}}, {}}, // recorded by an earlier version
         {{{"/home/me", "ext-1"}}, {{"/home/me", "/two ext-2"}}, {{"/home/me", Absence::Another}}},
     };
     for (const Case& each : cases)
-        for (const bool isEarlierVersion : {false, true}) { // whose settings have the mounts alone
+        for (const bool isEarlierVersion : {false, true}) { // whose settings contain only the mounts
             MountedDisks disks;
             disks.ids = each.now;
             Settings settings;

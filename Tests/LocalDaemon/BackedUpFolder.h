@@ -10,8 +10,8 @@
 
 namespace kelvane::tests {
 
-// A folder "home", and an index of what `backUp` has put into the repository beside it or `pretendBackUp` has
-// found on the disk; each takes the place of the one before, and keeps what that one held alone.
+// A folder "home", and an index of what `backUp` has saved to the repository beside it or `pretendBackUp` has
+// found on the disk. Each index replaces the previous one, and keeps the paths that only that one has.
 class BackedUpFolder : public TemporaryFolder {
 public:
     BackedUpFolder() {
@@ -25,7 +25,7 @@ public:
         return {*this / "repository", *this / "password", *this / "cache", {}, "restic"};
     }
 
-    // `unread` cannot be read: the snapshot lacks it, and counts it as saved before.
+    // `unread`: a path that cannot be read, which the snapshot lacks and the index takes from an earlier one.
     void backUp(const std::string& unread = {}) {
         if (!std::filesystem::exists(*this / "repository"))
             expectSuccess({"init"});

@@ -29,7 +29,7 @@ TEST_F(BackingUp, FollowsTheFilesTheRulesAndTheModes) {
     EXPECT_EQ(fs::status(folders / "state/password").permissions(),
               fs::perms::owner_read | fs::perms::owner_write);
 
-    // Paused, so that what waits is to be seen.
+    // Paused, so that pending files are visible.
     pane->call<"setPausedMinutes:">(5U);
     folders.write("home/a/x [y]*?.txt", "1234567");
     folders.write("home/new", "1");
@@ -43,7 +43,7 @@ TEST_F(BackingUp, FollowsTheFilesTheRulesAndTheModes) {
     EXPECT_EQ(pane->state("serviceState"), 25);
     EXPECT_EQ(snapshots(), 1U);
     pane->call<"setRecoverMode:">(false);
-    ASSERT_TRUE(comesToRest(4, 18)); // with the one that has gone
+    ASSERT_TRUE(comesToRest(4, 18)); // including the deleted one
     EXPECT_EQ(snapshots(), 2U);
     EXPECT_TRUE(pane->hears("file /Volumes/"));
 
@@ -53,18 +53,19 @@ TEST_F(BackingUp, FollowsTheFilesTheRulesAndTheModes) {
     EXPECT_EQ(kept["backupFlags"].uint32Value() & Backup_Missing, Backup_Missing);
     EXPECT_EQ(kept["version"], 1);
 
-    // What is excluded is to leave the backup, which only a snapshot without it says.
+    // An excluded file leaves the backup only with a snapshot without it.
     ASSERT_TRUE(comesTo([&] { return pane->state("serviceState") == 5; }));
     pane->call<"setPriorityBackup:">("/");
     ASSERT_TRUE(comesToRest(4, 18));
     EXPECT_EQ(snapshots(), 3U);
 
-    start(); // the index is there before restic is asked
+    start(); // the index is loaded before restic is called
     EXPECT_EQ(colors({in("a/b/file")}), Array{blue});
     ASSERT_TRUE(comesToRest(4, 18));
     EXPECT_EQ(colors({in("new"), in("a/b/file")}), (Array{green, blue}));
 
-    // An older snapshot has what is selected again, but a restore of the home folder would leave it out.
+    // An older snapshot contains the file that is selected again, but a restore of the home folder would omit
+    // it.
     pane->call<"setPausedMinutes:">(5U);
     EXPECT_EQ(pane->call<"unexcludeFileFromBackup:">(in("a")), 0U);
     EXPECT_TRUE(comesTo([&] { return colors({in("a/x [y]*?.txt"), in("a")}) == Array{yellow, yellow}; }));
@@ -74,7 +75,7 @@ TEST_F(BackingUp, FollowsTheFilesTheRulesAndTheModes) {
     EXPECT_EQ(colors({in("a/x [y]*?.txt"), in("a")}), (Array{green, green}));
 }
 
-// In restic's JSON each of these has a twin; one of them is even on the disk as its twin is in JSON.
+// Each of these has the same form as another one in restic's JSON; one has that form as its name on the disk.
 TEST_F(BackingUp, KeepsNamesByteForByte) {
     const std::string lost = "\xEF\xBF\xBD";
     const std::vector<std::string> names{"d\xFF/in", "d\xFE/in", "f\xFF", "f\xFE", "f" + lost, lost + "E9"};
@@ -96,7 +97,7 @@ TEST_F(BackingUp, KeepsNamesByteForByte) {
                              "f" + lost + "FF", "odd [x]", lost + "EF" + lost + "BF" + lost + "BDE9"}));
 
     EXPECT_EQ(pane->call<"excludeFileFromBackup:">(texts[2]), 0U);
-    start(); // the index comes from its file, and the rule from the settings
+    start(); // the index is loaded from its file, and the rule from the settings
     EXPECT_EQ(colors(texts), (Array{green, green, blue, green, green, green}));
     fs::remove_all(folders.home());
     EXPECT_EQ(failuresOf(folders.home(), folders.home()), "");
@@ -139,7 +140,7 @@ TEST_F(BackingUp, ComesBackFromALostRepositoryIndexAndKey) {
     folders.write("home/file", "123456");
     pane->call<"setPriorityBackup:">("/");
     EXPECT_TRUE(comesTo([&] { return pane->state("serviceState") == 19; }));
-    EXPECT_FALSE(fs::exists(folders / "repository")); // another one would hide the loss
+    EXPECT_FALSE(fs::exists(folders / "repository")); // a new one would hide the loss
     fs::rename(folders / "away", folders / "repository");
     EXPECT_TRUE(comesToRest(1, 6));
 
@@ -150,7 +151,7 @@ TEST_F(BackingUp, ComesBackFromALostRepositoryIndexAndKey) {
             std::ofstream(file.path()) << "nonsense";
     fs::remove(in("file"));
     start();
-    EXPECT_TRUE(comesToRest(1, 6)); // of what the repository holds
+    EXPECT_TRUE(comesToRest(1, 6)); // with the contents of the repository
     EXPECT_EQ(colors({in("file")}), Array{blue});
 
     folders.write("state/password", "another");
@@ -182,8 +183,8 @@ TEST_F(BackingUp, WhatIsOnADiskThatIsAwayDoesNotCountAsDeleted) {
         EXPECT_FALSE(item.path.starts_with(disk)) << "an empty mount point is no folder of the disk";
 }
 
-// The index may be lost, and with it what only it knows: that a folder went while restic was at work, perhaps
-// to where that had been, and that it could not be read.
+// The index may be lost, and with it the only record that a folder disappeared while restic was running,
+// perhaps to a place that restic had already read, and that it could not be read.
 TEST_F(BackingUp, TheRepositorySaysWhichSnapshotLacksSomething) {
     folders.write("home/docs/file", "12345");
     folders.write("home/own", "1");
@@ -209,11 +210,11 @@ TEST_F(BackingUp, TheRepositorySaysWhichSnapshotLacksSomething) {
         << "nothing is to be saved";
 }
 
-// Of a home folder with exclusions restic is given the entries that are in, which the daemon looks for first.
+// For a home folder with exclusions restic gets the included entries, which the daemon determines first.
 TEST_F(BackingUp, WhatIsRenamedBeforeResticBeginsDoesNotCountAsDeleted) {
     folders.write("home/.cache/c", "1");
     folders.write("home/docs/file", "12345");
-    for (int number = 0; number < 2000; ++number) // so that the look takes a while
+    for (int number = 0; number < 2000; ++number) // so that this takes a while
         fs::create_directories(in("tree/" + std::to_string(number)));
     start();
     ASSERT_TRUE(comesToRest(1, 5));
@@ -255,7 +256,7 @@ TEST_F(BackingUp, AHomeThatIsNotMountedIsLeftAloneUntilAPersonGivesItUp) {
     EXPECT_TRUE(comesTo([&] { return alertOf(kind)["title"] == silent; }));
     isHomeSilent = false;
     EXPECT_TRUE(comesTo([&] { return alertOf(kind) == Value(); }));
-    daemon.reset(); // it goes while nobody looks
+    daemon.reset(); // unmounted while no daemon runs
     fs::rename(folders.home(), folders / "disk");
     folders.write("home/left", "1"); // below the mount point
     isHomeMounted = false;
@@ -280,10 +281,10 @@ TEST_F(BackingUp, AHomeThatIsNotMountedIsLeftAloneUntilAPersonGivesItUp) {
     EXPECT_TRUE(turns("left", green));
     start();
     EXPECT_EQ(alertOf(kind), Value());
-    fs::remove(in("left")); // for one that is given up it is in order to be empty
+    fs::remove(in("left")); // a disk that was given up may be empty
     EXPECT_TRUE(turns("left", blue));
 
-    isHomeMounted = true; // and it is another one
+    isHomeMounted = true; // and a different disk is mounted
     EXPECT_TRUE(comesTo([&] { return alertOf(kind)["severity"] == "warning"; }));
     EXPECT_EQ(failuresOf(in("folder/file"), in("folder/file")), "");
     EXPECT_TRUE(turns("folder/file", green));
@@ -297,7 +298,7 @@ TEST_F(BackingUp, WhatIsHiddenByAnotherDiskDoesNotCountAsDeleted) {
         folders.write("home/docs/file", "12345");
         folders.write("home/own", isWholeHome ? "2" : "1");
         start();
-        if (isWholeHome) { // which hides what lay there before
+        if (isWholeHome) { // which hides the files in the folder
             EXPECT_EQ(act("disk_away", 1), "");
         }
         pane->call<"setPriorityBackup:">("/");
@@ -323,7 +324,7 @@ TEST_F(BackingUp, WhatIsHiddenByAnotherDiskDoesNotCountAsDeleted) {
     }
 }
 
-// As after a kill between a backup and its listing.
+// Like after a kill between a backup and the listing of its snapshot.
 TEST_F(BackingUp, RestoresFromTheRepositoryAndNotFromAnOlderIndex) {
     const auto indexPath = [&] {
         for (const auto& file : fs::directory_iterator(folders / "state"))
@@ -364,7 +365,7 @@ TEST_F(BackingUp, ShowsAndRestoresWhatWasOnADiskThatIsAway) {
     start();
     ASSERT_TRUE(comesToRest(2, 6));
     const Array volumes = pane->call<"childrenDictionariesForPath:">("").array();
-    ASSERT_EQ(volumes.size(), 2U); // and none for what has nothing in the backup
+    ASSERT_EQ(volumes.size(), 2U); // and none for a disk without files in the backup
     EXPECT_EQ(volumes[1]["fileName"], "/Volumes/Disk");
     const Array children = pane->call<"childrenDictionariesForPath:">("/Volumes/Disk").array();
     ASSERT_EQ(children.size(), 1U);
@@ -372,7 +373,7 @@ TEST_F(BackingUp, ShowsAndRestoresWhatWasOnADiskThatIsAway) {
     EXPECT_NE(pane->call<"restoreFile:toPath:version:priority:">("/Volumes/Disk/file", in("back"), 0U, 0U),
               0U);
     EXPECT_TRUE(comesTo([&] { return fs::exists(in("back")) && fs::file_size(in("back")) == 5; }));
-    // What is put where it will be mounted would be hidden then.
+    // Files restored to the mount point would be hidden once the disk is mounted.
     const std::uint32_t job =
         pane->call<"restoreFile:toPath:version:priority:">("/Volumes/Disk/file", file, 0U, 0U);
     EXPECT_TRUE(comesTo(

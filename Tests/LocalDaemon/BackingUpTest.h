@@ -10,7 +10,7 @@
 
 namespace kelvane::tests {
 
-// The disks of this machine, but for what a test says of its mounts.
+// The disks of this machine, with the mounts that a test defines.
 struct PretendedMounts : LocalFileSystem {
     PretendedMounts(Volumes volumes, const std::atomic<bool>& isHomeMounted,
                     const std::atomic<bool>& isOtherDisk, const std::atomic<bool>& isHomeSilent,
@@ -40,7 +40,7 @@ private:
     const std::string home_;
 };
 
-// Real folders, a real repository and the real restic.
+// A test with real folders, a real repository and the real restic.
 class BackingUp : public ::testing::Test {
 protected:
     [[nodiscard]] std::string in(const std::string& name) const { return folders.home() + '/' + name; }
@@ -67,9 +67,9 @@ protected:
     }
     template <class Condition>
     [[nodiscard]] bool comesTo(Condition condition) {
-        return pane->waitFor(condition, std::chrono::seconds(60)); // restic takes its time
+        return pane->waitFor(condition, std::chrono::seconds(60)); // restic is slow
     }
-    // Files and bytes in the backup, and nothing waiting.
+    // Waits for these totals of files and bytes in the backup, and no pending files.
     [[nodiscard]] bool comesToRest(int files, int bytes) {
         return comesTo([&] {
             const Value state = pane->call<"daemonState">();
@@ -92,7 +92,7 @@ protected:
                 return each;
         return {};
     }
-    // By its number among the alert's actions.
+    // Performs the action with this index in the alert.
     [[nodiscard]] Value act(const std::string& beginning, std::size_t number) {
         const Value alert = alertOf(beginning);
         return pane->call<"performAlertAction:ofAlert:">(alert["actions"].array().at(number), alert["id"]);
@@ -113,10 +113,10 @@ protected:
     const tests::DaemonFolders folders;
     bool areDisksAway = false;
     std::atomic<bool> isHomeMounted = false;
-    std::atomic<bool> isOtherDisk = false; // at the home folder, or over its folder docs if none is there
+    std::atomic<bool> isOtherDisk = false; // at the home folder, or over its folder docs if no disk is there
     std::atomic<bool> isHomeSilent = false;
     std::function<void(LocalDaemon::Options&)> adjust = [](LocalDaemon::Options&) {};
-    ClockReading clock; // the machine's own as long as it shows nothing
+    ClockReading clock; // the machine's own clock while it is zero
     const LogSinkToken quiet = setLogSink([](const LogEntry&) {});
     std::unique_ptr<RunningDaemon> daemon;
     std::unique_ptr<TestPane> pane;

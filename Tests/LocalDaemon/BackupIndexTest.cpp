@@ -20,7 +20,7 @@ SnapshotItem folder(const std::string& path) {
     return {path, ItemKind::Folder, 0, FileTime(1), FileTime(1), 10, 20};
 }
 
-// Names whose order by bytes is not that of their paths.
+// Names whose byte order differs from the order of their paths.
 const std::vector<SnapshotItem> first{folder("/h"),          file("/h/a b", 1), folder("/h/a"),
                                       file("/h/a/x", 2),     file("/h/a.c", 4), folder("/h/empty"),
                                       file("/other/y", 8, 5)};
@@ -40,7 +40,7 @@ TEST(BackupIndex, FindsEachPathAndSumsUpWhatIsBelow) {
     EXPECT_EQ(index.totalsOf(*index.find("/h")), (FileTotals{3, 7}));
     EXPECT_EQ(index.children(*index.find("/h")).size(), 4U);
     EXPECT_FALSE(index.hasContent(*index.find("/h/empty")));
-    EXPECT_EQ(index.find("/other")->snapshot, 0U); // only what is in it is known
+    EXPECT_EQ(index.find("/other")->snapshot, 0U); // only its contents are known
     for (const char* path : {"/h/b", "/h/a/x/z", "/h/a ", "/z"})
         EXPECT_EQ(index.find(path), nullptr) << path;
 }
@@ -86,7 +86,7 @@ TEST(BackupIndex, IsTheSameFromItsFileAndRefusesADamagedOne) {
     }
 }
 
-// Nothing that a repository or an index file holds may end the daemon.
+// No contents of a repository or an index file may crash the daemon.
 TEST(BackupIndex, TakesWhatNoRepositoryInOrderHolds) {
     BackedUpItem newer{file("/h/d", 2), 200, 2, 2};
     BackedUpItem older{folder("/h/d"), 100, 1, 1};
@@ -130,7 +130,7 @@ TEST(BackupIndex, TouchesWhatMayHaveChangedAgainAfterItWasRead) {
     };
     const FileTime later(begin.seconds() + 3);
     EXPECT_EQ(takeLate(later, BackupIndex(), {}), 0U);
-    // Where no other time can be set, here because the clock has not gone on, it is the item that changes.
+    // When no other time can be set, here because the clock has not advanced, the item itself is changed.
     do
         EXPECT_EQ(takeLate(begin, BackupIndex(), {}), 4U);
     while (areUncertain() != std::vector{false, false, false, false});
@@ -154,7 +154,7 @@ TEST(BackupIndex, TouchesWhatMayHaveChangedAgainAfterItWasRead) {
     EXPECT_EQ(areUncertain(), (std::vector{false, false, false, false}));
 }
 
-// restic keeps times of the years 0 to 9999: of what lies beyond the month and day in the last one.
+// restic saves times of the years 0 to 9999; for later ones it keeps the month and day in the last year.
 TEST(BackupIndex, ComparesTimesBeyondTheRangeOfNanoseconds) {
     const FileTime in2300(10413792000, 1);
     const FileTime before1678(-10413792000, 999'999'999);
@@ -188,7 +188,7 @@ TEST(BackupIndex, ComparesTimesBeyondTheRangeOfNanoseconds) {
         attributes.modified = dateFromTime(onDisk.seconds(), onDisk.nanoseconds());
         attributes.statusChanged = dateFromTime(1);
         const bool isNanosecond = saved.seconds() == onDisk.seconds() && saved != onDisk;
-        if (!isNanosecond) { // a date has no room for it
+        if (!isNanosecond) { // a Date cannot represent it
             EXPECT_EQ(isUnchanged(*read->find("/f"), attributes), isSame) << onDisk.seconds();
         }
     }

@@ -16,10 +16,10 @@ using Seconds = std::vector<std::int64_t>;
 
 constexpr std::int64_t day = 86400;
 constexpr std::int64_t never = -1;
-constexpr BackupNeed pending{.mayAdd = true, .mayRead = true, .isKnown = true, .isWaiting = true};
+constexpr BackupNeed pending{.mayAdd = true, .mayRead = true, .isKnown = true, .isPending = true};
 constexpr BackupNeed nothingPending{.mayAdd = true, .mayRead = true, .isKnown = true};
-constexpr BackupNeed mayOnlyRead{.mayRead = true, .isKnown = true, .isWaiting = true};
-constexpr BackupNeed isScanning{.mayAdd = true, .mayRead = true, .isWaiting = true};
+constexpr BackupNeed mayOnlyRead{.mayRead = true, .isKnown = true, .isPending = true};
+constexpr BackupNeed isScanning{.mayAdd = true, .mayRead = true, .isPending = true};
 
 BackupSchedule::Time at(std::int64_t seconds) {
     return BackupSchedule::Time(std::chrono::seconds(1'000'000 + seconds));
@@ -32,7 +32,8 @@ BackupSchedule scheduleAfter(std::optional<std::int64_t> age = std::nullopt) {
             at(0)};
 }
 
-// After how many seconds the task is due: asks when it is told to, and with each change.
+// Returns after how many seconds the task is due: queries the schedule when it asks for that, and at each
+// change.
 std::int64_t timeOf(Task task, BackupSchedule& schedule, Conditions conditions, std::int64_t now = 0,
                     const std::set<std::int64_t>& changes = {}) {
     while (now < 30 * day) {
@@ -54,7 +55,7 @@ TEST(BackupSchedule, BacksUpAfterAQuietTimeTheLongestWaitOrTheInterval) {
     for (std::int64_t second = 0; second < 100; second += 3)
         always.insert(second);
     const struct {
-        std::optional<std::int64_t> age; // of the last backup at the start
+        std::optional<std::int64_t> age; // The age of the last backup at the start.
         std::set<std::int64_t> changes;
         std::int64_t begins;
     } cases[] = {
@@ -69,7 +70,7 @@ TEST(BackupSchedule, BacksUpAfterAQuietTimeTheLongestWaitOrTheInterval) {
     BackupSchedule schedule = scheduleAfter();
     schedule.noteBackup(at(100));
     const BackupNeed changed{
-        .mayAdd = true, .mayRead = true, .isKnown = true, .isWaiting = true, .changes = 1};
+        .mayAdd = true, .mayRead = true, .isKnown = true, .isPending = true, .changes = 1};
     EXPECT_EQ(timeOf(Task::BackUp, schedule, {.need = changed, .isConnected = true}, 110), 1000);
     schedule.noteBackup(at(1010));
     EXPECT_EQ(timeOf(Task::BackUp, schedule, {.need = changed, .isOrdered = true}, 1020), 1020);
@@ -182,26 +183,27 @@ TEST(BackupSchedule, StopsATaskThatMayNotGoOnAndABackupWhosePriorityChanges) {
                 << static_cast<int>(task) << " at " << now;
 }
 
-// A status a second. 'u': an unchanged file was passed before it; the digit: 10 bytes each that are counted.
+// One status per second. 'u': an unchanged file was read before it; a digit: the number of counted tens of
+// bytes.
 TEST(BackupProgress, CountsAsSpeedOnlyWhatIsReadOfChangedFiles) {
     constexpr std::optional<std::uint64_t> none;
     const struct {
         const char* statuses;
-        std::uint64_t savedFile; // before the last status
+        std::uint64_t savedFile; // saved before the last status
         std::optional<std::uint64_t> speed, left;
         std::uint64_t saved;
     } cases[] = {
         {"00", 0, none, none, 0},
-        {"012", 0, none, none, 30}, // of less than three seconds
+        {"012", 0, none, none, 30}, // from less than three seconds
         {"0123", 0, 20, 2, 60},
         {"0123", 90, 20, 1, 90},
         {"01230", 0, 15, 3, 60},
-        {"01u222", 0, none, none, 30}, // the second status after it may count the unchanged file, too
+        {"01u222", 0, none, none, 30}, // the second status after it may still count the unchanged file
         {"01u2222", 0, 16, 4, 50},
         {"u9u9u9u9", 0, none, none, 0},
         {"u9u9u9u9", 70, none, none, 70},
         {"0000000000000000000000000000000000000", 0, 0, none, 0},
-        {"04444", 0, 40, none, 160}, // more than was pending
+        {"04444", 0, 40, none, 160}, // more than were pending
     };
     for (const auto& each : cases) {
         BackupProgress progress(1000, 100);

@@ -26,10 +26,10 @@ std::shared_ptr<BackupRules> rulesFor(const TemporaryFolder& home) {
     return std::make_shared<BackupRules>(BackupRules{true, home.path(), {home / "cache/"}, {}});
 }
 
-// A scan of a folder, and what it last said.
+// A scan of a folder, and its last reported totals.
 class WatchedScan {
 public:
-    // `atRest` runs on the scan's thread when that comes to rest for the first time.
+    // `atRest` runs on the scan's thread when the scan is complete for the first time.
     explicit WatchedScan(
         const TemporaryFolder& home, const FolderScan::Options& options = {},
         std::function<void()> atRest = [] {})
@@ -41,7 +41,8 @@ public:
     }
     ~WatchedScan() { scan.stop(); }
 
-    // False when the scan does not come to rest with these totals within the time that a slow machine needs.
+    // Returns false when the scan is not complete with these totals within a time that suffices on a slow
+    // machine.
     [[nodiscard]] bool comesTo(const FileTotals& totals) {
         return awaits([&] { return !last.isScanning && last.totals == totals; });
     }
@@ -51,7 +52,7 @@ public:
         return changed_.wait_for(guard, 20s, condition);
     }
 
-    // With `awaits` only.
+    // Only with `awaits`.
     ScanReport last{{}, true, false, {}, {}, 0, {}};
     std::vector<std::string> changedFolders;
     FolderScan scan;
@@ -72,7 +73,7 @@ private:
     std::condition_variable changed_;
 };
 
-// Counted anew, by other means.
+// Counts the files in a different way.
 FileTotals totalsOf(const std::string& root, const BackupRules& rules) {
     FileTotals totals;
     for (const auto& entry : fs::recursive_directory_iterator(root))
@@ -116,7 +117,7 @@ TEST(FolderScan, FollowsWhatChanges) {
     const struct {
         std::function<void()> act;
         FileTotals totals;
-        const char* where; // the folder that panes are to look at
+        const char* where; // the folder that panes should reload
     } steps[] = {
         {[&] { std::ofstream(home / "file", std::ios::app) << "67"; }, {2, 11}, ""},
         {[&] { fs::resize_file(home / "a/b/file", 1); }, {2, 8}, "/a/b"},
@@ -135,13 +136,13 @@ TEST(FolderScan, FollowsWhatChanges) {
         ASSERT_TRUE(scan.awaits([&] { return std::ranges::count(scan.changedFolders, path) > 0; })) << path;
         scan.changedFolders.clear();
     }
-    // To compare with another index is no change.
+    // A comparison with another index is no change of the folders.
     const auto index = std::make_shared<const BackupIndex>();
     scan.scan.setIndex(index);
     EXPECT_TRUE(scan.awaits([&] { return scan.last.index == index && scan.changedFolders.empty(); }));
 }
 
-// As it would be after a backup of the folder as it stands now.
+// Returns the index as after a backup of the folder's current state.
 std::shared_ptr<const BackupIndex> indexOf(const TemporaryFolder& home, std::uint32_t number) {
     std::vector<BackedUpItem> items;
     const auto add = [&](const std::string& path) {
@@ -197,15 +198,15 @@ TEST(FolderScan, ADeletionAndNewAttributesOfAFolderCallForABackup) {
     for (const auto& [what, act] : steps) {
         const auto before = indexOf(home, ++number);
         scan.scan.setIndex(before);
-        ASSERT_TRUE(scan.awaits([&] { return scan.last.index == before && scan.last.otherWaiting == 0; }))
+        ASSERT_TRUE(scan.awaits([&] { return scan.last.index == before && scan.last.otherPending == 0; }))
             << what;
         act();
-        EXPECT_TRUE(scan.awaits([&] { return scan.last.otherWaiting == 1 && !scan.last.isScanning; }))
+        EXPECT_TRUE(scan.awaits([&] { return scan.last.otherPending == 1 && !scan.last.isScanning; }))
             << what;
     }
 }
 
-// As after a backup during which a rule or a mount had "a" out.
+// Like after a backup without "a", because of a rule or a mount.
 TEST(FolderScan, WhatTheNewestSnapshotIsWithoutWaitsThoughAnOlderOneHasIt) {
     const TemporaryFolder home;
     home.write("a/b/file", "1");
@@ -214,18 +215,18 @@ TEST(FolderScan, WhatTheNewestSnapshotIsWithoutWaitsThoughAnOlderOneHasIt) {
     WatchedScan scan(home);
     const auto before = indexOf(home, 1);
     scan.scan.setIndex(before);
-    ASSERT_TRUE(scan.awaits([&] { return scan.last.index == before && scan.last.waiting.count == 0; }));
+    ASSERT_TRUE(scan.awaits([&] { return scan.last.index == before && scan.last.pending.count == 0; }));
     std::vector<SnapshotItem> held;
     for (const std::string& path : {home.path(), home / "kept"})
         held.push_back(before->copyOf(*before->find(path)).item);
     scan.scan.setIndex(
         std::make_shared<BackupIndex>(indexWith(*before, "repository", {"second"}, std::move(held))));
     EXPECT_TRUE(scan.awaits([&] {
-        return !scan.last.isScanning && scan.last.waiting == FileTotals{1, 1} && scan.last.otherWaiting == 3;
+        return !scan.last.isScanning && scan.last.pending == FileTotals{1, 1} && scan.last.otherPending == 3;
     })) << "the file, and three folders";
 }
 
-// And counts nothing but regular files, none of them through a link.
+// Also counts only regular files, and none through a link.
 TEST(FolderScan, FollowsTheRules) {
     const TemporaryFolder home;
     std::mt19937 random(7);
@@ -283,7 +284,7 @@ TEST(FolderScan, FollowsWhatIsMountedInTheMiddle) {
     const auto mount = [&](const MountPoints& now) {
         const std::scoped_lock guard(mutex);
         points = std::make_shared<const MountPoints>(now);
-        scan.scan.lookAtEverything();
+        scan.scan.recheckEverything();
     };
     mount({{home / "disk", "ext4"}});
     EXPECT_TRUE(scan.comesTo({1, 1}));
@@ -319,7 +320,7 @@ TEST(FolderScan, IsTrueAlsoWhenTheSystemHasDroppedChanges) {
             home.write("file", "");
             fs::remove(home / "file");
         }
-        fs::remove(home / "old/in/file"); // of this and the next nothing is told
+        fs::remove(home / "old/in/file"); // this change and the next raise no event
         home.write("old/in/deep/one", "22");
         home.write("new/another", "333");
     });
@@ -341,7 +342,7 @@ TEST(FolderScan, LooksFromTimeToTimeWhereItMayNotWatch) {
     EXPECT_TRUE(scan.comesTo({0, 0}));
 }
 
-// The system tells nobody of that.
+// The kernel raises no event for this.
 TEST(FolderScan, FindsInTimeWhatIsWrittenThroughAMapping) {
     constexpr std::size_t size = 4096;
     const TemporaryFolder home;
@@ -353,10 +354,10 @@ TEST(FolderScan, FindsInTimeWhatIsWrittenThroughAMapping) {
     WatchedScan scan(home, options);
     const auto before = indexOf(home, 1);
     scan.scan.setIndex(before);
-    ASSERT_TRUE(scan.awaits([&] { return scan.last.index == before && scan.last.waiting.count == 0; }));
+    ASSERT_TRUE(scan.awaits([&] { return scan.last.index == before && scan.last.pending.count == 0; }));
     *pages = '2';
     ::msync(pages, size, MS_SYNC);
-    EXPECT_TRUE(scan.awaits([&] { return scan.last.waiting.count == 1; }));
+    EXPECT_TRUE(scan.awaits([&] { return scan.last.pending.count == 1; }));
     ::munmap(pages, size);
 }
 
@@ -367,7 +368,7 @@ TEST(FolderScan, LeavesOutWhatItMayNotReadUntilItMay) {
     home.write("closed/in/file", "22");
     fs::permissions(home / "closed", fs::perms(0));
     std::optional<WatchedScan> scan;
-    // Root may read everything; the scan's thread takes over whose files the thread that makes it may read.
+    // Root may read everything; the scan's thread inherits the rights of the thread that creates it.
     std::thread maker([&] {
         if (::geteuid() == 0)
             ::setfsuid(65534);

@@ -16,7 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A repository without a daemon, and the clock that an index of it goes by.
+// A repository without a daemon, and the clock for its index.
 class Keeping : public ::testing::Test {
 protected:
     Keeping() {
@@ -70,7 +70,7 @@ TEST_F(Keeping, ForgetsWhatWasReplacedForTooLong) {
     EXPECT_TRUE(fs::exists(folders / "repository.kelvane-new/thesis"));
     EXPECT_FALSE(fs::exists(folders / "repository.kelvane-new-12"));
     backUp(folders.write("old", "1"), 32);
-    backUp(folders.write("new", "22"), 0); // after a month off
+    backUp(folders.write("new", "22"), 0); // after a month without the machine
     const auto forgetAt = [&](std::int64_t days, std::size_t left) {
         pass(days);
         IndexKeeper each = keeper();
@@ -126,7 +126,7 @@ TEST_F(Keeping, FollowsTheOrderOfCreationAndNotTheClock) {
     EXPECT_EQ(snapshots(), 3U) << "the clock was set";
 }
 
-// restic ends well when it leaves a snapshot out that it cannot load.
+// restic reports success even if it skips a snapshot that it cannot load.
 TEST_F(Keeping, ASnapshotOutOfSightIsNotGone) {
     ASSERT_TRUE(repository.open(Repository::Making::Always, stop).wasMade);
     backUp(folders.write("gone", "1"), 3);
@@ -146,7 +146,7 @@ TEST_F(Keeping, ASnapshotOutOfSightIsNotGone) {
     synchronize(false, 3);
     backUp(folders.write("new", "333"), 0, {"sequence-1"});
     synchronize(false, 4);
-    fs::remove(file); // really gone
+    fs::remove(file); // really deleted
     synchronize(true, 3);
     fs::rename(folders / "aside", file);
     EXPECT_TRUE(running.forgetOld(std::chrono::days(30), stop).succeeded());
@@ -154,7 +154,7 @@ TEST_F(Keeping, ASnapshotOutOfSightIsNotGone) {
     EXPECT_EQ(running.index()->newestSnapshot()->sequence, 1U);
 }
 
-// Somebody else has removed the newest one that held a file.
+// Another program has removed the newest snapshot that contained a file.
 TEST_F(Keeping, OlderSnapshotsBringBackWhatARemovedOneHeld) {
     ASSERT_TRUE(repository.open(Repository::Making::Always, stop).wasMade);
     const std::string file = folders.write("home/file", "12345");
@@ -199,7 +199,7 @@ TEST_F(Keeping, ListingGoesOnWhereItWasCutOffAndLosesNoVersion) {
     }
 }
 
-// A daemon may be killed at any moment of a backup.
+// The daemon may be killed at any moment during a backup.
 TEST_F(Keeping, CountsASnapshotAsIncompleteUntilItIsKnownNotToBe) {
     ASSERT_TRUE(repository.open(Repository::Making::Always, stop).wasMade);
     const std::string file = folders.write("home/file", "1");
@@ -221,7 +221,7 @@ TEST_F(Keeping, CountsASnapshotAsIncompleteUntilItIsKnownNotToBe) {
     EXPECT_EQ(last.index()->newestCompleteSnapshot()->sequence, 2U);
 }
 
-// Somebody may give a snapshot any tag.
+// A user may give a snapshot any tag.
 TEST_F(Keeping, NoTagMakesItsOwnSnapshotsTheOldest) {
     ASSERT_TRUE(repository.open(Repository::Making::Always, stop).wasMade);
     const std::string file = folders.write("home/file", "1");

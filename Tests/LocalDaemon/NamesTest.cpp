@@ -14,7 +14,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// All of these are one or another's twin in restic's JSON, or take several lines in its plain listing.
+// Each of these has the same form as another in restic's JSON, or takes several lines in its plain listing.
 const std::vector<std::string> names{
     "\xFF",
     "\xFE",
@@ -66,7 +66,7 @@ TEST(Names, AreListedByteForByte) {
     EXPECT_EQ(read->itemCount(), index.itemCount());
 }
 
-// What cannot be told apart must not be guessed.
+// Ambiguous names must not be guessed.
 TEST(Names, OfTwoListingsThatDifferAreNone) {
     const struct {
         std::string plain;

@@ -1,4 +1,4 @@
-// Real folders through the real link: what panes see of single paths, and how they change it.
+// Real folders over the real link: the status of single paths, and changes by panes.
 
 #include "Common/FileNode/FileNodeFlags.h"
 #include "LocalDaemon/Restic/AwayDisk.h"
@@ -89,7 +89,7 @@ TEST_F(Paths, AnswersNothingOrTheTruthToOddPaths) {
     EXPECT_EQ(pane.call<"excludeFileFromBackup:">("/Volumes/Disk"), static_cast<unsigned>(EINVAL));
     EXPECT_EQ(pane.call<"childrenDictionariesForPath:">(in("link")), Array());
     EXPECT_FALSE(pane.call<"childrenDictionariesForPath:">("/proc").array().empty());
-    // Home, policy, no file, outside, by a link, another file system.
+    // Home, policy, no such file, outside, through a link, another file system.
     EXPECT_EQ(colors({in("a"), in(".cache"), in("pipe"), "/Volumes/Disk/file", in("link/b"), "/proc"}),
               (Array{3, 1, 1, 1, 3, 1}));
     const auto simpleFlags = [&](const std::string& path) {
@@ -109,7 +109,7 @@ TEST_F(Paths, AnswersNothingOrTheTruthToOddPaths) {
 
 TEST_F(Paths, FollowTheExclusions) {
     ASSERT_TRUE(comesTo(3));
-    EXPECT_EQ(pane.call<"excludeFileFromBackup:">("/Volumes/Boot" + in("link/b")), 0U); // that is a/b
+    EXPECT_EQ(pane.call<"excludeFileFromBackup:">("/Volumes/Boot" + in("link/b")), 0U); // the same as a/b
     EXPECT_TRUE(pane.hears("file /Volumes/Boot" + in("a/b")));
     EXPECT_TRUE(pane.hears("folder /Volumes/Boot" + in("a")));
     EXPECT_TRUE(comesTo(2));
@@ -122,7 +122,7 @@ TEST_F(Paths, FollowTheExclusions) {
     EXPECT_EQ(excluded[0]["path"], "/Volumes/Boot" + in("a/b"));
     EXPECT_NE(excluded[0]["backupFlags"].uint32Value() & Backup_Missing, 0U);
     fs::rename(in("a"), in("c"));
-    fs::create_symlink("c", in("a")); // the rule still stands where it stood
+    fs::create_symlink("c", in("a")); // the rule still applies to its path
     EXPECT_EQ(pane.call<"unexcludeFileFromBackup:">(excluded[0]["path"]), 0U);
     EXPECT_EQ(pane.call<"excludeFileFromBackup:">(in("c")), 0U);
     pane.call<"setAutomaticMode:">(false);
@@ -157,7 +157,7 @@ TEST(NodeAnswers, ShowWhatTheIndexHasAndStayInTheFileSystemOfTheRule) {
                               std::make_shared<FolderTree>());
     EXPECT_EQ(answers.colors(Array{"/etc", "/usr", "/proc", "/gone", "/etc/gone?"}), (Array{2, 3, 1, 5, 5}));
     const Value node = answers.node("/etc", NodeAnswers::FolderSizes::Own);
-    EXPECT_EQ(node["backupDate"], Date{5}); // when it was last whole
+    EXPECT_EQ(node["backupDate"], Date{5}); // when it was last complete
     EXPECT_EQ(node["version"], 3);
     EXPECT_EQ(node["backupFlags"], Backup_Backup | Backup_BackedUp | Backup_Folder);
 

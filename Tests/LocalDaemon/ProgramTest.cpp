@@ -1,4 +1,4 @@
-// The program itself, as a person or a service manager runs it.
+// Tests of the program, run as by a user or a service manager.
 
 #include "Tests/Harness/LinkPair.h"
 #include "Tests/LocalDaemon/RunningDaemon.h"
@@ -31,7 +31,7 @@ protected:
     const tests::DaemonFolders folders;
 };
 
-// In the middle of a scan that takes long, and with panes that are connected and wait for an answer.
+// During a long scan, and with connected panes that wait for an answer.
 TEST_F(LocalDaemonProgram, EndsCleanlyAndAtOnceOnASignal) {
     for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
         const auto program = serve("/usr");
@@ -46,7 +46,7 @@ TEST_F(LocalDaemonProgram, EndsCleanlyAndAtOnceOnASignal) {
         EXPECT_LT(std::chrono::steady_clock::now() - sent, 2s);
         EXPECT_TRUE(std::filesystem::is_empty(folders / "run"));
     }
-    // Also when no pane has ever come, and a disk that is named is away.
+    // Also when no pane has connected, and a configured disk is not mounted.
     const auto unseen =
         start({"--home", folders.home(), "--socket", folders.socket(), "--volume", "/Volumes/Away"});
     EXPECT_TRUE(eventually([this] { return std::filesystem::exists(folders.socket()); }));
@@ -60,7 +60,7 @@ TEST_F(LocalDaemonProgram, ServesWhereNobodyElseDoesAndSaysWhyNot) {
     struct stat status {};
     ASSERT_EQ(::stat((folders / "run").c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777U, 0700U);
-    const RawPeer stranger; // without a lock
+    const RawPeer stranger; // has no lock
     ASSERT_TRUE(stranger.listen(folders / "stranger"));
     folders.write("precious", "contents");
     folders.write("claimed.lock", "12 notes");
@@ -99,7 +99,7 @@ TEST_F(LocalDaemonProgram, KeepsItsSettingsItsRulesAndItsPlaceWhenItIsKilled) {
         pane.call<"setAutomaticMode:">(false);
         EXPECT_EQ(pane.call<"excludeFileFromBackup:">(file), 0U);
         pane.call<"addFileToBackup:">(file);
-        for (int line = 0; line < 2000; ++line) // of its standard error, which nobody reads
+        for (int line = 0; line < 2000; ++line) // lines on standard error, which nobody reads
             pane.invoke("setValueForProfileKey:withString:", {7, "no key"});
         EXPECT_EQ(pane.call<"backupColorsForFiles:">(Value(Array{file})), Array{3});
     }

@@ -1,4 +1,4 @@
-// What can be wrong with a repository, and what it must not forget.
+// Faults of a repository, and snapshots that must not be forgotten.
 
 #include "Tests/LocalDaemon/BackingUpTest.h"
 
@@ -18,7 +18,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
-// What restic locks for hours makes room for a restore at once.
+// A restic command that holds the lock for hours is interrupted for a restore at once.
 TEST_F(BackingUp, PruningMakesRoomForARestore) {
     clock = {readMachineClock().wall, 1000, "boot"};
     folders.write("home/file", "22");
@@ -128,7 +128,7 @@ TEST_F(BackingUp, RestoresWhatAnOlderSnapshotHoldsWhenSomebodyHasRemovedTheNewer
     EXPECT_EQ(folders.read("other"), "4444");
 }
 
-// An index that takes half an answer for a whole one forgets what is backed up.
+// An index that accepts an incomplete answer would lose files of the backup.
 TEST_F(BackingUp, TakesAnAnswerHoweverLongItIsAndNoneForNone) {
     RepositoryPlace place;
     place.program = folders / "restic";
@@ -169,7 +169,7 @@ TEST_F(BackingUp, ATickStopsACallOfRestic) {
     EXPECT_EQ(Restic(place).run(call, StopSignal()).trouble, ResticTrouble::Stopped);
 }
 
-// In a folder a lock is removed by itself. Elsewhere restic does it, which would also take locks of living
+// In a folder a single lock is removed. Elsewhere restic does it, which would also remove locks of running
 // processes that it cannot see.
 TEST_F(BackingUp, RemovesOnlyLocksWhoseHolderIsDead) {
     pid_t dead = 0;
@@ -234,7 +234,7 @@ TEST_F(BackingUp, RemovesOnlyLocksWhoseHolderIsDead) {
     }
 }
 
-// However much the daemon itself has forgotten.
+// Even when the daemon has lost its own records.
 TEST_F(BackingUp, MakesNoRepositoryWhereOneWasOrWhereAnythingStands) {
     const auto loseIndex = [&] {
         daemon.reset();
@@ -245,7 +245,7 @@ TEST_F(BackingUp, MakesNoRepositoryWhereOneWasOrWhereAnythingStands) {
     const auto says = [&](const std::string& title) {
         return comesTo([&] { return alertOf("backup_trouble")["title"].stringValue().ends_with(title); });
     };
-    fs::create_directory(folders / "repository"); // as a person makes one
+    fs::create_directory(folders / "repository"); // created by a user
     fs::create_directory(folders / "repository/lost+found");
     folders.write("home/file", "12345");
     folders.write("home/folder/more", "");
@@ -278,7 +278,7 @@ TEST_F(BackingUp, MakesNoRepositoryWhereOneWasOrWhereAnythingStands) {
     EXPECT_TRUE(comesToRest(2, 6));
 
     for (const auto& snapshot : fs::directory_iterator(folders / "repository/snapshots"))
-        fs::remove(snapshot); // as somebody does with restic
+        fs::remove(snapshot); // as if removed with restic
     EXPECT_EQ(pane->call<"verify">(), "");
     EXPECT_TRUE(comesTo([&] { return pane->state("pendingFileCount") == 2; })) << "though none has changed";
 }

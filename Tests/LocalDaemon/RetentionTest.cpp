@@ -30,9 +30,9 @@ TEST(Retention, ForgetsWhatWasReplacedLongEnoughAgo) {
         const char* what;
         std::vector<Snapshot> snapshots;
         Ids forgotten;
-        std::int64_t steadyDays = 1000; // that the clock is
+        std::int64_t steadyDays = 1000; // the clock's value
         std::set<std::string> held = {};
-        std::map<std::uint64_t, std::int64_t> ended = {}; // days ago, by sequence numbers
+        std::map<std::uint64_t, std::int64_t> ended = {}; // days since the end, by sequence number
     } cases[] = {
         {"nothing", {}, {}},
         {"the newest, however old", {made("a", 90)}, {}},
@@ -57,7 +57,7 @@ TEST(Retention, ForgetsWhatWasReplacedLongEnoughAgo) {
     for (const auto& each : cases) {
         RetentionLimits limits{today, std::chrono::days(30), today - each.steadyDays * day, each.held};
         for (const auto& [sequence, daysAgo] : each.ended)
-            limits.made[sequence] = today - daysAgo * day;
+            limits.firstListed[sequence] = today - daysAgo * day;
         EXPECT_EQ(snapshotsToForget(each.snapshots, limits), each.forgotten) << each.what;
     }
 }
@@ -123,7 +123,7 @@ TEST(Retention, NoticesThatManyFilesDisappearedAtOnce) {
     }
 }
 
-// What a snapshot held that was out of sight for a while, and that newer ones do not have.
+// The contents of a snapshot that was missing for a while, which newer ones do not have.
 TEST(BackupIndex, TakesInASnapshotThatIsNotTheNewest) {
     const BackupIndex one = indexWith({}, "r", {"one", 1, false}, files(0, 1));
     const BackupIndex three = indexWith(one, "r", {"three", 3, false}, {file(1)});
@@ -246,7 +246,7 @@ TEST_F(RetentionRecordTest, HoldsWhatDisappearedUntilItIsGivenUp) {
     record().update(back);
     EXPECT_FALSE(isHeld()) << "the files are there again";
 
-    record().noteMade(1, true); // the only repository that there was, whose id becomes known
+    record().noteMade(1, true); // the only repository so far, whose id becomes known
     RetentionRecord turns = record();
     turns.setRepository("r");
     turns.setRepository("s");
@@ -258,8 +258,8 @@ TEST_F(RetentionRecordTest, HoldsWhatDisappearedUntilItIsGivenUp) {
     pass(day);
     RetentionRecord later = record();
     later.setRepository("s");
-    EXPECT_EQ(later.limits(std::chrono::days(30)).made,
-              (decltype(RetentionLimits::made){{4, clock.wall - day}}));
+    EXPECT_EQ(later.limits(std::chrono::days(30)).firstListed,
+              (decltype(RetentionLimits::firstListed){{4, clock.wall - day}}));
 }
 
 TEST(ResticProcesses, KnowWhoseALockIs) {
@@ -292,7 +292,7 @@ TEST(ResticProcesses, KnowWhoseALockIs) {
         {"of another host, not renewed", {"f", "other", 1, longAgo}, Holder::Living, Holder::Abandoned},
         {"of a living process that hangs", {"g", here, 1, now.wall - 1801}, Holder::Living, Holder::Living},
     };
-    ResticProcesses processes(folder / "processes", ownPidNamespace()); // of the daemon that comes after
+    ResticProcesses processes(folder / "processes", ownPidNamespace()); // of the next daemon
     for (const auto& [what, lock, atOnce, later] : cases) {
         EXPECT_EQ(processes.holderOf(lock, {lock}, start), atOnce) << what;
         EXPECT_EQ(processes.holderOf(lock, {lock}, start + 29min), atOnce) << what;

@@ -13,13 +13,13 @@
 
 namespace kelvane::tests {
 
-// A daemon's folders: "home" to watch over, and what it needs beside.
+// A daemon's folders: "home" to back up, and its own files beside it.
 class DaemonFolders : public TemporaryFolder {
 public:
     DaemonFolders() { std::filesystem::create_directory(home()); }
 
     [[nodiscard]] std::string home() const { return *this / "home"; }
-    // A shell script in restic's place.
+    // Creates a shell script that replaces restic.
     std::string program(const std::string& text) const {
         const std::string path = write("restic", "#!/bin/bash\n" + text);
         std::filesystem::permissions(path, std::filesystem::perms::owner_all);
@@ -28,7 +28,7 @@ public:
     [[nodiscard]] std::string socket() const { return *this / "run/daemon.sock"; }
 };
 
-// The daemon inside the test, on a thread that takes the place of its main thread.
+// The daemon in the test's process, on a thread that serves as its main thread.
 class RunningDaemon {
 public:
     explicit RunningDaemon(const DaemonFolders& folders,
@@ -68,7 +68,7 @@ private:
     std::thread thread_;
 };
 
-// A pane: calls the daemon, and writes down what that calls.
+// A pane that calls the daemon and records the daemon's calls.
 class TestPane {
 public:
     explicit TestPane(const std::string& socketPath) {
@@ -93,7 +93,7 @@ public:
     }
     Value state(std::string_view key) { return call<"daemonState">()[key]; }
 
-    // Runs the daemon's calls until the condition holds; false when it never does.
+    // Runs the daemon's calls until the condition holds; returns false on a timeout.
     template <class Condition>
     [[nodiscard]] bool waitFor(Condition condition, std::chrono::seconds limit = std::chrono::seconds(10)) {
         return loop_->runUntil(condition, limit);
@@ -107,7 +107,7 @@ public:
     [[nodiscard]] std::vector<std::string>& heard() { return target_->heard; }
 
 private:
-    // Takes nothing once it is closed: a late call would keep its proxy, which keeps the loop.
+    // Ignores calls once it is closed: a late call would own its proxy, which owns the loop.
     struct Loop : ManualLoop {
         void post(Task task) override {
             const std::scoped_lock guard(mutex);
@@ -124,7 +124,7 @@ private:
         bool isClosed = false;
     };
 
-    // "folder /a" for folderChanged: with "/a", and for each path of foldersChanged:.
+    // Writes "folder /a" for folderChanged: with "/a", and for each path of foldersChanged:.
     struct Target : InvocationTarget {
         [[nodiscard]] Protocol methods() const override { return KelvaneClientProtocol; }
         void invoke(Invocation& call) override {

@@ -1,4 +1,4 @@
-// When the daemon backs up and with what priority, with the real restic behind scripts that note it down.
+// When the daemon backs up and with which priority; scripts record the calls and run the real restic.
 
 #include "Tests/LocalDaemon/BackingUpTest.h"
 
@@ -12,7 +12,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Their lengths are in the log; each order ends the wait before it.
+// The log contains the length of each wait; each request ends the wait before it.
 TEST_F(BackingUp, WaitsLongerAfterAnotherFailureAndBeginsAnewAfterASuccess) {
     Recorded<int> waits;
     const LogSinkToken log = setLogSink([&waits](const LogEntry& entry) {
@@ -37,7 +37,7 @@ TEST_F(BackingUp, WaitsLongerAfterAnotherFailureAndBeginsAnewAfterASuccess) {
     folders.write("works", "");
     pane->call<"setPriorityBackup:">("/");
     ASSERT_TRUE(comesToRest(1, 1));
-    while (waits.count() > 0) // those of orders that failed before it
+    while (waits.count() > 0) // waits of requests that failed before it
         EXPECT_EQ(waits.next(), 20);
     std::filesystem::remove(works);
     pane->call<"setPriorityBackup:">("/");
@@ -75,7 +75,7 @@ TEST_F(BackingUp, BeginsAgainWithAnotherPriority) {
     EXPECT_EQ(folders.read("priorities"), usual + "19\n");
 }
 
-// In restic's place, with a repository that holds nothing and a backup that does this.
+// A script for restic with an empty repository, whose backup runs these commands.
 std::string whenBackingUp(const std::string& commands) {
     return "case \"$1 $3\" in\n'cat --no-lock') echo '{\"id\":\"x\"}';;\nsnapshots*) echo '[]';;\n"
            "backup*) cat >/dev/null; " +
@@ -105,7 +105,7 @@ TEST_F(BackingUp, AFileThatIsDeletedMeanwhileIsNoTrouble) {
     }
 }
 
-// It may have been moved to where restic had been already.
+// It may have been moved to a folder that restic had already read.
 TEST_F(BackingUp, WhatGoesDuringABackupIsRestoredUntilTheNextOneLacksIt) {
     for (const char* file : {"home/a/stays", "home/z/moved", "home/zz/renamed"})
         folders.write(file, "1");

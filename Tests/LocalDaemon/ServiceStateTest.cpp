@@ -41,9 +41,9 @@ protected:
 
 TEST_F(State, CountsWhatTheScanHasFoundAgainstTheQuota) {
     EXPECT_EQ(state.serviceState(), 7U);
-    EXPECT_TRUE(state.stateDictionary()["pendingFileCount"].isAbsent()); // nobody knows yet
+    EXPECT_TRUE(state.stateDictionary()["pendingFileCount"].isAbsent()); // not known yet
     report(5'000'000'000, 1U << 20U, true);
-    EXPECT_EQ(state.stateDictionary()["pendingFileCount"], 0xFFFFFFFFU); // more than the number can say
+    EXPECT_EQ(state.stateDictionary()["pendingFileCount"], 0xFFFFFFFFU); // more than the type can represent
     EXPECT_EQ(state.stateDictionary()["pendingFileSize"], 1U << 20U);
     EXPECT_EQ(state.stateDictionary()["isBackupNeeded"].kind(), Value::Kind::Bool);
     report(0, 0);
@@ -55,7 +55,7 @@ TEST_F(State, CountsWhatTheScanHasFoundAgainstTheQuota) {
     EXPECT_EQ(told->states, (std::vector<std::uint32_t>{8, 5, 17, 5, 17}));
 }
 
-// One text that cannot be encoded would leave panes without any state.
+// A single text that cannot be encoded would leave panes without a state.
 TEST_F(State, SaysThatTheBackupIsDamagedInTextsThatCanBeEncoded) {
     report(0, 0);
     state.setDamage(true, 0);
@@ -77,13 +77,13 @@ TEST_F(State, SaysTheFirstReasonThatHoldsAndKeepsOneThatIsSetUntilItsOwnIsAnothe
     state.overrideServiceState(20);
     state.overrideServiceState(0);
     EXPECT_EQ(told->states, (std::vector<std::uint32_t>{5, 24, 25, 13, 12, 5, 20, 5}));
-    state.overrideServiceState(15); // panes take these two for the progress of a restore
+    state.overrideServiceState(15); // panes interpret these two as the progress of a restore
     state.overrideServiceState(16);
     EXPECT_EQ(state.serviceState(), 16U);
     EXPECT_EQ(told->states.size(), 8U);
     state.overrideServiceState(0);
     state.setActivity({false, false, ServiceState::NoServer, {}, {}});
-    state.backupOrders().add(); // which finds out anew
+    state.backupOrders().add(); // which checks again
     EXPECT_EQ(state.serviceState(), 5U);
     state.backupOrders().noteTried(1);
     EXPECT_EQ(state.serviceState(), 19U);
@@ -136,24 +136,24 @@ TEST_F(State, TellsTheScheduleAsFarAsItIsKnown) {
     EXPECT_EQ(keysOfSchedule(), last + "bytesPerSecond 7\nsecondsLeft 0\n");
 }
 
-// Another snapshot every quarter of an hour would hold nothing new.
+// Otherwise a snapshot every quarter of an hour would contain nothing new.
 TEST_F(State, WhatCannotBeReadCallsForNoBackupUntilSomethingChanges) {
     change();
     const std::uint64_t atItsBeginning = state.backupNeed().changes;
     change();
     state.noteUnread(atItsBeginning);
-    EXPECT_TRUE(state.backupNeed().isWaiting);
+    EXPECT_TRUE(state.backupNeed().isPending);
     state.noteUnread(state.backupNeed().changes);
     report(1, 1);
-    EXPECT_FALSE(state.backupNeed().isWaiting);
+    EXPECT_FALSE(state.backupNeed().isPending);
     change();
-    EXPECT_FALSE(state.stateDictionary()["isBackupNeeded"].boolValue()); // who waits for a backup has had it
+    EXPECT_FALSE(state.stateDictionary()["isBackupNeeded"].boolValue()); // the requested backup is done
     EXPECT_TRUE(state.stateDictionary()["hasUnreadFiles"].boolValue());
     state.noteUnread(state.backupNeed().changes);
     EXPECT_EQ(state.serviceState(), 8U);
     state.changeSettings([](Settings& settings) { settings.paths.exclusions.insert("/b"); });
-    EXPECT_TRUE(state.backupNeed().isWaiting);
-    // And what was compared with another index says nothing.
+    EXPECT_TRUE(state.backupNeed().isPending);
+    // A comparison with another index has no effect either.
     state.setIndex(std::make_shared<BackupIndex>(), {});
     EXPECT_FALSE(state.backupNeed().isKnown);
     EXPECT_EQ(state.serviceState(), 7U);
@@ -166,7 +166,7 @@ TEST_F(State, TellsEveryPaneOfARestoreAlsoOneThatHasAskedForNothing) {
     state.changeSettings([](Settings& settings) { settings.enabled = false; });
     EXPECT_FALSE(state.backupNeed().mayRead);
     state.setRestoreProgress({3, "a", 5, 2});
-    EXPECT_TRUE(state.backupNeed().mayRead); // for nobody knows yet what is in the backup
+    EXPECT_TRUE(state.backupNeed().mayRead); // the contents of the backup are not known yet
     EXPECT_EQ(pane->take()->states, (Codes{48, 15, 16, 35}));
     EXPECT_EQ(state.stateDictionary()["currentRestoreJob"], 3U);
     const auto late = std::make_shared<CallbackQueue>();
@@ -177,7 +177,7 @@ TEST_F(State, TellsEveryPaneOfARestoreAlsoOneThatHasAskedForNothing) {
 
     state.setRestoreProgress({});
     state.endRestore({{"/a|b", "why"}});
-    pane->setStateHandler(false); // as a pane does that sees no more reason to listen
+    pane->setStateHandler(false); // like a pane that needs no more calls
     pane->setAlertHandler(false);
     const auto end = pane->take();
     EXPECT_EQ(end->states, Codes{35});
@@ -186,7 +186,7 @@ TEST_F(State, TellsEveryPaneOfARestoreAlsoOneThatHasAskedForNothing) {
     state.alerts()->addHandler(*pane);
     EXPECT_NE(pane->take()->alerts.at(0).find("/a&#124b: why"), std::string::npos);
 
-    // The end of one that is told after the beginning of the next would end that.
+    // If the end of one were reported after the beginning of the next, it would end that one.
     state.setRestoreProgress({4, "a", 5, 2});
     state.setRestoreProgress({});
     state.endRestore({});
@@ -198,7 +198,7 @@ TEST_F(State, TellsEveryPaneOfARestoreAlsoOneThatHasAskedForNothing) {
 
 TEST(CallbackQueue, KeepsWhatASlowPaneIsToBeToldSmall) {
     CallbackQueue queue;
-    queue.stateChanged(1); // not wanted
+    queue.stateChanged(1); // not requested
     queue.setStateHandler(true);
     for (const std::uint32_t state : {5U, 7U, 5U})
         queue.stateChanged(state);

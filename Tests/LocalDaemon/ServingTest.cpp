@@ -13,7 +13,7 @@ using tests::eventually;
 using tests::RunningDaemon;
 using tests::TestPane;
 
-// No thread of the link may stay behind.
+// Expects that no thread of the link is left.
 class Serving : public ::testing::Test {
 protected:
     void TearDown() override {
@@ -23,14 +23,14 @@ protected:
     const LogSinkToken quiet = setLogSink([](const LogEntry&) {});
 };
 
-// Single paths have tests of their own.
+// Single paths are tested separately.
 TEST_F(Serving, AppliesWhatItIsToldAndIgnoresWhatMakesNoSense) {
     folders.write("configuration.plist", R"(<?xml version="1.0"?><plist version="1.0"><dict>
         <key>serverURL</key><string>backup.example.org</string><key>userEmail</key><string>joe@example.org</string>
         <key>computerNumber</key><integer>77</integer><key>quotaMB</key><integer>2048</integer></dict></plist>)");
     folders.write("repository/config", "of a backup whose key is lost, and the index");
     const RunningDaemon daemon(folders);
-    EXPECT_FALSE(std::filesystem::exists(folders / "state/password")); // another one would open nothing
+    EXPECT_FALSE(std::filesystem::exists(folders / "state/password")); // a new one would open nothing
     TestPane pane(folders.socket());
     const std::string endless(std::size_t{1} << 20U, 'x');
     const struct {
@@ -82,7 +82,7 @@ TEST_F(Serving, TellsEveryPaneOfFoldersAndThoseThatWantItOfTheState) {
     EXPECT_EQ(wanting.call<"pausedMinutes">(), 1U);
     wanting.heard().clear();
     ++minutes;
-    EXPECT_TRUE(wanting.hears("state 8")); // although nobody has called
+    EXPECT_TRUE(wanting.hears("state 8")); // although nobody has called the daemon
 
     wanting.call<"endStateHandler">();
     ASSERT_EQ(wanting.call<"pausedMinutes">(), 0U);
@@ -100,7 +100,7 @@ TEST_F(Serving, TellsEveryPaneOfFoldersAndThoseThatWantItOfTheState) {
 TEST_F(Serving, TellsOfAlertsThatStandWhenAPaneComesToWantThem) {
     folders.write("state", "a file where the folder of the settings should be");
     const RunningDaemon daemon(folders);
-    for (const char* value : {"first", "second"}) { // raised once, and told to the later pane as well
+    for (const char* value : {"first", "second"}) { // raised once, and sent to the later pane as well
         TestPane pane(folders.socket());
         pane.call<"setAlertHandler">();
         pane.call<"setValueForProfileKey:withString:">("a|b", value);
@@ -125,18 +125,17 @@ TEST_F(Serving, ServesManyPanesAtOnce) {
     TestPane last(folders.socket());
     EXPECT_EQ(last.call<"excludedFiles:">("/"), Array());
     EXPECT_TRUE(last.waitFor([&] { return last.state("pendingFileCount") == 8; }));
-    // The threads of panes that have gone go with them: the listener's, and those of the one that is left,
-    // stay.
+    // The threads of disconnected panes end; the listener's, and those of the remaining pane, stay.
     EXPECT_TRUE(eventually([] { return KelvaneSocket::liveThreads() == 3; }));
 }
 
-// Without taking what the other side has sent before.
+// Does not read what the other side has sent before.
 bool isHungUp(int descriptor) {
     pollfd waiting{descriptor, 0, 0};
     return ::poll(&waiting, 1, 0) == 1;
 }
 
-// What never reads, and what fills its way meanwhile: answers that it asked for, or the daemon's own calls.
+// A pane that never reads, and what fills its connection: requested answers, or the daemon's own calls.
 class Stalled : public Serving, public ::testing::WithParamInterface<const char*> {};
 
 TEST_P(Stalled, PaneIsClosedAndHoldsUpNobody) {

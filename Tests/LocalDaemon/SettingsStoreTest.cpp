@@ -37,7 +37,7 @@ TEST_F(Store, BringsBackTheLatestOfWhatItSavedAndSetsAsideWhatItCannotRead) {
     EXPECT_EQ(SettingsStore(path).load().settings, Settings());
     SettingsStore store(path);
     EXPECT_EQ(store.save(settings, 2), "");
-    EXPECT_EQ(store.save(Settings(), 1), ""); // of several at once
+    EXPECT_EQ(store.save(Settings(), 1), ""); // one of several changes
     EXPECT_EQ(store.load().settings, settings);
     EXPECT_EQ(problems, 0);
 
@@ -66,7 +66,7 @@ TEST_F(Store, BringsBackTheLatestOfWhatItSavedAndSetsAsideWhatItCannotRead) {
             EXPECT_EQ(store.save(settings, 2), "");
         }
     }
-    Settings large = settings; // each of these bytes takes six in the file
+    Settings large = settings; // each of these bytes takes six bytes in the file
     for (int rule = 0; rule < 250; ++rule)
         large.paths.exclusions.insert('/' + std::string(4000, '\xFF') + std::to_string(rule));
     ASSERT_FALSE(isTooLarge(large.paths));
@@ -86,7 +86,7 @@ TEST_F(Store, BringsBackTheLatestOfWhatItSavedAndSetsAsideWhatItCannotRead) {
     expected.paths.exclusions = {"/a"};
     EXPECT_EQ(store.load().settings, expected) << "as versions without a checksum wrote it";
 
-    std::filesystem::rename(path, path + "elsewhere"); // as a disk that gives nothing out just now
+    std::filesystem::rename(path, path + "elsewhere"); // like a disk that cannot be read at the moment
     std::filesystem::create_symlink(path, path);
     EXPECT_EQ(store.load().settings, settings) << "the copy";
     std::filesystem::remove(path + ".copy");
@@ -119,7 +119,7 @@ TEST_F(Store, ConfigurationHasHonestDefaultsAndOnlyPatternsThatCanMatch) {
     EXPECT_EQ(volumePattern(own.policy[2], volumes), "/Volumes/Disk/b/");
     EXPECT_EQ(volumePattern(own.policy[1], volumes), "/Volumes/Boot/a/*.o*");
 
-    // The home is reached through a link, and nothing has been made in it yet.
+    // The home folder is reached through a link, and is still empty.
     std::filesystem::create_directories(folder / "data/joe");
     std::filesystem::create_symlink("data", folder / "homes");
     const std::string home = folder / "homes/joe";
@@ -151,7 +151,7 @@ TEST_F(Store, DaemonsOfOneMachineHaveNumbersThatDifferAndKeepTheirs) {
     folder.write("a/number", "77\n");
     std::filesystem::last_write_time(folder / "a/number", written + std::chrono::hours(1));
     EXPECT_EQ(number("a"), 77U) << "one that was written later is meant";
-    folder.write("c/index-1", ""); // of a backup from before numbers were kept
+    folder.write("c/index-1", ""); // from a version that did not store numbers
     folder.write("d/index-1", "");
     EXPECT_EQ(number("c"), number("d"));
     EXPECT_EQ(problems, 4);

@@ -25,7 +25,7 @@ TEST(CheckReport, TakesResticsReportApart) {
     EXPECT_EQ(report.missingBlobs, std::set<std::string>{std::string(64, 'b')});
     EXPECT_EQ(report.unknownPacks, std::set<std::string>{id});
     EXPECT_EQ(report.damagedPacks, std::set<std::string>{std::string(64, 'd')});
-    // What is cut off gives as little as what is missing.
+    // A truncated pack counts as missing.
     EXPECT_EQ(report.missingPacks, (std::set<std::string>{std::string(64, 'c'), std::string(64, 'e')}));
     EXPECT_EQ(report.snapshots, std::set<std::string>{"8fad1fa1c7"});
 }

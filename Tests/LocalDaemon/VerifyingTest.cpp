@@ -1,4 +1,4 @@
-// What a verification of the backup finds, and what is done about it.
+// Results of a verification of the backup, and the repair.
 
 #include "Tests/LocalDaemon/BackingUpTest.h"
 
@@ -25,7 +25,7 @@ TEST_F(BackingUp, StoresAgainWhatTheRepositoryHasLostAndTakesInWhatComesBack) {
     const std::string gone = "gone \xFF";
     folders.write("home/here", noise);
     folders.write("home/" + gone, std::string(40000, 'g'));
-    const tests::EnvironmentVariable foreign("RESTIC_KEY_HINT", "0000"); // for a repository of the person's
+    const tests::EnvironmentVariable foreign("RESTIC_KEY_HINT", "0000"); // for another repository of the user
     start();
     ASSERT_TRUE(comesToRest(2, 90000));
     const Array files{in("here"), in(textFromPath(gone))};
@@ -52,13 +52,14 @@ TEST_F(BackingUp, StoresAgainWhatTheRepositoryHasLostAndTakesInWhatComesBack) {
         return comesTo([&] { return pane->state("verificationProgress").isAbsent(); });
     };
 
-    // Only reading finds it. Nobody is asked, for all that the pack holds is on the disk as it was saved.
+    // Found only by reading. Repaired without a question, since everything in the pack is on the disk as it
+    // was saved.
     std::string aside = damageLargest();
     ASSERT_TRUE(verify());
     EXPECT_TRUE(comesTo([&] { return fs::exists(aside) && pane->state("isBackupDamaged") == false; }));
     EXPECT_TRUE(comesTo([&] { return colors(files) == Array{green, green}; }));
 
-    // An unplugged disk that comes back.
+    // An unplugged disk that is connected again.
     fs::remove(in(gone));
     ASSERT_TRUE(comesTo([&] { return colors(files) == Array{green, blue}; }));
     fs::rename(data, folders / "away");
@@ -76,12 +77,12 @@ TEST_F(BackingUp, StoresAgainWhatTheRepositoryHasLostAndTakesInWhatComesBack) {
                alert["text"].stringValue().ends_with("cannot be restored:\n" + in(textFromPath(gone)));
     };
     EXPECT_TRUE(saysWhatIsLost()) << pane->state("alerts").description();
-    start({}, "/bin/false"); // what was known is known before anything can be checked
+    start({}, "/bin/false"); // the recorded damage is known before any check
     EXPECT_TRUE(saysWhatIsLost());
     EXPECT_EQ(pane->state("damagedFileCount"), 1U);
     start();
 
-    // Part of what the pack holds may be in a snapshot that nobody can read, so a person is asked.
+    // Part of the pack may belong to a snapshot that cannot be read, so the user is asked.
     aside = damageLargest();
     ASSERT_TRUE(verify());
     EXPECT_TRUE(comesTo([&] { return colors(files) == Array{yellow, none}; }));

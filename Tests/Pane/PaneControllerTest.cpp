@@ -88,7 +88,7 @@ TEST_F(PaneControllerTest, TellsOfTheLinkThenOfTheState) {
     EXPECT_EQ(taken(), (Calls{"restore on", "backup on"}));
 }
 
-// Each link is a new one to the daemon: who was told of progress before is not told any more.
+// To the daemon each link is new: handlers of an earlier link are no longer called.
 TEST_F(PaneControllerTest, ShowsTheProgressOfARestoreOnEachLinkWhileOneRuns) {
     begin();
     const auto isShown = [this] { return restore->progress->isVisibleTo(pane->mainView()); };
@@ -112,7 +112,7 @@ TEST_F(PaneControllerTest, ShowsTheProgressOfARestoreOnEachLinkWhileOneRuns) {
         ASSERT_TRUE(pane->connected());
         EXPECT_EQ(isShown(), isRunning);
         EXPECT_EQ(pane->mainView()->focusWidget() == restore->progress, isRunning);
-        pane->backupState()->updateDaemonState(); // once that is answered it has taken what came before
+        pane->backupState()->updateDaemonState(); // its answer means that all earlier calls have arrived
         for (const char* const handler : {"setStateHandler", "setAlertHandler"})
             EXPECT_EQ(daemon.callCount(handler), isRunning ? 1U : 0U) << handler;
         EXPECT_EQ(daemon.callCount("endStateHandler"), 0U);
@@ -249,7 +249,7 @@ TEST_F(PaneControllerTest, ReadsPicturesNamesAndOptionsFromItsBundle) {
         if (label->accessibleDescription() == "Name of the service")
             name = label;
     ASSERT_NE(name, nullptr);
-    // Whoever puts the id there means it.
+    // A label that already shows the id keeps it.
     for (const auto& [id, before, after] :
          std::vector<std::tuple<const char*, const char*, const char*>>{{"one", "One", "One"},
                                                                         {"two", "One", "Two"},
@@ -278,7 +278,7 @@ TEST_F(PaneControllerTest, AsksTheDaemonWhenTheUsersSessionComesBack) {
     ASSERT_TRUE(runUntil([&] { return questions == 1; }));
     host->loop->runPosted();
     daemon.forgetCalls();
-    for (const bool active : {false, true, false, false}) { // the last one has the one before it answered
+    for (const bool active : {false, true, false, false}) { // the last ensures an answer to the third
         isActive = active;
         const int before = questions;
         login.emitSignal("/org/freedesktop/login1/session/_31", "org.freedesktop.DBus.Properties",

@@ -18,7 +18,7 @@ namespace kelvane::tests {
 using namespace std::chrono_literals;
 using Calls = std::vector<std::string>;
 
-// One list of what all parts are told, in order.
+// One list of the calls to all parts, in order.
 struct RecordingStatus : StatusTab {
     explicit RecordingStatus(Calls& calls) : calls(calls) {}
     QWidget* view() override { return new QWidget; }
@@ -153,7 +153,7 @@ protected:
 
     const TemporaryFolder folder;
     const EnvironmentVariable preferences{"XDG_CONFIG_HOME", folder.path().c_str()};
-    std::shared_ptr<const Bundle> bundle; // what the folder holds when the pane begins
+    std::shared_ptr<const Bundle> bundle; // the folder's contents when the pane starts
     std::string mountPoint;
     const std::shared_ptr<NotificationCenter> notifications = std::make_shared<NotificationCenter>();
     FakeDaemon daemon{folder / "daemon.sock"};

@@ -12,7 +12,7 @@
 namespace kelvane::tests {
 namespace {
 
-// On how many heights its buttons stand, none of them narrower than its text needs.
+// Returns the number of button rows; no button may be narrower than its text.
 std::size_t rowsOfButtons(const std::vector<QString>& texts) {
     QWidget window;
     window.show();

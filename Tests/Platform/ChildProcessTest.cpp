@@ -59,7 +59,7 @@ TEST(ChildProcess, TellsThatALineWasTooLong) {
     }
 }
 
-// One that talks without a pause leaves no moment in which there is nothing to read.
+// A child that writes continuously never leaves the pipe empty.
 TEST(ChildProcess, StopsOneThatNeverFallsSilent) {
     StopSignal stop;
     std::size_t lines = 0;
@@ -106,11 +106,11 @@ TEST(ChildProcess, SaysHowOneEndsThatDoesNotRunToItsEnd) {
     const ChildOutcome missing = runChild({.arguments = {"/no/such/program"}}, {}, StopSignal());
     EXPECT_EQ(missing.end, End::NotStarted);
     EXPECT_EQ(missing.errors, "/no/such/program: No such file or directory");
-    // Whoever takes the ends of children for itself leaves nothing to call a success.
+    // With SIGCHLD ignored the exit status is lost, which must not count as success.
     const auto before = std::signal(SIGCHLD, SIG_IGN);
     EXPECT_NE(run("exit 0").end, End::Exited);
     std::signal(SIGCHLD, before);
-    // A grandchild that keeps the pipes open is not waited for.
+    // Does not wait for a grandchild that keeps the pipes open.
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_TRUE(run("sleep 30 & exit 0").succeeded());
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 20s);
@@ -137,7 +137,7 @@ TEST(DetachedProgram, HasASessionOfItsOwnAndSaysWhenItCannotStart) {
     EXPECT_EQ(startDetached({"/no/such/program"}), "/no/such/program: No such file or directory");
 }
 
-// The waiting thread dies with a process of its own.
+// Runs in a separate process, which ends with the waiting thread.
 TEST(ChildProcess, IsInterruptedWhenTheThreadDiesThatWaitsForIt) {
     std::array<int, 2> ends{};
     ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);

@@ -19,7 +19,7 @@ using Changes = std::map<std::string, Change>;
 
 class DirectoryWatchTest : public testing::Test {
 protected:
-    // Everything that the system has to tell by now: it queues a change before the call that made it returns.
+    // Returns all events so far: the kernel queues a change before the call that made it returns.
     static Changes changesOf(DirectoryWatch& watch) {
         Changes all;
         for (auto events = watch.wait(0ms); !events.empty(); events = watch.wait(0ms))
@@ -87,7 +87,7 @@ TEST_F(DirectoryWatchTest, FollowsAPathThroughDeletionMovesAndReturn) {
     for (const char* name : {"top", "top/a", "top/a/b"})
         watch(name);
     rename("top/a", "top/new");
-    watch("top/new"); // under its new name before the move is told
+    watch("top/new"); // under its new name before the move is reported
     EXPECT_EQ(changes(), (Changes{{folder_ / "top", Change::Changed},
                                   {folder_ / "top/a", Change::Gone},
                                   {folder_ / "top/a/b", Change::Gone},

@@ -78,7 +78,7 @@ TEST_F(FileSystemTest, ListsAFolderUpToALimitWithNamesThatAreNoText) {
     EXPECT_EQ(listing.error, 0);
     EXPECT_EQ(disk_.list("/Volumes/Disk/a", 3).error, ENOTDIR);
 
-    // A program that shows names gets them as text, and asks with that.
+    // Programs get names as text and pass them back as text.
     const LocalFileSystem shown(*disk_.volumes(), LocalFileSystem::Names::Text);
     const auto names = shown.list("/Volumes/Disk", 4).names;
     const std::string text = "\xEF\xBF\xBD"
@@ -102,7 +102,7 @@ TEST_F(FileSystemTest, ReadsRegularFilesWithinTheLimitOnly) {
         EXPECT_EQ(reading.bytes.size(), error == 0 ? 100'000U : 0U);
     }
     EXPECT_TRUE(readFile(folder_ / "link", 100'000, SymbolicLinks::Follow).succeeded());
-    EXPECT_FALSE(readFile("/proc/self/status", 100'000).bytes.empty()); // claims to be empty
+    EXPECT_FALSE(readFile("/proc/self/status", 100'000).bytes.empty()); // has size 0 by its status
 }
 
 TEST_F(FileSystemTest, ReplacesAFileOrALinkAsAWhole) {
@@ -159,7 +159,7 @@ TEST(SpecialFolders, PrivateFolderIsOursAloneOrRefused) {
     EXPECT_FALSE(ensurePrivateFolder(folder.write("file", "")));
     ASSERT_EQ(::chmod(made.c_str(), 0710), 0);
     EXPECT_FALSE(ensurePrivateFolder(made));
-    if (::geteuid() == 0) { // nobody else can give a folder away
+    if (::geteuid() == 0) { // only root can change the owner of a folder
         ASSERT_TRUE(::chmod(made.c_str(), 0700) == 0 && ::chown(made.c_str(), 65534, 65534) == 0);
         EXPECT_FALSE(ensurePrivateFolder(made));
     }
@@ -237,7 +237,7 @@ TEST(MountTable, NamesTheDisksThatAreMountedForPeople) {
     for (const auto& [point, type] :
          {std::pair("/", "ext4"), std::pair("/mnt/old", ""), std::pair("/mnt/share", ""),
           std::pair("/srv/data", "ext4"), std::pair("/mnt", "ext4")}) {
-        const MountPoints points = mountPointsInTable(table); // what is mounted at /mnt hides what is in it
+        const MountPoints points = mountPointsInTable(table); // /mnt hides the contents of the folder
         EXPECT_EQ(points.contains(point) ? points.at(point) : "", type) << point;
     }
     const Volumes volumes = volumesInMountTable(table, "Boot");

@@ -39,7 +39,7 @@ TEST(PollLoop, FiresTimersInTheOrderOfTheirTimesForAsLongAsTheirTokensLive) {
     std::string fired;
     Timer droppedByAnother;
     Timer droppedByItself;
-    // Made in the order in which they become due, however long each takes to be made.
+    // Created in the order in which they become due, however long the creation takes.
     droppedByItself = loop.schedule(1ms, Repeat::Always, [&, held = std::string("once")] {
         droppedByItself.stop();
         droppedByAnother.stop();
@@ -49,7 +49,7 @@ TEST(PollLoop, FiresTimersInTheOrderOfTheirTimesForAsLongAsTheirTokensLive) {
     const Timer last = loop.schedule(4ms, Repeat::Once, [&] { loop.quit(); });
     const Timer farAway =
         loop.schedule(std::chrono::milliseconds::max(), Repeat::Always, [&] { fired += 'y'; });
-    const auto allDue = std::chrono::steady_clock::now() + 5ms; // but the far one
+    const auto allDue = std::chrono::steady_clock::now() + 5ms; // except the last timer
     while (std::chrono::steady_clock::now() < allDue)
         continue;
     loop.run();

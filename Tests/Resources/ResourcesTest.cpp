@@ -1,4 +1,4 @@
-// The bundle as it was built.
+// Tests of the built bundle.
 
 #include "Platform/Bundle.h"
 #include "Platform/PropertyListFile.h"
@@ -21,7 +21,7 @@ QImage bullet(const std::string& name) {
     return QImage(QString::fromStdString(pane()->resourcePath(name, "png").value_or("")));
 }
 
-// Light or dark, as somebody sees it who sees no colours, on a light background.
+// Whether the pixel is dark on a light background, judged by brightness alone.
 bool isDark(QRgb pixel) {
     return qAlpha(pixel) > 127 && qGray(pixel) < 204;
 }

@@ -9,7 +9,7 @@
 
 namespace kelvane::tests {
 
-// On a daemon that has backed up three disks, one of which is gone.
+// With a daemon that has backed up three disks, one of which is not mounted.
 class RestoreTabTest : public BrowserTabTest {
 protected:
     RestoreTabTest()
@@ -23,7 +23,7 @@ protected:
             pane.post(KelvanePrefPaneReadyChangedNotification);
         });
         observe(KelvaneBackupStateChangedNotification, [this] {
-            tab->enableTabItems(true); // by the Status tab, which hears of it first
+            tab->enableTabItems(true); // The Status tab does this, since it is notified first.
             pane.post(KelvanePrefPaneDaemonStateChangedNotification);
         });
         tab->enableTabItems(true);

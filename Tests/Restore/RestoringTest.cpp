@@ -18,7 +18,7 @@ protected:
         pressRestore(destination);
         answer(button);
     }
-    // The targets of the jobs since the last question.
+    // Returns the targets of the jobs since the last call.
     [[nodiscard]] Strings targets() {
         Strings found;
         for (const ReceivedCall& call : daemon.calls()) {
@@ -73,7 +73,7 @@ TEST_F(RestoringTest, GoesWhereThePanelPoints) {
     pane.calls.clear();
     pressRestore(2);
     panel()->selectFile(QString::fromStdString(folder / "link"));
-    std::filesystem::remove(folder / "link"); // which the panel has not seen yet
+    std::filesystem::remove(folder / "link"); // not yet noticed by the panel
     static_cast<QDialog*>(panel())->done(QDialog::Accepted);
     EXPECT_EQ(targets(), Strings());
     ASSERT_TRUE(runUntil([this] { return panel() == nullptr; }));
@@ -91,7 +91,7 @@ TEST_F(RestoringTest, TakesWhateverIsOnTheDesktop) {
     std::filesystem::remove(folder / "Table");
     restore(1, "Restore to Desktop");
     EXPECT_EQ(targets(), in(folder / "Table/Kelvane Restored Files"));
-    EXPECT_TRUE(std::filesystem::remove(folder / "Table/Kelvane Restored Files")); // was made
+    EXPECT_TRUE(std::filesystem::remove(folder / "Table/Kelvane Restored Files")); // was created
     folder.write("user-dirs.dirs", "XDG_DESKTOP_DIR=\"" + folder / "USB/Table" + "\"\n");
     restore(1, "Restore to Desktop");
     EXPECT_EQ(targets(), in("/Volumes/USB/Table/Kelvane Restored Files")) << "by its name for the daemon";
@@ -103,11 +103,11 @@ TEST_F(RestoringTest, TakesWhateverIsOnTheDesktop) {
 
 TEST_F(RestoringTest, KnowsWhichVolumesAreMissing) {
     std::filesystem::create_directories(folder / "USB/x");
-    // What is selected, and the volume's file name as the daemon has it.
+    // The selection, the volume's path by the daemon, and whether it can be restored in place.
     const std::tuple<Strings, const char*, bool> cases[] = {
         {{"System", "home"}, "/", true},
         {{"USB", "docs"}, "/Volumes/USB", true},
-        {{"USB", "docs"}, "/Volumes/USB/x", false}, // in the place of another
+        {{"USB", "docs"}, "/Volumes/USB/x", false}, // exists but is no volume
         {{"USB", "docs"}, "/Volumes/Nowhere", false},
         {{"USB", "docs"}, nullptr, false},
         {{"Gone", "old"}, "/Volumes/USB", false}};
@@ -128,7 +128,7 @@ TEST_F(RestoringTest, KnowsWhichVolumesAreMissing) {
     pressRestore(0);
     EXPECT_FALSE(sheetButton("Restore to Original").isEnabled()) << "one of two is missing";
     delete sheet();
-    // On the way to the Desktop nobody asks.
+    // No question is asked when restoring to the Desktop.
     pressRestore(1);
     EXPECT_TRUE(sheetButton("Restore to Original").isEnabled());
     sheetButton("Help").click();
@@ -154,7 +154,7 @@ TEST_F(RestoringTest, RestoresNothingThatTheFieldsHaveNotSpokenOf) {
     EXPECT_EQ(titles(2), Strings{"b.txt"});
     pressRestore(0);
     EXPECT_EQ(sheet(), nullptr);
-    EXPECT_EQ(text("filenameField"), "docs"); // now they speak of the folder
+    EXPECT_EQ(text("filenameField"), "docs"); // now about the folder
 }
 
 TEST_F(RestoringTest, TellsHowFarItIs) {
@@ -177,7 +177,7 @@ TEST_F(RestoringTest, TellsHowFarItIs) {
     EXPECT_FALSE(bar().isIndeterminate() || bar().isAnimating());
     EXPECT_EQ(bar().value(), 66);
 
-    // One more while this one runs counts anew, and is not paused.
+    // Another restore during this one resets the count and is not paused.
     click("restorePauseButton");
     EXPECT_TRUE(bar().isIndeterminate() && bar().isAnimating());
     restore(0, "Restore to Original");
@@ -190,7 +190,7 @@ TEST_F(RestoringTest, TellsHowFarItIs) {
     click("restoreCancelButton");
     EXPECT_TRUE(daemon.waitForCalls("cancelAllRestoreJobs"));
     EXPECT_EQ(pane.calls.back(), "showRestoreProgress 0");
-    EXPECT_EQ(tab->progressView()->focusProxy(), &control("restorePauseButton")); // where the keyboard goes
+    EXPECT_EQ(tab->progressView()->focusProxy(), &control("restorePauseButton")); // has the keyboard focus
     tab->progressView()->hide();                                                  // by the pane
     EXPECT_FALSE(control<QAbstractButton>("restorePauseButton").isChecked());
     tab->progressView()->show(); // for a restore of another program
@@ -222,7 +222,7 @@ TEST_F(RestoringTest, EndsWithTheLinkThatIsLostInTheMiddle) {
     }
     loop->advance(1s);
     pressRestore(0);
-    sheetButton("Restore to Original").click(); // the answer is on its way when the link goes
+    sheetButton("Restore to Original").click(); // the link is lost before the answer arrives
     daemon.closePanes();
     waitForLoss();
     EXPECT_TRUE(runUntil([this] { return !sheet(); }));

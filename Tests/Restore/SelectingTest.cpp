@@ -37,7 +37,7 @@ TEST_F(SelectingTest, ShowsVolumesByWhatIsBackedUpOfThem) {
     EXPECT_EQ(browser().cell(0, 0)->getFilePath(), "/Volumes/System");
     EXPECT_EQ(browser().cell(0, 4)->getFilePath(), "/System/Volumes/Data");
     EXPECT_FALSE(browser().cell(0, 3)->isLeaf());
-    // With its data mounted elsewhere, a "/" says nothing once it is empty.
+    // When the data volume is mounted elsewhere, "/" is not listed once it is empty.
     EXPECT_EQ(reloadedVolumes(true).size(), 5);
     change("/home", "path", "/elsewhere/home");
     EXPECT_EQ(reloadedVolumes(true), (Strings{"USB", "Gone", "[Empty]", "System"}));
@@ -138,9 +138,9 @@ TEST_F(SelectingTest, OpensTheInfoWindowAndTheAssistant) {
     connect();
     choose({"USB", "docs"});
     click("getInfoButton");
-    EXPECT_EQ(info.fileNode()->sizeValue(), 2U); // with what is in the folder
+    EXPECT_EQ(info.fileNode()->sizeValue(), 2U); // including the folder's contents
     EXPECT_TRUE(info.window()->isVisible());
-    // The daemon tells its handlers, which each end of a restore and each loss of the link take away.
+    // The daemon calls its handlers, which are removed at the end of a restore and when the link is lost.
     const std::function<void()> events[] = {
         [] {}, [this] { tab->progressView()->hide(), tab->progressView()->show(); },
         [this] { daemon.closePanes(), waitForLoss(), loop->advance(1s); }};
@@ -185,7 +185,7 @@ TEST_F(SelectingTest, KeepsWhatItShowsWhenTheLinkIsLostInTheMiddle) {
         EXPECT_EQ(titles(0), (Strings{"System", "USB", "Gone"}));
         EXPECT_EQ(text("filenameField"), "a.txt");
     }
-    daemon.closePanes(); // which is found out by asking for what is chosen
+    daemon.closePanes(); // noticed by a query for the selection
     choose({"b.txt"}, {}, 2);
     expectLoss();
 }

@@ -15,9 +15,9 @@ protected:
         showTab();
         daemon.forgetCalls();
     }
-    // What the daemon was told since the last time, in order.
+    // Returns the daemon's calls since the last time, in order.
     [[nodiscard]] Strings orders() {
-        poll(); // once that is answered it has taken what came before
+        poll(); // its answer means that all earlier calls have arrived
         Strings orders;
         for (const ReceivedCall& call : daemon.calls())
             if (call.selector.starts_with("set"))
@@ -28,9 +28,10 @@ protected:
 };
 
 TEST_F(Choosing, ActsWarnsAndStoresByTheModeThatIsLeft) {
-    // The choice, the end of the sheet's warning, the answer; then what is told, the mode and what is stored.
+    // The choice, the end of the sheet's warning and the answer; then the calls, the mode and the stored
+    // values.
     const std::tuple<int, std::string, const char*, Strings, int, int> steps[] = {
-        {0, "", "", {}, 0, -1}, // it is that already
+        {0, "", "", {}, 0, -1}, // is the current mode already
         {1, "", "", {"setPausedMinutes:1440"}, 1, 1},
         {0, "", "", {"setPausedMinutes:0", "setRecoverMode:0"}, 0, 0},
         {2, "backup.\n\nAre you sure you want to put Kelvane in Recover Mode? ", "Cancel", {}, 0, 0},
@@ -92,7 +93,7 @@ TEST_F(Choosing, ADaemonThatDiesBehindTheSheetIsSoughtAgainButNotFromAHiddenPane
         loseDaemon();
         pane.calls.clear();
         if (isHidden)
-            tab->writeStatusFieldsToDefaultsDB(); // takes the sheet along
+            tab->writeStatusFieldsToDefaultsDB(); // closes the sheet as well
         else
             answer("Proceed");
         ASSERT_TRUE(runUntil([this] { return sheet() == nullptr; }));
@@ -110,7 +111,7 @@ TEST_F(Choosing, EachControlDoesItsOwnThingHoweverItIsOperated) {
     ASSERT_EQ(agent.error(), "");
     const QString press = QAccessibleActionInterface::pressAction();
     const QString toggle = QAccessibleActionInterface::toggleAction();
-    // What a screen reader does to the control, or else a click; what is told and kept then.
+    // An accessible action on the control, or a click; then the calls and the stored value.
     const std::tuple<const char*, QString, Strings, std::string> steps[] = {
         {"lowerPriorityButton", {}, {"setLowerPriorityMode:1"}, ""},
         {"lowerPriorityButton", toggle, {"setLowerPriorityMode:0"}, ""},
@@ -131,10 +132,10 @@ TEST_F(Choosing, EachControlDoesItsOwnThingHoweverItIsOperated) {
     EXPECT_TRUE(runUntil([&] { return senders.size() == 2 && pane.opened().size() == 2; }));
     EXPECT_EQ(pane.opened(),
               (Strings{"http://backup.example.net/a?481516&maria@example.net", "http://ex.org/refer"}));
-    setState("lowerPriorityMode", true); // by another program: shown, and not said again
+    setState("lowerPriorityMode", true); // changed by another program: shown, and not sent again
     EXPECT_EQ(orders(), Strings());
     EXPECT_EQ(senders, Strings(2, "com.kelvane.prefsPane"));
-    tab->openURLUsingKey("Online Help URL"); // of which this bundle has none
+    tab->openURLUsingKey("Online Help URL"); // which this bundle does not have
     daemon.answer("serverURL", "");
     tab->openURLUsingKey("Open Account URL");
     EXPECT_EQ(pane.opened().size(), 2U);

@@ -15,7 +15,7 @@ TEST(StatusFigures, PercentNeverDividesByZeroNorOverflows) {
         {0, 0, 100},       {300, 100, 75},
         {0, 1000, 0},      {largest, 0, 100},
         {0, largest, 100}, {largest, largest, 100},
-        {99, 1, 99},       {largest / 4, largest / 4 * 3, 25}, // a hundred of them do not fit
+        {99, 1, 99},       {largest / 4, largest / 4 * 3, 25}, // a hundred times this overflows
     };
     for (const auto& [backedUp, pending, percent] : cases)
         EXPECT_EQ(percentDone(backedUp, pending), percent) << backedUp << ' ' << pending;

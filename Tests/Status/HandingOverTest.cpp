@@ -13,11 +13,11 @@
 namespace kelvane::tests {
 namespace {
 
-// The tab without a daemon: Enabled runs Enable, and uninstalling is offered.
+// The tab without a daemon: "Enabled" runs Enable, and uninstalling is offered.
 class HandingOver : public StatusTabTest {
 protected:
     void SetUp() override { showTab(); }
-    // A tool of the bundle that notes down what it is given before it does something.
+    // Replaces a tool of the bundle by a script that records its arguments and then runs the commands.
     void writeTool(const std::string& name, const std::string& andThen) const {
         const std::string script =
             folder.write("Helpers/" + name, "#!/bin/sh\ncd '" + folder.path() +
@@ -69,7 +69,7 @@ TEST_F(HandingOver, WhatIsNotThisUsersOwnFileIsRefused) {
         [&] { return ::symlink(target.c_str(), handOffPath.c_str()); },
         [&] { return ::link(target.c_str(), handOffPath.c_str()); },
         [&] { return ::mkfifo(handOffPath.c_str(), 0600); },
-        [&] { // somebody else's, which only root can make
+        [&] { // owned by another user, which only root can create
             folder.write("auth", "");
             return ::geteuid() == 0 ? ::chown(handOffPath.c_str(), 65534, 65534)
                                     : ::unlink(handOffPath.c_str()) + ::mkdir(handOffPath.c_str(), 0);
@@ -89,7 +89,7 @@ TEST_F(HandingOver, WhatIsNotThisUsersOwnFileIsRefused) {
     pane.flags().enableAuthorized = true;
     choose(0);
     answer("OK");
-    EXPECT_TRUE(hasRun()); // nothing is in the way any more
+    EXPECT_TRUE(hasRun()); // the obstacle is gone
     EXPECT_FALSE(pane.flags().enableAuthorized);
 }
 
@@ -98,7 +98,7 @@ TEST_F(HandingOver, DisablingLastsUntilTheLinkDropsOrEndsWithARefusal) {
     writeTool("Disable", "exit 0");
     choose(3);
     EXPECT_EQ(folder.read("arguments"), "0 " + uid + " unload\n");
-    EXPECT_EQ(modes().currentIndex(), 3); // though the daemon still answers
+    EXPECT_EQ(modes().currentIndex(), 3); // while the daemon still answers
     EXPECT_EQ(DefaultsDB::intProperty("modeSelectionPopupIndex"), 3);
     loseDaemon();
     ASSERT_TRUE(daemon.start());
@@ -106,11 +106,11 @@ TEST_F(HandingOver, DisablingLastsUntilTheLinkDropsOrEndsWithARefusal) {
     EXPECT_EQ(modes().currentIndex(), 0);
     choose(3);
     writeTool("Enable", "exit 0");
-    choose(0); // somebody who has thought better of it
+    choose(0); // the user changes their mind
     EXPECT_EQ(modes().currentIndex(), 0);
     choose(3);
     EXPECT_EQ(modes().currentIndex(), 3);
-    tab->writeStatusFieldsToDefaultsDB(); // the pane is hidden, and shown when somebody has enabled it again
+    tab->writeStatusFieldsToDefaultsDB(); // hidden, and shown once another program has enabled it
     tab->didSelectPrefPane();
     EXPECT_EQ(modes().currentIndex(), 0);
 
@@ -146,7 +146,7 @@ TEST_F(HandingOver, ARefusedAuthorizationRunsNothingAndGoesOnAsIfItHad) {
     EXPECT_EQ(pane.calls.front(), "didSelect");
     EXPECT_EQ(DefaultsDB::intProperty("modeSelectionPopupIndex", false, -1), 0);
     connect();
-    pane.flags().disableAuthorized = true; // by an earlier time
+    pane.flags().disableAuthorized = true; // from an earlier choice
     choose(3);
     EXPECT_EQ(modes().currentIndex(), 0);
     EXPECT_EQ(sheet(), nullptr) << "who refuses knows";
@@ -154,7 +154,7 @@ TEST_F(HandingOver, ARefusedAuthorizationRunsNothingAndGoesOnAsIfItHad) {
 
 TEST_F(HandingOver, WhateverFailsIsToldWithItsReason) {
     const std::tuple<const char*, const char*, const char*> tools[] = {
-        {"Enable", "echo 'Enable: nobody serves /x' >&2\nexit 69", "Enable: nobody serves /x"},
+        {"Enable", "echo 'Enable: no daemon serves /x' >&2\nexit 69", "Enable: no daemon serves /x"},
         {"Enable", "exit 3", "Enable ended with status 3."},
         {"Disable", "echo one >&2\necho two >&2\nexit 1", "one\ntwo"},
         {"Disable", nullptr, "The program Disable is missing. Re-install Kelvane."},
@@ -177,7 +177,7 @@ TEST_F(HandingOver, WhateverFailsIsToldWithItsReason) {
     }
 }
 
-// What serves elsewhere is not this pane's.
+// A daemon at another socket does not belong to this pane.
 TEST_F(HandingOver, ToolsAreToldWhereTheDaemonOfThisPaneServes) {
     const EnvironmentVariable own("KELVANE_DAEMON", "/of/the/pane's/own/environment");
     for (const std::string tool : {"Enable", "Uninstall"}) {
@@ -215,7 +215,7 @@ TEST_F(HandingOver, APaneThatIsHiddenWhileItAsksTakesTheQuestionBack) {
     pane.lock = std::make_unique<Question>(std::make_shared<QtMainLoop>(), true);
     writeTool("Enable", "");
     QTimer::singleShot(0, &modes(), [this] { tab->writeStatusFieldsToDefaultsDB(); });
-    choose(0); // or this never ends
+    choose(0); // otherwise this never ends
     EXPECT_FALSE(hasRun());
 }
 
@@ -232,7 +232,7 @@ TEST_F(HandingOver, UninstallingOpensTheSurveyAndEndsTheHost) {
     EXPECT_EQ(pane.calls.back(), "terminateHost");
     expectNothingLeft();
     tab->writeStatusFieldsToDefaultsDB();
-    EXPECT_FALSE(DefaultsDB::stringProperty("lastBackupStatusStr")); // nothing comes back
+    EXPECT_FALSE(DefaultsDB::stringProperty("lastBackupStatusStr")); // no result arrives
 }
 
 TEST_F(HandingOver, AnUninstallerThatFailsOrDiesIsToldOf) {

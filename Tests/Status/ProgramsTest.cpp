@@ -1,4 +1,4 @@
-// The bundle's tools as programs, on the real local daemon and the real polkitd.
+// Runs the bundle's tools as programs, with the real local daemon and the real polkitd.
 
 #include "FakeDaemon/FakeDaemon.h"
 #include "PaneTools/HandOffFile.h"
@@ -19,13 +19,13 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-// A user whose folders are the test's. The tools find the trampoline beside them and the daemon on the PATH.
+// A user whose folders belong to the test. The tools find the trampoline beside them and the daemon in PATH.
 class Programs : public testing::Test {
 protected:
     Programs() { std::filesystem::create_directories(folder / "home"); }
     ~Programs() override { EXPECT_EQ(run("Disable", {"0", uid, "unload"}), ""); }
 
-    // What it complains of.
+    // Runs a tool and returns its standard error.
     std::string run(const std::string& tool, const Strings& arguments) {
         Strings words{std::string(PANE_TOOLS) + '/' + tool};
         words.insert(words.end(), arguments.begin(), arguments.end());
@@ -49,9 +49,9 @@ protected:
     const std::string uid = std::to_string(::getuid());
     const std::string pid = std::to_string(::getpid());
     std::string path = DAEMON_FOLDER;
-    std::string daemonPath; // empty for the usual one
+    std::string daemonPath; // empty for the default socket
     std::string busAddress = "unix:path=/nowhere";
-    int status = -1; // of the last one
+    int status = -1; // of the last tool
 };
 
 TEST_F(Programs, NonsenseIsRefusedWithAClearLine) {
@@ -60,7 +60,7 @@ TEST_F(Programs, NonsenseIsRefusedWithAClearLine) {
         {"Enable", {"0", uid, "unload"}},
         {"Enable", {"1", uid, "load"}},
         {"Enable", {"0", uid + "x", "load"}},
-        {"Disable", {"0", "4711", "unload"}}, // somebody else
+        {"Disable", {"0", "4711", "unload"}}, // another user
         {"Uninstall", {"0", uid, "uninstall"}},
         {"Uninstall", {"99999999999", uid, "uninstall"}},
         {"Uninstall", {pid, "4711", "uninstall"}},
@@ -186,7 +186,7 @@ TEST_F(Programs, UninstallRemovesWhatIsTheUsersOnlyWithTheRight) {
     const PrivatePolkit polkit;
     busAddress = polkit.address().toStdString();
     EXPECT_EQ(uninstall({1, 1, self.uid}), 77);
-    EXPECT_NE(uninstall({self.pid, self.startTime + 1, self.uid}), 0); // who had this id before
+    EXPECT_NE(uninstall({self.pid, self.startTime + 1, self.uid}), 0); // an earlier process with this id
     EXPECT_TRUE(std::all_of(gone.begin(), gone.end(), exists));
     EXPECT_EQ(run("Enable", {"0", uid, "load"}), "");
     EXPECT_NE(folder.read("state/kelvane/daemon.log"), "") << "the daemon logs elsewhere";

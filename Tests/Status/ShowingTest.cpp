@@ -12,7 +12,7 @@ TEST_F(StatusTabTest, ShowsEachModeInPopUpSentenceAndControls) {
         {[] {}, 0, "EPRD", "Kelvane is actively monitoring"},
         {[this] { setState("recoverMode", true); }, 2, "EpRd", "Kelvane will not make any changes"},
         {[this] {
-             daemon.answer("pausedMinutes", 61U); // beats the recover mode
+             daemon.answer("pausedMinutes", 61U); // takes precedence over recover mode
              setState("paused", true);
          },
          1, "EPrd", "Kelvane is paused. Your backup will automatically resume in 2 hours."},
@@ -64,7 +64,7 @@ TEST_F(StatusTabTest, ShowsWhatTheDaemonSaysAsItChanges) {
     setState("serviceState", 8U);
     EXPECT_FALSE(bar.isAnimating());
     setState("serviceState", 7U);
-    setState("serviceState", 17U); // leaves the animation as it is
+    setState("serviceState", 17U); // does not change the animation
     EXPECT_TRUE(bar.isAnimating());
     setState("isQuotaLimited", true);
     EXPECT_TRUE(bar.isVisible());
@@ -73,7 +73,7 @@ TEST_F(StatusTabTest, ShowsWhatTheDaemonSaysAsItChanges) {
 
     daemon.answer("userEmail", "<b>x</b>");
     daemon.answer("computerNumber", 0);
-    setState("pendingFileCount", "many"); // of another kind
+    setState("pendingFileCount", "many"); // of another type
     EXPECT_EQ(text("backupAwaitingField"), "3.83 GB (0 files)");
     EXPECT_EQ(control<QLabel>("accountField").textFormat(), Qt::PlainText);
     EXPECT_FALSE(control("openAccountButton").isEnabled());
@@ -100,11 +100,11 @@ TEST_F(StatusTabTest, ShowsKeptFieldsUntilTheDaemonHasSpokenAndKeepsWhatItSaid) 
     DefaultsDB::setIntProperty(42, "lastPercentageDoneInt");
     DefaultsDB::setIntProperty(1, "isQuotaLimited");
     DefaultsDB::setBoolProperty(true, "lastPrioritySettingBool");
-    DefaultsDB::setIntProperty(2, "modeSelectionPopupIndex"); // what was chosen last is not what is
+    DefaultsDB::setIntProperty(2, "modeSelectionPopupIndex"); // the last choice is not the current mode
     showTab();
     const auto& priority = control<QCheckBox>("lowerPriorityButton");
     EXPECT_FALSE(priority.isEnabled());
-    for (const bool isConnected : {false, true}) { // to a daemon that has not told its state yet
+    for (const bool isConnected : {false, true}) { // to a daemon whose state is not known yet
         if (isConnected) {
             daemon.answer("daemonState", {});
             daemon.answer("userEmail", "old@x.org");
@@ -137,7 +137,8 @@ TEST_F(StatusTabTest, ShowsKeptFieldsUntilTheDaemonHasSpokenAndKeepsWhatItSaid) 
     EXPECT_EQ(DefaultsDB::stringProperty("lastPrioritySettingBool"), "NO");
 }
 
-// The query that finds nobody is followed by one that finds the broken link, in the middle of being shown.
+// The query without an answer is followed by one that notices the broken link, while the tab is being
+// updated.
 TEST_F(StatusTabTest, ALinkThatIsLostWhileItIsAskedLeavesTheDisconnectedTab) {
     const auto lose = [this] {
         daemon.stop();

@@ -10,7 +10,7 @@
 
 namespace kelvane::tests {
 
-// Restore's items may ask the daemon when they are enabled.
+// The Restore tab's menu items may query the daemon when they are enabled.
 struct StatusPane : PaneDouble {
     using PaneDouble::PaneDouble;
     void enableRestoreTabItems(bool enable) override {
@@ -21,7 +21,7 @@ struct StatusPane : PaneDouble {
     std::function<void()> whenRestoreIsEnabled;
 };
 
-// The tab in a window, with a bundle and a hand-off path of its own.
+// The tab in a window, with a private bundle and hand-off path.
 class StatusTabTest : public TabTest {
 protected:
     StatusTabTest() : TabTest(demoWorld()) {
@@ -43,7 +43,7 @@ protected:
     }
     [[nodiscard]] const QWidget& shown() const override { return *tab->view(); }
 
-    // As the pane begins: made, awake, in its window, selected.
+    // Starts the tab like the pane does: created, awake, in its window, selected.
     void showTab() {
         tab = std::make_unique<KelvaneStatusTabController>(pane, handOffPath);
         tab->view()->resize(640, 560);
@@ -52,7 +52,7 @@ protected:
         tab->didSelectPrefPane();
     }
     [[nodiscard]] QComboBox& modes() const { return control<QComboBox>("daemonModeButton"); }
-    // The items by their first letters, large where they can be chosen: "EPrd".
+    // Returns the first letters of the items, in upper case for enabled ones: "EPrd".
     [[nodiscard]] std::string items() const {
         std::string letters;
         for (int row = 0; row < modes().count(); ++row) {
@@ -62,7 +62,7 @@ protected:
         }
         return letters;
     }
-    // As a person does: opens the list and decides.
+    // Chooses an item like a user: opens the list and clicks.
     void choose(int row) const {
         modes().showPopup();
         decide(row);

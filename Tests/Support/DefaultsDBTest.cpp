@@ -23,10 +23,10 @@ namespace {
 
 constexpr const char* fileName = "com.kelvane.preferences.plist";
 
-// A domain of the test's own.
+// A private domain of the test.
 class DefaultsDBTest : public testing::Test {
 protected:
-    // As another process does it.
+    // Writes like another process.
     void store(const Dictionary& entries) const {
         const Data bytes = writeBinaryPropertyList(entries).bytes;
         folder_.write(fileName, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
@@ -47,7 +47,7 @@ TEST_F(DefaultsDBTest, StoresTextsNumbersAndBooleansBesideWhatOthersWrote) {
     DefaultsDB::setIntProperty(1, "number");
     DefaultsDB::setBoolProperty(true, "yes");
     DefaultsDB::setBoolProperty(false, "no");
-    // What could not be read again is refused, and the rest written.
+    // Values that could not be read back are refused, and the others are written.
     DefaultsDB::setStringProperty(std::string(std::size_t{5} << 20U, 'x'), "long");
     DefaultsDB::setIntProperty(0, "last");
     EXPECT_EQ(stored().description(), "{foreign = 2001-01-01T00:00:05Z; number = 1; text = \"a@b.c\"; "
@@ -127,7 +127,7 @@ TEST_F(DefaultsDBTest, LosesNothingWhenTwoProcessesWriteAtOnce) {
     EXPECT_EQ(folder_.names().size(), 2U); // the file and its lock
 }
 
-// A write that cannot reach the disk: harmless, logged, and readable until the next load.
+// A failed write is logged, and the value is kept until the next load.
 void expectUnwritable(const std::string& reason) {
     std::string logged;
     KelvaneLogStart("/");
@@ -153,14 +153,14 @@ TEST_F(DefaultsDBTest, LeavesAloneWhatItCannotRead) {
     std::filesystem::permissions(file_, std::filesystem::perms::none);
     ASSERT_EQ(::chmod((file_ + ".lock").c_str(), 0666), 0);
     {
-        const AsNobody nobody(folder_); // permissions do not stop root
+        const AsNobody nobody(folder_); // root ignores permissions
         expectUnwritable("Permission denied");
     }
     std::filesystem::permissions(file_, std::filesystem::perms::owner_all);
     EXPECT_EQ(folder_.read(fileName), "precious");
 
     const EnvironmentVariable nowhere("XDG_CONFIG_HOME", "/proc/self/nowhere");
-    expectUnwritable("cannot make /proc/self/nowhere");
+    expectUnwritable("cannot create /proc/self/nowhere");
 }
 
 long countOpened(const std::string& path) {
@@ -179,7 +179,7 @@ TEST_F(DefaultsDBTest, WaitsOnceForALockWhateverHasNotBeenWrittenYet) {
     DefaultsDB::setIntProperty(3, "second");
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(3500));
     EXPECT_EQ(DefaultsDB::intProperty("first"), 2);
-    const std::jthread other([&] { // which is done when somebody waits for it
+    const std::jthread other([&] { // unlocks once the main thread waits for the lock
         while (countOpened(file_ + ".lock") < 2)
             std::this_thread::yield();
         EXPECT_EQ(::flock(lock.get(), LOCK_UN), 0);

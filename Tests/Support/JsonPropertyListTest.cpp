@@ -31,7 +31,7 @@ TEST(JsonPropertyList, HasAFormForEveryKind) {
     }
 }
 
-// Equality of values is by number; the text says the kind and the order, too.
+// Values compare by number only; the text also shows the type and the order.
 TEST(JsonPropertyList, NothingIsLostOnTheWayThroughABinaryPropertyList) {
     const char* const texts[] = {
         "true",
@@ -67,13 +67,13 @@ TEST(JsonPropertyList, ARefusalSaysWhereAndWhy) {
         {"", "it is empty"},
         {"[1,\n 2,]", "line 2, column 4: syntax error"},
         {"{\"a\":\nnull}", "line 2, column 4: null has no place"},
-        {R"({"a":1,"b":2,"a":3})", "line 1, column 16: the key \"a\" stands twice"},
+        {R"({"a":1,"b":2,"a":3})", "line 1, column 16: the key \"a\" occurs twice"},
         {"\"\xff\"", "line 1, column 2: "},
         {std::string("1\0", 2), "line 1, column 2: a zero byte"},
         {"18446744073709551616", "line 1, column 20: the integer 18446744073709551616"},
         {R"({"$date":"2025-02-30T00:00:00Z"})", "line 1, column 32: \"$date\" does not take"},
         {R"({"$data":"AB=="})", "line 1, column 16: "},
-        {R"({"$dictionary":{},"a":1})", "line 1, column 21: \"$dictionary\" stands alone"}};
+        {R"({"$dictionary":{},"a":1})", "line 1, column 21: \"$dictionary\" must be the only key"}};
     for (const auto& [json, reason] : refusals) {
         const JsonReading reading = propertyListFromJson(json);
         EXPECT_TRUE(reading.value.isAbsent()) << json;

@@ -16,7 +16,8 @@ LogSinkToken collectInto(Lines& lines) {
     return setLogSink([&lines](const LogEntry& entry) { lines.push_back(entry.text); });
 }
 
-// What a process writes that starts with the marker at `path`. Logging stays on, so it is called in a child.
+// Returns the output of a process that starts with the marker at `path`. Called in a child process, since
+// logging stays enabled.
 Lines writtenWithMarker(const std::string& path) {
     setLogLevel(LogLevel::Notice); // as in a new process, whatever ran before
     Lines lines;
@@ -62,7 +63,7 @@ TEST(LoggingDeathTest, GoesToStandardErrorWhenThereIsNoSystemLog) {
                 std::filesystem::exists("/dev/log") ? "" : "] written\n");
 }
 
-// From the level that the process writes to the ones that are more severe than it.
+// The process's own level and the more severe ones.
 TEST(Logging, WritesWhatIsSevereEnough) {
     const std::pair<LogLevel, Lines> cases[] = {
         {LogLevel::Error, {"3 error"}},

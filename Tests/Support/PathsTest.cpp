@@ -49,14 +49,14 @@ TEST(WildcardMatch, KnowsTheCasesThatExclusionsAreWrittenFor) {
         {"/Users/**/Library", "/Users/bob/x/Library", true},
         {"/Users/*", "/Users/bob/x/Library", true},
         {"/Users", "/Users/", false},
-        {"/Users/*/x", "/Users/a/b/x", false}, // a star before a slash is tried once
+        {"/Users/*/x", "/Users/a/b/x", false}, // no backtracking at a star before a slash
         {"*/x", "a//x", false},
         {"**/x", "a//x", true},
         {"*ab", "aab", true},
         {"*ab", "ababx", false},
         {"*ab*b", "ab/b", false},
         {"a**b*c", "a/xB/xbyC", true},
-        {"[*[", "{a[", false}, // these differ as letters of two cases do
+        {"[*[", "{a[", false}, // these bytes differ by the case bit of letters
         {"*[", "a{", false},
         {"*A", "xa", true},
         {"***", "a/b", true},

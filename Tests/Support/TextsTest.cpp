@@ -87,7 +87,7 @@ TEST(ServiceStates, HaveATextExactlyForTheCodesThatADaemonReports) {
             << code;
 }
 
-// Those that read alike in English have keys of their own.
+// Texts that are equal in English have separate keys.
 TEST(BundlesTexts, TakeThePlaceOfTheEnglishOnes) {
     const TemporaryFolder folder;
     const auto bundleWith = [&](const char* name, const std::string& entries) {

@@ -23,7 +23,7 @@ bool becomesReadable(int descriptor, int milliseconds = patience) {
     return descriptor >= 0 && ::poll(&waiting, 1, milliseconds) > 0;
 }
 
-// False at the end, and when nothing comes.
+// Returns false at the end of the output and on a timeout.
 bool readSome(const FileDescriptor& reader, std::string& text, int milliseconds = patience) {
     std::array<char, 4096> block{};
     const ssize_t count =

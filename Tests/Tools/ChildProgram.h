@@ -9,33 +9,34 @@
 
 namespace kelvane::tests {
 
-// A program that a test starts, with its input (up to 64 KiB) given beforehand. What does not come within 20
-// s never comes.
+// A program that a test starts, with its input (up to 64 KiB) given at the start. All waits time out after 20
+// s.
 class ChildProgram {
 public:
     struct Result {
-        int status = -1; // -1: ended by a signal, or not at all
+        int status = -1; // -1: ended by a signal or still running
         std::string output;
         std::string errors;
     };
 
-    // `environment` holds "NAME=value" and takes the place of the test's own; `output` is a path to write to
-    // instead.
+    // `environment` contains "NAME=value" and replaces the test's own; `output` is a file for standard
+    // output.
     ChildProgram(const std::vector<std::string>& words, const std::vector<std::string>& environment,
                  std::string_view input = {}, const std::string& output = {});
-    // Kills it when it still runs.
+    // Kills the program if it still runs.
     ~ChildProgram();
     ChildProgram(const ChildProgram&) = delete;
     ChildProgram& operator=(const ChildProgram&) = delete;
 
-    // The next line of its output, without the line end; none when it ends or nothing comes.
+    // Returns the next line of the output without its line end; none at the end or on a timeout.
     [[nodiscard]] std::optional<std::string> readLine();
-    // Until there is something to read.
+    // Blocks until there is output to read.
     enum class Stream { Output, Errors };
     [[nodiscard]] bool waitFor(Stream stream) const;
     void closeOutput() { output_.reset(); }
     void send(int signal) const;
-    // Waits for its end. The output is what `readLine` has not taken; it may have to end without being read.
+    // Waits for the end of the program. The result has the output that `readLine` has not returned; the
+    // program may also end without being read.
     enum class Reading { ToTheEnd, NoMore };
     [[nodiscard]] Result finish(Reading reading = Reading::ToTheEnd);
 

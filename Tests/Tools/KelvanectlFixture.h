@@ -10,7 +10,7 @@
 
 namespace kelvane::tests {
 
-// kelvanectl as a child process, with preferences of its own, beside a fake daemon at its socket.
+// kelvanectl as a child process with private preferences, and a fake daemon at its socket.
 class Kelvanectl : public testing::Test {
 protected:
     using Words = std::vector<std::string>;
@@ -37,7 +37,7 @@ protected:
 
     [[nodiscard]] static Value plist(std::string_view json) { return propertyListFromJson(json).value; }
 
-    // Ended with this status and one line of reason, which holds `reason`.
+    // Expects this status and one line on standard error that contains `reason`.
     static void expectFailure(const ChildProgram::Result& result, int status, std::string_view reason) {
         EXPECT_EQ(result.status, status) << result.errors;
         EXPECT_TRUE(result.errors.starts_with("kelvanectl: ")) << result.errors;

@@ -12,7 +12,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// kelvanectl's commands that have the daemon do something.
+// The commands of kelvanectl that make the daemon do something.
 class KelvanectlOrders : public Kelvanectl {
 protected:
     [[nodiscard]] static std::string onVolume(const std::string& path) {
@@ -56,7 +56,7 @@ TEST_F(KelvanectlOrders, AModeIsSetSoThatNoBackupBeginsOnTheWayThere) {
     EXPECT_TRUE(run({"status"}).output.starts_with("Mode            Disabled\n"));
 }
 
-// A time that has passed today is one of tomorrow.
+// A time of day that has passed means tomorrow.
 TEST_F(KelvanectlOrders, APauseLastsUntilTheTimeThatIsNamed) {
     const std::time_t day = 24 * 60 * 60;
     const std::time_t before = std::time(nullptr);
@@ -78,10 +78,10 @@ TEST_F(KelvanectlOrders, APauseLastsUntilTheTimeThatIsNamed) {
 TEST_F(KelvanectlOrders, BackingUpNowEndsAPauseAndWaitsUntilNothingIsNeeded) {
     daemon_.setState("isBackupNeeded", true);
     const auto program = start({"backup", "now", "--wait"});
-    ASSERT_TRUE(daemon_.waitForCalls("daemonState", 6)); // it looks more than once
+    ASSERT_TRUE(daemon_.waitForCalls("daemonState", 6)); // it polls more than once
     EXPECT_EQ(orders(), (std::vector<ReceivedCall>{{"setPausedMinutes:", {0U}},
                                                    {"setPriorityBackup:", {onVolume("/")}}}));
-    // It goes on over the connection that it has: nobody else could find the daemon now.
+    // It keeps its connection: a new one to the daemon is impossible now.
     std::filesystem::rename(socket_, socket_ + ".away");
     daemon_.forgetCalls();
     ASSERT_TRUE(daemon_.waitForCalls("daemonState", 4));
@@ -113,11 +113,11 @@ TEST_F(KelvanectlOrders, RestoringNamesEachJobAndItsPlace) {
 
 TEST_F(KelvanectlOrders, ANameThatIsAlsoThePrintedFormOfAnotherIsTheOneInTheBackup) {
     const std::string typed = "/a\xEF\xBF\xBD"
-                              "AAb"; // as the name "a\xAA" "b" is printed
+                              "AAb"; // the printed form of the name "a\xAA" "b"
     const std::string exact = "/a\xEF\xBF\xBD"
                               "EF\xEF\xBF\xBD"
                               "BF\xEF\xBF\xBD"
-                              "BDAAb"; // and itself
+                              "BDAAb"; // the form of just this name
     const auto restored = [&](bool isTyped, bool isExact) {
         daemon_.changeWorld([&](DaemonWorld& world) {
             world.bootVolume = Volumes::current().bootVolume().name;
@@ -138,7 +138,8 @@ TEST_F(KelvanectlOrders, ANameThatIsAlsoThePrintedFormOfAnotherIsTheOneInTheBack
     EXPECT_EQ(daemon_.callCount("restoreFile:toPath:version:priority:"), 0U);
 }
 
-// While the root is not, the daemon does not know yet what is in the backup. Behind a link it may know more.
+// While the root is not in the backup, the daemon has not listed the repository yet. A path below a link may
+// still be in the backup.
 TEST_F(KelvanectlOrders, NothingIsRestoredWhenAPathIsNotInTheBackup) {
     std::filesystem::create_directory_symlink("/", folder_ / "link");
     daemon_.changeWorld([](DaemonWorld& world) {
@@ -167,8 +168,8 @@ TEST_F(KelvanectlOrders, WaitingForARestoreEndsWithItAndSaysWhatFailed) {
         Array{Dictionary{{"id", std::string(waitAlert)}, {"title", "Not now."}, {"text", "A lock."}}});
     answerJobs({running, waiting, waiting});
     const auto program = start({"restore", "--json", "--wait", "/a", "/b", "/c"});
-    ASSERT_TRUE(daemon_.waitForCalls("getRestoreJobStatus:", 4)); // it has looked again
-    daemon_.stop();                                               // and started again
+    ASSERT_TRUE(daemon_.waitForCalls("getRestoreJobStatus:", 4)); // it has polled again
+    daemon_.stop();                                               // and is restarted
     ASSERT_TRUE(daemon_.start());
     answerJobs({finished, incomplete, cancelled});
     const ChildProgram::Result result = program->finish();

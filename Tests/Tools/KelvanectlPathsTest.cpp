@@ -108,7 +108,7 @@ TEST_F(KelvanectlPaths, RulesChangeWhatTheDaemonBacksUpAndSayWhatIsNotDone) {
     EXPECT_EQ(daemon_.callCount("addFileToBackup:"), 0U);
     const ChildProgram::Result result = run({"--json", "include", "remove", "/nowhere", "/home/b"});
     expectFailure(result, 2, "does not know this path");
-    EXPECT_EQ(daemon_.callCount("removeFileFromBackup:"), 2U); // what is gone may still be marked
+    EXPECT_EQ(daemon_.callCount("removeFileFromBackup:"), 2U); // deleted files may still be marked
     EXPECT_EQ(Json::parse(result.output)[0]["done"], false);
     EXPECT_EQ(Json::parse(result.output)[1], Json({{"path", onVolume("/home/b")}, {"done", true}}));
     EXPECT_NE(run({"ls", "-l", "/home/b"}).output.find("  BackedUp  b\n"), std::string::npos);
@@ -116,7 +116,7 @@ TEST_F(KelvanectlPaths, RulesChangeWhatTheDaemonBacksUpAndSayWhatIsNotDone) {
     EXPECT_NE(run({"ls", "-l", "/home/b"}).output.find("  Backup,BackedUp  b\n"), std::string::npos);
 }
 
-// A file whose own name holds a star is meant itself.
+// The path of a file with an asterisk in its name is taken literally.
 TEST_F(KelvanectlPaths, APatternStandsForWhatMatchesIt) {
     for (const char* const name : {"a.iso", "b.ISO", "*.txt", "c.txt", "sub/d.iso"}) {
         std::filesystem::create_directories((folder_ / name).substr(0, (folder_ / name).rfind('/')));
@@ -130,7 +130,7 @@ TEST_F(KelvanectlPaths, APatternStandsForWhatMatchesIt) {
         const ChildProgram::Result result = run(words);
         return result.output + result.errors;
     };
-    const std::string note = "Excluded as listed; what matches later is not excluded.\n";
+    const std::string note = "Excluded the paths above; files that match later are not excluded.\n";
     EXPECT_EQ(excluded({folder_ / "*.iso"}), (folder_ / "a.iso\n") + (folder_ / "b.ISO\n") + note);
     EXPECT_EQ(excluded({folder_ / "**.iso"}),
               (folder_ / "a.iso\n") + (folder_ / "b.ISO\n") + (folder_ / "sub/d.iso\n") + note);
@@ -140,7 +140,7 @@ TEST_F(KelvanectlPaths, APatternStandsForWhatMatchesIt) {
               "kelvanectl: " + (folder_ / "*.pdf: there is no file or folder that matches\n"));
     EXPECT_EQ(excluded({folder_ / "b*"}, "remove"), folder_ / "b.ISO\n");
     EXPECT_EQ(excluded({folder_ / "b*"}, "remove"),
-              "kelvanectl: " + (folder_ / "b*: nothing that is excluded matches\n"));
+              "kelvanectl: " + (folder_ / "b*: no excluded path matches\n"));
 }
 
 TEST_F(KelvanectlPaths, CompletesCommandsOptionsAndWhatTheDaemonKnows) {
@@ -156,7 +156,7 @@ TEST_F(KelvanectlPaths, CompletesCommandsOptionsAndWhatTheDaemonKnows) {
         {"ls /ho", "/home/\n"},
         {"restore --wait '/home/b", "/home/b\tExcluded: rule\n"},
         {"restore /x /home/\xe6", folder + "/\n"},
-        {"ls /home /ho", ""}, // it takes one
+        {"ls /home /ho", ""}, // the command takes one path
         {"restore --to " + (folder_ / "place/"), (folder_ / "place/in/\n")},
         {"restore --to=" + (folder_ / "place/"), "--to=" + (folder_ / "place/in/\n")},
         {"decode " + (folder_ / "place/f"), folder_ / "place/file\n"},
@@ -174,7 +174,7 @@ TEST_F(KelvanectlPaths, CompletesCommandsOptionsAndWhatTheDaemonKnows) {
     EXPECT_EQ(result.output + result.errors, "");
 }
 
-// In a Turkish locale, built here because few machines have it, the small letter of I is no i.
+// In a Turkish locale, built here because few machines have it, the lower case of I is not i.
 TEST_F(KelvanectlPaths, PatternsAreReadAsTheLocaleOfTheUserHasIt) {
     const std::string build = "localedef -i tr_TR -f UTF-8 " + (folder_ / "tr_TR.UTF-8") + " 2>&1";
     ASSERT_EQ(std::system(build.c_str()), 0) << build; // NOLINT(cert-env33-c)
@@ -194,7 +194,7 @@ TEST_F(KelvanectlPaths, WordsInBracketsAreNoLists) {
     expectFailure(run({"exclude", "add", "[a,b]"}), 2, "/[a,b]: the daemon does not know this path");
 }
 
-// A part of a folder must not pass for all of it.
+// An incomplete listing must not be printed as a complete one.
 TEST_F(KelvanectlPaths, AnUnknownPathIsWrongUsageAndALostDaemonIsNot) {
     expectFailure(run({"ls", "/nowhere"}), 2, "does not know this path");
     daemon_.breakLinkAt("childrenDictionariesForPath:", 1);

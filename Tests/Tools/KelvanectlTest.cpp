@@ -83,7 +83,7 @@ TEST_F(Kelvanectl, WhatWasKeptIsShownWithoutADaemonAndNotReplacedByAnswersThatNe
             all.insert(all.end(), words.begin(), words.end());
             expectFailure(run(all), 1, "did not answer within 0.3 s");
         }
-        // On a busy machine.
+        // Even on a busy machine.
         expectFailure(run({"--timeout", "0.1", "backup", "now", "--wait"}), 1, "did not answer within 1 s");
     }
     daemon_.stop();
@@ -98,7 +98,7 @@ TEST_F(Kelvanectl, WhatWasKeptIsShownWithoutADaemonAndNotReplacedByAnswersThatNe
     EXPECT_EQ(Json::parse(run({"--timeout=0.2", "--json", "status"}).output)["valuesAreOld"], true);
 }
 
-// 0 and nothing are also what a call answers whose link is lost. Only `terminate` may end like that.
+// A call whose link is lost also returns 0 or nothing; only `terminate` may succeed like that.
 TEST_F(Kelvanectl, ALinkThatIsLostIsNotTakenForAnAnswer) {
     for (const char* selector : {"serviceState", "daemonState", "terminate"}) {
         daemon_.breakLinkAt(selector);
@@ -137,7 +137,7 @@ TEST_F(Kelvanectl, CallCarriesArgumentsAndResultsExactly) {
         const ChildProgram::Result result = run(all);
         EXPECT_EQ(result.status, 0) << result.errors;
         EXPECT_EQ(result.output, output);
-        // When it has ended, the daemon has taken it.
+        // When the command has ended, the daemon has received the call.
         ASSERT_EQ(daemon_.callCount(words[0]), 1U) << words[0];
         EXPECT_EQ(daemon_.calls().front(), (ReceivedCall{words[0], arguments}));
     }

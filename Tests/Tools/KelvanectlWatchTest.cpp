@@ -8,7 +8,7 @@ namespace {
 
 class KelvanectlWatch : public Kelvanectl {
 protected:
-    // What follows the time of the next event, which must be there.
+    // Returns the text after the time of the next event, which must arrive.
     static std::string nextEvent(ChildProgram& watch) {
         static const std::regex form(R"re((\d\d:\d\d:\d\d\.\d{3}  |)re"
                                      R"re(\{"time":"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z",)(.*))re");
@@ -45,7 +45,7 @@ TEST_F(KelvanectlWatch, WritesALineOrAnObjectForEachEvent) {
     daemon_.changeWorld([](DaemonWorld& world) {
         world.state = Dictionary{{"serviceState", 8U}, {"text", "a\nb"}, {"new", 1.5}};
     });
-    EXPECT_EQ(nextEvent(*watch), "state           serviceState 8 (Idle), new 1.5, pendingFileCount gone");
+    EXPECT_EQ(nextEvent(*watch), "state           serviceState 8 (Idle), new 1.5, pendingFileCount removed");
     expectEndBy(*watch, SIGINT);
     EXPECT_TRUE(nextEvent(*objects).starts_with(R"("event":"state","changed":["serviceState","new",)"));
     daemon_.stop();
@@ -66,7 +66,7 @@ TEST_F(KelvanectlWatch, WaitsForADaemonAndSaysEachLossAndEachReturnOnce) {
         daemon_.setState("pendingFileCount", std::stoi(count));
         ASSERT_TRUE(daemon_.start());
         EXPECT_EQ(nextEvent(*watch), connected());
-        // Nothing stands in between, and only what has changed meanwhile is told.
+        // No other event is in between, and only changed entries are reported.
         EXPECT_EQ(nextEvent(*watch), "state           pendingFileCount " + count);
     }
     watch->send(SIGINT);
@@ -89,7 +89,7 @@ TEST_F(KelvanectlWatch, CountsADaemonThatStopsAnsweringAsLost) {
 }
 
 TEST_F(KelvanectlWatch, EndsWhateverItWaitsFor) {
-    daemon_.setState("statusString", std::string(200000, 'x')); // more than a pipe holds
+    daemon_.setState("statusString", std::string(200000, 'x')); // more than a pipe's buffer
     const auto unread = start({"watch"});
     EXPECT_EQ(nextEvent(*unread), connected());
     ASSERT_TRUE(unread->waitFor(ChildProgram::Stream::Output));

@@ -11,7 +11,7 @@ from torture.world import Finding, clear
 
 GREEN, YELLOW = 2, 3
 IDLE = 8
-FINISHED, INCOMPLETE, RUNNING = 1, 2, 50  # Status codes of a restore job; above the last it has not ended.
+FINISHED, INCOMPLETE, RUNNING = 1, 2, 50  # Status codes of a restore job; from the last one up it has not ended.
 MOST = 8  # differences in one message
 DISK = b"/Volumes/System"
 ESCAPE = re.compile("\ufffd[89A-F][0-9A-F]")
@@ -28,14 +28,14 @@ def complain(rule, text, items=()):
 
 
 def path_of(text):
-    """Of a path as the link has it, the bytes on the disk."""
+    """Returns the bytes on the disk for a path in the protocol's form."""
     path = b"".join(bytes.fromhex(part[1:]) if ESCAPE.fullmatch(part) else part.encode("utf-8", "surrogateescape")
                     for part in ESCAPES.split(text))
     return path[len(DISK):] if path.startswith(DISK + b"/") else path
 
 
 def text_of(path):
-    """The reverse, as messages have it: one line, and control characters as escapes."""
+    """Returns the path as messages write it: on one line, with control characters escaped."""
     def escaped(octets):
         return "".join(f"\ufffd{octet:02X}" for octet in octets)
     text = path.decode("utf-8", "surrogateescape")
@@ -92,11 +92,11 @@ def becomes_not_green(world, model):
         raise problem[-1] from None
 
 
-# Standing trouble
+# Alerts
 
 
 def is_said(world):
-    """Whether the status tells that something is wrong: an alert, or a state that is not idle."""
+    """Whether the status reports a problem: an alert, or a state other than idle."""
     status = world.status()
     if status is None:
         complain("rule 8", "no status is to be had")
@@ -127,7 +127,7 @@ def has_ended(world, job):
 
 
 class Outcome:
-    """Of `restore --wait`: its status, and the failures it named."""
+    """The result of `restore --wait`: its exit status, and the reported failures."""
 
     def __init__(self, world, paths, to=None, seconds=90):
         words = ["--json", "restore", "--wait"] + (["--to", str(to)] if to else []) + ["--"]
@@ -141,7 +141,7 @@ class Outcome:
 
     @classmethod
     def of_job(cls, world, job):
-        """Of a job that has ended."""
+        """Returns the outcome of a job that has ended."""
         outcome = cls.__new__(cls)
         outcome.code = {FINISHED: 0, INCOMPLETE: 3}.get(job_status(world, job))
         _, out, outcome.errors = world.ctl("call", "stringValueForProfileKey:", f"restoreJobFailures.{job}")
@@ -150,7 +150,7 @@ class Outcome:
         return outcome
 
     def names(self, path, root):
-        """Whether the failures tell of `path`, of a folder above it, or of all that was asked for."""
+        """Whether the failures name `path`, a folder above it, or everything that was requested."""
         if any(" more" in line for line in self.failures):
             return True
         while len(path) >= len(root):
@@ -161,8 +161,8 @@ class Outcome:
 
 
 def restored(world, model, outcome, wanted, place, root, *, allowed=frozenset(), fresh=True):
-    """`wanted`, entries by relative path, must be at `place`; `root` is where they come from. What is `allowed` (absolute
-    paths) may be missing where it is named; what is damaged never arrives as something else."""
+    """Checks that `wanted`, entries by relative path, are at `place`; `root` is their original place. Those in `allowed`
+    (absolute paths) may be missing if they are reported, but must not be restored with wrong contents."""
     place, root = os.fsencode(place), os.fsencode(root)
     allowed = allowed | {path for path in model.lossy if is_below(path, {root})}
     if outcome.code is None:
@@ -202,7 +202,7 @@ def restored(world, model, outcome, wanted, place, root, *, allowed=frozenset(),
 
 
 def everything(wanted, root):
-    """The absolute paths of what was wanted."""
+    """Returns the absolute paths of the wanted entries."""
     root = os.fsencode(root)
     return {os.path.join(root, name) if name else root for name in wanted}
 
@@ -217,7 +217,7 @@ def linked(wanted, found):
 
 
 def nothing_else(model, found, wanted, root):
-    """A folder comes as it last was: nothing that had been deleted comes with it."""
+    """A folder is restored as it last was, without files that had been deleted before."""
     extra = []
     for name, entry in found.items():
         path = os.path.join(os.fsencode(root), name)
@@ -231,7 +231,7 @@ def nothing_else(model, found, wanted, root):
 
 
 def kept(world, model):
-    """Rule 1: each version that must be there is in a snapshot that is there and gives it."""
+    """Rule 1: each version that must be kept is in an existing snapshot and can be restored."""
     there = world.snapshots().keys()
     world.account.append(f"   {len(model.known - there)} of {len(model.known)} snapshots are forgotten")
     lost, needed = [], set()

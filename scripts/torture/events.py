@@ -16,7 +16,7 @@ STEPS = (3, 7)
 
 
 def plan(chance, kinds, is_root):
-    """Kinds of events, in their order."""
+    """Returns a random sequence of edits and events; damage to the repository, if any, is the last."""
     pool = [kind for kind in EDITS if kind in kinds] * 2
     pool += [kind for kind in ALL if kind in kinds and (is_root or kind not in NEED_ROOT)] * 2
     last = [kind for kind in DAMAGES if kind in kinds]
@@ -152,7 +152,7 @@ def full_target(round_, chance):
     try:
         world.wait(lambda: checks.has_ended(world, job), "", 20)
     except Finding:  # It waits, reports that, and continues when there is space.
-        checks.must_say(world, "a restore that waits for room")
+        checks.must_say(world, "a restore that waits for space")
         subprocess.run(["mount", "-o", "remount,size=1G", to], check=True)
         world.wait(lambda: checks.has_ended(world, job), "a restore continues when there is space", 90)
     outcome = Outcome.of_job(world, job)
@@ -162,7 +162,7 @@ def full_target(round_, chance):
 
 
 def races(round_, chance):
-    """Files change while they are saved; the next backup has them as they are then."""
+    """Files change during a backup; the next backup saves their state at that time."""
     world = round_.world
     before = [chance.choice(["edits", "creations", "adornments"]) for _ in range(40)]
     world.ctl("backup", "now")
@@ -311,7 +311,7 @@ def rules(round_, chance):
 
 
 def environment(round_, chance):
-    """restic's own variables in the session of the person."""
+    """The session has environment variables for restic, which the daemon must not pass on."""
     world = round_.world
     choices = {"RESTIC_PASSWORD": "wrong", "RESTIC_PASSWORD_COMMAND": "false", "RESTIC_REPOSITORY_FILE": "/dev/null",
                "RESTIC_REPOSITORY": "/nowhere", "RESTIC_KEY_HINT": "0000", "RESTIC_COMPRESSION": "max",

@@ -30,14 +30,14 @@ def acl(chance, own=6):
 
 
 class Maker:
-    """Makes and changes what is below `root`; `traits` names what may come up, `owner` is who owns most of it."""
+    """Creates and changes files below `root`; `traits` lists the permitted kinds, `owner` owns most of them."""
 
     def __init__(self, root, traits, owner):
         self.root, self.traits, self.owner = root, traits, owner
         self.large = 0
 
     def all(self):
-        """Paths of files and folders, always in the same order, `root` not among them."""
+        """Returns the paths of files and folders below `root`, always in the same order."""
         found, waiting = [], [self.root]
         while waiting:
             folder = waiting.pop(0)
@@ -122,7 +122,7 @@ class Maker:
         return chance.choice(files) if files else None
 
     def adorn(self, chance, path):
-        """Owner, mode, attributes, times: what stands beside the bytes."""
+        """Sets owner, mode, attributes and times."""
         is_link, is_folder = os.path.islink(path), os.path.isdir(path)
         if os.geteuid() == 0:
             owner = chance.choice(USERS) if "owners" in self.traits and chance.random() < 0.2 else self.owner
@@ -199,7 +199,7 @@ class Maker:
         self.make_if_free(chance, os.path.join(path, b"deep"))
 
     def age_folders(self, chance):
-        """Making files has given their folders the time of now."""
+        """Sets the times of folders, which creating files has changed to the current time."""
         for path in self.folders()[1:]:
             moment = chance.randrange(10**18, 17 * 10**17)
             os.utime(path, ns=(moment, moment))

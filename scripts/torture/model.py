@@ -32,7 +32,7 @@ class Model:
         self.damaged = set()  # Paths that the repository can no longer restore.
 
     def look(self):
-        """By absolute path in bytes: all that a backup made now must hold."""
+        """Returns, by absolute path in bytes, everything that a backup made now must contain."""
         found, self.unread = {}, set()
         for root in self.roots:
             if root in self.away:
@@ -54,7 +54,7 @@ class Model:
         return is_below(path, {os.fsencode(root) for root in self.away})
 
     def note_disk(self):
-        """After something has been changed: since when the newest saved versions are no longer on the disk."""
+        """Notes, after edits, since when the newest saved versions are no longer on the disk."""
         now = self.look()
         for path, version in self.newest.items():
             if version.replaced is None and not self.is_away(path):
@@ -63,19 +63,19 @@ class Model:
         return now
 
     def differs(self, now):
-        """Paths of the disk that the last completed backup does not hold as they are."""
+        """Returns the paths on the disk whose current state is not in the last completed backup."""
         return {path for path, entry in now.items()
                 if path not in self.newest or not tree.same_version(entry, self.newest[path].entry)
                 or self.newest[path].snapshots == []}
 
     def is_only_time(self, path, now):
-        """Only the time of a folder differs, which any change in it updates."""
+        """Whether only the time of a folder differs, which any change in it updates."""
         version, entry = self.newest.get(path), now[path]
         return bool(version) and entry.kind == "folder" and tree.same_version(
             entry._replace(mtime=version.entry.mtime), version.entry)
 
     def note_backup(self, snapshots):
-        """A backup has been completed: `snapshots` are new in the repository."""
+        """Notes a completed backup: `snapshots` are new in the repository."""
         now = self.note_disk()
         self.lossy = {path for path in self.unread if os.path.islink(path)} | set(filter(self.is_away, self.lossy))
         self.known.update(snapshots)
@@ -97,7 +97,7 @@ class Model:
         return version.replaced is None or self.world.now() < version.replaced + self.world.keep_days * DAY - MARGIN
 
     def required(self):
-        """Every version that must still be there: pairs of path and version."""
+        """Yields every version that must still be in the backup, as pairs of path and version."""
         for path, version in self.newest.items():
             if self.is_required(version):
                 yield path, version
@@ -107,16 +107,16 @@ class Model:
                     yield path, version
 
     def last_known(self, path):
-        """The newest version of a path, deleted or not."""
+        """Returns the newest version of a path, deleted or not."""
         return self.newest.get(path) or (self.past.get(path) or [None])[-1]
 
     def deleted(self):
-        """Paths that are in the backup and not on the disk any more, with the version to be had."""
+        """Returns the paths in the backup that are no longer on the disk, with the version to restore."""
         return {path: versions[-1] for path, versions in self.past.items()
                 if path not in self.newest and self.is_required(versions[-1])}
 
     def below(self, root):
-        """The newest state of a folder or file: entries by path relative to it."""
+        """Returns the newest state of a folder or file: entries by path relative to it."""
         return relative({path: version.entry for path, version in self.newest.items()}, root)
 
 
@@ -127,7 +127,7 @@ def relative(entries, root):
 
 
 def is_text(target):
-    """Not what restic may have put U+FFFD into, which only the link on the disk can tell."""
+    """Whether a link's target is certainly unchanged: restic replaces bytes that are not UTF-8 by U+FFFD."""
     try:
         return "\ufffd" not in target.decode()
     except UnicodeDecodeError:
@@ -145,7 +145,7 @@ def is_below(path, roots):
 
 
 def unreadable(entries, owner):
-    """Paths that a process of `owner` cannot read, asked of the system itself by one."""
+    """Returns the paths that a process of `owner` cannot read, by trying it in such a process."""
     reader, writer = os.pipe()
     child = os.fork()
     if child == 0:

@@ -1,4 +1,4 @@
-"""Names as a file system may hold them."""
+"""File names that a file system may contain."""
 
 import string
 

@@ -94,7 +94,7 @@ def _tag(mac_key, nonce, text):
 
 
 class Key:
-    """What restic encrypts with: `encrypt` for the cipher, `mac` (k and r) for the tag."""
+    """A key of restic: `encrypt` for the cipher, `mac` (k and r) for the tag."""
 
     def __init__(self, encrypt, mac):
         self.encrypt, self.mac = encrypt, mac
@@ -128,7 +128,7 @@ def _write_under_hash(folder, data):
 
 
 def create(repository, password):
-    """Makes an empty repository in a folder, and returns its master key."""
+    """Creates an empty repository in a folder, and returns its master key."""
     for name in ("index", "keys", "locks", "snapshots", *(f"data/{number:02x}" for number in range(256))):
         (repository / name).mkdir(mode=0o700, parents=True, exist_ok=True)
     encrypt, k, r = os.urandom(32), os.urandom(16), os.urandom(16)
@@ -144,5 +144,5 @@ def create(repository, password):
 
 
 def write_lock(repository, key, lock):
-    """As another restic would; returns the path."""
+    """Writes a lock like another restic; returns the path."""
     return _write_under_hash(repository / "locks", key.seal(json.dumps(lock).encode()))

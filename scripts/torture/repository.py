@@ -9,7 +9,7 @@ from torture.checks import complain
 from torture.world import HOST
 
 
-# Others at the repository
+# Other users of the repository
 
 
 def lock(round_, chance):
@@ -79,7 +79,7 @@ def moment(round_, chance):
     round_.back_up()
 
 
-# Damage that stays
+# Permanent damage
 
 
 def packs(round_, chance):

@@ -1,5 +1,6 @@
-// Runs restic with a different clock: passes each backup the time in the file "clock" beside this
-// program. restic is linked statically, so its clock cannot be changed by preloading a library.
+// Runs restic with a different clock: passes each backup the current time plus the offset in the file
+// "clock" beside this program. restic is linked statically, so its clock cannot be changed by preloading
+// a library.
 #define _GNU_SOURCE
 #include <fcntl.h>
 #include <limits.h>

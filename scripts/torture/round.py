@@ -147,7 +147,7 @@ class Round:
         return code
 
     def absorb(self):
-        """What was saved all the same: the disk has not changed in the meantime."""
+        """Notes what the daemon has saved by itself: the disk has not changed in the meantime."""
         if new := self.new_snapshots():
             self.model.note_backup(new)
 
@@ -204,7 +204,7 @@ class Round:
                 raise
             # Of a blob that was stored again restic reads either copy, until a verification drops
             # the damaged one.
-            self.note("   not all that could come has come, before a verification")
+            self.note("   not everything restorable was restored before a verification")
             repository.verify(self, lost)
             lost = self.lost_in_newest()
             self.restore_all(allowed=lost | self.model.unread)
@@ -213,7 +213,7 @@ class Round:
         self.world.stop()
 
     def lost_in_newest(self):
-        """Paths of the newest state that restic does not give, or says that it does not."""
+        """Returns the paths of the newest state that restic cannot restore, or reports as failed."""
         lost = {path: version for path, version in self.model.newest.items()}
         now, trees = self.model.look(), self.model.trees
         for identifier in self.world.snapshots():

@@ -43,7 +43,7 @@ def entry_at(path):
 
 
 def look(root):
-    """All below `root`, a path of bytes, and `root` itself as b"": by relative path."""
+    """Returns the entries below `root`, a path of bytes, by relative path; `root` itself is b""."""
     found = {}
     if not os.path.lexists(root):
         return found
@@ -65,7 +65,8 @@ def same_version(one, other):
 
 
 def differences(wanted, found, *, times=True, owner=None, blocks=True):
-    """In words. `owner` is who restored, unless root: the ids of others cannot be given then, nor what needs root."""
+    """Returns descriptions. `owner` is the user who restored, None for root: only root restores other owners and
+    some attributes."""
     if found is None:
         return ["missing"]
     if wanted.kind != found.kind:
@@ -99,7 +100,7 @@ def differences(wanted, found, *, times=True, owner=None, blocks=True):
 
 
 def _without_owner(mode, has_user, has_group):
-    """Whoever was the owner or in the group may be among the group or the others now, and gets nothing new."""
+    """Former owners and group members may now count as group or others, and must not gain access."""
     user, group, others = mode >> 6 & 7, mode >> 3 & 7, mode & 7
     if not has_group:
         group = others = group & others
@@ -113,7 +114,7 @@ def _names(attributes):
 
 
 def link_groups(found):
-    """Sets of relative paths that are one file."""
+    """Returns sets of relative paths that are hard links to one file."""
     groups = collections.defaultdict(set)
     for name, entry in found.items():
         if entry.inode and entry.kind != "folder":

@@ -29,7 +29,7 @@ class Finding(Exception):
 
 
 class Workshop:
-    """What all rounds share: the programs for the clock and a repository to copy, made once."""
+    """Shared by all rounds: the programs for the clock, and a repository to copy, created once."""
 
     def __init__(self, folder, build):
         self.folder, self.build = folder, build
@@ -110,7 +110,7 @@ class World:
             file.write(struct.pack("<qq", self.real_offset, self.boot_offset))
 
     def pass_days(self, days):
-        """Waits in real time, as on a suspended machine."""
+        """Moves all clocks on, as when the machine was suspended for these days."""
         self.true_offset += int(days * DAY * SECOND)
         self.real_offset += int(days * DAY * SECOND)
         self.boot_offset += int(days * DAY * SECOND)
@@ -121,7 +121,7 @@ class World:
         self.write_clock()
 
     def now(self):
-        """Returns the real time in seconds."""
+        """Returns the correct time in seconds, whatever the machine's clock shows."""
         return time.time() + self.true_offset / SECOND
 
     def clock(self):
@@ -137,7 +137,7 @@ class World:
         return base
 
     def person(self):
-        """Whose processes the daemon and those who talk to it are."""
+        """Returns the process arguments that run the daemon and its clients as the round's user."""
         return {"user": self.owner, "group": self.owner, "extra_groups": []} if self.is_root and self.owner else {}
 
     def start(self):
@@ -181,7 +181,7 @@ class World:
         return found
 
     def settle(self):
-        """Until the daemon has done what comes after a backup, forgetting and pruning among it."""
+        """Waits until restic no longer runs: forgetting and pruning follow a backup."""
         quiet = 0
         def is_quiet():
             nonlocal quiet
@@ -216,7 +216,7 @@ class World:
     # The command-line tool
 
     def ctl(self, *words, seconds=PATIENCE):
-        """What kelvanectl says: its status (None: it took too long), output and errors."""
+        """Returns the exit status of kelvanectl (None for a timeout), its output and its errors."""
         try:
             run = subprocess.run([self.workshop.build / "Tools/kelvanectl", "--timeout", "20", *words],
                                  env=self.environment(), capture_output=True, timeout=seconds, **self.person())
@@ -229,7 +229,7 @@ class World:
         return json.loads(out) if code == 0 else None
 
     def fill(self, folder, left):
-        """Leaves so many bytes on the disk of `folder`; returns the file that takes the rest."""
+        """Fills the disk of `folder` up to `left` bytes; returns the file that takes the space."""
         ballast, block = folder / "ballast", bytes(1 << 16)
         with open(ballast, "wb", buffering=0) as file:
             try:
@@ -241,7 +241,7 @@ class World:
         return ballast
 
     def new_output(self, chance=None):
-        """A folder to restore to, which may want to give its own rights to what comes into it."""
+        """Creates a folder to restore to, which may have a default ACL for new files."""
         self.outputs += 1
         path = self.out / str(self.outputs)
         path.mkdir()
@@ -262,14 +262,14 @@ class World:
                                "--no-cache", "--no-lock", *words], capture_output=True, env=self.environment())
 
     def snapshots(self):
-        """By the id that each was made with: a tag that is added later gives it another."""
+        """Returns the snapshots by their original ids: a tag that is added later changes the id."""
         run = self.run_restic("snapshots", "--json")
         if run.returncode != 0:
             raise Finding("rule 1: restic cannot list the snapshots: " + run.stderr.decode("utf-8", "replace").strip())
         return {each.get("original", each["id"]): each["id"] for each in json.loads(run.stdout or b"[]") or []}
 
     def fetch(self, snapshot):
-        """The whole snapshot below a folder of its own: whatever restic can give."""
+        """Restores a whole snapshot with restic into a separate folder, as far as possible."""
         target = self.scratch / snapshot[:16]
         if target.exists():
             clear(target)
@@ -303,7 +303,7 @@ def clear(path):
 
 
 def enter_private_mounts():
-    """Mounts of this process and its children stay their own. False where that is not allowed."""
+    """Gives this process and its children private mounts. Returns False where that is not allowed."""
     clone_newns, recursive, private = 0x20000, 0x4000, 0x40000
     libc = ctypes.CDLL(None, use_errno=True)
     return os.geteuid() == 0 and libc.unshare(clone_newns) == 0 \

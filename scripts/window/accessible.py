@@ -1,4 +1,4 @@
-"""A window as a screen reader meets it: every control is found, read and worked through AT-SPI."""
+"""A window as a screen reader sees it: every control is found, read and operated through AT-SPI."""
 
 import time
 
@@ -45,7 +45,7 @@ def text_of(node):
 
 
 class Window:
-    """All windows of the one program whose name holds `program`."""
+    """All windows of the only program whose name contains `program`."""
 
     def __init__(self, program="kelvane"):
         self.program = program
@@ -86,7 +86,7 @@ class Window:
         return self.find(f'{role} "{name}"', is_called(role, name), root)
 
     def described(self, description):
-        """A value label: its name is the value."""
+        """Finds a value label by its description; its accessible name is the value."""
         return self.find(f'a value described as "{description}"', lambda node: node.description == description)
 
     def labelled(self, role, label):
@@ -103,7 +103,7 @@ class Window:
         return self.named("push button", name)
 
     def press(self, name):
-        """Presses a button as soon as it can be pressed."""
+        """Presses a button as soon as it is enabled."""
         button = self.find(f'the button "{name}", enabled',
                            lambda node: node.getRoleName() in ("push button", "toggle button") and node.name == name
                            and is_in(node, pyatspi.STATE_ENABLED))
@@ -114,7 +114,7 @@ class Window:
             raise Missing(f'"{field.name}" takes no text')
 
     def choose(self, combo, name):
-        """Opens a pop-up and clicks an item of it."""
+        """Opens a pop-up menu and clicks one of its items."""
         do_action(combo)
         self.click(self.named("list item", name, combo))
         wait_for(f'"{name}" in the pop-up', lambda: combo.name == name)
@@ -136,7 +136,7 @@ class Window:
             do_action(wait_for(f'the row "{name}"', lambda: self._row_of_column(number, is_row(name))))
 
     def _row_of_column(self, number, test):
-        """Also one that would have to be scrolled to."""
+        """Also finds a row that is scrolled out of view."""
         return next((row for row in self.columns()[number] if row is not None and test(row)), None)
 
     def columns(self):
@@ -157,7 +157,7 @@ def is_row(title):
 
 
 def do_action(node):
-    """What it is there for: a button is pressed, a row chosen in addition to what is chosen."""
+    """Performs the node's default action: presses a button, or adds a row to the selection."""
     node.queryAction().doAction(0)
 
 

@@ -1,4 +1,4 @@
-"""The Backup tab on a real folder: the list of exclusions, manual mode, and a file that another program makes."""
+"""The Backup tab on a real folder: the list of exclusions, manual mode, and a file that another program creates."""
 
 import pathlib
 import subprocess

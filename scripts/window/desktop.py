@@ -1,4 +1,4 @@
-"""A desktop of its own: a virtual display, a session bus, and a home that nobody lives in."""
+"""A private desktop: a virtual display, a session bus, and an unused home folder."""
 
 import contextlib
 import os
@@ -32,7 +32,7 @@ def virtual_display(size="1280x960x24"):
 
 
 def run_again_privately():
-    """Runs this program with its arguments on a desktop of its own; returns its exit status."""
+    """Runs this program with its arguments on a private desktop; returns its exit status."""
     with virtual_display() as display, tempfile.TemporaryDirectory(prefix="kw-") as folder:
         environment = {name: value for name, value in os.environ.items()
                        if not name.startswith(("XDG_", "DBUS_", "WAYLAND_", "QT_", "KELVANE_"))}
@@ -44,7 +44,7 @@ def run_again_privately():
 
 @contextlib.contextmanager
 def new_home():
-    """A folder that programs started meanwhile take for the home of their user."""
+    """A folder that serves as the home of the programs started in the block."""
     with tempfile.TemporaryDirectory(prefix="h", dir=os.environ[MARK]) as folder:
         before = {name: os.environ.get(name) for name in ("HOME", "TMPDIR")}
         temporary = pathlib.Path(folder) / ".tmp"

@@ -17,7 +17,7 @@ PACE = 0.05  # Seconds between two polls.
 
 VERSION = 5
 CLIENT_MESSAGE, SELECTION_NOTIFY, SELECTION_REQUEST = 33, 31, 30  # Event types of the X protocol.
-REPLACE = 0  # Modes of changing a property.
+REPLACE = 0  # The mode in which a property is changed.
 
 
 class ClientMessage(ctypes.Structure):
@@ -64,7 +64,7 @@ def library():
 
 
 class Drag:
-    """What a file manager does from picking files up to letting go of them."""
+    """The part of a file manager in drag and drop, from the start of the drag to the drop."""
 
     def __init__(self, paths):
         self.x11 = library()
@@ -129,7 +129,7 @@ class Drag:
         self.send(target, "XdndPosition", 0, x << 16 | y, 0, self.atom("XdndActionCopy"))
         status = self.next_message("XdndStatus")
         if not status[1] & 1:
-            raise SystemExit("the place does not take the files")
+            raise SystemExit("the drop target does not accept the files")
         self.send(target, "XdndDrop", 0, 0, 0, 0)
         if not self.next_message("XdndFinished")[1] & 1:
             raise SystemExit("the window has not taken the files")

@@ -1,4 +1,4 @@
-"""The Restore tab with the local daemon: what was backed up and is lost comes back, and a second restore is cancelled."""
+"""The Restore tab with the local daemon: lost files are restored, and a second restore is cancelled."""
 
 import os
 import shutil
@@ -32,7 +32,7 @@ def run(build):
 
 
 def fill(watched):
-    """Gives what stands in the folder that will be lost, by name."""
+    """Returns the contents of the files in the folder that will be lost, by name."""
     (watched / FOLDER).mkdir(parents=True)
     contents = {f"Letter {number}.txt": f"Dear {number},\n" * number for number in range(1, FILES + 1)}
     for name, text in contents.items():

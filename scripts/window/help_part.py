@@ -16,7 +16,7 @@ PARTS = ["to", "to-domain", "subject", "from", "version", "os", "category", "com
 
 
 class Server:
-    """Keeps what is posted to it."""
+    """A server that stores the posted requests."""
 
     def __init__(self):
         posts = self.posts = []
@@ -74,7 +74,7 @@ def send(shown):
     shown.press("Send")
     shown.gone("the sheet", is_called("push button", "Send"))
     shown.gone("the note that it is being sent", lambda node: node.name == "Sending your report…")
-    shown.press("Get Help…")  # the window takes input again
+    shown.press("Get Help…")  # The window accepts input again.
     shown.press("Close")
     print("  Sent: the sheet is closed, and the window takes input")
 

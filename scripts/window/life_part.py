@@ -59,7 +59,7 @@ def select_many_times(build, daemon):
 
 
 def steady(process):
-    """What it has, once that has stayed so for a while."""
+    """Returns the process's resources once they have been stable for a while."""
     seen = []
 
     def look():

@@ -1,4 +1,4 @@
-"""The programs that a window test runs, each ended with the block that started it."""
+"""The programs that a window test runs; each ends with the block that started it."""
 
 import contextlib
 import json
@@ -26,7 +26,7 @@ class Build:
                 raise SystemExit(f"not built: {program}")
 
     def bundle_with(self, information, folder):
-        """A copy of the bundle whose information dictionary says something else."""
+        """Creates a copy of the bundle with changes in its information dictionary."""
         copy = folder / "Kelvane.prefPane"
         shutil.copytree(self.bundle, copy)
         path = copy / "Info.plist"
@@ -58,7 +58,7 @@ class Daemon:
         self.socket = socket
 
     def ask(self, *words):
-        """What kelvanectl prints."""
+        """Returns the output of kelvanectl."""
         command = [self.build.ctl, "--daemon", self.socket, *words]
         done = subprocess.run([str(word) for word in command], capture_output=True, text=True, check=False)
         if done.returncode != 0:
@@ -70,13 +70,13 @@ class Daemon:
         return json.loads(answer) if answer else None
 
     def links(self):
-        """How many panes are connected."""
+        """Returns the number of connected panes."""
         connected = "03"
         lines = [line.split() for line in pathlib.Path("/proc/net/unix").read_text().splitlines()]
         return sum(line[-1] == str(self.socket) and line[5] == connected for line in lines)
 
     def play(self, *steps):
-        """Has the fake daemon do something more."""
+        """Sends further commands to the fake daemon."""
         for step in steps:
             self.process.stdin.write(json.dumps(step).encode() + b"\n")
         self.process.stdin.flush()
@@ -93,7 +93,7 @@ def fake_daemon(build, home):
 
 @contextlib.contextmanager
 def local_daemon(build, home, watched, **configuration):
-    """With a policy that leaves temporary folders in, where all this is, and what else is to be configured."""
+    """Runs the daemon with a policy that includes temporary folders, where the test's files are, and further entries."""
     socket = home / "daemon.sock"
     file = home / ".config/kelvane/local-daemon.plist"
     file.parent.mkdir(parents=True)
@@ -110,7 +110,7 @@ def host_command(build, daemon, bundle=None, *more):
 
 @contextlib.contextmanager
 def window(build, daemon, bundle=None, *more):
-    """The host with its window, worked through the accessibility interface."""
+    """The host with its window, operated through the accessibility interface."""
     with running(host_command(build, daemon, bundle, *more)) as process:
         shown = Window()
         shown.process = process
@@ -118,6 +118,6 @@ def window(build, daemon, bundle=None, *more):
 
 
 def uses(process):
-    """What a process has at the moment: its numbers of threads and of descriptors."""
+    """Returns a process's current numbers of threads and descriptors."""
     folder = pathlib.Path(f"/proc/{process.pid}")
     return {"threads": len(os.listdir(folder / "task")), "descriptors": len(os.listdir(folder / "fd"))}

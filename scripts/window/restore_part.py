@@ -8,7 +8,7 @@ from programs import fake_daemon, window
 
 WAY = ("home", "maria", "Documents")
 FILES = ("Accounts 2024.ods", "Contract.pdf")
-FILE_SIZE, PENDING_COUNT = 16, 35  # by these numbers a daemon tells how far a restore is
+FILE_SIZE, PENDING_COUNT = 16, 35  # The service states in which a daemon reports the progress of a restore.
 
 
 def run(build):

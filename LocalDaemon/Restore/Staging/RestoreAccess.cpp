@@ -21,7 +21,7 @@ bool setMode(int folder, mode_t mode) {
     return ::chmod(pathOfDescriptor(folder).c_str(), mode) == 0;
 }
 
-void logKept(const std::string& path) {
+void logModeNotRestored(const std::string& path) {
     logWarning("The mode of %@ cannot be restored: %@", path, errorText());
 }
 
@@ -53,7 +53,7 @@ AccessForOwner::~AccessForOwner() {
     if (setMode(folder_, *before_))
         journal_.accessEnded(path_);
     else
-        logKept(path_);
+        logModeNotRestored(path_);
 }
 
 bool endAccess(const std::string& path, mode_t before) {
@@ -61,16 +61,16 @@ bool endAccess(const std::string& path, mode_t before) {
         return true;
     const FileDescriptor folder = openFolder(path);
     struct stat status {};
-    // The disk may not be mounted, or the folder was deleted.
+    // If its parent folder exists, the folder was deleted; otherwise the disk may not be mounted.
     if (!folder || ::fstat(folder.get(), &status) != 0)
         return folder || static_cast<bool>(openFolder(std::string(folderOf(path))));
     const bool isAsLeft = (status.st_mode & modeBits) == (before | S_IRWXU);
     if (isAsLeft && !setMode(folder.get(), before))
-        logKept(path);
+        logModeNotRestored(path);
     return true;
 }
 
-void removeStagingOf(RestoreJournal& journal, const std::string& path, const StopSignal* stop) {
+void removeJournaledStaging(RestoreJournal& journal, const std::string& path, const StopSignal* stop) {
     const std::string around(folderOf(path));
     const FileDescriptor folder = path.starts_with('/') ? openFolder(around) : FileDescriptor();
     const AccessForOwner access(folder.get(), around, journal);

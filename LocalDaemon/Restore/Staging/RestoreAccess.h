@@ -27,7 +27,8 @@ private:
     std::optional<mode_t> before_; // None when the mode was not changed.
 };
 
-// Returns false and sets errno on failure.
+// Adds full access for the owner to the mode of a file or folder, for good. Returns false and sets errno on
+// failure.
 [[nodiscard]] bool makeOwnerAccessible(int folder);
 
 // Restores the mode of a folder whose owner was given access by a process that was killed, unless the
@@ -36,6 +37,7 @@ private:
 
 // Like `removeStaging`, but also from a folder that its owner may not write to; removed folders are
 // dropped from the journal.
-void removeStagingOf(RestoreJournal& journal, const std::string& path, const StopSignal* stop = nullptr);
+void removeJournaledStaging(RestoreJournal& journal, const std::string& path,
+                            const StopSignal* stop = nullptr);
 
 } // namespace kelvane

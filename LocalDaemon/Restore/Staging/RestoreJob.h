@@ -10,7 +10,7 @@ namespace kelvane {
 struct RestoreJob {
     std::uint32_t id = 0;       // Starts at 1.
     std::uint32_t version = 0;  // The number of a snapshot; 0 for the newest version.
-    std::uint32_t priority = 0; // A higher priority is restored first.
+    std::uint32_t priority = 0; // Jobs of a higher priority run first.
     std::string source;
     std::string target;
 
@@ -25,7 +25,7 @@ struct RestoreFailure {
 
 // The progress of restoring, for panes.
 struct RestoreProgress {
-    std::uint32_t job = 0;      // The running job; 0 when there is nothing to do.
+    std::uint32_t job = 0;      // The first job; 0 when there is none.
     std::string file;           // The name of the file that was restored last.
     std::uint64_t fileSize = 0; // In bytes.
     std::uint64_t pending = 0;  // Pending files of all jobs.

@@ -134,7 +134,7 @@ void takeEnd(RestoreJournal::Contents& contents, const Fields& fields) {
 
 bool makesSense(const Fields& fields) {
     const std::string kind = fields.empty() ? "" : fields[0];
-    // The number after it must be valid as well.
+    // Neither 0 nor the largest number, after which there is no next one.
     const auto hasNumber = [&] { return numberIn(fields[1]) + 1 > 1; };
     if (kind == "job")
         return fields.size() == 6 && hasNumber() && isCleanPath(fields[4]) && isCleanPath(fields[5]);
@@ -308,7 +308,7 @@ bool RestoreJournal::appendText(const std::string& text, Flush flush) {
         return true;
     const int error = written < 0 || isWhole ? errno : ENOSPC;
     if (before >= 0 && written > 0 && ::ftruncate(file_.get(), before) != 0)
-        logWarning("An incomplete line remains in %@.", path_);
+        logWarning("A line that could not be saved cannot be removed from %@: %@", path_, errorText());
     errno = error;
     return false;
 }

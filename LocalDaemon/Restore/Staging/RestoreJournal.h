@@ -76,10 +76,10 @@ private:
     const std::string path_;
     std::mutex mutex_; // Guards the members below.
     FileDescriptor file_;
-    // An error number when the file cannot be used, since it is the only copy of damaged jobs; otherwise
-    // 0.
+    // An error number when nothing may be written, because a damaged file could not be renamed and is the
+    // only copy of its jobs; otherwise 0.
     int unusable_ = 0;
-    off_t tidyAt_ = spareSize; // In bytes.
+    off_t tidyAt_ = spareSize; // The size in bytes above which the file is rewritten.
 };
 
 } // namespace kelvane

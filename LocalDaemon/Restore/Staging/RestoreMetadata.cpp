@@ -166,7 +166,7 @@ mode_t modeFor(const SavedAccess& saved, const struct stat& now) {
 FolderMetadata::FolderMetadata(int folder, const SavedAccess& access, FileTime modified)
     : access_(withAcl(access, pathOfDescriptor(folder))), modified_(modified) {
     const std::string path = pathOfDescriptor(folder);
-    // The attributes are read and the contents moved out, whatever mode was saved.
+    // Whatever mode was saved, the attributes must be readable and the contents movable.
     if (::fstat(folder, &status_) != 0 || !makeOwnerAccessible(folder))
         failure_ = errorText();
     for (const std::string& name : attributeNames(path))
@@ -177,7 +177,7 @@ std::string FolderMetadata::applyTo(int folder, Use use) const {
     if (!failure_.empty())
         return failure_;
     const std::string path = pathOfDescriptor(folder);
-    // Only root may change the owner; other users' files keep it.
+    // Only root may change the owner; otherwise the folder keeps its own.
     if (::chown(path.c_str(), access_.user, access_.group) != 0 && errno != EPERM)
         return "its owner cannot be set: " + errorText();
     if (!makeOwnerAccessible(folder)) // Setting attributes requires it.
@@ -239,7 +239,7 @@ std::string digHoles(int folder, const std::string& name) {
     if (!file)
         return errorText();
     const std::string path = pathOfDescriptor(file.get());
-    const std::string saved = attribute(path, capability); // The first write removes the capability.
+    const std::string saved = attribute(path, capability); // The first change of the file removes it.
     const bool isRead = findZeros(file.get(), status.st_blksize, [&](off_t begin, off_t length) {
         // On a file system without holes the zeros stay.
         static_cast<void>(::fallocate(file.get(), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, begin, length));

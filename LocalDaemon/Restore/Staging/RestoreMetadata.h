@@ -26,9 +26,9 @@ struct SavedAccess {
 // Returns whether the attribute is an ACL or a default ACL.
 [[nodiscard]] bool isAccessRule(const std::string& name);
 
-// Extended attributes by name. `setAttributes` skips those that a file system does not support, except
-// for an ACL, which may be more restrictive than the mode, and those that only root may set. ACLs are
-// set last, since they may forbid setting the others. Returns empty, or the reason of a failure.
+// Extended attributes by name. `setAttributes` skips those that only root may set, and those that the file
+// system does not support, but never an ACL, which may be more restrictive than the mode. ACLs are set last,
+// since they may forbid setting the others. Returns empty, or the reason of a failure.
 using Attributes = std::map<std::string, std::string>;
 [[nodiscard]] std::string setAttributes(const std::string& path, const Attributes& attributes);
 

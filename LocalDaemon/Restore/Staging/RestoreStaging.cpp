@@ -96,7 +96,7 @@ class Removal {
 public:
     Removal(int top, const StopSignal* stop) : top_(top), stop_(stop) {}
 
-    // Returns false with the first errno.
+    // Returns false with the first errno, or with EINTR when it was stopped.
     bool run() {
         empty(top_);
         while (!folders_.empty() && error_ != EINTR) {
@@ -115,7 +115,7 @@ private:
     static FileDescriptor openToOwner(int around, const std::string& name) {
         FileDescriptor folder = openFolderIn(around, name);
         if (folder)
-            // On failure it was not needed.
+            // A failure shows when the folder is emptied.
             static_cast<void>(::chmod(pathOfDescriptor(folder.get()).c_str(), ownersFolder));
         return folder;
     }
@@ -141,11 +141,11 @@ private:
         return true;
     }
     bool moveOut(int folder, const char* name) {
-        // Moving a folder changes its "..", which requires access.
+        // Moving a folder changes its "..", which requires write access to it.
         static_cast<void>(openToOwner(folder, name));
         for (;;) {
-            const std::string free =
-                "removed-" + std::to_string(++moved_); // Taken only after an interrupted attempt.
+            // Such a name is taken only after an interrupted attempt.
+            const std::string free = "removed-" + std::to_string(++moved_);
             if (::renameat(folder, name, top_, free.c_str()) == 0) {
                 folders_.push_back(free);
                 return true;
@@ -166,7 +166,7 @@ bool removeContents(int folder, const StopSignal* stop) {
     return Removal(folder, stop).run();
 }
 
-// Tries to set an ACL that denies nothing more, on a folder of this user that has none.
+// Returns whether ACLs can be set on a new staging folder, by trying one that changes nobody's access to it.
 bool takesAccessRules(const std::string& folder) {
     const struct {
         std::uint32_t version = 2;
@@ -180,7 +180,7 @@ bool takesAccessRules(const std::string& folder) {
            ::removexattr(folder.c_str(), name) == 0;
 }
 
-// Tries to set a mode that is rarely a default.
+// Returns whether modes can be set, by trying one that hardly any mount option gives to all folders.
 bool takesModes(const std::string& folder) {
     constexpr mode_t mode = S_IRWXU | S_IXGRP;
     struct stat status {};
@@ -249,7 +249,8 @@ StagingPlace stagingPlaceFor(const std::string& target, bool isFolder) {
         return {StagingPlace::Kind::Ready, target, {}};
     std::string around(folderOf(target));
     FileDescriptor folder = openFolder(around);
-    // A folder of this user that is only write-protected is made accessible for as long as needed.
+    // The delivery makes a write-protected folder of this user accessible for a while; the staging folder is
+    // then created further up.
     const auto mustLookFurther = [&] {
         return folder ? !isWritable(folder) && isOwn(folder) : errno == ENOENT;
     };
@@ -296,7 +297,7 @@ StagingFolder::StagingFolder(const std::string& path) {
     }
     if (isMade)
         return;
-    failure_ = path + " cannot be made: " + errorText();
+    failure_ = path + " cannot be created: " + errorText();
     folder_.reset();
 }
 
@@ -334,7 +335,7 @@ bool removeStaging(const std::string& path, const StopSignal* stop) {
     const FileDescriptor around =
         path.starts_with('/') ? openFolder(std::string(folderOf(path))) : FileDescriptor();
     if (!around && path.starts_with('/')) {
-        logWarning("A staging folder cannot be reached: %@: %@", path, errorText());
+        logWarning("The staging folder %@ cannot be reached: %@", path, errorText());
         return false;
     }
     const FileDescriptor folder = openFolderIn(around.get(), name);
@@ -344,12 +345,12 @@ bool removeStaging(const std::string& path, const StopSignal* stop) {
         logNotice("Not removed: %@ is no staging folder of this user.", path);
         return true;
     }
-    // On failure it was not needed.
+    // A failure shows when the folder is emptied.
     static_cast<void>(::chmod(pathOfDescriptor(folder.get()).c_str(), ownersFolder));
     if (removeContents(folder.get(), stop) && ::unlinkat(around.get(), name.c_str(), AT_REMOVEDIR) == 0)
         return true;
     if (!stop || !stop->isSet())
-        logWarning("A staging folder cannot be removed: %@: %@", path, errorText());
+        logWarning("The staging folder %@ cannot be removed: %@", path, errorText());
     return false;
 }
 

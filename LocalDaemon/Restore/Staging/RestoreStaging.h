@@ -11,31 +11,32 @@
 namespace kelvane {
 
 // The prefix of staging folders, in which restored files are stored before they are delivered. A staging
-// folder is on the same file system as the targets, so that delivery is a rename. A folder with this
-// prefix is never backed up.
+// folder is created beside the targets, so that delivery is only a rename. A folder with this prefix is never
+// backed up.
 inline constexpr std::string_view stagingPrefix = ".kelvane-restore-";
 
-// Opens a folder without the right to list it. No component may be a symbolic link, so that nobody can
-// redirect a restore; a path may be longer than PATH_MAX. Returns no descriptor and sets errno on
-// failure, to ENOTDIR also for a link.
+// Opens a folder with O_PATH, which needs no permission to list it. No component may be a symbolic link, so
+// that nobody can redirect a restore; a path may be longer than PATH_MAX. Returns no descriptor and sets
+// errno on failure, to ENOTDIR also for a link.
 [[nodiscard]] FileDescriptor openFolder(const std::string& absolutePath);
 [[nodiscard]] FileDescriptor openFolderIn(int folder, const std::string& name);
 // Returns a path to the open file, whatever has replaced it in its folder meanwhile.
 [[nodiscard]] std::string pathOfDescriptor(int descriptor);
 
-// Resolves the links in a requested target's parent folders, once, when the restore is requested.
+// Returns the target with the symbolic links in its existing parent folders resolved, as is done once, when a
+// restore is requested.
 [[nodiscard]] std::string targetWithoutLinks(const std::string& target);
 
 // Returns, as resolved targets, the paths that lead to a file: its own, those of its parent folders, and
 // those of the targets of symbolic links among them.
 [[nodiscard]] std::set<std::string> pathsTo(const std::string& file);
-// Returns empty when it is no link.
+// Returns empty when it is no symbolic link or cannot be read.
 [[nodiscard]] std::string linkTarget(int folder, const std::string& name);
 
 struct StagingPlace {
     enum class Kind {
         Ready,    // A staging folder can be created in `folder`.
-        Contents, // Not here, but perhaps in subfolders of the restored folder.
+        Contents, // None can be created for the folder itself, but perhaps for each of its contents.
         Nowhere,  // Impossible, for the given `reason`.
     };
     Kind kind = Kind::Nowhere;
@@ -65,9 +66,9 @@ public:
     [[nodiscard]] bool keepsAccessRules() const { return keepsAccessRules_; }
     // Whether its file system supports modes; otherwise a mount option determines access.
     [[nodiscard]] bool keepsModes() const { return keepsModes_; }
-    // Whether its file system is case-sensitive.
+    // Whether its file system tells names apart that differ by case or the encoding of accents.
     [[nodiscard]] bool tellsNamesApart() const { return tellsNamesApart_; }
-    // For restic, which runs as another process.
+    // Returns a path for restic, which runs as another process. Valid while this object lives.
     [[nodiscard]] std::string path() const;
     [[nodiscard]] FileDescriptor open(const std::string& relativePath) const; // Fails as openFolder does.
     // Returns false and sets errno when something remains in it.
@@ -93,7 +94,7 @@ private:
 // unmounted disk. When it is stopped, it keeps the rest and logs nothing.
 bool removeStaging(const std::string& path, const StopSignal* stop = nullptr);
 
-// Returns the free bytes that this user may use.
+// Returns the free bytes that this user may use; the largest number when that is unknown.
 [[nodiscard]] std::uint64_t freeSpaceAt(const std::string& folder);
 
 // A deep tree needs many open folders at once.

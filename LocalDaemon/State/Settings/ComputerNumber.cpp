@@ -84,7 +84,7 @@ ComputerNumber computerNumber(const std::string& path, const std::string& indexP
     }
     if (copied != 0) {
         const std::string failure = isMissing(file) ? keep(copied, path) : file.reason;
-        logWarning("The number of this computer is taken from %@, as %@ has none or was damaged. %@",
+        logWarning("The number of this computer is taken from %@, since %@ is missing or damaged. %@",
                    copyPath, path, failure);
         return {copied, {}};
     }
@@ -98,7 +98,7 @@ ComputerNumber computerNumber(const std::string& path, const std::string& indexP
         isInUse ? own : numberFrom(machine + indexPath + '\n' + std::to_string(::geteuid()));
     const std::string failure = keep(number, path) + keep(number, copyPath);
     if (isInUse || !failure.empty())
-        logWarning("%@ is not there: the number of this computer is %u, which follows from the machine "
+        logWarning("%@ is missing: the number of this computer is %u, which is derived from the machine "
                    "alone. %@",
                    path, own, failure);
     return {failure.empty() ? number : own, {}};

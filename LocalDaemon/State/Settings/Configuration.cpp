@@ -22,7 +22,7 @@ constexpr const char* policyOfMachine[] = {"/dev/",     "/proc/",      "/run/", 
                                            "/tmp/",     "/var/tmp/",   "/lost+found/", "/**/lost+found/",
                                            "/.Trash-*", "/**/.Trash-*"};
 
-// Maps the pattern like a path, which removes its trailing separator, and appends that again.
+// Mapping a pattern like a path removes its trailing separator, which this appends again.
 std::string withItsEnd(const std::string& mapped, const std::string& pattern) {
     return pattern.ends_with('/') ? withSeparator(mapped) : mapped;
 }
@@ -140,7 +140,7 @@ void takeLocation(const Entries& entries, std::string& location) {
 RepositoryPlace placeFrom(const Entries& entries, RepositoryPlace place) {
     takeLocation(entries, place.location);
     if (!entries.isReadable())
-        place.location.clear(); // The invalid entry may have named another location.
+        place.location.clear(); // The unreadable file may have named another location.
     entries.takePath("passwordFile", place.passwordFile);
     entries.takePath("resticProgram", place.program);
     if (!entries.has("environment", &Value::isDictionary))

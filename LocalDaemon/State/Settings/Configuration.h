@@ -13,7 +13,7 @@
 
 namespace kelvane {
 
-// The configuration by the user who runs the daemon; panes can only read it.
+// What the user who runs the daemon has configured; panes can only read it.
 struct Configuration {
     std::string serverURL = "localhost";
     std::string userEmail;
@@ -42,20 +42,21 @@ struct ConfigurationDefaults {
 };
 [[nodiscard]] ConfigurationDefaults usualDefaults();
 
-// The file is a property list in either form. None is no fault; one that cannot be read, and an entry that
-// makes no sense, is logged, and such an entry has its default; the repository then has no place. Entries of
-// `overrides` come before the file's.
+// Reads a property list, binary or XML. A missing file is no error. A file that cannot be read and an invalid
+// entry are logged, and the defaults apply; but if the file or the entry `repository` is unusable, the
+// repository has no location. Entries of `overrides` precede those of the file.
 //
-//   homeFolder, volumes              absolute paths; links are resolved as far as the folders are there
-//   repository                       an absolute path or what else restic takes, "sftp:joe@host:/backup"
+//   homeFolder, volumes              absolute paths; links are resolved where the folders exist
+//   repository                       an absolute path or another location that restic supports, such as
+//                                    "sftp:joe@host:/backup"
 //   passwordFile, resticProgram      absolute paths
-//   environment                      texts: what restic finds in its environment
+//   environment                      strings: environment variables of restic
 //   intervalMinutes, keepDays        1 and up
-//   quotaMB                          0: no limit
-//   userEmail, serverURL             texts
+//   quotaMB                          0 for no limit
+//   userEmail, serverURL             strings
 //   computerNumber                   1 and up; by default that of the defaults
 //   policyExcludeList                real or volume paths as in `policy`; by default caches, trash, temporary
-//                                    files and what the kernel makes up
+//                                    files and the kernel's virtual file systems
 [[nodiscard]] Configuration readConfiguration(const std::string& path, const ConfigurationDefaults& defaults,
                                               const Volumes& volumes, const Dictionary& overrides = {});
 

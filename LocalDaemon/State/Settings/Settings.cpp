@@ -38,7 +38,7 @@ constexpr std::string_view mountIdsKey = "mountIds";       // By mount point.
 constexpr std::string_view mountPointsKey = "mountPoints"; // By path.
 constexpr std::string_view awayDisksKey = "awayDisks";     // A dictionary for each disk.
 constexpr std::string_view pathKey = "path";
-constexpr std::string_view sinceKey = "since"; // seconds since 1970
+constexpr std::string_view sinceKey = "since"; // In seconds since 1970.
 constexpr std::string_view decisionKey = "decision";
 
 struct DecisionName {
@@ -52,8 +52,8 @@ constexpr DecisionName decisionNames[] = {{AwayDisk::Decision::None, ""},
 constexpr std::size_t mostEntries = 100;
 constexpr std::size_t longestKey = 256;
 constexpr std::size_t longestText = 4096;
-// In bytes, each of which may take six in the file.
-constexpr std::size_t mostPathRules = std::size_t{1} << 20U;
+// Each byte may take six in the file.
+constexpr std::size_t mostPathRuleBytes = std::size_t{1} << 20U;
 
 template <class IsRight>
 Dictionary entriesOf(const Value& value, IsRight isRight) {
@@ -188,7 +188,7 @@ bool setEntry(Dictionary& entries, const std::string& key, const Value& value) {
 }
 
 bool isTooLarge(const PathRules& paths) {
-    return paths.size() > mostPathRules;
+    return paths.size() > mostPathRuleBytes;
 }
 
 } // namespace kelvane

@@ -15,7 +15,7 @@ namespace kelvane {
 struct AwayDisk {
     enum class Decision {
         None,
-        Keep,   // The alert was dismissed, and its files are kept.
+        Keep,   // Its absence is intended: the alert is only information.
         Forget, // Given up: the current contents of its folder are backed up instead.
     };
 
@@ -38,7 +38,7 @@ struct Settings {
     bool delayShutdown = false;
     bool includeRequired = false;
     std::uint32_t backupControlFlags = 0;
-    std::int64_t pausedSince = 0; // seconds since 1970
+    std::int64_t pausedSince = 0; // Seconds since 1970.
     std::int64_t pausedUntil = 0; // Seconds since 1970; 0 or in the past when not paused.
     Dictionary profile;           // Values are strings.
     Dictionary fileTypeToggles;   // Values are unsigned 32-bit numbers.

@@ -24,8 +24,8 @@ public:
     };
     // Returns the defaults when neither file exists. A damaged file is renamed to "<path>.damaged" and
     // replaced by the copy. When the copy is damaged as well, the settings are the defaults in recover
-    // mode, in which nothing is added to the backup or removed from it. Files that the disk cannot read
-    // are left in place.
+    // mode, in which nothing is added to the backup or removed from it. Files that cannot be read are
+    // left in place.
     [[nodiscard]] Loading load();
 
     // Returns the reason of a failure, empty on success. A file is replaced as a whole or not at all. Of

@@ -17,10 +17,10 @@ struct RightDefinition {
     std::string message;     // shown to the user who is asked for a password
 };
 
-// Why a lock could not be opened, or why the authority did not revoke a right when it was closed.
+// Why a lock could not be opened, or why the authority did not revoke the right when the lock was closed.
 struct AuthorizationProblem {
     enum class Kind {
-        None,            // there was an answer; a cancelled question counts as one
+        None,            // no problem; also when the user cancelled the question
         NoProperAnswer,  // the authority is not available or gave an invalid answer
         NoAgent,         // no authentication agent could ask for the password
         Refused,         // refused by the authority

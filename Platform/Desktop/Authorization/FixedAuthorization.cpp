@@ -39,7 +39,7 @@ void FixedAuthorization::lock() {
 
 void FixedAuthorization::post(std::function<void(LockState& lock)> task) {
     mainLoop_->post([weak = std::weak_ptr(lock_), task = std::move(task)] {
-        // Does not keep the lock alive, because the delegate may destroy it.
+        // Does not hold the lock during the task: when the delegate destroys it, `LockState` must notice.
         if (LockState* const lock = weak.lock().get())
             task(*lock);
     });

@@ -4,9 +4,9 @@ namespace kelvane {
 
 bool LockState::settle(bool isAuthorized, AuthorizationProblem problem) {
     const auto state = isAuthorized ? Authorization::State::Authorized : Authorization::State::Locked;
-    const bool isNews = std::exchange(problem_, std::move(problem)) != problem_;
+    const bool isNewProblem = std::exchange(problem_, std::move(problem)) != problem_;
     if (std::exchange(state_, state) == state)
-        return !isNews || notify(&AuthorizationDelegate::authorizationAskingChanged);
+        return !isNewProblem || notify(&AuthorizationDelegate::authorizationAskingChanged);
     return notify(isAuthorized ? &AuthorizationDelegate::authorizationDidAuthorize
                                : &AuthorizationDelegate::authorizationDidDeauthorize);
 }

@@ -22,11 +22,11 @@ public:
     [[nodiscard]] bool isAsking() const { return isAsking_; }
     [[nodiscard]] const AuthorizationProblem& problem() const { return problem_; }
 
-    // Sets the current answer.
+    // Sets the current answer and reports a change.
     bool settle(bool isAuthorized, AuthorizationProblem problem = {});
 
-    // Starts to ask the user, or joins the question in progress. `finishAsking` reports the answer and then
-    // calls all completions.
+    // Adds a completion to the question in progress, or to the next one. When the question ends, the delegate
+    // is notified, and then all completions are called.
     void addCompletion(Completion completion);
     bool startAsking();
     // The number of the current question; an answer to an earlier one is ignored.

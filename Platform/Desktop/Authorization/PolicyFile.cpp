@@ -9,7 +9,7 @@ namespace {
 
 constexpr mode_t readableByAll = 0644;
 
-// Written as one piece: polkit drops text before a character reference.
+// A CDATA section needs no character references; polkit drops the text before each of these.
 QString asCharacterData(const std::string& text) {
     return "<![CDATA[" + QString::fromStdString(text).replace("]]>", "]]]]><![CDATA[>") + "]]>";
 }

@@ -116,7 +116,7 @@ void PolkitAuthorization::update() {
 
 void PolkitAuthorization::updated(const PolkitAnswer& answer) {
     isUpdating_ = false;
-    // The user has closed the lock meanwhile, which takes precedence.
+    // What the user has done meanwhile takes precedence: closing the lock, or starting a question.
     if (isClosedByUser_)
         return;
     if (lock_.isAsking()) {

@@ -1,5 +1,5 @@
-// The process that wants a right: does what the words on its standard input say and tells what comes of it,
-// one line each. It first says who it is. With three numbers as arguments it asks about that process instead.
+// A process that requests a right: executes the commands on its standard input and prints the result of each
+// in a line. It first prints its identity. With three numbers as arguments it queries that process instead.
 
 #include "Platform/Desktop/Authorization/Authorization.h"
 #include "Platform/Desktop/QtMainLoop.h"

@@ -1,4 +1,4 @@
-// Code that loads and is no pane.
+// A library that can be loaded but is not a pane.
 
 extern "C" int answer() {
     return 42;

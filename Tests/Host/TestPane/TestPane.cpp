@@ -1,5 +1,5 @@
-// A pane that writes down what is done to it, one word a line, into the file that its bundle names as "Log".
-// At the step that the bundle names as "Fault" it throws, at the one named "Terminate" it ends the host.
+// A pane that logs all calls, one word per line, to the file that its bundle specifies as "Log". It throws at
+// the step that the bundle specifies as "Fault", and ends the host at the step "Terminate".
 
 #include "Platform/Desktop/PanePlugin.h"
 

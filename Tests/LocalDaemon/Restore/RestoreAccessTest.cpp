@@ -1,4 +1,4 @@
-// Who may read what a restore brings, and the key without which there is none.
+// Who may read restored files, and the protection of the key file.
 
 #include "Tests/LocalDaemon/Restore/RestoreQueueFixture.h"
 
@@ -39,7 +39,7 @@ TEST_F(RestoreAccess, AFolderThatIsOpenToOthersIsNarrowedBeforeAnythingComesInto
 
 TEST_F(RestoreAccess, TheKeyInUseIsNotReplacedByOneThatWasSavedEarlier) {
     folder_.write("home/key", "older");
-    fs::create_symlink("elsewhere", home("way")); // as the one to the key once was
+    fs::create_symlink("elsewhere", home("way")); // the link on the way to the key, with its old target
     folder_.backUp();
     folder_.write("home/key", folder_.read("password"));
     fs::remove(home("way"));

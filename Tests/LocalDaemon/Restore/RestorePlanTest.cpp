@@ -35,7 +35,7 @@ std::vector<std::string> wholePaths(const BackupIndex& index, const std::string&
     return plan[snapshot].whole;
 }
 
-// "/a/gone" was deleted before the second snapshot, the partial one holds a newer "/a/new" alone.
+// "/a/gone" was deleted before the second snapshot; the partial one contains only a newer "/a/new".
 TEST(RestorePlan, AFolderComesAsItLastWasAndWhatWasDeletedBeforeWhenItIsAskedFor) {
     BackupIndex index = indexOf({{item("/a", true), item("/a/gone", true), item("/a/gone/1", false)},
                                  {item("/a", true), item("/a/new", false), item("/a/old", false)}});
@@ -48,7 +48,7 @@ TEST(RestorePlan, AFolderComesAsItLastWasAndWhatWasDeletedBeforeWhenItIsAskedFor
     EXPECT_EQ(wholePaths(index, "/a/gone", 1), std::vector<std::string>{"/a/gone"});
 }
 
-// As after backups that could not read "/a/unread", where "/away" is a disk that was not there.
+// The index after backups that could not read "/a/unread", without the disk "/away".
 TEST(RestorePlan, OnlyWhatASnapshotLacksIsNotCountedAsDeletedBeforeIt) {
     BackupIndex index = indexOf(
         {{item("/a", true), item("/a/gone", false), item("/a/unread", false), item("/a/unreadable", false),
@@ -99,7 +99,7 @@ TEST(RestoreArrival, SeesThatSomethingComesIntoAFileThatHasItsSizeAlready) {
     EXPECT_EQ(first.files, 1U);
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     while (arrivalIn(folder.path(), index) == first && std::chrono::steady_clock::now() < deadline)
-        std::fstream(file, std::ios::in | std::ios::out) << '1'; // time goes in steps
+        std::fstream(file, std::ios::in | std::ios::out) << '1'; // again, since file times are coarse
     EXPECT_NE(arrivalIn(folder.path(), index).lastChange, first.lastChange);
     std::vector<std::uint64_t> told;
     ArrivalWatch watch({.stagingFolder = folder.path(),
@@ -109,7 +109,7 @@ TEST(RestoreArrival, SeesThatSomethingComesIntoAFileThatHasItsSizeAlready) {
     EXPECT_TRUE(watch.look());
     bool goesOn = true;
     while (goesOn && std::chrono::steady_clock::now() < deadline)
-        goesOn = watch.look(); // which does nothing for a while after each time
+        goesOn = watch.look(); // which does nothing for a while after each call
     EXPECT_FALSE(goesOn);
     EXPECT_EQ(told, std::vector<std::uint64_t>{1}) << "nothing more has come";
 }

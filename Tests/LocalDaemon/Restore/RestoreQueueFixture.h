@@ -26,7 +26,7 @@ while [ $# -gt 0 ]; do
     shift
 done)";
 
-// Nothing that restic could make smaller.
+// Returns incompressible data.
 inline std::string noise(std::size_t size) {
     std::string text(size, '\0');
     std::uint32_t state = 1;
@@ -40,7 +40,7 @@ inline void setTime(const std::string& path) {
     ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0) << path;
 }
 
-// All that is below a folder: by its path there, what it is, its mode, times and contents.
+// Returns everything below a folder: by relative path the type, mode, times and contents.
 inline std::map<std::string, std::string> picture(const std::string& folder) {
     std::map<std::string, std::string> found;
     for (const auto& entry : fs::recursive_directory_iterator(folder)) {
@@ -60,7 +60,7 @@ inline std::map<std::string, std::string> picture(const std::string& folder) {
     return found;
 }
 
-// User 65533 may read what is made in the folder: rules as the system keeps them.
+// A default ACL in the kernel's form: user 65533 may read new files in the folder.
 inline void setRule(const std::string& path, const char* kind, std::uint16_t rights = 7) {
     const struct {
         std::uint32_t version;
@@ -105,13 +105,13 @@ protected:
         queue_.emplace(options);
         queue_->start();
     }
-    // A program in restic's place.
+    // Creates a script that replaces restic.
     std::string script(const std::string& text) {
         const std::string path = folder_.write("fake-restic", "#!/bin/bash\n" + text);
         fs::permissions(path, fs::perms::owner_all);
         return path;
     }
-    // A restic that has all that it is asked for on the disk.
+    // A restic that copies the requested files from the disk.
     std::string copying() { return script(copyScript); }
     template <class Condition>
     bool waitFor(Condition condition) {

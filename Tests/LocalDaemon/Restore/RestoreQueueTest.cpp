@@ -25,7 +25,7 @@ TEST_F(RestoreQueueTest, EverythingComesBackAsItWasAlsoWhatOnlyAnEarlierSnapshot
     EXPECT_EQ(picture(folder_ / "new/place"), before);
     EXPECT_EQ(hasStaging(folder_ / "new"), false);
 
-    // Over what is there: one file by its name alone, with a folder that is not there any more.
+    // Over existing files: a file that is requested by its name, and one whose folders no longer exist.
     fs::remove_all(folder_ / "new/place/back\\slash");
     folder_.write("new/place/x [y]*?.txt", "changed");
     folder_.write("new/place/x y.txt", "stays");
@@ -48,8 +48,8 @@ TEST_F(RestoreQueueTest, WhatFailsIsNamedAndStopsNothingElse) {
     const std::uint32_t job = restore(folder_.home(), folder_ / "out");
     EXPECT_EQ(queue_->status(job), restorestatus::incomplete);
     EXPECT_EQ(queue_->failures(job), home("a") + ": a folder is in its place\n" + home("d") +
-                                         ": there is a file instead of a folder at " + (folder_ / "out/d") +
-                                         '\n');
+                                         ": there is a file or link instead of a folder at " +
+                                         (folder_ / "out/d") + '\n');
     EXPECT_EQ(folder_.read("out/b"), "b");
     EXPECT_EQ(folder_.read("out/z"), "z");
     EXPECT_EQ(folder_.read("out/d"), "in the way");
@@ -58,13 +58,13 @@ TEST_F(RestoreQueueTest, WhatFailsIsNamedAndStopsNothingElse) {
     EXPECT_EQ(ends_[1].size(), 1U);
     EXPECT_FALSE(hasStaging(folder_ / "out"));
 
-    // The progress has told of each job, and of the end by a count of nothing.
+    // The progress has reported each job, and the end with a count of 0.
     EXPECT_EQ(reports_.front().job, job);
     EXPECT_EQ(reports_.front().pending, 4U);
     EXPECT_EQ(reports_.back(), RestoreProgress());
 }
 
-// As restic does when a pack is damaged: it says so, and leaves a file of the right size with a hole in it.
+// Like restic with a damaged pack: prints an error and leaves a file of the right size with a hole.
 TEST_F(RestoreQueueTest, AFileThatResticHasTroubleWithDoesNotReplaceAnother) {
     folder_.write("home/a\nb", "12345");
     folder_.write("home/c", "12345");
@@ -188,7 +188,7 @@ TEST_F(RestoreQueueTest, JobsShareACallUnlessOneHoldsWhatAnotherDoes) {
                                   add(home("a"), folder_ / "out/again")};
     isCurrent = true;
     queue_->wake();
-    // What has arrived is told while restic still runs.
+    // Arrived files are reported while restic still runs.
     ASSERT_TRUE(waitFor([&] { return !reports_.empty() && !reports_.back().file.empty(); }));
     EXPECT_EQ(queue_->status(jobs[0]), restorestatus::running);
     EXPECT_EQ(queue_->status(jobs[1]), restorestatus::running);
@@ -202,7 +202,7 @@ TEST_F(RestoreQueueTest, JobsShareACallUnlessOneHoldsWhatAnotherDoes) {
                 fs::exists(folder_ / "out/again"));
 }
 
-// restic itself gives a file of 2300 another time.
+// restic itself restores a file of the year 2300 with a different time.
 TEST_F(RestoreQueueTest, TimesThatNanosecondsDoNotReachComeBack) {
     folder_.write("home/folder/far", "1");
     fs::create_symlink("far", home("folder/link"));
@@ -250,7 +250,7 @@ TEST_F(RestoreQueueTest, AJobOutlivesTheDaemonAndWhatAKilledOneLeftIsTakenAway) 
     start(script("sleep 60"));
     const std::uint32_t job = add(home("a"), folder_ / "out/a");
     queue_.reset();                                // as when the machine is shut down
-    for (int number = 1; number <= 20; ++number) { // as it is when removing it was cut off
+    for (int number = 1; number <= 20; ++number) { // as after an interrupted removal
         fs::create_directories(folder_ / "out/.kelvane-restore-9/1/" + std::to_string(number));
         fs::create_directory(folder_ / "out/.kelvane-restore-9/removed-" + std::to_string(number));
     }
@@ -275,7 +275,7 @@ TEST_F(RestoreQueueTest, AJobOutlivesTheDaemonAndWhatAKilledOneLeftIsTakenAway) 
     EXPECT_EQ(fs::status(folder_ / "changed").permissions(), static_cast<fs::perms>(0750));
     queue_.reset();
     start(copying());
-    EXPECT_EQ(queue_->status(job), restorestatus::finished); // and not done again
+    EXPECT_EQ(queue_->status(job), restorestatus::finished); // and not repeated
     EXPECT_EQ(add(home("a"), folder_ / "b"), job + 1);
 }
 
@@ -285,7 +285,7 @@ TEST_F(RestoreQueueTest, NoNoteIsLostToADamagedFileToADiskThatIsAwayOrToTidyingU
     folder_.write("home/a", "1");
     folder_.pretendBackUp();
     folder_.write("state/elsewhere", "job\t7\t0\t50\t/a\t/b\t\n");
-    fs::create_symlink("elsewhere", path); // which is refused
+    fs::create_symlink("elsewhere", path); // refused
     {
         RestoreJournal journal(path);
         EXPECT_TRUE(journal.open().waiting.empty());
@@ -303,7 +303,7 @@ TEST_F(RestoreQueueTest, NoNoteIsLostToADamagedFileToADiskThatIsAwayOrToTidyingU
     start(copying());
     EXPECT_EQ(queue_->failures(3), "why\n");
     restore("/any", "/any");
-    queue_.reset(); // the disk was away
+    queue_.reset(); // the disk was not mounted
     fs::create_directories(staging);
     start(copying());
     restore("/any", "/any");
@@ -342,7 +342,7 @@ TEST_F(RestoreQueueTest, OfADamagedJournalOnlyWholeLinesCountAndItIsTold) {
         EXPECT_EQ(RestoreJournal(path).open().damage, "");
         EXPECT_EQ(folder_.read("state/jobs.damaged") == each.text, each.isDamaged);
     }
-    EXPECT_NE(stagingPlaceFor("rel/a", false).folder, "rel"); // and comes to an end
+    EXPECT_NE(stagingPlaceFor("rel/a", false).folder, "rel"); // and terminates
 }
 
 TEST_F(RestoreQueueTest, WhatFailedOfManyJobsIsDroppedBeforeItTakesTheMemory) {
@@ -360,7 +360,7 @@ TEST_F(RestoreQueueTest, WhatFailedOfManyJobsIsDroppedBeforeItTakesTheMemory) {
     EXPECT_GT(queue_->failures(2).size(), 6U << 20U);
 }
 
-// A disk that is full or must not be written to takes no lock, which restic tries for 44 s.
+// On a full or read-only disk no lock can be written, which restic retries for 44 s.
 TEST_F(RestoreQueueTest, WhereNoLockCanBeMadeARestoreGoesWithoutOne) {
     folder_.write("home/a", "1");
     folder_.pretendBackUp();

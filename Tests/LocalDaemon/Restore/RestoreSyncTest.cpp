@@ -7,12 +7,12 @@
 #include <unistd.h>
 
 namespace {
-std::atomic<int> writebackError{0}; // as a disk has that takes no more
+std::atomic<int> writebackError{0}; // as of a failing disk
 std::atomic<int> syncs{0};
 } // namespace
 
 extern "C" int syncfs(int descriptor) noexcept {
-    errno = writebackError.exchange(0); // told once
+    errno = writebackError.exchange(0); // reported once
     if (errno != 0 || ::syscall(SYS_syncfs, descriptor) != 0)
         return -1;
     ++syncs;
@@ -37,7 +37,7 @@ TEST_F(RestoreSyncTest, WhatHasNotComeToTheDiskIsNamedAndReplacesNothing) {
     EXPECT_GE(syncs - before, 2) << "before and after the renames";
 }
 
-// Another spelling that leads to a file, as on a disk that ignores case.
+// A second spelling of a file's name, as on a case-insensitive disk.
 TEST(NameClashes, AreNamesOfWhichOneIsNoEntry) {
     const TemporaryFolder folder;
     for (const char* name : {"a", "b", "c"})

@@ -5,7 +5,7 @@ namespace {
 
 class RestoringDamagedTest : public RestoreQueueTest {
 protected:
-    // Flips a byte in the middle of each pack that holds contents of files.
+    // Flips a byte in the middle of each pack that contains file data.
     void damagePacks() const {
         for (const auto& entry : fs::recursive_directory_iterator(folder_ / "repository/data"))
             if (entry.is_regular_file() && entry.file_size() > 100'000) {
@@ -51,7 +51,7 @@ TEST_F(RestoringDamagedTest, WhatADamagedPackHeldIsNamedAndReplacesNothing) {
     }
 }
 
-// restic's index does not name the pack any more: restic itself brings nothing of such a snapshot.
+// restic's index no longer lists the pack: restic itself restores nothing of such a snapshot.
 TEST_F(RestoringDamagedTest, WhatIsLostTakesNothingElseWithIt) {
     for (const char* name : {"odd \xff[1]/whole", "odd x[1]/whole", "odd \xff[1]/lost 2"})
         folder_.write(std::string("home/unread/") + name, "whole");
@@ -83,7 +83,7 @@ TEST_F(RestoringDamagedTest, AnErrorWhoseFileIsNotKnownFailsEverythingItMayBeAbo
     for (const char* name : {"in/a", "in/deep/b", "out"})
         folder_.write(std::string("home/") + name, "12345");
     folder_.pretendBackUp();
-    // One that this user may not make, which the index does not have.
+    // A device, which this user cannot create and the index does not contain.
     const std::string device = home("in/null: a");
     start(script("if [ $1 = ls ]; then echo '{\"struct_type\":\"node\",\"type\":\"dev\",\"path\":\"" +
                  device + "\"}'; exit; fi\necho \"ignoring error for " + device +

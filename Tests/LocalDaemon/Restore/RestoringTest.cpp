@@ -74,12 +74,12 @@ TEST_F(RestoringTest, ThePlaceAddsNoRightsAndMissingFoldersComeAsTheyWere) {
     expected.erase("/g");
     EXPECT_EQ(picture(home("d")), expected);
     EXPECT_EQ(modeOf(home("d")), 0750U);
-    restore(home("d/e/f"), folder_ / "new/e/f"); // no folder that the backup knows
+    restore(home("d/e/f"), folder_ / "new/e/f"); // no folder in the backup
     EXPECT_EQ(modeOf(folder_ / "new"), 0700U);
     EXPECT_EQ(modeOf(folder_ / "new/e"), 0700U);
 }
 
-// More of them than one call of restic can name.
+// More files than one call of restic can name.
 TEST_F(RestoringTest, AnAccessRuleOfAFolderIsNotInheritedByWhatComesLater) {
     constexpr int count = 420;
     const auto name = [](int number) { return "d/" + std::string(240, 'n') + std::to_string(number); };
@@ -122,7 +122,7 @@ TEST_F(RestoringTest, AttributesOfWhatNobodyMayWriteComeBackAndWriteProtectedFol
         fs::create_directories(home(name));
     for (const char* name : {"d/f", "d/g", "d/e/f", "d/r"})
         folder_.write(std::string("home/") + name, name);
-    for (const char* name : {"d/rule", "d/r"}) // which restic then sets before the others
+    for (const char* name : {"d/rule", "d/r"}) // which restic sets before the others
         setRule(home(name), "system.posix_acl_access");
     for (const auto& [name, mode] : items) {
         ASSERT_EQ(::setxattr(home(name).c_str(), "user.saved", name, 2, 0), 0) << name;
@@ -155,7 +155,7 @@ TEST_F(RestoringTest, AttributesOfWhatNobodyMayWriteComeBackAndWriteProtectedFol
     }
 }
 
-// Either the one who restores may not give it, or restic has not.
+// Either this user may not set the owner, or restic has not restored it.
 TEST_F(RestoringTest, WithoutItsOwnerAFileHasNoRightsOfItsOwnersAndGroup) {
     folder_.write("home/program", "1");
     fs::permissions(home("program"), static_cast<fs::perms>(06774));
@@ -226,7 +226,7 @@ TEST_F(RestoringTest, ADevicePipeOrSocketIsNotReplacedAndALongPathIsReached) {
     EXPECT_EQ(folder_.read(deep + "/f"), "deep");
 }
 
-// Calls `work` where a new disk is mounted in the folder, which only root may do.
+// Calls `work` with a new disk mounted at the folder, which only root may do.
 template <class Work>
 void onDisk(const char* kind, const std::string& folder, const char* options, Work work) {
     bool isMounted = false;
@@ -241,7 +241,7 @@ void onDisk(const char* kind, const std::string& folder, const char* options, Wo
         GTEST_SKIP() << "needs root, to mount a disk";
 }
 
-// A small disk that is mounted in the folder: nothing can be moved onto it from beside it.
+// A small disk mounted in the folder: files beside it cannot be renamed onto it.
 TEST_F(RestoringTest, WhatComesToAnotherDiskIsRestoredByItselfAndOnlyWhereItFits) {
     for (const char* name : {"disk/f", "g"})
         folder_.write(std::string("home/") + name, name);
@@ -251,7 +251,8 @@ TEST_F(RestoringTest, WhatComesToAnotherDiskIsRestoredByItselfAndOnlyWhereItFits
     onDisk("tmpfs", folder_ / "out/disk", "size=128k", [&] {
         start();
         EXPECT_EQ(queue_->failures(restore(folder_.home(), folder_ / "out")),
-                  home("disk/f") + ": its folder is on a different disk; restore it separately\n");
+                  home("disk/f") +
+                      ": its folder is not on the disk of the other items; restore it separately\n");
         EXPECT_EQ(folder_.read("out/g"), "g");
         EXPECT_EQ(queue_->failures(restore(home("disk/f"), folder_ / "out/disk/f")), "");
         EXPECT_EQ(folder_.read("out/disk/f"), "disk/f");
@@ -271,12 +272,12 @@ TEST_F(RestoringTest, WhereTheDiskKeepsNoAclsWhatHadOneIsForItsOwnerAlone) {
     folder_.backUp();
     fs::create_directory(folder_ / "out");
     onDisk("ramfs", folder_ / "out", "", [&] {
-        for (const std::uint64_t room : {std::uint64_t{1} << 30U, std::uint64_t{4096}}) { // then it streams
+        for (const std::uint64_t room : {std::uint64_t{1} << 30U, std::uint64_t{4096}}) { // then streamed
             adjust_ = [&](RestoreQueue::Options& options) {
                 options.freeSpace = [=](auto&) { return room; };
             };
             start();
-            const std::string why = ": only its owner has access: the disk does not keep its ACL\n";
+            const std::string why = ": only its owner has access: the file system does not keep its ACL\n";
             EXPECT_EQ(queue_->failures(restore(folder_.home(), folder_ / "out/h")),
                       home("d/f") + why + home("e") + why);
             EXPECT_EQ(modeOf(folder_ / "out/h/d/f") & 077U, 0U);
@@ -310,14 +311,14 @@ TEST_F(RestoringTest, TheJournalRemovesNothingButStagingFolders) {
 TEST_F(RestoringTest, ARestoreThatCannotBeginSaysWhy) {
     std::string said;
     const auto say = [&](const std::string& reason) { said = reason.empty() ? said : reason; };
-    adjust_ = [&](auto& options) { options.onWait = options.onRefusal = options.onUnkept = say; };
-    start("/no/such/program"); // and what is in the backup is not known
+    adjust_ = [&](auto& options) { options.onWait = options.onRefusal = options.onJobNotSaved = say; };
+    start("/no/such/program"); // and the repository is not listed
     const std::uint32_t job = restore(home("a"), folder_ / "a");
     EXPECT_NE(queue_->failures(job).find("/no/such/program"), std::string::npos) << queue_->failures(job);
     EXPECT_NE(said, "");
     queue_.reset();
     fs::remove_all(folder_ / "state");
-    folder_.write("state", "no folder"); // as on a disk that takes nothing any more
+    folder_.write("state", "no folder"); // like a disk that cannot be written
     folder_.write("home/a", "1");
     folder_.pretendBackUp();
     start(copying());

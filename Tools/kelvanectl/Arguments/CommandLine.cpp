@@ -19,7 +19,7 @@ constexpr const char* commandGroup = "Commands";
 constexpr std::size_t longestSocketPath = 103;
 constexpr double longestTimeout = 1e6; // seconds
 
-constexpr const char* summary = "Asks the backup daemon, and tells it what to do.";
+constexpr const char* summary = "Shows the state of the backup daemon, and controls it.";
 constexpr const char* footer =
     "\"kelvanectl COMMAND --help\" describes one command; the man page kelvanectl(1) all of them.\n\n"
     "Exit status: 0; 1 when the daemon cannot be reached or is lost, or a path to restore is not in the\n"
@@ -48,8 +48,8 @@ std::string namesOf(const std::vector<const CLI::App*>& commands) {
     return names;
 }
 
-// Where several words may follow, CLI11 takes "[a,b]" for a list of two and "[]" for nothing. With a mark
-// before it, which is removed when CLI11 has taken it, it is a word like any other.
+// For an option with several values, CLI11 parses "[a,b]" as a list of two and "[]" as an empty one. A mark
+// before the bracket, which is removed after parsing, makes it an ordinary word.
 void keepBracketsLiteral(CLI::App& command, std::vector<std::string>& words) {
     constexpr char mark = '\x01';
     const std::vector<CLI::Option*> options = command.get_options();
@@ -129,8 +129,8 @@ CLI::App* subcommandNamed(const CLI::App& group, const std::string& name) {
     }
 }
 
-// Reads the options before the name of a command or an action, which is taken from the words with them. What
-// stands behind the name is the command's own.
+// Parses the options before the name of a command or an action, and removes them and the name from the words.
+// The remaining words belong to the command.
 CLI::App& CommandLine::chosen(CLI::App& group, std::vector<std::string>& words) {
     const bool isProgram = &group == &program_;
     CLI::App options;
@@ -167,7 +167,7 @@ std::string CommandLine::daemonPath() const {
         throw CLI::ValidationError("--daemon", "the path is empty");
     if (path.empty())
         throw CLI::ValidationError(
-            "--daemon", "there is no folder for the daemon's socket that only you can reach; name a socket");
+            "--daemon", "there is no private folder for the daemon's socket; specify the path of a socket");
     if (path.size() > longestSocketPath)
         throw CLI::ValidationError(isFromEnvironment ? "KELVANE_DAEMON" : "--daemon",
                                    "the path of a socket has at most 103 bytes");
@@ -176,7 +176,7 @@ std::string CommandLine::daemonPath() const {
 
 void CommandLine::addSharedOptions(CLI::App& app) {
     app.add_option("--daemon", settings_.daemonPath,
-                   "The daemon's socket (default: $KELVANE_DAEMON, or its usual place)")
+                   "The daemon's socket (default: $KELVANE_DAEMON or the user's own daemon)")
         ->type_name("SOCKET");
     app.add_option_function<std::string>(
            "--timeout", [this](const std::string& text) { settings_.timeout = timeoutFromText(text); },

@@ -20,7 +20,7 @@ enum class ExitStatus : int {
 };
 
 struct Settings {
-    std::optional<std::string> daemonPath; // Empty for the default socket.
+    std::optional<std::string> daemonPath; // None for $KELVANE_DAEMON or the default socket.
     std::chrono::milliseconds timeout{3000};
     bool json = false;
 };
@@ -40,8 +40,8 @@ struct CommandRow {
 // Returns null when there is none with this name.
 [[nodiscard]] CLI::App* subcommandNamed(const CLI::App& group, const std::string& name);
 
-// The program's commands and what was typed. The options that every command takes may stand anywhere, except
-// behind the first argument of a command that takes its arguments raw.
+// The program's commands and the parsed command line. The options that every command takes may be anywhere,
+// except after the first argument of a command that takes its arguments raw.
 class CommandLine {
 public:
     explicit CommandLine(std::span<const CommandRow> commands);

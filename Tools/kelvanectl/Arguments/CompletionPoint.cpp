@@ -10,7 +10,7 @@ const CLI::Option* optionWithValue(const CLI::App& command, const std::string& w
     return option && option->nonpositional() && option->get_items_expected_max() > 0 ? option : nullptr;
 }
 
-// Processes a complete word; the values of an option belong to it.
+// Updates the point by a complete word: an option, its value, a subcommand or an argument.
 void takeWord(CompletionPoint& point, const std::string& word) {
     if (point.option) {
         if (point.option->check_lname("daemon"))

@@ -18,7 +18,7 @@ std::string HelpFormatter::make_description(const CLI::App* app) const {
     return app->get_description() + "\n\n";
 }
 
-// Raw arguments are no options of CLI11.
+// CLI11 does not show raw arguments, since it has no option for them.
 std::string HelpFormatter::make_usage(const CLI::App* app, std::string name) const {
     std::string usage = CLI::Formatter::make_usage(app, std::move(name));
     if (app->get_prefix_command())

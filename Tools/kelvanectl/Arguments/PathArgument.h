@@ -7,10 +7,10 @@
 
 namespace kelvane::ctl {
 
-// The path as the daemon is asked for it, below its volume's name: what is relative begins at the working
-// folder, "." is dropped, and ".." leaves the folder that a link stands for, as it does for the system. A
-// path in a volume that is not there stays as it is: the backup may hold it. A name is taken byte for byte,
-// or, when nothing of that name is there, as commands print it.
+// Converts a path to the form that the daemon uses, which begins with the volume's name. A relative path
+// begins at the working folder, "." is dropped, and ".." after a link leaves the folder that the link leads
+// to, as in the kernel. A path in an unknown volume is not changed, since the backup may contain it. A name
+// is taken byte for byte or, when no such file exists, as the printed form of a name.
 //
 // Throws CLI::ParseError for the empty path.
 [[nodiscard]] std::string volumePathFromText(const std::string& text, const Volumes& volumes);
@@ -23,7 +23,7 @@ struct PathReadings {
 [[nodiscard]] PathReadings pathReadings(const std::string& text, const Volumes& volumes);
 
 // Returns the real path of the daemon's volume path, escaped for a terminal. A path in an unknown volume
-// is not changed.
+// keeps the volume's name.
 [[nodiscard]] std::string shownPath(const std::string& volumePath);
 
 inline constexpr const char* unknownPath = "the daemon does not know this path";

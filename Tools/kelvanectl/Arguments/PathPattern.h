@@ -15,9 +15,9 @@ public:
 
     [[nodiscard]] bool isPattern() const { return isPattern_; }
     [[nodiscard]] bool matches(const std::string& volumePath) const;
-    // The volume paths of what is on the disk and matches, without what is in a folder that does. Links are
-    // not followed. Throws std::filesystem::filesystem_error when the folder that it begins with cannot be
-    // read; others that cannot are passed over.
+    // Returns the volume paths of matching files and folders on the disk, without the contents of a matching
+    // folder. Links are not followed. Throws std::filesystem::filesystem_error when the folder above the
+    // first asterisk cannot be read; other unreadable folders are skipped.
     [[nodiscard]] std::vector<std::string> matchesOnDisk() const;
 
 private:

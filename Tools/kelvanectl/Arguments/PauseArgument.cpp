@@ -15,7 +15,7 @@ std::optional<std::tm> calendarFrom(const std::string& text, const char* format,
     return end != nullptr && *end == '\0' ? std::optional(calendar) : std::nullopt;
 }
 
-// Adds days of the calendar, since daylight saving time may change their length.
+// Adds calendar days, not multiples of 24 hours, because daylight saving time may begin or end in between.
 std::time_t timeOf(std::tm calendar, int daysLater = 0) {
     calendar.tm_mday += daysLater;
     calendar.tm_sec = 0;

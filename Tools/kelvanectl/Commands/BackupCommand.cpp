@@ -18,7 +18,7 @@ struct Look {
     bool isBackupNeeded = false;
     bool hasUnreadFiles = false;
     std::uint64_t damagedFiles = 0;
-    bool isDamaged = false; // Or earlier versions are damaged, which does not prevent a backup.
+    bool isDamaged = false; // Damage is known, perhaps of earlier versions only; backups go on.
 
     [[nodiscard]] bool isAtWork() const {
         return isWorking(serviceState) || (serviceState == ServiceState::OperationsMessage && isDamaged);
@@ -45,15 +45,15 @@ ExitStatus refuse(const Look& look) {
                              : look.name));
 }
 
-// Requests a backup, which ends a pause. A disabled backup stays disabled.
-ExitStatus order(const CommandLine& line, Patience patience, Look& look) {
+// Ends a pause and requests a backup of everything. When the backup is disabled it stays disabled.
+ExitStatus order(const CommandLine& line, AnswerTimeout answerTimeout, Look& look) {
     const std::string everything = Volumes::current().volumePath("/");
     const auto ask = [&](Session& session) {
         session.state().setPausedMinutes(0);
         session.state().setPriorityBackup(everything);
         look = lookAt(session);
     };
-    return askDaemon(line, ask, patience);
+    return askDaemon(line, ask, answerTimeout);
 }
 
 ExitStatus waitForEnd(const CommandLine& line, Look& look) {
@@ -65,18 +65,17 @@ ExitStatus waitForEnd(const CommandLine& line, Look& look) {
 
 ExitStatus backUpNow(const CommandLine& line, bool waits) {
     Look look;
-    ExitStatus status = order(line, waits ? Patience::Long : Patience::Usual, look);
+    ExitStatus status = order(line, waits ? AnswerTimeout::Long : AnswerTimeout::Usual, look);
     if (status == ExitStatus::Success && waits)
         status = waitForEnd(line, look);
     if (status == ExitStatus::Success && !look.isAtWork())
         status = refuse(look);
     else if (status == ExitStatus::Success && waits && look.damagedFiles > 0)
         status = complain(ExitStatus::Incomplete, std::to_string(look.damagedFiles) +
-                                                      " files in the backup are damaged; \"kelvanectl "
-                                                      "status\" says more");
+                                                      " files in the backup are damaged; see \"kelvanectl "
+                                                      "status\"");
     else if (status == ExitStatus::Success && waits && look.hasUnreadFiles)
-        status =
-            complain(ExitStatus::Incomplete, "some files could not be read; \"kelvanectl status\" says more");
+        status = complain(ExitStatus::Incomplete, "some files could not be read; see \"kelvanectl status\"");
     if (status != ExitStatus::Success || !line.settings().json)
         return status;
     return finishWith(jsonText(

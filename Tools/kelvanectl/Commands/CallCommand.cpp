@@ -56,15 +56,15 @@ bool isVoid(const Call& call) {
     return call.signature.returnLength() == 0;
 }
 
-// A call whose connection is lost also returns zero or nothing, and a method without a result has no
-// answer.
+// Zero and nothing are also returned by a call whose connection is lost, and the daemon does not answer a
+// method without a result.
 bool needsConfirmation(const Call& call, const Value& result) {
     const bool endsTheDaemon = call.selector == "terminate"; // The daemon may end before it answers.
     return isVoid(call) ? !endsTheDaemon : result.isAbsent() || (result.isNumber() && !result.boolValue());
 }
 
 nlohmann::ordered_json resultJson(const Call& call, const Value& result) {
-    if (call.signature.returnType == "c") // The type code of a boolean in the whole table.
+    if (call.signature.returnType == "c") // Stands for a boolean in the whole table.
         return result.boolValue();
     return jsonFromPropertyList(result);
 }

@@ -93,7 +93,7 @@ Candidates exclusions(const CommandLine& line) {
     });
 }
 
-// Returns the ids of the alerts, or the actions of one.
+// Returns the ids of the alerts or, after an id, the actions of that alert.
 Candidates alertWords(const CommandLine& line, const CompletionPoint& point) {
     return askedFor(line, [&](Session& session) {
         session.state().updateDaemonState();

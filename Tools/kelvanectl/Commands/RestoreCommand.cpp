@@ -85,7 +85,7 @@ ExitStatus resolve(const CommandLine& line, std::vector<std::string>& texts, con
             const bool isPrinted = printed && isInBackup(session, *printed);
             const bool isTyped = printed && isInBackup(session, typed);
             if (isPrinted && isTyped)
-                doubtful = texts[at] + " may be either of two files: write " + realPath(typed) +
+                doubtful = texts[at] + " may mean either of two files: write " + realPath(typed) +
                            " for the file with exactly this name, or " +
                            quotedBytes(pathFromText(realPath(*printed))) +
                            " for the file whose name is printed like this";
@@ -136,7 +136,7 @@ std::vector<std::string> missingPaths(Session& session, const std::vector<Job>& 
 
 void order(Session& session, std::vector<Job>& jobs) {
     for (Job& job : jobs)
-        if (const auto daemon = session.state().proxy()) { // A lost connection is reported elsewhere.
+        if (const auto daemon = session.state().proxy()) { // `askDaemon` reports a lost connection.
             job.number = daemon->call<"restoreFile:toPath:version:priority:">(
                 job.path, job.target, latestVersion, restorestatus::defaultPriority);
             if (job.number == 0)
@@ -160,12 +160,13 @@ bool isOpen(const Job& job) {
     return job.number != 0 && !restorestatus::hasEnded(job.status);
 }
 
-// Prints the daemon's progress once a minute.
+// Prints why the restore waits, or the progress of listing the repository, when it has changed and at most
+// once a minute.
 class WaitReport {
 public:
     void tell(Session& session) {
         session.state().updateDaemonState();
-        std::string text; // The last and most informative one.
+        std::string text; // The last such alert is the most specific one.
         for (const StandingAlert& alert : session.state().alerts())
             if (alert.id == restorestatus::waitAlert || alert.id == restorestatus::listingAlert)
                 text = alert.title + ' ' + alert.text;

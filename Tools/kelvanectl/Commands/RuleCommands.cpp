@@ -30,7 +30,7 @@ struct Change {
     Patterns patterns;
     Check check;
     bool takesVolumes;
-    std::uint32_t (*apply)(KelvaneProxy& daemon, const std::string& path); // Returns 0 or an error number.
+    std::uint32_t (*apply)(KelvaneProxy& daemon, const std::string& path); // Returns 0 or an errno value.
     std::string_view missing;                                              // The text for ENOENT.
 };
 
@@ -101,7 +101,7 @@ Request requestFrom(const std::string& text, const Change& change, const Volumes
     return request;
 }
 
-// A path with an asterisk in its name is matched literally.
+// Returns the excluded paths that match; only the path itself when a path with just this text is excluded.
 std::vector<std::string> excludedMatches(const std::string& path, const Daemon& daemon,
                                          const Volumes& volumes) {
     const PathPattern pattern(path, volumes);
@@ -128,7 +128,7 @@ std::vector<Outcome> outcomesOf(const Request& request, const Change& change, co
     if (outcomes.empty())
         outcomes.push_back({request.path, change.patterns == Patterns::OnDisk
                                               ? "there is no file or folder that matches"
-                                              : "nothing that is excluded matches"});
+                                              : "no excluded path matches"});
     return outcomes;
 }
 
@@ -147,7 +147,7 @@ ExitStatus finishWithOutcomes(const CommandLine& line, const std::vector<Outcome
         }
     }
     if (!text.empty() && change.patterns == Patterns::OnDisk)
-        text += "Excluded as listed; what matches later is not excluded.\n";
+        text += "Excluded the paths above; files that match later are not excluded.\n";
     const ExitStatus written = finishWith(line.settings().json ? jsonText(json, true) : text);
     return status == ExitStatus::Success ? written : status;
 }
@@ -160,7 +160,7 @@ ExitStatus apply(const CommandLine& line, const Change& change, const std::vecto
     std::vector<Outcome> outcomes;
     const ExitStatus status = askDaemon(line, [&](Session& session) {
         for (const Request& request : requests)
-            if (const Daemon daemon = session.state().proxy()) // A lost connection is reported elsewhere.
+            if (const Daemon daemon = session.state().proxy()) // `askDaemon` reports a lost connection.
                 std::ranges::move(outcomesOf(request, change, daemon, volumes), std::back_inserter(outcomes));
     });
     return status == ExitStatus::Success ? finishWithOutcomes(line, outcomes, change) : status;

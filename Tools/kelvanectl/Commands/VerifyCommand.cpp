@@ -14,7 +14,7 @@ struct Look {
     Value date;
     std::string outcome;
     std::uint64_t damagedFiles = 0;
-    bool isDamaged = false; // Or earlier versions are damaged.
+    bool isDamaged = false; // Damage is known, perhaps of earlier versions only.
 };
 
 Look lookAt(Session& session) {

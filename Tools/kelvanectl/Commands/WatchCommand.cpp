@@ -20,7 +20,7 @@ ExitStatus statusOfFailedOutput(int error) {
 
 ExitStatus watchDaemon(const CommandLine& line) {
     const std::string path = line.daemonPath();
-    const std::chrono::milliseconds patience = line.settings().timeout;
+    const std::chrono::milliseconds timeout = line.settings().timeout;
     ExitStatus status = ExitStatus::Success;
 
     const auto loop = std::make_shared<PollLoop>();
@@ -31,9 +31,9 @@ ExitStatus watchDaemon(const CommandLine& line) {
     LinkBreaker breaker;
     std::shared_ptr<DaemonWatch> watch;
     WatchGuard guard(
-        *loop, breaker, patience, [&] { return events.wasActive(); },
-        [&] { watch->reconnect("no answer within " + durationText(patience)); });
-    const Timer notice = loop->schedule(patience, MainLoop::Repeat::Once, [&] {
+        *loop, breaker, timeout, [&] { return events.wasActive(); },
+        [&] { watch->reconnect("no answer within " + durationText(timeout)); });
+    const Timer notice = loop->schedule(timeout, MainLoop::Repeat::Once, [&] {
         if (!watch->wasEverConnected())
             complain(status, "no daemon answers at " + path + " yet; waiting for one");
     });

@@ -1,4 +1,4 @@
-# Completion of kelvanectl for bash. kelvanectl itself says what may come.
+# Completion of kelvanectl for bash. kelvanectl itself finds the candidates.
 
 _kelvanectl() {
     local line word

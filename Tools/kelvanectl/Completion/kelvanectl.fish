@@ -1,4 +1,4 @@
-# Completion of kelvanectl for fish. kelvanectl itself says what may come.
+# Completion of kelvanectl for fish. kelvanectl itself finds the candidates.
 
 function __kelvanectl_complete
     set -l tokens (commandline -opc)

@@ -16,7 +16,7 @@ using Json = nlohmann::ordered_json;
 
 std::string compact(const Value& value) {
     std::string text = jsonText(jsonFromPropertyList(value), true);
-    text.pop_back(); // Removes the line end.
+    text.pop_back(); // The line end.
     return text;
 }
 
@@ -35,7 +35,7 @@ std::vector<std::string> changedKeys(const Dictionary& before, const Dictionary&
 std::string entryText(const Dictionary& state, const std::string& key, const Bundle& bundle) {
     const Value* value = state.find(key);
     if (!value)
-        return key + " gone";
+        return key + " removed";
     const std::string name =
         key == statekey::serviceState
             ? stringForKelvaneServiceState(static_cast<ServiceState>(value->uint32Value()), bundle)
@@ -78,7 +78,7 @@ void DaemonWatch::reconnect(const std::string& reason) {
     state_.onBegin();
 }
 
-// Called for every close, including one right after another.
+// The notification comes for every close, also for several in a row; only changes are written.
 void DaemonWatch::connectionChanged() {
     if (state_.connected() == connected_)
         return;
@@ -92,12 +92,12 @@ void DaemonWatch::connectionChanged() {
     breaker_.setProxy(state_.proxy());
     const std::string& path = bundle_->information("DaemonPath").stringValue();
     events_.write("connected", path, Json::object({{"daemon", path}}));
-    // The daemon sends callbacks only after these calls.
+    // The daemon sends these two kinds of callbacks only after these calls.
     state_.setStateHandler();
     state_.setAlertHandler();
 }
 
-// A missing answer is no state, but the next state then counts as changed.
+// A missing answer is not written, but makes every key of the next state count as changed.
 void DaemonWatch::stateChanged(const Value& state) {
     const Value before = std::exchange(lastState_, state);
     if (!state.isDictionary())

@@ -16,7 +16,7 @@ public:
         proxy_.swap(proxy);
     }
 
-    // May be called on any thread. The call then returns 0 or nothing, and no delegate is notified.
+    // May be called on any thread. The blocked call returns 0 or nothing; no delegate is notified.
     void breakLink() {
         std::shared_ptr<KelvaneProxy> proxy;
         {

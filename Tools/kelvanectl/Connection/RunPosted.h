@@ -4,8 +4,8 @@
 
 namespace kelvane::ctl {
 
-// Runs the tasks posted to the loop so far, even after `quit`. Also the last use of a loop in a program,
-// since a remaining task may own the object that owns the loop.
+// Runs the tasks posted to the loop so far, even after `quit`. A program also calls this as its last use of
+// the loop, since a task that stays in the loop may own an object that owns the loop.
 inline void runPosted(PollLoop& loop) {
     bool done = false;
     loop.post([&] {

@@ -14,7 +14,7 @@ namespace kelvane::ctl {
 namespace {
 
 constexpr std::chrono::milliseconds betweenAsking(300);
-constexpr int longPatience = 10; // Times the usual timeout.
+constexpr int longTimeoutFactor = 10; // Relative to the usual timeout.
 
 // A daemon on the default socket is the user's service, if there is a service manager.
 std::string wayToStart(const std::string& path) {
@@ -33,16 +33,16 @@ std::string obstacleAt(const std::string& path) {
     if (status.st_uid == 0 || status.st_uid == ::geteuid())
         return "if it is not running, " + wayToStart(path);
     const std::string owner = std::to_string(status.st_uid);
-    return "it is another user's, " + SystemAccounts().userName(status.st_uid).value_or(owner) +
-           "; ask it as that user";
+    return "it belongs to another user, " + SystemAccounts().userName(status.st_uid).value_or(owner) +
+           "; run kelvanectl as that user";
 }
 
 } // namespace
 
-Session::Session(const CommandLine& line, Patience patience)
+Session::Session(const CommandLine& line, AnswerTimeout answerTimeout)
     : daemonPath_(line.daemonPath()),
       timeout_(line.settings().timeout),
-      answerTimeout_(timeout_ * (patience == Patience::Long ? longPatience : 1)),
+      answerTimeout_(timeout_ * (answerTimeout == AnswerTimeout::Long ? longTimeoutFactor : 1)),
       bundle_(std::make_shared<const Bundle>(Value(Dictionary{{"DaemonPath", daemonPath_}}))),
       state_(loop_, notifications_, bundle_) {
     connectionObserver_ = notifications_->observe(KelvaneBackupStateConnectionChangedNotification, &state_,
@@ -59,7 +59,7 @@ Session::~Session() {
 
 bool Session::connect() {
     state_.onBegin();
-    loop_->run(); // Until connected or timed out.
+    loop_->run();
     if (stands() && answerTimeout_ > timeout_)
         deadlineLoop_.post([this] { startDeadline(answerTimeout_); });
     return stands();
@@ -109,7 +109,7 @@ void Session::connectionChanged() {
     loop_->quit();
 }
 
-// Called on the deadline's thread, and before that starts.
+// Called on the deadline's thread, or before that thread starts.
 void Session::startDeadline(std::chrono::milliseconds duration) {
     deadline_ = deadlineLoop_.schedule(duration, MainLoop::Repeat::Once, [this] { expire(); });
 }
@@ -123,8 +123,8 @@ void Session::expire() {
 }
 
 ExitStatus askDaemon(const CommandLine& line, const std::function<void(Session& session)>& ask,
-                     Patience patience) {
-    Session session(line, patience);
+                     AnswerTimeout answerTimeout) {
+    Session session(line, answerTimeout);
     if (session.connect())
         ask(session);
     return session.confirm() ? ExitStatus::Success : complain(ExitStatus::Failed, session.failure());
@@ -132,7 +132,7 @@ ExitStatus askDaemon(const CommandLine& line, const std::function<void(Session& 
 
 ExitStatus askUntil(const CommandLine& line, const std::function<bool(Session& session)>& ask) {
     while (true) {
-        Session session(line, Patience::Long);
+        Session session(line, AnswerTimeout::Long);
         bool isEnough = session.connect() && ask(session);
         while (session.confirm() && !isEnough) {
             session.wait(betweenAsking);

@@ -14,24 +14,24 @@
 namespace kelvane::ctl {
 
 // The timeout for the daemon's answers.
-enum class Patience {
+enum class AnswerTimeout {
     Usual, // The timeout of the whole command.
     Long,  // Ten times that, for commands that wait for hours: a busy daemon may be slow.
 };
 
-// The connection of a command that asks the daemon something and ends. The time for all of it runs from the
-// start, or from the last `wait`; when it is over, a thread of its own ends the link, so that no call waits
-// longer than that.
+// The connection of a command that calls the daemon and exits. One timeout covers the whole session; `wait`
+// restarts it. When it expires, a separate thread closes the connection, so that no call blocks for longer.
 //
-// Everything else is on the main thread. A link that was lost stays lost, whatever comes after.
+// Everything else is on the main thread. A lost connection stays lost, even if it is established again.
 class Session {
 public:
     // Throws CLI::ParseError when there is no path to connect to.
-    explicit Session(const CommandLine& line, Patience patience = Patience::Usual);
+    explicit Session(const CommandLine& line, AnswerTimeout answerTimeout = AnswerTimeout::Usual);
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
+    // Blocks until connected or timed out.
     [[nodiscard]] bool connect();
     // A call that is cut off by a lost connection or a timeout returns 0 or nothing, which are also
     // valid results. Returns true when the results so far came from the daemon: it still answers, and
@@ -49,7 +49,7 @@ public:
     [[nodiscard]] bool wasLost() const { return lost_; }
     // Whether the connection has been open without interruption.
     [[nodiscard]] bool stands() const { return connectedOnce_ && !lost_ && !expired_; }
-    // Returns the reason in one line when it has not.
+    // Why `stands` is false, in one line.
     [[nodiscard]] std::string failure() const;
 
 private:
@@ -78,7 +78,7 @@ private:
 // Runs `ask` on one connection. On success every result came from the daemon. Otherwise the failure has
 // been reported, and the results are invalid.
 [[nodiscard]] ExitStatus askDaemon(const CommandLine& line, const std::function<void(Session& session)>& ask,
-                                   Patience patience = Patience::Usual);
+                                   AnswerTimeout answerTimeout = AnswerTimeout::Usual);
 
 // Repeats `ask` on one connection until it returns true. A lost connection, as during a restart of the
 // daemon, is established again and the query repeated. Uses the long timeout.

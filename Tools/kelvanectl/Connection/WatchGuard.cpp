@@ -9,16 +9,16 @@ namespace kelvane::ctl {
 
 using namespace std::chrono_literals;
 
-WatchGuard::WatchGuard(PollLoop& mainLoop, LinkBreaker& breaker, std::chrono::milliseconds patience,
-                       std::function<bool()> isAtWork, std::function<void()> stoodStill)
+WatchGuard::WatchGuard(PollLoop& mainLoop, LinkBreaker& breaker, std::chrono::milliseconds timeout,
+                       std::function<bool()> isAtWork, std::function<void()> stalled)
     : mainLoop_(mainLoop),
       breaker_(breaker),
       isAtWork_(std::move(isAtWork)),
-      stoodStill_(std::move(stoodStill)),
+      stalled_(std::move(stalled)),
       signals_(loop_, {SIGINT, SIGTERM}, [this](int) { interrupt(); }),
       // Waits for no event, so that only a closed reader is reported.
       output_(loop_.watchDescriptor(STDOUT_FILENO, 0, [this] { outputClosed(); })),
-      looking_(loop_.schedule(std::max(patience / 2, 1ms), MainLoop::Repeat::Always, [this] { look(); })),
+      looking_(loop_.schedule(std::max(timeout / 2, 1ms), MainLoop::Repeat::Always, [this] { look(); })),
       thread_([this] { loop_.run(); }) {}
 
 WatchGuard::~WatchGuard() {
@@ -28,7 +28,7 @@ WatchGuard::~WatchGuard() {
 }
 
 void WatchGuard::interrupt() {
-    // Uses a signal because this thread, too, may be blocked by a writing thread.
+    // A signal handler ends the process, because this thread, too, may be blocked by the writing thread.
     std::signal(SIGALRM, [](int) { ::_exit(0); });
     ::alarm(1);
     mainLoop_.quit();
@@ -48,7 +48,7 @@ void WatchGuard::look() {
         breaker_.breakLink();
         mainLoop_.post([this] {
             reported_ = false;
-            stoodStill_();
+            stalled_();
         });
     }
 }

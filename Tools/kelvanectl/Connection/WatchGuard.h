@@ -10,21 +10,20 @@
 
 namespace kelvane::ctl {
 
-// Looks after a program that runs until it is interrupted and whose main thread may be blocked in a call to
-// the daemon. On a thread of its own it
-// - ends the main loop on SIGINT and SIGTERM, and when nobody reads standard output any more;
-// - breaks the link when the main loop has stood still for the given patience, as two looks half of it apart
-// find,
-//   and then has it run `stoodStill`; `isAtWork` says, on that thread, whether it has a reason to stand
-//   still.
+// Supervises a program that runs until it is interrupted and whose main thread may be blocked in a call to
+// the daemon. On a separate thread it
+// - quits the main loop on SIGINT and SIGTERM, and when the reader of standard output closes it;
+// - closes the connection when the main loop has not run a task for the timeout, which is checked twice in
+//   that time, and then runs `stalled` in the loop. Not while `isAtWork`, which is called on that thread,
+//   returns true.
 //
-// Made on the main thread before any other thread, destroyed there. When the main thread does not come to an
-// end within a second of a signal, because whoever reads standard output has stopped, the process ends all
-// the same.
+// Created on the main thread before any other thread, destroyed there. When the main thread does not end
+// within a second of an interruption, because it is blocked while writing to standard output, the process
+// exits with status 0.
 class WatchGuard {
 public:
-    WatchGuard(PollLoop& mainLoop, LinkBreaker& breaker, std::chrono::milliseconds patience,
-               std::function<bool()> isAtWork, std::function<void()> stoodStill);
+    WatchGuard(PollLoop& mainLoop, LinkBreaker& breaker, std::chrono::milliseconds timeout,
+               std::function<bool()> isAtWork, std::function<void()> stalled);
     ~WatchGuard();
     WatchGuard(const WatchGuard&) = delete;
     WatchGuard& operator=(const WatchGuard&) = delete;
@@ -37,7 +36,7 @@ private:
     PollLoop& mainLoop_;
     LinkBreaker& breaker_;
     const std::function<bool()> isAtWork_;
-    const std::function<void()> stoodStill_;
+    const std::function<void()> stalled_;
     std::atomic<bool> turned_{true}; // Set by the main loop since the last check.
     std::atomic<bool> reported_{false};
 

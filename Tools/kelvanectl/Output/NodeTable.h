@@ -16,9 +16,9 @@ struct NodeRow {
 
 enum class Columns { Usual, WithFlags };
 
-// A line for each item below a header: its state, its size, when it was last backed up, and its name, which
-// may be of any width and therefore stands last. On a terminal the name has the colour of the bullet that the
-// settings pane shows beside it. For programs an array of the nodes' dictionaries.
+// Prints a header and a line for each item: its state, its size, when it was last backed up, and its name,
+// which is last because it may have any width. On a terminal the name has the colour of the item's bullet in
+// the settings pane. With --json, prints an array of the nodes' dictionaries.
 [[nodiscard]] ExitStatus finishWithNodes(const CommandLine& line, const std::vector<NodeRow>& rows,
                                          Columns columns = Columns::Usual);
 

@@ -30,7 +30,8 @@ ExitStatus complain(ExitStatus status, std::string_view reason);
 // escape.
 [[nodiscard]] std::string printableName(std::string_view name);
 
-// Whether standard output is a terminal with colours: not when $NO_COLOR is set or $TERM is "dumb".
+// Whether standard output is a terminal with colours: not when $NO_COLOR is set and not empty, or when $TERM
+// is missing or "dumb".
 [[nodiscard]] bool isColorTerminal();
 
 // Returns the width in terminal columns, of which a character may take two or none.
