@@ -200,7 +200,9 @@ TEST(ResticJson, TakesWhatItKnowsAndNothingElse) {
     EXPECT_EQ(timeFrom("2000-02-29T12:00:00-00:30"), FileTime(951827400));
     EXPECT_EQ(timeFrom("2300-01-01T00:00:00.000000001Z"), FileTime(10413792000, 1));
     EXPECT_EQ(timeFrom("0000-10-15T19:33:20Z"), FileTime(-62142265600));
-    for (const char* wrong : {"", "2001-02-29T12:00:00Z", "2001-02-03T12:00:00", "2001-02-03 12:00:00Z", "x"})
+    for (const char* wrong :
+         {"", "2001-02-29T12:00:00Z", "2001-02-03T12:00:00", "2001-02-03 12:00:00Z", "x",
+          "2001-02-29T12:00:00+01", "2001-02-03T12:00:00+1:00", "2001-02-03T12:00:00+0100"})
         EXPECT_FALSE(timeFrom(wrong)) << wrong;
     const auto item = itemFrom(R"({"type":"symlink","path":"/a\"b","uid":7,"mtime":"1970-01-01T00:00:01Z"})");
     ASSERT_TRUE(item);

@@ -1,6 +1,7 @@
 // A real repository and the real restic, without a daemon.
 
 #include "LocalDaemon/Index/IndexKeeper.h"
+#include "Common/RestoreStatus.h"
 #include "LocalDaemon/Index/RetentionAlerts.h"
 #include "LocalDaemon/Restic/ResticJson.h"
 #include "Support/Logging.h"
@@ -113,7 +114,24 @@ TEST_F(Keeping, FollowsTheOrderOfCreationAndNotTheClock) {
     EXPECT_EQ(from.nextSequenceTag(), "sequence-5");
 
     std::vector<std::string> raised;
-    from.setAlerts({[&](const Alert& alert) { raised.push_back(alert.kind); }, [](const std::string&) {}});
+    std::string said;
+    std::set<std::string> withdrawn;
+    from.setAlerts({[&](const Alert& alert) {
+                        raised.push_back(alert.kind);
+                        said = alert.body;
+                    },
+                    [&](const std::string& kind) { withdrawn.insert(kind); }});
+    EXPECT_TRUE(from.forgetOld(std::chrono::days(30), stop).succeeded());
+    EXPECT_EQ(raised, std::vector<std::string>{aheadAlert});
+    EXPECT_TRUE(said.starts_with("By the clock, snapshot " +
+                                 from.index()->inOrderOfCreation()[0].id.substr(0, 8) + ", of " +
+                                 dateText(clock.wall + 86400) + ", lies in the future."))
+        << said;
+    pass(2);
+    EXPECT_TRUE(from.forgetOld(std::chrono::days(30), stop).succeeded());
+    EXPECT_TRUE(withdrawn.contains(aheadAlert));
+    pass(-2);
+    raised.clear();
     folders.write("home/file", "1970");
     ASSERT_TRUE(from.add({backUp(file, clock.wall / 86400, {from.nextSequenceTag()})}, stop).succeeded());
     EXPECT_EQ(raised, std::vector<std::string>{orderAlert});
@@ -197,6 +215,99 @@ TEST_F(Keeping, ListingGoesOnWhereItWasCutOffAndLosesNoVersion) {
         EXPECT_EQ(item->size, size) << path;
         EXPECT_EQ(next.index()->snapshot(item->snapshot)->sequence, sequence) << path;
     }
+}
+
+// A script stands for restic. The file "count" has the numbers of the snapshots; "broken" matches those that
+// cannot be read, and "many" those with 200 files.
+class KeepingQuickly : public Keeping {
+protected:
+    KeepingQuickly() {
+        quick.program = folders.program("cd " + folders.path() + R"(
+case "$1 $2" in
+'cat config') echo '{"id":"x"}';;
+snapshots*) sep=; echo [; for n in $(cat count); do
+    echo "$sep{\"id\":\"id$n\",\"tags\":[\"sequence-$n\"],\"time\":\"2001-01-01T00:00:$n.0Z\"}"; sep=,; done; echo ];;
+ls*) echo $4 | grep -qf broken && echo 'damaged $4' >&2 && exit 1
+    echo "{\"struct_type\":\"snapshot\",\"id\":\"$4\",\"time\":\"2001-01-01T00:00:${4#id}Z\"}"
+    for n in $(echo $4 | grep -qf many && seq 200 || echo 1); do echo "{\"type\":\"file\",\"path\":\"/$n\"}"; done;;
+tag*) [ -e refused ] && exit 1; echo $4 > tagged;;
+forget*) echo "$*" >> forgotten; sed -i "s/${2#id}//" count;;
+esac
+)");
+        for (const char* name : {"count", "broken", "many"})
+            folders.write(name, name == std::string("count") ? "" : "none");
+    }
+    RepositoryPlace quick = place;
+};
+
+TEST_F(KeepingQuickly, SaysHowFarAListingIsAndWhatItLeavesOut) {
+    std::string numbers;
+    for (int number = 10; number < 31; ++number)
+        numbers += std::to_string(number) + ' ';
+    folders.write("count", numbers);
+    const Repository quickly(std::make_shared<const Restic>(quick), 7);
+    std::vector<std::string> said;
+    std::set<std::string> withdrawn;
+    IndexKeeper running(quickly, folders / "index");
+    running.setAlerts({[&](const Alert& alert) { said.push_back(alert.kind + ": " + alert.body); },
+                       [&](const std::string& kind) { withdrawn.insert(kind); }});
+    folders.write("broken", "id");
+    EXPECT_FALSE(running.synchronize(false, stop).succeeded()) << "none can be read";
+    said.clear();
+    folders.write("broken", "id15");
+    EXPECT_TRUE(running.synchronize(false, stop).succeeded());
+    EXPECT_FALSE(running.isCurrent());
+    EXPECT_EQ(running.index()->snapshots().size(), 20U);
+    ASSERT_EQ(said.size(), 2U);
+    EXPECT_NE(said[0].find(": 0 of 21 snapshots have been read."), std::string::npos) << said[0];
+    EXPECT_TRUE(said[1].starts_with(unreadSnapshotsAlert) && said[1].find("damaged") != std::string::npos)
+        << said[1];
+    EXPECT_TRUE(withdrawn.contains(restorestatus::listingAlert));
+    folders.write("broken", "none");
+    EXPECT_TRUE(running.synchronize(false, stop).succeeded());
+    EXPECT_TRUE(running.isCurrent());
+    EXPECT_EQ(running.index()->snapshots().size(), 21U);
+    EXPECT_EQ(said.size(), 2U) << "one snapshot is no long listing";
+}
+
+// The record of the decisions may be lost.
+TEST_F(KeepingQuickly, AsksAgainBeforeManyFilesThatDisappearedAreForgotten) {
+    folders.write("count", "10 11");
+    folders.write("many", "id10");
+    const Repository quickly(std::make_shared<const Restic>(quick), 7);
+    const auto keeps = [&] { return IndexKeeper(quickly, folders / "index", [this] { return clock; }); };
+    {
+        IndexKeeper first = keeps();
+        ASSERT_TRUE(first.synchronize(false, stop).succeeded());
+    }
+    fs::remove(folders / "index.retention");
+    IndexKeeper running = keeps();
+    std::vector<std::string> raised;
+    running.setAlerts({[&](const Alert& alert) { raised.push_back(alert.kind); }, [](const std::string&) {}});
+    ASSERT_TRUE(running.synchronize(false, stop).succeeded());
+    pass(50);
+    ASSERT_TRUE(running.forgetOld(std::chrono::days(30), stop).succeeded());
+    EXPECT_EQ(raised, std::vector<std::string>{"files_disappeared-id11"});
+    EXPECT_FALSE(fs::exists(folders / "forgotten"));
+    EXPECT_EQ(running.decide("id11", RetentionRecord::Decision::Forget), "");
+    pass(1);
+    ASSERT_TRUE(running.forgetOld(std::chrono::days(30), stop).succeeded());
+    EXPECT_EQ(folders.read("forgotten"), "forget id10\n");
+    EXPECT_EQ(running.index()->totals().count, 1U);
+}
+
+TEST_F(KeepingQuickly, MarksAnIncompleteSnapshotAsSoonAsItCan) {
+    const Repository quickly(std::make_shared<const Restic>(quick), 7);
+    IndexKeeper running(quickly, folders / "index");
+    ASSERT_TRUE(running.synchronize(false, stop).succeeded());
+    EXPECT_EQ(running.nextSequenceTag(), "sequence-1");
+    folders.write("count", "1");
+    folders.write("refused", "");
+    ASSERT_TRUE(running.synchronize(false, stop).succeeded());
+    EXPECT_EQ(running.index()->newestCompleteSnapshot(), nullptr);
+    fs::remove(folders / "refused");
+    ASSERT_TRUE(running.synchronize(false, stop).succeeded());
+    EXPECT_EQ(folders.read("tagged"), "id1\n");
 }
 
 // The daemon may be killed at any moment during a backup.

@@ -78,6 +78,10 @@ TEST_F(LocalDaemonProgram, ServesWhereNobodyElseDoesAndSaysWhyNot) {
         {{"--socket", folders / "stranger"}, 1, "already serves"},
         {{"--socket", folders / "precious"}, 1, "is not a socket"},
         {{"--socket", folders / "claimed"}, 1, "claimed.lock is not a lock file"},
+        {{"--socket", folders / "other"}, 1, "Another daemon uses the settings in "},
+        {{"--socket", folders / "other", "--log", folders.path()},
+         1,
+         "The log " + folders.path() + " cannot be"},
     };
     for (const auto& [options, expected, error] : refusals) {
         const ChildProgram::Result result = start(options)->finish();

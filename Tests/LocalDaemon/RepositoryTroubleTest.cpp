@@ -4,8 +4,10 @@
 
 #include "Foundation/Format.h"
 #include "LocalDaemon/Index/RetentionAlerts.h"
+#include "LocalDaemon/Restic/RepositoryMaking.h"
 #include "LocalDaemon/Restic/ResticJson.h"
 #include "LocalDaemon/Restic/ResticProcesses.h"
+#include "Tests/Harness/AsNobody.h"
 
 #include <ctime>
 #include <filesystem>
@@ -148,6 +150,11 @@ TEST_F(BackingUp, TakesAnAnswerHoweverLongItIsAndNoneForNone) {
     EXPECT_FALSE(lists());
     answer(snapshot + "\n");
     EXPECT_TRUE(lists());
+    const std::string node = R"({"struct_type":"node","type":"file","path":"/a/)";
+    answer(snapshot + '\n' + node + "../b\"}\n" + node + "b\"}\n");
+    const auto items = repository.list("one", StopSignal()).items;
+    ASSERT_EQ(items.size(), 1U);
+    EXPECT_EQ(items[0].path, "/a/b");
     EXPECT_FALSE(repository.snapshots(StopSignal()).outcome.succeeded());
     folders.program("echo '[]'\necho 'signal interrupt received, cleaning up' >&2\n");
     EXPECT_FALSE(repository.snapshots(StopSignal()).outcome.succeeded());
@@ -281,6 +288,41 @@ TEST_F(BackingUp, MakesNoRepositoryWhereOneWasOrWhereAnythingStands) {
         fs::remove(snapshot); // as if removed with restic
     EXPECT_EQ(pane->call<"verify">(), "");
     EXPECT_TRUE(comesTo([&] { return pane->state("pendingFileCount") == 2; })) << "though none has changed";
+}
+
+TEST_F(BackingUp, ARepositoryThatCannotBeMadeLeavesNothing) {
+    RepositoryPlace place;
+    place.program = folders.program("touch \"$RESTIC_REPOSITORY/half\"; echo broken >&2; exit 1\n");
+    place.cacheFolder = folders / "cache";
+    place.passwordFile = folders.write("password", "");
+    fs::permissions(place.program, fs::perms(0755));
+    const AsNobody nobody(folders);
+    for (const char* name : {"cache", "protected", "empty", "full/something"})
+        fs::create_directories(folders / name);
+    fs::permissions(folders / "protected", fs::perms(0555));
+    const std::string denied = ": Permission denied";
+    const struct {
+        std::string location;
+        ResticTrouble trouble;
+        std::string errors;
+    } cases[] = {
+        {folders / "protected", ResticTrouble::Failed, denied},
+        {folders / "protected/new", ResticTrouble::Failed, denied},
+        {folders / "empty", ResticTrouble::Failed, "broken"},
+        {folders / "new", ResticTrouble::Failed, "broken"},
+        {folders / "full", ResticTrouble::Occupied, "full is not empty."},
+        {"rest:http://there", ResticTrouble::Failed, "broken"},
+    };
+    const auto names = folders.names();
+    for (const auto& [location, trouble, errors] : cases) {
+        place.location = location;
+        const ResticOutcome outcome = makeRepository(Restic(place), StopSignal());
+        EXPECT_EQ(outcome.trouble, trouble) << location;
+        EXPECT_TRUE(outcome.errors.ends_with(errors)) << location << ' ' << outcome.errors;
+    }
+    EXPECT_TRUE(fs::is_empty(folders / "empty"));
+    EXPECT_TRUE(fs::is_empty(folders / "protected"));
+    EXPECT_EQ(folders.names(), names);
 }
 
 // A new machine, or a lost state folder.

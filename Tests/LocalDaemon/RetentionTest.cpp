@@ -4,7 +4,7 @@
 #include "Platform/MachineClock.h"
 #include "Platform/Processes/ChildProcess.h"
 #include "Support/Logging.h"
-#include "Tests/Harness/TemporaryFolder.h"
+#include "Tests/Harness/AsNobody.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -229,9 +229,21 @@ TEST_F(RetentionRecordTest, HoldsWhatDisappearedUntilItIsGivenUp) {
     const BackupIndex back = indexWith(gone, "r", {"three", 3, false}, files(0, 200));
     const auto disappearance = disappearanceAt(gone, 1, 2);
     ASSERT_TRUE(disappearance);
+    Disappearance found = *disappearance;
+    found.files = 1;
+    record().add(found);
     record().add(*disappearance);
     record().update(gone);
+    EXPECT_EQ(record().entries().at(0).disappearance.files, disappearance->files);
     EXPECT_TRUE(isHeld());
+    {
+        RetentionRecord readOnly = record();
+        std::filesystem::permissions(folder.path(), std::filesystem::perms(0555));
+        const tests::AsNobody nobody(folder);
+        EXPECT_NE(readOnly.decide("two", Decision::Forget), "");
+        EXPECT_EQ(readOnly.entries().at(0).decision, Decision::None);
+        std::filesystem::permissions(folder.path(), std::filesystem::perms::owner_all);
+    }
     EXPECT_NE(record().decide("three", Decision::Forget), "");
     EXPECT_EQ(record().decide("two", Decision::Keep), "");
     record().add(*disappearance);

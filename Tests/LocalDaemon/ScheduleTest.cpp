@@ -2,10 +2,14 @@
 
 #include "Tests/LocalDaemon/BackingUpTest.h"
 
+#include "Platform/FileDescriptor.h"
 #include "Tests/Harness/Recorded.h"
 
+#include <array>
 #include <filesystem>
 #include <regex>
+#include <sys/inotify.h>
+#include <unistd.h>
 
 namespace kelvane::tests {
 namespace {
@@ -62,6 +66,36 @@ TEST_F(BackingUp, HasAnIntervalThatARestartDoesNotShorten) {
     EXPECT_LT(made[1].time - made[0].time, 60 + 45) << "not from the restart on";
 }
 
+TEST_F(BackingUp, WhatTakesLongComesAfterEverythingElse) {
+    folders.write("home/docs/large", std::string(2000, 'x'));
+    folders.write("home/own", "1");
+    adjust = [](LocalDaemon::Options& options) { options.backup.largeFile = 1000; };
+    start();
+    ASSERT_TRUE(comesToRest(2, 2001));
+    // Two snapshots were made last, of which the first has one of the files.
+    const auto firstHolds = [&](const std::string& held, const std::string& notHeld) {
+        const auto made = repository().snapshots(StopSignal()).snapshots;
+        const Snapshot& before = made.at(made.size() - 2);
+        const auto items = repository().list(before.id, StopSignal()).items;
+        const auto holds = [&](const std::string& name) {
+            return std::ranges::any_of(items, [&](const auto& each) { return each.path == in(name); });
+        };
+        return before.isPartial && !made.back().isPartial && holds(held) && !holds(notHeld);
+    };
+    EXPECT_TRUE(firstHolds("own", "docs/large"));
+    EXPECT_EQ(alertOf("large_files"), Value());
+    folders.write("home/docs/large", std::string(3000, 'y'));
+    folders.write("home/own", "22");
+    ASSERT_TRUE(comesTo([&] { return pane->state("pendingFileSize") == 3002; }));
+    pane->call<"setPriorityBackup:">("/");
+    ASSERT_TRUE(comesToRest(2, 3002));
+    EXPECT_EQ(snapshots(), 4U);
+    EXPECT_TRUE(firstHolds("own", "docs/large"));
+    pane->call<"setPriorityBackup:">(in("docs"));
+    ASSERT_TRUE(comesTo([&] { return snapshots() == 6; }));
+    EXPECT_TRUE(firstHolds("docs/large", "own")) << "it was asked for";
+}
+
 TEST_F(BackingUp, BeginsAgainWithAnotherPriority) {
     folders.write("home/file", "1");
     folders.write("priorities", "");
@@ -80,6 +114,75 @@ std::string whenBackingUp(const std::string& commands) {
     return "case \"$1 $3\" in\n'cat --no-lock') echo '{\"id\":\"x\"}';;\nsnapshots*) echo '[]';;\n"
            "backup*) cat >/dev/null; " +
            commands + ";;\nesac\n";
+}
+
+TEST_F(BackingUp, ShowsTheFileThatIsReadAndAServerThatDoesNotAnswer) {
+    std::atomic<int> told = 0;
+    const LogSinkToken log = setLogSink([&](const LogEntry& entry) {
+        told += entry.text.find("connection refused") != std::string::npos ? 1 : 0;
+    });
+    folders.write("home/file", "1");
+    start({}, folders.program("[ $1 = backup ] || exec restic \"$@\"\nwhile [ ! -e " + (folders / "go") +
+                              R"( ]; do echo '{"message_type":"status","current_files":[")" + in("file") +
+                              "\"]}'\necho 'Save(<data/1>) returned error, retrying after 1s: connection "
+                              "refused' >&2\nsleep 0.1; done\nexec restic \"$@\""));
+    EXPECT_TRUE(comesTo([&] {
+        const Value state = pane->call<"daemonState">();
+        return state["serviceState"] == 19 && state["currentBackupFile"] == in("file");
+    }));
+    folders.write("go", "");
+    EXPECT_TRUE(comesToRest(1, 1));
+    EXPECT_EQ(told, 1) << "of many retries";
+}
+
+TEST_F(BackingUp, TriesAgainAtOnceWhenALockHasGoneAndElseSaysWhoseItIs) {
+    adjust = [](LocalDaemon::Options& options) {
+        options.backup.schedule.firstRetry = options.backup.schedule.longestRetry = 24h;
+    };
+    folders.write("home/file", "1");
+    folders.write("busy", "");
+    start({}, folders.program("cd '" + folders.path() + R"('
+case "$1 $2" in
+'list locks') [ -e busy ] && echo id && exit;;
+'cat lock') echo '{"hostname":"ada","pid":812,"time":"2200-01-01T00:00:00Z"}'; exit;;
+'backup '*) [ -e busy ] || rm once && cat > /dev/null && echo 'repository is already locked' >&2 && exit 1;;
+esac
+exec restic "$@")"));
+    EXPECT_TRUE(comesTo([&] {
+        const Value alert = alertOf("backup_trouble");
+        return alert["title"] == "Another program is using the repository." &&
+               alert["text"].stringValue().find("PID 812 on host ada") != std::string::npos;
+    }));
+    folders.write("once", "");
+    std::filesystem::remove(folders / "busy");
+    pane->call<"setPriorityBackup:">("/");
+    EXPECT_TRUE(comesToRest(1, 1));
+    EXPECT_FALSE(std::filesystem::exists(folders / "once"));
+}
+
+TEST_F(BackingUp, AnInternalErrorIsToldAndTheNextBackupGoesOn) {
+    std::atomic<bool> throws = false;
+    adjust = [&](LocalDaemon::Options& options) {
+        options.refreshInterval = 24h; // so that only the backup asks for the time
+        options.machineClock = [&] {
+            return throws.exchange(false) ? throw std::runtime_error("no memory") : readMachineClock();
+        };
+    };
+    folders.write("home/file", "1");
+    start();
+    ASSERT_TRUE(comesToRest(1, 1));
+    folders.write("home/file", "22");
+    ASSERT_TRUE(comesTo([&] { return pane->state("pendingFileSize") == 2; }));
+    throws = true;
+    pane->call<"setPriorityBackup:">("/");
+    ASSERT_TRUE(comesTo([&] { return alertOf("internal_error").isDictionary(); }));
+    EXPECT_NE(alertOf("internal_error")["text"].stringValue().find("no memory"), std::string::npos);
+    const Value state = pane->call<"daemonState">();
+    EXPECT_EQ(state["serviceState"], 5);
+    EXPECT_EQ(state["waitingFor"], "The backup daemon had an internal error.");
+    EXPECT_EQ(state["pendingFileSize"], 2);
+    pane->call<"setPriorityBackup:">("/");
+    EXPECT_TRUE(comesToRest(1, 2));
 }
 
 TEST_F(BackingUp, EndsABackupThatSaysMuchAndGetsOnWithNothing) {
@@ -103,6 +206,25 @@ TEST_F(BackingUp, AFileThatIsDeletedMeanwhileIsNoTrouble) {
         EXPECT_EQ(alertOf("files_not_read")["text"].stringValue().ends_with("\n" + in("oth\\x0aer")), isTold)
             << pane->state("alerts").description();
     }
+}
+
+// For a home folder with exclusions restic gets the included entries, which the daemon determines first.
+TEST_F(BackingUp, WhatIsRenamedBeforeResticBeginsDoesNotCountAsDeleted) {
+    folders.write("home/.cache/c", "1");
+    folders.write("home/docs/file", "12345");
+    for (int number = 0; number < 2000; ++number) // so that this takes a while
+        std::filesystem::create_directories(in("tree/" + std::to_string(number)));
+    start();
+    ASSERT_TRUE(comesToRest(1, 5));
+    const FileDescriptor watch(::inotify_init1(IN_CLOEXEC));
+    ASSERT_GE(::inotify_add_watch(watch.get(), in("tree").c_str(), IN_OPEN), 0);
+    folders.write("home/new", "1");
+    pane->call<"setPriorityBackup:">("/");
+    std::array<char, 4096> event{};
+    ASSERT_GT(::read(watch.get(), event.data(), event.size()), 0);
+    std::filesystem::rename(in("docs"), in("renamed"));
+    ASSERT_TRUE(comesTo([&] { return colors({in("new")}) == Array{green}; }));
+    EXPECT_FALSE(repository().snapshots(StopSignal()).snapshots.at(1).tellsOf(in("docs/file")));
 }
 
 // It may have been moved to a folder that restic had already read.

@@ -112,9 +112,12 @@ TEST_F(BackingUp, StoresAgainWhatTheRepositoryHasLostAndTakesInWhatComesBack) {
 TEST_F(BackingUp, ReadsTheDataPartByPartAlsoWithoutAnOrder) {
     folders.write("home/file", "12345");
     adjust = [](LocalDaemon::Options& options) { options.verification = {{}, 2, 2s}; };
-    start({},
-          folders.program("[ $1 = check ] && nice > " + (folders / "priority") + "\nexec restic \"$@\"\n"));
+    start({}, folders.program("[ $1 = check ] && nice > " + (folders / "priority") +
+                              "\nall=$*; [[ $all == *-subset* ]] && echo ${all#*-subset } >> " +
+                              (folders / "read") + "\nexec restic \"$@\"\n"));
     ASSERT_TRUE(comesToRest(1, 5));
+    EXPECT_TRUE(comesTo([&] { return folders.read("read").starts_with("1/2\n2/2\n1/2\n"); }))
+        << folders.read("read");
     for (const auto& entry : fs::recursive_directory_iterator(folders / "repository/data"))
         if (entry.is_regular_file()) {
             fs::permissions(entry, fs::perms::owner_all);
@@ -129,11 +132,15 @@ TEST_F(BackingUp, ReadsTheDataPartByPartAlsoWithoutAnOrder) {
 
 TEST_F(BackingUp, AnOrderedVerificationGoesOnWithThePartThatFailed) {
     folders.write("home/file", "12345");
-    start({}, folders.program("all=$*; part=${all#*data-subset }; part=${part%% *}\n"
-                              "[ $part = 3/8 -a ! -e " +
-                              (folders / "failed") + " ] && echo > " + (folders / "failed") +
-                              " && exit 1\n[[ $part == */8 ]] && echo $part >> " + (folders / "read") +
-                              "\nexec restic \"$@\"\n"));
+    const std::string isLost = "[ -e " + (folders / "lost") + " -a $1 = ";
+    start({}, folders.program(
+                  isLost + "check ] && echo pack " + std::string(64, 'a') +
+                  ": does not exist && echo 'Fatal: repository contains errors' && exit 1\n" + isLost +
+                  "rebuild-index ] && exit 1\nall=$*; part=${all#*data-subset }; part=${part%% *}\n"
+                  "[ $part = 3/8 -a ! -e " +
+                  (folders / "failed") + " ] && echo > " + (folders / "failed") +
+                  " && exit 1\n[[ $part == */8 ]] && echo $part >> " + (folders / "read") +
+                  "\nexec restic \"$@\"\n"));
     ASSERT_TRUE(comesToRest(1, 5));
     const auto says = [&](const std::string& outcome) {
         EXPECT_EQ(pane->call<"verify">(), "");
@@ -143,8 +150,14 @@ TEST_F(BackingUp, AnOrderedVerificationGoesOnWithThePartThatFailed) {
         });
     };
     EXPECT_TRUE(says("Not verified"));
-    EXPECT_TRUE(says("everything was read")) << pane->state("lastVerification").description();
+    EXPECT_TRUE(says("; everything was read")) << pane->state("lastVerification").description();
     EXPECT_EQ(folders.read("read"), "1/8\n2/8\n3/8\n4/8\n5/8\n6/8\n7/8\n8/8\n");
+    folders.write("lost", "");
+    EXPECT_TRUE(says("; not everything was read, because the index lists missing packs"));
+    EXPECT_EQ(pane->state("isBackupDamaged"), true);
+    fs::remove(folders / "lost");
+    EXPECT_TRUE(says("; everything was read")) << pane->state("lastVerification").description();
+    EXPECT_EQ(pane->state("isBackupDamaged"), false);
 }
 
 } // namespace

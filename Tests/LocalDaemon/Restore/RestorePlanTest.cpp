@@ -2,14 +2,17 @@
 #include "LocalDaemon/Restore/HardLinks.h"
 #include "LocalDaemon/Restore/RestoreArrival.h"
 #include "LocalDaemon/Restore/SavedNodes.h"
+#include "LocalDaemon/Restore/Staging/RestoreAccess.h"
 #include "LocalDaemon/Restore/Staging/RestoreMetadata.h"
 #include "LocalDaemon/Restore/Staging/RestoreStaging.h"
+#include "Support/Logging.h"
 #include "Tests/Harness/AsNobody.h"
 
 #include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <limits>
 #include <numeric>
 
 namespace kelvane {
@@ -89,12 +92,24 @@ TEST(RestorePlan, AsksForEachFileOnceAndInCallsThatTheSystemTakes) {
     EXPECT_EQ(includeArguments({{}, {"/a/b", "/a"}}),
               (std::vector<std::vector<std::string>>{
                   {"--include", "/a", "--include", "!/a/*", "--include", "/a/b", "--include", "!/a/b/*"}}));
+    EXPECT_EQ(includeArguments({{"/c"}, {"/a"}}),
+              (std::vector<std::vector<std::string>>{{"--include", "/a", "--include", "!/a/*"},
+                                                     {"--include", "/c"}}));
+    // The paths as restic prints them of a version that the index does not have.
+    const BackupIndex index = indexOf({{item("/a", true)}});
+    EXPECT_EQ(exclusionArguments(index, {"/a/\ufffd*\ufffd"}),
+              (std::vector<std::string>{"--include", "!/a/?\\*?"}));
+    std::set<std::string, std::less<>> lost;
+    for (int number = 1000; number < 1020; ++number)
+        lost.insert('/' + std::string(99'996, 'x') + std::to_string(number));
+    EXPECT_EQ(exclusionArguments(index, lost).size(), 2U * 9);
 }
 
 TEST(RestoreArrival, SeesThatSomethingComesIntoAFileThatHasItsSizeAlready) {
     const tests::TemporaryFolder folder;
     const BackupIndex index = indexOf({{item("/a", true), item("/a/f", false)}});
     const std::string file = folder.write("1/a/f", "0");
+    folder.write("loose", "0"); // in the folder of no snapshot
     const Arrival first = arrivalIn(folder.path(), index);
     EXPECT_EQ(first.files, 1U);
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
@@ -136,6 +151,9 @@ TEST(HardLinks, AreTrustedWhereTheirNamesHadOneContent) {
         HardLinks links(index, nodes);
         for (const char* const path : {"/one", "/two"})
             links.note(staged, *index.find(path));
+        RestoreTrouble trouble;
+        EXPECT_FALSE(nodes.find("snapshot", "/three", trouble));
+        EXPECT_EQ(trouble.reason, "its snapshot does not contain it");
         return links.faultOf(staged);
     };
     EXPECT_TRUE(faultOf("y", FileTime(2)).ends_with("restore it separately")) << faultOf("y", FileTime(2));
@@ -165,6 +183,40 @@ TEST(RestoreMetadata, AModeGivesNobodyMoreThanWasSaved) {
     }
 }
 
+TEST(RestoreMetadata, SaysWhatCannotBeSet) {
+    const tests::TemporaryFolder folder;
+    folder.write("file", std::string(1U << 20U, '1') + std::string(1U << 20U, '\0'));
+    const FileDescriptor opened = openFolder(folder.path());
+    EXPECT_EQ(digHoles(opened.get(), "file"), "");
+    struct stat status {};
+    ASSERT_EQ(::stat((folder / "file").c_str(), &status), 0);
+    EXPECT_LT(status.st_blocks * 512, 1'200'000) << "the zeros at the end take no space";
+    const tests::AsNobody nobody(folder);
+    const FileDescriptor foreign = openFolder("/usr");
+    const FileDescriptor readOnly = openFolder("/proc");
+    const FolderMetadata metadata(opened.get(), {.mode = 0700}, FileTime(status.st_mtim));
+    using Use = FolderMetadata::Use;
+    const std::string none = "No such file or directory";
+    const std::string notPermitted = " cannot be set: Operation not permitted";
+    const std::pair<std::string, std::string> cases[] = {
+        {digHoles(opened.get(), "none"), none},
+        {setSavedTime(opened.get(), "none", FileTime(1)), none},
+        {setSavedTime(opened.get(), "file", FileTime(253386500800)),
+         "restored with a different time: its own is outside the years that restic keeps"},
+        {narrowFolder(-1, {}, {}), "Bad file descriptor"},
+        {narrowFolder(foreign.get(), {.mode = 0700}, {}), "its mode" + notPermitted},
+        {FolderMetadata(-1, {}, {}).applyTo(opened.get(), Use::Final), "Bad file descriptor"},
+        {metadata.applyTo(-1, Use::Final), "its owner cannot be set: " + none},
+        {metadata.applyTo(readOnly.get(), Use::Final), "its mode" + notPermitted},
+        {metadata.applyTo(foreign.get(), Use::Final), "its mode or times" + notPermitted},
+        {setAttributes(folder.path(), {{"trusted.other", "1"}}), ""},
+        {setAttributes(folder.path(), {{"user.", "1"}}),
+         "its attribute user. cannot be set: Invalid argument"},
+    };
+    for (const auto& [said, expected] : cases)
+        EXPECT_EQ(said, expected);
+}
+
 TEST(RestoreStaging, StandsBesideThePlaceOrInTheFolderThatIsThere) {
     const tests::TemporaryFolder folder;
     folder.write("there/file", "");
@@ -183,9 +235,31 @@ TEST(RestoreStaging, StandsBesideThePlaceOrInTheFolderThatIsThere) {
         EXPECT_EQ(found.folder, place.empty() ? folder.path() : folder / place) << target;
     }
     EXPECT_EQ(stagingPlaceFor(folder / "there/file/below", false).kind, StagingPlace::Kind::Nowhere);
+    EXPECT_EQ(StagingFolder(folder / "not/there").failure(),
+              folder / "not/there" + " cannot be created: No such file or directory");
+    const StagingFolder staging(folder / ".kelvane-restore-1");
+    for (const char* name : {"from/a/both", "from/new", "into/a/both"})
+        folder.write(std::string(".kelvane-restore-1/") + name, name);
+    EXPECT_TRUE(staging.merge("from", "into"));
+    EXPECT_EQ(folder.read(".kelvane-restore-1/into/a/both"), "from/a/both");
+    EXPECT_EQ(folder.read(".kelvane-restore-1/into/new"), "from/new");
+    EXPECT_FALSE(std::filesystem::exists(folder / ".kelvane-restore-1/from"));
+    EXPECT_EQ(freeSpaceAt(folder / "none"), std::numeric_limits<std::uint64_t>::max());
     std::filesystem::permissions(folder / "there", std::filesystem::perms(0555));
     const tests::AsNobody nobody(folder);
     EXPECT_NE(stagingPlaceFor(folder / "there", true).folder, folder / "there");
+    EXPECT_EQ(stagingPlaceFor("/usr/new", false).reason, "nothing can be written in /usr");
+    std::string said;
+    const LogSinkToken log = setLogSink([&said](const LogEntry& entry) { said += entry.text; });
+    std::filesystem::create_directories(folder / "own/.kelvane-restore-1");
+    std::filesystem::permissions(folder / "own", std::filesystem::perms(0555));
+    EXPECT_TRUE(removeStaging(folder / "own/.kelvane-restore-3"));
+    EXPECT_FALSE(removeStaging(folder / "own/.kelvane-restore-1"));
+    EXPECT_TRUE(said.ends_with("/.kelvane-restore-1 cannot be removed: Permission denied")) << said;
+    EXPECT_TRUE(endAccess(folder / "none", 0500));
+    EXPECT_FALSE(endAccess(folder / "none/below", 0500)) << "its disk may not be mounted";
+    EXPECT_TRUE(endAccess("/usr", 0555));
+    EXPECT_TRUE(said.ends_with("The mode of /usr cannot be restored: Operation not permitted")) << said;
 }
 
 } // namespace

@@ -57,11 +57,45 @@ TEST_F(RestoreQueueTest, WhatFailsIsNamedAndStopsNothingElse) {
     EXPECT_EQ(queue_->failures(other), home("never") + ": it is not in the backup\n");
     EXPECT_EQ(ends_[1].size(), 1U);
     EXPECT_FALSE(hasStaging(folder_ / "out"));
+    const std::uint32_t below = restore(home("z"), folder_ / "out/b/below");
+    EXPECT_EQ(queue_->failures(below),
+              home("z") + ": " + (folder_ / "out/b") + " is no folder, or is reached through a link\n");
+    const std::size_t before = ends_.size();
+    const std::uint32_t old = queue_->add({0, 7, 50, home("z"), folder_ / "old"});
+    EXPECT_TRUE(waitFor([&] { return ends_.size() > before; }));
+    EXPECT_EQ(queue_->failures(old), home("z") + ": only its newest version can be restored\n");
 
     // The progress has reported each job, and the end with a count of 0.
     EXPECT_EQ(reports_.front().job, job);
     EXPECT_EQ(reports_.front().pending, 4U);
     EXPECT_EQ(reports_.back(), RestoreProgress());
+    queue_.reset();
+    start(script(""));
+    EXPECT_EQ(queue_->failures(restore(home("d"), folder_ / "none")),
+              home("d") + ": restic did not restore it\n");
+}
+
+TEST_F(RestoreQueueTest, WhatHasNoRoomOrNoFolderAnyMoreSaysSo) {
+    folder_.write("home/file", "1");
+    folder_.pretendBackUp();
+    const std::string out = folder_ / "out";
+    adjust_ = [](RestoreQueue::Options& options) { options.freeSpace = [](auto&) { return 0; }; };
+    fs::create_directory(out);
+    start(copying());
+    EXPECT_EQ(queue_->failures(restore(home("file"), out + "/file")),
+              home("file") + ": not enough space: 4097 bytes needed, 0 free in " + out + '\n');
+    EXPECT_TRUE(fs::is_empty(out));
+    queue_.reset();
+    adjust_ = [](RestoreQueue::Options& options) {
+        options.freeSpace = [](const std::string& folder) {
+            fs::remove_all(folder);
+            return std::uint64_t{1} << 30U;
+        };
+    };
+    start(copying());
+    const std::string failures = queue_->failures(restore(home("file"), out + "/file"));
+    EXPECT_TRUE(failures.starts_with(home("file") + ": " + out + "/.kelvane-restore-")) << failures;
+    EXPECT_TRUE(failures.ends_with(" cannot be created: No such file or directory\n")) << failures;
 }
 
 // Like restic with a damaged pack: prints an error and leaves a file of the right size with a hole.
@@ -99,6 +133,8 @@ if [ $(wc -l < )" +
         int tries;
         std::string reason;
     } cases[] = {
+        {"Fatal: repository is already locked by PID 812", 5, // with two looks at the locks
+         "another program is using the repository: repository is already locked by PID 812"},
         {"Fatal: unable to open config file: stat /r/config: no such file or directory\\n"
          "Is there a repository at the following location?\\n/r",
          3,
@@ -277,87 +313,6 @@ TEST_F(RestoreQueueTest, AJobOutlivesTheDaemonAndWhatAKilledOneLeftIsTakenAway) 
     start(copying());
     EXPECT_EQ(queue_->status(job), restorestatus::finished); // and not repeated
     EXPECT_EQ(add(home("a"), folder_ / "b"), job + 1);
-}
-
-TEST_F(RestoreQueueTest, NoNoteIsLostToADamagedFileToADiskThatIsAwayOrToTidyingUp) {
-    const std::string path = folder_ / "state/jobs";
-    const std::string staging = folder_ / "disk/.kelvane-restore-9";
-    folder_.write("home/a", "1");
-    folder_.pretendBackUp();
-    folder_.write("state/elsewhere", "job\t7\t0\t50\t/a\t/b\t\n");
-    fs::create_symlink("elsewhere", path); // refused
-    {
-        RestoreJournal journal(path);
-        EXPECT_TRUE(journal.open().waiting.empty());
-        EXPECT_EQ(folder_.read("state/jobs.damaged"), "job\t7\t0\t50\t/a\t/b\t\n");
-        EXPECT_EQ(journal.add({3, 0, 50, "/a", "/b"}), "");
-        journal.end(3, {restorestatus::incomplete, {"why"}});
-        journal.stagingMade(staging);
-        const std::string longName = '/' + std::string(100'000, 'x');
-        for (int round = 0; round < 20; ++round) {
-            journal.stagingMade(longName);
-            journal.stagingGone(longName);
-        }
-        EXPECT_LT(fs::file_size(path), 2'000'000U);
-    }
-    start(copying());
-    EXPECT_EQ(queue_->failures(3), "why\n");
-    restore("/any", "/any");
-    queue_.reset(); // the disk was not mounted
-    fs::create_directories(staging);
-    start(copying());
-    restore("/any", "/any");
-    EXPECT_FALSE(fs::exists(staging));
-    queue_.reset();
-    EXPECT_TRUE(RestoreJournal(path).open().stagingFolders.empty());
-}
-
-TEST_F(RestoreQueueTest, OfADamagedJournalOnlyWholeLinesCountAndItIsTold) {
-    const std::string path = folder_ / "state/jobs";
-    fs::create_directories(folder_ / "state");
-    {
-        RestoreJournal journal(path);
-        static_cast<void>(journal.open());
-        for (const std::uint32_t id : {1U, 2U})
-            EXPECT_EQ(journal.add({id, 0, 50, "/a", "/out1"}), "");
-    }
-    std::string text = folder_.read("state/jobs");
-    text[text.find("out1") + 3] = '9';
-    const std::string old = "job\t7\t0\t50\t/a\t/b\t\n";
-    const struct {
-        std::string text;
-        std::size_t waiting;
-        bool isDamaged;
-    } cases[] = {{text, 1, true},
-                 {old, 1, false},
-                 {old + "job\t8\t0\t50\trel/a\t/b\t\n", 0, true},
-                 {old + "staging\t/a/../b\t\n", 0, true},
-                 {old + "job\t8", 1, true},
-                 {std::string(5000, '\0'), 0, true}};
-    for (const auto& each : cases) {
-        folder_.write("state/jobs", each.text);
-        const RestoreJournal::Contents contents = RestoreJournal(path).open();
-        EXPECT_EQ(contents.waiting.size(), each.waiting) << each.text;
-        EXPECT_EQ(!contents.damage.empty(), each.isDamaged) << each.text;
-        EXPECT_EQ(RestoreJournal(path).open().damage, "");
-        EXPECT_EQ(folder_.read("state/jobs.damaged") == each.text, each.isDamaged);
-    }
-    EXPECT_NE(stagingPlaceFor("rel/a", false).folder, "rel"); // and terminates
-}
-
-TEST_F(RestoreQueueTest, WhatFailedOfManyJobsIsDroppedBeforeItTakesTheMemory) {
-    folder_.write("home/a", "1");
-    folder_.pretendBackUp();
-    {
-        RestoreJournal journal(folder_ / "state/jobs");
-        static_cast<void>(journal.open());
-        for (std::uint32_t id = 1; id < 4; ++id)
-            journal.end(id, {restorestatus::incomplete, {std::string(6U << 20U, 'x'), "y"}});
-    }
-    start(copying());
-    EXPECT_EQ(queue_->status(1), restorestatus::incomplete);
-    EXPECT_EQ(queue_->failures(1), "the log lists the failures\n");
-    EXPECT_GT(queue_->failures(2).size(), 6U << 20U);
 }
 
 // On a full or read-only disk no lock can be written, which restic retries for 44 s.

@@ -98,6 +98,21 @@ TEST_F(RestoringDamagedTest, AnErrorWhoseFileIsNotKnownFailsEverythingItMayBeAbo
     EXPECT_NE(queue_->failures(job).find(home("in/deep/b: ")), std::string::npos);
     EXPECT_FALSE(fs::exists(folder_ / "new/in/a") || fs::exists(folder_ / "new/in/deep/b"));
     EXPECT_EQ(folder_.read("new/out"), "12345");
+    queue_.reset();
+    fs::create_hard_link(home("in/a"), home("other name"));
+    folder_.pretendBackUp();
+    const std::string much = "yes \"$(printf %1000s)\" | head -c 17000000 >&2\n";
+    for (const std::string& more : {std::string(), much}) {
+        start(script(copyScript + ("\n" + more) + "echo 'ignoring error for " + home("in/a") +
+                     ": broken\nFatal: There were 1 errors' >&2; exit 1"));
+        const std::string failures = queue_->failures(restore(folder_.home(), folder_ / "newer"));
+        const std::string reason =
+            more.empty() ? ": broken\n" : ": restic reported too many errors to assign them to files\n";
+        for (const char* name : {"in/a", "other name"})
+            EXPECT_NE(failures.find(home(name) + reason), std::string::npos) << failures;
+        EXPECT_EQ(failures.find(home("out") + reason) != std::string::npos, !more.empty()) << failures;
+        queue_.reset();
+    }
 }
 
 } // namespace

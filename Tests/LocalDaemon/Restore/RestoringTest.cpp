@@ -105,10 +105,12 @@ void asOrdinaryUser(Work work) {
     std::thread([&work] {
         __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
         __user_cap_data_struct sets[2]{};
-        ::prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE);
         ASSERT_EQ(::syscall(SYS_capget, &header, sets), 0);
-        for (std::uint32_t* const set : {&sets[0].effective, &sets[0].permitted, &sets[0].inheritable})
-            *set &= ~(1U << CAP_DAC_OVERRIDE);
+        for (const unsigned right : {CAP_DAC_OVERRIDE + 0U, CAP_FOWNER + 0U}) {
+            ::prctl(PR_CAPBSET_DROP, right);
+            for (std::uint32_t* const set : {&sets[0].effective, &sets[0].permitted, &sets[0].inheritable})
+                *set &= ~(1U << right);
+        }
         ASSERT_EQ(::syscall(SYS_capset, &header, sets), 0);
         work();
     }).join();
@@ -265,7 +267,7 @@ TEST_F(RestoringTest, WhatComesToAnotherDiskIsRestoredByItselfAndOnlyWhereItFits
 
 TEST_F(RestoringTest, WhereTheDiskKeepsNoAclsWhatHadOneIsForItsOwnerAlone) {
     for (const char* name : {"d/f", "d/plain", "e/g"})
-        folder_.write(std::string("home/") + name, name);
+        folder_.write(std::string("home/") + name, std::string(5000, *name));
     for (const char* name : {"d/f", "e"})
         setRule(home(name), "system.posix_acl_access");
     ASSERT_EQ(::chmod(home("d/plain").c_str(), 0644), 0);
@@ -283,10 +285,42 @@ TEST_F(RestoringTest, WhereTheDiskKeepsNoAclsWhatHadOneIsForItsOwnerAlone) {
             EXPECT_EQ(modeOf(folder_ / "out/h/d/f") & 077U, 0U);
             EXPECT_EQ(modeOf(folder_ / "out/h/e") & 077U, 0U);
             EXPECT_EQ(modeOf(folder_ / "out/h/d/plain"), 0644U);
-            EXPECT_EQ(folder_.read("out/h/d/f"), "d/f");
+            EXPECT_EQ(folder_.read("out/h/d/f"), folder_.read("home/d/f"));
+            queue_.reset();
+            start(script("[ \"$1\" = cat ] && exit 1\nexec restic \"$@\""));
+            const std::string target = folder_ / "out/d" + std::to_string(room);
+            const std::string failures = queue_->failures(restore(home("d"), target));
+            const std::string unknown = "only its owner has access: cannot determine whether it had an ACL: ";
+            EXPECT_NE(failures.find(home("d/plain") + (room > 4096 ? ": " + unknown : ": restic failed")),
+                      std::string::npos)
+                << failures;
+            EXPECT_EQ(modeOf(target + "/plain"), room > 4096 ? 0600U : 0U);
             queue_.reset();
         }
     });
+}
+
+// Nobody but the owner may change the folder; what has a place of its own below it comes back.
+TEST_F(RestoringTest, IntoAFolderOfSomebodyElseComesWhatHasAPlaceThere) {
+    for (const char* name : {"a", "d/e"})
+        folder_.write(std::string("home/") + name, name);
+    folder_.pretendBackUp();
+    const std::string out = folder_ / "out";
+    fs::create_directories(out + "/d");
+    if (::geteuid() != 0 || ::chown(out.c_str(), 4711, 4711) != 0)
+        GTEST_SKIP() << "needs root, to give a folder to somebody else";
+    asOrdinaryUser([&] {
+        start(script("[ \"$1\" = cat ] && exit 1\n" + std::string(copyScript)));
+        EXPECT_EQ(queue_->failures(restore(folder_.home(), out)),
+                  folder_.home() +
+                      ": only its owner has access: cannot determine whether it had an ACL: restic failed\n" +
+                      folder_.home() + ": " + out +
+                      " is accessible to users who must not see the restored files: its mode cannot be set: "
+                      "Operation not permitted\n" +
+                      home("a") + ": nothing can be written in " + out + '\n');
+        queue_.reset();
+    });
+    EXPECT_EQ(folder_.read("out/d/e"), "d/e");
 }
 
 TEST_F(RestoringTest, TheJournalRemovesNothingButStagingFolders) {
