@@ -2,10 +2,13 @@
 #include "Tests/Harness/EnvironmentVariable.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
+#include <array>
+#include <csignal>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 namespace kelvane {
 namespace {
@@ -61,6 +64,27 @@ TEST(LoggingDeathTest, GoesToStandardErrorWhenThereIsNoSystemLog) {
     };
     EXPECT_EXIT(write(), testing::ExitedWithCode(0),
                 std::filesystem::exists("/dev/log") ? "" : "] written\n");
+}
+
+TEST(LoggingDeathTest, OutlivesTheReaderOfStandardErrorAndLeavesABrokenPipeThatWasPendingBefore) {
+    const auto write = [](bool isPending) {
+        std::array<int, 2> ends{};
+        sigset_t signals;
+        ::sigemptyset(&signals);
+        ::sigaddset(&signals, SIGPIPE);
+        if (::pipe(ends.data()) != 0 || ::dup2(ends[1], STDERR_FILENO) < 0)
+            std::_Exit(2);
+        ::close(ends[0]);
+        if (isPending) {
+            ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+            ::raise(SIGPIPE);
+        }
+        logNotice("nobody reads this");
+        ::sigpending(&signals);
+        std::_Exit(::sigismember(&signals, SIGPIPE));
+    };
+    EXPECT_EXIT(write(false), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(write(true), testing::ExitedWithCode(1), "");
 }
 
 // The process's own level and the more severe ones.
