@@ -10,7 +10,10 @@ target_compile_options(kelvane_options INTERFACE
 target_compile_definitions(kelvane_options INTERFACE _GLIBCXX_ASSERTIONS)
 if(CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo")
     target_compile_definitions(kelvane_options INTERFACE _FORTIFY_SOURCE=2)
-    target_compile_options(kelvane_options INTERFACE -fstack-protector-strong)
+    # Sources are compiled several at once, and the linker takes or leaves sections: without one for each function a
+    # program would contain all functions of a group of which it calls one.
+    target_compile_options(kelvane_options INTERFACE -fstack-protector-strong -ffunction-sections -fdata-sections)
+    add_link_options(-Wl,--gc-sections)
 endif()
 
 # The version that --version prints.

@@ -25,7 +25,7 @@ function(kelvane_pane name)
     set_target_properties(${target} PROPERTIES PREFIX "" OUTPUT_NAME "${name}" CXX_VISIBILITY_PRESET hidden
         VISIBILITY_INLINES_HIDDEN ON LIBRARY_OUTPUT_DIRECTORY "${bundle}/PlugIns")
     if(NOT KELVANE_SANITIZE)
-        target_link_options(${target} PRIVATE -Wl,--no-undefined)
+        target_link_options(${target} PRIVATE -Wl,--no-undefined -Wl,--exclude-libs,ALL)
     endif()
 
     set(copies)
