@@ -3,7 +3,7 @@
 #include "LocalDaemon/Index/LateChanges.h"
 #include "LocalDaemon/Restic/ResticJson.h"
 #include "LocalDaemon/Rules/BackupTargets.h"
-#include "Tests/Harness/TemporaryFolder.h"
+#include "Tests/Harness/AsNobody.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -270,6 +270,13 @@ TEST(BackupTargets, HoldAllThatIsInAndNothingElseInFewPaths) {
     EXPECT_EQ(targets("/"), (Paths{home / "whole/a", home / "whole/deep/b"}));
     std::filesystem::remove(home / "whole/a");
     EXPECT_EQ(targets("/"), Paths{home / "whole/deep/b"}) << "it would be left out with all of the folder";
+    rules = {true, home.path(), {home / "part/cache/"}, {}};
+    std::filesystem::permissions(home / "left", std::filesystem::perms::none);
+    const tests::AsNobody nobody(home);
+    const BackupTargets found =
+        backupTargets({std::make_shared<BackupRules>(rules), std::make_shared<MountPoints>()}, "/", stopping);
+    EXPECT_EQ(found.unread, Paths{home / "left"});
+    EXPECT_EQ(std::ranges::count(found.paths, home / "left"), 1);
 }
 
 } // namespace

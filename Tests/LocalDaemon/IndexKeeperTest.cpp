@@ -225,7 +225,7 @@ protected:
         quick.program = folders.program("cd " + folders.path() + R"(
 case "$1 $2" in
 'cat config') echo '{"id":"x"}';;
-snapshots*) sep=; echo [; for n in $(cat count); do
+snapshots*) [ -e unlisted ] && exit 1; sep=; echo [; for n in $(cat count); do
     echo "$sep{\"id\":\"id$n\",\"tags\":[\"sequence-$n\"],\"time\":\"2001-01-01T00:00:$n.0Z\"}"; sep=,; done; echo ];;
 ls*) echo $4 | grep -qf broken && echo 'damaged $4' >&2 && exit 1
     echo "{\"struct_type\":\"snapshot\",\"id\":\"$4\",\"time\":\"2001-01-01T00:00:${4#id}Z\"}"
@@ -291,6 +291,10 @@ TEST_F(KeepingQuickly, AsksAgainBeforeManyFilesThatDisappearedAreForgotten) {
     EXPECT_FALSE(fs::exists(folders / "forgotten"));
     EXPECT_EQ(running.decide("id11", RetentionRecord::Decision::Forget), "");
     pass(1);
+    folders.write("unlisted", "");
+    EXPECT_FALSE(running.forgetOld(std::chrono::days(30), stop).succeeded());
+    EXPECT_FALSE(fs::exists(folders / "forgotten"));
+    fs::remove(folders / "unlisted");
     ASSERT_TRUE(running.forgetOld(std::chrono::days(30), stop).succeeded());
     EXPECT_EQ(folders.read("forgotten"), "forget id10\n");
     EXPECT_EQ(running.index()->totals().count, 1U);

@@ -86,6 +86,12 @@ TEST_F(BackingUp, AsksBeforeManyFilesThatDisappearedAreForgotten) {
         folders.write("home/photos/" + std::to_string(number), "1");
     start();
     ASSERT_TRUE(comesToRest(120, 120));
+    pane->call<"setPausedMinutes:">(5U);
+    for (int number = 0; number < 101; ++number)
+        pane->call<"setPriorityBackup:">(in("photos/" + std::to_string(number)));
+    pane->call<"setPausedMinutes:">(0U);
+    ASSERT_TRUE(comesTo([&] { return pane->state("isBackupNeeded") == false; }));
+    EXPECT_EQ(snapshots(), 3U) << "of everything and the last of so many orders";
     fs::remove_all(in("photos"));
     folders.write("home/other", "1");
     const std::string kind = "files_disappeared";

@@ -70,8 +70,13 @@ TEST_F(BackingUp, WhatTakesLongComesAfterEverythingElse) {
     folders.write("home/docs/large", std::string(2000, 'x'));
     folders.write("home/own", "1");
     adjust = [](LocalDaemon::Options& options) { options.backup.largeFile = 1000; };
-    start();
+    start({}, folders.program("cd '" + folders.path() +
+                              "'; n=$(ls call* 2>/dev/null | wc -l)\n[ $1 = backup ] && echo \"$*\" > " +
+                              "call$n && [ $n = 1 ] && cat > /dev/null && exit 1\nexec restic \"$@\""));
     ASSERT_TRUE(comesToRest(2, 2001));
+    const std::string first = repository().snapshots(StopSignal()).snapshots.at(0).id;
+    EXPECT_NE(folders.read("call2").find(" --parent " + first), std::string::npos)
+        << "after the second failed";
     // Two snapshots were made last, of which the first has one of the files.
     const auto firstHolds = [&](const std::string& held, const std::string& notHeld) {
         const auto made = repository().snapshots(StopSignal()).snapshots;
@@ -82,6 +87,7 @@ TEST_F(BackingUp, WhatTakesLongComesAfterEverythingElse) {
         };
         return before.isPartial && !made.back().isPartial && holds(held) && !holds(notHeld);
     };
+    EXPECT_EQ(snapshots(), 3U);
     EXPECT_TRUE(firstHolds("own", "docs/large"));
     EXPECT_EQ(alertOf("large_files"), Value());
     folders.write("home/docs/large", std::string(3000, 'y'));
@@ -89,10 +95,10 @@ TEST_F(BackingUp, WhatTakesLongComesAfterEverythingElse) {
     ASSERT_TRUE(comesTo([&] { return pane->state("pendingFileSize") == 3002; }));
     pane->call<"setPriorityBackup:">("/");
     ASSERT_TRUE(comesToRest(2, 3002));
-    EXPECT_EQ(snapshots(), 4U);
+    EXPECT_EQ(snapshots(), 5U);
     EXPECT_TRUE(firstHolds("own", "docs/large"));
     pane->call<"setPriorityBackup:">(in("docs"));
-    ASSERT_TRUE(comesTo([&] { return snapshots() == 6; }));
+    ASSERT_TRUE(comesTo([&] { return snapshots() == 7; }));
     EXPECT_TRUE(firstHolds("docs/large", "own")) << "it was asked for";
 }
 

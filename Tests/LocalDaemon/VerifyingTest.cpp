@@ -109,6 +109,26 @@ TEST_F(BackingUp, StoresAgainWhatTheRepositoryHasLostAndTakesInWhatComesBack) {
     EXPECT_FALSE(fs::exists(aside));
 }
 
+TEST_F(BackingUp, ABackupThatIsAskedForIsDoneWhenItsDataIsThere) {
+    folders.write("home/file", "1");
+    start({}, folders.program("cd '" + folders.path() + R"('
+[ $1 = backup -a -e lose ] || exec restic "$@"
+rm lose; find repository/data -type f > before; restic "$@"; status=$?
+rm -f $(ls -S $(find repository/data -type f | grep -vxFf before) | head -1); exit $status)"));
+    ASSERT_TRUE(comesToRest(1, 1));
+    std::string noise(3000, ' '); // so that its pack is the largest
+    std::ranges::generate(noise,
+                          [random = std::minstd_rand()]() mutable { return static_cast<char>(random()); });
+    folders.write("home/file", noise);
+    folders.write("lose", "");
+    pane->call<"setPriorityBackup:">("/");
+    ASSERT_TRUE(comesTo([&] { return snapshots() == 3; })) << "what was lost is stored again";
+    ASSERT_TRUE(comesToRest(1, 3000));
+    EXPECT_EQ(pane->state("isBackupDamaged"), false);
+    EXPECT_EQ(failuresOf(in("file"), folders / "back"), "");
+    EXPECT_EQ(folders.read("back"), noise);
+}
+
 TEST_F(BackingUp, ReadsTheDataPartByPartAlsoWithoutAnOrder) {
     folders.write("home/file", "12345");
     adjust = [](LocalDaemon::Options& options) { options.verification = {{}, 2, 2s}; };

@@ -9,10 +9,11 @@
 namespace {
 std::atomic<int> writebackError{0}; // as of a failing disk
 std::atomic<int> syncs{0};
+std::atomic<int> syncsBefore{0}; // the error
 } // namespace
 
 extern "C" int syncfs(int descriptor) noexcept {
-    errno = writebackError.exchange(0); // reported once
+    errno = syncsBefore-- > 0 ? 0 : writebackError.exchange(0); // reported once
     if (errno != 0 || ::syscall(SYS_syncfs, descriptor) != 0)
         return -1;
     ++syncs;
@@ -35,6 +36,10 @@ TEST_F(RestoreSyncTest, WhatHasNotComeToTheDiskIsNamedAndReplacesNothing) {
     const int before = syncs;
     EXPECT_EQ(queue_->status(restore(home("f"), folder_ / "a")), restorestatus::finished);
     EXPECT_GE(syncs - before, 2) << "before and after the renames";
+    syncsBefore = 1;
+    writebackError = EIO;
+    EXPECT_EQ(queue_->failures(restore(home("f"), folder_ / "b")),
+              home("f") + ": it was not written to the disk: Input/output error\n");
 }
 
 // A second spelling of a file's name, as on a case-insensitive disk.
