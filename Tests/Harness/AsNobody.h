@@ -2,7 +2,6 @@
 
 #include "Tests/Harness/TemporaryFolder.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace kelvane::tests {

@@ -40,9 +40,7 @@ public:
     [[nodiscard]] bool listen(const std::string& path, int backlog = 10) const {
         return at(path, ::bind) && ::listen(descriptor_.get(), backlog) == 0;
     }
-    [[nodiscard]] RawPeer accept() const {
-        return RawPeer(::accept4(descriptor_.get(), nullptr, nullptr, SOCK_CLOEXEC));
-    }
+    RawPeer accept() const { return RawPeer(::accept4(descriptor_.get(), nullptr, nullptr, SOCK_CLOEXEC)); }
     void hangUp() { descriptor_.reset(); }
 
     void send(std::string_view bytes) const {
@@ -57,26 +55,23 @@ public:
     // stream.
     [[nodiscard]] std::optional<std::pair<std::int32_t, Value>> receive() {
         FrameReader reader(*this);
-        if (reader.readMarker() != FrameReader::Marker::Found)
-            return std::nullopt;
-        const std::optional<Frame> received = reader.readFrame();
+        const bool isFound = reader.readMarker() == FrameReader::Marker::Found;
+        const std::optional<Frame> received = isFound ? reader.readFrame() : std::nullopt;
         if (!received)
             return std::nullopt;
         return std::pair(received->type,
                          received->payload ? readBinaryPropertyList(*received->payload).value : Value());
     }
-    // The number of bytes that this side has not read yet.
-    [[nodiscard]] int waiting() const {
-        int count = 0;
-        return ::ioctl(descriptor_.get(), SIOCINQ, &count) == 0 ? count : 0;
-    }
-    // The number of bytes that the other side has not read yet; 0 when there is no other side.
-    [[nodiscard]] int unread() const {
-        int count = 0;
-        return ::ioctl(descriptor_.get(), SIOCOUTQ, &count) == 0 ? count : 0;
-    }
+    // The number of bytes that this side has not read yet, and the number that the other side has not read
+    // yet; 0 when there is no other side.
+    [[nodiscard]] int waiting() const { return queued(SIOCINQ); }
+    [[nodiscard]] int unread() const { return queued(SIOCOUTQ); }
 
 private:
+    [[nodiscard]] int queued(unsigned long direction) const {
+        int count = 0;
+        return ::ioctl(descriptor_.get(), direction, &count) == 0 ? count : 0;
+    }
     template <class Operation>
     [[nodiscard]] bool at(const std::string& path, Operation operation) const {
         sockaddr_un address{};

@@ -3,7 +3,6 @@
 #include "Tests/Harness/PaneDouble.h"
 
 #include <QVBoxLayout>
-#include <map>
 
 namespace kelvane::tests {
 

@@ -8,7 +8,6 @@
 
 #include <QWidget>
 #include <string>
-#include <vector>
 
 namespace kelvane::tests {
 

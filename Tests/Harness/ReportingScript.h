@@ -6,7 +6,6 @@
 #include <array>
 #include <fcntl.h>
 #include <poll.h>
-#include <string>
 #include <sys/stat.h>
 
 namespace kelvane::tests {
@@ -15,9 +14,9 @@ namespace kelvane::tests {
 class ReportingScript {
 public:
     explicit ReportingScript(const std::string& commands)
-        : path_(
-              folder_.write("script", "#!/bin/sh\nexec >'" + folder_ / "report" + "'\n" + commands + "\n")) {
-        if (::chmod(path_.c_str(), 0755) != 0 || ::mkfifo((folder_ / "report").c_str(), 0600) != 0)
+        : path_(folder_.writeProgram("script",
+                                     "#!/bin/sh\nexec >'" + folder_ / "report" + "'\n" + commands + "\n")) {
+        if (::mkfifo((folder_ / "report").c_str(), 0600) != 0)
             throw std::runtime_error("no script");
         // Opened at once, so that the script never waits for a reader.
         reader_.reset(::open((folder_ / "report").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));

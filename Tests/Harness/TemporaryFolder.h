@@ -27,9 +27,7 @@ public:
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
     [[nodiscard]] const std::string& path() const { return path_; }
-    [[nodiscard]] std::string operator/(std::string_view name) const {
-        return path_ + '/' + std::string(name);
-    }
+    std::string operator/(std::string_view name) const { return path_ + '/' + std::string(name); }
 
     // Creates missing folders, too. Returns the path.
     std::string write(std::string_view name, std::string_view contents) const {
@@ -37,6 +35,12 @@ public:
         std::filesystem::create_directories(file.parent_path());
         std::ofstream(file, std::ios::binary) << contents;
         return file;
+    }
+    // Creates a program that the user may run.
+    std::string writeProgram(std::string_view name, std::string_view script) const {
+        const std::string path = write(name, script);
+        std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+        return path;
     }
     [[nodiscard]] std::string read(std::string_view name) const {
         std::ifstream file(*this / name, std::ios::binary);
