@@ -25,15 +25,8 @@ TEST(AbsentDisks, AreFoundWhereSomethingElseIsMountedThanWasBackedUp) {
     };
     const BackupIndex index("repository", {},
                             {saved("/home/me/docs/notes"), saved("/mnt/storage/photos/one")});
-    BackupRules rules;
-    rules.home = "/home/me";
-    rules.volumes = {"/mnt/storage"};
-    struct Case {
-        Mounts before;
-        Mounts now;
-        Absences away;
-    };
-    const Case cases[] = {
+    const BackupRules rules{.home = "/home/me", .policy = {}, .paths = {}, .volumes = {"/mnt/storage"}};
+    const std::tuple<Mounts, Mounts, Absences> cases[] = {
         {{}, {{"/home/me/docs/new", "A"}}, {}},
         {{}, {{"/home/me/docs", "A"}}, {{"/home/me/docs", Absence::Covered}}},
         {{}, {{"/home/me/docs/notes", "A"}}, {{"/home/me/docs/notes", Absence::Covered}}},
@@ -46,19 +39,19 @@ TEST(AbsentDisks, AreFoundWhereSomethingElseIsMountedThanWasBackedUp) {
         {{{"/home/me", "ext-1"}}, {{"/home/me", "/two ext-1"}}, {}}, // recorded by an earlier version
         {{{"/home/me", "ext-1"}}, {{"/home/me", "/two ext-2"}}, {{"/home/me", Absence::Another}}},
     };
-    for (const Case& each : cases)
+    for (const auto& [before, now, away] : cases)
         for (const bool isEarlierVersion : {false, true}) { // whose settings contain only the mounts
             MountedDisks disks;
-            disks.ids = each.now;
+            disks.ids = now;
             Settings settings;
-            settings.mounts = each.before;
+            settings.mounts = before;
             settings.mountPoints = {{"/home/me", "/"}, {"/mnt/storage", "/"}};
             Dictionary entries = valueFromSettings(settings).dictionary();
             if (isEarlierVersion)
                 entries.erase("mountPoints");
             settings = settingsFromValue(entries);
             settings.disks = {"/mnt/storage/photos"}; // as soon as it is mounted
-            EXPECT_EQ(absencesNow(settings, rules, index, disks), each.away) << each.now.begin()->first;
+            EXPECT_EQ(absencesNow(settings, rules, index, disks), away) << now.begin()->first;
         }
 }
 

@@ -10,6 +10,32 @@
 
 namespace kelvane::tests {
 
+// The item as a snapshot of its current state has it.
+inline SnapshotItem itemAt(const std::string& path) {
+    struct stat status {};
+    EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
+    SnapshotItem item{
+        .path = path, .modified = FileTime(status.st_mtim), .changed = FileTime(status.st_ctim)};
+    if (S_ISDIR(status.st_mode))
+        item.kind = ItemKind::Folder;
+    else
+        item.size = static_cast<std::uint64_t>(status.st_size);
+    if (S_ISLNK(status.st_mode))
+        item.kind = ItemKind::Link;
+    item.uid = status.st_uid;
+    item.gid = status.st_gid;
+    item.mode = static_cast<std::uint16_t>(status.st_mode & ALLPERMS);
+    return item;
+}
+
+// The folder and everything in it.
+inline std::vector<SnapshotItem> itemsOf(const std::string& folder) {
+    std::vector<SnapshotItem> items{itemAt(folder)};
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder))
+        items.push_back(itemAt(entry.path()));
+    return items;
+}
+
 // A folder "home", and an index of what `backUp` has saved to the repository beside it or `pretendBackUp` has
 // found on the disk. Each index replaces the previous one, and keeps the paths that only that one has.
 class BackedUpFolder : public TemporaryFolder {
@@ -40,21 +66,8 @@ public:
             indexWith(*index_, "repository", snapshots.back(), std::move(contents.items)));
     }
     void pretendBackUp() {
-        std::vector<SnapshotItem> items;
-        const auto add = [&items](const std::filesystem::directory_entry& entry) {
-            items.push_back({entry.path(), entry.is_directory() ? ItemKind::Folder : ItemKind::File,
-                             entry.is_directory() ? 0 : entry.file_size()});
-            struct stat status {};
-            ::lstat(entry.path().c_str(), &status);
-            items.back().modified = FileTime(status.st_mtim);
-            items.back().changed = FileTime(status.st_ctim);
-            items.back().mode = static_cast<std::uint16_t>(entry.status().permissions());
-        };
-        add(std::filesystem::directory_entry(home()));
-        for (const auto& entry : std::filesystem::recursive_directory_iterator(home()))
-            add(entry);
         index_ = std::make_shared<BackupIndex>(
-            indexWith(*index_, "repository", {std::string(64, 'a'), 1}, std::move(items)));
+            indexWith(*index_, "repository", {std::string(64, 'a'), 1}, itemsOf(home())));
     }
 
 private:

@@ -10,49 +10,45 @@
 
 namespace kelvane::tests {
 
-// The disks of this machine, with the mounts that a test defines.
+// What a test pretends of the disks of this machine.
+struct PretendedDisks {
+    std::atomic<bool> isHomeMounted = false;
+    std::atomic<bool> isOtherDisk = false; // at the home folder, or over its folder docs if no disk is there
+    std::atomic<bool> isHomeSilent = false;
+};
+
 struct PretendedMounts : LocalFileSystem {
-    PretendedMounts(Volumes volumes, const std::atomic<bool>& isHomeMounted,
-                    const std::atomic<bool>& isOtherDisk, const std::atomic<bool>& isHomeSilent,
-                    std::string home)
-        : LocalFileSystem(std::move(volumes)),
-          isHomeMounted_(isHomeMounted),
-          isOtherDisk_(isOtherDisk),
-          isHomeSilent_(isHomeSilent),
-          home_(std::move(home)) {}
+    PretendedMounts(Volumes volumes, const PretendedDisks& disks, std::string home)
+        : LocalFileSystem(std::move(volumes)), disks_(disks), home_(std::move(home)) {}
     std::shared_ptr<const MountPoints> mounts() const override {
         MountPoints points = *LocalFileSystem::mounts();
-        if (isHomeMounted_)
+        if (disks_.isHomeMounted)
             points[home_] = "ext4";
-        else if (isOtherDisk_)
+        else if (disks_.isOtherDisk)
             points[home_ + "/docs"] = "ext4";
         return std::make_shared<MountPoints>(std::move(points));
     }
     bool isSilent(const std::string& path, std::chrono::milliseconds) const override {
-        return path == home_ && isHomeSilent_;
+        return path == home_ && disks_.isHomeSilent;
     }
-    std::string fileSystemId(const std::string&) const override { return isOtherDisk_ ? "B" : "A"; }
+    std::string fileSystemId(const std::string&) const override { return disks_.isOtherDisk ? "B" : "A"; }
 
 private:
-    const std::atomic<bool>& isHomeMounted_;
-    const std::atomic<bool>& isOtherDisk_;
-    const std::atomic<bool>& isHomeSilent_;
+    const PretendedDisks& disks_;
     const std::string home_;
 };
 
 // A test with real folders, a real repository and the real restic.
-class BackingUp : public ::testing::Test {
+class BackingUp : public ::testing::Test, public PretendedDisks {
 protected:
     [[nodiscard]] std::string in(const std::string& name) const { return folders.home() + '/' + name; }
     void start(const std::vector<Volume>& disks = {}, const std::string& program = "restic") {
-        pane.reset();
-        daemon.reset();
+        stop();
         daemon = std::make_unique<RunningDaemon>(folders, [&](LocalDaemon::Options& options) {
             options.backup.schedule.quiet = std::chrono::milliseconds(50);
             options.backup.schedule.firstRetry = std::chrono::milliseconds(100);
             options.fileSystem = std::make_shared<PretendedMounts>(
-                Volumes("Boot", areDisksAway ? std::vector<Volume>() : disks), isHomeMounted, isOtherDisk,
-                isHomeSilent, folders.home());
+                Volumes("Boot", areDisksAway ? std::vector<Volume>() : disks), *this, folders.home());
             options.refreshInterval = std::chrono::milliseconds(200);
             if (!disks.empty())
                 options.overrides.set("volumes", Array{disks.front().mountPoint});
@@ -64,6 +60,10 @@ protected:
             adjust(options);
         });
         pane = std::make_unique<TestPane>(folders.socket());
+    }
+    void stop() {
+        pane.reset();
+        daemon.reset();
     }
     template <class Condition>
     [[nodiscard]] bool comesTo(Condition condition) {
@@ -77,12 +77,17 @@ protected:
                    state["backedUpFileCount"] == files && state["backedupFileSize"] == bytes;
         });
     }
-    [[nodiscard]] Array colors(const Array& paths) {
-        return pane->call<"backupColorsForFiles:">(Value(paths)).array();
-    }
+    Array colors(const Array& paths) { return pane->call<"backupColorsForFiles:">(Value(paths)).array(); }
     [[nodiscard]] std::size_t snapshots() const {
         return static_cast<std::size_t>(
             std::distance(std::filesystem::directory_iterator(folders / "repository/snapshots"), {}));
+    }
+
+    [[nodiscard]] std::string indexPath() const {
+        for (const auto& file : std::filesystem::directory_iterator(folders / "state"))
+            if (file.path().stem().string().starts_with("index") && !file.path().has_extension())
+                return file.path();
+        return {};
     }
 
     [[nodiscard]] Value alertOf(const std::string& beginning) {
@@ -112,9 +117,6 @@ protected:
 
     const tests::DaemonFolders folders;
     bool areDisksAway = false;
-    std::atomic<bool> isHomeMounted = false;
-    std::atomic<bool> isOtherDisk = false; // at the home folder, or over its folder docs if no disk is there
-    std::atomic<bool> isHomeSilent = false;
     std::function<void(LocalDaemon::Options&)> adjust = [](LocalDaemon::Options&) {};
     ClockReading clock; // the machine's own clock while it is zero
     const LogSinkToken quiet = setLogSink([](const LogEntry&) {});

@@ -4,9 +4,9 @@
 #include "LocalDaemon/Restic/ResticJson.h"
 #include "LocalDaemon/Rules/BackupTargets.h"
 #include "Tests/Harness/AsNobody.h"
+#include "Tests/LocalDaemon/BackedUpFolder.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -25,8 +25,10 @@ const std::vector<SnapshotItem> first{folder("/h"),          file("/h/a b", 1), 
                                       file("/h/a/x", 2),     file("/h/a.c", 4), folder("/h/empty"),
                                       file("/other/y", 8, 5)};
 
-std::vector<std::string> pathsIn(const BackupIndex& index) {
-    std::vector<std::string> paths;
+using Paths = std::vector<std::string>;
+
+Paths pathsIn(const BackupIndex& index) {
+    Paths paths;
     index.forEach([&](const BackupIndex::Item& item) { paths.push_back(index.pathOf(item)); });
     return paths;
 }
@@ -49,13 +51,13 @@ TEST(BackupIndex, KeepsWhatALaterSnapshotDoesNotHoldAndSinceWhenAFileIsAsItIs) {
     const BackupIndex one = indexWith({}, "repository", {"one", 100, false}, first);
     const BackupIndex two = indexWith(one, "repository", {"two", 200, false},
                                       {folder("/h"), file("/h/a b", 1), file("/h/a.c", 5, 9)});
-    const auto itemAt = [&](const char* path) { return *two.find(path); };
-    EXPECT_EQ(itemAt("/h/a b").backedUp, 100);
-    EXPECT_EQ(itemAt("/h/a b").version, 1U);
-    EXPECT_EQ(itemAt("/h/a b").snapshot, 2U);
-    EXPECT_EQ(itemAt("/h/a.c").backedUp, 200);
-    EXPECT_EQ(itemAt("/h/a.c").version, 2U);
-    EXPECT_EQ(two.snapshot(itemAt("/h/a/x").snapshot)->id, "one");
+    const auto timesOf = [&](const char* path) {
+        return std::tuple(two.find(path)->backedUp, two.find(path)->version, two.find(path)->snapshot);
+    };
+    using Times = std::tuple<std::int64_t, std::uint32_t, std::uint32_t>;
+    EXPECT_EQ(timesOf("/h/a b"), Times(100, 1, 2));
+    EXPECT_EQ(timesOf("/h/a.c"), Times(200, 2, 2));
+    EXPECT_EQ(timesOf("/h/a/x"), Times(100, 1, 1));
 
     const BackupIndex kept = indexOfKept(two, {{"two", 200, false}});
     EXPECT_EQ(kept.find("/h/a/x"), nullptr);
@@ -92,65 +94,65 @@ TEST(BackupIndex, TakesWhatNoRepositoryInOrderHolds) {
     BackedUpItem older{folder("/h/d"), 100, 1, 1};
     BackedUpItem below{file("/h/d/x", 1), 100, 1, 1};
     const BackupIndex index("repository", {{1, {"one"}}, {2, {"two"}}}, {older, below, newer, older, below});
-    EXPECT_EQ(pathsIn(index), (std::vector<std::string>{"/", "/h", "/h/d", "/h/d/x"}));
+    EXPECT_EQ(pathsIn(index), (Paths{"/", "/h", "/h/d", "/h/d/x"}));
     EXPECT_EQ(index.find("/h/d")->kind, ItemKind::File);
 }
 
-TEST(BackupIndex, TouchesWhatMayHaveChangedAgainAfterItWasRead) {
-    const tests::TemporaryFolder home;
-    const auto look = [&](const std::string& name) {
-        struct stat status {};
-        ::lstat((home / name).c_str(), &status);
-        return status;
-    };
-    std::vector<SnapshotItem> items;
-    for (const std::string name : {"late", "longer", "special"}) {
-        home.write(name, "1");
-        if (name == "special")
-            ::chmod((home / name).c_str(), S_ISUID | S_IRUSR);
-        const struct stat status = look(name);
-        items.push_back({home / name, ItemKind::File, name == "longer" ? 2U : 1U, FileTime(status.st_mtim),
-                         FileTime(status.st_ctim)});
+// Items of a folder that were saved at their last change.
+class LateChanges : public testing::Test {
+protected:
+    LateChanges() {
+        for (const std::string name : {"late", "longer", "special"}) {
+            home.write(name, "1");
+            if (name == "special")
+                ::chmod((home / name).c_str(), S_ISUID | S_IRUSR);
+            saved.push_back(tests::itemAt(home / name));
+        }
+        saved[1].size = 2;
+        std::filesystem::create_symlink("late", home / "link");
+        saved.push_back(tests::itemAt(home / "link"));
     }
-    std::filesystem::create_symlink("late", home / "link");
-    const struct stat link = look("link");
-    items.push_back({home / "link", ItemKind::Link, 0, FileTime(link.st_mtim), FileTime(link.st_ctim)});
-    const std::vector<SnapshotItem> asSaved = items;
-    const FileTime begin = items.front().changed;
-    const auto takeLate = [&](FileTime since, const BackupIndex& before,
-                              const std::vector<std::string>& readAgain) {
-        items = asSaved;
+    std::size_t take(FileTime since, const BackupIndex& before = {},
+                     const std::vector<std::string>& readAgain = {}) {
+        items = saved;
         return takeLateChanges(items, before, since, readAgain);
-    };
-    const auto areUncertain = [&] {
+    }
+    [[nodiscard]] std::vector<bool> areUncertain() const {
         std::vector<bool> are;
         for (const SnapshotItem& each : items)
             are.push_back(isUncertain(each.changed));
         return are;
-    };
-    const FileTime later(begin.seconds() + 3);
-    EXPECT_EQ(takeLate(later, BackupIndex(), {}), 0U);
+    }
+
+    const tests::TemporaryFolder home;
+    std::vector<SnapshotItem> saved, items;
+};
+
+TEST_F(LateChanges, TouchWhatMayHaveChangedAgainAfterItWasRead) {
+    const FileTime begin = saved.front().changed;
+    EXPECT_EQ(take(FileTime(begin.seconds() + 3)), 0U);
     // When no other time can be set, here because the clock has not advanced, the item itself is changed.
     do
-        EXPECT_EQ(takeLate(begin, BackupIndex(), {}), 4U);
+        EXPECT_EQ(take(begin), 4U);
     while (areUncertain() != std::vector{false, false, false, false});
-    EXPECT_NE(FileTime(look("late").st_ctim), begin);
-    EXPECT_EQ(FileTime(look("longer").st_ctim), asSaved[1].changed) << "it is seen to have changed";
-    EXPECT_NE(FileTime(look("special").st_ctim), asSaved[2].changed);
-    EXPECT_EQ(look("special").st_mode & ALLPERMS, mode_t{S_ISUID | S_IRUSR});
-    EXPECT_NE(FileTime(look("link").st_ctim), asSaved[3].changed);
+    for (const SnapshotItem& each : saved) // the longer one is seen to have changed
+        EXPECT_EQ(tests::itemAt(each.path).changed == each.changed, each.size == 2) << each.path;
+    EXPECT_EQ(tests::itemAt(home / "special").mode, S_ISUID | S_IRUSR);
+}
 
-    std::vector<BackedUpItem> held{{asSaved[1], 0, 1, 1}, {asSaved[3], 0, 1, 1}};
+TEST_F(LateChanges, AreUncertainUntilTheFileIsReadAgain) {
+    const FileTime later(saved.front().changed.seconds() + 3);
+    std::vector<BackedUpItem> held{{saved[1], 0, 1, 1}, {saved[3], 0, 1, 1}};
     held[0].item.size = 1;
     for (BackedUpItem& each : held)
         each.item.changed = asUncertain(each.item.changed);
     const BackupIndex before = *BackupIndex::decoded(BackupIndex("", {}, held).encoded());
     const std::string path = home / "longer";
     EXPECT_EQ(uncertainFiles(before), std::vector<std::string>{path});
-    EXPECT_FALSE(isUnchanged(*before.find(path), ItemKind::File, 1, asSaved[1].modified, asSaved[1].changed));
-    takeLate(later, before, {});
+    EXPECT_FALSE(isUnchanged(*before.find(path), ItemKind::File, 1, saved[1].modified, saved[1].changed));
+    take(later, before);
     EXPECT_EQ(areUncertain(), (std::vector{false, true, false, false})) << "links are always read";
-    takeLate(later, before, {path});
+    take(later, before, {path});
     EXPECT_EQ(areUncertain(), (std::vector{false, false, false, false}));
 }
 
@@ -160,20 +162,13 @@ TEST(BackupIndex, ComparesTimesBeyondTheRangeOfNanoseconds) {
     const FileTime before1678(-10413792000, 999'999'999);
     const FileTime in9999(253386500800);
     const FileTime in14645(400000000000);
-    const struct {
-        FileTime saved, onDisk;
-        bool isSame;
-    } cases[] = {
-        {in2300, in2300, true},
-        {in2300, FileTime(10413792000), false},
-        {before1678, before1678, true},
-        {in9999, in14645, true},
-        {in2300, in14645, false},
-        {in9999, FileTime(0), false},
-        {in9999, in2300, false},
-        {FileTime(-62150000000), FileTime(-70000000000), true},
-        {in9999, FileTime(-70000000000), false},
-    };
+    const FileTime inYear0(-62150000000), beforeYear0(-70000000000);
+    const std::tuple<FileTime, FileTime, bool> cases[] = {
+        {in2300, in2300, true},         {in2300, FileTime(10413792000), false},
+        {before1678, before1678, true}, {in9999, in14645, true},
+        {in2300, in14645, false},       {in9999, FileTime(0), false},
+        {in9999, in2300, false},        {inYear0, beforeYear0, true},
+        {in9999, beforeYear0, false}};
     for (const auto& [saved, onDisk, isSame] : cases) {
         SnapshotItem item = file("/f", 1);
         item.modified = saved;
@@ -234,15 +229,12 @@ TEST(BackupTargets, HoldAllThatIsInAndNothingElseInFewPaths) {
     std::filesystem::create_directory(home / "empty");
     BackupRules rules{true, home.path(), {home / "part/cache/", home / "left/cache/"}, {}};
     rules.paths.exclusions.insert(home / "part/out");
-    const std::atomic<bool> stopping = false;
-    using Paths = std::vector<std::string>;
-    MountPoints mounted;
+    const auto mounted = std::make_shared<MountPoints>();
     const auto targets = [&](const std::string& path) {
-        const MountedSelection selection(std::make_shared<BackupRules>(rules),
-                                         std::make_shared<MountPoints>(mounted));
-        auto [found, emptied, mounts, unread] = backupTargets(selection, path, stopping);
-        const bool isPassed = rules.volumes.empty() && !mounted.empty();
-        EXPECT_EQ(mounts, isPassed ? Paths{home / "part"} : Paths()) << path;
+        const MountedSelection selection(std::make_shared<BackupRules>(rules), mounted);
+        auto [found, emptied, mounts, unread] = backupTargets(selection, path, std::atomic<bool>(false));
+        EXPECT_EQ(mounts, rules.volumes.empty() && !mounted->empty() ? Paths{home / "part"} : Paths())
+            << path;
         EXPECT_EQ(std::ranges::count(found, home / "left"), std::ssize(emptied)) << path;
         std::ranges::sort(found);
         return found;
@@ -253,28 +245,33 @@ TEST(BackupTargets, HoldAllThatIsInAndNothingElseInFewPaths) {
     EXPECT_EQ(targets(home / "part"), Paths{home / "part/in"});
     EXPECT_EQ(targets(home / "part/out"), Paths());
     rules.paths.exclusions.clear();
-    mounted = {{home / "part", "ext4"}};
+    *mounted = {{home / "part", "ext4"}};
     EXPECT_EQ(targets("/"), (Paths{home / "empty", home / "left", home / "single", home / "whole"}));
     rules.volumes = {home / "part/in"};
     EXPECT_EQ(targets("/"), all);
-    mounted.clear();
-    rules.volumes.clear();
-    rules.policy.clear();
+    mounted->clear();
+    rules = BackupRules{true, home.path(), {}, {}};
     EXPECT_EQ(targets("/"), Paths{home.path()});
     rules.automaticMode = false;
     EXPECT_EQ(targets("/"), Paths());
-    rules.paths.mark(home / "whole", PathRules::Mark::Added);
-    rules.paths.mark(home / "whole/deep", PathRules::Mark::Removed);
-    rules.paths.mark(home / "whole/deep/b", PathRules::Mark::Added);
-    rules.paths.mark(home / "gone", PathRules::Mark::Added);
+    for (const char* added : {"whole", "whole/deep/b", "gone"})
+        rules.paths.marks[home / added] = PathRules::Mark::Added;
+    rules.paths.marks[home / "whole/deep"] = PathRules::Mark::Removed;
     EXPECT_EQ(targets("/"), (Paths{home / "whole/a", home / "whole/deep/b"}));
     std::filesystem::remove(home / "whole/a");
     EXPECT_EQ(targets("/"), Paths{home / "whole/deep/b"}) << "it would be left out with all of the folder";
-    rules = {true, home.path(), {home / "part/cache/"}, {}};
+}
+
+TEST(BackupTargets, HoldAFolderThatCannotBeReadAndNameIt) {
+    const tests::TemporaryFolder home;
+    home.write("left/cache/c", "1");
+    home.write("part/cache/c", "1");
+    const auto rules =
+        std::make_shared<BackupRules>(BackupRules{true, home.path(), {home / "part/cache/"}, {}});
     std::filesystem::permissions(home / "left", std::filesystem::perms::none);
     const tests::AsNobody nobody(home);
     const BackupTargets found =
-        backupTargets({std::make_shared<BackupRules>(rules), std::make_shared<MountPoints>()}, "/", stopping);
+        backupTargets({rules, std::make_shared<MountPoints>()}, "/", std::atomic<bool>(false));
     EXPECT_EQ(found.unread, Paths{home / "left"});
     EXPECT_EQ(std::ranges::count(found.paths, home / "left"), 1);
 }

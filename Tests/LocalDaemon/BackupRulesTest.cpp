@@ -6,7 +6,6 @@
 #include <random>
 
 namespace kelvane {
-namespace {
 
 using enum PathRules::Mark;
 using Reason = Verdict::Reason;
@@ -17,37 +16,31 @@ TEST(BackupRules, TheNearestRuleDecidesAndSaysWhy) {
     rules.paths.marks = {
         {"/data", Added}, {"/data/old", Removed}, {"/data/old/best", Added}, {"/proc/1", Added}};
     rules.ownFiles = {"/home/joe/r*"};
-    const struct {
-        bool automatic;
-        const char* path;
-        Reason reason;
-        const char* rule;
-    } cases[] = {{true, "/home/joe", Reason::Home, "/home/joe"},
-                 {true, "/home/joe/r*/data", Reason::Policy, "/home/joe/r*"},
-                 {true, "/home/joe/records", Reason::Home, "/home/joe"},
-                 {true, "/home/joe/R*", Reason::Home, "/home/joe"},
-                 {true, "/home/joe/a", Reason::Home, "/home/joe"},
-                 {true, "/home/joe/ab/deep/er", Reason::Excluded, "/home/joe/ab"},
-                 {true, "/home/joe/abc", Reason::Home, "/home/joe"},
-                 {true, "/home/joe/.cache/file", Reason::Policy, "/home/joe/.cache/"},
-                 {true, "/home/joe/.cached", Reason::Home, "/home/joe"},
-                 {true, "/home/joe/a/.kelvane-restore-7/1/x", Reason::Policy, ".kelvane-restore-*"},
-                 {true, "/home/joe/.CACHE", Reason::Policy, "/home/joe/.cache/"},
-                 {true, "/home/joe/.cache/kept", Reason::Excluded, "/home/joe/.cache/kept"},
-                 {true, "/home/joe/x.tmp", Reason::Excluded, "/home/joe/x.tmp"},
-                 {true, "/home/joe/d/y.tmp", Reason::Policy, "/**/*.tmp/"},
-                 {true, "/home/joey", Reason::Excluded, "/home"},
-                 {true, "/data/a", Reason::OutsideHome, ""},
-                 {true, "/", Reason::OutsideHome, ""},
-                 {true, "home/joe", Reason::OutsideHome, ""},
-                 {false, "/home/joe", Reason::NotAdded, ""},
-                 {false, "/data", Reason::Added, "/data"},
-                 {false, "/data/a", Reason::Added, "/data"},
-                 {false, "/data/old/a", Reason::Removed, "/data/old"},
-                 {false, "/data/old/best/a", Reason::Added, "/data/old/best"},
-                 {false, "/data/x.tmp/a", Reason::Policy, "/**/*.tmp/"},
-                 {false, "/proc/2", Reason::Policy, "/proc/"},
-                 {false, "/proc/1/maps", Reason::Added, "/proc/1"}};
+    const std::tuple<bool, const char*, Reason, const char*> cases[] = {
+        {true, "/home/joe", Reason::Home, "/home/joe"},
+        {true, "/home/joe/r*/data", Reason::Policy, "/home/joe/r*"},
+        {true, "/home/joe/records", Reason::Home, "/home/joe"},
+        {true, "/home/joe/R*", Reason::Home, "/home/joe"},
+        {true, "/home/joe/ab/deep/er", Reason::Excluded, "/home/joe/ab"},
+        {true, "/home/joe/abc", Reason::Home, "/home/joe"},
+        {true, "/home/joe/.cache/file", Reason::Policy, "/home/joe/.cache/"},
+        {true, "/home/joe/.cached", Reason::Home, "/home/joe"},
+        {true, "/home/joe/a/.kelvane-restore-7/1/x", Reason::Policy, ".kelvane-restore-*"},
+        {true, "/home/joe/.CACHE", Reason::Policy, "/home/joe/.cache/"},
+        {true, "/home/joe/.cache/kept", Reason::Excluded, "/home/joe/.cache/kept"},
+        {true, "/home/joe/x.tmp", Reason::Excluded, "/home/joe/x.tmp"},
+        {true, "/home/joe/d/y.tmp", Reason::Policy, "/**/*.tmp/"},
+        {true, "/home/joey", Reason::Excluded, "/home"},
+        {true, "/data/a", Reason::OutsideHome, ""},
+        {true, "/", Reason::OutsideHome, ""},
+        {true, "home/joe", Reason::OutsideHome, ""},
+        {false, "/home/joe", Reason::NotAdded, ""},
+        {false, "/data", Reason::Added, "/data"},
+        {false, "/data/old/a", Reason::Removed, "/data/old"},
+        {false, "/data/old/best/a", Reason::Added, "/data/old/best"},
+        {false, "/data/x.tmp/a", Reason::Policy, "/**/*.tmp/"},
+        {false, "/proc/2", Reason::Policy, "/proc/"},
+        {false, "/proc/1/maps", Reason::Added, "/proc/1"}};
     for (const auto& [automatic, path, reason, rule] : cases) {
         rules.automaticMode = automatic;
         EXPECT_EQ(verdictFor(rules, path), (Verdict{reason, rule})) << path;
@@ -109,5 +102,4 @@ TEST(BackupRules, AFolderIsPartialWhenSomethingBelowItHasAnotherVerdict) {
     }
 }
 
-} // namespace
 } // namespace kelvane

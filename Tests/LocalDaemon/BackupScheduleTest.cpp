@@ -54,14 +54,10 @@ TEST(BackupSchedule, BacksUpAfterAQuietTimeTheLongestWaitOrTheInterval) {
     std::set<std::int64_t> always;
     for (std::int64_t second = 0; second < 100; second += 3)
         always.insert(second);
-    const struct {
-        std::optional<std::int64_t> age; // The age of the last backup at the start.
-        std::set<std::int64_t> changes;
-        std::int64_t begins;
-    } cases[] = {
+    // The age of the last backup at the start, the times of changes and that of the next backup.
+    const std::tuple<std::optional<std::int64_t>, std::set<std::int64_t>, std::int64_t> cases[] = {
         {{}, {}, 5},    {{}, {0, 4, 8}, 13}, {{}, always, 60}, {0, {}, 900},      {890, {}, 10},
-        {890, {8}, 13}, {898, always, 60},   {900, {}, 5},     {30 * day, {}, 5}, {-day, {}, 5},
-    };
+        {890, {8}, 13}, {898, always, 60},   {900, {}, 5},     {30 * day, {}, 5}, {-day, {}, 5}};
     for (const auto& [age, changes, begins] : cases) {
         BackupSchedule schedule = scheduleAfter(age);
         EXPECT_EQ(timeOf(Task::BackUp, schedule, {.need = pending, .isConnected = true}, 0, changes), begins)
@@ -101,12 +97,7 @@ TEST(BackupSchedule, WaitsTwiceAsLongAfterEachFailureUpToTheLongestWait) {
 
 TEST(BackupSchedule, ChoosesTheTaskThatTheConditionsAllow) {
     constexpr auto now = 0ms;
-    const struct {
-        const char* what;
-        Task task;
-        std::int64_t after;
-        Conditions conditions;
-    } cases[] = {
+    const std::tuple<const char*, Task, std::int64_t, Conditions> cases[] = {
         {"nothing is pending", Task::Connect, 5, {.need = nothingPending, .untilVerification = now}},
         {"paused, or over the quota", Task::Connect, 5, {.need = mayOnlyRead}},
         {"a restore", Task::Connect, 0, {.need = mayOnlyRead, .isRestoring = true, .isUrgent = true}},
@@ -141,18 +132,16 @@ TEST(BackupSchedule, PlansTheNextBackupAndSaysWhyNoneBegins) {
         Conditions conditions;
         Obstacle obstacle;
         std::optional<std::int64_t> time;
-    } cases[] = {
-        {none, never, {.need = pending}, Obstacle::Changes, 5},
-        {900, never, {.need = pending}, Obstacle::Changes, 5},
-        {600, never, {.need = pending}, Obstacle::Interval, 300},
-        {600, 2, {.need = pending}, Obstacle::Interval, 300},
-        {600, 2, {.need = pending, .isOrdered = true}, Obstacle::Retry, 12},
-        {none, 2, {.need = pending}, Obstacle::Retry, 12},
-        {600, never, {.need = pending, .isOrdered = true}, Obstacle::None, none},
-        {600, never, {.need = nothingPending}, Obstacle::NothingPending, none},
-        {600, never, {.need = isScanning}, Obstacle::Scanning, none},
-        {600, 2, {.need = mayOnlyRead, .isOrdered = true}, Obstacle::NotAllowed, none},
-    };
+    } cases[] = {{none, never, {.need = pending}, Obstacle::Changes, 5},
+                 {900, never, {.need = pending}, Obstacle::Changes, 5},
+                 {600, never, {.need = pending}, Obstacle::Interval, 300},
+                 {600, 2, {.need = pending}, Obstacle::Interval, 300},
+                 {600, 2, {.need = pending, .isOrdered = true}, Obstacle::Retry, 12},
+                 {none, 2, {.need = pending}, Obstacle::Retry, 12},
+                 {600, never, {.need = pending, .isOrdered = true}, Obstacle::None, none},
+                 {600, never, {.need = nothingPending}, Obstacle::NothingPending, none},
+                 {600, never, {.need = isScanning}, Obstacle::Scanning, none},
+                 {600, 2, {.need = mayOnlyRead, .isOrdered = true}, Obstacle::NotAllowed, none}};
     for (const auto& each : cases) {
         BackupSchedule schedule = scheduleAfter(each.age);
         static_cast<void>(schedule.next(each.conditions, at(0)));
@@ -167,15 +156,10 @@ TEST(BackupSchedule, PlansTheNextBackupAndSaysWhyNoneBegins) {
 TEST(BackupSchedule, StopsATaskThatMayNotGoOnAndABackupWhosePriorityChanges) {
     BackupNeed lower = pending;
     lower.hasLowerPriority = true;
-    const struct {
-        BackupNeed need;
-        std::int64_t now;
-        std::set<Task> stopped;
-    } cases[] = {
+    const std::tuple<BackupNeed, std::int64_t, std::set<Task>> cases[] = {
         {nothingPending, 900, {}},          {pending, 899, {}},
         {pending, 900, {Task::Verify}},     {lower, 0, {Task::BackUp}},
-        {mayOnlyRead, 900, {Task::BackUp}}, {{}, 0, {Task::Connect, Task::BackUp, Task::Verify}},
-    };
+        {mayOnlyRead, 900, {Task::BackUp}}, {{}, 0, {Task::Connect, Task::BackUp, Task::Verify}}};
     const BackupSchedule schedule = scheduleAfter(0);
     for (const auto& [need, now, stopped] : cases)
         for (const Task task : {Task::None, Task::Connect, Task::BackUp, Task::Verify})
@@ -183,45 +167,36 @@ TEST(BackupSchedule, StopsATaskThatMayNotGoOnAndABackupWhosePriorityChanges) {
                 << static_cast<int>(task) << " at " << now;
 }
 
-// One status per second. 'u': an unchanged file was read before it; a digit: the number of counted tens of
-// bytes.
+// One status per second. 'u': an unchanged file was read before it, which the next two statuses may still
+// count; a digit: the number of counted tens of bytes. A speed needs three seconds. `savedFile` is saved
+// before the last status.
 TEST(BackupProgress, CountsAsSpeedOnlyWhatIsReadOfChangedFiles) {
     constexpr std::optional<std::uint64_t> none;
-    const struct {
-        const char* statuses;
-        std::uint64_t savedFile; // saved before the last status
-        std::optional<std::uint64_t> speed, left;
-        std::uint64_t saved;
-    } cases[] = {
-        {"00", 0, none, none, 0},
-        {"012", 0, none, none, 30}, // from less than three seconds
-        {"0123", 0, 20, 2, 60},
-        {"0123", 90, 20, 1, 90},
-        {"01230", 0, 15, 3, 60},
-        {"01u222", 0, none, none, 30}, // the second status after it may still count the unchanged file
-        {"01u2222", 0, 16, 4, 50},
-        {"u9u9u9u9", 0, none, none, 0},
-        {"u9u9u9u9", 70, none, none, 70},
-        {"0000000000000000000000000000000000000", 0, 0, none, 0},
-        {"04444", 0, 40, none, 160}, // more than were pending
-    };
-    for (const auto& each : cases) {
+    const std::tuple<const char*, std::uint64_t, std::optional<std::uint64_t>, std::optional<std::uint64_t>,
+                     std::uint64_t>
+        cases[] = {{"00", 0, none, none, 0},         {"012", 0, none, none, 30},
+                   {"0123", 0, 20, 2, 60},           {"0123", 90, 20, 1, 90},
+                   {"01230", 0, 15, 3, 60},          {"01u222", 0, none, none, 30},
+                   {"01u2222", 0, 16, 4, 50},        {"u9u9u9u9", 0, none, none, 0},
+                   {"u9u9u9u9", 70, none, none, 70}, {"0000000000000000000000000000000000000", 0, 0, none, 0},
+                   {"04444", 0, 40, none, 160}}; // more than were pending
+    for (const auto& [statuses, savedFile, speed, left, saved] : cases) {
         BackupProgress progress(1000, 100);
         BackupSchedule::Time now = at(0);
         std::uint64_t counted = 0;
-        for (const char* status = each.statuses; *status != '\0'; ++status) {
+        for (const char* status = statuses; *status != '\0'; ++status) {
             if (*status == 'u') {
                 progress.noteUnchangedFile();
                 continue;
             }
-            if (status[1] == '\0' && each.savedFile > 0)
-                progress.noteSavedFile(each.savedFile);
+            if (status[1] == '\0' && savedFile > 0)
+                progress.noteSavedFile(savedFile);
             counted += 10 * static_cast<std::uint64_t>(*status - '0');
             progress.noteStatus(counted, now += 1s);
         }
-        EXPECT_EQ(progress.bytesPerSecond(), each.speed) << each.statuses;
-        EXPECT_EQ(progress.secondsLeft(), each.left) << each.statuses;
-        EXPECT_EQ(progress.bytesSaved(), each.saved) << each.statuses;
+        EXPECT_EQ(progress.bytesPerSecond(), speed) << statuses;
+        EXPECT_EQ(progress.secondsLeft(), left) << statuses;
+        EXPECT_EQ(progress.bytesSaved(), saved) << statuses;
     }
     BackupProgress initial(0, std::nullopt);
     initial.noteStatus(30, at(0));

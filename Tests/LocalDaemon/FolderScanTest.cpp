@@ -1,12 +1,10 @@
 #include "LocalDaemon/Scan/FolderScan.h"
 
 #include "Platform/FileDescriptor.h"
-#include "Tests/Harness/TemporaryFolder.h"
+#include "Tests/LocalDaemon/BackedUpFolder.h"
 
 #include <algorithm>
 #include <fcntl.h>
-#include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <random>
 #include <sys/fsuid.h>
@@ -114,11 +112,8 @@ TEST(FolderScan, FollowsWhatChanges) {
     WatchedScan scan(home);
     ASSERT_TRUE(scan.comesTo({2, 9}));
     const auto move = [&](const char* from, const char* to) { fs::rename(home / from, home / to); };
-    const struct {
-        std::function<void()> act;
-        FileTotals totals;
-        const char* where; // the folder that panes should reload
-    } steps[] = {
+    // With the totals afterwards and the folder that panes should reload.
+    const std::tuple<std::function<void()>, FileTotals, const char*> steps[] = {
         {[&] { std::ofstream(home / "file", std::ios::app) << "67"; }, {2, 11}, ""},
         {[&] { fs::resize_file(home / "a/b/file", 1); }, {2, 8}, "/a/b"},
         {[&] { home.write("x/y/z/file", "123"); }, {3, 11}, ""},
@@ -127,8 +122,7 @@ TEST(FolderScan, FollowsWhatChanges) {
         {[&] { move("a/b/x2", "x3"), move("a", "c"), move("x3", "a"); }, {4, 13}, ""},
         {[&] { move("a/y/z/another", "file"); }, {3, 6}, "/a/y/z"},
         {[&] { fs::remove_all(home / "a"); }, {2, 3}, ""},
-        {[&] { home.write("a/y/z/file", "12"); }, {3, 5}, ""},
-    };
+        {[&] { home.write("a/y/z/file", "12"); }, {3, 5}, ""}};
     for (const auto& [act, totals, where] : steps) {
         act();
         ASSERT_TRUE(scan.comesTo(totals)) << totals.count << where;
@@ -144,26 +138,8 @@ TEST(FolderScan, FollowsWhatChanges) {
 
 // Returns the index as after a backup of the folder's current state.
 std::shared_ptr<const BackupIndex> indexOf(const TemporaryFolder& home, std::uint32_t number) {
-    std::vector<BackedUpItem> items;
-    const auto add = [&](const std::string& path) {
-        struct stat status {};
-        ASSERT_EQ(::lstat(path.c_str(), &status), 0);
-        const ItemKind kind = S_ISDIR(status.st_mode)   ? ItemKind::Folder
-                              : S_ISLNK(status.st_mode) ? ItemKind::Link
-                                                        : ItemKind::File;
-        items.push_back({{path, kind, static_cast<std::uint64_t>(status.st_size), FileTime(status.st_mtim),
-                          FileTime(status.st_ctim), status.st_uid, status.st_gid,
-                          static_cast<std::uint16_t>(status.st_mode & ALLPERMS)},
-                         0,
-                         number,
-                         number});
-    };
-    add(home.path());
-    for (const auto& entry : fs::recursive_directory_iterator(home.path()))
-        add(entry.path());
-    BackupIndex::Snapshots snapshots;
-    snapshots[number].id = std::to_string(number);
-    return std::make_shared<const BackupIndex>("repository", snapshots, items);
+    return std::make_shared<const BackupIndex>(
+        indexWith({}, "repository", {std::to_string(number)}, tests::itemsOf(home.path())));
 }
 
 TEST(FolderScan, ADeletionAndNewAttributesOfAFolderCallForABackup) {
@@ -178,10 +154,7 @@ TEST(FolderScan, ADeletionAndNewAttributesOfAFolderCallForABackup) {
         fs::remove(home / "empty");
         fs::create_symlink("x", home / "empty");
     };
-    const struct {
-        const char* what;
-        std::function<void()> act;
-    } steps[] = {
+    const std::pair<const char*, std::function<void()>> steps[] = {
         {"a file deleted", [&] { fs::remove(home / "a/file"); }},
         {"a folder deleted", [&] { fs::remove_all(home / "a/b"); }},
         {"a link deleted", [&] { fs::remove(home / "link"); }},
@@ -286,25 +259,21 @@ TEST(FolderScan, FollowsWhatIsMountedInTheMiddle) {
         points = std::make_shared<const MountPoints>(now);
         scan.scan.recheckEverything();
     };
-    mount({{home / "disk", "ext4"}});
-    EXPECT_TRUE(scan.comesTo({1, 1}));
-    rules.volumes = {home / "disk/photos"};
-    scan.scan.setRules(std::make_shared<BackupRules>(rules));
-    EXPECT_TRUE(scan.comesTo({2, 3}));
-    home.write("disk/photos/sub/file", "123");
-    EXPECT_TRUE(scan.comesTo({2, 4}));
-    mount({});
-    EXPECT_TRUE(scan.comesTo({3, 8}));
-    home.write("disk/photos/sub/file", "12");
-    EXPECT_TRUE(scan.comesTo({3, 7}));
-    mount({{home / "disk", "ext4"}});
-    EXPECT_TRUE(scan.comesTo({2, 3}));
-    home.write("disk/photos/sub/file", "1");
-    EXPECT_TRUE(scan.comesTo({2, 2}));
+    const MountPoints disk{{home / "disk", "ext4"}};
+    const auto setRules = [&] { scan.scan.setRules(std::make_shared<BackupRules>(rules)); };
+    const std::pair<std::function<void()>, FileTotals> steps[] = {
+        {[&] { mount(disk); }, {1, 1}},
+        {[&] { rules.volumes = {home / "disk/photos"}, setRules(); }, {2, 3}},
+        {[&] { home.write("disk/photos/sub/file", "123"); }, {2, 4}},
+        {[&] { mount({}); }, {3, 8}},
+        {[&] { home.write("disk/photos/sub/file", "12"); }, {3, 7}},
+        {[&] { mount(disk); }, {2, 3}},
+        {[&] { home.write("disk/photos/sub/file", "1"); }, {2, 2}}};
+    for (const auto& [act, totals] : steps)
+        EXPECT_TRUE((act(), scan.comesTo(totals))) << totals.count << ' ' << totals.bytes;
     rules.automaticMode = false;
-    rules.paths.mark(home.path(), Mark::Added);
-    rules.paths.mark(home / "disk/photos/sub", Mark::Added);
-    scan.scan.setRules(std::make_shared<BackupRules>(rules));
+    rules.paths.marks = {{home.path(), Mark::Added}, {home / "disk/photos/sub", Mark::Added}};
+    setRules();
     home.write("disk/photos/new", "1");
     home.write("new", "1");
     EXPECT_TRUE(scan.comesTo({3, 3}));

@@ -5,12 +5,10 @@
 #include "Support/Logging.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 namespace kelvane {
-namespace {
 
 TEST(LogFile, IsTurnedOverAndFollowsNoLink) {
     const tests::TemporaryFolder folder;
@@ -74,5 +72,4 @@ TEST(RepositoryPlace, IsNamedAsAPersonKnowsIt) {
         EXPECT_EQ(destinationText(location), text);
 }
 
-} // namespace
 } // namespace kelvane

@@ -64,11 +64,7 @@ TEST_F(LocalDaemonProgram, ServesWhereNobodyElseDoesAndSaysWhyNot) {
     ASSERT_TRUE(stranger.listen(folders / "stranger"));
     folders.write("precious", "contents");
     folders.write("claimed.lock", "12 notes");
-    const struct {
-        std::vector<std::string> options;
-        int status;
-        std::string error;
-    } refusals[] = {
+    const std::tuple<std::vector<std::string>, int, std::string> refusals[] = {
         {{"--nonsense"}, 2, "--nonsense"},
         {{"--home", folders / "missing"}, 2, "missing"},
         {{"--keep", "0"}, 2, "--keep: it is not a number from 1"},
@@ -81,8 +77,7 @@ TEST_F(LocalDaemonProgram, ServesWhereNobodyElseDoesAndSaysWhyNot) {
         {{"--socket", folders / "other"}, 1, "Another daemon uses the settings in "},
         {{"--socket", folders / "other", "--log", folders.path()},
          1,
-         "The log " + folders.path() + " cannot be"},
-    };
+         "The log " + folders.path() + " cannot be"}};
     for (const auto& [options, expected, error] : refusals) {
         const ChildProgram::Result result = start(options)->finish();
         EXPECT_EQ(result.status, expected) << options.back();

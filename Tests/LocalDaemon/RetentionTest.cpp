@@ -6,7 +6,6 @@
 #include "Support/Logging.h"
 #include "Tests/Harness/AsNobody.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <gtest/gtest.h>
 
@@ -63,11 +62,7 @@ TEST(Retention, ForgetsWhatWasReplacedLongEnoughAgo) {
 }
 
 TEST(Snapshots, AreInTheOrderOfCreationWhateverTheClockSaid) {
-    const struct {
-        const char* what;
-        std::vector<Snapshot> snapshots;
-        Ids order;
-    } cases[] = {
+    const std::tuple<const char*, std::vector<Snapshot>, Ids> cases[] = {
         {"by time", {made("b", 1), made("a", 2)}, {"a", "b"}},
         {"by number", {made("a", 1, false, 9), made("b", 5, false, 10)}, {"a", "b"}},
         {"numbered ones last", {made("b", 9, false, 1), made("a", 1)}, {"a", "b"}},
@@ -103,11 +98,8 @@ std::vector<SnapshotItem> files(int first, int behind) {
 }
 
 TEST(Retention, NoticesThatManyFilesDisappearedAtOnce) {
-    const struct {
-        int before;
-        int gone;
-        bool isNoticed;
-    } cases[] = {{2000, 200, false}, {2000, 201, true}, {99, 99, false}, {100, 100, true}};
+    const std::tuple<int, int, bool> cases[] = {
+        {2000, 200, false}, {2000, 201, true}, {99, 99, false}, {100, 100, true}};
     for (const auto& [before, gone, isNoticed] : cases) {
         const BackupIndex one = indexWith({}, "r", {"one", 1, false}, files(0, before));
         const BackupIndex partial = indexWith(one, "r", {"part", 2, true}, {file(before - 1)});
@@ -161,11 +153,7 @@ protected:
 };
 
 TEST_F(RetentionRecordTest, NoticesThatTheClockWasSet) {
-    const struct {
-        const char* what;
-        std::function<void()> happens;
-        bool isSteady;
-    } cases[] = {
+    const std::tuple<const char*, std::function<void()>, bool> cases[] = {
         {"months pass", [&] { pass(100 * day); }, true},
         {"a wrong time zone", [&] { clock.wall -= day / 12; }, true},
         {"33 days ahead", [&] { clock.wall += 33 * day; }, false},
@@ -187,8 +175,7 @@ TEST_F(RetentionRecordTest, NoticesThatTheClockWasSet) {
              bytes[bytes.size() / 2] = static_cast<char>(bytes[bytes.size() / 2] ^ 1);
              folder.write("record", bytes);
          },
-         false},
-    };
+         false}};
     for (const auto& [what, happens, isSteady] : cases) {
         std::remove((folder / "record").c_str());
         clock = {today, 1000, "boot"};
@@ -257,7 +244,9 @@ TEST_F(RetentionRecordTest, HoldsWhatDisappearedUntilItIsGivenUp) {
     record().add(*disappearance);
     record().update(back);
     EXPECT_FALSE(isHeld()) << "the files are there again";
+}
 
+TEST_F(RetentionRecordTest, KeepsWhatItKnowsOfEachRepository) {
     record().noteMade(1, true); // the only repository so far, whose id becomes known
     RetentionRecord turns = record();
     turns.setRepository("r");
@@ -274,64 +263,66 @@ TEST_F(RetentionRecordTest, HoldsWhatDisappearedUntilItIsGivenUp) {
               (decltype(RetentionLimits::firstListed){{4, clock.wall - day}}));
 }
 
-TEST(ResticProcesses, KnowWhoseALockIs) {
+// A process that has ended, which an earlier daemon has started on this machine.
+class ResticProcessesTest : public testing::Test {
+protected:
     using Holder = ResticProcesses::Holder;
+    void SetUp() override {
+        const auto onStart = [&](pid_t id) {
+            dead = id;
+            ResticProcesses(folder / "processes").noteStarted(id);
+        };
+        ASSERT_TRUE(runChild({.arguments = {"true"}}, {.onStart = onStart}, StopSignal()).succeeded());
+    }
+
     const tests::TemporaryFolder folder;
-    const ClockReading now = readMachineClock();
-    const auto start = ResticProcesses::SteadyClock::now();
-    pid_t dead = 0;
-    const auto onStart = [&](pid_t id) {
-        dead = id;
-        ResticProcesses(folder / "processes").noteStarted(id);
-    };
-    ASSERT_TRUE(runChild({.arguments = {"true"}}, {.onStart = onStart}, StopSignal()).succeeded());
     const std::string here = machineHostName();
-    const std::int64_t longAgo = now.wall - 3600;
-    const struct {
-        const char* what;
-        RepositoryLock lock;
-        Holder atOnce;
-        Holder later; // after half an hour
-    } cases[] = {
-        {"ours and dead", {"a", here, dead, now.wall}, Holder::Own, Holder::Own},
-        {"its number on another host", {"b", "other", dead, now.wall}, Holder::Living, Holder::Living},
+    const std::int64_t now = readMachineClock().wall;
+    const std::int64_t longAgo = now - 3600;
+    const ResticProcesses::SteadyClock::time_point start = ResticProcesses::SteadyClock::now();
+    pid_t dead = 0;
+};
+
+TEST_F(ResticProcessesTest, KnowWhoseALockIs) {
+    // With the holder at once and after half an hour.
+    const std::tuple<const char*, RepositoryLock, Holder, Holder> cases[] = {
+        {"ours and dead", {"a", here, dead, now}, Holder::Own, Holder::Own},
+        {"its number on another host", {"b", "other", dead, now}, Holder::Living, Holder::Living},
         {"its number, before it began", {"c", here, dead, longAgo}, Holder::Living, Holder::Abandoned},
-        {"of a process that nobody here can see",
-         {"d", here, 99999999, now.wall},
-         Holder::Living,
-         Holder::Living},
+        {"not seen by anybody here", {"d", here, 99999999, now}, Holder::Living, Holder::Living},
         {"the same, not renewed", {"e", here, 99999999, longAgo}, Holder::Living, Holder::Abandoned},
         {"of another host, not renewed", {"f", "other", 1, longAgo}, Holder::Living, Holder::Abandoned},
-        {"of a living process that hangs", {"g", here, 1, now.wall - 1801}, Holder::Living, Holder::Living},
-    };
-    ResticProcesses processes(folder / "processes", ownPidNamespace()); // of the next daemon
+        {"of a living process that hangs", {"g", here, 1, now - 1801}, Holder::Living, Holder::Living}};
+    ResticProcesses processes(folder / "processes", ownPidNamespace());
     for (const auto& [what, lock, atOnce, later] : cases) {
         EXPECT_EQ(processes.holderOf(lock, {lock}, start), atOnce) << what;
         EXPECT_EQ(processes.holderOf(lock, {lock}, start + 29min), atOnce) << what;
         EXPECT_EQ(processes.holderOf(lock, {lock}, start + 30min), later) << what;
     }
-    folder.write("restarted", formatText("of-another-boot %llu %d 12345 %lld 0 %@\n", ownPidNamespace(),
-                                         ::getpid(), static_cast<long long>(longAgo), here));
-    const RepositoryLock living{"l", here, ::getpid(), now.wall};
-    EXPECT_EQ(ResticProcesses(folder / "restarted", ownPidNamespace()).holderOf(living, {living}, start),
-              Holder::Living);
-    const RepositoryLock twins[] = {{"j", here, dead, now.wall}, {"k", here, dead, now.wall}};
-    EXPECT_EQ(processes.holderOf(twins[0], {twins[0], twins[1]}, start), Holder::Living)
-        << "one may be of a container";
-    ResticProcesses contained(folder / "processes", ownPidNamespace() + 1);
-    EXPECT_EQ(contained.holderOf(twins[0], {twins[0]}, start), Holder::Living)
-        << "in a container another one's process may have this number";
-    for (const bool isLockGone : {false, true}) {
-        ResticProcesses one(folder / "one", ownPidNamespace());
-        one.noteStarted(dead);
-        one.noteEnded(dead, isLockGone);
-        EXPECT_EQ(one.holderOf(twins[0], {twins[0]}, start), isLockGone ? Holder::Living : Holder::Own);
-        std::remove((folder / "one").c_str());
-    }
     RepositoryLock renewed{"h", "other", 1, longAgo};
     EXPECT_EQ(processes.holderOf(renewed, {renewed}, start), Holder::Living);
     renewed.id = "i";
     EXPECT_EQ(processes.holderOf(renewed, {renewed}, start + 31min), Holder::Living);
+}
+
+TEST_F(ResticProcessesTest, TakeNoNumberThatAnotherProcessMayHaveForTheirOwn) {
+    const auto holderOf = [&](const char* file, std::uint64_t pidNamespace,
+                              const std::vector<RepositoryLock>& locks) {
+        return ResticProcesses(folder / file, pidNamespace).holderOf(locks[0], locks, start);
+    };
+    folder.write("restarted", formatText("of-another-boot %llu %d 12345 %lld 0 %@\n", ownPidNamespace(),
+                                         ::getpid(), static_cast<long long>(longAgo), here));
+    EXPECT_EQ(holderOf("restarted", ownPidNamespace(), {{"l", here, ::getpid(), now}}), Holder::Living);
+    const RepositoryLock one{"j", here, dead, now};
+    EXPECT_EQ(holderOf("processes", ownPidNamespace(), {one, {"k", here, dead, now}}), Holder::Living)
+        << "one may be of a container";
+    EXPECT_EQ(holderOf("processes", ownPidNamespace() + 1, {one}), Holder::Living) << "in a container";
+    for (const bool isLockGone : {false, true}) {
+        ResticProcesses processes(folder / std::to_string(isLockGone), ownPidNamespace());
+        processes.noteStarted(dead);
+        processes.noteEnded(dead, isLockGone);
+        EXPECT_EQ(processes.holderOf(one, {one}, start), isLockGone ? Holder::Living : Holder::Own);
+    }
 }
 
 } // namespace

@@ -6,7 +6,6 @@
 #include "Tests/Harness/ManualLoop.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
-#include <filesystem>
 #include <future>
 #include <gtest/gtest.h>
 #include <thread>
@@ -21,9 +20,7 @@ public:
     [[nodiscard]] std::string home() const { return *this / "home"; }
     // Creates a shell script that replaces restic.
     std::string program(const std::string& text) const {
-        const std::string path = write("restic", "#!/bin/bash\n" + text);
-        std::filesystem::permissions(path, std::filesystem::perms::owner_all);
-        return path;
+        return writeProgram("restic", "#!/bin/bash\n" + text);
     }
     [[nodiscard]] std::string socket() const { return *this / "run/daemon.sock"; }
 };

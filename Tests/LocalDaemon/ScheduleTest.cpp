@@ -6,7 +6,6 @@
 #include "Tests/Harness/Recorded.h"
 
 #include <array>
-#include <filesystem>
 #include <regex>
 #include <sys/inotify.h>
 #include <unistd.h>

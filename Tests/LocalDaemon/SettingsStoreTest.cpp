@@ -13,6 +13,16 @@ namespace {
 
 class Store : public ::testing::Test {
 protected:
+    Store() {
+        settings.automaticMode = false;
+        settings.backupControlFlags = 0xFFFFFFFF;
+        settings.pausedUntil = 1'900'000'000;
+        settings.profile = {{"SkinId", "blü"}, {"empty", ""}};
+        settings.fileTypeToggles = {{"movies", 0xFFFFFFFFU}};
+        settings.paths.exclusions = {"/a\nb", "/home/ü"};
+        settings.mountPoints = {{"/home/\xFF", "/home"}};
+        settings.paths.marks = {{"/", PathRules::Mark::Added}, {"/x", PathRules::Mark::Removed}};
+    }
     std::string write(const std::string& name, const Value& value) const {
         const Data bytes = writeBinaryPropertyList(value).bytes;
         return folder.write(name, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
@@ -20,27 +30,33 @@ protected:
 
     const tests::TemporaryFolder folder;
     const std::string path = folder / "new folder/state.plist";
+    SettingsStore store{path};
+    Settings settings;
     int problems = 0;
     const LogSinkToken log = setLogSink([this](const LogEntry&) { ++problems; });
 };
 
-TEST_F(Store, BringsBackTheLatestOfWhatItSavedAndSetsAsideWhatItCannotRead) {
-    Settings settings;
-    settings.automaticMode = false;
-    settings.backupControlFlags = 0xFFFFFFFF;
-    settings.pausedUntil = 1'900'000'000;
-    settings.profile = {{"SkinId", "blü"}, {"empty", ""}};
-    settings.fileTypeToggles = {{"movies", 0xFFFFFFFFU}};
-    settings.paths.exclusions = {"/a\nb", "/home/ü"};
-    settings.mountPoints = {{"/home/\xFF", "/home"}};
-    settings.paths.marks = {{"/", PathRules::Mark::Added}, {"/x", PathRules::Mark::Removed}};
-    EXPECT_EQ(SettingsStore(path).load().settings, Settings());
-    SettingsStore store(path);
+TEST_F(Store, BringsBackTheLatestOfWhatItSaved) {
+    EXPECT_EQ(store.load().settings, Settings());
     EXPECT_EQ(store.save(settings, 2), "");
     EXPECT_EQ(store.save(Settings(), 1), ""); // one of several changes
-    EXPECT_EQ(store.load().settings, settings);
+    EXPECT_EQ(SettingsStore(path).load().settings, settings);
     EXPECT_EQ(problems, 0);
+    Settings large = settings; // each of these bytes takes six bytes in the file
+    for (int rule = 0; rule < 250; ++rule)
+        large.paths.exclusions.insert('/' + std::string(4000, '\xFF') + std::to_string(rule));
+    ASSERT_FALSE(isTooLarge(large.paths));
+    EXPECT_EQ(store.save(large, 3), "");
+    EXPECT_TRUE(store.load().settings == large);
+    Settings repeating;
+    for (int selected = 0; selected < 8000; ++selected)
+        repeating.mountPoints['/' + std::to_string(selected)] = '/' + std::string(3000, 'x');
+    EXPECT_NE(store.save(repeating, 4), "");
+    EXPECT_TRUE(store.load().settings == large) << "what could not be read again was not written";
+}
 
+TEST_F(Store, SetsAsideWhatIsDamagedAndReadsTheCopy) {
+    EXPECT_EQ(store.save(settings, 2), "");
     const std::string whole = folder.read("new folder/state.plist");
     Settings recovering;
     recovering.recoverMode = true;
@@ -56,8 +72,8 @@ TEST_F(Store, BringsBackTheLatestOfWhatItSavedAndSetsAsideWhatItCannotRead) {
             EXPECT_EQ(problems, 1);
             EXPECT_EQ(folder.read("new folder/state.plist.damaged"), damaged);
 
-            folder.write("new folder/state.plist", damaged);
-            folder.write("new folder/state.plist.copy", damaged);
+            for (const char* file : {"new folder/state.plist", "new folder/state.plist.copy"})
+                folder.write(file, damaged);
             loading = store.load();
             EXPECT_EQ(loading.settings, recovering)
                 << length << ": exclusions are lost, and nothing is backed up";
@@ -66,19 +82,10 @@ TEST_F(Store, BringsBackTheLatestOfWhatItSavedAndSetsAsideWhatItCannotRead) {
             EXPECT_EQ(store.save(settings, 2), "");
         }
     }
-    Settings large = settings; // each of these bytes takes six bytes in the file
-    for (int rule = 0; rule < 250; ++rule)
-        large.paths.exclusions.insert('/' + std::string(4000, '\xFF') + std::to_string(rule));
-    ASSERT_FALSE(isTooLarge(large.paths));
-    EXPECT_EQ(store.save(large, 3), "");
-    EXPECT_TRUE(store.load().settings == large);
-    Settings repeating;
-    for (int selected = 0; selected < 8000; ++selected)
-        repeating.mountPoints['/' + std::to_string(selected)] = '/' + std::string(3000, 'x');
-    EXPECT_NE(store.save(repeating, 4), "");
-    EXPECT_TRUE(store.load().settings == large) << "what could not be read again was not written";
-    EXPECT_EQ(store.save(settings, 5), "");
+}
 
+TEST_F(Store, ReadsTheFormOfEarlierVersionsAndTheCopyOfAFileThatCannotBeRead) {
+    EXPECT_EQ(store.save(settings, 2), "");
     const Array strange{"relative", 7, "/a", ""};
     write("new folder/state.plist", Dictionary{{"enabled", 0}, {"profile", 7}, {"exclusions", strange}});
     Settings expected;

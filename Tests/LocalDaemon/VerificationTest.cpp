@@ -2,13 +2,11 @@
 #include "LocalDaemon/Backup/VerificationRecord.h"
 #include "LocalDaemon/Restic/RepositoryCheck.h"
 #include "Support/Logging.h"
-#include "Support/Preferences/CheckedFile.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
 namespace kelvane {
-namespace {
 
 namespace fs = std::filesystem;
 
@@ -117,35 +115,25 @@ TEST(Damage, IsOfASnapshotAndOfAllThatIsInADamagedFolder) {
     damage.snapshots = {"bb"};
     damage.paths["aa"] = {"/home/folder", "/home/file"};
     damage = Damage::fromValue(damage.value());
-    const struct {
-        const char* snapshot;
-        const char* path;
-        bool isHeld;
-    } cases[] = {{"aa", "/home/file", true}, {"aa", "/home/folder/a/b", true}, {"aa", "/home/folder2", false},
-                 {"aa", "/home", false},     {"cc", "/home/file", false},      {"bb01", "/anything", true}};
+    const std::tuple<const char*, const char*, bool> cases[] = {
+        {"aa", "/home/file", true}, {"aa", "/home/folder/a/b", true}, {"aa", "/home/folder2", false},
+        {"aa", "/home", false},     {"cc", "/home/file", false},      {"bb01", "/anything", true}};
     for (const auto& [snapshot, path, isHeld] : cases)
         EXPECT_EQ(damage.holds(snapshot, path), isHeld) << snapshot << path;
     EXPECT_TRUE(Damage::fromValue(Dictionary{{"snapshots", Array{"", 7}}}).isNone());
 }
 
-TEST(VerificationRecord, SaysNothingElseWhereABitIsWrong) {
+TEST(VerificationRecord, IsLostWhenItIsDamagedAlsoAfterTheNextStart) {
     const tests::TemporaryFolder folder;
     const LogSinkToken quiet = setLogSink([](const LogEntry&) {});
     VerificationRecord record;
     record.damagedPacks = {"pack"};
     record.save(folder / "record");
-    const std::string whole = folder.read("record");
-    for (std::size_t bit = 0; bit < whole.size() * 8; ++bit) {
-        std::string flipped = whole;
-        flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ (1 << bit % 8));
-        const CheckedReading file = readCheckedFile(folder.write("flipped", flipped), "record", whole.size());
-        EXPECT_TRUE(file.value.isAbsent() || file.value["damagedPacks"] == Value(Array{"pack"})) << bit;
-    }
     EXPECT_EQ(VerificationRecord::read(folder / "record").damagedPacks, record.damagedPacks);
+    const std::string whole = folder.read("record");
     folder.write("record", whole.substr(0, whole.size() - 1));
-    EXPECT_TRUE(VerificationRecord::read(folder / "record").isLost());
-    EXPECT_TRUE(VerificationRecord::read(folder / "record").isLost()) << "still after the next start";
+    for (int start = 0; start < 2; ++start)
+        EXPECT_TRUE(VerificationRecord::read(folder / "record").isLost()) << start;
 }
 
-} // namespace
 } // namespace kelvane

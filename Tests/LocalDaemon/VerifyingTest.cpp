@@ -6,11 +6,7 @@
 #include "Foundation/Unicode.h"
 #include "Tests/Harness/EnvironmentVariable.h"
 
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <random>
-#include <vector>
 
 namespace kelvane::tests {
 namespace {
@@ -18,95 +14,103 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
-TEST_F(BackingUp, StoresAgainWhatTheRepositoryHasLostAndTakesInWhatComesBack) {
-    std::string noise(50000, ' '); // so that its pack is the largest
-    std::ranges::generate(noise,
-                          [random = std::minstd_rand()]() mutable { return static_cast<char>(random()); });
-    const std::string gone = "gone \xFF";
-    folders.write("home/here", noise);
-    folders.write("home/" + gone, std::string(40000, 'g'));
-    const tests::EnvironmentVariable foreign("RESTIC_KEY_HINT", "0000"); // for another repository of the user
-    start();
-    ASSERT_TRUE(comesToRest(2, 90000));
-    const Array files{in("here"), in(textFromPath(gone))};
-    const fs::path data = folders / "repository/data";
-    const auto packs = [&] {
-        std::vector<fs::path> found;
+// A pack that holds two files is damaged or lost.
+class Verifying : public BackingUp {
+protected:
+    void SetUp() override {
+        std::string noise(50000, ' '); // so that their pack is the largest
+        std::ranges::generate(
+            noise, [random = std::minstd_rand()]() mutable { return static_cast<char>(random()); });
+        folders.write("home/here", noise);
+        folders.write("home/" + gone, std::string(40000, 'g'));
+        start();
+        ASSERT_TRUE(comesToRest(2, 90000));
+    }
+    // Returns where a repair puts the pack.
+    [[nodiscard]] std::string damageLargest() const {
+        std::vector<fs::path> packs;
         for (const auto& entry : fs::recursive_directory_iterator(data))
             if (entry.is_regular_file())
-                found.push_back(entry.path());
-        return found;
-    };
-    const auto largest = [&] {
-        return std::ranges::max(packs(), {}, [](const auto& each) { return fs::file_size(each); });
-    };
-    const auto damageLargest = [&] {
-        const fs::path pack = largest();
+                packs.push_back(entry.path());
+        const fs::path pack =
+            std::ranges::max(packs, {}, [](const auto& each) { return fs::file_size(each); });
         fs::permissions(pack, fs::perms::owner_all);
         std::fstream(pack, std::ios::in | std::ios::out | std::ios::binary).seekp(30) << "damage";
         return folders / ("repository/damaged/" + pack.filename().native());
-    };
-    const auto verify = [&] {
+    }
+    void verify() {
         EXPECT_EQ(pane->call<"verify">(), "");
         EXPECT_FALSE(pane->state("verificationProgress").isAbsent());
-        return comesTo([&] { return pane->state("verificationProgress").isAbsent(); });
-    };
+        ASSERT_TRUE(comesTo([&] { return pane->state("verificationProgress").isAbsent(); }));
+    }
+    [[nodiscard]] bool showsColors(std::int32_t ofHere, std::int32_t ofGone) {
+        return comesTo([&] { return colors({in("here"), lost}) == Array{ofHere, ofGone}; });
+    }
+    // Like a disk that was unplugged, after one of the files was deleted.
+    void loseData() {
+        fs::remove(in(gone));
+        ASSERT_TRUE(showsColors(green, blue));
+        fs::rename(data, folders / "away");
+        for (unsigned number = 0; number < 256; ++number)
+            fs::create_directories(data / formatText("%02x", number));
+        verify();
+        EXPECT_TRUE(showsColors(green, none)) << pane->state("lastVerification").description();
+        EXPECT_TRUE(comesTo([&] { return pane->state("damagedFileCount") == 1U; }));
+    }
 
-    // Found only by reading. Repaired without a question, since everything in the pack is on the disk as it
-    // was saved.
+    const EnvironmentVariable foreign{"RESTIC_KEY_HINT", "0000"}; // for another repository of the user
+    const std::string gone = "gone \xFF";
+    const Value lost = textFromPath(in(gone));
+    const fs::path data = folders / "repository/data";
+};
+
+// Found only by reading, while everything in the pack is on the disk as it was saved.
+TEST_F(Verifying, RepairsWithoutAQuestionWhatNobodyElseNeeds) {
     std::string aside = damageLargest();
-    ASSERT_TRUE(verify());
+    verify();
     EXPECT_TRUE(comesTo([&] { return fs::exists(aside) && pane->state("isBackupDamaged") == false; }));
-    EXPECT_TRUE(comesTo([&] { return colors(files) == Array{green, green}; }));
+    EXPECT_TRUE(showsColors(green, green));
 
-    // An unplugged disk that is connected again.
-    fs::remove(in(gone));
-    ASSERT_TRUE(comesTo([&] { return colors(files) == Array{green, blue}; }));
-    fs::rename(data, folders / "away");
-    fs::create_directory(data);
-    for (unsigned number = 0; number < 256; ++number)
-        fs::create_directory(data / formatText("%02x", number));
-    ASSERT_TRUE(verify());
-    EXPECT_EQ(pane->state("isBackupDamaged"), true) << pane->state("lastVerification").description();
-    EXPECT_TRUE(comesTo([&] { return colors(files) == Array{green, none}; }));
-    EXPECT_TRUE(comesTo([&] { return pane->state("damagedFileCount") == 1U; }));
+    Restic::Call other; // another program's snapshot
+    other.arguments = {"backup", "--tag", "other", in("here")};
+    ASSERT_TRUE(repository().restic().run(other, StopSignal()).succeeded());
+    aside = damageLargest();
+    verify();
+    EXPECT_TRUE(showsColors(yellow, yellow));
+    EXPECT_TRUE(alertOf("backup_damaged")["actions"].array().empty());
+    EXPECT_FALSE(fs::exists(aside));
+}
+
+TEST_F(Verifying, SaysWhatIsLostAndTakesInWhatComesBack) {
+    loseData();
+    EXPECT_EQ(pane->state("isBackupDamaged"), true);
     const auto saysWhatIsLost = [&] {
-        const Array alerts = pane->state("alerts").array();
-        const Value alert = alerts.empty() ? Value() : alerts.front();
-        return alert["id"] == "backup_damaged" &&
-               alert["text"].stringValue().ends_with("cannot be restored:\n" + in(textFromPath(gone)));
+        return alertOf("backup_damaged")["text"].stringValue().ends_with("cannot be restored:\n" +
+                                                                         lost.stringValue());
     };
     EXPECT_TRUE(saysWhatIsLost()) << pane->state("alerts").description();
     start({}, "/bin/false"); // the recorded damage is known before any check
     EXPECT_TRUE(saysWhatIsLost());
     EXPECT_EQ(pane->state("damagedFileCount"), 1U);
     start();
+    fs::copy(folders / "away", data, fs::copy_options::recursive | fs::copy_options::skip_existing);
+    verify();
+    EXPECT_TRUE(showsColors(green, blue));
+    EXPECT_EQ(pane->state("isBackupDamaged"), false);
+    EXPECT_EQ(failuresOf(lost, folders / "back"), "");
+    EXPECT_EQ(folders.read("back"), std::string(40000, 'g'));
+}
 
-    // Part of the pack may belong to a snapshot that cannot be read, so the user is asked.
-    aside = damageLargest();
-    ASSERT_TRUE(verify());
-    EXPECT_TRUE(comesTo([&] { return colors(files) == Array{yellow, none}; }));
+// Part of the pack may belong to a snapshot that cannot be read.
+TEST_F(Verifying, AsksBeforeItStoresAgainWhatAnotherSnapshotMayNeed) {
+    loseData();
+    const std::string aside = damageLargest();
+    verify();
+    EXPECT_TRUE(showsColors(yellow, none));
     EXPECT_FALSE(fs::exists(aside));
     EXPECT_EQ(pane->call<"performAlertAction:ofAlert:">("store-again:", "backup_damaged"), "");
-    EXPECT_TRUE(comesTo([&] { return colors(files) == Array{green, none}; }));
+    EXPECT_TRUE(showsColors(green, none));
     EXPECT_TRUE(fs::exists(aside));
-
-    fs::copy(folders / "away", data, fs::copy_options::recursive | fs::copy_options::skip_existing);
-    ASSERT_TRUE(verify());
-    EXPECT_TRUE(comesTo([&] { return colors(files) == Array{green, blue}; }));
-    EXPECT_EQ(pane->state("isBackupDamaged"), false);
-    EXPECT_EQ(failuresOf(in(textFromPath(gone)), folders / "back"), "");
-    EXPECT_EQ(folders.read("back"), std::string(40000, 'g'));
-
-    // Another program's snapshot needs the pack as well.
-    Restic::Call other;
-    other.arguments = {"backup", "--tag", "other", in("here")};
-    ASSERT_TRUE(repository().restic().run(other, StopSignal()).succeeded());
-    aside = damageLargest();
-    ASSERT_TRUE(verify());
-    EXPECT_TRUE(comesTo([&] { return colors(files) == Array{yellow, none}; }));
-    EXPECT_TRUE(alertOf("backup_damaged")["actions"].array().empty());
-    EXPECT_FALSE(fs::exists(aside));
 }
 
 TEST_F(BackingUp, ABackupThatIsAskedForIsDoneWhenItsDataIsThere) {

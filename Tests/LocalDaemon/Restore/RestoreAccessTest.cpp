@@ -2,8 +2,6 @@
 
 #include "Tests/LocalDaemon/Restore/RestoreQueueFixture.h"
 
-#include <set>
-
 namespace kelvane::tests {
 namespace {
 

@@ -9,8 +9,6 @@
 #include "Tests/Harness/AsNobody.h"
 
 #include <chrono>
-#include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <limits>
 #include <numeric>
@@ -138,12 +136,11 @@ TEST(HardLinks, AreTrustedWhereTheirNamesHadOneContent) {
     ASSERT_EQ(::stat((folder / "one").c_str(), &staged), 0);
     const auto faultOf = [&](const std::string& contents, FileTime changed) {
         RepositoryPlace place;
-        place.program = folder.write("restic", R"(#!/bin/sh
+        place.program = folder.writeProgram("restic", R"(#!/bin/sh
             node='"type": "file", "content"'
             [ $2 = snapshot ] && echo '{"tree": "t"}' ||
             echo "{\"nodes\": [{\"name\": \"one\", $node: [\"x\"]}, {\"name\": \"two\", $node: [\")" +
-                                                   contents + R"(\"]}]}")");
-        fs::permissions(place.program, fs::perms::owner_all);
+                                                          contents + R"(\"]}]}")");
         const BackupIndex index = indexOf({{{"/one", ItemKind::File, 1, FileTime(1), FileTime(1)},
                                             {"/two", ItemKind::File, 1, FileTime(1), changed}}});
         const StopSignal stop;
@@ -220,15 +217,11 @@ TEST(RestoreMetadata, SaysWhatCannotBeSet) {
 TEST(RestoreStaging, StandsBesideThePlaceOrInTheFolderThatIsThere) {
     const tests::TemporaryFolder folder;
     folder.write("there/file", "");
-    const struct {
-        std::string target;
-        bool isFolder;
-        std::string place;
-    } cases[] = {{"there", true, "there"},
-                 {"there", false, ""},
-                 {"there/file", false, "there"},
-                 {"not/there/yet", true, ""},
-                 {"there/new", true, "there"}};
+    const std::tuple<std::string, bool, std::string> cases[] = {{"there", true, "there"},
+                                                                {"there", false, ""},
+                                                                {"there/file", false, "there"},
+                                                                {"not/there/yet", true, ""},
+                                                                {"there/new", true, "there"}};
     for (const auto& [target, isFolder, place] : cases) {
         const StagingPlace found = stagingPlaceFor(folder / target, isFolder);
         EXPECT_EQ(found.kind, StagingPlace::Kind::Ready);

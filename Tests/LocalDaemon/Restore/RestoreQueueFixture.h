@@ -8,7 +8,6 @@
 #include <condition_variable>
 #include <fcntl.h>
 #include <optional>
-#include <sys/stat.h>
 #include <sys/xattr.h>
 
 namespace kelvane::tests {
@@ -107,9 +106,7 @@ protected:
     }
     // Creates a script that replaces restic.
     std::string script(const std::string& text) {
-        const std::string path = folder_.write("fake-restic", "#!/bin/bash\n" + text);
-        fs::permissions(path, fs::perms::owner_all);
-        return path;
+        return folder_.writeProgram("fake-restic", "#!/bin/bash\n" + text);
     }
     // A restic that copies the requested files from the disk.
     std::string copying() { return script(copyScript); }
@@ -127,9 +124,7 @@ protected:
         EXPECT_TRUE(waitFor([&] { return ends_.size() > before; }));
         return job;
     }
-    [[nodiscard]] std::string home(std::string_view name) const {
-        return folder_.home() + '/' + std::string(name);
-    }
+    std::string home(std::string_view name) const { return folder_.home() + '/' + std::string(name); }
     [[nodiscard]] bool hasStaging(const std::string& where) const {
         for (const auto& entry : fs::directory_iterator(where))
             if (entry.path().filename().string().starts_with(stagingPrefix))

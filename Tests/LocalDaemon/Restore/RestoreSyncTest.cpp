@@ -21,7 +21,6 @@ extern "C" int syncfs(int descriptor) noexcept {
 }
 
 namespace kelvane::tests {
-namespace {
 
 using RestoreSyncTest = RestoreQueueTest;
 
@@ -56,5 +55,4 @@ TEST(NameClashes, AreNamesOfWhichOneIsNoEntry) {
               (std::set<std::string>{"./a", "./c", "a", "c"}));
 }
 
-} // namespace
 } // namespace kelvane::tests
