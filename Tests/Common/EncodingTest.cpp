@@ -1,12 +1,10 @@
 #include "Common/FrameReader.h"
-#include "Common/KelvProxy.h"
 #include "Common/Protocols.h"
 #include "Common/ValueBuffer.h"
 #include "Tests/Harness/LinkPair.h"
 
 #include <algorithm>
 #include <climits>
-#include <gtest/gtest.h>
 #include <numeric>
 
 namespace kelvane::tests {

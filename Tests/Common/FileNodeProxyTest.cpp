@@ -3,13 +3,20 @@
 #include "FakeDaemon/FakeDaemon.h"
 #include "Support/Logging.h"
 #include "Tests/Common/FakeFileServices.h"
-#include "Tests/Common/FileNodeNames.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
 namespace kelvane::tests {
 namespace {
+
+// Returns the names in order, each followed by a space.
+std::string names(const FileNodeList& nodes) {
+    std::string names;
+    for (const FileNodeRef& node : nodes)
+        names += node->fileName() + ' ';
+    return names;
+}
 
 // The daemon's answer for a path: backed up, unless its name is unknown; larger with folder sizes.
 Value known(const Array& arguments) {

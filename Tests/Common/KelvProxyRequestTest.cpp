@@ -3,7 +3,6 @@
 #include "Tests/Harness/LinkPair.h"
 #include "Tests/Harness/ManualLoop.h"
 
-#include <cstdlib>
 #include <future>
 #include <new>
 

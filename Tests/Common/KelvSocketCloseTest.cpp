@@ -1,7 +1,6 @@
 #include "Support/Logging.h"
 #include "Tests/Harness/LinkPair.h"
 
-#include <filesystem>
 #include <future>
 #include <sys/wait.h>
 

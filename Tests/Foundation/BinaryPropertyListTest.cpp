@@ -4,7 +4,6 @@
 #include "Tests/Harness/TemporaryFolder.h"
 
 #include <cmath>
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <limits>
 #include <numeric>

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 namespace kelvane::tests {
-namespace {
 
 TEST(ConditionLock, EndsEveryWaitOnInterruptUntilResumed) {
     ConditionLock lock(0);
@@ -26,5 +25,4 @@ TEST(ConditionLock, EndsEveryWaitOnInterruptUntilResumed) {
     EXPECT_TRUE(resumed.get());
 }
 
-} // namespace
 } // namespace kelvane::tests

@@ -146,18 +146,14 @@ TEST(HostilePropertyList, CannotMakeManyValuesOfTheSameBytes) {
     }
 }
 
-// The peak memory of this process since `reset`, in kilobytes.
-class PeakMemory {
-public:
-    static void reset() { std::ofstream("/proc/self/clear_refs") << 5; }
-    static long kilobytes() {
-        std::ifstream status("/proc/self/status");
-        for (std::string line; std::getline(status, line);)
-            if (line.starts_with("VmHWM:"))
-                return std::stol(line.substr(6));
-        return -1;
-    }
-};
+// The peak memory of this process in kilobytes.
+long peakMemory() {
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.starts_with("VmHWM:"))
+            return std::stol(line.substr(6));
+    return -1;
+}
 
 TEST(HostilePropertyList, TakesNoMemoryForObjectsThatNobodyRefersTo) {
     constexpr std::uint64_t count = 4U << 20U;
@@ -167,10 +163,10 @@ TEST(HostilePropertyList, TakesNoMemoryForObjectsThatNobodyRefersTo) {
     file +=
         bigEndian(4, 7) + bigEndian(1, 1) + bigEndian(count, 8) + bigEndian(0, 8) + bigEndian(8 + count, 8);
     const Data bytes(file.begin(), file.end());
-    PeakMemory::reset();
-    const long before = PeakMemory::kilobytes();
+    std::ofstream("/proc/self/clear_refs") << 5; // resets the peak
+    const long before = peakMemory();
     EXPECT_EQ(readBinaryPropertyList(bytes).value, Value(true));
-    EXPECT_LT(PeakMemory::kilobytes() - before, 1024) << "a kilobyte for 4096 objects";
+    EXPECT_LT(peakMemory() - before, 1024) << "a kilobyte for 4096 objects";
 }
 
 TEST(HostilePropertyList, TakesNoQuadraticTimeForManyKeys) {

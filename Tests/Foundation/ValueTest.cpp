@@ -5,26 +5,24 @@
 #include <limits>
 
 namespace kelvane::tests {
-namespace {
 
 constexpr auto largestInteger = std::numeric_limits<std::int64_t>::max();
 constexpr auto smallest = std::numeric_limits<std::int64_t>::min();
 
 TEST(Value, ReadsAsEveryNumber) {
-    const std::tuple<Value, std::int64_t, double> cases[] = {
-        {{}, 0, 0},
-        {"12", 0, 0},
-        {Value(Array{1}), 0, 0},
-        {Data{1}, 0, 0},
-        {true, 1, 1},
-        {-7, -7, -7},
-        {std::int8_t{-1}, -1, -1},
-        {std::uint8_t{200}, 200, 200},
-        {std::numeric_limits<std::uint64_t>::max(), -1, 0x1p64},
-        {4294967298LL, 4294967298LL, 4294967298.0},
-        {-1.9F, -1, static_cast<double>(-1.9F)},
-        {0.5, 0, 0.5},
-        {-1e300, smallest, -1e300}};
+    const std::tuple<Value, std::int64_t, double> cases[] = {{{}, 0, 0},
+                                                             {"12", 0, 0},
+                                                             {Value(Array{1}), 0, 0},
+                                                             {Data{1}, 0, 0},
+                                                             {true, 1, 1},
+                                                             {-7, -7, -7},
+                                                             {std::int8_t{-1}, -1, -1},
+                                                             {std::uint8_t{200}, 200, 200},
+                                                             {~0ULL, -1, 0x1p64},
+                                                             {4294967298LL, 4294967298LL, 4294967298.0},
+                                                             {-1.9F, -1, static_cast<double>(-1.9F)},
+                                                             {0.5, 0, 0.5},
+                                                             {-1e300, smallest, -1e300}};
     for (const auto& [value, integer, real] : cases) {
         EXPECT_EQ(value.boolValue(), real != 0) << value.description();
         EXPECT_EQ(value.int64Value(), integer) << value.description();
@@ -126,5 +124,4 @@ TEST(Description, OfWhatExpandsToBillionsStaysShort) {
     EXPECT_NE(text.find("..."), std::string::npos);
 }
 
-} // namespace
 } // namespace kelvane::tests

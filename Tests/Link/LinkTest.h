@@ -7,7 +7,6 @@
 #include "Tests/Harness/ManualLoop.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
-#include <algorithm>
 #include <gtest/gtest.h>
 
 namespace kelvane {

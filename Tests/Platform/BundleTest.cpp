@@ -2,7 +2,6 @@
 #include "Platform/PropertyListFile.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
-#include <filesystem>
 #include <gtest/gtest.h>
 
 namespace kelvane {
@@ -53,8 +52,7 @@ TEST(Bundle, GivesItsInformationTextsAndFiles) {
     write("Resources/en.lproj/MarketNames.strings", "<key>Title</key><string>M</string>");
     folder.write("Resources/blue.svg", "<svg/>");
     folder.write("Helpers/notes", "");
-    std::filesystem::permissions(folder.write("Helpers/Enable", "#!/bin/sh\n"),
-                                 std::filesystem::perms::owner_all);
+    folder.writeProgram("Helpers/Enable", "#!/bin/sh\n");
 
     const Bundle bundle(folder.path());
     EXPECT_EQ(bundle.error(), "");

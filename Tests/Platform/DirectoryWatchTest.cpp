@@ -2,11 +2,8 @@
 
 #include "Tests/Harness/TemporaryFolder.h"
 
-#include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <map>
-#include <thread>
 
 namespace kelvane {
 namespace {
@@ -28,9 +25,7 @@ protected:
         return all;
     }
     Changes changes() { return changesOf(watch_); }
-    [[nodiscard]] Changes changed(const std::string& name) const {
-        return {{folder_ / name, Change::Changed}};
-    }
+    Changes changed(const std::string& name) const { return {{folder_ / name, Change::Changed}}; }
     void watch(const std::string& name) { EXPECT_EQ(watch_.add(folder_ / name), Outcome::Watching) << name; }
     void rename(const char* from, const char* to) const {
         std::filesystem::rename(folder_ / from, folder_ / to);
@@ -121,32 +116,6 @@ TEST_F(DirectoryWatchTest, RefusesWhatIsNoFolderAndStopsAtItsLimit) {
     EXPECT_EQ(limited.add(folder_ / "two"), Outcome::LimitReached);
     limited.remove(folder_ / "one");
     EXPECT_EQ(limited.add(folder_ / "two"), Outcome::Watching);
-}
-
-TEST_F(DirectoryWatchTest, TellsWhenTheSystemHasDroppedChanges) {
-    std::size_t longestQueue = 0;
-    std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> longestQueue;
-    folder_.write("in/file", "");
-    watch("in");
-    for (std::size_t events = 0; events <= longestQueue; events += 2) {
-        folder_.write("in/new", "");
-        std::filesystem::remove(folder_ / "in/new");
-    }
-    EXPECT_TRUE(changes().contains(""));
-    folder_.write("in/new", "");
-    EXPECT_EQ(changes(), changed("in"));
-}
-
-TEST_F(DirectoryWatchTest, WakesItsWaiterNowAndBeforehand) {
-    watch_.wake();
-    EXPECT_TRUE(watch_.wait(std::nullopt).empty());
-    watch("");
-    std::thread waiter([&] { EXPECT_EQ(watch_.wait(std::nullopt).size(), 1U); });
-    folder_.write("file", "");
-    waiter.join();
-    std::thread another([&] { EXPECT_TRUE(watch_.wait(std::nullopt).empty()); });
-    watch_.wake();
-    another.join();
 }
 
 } // namespace

@@ -5,7 +5,6 @@
 #include "Platform/SpecialFolders.h"
 #include "Tests/Harness/AsNobody.h"
 #include "Tests/Harness/EnvironmentVariable.h"
-#include "Tests/Harness/TemporaryFolder.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -13,8 +12,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace kelvane::tests {
 namespace {
@@ -189,9 +186,7 @@ TEST(Volumes, HaveNamesThatCanStandInAPathAndTellThemApart) {
 
 TEST(Volumes, MapPathsBothWaysAndKnowTheMountPoint) {
     const Volumes volumes("Boot", {{"Part", "/media/joe/Disk/part"}, {"Disk", "/media/joe/Disk/"}});
-    const struct {
-        std::string path, real, volumePath, mountPoint;
-    } cases[] = {
+    const std::array<std::string, 4> cases[] = {
         {"/", "/", "/Volumes/Boot", "/"},
         {"/home/joe//a/", "/home/joe/a", "/Volumes/Boot/home/joe/a", "/"},
         {"/Volumes/Boot/home", "/home", "/Volumes/Boot/home", "/"},
@@ -203,10 +198,10 @@ TEST(Volumes, MapPathsBothWaysAndKnowTheMountPoint) {
         {"/Volumes/Boot/media/joe/Disk/a", "/media/joe/Disk/a", "/Volumes/Disk/a", "/Volumes/Disk"},
         {"/Volumes/Disk/part/a", "/media/joe/Disk/part/a", "/Volumes/Part/a", "/Volumes/Part"},
         {"a/b", "a/b", "a/b", "/"}};
-    for (const auto& each : cases) {
-        EXPECT_EQ(volumes.realPath(each.path), each.real) << each.path;
-        EXPECT_EQ(volumes.volumePath(each.path), each.volumePath) << each.path;
-        EXPECT_EQ(volumes.mountPointOf(each.path), each.mountPoint) << each.path;
+    for (const auto& [path, real, volumePath, mountPoint] : cases) {
+        EXPECT_EQ(volumes.realPath(path), real) << path;
+        EXPECT_EQ(volumes.volumePath(path), volumePath) << path;
+        EXPECT_EQ(volumes.mountPointOf(path), mountPoint) << path;
     }
     // No such volume, or no such name.
     for (const std::string& path :

@@ -11,7 +11,6 @@
 #include <thread>
 
 namespace kelvane {
-namespace {
 
 using namespace std::chrono_literals;
 using Repeat = MainLoop::Repeat;
@@ -115,5 +114,4 @@ TEST(SignalWatch, TurnsSignalsIntoTasksAndRestoresTheMask) {
     EXPECT_EQ(::sigismember(&mask, SIGTERM), 0);
 }
 
-} // namespace
 } // namespace kelvane

@@ -1,5 +1,4 @@
 #include "Support/AgentLauncher.h"
-#include "Platform/FileDescriptor.h"
 #include "Tests/Harness/Recorded.h"
 #include "Tests/Harness/ReportingScript.h"
 
@@ -14,11 +13,6 @@ namespace {
 
 bool hasChildren() {
     return ::waitid(P_ALL, 0, nullptr, WEXITED | WNOHANG | WNOWAIT) == 0 || errno != ECHILD;
-}
-
-// Zombies are children, too.
-bool childrenAreReaped() {
-    return eventually([] { return !hasChildren(); });
 }
 
 TEST(AgentLauncher, StartsTheTrampolineWithItsArgumentsCleanSignalsAndNoDescriptor) {
@@ -39,7 +33,7 @@ TEST(AgentLauncher, StartsTheTrampolineWithItsArgumentsCleanSignalsAndNoDescript
         KelvaneTrampoline::trampoline(script.path(), "/opt/a program", 4294967295U, type);
         EXPECT_EQ(script.report(),
                   "blocked 0\nignored 0\n" + script.path() + "\n4294967295\n/opt/a program\n" + word);
-        EXPECT_TRUE(childrenAreReaped());
+        EXPECT_TRUE(eventually([] { return !hasChildren(); })) << "zombies are children, too";
     }
     ::signal(SIGPIPE, oldPipe);
     sigset_t after;

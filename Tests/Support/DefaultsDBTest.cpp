@@ -5,18 +5,13 @@
 #include "Support/Logging.h"
 #include "Tests/Harness/AsNobody.h"
 #include "Tests/Harness/EnvironmentVariable.h"
-#include "Tests/Harness/TemporaryFolder.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <fcntl.h>
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 
 namespace kelvane::tests {
 namespace {
@@ -68,20 +63,16 @@ TEST_F(DefaultsDBTest, StoresTextsNumbersAndBooleansBesideWhatOthersWrote) {
 }
 
 TEST_F(DefaultsDBTest, ReadsStoredValuesByConversionAndGivesDefaultsForAbsentKeys) {
-    const struct {
-        Value stored;
-        std::optional<std::string> text;
-        std::int32_t number;
-        bool flag;
-    } cases[] = {{" -12 apples", " -12 apples", -12, false},
-                 {"99999999999999999999", "99999999999999999999", 2147483647, false},
-                 {"-99999999999999999999", "-99999999999999999999", -2147483647 - 1, false},
-                 {"", "", 0, false},
-                 {"YES", "YES", 0, true},
-                 {"yes", "yes", 0, false},
-                 {42, "42", 42, false},
-                 {true, "1", 1, false},
-                 {Array{"YES"}, std::nullopt, 0, false}};
+    const std::tuple<Value, std::optional<std::string>, std::int32_t, bool> cases[] = {
+        {" -12 apples", " -12 apples", -12, false},
+        {"99999999999999999999", "99999999999999999999", 2147483647, false},
+        {"-99999999999999999999", "-99999999999999999999", -2147483647 - 1, false},
+        {"", "", 0, false},
+        {"YES", "YES", 0, true},
+        {"yes", "yes", 0, false},
+        {42, "42", 42, false},
+        {true, "1", 1, false},
+        {Array{"YES"}, std::nullopt, 0, false}};
     for (const auto& [value, text, number, flag] : cases) {
         SCOPED_TRACE(value.description());
         store({{"key", value}});

@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 #include <limits>
-#include <map>
 
 namespace kelvane::tests {
 namespace {
@@ -60,31 +59,16 @@ TEST(NumberFormatter, GroupsAndRoundsByItsPatternWithTheUsersSeparators) {
 
 TEST(ServiceStates, HaveATextExactlyForTheCodesThatADaemonReports) {
     const Bundle bundle{Value()};
-    const std::map<std::int32_t, std::string> texts{{3, "Initial backup"},
-                                                    {4, "Restoring"},
-                                                    {5, "Backup pending"},
-                                                    {6, "Backup in progress"},
-                                                    {7, "Scanning for changed files"},
-                                                    {8, "Idle"},
-                                                    {11, "No service"},
-                                                    {12, "Disabled"},
-                                                    {13, "Paused"},
-                                                    {14, "Retry"},
-                                                    {15, "Bad configuration"},
-                                                    {16, "Account disabled"},
-                                                    {17, "Account over quota"},
-                                                    {18, "No internet connection"},
-                                                    {19, "No server"},
-                                                    {20, "Backup failed"},
-                                                    {22, "Backup overdue"},
-                                                    {23, "Operations message"},
-                                                    {24, "Upgrade available"},
-                                                    {25, "Recover mode"},
-                                                    {29, "Account over quota"}};
+    std::string texts;
     for (std::int32_t code = -2; code < 40; ++code)
-        EXPECT_EQ(stringForKelvaneServiceState(static_cast<ServiceState>(code), bundle),
-                  texts.contains(code) ? texts.at(code) : "")
-            << code;
+        if (const std::string text = stringForKelvaneServiceState(static_cast<ServiceState>(code), bundle);
+            !text.empty())
+            texts += std::to_string(code) + ' ' + text + '\n';
+    EXPECT_EQ(texts, "3 Initial backup\n4 Restoring\n5 Backup pending\n6 Backup in progress\n"
+                     "7 Scanning for changed files\n8 Idle\n11 No service\n12 Disabled\n13 Paused\n14 Retry\n"
+                     "15 Bad configuration\n16 Account disabled\n17 Account over quota\n"
+                     "18 No internet connection\n19 No server\n20 Backup failed\n22 Backup overdue\n"
+                     "23 Operations message\n24 Upgrade available\n25 Recover mode\n29 Account over quota\n");
 }
 
 // Texts that are equal in English have separate keys.
