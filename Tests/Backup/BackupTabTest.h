@@ -4,8 +4,6 @@
 #include "PreferencePane/Backup/ExcludeTable.h"
 #include "Tests/Harness/BrowserTabTest.h"
 
-#include <QLabel>
-
 namespace kelvane::tests {
 
 using Paths = Strings;

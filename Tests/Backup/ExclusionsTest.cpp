@@ -5,7 +5,6 @@
 #include <QLineEdit>
 #include <QMimeData>
 #include <QTreeView>
-#include <filesystem>
 
 namespace kelvane::tests {
 namespace {

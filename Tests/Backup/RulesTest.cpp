@@ -5,7 +5,6 @@
 #include "Tests/Harness/EnvironmentVariable.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
-#include <filesystem>
 #include <gtest/gtest.h>
 
 namespace kelvane::tests {

@@ -58,13 +58,11 @@ private:
 class ColumnBrowserTest : public testing::Test {
 protected:
     void SetUp() override {
-        folders.listing = {
-            {"/Volumes", {"Disk/", "Other/"}},
-            {"/Volumes/Disk", {"docs/", "photos/", "-old.txt", "notes.txt", "plan.txt"}},
-            {"/Volumes/Disk/docs", {"a.txt", "b.txt", "c.txt", "deep/"}},
-            {"/Volumes/Disk/docs/deep", {"end.txt"}},
-            {"/Volumes/Disk/photos", {"p.jpg"}},
-        };
+        folders.listing = {{"/Volumes", {"Disk/", "Other/"}},
+                           {"/Volumes/Disk", {"docs/", "photos/", "-old.txt", "notes.txt", "plan.txt"}},
+                           {"/Volumes/Disk/docs", {"a.txt", "b.txt", "c.txt", "deep/"}},
+                           {"/Volumes/Disk/docs/deep", {"end.txt"}},
+                           {"/Volumes/Disk/photos", {"p.jpg"}}};
         browser->setDelegate(folders);
         browser->resize(900, 300);
         browser->show();

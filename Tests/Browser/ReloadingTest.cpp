@@ -4,8 +4,6 @@
 
 #include <QPersistentModelIndex>
 #include <QScrollBar>
-#include <algorithm>
-#include <gtest/gtest.h>
 #include <random>
 #include <set>
 
@@ -125,13 +123,6 @@ TEST_F(Reloading, EnablesAndDisablesWithoutChoosing) {
     EXPECT_EQ(choices.size(), 0);
 }
 
-BrowserRows rowsNamed(const std::vector<int>& names) {
-    BrowserRows rows;
-    for (const int name : names)
-        rows.emplace_back(std::to_string(name), std::to_string(name));
-    return rows;
-}
-
 // From equal to completely different rows, in any order, with duplicates.
 TEST(ColumnModel, ShowsWhatIsListedAndLetsRowsBeFollowed) {
     ColumnModel model{[](const KelvaneBrowserCell&) { return QIcon(); }, nullptr};
@@ -152,8 +143,10 @@ TEST(ColumnModel, ShowsWhatIsListedAndLetsRowsBeFollowed) {
         std::vector<QPersistentModelIndex> followed;
         for (int row = 0; row < model.count(); ++row)
             followed.emplace_back(model.index(row));
-
-        model.setRows(rowsNamed(names));
+        BrowserRows rows;
+        for (const int name : names)
+            rows.emplace_back(std::to_string(name), std::to_string(name));
+        model.setRows(std::move(rows));
 
         ASSERT_EQ(shown(), names);
         std::vector<int> stayed;
@@ -181,9 +174,9 @@ TEST_F(BrowserPaths, LeadToTheColumnThatShowsTheItem) {
         {"/", 0, "/Volumes/Disk"},
         {"/Volumes/Other", 0, "/Volumes/Other"},
         {"/docs/a.txt", 2, "/Volumes/Disk/docs/a.txt"},
-        {"/Volumes/Disk/docs/b.txt", 2, "/Volumes/Disk/docs/b.txt"},
+        {"/Volumes/Disk/docs", 1, "/Volumes/Disk/docs"},
         {"/docs/A.txt", -1, ""},
-        {"/photos/a.txt", -1, ""}, // of a folder that is not open
+        {"/photos/a.txt", -1, ""},
         {"/Volumes/Disk/docs/a.txt/further", -1, ""},
         {"/Volumes", -1, ""},
         {"/System/Volumes/Data", -1, ""},

@@ -2,7 +2,6 @@
 #include "Tests/Harness/EnvironmentVariable.h"
 #include "Tests/Harness/RunUntil.h"
 
-#include <cstdlib>
 #include <gtest/gtest.h>
 
 namespace kelvane::tests {

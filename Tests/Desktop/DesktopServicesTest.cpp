@@ -1,26 +1,21 @@
 #include "Platform/Desktop/DesktopFileServices.h"
 #include "Platform/Desktop/Opener.h"
 #include "Platform/Desktop/RunningApplications.h"
-#include "Platform/Desktop/SessionWatch.h"
-#include "Tests/Desktop/FakeService.h"
 #include "Tests/Harness/RunUntil.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
-#include <QDBusVariant>
+#include <QDBusConnection>
 #include <QDateTime>
 #include <QLocale>
-#include <filesystem>
 #include <gtest/gtest.h>
 
 namespace kelvane {
-namespace {
 
 TEST(Opener, HandsOverWhatIsToBeOpenedAndReportsWhatFails) {
     const tests::TemporaryFolder folder;
-    const std::string program = folder.write(
+    const std::string program = folder.writeProgram(
         "opener", "#!/bin/sh\ncat >> " + (folder / "opened") + "; echo \"$#:$1\" >> " + (folder / "opened") +
                       "\ncase $1 in */3*) exit 3;; */9*) kill -9 $$;; esac\n");
-    std::filesystem::permissions(program, std::filesystem::perms::owner_all);
     ASSERT_TRUE(std::freopen(folder.write("typed", "by a person").c_str(), "r", stdin));
     std::vector<std::string> reasons;
     const auto failed = [&](const std::string& reason) { reasons.push_back(reason); };
@@ -89,31 +84,4 @@ TEST(RunningApplications, AreNamesOnTheBusWhateverTheirCase) {
     EXPECT_FALSE(isApplicationAmong(runningApplications(), "com.kelvane.agent"));
 }
 
-TEST(SessionWatch, TellsChangesOfItsOwnSessionOnly) {
-    bool isActive = true;
-    int questions = 0;
-    tests::FakeService login("org.freedesktop.login1", [&](const QDBusMessage& call) {
-        ++questions;
-        EXPECT_EQ(call.path().toStdString(), "/org/freedesktop/login1/session/auto");
-        return call.createReply(QVariant::fromValue(QDBusVariant(isActive)));
-    });
-    std::string seen;
-    const SessionWatch watch([&](bool active) { seen += active ? "on " : "off "; });
-    EXPECT_TRUE(tests::runUntil([&] { return questions == 1; }));
-    const auto change = [&](bool active, const char* property) {
-        isActive = active;
-        login.emitSignal("/org/freedesktop/login1/session/_31", "org.freedesktop.DBus.Properties",
-                         "PropertiesChanged",
-                         {"org.freedesktop.login1.Session", QVariantMap{{property, active}}, QStringList()});
-    };
-    change(true, "IdleHint");
-    change(true, "Active"); // of another session
-    change(false, "Active");
-    EXPECT_TRUE(tests::runUntil([&] { return seen == "off "; }));
-    change(true, "Active");
-    EXPECT_TRUE(tests::runUntil([&] { return seen == "off on "; }));
-    EXPECT_EQ(questions, 4);
-}
-
-} // namespace
 } // namespace kelvane

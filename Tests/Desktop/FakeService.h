@@ -3,7 +3,6 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusVirtualObject>
-#include <cstdlib>
 #include <functional>
 #include <gtest/gtest.h>
 

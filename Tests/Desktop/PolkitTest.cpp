@@ -5,10 +5,7 @@
 #include "Tests/Desktop/PrivatePolkit.h"
 #include "Tests/Harness/RunUntil.h"
 
-#include <QDBusArgument>
 #include <QDBusMetaType>
-#include <functional>
-#include <gtest/gtest.h>
 #include <unistd.h>
 #include <utility>
 

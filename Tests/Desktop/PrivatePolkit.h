@@ -10,7 +10,6 @@
 #include <QDeadlineTimer>
 #include <QProcess>
 #include <QVariantMap>
-#include <filesystem>
 #include <gtest/gtest.h>
 
 namespace kelvane::tests {

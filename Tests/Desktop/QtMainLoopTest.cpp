@@ -7,7 +7,6 @@
 #include <vector>
 
 namespace kelvane {
-namespace {
 
 using Repeat = MainLoop::Repeat;
 using std::chrono::milliseconds;
@@ -73,5 +72,4 @@ TEST(QtMainLoop, DropsWhatIsLeftAndLetsTokensOutliveIt) {
     EXPECT_EQ(held.use_count(), 1);
 }
 
-} // namespace
 } // namespace kelvane

@@ -44,9 +44,7 @@ protected:
         tab->awakeFromNib();
         tab->view()->show();
     }
-    [[nodiscard]] HelpViewEmailTextView& text() const {
-        return control<HelpViewEmailTextView>("emailTextView");
-    }
+    HelpViewEmailTextView& text() const { return control<HelpViewEmailTextView>("emailTextView"); }
     [[nodiscard]] bool canSend() const { return control("emailButton").isEnabled(); }
     void click(const char* name) const {
         ASSERT_TRUE(control(name).isVisible()) << name;

@@ -17,16 +17,14 @@ TEST_F(Sending, EndsWhateverTheServerDoes) {
         std::size_t requests;
         ReportLimits limits;
         bool isSent = true;
-    } const cases[] = {
-        {"fail", 1, {}},
-        {"break", 0, {}, false},
-        {"redirect", 1, {}},
-        {"talk", 1, {}},
-        {"refuse", 0, {}, false},
-        {"hang", 1, {.standstill = 1s}, false},
-        {"full", 0, {.connecting = 500ms}, false},
-        {"flood", 1, {.answer = 100'000}},
-    };
+    } const cases[] = {{"fail", 1, {}},
+                       {"break", 0, {}, false},
+                       {"redirect", 1, {}},
+                       {"talk", 1, {}},
+                       {"refuse", 0, {}, false},
+                       {"hang", 1, {.standstill = 1s}, false},
+                       {"full", 0, {.connecting = 500ms}, false},
+                       {"flood", 1, {.answer = 100'000}}};
     for (const auto& [behaviour, requests, limits, isSent] : cases) {
         SCOPED_TRACE(behaviour);
         ReportServer server(behaviour);
@@ -96,6 +94,7 @@ struct CallNotes : InvocationTarget {
 };
 
 struct PaintCount : QObject {
+    explicit PaintCount(QWidget& counted) { counted.installEventFilter(this); }
     bool eventFilter(QObject*, QEvent* event) override {
         count += event->type() == QEvent::Paint;
         return false;
@@ -111,8 +110,7 @@ TEST_F(Sending, HoldsEverythingButPaintingUntilItIsCancelled) {
     const ReportServer server("hang");
     auto& button = control<QAbstractButton>("helpButton");
     Timer timer;
-    PaintCount paints;
-    tab->view()->installEventFilter(&paints);
+    const PaintCount paints(*tab->view());
     QTimer look;
     int looks = 0;
     QObject::connect(&look, &QTimer::timeout, [&] {
@@ -135,18 +133,14 @@ TEST_F(Sending, HoldsEverythingButPaintingUntilItIsCancelled) {
     });
     look.start(100ms);
     sendReport(server.host);
-    look.stop();
     EXPECT_EQ(seen, Strings());
     EXPECT_GE(looks, 8);
     EXPECT_EQ(sheet(), nullptr);
-    EXPECT_EQ(text().string(), "It broke.");
-    EXPECT_TRUE(canSend());
     click("cancelButton");
     EXPECT_GE(paints.count, looks / 2);
     ASSERT_TRUE(runUntil([&] { return seen.size() == 2; }));
     click("helpButton");
-    std::sort(seen.begin(), seen.end());
-    EXPECT_EQ(seen, (Strings{"click", "fileChanged:", "timer"}));
+    EXPECT_EQ(std::set(seen.begin(), seen.end()), (std::set<std::string>{"click", "fileChanged:", "timer"}));
 }
 
 TEST_F(Sending, DoesNotHoldUpAnApplicationThatEnds) {

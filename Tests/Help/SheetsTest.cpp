@@ -151,17 +151,15 @@ TEST_F(Reports, HaveEveryPartAsItIs) {
     EXPECT_NE(testing::internal::GetCapturedStdout().find("HTTP/1.1 200 OK"), std::string::npos);
     EXPECT_NE(testing::internal::GetCapturedStderr().find("> POST /Manage"), std::string::npos);
     EXPECT_EQ(operatingSystemText(0x1058), "Mac OS X 10.5.8");
-    const std::pair<std::string, std::string> parts[] = {
-        {"to", "help"},
-        {"to-domain", "ex.org"},
-        {"subject", "User incident report"},
-        {"from", "maria@example.net"},
-        {"version", "1.2"},
-        {"os", "Mac OS X 10.9.0"},
-        {"category", "Restoring"},
-        {"comment", report.toStdString()},
-        {"serial", "-1"},
-    };
+    const std::pair<std::string, std::string> parts[] = {{"to", "help"},
+                                                         {"to-domain", "ex.org"},
+                                                         {"subject", "User incident report"},
+                                                         {"from", "maria@example.net"},
+                                                         {"version", "1.2"},
+                                                         {"os", "Mac OS X 10.9.0"},
+                                                         {"category", "Restoring"},
+                                                         {"comment", report.toStdString()},
+                                                         {"serial", "-1"}};
     std::string place = "00";
     for (const auto& [name, contents] : parts) {
         EXPECT_EQ(server.kept(place + ".head"), "Content-Disposition: form-data; name=\"" + name + '"');
@@ -225,8 +223,7 @@ TEST_F(Reports, GoWhateverBecomesOfTheArchive) {
     for (const char* const commands : {"exit 1", "ln -s /etc/passwd $1", "echo >$1.2; ln $1.2 $1",
                                        "exec tail -f /dev/null", "echo $# $2 >$1; stat -c %a $1 >>$1"}) {
         EXPECT_EQ(server.kept("09"), "") << "before " << commands;
-        folder.write("zip", std::string("#!/bin/sh\n") + commands + '\n');
-        ASSERT_EQ(::chmod(tools.zipProgram.c_str(), 0755), 0);
+        folder.writeProgram("zip", std::string("#!/bin/sh\n") + commands + '\n');
         sendReport(server.host);
     }
     EXPECT_EQ(server.kept("09"), "2 " + logPath + "\n600\n");

@@ -2,9 +2,7 @@
 
 #include "Tests/Harness/TemporaryFolder.h"
 
-#include <filesystem>
 #include <map>
-#include <sstream>
 
 namespace kelvane::tests {
 

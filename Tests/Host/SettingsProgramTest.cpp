@@ -10,9 +10,7 @@
 #include <QImage>
 #include <QPalette>
 #include <QProcess>
-#include <QStyle>
 #include <csignal>
-#include <gtest/gtest.h>
 
 namespace kelvane::host {
 namespace {
@@ -124,12 +122,10 @@ bool isDark() {
 TEST(Appearance, FollowsTheDesktopAndReadsWellInBothShades) {
     const char* const address = std::getenv("DBUS_SESSION_BUS_ADDRESS");
     ASSERT_NE(address, nullptr) << "needs a session bus";
-    const auto twice = [](uint scheme) {
-        return QVariant::fromValue(QDBusVariant(QVariant::fromValue(QDBusVariant(scheme))));
-    };
+    const QVariant dark = QVariant::fromValue(QDBusVariant(QVariant::fromValue(QDBusVariant(1U))));
     tests::FakeService portal(
-        "org.freedesktop.portal.Desktop",
-        [&](const QDBusMessage& call) { return call.createReply(twice(1)); }, address);
+        "org.freedesktop.portal.Desktop", [&](const QDBusMessage& call) { return call.createReply(dark); },
+        address);
     const QPalette own = QApplication::palette();
     applyAppearance(Appearance::System);
     EXPECT_TRUE(tests::runUntil([] { return isDark(); }));

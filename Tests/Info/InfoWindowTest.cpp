@@ -36,10 +36,6 @@ struct InfoWindow : testing::Test {
         return KelvaneFileNode::createWithDictionary(Dictionary{
             {"fileName", "a.txt"}, {"displayName", "A"}, {"path", path}, {"size", 5'000'000'000U}});
     }
-    // In the number format of the user's locale.
-    static std::string shortSize(std::uint64_t bytes) {
-        return FileSizeFormatter::sharedFileSizeAbbrevFormatter().stringFromNumber(bytes).value_or("");
-    }
     void runPosted() { static_cast<ManualLoop&>(*prefs.mainLoop()).runPosted(); }
 
     PaneDouble prefs;
@@ -51,18 +47,18 @@ TEST_F(InfoWindow, TellsWhatIsKnownOfAFileAndNothingOfNone) {
     prefs.disk.files["/home/ann/Documents"] = FileAttributes::Kind::Directory;
     const Date date{700'000'000};
     const FileNodeRef file = fileAt("/home/ann/Documents/a.txt");
-    file->initWithDictionary(Dictionary{{"fileName", "a.txt"},
-                                        {"displayName", "A"},
-                                        {"path", "/home/ann/Documents/a.txt"},
-                                        {"size", 5'000'000'000U},
-                                        {"version", 3},
-                                        {"backupDate", date}});
+    Dictionary entries = file->dictionary().dictionary();
+    entries.set("version", 3);
+    entries.set("backupDate", date);
+    file->initWithDictionary(entries);
     controller.setFileNode(file);
     EXPECT_TRUE(controller.window()->isVisible());
+    const auto shortSize =
+        *FileSizeFormatter::sharedFileSizeAbbrevFormatter().stringFromNumber(5'000'000'000U);
     const std::map<std::string, std::string> expected{{"Title", "A Info"},
                                                       {"File name", "A"},
                                                       {"Kind", prefs.fileServices().kindOfExtension("txt")},
-                                                      {"Short size", shortSize(5'000'000'000U)},
+                                                      {"Short size", shortSize},
                                                       {"Size", "5000000000 bytes"},
                                                       {"Where", "Documents;ann;" + computerName() + ';'},
                                                       {"Backup date", prefs.fileServices().dateAndTime(date)},

@@ -1,5 +1,4 @@
 #include "Tests/Pane/PaneControllerTest.h"
-#include "PreferencePane/RestoreAlert.h"
 #include "Tests/Desktop/FakeService.h"
 #include "Tests/Harness/RunUntil.h"
 
@@ -8,7 +7,6 @@
 #include <QToolButton>
 
 namespace kelvane::tests {
-namespace {
 
 TEST_F(PaneControllerTest, WakesSelectsAndUnselectsItsPartsInOrder) {
     begin();
@@ -92,13 +90,10 @@ TEST_F(PaneControllerTest, TellsOfTheLinkThenOfTheState) {
 TEST_F(PaneControllerTest, ShowsTheProgressOfARestoreOnEachLinkWhileOneRuns) {
     begin();
     const auto isShown = [this] { return restore->progress->isVisibleTo(pane->mainView()); };
-    for (const auto& [job, status, isRunning, isHiddenAfter] :
-         std::vector<std::tuple<unsigned, unsigned, bool, bool>>{{0U, 51U, false, false},
-                                                                 {7U, 51U, true, false},
-                                                                 {7U, 52U, true, false},
-                                                                 {7U, 50U, false, false},
-                                                                 {7U, 51U, true, true},
-                                                                 {0U, 51U, false, false}}) {
+    const std::tuple<unsigned, unsigned, bool, bool> links[] = {
+        {0U, 51U, false, false}, {7U, 51U, true, false}, {7U, 52U, true, false},
+        {7U, 50U, false, false}, {7U, 51U, true, true},  {0U, 51U, false, false}};
+    for (const auto& [job, status, isRunning, isHiddenAfter] : links) {
         SCOPED_TRACE(std::to_string(job) + ' ' + std::to_string(status));
         daemon.answer("getCurrentRestoreJob", job);
         daemon.answer("getRestoreJobStatus:", status);
@@ -147,12 +142,12 @@ TEST_F(PaneControllerTest, PassesTheDaemonsCallsOn) {
     QWidget* const view = pane->mainView();
     EXPECT_TRUE(restore->progress->isVisibleTo(view));
     EXPECT_EQ(daemon.callCount("setStateHandler"), 1U);
-    daemon.callPanes("setAlertStrings:",
-                     {Value(Array{"restore_finished|||", "restore_finished||||failed", "x||||"})});
+    daemon.callPanes("setAlertStrings:", {Value(Array{"", "restore_finished|||", "restore_finished||||failed",
+                                                      "restore_finished2||||"})});
     daemon.callPanes("stateChanged:", {15U});
     ASSERT_TRUE(host->loop->runUntil([&] { return !calls.empty(); })) << "by then the alerts have been read";
     EXPECT_TRUE(restore->progress->isVisibleTo(view));
-    daemon.callPanes("setAlertString:", {"restore_finished||||"});
+    daemon.callPanes("setAlertString:", {"restore_finished|a|b|c||more"});
     ASSERT_TRUE(host->loop->runUntil([&] { return daemon.callCount("endAlertHandler") == 1; }));
     EXPECT_FALSE(restore->progress->isVisibleTo(view));
 }
@@ -169,17 +164,6 @@ TEST_F(PaneControllerTest, IsLockedUntilTheAuthorityAnswers) {
         EXPECT_EQ(taken(), (Calls{"restore on", "backup on", "status refreshes"}));
         pane.reset();
     }
-}
-
-TEST(RestoreAlert, EndsTheProgressOnlyWhenItIsWholeAndSaysNothingMore) {
-    const std::pair<const char*, bool> cases[] = {
-        {"restore_finished||||", true},     {"restore_finished|a|b|c||more", true},
-        {"restore_finished||||why", false}, {"restore_finished|||", false},
-        {"restore_finished", false},        {"", false},
-        {"restore_finished2||||", false},   {"||||", false},
-    };
-    for (const auto& [alert, ends] : cases)
-        EXPECT_EQ(endsRestoreProgress(alert), ends) << alert;
 }
 
 TEST_F(PaneControllerTest, TheLockButtonDoesWhatItSays) {
@@ -244,25 +228,21 @@ TEST_F(PaneControllerTest, ReadsPicturesNamesAndOptionsFromItsBundle) {
     EXPECT_FALSE(pane->existsDriveMountedAtSVD());
 
     select();
-    QLabel* name = nullptr;
-    for (QLabel* const label : pane->mainView()->findChildren<QLabel*>())
-        if (label->accessibleDescription() == "Name of the service")
-            name = label;
-    ASSERT_NE(name, nullptr);
+    const auto labels = pane->mainView()->findChildren<QLabel*>();
+    const auto found = std::ranges::find(labels, "Name of the service", &QLabel::accessibleDescription);
+    ASSERT_NE(found, labels.end());
+    QLabel* const name = *found;
     // A label that already shows the id keeps it.
-    for (const auto& [id, before, after] :
-         std::vector<std::tuple<const char*, const char*, const char*>>{{"one", "One", "One"},
-                                                                        {"two", "One", "Two"},
-                                                                        {"three", "Two", "Two"},
-                                                                        {"same", "Two", "Two"},
-                                                                        {"", "Two", "Two"},
-                                                                        {"one", "one", "one"}}) {
+    const std::array<std::string, 3> names[] = {{"one", "One", "One"},   {"two", "One", "Two"},
+                                                {"three", "Two", "Two"}, {"same", "Two", "Two"},
+                                                {"", "Two", "Two"},      {"one", "one", "one"}};
+    for (const auto& [id, before, after] : names) {
         daemon.answer("stringValueForProfileKey:", id);
-        if (before == std::string(id))
-            name->setText(before);
-        EXPECT_EQ(name->text(), before);
+        if (before == id)
+            name->setText(before.c_str());
+        EXPECT_EQ(name->text().toStdString(), before);
         host->loop->advance(60s);
-        EXPECT_EQ(name->text(), after) << id;
+        EXPECT_EQ(name->text().toStdString(), after) << id;
     }
 }
 
@@ -271,6 +251,7 @@ TEST_F(PaneControllerTest, AsksTheDaemonWhenTheUsersSessionComesBack) {
     int questions = 0;
     FakeService login("org.freedesktop.login1", [&](const QDBusMessage& call) {
         ++questions;
+        EXPECT_EQ(call.path().toStdString(), "/org/freedesktop/login1/session/auto");
         return call.createReply(QVariant::fromValue(QDBusVariant(isActive)));
     });
     begin();
@@ -278,17 +259,20 @@ TEST_F(PaneControllerTest, AsksTheDaemonWhenTheUsersSessionComesBack) {
     ASSERT_TRUE(runUntil([&] { return questions == 1; }));
     host->loop->runPosted();
     daemon.forgetCalls();
-    for (const bool active : {false, true, false, false}) { // the last ensures an answer to the third
+    // Another property; another session, so that the answer stays; and this session. The last one ensures an
+    // answer to the one before.
+    const std::tuple<const char*, bool, int> changes[] = {{"IdleHint", true, 1}, {"Active", true, 2},
+                                                          {"Active", false, 3},  {"Active", true, 4},
+                                                          {"Active", false, 5},  {"Active", false, 6}};
+    for (const auto& [property, active, questionsAfter] : changes) {
         isActive = active;
-        const int before = questions;
         login.emitSignal("/org/freedesktop/login1/session/_31", "org.freedesktop.DBus.Properties",
                          "PropertiesChanged",
-                         {"org.freedesktop.login1.Session", QVariantMap{{"Active", active}}, QStringList()});
-        ASSERT_TRUE(runUntil([&] { return questions == before + 1; }));
+                         {"org.freedesktop.login1.Session", QVariantMap{{property, active}}, QStringList()});
+        ASSERT_TRUE(runUntil([&, after = questionsAfter] { return questions == after; }));
     }
     host->loop->runPosted();
     EXPECT_EQ(daemon.callCount("daemonState"), 1U);
 }
 
-} // namespace
 } // namespace kelvane::tests

@@ -1,13 +1,11 @@
 #pragma once
 
 #include "FakeDaemon/FakeDaemon.h"
-#include "Platform/Desktop/Authorization/FixedAuthorization.h"
 #include "Platform/Desktop/Authorization/PolicyFile.h"
 #include "Platform/FileContents.h"
 #include "PreferencePane/PaneController.h"
-#include "Tests/Common/FakeFileServices.h"
 #include "Tests/Harness/EnvironmentVariable.h"
-#include "Tests/Harness/ManualLoop.h"
+#include "Tests/Harness/PaneDouble.h"
 #include "Tests/Harness/TemporaryFolder.h"
 
 #include <QTabWidget>
@@ -19,8 +17,13 @@ using namespace std::chrono_literals;
 using Calls = std::vector<std::string>;
 
 // One list of the calls to all parts, in order.
-struct RecordingStatus : StatusTab {
-    explicit RecordingStatus(Calls& calls) : calls(calls) {}
+struct Recording {
+    explicit Recording(Calls& list) : calls(list) {}
+    Calls& calls;
+};
+
+struct RecordingStatus : StatusTab, Recording {
+    using Recording::Recording;
     QWidget* view() override { return new QWidget; }
     void awakeFromNib() override { calls.emplace_back("status awakes"); }
     void didSelectPrefPane() override { calls.emplace_back("status selected"); }
@@ -28,22 +31,18 @@ struct RecordingStatus : StatusTab {
     void writeStatusFieldsToDefaultsDB() override { calls.emplace_back("status writes"); }
     bool inRecoverMode() const override { return true; }
     void openURLUsingKey(const std::string& key) override { calls.push_back("opens " + key); }
-
-    Calls& calls;
 };
 
-struct RecordingBackup : BackupTab {
-    explicit RecordingBackup(Calls& calls) : calls(calls) {}
+struct RecordingBackup : BackupTab, Recording {
+    using Recording::Recording;
     void awakeFromNib() override { calls.emplace_back("backup awakes"); }
     void enableTabItems(bool enable) override { calls.emplace_back(enable ? "backup on" : "backup off"); }
     void fileChanged(const std::string& path) override { calls.push_back("backup file " + path); }
     void folderChanged(const std::string& path) override { calls.push_back("backup folder " + path); }
-
-    Calls& calls;
 };
 
-struct RecordingRestore : RestoreTab {
-    explicit RecordingRestore(Calls& calls) : calls(calls) {}
+struct RecordingRestore : RestoreTab, Recording {
+    using Recording::Recording;
     QWidget* progressView() override { return progress = new QWidget; }
     void awakeFromNib() override { calls.emplace_back("restore awakes"); }
     void enableTabItems(bool enable) override { calls.emplace_back(enable ? "restore on" : "restore off"); }
@@ -54,26 +53,18 @@ struct RecordingRestore : RestoreTab {
         calls.push_back("pending " + std::to_string(count));
     }
 
-    Calls& calls;
     QWidget* progress = nullptr;
 };
 
-struct RecordingHelp : HelpTab {
-    explicit RecordingHelp(Calls& calls) : calls(calls) {}
+struct RecordingHelp : HelpTab, Recording {
+    using Recording::Recording;
     QWidget* view() override { return new QWidget; }
     void awakeFromNib() override { calls.emplace_back("help awakes"); }
-    Calls& calls;
 };
 
-struct RecordingInfo : InfoWindows {
-    explicit RecordingInfo(Calls& calls) : calls(calls) {}
+struct RecordingInfo : InfoWindows, Recording {
+    using Recording::Recording;
     void closeInfoWindows() override { calls.emplace_back("info closes"); }
-    Calls& calls;
-};
-
-class NoOpener : public Opener {
-    void openURL(const std::string&, Failure) override {}
-    void openFile(const std::string&, Failure) override {}
 };
 
 class TestHost : public PaneHost {
@@ -92,7 +83,7 @@ public:
     const std::shared_ptr<ManualLoop> loop = std::make_shared<ManualLoop>();
 
 private:
-    NoOpener opener_;
+    RecordingOpener opener_;
     const bool isGranted_;
 };
 
@@ -147,9 +138,7 @@ protected:
         std::filesystem::create_directories(folder / "Resources");
         ASSERT_TRUE(picture.save(QString::fromStdString(folder / ("Resources/" + name))));
     }
-    [[nodiscard]] static QColor colorOf(const QIcon& icon) {
-        return icon.pixmap(16, 16).toImage().pixelColor(8, 8);
-    }
+    static QColor colorOf(const QIcon& icon) { return icon.pixmap(16, 16).toImage().pixelColor(8, 8); }
 
     const TemporaryFolder folder;
     const EnvironmentVariable preferences{"XDG_CONFIG_HOME", folder.path().c_str()};

@@ -37,8 +37,6 @@ int differentPixels(const QImage& one, const QImage& other) {
 TEST(Resources, AreRead) {
     const auto bundle = pane();
     EXPECT_EQ(bundle->error(), "");
-    EXPECT_EQ(bundle->localizedString("Support Chat Message", ""),
-              "Click to chat with a customer support representative: \r        ");
     EXPECT_EQ(bundle->localizedString("kelvane", "", "MarketNames"), "Kelvane Online Backup");
     EXPECT_EQ(bundle->information("Open Account URL").stringValue(), "%1$@/account?computer=%2$@&email=%3$@");
     const Value options =

@@ -2,7 +2,6 @@
 
 #include "PreferencePane/Restore/RestoreTabController.h"
 #include "Tests/Harness/BrowserTabTest.h"
-#include "Tests/Harness/RunUntil.h"
 
 #include <QComboBox>
 #include <QFileDialog>

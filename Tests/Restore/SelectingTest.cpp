@@ -3,8 +3,6 @@
 #include "Tests/Restore/RestoreTabTest.h"
 
 #include <QDialog>
-#include <gtest/gtest.h>
-#include <set>
 
 namespace kelvane::tests {
 namespace {

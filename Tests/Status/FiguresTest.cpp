@@ -5,7 +5,6 @@
 #include <tuple>
 
 namespace kelvane {
-namespace {
 
 const Bundle english{Value(Dictionary())};
 
@@ -15,8 +14,7 @@ TEST(StatusFigures, PercentNeverDividesByZeroNorOverflows) {
         {0, 0, 100},       {300, 100, 75},
         {0, 1000, 0},      {largest, 0, 100},
         {0, largest, 100}, {largest, largest, 100},
-        {99, 1, 99},       {largest / 4, largest / 4 * 3, 25}, // a hundred times this overflows
-    };
+        {99, 1, 99},       {largest / 4, largest / 4 * 3, 25}}; // a hundred times this overflows
     for (const auto& [backedUp, pending, percent] : cases)
         EXPECT_EQ(percentDone(backedUp, pending), percent) << backedUp << ' ' << pending;
 }
@@ -62,5 +60,4 @@ TEST(StatusFigures, AddressesAreFilledLiterallyAndEverywhere) {
     EXPECT_EQ(webAddress("", account), "");
 }
 
-} // namespace
 } // namespace kelvane

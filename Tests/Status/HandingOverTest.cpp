@@ -3,10 +3,8 @@
 #include "Support/Preferences/DefaultsDB.h"
 #include "Tests/Status/StatusTabTest.h"
 
-#include <QTimer>
 #include <csignal>
 #include <fcntl.h>
-#include <filesystem>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
@@ -19,12 +17,10 @@ protected:
     void SetUp() override { showTab(); }
     // Replaces a tool of the bundle by a script that records its arguments and then runs the commands.
     void writeTool(const std::string& name, const std::string& andThen) const {
-        const std::string script =
-            folder.write("Helpers/" + name, "#!/bin/sh\ncd '" + folder.path() +
-                                                "'\necho $* >arguments\nps -o pgid= -p $$ >group\n"
-                                                "stat -c %a auth >mode\ncat auth >copy\n" +
-                                                andThen + "\n");
-        ASSERT_EQ(::chmod(script.c_str(), 0755), 0);
+        folder.writeProgram("Helpers/" + name, "#!/bin/sh\ncd '" + folder.path() +
+                                                   "'\necho $* >arguments\nps -o pgid= -p $$ >group\n"
+                                                   "stat -c %a auth >mode\ncat auth >copy\n" +
+                                                   andThen + "\n");
     }
     static std::string leaveWord(int word) {
         return "printf '\\00" + std::to_string(word) + "' | dd of=auth bs=1 seek=36 conv=notrunc status=none";

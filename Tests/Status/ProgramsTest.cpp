@@ -10,8 +10,6 @@
 #include "Tests/Harness/RunUntil.h"
 #include "Tests/Tools/ChildProgram.h"
 
-#include <filesystem>
-#include <set>
 #include <sys/stat.h>
 
 namespace kelvane::tests {
@@ -41,9 +39,7 @@ protected:
         status = result.status;
         return result.errors;
     }
-    [[nodiscard]] bool isServing() const {
-        return std::filesystem::exists(folder / "run/kelvane/daemon.sock");
-    }
+    bool isServing() const { return std::filesystem::exists(folder / "run/kelvane/daemon.sock"); }
 
     const TemporaryFolder folder;
     const std::string uid = std::to_string(::getuid());
@@ -55,16 +51,14 @@ protected:
 };
 
 TEST_F(Programs, NonsenseIsRefusedWithAClearLine) {
-    const std::pair<std::string, Strings> cases[] = {
-        {"Enable", {}},
-        {"Enable", {"0", uid, "unload"}},
-        {"Enable", {"1", uid, "load"}},
-        {"Enable", {"0", uid + "x", "load"}},
-        {"Disable", {"0", "4711", "unload"}}, // another user
-        {"Uninstall", {"0", uid, "uninstall"}},
-        {"Uninstall", {"99999999999", uid, "uninstall"}},
-        {"Uninstall", {pid, "4711", "uninstall"}},
-    };
+    const std::pair<std::string, Strings> cases[] = {{"Enable", {}},
+                                                     {"Enable", {"0", uid, "unload"}},
+                                                     {"Enable", {"1", uid, "load"}},
+                                                     {"Enable", {"0", uid + "x", "load"}},
+                                                     {"Disable", {"0", "4711", "unload"}}, // another user
+                                                     {"Uninstall", {"0", uid, "uninstall"}},
+                                                     {"Uninstall", {"99999999999", uid, "uninstall"}},
+                                                     {"Uninstall", {pid, "4711", "uninstall"}}};
     for (const auto& [tool, arguments] : cases) {
         EXPECT_TRUE(run(tool, arguments).starts_with(tool + ": usage: " + tool)) << arguments.size();
         EXPECT_EQ(status, 64);
@@ -84,8 +78,7 @@ TEST_F(Programs, EnableAndDisableStartAndStopTheDaemonByTrampolineAndLink) {
 }
 
 TEST_F(Programs, ADaemonThatStartsAndNeverServesIsNotEnabled) {
-    const std::string daemon = folder.write("bin/kelvane-local-daemon", "#!/bin/sh\n");
-    ASSERT_EQ(::chmod(daemon.c_str(), 0755), 0);
+    const std::string daemon = folder.writeProgram("bin/kelvane-local-daemon", "#!/bin/sh\n");
     const EnvironmentVariable places[] = {{"PATH", (folder / "bin:" + PANE_TOOLS).c_str()},
                                           {"XDG_RUNTIME_DIR", (folder / "run").c_str()}};
     EXPECT_EQ(tools::startLocalDaemon(std::chrono::milliseconds(100)),
@@ -129,11 +122,9 @@ TEST_F(Programs, WhereThereIsAUserManagerTheDaemonIsAUnitOfIts) {
     const std::string odd = folder / "odd 50% \"x\"";
     std::filesystem::create_directory_symlink(DAEMON_FOLDER, odd);
     folder.write("run/systemd/private", "");
-    const std::string manager =
-        folder.write("bin/systemctl", "#!/bin/sh\ncd '" + folder.path() +
-                                          "'\necho \"$*\" >>orders\ncase \"$*\" in *'enable --now'*) "
-                                          "kelvane-local-daemon </dev/null >/dev/null 2>&1 & esac\n");
-    ASSERT_EQ(::chmod(manager.c_str(), 0755), 0);
+    folder.writeProgram("bin/systemctl", "#!/bin/sh\ncd '" + folder.path() +
+                                             "'\necho \"$*\" >>orders\ncase \"$*\" in *'enable --now'*) "
+                                             "kelvane-local-daemon </dev/null >/dev/null 2>&1 & esac\n");
     path = odd + ':' + folder / "bin" + ":/usr/bin:/bin";
     EXPECT_EQ(run("Enable", {"0", uid, "load"}), "");
     const Data packaged = readFile(KELVANE_UNIT, std::size_t{1} << 16U).bytes;
@@ -152,6 +143,17 @@ TEST_F(Programs, WhereThereIsAUserManagerTheDaemonIsAUnitOfIts) {
     std::filesystem::remove(folder / "run/systemd/private");
 }
 
+// What uninstalling removes, and what it keeps.
+const std::set<std::string> gone{"config/com.kelvane.preferences.plist",
+                                 "config/systemd/user/kelvane-local-daemon.service",
+                                 "state/kelvane/local-daemon-state.plist",
+                                 "state/kelvane/local-daemon-index-1",
+                                 "state/kelvane/daemon.log",
+                                 "state/kelvane/daemon.log.1",
+                                 "cache/kelvane/restic/x/y"};
+const std::set<std::string> kept{"config/kelvane/local-daemon.plist", "config/kelvane/local-daemon.password",
+                                 "state/kelvane/backup/data", "home/letter"};
+
 TEST_F(Programs, UninstallRemovesWhatIsTheUsersOnlyWithTheRight) {
     if (::geteuid() != 0)
         GTEST_SKIP() << "needs root, for a private polkitd that grants what it knows";
@@ -159,16 +161,6 @@ TEST_F(Programs, UninstallRemovesWhatIsTheUsersOnlyWithTheRight) {
     const std::string policy = policyFolder + ('/' + right.name + ".policy");
     const bool isOurs = !std::filesystem::exists(policy);
     ASSERT_EQ(isOurs ? installPolicy(right, policyFolder) : "", "");
-    const std::set<std::string> gone{"config/com.kelvane.preferences.plist",
-                                     "config/systemd/user/kelvane-local-daemon.service",
-                                     "state/kelvane/local-daemon-state.plist",
-                                     "state/kelvane/local-daemon-index-1",
-                                     "state/kelvane/daemon.log",
-                                     "state/kelvane/daemon.log.1",
-                                     "cache/kelvane/restic/x/y"};
-    const std::set<std::string> kept{"config/kelvane/local-daemon.plist",
-                                     "config/kelvane/local-daemon.password", "state/kelvane/backup/data",
-                                     "home/letter"};
     for (const auto& files : {gone, kept})
         for (const std::string& file : files)
             folder.write(file, "");

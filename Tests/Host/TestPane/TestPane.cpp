@@ -43,9 +43,7 @@ private:
         bool isPainted = false;
     };
 
-    [[nodiscard]] std::string setting(std::string_view key) const {
-        return bundle_->information(key).stringValue();
-    }
+    std::string setting(std::string_view key) const { return bundle_->information(key).stringValue(); }
     void log(const std::string& word) const {
         std::ofstream(setting("Log"), std::ios::app) << setting("CFBundleName") << ' ' << word << '\n';
     }
