@@ -15,21 +15,13 @@ using Json = nlohmann::ordered_json;
 // The commands of kelvanectl that make the daemon do something.
 class KelvanectlOrders : public Kelvanectl {
 protected:
-    [[nodiscard]] static std::string onVolume(const std::string& path) {
-        return Volumes::current().volumePath(path);
-    }
-    [[nodiscard]] std::vector<ReceivedCall> orders() const {
+    static std::string onVolume(const std::string& path) { return Volumes::current().volumePath(path); }
+    [[nodiscard]] std::vector<ReceivedCall> orders(std::string_view beginning = "set") const {
         std::vector<ReceivedCall> calls = daemon_.calls();
-        std::erase_if(calls, [](const ReceivedCall& call) { return !call.selector.starts_with("set"); });
+        std::erase_if(calls, [&](const auto& call) { return !call.selector.starts_with(beginning); });
         return calls;
     }
-    [[nodiscard]] std::vector<ReceivedCall> restores() const {
-        std::vector<ReceivedCall> calls = daemon_.calls();
-        std::erase_if(calls, [](const ReceivedCall& call) {
-            return call.selector != "restoreFile:toPath:version:priority:";
-        });
-        return calls;
-    }
+    [[nodiscard]] std::vector<ReceivedCall> restores() const { return orders("restoreFile:"); }
     void answerJobs(const std::vector<std::uint32_t>& statuses) {
         daemon_.answerWith("getRestoreJobStatus:", [statuses](const Array& arguments) {
             return Value(statuses.at(arguments[0].uint32Value() - 1));
@@ -207,11 +199,9 @@ TEST_F(KelvanectlOrders, AlertsAreShownWithTheCommandsThatDoSomethingAboutThem) 
                   "may mean several actions; there is forget:x, forget:it's");
     expectFailure(run({"alert", "gone", "mend"}), 2, "has no action \"mend\"");
     expectFailure(run({"alert", "other", "keep"}), 2, "there is no alert \"other\"");
-    std::vector<Array> performed;
-    for (const ReceivedCall& call : daemon_.calls())
-        if (call.selector == "performAlertAction:ofAlert:")
-            performed.push_back(call.arguments);
-    EXPECT_EQ(performed, (std::vector<Array>{{"keep:a b", "gone"}, {"forget:it's", "gone"}}));
+    EXPECT_EQ(orders("perform"),
+              (std::vector<ReceivedCall>{{"performAlertAction:ofAlert:", {"keep:a b", "gone"}},
+                                         {"performAlertAction:ofAlert:", {"forget:it's", "gone"}}}));
     daemon_.answer("performAlertAction:ofAlert:", "A backup is running.");
     expectFailure(run({"alert", "gone", "keep"}), 2, "A backup is running.");
     EXPECT_EQ(run({"alert", "gone", "dismiss"}).status, 0);

@@ -2,8 +2,6 @@
 #include "Tests/Tools/KelvanectlFixture.h"
 
 #include <cerrno>
-#include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
 
 namespace kelvane::tests {
@@ -119,8 +117,7 @@ TEST_F(KelvanectlPaths, RulesChangeWhatTheDaemonBacksUpAndSayWhatIsNotDone) {
 // The path of a file with an asterisk in its name is taken literally.
 TEST_F(KelvanectlPaths, APatternStandsForWhatMatchesIt) {
     for (const char* const name : {"a.iso", "b.ISO", "*.txt", "c.txt", "sub/d.iso"}) {
-        std::filesystem::create_directories((folder_ / name).substr(0, (folder_ / name).rfind('/')));
-        std::ofstream(folder_ / name) << name;
+        folder_.write(name, name);
         daemon_.changeWorld([&](DaemonWorld& world) { world.addFile(folder_ / name, false, 1, true); });
     }
     const auto excluded = [&](const Words& patterns, const char* action = "add") {
