@@ -210,25 +210,23 @@ TEST_F(BackingUp, TheRepositorySaysWhichSnapshotLacksSomething) {
         << "nothing is to be saved";
 }
 
-// Their folders are saved without contents, and what is mounted is not even looked at.
-TEST_F(BackingUp, LeavesOutTheContentsOfManyFoldersAndWhatIsMounted) {
-    constexpr int count = 103; // more than restic gets as arguments
+// More of them than restic gets as arguments; the folders themselves are saved.
+TEST_F(BackingUp, LeavesOutTheContentsOfManyFolders) {
+    constexpr int count = 103;
     Array excluded;
     for (int number = 0; number < count; ++number) {
         const std::string folder = "$HOME [" + std::to_string(number) + ']';
         folders.write("home/" + folder + "/left out/file", "1");
         excluded.emplace_back(in(folder + "/left out/"));
     }
-    folders.write("home/docs/file", "1");
     folders.write("home/own", "22");
-    isOtherDisk = true; // at "docs"
     adjust = [&](LocalDaemon::Options& options) { options.overrides.set("policyExcludeList", excluded); };
     start();
     ASSERT_TRUE(comesToRest(1, 2));
     int emptied = 0;
     for (const SnapshotItem& item :
          repository().list(repository().snapshots(StopSignal()).snapshots.at(0).id, StopSignal()).items) {
-        EXPECT_FALSE(item.path.ends_with("/left out") || item.path.starts_with(in("docs"))) << item.path;
+        EXPECT_FALSE(item.path.ends_with("/left out")) << item.path;
         emptied += item.path.ends_with(']') ? 1 : 0;
     }
     EXPECT_EQ(emptied, count);

@@ -127,6 +127,8 @@ TEST_F(BackingUp, ShowsTheFileThatIsReadAndAServerThatDoesNotAnswer) {
         told += entry.text.find("connection refused") != std::string::npos ? 1 : 0;
     });
     folders.write("home/file", "1");
+    folders.write("home/docs/other", "22");
+    isOtherDisk = true; // at "docs", which restic must not look at
     start({}, folders.program("[ $1 = backup ] || exec restic \"$@\"\nwhile [ ! -e " + (folders / "go") +
                               R"( ]; do echo '{"message_type":"status","current_files":[")" + in("file") +
                               "\"]}'\necho 'Save(<data/1>) returned error, retrying after 1s: connection "
