@@ -7,8 +7,6 @@
 #include "Platform/Accounts.h"
 #include "Support/Logging.h"
 
-#include <cerrno>
-
 namespace kelvane {
 namespace {
 
@@ -199,7 +197,7 @@ void DaemonTarget::setPriorityBackup(const Value& path) {
 }
 
 bool DaemonTarget::restoreWithChoices(const Value& choices) {
-    refuse("restoreWithChoices:", choices);
+    logWarning("restoreWithChoices: is not possible yet: %@", choices);
     return false;
 }
 
@@ -222,11 +220,6 @@ std::uint32_t DaemonTarget::restoreFile(const Value& source, const Value& destin
 
 void DaemonTarget::setFlag(bool Settings::*flag, bool on) {
     world_->state->changeSettings([flag, on](Settings& settings) { settings.*flag = on; });
-}
-
-std::uint32_t DaemonTarget::refuse(std::string_view selector, const Value& argument) {
-    logWarning("%@ is not possible yet: %@", selector, argument);
-    return ENOTSUP;
 }
 
 } // namespace kelvane

@@ -120,8 +120,6 @@ public:
 
 private:
     void setFlag(bool Settings::*flag, bool on);
-    // Logs the refused call and returns a non-zero code, since 0 would mean success.
-    static std::uint32_t refuse(std::string_view selector, const Value& argument);
 
     const std::shared_ptr<const World> world_;
     const std::shared_ptr<CallbackQueue> pane_;

@@ -46,6 +46,19 @@ TEST(FileNode, KnowsItsKindAndItsIcon) {
         node->setPath(path);
         EXPECT_EQ(node->kindByPath(services), kind) << path;
     }
+    EXPECT_EQ(folder->backupDateString(services), "Never");
+    folder->setBackupDate(Date{1});
+    EXPECT_EQ(folder->backupDateString(services), "a date");
+}
+
+TEST(FileNode, KeepsThePathThatAParentGaveIt) {
+    FileNodeRef root = KelvaneFileNode::create("/", true);
+    root->setPath("/");
+    const FileNodeRef file = KelvaneFileNode::create("a", false);
+    file->setParent(root);
+    EXPECT_EQ(file->parent(), root);
+    root.reset();
+    EXPECT_EQ(file->path(), "/a");
 }
 
 const std::pair<std::uint32_t, bool (KelvaneFileNode::*)() const> questions[] = {

@@ -4,6 +4,7 @@
 #include "LocalDaemon/Restic/AwayDisk.h"
 #include "Support/Logging.h"
 #include "Support/PathHelpers.h"
+#include "Tests/Harness/EnvironmentVariable.h"
 #include "Tests/LocalDaemon/RunningDaemon.h"
 
 #include <cerrno>
@@ -170,6 +171,28 @@ TEST(NodeAnswers, ShowWhatTheIndexHasAndStayInTheFileSystemOfTheRule) {
     EXPECT_TRUE(folder["isDirectory"].boolValue());
     EXPECT_EQ(folder["size"], 5);
     EXPECT_EQ(folder["backupFlags"].uint32Value() & (Backup_Not_Active | Backup_Exclude), Backup_Exclude);
+}
+
+// Without the program that asks it, a mount on another machine counts as one that does not respond.
+TEST(NodeAnswers, DoNotAccessAMountThatDoesNotRespond) {
+    struct Remote : LocalFileSystem {
+        std::shared_ptr<const MountPoints> mounts() const override {
+            return std::make_shared<MountPoints>(MountPoints{{"/", "ext4"}, {"/etc", "nfs4"}});
+        }
+    };
+    const tests::EnvironmentVariable programs("PATH", "/nowhere");
+    const auto state = std::make_shared<DaemonState>(
+        Configuration{"", "", 1, 0, "/", {}}, Settings(), std::make_shared<BackupIndex>(),
+        [](const Settings&, std::uint64_t) { return std::string(); }, std::chrono::system_clock::now);
+    const auto fileSystem = std::make_shared<Remote>();
+    const NodeAnswers answers(state, std::make_shared<KnownDisks>(state, fileSystem), fileSystem,
+                              std::make_shared<FolderTree>());
+    const Value folder = answers.node("/etc", NodeAnswers::FolderSizes::Contents);
+    EXPECT_TRUE(folder["isDirectory"].boolValue());
+    EXPECT_EQ(folder["size"], 0);
+    EXPECT_TRUE(answers.node("/etc/passwd", NodeAnswers::FolderSizes::Own).isAbsent());
+    EXPECT_EQ(answers.children("/etc"), Array());
+    EXPECT_FALSE(answers.children("/usr").array().empty());
 }
 
 TEST(AwayDisk, BelongsWhereTheTableOrTheNameOfTheFolderSays) {

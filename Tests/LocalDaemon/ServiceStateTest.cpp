@@ -3,6 +3,7 @@
 #include "Foundation/PropertyList/BinaryPropertyList.h"
 #include "LocalDaemon/Panes/AlertActions.h"
 #include "LocalDaemon/Panes/CallbackQueue.h"
+#include "LocalDaemon/Panes/DaemonTarget.h"
 #include "LocalDaemon/Panes/RuleCommands.h"
 #include "LocalDaemon/State/DaemonState.h"
 
@@ -53,6 +54,9 @@ TEST_F(State, CountsWhatTheScanHasFoundAgainstTheQuota) {
     state.setOverQuotaForTesting(false);
     state.setOverQuotaForTesting(std::nullopt);
     EXPECT_EQ(told->states, (std::vector<std::uint32_t>{8, 5, 17, 5, 17}));
+    EXPECT_FALSE(state.alerts()->standing("watch_limit_reached"));
+    state.takeReport({{}, false, true, {}, {}, 0, state.index()});
+    EXPECT_TRUE(state.alerts()->standing("watch_limit_reached"));
 }
 
 // A single text that cannot be encoded would leave panes without a state.
@@ -169,6 +173,20 @@ TEST_F(State, TellsEveryPaneOfARestoreAlsoOneThatHasAskedForNothing) {
     EXPECT_TRUE(state.backupNeed().mayRead); // the contents of the backup are not known yet
     EXPECT_EQ(pane->take()->states, (Codes{48, 15, 16, 35}));
     EXPECT_EQ(state.stateDictionary()["currentRestoreJob"], 3U);
+    DaemonTarget::World world;
+    world.state = std::shared_ptr<DaemonState>(std::shared_ptr<void>(), &state);
+    DaemonTarget target(std::make_shared<DaemonTarget::World>(world), nullptr);
+    for (const auto& [code, text, size, count] : {std::tuple(15U, Value("a"), 0U, 0),
+                                                  {16U, "Account disabled", 5U, 0},
+                                                  {35U, "", 0U, 2},
+                                                  {24U, "Upgrade available", 0U, 0}}) {
+        EXPECT_EQ(target.stringForState(code), text) << code;
+        EXPECT_EQ(target.longlongForState(code), size) << code;
+        EXPECT_EQ(target.longForState(code), count) << code;
+    }
+    state.refuseRestore("It is too late.");
+    EXPECT_EQ(pane->take()->states, Codes{35});
+    EXPECT_EQ(state.alerts()->standing("restore_refused")->body, "It is too late.");
     const auto late = std::make_shared<CallbackQueue>();
     state.addPane(late);
     EXPECT_EQ(late->take()->states, (Codes{15, 16, 35}));

@@ -1,3 +1,4 @@
+#include "Common/RestoreStatus.h"
 #include "Support/Logging.h"
 #include "Tests/Harness/LinkPair.h"
 #include "Tests/LocalDaemon/RunningDaemon.h"
@@ -46,11 +47,23 @@ TEST_F(Serving, AppliesWhatItIsToldAndIgnoresWhatMakesNoSense) {
         {"setServiceState:", {24U}, "serviceState", {}, 24},
         {"setFileTypeToggle:toggle:", {"movies", 3U}, "getFileTypeToggle:", {"movies"}, 3},
         {"setFileTypeToggle:toggle:", {endless, 1}, "getFileTypeToggle:", {endless}, 0},
+        {"setFileTypeToggle:toggle:", {7, 1}, "getFileTypeToggle:", {7}, 0},
         {"setValueForProfileKey:withString:", {"a", "b"}, "stringValueForProfileKey:", {"a"}, "b"},
         {"setValueForProfileKey:withString:", {"a", 5}, "stringValueForProfileKey:", {"a"}, "b"},
         {"setValueForProfileKey:withString:", {"a", endless}, "stringValueForProfileKey:", {"a"}, "b"},
         {"setValueForProfileKey:withString:", {7, "c"}, "stringValueForProfileKey:", {7}, ""},
         {"setPriorityBackup:", {"/a"}, "serverURL", {}, "backup.example.org"},
+        {"setPriorityBackup:", {"a"}, "verify", {}, "The backup is paused, disabled or not configured."},
+        {"restoreFile:toPath:version:priority:",
+         {"a", "/b", 0U, 50U},
+         "stringValueForProfileKey:",
+         {restorestatus::failuresKey(0)},
+         "a cannot be restored to /b: both must be valid absolute paths.\n"},
+        {"restoreWithChoices:",
+         {"x"},
+         "dismissAlert:",
+         {"restore_refused"},
+         "The alert \"restore_refused\" does not offer \"dismiss:\"."},
         {"showRestoreWizard", {}, "userEmail", {}, "joe@example.org"},
         {"cancelAllRestoreJobs", {}, "computerNumber", {}, 77},
         {"endStateHandler", {}, "mappedUserAsString:", {0}, "root"},
@@ -60,6 +73,9 @@ TEST_F(Serving, AppliesWhatItIsToldAndIgnoresWhatMakesNoSense) {
         pane.invoke(call, arguments);
         EXPECT_EQ(pane.invoke(question, about), answer) << call << ' ' << question;
     }
+    EXPECT_FALSE(pane.call<"restoreWithChoices:">("x"));
+    pane.call<"setBackupControl:">(7U);
+    EXPECT_EQ(pane.state("backupControlFlags"), 7);
     for (unsigned number = 0; number < 120; ++number)
         pane.call<"setFileTypeToggle:toggle:">("type " + std::to_string(number), 1U);
     EXPECT_EQ(pane.call<"getFileTypeToggle:">("type 90"), 1U);
@@ -93,18 +109,25 @@ TEST_F(Serving, TellsEveryPaneOfFoldersAndThoseThatWantItOfTheState) {
         EXPECT_TRUE(pane->hears("folder /Volumes/"));
         EXPECT_TRUE(pane->heard().back().ends_with(folders.home()));
         EXPECT_EQ(pane->state("pendingFileSize"), 2);
+        EXPECT_EQ(pane->call<"liveStateString">(), "1 files with 2 bytes on this computer");
+        EXPECT_EQ(pane->call<"backedupStateString">(), "0 files with 0 bytes in the backup");
         EXPECT_FALSE(pane->hasHeard("state "));
     }
 }
 
 TEST_F(Serving, TellsOfAlertsThatStandWhenAPaneComesToWantThem) {
     folders.write("state", "a file where the folder of the settings should be");
-    const RunningDaemon daemon(folders);
+    const RunningDaemon daemon(
+        folders, [](LocalDaemon::Options& options) { options.defaults.repository.location.clear(); });
     for (const char* value : {"first", "second"}) { // raised once, and sent to the later pane as well
         TestPane pane(folders.socket());
         pane.call<"setAlertHandler">();
         pane.call<"setValueForProfileKey:withString:">("a|b", value);
         EXPECT_TRUE(pane.hears("setAlert settings_not_saved|error|||Your settings could not be saved.|"));
+        EXPECT_EQ(pane.state("waitingFor"), "No valid destination is configured.");
+        EXPECT_EQ(pane.call<"restoreFile:toPath:version:priority:">("/a", "/b", 0U, 50U), 0U);
+        EXPECT_EQ(pane.call<"stringValueForProfileKey:">(restorestatus::failuresKey(0)),
+                  "/a cannot be restored: no valid repository is configured.\n");
     }
 }
 

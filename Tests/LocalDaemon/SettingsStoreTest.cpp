@@ -114,15 +114,18 @@ TEST_F(Store, ConfigurationHasHonestDefaultsAndOnlyPatternsThatCanMatch) {
     EXPECT_EQ(std::exchange(problems, 1), 2);
 
     const Array patterns{"/a/", "/a/*.o*", "/Volumes/Disk/b/", "/Volumes/Gone/", "a/", "/file", 7};
-    const Configuration own = read(write("policy.plist", Dictionary{{"policyExcludeList", patterns}}));
+    const Value environment = Dictionary{{"NAME", "value"}, {"NUMBER", 7}};
+    const Configuration own = read(
+        write("policy.plist", Dictionary{{"policyExcludeList", patterns}, {"environment", environment}}));
+    EXPECT_EQ(own.repository.environment, (decltype(own.repository.environment){{"NAME", "value"}}));
     EXPECT_EQ(own.policy, (std::vector<std::string>{"/a/", "/a/*.o*", "/media/joe/Disk/b/"}));
     EXPECT_EQ(own.ownFiles, (decltype(own.ownFiles){"/backup"}));
-    EXPECT_EQ(problems, 5);
+    EXPECT_EQ(problems, 6);
     for (const Value& place : {Value(7), Value(""), Value("a/b"), Value("local:a")}) {
         EXPECT_EQ(read(write("place.plist", Dictionary{{"repository", place}})).repository.location, "");
         EXPECT_NE(faultIn(Dictionary{{"repository", place}}, volumes), "");
     }
-    EXPECT_EQ(problems, 9);
+    EXPECT_EQ(problems, 10);
     EXPECT_EQ(volumePattern(own.policy[2], volumes), "/Volumes/Disk/b/");
     EXPECT_EQ(volumePattern(own.policy[1], volumes), "/Volumes/Boot/a/*.o*");
 

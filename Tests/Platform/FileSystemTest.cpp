@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <thread>
 
 namespace kelvane::tests {
 namespace {
@@ -92,7 +93,8 @@ TEST_F(FileSystemTest, ReadsRegularFilesWithinTheLimitOnly) {
     ASSERT_EQ(::mkfifo((folder_ / "pipe").c_str(), 0600), 0);
     const std::tuple<std::string, std::size_t, int> cases[] = {
         {file, 100'000, 0},           {file, SIZE_MAX, 0},           {file, 99'999, EFBIG},
-        {folder_ / "link", 1, ELOOP}, {folder_ / "pipe", 1, EINVAL}, {folder_.path(), 1, EISDIR}};
+        {folder_ / "link", 1, ELOOP}, {folder_ / "pipe", 1, EINVAL}, {folder_.path(), 1, EISDIR},
+        {"/proc/self/mem", 1, EIO}};
     for (const auto& [path, limit, error] : cases) {
         const FileReading reading = readFile(path, limit);
         EXPECT_EQ(reading.error, error) << path << " up to " << limit;
@@ -129,6 +131,10 @@ TEST_F(FileSystemTest, LeavesTheOldFileAndNothingElseWhenReplacingFails) {
     EXPECT_EQ(replaceFileAtomically(folder_ / "file", Data(2000), 0600).error, EFBIG);
     ::setrlimit(RLIMIT_FSIZE, &unlimited);
     EXPECT_EQ(replaceFileAtomically(folder_ / "folder", Data(1), 0600).error, EISDIR);
+    EXPECT_EQ(replaceFileAtomically(folder_ / "none/file", Data(1), 0600).reason,
+              "cannot open " + (folder_ / "none: No such file or directory"));
+    EXPECT_EQ(replaceFileAtomically("/file", Data(1), 0600).reason,
+              "cannot create a file in /: Permission denied");
     EXPECT_EQ(folder_.read("file"), "old");
     EXPECT_EQ(folder_.names(), (std::set<std::string>{"file", "folder"}));
 }
@@ -153,6 +159,7 @@ TEST(SpecialFolders, PrivateFolderIsOursAloneOrRefused) {
     EXPECT_TRUE(ensurePrivateFolder(made));
     ASSERT_EQ(::symlink("made", (folder / "link").c_str()), 0);
     EXPECT_FALSE(ensurePrivateFolder(folder / "link"));
+    EXPECT_FALSE(ensurePrivateFolder(folder / "none/made"));
     EXPECT_FALSE(ensurePrivateFolder(folder.write("file", "")));
     ASSERT_EQ(::chmod(made.c_str(), 0710), 0);
     EXPECT_FALSE(ensurePrivateFolder(made));
@@ -254,7 +261,34 @@ TEST(MountTable, OfThisMachineIsReadOnceUntilAMountChanges) {
     EXPECT_FALSE(first->bootVolume().name.empty());
     EXPECT_EQ(mounted.current(), first);
     EXPECT_EQ(currentMountPoints()->at("/proc"), "proc");
-    EXPECT_TRUE(fileSystemIdAt("/proc").starts_with("/ proc "));
+    const LocalFileSystem disk;
+    EXPECT_TRUE(disk.fileSystemId("/proc").starts_with("/ proc "));
+    EXPECT_FALSE(disk.isSilent("/proc", std::chrono::milliseconds(0))) << "of this machine itself";
+    EXPECT_TRUE(isMountPoint("/proc"));
+    EXPECT_FALSE(isMountPoint("/proc/self"));
+}
+
+// The program that asks a mount blocks until the test lets it go.
+TEST(MountTable, TellsForHowLongAMountDoesNotAnswer) {
+    const TemporaryFolder folder;
+    const std::string program =
+        folder.write("stat", "#!/bin/sh\ncd " + folder.path() +
+                                 "\necho \"$*\" >> asked\n[ -e open ] || read line < gate\n");
+    ASSERT_EQ(::chmod(program.c_str(), 0700) + ::mkfifo((folder / "gate").c_str(), 0600), 0);
+    const EnvironmentVariable path("PATH", folder.path().c_str());
+    const std::chrono::milliseconds first = silenceOf("/a");
+    EXPECT_GE(first.count(), 500);
+    EXPECT_LT(first.count(), 60'000);
+    EXPECT_GE(silenceOf("/a"), first);
+    EXPECT_FALSE(isAnswering("/a"));
+    EXPECT_EQ(folder.read("asked"), "--printf=%s /a\n") << "and not again while it waits";
+    folder.write("open", "");
+    ::close(::open((folder / "gate").c_str(), O_WRONLY | O_CLOEXEC));
+    while (!isAnswering("/a"))
+        std::this_thread::yield();
+    const EnvironmentVariable nowhere("PATH", (folder / "none").c_str());
+    EXPECT_TRUE(isAnswering("/a")) << "as a moment ago";
+    EXPECT_EQ(silenceOf("/b"), std::chrono::milliseconds(500)) << "cannot be asked";
 }
 
 } // namespace

@@ -22,6 +22,7 @@ TEST(JsonPropertyList, HasAFormForEveryKind) {
         {Data{0xfb, 0xff}, R"({"$data":"+/8="})"},
         {0.1F, R"({"$float":0.1})"},
         {std::bit_cast<double>(0xfff8000000000001U), R"({"$real":"nan:0xfff8000000000001"})"},
+        {std::numeric_limits<double>::quiet_NaN(), R"({"$real":"nan"})"},
         {Date{757479845.1}, R"({"$date":"2025-01-02T03:04:05.10000002384185791Z"})"},
         {Date{-63113904001.0}, R"({"$date":-63113904001.0})"},
         {Dictionary{{"$date", "x"}}, R"({"$dictionary":{"$date":"x"}})"}};
@@ -80,6 +81,13 @@ TEST(JsonPropertyList, ARefusalSaysWhereAndWhy) {
         EXPECT_TRUE(reading.error.starts_with(reason)) << json << ": " << reading.error;
         EXPECT_EQ(reading.error.find('\n'), std::string::npos) << json;
     }
+    for (const std::string json :
+         {R"({"$real":"x"})", R"({"$real":"nan:0x1"})", R"({"$real":"nan:0x7ff8000000000001x"})",
+          R"({"$real":[1]})", R"({"$float":3.5e38})", R"({"$float":[1]})", R"({"$data":"A"})",
+          R"({"$data":"A*=="})", R"({"$data":1})", R"({"$date":"2025-01-02T03:04:05.Z"})"})
+        EXPECT_TRUE(propertyListFromJson(json).error.starts_with("line 1, column " +
+                                                                 std::to_string(json.size()) + ": \"$"))
+            << json;
 }
 
 } // namespace

@@ -44,6 +44,8 @@ TEST_F(KelvanectlOrders, AModeIsSetSoThatNoBackupBeginsOnTheWayThere) {
         EXPECT_EQ(run(all).status, 0) << words[0];
         EXPECT_EQ(orders(), expected) << words[0];
     }
+    EXPECT_EQ(run({"--json", "mode", "recover"}).output, "{\"mode\":\"recover\"}\n");
+    EXPECT_EQ(run({"--json", "mode", "paused", "90"}).output, "{\"mode\":\"paused\",\"pausedMinutes\":90}\n");
     daemon_.setState("serviceState", 12U);
     EXPECT_TRUE(run({"status"}).output.starts_with("Mode            Disabled\n"));
 }
@@ -80,11 +82,60 @@ TEST_F(KelvanectlOrders, BackingUpNowEndsAPauseAndWaitsUntilNothingIsNeeded) {
     daemon_.setState("isBackupNeeded", false);
     EXPECT_EQ(program->finish().status, 0);
     std::filesystem::rename(socket_ + ".away", socket_);
+    EXPECT_EQ(run({"--json", "backup", "now"}).output, "{\"serviceState\":8,\"isBackupNeeded\":false}\n");
     daemon_.setState("hasUnreadFiles", true);
     expectFailure(run({"backup", "now", "--wait"}), 3, "could not be read");
+    daemon_.setState("damagedFileCount", 2U);
+    expectFailure(run({"backup", "now", "--wait"}), 3, "2 files in the backup are damaged");
     daemon_.setState("serviceState", 25U);
     expectFailure(run({"backup", "now"}), 3, "nothing is backed up now: Recover mode");
     EXPECT_EQ(run({"backup", "later"}).status, 2);
+}
+
+TEST_F(KelvanectlOrders, VerifyingIsRefusedOrStartedOrAwaitedWithItsOutcome) {
+    expectFailure(run({"verify"}), 3, "this daemon cannot verify its backup");
+    daemon_.setState("extensions", Array{"verify"});
+    daemon_.answer("verify", "Not now.");
+    expectFailure(run({"verify", "--wait"}), 3, "kelvanectl: Not now.");
+    daemon_.answerWith("verify", [this](const Array&) {
+        daemon_.setState("verificationProgress", 0.429);
+        return Value("");
+    });
+    EXPECT_EQ(run({"verify"}).output, "");
+    EXPECT_NE(run({"status"}).output.find("\nVerified        running, 42 %\n"), std::string::npos);
+    const auto program = start({"verify", "--wait"});
+    ASSERT_TRUE(daemon_.waitForCalls("verify", 3));
+    daemon_.forgetCalls();
+    ASSERT_TRUE(daemon_.waitForCalls("daemonState", 4)); // it polls more than once
+    const auto end = [this](std::string_view key, const Value& value) {
+        daemon_.changeWorld([&](DaemonWorld& world) {
+            Dictionary& state = world.state.mutableDictionary();
+            state.erase("verificationProgress");
+            state.set("lastVerification", "The outcome.");
+            state.set(key, value);
+        });
+    };
+    end("lastVerifiedDate", Date{1});
+    const ChildProgram::Result result = program->finish();
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(result.output, "The outcome.\n");
+    // The daemon ends each of these while it answers.
+    for (const auto& [key, value] : {std::pair("lastVerifiedDate", Value(Date{1})), // as before
+                                     {"isBackupDamaged", true},
+                                     {"damagedFileCount", 2U}}) {
+        end("lastVerifiedDate", Date{1});
+        daemon_.answerWith("verify", [&, key = key, value = value](const Array&) {
+            end("lastVerifiedDate", Date{2});
+            end(key, value);
+            return Value("");
+        });
+        const ChildProgram::Result bad = run({"verify", "--wait", "--json"});
+        expectFailure(bad, 3, "kelvanectl: The outcome.");
+        EXPECT_EQ(Json::parse(bad.output),
+                  Json({{"lastVerification", "The outcome."},
+                        {"damagedFileCount", key == std::string("damagedFileCount") ? 2 : 0}}));
+        end(key, false);
+    }
 }
 
 TEST_F(KelvanectlOrders, RestoringNamesEachJobAndItsPlace) {
@@ -158,17 +209,17 @@ TEST_F(KelvanectlOrders, WaitingForARestoreEndsWithItAndSaysWhatFailed) {
     daemon_.setState(
         "alerts",
         Array{Dictionary{{"id", std::string(waitAlert)}, {"title", "Not now."}, {"text", "A lock."}}});
-    answerJobs({running, waiting, waiting});
-    const auto program = start({"restore", "--json", "--wait", "/a", "/b", "/c"});
-    ASSERT_TRUE(daemon_.waitForCalls("getRestoreJobStatus:", 4)); // it has polled again
+    answerJobs({running, waiting, waiting, waiting});
+    const auto program = start({"restore", "--json", "--wait", "/a", "/b", "/c", "/d"});
+    ASSERT_TRUE(daemon_.waitForCalls("getRestoreJobStatus:", 5)); // it has polled again
     daemon_.stop();                                               // and is restarted
     ASSERT_TRUE(daemon_.start());
-    answerJobs({finished, incomplete, cancelled});
+    answerJobs({finished, incomplete, cancelled, unknown});
     const ChildProgram::Result result = program->finish();
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(result.errors,
               "kelvanectl: Not now. A lock.\nkelvanectl: /b/1: gone\nkelvanectl: /b/2: no room\n"
-              "kelvanectl: /c: cancelled\n");
+              "kelvanectl: /c: cancelled\nkelvanectl: /d: unknown\n");
     const Json json = Json::parse(result.output);
     EXPECT_EQ(json[0]["status"], "restored");
     EXPECT_EQ(json[1]["failures"], Json::array({"/b/1: gone", "/b/2: no room"}));

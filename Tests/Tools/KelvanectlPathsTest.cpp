@@ -41,6 +41,12 @@ TEST_F(KelvanectlPaths, ItemsStandInColumnsAndNamesGiveTheTerminalNoCommands) {
               "State           Size  Backed up         Flags            Name\n"
               "Excluded: rule     7  2025-01-02 03:04  Backup,BackedUp  b\n");
 
+    daemon_.answer("dictionaryForPath:withDirSizes:",
+                   plist(R"({"fileName": "d", "backupFlags": 53, "size": 1})"));
+    EXPECT_TRUE(run({"ls", "-l", "/d"})
+                    .output.ends_with("\n-         1  never      Priority=5,Backup,BackedUp  d\n"));
+    daemon_.answerAsUsual("dictionaryForPath:withDirSizes:");
+
     const std::string text = run({"--json", "children", "/home", "--depth", "2"}).output;
     EXPECT_EQ(text.find_first_of("\x1b\x9b"), std::string::npos) << text;
     const Json json = Json::parse(text);
@@ -77,6 +83,9 @@ TEST_F(KelvanectlPaths, TheDaemonIsAskedBelowTheVolumesName) {
         {folder_ / "link", folder_ / "link"},
         {folder_ / "link/../f", folder_ / "real/f"},
         {onVolume("/home/b"), "/home/b"},
+        {"/a\uFFFDAAb", "/a\uFFFDAAb"}, // the printed form of a name with the byte AA
+        {folder_.write("a\uFFFDAAb", ""),
+         folder_ / "a\uFFFDEF\uFFFDBF\uFFFDBDAAb"}, // a file of just this name
         {"/Volumes/no such volume/a/../b", "/Volumes/no such volume/b"}};
     for (const auto& [typed, asked] : cases) {
         daemon_.forgetCalls();
@@ -145,6 +154,7 @@ TEST_F(KelvanectlPaths, CompletesCommandsOptionsAndWhatTheDaemonKnows) {
     daemon_.setState("alerts", plist(R"([{"id": "gone", "title": "Many files", "actions": ["keep:x"]}])"));
     std::filesystem::create_directories(folder_ / "place/in");
     std::ofstream(folder_ / "place/file") << "x";
+    daemon_.answer("excludedFiles:", Array{Dictionary{{"path", onVolume("/home/b")}}});
     const std::string folder = "/home/\xe6\x97\xa5\xe6\x9c\xac";
     const std::pair<std::string, std::string> cases[] = {
         {"al", "alert\tList alerts, or perform an action of one\n"},
@@ -159,6 +169,13 @@ TEST_F(KelvanectlPaths, CompletesCommandsOptionsAndWhatTheDaemonKnows) {
         {"decode " + (folder_ / "place/f"), folder_ / "place/file\n"},
         {"alert ", "gone\tMany files\n"},
         {"alert gone ", "keep\n"},
+        {"alert gone keep ", ""},
+        {"exclude remove ", "/home/b\n"},
+        {"exclude add \"/x\" --wait /ho\\me/", folder + "/\n/home/b\tExcluded: rule\n"},
+        {"ls -- /ho", "/home/\n"},
+        {"ls -- -", ""},
+        {"ls --daemon=" + folder_.path() + " /ho", ""},
+        {"--daemon " + socket_ + " ls /ho", "/home/\n"},
         {"call setServ", "setServiceState:\n"},
         {"help bac", "backup\tStart a backup\n"},
         {"complete ", ""}};
@@ -176,9 +193,11 @@ TEST_F(KelvanectlPaths, PatternsAreReadAsTheLocaleOfTheUserHasIt) {
     const std::string build = "localedef -i tr_TR -f UTF-8 " + (folder_ / "tr_TR.UTF-8") + " 2>&1";
     ASSERT_EQ(std::system(build.c_str()), 0) << build; // NOLINT(cert-env33-c)
     environment_.push_back("LOCPATH=" + folder_.path());
-    for (const auto& [locale, answer] : {std::pair("C.UTF-8", "yes"), {"tr_TR.UTF-8", "no "}}) {
+    for (const auto& [locale, answer, date] : {std::tuple("C.UTF-8", "yes", "2025-01-02 03:04  b"),
+                                               {"tr_TR.UTF-8", "no ", "02-01-2025 03:04:05  b"}}) {
         environment_.push_back(std::string("LC_ALL=") + locale);
         EXPECT_EQ(run({"match", "TITLE", "title"}).output, std::string(answer) + "  title\n");
+        EXPECT_NE(run({"ls", "/home/b"}).output.find(date), std::string::npos);
         environment_.pop_back();
     }
 }
@@ -198,6 +217,15 @@ TEST_F(KelvanectlPaths, AnUnknownPathIsWrongUsageAndALostDaemonIsNot) {
     const ChildProgram::Result result = run({"children", "/home", "--depth", "3"});
     expectFailure(result, 1, "was lost");
     EXPECT_EQ(result.output, "");
+    for (const auto& [words, selector] :
+         {std::pair(Words{"info", "/home"}, "dictionaryForPath:withDirSizes:"),
+          {{"exclude", "list"}, "excludedFiles:"},
+          {{"alert"}, "daemonState"},
+          {{"mode", "paused"}, "setEnabled:"}}) {
+        SCOPED_TRACE(selector);
+        daemon_.breakLinkAt(selector);
+        expectFailure(run(words), 1, "was lost");
+    }
 }
 
 } // namespace

@@ -26,11 +26,16 @@ TEST_F(Kelvanectl, StatusShowsWhatTheDaemonSaysAndInventsNothing) {
     EXPECT_TRUE(run({"status"}).output.starts_with("Mode            Paused (90 minutes left)\n"));
     daemon_.setState("hasUnreadFiles", true);
     daemon_.setState("damagedFileCount", 2U);
+    daemon_.setState("isQuotaLimited", false);
+    daemon_.setState("currentRestoreJob", 3U);
     daemon_.setState("extensions", Array{"alerts"});
-    EXPECT_NE(run({"status"})
-                  .output.find("\nUnreadable      some files could not be read and are not backed "
-                               "up\nDamaged         2 files in the backup\nAlerts          none\n"),
-              std::string::npos);
+    EXPECT_TRUE(
+        run({"status"})
+            .output.ends_with("\nRestoring       job 3\nUnreadable      some files could not be read and are "
+                              "not backed up\n"
+                              "Damaged         2 files in the backup\nAlerts          none\n"
+                              "Account         anna@example.net\nComputer        4711\nDaemon          " +
+                              socket_ + '\n'));
 }
 
 TEST_F(Kelvanectl, StatusShowsTheScheduleOfADaemonThatTellsIt) {
@@ -121,9 +126,12 @@ TEST_F(Kelvanectl, CallCarriesArgumentsAndResultsExactly) {
                  {{"automaticMode"}, {}, "true\n"},
                  {{"marketingMessage"}, {}, "null\n"},
                  {{"longlongForState:", "1"}, {1}, "18446744073709551615\n"},
-                 {{"mappedUserAsString:", "\x7f\xc2\x9b"}, {"\x7f\xc2\x9b"}, "\"\\u007f\\u009b\"\n"},
+                 {{"mappedUserAsString:", "\x7f\xc2\x9b\xd8\x9c"},
+                  {"\x7f\xc2\x9b\xd8\x9c"},
+                  "\"\\u007f\\u009b\\u061c\"\n"},
                  {{"setPausedMinutes:", "4294967295"}, {4294967295U}, ""},
                  {{"setAutomaticMode:", "false"}, {0}, ""},
+                 {{"setAutomaticMode:", "-7"}, {-7}, ""},
                  {{"setFileTypeToggle:toggle:", "--json", "3"}, {"--json", 3}, ""},
                  {{"addFilesToBackup:", R"(["/a", 7, 1.0, {"$date": "2025-01-02T03:04:05Z"}])"},
                   {Value(Array{"/a", 7, 1.0, Date{757479845}})},
@@ -152,7 +160,15 @@ TEST_F(Kelvanectl, WrongUsageIsRefusedInALineBeforeAnythingIsSent) {
         {{"call", "setPausedMinutes:"}, "takes 1 argument, not 0"},
         {{"call", "setPausedMinutes:", "-1"},
          "argument 1: \"-1\" is not a whole number from 0 to 4294967295"},
+        {{"call", "setAutomaticMode:", "128"}, "a whole number from -128 to 127, nor true or false"},
         {{"call", "addFilesToBackup:", "[1,"}, "argument 1: line 1, column 3"},
+        {{"call", "addFileToBackup:", "\xff"}, "argument 1: the text is not UTF-8"},
+        {{"call"}, "SELECTOR is required"},
+        {{"call", "sing"}, "the daemon has no method \"sing\""},
+        {{"--sing"}, "--sing"},
+        {{"--daemon", "", "status"}, "--daemon: the path is empty"},
+        {{"alert", "gone"}, "ACTION is required"},
+        {{"info", ""}, "PATH: the path is empty"},
         {{"exclude", "add", "/home", "/.."}, "a whole volume cannot be excluded"},
         {{"include", "add"}, "PATH is required"},
         {{"watch", "nonsense"}, "nonsense (see kelvanectl watch --help)"},
@@ -163,12 +179,27 @@ TEST_F(Kelvanectl, WrongUsageIsRefusedInALineBeforeAnythingIsSent) {
         {{"mode", "paused", "2h", "--until", "18:00"}, "DURATION excludes --until"},
         {{"mode", "paused", "--until", "25:00"}, "is not a time"},
         {{"mode", "paused", "--until", "2001-01-01 00:00"}, "has passed"},
-        {{"decode", folder_ / "nothing"}, "nothing: No such file"}};
+        {{"decode", folder_ / "nothing"}, "nothing: No such file"},
+        {{"decode", folder_.path()}, ": Is a directory"},
+        {{"decode"}, "standard input: "},
+        {{"encode", "-"}, "standard input: it is empty"}};
     for (const auto& [words, reason] : cases)
         expectFailure(run(words), 2, reason);
     EXPECT_TRUE(daemon_.calls().empty());
     expectFailure(run({"call", "verify"}), 2, "this daemon has no method \"verify\"");
-    expectFailure(start({"status"}, {}, "/dev/full")->finish(), 2, "cannot write to standard output");
+    for (const char* const command : {"status", "watch"})
+        expectFailure(start({command}, {}, "/dev/full")->finish(), 2, "cannot write to standard output: No");
+}
+
+TEST_F(Kelvanectl, ConvertsBetweenJsonAndABinaryPropertyList) {
+    const std::string json = R"({"a":[1,{"$date":"2025-01-02T03:04:05Z"}]})"
+                             "\n";
+    const std::string bytes = run({"encode"}, json).output;
+    EXPECT_TRUE(bytes.starts_with("bplist00"));
+    EXPECT_EQ(run({"--json", "decode", "-"}, bytes).output, json);
+    const std::string large = '"' + std::string(200'000, 'x') + "\"\n"; // takes several reads
+    const std::string file = folder_.write("list", run({"encode", folder_.write("json", large)}).output);
+    EXPECT_EQ(run({"decode", file}).output, large);
 }
 
 TEST_F(Kelvanectl, EachCommandHasAHelpPageOfItsOwn) {
@@ -195,7 +226,10 @@ TEST_F(Kelvanectl, FindsTheDaemonByOptionThenEnvironmentThenDefault) {
     environment_[0] = "KELVANE_DAEMON=" + (folder_ / "nowhere");
     EXPECT_EQ(run({"--timeout", "0.1", "call", "serviceState"}).status, 1);
     EXPECT_EQ(run({"call", "--daemon", socket_, "serviceState"}).status, 0);
+    expectFailure(run({"--daemon", KELVANECTL "/x", "--timeout", "0.1", "call", "serviceState"}), 1,
+                  "Not a directory");
     environment_[0] = "KELVANE_DAEMON=";
+    expectFailure(run({"--timeout", "0.1", "call", "serviceState"}), 1, "kelvane-local-daemon\"");
     std::filesystem::create_directory(folder_ / "kelvane");
     FakeDaemon usual(folder_ / "kelvane/daemon.sock");
     ASSERT_TRUE(usual.start());

@@ -64,8 +64,6 @@ ArgumentReading argumentFromText(std::string_view type, const std::string& text)
     case '@': return objectFromText(text);
     case 'c': return flagFromText(text);
     case 'I': return numberFromText<std::uint32_t>(text);
-    case 'q': return numberFromText<std::int64_t>(text);
-    case 'Q': return numberFromText<std::uint64_t>(text);
     default: return {{}, "an argument of the type " + std::string(type) + " cannot be typed"};
     }
 }
