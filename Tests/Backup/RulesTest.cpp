@@ -25,6 +25,7 @@ protected:
             names.push_back(file.path.substr(std::string("/Volumes/USB/").size()));
         return names;
     }
+    void load(const char* path) { static_cast<void>(files->visibleFilesAtPath(path, nothing)); }
 
     const TemporaryFolder folder;
     const LocalFileSystem disk{Volumes("System", {{"USB", folder.path()}}), LocalFileSystem::Names::Text};
@@ -43,11 +44,11 @@ TEST_F(VisibleFilesTest, AreNotTheNamesOfTheHiddenListOnceTheRootHasBeenListed) 
     for (const char* const name : {"in/bin", "in/b\xC3\xA9", "in/deep/bin", "in/deep/binary"})
         folder.write(name, "");
     folder.write(".hidden", std::string((std::size_t{1} << 20U) + 1, '\n')); // too long for a list
-    static_cast<void>(files->visibleFilesAtPath("/", nothing));
+    load("/");
     std::filesystem::remove(folder / ".hidden");
-    static_cast<void>(files->visibleFilesAtPath("/", nothing)); // no list exists yet
+    load("/"); // no list exists yet
     folder.write(".hidden", "bin");
-    static_cast<void>(files->visibleFilesAtPath("/", nothing));
+    load("/");
     EXPECT_EQ(list("/Volumes/USB/in"), (Names{"in/b\xC3\xA9", "in/deep"})) << "it is looked for again";
     const std::string_view utf16("\xFF\xFE"
                                  "b\0i\0n\0\n\0b\0\xE9\0",
@@ -57,10 +58,9 @@ TEST_F(VisibleFilesTest, AreNotTheNamesOfTheHiddenListOnceTheRootHasBeenListed) 
         folder.write(".hidden", contents);
         files.emplace(disk, folder / ".hidden");
         EXPECT_EQ(list("/Volumes/USB/in").size(), 3);
-        static_cast<void>(
-            files->visibleFilesAtPath("/Volumes/System", nothing)); // the root by its second name
-        folder.write(".hidden", "binary");                          // the list is read only once
-        static_cast<void>(files->visibleFilesAtPath("/", nothing));
+        load("/Volumes/System");           // the root by its second name
+        folder.write(".hidden", "binary"); // the list is read only once
+        load("/");
         EXPECT_EQ(list("/Volumes/USB/in"), Names{"in/deep"});
         EXPECT_EQ(list("/Volumes/USB/in/deep"), Names{"in/deep/binary"});
     }

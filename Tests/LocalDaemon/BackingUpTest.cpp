@@ -4,9 +4,6 @@
 
 namespace kelvane::tests {
 
-namespace fs = std::filesystem;
-using namespace std::chrono_literals;
-
 TEST_F(BackingUp, FollowsTheFilesTheRulesAndTheModes) {
     for (const char* name : {"home/a/x [y]*?.txt", "home/a/b/file", "home/.cache/c", "home/bad \xFF"})
         folders.write(name, "12345");

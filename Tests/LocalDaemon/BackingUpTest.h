@@ -10,6 +10,9 @@
 
 namespace kelvane::tests {
 
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
 // What a test pretends of the disks of this machine.
 struct PretendedDisks {
     std::atomic<bool> isHomeMounted = false;
@@ -80,11 +83,11 @@ protected:
     Array colors(const Array& paths) { return pane->call<"backupColorsForFiles:">(Value(paths)).array(); }
     [[nodiscard]] std::size_t snapshots() const {
         return static_cast<std::size_t>(
-            std::distance(std::filesystem::directory_iterator(folders / "repository/snapshots"), {}));
+            std::distance(fs::directory_iterator(folders / "repository/snapshots"), {}));
     }
 
     [[nodiscard]] std::string indexPath() const {
-        for (const auto& file : std::filesystem::directory_iterator(folders / "state"))
+        for (const auto& file : fs::directory_iterator(folders / "state"))
             if (file.path().stem().string().starts_with("index") && !file.path().has_extension())
                 return file.path();
         return {};

@@ -126,30 +126,26 @@ TEST(BackupSchedule, ChoosesTheTaskThatTheConditionsAllow) {
 TEST(BackupSchedule, PlansTheNextBackupAndSaysWhyNoneBegins) {
     using Obstacle = BackupSchedule::Obstacle;
     constexpr std::optional<std::int64_t> none;
-    const struct {
-        std::optional<std::int64_t> age;
-        std::int64_t failedAt;
-        Conditions conditions;
-        Obstacle obstacle;
-        std::optional<std::int64_t> time;
-    } cases[] = {{none, never, {.need = pending}, Obstacle::Changes, 5},
-                 {900, never, {.need = pending}, Obstacle::Changes, 5},
-                 {600, never, {.need = pending}, Obstacle::Interval, 300},
-                 {600, 2, {.need = pending}, Obstacle::Interval, 300},
-                 {600, 2, {.need = pending, .isOrdered = true}, Obstacle::Retry, 12},
-                 {none, 2, {.need = pending}, Obstacle::Retry, 12},
-                 {600, never, {.need = pending, .isOrdered = true}, Obstacle::None, none},
-                 {600, never, {.need = nothingPending}, Obstacle::NothingPending, none},
-                 {600, never, {.need = isScanning}, Obstacle::Scanning, none},
-                 {600, 2, {.need = mayOnlyRead, .isOrdered = true}, Obstacle::NotAllowed, none}};
-    for (const auto& each : cases) {
-        BackupSchedule schedule = scheduleAfter(each.age);
-        static_cast<void>(schedule.next(each.conditions, at(0)));
-        if (each.failedAt != never)
-            static_cast<void>(schedule.noteFailure(at(each.failedAt)));
-        const BackupSchedule::Plan plan = schedule.plan(each.conditions, at(3));
-        EXPECT_EQ(plan.obstacle, each.obstacle) << &each - cases;
-        EXPECT_EQ(plan.time, each.time ? std::optional(at(*each.time)) : std::nullopt) << &each - cases;
+    const std::tuple<std::optional<std::int64_t>, std::int64_t, Conditions, Obstacle,
+                     std::optional<std::int64_t>>
+        cases[] = {{none, never, {.need = pending}, Obstacle::Changes, 5},
+                   {900, never, {.need = pending}, Obstacle::Changes, 5},
+                   {600, never, {.need = pending}, Obstacle::Interval, 300},
+                   {600, 2, {.need = pending}, Obstacle::Interval, 300},
+                   {600, 2, {.need = pending, .isOrdered = true}, Obstacle::Retry, 12},
+                   {none, 2, {.need = pending}, Obstacle::Retry, 12},
+                   {600, never, {.need = pending, .isOrdered = true}, Obstacle::None, none},
+                   {600, never, {.need = nothingPending}, Obstacle::NothingPending, none},
+                   {600, never, {.need = isScanning}, Obstacle::Scanning, none},
+                   {600, 2, {.need = mayOnlyRead, .isOrdered = true}, Obstacle::NotAllowed, none}};
+    for (const auto& [age, failedAt, conditions, obstacle, time] : cases) {
+        BackupSchedule schedule = scheduleAfter(age);
+        static_cast<void>(schedule.next(conditions, at(0)));
+        if (failedAt != never)
+            static_cast<void>(schedule.noteFailure(at(failedAt)));
+        const BackupSchedule::Plan plan = schedule.plan(conditions, at(3));
+        EXPECT_EQ(plan.obstacle, obstacle) << failedAt << ' ' << static_cast<int>(obstacle);
+        EXPECT_EQ(plan.time, time ? std::optional(at(*time)) : std::nullopt) << static_cast<int>(obstacle);
     }
 }
 

@@ -13,8 +13,6 @@
 namespace kelvane::tests {
 namespace {
 
-using namespace std::chrono_literals;
-
 // The log contains the length of each wait; each request ends the wait before it.
 TEST_F(BackingUp, WaitsLongerAfterAnotherFailureAndBeginsAnewAfterASuccess) {
     Recorded<int> waits;
@@ -42,7 +40,7 @@ TEST_F(BackingUp, WaitsLongerAfterAnotherFailureAndBeginsAnewAfterASuccess) {
     ASSERT_TRUE(comesToRest(1, 1));
     while (waits.count() > 0) // waits of requests that failed before it
         EXPECT_EQ(waits.next(), 20);
-    std::filesystem::remove(works);
+    fs::remove(works);
     pane->call<"setPriorityBackup:">("/");
     EXPECT_EQ(waits.next(), 10);
 }
@@ -161,10 +159,10 @@ exec restic "$@")"));
                alert["text"].stringValue().find("PID 812 on host ada") != std::string::npos;
     }));
     folders.write("once", "");
-    std::filesystem::remove(folders / "busy");
+    fs::remove(folders / "busy");
     pane->call<"setPriorityBackup:">("/");
     EXPECT_TRUE(comesToRest(1, 1));
-    EXPECT_FALSE(std::filesystem::exists(folders / "once"));
+    EXPECT_FALSE(fs::exists(folders / "once"));
 }
 
 TEST_F(BackingUp, AnInternalErrorIsToldAndTheNextBackupGoesOn) {
@@ -220,7 +218,7 @@ TEST_F(BackingUp, WhatIsRenamedBeforeResticBeginsDoesNotCountAsDeleted) {
     folders.write("home/.cache/c", "1");
     folders.write("home/docs/file", "12345");
     for (int number = 0; number < 2000; ++number) // so that this takes a while
-        std::filesystem::create_directories(in("tree/" + std::to_string(number)));
+        fs::create_directories(in("tree/" + std::to_string(number)));
     start();
     ASSERT_TRUE(comesToRest(1, 5));
     const FileDescriptor watch(::inotify_init1(IN_CLOEXEC));
@@ -229,7 +227,7 @@ TEST_F(BackingUp, WhatIsRenamedBeforeResticBeginsDoesNotCountAsDeleted) {
     pane->call<"setPriorityBackup:">("/");
     std::array<char, 4096> event{};
     ASSERT_GT(::read(watch.get(), event.data(), event.size()), 0);
-    std::filesystem::rename(in("docs"), in("renamed"));
+    fs::rename(in("docs"), in("renamed"));
     ASSERT_TRUE(comesTo([&] { return colors({in("new")}) == Array{green}; }));
     EXPECT_FALSE(repository().snapshots(StopSignal()).snapshots.at(1).tellsOf(in("docs/file")));
 }
@@ -260,8 +258,8 @@ TEST_F(BackingUp, WhatGoesDuringABackupIsRestoredUntilTheNextOneLacksIt) {
     EXPECT_EQ(failuresOf(folders.home(), folders / "again"), "");
     for (const char* file : {"a/stays", "a/moved", "aa/renamed"})
         EXPECT_EQ(folders.read(std::string("again/") + file), "1") << file;
-    EXPECT_FALSE(std::filesystem::exists(folders / "again/z/moved"));
-    EXPECT_FALSE(std::filesystem::exists(folders / "again/zz"));
+    EXPECT_FALSE(fs::exists(folders / "again/z/moved"));
+    EXPECT_FALSE(fs::exists(folders / "again/zz"));
 }
 
 TEST_F(BackingUp, KeepsTheCredentialsOfItsPlaceOutOfTheLogAndTheState) {

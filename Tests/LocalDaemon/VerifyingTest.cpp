@@ -11,9 +11,6 @@
 namespace kelvane::tests {
 namespace {
 
-namespace fs = std::filesystem;
-using namespace std::chrono_literals;
-
 // A pack that holds two files is damaged or lost.
 class Verifying : public BackingUp {
 protected:

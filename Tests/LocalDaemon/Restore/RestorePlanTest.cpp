@@ -163,15 +163,10 @@ TEST(SavedNodes, ReadsNamesAsTreesHaveThem) {
 }
 
 TEST(RestoreMetadata, AModeGivesNobodyMoreThanWasSaved) {
-    const struct {
-        mode_t saved;
-        bool hasItsOwner;
-        bool hasItsGroup;
-        mode_t given;
-        mode_t aclOfGroup = 7;
-    } cases[] = {{04754, true, true, 04754},   {04754, false, true, 0754}, {02754, true, false, 0744},
-                 {0674, true, false, 0644},    {0604, true, false, 0600},  {0467, false, true, 0444},
-                 {0644, true, false, 0600, 0}, {0644, true, true, 0644, 0}};
+    const std::tuple<mode_t, bool, bool, mode_t, mode_t> cases[] = {
+        {04754, true, true, 04754, 7}, {04754, false, true, 0754, 7}, {02754, true, false, 0744, 7},
+        {0674, true, false, 0644, 7},  {0604, true, false, 0600, 7},  {0467, false, true, 0444, 7},
+        {0644, true, false, 0600, 0},  {0644, true, true, 0644, 0}};
     for (const auto& [saved, hasItsOwner, hasItsGroup, given, aclOfGroup] : cases) {
         struct stat now {};
         now.st_uid = hasItsOwner ? 1 : 3;
