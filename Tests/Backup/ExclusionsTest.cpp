@@ -44,6 +44,13 @@ protected:
         QDragEnterEvent enter(place, actions, &data, Qt::LeftButton, Qt::NoModifier);
         QCoreApplication::sendEvent(table().viewport(), &enter);
         EXPECT_EQ(picture() != before, enter.isAccepted()) << "a frame shows where files may be dropped";
+        QDragMoveEvent move(place, actions, &data, Qt::LeftButton, Qt::NoModifier);
+        QCoreApplication::sendEvent(table().viewport(), &move);
+        EXPECT_EQ(move.isAccepted(), enter.isAccepted());
+        QDragLeaveEvent leave;
+        QCoreApplication::sendEvent(table().viewport(), &leave);
+        EXPECT_EQ(picture(), before);
+        QCoreApplication::sendEvent(table().viewport(), &enter);
         QDropEvent drop(place, actions, &data, Qt::LeftButton, Qt::NoModifier);
         QCoreApplication::sendEvent(table().viewport(), &drop);
         EXPECT_EQ(enter.isAccepted(), drop.isAccepted());

@@ -31,6 +31,8 @@ TEST_F(Choosing, IsOneActionHoweverItIsDone) {
          "docs/a.txt docs/b.txt docs/c.txt docs/deep", 2, 2},
         {"down", [this] { press(Qt::Key_Down); }, 1, "docs/b.txt", 2, 2},
         {"left", [this] { press(Qt::Key_Left); }, 1, "docs", 2, 1},
+        {"left of the first", [this] { click(0, "Disk"), press(Qt::Key_Left); }, 1, "", 1, 0},
+        {"right of a file", [this] { press(Qt::Key_Right); }, 0, "docs/a.txt", 2, 2},
         {"and right again", [this] { press(Qt::Key_Left), press(Qt::Key_Right); }, 2, "docs/a.txt", 2, 2},
         {"by a screen reader", [this] { act(1, "plan.txt"); }, 1, "docs plan.txt", 1, 1},
     };

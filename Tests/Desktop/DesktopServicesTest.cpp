@@ -1,3 +1,4 @@
+#include "Platform/Desktop/ComputerName.h"
 #include "Platform/Desktop/DesktopFileServices.h"
 #include "Platform/Desktop/Opener.h"
 #include "Platform/Desktop/RunningApplications.h"
@@ -15,28 +16,33 @@ TEST(Opener, HandsOverWhatIsToBeOpenedAndReportsWhatFails) {
     const tests::TemporaryFolder folder;
     const std::string program = folder.writeProgram(
         "opener", "#!/bin/sh\ncat >> " + (folder / "opened") + "; echo \"$#:$1\" >> " + (folder / "opened") +
-                      "\ncase $1 in */3*) exit 3;; */9*) kill -9 $$;; esac\n");
+                      "\ncase $1 in /tmp/9*) kill -9 $$;; /tmp/*) exit ${1#/tmp/};; esac\n");
     ASSERT_TRUE(std::freopen(folder.write("typed", "by a person").c_str(), "r", stdin));
     std::vector<std::string> reasons;
     const auto failed = [&](const std::string& reason) { reasons.push_back(reason); };
     DesktopOpener opener(program);
     opener.openURL("http://host/a b?c=d@e", failed);
     EXPECT_TRUE(tests::runUntil([&] { return folder.read("opened") == "1:http://host/a%20b?c=d@e\n"; }));
-    opener.openFile("/tmp/3 $(x)", failed);
-    ASSERT_TRUE(tests::runUntil([&] { return reasons.size() == 1; }));
-    EXPECT_EQ(reasons[0], "cannot open /tmp/3 $(x): no application is set up to open it");
-    opener.openFile("/tmp/9", failed);
-    ASSERT_TRUE(tests::runUntil([&] { return reasons.size() == 2; }));
-    EXPECT_EQ(reasons[1], "cannot open /tmp/9: the opener was stopped");
+    for (const auto& [file, reason] : {std::pair("/tmp/2", "no such file"),
+                                       {"/tmp/3", "no application is set up to open it"},
+                                       {"/tmp/4", "the opener failed with status 4"},
+                                       {"/tmp/127", "the desktop's opener is not installed"},
+                                       {"/tmp/9 $(x)", "the opener was stopped"}}) {
+        reasons.clear();
+        opener.openFile(file, failed);
+        ASSERT_TRUE(tests::runUntil([&] { return reasons.size() == 1; }));
+        EXPECT_EQ(reasons[0], std::string("cannot open ") + file + ": " + reason);
+    }
     for (const char* const wrong : {"", "host/page", "--help", "http://[bad"})
         opener.openURL(wrong, failed);
     opener.openFile("relative", failed);
     DesktopOpener missing(folder / "missing");
     missing.openURL("http://host", failed);
-    EXPECT_EQ(reasons.size(), 2U); // never during the call
-    ASSERT_TRUE(tests::runUntil([&] { return reasons.size() == 8; }));
-    EXPECT_NE(reasons[7].find("No such file"), std::string::npos);
-    EXPECT_EQ(folder.read("opened"), "1:http://host/a%20b?c=d@e\n1:/tmp/3 $(x)\n1:/tmp/9\n");
+    EXPECT_EQ(reasons.size(), 1U); // never during the call
+    ASSERT_TRUE(tests::runUntil([&] { return reasons.size() == 7; }));
+    EXPECT_NE(reasons[6].find("No such file"), std::string::npos);
+    EXPECT_EQ(folder.read("opened"),
+              "1:http://host/a%20b?c=d@e\n1:/tmp/2\n1:/tmp/3\n1:/tmp/4\n1:/tmp/127\n1:/tmp/9 $(x)\n");
 }
 
 TEST(DesktopFileServices, TellsKindsPicturesAndDates) {
@@ -68,9 +74,27 @@ TEST(DesktopFileServices, TellsKindsPicturesAndDates) {
     EXPECT_FALSE(qIcon(services.iconOfFolder()).isNull());
     const QDateTime first = QDateTime::fromString("2001-01-01T00:00:01Z", Qt::ISODate).toLocalTime();
     EXPECT_EQ(services.dateAndTime(Date{1}), QLocale().toString(first, QLocale::ShortFormat).toStdString());
-    EXPECT_EQ(services.dateAndTime(Date{1e30}), "1e+30") << "no calendar counts these years";
-    EXPECT_EQ(services.dateAndTime(Date{-1e30}), "-1e+30");
+    const PlainFileServices plain(files, accounts, "no locale");
+    EXPECT_EQ(plain.dateAndTime(Date{1.9}), first.toString("MM/dd/yy HH:mm:ss").toStdString());
+    EXPECT_EQ(plain.dateAndTime(Date{-0.1}), first.addSecs(-2).toString("MM/dd/yy HH:mm:ss").toStdString());
+    for (const FileServices* const each : std::initializer_list<const FileServices*>{&services, &plain}) {
+        EXPECT_EQ(each->dateAndTime(Date{1e30}), "1e+30") << "no calendar counts these years";
+        EXPECT_EQ(each->dateAndTime(Date{-1e30}), "-1e+30");
+    }
     EXPECT_TRUE(qIcon(icons.named("nothing-known")).isNull());
+}
+
+TEST(ComputerName, IsTheLastPrettyNameOrElseTheHostName) {
+    const tests::TemporaryFolder folder;
+    const std::string host = QSysInfo::machineHostName().toStdString();
+    const std::string key = "PRETTY_HOSTNAME=";
+    for (const auto& [contents, name] :
+         {std::pair("ICON_NAME=x\n" + key + "one\n" + key + "two\nX" + key + "three\n", std::string("two")),
+          {key + R"("Ann's \"Box\""\ 'a\"b'c\)", R"(Ann's "Box" a\"bc\)"},
+          {key + "''\n", host},
+          {key + "\xff\n", host},
+          {key + std::string(4096, 'x'), host}})
+        EXPECT_EQ(computerName(folder.write("machine-info", contents)), name) << contents;
 }
 
 TEST(RunningApplications, AreNamesOnTheBusWhateverTheirCase) {

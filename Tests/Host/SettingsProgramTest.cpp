@@ -8,8 +8,11 @@
 #include <QApplication>
 #include <QDBusVariant>
 #include <QImage>
+#include <QPainter>
 #include <QPalette>
 #include <QProcess>
+#include <QProxyStyle>
+#include <QStyleOption>
 #include <csignal>
 
 namespace kelvane::host {
@@ -94,6 +97,13 @@ TEST_F(SettingsProgram, TakesAPictureOfEachTabAndEnds) {
     EXPECT_FALSE(std::filesystem::exists(panes.folder() / "kelvane-settings.conf"));
 }
 
+TEST_F(SettingsProgram, SaysWhichPictureItCannotWrite) {
+    start({"--pane", QString::fromStdString(panes.add("A")), "--screenshot", "/proc/none"});
+    EXPECT_EQ(status(), 1);
+    EXPECT_TRUE(process.readAll().contains("cannot write /proc/none/a.png"))
+        << "the only picture, of the pane";
+}
+
 TEST_F(SettingsProgram, EndsCleanlyOnASignal) {
     start({"--pane", QString::fromStdString(panes.add("A"))});
     EXPECT_TRUE(tests::runUntil([&] { return panes.log().ends_with("A selected,"); }));
@@ -117,6 +127,33 @@ TEST_F(SettingsProgram, RefusesWhatItDoesNotKnow) {
 
 bool isDark() {
     return QApplication::palette().color(QPalette::Window).lightness() < 128;
+}
+
+TEST(Appearance, GivesButtonsRoomAndTintsThoseThatAreHeld) {
+    applyAppearance(Appearance::Light);
+    const auto& style = dynamic_cast<const QProxyStyle&>(*QApplication::style());
+    const auto room = [&](QStyle::ContentsType type, const QStyleOption& option) {
+        return style.sizeFromContents(type, &option, {50, 20}, nullptr) -
+               style.baseStyle()->sizeFromContents(type, &option, {50, 20}, nullptr);
+    };
+    EXPECT_EQ(room(QStyle::CT_PushButton, QStyleOptionButton()), QSize(16, 4));
+    EXPECT_EQ(room(QStyle::CT_ComboBox, QStyleOptionComboBox()), QSize(0, 4));
+    EXPECT_EQ(room(QStyle::CT_CheckBox, QStyleOptionButton()), QSize(0, 0));
+    QStyleOptionButton option;
+    option.rect = {0, 0, 40, 20};
+    option.palette.setColor(QPalette::Button, QColor(200, 0, 0));
+    option.palette.setColor(QPalette::Highlight, QColor(0, 0, 200));
+    const auto blueOf = [&](const QStyle& painting, QStyle::State state) {
+        QImage image(40, 20, QImage::Format_RGB32);
+        QPainter painter(&image);
+        option.state = state;
+        painting.drawPrimitive(QStyle::PE_PanelButtonCommand, &option, &painter);
+        return image.pixelColor(20, 10).blue();
+    };
+    EXPECT_EQ(blueOf(style, QStyle::State_Enabled), blueOf(*style.baseStyle(), QStyle::State_Enabled));
+    const int tint = blueOf(style, QStyle::State_Enabled | QStyle::State_On);
+    EXPECT_GT(tint, 40);
+    EXPECT_LT(tint, 120) << "less than half of it";
 }
 
 TEST(Appearance, FollowsTheDesktopAndReadsWellInBothShades) {

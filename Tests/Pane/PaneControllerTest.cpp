@@ -14,6 +14,8 @@ TEST_F(PaneControllerTest, WakesSelectsAndUnselectsItsPartsInOrder) {
                               "help awakes"}));
     EXPECT_EQ(pane->tabNames(), (Calls{"Status", "Backup", "Restore", "Help"}));
     EXPECT_FALSE(pane->backupState());
+    pane->showOnlineHelp();
+    EXPECT_EQ(taken(), Calls{"opens Online Help URL"});
     for (int times = 0; times < 2; ++times) {
         EXPECT_TRUE(pane->selectTab("help"));
         select();
@@ -45,6 +47,9 @@ TEST_F(PaneControllerTest, AppliesAConfigurationOnceUnlessForcedAndNeverWhenFroz
     EXPECT_EQ(taken(), (Calls{"restore off", "backup off"}));
     EXPECT_EQ(pane->tabNames(), message);
     EXPECT_EQ(shownTab(), "Message");
+    pane->setMessageTabString("a\rb");
+    EXPECT_TRUE(std::ranges::any_of(pane->mainView()->findChildren<QLabel*>(),
+                                    [](const QLabel* label) { return label->text() == "a\nb"; }));
     pane->changeTabConfiguration(7, false);
     pane->changeTabConfiguration(0, true);
     EXPECT_EQ(pane->tabNames(), message) << "a command of no meaning is only stored";
@@ -203,6 +208,17 @@ TEST_F(PaneControllerTest, TheLockButtonDoesWhatItSays) {
         isTakenBack ? expect("Unlock", unlock, Qt::red, 2) : expect("Lock", prevent, Qt::green, 3);
         EXPECT_EQ(pane->prefPaneAccessAuthorized(), !isTakenBack);
     }
+    AuthorizationView view(*bundle, nullptr);
+    const QLabel& line = *view.findChild<QLabel*>();
+    using Kind = AuthorizationProblem::Kind;
+    for (const auto& [kind, text] :
+         {std::pair(Kind::RefusedByChoice, "Every unlocking is refused, as was asked for."),
+          {Kind::NotRevoked, "The right could not be given back: why"}}) {
+        view.showState({false, false, {kind, "why"}});
+        EXPECT_EQ(line.text().toStdString(), text);
+        view.showState({false, true, {kind, "why"}});
+        EXPECT_EQ(line.text().toStdString(), "Waiting for your password…");
+    }
 }
 
 TEST_F(PaneControllerTest, ReadsPicturesNamesAndOptionsFromItsBundle) {
@@ -226,8 +242,16 @@ TEST_F(PaneControllerTest, ReadsPicturesNamesAndOptionsFromItsBundle) {
     EXPECT_TRUE(pane->existsDriveMountedAtSVD());
     mountPoint = "/System/Volumes";
     EXPECT_FALSE(pane->existsDriveMountedAtSVD());
+    for (const bool isRunning : {false, true}) {
+        EXPECT_EQ(pane->isLaunchAgentProcessRunning("com.KELVANE.agent"), isRunning);
+        QDBusConnection::sessionBus().registerService("com.kelvane.Agent");
+    }
 
     select();
+    daemon.answer("dictionaryForPath:withDirSizes:", Dictionary{{"fileName", "a"}, {"backupColor", 3}});
+    EXPECT_EQ(colorOf(pane->bulletImageForPath("/a")), Qt::yellow);
+    daemon.answer("dictionaryForPath:withDirSizes:", {});
+    EXPECT_EQ(colorOf(pane->bulletImageForPath("/a")), Qt::red) << "unknown";
     const auto labels = pane->mainView()->findChildren<QLabel*>();
     const auto found = std::ranges::find(labels, "Name of the service", &QLabel::accessibleDescription);
     ASSERT_NE(found, labels.end());

@@ -67,6 +67,16 @@ struct RecordingInfo : InfoWindows, Recording {
     void closeInfoWindows() override { calls.emplace_back("info closes"); }
 };
 
+// To an authority that refuses everything the right is new.
+struct TestAuthorization : FixedAuthorization {
+    TestAuthorization(std::shared_ptr<MainLoop> loop, bool isGranted)
+        : FixedAuthorization(std::move(loop), isGranted), isKnown(isGranted) {}
+    void lookUpRight(std::function<void(RightStatus)> completion) override {
+        isKnown ? FixedAuthorization::lookUpRight(completion) : completion(RightStatus::Absent);
+    }
+    const bool isKnown;
+};
+
 class TestHost : public PaneHost {
 public:
     explicit TestHost(bool isGranted) : isGranted_(isGranted) {}
@@ -74,7 +84,7 @@ public:
     std::unique_ptr<Authorization> makeAuthorization(const RightDefinition& right) override {
         const Data packaged = readFile(KELVANE_POLICY, std::size_t{1} << 16U).bytes;
         EXPECT_EQ(policyText(right), std::string(packaged.begin(), packaged.end()));
-        return std::make_unique<FixedAuthorization>(loop, isGranted_);
+        return std::make_unique<TestAuthorization>(loop, isGranted_);
     }
     Opener& opener() override { return opener_; }
     void terminate() override {}

@@ -245,6 +245,9 @@ TEST_F(HandingOver, AnUninstallerThatFailsOrDiesIsToldOf) {
     uninstall();
     answer("OK");
     EXPECT_NE(pane.calls.back(), "terminateHost");
+    std::filesystem::remove(folder / "Helpers/Uninstall");
+    uninstall();
+    EXPECT_TRUE(sheet()->informativeText().endsWith("The program Uninstall is missing. Re-install Kelvane."));
 }
 
 TEST_F(HandingOver, AToolInheritsNoDescriptorAndNoSignalThatDoesNothing) {
