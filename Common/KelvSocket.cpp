@@ -3,30 +3,20 @@
 #include "Common/SocketConnection.h"
 #include "Foundation/Assertion.h"
 #include "Foundation/Format.h"
+#include "Platform/SocketAddress.h"
 #include "Support/Logging.h"
 
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 
 namespace kelvane {
 namespace {
 
 constexpr std::string_view socketSource = "Common/KelvSocket";
-constexpr std::size_t longestPath = 103;
 constexpr int listenBacklog = 10;
 constexpr mode_t everybody = 0777;
-
-static_assert(sizeof(sockaddr_un::sun_path) > longestPath);
-
-sockaddr_un addressOf(std::string_view path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(static_cast<char*>(address.sun_path), longestPath);
-    return address;
-}
 
 const sockaddr* generic(const sockaddr_un& address) {
     return reinterpret_cast<const sockaddr*>(&address);
@@ -82,7 +72,7 @@ bool KelvaneSocket::connectToPath(const std::string& path) {
         return false;
     }
     const int descriptor = connection->descriptor.get();
-    if (!connectWithoutWaiting(descriptor, addressOf(path))) {
+    if (!connectWithoutWaiting(descriptor, socketAddress(path))) {
         KelvaneCLog("connect failed: %s", errorText());
         return false;
     }
@@ -101,7 +91,7 @@ bool KelvaneSocket::listenAtPath(const std::string& path) {
         errno = EINVAL;
         return false;
     }
-    const sockaddr_un address = addressOf(path);
+    const sockaddr_un address = socketAddress(path);
     const char* const bound = static_cast<const char*>(address.sun_path);
     {
         const std::scoped_lock guard(stateMutex_);

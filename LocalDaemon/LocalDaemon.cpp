@@ -249,7 +249,7 @@ std::shared_ptr<const AlertActions> LocalDaemon::makeAlertActions() const {
     });
     actions->add(makeRepositoryVerb, [keeper = keeper_, runner = runner_](const std::string&) {
         keeper->allowMakingAnyway();
-        runner->backUpNow("/");
+        runner->backUpNow(everything);
         return std::string();
     });
     return actions;

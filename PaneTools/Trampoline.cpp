@@ -6,6 +6,7 @@
 // Exit status: 0 when PROGRAM has been started, 64 for invalid arguments, 69 when PROGRAM cannot be executed,
 // 71 for other system errors.
 
+#include "Foundation/Format.h"
 #include "Platform/FileDescriptor.h"
 
 #include <array>
@@ -98,7 +99,7 @@ private:
 };
 
 int report(int status, const char* step, const char* program, int error) {
-    std::fprintf(stderr, "kelvane-trampoline: %s %s: %s\n", step, program, std::strerror(error));
+    std::fprintf(stderr, "kelvane-trampoline: %s %s: %s\n", step, program, kelvane::errorText(error).c_str());
     return status;
 }
 

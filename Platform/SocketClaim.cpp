@@ -3,6 +3,7 @@
 #include "Foundation/Format.h"
 #include "Foundation/PathComponents.h"
 #include "Platform/FileContents.h"
+#include "Platform/SocketAddress.h"
 #include "Platform/SpecialFolders.h"
 
 #include <algorithm>
@@ -17,9 +18,6 @@
 
 namespace kelvane {
 namespace {
-
-// In bytes: the capacity of a socket address without the terminating zero.
-constexpr std::size_t longestPath = 103;
 
 bool isSameFile(int descriptor, const std::string& path) {
     struct stat opened {};
@@ -56,9 +54,7 @@ void writeOwner(int lock) {
 
 SocketProbe probeSocket(const std::string& path, int type) {
     SocketProbe probe{FileDescriptor(::socket(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))};
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(static_cast<char*>(address.sun_path), longestPath);
+    const sockaddr_un address = socketAddress(path);
     if (!probe.socket ||
         ::connect(probe.socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
         probe.error = errno;
@@ -82,8 +78,9 @@ SocketClaim::~SocketClaim() {
 }
 
 std::string SocketClaim::refusalOfPath() const {
-    if (path_.empty() || path_.size() > longestPath)
-        return "The path of the socket must have 1 to " + std::to_string(longestPath) + " bytes: " + path_;
+    if (path_.empty() || path_.size() > longestSocketPath)
+        return "The path of the socket must have 1 to " + std::to_string(longestSocketPath) +
+               " bytes: " + path_;
     const std::string folder = deleteLastPathComponent(path_);
     if (!folder.empty() && !ensureFolder(folder))
         return "Cannot create the folder for the socket: " + folder;

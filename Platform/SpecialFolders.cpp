@@ -1,6 +1,7 @@
 #include "Platform/SpecialFolders.h"
 
 #include "Platform/FileDescriptor.h"
+#include "Platform/SocketAddress.h"
 
 #include <array>
 #include <cerrno>
@@ -13,7 +14,6 @@
 namespace kelvane {
 namespace {
 
-constexpr std::size_t longestSocketPath = 103;
 constexpr mode_t privateMode = 0700;
 constexpr mode_t permissionsOfOthers = 077;
 

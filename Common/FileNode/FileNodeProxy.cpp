@@ -115,7 +115,7 @@ void KelvaneFileNodeProxy::refreshPath(std::string_view path, const FileServices
     const std::string fullPath = name == "/" ? std::string(path) : appendPathComponent(name, path);
     const std::shared_ptr<KelvaneProxy> link = proxy();
     const Value answer = link ? link->call<"dictionaryForPath:">(fullPath) : Value();
-    KelvaneLog("refreshPath: %@\n%@", fullPath, answer);
+    KelvaneCLog("refreshPath: %@\n%@", fullPath, answer);
     if (!answer.isDictionary())
         removeNodeAtPath(path);
     else if (const FileNodeRef node = nodeAtPath(path))

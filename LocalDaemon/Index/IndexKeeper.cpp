@@ -128,7 +128,7 @@ void IndexKeeper::useRepository(const std::string& id) {
     damage_ = std::make_shared<const Damage>();
     onRepositoryChanged_(id);
     if (isKnown)
-        take(BackupIndex(*index_), {"/"}, true);
+        take(BackupIndex(*index_), {everything}, true);
 }
 
 ResticOutcome IndexKeeper::add(Made made, const StopSignal& stop) {
@@ -194,7 +194,7 @@ void IndexKeeper::setDamage(Damage damage) {
         return;
     damage_ = std::make_shared<const Damage>(std::move(damage));
     index_ = std::make_shared<const BackupIndex>(index_->withDamage(damage_));
-    publish_(index_, {"/"}, true);
+    publish_(index_, {everything}, true);
 }
 
 ResticOutcome IndexKeeper::forgetOld(std::chrono::days keep, const StopSignal& stop) {
@@ -247,7 +247,7 @@ ResticOutcome IndexKeeper::forget(std::chrono::days keep, const StopSignal& stop
     reportUnread(listing);
     isCurrent_ = listing.unread.empty();
     if (isCurrent_)
-        take(indexOfKept(*index_, listing.snapshots), {"/"}, false);
+        take(indexOfKept(*index_, listing.snapshots), {everything}, false);
     return {};
 }
 

@@ -1,5 +1,6 @@
 // Lists the snapshots of the repository and their contents, and marks incomplete ones.
 
+#include "Foundation/CleanPath.h"
 #include "LocalDaemon/Index/IndexKeeper.h"
 #include "LocalDaemon/Index/RetentionAlerts.h"
 #include "Support/Logging.h"
@@ -166,7 +167,7 @@ ResticOutcome IndexKeeper::rebuild(BackupIndex from, const Numbers& toList, cons
         isCurrent_ = false;
         from = indexOfKept(from, read);
     }
-    take(std::move(from), {"/"}, true);
+    take(std::move(from), {everything}, true);
     return {};
 }
 

@@ -3,6 +3,7 @@
 #include "Foundation/CleanPath.h"
 #include "Foundation/PathComponents.h"
 #include "Platform/FileContents.h"
+#include "Platform/SymbolicLinks.h"
 
 #include <algorithm>
 #include <fcntl.h>
@@ -96,10 +97,8 @@ std::string awayMountPointOf(const std::string& folder, std::string_view fstab,
 }
 
 std::string awayMountPointOf(const std::string& folder) {
-    std::error_code error;
-    const std::filesystem::path real = std::filesystem::weakly_canonical(folder, error);
     const FileReading table = readFile(mountTablePath, largestTable, SymbolicLinks::Follow);
-    return awayMountPointOf(error ? folder : real.string(),
+    return awayMountPointOf(withoutLinks(folder),
                             {reinterpret_cast<const char*>(table.bytes.data()), table.bytes.size()},
                             isMountRoot);
 }

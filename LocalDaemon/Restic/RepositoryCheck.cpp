@@ -1,5 +1,6 @@
 #include "LocalDaemon/Restic/RepositoryCheck.h"
 
+#include "Foundation/CleanPath.h"
 #include "LocalDaemon/Restic/ResticJson.h"
 #include "Support/Logging.h"
 
@@ -139,7 +140,7 @@ RepositoryCheck::Located RepositoryCheck::locate(const CheckReport& report, Snap
             return {listing.outcome, damage};
         left.clear();
         for (const Snapshot& each : listing.snapshots)
-            if (!damage.holds(each.id, "/"))
+            if (!damage.holds(each.id, everything))
                 left.push_back(each.id);
         if (left.empty())
             break;

@@ -1,5 +1,7 @@
 #include "LocalDaemon/Restic/ResticJson.h"
 
+#include "Foundation/CleanPath.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -145,7 +147,7 @@ Snapshot snapshotOf(const Json& object, std::string_view partialTag) {
         const std::string tag = each.is_string() ? each.get<std::string>() : std::string();
         snapshot.isPartial = snapshot.isPartial || tag == partialTag;
         if (tag == movedTag)
-            snapshot.lacks = {"/"};
+            snapshot.lacks = {everything};
         snapshot.sequence = std::max(snapshot.sequence, sequenceIn(tag));
     }
     return snapshot;

@@ -167,7 +167,7 @@ PathRules withManualSelection(const BackupRules& automatic) {
 
 std::set<std::string> changedRules(const BackupRules& before, const BackupRules& now) {
     if (before.automaticMode != now.automaticMode)
-        return {"/"};
+        return {everything};
     const auto pathItself = [](const std::string& path) { return path; };
     std::set<std::string> changed =
         now.automaticMode

@@ -73,8 +73,8 @@ DaemonState::Index DaemonState::index() const {
 
 void DaemonState::setIndex(Index index, const std::vector<std::string>& changed) {
     std::vector<std::string> files = changed;
-    files.emplace_back("/");    // The status of all folders may have changed.
-    files = withFolders(files); // Takes long for many paths, so the mutex is not held.
+    files.emplace_back(everything); // The status of all folders may have changed.
+    files = withFolders(files);     // Takes long for many paths, so the mutex is not held.
     const std::scoped_lock guard(mutex_);
     index_ = std::move(index);
     panes_->tell([&](DaemonObserver& pane) { pane.filesChanged(files); });

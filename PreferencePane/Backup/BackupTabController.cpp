@@ -3,6 +3,7 @@
 
 #include "PreferencePane/Backup/BackupTabController.h"
 
+#include "Foundation/CleanPath.h"
 #include "PreferencePane/Backup/ChoosePanel.h"
 #include "PreferencePane/Backup/ui_AutoBackupView.h"
 #include "PreferencePane/Backup/ui_DisabledBackupView.h"
@@ -237,7 +238,7 @@ void KelvaneBackupTabController::fileChanged(const std::string& path) {
     if (!manualBackupMode_)
         return;
     kelvane::fileChanged(path, *manual_->manualBrowser, false, prefs_);
-    if (path != "/")
+    if (path != everything)
         return;
     areFoldersStale_ = true; // "/" stands for all paths
     readPolicyExcludeList();

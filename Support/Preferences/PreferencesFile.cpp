@@ -101,7 +101,7 @@ PreferencesFile::Writing PreferencesFile::setLocked(std::string_view key, const 
         if (const std::string failure = setAside(path_, reading.damage, DamagedFile::Remains);
             !failure.empty())
             return {reading.error + ", and cannot be set aside: " + failure, false};
-    const FileOutcome outcome = replaceFileAtomically(path_, list.bytes, privateFileMode);
+    const FileOutcome outcome = replacePrivateFile(path_, list.bytes);
     if (!outcome.succeeded())
         return {outcome.reason, false};
     entries = std::move(changed);

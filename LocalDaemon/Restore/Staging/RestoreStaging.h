@@ -24,7 +24,8 @@ inline constexpr std::string_view stagingPrefix = ".kelvane-restore-";
 [[nodiscard]] std::string pathOfDescriptor(int descriptor);
 
 // Returns the target with the symbolic links in its existing parent folders resolved, as is done once, when a
-// restore is requested.
+// restore is requested. Unlike `withoutLinks` it keeps the last component: a restored item replaces a link of
+// its name and does not follow it.
 [[nodiscard]] std::string targetWithoutLinks(const std::string& target);
 
 // Returns, as resolved targets, the paths that lead to a file: its own, those of its parent folders, and

@@ -1,5 +1,6 @@
 #include "Tools/kelvanectl/Arguments/CommandLine.h"
 
+#include "Platform/SocketAddress.h"
 #include "Platform/SpecialFolders.h"
 #include "Tools/kelvanectl/Arguments/HelpFormatter.h"
 #include "Tools/kelvanectl/Output/Terminal.h"
@@ -16,7 +17,6 @@ namespace {
 
 constexpr const char* programName = "kelvanectl";
 constexpr const char* commandGroup = "Commands";
-constexpr std::size_t longestSocketPath = 103;
 constexpr double longestTimeout = 1e6; // seconds
 
 constexpr const char* summary = "Shows the state of the backup daemon, and controls it.";

@@ -2,6 +2,7 @@
 
 #include "Foundation/PathComponents.h"
 #include "Foundation/Unicode.h"
+#include "Platform/SymbolicLinks.h"
 #include "Tools/kelvanectl/Arguments/CommandLine.h"
 #include "Tools/kelvanectl/Output/Terminal.h"
 
@@ -11,9 +12,7 @@ namespace kelvane::ctl {
 namespace {
 
 std::string folderAround(const std::string& path, const Volumes& volumes) {
-    std::error_code error;
-    const auto real = std::filesystem::weakly_canonical(volumes.realPath(path).value_or(path), error);
-    return deleteLastPathComponent(error ? path : real.string());
+    return deleteLastPathComponent(withoutLinks(volumes.realPath(path).value_or(path)));
 }
 
 bool isThere(const std::optional<std::string>& path) {

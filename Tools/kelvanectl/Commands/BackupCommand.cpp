@@ -47,10 +47,10 @@ ExitStatus refuse(const Look& look) {
 
 // Ends a pause and requests a backup of everything. When the backup is disabled it stays disabled.
 ExitStatus order(const CommandLine& line, AnswerTimeout answerTimeout, Look& look) {
-    const std::string everything = Volumes::current().volumePath("/");
+    const std::string root = Volumes::current().volumePath("/");
     const auto ask = [&](Session& session) {
         session.state().setPausedMinutes(0);
-        session.state().setPriorityBackup(everything);
+        session.state().setPriorityBackup(root);
         look = lookAt(session);
     };
     return askDaemon(line, ask, answerTimeout);
