@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, starts the local daemon and opens the window.
+# Installs missing packages, builds, starts the local daemon and opens the window.
 #
 #   ./run.sh [--home [DIR]] [--for SECONDS]         the daemon and the window
 #   ./run.sh watch [--home [DIR]] [--for SECONDS]   the daemon and its live state in this terminal
 #   ./run.sh daemon [--home [DIR]]                  the daemon alone, to start it again after it was killed
 #
 # It backs up a small sample home below build/sample. With --home it is your own home folder, or DIR.
-# Without a display there are pictures of the window, and then the live state in this terminal.
+# Without a display it takes screenshots of the window, and then shows the live state in this terminal.
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -38,8 +38,8 @@ pictures=$PWD/build/screenshots
 daemon=($bin/LocalDaemon/kelvane-local-daemon)
 window=($bin/kelvane-settings --pane $bin/Bundles/Kelvane.prefPane)
 if [ -z "$home" ]; then
-    # With socket, settings, repository, key and log of its own, and nothing that a password would have to guard. A daemon
-    # of the user's that runs already is not touched.
+    # The demo has its own socket, settings, repository, key and log, and needs no password, since its data is generated.
+    # A daemon that the user is already running is not affected.
     sample=$PWD/build/sample
     home=$sample/home
     scripts/make-sample-home.py "$home"
@@ -54,7 +54,7 @@ elif [ ! -d "$home" ]; then
 fi
 daemon+=(--home "$home")
 
-# For at most the time given; a program that is ended so has done its work.
+# Runs a program for at most the given time. Exceeding it is not a failure: 124 is the status of timeout.
 limited() {
     if [ -n "$seconds" ]; then
         timeout --foreground --signal=INT "$seconds" "$@" || [ $? -eq 124 ]
@@ -66,7 +66,7 @@ limited() {
 take_pictures() {
     local screen
     mkdir -p "$pictures"
-    # A display that is free, told by the server itself.
+    # With -displayfd, Xvfb picks a free display and writes its number to that descriptor.
     exec {number}< <(exec Xvfb -displayfd 1 -screen 0 1280x960x24 -nolisten tcp 2>/dev/null)
     screen=$!
     read -r -u "$number" display
@@ -83,15 +83,15 @@ fi
 pid=$!
 trap 'kill "$pid" 2>/dev/null || true; wait "$pid" 2>/dev/null || true' EXIT
 ${own[@]+"${own[@]}"} "$ctl" --timeout 10 status
-kill -0 "$pid" || { echo "run.sh: the local daemon has ended; is there another one?" >&2; exit 1; }
+kill -0 "$pid" || { echo "run.sh: the local daemon has ended; is another one already running?" >&2; exit 1; }
 
 cat <<END
 
 The local daemon (process $pid) backs up $home.
-In another terminal, kill it and start it again, and watch the link come back:
+In another terminal, kill it and start it again, and watch the window reconnect:
     kill -9 $pid
     ./run.sh daemon
-Or bring a folder back:
+Or restore a folder:
     ${KELVANE_DAEMON:+KELVANE_DAEMON=$KELVANE_DAEMON }$ctl restore --wait --to /tmp/restored "$home/Documents"
 
 END
@@ -100,10 +100,10 @@ if [ "$mode" = window ] && [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]; then
     exit
 fi
 if [ "$mode" = window ]; then
-    "$ctl" backup now --wait || true # what is in the way of it stands in the pictures, too
+    "$ctl" backup now --wait || true # a failure is shown in the screenshots as well
     "$ctl" ls "$home"
-    echo "There is no display here. The window was opened on a virtual one; these are its pictures:"
+    echo "There is no display here. The window was opened on a virtual one; these are the screenshots:"
     take_pictures
 fi
-echo "What the daemon says appears below as it happens. Ctrl-C ends this."
+echo "The daemon's state and events are printed below as they change. Press Ctrl-C to stop."
 limited "$ctl" watch

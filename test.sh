@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, and runs every test. Arguments go to ctest, for example: ./test.sh -R Socket
+# Installs missing packages, builds, and runs all tests. Passes its arguments to ctest, for example: ./test.sh -R Socket
 set -euo pipefail
 cd "$(dirname "$0")"
 

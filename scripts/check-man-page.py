@@ -34,5 +34,5 @@ faults += [f"--help does not name --{name}, which {page} describes" for name in 
 faults += [f"--help does not name the command {name}, which {page} describes"
            for name in sorted(described_commands - commands)]
 if not options:
-    faults.append("--help names no option")
+    faults.append("--help lists no options")
 sys.exit("\n".join(faults) or 0)

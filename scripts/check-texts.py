@@ -67,7 +67,7 @@ class Source:
         return [self.literals[int(number)] for number in re.findall(place, code)]
 
     def arguments(self, function):
-        """Returns for each call its texts, or its code when the first argument is no text."""
+        """Returns for each call its texts, or its code when the first argument is not a text."""
         for call in re.finditer(rf'\b(?:{function})\(\s*({place}(?:\s*,\s*{place})?|[^\s")][^;]*?[,)])', self.code):
             yield self.texts(call[1]) if call[1].startswith('"') else call[1]
 
@@ -106,7 +106,7 @@ def problems():
     yield from (f"the string table has {key!r} twice" for key in sorted(set(keys)) if keys.count(key) > 1)
     known = plistlib.loads(information.read_bytes())
     files = sorted(path for folder in folders for path in (root / folder).rglob("*"))
-    yield from (f"{name} is no file any more" for name in tables if not (root / name).is_file())
+    yield from (f"{name} is not a file any more" for name in tables if not (root / name).is_file())
     compared = 0
     for path in files:
         name = str(path.relative_to(root))

@@ -73,7 +73,7 @@ wait_for() {
     local tries=0
     until "$@"; do
         tries=$((tries + 1))
-        [ $tries -lt 400 ] || { say "FAILED: it never came to: $*"; exit 1; }
+        [ $tries -lt 400 ] || { say "FAILED: timed out waiting for: $*"; exit 1; }
         sleep 0.05
     done
 }

@@ -25,7 +25,7 @@ import trees
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BUILDS = ["build/dev", "build/release", "build/asan"]
-PATIENCE = 90.0  # Seconds until an expected event counts as missing.
+TIMEOUT = 90.0  # Seconds until an expected event counts as missing.
 LATEST_KILL = 2.5  # Seconds after the request.
 FILES = 300
 LARGE_FILES = 3
@@ -139,10 +139,10 @@ class World:
         self.wait(lambda: not self.restics(), "restic ends with the daemon")
 
     def wait(self, condition, what):
-        deadline = time.monotonic() + PATIENCE
+        deadline = time.monotonic() + TIMEOUT
         while not condition():
             if time.monotonic() > deadline:
-                raise Failure(f"it never came to: {what}")
+                raise Failure(f"timed out waiting for: {what}")
             time.sleep(0.1)
 
     def back_up(self):

@@ -24,7 +24,7 @@ import time
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BUILDS = ["build/dev", "build/release", "build/asan"]
 LATEST_RETURN = 1.2  # seconds
-PATIENCE = 20.0  # Seconds until an expected event counts as missing.
+TIMEOUT = 20.0  # Seconds until an expected event counts as missing.
 
 
 class Failure(Exception):
@@ -60,7 +60,7 @@ class Daemon:
     def start(self):
         self.process = subprocess.Popen(self.command, stdin=subprocess.DEVNULL, stdout=self.log, stderr=self.log,
                                         env=self.environment)
-        deadline = time.monotonic() + PATIENCE
+        deadline = time.monotonic() + TIMEOUT
         while not self.socket.exists():
             if self.process.poll() is not None or time.monotonic() > deadline:
                 self.log.seek(0)
@@ -95,9 +95,9 @@ class Watcher:
 
     def expect(self, expected):
         try:
-            event, moment = self.events.get(timeout=PATIENCE)
+            event, moment = self.events.get(timeout=TIMEOUT)
         except queue.Empty:
-            raise Failure(f'no "{expected}" within {PATIENCE:.0f} s') from None
+            raise Failure(f'no "{expected}" within {TIMEOUT:.0f} s') from None
         if event != expected:
             raise Failure(f'"{event}" where "{expected}" was due')
         return moment
@@ -121,7 +121,7 @@ class Watcher:
 
     def end(self):
         self.process.send_signal(signal.SIGINT)
-        return self.process.wait(PATIENCE)
+        return self.process.wait(TIMEOUT)
 
 
 def run(count, build, folder):

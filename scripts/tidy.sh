@@ -22,7 +22,7 @@ else
     selection=$(git ls-files -- '*.cpp')
 fi
 if [ -z "$selection" ]; then
-    echo "clang-tidy: no source to look at."
+    echo "clang-tidy: no source files to check."
     exit 0
 fi
 
@@ -34,10 +34,10 @@ if grep -q '^Fuzz/' <<<"$selection"; then
     cmake --preset fuzz --log-level=WARNING >/dev/null
 fi
 
-look() {
+check_source() {
     local tree=build/tidy
     if [ "$EPOCHSECONDS" -ge "$deadline" ]; then
-        echo "No time left for $1: it is not looked at."
+        echo "Time limit reached; $1 was not checked."
         return
     fi
     if [[ $1 == Fuzz/* ]]; then
@@ -50,6 +50,6 @@ look() {
     fi
     echo "$1: nothing found"
 }
-export -f look
+export -f check_source
 export deadline
-xargs -P "$(nproc)" -I FILE bash -c 'look "$1"' _ FILE <<<"$selection"
+xargs -P "$(nproc)" -I FILE bash -c 'check_source "$1"' _ FILE <<<"$selection"

@@ -80,7 +80,7 @@ def touched(files, base):
     for header in sorted(path for path in counts if path.endswith(".h")):
         sources = sources_for(header, includers)
         if not sources:
-            print(f"No source includes {header}: it is not looked at.", file=sys.stderr)
+            print(f"No source file includes {header}; it was not checked.", file=sys.stderr)
             continue
         own = header.removesuffix(".h") + ".cpp"
         best = own if own in sources else max(sources, key=lambda path: weights[path])

@@ -73,7 +73,7 @@ def differences(wanted, found):
         if name not in others:
             yield f"missing: {name}"
         elif name not in names:
-            yield f"too much: {name}"
+            yield f"unexpected: {name}"
         elif describe(wanted / name) != describe(found / name):
             yield f"different: {name}"
 

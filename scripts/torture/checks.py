@@ -53,7 +53,7 @@ def nodes(world, root):
 
 def bullets(world, model, everything_saved):
     """A file shown as backed up is saved, and a saved file is shown as backed up."""
-    now = model.look()
+    now = model.expected()
     for root in model.roots:
         if root in model.away:
             continue
@@ -169,7 +169,7 @@ def restored(world, model, outcome, wanted, place, root, *, allowed=frozenset(),
         complain("rule 8", f"the restore does not end: {world.status()}")
     if outcome.code not in (0, 3):
         complain("rule 8", f"`restore` ends with {outcome.code}: {outcome.errors.strip()}")
-    found = tree.look(place)
+    found = tree.entries_below(place)
     if fresh:
         clear(os.fsdecode(os.path.dirname(place)))
     owner = world.owner or None
@@ -239,7 +239,7 @@ def kept(world, model):
         alive = [each for each in version.snapshots if each in there]
         if not alive:
             lost.append(f"{shown(path)} ({version.entry.kind}, {version.entry.size} bytes, in {len(version.snapshots)} "
-                        "snapshots that are gone)")
+                        "snapshots that no longer exist)")
         elif version.entry.kind == "file":
             needed.add(alive[-1])
     if lost:
@@ -255,7 +255,7 @@ def gives(world, model, identifier):
     for root in model.roots:
         base = os.fsencode(root)
         wanted = relative(model.trees[identifier], base)
-        found = tree.look(os.fsencode(folder) + base)
+        found = tree.entries_below(os.fsencode(folder) + base)
         for name, entry in wanted.items():
             other = found.get(name)
             if other is None or (entry.kind, entry.content) != (other.kind, other.content):

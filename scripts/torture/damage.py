@@ -20,7 +20,7 @@ def cut(path, chance):
 def drop(path, chance):
     del chance
     path.unlink()
-    return "is gone"
+    return "is deleted"
 
 
 def empty(path, chance):

@@ -97,7 +97,7 @@ def disks(round_, chance):
             world.pass_days(chance.choice([1, 33]))
             round_.note("   days pass")
         round_.change(chance)
-        round_.failed_backup("a disk that is away")
+        round_.failed_backup("an unmounted disk")
     checks.kept(world, model)
     to = world.new_output(chance)
     outcome = Outcome(world, [os.fsencode(root)], to)
@@ -194,7 +194,7 @@ def automatic(round_, chance):
     world.ctl("mode", "enabled")
     world.stop()
     round_.change(chance, [chance.choice(round_.edit_kinds())])
-    now = model.look()
+    now = model.expected()
     world.pass_days(2)  # The interval between two backups is over then.
     changed = {path for path in model.differs(now) if not model.is_only_time(path, now)} | (set(model.newest) - set(now))
     world.start()

@@ -31,14 +31,14 @@ class Model:
         self.lossy = set()
         self.damaged = set()  # Paths that the repository can no longer restore.
 
-    def look(self):
+    def expected(self):
         """Returns, by absolute path in bytes, everything that a backup made now must contain."""
         found, self.unread = {}, set()
         for root in self.roots:
             if root in self.away:
                 continue
             base = os.fsencode(root)
-            for name, entry in tree.look(base).items():
+            for name, entry in tree.entries_below(base).items():
                 found[os.path.join(base, name) if name else base] = entry
         found = {path: entry for path, entry in found.items()
                  if entry.kind not in ("pipe", "socket", "device") and not self.is_excluded(path)}
@@ -55,7 +55,7 @@ class Model:
 
     def note_disk(self):
         """Notes, after edits, since when the newest saved versions are no longer on the disk."""
-        now = self.look()
+        now = self.expected()
         for path, version in self.newest.items():
             if version.replaced is None and not self.is_away(path):
                 if path not in now or not tree.same_version(now[path], version.entry):

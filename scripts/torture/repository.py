@@ -52,8 +52,8 @@ def moment(round_, chance):
                 return
             path = chance.choice(found)
         away = world.folder / "moment"
-    how = chance.choice(["is away", "is damaged"]) if path.is_file() else "is away"
-    if how == "is away":
+    how = chance.choice(["is missing", "is damaged"]) if path.is_file() else "is missing"
+    if how == "is missing":
         shutil.move(path, away)
     else:
         kept = path.read_bytes()
@@ -66,11 +66,11 @@ def moment(round_, chance):
         world.start()
     code, errors = round_.order_backup()
     round_.note(f"   backup: {code} {errors[:100]}")
-    if kind in ("config", "keys", "all") and code == 0 and how == "is away":
+    if kind in ("config", "keys", "all") and code == 0 and how == "is missing":
         complain("rule 2", f"`backup now --wait` ends with 0 while {kind} {how}")
     if kind == "all" and path.exists():
-        complain("rule 6", "another repository was made where the one that is away belongs")
-    if how == "is away":
+        complain("rule 6", "another repository was made where the missing one belongs")
+    if how == "is missing":
         shutil.move(away, path)
     else:
         path.write_bytes(kept)

@@ -54,7 +54,7 @@ def in_place(round_, chance, path):
     if world.owner:  # Nothing can be restored into folders that the user may not write to.
         clash |= {each for each in checks.everything(wanted, path) if not _may_write(before.get(os.path.dirname(each)), world)}
     checks.restored(world, model, outcome, wanted, path, path, allowed=clash, fresh=False)
-    after = model.look()
+    after = model.expected()
     lost = [shown(each) for each in before if is_below(each, {path}) and each not in model.newest
             and each not in after]
     if lost:

@@ -31,7 +31,6 @@ class Round:
         self.count = chance.choice([5, 20, 40, 80])
         self.world = World(workshop, folder, owner=owner, keep_days=chance.choice([30, 30, 7]), traits=self.traits)
         self.plan = events.plan(chance, kinds, is_root)
-        self.trouble = None  # Why a backup fails now: a word, or nothing.
         self.is_damaged = False
         self.step = 0
 
@@ -51,7 +50,7 @@ class Round:
         for root in self.model.roots:
             self.maker(root).populate(chance, self.count if root == world.home else 5)
         self.note(f"{'root' if not world.owner else 'user'}, keep {world.keep_days} days, "
-                  f"{len(self.model.look())} items, {' '.join(sorted(self.traits))}")
+                  f"{len(self.model.expected())} items, {' '.join(sorted(self.traits))}")
         world.start()
         self.back_up()
         for self.step, kind in enumerate(self.plan):
@@ -84,7 +83,7 @@ class Round:
             if roots:
                 self.note("   " + edits.ALL[kind](self.maker(chance.choice(roots)), chance))
         self.model.note_disk()
-        if self.world.daemon and chance.random() < 0.25 and not self.trouble:
+        if self.world.daemon and chance.random() < 0.25:
             checks.becomes_not_green(self.world, self.model)
 
     def edit_kinds(self):
@@ -124,7 +123,7 @@ class Round:
 
     def take_backup(self, code, errors):
         new = self.new_snapshots()
-        now = self.model.look()
+        now = self.model.expected()
         if code == 3 and self.model.unread:
             checks.must_say(self.world, "files that cannot be read")
         elif code != 0:
@@ -215,7 +214,7 @@ class Round:
     def lost_in_newest(self):
         """Returns the paths of the newest state that restic cannot restore, or reports as failed."""
         lost = {path: version for path, version in self.model.newest.items()}
-        now, trees = self.model.look(), self.model.trees
+        now, trees = self.model.expected(), self.model.trees
         for identifier in self.world.snapshots():
             # A snapshot that the model does not know was made by the daemon to store damaged data
             # again.
@@ -225,7 +224,7 @@ class Round:
                 continue
             folder, run = self.world.fetch(identifier)
             for root in self.model.roots:
-                found = tree.look(os.fsencode(folder) + os.fsencode(root))
+                found = tree.entries_below(os.fsencode(folder) + os.fsencode(root))
                 for name, entry in relative(trees.get(identifier, now), root).items():
                     path = os.path.join(os.fsencode(root), name) if name else os.fsencode(root)
                     other = found.get(name)

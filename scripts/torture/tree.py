@@ -42,7 +42,7 @@ def entry_at(path):
                  status.st_blocks)
 
 
-def look(root):
+def entries_below(root):
     """Returns the entries below `root`, a path of bytes, by relative path; `root` itself is b""."""
     found = {}
     if not os.path.lexists(root):
@@ -82,7 +82,8 @@ def differences(wanted, found, *, times=True, owner=None, blocks=True):
         if owners != (owner, owner):
             mode = _without_owner(mode, wanted.uid == owner, wanted.gid == owner)
             owners = (found.uid, found.gid)
-            # The ACL mask is in the group bits, which are restricted for another group.
+            # ACLs are not compared: their mask is the group bits of the mode, which a restore restricts when the group
+            # differs.
             attributes, others = ([each for each in list_ if each[0] != "system.posix_acl_access"]
                                   for list_ in (attributes, others))
     if wanted.kind != "link" and mode != found.mode:

@@ -16,7 +16,7 @@ from torture.files import acl
 
 HERE = pathlib.Path(__file__).resolve().parent
 PASSWORD = "torture"
-PATIENCE = 60.0  # Seconds until an expected event counts as missing.
+TIMEOUT = 60.0  # Seconds until an expected event counts as missing.
 DAY = 86400
 SECOND = 10**9
 # The size of a disk in bytes.
@@ -205,17 +205,17 @@ class World:
             self.wait(lambda: not self.restics(), "restic ends when its daemon has been killed")
         return len(restics)
 
-    def wait(self, condition, what, seconds=PATIENCE):
+    def wait(self, condition, what, seconds=TIMEOUT):
         deadline = time.monotonic() + seconds
         while not (result := condition()):
             if time.monotonic() > deadline:
-                raise Finding(f"it never came to this: {what}")
+                raise Finding(f"timed out waiting for: {what}")
             time.sleep(0.05)
         return result
 
     # The command-line tool
 
-    def ctl(self, *words, seconds=PATIENCE):
+    def ctl(self, *words, seconds=TIMEOUT):
         """Returns the exit status of kelvanectl (None for a timeout), its output and its errors."""
         try:
             run = subprocess.run([self.workshop.build / "Tools/kelvanectl", "--timeout", "20", *words],

@@ -5,7 +5,7 @@ import time
 import pyatspi
 from gi.repository import GLib
 
-PATIENCE = 20  # Seconds until something that is not shown counts as missing.
+TIMEOUT = 20  # Seconds to wait for a widget to appear.
 PACE = 0.05  # Seconds between two polls.
 
 
@@ -13,15 +13,15 @@ class Missing(Exception):
     """An expected control or window is missing."""
 
 
-def wait_for(what, condition, patience=PATIENCE):
+def wait_for(what, condition, timeout=TIMEOUT):
     """Returns the condition's first result that counts as true."""
-    deadline = time.monotonic() + patience
+    deadline = time.monotonic() + timeout
     while True:
         result = condition()
         if result:
             return result
         if time.monotonic() > deadline:
-            raise Missing(f"not found in {patience} s: {what}")
+            raise Missing(f"not found in {timeout} s: {what}")
         time.sleep(PACE)
 
 
@@ -60,7 +60,7 @@ class Window:
                 return application
         return None
 
-    def look(self, test, root=None):
+    def find_now(self, test, root=None):
         """Returns the first visible node that passes the test, or None. A hidden node hides its children."""
         pending = [root or self.root]
         while pending:
@@ -77,10 +77,10 @@ class Window:
         return None
 
     def find(self, what, test, root=None):
-        return wait_for(what, lambda: self.look(test, root))
+        return wait_for(what, lambda: self.find_now(test, root))
 
     def gone(self, what, test):
-        wait_for(f"the end of {what}", lambda: self.look(test) is None)
+        wait_for(f"the end of {what}", lambda: self.find_now(test) is None)
 
     def named(self, role, name, root=None):
         return self.find(f'{role} "{name}"', is_called(role, name), root)
@@ -142,8 +142,8 @@ class Window:
     def columns(self):
         """Returns the columns of the visible browser from the left."""
         lists = []
-        browser = self.look(lambda node: node.getRoleName() == "split pane")
-        self.look(lambda node: node.getRoleName() == "list" and lists.append(node), browser)
+        browser = self.find_now(lambda node: node.getRoleName() == "split pane")
+        self.find_now(lambda node: node.getRoleName() == "list" and lists.append(node), browser)
         return sorted(lists, key=lambda column: column.queryComponent().getExtents(pyatspi.DESKTOP_COORDS).x)
 
 

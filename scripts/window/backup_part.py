@@ -99,4 +99,4 @@ def watch_folder(shown, folder):
     (folder / "Arrived.txt").unlink()
     started = time.monotonic()
     shown.gone("the removed file's row", is_row("Arrived.txt"))
-    print(f"  Removed, it is gone after {time.monotonic() - started:.1f} s")
+    print(f"  The row of the removed file disappears after {time.monotonic() - started:.1f} s")

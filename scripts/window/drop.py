@@ -12,7 +12,7 @@ import socket
 import sys
 import time
 
-PATIENCE = 20  # seconds
+TIMEOUT = 20  # seconds
 PACE = 0.05  # Seconds between two polls.
 
 VERSION = 5
@@ -100,7 +100,7 @@ class Drag:
 
     def next_message(self, name):
         """Answers requests for the files until the message arrives."""
-        deadline = time.monotonic() + PATIENCE
+        deadline = time.monotonic() + TIMEOUT
         event = Event()
         while time.monotonic() < deadline:
             if not self.x11.XPending(self.display):

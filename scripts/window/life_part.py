@@ -62,11 +62,11 @@ def steady(process):
     """Returns the process's resources once they have been stable for a while."""
     seen = []
 
-    def look():
+    def is_steady():
         seen.append(uses(process))
         return len(seen) > 20 and all(use == seen[-1] for use in seen[-20:])
 
-    wait_for("an end of the changes in what a process has", look)
+    wait_for("the process's resources to become stable", is_steady)
     return seen[-1]
 
 

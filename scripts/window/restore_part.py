@@ -51,7 +51,7 @@ def restore_to_desktop(shown):
     shown.press("Restore")
     alert = shown.named("alert", "Restore to Desktop location may overwrite files.")
     buttons = []
-    shown.look(lambda node: node.getRoleName() == "push button" and buttons.append(node.name), alert)
+    shown.find_now(lambda node: node.getRoleName() == "push button" and buttons.append(node.name), alert)
     print(f"  The alert: {alert.name!r}, buttons {buttons}")
     shown.press("Restore to Desktop")
     status = shown.described("Restore status")
