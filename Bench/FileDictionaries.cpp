@@ -36,7 +36,7 @@ Dictionary fileDictionary(unsigned number) {
     file.append("backupDate", Date{700000000.0 + static_cast<double>(random() % 50000000)});
     file.append("version", number % 5 + 1);
     file.append("path", folderPath(number) + name);
-    file.append("state", number % 10 == 0 ? "Waiting for backup" : "Backed up");
+    file.append("state", number % 10 == 0 ? "Pending" : "Backed up");
     file.append("size", std::uint64_t{random()} >> random() % 31U);
     file.append("backupFlags", 0x30U + number % 4);
     file.append("simpleFlags", 3U);

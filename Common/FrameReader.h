@@ -42,8 +42,8 @@ public:
     explicit FrameReader(ByteSource& source) : source_(source) {}
 
     enum class Marker { Found, Garbage, Nothing, Failed };
-    // Reads the next 36 bytes. A stream that is out of step recovers only when a marker coincides with such a
-    // block.
+    // Reads the next 36 bytes. A stream that is out of sync recovers only if a marker starts exactly where
+    // one of these blocks does.
     [[nodiscard]] Marker readMarker();
     // Reads what follows a marker. Returns none when the source failed, the length is negative or above
     // `largestPayload`, or memory runs out.

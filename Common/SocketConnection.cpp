@@ -78,7 +78,7 @@ bool KelvaneSocket::Connection::writeBytes(const std::uint8_t* buffer, std::size
     const std::scoped_lock guard(sendMutex_);
     Stall stall;
     while (count > 0) {
-        // MSG_NOSIGNAL: a peer that went away must not end the process.
+        // MSG_NOSIGNAL: a peer that has disconnected must not end the process.
         const ssize_t result =
             ::send(descriptor.get(), buffer, std::min(count, largestWrite), MSG_NOSIGNAL | MSG_DONTWAIT);
         if (result < 0 && errno == EAGAIN && waitUntilWritable(stall))

@@ -7,7 +7,7 @@
 
 namespace kelvane {
 
-// An alert that is shown until its cause is gone, as a daemon with the extension "alerts" lists it in its
+// An alert that is shown until its cause has ended, as a daemon with the extension "alerts" lists it in its
 // state. The texts are sentences in the daemon's language.
 struct StandingAlert {
     std::string id;       // does not change while the alert stands

@@ -11,7 +11,8 @@ using namespace std::chrono_literals;
 constexpr auto waitTimeout = 10s;
 constexpr auto paneTimeout = 10s; // The connection of a pane that does not read is closed after this time.
 
-// KelvaneExtendedDaemonProtocol with an object as every result, so that the daemon chooses the encoding.
+// Returns KelvaneExtendedDaemonProtocol with every result type but `v` (none) replaced by `@` (an object), so
+// that an answer may be any value.
 Protocol answeredMethods() {
     static const auto* const types = [] {
         auto* made = new std::vector<std::string>;
@@ -57,7 +58,7 @@ public:
         proxy->setSocket(socket);
     }
 
-    // Sends a frame header whose payload is the empty response that follows, which is no property list.
+    // Sends a frame header whose payload is the empty response that follows, which is not a property list.
     void spoilResponse() const {
         static_cast<void>(socket->sendString(frameMarker));
         static_cast<void>(socket->sendInt(responseFrame));

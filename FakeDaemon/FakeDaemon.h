@@ -46,7 +46,7 @@ public:
     void stop();
     // Closes all connections and keeps listening.
     void closePanes();
-    // Returns false when there is a different number of panes after ten seconds of real time.
+    // Waits until exactly `count` panes are connected. Returns false after 10 s of real time.
     [[nodiscard]] bool waitForPanes(std::size_t count);
 
     [[nodiscard]] DaemonWorld world() const;
@@ -58,7 +58,7 @@ public:
     // response.
     void answer(const std::string& selector, Value value);
     void answerWith(const std::string& selector, Answer answer);
-    // Answers with a response that is no property list.
+    // Answers with a response that is not a property list.
     void answerWithGarbage(const std::string& selector);
     void answerAsUsual(const std::string& selector);
     // After so many answers, the next call of the selector closes the calling pane's connection instead

@@ -1,6 +1,7 @@
 #include "FakeDaemon/ScriptPlayer.h"
 
 #include "Common/Protocols.h"
+#include "Foundation/Format.h"
 #include "Support/Json/JsonPropertyList.h"
 
 #include <cmath>
@@ -69,7 +70,7 @@ std::string ScriptPlayer::perform(const Value& step) {
         daemon_.stop();
     } else if (command == "daemon" && value.stringValue() == "start") {
         daemon_.stop();
-        return daemon_.start() ? std::string() : "cannot listen";
+        return daemon_.start() ? std::string() : "cannot listen: " + errorText();
     } else if (command == "quit" && value.isNumber()) {
         loop_.quit(value.int32Value());
     } else {
@@ -84,8 +85,10 @@ std::string ScriptPlayer::callBack(const Value& step) {
     if (!method)
         return "panes have no method \"" + selector + '"';
     const Array& arguments = step["arguments"].array();
-    if (arguments.size() != MethodSignature::fromTypes(method->types).argumentCount)
-        return selector + " takes another number of arguments";
+    if (const std::size_t wanted = MethodSignature::fromTypes(method->types).argumentCount;
+        arguments.size() != wanted)
+        return selector + " takes " + std::to_string(wanted) + " arguments, not " +
+               std::to_string(arguments.size());
     daemon_.callPanes(selector, arguments);
     return {};
 }

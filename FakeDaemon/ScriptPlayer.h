@@ -20,8 +20,8 @@ namespace kelvane {
 //   {"panes": "close"}  {"daemon": "stop"}  {"daemon": "start"}
 //   {"quit": 0}                                              ends the program with this status
 //
-// On the loop's thread. A line that cannot be executed ends the loop with status 2, and the reason is written
-// to standard error.
+// Runs on the loop's thread. A line that cannot be executed ends the loop with status 2, and the reason is
+// written to standard error.
 class ScriptPlayer {
 public:
     ScriptPlayer(FakeDaemon& daemon, PollLoop& loop) : daemon_(daemon), loop_(loop) {}

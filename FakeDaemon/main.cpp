@@ -68,7 +68,8 @@ int serve(const Options& options) {
         return 1;
     }
     if (!daemon.start()) {
-        std::cerr << "kelvane-fake-daemon: cannot listen at " << options.socket << '\n';
+        std::cerr << "kelvane-fake-daemon: cannot listen at " << options.socket << ": " << errorText()
+                  << '\n';
         return 1;
     }
     std::cout << "listening at " << options.socket << std::endl;
@@ -95,7 +96,7 @@ int main(int argc, char** argv) {
                    "JSON lines such as {\"state\": {\"paused\": true}} or {\"callback\": \"fileChanged:\", "
                    "\"arguments\": [\"/a\"]}; \"-\" for standard input")
         ->type_name("FILE");
-    app.add_flag("--empty", options.isEmpty, "Know nothing instead of showing a demo account");
+    app.add_flag("--empty", options.isEmpty, "Start with an empty account instead of the demo account");
     app.add_flag("--extensions", options.hasExtensions,
                  "Name the extensions \"alerts\", \"schedule\" and \"verify\"");
     try {

@@ -12,8 +12,8 @@ namespace kelvane {
 namespace {
 
 constexpr int deepestLevel = 64;
-// In characters. Containers are cut off beyond it: a kilobyte of shared containers can expand to a text that
-// exhausts the memory.
+// In characters. Containers are truncated beyond it: a kilobyte of shared containers can expand to a text
+// that exhausts the memory.
 constexpr std::size_t longestText = 1U << 20U;
 
 constexpr auto referenceDay = std::chrono::sys_days{std::chrono::year{2001} / 1 / 1};

@@ -21,7 +21,7 @@ struct Notification {
 // observers' tokens, on the main thread only.
 //
 // An observer that is removed during a `post` is no longer called; one that is added receives the next
-// notification. An exception of an observer ends `post` and is passed on to its caller.
+// notification. If an observer throws, `post` stops and the exception propagates to its caller.
 class NotificationCenter {
 public:
     using Handler = std::function<void(const Notification&)>;

@@ -1,6 +1,7 @@
 #include "Host/ScreenshotRun.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QPixmap>
 #include <QWidget>
@@ -67,8 +68,11 @@ void ScreenshotRun::showNext() {
 
 void ScreenshotRun::take(const std::string& name) {
     const QString path = QDir(QString::fromStdString(folder_)).filePath(fileName(name));
-    if (!QDir().mkpath(QFileInfo(path).path()) || !window_.grab().save(path)) {
-        std::cerr << "kelvane-settings: cannot write " << path.toStdString() << '\n';
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || !window_.grab().save(&file, "PNG") || !file.flush()) {
+        std::cerr << "kelvane-settings: cannot write " << path.toStdString() << ": "
+                  << file.errorString().toStdString() << '\n';
         return finished_(1);
     }
     std::cout << path.toStdString() << std::endl;

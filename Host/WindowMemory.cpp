@@ -27,7 +27,9 @@ void rememberWindow(const QWidget& window) {
     settings.setValue(geometryKey, window.saveGeometry());
     settings.sync();
     if (settings.status() != QSettings::NoError)
-        std::cerr << "kelvane-settings: cannot write " << settingsFile().toStdString() << '\n';
+        std::cerr << "kelvane-settings: cannot write " << settingsFile().toStdString() << ": "
+                  << (settings.status() == QSettings::FormatError ? "not an INI file" : "access error")
+                  << '\n';
 }
 
 } // namespace kelvane::host

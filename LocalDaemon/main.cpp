@@ -238,7 +238,8 @@ LogSinkToken logTo(const std::string& path) {
 int run(const Arguments& arguments) {
     const auto socketPath = arguments.socketPath.empty() ? defaultDaemonPath() : arguments.socketPath;
     if (!socketPath)
-        return complain("there is no folder for the socket that only you can reach; name one with --socket",
+        return complain("no folder for the socket: $XDG_RUNTIME_DIR is not usable and /tmp/kelvane-UID is "
+                        "not private; specify a path with --socket",
                         failed);
 
     LocalDaemon::Options options;

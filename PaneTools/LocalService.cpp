@@ -26,7 +26,8 @@ constexpr const char* daemonName = "kelvane-local-daemon";
 constexpr const char* trampolineName = "kelvane-trampoline";
 constexpr int pollMilliseconds = 50;
 
-constexpr const char* noFolder = "there is no private folder for the daemon's socket";
+constexpr const char* noFolder =
+    "no folder for the daemon's socket: $XDG_RUNTIME_DIR is not usable and /tmp/kelvane-UID is not private";
 
 // The socket of the daemon in question.
 struct DaemonSocket {
@@ -68,7 +69,7 @@ Server serverAt(const std::string& path) {
 }
 
 std::string notLocalDaemon(const std::string& path) {
-    return "the daemon at " + path + " is not your local daemon; start and stop it by its own means";
+    return "the daemon at " + path + " is not your local daemon and cannot be started or stopped from here";
 }
 
 bool waitForServer(const std::string& path, bool isWanted, std::chrono::milliseconds timeout) {
@@ -120,9 +121,8 @@ std::string startLocalDaemon(std::chrono::milliseconds timeout) {
     const bool isAlreadyServing = server == Server::LocalDaemon;
     if (!target->isDefault)
         return isAlreadyServing ? ""
-                                : "no daemon serves " + target->path +
-                                      ", which is not the default socket; start that daemon in the way it "
-                                      "was started before";
+                                : "no daemon is listening at " + target->path +
+                                      "; only a daemon at the default socket can be started from here";
     const auto daemon = findProgram(daemonName);
     if (!daemon)
         return std::string(daemonName) + " is neither beside this program nor in PATH";
@@ -132,7 +132,7 @@ std::string startLocalDaemon(std::chrono::milliseconds timeout) {
     else if (!isAlreadyServing)
         failure = launch(*daemon);
     if (failure.empty() && !waitForServer(target->path, true, timeout))
-        failure = "no daemon serves " + target->path + " although " + *daemon + " was started";
+        failure = *daemon + " was started, but nothing is listening at " + target->path;
     return failure;
 }
 
@@ -148,7 +148,7 @@ std::string stopLocalDaemon() {
     if (serverAt(target->path) != Server::None)
         requestTermination(target->path);
     if (failure.empty() && !waitForServer(target->path, false, defaultTimeout))
-        failure = "the daemon at " + target->path + " was asked to stop but still runs";
+        failure = "the daemon at " + target->path + " was asked to stop but is still running";
     KelvaneSocket::waitForThreads();
     return failure;
 }
@@ -158,7 +158,7 @@ std::string defaultDaemonInUse() {
     const auto usual = defaultDaemonPath();
     if (!target || target->isDefault || !usual || serverAt(*usual) == Server::None)
         return {};
-    return "the daemon at " + *usual + " still runs and uses the files to be removed; stop it first";
+    return "the daemon at " + *usual + " is still running and uses the files to be removed; stop it first";
 }
 
 } // namespace kelvane::tools

@@ -17,7 +17,7 @@ inline constexpr std::chrono::seconds defaultTimeout(10);
 [[nodiscard]] std::string startLocalDaemon(std::chrono::milliseconds timeout = defaultTimeout);
 [[nodiscard]] std::string stopLocalDaemon();
 // With $KELVANE_DAEMON naming another socket: why the files of the daemon at the default socket must not be
-// removed. Empty when no daemon serves there.
+// removed. Empty when no daemon is listening there.
 [[nodiscard]] std::string defaultDaemonInUse();
 
 } // namespace kelvane::tools

@@ -76,7 +76,7 @@ int removeEverything() {
 int uninstall(HandOffFile& handOff, std::uint32_t pid) {
     if (const int status = checkRight(processOfForm(handOff.form()), pid))
         return status;
-    // A daemon that still runs would write its settings again.
+    // A daemon that is still running would write its settings again.
     if (const std::string reason = defaultDaemonInUse(); !reason.empty())
         return complain(name, reason, EX_OSERR);
     if (const std::string failure = stopLocalDaemon(); !failure.empty())

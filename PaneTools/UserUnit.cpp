@@ -35,7 +35,7 @@ std::string manage(std::vector<std::string> order) {
         text += (text.empty() ? "" : " ") + word;
     auto process = ChildProcess::start({.arguments = std::move(order)});
     if (!process)
-        return "cannot start " + text;
+        return "cannot start " + text + ": " + errorText();
     process->waitForEnd();
     const int status = process->exitStatus();
     return status == 0 ? "" : text + " ended with status " + std::to_string(status);

@@ -166,7 +166,7 @@ FileOutcome replaceFileAtomically(const std::string& path, std::span<const std::
 
 FileOutcome replacePrivateFile(const std::string& path, std::span<const std::uint8_t> bytes) {
     if (!ensureFolder(locationOf(path).folder))
-        return failure("cannot create the folder of", path, errno);
+        return failure("cannot create the parent folder of", path, errno);
     return replaceFileAtomically(path, bytes, privateFileMode);
 }
 

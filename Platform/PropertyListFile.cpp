@@ -36,7 +36,7 @@ std::string refusalOf(std::string_view xml) {
     if (xml.size() > largestPropertyListFile)
         return "too long";
     if (xml.find('\0') != std::string_view::npos)
-        return "a zero byte in the text";
+        return "the text contains a NUL byte";
     if (occurrences(xml, "<array") + occurrences(xml, "<dict") > mostContainers)
         return "too many containers";
     return {};
@@ -146,7 +146,7 @@ PropertyListReading readXMLPropertyList(std::span<const std::uint8_t> bytes) {
         return {{}, "not a property list"};
     std::optional<Value> value = Conversion().valueOf(root, 0);
     if (!value)
-        return {{}, "an entry of an unknown kind, nested too deeply or not UTF-8"};
+        return {{}, "an entry has an unknown type, is nested too deeply or is not UTF-8"};
     return {*std::move(value), {}};
 }
 

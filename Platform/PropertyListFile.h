@@ -14,7 +14,7 @@ namespace kelvane {
 inline constexpr std::size_t largestPropertyListFile = std::size_t{1} << 20U;
 
 // In the XML format an integer above 2^63-1 cannot be told from a negative one and reads as that; of a
-// repeated key the last value wins. Refuses more than `largestPropertyListFile` bytes, zero bytes, text that
+// repeated key the last value wins. Refuses more than `largestPropertyListFile` bytes, NUL bytes, text that
 // is not UTF-8, and more nesting or containers than a settings table needs.
 [[nodiscard]] PropertyListReading readXMLPropertyList(std::span<const std::uint8_t> bytes);
 

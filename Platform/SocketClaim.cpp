@@ -79,11 +79,10 @@ SocketClaim::~SocketClaim() {
 
 std::string SocketClaim::refusalOfPath() const {
     if (path_.empty() || path_.size() > longestSocketPath)
-        return "The path of the socket must have 1 to " + std::to_string(longestSocketPath) +
-               " bytes: " + path_;
+        return "Socket path must be 1 to " + std::to_string(longestSocketPath) + " bytes long: " + path_;
     const std::string folder = deleteLastPathComponent(path_);
     if (!folder.empty() && !ensureFolder(folder))
-        return "Cannot create the folder for the socket: " + folder;
+        return "Cannot create " + folder + " for the socket: " + errorText();
     return {};
 }
 

@@ -103,7 +103,7 @@ void ComKelvanePreferencePanePref::beginBackupState() {
 
 void ComKelvanePreferencePanePref::willUnselect() {
     disconnectFromDaemon();
-    showRestoreProgress(false); // the next link asks whether a restore still runs
+    showRestoreProgress(false); // the next link asks whether a restore is still running
     changeTabConfiguration(tabconfiguration::normal, false);
     if (parts_.info)
         parts_.info->closeInfoWindows();

@@ -29,7 +29,7 @@ bool isExecutableFile(const std::string& path) {
     return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && ::access(path.c_str(), X_OK) == 0;
 }
 
-// A path with a zero byte would be cut off there.
+// A path with a NUL byte would be truncated there.
 bool canBeArgument(const std::string& path) {
     return path.find('\0') == std::string::npos && isUtf8(path);
 }
@@ -182,7 +182,7 @@ void KelvaneTrampoline::trampoline(const std::string& trampolinePath, const std:
             followChild(child, parentEnd);
         }).detach();
     } catch (const std::system_error& error) {
-        KelvaneCLog("nothing waits for child %d: %s", child, error.what());
+        KelvaneCLog("Cannot start the thread that reaps child %d: %s", child, error.what());
     }
 }
 

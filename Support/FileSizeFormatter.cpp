@@ -33,8 +33,8 @@ bool isCountOf64Bits(const Value& number) {
 template <class Real>
 std::string abbreviated(Real count, const NumberFormatter& base) {
     std::size_t unit = 0;
-    // A unit is 1024 of the one before, but is used above 1000 of these: 1001 bytes read better as 0.98 KB
-    // than as a number of four digits.
+    // Each unit is 1024 of the previous one, but is already used above 1000 of these: 1001 bytes are shown as
+    // 0.98 KB.
     while (count > 1000 && unit < lastUnit) {
         count *= Real{0.0009765625};
         ++unit;

@@ -12,7 +12,7 @@ namespace {
 
 constexpr int mostPixels = 4096;
 
-// Returns a square image with a transparent background, null when the file is no SVG.
+// Returns a square image with a transparent background, null when the file is not an SVG.
 QImage drawn(const QString& file, int pixels) {
     QSvgRenderer drawing(file);
     if (!drawing.isValid())

@@ -124,8 +124,8 @@ public:
     void setInPolicy(bool inPolicy) { inPolicy_ = inPolicy; }
     [[nodiscard]] Value inPolicyValue() const { return Value(inPolicy_); }
 
-    // In bytes: the node's own size plus the sizes of everything loaded below it. The setter sets the own
-    // size.
+    // In bytes: the node's own size plus the sizes of everything loaded below it. The setter sets only
+    // the node's own size.
     [[nodiscard]] std::uint64_t sizeValue() const;
     [[nodiscard]] Value size() const { return Value(sizeValue()); }
     void setSizeValue(std::uint64_t size) { size_ = size; }

@@ -16,7 +16,7 @@ namespace {
 using layout::Type;
 using Keys = Dictionary::Keys;
 
-constexpr const char* reachesOutside = "an object reaches outside the objects";
+constexpr const char* reachesOutside = "an object extends beyond the object area";
 constexpr std::uint64_t valueCost = sizeof(Value); // of each value, in addition to its text or data
 
 bool hasTwins(const Keys& keys) {
@@ -70,7 +70,7 @@ private:
     }
     bool charge(std::uint64_t cost) {
         expansion_ += cost;
-        return expansion_ <= mostExpansion_ || refuse("it expands to more than can be held");
+        return expansion_ <= mostExpansion_ || refuse("it expands to more than the memory limit");
     }
     bool claimBytes(std::uint64_t size);
 
@@ -107,7 +107,7 @@ private:
     std::uint64_t expansion_ = 0;
     std::uint64_t unclaimedBytes_; // bytes of the file that no container, string or data has used so far
     const std::uint64_t mostExpansion_;
-    int levels_ = 0;           // of the deepest container so far inside the one that is being read
+    int levels_ = 0;           // nesting depth of the deepest container found so far inside the current one
     SparseArray<Known> known_; // by object index
     std::map<std::string_view, Shape> shapes_; // by the bytes of the references
 };
@@ -372,7 +372,7 @@ std::optional<Keys> Reader::keys(const Content& dictionary) {
         keys.push_back(*std::move(text));
     }
     if (hasTwins(keys)) {
-        refuse("a dictionary has a key twice");
+        refuse("a dictionary has a duplicate key");
         return std::nullopt;
     }
     return keys;
@@ -383,7 +383,7 @@ std::optional<Keys> Reader::keys(const Content& dictionary) {
 PropertyListReading readBinaryPropertyList(std::span<const std::uint8_t> bytes) {
     const std::optional<layout::Trailer> trailer = layout::readTrailer(bytes);
     if (!trailer)
-        return {{}, "it is cut off or not a binary property list", 0};
+        return {{}, "it is truncated or not a binary property list", 0};
     return Reader(bytes, *trailer).read();
 }
 

@@ -64,9 +64,10 @@ private:
     PropertyListObjects objects_;
     const char* error_ = "";
     std::unordered_map<const void*, SharedContainer> shared_;
-    int levels_ = 0; // of the deepest container so far inside the one that is being written
-    // The keys of the previous dictionary and the values of the previous container, with the positions of
-    // their references: the next one usually has the same keys, and many equal values at the same positions.
+    int levels_ = 0; // nesting depth of the deepest container found so far inside the current one
+    // The last dictionary's keys and the last container's values, cached with their reference positions so
+    // that the references can be reused: the next container usually has the same keys, and many equal values
+    // at the same positions.
     const Keys* lastKeys_ = nullptr;
     std::size_t lastKeysSlot_ = 0;
     std::span<const Value> lastValues_;

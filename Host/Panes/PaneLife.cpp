@@ -40,7 +40,7 @@ bool PaneLife::attempt(const std::function<void()>& step) {
         step();
         return true;
     } catch (const std::exception& error) {
-        problem_ = std::string("It stopped with a fault: ") + error.what() + '.';
+        problem_ = std::string("It failed: ") + error.what() + '.';
         return false;
     }
 }

@@ -97,7 +97,7 @@ std::uint64_t sizeOf(const std::string& path) {
     return ::lstat(path.c_str(), &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
 }
 
-// Returns the paths on the disk that restic's path may mean, or restic's path if there are none.
+// Returns the paths on the disk that restic's path may stand for, or restic's path if there are none.
 std::vector<std::string> onDisk(const std::string& path) {
     std::vector<std::string> paths = pathsOnDisk(path);
     return paths.empty() ? std::vector<std::string>{path} : paths;

@@ -122,7 +122,7 @@ BackupRunner::Work BackupRunner::takeWork() {
             const std::scoped_lock guard(mutex_);
             isNoted_ = false;
         }
-        // Without `mutex_`: this queries the state, which calls `noteNeed` with its own mutex held.
+        // `mutex_` must not be held: this queries the state, which calls `noteNeed` with its own mutex held.
         const std::chrono::milliseconds untilVerification = verification_->timeUntilDue();
         std::unique_lock guard(mutex_);
         if (stopping_)
@@ -215,7 +215,7 @@ ResticOutcome BackupRunner::connect(const StopSignal& stop) {
         mustConnect_ = false;
     }
     ResticOutcome outcome = keeper_->synchronize(mayMake, stop);
-    // There is no repository, and none may be created yet: this is no failure.
+    // A missing repository that may not be created yet is not a failure.
     if (!mayMake && !isAskedFor && outcome.trouble == ResticTrouble::NoRepository &&
         keeper_->index()->repositoryId().empty()) {
         const std::scoped_lock guard(mutex_);

@@ -35,12 +35,12 @@ std::string joined(const std::vector<std::string>& paths) {
     for (std::size_t at = 0; at < std::min(paths.size(), mostNamed); ++at)
         text += "\n" + messageLine(paths[at]);
     if (paths.size() > mostNamed)
-        text += formatText("\nand %llu more, which the log names", paths.size() - mostNamed);
+        text += formatText("\nand %llu more (see the log)", paths.size() - mostNamed);
     return text;
 }
 
-// Without its key, an encrypted folder shows other names than were saved, which cannot be read. Returns
-// the saved encrypted folder that contains such a name; empty for any other path.
+// Without its key, an encrypted folder lists names that differ from the saved ones, and none of them can be
+// opened. Returns the saved encrypted folder that contains such a name; empty for any other path.
 std::string lockedFolderAround(const BackupIndex& index, const std::string& path) {
     if (!silentMountAround(path).empty())
         return {};
@@ -207,7 +207,7 @@ ResticOutcome BackupRunner::takeMade(const Part& part, Before before, IndexKeepe
                                      BackupRun::Result result, const StopSignal& stop) {
     const std::vector<std::string> saved = savedAmong(*keeper_->index(), result.unread);
     made.lacks.insert(made.lacks.end(), saved.begin(), saved.end());
-    // A full list may have been cut off.
+    // A full list may have been truncated.
     const bool isListFull = std::max(result.unread.size(), result.gone.size()) >= BackupRun::mostUnread;
     noteUnread(std::move(result.unread), !part.isWhole(), before.changes);
     // A disk may have been unmounted during the backup.

@@ -43,7 +43,7 @@ public:
         std::chrono::milliseconds untilVerification = std::chrono::milliseconds::max();
     };
 
-    // Without a task: ask again after `wait`, or when a condition changes.
+    // What to do now. If there is no task, ask again after `wait`, or when a condition changes.
     struct Step {
         Task task = Task::None;
         std::chrono::milliseconds wait{0};

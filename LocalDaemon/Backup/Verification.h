@@ -98,8 +98,9 @@ private:
 
     Damage loggedDamage_;
     std::optional<CheckReport> known_; // The report from which the damage was computed.
-    std::string locatedIn_;            // The newest snapshot at that time.
-    std::set<std::string> leftOut_;    // Packs that could not be added to the index.
+    // The newest snapshot when the damage was computed from `known_`; empty if there was no damage.
+    std::string locatedIn_;
+    std::set<std::string> leftOut_; // Packs that could not be added to the index.
     Clock::time_point leftOutUntil_;
     bool isStoredDamaged_ = false; // Some files on the disk are damaged in the backup.
     bool isStructureWanted_ = true;

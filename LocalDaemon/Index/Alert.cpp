@@ -26,7 +26,8 @@ Alert alertForInternalError(const std::string& reason) {
     return {.kind = "internal_error",
             .severity = "error",
             .title = "The backup daemon had an internal error.",
-            .body = "It continues, but an operation may be incomplete: " + reason + ". The log has the time.",
+            .body = "It is still running, but an operation may be incomplete: " + reason +
+                    ". See the log for details.",
             .actions = {std::string(dismissAction)}};
 }
 

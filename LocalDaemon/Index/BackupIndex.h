@@ -32,7 +32,7 @@ struct BackedUpItem {
 // component.
 class BackupIndex {
 public:
-    // By number, starting at 1, in the order of creation.
+    // The keys are numbers, starting at 1, in the order of creation.
     using Snapshots = std::map<std::uint32_t, Snapshot>;
 
     struct Item {
@@ -136,15 +136,15 @@ private:
 };
 
 // Returns whether the item on the disk is unchanged since it was saved. For a folder only the kind is
-// compared, since its contents are items of their own. restic keeps the years 0 to 9999; of a time outside
-// these only whether it is before or after them is compared.
+// compared, since its contents are items of their own. restic stores only the years 0 to 9999, so any two
+// times before that range compare as equal, and any two after it.
 [[nodiscard]] bool isUnchanged(const BackupIndex::Item& item, ItemKind kind, std::uint64_t size,
                                FileTime modified, FileTime changed);
 [[nodiscard]] bool isUnchanged(const BackupIndex::Item& item, const FileAttributes& attributes);
 
 // Returns whether a folder's own attributes are unchanged. A changed modification time does not matter:
 // creating and deleting entries changes both times of a folder and is counted separately. A change of the
-// status-change time alone does, since it is all that a new ACL or extended attribute changes.
+// inode change time (ctime) alone does, since it is all that a new ACL or extended attribute changes.
 [[nodiscard]] bool hasSavedAttributes(const BackupIndex::Item& folder, std::uint32_t uid, std::uint32_t gid,
                                       std::uint16_t mode, FileTime modified, FileTime changed);
 

@@ -10,7 +10,8 @@ namespace kelvane {
 namespace {
 
 constexpr std::string_view mark = "kelvane index 3\n";
-// The kinds of snapshots in the file. After one with paths, those follow that it lacks.
+// The kinds of snapshot records. A record "with paths" is followed by the list of paths that the snapshot
+// lacks.
 constexpr std::uint8_t completeWithoutPaths = 0;
 constexpr std::uint8_t partialWithoutPaths = 1;
 constexpr std::uint8_t partialWithPaths = 2;

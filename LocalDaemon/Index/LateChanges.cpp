@@ -40,7 +40,7 @@ bool isAsSaved(const struct stat& status, ItemKind kind, std::uint64_t size, Fil
     return isSameKind && FileTime(status.st_mtim) == modified && FileTime(status.st_ctim) == changed;
 }
 
-// Updates the status-change time of the file or link by setting its access time to the same value;
+// Updates the inode change time (ctime) of the file or link by setting its access time to the same value;
 // setting the mode could undo a concurrent change. Returns false when the item still looks as it was
 // saved.
 bool touch(const SnapshotItem& item) {

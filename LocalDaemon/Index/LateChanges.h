@@ -14,8 +14,8 @@ namespace kelvane {
 // it again.
 
 // Goes through the items of a snapshot whose backup began at `begin`. An item that changed at `begin` or
-// later and is unchanged since it was saved gets a new status-change time, so that the next backup reads
-// it again. Where that time cannot be set, as for a file of another user, the item is marked as
+// later and is unchanged since it was saved gets a new inode change time (ctime), so that the next backup
+// reads it again. Where that time cannot be set, as for a file of another user, the item is marked as
 // uncertain. A file that was uncertain in `before`, has not changed since and is not among `readAgain`
 // stays uncertain.
 // Returns how many items changed late. Blocks on the disk.

@@ -47,14 +47,12 @@ Alert alertForDisappearance(const RetentionRecord::Entry& entry) {
 }
 
 Alert alertForSnapshotAhead(const Snapshot& snapshot) {
-    return {
-        .kind = aheadAlert,
-        .severity = "warning",
-        .title = "Old versions are not removed from the backup.",
-        .body =
-            "By the clock, snapshot " + shortId(snapshot.id) + ", of " + dateText(snapshot.time) +
-            ", lies in the future. Set the clock. If it is right now, versions are removed again from that "
-            "date on."};
+    return {.kind = aheadAlert,
+            .severity = "warning",
+            .title = "Old versions are not being removed from the backup.",
+            .body = "Snapshot " + shortId(snapshot.id) + " is dated " + dateText(snapshot.time) +
+                    ", which is in the future. Check the clock. If the clock is correct, removal resumes on "
+                    "that date."};
 }
 
 Alert alertForOrder(const Snapshot& before, const Snapshot& made) {

@@ -80,13 +80,13 @@ void RetentionRecord::setRepository(const std::string& id) {
 
 void RetentionRecord::noteClock() {
     const std::scoped_lock guard(mutex_);
-    look();
+    readClock();
 }
 
 RetentionLimits RetentionRecord::limits(std::chrono::days keep) {
     const std::scoped_lock guard(mutex_);
     RetentionLimits limits;
-    limits.now = look();
+    limits.now = readClock();
     limits.keep = keep + longerForCorrections;
     limits.clockSteadySince = contents_.steadySince;
     limits.firstListed = present_->firstListed;
@@ -98,17 +98,17 @@ RetentionLimits RetentionRecord::limits(std::chrono::days keep) {
 
 bool RetentionRecord::isForgettingDue() {
     const std::scoped_lock guard(mutex_);
-    return isDayOver(look());
+    return isDayOver(readClock());
 }
 
 bool RetentionRecord::isPruningDue() {
     const std::scoped_lock guard(mutex_);
-    return isDayOver(look()) && present_->isToPrune;
+    return isDayOver(readClock()) && present_->isToPrune;
 }
 
 void RetentionRecord::noteForgotten() {
     const std::scoped_lock guard(mutex_);
-    present_->forgotten = look();
+    present_->forgotten = readClock();
     present_->isToPrune = true;
     save();
 }
@@ -170,7 +170,7 @@ void RetentionRecord::update(const BackupIndex& index) {
 }
 
 void RetentionRecord::noteNewSnapshots(const BackupIndex& index) {
-    const std::int64_t now = look();
+    const std::int64_t now = readClock();
     std::map<std::uint64_t, std::int64_t> firstListed;
     for (const auto& [number, snapshot] : index.snapshots()) {
         const auto known = present_->firstListed.find(snapshot.sequence);
@@ -201,7 +201,7 @@ std::string RetentionRecord::decide(const std::string& id, Decision decision) {
 }
 
 // Returns the time, after comparing it with earlier readings of the clocks.
-std::int64_t RetentionRecord::look() {
+std::int64_t RetentionRecord::readClock() {
     const ClockReading reading = clock_();
     Contents& known = contents_;
     const bool isSameBoot = !reading.bootId.empty() && reading.bootId == known.bootId;

@@ -55,7 +55,7 @@ public:
 
     void add(const Disappearance& disappearance);
     // Records the time of new snapshots, and drops disappearances that need no decision any more because
-    // the files are back or their snapshots are gone.
+    // the files are back or their snapshots have been removed.
     void update(const BackupIndex& index);
     [[nodiscard]] std::vector<Entry> entries() const;
     // `id`: the id of a disappearance, or a prefix of it. Returns the reason of a failure for the user,
@@ -67,7 +67,7 @@ private:
         std::int64_t forgotten = 0; // The last time by the wall clock; 0 for never.
         bool isToPrune = false;
         std::set<std::uint64_t> incomplete; // Sequence numbers of snapshots.
-        // By sequence number: when the snapshot was first listed, by the wall clock.
+        // When each snapshot was first listed, by the wall clock; the keys are sequence numbers.
         std::map<std::uint64_t, std::int64_t> firstListed;
         std::vector<Entry> entries;
 
@@ -87,7 +87,7 @@ private:
     };
 
     // The mutex must be held.
-    std::int64_t look();
+    std::int64_t readClock();
     void noteNewSnapshots(const BackupIndex& index);
     [[nodiscard]] bool isDayOver(std::int64_t now) const;
     std::string save();

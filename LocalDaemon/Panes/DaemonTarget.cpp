@@ -165,7 +165,7 @@ void DaemonTarget::setValueForProfileKey(const Value& key, const Value& text) {
     world_->state->changeSettings(
         [&](Settings& settings) { isTaken = setEntry(settings.profile, key.stringValue(), text); });
     if (!isTaken)
-        logWarning("A profile value is ignored: it is too long, or there are too many.");
+        logWarning("Profile value %@ ignored: it is too long, or there are too many values.", key);
 }
 
 std::uint32_t DaemonTarget::getFileTypeToggle(const Value& fileType) {
@@ -197,7 +197,7 @@ void DaemonTarget::setPriorityBackup(const Value& path) {
 }
 
 bool DaemonTarget::restoreWithChoices(const Value& choices) {
-    logWarning("restoreWithChoices: is not possible yet: %@", choices);
+    logWarning("Call refused: restoreWithChoices: is not supported (argument %@)", choices);
     return false;
 }
 

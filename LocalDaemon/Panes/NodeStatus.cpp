@@ -14,20 +14,20 @@ using Kind = FileAttributes::Kind;
 struct ReasonRow {
     Reason reason;
     std::uint32_t flags;
-    std::uint32_t flagsOfRule; // Set only where the rule itself is.
+    std::uint32_t flagsOfRule; // Added to `flags` for the item that has the rule, not for items below it.
     bool canBeToggled;
     std::string_view text; // For selected items: the text while they are pending.
 };
 constexpr ReasonRow reasonRows[] = {
-    {Reason::Home, Backup_Backup, 0, true, "Waiting for backup"},
-    {Reason::Added, Backup_Backup, Backup_Include, true, "Waiting for backup"},
+    {Reason::Home, Backup_Backup, 0, true, "Pending"},
+    {Reason::Added, Backup_Backup, Backup_Include, true, "Pending"},
     {Reason::Excluded, Backup_Exclude, 0, true, "Excluded from the backup"},
     {Reason::Removed, Backup_Exclude, 0, true, "Removed from the backup"},
     {Reason::Policy, Backup_Exclude | Backup_System, 0, false, "Left out by policy"},
     {Reason::OutsideHome, 0, 0, true, "Outside the home folder"},
     {Reason::NotAdded, 0, 0, true, "Not added to the backup"},
     {Reason::OtherFileSystem, 0, 0, true, "On another file system"},
-    {Reason::AbsentDisk, 0, 0, false, "On a disk that is away"},
+    {Reason::AbsentDisk, 0, 0, false, "On a disk that is not mounted"},
     {Reason::NoFile, 0, 0, false, "Neither file nor folder nor link"},
 };
 
@@ -89,7 +89,7 @@ std::string stateText(const ReasonRow& row, std::string_view path, const Verdict
     if (standing.isDamaged)
         return "Damaged in the backup, waiting to be stored again";
     if (standing.isMissing && standing.isKept)
-        return "Gone from the disk, kept in the backup";
+        return "Not on the disk, kept in the backup";
     if (verdict.isIn())
         return std::string(standing.isPending ? row.text : "Backed up");
     std::string text(row.text);

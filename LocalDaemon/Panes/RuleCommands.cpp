@@ -54,7 +54,7 @@ void RuleCommands::mark(const Array& paths, PathRules::Mark mark) const {
     if (error == 0)
         return state_->alerts()->withdraw(refusedAlert);
     const std::string reason = errorText(static_cast<int>(error));
-    logWarning("The selection was not changed (%@): %@", reason, Value(paths));
+    logWarning("Cannot change the selection of %@: %@", Value(paths), reason);
     // The call has no result for this error.
     if (error == ENOSPC)
         state_->alerts()->raise(

@@ -62,7 +62,8 @@ ResticOutcome checked(ResticOutcome outcome, bool isAnswer) {
         return outcome;
     outcome.trouble = ResticTrouble::Failed;
     outcome.errors.append(outcome.errors.empty() ? "" : "\n")
-        .append(outcome.hasLostLine ? "restic's answer is too long." : "restic's answer cannot be read.");
+        .append(outcome.hasLostLine ? "A line of restic's output is too long."
+                                    : "restic's output cannot be parsed.");
     return outcome;
 }
 

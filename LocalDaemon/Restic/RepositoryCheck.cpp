@@ -77,7 +77,7 @@ void takeCheckLine(CheckReport& report, std::string_view line) {
     else if (line.starts_with("  tree ") && line.ends_with(" not found in index"))
         insertIfAny(report.missingBlobs, idAfter(line.substr(line.rfind('"') + 1), " blob "));
     else if (line.starts_with("  id ") && line.ends_with(" not found in repository"))
-        insertIfAny(report.missingBlobs, idAfter(line, "id ")); // A blob of a folder.
+        insertIfAny(report.missingBlobs, idAfter(line, "id ")); // A tree blob.
 }
 
 CheckReport RepositoryCheck::structure(Source source, const StopSignal& stop) const {

@@ -53,7 +53,9 @@ public:
         std::random_device random;
         path_ = formatText("%@%08x%08x", start, random(), random());
         if (const FileOutcome noted = replacePrivateFile(note_, path_); !noted.succeeded())
-            logWarning("If the daemon is killed now, %@ is left behind: %@", path_, noted.reason);
+            logWarning("Cannot record the unfinished repository %@: %@; if the daemon is killed now, remove "
+                       "it by hand",
+                       path_, noted.reason);
         if (::mkdir(path_.c_str(), S_IRWXU) != 0)
             failure_ = std::error_code(errno, std::generic_category());
     }
@@ -79,7 +81,8 @@ private:
 ResticOutcome makeBeside(RepositoryPlace place, const std::string& folder, const StopSignal& stop) {
     std::error_code error;
     if (const std::string around(folderOf(folder)); !ensureFolder(around))
-        return {.trouble = ResticTrouble::Failed, .errors = "Cannot create the folder " + around};
+        return {.trouble = ResticTrouble::Failed,
+                .errors = "Cannot create the folder " + around + ": " + errorText()};
     const UnfinishedFolder made(place, folder);
     if (made.failure())
         return failed(made.path(), made.failure());

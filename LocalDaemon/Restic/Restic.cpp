@@ -131,7 +131,9 @@ std::string blockageOf(pid_t restic, const std::string& folder) {
     if (std::string silence = silenceAround(folder, longestSilence); !silence.empty())
         return silence;
     // restic skips pipes, but opens one that has just replaced a file, and would block for ever.
-    return isOpeningPipe(restic) ? "A named pipe has replaced a file." : "";
+    return isOpeningPipe(restic)
+               ? "restic is blocked: it is opening a named pipe that has just replaced a file."
+               : "";
 }
 
 } // namespace
@@ -254,7 +256,10 @@ bool Restic::mayBeCacheDamage(const Call& call, const ChildOutcome& child, Resti
 void Restic::removeCache() const {
     std::error_code error;
     std::filesystem::remove_all(place_.cacheFolder, error);
-    logWarning("Damaged cache removed: %@%@", place_.cacheFolder, error ? ": " + error.message() : "");
+    if (error)
+        logWarning("Cannot remove the damaged cache %@: %@", place_.cacheFolder, error.message());
+    else
+        logWarning("Damaged cache removed: %@", place_.cacheFolder);
 }
 
 namespace {

@@ -17,7 +17,7 @@ enum class ResticTrouble {
     Stopped,       // Stopped by the daemon.
     NoRepository,  // There is no repository at the location, or the location does not exist.
     DiskAway,      // There is no repository, and the disk that belongs there is not mounted.
-    Occupied,      // The folder contains files that are no complete repository.
+    Occupied,      // The folder contains files that are not a complete repository.
     Unreachable,   // The server or the disk does not respond.
     NoNetwork,     // The network is down, or the server's name cannot be resolved.
     WrongPassword, // The password is wrong, or its file cannot be read.

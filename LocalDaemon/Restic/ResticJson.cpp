@@ -24,7 +24,7 @@ Json parsed(std::string_view text) {
     return Json::parse(text.begin(), text.end(), nullptr, false);
 }
 
-// Returns null when it is no object or has no such entry.
+// Returns null when it is not an object or has no such entry.
 const Json* entryOf(const Json& object, const char* key) {
     if (!object.is_object())
         return nullptr;

@@ -32,7 +32,7 @@ inline constexpr std::uint64_t highestSequence = std::uint64_t{1} << 40U;
     return known.id == listed.id || (isNumbered && known.sequence == listed.sequence);
 }
 
-// Returns the snapshots oldest first, and no value when the text is no list of snapshots.
+// Returns the snapshots oldest first, and no value when the text is not a list of snapshots.
 [[nodiscard]] std::optional<std::vector<Snapshot>> snapshotsFrom(std::string_view json,
                                                                  std::string_view partialTag);
 

@@ -75,8 +75,8 @@ private:
     std::uint32_t nanoseconds_ = 0;
 };
 
-// Marks the status-change time of a file that may have changed again within the same clock tick. No file
-// has such a time, so the file counts as changed.
+// Marks the inode change time (ctime) of a file that may have changed again within the same clock tick. No
+// file has such a time, so the file counts as changed.
 inline constexpr std::uint32_t uncertainBit = std::uint32_t{1} << 31U;
 [[nodiscard]] constexpr FileTime asUncertain(FileTime time) {
     return FileTime(time.seconds(), time.nanoseconds() | uncertainBit);
@@ -102,7 +102,7 @@ struct SnapshotItem {
     ItemKind kind = ItemKind::File;
     std::uint64_t size = 0;
     FileTime modified = {};
-    // The status-change time, which renaming and a change of owner or mode also update.
+    // The inode change time (ctime), which renaming and a change of owner or mode also update.
     FileTime changed = {};
     std::uint32_t uid = 0;
     std::uint32_t gid = 0;

@@ -31,7 +31,8 @@ std::string HardLinks::compare(const Names& names) {
         const Snapshot* const snapshot = index_.snapshot(each->snapshot);
         const auto node = snapshot ? nodes_.find(snapshot->id, index_.pathOf(*each), trouble) : std::nullopt;
         if (!node)
-            return "cannot verify that its contents are its own: " + trouble.reason;
+            return "cannot check whether a reused inode number mixed it up with another file: " +
+                   trouble.reason;
         if (contents && *contents != node->contents)
             return "it may have the contents of another file, which had its inode number during the same "
                    "backup; restore it separately";

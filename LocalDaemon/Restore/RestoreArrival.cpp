@@ -13,7 +13,7 @@ namespace {
 constexpr std::chrono::seconds quietAfter(30);
 // The pause after a poll, in durations of that poll: with very many files, polling must not take all the
 // time.
-constexpr int pausePerLook = 4;
+constexpr int pausePerPoll = 4;
 
 } // namespace
 
@@ -52,9 +52,9 @@ Arrival arrivalIn(const std::string& stagingFolder, const BackupIndex& index) {
 
 ArrivalWatch::ArrivalWatch(Options options) : options_(std::move(options)) {}
 
-bool ArrivalWatch::look() {
+bool ArrivalWatch::poll() {
     const Clock::time_point begin = Clock::now();
-    if (begin < nextLook_)
+    if (begin < nextPoll_)
         return true;
     Arrival arrival = last_;
     runGuarded(
@@ -70,7 +70,7 @@ bool ArrivalWatch::look() {
         wasQuiet != isQuiet_)
         options_.onQuiet(isQuiet_);
     const Clock::time_point end = Clock::now();
-    nextLook_ = end + pausePerLook * (end - begin);
+    nextPoll_ = end + pausePerPoll * (end - begin);
     return hasMore || begin - lastArrival_ <= options_.stallTimeout;
 }
 

@@ -34,9 +34,9 @@ public:
     };
     explicit ArrivalWatch(Options options);
 
-    // Must be called at each tick of the call. Calls `onArrival` if more has arrived. Returns false when
-    // nothing has arrived for longer than `stallTimeout`.
-    [[nodiscard]] bool look();
+    // Call this from the restic call's `onTick`. Calls `onArrival` if more data has arrived. Returns false
+    // when nothing has arrived for longer than `stallTimeout`.
+    [[nodiscard]] bool poll();
     static constexpr std::chrono::milliseconds interval{500};
 
 private:
@@ -45,7 +45,7 @@ private:
     const Options options_;
     Arrival last_;
     Clock::time_point lastArrival_ = Clock::now();
-    Clock::time_point nextLook_;
+    Clock::time_point nextPoll_;
     bool isQuiet_ = false;
 };
 

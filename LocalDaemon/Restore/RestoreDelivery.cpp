@@ -217,7 +217,7 @@ std::string RestoreDelivery::faultOf(const Place& place) {
     if (std::string error = hardLinks_.faultOf(status); !error.empty())
         return error;
     if (place.item.kind == ItemKind::Link && isTargetInDoubt(place, staged))
-        return "its target was perhaps not UTF-8 text, which restic does not keep";
+        return "the link's target may not have been UTF-8, which restic cannot store; not restored";
     const bool isAsSaved =
         place.item.kind == ItemKind::Link
             ? S_ISLNK(status.st_mode)
@@ -291,10 +291,12 @@ std::string RestoreDelivery::lostAccessRules(std::uint32_t number, const std::st
     RestoreTrouble trouble;
     const std::optional<SavedNode> node = nodes_.find(snapshot->id, path, trouble);
     if (!node)
-        return "only its owner has access: cannot determine whether it had an ACL: " + trouble.reason;
+        return "restored with access for its owner only: cannot determine whether it had an ACL: " +
+               trouble.reason;
     const bool isLost =
         std::ranges::any_of(node->attributes, [](const auto& each) { return isAccessRule(each.first); });
-    return isLost ? "only its owner has access: the file system does not keep its ACL" : "";
+    return isLost ? "restored with access for its owner only: the target file system does not support ACLs"
+                  : "";
 }
 
 void RestoreDelivery::deliverFolder(const Place& place, bool isAlone) {

@@ -178,7 +178,7 @@ RestoreFetch::Try RestoreFetch::callRestic(std::vector<std::string> arguments, c
     };
     ArrivalWatch watch({staging, *tools_.index, tools_.onArrival, onQuiet});
     call.tickInterval = ArrivalWatch::interval;
-    call.onTick = [&watch] { return watch.look(); };
+    call.onTick = [&watch] { return watch.poll(); };
     const ResticOutcome outcome = tools_.restic->run(call, tools_.stop);
     if (outcome.succeeded() || tools_.stop.isSet())
         return {};

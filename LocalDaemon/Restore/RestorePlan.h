@@ -28,8 +28,9 @@ using RestorePieces = std::vector<RestorePiece>;
                                                                  const BackupIndex::Item& folder);
 [[nodiscard]] FileTotals lastTotals(const BackupIndex& index, const BackupIndex::Item& item);
 
-// Returns the last contents of a folder in `before` that are missing in `now`, where older versions of
-// them may exist. Both have the folder. For a folder that is missing as a whole, only its own path.
+// Returns the paths below `path` that the last version in `before` contains and `now` does not; `now` may
+// still have older versions of them. Both indexes must contain `path`. A folder that is missing entirely is
+// returned without its contents.
 [[nodiscard]] std::vector<std::string> goneFrom(const BackupIndex& now, const BackupIndex& before,
                                                 const std::string& path);
 

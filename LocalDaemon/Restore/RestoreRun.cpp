@@ -159,8 +159,8 @@ void RestoreRun::noteFailures(RestorePieces& folders) const {
         folder.hasFailures = around[folder.job].contains(tools_.index->pathOf(*folder.item));
 }
 
-// Restores as many files at a time as fit, with all names of one inode together, and finally those that are
-// too large.
+// Restores the files in portions that fit into the free space, hard links of one inode together, and last the
+// files that do not fit at all.
 RestorePieces RestoreRun::runWithoutRoom(const std::string& folder, const RestorePieces& pieces) {
     RestorePortions parts = divide(pieces, 0);
     RestorePieces fitting;

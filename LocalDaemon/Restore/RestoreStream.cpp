@@ -136,7 +136,7 @@ RestoreTrouble RestoreStream::write(int file, const BackupIndex::Item& item,
         return true;
     };
     call.tickInterval = ArrivalWatch::interval;
-    call.onTick = [&] { return writer.error() == 0 && watch.look(); }; // The unwritten rest may be terabytes.
+    call.onTick = [&] { return writer.error() == 0 && watch.poll(); }; // The unwritten rest may be terabytes.
     const ResticOutcome outcome = tools_.restic->run(call, tools_.stop);
     if (writer.error() != 0)
         return {"it cannot be written: " + errorText(writer.error())};

@@ -30,7 +30,8 @@ public:
     };
     explicit RestoreStream(Tools tools) : tools_(std::move(tools)) {}
 
-    // Returns no trouble, or why it failed; nothing of the file remains then.
+    // Streams the file into the staging folder. Returns no trouble, or the reason for the failure; a partial
+    // file is removed.
     [[nodiscard]] RestoreTrouble bring(const BackupIndex::Item& file, const StagingFolder& staging);
     // Records that the last restored file was delivered to this target.
     void noteDelivered(const std::string& target);

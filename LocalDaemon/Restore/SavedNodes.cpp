@@ -50,7 +50,7 @@ public:
     Trees(std::shared_ptr<const Restic> restic, const StopSignal& stop)
         : restic_(std::move(restic)), stop_(stop) {}
 
-    // Returns a value that is no object when the node cannot be read.
+    // Returns a value that is not an object when the node cannot be read.
     [[nodiscard]] Json nodeOf(const std::string& snapshotId, const std::string& path,
                               RestoreTrouble& trouble);
 

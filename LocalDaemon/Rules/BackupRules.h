@@ -49,7 +49,7 @@ struct Verdict {
         // These select the file.
         Home,
         Added,
-        // With these it is not selected.
+        // These do not select the file.
         Excluded,
         Removed,
         Policy,

@@ -66,7 +66,7 @@ public:
         WorkFailed failed = [](const std::string&) {}; // Called on the scan's thread.
     };
 
-    // Neither may be null.
+    // `Rules` and `Index` are never null.
     using Rules = std::shared_ptr<const BackupRules>;
     using Index = std::shared_ptr<const BackupIndex>;
     using Tree = std::shared_ptr<FolderTree>;

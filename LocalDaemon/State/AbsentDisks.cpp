@@ -16,8 +16,8 @@ namespace kelvane {
 namespace {
 
 constexpr const char* lostAndFound = "lost+found"; // Created by mkfs.
-constexpr std::size_t mostLookedAt = 100;          // Entries of a folder that are looked at.
-// In seconds: for a shorter absence the alert is information and no warning.
+constexpr std::size_t mostListed = 100;            // Entries of a folder that are checked.
+// In seconds: the alert about a shorter absence is information, not a warning.
 constexpr std::int64_t usualAbsence = std::int64_t{7} * 86400;
 
 struct AbsenceText {
@@ -25,19 +25,18 @@ struct AbsenceText {
     std::string afterPlace;
     std::string since;
 };
-// In the order of `Absence`.
+// The rows are in the order of the values of `Absence`.
 const AbsenceText absenceTexts[] = {
     {"The disk at ", " is not mounted.", "Nothing has been mounted there since "},
     {"", " is empty, and was not when it was backed up.", "It has been empty or missing since "},
     {"Something is mounted over ", ", which was backed up.", "What was backed up has been hidden since "},
-    {"Another disk is mounted at ", " than the one that was backed up.",
-     "The other one has been mounted there since "},
+    {"The disk mounted at ", " is not the one that was backed up.", "It has been mounted there since "},
     {"The file system mounted at ", " does not respond.", "It has not responded since "},
 };
 
 // Returns whether nothing in the folder could have been backed up. An unreadable folder is not empty.
 bool isEmpty(const std::string& folder, const BackupRules& rules, const FileSystem& fileSystem) {
-    const FolderListing listing = fileSystem.list(folder, mostLookedAt);
+    const FolderListing listing = fileSystem.list(folder, mostListed);
     if (listing.error != 0)
         return listing.error == ENOENT || listing.error == ENOTDIR;
     return listing.isComplete && std::ranges::all_of(listing.names, [&](const std::string& name) {

@@ -23,7 +23,7 @@ enum class Absence {
     Silent,     // The mount there does not respond.
 };
 
-// By mount point or folder.
+// The keys are the absent mount points and folders.
 using Absences = std::map<std::string, Absence, std::less<>>;
 
 // Returns whether the backup contains the file at the path, or anything in the folder, even only folders.

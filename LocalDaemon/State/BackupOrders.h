@@ -18,7 +18,7 @@ public:
 
     void add();
     [[nodiscard]] std::uint64_t count() const;
-    // Records that a run that began after so many requests has succeeded.
+    // Records that a run has succeeded that started after the first `count` requests.
     void noteDone(std::uint64_t count);
     // Records that such a run has ended, successfully or not.
     void noteTried(std::uint64_t count);

@@ -167,7 +167,7 @@ Value DaemonState::stateDictionary() const {
     Dictionary state{
         {std::string(statekey::serviceState), service},
         {std::string(statekey::statusString), currentStatusText(service)},
-        // Never less: the rules are loaded before the daemon accepts connections.
+        // Constant, because the rules are loaded before the daemon accepts connections.
         {std::string(statekey::backupState), backupstate::rulesAreLoaded},
         {std::string(statekey::isBackupNeeded), needsBackup()},
         {std::string(statekey::hasUnreadFiles), unreadAt_.has_value()},
@@ -248,8 +248,8 @@ void DaemonState::checkSelection() {
             {.kind = selectionAlert,
              .severity = "warning",
              .title = nothingIsSelected,
-             .body = "No file is protected any more, and files in the backup are removed after the time that "
-                     "deleted files are kept. Select folders in the Backup tab."});
+             .body = "Nothing is being backed up, and files in the backup are removed after the retention "
+                     "period for deleted files. Select folders in the Backup tab."});
 }
 
 void DaemonState::refresh() {

@@ -133,7 +133,7 @@ public:
     // Sets the result of the verification. `date`: none when no verification has been completed.
     void setVerification(std::optional<std::chrono::system_clock::time_point> date,
                          const std::string& outcome);
-    // From 0 to 1; none when no verification is running.
+    // `progress`: from 0 to 1; none when no verification is running.
     void setVerificationProgress(std::optional<double> progress);
     // `files`: the number of files whose last saved version cannot be restored.
     void setDamage(bool isAnyKnown, std::uint64_t files);

@@ -26,7 +26,7 @@ std::uint32_t DaemonState::pausedMinutes() const {
 
 void DaemonState::setPausedMinutes(std::uint32_t minutes) {
     changeSettings([this, minutes](Settings& settings) {
-        // 0 without a pause, so that ending none is no change to save.
+        // 0 without a pause, so that there is nothing to save when none is ended.
         settings.pausedSince = minutes == 0 ? 0 : now();
         settings.pausedUntil = minutes == 0 ? 0 : now() + minutes * secondsPerMinute;
     });

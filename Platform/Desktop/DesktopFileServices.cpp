@@ -11,7 +11,7 @@
 namespace kelvane {
 namespace {
 
-// In milliseconds before or after 1970. No calendar counts years beyond it.
+// Times beyond this, in milliseconds before or after 1970, are not shown as calendar dates.
 constexpr double latestTime = 8e15;
 
 QString fileNameOf(std::string_view extension) {

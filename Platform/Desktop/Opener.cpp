@@ -14,16 +14,21 @@
 namespace kelvane {
 namespace {
 
-// None on success. The desktops' openers share these exit statuses.
-std::optional<std::string> failureOf(const ChildProcess& opener) {
+constexpr int firstSignalStatus = 128; // `ChildProcess::exitStatus` adds it to the signal's number
+
+// None on success. The openers of all desktops share these exit statuses.
+std::optional<std::string> failureOf(const ChildProcess& opener, const std::string& program) {
+    const int status = opener.exitStatus();
     if (!opener.hasExited())
-        return "the opener was stopped";
-    switch (opener.exitStatus()) {
+        return program + (status > firstSignalStatus
+                              ? " was killed by signal " + std::to_string(status - firstSignalStatus)
+                              : " ended, and its exit status is unknown");
+    switch (status) {
     case 0: return std::nullopt;
     case 2: return "no such file";
     case 3: return "no application is set up to open it";
-    case 127: return "the desktop's opener is not installed";
-    default: return "the opener failed with status " + std::to_string(opener.exitStatus());
+    case 127: return "a program that " + program + " needs is not installed";
+    default: return program + " failed with status " + std::to_string(status);
     }
 }
 
@@ -32,16 +37,16 @@ std::optional<std::string> failureOf(const ChildProcess& opener) {
 // The openers that are still running.
 class DesktopOpener::Children : public QObject {
 public:
-    void add(ChildProcess opener, const std::string& subject, Failure failed) {
+    void add(ChildProcess opener, const std::string& program, const std::string& subject, Failure failed) {
         if (opener.descriptor() < 0)
             return; // it runs; only its exit status stays unknown
         auto* const end = new End{this, std::move(opener)};
-        const auto ended = [this, end, subject, failed = std::move(failed)] {
+        const auto ended = [this, end, program, subject, failed = std::move(failed)] {
             if (!end->opener.hasEnded())
                 return;
             end->notifier.setEnabled(false);
             end->deleteLater();
-            if (const auto reason = failureOf(end->opener))
+            if (const auto reason = failureOf(end->opener, program))
                 report(failed, subject, *reason);
         };
         connect(&end->notifier, &QSocketNotifier::activated, end, ended);
@@ -91,7 +96,7 @@ void DesktopOpener::open(const std::string& subject, Failure failed) {
     if (const int error = opener ? opener->startError() : errno; error != 0)
         children_->report(failed, subject, program_ + ": " + errorText(error));
     else
-        children_->add(std::move(*opener), subject, std::move(failed));
+        children_->add(std::move(*opener), program_, subject, std::move(failed));
 }
 
 } // namespace kelvane

@@ -38,7 +38,7 @@ public:
     // An alias is a symbolic link here.
     [[nodiscard]] bool isAlias(const std::string& path) const;
 
-    // In the user's format and time zone.
+    // Returns the date and time in the user's format and time zone.
     [[nodiscard]] virtual std::string dateAndTime(Date date) const = 0;
 
     [[nodiscard]] virtual std::string kindOfFolder() const = 0;

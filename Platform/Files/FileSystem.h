@@ -25,7 +25,8 @@ struct FileAttributes {
     Date statusChanged; // also set by a rename or a change of owner or mode
 };
 
-// Converts seconds since 1970 and nanoseconds to the same date that a file with that time has here.
+// Converts a Unix time to a date, rounded exactly as the dates in `FileAttributes` are, so that the two can
+// be compared.
 [[nodiscard]] Date dateFromTime(std::int64_t seconds, std::uint32_t nanoseconds = 0);
 
 struct FolderListing {
@@ -51,7 +52,8 @@ public:
     // Both follow a final symbolic link.
     [[nodiscard]] virtual bool exists(const std::string& path) const = 0;
     [[nodiscard]] virtual bool isDirectory(const std::string& path) const = 0;
-    // Of the link itself when the path is a link; none when the path does not exist.
+    // Returns the attributes of the path without following a final link (lstat), or none if it does not
+    // exist.
     [[nodiscard]] virtual std::optional<FileAttributes> attributes(const std::string& path) const = 0;
     // Whether this process may read the path; false when it does not exist.
     [[nodiscard]] virtual bool isReadable(const std::string& path) const = 0;

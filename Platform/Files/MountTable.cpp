@@ -329,8 +329,8 @@ bool isRemote(std::string_view type) {
            });
 }
 
-// A call on a mount that does not answer cannot be interrupted, and would block this process for ever. So
-// another process makes it, and while that one waits no second one is started.
+// Returns how long the mount has not responded; 0 if it responds. A system call on a hung mount cannot be
+// interrupted, so a child process makes it, at most one per mount at a time.
 std::chrono::milliseconds silenceOf(const std::string& mountPoint) {
     using Clock = std::chrono::steady_clock;
     struct Question {

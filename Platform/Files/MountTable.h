@@ -45,8 +45,8 @@ using MountPoints = std::map<std::string, std::string, std::less<>>;
 // reports no changes made there.
 [[nodiscard]] bool isRemote(std::string_view type);
 
-// For how long the mount has not answered; 0 when it answers within half a second, and half a second when no
-// process can be started to find out. Callable on any thread; waits for half a second at most.
+// Returns how long the mount has not answered; 0 when it answers within half a second, and half a second when
+// no process can be started to find out. Callable on any thread; waits for half a second at most.
 [[nodiscard]] std::chrono::milliseconds silenceOf(const std::string& mountPoint);
 [[nodiscard]] bool isAnswering(const std::string& mountPoint);
 

@@ -41,7 +41,7 @@ public:
     // "/Volumes/Disk/a"; does not change a relative path or a path in a volume that is not mounted.
     [[nodiscard]] std::string volumePath(std::string_view path) const;
     // Maps each of those to "/media/joe/Disk/a". None for a path in a volume that is not mounted, and for one
-    // with a zero byte, where the system would end the path.
+    // with a NUL byte, where the system would end the path.
     [[nodiscard]] std::optional<std::string> realPath(std::string_view path) const;
 
     // The mount point of the volume that holds the path, in the form that pane and daemon exchange: "/" for

@@ -223,7 +223,8 @@ int ChildProcess::exitStatus() const {
     return hasExited() ? WEXITSTATUS(*waitStatus_) : signalStatus + WTERMSIG(*waitStatus_);
 }
 
-// Seals the file, because a daemon that was started keeps its standard error and would fill the memory.
+// Seals the file: a daemon that the child has started may still have it open as its standard error, and would
+// otherwise go on filling memory.
 std::string ChildProcess::errors() const {
     if (!errors_)
         return {};

@@ -140,21 +140,22 @@ void KelvaneBackupTabController::enableTabItems(bool enabled) {
     for (QWidget* const control :
          {static_cast<QWidget*>(auto_->addSegment), static_cast<QWidget*>(auto_->removeSegment),
           static_cast<QWidget*>(auto_->autoManualButton)})
-        control->setEnabled(items.excludes);
-    manual_->manualToggleButton->setEnabled(items.marks);
-    manual_->manualAutoButton->setEnabled(items.marks);
-    const bool couldMark = std::exchange(prefs_.flags().manualToggleButtonEnable, items.marks);
+        control->setEnabled(items.enablesExclusions);
+    manual_->manualToggleButton->setEnabled(items.enablesManualControls);
+    manual_->manualAutoButton->setEnabled(items.enablesManualControls);
+    const bool couldMark =
+        std::exchange(prefs_.flags().manualToggleButtonEnable, items.enablesManualControls);
     if (items.enablesTable)
         auto_->excludeTable->setEnabled(true);
     if (items.saysRecovering)
         showContext(*items.saysRecovering);
     if (items.reloadsFirstColumn)
         manual_->manualBrowser->reloadColumn(0);
-    if (!items.excludes)
+    if (!items.enablesExclusions)
         closePanel();
     refreshFolders();
     const bool hasChoice = !chosenPaths_.empty() || !manual_->manualBrowser->selectedFilePaths().empty();
-    if (items.marks && !couldMark && hasChoice)
+    if (items.enablesManualControls && !couldMark && hasChoice)
         manualBrowserAction();
 }
 

@@ -37,9 +37,9 @@ TabItems tabItemsFor(const PaneConditions& conditions) {
     items.saysRecovering = conditions.isRecovering;
     items.reloadsFirstColumn = conditions.isRecovering || conditions.isConnected;
     if (!conditions.isRecovering) {
-        items.excludes = true;
+        items.enablesExclusions = true;
         items.enablesTable = true;
-        items.marks = conditions.isConnected && conditions.isEnabled;
+        items.enablesManualControls = conditions.isConnected && conditions.isEnabled;
     }
     return items;
 }

@@ -38,9 +38,9 @@ struct ContextText {
 [[nodiscard]] const ContextText& contextTextFor(BackupView view, bool isRecovering);
 
 struct TabItems {
-    bool excludes = false;     // the add and remove buttons, and the switch to manual mode
-    bool marks = false;        // the toggle button, and the switch to automatic mode
-    bool enablesTable = false; // otherwise unchanged
+    bool enablesExclusions = false; // the add and remove buttons, and the one that switches to manual mode
+    bool enablesManualControls = false; // the toggle button, and the one that switches to automatic mode
+    bool enablesTable = false;          // otherwise unchanged
     bool reloadsFirstColumn = false;
     std::optional<bool> saysRecovering; // the text above the views; none: unchanged
 };

@@ -25,7 +25,7 @@ public:
 
     // Rows that remain keep their selection, and the scroll position stays.
     void setNodes(FileNodeList nodes);
-    // In the order of the rows.
+    // Returns the nodes of the selected rows in their order.
     [[nodiscard]] FileNodeList selectedNodes() const;
 
 signals:

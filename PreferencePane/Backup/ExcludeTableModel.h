@@ -15,7 +15,7 @@ public:
         : QAbstractTableModel(parent), prefs_(prefs) {}
 
     void setNodes(FileNodeList nodes);
-    // In the order of the rows.
+    // Returns the nodes in the order of the rows.
     [[nodiscard]] const FileNodeList& nodes() const { return nodes_; }
 
     [[nodiscard]] int rowCount(const QModelIndex& parent = {}) const override;

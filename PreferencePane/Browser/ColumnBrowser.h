@@ -52,7 +52,7 @@ public:
 
     // The first selected cell, or null.
     [[nodiscard]] const KelvaneBrowserCell* selectedCell(int column) const;
-    // From the last column with a selection, from top to bottom.
+    // Returns the paths selected in the last column with a selection, from top to bottom.
     [[nodiscard]] std::vector<std::string> selectedFilePaths() const;
 
     [[nodiscard]] int columnWidth(int column) const;

@@ -189,8 +189,9 @@ bool ColumnModel::update(int row, const KelvaneBrowserCell& cell) {
     return true;
 }
 
-// For Qt a row is selected when it is in a selected range and can be selected. So a selected row is held when
-// it is disabled, and a row that is enabled within such a range is deselected.
+// Qt counts a row as selected only if it lies in a selected range and is selectable. `isHeld` therefore keeps
+// a row selected that is disabled while selected, and a row that is enabled inside a selected range is
+// deselected.
 void ColumnModel::setEnabled(int row, bool isEnabled) {
     QItemSelectionModel* const selection = selection_;
     const bool wasSelected = selection != nullptr && selection->isSelected(index(row));

@@ -23,7 +23,7 @@ public:
     // The text of an empty column after it was filled, also for screen readers.
     void setEmptyText(const QString& text) { emptyText_ = text; }
 
-    // From top to bottom.
+    // Returns the selected rows from top to bottom.
     [[nodiscard]] std::vector<int> selectedRows() const;
     [[nodiscard]] bool isSelected(const QModelIndex& index) const;
     // The selected row if there is exactly one and it is not a leaf.

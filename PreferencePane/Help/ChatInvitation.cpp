@@ -7,7 +7,7 @@
 namespace kelvane {
 
 QString chatAddress(const QString& page, const QString& server) {
-    constexpr int longestServer = 1024; // longer text is no server name, and slow to lay out
+    constexpr int longestServer = 1024; // longer text is not a server name, and slow to lay out
     if (page.isEmpty() || server.isEmpty() || server.size() > longestServer)
         return {};
     return QString("http://" + page).replace("%1$@", server);

@@ -34,7 +34,7 @@ struct IncidentReport {
     [[nodiscard]] std::vector<Field> fields() const;
 };
 
-// From the packed digits of a version: two for the major, one each for the others.
+// `packedVersion` contains the digits of the version: two for the major, one each for the others.
 [[nodiscard]] std::string operatingSystemText(std::uint32_t packedVersion);
 
 } // namespace kelvane

@@ -53,7 +53,7 @@ std::optional<ChildProcess> LogArchive::zip(const std::string& logPath, std::str
     const PrivateFiles privately;
     auto process = ChildProcess::start({.arguments = {zipProgram_, path_, logPath}});
     if (!process)
-        reason = zipProgram_ + " cannot be started";
+        reason = zipProgram_ + " cannot be started: " + errorText();
     return process;
 }
 

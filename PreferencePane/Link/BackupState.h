@@ -58,7 +58,8 @@ public:
     // lost.
     [[nodiscard]] bool hasDaemonState() const { return !daemonState_.isAbsent(); }
 
-    // From the last dictionary received, even while disconnected. A missing key reads as 0, false or absent.
+    // These return the values of the last dictionary received, even while disconnected. A missing key reads
+    // as 0, false or absent.
     [[nodiscard]] std::uint32_t backedUpFileCount() const { return number(statekey::backedUpFileCount); }
     [[nodiscard]] bool backedUpFileCountAvailable() const { return has(statekey::backedUpFileCount); }
     [[nodiscard]] std::uint64_t backedupFileSize() const { return number64(statekey::backedupFileSize); }
@@ -85,7 +86,7 @@ public:
     [[nodiscard]] std::uint32_t quotaGB() const { return quotaMB() >> 10U; } // rounded down
     [[nodiscard]] std::uint32_t getBackupControl() const { return number(statekey::backupControlFlags); }
 
-    // None when the daemon does not list alerts.
+    // Empty when the daemon does not list alerts.
     [[nodiscard]] std::vector<StandingAlert> alerts() const {
         return standingAlertsFrom(daemonState_[statekey::alerts]);
     }
@@ -115,16 +116,17 @@ public:
     // Whether the connected daemon has listed the extension in its state.
     [[nodiscard]] bool hasExtension(std::string_view name) const;
 
-    // From the last dictionary while connected; otherwise, and before the first one, from the store.
+    // Returns the value of the last dictionary while connected; otherwise, and before the first one, the
+    // stored value.
     [[nodiscard]] bool isQuotaLimited() const;
 
-    // From the daemon while connected, even if its answer is empty; otherwise from the store.
+    // These return the daemon's answer while connected, even if it is empty; otherwise the stored value.
     [[nodiscard]] std::string serverURL() const;
     [[nodiscard]] Value computerNumber() const; // a number
     [[nodiscard]] std::string skinId() const;
     [[nodiscard]] std::string userEmail() const;
 
-    // From the daemon; 0, false or absent while disconnected.
+    // These ask the daemon; 0, false or absent while disconnected.
     [[nodiscard]] bool automaticMode() const { return query<"automaticMode">(); }
     [[nodiscard]] std::uint32_t pausedMinutes() const { return query<"pausedMinutes">(); }
     [[nodiscard]] Value marketingMessage() const { return query<"marketingMessage">(); }

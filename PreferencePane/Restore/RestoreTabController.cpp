@@ -132,7 +132,7 @@ void KelvaneRestoreTabController::readyChangedNotification() {
         registeredForUIEvents_ = false;
     }
     setCurrentView();
-    // Reloads the open folders, too: changes meanwhile were not notified.
+    // Reloads the open folders too, because no notifications arrived for changes while disconnected.
     for (int column = 0; column <= ui_->restoreBrowser->lastColumn(); ++column)
         ui_->restoreBrowser->reloadColumn(column);
     if (prefs_.connected() && selectedFilePaths() != chosenPaths_)

@@ -15,7 +15,7 @@ public:
     [[nodiscard]] QSize minimumSizeHint() const override;
     // The text as it is painted, possibly elided.
     [[nodiscard]] QString shownText() const;
-    // From now on the owner sets the tool tip.
+    // Leaves the tool tip to the owner from now on.
     void keepToolTip() { keepsToolTip_ = true; }
 
 protected:

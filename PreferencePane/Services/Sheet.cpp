@@ -26,7 +26,7 @@ void addHelp(QMessageBox& box, QObject* context, const std::function<void()>& sh
     QObject::connect(help, &QAbstractButton::clicked, context, showHelp);
 }
 
-// A message box uses only part of a large screen and cuts off wider contents. Buttons that would be cut off
+// A message box uses only part of a large screen and clips wider contents. Buttons that would be clipped
 // in a row are stacked.
 void arrange(QMessageBox& box, const QWidget& parent) {
     // In logical pixels.

@@ -12,7 +12,7 @@ namespace kelvane {
 // The padded form with "+" and "/", without line breaks.
 [[nodiscard]] std::string base64FromData(std::span<const std::uint8_t> bytes);
 
-// None for a text that `base64FromData` never returns.
+// Returns none unless the text is exactly what `base64FromData` would return: padded, without line breaks.
 [[nodiscard]] std::optional<Data> dataFromBase64(std::string_view text);
 
 } // namespace kelvane

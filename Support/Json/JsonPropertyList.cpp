@@ -23,7 +23,8 @@ Json jsonOf(double number) {
     return std::isfinite(number) ? Json(number) : marked(marker::real, textOfNonFinite(number));
 }
 
-// The double with the shortest text for this float, unless it would be rounded to another float.
+// Returns the double that has the same shortest decimal text as the float (0.1, not 0.10000000149), or the
+// float's exact value if that double would round to a different float.
 double shortestDouble(float number) {
     std::array<char, 32> text{};
     const auto end = std::to_chars(text.data(), text.data() + text.size(), number).ptr;

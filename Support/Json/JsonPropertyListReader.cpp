@@ -68,7 +68,7 @@ public:
 
     [[nodiscard]] JsonReading read();
 
-    bool null() { return refuse("null has no place in a property list"); }
+    bool null() { return refuse("null is not supported"); }
     bool boolean(bool flag) { return add(flag); }
     bool number_integer(std::int64_t number) { return add(number); }
     bool number_unsigned(std::uint64_t number) { return add(number); }
@@ -97,10 +97,10 @@ private:
 
 JsonReading Builder::read() {
     const char* const end = text_.data() + text_.size();
-    // The parser would treat a zero byte as the end.
+    // The parser would treat a NUL byte as the end.
     if (const std::size_t zero = text_.find('\0'); zero != std::string_view::npos) {
         position_ += zero + 1;
-        refuse("a zero byte in the text");
+        refuse("the text contains a NUL byte");
     } else if (text_.empty()) {
         reading_.error = "it is empty";
     } else {

@@ -56,9 +56,10 @@ std::string replaceCheckedFile(const std::string& path, std::string_view name, c
     const PropertyListWriting list = writeBinaryPropertyList(
         Dictionary{{std::string(name), own.bytes}, {std::string(checksumKey), checksumOf(own.bytes)}});
     if (list.bytes.size() > limit)
-        return path + " would have " + std::to_string(list.bytes.size()) + " bytes, more than are read again";
+        return path + " not written: " + std::to_string(list.bytes.size()) + " bytes exceed the limit of " +
+               std::to_string(limit);
     if (const CheckedReading again = readingOfFile(list.bytes, name); again.state != State::Whole)
-        return path + " could not be read again: " + again.reason;
+        return path + " not written: the encoded data cannot be read back: " + again.reason;
     return replacePrivateFile(path, list.bytes).reason;
 }
 

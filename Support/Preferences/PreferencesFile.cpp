@@ -36,7 +36,7 @@ public:
         }
     }
 
-    // A value of errno; 0: locked.
+    // Returns 0 if the lock is held, otherwise the errno of the failure (EWOULDBLOCK: timed out).
     [[nodiscard]] int error() const { return error_; }
 
 private:

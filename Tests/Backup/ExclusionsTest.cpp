@@ -206,7 +206,7 @@ TEST_F(ViewsTest, StayInManualModeForAnAccountWithAQuota) {
 }
 
 TEST_F(ViewsTest, SayWhatCanBeDone) {
-    // With the beginning of the line; null for the usual text.
+    // The last field is the expected start of the context message; null means the mode's normal text.
     const std::tuple<bool, bool, bool, bool, const char*, const char*> cases[] = {
         {false, true, true, true, "", "You can't make"},
         {false, true, false, true, "addSegment autoManualButton", nullptr},

@@ -319,7 +319,7 @@ TEST_F(ManualModeTest, FollowsTheDisk) {
     std::filesystem::remove_all(folder / "USB/docs");
     folder.write("USB/made", "");
     EXPECT_TRUE(comesToShow(1, {"made", "photos"}));
-    EXPECT_EQ(browser().lastColumn(), 1); // the folder's column is gone
+    EXPECT_EQ(browser().lastColumn(), 1); // the folder's column has been removed
 }
 
 TEST_F(ManualModeTest, KeepsWhatItShowsWhenTheLinkIsLostInTheMiddle) {

@@ -123,7 +123,7 @@ TEST_F(Reloading, EnablesAndDisablesWithoutChoosing) {
     EXPECT_EQ(choices.size(), 0);
 }
 
-// From equal to completely different rows, in any order, with duplicates.
+// Replaces rows by equal to completely different ones, in any order, with duplicates.
 TEST(ColumnModel, ShowsWhatIsListedAndLetsRowsBeFollowed) {
     ColumnModel model{[](const KelvaneBrowserCell&) { return QIcon(); }, nullptr};
     const auto shown = [&] {

@@ -105,7 +105,7 @@ TEST_F(FileNodeProxy, IsAPlainNodeWithoutItsLink) {
     EXPECT_EQ(names(root->children()), "child ");
     EXPECT_EQ(root->addPath("/new", services)->path(), "/new");
     root->refreshPath("/new", services);
-    EXPECT_EQ(names(root->children()), "child ") << "no answer: the item counts as gone";
+    EXPECT_EQ(names(root->children()), "child ") << "no answer: the item counts as deleted";
 }
 
 TEST_F(FileNodeProxy, SurvivesATreeThatGoesWhileItAsks) {

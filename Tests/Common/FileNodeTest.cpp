@@ -34,7 +34,7 @@ TEST(FileNode, KnowsItsKindAndItsIcon) {
 
     const FileNodeRef folder = KelvaneFileNode::create("a.txt", true);
     KelvaneFileNode::create("/", true)->addChild(folder);
-    EXPECT_EQ(folder->kind(services), "folder") << "its volume has gone, but it is none itself";
+    EXPECT_EQ(folder->kind(services), "folder") << "its volume was released, but it is not a volume itself";
 
     // A node created by path has no parent.
     for (const auto& [path, kind] : {std::pair("/", "disk"),
@@ -175,7 +175,7 @@ TEST(FileNode, IsRestorableWhenBackedUpOrAnActiveFolder) {
     }
 }
 
-// In the order in which the keys are written.
+// The entries are in the order in which the keys are written.
 const Dictionary everything{
     {"fileName", "a.txt"}, {"displayName", ""},  {"isDirectory", true}, {"backupDate", Date{0}},
     {"version", 2.5},      {"path", "/x/a.txt"}, {"state", "idle"},     {"size", ~0ULL},
@@ -242,7 +242,7 @@ TEST(FileNodeDictionary, RefreshesANodeInItsPlace) {
     const FileNodeRef held = node->children()[0];
     node->initWithDictionary(Dictionary{{"path", "/given"}, {"children", Array{7, named("n", {})}}});
     EXPECT_EQ(held->path(), "/r/b/child");
-    ASSERT_EQ(node->count(), 1U) << "what is no dictionary is no child";
+    ASSERT_EQ(node->count(), 1U) << "an entry that is not a dictionary is ignored";
     EXPECT_EQ(node->children()[0]->path(), "/given/n");
 }
 

@@ -41,7 +41,7 @@ TEST_F(KelvSocket, PausesAfterGarbageAndNotAfterGoodFrames) {
     peer.send(std::string(72, '#') + frame(1, "found again"));
     EXPECT_EQ(data->deliveries.next(), Delivery(1, "found again"));
     EXPECT_GE(Clock::now() - garbage, 200ms);
-    EXPECT_EQ(fate->events.count(), 0U) << "garbage is no failure";
+    EXPECT_EQ(fate->events.count(), 0U) << "garbage is not a failure";
 }
 
 TEST_F(KelvSocket, ReportsAFailedReadUntilItIsClosed) {

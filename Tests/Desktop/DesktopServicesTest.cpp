@@ -23,11 +23,11 @@ TEST(Opener, HandsOverWhatIsToBeOpenedAndReportsWhatFails) {
     DesktopOpener opener(program);
     opener.openURL("http://host/a b?c=d@e", failed);
     EXPECT_TRUE(tests::runUntil([&] { return folder.read("opened") == "1:http://host/a%20b?c=d@e\n"; }));
-    for (const auto& [file, reason] : {std::pair("/tmp/2", "no such file"),
+    for (const auto& [file, reason] : {std::pair("/tmp/2", std::string("no such file")),
                                        {"/tmp/3", "no application is set up to open it"},
-                                       {"/tmp/4", "the opener failed with status 4"},
-                                       {"/tmp/127", "the desktop's opener is not installed"},
-                                       {"/tmp/9 $(x)", "the opener was stopped"}}) {
+                                       {"/tmp/4", program + " failed with status 4"},
+                                       {"/tmp/127", "a program that " + program + " needs is not installed"},
+                                       {"/tmp/9 $(x)", program + " was killed by signal 9"}}) {
         reasons.clear();
         opener.openFile(file, failed);
         ASSERT_TRUE(tests::runUntil([&] { return reasons.size() == 1; }));

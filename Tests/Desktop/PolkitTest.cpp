@@ -12,7 +12,7 @@
 namespace kelvane {
 namespace {
 
-using tests::processPatience;
+using tests::processTimeout;
 using Answer = tests::ScriptedAgent::Answer;
 
 const RightDefinition right{"com.kelvane.test.change", "Change the test", "The test asks <you> & others"};
@@ -36,7 +36,7 @@ public:
     }
     ~Peer() {
         process_.closeWriteChannel();
-        EXPECT_TRUE(process_.state() == QProcess::NotRunning || process_.waitForFinished(processPatience));
+        EXPECT_TRUE(process_.state() == QProcess::NotRunning || process_.waitForFinished(processTimeout));
     }
     Peer(const Peer&) = delete;
     Peer& operator=(const Peer&) = delete;

@@ -14,7 +14,7 @@
 
 namespace kelvane::tests {
 
-inline constexpr int processPatience = 20'000; // milliseconds
+inline constexpr int processTimeout = 20'000; // milliseconds
 
 // A subject or identity of polkit (sa{sv}).
 inline QVariant polkitPair(const QString& kind, const QVariantMap& details) {
@@ -85,7 +85,7 @@ public:
                                       "<allow own=\"*\"/><allow user=\"*\"/></policy></busconfig>");
         start(bus_, "dbus-daemon",
               {"--nofork", "--print-address", "--config-file", QString::fromStdString(folder_ / "bus.conf")});
-        EXPECT_TRUE(bus_.waitForReadyRead(processPatience));
+        EXPECT_TRUE(bus_.waitForReadyRead(processTimeout));
         connection_ = QDBusConnection::connectToBus(address(), "private-polkit");
         startAuthority();
         EXPECT_TRUE(connection_.registerVirtualObject("/agent", &agent));
@@ -117,7 +117,7 @@ public:
     }
     void startAuthority() {
         start(authority_, "/usr/lib/polkit-1/polkitd", {"--no-debug"});
-        const QDeadlineTimer deadline(processPatience);
+        const QDeadlineTimer deadline(processTimeout);
         while (!connection_.interface()->isServiceRegistered("org.freedesktop.PolicyKit1"))
             ASSERT_FALSE(deadline.hasExpired() || authority_.waitForFinished(10)) << "polkitd does not start";
     }
@@ -132,11 +132,11 @@ private:
         environment.insert("DBUS_SYSTEM_BUS_ADDRESS", address());
         process.setProcessEnvironment(environment);
         process.start(program, arguments);
-        EXPECT_TRUE(process.waitForStarted(processPatience)) << process.errorString().toStdString();
+        EXPECT_TRUE(process.waitForStarted(processTimeout)) << process.errorString().toStdString();
     }
     static void stop(QProcess& process) {
         process.terminate();
-        EXPECT_TRUE(process.state() == QProcess::NotRunning || process.waitForFinished(processPatience));
+        EXPECT_TRUE(process.state() == QProcess::NotRunning || process.waitForFinished(processTimeout));
     }
 
     const TemporaryFolder folder_;

@@ -38,7 +38,7 @@ Array arrayOf(const Items&... items) {
     return {Value(items)...};
 }
 
-// Of fewer than 256.
+// Returns the number of objects in the written list.
 std::uint64_t objectCount(const Value& value) {
     const Data bytes = written(value);
     return std::accumulate(bytes.end() - 24, bytes.end() - 16, std::uint64_t{0},

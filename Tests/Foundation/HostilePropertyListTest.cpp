@@ -29,7 +29,7 @@ void expectRefused(const std::string& error, const std::vector<std::string>& obj
 }
 
 TEST(HostilePropertyList, IsRefusedWithoutASoundFrame) {
-    const std::string notOne = "it is cut off or not a binary property list";
+    const std::string notOne = "it is truncated or not a binary property list";
     const Data sound = RawPropertyList().bytes();
     EXPECT_EQ(readBinaryPropertyList(sound).value, Value(true));
     // Header, both widths, the count (which overflows to 0 when multiplied by the width) and the offset of
@@ -53,7 +53,7 @@ TEST(HostilePropertyList, IsRefusedWhenAnObjectIsOutside) {
         {{{"\xA1\x05"}}, {{"\xA1\x01"}}, {{"\xD1\x05\0"s}}, {.top = 1}, {.top = ~0ULL}, {{}, 1}});
     expectRefusedLists("an object is outside the object area",
                        {{.offsets = {7}}, {.offsets = {9}}, {.offsetWidth = 8, .offsets = {~0ULL}}});
-    const std::string reachesOutside = "an object reaches outside the objects";
+    const std::string reachesOutside = "an object extends beyond the object area";
     const std::string count = "\x13" + bigEndian(huge, 8);
     expectRefused(reachesOutside,
                   {"\x10", "\x13.......", "\x14...............", "\x22...", "\x33.......", "\x42x", "\x52x",
@@ -68,7 +68,7 @@ TEST(HostilePropertyList, IsRefusedWhenKeysAreNotDistinctStringsOrAContainerHold
     expectRefusedLists("a key is not a string", {{{"\xD1\0\0"s}}, {{"\x10\x05", "\xD1\0\0"s}, 2, 1, 1}});
     const std::string firstAndSecond = "\xD2\0\x01\x02\x02"s;
     EXPECT_EQ(errorOf({{"Qa", "Qb", "\x09", firstAndSecond}, 2, 1, 3}), "");
-    expectRefusedLists("a dictionary has a key twice",
+    expectRefusedLists("a dictionary has a duplicate key",
                        {{{"Qa", "Qb", "\x09", "\xD2\0\0\x02\x02"s}, 2, 1, 3},
                         {{"Qa", "Qa", "\x09", firstAndSecond}, 2, 1, 3},
                         {{"Qa", "\x61\0a"s, "\x09", firstAndSecond}, 2, 1, 3}});
@@ -132,7 +132,7 @@ TEST(HostilePropertyList, MayExpandOnlySoFar) {
     for (const RawPropertyList& list :
          {doubling(20, "\x09"), doubling(200, "\x09"), doubling(9, longObject(5, million.size(), million)),
           doubling(9, longObject(4, million.size(), million)), rows(0)})
-        EXPECT_EQ(errorOf(list), "it expands to more than can be held");
+        EXPECT_EQ(errorOf(list), "it expands to more than the memory limit");
 }
 
 TEST(HostilePropertyList, CannotMakeManyValuesOfTheSameBytes) {

@@ -9,12 +9,12 @@
 
 namespace kelvane::tests {
 
-inline constexpr auto patience = std::chrono::seconds(10);
+inline constexpr auto waitTimeout = std::chrono::seconds(10);
 
 // For conditions without an event, such as the end of a thread; returns false when the condition does not
 // hold within `limit`.
 template <class Condition>
-[[nodiscard]] bool eventually(Condition condition, std::chrono::milliseconds limit = patience) {
+[[nodiscard]] bool eventually(Condition condition, std::chrono::milliseconds limit = waitTimeout) {
     const auto deadline = std::chrono::steady_clock::now() + limit;
     while (!condition()) {
         if (std::chrono::steady_clock::now() > deadline)
@@ -36,7 +36,7 @@ public:
     // Waits for the first event and removes it; none on a timeout.
     [[nodiscard]] std::optional<Item> next() {
         std::unique_lock guard(mutex_);
-        if (!added_.wait_for(guard, patience, [this] { return !items_.empty(); }))
+        if (!added_.wait_for(guard, waitTimeout, [this] { return !items_.empty(); }))
             return std::nullopt;
         std::optional<Item> item(std::move(items_.front()));
         items_.pop_front();

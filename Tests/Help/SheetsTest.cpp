@@ -91,7 +91,7 @@ TEST_F(HelpTabTest, InvitesToAChatByALinkToItsServer) {
 }
 
 TEST_F(HelpTabTest, CountsCharactersEditByEdit) {
-    // With the expected count afterwards.
+    // Each edit with the character count expected after it.
     const std::tuple<const char*, std::function<void(HelpViewEmailTextView&)>, int> edits[] = {
         {"typing", [](auto& view) { QTest::keyClicks(&view, "abc"); }, 3},
         {"a line break", [](auto& view) { QTest::keyClick(&view, Qt::Key_Return); }, 4},

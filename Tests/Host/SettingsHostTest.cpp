@@ -85,15 +85,16 @@ TEST_F(SettingsHostTest, SaysWhyAPaneCannotBeShownAndShowsTheOthers) {
     const std::pair<std::string, const char*> expected[] = {
         {panes.folder() / "Missing.prefPane", "There is no such folder."},
         {damaged, "It is damaged: cannot read Info.plist: not a property list."},
-        {panes.add("Empty", {}, ""), "It has no code."},
-        {panes.add("Outside", {{"CFBundleExecutable", "../PlugIns/Code"}}), "It has no code."},
-        {panes.add("Text", {}, noCode), "Its code cannot be loaded: "},
-        {panes.add("Library", {}, PLAIN_LIBRARY), "Its code is not a pane."},
+        {panes.add("Empty", {}, ""), "Its bundle contains no plug-in."},
+        {panes.add("Outside", {{"CFBundleExecutable", "../PlugIns/Code"}}),
+         "Its bundle contains no plug-in."},
+        {panes.add("Text", {}, noCode), "Its plug-in cannot be loaded: "},
+        {panes.add("Library", {}, PLAIN_LIBRARY), "Its plug-in is not a pane."},
         {panes.add("Other", {}, OTHER_TEST_PANE), "It was built for another version of this program"},
-        {panes.add("NoView", {{"View", "none"}}), "Its code did not create a pane."},
+        {panes.add("NoView", {{"View", "none"}}), "Its plug-in did not create a pane."},
         {panes.add("Maker", {{"Fault", "made"}}), "It could not start: a fault on purpose."},
-        {panes.add("Waker", {{"Fault", "awake"}}), "It stopped with a fault: a fault on purpose."},
-        {panes.add("Selector", {{"Fault", "selected"}}), "It stopped with a fault: a fault on purpose."},
+        {panes.add("Waker", {{"Fault", "awake"}}), "It failed: a fault on purpose."},
+        {panes.add("Selector", {{"Fault", "selected"}}), "It failed: a fault on purpose."},
     };
     std::vector<std::string> bundles;
     for (const auto& [bundle, text] : expected)

@@ -45,7 +45,8 @@ TEST_F(StatePoll, RunsAfterTheNewsOfTheConnectionAndThenEveryTwoSecondsWhileConn
     EXPECT_EQ(polls(), 5U);
     loop->advance(2s);
     EXPECT_EQ(polls(), 6U);
-    EXPECT_EQ(heard, (Heard{"connected", "state", "lost", "connected"})) << "the same dictionary is no news";
+    EXPECT_EQ(heard, (Heard{"connected", "state", "lost", "connected"}))
+        << "the same dictionary is not announced again";
 }
 
 TEST_F(StatePoll, AnnouncesADictionaryOnlyWhenItIsAnotherOne) {

@@ -95,7 +95,8 @@ TEST_F(BackingUp, KeepsNamesByteForByte) {
 }
 
 TEST_F(BackingUp, SaysOfWhichLinksResticLosesTheTargets) {
-    const std::string unsure = ": its target was perhaps not UTF-8 text, which restic does not keep\n";
+    const std::string unsure =
+        ": the link's target may not have been UTF-8, which restic cannot store; not restored\n";
     fs::create_symlink("\xEF\xBF\xBD", in("kept"));
     fs::create_symlink("\xFF", in("lost"));
     folders.write("home/deleted", "1");
@@ -174,7 +175,7 @@ TEST_F(BackingUp, WhatIsOnADiskThatIsAwayDoesNotCountAsDeleted) {
     EXPECT_FALSE(made[0].isPartial);
     EXPECT_TRUE(made[1].isPartial) << "so that it does not replace the one that holds the disk";
     for (const SnapshotItem& item : repository().list(made[1].id, StopSignal()).items)
-        EXPECT_FALSE(item.path.starts_with(disk)) << "an empty mount point is no folder of the disk";
+        EXPECT_FALSE(item.path.starts_with(disk)) << "an empty mount point is not a folder of the disk";
 }
 
 // The index may be lost, and with it the only record that a folder disappeared while restic was running,
@@ -199,7 +200,7 @@ TEST_F(BackingUp, TheRepositorySaysWhichSnapshotLacksSomething) {
         EXPECT_FALSE(made.tellsOf(in("docs/file"))) << number;
     }
     EXPECT_TRUE(comesTo([&] {
-        return alertOf("files_not_read")["text"].stringValue().ends_with("\nand 2 more, which the log names");
+        return alertOf("files_not_read")["text"].stringValue().ends_with("\nand 2 more (see the log)");
     }));
     pane->call<"excludeFileFromBackup:">(folders.home());
     pane->call<"setPriorityBackup:">("/");

@@ -130,7 +130,7 @@ TEST(FolderScan, FollowsWhatChanges) {
         ASSERT_TRUE(scan.awaits([&] { return std::ranges::count(scan.changedFolders, path) > 0; })) << path;
         scan.changedFolders.clear();
     }
-    // A comparison with another index is no change of the folders.
+    // A comparison with another index does not count as a change of the folders.
     const auto index = std::make_shared<const BackupIndex>();
     scan.scan.setIndex(index);
     EXPECT_TRUE(scan.awaits([&] { return scan.last.index == index && scan.changedFolders.empty(); }));

@@ -123,9 +123,8 @@ TEST_F(Keeping, FollowsTheOrderOfCreationAndNotTheClock) {
                     [&](const std::string& kind) { withdrawn.insert(kind); }});
     EXPECT_TRUE(from.forgetOld(std::chrono::days(30), stop).succeeded());
     EXPECT_EQ(raised, std::vector<std::string>{aheadAlert});
-    EXPECT_TRUE(said.starts_with("By the clock, snapshot " +
-                                 from.index()->inOrderOfCreation()[0].id.substr(0, 8) + ", of " +
-                                 dateText(clock.wall + 86400) + ", lies in the future."))
+    EXPECT_TRUE(said.starts_with("Snapshot " + from.index()->inOrderOfCreation()[0].id.substr(0, 8) +
+                                 " is dated " + dateText(clock.wall + 86400) + ", which is in the future. "))
         << said;
     pass(2);
     EXPECT_TRUE(from.forgetOld(std::chrono::days(30), stop).succeeded());

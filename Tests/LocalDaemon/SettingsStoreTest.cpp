@@ -52,7 +52,7 @@ TEST_F(Store, BringsBackTheLatestOfWhatItSaved) {
     for (int selected = 0; selected < 8000; ++selected)
         repeating.mountPoints['/' + std::to_string(selected)] = '/' + std::string(3000, 'x');
     EXPECT_NE(store.save(repeating, 4), "");
-    EXPECT_TRUE(store.load().settings == large) << "what could not be read again was not written";
+    EXPECT_TRUE(store.load().settings == large) << "what cannot be read back is not written";
 }
 
 TEST_F(Store, SetsAsideWhatIsDamagedAndReadsTheCopy) {

@@ -8,7 +8,7 @@
 
 namespace kelvane::tests {
 
-// With a daemon that has backed up three disks, one of which is not mounted.
+// A Restore tab whose daemon has backed up three disks, one of which is not mounted.
 class RestoreTabTest : public BrowserTabTest {
 protected:
     RestoreTabTest()

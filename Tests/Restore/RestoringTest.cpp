@@ -107,7 +107,7 @@ TEST_F(RestoringTest, KnowsWhichVolumesAreMissing) {
     const std::tuple<Strings, const char*, bool> cases[] = {
         {{"System", "home"}, "/", true},
         {{"USB", "docs"}, "/Volumes/USB", true},
-        {{"USB", "docs"}, "/Volumes/USB/x", false}, // exists but is no volume
+        {{"USB", "docs"}, "/Volumes/USB/x", false}, // exists but is not a volume
         {{"USB", "docs"}, "/Volumes/Nowhere", false},
         {{"USB", "docs"}, nullptr, false},
         {{"Gone", "old"}, "/Volumes/USB", false}};

@@ -85,7 +85,7 @@ TEST_F(HandingOver, WhatIsNotThisUsersOwnFileIsRefused) {
     pane.flags().enableAuthorized = true;
     choose(0);
     answer("OK");
-    EXPECT_TRUE(hasRun()); // the obstacle is gone
+    EXPECT_TRUE(hasRun()); // the obstacle has been removed
     EXPECT_FALSE(pane.flags().enableAuthorized);
 }
 
@@ -150,7 +150,8 @@ TEST_F(HandingOver, ARefusedAuthorizationRunsNothingAndGoesOnAsIfItHad) {
 
 TEST_F(HandingOver, WhateverFailsIsToldWithItsReason) {
     const std::tuple<const char*, const char*, const char*> tools[] = {
-        {"Enable", "echo 'Enable: no daemon serves /x' >&2\nexit 69", "Enable: no daemon serves /x"},
+        {"Enable", "echo 'Enable: no daemon is listening at /x' >&2\nexit 69",
+         "Enable: no daemon is listening at /x"},
         {"Enable", "exit 3", "Enable ended with status 3."},
         {"Disable", "echo one >&2\necho two >&2\nexit 1", "one\ntwo"},
         {"Disable", nullptr, "The program Disable is missing. Re-install Kelvane."},

@@ -82,8 +82,7 @@ TEST_F(Programs, ADaemonThatStartsAndNeverServesIsNotEnabled) {
     const EnvironmentVariable places[] = {{"PATH", (folder / "bin:" + PANE_TOOLS).c_str()},
                                           {"XDG_RUNTIME_DIR", (folder / "run").c_str()}};
     EXPECT_EQ(tools::startLocalDaemon(std::chrono::milliseconds(100)),
-              "no daemon serves " + folder / "run/kelvane/daemon.sock" + " although " + daemon +
-                  " was started");
+              daemon + " was started, but nothing is listening at " + folder / "run/kelvane/daemon.sock");
 }
 
 TEST_F(Programs, ActOnTheDaemonThatIsNamedAndLeaveOthersAlone) {
@@ -101,8 +100,8 @@ TEST_F(Programs, ActOnTheDaemonThatIsNamedAndLeaveOthersAlone) {
     EXPECT_EQ(run("Disable", {"0", uid, "unload"}), "");
     EXPECT_EQ(named.finish().status, 0);
     EXPECT_TRUE(isServing()) << "the one at the usual place was not meant";
-    EXPECT_TRUE(
-        run("Enable", {"0", uid, "load"}).starts_with("Enable: no daemon serves " + daemonPath + ", "));
+    EXPECT_TRUE(run("Enable", {"0", uid, "load"})
+                    .starts_with("Enable: no daemon is listening at " + daemonPath + "; "));
     EXPECT_EQ(status, 69);
     EXPECT_FALSE(std::filesystem::exists(daemonPath));
 

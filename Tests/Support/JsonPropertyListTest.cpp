@@ -67,10 +67,10 @@ TEST(JsonPropertyList, ARefusalSaysWhereAndWhy) {
     const std::pair<std::string, std::string> refusals[] = {
         {"", "it is empty"},
         {"[1,\n 2,]", "line 2, column 4: syntax error"},
-        {"{\"a\":\nnull}", "line 2, column 4: null has no place"},
+        {"{\"a\":\nnull}", "line 2, column 4: null is not supported"},
         {R"({"a":1,"b":2,"a":3})", "line 1, column 16: the key \"a\" occurs twice"},
         {"\"\xff\"", "line 1, column 2: "},
-        {std::string("1\0", 2), "line 1, column 2: a zero byte"},
+        {std::string("1\0", 2), "line 1, column 2: the text contains a NUL byte"},
         {"18446744073709551616", "line 1, column 20: the integer 18446744073709551616"},
         {R"({"$date":"2025-02-30T00:00:00Z"})", "line 1, column 32: \"$date\" does not take"},
         {R"({"$data":"AB=="})", "line 1, column 16: "},

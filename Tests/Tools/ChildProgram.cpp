@@ -16,15 +16,15 @@ FileDescriptor pipeInto(FileDescriptor& reader) {
     return FileDescriptor(ends[1]);
 }
 
-constexpr int patience = 20000; // milliseconds
+constexpr int waitTimeout = 20000; // milliseconds
 
-bool becomesReadable(int descriptor, int milliseconds = patience) {
+bool becomesReadable(int descriptor, int milliseconds = waitTimeout) {
     pollfd waiting{descriptor, POLLIN, 0};
     return descriptor >= 0 && ::poll(&waiting, 1, milliseconds) > 0;
 }
 
 // Returns false at the end of the output and on a timeout.
-bool readSome(const FileDescriptor& reader, std::string& text, int milliseconds = patience) {
+bool readSome(const FileDescriptor& reader, std::string& text, int milliseconds = waitTimeout) {
     std::array<char, 4096> block{};
     const ssize_t count =
         becomesReadable(reader.get(), milliseconds) ? ::read(reader.get(), block.data(), block.size()) : 0;

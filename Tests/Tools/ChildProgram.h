@@ -23,7 +23,7 @@ public:
     // output.
     ChildProgram(const std::vector<std::string>& words, const std::vector<std::string>& environment,
                  std::string_view input = {}, const std::string& output = {});
-    // Kills the program if it still runs.
+    // Kills the program if it is still running.
     ~ChildProgram();
     ChildProgram(const ChildProgram&) = delete;
     ChildProgram& operator=(const ChildProgram&) = delete;

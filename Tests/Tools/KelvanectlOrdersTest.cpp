@@ -246,8 +246,7 @@ TEST_F(KelvanectlOrders, AlertsAreShownWithTheCommandsThatDoSomethingAboutThem) 
     daemon_.answer("performAlertAction:ofAlert:", "");
     EXPECT_EQ(run({"alert", "gone", "keep"}).status, 0);
     EXPECT_EQ(run({"alert", "gone", "forget:it's"}).status, 0);
-    expectFailure(run({"alert", "gone", "forget"}), 2,
-                  "may mean several actions; there is forget:x, forget:it's");
+    expectFailure(run({"alert", "gone", "forget"}), 2, "\"forget\" is ambiguous: forget:x, forget:it's");
     expectFailure(run({"alert", "gone", "mend"}), 2, "has no action \"mend\"");
     expectFailure(run({"alert", "other", "keep"}), 2, "there is no alert \"other\"");
     EXPECT_EQ(orders("perform"),

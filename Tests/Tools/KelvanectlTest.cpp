@@ -156,7 +156,7 @@ TEST_F(Kelvanectl, WrongUsageIsRefusedInALineBeforeAnythingIsSent) {
         {{}, "COMMAND is required"},
         {{"sing"}, "there is no command \"sing\""},
         {{"--timeout", "0", "status"}, "\"0\" is not a number of seconds"},
-        {{"--daemon", std::string(104, 'x'), "status"}, "at most 103 bytes"},
+        {{"--daemon", std::string(104, 'x'), "status"}, "104 bytes, limit 103"},
         {{"call", "setPausedMinutes:"}, "takes 1 argument, not 0"},
         {{"call", "setPausedMinutes:", "-1"},
          "argument 1: \"-1\" is not a whole number from 0 to 4294967295"},

@@ -35,11 +35,10 @@ inline constexpr const char* addedPatternDetails =
     "files that come later are not excluded. A rule that also holds for these is an entry "
     "\"policyExcludeList\"\n"
     "in the configuration of the daemon; see kelvane-local-daemon(1).\n"
-    "\"*\" stands for any run of characters without a \"/\", \"**\" and a star at the end for any run.";
+    "\"*\" matches any characters except \"/\"; \"**\", and any \"*\" at the end, match any characters.";
 inline constexpr const char* removedPatternDetails =
-    "A pattern such as '~/Videos/*.iso' stands for everything excluded that matches it. \"*\" stands for "
-    "any\n"
-    "run of characters without a \"/\", \"**\" and a star at the end for any run.";
+    "A pattern such as '~/Videos/*.iso' stands for everything excluded that matches it.\n"
+    "\"*\" matches any characters except \"/\"; \"**\", and any \"*\" at the end, match any characters.";
 
 // A new command needs one row here and one function in Commands/.
 inline constexpr CommandRow commands[] = {
@@ -56,7 +55,7 @@ inline constexpr CommandRow commands[] = {
      removedPatternDetails},
     {"include", "Change what manual mode backs up", nullptr},
     {"include add", "Back up files and folders in manual mode", declareIncludeAdd},
-    {"include remove", "Stop backing them up in manual mode", declareIncludeRemove},
+    {"include remove", "Stop backing up files and folders in manual mode", declareIncludeRemove},
     {"mode", "Enable, pause, freeze or disable backup", nullptr},
     {"mode enabled", "Back up; ends a pause and recover mode", declareModeEnabled},
     {"mode paused", "Pause backup for a time", declareModePaused,
@@ -68,7 +67,7 @@ inline constexpr CommandRow commands[] = {
     {"restore", "Restore files and folders from the backup", declareRestore},
     {"verify", "Read and check everything in the backup", declareVerify},
     {"match", "Test which texts a pattern matches", declareMatch},
-    {"call", "Call a method of the daemon; prints its result as JSON", declareCall,
+    {"call", "Call a method of the daemon and print its result as JSON", declareCall,
      "Everything after SELECTOR is an argument of the method, even if it looks like an option."},
     {"decode", "Convert a binary property list to JSON", declareDecode},
     {"encode", "Convert JSON to a binary property list", declareEncode},

@@ -29,7 +29,7 @@ public:
         std::uint32_t status = 0;
         std::vector<std::string> failures; // One line per file, without control characters.
 
-        // Of very many failures, the last line gives the number of the rest.
+        // Limits the number of lines; then the last one gives the number of the other failures.
         [[nodiscard]] static Ended with(const std::vector<RestoreFailure>& failures);
         [[nodiscard]] std::size_t bytes() const; // The size of the failures.
     };

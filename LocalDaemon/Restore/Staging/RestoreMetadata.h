@@ -11,8 +11,9 @@ namespace kelvane {
 struct SavedAccess {
     uid_t user = 0;
     gid_t group = 0;
-    mode_t mode = 0;             // If there is an ACL, the group bits are its mask.
-    mode_t aclOfGroup = S_IRWXO; // The rights of the owning group in the ACL, as bits of others.
+    mode_t mode = 0; // If there is an ACL, the group bits are its mask.
+    // The ACL's permissions for the owning group (ACL_GROUP_OBJ), as bits of others.
+    mode_t aclOfGroup = S_IRWXO;
 };
 
 // Adds the ACL of the file at the path, if it has one.

@@ -266,7 +266,7 @@ StagingPlace stagingPlaceFor(const std::string& target, bool isFolder) {
         return {StagingPlace::Kind::Nowhere, {}, "nothing can be written in " + around};
     return {StagingPlace::Kind::Nowhere,
             {},
-            errno == ENOTDIR ? around + " is no folder, or is reached through a link"
+            errno == ENOTDIR ? around + " is not a folder, or is reached through a link"
                              : around + ": " + errorText()};
 }
 
@@ -342,7 +342,7 @@ bool removeStaging(const std::string& path, const StopSignal* stop) {
     if (!folder && errno == ENOENT)
         return true;
     if (!isOurStaging(folder, name)) {
-        logNotice("Not removed: %@ is no staging folder of this user.", path);
+        logNotice("Not removed: %@ is not a staging folder of this user.", path);
         return true;
     }
     // A failure shows when the folder is emptied.

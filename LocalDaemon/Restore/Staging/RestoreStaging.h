@@ -31,7 +31,7 @@ inline constexpr std::string_view stagingPrefix = ".kelvane-restore-";
 // Returns, as resolved targets, the paths that lead to a file: its own, those of its parent folders, and
 // those of the targets of symbolic links among them.
 [[nodiscard]] std::set<std::string> pathsTo(const std::string& file);
-// Returns empty when it is no symbolic link or cannot be read.
+// Returns empty when it is not a symbolic link or cannot be read.
 [[nodiscard]] std::string linkTarget(int folder, const std::string& name);
 
 struct StagingPlace {

@@ -36,15 +36,15 @@ struct Configuration {
 struct ConfigurationDefaults {
     std::string home;
     RepositoryPlace repository;
-    // In addition to the repository, which is always one of them.
+    // The files and folders of the daemon itself, in addition to the repository, which is always one of them.
     std::set<std::string, std::less<>> ownFiles = {};
     std::uint32_t computerNumber = 1;
 };
 [[nodiscard]] ConfigurationDefaults usualDefaults();
 
-// Reads a property list, binary or XML. A missing file is no error. A file that cannot be read and an invalid
-// entry are logged, and the defaults apply; but if the file or the entry `repository` is unusable, the
-// repository has no location. Entries of `overrides` precede those of the file.
+// Reads a property list, binary or XML. A missing file is not an error. A file that cannot be read and an
+// invalid entry are logged, and the defaults apply; but if the file or the entry `repository` is unusable,
+// the repository has no location. Entries of `overrides` precede those of the file.
 //
 //   homeFolder, volumes              absolute paths; links are resolved where the folders exist
 //   repository                       an absolute path or another location that restic supports, such as

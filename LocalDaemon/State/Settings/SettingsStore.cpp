@@ -32,7 +32,7 @@ SettingsStore::Loading SettingsStore::load() {
     const CheckedReading copy = readStoredFile(copyPath_);
     if (file.state == State::Missing && copy.state == State::Missing)
         return {};
-    const std::string reason = file.state == State::Missing ? "the file is gone" : file.reason;
+    const std::string reason = file.state == State::Missing ? "the file is missing" : file.reason;
     if (copy.state == State::Whole) {
         if (file.state == State::Damaged)
             static_cast<void>(setAside(path_, reason));
@@ -45,8 +45,8 @@ SettingsStore::Loading SettingsStore::load() {
     }
     if (file.state == State::Unreadable || copy.state == State::Unreadable)
         return {{},
-                "the settings cannot be read, and without them what you have excluded would be backed up: " +
-                    (file.state == State::Unreadable ? file.reason : copy.reason),
+                "cannot read the settings: " + (file.state == State::Unreadable ? file.reason : copy.reason) +
+                    ". The daemon does not start, because it would back up what you have excluded",
                 {}};
     return inRecoverMode(reason);
 }

@@ -49,7 +49,7 @@ public:
 };
 
 // The lock of settings that only an administrator may change. Locked until an authority grants the right, and
-// again when the authority is gone.
+// again when the authority is no longer available.
 //
 // Main thread only. Nothing blocks; every answer comes from the event loop, never inside the call, and within
 // `authorityTimeout`, or `userAnswerTimeout` where a person answers. A completion is called exactly once, or

@@ -119,10 +119,10 @@ TEST(RestoreArrival, SeesThatSomethingComesIntoAFileThatHasItsSizeAlready) {
                         .index = index,
                         .onArrival = [&told](const Arrival& arrival) { told.push_back(arrival.files); },
                         .stallTimeout = std::chrono::milliseconds(0)});
-    EXPECT_TRUE(watch.look());
+    EXPECT_TRUE(watch.poll());
     bool goesOn = true;
     while (goesOn && std::chrono::steady_clock::now() < deadline)
-        goesOn = watch.look(); // which does nothing for a while after each call
+        goesOn = watch.poll(); // which does nothing for a while after each call
     EXPECT_FALSE(goesOn);
     EXPECT_EQ(told, std::vector<std::uint64_t>{1}) << "nothing more has come";
 }

@@ -59,7 +59,7 @@ TEST_F(RestoreQueueTest, WhatFailsIsNamedAndStopsNothingElse) {
     EXPECT_FALSE(hasStaging(folder_ / "out"));
     const std::uint32_t below = restore(home("z"), folder_ / "out/b/below");
     EXPECT_EQ(queue_->failures(below),
-              home("z") + ": " + (folder_ / "out/b") + " is no folder, or is reached through a link\n");
+              home("z") + ": " + (folder_ / "out/b") + " is not a folder, or is reached through a link\n");
     const std::size_t before = ends_.size();
     const std::uint32_t old = queue_->add({0, 7, 50, home("z"), folder_ / "old"});
     EXPECT_TRUE(waitFor([&] { return ends_.size() > before; }));
@@ -224,7 +224,7 @@ TEST_F(RestoreQueueTest, JobsShareACallUnlessOneHoldsWhatAnotherDoes) {
                                   add(home("a"), folder_ / "out/again")};
     isCurrent = true;
     queue_->wake();
-    // Arrived files are reported while restic still runs.
+    // Arrived files are reported while restic is still running.
     ASSERT_TRUE(waitFor([&] { return !reports_.empty() && !reports_.back().file.empty(); }));
     EXPECT_EQ(queue_->status(jobs[0]), restorestatus::running);
     EXPECT_EQ(queue_->status(jobs[1]), restorestatus::running);

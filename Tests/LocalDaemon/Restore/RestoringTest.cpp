@@ -279,7 +279,8 @@ TEST_F(RestoringTest, WhereTheDiskKeepsNoAclsWhatHadOneIsForItsOwnerAlone) {
                 options.freeSpace = [=](auto&) { return room; };
             };
             start();
-            const std::string why = ": only its owner has access: the file system does not keep its ACL\n";
+            const std::string why =
+                ": restored with access for its owner only: the target file system does not support ACLs\n";
             EXPECT_EQ(queue_->failures(restore(folder_.home(), folder_ / "out/h")),
                       home("d/f") + why + home("e") + why);
             EXPECT_EQ(modeOf(folder_ / "out/h/d/f") & 077U, 0U);
@@ -290,7 +291,8 @@ TEST_F(RestoringTest, WhereTheDiskKeepsNoAclsWhatHadOneIsForItsOwnerAlone) {
             start(script("[ \"$1\" = cat ] && exit 1\nexec restic \"$@\""));
             const std::string target = folder_ / "out/d" + std::to_string(room);
             const std::string failures = queue_->failures(restore(home("d"), target));
-            const std::string unknown = "only its owner has access: cannot determine whether it had an ACL: ";
+            const std::string unknown =
+                "restored with access for its owner only: cannot determine whether it had an ACL: ";
             EXPECT_NE(failures.find(home("d/plain") + (room > 4096 ? ": " + unknown : ": restic failed")),
                       std::string::npos)
                 << failures;

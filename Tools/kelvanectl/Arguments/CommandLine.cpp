@@ -23,8 +23,8 @@ constexpr const char* summary = "Shows the state of the backup daemon, and contr
 constexpr const char* footer =
     "\"kelvanectl COMMAND --help\" describes one command; the man page kelvanectl(1) all of them.\n\n"
     "Exit status: 0; 1 when the daemon cannot be reached or is lost, or a path to restore is not in the\n"
-    "backup; 2 for wrong usage or input, or a path that the daemon does not know; 3 when not everything was\n"
-    "backed up, restored or checked.";
+    "backup; 2 for a usage error or invalid input, or a path that the daemon does not know; 3 when not\n"
+    "everything was backed up, restored or checked.";
 
 std::chrono::milliseconds timeoutFromText(const std::string& text) {
     double seconds = 0;
@@ -166,11 +166,13 @@ std::string CommandLine::daemonPath() const {
     if (settings_.daemonPath && path.empty())
         throw CLI::ValidationError("--daemon", "the path is empty");
     if (path.empty())
-        throw CLI::ValidationError(
-            "--daemon", "there is no private folder for the daemon's socket; specify the path of a socket");
+        throw CLI::ValidationError("--daemon",
+                                   "no folder for the daemon's socket: $XDG_RUNTIME_DIR is not usable and "
+                                   "/tmp/kelvane-UID is not private; specify the path of a socket");
     if (path.size() > longestSocketPath)
         throw CLI::ValidationError(isFromEnvironment ? "KELVANE_DAEMON" : "--daemon",
-                                   "the path of a socket has at most 103 bytes");
+                                   "socket path too long: " + std::to_string(path.size()) + " bytes, limit " +
+                                       std::to_string(longestSocketPath));
     return path;
 }
 

@@ -30,10 +30,10 @@ Choice choiceOf(const StandingAlert& alert, const std::string& words) {
     std::string offered;
     for (const std::string& action : meant.empty() ? alert.actions : meant)
         offered += (offered.empty() ? "" : ", ") + action;
-    const std::string refusal = meant.empty()
-                                    ? "the alert \"" + alert.id + "\" has no action \"" + words + '"'
-                                    : '"' + words + "\" may mean several actions";
-    return {"", refusal + (offered.empty() ? "" : "; there is " + offered)};
+    if (!meant.empty())
+        return {"", '"' + words + "\" is ambiguous: " + offered};
+    return {"", "the alert \"" + alert.id + "\" has no action \"" + words + '"' +
+                    (offered.empty() ? "" : "; choose one of " + offered)};
 }
 
 std::string act(BackupState& state, const std::string& id, const std::string& words) {

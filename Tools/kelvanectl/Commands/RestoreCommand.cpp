@@ -85,10 +85,10 @@ ExitStatus resolve(const CommandLine& line, std::vector<std::string>& texts, con
             const bool isPrinted = printed && isInBackup(session, *printed);
             const bool isTyped = printed && isInBackup(session, typed);
             if (isPrinted && isTyped)
-                doubtful = texts[at] + " may mean either of two files: write " + realPath(typed) +
+                doubtful = texts[at] + " is ambiguous: write " + realPath(typed) +
                            " for the file with exactly this name, or " +
                            quotedBytes(pathFromText(realPath(*printed))) +
-                           " for the file whose name is printed like this";
+                           " for the file whose name is displayed as " + texts[at];
             texts[at] = isPrinted             ? *printed
                         : printed && !isTyped ? volumePathFromText(texts[at], volumes)
                                               : typed;

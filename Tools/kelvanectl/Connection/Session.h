@@ -33,7 +33,7 @@ public:
 
     // Blocks until connected or timed out.
     [[nodiscard]] bool connect();
-    // A call that is cut off by a lost connection or a timeout returns 0 or nothing, which are also
+    // A call that is interrupted by a lost connection or a timeout returns 0 or nothing, which are also
     // valid results. Returns true when the results so far came from the daemon: it still answers, and
     // has received every call before.
     [[nodiscard]] bool confirm();

@@ -35,7 +35,7 @@ bool writeAll(int descriptor, const void* bytes, std::size_t count) {
 }
 
 ExitStatus finished(bool written) {
-    if (written || errno == EPIPE) // A reader that has closed the pipe is no error.
+    if (written || errno == EPIPE) // A reader that has closed the pipe is not an error.
         return ExitStatus::Success;
     return complain(ExitStatus::Usage, std::string("cannot write to standard output: ") + errorText());
 }
