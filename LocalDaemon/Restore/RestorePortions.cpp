@@ -10,7 +10,7 @@
 namespace kelvane {
 namespace {
 
-constexpr std::uint64_t portionsInRoom = 8;
+constexpr std::uint64_t portionsInFreeSpace = 8;
 
 // The index has no inode numbers. Names of one inode are equal in all of this; some small files are
 // equal as well and are needlessly kept together.
@@ -90,8 +90,8 @@ private:
 
 } // namespace
 
-RestorePortions divided(const BackupIndex& index, const RestorePieces& pieces, std::uint64_t room) {
-    Division division(index, room / portionsInRoom);
+RestorePortions divided(const BackupIndex& index, const RestorePieces& pieces, std::uint64_t freeSpace) {
+    Division division(index, freeSpace / portionsInFreeSpace);
     for (const RestorePiece& piece : pieces)
         division.add(piece);
     return division.take();

@@ -17,9 +17,9 @@ struct RestorePortions {
     std::vector<RestorePortion> portions;
     RestorePieces folders; // The divided folders; each comes before its contents.
 };
-// Divides the pieces, in the order of the backup, into portions of at most an eighth of `room` (bytes),
+// Divides the pieces, in the order of the backup, into portions of at most an eighth of `freeSpace` (bytes),
 // unless a single file is larger. Files that may be names of one inode are in one portion.
 [[nodiscard]] RestorePortions divided(const BackupIndex& index, const RestorePieces& pieces,
-                                      std::uint64_t room);
+                                      std::uint64_t freeSpace);
 
 } // namespace kelvane

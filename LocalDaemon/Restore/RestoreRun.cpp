@@ -29,7 +29,7 @@ void setTime(const std::string& folder, FileTime modified) {
 }
 
 // Each file takes some space in addition to its contents.
-std::uint64_t roomFor(const FileTotals& totals) {
+std::uint64_t spaceFor(const FileTotals& totals) {
     return totals.bytes + totals.count * blockSize;
 }
 
@@ -102,8 +102,8 @@ void RestoreRun::narrow(const RestorePiece& folder) {
              {folder.target + " is accessible to users who must not see the restored files: " + reason});
 }
 
-RestorePortions RestoreRun::divide(const RestorePieces& pieces, std::uint64_t room) {
-    RestorePortions parts = divided(*tools_.index, pieces, room);
+RestorePortions RestoreRun::divide(const RestorePieces& pieces, std::uint64_t freeSpace) {
+    RestorePortions parts = divided(*tools_.index, pieces, freeSpace);
     for (const RestorePiece& folder : parts.folders)
         narrow(folder);
     return parts;
@@ -112,12 +112,12 @@ RestorePortions RestoreRun::divide(const RestorePieces& pieces, std::uint64_t ro
 void RestoreRun::runGroup(const std::string& folder, const RestorePieces& pieces) {
     std::uint64_t wanted = 0;
     for (const RestorePiece& piece : pieces)
-        wanted += roomFor(lastTotals(*tools_.index, *piece.item));
-    const std::uint64_t room = tools_.freeSpace(folder);
-    if (wanted <= room)
+        wanted += spaceFor(lastTotals(*tools_.index, *piece.item));
+    const std::uint64_t freeSpace = tools_.freeSpace(folder);
+    if (wanted <= freeSpace)
         fetchAndDeliver(folder, pieces);
     else
-        runPortions(folder, divide(pieces, room));
+        runPortions(folder, divide(pieces, freeSpace));
     if (tools_.stop.isSet())
         return;
     for (const RestorePiece& piece : pieces)
@@ -141,7 +141,7 @@ void RestoreRun::runPortions(const std::string& folder, RestorePortions parts) {
     RestorePieces large;
     for (RestorePortion& portion : waiting)
         std::ranges::move(portion.pieces, std::back_inserter(large));
-    std::ranges::move(runWithoutRoom(folder, large), std::back_inserter(parts.folders));
+    std::ranges::move(runWithoutSpace(folder, large), std::back_inserter(parts.folders));
     std::ranges::reverse(parts.folders); // Inner ones first: delivering into a folder changes its times.
     noteFailures(parts.folders);
     if (!parts.folders.empty() && !tools_.stop.isSet())
@@ -161,7 +161,7 @@ void RestoreRun::noteFailures(RestorePieces& folders) const {
 
 // Restores the files in portions that fit into the free space, hard links of one inode together, and last the
 // files that do not fit at all.
-RestorePieces RestoreRun::runWithoutRoom(const std::string& folder, const RestorePieces& pieces) {
+RestorePieces RestoreRun::runWithoutSpace(const std::string& folder, const RestorePieces& pieces) {
     RestorePortions parts = divide(pieces, 0);
     RestorePieces fitting;
     RestorePieces large;
@@ -172,7 +172,7 @@ RestorePieces RestoreRun::runWithoutRoom(const std::string& folder, const Restor
         wanted = 0;
     };
     for (const RestorePortion& part : parts.portions) {
-        const std::uint64_t more = roomFor({part.pieces.size(), part.bytes});
+        const std::uint64_t more = spaceFor({part.pieces.size(), part.bytes});
         if (wanted + more > tools_.freeSpace(folder) / 2)
             bring();
         const bool isFitting = more <= tools_.freeSpace(folder);
@@ -224,7 +224,7 @@ void RestoreRun::streamAndDeliver(const std::string& folder, const RestorePieces
     std::map<std::uint32_t, std::set<std::string>> around;
     for (const RestorePiece& piece : pieces)
         if (piece.item->kind != ItemKind::File) {
-            failWithoutRoom(piece, folder);
+            failWithoutSpace(piece, folder);
         } else {
             files.push_back(piece);
             around[piece.item->snapshot].emplace(folderOf(tools_.index->pathOf(*piece.item)));
@@ -244,7 +244,7 @@ void RestoreRun::streamAndDeliver(const std::string& folder, const RestorePieces
             if (tools_.stop.isSet())
                 break;
             else if (tools_.freeSpace(folder) < blockSize)
-                failWithoutRoom(file, folder);
+                failWithoutSpace(file, folder);
             else
                 streamAndDeliver(stream, staging, file);
         tools_.onWait({});
@@ -296,10 +296,10 @@ void RestoreRun::fail(const RestorePieces& pieces, const RestoreTrouble& trouble
             {tools_.index->pathOf(*piece.item), trouble.reason, trouble.isSnapshotGone});
 }
 
-void RestoreRun::failWithoutRoom(const RestorePiece& piece, const std::string& folder) {
+void RestoreRun::failWithoutSpace(const RestorePiece& piece, const std::string& folder) {
     fail({piece},
          {formatText("not enough space: %llu bytes needed, %llu free in %@",
-                     roomFor(lastTotals(*tools_.index, *piece.item)), tools_.freeSpace(folder), folder)});
+                     spaceFor(lastTotals(*tools_.index, *piece.item)), tools_.freeSpace(folder), folder)});
 }
 
 void RestoreRun::countArrival(const Arrival& arrival) const {

@@ -50,14 +50,14 @@ private:
     // Restricts access to an existing target folder that is not the original location, before anything is
     // delivered to it.
     void narrow(const RestorePiece& folder);
-    // Divides the pieces into portions for `room` free bytes. The divided folders are delivered last, so
+    // Divides the pieces into portions for `freeSpace` free bytes. The divided folders are delivered last, so
     // access to them is restricted here.
-    [[nodiscard]] RestorePortions divide(const RestorePieces& pieces, std::uint64_t room);
+    [[nodiscard]] RestorePortions divide(const RestorePieces& pieces, std::uint64_t freeSpace);
     void runGroup(const std::string& folder, const RestorePieces& pieces);
     void runPortions(const std::string& folder, RestorePortions parts);
     void noteFailures(RestorePieces& folders) const;
     // Returns the divided folders, which must be delivered after their contents.
-    [[nodiscard]] RestorePieces runWithoutRoom(const std::string& folder, const RestorePieces& pieces);
+    [[nodiscard]] RestorePieces runWithoutSpace(const std::string& folder, const RestorePieces& pieces);
     void fetchAndDeliver(const std::string& folder, const RestorePieces& pieces);
     // Files larger than the free space may be sparse: they are restored without writing their holes.
     void streamAndDeliver(const std::string& folder, const RestorePieces& pieces);
@@ -67,7 +67,7 @@ private:
     void deliver(const StagingFolder& staging, const FileErrors& errors, const RestorePieces& pieces);
     void finishMadeFolders();
     void fail(const RestorePieces& pieces, const RestoreTrouble& trouble);
-    void failWithoutRoom(const RestorePiece& piece, const std::string& folder);
+    void failWithoutSpace(const RestorePiece& piece, const std::string& folder);
     void countArrival(const Arrival& arrival) const;
 
     const Tools tools_;

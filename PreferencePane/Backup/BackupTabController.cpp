@@ -196,7 +196,7 @@ void KelvaneBackupTabController::daemonStateChangedNotification() {
     const auto state = prefs_.backupState();
     if (!state)
         return tableViewSelectionDidChange();
-    if (isAtWork(state->serviceState()))
+    if (volumesMayHaveChanged(state->serviceState()))
         manual_->manualBrowser->reloadColumn(0);
     if (state->backupState() >= backupstate::rulesAreLoaded && policyExcludeList_.empty())
         readPolicyExcludeList();

@@ -15,7 +15,7 @@ struct VolumeRow {
 [[nodiscard]] VolumeRow volumeRowFor(const std::string& fileName, const Volumes& volumes);
 
 // States in which the daemon works on files, so volumes may have appeared or disappeared.
-[[nodiscard]] constexpr bool isAtWork(ServiceState serviceState) {
+[[nodiscard]] constexpr bool volumesMayHaveChanged(ServiceState serviceState) {
     constexpr ServiceState first{1}; // unnamed states between the named ones count as well
     constexpr ServiceState last{9};
     return (serviceState >= first && serviceState <= last) || serviceState == ServiceState::RecoverMode;

@@ -141,7 +141,7 @@ void KelvaneRestoreTabController::readyChangedNotification() {
 
 void KelvaneRestoreTabController::daemonStateChangedNotification() {
     const auto state = prefs_.backupState();
-    if (state && state->connected() && isAtWork(state->serviceState()) && rootColumnCount_ == 0)
+    if (state && state->connected() && volumesMayHaveChanged(state->serviceState()) && rootColumnCount_ == 0)
         ui_->restoreBrowser->reloadColumn(0);
 }
 

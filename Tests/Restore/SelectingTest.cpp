@@ -75,10 +75,10 @@ TEST_F(SelectingTest, ShowsWhatIsInTheBackup) {
 TEST_F(SelectingTest, LooksForVolumesOnlyWhileThereAreNone) {
     daemon.changeWorld([](DaemonWorld& world) { world.volumes.clear(); });
     connect();
-    for (const auto& [state, isAtWork] : {std::pair(10U, false), {24U, false}, {1U, true}, {9U, true}}) {
+    for (const auto& [state, isReloaded] : {std::pair(10U, false), {24U, false}, {1U, true}, {9U, true}}) {
         daemon.forgetCalls();
         setState("serviceState", state);
-        EXPECT_EQ(daemon.callCount("childrenDictionariesForPath:"), isAtWork ? 1 : 0) << state;
+        EXPECT_EQ(daemon.callCount("childrenDictionariesForPath:"), isReloaded ? 1 : 0) << state;
     }
     daemon.changeWorld([&](DaemonWorld& world) { world.volumes = {"/Volumes/USB"}; });
     setState("serviceState", 25U);

@@ -38,9 +38,9 @@ TEST_F(RestoringDamagedTest, WhatADamagedPackHeldIsNamedAndReplacesNothing) {
     for (const char* name : {"odd \xff/large", "other name"})
         EXPECT_EQ(folder_.read(std::string("home/") + name), "old");
     queue_.reset();
-    for (const std::uint64_t room : {std::uint64_t{1} << 30U, std::uint64_t{40'000}}) { // then in portions
-        adjust_ = [=](RestoreQueue::Options& options) { options.freeSpace = [=](auto&) { return room; }; };
-        const std::string beside = "beside " + std::to_string(room);
+    for (const std::uint64_t space : {std::uint64_t{1} << 30U, std::uint64_t{40'000}}) { // then in portions
+        adjust_ = [=](RestoreQueue::Options& options) { options.freeSpace = [=](auto&) { return space; }; };
+        const std::string beside = "beside " + std::to_string(space);
         folder_.write(beside + "/odd \xff/large", "somebody's own");
         fs::permissions(folder_ / (beside + "/odd \xff"), fs::perms::owner_all);
         start();

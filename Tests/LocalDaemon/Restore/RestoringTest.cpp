@@ -169,7 +169,7 @@ TEST_F(RestoringTest, WithoutItsOwnerAFileHasNoRightsOfItsOwnersAndGroup) {
 }
 
 TEST_F(RestoringTest, WhatDoesNotFitComesInPortionsAndALargeFileWithItsHoles) {
-    constexpr std::uint64_t room = 40'000;
+    constexpr std::uint64_t space = 40'000;
     for (const char* name : {"a/1", "a/2", "a/b/3", "4"})
         folder_.write(std::string("home/") + name, noise(9'000));
     folder_.write("home/a/two\nlines", std::string(3'000'000, '\0') + "end");
@@ -182,7 +182,7 @@ TEST_F(RestoringTest, WhatDoesNotFitComesInPortionsAndALargeFileWithItsHoles) {
         setTime(home(name));
     folder_.backUp();
     adjust_ = [](RestoreQueue::Options& options) {
-        options.freeSpace = [](const std::string&) { return room; };
+        options.freeSpace = [](const std::string&) { return space; };
     };
     start();
     EXPECT_EQ(queue_->failures(restore(folder_.home(), folder_ / "out")), "");
@@ -274,9 +274,9 @@ TEST_F(RestoringTest, WhereTheDiskKeepsNoAclsWhatHadOneIsForItsOwnerAlone) {
     folder_.backUp();
     fs::create_directory(folder_ / "out");
     onDisk("ramfs", folder_ / "out", "", [&] {
-        for (const std::uint64_t room : {std::uint64_t{1} << 30U, std::uint64_t{4096}}) { // then streamed
+        for (const std::uint64_t space : {std::uint64_t{1} << 30U, std::uint64_t{4096}}) { // then streamed
             adjust_ = [&](RestoreQueue::Options& options) {
-                options.freeSpace = [=](auto&) { return room; };
+                options.freeSpace = [=](auto&) { return space; };
             };
             start();
             const std::string why =
@@ -289,14 +289,14 @@ TEST_F(RestoringTest, WhereTheDiskKeepsNoAclsWhatHadOneIsForItsOwnerAlone) {
             EXPECT_EQ(folder_.read("out/h/d/f"), folder_.read("home/d/f"));
             queue_.reset();
             start(script("[ \"$1\" = cat ] && exit 1\nexec restic \"$@\""));
-            const std::string target = folder_ / "out/d" + std::to_string(room);
+            const std::string target = folder_ / "out/d" + std::to_string(space);
             const std::string failures = queue_->failures(restore(home("d"), target));
             const std::string unknown =
                 "restored with access for its owner only: cannot determine whether it had an ACL: ";
-            EXPECT_NE(failures.find(home("d/plain") + (room > 4096 ? ": " + unknown : ": restic failed")),
+            EXPECT_NE(failures.find(home("d/plain") + (space > 4096 ? ": " + unknown : ": restic failed")),
                       std::string::npos)
                 << failures;
-            EXPECT_EQ(modeOf(target + "/plain"), room > 4096 ? 0600U : 0U);
+            EXPECT_EQ(modeOf(target + "/plain"), space > 4096 ? 0600U : 0U);
             queue_.reset();
         }
     });

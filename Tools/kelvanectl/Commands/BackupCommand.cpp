@@ -12,7 +12,7 @@
 namespace kelvane::ctl {
 namespace {
 
-struct Look {
+struct BackupStatus {
     ServiceState serviceState{};
     std::string name;
     bool isBackupNeeded = false;
@@ -20,67 +20,66 @@ struct Look {
     std::uint64_t damagedFiles = 0;
     bool isDamaged = false; // Damage is known, perhaps of earlier versions only; backups go on.
 
-    [[nodiscard]] bool isAtWork() const {
+    [[nodiscard]] bool isBackupActive() const {
         return isWorking(serviceState) || (serviceState == ServiceState::OperationsMessage && isDamaged);
     }
 };
 
-Look lookAt(Session& session) {
-    Look look;
-    session.state().updateDaemonState();
-    look.serviceState = session.state().serviceState();
-    look.name = stringForKelvaneServiceState(look.serviceState, session.bundle());
-    look.isBackupNeeded = session.state().isBackupNeeded();
-    look.hasUnreadFiles = session.state().hasUnreadFiles();
-    look.damagedFiles = session.state().damagedFileCount();
-    look.isDamaged = session.state().isBackupDamaged();
-    return look;
+BackupStatus readStatus(Session& session) {
+    BackupState& state = session.state();
+    state.updateDaemonState();
+    return {.serviceState = state.serviceState(),
+            .name = stringForKelvaneServiceState(state.serviceState(), session.bundle()),
+            .isBackupNeeded = state.isBackupNeeded(),
+            .hasUnreadFiles = state.hasUnreadFiles(),
+            .damagedFiles = state.damagedFileCount(),
+            .isDamaged = state.isBackupDamaged()};
 }
 
-ExitStatus refuse(const Look& look) {
+ExitStatus refuse(const BackupStatus& backup) {
     return complain(ExitStatus::Incomplete,
                     "nothing is backed up now: " +
-                        (look.name.empty()
-                             ? "state " + std::to_string(static_cast<std::uint32_t>(look.serviceState))
-                             : look.name));
+                        (backup.name.empty()
+                             ? "state " + std::to_string(static_cast<std::uint32_t>(backup.serviceState))
+                             : backup.name));
 }
 
 // Ends a pause and requests a backup of everything. When the backup is disabled it stays disabled.
-ExitStatus order(const CommandLine& line, AnswerTimeout answerTimeout, Look& look) {
+ExitStatus order(const CommandLine& line, AnswerTimeout answerTimeout, BackupStatus& backup) {
     const std::string root = Volumes::current().volumePath("/");
     const auto ask = [&](Session& session) {
         session.state().setPausedMinutes(0);
         session.state().setPriorityBackup(root);
-        look = lookAt(session);
+        backup = readStatus(session);
     };
     return askDaemon(line, ask, answerTimeout);
 }
 
-ExitStatus waitForEnd(const CommandLine& line, Look& look) {
+ExitStatus waitForEnd(const CommandLine& line, BackupStatus& backup) {
     return askUntil(line, [&](Session& session) {
-        look = lookAt(session);
-        return !look.isAtWork() || !look.isBackupNeeded;
+        backup = readStatus(session);
+        return !backup.isBackupActive() || !backup.isBackupNeeded;
     });
 }
 
 ExitStatus backUpNow(const CommandLine& line, bool waits) {
-    Look look;
-    ExitStatus status = order(line, waits ? AnswerTimeout::Long : AnswerTimeout::Usual, look);
+    BackupStatus backup;
+    ExitStatus status = order(line, waits ? AnswerTimeout::Long : AnswerTimeout::Usual, backup);
     if (status == ExitStatus::Success && waits)
-        status = waitForEnd(line, look);
-    if (status == ExitStatus::Success && !look.isAtWork())
-        status = refuse(look);
-    else if (status == ExitStatus::Success && waits && look.damagedFiles > 0)
-        status = complain(ExitStatus::Incomplete, std::to_string(look.damagedFiles) +
+        status = waitForEnd(line, backup);
+    if (status == ExitStatus::Success && !backup.isBackupActive())
+        status = refuse(backup);
+    else if (status == ExitStatus::Success && waits && backup.damagedFiles > 0)
+        status = complain(ExitStatus::Incomplete, std::to_string(backup.damagedFiles) +
                                                       " files in the backup are damaged; see \"kelvanectl "
                                                       "status\"");
-    else if (status == ExitStatus::Success && waits && look.hasUnreadFiles)
+    else if (status == ExitStatus::Success && waits && backup.hasUnreadFiles)
         status = complain(ExitStatus::Incomplete, "some files could not be read; see \"kelvanectl status\"");
     if (status != ExitStatus::Success || !line.settings().json)
         return status;
-    return finishWith(jsonText(
-        nlohmann::ordered_json{{"serviceState", look.serviceState}, {"isBackupNeeded", look.isBackupNeeded}},
-        true));
+    return finishWith(jsonText(nlohmann::ordered_json{{"serviceState", backup.serviceState},
+                                                      {"isBackupNeeded", backup.isBackupNeeded}},
+                               true));
 }
 
 } // namespace

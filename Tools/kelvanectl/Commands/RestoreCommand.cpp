@@ -145,7 +145,7 @@ void order(Session& session, std::vector<Job>& jobs) {
         }
 }
 
-void lookAt(Session& session, Job& job) {
+void updateStatus(Session& session, Job& job) {
     const auto daemon = session.state().proxy();
     if (!daemon)
         return;
@@ -196,7 +196,7 @@ ExitStatus waitForEnd(const CommandLine& line, std::vector<Job>& jobs) {
         seen = jobs;
         for (Job& job : seen)
             if (isOpen(job))
-                lookAt(session, job);
+                updateStatus(session, job);
         return std::ranges::none_of(seen, isOpen);
     });
     jobs = std::move(seen);

@@ -9,7 +9,7 @@
 namespace kelvane::ctl {
 namespace {
 
-struct Look {
+struct VerificationSummary {
     bool isRunning = false;
     Value date;
     std::string outcome;
@@ -17,7 +17,7 @@ struct Look {
     bool isDamaged = false; // Damage is known, perhaps of earlier versions only.
 };
 
-Look lookAt(Session& session) {
+VerificationSummary readSummary(Session& session) {
     const BackupState& state = session.state();
     session.state().updateDaemonState();
     return {.isRunning = state.verificationProgress().has_value(),
@@ -28,19 +28,19 @@ Look lookAt(Session& session) {
 }
 
 ExitStatus verify(const CommandLine& line, bool waits) {
-    Look before;
+    VerificationSummary before;
     std::string refusal;
     ExitStatus status = askDaemon(line, [&](Session& session) {
-        before = lookAt(session);
+        before = readSummary(session);
         refusal = session.state().hasExtension(extension::verify) ? session.state().verify()
                                                                   : "this daemon cannot verify its backup";
     });
-    Look after;
+    VerificationSummary after;
     if (status == ExitStatus::Success && !refusal.empty())
         return complain(ExitStatus::Incomplete, refusal);
     if (status == ExitStatus::Success && waits)
         status = askUntil(line, [&](Session& session) {
-            after = lookAt(session);
+            after = readSummary(session);
             return !after.isRunning;
         });
     if (status != ExitStatus::Success || !waits)

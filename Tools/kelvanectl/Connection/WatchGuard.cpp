@@ -10,15 +10,16 @@ namespace kelvane::ctl {
 using namespace std::chrono_literals;
 
 WatchGuard::WatchGuard(PollLoop& mainLoop, LinkBreaker& breaker, std::chrono::milliseconds timeout,
-                       std::function<bool()> isAtWork, std::function<void()> stalled)
+                       std::function<bool()> wasActive, std::function<void()> stalled)
     : mainLoop_(mainLoop),
       breaker_(breaker),
-      isAtWork_(std::move(isAtWork)),
+      wasActive_(std::move(wasActive)),
       stalled_(std::move(stalled)),
       signals_(loop_, {SIGINT, SIGTERM}, [this](int) { interrupt(); }),
       // Waits for no event, so that only a closed reader is reported.
       output_(loop_.watchDescriptor(STDOUT_FILENO, 0, [this] { outputClosed(); })),
-      looking_(loop_.schedule(std::max(timeout / 2, 1ms), MainLoop::Repeat::Always, [this] { look(); })),
+      checkTimer_(
+          loop_.schedule(std::max(timeout / 2, 1ms), MainLoop::Repeat::Always, [this] { checkMainLoop(); })),
       thread_([this] { loop_.run(); }) {}
 
 WatchGuard::~WatchGuard() {
@@ -40,11 +41,11 @@ void WatchGuard::outputClosed() {
     interrupt();
 }
 
-void WatchGuard::look() {
-    const bool isAtWork = isAtWork_();
+void WatchGuard::checkMainLoop() {
+    const bool wasActive = wasActive_();
     if (turned_.exchange(false)) {
         mainLoop_.post([this] { turned_ = true; });
-    } else if (!isAtWork && !reported_.exchange(true)) {
+    } else if (!wasActive && !reported_.exchange(true)) {
         breaker_.breakLink();
         mainLoop_.post([this] {
             reported_ = false;

@@ -14,7 +14,7 @@ namespace kelvane::ctl {
 // the daemon. On a separate thread it
 // - quits the main loop on SIGINT and SIGTERM, and when the reader of standard output closes it;
 // - closes the connection when the main loop has not run a task for the timeout, which is checked twice in
-//   that time, and then runs `stalled` in the loop. Not while `isAtWork`, which is called on that thread,
+//   that time, and then runs `stalled` in the loop. Not while `wasActive`, which is called on that thread,
 //   returns true.
 //
 // Created on the main thread before any other thread, destroyed there. When the main thread does not end
@@ -23,7 +23,7 @@ namespace kelvane::ctl {
 class WatchGuard {
 public:
     WatchGuard(PollLoop& mainLoop, LinkBreaker& breaker, std::chrono::milliseconds timeout,
-               std::function<bool()> isAtWork, std::function<void()> stalled);
+               std::function<bool()> wasActive, std::function<void()> stalled);
     ~WatchGuard();
     WatchGuard(const WatchGuard&) = delete;
     WatchGuard& operator=(const WatchGuard&) = delete;
@@ -31,11 +31,11 @@ public:
 private:
     void interrupt();
     void outputClosed();
-    void look();
+    void checkMainLoop();
 
     PollLoop& mainLoop_;
     LinkBreaker& breaker_;
-    const std::function<bool()> isAtWork_;
+    const std::function<bool()> wasActive_;
     const std::function<void()> stalled_;
     std::atomic<bool> turned_{true}; // Set by the main loop since the last check.
     std::atomic<bool> reported_{false};
@@ -43,7 +43,7 @@ private:
     PollLoop loop_;
     SignalWatch signals_;
     PollLoop::Watch output_;
-    Timer looking_;
+    Timer checkTimer_;
     std::thread thread_;
 };
 

@@ -16,27 +16,27 @@ enum Column : std::size_t { State, Size, BackupDate, Flags, columnCount };
 using Cells = std::array<std::string, columnCount>;
 
 // Indexed by the number of the colour.
-struct Look {
+struct ColorLabel {
     std::string_view word; // For a daemon that does not send a description of the item.
     std::string_view code; // The colour code for terminals.
 };
-constexpr std::array<Look, std::size(backupColorNames)> looks{{{"-", ""},
-                                                               {"Not backed up", "31"},
-                                                               {"Backed up", "32"},
-                                                               {"Waiting", "33"},
-                                                               {"Partly backed up", "90"},
-                                                               {"Kept in the backup", "34"}}};
+constexpr std::array<ColorLabel, std::size(backupColorNames)> colorLabels{{{"-", ""},
+                                                                           {"Not backed up", "31"},
+                                                                           {"Backed up", "32"},
+                                                                           {"Waiting", "33"},
+                                                                           {"Partly backed up", "90"},
+                                                                           {"Kept in the backup", "34"}}};
 
-const Look& lookOf(const KelvaneFileNode& node) {
+const ColorLabel& colorLabelOf(const KelvaneFileNode& node) {
     const auto color = static_cast<std::size_t>(node.backupColor());
-    return looks.at(color < looks.size() ? color : 0);
+    return colorLabels.at(color < colorLabels.size() ? color : 0);
 }
 
 // The rule that decides is shown only by `info`.
 std::string stateText(const KelvaneFileNode& node, Columns columns) {
     const std::string state = node.state();
     if (state.empty())
-        return std::string(lookOf(node).word);
+        return std::string(colorLabelOf(node).word);
     return printable(columns == Columns::WithFlags ? state : state.substr(0, state.find(": ")));
 }
 
@@ -73,7 +73,7 @@ std::string nameText(const NodeRow& row, bool isColored) {
     std::string name = printableName(row.name);
     if (row.node->isDirectory() && !name.ends_with('/'))
         name += '/';
-    const std::string_view code = lookOf(*row.node).code;
+    const std::string_view code = colorLabelOf(*row.node).code;
     if (isColored && !code.empty())
         name = "\x1b[" + std::string(code) + 'm' + name + "\x1b[0m";
     return std::string(2 * row.level, ' ') + name;
