@@ -98,8 +98,8 @@ void PollLoop::post(Task task) {
 
 Timer PollLoop::schedule(std::chrono::milliseconds interval, Repeat repeat, Task task) {
     interval = std::clamp(interval, std::chrono::milliseconds(0), longestInterval);
-    auto entry =
-        std::make_shared<TimerEntry>(TimerEntry{Clock::now() + interval, interval, repeat, std::move(task)});
+    auto entry = std::make_shared<TimerEntry>(TimerEntry{
+        .due = Clock::now() + interval, .interval = interval, .repeat = repeat, .task = std::move(task)});
     forgetExpired(timers_);
     timers_.push_back(entry);
     return Timer(std::move(entry));

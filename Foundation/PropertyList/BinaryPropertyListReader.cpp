@@ -265,7 +265,7 @@ bool Reader::data(std::uint64_t at, Known& known, Array& values) {
         return false;
     const std::uint8_t* begin = bytes_ + content->at;
     values.emplace_back(Data(begin, begin + content->count));
-    known = {&values.back(), static_cast<std::uint32_t>(valueCost + content->count)};
+    known = {.value = &values.back(), .expansion = static_cast<std::uint32_t>(valueCost + content->count)};
     return true;
 }
 
@@ -275,7 +275,7 @@ bool Reader::string(std::uint64_t at, Known& known, Array& values) {
     if (!text || !claimBytes(expansion_ - before - valueCost))
         return false;
     values.emplace_back(*std::move(text));
-    known = {&values.back(), static_cast<std::uint32_t>(expansion_ - before)};
+    known = {.value = &values.back(), .expansion = static_cast<std::uint32_t>(expansion_ - before)};
     return true;
 }
 
@@ -296,8 +296,9 @@ bool Reader::container(std::uint64_t at, Known& known, int depth, Array& values)
     if (!(isDictionary ? dictionary(*content, depth + 1, values) : array(*content, depth + 1, values)))
         return false;
     const int levels = levels_ + 1;
-    known = {&values.back(), static_cast<std::uint32_t>(expansion_ - before),
-             static_cast<std::int16_t>(levels)};
+    known = {.value = &values.back(),
+             .expansion = static_cast<std::uint32_t>(expansion_ - before),
+             .levels = static_cast<std::int16_t>(levels)};
     levels_ = std::max(levelsBefore, levels);
     return true;
 }

@@ -78,7 +78,11 @@ Data PropertyListObjects::finish(Id top) {
         layout::writeNumber(at, offset, offsetWidth);
         at += offsetWidth;
     }
-    layout::writeTrailer(at, {offsetWidth, referenceWidth, offsets_.size(), top, tableOffset});
+    layout::writeTrailer(at, {.offsetWidth = offsetWidth,
+                              .referenceWidth = referenceWidth,
+                              .objectCount = offsets_.size(),
+                              .topObject = top,
+                              .tableOffset = tableOffset});
     return std::move(bytes_);
 }
 

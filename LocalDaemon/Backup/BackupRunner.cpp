@@ -250,7 +250,7 @@ ResticOutcome BackupRunner::backUpWanted(const StopSignal& stop) {
     wanted.erase(everything);
     ResticOutcome outcome;
     while (!wanted.empty() && outcome.succeeded()) {
-        outcome = backUp({*wanted.begin()}, stop);
+        outcome = backUp({.path = *wanted.begin()}, stop);
         if (outcome.succeeded())
             wanted.erase(wanted.begin());
     }

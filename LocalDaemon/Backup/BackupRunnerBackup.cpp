@@ -123,7 +123,7 @@ ResticOutcome BackupRunner::backUpEverything(const StopSignal& stop) {
     std::vector<std::string> last = filesToComeLast(stop);
     if (!last.empty() && !verification_->mustStoreAgain()) {
         const IndexKeeper::Index before = keeper_->index();
-        if (ResticOutcome outcome = backUp({everything, last}, stop); !outcome.succeeded())
+        if (ResticOutcome outcome = backUp({.path = everything, .leftOut = last}, stop); !outcome.succeeded())
             return outcome;
         whole.isForced = keeper_->index() == before; // No snapshot was made: there are no other files.
         if (!whole.isForced)

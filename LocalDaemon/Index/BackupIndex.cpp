@@ -65,7 +65,7 @@ BackupIndex::BackupIndex(std::string repositoryId, Snapshots snapshots, std::vec
     keepNewestOfEachPath(items);
     items_.reserve(items.size() + 1);
     append({}, 0, nullptr);
-    std::vector<Branch> branches{{0, 0, items.size(), 1}};
+    std::vector<Branch> branches{{.folder = 0, .begin = 0, .end = items.size(), .prefix = 1}};
     for (std::size_t next = 0; next < branches.size(); ++next)
         layChildren(Branch(branches[next]), items, branches);
     sumUp();
@@ -90,7 +90,7 @@ void BackupIndex::layChildren(const Branch& branch, const std::vector<BackedUpIt
         const auto place = static_cast<std::uint32_t>(items_.size());
         append(name, branch.folder, isItself ? &items[at] : nullptr);
         if (below < end)
-            branches.push_back({place, below, end, length + 1});
+            branches.push_back({.folder = place, .begin = below, .end = end, .prefix = length + 1});
         at = end;
     }
     items_[branch.folder].childCount =

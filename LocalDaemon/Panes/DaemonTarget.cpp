@@ -215,7 +215,8 @@ std::uint32_t DaemonTarget::restoreFile(const Value& source, const Value& destin
             "%@ cannot be restored to %@: both must be valid absolute paths.", source, destination));
     if (!world_->state->index()->find(*from))
         from = resolver.pathWithoutLinks(source.stringValue());
-    return world_->restores->add({0, version, priority, *from, *to});
+    return world_->restores->add(
+        {.id = 0, .version = version, .priority = priority, .source = *from, .target = *to});
 }
 
 void DaemonTarget::setFlag(bool Settings::*flag, bool on) {

@@ -100,7 +100,11 @@ void setAutomaticMode(DaemonState& state, bool isAutomatic) {
     state.changeSettings([&](Settings& settings) {
         if (!isAutomatic && !settings.hasManualSelection) {
             const Configuration& all = state.configuration();
-            settings.paths = withManualSelection({true, all.home, all.policy, settings.paths, all.volumes});
+            settings.paths = withManualSelection({.automaticMode = true,
+                                                  .home = all.home,
+                                                  .policy = all.policy,
+                                                  .paths = settings.paths,
+                                                  .volumes = all.volumes});
             settings.hasManualSelection = true;
         }
         settings.automaticMode = isAutomatic;

@@ -99,7 +99,12 @@ void RestoreDelivery::deliver(const RestorePiece& piece) {
         findShared(*piece.item, there.get());
     if (piece.hasFailures)
         shared_.insert(piece.item);
-    deliver({*piece.item, path, piece.target, staged.get(), around.get(), name.empty() ? "." : name},
+    deliver({.item = *piece.item,
+             .path = path,
+             .target = piece.target,
+             .staged = staged.get(),
+             .around = around.get(),
+             .name = name.empty() ? "." : name},
             piece.isFolderAlone);
 }
 
@@ -358,8 +363,12 @@ void RestoreDelivery::deliverContents(const Place& folder, int staged, int targe
             from = other->second.get();
         }
         const std::string name(index_.nameOf(*child));
-        deliver({*child, withSeparator(folder.path) + name, withSeparator(folder.target) + name, from, target,
-                 name},
+        deliver({.item = *child,
+                 .path = withSeparator(folder.path) + name,
+                 .target = withSeparator(folder.target) + name,
+                 .staged = from,
+                 .around = target,
+                 .name = name},
                 false);
     }
 }

@@ -96,13 +96,14 @@ RestoreFetch::Try RestoreFetch::fetchOnce(const RestorePlan& plan, const Damage&
                                           const StagingFolder& staging, FileErrors& errors) const {
     const FileErrors before = std::exchange(errors, {});
     if (!staging.clear())
-        return {{"the staging folder cannot be emptied: " + errorText()}};
+        return {.trouble = {"the staging folder cannot be emptied: " + errorText()}};
     for (const auto& [number, paths] : plan) {
         Try one = fetchFrom(number, paths, lost, staging, errors);
         if (!one.trouble.isNone() || tools_.stop.isSet())
             return one;
     }
-    return {{}, isTransient(errors, before, !localFolderOf(tools_.restic->place().location).empty())};
+    return {.isTransient =
+                isTransient(errors, before, !localFolderOf(tools_.restic->place().location).empty())};
 }
 
 // Each call uses a new folder: files restored into the folder of an earlier call would inherit its ACL,
@@ -112,7 +113,7 @@ RestoreFetch::Try RestoreFetch::fetchFrom(std::uint32_t number, const SnapshotPa
                                           FileErrors& errors) const {
     const Snapshot* const snapshot = tools_.index->snapshot(number);
     if (!snapshot)
-        return {goneSnapshot()};
+        return {.trouble = goneSnapshot()};
     FileErrors here;
     std::vector<std::string> exclusions;
     if (const auto found = lost.paths.find(snapshot->id); found != lost.paths.end()) {
@@ -132,7 +133,7 @@ RestoreFetch::Try RestoreFetch::fetchFrom(std::uint32_t number, const SnapshotPa
         if (!call.trouble.isNone() || tools_.stop.isSet())
             return call;
         if (!staging.merge(callFolder, whole))
-            return {{"restored files cannot be moved: " + errorText()}};
+            return {.trouble = {"restored files cannot be moved: " + errorText()}};
     }
     addErrorsOf(snapshot->id, said, here);
     // The newest version of such a file is in another snapshot and may be intact there.
@@ -176,7 +177,10 @@ RestoreFetch::Try RestoreFetch::callRestic(std::vector<std::string> arguments, c
     const auto onQuiet = [this](bool isQuiet) {
         tools_.onWait(isQuiet ? "No data has arrived from the repository for half a minute." : "");
     };
-    ArrivalWatch watch({staging, *tools_.index, tools_.onArrival, onQuiet});
+    ArrivalWatch watch({.stagingFolder = staging,
+                        .index = *tools_.index,
+                        .onArrival = tools_.onArrival,
+                        .onQuiet = onQuiet});
     call.tickInterval = ArrivalWatch::interval;
     call.onTick = [&watch] { return watch.poll(); };
     const ResticOutcome outcome = tools_.restic->run(call, tools_.stop);

@@ -30,9 +30,12 @@ public:
         if (item.kind != ItemKind::Folder || lastTotals(index_, item).bytes <= most_)
             return addUnit(piece);
         if (item.snapshot != 0)
-            result_.folders.push_back({piece.job, piece.item, piece.target, true});
+            result_.folders.push_back(
+                {.job = piece.job, .item = piece.item, .target = piece.target, .isFolderAlone = true});
         for (const BackupIndex::Item* const child : lastContents(index_, item))
-            add({piece.job, child, withSeparator(piece.target).append(index_.nameOf(*child))});
+            add({.job = piece.job,
+                 .item = child,
+                 .target = withSeparator(piece.target).append(index_.nameOf(*child))});
     }
     RestorePortions take() {
         std::map<std::size_t, RestorePieces> joined;

@@ -37,8 +37,12 @@ std::uint64_t spaceFor(const FileTotals& totals) {
 
 RestoreRun::RestoreRun(Tools tools)
     : tools_(std::move(tools)),
-      fetch_({tools_.restic, tools_.index, tools_.stop, tools_.waits, tools_.onWait,
-              [this](const Arrival& arrival) { countArrival(arrival); }}),
+      fetch_({.restic = tools_.restic,
+              .index = tools_.index,
+              .stop = tools_.stop,
+              .waits = tools_.waits,
+              .onWait = tools_.onWait,
+              .onArrival = [this](const Arrival& arrival) { countArrival(arrival); }}),
       nodes_(tools_.restic, tools_.stop) {}
 
 std::vector<RestoreRun::Failures> RestoreRun::run(const std::vector<RestoreJob>& jobs) {
@@ -62,7 +66,7 @@ void RestoreRun::addJob(std::size_t number, const RestoreJob& job) {
     else if (std::string refusal = tools_.refusal(job.target); !refusal.empty())
         failures_[number].push_back({job.source, std::move(refusal)});
     else
-        addPiece({number, item, job.target});
+        addPiece({.job = number, .item = item, .target = job.target});
 }
 
 void RestoreRun::addPiece(const RestorePiece& piece) {
@@ -73,7 +77,9 @@ void RestoreRun::addPiece(const RestorePiece& piece) {
         return fail({piece}, {place.reason});
     narrow(piece);
     for (const BackupIndex::Item* const child : lastContents(*tools_.index, *piece.item))
-        addPiece({piece.job, child, withSeparator(piece.target).append(tools_.index->nameOf(*child))});
+        addPiece({.job = piece.job,
+                  .item = child,
+                  .target = withSeparator(piece.target).append(tools_.index->nameOf(*child))});
 }
 
 void RestoreRun::narrow(const RestorePiece& folder) {
@@ -238,8 +244,11 @@ void RestoreRun::streamAndDeliver(const std::string& folder, const RestorePieces
             return fail(files, trouble);
         tools_.onWait("Little free space in " + folder +
                       ": large files, which may be sparse, are restored one by one, which takes longer.");
-        RestoreStream stream({tools_.restic, tools_.index, nodes_, tools_.stop,
-                              [this](const Arrival& arrival) { countArrival(arrival); }});
+        RestoreStream stream({.restic = tools_.restic,
+                              .index = tools_.index,
+                              .nodes = nodes_,
+                              .stop = tools_.stop,
+                              .onArrival = [this](const Arrival& arrival) { countArrival(arrival); }});
         for (const RestorePiece& file : files)
             if (tools_.stop.isSet())
                 break;

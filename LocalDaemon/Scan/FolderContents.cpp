@@ -56,8 +56,11 @@ void count(FolderContents& contents, int folder, const char* name, const struct 
     const bool isLossy = !isFile && isTargetLostIn(folder, name);
     if (isLossy)
         contents.lossyLinks.emplace_back(name);
-    const bool waits = isPending({name, isFile ? ItemKind::File : ItemKind::Link, size,
-                                  FileTime(status.st_mtim), FileTime(status.st_ctim)}) ||
+    const bool waits = isPending({.name = name,
+                                  .kind = isFile ? ItemKind::File : ItemKind::Link,
+                                  .size = size,
+                                  .modified = FileTime(status.st_mtim),
+                                  .changed = FileTime(status.st_ctim)}) ||
                        isLossy;
     if (isFile)
         contents.own.files += {1, size};

@@ -66,8 +66,12 @@ Array Alerts::dictionaries() const {
     Array dictionaries;
     for (const Standing* const each : worstFirst) {
         const Alert& alert = each->alert;
-        dictionaries.push_back(dictionaryOf(
-            {alert.kind, alert.severity, alert.title, alert.body, dateForPanes(each->since), alert.actions}));
+        dictionaries.push_back(dictionaryOf({.id = alert.kind,
+                                             .severity = alert.severity,
+                                             .title = alert.title,
+                                             .text = alert.body,
+                                             .since = dateForPanes(each->since),
+                                             .actions = alert.actions}));
     }
     return dictionaries;
 }

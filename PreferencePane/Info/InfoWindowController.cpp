@@ -54,13 +54,13 @@ InfoTexts infoTexts(const KelvaneFileNode& node, const PaneServices& prefs) {
     };
     const std::optional<Date> date = node.backupDate();
     const Value& version = node.version();
-    return {formatTranslated(prefs.text("%@ Info"), node.displayName()),
-            node.displayName(),
-            node.kindByPath(prefs.fileServices()),
-            size(FileSizeFormatter::sharedFileSizeAbbrevFormatter()),
-            size(FileSizeFormatter::sharedFileSizeFormatter()),
-            date ? prefs.fileServices().dateAndTime(*date) : std::string(),
-            version.isAbsent() ? std::string() : version.description()};
+    return {.title = formatTranslated(prefs.text("%@ Info"), node.displayName()),
+            .name = node.displayName(),
+            .kind = node.kindByPath(prefs.fileServices()),
+            .shortSize = size(FileSizeFormatter::sharedFileSizeAbbrevFormatter()),
+            .longSize = size(FileSizeFormatter::sharedFileSizeFormatter()),
+            .backupDate = date ? prefs.fileServices().dateAndTime(*date) : std::string(),
+            .version = version.isAbsent() ? std::string() : version.description()};
 }
 
 } // namespace

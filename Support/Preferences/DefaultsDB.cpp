@@ -49,7 +49,11 @@ Domain& loadedDomain(bool synchronize) {
     static Domain domain;
     std::string path = configurationFolder().append(fileName);
     if (path != domain.path)
-        domain = {std::move(path), {}, {}, false, domain.lastReadOK};
+        domain = {.path = std::move(path),
+                  .entries = {},
+                  .unwritten = {},
+                  .isLoaded = false,
+                  .lastReadOK = domain.lastReadOK};
     if (synchronize || !domain.isLoaded)
         load(domain);
     return domain;

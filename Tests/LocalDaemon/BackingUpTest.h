@@ -107,8 +107,9 @@ protected:
     }
 
     [[nodiscard]] Repository repository() const {
-        return {std::make_shared<Restic>(RepositoryPlace{
-                    folders / "repository", folders / "state/password", folders / "cache", {}, "restic"}),
+        return {std::make_shared<Restic>(RepositoryPlace{.location = folders / "repository",
+                                                         .passwordFile = folders / "state/password",
+                                                         .cacheFolder = folders / "cache"}),
                 7};
     }
     [[nodiscard]] std::string failuresOf(const Value& source, const std::string& target) {

@@ -227,7 +227,8 @@ TEST(BackupTargets, HoldAllThatIsInAndNothingElseInFewPaths) {
          {"whole/a", "whole/deep/b", "part/in", "part/out", "part/cache/c", "single", "left/cache/c"})
         home.write(name, "1");
     std::filesystem::create_directory(home / "empty");
-    BackupRules rules{true, home.path(), {home / "part/cache/", home / "left/cache/"}, {}};
+    BackupRules rules{
+        .home = home.path(), .policy = {home / "part/cache/", home / "left/cache/"}, .paths = {}};
     rules.paths.exclusions.insert(home / "part/out");
     const auto mounted = std::make_shared<MountPoints>();
     const auto targets = [&](const std::string& path) {
@@ -250,7 +251,7 @@ TEST(BackupTargets, HoldAllThatIsInAndNothingElseInFewPaths) {
     rules.volumes = {home / "part/in"};
     EXPECT_EQ(targets("/"), all);
     mounted->clear();
-    rules = BackupRules{true, home.path(), {}, {}};
+    rules = BackupRules{.home = home.path(), .policy = {}, .paths = {}};
     EXPECT_EQ(targets("/"), Paths{home.path()});
     rules.automaticMode = false;
     EXPECT_EQ(targets("/"), Paths());
@@ -266,8 +267,8 @@ TEST(BackupTargets, HoldAFolderThatCannotBeReadAndNameIt) {
     const tests::TemporaryFolder home;
     home.write("left/cache/c", "1");
     home.write("part/cache/c", "1");
-    const auto rules =
-        std::make_shared<BackupRules>(BackupRules{true, home.path(), {home / "part/cache/"}, {}});
+    const auto rules = std::make_shared<BackupRules>(
+        BackupRules{.home = home.path(), .policy = {home / "part/cache/"}, .paths = {}});
     std::filesystem::permissions(home / "left", std::filesystem::perms::none);
     const tests::AsNobody nobody(home);
     const BackupTargets found =

@@ -11,7 +11,8 @@ using enum PathRules::Mark;
 using Reason = Verdict::Reason;
 
 TEST(BackupRules, TheNearestRuleDecidesAndSaysWhy) {
-    BackupRules rules{true, "/home/joe", {"/proc/", "/home/joe/.cache/", "/**/*.tmp/"}, {}};
+    BackupRules rules{
+        .home = "/home/joe", .policy = {"/proc/", "/home/joe/.cache/", "/**/*.tmp/"}, .paths = {}};
     rules.paths.exclusions = {"/home", "/home/joe/.cache/kept", "/home/joe/ab", "/home/joe/x.tmp"};
     rules.paths.marks = {
         {"/data", Added}, {"/data/old", Removed}, {"/data/old/best", Added}, {"/proc/1", Added}};
@@ -59,11 +60,17 @@ TEST(BackupRules, WhatIsSaidOfAFolderHoldsForAllInIt) {
 }
 
 TEST(BackupRules, ManualModeBeginsWithWhatAutomaticModeHolds) {
-    BackupRules rules{true, "/home", {"/home/cache/"}, {}, {"/disk", "/home/a/disk", "/out"}};
+    BackupRules rules{.home = "/home",
+                      .policy = {"/home/cache/"},
+                      .paths = {},
+                      .volumes = {"/disk", "/home/a/disk", "/out"}};
     rules.paths.exclusions = {"/home/a", "/home/a/disk/x", "/out", "/elsewhere"};
     rules.paths.marks = {{"/data", Added}};
     const auto manual = [&] {
-        return BackupRules{false, rules.home, rules.policy, withManualSelection(rules), rules.volumes};
+        BackupRules changed = rules;
+        changed.automaticMode = false;
+        changed.paths = withManualSelection(rules);
+        return changed;
     };
     for (const char* path : {"/home/b", "/home/a", "/home/a/b", "/home/a/disk/y", "/home/a/disk/x/z",
                              "/disk/b", "/out", "/out/b", "/home/cache/b", "/elsewhere", "/"})
@@ -86,7 +93,7 @@ TEST(BackupRules, AFolderIsPartialWhenSomethingBelowItHasAnotherVerdict) {
     std::mt19937 random(7);
     const auto anyPath = [&] { return paths[random() % paths.size()]; };
     for (int round = 0; round < 100; ++round) {
-        BackupRules rules{random() % 2 == 0, "/h/a", {}, {}};
+        BackupRules rules{.automaticMode = random() % 2 == 0, .home = "/h/a", .policy = {}, .paths = {}};
         for (auto count = random() % 6; count > 0; --count) {
             rules.paths.exclusions.insert(anyPath());
             rules.paths.mark(anyPath(), random() % 3 == 0 ? Removed : Added);

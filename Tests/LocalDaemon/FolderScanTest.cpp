@@ -21,7 +21,8 @@ using Mark = PathRules::Mark;
 using tests::TemporaryFolder;
 
 std::shared_ptr<BackupRules> rulesFor(const TemporaryFolder& home) {
-    return std::make_shared<BackupRules>(BackupRules{true, home.path(), {home / "cache/"}, {}});
+    return std::make_shared<BackupRules>(
+        BackupRules{.home = home.path(), .policy = {home / "cache/"}, .paths = {}});
 }
 
 // A scan of a folder, and its last reported totals.
@@ -51,7 +52,7 @@ public:
     }
 
     // Only with `awaits`.
-    ScanReport last{{}, true, false, {}, {}, 0, {}};
+    ScanReport last{.totals = {}, .isScanning = true, .changedFolders = {}, .pending = {}, .index = {}};
     std::vector<std::string> changedFolders;
     FolderScan scan;
 

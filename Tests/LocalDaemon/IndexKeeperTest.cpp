@@ -56,7 +56,9 @@ protected:
 
     const tests::DaemonFolders folders;
     const LogSinkToken quiet = setLogSink([](const LogEntry&) {});
-    const RepositoryPlace place{folders / "repository/", folders / "state/password", folders / "cache"};
+    const RepositoryPlace place{.location = folders / "repository/",
+                                .passwordFile = folders / "state/password",
+                                .cacheFolder = folders / "cache"};
     const Repository repository{std::make_shared<const Restic>(place), 7};
     const StopSignal stop;
     ClockReading clock{readMachineClock().wall, 1000, "boot"};

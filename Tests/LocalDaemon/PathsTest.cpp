@@ -138,8 +138,14 @@ TEST_F(Paths, FollowTheExclusions) {
 }
 
 TEST(NodeAnswers, ShowWhatTheIndexHasAndStayInTheFileSystemOfTheRule) {
-    const SnapshotItem gone{"/etc/gone?", ItemKind::File, 7, FileTime(1), FileTime(2), 3, 4};
-    const SnapshotItem below{"/gone/below", ItemKind::File, 5, FileTime(1), FileTime(2), 3, 4};
+    const SnapshotItem gone{
+        .path = "/etc/gone?", .size = 7, .modified = FileTime(1), .changed = FileTime(2), .uid = 3, .gid = 4};
+    const SnapshotItem below{.path = "/gone/below",
+                             .size = 5,
+                             .modified = FileTime(1),
+                             .changed = FileTime(2),
+                             .uid = 3,
+                             .gid = 4};
     const auto index =
         std::make_shared<BackupIndex>("repository", BackupIndex::Snapshots{{4, {"id", 978307205, false}}},
                                       std::vector<BackedUpItem>{{{"/etc", ItemKind::Folder}, 0, 3, 4},
@@ -149,8 +155,9 @@ TEST(NodeAnswers, ShowWhatTheIndexHasAndStayInTheFileSystemOfTheRule) {
     Settings settings;
     settings.paths.exclusions.insert("/gone");
     const auto state = std::make_shared<DaemonState>(
-        Configuration{"", "", 1, 0, "/", {}}, settings, index,
-        [](const Settings&, std::uint64_t) { return std::string(); }, std::chrono::system_clock::now);
+        Configuration{.serverURL = "", .userEmail = "", .computerNumber = 1, .home = "/", .policy = {}},
+        settings, index, [](const Settings&, std::uint64_t) { return std::string(); },
+        std::chrono::system_clock::now);
     const auto fileSystem = std::make_shared<LocalFileSystem>();
     const NodeAnswers answers(state, std::make_shared<KnownDisks>(state, fileSystem), fileSystem,
                               std::make_shared<FolderTree>());
@@ -182,7 +189,8 @@ TEST(NodeAnswers, DoNotAccessAMountThatDoesNotRespond) {
     };
     const tests::EnvironmentVariable programs("PATH", "/nowhere");
     const auto state = std::make_shared<DaemonState>(
-        Configuration{"", "", 1, 0, "/", {}}, Settings(), std::make_shared<BackupIndex>(),
+        Configuration{.serverURL = "", .userEmail = "", .computerNumber = 1, .home = "/", .policy = {}},
+        Settings(), std::make_shared<BackupIndex>(),
         [](const Settings&, std::uint64_t) { return std::string(); }, std::chrono::system_clock::now);
     const auto fileSystem = std::make_shared<Remote>();
     const NodeAnswers answers(state, std::make_shared<KnownDisks>(state, fileSystem), fileSystem,

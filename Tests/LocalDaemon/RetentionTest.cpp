@@ -299,7 +299,7 @@ TEST_F(ResticProcessesTest, KnowWhoseALockIs) {
         EXPECT_EQ(processes.holderOf(lock, {lock}, start + 29min), atOnce) << what;
         EXPECT_EQ(processes.holderOf(lock, {lock}, start + 30min), later) << what;
     }
-    RepositoryLock renewed{"h", "other", 1, longAgo};
+    RepositoryLock renewed{.id = "h", .hostName = "other", .pid = 1, .time = longAgo};
     EXPECT_EQ(processes.holderOf(renewed, {renewed}, start), Holder::Living);
     renewed.id = "i";
     EXPECT_EQ(processes.holderOf(renewed, {renewed}, start + 31min), Holder::Living);
@@ -313,7 +313,7 @@ TEST_F(ResticProcessesTest, TakeNoNumberThatAnotherProcessMayHaveForTheirOwn) {
     folder.write("restarted", formatText("of-another-boot %llu %d 12345 %lld 0 %@\n", ownPidNamespace(),
                                          ::getpid(), static_cast<long long>(longAgo), here));
     EXPECT_EQ(holderOf("restarted", ownPidNamespace(), {{"l", here, ::getpid(), now}}), Holder::Living);
-    const RepositoryLock one{"j", here, dead, now};
+    const RepositoryLock one{.id = "j", .hostName = here, .pid = dead, .time = now};
     EXPECT_EQ(holderOf("processes", ownPidNamespace(), {one, {"k", here, dead, now}}), Holder::Living)
         << "one may be of a container";
     EXPECT_EQ(holderOf("processes", ownPidNamespace() + 1, {one}), Holder::Living) << "in a container";

@@ -28,16 +28,29 @@ class State : public ::testing::Test {
 protected:
     State() { state.addPane(told); }
     void report(std::uint64_t count, std::uint64_t bytes, bool isScanning = false) {
-        state.takeReport({{count, bytes}, isScanning, false, {}, {count, bytes}, 0, state.index()});
+        state.takeReport({.totals = {count, bytes},
+                          .isScanning = isScanning,
+                          .changedFolders = {},
+                          .pending = {count, bytes},
+                          .index = state.index()});
     }
 
-    void change() { state.takeReport({{1, 1}, false, false, {"/a"}, {1, 1}, 0, state.index()}); }
+    void change() {
+        state.takeReport(
+            {.totals = {1, 1}, .changedFolders = {"/a"}, .pending = {1, 1}, .index = state.index()});
+    }
 
     const std::shared_ptr<Told> told = std::make_shared<Told>();
     std::chrono::system_clock::time_point time{std::chrono::sys_days{std::chrono::year{2001} / 1 / 1}};
-    DaemonState state{Configuration{"localhost", "", 1, 2, "/home", {}, {}, {"/backup", "", ""}}, Settings(),
-                      std::make_shared<BackupIndex>(),
-                      [](const Settings&, std::uint64_t) { return std::string(); }, [this] { return time; }};
+    DaemonState state{
+        Configuration{.userEmail = "",
+                      .computerNumber = 1,
+                      .quotaMB = 2,
+                      .home = "/home",
+                      .policy = {},
+                      .repository = {.location = "/backup", .passwordFile = "", .cacheFolder = ""}},
+        Settings(), std::make_shared<BackupIndex>(),
+        [](const Settings&, std::uint64_t) { return std::string(); }, [this] { return time; }};
 };
 
 TEST_F(State, CountsWhatTheScanHasFoundAgainstTheQuota) {

@@ -92,7 +92,7 @@ TEST(RepositoryCheck, WithoutAnAnswerItTakesTheWorstAndMovesNothing) {
 
 // One file is damaged as it was saved first, another as it is now.
 TEST(DamageReport, NamesEarlierVersionsAndPacksWhereNoFileIsKnown) {
-    SnapshotItem file{"/f", ItemKind::File, 1};
+    SnapshotItem file{.path = "/f", .size = 1};
     const BackupIndex one = indexWith({}, "r", {"one", 1}, {file});
     file.size = 2;
     const BackupIndex two = indexWith(one, "r", {"two", 2}, {file});

@@ -82,8 +82,9 @@ TEST_F(RestoreJournalTest, TheJournalKeepsNamesWholeAndALimitedNumberOfEnds) {
     const std::string path = folder_ / "state/jobs";
     std::vector<std::string> said;
     const LogSinkToken log = setLogSink([&said](const LogEntry& entry) { said.push_back(entry.text); });
-    const RestoreJob odd{1, 2, 3, "/a\n\t%41\xff", "/b"};
-    const RestoreJob unsaved{2, 0, 50, "/" + std::string(3000, 'x'), "/unsaved"};
+    const RestoreJob odd{.id = 1, .version = 2, .priority = 3, .source = "/a\n\t%41\xff", .target = "/b"};
+    const RestoreJob unsaved{
+        .id = 2, .priority = 50, .source = "/" + std::string(3000, 'x'), .target = "/unsaved"};
     const AsNobody nobody(folder_);
     fs::create_directories(folder_ / "state");
     fs::permissions(folder_ / "state", static_cast<fs::perms>(0555));

@@ -52,11 +52,26 @@ std::uint32_t uninclude(KelvaneProxy& daemon, const std::string& path) {
     return 0;
 }
 
-constexpr Change addExclusion{Patterns::OnDisk, Check::ByAnswer, false, exclude,
-                              "there is no such file or folder"};
-constexpr Change removeExclusion{Patterns::Excluded, Check::ByAnswer, true, unexclude, "it is not excluded"};
-constexpr Change addInclusion{Patterns::None, Check::Before, true, include, {}};
-constexpr Change removeInclusion{Patterns::None, Check::After, true, uninclude, {}};
+constexpr Change addExclusion{.patterns = Patterns::OnDisk,
+                              .check = Check::ByAnswer,
+                              .takesVolumes = false,
+                              .apply = exclude,
+                              .missing = "there is no such file or folder"};
+constexpr Change removeExclusion{.patterns = Patterns::Excluded,
+                                 .check = Check::ByAnswer,
+                                 .takesVolumes = true,
+                                 .apply = unexclude,
+                                 .missing = "it is not excluded"};
+constexpr Change addInclusion{.patterns = Patterns::None,
+                              .check = Check::Before,
+                              .takesVolumes = true,
+                              .apply = include,
+                              .missing = {}};
+constexpr Change removeInclusion{.patterns = Patterns::None,
+                                 .check = Check::After,
+                                 .takesVolumes = true,
+                                 .apply = uninclude,
+                                 .missing = {}};
 
 struct Outcome {
     std::string path;
