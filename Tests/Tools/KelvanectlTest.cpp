@@ -226,8 +226,9 @@ TEST_F(Kelvanectl, FindsTheDaemonByOptionThenEnvironmentThenDefault) {
     environment_[0] = "KELVANE_DAEMON=" + (folder_ / "nowhere");
     EXPECT_EQ(run({"--timeout", "0.1", "call", "serviceState"}).status, 1);
     EXPECT_EQ(run({"call", "--daemon", socket_, "serviceState"}).status, 0);
-    expectFailure(run({"--daemon", KELVANECTL "/x", "--timeout", "0.1", "call", "serviceState"}), 1,
-                  "Not a directory");
+    expectFailure(
+        run({"--daemon", KELVANECTL + std::string("/x"), "--timeout", "0.1", "call", "serviceState"}), 1,
+        "Not a directory");
     environment_[0] = "KELVANE_DAEMON=";
     expectFailure(run({"--timeout", "0.1", "call", "serviceState"}), 1, "kelvane-local-daemon\"");
     std::filesystem::create_directory(folder_ / "kelvane");
