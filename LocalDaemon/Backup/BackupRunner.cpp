@@ -17,8 +17,10 @@ std::optional<std::chrono::system_clock::duration> ageOfLastBackup(const BackupI
     const Snapshot* const last = index.newestCompleteSnapshot();
     if (!last)
         return std::nullopt;
-    return std::chrono::system_clock::now() -
-           std::chrono::system_clock::time_point(std::chrono::seconds(last->time));
+    // A snapshot may be of any year up to 9999, which the clock's own unit cannot express.
+    constexpr std::chrono::seconds longest = std::chrono::years(100);
+    const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+    return std::clamp(now.time_since_epoch() - std::chrono::seconds(last->time), -longest, longest);
 }
 
 } // namespace

@@ -3,15 +3,9 @@
 #include "Common/StateKeys.h"
 #include "LocalDaemon/State/DaemonState.h"
 #include "LocalDaemon/State/PaneValues.h"
+#include "Platform/Files/FileSystem.h"
 
 namespace kelvane {
-namespace {
-
-Date dateFromSeconds(std::int64_t since1970) {
-    return dateForPanes(std::chrono::system_clock::time_point(std::chrono::seconds(since1970)));
-}
-
-} // namespace
 
 void DaemonState::setPlanSource(PlanSource source) {
     const std::scoped_lock guard(mutex_);
@@ -21,11 +15,11 @@ void DaemonState::setPlanSource(PlanSource source) {
 // A partial snapshot counts, since no other is made while a disk is not mounted or a file is unreadable.
 void DaemonState::addSchedule(Dictionary& state) const {
     if (const Snapshot* const last = index_->newestSnapshot())
-        state.set(statekey::lastBackupDate, dateFromSeconds(last->time));
+        state.set(statekey::lastBackupDate, dateFromTime(last->time));
     if (!destination_.empty())
         state.set(statekey::destination, destination_);
     if (isPaused())
-        state.set(statekey::pausedUntil, dateFromSeconds(settings_.pausedUntil));
+        state.set(statekey::pausedUntil, dateFromTime(settings_.pausedUntil));
     if (std::string reason = reasonNotToBackUp(); !reason.empty()) {
         state.set(statekey::waitingFor, std::move(reason));
         return;
